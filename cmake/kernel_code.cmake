@@ -1,0 +1,25 @@
+# Flags for freestanding C++ in a Windows kernel image: no exceptions, no run-time type information,
+# no guarded statics, no run-time start-up. One interface target carries them.
+add_library(lidcam_kernel_code INTERFACE)
+target_compile_options(lidcam_kernel_code INTERFACE
+  -ffreestanding -fno-exceptions -fno-rtti -fno-threadsafe-statics -fno-use-cxa-atexit
+  -fno-strict-aliasing -fno-common -fno-ident -ffunction-sections -fdata-sections
+  -fno-tree-loop-distribute-patterns -mno-stack-arg-probe -fstack-protector-strong
+  -fcf-protection=none -fno-omit-frame-pointer -fshort-wchar
+  -Werror=frame-larger-than=1024 -Werror=vla)
+target_compile_definitions(lidcam_kernel_code INTERFACE
+  _WIN32_WINNT=0x0601 NTDDI_VERSION=0x06010000 _KERNEL_MODE=1)
+if(LIDCAM_KERNEL_ARCHITECTURE STREQUAL x64)
+  target_compile_options(lidcam_kernel_code INTERFACE -mno-red-zone -mno-sse3 -mno-avx)
+else()
+  # Floating-point and vector registers belong to user mode in the 32-bit kernel, and callers keep
+  # the stack aligned to 4 bytes only.
+  target_compile_options(lidcam_kernel_code INTERFACE
+    -march=i686 -mgeneral-regs-only -mincoming-stack-boundary=2 -mpreferred-stack-boundary=2
+    -fno-asynchronous-unwind-tables)
+endif()
+
+# The platform's headers don't keep to our warnings: they come in as system headers.
+find_path(LIDCAM_KERNEL_HEADERS ntddk.h
+  PATHS "/usr/${LIDCAM_KERNEL_TRIPLE}/include/ddk" REQUIRED NO_DEFAULT_PATH)
+target_include_directories(lidcam_kernel_code SYSTEM INTERFACE "${LIDCAM_KERNEL_HEADERS}")

@@ -1,0 +1,12 @@
+if(LIDCAM_SANITIZE)
+  add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=address,undefined)
+endif()
+if(LIDCAM_THREAD_SANITIZER)
+  add_compile_options(-fsanitize=thread -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=thread)
+endif()
+if(LIDCAM_FUZZ)
+  # Everything is instrumented for coverage; only the fuzz targets link the fuzzing engine.
+  add_compile_options(-fsanitize=fuzzer-no-link)
+endif()

@@ -1,0 +1,6 @@
+# One interface target carries the warnings, so that every target has the same ones as errors.
+add_library(lidcam_warnings INTERFACE)
+target_compile_options(lidcam_warnings INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wundef -Wcast-qual
+  -Wnon-virtual-dtor -Woverloaded-virtual -Wformat=2 -Wimplicit-fallthrough -Werror)
+target_include_directories(lidcam_warnings INTERFACE "${CMAKE_SOURCE_DIR}")

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace lidcam::host {
+
+/// Receives each message of DbgPrint(), byte for byte, on the thread that prints.
+using DebugPrintSink = std::function<void(const std::string& message)>;
+
+/// Sets where debug messages go; null drops them, which is the initial state.
+void SetDebugPrintSink(DebugPrintSink sink);
+
+/// Collects the debug messages that are printed while it lives, and puts the sink before it back.
+class DebugPrintCapture {
+ public:
+  DebugPrintCapture();
+  DebugPrintCapture(const DebugPrintCapture&) = delete;
+  DebugPrintCapture& operator=(const DebugPrintCapture&) = delete;
+  ~DebugPrintCapture();
+
+  /// The messages so far, in order.
+  [[nodiscard]] std::vector<std::string> Messages() const;
+
+ private:
+  std::vector<std::string> messages_;
+  DebugPrintSink previous_;
+};
+
+}  // namespace lidcam::host

@@ -1,0 +1,28 @@
+#pragma once
+
+/// The one header through which driver/ sees the platform.
+///
+/// The published kernel interfaces stand here under their published names and with their published
+/// layouts: from the platform's own headers on Windows, from the declarations under host/
+/// everywhere else. Nothing in driver/ may ask which of the two it got.
+
+// LIDCAM_HOST_DECLARATIONS takes our declarations on Windows too: only to check their layouts there.
+#if defined(_WIN32) && !defined(LIDCAM_HOST_DECLARATIONS)
+
+// The platform headers clash with the compiler's intrinsics on these two names.
+#define __INTRINSIC_DEFINED_InterlockedBitTestAndSet
+#define __INTRINSIC_DEFINED_InterlockedBitTestAndReset
+
+#include <ntddk.h>
+
+/// A wide string literal of the platform's character type.
+#define KERNEL_TEXT(text) L##text
+
+#else
+
+#include "platform/host/nt/nt_declarations.h"
+
+/// A wide string literal of the platform's character type: 16 bits, whatever wchar_t is here.
+#define KERNEL_TEXT(text) u##text
+
+#endif
