@@ -1,0 +1,28 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+
+#include "platform/host/nt/nt_declarations.h"
+
+namespace lidcam::host {
+
+/// Maps "\SystemRoot" to a folder of the user's. Files opened before stay open where they are.
+///
+/// Names below it are looked up as the platform does, without regard to the case of the letters A to
+/// Z. Nothing above the folder can be named. Sharing is not enforced.
+///
+/// @param folder  need not exist; empty unmaps, which is the initial state: every open then fails
+///                with STATUS_OBJECT_PATH_NOT_FOUND
+/// @par Any thread
+void SetSystemRoot(const std::filesystem::path& folder);
+
+/// The folder that "\SystemRoot" maps to; empty if none.
+/// @par Any thread
+[[nodiscard]] std::filesystem::path SystemRoot();
+
+/// Lets the `countdown`-th ZwReadFile() from now on report `status`, once, after it has filled the
+/// caller's buffer: 1 is the very next. 0 turns it off. All threads count together.
+void FailFileRead(std::uint32_t countdown, NTSTATUS status);
+
+}  // namespace lidcam::host

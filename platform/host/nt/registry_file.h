@@ -1,0 +1,80 @@
+#pragma once
+
+#include <sys/stat.h>
+#include <sys/types.h>
+
+#include <cstddef>
+#include <functional>
+#include <string>
+#include <string_view>
+
+namespace lidcam::host {
+
+/// The steps that make a replacement durable, each with the meaning and the result of the system
+/// call that it stands for. Null is that call. Set to stop a replacement where a power cut would.
+struct RegistryFileSteps {
+  std::function<ssize_t(int file, const char* bytes, std::size_t count)> Write;
+  std::function<int(int file)> Sync;
+  std::function<int(const char* from, const char* to)> Rename;
+};
+
+/// Keeps other processes, and other locks of this one, from changing the file at `path` while it
+/// lives. It locks a file of its own beside it, `path` + ".lock", since the file itself is replaced.
+class RegistryFileLock {
+ public:
+  explicit RegistryFileLock(const std::string& path);
+  RegistryFileLock(const RegistryFileLock&) = delete;
+  RegistryFileLock& operator=(const RegistryFileLock&) = delete;
+  ~RegistryFileLock();
+
+  /// 0 if the lock is held, else the error number.
+  [[nodiscard]] int Error() const { return error_; }
+
+ private:
+  int file_ = -1;
+  int error_ = 0;
+};
+
+/// A file as it was read. It is kept open, so that no later file can pass for it by getting its
+/// inode number.
+class RegistryFileReader {
+ public:
+  RegistryFileReader() = default;
+  RegistryFileReader(const RegistryFileReader&) = delete;
+  RegistryFileReader& operator=(const RegistryFileReader&) = delete;
+  ~RegistryFileReader();
+
+  /// Reads the whole file.
+  ///
+  /// @return 0; ENOENT if there is none; else the error number
+  [[nodiscard]] int Read(const std::string& path, std::string& content);
+
+  /// Whether `path` still is what the last Read() saw, by identity, size and times. What couldn't
+  /// be read is never current.
+  [[nodiscard]] bool IsCurrent(const std::string& path) const;
+
+ private:
+  void Forget();
+
+  int file_ = -1;
+  struct stat seen_ {};
+  bool wasAbsent_ = false;
+};
+
+/// Replaces the file at `path`, or makes it: writes a file beside it (`path` + ".new"), flushes that,
+/// renames it and flushes the folder. A cut at any moment leaves the old file or the new one, whole.
+/// The file keeps its permissions. The caller holds the lock.
+///
+/// @return 0 or the error number of the step that failed; the file is then the old one, unless only
+///         the folder's flush failed
+[[nodiscard]] int ReplaceRegistryFile(const std::string& path, std::string_view content,
+                                      const RegistryFileSteps& steps);
+
+/// Renames a file that makes no sense to the first free of `path` + ".damaged-1", "-2", ... and
+/// never over another file. The caller holds the lock.
+///
+/// @param aside  receives the new path
+/// @return 0 or the error number
+[[nodiscard]] int SetRegistryFileAside(const std::string& path, std::string& aside);
+
+}  // namespace lidcam::host
