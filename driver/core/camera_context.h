@@ -1,0 +1,276 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "driver/core/shared_value.h"
+
+namespace lidcam {
+
+/// Result of a camera operation. 0 is success, -1 an unknown control code or a failed request
+/// callback, 1 a refused register access of the frame path; file and registry operations give the
+/// platform's own status words.
+using Status = std::int32_t;
+
+/// Signed count of 100 ns units, as the platform measures frame intervals and stream times.
+using Time100ns = std::int64_t;
+
+/// Number of a bridge or sensor register as it goes over the bus: 0xFF00 + n reaches register n.
+using RegisterAddress = std::uint16_t;
+
+/// The address of register `number`, of bridge and sensor alike.
+constexpr RegisterAddress RegisterAddressOf(std::uint8_t number) {
+  return static_cast<RegisterAddress>(0xFF00U + number);
+}
+
+/// The sensor behind the bridge. The numbers select set files, tables and branches everywhere;
+/// 2 and 4 are not used.
+enum SensorType : std::int32_t {
+  SensorTypeVGA0408 = 1,  ///< also the value before and without identification
+  SensorTypeReserved3 = 3,
+  SensorTypeVGA7648 = 5,
+  SensorTypeK82 = 6,  ///< 16-bit registers
+  SensorTypeOV7660 = 7,
+  SensorTypeOV7663 = 8,
+  SensorTypeVGA0708 = 9,  ///< its exposure is steered by the host
+  SensorTypeMi1318 = 10,  ///< 16-bit registers, 1280 by 1024
+  SensorTypeOV7670 = 11,
+};
+
+/// Mains light whose flicker the exposure is matched to, as the `Flicker` control counts it.
+enum FlickerSetting : std::int32_t {
+  FlickerOff = 0,
+  Flicker50Hz = 1,
+  Flicker60Hz = 2,
+};
+
+/// What the `LED` control asks of the LED.
+enum LedPolicy : std::int32_t {
+  LedPolicyOn = 2,
+  LedPolicyOff = 3,
+  LedPolicyFollowLight = 4,  ///< lit while the light state is not normal
+};
+
+/// Size of the raw frames, as the record and the length table count it. No stream asks for 3 and 5,
+/// which the table has lengths for.
+enum RawMode : std::uint32_t {
+  RawMode640x480 = 1,
+  RawMode320x240 = 2,
+  RawMode240x160 = 3,
+  RawMode160x120 = 4,
+  RawMode120x80 = 5,
+  RawMode1280x1024 = 6,
+};
+
+/// Operating point of the camera in low light, as the record counts it.
+enum LightState : std::uint32_t {
+  LightStateNormal = 0,
+  LightStateLowLight = 1,
+  LightStateInitial = 2,
+  LightStateDummy = 3,
+};
+
+/// Vendor control transfer. Blocks until it has finished.
+///
+/// @param transportContext  CameraTransport::TransportContext
+/// @param request  request code, low 8 bits
+/// @param index    wIndex, low 16 bits
+/// @param value    wValue, low 16 bits
+/// @param buffer   data stage; null when `*length` is 0
+/// @param length   bytes of the data stage: 0 in every write, 1 in every read
+/// @return 0, or nonzero (-1) on failure
+/// @par Callable at passive level only
+using VendorRequestFunction = Status (*)(void* transportContext, std::uint32_t request,
+                                         std::uint32_t index, std::uint32_t value, void* buffer,
+                                         std::uint32_t* length);
+
+/// Restart of a running stream with exchanged width and height. Kept for the transport; the core
+/// never calls it.
+using StreamReconfigureFunction = Status (*)(void* transportContext, std::uint32_t* swap);
+
+/// What the device layer hands in at creation: the core's only way to the USB.
+struct CameraTransport {
+  void* TransportContext;  ///< opaque first argument of the callbacks
+  VendorRequestFunction WriteRequest;
+  VendorRequestFunction ReadRequest;
+  StreamReconfigureFunction StreamReconfigure;
+};
+
+/// What the core tells the device layer at creation. All values follow from the length of the
+/// configuration descriptor alone.
+struct CameraCapabilities {
+  std::uint32_t DeviceClass;            ///< 1; other than 1 to 3 fails the device's start
+  std::uint32_t SpeedClass;             ///< 2 with the long configuration, else 1
+  std::uint32_t AlternateSettingLimit;  ///< highest setting that an upward walk tries
+  std::uint8_t SearchDownward;          ///< nonzero: after a refusal try narrower settings
+  std::uint32_t TransferCount;          ///< isochronous transfers kept in flight
+  std::uint32_t FormatListIndex;        ///< which of the two format lists the pin offers
+  std::uint32_t FormatCount;            ///< formats of that list on offer
+};
+
+/// One register write of a set file, as it stands in the file.
+struct RegisterSetEntry {
+  std::uint8_t Marker;    ///< kSensorEntryMarker or kBridgeEntryMarker; any other is passed over
+  std::uint8_t Register;  ///< address 0xFF00 + Register
+  std::uint8_t Value;
+};
+static_assert(sizeof(RegisterSetEntry) == 3);
+
+inline constexpr std::uint8_t kSensorEntryMarker = 0x33;
+inline constexpr std::uint8_t kBridgeEntryMarker = 0x11;
+
+/// Entries that a table has room for.
+inline constexpr std::size_t kRegisterSetCapacity = 600;
+
+/// One table of a register set file.
+struct RegisterSetTable {
+  std::uint32_t Present;  ///< 1 once a section of this type with content was read
+  std::uint32_t Count;    ///< entries; may exceed the room when a file breaks the limit
+  RegisterSetEntry Entries[kRegisterSetCapacity];
+};
+
+/// What an application asks of a stream, as the device layer takes it from the video format in
+/// force.
+struct FormatRequest {
+  std::int32_t Width;              ///< pixels
+  std::int32_t Height;             ///< pixels
+  std::uint32_t BitCount;          ///< bits per pixel
+  std::uint32_t Compression;       ///< 0 for RGB24, the four characters otherwise
+  std::uint32_t ImageSize;         ///< bytes
+  std::uint32_t Spare;             ///< 0
+  Time100ns AvgTimePerFrame;       ///< frame interval
+  std::uint32_t AlternateSetting;  ///< setting obtained; filled after negotiation
+};
+
+/// The four characters "YUY2" and "I420" as a little-endian number, and the first word of the RGB24
+/// media subtype.
+inline constexpr std::uint32_t kFourccYuy2 = 0x32595559;
+inline constexpr std::uint32_t kFourccI420 = 0x30323449;
+inline constexpr std::uint32_t kFormatTagRgb24 = 0xE436EB7D;
+
+/// The one record per camera.
+///
+/// It has no lock. Property requests and state changes, the frame path and the USB frame thread all
+/// touch it; what more than one of them touches is Shared. It starts zeroed; values other than zero
+/// after creation are in CreateCameraContext() and in the settings' defaults. Fields that this
+/// system writes and never reads are kept for readers of a memory dump and stay in place.
+struct CameraContext {
+  void* TransportContext;
+  char Signature[4];  ///< "INTE"; tested by nothing
+  VendorRequestFunction WriteRequest;
+  VendorRequestFunction ReadRequest;
+  StreamReconfigureFunction StreamReconfigure;
+
+  // The format in force.
+  Shared<std::int32_t> RequestedWidth;  ///< what the application asked for; 800 stays 800 here
+  Shared<std::int32_t> RequestedHeight;
+  Shared<std::uint32_t> RequestedBitCount;
+  Shared<std::uint32_t> RequestedCompression;
+  Shared<std::uint32_t> RequestedImageSize;  ///< bytes
+  Shared<std::uint32_t> RequestedSpare;
+  Time100ns RequestedFrameInterval;
+  Shared<std::uint32_t> StreamAlternateSetting;  ///< setting given to the last stream start
+  Shared<std::uint32_t> FramePacketCount;        ///< nonempty packets since the last frame start
+  Shared<std::uint32_t> FrameStartCount;         ///< frame start markers seen
+  Time100ns FrameInterval;                       ///< clamped
+  Shared<std::uint32_t> FormatTag;               ///< first word of the negotiated media subtype
+  Shared<std::int32_t> CaptureWidth;             ///< 640 when 800 was asked for
+  Shared<std::int32_t> CaptureHeight;            ///< 480 when 800 was asked for
+  Shared<std::uint32_t> MaxAlternateSetting;     ///< 7 or 3
+
+  // Image controls, as the settings store loads them and the control codes change them.
+  Shared<std::int32_t> Brightness;
+  Shared<std::int32_t> Contrast;
+  Shared<std::int32_t> Saturation;
+  Shared<std::int32_t> Sharpness;
+  Shared<std::int32_t> Gamma;
+  Shared<std::int32_t> WhiteBalance;
+  Shared<std::int32_t> BackLight;
+  Shared<std::int32_t> ColorEnable;
+  Shared<std::int32_t> Mirror;
+  Shared<std::int32_t> Flicker;  ///< a lidcam::FlickerSetting
+  Shared<std::int32_t> Vertical;
+  Shared<std::int32_t> Effect;
+  Shared<std::uint32_t> LightState;
+  Shared<std::int32_t> LDMode;    ///< 1 holds the low-light register list
+  Shared<std::int32_t> Exposure;  ///< manual exposure, 1 to 100
+  Shared<std::uint32_t> TriggerCopyA;
+  Shared<std::uint32_t> TriggerCopyB;
+  Shared<std::uint32_t> MaxAlternateSettingCopy;
+  Shared<std::uint32_t> Rgain;  ///< saved, never written, never loaded
+  Shared<std::uint32_t> Ggain;
+  Shared<std::uint32_t> Bgain;
+  Shared<std::uint32_t> StoredControl44;
+  Shared<std::uint32_t> StoredControl45;
+  Shared<std::uint32_t> StoredControl46;
+  Shared<std::uint32_t> LightLimitLow;
+  Shared<std::uint32_t> LightLimitHigh;
+  Shared<std::uint32_t> LightLimitCeiling;
+  Shared<std::uint32_t> AutoExposure;
+  Shared<std::uint32_t> WhiteBalanceAuto;  ///< saved and reported, never written, never loaded
+  Shared<std::uint32_t> StoredControl33;
+  Shared<std::uint32_t> RawRegisterValue;
+  Shared<std::uint32_t> RawRegisterAddress;
+  Shared<std::int32_t> ClockDivider;  ///< 1, 2, 4 or 8: low two bits of bridge register 0xFF0A
+  Shared<std::uint32_t> RawSizeMode;  ///< a lidcam::RawMode, or 0
+  Shared<std::int32_t> LED;           ///< a lidcam::LedPolicy
+  Shared<std::uint16_t> LightSwitchKind;
+
+  // Held by the two register paths around a pair of transfers.
+  Shared<std::uint32_t> AppRegisterBusy;
+  Shared<std::uint32_t> DriverRegisterBusy;
+
+  Shared<std::int32_t> LightTransitionCount;
+  Shared<std::int32_t> LightBrightCount;
+  Shared<std::uint32_t> StillRequestValue;
+  Shared<std::uint32_t> StillRequested;      ///< 1 arms a still
+  Shared<std::uint32_t> ReceivedFrameBytes;  ///< bytes since the last frame start, stored or not
+  Shared<std::uint32_t> RawFrameSize;        ///< expected bytes of a raw frame
+  Shared<std::uint32_t> ClearOnReadValue;
+  Shared<std::uint8_t> NegotiationMark;
+  Shared<std::uint8_t> Streaming;
+  Shared<std::uint16_t> PowerOn;
+  void* SpareBlock;  ///< nothing is stored there
+  Shared<std::uint32_t> TriggerBase;
+  Shared<std::uint32_t> TriggerFlagA;
+  Shared<std::uint32_t> TriggerFlagB;
+  void* WorkerThread;  ///< waitable object; nothing creates one
+  Shared<std::uint8_t> WorkerRunning;
+  Shared<std::int32_t> SensorType;  ///< a lidcam::SensorType
+  Shared<std::uint8_t> SensorDH10;  ///< 1: taken for an OV7660 by elimination
+  RegisterSetTable SetupRegisters;
+  RegisterSetTable NormalRegisters;
+  RegisterSetTable LowLightRegisters;
+
+  // Last values known to be in the chips, for read-modify-write steps.
+  Shared<std::uint8_t> ShadowFF0D;
+  Shared<std::uint8_t> ShadowFF26;
+  Shared<std::uint8_t> ShadowFF42;
+  Shared<std::uint8_t> ShadowFF64;
+  Shared<std::uint8_t> FlickerBandStep;  ///< bridge 0xFF68: lines in half a mains cycle
+  Shared<std::uint8_t> ShadowSensor0CVGA0408;
+  Shared<std::uint8_t> ShadowSensor0C;
+  Shared<std::uint8_t> ShadowSensor12;
+  Shared<std::uint8_t> ShadowSensor75;
+  Shared<std::uint8_t> UserSharpness;
+  Shared<std::uint8_t> UserSaturation;
+  Shared<std::uint8_t> UserSaturation2;
+
+  Shared<std::uint32_t> LongConfigDescriptor;  ///< nonzero: eight alternate settings
+  Shared<std::int32_t> PendingWork;            ///< destruction waits until it is 0
+  void* WorkBufferA;
+  void* WorkBufferB;
+  void* WorkBufferC;
+  Shared<std::uint8_t> WorkBuffersPresent;
+  Shared<std::uint8_t> WorkBuffersReady;
+  Shared<void*> LastDestination;
+  Shared<void*> LastRawFrame;
+  Shared<std::uint8_t> WideLow;
+  Shared<std::uint8_t> WideHigh;
+  Shared<std::uint8_t> BridgeMode;         ///< copy of bridge 0xFF0A for a resume
+  Shared<std::uint32_t> FrameSettleCount;  ///< 0 asks for a settling discard
+  Shared<std::uint16_t> CommitCount;
+  Shared<std::uint32_t> CommitExposure;
+};
+
+}  // namespace lidcam

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <cstddef>
+
+namespace lidcam {
+
+/// Takes nonpaged memory from the platform's pool, pool type 0, with the tag "Wdm ".
+///
+/// The content is undefined. Null when the pool has no room.
+/// @par Callable at dispatch level and below
+[[nodiscard]] void* AllocateCameraMemory(std::size_t size);
+
+/// Gives memory of AllocateCameraMemory() back. Null does nothing.
+/// @par Callable at dispatch level and below
+void FreeCameraMemory(void* memory);
+
+/// Clears a block.
+/// @par Callable at any level
+void ZeroCameraMemory(void* memory, std::size_t size);
+
+}  // namespace lidcam

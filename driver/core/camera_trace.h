@@ -1,0 +1,24 @@
+#pragma once
+
+#include <cstdarg>
+
+namespace lidcam {
+
+/// Receives one trace line as a printf-style format without a line end, and its arguments.
+///
+/// Called on whatever thread the traced event happens on, at that thread's level; must not block.
+using CameraTraceSink = void (*)(const char* format, std::va_list arguments);
+
+/// Turns the trace on, for all cameras, or off with null. Off is the initial state.
+///
+/// One canonical line is written per register access ("bus  write bridge FF0A=11", "bus  read  sensor
+/// FF0B -> 76"), state change ("stream on", "power off") and frame decision ("frame end bytes=614466
+/// expected=614466 good"): the same lines in every world.
+/// @par Callable at any level
+void SetCameraTraceSink(CameraTraceSink sink);
+
+/// Writes one line if the trace is on; costs one load if it is off.
+/// @par Callable at any level that the sink can stand
+[[gnu::format(printf, 1, 2)]] void TraceCamera(const char* format, ...);
+
+}  // namespace lidcam

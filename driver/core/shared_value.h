@@ -1,0 +1,37 @@
+#pragma once
+
+#include <atomic>
+
+namespace lidcam {
+
+/// A field that threads share without a lock.
+///
+/// The camera's paths read and write such fields as they find them, and every interleaving of whole
+/// loads and stores is accepted. The accesses are relaxed atomics: plain loads and stores in
+/// machine code, but defined ones. Read-modify-write operations are a load and a store, not one
+/// atomic step.
+///
+/// @tparam T  a number of at most the machine's word, a pointer, or a structure of that size
+template <typename T>
+class Shared {
+ public:
+  static_assert(std::atomic<T>::is_always_lock_free);
+
+  constexpr Shared() = default;
+  constexpr explicit(false) Shared(T value) : value_(value) {}
+  Shared(const Shared&) = delete;
+  ~Shared() = default;
+
+  explicit(false) operator T() const { return value_.load(std::memory_order_relaxed); }
+
+  Shared& operator=(T value) {
+    value_.store(value, std::memory_order_relaxed);
+    return *this;
+  }
+  Shared& operator=(const Shared& other) { return *this = static_cast<T>(other); }
+
+ private:
+  std::atomic<T> value_{};
+};
+
+}  // namespace lidcam
