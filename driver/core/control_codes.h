@@ -1,0 +1,41 @@
+#pragma once
+
+#include <cstdint>
+
+#include "driver/core/camera_context.h"
+
+namespace lidcam {
+
+/// The one way from a property to the core, 32-bit words in this order.
+///
+/// The names tell what the words mean in most codes; the code for the still sizes uses all words
+/// from `Value2` on as a count and a list.
+struct ControlRecord {
+  std::uint32_t Code;  ///< 0 to 47
+  std::int32_t Value;
+  std::int32_t Value2;
+  std::uint32_t Flags;  ///< kControlFlagAuto or kControlFlagManual, and trigger bits on code 23
+  std::uint32_t Caps;
+  std::uint32_t Words[6];  ///< still sizes only
+};
+static_assert(sizeof(ControlRecord) == 44);
+
+inline constexpr std::uint32_t kControlFlagAuto = 1;
+inline constexpr std::uint32_t kControlFlagManual = 2;
+
+/// Result of an unknown control code.
+inline constexpr Status kUnknownControlCode = -1;
+
+/// Stores a setting and runs its hardware step.
+///
+/// The codes, what each stores and which step it runs stand in one table in control_codes.cpp.
+/// @return 0, kUnknownControlCode, or what the step returned
+/// @par Callable at passive level only
+Status SetControl(CameraContext& context, const ControlRecord& record);
+
+/// Answers from the record alone, but for the raw register code, which reads the hardware.
+///
+/// @param record  `Code` (and for the raw register `Value`) in, the answer out
+Status GetControl(CameraContext& context, ControlRecord& record);
+
+}  // namespace lidcam

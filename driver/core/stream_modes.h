@@ -1,0 +1,45 @@
+#pragma once
+
+#include <cstdint>
+
+#include "driver/core/camera_context.h"
+
+namespace lidcam {
+
+/// What an alternate setting of the isochronous pipe carries.
+struct BandwidthRow {
+  std::uint32_t AlternateSetting;
+  std::uint32_t PacketSize;  ///< bytes; documentation of the row
+  Time100ns Interval;        ///< frame interval
+};
+
+/// Rows of a device with the long configuration descriptor; index is the alternate setting.
+inline constexpr BandwidthRow kLongBandwidthTable[] = {
+    {0, 0, 0},         {1, 128, 1666666}, {2, 512, 833333},  {3, 1024, 666666},
+    {4, 2816, 555555}, {5, 3072, 500000}, {6, 4992, 400000}, {7, 5120, 333333},
+};
+
+/// Rows of a device without it.
+inline constexpr BandwidthRow kShortBandwidthTable[] = {
+    {0, 0, 0},
+    {1, 128, 2000000},
+    {2, 512, 666666},
+    {3, 1023, 333333},
+};
+
+/// Keeps the requested format, clamps the frame interval, and says what the USB side needs.
+///
+/// @param bufferSize        bytes of one raw buffer
+/// @param alternateSetting  the setting to try first: the widest
+/// @return 0 always
+Status NegotiateFormat(CameraContext& context, const FormatRequest& request,
+                       std::uint32_t& bufferSize, std::uint8_t& alternateSetting);
+
+/// Turns the alternate setting obtained into a raw size and the exact length of a raw frame, and
+/// programs the camera for it. Called at every stream start after MarkStreaming().
+///
+/// @return what ProgramStreamMode() returns
+/// @par Callable at passive level only
+Status SelectStreamMode(CameraContext& context, const FormatRequest& request);
+
+}  // namespace lidcam

@@ -1,0 +1,116 @@
+#include "driver/sensor/mode_programming.h"
+
+#include "driver/exposure/light_state.h"
+#include "driver/sensor/orientation_and_flicker.h"
+#include "driver/sensor/power_and_led.h"
+#include "driver/sensor/register_access.h"
+#include "driver/sensor/sensor_set.h"
+
+namespace lidcam {
+namespace {
+
+constexpr RegisterAddress kScaleRegister = 0xFF5D;  // 0x80 for pictures below the full VGA size
+
+// How wide a USB pipe the smallest picture is made for. Short: a device without the long
+// configuration descriptor, by the highest alternate setting that it has.
+enum class Pipe : std::uint8_t { ShortUpTo3, ShortUpTo2, Otherwise };
+
+struct SmallPictureRow {
+  SensorType Sensor;
+  Pipe Case;
+  std::uint8_t Mode;      // for bridge register 0xFF0A
+  std::uint8_t Sensor13;  // for sensor register 0xFF13; 0 writes nothing
+};
+
+// The negotiated highest setting is 7 or 3, so the rows for 2 wait for a device that has no 3.
+constexpr SmallPictureRow kSmallPictureRows[] = {
+    {SensorTypeVGA0408, Pipe::ShortUpTo3, 9, 1}, {SensorTypeVGA0408, Pipe::ShortUpTo2, 9, 6},
+    {SensorTypeVGA0408, Pipe::Otherwise, 8, 0},  {SensorTypeVGA0708, Pipe::ShortUpTo3, 9, 1},
+    {SensorTypeVGA0708, Pipe::ShortUpTo2, 9, 6}, {SensorTypeVGA0708, Pipe::Otherwise, 8, 0},
+    {SensorTypeK82, Pipe::ShortUpTo2, 10, 0},    {SensorTypeK82, Pipe::Otherwise, 9, 0},
+    {SensorTypeOV7660, Pipe::ShortUpTo3, 9, 0},  {SensorTypeOV7660, Pipe::ShortUpTo2, 11, 0},
+    {SensorTypeOV7660, Pipe::Otherwise, 8, 0},   {SensorTypeOV7663, Pipe::ShortUpTo3, 9, 0},
+    {SensorTypeOV7663, Pipe::ShortUpTo2, 11, 0}, {SensorTypeOV7663, Pipe::Otherwise, 8, 0},
+    {SensorTypeOV7670, Pipe::ShortUpTo3, 9, 0},  {SensorTypeOV7670, Pipe::ShortUpTo2, 11, 0},
+    {SensorTypeOV7670, Pipe::Otherwise, 8, 0},   {SensorTypeMi1318, Pipe::ShortUpTo3, 9, 0},
+    {SensorTypeMi1318, Pipe::Otherwise, 8, 0},   {SensorTypeVGA7648, Pipe::ShortUpTo2, 10, 0},
+    {SensorTypeVGA7648, Pipe::Otherwise, 8, 0},
+};
+
+constexpr SmallPictureRow kOtherSensorsRow = {SensorTypeReserved3, Pipe::Otherwise, 8, 0};
+
+Pipe PipeOf(const CameraContext& context) {
+  const std::uint32_t highest = context.MaxAlternateSetting;
+  if (context.LongConfigDescriptor != 0) return Pipe::Otherwise;
+  if (highest == 3) return Pipe::ShortUpTo3;
+  return highest == 2 ? Pipe::ShortUpTo2 : Pipe::Otherwise;
+}
+
+// The row of the very case, else the sensor's row for all other cases, which stands after it.
+const SmallPictureRow& FindSmallPictureRow(const CameraContext& context) {
+  const Pipe pipe = PipeOf(context);
+  for (const SmallPictureRow& row : kSmallPictureRows) {
+    if (row.Sensor != context.SensorType) continue;
+    if (row.Case == pipe || row.Case == Pipe::Otherwise) return row;
+  }
+  return kOtherSensorsRow;
+}
+
+std::uint8_t ProgramFullPicture(CameraContext& context) {
+  WriteBridgeRegister(context, kScaleRegister, 0x00);
+  const std::int32_t width = context.CaptureWidth;
+  const std::int32_t height = context.CaptureHeight;
+  const bool isLarge = (width == 1600 && height == 1200) || (width == 1280 && height == 1024);
+  return isLarge ? 1 : 0;
+}
+
+void ProgramScaledPicture(CameraContext& context) {
+  WriteBridgeRegister(context, kScaleRegister, 0x80);
+  WriteBridgeRegister(context, 0xFF43, 0xC0);
+}
+
+std::uint8_t ProgramHalfPicture(CameraContext& context) {
+  ProgramScaledPicture(context);
+  return kOVFamily.Contains(context.SensorType) ? 0x11 : 0x10;
+}
+
+std::uint8_t ProgramSmallPicture(CameraContext& context) {
+  ProgramScaledPicture(context);
+  const SmallPictureRow& row = FindSmallPictureRow(context);
+  if (row.Sensor13 != 0) WriteSensorRegister(context, 0xFF13, row.Sensor13);
+  return row.Mode;
+}
+
+// The value for the mode register. A raw size without a mode of its own keeps `current`.
+std::uint8_t ProgramRawSize(CameraContext& context, std::uint8_t current) {
+  switch (static_cast<std::uint32_t>(context.RawSizeMode)) {
+    case RawMode640x480:
+      return ProgramFullPicture(context);
+    case RawMode320x240:
+      return ProgramHalfPicture(context);
+    case RawMode160x120:
+      return ProgramSmallPicture(context);
+    default:
+      return current;
+  }
+}
+
+}  // namespace
+
+Status ProgramStreamMode(CameraContext& context) {
+  std::uint8_t current = 0;
+  ReadBridgeRegister(context, kModeRegister, current);
+  const std::uint8_t mode = ProgramRawSize(context, current);
+  ProgramMirrorFlip(context);
+  WriteBridgeRegister(context, kModeRegister, mode);
+  context.BridgeMode = mode;
+  // After the mode register: the flicker band follows from the divider that it sets.
+  ProgramFlicker(context);
+  ResetLightState(context);
+  const Status result = ApplyLightAndLed(context, 1, 0);
+  PowerAndLed(context, 1, 1, 0, 0, 1);
+  WriteSensorRegister(context, 0xFF2F, 0x85);
+  return result;
+}
+
+}  // namespace lidcam

@@ -1,0 +1,13 @@
+#pragma once
+
+#include "driver/core/camera_context.h"
+
+namespace lidcam {
+
+/// Puts bridge and sensor into the mode that a stream needs, by raw size, sensor type and alternate
+/// setting, and starts the sensor. Once per stream start.
+/// @return 0 always: register errors are not acted on
+/// @par Callable at passive level only
+Status ProgramStreamMode(CameraContext& context);
+
+}  // namespace lidcam

@@ -1,0 +1,32 @@
+#pragma once
+
+#include "driver/core/camera_context.h"
+#include "platform/kernel.h"
+
+namespace lidcam {
+
+// A register set file, all numbers little-endian: the length of the body (4 bytes), then the body's
+// sections. A section is its length with these 8 bytes (4), its type (4) and entries as
+// RegisterSetEntry has them. Type 1 fills `SetupRegisters`, 2 `LowLightRegisters`, 3
+// `NormalRegisters`.
+
+/// Reads one register set file into the record's three tables.
+///
+/// The walk over the sections ends where the body's length comes out exactly. Lengths that don't
+/// add up walk on; a section of unknown type, or one that reaches past what was read, prints
+/// " This is error type\n" and ends the file. Of a section the first 600 entries are stored.
+///
+/// @param path  as the platform names files, "\\SystemRoot\\..."
+/// @return a platform status: of the open, or of the last read, or 0 once a section of the normal
+///         list was taken; STATUS_INSUFFICIENT_RESOURCES without memory for the body. Tables filled
+///         before an error stay filled.
+/// @par Callable at passive level only
+Status LoadRegisterFile(CameraContext& context, const WCHAR* path);
+
+/// Loads the files that belong to `SensorType`; types without a file load nothing. A section
+/// replaces one of its type from the file before. Errors are passed over: the camera then runs on
+/// the values that it powers up with.
+/// @par Callable at passive level only
+void LoadRegisterSets(CameraContext& context);
+
+}  // namespace lidcam

@@ -1,0 +1,124 @@
+#include "driver/sensor/register_set_list.h"
+
+#include "driver/sensor/register_access.h"
+#include "driver/sensor/sensor_set.h"
+
+namespace lidcam {
+namespace {
+
+using RegisterWriter = Status (*)(CameraContext& context, RegisterAddress address,
+                                  std::uint32_t value);
+
+struct RegisterPath {
+  RegisterWriter WriteSensor;
+  RegisterWriter WriteBridge;
+};
+
+constexpr RegisterPath kApplicationPath = {WriteSensorRegister, WriteBridgeRegister};
+constexpr RegisterPath kFramePath = {DriverWriteSensorRegister, DriverWriteBridgeRegister};
+
+// The low bits of the OV family's 0xFF3B choose the 50 Hz band, which the lists assume.
+std::uint8_t FollowMains(const CameraContext& context, std::uint8_t value) {
+  if (!kOVFamily.Contains(context.SensorType) || context.Flicker != Flicker60Hz) return value;
+  return value & 0xF0;
+}
+
+// Mirror and flip live in two bits of a register that the lists also carry.
+std::uint8_t KeepOrientation(const CameraContext& context, std::uint8_t value) {
+  const std::uint8_t shadow = context.ShadowFF26;
+  return static_cast<std::uint8_t>(value | (shadow & 0x30));
+}
+
+// 0: the user's sharpness was never written.
+std::uint8_t KeepUserSharpness(const CameraContext& context, std::uint8_t value) {
+  const std::uint8_t sharpness = context.UserSharpness;
+  return sharpness != 0 ? sharpness : value;
+}
+
+// One copy serves both saturation registers.
+std::uint8_t KeepUserSaturation(const CameraContext& context, std::uint8_t) {
+  return context.UserSaturation;
+}
+
+enum class Lists : std::uint8_t { Both, Normal };
+
+// An entry whose value gives way to what the user has set.
+struct EntryPatch {
+  std::uint8_t Marker;
+  std::uint8_t Register;
+  Lists In;
+  std::uint8_t (*ValueFor)(const CameraContext& context, std::uint8_t value);
+};
+
+constexpr EntryPatch kPatches[] = {
+    {kSensorEntryMarker, 0x3B, Lists::Both, FollowMains},
+    {kBridgeEntryMarker, 0x26, Lists::Both, KeepOrientation},
+    {kBridgeEntryMarker, 0x43, Lists::Normal, KeepUserSharpness},
+    {kBridgeEntryMarker, 0x78, Lists::Normal, KeepUserSaturation},
+    {kBridgeEntryMarker, 0x79, Lists::Normal, KeepUserSaturation},
+};
+
+std::uint8_t PatchedValue(const CameraContext& context, const RegisterSetEntry& entry,
+                          bool lowLight) {
+  for (const EntryPatch& patch : kPatches) {
+    if (patch.Marker != entry.Marker || patch.Register != entry.Register) continue;
+    if (lowLight && patch.In == Lists::Normal) continue;
+    return patch.ValueFor(context, entry.Value);
+  }
+  return entry.Value;
+}
+
+// A refused or failed write does not stop the list; an unknown marker leaves `result`.
+Status WriteList(CameraContext& context, const RegisterSetTable& table, const RegisterPath& path,
+                 bool lowLight) {
+  Status result = 0;
+  for (std::uint32_t i = 0; i < table.Count; ++i) {
+    const RegisterSetEntry& entry = table.Entries[i];
+    const RegisterAddress address = RegisterAddressOf(entry.Register);
+    const std::uint8_t value = PatchedValue(context, entry, lowLight);
+    if (entry.Marker == kSensorEntryMarker) {
+      result = path.WriteSensor(context, address, value);
+    } else if (entry.Marker == kBridgeEntryMarker) {
+      result = path.WriteBridge(context, address, value);
+    }
+  }
+  return result;
+}
+
+struct TailWrite {
+  RegisterWriter Write;
+  RegisterAddress Address;
+  std::uint8_t LowLight;
+  std::uint8_t Normal;
+};
+
+// Frame length, gain and commit of SensorTypeVGA0708, in writing order. The frame path writes what
+// it needs itself.
+constexpr TailWrite kTailVGA0708[] = {
+    {WriteSensorRegister, 0xFF09, 0x1F, 0x2F},
+    {WriteSensorRegister, 0xFF60, 0x03, 0x03},
+    {WriteBridgeRegister, 0xFF73, 0x7F, 0x80},
+    {WriteSensorRegister, 0xFF2F, 0x83, 0x83},
+};
+
+void WriteTail(CameraContext& context, bool lowLight) {
+  for (const TailWrite& row : kTailVGA0708) {
+    row.Write(context, row.Address, lowLight ? row.LowLight : row.Normal);
+  }
+}
+
+}  // namespace
+
+Status ApplyRegisterSet(CameraContext& context, std::uint32_t lowLight, std::uint32_t wait) {
+  const bool isLowLight = lowLight != 0;
+  const RegisterSetTable& table = isLowLight ? context.LowLightRegisters : context.NormalRegisters;
+  // A list that fills the whole table counts as overlong.
+  if (table.Present == 0 || table.Count == 0 || table.Count >= kRegisterSetCapacity) return 0;
+
+  const RegisterPath& path = wait != 0 ? kApplicationPath : kFramePath;
+  const Status result = WriteList(context, table, path, isLowLight);
+  if (context.SensorType == SensorTypeVGA0708 && wait != 0) WriteTail(context, isLowLight);
+  return result;
+}
+
+}  // namespace lidcam

@@ -1,0 +1,11 @@
+#pragma once
+
+#include "driver/core/camera_context.h"
+
+namespace lidcam {
+
+/// Writes the setup table, then replays the image controls. Without a table only the replay runs.
+/// @par Callable at passive level only
+void ApplySetupRegisters(CameraContext& context);
+
+}  // namespace lidcam
