@@ -1,0 +1,35 @@
+#pragma once
+
+#include <functional>
+#include <optional>
+
+#include "platform/kernel.h"
+
+namespace lidcam::test {
+
+/// What a wait of the driver's was asked for.
+struct WaitCall {
+  PVOID Object;
+  KWAIT_REASON Reason;
+  KPROCESSOR_MODE Mode;
+  BOOLEAN Alertable;
+  std::optional<LONGLONG> Timeout;  ///< none: without a limit
+};
+
+/// Sees the driver's calls of two kernel functions while the object lives; one at a time. The linker
+/// leads those calls here (--wrap), so that the host's kernel needs no hook for them.
+class KernelCallHooks {
+ public:
+  KernelCallHooks();
+  KernelCallHooks(const KernelCallHooks&) = delete;
+  KernelCallHooks& operator=(const KernelCallHooks&) = delete;
+  ~KernelCallHooks();
+
+  /// Ahead of each wait; a status is given to the driver in the wait's place.
+  std::function<std::optional<NTSTATUS>(const WaitCall& call)> OnWait;
+
+  /// Ahead of each return of memory to the pool.
+  std::function<void(PVOID memory)> OnFree;
+};
+
+}  // namespace lidcam::test
