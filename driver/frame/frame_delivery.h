@@ -1,0 +1,47 @@
+#pragma once
+
+#include <cstdint>
+
+#include "driver/core/camera_context.h"
+
+namespace lidcam {
+
+/// What a delivered frame's stream header says about time and number.
+struct FrameStamp {
+  Time100ns Time;              ///< presentation time
+  Time100ns LastTime;          ///< to be handed to the next call
+  std::int64_t DropCount;      ///< frames that the stream time has and the client has not
+  std::int64_t PictureNumber;  ///< place of the frame among those the stream time has
+};
+
+/// Stamps one frame. No side effects.
+///
+/// A frame carries the clock's time, but never one that is not later than the frame before: a clock
+/// that stands still or steps back makes times rise by the interval. The frame with `counter` 2 is
+/// the first of a stream and takes the clock as it is.
+///
+/// @param counter    delivered frames so far, the two skipped calls included; not negative
+/// @param clockTime  stream time now
+/// @param lastTime   time stamped on the frame before
+/// @param interval   frame interval; 0, which an application can ask for, gives a drop count of 0.
+///                   A sum beyond 64 bits wraps.
+FrameStamp StampFrame(std::int64_t counter, Time100ns clockTime, Time100ns lastTime,
+                      Time100ns interval);
+
+/// Turns a raw frame into a delivered one: copies the pixels of a stream in the camera's native
+/// size straight from the raw buffer. A stream of another size is left unwritten, and so is one
+/// while the camera is in a raw size that has no native format (1280 by 1024 among them).
+///
+/// @param destination       buffer of the negotiated format: RequestedWidth x RequestedHeight x 2
+/// @param destinationSize   not used: the negotiated format is the only bound
+/// @param rawFrame          header and YUY2 pixels
+/// @param rawFrameSize      not used: what a short frame lacks is what the raw buffer held before
+/// @param bytesWritten      bytes of the negotiated format, whether any were written or not; left
+///                          alone unless the format is YUY2
+/// @return 0 always
+/// @par Callable on the frame path, one call at a time; neither allocates nor waits
+Status DeliverFrame(CameraContext& context, std::uint8_t* destination,
+                    std::uint32_t destinationSize, std::uint8_t* rawFrame,
+                    std::uint32_t rawFrameSize, std::uint32_t& bytesWritten);
+
+}  // namespace lidcam
