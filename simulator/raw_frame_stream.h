@@ -1,0 +1,82 @@
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "simulator/bridge.h"
+#include "simulator/exposure.h"
+#include "simulator/faults.h"
+#include "simulator/picture_processing.h"
+#include "simulator/raw_frame_geometry.h"
+#include "simulator/scene.h"
+
+namespace lidcam::simulator {
+
+/// What one microframe carries.
+struct StreamPacket {
+  std::span<const std::uint8_t> Bytes;  ///< valid until the next packet; empty in the blanking
+  bool HasBusError = false;
+  bool IsStalled = false;
+};
+
+/// Makes raw frames of the scene and cuts them into one packet per microframe.
+///
+/// A frame is taken at its first packet, with size, exposure and picture settings as the registers
+/// stand at that moment. Its first packet begins with the marker and its last one is as short as its
+/// rest; the microframes to the next frame carry nothing. The bytes depend on seed, registers, scene
+/// and microframe numbers alone.
+class RawFrameStream {
+ public:
+  RawFrameStream(const Bridge& bridge, Scene& scene, std::uint64_t seed);
+
+  /// Drops the frame under way and begins with a new one a little after `microframe`.
+  void Restart(std::uint64_t microframe);
+
+  /// Gives the packet of one microframe. Microframes left out have gone by with their bytes.
+  /// @param limit  bytes per microframe of the alternate setting, above 0
+  [[nodiscard]] StreamPacket Packet(std::uint64_t microframe, std::uint32_t limit);
+
+  void SetLight(const SceneLight& light) { light_ = light; }
+  [[nodiscard]] FaultScript& Faults() { return faults_; }
+  /// Ends a stall that the fault script began.
+  void ClearStall() { isStalled_ = false; }
+
+  /// Frames begun since the camera got power.
+  [[nodiscard]] std::uint64_t FramesBegun() const { return framesBegun_; }
+
+ private:
+  void PassOver(std::uint64_t microframes, std::uint32_t limit);
+  void BeginFrame(std::uint64_t microframe, std::uint32_t limit);
+  void ExposeLines(const SensorExposure& exposure, std::uint64_t microframe, std::uint32_t lines);
+  void FillHeader(const RawFrameGeometry& geometry, const SensorExposure& exposure);
+  void AddNoise(const SensorExposure& exposure);
+  [[nodiscard]] std::uint8_t MeanLuma() const;
+  [[nodiscard]] bool IsFrameUnderWay() const { return offset_ < frame_.size(); }
+  [[nodiscard]] std::span<const std::uint8_t> TakeBytes(std::uint32_t limit);
+  [[nodiscard]] StreamPacket ApplyFault(const PacketFault& fault, std::uint32_t limit);
+
+  const Bridge& bridge_;
+  Scene& scene_;
+  std::uint64_t seed_;
+  SceneLight light_;
+  FaultScript faults_;
+  PictureProcessor processor_;
+  RgbImage view_;
+  std::vector<double> lineExposure_;
+  std::vector<std::uint8_t> frame_;
+  std::size_t offset_ = 0;
+  DisturbedPacket disturbed_;
+  std::uint64_t lastMicroframe_ = 0;
+  double nextFrameAt_ = 0;  ///< in microframes
+  std::uint64_t framesBegun_ = 0;
+  std::uint64_t firstFrameOfStream_ = 0;
+  std::uint64_t viewNumber_ = 0;  ///< frames the sensor has taken, sent or not
+  std::uint64_t packetOfFrame_ = 0;
+  std::uint64_t packetOfStream_ = 0;
+  std::uint64_t pausedUntil_ = 0;
+  std::uint64_t silentUntil_ = 0;
+  bool isStalled_ = false;
+};
+
+}  // namespace lidcam::simulator
