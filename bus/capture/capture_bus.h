@@ -1,0 +1,92 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <utility>
+#include <vector>
+
+#include "bus/capture/capture_source.h"
+#include "bus/capture/control_history.h"
+#include "bus/capture/isochronous_packet_reader.h"
+#include "bus/usb_bus.h"
+
+namespace lidcam::bus {
+
+/// A camera that answers what it answered in a capture.
+///
+/// Control transfers are matched by setup packet and OUT data, register reads by the select value in
+/// force as well. Of several equal ones the next behind the last match is taken, then the first not
+/// yet used, and at last the last one again: a host that asks more often than the recorded one hears
+/// what the recorded one heard last. Descriptor requests also match a recorded request of another
+/// length that brought enough. Reads give the recorded packets without waiting for their time.
+class CaptureBus final : public UsbBus {
+ public:
+  /// Reads all control transfers of the camera; packets are read as the stream asks for them.
+  ///
+  /// Throws CaptureError if the file can't be read.
+  explicit CaptureBus(const CaptureSource& source);
+
+  /// UsbStatus::NotRecorded for a request that the capture doesn't contain.
+  ControlResult ControlTransfer(const SetupPacket& setup, std::span<std::uint8_t> data) override;
+
+  /// UsbStatus::NoBandwidth for a setting that the recorded host was not given. Setting 0, which
+  /// needs no bandwidth, is always given, as is every setting if the capture contains no selection.
+  UsbStatus SelectSetting(std::uint8_t interface, std::uint8_t alternateSetting) override;
+
+  /// A read that outlasts the capture is filled up with empty packets of UsbStatus::EndOfCapture;
+  /// the next one ends with that status. UsbStatus::NotRecorded for an endpoint not recorded,
+  /// UsbStatus::Failed when the file has become unreadable.
+  IsochronousResult ReadIsochronous(std::uint8_t endpoint, std::span<std::uint8_t> buffer,
+                                    std::span<IsochronousPacket> packets) override;
+
+  void Abort(std::uint8_t endpoint) override;
+
+  /// Recorded bus time of the next packet; it stands still while nobody reads.
+  [[nodiscard]] std::uint32_t FrameNumber() override;
+
+  void Unplug() override;
+
+ private:
+  /// What two control transfers share that are the same question.
+  struct Question {
+    std::optional<std::uint16_t> Select;  ///< of register reads only
+    SetupPacket Setup;
+    std::vector<std::uint8_t> OutData;
+
+    friend auto operator<=>(const Question&, const Question&) = default;
+  };
+
+  struct Answers {
+    std::set<std::size_t> Unused;  ///< positions in `exchanges_`
+    std::size_t Last = 0;          ///< position of the last one recorded
+  };
+
+  void AddExchange(const ControlExchange& exchange, std::optional<std::uint16_t>& select);
+  [[nodiscard]] const ControlExchange* FindAnswer(const Question& question);
+  [[nodiscard]] const ControlExchange* FindDescriptor(const SetupPacket& setup) const;
+  void ReadAhead();
+  void FillPacket(IsochronousPacket& packet, std::span<std::uint8_t> share);
+
+  std::atomic<bool> unplugged_ = false;
+
+  std::mutex controlMutex_;  ///< guards the control side
+  std::vector<ControlExchange> exchanges_;
+  std::map<Question, Answers> answers_;
+  std::optional<std::uint16_t> select_;
+  std::size_t position_ = 0;  ///< behind the last match
+  bool settingsRecorded_ = false;
+  std::set<std::pair<std::uint16_t, std::uint16_t>> settings_;  ///< interface, alternate setting
+
+  std::mutex streamMutex_;  ///< guards the stream side
+  std::optional<std::uint8_t> endpoint_;
+  std::optional<IsochronousPacketReader> packets_;
+  std::optional<IsochronousPayload> next_;  ///< read ahead, for its bus time
+  UsbStatus streamStatus_ = UsbStatus::Ok;
+  std::atomic<std::uint32_t> microframe_ = 0;
+};
+
+}  // namespace lidcam::bus

@@ -1,0 +1,231 @@
+#include "bus/capture/pcap_file.h"
+
+#include <fcntl.h>
+#include <pcap/pcap.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <system_error>
+#include <utility>
+
+namespace lidcam::bus {
+namespace {
+
+constexpr std::int64_t kMicrosecondsPerSecond = 1'000'000;
+constexpr const char* kWantedFile = "; a USB capture in pcap or pcapng format is needed";
+
+std::string ErrorText(int error) {
+  return std::generic_category().message(error);
+}
+
+struct FileCloser {
+  void operator()(std::FILE* file) const { std::fclose(file); }
+};
+using FileHandle = std::unique_ptr<std::FILE, FileCloser>;
+
+FileHandle OpenForReading(const std::string& path) {
+  FileHandle file{std::fopen(path.c_str(), "rbe")};
+  if (!file) throw CaptureError(path + ": " + ErrorText(errno) + kWantedFile);
+  struct stat status {};
+  if (fstat(fileno(file.get()), &status) != 0) throw CaptureError(path + ": " + ErrorText(errno));
+  if (S_ISDIR(status.st_mode)) throw CaptureError(path + ": is a directory" + kWantedFile);
+  if (S_ISREG(status.st_mode) && status.st_size == 0) {
+    throw CaptureError(path + ": the file is empty" + kWantedFile);
+  }
+  return file;
+}
+
+bool IsTruncation(const std::string& reason) {
+  return reason.find("truncated") != std::string::npos;
+}
+
+/// Follows a link, so that the rename replaces the file and not the link to it.
+std::string FollowLink(const std::string& path) {
+  std::error_code error;
+  if (!std::filesystem::is_symlink(path, error)) return path;
+  const std::filesystem::path target = std::filesystem::canonical(path, error);
+  return error ? path : target.string();
+}
+
+bool IsDeviceOrPipe(const std::string& path) {
+  struct stat status {};
+  return stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode);
+}
+
+/// Makes a file of its own beside `path`; a name that an earlier process left behind is passed over.
+int CreateTemporary(const std::string& path, std::string& name) {
+  constexpr int kTries = 100;
+  int descriptor = -1;
+  for (int i = 0; i < kTries; ++i) {
+    const std::string candidate =
+        path + ".part" + std::to_string(getpid()) + "-" + std::to_string(i);
+    descriptor = open(candidate.c_str(), O_WRONLY | O_CLOEXEC | O_CREAT | O_EXCL, 0666);
+    if (descriptor >= 0) name = candidate;
+    if (descriptor >= 0 || errno != EEXIST) break;
+  }
+  return descriptor;
+}
+
+/// Brings the data to the disk where the file has one; pipes and devices refuse with these errors.
+int Synchronise(int descriptor) {
+  if (fsync(descriptor) == 0 || errno == EINVAL || errno == ENOTSUP || errno == EROFS) return 0;
+  return errno;
+}
+
+}  // namespace
+
+std::int64_t CaptureTime(std::int64_t seconds, std::int64_t microseconds) {
+  constexpr std::int64_t kLatest = std::int64_t{4} << 32;
+  if (seconds < 0 || seconds > kLatest || microseconds < 0 ||
+      microseconds >= kMicrosecondsPerSecond) {
+    throw CaptureError("time stamp of " + std::to_string(seconds) + " s and " +
+                       std::to_string(microseconds) + " us");
+  }
+  return seconds * kMicrosecondsPerSecond + microseconds;
+}
+
+void PcapReader::Closer::operator()(pcap* file) const {
+  pcap_close(file);
+}
+
+PcapReader::PcapReader(std::string path) : path_(std::move(path)) {
+  FileHandle file = OpenForReading(path_);
+  std::array<char, PCAP_ERRBUF_SIZE> reason{};
+  file_.reset(pcap_fopen_offline(file.get(), reason.data()));
+  if (!file_) {
+    const std::string text = reason.data();
+    throw CaptureError(path_ +
+                       (IsTruncation(text) ? ": cut off within the file header"
+                                           : ": not a capture file (" + text + ")") +
+                       kWantedFile);
+  }
+  static_cast<void>(file.release());  // closed with file_
+}
+
+PcapReader::~PcapReader() = default;
+
+int PcapReader::LinkType() const {
+  return pcap_datalink(file_.get());
+}
+
+std::string PcapReader::LinkTypeName() const {
+  const char* name = pcap_datalink_val_to_name(LinkType());
+  return name != nullptr ? name : std::to_string(LinkType());
+}
+
+bool PcapReader::Next(PcapPacket& packet) {
+  pcap_pkthdr* header = nullptr;
+  const u_char* bytes = nullptr;
+  const int result = pcap_next_ex(file_.get(), &header, &bytes);
+  if (result == PCAP_ERROR_BREAK) return false;
+  ++recordNumber_;
+  const std::string where = path_ + ": record " + std::to_string(recordNumber_);
+  if (result != 1) {
+    const std::string text = pcap_geterr(file_.get());
+    throw CaptureError(where + (IsTruncation(text)
+                                    ? " is cut off (" + text + "); copy the file again"
+                                    : " can't be read (" + text + ")"));
+  }
+  try {
+    packet.TimeMicroseconds = CaptureTime(header->ts.tv_sec, header->ts.tv_usec);
+  } catch (const CaptureError& error) {
+    throw CaptureError(where + ": " + error.what());
+  }
+  packet.Bytes = {bytes, header->caplen};
+  packet.OriginalLength = header->len;
+  return true;
+}
+
+void PcapWriter::Closer::operator()(pcap* file) const {
+  pcap_close(file);
+}
+
+PcapWriter::PcapWriter(std::string path, int linkType)
+    : path_(std::move(path)), finalPath_(FollowLink(path_)) {
+  // The dead handle carries link type and limit into the file header.
+  file_.reset(pcap_open_dead(linkType, static_cast<int>(kLargestRecord)));
+  if (!file_) throw CaptureError(path_ + ": no memory for the capture file");
+  OpenTemporary(linkType);
+}
+
+PcapWriter::~PcapWriter() {
+  Discard();
+}
+
+void PcapWriter::OpenTemporary(int linkType) {
+  const int descriptor = IsDeviceOrPipe(finalPath_) ? open(finalPath_.c_str(), O_WRONLY | O_CLOEXEC)
+                                                    : CreateTemporary(finalPath_, temporaryPath_);
+  if (descriptor < 0) Fail(errno);
+  FileHandle file{fdopen(descriptor, "wb")};
+  if (!file) {
+    const int error = errno;
+    close(descriptor);
+    Fail(error);
+  }
+  errno = 0;
+  dumper_ = pcap_dump_fopen(file_.get(), file.get());
+  if (dumper_ == nullptr) {
+    const int error = errno;
+    if (error == 0) {
+      Discard();
+      throw CaptureError(path_ + ": link type " + std::to_string(linkType) +
+                         " can't be written to a capture file");
+    }
+    Fail(error);
+  }
+  static_cast<void>(file.release());  // closed with dumper_
+}
+
+void PcapWriter::Write(std::int64_t timeMicroseconds, std::span<const std::uint8_t> bytes) {
+  if (dumper_ == nullptr) throw CaptureError(path_ + ": the capture is closed");
+  if (bytes.size() > kLargestRecord) {
+    throw CaptureError(path_ + ": a record of " + std::to_string(bytes.size()) +
+                       " bytes; the largest has " + std::to_string(kLargestRecord));
+  }
+  const std::int64_t time = std::max<std::int64_t>(timeMicroseconds, 0);
+  pcap_pkthdr header{};
+  header.ts.tv_sec = static_cast<decltype(header.ts.tv_sec)>(time / kMicrosecondsPerSecond);
+  header.ts.tv_usec = static_cast<decltype(header.ts.tv_usec)>(time % kMicrosecondsPerSecond);
+  header.caplen = static_cast<bpf_u_int32>(bytes.size());
+  header.len = header.caplen;
+  errno = 0;
+  pcap_dump(reinterpret_cast<u_char*>(dumper_), &header, bytes.data());
+  if (std::ferror(pcap_dump_file(dumper_)) != 0) Fail(errno);
+}
+
+void PcapWriter::Close() {
+  if (dumper_ == nullptr) throw CaptureError(path_ + ": the capture is closed");
+  std::FILE* stream = pcap_dump_file(dumper_);
+  errno = 0;
+  if (pcap_dump_flush(dumper_) != 0 || std::ferror(stream) != 0) Fail(errno);
+  if (const int error = Synchronise(fileno(stream)); error != 0) Fail(error);
+  // pcap_dump_close() keeps the result of closing to itself: a duplicate is closed before it.
+  const int duplicate = dup(fileno(stream));
+  if (duplicate < 0 || close(duplicate) != 0) Fail(errno);
+  pcap_dump_close(dumper_);
+  dumper_ = nullptr;
+  if (!temporaryPath_.empty() && std::rename(temporaryPath_.c_str(), finalPath_.c_str()) != 0) {
+    Fail(errno);
+  }
+  temporaryPath_.clear();
+}
+
+void PcapWriter::Discard() {
+  if (dumper_ != nullptr) pcap_dump_close(dumper_);
+  dumper_ = nullptr;
+  if (!temporaryPath_.empty()) unlink(temporaryPath_.c_str());
+  temporaryPath_.clear();
+}
+
+void PcapWriter::Fail(int error) {
+  Discard();
+  throw CaptureError(path_ + ": can't write the capture: " + ErrorText(error != 0 ? error : EIO));
+}
+
+}  // namespace lidcam::bus
