@@ -1,0 +1,34 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "apps/lidcam/host_environment.h"
+#include "bus/capture/capture_source.h"
+#include "bus/usb_bus.h"
+
+namespace lidcam::app {
+
+/// Which camera a command works on, as the user names it.
+struct CameraChoice {
+  std::string Camera = "sim";         ///< "sim[:vid:pid[,sensor=NAME]...]" or "capture:FILE"
+  std::optional<std::string> Device;  ///< "bus.device" within a capture
+  bool IsFast = false;                ///< simulated bus time runs as fast as the machine
+};
+
+/// Opens the camera's bus. Throws UsageError for a name that can't be meant and CommandError for a
+/// camera that can't be opened.
+[[nodiscard]] std::unique_ptr<bus::UsbBus> OpenCamera(const CameraChoice& choice);
+
+/// Opens a capture and finds the camera in it. Throws CommandError or UsageError.
+[[nodiscard]] bus::CaptureSource OpenCapture(const std::string& path,
+                                             const std::optional<std::string>& device);
+
+/// The set files that fit the camera.
+[[nodiscard]] SetFiles SetFilesFor(const CameraChoice& choice);
+
+/// The file of a "capture:FILE" name, or nothing.
+[[nodiscard]] std::optional<std::string> CaptureFileOf(const std::string& camera);
+
+}  // namespace lidcam::app

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <stdexcept>
+
+namespace lidcam::app {
+
+/// A command failed: exit status 1. what() is one line that names the input and the reason.
+class CommandError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+/// A command was asked for something that can't be meant: exit status 2. what() is one line that
+/// names the input, the reason and what would be right.
+class UsageError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+}  // namespace lidcam::app

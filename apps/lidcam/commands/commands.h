@@ -1,0 +1,20 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+namespace lidcam::app {
+
+// Each adds one command with its options to the command line. The command runs as the callback of
+// its subcommand and throws CommandError or UsageError.
+
+void AddListCommand(CLI::App& app);
+void AddStreamCommand(CLI::App& app);
+void AddRecordCommand(CLI::App& app);
+void AddReplayCommand(CLI::App& app);
+void AddControlsCommand(CLI::App& app);
+void AddGetCommand(CLI::App& app);
+void AddSetCommand(CLI::App& app);
+void AddRegistersCommand(CLI::App& app);
+void AddSetsCommand(CLI::App& app);
+
+}  // namespace lidcam::app

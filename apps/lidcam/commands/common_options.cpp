@@ -1,0 +1,52 @@
+#include "apps/lidcam/commands/common_options.h"
+
+#include "apps/lidcam/command_error.h"
+
+namespace lidcam::app {
+
+void AddCameraOptions(CLI::App& command, CommonOptions& options) {
+  command
+      .add_option(
+          "--camera", options.Camera.Camera,
+          "sim[:vid:pid[,sensor=NAME][,config=long|short][,seed=N][,scene=FILE][,mains=50Hz|60Hz]] "
+          "or "
+          "capture:FILE")
+      ->type_name("CAMERA")
+      ->capture_default_str();
+  command.add_option("--device", options.Camera.Device, "device of a capture, if it holds several")
+      ->type_name("BUS.DEVICE");
+}
+
+void AddOutputOptions(CLI::App& command, CommonOptions& options) {
+  command.add_flag("--json", options.IsJson, "answer in JSON");
+  command.add_flag("--trace", options.Output.ShowsTrace,
+                   "print every register access, state change and frame decision");
+  command.add_flag("--debug", options.Output.ShowsDebug, "print the driver's debug output");
+  command.add_flag("-q,--quiet", options.Output.IsQuiet, "no progress and no summary");
+}
+
+void AddStreamOptions(CLI::App& command, CommonOptions& common, StreamOptions& options) {
+  command.add_option("--size", options.Size, "picture size: 640x480, 320x240 or 160x120")
+      ->type_name("WxH")
+      ->capture_default_str();
+  command.add_option("--frames", options.Frames, "end after this many frames")->type_name("N");
+  command.add_option("--duration", options.Duration, "end after this time on the bus, such as 2s")
+      ->type_name("TIME");
+  command.add_option("--set", options.Controls, "change picture controls once the stream runs")
+      ->type_name("NAME=VALUE");
+  command.add_flag("--fast", common.Camera.IsFast,
+                   "don't wait for bus time: as fast as this machine can");
+}
+
+void RequireSomeFrames(const std::optional<std::uint64_t>& frames) {
+  if (frames == 0U) throw UsageError("frames '0' is not a count from 1 on");
+}
+
+StreamLimits LimitsOf(const StreamOptions& options) {
+  RequireSomeFrames(options.Frames);
+  StreamLimits limits{.Frames = options.Frames, .Duration = {}, .ToleratesSilence = false};
+  if (options.Duration) limits.Duration = ParseDuration(*options.Duration);
+  return limits;
+}
+
+}  // namespace lidcam::app

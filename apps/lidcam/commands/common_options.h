@@ -1,0 +1,54 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "apps/lidcam/camera_source.h"
+#include "apps/lidcam/host_environment.h"
+#include "apps/lidcam/units.h"
+
+namespace lidcam::app {
+
+/// Options that mean the same in every command that has them.
+struct CommonOptions {
+  CameraChoice Camera;
+  Verbosity Output;
+  bool IsJson = false;
+};
+
+/// Adds --camera and --device.
+void AddCameraOptions(CLI::App& command, CommonOptions& options);
+
+/// Adds --json, --trace, --debug and --quiet.
+void AddOutputOptions(CLI::App& command, CommonOptions& options);
+
+/// How long a stream runs and what it gives.
+struct StreamOptions {
+  std::string Size = "640x480";
+  std::optional<std::uint64_t> Frames;
+  std::optional<std::string> Duration;
+  std::vector<std::string> Controls;  ///< NAME=VALUE, set once the stream runs
+  std::optional<std::string> Output;
+};
+
+/// Adds --size, --frames, --duration, --set and --fast.
+void AddStreamOptions(CLI::App& command, CommonOptions& common, StreamOptions& options);
+
+/// When a stream ends, besides by an interrupt.
+struct StreamLimits {
+  std::optional<std::uint64_t> Frames;
+  std::optional<std::chrono::microseconds> Duration;  ///< of bus time
+  bool ToleratesSilence = false;  ///< a recorded camera may pause; a live one is then gone
+};
+
+/// Throws UsageError for a limit of no frames.
+void RequireSomeFrames(const std::optional<std::uint64_t>& frames);
+
+/// Throws UsageError.
+[[nodiscard]] StreamLimits LimitsOf(const StreamOptions& options);
+
+}  // namespace lidcam::app

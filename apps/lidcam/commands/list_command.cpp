@@ -1,0 +1,132 @@
+#include <array>
+#include <cstdio>
+#include <iostream>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "apps/lidcam/command_error.h"
+#include "apps/lidcam/commands/commands.h"
+#include "apps/lidcam/commands/common_options.h"
+#include "bus/capture/capture_source.h"
+#include "simulator/camera_identity.h"
+
+namespace lidcam::app {
+namespace {
+
+struct ListCommand {
+  bool IsJson = false;
+  std::vector<std::string> Captures;
+};
+
+std::string Hexadecimal(std::uint16_t number) {
+  std::array<char, 5> text{};
+  std::snprintf(text.data(), text.size(), "%04x", unsigned{number});
+  return text.data();
+}
+
+std::string IdentityText(const simulator::CameraIdentity& identity) {
+  return Hexadecimal(identity.VendorId) + ":" + Hexadecimal(identity.ProductId);
+}
+
+std::string SensorList(const simulator::CameraIdentity& identity) {
+  std::string list;
+  for (const simulator::SensorModel model : identity.Sensors) {
+    if (!list.empty()) list += ", ";
+    list += simulator::NameOf(model);
+  }
+  return list;
+}
+
+nlohmann::json ToJson(const simulator::CameraIdentity& identity) {
+  nlohmann::json sensors = nlohmann::json::array();
+  for (const simulator::SensorModel model : identity.Sensors) {
+    sensors.push_back(std::string(simulator::NameOf(model)));
+  }
+  return {{"camera", "sim:" + IdentityText(identity)},
+          {"kind", "simulated"},
+          {"identity", IdentityText(identity)},
+          {"sensors", sensors}};
+}
+
+nlohmann::json ToJson(const std::string& path, const bus::RecordedDevice& device) {
+  nlohmann::json row = {{"camera", "capture:" + path},
+                        {"kind", "capture"},
+                        {"device", bus::ToString(device.Address)},
+                        {"description", bus::Describe(device)}};
+  if (device.Identity) {
+    row["identity"] =
+        Hexadecimal(device.Identity->Vendor) + ":" + Hexadecimal(device.Identity->Product);
+  }
+  return row;
+}
+
+struct CaptureListing {
+  std::string Path;
+  std::vector<bus::RecordedDevice> Devices;
+};
+
+// All are read before anything is printed.
+std::vector<CaptureListing> ReadCaptures(const ListCommand& command) {
+  std::vector<CaptureListing> listings;
+  for (const std::string& path : command.Captures) {
+    listings.push_back({path, bus::ListRecordedDevices(path)});
+  }
+  return listings;
+}
+
+void PrintJson(const std::vector<CaptureListing>& captures) {
+  nlohmann::json rows = nlohmann::json::array();
+  for (const simulator::CameraIdentity& identity : simulator::AllIdentities()) {
+    rows.push_back(ToJson(identity));
+  }
+  for (const CaptureListing& capture : captures) {
+    for (const bus::RecordedDevice& device : capture.Devices) {
+      rows.push_back(ToJson(capture.Path, device));
+    }
+  }
+  std::cout << rows.dump(2) << std::endl;
+}
+
+void PrintTable(const std::vector<CaptureListing>& captures) {
+  std::printf("Simulated cameras (the usual sensor first):\n");
+  for (const simulator::CameraIdentity& identity : simulator::AllIdentities()) {
+    std::printf("  sim:%s  %s\n", IdentityText(identity).c_str(), SensorList(identity).c_str());
+  }
+  for (const CaptureListing& capture : captures) {
+    std::printf("Devices of capture %s:\n", capture.Path.c_str());
+    for (const bus::RecordedDevice& device : capture.Devices) {
+      std::printf("  %s\n", bus::Describe(device).c_str());
+    }
+  }
+  if (captures.empty()) {
+    std::printf("Captures: name their files to list the devices in them.\n");
+  }
+}
+
+void Run(const ListCommand& command) {
+  try {
+    const std::vector<CaptureListing> captures = ReadCaptures(command);
+    command.IsJson ? PrintJson(captures) : PrintTable(captures);
+  } catch (const bus::CaptureError& error) {
+    throw CommandError(error.what());
+  }
+}
+
+}  // namespace
+
+void AddListCommand(CLI::App& app) {
+  const auto command = std::make_shared<ListCommand>();
+  CLI::App* const sub =
+      app.add_subcommand("list", "simulated cameras, and the devices of captures");
+  sub->add_option("captures", command->Captures, "capture files to look into")->type_name("FILE");
+  sub->add_flag("--json", command->IsJson, "answer in JSON");
+  sub->footer(
+      "Examples:\n"
+      "  lidcam list\n"
+      "  lidcam list bus.pcap");
+  sub->callback([command] { Run(*command); });
+}
+
+}  // namespace lidcam::app

@@ -1,0 +1,69 @@
+#include <memory>
+
+#include "apps/lidcam/command_error.h"
+#include "apps/lidcam/commands/commands.h"
+#include "apps/lidcam/commands/common_options.h"
+#include "apps/lidcam/replay_run.h"
+
+namespace lidcam::app {
+namespace {
+
+struct ReplayCommand {
+  CommonOptions Common;
+  std::string Capture;
+  std::optional<std::string> Size;
+  std::optional<std::uint64_t> Frames;
+  std::optional<std::string> Output;
+};
+
+void Run(const ReplayCommand& command) {
+  RequireSomeFrames(command.Frames);
+  std::optional<PictureSize> size;
+  if (command.Size) {
+    size = ParsePictureSize(*command.Size);
+    RequireNativeSize(*size);
+  }
+  OpenHostEnvironment(command.Common.Output, SetFiles::OfHardware);
+  DetachSettings();
+  try {
+    const bus::CaptureSource source = OpenCapture(command.Capture, command.Common.Camera.Device);
+    const PictureSize frameSize = size ? *size : EstimateSize(source);
+    std::unique_ptr<FrameWriter> writer;
+    if (command.Output) {
+      writer = MakeFrameWriter(*command.Output, frameSize, kFramePeriod);
+    }
+    const StreamLimits limits{.Frames = command.Frames, .Duration = {}, .ToleratesSilence = true};
+    StreamResult result = RunReplay(source, frameSize, limits, writer.get(), command.Common.Output);
+    FinishOutput(result, writer.get(), "capture '" + command.Capture + "'");
+    PrintSummary(result, command.Common);
+  } catch (const bus::CaptureError& error) {
+    throw CommandError(error.what());
+  }
+}
+
+}  // namespace
+
+void AddReplayCommand(CLI::App& app) {
+  const auto command = std::make_shared<ReplayCommand>();
+  CLI::App* const sub = app.add_subcommand(
+      "replay", "recorded packets through assembly and delivery, without timing");
+  sub->add_option("capture", command->Capture, "pcap of Linux usbmon or Windows USBPcap")
+      ->type_name("FILE")
+      ->required();
+  sub->add_option("--device", command->Common.Camera.Device,
+                  "device of the capture, if it holds several")
+      ->type_name("BUS.DEVICE");
+  sub->add_option("--size", command->Size, "picture size; told by the frames if not given")
+      ->type_name("WxH");
+  sub->add_option("--frames", command->Frames, "end after this many frames")->type_name("N");
+  sub->add_option("-o,--output", command->Output,
+                  ".y4m, .yuy2, .png (a numbered series), or - for Y4M on standard output")
+      ->type_name("FILE");
+  AddOutputOptions(*sub, command->Common);
+  sub->footer(
+      "Example:\n"
+      "  lidcam replay bus.pcap -o replayed.y4m");
+  sub->callback([command] { Run(*command); });
+}
+
+}  // namespace lidcam::app

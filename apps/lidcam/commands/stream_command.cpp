@@ -1,0 +1,56 @@
+#include <memory>
+
+#include "apps/lidcam/command_error.h"
+#include "apps/lidcam/commands/commands.h"
+#include "apps/lidcam/commands/common_options.h"
+#include "apps/lidcam/stream_run.h"
+
+namespace lidcam::app {
+namespace {
+
+struct StreamCommand {
+  CommonOptions Common;
+  StreamOptions Stream;
+};
+
+void Run(const StreamCommand& command) {
+  const PictureSize size = ParsePictureSize(command.Stream.Size);
+  RequireNativeSize(size);
+  const StreamLimits limits = LimitsOf(command.Stream);
+  const std::vector<ControlAssignment> controls = ParseAssignments(command.Stream.Controls);
+  if (command.Common.IsJson && command.Stream.Output == "-") {
+    throw UsageError("--json and the output '-' both want standard output: use one of them");
+  }
+  OpenHostEnvironment(command.Common.Output, SetFilesFor(command.Common.Camera));
+  const std::unique_ptr<bus::UsbBus> bus = OpenCamera(command.Common.Camera);
+  CoreCamera camera(*bus);
+  std::unique_ptr<FrameWriter> writer;
+  if (command.Stream.Output) {
+    writer = MakeFrameWriter(*command.Stream.Output, size, kFramePeriod);
+  }
+  StreamResult result =
+      RunNativeStream(camera, size, limits, controls, writer.get(), command.Common.Output);
+  FinishOutput(result, writer.get(), "camera '" + command.Common.Camera.Camera + "'");
+  PrintSummary(result, command.Common);
+}
+
+}  // namespace
+
+void AddStreamCommand(CLI::App& app) {
+  const auto command = std::make_shared<StreamCommand>();
+  CLI::App* const sub = app.add_subcommand("stream", "frames to a file, a PNG series or a pipe");
+  AddCameraOptions(*sub, command->Common);
+  AddStreamOptions(*sub, command->Common, command->Stream);
+  sub->add_option("-o,--output", command->Stream.Output,
+                  ".y4m, .yuy2, .png (a numbered series), or - for Y4M on standard output")
+      ->type_name("FILE");
+  AddOutputOptions(*sub, command->Common);
+  sub->footer(
+      "Examples:\n"
+      "  lidcam stream --frames 5 -o picture.png\n"
+      "  lidcam stream --size 320x240 -o - | ffplay -\n"
+      "  lidcam stream --camera sim:1af0:6010,sensor=OV7670 --duration 2s -o clip.y4m");
+  sub->callback([command] { Run(*command); });
+}
+
+}  // namespace lidcam::app

@@ -1,0 +1,55 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "bus/enumeration.h"
+#include "bus/usb_bus.h"
+#include "driver/core/camera_context.h"
+
+namespace lidcam::app {
+
+/// The camera core brought up over a bus: enumeration, then CreateCameraContext() with request
+/// callbacks that become control transfers. Destroyed, it saves the settings and frees the record.
+class CoreCamera {
+ public:
+  /// Throws CommandError if the device does not answer or the bring-up fails.
+  ///
+  /// @param bus  must outlive the camera
+  explicit CoreCamera(bus::UsbBus& bus);
+  CoreCamera(const CoreCamera&) = delete;
+  CoreCamera& operator=(const CoreCamera&) = delete;
+  ~CoreCamera();
+
+  [[nodiscard]] bus::UsbBus& Bus() { return bus_; }
+  [[nodiscard]] CameraContext& Context() { return *context_; }
+  [[nodiscard]] const bus::UsbDeviceInfo& Device() const { return device_; }
+  [[nodiscard]] bool HasLongConfiguration() const;
+
+  /// Saves the settings now rather than at the end.
+  void SaveSettings();
+
+ private:
+  struct Transport;
+  struct TransportDeleter {
+    void operator()(Transport* transport) const;
+  };
+  struct ContextDeleter {
+    void operator()(CameraContext* context) const;
+  };
+
+  bus::UsbBus& bus_;
+  bus::UsbDeviceInfo device_;
+  std::unique_ptr<Transport, TransportDeleter> transport_;
+  std::unique_ptr<CameraContext, ContextDeleter> context_;
+};
+
+/// The name of a sensor type as users know it: "VGA0708", "OV7660" and so on.
+[[nodiscard]] std::string_view SensorName(std::int32_t sensorType);
+
+/// "1af0:0511".
+[[nodiscard]] std::string IdentityText(const bus::UsbDeviceInfo& device);
+
+}  // namespace lidcam::app

@@ -1,0 +1,101 @@
+#include "apps/lidcam/host_environment.h"
+
+#include <unistd.h>
+
+#include <array>
+#include <chrono>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <system_error>
+
+#include "apps/lidcam/command_error.h"
+#include "apps/lidcam/register_sets/set_files.h"
+#include "driver/core/camera_trace.h"
+#include "platform/host/nt/debug_print.h"
+#include "platform/host/nt/files.h"
+#include "platform/host/nt/registry.h"
+
+namespace lidcam::app {
+namespace {
+
+namespace fs = std::filesystem;
+
+[[gnu::format(printf, 2, 0)]] void PrintTraceLine(std::FILE* stream, const char* format,
+                                                  std::va_list arguments) {
+  std::array<char, 160> line{};
+  std::vsnprintf(line.data(), line.size(), format, arguments);
+  std::fprintf(stream, "%s\n", line.data());
+}
+
+[[gnu::format(printf, 1, 0)]] void TraceToStandardError(const char* format,
+                                                        std::va_list arguments) {
+  PrintTraceLine(stderr, format, arguments);
+}
+
+[[gnu::format(printf, 1, 0)]] void TraceToStandardOutputSink(const char* format,
+                                                             std::va_list arguments) {
+  PrintTraceLine(stdout, format, arguments);
+}
+
+// The driver's messages carry their own line ends, or none: each gets a line of its own here.
+void PrintDebugMessage(const std::string& message) {
+  static const auto start = std::chrono::steady_clock::now();
+  const std::chrono::duration<double> passed = std::chrono::steady_clock::now() - start;
+  const bool endsLine = message.ends_with('\n');
+  std::fprintf(stderr, "[%9.6f %d] %s%s", passed.count(), gettid(), message.c_str(),
+               endsLine ? "" : "\n");
+}
+
+fs::path UserDataFolder() {
+  if (const char* const data = std::getenv("XDG_DATA_HOME"); data != nullptr && *data != '\0') {
+    return data;
+  }
+  if (const char* const home = std::getenv("HOME"); home != nullptr && *home != '\0') {
+    return fs::path(home) / ".local" / "share";
+  }
+  throw CommandError("no folder for settings: set LIDCAM_HOME or HOME");
+}
+
+void CreateFolder(const fs::path& folder) {
+  std::error_code error;
+  fs::create_directories(folder, error);
+  if (error) {
+    throw CommandError("folder '" + folder.string() + "' can't be made: " + error.message());
+  }
+}
+
+}  // namespace
+
+fs::path HomeFolder() {
+  const char* const home = std::getenv("LIDCAM_HOME");
+  const fs::path folder =
+      home != nullptr && *home != '\0' ? fs::path(home) : UserDataFolder() / "lidcam";
+  CreateFolder(folder);
+  return folder;
+}
+
+void OpenHostEnvironment(const Verbosity& verbosity, SetFiles setFiles) {
+  const fs::path home = HomeFolder();
+  if (setFiles == SetFiles::OfSimulatedCameras) {
+    if (const auto error = InstallSimulatedSets(home / "simulated-root"))
+      throw CommandError(*error);
+    host::SetSystemRoot(home / "simulated-root");
+  } else {
+    host::SetSystemRoot(home / "system-root");
+  }
+  host::SetRegistryFile((home / "registry.reg").string());
+  if (verbosity.ShowsTrace) SetCameraTraceSink(TraceToStandardError);
+  if (verbosity.ShowsDebug) host::SetDebugPrintSink(PrintDebugMessage);
+}
+
+void TraceToStandardOutput() {
+  SetCameraTraceSink(TraceToStandardOutputSink);
+}
+
+void DetachSettings() {
+  host::SetRegistryFile({});
+}
+
+}  // namespace lidcam::app

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <filesystem>
+
+namespace lidcam::app {
+
+/// What a command says on top of its own output.
+struct Verbosity {
+  bool IsQuiet = false;
+  bool ShowsTrace = false;  ///< canonical trace lines, on standard error
+  bool ShowsDebug = false;  ///< the driver's debug output with time and thread, on standard error
+};
+
+/// Which set files the driver finds.
+enum class SetFiles {
+  OfSimulatedCameras,  ///< those built into this program
+  OfHardware,          ///< those that the user put into place
+};
+
+/// Connects the driver's platform to this machine: settings, set files and messages.
+///
+/// The folder is the environment's LIDCAM_HOME, else lidcam/ in the user's data folder. It holds
+/// the registry (registry.reg) and two trees that stand for \SystemRoot: system-root/ with the set
+/// files that came with hardware, which is never written to, and simulated-root/ with those of the
+/// simulated cameras, which is kept up to date. Throws CommandError.
+void OpenHostEnvironment(const Verbosity& verbosity, SetFiles setFiles);
+
+/// The folder; created when missing. Throws CommandError.
+[[nodiscard]] std::filesystem::path HomeFolder();
+
+/// Sends trace lines to standard output instead, for commands whose output is the trace.
+void TraceToStandardOutput();
+
+/// For replays: no settings are loaded or saved.
+void DetachSettings();
+
+}  // namespace lidcam::app

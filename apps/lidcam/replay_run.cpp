@@ -1,0 +1,88 @@
+#include "apps/lidcam/replay_run.h"
+
+#include <array>
+#include <cstdlib>
+#include <memory>
+
+#include "apps/lidcam/command_error.h"
+#include "apps/lidcam/interrupt.h"
+#include "apps/lidcam/progress.h"
+#include "bus/capture/capture_bus.h"
+#include "bus/capture/isochronous_packet_reader.h"
+
+namespace lidcam::app {
+namespace {
+
+// Header and closing bytes of a raw frame.
+constexpr std::int64_t kRawFrameExtra = 66;
+
+// Sensors deviate from their size's pixels by a few lines at most.
+constexpr std::int64_t kSizeTolerancePercent = 15;
+
+bool IsOfSize(std::uint64_t rawBytes, PictureSize size) {
+  const std::int64_t expected = static_cast<std::int64_t>(size.Yuy2Bytes()) + kRawFrameExtra;
+  return std::abs(static_cast<std::int64_t>(rawBytes) - expected) * 100 <=
+         expected * kSizeTolerancePercent;
+}
+
+std::uint64_t EstimateRawBytes(const bus::CaptureSource& source) {
+  bus::IsochronousPacketReader packets(source);
+  const auto estimate = bus::EstimateRawFrameSize(packets);
+  if (!estimate) {
+    throw CommandError("capture '" + source.Path() +
+                       "' holds no two frame starts: there is no whole frame to replay");
+  }
+  return estimate->Bytes;
+}
+
+bool TellsBringUp(const bus::RecordedDevice& device) {
+  return device.Identity.has_value() && device.RegisterRequests > 0;
+}
+
+// Nothing is known of the camera but its frames: a record of its own carries the format.
+StreamResult ReplayFramesOnly(const bus::CaptureSource& source, PictureSize size,
+                              const StreamLimits& limits, FrameWriter* writer,
+                              const Verbosity& verbosity) {
+  const auto context = std::make_unique<CameraContext>();
+  const auto rawBytes = static_cast<std::uint32_t>(EstimateRawBytes(source));
+  SetNativeFormat(*context, size, rawBytes);
+  constexpr std::uint32_t kRawBufferMargin = 4096;
+  FramePath path(*context, rawBytes + kRawBufferMargin, size, LimitedWriter(writer, limits));
+  bus::IsochronousPacketReader reader(source);
+  bus::IsochronousPayload payload;
+  ProgressLine progress(!verbosity.IsQuiet);
+  const auto isEnough = [&] {
+    return limits.Frames && path.Counts().Delivered() >= *limits.Frames;
+  };
+  while (!IsInterrupted() && !isEnough() && reader.Next(payload)) {
+    const TransferPacket packet{0, static_cast<std::uint32_t>(payload.Data.size())};
+    path.Take(payload.Data, {&packet, 1});
+    progress.Show(path.Counts(), *context);
+  }
+  return {.Counts = path.Counts(), .Size = size, .Identity = {}, .Sensor = {}, .Place = {}};
+}
+
+}  // namespace
+
+PictureSize EstimateSize(const bus::CaptureSource& source) {
+  const std::uint64_t rawBytes = EstimateRawBytes(source);
+  for (const PictureSize size : kNativeSizes) {
+    if (IsOfSize(rawBytes, size)) return size;
+  }
+  throw CommandError("capture '" + source.Path() + "' holds raw frames of " +
+                     std::to_string(rawBytes) +
+                     " bytes, which fits none of 640x480, 320x240 and 160x120");
+}
+
+StreamResult RunReplay(const bus::CaptureSource& source, PictureSize size,
+                       const StreamLimits& limits, FrameWriter* writer,
+                       const Verbosity& verbosity) {
+  if (!TellsBringUp(source.Device())) {
+    return ReplayFramesOnly(source, size, limits, writer, verbosity);
+  }
+  bus::CaptureBus recorded(source);
+  CoreCamera camera(recorded);
+  return RunNativeStream(camera, size, limits, {}, writer, verbosity);
+}
+
+}  // namespace lidcam::app

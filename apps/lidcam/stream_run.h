@@ -1,0 +1,58 @@
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <span>
+#include <string>
+
+#include "apps/lidcam/commands/common_options.h"
+#include "apps/lidcam/control_table.h"
+#include "apps/lidcam/core_camera.h"
+#include "apps/lidcam/native_stream.h"
+#include "apps/lidcam/output/frame_writer.h"
+
+namespace lidcam::app {
+
+/// What a run of a stream came to.
+struct StreamResult {
+  StreamCounts Counts;
+  PictureSize Size;
+  std::string Identity;  ///< empty if the capture does not tell
+  std::string Sensor;    ///< empty if the capture does not tell
+  std::string Place;     ///< where the frames are; empty without an output
+};
+
+/// Streams from the camera until a limit, an interrupt or the end of a capture, writing frames if
+/// there is a writer. Frames beyond the limit are not written.
+///
+/// @param controls  set once the stream runs, in this order
+[[nodiscard]] StreamResult RunNativeStream(CoreCamera& camera, PictureSize size,
+                                           const StreamLimits& limits,
+                                           std::span<const ControlAssignment> controls,
+                                           FrameWriter* writer, const Verbosity& verbosity);
+
+/// Gives a writer the frames up to a limit. Without a writer, or beyond the limit, frames go by.
+class LimitedWriter {
+ public:
+  LimitedWriter(FrameWriter* writer, const StreamLimits& limits)
+      : writer_(writer), frames_(limits.Frames) {}
+
+  void operator()(std::span<const std::uint8_t> yuy2);
+
+ private:
+  FrameWriter* writer_;
+  std::optional<std::uint64_t> frames_;
+  std::uint64_t written_ = 0;
+};
+
+/// Prints the summary: one line for a person on standard error, or JSON on standard output.
+void PrintSummary(const StreamResult& result, const CommonOptions& options);
+
+/// Completes a stream's output and notes its place in the result. Throws CommandError, with nothing
+/// left under the output's name, if the stream gave no frame.
+///
+/// @param writer  may be null
+/// @param from    names the source in the error
+void FinishOutput(StreamResult& result, FrameWriter* writer, const std::string& from);
+
+}  // namespace lidcam::app

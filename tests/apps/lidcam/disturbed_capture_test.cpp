@@ -1,0 +1,190 @@
+// A camera whose packets are disturbed, streamed once and replayed from its recording: both runs
+// must come to the same decisions on every frame.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <array>
+#include <cstdarg>
+#include <cstdint>
+#include <cstdio>
+#include <filesystem>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "apps/lidcam/command_error.h"
+#include "apps/lidcam/core_camera.h"
+#include "apps/lidcam/host_environment.h"
+#include "apps/lidcam/native_stream.h"
+#include "bus/capture/capture_bus.h"
+#include "bus/capture/recording_bus.h"
+#include "bus/simulated/simulated_bus.h"
+#include "driver/core/camera_trace.h"
+#include "platform/host/nt/debug_print.h"
+
+namespace lidcam::app {
+namespace {
+
+namespace fs = std::filesystem;
+using simulator::FaultKind;
+using ::testing::ElementsAreArray;
+
+using Lines = std::vector<std::string>;
+
+constexpr PictureSize kSize{160, 120};
+constexpr std::uint64_t kDisturbedFrame = 3;
+constexpr std::uint32_t kRunLength = 7;
+constexpr int kTransfers = 100;  // of 32 microframes: some twelve frames
+
+Lines* g_frameLines = nullptr;
+
+[[gnu::format(printf, 1, 0)]] void KeepFrameLine(const char* format, std::va_list arguments) {
+  std::array<char, 160> line{};
+  std::vsnprintf(line.data(), line.size(), format, arguments);
+  if (std::string_view(line.data()).starts_with("frame ")) g_frameLines->emplace_back(line.data());
+}
+
+/// What one run says of its frames.
+struct RunAccount {
+  Lines Frames;
+  Lines Debug;
+  std::vector<std::vector<std::uint8_t>> Pictures;
+  bool BrokeOff = false;
+};
+
+RunAccount StreamOver(bus::UsbBus& bus) {
+  RunAccount account;
+  g_frameLines = &account.Frames;
+  SetCameraTraceSink(KeepFrameLine);
+  const host::DebugPrintCapture debug;
+  {
+    CoreCamera camera(bus);
+    NativeStream stream(camera, kSize, [&account](std::span<const std::uint8_t> yuy2) {
+      account.Pictures.emplace_back(yuy2.begin(), yuy2.end());
+    });
+    try {
+      for (int i = 0; i < kTransfers && stream.ReadTransfer(); ++i) {
+      }
+    } catch (const CommandError&) {
+      account.BrokeOff = true;
+    }
+  }
+  SetCameraTraceSink(nullptr);
+  account.Debug = debug.Messages();
+  return account;
+}
+
+/// A fault and what it does to the frames; a frame is 37 packets of 1024 bytes and one of 578.
+struct FaultRow {
+  FaultKind Kind;
+  std::uint64_t Packet;  ///< within the disturbed frame
+  Lines Consequence;     ///< lines from the disturbed frame's end to the next undisturbed frame's
+  bool BreaksOff = false;
+};
+
+std::string NameOf(const ::testing::TestParamInfo<FaultRow>& tested) {
+  constexpr std::array kNames = {"Lost",      "Short",        "Oversized",
+                                 "Corrupted", "MarkerAtHead", "MarkerInside",
+                                 "EmptyRun",  "Silence",      "Stall"};
+  return kNames.at(static_cast<std::size_t>(tested.param.Kind));
+}
+
+Lines Good() {
+  return {"frame end bytes=38466 expected=38466 good", "frame published bytes=38466"};
+}
+
+Lines GoodDiscarded() {
+  return {"frame end bytes=38466 expected=38466 good", "frame discarded"};
+}
+
+Lines Bad(const std::string& bytes) {
+  return {"frame end bytes=" + bytes + " expected=38466 bad", "frame published bytes=" + bytes};
+}
+
+Lines BadDiscarded(const std::string& bytes) {
+  return {"frame end bytes=" + bytes + " expected=38466 bad", "frame discarded"};
+}
+
+Lines operator+(Lines left, const Lines& right) {
+  left.insert(left.end(), right.begin(), right.end());
+  return left;
+}
+
+class DisturbedCapture : public ::testing::TestWithParam<FaultRow> {
+ protected:
+  DisturbedCapture() {
+    std::string name = (fs::temp_directory_path() / "lidcam-disturbed-XXXXXX").string();
+    folder_ = mkdtemp(name.data());
+    setenv("LIDCAM_HOME", folder_.c_str(), 1);
+    OpenHostEnvironment({}, SetFiles::OfSimulatedCameras);
+    DetachSettings();
+  }
+  ~DisturbedCapture() override {
+    unsetenv("LIDCAM_HOME");
+    fs::remove_all(folder_);
+  }
+
+  [[nodiscard]] RunAccount Record(const std::vector<simulator::PacketFault>& faults) const {
+    bus::SimulatedBus simulated({});
+    simulated.WithCamera([&faults](simulator::UsbDevice& camera) {
+      for (const simulator::PacketFault& fault : faults) camera.Stream().Faults().Add(fault);
+    });
+    bus::RecordingBus recording(simulated, CapturePath());
+    RunAccount account = StreamOver(recording);
+    recording.Finish();
+    return account;
+  }
+
+  [[nodiscard]] RunAccount Replay() const {
+    bus::CaptureBus recorded(bus::CaptureSource{CapturePath()});
+    return StreamOver(recorded);
+  }
+
+ private:
+  [[nodiscard]] std::string CapturePath() const { return (folder_ / "camera.pcap").string(); }
+
+  fs::path folder_;
+};
+
+// The stream begins with a settling: frame 0 is lost to it, frames 1 and 2 come undisturbed.
+Lines UpToTheDisturbedFrame() {
+  return Lines{"frame end bytes=0 expected=38466 settling"} + GoodDiscarded() + Good() + Good();
+}
+
+TEST_P(DisturbedCapture, IsReplayedWithTheDecisionsOfTheLiveStream) {
+  const FaultRow& row = GetParam();
+  const RunAccount live = Record({{kDisturbedFrame, row.Packet, row.Kind, kRunLength}});
+  const RunAccount replayed = Replay();
+
+  Lines expected = UpToTheDisturbedFrame() + row.Consequence;
+  if (!row.BreaksOff) {
+    while (expected.size() < live.Frames.size()) expected = expected + Good();
+    EXPECT_GE(live.Frames.size(), 20U) << "frames behind the disturbed one are to be seen";
+  }
+  EXPECT_THAT(live.Frames, ElementsAreArray(expected));
+  EXPECT_THAT(replayed.Frames, ElementsAreArray(live.Frames));
+  EXPECT_THAT(replayed.Debug, ElementsAreArray(live.Debug));
+  EXPECT_TRUE(replayed.Pictures == live.Pictures);
+  EXPECT_EQ(live.BrokeOff, row.BreaksOff);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    EveryFault, DisturbedCapture,
+    ::testing::Values(
+        FaultRow{FaultKind::Lost, 5, Bad("37442") + GoodDiscarded()},
+        FaultRow{FaultKind::Short, 5, Bad("37954") + GoodDiscarded()},
+        // Only the last packet has room for more.
+        FaultRow{FaultKind::Oversized, 37, Bad("38482") + GoodDiscarded()},
+        FaultRow{FaultKind::Corrupted, 5, Good()},
+        FaultRow{FaultKind::MarkerAtHead, 5, Bad("5120") + BadDiscarded("33346") + GoodDiscarded()},
+        FaultRow{FaultKind::MarkerInside, 5, Good()},  //
+        FaultRow{FaultKind::EmptyRun, 5, Good()},
+        FaultRow{FaultKind::Silence, 5, Bad("31298") + GoodDiscarded()},
+        // More than a transfer behind the marker: the transfer that halts brings none.
+        FaultRow{FaultKind::Stall, 35, {}, true}),
+    NameOf);
+
+}  // namespace
+}  // namespace lidcam::app

@@ -1,0 +1,77 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <vector>
+
+#include "apps/lidcam/command_error.h"
+#include "apps/lidcam/native_stream.h"
+#include "driver/core/camera_context.h"
+
+namespace lidcam::app {
+namespace {
+
+constexpr PictureSize kSize{160, 120};
+constexpr std::uint32_t kRawBytes = 38466;
+
+// Feeds raw frames of chosen lengths, a packet of 512 bytes at a time.
+class FramePathTest : public ::testing::Test {
+ protected:
+  FramePathTest() {
+    SetNativeFormat(*context_, kSize, kRawBytes);
+    context_->FrameSettleCount = 5;
+    path_ = std::make_unique<FramePath>(
+        *context_, kRawBytes + 4096, kSize,
+        [this](std::span<const std::uint8_t> yuy2) { firstPixels_.push_back(yuy2[0]); });
+  }
+
+  void Send(std::uint8_t content, std::uint32_t bytes) {
+    std::vector<std::uint8_t> frame(bytes, content);
+    frame[0] = 0xFF;
+    frame[1] = 0xD8;
+    for (std::uint32_t at = 0; at < bytes; at += 512) {
+      const TransferPacket packet{at, std::min(512u, bytes - at)};
+      path_->Take(frame, {&packet, 1});
+    }
+  }
+
+  std::unique_ptr<CameraContext> context_ = std::make_unique<CameraContext>();
+  std::vector<std::uint8_t> firstPixels_;
+  std::unique_ptr<FramePath> path_;
+};
+
+TEST_F(FramePathTest, CountsGoodBadAndDroppedFrames) {
+  Send(1, kRawBytes);        // behind a bad end: nothing was received before it
+  Send(2, kRawBytes);        // good
+  Send(3, kRawBytes - 512);  // bad, delivered all the same
+  Send(4, kRawBytes);        // punished for the one before
+  Send(5, kRawBytes);        // good
+  Send(6, kRawBytes);        // still being received
+  EXPECT_THAT(firstPixels_, ::testing::ElementsAre(2, 3, 5));
+  EXPECT_EQ(path_->Counts().Good, 2u);
+  EXPECT_EQ(path_->Counts().Bad, 1u);
+  EXPECT_EQ(path_->Counts().Dropped, 2u);
+  EXPECT_EQ(path_->Counts().BusBytes, 6u * kRawBytes - 512u);
+}
+
+TEST_F(FramePathTest, TheRateIsDeliveredFramesInBusTime) {
+  EXPECT_EQ(path_->Counts().Rate(), 0);
+  Send(1, kRawBytes);
+  Send(2, kRawBytes);
+  Send(3, kRawBytes);
+  // 76 packets a frame, one a microframe.
+  EXPECT_DOUBLE_EQ(path_->Counts().Seconds(), 3 * 76 / 8000.0);
+  EXPECT_DOUBLE_EQ(path_->Counts().Rate(), 1 / (3 * 76 / 8000.0));
+}
+
+TEST(NativeSizes, OnlyThreeSizesAreSent) {
+  for (const PictureSize size : kNativeSizes) EXPECT_NO_THROW(RequireNativeSize(size));
+  EXPECT_THROW(RequireNativeSize({352, 288}), UsageError);
+  EXPECT_THROW(RequireNativeSize({480, 640}), UsageError);
+  EXPECT_EQ(RawSizeModeOf({640, 480}), 1u);
+  EXPECT_EQ(RawSizeModeOf({320, 240}), 2u);
+  EXPECT_EQ(RawSizeModeOf({160, 120}), 4u);
+}
+
+}  // namespace
+}  // namespace lidcam::app

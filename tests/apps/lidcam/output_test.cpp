@@ -1,0 +1,138 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <array>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include "apps/lidcam/command_error.h"
+#include "apps/lidcam/output/frame_writer.h"
+#include "apps/lidcam/output/output_file.h"
+#include "apps/lidcam/output/yuy2.h"
+
+namespace lidcam::app {
+namespace {
+
+namespace fs = std::filesystem;
+using ::testing::ElementsAre;
+
+constexpr std::chrono::microseconds kPeriod{33333};
+
+class OutputTest : public ::testing::Test {
+ protected:
+  OutputTest() {
+    std::string name = (fs::temp_directory_path() / "lidcam-output-XXXXXX").string();
+    folder_ = mkdtemp(name.data());
+  }
+  ~OutputTest() override { fs::remove_all(folder_); }
+
+  [[nodiscard]] std::string PathOf(const std::string& name) const {
+    return (folder_ / name).string();
+  }
+
+  [[nodiscard]] std::string ContentOf(const std::string& name) const {
+    std::ifstream file(PathOf(name), std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+  }
+
+  [[nodiscard]] std::vector<std::string> Names() const {
+    std::vector<std::string> names;
+    for (const auto& entry : fs::directory_iterator(folder_)) {
+      names.push_back(entry.path().filename().string());
+    }
+    return names;
+  }
+
+ private:
+  fs::path folder_;
+};
+
+TEST_F(OutputTest, AFileAppearsWhenItIsWhole) {
+  OutputFile file(PathOf("a.txt"));
+  file.Write("one");
+  EXPECT_FALSE(fs::exists(PathOf("a.txt")));
+  file.Write(" two");
+  file.Commit();
+  EXPECT_THAT(Names(), ElementsAre("a.txt"));
+  EXPECT_EQ(ContentOf("a.txt"), "one two");
+}
+
+TEST_F(OutputTest, AnAbandonedFileLeavesNothingAndKeepsTheOneBefore) {
+  std::ofstream(PathOf("a.txt")) << "before";
+  {
+    OutputFile file(PathOf("a.txt"));
+    file.Write("after");
+  }
+  EXPECT_THAT(Names(), ElementsAre("a.txt"));
+  EXPECT_EQ(ContentOf("a.txt"), "before");
+}
+
+TEST_F(OutputTest, FoldersAndMissingFoldersAreRefused) {
+  EXPECT_THROW(OutputFile(PathOf("")), CommandError);
+  EXPECT_THROW(OutputFile(""), CommandError);
+  EXPECT_THROW(OutputFile(PathOf("missing/a.txt")), CommandError);
+}
+
+TEST_F(OutputTest, Y4mSeparatesThePlanes) {
+  const auto writer = MakeFrameWriter(PathOf("a.y4m"), {2, 2}, kPeriod);
+  const std::array<std::uint8_t, 8> yuy2 = {1, 10, 2, 20, 3, 30, 4, 40};
+  writer->Write(yuy2);
+  writer->Finish();
+  EXPECT_EQ(ContentOf("a.y4m"),
+            "YUV4MPEG2 W2 H2 F1000000:33333 Ip A1:1 C422\nFRAME\n"
+            "\x01\x02\x03\x04\x0A\x1E\x14\x28");
+}
+
+TEST_F(OutputTest, RawOutputIsTheFramesBytes) {
+  const auto writer = MakeFrameWriter(PathOf("a.yuy2"), {2, 1}, kPeriod);
+  writer->Write(std::array<std::uint8_t, 4>{'a', 'b', 'c', 'd'});
+  writer->Write(std::array<std::uint8_t, 4>{'e', 'f', 'g', 'h'});
+  writer->Finish();
+  EXPECT_EQ(ContentOf("a.yuy2"), "abcdefgh");
+}
+
+TEST_F(OutputTest, APngSeriesIsNumbered) {
+  const auto writer = MakeFrameWriter(PathOf("shot.png"), {2, 1}, kPeriod);
+  for (int frame = 0; frame < 2; ++frame) writer->Write(std::array<std::uint8_t, 4>{});
+  writer->Finish();
+  EXPECT_THAT(Names(), ::testing::UnorderedElementsAre("shot-0001.png", "shot-0002.png"));
+  EXPECT_EQ(writer->Place(), PathOf("shot-0001.png") + " to " + PathOf("shot-0002.png"));
+}
+
+TEST(OutputForms, FollowTheEndingInAnyCase) {
+  EXPECT_EQ(FormOfOutput("a.y4m"), OutputForm::Y4m);
+  EXPECT_EQ(FormOfOutput("-"), OutputForm::Y4m);
+  EXPECT_EQ(FormOfOutput("a.YUY2"), OutputForm::RawYuy2);
+  EXPECT_EQ(FormOfOutput("a.yuv"), OutputForm::RawYuy2);
+  EXPECT_EQ(FormOfOutput("a.raw"), OutputForm::RawYuy2);
+  EXPECT_EQ(FormOfOutput("a.b/c.Png"), OutputForm::PngSeries);
+  EXPECT_EQ(FormOfOutput("/dev/null"), OutputForm::Y4m);
+  EXPECT_THROW((void)FormOfOutput("a.jpg"), UsageError);
+  EXPECT_THROW((void)FormOfOutput("a"), UsageError);
+}
+
+// Colours of BT.601 in studio range: Y, U, V and the RGB that they stand for.
+TEST(Yuy2, ColoursBecomeTheirRgb) {
+  struct Colour {
+    std::uint8_t Y, U, V;
+    std::array<int, 3> Rgb;
+  };
+  constexpr Colour kColours[] = {
+      {16, 128, 128, {0, 0, 0}},   {235, 128, 128, {255, 255, 255}},
+      {81, 90, 240, {255, 0, 0}},  {145, 54, 34, {0, 255, 0}},
+      {41, 240, 110, {0, 0, 255}}, {126, 128, 128, {128, 128, 128}},
+  };
+  for (const Colour& colour : kColours) {
+    std::vector<std::uint8_t> rgb;
+    ConvertToRgb(std::array{colour.Y, colour.U, colour.Y, colour.V}, {2, 1}, rgb);
+    ASSERT_EQ(rgb.size(), 6u);
+    for (std::size_t i = 0; i < 6; ++i) EXPECT_NEAR(rgb[i], colour.Rgb[i % 3], 2);
+  }
+}
+
+}  // namespace
+}  // namespace lidcam::app
