@@ -1,0 +1,86 @@
+#!/usr/bin/env python3
+"""Makes the inputs that the fuzz targets start from: a folder for each target.
+
+  fuzz/seeds.py LIDCAM FOLDER
+
+LIDCAM is the program that compiles the simulated cameras' register sets and records a capture.
+"""
+
+import pathlib
+import random
+import struct
+import subprocess
+import sys
+import tempfile
+
+SETS = pathlib.Path(__file__).resolve().parent.parent / "simulator" / "sets"
+CONTROL_RECORDS = 60
+ISOCHRONOUS_RECORDS = 4
+LONGEST = 65536
+
+
+def set_files(lidcam, scratch):
+    for source in sorted(SETS.glob("S00*.txt")):
+        compiled = scratch / (source.stem + ".set")
+        subprocess.run([lidcam, "sets", "compile", source, "-o", compiled], check=True)
+        yield compiled.read_bytes()
+        yield source.read_bytes()
+
+
+def capture_records(lidcam, scratch):
+    """The target wants one record, behind two bytes: its decoder and how much of it was cut off."""
+    capture = scratch / "bus.pcap"
+    subprocess.run([lidcam, "record", "--fast", "--frames", "1", "-q", "-o", capture], check=True)
+    data = capture.read_bytes()
+    at, left = 24, {2: CONTROL_RECORDS, 0: ISOCHRONOUS_RECORDS}
+    while at < len(data):
+        length = struct.unpack_from("<I", data, at + 8)[0]
+        record = data[at + 16 : at + 16 + length]
+        at += 16 + length
+        kind = record[9]
+        if left.get(kind, 0) == 0 or len(record) + 2 > LONGEST:
+            continue
+        left[kind] -= 1
+        yield b"\0\0" + record
+        if record[64:66] == b"\x09\x02":
+            yield b"\2\0" + record[64:]  # a configuration
+    # A control transfer of the other capture system: submitted, with its SETUP packet.
+    setup = bytes.fromhex("8006000100001200")
+    yield b"\1\0" + struct.pack("<HQIHBHHBBIB", 28, 1, 0, 8, 0, 1, 3, 0x80, 2, 8, 0) + setup
+
+
+def registry_texts():
+    text = (
+        "Windows Registry Editor Version 5.00\r\n\r\n[HKEY_LOCAL_MACHINE\\Camera\\Settings]\r\n"
+        '"Brightness"=dword:00000014\r\n"Name"="lid \\"camera\\""\r\n@=hex:01,02,\\\r\n  03\r\n'
+        '"Wide"=hex(7):41,00,00,00,00,00\r\n"Gone"=-\r\n\r\n[-HKEY_LOCAL_MACHINE\\Camera\\Old]\r\n'
+    )
+    yield text.encode()
+    yield b"\xef\xbb\xbf" + text.replace("\r\n", "\n").encode()
+    yield b"\xff\xfe" + text.encode("utf-16-le")
+
+
+def packet_streams():
+    """Any bytes are a stream; a long one fills whole frames."""
+    for seed, length in enumerate((64, 1024, 8192, LONGEST)):
+        yield random.Random(seed).randbytes(length)
+
+
+def write(folder, seeds):
+    folder.mkdir(parents=True, exist_ok=True)
+    for number, seed in enumerate(seeds):
+        (folder / f"seed-{number:02}").write_bytes(seed)
+
+
+def main():
+    lidcam, folder = sys.argv[1], pathlib.Path(sys.argv[2])
+    with tempfile.TemporaryDirectory() as name:
+        scratch = pathlib.Path(name)
+        write(folder / "register_set_file", set_files(lidcam, scratch))
+        write(folder / "capture_file", capture_records(lidcam, scratch))
+    write(folder / "registry_text", registry_texts())
+    write(folder / "packet_stream", packet_streams())
+
+
+if __name__ == "__main__":
+    main()
