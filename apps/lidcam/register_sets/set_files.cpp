@@ -37,6 +37,10 @@ bool WriteAll(int descriptor, std::span<const std::uint8_t> bytes) {
     const ssize_t written = ::write(descriptor, bytes.data(), bytes.size());
     if (written < 0 && errno == EINTR) continue;
     if (written < 0) return false;
+    if (written == 0) {
+      errno = EIO;
+      return false;
+    }
     bytes = bytes.subspan(static_cast<std::size_t>(written));
   }
   return true;
