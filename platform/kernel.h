@@ -15,6 +15,17 @@
 
 #include <ntddk.h>
 
+#if defined(_WIN64)
+// The platform's headers give these inline: there is nothing to do where the system keeps every
+// thread's registers. Those of mingw-w64 lack them.
+inline NTSTATUS KeSaveFloatingPointState(PKFLOATING_SAVE) {
+  return STATUS_SUCCESS;
+}
+inline NTSTATUS KeRestoreFloatingPointState(PKFLOATING_SAVE) {
+  return STATUS_SUCCESS;
+}
+#endif
+
 /// A wide string literal of the platform's character type.
 #define KERNEL_TEXT(text) L##text
 

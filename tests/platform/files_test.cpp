@@ -1,9 +1,12 @@
 #include "platform/host/nt/files.h"
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
+#include <sys/resource.h>
+#include <sys/types.h>
 
+#include <cerrno>
+#include <csignal>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <string>
@@ -11,6 +14,38 @@
 
 #include "platform/host/nt/handles.h"
 #include "tests/driver/support/system_root.h"
+#include "tests/driver/support/unprivileged_user.h"
+
+namespace {
+
+// What the system answers in place of its own; the linker leads the calls here (--wrap).
+bool g_takesNothing = false;
+int g_closeError = 0;
+
+}  // namespace
+
+// The linker makes these names.
+// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
+extern "C" {
+
+int __real_close(int descriptor);
+int __wrap_close(int descriptor);
+ssize_t __real_pwrite(int descriptor, const void* bytes, size_t count, off_t offset);
+ssize_t __wrap_pwrite(int descriptor, const void* bytes, size_t count, off_t offset);
+
+int __wrap_close(int descriptor) {
+  const int result = __real_close(descriptor);
+  if (g_closeError == 0) return result;
+  errno = g_closeError;
+  return -1;
+}
+
+ssize_t __wrap_pwrite(int descriptor, const void* bytes, size_t count, off_t offset) {
+  return g_takesNothing ? 0 : __real_pwrite(descriptor, bytes, count, offset);
+}
+
+}  // extern "C"
+// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
 
 namespace lidcam::test {
 namespace {
@@ -61,9 +96,9 @@ class Files : public ::testing::Test {
     return status;
   }
 
-  NTSTATUS Write(std::string text) {
+  NTSTATUS Write(std::string text, LARGE_INTEGER* offset = nullptr) {
     return ZwWriteFile(handle_, nullptr, nullptr, nullptr, &io_, text.data(),
-                       static_cast<ULONG>(text.size()), nullptr, nullptr);
+                       static_cast<ULONG>(text.size()), offset, nullptr);
   }
 
   void Close() { EXPECT_EQ(ZwClose(handle_), 0); }
@@ -78,6 +113,7 @@ class Files : public ::testing::Test {
   }
 
   [[nodiscard]] std::filesystem::path Drivers() const { return disk_.Drivers(); }
+  [[nodiscard]] std::filesystem::path Root() const { return disk_.Root(); }
   [[nodiscard]] const IO_STATUS_BLOCK& Io() const { return io_; }
   [[nodiscard]] HANDLE Handle() const { return handle_; }
 
@@ -162,6 +198,7 @@ TEST_F(Files, NamesCannotLeaveTheSystemFolder) {
 
 TEST_F(Files, FolderIsNoFile) {
   EXPECT_EQ(OpenAndClose(u"\\SystemRoot\\system32"), kIsADirectory);
+  EXPECT_EQ(Open(u"\\SystemRoot\\system32", kWriteAccess, kOverwriteIf), kIsADirectory);
 }
 
 TEST_F(Files, OverwritingCreatesTheFileOrEmptiesIt) {
@@ -191,11 +228,29 @@ TEST_F(Files, AccessIsWhatTheOpenAskedFor) {
   Close();
 }
 
+namespace fs = std::filesystem;
+
 TEST_F(Files, ProtectedFileIsDenied) {
-  if (::geteuid() == 0) GTEST_SKIP() << "nothing is protected from the superuser";
   Put("a.set", "abc");
-  ASSERT_EQ(::chmod((Drivers() / "a.set").c_str(), 0), 0);
+  fs::permissions(Drivers() / "a.set", fs::perms::none);
+  const UnprivilegedUser user(Root());
+  if (!user.IsUnprivileged()) GTEST_SKIP() << "nothing is protected from the superuser";
   EXPECT_EQ(OpenAndClose(kDrivers + u"a.set"), kAccessDenied);
+}
+
+TEST_F(Files, ReadOnlyFolderTakesNoNewFileAndKeepsTheProtectedOne) {
+  Put("old.dat", "abc");
+  fs::permissions(Drivers() / "old.dat", fs::perms::owner_read);
+  fs::permissions(Drivers(), fs::perms::owner_read | fs::perms::owner_exec);
+  {
+    const UnprivilegedUser user(Root());
+    if (!user.IsUnprivileged()) GTEST_SKIP() << "nothing is protected from the superuser";
+    EXPECT_EQ(Open(kDrivers + u"new.dat", kWriteAccess, kOverwriteIf), kAccessDenied);
+    EXPECT_EQ(Open(kDrivers + u"old.dat", kWriteAccess, kOverwriteIf), kAccessDenied);
+  }
+  fs::permissions(Drivers(), fs::perms::owner_all);
+  EXPECT_FALSE(fs::exists(Drivers() / "new.dat"));
+  EXPECT_EQ(ContentOf("old.dat"), "abc");
 }
 
 TEST_F(Files, FullDiskIsToldByTheWrite) {
@@ -204,6 +259,91 @@ TEST_F(Files, FullDiskIsToldByTheWrite) {
   EXPECT_EQ(Write("x"), kDiskFull);
   EXPECT_EQ(Io().Information, 0U);
   Close();
+}
+
+// A file that may not grow any further, as on a disk that fills up halfway.
+class FileSizeLimit {
+ public:
+  explicit FileSizeLimit(rlim_t bytes) : handler_(std::signal(SIGXFSZ, SIG_IGN)) {
+    ::getrlimit(RLIMIT_FSIZE, &before_);
+    const rlimit limit{bytes, before_.rlim_max};
+    ::setrlimit(RLIMIT_FSIZE, &limit);
+  }
+  FileSizeLimit(const FileSizeLimit&) = delete;
+  FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+  ~FileSizeLimit() {
+    ::setrlimit(RLIMIT_FSIZE, &before_);
+    std::signal(SIGXFSZ, handler_);
+  }
+
+ private:
+  void (*handler_)(int);
+  rlimit before_{};
+};
+
+TEST_F(Files, DiskThatFillsUpWithinAWriteIsToldAndTheOldContentsAreGone) {
+  Put("a.dat", "0123456789");
+  ASSERT_EQ(Open(kDrivers + u"a.dat", kWriteAccess, kOverwriteIf), 0);
+  {
+    const FileSizeLimit limit(4);
+    EXPECT_EQ(Write("abcdefg"), kDiskFull);
+  }
+  EXPECT_EQ(Io().Information, 0U);
+  Close();
+  EXPECT_EQ(ContentOf("a.dat"), "abcd");
+}
+
+TEST_F(Files, WriteThatTheSystemTakesNothingOfMeansAFullDisk) {
+  ASSERT_EQ(Open(kDrivers + u"a.dat", kWriteAccess, kOverwriteIf), 0);
+  g_takesNothing = true;
+  EXPECT_EQ(Write("abc"), kDiskFull);
+  EXPECT_EQ(Io().Information, 0U);
+  EXPECT_EQ(Write(""), 0);
+  g_takesNothing = false;
+  EXPECT_EQ(Write("abc"), 0);
+  Close();
+  EXPECT_EQ(ContentOf("a.dat"), "abc");
+}
+
+// Disks over a network may keep what they could not store for the close.
+TEST_F(Files, DiskThatTellsOfItsEndAtTheCloseIsHeard) {
+  ASSERT_EQ(Open(kDrivers + u"a.dat", kWriteAccess, kOverwriteIf), 0);
+  EXPECT_EQ(Write("abc"), 0);
+  g_closeError = ENOSPC;
+  const NTSTATUS status = ZwClose(Handle());
+  g_closeError = 0;
+  EXPECT_EQ(status, kDiskFull);
+  EXPECT_EQ(ZwClose(Handle()), kInvalidHandle) << "the handle is gone all the same";
+}
+
+TEST_F(Files, InterruptedCloseIsDone) {
+  Put("a.set", "abc");
+  ASSERT_EQ(Open(kDrivers + u"a.set"), 0);
+  g_closeError = EINTR;
+  const NTSTATUS status = ZwClose(Handle());
+  g_closeError = 0;
+  EXPECT_EQ(status, 0);
+}
+
+TEST_F(Files, OverwritingThroughAHandleForReadingEmptiesTheFileAndTakesNoWrite) {
+  Put("a.dat", "abc");
+  ASSERT_EQ(Open(kDrivers + u"a.dat", kReadAccess, kOverwriteIf), 0);
+  EXPECT_EQ(Io().Information, 3U);
+  std::string text;
+  EXPECT_EQ(Read(text, 1), kEndOfFile);
+  EXPECT_EQ(Write("x"), kAccessDenied);
+  Close();
+  EXPECT_EQ(ContentOf("a.dat"), "");
+}
+
+TEST_F(Files, WriteFromAnOffsetGoesThereAndTheNextOneOn) {
+  ASSERT_EQ(Open(kDrivers + u"a.dat", kWriteAccess, kOverwriteIf), 0);
+  EXPECT_EQ(Write("0123456789"), 0);
+  LARGE_INTEGER start{};
+  EXPECT_EQ(Write("ab", &start), 0);
+  EXPECT_EQ(Write("cd"), 0);
+  Close();
+  EXPECT_EQ(ContentOf("a.dat"), "abcd456789");
 }
 
 TEST_F(Files, FaultOfAReadComesAtItsTurnAndOnce) {

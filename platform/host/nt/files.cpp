@@ -14,6 +14,8 @@
 #include <vector>
 
 #include "platform/host/nt/handles.h"
+#include "platform/host/nt/kernel_faults.h"
+#include "platform/host/nt/scheduler.h"
 
 namespace lidcam::host {
 namespace {
@@ -40,6 +42,8 @@ NTSTATUS StatusOfError(int error) {
   switch (error) {
     case ENOENT:
       return STATUS_OBJECT_NAME_NOT_FOUND;
+    case EBADF:  // closed while another thread was about to use it
+      return STATUS_INVALID_HANDLE;
     case ENOTDIR:
       return STATUS_OBJECT_PATH_NOT_FOUND;
     case EACCES:
@@ -50,6 +54,7 @@ NTSTATUS StatusOfError(int error) {
       return STATUS_FILE_IS_A_DIRECTORY;
     case ENOSPC:
     case EDQUOT:
+    case EFBIG:
       return STATUS_DISK_FULL;
     case EMFILE:
     case ENFILE:
@@ -131,16 +136,25 @@ NTSTATUS ResolvePath(std::u16string_view name, std::filesystem::path& path) {
   return STATUS_SUCCESS;
 }
 
-class HostFile : public HandleObject {
+class HostFile final : public HandleObject {
  public:
   HostFile(int descriptor, ACCESS_MASK access) : descriptor_(descriptor), access_(access) {}
-  ~HostFile() override { ::close(descriptor_); }
+  ~HostFile() override { HostFile::Close(); }
+
+  // Some disks tell only here that they had no room for what was written.
+  NTSTATUS Close() override {
+    const std::lock_guard guard(lock_);
+    const int descriptor = std::exchange(descriptor_, kClosed);
+    if (descriptor == kClosed) return STATUS_SUCCESS;
+    const bool isClosed = ::close(descriptor) == 0 || errno == EINTR;
+    return isClosed ? STATUS_SUCCESS : StatusOfError(errno);
+  }
 
   NTSTATUS Read(const LARGE_INTEGER* offset, void* buffer, std::size_t length, std::size_t& done) {
     if ((access_ & FILE_READ_DATA) == 0) return STATUS_ACCESS_DENIED;
     const std::lock_guard guard(lock_);
     if (!MoveTo(offset)) return STATUS_INVALID_PARAMETER;
-    const NTSTATUS status = ForEachPiece(length, done, [&](std::size_t from) {
+    const NTSTATUS status = ForEachPiece(length, done, STATUS_SUCCESS, [&](std::size_t from) {
       return ::pread(descriptor_, static_cast<char*>(buffer) + from, length - from,
                      static_cast<off_t>(position_));
     });
@@ -153,7 +167,7 @@ class HostFile : public HandleObject {
     if ((access_ & FILE_WRITE_DATA) == 0) return STATUS_ACCESS_DENIED;
     const std::lock_guard guard(lock_);
     if (!MoveTo(offset)) return STATUS_INVALID_PARAMETER;
-    return ForEachPiece(length, done, [&](std::size_t from) {
+    return ForEachPiece(length, done, STATUS_DISK_FULL, [&](std::size_t from) {
       return ::pwrite(descriptor_, static_cast<const char*>(buffer) + from, length - from,
                       static_cast<off_t>(position_));
     });
@@ -167,32 +181,39 @@ class HostFile : public HandleObject {
     return true;
   }
 
-  // The system may move less than asked at a time; the platform's operations move all there is.
+  // The system may move less than asked at a time. The platform's reads go on to the end of the file
+  // or of the buffer, its writes until all is written. `atNothing` is what it means that the system
+  // moves no byte at all: the end of the file, or a disk that takes no more.
   template <typename Transfer>
-  NTSTATUS ForEachPiece(std::size_t length, std::size_t& done, Transfer transfer) {
+  NTSTATUS ForEachPiece(std::size_t length, std::size_t& done, NTSTATUS atNothing,
+                        Transfer transfer) {
     done = 0;
     while (done < length) {
       const ssize_t moved = transfer(done);
       if (moved < 0 && errno == EINTR) continue;
       if (moved < 0) return StatusOfError(errno);
-      if (moved == 0) break;
+      if (moved == 0) return atNothing;
       done += static_cast<std::size_t>(moved);
       position_ += moved;
     }
     return STATUS_SUCCESS;
   }
 
+  static constexpr int kClosed = -1;
+
   std::mutex lock_;
-  const int descriptor_;
+  int descriptor_;
   const ACCESS_MASK access_;
   LONGLONG position_ = 0;
 };
 
+// To empty a file is to write to it, whatever the handle is good for afterwards.
 int OpenFlags(ACCESS_MASK access, ULONG disposition) {
-  const bool writes = (access & FILE_WRITE_DATA) != 0;
+  const bool replaces = disposition == FILE_OVERWRITE_IF;
+  const bool writes = replaces || (access & FILE_WRITE_DATA) != 0;
   const bool reads = (access & FILE_READ_DATA) != 0;
   const int direction = writes ? (reads ? O_RDWR : O_WRONLY) : O_RDONLY;
-  return direction | O_CLOEXEC | (disposition == FILE_OVERWRITE_IF ? O_CREAT | O_TRUNC : 0);
+  return direction | O_CLOEXEC | (replaces ? O_CREAT | O_TRUNC : 0);
 }
 
 NTSTATUS OpenFile(std::u16string_view name, ACCESS_MASK access, ULONG disposition, HANDLE& handle,
@@ -252,6 +273,8 @@ NTSTATUS ZwCreateFile(PHANDLE file, ACCESS_MASK access, POBJECT_ATTRIBUTES attri
                       PIO_STATUS_BLOCK io, PLARGE_INTEGER, ULONG, ULONG, ULONG disposition, ULONG,
                       PVOID, ULONG) {
   using namespace lidcam::host;
+  EnterKernelCall(calls::kZwCreateFile, attributes);
+  if (const auto fault = KernelCallFault("ZwCreateFile")) return Report(io, *fault, 0);
   const UNICODE_STRING* const name = attributes->ObjectName;
   if (name == nullptr || attributes->RootDirectory != nullptr) {
     return Report(io, STATUS_INVALID_PARAMETER, 0);
@@ -265,6 +288,7 @@ NTSTATUS ZwCreateFile(PHANDLE file, ACCESS_MASK access, POBJECT_ATTRIBUTES attri
 NTSTATUS ZwReadFile(HANDLE file, HANDLE, PIO_APC_ROUTINE, PVOID, PIO_STATUS_BLOCK io, PVOID buffer,
                     ULONG length, PLARGE_INTEGER offset, PULONG) {
   using namespace lidcam::host;
+  EnterKernelCall(calls::kZwReadFile, file);
   std::shared_ptr<HostFile> object;
   std::size_t done = 0;
   NTSTATUS status = FindHandle(file, object);
@@ -275,6 +299,8 @@ NTSTATUS ZwReadFile(HANDLE file, HANDLE, PIO_APC_ROUTINE, PVOID, PIO_STATUS_BLOC
 NTSTATUS ZwWriteFile(HANDLE file, HANDLE, PIO_APC_ROUTINE, PVOID, PIO_STATUS_BLOCK io, PVOID buffer,
                      ULONG length, PLARGE_INTEGER offset, PULONG) {
   using namespace lidcam::host;
+  EnterKernelCall(calls::kZwWriteFile, file);
+  if (const auto fault = KernelCallFault("ZwWriteFile")) return Report(io, *fault, 0);
   std::shared_ptr<HostFile> object;
   std::size_t done = 0;
   NTSTATUS status = FindHandle(file, object);

@@ -5,6 +5,8 @@
 #include <unordered_map>
 #include <utility>
 
+#include "platform/host/nt/scheduler.h"
+
 namespace lidcam::host {
 namespace {
 
@@ -53,6 +55,7 @@ std::size_t OpenHandleCount() {
 }  // namespace lidcam::host
 
 NTSTATUS ZwClose(HANDLE handle) {
+  lidcam::host::EnterKernelCall(lidcam::host::calls::kZwClose, handle);
   auto& table = lidcam::host::TheTable();
   std::shared_ptr<lidcam::host::HandleObject> object;
   {

@@ -173,6 +173,23 @@ using KPROCESSOR_MODE = CCHAR;
 
 enum POOL_TYPE { NonPagedPool = 0, PagedPool = 1 };
 
+// On 64-bit targets the platform keeps every thread's registers by itself.
+struct KFLOATING_SAVE {
+#if UINTPTR_MAX > 0xFFFFFFFF
+  ULONG Dummy;
+#else
+  ULONG ControlWord;
+  ULONG StatusWord;
+  ULONG ErrorOffset;
+  ULONG ErrorSelector;
+  ULONG DataOffset;
+  ULONG DataSelector;
+  ULONG Cr0NpxState;
+  ULONG Spare1;
+#endif
+};
+using PKFLOATING_SAVE = KFLOATING_SAVE*;
+
 struct DEVICE_OBJECT;
 using PDEVICE_OBJECT = DEVICE_OBJECT*;
 
@@ -185,6 +202,9 @@ void NTAPI KeInitializeEvent(PRKEVENT event, EVENT_TYPE type, BOOLEAN state);
 LONG NTAPI KeSetEvent(PRKEVENT event, KPRIORITY increment, BOOLEAN wait);
 NTSTATUS NTAPI KeWaitForSingleObject(PVOID object, KWAIT_REASON reason, KPROCESSOR_MODE mode,
                                      BOOLEAN alertable, PLARGE_INTEGER timeout);
+
+NTSTATUS NTAPI KeSaveFloatingPointState(PKFLOATING_SAVE state);
+NTSTATUS NTAPI KeRestoreFloatingPointState(PKFLOATING_SAVE state);
 
 BOOLEAN NTAPI IoIsWdmVersionAvailable(UCHAR major, UCHAR minor);
 
@@ -218,9 +238,17 @@ NTSTATUS NTAPI IoOpenDeviceRegistryKey(PDEVICE_OBJECT device, ULONG type, ACCESS
 
 }  // extern "C"
 
+namespace lidcam::host {
+
+/// A turn of a spin loop, for the calling thread's scheduler: what it waits for may need another
+/// thread to run.
+void SpinOnce();
+
+}  // namespace lidcam::host
+
 /// Tells the processor that the caller spins.
 inline void YieldProcessor() {
-#if defined(__x86_64__) || defined(__i386__)
-  __builtin_ia32_pause();
-#endif
+  lidcam::host::SpinOnce();
 }
+
+#include "platform/host/nt/scheduling_declarations.h"

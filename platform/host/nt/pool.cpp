@@ -1,12 +1,15 @@
 #include "platform/host/nt/pool.h"
 
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
+#include <optional>
 #include <unordered_map>
 
+#include "platform/host/nt/lock_order.h"
 #include "platform/host/nt/nt_declarations.h"
+#include "platform/host/nt/object_registry.h"
+#include "platform/host/nt/verifier.h"
 
 namespace lidcam::host {
 namespace {
@@ -36,6 +39,20 @@ void Count(const Block& block, PoolUsage& usage) {
   ++usage.Blocks;
   usage.Bytes += block.Size;
   if (block.Type == NonPagedPool) ++usage.NonPagedBlocks;
+}
+
+std::optional<Block> FindBlock(void* memory) {
+  Pool& pool = ThePool();
+  const std::lock_guard guard(pool.Lock);
+  const auto found = pool.Blocks.find(memory);
+  if (found == pool.Blocks.end()) return std::nullopt;
+  return found->second;
+}
+
+bool RemoveBlock(void* memory) {
+  Pool& pool = ThePool();
+  const std::lock_guard guard(pool.Lock);
+  return pool.Blocks.erase(memory) != 0;
 }
 
 }  // namespace
@@ -69,6 +86,9 @@ void FailPoolAllocation(std::uint32_t countdown) {
 using lidcam::host::ThePool;
 
 PVOID ExAllocatePoolWithTag(POOL_TYPE type, SIZE_T size, ULONG tag) {
+  namespace calls = lidcam::host::calls;
+  lidcam::host::EnterKernelCall(
+      type == NonPagedPool ? calls::kExAllocateNonPaged : calls::kExAllocatePaged, nullptr);
   auto& pool = ThePool();
   const std::lock_guard guard(pool.Lock);
   if (pool.FailCountdown != 0 && --pool.FailCountdown == 0) return nullptr;
@@ -80,11 +100,19 @@ PVOID ExAllocatePoolWithTag(POOL_TYPE type, SIZE_T size, ULONG tag) {
 }
 
 void ExFreePool(PVOID memory) {
-  auto& pool = ThePool();
-  const std::lock_guard guard(pool.Lock);
-  if (pool.Blocks.erase(memory) == 0) {
-    std::fprintf(stderr, "ExFreePool: %p is not a block of the pool\n", memory);
-    std::abort();
+  namespace calls = lidcam::host::calls;
+  const auto block = lidcam::host::FindBlock(memory);
+  const auto& rule =
+      block && block->Type == PagedPool ? calls::kExFreePaged : calls::kExFreeNonPaged;
+  lidcam::host::EnterKernelCall(rule, memory);
+  if (block) {
+    lidcam::host::ForgetLockOrders(memory, block->Size);
+    lidcam::host::CheckFreedMemory(rule.Name, memory, block->Size);
+  }
+  // Another thread may have freed it since.
+  if (!lidcam::host::RemoveBlock(memory)) {
+    lidcam::host::ReportViolation(
+        rule.Name, lidcam::host::DescribeObject("memory", memory) + " is not a block of the pool");
   }
   std::free(memory);
 }

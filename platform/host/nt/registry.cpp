@@ -12,6 +12,7 @@
 #include "platform/host/nt/device_object.h"
 #include "platform/host/nt/handles.h"
 #include "platform/host/nt/registry_text.h"
+#include "platform/host/nt/scheduler.h"
 
 namespace lidcam::host {
 namespace {
@@ -266,6 +267,7 @@ using lidcam::host::RegistryCall;
 // kernel's own callers are not checked for access.
 NTSTATUS ZwCreateKey(PHANDLE key, ACCESS_MASK access, POBJECT_ATTRIBUTES attributes, ULONG,
                      PUNICODE_STRING, ULONG, PULONG disposition) {
+  lidcam::host::EnterKernelCall(lidcam::host::calls::kZwCreateKey, attributes);
   if (key == nullptr || attributes == nullptr) return STATUS_INVALID_PARAMETER;
   lidcam::host::Place place;
   NTSTATUS status = lidcam::host::FindPlace(*attributes, place);
@@ -289,6 +291,7 @@ NTSTATUS ZwCreateKey(PHANDLE key, ACCESS_MASK access, POBJECT_ATTRIBUTES attribu
 NTSTATUS ZwQueryValueKey(HANDLE handle, PUNICODE_STRING name,
                          KEY_VALUE_INFORMATION_CLASS informationClass, PVOID information,
                          ULONG length, PULONG resultLength) {
+  lidcam::host::EnterKernelCall(lidcam::host::calls::kZwQueryValueKey, handle);
   std::shared_ptr<OpenKey> key;
   NTSTATUS status = lidcam::host::FindHandle(handle, key);
   std::u16string_view text;
@@ -315,6 +318,7 @@ NTSTATUS ZwQueryValueKey(HANDLE handle, PUNICODE_STRING name,
 
 NTSTATUS ZwSetValueKey(HANDLE handle, PUNICODE_STRING name, ULONG, ULONG type, PVOID data,
                        ULONG length) {
+  lidcam::host::EnterKernelCall(lidcam::host::calls::kZwSetValueKey, handle);
   std::shared_ptr<OpenKey> key;
   NTSTATUS status = lidcam::host::FindHandle(handle, key);
   std::u16string_view text;
@@ -339,6 +343,7 @@ NTSTATUS ZwSetValueKey(HANDLE handle, PUNICODE_STRING name, ULONG, ULONG type, P
 // The driver key comes with the device's installation: opening it makes it, with all above it.
 NTSTATUS IoOpenDeviceRegistryKey(PDEVICE_OBJECT device, ULONG type, ACCESS_MASK access,
                                  PHANDLE handle) {
+  lidcam::host::EnterKernelCall(lidcam::host::calls::kIoOpenDeviceRegistryKey, device);
   lidcam::host::Place place;
   place.Store = lidcam::host::CurrentStore();
   // Ahead of the device: without a registry callers may have no real one.

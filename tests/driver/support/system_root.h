@@ -29,6 +29,7 @@ class TemporarySystemRoot {
     std::filesystem::remove_all(root_, error);
   }
 
+  [[nodiscard]] const std::filesystem::path& Root() const { return root_; }
   [[nodiscard]] std::filesystem::path Drivers() const { return root_ / "system32" / "drivers"; }
 
   /// Puts a file into the drivers folder.

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <mutex>
+#include <string>
+
+#include "platform/host/nt/nt_declarations.h"
+
+namespace lidcam::host {
+
+/// The last kernel calls of one world.
+/// @par Any thread
+class CallHistory {
+ public:
+  struct Entry {
+    LONGLONG Time = 0;
+    std::uint32_t Thread = 0;
+    KIRQL Level = PASSIVE_LEVEL;
+    const char* Call = nullptr;
+    const void* Object = nullptr;
+  };
+
+  void Add(const Entry& entry);
+
+  /// A line for each call, oldest first.
+  [[nodiscard]] std::string Text() const;
+
+ private:
+  static constexpr std::size_t kKept = 40;
+
+  mutable std::mutex lock_;
+  std::array<Entry, kKept> entries_{};
+  std::size_t count_ = 0;
+};
+
+}  // namespace lidcam::host

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <cstddef>
+#include <deque>
+#include <vector>
+
+#include "platform/host/nt/nt_declarations.h"
+
+namespace lidcam::host {
+
+class Scheduler;
+struct Thread;
+
+/// A queue and the kernel's own threads that serve it: deferred calls, work items. The threads are
+/// made when the first item comes. There are two, so that two items can run at once, as they do on
+/// machines with more than one processor.
+class ServicePool {
+ public:
+  using RunItem = void (*)(PVOID item);
+
+  /// @param name   of the threads, for reports
+  /// @param level  at which items run
+  /// @param run    runs an item, which is out of the queue by then
+  ServicePool(const char* name, KIRQL level, RunItem run) : name_(name), level_(level), run_(run) {}
+  ServicePool(const ServicePool&) = delete;
+  ServicePool& operator=(const ServicePool&) = delete;
+
+  /// Queues an item. Under the world's lock.
+  void Put(Scheduler& world, PVOID item);
+
+  /// Items that wait to be run. Under the world's lock.
+  [[nodiscard]] std::size_t Waiting() const { return items_.size(); }
+
+ private:
+  static constexpr std::size_t kThreads = 2;
+
+  void Serve(Scheduler& world);
+  void RunOne(Thread& self, PVOID item);
+
+  const char* const name_;
+  const KIRQL level_;
+  const RunItem run_;
+  std::deque<PVOID> items_;
+  std::vector<Thread*> idle_;
+  std::size_t threads_ = 0;
+};
+
+}  // namespace lidcam::host

@@ -1,0 +1,285 @@
+#include "platform/host/nt/simulated_scheduler.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <exception>
+#include <utility>
+
+#include "platform/host/nt/dispatcher.h"
+#include "platform/host/nt/object_registry.h"
+#include "platform/host/nt/verifier.h"
+
+namespace lidcam::host {
+namespace {
+
+constexpr std::uint64_t kFnvOffset = 0xCBF29CE484222325;
+constexpr std::uint64_t kFnvPrime = 0x100000001B3;
+
+// The first of January 2020.
+constexpr LONGLONG kSystemTimeAtStart = 132'223'104'000'000'000;
+
+// Turns of its loop after which a spinning thread counts as one that waits. Loops with a limit of
+// their own are shorter.
+constexpr unsigned kSpinsOfAWaiter = 64;
+
+// Some races need many switches, others a thread that runs long undisturbed: the seed chooses.
+constexpr std::array<std::uint64_t, 4> kSwitchOneIn{1, 2, 4, 16};
+
+std::uint64_t HashByte(std::uint64_t hash, unsigned byte) {
+  return (hash ^ byte) * kFnvPrime;
+}
+
+// An exception on its way must not meet another.
+bool IsUnwinding() {
+  return std::uncaught_exceptions() != 0;
+}
+
+}  // namespace
+
+SimulatedScheduler::SimulatedScheduler(const SimulationOptions& options)
+    : options_(options),
+      random_(options.Seed),
+      switchOneIn_(kSwitchOneIn[Random() % kSwitchOneIn.size()]),
+      outcome_{.TraceHash = kFnvOffset},
+      main_(*this, nextThread_++, "main"),
+      previous_(SetCurrentThread(&main_)),
+      running_(&main_),
+      threads_{&main_} {
+  CountSimulations(1);
+}
+
+SimulatedScheduler::~SimulatedScheduler() {
+  {
+    Guard guard(Lock());
+    StopOthers(guard);
+  }
+  for (std::thread& machine : machines_) machine.join();
+  // After a violation nobody lets go of them any more.
+  for (const void* const object : ThreadObjectsOfWorld(*this)) {
+    if (object != &main_.Object) delete static_cast<const KTHREAD*>(object)->Host;
+  }
+  ForgetWorld(*this);
+  SetCurrentThread(previous_);
+  CountSimulations(-1);
+}
+
+LONGLONG SimulatedScheduler::SystemTimeAtStart() const {
+  return kSystemTimeAtStart;
+}
+
+// SplitMix64: the same numbers from every compiler and library.
+std::uint64_t SimulatedScheduler::Random() {
+  random_ += 0x9E3779B97F4A7C15;
+  std::uint64_t number = random_;
+  number = (number ^ (number >> 30)) * 0xBF58476D1CE4E5B9;
+  number = (number ^ (number >> 27)) * 0x94D049BB133111EB;
+  return number ^ (number >> 31);
+}
+
+Thread& SimulatedScheduler::PickOf(const std::vector<Thread*>& threads) {
+  return *threads[static_cast<std::size_t>(Random() % threads.size())];
+}
+
+void SimulatedScheduler::Trace(const Thread& self, const char* call) {
+  std::uint64_t hash = HashByte(outcome_.TraceHash, self.Number & 0xFF);
+  for (const char* letter = call; *letter != '\0'; ++letter) {
+    hash = HashByte(hash, static_cast<unsigned char>(*letter));
+  }
+  outcome_.TraceHash = hash;
+  ++outcome_.ScheduleLength;
+}
+
+// Whatever a thread does but spin may be what the spinning ones wait for.
+void SimulatedScheduler::NoteSpin(Thread& self, SwitchKind kind) {
+  if (kind == SwitchKind::Spin) {
+    ++self.Spins;
+  } else {
+    for (Thread* const thread : threads_) thread->Spins = 0;
+  }
+}
+
+bool SimulatedScheduler::KeepsBaton(SwitchKind kind) {
+  return kind == SwitchKind::Call && switchOneIn_ != 1 && Random() % switchOneIn_ != 0;
+}
+
+void SimulatedScheduler::SwitchPoint(Thread& self, const char* call, SwitchKind kind) {
+  if (isStopping_) {
+    if (IsUnwinding()) return;
+    throw KernelStopped{};
+  }
+  Guard guard(Lock());
+  Trace(self, call);
+  NoteSpin(self, kind);
+  if (++standstill_ > options_.LongestStandstill) {
+    ReportUnderLock(
+        call,
+        "livelock: " + std::to_string(options_.LongestStandstill) + " switch points at one time",
+        guard);
+  }
+  if (KeepsBaton(kind)) return;
+  GiveBaton(ChooseNext(guard));
+  AwaitBaton(self, guard);
+}
+
+void SimulatedScheduler::Block(Thread& self, Guard& guard) {
+  if (isStopping_) {
+    if (IsUnwinding()) return;
+    throw KernelStopped{};
+  }
+  self.State = Thread::RunState::Blocked;
+  GiveBaton(ChooseNext(guard));
+  AwaitBaton(self, guard);
+}
+
+void SimulatedScheduler::Wake(Thread& thread) {
+  thread.State = Thread::RunState::Ready;
+}
+
+void SimulatedScheduler::GiveBaton(Thread& next) {
+  running_ = &next;
+  next.Resumed.notify_one();
+}
+
+void SimulatedScheduler::AwaitBaton(Thread& self, Guard& guard) {
+  self.Resumed.wait(guard, [&] { return running_ == &self; });
+  if (!isStopping_) return;
+  self.State = Thread::RunState::Ready;
+  if (!IsUnwinding()) throw KernelStopped{};
+}
+
+// Virtual time goes straight to what is due next.
+bool SimulatedScheduler::MoveTime() {
+  const auto due = Timers().Earliest();
+  if (!due) return false;
+  if (*due > now_) {
+    now_ = *due;
+    standstill_ = 0;
+  }
+  for (Thread* const thread : threads_) thread->Spins = 0;
+  ExpireTimers(*this);
+  return true;
+}
+
+Thread& SimulatedScheduler::ChooseNext(Guard& guard) {
+  // The youngest ends first: threads use objects of those that made them.
+  if (isStopping_) return *threads_.back();
+  while (true) {
+    std::vector<Thread*> ready;
+    std::ranges::copy_if(threads_, std::back_inserter(ready), [](const Thread* thread) {
+      return thread->State == Thread::RunState::Ready;
+    });
+    std::vector<Thread*> eager;
+    std::ranges::copy_if(ready, std::back_inserter(eager),
+                         [](const Thread* thread) { return thread->Spins < kSpinsOfAWaiter; });
+    if (!eager.empty()) return PickOf(eager);
+    if (ready.empty() && isFinishing_) return main_;
+    if (MoveTime()) continue;
+    // Threads that only spin may come to an end of it; the standstill's limit tells if not.
+    if (!ready.empty()) return PickOf(ready);
+    ReportUnderLock("scheduler", "deadlock: every thread waits and no time limit runs", guard);
+  }
+}
+
+void SimulatedScheduler::StartMachine(Thread& thread, std::function<void()> body) {
+  threads_.push_back(&thread);
+  machines_.emplace_back([this, &thread, run = std::move(body)] {
+    {
+      Guard guard(Lock());
+      thread.Resumed.wait(guard, [&] { return running_ == &thread; });
+    }
+    run();
+  });
+}
+
+void SimulatedScheduler::ThreadEnds(Thread& self, Guard& guard) {
+  self.State = Thread::RunState::Ended;
+  std::erase(threads_, &self);
+  try {
+    GiveBaton(ChooseNext(guard));
+  } catch (const KernelStopped&) {  // nobody was left to run
+    GiveBaton(*threads_.back());
+  }
+}
+
+void SimulatedScheduler::RunOthersToRest() {
+  Guard guard(Lock());
+  isFinishing_ = true;
+  main_.State = Thread::RunState::Blocked;
+  GiveBaton(ChooseNext(guard));
+  AwaitBaton(main_, guard);
+  main_.State = Thread::RunState::Ready;
+}
+
+void SimulatedScheduler::CheckNothingLeft() const {
+  if (main_.Level != PASSIVE_LEVEL || !main_.Held.empty()) {
+    ReportViolation("end of the simulation", "thread 0 is at level " + std::to_string(main_.Level) +
+                                                 " with " + std::to_string(main_.Held.size()) +
+                                                 " lock(s)");
+  }
+  for (const Thread* const thread : threads_) {
+    if (thread == &main_ || thread->IsService) continue;
+    ReportViolation("end of the simulation", "thread " + std::to_string(thread->Number) +
+                                                 " still runs, last seen in " + thread->LastCall);
+  }
+  const std::string pending = FindPendingObject(*this);
+  if (!pending.empty()) ReportViolation("end of the simulation", pending + " is still pending");
+  const std::string kept = FindKeptObject(*this);
+  if (!kept.empty()) ReportViolation("end of the simulation", kept + " was never let go");
+}
+
+SimulationOutcome SimulatedScheduler::Finish() {
+  RunOthersToRest();
+  CheckNothingLeft();
+  outcome_.Time = now_;
+  return outcome_;
+}
+
+// Thread 0 unwinds last: the others use objects on its stack.
+void SimulatedScheduler::Stop() {
+  isStopping_ = true;
+  if (running_ != &main_ || isReportingUnderLock_) return;
+  Guard guard(Lock());
+  StopOthers(guard);
+}
+
+void SimulatedScheduler::ReportUnderLock(const char* call, const std::string& what, Guard& guard) {
+  isReportingUnderLock_ = true;
+  try {
+    ReportViolation(call, what);
+  } catch (const KernelStopped&) {
+    if (running_ == &main_) StopOthers(guard);
+    throw;
+  }
+}
+
+void SimulatedScheduler::StopOthers(Guard& guard) {
+  isStopping_ = true;
+  while (threads_.size() > 1) {
+    GiveBaton(*threads_.back());
+    main_.Resumed.wait(guard, [&] { return running_ == &main_; });
+  }
+}
+
+std::string SimulatedScheduler::Describe() const {
+  std::string text = "simulation with seed " + std::to_string(options_.Seed) + ", " +
+                     std::to_string(outcome_.ScheduleLength) + " switch points\n";
+  for (const Thread* const thread : threads_) {
+    std::array<char, 200> line{};
+    std::snprintf(line.data(), line.size(),
+                  "  thread %u (%s) %s, level %u, %zu lock(s), in %s %p\n", thread->Number,
+                  thread->Name.c_str(),
+                  thread->State == Thread::RunState::Blocked ? "waits" : "ready", thread->Level,
+                  thread->Held.size(), thread->LastCall, thread->LastObject);
+    text += line.data();
+  }
+  return text;
+}
+
+SimulationOutcome Simulate(const SimulationOptions& options, const std::function<void()>& body) {
+  SimulatedScheduler simulation(options);
+  body();
+  return simulation.Finish();
+}
+
+}  // namespace lidcam::host

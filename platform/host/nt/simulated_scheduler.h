@@ -1,0 +1,97 @@
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/host/nt/scheduler.h"
+#include "platform/host/nt/thread.h"
+
+namespace lidcam::host {
+
+struct SimulationOptions {
+  std::uint64_t Seed = 1;
+
+  /// Switch points in a row at one virtual time after which the simulation counts as livelocked.
+  std::uint64_t LongestStandstill = 1'000'000;
+};
+
+/// What tells one run from another.
+struct SimulationOutcome {
+  std::uint64_t TraceHash = 0;       ///< FNV-1a over (thread, call) of every switch point
+  std::uint64_t ScheduleLength = 0;  ///< switch points passed
+  LONGLONG Time = 0;                 ///< virtual time that went by, 100 ns
+
+  bool operator==(const SimulationOutcome&) const = default;
+};
+
+/// A world that is a function of its seed. One thread runs at a time; at every kernel call, every
+/// interlocked operation and every turn of a spin loop the seed decides who goes on, and time moves
+/// only when everybody waits, straight to what is due next.
+///
+/// The machine thread that makes it belongs to it, as thread 0, for as long as it lives; all objects
+/// of the simulation must be initialised within. Each thread is a machine thread, and they pass on
+/// one baton, so that sanitizers see nothing out of the ordinary.
+class SimulatedScheduler final : public Scheduler {
+ public:
+  explicit SimulatedScheduler(const SimulationOptions& options);
+  ~SimulatedScheduler() override;
+
+  /// Ends the simulation: lets all others run until they end or wait, and checks that nothing is
+  /// left: no thread that goes on, no referenced thread object, no set timer, nothing queued, no
+  /// work item. Called by thread 0.
+  SimulationOutcome Finish();
+
+  [[nodiscard]] LONGLONG Now() const override { return now_; }
+  [[nodiscard]] LONGLONG SystemTimeAtStart() const override;
+  void SwitchPoint(Thread& self, const char* call, SwitchKind kind) override;
+  void Block(Thread& self, std::unique_lock<std::mutex>& guard) override;
+  void Wake(Thread& thread) override;
+  [[nodiscard]] std::uint64_t TieNumber() override { return Random(); }
+  void StartMachine(Thread& thread, std::function<void()> body) override;
+  void ThreadEnds(Thread& self, std::unique_lock<std::mutex>& guard) override;
+  void Stop() override;
+  [[nodiscard]] bool IsStopping() const override { return isStopping_; }
+  [[nodiscard]] std::string Describe() const override;
+
+ private:
+  using Guard = std::unique_lock<std::mutex>;
+
+  std::uint64_t Random();
+  Thread& PickOf(const std::vector<Thread*>& threads);
+  Thread& ChooseNext(Guard& guard);
+  bool MoveTime();
+  void GiveBaton(Thread& next);
+  void AwaitBaton(Thread& self, Guard& guard);
+  void Trace(const Thread& self, const char* call);
+  void NoteSpin(Thread& self, SwitchKind kind);
+  bool KeepsBaton(SwitchKind kind);
+  void RunOthersToRest();
+  void CheckNothingLeft() const;
+  [[noreturn]] void ReportUnderLock(const char* call, const std::string& what, Guard& guard);
+  void StopOthers(Guard& guard);
+
+  const SimulationOptions options_;
+  std::uint64_t random_;
+  std::uint64_t switchOneIn_;
+  LONGLONG now_ = 0;
+  std::uint64_t standstill_ = 0;
+  SimulationOutcome outcome_;
+  bool isStopping_ = false;
+  bool isFinishing_ = false;
+  bool isReportingUnderLock_ = false;
+  Thread main_;
+  Thread* previous_;
+  Thread* running_;
+  std::vector<Thread*> threads_;  // all that haven't ended, by number
+  std::vector<std::thread> machines_;
+};
+
+/// Runs `body` as thread 0 of a simulation and ends it.
+SimulationOutcome Simulate(const SimulationOptions& options, const std::function<void()>& body);
+
+}  // namespace lidcam::host

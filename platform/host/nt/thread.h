@@ -1,0 +1,78 @@
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "platform/host/nt/nt_declarations.h"
+#include "platform/host/nt/scheduler.h"
+
+namespace lidcam::host {
+struct Thread;
+}
+
+/// The thread object that drivers wait for. The platform keeps its layout to itself.
+struct KTHREAD {
+  DISPATCHER_HEADER Header;
+  lidcam::host::Thread* Host;
+};
+
+namespace lidcam::host {
+
+/// A kernel thread: one that the kernel made, or a machine thread that calls it.
+struct Thread {
+  Thread(Scheduler& world, std::uint32_t number, std::string name);
+  Thread(const Thread&) = delete;
+  Thread& operator=(const Thread&) = delete;
+  ~Thread();
+
+  enum class RunState { Ready, Blocked, Ended };
+
+  KTHREAD Object;
+  Scheduler& World;
+  const std::uint32_t Number;  ///< in its world, in the order of creation
+  const std::string Name;
+  bool IsService = false;  ///< one of the kernel's own, which never ends
+  KIRQL Level = PASSIVE_LEVEL;
+  std::atomic<KPRIORITY> Priority{8};
+  std::atomic<LONG> References{1};  ///< the first is the running thread's own
+
+  // The locks it holds, oldest first.
+  std::vector<const void*> Held;
+
+  // Of the last kernel call, for reports.
+  const char* LastCall = "";
+  const void* LastObject = nullptr;
+
+  // The scheduler's.
+  std::condition_variable Resumed;
+  RunState State = RunState::Ready;
+  bool IsWoken = false;
+  unsigned Spins = 0;
+};
+
+/// The calling thread.
+[[nodiscard]] Thread& CurrentThread();
+
+/// Makes `thread` the calling machine thread's kernel thread; null forgets it.
+///
+/// @return the one before
+Thread* SetCurrentThread(Thread* thread);
+
+/// From now on, and until the call with -1, a machine thread that no world knows mustn't call the
+/// kernel: it would run beside a simulation that knows nothing of it.
+void CountSimulations(int change);
+
+/// What a machine thread does for a kernel thread: `body`, then the thread object's end.
+void RunThread(Thread& thread, const std::function<void()>& body);
+
+/// Drops a reference; the last one deletes the thread.
+LONG_PTR DereferenceThread(Thread& thread);
+
+/// Unwinds a thread that ends itself up to RunThread().
+struct ThreadExit {};
+
+}  // namespace lidcam::host

@@ -1,0 +1,15 @@
+#pragma once
+
+#include "platform/host/nt/nt_declarations.h"
+
+namespace lidcam::host {
+
+/// What RunTerminatingThread() works on.
+struct TerminatingThread {
+  KEVENT Ending;
+};
+
+/// A start routine that never returns: it ends its thread from inside another function.
+void NTAPI RunTerminatingThread(PVOID context);
+
+}  // namespace lidcam::host
