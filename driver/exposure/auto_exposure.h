@@ -2,12 +2,44 @@
 
 #include <cstdint>
 
-#include "driver/core/camera_context.h"
+#include "driver/core/shared_value.h"
 
 namespace lidcam {
 
-/// Row of the exposure table that is in force. One for the whole system: all cameras share it,
-/// unguarded. Every camera creation sets it back to the middle of the table.
+/// The operating point in use, as AeTableEntry has it. Each field is whole; with two cameras
+/// streaming the three may come from different rows.
+struct AeOutputRecord {
+  Shared<std::uint32_t> Exposure;
+  Shared<std::uint8_t> CoarseGain;
+  Shared<std::uint8_t> FineGain;
+};
+
+// The state of the exposure loop is one for the whole system: all cameras share it, unguarded, and
+// it outlives streams, so that a stream starts where the last one ended.
+
+/// Calls still to pass before the next step.
+extern constinit Shared<std::uint16_t> AeHoldOff;
+
+/// Row of AeTable that is in force. Every camera creation sets it back to 30. For a moment within a
+/// step it may lie outside the table.
 extern constinit Shared<std::int32_t> AeIndex;
+
+/// Row last chosen; zeros until the first step.
+extern constinit AeOutputRecord AeOutput;
+
+/// Target over measured luminance at the last step wanted, 1024 standing for 1.0. For readers of a
+/// memory dump.
+extern constinit Shared<std::uint32_t> AeRatio;
+
+/// Moves AeIndex one step toward the target luminance of 88, at most at every sixth call.
+///
+/// @param luma       average luminance of the frame, 0 to 255
+/// @param output     receives the new row
+/// @param lightMode  what bounds the index: LightModeNormal 54, LightModeDummy 76, other values 80.
+///                   An index above a bound that has just fallen stays until the next step, which
+///                   pulls it down to the bound whichever way it goes
+/// @return true: `output` has a row that the sensor must be given
+/// @par Callable at any level
+bool AutoExposureStep(std::uint32_t luma, AeOutputRecord& output, std::uint32_t lightMode);
 
 }  // namespace lidcam

@@ -9,6 +9,11 @@ namespace lidcam {
 /// Bytes of header ahead of the pixels of a raw frame.
 inline constexpr std::uint32_t kRawFrameHeaderSize = 64;
 
+/// Bytes of the header that tell about the picture.
+inline constexpr std::uint32_t kRawFrameLevelOffset = 16;  ///< exposure level of the sensor's own
+                                                           ///< automatic exposure
+inline constexpr std::uint32_t kRawFrameLumaOffset = 23;   ///< average luminance
+
 /// Flags of a parsed packet.
 inline constexpr std::uint32_t kPacketFlagBadFrame = 2;      ///< the frame it closes, or the one in
                                                              ///< progress, must not be kept
