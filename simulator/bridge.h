@@ -44,6 +44,10 @@ class Bridge {
   /// Divisor of the pixel clock, from the low two bits of register 0x0A: 1, 2, 4 or 8.
   [[nodiscard]] unsigned ClockDivisor() const { return 1U << (registers_[0x0A] & 0x03U); }
 
+  /// The sensor's frame clock, seen from the bridge.
+  void StartFrame() { sensor_.StartFrame(); }
+  void SettleExposure() { sensor_.SettleExposure(); }
+
   /// Sets bridge and sensor to their power-up values.
   void PowerUp();
 

@@ -11,7 +11,8 @@ namespace lidcam::simulator {
 namespace {
 
 constexpr std::string_view kForm =
-    "sim[:vid:pid[,sensor=NAME][,config=long|short][,seed=N][,scene=FILE][,mains=50Hz|60Hz]]";
+    "sim[:vid:pid[,sensor=NAME][,config=long|short][,seed=N][,scene=FILE][,mains=50Hz|60Hz]"
+    "[,light=STEPS]]";
 
 [[noreturn]] void Refuse(std::string_view text, const std::string& reason) {
   throw std::invalid_argument("camera \"" + std::string(text) + "\": " + reason);
@@ -73,6 +74,14 @@ const CameraIdentity& ParseIdentity(std::string_view whole, std::string_view par
   return *identity;
 }
 
+LightSchedule ParseLight(std::string_view whole, std::string_view value) {
+  try {
+    return ParseLightSchedule(value);
+  } catch (const std::invalid_argument& error) {
+    Refuse(whole, error.what());
+  }
+}
+
 void ParseOption(std::string_view whole, std::string_view option, const CameraIdentity& identity,
                  CameraOptions& options) {
   std::string_view value = option;
@@ -104,11 +113,12 @@ void ParseOption(std::string_view whole, std::string_view option, const CameraId
       Refuse(whole, "mains is " + Quoted(value) + "; it may be 50Hz or 60Hz");
     }
     options.MainsRate = value == "50Hz" ? 100 : 120;
+  } else if (name == "light") {
+    options.Light = ParseLight(whole, value);
   } else {
-    Refuse(
-        whole,
-        "there is no option " + Quoted(name) +
-            "; there are sensor=NAME, config=long|short, seed=N, scene=FILE and mains=50Hz|60Hz");
+    Refuse(whole, "there is no option " + Quoted(name) +
+                      "; there are sensor=NAME, config=long|short, seed=N, scene=FILE, "
+                      "mains=50Hz|60Hz and light=300lx@0s;5lx@4s");
   }
 }
 
@@ -141,6 +151,7 @@ UsbDeviceOptions ToDeviceOptions(const CameraOptions& options) {
   device.Configuration = options.Configuration;
   device.Seed = options.Seed;
   device.Light.MainsRate = options.MainsRate;
+  device.Light.Schedule = options.Light;
   if (!options.SceneFile.empty()) device.View = OpenSceneFile(options.SceneFile);
   return device;
 }

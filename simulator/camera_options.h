@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "simulator/descriptors.h"
+#include "simulator/light_schedule.h"
 #include "simulator/sensor_model.h"
 #include "simulator/usb_device.h"
 
@@ -19,12 +20,14 @@ struct CameraOptions {
   std::uint64_t Seed = 1;
   std::string SceneFile{};  ///< empty: the test card
   unsigned MainsRate = 0;   ///< as SceneLight::MainsRate
+  LightSchedule Light{};    ///< as SceneLight::Schedule
 
   friend bool operator==(const CameraOptions&, const CameraOptions&) = default;
 };
 
-/// Reads "sim[:vid:pid[,sensor=NAME][,config=long|short][,seed=N][,scene=FILE][,mains=50Hz|60Hz]]"; the
-/// options may also follow "sim" alone. A scene's file name ends at the next comma.
+/// Reads "sim[:vid:pid[,sensor=NAME][,config=long|short][,seed=N][,scene=FILE][,mains=50Hz|60Hz]
+/// [,light=LIGHT@TIME;...]]" (one word); the options may also follow "sim" alone. A scene's file
+/// name ends at the next comma. The steps of the light are those of ParseLightSchedule, separated by ';' here.
 /// @throws std::invalid_argument telling what is wrong and what would be right
 [[nodiscard]] CameraOptions ParseCameraOptions(std::string_view text);
 

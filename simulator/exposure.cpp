@@ -21,9 +21,25 @@ constexpr double kBacklightFactor = 1.4;
 constexpr double kVgaPixelRate = 15e6;
 constexpr unsigned kVgaLineClocks = 860;
 constexpr double kVgaFineGainUnit = 128;
-// Stages of the analogue amplifier behind the fine gain.
+// Stages of the analogue amplifier behind the fine gain. Fine gain is used up to 142 of 128 on the first
+// stage and 164 of 128 on the second before the next stage takes over at 128: each takeover is a step
+// of 3 to 5 per cent then, as between two neighbouring fine gains.
 constexpr double kVgaCoarseGain[] = {1.0, 1.0, 1.16, 1.53};
 constexpr double kVga0708PowerUpGain = 156 / kVgaFineGainUnit;
+// The counter of lines starts at the frame length register, in units of 16 lines, and ends at a fixed
+// count: less in the register is a longer frame. The picture's own lines leave no room for more.
+constexpr unsigned kShortestFrameRegister = 0x2F;
+constexpr unsigned kLinesOfFrameStep = 16;
+
+// A luma sample comes of the four pixels of a colour cell. Each holds 10000 electrons at white with
+// power-up gain, loses its count by 3 when read, and makes 20 in a second without light.
+constexpr double kPixelsOfSample = 4;
+constexpr double kElectronsAtWhite = kPixelsOfSample * 10000;
+constexpr double kReadNoiseElectrons = 3;
+constexpr double kDarkElectronsPerSecond = kPixelsOfSample * 20;
+
+// Lamps fall to half of their peak between the half cycles.
+constexpr double kMainsDepth = 1.0 / 3;
 
 bool IsVgaPair(SensorModel model) {
   return model == VGA0408 || model == VGA0708;
@@ -55,10 +71,11 @@ double LineSeconds(const Bridge& bridge) {
   return kHalfCycleSeconds / 174 * divisor;
 }
 
-unsigned ProgrammedLines(const Sensor& sensor) {
+unsigned ProgrammedLines(const ExposureRegisters& registers, const Sensor& sensor) {
   switch (sensor.Model()) {
-    case VGA0408:
     case VGA0708:
+      return registers.Lines;
+    case VGA0408:
       return (sensor.Peek(0x03) & 0x0FU) << 8 | sensor.Peek(0x04);
     case OV7660:
     case OV7663:
@@ -109,60 +126,100 @@ bool IsBacklightCompensated(const Bridge& bridge) {
 }
 
 // Against the gain of the power-up registers, for which the picture is well exposed.
-double ProgrammedGain(const Sensor& sensor) {
+double ProgrammedGain(const ExposureRegisters& registers, const Sensor& sensor) {
   if (sensor.Model() != VGA0708) return 1.0;
-  const double fine = sensor.Peek(0x5D) / kVgaFineGainUnit;
-  return fine * kVgaCoarseGain[sensor.Peek(0x60) & 0x03] / kVga0708PowerUpGain;
+  const double fine = registers.FineGain / kVgaFineGainUnit;
+  return fine * kVgaCoarseGain[registers.CoarseGain & 0x03] / kVga0708PowerUpGain;
 }
 
 std::uint8_t LevelOf(double seconds) {
   return static_cast<std::uint8_t>(std::clamp(std::lround(seconds / kHalfCycleSeconds), 1L, 20L));
 }
 
-void ExposeByTheChip(const SceneLight& light, SensorExposure& exposure) {
-  const double wanted = kRightSeconds / std::max(light.Level, 1e-6);
+void ExposeByTheChip(double strength, SensorExposure& exposure) {
+  const double wanted = kRightSeconds / std::max(strength, 1e-6);
   exposure.Seconds = std::min(wanted, kLongestSeconds);
   exposure.Gain = std::clamp(wanted / exposure.Seconds, 1.0, kHighestAutomaticGain);
 }
 
+unsigned ExtraLines(const ExposureRegisters& registers, const Sensor& sensor) {
+  if (sensor.Model() != VGA0708 || registers.FrameLength >= kShortestFrameRegister) return 0;
+  return (kShortestFrameRegister - registers.FrameLength) * kLinesOfFrameStep;
+}
+
+/// Light of strength 1.0 gathered from the time 0 on, with the swelling of the mains.
+double GatheredUntil(const SceneLight& light, double seconds) {
+  if (light.MainsRate == 0) return seconds;
+  const double turns = 2 * std::numbers::pi * light.MainsRate;
+  return seconds + kMainsDepth * std::sin(turns * seconds) / turns;
+}
+
 }  // namespace
 
-SensorExposure ReadExposure(const Bridge& bridge, const SceneLight& light) {
+SensorExposure ExposureWith(const ExposureRegisters& registers, const Bridge& bridge,
+                            double strength) {
   const Sensor& sensor = bridge.AttachedSensor();
   SensorExposure exposure;
   exposure.LineSeconds = LineSeconds(bridge);
+  exposure.ExtraLines = ExtraLines(registers, sensor);
   exposure.IsAutomatic = IsAutomatic(bridge);
   if (exposure.IsAutomatic) {
-    ExposeByTheChip(light, exposure);
+    ExposeByTheChip(strength, exposure);
   } else {
     exposure.Seconds =
-        std::min(ProgrammedLines(sensor) * exposure.LineSeconds, kStretchLimitSeconds);
-    exposure.Gain = ProgrammedGain(sensor);
+        std::min(ProgrammedLines(registers, sensor) * exposure.LineSeconds, kStretchLimitSeconds);
+    exposure.Gain = ProgrammedGain(registers, sensor);
   }
-  exposure.Relative = light.Level * exposure.Seconds / kRightSeconds * exposure.Gain;
-  if (IsBacklightCompensated(bridge)) exposure.Relative *= kBacklightFactor;
+  exposure.Sensitivity = exposure.Seconds / kRightSeconds * exposure.Gain;
+  if (IsBacklightCompensated(bridge)) exposure.Sensitivity *= kBacklightFactor;
+  exposure.Relative = strength * exposure.Sensitivity;
   exposure.Level = LevelOf(exposure.Seconds);
   return exposure;
+}
+
+SensorExposure ReadExposure(const Bridge& bridge, const SceneLight& light) {
+  return ExposureWith(bridge.AttachedSensor().Exposure().Committed(), bridge, light.At(0));
 }
 
 double FrameSeconds(const Bridge& bridge, const SensorExposure& exposure) {
   double seconds = kNominalFrameSeconds * bridge.ClockDivisor();
   const Sensor& sensor = bridge.AttachedSensor();
-  if (IsVgaPair(sensor.Model())) {
-    seconds = seconds * VgaLineClocks(sensor) / kVgaLineClocks;
-  }
+  if (IsVgaPair(sensor.Model())) seconds = seconds * VgaLineClocks(sensor) / kVgaLineClocks;
+  seconds += exposure.ExtraLines * exposure.LineSeconds;
   return std::max(seconds, exposure.Seconds);
 }
 
-double MainsFactor(const SceneLight& light, const SensorExposure& exposure, double lineStart) {
-  if (light.MainsRate == 0) return 1.0;
-  // Lamps fall to half of their peak between the half cycles; the line collects the mean of that
-  // wave over its time.
-  constexpr double kDepth = 1.0 / 3;
-  const double turns = 2 * std::numbers::pi * light.MainsRate;
-  const double time = std::max(exposure.Seconds, 1e-6);
-  const double area = std::sin(turns * (lineStart + time)) - std::sin(turns * lineStart);
-  return 1.0 + kDepth * area / (turns * time);
+double MeanLight(const SceneLight& light, double from, double seconds) {
+  const double time = std::max(seconds, 1e-9);
+  const double to = from + time;
+  double sum = 0;
+  double begin = from;
+  double strength = light.At(from);
+  const auto gather = [&](double end) {
+    sum += strength * (GatheredUntil(light, end) - GatheredUntil(light, begin));
+    begin = end;
+  };
+  for (const LightStep& step : light.Schedule) {
+    if (step.Seconds <= from || step.Seconds >= to) continue;
+    gather(step.Seconds);
+    strength = light.At(step.Seconds);
+  }
+  gather(to);
+  return sum / time;
+}
+
+bool IsSteady(const SceneLight& light, double from, double to) {
+  return light.MainsRate == 0 &&
+         std::none_of(light.Schedule.begin(), light.Schedule.end(), [&](const LightStep& step) {
+           return step.Seconds > from && step.Seconds < to;
+         });
+}
+
+PixelNoise NoiseOf(const SensorExposure& exposure) {
+  const double unit = exposure.Gain / kElectronsAtWhite;
+  return {.LightOfElectron = unit,
+          .ReadVariance = kPixelsOfSample * kReadNoiseElectrons * kReadNoiseElectrons * unit * unit,
+          .DarkLight = kDarkElectronsPerSecond * exposure.Seconds * unit};
 }
 
 }  // namespace lidcam::simulator

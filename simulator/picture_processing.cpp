@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <numeric>
 
 namespace lidcam::simulator {
 namespace {
@@ -21,6 +22,10 @@ constexpr std::uint8_t kSketch = 0x04;
 constexpr std::uint8_t kRelief = 0x08;
 constexpr std::uint8_t kTint = 0x20;
 constexpr std::uint8_t kMonochrome = 0x40;
+
+// Luma of black and white, ahead of the controls.
+constexpr double kBlackLuma = 16;
+constexpr double kWhiteLuma = 235;
 
 constexpr std::uint8_t ToPixel(int value) {
   return static_cast<std::uint8_t>(std::clamp(value, 1, 254));
@@ -53,6 +58,22 @@ double GammaAt(const std::array<std::uint8_t, 15>& knots, double level) {
     fromValue = toValue;
   }
   return 256.0;
+}
+
+// Exposures in steps of 1/256 of a doubling, a quarter of a per cent each, which no eye and no 8 bits
+// tell apart in the dark or in the sun.
+constexpr int kStepsOfDoubling = 256;
+constexpr int kNoLight = -32 * kStepsOfDoubling;
+constexpr int kNotExposed = kNoLight - 1;
+
+int StepOf(double exposure) {
+  if (!(exposure > 0)) return kNoLight;
+  const double steps = std::log2(exposure) * kStepsOfDoubling;
+  return static_cast<int>(std::lround(std::clamp(steps, 1.0 * kNoLight, -1.0 * kNoLight)));
+}
+
+double ExposureOf(int step) {
+  return step == kNoLight ? 0.0 : std::exp2(static_cast<double>(step) / kStepsOfDoubling);
 }
 
 int Scale(int value, int factor, int unit) {
@@ -125,17 +146,46 @@ void PictureProcessor::BuildTables() {
   }
 }
 
+void PictureProcessor::BuildNoise() {
+  // How far a luma strays: the light's noise times the steepness of the green curve there. A pixel
+  // that is full to the brim strays no more.
+  LumaNoise::Deviations deviations{};
+  constexpr double kBlack = 16;
+  constexpr double kLumaOfFullValue = 220.0 / 256;
+  const auto& knots = settings_.GammaKnots[1];
+  double fromLevel = 0;
+  double fromValue = 0;
+  for (std::size_t knot = 0; knot <= knots.size(); ++knot) {
+    const bool isLast = knot == knots.size();
+    const double toLevel = isLast ? 256.0 : kKnotLevels[knot];
+    const double toValue = isLast ? 256.0 : knots[knot];
+    const double steepness = (toValue - fromValue) / (toLevel - fromLevel);
+    const double toLuma = kBlack + toValue * kLumaOfFullValue;
+    for (double luma = std::ceil(kBlack + fromValue * kLumaOfFullValue); luma < toLuma; ++luma) {
+      const double value = (luma - kBlack) / kLumaOfFullValue;
+      const double level = fromLevel + (value - fromValue) / steepness;
+      deviations[static_cast<std::size_t>(luma)] =
+          std::sqrt(noise_.Variance(level / 256)) * 256 * steepness * kLumaOfFullValue;
+    }
+    fromLevel = toLevel;
+    fromValue = toValue;
+  }
+  std::fill(deviations.begin() + 235, deviations.end(), 0.0);
+  lumaNoise_ = LumaNoise{deviations};
+}
+
 const PictureProcessor::Curves& PictureProcessor::CurvesFor(double exposure) {
-  const int steps = static_cast<int>(std::lround(std::clamp(exposure, 0.0, 64.0) * 256));
+  const int step = StepOf(exposure);
   for (const Curves& known : curves_) {
-    if (known.Exposure == steps) return known;
+    if (known.Exposure == step) return known;
   }
   if (curves_.size() > 512) curves_.clear();
   Curves curves;
-  curves.Exposure = steps;
+  curves.Exposure = step;
+  const double factor = ExposureOf(step);
   for (std::size_t channel = 0; channel < 3; ++channel) {
     for (std::size_t value = 0; value < 256; ++value) {
-      const double light = std::min(LightOfScreenValue()[value] * steps / 256, 1.0);
+      const double light = std::min(LightOfScreenValue()[value] * factor + noise_.DarkLight, 1.0);
       const double out = GammaAt(settings_.GammaKnots[channel], light * 256);
       curves.Channels[channel][value] =
           static_cast<std::uint8_t>(std::clamp(std::lround(out), 0L, 255L));
@@ -145,37 +195,47 @@ const PictureProcessor::Curves& PictureProcessor::CurvesFor(double exposure) {
 }
 
 void PictureProcessor::Process(const RgbImage& scene, const PictureSettings& settings,
-                               std::span<const double> exposure) {
-  const bool isSameView = hasPicture_ && settings == settings_ && scene.Width == lastScene_.Width &&
-                          scene.Height == lastScene_.Height;
+                               std::span<const double> exposure, const PixelNoise& noise,
+                               std::uint64_t seed) {
+  const bool isSameView = hasPicture_ && settings == settings_ && noise == noise_ &&
+                          scene.Width == lastScene_.Width && scene.Height == lastScene_.Height;
   if (!isSameView) {
     settings_ = settings;
+    noise_ = noise;
     BuildTables();
-    lastExposure_.assign(scene.Height, -1);
+    BuildNoise();
+    lastExposure_.assign(scene.Height, kNotExposed);
     lastScene_.Resize(scene.Width, scene.Height);
+    lumaPlane_.assign(std::size_t{scene.Width} * scene.Height, 0);
+    lumaSums_.assign(scene.Height, 0);
     picture_.assign(std::size_t{scene.Width} * scene.Height * 2, 0);
     luma_.assign(scene.Width, 0);
     filtered_.assign(scene.Width, 0);
     hasPicture_ = true;
   }
+  const bool isNoisy = !lumaNoise_.IsSilent();
+  const bool mustFinishAll = isNoisy || pictureIsNoisy_;
+  pictureIsNoisy_ = isNoisy;
   const std::size_t sceneRowBytes = std::size_t{scene.Width} * 3;
   for (std::uint32_t y = 0; y < scene.Height; ++y) {
     const std::uint32_t from = settings_.IsFlipped ? scene.Height - 1 - y : y;
     const Curves& curves = CurvesFor(exposure[exposure.size() == 1 ? 0 : y]);
     const std::uint8_t* row = scene.Row(from);
-    if (lastExposure_[y] == curves.Exposure &&
-        std::memcmp(lastScene_.Row(from), row, sceneRowBytes) == 0) {
-      continue;
+    const bool isNew = lastExposure_[y] != curves.Exposure ||
+                       std::memcmp(lastScene_.Row(from), row, sceneRowBytes) != 0;
+    if (isNew) {
+      lastExposure_[y] = curves.Exposure;
+      std::memcpy(lastScene_.Row(from), row, sceneRowBytes);
+      ExposeRow(row, curves, y);
     }
-    lastExposure_[y] = curves.Exposure;
-    std::memcpy(lastScene_.Row(from), row, sceneRowBytes);
-    ProcessRow(row, curves, picture_.data() + std::size_t{y} * scene.Width * 2);
+    if (isNew || mustFinishAll) FinishRow(y, seed + y);
   }
 }
 
-void PictureProcessor::ProcessRow(const std::uint8_t* scene, const Curves& curves,
-                                  std::uint8_t* out) {
+void PictureProcessor::ExposeRow(const std::uint8_t* scene, const Curves& curves, std::uint32_t y) {
   const std::size_t width = luma_.size();
+  std::uint8_t* luma = lumaPlane_.data() + y * width;
+  std::uint8_t* out = picture_.data() + 2 * y * width;
   const std::size_t red = settings_.RedAndBlueSwapped ? 2 : 0;
   const std::size_t blue = 2 - red;
   const Curve& redCurve = curves.Channels[0];
@@ -191,7 +251,7 @@ void PictureProcessor::ProcessRow(const std::uint8_t* scene, const Curves& curve
       const int r = redCurve[pixel[red]];
       const int g = greenCurve[pixel[1]];
       const int b = blueCurve[pixel[blue]];
-      luma_[x + i] = static_cast<std::uint8_t>((66 * r + 129 * g + 25 * b + 128) / 256 + 16);
+      luma[x + i] = static_cast<std::uint8_t>((66 * r + 129 * g + 25 * b + 128) / 256 + 16);
       sumR += r;
       sumG += g;
       sumB += b;
@@ -201,8 +261,24 @@ void PictureProcessor::ProcessRow(const std::uint8_t* scene, const Curves& curve
     out[2 * x + 1] = curveU_[static_cast<std::size_t>(u)];
     out[2 * x + 3] = curveV_[static_cast<std::size_t>(v)];
   }
+}
+
+void PictureProcessor::FinishRow(std::uint32_t y, std::uint64_t seed) {
+  const std::size_t width = luma_.size();
+  std::memcpy(luma_.data(), lumaPlane_.data() + y * width, width);
+  if (!lumaNoise_.IsSilent()) lumaNoise_.AddTo(luma_, seed);
+  lumaSums_[y] = std::accumulate(luma_.begin(), luma_.end(), std::uint32_t{0});
   FilterLuma();
+  std::uint8_t* out = picture_.data() + 2 * y * width;
   for (std::size_t x = 0; x < width; ++x) out[2 * x] = lumaCurve_[filtered_[x]];
+}
+
+std::uint8_t PictureProcessor::MeanLuminance() const {
+  if (lumaPlane_.empty()) return 0;
+  const auto sum = std::accumulate(lumaSums_.begin(), lumaSums_.end(), std::uint64_t{0});
+  const double mean = static_cast<double>(sum) / static_cast<double>(lumaPlane_.size());
+  const double luminance = (mean - kBlackLuma) * 255 / (kWhiteLuma - kBlackLuma);
+  return static_cast<std::uint8_t>(std::clamp(luminance, 0.0, 255.0));
 }
 
 void PictureProcessor::FilterLuma() {
@@ -212,7 +288,7 @@ void PictureProcessor::FilterLuma() {
   const bool isSharpening = (settings_.Sharpness & 0x40) != 0;
   const int amount = isSharpening ? settings_.Sharpness & 0x3F : 0;
   if (amount == 0 && !isSketch && !isRelief) {
-    filtered_ = luma_;
+    filtered_.swap(luma_);
     return;
   }
   for (std::size_t x = 0; x < width; ++x) {

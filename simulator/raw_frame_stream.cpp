@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <random>
 
 namespace lidcam::simulator {
 namespace {
@@ -11,10 +10,9 @@ namespace {
 constexpr double kMicroframesPerSecond = 8000;
 constexpr std::uint64_t kStartDelay = 8;
 constexpr std::uint64_t kWithoutEnd = UINT64_MAX;
-constexpr double kSilentGain = 1.3;
 
 constexpr std::size_t kLevelOffset = 16;
-constexpr std::size_t kMeanLumaOffset = 23;
+constexpr std::size_t kMeanLuminanceOffset = 23;
 
 void PutLittleEndian(std::vector<std::uint8_t>& bytes, std::size_t at, std::uint64_t value,
                      std::size_t count) {
@@ -29,12 +27,15 @@ std::uint64_t EndOfRun(std::uint64_t microframe, std::uint32_t length) {
 
 }  // namespace
 
-RawFrameStream::RawFrameStream(const Bridge& bridge, Scene& scene, std::uint64_t seed)
+RawFrameStream::RawFrameStream(Bridge& bridge, Scene& scene, std::uint64_t seed)
     : bridge_(bridge), scene_(scene), seed_(seed) {}
 
 void RawFrameStream::Restart(std::uint64_t microframe) {
   frame_.clear();
   offset_ = 0;
+  bridge_.SettleExposure();
+  startedAt_ = microframe;
+  period_ = kMicroframesPerSecond / 30;
   lastMicroframe_ = microframe;
   nextFrameAt_ = static_cast<double>(microframe + kStartDelay);
   firstFrameOfStream_ = framesBegun_;
@@ -97,32 +98,46 @@ StreamPacket RawFrameStream::ApplyFault(const PacketFault& fault, std::uint32_t 
   }
 }
 
+void RawFrameStream::CatchUp(std::uint64_t microframe) {
+  const double late = static_cast<double>(microframe) - nextFrameAt_;
+  if (late < period_) return;
+  const auto missed = static_cast<std::uint64_t>(late / period_);
+  viewNumber_ += missed;
+  nextFrameAt_ = static_cast<double>(microframe);
+  if (missed > 1) {
+    bridge_.SettleExposure();
+  } else {
+    bridge_.StartFrame();
+  }
+}
+
 void RawFrameStream::BeginFrame(std::uint64_t microframe, std::uint32_t limit) {
+  // Frames that nobody fetched have been taken all the same.
+  CatchUp(microframe);
+  bridge_.StartFrame();
   const RawFrameGeometry geometry =
       GeometryOf(bridge_.AttachedSensor().Model(), SelectedRawSize(bridge_));
-  const SensorExposure exposure = ReadExposure(bridge_, light_);
-  const double clockPeriod = FrameSeconds(bridge_, exposure) * kMicroframesPerSecond;
-  const double wirePeriod = (geometry.TotalBytes + limit - 1) / limit + 1;
-  const double period = std::max(clockPeriod, wirePeriod);
+  const ExposureBanks& banks = bridge_.AttachedSensor().Exposure();
+  const double start = static_cast<double>(microframe - startedAt_) / kMicroframesPerSecond;
+  const SensorExposure exposure = ExposureWith(banks.BeingRead(), bridge_, light_.At(start));
 
-  // Frames that nobody fetched have been taken all the same.
-  const double late = static_cast<double>(microframe) - nextFrameAt_;
-  if (late >= period) {
-    viewNumber_ += static_cast<std::uint64_t>(late / period);
-    nextFrameAt_ = static_cast<double>(microframe);
-  }
-  nextFrameAt_ += period;
+  // While this frame is read out the next one collects its light: that is what takes the time.
+  const SensorExposure next = ExposureWith(banks.Exposing(), bridge_, light_.At(start));
+  const double wirePeriod = (geometry.TotalBytes + limit - 1) / limit + 1;
+  period_ = std::max(FrameSeconds(bridge_, next) * kMicroframesPerSecond, wirePeriod);
+  nextFrameAt_ += period_;
 
   view_.Resize(geometry.Width, geometry.Height);
   scene_.Render(viewNumber_, view_);
-  ExposeLines(exposure, microframe, geometry.Height);
-  processor_.Process(view_, ReadPictureSettings(bridge_), lineExposure_);
+  ExposeLines(exposure, start, geometry.Height);
+  const std::uint64_t noiseSeed = (seed_ ^ (viewNumber_ * 0x9E3779B97F4A7C15U)) << 12;
+  processor_.Process(view_, ReadPictureSettings(bridge_), lineExposure_, NoiseOf(exposure),
+                     noiseSeed);
 
   frame_.assign(geometry.TotalBytes, 0);
   const auto picture = processor_.Yuy2();
   const std::size_t pixelBytes = std::min<std::size_t>(picture.size(), geometry.PixelBytes());
   std::memcpy(frame_.data() + kRawHeaderBytes, picture.data(), pixelBytes);
-  AddNoise(exposure);
   FillHeader(geometry, exposure);
 
   offset_ = 0;
@@ -131,46 +146,20 @@ void RawFrameStream::BeginFrame(std::uint64_t microframe, std::uint32_t limit) {
   ++viewNumber_;
 }
 
-void RawFrameStream::ExposeLines(const SensorExposure& exposure, std::uint64_t microframe,
+void RawFrameStream::ExposeLines(const SensorExposure& exposure, double start,
                                  std::uint32_t lines) {
-  if (light_.MainsRate == 0) {
-    lineExposure_.assign(1, exposure.Relative);
+  // A line is read out when its turn comes, and has collected light up to then.
+  const double lineSeconds = exposure.LineSeconds * 480 / std::max<std::uint32_t>(lines, 1);
+  const double firstLight = start - exposure.Seconds;
+  if (IsSteady(light_, firstLight, start + lines * lineSeconds)) {
+    lineExposure_.assign(1, light_.At(firstLight) * exposure.Sensitivity);
     return;
   }
-  const double start = static_cast<double>(microframe) / kMicroframesPerSecond;
-  const double lineSeconds = exposure.LineSeconds * 480 / std::max<std::uint32_t>(lines, 1);
   lineExposure_.resize(lines);
   for (std::uint32_t line = 0; line < lines; ++line) {
     lineExposure_[line] =
-        exposure.Relative * MainsFactor(light_, exposure, start + line * lineSeconds);
+        exposure.Sensitivity * MeanLight(light_, firstLight + line * lineSeconds, exposure.Seconds);
   }
-}
-
-void RawFrameStream::AddNoise(const SensorExposure& exposure) {
-  const int amplitude =
-      static_cast<int>(std::lround(std::clamp((exposure.Gain - kSilentGain) * 6, 0.0, 12.0)));
-  if (amplitude == 0) return;
-  std::mt19937_64 random{seed_ ^ (viewNumber_ * 0x9E3779B97F4A7C15U)};
-  const auto span = static_cast<std::uint64_t>(2 * amplitude + 1);
-  std::uint64_t bits = 0;
-  const std::size_t end = frame_.size() - kRawClosingBytes;
-  for (std::size_t at = kRawHeaderBytes, i = 0; at < end; at += 2, ++i) {
-    if (i % 4 == 0) bits = random();
-    const int offset = static_cast<int>((bits & 0xFFFF) * span >> 16) - amplitude;
-    bits >>= 16;
-    frame_[at] = static_cast<std::uint8_t>(std::clamp(frame_[at] + offset, 1, 254));
-  }
-}
-
-std::uint8_t RawFrameStream::MeanLuma() const {
-  std::uint64_t sum = 0;
-  std::uint64_t count = 0;
-  const std::size_t end = frame_.size() - kRawClosingBytes;
-  for (std::size_t at = kRawHeaderBytes; at < end; at += 2) {
-    sum += frame_[at];
-    ++count;
-  }
-  return static_cast<std::uint8_t>(count == 0 ? 0 : sum / count);
 }
 
 void RawFrameStream::FillHeader(const RawFrameGeometry& geometry, const SensorExposure& exposure) {
@@ -180,7 +169,7 @@ void RawFrameStream::FillHeader(const RawFrameGeometry& geometry, const SensorEx
   PutLittleEndian(frame_, 6, geometry.Width, 2);
   PutLittleEndian(frame_, 8, geometry.Height, 2);
   frame_[kLevelOffset] = exposure.Level;
-  frame_[kMeanLumaOffset] = MeanLuma();
+  frame_[kMeanLuminanceOffset] = processor_.MeanLuminance();
   PutLittleEndian(frame_, 24, seed_, 8);
   // A last packet of two bytes must not look like a marker.
   frame_[frame_.size() - 2] = 0xFF;

@@ -22,15 +22,17 @@ struct StreamPacket {
 
 /// Makes raw frames of the scene and cuts them into one packet per microframe.
 ///
-/// A frame is taken at its first packet, with size, exposure and picture settings as the registers
-/// stand at that moment. Its first packet begins with the marker and its last one is as short as its
-/// rest; the microframes to the next frame carry nothing. The bytes depend on seed, registers, scene
-/// and microframe numbers alone.
+/// A frame is taken at its first packet, with size and picture settings as the registers stand at that
+/// moment, and with the exposure that the sensor has collected up to then (ExposureBanks). Its first
+/// packet begins with the marker and its last one is as short as its rest; the microframes to the next
+/// frame carry nothing. The bytes depend on seed, registers, scene, light and microframe numbers alone.
 class RawFrameStream {
  public:
-  RawFrameStream(const Bridge& bridge, Scene& scene, std::uint64_t seed);
+  RawFrameStream(Bridge& bridge, Scene& scene, std::uint64_t seed);
 
-  /// Drops the frame under way and begins with a new one a little after `microframe`.
+  /// Drops the frame under way and begins with a new one a little after `microframe`, from which the
+  /// light's time counts. The sensor has gone on without a stream, so that what is committed is in
+  /// force from the first frame on.
   void Restart(std::uint64_t microframe);
 
   /// Gives the packet of one microframe. Microframes left out have gone by with their bytes.
@@ -48,15 +50,14 @@ class RawFrameStream {
  private:
   void PassOver(std::uint64_t microframes, std::uint32_t limit);
   void BeginFrame(std::uint64_t microframe, std::uint32_t limit);
-  void ExposeLines(const SensorExposure& exposure, std::uint64_t microframe, std::uint32_t lines);
+  void ExposeLines(const SensorExposure& exposure, double start, std::uint32_t lines);
   void FillHeader(const RawFrameGeometry& geometry, const SensorExposure& exposure);
-  void AddNoise(const SensorExposure& exposure);
-  [[nodiscard]] std::uint8_t MeanLuma() const;
+  void CatchUp(std::uint64_t microframe);
   [[nodiscard]] bool IsFrameUnderWay() const { return offset_ < frame_.size(); }
   [[nodiscard]] std::span<const std::uint8_t> TakeBytes(std::uint32_t limit);
   [[nodiscard]] StreamPacket ApplyFault(const PacketFault& fault, std::uint32_t limit);
 
-  const Bridge& bridge_;
+  Bridge& bridge_;
   Scene& scene_;
   std::uint64_t seed_;
   SceneLight light_;
@@ -68,7 +69,9 @@ class RawFrameStream {
   std::size_t offset_ = 0;
   DisturbedPacket disturbed_;
   std::uint64_t lastMicroframe_ = 0;
-  double nextFrameAt_ = 0;  ///< in microframes
+  std::uint64_t startedAt_ = 0;  ///< microframe of the stream's start
+  double nextFrameAt_ = 0;       ///< in microframes
+  double period_ = 0;            ///< of the last frame, in microframes
   std::uint64_t framesBegun_ = 0;
   std::uint64_t firstFrameOfStream_ = 0;
   std::uint64_t viewNumber_ = 0;  ///< frames the sensor has taken, sent or not

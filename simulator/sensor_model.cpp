@@ -83,6 +83,8 @@ constexpr PowerUpRow kPowerUp[] = {
 constexpr std::uint8_t kLowByteRegister = 0xF1;
 constexpr std::uint8_t kPageRegister = 0xF0;
 constexpr std::uint8_t kPageRegisterOfK82 = 0x01;
+constexpr std::uint8_t kCommitRegister = 0x2F;
+constexpr std::uint8_t kCommitExposure = 0x83;
 
 bool ResetsThroughRegister12(SensorModel model) {
   return model == SensorModel::OV7660 || model == SensorModel::OV7663 ||
@@ -139,6 +141,8 @@ void Sensor::Write(std::uint8_t address, std::uint16_t value) {
       return;
     }
     registers_[Place(address, 0)] = value & 0xFF;
+    const bool isCommit = address == kCommitRegister && (value & 0xFF) == kCommitExposure;
+    if (isCommit && model_ == SensorModel::VGA0708) exposure_.Commit(WrittenExposure());
     return;
   }
   if (address == kLowByteRegister) return;
@@ -153,6 +157,13 @@ std::uint16_t Sensor::Peek(std::uint8_t address, std::uint8_t page) const {
   return registers_[Place(address, page)];
 }
 
+ExposureRegisters Sensor::WrittenExposure() const {
+  return {.Lines = static_cast<std::uint16_t>((Peek(0x03) & 0x0F) << 8 | Peek(0x04)),
+          .CoarseGain = static_cast<std::uint8_t>(Peek(0x60)),
+          .FineGain = static_cast<std::uint8_t>(Peek(0x5D)),
+          .FrameLength = static_cast<std::uint8_t>(Peek(0x09))};
+}
+
 void Sensor::Reset() {
   registers_.fill(0);
   page_ = 0;
@@ -163,6 +174,7 @@ void Sensor::Reset() {
   for (const SensorRegisterOverride& row : overrides_) {
     registers_[Place(row.Register, row.Page)] = row.Value;
   }
+  exposure_.Reset(WrittenExposure());
 }
 
 }  // namespace lidcam::simulator

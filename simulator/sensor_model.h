@@ -7,6 +7,8 @@
 #include <string_view>
 #include <vector>
 
+#include "simulator/exposure_banks.h"
+
 namespace lidcam::simulator {
 
 /// The image sensors that are fitted behind the bridge. The numbers are those printed on the modules.
@@ -60,8 +62,16 @@ class Sensor {
   /// Looks into a register without a bus transaction.
   [[nodiscard]] std::uint16_t Peek(std::uint8_t address, std::uint8_t page = 0) const;
 
-  /// Sets every register to its power-up value.
+  /// Sets every register to its power-up value, and puts these values in force.
   void Reset();
+
+  /// Where the exposure registers of VGA0708 stand on their way to a picture. Other sensors have no
+  /// such banks: what is written counts at once.
+  [[nodiscard]] const ExposureBanks& Exposure() const { return exposure_; }
+  /// A frame starts: exposure registers are latched.
+  void StartFrame() { exposure_.StartFrame(); }
+  /// Frames have gone by unseen: what was committed is in force.
+  void SettleExposure() { exposure_.Settle(); }
 
  private:
   static constexpr std::size_t kPages = 8;
@@ -69,10 +79,12 @@ class Sensor {
 
   [[nodiscard]] static std::size_t Place(std::uint8_t address, std::uint8_t page);
   [[nodiscard]] bool IsPageRegister(std::uint8_t address) const;
+  [[nodiscard]] ExposureRegisters WrittenExposure() const;
 
   SensorModel model_;
   std::vector<SensorRegisterOverride> overrides_;
   std::array<std::uint16_t, kPages * kRegistersPerPage> registers_{};
+  ExposureBanks exposure_;
   std::uint8_t page_ = 0;
   std::uint8_t lowByteOfLastRead_ = 0;
 };

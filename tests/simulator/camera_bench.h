@@ -35,6 +35,9 @@ class CameraBench {
     Send({0x40, 0xA0, value, 0x00, address, 0xFF, 0x00, 0x00});
   }
 
+  /// Gives the exposure registers of VGA0708 free for the next frame start.
+  void CommitExposure() { WriteSensor(0x2F, 0x83); }
+
   std::uint8_t ReadBridge(std::uint8_t address) { return Read(1, address); }
   std::uint8_t ReadSensor(std::uint8_t address) { return Read(3, address); }
 

@@ -21,8 +21,8 @@ TEST(CameraOptions, TheSimplestWordMeansTheUsualCamera) {
 }
 
 TEST(CameraOptions, EveryOptionIsTaken) {
-  const CameraOptions expected{0x1B17,    0x6111, SensorModel::OV7663, ConfigurationKind::Short, 42,
-                               "a b.png", 0};
+  const CameraOptions expected{
+      0x1B17, 0x6111, SensorModel::OV7663, ConfigurationKind::Short, 42, "a b.png", 0, {}};
   EXPECT_EQ(ParseCameraOptions("sim:1b17:6111,sensor=OV7663,config=short,seed=42,scene=a b.png"),
             expected);
   EXPECT_EQ(ParseCameraOptions("sim:1B17:6111,scene=a b.png,seed=42,config=short,sensor=OV7663"),
@@ -34,6 +34,15 @@ TEST(CameraOptions, MainsLightSwellsTwicePerCycle) {
   EXPECT_EQ(ParseCameraOptions("sim,mains=50Hz").MainsRate, 100u);
   EXPECT_EQ(ToDeviceOptions(ParseCameraOptions("sim,mains=60Hz")).Light.MainsRate, 120u);
   EXPECT_THROW((void)ParseCameraOptions("sim,mains=50"), std::invalid_argument);
+}
+
+TEST(CameraOptions, LightOverTimeReachesTheDevice) {
+  EXPECT_TRUE(ParseCameraOptions("sim").Light.empty());
+  const LightSchedule expected{{0, 300}, {4, 5}, {12.5, 300}};
+  const auto options = ParseCameraOptions("sim,light=300lx@0s;5lx@4s;300lx@12.5s,mains=50Hz");
+  EXPECT_EQ(options.Light, expected);
+  EXPECT_EQ(ToDeviceOptions(options).Light.Schedule, expected);
+  EXPECT_EQ(ToDeviceOptions(options).Light.MainsRate, 100u);
 }
 
 TEST(CameraOptions, AnIdentityBringsItsUsualSensor) {
@@ -82,7 +91,11 @@ INSTANTIATE_TEST_SUITE_P(
         ErrorRow{"sim,seed=1x", "\"1x\"", "a number from 0"},
         ErrorRow{"sim,scene=", "names no file", "PNG, JPEG or Y4M"},
         ErrorRow{"sim,colour=red", "no option \"colour\"",
-                 "sensor=NAME, config=long|short, seed=N, scene=FILE and mains=50Hz|60Hz"},
+                 "sensor=NAME, config=long|short, seed=N, scene=FILE, mains=50Hz|60Hz and "
+                 "light=300lx@0s;5lx@4s"},
+        ErrorRow{"sim,light=", "a step is empty", "5lx@4s"},
+        ErrorRow{"sim,light=300lx@1s", "\"300lx@1s\" is the first step", "begin at 0s"},
+        ErrorRow{"sim,light=300lx,5lx@4s", "no option \"5lx@4s\"", "light=300lx@0s;5lx@4s"},
         ErrorRow{"sim,seed=1,", "last comma", "nothing stands after"},
         ErrorRow{"sim,", "last comma", "nothing stands after"},
         ErrorRow{"sim,,seed=1", "no option \"\"", "seed=N"}));

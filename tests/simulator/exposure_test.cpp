@@ -82,6 +82,7 @@ TEST_P(SteerableSensor, MoreLinesGiveMoreLight) {
       case SensorModel::VGA0708:
         bench.WriteSensor(0x04, low);
         bench.WriteSensor(0x03, high);
+        bench.CommitExposure();
         break;
       case SensorModel::Mi1318:
         bench.WriteWide(0x09, lines);
@@ -116,6 +117,7 @@ TEST(Exposure, GainsOfVga0708RiseInSmallStepsThroughTheStages) {
        {std::pair{1, 128}, {1, 142}, {2, 128}, {2, 164}, {3, 128}, {3, 192}}) {
     bench.WriteSensor(0x60, static_cast<std::uint8_t>(coarse));
     bench.WriteSensor(0x5D, static_cast<std::uint8_t>(fine));
+    bench.CommitExposure();
     EXPECT_GT(Relative(bench), last);
     EXPECT_LT(last == 0 ? 1.0 : Relative(bench) / last, 1.55);
     last = Relative(bench);
@@ -173,22 +175,105 @@ TEST(Exposure, DividerAndLineLengthSlowTheFrame) {
 
 TEST(Exposure, WholeHalfCyclesOfMainsLightShowNoBands) {
   const SceneLight light{.Level = 1.0, .MainsRate = 100};
-  SensorExposure exposure;
-  exposure.Seconds = 0.02;
   for (int line = 0; line < 100; ++line) {
-    EXPECT_NEAR(MainsFactor(light, exposure, line * 0.0003), 1.0, 1e-9);
+    EXPECT_NEAR(MeanLight(light, line * 0.0003, 0.02), 1.0, 1e-9);
   }
-  exposure.Seconds = 0.005;
   double least = 9;
   double most = 0;
   for (int line = 0; line < 100; ++line) {
-    const double factor = MainsFactor(light, exposure, line * 0.0003);
+    const double factor = MeanLight(light, line * 0.0003, 0.005);
     least = std::min(least, factor);
     most = std::max(most, factor);
   }
   EXPECT_LT(least, 0.85);
   EXPECT_GT(most, 1.15);
-  EXPECT_EQ(MainsFactor({}, exposure, 0.001), 1.0);
+  EXPECT_NEAR(MeanLight({}, 0.001, 0.005), 1.0, 1e-12);
+}
+
+TEST(Exposure, AStepOfTheLightCountsForTheRestOfTheLinesTime) {
+  const SceneLight light{.Schedule = {{0, 300}, {4, 30}, {4.01, 0}}};
+  EXPECT_NEAR(MeanLight(light, 3.98, 0.02), 1.0, 1e-9);
+  EXPECT_NEAR(MeanLight(light, 3.99, 0.02), (1.0 + 0.1) / 2, 1e-9);
+  EXPECT_NEAR(MeanLight(light, 3.99, 0.04), (1.0 + 0.1) / 4, 1e-9);
+  EXPECT_NEAR(MeanLight(light, 4.0, 0.01), 0.1, 1e-9);
+  EXPECT_NEAR(MeanLight(light, 4.02, 0.01), 0.0, 1e-9);
+  EXPECT_NEAR(MeanLight(light, -0.03, 0.02), 1.0, 1e-9);
+  const SceneLight twice{.Level = 2, .Schedule = {{0, 150}}};
+  EXPECT_NEAR(MeanLight(twice, 1, 0.02), 1.0, 1e-9);
+}
+
+TEST(Exposure, SteadyIsLightWithoutMainsAndWithoutAStep) {
+  const SceneLight light{.Schedule = {{0, 300}, {4, 30}}};
+  EXPECT_TRUE(IsSteady(light, 3.9, 4.0));
+  EXPECT_FALSE(IsSteady(light, 3.9, 4.001));
+  EXPECT_TRUE(IsSteady(light, 4.0, 5.0));
+  EXPECT_TRUE(IsSteady(light, -0.03, -0.01));
+  EXPECT_FALSE(IsSteady({.MainsRate = 100}, 0, 0.001));
+}
+
+struct FrameLengthRow {
+  std::uint8_t Register;
+  unsigned ExtraLines;
+};
+
+TEST(Exposure, LessInTheFrameLengthRegisterIsALongerFrame) {
+  // Sixteen lines of 860 clocks at 15 MHz for each step below 0x2F.
+  constexpr FrameLengthRow kRows[] = {{0xFF, 0},   {0x30, 0},   {0x2F, 0},  {0x2E, 16},
+                                      {0x25, 160}, {0x1F, 256}, {0x00, 752}};
+  for (const FrameLengthRow& row : kRows) {
+    CameraBench bench{SensorModel::VGA0708};
+    bench.WriteSensor(0x09, row.Register);
+    EXPECT_NEAR(FrameSeconds(bench.bridge, ReadExposure(bench.bridge, {})), 1.0 / 30, 1e-9);
+    bench.CommitExposure();
+    const SensorExposure exposure = ReadExposure(bench.bridge, {});
+    EXPECT_EQ(exposure.ExtraLines, row.ExtraLines);
+    EXPECT_NEAR(FrameSeconds(bench.bridge, exposure), 1.0 / 30 + row.ExtraLines * 860 / 15e6, 1e-9)
+        << int{row.Register};
+  }
+  CameraBench other{SensorModel::VGA0408};
+  other.WriteSensor(0x09, 0x1F);
+  other.CommitExposure();
+  EXPECT_NEAR(FrameSeconds(other.bridge, ReadExposure(other.bridge, {})), 1.0 / 30, 1e-9);
+}
+
+TEST(Exposure, FrameLengthCountsLinesOfTheDividedClock) {
+  CameraBench bench{SensorModel::VGA0708};
+  bench.WriteSensor(0x09, 0x1F);
+  bench.CommitExposure();
+  bench.WriteBridge(0x0A, 0x01);
+  EXPECT_NEAR(FrameSeconds(bench.bridge, ReadExposure(bench.bridge, {})),
+              2 * (1.0 / 30 + 256 * 860 / 15e6), 1e-9);
+}
+
+TEST(Exposure, EachTakeoverOfTheCoarseGainIsOneSmallStep) {
+  CameraBench bench{SensorModel::VGA0708};
+  const auto gain = [&bench](std::uint8_t coarse, std::uint8_t fine) {
+    bench.WriteBridge(0x0D, 0x38);
+    bench.WriteSensor(0x60, coarse);
+    bench.WriteSensor(0x5D, fine);
+    bench.CommitExposure();
+    return ReadExposure(bench.bridge, {}).Gain;
+  };
+  EXPECT_NEAR(gain(1, 156), 1.0, 1e-9);
+  EXPECT_NEAR(gain(1, 128), 128.0 / 156, 1e-9);
+  EXPECT_NEAR(gain(2, 128) / gain(1, 142), 1.046, 0.001);
+  EXPECT_NEAR(gain(3, 128) / gain(2, 164), 1.029, 0.001);
+}
+
+TEST(Exposure, NoiseAndDarkLightGrowWithTheGain) {
+  SensorExposure exposure;
+  const PixelNoise usual = NoiseOf(exposure);
+  exposure.Gain = 2;
+  const PixelNoise amplified = NoiseOf(exposure);
+  EXPECT_NEAR(amplified.ReadVariance, 4 * usual.ReadVariance, 1e-15);
+  EXPECT_NEAR(amplified.DarkLight, 2 * usual.DarkLight, 1e-15);
+  // The same picture, made of half the light.
+  EXPECT_NEAR(amplified.Variance(0.5) - amplified.ReadVariance,
+              2 * (usual.Variance(0.5) - usual.ReadVariance), 1e-15);
+  exposure.Gain = 1;
+  exposure.Seconds *= 5;
+  EXPECT_NEAR(NoiseOf(exposure).DarkLight, 5 * usual.DarkLight, 1e-15);
+  EXPECT_EQ(NoiseOf(exposure).ReadVariance, usual.ReadVariance);
 }
 
 }  // namespace

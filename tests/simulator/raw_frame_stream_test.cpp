@@ -4,69 +4,10 @@
 
 #include <algorithm>
 
-#include "simulator/test_card.h"
-#include "tests/simulator/camera_bench.h"
+#include "tests/simulator/stream_bench.h"
 
 namespace lidcam::simulator {
 namespace {
-
-/// The stream of a camera on a bench, collected packet by packet.
-class StreamBench {
- public:
-  explicit StreamBench(SensorModel model = SensorModel::VGA0708, std::uint64_t seed = 1)
-      : camera{model}, stream{camera.bridge, card, seed} {
-    stream.Restart(0);
-  }
-
-  StreamPacket Next() { return stream.Packet(++now, limit); }
-
-  /// Collects from the next marker to the byte before the marker after it.
-  std::vector<std::uint8_t> Frame() {
-    while (head_.empty()) TakeHead();
-    std::vector<std::uint8_t> frame = std::move(head_);
-    head_.clear();
-    packets.assign(1, frame.size());
-    while (true) {
-      const auto bytes = Next().Bytes;
-      if (IsHead(bytes)) {
-        head_.assign(bytes.begin(), bytes.end());
-        headAt = now;
-        return frame;
-      }
-      if (!bytes.empty()) packets.push_back(bytes.size());
-      frame.insert(frame.end(), bytes.begin(), bytes.end());
-    }
-  }
-
-  static bool IsHead(std::span<const std::uint8_t> bytes) {
-    return bytes.size() >= 2 && bytes[0] == 0xFF && bytes[1] == 0xD8;
-  }
-
-  CameraBench camera;
-  TestCard card;
-  RawFrameStream stream;
-  std::uint32_t limit = 3072;
-  std::uint64_t now = 0;
-  std::uint64_t headAt = 0;
-  std::vector<std::size_t> packets;
-
- private:
-  void TakeHead() {
-    const auto bytes = Next().Bytes;
-    if (!IsHead(bytes)) return;
-    head_.assign(bytes.begin(), bytes.end());
-    headAt = now;
-  }
-
-  std::vector<std::uint8_t> head_;
-};
-
-int MeanLuma(const std::vector<std::uint8_t>& frame) {
-  std::uint64_t sum = 0;
-  std::uint64_t count = 0;
-  for (std::size_t at = 64; at + 2 < frame.size(); at += 2, ++count) sum += frame[at];
-  return static_cast<int>(sum / count);
-}
 
 struct TotalRow {
   SensorModel Model;
@@ -88,7 +29,8 @@ TEST_P(RawTotals, PacketsSumToTheTotalAndTheHeaderIsTrue) {
     EXPECT_EQ(frame[0], 0xFF);
     EXPECT_EQ(frame[1], 0xD8);
     EXPECT_EQ(frame[16], 3);
-    EXPECT_EQ(frame[23], MeanLuma(frame));
+    // Some sizes send a line less than the sensor took.
+    EXPECT_NEAR(frame[23], MeanLuminance(frame), 1);
     for (std::size_t i = 0; i + 1 < bench.packets.size(); ++i) ASSERT_EQ(bench.packets[i], 3072U);
     EXPECT_EQ(bench.packets.back(), row.Total - (bench.packets.size() - 1) * 3072);
   }
@@ -196,17 +138,21 @@ TEST(RawFrameStream, StatisticsFollowTheExposureRegisters) {
   EXPECT_EQ(right[16], 3);
   bench.camera.WriteSensor(0x03, 0x00);
   bench.camera.WriteSensor(0x04, 0xAE);
+  bench.camera.CommitExposure();
+  (void)bench.Frame();
   (void)bench.Frame();
   const auto dark = bench.Frame();
   EXPECT_EQ(dark[16], 1);
   EXPECT_LT(dark[23], right[23] - 15);
   bench.camera.WriteSensor(0x03, 0x04);
   bench.camera.WriteSensor(0x04, 0x14);
+  bench.camera.CommitExposure();
+  (void)bench.Frame();
   (void)bench.Frame();
   const auto bright = bench.Frame();
   EXPECT_EQ(bright[16], 6);
   EXPECT_GT(bright[23], right[23] + 15);
-  for (const auto& frame : {right, dark, bright}) EXPECT_EQ(frame[23], MeanLuma(frame));
+  for (const auto& frame : {right, dark, bright}) EXPECT_EQ(frame[23], MeanLuminance(frame));
 }
 
 TEST(RawFrameStream, ChipsOwnExposureKeepsTheLumaInOtherLight) {
@@ -220,7 +166,7 @@ TEST(RawFrameStream, ChipsOwnExposureKeepsTheLumaInOtherLight) {
   EXPECT_NEAR(bench.Frame()[23], usual, 2);
 }
 
-TEST(RawFrameStream, UsualRoomNeedsNoStepOfAHostsExposureLoop) {
+TEST(RawFrameStream, UsualRoomIsNearAHostsTargetLuminance) {
   StreamBench bench;
   constexpr int kGamma[] = {36, 48, 63, 75, 84, 99, 111, 121, 131, 147, 160, 172, 194, 212, 228};
   for (const int bank : {0x31, 0x81, 0x91}) {
@@ -235,14 +181,31 @@ TEST(RawFrameStream, UsualRoomNeedsNoStepOfAHostsExposureLoop) {
   bench.camera.WriteBridge(0x79, 0xC0);
   bench.camera.WriteBridge(0x43, 0x43);
   bench.camera.WriteBridge(0x0D, 0x38);
-  const int luma = bench.Frame()[23];
-  EXPECT_GE(luma, 80);
-  EXPECT_LE(luma, 96);
+  EXPECT_NEAR(bench.Frame()[23], 88, 12);
+}
+
+TEST(RawFrameStream, ControlsOfThePictureLeaveTheStatisticAlone) {
+  struct Control {
+    int Register;
+    int Value;
+  };
+  StreamBench bench;
+  const int luminance = bench.Frame()[23];
+  for (const Control& control :
+       {Control{0x77, 127}, Control{0x77, 0x81}, Control{0x0F, 0xFF}, Control{0x0F, 0x00},
+        Control{0x13, 0x40}, Control{0x14, 0xFF}, Control{0x78, 0xFF}, Control{0x43, 0x7F},
+        Control{0x42, 0x02}, Control{0x42, 0x04}}) {
+    bench.camera.WriteBridge(static_cast<std::uint8_t>(control.Register),
+                             static_cast<std::uint8_t>(control.Value));
+    (void)bench.Frame();
+    EXPECT_NEAR(bench.Frame()[23], luminance, 1) << control.Register << "=" << control.Value;
+  }
 }
 
 TEST(RawFrameStream, MainsLightBandsThePictureUnlessTheExposureFits) {
   const auto spread = [](StreamBench& bench) {
-    (void)bench.Frame();
+    bench.camera.CommitExposure();
+    for (int count = 0; count < 3; ++count) (void)bench.Frame();
     const auto frame = bench.Frame();
     int least = 255;
     int most = 0;

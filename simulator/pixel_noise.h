@@ -1,0 +1,46 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <span>
+
+namespace lidcam::simulator {
+
+/// How a sensor's pixels stray, in parts of the light that gives white.
+///
+/// Light comes in single electrons, whose number strays by its root (shot noise); reading the pixel
+/// adds the same again and again (read noise). The amplifier makes both larger with the picture.
+struct PixelNoise {
+  double LightOfElectron =
+      0;  ///< what one electron stands for behind the amplifier; 0: no shot noise
+  double ReadVariance = 0;
+  double DarkLight = 0;  ///< what the pixels gather without light
+
+  [[nodiscard]] double Variance(double light) const {
+    return light * LightOfElectron + ReadVariance;
+  }
+  friend bool operator==(const PixelNoise&, const PixelNoise&) = default;
+};
+
+/// Deviations of luma samples, in steps of the eight bits, from a table of how far each luma strays.
+class LumaNoise {
+ public:
+  /// Standard deviation for each luma.
+  using Deviations = std::array<double, 256>;
+
+  LumaNoise() = default;
+  explicit LumaNoise(const Deviations& deviations);
+
+  /// @return true if no sample can be moved by a whole step
+  [[nodiscard]] bool IsSilent() const { return isSilent_; }
+
+  /// Adds noise to a line. Less than a whole step is cored away; nothing leaves 16 to 235.
+  /// @param seed  the same seed gives the same noise
+  void AddTo(std::span<std::uint8_t> luma, std::uint64_t seed) const;
+
+ private:
+  std::array<std::int32_t, 256> scale_{};
+  bool isSilent_ = true;
+};
+
+}  // namespace lidcam::simulator
