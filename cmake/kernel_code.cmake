@@ -12,10 +12,14 @@ target_compile_definitions(lidcam_kernel_code INTERFACE
 if(LIDCAM_KERNEL_ARCHITECTURE STREQUAL x64)
   target_compile_options(lidcam_kernel_code INTERFACE -mno-red-zone -mno-sse3 -mno-avx)
 else()
-  # Floating-point and vector registers belong to user mode in the 32-bit kernel, and callers keep
-  # the stack aligned to 4 bytes only.
+  # Callers keep the stack aligned to 4 bytes only, and floating-point and vector registers belong to
+  # user mode in the 32-bit kernel. Targets with the property LIDCAM_SAVES_REGISTERS run only where
+  # those have been saved.
+  set(saves_registers $<BOOL:$<TARGET_PROPERTY:LIDCAM_SAVES_REGISTERS>>)
   target_compile_options(lidcam_kernel_code INTERFACE
-    -march=i686 -mgeneral-regs-only -mincoming-stack-boundary=2 -mpreferred-stack-boundary=2
+    -march=i686
+    $<IF:${saves_registers},-msse2,-mgeneral-regs-only> $<${saves_registers}:-mfpmath=sse>
+    -mincoming-stack-boundary=2 -mpreferred-stack-boundary=2
     -fno-asynchronous-unwind-tables)
 endif()
 

@@ -66,6 +66,15 @@ def packet_streams():
         yield random.Random(seed).randbytes(length)
 
 
+def scales():
+    """Flags, the two sizes, then the picture's bytes: see the target for the order."""
+    for columns, rows, to_columns, to_rows in ((64, 48, 40, 30), (40, 30, 64, 48), (96, 4, 48, 2)):
+        sizes = bytes((0, columns, 0, rows, 0, to_columns, 0, to_rows))
+        yield b"\1" + sizes + b"\0\0" + random.Random(columns).randbytes(64)
+        yield b"\3" + sizes + bytes((0, 0, 0, 1, 0, columns, 0, rows)) + b"\0\0"
+        yield b"\20" + sizes + b"\0\0" + random.Random(rows).randbytes(64)
+
+
 def write(folder, seeds):
     folder.mkdir(parents=True, exist_ok=True)
     for number, seed in enumerate(seeds):
@@ -80,6 +89,7 @@ def main():
         write(folder / "capture_file", capture_records(lidcam, scratch))
     write(folder / "registry_text", registry_texts())
     write(folder / "packet_stream", packet_streams())
+    write(folder / "resampler", scales())
 
 
 if __name__ == "__main__":

@@ -1,0 +1,19 @@
+// 512-bit registers: four lanes, each with loads of its own.
+
+#include "driver/frame/resampler/scale_kernels.h"
+#include "driver/frame/resampler/scale_simd_avx512.h"
+#include "driver/frame/resampler/scale_simd_shuffles.h"
+
+namespace lidcam {
+namespace {
+
+struct InLanes {};
+
+}  // namespace
+
+ResizeStatus ScaleByAvx512(const ScaleJob& job) {
+  return ScaleWithPlan(job, kLaneShape<Avx512Operations<InLanes>>,
+                       ScaleByShuffles<Avx512Operations<InLanes>>, ScaleByAvx2);
+}
+
+}  // namespace lidcam

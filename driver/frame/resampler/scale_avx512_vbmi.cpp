@@ -1,0 +1,27 @@
+// 512-bit registers with byte shuffles across all 64 or 128 bytes of one or two of them.
+
+#include "driver/frame/resampler/scale_kernels.h"
+#include "driver/frame/resampler/scale_simd_avx512.h"
+#include "driver/frame/resampler/scale_simd_shuffles.h"
+
+namespace lidcam {
+namespace {
+
+constexpr __mmask64 kEveryByte = ~__mmask64{0};
+
+struct AcrossLanes : Avx512Operations<AcrossLanes> {
+  static Vector ShuffleWindow64(const std::uint8_t* window, Vector indices) {
+    return _mm512_maskz_permutexvar_epi8(kEveryByte, indices, LoadBytes(window));
+  }
+  static Vector ShuffleWindow128(const std::uint8_t* window, Vector indices) {
+    return _mm512_permutex2var_epi8(LoadBytes(window), indices, LoadBytes(window + kBytes));
+  }
+};
+
+}  // namespace
+
+ResizeStatus ScaleByAvx512Vbmi(const ScaleJob& job) {
+  return ScaleWithPlan(job, kWindowShape<AcrossLanes>, ScaleByWindows<AcrossLanes>, ScaleByAvx512);
+}
+
+}  // namespace lidcam

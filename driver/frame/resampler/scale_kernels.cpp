@@ -1,0 +1,53 @@
+#include "driver/frame/resampler/scale_kernels.h"
+
+#include <atomic>
+
+#include "driver/frame/resampler/cpu_features.h"
+
+namespace lidcam {
+namespace {
+
+bool RunsEverywhere() {
+  return true;
+}
+
+constexpr ScaleKernel kKernels[] = {
+    {"reference", RunsEverywhere, ScaleByReference},
+#if LIDCAM_SCALE_REGISTER_BITS >= 128
+    {"SSE2", CpuHasSse2, ScaleBySse2},
+    {"SSSE3", CpuHasSsse3, ScaleBySsse3},
+#endif
+#if LIDCAM_SCALE_REGISTER_BITS >= 512
+    {"AVX2", CpuHasAvx2, ScaleByAvx2},
+    {"AVX-512", CpuHasAvx512, ScaleByAvx512},
+    {"AVX-512 VBMI", CpuHasAvx512Vbmi, ScaleByAvx512Vbmi},
+#endif
+};
+
+const ScaleKernel& FastestSupported() {
+  const ScaleKernel* fastest = &kKernels[0];
+  for (const ScaleKernel& kernel : kKernels) {
+    if (kernel.IsSupported()) fastest = &kernel;
+  }
+  return *fastest;
+}
+
+// Threads that choose at the same time all choose the same.
+constinit std::atomic<const ScaleKernel*> g_chosen{nullptr};
+
+}  // namespace
+
+std::span<const ScaleKernel> ScaleKernels() {
+  return kKernels;
+}
+
+const ScaleKernel& ChosenScaleKernel() {
+  const ScaleKernel* chosen = g_chosen.load(std::memory_order_relaxed);
+  if (chosen == nullptr) {
+    chosen = &FastestSupported();
+    g_chosen.store(chosen, std::memory_order_relaxed);
+  }
+  return *chosen;
+}
+
+}  // namespace lidcam

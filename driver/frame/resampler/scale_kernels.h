@@ -1,0 +1,30 @@
+#pragma once
+
+#include <span>
+
+#include "driver/frame/resampler/scale_job.h"
+
+namespace lidcam {
+
+/// One way of scaling. All give the same bytes for every job that they are fit for.
+struct ScaleKernel {
+  const char* Name;       ///< "reference", "SSE2", "SSSE3", "AVX2", "AVX-512", "AVX-512 VBMI"
+  bool (*IsSupported)();  ///< whether this processor and system can run it
+  ScaleFunction Scale;
+};
+
+/// Every kernel of this build, slowest first; the first is the reference, which every machine runs
+/// and which alone is fit for jobs whose reads have to be clamped to [ReadBegin, ReadEnd).
+[[nodiscard]] std::span<const ScaleKernel> ScaleKernels();
+
+/// The fastest supported kernel. Asks the processor once.
+[[nodiscard]] const ScaleKernel& ChosenScaleKernel();
+
+ResizeStatus ScaleByReference(const ScaleJob& job);
+ResizeStatus ScaleBySse2(const ScaleJob& job);
+ResizeStatus ScaleBySsse3(const ScaleJob& job);
+ResizeStatus ScaleByAvx2(const ScaleJob& job);
+ResizeStatus ScaleByAvx512(const ScaleJob& job);
+ResizeStatus ScaleByAvx512Vbmi(const ScaleJob& job);
+
+}  // namespace lidcam

@@ -1,0 +1,34 @@
+#pragma once
+
+#include "driver/frame/resampler/resize_arguments.h"
+#include "driver/frame/resampler/scale_tables.h"
+
+namespace lidcam {
+
+/// Checks the arguments of ResizeYuy2() and finds the output size in pixels.
+/// @param output  set with ResizeDone only; an odd width's last pixel isn't written
+ResizeStatus CheckYuy2(const ResizeArguments& arguments, ImageSize& output);
+
+/// Whether the source is too small for a linear scale.
+[[nodiscard]] bool NeedsNearest(const ResizeArguments& arguments);
+
+/// A linear scale of packed YUY2, ready for a kernel. Owns the job's tables.
+class Yuy2Scale {
+ public:
+  /// Takes checked arguments and the output size that CheckYuy2() found.
+  Yuy2Scale(const ResizeArguments& arguments, ImageSize output);
+
+  /// Null when there was no memory for the tables.
+  [[nodiscard]] const ScaleJob* Job() const;
+
+ private:
+  ScaleAxis axes_[3];
+  AlignedMemory memory_;
+  ScaleJob job_{};
+};
+
+/// Whether a job is regular: every pixel that is read lies whole within the source, and destination
+/// rows lie apart from each other and from the source. Any other is the reference kernel's alone.
+[[nodiscard]] bool SuitsEveryKernel(const ScaleJob& job);
+
+}  // namespace lidcam
