@@ -245,7 +245,7 @@ constexpr ControlRow kControls[] = {
     {40, &Camera::Flicker, ImageControlFlicker, Store, Report},
     {41, &Camera::LDMode, kNoStep, StoreLightOrLed, ReportLightAndLed},
     {42, &Camera::ClearOnReadValue, kNoStep, nullptr, ReportAndClear},
-    {43, &Camera::StillRequestValue, kNoStep, RequestStill, ReportStreaming},
+    {kControlStill, &Camera::StillRequestValue, kNoStep, RequestStill, ReportStreaming},
     {44, &Camera::StoredControl44, kNoStep, Store, Report},
     {45, &Camera::StoredControl45, kNoStep, Store, Report},
     {46, &Camera::StoredControl46, kNoStep, Store, Report},

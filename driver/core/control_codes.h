@@ -23,6 +23,9 @@ static_assert(sizeof(ControlRecord) == 44);
 inline constexpr std::uint32_t kControlFlagAuto = 1;
 inline constexpr std::uint32_t kControlFlagManual = 2;
 
+/// The code that asks for a still; its value goes with the picture.
+inline constexpr std::uint32_t kControlStill = 43;
+
 /// Result of an unknown control code.
 inline constexpr Status kUnknownControlCode = -1;
 

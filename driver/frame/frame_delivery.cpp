@@ -1,8 +1,13 @@
 #include "driver/frame/frame_delivery.h"
 
+#include <cstdint>
 #include <cstring>
 
+#include "driver/exposure/frame_exposure_control.h"
+#include "driver/frame/image_resampler.h"
 #include "driver/frame/raw_frame_parser.h"
+#include "driver/frame/raw_sizes.h"
+#include "driver/frame/still_capture.h"
 
 namespace lidcam {
 namespace {
@@ -12,35 +17,28 @@ constexpr std::int64_t kFirstCounter = 2;
 
 constexpr std::uint32_t kYuy2BytesPerPixel = 2;
 
-struct NativeSize {
-  std::uint32_t RawSizeMode;
-  std::int32_t Width;
-  std::int32_t Height;
-};
-
-constexpr NativeSize kNativeSizes[] = {
-    {RawMode640x480, 640, 480},
-    {RawMode320x240, 320, 240},
-    {RawMode160x120, 160, 120},
-};
-
-const NativeSize* FindNativeSize(std::uint32_t rawSizeMode) {
-  for (const NativeSize& size : kNativeSizes) {
-    if (size.RawSizeMode == rawSizeMode) return &size;
-  }
-  return nullptr;
+const RawPictureSize* FindNativeSize(std::uint32_t rawSizeMode) {
+  const RawPictureSize* const size = FindRawPictureSize(rawSizeMode);
+  return size != nullptr && size->IsDelivered ? size : nullptr;
 }
 
-// Times come from the application's format and clock; the sum wraps rather than overflows.
+// Times come from the application's format and clock; sums and differences wrap rather than
+// overflow.
 Time100ns TimeAfter(Time100ns time, Time100ns interval) {
   return static_cast<Time100ns>(static_cast<std::uint64_t>(time) +
                                 static_cast<std::uint64_t>(interval));
 }
 
+std::int64_t Difference(std::int64_t left, std::int64_t right) {
+  return static_cast<std::int64_t>(static_cast<std::uint64_t>(left) -
+                                   static_cast<std::uint64_t>(right));
+}
+
 std::int64_t CountDropped(std::int64_t counter, Time100ns time, Time100ns interval) {
   if (interval == 0 || time < interval) return 0;
   const std::int64_t due = time / interval;
-  return due > counter ? due - counter : 0;
+  const std::int64_t dropped = due > counter ? Difference(due, counter) : 0;
+  return dropped < 0 ? 0 : dropped;
 }
 
 struct RequestedSize {
@@ -53,13 +51,17 @@ std::uint32_t Yuy2Bytes(const RequestedSize& size) {
          kYuy2BytesPerPixel;
 }
 
-bool IsNative(const RequestedSize& size, const NativeSize& native) {
+bool IsNative(const RequestedSize& size, const RawPictureSize& native) {
   return size.Width == native.Width && size.Height == native.Height;
 }
 
 void DeliverPixels(std::uint8_t* destination, const std::uint8_t* pixels, const RequestedSize& size,
-                   const NativeSize& native) {
-  if (IsNative(size, native)) std::memcpy(destination, pixels, Yuy2Bytes(size));
+                   const RawPictureSize& native) {
+  if (IsNative(size, native)) {
+    std::memcpy(destination, pixels, Yuy2Bytes(size));
+  } else {
+    ResampleFrame(destination, pixels, native.Width, native.Height, size.Width, size.Height, 1);
+  }
 }
 
 }  // namespace
@@ -74,14 +76,17 @@ FrameStamp StampFrame(std::int64_t counter, Time100ns clockTime, Time100ns lastT
 
 Status DeliverFrame(CameraContext& context, std::uint8_t* destination, std::uint32_t,
                     std::uint8_t* rawFrame, std::uint32_t, std::uint32_t& bytesWritten) {
+  RunFrameExposureControl(context, rawFrame);
   context.LastRawFrame = rawFrame;
   context.LastDestination = destination;
   if (context.RequestedCompression != kFourccYuy2) return 0;
 
   const RequestedSize size{context.RequestedWidth, context.RequestedHeight};
-  const NativeSize* const native = FindNativeSize(context.RawSizeMode);
+  const RawPictureSize* const native = FindNativeSize(context.RawSizeMode);
   if (native != nullptr) {
-    DeliverPixels(destination, rawFrame + kRawFrameHeaderSize, size, *native);
+    std::uint8_t* const pixels = rawFrame + kRawFrameHeaderSize;
+    CaptureStill(context, pixels);  // its marks are part of the delivered frame
+    DeliverPixels(destination, pixels, size, *native);
   }
   bytesWritten = Yuy2Bytes(size);
   return 0;

@@ -6,8 +6,10 @@
 #include <cstdint>
 #include <limits>
 #include <string>
-#include <tuple>
 #include <vector>
+
+#include "driver/core/camera_context.h"
+#include "driver/frame/image_resampler.h"
 
 namespace lidcam {
 namespace {
@@ -93,6 +95,24 @@ TEST(FrameStamp, IntervalsThatNoCameraHasStayDefined) {
   EXPECT_EQ(StampFrame(3, kLatest, 0, -1).PictureNumber, 3);
 }
 
+TEST(FrameStamp, CountersThatNoStreamReachesStayDefined) {
+  constexpr std::int64_t kLeast = std::numeric_limits<std::int64_t>::min();
+  struct Row {
+    std::int64_t Counter;
+    std::int64_t DropCount;
+    std::int64_t PictureNumber;
+  };
+  // A lag beyond 63 bits wraps below 0, which counts as none.
+  for (const Row& row : {Row{kLeast, 0, kLeast}, Row{-1, 0, -1}, Row{-2, 0, -2},
+                         Row{0, kLatest, kLatest}, Row{kLatest, 0, kLatest}}) {
+    const FrameStamp stamp = StampFrame(row.Counter, kLatest, 0, 1);
+    EXPECT_EQ(stamp.DropCount, row.DropCount) << row.Counter;
+    EXPECT_EQ(stamp.PictureNumber, row.PictureNumber) << row.Counter;
+  }
+  EXPECT_EQ(StampFrame(-5, 999999, 0, kInterval).DropCount, 8);
+  EXPECT_EQ(StampFrame(-5, 999999, 0, kInterval).PictureNumber, 3);
+}
+
 struct NativeRow {
   std::uint32_t RawSizeMode;
   std::int32_t Width;
@@ -107,7 +127,7 @@ constexpr std::uint8_t kUntouched = 0xA5;
 class Delivery {
  public:
   Delivery(std::uint32_t rawSizeMode, std::int32_t width, std::int32_t height)
-      : raw_(64 + 640 * 480 * 2 + 2), destination_(640 * 480 * 2 + 64, kUntouched) {
+      : raw_(64 + 640 * 480 * 2 + 2), destination_(800 * 600 * 2 + 64, kUntouched) {
     context_.RawSizeMode = rawSizeMode;
     context_.RequestedWidth = width;
     context_.RequestedHeight = height;
@@ -184,6 +204,68 @@ TEST(FrameDelivery, AStreamOf352By288InTheLargestMode) {
   Delivery delivery(1, 352, 288);
   EXPECT_EQ(delivery.Deliver(), 0);
   EXPECT_EQ(delivery.Bytes(), 202752U);
+}
+
+struct StreamSize {
+  std::int32_t Width;
+  std::int32_t Height;
+};
+
+constexpr StreamSize kStreamSizes[] = {{640, 480}, {352, 288}, {320, 240},
+                                       {176, 144}, {160, 120}, {800, 600}};
+
+struct ResampledRow {
+  NativeRow Native;
+  StreamSize Size;
+};
+
+// All but the sizes that are copied.
+std::vector<ResampledRow> ResampledRows() {
+  std::vector<ResampledRow> rows;
+  for (const NativeRow& native : kNativeRows) {
+    for (const StreamSize& size : kStreamSizes) {
+      const bool isCopied = size.Width == native.Width && size.Height == native.Height;
+      if (!isCopied) rows.push_back({native, size});
+    }
+  }
+  return rows;
+}
+
+class ResampledDelivery : public ::testing::TestWithParam<ResampledRow> {};
+
+TEST_P(ResampledDelivery, GivesEveryOtherSizeFromThePixelsBehindTheHeader) {
+  const auto& [native, size] = GetParam();
+  Delivery delivery(native.RawSizeMode, size.Width, size.Height);
+  const auto bytes = static_cast<std::uint32_t>(size.Width * size.Height * 2);
+  std::vector<std::uint8_t> expected(bytes);
+  ASSERT_EQ(ResampleFrame(expected.data(), delivery.Raw() + 64, native.Width, native.Height,
+                          size.Width, size.Height, 1),
+            1U);
+  EXPECT_EQ(delivery.Deliver(), 0);
+  EXPECT_EQ(delivery.Bytes(), bytes);
+  EXPECT_TRUE(std::equal(expected.begin(), expected.end(), delivery.Destination()));
+  EXPECT_TRUE(delivery.IsUntouchedFrom(bytes));
+}
+
+INSTANTIATE_TEST_SUITE_P(EverySizeFromEveryNativeSize, ResampledDelivery,
+                         ::testing::ValuesIn(ResampledRows()));
+
+TEST(FrameDelivery, ASizeThatCannotBeResampledIsReportedAsWrittenAllTheSame) {
+  Delivery delivery(1, 1, 1);
+  EXPECT_EQ(delivery.Deliver(), 0);
+  EXPECT_EQ(delivery.Bytes(), 2U);
+  EXPECT_TRUE(delivery.IsUntouchedFrom(0));
+}
+
+TEST(FrameDelivery, OneNativeSideIsNotEnoughForACopy) {
+  for (const StreamSize size : {StreamSize{640, 240}, StreamSize{320, 480}}) {
+    Delivery delivery(1, size.Width, size.Height);
+    const auto bytes = static_cast<std::uint32_t>(size.Width * size.Height * 2);
+    std::vector<std::uint8_t> expected(bytes);
+    ResampleFrame(expected.data(), delivery.Raw() + 64, 640, 480, size.Width, size.Height, 1);
+    delivery.Deliver();
+    EXPECT_TRUE(std::equal(expected.begin(), expected.end(), delivery.Destination()));
+  }
 }
 
 TEST(FrameDelivery, TheSameRawFrameCanBeDeliveredTwice) {
