@@ -12,13 +12,39 @@ namespace {
 
 constexpr std::string_view kCapturePrefix = "capture:";
 
-std::unique_ptr<bus::UsbBus> OpenSimulated(const CameraChoice& choice) {
-  simulator::CameraOptions options;
+bool IsSimulated(const std::string& camera) {
+  return camera == "sim" || camera.starts_with("sim:") || camera.starts_with("sim,");
+}
+
+// The camera's text may light the scene itself; both at once would leave one of them unheard.
+void RefuseTwoLights(const CameraChoice& choice, const char* option, const std::string& word) {
+  if (choice.Camera.find("," + word) == std::string::npos) return;
+  throw UsageError(std::string(option) + " and " + word + " in camera '" + choice.Camera +
+                   "' say the same thing twice: give one of them");
+}
+
+simulator::CameraOptions OptionsOf(const CameraChoice& choice) {
   try {
-    options = simulator::ParseCameraOptions(choice.Camera);
+    simulator::CameraOptions options = simulator::ParseCameraOptions(choice.Camera);
+    if (choice.Light) {
+      RefuseTwoLights(choice, "--light", "light=");
+      options.Light = simulator::ParseLightSchedule(*choice.Light);
+    }
+    if (choice.Mains) {
+      RefuseTwoLights(choice, "--mains", "mains=");
+      if (*choice.Mains != "50Hz" && *choice.Mains != "60Hz") {
+        throw UsageError("mains '" + *choice.Mains + "' is none that lamps run on: 50Hz or 60Hz");
+      }
+      options.MainsRate = *choice.Mains == "50Hz" ? 100 : 120;
+    }
+    return options;
   } catch (const std::invalid_argument& error) {
     throw UsageError(error.what());
   }
+}
+
+std::unique_ptr<bus::UsbBus> OpenSimulated(const CameraChoice& choice) {
+  const simulator::CameraOptions options = OptionsOf(choice);
   try {
     return bus::MakeSimulatedBus(options,
                                  choice.IsFast ? bus::Pacing::FreeRunning : bus::Pacing::RealTime);
@@ -27,6 +53,13 @@ std::unique_ptr<bus::UsbBus> OpenSimulated(const CameraChoice& choice) {
   } catch (const std::runtime_error& error) {
     throw CommandError(error.what());
   }
+}
+
+void RefuseLightOnGlass(const CameraChoice& choice) {
+  if (!choice.Light && !choice.Mains) return;
+  throw UsageError(std::string(choice.Light ? "--light" : "--mains") +
+                   " lights the scene of a simulated camera; camera '" + choice.Camera +
+                   "' has a scene of its own");
 }
 
 }  // namespace
@@ -52,17 +85,20 @@ bus::CaptureSource OpenCapture(const std::string& path, const std::optional<std:
 
 std::unique_ptr<bus::UsbBus> OpenCamera(const CameraChoice& choice) {
   if (const auto path = CaptureFileOf(choice.Camera)) {
+    RefuseLightOnGlass(choice);
     return std::make_unique<bus::CaptureBus>(OpenCapture(*path, choice.Device));
   }
   if (choice.Device) {
     throw UsageError("--device names a device of a capture: give --camera capture:FILE with it");
   }
-  if (choice.Camera == "sim" || choice.Camera.starts_with("sim:") ||
-      choice.Camera.starts_with("sim,")) {
-    return OpenSimulated(choice);
-  }
+  if (IsSimulated(choice.Camera)) return OpenSimulated(choice);
   throw UsageError("camera '" + choice.Camera +
                    "' is of no known kind: use sim, sim:VID:PID or capture:FILE");
+}
+
+std::optional<simulator::LightSchedule> LightOn(const CameraChoice& choice) {
+  if (!IsSimulated(choice.Camera)) return std::nullopt;
+  return OptionsOf(choice).Light;
 }
 
 }  // namespace lidcam::app

@@ -7,6 +7,7 @@
 #include "apps/lidcam/host_environment.h"
 #include "bus/capture/capture_source.h"
 #include "bus/usb_bus.h"
+#include "simulator/light_schedule.h"
 
 namespace lidcam::app {
 
@@ -14,12 +15,18 @@ namespace lidcam::app {
 struct CameraChoice {
   std::string Camera = "sim";         ///< "sim[:vid:pid[,sensor=NAME]...]" or "capture:FILE"
   std::optional<std::string> Device;  ///< "bus.device" within a capture
+  std::optional<std::string> Light;   ///< "300lx@0s,5lx@4s": light on a simulated scene
+  std::optional<std::string> Mains;   ///< "50Hz" or "60Hz": lamps on a simulated scene
   bool IsFast = false;                ///< simulated bus time runs as fast as the machine
 };
 
 /// Opens the camera's bus. Throws UsageError for a name that can't be meant and CommandError for a
 /// camera that can't be opened.
 [[nodiscard]] std::unique_ptr<bus::UsbBus> OpenCamera(const CameraChoice& choice);
+
+/// The light on the scene over the time of a stream; nothing for a camera that is not simulated.
+/// Throws as OpenCamera() does.
+[[nodiscard]] std::optional<simulator::LightSchedule> LightOn(const CameraChoice& choice);
 
 /// Opens a capture and finds the camera in it. Throws CommandError or UsageError.
 [[nodiscard]] bus::CaptureSource OpenCapture(const std::string& path,

@@ -2,17 +2,17 @@
 
 #include <unistd.h>
 
-#include <array>
 #include <chrono>
-#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <system_error>
 
 #include "apps/lidcam/command_error.h"
 #include "apps/lidcam/register_sets/set_files.h"
-#include "driver/core/camera_trace.h"
+#include "apps/lidcam/trace_observer.h"
 #include "platform/host/nt/debug_print.h"
 #include "platform/host/nt/files.h"
 #include "platform/host/nt/registry.h"
@@ -22,21 +22,12 @@ namespace {
 
 namespace fs = std::filesystem;
 
-[[gnu::format(printf, 2, 0)]] void PrintTraceLine(std::FILE* stream, const char* format,
-                                                  std::va_list arguments) {
-  std::array<char, 160> line{};
-  std::vsnprintf(line.data(), line.size(), format, arguments);
-  std::fprintf(stream, "%s\n", line.data());
-}
-
-[[gnu::format(printf, 1, 0)]] void TraceToStandardError(const char* format,
-                                                        std::va_list arguments) {
-  PrintTraceLine(stderr, format, arguments);
-}
-
-[[gnu::format(printf, 1, 0)]] void TraceToStandardOutputSink(const char* format,
-                                                             std::va_list arguments) {
-  PrintTraceLine(stdout, format, arguments);
+// A later choice of the stream replaces an earlier one.
+void PrintTraceTo(std::FILE* stream) {
+  static std::optional<TraceObserver> printer;
+  printer.emplace([stream](std::string_view line) {
+    std::fprintf(stream, "%.*s\n", static_cast<int>(line.size()), line.data());
+  });
 }
 
 // The driver's messages carry their own line ends, or none: each gets a line of its own here.
@@ -82,16 +73,17 @@ void OpenHostEnvironment(const Verbosity& verbosity, SetFiles setFiles) {
     if (const auto error = InstallSimulatedSets(home / "simulated-root"))
       throw CommandError(*error);
     host::SetSystemRoot(home / "simulated-root");
+    host::SetRegistryFile((home / "registry.reg").string());
   } else {
     host::SetSystemRoot(home / "system-root");
+    host::OpenRegistry({});
   }
-  host::SetRegistryFile((home / "registry.reg").string());
-  if (verbosity.ShowsTrace) SetCameraTraceSink(TraceToStandardError);
+  if (verbosity.ShowsTrace) PrintTraceTo(stderr);
   if (verbosity.ShowsDebug) host::SetDebugPrintSink(PrintDebugMessage);
 }
 
 void TraceToStandardOutput() {
-  SetCameraTraceSink(TraceToStandardOutputSink);
+  PrintTraceTo(stdout);
 }
 
 void DetachSettings() {

@@ -27,6 +27,7 @@ int Run(int argc, char** argv) {
   });
   lidcam::app::AddListCommand(app);
   lidcam::app::AddStreamCommand(app);
+  lidcam::app::AddStillCommand(app);
   lidcam::app::AddRecordCommand(app);
   lidcam::app::AddReplayCommand(app);
   lidcam::app::AddControlsCommand(app);
@@ -34,6 +35,7 @@ int Run(int argc, char** argv) {
   lidcam::app::AddSetCommand(app);
   lidcam::app::AddRegistersCommand(app);
   lidcam::app::AddSetsCommand(app);
+  lidcam::app::AddPlotCommand(app);
   app.footer("Exit status: 0 done, 1 failed, 2 wrong use.");
   try {
     app.parse(argc, argv);

@@ -15,26 +15,11 @@ namespace {
 // Microframes of one transfer, as the driver keeps them in flight on current systems.
 constexpr std::size_t kPacketsPerTransfer = 32;
 
+// Room behind the frames of a recording for those that are longer than most.
+constexpr std::uint32_t kRawBufferMargin = 4096;
+
 // 30 frames a second, as the camera's formats say it.
 constexpr Time100ns kFrameInterval100ns = 333333;
-
-// The widest setting that gives a size, and the narrowest one that still does.
-struct SettingSpan {
-  std::uint8_t Widest;
-  std::uint8_t Narrowest;
-};
-
-// On the long configuration the setting decides the raw size; at the widest one the sensor steered
-// by the host also follows the size asked for.
-SettingSpan SettingsForSize(PictureSize size, std::int32_t sensorType, bool hasLongConfiguration) {
-  if (size.Width == 160) return {3, 2};
-  if (!hasLongConfiguration) {
-    throw CommandError("size " + ToString(size) +
-                       " needs the long configuration; this camera sends 160x120 only");
-  }
-  if (size.Width == 640) return {7, 7};
-  return {static_cast<std::uint8_t>(sensorType == SensorTypeVGA0708 ? 7 : 6), 4};
-}
 
 FormatRequest RequestFor(PictureSize size) {
   return {
@@ -49,36 +34,29 @@ FormatRequest RequestFor(PictureSize size) {
   };
 }
 
+void NegotiateSize(CameraContext& context, PictureSize size, std::uint32_t& rawBufferSize) {
+  std::uint8_t widestSetting = 0;
+  NegotiateFormat(context, RequestFor(size), rawBufferSize, widestSetting);
+}
+
 }  // namespace
 
 double StreamCounts::Rate() const {
   return Microframes == 0 ? 0 : static_cast<double>(Delivered()) / Seconds();
 }
 
-void RequireNativeSize(PictureSize size) {
-  if (std::ranges::find(kNativeSizes, size) != std::end(kNativeSizes)) return;
-  throw UsageError("size " + ToString(size) +
-                   " is not one that the camera sends: use 640x480, 320x240 or 160x120");
-}
-
-std::uint32_t RawSizeModeOf(PictureSize size) {
-  if (size.Width == 640) return 1;
-  return size.Width == 320 ? 2 : 4;
-}
-
-void SetNativeFormat(CameraContext& context, PictureSize size, std::uint32_t rawFrameSize) {
-  const FormatRequest request = RequestFor(size);
+std::uint32_t SetRecordedFormat(CameraContext& context, PictureSize delivered, PictureSize raw,
+                                std::uint32_t rawFrameSize) {
   std::uint32_t bufferSize = 0;
-  std::uint8_t widestSetting = 0;
-  NegotiateFormat(context, request, bufferSize, widestSetting);
-  context.RawSizeMode = RawSizeModeOf(size);
+  NegotiateSize(context, delivered, bufferSize);
+  context.RawSizeMode = RawSizeModeOf(raw);
   context.RawFrameSize = rawFrameSize;
+  return std::max(bufferSize, rawFrameSize + kRawBufferMargin);
 }
 
 FramePath::FramePath(CameraContext& context, std::uint32_t rawBufferSize, PictureSize size,
                      FrameHandler handler)
     : context_(context),
-      size_(size),
       handler_(std::move(handler)),
       rawBuffers_(std::size_t{2} * rawBufferSize),
       delivered_(size.Yuy2Bytes()),
@@ -119,31 +97,35 @@ void FramePath::Deliver() {
   const std::int64_t expected = std::uint32_t{context_.RawFrameSize};
   const bool isGood = std::abs(std::int64_t{rawBytes} - expected) <= kTolerance;
   ++(isGood ? counts_.Good : counts_.Bad);
-  handler_(delivered_);
+  handler_({.Yuy2 = delivered_, .RawFrame = {raw, rawBytes}, .Microframe = counts_.Microframes});
 }
 
-NativeStream::NativeStream(CoreCamera& camera, PictureSize size)
-    : camera_(camera), size_(size), request_(RequestFor(size)) {
-  std::uint8_t widestSetting = 0;
-  NegotiateFormat(camera_.Context(), request_, rawBufferSize_, widestSetting);
-  SelectSetting();
+NativeStream::NativeStream(CoreCamera& camera, const StreamSize& size) : camera_(camera) {
+  const StreamSize start{size.StartsAsRaw ? size.Raw.value_or(size.Delivered) : size.Delivered,
+                         size.Raw};
+  request_ = RequestFor(start.Delivered);
+  NegotiateSize(camera_.Context(), start.Delivered, rawBufferSize_);
+  SelectSetting(start);
 }
 
 // From the setting on there is a stream to end: an exception below runs the destructor.
-NativeStream::NativeStream(CoreCamera& camera, PictureSize size, FrameHandler handler)
+NativeStream::NativeStream(CoreCamera& camera, const StreamSize& size, FrameHandler handler)
     : NativeStream(camera, size) {
   CameraContext& context = camera_.Context();
   MarkStreaming(context);
   SelectStreamMode(context, request_);
-  if (context.RawSizeMode != RawSizeModeOf(size)) {
-    throw CommandError("size " + ToString(size) + ": alternate setting " +
+  const std::optional<PictureSize> rawSize = RawSizeOf(context.RawSizeMode);
+  if (!rawSize || (size.Raw && *rawSize != *size.Raw)) {
+    throw CommandError("size " + ToString(size.Delivered) + ": alternate setting " +
                        std::to_string(setting_.Setting) + " gives another raw size");
   }
   if (context.RawFrameSize == 0) {
     throw CommandError("sensor " + std::string(SensorName(context.SensorType)) +
                        " has no known frame size: it can't be streamed");
   }
-  path_ = std::make_unique<FramePath>(context, rawBufferSize_, size, std::move(handler));
+  rawSize_ = *rawSize;
+  if (size.StartsAsRaw) NegotiateSize(context, size.Delivered, rawBufferSize_);
+  path_ = std::make_unique<FramePath>(context, rawBufferSize_, size.Delivered, std::move(handler));
   buffer_.resize(kPacketsPerTransfer * setting_.BytesPerMicroframe);
   packets_.resize(kPacketsPerTransfer);
   transferPackets_.resize(kPacketsPerTransfer);
@@ -156,11 +138,10 @@ NativeStream::~NativeStream() {
   camera_.Bus().SelectSetting(setting_.Interface, 0);
 }
 
-void NativeStream::SelectSetting() {
-  const SettingSpan span =
-      SettingsForSize(size_, camera_.Context().SensorType, camera_.HasLongConfiguration());
+void NativeStream::SelectSetting(const StreamSize& size) {
+  const CameraKind kind{camera_.Context().SensorType, camera_.HasLongConfiguration()};
   bus::UsbStatus status = bus::UsbStatus::Stalled;
-  for (std::uint8_t wanted = span.Widest; wanted >= span.Narrowest; --wanted) {
+  for (const std::uint8_t wanted : SettingsFor(size, kind)) {
     for (const bus::AlternateSetting& setting : camera_.Device().AlternateSettings) {
       if (setting.Setting != wanted || setting.IsochronousEndpoint == 0) continue;
       status = camera_.Bus().SelectSetting(setting.Interface, setting.Setting);
@@ -170,8 +151,10 @@ void NativeStream::SelectSetting() {
       return;
     }
   }
-  throw CommandError("size " + ToString(size_) + ": no alternate setting for it was given: " +
-                     std::string(bus::ToString(status)));
+  const std::string raw = size.Raw ? " from " + ToString(*size.Raw) : "";
+  throw CommandError(
+      "size " + ToString(size.Delivered) + raw +
+      ": no alternate setting for it was given: " + std::string(bus::ToString(status)));
 }
 
 bool NativeStream::ReadTransfer() {

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "apps/lidcam/core_camera.h"
+#include "apps/lidcam/stream_size.h"
 #include "apps/lidcam/units.h"
 #include "driver/frame/frame_assembly.h"
 
@@ -27,8 +28,14 @@ struct StreamCounts {
   [[nodiscard]] double Rate() const;
 };
 
-/// Takes one delivered frame in YUY2 order; the bytes live until it returns.
-using FrameHandler = std::function<void(std::span<const std::uint8_t> yuy2)>;
+/// One frame as the camera core hands it over. The bytes live until the handler returns.
+struct DeliveredFrame {
+  std::span<const std::uint8_t> Yuy2;      ///< the picture in the stream's size
+  std::span<const std::uint8_t> RawFrame;  ///< header and native pixels that it came from
+  std::uint64_t Microframe = 0;            ///< bus time since the stream's start, at delivery
+};
+
+using FrameHandler = std::function<void(const DeliveredFrame& frame)>;
 
 /// Packets to frames: raw buffers, assembly and delivery of one stream, for packets from anywhere.
 class FramePath {
@@ -48,7 +55,6 @@ class FramePath {
   void Deliver();
 
   CameraContext& context_;
-  PictureSize size_;
   FrameHandler handler_;
   std::vector<std::uint8_t> rawBuffers_;
   std::vector<std::uint8_t> delivered_;
@@ -58,14 +64,14 @@ class FramePath {
   std::uint32_t firstFrameStart_;
 };
 
-/// A stream at one of the sizes that the hardware sends itself, from the core over the bus.
+/// A stream from the core over the bus, in any of the driver's sizes.
 class NativeStream {
  public:
-  /// Negotiates the format, obtains an alternate setting that carries the size, and programs the
-  /// camera. Throws CommandError if there is none.
+  /// Negotiates the format, obtains the widest alternate setting that the bus has room for and that
+  /// gives the raw size, and programs the camera. Throws CommandError if there is none.
   ///
   /// @param camera  must outlive the stream
-  NativeStream(CoreCamera& camera, PictureSize size, FrameHandler handler);
+  NativeStream(CoreCamera& camera, const StreamSize& size, FrameHandler handler);
   NativeStream(const NativeStream&) = delete;
   NativeStream& operator=(const NativeStream&) = delete;
   /// Ends the stream: sensor down, alternate setting 0, settings saved.
@@ -77,14 +83,15 @@ class NativeStream {
 
   [[nodiscard]] const StreamCounts& Counts() const { return path_->Counts(); }
   [[nodiscard]] std::uint8_t AlternateSetting() const { return setting_.Setting; }
-  [[nodiscard]] PictureSize Size() const { return size_; }
+  /// What the camera sends, whatever is delivered.
+  [[nodiscard]] PictureSize RawSize() const { return rawSize_; }
 
  private:
-  NativeStream(CoreCamera& camera, PictureSize size);
-  void SelectSetting();
+  NativeStream(CoreCamera& camera, const StreamSize& size);
+  void SelectSetting(const StreamSize& size);
 
   CoreCamera& camera_;
-  PictureSize size_;
+  PictureSize rawSize_;
   FormatRequest request_{};
   std::uint32_t rawBufferSize_ = 0;
   bus::AlternateSetting setting_;
@@ -94,19 +101,14 @@ class NativeStream {
   std::vector<TransferPacket> transferPackets_;
 };
 
-/// The sizes that the hardware sends itself, widest first.
-inline constexpr PictureSize kNativeSizes[] = {{640, 480}, {320, 240}, {160, 120}};
-
 /// Nominal frame period of the camera.
 inline constexpr std::chrono::microseconds kFramePeriod{33333};
 
-/// Throws UsageError unless the hardware sends the size itself.
-void RequireNativeSize(PictureSize size);
-
-/// What the record's RawSizeMode holds for a native size.
-[[nodiscard]] std::uint32_t RawSizeModeOf(PictureSize size);
-
-/// What the record has to hold for frames of a native size when nobody negotiates.
-void SetNativeFormat(CameraContext& context, PictureSize size, std::uint32_t rawFrameSize);
+/// What the record has to hold for recorded frames when nobody negotiates.
+///
+/// @param rawFrameSize  bytes of a raw frame as it was recorded
+/// @return bytes of a raw buffer: room for such frames and for all pixels of the raw size
+std::uint32_t SetRecordedFormat(CameraContext& context, PictureSize delivered, PictureSize raw,
+                                std::uint32_t rawFrameSize);
 
 }  // namespace lidcam::app

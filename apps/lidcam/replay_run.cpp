@@ -1,8 +1,9 @@
 #include "apps/lidcam/replay_run.h"
 
-#include <array>
+#include <cstdint>
 #include <cstdlib>
 #include <memory>
+#include <string>
 
 #include "apps/lidcam/command_error.h"
 #include "apps/lidcam/interrupt.h"
@@ -40,14 +41,13 @@ bool TellsBringUp(const bus::RecordedDevice& device) {
 }
 
 // Nothing is known of the camera but its frames: a record of its own carries the format.
-StreamResult ReplayFramesOnly(const bus::CaptureSource& source, PictureSize size,
+StreamResult ReplayFramesOnly(const bus::CaptureSource& source, const ReplaySize& size,
                               const StreamLimits& limits, FrameWriter* writer,
                               const Verbosity& verbosity) {
   const auto context = std::make_unique<CameraContext>();
   const auto rawBytes = static_cast<std::uint32_t>(EstimateRawBytes(source));
-  SetNativeFormat(*context, size, rawBytes);
-  constexpr std::uint32_t kRawBufferMargin = 4096;
-  FramePath path(*context, rawBytes + kRawBufferMargin, size, LimitedWriter(writer, limits));
+  const std::uint32_t bufferSize = SetRecordedFormat(*context, size.Delivered, size.Raw, rawBytes);
+  FramePath path(*context, bufferSize, size.Delivered, LimitedWriter(writer, limits));
   bus::IsochronousPacketReader reader(source);
   bus::IsochronousPayload payload;
   ProgressLine progress(!verbosity.IsQuiet);
@@ -59,14 +59,19 @@ StreamResult ReplayFramesOnly(const bus::CaptureSource& source, PictureSize size
     path.Take(payload.Data, {&packet, 1});
     progress.Show(path.Counts(), *context);
   }
-  return {.Counts = path.Counts(), .Size = size, .Identity = {}, .Sensor = {}, .Place = {}};
+  return {.Counts = path.Counts(),
+          .Size = size.Delivered,
+          .RawSize = size.Raw,
+          .Identity = {},
+          .Sensor = {},
+          .Place = {}};
 }
 
 }  // namespace
 
-PictureSize EstimateSize(const bus::CaptureSource& source) {
+PictureSize EstimateRawSize(const bus::CaptureSource& source) {
   const std::uint64_t rawBytes = EstimateRawBytes(source);
-  for (const PictureSize size : kNativeSizes) {
+  for (const PictureSize size : kRawSizes) {
     if (IsOfSize(rawBytes, size)) return size;
   }
   throw CommandError("capture '" + source.Path() + "' holds raw frames of " +
@@ -74,7 +79,22 @@ PictureSize EstimateSize(const bus::CaptureSource& source) {
                      " bytes, which fits none of 640x480, 320x240 and 160x120");
 }
 
-StreamResult RunReplay(const bus::CaptureSource& source, PictureSize size,
+StreamSize FitToCamera(const StreamSize& size, const CameraChoice& camera) {
+  const std::optional<std::string> capture = CaptureFileOf(camera.Camera);
+  if (!capture) return size;
+  try {
+    const PictureSize raw = EstimateRawSize(OpenCapture(*capture, camera.Device));
+    if (size.Raw && *size.Raw != raw) {
+      throw CommandError("raw size " + ToString(*size.Raw) + " is not in capture '" + *capture +
+                         "': its frames are of " + ToString(raw));
+    }
+    return {.Delivered = size.Delivered, .Raw = raw, .StartsAsRaw = true};
+  } catch (const bus::CaptureError& error) {
+    throw CommandError(error.what());
+  }
+}
+
+StreamResult RunReplay(const bus::CaptureSource& source, const ReplaySize& size,
                        const StreamLimits& limits, FrameWriter* writer,
                        const Verbosity& verbosity) {
   if (!TellsBringUp(source.Device())) {
@@ -82,7 +102,8 @@ StreamResult RunReplay(const bus::CaptureSource& source, PictureSize size,
   }
   bus::CaptureBus recorded(source);
   CoreCamera camera(recorded);
-  return RunNativeStream(camera, size, limits, {}, writer, verbosity);
+  const StreamSize started{.Delivered = size.Delivered, .Raw = size.Raw, .StartsAsRaw = true};
+  return RunNativeStream(camera, started, limits, {}, writer, verbosity);
 }
 
 }  // namespace lidcam::app

@@ -7,6 +7,7 @@
 #include "apps/lidcam/command_error.h"
 #include "apps/lidcam/interrupt.h"
 #include "apps/lidcam/progress.h"
+#include "apps/lidcam/silence_watch.h"
 
 namespace lidcam::app {
 namespace {
@@ -19,27 +20,20 @@ bool IsReached(const StreamLimits& limits, const StreamCounts& counts) {
              limits.Duration->count();
 }
 
-// A camera that is silent this long sends nothing more; the slowest setting takes under a second a
-// frame.
-constexpr std::uint64_t kSilenceMicroframes = 5 * 8000;
-
-// Ends a stream that gives no frames rather than wait for ever.
-class SilenceWatch {
+class LimitedLog {
  public:
-  void Check(const StreamCounts& counts) {
-    if (counts.Delivered() != delivered_) {
-      delivered_ = counts.Delivered();
-      since_ = counts.Microframes;
-    }
-    if (counts.Microframes - since_ < kSilenceMicroframes) return;
-    throw CommandError(delivered_ == 0 ? "the camera sent no whole frame in 5 s"
-                                       : "the camera sent no whole frame for 5 s after frame " +
-                                             std::to_string(delivered_));
+  LimitedLog(FrameLog* log, const StreamLimits& limits) : log_(log), frames_(limits.Frames) {}
+
+  void Add(const CameraContext& context, const DeliveredFrame& frame) {
+    if (log_ == nullptr || (frames_ && logged_ >= *frames_)) return;
+    log_->Add(context, frame);
+    ++logged_;
   }
 
  private:
-  std::uint64_t delivered_ = 0;
-  std::uint64_t since_ = 0;
+  FrameLog* log_;
+  std::optional<std::uint64_t> frames_;
+  std::uint64_t logged_ = 0;
 };
 
 nlohmann::json ToJson(const StreamResult& result) {
@@ -47,6 +41,7 @@ nlohmann::json ToJson(const StreamResult& result) {
       {"identity", result.Identity},
       {"sensor", result.Sensor},
       {"size", ToString(result.Size)},
+      {"rawSize", ToString(result.RawSize)},
       {"frames",
        {{"good", result.Counts.Good},
         {"bad", result.Counts.Bad},
@@ -60,24 +55,31 @@ nlohmann::json ToJson(const StreamResult& result) {
 
 }  // namespace
 
-void LimitedWriter::operator()(std::span<const std::uint8_t> yuy2) {
+void LimitedWriter::operator()(const DeliveredFrame& frame) {
   if (writer_ == nullptr || (frames_ && written_ >= *frames_)) return;
-  writer_->Write(yuy2);
+  writer_->Write(frame.Yuy2);
   ++written_;
 }
 
-StreamResult RunNativeStream(CoreCamera& camera, PictureSize size, const StreamLimits& limits,
+StreamResult RunNativeStream(CoreCamera& camera, const StreamSize& size, const StreamLimits& limits,
                              std::span<const ControlAssignment> controls, FrameWriter* writer,
-                             const Verbosity& verbosity) {
+                             const Verbosity& verbosity, FrameLog* log) {
   StreamResult result{
       .Counts = {},
-      .Size = size,
+      .Size = size.Delivered,
+      .RawSize = {},
       .Identity = IdentityText(camera.Device()),
       .Sensor = std::string(SensorName(camera.Context().SensorType)),
       .Place = {},
   };
   {
-    NativeStream stream(camera, size, LimitedWriter(writer, limits));
+    LimitedLog limitedLog(log, limits);
+    NativeStream stream(
+        camera, size,
+        [&, write = LimitedWriter(writer, limits)](const DeliveredFrame& frame) mutable {
+          limitedLog.Add(camera.Context(), frame);
+          write(frame);
+        });
     for (const ControlAssignment& control : controls) Apply(camera.Context(), control);
     ProgressLine progress(!verbosity.IsQuiet);
     SilenceWatch silence;
@@ -86,6 +88,7 @@ StreamResult RunNativeStream(CoreCamera& camera, PictureSize size, const StreamL
       if (!limits.ToleratesSilence) silence.Check(stream.Counts());
     }
     result.Counts = stream.Counts();
+    result.RawSize = stream.RawSize();
   }
   return result;
 }
@@ -98,12 +101,12 @@ void PrintSummary(const StreamResult& result, const CommonOptions& options) {
   if (options.Output.IsQuiet) return;
   const StreamCounts& counts = result.Counts;
   std::fprintf(stderr,
-               "%s %s %s: %" PRIu64 " frames good, %" PRIu64 " bad, %" PRIu64 " dropped; %" PRIu64
-               " bytes in %.3f s of bus time, %.2f frames/s\n",
+               "%s %s %s (raw %s): %" PRIu64 " frames good, %" PRIu64 " bad, %" PRIu64
+               " dropped; %" PRIu64 " bytes in %.3f s of bus time, %.2f frames/s\n",
                result.Identity.empty() ? "unknown camera" : result.Identity.c_str(),
                result.Sensor.empty() ? "unknown sensor" : result.Sensor.c_str(),
-               ToString(result.Size).c_str(), counts.Good, counts.Bad, counts.Dropped,
-               counts.BusBytes, counts.Seconds(), counts.Rate());
+               ToString(result.Size).c_str(), ToString(result.RawSize).c_str(), counts.Good,
+               counts.Bad, counts.Dropped, counts.BusBytes, counts.Seconds(), counts.Rate());
   if (!result.Place.empty() && result.Place != "-") {
     std::fprintf(stderr, "written to %s\n", result.Place.c_str());
   }

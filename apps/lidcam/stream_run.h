@@ -8,6 +8,7 @@
 #include "apps/lidcam/commands/common_options.h"
 #include "apps/lidcam/control_table.h"
 #include "apps/lidcam/core_camera.h"
+#include "apps/lidcam/frame_log.h"
 #include "apps/lidcam/native_stream.h"
 #include "apps/lidcam/output/frame_writer.h"
 
@@ -17,19 +18,23 @@ namespace lidcam::app {
 struct StreamResult {
   StreamCounts Counts;
   PictureSize Size;
+  PictureSize RawSize;   ///< of the frames that the camera sent for it
   std::string Identity;  ///< empty if the capture does not tell
   std::string Sensor;    ///< empty if the capture does not tell
   std::string Place;     ///< where the frames are; empty without an output
 };
 
 /// Streams from the camera until a limit, an interrupt or the end of a capture, writing frames if
-/// there is a writer. Frames beyond the limit are not written.
+/// there is a writer, and a row for each frame if there is a log. Frames beyond the limit are in
+/// neither.
 ///
 /// @param controls  set once the stream runs, in this order
-[[nodiscard]] StreamResult RunNativeStream(CoreCamera& camera, PictureSize size,
+/// @param log       may be null
+[[nodiscard]] StreamResult RunNativeStream(CoreCamera& camera, const StreamSize& size,
                                            const StreamLimits& limits,
                                            std::span<const ControlAssignment> controls,
-                                           FrameWriter* writer, const Verbosity& verbosity);
+                                           FrameWriter* writer, const Verbosity& verbosity,
+                                           FrameLog* log = nullptr);
 
 /// Gives a writer the frames up to a limit. Without a writer, or beyond the limit, frames go by.
 class LimitedWriter {
@@ -37,7 +42,7 @@ class LimitedWriter {
   LimitedWriter(FrameWriter* writer, const StreamLimits& limits)
       : writer_(writer), frames_(limits.Frames) {}
 
-  void operator()(std::span<const std::uint8_t> yuy2);
+  void operator()(const DeliveredFrame& frame);
 
  private:
   FrameWriter* writer_;

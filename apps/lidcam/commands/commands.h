@@ -9,6 +9,7 @@ namespace lidcam::app {
 
 void AddListCommand(CLI::App& app);
 void AddStreamCommand(CLI::App& app);
+void AddStillCommand(CLI::App& app);
 void AddRecordCommand(CLI::App& app);
 void AddReplayCommand(CLI::App& app);
 void AddControlsCommand(CLI::App& app);
@@ -16,5 +17,6 @@ void AddGetCommand(CLI::App& app);
 void AddSetCommand(CLI::App& app);
 void AddRegistersCommand(CLI::App& app);
 void AddSetsCommand(CLI::App& app);
+void AddPlotCommand(CLI::App& app);
 
 }  // namespace lidcam::app

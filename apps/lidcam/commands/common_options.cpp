@@ -6,15 +6,24 @@ namespace lidcam::app {
 
 void AddCameraOptions(CLI::App& command, CommonOptions& options) {
   command
-      .add_option(
-          "--camera", options.Camera.Camera,
-          "sim[:vid:pid[,sensor=NAME][,config=long|short][,seed=N][,scene=FILE][,mains=50Hz|60Hz]] "
-          "or "
-          "capture:FILE")
+      .add_option("--camera", options.Camera.Camera,
+                  "sim[:vid:pid][,sensor=NAME][,config=long|short][,seed=N][,scene=FILE]"
+                  "[,light=LIGHT@TIME;...][,mains=50Hz|60Hz] or capture:FILE")
       ->type_name("CAMERA")
       ->capture_default_str();
   command.add_option("--device", options.Camera.Device, "device of a capture, if it holds several")
       ->type_name("BUS.DEVICE");
+}
+
+void AddLightOptions(CLI::App& command, CommonOptions& options) {
+  command
+      .add_option(
+          "--light", options.Camera.Light,
+          "light on a simulated scene from the stream's start on: 300lx@0s,5lx@4s,300lx@12s")
+      ->type_name("LIGHT@TIME,...");
+  command
+      .add_option("--mains", options.Camera.Mains, "lamps on a simulated scene: 50Hz or 60Hz mains")
+      ->type_name("RATE");
 }
 
 void AddOutputOptions(CLI::App& command, CommonOptions& options) {
@@ -25,10 +34,27 @@ void AddOutputOptions(CLI::App& command, CommonOptions& options) {
   command.add_flag("-q,--quiet", options.Output.IsQuiet, "no progress and no summary");
 }
 
-void AddStreamOptions(CLI::App& command, CommonOptions& common, StreamOptions& options) {
-  command.add_option("--size", options.Size, "picture size: 640x480, 320x240 or 160x120")
+void AddSizeOptions(CLI::App& command, SizeOptions& options) {
+  command
+      .add_option("--size", options.Size,
+                  "picture size: 640x480, 352x288, 320x240, 176x144 or 160x120")
       ->type_name("WxH")
       ->capture_default_str();
+  command
+      .add_option("--raw-size", options.RawSize,
+                  "what the camera is to send for it: 640x480, 320x240 or 160x120; if not given, "
+                  "what the widest setting that the bus has room for gives")
+      ->type_name("WxH");
+}
+
+StreamSize SizeOf(const SizeOptions& options) {
+  StreamSize size{.Delivered = ParseStreamSize(options.Size)};
+  if (options.RawSize) size.Raw = ParseRawSize(*options.RawSize);
+  return size;
+}
+
+void AddStreamOptions(CLI::App& command, CommonOptions& common, StreamOptions& options) {
+  AddSizeOptions(command, options.Sizes);
   command.add_option("--frames", options.Frames, "end after this many frames")->type_name("N");
   command.add_option("--duration", options.Duration, "end after this time on the bus, such as 2s")
       ->type_name("TIME");

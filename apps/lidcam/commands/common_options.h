@@ -9,6 +9,7 @@
 
 #include "apps/lidcam/camera_source.h"
 #include "apps/lidcam/host_environment.h"
+#include "apps/lidcam/stream_size.h"
 #include "apps/lidcam/units.h"
 
 namespace lidcam::app {
@@ -23,19 +24,34 @@ struct CommonOptions {
 /// Adds --camera and --device.
 void AddCameraOptions(CLI::App& command, CommonOptions& options);
 
+/// Adds --light and --mains, which light the scene of a simulated camera.
+void AddLightOptions(CLI::App& command, CommonOptions& options);
+
 /// Adds --json, --trace, --debug and --quiet.
 void AddOutputOptions(CLI::App& command, CommonOptions& options);
 
+/// Which sizes a stream has.
+struct SizeOptions {
+  std::string Size = "640x480";
+  std::optional<std::string> RawSize;
+};
+
+/// Adds --size and --raw-size.
+void AddSizeOptions(CLI::App& command, SizeOptions& options);
+
+/// Throws UsageError.
+[[nodiscard]] StreamSize SizeOf(const SizeOptions& options);
+
 /// How long a stream runs and what it gives.
 struct StreamOptions {
-  std::string Size = "640x480";
+  SizeOptions Sizes;
   std::optional<std::uint64_t> Frames;
   std::optional<std::string> Duration;
   std::vector<std::string> Controls;  ///< NAME=VALUE, set once the stream runs
   std::optional<std::string> Output;
 };
 
-/// Adds --size, --frames, --duration, --set and --fast.
+/// Adds --size, --raw-size, --frames, --duration, --set and --fast.
 void AddStreamOptions(CLI::App& command, CommonOptions& common, StreamOptions& options);
 
 /// When a stream ends, besides by an interrupt.

@@ -15,8 +15,7 @@ struct RecordCommand {
 };
 
 void Run(const RecordCommand& command) {
-  const PictureSize size = ParsePictureSize(command.Stream.Size);
-  RequireNativeSize(size);
+  const StreamSize size = SizeOf(command.Stream.Sizes);
   const StreamLimits limits = LimitsOf(command.Stream);
   const std::vector<ControlAssignment> controls = ParseAssignments(command.Stream.Controls);
   OpenHostEnvironment(command.Common.Output, SetFilesFor(command.Common.Camera));

@@ -101,17 +101,14 @@ void Dump(const RegistersCommand& command) {
 
 void Trace(const RegistersCommand& command) {
   std::optional<PictureSize> size;
-  if (command.Size) {
-    size = ParsePictureSize(*command.Size);
-    RequireNativeSize(*size);
-  }
+  if (command.Size) size = ParseStreamSize(*command.Size);
   OpenHostEnvironment(command.Common.Output, SetFilesFor(command.Common.Camera));
   TraceToStandardOutput();
   CameraChoice choice = command.Common.Camera;
   choice.IsFast = true;
   const std::unique_ptr<bus::UsbBus> bus = OpenCamera(choice);
   CoreCamera camera(*bus);
-  if (size) const NativeStream stream(camera, *size, [](std::span<const std::uint8_t>) {});
+  if (size) const NativeStream stream(camera, {*size}, [](const DeliveredFrame&) {});
 }
 
 CLI::App* AddAction(CLI::App& parent, const std::shared_ptr<RegistersCommand>& command,

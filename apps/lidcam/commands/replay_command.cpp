@@ -19,21 +19,19 @@ struct ReplayCommand {
 void Run(const ReplayCommand& command) {
   RequireSomeFrames(command.Frames);
   std::optional<PictureSize> size;
-  if (command.Size) {
-    size = ParsePictureSize(*command.Size);
-    RequireNativeSize(*size);
-  }
+  if (command.Size) size = ParseStreamSize(*command.Size);
   OpenHostEnvironment(command.Common.Output, SetFiles::OfHardware);
   DetachSettings();
   try {
     const bus::CaptureSource source = OpenCapture(command.Capture, command.Common.Camera.Device);
-    const PictureSize frameSize = size ? *size : EstimateSize(source);
+    const PictureSize raw = EstimateRawSize(source);
+    const ReplaySize sizes{.Delivered = size.value_or(raw), .Raw = raw};
     std::unique_ptr<FrameWriter> writer;
     if (command.Output) {
-      writer = MakeFrameWriter(*command.Output, frameSize, kFramePeriod);
+      writer = MakeFrameWriter(*command.Output, sizes.Delivered, kFramePeriod);
     }
     const StreamLimits limits{.Frames = command.Frames, .Duration = {}, .ToleratesSilence = true};
-    StreamResult result = RunReplay(source, frameSize, limits, writer.get(), command.Common.Output);
+    StreamResult result = RunReplay(source, sizes, limits, writer.get(), command.Common.Output);
     FinishOutput(result, writer.get(), "capture '" + command.Capture + "'");
     PrintSummary(result, command.Common);
   } catch (const bus::CaptureError& error) {
@@ -53,7 +51,7 @@ void AddReplayCommand(CLI::App& app) {
   sub->add_option("--device", command->Common.Camera.Device,
                   "device of the capture, if it holds several")
       ->type_name("BUS.DEVICE");
-  sub->add_option("--size", command->Size, "picture size; told by the frames if not given")
+  sub->add_option("--size", command->Size, "picture size; that of the recorded frames if not given")
       ->type_name("WxH");
   sub->add_option("--frames", command->Frames, "end after this many frames")->type_name("N");
   sub->add_option("-o,--output", command->Output,

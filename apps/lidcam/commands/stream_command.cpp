@@ -3,6 +3,7 @@
 #include "apps/lidcam/command_error.h"
 #include "apps/lidcam/commands/commands.h"
 #include "apps/lidcam/commands/common_options.h"
+#include "apps/lidcam/replay_run.h"
 #include "apps/lidcam/stream_run.h"
 
 namespace lidcam::app {
@@ -11,26 +12,39 @@ namespace {
 struct StreamCommand {
   CommonOptions Common;
   StreamOptions Stream;
+  std::optional<std::string> Log;
 };
 
 void Run(const StreamCommand& command) {
-  const PictureSize size = ParsePictureSize(command.Stream.Size);
-  RequireNativeSize(size);
+  const StreamSize size = SizeOf(command.Stream.Sizes);
   const StreamLimits limits = LimitsOf(command.Stream);
   const std::vector<ControlAssignment> controls = ParseAssignments(command.Stream.Controls);
   if (command.Common.IsJson && command.Stream.Output == "-") {
     throw UsageError("--json and the output '-' both want standard output: use one of them");
+  }
+  if (command.Log == "-" && (command.Common.IsJson || command.Stream.Output == "-")) {
+    throw UsageError("the log '-' wants standard output, which is taken: name a file");
   }
   OpenHostEnvironment(command.Common.Output, SetFilesFor(command.Common.Camera));
   const std::unique_ptr<bus::UsbBus> bus = OpenCamera(command.Common.Camera);
   CoreCamera camera(*bus);
   std::unique_ptr<FrameWriter> writer;
   if (command.Stream.Output) {
-    writer = MakeFrameWriter(*command.Stream.Output, size, kFramePeriod);
+    writer = MakeFrameWriter(*command.Stream.Output, size.Delivered, kFramePeriod);
   }
-  StreamResult result =
-      RunNativeStream(camera, size, limits, controls, writer.get(), command.Common.Output);
-  FinishOutput(result, writer.get(), "camera '" + command.Common.Camera.Camera + "'");
+  std::optional<FrameLog> log;
+  if (command.Log) log.emplace(*command.Log, LightOn(command.Common.Camera));
+  StreamResult result;
+  try {
+    result = RunNativeStream(camera, FitToCamera(size, command.Common.Camera), limits, controls,
+                             writer.get(), command.Common.Output, log ? &*log : nullptr);
+    FinishOutput(result, writer.get(), "camera '" + command.Common.Camera.Camera + "'");
+  } catch (...) {
+    // A stream that failed is the one whose log is wanted most.
+    if (log) log->Finish();
+    throw;
+  }
+  if (log) log->Finish();
   PrintSummary(result, command.Common);
 }
 
@@ -40,16 +54,22 @@ void AddStreamCommand(CLI::App& app) {
   const auto command = std::make_shared<StreamCommand>();
   CLI::App* const sub = app.add_subcommand("stream", "frames to a file, a PNG series or a pipe");
   AddCameraOptions(*sub, command->Common);
+  AddLightOptions(*sub, command->Common);
   AddStreamOptions(*sub, command->Common, command->Stream);
   sub->add_option("-o,--output", command->Stream.Output,
                   ".y4m, .yuy2, .png (a numbered series), or - for Y4M on standard output")
+      ->type_name("FILE");
+  sub->add_option("--log", command->Log,
+                  "what the exposure loop did at each delivered frame, as CSV; see lidcam plot")
       ->type_name("FILE");
   AddOutputOptions(*sub, command->Common);
   sub->footer(
       "Examples:\n"
       "  lidcam stream --frames 5 -o picture.png\n"
       "  lidcam stream --size 320x240 -o - | ffplay -\n"
-      "  lidcam stream --camera sim:1af0:6010,sensor=OV7670 --duration 2s -o clip.y4m");
+      "  lidcam stream --camera sim:1af0:6010,sensor=OV7670 --duration 2s -o clip.y4m\n"
+      "  lidcam stream --fast --light 300lx@0s,5lx@4s,300lx@12s --mains 50Hz --duration 20s "
+      "--log frames.csv");
   sub->callback([command] { Run(*command); });
 }
 

@@ -33,7 +33,7 @@ using ::testing::ElementsAreArray;
 
 using Lines = std::vector<std::string>;
 
-constexpr PictureSize kSize{160, 120};
+constexpr StreamSize kSize{.Delivered = {160, 120}, .Raw = PictureSize{160, 120}};
 constexpr std::uint64_t kDisturbedFrame = 3;
 constexpr std::uint32_t kRunLength = 7;
 constexpr int kTransfers = 100;  // of 32 microframes: some twelve frames
@@ -61,8 +61,8 @@ RunAccount StreamOver(bus::UsbBus& bus) {
   const host::DebugPrintCapture debug;
   {
     CoreCamera camera(bus);
-    NativeStream stream(camera, kSize, [&account](std::span<const std::uint8_t> yuy2) {
-      account.Pictures.emplace_back(yuy2.begin(), yuy2.end());
+    NativeStream stream(camera, kSize, [&account](const DeliveredFrame& frame) {
+      account.Pictures.emplace_back(frame.Yuy2.begin(), frame.Yuy2.end());
     });
     try {
       for (int i = 0; i < kTransfers && stream.ReadTransfer(); ++i) {

@@ -4,7 +4,6 @@
 #include <memory>
 #include <vector>
 
-#include "apps/lidcam/command_error.h"
 #include "apps/lidcam/native_stream.h"
 #include "driver/core/camera_context.h"
 
@@ -18,11 +17,11 @@ constexpr std::uint32_t kRawBytes = 38466;
 class FramePathTest : public ::testing::Test {
  protected:
   FramePathTest() {
-    SetNativeFormat(*context_, kSize, kRawBytes);
+    const std::uint32_t bufferSize = SetRecordedFormat(*context_, kSize, kSize, kRawBytes);
     context_->FrameSettleCount = 5;
     path_ = std::make_unique<FramePath>(
-        *context_, kRawBytes + 4096, kSize,
-        [this](std::span<const std::uint8_t> yuy2) { firstPixels_.push_back(yuy2[0]); });
+        *context_, bufferSize, kSize,
+        [this](const DeliveredFrame& frame) { firstPixels_.push_back(frame.Yuy2[0]); });
   }
 
   void Send(std::uint8_t content, std::uint32_t bytes) {
@@ -64,13 +63,15 @@ TEST_F(FramePathTest, TheRateIsDeliveredFramesInBusTime) {
   EXPECT_DOUBLE_EQ(path_->Counts().Rate(), 1 / (3 * 76 / 8000.0));
 }
 
-TEST(NativeSizes, OnlyThreeSizesAreSent) {
-  for (const PictureSize size : kNativeSizes) EXPECT_NO_THROW(RequireNativeSize(size));
-  EXPECT_THROW(RequireNativeSize({352, 288}), UsageError);
-  EXPECT_THROW(RequireNativeSize({480, 640}), UsageError);
-  EXPECT_EQ(RawSizeModeOf({640, 480}), 1u);
-  EXPECT_EQ(RawSizeModeOf({320, 240}), 2u);
-  EXPECT_EQ(RawSizeModeOf({160, 120}), 4u);
+// Recorded frames may be a little shorter than their pixels, or longer than those of any camera.
+TEST(RecordedFormat, RawBuffersHoldThePixelsOfTheRawSizeAndTheFramesAsRecorded) {
+  CameraContext context{};
+  EXPECT_GE(SetRecordedFormat(context, {352, 288}, {640, 480}, 600'000), 614'464u);
+  EXPECT_EQ(context.RawSizeMode, 1u);
+  EXPECT_EQ(context.RawFrameSize, 600'000u);
+  EXPECT_EQ(context.RequestedWidth, 352);
+  EXPECT_EQ(context.RequestedHeight, 288);
+  EXPECT_GT(SetRecordedFormat(context, {640, 480}, {640, 480}, 2'000'000), 2'000'000u);
 }
 
 }  // namespace

@@ -1,0 +1,46 @@
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "apps/lidcam/commands/commands.h"
+#include "apps/lidcam/output/output_file.h"
+#include "apps/lidcam/plot/frame_log_reader.h"
+#include "apps/lidcam/plot/loop_plot.h"
+
+namespace lidcam::app {
+namespace {
+
+struct PlotCommand {
+  std::string Log;
+  std::string Output;
+  std::string Title = "Exposure loop";
+};
+
+void Run(const PlotCommand& command) {
+  const std::vector<FrameRow> rows = ReadFrameLog(command.Log);
+  OutputFile file(command.Output);
+  file.Write(DrawLoopPlot(rows, command.Title));
+  file.Commit();
+}
+
+}  // namespace
+
+void AddPlotCommand(CLI::App& app) {
+  const auto command = std::make_shared<PlotCommand>();
+  CLI::App* const sub =
+      app.add_subcommand("plot", "a drawing of what the exposure loop did in a stream");
+  sub->add_option("log", command->Log, "CSV of lidcam stream --log")->type_name("FILE")->required();
+  sub->add_option("-o,--output", command->Output, "an SVG file, or - for standard output")
+      ->type_name("FILE")
+      ->required();
+  sub->add_option("--title", command->Title, "heading of the drawing")
+      ->type_name("TEXT")
+      ->capture_default_str();
+  sub->footer(
+      "Example:\n"
+      "  lidcam stream --fast --light 300lx@0s,5lx@4s,300lx@12s --duration 20s --log frames.csv\n"
+      "  lidcam plot frames.csv -o loop.svg");
+  sub->callback([command] { Run(*command); });
+}
+
+}  // namespace lidcam::app

@@ -1,0 +1,197 @@
+#include <cstdint>
+#include <cstdio>
+#include <iostream>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "apps/lidcam/command_error.h"
+#include "apps/lidcam/commands/commands.h"
+#include "apps/lidcam/commands/common_options.h"
+#include "apps/lidcam/core_camera.h"
+#include "apps/lidcam/interrupt.h"
+#include "apps/lidcam/native_stream.h"
+#include "apps/lidcam/output/frame_writer.h"
+#include "apps/lidcam/output/output_file.h"
+#include "apps/lidcam/output/png_file.h"
+#include "apps/lidcam/output/yuy2.h"
+#include "apps/lidcam/progress.h"
+#include "apps/lidcam/replay_run.h"
+#include "apps/lidcam/silence_watch.h"
+#include "apps/lidcam/still_file.h"
+#include "driver/core/control_codes.h"
+
+namespace lidcam::app {
+namespace {
+
+struct StillCommand {
+  CommonOptions Common;
+  SizeOptions Sizes;
+  std::string Value = "0";
+  std::uint64_t SettleFrames = 30;
+  std::string Output;
+};
+
+void AskForStill(CameraContext& context, std::uint32_t value) {
+  const ControlRecord record{.Code = kControlStill,
+                             .Value = static_cast<std::int32_t>(value),
+                             .Value2 = 0,
+                             .Flags = 0,
+                             .Caps = 0,
+                             .Words = {}};
+  if (SetControl(context, record) != 0) throw CommandError("the camera refuses to take a still");
+}
+
+// Less settling helps only where a frame came that could have been the still.
+[[noreturn]] void FailAtEndOfCapture(std::uint64_t delivered, std::uint64_t settleFrames) {
+  if (delivered == 0) throw CommandError("the capture ended before its first whole frame");
+  throw CommandError("the capture ended after " + std::to_string(delivered) +
+                     " frames, before the still" +
+                     (delivered <= settleFrames ? ": take it earlier with --settle" : ""));
+}
+
+/// Streams, a transfer at a time, until a condition holds.
+class StreamRunner {
+ public:
+  StreamRunner(CoreCamera& camera, const StillCommand& command, const StreamSize& size)
+      : camera_(camera),
+        settleFrames_(command.SettleFrames),
+        stream_(camera, size, [](const DeliveredFrame&) {}),
+        progress_(!command.Common.Output.IsQuiet) {}
+
+  template <typename Condition>
+  void RunUntil(Condition isReached) {
+    while (!isReached(stream_.Counts())) {
+      if (IsInterrupted()) throw CommandError("interrupted: no still was taken");
+      if (!stream_.ReadTransfer()) {
+        FailAtEndOfCapture(stream_.Counts().Delivered(), settleFrames_);
+      }
+      progress_.Show(stream_.Counts(), camera_.Context());
+      silence_.Check(stream_.Counts());
+    }
+  }
+
+ private:
+  CoreCamera& camera_;
+  std::uint64_t settleFrames_;
+  NativeStream stream_;
+  ProgressLine progress_;
+  SilenceWatch silence_;
+};
+
+void TakeStill(CoreCamera& camera, const StillCommand& command, const StreamSize& size,
+               std::uint32_t value) {
+  StreamRunner runner(camera, command, size);
+  runner.RunUntil(
+      [&](const StreamCounts& counts) { return counts.Delivered() >= command.SettleFrames; });
+  CameraContext& context = camera.Context();
+  AskForStill(context, value);
+  runner.RunUntil([&](const StreamCounts&) { return context.StillRequested == 0; });
+}
+
+void WritePicture(const std::string& path, const StillPicture& still) {
+  if (FormOfOutput(path) == OutputForm::PngSeries) {
+    std::vector<std::uint8_t> rgb;
+    ConvertToRgb(still.Yuy2, still.Size, rgb);
+    WritePng(path, still.Size, rgb);
+    return;
+  }
+  OutputFile file(path);
+  file.Write(still.Yuy2);
+  file.Commit();
+}
+
+void PrintStill(const StillCommand& command, const CoreCamera& camera, std::int32_t sensorType,
+                const StillPicture& still) {
+  const std::string identity = IdentityText(camera.Device());
+  const std::string sensor(SensorName(sensorType));
+  if (command.Common.IsJson) {
+    const nlohmann::json answer = {
+        {"identity", identity},         {"sensor", sensor},
+        {"width", still.Size.Width},    {"height", still.Size.Height},
+        {"sizeIndex", still.SizeIndex}, {"value", still.Value},
+        {"bytes", still.Yuy2.size()},   {"file", StillFilePath().string()},
+        {"output", command.Output},
+    };
+    std::cout << answer.dump(2) << std::endl;
+    return;
+  }
+  if (command.Common.Output.IsQuiet) return;
+  std::fprintf(stderr, "%s %s: still of %s, size index %u, value %u; %zu bytes in %s\n",
+               identity.c_str(), sensor.c_str(), ToString(still.Size).c_str(),
+               unsigned{still.SizeIndex}, unsigned{still.Value}, still.Yuy2.size(),
+               StillFilePath().c_str());
+  std::fprintf(stderr, "written to %s\n", command.Output.c_str());
+}
+
+bool IsStillOutput(const std::string& path) {
+  if (path == "-") return false;
+  try {
+    return FormOfOutput(path) != OutputForm::Y4m;
+  } catch (const UsageError&) {
+    return false;
+  }
+}
+
+void RequireStillOutput(const std::string& path) {
+  if (IsStillOutput(path)) return;
+  throw UsageError("output '" + path +
+                   "' is no file for a still: use .png, or .yuy2 for the bytes as the driver wrote "
+                   "them");
+}
+
+void Run(const StillCommand& command) {
+  RequireStillOutput(command.Output);
+  const StreamSize size = SizeOf(command.Sizes);
+  const std::uint32_t value = ParseNumber(command.Value, 0xFFFFFFFF, "value");
+  OpenHostEnvironment(command.Common.Output, SetFilesFor(command.Common.Camera));
+  const StillLock lock(HomeFolder());
+  ClearStillFile();
+  const std::unique_ptr<bus::UsbBus> bus = OpenCamera(command.Common.Camera);
+  CoreCamera camera(*bus);
+  const StillReport report;
+  TakeStill(camera, command, FitToCamera(size, command.Common.Camera), value);
+  report.RequireWritten();
+  const StillPicture still = ReadStillFile(value);
+  WritePicture(command.Output, still);
+  PrintStill(command, camera, camera.Context().SensorType, still);
+}
+
+}  // namespace
+
+void AddStillCommand(CLI::App& app) {
+  const auto command = std::make_shared<StillCommand>();
+  CLI::App* const sub =
+      app.add_subcommand("still", "one picture as the camera sends it, through the driver's still");
+  AddCameraOptions(*sub, command->Common);
+  AddLightOptions(*sub, command->Common);
+  AddSizeOptions(*sub, command->Sizes);
+  sub->add_option("--settle", command->SettleFrames,
+                  "frames that go by first, for the exposure to settle")
+      ->type_name("N")
+      ->capture_default_str();
+  sub->add_option("--value", command->Value,
+                  "number that goes with the still; its low 16 bits take the place of the last "
+                  "pixel")
+      ->type_name("N")
+      ->capture_default_str();
+  sub->add_flag("--fast", command->Common.Camera.IsFast,
+                "don't wait for bus time: as fast as this machine can");
+  sub->add_option("-o,--output", command->Output,
+                  ".png, or .yuy2 for the bytes as the driver wrote them; both show the driver's "
+                  "two marks in the last two pixels")
+      ->type_name("FILE")
+      ->required();
+  AddOutputOptions(*sub, command->Common);
+  sub->footer(
+      "The still has the size that the camera sends, whatever the stream's size is. Its last two\n"
+      "pixels are marks, in a PNG too: the number of the size (1 160x120, 2 320x240, 3 640x480)\n"
+      "and the value.\n"
+      "Examples:\n"
+      "  lidcam still -o picture.png\n"
+      "  lidcam still --raw-size 320x240 --value 0x1234 --json -o picture.png");
+  sub->callback([command] { Run(*command); });
+}
+
+}  // namespace lidcam::app

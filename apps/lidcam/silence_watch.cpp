@@ -1,0 +1,27 @@
+#include "apps/lidcam/silence_watch.h"
+
+#include <string>
+
+#include "apps/lidcam/command_error.h"
+
+namespace lidcam::app {
+namespace {
+
+// A camera that is silent this long sends nothing more; the slowest setting takes under a second a
+// frame.
+constexpr std::uint64_t kSilenceMicroframes = 5 * 8000;
+
+}  // namespace
+
+void SilenceWatch::Check(const StreamCounts& counts) {
+  if (counts.Delivered() != delivered_) {
+    delivered_ = counts.Delivered();
+    since_ = counts.Microframes;
+  }
+  if (counts.Microframes - since_ < kSilenceMicroframes) return;
+  throw CommandError(delivered_ == 0 ? "the camera sent no whole frame in 5 s"
+                                     : "the camera sent no whole frame for 5 s after frame " +
+                                           std::to_string(delivered_));
+}
+
+}  // namespace lidcam::app

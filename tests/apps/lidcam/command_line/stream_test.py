@@ -1,0 +1,181 @@
+"""Streams of the simulated camera, end to end."""
+
+import json
+import os
+import shutil
+import signal
+import struct
+import subprocess
+import unittest
+
+from command_line import CommandLineTest, LIDCAM, SIZES
+
+
+class StreamTest(CommandLineTest):
+    def test_a_png_series_has_as_many_pictures_as_frames_were_asked_for(self):
+        self.lidcam("stream", "--fast", "--frames", "3", "-o", self.path("card.png"))
+        names = sorted(name for name in os.listdir(self.folder) if name.endswith(".png"))
+        self.assertEqual(names, ["card-0001.png", "card-0002.png", "card-0003.png"])
+        with open(self.path(names[0]), "rb") as file:
+            header = file.read(24)
+        self.assertEqual(header[:8], b"\x89PNG\r\n\x1a\n")
+        self.assertEqual(struct.unpack(">II", header[16:24]), (640, 480))
+
+    def test_raw_output_is_whole_yuy2_pictures(self):
+        for size, count in (("640x480", 614400), ("320x240", 153600), ("160x120", 38400)):
+            file = self.path("frames.yuy2")
+            self.lidcam("stream", "--fast", "--size", size, "--frames", "2", "-o", file)
+            self.assertEqual(os.path.getsize(file), 2 * count, size)
+
+    def test_equal_seeds_give_equal_bytes(self):
+        def frames(seed):
+            file = self.path("frames.yuy2")
+            self.lidcam("stream", "--fast", "--camera", f"sim,seed={seed}", "--frames", "3", "-o",
+                        file)
+            with open(file, "rb") as stream:
+                return stream.read()
+
+        self.assertEqual(frames(7), frames(7))
+
+    def test_standard_output_carries_y4m_and_nothing_else(self):
+        result = self.run_lidcam("stream", "--fast", "--frames", "2", "-o", "-")
+        self.assertEqual(result.returncode, 0)
+        header, rest = result.stdout.split(b"\n", 1)
+        self.assertTrue(header.startswith(b"YUV4MPEG2 W640 H480 "), header)
+        self.assertEqual(len(rest), 2 * (len(b"FRAME\n") + 614400))
+
+    def test_a_reader_that_goes_away_ends_the_stream_with_an_error(self):
+        environment = dict(os.environ, LIDCAM_HOME=self.path("home"))
+        with subprocess.Popen([LIDCAM, "stream", "--fast", "-o", "-"], stdout=subprocess.PIPE,
+                              stderr=subprocess.PIPE, env=environment) as process:
+            process.stdout.read(1000)
+            process.stdout.close()
+            error = process.stderr.read().decode()
+            self.assertEqual(process.wait(timeout=60), 1)
+        self.assertIn("standard output can't be written: Broken pipe", error)
+
+    def test_an_interrupt_ends_in_order_and_keeps_the_frames(self):
+        environment = dict(os.environ, LIDCAM_HOME=self.path("home"))
+        file = self.path("clip.y4m")
+        with subprocess.Popen([LIDCAM, "stream", "-o", file], stderr=subprocess.PIPE,
+                              env=environment) as process:
+            try:
+                process.wait(timeout=1.5)
+            except subprocess.TimeoutExpired:
+                pass
+            process.send_signal(signal.SIGINT)
+            summary = process.stderr.read().decode()
+            self.assertEqual(process.wait(timeout=60), 0, summary)
+        self.assertIn("frames good", summary)
+        self.assertGreater(os.path.getsize(file), 614400)
+
+    def test_the_summary_in_json_counts_frames(self):
+        answer = json.loads(self.lidcam("stream", "--fast", "--frames", "4", "--json"))
+        self.assertEqual(answer["identity"], "1af0:0511")
+        self.assertEqual(answer["sensor"], "VGA0708")
+        self.assertEqual(answer["size"], "640x480")
+        self.assertEqual(answer["frames"]["good"], 4)
+        self.assertEqual(answer["frames"]["bad"], 0)
+
+    def test_the_trace_names_register_accesses_and_frame_ends(self):
+        result = self.run_lidcam("stream", "--fast", "--frames", "1", "--trace")
+        lines = result.stderr.decode().split("\n")
+        self.assertIn("bus  read  sensor FF02 -> 15", lines)
+        self.assertTrue(any(line.startswith("frame end bytes=614466 expected=614466 good")
+                            for line in lines))
+
+    def test_every_identity_and_sensor_streams(self):
+        cameras = json.loads(self.lidcam("list", "--json"))
+        self.assertEqual(len(cameras), 7)
+        for camera in cameras:
+            for sensor in camera["sensors"]:
+                # The first has no frame size. The second is taken for another sensor: 0x1B17:0x6111
+                # tells only two of its four apart.
+                if (camera["identity"], sensor) in (("1b17:6100", "Reserved3"),
+                                                    ("1b17:6111", "VGA7648")):
+                    continue
+                answer = json.loads(self.lidcam("stream", "--fast", "--frames", "2", "--json",
+                                                "--camera", f"{camera['camera']},sensor={sensor}"))
+                self.assertEqual(answer["frames"]["good"], 2, camera)
+
+    def test_ffprobe_reads_the_y4m(self):
+        if shutil.which("ffprobe") is None:
+            self.skipTest("no ffprobe here")
+        file = self.path("clip.y4m")
+        self.lidcam("stream", "--fast", "--frames", "5", "-o", file)
+        probe = subprocess.run(
+            ["ffprobe", "-v", "error", "-count_frames", "-show_entries",
+             "stream=width,height,pix_fmt,nb_read_frames", "-of", "csv=p=0", file],
+            capture_output=True, text=True, check=True)
+        self.assertEqual(probe.stdout.strip(), "640,480,yuv422p,5")
+        self.assertEqual(probe.stderr, "")
+
+
+class SizesTest(CommandLineTest):
+    def test_every_size_is_delivered_and_told_with_its_raw_size(self):
+        for size, raw in SIZES.items():
+            width, height = map(int, size.split("x"))
+            file = self.path(f"{size}.y4m")
+            answer = json.loads(self.lidcam("stream", "--fast", "--size", size, "--frames", "2",
+                                            "--json", "-o", file))
+            self.assertEqual((answer["size"], answer["rawSize"]), (size, raw))
+            self.assertEqual(answer["frames"]["good"], 2)
+            with open(file, "rb") as stream:
+                header, rest = stream.read().split(b"\n", 1)
+            self.assertTrue(header.startswith(f"YUV4MPEG2 W{width} H{height} ".encode()), header)
+            self.assertEqual(len(rest), 2 * (len(b"FRAME\n") + 2 * width * height))
+
+    def test_a_picture_has_the_delivered_size(self):
+        self.lidcam("stream", "--fast", "--size", "176x144", "--frames", "1", "-o",
+                    self.path("card.png"))
+        with open(self.path("card-0001.png"), "rb") as file:
+            self.assertEqual(struct.unpack(">II", file.read(24)[16:24]), (176, 144))
+
+    def test_the_summary_tells_both_sizes(self):
+        result = self.run_lidcam("stream", "--fast", "--size", "352x288", "--frames", "1")
+        self.assertIn("352x288 (raw 640x480)", result.stderr.decode())
+
+    def test_the_short_configuration_serves_every_size(self):
+        for size in SIZES:
+            answer = json.loads(self.lidcam("stream", "--fast", "--frames", "1", "--json", "--size",
+                                            size, "--camera", "sim,config=short"))
+            self.assertEqual((answer["size"], answer["rawSize"]), (size, "160x120"))
+            self.assertEqual(answer["frames"]["good"], 1)
+
+    def test_a_raw_size_can_be_asked_for(self):
+        answer = json.loads(self.lidcam("stream", "--fast", "--frames", "1", "--json",
+                                        "--raw-size", "160x120"))
+        self.assertEqual((answer["size"], answer["rawSize"]), ("640x480", "160x120"))
+
+    def test_sizes_that_there_are_not_are_listed_or_explained(self):
+        for arguments, status, words in (
+                (("--size", "720x576"), 2,
+                 ("720x576", "640x480, 352x288, 320x240, 176x144 or 160x120")),
+                (("--raw-size", "352x288"), 2, ("352x288", "640x480, 320x240 or 160x120")),
+                (("--raw-size", "640x480", "--size", "320x240"), 1, ("640x480", "320x240")),
+                (("--raw-size", "320x240", "--camera", "sim,config=short"), 1,
+                 ("320x240", "160x120 only"))):
+            self.assert_one_line_error(self.run_lidcam("stream", "--fast", *arguments), status,
+                                       *words)
+
+    def test_a_recording_replays_in_any_size_from_its_own(self):
+        capture = self.path("bus.pcap")
+        for recorded, raw in (("176x144", "320x240"), ("640x480", "640x480")):
+            self.lidcam("record", "--fast", "--size", recorded, "--frames", "3", "-o", capture)
+            answer = json.loads(self.lidcam("replay", capture, "--json"))
+            self.assertEqual((answer["size"], answer["rawSize"]), (raw, raw))
+            live = self.path("live.yuy2")
+            self.lidcam("stream", "--fast", "--size", recorded, "--frames", "3", "-o", live)
+            for size in SIZES:
+                replayed = self.path("replayed.yuy2")
+                answer = json.loads(self.lidcam("replay", capture, "--size", size, "--json", "-o",
+                                                replayed))
+                self.assertEqual((answer["size"], answer["rawSize"]), (size, raw))
+                self.assertEqual(answer["frames"]["good"], 3)
+                if size == recorded:
+                    with open(live, "rb") as one, open(replayed, "rb") as other:
+                        self.assertEqual(one.read() == other.read(), True, recorded)
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=1)

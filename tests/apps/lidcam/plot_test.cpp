@@ -1,0 +1,170 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "apps/lidcam/command_error.h"
+#include "apps/lidcam/frame_log.h"
+#include "apps/lidcam/plot/frame_log_reader.h"
+#include "apps/lidcam/plot/loop_plot.h"
+#include "apps/lidcam/plot/svg_drawing.h"
+
+namespace lidcam::app {
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+const std::string kHeader = std::string(kFrameLogHeader) + "\n";
+const std::string kGoodRow = "1,0.064,104,3,29,3,1,156,522,Normal,Normal,1,0,0,300\n";
+
+std::vector<FrameRow> Read(const std::string& text) {
+  std::istringstream input(text);
+  return ReadFrameLog(input, "frames.csv");
+}
+
+TEST(FrameLogReader, ReadsBackWhatTheLogWrote) {
+  std::vector<FrameRow> rows;
+  for (std::uint64_t frame = 1; frame <= 5; ++frame) {
+    rows.push_back({.Frame = frame,
+                    .Seconds = static_cast<double>(frame) / 8,
+                    .Luma = 255,
+                    .Level = 20,
+                    .Index = 80,
+                    .Exposure = 20,
+                    .CoarseGain = 3,
+                    .FineGain = 192,
+                    .Lines = 3480,
+                    .State = static_cast<std::uint32_t>(frame % 4),
+                    .Mode = static_cast<std::uint32_t>(frame % 3),
+                    .Events = {.Steps = 1, .Commits = 2, .Refused = 4},
+                    .Lux = frame == 3 ? std::nullopt : std::optional(0.1)});
+  }
+  std::string text = kHeader;
+  for (const FrameRow& row : rows) text += ToCsv(row) + "\n";
+  EXPECT_EQ(Read(text), rows);
+}
+
+TEST(FrameLogReader, LinesMayEndAsOnWindows) {
+  EXPECT_EQ(Read(std::string(kFrameLogHeader) + "\r\n" + kGoodRow.substr(0, kGoodRow.size() - 1) +
+                 "\r\n"),
+            Read(kHeader + kGoodRow));
+}
+
+struct BadLog {
+  std::string Text;
+  std::string Place;
+  std::string Reason;
+};
+
+TEST(FrameLogReader, NamesTheLineAndTheReasonOfAnError) {
+  const std::string second = "2,0.1,104,3,29,3,1,156,522,Normal,Normal,1,0,0,300\n";
+  const std::vector<BadLog> logs = {
+      {"", "line 1", "empty"},
+      {"time,luma\n", "line 1", "header is 'time,luma'"},
+      {kHeader, "line 1", "no frame"},
+      {kHeader + "1,2,3\n", "line 2", "3 fields in place of 15"},
+      {kHeader + kGoodRow + "\n", "line 3", "1 fields in place of 15"},
+      {kHeader + kGoodRow + kGoodRow, "line 3", "frame 1 does not come after frame 1"},
+      {kHeader + second + "3,0.05,104,3,29,3,1,156,522,Normal,Normal,1,0,0,300\n", "line 3",
+       "earlier"},
+      {kHeader + "1,0.064,256,3,29,3,1,156,522,Normal,Normal,1,0,0,300\n", "line 2",
+       "luma '256' is no number from 0 to 255"},
+      {kHeader + "1,0.064,104,3,-1,3,1,156,522,Normal,Normal,1,0,0,300\n", "line 2",
+       "index '-1' is no number from 0 to 80"},
+      {kHeader + "1,0.064,104,3,29,3x,1,156,522,Normal,Normal,1,0,0,300\n", "line 2",
+       "exposure '3x'"},
+      {kHeader + "1,nan,104,3,29,3,1,156,522,Normal,Normal,1,0,0,300\n", "line 2", "time_s 'nan'"},
+      {kHeader + "1,0.064,104,3,29,3,1,156,522,Twilight,Normal,1,0,0,300\n", "line 2",
+       "light_state 'Twilight' is none of Normal, LowLight, Initial, Dummy"},
+      {kHeader + "1,0.064,104,3,29,3,1,156,522,Normal,Initial,1,0,0,300\n", "line 2",
+       "light_mode 'Initial'"},
+      {kHeader + "1,0.064,104,3,29,3,1,156,522,Normal,Normal,1,0,0,dark\n", "line 2", "lux 'dark'"},
+  };
+  for (const BadLog& log : logs) {
+    try {
+      (void)Read(log.Text);
+      ADD_FAILURE() << log.Reason;
+    } catch (const CommandError& error) {
+      EXPECT_THAT(error.what(), HasSubstr("frames.csv"));
+      EXPECT_THAT(error.what(), HasSubstr(log.Place));
+      EXPECT_THAT(error.what(), HasSubstr(log.Reason));
+    }
+  }
+}
+
+TEST(FrameLogReader, AMissingFileIsNamed) {
+  EXPECT_THROW((void)ReadFrameLog("/no/such/frames.csv"), CommandError);
+  EXPECT_THROW((void)ReadFrameLog("/"), CommandError);
+}
+
+std::size_t CountOf(const std::string& text, const std::string& part) {
+  std::size_t count = 0;
+  for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) {
+    ++count;
+  }
+  return count;
+}
+
+std::vector<FrameRow> TwoStates() {
+  return Read(kHeader + kGoodRow + "2,1,30,3,53,7,3,134,1218,Normal,Normal,1,1,0,5\n" +
+              "3,2,41,3,53,7,3,134,1218,Dummy,Dummy,0,0,2,5\n" +
+              "4,3,41,3,50,6,3,134,1044,Dummy,Dummy,1,0,0,5\n");
+}
+
+TEST(LoopPlot, EqualLogsGiveEqualBytes) {
+  EXPECT_EQ(DrawLoopPlot(TwoStates(), "Loop"), DrawLoopPlot(TwoStates(), "Loop"));
+}
+
+// The first frame leaves Initial and steps down from the index of a new camera, 30.
+TEST(LoopPlot, CountsEveryEventInItsHeading) {
+  EXPECT_THAT(DrawLoopPlot(TwoStates(), "Loop"),
+              HasSubstr("4 frames in 3 s: 3 steps, 2 transitions, 1 commit, 1 frame with refused "
+                        "writes"));
+}
+
+TEST(LoopPlot, DrawsOneMarkForEachEvent) {
+  const std::string drawing = DrawLoopPlot(TwoStates(), "Loop");
+  // Diamonds of two transitions, a triangle for each of three steps; the light's circle.
+  EXPECT_EQ(CountOf(drawing, "<polygon"), 5U);
+  EXPECT_EQ(CountOf(drawing, "<circle"), 1U);
+  EXPECT_EQ(CountOf(drawing, "stroke=\"#b00020\""), 2U) << "the two strokes of a cross";
+}
+
+TEST(LoopPlot, NamesAxesAndStates) {
+  const std::string drawing = DrawLoopPlot(TwoStates(), "A <dark> room");
+  for (const char* text :
+       {">luminance<", ">exposure (periods)<", ">index<", ">fine gain<", ">coarse gain<",
+        ">light (lx)<", ">Normal<", ">Dummy<", ">5 lx<", ">80 to 96<",
+        "time since the stream's start (s)", "A &lt;dark&gt; room"}) {
+    EXPECT_THAT(drawing, HasSubstr(text));
+  }
+}
+
+TEST(LoopPlot, ACameraOfGlassHasNoLightPanel) {
+  const std::string drawing =
+      DrawLoopPlot(Read(kHeader + "1,0.064,104,3,29,3,1,156,522,Normal,Normal,1,0,0,\n"), "Loop");
+  EXPECT_THAT(drawing, Not(HasSubstr("light (lx)")));
+}
+
+TEST(LoopPlot, OneFrameAtTheVeryStartIsDrawnWithoutInfinities) {
+  const std::string drawing =
+      DrawLoopPlot(Read(kHeader + "1,0,104,3,29,3,1,156,522,Normal,Normal,1,0,0,0\n"), "Loop");
+  for (const char* before : {"\"", "-", ",", " "}) {
+    EXPECT_EQ(CountOf(drawing, std::string(before) + "nan"), 0U);
+    EXPECT_EQ(CountOf(drawing, std::string(before) + "inf"), 0U);
+  }
+}
+
+TEST(SvgNumber, HasAtMostTwoDecimals) {
+  EXPECT_EQ(SvgNumber(0), "0");
+  EXPECT_EQ(SvgNumber(-0.001), "0");
+  EXPECT_EQ(SvgNumber(1.5), "1.5");
+  EXPECT_EQ(SvgNumber(100), "100");
+  EXPECT_EQ(SvgNumber(2.0 / 3), "0.67");
+}
+
+}  // namespace
+}  // namespace lidcam::app
