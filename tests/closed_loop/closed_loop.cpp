@@ -1,0 +1,74 @@
+#include "tests/closed_loop/closed_loop.h"
+
+#include <stdlib.h>
+
+#include <stdexcept>
+#include <utility>
+
+#include "apps/lidcam/control_table.h"
+#include "apps/lidcam/host_environment.h"
+#include "driver/exposure/auto_exposure.h"
+#include "driver/exposure/frame_exposure_control.h"
+#include "driver/exposure/light_state.h"
+
+namespace lidcam::app {
+namespace {
+
+bus::SimulatedBusOptions BusFor(const LoopSetup& setup) {
+  bus::SimulatedBusOptions options;
+  options.Camera.Light.MainsRate = 2 * setup.MainsHertz;
+  options.Camera.Light.Schedule = setup.Light;
+  options.Camera.View = setup.View;
+  return options;
+}
+
+}  // namespace
+
+LoopEnvironment::LoopEnvironment() {
+  std::string name = (std::filesystem::temp_directory_path() / "lidcam-loop-XXXXXX").string();
+  if (mkdtemp(name.data()) == nullptr) throw std::runtime_error("no temporary folder");
+  folder_ = name;
+  setenv("LIDCAM_HOME", folder_.c_str(), 1);
+  OpenHostEnvironment({}, SetFiles::OfSimulatedCameras);
+}
+
+LoopEnvironment::~LoopEnvironment() {
+  DetachSettings();
+  unsetenv("LIDCAM_HOME");
+  std::filesystem::remove_all(folder_);
+}
+
+void ResetSharedExposureState() {
+  AeHoldOff = 0;
+  AeIndex = 30;
+  AeOutput.Exposure = 0;
+  AeOutput.CoarseGain = 0;
+  AeOutput.FineGain = 0;
+  AeRatio = 0;
+  AppliedExposureLines = 0;
+  LastWrittenExposure = 0;
+  AeLightMode = 0;
+  LightMode = 0;
+}
+
+ClosedLoop::ClosedLoop(const LoopSetup& setup, PictureHandler pictures)
+    : setup_(setup), pictures_(std::move(pictures)), bus_(BusFor(setup)), camera_(bus_) {
+  Apply(camera_.Context(), ParseAssignment("Flicker=" + std::to_string(setup.Flicker)));
+  if (setup.StartIndex) AeIndex = *setup.StartIndex;
+  stream_ = std::make_unique<NativeStream>(camera_,
+                                           StreamSize{.Delivered = setup.Size, .Raw = setup.Size},
+                                           [this](const DeliveredFrame& frame) { Take(frame); });
+}
+
+void ClosedLoop::Take(const DeliveredFrame& frame) {
+  rows_.push_back(ReadFrameRow(camera_.Context(), frame, rows_.size() + 1, events_.OfNewestFrame(),
+                               setup_.Light));
+  if (pictures_) pictures_(frame);
+}
+
+void ClosedLoop::RunFrames(std::size_t count) {
+  const std::size_t wanted = rows_.size() + count;
+  while (rows_.size() < wanted) stream_->ReadTransfer();
+}
+
+}  // namespace lidcam::app

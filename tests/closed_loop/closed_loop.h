@@ -1,0 +1,80 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "apps/lidcam/core_camera.h"
+#include "apps/lidcam/frame_log.h"
+#include "apps/lidcam/native_stream.h"
+#include "bus/simulated/simulated_bus.h"
+#include "simulator/light_schedule.h"
+#include "simulator/scene.h"
+
+namespace lidcam::app {
+
+/// The driver's platform on a new folder of its own, with the simulated cameras' set files and no
+/// settings yet: every control has its default. The folder goes when this goes.
+class LoopEnvironment {
+ public:
+  LoopEnvironment();
+  LoopEnvironment(const LoopEnvironment&) = delete;
+  LoopEnvironment& operator=(const LoopEnvironment&) = delete;
+  ~LoopEnvironment();
+
+ private:
+  std::filesystem::path folder_;
+};
+
+/// Sets what the cameras share to the values it has when the system is loaded: nothing else undoes
+/// what earlier streams of this process left there.
+void ResetSharedExposureState();
+
+/// Camera and light of a run.
+struct LoopSetup {
+  simulator::LightSchedule Light;            ///< empty: a lit office
+  unsigned MainsHertz = 50;                  ///< 50, 60, or 0 for steady light
+  std::int32_t Flicker = 1;                  ///< the control: 1 matches 50 Hz, 2 matches 60 Hz
+  std::optional<std::int32_t> StartIndex{};  ///< nothing: what is in force
+  PictureSize Size{160, 120};
+  std::shared_ptr<simulator::Scene> View{};  ///< null: the test card
+};
+
+/// The control value that matches the mains.
+[[nodiscard]] inline std::int32_t MatchingFlicker(unsigned hertz) {
+  return hertz == 60 ? 2 : 1;
+}
+
+/// A simulated camera of the kind whose exposure the host steers, and a stream from it, frame by
+/// frame in bus time that stands still between the reads.
+class ClosedLoop {
+ public:
+  using PictureHandler = std::function<void(const DeliveredFrame& frame)>;
+
+  /// @param pictures  sees every delivered frame; may be empty
+  explicit ClosedLoop(const LoopSetup& setup, PictureHandler pictures = {});
+
+  /// Reads until `count` more frames have been delivered.
+  void RunFrames(std::size_t count);
+
+  /// All frames so far.
+  [[nodiscard]] const std::vector<FrameRow>& Rows() const { return rows_; }
+  [[nodiscard]] CameraContext& Context() { return camera_.Context(); }
+
+ private:
+  void Take(const DeliveredFrame& frame);
+
+  LoopSetup setup_;
+  PictureHandler pictures_;
+  bus::SimulatedBus bus_;
+  CoreCamera camera_;
+  ExposureEventCounter events_;
+  std::vector<FrameRow> rows_;
+  std::unique_ptr<NativeStream> stream_;
+};
+
+}  // namespace lidcam::app
