@@ -27,7 +27,7 @@ class PairedTiming {
     state.SetIterationTime(subjectTimes_.back());
   }
 
-  /// Sets the counters "GBps", "memcpy_GBps", "ratio" (time over the reference's time) and "goal",
+  /// Sets the counters "GBps", "reference_GBps", "ratio" (time over the reference's time) and "goal",
   /// the ratio not to be exceeded, or 0 if there is none.
   void Report(benchmark::State& state, double goal);
 

@@ -12,7 +12,7 @@ namespace {
 
 constexpr std::string_view kForm =
     "sim[:vid:pid[,sensor=NAME][,config=long|short][,seed=N][,scene=FILE][,mains=50Hz|60Hz]"
-    "[,light=STEPS]]";
+    "[,light=LIGHT@TIME;...]]";
 
 [[noreturn]] void Refuse(std::string_view text, const std::string& reason) {
   throw std::invalid_argument("camera \"" + std::string(text) + "\": " + reason);
