@@ -20,6 +20,8 @@ std::string_view ToString(UsbStatus status) {
       return "end of capture";
     case UsbStatus::NotRecorded:
       return "not recorded";
+    case UsbStatus::Silent:
+      return "silent";
     case UsbStatus::Failed:
       return "failed";
   }

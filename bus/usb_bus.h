@@ -18,6 +18,7 @@ enum class UsbStatus {
   Aborted,       ///< taken back by the host
   EndOfCapture,  ///< a recorded bus has nothing more to give
   NotRecorded,   ///< a recorded bus never saw this request
+  Silent,        ///< the device was asked and never answers: the request is the caller's to give up
   Failed,        ///< any other failure on the wire
 };
 

@@ -6,6 +6,8 @@ target_compile_options(lidcam_kernel_code INTERFACE
   -fno-strict-aliasing -fno-common -fno-ident -ffunction-sections -fdata-sections
   -fno-tree-loop-distribute-patterns -mno-stack-arg-probe -fstack-protector-strong
   -fcf-protection=none -fno-omit-frame-pointer -fshort-wchar
+  # The processor block that the platform's headers read lies at a small offset of a segment.
+  --param=min-pagesize=0
   -Werror=frame-larger-than=1024 -Werror=vla)
 target_compile_definitions(lidcam_kernel_code INTERFACE
   _WIN32_WINNT=0x0601 NTDDI_VERSION=0x06010000 _KERNEL_MODE=1)
@@ -27,3 +29,11 @@ endif()
 find_path(LIDCAM_KERNEL_HEADERS ntddk.h
   PATHS "/usr/${LIDCAM_KERNEL_TRIPLE}/include/ddk" REQUIRED NO_DEFAULT_PATH)
 target_include_directories(lidcam_kernel_code SYSTEM INTERFACE "${LIDCAM_KERNEL_HEADERS}")
+
+# The streaming header of mingw-w64 leaves the calling convention of the platform's callback types
+# out, which matters on x86: a copy with it comes before the original.
+file(READ "/usr/${LIDCAM_KERNEL_TRIPLE}/include/ks.h" streaming_header)
+string(REGEX REPLACE "\\([ ]*\\*[ ]*PFN" "(NTAPI *PFN" streaming_header "${streaming_header}")
+file(CONFIGURE OUTPUT "${CMAKE_BINARY_DIR}/kernel_headers/ks.h" CONTENT "${streaming_header}" @ONLY)
+target_include_directories(lidcam_kernel_code SYSTEM BEFORE INTERFACE
+  "${CMAKE_BINARY_DIR}/kernel_headers")

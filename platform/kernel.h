@@ -13,7 +13,30 @@
 #define __INTRINSIC_DEFINED_InterlockedBitTestAndSet
 #define __INTRINSIC_DEFINED_InterlockedBitTestAndReset
 
+#if !defined(NOMINMAX)
+#define NOMINMAX
+#endif
 #include <ntddk.h>
+#include <windef.h>
+
+// The streaming headers declare a clock's interface only behind the one that all interfaces derive
+// from, whose header expects these three.
+#if !defined(DECLSPEC_NOVTABLE)
+#define DECLSPEC_NOVTABLE
+#endif
+#if !defined(DECLSPEC_NOTHROW)
+#define DECLSPEC_NOTHROW __declspec(nothrow)
+#endif
+#include <unknown.h>
+using TCHAR = WCHAR;
+#include <ks.h>
+#include <ksmedia.h>
+
+extern "C" {
+#include <usb.h>
+#include <usbdlib.h>
+#include <usbioctl.h>
+}
 
 #if defined(_WIN64)
 // The platform's headers give these inline: there is nothing to do where the system keeps every
@@ -31,7 +54,10 @@ inline NTSTATUS KeRestoreFloatingPointState(PKFLOATING_SAVE) {
 
 #else
 
+#include "platform/host/ks/ks_declarations.h"
 #include "platform/host/nt/nt_declarations.h"
+#include "platform/host/nt/pnp_declarations.h"
+#include "platform/host/usbd/usb_declarations.h"
 
 /// A wide string literal of the platform's character type: 16 bits, whatever wchar_t is here.
 #define KERNEL_TEXT(text) u##text

@@ -66,11 +66,181 @@ static_assert(offsetof(OBJECT_ATTRIBUTES, Attributes) == BitsDependent(12, 24));
 static_assert(sizeof(IO_STATUS_BLOCK) == BitsDependent(8, 16));
 static_assert(offsetof(IO_STATUS_BLOCK, Information) == BitsDependent(4, 8));
 
+static_assert(sizeof(IRP) == BitsDependent(112, 208));
+static_assert(offsetof(IRP, MdlAddress) == BitsDependent(4, 8));
+static_assert(offsetof(IRP, Flags) == BitsDependent(8, 16));
+static_assert(offsetof(IRP, AssociatedIrp) == BitsDependent(12, 24));
+static_assert(offsetof(IRP, ThreadListEntry) == BitsDependent(16, 32));
+static_assert(offsetof(IRP, IoStatus) == BitsDependent(24, 48));
+static_assert(offsetof(IRP, RequestorMode) == BitsDependent(32, 64));
+static_assert(offsetof(IRP, PendingReturned) == BitsDependent(33, 65));
+static_assert(offsetof(IRP, StackCount) == BitsDependent(34, 66));
+static_assert(offsetof(IRP, CurrentLocation) == BitsDependent(35, 67));
+static_assert(offsetof(IRP, Cancel) == BitsDependent(36, 68));
+static_assert(offsetof(IRP, CancelIrql) == BitsDependent(37, 69));
+static_assert(offsetof(IRP, AllocationFlags) == BitsDependent(39, 71));
+static_assert(offsetof(IRP, UserIosb) == BitsDependent(40, 72));
+static_assert(offsetof(IRP, UserEvent) == BitsDependent(44, 80));
+static_assert(offsetof(IRP, Overlay) == BitsDependent(48, 88));
+static_assert(offsetof(IRP, CancelRoutine) == BitsDependent(56, 104));
+static_assert(offsetof(IRP, UserBuffer) == BitsDependent(60, 112));
+static_assert(offsetof(IRP, Tail.Overlay.DriverContext) == BitsDependent(64, 120));
+static_assert(offsetof(IRP, Tail.Overlay.Thread) == BitsDependent(80, 152));
+static_assert(offsetof(IRP, Tail.Overlay.ListEntry) == BitsDependent(88, 168));
+static_assert(offsetof(IRP, Tail.Overlay.CurrentStackLocation) == BitsDependent(96, 184));
+static_assert(offsetof(IRP, Tail.Overlay.OriginalFileObject) == BitsDependent(100, 192));
+static_assert(sizeof(KAPC) == BitsDependent(48, 88));
+
+static_assert(sizeof(IO_STACK_LOCATION) == BitsDependent(36, 72));
+static_assert(offsetof(IO_STACK_LOCATION, Control) == 3);
+static_assert(offsetof(IO_STACK_LOCATION, Parameters) == BitsDependent(4, 8));
+static_assert(offsetof(IO_STACK_LOCATION, Parameters.Others.Argument1) == BitsDependent(4, 8));
+static_assert(offsetof(IO_STACK_LOCATION, Parameters.Others.Argument4) == BitsDependent(16, 32));
+static_assert(offsetof(IO_STACK_LOCATION, Parameters.DeviceIoControl.InputBufferLength) ==
+              BitsDependent(8, 16));
+static_assert(offsetof(IO_STACK_LOCATION, Parameters.DeviceIoControl.IoControlCode) ==
+              BitsDependent(12, 24));
+static_assert(offsetof(IO_STACK_LOCATION, Parameters.DeviceIoControl.Type3InputBuffer) ==
+              BitsDependent(16, 32));
+static_assert(offsetof(IO_STACK_LOCATION, Parameters.Read.ByteOffset) == BitsDependent(12, 24));
+static_assert(offsetof(IO_STACK_LOCATION, DeviceObject) == BitsDependent(20, 40));
+static_assert(offsetof(IO_STACK_LOCATION, FileObject) == BitsDependent(24, 48));
+static_assert(offsetof(IO_STACK_LOCATION, CompletionRoutine) == BitsDependent(28, 56));
+static_assert(offsetof(IO_STACK_LOCATION, Context) == BitsDependent(32, 64));
+
+static_assert(offsetof(DEVICE_OBJECT, ReferenceCount) == 4);
+static_assert(offsetof(DEVICE_OBJECT, DriverObject) == 8);
+static_assert(offsetof(DEVICE_OBJECT, NextDevice) == BitsDependent(12, 16));
+static_assert(offsetof(DEVICE_OBJECT, AttachedDevice) == BitsDependent(16, 24));
+static_assert(offsetof(DEVICE_OBJECT, Flags) == BitsDependent(28, 48));
+static_assert(offsetof(DEVICE_OBJECT, Characteristics) == BitsDependent(32, 52));
+static_assert(offsetof(DEVICE_OBJECT, DeviceExtension) == BitsDependent(40, 64));
+static_assert(offsetof(DEVICE_OBJECT, DeviceType) == BitsDependent(44, 72));
+static_assert(offsetof(DEVICE_OBJECT, StackSize) == BitsDependent(48, 76));
+static_assert(offsetof(DEVICE_OBJECT, Queue) == BitsDependent(52, 80));
+static_assert(offsetof(DEVICE_OBJECT, AlignmentRequirement) == BitsDependent(92, 152));
+static_assert(offsetof(DEVICE_OBJECT, DeviceQueue) == BitsDependent(96, 160));
+static_assert(offsetof(DEVICE_OBJECT, Dpc) == BitsDependent(116, 200));
+static_assert(offsetof(DEVICE_OBJECT, SecurityDescriptor) == BitsDependent(152, 272));
+static_assert(offsetof(DEVICE_OBJECT, DeviceLock) == BitsDependent(156, 280));
+static_assert(offsetof(DEVICE_OBJECT, DeviceObjectExtension) == BitsDependent(176, 312));
+// Its last member: headers differ in what they pad the end to, and only the platform makes one.
+static_assert(offsetof(DEVICE_OBJECT, Reserved) == BitsDependent(180, 320));
+
+static_assert(sizeof(DRIVER_OBJECT) == BitsDependent(168, 336));
+static_assert(offsetof(DRIVER_OBJECT, DeviceObject) == BitsDependent(4, 8));
+static_assert(offsetof(DRIVER_OBJECT, DriverExtension) == BitsDependent(24, 48));
+static_assert(offsetof(DRIVER_OBJECT, DriverName) == BitsDependent(28, 56));
+static_assert(offsetof(DRIVER_OBJECT, DriverInit) == BitsDependent(44, 88));
+static_assert(offsetof(DRIVER_OBJECT, DriverUnload) == BitsDependent(52, 104));
+static_assert(offsetof(DRIVER_OBJECT, MajorFunction) == BitsDependent(56, 112));
+static_assert(offsetof(DRIVER_EXTENSION, AddDevice) == BitsDependent(4, 8));
+
+static_assert(IRP_MJ_CREATE == 0 && IRP_MJ_CLOSE == 2 && IRP_MJ_READ == 3 && IRP_MJ_WRITE == 4);
+static_assert(IRP_MJ_DEVICE_CONTROL == 14 && IRP_MJ_INTERNAL_DEVICE_CONTROL == 15);
+static_assert(IRP_MJ_POWER == 22 && IRP_MJ_SYSTEM_CONTROL == 23 && IRP_MJ_PNP == 27);
+static_assert(IRP_MJ_MAXIMUM_FUNCTION == 27);
+static_assert(SL_PENDING_RETURNED == 0x01 && SL_ERROR_RETURNED == 0x02);
+static_assert(SL_INVOKE_ON_CANCEL == 0x20 && SL_INVOKE_ON_SUCCESS == 0x40);
+static_assert(SL_INVOKE_ON_ERROR == 0x80);
+static_assert(IO_TYPE_DEVICE == 3 && IO_TYPE_DRIVER == 4 && IO_TYPE_IRP == 6);
+static_assert(DO_DEVICE_INITIALIZING == 0x80 && DO_POWER_PAGABLE == 0x2000);
+static_assert(CTL_CODE(FILE_DEVICE_UNKNOWN, 0, METHOD_NEITHER, FILE_ANY_ACCESS) == 0x220003);
+
 static_assert(sizeof(KEY_VALUE_FULL_INFORMATION) == 24);
 static_assert(offsetof(KEY_VALUE_FULL_INFORMATION, DataOffset) == 8);
 static_assert(offsetof(KEY_VALUE_FULL_INFORMATION, DataLength) == 12);
 static_assert(offsetof(KEY_VALUE_FULL_INFORMATION, NameLength) == 16);
 static_assert(offsetof(KEY_VALUE_FULL_INFORMATION, Name) == 20);
+
+// USB: URBs and what stands in them.
+static_assert(sizeof(USB_DEVICE_DESCRIPTOR) == 18);
+static_assert(offsetof(USB_DEVICE_DESCRIPTOR, idVendor) == 8);
+static_assert(sizeof(USB_CONFIGURATION_DESCRIPTOR) == 9);
+static_assert(offsetof(USB_CONFIGURATION_DESCRIPTOR, wTotalLength) == 2);
+static_assert(sizeof(USB_INTERFACE_DESCRIPTOR) == 9);
+static_assert(sizeof(USB_ENDPOINT_DESCRIPTOR) == 7);
+static_assert(offsetof(USB_ENDPOINT_DESCRIPTOR, wMaxPacketSize) == 4);
+static_assert(sizeof(USBD_PIPE_INFORMATION) == BitsDependent(20, 24));
+static_assert(offsetof(USBD_PIPE_INFORMATION, PipeType) == 4);
+static_assert(offsetof(USBD_PIPE_INFORMATION, PipeHandle) == 8);
+static_assert(offsetof(USBD_PIPE_INFORMATION, MaximumTransferSize) == BitsDependent(12, 16));
+static_assert(sizeof(USBD_INTERFACE_INFORMATION) == BitsDependent(36, 48));
+static_assert(offsetof(USBD_INTERFACE_INFORMATION, AlternateSetting) == 3);
+static_assert(offsetof(USBD_INTERFACE_INFORMATION, NumberOfPipes) == BitsDependent(12, 16));
+static_assert(offsetof(USBD_INTERFACE_INFORMATION, Pipes) == BitsDependent(16, 24));
+static_assert(sizeof(USBD_INTERFACE_LIST_ENTRY) == BitsDependent(8, 16));
+static_assert(sizeof(struct _URB_HEADER) == BitsDependent(16, 24));
+static_assert(offsetof(struct _URB_HEADER, Function) == 2);
+static_assert(offsetof(struct _URB_HEADER, Status) == 4);
+static_assert(sizeof(struct _URB_CONTROL_DESCRIPTOR_REQUEST) == BitsDependent(80, 136));
+static_assert(offsetof(struct _URB_CONTROL_DESCRIPTOR_REQUEST, Index) == BitsDependent(74, 130));
+static_assert(sizeof(struct _URB_CONTROL_VENDOR_OR_CLASS_REQUEST) == BitsDependent(80, 136));
+static_assert(offsetof(struct _URB_CONTROL_VENDOR_OR_CLASS_REQUEST, TransferFlags) ==
+              BitsDependent(20, 32));
+static_assert(offsetof(struct _URB_CONTROL_VENDOR_OR_CLASS_REQUEST, Request) ==
+              BitsDependent(73, 129));
+static_assert(sizeof(struct _URB_SELECT_INTERFACE) == BitsDependent(56, 80));
+static_assert(offsetof(struct _URB_SELECT_INTERFACE, Interface) == BitsDependent(20, 32));
+static_assert(sizeof(struct _URB_SELECT_CONFIGURATION) == BitsDependent(60, 88));
+static_assert(offsetof(struct _URB_SELECT_CONFIGURATION, Interface) == BitsDependent(24, 40));
+static_assert(sizeof(USBD_ISO_PACKET_DESCRIPTOR) == 12);
+static_assert(sizeof(struct _URB_ISOCH_TRANSFER) == BitsDependent(96, 152));
+static_assert(offsetof(struct _URB_ISOCH_TRANSFER, TransferFlags) == BitsDependent(20, 32));
+static_assert(offsetof(struct _URB_ISOCH_TRANSFER, TransferBuffer) == BitsDependent(28, 40));
+static_assert(offsetof(struct _URB_ISOCH_TRANSFER, StartFrame) == BitsDependent(72, 128));
+static_assert(offsetof(struct _URB_ISOCH_TRANSFER, IsoPacket) == BitsDependent(84, 140));
+static_assert(sizeof(struct _URB_BULK_OR_INTERRUPT_TRANSFER) == BitsDependent(72, 128));
+static_assert(sizeof(struct _URB_PIPE_REQUEST) == BitsDependent(24, 40));
+static_assert(offsetof(struct _URB_PIPE_REQUEST, PipeHandle) == BitsDependent(16, 24));
+static_assert(sizeof(struct _URB_GET_CURRENT_FRAME_NUMBER) == BitsDependent(20, 32));
+static_assert(offsetof(struct _URB_GET_CURRENT_FRAME_NUMBER, FrameNumber) == BitsDependent(16, 24));
+
+static_assert(URB_FUNCTION_SELECT_CONFIGURATION == 0 && URB_FUNCTION_SELECT_INTERFACE == 1);
+static_assert(URB_FUNCTION_ABORT_PIPE == 2 && URB_FUNCTION_GET_CURRENT_FRAME_NUMBER == 7);
+static_assert(URB_FUNCTION_BULK_OR_INTERRUPT_TRANSFER == 9);
+static_assert(URB_FUNCTION_ISOCH_TRANSFER == 0xA && URB_FUNCTION_GET_DESCRIPTOR_FROM_DEVICE == 0xB);
+static_assert(URB_FUNCTION_VENDOR_DEVICE == 0x17 && URB_FUNCTION_RESET_PIPE == 0x1E);
+static_assert(IOCTL_INTERNAL_USB_SUBMIT_URB == 0x220003);
+static_assert(USBD_TRANSFER_DIRECTION_IN == 1 && USBD_SHORT_TRANSFER_OK == 2 &&
+              USBD_START_ISO_TRANSFER_ASAP == 4);
+static_assert(USBD_ISO_START_FRAME_RANGE == 1024);
+static_assert(UsbdPipeTypeIsochronous == 1 && UsbdPipeTypeInterrupt == 3);
+static_assert(static_cast<ULONG>(USBD_STATUS_STALL_PID) == 0xC0000004);
+static_assert(static_cast<ULONG>(USBD_STATUS_DEV_NOT_RESPONDING) == 0xC0000005);
+static_assert(static_cast<ULONG>(USBD_STATUS_DATA_OVERRUN) == 0xC0000008);
+static_assert(static_cast<ULONG>(USBD_STATUS_NOT_ACCESSED) == 0xC000000F);
+static_assert(static_cast<ULONG>(USBD_STATUS_XACT_ERROR) == 0xC0000011);
+static_assert(static_cast<ULONG>(USBD_STATUS_BABBLE_DETECTED) == 0xC0000012);
+static_assert(static_cast<ULONG>(USBD_STATUS_INVALID_URB_FUNCTION) == 0x80000200);
+static_assert(static_cast<ULONG>(USBD_STATUS_INVALID_PARAMETER) == 0x80000300);
+static_assert(static_cast<ULONG>(USBD_STATUS_INVALID_PIPE_HANDLE) == 0x80000600);
+static_assert(static_cast<ULONG>(USBD_STATUS_NO_BANDWIDTH) == 0x80000700);
+static_assert(static_cast<ULONG>(USBD_STATUS_ERROR_SHORT_TRANSFER) == 0x80000900);
+static_assert(static_cast<ULONG>(USBD_STATUS_BAD_START_FRAME) == 0xC0000A00);
+static_assert(static_cast<ULONG>(USBD_STATUS_ISOCH_REQUEST_FAILED) == 0xC0000B00);
+static_assert(static_cast<ULONG>(USBD_STATUS_NOT_SUPPORTED) == 0xC0000E00);
+static_assert(static_cast<ULONG>(USBD_STATUS_INAVLID_CONFIGURATION_DESCRIPTOR) == 0xC0000F00);
+static_assert(static_cast<ULONG>(USBD_STATUS_BUFFER_TOO_SMALL) == 0xC0003000);
+static_assert(static_cast<ULONG>(USBD_STATUS_INTERFACE_NOT_FOUND) == 0xC0004000);
+static_assert(static_cast<ULONG>(USBD_STATUS_DEVICE_GONE) == 0xC0007000);
+static_assert(static_cast<ULONG>(USBD_STATUS_CANCELED) == 0xC0010000);
+static_assert(static_cast<ULONG>(USBD_STATUS_ISO_NOT_ACCESSED_LATE) == 0xC0050000);
+
+// Streaming: device, pin and formats.
+static_assert(sizeof(KSDATAFORMAT) == 64 && alignof(KSDATAFORMAT) == 8);
+static_assert(sizeof(KS_BITMAPINFOHEADER) == 40);
+static_assert(sizeof(KS_VIDEOINFOHEADER) == 88);
+static_assert(offsetof(KS_VIDEOINFOHEADER, AvgTimePerFrame) == 40);
+static_assert(sizeof(KS_DATAFORMAT_VIDEOINFOHEADER) == 152);
+static_assert(sizeof(KSDEVICE) == BitsDependent(36, 64));
+static_assert(offsetof(KSDEVICE, Bag) == BitsDependent(4, 8));
+static_assert(offsetof(KSDEVICE, FunctionalDeviceObject) == BitsDependent(12, 24));
+static_assert(offsetof(KSDEVICE, NextDeviceObject) == BitsDependent(20, 40));
+static_assert(sizeof(KSPIN) == BitsDependent(112, 136));
+static_assert(offsetof(KSPIN, Context) == BitsDependent(8, 16));
+static_assert(offsetof(KSPIN, ConnectionFormat) == BitsDependent(80, 96));
+static_assert(offsetof(KSPIN, DeviceState) == BitsDependent(96, 120));
 
 // Published values, as numbers: the driver's requests carry them.
 static_assert(NonPagedPool == 0);
@@ -102,5 +272,18 @@ static_assert(static_cast<ULONG>(STATUS_END_OF_FILE) == 0xC0000011);
 static_assert(static_cast<ULONG>(STATUS_BUFFER_TOO_SMALL) == 0xC0000023);
 static_assert(static_cast<ULONG>(STATUS_OBJECT_NAME_NOT_FOUND) == 0xC0000034);
 static_assert(static_cast<ULONG>(STATUS_INSUFFICIENT_RESOURCES) == 0xC000009A);
+static_assert(static_cast<ULONG>(STATUS_PENDING) == 0x00000103);
+static_assert(static_cast<ULONG>(STATUS_INVALID_DEVICE_REQUEST) == 0xC0000010);
+static_assert(static_cast<ULONG>(STATUS_MORE_PROCESSING_REQUIRED) == 0xC0000016);
+static_assert(static_cast<ULONG>(STATUS_CONTINUE_COMPLETION) == 0);
+static_assert(static_cast<ULONG>(STATUS_NO_SUCH_DEVICE) == 0xC000000E);
+static_assert(static_cast<ULONG>(STATUS_DELETE_PENDING) == 0xC0000056);
+static_assert(static_cast<ULONG>(STATUS_DEVICE_DATA_ERROR) == 0xC000009C);
+static_assert(static_cast<ULONG>(STATUS_DEVICE_NOT_CONNECTED) == 0xC000009D);
+static_assert(static_cast<ULONG>(STATUS_DEVICE_NOT_READY) == 0xC00000A3);
+static_assert(static_cast<ULONG>(STATUS_IO_TIMEOUT) == 0xC00000B5);
+static_assert(static_cast<ULONG>(STATUS_NOT_SUPPORTED) == 0xC00000BB);
+static_assert(static_cast<ULONG>(STATUS_CANCELLED) == 0xC0000120);
+static_assert(static_cast<ULONG>(STATUS_DEVICE_REMOVED) == 0xC00002B6);
 
 }  // namespace

@@ -59,7 +59,7 @@ Status RunRequest(bus::UsbBus& bus, std::uint8_t requestType, std::uint32_t requ
 // The head is where the settings store looks for the device; the bus is ours.
 struct CoreCamera::Transport {
   TransportRecordHead Head{};
-  DEVICE_OBJECT Device{};
+  host::HostDevice Device;
   bus::UsbBus* Bus = nullptr;
 
   static Status Write(void* context, std::uint32_t request, std::uint32_t index,

@@ -72,7 +72,7 @@ class RegistryCalls : public Status {
     return answer;
   }
 
-  DEVICE_OBJECT device_{host::ImagingDriverKey(0)};
+  host::HostDevice device_{host::ImagingDriverKey(0)};
   std::vector<HANDLE> handles_;
 };
 
@@ -96,7 +96,7 @@ TEST_F(RegistryCalls, WithoutARegistryNoKeyOpens) {
 
 TEST_F(RegistryCalls, NoDeviceAndOneThatIsNotInstalledHaveNoKey) {
   HANDLE root = nullptr;
-  DEVICE_OBJECT bare{};
+  host::HostDevice bare;
   EXPECT_EQ(IoOpenDeviceRegistryKey(nullptr, 2, 0x1F0000, &root), Code(0xC0000034));
   EXPECT_EQ(IoOpenDeviceRegistryKey(&bare, 2, 0x1F0000, &root), Code(0xC0000034));
   EXPECT_EQ(IoOpenDeviceRegistryKey(&device_, 7, 0x1F0000, &root), Code(0xC000000D));

@@ -107,7 +107,7 @@ struct Work {
 
 TEST(SimulatedWorkItem, RunsOnceAtPassiveLevelWithItsDevice) {
   UnderManySeeds([] {
-    DEVICE_OBJECT device;
+    HostDevice device;
     Work work;
     work.FreesItself = true;
     work.Item = IoAllocateWorkItem(&device);

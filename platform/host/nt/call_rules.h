@@ -4,11 +4,15 @@
 
 namespace lidcam::host {
 
-/// A kernel call's name, as reports and traces give it, and the interrupt levels it is allowed at.
+enum class CallEffect { None, Allocates, Waits };
+
+/// A kernel call's name, as reports and traces give it, the interrupt levels it is allowed at, and
+/// what it does that time-critical paths must not.
 struct CallRule {
   const char* Name;
   KIRQL Highest = DISPATCH_LEVEL;
   KIRQL Lowest = PASSIVE_LEVEL;
+  CallEffect Effect = CallEffect::None;  ///< whatever its arguments
 };
 
 namespace calls {
@@ -53,31 +57,61 @@ inline constexpr CallRule kYieldProcessor{"YieldProcessor", HIGH_LEVEL};
 
 inline constexpr CallRule kKeGetCurrentThread{"KeGetCurrentThread", HIGH_LEVEL};
 inline constexpr CallRule kKeSetPriorityThread{"KeSetPriorityThread"};
-inline constexpr CallRule kPsCreateSystemThread{"PsCreateSystemThread", PASSIVE_LEVEL};
+inline constexpr CallRule kPsCreateSystemThread{"PsCreateSystemThread", PASSIVE_LEVEL,
+                                                PASSIVE_LEVEL, CallEffect::Allocates};
 inline constexpr CallRule kPsTerminateSystemThread{"PsTerminateSystemThread", PASSIVE_LEVEL};
 inline constexpr CallRule kObReferenceObjectByHandle{"ObReferenceObjectByHandle", PASSIVE_LEVEL};
 inline constexpr CallRule kObfDereferenceObject{"ObfDereferenceObject"};
 
-inline constexpr CallRule kIoAllocateWorkItem{"IoAllocateWorkItem"};
+inline constexpr CallRule kIoAllocateWorkItem{"IoAllocateWorkItem", DISPATCH_LEVEL, PASSIVE_LEVEL,
+                                              CallEffect::Allocates};
 inline constexpr CallRule kIoQueueWorkItem{"IoQueueWorkItem"};
 inline constexpr CallRule kIoFreeWorkItem{"IoFreeWorkItem"};
 inline constexpr CallRule kExQueueWorkItem{"ExQueueWorkItem"};
 
-inline constexpr CallRule kExAllocateNonPaged{"ExAllocatePoolWithTag"};
-inline constexpr CallRule kExAllocatePaged{"ExAllocatePoolWithTag", APC_LEVEL};
+inline constexpr CallRule kIoAllocateIrp{"IoAllocateIrp", DISPATCH_LEVEL, PASSIVE_LEVEL,
+                                         CallEffect::Allocates};
+inline constexpr CallRule kIoInitializeIrp{"IoInitializeIrp"};
+inline constexpr CallRule kIoReuseIrp{"IoReuseIrp"};
+inline constexpr CallRule kIoFreeIrp{"IoFreeIrp"};
+inline constexpr CallRule kIofCallDriver{"IofCallDriver"};
+inline constexpr CallRule kIofCompleteRequest{"IofCompleteRequest"};
+inline constexpr CallRule kIoCancelIrp{"IoCancelIrp"};
+inline constexpr CallRule kIoSetCancelRoutine{"IoSetCancelRoutine"};
+inline constexpr CallRule kIoAcquireCancelSpinLock{"IoAcquireCancelSpinLock"};
+inline constexpr CallRule kIoReleaseCancelSpinLock{"IoReleaseCancelSpinLock", DISPATCH_LEVEL,
+                                                   DISPATCH_LEVEL};
+inline constexpr CallRule kIoCreateDevice{"IoCreateDevice", PASSIVE_LEVEL, PASSIVE_LEVEL,
+                                          CallEffect::Allocates};
+inline constexpr CallRule kIoDeleteDevice{"IoDeleteDevice", PASSIVE_LEVEL};
+inline constexpr CallRule kIoAttachDeviceToDeviceStack{"IoAttachDeviceToDeviceStack",
+                                                       PASSIVE_LEVEL};
+inline constexpr CallRule kIoDetachDevice{"IoDetachDevice", PASSIVE_LEVEL};
+
+inline constexpr CallRule kExAllocateNonPaged{"ExAllocatePoolWithTag", DISPATCH_LEVEL,
+                                              PASSIVE_LEVEL, CallEffect::Allocates};
+inline constexpr CallRule kExAllocatePaged{"ExAllocatePoolWithTag", APC_LEVEL, PASSIVE_LEVEL,
+                                           CallEffect::Allocates};
 inline constexpr CallRule kExFreeNonPaged{"ExFreePool"};
 inline constexpr CallRule kExFreePaged{"ExFreePool", APC_LEVEL};
 inline constexpr CallRule kKeSaveFloatingPointState{"KeSaveFloatingPointState"};
 inline constexpr CallRule kKeRestoreFloatingPointState{"KeRestoreFloatingPointState"};
 
-inline constexpr CallRule kZwClose{"ZwClose", PASSIVE_LEVEL};
-inline constexpr CallRule kZwCreateFile{"ZwCreateFile", PASSIVE_LEVEL};
-inline constexpr CallRule kZwReadFile{"ZwReadFile", PASSIVE_LEVEL};
-inline constexpr CallRule kZwWriteFile{"ZwWriteFile", PASSIVE_LEVEL};
-inline constexpr CallRule kZwCreateKey{"ZwCreateKey", PASSIVE_LEVEL};
-inline constexpr CallRule kZwQueryValueKey{"ZwQueryValueKey", PASSIVE_LEVEL};
-inline constexpr CallRule kZwSetValueKey{"ZwSetValueKey", PASSIVE_LEVEL};
-inline constexpr CallRule kIoOpenDeviceRegistryKey{"IoOpenDeviceRegistryKey", PASSIVE_LEVEL};
+inline constexpr CallRule kZwClose{"ZwClose", PASSIVE_LEVEL, PASSIVE_LEVEL, CallEffect::Waits};
+inline constexpr CallRule kZwCreateFile{"ZwCreateFile", PASSIVE_LEVEL, PASSIVE_LEVEL,
+                                        CallEffect::Waits};
+inline constexpr CallRule kZwReadFile{"ZwReadFile", PASSIVE_LEVEL, PASSIVE_LEVEL,
+                                      CallEffect::Waits};
+inline constexpr CallRule kZwWriteFile{"ZwWriteFile", PASSIVE_LEVEL, PASSIVE_LEVEL,
+                                       CallEffect::Waits};
+inline constexpr CallRule kZwCreateKey{"ZwCreateKey", PASSIVE_LEVEL, PASSIVE_LEVEL,
+                                       CallEffect::Waits};
+inline constexpr CallRule kZwQueryValueKey{"ZwQueryValueKey", PASSIVE_LEVEL, PASSIVE_LEVEL,
+                                           CallEffect::Waits};
+inline constexpr CallRule kZwSetValueKey{"ZwSetValueKey", PASSIVE_LEVEL, PASSIVE_LEVEL,
+                                         CallEffect::Waits};
+inline constexpr CallRule kIoOpenDeviceRegistryKey{"IoOpenDeviceRegistryKey", PASSIVE_LEVEL,
+                                                   PASSIVE_LEVEL, CallEffect::Waits};
 
 }  // namespace calls
 }  // namespace lidcam::host

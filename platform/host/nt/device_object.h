@@ -4,14 +4,29 @@
 
 #include "platform/host/nt/nt_declarations.h"
 
-/// The host's device object. Drivers see the name only; what stands in it is the host's business.
-struct DEVICE_OBJECT {
+namespace lidcam::host {
+
+/// A device of the host: the published object, and behind it what the host alone needs to know.
+/// IoCreateDevice() makes them; a test that only wants a device with settings declares one.
+struct HostDevice : DEVICE_OBJECT {
+  HostDevice() : HostDevice(std::u16string()) {}
+  explicit HostDevice(std::u16string driverKey);
+  HostDevice(const HostDevice&) = delete;
+  HostDevice& operator=(const HostDevice&) = delete;
+
+  DEVOBJ_EXTENSION Extension{};
+
   /// Full path of the registry key that holds the device's driver settings, in the kernel's form
   /// (\Registry\Machine\...). Empty for a device that nobody installed: it has no settings.
   std::u16string DriverKey;
 };
 
-namespace lidcam::host {
+/// @return the host's device behind a published object, or null if the host didn't make it
+[[nodiscard]] HostDevice* FindHostDevice(PDEVICE_OBJECT device);
+
+/// Fills a driver object as the platform does before it calls the driver's entry: every request is
+/// answered with STATUS_INVALID_DEVICE_REQUEST until the driver puts in its own routines.
+void InitializeDriverObject(DRIVER_OBJECT& driver);
 
 /// The driver key of the imaging device with this number in the platform's class of imaging devices:
 /// where an installed camera keeps its settings, so that an exported key can be imported there.

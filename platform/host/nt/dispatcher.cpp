@@ -131,6 +131,7 @@ void CheckWaited(const CallRule& rule, Thread& self, std::span<const PVOID> obje
   if (mayBlock && self.Level > APC_LEVEL) {
     ReportViolation(rule.Name, "a wait that may block at level " + std::to_string(self.Level));
   }
+  if (mayBlock) CheckAllocationFree(rule, self, CallEffect::Waits);
   for (const PVOID object : objects) {
     const ObjectKind kind = ExpectDispatcherObject(rule.Name, object);
     const bool isHeld = std::ranges::find(self.Held, object) != self.Held.end();

@@ -20,8 +20,10 @@ struct FaultPoint {
 // Each function that asks KernelCallFault().
 struct FaultPoints {
   std::mutex Lock;
-  std::array<FaultPoint, 6> Points{{
+  std::array<FaultPoint, 8> Points{{
+      {"IoAllocateIrp"},
       {"IoAllocateWorkItem"},
+      {"IoCreateDevice"},
       {"KeSaveFloatingPointState"},
       {"ObReferenceObjectByHandle"},
       {"PsCreateSystemThread"},
@@ -52,6 +54,13 @@ void FailKernelCall(const char* name, std::uint32_t countdown, NTSTATUS status) 
   }
   point->Countdown = countdown;
   point->Status = status;
+}
+
+bool IsKernelCallFaultToCome() {
+  FaultPoints& points = ThePoints();
+  const std::lock_guard guard(points.Lock);
+  return std::ranges::any_of(points.Points,
+                             [](const FaultPoint& point) { return point.Countdown != 0; });
 }
 
 void ClearKernelCallFaults() {

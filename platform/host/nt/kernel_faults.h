@@ -17,6 +17,9 @@ namespace lidcam::host {
 /// @param status  what the call gives; one that gives a pointer gives null instead
 void FailKernelCall(const char* name, std::uint32_t countdown, NTSTATUS status);
 
+/// A failure that FailKernelCall() asked for is still to come.
+[[nodiscard]] bool IsKernelCallFaultToCome();
+
 /// Turns all of them off.
 void ClearKernelCallFaults();
 

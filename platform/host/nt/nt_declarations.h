@@ -37,6 +37,7 @@ using ACCESS_MASK = ULONG;
 using KPRIORITY = LONG;
 
 #define NTAPI
+#define FASTCALL
 #define TRUE 1
 #define FALSE 0
 
@@ -57,6 +58,7 @@ using KPRIORITY = LONG;
 #define STATUS_OBJECT_NAME_NOT_FOUND (static_cast<NTSTATUS>(0xC0000034))
 #define STATUS_OBJECT_PATH_NOT_FOUND (static_cast<NTSTATUS>(0xC000003A))
 #define STATUS_OBJECT_PATH_SYNTAX_BAD (static_cast<NTSTATUS>(0xC000003B))
+#define STATUS_SHARING_VIOLATION (static_cast<NTSTATUS>(0xC0000043))
 #define STATUS_DISK_FULL (static_cast<NTSTATUS>(0xC000007F))
 #define STATUS_INSUFFICIENT_RESOURCES (static_cast<NTSTATUS>(0xC000009A))
 #define STATUS_DEVICE_DATA_ERROR (static_cast<NTSTATUS>(0xC000009C))
@@ -251,4 +253,5 @@ inline void YieldProcessor() {
   lidcam::host::SpinOnce();
 }
 
+#include "platform/host/nt/io_declarations.h"
 #include "platform/host/nt/scheduling_declarations.h"

@@ -1,14 +1,16 @@
 #include "platform/host/nt/pool.h"
 
-#include <cstdlib>
-#include <cstring>
+#include <array>
+#include <map>
 #include <mutex>
 #include <optional>
 #include <unordered_map>
 
+#include "platform/host/nt/irp_registry.h"
 #include "platform/host/nt/lock_order.h"
 #include "platform/host/nt/nt_declarations.h"
 #include "platform/host/nt/object_registry.h"
+#include "platform/host/nt/pool_guard.h"
 #include "platform/host/nt/verifier.h"
 
 namespace lidcam::host {
@@ -18,6 +20,7 @@ struct Block {
   POOL_TYPE Type;
   std::size_t Size;
   std::uint32_t Tag;
+  const Scheduler* World;  ///< that allocated it; null if that is gone
 };
 
 // Never destroyed: drivers may free memory while statics go away.
@@ -31,9 +34,6 @@ Pool& ThePool() {
   static auto* const pool = new Pool;
   return *pool;
 }
-
-// What fresh memory holds, so that nothing comes to rely on zeroes.
-constexpr int kFreshByte = 0xCD;
 
 void Count(const Block& block, PoolUsage& usage) {
   ++usage.Blocks;
@@ -53,6 +53,28 @@ bool RemoveBlock(void* memory) {
   Pool& pool = ThePool();
   const std::lock_guard guard(pool.Lock);
   return pool.Blocks.erase(memory) != 0;
+}
+
+// A tag is four letters, the first in the lowest byte.
+std::string TagText(std::uint32_t tag) {
+  std::string text = "'";
+  for (unsigned shift = 0; shift < 32; shift += 8) {
+    const std::uint32_t letter = (tag >> shift) & 0xFF;
+    text += letter >= 0x20 && letter < 0x7F ? static_cast<char>(letter) : '.';
+  }
+  return text + "'";
+}
+
+std::string BlockText(const void* memory, const Block& block) {
+  return DescribeObject("memory", memory) + " (" + std::to_string(block.Size) + " bytes, tag " +
+         TagText(block.Tag) + ")";
+}
+
+void CheckOverrun(const char* call, const void* memory, const Block& block) {
+  const std::string overrun = FindOverrun(memory, block.Size);
+  if (!overrun.empty()) {
+    ReportViolation(call, BlockText(memory, block) + " was overrun: " + overrun);
+  }
 }
 
 }  // namespace
@@ -81,38 +103,74 @@ void FailPoolAllocation(std::uint32_t countdown) {
   pool.FailCountdown = countdown;
 }
 
-}  // namespace lidcam::host
+bool IsPoolFailureToCome() {
+  Pool& pool = ThePool();
+  const std::lock_guard guard(pool.Lock);
+  return pool.FailCountdown != 0;
+}
 
-using lidcam::host::ThePool;
+std::string DescribePoolOfWorld(const Scheduler& world) {
+  Pool& pool = ThePool();
+  const std::lock_guard guard(pool.Lock);
+  std::map<std::uint32_t, PoolUsage> tags;
+  for (const auto& [address, block] : pool.Blocks) {
+    if (block.World == &world) Count(block, tags[block.Tag]);
+  }
+  std::string text;
+  for (const auto& [tag, usage] : tags) {
+    text += (text.empty() ? "" : ", ") + std::to_string(usage.Blocks) + " block(s) of " +
+            std::to_string(usage.Bytes) + " bytes with tag " + TagText(tag);
+  }
+  return text;
+}
 
-PVOID ExAllocatePoolWithTag(POOL_TYPE type, SIZE_T size, ULONG tag) {
-  namespace calls = lidcam::host::calls;
-  lidcam::host::EnterKernelCall(
-      type == NonPagedPool ? calls::kExAllocateNonPaged : calls::kExAllocatePaged, nullptr);
-  auto& pool = ThePool();
+void ForgetPoolOfWorld(const Scheduler& world) {
+  Pool& pool = ThePool();
+  const std::lock_guard guard(pool.Lock);
+  for (auto& [address, block] : pool.Blocks) {
+    if (block.World == &world) block.World = nullptr;
+  }
+}
+
+void* AllocatePoolBlock(POOL_TYPE type, std::size_t size, std::uint32_t tag) {
+  const Scheduler& world = CurrentWorld();
+  Pool& pool = ThePool();
   const std::lock_guard guard(pool.Lock);
   if (pool.FailCountdown != 0 && --pool.FailCountdown == 0) return nullptr;
-  void* const memory = std::malloc(size != 0 ? size : 1);
-  if (memory == nullptr) return nullptr;
-  std::memset(memory, lidcam::host::kFreshByte, size);
-  pool.Blocks.emplace(memory, lidcam::host::Block{type, size, tag});
+  void* const memory = AllocateGuarded(size);
+  if (memory != nullptr) pool.Blocks.emplace(memory, Block{type, size, tag, &world});
   return memory;
 }
 
-void ExFreePool(PVOID memory) {
-  namespace calls = lidcam::host::calls;
-  const auto block = lidcam::host::FindBlock(memory);
-  const auto& rule =
-      block && block->Type == PagedPool ? calls::kExFreePaged : calls::kExFreeNonPaged;
-  lidcam::host::EnterKernelCall(rule, memory);
+void FreePoolBlock(const char* call, void* memory) {
+  const auto block = FindBlock(memory);
   if (block) {
-    lidcam::host::ForgetLockOrders(memory, block->Size);
-    lidcam::host::CheckFreedMemory(rule.Name, memory, block->Size);
+    CheckOverrun(call, memory, *block);
+    ForgetLockOrders(memory, block->Size);
+    CheckFreedMemory(call, memory, block->Size);
   }
   // Another thread may have freed it since.
-  if (!lidcam::host::RemoveBlock(memory)) {
-    lidcam::host::ReportViolation(
-        rule.Name, lidcam::host::DescribeObject("memory", memory) + " is not a block of the pool");
+  if (!RemoveBlock(memory)) {
+    ReportViolation(call, DescribeObject("memory", memory) + " is not a block of the pool");
   }
-  std::free(memory);
+  FreeGuarded(memory);
+}
+
+}  // namespace lidcam::host
+
+using namespace lidcam::host;
+
+PVOID ExAllocatePoolWithTag(POOL_TYPE type, SIZE_T size, ULONG tag) {
+  EnterKernelCall(type == NonPagedPool ? calls::kExAllocateNonPaged : calls::kExAllocatePaged,
+                  nullptr);
+  return AllocatePoolBlock(type, size, tag);
+}
+
+void ExFreePool(PVOID memory) {
+  const auto block = FindBlock(memory);
+  const auto& rule =
+      block && block->Type == PagedPool ? calls::kExFreePaged : calls::kExFreeNonPaged;
+  EnterKernelCall(rule, memory);
+  if (block) CheckFreedIrps(rule.Name, memory, block->Size);
+  FreePoolBlock(rule.Name, memory);
 }

@@ -347,11 +347,11 @@ NTSTATUS IoOpenDeviceRegistryKey(PDEVICE_OBJECT device, ULONG type, ACCESS_MASK 
   lidcam::host::Place place;
   place.Store = lidcam::host::CurrentStore();
   // Ahead of the device: without a registry callers may have no real one.
-  if (place.Store == nullptr || device == nullptr || device->DriverKey.empty()) {
-    return STATUS_OBJECT_NAME_NOT_FOUND;
-  }
+  if (place.Store == nullptr) return STATUS_OBJECT_NAME_NOT_FOUND;
+  const auto* const hostDevice = lidcam::host::FindHostDevice(device);
+  if (hostDevice == nullptr || hostDevice->DriverKey.empty()) return STATUS_OBJECT_NAME_NOT_FOUND;
   if (type != PLUGPLAY_REGKEY_DRIVER || handle == nullptr) return STATUS_INVALID_PARAMETER;
-  NTSTATUS status = lidcam::host::TranslatePath(device->DriverKey, place.Path);
+  NTSTATUS status = lidcam::host::TranslatePath(hostDevice->DriverKey, place.Path);
   if (status == STATUS_SUCCESS) status = lidcam::host::CheckKeyNames(place.Path);
   if (status != STATUS_SUCCESS) return status;
   status = AskHook([&] {

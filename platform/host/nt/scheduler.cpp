@@ -3,6 +3,7 @@
 #include <string>
 
 #include "platform/host/nt/dispatcher.h"
+#include "platform/host/nt/lock_order.h"
 #include "platform/host/nt/thread.h"
 #include "platform/host/nt/verifier.h"
 
@@ -17,11 +18,18 @@ void CheckLevel(const CallRule& rule, const Thread& self) {
                                  std::to_string(rule.Highest));
 }
 
+const char* Verb(CallEffect effect) {
+  return effect == CallEffect::Waits ? "waits" : "allocates";
+}
+
 }  // namespace
 
 Scheduler::Scheduler()
     : deferredCalls_("DPC", DISPATCH_LEVEL, RunDeferredCall),
-      workItems_("worker", PASSIVE_LEVEL, RunWorkItem) {}
+      workItems_("worker", PASSIVE_LEVEL, RunWorkItem) {
+  // Another world may have had its lock here.
+  ForgetLockOrder(&cancelLock_);
+}
 
 Thread& Scheduler::StartThread(const std::string& name, bool isService,
                                std::function<void()> body) {
@@ -35,6 +43,13 @@ Scheduler& CurrentWorld() {
   return CurrentThread().World;
 }
 
+void CheckAllocationFree(const CallRule& rule, const Thread& self, CallEffect effect) {
+  if (effect == CallEffect::None || self.AllocationFreePath == nullptr) return;
+  if (self.World.IsStopping()) return;
+  ReportViolation(rule.Name, std::string(Verb(effect)) +
+                                 " on a path that must not: " + self.AllocationFreePath);
+}
+
 Thread& EnterKernelCall(const CallRule& rule, const void* object) {
   Thread& self = CurrentThread();
   self.LastCall = rule.Name;
@@ -45,6 +60,7 @@ Thread& EnterKernelCall(const CallRule& rule, const void* object) {
                             .Call = rule.Name,
                             .Object = object});
   CheckLevel(rule, self);
+  CheckAllocationFree(rule, self, rule.Effect);
   self.World.SwitchPoint(self, rule.Name, SwitchKind::Call);
   return self;
 }

@@ -74,6 +74,7 @@ class Scheduler {
   [[nodiscard]] TimerQueue& Timers() { return timers_; }
   [[nodiscard]] ServicePool& DeferredCalls() { return deferredCalls_; }
   [[nodiscard]] ServicePool& WorkItems() { return workItems_; }
+  [[nodiscard]] PKSPIN_LOCK CancelLock() { return &cancelLock_; }
   [[nodiscard]] CallHistory& History() { return history_; }
   [[nodiscard]] const CallHistory& History() const { return history_; }
 
@@ -83,6 +84,7 @@ class Scheduler {
  private:
   std::mutex lock_;
   TimerQueue timers_;
+  KSPIN_LOCK cancelLock_ = 0;  // of requests
   ServicePool deferredCalls_;
   ServicePool workItems_;
   CallHistory history_;
@@ -96,5 +98,8 @@ class Scheduler {
 ///
 /// @param object  what the call is about, for the history; may be null
 Thread& EnterKernelCall(const CallRule& rule, const void* object);
+
+/// Reports a call that allocates or waits on a path that must not (NoAllocationScope).
+void CheckAllocationFree(const CallRule& rule, const Thread& self, CallEffect effect);
 
 }  // namespace lidcam::host

@@ -204,7 +204,7 @@ NTSTATUS NTAPI PsTerminateSystemThread(NTSTATUS status);
 NTSTATUS NTAPI ObReferenceObjectByHandle(HANDLE handle, ACCESS_MASK access, POBJECT_TYPE type,
                                          KPROCESSOR_MODE mode, PVOID* object,
                                          POBJECT_HANDLE_INFORMATION information);
-LONG_PTR NTAPI ObfDereferenceObject(PVOID object);
+LONG_PTR FASTCALL ObfDereferenceObject(PVOID object);
 
 PIO_WORKITEM NTAPI IoAllocateWorkItem(PDEVICE_OBJECT device);
 void NTAPI IoQueueWorkItem(PIO_WORKITEM item, PIO_WORKITEM_ROUTINE routine, WORK_QUEUE_TYPE queue,

@@ -7,7 +7,9 @@
 #include <utility>
 
 #include "platform/host/nt/dispatcher.h"
+#include "platform/host/nt/irp_registry.h"
 #include "platform/host/nt/object_registry.h"
+#include "platform/host/nt/pool.h"
 #include "platform/host/nt/verifier.h"
 
 namespace lidcam::host {
@@ -60,6 +62,8 @@ SimulatedScheduler::~SimulatedScheduler() {
     if (object != &main_.Object) delete static_cast<const KTHREAD*>(object)->Host;
   }
   ForgetWorld(*this);
+  ForgetIrpsOfWorld(*this);
+  ForgetPoolOfWorld(*this);
   SetCurrentThread(previous_);
   CountSimulations(-1);
 }
@@ -108,6 +112,7 @@ void SimulatedScheduler::SwitchPoint(Thread& self, const char* call, SwitchKind 
     if (IsUnwinding()) return;
     throw KernelStopped{};
   }
+  if (options_.AtSwitchPoint) options_.AtSwitchPoint(outcome_.ScheduleLength + 1);
   Guard guard(Lock());
   Trace(self, call);
   NoteSpin(self, kind);
@@ -118,8 +123,7 @@ void SimulatedScheduler::SwitchPoint(Thread& self, const char* call, SwitchKind 
         guard);
   }
   if (KeepsBaton(kind)) return;
-  GiveBaton(ChooseNext(guard));
-  AwaitBaton(self, guard);
+  PassBatonAndGoOn(self, ChooseNext(guard), guard);
 }
 
 void SimulatedScheduler::Block(Thread& self, Guard& guard) {
@@ -128,21 +132,25 @@ void SimulatedScheduler::Block(Thread& self, Guard& guard) {
     throw KernelStopped{};
   }
   self.State = Thread::RunState::Blocked;
-  GiveBaton(ChooseNext(guard));
-  AwaitBaton(self, guard);
+  PassBatonAndGoOn(self, ChooseNext(guard), guard);
 }
 
 void SimulatedScheduler::Wake(Thread& thread) {
   thread.State = Thread::RunState::Ready;
 }
 
-void SimulatedScheduler::GiveBaton(Thread& next) {
+// The next one is woken with the lock free: it would meet it at once.
+void SimulatedScheduler::PassBaton(Thread& self, Thread& next, Guard& guard) {
   running_ = &next;
-  next.Resumed.notify_one();
+  if (&next == &self) return;
+  guard.unlock();
+  next.Baton.release();
+  self.Baton.acquire();
+  guard.lock();
 }
 
-void SimulatedScheduler::AwaitBaton(Thread& self, Guard& guard) {
-  self.Resumed.wait(guard, [&] { return running_ == &self; });
+void SimulatedScheduler::PassBatonAndGoOn(Thread& self, Thread& next, Guard& guard) {
+  PassBaton(self, next, guard);
   if (!isStopping_) return;
   self.State = Thread::RunState::Ready;
   if (!IsUnwinding()) throw KernelStopped{};
@@ -183,11 +191,8 @@ Thread& SimulatedScheduler::ChooseNext(Guard& guard) {
 
 void SimulatedScheduler::StartMachine(Thread& thread, std::function<void()> body) {
   threads_.push_back(&thread);
-  machines_.emplace_back([this, &thread, run = std::move(body)] {
-    {
-      Guard guard(Lock());
-      thread.Resumed.wait(guard, [&] { return running_ == &thread; });
-    }
+  machines_.emplace_back([&thread, run = std::move(body)] {
+    thread.Baton.acquire();
     run();
   });
 }
@@ -196,18 +201,18 @@ void SimulatedScheduler::ThreadEnds(Thread& self, Guard& guard) {
   self.State = Thread::RunState::Ended;
   std::erase(threads_, &self);
   try {
-    GiveBaton(ChooseNext(guard));
+    running_ = &ChooseNext(guard);
   } catch (const KernelStopped&) {  // nobody was left to run
-    GiveBaton(*threads_.back());
+    running_ = threads_.back();
   }
+  running_->Baton.release();
 }
 
 void SimulatedScheduler::RunOthersToRest() {
   Guard guard(Lock());
   isFinishing_ = true;
   main_.State = Thread::RunState::Blocked;
-  GiveBaton(ChooseNext(guard));
-  AwaitBaton(main_, guard);
+  PassBatonAndGoOn(main_, ChooseNext(guard), guard);
   main_.State = Thread::RunState::Ready;
 }
 
@@ -226,13 +231,22 @@ void SimulatedScheduler::CheckNothingLeft() const {
   if (!pending.empty()) ReportViolation("end of the simulation", pending + " is still pending");
   const std::string kept = FindKeptObject(*this);
   if (!kept.empty()) ReportViolation("end of the simulation", kept + " was never let go");
+  const std::string request = FindKeptIrp(*this);
+  if (!request.empty()) ReportViolation("end of the simulation", request + " was never freed");
+  const std::string blocks = DescribePoolOfWorld(*this);
+  if (!blocks.empty()) ReportViolation("end of the simulation", "never freed: " + blocks);
 }
 
 SimulationOutcome SimulatedScheduler::Finish() {
   RunOthersToRest();
   CheckNothingLeft();
-  outcome_.Time = now_;
-  return outcome_;
+  return OutcomeSoFar();
+}
+
+SimulationOutcome SimulatedScheduler::OutcomeSoFar() const {
+  SimulationOutcome outcome = outcome_;
+  outcome.Time = now_;
+  return outcome;
 }
 
 // Thread 0 unwinds last: the others use objects on its stack.
@@ -256,8 +270,7 @@ void SimulatedScheduler::ReportUnderLock(const char* call, const std::string& wh
 void SimulatedScheduler::StopOthers(Guard& guard) {
   isStopping_ = true;
   while (threads_.size() > 1) {
-    GiveBaton(*threads_.back());
-    main_.Resumed.wait(guard, [&] { return running_ == &main_; });
+    PassBaton(main_, *threads_.back(), guard);
   }
 }
 

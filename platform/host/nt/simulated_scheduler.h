@@ -18,6 +18,11 @@ struct SimulationOptions {
 
   /// Switch points in a row at one virtual time after which the simulation counts as livelocked.
   std::uint64_t LongestStandstill = 1'000'000;
+
+  /// Told the number of each switch point, from 1, on the thread that comes to it: to let something
+  /// outside of the kernel happen there. It may stand under any lock and at any level, and mustn't
+  /// call the kernel.
+  std::function<void(std::uint64_t number)> AtSwitchPoint{};
 };
 
 /// What tells one run from another.
@@ -46,6 +51,9 @@ class SimulatedScheduler final : public Scheduler {
   /// work item. Called by thread 0.
   SimulationOutcome Finish();
 
+  /// What the simulation came to, up to a violation as well. Called by thread 0.
+  [[nodiscard]] SimulationOutcome OutcomeSoFar() const;
+
   [[nodiscard]] LONGLONG Now() const override { return now_; }
   [[nodiscard]] LONGLONG SystemTimeAtStart() const override;
   void SwitchPoint(Thread& self, const char* call, SwitchKind kind) override;
@@ -65,8 +73,8 @@ class SimulatedScheduler final : public Scheduler {
   Thread& PickOf(const std::vector<Thread*>& threads);
   Thread& ChooseNext(Guard& guard);
   bool MoveTime();
-  void GiveBaton(Thread& next);
-  void AwaitBaton(Thread& self, Guard& guard);
+  void PassBaton(Thread& self, Thread& next, Guard& guard);
+  void PassBatonAndGoOn(Thread& self, Thread& next, Guard& guard);
   void Trace(const Thread& self, const char* call);
   void NoteSpin(Thread& self, SwitchKind kind);
   bool KeepsBaton(SwitchKind kind);

@@ -3,6 +3,8 @@
 #include <atomic>
 #include <vector>
 
+#include "platform/host/nt/spin_lock.h"
+
 #include "platform/host/nt/dispatcher.h"
 #include "platform/host/nt/lock_order.h"
 #include "platform/host/nt/object_registry.h"
@@ -15,8 +17,9 @@ KSPIN_LOCK OwnerValue(const Thread& thread) {
   return reinterpret_cast<KSPIN_LOCK>(&thread);
 }
 
-void Acquire(const CallRule& rule, Thread& self, PKSPIN_LOCK lock) {
-  ExpectObject(rule.Name, ObjectKind::SpinLock, lock);
+}  // namespace
+
+void AcquireKernelLock(const CallRule& rule, Thread& self, PKSPIN_LOCK lock) {
   std::atomic_ref<KSPIN_LOCK> value(*lock);
   if (value.load(std::memory_order_relaxed) == OwnerValue(self)) {
     ReportViolation(rule.Name,
@@ -33,8 +36,7 @@ void Acquire(const CallRule& rule, Thread& self, PKSPIN_LOCK lock) {
   SetObjectInUse(lock, "is still held");
 }
 
-void Release(const CallRule& rule, Thread& self, PKSPIN_LOCK lock) {
-  ExpectObject(rule.Name, ObjectKind::SpinLock, lock);
+void ReleaseKernelLock(const CallRule& rule, Thread& self, PKSPIN_LOCK lock) {
   std::atomic_ref<KSPIN_LOCK> value(*lock);
   if (value.load(std::memory_order_relaxed) != OwnerValue(self)) {
     ReportViolation(rule.Name, DescribeObject("spin lock", lock) + " isn't held by this thread");
@@ -42,6 +44,18 @@ void Release(const CallRule& rule, Thread& self, PKSPIN_LOCK lock) {
   std::erase(self.Held, lock);
   SetObjectInUse(lock, nullptr);
   value.store(0, std::memory_order_release);
+}
+
+namespace {
+
+void Acquire(const CallRule& rule, Thread& self, PKSPIN_LOCK lock) {
+  ExpectObject(rule.Name, ObjectKind::SpinLock, lock);
+  AcquireKernelLock(rule, self, lock);
+}
+
+void Release(const CallRule& rule, Thread& self, PKSPIN_LOCK lock) {
+  ExpectObject(rule.Name, ObjectKind::SpinLock, lock);
+  ReleaseKernelLock(rule, self, lock);
 }
 
 void CheckLinks(const CallRule& rule, const LIST_ENTRY& entry) {

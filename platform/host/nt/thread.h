@@ -4,6 +4,7 @@
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
+#include <semaphore>
 #include <string>
 #include <vector>
 
@@ -43,12 +44,16 @@ struct Thread {
   // The locks it holds, oldest first.
   std::vector<const void*> Held;
 
+  // The path that it is on, if that must not allocate or wait.
+  const char* AllocationFreePath = nullptr;
+
   // Of the last kernel call, for reports.
   const char* LastCall = "";
   const void* LastObject = nullptr;
 
   // The scheduler's.
   std::condition_variable Resumed;
+  std::binary_semaphore Baton{0};
   RunState State = RunState::Ready;
   bool IsWoken = false;
   unsigned Spins = 0;

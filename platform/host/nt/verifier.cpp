@@ -40,14 +40,14 @@ bool Record(const Violation& violation) {
 
 }  // namespace
 
-void ReportViolation(const char* call, const std::string& what) {
+void ReportViolation(const char* call, const std::string& what, const std::string& history) {
   const Thread& self = CurrentThread();
   Scheduler& world = self.World;
   if (world.IsStopping()) throw KernelStopped{};
   const Violation violation{.Call = call,
                             .What = what,
                             .Report = std::string(call) + ": " + what + "\n" +
-                                      DescribeCaller(self) + world.Describe() +
+                                      DescribeCaller(self) + history + world.Describe() +
                                       "last kernel calls:\n" + world.History().Text()};
   if (!Record(violation)) {
     std::fputs(violation.Report.c_str(), stderr);

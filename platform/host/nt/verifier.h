@@ -21,7 +21,10 @@ struct KernelStopped {};
 
 /// Ends the caller: prints the report and aborts or, while a VerifierCapture lives, throws
 /// KernelStopped.
-[[noreturn]] void ReportViolation(const char* call, const std::string& what);
+///
+/// @param history  lines about the object, for the report; may be empty
+[[noreturn]] void ReportViolation(const char* call, const std::string& what,
+                                  const std::string& history = {});
 
 /// Collects violations while it lives instead of ending the process: for tests of violations. One at
 /// a time.

@@ -152,7 +152,7 @@ class FreshCamera {
 
   const Identity& identity_;
   const std::uint32_t longConfig_;
-  DEVICE_OBJECT device_;
+  host::HostDevice device_;
   Record record_{};
   RegisterSpace space_;
   CameraContext* camera_ = nullptr;

@@ -47,7 +47,7 @@ class BringUpWorld {
 
  private:
   std::filesystem::path systemRoot_;
-  DEVICE_OBJECT device_;
+  host::HostDevice device_;
   std::array<std::uint8_t, 18> descriptor_{};
 };
 

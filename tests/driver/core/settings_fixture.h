@@ -144,7 +144,7 @@ class SettingsWorld : public ::testing::Test {
 
   static void ForgetAll() { host::OpenRegistry({}); }
 
-  DEVICE_OBJECT device_{host::ImagingDriverKey(0)};
+  host::HostDevice device_{host::ImagingDriverKey(0)};
   TransportRecordHead transport_{{'S', 'Y', 'Q', 'R'}, nullptr, &device_, nullptr};
   CameraContext context_{};
 

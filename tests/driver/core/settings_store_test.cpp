@@ -330,7 +330,7 @@ TEST_F(Settings, ValuesThatLoadDoesNotKnowStayAsTheyAre) {
 TEST_F(Settings, TwoCamerasKeepTheirSettingsApart) {
   context_.Gamma = 5;
   SaveSettings(context_, kSettings);
-  DEVICE_OBJECT other{host::ImagingDriverKey(1)};
+  host::HostDevice other{host::ImagingDriverKey(1)};
   transport_.PhysicalDeviceObject = &other;
   LoadSettings(context_, kSettings);
   EXPECT_EQ(context_.Gamma, 11);

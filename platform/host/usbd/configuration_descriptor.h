@@ -1,0 +1,24 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "platform/host/usbd/usb_declarations.h"
+
+namespace lidcam::host {
+
+/// Bytes of an interface's information with this many pipes.
+[[nodiscard]] constexpr std::size_t InterfaceInformationSize(std::size_t pipes) {
+  return offsetof(USBD_INTERFACE_INFORMATION, Pipes) + pipes * sizeof(USBD_PIPE_INFORMATION);
+}
+
+/// The endpoints that follow an interface descriptor in its configuration.
+///
+/// @param configuration  all bytes of the configuration
+/// @param interface      lies within them
+[[nodiscard]] std::vector<USB_ENDPOINT_DESCRIPTOR> EndpointsOf(
+    std::span<const std::uint8_t> configuration, const USB_INTERFACE_DESCRIPTOR& interface);
+
+}  // namespace lidcam::host

@@ -1,0 +1,70 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+#include "platform/host/usbd/usb_declarations.h"
+
+namespace lidcam::host {
+
+/// An open endpoint of the configured device.
+struct UsbPipe {
+  USBD_PIPE_HANDLE Handle = nullptr;  ///< never used again for another pipe of the same device
+  std::uint8_t Interface = 0;
+  std::uint8_t Endpoint = 0;  ///< address with the direction bit
+  USBD_PIPE_TYPE Type = UsbdPipeTypeControl;
+  ULONG BytesPerMicroframe = 0;
+  LONGLONG NextFrame = 0;   ///< of the frame clock: the first that no queued transfer has
+  bool HasStalled = false;  ///< an isochronous endpoint that showed a stall needs it cleared
+};
+
+/// The setting of one interface, as a driver asks for it and a descriptor describes it.
+struct UsbInterfaceSetting {
+  USB_INTERFACE_DESCRIPTOR Descriptor{};
+  std::vector<USB_ENDPOINT_DESCRIPTOR> Endpoints;
+};
+
+/// What a driver has configured: the descriptor that it chose, and the pipes that are open. Not
+/// synchronized: under the stack's lock.
+class UsbConfiguration {
+ public:
+  struct FoundSetting {
+    USBD_STATUS Status = USBD_STATUS_SUCCESS;
+    UsbInterfaceSetting Setting{};
+  };
+
+  /// Looks up the setting that a URB asks for.
+  ///
+  /// @param wanted  the URB's interface, of which `room` bytes are there
+  /// @return the setting, or why it can't be selected
+  [[nodiscard]] static FoundSetting FindSetting(const std::vector<std::uint8_t>& descriptor,
+                                                const USBD_INTERFACE_INFORMATION& wanted,
+                                                std::size_t room);
+
+  /// Closes all pipes and forgets the configuration.
+  void Clear();
+
+  /// Takes a new configuration, without pipes yet.
+  ///
+  /// @return its handle
+  USBD_CONFIGURATION_HANDLE Set(std::vector<std::uint8_t> descriptor);
+
+  /// Closes the interface's pipes, opens those of `setting` and tells the driver about them.
+  void Open(const UsbInterfaceSetting& setting, USBD_INTERFACE_INFORMATION& information);
+
+  [[nodiscard]] UsbPipe* FindPipe(USBD_PIPE_HANDLE handle);
+  [[nodiscard]] const std::vector<UsbPipe>& Pipes() const { return pipes_; }
+  [[nodiscard]] USBD_CONFIGURATION_HANDLE Handle() const { return handle_; }
+  [[nodiscard]] const std::vector<std::uint8_t>& Descriptor() const { return descriptor_; }
+
+ private:
+  [[nodiscard]] PVOID NewHandle();
+
+  std::uintptr_t lastHandle_ = 0;
+  USBD_CONFIGURATION_HANDLE handle_ = nullptr;
+  std::vector<std::uint8_t> descriptor_;
+  std::vector<UsbPipe> pipes_;
+};
+
+}  // namespace lidcam::host

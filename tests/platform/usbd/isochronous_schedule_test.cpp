@@ -1,0 +1,400 @@
+// Isochronous transfers in their frames. Time is virtual, so that every end is exact.
+
+#include "tests/platform/usbd/usb_test_support.h"
+
+namespace lidcam::host {
+namespace {
+
+using bus::IsochronousPacket;
+using bus::IsochronousResult;
+using bus::UsbStatus;
+using testing::Each;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+using PacketSpan = std::span<IsochronousPacket>;
+using ByteSpan = std::span<std::uint8_t>;
+
+ULONG CurrentFrame(PDEVICE_OBJECT device) {
+  SentUrb sent(device);
+  sent.Urb().UrbHeader.Length = sizeof(_URB_GET_CURRENT_FRAME_NUMBER);
+  sent.Urb().UrbHeader.Function = URB_FUNCTION_GET_CURRENT_FRAME_NUMBER;
+  EXPECT_EQ(sent.Run(), STATUS_SUCCESS);
+  EXPECT_EQ(sent.Status(), USBD_STATUS_SUCCESS);
+  return sent.Urb().UrbGetCurrentFrameNumber.FrameNumber;
+}
+
+TEST(FrameNumber, CountsMillisecondsOfInterruptTime) {
+  WithConfiguredDevice(
+      [](ScriptedBus&, UsbWorld& world) {
+        EXPECT_EQ(CurrentFrame(world.Device()), 700U);
+        Sleep(4 * kMillisecond - 1);
+        EXPECT_EQ(CurrentFrame(world.Device()), 703U);
+        Sleep(1);
+        EXPECT_EQ(CurrentFrame(world.Device()), 704U);
+      },
+      {.FirstFrame = 700});
+}
+
+TEST(IsochronousTransfer, OnAnIdlePipeStartsTwoFramesAheadAndEndsWithItsLastMicroframe) {
+  WithConfiguredDevice([](ScriptedBus& bus, UsbWorld& world) {
+    Sleep(5 * kMillisecond + 7);
+    IsochronousRead read(world.Device(), world.Pipe(1), 32);
+    EXPECT_EQ(read.Sent.Run(), STATUS_SUCCESS);
+    EXPECT_EQ(read.Request().StartFrame, 7U);
+    EXPECT_EQ(read.Sent.CompletedAt, 11 * kMillisecond);
+    EXPECT_THAT(bus.ReadTimes, ElementsAre(11 * kMillisecond));
+    EXPECT_EQ(read.Request().ErrorCount, 0U);
+    for (ULONG i = 0; i < 32; ++i) {
+      EXPECT_EQ(read.Packet(i).Status, USBD_STATUS_SUCCESS);
+      EXPECT_EQ(read.Packet(i).Length, 4U);
+      EXPECT_EQ(read.Data[i * 1024], i + 1);
+      EXPECT_EQ(read.Data[i * 1024 + 4], 0xEE);
+    }
+  });
+}
+
+TEST(IsochronousTransfer, AsSoonAsPossibleBehindOthersFollowsTheLastFrame) {
+  WithConfiguredDevice([](ScriptedBus&, UsbWorld& world) {
+    IsochronousRead first(world.Device(), world.Pipe(1), 32);
+    IsochronousRead second(world.Device(), world.Pipe(1), 12);  // one frame and a half
+    IsochronousRead third(world.Device(), world.Pipe(1), 8);
+    for (IsochronousRead* read : {&first, &second, &third}) {
+      EXPECT_EQ(read->Sent.Send(), STATUS_PENDING);
+    }
+    for (IsochronousRead* read : {&first, &second, &third}) read->Sent.Await();
+    EXPECT_EQ(first.Request().StartFrame, 2U);
+    EXPECT_EQ(second.Request().StartFrame, 6U);
+    EXPECT_EQ(third.Request().StartFrame, 8U);
+    EXPECT_EQ(first.Sent.CompletedAt, 6 * kMillisecond);
+    EXPECT_EQ(second.Sent.CompletedAt, 6 * kMillisecond + 15000);
+    EXPECT_EQ(third.Sent.CompletedAt, 9 * kMillisecond);
+  });
+}
+
+TEST(IsochronousTransfer, StartsInTheFrameThatTheDriverChose) {
+  WithConfiguredDevice(
+      [](ScriptedBus&, UsbWorld& world) {
+        // As the stream's first transfers do: ten frames ahead, 32 apart.
+        std::vector<std::unique_ptr<IsochronousRead>> reads;
+        for (ULONG i = 0; i < 7; ++i) {
+          reads.push_back(std::make_unique<IsochronousRead>(world.Device(), world.Pipe(1), 32));
+          reads.back()->StartAt(1000 + 10 + 32 * i);
+          EXPECT_EQ(reads.back()->Sent.Send(), STATUS_PENDING);
+        }
+        for (ULONG i = 0; i < 7; ++i) {
+          EXPECT_EQ(reads[i]->Sent.Await(), STATUS_SUCCESS);
+          EXPECT_EQ(reads[i]->Sent.CompletedAt, (14 + 32 * LONGLONG{i}) * kMillisecond);
+        }
+      },
+      {.FirstFrame = 1000});
+}
+
+TEST(IsochronousTransfer, MayStartFromTheNextFrameToTheEndOfTheRange) {
+  WithConfiguredDevice([](ScriptedBus&, UsbWorld& world) {
+    Sleep(100 * kMillisecond);
+    const auto statusAt = [&world](ULONG frame) {
+      IsochronousRead read(world.Device(), world.Pipe(1), 8);
+      read.StartAt(frame);
+      const NTSTATUS sent = read.Sent.Send();
+      if (sent == STATUS_PENDING) {
+        IoCancelIrp(read.Sent.Irp());
+        read.Sent.Await();
+        return USBD_STATUS_SUCCESS;
+      }
+      EXPECT_EQ(sent, STATUS_INVALID_PARAMETER);
+      return read.Sent.Status();
+    };
+    EXPECT_EQ(statusAt(99), USBD_STATUS_BAD_START_FRAME);
+    EXPECT_EQ(statusAt(100), USBD_STATUS_BAD_START_FRAME);
+    EXPECT_EQ(statusAt(101), USBD_STATUS_SUCCESS);
+    EXPECT_EQ(statusAt(1124), USBD_STATUS_SUCCESS);
+    EXPECT_EQ(statusAt(1125), USBD_STATUS_BAD_START_FRAME);
+    // Frame 200 is before what the pipe was promised last.
+    EXPECT_EQ(statusAt(200), USBD_STATUS_BAD_START_FRAME);
+  });
+}
+
+TEST(IsochronousTransfer, MayStartInAFrameWhoseNumberHasWrappedAround) {
+  WithConfiguredDevice(
+      [](ScriptedBus&, UsbWorld& world) {
+        IsochronousRead read(world.Device(), world.Pipe(1), 8);
+        read.StartAt(3);
+        EXPECT_EQ(read.Sent.Run(), STATUS_SUCCESS);
+        EXPECT_EQ(read.Sent.CompletedAt, 9 * kMillisecond);  // 0xFFFFFFFB + 8
+      },
+      {.FirstFrame = 0xFFFFFFFB});
+}
+
+TEST(IsochronousTransfer, ResubmittedByItsCompletionLeavesNoFrameOut) {
+  WithConfiguredDevice([](ScriptedBus& bus, UsbWorld& world) {
+    std::vector<std::unique_ptr<IsochronousRead>> reads;
+    int left = 40;
+    for (int i = 0; i < 3; ++i) {
+      reads.push_back(std::make_unique<IsochronousRead>(world.Device(), world.Pipe(1), 8));
+      IsochronousRead& read = *reads.back();
+      read.Sent.OnCompletion = [&read, &left] {
+        if (left-- <= 0) return;
+        EXPECT_EQ(read.Sent.Send(), STATUS_PENDING);
+      };
+      EXPECT_EQ(read.Sent.Send(), STATUS_PENDING);
+    }
+    while (left > 0) Sleep(kMillisecond);
+    Sleep(10 * kMillisecond);
+    ASSERT_EQ(bus.ReadTimes.size(), 43U);
+    for (std::size_t i = 0; i < bus.ReadTimes.size(); ++i) {
+      EXPECT_EQ(bus.ReadTimes[i], (3 + static_cast<LONGLONG>(i)) * kMillisecond);
+    }
+  });
+}
+
+TEST(IsochronousPackets, TellTheirOwnLengthAndEnd) {
+  WithConfiguredDevice([](ScriptedBus& bus, UsbWorld& world) {
+    bus.OnRead = [](ByteSpan, PacketSpan packets) {
+      packets[0].Length = 0;
+      packets[1].Length = 1024;
+      packets[2] = {packets[2].Offset, 0, UsbStatus::Failed};
+      packets[3] = {packets[3].Offset, 0, UsbStatus::Stalled};
+      return IsochronousResult{};
+    };
+    IsochronousRead read(world.Device(), world.Pipe(1), 8);
+    EXPECT_EQ(read.Sent.Run(), STATUS_SUCCESS);
+    EXPECT_EQ(read.Sent.Status(), USBD_STATUS_SUCCESS);
+    EXPECT_EQ(read.Request().ErrorCount, 2U);
+    EXPECT_EQ(read.Packet(0).Length, 0U);
+    EXPECT_EQ(read.Packet(0).Status, USBD_STATUS_SUCCESS);
+    EXPECT_EQ(read.Packet(1).Length, 1024U);
+    EXPECT_EQ(read.Packet(2).Status, USBD_STATUS_XACT_ERROR);
+    EXPECT_EQ(read.Packet(3).Status, USBD_STATUS_STALL_PID);
+    EXPECT_EQ(read.Packet(4).Length, 4U);
+  });
+}
+
+TEST(IsochronousPackets, AllInErrorFailTheTransfer) {
+  WithConfiguredDevice([](ScriptedBus& bus, UsbWorld& world) {
+    bus.OnRead = [](ByteSpan, PacketSpan packets) {
+      for (IsochronousPacket& packet : packets) packet = {packet.Offset, 0, UsbStatus::Failed};
+      return IsochronousResult{};
+    };
+    IsochronousRead read(world.Device(), world.Pipe(1), 8);
+    EXPECT_EQ(read.Sent.Run(), STATUS_UNSUCCESSFUL);
+    EXPECT_EQ(read.Sent.Status(), USBD_STATUS_ISOCH_REQUEST_FAILED);
+  });
+}
+
+TEST(IsochronousPackets, MayLieUnevenlyAndAreNeverWrittenBeyondTheirRoom) {
+  WithConfiguredDevice([](ScriptedBus& bus, UsbWorld& world) {
+    IsochronousRead read(world.Device(), world.Pipe(1), 3);
+    read.Packet(1).Offset = 2;
+    read.Packet(2).Offset = 100;
+    read.Request().TransferBufferLength = 104;
+    EXPECT_EQ(read.Sent.Run(), STATUS_SUCCESS);
+    EXPECT_EQ(read.Packet(0).Length, 2U);
+    EXPECT_EQ(read.Packet(0).Status, USBD_STATUS_DATA_OVERRUN);
+    EXPECT_EQ(read.Packet(1).Length, 4U);
+    EXPECT_EQ(read.Packet(2).Length, 4U);
+    EXPECT_EQ(read.Request().ErrorCount, 1U);
+    EXPECT_EQ(Bytes(read.Data.begin(), read.Data.begin() + 7), (Bytes{1, 1, 2, 2, 2, 2, 0xEE}));
+    EXPECT_EQ(Bytes(read.Data.begin() + 99, read.Data.begin() + 105),
+              (Bytes{0xEE, 3, 3, 3, 3, 0xEE}));
+    EXPECT_EQ(bus.ReadTimes.size(), 1U);
+  });
+}
+
+TEST(IsochronousTransfer, IsCheckedBeforeItIsQueued) {
+  WithConfiguredDevice([](ScriptedBus& bus, UsbWorld& world) {
+    IsochronousRead read(world.Device(), world.Pipe(1), 8);
+    const auto refused = [&read](USBD_STATUS status) {
+      EXPECT_EQ(read.Sent.Send(), STATUS_INVALID_PARAMETER);
+      EXPECT_EQ(read.Sent.Status(), status);
+    };
+    _URB_ISOCH_TRANSFER& urb = read.Request();
+    const auto with = [&](auto& field, auto value) {
+      const auto before = field;
+      field = static_cast<std::remove_cvref_t<decltype(field)>>(value);
+      refused(USBD_STATUS_INVALID_PARAMETER);
+      field = before;
+    };
+    with(urb.NumberOfPackets, 0);
+    with(urb.NumberOfPackets, 1025);
+    with(urb.NumberOfPackets, 10);  // more than the URB's length holds
+    with(urb.Hdr.Length, 20);
+    with(urb.TransferBuffer, nullptr);
+    with(urb.TransferBufferMDL, reinterpret_cast<PMDL>(&read));
+    with(urb.UrbLink, &read.Sent.Urb());
+    with(urb.TransferFlags, USBD_START_ISO_TRANSFER_ASAP);
+    with(urb.TransferBufferLength, 7 * 1024 - 1);
+    with(read.Packet(3).Offset, 5000);
+    urb.PipeHandle = world.Pipe(0).PipeHandle;
+    refused(USBD_STATUS_INVALID_PIPE_HANDLE);
+    urb.PipeHandle = nullptr;
+    refused(USBD_STATUS_INVALID_PIPE_HANDLE);
+    EXPECT_THAT(bus.ReadTimes, IsEmpty());
+  });
+}
+
+TEST(AbortPipe, TakesAllTransfersBackBeforeItEndsItself) {
+  WithConfiguredDevice([](ScriptedBus& bus, UsbWorld& world) {
+    std::vector<int> order;
+    std::vector<std::unique_ptr<IsochronousRead>> reads;
+    for (int i = 0; i < 3; ++i) {
+      reads.push_back(std::make_unique<IsochronousRead>(world.Device(), world.Pipe(1), 32));
+      reads.back()->Sent.OnCompletion = [i, &order] { order.push_back(i); };
+      EXPECT_EQ(reads.back()->Sent.Send(), STATUS_PENDING);
+    }
+    Sleep(7 * kMillisecond);  // the first is over, the second on the bus
+    SentUrb abort(world.Device());
+    abort.OnCompletion = [&order] { order.push_back(99); };
+    MakePipeRequest(abort, URB_FUNCTION_ABORT_PIPE, world.Pipe(1).PipeHandle);
+    EXPECT_EQ(abort.Run(), STATUS_SUCCESS);
+    EXPECT_THAT(order, ElementsAre(0, 1, 2, 99));
+    EXPECT_EQ(Now(), 7 * kMillisecond);
+    EXPECT_EQ(reads[0]->Sent.Status(), USBD_STATUS_SUCCESS);
+    for (int i = 1; i < 3; ++i) {
+      IsochronousRead& read = *reads[static_cast<std::size_t>(i)];
+      EXPECT_EQ(read.Sent.Await(), STATUS_CANCELLED);
+      EXPECT_EQ(read.Sent.Status(), USBD_STATUS_CANCELED);
+      EXPECT_EQ(read.Packet(31).Status, USBD_STATUS_NOT_ACCESSED);
+      EXPECT_EQ(read.Request().ErrorCount, 32U);
+    }
+    EXPECT_THAT(bus.Aborts, ElementsAre(0x82));
+    EXPECT_EQ(bus.ReadTimes.size(), 1U);
+    // The pipe is idle again.
+    IsochronousRead next(world.Device(), world.Pipe(1), 8);
+    EXPECT_EQ(next.Sent.Run(), STATUS_SUCCESS);
+    EXPECT_EQ(next.Request().StartFrame, 9U);
+  });
+}
+
+TEST(AbortPipe, OnAnIdlePipeSucceedsAndOnAnUnknownOneFails) {
+  WithConfiguredDevice([](ScriptedBus&, UsbWorld& world) {
+    for (ULONG i = 0; i < 2; ++i) {
+      EXPECT_EQ(RunPipeRequest(world.Device(), URB_FUNCTION_ABORT_PIPE, world.Pipe(i).PipeHandle),
+                STATUS_SUCCESS);
+    }
+    SentUrb abort(world.Device());
+    MakePipeRequest(abort, URB_FUNCTION_ABORT_PIPE, &abort);
+    EXPECT_EQ(abort.Send(), STATUS_INVALID_PARAMETER);
+    EXPECT_EQ(abort.Status(), USBD_STATUS_INVALID_PIPE_HANDLE);
+  });
+}
+
+TEST(SilentBus, LeavesATransferOutUntilItIsAbortedWhileOthersGoOn) {
+  WithConfiguredDevice([](ScriptedBus& bus, UsbWorld& world) {
+    bus.OnRead = [&bus](ByteSpan, PacketSpan) {
+      const bool isFirst = bus.ReadTimes.size() == 1;
+      return IsochronousResult{isFirst ? UsbStatus::Silent : UsbStatus::Ok, 0};
+    };
+    IsochronousRead silent(world.Device(), world.Pipe(1), 8);
+    IsochronousRead other(world.Device(), world.Pipe(1), 8);
+    EXPECT_EQ(silent.Sent.Send(), STATUS_PENDING);
+    EXPECT_EQ(other.Sent.Run(), STATUS_SUCCESS);
+    Sleep(kSecond);
+    EXPECT_FALSE(silent.Sent.IsDone());
+    EXPECT_EQ(RunPipeRequest(world.Device(), URB_FUNCTION_ABORT_PIPE, world.Pipe(1).PipeHandle),
+              STATUS_SUCCESS);
+    EXPECT_EQ(silent.Sent.Await(), STATUS_CANCELLED);
+  });
+}
+
+TEST(IsochronousTransfer, CanBeCancelledAloneAndThoseBehindKeepTheirFrames) {
+  WithConfiguredDevice([](ScriptedBus&, UsbWorld& world) {
+    IsochronousRead first(world.Device(), world.Pipe(1), 8);
+    IsochronousRead second(world.Device(), world.Pipe(1), 8);
+    EXPECT_EQ(first.Sent.Send(), STATUS_PENDING);
+    EXPECT_EQ(second.Sent.Send(), STATUS_PENDING);
+    EXPECT_TRUE(IoCancelIrp(first.Sent.Irp()));
+    EXPECT_EQ(first.Sent.Await(), STATUS_CANCELLED);
+    EXPECT_EQ(first.Sent.Status(), USBD_STATUS_CANCELED);
+    EXPECT_EQ(second.Sent.Await(), STATUS_SUCCESS);
+    EXPECT_EQ(second.Sent.CompletedAt, 4 * kMillisecond);
+  });
+}
+
+TEST(Unplugging, EndsEverythingThatIsOutAndAllThatComesLater) {
+  WithConfiguredDevice([](ScriptedBus&, UsbWorld& world) {
+    IsochronousRead first(world.Device(), world.Pipe(1), 32);
+    IsochronousRead second(world.Device(), world.Pipe(1), 32);
+    EXPECT_EQ(first.Sent.Send(), STATUS_PENDING);
+    EXPECT_EQ(second.Sent.Send(), STATUS_PENDING);
+    Sleep(5 * kMillisecond);
+    world.Stack.Unplug();
+    for (IsochronousRead* read : {&first, &second}) {
+      EXPECT_EQ(read->Sent.Await(), STATUS_DEVICE_NOT_CONNECTED);
+      EXPECT_EQ(read->Sent.Status(), USBD_STATUS_DEVICE_GONE);
+      EXPECT_EQ(read->Sent.CompletionLevel, DISPATCH_LEVEL);
+    }
+    EXPECT_EQ(Now(), 5 * kMillisecond);
+    EXPECT_EQ(first.Sent.Send(), STATUS_DEVICE_NOT_CONNECTED);
+    EXPECT_EQ(first.Sent.Status(), USBD_STATUS_DEVICE_GONE);
+    EXPECT_EQ(RunPipeRequest(world.Device(), URB_FUNCTION_ABORT_PIPE, world.Pipe(1).PipeHandle),
+              STATUS_DEVICE_NOT_CONNECTED);
+  });
+}
+
+TEST(Unplugging, ThatOnlyTheBusNoticesEndsEverythingToo) {
+  for (const UsbStatus end : {UsbStatus::Disconnected, UsbStatus::EndOfCapture}) {
+    WithConfiguredDevice([end](ScriptedBus& bus, UsbWorld& world) {
+      bus.OnRead = [end](ByteSpan, PacketSpan) { return IsochronousResult{end, 0}; };
+      IsochronousRead first(world.Device(), world.Pipe(1), 8);
+      IsochronousRead second(world.Device(), world.Pipe(1), 8);
+      EXPECT_EQ(first.Sent.Send(), STATUS_PENDING);
+      EXPECT_EQ(second.Sent.Send(), STATUS_PENDING);
+      EXPECT_EQ(first.Sent.Await(), STATUS_DEVICE_NOT_CONNECTED);
+      EXPECT_EQ(second.Sent.Await(), STATUS_DEVICE_NOT_CONNECTED);
+      EXPECT_EQ(Now(), 3 * kMillisecond);
+    });
+  }
+}
+
+// Every transfer ends exactly once, whoever takes it back and whenever.
+TEST(IsochronousTransfer, CanBeTakenBackAtAnyMoment) {
+  int succeeded = 0;
+  int takenBack = 0;
+  for (int way = 0; way < 4; ++way) {
+    WithConfiguredDevice(
+        [&](ScriptedBus&, UsbWorld& world) {
+          IsochronousRead first(world.Device(), world.Pipe(1), 8);
+          IsochronousRead second(world.Device(), world.Pipe(1), 8);
+          EXPECT_EQ(first.Sent.Send(), STATUS_PENDING);
+          EXPECT_EQ(second.Sent.Send(), STATUS_PENDING);
+          TestThread taker([&] {
+            Sleep(3 * kMillisecond);  // just when the first one ends
+            if (way == 0) IoCancelIrp(first.Sent.Irp());
+            if (way == 1) world.Stack.Unplug();
+            if (way == 2) world.SelectSetting(0);
+            if (way == 3) {
+              RunPipeRequest(world.Device(), URB_FUNCTION_ABORT_PIPE, world.Pipe(1).PipeHandle);
+            }
+          });
+          ++(first.Sent.Await() == STATUS_SUCCESS ? succeeded : takenBack);
+          second.Sent.Await();
+          taker.Join();
+        },
+        {}, 60);
+  }
+  EXPECT_GT(succeeded, 0);
+  EXPECT_GT(takenBack, 0);
+}
+
+TEST(UsbDeviceStack, ThatGoesEndsWhatIsStillOut) {
+  UnderManySeeds([] {
+    ScriptedBus bus;
+    auto world = std::make_unique<UsbWorld>(bus);
+    ASSERT_EQ(world->Configure(SmallConfiguration()), STATUS_SUCCESS);
+    ASSERT_EQ(world->SelectSetting(1), STATUS_SUCCESS);
+    bus.OnControl = [](const bus::SetupPacket&, ByteSpan) {
+      return bus::ControlResult{UsbStatus::Silent, 0};
+    };
+    IsochronousRead stream(world->Device(), world->Pipe(1), 8);
+    VendorRead read(world->Device());
+    EXPECT_EQ(stream.Sent.Send(), STATUS_PENDING);
+    EXPECT_EQ(read.Sent.Send(), STATUS_PENDING);
+    world.reset();
+    EXPECT_EQ(stream.Sent.Await(), STATUS_DEVICE_NOT_CONNECTED);
+    EXPECT_EQ(read.Sent.Await(), STATUS_DEVICE_NOT_CONNECTED);
+  });
+}
+
+}  // namespace
+}  // namespace lidcam::host
