@@ -75,6 +75,19 @@ def scales():
         yield b"\20" + sizes + b"\0\0" + random.Random(rows).randbytes(64)
 
 
+def fault_scripts():
+    """A line for each row of the grammar, alone and all together."""
+    requests = ("stall", "fail 2", "silent", "late 1.5s", "unplug")
+    lines = [f"control 3 {fault}" for fault in (*requests, "short 1", "corrupt")]
+    lines += [f"setting 7 {fault}" for fault in (*requests, "refuse 2")]
+    packets = ("lose 5", "short", "oversize 3", "corrupt 9", "marker", "false-start", "error")
+    lines += [f"at 1.25ms {fault}" for fault in (*packets, "fail", "silent", "silence 2ms", "unplug")]
+    lines += ["bits 77", "# a comment", "at 500000s lose; at 125us error"]
+    yield "\n".join(lines).encode()
+    for line in lines:
+        yield line.encode()
+
+
 def write(folder, seeds):
     folder.mkdir(parents=True, exist_ok=True)
     for number, seed in enumerate(seeds):
@@ -90,6 +103,7 @@ def main():
     write(folder / "registry_text", registry_texts())
     write(folder / "packet_stream", packet_streams())
     write(folder / "resampler", scales())
+    write(folder / "fault_script", fault_scripts())
 
 
 if __name__ == "__main__":

@@ -1,0 +1,113 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace lidcam::bus {
+
+/// Where on the bus a fault waits.
+enum class FaultPlace : std::uint8_t {
+  Control,  ///< a control request, counted from 1 since the bus was made
+  Setting,  ///< the selection of an alternate setting
+  Time,     ///< the isochronous reads from a bus time on
+};
+inline constexpr std::size_t kFaultPlaceCount = 3;
+
+enum class FaultKind : std::uint8_t {
+  Stall,
+  Fail,        ///< the request or the whole read fails on the wire
+  Silent,      ///< the request or the whole read is never answered
+  Late,        ///< the answer waits for `Amount` microseconds
+  Short,       ///< the answer is cut to `Amount` bytes, a packet to a part of its length
+  Corrupt,     ///< bits of the answer or the packet are flipped, and nothing tells of it
+  Refuse,      ///< the bus has no room for the setting
+  Lose,        ///< the packet's bytes are gone, and nothing tells of it
+  Oversize,    ///< the packet fills its share of the read's buffer
+  Marker,      ///< the bytes that begin a frame stand within the packet
+  FalseStart,  ///< the packet begins like a frame
+  Error,       ///< the packet comes with a bus error
+  Silence,     ///< the device sends nothing for `Amount` microseconds
+  Unplug,
+};
+inline constexpr std::size_t kFaultKindCount = 14;
+
+/// One thing that goes wrong.
+struct BusFault {
+  FaultPlace Place = FaultPlace::Control;
+  FaultKind Kind = FaultKind::Stall;
+  std::uint64_t At = 0;      ///< number of the request, number of the setting, or microseconds
+  std::uint64_t Amount = 0;  ///< microseconds or bytes, where the kind wants them
+  std::uint32_t Count = 1;  ///< requests, packets or reads in a row; 0 is every time (Setting only)
+
+  friend bool operator==(const BusFault&, const BusFault&) = default;
+};
+
+/// All that is to go wrong on a bus. Its text is described in docs/faults.md.
+struct FaultScript {
+  std::uint64_t Bits = 0;  ///< chooses flipped bits, cut lengths and places of markers
+  std::vector<BusFault> Faults{};
+
+  friend bool operator==(const FaultScript&, const FaultScript&) = default;
+};
+
+/// A fault script can't be read or used. what() is one line for the user: where, which word, why,
+/// and what would be right.
+class FaultScriptError : public std::runtime_error {
+ public:
+  FaultScriptError(const std::string& what, std::size_t line)
+      : std::runtime_error(what), line_(line) {}
+
+  /// Line of the text, from 1; 0 where the error is in none.
+  [[nodiscard]] std::size_t Line() const { return line_; }
+
+ private:
+  std::size_t line_;
+};
+
+/// The latest time that a script can name, in microseconds: the bus counts microframes in 32 bits.
+inline constexpr std::uint64_t kLatestFaultTime = 500'000'000'000;
+inline constexpr std::uint64_t kHighestControlRequest = 1'000'000'000;
+inline constexpr std::uint64_t kHighestFaultCount = 1'000'000'000;
+inline constexpr std::size_t kMostFaults = 100'000;
+
+/// Reads a script.
+///
+/// @param name  stands in the errors for where the text came from
+/// Throws FaultScriptError.
+[[nodiscard]] FaultScript ParseFaultScript(std::string_view text,
+                                           const std::string& name = "faults");
+
+/// The script in the words that ParseFaultScript() reads, a fault a line; reads back as an equal one.
+[[nodiscard]] std::string ToText(const FaultScript& script);
+
+/// One line of a script, without its end.
+[[nodiscard]] std::string ToText(const BusFault& fault);
+
+/// What a fault's kind wants behind its word.
+enum class FaultAmount : std::uint8_t { None, Time, Bytes };
+
+/// A row of the grammar: a kind that can happen in a place.
+struct FaultForm {
+  FaultPlace Place;
+  FaultKind Kind;
+  FaultAmount Amount = FaultAmount::None;
+  bool HasCount = true;
+};
+
+/// The whole grammar, the faults of a place in a row.
+[[nodiscard]] std::span<const FaultForm> FaultForms();
+
+[[nodiscard]] std::string_view WordOf(FaultKind kind);
+[[nodiscard]] std::string_view WordOf(FaultPlace place);
+
+/// The count that a line without one means.
+[[nodiscard]] constexpr std::uint32_t UsualCount(FaultPlace place) {
+  return place == FaultPlace::Setting ? 0 : 1;
+}
+
+}  // namespace lidcam::bus

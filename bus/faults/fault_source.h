@@ -1,0 +1,21 @@
+#pragma once
+
+#include <chrono>
+#include <string>
+
+#include "bus/faults/fault_script.h"
+
+namespace lidcam::bus {
+
+/// Makes the script that a user asks for in one word of the command line.
+///
+/// `seed=N` gives RandomFaults() of that number, `seed=N,packets` and `seed=N,everything` with
+/// another mix than the usual; the name of a file gives the script in it; anything else is the
+/// script itself.
+///
+/// @param duration  bus time that the faults of a seed spread over
+/// Throws FaultScriptError.
+[[nodiscard]] FaultScript LoadFaults(const std::string& argument,
+                                     std::chrono::microseconds duration);
+
+}  // namespace lidcam::bus
