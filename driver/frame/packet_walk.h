@@ -146,11 +146,13 @@ void PacketWalk<kParse>::Flush() {
 }
 
 /// The walk of AssembleTransfer(), with the parser that the walk has.
-template <PacketParser kParse>
+///
+/// @tparam Packet  has an Offset and a Length: a TransferPacket, or the USB stack's own descriptor
+template <PacketParser kParse, typename Packet>
 void TakeTransfer(PacketWalk<kParse>& walk, const std::uint8_t* buffer, std::uint32_t bufferSize,
-                  const TransferPacket* packets, std::uint32_t count) {
+                  const Packet* packets, std::uint32_t count) {
   for (std::uint32_t i = 0; i < count; ++i) {
-    const TransferPacket& packet = packets[i];
+    const Packet& packet = packets[i];
     const bool liesInside =
         packet.Offset <= bufferSize && packet.Length <= bufferSize - packet.Offset;
     if (packet.Length == 0 || !liesInside) {

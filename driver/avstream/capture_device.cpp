@@ -1,0 +1,175 @@
+#include "driver/avstream/capture_device.h"
+
+#include "driver/core/camera_lifecycle.h"
+#include "driver/core/camera_trace.h"
+
+namespace lidcam {
+namespace {
+
+// A camera record that a failed start has left behind goes with the object.
+void NTAPI DestroyCaptureDevice(PVOID object) {
+  CameraContext* const camera = static_cast<CaptureDevice*>(object)->Camera;
+  if (camera != nullptr) DestroyCameraContext(camera);
+  ExFreePool(object);
+}
+
+struct PlatformLevel {
+  UCHAR Major;
+  UCHAR Minor;
+  std::int32_t WdmLevel;
+};
+
+// Asked in this order; the first yes counts.
+constexpr PlatformLevel kPlatformLevels[] = {{1, 0x20, 4}, {1, 0x10, 3}, {1, 5, 2}, {1, 0, 1}};
+constexpr std::int32_t kUnknownPlatformLevel = 5;
+
+// Below it the hardware can't start before the platform has finished the start itself.
+constexpr std::int32_t kStartsInStart = 3;
+
+std::int32_t AskPlatformLevel() {
+  for (const PlatformLevel& level : kPlatformLevels) {
+    if (IoIsWdmVersionAvailable(level.Major, level.Minor) != FALSE) return level.WdmLevel;
+  }
+  return kUnknownPlatformLevel;
+}
+
+constexpr std::uint32_t kRemoved = 0;
+constexpr std::uint32_t kSurpriseRemoved = 3;
+
+}  // namespace
+
+CaptureDevice::CaptureDevice(PKSDEVICE device) : KsDevice(device) {
+  KeInitializeSpinLock(&frameMemoryLock_);
+}
+
+NTSTATUS CaptureDevice::Bind(PKSDEVICE device) {
+  KsAcquireDevice(device);
+  const NTSTATUS status = KsAddItemToObjectBag(device->Bag, this, DestroyCaptureDevice);
+  KsReleaseDevice(device);
+  if (!NT_SUCCESS(status)) return status;
+  device->Context = this;
+  WdmLevel = AskPlatformLevel();
+  return status;
+}
+
+NTSTATUS CaptureDevice::PnpStart(PKSDEVICE device, PIRP, PCM_RESOURCE_LIST, PCM_RESOURCE_LIST) {
+  if (device->Started != FALSE) return STATUS_DEVICE_DATA_ERROR;
+  if (WdmLevel < kStartsInStart) return STATUS_SUCCESS;
+  const NTSTATUS status = StartHardware(device);
+  HardwareStarted = NT_SUCCESS(status) ? 1 : 0;
+  return status;
+}
+
+NTSTATUS CaptureDevice::PnpPostStart(PKSDEVICE device) {
+  if (WdmLevel >= kStartsInStart) return STATUS_SUCCESS;
+  const NTSTATUS status = StartHardware(device);
+  HardwareStarted = NT_SUCCESS(status) ? 1 : 0;
+  return status;
+}
+
+NTSTATUS CaptureDevice::PnpQueryStop(PKSDEVICE, PIRP) {
+  return STATUS_SUCCESS;
+}
+
+void CaptureDevice::PnpCancelStop(PKSDEVICE, PIRP) {}
+
+void CaptureDevice::PnpStop(PKSDEVICE, PIRP) {}
+
+NTSTATUS CaptureDevice::PnpQueryRemove(PKSDEVICE, PIRP) {
+  return STATUS_SUCCESS;
+}
+
+void CaptureDevice::PnpCancelRemove(PKSDEVICE, PIRP) {}
+
+void CaptureDevice::PnpRemove(PKSDEVICE, PIRP) {
+  if (HardwareStarted == 0) return;
+  HardwareStarted = 0;
+  OnDeviceGone(kRemoved);
+  StopHardware();
+}
+
+void CaptureDevice::PnpSurpriseRemoval(PKSDEVICE, PIRP) {
+  HardwareStarted = 0;
+  OnDeviceGone(kSurpriseRemoved);
+  StopHardware();
+}
+
+NTSTATUS CaptureDevice::PnpQueryCapabilities(PKSDEVICE, PIRP, PDEVICE_CAPABILITIES capabilities) {
+  capabilities->Removable = 1;
+  capabilities->SurpriseRemovalOK = 1;
+  return STATUS_SUCCESS;
+}
+
+NTSTATUS CaptureDevice::PnpQueryInterface(PKSDEVICE, PIRP) {
+  return STATUS_SUCCESS;
+}
+
+NTSTATUS CaptureDevice::PowerQuery(PKSDEVICE, PIRP, DEVICE_POWER_STATE, DEVICE_POWER_STATE,
+                                   SYSTEM_POWER_STATE, SYSTEM_POWER_STATE, POWER_ACTION) {
+  return STATUS_SUCCESS;
+}
+
+void CaptureDevice::PowerSet(PKSDEVICE, PIRP, DEVICE_POWER_STATE to, DEVICE_POWER_STATE from) {
+  const DEVICE_POWER_STATE current = DevicePowerState;
+  if (to == current || HardwareStarted == 0) return;
+  if (to == PowerDeviceD0 && current == PowerDeviceD3) PowerUp(to, from, StreamVideoInfo);
+  if (to == PowerDeviceD3) PowerDown(to, from);
+  DevicePowerState = to;
+  TraceCamera("device power D%d", static_cast<int>(to) - static_cast<int>(PowerDeviceD0));
+}
+
+NTSTATUS CaptureDevice::SetCameraProperty(PIRP, void*, void*) {
+  return HardwareStarted != 0 ? STATUS_NOT_SUPPORTED : STATUS_UNSUCCESSFUL;
+}
+
+NTSTATUS CaptureDevice::GetCameraProperty(PIRP, void*, void*) {
+  return HardwareStarted != 0 ? STATUS_NOT_SUPPORTED : STATUS_UNSUCCESSFUL;
+}
+
+NTSTATUS CaptureDevice::AcquireStreamSlot(PKSPIN, PKS_VIDEOINFOHEADER videoInfo) {
+  if (InterlockedCompareExchange(&StreamSlot, 1, 0) != 0) return STATUS_SHARING_VIOLATION;
+  StreamVideoInfo = videoInfo;
+  return STATUS_SUCCESS;
+}
+
+void CaptureDevice::ReleaseStreamSlot() {
+  StreamVideoInfo = nullptr;
+  InterlockedExchange(&StreamSlot, 0);
+}
+
+void CaptureDevice::PublishRawFrame(std::uint8_t* buffer, std::uint32_t size) {
+  lidcam::PublishRawFrame(Published, buffer, size);
+}
+
+std::uint8_t* CaptureDevice::GetRawFrame(std::uint32_t& size) const {
+  return lidcam::GetRawFrame(Published, size);
+}
+
+std::uint8_t* CaptureDevice::HoldRawFrame(std::uint32_t& size, HeldMemory*& memory) {
+  memory = nullptr;
+  KIRQL before = 0;
+  KeAcquireSpinLock(&frameMemoryLock_, &before);
+  HeldMemory* const held = frameMemory_;
+  std::uint8_t* const frame = GetRawFrame(size);
+  if (held != nullptr && frame != nullptr) Hold(*held);
+  KeReleaseSpinLock(&frameMemoryLock_, before);
+  if (held == nullptr || frame == nullptr) return nullptr;
+  // A frame published by the stream before lies elsewhere.
+  const auto begin = reinterpret_cast<std::uintptr_t>(held->Block);
+  const auto at = reinterpret_cast<std::uintptr_t>(frame);
+  if (at < begin || at - begin >= held->Size) {
+    LetGo(*held);
+    return nullptr;
+  }
+  memory = held;
+  return frame;
+}
+
+void CaptureDevice::SetFrameMemory(HeldMemory* memory) {
+  KIRQL before = 0;
+  KeAcquireSpinLock(&frameMemoryLock_, &before);
+  frameMemory_ = memory;
+  KeReleaseSpinLock(&frameMemoryLock_, before);
+}
+
+}  // namespace lidcam

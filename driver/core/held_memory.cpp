@@ -1,0 +1,44 @@
+#include "driver/core/held_memory.h"
+
+#include <new>
+
+#include "driver/core/camera_memory.h"
+
+namespace lidcam {
+namespace {
+
+constexpr std::size_t RoundUp(std::size_t size) {
+  return (size + alignof(HeldMemory) - 1) & ~(alignof(HeldMemory) - 1);
+}
+
+}  // namespace
+
+HeldMemory* AllocateHeldMemory(std::size_t size) {
+  const std::size_t recordAt = RoundUp(size);
+  if (size == 0 || recordAt < size || recordAt + sizeof(HeldMemory) < recordAt) return nullptr;
+  void* const block = AllocateCameraMemory(recordAt + sizeof(HeldMemory));
+  if (block == nullptr) return nullptr;
+  ZeroCameraMemory(block, size);
+  auto* const memory = ::new (static_cast<std::uint8_t*>(block) + recordAt) HeldMemory{};
+  memory->Block = block;
+  memory->Size = size;
+  memory->Holds = 1;
+  return memory;
+}
+
+void Hold(HeldMemory& memory) {
+  InterlockedIncrement(&memory.Holds);
+}
+
+void LetGo(HeldMemory& memory) {
+  if (InterlockedDecrement(&memory.Holds) != 0) return;
+  if (memory.Irp != nullptr) IoFreeIrp(memory.Irp);
+  FreeCameraMemory(memory.Block);
+}
+
+void GiveUp(HeldMemory& memory) {
+  memory.GivenUp = 1;
+  LetGo(memory);
+}
+
+}  // namespace lidcam

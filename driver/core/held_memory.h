@@ -1,0 +1,44 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "driver/core/shared_value.h"
+#include "platform/kernel.h"
+
+namespace lidcam {
+
+/// Memory that several parties use and none of them may free under another: it goes, with the
+/// request that belongs to it, when the last one lets go.
+///
+/// A stream gives its transfers and raw buffers up in a fixed order, while the USB stack may still
+/// fill one, the frame thread walk it, or an application's frame be copied out of it. The record
+/// stands behind the memory itself, in the same allocation.
+struct HeldMemory {
+  void* Block;                   ///< the memory; zero-filled when allocated
+  std::size_t Size;              ///< bytes at `Block`
+  PIRP Irp;                      ///< freed before the memory; may be null
+  void* Owner;                   ///< whatever the owner wants to find again
+  Shared<std::uint8_t> GivenUp;  ///< the owner has let go; nobody is to begin anything with it
+  volatile LONG Holds;
+};
+
+/// Takes nonpaged memory, held once, by the caller.
+///
+/// @return null if the pool has no room, or `size` none
+/// @par Callable at dispatch level and below
+[[nodiscard]] HeldMemory* AllocateHeldMemory(std::size_t size);
+
+/// Holds it once more. The caller holds it already, or keeps the owner from letting go meanwhile.
+/// @par Callable at any level
+void Hold(HeldMemory& memory);
+
+/// Lets go once: the last one frees request and memory.
+/// @par Callable at dispatch level and below
+void LetGo(HeldMemory& memory);
+
+/// The owner's letting go: from now on GivenUp.
+/// @par Callable at dispatch level and below
+void GiveUp(HeldMemory& memory);
+
+}  // namespace lidcam

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <cstdint>
+
+#include "driver/usb/usb_records.h"
+#include "platform/kernel.h"
+
+namespace lidcam {
+
+using BulkCallback = void (*)(CameraContext* camera, void* context, NTSTATUS status);
+
+/// Moves a buffer of any length over a bulk or interrupt pipe, in chunks.
+///
+/// @param stream    null for a transfer that stands for itself: it is allocated, and frees itself
+/// @param transfer  used with a stream; not looked at without one
+/// @param pipe      entry of the pipe table
+/// @param callback  called when a transfer that stands for itself is done; may be null
+/// @param repeat    nonzero: start the same transfer anew when it is done
+/// @par Callable at dispatch level and below
+NTSTATUS StartBulkTransfer(UsbDeviceRecord& device, UsbStreamRecord* stream, BulkTransfer* transfer,
+                           std::uint8_t* buffer, std::uint32_t length, std::uint32_t pipe,
+                           BulkCallback callback, std::uint8_t repeat);
+
+/// Completion routine; `context` is the BulkTransfer.
+/// @return STATUS_MORE_PROCESSING_REQUIRED always
+NTSTATUS NTAPI BulkTransferCompleted(PDEVICE_OBJECT device, PIRP irp, PVOID context);
+
+/// Starts a transfer anew with the length of its last chunk, and frees the old one if it stands for
+/// itself.
+NTSTATUS RestartBulkTransfer(UsbDeviceRecord& device, std::uint32_t pipe, BulkTransfer& transfer);
+
+/// Restarts what stands in the pipes' pending lists.
+/// @return the last restart's status, or 0
+/// @par Callable at passive level only
+NTSTATUS RestartPendingTransfers(UsbDeviceRecord& device);
+
+}  // namespace lidcam

@@ -1,0 +1,66 @@
+#pragma once
+
+#include <cstdint>
+
+#include "driver/usb/usb_records.h"
+#include "platform/kernel.h"
+
+namespace lidcam {
+
+/// Time that the bus work of one synchronous request may take. Waiting for its turn has no limit.
+inline constexpr Time100ns kUrbTimeLimit = 50'000'000;
+
+/// Sends an URB and waits until it has been carried out. All of a device's requests go one at a time.
+///
+/// @return what the USB stack gave; STATUS_DEVICE_DATA_ERROR if the device is not open or gone,
+///         STATUS_UNSUCCESSFUL without an IRP, STATUS_IO_TIMEOUT after kUrbTimeLimit and the cancel.
+///         What the URB's own status says is the caller's to read.
+/// @par Callable at passive level only
+NTSTATUS SendUrb(UsbDeviceRecord& device, void* urb);
+
+/// One vendor request to the device.
+///
+/// @param buffer  data stage; touched only within `*length` bytes
+/// @param length  in: bytes of the data stage; out: bytes moved, 0 on failure. Null for no data stage
+/// @param read    nonzero: from the device
+/// @return the status of SendUrb(), or STATUS_INSUFFICIENT_RESOURCES
+/// @par Callable at passive level only
+NTSTATUS VendorRequest(TransportRecord& transport, std::uint8_t request, std::uint16_t value,
+                       std::uint16_t index, void* buffer, std::uint32_t* length, std::uint8_t read);
+
+/// The camera core's two request callbacks; `transport` is a TransportRecord. 0, or -1 on failure.
+/// @par Callable at passive level only
+Status UsbWriteRequest(void* transport, std::uint32_t request, std::uint32_t index,
+                       std::uint32_t value, void* buffer, std::uint32_t* length);
+Status UsbReadRequest(void* transport, std::uint32_t request, std::uint32_t index,
+                      std::uint32_t value, void* buffer, std::uint32_t* length);
+
+/// Brings home everything that is out on a pipe.
+/// @return the status of SendUrb(), or STATUS_INSUFFICIENT_RESOURCES
+/// @par Callable at passive level only
+NTSTATUS AbortPipe(UsbDeviceRecord& device, USBD_PIPE_HANDLE pipeHandle);
+
+/// Resets the stream's pipe, or aborts it if `abort` is nonzero.
+/// @return the status of SendUrb(); STATUS_INSUFFICIENT_RESOURCES; STATUS_DEVICE_DATA_ERROR if the
+///         interface has no such pipe
+/// @par Callable at passive level only
+NTSTATUS ResetPipe(UsbDeviceRecord& device, const UsbStreamRecord& stream,
+                   USBD_INTERFACE_INFORMATION* interfaceInformation, std::uint8_t abort);
+
+/// The bus frame number; 0 on any failure.
+/// @par Callable at passive level only
+std::uint32_t GetCurrentFrame(UsbDeviceRecord& device);
+
+/// An IRP that will carry `urb` to the USB stack; null without memory.
+/// @par Callable at dispatch level and below
+PIRP CreateUrbIrp(UsbDeviceRecord& device, void* context, void* urb,
+                  PIO_COMPLETION_ROUTINE completionRoutine);
+
+/// Makes an IRP that came home ready to go down again. Its status stays as it is.
+/// @par Callable at dispatch level and below
+void RearmIrp(void* context, PIRP irp, void* urb, PIO_COMPLETION_ROUTINE completionRoutine);
+
+/// Completion routine of a synchronous request: keeps the IRP and sets the event that `context` is.
+NTSTATUS NTAPI UrbDone(PDEVICE_OBJECT device, PIRP irp, PVOID context);
+
+}  // namespace lidcam

@@ -1,0 +1,140 @@
+#include "driver/usb/frame_thread.h"
+
+#include "driver/core/camera_trace.h"
+#include "driver/frame/packet_walk.h"
+#include "driver/usb/iso_transfers.h"
+#include "driver/usb/transfer_custody.h"
+
+namespace lidcam {
+namespace {
+
+// Every right that all platforms know: THREAD_ALL_ACCESS of a newer one names more than an old one has.
+constexpr ACCESS_MASK kThreadAccess = 0x1F03FF;
+
+IsoTransfer& TransferAt(LIST_ENTRY& link) {
+  return *CONTAINING_RECORD(&link, IsoTransfer, Link);
+}
+
+// Counted under the lock: what stands in the queue when the thread is told to end has been counted.
+bool Append(IsoPipeline& pipeline, IsoTransfer& transfer) {
+  KIRQL before{};
+  KeAcquireSpinLock(&pipeline.CompletedLock, &before);
+  const bool isOpen = pipeline.StopRequested == 0 && transfer.Memory->GivenUp == 0;
+  if (isOpen) {
+    InsertTailList(&pipeline.CompletedList, &transfer.Link);
+    InterlockedIncrement(&pipeline.CompletedCount);
+  }
+  KeReleaseSpinLock(&pipeline.CompletedLock, before);
+  return isOpen;
+}
+
+IsoTransfer* TakeOldest(IsoPipeline& pipeline) {
+  KIRQL before{};
+  KeAcquireSpinLock(&pipeline.CompletedLock, &before);
+  LIST_ENTRY* const link = IsListEmpty(&pipeline.CompletedList) != FALSE
+                               ? nullptr
+                               : RemoveHeadList(&pipeline.CompletedList);
+  KeReleaseSpinLock(&pipeline.CompletedLock, before);
+  if (link == nullptr) return nullptr;
+  InterlockedDecrement(&pipeline.CompletedCount);
+  return &TransferAt(*link);
+}
+
+// Nothing is parsed and nothing goes back: the stream is over.
+void DropQueue(IsoPipeline& pipeline) {
+  std::uint32_t dropped = 0;
+  while (InterlockedCompareExchange(&pipeline.CompletedCount, 0, 0) > 0) {
+    IsoTransfer* const transfer = TakeOldest(pipeline);
+    if (transfer == nullptr) break;
+    PutAway(*transfer->Memory);
+    ++dropped;
+  }
+  TraceCamera("frame thread ends dropped=%u", dropped);
+}
+
+void WalkPackets(UsbStreamRecord& stream, CameraContext& camera, const IsoTransfer& transfer,
+                 const HeldMemory& memory) {
+  const auto* const data = static_cast<const std::uint8_t*>(memory.Block);
+  const void* const behindData = data + transfer.DataSize;
+  const auto* const urb = static_cast<const _URB_ISOCH_TRANSFER*>(behindData);
+  PacketWalk<> walk(stream.Assembly, camera);
+  TakeTransfer(walk, data, transfer.DataSize, urb->IsoPacket,
+               transfer.Pipeline->PacketsPerTransfer);
+}
+
+void HandleTransfer(UsbStreamRecord& stream, CameraContext& camera, IsoTransfer& transfer) {
+  HeldMemory& memory = *transfer.Memory;
+  WalkPackets(stream, camera, transfer, memory);
+  const bool goesOn = stream.StreamRunning != 0 || PutAwayUnlessWanted(memory);
+  if (goesOn) ResubmitTransfer(transfer, memory);
+}
+
+}  // namespace
+
+void NTAPI RawFrameThread(PVOID context) {
+  UsbDeviceRecord& device = *static_cast<UsbDeviceRecord*>(context);
+  UsbStreamRecord& stream = *device.Stream;
+  IsoPipeline& pipeline = *stream.Pipeline;
+  KeSetPriorityThread(KeGetCurrentThread(), LOW_REALTIME_PRIORITY);
+  TraceCamera("frame thread runs");
+  for (;;) {
+    KeWaitForSingleObject(&pipeline.WakeSemaphore, Executive, KernelMode, FALSE, nullptr);
+    if (pipeline.StopRequested != 0) break;
+    IsoTransfer* const transfer = TakeOldest(pipeline);
+    if (transfer != nullptr) HandleTransfer(stream, *device.Camera, *transfer);
+  }
+  DropQueue(pipeline);
+  KeReleaseSemaphore(&pipeline.DoneSemaphore, IO_NO_INCREMENT, 1, FALSE);
+  PsTerminateSystemThread(STATUS_SUCCESS);
+}
+
+NTSTATUS QueueCompletedTransfer(IsoTransfer& transfer, PIRP) {
+  IsoPipeline& pipeline = *transfer.Pipeline;
+  if (Append(pipeline, transfer)) {
+    KeReleaseSemaphore(&pipeline.WakeSemaphore, IO_NO_INCREMENT, 1, FALSE);
+  } else {
+    PutAway(*transfer.Memory);
+  }
+  return STATUS_SUCCESS;
+}
+
+NTSTATUS StartFrameThread(UsbStreamRecord& stream) {
+  IsoPipeline& pipeline = *stream.Pipeline;
+  InitializeListHead(&pipeline.CompletedList);
+  KeInitializeSpinLock(&pipeline.CompletedLock);
+  KeInitializeSemaphore(&pipeline.WakeSemaphore, 0, 0x7FFFFFFF);
+  KeInitializeSemaphore(&pipeline.DoneSemaphore, 0, 1);
+  InterlockedExchange(&pipeline.CompletedCount, 0);
+  pipeline.StopRequested = 0;
+  pipeline.ThreadStarted = 0;
+  pipeline.Thread = nullptr;
+
+  HANDLE handle = nullptr;
+  const NTSTATUS status =
+      PsCreateSystemThread(&handle, 0, nullptr, nullptr, nullptr, RawFrameThread, stream.Device);
+  if (!NT_SUCCESS(status)) return status;
+  pipeline.ThreadStarted = 1;
+  ObReferenceObjectByHandle(handle, kThreadAccess, nullptr, KernelMode, &pipeline.Thread, nullptr);
+  ZwClose(handle);
+  return status;
+}
+
+void StopFrameThread(UsbStreamRecord& stream) {
+  IsoPipeline& pipeline = *stream.Pipeline;
+  if (pipeline.StopRequested != 0) return;
+  KIRQL before{};
+  KeAcquireSpinLock(&pipeline.CompletedLock, &before);
+  pipeline.StopRequested = 1;
+  KeReleaseSpinLock(&pipeline.CompletedLock, before);
+  KeReleaseSemaphore(&pipeline.WakeSemaphore, IO_NO_INCREMENT, 1, FALSE);
+  if (pipeline.ThreadStarted == 0) return;
+  // Old platforms at a raised level can't wait, and don't.
+  const bool canWait = KeGetCurrentIrql() < DISPATCH_LEVEL || stream.Device->WdmLevel >= 3;
+  if (canWait) {
+    KeWaitForSingleObject(&pipeline.DoneSemaphore, Executive, KernelMode, FALSE, nullptr);
+  }
+  if (pipeline.Thread != nullptr) ObfDereferenceObject(pipeline.Thread);
+  pipeline.Thread = nullptr;
+}
+
+}  // namespace lidcam

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <cstdint>
+
+#include "driver/usb/usb_records.h"
+#include "platform/kernel.h"
+
+namespace lidcam {
+
+/// Start routine of the one thread that assembles frames; `context` is the UsbDeviceRecord. Takes
+/// completed transfers from the queue, walks their packets and sends them down again.
+void NTAPI RawFrameThread(PVOID context);
+
+/// Hands a transfer that came home to the frame thread, with the hold that its trip had on `Memory`.
+/// Nothing is queued once the thread is to end or the stream has given the memory up: the hold is let
+/// go then. Neither allocates nor waits.
+///
+/// @param irp  not used
+/// @return 0 always
+/// @par Callable at dispatch level and below
+NTSTATUS QueueCompletedTransfer(IsoTransfer& transfer, PIRP irp);
+
+/// Makes queue and thread.
+/// @return what the thread's creation gave
+/// @par Callable at passive level only
+NTSTATUS StartFrameThread(UsbStreamRecord& stream);
+
+/// Ends the thread and waits for its end, without a limit. A thread that was never made is not waited
+/// for. The queue is empty afterwards.
+/// @par Callable at passive level only
+void StopFrameThread(UsbStreamRecord& stream);
+
+}  // namespace lidcam

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <cstdint>
+
+#include "driver/core/camera_context.h"
+
+namespace lidcam {
+
+/// The camera core's third callback: restarts a running stream with another format. `transport` is a
+/// TransportRecord.
+///
+/// @param swap  0 exchanges width and height of the stream. The pin's own format has them exchanged
+///              in every case.
+/// @return 0, or -1 if no stream runs or it could not be restarted
+/// @par Callable at passive level only
+Status StreamReconfigure(void* transport, std::uint32_t* swap);
+
+}  // namespace lidcam

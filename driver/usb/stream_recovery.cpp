@@ -1,0 +1,224 @@
+#include "driver/usb/stream_recovery.h"
+
+#include "driver/core/camera_lifecycle.h"
+#include "driver/core/camera_memory.h"
+#include "driver/core/camera_trace.h"
+#include "driver/core/stream_modes.h"
+#include "driver/usb/control_requests.h"
+#include "driver/usb/iso_transfers.h"
+#include "driver/usb/transfer_custody.h"
+
+namespace lidcam {
+namespace {
+
+// In writable data: a debugger can lengthen a stop.
+constinit Time100ns g_drainTimeLimit = kDrainTimeLimit;
+
+// States of UsbStreamRecord::WatchdogChain.
+constexpr LONG kNoTick = 0;
+constexpr LONG kTicksOn = 1;
+
+unsigned Hex(NTSTATUS status) {
+  return static_cast<unsigned>(status);
+}
+
+bool IsChainStarted(UsbStreamRecord& stream) {
+  return InterlockedCompareExchange(&stream.WatchdogChain, kTicksOn, kNoTick) == kNoTick;
+}
+
+void SetWatchdogTimer(UsbStreamRecord& stream) {
+  KeInitializeTimerEx(&stream.WatchdogTimer, SynchronizationTimer);
+  KeInitializeDpc(&stream.WatchdogDpc, TransferWatchdog, &stream);
+  KeSetTimer(&stream.WatchdogTimer, RelativeTime(kWatchdogPeriod), &stream.WatchdogDpc);
+}
+
+bool IsAllWell(const UsbStreamRecord& stream) {
+  return stream.Halted == 0 && !HasWaitFlag(stream, StopWaitArmed) &&
+         !HasWaitFlag(stream, ResetWaitArmed) && stream.Device->Connected != 0;
+}
+
+void EndResetWait(UsbStreamRecord& stream) {
+  TraceCamera("watchdog reset idle");
+  ClearWaitFlag(stream, ResetWaitArmed);
+  stream.Halted = 0;
+  KeSetEvent(&stream.ResetEvent, EVENT_INCREMENT, FALSE);
+}
+
+void EndStopWait(UsbStreamRecord& stream) {
+  TraceCamera("watchdog stop idle");
+  ClearWaitFlag(stream, StopWaitArmed);
+  KeSetEvent(&stream.StopEvent, EVENT_INCREMENT, FALSE);
+}
+
+// The order of the tests decides who gets on: nobody while a transfer is out, and a stop before the
+// recovery that it makes needless.
+void LookAtCircle(UsbStreamRecord& stream) {
+  if (IsAllWell(stream)) return;
+  if (AnyTransferInFlight(stream) != 0) {
+    TraceCamera("watchdog waits for transfers");
+    return;
+  }
+  if (stream.StreamRunning == 0) return;
+  UsbDeviceRecord& device = *stream.Device;
+  if (stream.Halted != 0 && device.Connected != 0 && !HasWaitFlag(stream, StopWaitArmed)) {
+    ScheduleStreamReset(device, stream);
+  }
+  if (HasWaitFlag(stream, ResetWaitArmed)) EndResetWait(stream);
+  if (HasWaitFlag(stream, StopWaitArmed)) EndStopWait(stream);
+}
+
+void NTAPI RunStreamReset(PDEVICE_OBJECT, PVOID context) {
+  auto* const item = static_cast<StreamResetItem*>(context);
+  UsbStreamRecord& stream = *item->Stream;
+  UsbDeviceRecord& device = *stream.Device;
+  if (device.Connected != 0) RecoverStream(device, stream, nullptr, nullptr);
+  InterlockedDecrement(&device.ResetGuard);
+  IoFreeWorkItem(item->WorkItem);
+  FreeCameraMemory(item);
+}
+
+std::uint8_t GiveUpReset(UsbDeviceRecord& device, const char* reason) {
+  TraceCamera("recovery %s", reason);
+  InterlockedDecrement(&device.ResetGuard);
+  return 1;
+}
+
+NTSTATUS AbortStreamPipe(UsbDeviceRecord& device, const UsbStreamRecord& stream) {
+  const USBD_PIPE_INFORMATION* const pipe = StreamPipe(stream);
+  if (pipe == nullptr) return STATUS_DEVICE_DATA_ERROR;
+  return AbortPipe(device, pipe->PipeHandle);
+}
+
+// A camera whose pipe could not be reset is programmed anew all the same, but not put to rest before.
+bool ProgramCameraAnew(CameraContext& camera, const UsbStreamRecord& stream, bool endStream) {
+  if (endStream && EndStream(camera) != 0) return false;
+  return SelectStreamMode(camera, stream.StreamFormat) == 0;
+}
+
+// Whatever a recovery comes to after the reset, the reset's status is what it tells, unless the camera
+// refused.
+NTSTATUS RestartCircle(UsbDeviceRecord& device, UsbStreamRecord& stream, NTSTATUS reset) {
+  if (stream.StreamRunning == 0) return reset;
+  if (!ProgramCameraAnew(*device.Camera, stream, NT_SUCCESS(reset))) return STATUS_UNSUCCESSFUL;
+  stream.PipeIndex = device.RecoveryPipeIndex;
+  StartTransfers(stream);
+  return reset;
+}
+
+NTSTATUS RecoverLocked(UsbDeviceRecord& device, UsbStreamRecord& stream) {
+  if (stream.Opened != 1) return STATUS_SUCCESS;
+  const NTSTATUS abort = AbortStreamPipe(device, stream);
+  TraceCamera("recovery abort status=%08X", Hex(abort));
+  if (!NT_SUCCESS(abort)) return abort;
+  NTSTATUS wait = STATUS_SUCCESS;
+  WaitResetIdle(stream, wait);
+  TraceCamera("recovery idle status=%08X", Hex(wait));
+  if (wait == STATUS_TIMEOUT) return wait;
+  const NTSTATUS reset = ResetPipe(device, stream, device.InterfaceInformation, 0);
+  TraceCamera("recovery reset status=%08X", Hex(reset));
+  return RestartCircle(device, stream, reset);
+}
+
+void ForgetStarts(const UsbStreamRecord& stream) {
+  for (const IsoTransfer& transfer : TransfersOf(stream)) {
+    if (transfer.OwnsMemory != 0) ForgetStart(*transfer.Memory);
+  }
+}
+
+void SleepOnePoll() {
+  LARGE_INTEGER time = RelativeTime(kRecoveryPollPeriod);
+  KeDelayExecutionThread(KernelMode, FALSE, &time);
+}
+
+bool IsLastTickUnderWay(UsbStreamRecord& stream) {
+  return !HasWaitFlag(stream, WatchdogRunning) &&
+         InterlockedCompareExchange(&stream.WatchdogChain, kNoTick, kNoTick) == kTicksOn;
+}
+
+}  // namespace
+
+// The watchdog may be called off, and armed for the next stream, at any moment of a tick. Whoever ends
+// the chain of ticks - this, or who cancelled the timer - looks once more whether a stream wants it.
+void NTAPI TransferWatchdog(PKDPC, PVOID context, PVOID, PVOID) {
+  UsbStreamRecord& stream = *static_cast<UsbStreamRecord*>(context);
+  LookAtCircle(stream);
+  do {
+    if (HasWaitFlag(stream, WatchdogRunning)) {
+      SetWatchdogTimer(stream);
+      if (HasWaitFlag(stream, WatchdogRunning)) return;
+      if (KeCancelTimer(&stream.WatchdogTimer) == FALSE) return;
+    }
+    InterlockedExchange(&stream.WatchdogChain, kNoTick);
+  } while (HasWaitFlag(stream, WatchdogRunning) && IsChainStarted(stream));
+}
+
+void ArmWatchdog(UsbStreamRecord& stream) {
+  if (IsChainStarted(stream)) SetWatchdogTimer(stream);
+}
+
+void DisarmWatchdog(UsbStreamRecord& stream) {
+  ClearWaitFlag(stream, WatchdogRunning);
+  const BOOLEAN wasSet = KeCancelTimer(&stream.WatchdogTimer);
+  if (wasSet != FALSE) InterlockedExchange(&stream.WatchdogChain, kNoTick);
+}
+
+std::uint8_t ScheduleStreamReset(UsbDeviceRecord& device, UsbStreamRecord& stream) {
+  if (InterlockedIncrement(&device.ResetGuard) > 0) {
+    InterlockedDecrement(&device.ResetGuard);
+    TraceCamera("recovery under way");
+    return 0;
+  }
+  auto* const item = static_cast<StreamResetItem*>(AllocateCameraMemory(sizeof(StreamResetItem)));
+  stream.ResetWorkItem = item;
+  if (item == nullptr) return GiveUpReset(device, "has no memory");
+  item->Stream = &stream;
+  item->WorkItem = IoAllocateWorkItem(device.KsDevice->NextDeviceObject);
+  if (item->WorkItem == nullptr) {
+    // The guard stays raised: no recovery from now on, and the device can't be stopped.
+    FreeCameraMemory(item);
+    TraceCamera("recovery has no work item");
+    return 1;
+  }
+  TraceCamera("recovery scheduled");
+  IoQueueWorkItem(item->WorkItem, RunStreamReset, CriticalWorkQueue, item);
+  return 1;
+}
+
+NTSTATUS RecoverStream(UsbDeviceRecord& device, UsbStreamRecord& stream, void*, void*) {
+  KsAcquireDevice(device.KsDevice);
+  const NTSTATUS status = RecoverLocked(device, stream);
+  KsReleaseDevice(device.KsDevice);
+  TraceCamera("recovery ends status=%08X", Hex(status));
+  return status;
+}
+
+void WaitResetIdle(UsbStreamRecord& stream, NTSTATUS& waitResult) {
+  LARGE_INTEGER limit = RelativeTime(kResetTimeLimit);
+  KeInitializeEvent(&stream.ResetEvent, SynchronizationEvent, FALSE);
+  SetWaitFlag(stream, ResetWaitArmed);
+  waitResult = KeWaitForSingleObject(&stream.ResetEvent, Executive, KernelMode, FALSE, &limit);
+  if (waitResult == STATUS_TIMEOUT) ClearWaitFlag(stream, ResetWaitArmed);
+}
+
+NTSTATUS DrainTransfers(UsbStreamRecord& stream) {
+  LARGE_INTEGER limit = RelativeTime(g_drainTimeLimit);
+  ForgetStarts(stream);
+  KeInitializeEvent(&stream.StopEvent, SynchronizationEvent, FALSE);
+  SetWaitFlag(stream, StopWaitArmed);
+  const NTSTATUS abort = AbortStreamPipe(*stream.Device, stream);
+  TraceCamera("drain abort status=%08X", Hex(abort));
+  const NTSTATUS status =
+      KeWaitForSingleObject(&stream.StopEvent, Executive, KernelMode, FALSE, &limit);
+  TraceCamera("drain ends status=%08X", Hex(status));
+  return status;
+}
+
+void WaitForRecovery(UsbDeviceRecord& device) {
+  KsAcquireDevice(device.KsDevice);
+  KsReleaseDevice(device.KsDevice);
+  while (InterlockedCompareExchange(&device.ResetGuard, 0, 0) >= 0) SleepOnePoll();
+  UsbStreamRecord* const stream = device.Stream;
+  while (stream != nullptr && IsLastTickUnderWay(*stream)) SleepOnePoll();
+}
+
+}  // namespace lidcam

@@ -1,0 +1,55 @@
+#pragma once
+
+#include <cstdint>
+
+#include "driver/usb/usb_records.h"
+#include "platform/kernel.h"
+
+namespace lidcam {
+
+inline constexpr Time100ns kWatchdogPeriod = 2'500'000;   ///< 250 ms
+inline constexpr Time100ns kDrainTimeLimit = 80'000'000;  ///< 8 s
+inline constexpr Time100ns kResetTimeLimit = 80'000'000;  ///< 8 s
+inline constexpr Time100ns kRecoveryPollPeriod = 20'000;  ///< 2 ms
+
+/// Deferred routine of the watchdog timer; `context` is the UsbStreamRecord. Acts only when all
+/// transfers are home: ends the waits of a stop and of a recovery, schedules a recovery of a broken
+/// circle. Arms itself again while WatchdogRunning is set.
+void NTAPI TransferWatchdog(PKDPC dpc, PVOID context, PVOID argument1, PVOID argument2);
+
+/// Lets the watchdog tick from now on. WatchdogRunning is set already; a last tick of the stream before
+/// that is still to come goes on as this stream's first.
+/// @par Callable at dispatch level and below
+void ArmWatchdog(UsbStreamRecord& stream);
+
+/// Clears WatchdogRunning and cancels the timer. A tick that is under way meanwhile is the last one;
+/// WaitForRecovery() waits for it.
+/// @par Callable at passive level only
+void DisarmWatchdog(UsbStreamRecord& stream);
+
+/// Queues a recovery unless one is under way.
+///
+/// @return 0 if one is under way, else 1, also without memory
+/// @par Callable at dispatch level and below
+std::uint8_t ScheduleStreamReset(UsbDeviceRecord& device, UsbStreamRecord& stream);
+
+/// Brings a broken circle home and starts it anew. Takes the device's mutex.
+/// @par Callable at passive level only
+NTSTATUS RecoverStream(UsbDeviceRecord& device, UsbStreamRecord& stream, void* context1,
+                       void* context2);
+
+/// Waits up to kResetTimeLimit for the tick that finds all transfers home.
+/// @par Callable at passive level only
+void WaitResetIdle(UsbStreamRecord& stream, NTSTATUS& waitResult);
+
+/// Aborts the pipe and waits up to kDrainTimeLimit for the tick that finds all transfers home.
+/// @return the wait's status; on STATUS_TIMEOUT StopWaitArmed stays set
+/// @par Callable at passive level only, under the device's mutex
+NTSTATUS DrainTransfers(UsbStreamRecord& stream);
+
+/// Waits, without a limit, until no recovery runs or is scheduled, and no tick of a watchdog that was
+/// called off is under way.
+/// @par Callable at passive level only
+void WaitForRecovery(UsbDeviceRecord& device);
+
+}  // namespace lidcam

@@ -1,0 +1,62 @@
+#include "driver/usb/transfer_custody.h"
+
+namespace lidcam {
+namespace {
+
+// HeldMemory::Holds of a transfer, and beside the count the wish of a start.
+constexpr LONG kAtHome = 1;
+constexpr LONG kOnItsWay = 2;
+constexpr LONG kStartWanted = 0x10000;
+
+LONG HoldsOf(HeldMemory& memory) {
+  return InterlockedCompareExchange(&memory.Holds, 0, 0);
+}
+
+bool Exchange(HeldMemory& memory, LONG expected, LONG wanted) {
+  return InterlockedCompareExchange(&memory.Holds, wanted, expected) == expected;
+}
+
+}  // namespace
+
+bool TakeForStart(HeldMemory& memory) {
+  for (;;) {
+    const LONG holds = HoldsOf(memory);
+    if (holds == kAtHome) {
+      if (Exchange(memory, kAtHome, kOnItsWay)) return true;
+    } else if (Exchange(memory, holds, holds | kStartWanted)) {
+      return false;
+    }
+  }
+}
+
+void ForgetStart(HeldMemory& memory) {
+  for (;;) {
+    const LONG holds = HoldsOf(memory);
+    if ((holds & kStartWanted) == 0) return;
+    if (Exchange(memory, holds, holds & ~kStartWanted)) return;
+  }
+}
+
+bool PutAwayUnlessWanted(HeldMemory& memory) {
+  if (Exchange(memory, kOnItsWay, kAtHome)) return false;
+  if (memory.GivenUp == 0) {
+    // The owner is there, so that it is the wish which is in the way.
+    ForgetStart(memory);
+    return true;
+  }
+  PutAway(memory);
+  return false;
+}
+
+void PutAway(HeldMemory& memory) {
+  for (;;) {
+    const LONG holds = HoldsOf(memory);
+    if ((holds & ~kStartWanted) == kAtHome) break;
+    if (Exchange(memory, holds, (holds & ~kStartWanted) - 1)) return;
+  }
+  // The owner has given it up: nobody else is left to wish for it.
+  ForgetStart(memory);
+  LetGo(memory);
+}
+
+}  // namespace lidcam

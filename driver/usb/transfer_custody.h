@@ -1,0 +1,33 @@
+#pragma once
+
+#include "driver/core/held_memory.h"
+
+namespace lidcam {
+
+// Who has a transfer. Its memory is held by the stream that owns it and, while the transfer is on its
+// way round, once more: that hold goes from the sender to the USB stack, the queue, the frame thread
+// and the USB stack again. Whoever takes it has the transfer for himself. A start may find a transfer
+// that the frame thread still walks, because its InFlight is 0 by then: it leaves a wish, and the
+// thread sends the transfer instead of putting it away.
+
+/// Takes a transfer that is at home. The caller keeps the owner from giving the memory up meanwhile.
+///
+/// @return false if somebody has it: he is told that a start wants it
+/// @par Callable at dispatch level and below
+[[nodiscard]] bool TakeForStart(HeldMemory& memory);
+
+/// Takes back a start's wish. The caller holds the memory or keeps the owner from giving it up.
+/// @par Callable at dispatch level and below
+void ForgetStart(HeldMemory& memory);
+
+/// Puts the transfer away, unless a start wants it.
+///
+/// @return true if the caller still has it and is to send it
+/// @par Callable at dispatch level and below
+[[nodiscard]] bool PutAwayUnlessWanted(HeldMemory& memory);
+
+/// Puts the transfer away, whoever wants it. The memory goes if the owner has given it up.
+/// @par Callable at dispatch level and below
+void PutAway(HeldMemory& memory);
+
+}  // namespace lidcam

@@ -1,0 +1,390 @@
+#include "driver/usb/usb_capture_device.h"
+
+#include <cstring>
+#include <new>
+
+#include "driver/core/camera_lifecycle.h"
+#include "driver/core/camera_memory.h"
+#include "driver/core/camera_trace.h"
+#include "driver/core/settings_store.h"
+#include "driver/core/stream_modes.h"
+#include "driver/sensor/power_and_led.h"
+#include "driver/usb/bulk_transfers.h"
+#include "driver/usb/control_requests.h"
+#include "driver/usb/stream_reconfigure.h"
+#include "driver/usb/stream_recovery.h"
+#include "driver/usb/usb_configuration.h"
+
+namespace lidcam {
+namespace {
+
+// Entry of the interface's pipes that carries the picture; entry 0 is the interrupt pipe.
+constexpr std::uint32_t kStreamPipeIndex = 1;
+
+constexpr std::uint32_t kSurpriseRemoved = 3;
+
+class DeviceMutex {
+ public:
+  explicit DeviceMutex(PKSDEVICE device) : device_(device) { KsAcquireDevice(device_); }
+  DeviceMutex(const DeviceMutex&) = delete;
+  DeviceMutex& operator=(const DeviceMutex&) = delete;
+  ~DeviceMutex() { KsReleaseDevice(device_); }
+
+ private:
+  PKSDEVICE device_;
+};
+
+template <typename T>
+T* AllocateRecord() {
+  void* const memory = AllocateCameraMemory(sizeof(T));
+  return memory != nullptr ? ::new (memory) T{} : nullptr;
+}
+
+// The pipeline's place behind the stream record.
+constexpr std::size_t PipelineOffset() {
+  return (sizeof(UsbStreamRecord) + alignof(IsoPipeline) - 1) & ~(alignof(IsoPipeline) - 1);
+}
+
+CaptureDevice& DeviceOf(const UsbStreamRecord& stream) {
+  return *CaptureDeviceOf(stream.Device->KsDevice);
+}
+
+std::uint8_t SinkIsProcessing(void* context) {
+  const UsbStreamRecord& stream = *static_cast<UsbStreamRecord*>(context);
+  const PinOperations* const pins = DeviceOf(stream).Pins;
+  KSPIN* const pin = stream.Device->Pin;
+  return pins != nullptr && pin != nullptr ? pins->IsProcessing(pin) : std::uint8_t{0};
+}
+
+void SinkPublishRawFrame(void* context, std::uint8_t* buffer, std::uint32_t size) {
+  DeviceOf(*static_cast<UsbStreamRecord*>(context)).PublishRawFrame(buffer, size);
+}
+
+std::uint8_t SinkStreamRunning(void* context) {
+  return static_cast<UsbStreamRecord*>(context)->StreamRunning;
+}
+
+void SinkWakeConsumer(void* context) {
+  KSPIN* const pin = static_cast<UsbStreamRecord*>(context)->Device->Pin;
+  if (pin != nullptr) KsPinAttemptProcessing(pin, TRUE);
+}
+
+void FillTransport(TransportRecord& transport, PKSDEVICE device, UsbDeviceRecord* record) {
+  std::memcpy(transport.Head.Signature, "SYQR", sizeof(transport.Head.Signature));
+  transport.Head.NextDeviceObject = device->NextDeviceObject;
+  transport.Head.PhysicalDeviceObject = device->PhysicalDeviceObject;
+  transport.Head.FunctionalDeviceObject = device->FunctionalDeviceObject;
+  transport.Device = record;
+}
+
+bool IsKnownDeviceClass(std::uint32_t deviceClass) {
+  return deviceClass >= 1 && deviceClass <= 3;
+}
+
+NTSTATUS Traced(const char* what, NTSTATUS status) {
+  TraceCamera("stream %s -> %08X", what, static_cast<unsigned>(status));
+  return status;
+}
+
+}  // namespace
+
+std::int32_t UsbCaptureDevice::GetFormatListIndex() {
+  return UsbDevice != nullptr ? UsbDevice->FormatListIndex : 0;
+}
+
+std::int32_t UsbCaptureDevice::GetFormatCount() {
+  return UsbDevice != nullptr ? UsbDevice->FormatCount : 0;
+}
+
+// What the bag has taken it keeps: only what it has not is freed here.
+NTSTATUS UsbCaptureDevice::AllocateRecords(PKSDEVICE device) {
+  auto* const transport = AllocateRecord<TransportRecord>();
+  if (transport == nullptr) return STATUS_INSUFFICIENT_RESOURCES;
+  auto* const record = AllocateRecord<UsbDeviceRecord>();
+  if (record == nullptr) {
+    FreeCameraMemory(transport);
+    return STATUS_INSUFFICIENT_RESOURCES;
+  }
+  const DeviceMutex mutex(device);
+  NTSTATUS status = KsAddItemToObjectBag(device->Bag, transport, nullptr);
+  if (!NT_SUCCESS(status)) {
+    FreeCameraMemory(transport);
+    FreeCameraMemory(record);
+    return status;
+  }
+  status = KsAddItemToObjectBag(device->Bag, record, nullptr);
+  if (!NT_SUCCESS(status)) {
+    FreeCameraMemory(record);
+    return status;
+  }
+  Transport = transport;
+  UsbDevice = record;
+  return status;
+}
+
+void UsbCaptureDevice::FillRecords(PKSDEVICE device) {
+  UsbDeviceRecord& record = *UsbDevice;
+  std::memcpy(record.Signature, "DVQR", sizeof(record.Signature));
+  record.KsDevice = device;
+  FillTransport(*Transport, device, &record);
+  record.WdmLevel = WdmLevel;
+  KeInitializeSemaphore(&record.UrbLock, 1, 1);
+  record.Connected = 1;
+  record.DeviceOpen = 1;
+}
+
+// Nothing frees the pipe table while the device lives; it goes with the device's records. What the
+// bag doesn't take nobody uses.
+void UsbCaptureDevice::KeepPipeTable() {
+  PipeRecord* const table = UsbDevice->PipeTable;
+  if (table == nullptr) return;
+  const DeviceMutex mutex(UsbDevice->KsDevice);
+  if (NT_SUCCESS(KsAddItemToObjectBag(UsbDevice->KsDevice->Bag, table, nullptr))) return;
+  FreeCameraMemory(table);
+  UsbDevice->PipeTable = nullptr;
+}
+
+NTSTATUS UsbCaptureDevice::CreateCamera() {
+  const CameraTransport transport{Transport, UsbWriteRequest, UsbReadRequest, StreamReconfigure};
+  CameraCapabilities capabilities{};
+  CameraContext* const camera = CreateCameraContext(
+      transport, capabilities, UsbDevice->DeviceDescriptor, UsbDevice->LongConfigDescriptor);
+  UsbDevice->Camera = camera;
+  Camera = camera;
+  if (camera == nullptr || !IsKnownDeviceClass(capabilities.DeviceClass)) {
+    return STATUS_UNSUCCESSFUL;
+  }
+  StoreCapabilities(*UsbDevice, capabilities);
+  return STATUS_SUCCESS;
+}
+
+NTSTATUS UsbCaptureDevice::CreateStreamRecord() {
+  PKSDEVICE const device = UsbDevice->KsDevice;
+  const std::size_t size = PipelineOffset() + GetPipelineSize();
+  auto* const memory = static_cast<std::uint8_t*>(AllocateCameraMemory(size));
+  if (memory == nullptr) return STATUS_INSUFFICIENT_RESOURCES;
+  KsAcquireDevice(device);
+  const NTSTATUS status = KsAddItemToObjectBag(device->Bag, memory, nullptr);
+  KsReleaseDevice(device);
+  if (!NT_SUCCESS(status)) {
+    FreeCameraMemory(memory);
+    return status;
+  }
+  auto* const stream = ::new (memory) UsbStreamRecord{};
+  auto* const pipeline = ::new (memory + PipelineOffset()) IsoPipeline{};
+  pipeline->Transfers = ::new (memory + PipelineOffset() + sizeof(IsoPipeline))
+      IsoTransfer[UsbDevice->TransferCount]{};
+  stream->PipeIndex = kStreamPipeIndex;
+  std::memcpy(stream->Signature, "CHQR", sizeof(stream->Signature));
+  stream->Device = UsbDevice;
+  stream->Pipeline = pipeline;
+  stream->Assembly.Sink = {stream, SinkIsProcessing, SinkPublishRawFrame, SinkStreamRunning,
+                           SinkWakeConsumer};
+  UsbDevice->Stream = stream;
+  UsbStream = stream;
+  return STATUS_SUCCESS;
+}
+
+void UsbCaptureDevice::ResetStreamState() {
+  const DeviceMutex mutex(UsbDevice->KsDevice);
+  UsbStream->Assembly.RawBufferSize = 0;
+  UsbStream->Assembly.ForcePublish = 0;
+  UsbStream->RestartPending = 0;
+  UsbStream->StreamRunning = 0;
+  UsbStream->Opened = 0;
+  UsbStream->Halted = 0;
+  UsbStream->WaitFlags = 0;
+}
+
+void UsbCaptureDevice::FreeDescriptors() {
+  FreeCameraMemory(UsbDevice->DeviceDescriptor);
+  FreeCameraMemory(UsbDevice->InterfaceInformation);
+  // Nobody is to follow them any more, so that they need not stay as they are.
+  UsbDevice->DeviceDescriptor = nullptr;
+  UsbDevice->InterfaceInformation = nullptr;
+}
+
+void UsbCaptureDevice::FailStart() {
+  UsbDevice->Connected = 0;
+  UsbDevice->DeviceOpen = 0;
+  FreeDescriptors();
+}
+
+NTSTATUS UsbCaptureDevice::StartHardware(PKSDEVICE device) {
+  NTSTATUS status = AllocateRecords(device);
+  if (!NT_SUCCESS(status)) return Traced("hardware start", status);
+  FillRecords(device);
+  status = ReadDeviceDescriptors(*UsbDevice);
+  KeepPipeTable();
+  if (NT_SUCCESS(status)) status = CreateCamera();
+  if (NT_SUCCESS(status)) status = CreateStreamRecord();
+  if (NT_SUCCESS(status)) {
+    AttachPipeline();
+    ResetStreamState();
+    if (LoadSettings(*UsbDevice->Camera, kSettingsSubkey) != 0) {
+      status = STATUS_INSUFFICIENT_RESOURCES;
+    }
+  }
+  if (!NT_SUCCESS(status)) FailStart();
+  return Traced("hardware start", status);
+}
+
+NTSTATUS UsbCaptureDevice::StopHardware() {
+  CameraContext* const camera = Camera;
+  if (camera != nullptr) {
+    SaveSettings(*camera, kSettingsSubkey);
+    DestroyCameraContext(camera);
+    Camera = nullptr;
+  }
+  if (UsbStream != nullptr) {
+    DetachPipeline();
+    UsbStream->Pipeline = nullptr;
+    WaitForRecovery(*UsbStream->Device);
+  }
+  if (UsbDevice != nullptr) {
+    UsbDevice->Stream = nullptr;
+    UsbDevice->Camera = nullptr;
+    if (UsbDevice->DeviceOpen != 0) FreeDescriptors();
+    UsbDevice->DeviceOpen = 0;
+  }
+  return Traced("hardware stop", STATUS_SUCCESS);
+}
+
+NTSTATUS UsbCaptureDevice::OnDeviceGone(std::uint32_t reason) {
+  if (reason > kSurpriseRemoved) return STATUS_NOT_IMPLEMENTED;
+  if (reason != 0 && reason != kSurpriseRemoved) return STATUS_SUCCESS;
+  if (UsbDevice != nullptr) UsbDevice->Connected = 0;
+  TraceCamera("device gone reason=%u", reason);
+  if (UsbStream != nullptr && UsbStream->Opened != 0) {
+    PauseStream();
+    ReleaseStream();
+  }
+  return STATUS_SUCCESS;
+}
+
+NTSTATUS UsbCaptureDevice::SetStreamFormat(PKS_VIDEOINFOHEADER videoInfo) {
+  return ChooseStreamFormat(*UsbStream, *videoInfo);
+}
+
+NTSTATUS UsbCaptureDevice::AcquireStream(PKSPIN pin, PKS_VIDEOINFOHEADER videoInfo) {
+  if (UsbDevice == nullptr || UsbDevice->Connected == 0) return STATUS_DEVICE_DATA_ERROR;
+  NTSTATUS status = SetStreamFormat(videoInfo);
+  if (!NT_SUCCESS(status)) return Traced("acquire", status);
+  PublishRawFrame(nullptr, 0);
+  status = PrepareStream();
+  if (!NT_SUCCESS(status)) return Traced("acquire", status);
+  UsbDevice->Pin = pin;
+  return Traced("acquire", status);
+}
+
+NTSTATUS UsbCaptureDevice::PrepareStream() {
+  const DeviceMutex mutex(UsbDevice->KsDevice);
+  return PrepareLocked();
+}
+
+// Whatever fails, the caller learns of no memory only.
+NTSTATUS UsbCaptureDevice::PrepareLocked() {
+  if (UsbStream->Opened != 0 || UsbStream->StreamRunning != 0) return STATUS_UNSUCCESSFUL;
+  CameraContext& camera = *UsbDevice->Camera;
+  const bool isReady = MarkStreaming(camera) == 0 &&
+                       SelectStreamMode(camera, UsbStream->StreamFormat) == 0 &&
+                       NT_SUCCESS(CreateStreamResources());
+  if (!isReady) {
+    UsbStream->Opened = 0;
+    return STATUS_INSUFFICIENT_RESOURCES;
+  }
+  UsbStream->Opened = 1;
+  SetWaitFlag(*UsbStream, WatchdogRunning);
+  ArmWatchdog(*UsbStream);
+  return STATUS_SUCCESS;
+}
+
+NTSTATUS UsbCaptureDevice::RunStream() {
+  if (UsbDevice == nullptr || UsbDevice->Connected == 0) return STATUS_DEVICE_DATA_ERROR;
+  if (UsbStream->StreamRunning != 0) return STATUS_SUCCESS;
+  BeginAssembly(UsbStream->Assembly);
+  const NTSTATUS status = StartLocked();
+  if (status == STATUS_SUCCESS) {
+    UsbStream->RestartPending = 0;
+  } else {
+    ReleaseStream();
+  }
+  return Traced("run", status);
+}
+
+NTSTATUS UsbCaptureDevice::StartLocked() {
+  const DeviceMutex mutex(UsbDevice->KsDevice);
+  if (UsbStream->StreamRunning != 0) return STATUS_UNSUCCESSFUL;
+  const NTSTATUS status = StartTransfers();
+  if (NT_SUCCESS(status)) UsbStream->StreamRunning = 1;
+  return status;
+}
+
+NTSTATUS UsbCaptureDevice::PauseStream() {
+  if (UsbStream == nullptr || UsbStream->StreamRunning == 0) return STATUS_SUCCESS;
+  UsbStream->RestartPending = 1;
+  NTSTATUS status = STATUS_SUCCESS;
+  {
+    const DeviceMutex mutex(UsbDevice->KsDevice);
+    if (UsbStream->StreamRunning != 0) status = DrainTransfers();
+  }
+  if (NT_SUCCESS(status)) {
+    UsbStream->Halted = 0;
+    UsbStream->StreamRunning = 0;
+  }
+  return Traced("pause", status);
+}
+
+NTSTATUS UsbCaptureDevice::ResumeStream() {
+  if (UsbDevice == nullptr || UsbDevice->Connected == 0) return STATUS_DEVICE_DATA_ERROR;
+  if (UsbStream->RestartPending == 0) return STATUS_SUCCESS;
+  const NTSTATUS status = RunStream();
+  UsbStream->RestartPending = 0;
+  return status;
+}
+
+NTSTATUS UsbCaptureDevice::ReleaseStream() {
+  NTSTATUS status = STATUS_SUCCESS;
+  if (UsbStream != nullptr && UsbStream->Opened != 0) status = UnprepareStream();
+  PublishRawFrame(nullptr, 0);
+  if (UsbStream != nullptr) UsbStream->RestartPending = 0;
+  return Traced("release", status);
+}
+
+NTSTATUS UsbCaptureDevice::UnprepareStream() {
+  const DeviceMutex mutex(UsbDevice->KsDevice);
+  if (UsbStream->Opened == 0 || UsbStream->StreamRunning != 0) return STATUS_UNSUCCESSFUL;
+  DisarmWatchdog(*UsbStream);
+  if (UsbDevice->Connected != 0) IdleInterface();
+  const NTSTATUS status = ReleaseStreamResources();
+  UsbStream->Opened = 0;
+  return status;
+}
+
+// A refusal of setting 0 is of no consequence: the next stream then finds the setting it left.
+void UsbCaptureDevice::IdleInterface() {
+  CameraContext& camera = *UsbDevice->Camera;
+  EndStream(camera);
+  SaveSettings(camera, kSettingsSubkey);
+  StreamIdle(camera);
+  if (NT_SUCCESS(SelectAlternateSetting(*UsbDevice, 0))) {
+    UsbStream->StreamFormat.AlternateSetting = 0;
+  }
+}
+
+NTSTATUS UsbCaptureDevice::PowerDown(DEVICE_POWER_STATE, DEVICE_POWER_STATE) {
+  CameraContext& camera = *UsbDevice->Camera;
+  SuspendCamera(camera);
+  if (UsbStream->StreamRunning != 0) PauseStream();
+  SetCameraPower(camera, 1);
+  return STATUS_SUCCESS;
+}
+
+NTSTATUS UsbCaptureDevice::PowerUp(DEVICE_POWER_STATE, DEVICE_POWER_STATE, PKS_VIDEOINFOHEADER) {
+  CameraContext& camera = *UsbDevice->Camera;
+  LoadSettings(camera, kSettingsSubkey);
+  ResumeCamera(camera);
+  return RestartPendingTransfers(*UsbDevice);
+}
+
+}  // namespace lidcam

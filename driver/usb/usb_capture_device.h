@@ -1,0 +1,72 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "driver/avstream/capture_device.h"
+#include "driver/usb/usb_records.h"
+#include "platform/kernel.h"
+
+namespace lidcam {
+
+/// A capture device on the USB: the order in which its hardware and its stream come up and go. What
+/// concerns the isochronous pipeline itself is left to slots 29 to 36.
+///
+/// All operations are for passive level; stream control comes from one pin's state changes, one at a
+/// time, and meets a recovery at the device's mutex.
+class UsbCaptureDevice : public CaptureDevice {
+ public:
+  std::int32_t GetFormatListIndex() override;
+  std::int32_t GetFormatCount() override;
+  NTSTATUS StartHardware(PKSDEVICE device) override;
+  NTSTATUS StopHardware() override;
+  NTSTATUS OnDeviceGone(std::uint32_t reason) override;
+  NTSTATUS AcquireStream(PKSPIN pin, PKS_VIDEOINFOHEADER videoInfo) override;
+  NTSTATUS RunStream() override;
+  NTSTATUS ReleaseStream() override;
+  NTSTATUS ResumeStream() override;
+  NTSTATUS PauseStream() override;
+  NTSTATUS PowerDown(DEVICE_POWER_STATE state, DEVICE_POWER_STATE from) override;
+  NTSTATUS PowerUp(DEVICE_POWER_STATE state, DEVICE_POWER_STATE from,
+                   PKS_VIDEOINFOHEADER videoInfo) override;
+
+  /// Takes over a video format and chooses the alternate setting for it.
+  virtual NTSTATUS SetStreamFormat(PKS_VIDEOINFOHEADER videoInfo);
+
+  /// Bytes of an IsoPipeline with the device's number of transfers.
+  virtual std::size_t GetPipelineSize() = 0;
+  virtual std::uint8_t AnyTransferInFlight() = 0;
+  /// Takes the pipeline that stands behind the stream record into use.
+  virtual void AttachPipeline() = 0;
+  virtual void DetachPipeline() = 0;
+  /// Frame thread, raw buffers and transfers. Under the device's mutex.
+  virtual NTSTATUS CreateStreamResources() = 0;
+  virtual NTSTATUS ReleaseStreamResources() = 0;
+  virtual NTSTATUS StartTransfers() = 0;
+  virtual NTSTATUS DrainTransfers() = 0;
+
+  UsbDeviceRecord* UsbDevice = nullptr;  ///< null until StartHardware()
+  UsbStreamRecord* UsbStream = nullptr;  ///< null until StartHardware()
+
+ protected:
+  using CaptureDevice::CaptureDevice;
+  ~UsbCaptureDevice() = default;
+
+ private:
+  NTSTATUS AllocateRecords(PKSDEVICE device);
+  void FillRecords(PKSDEVICE device);
+  void KeepPipeTable();
+  NTSTATUS CreateCamera();
+  NTSTATUS CreateStreamRecord();
+  void FailStart();
+  void ResetStreamState();
+  void FreeDescriptors();
+
+  NTSTATUS PrepareStream();
+  NTSTATUS PrepareLocked();
+  NTSTATUS StartLocked();
+  NTSTATUS UnprepareStream();
+  void IdleInterface();
+};
+
+}  // namespace lidcam

@@ -1,0 +1,206 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+
+#include "driver/core/camera_context.h"
+#include "driver/core/held_memory.h"
+#include "driver/core/settings_store.h"
+#include "driver/core/shared_value.h"
+#include "driver/frame/frame_assembly.h"
+#include "platform/kernel.h"
+
+namespace lidcam {
+
+struct IsoPipeline;
+struct UsbDeviceRecord;
+struct UsbStreamRecord;
+
+/// What the camera core knows as its transport context and hands back on every request.
+struct TransportRecord {
+  TransportRecordHead Head;  ///< "SYQR" and the three device objects, copied from the KSDEVICE
+  UsbDeviceRecord* Device;
+};
+
+/// One pipe of the first interface. Only the bulk engine works on the lists.
+struct PipeRecord {
+  std::uint8_t PipeType;            ///< a USBD_PIPE_TYPE
+  std::uint8_t DirectionIn;         ///< bit 7 of the endpoint address: 1 for IN
+  std::uint16_t MaximumPacketSize;  ///< at configuration; a change of the setting doesn't update it
+  KSPIN_LOCK Lock;                  ///< protects the two lists; nests in nothing
+  LIST_ENTRY ActiveList;            ///< BulkTransfers on the bus
+  LIST_ENTRY PendingList;           ///< BulkTransfers to restart
+};
+
+/// One transfer of an arbitrary length over a bulk or interrupt pipe.
+struct BulkTransfer {
+  char Signature[4];  ///< "BUQR"
+  std::uint32_t Outstanding;
+  LIST_ENTRY Link;  ///< in the pipe's ActiveList or PendingList
+  std::uint8_t* BounceBuffer;
+  _URB_BULK_OR_INTERRUPT_TRANSFER* Urb;
+  PIRP Irp;
+  std::uint32_t Remaining;
+  std::uint32_t ChunkSize;
+  std::uint32_t Transferred;
+  std::uint8_t* Cursor;
+  std::uint8_t* UserBuffer;
+  std::uint32_t PipeNumber;
+  std::uint8_t Bounced;
+  KEVENT DoneEvent;
+  std::uint8_t Flags;
+  std::uint8_t Repeat;
+  void (*Callback)(CameraContext* camera, void* context, NTSTATUS status);
+  void* CallbackContext;
+  UsbDeviceRecord* Device;
+  UsbStreamRecord* Stream;  ///< null: the transfer stands for itself
+  std::uint32_t Room;       ///< bytes of the caller's memory at UserBuffer
+};
+
+/// One of the isochronous transfers that circle between the USB stack and the frame thread.
+///
+/// What the USB stack and the frame thread use of it is `Memory`: the data bytes and behind them the
+/// URB (together the memory's block), and the IRP. The stream gives it up at its release. The
+/// completion routine's context is the HeldMemory, whose Owner is this record, so that a transfer
+/// that comes home after its stream has gone is told from one of the next stream: once the memory is
+/// given up, the record, and even the device, may be gone.
+struct IsoTransfer {
+  char Signature[4];  ///< "ISQR"; tested by nothing
+  LIST_ENTRY Link;    ///< in the pipeline's CompletedList
+  volatile LONG
+      InFlight;  ///< above 0 while the USB stack owns it; a send that fails lowers it twice
+  void* Buffer;  ///< start of the data bytes; keeps its value over the release
+  _URB_ISOCH_TRANSFER* Urb;  ///< null once released
+  PIRP Irp;                  ///< null once released
+  UsbDeviceRecord* Device;
+  UsbStreamRecord* Stream;
+  IsoPipeline* Pipeline;    ///< lives as long as the device, also when the hardware was stopped
+  std::uint32_t DataSize;   ///< bytes at `Buffer`, up to the URB
+  HeldMemory* Memory;       ///< keeps its value over the release, for who still holds it
+  std::uint8_t OwnsMemory;  ///< the stream has not given `Memory` up
+};
+
+/// The circle of transfers. Stands behind the stream record, with the transfers behind itself.
+struct IsoPipeline {
+  std::uint32_t PacketsPerTransfer;    ///< 32, or 4 on old platforms
+  Shared<std::uint8_t> StopRequested;  ///< the frame thread is to end; set under CompletedLock
+  PVOID Thread;                        ///< referenced thread object; null if there is none
+  LIST_ENTRY CompletedList;            ///< IsoTransfers that came home, oldest first
+  KSPIN_LOCK CompletedLock;            ///< protects the list; nests in nothing
+  KSEMAPHORE WakeSemaphore;            ///< a count for each queued transfer, one more for the stop
+  KSEMAPHORE DoneSemaphore;            ///< released by the frame thread as its last act
+  volatile LONG CompletedCount;        ///< entries of CompletedList
+  IsoTransfer* Transfers;              ///< TransferCount of them, behind this record
+  std::uint8_t ThreadStarted;          ///< there is a frame thread to wait for
+};
+
+/// All USB state of a device.
+struct UsbDeviceRecord {
+  char Signature[4];  ///< "DVQR"; tested by nothing
+  UsbStreamRecord* Stream;
+  volatile LONG ResetGuard;  ///< recoveries under way minus 1; 0 until the descriptors are read
+  std::int32_t WdmLevel;     ///< 1 to 5
+  KSEMAPHORE UrbLock;        ///< one synchronous request at a time
+  Shared<std::uint8_t> DeviceOpen;  ///< the records are usable
+  std::uint32_t DeviceClass;
+  std::uint32_t SpeedClass;
+  std::uint32_t TransferCount;
+  std::int32_t FormatListIndex;
+  std::int32_t FormatCount;
+  std::uint32_t AlternateSettingLimit;
+  std::uint8_t SearchDownward;
+  PKSDEVICE KsDevice;
+  USBD_CONFIGURATION_HANDLE ConfigurationHandle;
+  std::uint8_t* DeviceDescriptor;                    ///< 18 bytes as the device sent them
+  USBD_INTERFACE_INFORMATION* InterfaceInformation;  ///< as of the setting in force; may be null
+  std::uint32_t RecoveryPipeIndex;                   ///< 0: nothing writes it
+  Shared<std::uint8_t> Connected;                    ///< the device is there
+  Shared<KSPIN*> Pin;                                ///< of the stream; never cleared
+  CameraContext* Camera;
+  std::uint32_t LongConfigDescriptor;  ///< 1: wTotalLength was 193
+  PipeRecord* PipeTable;               ///< may be null; given up with the device
+};
+
+/// Bits of UsbStreamRecord::WaitFlags. Read and written without atomic steps from several threads.
+enum WaitFlag : std::uint32_t {
+  StopWaitArmed = 1,    ///< DrainTransfers() waits on StopEvent
+  ResetWaitArmed = 2,   ///< RecoverStream() waits on ResetEvent
+  WatchdogRunning = 4,  ///< the watchdog arms itself again
+};
+
+/// One recovery that is queued or runs.
+struct StreamResetItem {
+  PIO_WORKITEM WorkItem;
+  UsbStreamRecord* Stream;
+};
+
+/// The one stream of a device: there is one record, used anew by each stream.
+struct UsbStreamRecord {
+  char Signature[4];  ///< "CHQR"; tested by nothing
+  UsbDeviceRecord* Device;
+  Shared<std::uint32_t> WaitFlags;      ///< lidcam::WaitFlag bits
+  Shared<std::uint8_t> Halted;          ///< the circle is broken; nothing queues any more
+  Shared<std::uint8_t> RestartPending;  ///< a pause stopped the transfers: a start rebuilds them
+  Shared<std::uint8_t> StreamRunning;   ///< transfers circle
+  Shared<std::uint8_t> Opened;          ///< thread, buffers and transfers exist
+  FrameAssembly Assembly;  ///< DiscardFrame, BadFrameEnd, ForcePublish, the raw buffers
+  KEVENT ResetEvent;
+  KEVENT StopEvent;
+  KTIMER WatchdogTimer;
+  KDPC WatchdogDpc;
+  volatile LONG WatchdogChain;      ///< 1 while a tick is still to come that arms itself again
+  Shared<std::uint32_t> PipeIndex;  ///< entry of InterfaceInformation; 1 until a recovery
+  StreamResetItem* ResetWorkItem;   ///< the last one; not to be followed
+  std::uint32_t NextStartFrame;
+  FormatRequest StreamFormat;  ///< in force, with the alternate setting that the interface has
+  IsoPipeline* Pipeline;       ///< null once the hardware was stopped
+  HeldMemory* RawMemory;       ///< the raw buffers, as long as the stream owns them
+};
+
+/// The stream's transfers; none once the hardware was stopped.
+inline std::span<IsoTransfer> TransfersOf(const UsbStreamRecord& stream) {
+  const IsoPipeline* const pipeline = stream.Pipeline;
+  if (pipeline == nullptr) return {};
+  return {pipeline->Transfers, stream.Device->TransferCount};
+}
+
+/// True while requests may be sent to the device.
+inline bool IsDeviceUsable(const UsbDeviceRecord& device) {
+  return device.DeviceOpen != 0 && device.Connected != 0;
+}
+
+/// Sets and clears bits of WaitFlags: a load and a store, as all its users do it.
+inline void SetWaitFlag(UsbStreamRecord& stream, WaitFlag flag) {
+  const std::uint32_t flags = stream.WaitFlags;
+  stream.WaitFlags = flags | flag;
+}
+inline void ClearWaitFlag(UsbStreamRecord& stream, WaitFlag flag) {
+  const std::uint32_t flags = stream.WaitFlags;
+  stream.WaitFlags = flags & ~static_cast<std::uint32_t>(flag);
+}
+inline bool HasWaitFlag(const UsbStreamRecord& stream, WaitFlag flag) {
+  const std::uint32_t flags = stream.WaitFlags;
+  return (flags & flag) != 0;
+}
+
+/// Entry `index` of the pipes of the setting in force; null if there is none.
+inline USBD_PIPE_INFORMATION* PipeInformationOf(USBD_INTERFACE_INFORMATION* information,
+                                                std::uint32_t index) {
+  if (information == nullptr || index >= information->NumberOfPipes) return nullptr;
+  return information->Pipes + index;
+}
+
+/// The pipe that the stream uses at present; null if there is none.
+inline USBD_PIPE_INFORMATION* StreamPipe(const UsbStreamRecord& stream) {
+  return PipeInformationOf(stream.Device->InterfaceInformation, stream.PipeIndex);
+}
+
+/// Relative times of the platform: negative counts of 100 ns.
+inline LARGE_INTEGER RelativeTime(Time100ns units) {
+  LARGE_INTEGER time{};
+  time.QuadPart = -units;
+  return time;
+}
+
+}  // namespace lidcam

@@ -1,0 +1,46 @@
+#include "driver/core/held_memory.h"
+
+#include <cstring>
+
+#include "platform/host/nt/pool.h"
+#include "tests/platform/simulation_support.h"
+
+namespace lidcam::test {
+namespace {
+
+constexpr std::uint32_t kTag = 0x206D6457;
+
+TEST(HeldMemory, IsZeroFilledAndFreedWhenItsOnlyHolderLetsGo) {
+  const auto before = host::PoolUsageOfTag(kTag).Blocks;
+  HeldMemory* const memory = AllocateHeldMemory(101);
+  ASSERT_NE(memory, nullptr);
+  EXPECT_EQ(memory->Size, 101U);
+  const std::vector<std::uint8_t> zeros(101);
+  EXPECT_EQ(std::memcmp(memory->Block, zeros.data(), zeros.size()), 0);
+  LetGo(*memory);
+  EXPECT_EQ(host::PoolUsageOfTag(kTag).Blocks, before);
+}
+
+TEST(HeldMemory, LivesOnWithItsIrpUntilTheLastHolderLetsGo) {
+  host::Simulate({}, [] {
+    const auto before = host::PoolUsageOfTag(kTag).Blocks;
+    HeldMemory* const memory = AllocateHeldMemory(64);
+    memory->Irp = IoAllocateIrp(1, FALSE);
+    Hold(*memory);
+    GiveUp(*memory);
+    EXPECT_EQ(memory->GivenUp, 1);
+    EXPECT_EQ(host::PoolUsageOfTag(kTag).Blocks, before + 1);
+    LetGo(*memory);
+    EXPECT_EQ(host::PoolUsageOfTag(kTag).Blocks, before);
+  });
+}
+
+TEST(HeldMemory, OfNoBytesOrOfNoRoomIsNull) {
+  EXPECT_EQ(AllocateHeldMemory(0), nullptr);
+  EXPECT_EQ(AllocateHeldMemory(SIZE_MAX - 8), nullptr);
+  host::FailPoolAllocation(1);
+  EXPECT_EQ(AllocateHeldMemory(8), nullptr);
+}
+
+}  // namespace
+}  // namespace lidcam::test

@@ -1,0 +1,396 @@
+// The engine of bulk and interrupt transfers: chunks, bounced packets and every end of a transfer.
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <cstring>
+#include <functional>
+
+#include "driver/usb/bulk_transfers.h"
+#include "platform/host/nt/irp_registry.h"
+#include "platform/host/nt/pool.h"
+#include "tests/platform/irp_support.h"
+
+namespace lidcam::test {
+namespace {
+
+using host::Simulate;
+using testing::ElementsAre;
+
+constexpr std::uint32_t kTag = 0x206D6457;  // "Wdm "
+
+// A device with a bulk IN pipe (entry 0) and a bulk OUT pipe (entry 1), 64 bytes a packet.
+class BulkDevice {
+ public:
+  BulkDevice() : lower_([this](PDEVICE_OBJECT, PIRP irp) { return Take(irp); }) {
+    lower_.Device()->StackSize = 1;
+    ksDevice_.NextDeviceObject = lower_.Device();
+    Record.KsDevice = &ksDevice_;
+    Record.Connected = 1;
+    Record.DeviceOpen = 1;
+    Record.Stream = &Stream;
+    Record.PipeTable = pipes_;
+    void* const information = interface_;
+    Record.InterfaceInformation = static_cast<USBD_INTERFACE_INFORMATION*>(information);
+    Record.InterfaceInformation->NumberOfPipes = 2;
+    Stream.Device = &Record;
+    for (std::size_t i = 0; i < 2; ++i) {
+      KeInitializeSpinLock(&pipes_[i].Lock);
+      InitializeListHead(&pipes_[i].ActiveList);
+      InitializeListHead(&pipes_[i].PendingList);
+      Pipe(i).MaximumPacketSize = 64;
+      Pipe(i).MaximumTransferSize = 256;
+      Pipe(i).EndpointAddress = i == 0 ? 0x82 : 0x03;
+    }
+  }
+  BulkDevice(const BulkDevice&) = delete;
+  BulkDevice& operator=(const BulkDevice&) = delete;
+
+  USBD_PIPE_INFORMATION& Pipe(std::size_t index) {
+    return Record.InterfaceInformation->Pipes[index];
+  }
+  [[nodiscard]] PipeRecord& Lists(std::size_t index) { return pipes_[index]; }
+
+  NTSTATUS Read(std::uint8_t* buffer, std::uint32_t length, BulkCallback callback = nullptr,
+                std::uint8_t repeat = 0) {
+    return StartBulkTransfer(Record, nullptr, nullptr, buffer, length, 0, callback, repeat);
+  }
+
+  /// Ends the chunk that is out with `bytes` of data counting up.
+  void Answer(std::uint32_t bytes, USBD_STATUS status = USBD_STATUS_SUCCESS,
+              NTSTATUS irpStatus = STATUS_SUCCESS) {
+    PIRP const irp = Kept.front();
+    Kept.erase(Kept.begin());
+    _URB_BULK_OR_INTERRUPT_TRANSFER& urb = UrbOf(irp);
+    for (std::uint32_t i = 0; i < bytes; ++i) {
+      static_cast<std::uint8_t*>(urb.TransferBuffer)[i] = next_++;
+    }
+    urb.TransferBufferLength = bytes;
+    urb.Hdr.Status = status;
+    KIRQL before{};
+    KeRaiseIrql(DISPATCH_LEVEL, &before);
+    host::Complete(irp, irpStatus);
+    KeLowerIrql(before);
+  }
+
+  static _URB_BULK_OR_INTERRUPT_TRANSFER& UrbOf(PIRP irp) {
+    return *static_cast<_URB_BULK_OR_INTERRUPT_TRANSFER*>(
+        IoGetCurrentIrpStackLocation(irp)->Parameters.Others.Argument1);
+  }
+
+  UsbDeviceRecord Record{};
+  UsbStreamRecord Stream{};
+  std::vector<std::uint32_t> Chunks;  ///< bytes of each chunk sent
+  std::vector<PIRP> Kept;
+  NTSTATUS SendStatus = STATUS_PENDING;
+
+ private:
+  NTSTATUS Take(PIRP irp) {
+    Chunks.push_back(UrbOf(irp).TransferBufferLength);
+    if (SendStatus == STATUS_PENDING) {
+      IoMarkIrpPending(irp);
+      Kept.push_back(irp);
+      return STATUS_PENDING;
+    }
+    UrbOf(irp).Hdr.Status = USBD_STATUS_DEVICE_GONE;
+    return host::Complete(irp, SendStatus);
+  }
+
+  PipeRecord pipes_[2]{};
+  alignas(8) std::uint8_t
+      interface_[sizeof(USBD_INTERFACE_INFORMATION) + sizeof(USBD_PIPE_INFORMATION)]{};
+  KSDEVICE ksDevice_{};
+  host::TestDriver lower_;
+  std::uint8_t next_ = 0;
+};
+
+std::vector<std::uint8_t> CountingUp(std::size_t bytes) {
+  std::vector<std::uint8_t> data(bytes);
+  for (std::size_t i = 0; i < bytes; ++i) data[i] = static_cast<std::uint8_t>(i);
+  return data;
+}
+
+// A transfer of a stream's, and one that a test puts into a list.
+struct OwnTransfer : BulkTransfer {
+  OwnTransfer() : BulkTransfer{} { KeInitializeEvent(&DoneEvent, SynchronizationEvent, FALSE); }
+  void Free() {
+    if (Irp != nullptr) IoFreeIrp(Irp);
+    if (Urb != nullptr) ExFreePool(Urb);
+    if (BounceBuffer != nullptr) ExFreePool(BounceBuffer);
+  }
+};
+
+TEST(BulkTransfer, FillsItsUrbAsTheTableSays) {
+  Simulate({}, [] {
+    BulkDevice device;
+    std::uint8_t buffer[128];
+    EXPECT_EQ(device.Read(buffer, 128), STATUS_PENDING);
+    const _URB_BULK_OR_INTERRUPT_TRANSFER& urb = BulkDevice::UrbOf(device.Kept[0]);
+    EXPECT_EQ(urb.Hdr.Length, sizeof(void*) == 4 ? 72 : 128);
+    EXPECT_EQ(urb.Hdr.Function, 9);
+    EXPECT_EQ(urb.PipeHandle, device.Pipe(0).PipeHandle);
+    EXPECT_EQ(urb.TransferBufferLength, 128U);
+    EXPECT_EQ(urb.TransferBuffer, buffer);
+    EXPECT_EQ(urb.TransferFlags, 2U);
+    EXPECT_EQ(urb.TransferBufferMDL, nullptr);
+    EXPECT_EQ(urb.UrbLink, nullptr);
+    auto& transfer = *CONTAINING_RECORD(device.Lists(0).ActiveList.Flink, BulkTransfer, Link);
+    EXPECT_EQ(std::string(transfer.Signature, 4), "BUQR");
+    EXPECT_EQ(transfer.Outstanding, 1U);
+    device.Answer(128);
+    EXPECT_TRUE(IsListEmpty(&device.Lists(0).ActiveList));
+  });
+}
+
+TEST(BulkTransfer, MovesInChunksOfTheLargestTransferAndEndsInABouncedPacket) {
+  Simulate({}, [] {
+    BulkDevice device;
+    std::vector<std::uint8_t> buffer(600);
+    EXPECT_EQ(device.Read(buffer.data(), 600), STATUS_PENDING);
+    device.Answer(256);
+    device.Answer(256);
+    device.Answer(64);  // 88 bytes are left: a packet, and the rest of a packet
+    device.Answer(24);
+    EXPECT_THAT(device.Chunks, ElementsAre(256, 256, 64, 64));
+    EXPECT_EQ(buffer, CountingUp(600));
+    EXPECT_EQ(host::PoolUsageOfTag(kTag).Blocks, 0U);
+    EXPECT_EQ(host::IrpUsageOfWorld().Allocated, 0U);
+  });
+}
+
+TEST(BulkTransfer, CutsAChunkToWholePackets) {
+  Simulate({}, [] {
+    BulkDevice device;
+    device.Pipe(0).MaximumTransferSize = 100;
+    std::vector<std::uint8_t> buffer(128);
+    device.Read(buffer.data(), 128);
+    device.Answer(64);
+    device.Answer(64);
+    EXPECT_THAT(device.Chunks, ElementsAre(64, 64));
+  });
+}
+
+TEST(BulkTransfer, ShortChunkEndsIt) {
+  Simulate({}, [] {
+    BulkDevice device;
+    std::vector<std::uint8_t> buffer(600);
+    device.Read(buffer.data(), 600);
+    device.Answer(100);
+    EXPECT_TRUE(device.Kept.empty());
+    EXPECT_EQ(host::PoolUsageOfTag(kTag).Blocks, 0U);
+  });
+}
+
+TEST(BulkTransfer, PacketThatIsLongerThanWhatIsWantedStaysInsideTheCallersMemory) {
+  Simulate({}, [] {
+    BulkDevice device;
+    std::vector<std::uint8_t> buffer(12, 0xEE);
+    device.Read(buffer.data(), 10);
+    device.Answer(64);
+    EXPECT_THAT(buffer, ElementsAre(0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 0xEE, 0xEE));
+  });
+}
+
+TEST(BulkTransfer, CallsBackWithTheStatusOfACompletionRoutine) {
+  Simulate({}, [] {
+    BulkDevice device;
+    CameraContext camera{};
+    device.Record.Camera = &camera;
+    static CameraContext* told = nullptr;
+    static NTSTATUS status = 0;
+    static void* context = nullptr;
+    context = &device;
+    std::uint8_t buffer[64];
+    device.Read(buffer, 64, [](CameraContext* of, void* with, NTSTATUS end) {
+      told = of;
+      context = with;
+      status = end;
+    });
+    device.Answer(64);
+    EXPECT_EQ(told, &camera);
+    EXPECT_EQ(context, nullptr);
+    EXPECT_EQ(status, static_cast<NTSTATUS>(0xC0000016));
+  });
+}
+
+TEST(BulkTransfer, RepeatsWithTheLengthOfItsLastChunkAndItsMemory) {
+  Simulate({}, [] {
+    BulkDevice device;
+    std::vector<std::uint8_t> buffer(266, 0xEE);
+    device.Read(buffer.data(), 266, nullptr, 1);
+    device.Answer(256);
+    device.Answer(10);
+    EXPECT_THAT(device.Chunks, ElementsAre(256, 64, 64));
+    device.Answer(64);  // more than the 10 bytes that the caller has there
+    EXPECT_EQ(buffer.size(), 266U);
+    EXPECT_EQ(buffer[256], 10);
+    device.Answer(0, USBD_STATUS_CANCELED);
+    EXPECT_EQ(host::PoolUsageOfTag(kTag).Blocks, 0U);
+  });
+}
+
+TEST(BulkTransfer, WaiterGetsTheEventAndKeepsTheTransfer) {
+  for (const USBD_STATUS status :
+       {USBD_STATUS_SUCCESS, USBD_STATUS_CANCELED, USBD_STATUS_STALL_PID}) {
+    Simulate({}, [status] {
+      BulkDevice device;
+      std::uint8_t buffer[64];
+      device.Read(buffer, 64);
+      auto& transfer = *CONTAINING_RECORD(device.Lists(0).ActiveList.Flink, BulkTransfer, Link);
+      transfer.Flags = 8;
+      device.Answer(64, status);
+      EXPECT_EQ(host::WaitFor(&transfer.DoneEvent, 0), STATUS_SUCCESS);
+      EXPECT_EQ(transfer.Flags, status == USBD_STATUS_SUCCESS ? 0 : 8);
+      IoFreeIrp(transfer.Irp);
+      ExFreePool(transfer.Urb);
+      ExFreePool(&transfer);
+    });
+  }
+}
+
+TEST(BulkTransfer, CancelledOrFailedOneThatStandsForItselfIsFreed) {
+  const std::vector<std::pair<USBD_STATUS, NTSTATUS>> ends = {
+      {USBD_STATUS_CANCELED, STATUS_SUCCESS},
+      {USBD_STATUS_STALL_PID, STATUS_CANCELLED},
+      {USBD_STATUS_STALL_PID, STATUS_UNSUCCESSFUL}};
+  for (const auto& [urbStatus, irpStatus] : ends) {
+    Simulate({}, [urbStatus = urbStatus, irpStatus = irpStatus] {
+      BulkDevice device;
+      std::uint8_t buffer[64];
+      device.Read(buffer, 64);
+      device.Answer(0, urbStatus, irpStatus);
+      EXPECT_EQ(host::PoolUsageOfTag(kTag).Blocks, 0U);
+      EXPECT_EQ(device.Stream.Halted, 0);
+    });
+  }
+}
+
+TEST(BulkTransfer, WriteOfLessThanAPacketSendsAnEmptyChunkAndEnds) {
+  Simulate({}, [] {
+    BulkDevice device;
+    std::uint8_t buffer[10] = {};
+    StartBulkTransfer(device.Record, nullptr, nullptr, buffer, 10, 1, nullptr, 0);
+    device.Answer(0);
+    EXPECT_THAT(device.Chunks, ElementsAre(0));
+    EXPECT_EQ(host::PoolUsageOfTag(kTag).Blocks, 0U);
+  });
+}
+
+TEST(BulkTransfer, PipeThatIsAbsentOrHasNoPacketsIsRefused) {
+  Simulate({}, [] {
+    BulkDevice device;
+    std::uint8_t buffer[10];
+    EXPECT_EQ(StartBulkTransfer(device.Record, nullptr, nullptr, buffer, 10, 2, nullptr, 0),
+              static_cast<NTSTATUS>(0xC000009C));
+    device.Pipe(0).MaximumPacketSize = 0;
+    EXPECT_EQ(device.Read(buffer, 10), static_cast<NTSTATUS>(0xC000009C));
+  });
+}
+
+TEST(BulkTransfer, EveryAllocationThatFailsEndsItWithNothingLeft) {
+  for (std::uint32_t nth = 1; nth <= 3; ++nth) {
+    Simulate({}, [nth] {
+      BulkDevice device;
+      std::uint8_t buffer[10];
+      host::FailPoolAllocation(nth);
+      EXPECT_EQ(device.Read(buffer, 10), static_cast<NTSTATUS>(0xC000009A));
+      host::FailPoolAllocation(0);
+      EXPECT_EQ(host::PoolUsageOfTag(kTag).Blocks, 0U);
+    });
+  }
+}
+
+// A stream's transfer: what each end leaves in the stream's flags.
+struct StreamRow {
+  std::uint8_t Running;
+  std::uint32_t WaitFlags;
+  USBD_STATUS UrbStatus;
+  std::uint8_t HaltedAfter;
+};
+
+class BulkStream : public testing::TestWithParam<StreamRow> {};
+
+TEST_P(BulkStream, EndsAsItsRowSays) {
+  const StreamRow& row = GetParam();
+  Simulate({}, [&row] {
+    BulkDevice device;
+    OwnTransfer transfer;
+    std::uint8_t buffer[64];
+    EXPECT_EQ(
+        StartBulkTransfer(device.Record, &device.Stream, &transfer, buffer, 64, 0, nullptr, 0),
+        STATUS_PENDING);
+    device.Stream.StreamRunning = row.Running;
+    device.Stream.WaitFlags = row.WaitFlags;
+    device.Answer(64, row.UrbStatus);
+    EXPECT_EQ(device.Stream.Halted, row.HaltedAfter);
+    EXPECT_EQ(transfer.Outstanding, 0U);
+    EXPECT_TRUE(IsListEmpty(&device.Lists(0).ActiveList));
+    // The work of one that is done has a block of its own, and frees it.
+    const bool isDone = row.UrbStatus == USBD_STATUS_SUCCESS && row.Running != 0;
+    EXPECT_EQ(host::PoolUsageOfTag(kTag).Blocks, isDone ? 2U : 1U);
+    host::Sleep(1);
+    EXPECT_EQ(host::PoolUsageOfTag(kTag).Blocks, 1U);
+    transfer.Free();
+    EXPECT_EQ(host::PoolUsageOfTag(kTag).Blocks, 0U);
+  });
+}
+
+INSTANTIATE_TEST_SUITE_P(AllEnds, BulkStream,
+                         testing::Values(StreamRow{1, 0, USBD_STATUS_SUCCESS, 0},
+                                         StreamRow{0, 0, USBD_STATUS_SUCCESS, 1},
+                                         StreamRow{1, 1, USBD_STATUS_STALL_PID, 0},
+                                         StreamRow{1, 2, USBD_STATUS_STALL_PID, 1},
+                                         StreamRow{1, 2, USBD_STATUS_SUCCESS, 0},
+                                         StreamRow{1, 0, USBD_STATUS_CANCELED, 0},
+                                         StreamRow{1, 0, USBD_STATUS_STALL_PID, 1}));
+
+TEST(BulkStream, SendThatFailsHaltsTheStream) {
+  Simulate({}, [] {
+    BulkDevice device;
+    OwnTransfer transfer;
+    std::uint8_t buffer[64];
+    device.SendStatus = STATUS_DEVICE_NOT_CONNECTED;
+    device.Stream.StreamRunning = 1;
+    device.Stream.WaitFlags = StopWaitArmed;  // so that only the sender halts
+    EXPECT_EQ(
+        StartBulkTransfer(device.Record, &device.Stream, &transfer, buffer, 64, 0, nullptr, 0),
+        STATUS_DEVICE_NOT_CONNECTED);
+    EXPECT_EQ(device.Stream.Halted, 1);
+    transfer.Free();
+  });
+}
+
+TEST(RestartPendingTransfers, RestartsEachOfEachPipeAndGivesTheLastResult) {
+  Simulate({}, [] {
+    BulkDevice device;
+    OwnTransfer transfers[3];
+    std::uint8_t buffer[64];
+    for (std::size_t i = 0; i < 3; ++i) {
+      transfers[i].Device = &device.Record;
+      transfers[i].Stream = &device.Stream;
+      transfers[i].UserBuffer = buffer;
+      transfers[i].Room = 64;
+      transfers[i].ChunkSize = 64;
+      InsertTailList(&device.Lists(i / 2).PendingList, &transfers[i].Link);
+    }
+    EXPECT_EQ(RestartPendingTransfers(device.Record), STATUS_PENDING);
+    EXPECT_THAT(device.Chunks, ElementsAre(64, 64, 64));
+    EXPECT_TRUE(IsListEmpty(&device.Lists(0).PendingList));
+    EXPECT_TRUE(IsListEmpty(&device.Lists(1).PendingList));
+    EXPECT_EQ(transfers[2].PipeNumber, 1U);
+    while (!device.Kept.empty()) device.Answer(0, USBD_STATUS_CANCELED);
+    for (OwnTransfer& transfer : transfers) transfer.Free();
+  });
+}
+
+TEST(RestartPendingTransfers, WithNothingPendingGivesZero) {
+  Simulate({}, [] {
+    BulkDevice device;
+    EXPECT_EQ(RestartPendingTransfers(device.Record), 0);
+    device.Record.PipeTable = nullptr;
+    EXPECT_EQ(RestartPendingTransfers(device.Record), 0);
+  });
+}
+
+}  // namespace
+}  // namespace lidcam::test

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "platform/kernel.h"
+
+namespace lidcam::test {
+
+/// Lines of what the driver asks of the platform, while one lives: device mutex, object bag, threads,
+/// timers, large memory and its release; the scripted stack adds a line for each request. The linker
+/// leads those calls here (--wrap).
+class PlatformLog {
+ public:
+  PlatformLog();
+  PlatformLog(const PlatformLog&) = delete;
+  PlatformLog& operator=(const PlatformLog&) = delete;
+  ~PlatformLog();
+
+  /// Hundreds of register accesses in a row are one line.
+  static void Add(const std::string& line);
+
+  /// Lets the object bag refuse the n-th item from now on; 0 turns it off.
+  static void RefuseBagItem(unsigned countdown);
+  static bool IsBagItemRefused();
+
+  /// An IRP whose release is worth a line.
+  static void WatchIrp(PIRP irp);
+
+  void Clear() { lines_.clear(); }
+  [[nodiscard]] const std::vector<std::string>& Lines() const { return lines_; }
+  [[nodiscard]] std::string Text() const;
+
+ private:
+  std::vector<std::string> lines_;
+};
+
+}  // namespace lidcam::test

@@ -1,0 +1,62 @@
+#include "tests/driver/usb/support/camera_faults.h"
+
+#include "driver/core/camera_context.h"
+
+namespace lidcam::test {
+
+static CameraFaults* g_faults = nullptr;
+
+CameraFaults::CameraFaults() {
+  g_faults = this;
+}
+
+CameraFaults::~CameraFaults() {
+  g_faults = nullptr;
+}
+
+}  // namespace lidcam::test
+
+using lidcam::CameraContext;
+using lidcam::FormatRequest;
+using lidcam::Status;
+using lidcam::test::g_faults;
+
+// The names are those that the linker knows the operations by.
+extern "C" {
+
+Status __real__ZN6lidcam15NegotiateFormatERNS_13CameraContextERKNS_13FormatRequestERjRh(
+    CameraContext& context, const FormatRequest& request, std::uint32_t& bufferSize,
+    std::uint8_t& alternateSetting);
+Status __wrap__ZN6lidcam15NegotiateFormatERNS_13CameraContextERKNS_13FormatRequestERjRh(
+    CameraContext& context, const FormatRequest& request, std::uint32_t& bufferSize,
+    std::uint8_t& alternateSetting);
+Status __wrap__ZN6lidcam15NegotiateFormatERNS_13CameraContextERKNS_13FormatRequestERjRh(
+    CameraContext& context, const FormatRequest& request, std::uint32_t& bufferSize,
+    std::uint8_t& alternateSetting) {
+  const Status status =
+      __real__ZN6lidcam15NegotiateFormatERNS_13CameraContextERKNS_13FormatRequestERjRh(
+          context, request, bufferSize, alternateSetting);
+  if (g_faults != nullptr && g_faults->NoRawBuffer) bufferSize = 0;
+  return status;
+}
+
+Status __real__ZN6lidcam16SelectStreamModeERNS_13CameraContextERKNS_13FormatRequestE(
+    CameraContext& context, const FormatRequest& request);
+Status __wrap__ZN6lidcam16SelectStreamModeERNS_13CameraContextERKNS_13FormatRequestE(
+    CameraContext& context, const FormatRequest& request);
+Status __wrap__ZN6lidcam16SelectStreamModeERNS_13CameraContextERKNS_13FormatRequestE(
+    CameraContext& context, const FormatRequest& request) {
+  const Status status =
+      __real__ZN6lidcam16SelectStreamModeERNS_13CameraContextERKNS_13FormatRequestE(context,
+                                                                                    request);
+  return g_faults != nullptr && g_faults->ModeFails ? -1 : status;
+}
+
+Status __real__ZN6lidcam9EndStreamERNS_13CameraContextE(CameraContext& context);
+Status __wrap__ZN6lidcam9EndStreamERNS_13CameraContextE(CameraContext& context);
+Status __wrap__ZN6lidcam9EndStreamERNS_13CameraContextE(CameraContext& context) {
+  const Status status = __real__ZN6lidcam9EndStreamERNS_13CameraContextE(context);
+  return g_faults != nullptr && g_faults->EndFails ? -1 : status;
+}
+
+}  // extern "C"
