@@ -33,11 +33,6 @@ constexpr std::array kSensorNames = {
     NamedSensor{SensorTypeOV7670, "OV7670"},
 };
 
-// Each identity has settings of its own: the low digits of their product numbers all differ.
-constexpr unsigned DriverKeyInstance(std::uint16_t product) {
-  return product & 0xFFFU;
-}
-
 Status RunRequest(bus::UsbBus& bus, std::uint8_t requestType, std::uint32_t request,
                   std::uint32_t index, std::uint32_t value, void* buffer, std::uint32_t* length) {
   const bus::SetupPacket setup = {
@@ -90,14 +85,14 @@ CoreCamera::CoreCamera(bus::UsbBus& bus) : bus_(bus) {
     throw CommandError(error.what());
   }
   transport_.reset(new Transport);
-  transport_->Device.DriverKey = host::ImagingDriverKey(DriverKeyInstance(device_.Product));
+  transport_->Device.DriverKey = DriverKeyOf(device_);
   transport_->Head.PhysicalDeviceObject = &transport_->Device;
   transport_->Bus = &bus;
 
   const CameraTransport callbacks = {transport_.get(), Transport::Write, Transport::Read, nullptr};
   CameraCapabilities capabilities{};
   context_.reset(CreateCameraContext(callbacks, capabilities, device_.DeviceDescriptor.data(),
-                                     HasLongConfiguration() ? 1 : 0));
+                                     HasLongConfiguration(device_) ? 1 : 0));
   if (!context_) {
     throw CommandError("camera " + IdentityText(device_) +
                        " did not come up: its last register could not be read");
@@ -106,10 +101,6 @@ CoreCamera::CoreCamera(bus::UsbBus& bus) : bus_(bus) {
 
 CoreCamera::~CoreCamera() {
   if (context_) SaveSettings();
-}
-
-bool CoreCamera::HasLongConfiguration() const {
-  return device_.Configuration.size() == kLongConfigurationLength;
 }
 
 void CoreCamera::SaveSettings() {
@@ -121,6 +112,15 @@ std::string_view SensorName(std::int32_t sensorType) {
     if (sensor.Type == sensorType) return sensor.Name;
   }
   return "unknown";
+}
+
+bool HasLongConfiguration(const bus::UsbDeviceInfo& device) {
+  return device.Configuration.size() == kLongConfigurationLength;
+}
+
+// Each identity has settings of its own: the low digits of their product numbers all differ.
+std::u16string DriverKeyOf(const bus::UsbDeviceInfo& device) {
+  return host::ImagingDriverKey(device.Product & 0xFFFU);
 }
 
 std::string IdentityText(const bus::UsbDeviceInfo& device) {

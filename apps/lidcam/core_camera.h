@@ -26,7 +26,6 @@ class CoreCamera {
   [[nodiscard]] bus::UsbBus& Bus() { return bus_; }
   [[nodiscard]] CameraContext& Context() { return *context_; }
   [[nodiscard]] const bus::UsbDeviceInfo& Device() const { return device_; }
-  [[nodiscard]] bool HasLongConfiguration() const;
 
   /// Saves the settings now rather than at the end.
   void SaveSettings();
@@ -48,6 +47,12 @@ class CoreCamera {
 
 /// The name of a sensor type as users know it: "VGA0708", "OV7660" and so on.
 [[nodiscard]] std::string_view SensorName(std::int32_t sensorType);
+
+/// Whether the configuration has eight alternate settings rather than four.
+[[nodiscard]] bool HasLongConfiguration(const bus::UsbDeviceInfo& device);
+
+/// Where the settings of a camera of this identity are in the registry.
+[[nodiscard]] std::u16string DriverKeyOf(const bus::UsbDeviceInfo& device);
 
 /// "1af0:0511".
 [[nodiscard]] std::string IdentityText(const bus::UsbDeviceInfo& device);

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "apps/lidcam/native_stream.h"
+#include "apps/lidcam/frame_path.h"
 #include "apps/lidcam/output/output_file.h"
 #include "apps/lidcam/trace_observer.h"
 #include "driver/core/camera_context.h"

@@ -2,7 +2,7 @@
 
 #include <chrono>
 
-#include "apps/lidcam/native_stream.h"
+#include "apps/lidcam/frame_path.h"
 
 namespace lidcam::app {
 

@@ -64,7 +64,8 @@ StreamResult ReplayFramesOnly(const bus::CaptureSource& source, const ReplaySize
           .RawSize = size.Raw,
           .Identity = {},
           .Sensor = {},
-          .Place = {}};
+          .Place = {},
+          .Faults = {}};
 }
 
 }  // namespace
@@ -101,9 +102,10 @@ StreamResult RunReplay(const bus::CaptureSource& source, const ReplaySize& size,
     return ReplayFramesOnly(source, size, limits, writer, verbosity);
   }
   bus::CaptureBus recorded(source);
-  CoreCamera camera(recorded);
   const StreamSize started{.Delivered = size.Delivered, .Raw = size.Raw, .StartsAsRaw = true};
-  return RunNativeStream(camera, started, limits, {}, writer, verbosity);
+  StreamResult result;
+  RunInVirtualTime([&] { result = RunStream(recorded, started, limits, {}, writer, verbosity); });
+  return result;
 }
 
 }  // namespace lidcam::app

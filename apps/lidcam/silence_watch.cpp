@@ -9,16 +9,16 @@ namespace {
 
 // A camera that is silent this long sends nothing more; the slowest setting takes under a second a
 // frame.
-constexpr std::uint64_t kSilenceMicroframes = 5 * 8000;
+constexpr double kLongestSilence = 5;  // seconds
 
 }  // namespace
 
-void SilenceWatch::Check(const StreamCounts& counts) {
+void SilenceWatch::Check(const StreamCounts& counts, double seconds) {
   if (counts.Delivered() != delivered_) {
     delivered_ = counts.Delivered();
-    since_ = counts.Microframes;
+    since_ = seconds;
   }
-  if (counts.Microframes - since_ < kSilenceMicroframes) return;
+  if (seconds - since_ < kLongestSilence) return;
   throw CommandError(delivered_ == 0 ? "the camera sent no whole frame in 5 s"
                                      : "the camera sent no whole frame for 5 s after frame " +
                                            std::to_string(delivered_));

@@ -2,19 +2,21 @@
 
 #include <cstdint>
 
-#include "apps/lidcam/native_stream.h"
+#include "apps/lidcam/frame_path.h"
 
 namespace lidcam::app {
 
 /// Ends a stream that gives no frames rather than wait for ever.
 class SilenceWatch {
  public:
-  /// Throws CommandError once no frame has been delivered for 5 s of bus time.
-  void Check(const StreamCounts& counts);
+  /// Throws CommandError once no frame has been delivered for 5 s.
+  ///
+  /// @param seconds  time since the stream ran, whether the bus gives anything or not
+  void Check(const StreamCounts& counts, double seconds);
 
  private:
   std::uint64_t delivered_ = 0;
-  std::uint64_t since_ = 0;
+  double since_ = 0;
 };
 
 }  // namespace lidcam::app

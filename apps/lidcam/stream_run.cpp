@@ -5,6 +5,7 @@
 #include <iostream>
 
 #include "apps/lidcam/command_error.h"
+#include "apps/lidcam/core_camera.h"
 #include "apps/lidcam/interrupt.h"
 #include "apps/lidcam/progress.h"
 #include "apps/lidcam/silence_watch.h"
@@ -37,7 +38,7 @@ class LimitedLog {
 };
 
 nlohmann::json ToJson(const StreamResult& result) {
-  return {
+  nlohmann::json answer = {
       {"identity", result.Identity},
       {"sensor", result.Sensor},
       {"size", ToString(result.Size)},
@@ -51,6 +52,8 @@ nlohmann::json ToJson(const StreamResult& result) {
       {"framesPerSecond", result.Counts.Rate()},
       {"output", result.Place},
   };
+  if (!result.Faults.empty()) answer["faults"] = result.Faults;
+  return answer;
 }
 
 }  // namespace
@@ -61,35 +64,31 @@ void LimitedWriter::operator()(const DeliveredFrame& frame) {
   ++written_;
 }
 
-StreamResult RunNativeStream(CoreCamera& camera, const StreamSize& size, const StreamLimits& limits,
-                             std::span<const ControlAssignment> controls, FrameWriter* writer,
-                             const Verbosity& verbosity, FrameLog* log) {
-  StreamResult result{
-      .Counts = {},
-      .Size = size.Delivered,
-      .RawSize = {},
-      .Identity = IdentityText(camera.Device()),
-      .Sensor = std::string(SensorName(camera.Context().SensorType)),
-      .Place = {},
+StreamResult RunStream(bus::UsbBus& bus, const StreamSize& size, const StreamLimits& limits,
+                       std::span<const ControlAssignment> controls, FrameWriter* writer,
+                       const Verbosity& verbosity, FrameLog* log) {
+  StreamResult result;
+  result.Size = size.Delivered;
+  LimitedLog limitedLog(log, limits);
+  LimitedWriter limitedWriter(writer, limits);
+  const world::FrameHandler handler = [&](const world::HostedFrame& frame) {
+    limitedLog.Add(frame.Camera, ToDelivered(frame));
+    limitedWriter(ToDelivered(frame));
   };
-  {
-    LimitedLog limitedLog(log, limits);
-    NativeStream stream(
-        camera, size,
-        [&, write = LimitedWriter(writer, limits)](const DeliveredFrame& frame) mutable {
-          limitedLog.Add(camera.Context(), frame);
-          write(frame);
-        });
-    for (const ControlAssignment& control : controls) Apply(camera.Context(), control);
-    ProgressLine progress(!verbosity.IsQuiet);
-    SilenceWatch silence;
-    while (!IsInterrupted() && !IsReached(limits, stream.Counts()) && stream.ReadTransfer()) {
-      progress.Show(stream.Counts(), camera.Context());
-      if (!limits.ToleratesSilence) silence.Check(stream.Counts());
-    }
-    result.Counts = stream.Counts();
-    result.RawSize = stream.RawSize();
-  }
+  WithStream(bus, {.Size = size, .Controls = controls, .Frames = handler},
+             [&](HostedStream& stream) {
+               result.Identity = IdentityText(stream.Device());
+               result.Sensor = SensorName(stream.Context().SensorType);
+               result.RawSize = stream.RawSize();
+               ProgressLine progress(!verbosity.IsQuiet);
+               SilenceWatch silence;
+               while (!IsInterrupted() && !IsReached(limits, stream.Counts()) && stream.Advance()) {
+                 progress.Show(stream.Counts(), stream.Context());
+                 if (!limits.ToleratesSilence) silence.Check(stream.Counts(), stream.Seconds());
+               }
+               result.Counts = stream.Counts();
+               result.IsUnplugged = stream.IsUnplugged();
+             });
   return result;
 }
 
@@ -107,13 +106,22 @@ void PrintSummary(const StreamResult& result, const CommonOptions& options) {
                result.Sensor.empty() ? "unknown sensor" : result.Sensor.c_str(),
                ToString(result.Size).c_str(), ToString(result.RawSize).c_str(), counts.Good,
                counts.Bad, counts.Dropped, counts.BusBytes, counts.Seconds(), counts.Rate());
+  if (!result.Faults.empty())
+    std::fprintf(stderr, "faults on the bus: %s\n", result.Faults.c_str());
   if (!result.Place.empty() && result.Place != "-") {
     std::fprintf(stderr, "written to %s\n", result.Place.c_str());
   }
 }
 
+void RequirePluggedIn(const StreamResult& result) {
+  if (!result.IsUnplugged) return;
+  throw CommandError("the camera was unplugged after frame " +
+                     std::to_string(result.Counts.Delivered()));
+}
+
 void FinishOutput(StreamResult& result, FrameWriter* writer, const std::string& from) {
   if (result.Counts.Delivered() == 0) {
+    if (result.IsUnplugged) throw CommandError("the camera was unplugged before its first frame");
     throw CommandError(from + " gave no whole frame of " + ToString(result.Size));
   }
   if (writer == nullptr) return;

@@ -7,9 +7,9 @@
 
 #include "apps/lidcam/commands/common_options.h"
 #include "apps/lidcam/control_table.h"
-#include "apps/lidcam/core_camera.h"
 #include "apps/lidcam/frame_log.h"
-#include "apps/lidcam/native_stream.h"
+#include "apps/lidcam/frame_path.h"
+#include "apps/lidcam/hosted_stream.h"
 #include "apps/lidcam/output/frame_writer.h"
 
 namespace lidcam::app {
@@ -18,23 +18,26 @@ namespace lidcam::app {
 struct StreamResult {
   StreamCounts Counts;
   PictureSize Size;
-  PictureSize RawSize;   ///< of the frames that the camera sent for it
-  std::string Identity;  ///< empty if the capture does not tell
-  std::string Sensor;    ///< empty if the capture does not tell
-  std::string Place;     ///< where the frames are; empty without an output
+  PictureSize RawSize;       ///< of the frames that the camera sent for it
+  std::string Identity;      ///< empty if the capture does not tell
+  std::string Sensor;        ///< empty if the capture does not tell
+  std::string Place;         ///< where the frames are; empty without an output
+  std::string Faults;        ///< what was carried out of a fault script; empty without one
+  bool IsUnplugged = false;  ///< the camera was gone before the end
 };
 
 /// Streams from the camera until a limit, an interrupt or the end of a capture, writing frames if
 /// there is a writer, and a row for each frame if there is a log. Frames beyond the limit are in
-/// neither.
+/// neither. A camera that is unplugged ends the stream, and the result tells. Within a world of the
+/// bus's time.
 ///
-/// @param controls  set once the stream runs, in this order
+/// @param controls  set before the first frame, in this order
 /// @param log       may be null
-[[nodiscard]] StreamResult RunNativeStream(CoreCamera& camera, const StreamSize& size,
-                                           const StreamLimits& limits,
-                                           std::span<const ControlAssignment> controls,
-                                           FrameWriter* writer, const Verbosity& verbosity,
-                                           FrameLog* log = nullptr);
+[[nodiscard]] StreamResult RunStream(bus::UsbBus& bus, const StreamSize& size,
+                                     const StreamLimits& limits,
+                                     std::span<const ControlAssignment> controls,
+                                     FrameWriter* writer, const Verbosity& verbosity,
+                                     FrameLog* log = nullptr);
 
 /// Gives a writer the frames up to a limit. Without a writer, or beyond the limit, frames go by.
 class LimitedWriter {
@@ -52,6 +55,10 @@ class LimitedWriter {
 
 /// Prints the summary: one line for a person on standard error, or JSON on standard output.
 void PrintSummary(const StreamResult& result, const CommonOptions& options);
+
+/// Throws CommandError for a stream that ended because its camera was gone. What it gave until then is
+/// kept: the output is complete.
+void RequirePluggedIn(const StreamResult& result);
 
 /// Completes a stream's output and notes its place in the result. Throws CommandError, with nothing
 /// left under the output's name, if the stream gave no frame.

@@ -10,10 +10,10 @@
 
 #include "apps/lidcam/core_camera.h"
 #include "apps/lidcam/frame_log.h"
-#include "apps/lidcam/native_stream.h"
 #include "bus/simulated/simulated_bus.h"
 #include "simulator/light_schedule.h"
 #include "simulator/scene.h"
+#include "tests/closed_loop/native_stream.h"
 
 namespace lidcam::app {
 

@@ -7,10 +7,10 @@
 #include <thread>
 
 #include "apps/lidcam/core_camera.h"
-#include "apps/lidcam/native_stream.h"
 #include "bus/simulated/simulated_bus.h"
 #include "driver/exposure/auto_exposure.h"
 #include "tests/closed_loop/closed_loop.h"
+#include "tests/closed_loop/native_stream.h"
 
 namespace lidcam::app {
 namespace {

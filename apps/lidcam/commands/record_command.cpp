@@ -3,6 +3,7 @@
 #include "apps/lidcam/command_error.h"
 #include "apps/lidcam/commands/commands.h"
 #include "apps/lidcam/commands/common_options.h"
+#include "apps/lidcam/fault_option.h"
 #include "apps/lidcam/stream_run.h"
 #include "bus/capture/recording_bus.h"
 
@@ -12,6 +13,7 @@ namespace {
 struct RecordCommand {
   CommonOptions Common;
   StreamOptions Stream;
+  std::optional<std::string> Faults;
 };
 
 void Run(const RecordCommand& command) {
@@ -19,14 +21,14 @@ void Run(const RecordCommand& command) {
   const StreamLimits limits = LimitsOf(command.Stream);
   const std::vector<ControlAssignment> controls = ParseAssignments(command.Stream.Controls);
   OpenHostEnvironment(command.Common.Output, SetFilesFor(command.Common.Camera));
-  const std::unique_ptr<bus::UsbBus> bus = OpenCamera(command.Common.Camera);
+  FaultyPort port(OpenCamera(command.Common.Camera), command.Faults, LikelyDuration(limits));
   StreamResult result;
   try {
-    bus::RecordingBus recording(*bus, *command.Stream.Output);
-    {
-      CoreCamera camera(recording);
-      result = RunNativeStream(camera, size, limits, controls, nullptr, command.Common.Output);
-    }
+    bus::RecordingBus recording(port.Bus(), *command.Stream.Output);
+    RunInTimeOf(command.Common.Camera, [&] {
+      result = RunStream(recording, size, limits, controls, nullptr, command.Common.Output);
+    });
+    result.Faults = port.Account();
     FinishOutput(result, nullptr, "camera '" + command.Common.Camera.Camera + "'");
     recording.Finish();
   } catch (const bus::CaptureError& error) {
@@ -34,6 +36,7 @@ void Run(const RecordCommand& command) {
   }
   result.Place = *command.Stream.Output;
   PrintSummary(result, command.Common);
+  RequirePluggedIn(result);
 }
 
 }  // namespace
@@ -44,6 +47,7 @@ void AddRecordCommand(CLI::App& app) {
       app.add_subcommand("record", "a capture of the bus traffic that Wireshark opens");
   AddCameraOptions(*sub, command->Common);
   AddStreamOptions(*sub, command->Common, command->Stream);
+  AddFaultOption(*sub, command->Faults);
   sub->add_option("-o,--output", command->Stream.Output, "capture file, pcap")
       ->type_name("FILE")
       ->required();

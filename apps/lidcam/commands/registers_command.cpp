@@ -7,7 +7,7 @@
 #include "apps/lidcam/commands/commands.h"
 #include "apps/lidcam/commands/common_options.h"
 #include "apps/lidcam/core_camera.h"
-#include "apps/lidcam/native_stream.h"
+#include "apps/lidcam/hosted_stream.h"
 #include "driver/sensor/register_access.h"
 
 namespace lidcam::app {
@@ -107,8 +107,11 @@ void Trace(const RegistersCommand& command) {
   CameraChoice choice = command.Common.Camera;
   choice.IsFast = true;
   const std::unique_ptr<bus::UsbBus> bus = OpenCamera(choice);
-  CoreCamera camera(*bus);
-  if (size) const NativeStream stream(camera, {*size}, [](const DeliveredFrame&) {});
+  if (size) {
+    RunInVirtualTime([&] { WithStream(*bus, {.Size = {*size}}, [](HostedStream&) {}); });
+  } else {
+    const CoreCamera camera(*bus);
+  }
 }
 
 CLI::App* AddAction(CLI::App& parent, const std::shared_ptr<RegistersCommand>& command,

@@ -10,8 +10,9 @@
 #include "apps/lidcam/commands/commands.h"
 #include "apps/lidcam/commands/common_options.h"
 #include "apps/lidcam/core_camera.h"
+#include "apps/lidcam/fault_option.h"
+#include "apps/lidcam/hosted_stream.h"
 #include "apps/lidcam/interrupt.h"
-#include "apps/lidcam/native_stream.h"
 #include "apps/lidcam/output/frame_writer.h"
 #include "apps/lidcam/output/output_file.h"
 #include "apps/lidcam/output/png_file.h"
@@ -31,6 +32,7 @@ struct StillCommand {
   std::string Value = "0";
   std::uint64_t SettleFrames = 30;
   std::string Output;
+  std::optional<std::string> Faults;
 };
 
 void AskForStill(CameraContext& context, std::uint32_t value) {
@@ -51,43 +53,57 @@ void AskForStill(CameraContext& context, std::uint32_t value) {
                      (delivered <= settleFrames ? ": take it earlier with --settle" : ""));
 }
 
-/// Streams, a transfer at a time, until a condition holds.
+/// Lets a stream run until a condition holds.
 class StreamRunner {
  public:
-  StreamRunner(CoreCamera& camera, const StillCommand& command, const StreamSize& size)
-      : camera_(camera),
+  StreamRunner(HostedStream& stream, const StillCommand& command)
+      : stream_(stream),
         settleFrames_(command.SettleFrames),
-        stream_(camera, size, [](const DeliveredFrame&) {}),
         progress_(!command.Common.Output.IsQuiet) {}
 
   template <typename Condition>
   void RunUntil(Condition isReached) {
-    while (!isReached(stream_.Counts())) {
+    bool goesOn = true;
+    while (!isReached()) {
       if (IsInterrupted()) throw CommandError("interrupted: no still was taken");
-      if (!stream_.ReadTransfer()) {
-        FailAtEndOfCapture(stream_.Counts().Delivered(), settleFrames_);
-      }
-      progress_.Show(stream_.Counts(), camera_.Context());
-      silence_.Check(stream_.Counts());
+      if (!goesOn) FailAtEnd();
+      goesOn = stream_.Advance();
+      progress_.Show(stream_.Counts(), stream_.Context());
+      silence_.Check(stream_.Counts(), stream_.Seconds());
     }
   }
 
  private:
-  CoreCamera& camera_;
+  [[noreturn]] void FailAtEnd() const {
+    if (stream_.IsUnplugged()) {
+      throw CommandError("the camera was unplugged: no still was taken");
+    }
+    FailAtEndOfCapture(stream_.Counts().Delivered(), settleFrames_);
+  }
+
+  HostedStream& stream_;
   std::uint64_t settleFrames_;
-  NativeStream stream_;
   ProgressLine progress_;
   SilenceWatch silence_;
 };
 
-void TakeStill(CoreCamera& camera, const StillCommand& command, const StreamSize& size,
-               std::uint32_t value) {
-  StreamRunner runner(camera, command, size);
-  runner.RunUntil(
-      [&](const StreamCounts& counts) { return counts.Delivered() >= command.SettleFrames; });
-  CameraContext& context = camera.Context();
-  AskForStill(context, value);
-  runner.RunUntil([&](const StreamCounts&) { return context.StillRequested == 0; });
+/// Which camera took a still.
+struct StillCamera {
+  std::string Identity;
+  std::string Sensor;
+};
+
+StillCamera TakeStill(bus::UsbBus& bus, const StillCommand& command, const StreamSize& size,
+                      std::uint32_t value) {
+  StillCamera camera;
+  WithStream(bus, {.Size = size}, [&](HostedStream& stream) {
+    camera = {IdentityText(stream.Device()), std::string(SensorName(stream.Context().SensorType))};
+    StreamRunner runner(stream, command);
+    runner.RunUntil([&] { return stream.Counts().Delivered() >= command.SettleFrames; });
+    stream.Camera().WithCamera([&](CameraContext& context) { AskForStill(context, value); });
+    runner.RunUntil([&] { return stream.Context().StillRequested == 0; });
+  });
+  return camera;
 }
 
 void WritePicture(const std::string& path, const StillPicture& still) {
@@ -102,13 +118,10 @@ void WritePicture(const std::string& path, const StillPicture& still) {
   file.Commit();
 }
 
-void PrintStill(const StillCommand& command, const CoreCamera& camera, std::int32_t sensorType,
-                const StillPicture& still) {
-  const std::string identity = IdentityText(camera.Device());
-  const std::string sensor(SensorName(sensorType));
+void PrintStill(const StillCommand& command, const StillCamera& camera, const StillPicture& still) {
   if (command.Common.IsJson) {
     const nlohmann::json answer = {
-        {"identity", identity},         {"sensor", sensor},
+        {"identity", camera.Identity},  {"sensor", camera.Sensor},
         {"width", still.Size.Width},    {"height", still.Size.Height},
         {"sizeIndex", still.SizeIndex}, {"value", still.Value},
         {"bytes", still.Yuy2.size()},   {"file", StillFilePath().string()},
@@ -119,7 +132,7 @@ void PrintStill(const StillCommand& command, const CoreCamera& camera, std::int3
   }
   if (command.Common.Output.IsQuiet) return;
   std::fprintf(stderr, "%s %s: still of %s, size index %u, value %u; %zu bytes in %s\n",
-               identity.c_str(), sensor.c_str(), ToString(still.Size).c_str(),
+               camera.Identity.c_str(), camera.Sensor.c_str(), ToString(still.Size).c_str(),
                unsigned{still.SizeIndex}, unsigned{still.Value}, still.Yuy2.size(),
                StillFilePath().c_str());
   std::fprintf(stderr, "written to %s\n", command.Output.c_str());
@@ -148,14 +161,17 @@ void Run(const StillCommand& command) {
   OpenHostEnvironment(command.Common.Output, SetFilesFor(command.Common.Camera));
   const StillLock lock(HomeFolder());
   ClearStillFile();
-  const std::unique_ptr<bus::UsbBus> bus = OpenCamera(command.Common.Camera);
-  CoreCamera camera(*bus);
+  const CameraChoice& choice = command.Common.Camera;
+  const StreamLimits limits{.Frames = command.SettleFrames + 1, .Duration = {}};
+  FaultyPort port(OpenCamera(choice), command.Faults, LikelyDuration(limits));
   const StillReport report;
-  TakeStill(camera, command, FitToCamera(size, command.Common.Camera), value);
+  const StreamSize fitting = FitToCamera(size, choice);
+  StillCamera camera;
+  RunInTimeOf(choice, [&] { camera = TakeStill(port.Bus(), command, fitting, value); });
   report.RequireWritten();
   const StillPicture still = ReadStillFile(value);
   WritePicture(command.Output, still);
-  PrintStill(command, camera, camera.Context().SensorType, still);
+  PrintStill(command, camera, still);
 }
 
 }  // namespace
@@ -178,6 +194,7 @@ void AddStillCommand(CLI::App& app) {
       ->capture_default_str();
   sub->add_flag("--fast", command->Common.Camera.IsFast,
                 "don't wait for bus time: as fast as this machine can");
+  AddFaultOption(*sub, command->Faults);
   sub->add_option("-o,--output", command->Output,
                   ".png, or .yuy2 for the bytes as the driver wrote them; both show the driver's "
                   "two marks in the last two pixels")

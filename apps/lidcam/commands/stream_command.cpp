@@ -3,6 +3,7 @@
 #include "apps/lidcam/command_error.h"
 #include "apps/lidcam/commands/commands.h"
 #include "apps/lidcam/commands/common_options.h"
+#include "apps/lidcam/fault_option.h"
 #include "apps/lidcam/replay_run.h"
 #include "apps/lidcam/stream_run.h"
 
@@ -13,6 +14,7 @@ struct StreamCommand {
   CommonOptions Common;
   StreamOptions Stream;
   std::optional<std::string> Log;
+  std::optional<std::string> Faults;
 };
 
 void Run(const StreamCommand& command) {
@@ -26,19 +28,23 @@ void Run(const StreamCommand& command) {
     throw UsageError("the log '-' wants standard output, which is taken: name a file");
   }
   OpenHostEnvironment(command.Common.Output, SetFilesFor(command.Common.Camera));
-  const std::unique_ptr<bus::UsbBus> bus = OpenCamera(command.Common.Camera);
-  CoreCamera camera(*bus);
+  const CameraChoice& choice = command.Common.Camera;
+  FaultyPort port(OpenCamera(choice), command.Faults, LikelyDuration(limits));
   std::unique_ptr<FrameWriter> writer;
   if (command.Stream.Output) {
     writer = MakeFrameWriter(*command.Stream.Output, size.Delivered, kFramePeriod);
   }
   std::optional<FrameLog> log;
-  if (command.Log) log.emplace(*command.Log, LightOn(command.Common.Camera));
+  if (command.Log) log.emplace(*command.Log, LightOn(choice));
   StreamResult result;
   try {
-    result = RunNativeStream(camera, FitToCamera(size, command.Common.Camera), limits, controls,
-                             writer.get(), command.Common.Output, log ? &*log : nullptr);
-    FinishOutput(result, writer.get(), "camera '" + command.Common.Camera.Camera + "'");
+    const StreamSize fitting = FitToCamera(size, choice);
+    RunInTimeOf(choice, [&] {
+      result = RunStream(port.Bus(), fitting, limits, controls, writer.get(), command.Common.Output,
+                         log ? &*log : nullptr);
+    });
+    result.Faults = port.Account();
+    FinishOutput(result, writer.get(), "camera '" + choice.Camera + "'");
   } catch (...) {
     // A stream that failed is the one whose log is wanted most.
     if (log) log->Finish();
@@ -46,6 +52,7 @@ void Run(const StreamCommand& command) {
   }
   if (log) log->Finish();
   PrintSummary(result, command.Common);
+  RequirePluggedIn(result);
 }
 
 }  // namespace
@@ -56,6 +63,7 @@ void AddStreamCommand(CLI::App& app) {
   AddCameraOptions(*sub, command->Common);
   AddLightOptions(*sub, command->Common);
   AddStreamOptions(*sub, command->Common, command->Stream);
+  AddFaultOption(*sub, command->Faults);
   sub->add_option("-o,--output", command->Stream.Output,
                   ".y4m, .yuy2, .png (a numbered series), or - for Y4M on standard output")
       ->type_name("FILE");
@@ -67,6 +75,7 @@ void AddStreamCommand(CLI::App& app) {
       "Examples:\n"
       "  lidcam stream --frames 5 -o picture.png\n"
       "  lidcam stream --size 320x240 -o - | ffplay -\n"
+      "  lidcam stream --fast --duration 5s --faults 'at 2s lose 40; at 3s marker' --trace\n"
       "  lidcam stream --camera sim:1af0:6010,sensor=OV7670 --duration 2s -o clip.y4m\n"
       "  lidcam stream --fast --light 300lx@0s,5lx@4s,300lx@12s --mains 50Hz --duration 20s "
       "--log frames.csv");

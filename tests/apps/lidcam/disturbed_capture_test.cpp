@@ -14,10 +14,8 @@
 #include <string_view>
 #include <vector>
 
-#include "apps/lidcam/command_error.h"
-#include "apps/lidcam/core_camera.h"
 #include "apps/lidcam/host_environment.h"
-#include "apps/lidcam/native_stream.h"
+#include "apps/lidcam/hosted_stream.h"
 #include "bus/capture/capture_bus.h"
 #include "bus/capture/recording_bus.h"
 #include "bus/simulated/simulated_bus.h"
@@ -36,14 +34,17 @@ using Lines = std::vector<std::string>;
 constexpr StreamSize kSize{.Delivered = {160, 120}, .Raw = PictureSize{160, 120}};
 constexpr std::uint64_t kDisturbedFrame = 3;
 constexpr std::uint32_t kRunLength = 7;
-constexpr int kTransfers = 100;  // of 32 microframes: some twelve frames
+constexpr std::uint64_t kMicroframes = 3200;  // some twelve frames
+constexpr double kLongestRun = 5;             // seconds
 
 Lines* g_frameLines = nullptr;
 
 [[gnu::format(printf, 1, 0)]] void KeepFrameLine(const char* format, std::va_list arguments) {
   std::array<char, 160> line{};
   std::vsnprintf(line.data(), line.size(), format, arguments);
-  if (std::string_view(line.data()).starts_with("frame ")) g_frameLines->emplace_back(line.data());
+  const std::string_view text(line.data());
+  if (!text.starts_with("frame ") || text.starts_with("frame thread")) return;
+  g_frameLines->emplace_back(text);
 }
 
 /// What one run says of its frames.
@@ -59,18 +60,17 @@ RunAccount StreamOver(bus::UsbBus& bus) {
   g_frameLines = &account.Frames;
   SetCameraTraceSink(KeepFrameLine);
   const host::DebugPrintCapture debug;
-  {
-    CoreCamera camera(bus);
-    NativeStream stream(camera, kSize, [&account](const DeliveredFrame& frame) {
-      account.Pictures.emplace_back(frame.Yuy2.begin(), frame.Yuy2.end());
-    });
-    try {
-      for (int i = 0; i < kTransfers && stream.ReadTransfer(); ++i) {
+  const auto keepPicture = [&account](const world::HostedFrame& frame) {
+    account.Pictures.emplace_back(frame.Yuy2.begin(), frame.Yuy2.end());
+  };
+  RunInVirtualTime([&] {
+    WithStream(bus, {.Size = kSize, .Frames = keepPicture}, [&](HostedStream& stream) {
+      while (stream.Counts().Microframes < kMicroframes && stream.Seconds() < kLongestRun &&
+             stream.Advance()) {
       }
-    } catch (const CommandError&) {
-      account.BrokeOff = true;
-    }
-  }
+      account.BrokeOff = stream.Counts().Microframes < kMicroframes;
+    });
+  });
   SetCameraTraceSink(nullptr);
   account.Debug = debug.Messages();
   return account;
@@ -79,9 +79,9 @@ RunAccount StreamOver(bus::UsbBus& bus) {
 /// A fault and what it does to the frames; a frame is 37 packets of 1024 bytes and one of 578.
 struct FaultRow {
   FaultKind Kind;
-  std::uint64_t Packet;  ///< within the disturbed frame
-  Lines Consequence;     ///< lines from the disturbed frame's end to the next undisturbed frame's
-  bool BreaksOff = false;
+  std::uint64_t Packet;    ///< within the disturbed frame
+  Lines Consequence;       ///< lines from the disturbed frame's end to the next undisturbed frame's
+  bool BreaksOff = false;  ///< the transfers that a recovery starts find no pipe for them
 };
 
 std::string NameOf(const ::testing::TestParamInfo<FaultRow>& tested) {

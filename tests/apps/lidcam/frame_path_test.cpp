@@ -4,7 +4,7 @@
 #include <memory>
 #include <vector>
 
-#include "apps/lidcam/native_stream.h"
+#include "apps/lidcam/frame_path.h"
 #include "driver/core/camera_context.h"
 
 namespace lidcam::app {

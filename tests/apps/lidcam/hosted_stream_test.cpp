@@ -1,6 +1,6 @@
 // Streams of every size over buses of every width.
 
-#include "apps/lidcam/native_stream.h"
+#include "apps/lidcam/hosted_stream.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -14,7 +14,6 @@
 #include <vector>
 
 #include "apps/lidcam/command_error.h"
-#include "apps/lidcam/core_camera.h"
 #include "apps/lidcam/host_environment.h"
 #include "bus/simulated/simulated_bus.h"
 #include "driver/frame/image_resampler.h"
@@ -54,20 +53,23 @@ class StreamOverBus : public ::testing::Test {
     options.Camera.Configuration = configuration;
     options.BandwidthLimit = bandwidth;
     bus::SimulatedBus bus(options);
-    CoreCamera camera(bus);
-    NativeStream stream(camera, size, [this](const DeliveredFrame& frame) {
+    const auto keepFrame = [this](const world::HostedFrame& frame) {
       frame_.Delivered.assign(frame.Yuy2.begin(), frame.Yuy2.end());
       frame_.RawPixels.assign(frame.RawFrame.begin() + kHeader, frame.RawFrame.end());
+    };
+    RunInVirtualTime([&] {
+      WithStream(bus, {.Size = size, .Frames = keepFrame}, [&](HostedStream& stream) {
+        raw_ = stream.RawSize();
+        setting_ = stream.AlternateSetting();
+        while (stream.Counts().Delivered() == 0 && stream.Advance()) {
+        }
+        good_ = stream.Counts().Good;
+      });
     });
-    raw_ = stream.RawSize();
-    setting_ = stream.AlternateSetting();
-    while (stream.Counts().Delivered() == 0 && stream.ReadTransfer()) {
-    }
-    good_ = stream.Counts().Good;
   }
 
   PictureSize raw_;
-  std::uint8_t setting_ = 0;
+  std::uint32_t setting_ = 0;
   std::uint64_t good_ = 0;
   TakenFrame frame_;
 
@@ -130,17 +132,17 @@ INSTANTIATE_TEST_SUITE_P(FromEveryRawSize, EverySize,
 
 TEST_F(StreamOverBus, NarrowStreamsOfThisSensorAreSentHalvedAtTheWidestSetting) {
   Open({{176, 144}});
-  EXPECT_EQ(setting_, 7);
+  EXPECT_EQ(setting_, 7U);
   EXPECT_EQ(raw_, (PictureSize{320, 240}));
   Open({{352, 288}});
-  EXPECT_EQ(setting_, 7);
+  EXPECT_EQ(setting_, 7U);
   EXPECT_EQ(raw_, (PictureSize{640, 480}));
 }
 
 TEST_F(StreamOverBus, TheShortConfigurationServesEverySizeFromItsOnlyOne) {
   for (const PictureSize size : kStreamSizes) {
     Open({size}, kAllBandwidth, simulator::ConfigurationKind::Short);
-    EXPECT_EQ(setting_, 3);
+    EXPECT_EQ(setting_, 3U);
     EXPECT_EQ(raw_, (PictureSize{160, 120}));
     EXPECT_EQ(good_, 1u);
     EXPECT_EQ(frame_.Delivered.size(), size.Yuy2Bytes());
@@ -150,11 +152,11 @@ TEST_F(StreamOverBus, TheShortConfigurationServesEverySizeFromItsOnlyOne) {
 // A recording of a 320x240 stream knows nothing of the traffic of a 640x480 one.
 TEST_F(StreamOverBus, StartedAsItsRawSizeDeliversItsOwn) {
   Open({.Delivered = {640, 480}, .Raw = PictureSize{320, 240}, .StartsAsRaw = true});
-  EXPECT_EQ(setting_, 7);
+  EXPECT_EQ(setting_, 7U);
   EXPECT_EQ(raw_, (PictureSize{320, 240}));
   EXPECT_EQ(frame_.Delivered.size(), 614400u);
   Open({.Delivered = {160, 120}, .Raw = PictureSize{640, 480}, .StartsAsRaw = true});
-  EXPECT_EQ(setting_, 7);
+  EXPECT_EQ(setting_, 7U);
   EXPECT_EQ(raw_, (PictureSize{640, 480}));
   EXPECT_EQ(frame_.Delivered.size(), 38400u);
 }

@@ -1,0 +1,65 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+#include "bus/usb_bus.h"
+
+namespace lidcam::app {
+
+/// Passes everything on to another bus. What derives from it changes some of it.
+class PassingBus : public bus::UsbBus {
+ public:
+  /// @param bus  outlives this one
+  explicit PassingBus(bus::UsbBus& bus) : bus_(bus) {}
+
+  bus::ControlResult ControlTransfer(const bus::SetupPacket& setup,
+                                     std::span<std::uint8_t> data) override;
+  bus::UsbStatus SelectSetting(std::uint8_t interface, std::uint8_t alternateSetting) override;
+  bus::IsochronousResult ReadIsochronous(std::uint8_t endpoint, std::span<std::uint8_t> buffer,
+                                         std::span<bus::IsochronousPacket> packets) override;
+  void Abort(std::uint8_t endpoint) override { bus_.Abort(endpoint); }
+  [[nodiscard]] std::uint32_t FrameNumber() override { return bus_.FrameNumber(); }
+  void Unplug() override { bus_.Unplug(); }
+
+ private:
+  bus::UsbBus& bus_;
+};
+
+/// Has room for chosen alternate settings only. The driver takes the widest that it is given: this is
+/// how a user chooses what the camera sends.
+class SettingGate final : public PassingBus {
+ public:
+  using PassingBus::PassingBus;
+
+  /// From here on these settings, and 0, are let through; before the first call, all are.
+  void Allow(std::vector<std::uint8_t> settings) { allowed_ = std::move(settings); }
+
+  bus::UsbStatus SelectSetting(std::uint8_t interface, std::uint8_t alternateSetting) override;
+
+  /// How the last selection that was let through ended.
+  [[nodiscard]] bus::UsbStatus LastStatus() const { return lastStatus_; }
+
+ private:
+  std::optional<std::vector<std::uint8_t>> allowed_;
+  bus::UsbStatus lastStatus_ = bus::UsbStatus::NoBandwidth;
+};
+
+/// Answers for a recorded camera what every USB device answers alike and a recorded host did not ask:
+/// standard requests without a data stage succeed, and a configuration descriptor is as long as it is
+/// whatever was asked for. Where the recorded packets say that the camera was unplugged, it is.
+class RecordedDevice final : public PassingBus {
+ public:
+  using PassingBus::PassingBus;
+
+  bus::ControlResult ControlTransfer(const bus::SetupPacket& setup,
+                                     std::span<std::uint8_t> data) override;
+  bus::IsochronousResult ReadIsochronous(std::uint8_t endpoint, std::span<std::uint8_t> buffer,
+                                         std::span<bus::IsochronousPacket> packets) override;
+
+ private:
+  bus::ControlResult ReadConfiguration(bus::SetupPacket setup, std::span<std::uint8_t> data);
+};
+
+}  // namespace lidcam::app

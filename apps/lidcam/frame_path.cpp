@@ -1,0 +1,99 @@
+#include "apps/lidcam/frame_path.h"
+
+#include <algorithm>
+#include <array>
+#include <string>
+
+#include "driver/core/camera_lifecycle.h"
+#include "driver/core/stream_modes.h"
+#include "driver/frame/frame_delivery.h"
+
+namespace lidcam::app {
+namespace {
+
+// Room behind the frames of a recording for those that are longer than most.
+constexpr std::uint32_t kRawBufferMargin = 4096;
+
+// 30 frames a second, as the camera's formats say it.
+constexpr Time100ns kFrameInterval100ns = 333333;
+
+FormatRequest RequestFor(PictureSize size) {
+  return {
+      .Width = size.Width,
+      .Height = size.Height,
+      .BitCount = 16,
+      .Compression = kFourccYuy2,
+      .ImageSize = static_cast<std::uint32_t>(size.Yuy2Bytes()),
+      .Spare = 0,
+      .AvgTimePerFrame = kFrameInterval100ns,
+      .AlternateSetting = 0,
+  };
+}
+
+void NegotiateSize(CameraContext& context, PictureSize size, std::uint32_t& rawBufferSize) {
+  std::uint8_t widestSetting = 0;
+  NegotiateFormat(context, RequestFor(size), rawBufferSize, widestSetting);
+}
+
+}  // namespace
+
+double StreamCounts::Rate() const {
+  return Microframes == 0 ? 0 : static_cast<double>(Delivered()) / Seconds();
+}
+
+std::uint32_t SetRecordedFormat(CameraContext& context, PictureSize delivered, PictureSize raw,
+                                std::uint32_t rawFrameSize) {
+  std::uint32_t bufferSize = 0;
+  NegotiateSize(context, delivered, bufferSize);
+  context.RawSizeMode = RawSizeModeOf(raw);
+  context.RawFrameSize = rawFrameSize;
+  return std::max(bufferSize, rawFrameSize + kRawBufferMargin);
+}
+
+FramePath::FramePath(CameraContext& context, std::uint32_t rawBufferSize, PictureSize size,
+                     FrameHandler handler)
+    : context_(context),
+      handler_(std::move(handler)),
+      rawBuffers_(std::size_t{2} * rawBufferSize),
+      delivered_(size.Yuy2Bytes()),
+      firstFrameStart_(context.FrameStartCount) {
+  assembly_.Sink = {
+      .Context = this,
+      .IsProcessing = [](void*) { return std::uint8_t{0}; },
+      .PublishRawFrame =
+          [](void* self, std::uint8_t* buffer, std::uint32_t bytes) {
+            PublishRawFrame(static_cast<FramePath*>(self)->published_, buffer, bytes);
+          },
+      .StreamRunning = [](void*) { return std::uint8_t{1}; },
+      .WakeConsumer = [](void* self) { static_cast<FramePath*>(self)->Deliver(); },
+  };
+  PlaceRawBuffers(assembly_, rawBuffers_.data(), rawBufferSize);
+  BeginAssembly(assembly_);
+}
+
+void FramePath::Take(std::span<const std::uint8_t> buffer,
+                     std::span<const TransferPacket> packets) {
+  for (const TransferPacket& packet : packets) counts_.BusBytes += packet.Length;
+  AssembleTransfer(assembly_, context_, buffer.data(), static_cast<std::uint32_t>(buffer.size()),
+                   packets.data(), static_cast<std::uint32_t>(packets.size()));
+  counts_.Microframes += packets.size();
+  // The frame that is still being received counts neither way.
+  const std::uint64_t starts = context_.FrameStartCount - firstFrameStart_;
+  const std::uint64_t ended = starts == 0 ? 0 : starts - 1;
+  counts_.Dropped = ended > counts_.Delivered() ? ended - counts_.Delivered() : 0;
+}
+
+void FramePath::Deliver() {
+  std::uint32_t rawBytes = 0;
+  std::uint8_t* const raw = GetRawFrame(published_, rawBytes);
+  std::uint32_t written = 0;
+  DeliverFrame(context_, delivered_.data(), static_cast<std::uint32_t>(delivered_.size()), raw,
+               rawBytes, written);
+  constexpr std::int64_t kTolerance = 10;
+  const std::int64_t expected = std::uint32_t{context_.RawFrameSize};
+  const bool isGood = std::abs(std::int64_t{rawBytes} - expected) <= kTolerance;
+  ++(isGood ? counts_.Good : counts_.Bad);
+  handler_({.Yuy2 = delivered_, .RawFrame = {raw, rawBytes}, .Microframe = counts_.Microframes});
+}
+
+}  // namespace lidcam::app

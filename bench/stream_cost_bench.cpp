@@ -1,0 +1,171 @@
+// What a stream of 640x480 costs from the packets on the bus to the published frame, all included: USB
+// stack, transfers, completion, frame thread and assembly; "delivered" is with the pin's delivery.
+//
+// The stream runs in real time, 30 frames a second, over a bus whose packets lie ready in memory: the
+// bus's part is one copy of them, as a host controller would write them. What counts is the processor
+// time of all threads, so that other work on the machine matters little. The reference is memcpy of
+// as many bytes, taken in the same run. What a stream holds of the pool is printed behind it.
+
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <thread>
+#include <vector>
+
+#include "bus/simulated/simulated_bus.h"
+#include "platform/host/nt/pool.h"
+#include "world/hosted_camera.h"
+
+namespace lidcam::bench {
+namespace {
+
+constexpr std::size_t kBytesPerMicroframe = 3072;
+constexpr std::size_t kRawFrameBytes = 614466;
+constexpr std::uint64_t kMicroframesPerFrame = 267;  // 33.4 ms
+constexpr double kFramesPerSecond = 30;
+constexpr std::uint64_t kFrames = 90;
+
+double ProcessorSeconds() {
+  timespec time{};
+  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
+  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
+}
+
+/// The simulated camera's answers to requests, and one frame's packets again and again.
+class ReadyBus final : public bus::UsbBus {
+ public:
+  ReadyBus() : frame_(kRawFrameBytes, 0x80) {
+    frame_[0] = 0xFF;
+    frame_[1] = 0xD8;
+  }
+
+  bus::ControlResult ControlTransfer(const bus::SetupPacket& setup,
+                                     std::span<std::uint8_t> data) override {
+    return camera_.ControlTransfer(setup, data);
+  }
+  bus::UsbStatus SelectSetting(std::uint8_t interface, std::uint8_t alternateSetting) override {
+    return camera_.SelectSetting(interface, alternateSetting);
+  }
+  bus::IsochronousResult ReadIsochronous(std::uint8_t, std::span<std::uint8_t> buffer,
+                                         std::span<bus::IsochronousPacket> packets) override {
+    const std::uint32_t start = microframe_;
+    const std::size_t share = buffer.size() / packets.size();
+    std::size_t offset = 0;
+    for (bus::IsochronousPacket& packet : packets) {
+      const std::size_t at = microframe_++ % kMicroframesPerFrame * kBytesPerMicroframe;
+      const std::size_t left = at < frame_.size() ? frame_.size() - at : 0;
+      const std::size_t length = std::min({share, kBytesPerMicroframe, left});
+      std::memcpy(buffer.data() + offset, frame_.data() + at, length);
+      packet = {static_cast<std::uint32_t>(offset), static_cast<std::uint32_t>(length),
+                bus::UsbStatus::Ok};
+      offset += share;
+    }
+    return {bus::UsbStatus::Ok, start};
+  }
+  void Abort(std::uint8_t) override {}
+  [[nodiscard]] std::uint32_t FrameNumber() override {
+    return microframe_ / bus::kMicroframesPerFrame;
+  }
+  void Unplug() override {}
+
+ private:
+  bus::SimulatedBus camera_{{}};
+  std::vector<std::uint8_t> frame_;
+  std::uint32_t microframe_ = 0;
+};
+
+/// Seconds that memcpy takes for the bytes of a frame: the median of many, over buffers that are used
+/// in turn as a stream's are.
+double CopySeconds() {
+  constexpr std::size_t kBuffers = 4;
+  constexpr std::size_t kRuns = 201;
+  std::vector<std::uint8_t> from(kBuffers * kRawFrameBytes, 0x80);
+  std::vector<std::uint8_t> to(kBuffers * kRawFrameBytes);
+  std::vector<double> seconds;
+  for (std::size_t run = 0; run < kRuns; ++run) {
+    const std::size_t at = run % kBuffers * kRawFrameBytes;
+    const double start = ProcessorSeconds();
+    std::memcpy(to.data() + at, from.data() + at, kRawFrameBytes);
+    benchmark::ClobberMemory();
+    seconds.push_back(ProcessorSeconds() - start);
+  }
+  const auto middle = seconds.begin() + kRuns / 2;
+  std::nth_element(seconds.begin(), middle, seconds.end());
+  return *middle;
+}
+
+/// @return processor seconds a frame; 0 if the stream doesn't come up
+double SecondsPerFrame(world::HostedCamera& camera) {
+  if (!NT_SUCCESS(camera.Start()) || !NT_SUCCESS(camera.Acquire({})) || !NT_SUCCESS(camera.Run())) {
+    return 0;
+  }
+  // The first round of the transfers has gaps.
+  std::this_thread::sleep_for(std::chrono::milliseconds(500));
+  const std::uint64_t first = camera.Counts().Microframes;
+  const double start = ProcessorSeconds();
+  while (camera.Counts().Microframes - first < kFrames * kMicroframesPerFrame) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  }
+  const double seconds = ProcessorSeconds() - start;
+  const std::uint64_t microframes = camera.Counts().Microframes - first;
+  return seconds * static_cast<double>(kMicroframesPerFrame) / static_cast<double>(microframes);
+}
+
+void MeasureStream(benchmark::State& state, bool isDelivered) {
+  ReadyBus bus;
+  double perFrame = 0;
+  for ([[maybe_unused]] auto iteration : state) {
+    world::WithHostedCamera(
+        bus, {.TakesFrames = isDelivered},
+        [&perFrame](world::HostedCamera& camera) { perFrame = SecondsPerFrame(camera); });
+    state.SetIterationTime(perFrame);
+  }
+  if (perFrame <= 0) {
+    state.SkipWithError("the stream does not come up");
+    return;
+  }
+  const double copy = CopySeconds();
+  state.counters["memcpy_us"] = copy * 1e6;
+  state.counters["ratio"] = perFrame / copy;
+  state.counters["cameras_per_core"] = 1 / (perFrame * kFramesPerSecond);
+}
+
+void AsStream(benchmark::internal::Benchmark* benchmark) {
+  benchmark->UseManualTime()->Iterations(1)->Repetitions(5)->ReportAggregatesOnly()->Unit(
+      benchmark::kMicrosecond);
+}
+
+BENCHMARK_CAPTURE(MeasureStream, published, false)->Name("frame published")->Apply(AsStream);
+BENCHMARK_CAPTURE(MeasureStream, delivered, true)->Name("frame delivered")->Apply(AsStream);
+
+/// What stands in the pool, told by tag: at rest, and for a running stream of 640x480.
+void PrintMemory() {
+  bus::SimulatedBus bus({});
+  world::RunInVirtualTime({.Seed = 1}, [&bus] {
+    world::WithHostedCamera(bus, {}, [](world::HostedCamera& camera) {
+      if (!NT_SUCCESS(camera.Start())) return;
+      const std::size_t atRest = host::PoolUsageOfAll().Bytes;
+      if (!NT_SUCCESS(camera.Acquire({})) || !NT_SUCCESS(camera.Run())) return;
+      camera.WaitForFrames(2, world::kSecond);
+      std::printf("pool of a started camera: %zu bytes; a running stream of 640x480 adds %zu\n",
+                  atRest, host::PoolUsageOfAll().Bytes - atRest);
+      std::printf("while it runs: %s\n", host::DescribePoolOfWorld(host::CurrentWorld()).c_str());
+    });
+  });
+}
+
+}  // namespace
+}  // namespace lidcam::bench
+
+int main(int argc, char** argv) {
+  benchmark::Initialize(&argc, argv);
+  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 2;
+  benchmark::RunSpecifiedBenchmarks();
+  lidcam::bench::PrintMemory();
+  return 0;
+}

@@ -1,0 +1,35 @@
+// One camera in one host on the machine's threads and clock: what ThreadSanitizer is to see.
+
+#include <gtest/gtest.h>
+
+#include "bus/simulated/simulated_bus.h"
+#include "platform/host/nt/irp_registry.h"
+#include "world/hosted_camera.h"
+
+namespace lidcam::world {
+namespace {
+
+TEST(HostedCameraInRealTime, StreamsPausesResumesAndIsUnplugged) {
+  bus::SimulatedBusOptions options;
+  options.Pace = bus::Pacing::RealTime;
+  bus::SimulatedBus bus(options);
+  std::uint64_t handled = 0;
+  RunInRealTime([&] {
+    const auto count = [&handled](const HostedFrame&) { ++handled; };
+    WithHostedCamera(bus, {.Frames = count}, [](HostedCamera& camera) {
+      ASSERT_EQ(camera.Start(), STATUS_SUCCESS);
+      ASSERT_EQ(camera.Acquire({.Width = 320, .Height = 240}), STATUS_SUCCESS);
+      ASSERT_EQ(camera.Run(), STATUS_SUCCESS);
+      EXPECT_TRUE(camera.WaitForFrames(5, 20 * kSecond));
+      EXPECT_EQ(camera.Pause(), STATUS_SUCCESS);
+      EXPECT_EQ(camera.Resume(), STATUS_SUCCESS);
+      EXPECT_TRUE(camera.WaitForFrames(camera.Counts().Delivered() + 5, 20 * kSecond));
+      camera.Unplug();
+    });
+    EXPECT_EQ(host::IrpUsageOfWorld().Known, 0U);
+  });
+  EXPECT_GE(handled, 10U);
+}
+
+}  // namespace
+}  // namespace lidcam::world

@@ -1,0 +1,319 @@
+#include "world/hosted_camera.h"
+
+#include <cstdlib>
+#include <stdexcept>
+#include <utility>
+
+#include "driver/core/held_memory.h"
+#include "driver/frame/frame_delivery.h"
+#include "platform/host/nt/device_object.h"
+
+namespace lidcam::world {
+namespace {
+
+constexpr std::uint32_t kSurpriseRemoved = 3;
+
+// Raw frames deviate from the expected size by a few bytes; the assembler calls them good, too.
+constexpr std::int64_t kSizeTolerance = 10;
+
+KS_DATAFORMAT_VIDEOINFOHEADER FormatFor(const StreamRequest& request) {
+  KS_DATAFORMAT_VIDEOINFOHEADER format{};
+  format.DataFormat.FormatSize = sizeof(format);
+  KS_VIDEOINFOHEADER& video = format.VideoInfoHeader;
+  video.AvgTimePerFrame = request.FrameInterval;
+  video.bmiHeader.biSize = sizeof(video.bmiHeader);
+  video.bmiHeader.biWidth = request.Width;
+  video.bmiHeader.biHeight = request.Height;
+  video.bmiHeader.biPlanes = 1;
+  video.bmiHeader.biBitCount = 16;
+  video.bmiHeader.biCompression = kFourccYuy2;
+  video.bmiHeader.biSizeImage = static_cast<DWORD>(request.Width * request.Height * 2);
+  format.DataFormat.SampleSize = video.bmiHeader.biSizeImage;
+  return format;
+}
+
+class MutexHold {
+ public:
+  explicit MutexHold(KMUTEX& mutex) : mutex_(mutex) {
+    KeWaitForSingleObject(&mutex_, Executive, KernelMode, FALSE, nullptr);
+  }
+  MutexHold(const MutexHold&) = delete;
+  MutexHold& operator=(const MutexHold&) = delete;
+  ~MutexHold() noexcept(false) {
+    if (!check_.IsUnwinding()) KeReleaseMutex(&mutex_, FALSE);
+  }
+
+ private:
+  const host::UnwindCheck check_;
+  KMUTEX& mutex_;
+};
+
+std::size_t PictureBytes(const CameraContext& camera) {
+  const std::int64_t width = camera.RequestedWidth;
+  const std::int64_t height = camera.RequestedHeight;
+  return width > 0 && height > 0 ? static_cast<std::size_t>(width * height * 2) : 0;
+}
+
+}  // namespace
+
+/// What the driver's side and the streaming class call of the pin.
+struct HostedPin {
+  static HostedCamera& CameraOf(PKSPIN pin) { return *static_cast<HostedCamera*>(pin->Context); }
+
+  static NTSTATUS NTAPI Process(PKSPIN pin) { return CameraOf(pin).Process(); }
+
+  static std::uint8_t IsProcessing(PKSPIN pin) {
+    return static_cast<std::uint8_t>(InterlockedCompareExchange(&CameraOf(pin).processing_, 0, 0) &
+                                     0xFF);
+  }
+
+  // The format stands in the connection already, and the picture's memory follows the camera's record.
+  static NTSTATUS ApplyFormat(PKSPIN) { return STATUS_SUCCESS; }
+
+  static constexpr PinOperations kOperations{IsProcessing, ApplyFormat};
+};
+
+HostedCamera::HostedCamera(bus::UsbBus& bus, HostedCameraOptions options)
+    : options_(std::move(options)),
+      meter_(bus, [this] { KeSetEvent(&progress_, IO_NO_INCREMENT, FALSE); }) {
+  KeInitializeEvent(&progress_, SynchronizationEvent, FALSE);
+  KeInitializeMutex(&consumer_, 0);
+  std::exception_ptr error;
+  try {
+    stack_ = std::make_unique<host::UsbDeviceStack>(
+        meter_, host::UsbStackOptions{.FirstFrame = options_.FirstBusFrame});
+    Build();
+  } catch (const std::exception&) {
+    error = std::current_exception();
+  }
+  if (error == nullptr) return;
+  TakeDown();
+  std::rethrow_exception(error);
+}
+
+void HostedCamera::Build() {
+  PDEVICE_OBJECT const physicalDevice = stack_->PhysicalDeviceObject();
+  host::FindHostDevice(physicalDevice)->DriverKey = options_.DriverKey;
+  if (options_.Filter != nullptr) options_.Filter->Attach(physicalDevice);
+  host::InitializeDriverObject(driver_);
+  ksDevice_ = std::make_unique<host::StreamingDevice>(&driver_, physicalDevice);
+  if (!NT_SUCCESS(AddCameraDevice(ksDevice_.get()))) {
+    throw std::runtime_error("the driver has no room for the camera's device");
+  }
+  Device().Pins = &HostedPin::kOperations;
+}
+
+void HostedCamera::TakeDown() {
+  ksDevice_.reset();
+  if (options_.Filter != nullptr) options_.Filter->Detach();
+  stack_.reset();
+}
+
+HostedCamera::~HostedCamera() noexcept(false) {
+  if (std::uncaught_exceptions() == 0) Close();
+}
+
+void HostedCamera::Close() {
+  if (stack_ == nullptr) return;
+  if (isStarted_) {
+    Pause();
+    Release();
+    Stop();
+  }
+  TakeDown();
+}
+
+NTSTATUS HostedCamera::Start() {
+  const NTSTATUS status = Device().StartHardware(ksDevice_.get());
+  if (!NT_SUCCESS(status)) return status;
+  try {
+    MakePin();
+  } catch (const std::runtime_error&) {
+    Device().StopHardware();
+    return STATUS_INSUFFICIENT_RESOURCES;
+  }
+  Device().HardwareStarted = 1;
+  isStarted_ = true;
+  return status;
+}
+
+void HostedCamera::MakePin() {
+  pin_ = std::make_unique<host::StreamingPin>(*ksDevice_, HostedPin::Process, &format_.DataFormat);
+  pin_->Context = this;
+}
+
+NTSTATUS HostedCamera::Acquire(const StreamRequest& request) {
+  const MutexHold hold(consumer_);
+  format_ = FormatFor(request);
+  const NTSTATUS status = Device().AcquireStream(pin_.get(), &format_.VideoInfoHeader);
+  if (!NT_SUCCESS(status)) return status;
+  const CameraContext* const camera = Device().Camera;
+  const std::uint32_t starts = camera->FrameStartCount;
+  const std::lock_guard lock(countsMutex_);
+  counts_ = {};
+  atAcquire_ = meter_.Meter();
+  firstFrameStart_ = starts;
+  frameStarts_ = starts;
+  handlerError_ = nullptr;
+  return status;
+}
+
+NTSTATUS HostedCamera::Run() {
+  return Device().RunStream();
+}
+
+NTSTATUS HostedCamera::Pause() {
+  return Device().PauseStream();
+}
+
+NTSTATUS HostedCamera::Resume() {
+  return Device().ResumeStream();
+}
+
+NTSTATUS HostedCamera::Release() {
+  return Device().ReleaseStream();
+}
+
+NTSTATUS HostedCamera::Stop() {
+  if (!isStarted_) return STATUS_SUCCESS;
+  isStarted_ = false;
+  Device().HardwareStarted = 0;
+  Device().OnDeviceGone(0);
+  pin_.reset();
+  return Device().StopHardware();
+}
+
+void HostedCamera::TellGone() {
+  Device().OnDeviceGone(kSurpriseRemoved);
+}
+
+void HostedCamera::Unplug() {
+  PullPlug();
+  TellGone();
+}
+
+void HostedCamera::PowerDown() {
+  Device().PowerSet(ksDevice_.get(), nullptr, PowerDeviceD3, PowerDeviceD0);
+}
+
+void HostedCamera::PowerUp() {
+  Device().PowerSet(ksDevice_.get(), nullptr, PowerDeviceD0, PowerDeviceD3);
+}
+
+std::uint32_t HostedCamera::AlternateSetting() const {
+  const UsbStreamRecord* const stream = Device().UsbStream;
+  return stream != nullptr ? stream->StreamFormat.AlternateSetting : 0;
+}
+
+void HostedCamera::WithCamera(const std::function<void(CameraContext& camera)>& use) {
+  RunThenEnd(
+      [&] {
+        KeWaitForSingleObject(&consumer_, Executive, KernelMode, FALSE, nullptr);
+        use(*Device().Camera);
+      },
+      [&] { KeReleaseMutex(&consumer_, FALSE); });
+}
+
+bool HostedCamera::WaitForFrames(std::uint64_t delivered, LONGLONG limit) {
+  const auto end = static_cast<LONGLONG>(KeQueryInterruptTime()) + limit;
+  for (;;) {
+    RethrowHandlerError();
+    if (Counts().Delivered() >= delivered) return true;
+    LARGE_INTEGER left{};
+    left.QuadPart = static_cast<LONGLONG>(KeQueryInterruptTime()) - end;
+    if (left.QuadPart >= 0 || meter_.End() != BusEnd::None) {
+      NoteFrameStarts();
+      return false;
+    }
+    KeWaitForSingleObject(&progress_, Executive, KernelMode, FALSE, &left);
+  }
+}
+
+// Frames that were begun and never delivered show here only.
+void HostedCamera::NoteFrameStarts() {
+  const CameraContext* const camera = Device().Camera;
+  if (camera == nullptr) return;
+  const std::uint32_t starts = camera->FrameStartCount;
+  const std::lock_guard lock(countsMutex_);
+  frameStarts_ = starts;
+}
+
+BusMeter HostedCamera::SinceAcquired() const {
+  const BusMeter now = meter_.Meter();
+  return {now.Bytes - atAcquire_.Bytes, now.Microframes - atAcquire_.Microframes};
+}
+
+FrameCounts HostedCamera::Counts() const {
+  const std::lock_guard lock(countsMutex_);
+  FrameCounts counts = counts_;
+  const BusMeter meter = SinceAcquired();
+  counts.BusBytes = meter.Bytes;
+  counts.Microframes = meter.Microframes;
+  // The frame that is still being received counts neither way.
+  const std::uint32_t starts = frameStarts_ - firstFrameStart_;
+  const std::uint64_t ended = starts == 0 ? 0 : starts - 1U;
+  counts.Dropped = ended > counts.Delivered() ? ended - counts.Delivered() : 0;
+  return counts;
+}
+
+// As the streaming class's pins do it: the frame thread sees the pin busy from before the frame is
+// fetched until it has been read.
+NTSTATUS HostedCamera::Process() {
+  const MutexHold hold(consumer_);
+  CameraContext* const camera = Device().Camera;
+  if (camera == nullptr || !options_.TakesFrames) return STATUS_UNSUCCESSFUL;
+  InterlockedIncrement(&processing_);
+  std::uint32_t rawBytes = 0;
+  HeldMemory* memory = nullptr;
+  std::uint8_t* const raw = Device().HoldRawFrame(rawBytes, memory);
+  const bool hasFrame = raw != nullptr && rawBytes != 0;
+  if (hasFrame) Deliver(*camera, raw, rawBytes);
+  if (memory != nullptr) LetGo(*memory);
+  InterlockedDecrement(&processing_);
+  KeSetEvent(&progress_, IO_NO_INCREMENT, FALSE);
+  return hasFrame ? STATUS_PENDING : STATUS_UNSUCCESSFUL;
+}
+
+void HostedCamera::Deliver(CameraContext& camera, std::uint8_t* raw, std::uint32_t rawBytes) {
+  {
+    const std::lock_guard lock(countsMutex_);
+    if (handlerError_ != nullptr) return;
+  }
+  picture_.resize(PictureBytes(camera));
+  std::uint32_t written = 0;
+  DeliverFrame(camera, picture_.data(), static_cast<std::uint32_t>(picture_.size()), raw, rawBytes,
+               written);
+  const std::int64_t expected = std::uint32_t{camera.RawFrameSize};
+  const bool isGood = std::abs(std::int64_t{rawBytes} - expected) <= kSizeTolerance;
+  std::uint64_t microframe = 0;
+  {
+    const std::lock_guard lock(countsMutex_);
+    ++(isGood ? counts_.Good : counts_.Bad);
+    frameStarts_ = camera.FrameStartCount;
+    microframe = SinceAcquired().Microframes;
+  }
+  if (!options_.Frames) return;
+  try {
+    options_.Frames({.Yuy2 = picture_,
+                     .RawFrame = {raw, rawBytes},
+                     .Microframe = microframe,
+                     .IsGood = isGood,
+                     .Camera = camera});
+  } catch (const std::exception&) {
+    const std::lock_guard lock(countsMutex_);
+    handlerError_ = std::current_exception();
+  }
+}
+
+void HostedCamera::RethrowHandlerError() {
+  const std::lock_guard lock(countsMutex_);
+  if (handlerError_ != nullptr) std::rethrow_exception(handlerError_);
+}
+
+void WithHostedCamera(bus::UsbBus& bus, HostedCameraOptions options,
+                      const std::function<void(HostedCamera& camera)>& use) {
+  HostedCamera camera(bus, std::move(options));
+  RunThenEnd([&] { use(camera); }, [&] { camera.Close(); });
+}
+
+}  // namespace lidcam::world

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+
+#include "bus/usb_bus.h"
+
+namespace lidcam::world {
+
+/// How the isochronous side of a bus has come to its end.
+enum class BusEnd : std::uint8_t {
+  None,          ///< it goes on
+  EndOfCapture,  ///< a recording has no more packets
+  Unplugged,     ///< the device is gone
+};
+
+/// What went over the isochronous side of a bus so far.
+struct BusMeter {
+  std::uint64_t Bytes = 0;        ///< of all packets
+  std::uint64_t Microframes = 0;  ///< bus time that was read
+};
+
+/// Passes everything on to another bus, counts what is read, and notes the device's end.
+class MeteredBus final : public bus::UsbBus {
+ public:
+  /// @param bus    outlives this one
+  /// @param ended  called once, on the thread of the request that found the device gone
+  MeteredBus(bus::UsbBus& bus, std::function<void()> ended) : bus_(bus), ended_(std::move(ended)) {}
+
+  bus::ControlResult ControlTransfer(const bus::SetupPacket& setup,
+                                     std::span<std::uint8_t> data) override;
+  bus::UsbStatus SelectSetting(std::uint8_t interface, std::uint8_t alternateSetting) override;
+  bus::IsochronousResult ReadIsochronous(std::uint8_t endpoint, std::span<std::uint8_t> buffer,
+                                         std::span<bus::IsochronousPacket> packets) override;
+  void Abort(std::uint8_t endpoint) override { bus_.Abort(endpoint); }
+  [[nodiscard]] std::uint32_t FrameNumber() override { return bus_.FrameNumber(); }
+  void Unplug() override { bus_.Unplug(); }
+
+  /// Any thread.
+  [[nodiscard]] BusMeter Meter() const { return {bytes_.load(), microframes_.load()}; }
+  [[nodiscard]] BusEnd End() const { return end_.load(); }
+
+ private:
+  void Note(bus::UsbStatus status);
+
+  bus::UsbBus& bus_;
+  const std::function<void()> ended_;
+  std::atomic<std::uint64_t> bytes_ = 0;
+  std::atomic<std::uint64_t> microframes_ = 0;
+  std::atomic<BusEnd> end_ = BusEnd::None;
+};
+
+}  // namespace lidcam::world
