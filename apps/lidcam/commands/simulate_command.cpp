@@ -1,0 +1,257 @@
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <chrono>
+#include <cstdio>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "apps/lidcam/command_error.h"
+#include "apps/lidcam/commands/commands.h"
+#include "apps/lidcam/interrupt.h"
+#include "simulation/runner.h"
+#include "simulation/stated_hangs.h"
+
+namespace lidcam::app {
+namespace {
+
+using simulation::RunKey;
+using simulation::RunResult;
+using simulation::Scenario;
+using simulation::Verdict;
+
+struct SeedRange {
+  std::uint64_t First = 1;
+  std::uint64_t Last = 1;
+};
+
+struct SimulateCommand {
+  std::string ScenarioName = "all";
+  std::string Seeds;
+  std::optional<std::uint64_t> Seed;
+  std::optional<std::uint64_t> Step;
+  bool HasAllSteps = false;
+  bool IsList = false;
+  bool IsJson = false;
+  bool ShowsTrace = false;
+  bool IsQuiet = false;
+};
+
+/// What many runs came to.
+struct Tally {
+  std::uint64_t Runs = 0;
+  std::uint64_t Hangs = 0;
+  std::uint64_t Failures = 0;
+  std::uint64_t Frames = 0;
+  std::uint64_t Recoveries = 0;
+  std::chrono::steady_clock::time_point Began = std::chrono::steady_clock::now();
+
+  void Add(const RunResult& result) {
+    ++Runs;
+    if (result.Outcome == Verdict::StatedHang) ++Hangs;
+    if (result.Outcome == Verdict::Failed) ++Failures;
+    Frames += result.Counts.Frames;
+    Recoveries += result.Counts.Recoveries;
+  }
+  [[nodiscard]] double Seconds() const {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - Began).count();
+  }
+};
+
+std::uint64_t ParseNumber(std::string_view text, const std::string& whole) {
+  std::uint64_t number = 0;
+  const auto end = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (text.empty() || end.ec != std::errc{} || end.ptr != text.data() + text.size()) {
+    throw UsageError("--seeds " + whole + ": a number or a range of numbers, such as 1..1000");
+  }
+  return number;
+}
+
+SeedRange ParseSeeds(const std::string& text) {
+  const std::size_t dots = text.find("..");
+  const std::string_view view = text;
+  SeedRange range;
+  range.First = ParseNumber(view.substr(0, dots), text);
+  range.Last = dots == std::string::npos ? range.First : ParseNumber(view.substr(dots + 2), text);
+  if (range.Last < range.First) {
+    throw UsageError("--seeds " + text + ": the last seed is below the first");
+  }
+  return range;
+}
+
+std::vector<const Scenario*> ChosenScenarios(const std::string& name) {
+  std::vector<const Scenario*> chosen;
+  if (name == "all") {
+    for (const Scenario& scenario : simulation::Scenarios()) chosen.push_back(&scenario);
+    return chosen;
+  }
+  const Scenario* const scenario = simulation::FindScenario(name);
+  if (scenario == nullptr) {
+    throw UsageError("--scenario " + name + ": there is none of this name (--list shows them)");
+  }
+  return {scenario};
+}
+
+std::string Hex(std::uint64_t number) {
+  std::array<char, 20> text{};
+  std::snprintf(text.data(), text.size(), "%016llx", static_cast<unsigned long long>(number));
+  return text.data();
+}
+
+std::string VerdictText(const RunResult& result) {
+  std::string text(ToString(result.Outcome));
+  if (!result.Hang.empty()) text += ": " + result.Hang;
+  return text;
+}
+
+void PrintText(const RunResult& result, const SimulateCommand& command) {
+  const bool isFailed = result.Outcome == Verdict::Failed;
+  if (command.ShowsTrace) std::fputs(result.Trace.c_str(), stdout);
+  if (isFailed || !command.IsQuiet) {
+    std::printf("%-33s seed %-7llu", result.Key.Scenario.c_str(),
+                static_cast<unsigned long long>(result.Key.Seed));
+    if (result.Key.Step != 0) {
+      std::printf(" step %-5llu", static_cast<unsigned long long>(result.Key.Step));
+    }
+    std::printf(" schedule %-7llu hash %s  %s\n",
+                static_cast<unsigned long long>(result.ScheduleLength), Hex(result.Hash).c_str(),
+                VerdictText(result).c_str());
+  }
+  if (!isFailed) return;
+  std::printf("  %s\n  replay: %s\n", result.What.c_str(), ReplayCommand(result.Key).c_str());
+  if (command.ShowsTrace) std::fputs(result.Report.c_str(), stdout);
+}
+
+void PrintJson(const RunResult& result) {
+  nlohmann::json json{{"scenario", result.Key.Scenario},
+                      {"seed", result.Key.Seed},
+                      {"schedule", result.ScheduleLength},
+                      {"hash", Hex(result.Hash)},
+                      {"verdict", std::string(ToString(result.Outcome))},
+                      {"virtualSeconds", static_cast<double>(result.Time) / 1e7},
+                      {"frames", result.Counts.Frames},
+                      {"disturbedFrames", result.Counts.Disturbed},
+                      {"recoveries", result.Counts.Recoveries}};
+  if (result.Key.Step != 0) json["step"] = result.Key.Step;
+  if (!result.Hang.empty()) json["hang"] = result.Hang;
+  if (result.Outcome == Verdict::Failed) {
+    json["what"] = result.What;
+    json["replay"] = ReplayCommand(result.Key);
+  }
+  std::printf("%s\n", json.dump().c_str());
+}
+
+void Print(const RunResult& result, const SimulateCommand& command) {
+  if (!command.IsJson) {
+    PrintText(result, command);
+  } else if (!command.IsQuiet || result.Outcome == Verdict::Failed) {
+    PrintJson(result);
+  }
+  std::fflush(stdout);
+}
+
+void PrintList() {
+  std::printf("scenarios\n");
+  for (const Scenario& scenario : simulation::Scenarios()) {
+    std::printf("  %-33s %s%s\n", std::string(scenario.Name).c_str(),
+                std::string(scenario.Purpose).c_str(), scenario.HasSteps ? " (--step N)" : "");
+  }
+  std::printf("stated hangs\n");
+  for (const simulation::StatedHang& hang : simulation::StatedHangs()) {
+    std::printf("  %-33s %s\n", std::string(hang.Name).c_str(), std::string(hang.Cause).c_str());
+  }
+}
+
+void PrintTally(const Tally& tally, const SimulateCommand& command) {
+  const double seconds = tally.Seconds();
+  const double rate = seconds > 0 ? static_cast<double>(tally.Runs) / seconds : 0;
+  if (command.IsJson) {
+    const nlohmann::json json{
+        {"runs", tally.Runs},     {"failed", tally.Failures},       {"statedHangs", tally.Hangs},
+        {"frames", tally.Frames}, {"recoveries", tally.Recoveries}, {"seconds", seconds},
+        {"runsPerSecond", rate}};
+    std::printf("%s\n", json.dump().c_str());
+    return;
+  }
+  std::printf(
+      "%llu runs, %llu failed, %llu stated hangs, %llu frames, %llu recoveries; %.1f s, %.0f runs "
+      "a second\n",
+      static_cast<unsigned long long>(tally.Runs), static_cast<unsigned long long>(tally.Failures),
+      static_cast<unsigned long long>(tally.Hangs), static_cast<unsigned long long>(tally.Frames),
+      static_cast<unsigned long long>(tally.Recoveries), seconds, rate);
+}
+
+void Play(const Scenario& scenario, std::uint64_t seed, const SimulateCommand& command,
+          Tally& tally) {
+  const auto take = [&](const RunResult& result) {
+    tally.Add(result);
+    Print(result, command);
+    return !IsInterrupted();
+  };
+  if (command.HasAllSteps && scenario.HasSteps) {
+    simulation::RunAllSteps(scenario, seed, take);
+  } else {
+    take(simulation::RunScenario(scenario,
+                                 {std::string(scenario.Name), seed, command.Step.value_or(0)},
+                                 command.ShowsTrace));
+  }
+}
+
+void Run(const SimulateCommand& command) {
+  if (command.IsList) {
+    PrintList();
+    return;
+  }
+  SeedRange seeds;
+  if (!command.Seeds.empty()) seeds = ParseSeeds(command.Seeds);
+  if (command.Seed) seeds = {*command.Seed, *command.Seed};
+  const auto scenarios = ChosenScenarios(command.ScenarioName);
+  if ((command.Step || command.HasAllSteps) &&
+      std::ranges::none_of(scenarios, &Scenario::HasSteps)) {
+    throw UsageError("--scenario " + command.ScenarioName + " has no steps");
+  }
+  Tally tally;
+  for (std::uint64_t seed = seeds.First; seed <= seeds.Last && !IsInterrupted(); ++seed) {
+    for (const Scenario* const scenario : scenarios) Play(*scenario, seed, command, tally);
+  }
+  PrintTally(tally, command);
+  if (tally.Failures != 0) {
+    throw CommandError(std::to_string(tally.Failures) + " of " + std::to_string(tally.Runs) +
+                       " runs failed; each can be played again by the command below it");
+  }
+}
+
+}  // namespace
+
+void AddSimulateCommand(CLI::App& app) {
+  const auto command = std::make_shared<SimulateCommand>();
+  CLI::App* const sub = app.add_subcommand(
+      "simulate", "the driver in virtual time, under every trouble that a seed can think of");
+  sub->add_option("--scenario", command->ScenarioName, "which trouble, or all")->type_name("NAME");
+  CLI::Option* const seeds =
+      sub->add_option("--seeds", command->Seeds, "play these seeds, such as 1..1000")
+          ->type_name("A..B");
+  sub->add_option("--seed", command->Seed, "play this seed; 1 if none is given")
+      ->type_name("N")
+      ->excludes(seeds);
+  CLI::Option* const step = sub->add_option("--step", command->Step,
+                                            "which call is to fail, instead of the seed's choice")
+                                ->check(CLI::PositiveNumber)
+                                ->type_name("N");
+  sub->add_flag("--every-step", command->HasAllSteps, "step 1, 2, 3 ... as far as there are calls")
+      ->excludes(step);
+  sub->add_flag("--list", command->IsList,
+                "list the scenarios, and the hangs that are no failures");
+  sub->add_flag("--json", command->IsJson, "one JSON object a run");
+  sub->add_flag("--trace", command->ShowsTrace, "print the trace of each run, and reports in full");
+  sub->add_flag("--quiet", command->IsQuiet, "print failures and the sum only");
+  sub->footer(
+      "Example:\n"
+      "  lidcam simulate --seeds 1..100 --scenario urb-errors");
+  sub->callback([command] { Run(*command); });
+}
+
+}  // namespace lidcam::app

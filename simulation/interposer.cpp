@@ -1,0 +1,67 @@
+#include "simulation/interposer.h"
+
+#include <stdexcept>
+
+#include "platform/host/nt/device_object.h"
+
+namespace lidcam::simulation {
+namespace {
+
+URB& UrbOf(PIRP irp) {
+  return *static_cast<URB*>(IoGetCurrentIrpStackLocation(irp)->Parameters.Others.Argument1);
+}
+
+NTSTATUS Refuse(PIRP irp, URB& urb, USBD_STATUS urbStatus) {
+  urb.UrbHeader.Status = urbStatus;
+  irp->IoStatus.Status = STATUS_INVALID_PARAMETER;
+  irp->IoStatus.Information = 0;
+  IofCompleteRequest(irp, IO_NO_INCREMENT);
+  return STATUS_INVALID_PARAMETER;
+}
+
+}  // namespace
+
+Interposer::Interposer() {
+  host::InitializeDriverObject(driver_);
+  driver_.MajorFunction[IRP_MJ_INTERNAL_DEVICE_CONTROL] = Enter;
+}
+
+void Interposer::Attach(PDEVICE_OBJECT below) {
+  if (!NT_SUCCESS(IoCreateDevice(&driver_, sizeof(Interposer*), nullptr, FILE_DEVICE_UNKNOWN, 0,
+                                 FALSE, &device_))) {
+    throw std::runtime_error("the kernel gives no device object to stand between");
+  }
+  *static_cast<Interposer**>(device_->DeviceExtension) = this;
+  below_ = IoAttachDeviceToDeviceStack(device_, below);
+  device_->Flags &= ~DO_DEVICE_INITIALIZING;
+}
+
+void Interposer::Detach() {
+  if (device_ == nullptr) return;
+  IoDetachDevice(below_);
+  IoDeleteDevice(device_);
+  device_ = nullptr;
+}
+
+NTSTATUS Interposer::Enter(PDEVICE_OBJECT device, PIRP irp) {
+  return (*static_cast<Interposer**>(device->DeviceExtension))->Dispatch(irp);
+}
+
+NTSTATUS Interposer::Dispatch(PIRP irp) {
+  URB& urb = UrbOf(irp);
+  const USHORT function = urb.UrbHeader.Function;
+  if (function == URB_FUNCTION_ISOCH_TRANSFER && refusedTransfers_ != 0) {
+    --refusedTransfers_;
+    return Refuse(irp, urb, urbStatus_);
+  }
+  if (function == URB_FUNCTION_VENDOR_DEVICE && keptRequests_ != 0) {
+    --keptRequests_;
+    hasKept_ = true;
+    IoMarkIrpPending(irp);
+    return STATUS_PENDING;
+  }
+  IoSkipCurrentIrpStackLocation(irp);
+  return IofCallDriver(below_, irp);
+}
+
+}  // namespace lidcam::simulation

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <cstdint>
+
+#include "platform/host/nt/nt_declarations.h"
+#include "platform/host/usbd/usb_declarations.h"
+#include "world/device_filter.h"
+
+namespace lidcam::simulation {
+
+/// A device between the camera's driver and the USB stack that lets requests go wrong in ways in
+/// which no bus can: refused before they are sent, or kept for ever.
+class Interposer final : public world::DeviceFilter {
+ public:
+  Interposer();
+  Interposer(const Interposer&) = delete;
+  Interposer& operator=(const Interposer&) = delete;
+
+  void Attach(PDEVICE_OBJECT below) override;
+  void Detach() override;
+
+  /// From now on so many isochronous transfers are refused in the driver's own call.
+  ///
+  /// @param urbStatus  success for a driver in between that refuses without a look at the URB
+  void RefuseTransfers(std::uint32_t count, USBD_STATUS urbStatus = USBD_STATUS_BAD_START_FRAME) {
+    refusedTransfers_ = count;
+    urbStatus_ = urbStatus;
+  }
+
+  /// From now on so many control requests are taken in and never completed, not even when they are
+  /// cancelled.
+  void KeepRequests(std::uint32_t count) { keptRequests_ = count; }
+  [[nodiscard]] bool HasKeptRequest() const { return hasKept_; }
+
+ private:
+  static NTSTATUS NTAPI Enter(PDEVICE_OBJECT device, PIRP irp);
+  NTSTATUS Dispatch(PIRP irp);
+
+  DRIVER_OBJECT driver_{};
+  PDEVICE_OBJECT device_ = nullptr;
+  PDEVICE_OBJECT below_ = nullptr;
+  std::uint32_t refusedTransfers_ = 0;
+  USBD_STATUS urbStatus_ = USBD_STATUS_SUCCESS;
+  std::uint32_t keptRequests_ = 0;
+  bool hasKept_ = false;
+};
+
+}  // namespace lidcam::simulation

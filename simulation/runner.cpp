@@ -1,0 +1,147 @@
+#include "simulation/runner.h"
+
+#include <array>
+#include <cstdio>
+#include <exception>
+
+#include "platform/host/nt/kernel_faults.h"
+#include "platform/host/nt/kernel_guards.h"
+#include "platform/host/nt/pool.h"
+#include "platform/host/nt/simulated_scheduler.h"
+#include "platform/host/nt/verifier.h"
+#include "simulation/stated_hangs.h"
+
+namespace lidcam::simulation {
+namespace {
+
+// No operation takes longer, whatever its requests suffer one after the other.
+constexpr LONGLONG kLongestStep = 120 * kSecond;
+constexpr LONGLONG kLook = 10 * kSecond;
+
+// Ends all faults that the run may have left behind.
+class FaultsOff {
+ public:
+  FaultsOff() { Clear(); }
+  FaultsOff(const FaultsOff&) = delete;
+  FaultsOff& operator=(const FaultsOff&) = delete;
+  ~FaultsOff() { Clear(); }
+
+ private:
+  static void Clear() {
+    host::ClearKernelCallFaults();
+    host::FailPoolAllocation(0);
+  }
+};
+
+// The scenario has its own thread, so that thread 0 sees when it gets no further.
+class Player {
+ public:
+  Player(const Scenario& scenario, Stage& stage, RunResult& result)
+      : scenario_(scenario), stage_(stage), result_(result) {
+    KeInitializeEvent(&done_, NotificationEvent, FALSE);
+  }
+
+  void Play() {
+    const host::ServiceThread thread([this] {
+      scenario_.Play(stage_);
+      stage_.EndFaults();
+      if (stage_.IsPluggedIn()) stage_.Remove();
+      KeSetEvent(&done_, IO_NO_INCREMENT, FALSE);
+    });
+    while (!IsDoneWithin(kLook)) {
+      const LONGLONG time = host::CurrentWorld().Now() - stage_.StepBegan();
+      const StatedHang* const hang = time >= kLook ? RecognizeHang(stage_) : nullptr;
+      if (hang != nullptr || time > kLongestStep) ReportHang(hang);
+    }
+  }
+
+ private:
+  bool IsDoneWithin(LONGLONG time) {
+    LARGE_INTEGER limit{};
+    limit.QuadPart = -time;
+    return KeWaitForSingleObject(&done_, Executive, KernelMode, FALSE, &limit) == STATUS_SUCCESS;
+  }
+
+  void ReportHang(const StatedHang* hang) {
+    if (hang != nullptr) result_.Hang = hang->Name;
+    host::ReportViolation("simulation", "hangs at step '" + stage_.Step() + "'");
+  }
+
+  const Scenario& scenario_;
+  Stage& stage_;
+  RunResult& result_;
+  KEVENT done_{};
+};
+
+std::uint64_t Mix(std::uint64_t trace, std::uint64_t schedule) {
+  return Random(trace, schedule).Next();
+}
+
+}  // namespace
+
+std::string_view ToString(Verdict verdict) {
+  switch (verdict) {
+    case Verdict::Passed:
+      return "passed";
+    case Verdict::StatedHang:
+      return "stated hang";
+    case Verdict::Failed:
+      return "FAILED";
+  }
+  return "";
+}
+
+std::string ReplayCommand(const RunKey& key) {
+  std::string command =
+      "lidcam simulate --scenario " + key.Scenario + " --seed " + std::to_string(key.Seed);
+  if (key.Step != 0) command += " --step " + std::to_string(key.Step);
+  return command;
+}
+
+RunResult RunScenario(const Scenario& scenario, const RunKey& key, bool keepsTrace) {
+  RunResult result;
+  result.Key = key;
+  const FaultsOff faultsOff;
+  const host::VerifierCapture capture;
+  TraceRecord trace(keepsTrace);
+  Stage stage(key, trace);
+  std::uint64_t schedule = 0;
+  {
+    host::SimulatedScheduler world(
+        {.Seed = key.Seed,
+         .AtSwitchPoint = [&stage](std::uint64_t number) { stage.AtSwitchPoint(number); }});
+    try {
+      Player(scenario, stage, result).Play();
+      world.Finish();
+    } catch (const host::KernelStopped&) {
+      stage.Abandon();
+    }
+    const host::SimulationOutcome outcome = world.OutcomeSoFar();
+    schedule = outcome.TraceHash;
+    result.ScheduleLength = outcome.ScheduleLength;
+    result.Time = outcome.Time;
+  }
+  result.Hash = Mix(trace.Hash(), schedule);
+  result.Trace = trace.Text();
+  result.Counts = stage.Counts();
+  result.ReachedFault = stage.ReachedFault();
+  const auto violations = capture.Violations();
+  if (violations.empty()) return result;
+  result.Outcome = result.Hang.empty() ? Verdict::Failed : Verdict::StatedHang;
+  result.What = violations.front().Call + ": " + violations.front().What;
+  result.Report = violations.front().Report;
+  return result;
+}
+
+std::uint64_t RunAllSteps(const Scenario& scenario, std::uint64_t seed,
+                          const std::function<bool(const RunResult&)>& seen) {
+  std::uint64_t reached = 0;
+  for (std::uint64_t step = 1;; ++step) {
+    const RunResult result = RunScenario(scenario, {std::string(scenario.Name), seed, step});
+    if (!result.ReachedFault && result.Outcome == Verdict::Passed) return reached;
+    ++reached;
+    if (!seen(result)) return reached;
+  }
+}
+
+}  // namespace lidcam::simulation

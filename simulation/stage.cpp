@@ -1,0 +1,316 @@
+#include "simulation/stage.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <stdexcept>
+#include <utility>
+
+#include "driver/usb/control_requests.h"
+#include "platform/host/nt/irp_registry.h"
+#include "platform/host/nt/kernel_faults.h"
+#include "platform/host/nt/pool.h"
+#include "platform/host/nt/scheduler.h"
+#include "platform/host/nt/verifier.h"
+
+namespace lidcam::simulation {
+namespace {
+
+constexpr NTSTATUS kDeviceGone = STATUS_DEVICE_DATA_ERROR;
+
+// Statuses of the USB stack and of a request that could not be sent, which every operation that
+// goes over the bus hands on.
+constexpr std::array kBusStatuses{
+    STATUS_SUCCESS,       STATUS_UNSUCCESSFUL,      STATUS_INSUFFICIENT_RESOURCES, kDeviceGone,
+    STATUS_IO_TIMEOUT,    STATUS_INVALID_PARAMETER, STATUS_DEVICE_NOT_CONNECTED,   STATUS_CANCELLED,
+    STATUS_NOT_SUPPORTED,
+};
+
+// The first seven transfers of a start are sent for frames that lie 32 ms apart and take 4 ms each:
+// what the camera sends in between is lost, and the frame that it belongs to is torn, and one more
+// may be by the time that the transfers follow each other.
+constexpr LONGLONG kUnevenStart = (10 + 7 * 32 + 2 * 34) * kMillisecond;
+
+std::string Hex(NTSTATUS status) {
+  std::array<char, 16> text{};
+  std::snprintf(text.data(), text.size(), "0x%08X", static_cast<unsigned>(status));
+  return text.data();
+}
+
+LONGLONG Now() {
+  return host::CurrentWorld().Now();
+}
+
+}  // namespace
+
+Stage::Stage(const RunKey& key, TraceRecord& trace)
+    : key_(key), trace_(trace), chance_(key.Seed, 1) {}
+
+void Stage::Begin(const char* name) {
+  step_ = name;
+  stepBegan_ = Now();
+  ++counts_.Steps;
+}
+
+template <typename Operation>
+NTSTATUS Stage::Do(const char* name, Operation operation) {
+  Begin(name);
+  const NTSTATUS status = operation();
+  trace_.Add(std::string("step ") + name + " -> " + Hex(status));
+  return status;
+}
+
+bool Stage::PlugIn(const PlugOptions& options) {
+  Begin("plug in");
+  camera_ = std::make_unique<StampedCamera>(options.Camera);
+  faults_ = std::make_unique<bus::FaultBus>(
+      *camera_, bus::FaultBusOptions{.Script = options.Script,
+                                     .Sleep =
+                                         [](std::uint64_t microseconds) {
+                                           LARGE_INTEGER time{};
+                                           time.QuadPart =
+                                               -static_cast<LONGLONG>(microseconds) * 10;
+                                           KeDelayExecutionThread(KernelMode, FALSE, &time);
+                                         },
+                                     .Observer = {}});
+  interposer_ = std::make_unique<Interposer>();
+  isGoneTold_ = false;
+  try {
+    hosted_ = std::make_unique<world::HostedCamera>(
+        *faults_, world::HostedCameraOptions{
+                      .DriverKey = {},
+                      .Frames = [this](const world::HostedFrame& frame) { TakeFrame(frame); },
+                      .Filter = interposer_.get()});
+  } catch (const std::runtime_error&) {
+    trace_.Add("step plug in -> no room");
+    return false;
+  }
+  return true;
+}
+
+// Guards that see an exception on its way leave the kernel alone.
+void Stage::Abandon() {
+  struct Dropper {
+    ~Dropper() { Hosted.reset(); }
+    std::unique_ptr<world::HostedCamera> Hosted;
+  };
+  try {
+    const Dropper dropper{std::move(hosted_)};
+    throw host::KernelStopped{};
+  } catch (const host::KernelStopped&) {
+  }
+}
+
+void Stage::PlugInAndStream(const PlugOptions& options) {
+  Require(PlugIn(options), "nothing can be plugged in");
+  Require(Start() == STATUS_SUCCESS, "the hardware doesn't start");
+  Require(Acquire() == STATUS_SUCCESS, "no stream can be acquired");
+  Require(Run() == STATUS_SUCCESS, "the stream doesn't run");
+}
+
+UsbDeviceRecord* Stage::Device() const {
+  return hosted_->Device().UsbDevice;
+}
+
+UsbStreamRecord* Stage::Stream() const {
+  return hosted_->Device().UsbStream;
+}
+
+NTSTATUS Stage::Start() {
+  const NTSTATUS status = Do("start", [&] { return hosted_->Start(); });
+  if (std::ranges::find(kBusStatuses, status) == kBusStatuses.end()) {
+    RequireStatus("start", status, {});
+  }
+  return status;
+}
+
+void Stage::RequireAnswerOfGone(const char* operation, NTSTATUS status) {
+  if (isGoneTold_) RequireStatus(operation, status, {kDeviceGone});
+  if (std::ranges::find(kBusStatuses, status) == kBusStatuses.end()) {
+    RequireStatus(operation, status, {});
+  }
+}
+
+NTSTATUS Stage::Acquire(std::int32_t width, std::int32_t height) {
+  const NTSTATUS status = Do("acquire", [&] { return hosted_->Acquire({width, height}); });
+  RequireAnswerOfGone("acquire", status);
+  return status;
+}
+
+NTSTATUS Stage::Run() {
+  const NTSTATUS status = Do("run", [&] { return hosted_->Run(); });
+  beganStream_ = Now();
+  RequireAnswerOfGone("run", status);
+  return status;
+}
+
+NTSTATUS Stage::Resume() {
+  const NTSTATUS status = Do("resume", [&] { return hosted_->Resume(); });
+  beganStream_ = Now();
+  RequireAnswerOfGone("resume", status);
+  return status;
+}
+
+NTSTATUS Stage::Pause() {
+  const NTSTATUS status = Do("pause", [&] { return hosted_->Pause(); });
+  RequireStatus("pause", status, {STATUS_SUCCESS, STATUS_TIMEOUT});
+  if (Stream() != nullptr) Require(Stream()->StreamRunning == 0, "a paused stream runs");
+  return status;
+}
+
+NTSTATUS Stage::Release() {
+  const bool isRunning = Stream() != nullptr && Stream()->StreamRunning != 0;
+  const NTSTATUS status = Do("release", [&] { return hosted_->Release(); });
+  RequireStatus("release", status, {isRunning ? STATUS_UNSUCCESSFUL : STATUS_SUCCESS});
+  if (!isRunning) RequireReleased(!allowsLateTransfers_ && !trace_.HasFailedDrain());
+  return status;
+}
+
+NTSTATUS Stage::Stop() {
+  const NTSTATUS status = Do("stop", [&] { return hosted_->Stop(); });
+  RequireStatus("stop", status, {STATUS_SUCCESS});
+  return status;
+}
+
+void Stage::PowerDown() {
+  Do("power down", [&] {
+    hosted_->PowerDown();
+    return STATUS_SUCCESS;
+  });
+}
+
+void Stage::PowerUp() {
+  Do("power up", [&] {
+    hosted_->PowerUp();
+    return STATUS_SUCCESS;
+  });
+}
+
+void Stage::TellGone() {
+  Do("device gone", [&] {
+    hosted_->PullPlug();
+    hosted_->TellGone();
+    return STATUS_SUCCESS;
+  });
+  isGoneTold_ = true;
+  RequireRequestsFail();
+  RequireReleased(true);
+}
+
+// Nothing of the bus is reached any more, and nothing is asked for.
+void Stage::RequireRequestsFail() {
+  if (Device() == nullptr) return;
+  TransportRecord* const transport = hosted_->Device().Transport;
+  std::uint8_t value = 0x5A;
+  std::uint32_t length = 1;
+  Require(UsbReadRequest(transport, 0xA1, 0xFF0A, 0, &value, &length) == -1 && value == 0x5A &&
+              UsbWriteRequest(transport, 0xA0, 0xFF0A, 0, nullptr, nullptr) == -1,
+          "a device that is gone answers requests");
+}
+
+void Stage::RequireReleased(bool allAreHome) {
+  const UsbStreamRecord* const stream = Stream();
+  if (stream == nullptr || stream->Pipeline == nullptr) return;
+  Require(stream->Opened == 0, "a released stream is open");
+  Require(stream->RawMemory == nullptr && stream->Assembly.ReadyBuffer == nullptr &&
+              stream->Assembly.FillBuffer == nullptr,
+          "a released stream has raw buffers");
+  for (const IsoTransfer& transfer : TransfersOf(*stream)) {
+    Require(transfer.OwnsMemory == 0 || transfer.Irp == nullptr,
+            "a released stream owns a transfer");
+  }
+  std::uint32_t size = 0;
+  Require(hosted_->Device().GetRawFrame(size) == nullptr && size == 0,
+          "a released stream shows a frame");
+  if (!allAreHome) return;
+  // One that the frame thread sent as the stream was paused comes home by itself.
+  const LONGLONG limit = Now() + 200 * kMillisecond;
+  while (host::IrpUsageOfWorld().Known != 0 && Now() < limit) Sleep(5 * kMillisecond);
+  const std::size_t left = host::IrpUsageOfWorld().Known;
+  Require(left == 0, "a released stream has left " + std::to_string(left) + " request(s)");
+}
+
+void Stage::Remove() {
+  Do("remove", [&] {
+    hosted_->Close();
+    return STATUS_SUCCESS;
+  });
+  hosted_.reset();
+  interposer_.reset();
+  faults_.reset();
+  const host::IrpUsage usage = host::IrpUsageOfWorld();
+  Require(usage.Known == 0,
+          "a removed camera has left " + std::to_string(usage.Known) + " request(s)");
+}
+
+void Stage::AtSwitchPoint(std::uint64_t number) {
+  if (number != unplugAt_ || camera_ == nullptr) return;
+  camera_->Unplug();
+  reachedFault_ = true;
+}
+
+void Stage::FailAllocation(std::uint64_t number) {
+  isFaultSet_ = true;
+  host::FailPoolAllocation(static_cast<std::uint32_t>(number));
+}
+
+void Stage::FailCall(const char* function, std::uint64_t number, NTSTATUS status) {
+  isFaultSet_ = true;
+  host::FailKernelCall(function, static_cast<std::uint32_t>(number), status);
+}
+
+void Stage::EndFaults() {
+  if (!isFaultSet_) return;
+  isFaultSet_ = false;
+  reachedFault_ =
+      reachedFault_ || (!host::IsPoolFailureToCome() && !host::IsKernelCallFaultToCome());
+  host::FailPoolAllocation(0);
+  host::ClearKernelCallFaults();
+}
+
+void Stage::Sleep(LONGLONG time) {
+  LARGE_INTEGER interval{};
+  interval.QuadPart = -time;
+  KeDelayExecutionThread(KernelMode, FALSE, &interval);
+}
+
+void Stage::SleepAWhile(LONGLONG longest) {
+  if (chance_.OneIn(3)) return;
+  Sleep(static_cast<LONGLONG>(chance_.Between(1, static_cast<std::uint64_t>(longest))));
+}
+
+bool Stage::FramesCome(std::uint64_t count, LONGLONG limit) {
+  Begin("wait for frames");
+  return hosted_->WaitForFrames(hosted_->Counts().Delivered() + count, limit);
+}
+
+void Stage::RequireFramesOrFirstPipe() {
+  if (FramesCome()) return;
+  Require(Stream()->PipeIndex == 0 && trace_.RecoveriesEnded() != 0, "no frames come");
+}
+
+void Stage::TakeFrame(const world::HostedFrame& frame) {
+  const bool isWhole = frame.IsGood && StampedCamera::Check(frame.RawFrame) == FrameContent::Whole;
+  ++(isWhole ? counts_.Frames : counts_.Disturbed);
+  const bool isBeginning = Now() - beganStream_ < kUnevenStart;
+  if (!isWhole) Require(allowsDisturbed_ || isBeginning, "a frame is torn on a bus without faults");
+}
+
+void Stage::Require(bool holds, const std::string& what) {
+  if (holds) return;
+  host::ReportViolation("simulation", what + " (at step '" + step_ + "')");
+}
+
+void Stage::RequireStatus(const char* operation, NTSTATUS status,
+                          std::initializer_list<NTSTATUS> allowed) {
+  const bool isAllowed = std::find(allowed.begin(), allowed.end(), status) != allowed.end();
+  Require(isAllowed, std::string(operation) + " answers " + Hex(status));
+}
+
+RunCounts Stage::Counts() const {
+  RunCounts counts = counts_;
+  counts.Recoveries = trace_.RecoveriesEnded();
+  return counts;
+}
+
+}  // namespace lidcam::simulation

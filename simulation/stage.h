@@ -1,0 +1,141 @@
+#pragma once
+
+#include <cstdint>
+#include <initializer_list>
+#include <memory>
+#include <string>
+
+#include "bus/faults/fault_bus.h"
+#include "simulation/interposer.h"
+#include "simulation/random.h"
+#include "simulation/run_result.h"
+#include "simulation/stamped_camera.h"
+#include "simulation/trace_record.h"
+#include "world/hosted_camera.h"
+
+namespace lidcam::simulation {
+
+inline constexpr LONGLONG kMillisecond = world::kMillisecond;
+inline constexpr LONGLONG kSecond = world::kSecond;
+
+/// What is plugged in.
+struct PlugOptions {
+  StampedCameraOptions Camera{};
+  bus::FaultScript Script{};
+};
+
+/// The world of one run as a scenario sees it: a host with one camera, and every operation of the
+/// camera's driver, each of whose answers is checked against those that it may give.
+///
+/// What does not hold ends the run by a violation. All calls but Unplug() come from the scenario's
+/// thread, which is how the platform calls a driver: one change of a pin's or the device's state at a
+/// time.
+class Stage {
+ public:
+  Stage(const RunKey& key, TraceRecord& trace);
+  Stage(const Stage&) = delete;
+  Stage& operator=(const Stage&) = delete;
+
+  [[nodiscard]] Random& Chance() { return chance_; }
+  [[nodiscard]] const RunKey& Key() const { return key_; }
+  [[nodiscard]] TraceRecord& Trace() { return trace_; }
+
+  // ---- The camera.
+
+  /// @return false if the kernel had no room for the device stack
+  bool PlugIn(const PlugOptions& options = {});
+  /// PlugIn(), Start(), Acquire() and Run(), which must all succeed.
+  void PlugInAndStream(const PlugOptions& options = {});
+  /// The operations of the driver, with the status that each gave.
+  NTSTATUS Start();
+  NTSTATUS Acquire(std::int32_t width = 160, std::int32_t height = 120);
+  NTSTATUS Run();
+  NTSTATUS Pause();
+  NTSTATUS Resume();
+  NTSTATUS Release();
+  NTSTATUS Stop();
+  void PowerDown();
+  void PowerUp();
+  /// Plug and play has noticed that the device is gone: stack and driver are told.
+  void TellGone();
+  /// Takes the camera out of the host in order; nothing may be left of it then.
+  void Remove();
+
+  [[nodiscard]] StampedCamera& Camera() { return *camera_; }
+  [[nodiscard]] Interposer& Between() { return *interposer_; }
+  [[nodiscard]] world::HostedCamera& Hosted() { return *hosted_; }
+  [[nodiscard]] UsbStreamRecord* Stream() const;
+  [[nodiscard]] UsbDeviceRecord* Device() const;
+  [[nodiscard]] bool IsPluggedIn() const { return hosted_ != nullptr; }
+
+  /// Pulls the plug at the `number`-th switch point of the run.
+  void UnplugAt(std::uint64_t number) { unplugAt_ = number; }
+  void AtSwitchPoint(std::uint64_t number);
+
+  /// The `number`-th allocation from now on fails; the `number`-th call of a kernel function.
+  void FailAllocation(std::uint64_t number);
+  void FailCall(const char* function, std::uint64_t number, NTSTATUS status);
+  /// Takes back what has not failed by now.
+  void EndFaults();
+
+  // ---- Time and frames.
+
+  void Sleep(LONGLONG time);
+  /// Sleeps up to `longest`; often not at all.
+  void SleepAWhile(LONGLONG longest);
+  /// Waits for more frames than there are.
+  [[nodiscard]] bool FramesCome(std::uint64_t count = 2, LONGLONG limit = 2 * kSecond);
+  /// Frames come, or the stream is where a recovery puts it: on the first pipe, in silence.
+  void RequireFramesOrFirstPipe();
+
+  // ---- Checks.
+
+  /// Ends the run, as failed, unless `holds`.
+  void Require(bool holds, const std::string& what);
+  void RequireStatus(const char* operation, NTSTATUS status,
+                     std::initializer_list<NTSTATUS> allowed);
+  /// From now on a frame may be torn or of a wrong size.
+  void AllowDisturbedFrames() { allowsDisturbed_ = true; }
+  /// Transfers may stay with the bus until the device goes.
+  void AllowLateTransfers() { allowsLateTransfers_ = true; }
+
+  // ---- For whoever runs it.
+
+  /// The world has stopped: lets go of the camera as the world's threads did of theirs.
+  void Abandon();
+
+  /// What the scenario is doing, and since when.
+  [[nodiscard]] const std::string& Step() const { return step_; }
+  [[nodiscard]] LONGLONG StepBegan() const { return stepBegan_; }
+  [[nodiscard]] RunCounts Counts() const;
+  [[nodiscard]] bool ReachedFault() const { return reachedFault_; }
+
+ private:
+  template <typename Operation>
+  NTSTATUS Do(const char* name, Operation operation);
+  void Begin(const char* name);
+  void TakeFrame(const world::HostedFrame& frame);
+  void RequireReleased(bool allAreHome);
+  void RequireAnswerOfGone(const char* operation, NTSTATUS status);
+  void RequireRequestsFail();
+
+  const RunKey key_;
+  TraceRecord& trace_;
+  Random chance_;
+  std::unique_ptr<StampedCamera> camera_;
+  std::unique_ptr<bus::FaultBus> faults_;
+  std::unique_ptr<Interposer> interposer_;
+  std::unique_ptr<world::HostedCamera> hosted_;
+  bool isGoneTold_ = false;
+  std::uint64_t unplugAt_ = 0;
+  bool allowsDisturbed_ = false;
+  LONGLONG beganStream_ = 0;
+  bool allowsLateTransfers_ = false;
+  std::string step_ = "begin";
+  LONGLONG stepBegan_ = 0;
+  RunCounts counts_;
+  bool isFaultSet_ = false;
+  bool reachedFault_ = false;
+};
+
+}  // namespace lidcam::simulation

@@ -1,0 +1,99 @@
+// What a broken driver would look like: each check of the simulation can fail, and tells how to see it
+// again.
+
+#include <gtest/gtest.h>
+
+#include "simulation/runner.h"
+
+namespace lidcam::simulation {
+namespace {
+
+RunResult Play(void (*play)(Stage& stage), std::uint64_t seed = 7) {
+  return RunScenario({"broken", "", play}, {"broken", seed, 0});
+}
+
+void ExpectFailure(const RunResult& result, const std::string& what) {
+  EXPECT_EQ(result.Outcome, Verdict::Failed);
+  EXPECT_NE(result.What.find(what), std::string::npos) << result.What;
+  EXPECT_NE(result.Report.find("simulation with seed 7"), std::string::npos) << result.Report;
+  EXPECT_EQ(ReplayCommand(result.Key), "lidcam simulate --scenario broken --seed 7");
+}
+
+TEST(SimulationChecks, RequestThatNobodyFreesIsFound) {
+  ExpectFailure(Play([](Stage&) { static_cast<void>(IoAllocateIrp(1, FALSE)); }),
+                "was never freed");
+}
+
+TEST(SimulationChecks, RequestThatARemovedCameraLeavesIsFound) {
+  ExpectFailure(Play([](Stage& stage) {
+                  stage.PlugInAndStream();
+                  static_cast<void>(IoAllocateIrp(1, FALSE));
+                  stage.Remove();
+                }),
+                "a removed camera has left 1 request(s) (at step 'remove')");
+}
+
+TEST(SimulationChecks, MemoryThatNobodyFreesIsFound) {
+  ExpectFailure(
+      Play([](Stage&) { static_cast<void>(ExAllocatePoolWithTag(NonPagedPool, 48, 0x206D6457)); }),
+      "never freed: 1 block(s) of 48 bytes with tag 'Wdm '");
+}
+
+TEST(SimulationChecks, WaitAtARaisedLevelIsFound) {
+  ExpectFailure(Play([](Stage& stage) {
+                  KIRQL before = 0;
+                  KeRaiseIrql(DISPATCH_LEVEL, &before);
+                  stage.Sleep(kMillisecond);
+                }),
+                "KeDelayExecutionThread: ");
+}
+
+TEST(SimulationChecks, HangThatNoRuleStatesIsAFailure) {
+  const RunResult result = Play([](Stage&) {
+    KEVENT never;
+    KeInitializeEvent(&never, NotificationEvent, FALSE);
+    KeWaitForSingleObject(&never, Executive, KernelMode, FALSE, nullptr);
+  });
+  ExpectFailure(result, "hangs at step 'begin'");
+  EXPECT_EQ(result.Hang, "");
+}
+
+TEST(SimulationChecks, TornFrameOnABusWithoutFaultsIsFound) {
+  ExpectFailure(Play([](Stage& stage) {
+                  stage.PlugInAndStream();
+                  stage.Sleep(500 * kMillisecond);
+                  for (std::uint32_t i = 0; i < 40; ++i) {
+                    stage.Camera().CorruptReads(1);
+                    stage.Sleep(4 * kMillisecond);
+                  }
+                }),
+                "a frame is torn on a bus without faults");
+}
+
+TEST(SimulationChecks, StatusThatADriverMayNotGiveIsFound) {
+  ExpectFailure(Play([](Stage& stage) { stage.RequireStatus("run", 0x107, {STATUS_SUCCESS}); }),
+                "run answers 0x00000107");
+}
+
+TEST(SimulationChecks, StreamThatStaysSilentWithoutARecoveryIsFound) {
+  ExpectFailure(Play([](Stage& stage) {
+                  stage.PlugInAndStream();
+                  stage.Camera().SilenceReads(7);
+                  stage.Sleep(300 * kMillisecond);
+                  stage.RequireFramesOrFirstPipe();
+                }),
+                "no frames come");
+}
+
+TEST(SimulationChecks, RunThatIsSoundPassesAfterAllOfThem) {
+  const RunResult result = Play([](Stage& stage) {
+    stage.PlugInAndStream();
+    stage.RequireFramesOrFirstPipe();
+    stage.Pause();
+    stage.Release();
+  });
+  EXPECT_EQ(result.Outcome, Verdict::Passed) << result.Report;
+}
+
+}  // namespace
+}  // namespace lidcam::simulation
