@@ -8,6 +8,7 @@
 #include <string>
 
 #include "tests/driver/core/settings_fixture.h"
+#include "tests/driver/support/sanitizers.h"
 
 namespace lidcam::test {
 namespace {
@@ -192,7 +193,9 @@ struct SharedSizeModel {
 };
 
 TEST_F(Settings, EveryPatternOfAbsentValuesGivesWhatTheSharedSizeGives) {
-  for (std::uint32_t pattern = 0; pattern < 0x10000; ++pattern) {
+  // An odd step lets each value be absent and present in the sample, too.
+  constexpr std::uint32_t kStep = kIsSanitized ? 13 : 1;
+  for (std::uint32_t pattern = 0; pattern < 0x10000; pattern += kStep) {
     ForgetAll();
     const HANDLE root = OpenRoot();
     HANDLE key = nullptr;

@@ -12,24 +12,14 @@
 #include "driver/frame/frame_assembly.h"
 #include "platform/host/nt/debug_print.h"
 #include "tests/driver/frame/stream_prediction.h"
+#include "tests/driver/support/sanitizers.h"
 
 namespace lidcam::test {
 namespace {
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define LIDCAM_SANITIZED 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define LIDCAM_SANITIZED 1
-#endif
-#endif
-
 constexpr std::uint64_t kFirstSeed = 1;
-#ifdef LIDCAM_SANITIZED
-constexpr std::uint64_t kStreams = 10000;  // a tenth of the seeds: each costs ten times as much
-#else
-constexpr std::uint64_t kStreams = 100000;
-#endif
+// Each costs ten times as much under a sanitizer.
+constexpr std::uint64_t kStreams = kIsSanitized ? 10000 : 100000;
 
 /// How the packets reach the assembly.
 enum class Entry { Packets, Transfers };

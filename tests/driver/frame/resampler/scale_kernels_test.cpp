@@ -14,24 +14,13 @@
 #include "driver/frame/resampler/yuy2_scale.h"
 #include "tests/driver/frame/resampler/guarded_buffer.h"
 #include "tests/driver/frame/resampler/literal_resize.h"
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define LIDCAM_SANITIZED 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define LIDCAM_SANITIZED 1
-#endif
-#endif
+#include "tests/driver/support/sanitizers.h"
 
 namespace lidcam {
 namespace {
 
 // Sanitizers see a quarter of the pairs, every pair of widths and every pair of heights among them.
-#ifdef LIDCAM_SANITIZED
-constexpr std::uint32_t kSizePairs = 27500;
-#else
-constexpr std::uint32_t kSizePairs = 110000;
-#endif
+constexpr std::uint32_t kSizePairs = test::kIsSanitized ? 27500 : 110000;
 
 constexpr std::uint8_t kUntouched = 0xA5;
 constexpr std::size_t kLargestPicture = std::size_t{1280} * 1024 * 2 + 4096;
