@@ -28,7 +28,7 @@ using world::kSecond;
 using Clock = std::chrono::steady_clock;
 
 constexpr std::uint32_t kCameraTag = 0x206D6457;  // "Wdm "
-constexpr std::chrono::seconds kSession{20};
+constexpr std::chrono::seconds kRound{20};
 constexpr LONGLONG kPatience = 3 * kSecond;
 
 std::atomic<std::uint64_t> g_recoveries = 0;
@@ -38,7 +38,7 @@ void CountRecoveries(const char* format, std::va_list) {
 }
 
 struct SoakCounts {
-  std::uint64_t Sessions = 0;
+  std::uint64_t Rounds = 0;
   std::uint64_t Frames = 0;
   std::uint64_t BadFrames = 0;
   std::uint64_t BusFaults = 0;
@@ -70,7 +70,7 @@ class Soak {
   Soak(std::uint64_t seed, Clock::time_point end) : random_(seed), end_(end) {}
 
   /// One camera, plugged in and out again.
-  void PlaySession();
+  void PlayRound();
 
   SoakCounts Counts;
 
@@ -130,21 +130,21 @@ void Soak::Watch(HostedCamera& camera, Clock::time_point until) {
   }
 }
 
-void Soak::PlaySession() {
-  ++Counts.Sessions;
+void Soak::PlayRound() {
+  ++Counts.Rounds;
   constexpr std::uint32_t kRoom[] = {512, 1024, 3072};
   bus::SimulatedBusOptions options;
   options.Pace = bus::Pacing::RealTime;
   options.BandwidthLimit = random_.OneOf(kRoom);
   bus::SimulatedBus quietBus(options);
-  bus::FaultBus bus(quietBus, {.Script = bus::RandomFaults(random_.Next(), kSession,
+  bus::FaultBus bus(quietBus, {.Script = bus::RandomFaults(random_.Next(), kRound,
                                                            bus::RandomFaultMix::Everything),
                                .Sleep = SleepInRealTime,
                                .Observer = {}});
   {
     HostedCamera camera(bus, {});
     if (Begin(camera)) {
-      Watch(camera, Clock::now() + kSession);
+      Watch(camera, Clock::now() + kRound);
     } else {
       ++Counts.FailedStarts;
     }
@@ -176,20 +176,20 @@ int Run(std::chrono::seconds time, std::uint64_t seed) {
   SetCameraTraceSink(CountRecoveries);
   const Clock::time_point begin = Clock::now();
   Soak soak(seed, begin + time);
-  // The first session fills what is filled once.
-  soak.PlaySession();
+  // The first round fills what is filled once.
+  soak.PlayRound();
   const Memory before;
   Print("start", before);
   std::fflush(stdout);
-  while (Clock::now() < begin + time) soak.PlaySession();
+  while (Clock::now() < begin + time) soak.PlayRound();
   const Memory after;
   Print("end", after);
   const SoakCounts& counts = soak.Counts;
   std::printf(
-      "%.0f s, %llu sessions (%llu not started), %llu bus faults, %llu recoveries, %llu frames, "
+      "%.0f s, %llu rounds (%llu not started), %llu bus faults, %llu recoveries, %llu frames, "
       "%llu of a wrong size\n",
       std::chrono::duration<double>(Clock::now() - begin).count(),
-      static_cast<unsigned long long>(counts.Sessions),
+      static_cast<unsigned long long>(counts.Rounds),
       static_cast<unsigned long long>(counts.FailedStarts),
       static_cast<unsigned long long>(counts.BusFaults),
       static_cast<unsigned long long>(g_recoveries.load()),
@@ -197,7 +197,7 @@ int Run(std::chrono::seconds time, std::uint64_t seed) {
       static_cast<unsigned long long>(counts.BadFrames));
   std::printf(
       "silences ended: %llu by themselves, %llu by a pause, %llu by a new acquire; after each "
-      "session plugged in again: %llu stream, %llu don't\n",
+      "round plugged in again: %llu stream, %llu don't\n",
       static_cast<unsigned long long>(counts.ByItself),
       static_cast<unsigned long long>(counts.ByPause),
       static_cast<unsigned long long>(counts.ByAcquire),
