@@ -55,6 +55,9 @@ inline NTSTATUS KeRestoreFloatingPointState(PKFLOATING_SAVE) {
 #else
 
 #include "platform/host/ks/ks_declarations.h"
+#include "platform/host/ks/ks_filter_declarations.h"
+#include "platform/host/ks/ks_guid_declarations.h"
+#include "platform/host/ks/ks_property_declarations.h"
 #include "platform/host/nt/nt_declarations.h"
 #include "platform/host/nt/pnp_declarations.h"
 #include "platform/host/usbd/usb_declarations.h"

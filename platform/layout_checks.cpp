@@ -2,6 +2,7 @@
 // that the declarations can't drift apart. 32-bit numbers for 32-bit targets, 64-bit for 64-bit.
 
 #include <cstddef>
+#include <initializer_list>
 
 #include "platform/kernel.h"
 
@@ -9,6 +10,17 @@ namespace {
 
 constexpr std::size_t BitsDependent(std::size_t on32Bits, std::size_t on64Bits) {
   return sizeof(void*) == 4 ? on32Bits : on64Bits;
+}
+
+// A published GUID's numbers against its text, in two halves.
+constexpr bool GuidReads(unsigned long long head, unsigned long long tail, ULONG data1,
+                         USHORT data2, USHORT data3, UCHAR b0, UCHAR b1, UCHAR b2, UCHAR b3,
+                         UCHAR b4, UCHAR b5, UCHAR b6, UCHAR b7) {
+  unsigned long long last = 0;
+  for (const UCHAR byte : {b0, b1, b2, b3, b4, b5, b6, b7}) last = (last << 8) | byte;
+  const unsigned long long first = (static_cast<unsigned long long>(data1) << 32) |
+                                   (static_cast<unsigned long long>(data2) << 16) | data3;
+  return first == head && last == tail;
 }
 
 static_assert(sizeof(LONG) == 4);
@@ -241,6 +253,172 @@ static_assert(sizeof(KSPIN) == BitsDependent(112, 136));
 static_assert(offsetof(KSPIN, Context) == BitsDependent(8, 16));
 static_assert(offsetof(KSPIN, ConnectionFormat) == BitsDependent(80, 96));
 static_assert(offsetof(KSPIN, DeviceState) == BitsDependent(96, 120));
+
+// Streaming: properties, events and the tables of them.
+static_assert(sizeof(GUID) == 16 && sizeof(SIZE) == 8 && sizeof(KSMULTIPLE_ITEM) == 8);
+static_assert(sizeof(KSPROPERTY) == 24 && alignof(KSPROPERTY) == 8);
+static_assert(offsetof(KSPROPERTY, Id) == 16 && offsetof(KSPROPERTY, Flags) == 20);
+static_assert(sizeof(KSPROPERTY_DESCRIPTION) == 40);
+static_assert(offsetof(KSPROPERTY_DESCRIPTION, PropTypeSet) == 8);
+static_assert(offsetof(KSPROPERTY_DESCRIPTION, MembersListCount) == 32);
+static_assert(sizeof(KSPROPERTY_MEMBERSHEADER) == 16);
+static_assert(sizeof(KSPROPERTY_MEMBERSLIST) == BitsDependent(20, 24));
+static_assert(offsetof(KSPROPERTY_MEMBERSLIST, Members) == 16);
+static_assert(sizeof(KSPROPERTY_VALUES) == BitsDependent(32, 40));
+static_assert(offsetof(KSPROPERTY_VALUES, MembersList) == BitsDependent(28, 32));
+static_assert(sizeof(KSPROPERTY_BOUNDS_LONG) == 8);
+static_assert(offsetof(KSPROPERTY_BOUNDS_LONG, SignedMaximum) == 4);
+static_assert(offsetof(KSPROPERTY_BOUNDS_LONG, UnsignedMaximum) == 4);
+static_assert(sizeof(KSPROPERTY_STEPPING_LONG) == 16);
+static_assert(offsetof(KSPROPERTY_STEPPING_LONG, Bounds) == 8);
+static_assert(sizeof(KSPROPERTY_ITEM) == BitsDependent(40, 72));
+static_assert(offsetof(KSPROPERTY_ITEM, GetPropertyHandler) == BitsDependent(4, 8));
+static_assert(offsetof(KSPROPERTY_ITEM, MinProperty) == BitsDependent(8, 16));
+static_assert(offsetof(KSPROPERTY_ITEM, MinData) == BitsDependent(12, 20));
+static_assert(offsetof(KSPROPERTY_ITEM, SetPropertyHandler) == BitsDependent(16, 24));
+static_assert(offsetof(KSPROPERTY_ITEM, Values) == BitsDependent(20, 32));
+static_assert(offsetof(KSPROPERTY_ITEM, RelationsCount) == BitsDependent(24, 40));
+static_assert(offsetof(KSPROPERTY_ITEM, Relations) == BitsDependent(28, 48));
+static_assert(offsetof(KSPROPERTY_ITEM, SupportHandler) == BitsDependent(32, 56));
+static_assert(offsetof(KSPROPERTY_ITEM, SerializedSize) == BitsDependent(36, 64));
+static_assert(sizeof(KSPROPERTY_SET) == BitsDependent(20, 40));
+static_assert(offsetof(KSPROPERTY_SET, PropertyItem) == BitsDependent(8, 16));
+static_assert(offsetof(KSPROPERTY_SET, FastIoTable) == BitsDependent(16, 32));
+static_assert(sizeof(KSMETHOD_ITEM) == BitsDependent(24, 40));
+static_assert(sizeof(KSEVENT_ITEM) == BitsDependent(24, 40));
+static_assert(offsetof(KSEVENT_ITEM, ExtraEntryData) == 8);
+static_assert(offsetof(KSEVENT_ITEM, AddHandler) == BitsDependent(12, 16));
+static_assert(offsetof(KSEVENT_ITEM, SupportHandler) == BitsDependent(20, 32));
+static_assert(sizeof(KSEVENT_SET) == BitsDependent(12, 24));
+static_assert(sizeof(KSEVENTDATA) == BitsDependent(16, 32));
+static_assert(sizeof(KSAUTOMATION_TABLE) == BitsDependent(40, 48));
+static_assert(offsetof(KSAUTOMATION_TABLE, PropertySets) == 8);
+static_assert(offsetof(KSAUTOMATION_TABLE, MethodSetsCount) == BitsDependent(12, 16));
+static_assert(offsetof(KSAUTOMATION_TABLE, EventSetsCount) == BitsDependent(24, 32));
+static_assert(offsetof(KSAUTOMATION_TABLE, EventSets) == BitsDependent(32, 40));
+static_assert(sizeof(KSPROPERTY_VIDEOPROCAMP_S) == 40);
+static_assert(offsetof(KSPROPERTY_VIDEOPROCAMP_S, Value) == 24);
+static_assert(offsetof(KSPROPERTY_VIDEOPROCAMP_S, Flags) == 28);
+static_assert(offsetof(KSPROPERTY_VIDEOPROCAMP_S, Capabilities) == 32);
+static_assert(sizeof(KSPROPERTY_CAMERACONTROL_S) == 40);
+static_assert(offsetof(KSPROPERTY_CAMERACONTROL_S, Value) == 24);
+static_assert(offsetof(KSPROPERTY_CAMERACONTROL_S, Capabilities) == 32);
+static_assert(sizeof(KSPROPERTY_VIDEOCONTROL_CAPS_S) == 32);
+static_assert(offsetof(KSPROPERTY_VIDEOCONTROL_CAPS_S, VideoControlCaps) == 28);
+static_assert(sizeof(KSPROPERTY_VIDEOCONTROL_MODE_S) == 32);
+static_assert(offsetof(KSPROPERTY_VIDEOCONTROL_MODE_S, Mode) == 28);
+static_assert(sizeof(KSPROPERTY_VIDEOCONTROL_ACTUAL_FRAME_RATE_S) == 56);
+static_assert(offsetof(KSPROPERTY_VIDEOCONTROL_ACTUAL_FRAME_RATE_S, CurrentActualFrameRate) == 40);
+static_assert(sizeof(KSPROPERTY_VIDEOCONTROL_FRAME_RATES_S) == 40);
+static_assert(offsetof(KSPROPERTY_VIDEOCONTROL_FRAME_RATES_S, Dimensions) == 32);
+static_assert(sizeof(KSPROPERTY_DROPPEDFRAMES_CURRENT_S) == 48);
+static_assert(offsetof(KSPROPERTY_DROPPEDFRAMES_CURRENT_S, AverageFrameSize) == 40);
+static_assert(KSPROPERTY_TYPE_GET == 1 && KSPROPERTY_TYPE_SET == 2);
+static_assert(KSPROPERTY_TYPE_SETSUPPORT == 0x100 && KSPROPERTY_TYPE_BASICSUPPORT == 0x200);
+static_assert(KSPROPERTY_TYPE_DEFAULTVALUES == 0x10000);
+static_assert(KSPROPERTY_MEMBER_STEPPEDRANGES == 2 && KSPROPERTY_MEMBER_VALUES == 3);
+static_assert(KSPROPERTY_MEMBER_FLAG_DEFAULT == 1 && VT_I4 == 3);
+static_assert(KSPROPERTY_VIDEOPROCAMP_BACKLIGHT_COMPENSATION == 8);
+static_assert(KSPROPERTY_CAMERACONTROL_EXPOSURE == 4 && KSPROPERTY_CAMERACONTROL_FOCUS == 6);
+static_assert(KSPROPERTY_VIDEOCONTROL_MODE == 3 && KSPROPERTY_CAMERACONTROL_FLAGS_RELATIVE == 0x10);
+static_assert(KS_VideoControlFlag_ExternalTriggerEnable == 4 && KS_VideoControlFlag_Trigger == 8);
+static_assert(IOCTL_KS_PROPERTY == 0x2F0003 && IOCTL_KS_ENABLE_EVENT == 0x2F0007);
+
+// Streaming: names of sets, categories and formats.
+static_assert(GuidReads(0x0000000000000000, 0x0000000000000000, STATIC_GUID_NULL));
+static_assert(GuidReads(0x6994AD0593EF11D0, 0xA3CC00A0C9223196, STATIC_KSCATEGORY_VIDEO));
+static_assert(GuidReads(0x65E8773D8F5611D0, 0xA3B900A0C9223196, STATIC_KSCATEGORY_CAPTURE));
+static_assert(GuidReads(0xFB6C4281035311D1, 0x905F0000C0CC16BA, STATIC_PINNAME_VIDEO_CAPTURE));
+static_assert(GuidReads(0x1A8766A062CE11CF, 0xA5D628DB04C10000, STATIC_KSINTERFACESETID_Standard));
+static_assert(GuidReads(0x4747B32062CE11CF, 0xA5D628DB04C10000, STATIC_KSMEDIUMSETID_Standard));
+static_assert(GuidReads(0x4A6D5FC4789511D1, 0xB06900A0C9062802,
+                        STATIC_KSMEMORY_TYPE_KERNEL_NONPAGED));
+static_assert(GuidReads(0x7364697600000010, 0x800000AA00389B71, STATIC_KSDATAFORMAT_TYPE_VIDEO));
+static_assert(GuidReads(0x05589F80C35611CE, 0xBF0100AA0055595A,
+                        STATIC_KSDATAFORMAT_SPECIFIER_VIDEOINFO));
+static_assert(GuidReads(0xE436EB8E524F11CE, 0x9F530020AF0BA770, STATIC_KSDATAFORMAT_SUBTYPE_NONE));
+static_assert(GuidReads(0x0F6417D6C31811D0, 0xA43F00A0C9223196,
+                        STATIC_KSDATAFORMAT_SPECIFIER_NONE));
+static_assert(GuidReads(0x97E99BA0BDEA11CF, 0xA5D628DB04C10000, STATIC_KSPROPTYPESETID_General));
+static_assert(GuidReads(0x1464EDA56A8F11D1, 0x9AA700A0C9223196, STATIC_KSPROPSETID_General));
+static_assert(GuidReads(0x720D4AC0753311D0, 0xA5D628DB04C10000, STATIC_KSPROPSETID_Topology));
+static_assert(GuidReads(0x8C13496051AD11CF, 0x878A94F801C10000, STATIC_KSPROPSETID_Pin));
+static_assert(GuidReads(0x1D58C920AC9B11CF, 0xA5D628DB04C10000, STATIC_KSPROPSETID_Connection));
+static_assert(GuidReads(0x65AABA6098AE11CF, 0xA10D0020AFD156E4, STATIC_KSPROPSETID_Stream));
+static_assert(GuidReads(0xDF12A4C0AC1711CF, 0xA5D628DB04C10000, STATIC_KSPROPSETID_Clock));
+static_assert(GuidReads(0xC6E1336030AC11D0, 0xA18C00A0C9118956,
+                        STATIC_PROPSETID_VIDCAP_VIDEOPROCAMP));
+static_assert(GuidReads(0xC6E1337030AC11D0, 0xA18C00A0C9118956,
+                        STATIC_PROPSETID_VIDCAP_CAMERACONTROL));
+static_assert(GuidReads(0x6A2E067028E411D0, 0xA18C00A0C9118956,
+                        STATIC_PROPSETID_VIDCAP_VIDEOCONTROL));
+static_assert(GuidReads(0xC6E1334430AC11D0, 0xA18C00A0C9118956,
+                        STATIC_PROPSETID_VIDCAP_DROPPEDFRAMES));
+static_assert(GuidReads(0xDB47DE20F62811D1, 0xBA4100A0C90D2B05, STATIC_KSEVENTSETID_VIDCAPTOSTI));
+
+// Streaming: descriptors of device, filter, pin and buffers.
+static_assert(sizeof(KSDEVICE_DISPATCH) == BitsDependent(56, 112));
+static_assert(offsetof(KSDEVICE_DISPATCH, Remove) == BitsDependent(32, 64));
+static_assert(offsetof(KSDEVICE_DISPATCH, SetPower) == BitsDependent(48, 96));
+static_assert(sizeof(KSDEVICE_DESCRIPTOR) == BitsDependent(16, 32));
+static_assert(offsetof(KSDEVICE_DESCRIPTOR, Version) == BitsDependent(12, 24));
+static_assert(sizeof(KSFILTER) == BitsDependent(12, 24));
+static_assert(sizeof(KSFILTERFACTORY) == BitsDependent(12, 24));
+static_assert(sizeof(KSFILTER_DISPATCH) == BitsDependent(16, 32));
+static_assert(sizeof(KSFILTER_DESCRIPTOR) == BitsDependent(64, 104));
+static_assert(offsetof(KSFILTER_DESCRIPTOR, Version) == BitsDependent(8, 16));
+static_assert(offsetof(KSFILTER_DESCRIPTOR, ReferenceGuid) == BitsDependent(16, 24));
+static_assert(offsetof(KSFILTER_DESCRIPTOR, PinDescriptorSize) == BitsDependent(24, 36));
+static_assert(offsetof(KSFILTER_DESCRIPTOR, Categories) == BitsDependent(36, 56));
+static_assert(offsetof(KSFILTER_DESCRIPTOR, NodeDescriptorSize) == BitsDependent(44, 68));
+static_assert(offsetof(KSFILTER_DESCRIPTOR, ConnectionsCount) == BitsDependent(52, 80));
+static_assert(offsetof(KSFILTER_DESCRIPTOR, ComponentId) == BitsDependent(60, 96));
+static_assert(sizeof(KSNODE_DESCRIPTOR) == BitsDependent(16, 24));
+static_assert(sizeof(KSTOPOLOGY_CONNECTION) == 16 && sizeof(KSCOMPONENTID) == 72);
+static_assert(sizeof(KSPIN_DISPATCH) == BitsDependent(40, 80));
+static_assert(offsetof(KSPIN_DISPATCH, Process) == BitsDependent(8, 16));
+static_assert(offsetof(KSPIN_DISPATCH, SetDataFormat) == BitsDependent(16, 32));
+static_assert(offsetof(KSPIN_DISPATCH, Allocator) == BitsDependent(36, 72));
+static_assert(sizeof(KSPIN_DESCRIPTOR) == BitsDependent(48, 88));
+static_assert(offsetof(KSPIN_DESCRIPTOR, DataRanges) == BitsDependent(20, 40));
+static_assert(offsetof(KSPIN_DESCRIPTOR, DataFlow) == BitsDependent(24, 48));
+static_assert(offsetof(KSPIN_DESCRIPTOR, Category) == BitsDependent(32, 56));
+static_assert(offsetof(KSPIN_DESCRIPTOR, ConstrainedDataRangesCount) == BitsDependent(40, 72));
+static_assert(offsetof(KSPIN_DESCRIPTOR, ConstrainedDataRanges) == BitsDependent(44, 80));
+static_assert(sizeof(KSPIN_DESCRIPTOR_EX) == BitsDependent(80, 136));
+static_assert(offsetof(KSPIN_DESCRIPTOR_EX, PinDescriptor) == BitsDependent(8, 16));
+static_assert(offsetof(KSPIN_DESCRIPTOR_EX, Flags) == BitsDependent(56, 104));
+static_assert(offsetof(KSPIN_DESCRIPTOR_EX, AllocatorFraming) == BitsDependent(68, 120));
+static_assert(offsetof(KSPIN_DESCRIPTOR_EX, IntersectHandler) == BitsDependent(72, 128));
+static_assert(sizeof(KS_FRAMING_ITEM) == 88);
+static_assert(offsetof(KS_FRAMING_ITEM, Flags) == 40 && offsetof(KS_FRAMING_ITEM, Frames) == 44);
+static_assert(offsetof(KS_FRAMING_ITEM, PhysicalRange) == 56);
+static_assert(offsetof(KS_FRAMING_ITEM, FramingRange) == 68);
+static_assert(sizeof(KSALLOCATOR_FRAMING_EX) == 112);
+static_assert(offsetof(KSALLOCATOR_FRAMING_EX, OutputCompression) == 8);
+static_assert(offsetof(KSALLOCATOR_FRAMING_EX, FramingItem) == 24);
+static_assert(sizeof(KS_VIDEO_STREAM_CONFIG_CAPS) == 128);
+static_assert(offsetof(KS_VIDEO_STREAM_CONFIG_CAPS, InputSize) == 20);
+static_assert(offsetof(KS_VIDEO_STREAM_CONFIG_CAPS, CropGranularityX) == 44);
+static_assert(offsetof(KS_VIDEO_STREAM_CONFIG_CAPS, MinOutputSize) == 60);
+static_assert(offsetof(KS_VIDEO_STREAM_CONFIG_CAPS, MinFrameInterval) == 104);
+static_assert(offsetof(KS_VIDEO_STREAM_CONFIG_CAPS, MaxBitsPerSecond) == 124);
+static_assert(sizeof(KS_DATARANGE_VIDEO) == 296);
+static_assert(offsetof(KS_DATARANGE_VIDEO, bTemporalCompression) == 68);
+static_assert(offsetof(KS_DATARANGE_VIDEO, ConfigCaps) == 80);
+static_assert(offsetof(KS_DATARANGE_VIDEO, VideoInfoHeader) == 208);
+static_assert(sizeof(KSP_PIN) == 32 && sizeof(KSATTRIBUTE) == 24);
+static_assert(sizeof(KSATTRIBUTE_LIST) == BitsDependent(8, 16));
+static_assert(KSDEVICE_DESCRIPTOR_VERSION == 0x100 && KSCREATE_ITEM_FREEONSTOP == 8);
+static_assert(KSFILTER_DESCRIPTOR_VERSION == 0xFFFFFFFF && KS_VIDEOSTREAM_CAPTURE == 2);
+static_assert(KSPIN_FLAG_DISPATCH_LEVEL_PROCESSING == 1);
+static_assert(KSPIN_FLAG_DO_NOT_INITIATE_PROCESSING == 0x10);
+static_assert(KSPIN_FLAG_PROCESS_IN_RUN_STATE_ONLY == 0x10000);
+static_assert(KSPIN_FLAG_USE_STANDARD_TRANSPORT == 0x40000);
+static_assert(KSALLOCATOR_REQUIREMENTF_SYSTEM_MEMORY == 2);
+static_assert(KSALLOCATOR_REQUIREMENTF_PREFERENCES_ONLY == 0x80000000);
+static_assert(KSPIN_DATAFLOW_OUT == 2 && KSPIN_COMMUNICATION_BOTH == 3);
+static_assert(KSINTERFACE_STANDARD_STREAMING == 0 && KSMEDIUM_TYPE_ANYINSTANCE == 0);
 
 // Published values, as numbers: the driver's requests carry them.
 static_assert(NonPagedPool == 0);

@@ -1,0 +1,78 @@
+#include "driver/avstream/camera_properties.h"
+
+#include <cstddef>
+#include <span>
+
+#include "driver/avstream/camera_properties_frame_rates.h"
+#include "driver/avstream/camera_properties_sets.h"
+#include "driver/avstream/camera_properties_translation.h"
+#include "driver/core/control_codes.h"
+
+namespace lidcam {
+namespace {
+
+bool IsVideoControl(const KSIDENTIFIER& request, ULONG id) {
+  return request.Id == id && IsSameGuid(request.Set, kVideoControlSet);
+}
+
+NTSTATUS RequireBytes(const PropertyBuffer& buffer, ULONG needed) {
+  if (buffer.Length >= needed) return STATUS_SUCCESS;
+  *buffer.Information = needed;
+  return STATUS_BUFFER_TOO_SMALL;
+}
+
+// For clients that ask first how long the answer is.
+NTSTATUS TellOrRequireBytes(const PropertyBuffer& buffer, ULONG needed) {
+  const NTSTATUS status = RequireBytes(buffer, needed);
+  return buffer.Length == 0 ? STATUS_BUFFER_OVERFLOW : status;
+}
+
+// Size counts the intervals only and leaves the header out.
+NTSTATUS ReplyFrameRates(const KSIDENTIFIER& request, const PropertyBuffer& buffer) {
+  const auto& asked = reinterpret_cast<const KSPROPERTY_VIDEOCONTROL_FRAME_RATES_S&>(request);
+  const std::span<const LONGLONG> rates = FrameRatesFor(asked.Dimensions.cx);
+  const auto size = static_cast<ULONG>(rates.size_bytes());
+  const auto needed = static_cast<ULONG>(sizeof(KSMULTIPLE_ITEM)) + size;
+  const NTSTATUS status = TellOrRequireBytes(buffer, needed);
+  if (!NT_SUCCESS(status)) return status;
+  auto* const header = static_cast<KSMULTIPLE_ITEM*>(buffer.Data);
+  header->Size = size;
+  header->Count = static_cast<ULONG>(rates.size());
+  static_assert(sizeof(KSMULTIPLE_ITEM) == sizeof(LONGLONG));
+  LONGLONG* const intervals = static_cast<LONGLONG*>(buffer.Data) + 1;
+  for (std::size_t i = 0; i < rates.size(); ++i) intervals[i] = rates[i];
+  *buffer.Information = needed;
+  return STATUS_SUCCESS;
+}
+
+}  // namespace
+
+NTSTATUS SetCameraProperty(CameraContext& camera, const KSIDENTIFIER& request,
+                           const PropertyBuffer& buffer) {
+  NTSTATUS status = RequireBytes(buffer, PropertyBlockBytes(request, PropertyDirection::Set));
+  if (!NT_SUCCESS(status)) return status;
+  ControlRecord record{};
+  status = TranslateSet(request, buffer.Data, record);
+  if (!NT_SUCCESS(status)) return status;
+  return SetControl(camera, record) == 0 ? STATUS_SUCCESS : STATUS_NOT_SUPPORTED;
+}
+
+NTSTATUS GetCameraProperty(CameraContext& camera, const KSIDENTIFIER& request,
+                           const PropertyBuffer& buffer) {
+  if (IsVideoControl(request, KSPROPERTY_VIDEOCONTROL_FRAME_RATES)) {
+    return ReplyFrameRates(request, buffer);
+  }
+  const ULONG needed = PropertyBlockBytes(request, PropertyDirection::Get);
+  NTSTATUS status = IsVideoControl(request, KSPROPERTY_VIDEOCONTROL_ACTUAL_FRAME_RATE)
+                        ? TellOrRequireBytes(buffer, needed)
+                        : RequireBytes(buffer, needed);
+  if (!NT_SUCCESS(status)) return status;
+  ControlRecord record{};
+  status = TranslateGet(request, buffer.Data, record);
+  if (!NT_SUCCESS(status)) return status;
+  if (GetControl(camera, record) != 0) return STATUS_NOT_SUPPORTED;
+  TranslateReply(request, record, buffer.Data);
+  return STATUS_SUCCESS;
+}
+
+}  // namespace lidcam

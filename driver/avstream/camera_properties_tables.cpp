@@ -1,0 +1,7 @@
+#include "driver/avstream/camera_properties_tables.h"
+
+namespace lidcam {
+
+constinit LONG DefaultOfStored44 = 0;
+
+}  // namespace lidcam
