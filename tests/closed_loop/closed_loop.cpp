@@ -8,8 +8,6 @@
 #include "apps/lidcam/control_table.h"
 #include "apps/lidcam/host_environment.h"
 #include "driver/exposure/auto_exposure.h"
-#include "driver/exposure/frame_exposure_control.h"
-#include "driver/exposure/light_state.h"
 
 namespace lidcam::app {
 namespace {
@@ -36,19 +34,6 @@ LoopEnvironment::~LoopEnvironment() {
   DetachSettings();
   unsetenv("LIDCAM_HOME");
   std::filesystem::remove_all(folder_);
-}
-
-void ResetSharedExposureState() {
-  AeHoldOff = 0;
-  AeIndex = 30;
-  AeOutput.Exposure = 0;
-  AeOutput.CoarseGain = 0;
-  AeOutput.FineGain = 0;
-  AeRatio = 0;
-  AppliedExposureLines = 0;
-  LastWrittenExposure = 0;
-  AeLightMode = 0;
-  LightMode = 0;
 }
 
 ClosedLoop::ClosedLoop(const LoopSetup& setup, PictureHandler pictures)

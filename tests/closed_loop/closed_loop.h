@@ -30,10 +30,6 @@ class LoopEnvironment {
   std::filesystem::path folder_;
 };
 
-/// Sets what the cameras share to the values it has when the system is loaded: nothing else undoes
-/// what earlier streams of this process left there.
-void ResetSharedExposureState();
-
 /// Camera and light of a run.
 struct LoopSetup {
   simulator::LightSchedule Light;            ///< empty: a lit office

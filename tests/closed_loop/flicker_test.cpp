@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "tests/closed_loop/closed_loop.h"
+#include "tests/driver/support/shared_exposure.h"
 
 namespace lidcam::app {
 namespace {
@@ -59,7 +60,7 @@ double RippleOf(unsigned hertz, std::int32_t flicker, const WallLight& light) {
   constexpr std::size_t kFrames = 90;
   constexpr std::size_t kJudged = 15;
   const LoopEnvironment environment;
-  ResetSharedExposureState();
+  test::ResetSharedExposure();
   std::vector<double> ripples;
   ClosedLoop loop({.Light = {{0, light.Lux}},
                    .MainsHertz = hertz,

@@ -9,6 +9,7 @@
 #include "apps/lidcam/control_table.h"
 #include "driver/exposure/auto_exposure.h"
 #include "tests/closed_loop/closed_loop.h"
+#include "tests/driver/support/shared_exposure.h"
 
 namespace lidcam::app {
 namespace {
@@ -25,7 +26,7 @@ std::vector<std::uint32_t> StatesInOrder(const std::vector<FrameRow>& rows) {
 
 class LoopCycle : public ::testing::Test {
  protected:
-  LoopCycle() { ResetSharedExposureState(); }
+  LoopCycle() { test::ResetSharedExposure(); }
 
   const LoopEnvironment environment_;
 };
@@ -74,7 +75,7 @@ TEST_F(LoopCycle, TheUsersBrightnessAndContrastDoNotMoveTheLoop) {
   const LoopSetup setup{.Light = {{0, 300}, {3, 0.5}, {20, 300}}};
   ClosedLoop usual(setup);
   usual.RunFrames(400);
-  ResetSharedExposureState();
+  test::ResetSharedExposure();
   ClosedLoop dark(setup);
   Apply(dark.Context(), ParseAssignment("Brightness=-40"));
   Apply(dark.Context(), ParseAssignment("Contrast=8"));

@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "tests/closed_loop/closed_loop.h"
+#include "tests/driver/support/shared_exposure.h"
 
 namespace lidcam::app {
 namespace {
@@ -91,7 +92,7 @@ std::vector<LoopCase> AllLoopCases() {
 
 LoopOutcome RunLoopCase(const LoopCase& loopCase) {
   const LoopEnvironment environment;
-  ResetSharedExposureState();
+  test::ResetSharedExposure();
   ClosedLoop loop({.Light = {{0, loopCase.Lux}},
                    .MainsHertz = loopCase.MainsHertz,
                    .Flicker = MatchingFlicker(loopCase.MainsHertz),

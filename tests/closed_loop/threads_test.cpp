@@ -11,6 +11,7 @@
 #include "driver/exposure/auto_exposure.h"
 #include "tests/closed_loop/closed_loop.h"
 #include "tests/closed_loop/native_stream.h"
+#include "tests/driver/support/shared_exposure.h"
 
 namespace lidcam::app {
 namespace {
@@ -31,7 +32,7 @@ bus::SimulatedBusOptions Lit(double lux) {
 TEST(TwoCameras, OnTwoThreadsShareTheLoopAndBothDeliver) {
   constexpr std::size_t kFrames = 200;
   const LoopEnvironment environment;
-  ResetSharedExposureState();
+  test::ResetSharedExposure();
   bus::SimulatedBus brightBus(Lit(2200));
   bus::SimulatedBus darkBus(Lit(1));
   CoreCamera brightCamera(brightBus);

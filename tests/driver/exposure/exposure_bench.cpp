@@ -25,19 +25,6 @@ std::vector<std::string> g_trace;
 
 }  // namespace
 
-void ResetSharedExposure() {
-  AeHoldOff = 0;
-  AeIndex = 30;
-  AeOutput.Exposure = 0;
-  AeOutput.CoarseGain = 0;
-  AeOutput.FineGain = 0;
-  AeRatio = 0;
-  AppliedExposureLines = 0;
-  LastWrittenExposure = 0;
-  AeLightMode = 0;
-  LightMode = 0;
-}
-
 SharedExposure SharedExposure::Now() {
   return {AeHoldOff,         AeIndex,  AeOutput.Exposure,    AeOutput.CoarseGain,
           AeOutput.FineGain, AeRatio,  AppliedExposureLines, LastWrittenExposure,

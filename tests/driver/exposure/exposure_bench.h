@@ -9,12 +9,9 @@
 #include "driver/core/camera_context.h"
 #include "platform/host/nt/debug_print.h"
 #include "tests/driver/support/register_space.h"
+#include "tests/driver/support/shared_exposure.h"
 
 namespace lidcam::test {
-
-/// Puts the variables that all cameras share to what they are when the system is loaded and a
-/// camera was created.
-void ResetSharedExposure();
 
 /// The variables that all cameras share, as plain numbers.
 struct SharedExposure {

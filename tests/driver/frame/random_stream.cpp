@@ -3,30 +3,25 @@
 #include <algorithm>
 #include <utility>
 
+#include "bus/faults/split_mix.h"
+
 namespace lidcam::test {
 namespace {
 
 using Packet = std::vector<std::uint8_t>;
 
-/// The same numbers from the same seed with every library.
 class SeededNumbers {
  public:
-  explicit SeededNumbers(std::uint64_t seed) : state_(seed) {}
+  explicit SeededNumbers(std::uint64_t seed) : numbers_(seed) {}
 
-  std::uint64_t Next() {
-    state_ += 0x9E3779B97F4A7C15;
-    std::uint64_t mixed = state_;
-    mixed = (mixed ^ (mixed >> 30)) * 0xBF58476D1CE4E5B9;
-    mixed = (mixed ^ (mixed >> 27)) * 0x94D049BB133111EB;
-    return mixed ^ (mixed >> 31);
-  }
+  std::uint64_t Next() { return numbers_.Next(); }
 
   std::uint32_t Below(std::uint32_t bound) { return static_cast<std::uint32_t>(Next() % bound); }
 
   bool OneIn(std::uint32_t count) { return Below(count) == 0; }
 
  private:
-  std::uint64_t state_;
+  bus::SplitMix numbers_;
 };
 
 void SetMarker(Packet& packet, std::size_t at) {
