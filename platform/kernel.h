@@ -58,6 +58,7 @@ inline NTSTATUS KeRestoreFloatingPointState(PKFLOATING_SAVE) {
 #include "platform/host/ks/ks_filter_declarations.h"
 #include "platform/host/ks/ks_guid_declarations.h"
 #include "platform/host/ks/ks_property_declarations.h"
+#include "platform/host/ks/ks_stream_declarations.h"
 #include "platform/host/nt/nt_declarations.h"
 #include "platform/host/nt/pnp_declarations.h"
 #include "platform/host/usbd/usb_declarations.h"

@@ -159,6 +159,49 @@ static_assert(IO_TYPE_DEVICE == 3 && IO_TYPE_DRIVER == 4 && IO_TYPE_IRP == 6);
 static_assert(DO_DEVICE_INITIALIZING == 0x80 && DO_POWER_PAGABLE == 0x2000);
 static_assert(CTL_CODE(FILE_DEVICE_UNKNOWN, 0, METHOD_NEITHER, FILE_ANY_ACCESS) == 0x220003);
 
+// What reaches a driver from applications, plug and play and the power manager.
+static_assert(sizeof(FILE_OBJECT) == BitsDependent(128, 216));
+static_assert(offsetof(FILE_OBJECT, DeviceObject) == BitsDependent(4, 8));
+static_assert(offsetof(FILE_OBJECT, FsContext) == BitsDependent(12, 24));
+static_assert(offsetof(FILE_OBJECT, RelatedFileObject) == BitsDependent(32, 64));
+static_assert(offsetof(FILE_OBJECT, ReadAccess) == BitsDependent(38, 74));
+static_assert(offsetof(FILE_OBJECT, Flags) == BitsDependent(44, 80));
+static_assert(offsetof(FILE_OBJECT, FileName) == BitsDependent(48, 88));
+static_assert(offsetof(FILE_OBJECT, CurrentByteOffset) == BitsDependent(56, 104));
+static_assert(offsetof(FILE_OBJECT, Lock) == BitsDependent(76, 128));
+static_assert(offsetof(FILE_OBJECT, CompletionContext) == BitsDependent(108, 176));
+static_assert(offsetof(FILE_OBJECT, FileObjectExtension) == BitsDependent(124, 208));
+static_assert(offsetof(IO_STACK_LOCATION, Parameters.Create.SecurityContext) ==
+              BitsDependent(4, 8));
+static_assert(offsetof(IO_STACK_LOCATION, Parameters.Create.Options) == BitsDependent(8, 16));
+static_assert(offsetof(IO_STACK_LOCATION, Parameters.Create.FileAttributes) ==
+              BitsDependent(12, 24));
+static_assert(offsetof(IO_STACK_LOCATION, Parameters.Create.ShareAccess) == BitsDependent(14, 26));
+static_assert(offsetof(IO_STACK_LOCATION, Parameters.Create.EaLength) == BitsDependent(16, 32));
+static_assert(offsetof(IO_STACK_LOCATION, Parameters.Power.Type) == BitsDependent(8, 16));
+static_assert(offsetof(IO_STACK_LOCATION, Parameters.Power.State) == BitsDependent(12, 24));
+static_assert(offsetof(IO_STACK_LOCATION, Parameters.Power.ShutdownType) == BitsDependent(16, 32));
+static_assert(offsetof(IO_STACK_LOCATION, Parameters.StartDevice.AllocatedResources) ==
+              BitsDependent(4, 8));
+static_assert(offsetof(IO_STACK_LOCATION, Parameters.StartDevice.AllocatedResourcesTranslated) ==
+              BitsDependent(8, 16));
+static_assert(offsetof(IO_STACK_LOCATION, Parameters.DeviceCapabilities.Capabilities) ==
+              BitsDependent(4, 8));
+static_assert(IO_TYPE_FILE == 5 && FILE_READ_ACCESS == 1 && FILE_WRITE_ACCESS == 2);
+static_assert(IRP_MN_START_DEVICE == 0 && IRP_MN_QUERY_REMOVE_DEVICE == 1);
+static_assert(IRP_MN_REMOVE_DEVICE == 2 && IRP_MN_CANCEL_REMOVE_DEVICE == 3);
+static_assert(IRP_MN_STOP_DEVICE == 4 && IRP_MN_QUERY_STOP_DEVICE == 5);
+static_assert(IRP_MN_CANCEL_STOP_DEVICE == 6 && IRP_MN_QUERY_INTERFACE == 8);
+static_assert(IRP_MN_QUERY_CAPABILITIES == 9 && IRP_MN_SURPRISE_REMOVAL == 0x17);
+static_assert(IRP_MN_SET_POWER == 2 && IRP_MN_QUERY_POWER == 3);
+static_assert(PowerSystemWorking == 1 && PowerSystemShutdown == 6 && PowerSystemMaximum == 7);
+static_assert(PowerSystemSleeping1 == 2 && PowerSystemSleeping3 == 4 && PowerSystemHibernate == 5);
+static_assert(PowerDeviceUnspecified == 0 && PowerDeviceD0 == 1 && PowerDeviceD1 == 2);
+static_assert(PowerDeviceD2 == 3 && PowerDeviceD3 == 4 && PowerDeviceMaximum == 5);
+static_assert(PowerActionNone == 0 && PowerActionSleep == 2 && PowerActionHibernate == 3);
+static_assert(PowerActionShutdownOff == 6 && PowerActionWarmEject == 7);
+static_assert(SystemPowerState == 0 && DevicePowerState == 1 && sizeof(POWER_STATE) == 4);
+
 static_assert(sizeof(KEY_VALUE_FULL_INFORMATION) == 24);
 static_assert(offsetof(KEY_VALUE_FULL_INFORMATION, DataOffset) == 8);
 static_assert(offsetof(KEY_VALUE_FULL_INFORMATION, DataLength) == 12);
@@ -333,6 +376,8 @@ static_assert(GuidReads(0x1A8766A062CE11CF, 0xA5D628DB04C10000, STATIC_KSINTERFA
 static_assert(GuidReads(0x4747B32062CE11CF, 0xA5D628DB04C10000, STATIC_KSMEDIUMSETID_Standard));
 static_assert(GuidReads(0x4A6D5FC4789511D1, 0xB06900A0C9062802,
                         STATIC_KSMEMORY_TYPE_KERNEL_NONPAGED));
+static_assert(GuidReads(0x146F1A80479111D0, 0xA5D628DB04C10000, STATIC_KSNAME_Pin));
+static_assert(GuidReads(0x53172480479111D0, 0xA5D628DB04C10000, STATIC_KSNAME_Clock));
 static_assert(GuidReads(0x7364697600000010, 0x800000AA00389B71, STATIC_KSDATAFORMAT_TYPE_VIDEO));
 static_assert(GuidReads(0x05589F80C35611CE, 0xBF0100AA0055595A,
                         STATIC_KSDATAFORMAT_SPECIFIER_VIDEOINFO));
@@ -418,6 +463,48 @@ static_assert(KSPIN_FLAG_USE_STANDARD_TRANSPORT == 0x40000);
 static_assert(KSALLOCATOR_REQUIREMENTF_SYSTEM_MEMORY == 2);
 static_assert(KSALLOCATOR_REQUIREMENTF_PREFERENCES_ONLY == 0x80000000);
 static_assert(KSPIN_DATAFLOW_OUT == 2 && KSPIN_COMMUNICATION_BOTH == 3);
+
+// Streaming: frames, clocks and connections.
+static_assert(sizeof(KSTIME) == 16 && offsetof(KSTIME, Numerator) == 8);
+static_assert(offsetof(KSTIME, Denominator) == 12);
+static_assert(sizeof(KSSTREAM_HEADER) == BitsDependent(48, 56));
+static_assert(offsetof(KSSTREAM_HEADER, PresentationTime) == 8);
+static_assert(offsetof(KSSTREAM_HEADER, Duration) == 24);
+static_assert(offsetof(KSSTREAM_HEADER, FrameExtent) == 32);
+static_assert(offsetof(KSSTREAM_HEADER, DataUsed) == 36);
+static_assert(offsetof(KSSTREAM_HEADER, Data) == 40);
+static_assert(offsetof(KSSTREAM_HEADER, OptionsFlags) == BitsDependent(44, 48));
+static_assert(sizeof(KS_FRAME_INFO) == BitsDependent(64, 72));
+static_assert(offsetof(KS_FRAME_INFO, dwFrameFlags) == 4);
+static_assert(offsetof(KS_FRAME_INFO, PictureNumber) == 8);
+static_assert(offsetof(KS_FRAME_INFO, DropCount) == 16);
+static_assert(offsetof(KS_FRAME_INFO, DirectDrawRect) == BitsDependent(32, 40));
+static_assert(sizeof(KSSTREAM_POINTER_OFFSET) == 16);
+static_assert(offsetof(KSSTREAM_POINTER_OFFSET, Count) == 8);
+static_assert(offsetof(KSSTREAM_POINTER_OFFSET, Remaining) == 12);
+static_assert(sizeof(KSSTREAM_POINTER) == BitsDependent(48, 64));
+static_assert(offsetof(KSSTREAM_POINTER, Pin) == BitsDependent(4, 8));
+static_assert(offsetof(KSSTREAM_POINTER, StreamHeader) == BitsDependent(8, 16));
+static_assert(offsetof(KSSTREAM_POINTER, Offset) == BitsDependent(12, 24));
+static_assert(offsetof(KSSTREAM_POINTER, OffsetIn) == BitsDependent(16, 32));
+static_assert(offsetof(KSSTREAM_POINTER, OffsetOut) == BitsDependent(32, 48));
+static_assert(sizeof(KSRESOLUTION) == 16 && offsetof(KSRESOLUTION, Error) == 8);
+static_assert(sizeof(KSPIN_CONNECT) == BitsDependent(64, 72));
+static_assert(offsetof(KSPIN_CONNECT, Medium) == 24 && offsetof(KSPIN_CONNECT, PinId) == 48);
+static_assert(offsetof(KSPIN_CONNECT, PinToHandle) == BitsDependent(52, 56));
+static_assert(offsetof(KSPIN_CONNECT, Priority) == BitsDependent(56, 64));
+static_assert(sizeof(KSPIN_CINSTANCES) == 8);
+static_assert(KSSTREAM_HEADER_OPTIONSF_SPLICEPOINT == 0x1);
+static_assert(KSSTREAM_HEADER_OPTIONSF_TIMEVALID == 0x10);
+static_assert(KSSTREAM_HEADER_OPTIONSF_DURATIONVALID == 0x100);
+static_assert(KSPROPERTY_CONNECTION_DATAFORMAT == 2);
+static_assert(KSPROPERTY_CONNECTION_ALLOCATORFRAMING_EX == 6);
+static_assert(KSPROPERTY_STREAM_MASTERCLOCK == 3 && KSPROPERTY_CLOCK_STATE == 5);
+static_assert(KSPROPERTY_PIN_DATARANGES == 3 && KSPROPERTY_PIN_DATAINTERSECTION == 4);
+static_assert(KSPROPERTY_PIN_PROPOSEDATAFORMAT == 14);
+static_assert(IOCTL_KS_READ_STREAM == 0x2F4017 && IOCTL_KS_WRITE_STREAM == 0x2F8013);
+static_assert(IOCTL_KS_RESET_STATE == 0x2F001B);
+static_assert(KSSTATE_ACQUIRE == 1 && KSSTATE_PAUSE == 2 && KSSTATE_RUN == 3);
 static_assert(KSINTERFACE_STANDARD_STREAMING == 0 && KSMEDIUM_TYPE_ANYINSTANCE == 0);
 
 // Published values, as numbers: the driver's requests carry them.

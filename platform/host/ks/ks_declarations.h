@@ -4,6 +4,7 @@
 // sees of its device, of a pin and of the formats between them.
 
 #include "platform/host/nt/nt_declarations.h"
+#include "platform/host/nt/power_declarations.h"
 
 using BYTE = std::uint8_t;
 using WORD = std::uint16_t;
@@ -21,26 +22,6 @@ struct RECT {
   LONG top;
   LONG right;
   LONG bottom;
-};
-
-enum SYSTEM_POWER_STATE {
-  PowerSystemUnspecified = 0,
-  PowerSystemWorking,
-  PowerSystemSleeping1,
-  PowerSystemSleeping2,
-  PowerSystemSleeping3,
-  PowerSystemHibernate,
-  PowerSystemShutdown,
-  PowerSystemMaximum
-};
-
-enum DEVICE_POWER_STATE {
-  PowerDeviceUnspecified = 0,
-  PowerDeviceD0,
-  PowerDeviceD1,
-  PowerDeviceD2,
-  PowerDeviceD3,
-  PowerDeviceMaximum
 };
 
 using REFERENCE_TIME = LONGLONG;
@@ -136,7 +117,8 @@ enum KSPIN_COMMUNICATION {
 };
 
 enum KSPIN_DATAFLOW { KSPIN_DATAFLOW_IN = 1, KSPIN_DATAFLOW_OUT };
-enum KSSTATE { KSSTATE_STOP, KSSTATE_ACQUIRE, KSSTATE_PAUSE, KSSTATE_RUN };
+// The platform's enumerations are as wide as an int, and an application may ask for any number.
+enum KSSTATE : int { KSSTATE_STOP, KSSTATE_ACQUIRE, KSSTATE_PAUSE, KSSTATE_RUN };
 enum KSRESET { KSRESET_BEGIN, KSRESET_END };
 
 struct KSPIN {
@@ -166,13 +148,21 @@ void NTAPI KsAcquireDevice(PKSDEVICE device);
 void NTAPI KsReleaseDevice(PKSDEVICE device);
 
 /// Gives `item` to the bag, which frees it when it goes itself: by `free`, or to the pool if that
-/// is null. Under the device's mutex.
+/// is null. Takes the device's mutex itself; the caller may hold it.
 NTSTATUS NTAPI KsAddItemToObjectBag(KSOBJECT_BAG bag, PVOID item, PFNKSFREE free);
 
-/// Takes `item` back out of the bag, and frees it then if asked to. Under the device's mutex.
+/// Takes `item` back out of the bag, and frees it then if asked to and if it was in once. Takes the
+/// device's mutex itself; the caller may hold it.
 ///
 /// @return how often the item was in the bag; 0 if it wasn't
 ULONG NTAPI KsRemoveItemFromObjectBag(KSOBJECT_BAG bag, PVOID item, BOOLEAN free);
+
+/// Replaces `*item` by a copy of the driver's own in the bag, which it may write to: the first
+/// `oldSize` bytes of it, the rest of `newSize` zero. An item that lies in the bag already and is
+/// large enough by `oldSize` stays; one that isn't is freed. Takes the device's mutex itself.
+///
+/// @return STATUS_INSUFFICIENT_RESOURCES: `*item` is as it was
+NTSTATUS NTAPI _KsEdit(KSOBJECT_BAG bag, PVOID* item, ULONG newSize, ULONG oldSize, ULONG tag);
 
 /// Asks the pin's process routine to run, and returns: it runs on the pin's own worker at passive
 /// level, whatever `asynchronous` says, and never twice at once. Up to DISPATCH_LEVEL.

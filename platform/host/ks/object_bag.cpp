@@ -1,6 +1,6 @@
 #include "platform/host/ks/object_bag.h"
 
-#include "platform/host/nt/verifier.h"
+#include <cstring>
 
 namespace lidcam::host {
 namespace {
@@ -23,8 +23,8 @@ BagItem* Find(LIST_ENTRY& items, PVOID item) {
   return nullptr;
 }
 
+/// An entry that is out of the list goes. No mutex held by the bag: what is freed may be the driver's.
 void Drop(BagItem* entry, bool free) {
-  RemoveEntryList(&entry->Link);
   const BagItem dropped = *entry;
   ExFreePool(entry);
   if (!free) return;
@@ -37,14 +37,22 @@ void Drop(BagItem* entry, bool free) {
 
 }  // namespace
 
-void ObjectBag::ExpectMutex(const char* call) const {
-  if (mutex_.OwnerThread != KeGetCurrentThread()) {
-    ReportViolation(call, "the caller doesn't hold the device's mutex");
-  }
+void ObjectBag::Acquire() {
+  KeWaitForSingleObject(&mutex_, Executive, KernelMode, FALSE, nullptr);
+}
+
+void ObjectBag::Release() {
+  KeReleaseMutex(&mutex_, FALSE);
 }
 
 NTSTATUS ObjectBag::Add(PVOID item, PFNKSFREE free) {
-  ExpectMutex("KsAddItemToObjectBag");
+  Acquire();
+  const NTSTATUS status = AddUnderMutex(item, free);
+  Release();
+  return status;
+}
+
+NTSTATUS ObjectBag::AddUnderMutex(PVOID item, PFNKSFREE free) {
   if (BagItem* const known = Find(items_, item)) {
     ++known->Count;
     return STATUS_SUCCESS;
@@ -61,17 +69,41 @@ NTSTATUS ObjectBag::Add(PVOID item, PFNKSFREE free) {
 }
 
 ULONG ObjectBag::Remove(PVOID item, bool free) {
-  ExpectMutex("KsRemoveItemFromObjectBag");
+  Acquire();
   BagItem* const entry = Find(items_, item);
-  if (entry == nullptr) return 0;
-  const ULONG count = entry->Count--;
+  const ULONG count = entry != nullptr ? entry->Count-- : 0;
+  if (count == 1) RemoveEntryList(&entry->Link);
+  Release();
   if (count == 1) Drop(entry, free);
   return count;
 }
 
+NTSTATUS ObjectBag::Edit(PVOID& item, ULONG newSize, ULONG oldSize, ULONG tag) {
+  Acquire();
+  const bool isOwned = Find(items_, item) != nullptr;
+  Release();
+  if (isOwned && newSize <= oldSize) return STATUS_SUCCESS;
+  PVOID const copy = ExAllocatePoolWithTag(NonPagedPool, newSize, tag);
+  if (copy == nullptr) return STATUS_INSUFFICIENT_RESOURCES;
+  const NTSTATUS status = Add(copy, nullptr);
+  if (!NT_SUCCESS(status)) {
+    ExFreePool(copy);
+    return status;
+  }
+  std::memset(copy, 0, newSize);
+  std::memcpy(copy, item, oldSize < newSize ? oldSize : newSize);
+  if (isOwned) Remove(item, true);
+  item = copy;
+  return STATUS_SUCCESS;
+}
+
 void ObjectBag::Empty() {
-  while (IsListEmpty(&items_) == FALSE) {
-    Drop(CONTAINING_RECORD(items_.Flink, BagItem, Link), true);
+  while (true) {
+    Acquire();
+    LIST_ENTRY* const first = IsListEmpty(&items_) == FALSE ? RemoveHeadList(&items_) : nullptr;
+    Release();
+    if (first == nullptr) return;
+    Drop(CONTAINING_RECORD(first, BagItem, Link), true);
   }
 }
 
@@ -79,10 +111,14 @@ void ObjectBag::Empty() {
 
 using lidcam::host::ObjectBag;
 
-NTSTATUS KsAddItemToObjectBag(KSOBJECT_BAG bag, PVOID item, PFNKSFREE free) {
+NTSTATUS NTAPI KsAddItemToObjectBag(KSOBJECT_BAG bag, PVOID item, PFNKSFREE free) {
   return static_cast<ObjectBag*>(bag)->Add(item, free);
 }
 
-ULONG KsRemoveItemFromObjectBag(KSOBJECT_BAG bag, PVOID item, BOOLEAN free) {
+ULONG NTAPI KsRemoveItemFromObjectBag(KSOBJECT_BAG bag, PVOID item, BOOLEAN free) {
   return static_cast<ObjectBag*>(bag)->Remove(item, free != FALSE);
+}
+
+NTSTATUS NTAPI _KsEdit(KSOBJECT_BAG bag, PVOID* item, ULONG newSize, ULONG oldSize, ULONG tag) {
+  return static_cast<ObjectBag*>(bag)->Edit(*item, newSize, oldSize, tag);
 }

@@ -1,11 +1,12 @@
 #pragma once
 
-#include "platform/host/ks/ks_declarations.h"
+#include "platform/kernel.h"
 
 namespace lidcam::host {
 
 /// What stands behind a KSOBJECT_BAG: items that go with the object that has the bag, the youngest
-/// first. All under `mutex`, the device's: a caller that doesn't hold it is a violation.
+/// first. Each operation takes `mutex`, the device's, itself; callers may hold it. Items are freed
+/// without it, unless the caller holds it. Passive level.
 class ObjectBag {
  public:
   explicit ObjectBag(KMUTEX& mutex) : mutex_(mutex) { InitializeListHead(&items_); }
@@ -19,11 +20,16 @@ class ObjectBag {
   /// @return how often the item was in the bag
   ULONG Remove(PVOID item, bool free);
 
+  /// _KsEdit().
+  NTSTATUS Edit(PVOID& item, ULONG newSize, ULONG oldSize, ULONG tag);
+
   /// Frees all that is in the bag.
   void Empty();
 
  private:
-  void ExpectMutex(const char* call) const;
+  NTSTATUS AddUnderMutex(PVOID item, PFNKSFREE free);
+  void Acquire();
+  void Release();
 
   KMUTEX& mutex_;
   LIST_ENTRY items_{};  ///< the youngest first

@@ -6,42 +6,34 @@
 namespace lidcam::host {
 
 StreamingDevice::StreamingDevice(PDRIVER_OBJECT driver, PDEVICE_OBJECT physicalDevice)
-    : KSDEVICE{}, bag_(mutex_) {
-  KeInitializeMutex(&mutex_, 0);
-  if (!NT_SUCCESS(IoCreateDevice(driver, 0, nullptr, FILE_DEVICE_UNKNOWN, 0, FALSE,
+    : DeviceBlock{} {
+  if (!NT_SUCCESS(IoCreateDevice(driver, sizeof(DeviceBlock*), nullptr, FILE_DEVICE_KS, 0, FALSE,
                                  &FunctionalDeviceObject))) {
     throw std::runtime_error("the kernel gives no functional device object");
   }
+  *static_cast<DeviceBlock**>(FunctionalDeviceObject->DeviceExtension) = this;
   NextDeviceObject = IoAttachDeviceToDeviceStack(FunctionalDeviceObject, physicalDevice);
   if (NextDeviceObject == nullptr) {
     IoDeleteDevice(FunctionalDeviceObject);
     throw std::runtime_error("the device stack takes no further device object");
   }
   FunctionalDeviceObject->Flags &= ~DO_DEVICE_INITIALIZING;
-  Bag = &bag_;
   PhysicalDeviceObject = physicalDevice;
-  SystemPowerState = PowerSystemWorking;
-  DevicePowerState = PowerDeviceD0;
+  if (!NT_SUCCESS(InitializeDeviceBlock(*this))) {
+    TakeOffTheStack();
+    throw std::runtime_error("there is no memory for the device's object bag");
+  }
 }
 
 StreamingDevice::~StreamingDevice() noexcept(false) {
   if (std::uncaught_exceptions() != 0) return;
-  KsAcquireDevice(this);
-  bag_.Empty();
-  KsReleaseDevice(this);
+  CleanUpDeviceBlock(*this);
+  TakeOffTheStack();
+}
+
+void StreamingDevice::TakeOffTheStack() {
   IoDetachDevice(NextDeviceObject);
   IoDeleteDevice(FunctionalDeviceObject);
 }
 
 }  // namespace lidcam::host
-
-using lidcam::host::StreamingDevice;
-
-void KsAcquireDevice(PKSDEVICE device) {
-  KeWaitForSingleObject(&static_cast<StreamingDevice*>(device)->Mutex(), Executive, KernelMode,
-                        FALSE, nullptr);
-}
-
-void KsReleaseDevice(PKSDEVICE device) {
-  KeReleaseMutex(&static_cast<StreamingDevice*>(device)->Mutex(), FALSE);
-}

@@ -1,43 +1,25 @@
 #include "platform/host/ks/streaming_pin.h"
 
 #include <exception>
+#include <stdexcept>
 
 namespace lidcam::host {
 
 StreamingPin::StreamingPin(StreamingDevice& device, ProcessRoutine process, PKSDATAFORMAT format)
-    : KSPIN{}, device_(device), process_(process), bag_(device.Mutex()) {
-  Bag = &bag_;
+    : PinBlock(device) {
   ConnectionFormat = format;
   DataFlow = KSPIN_DATAFLOW_OUT;
   Communication = KSPIN_COMMUNICATION_SINK;
-  KeInitializeEvent(&attempted_, SynchronizationEvent, FALSE);
-  worker_.emplace([this] { Work(); });
+  Process = process;
+  ProcessesWithoutFrames = true;
+  if (!NT_SUCCESS(Worker.Start())) throw std::runtime_error("the kernel gives no system thread");
+  Worker.Allow();
 }
 
 StreamingPin::~StreamingPin() noexcept(false) {
   if (std::uncaught_exceptions() != 0) return;
-  InterlockedExchange(&isClosing_, 1);
-  Attempt();
-  worker_.reset();
-  KsAcquireDevice(&device_);
-  bag_.Empty();
-  KsReleaseDevice(&device_);
-}
-
-void StreamingPin::Attempt() {
-  KeSetEvent(&attempted_, IO_NO_INCREMENT, FALSE);
-}
-
-void StreamingPin::Work() {
-  while (true) {
-    KeWaitForSingleObject(&attempted_, Executive, KernelMode, FALSE, nullptr);
-    if (InterlockedCompareExchange(&isClosing_, 0, 0) != 0) return;
-    process_(this);
-  }
+  Worker.End();
+  Items.Empty();
 }
 
 }  // namespace lidcam::host
-
-void KsPinAttemptProcessing(PKSPIN pin, BOOLEAN) {
-  static_cast<lidcam::host::StreamingPin*>(pin)->Attempt();
-}

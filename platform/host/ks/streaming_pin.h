@@ -1,18 +1,15 @@
 #pragma once
 
-#include <optional>
-
-#include "platform/host/ks/object_bag.h"
+#include "platform/host/ks/pin_block.h"
 #include "platform/host/ks/streaming_device.h"
-#include "platform/host/nt/kernel_guards.h"
 
 namespace lidcam::host {
 
-/// A pin of a streaming device, with the worker that runs its process routine. Made and destroyed at
-/// passive level.
-class StreamingPin : public KSPIN {
+/// A pin of a streaming device that nobody opens: it has neither states nor frames, only a worker that
+/// runs its process routine. Made and destroyed at passive level.
+class StreamingPin : public PinBlock {
  public:
-  using ProcessRoutine = NTSTATUS(NTAPI*)(PKSPIN pin);
+  using ProcessRoutine = PFNKSPIN;
 
   /// @param process  run on the pin's worker at passive level: once for any number of
   ///                 KsPinAttemptProcessing() before it begins, and once more for those that come
@@ -26,19 +23,6 @@ class StreamingPin : public KSPIN {
 
   /// Waits until the process routine doesn't run any more, and empties the bag.
   ~StreamingPin() noexcept(false);
-
-  /// KsPinAttemptProcessing().
-  void Attempt();
-
- private:
-  void Work();
-
-  StreamingDevice& device_;
-  const ProcessRoutine process_;
-  ObjectBag bag_;
-  KEVENT attempted_{};
-  LONG isClosing_ = 0;  ///< interlocked
-  std::optional<ServiceThread> worker_;
 };
 
 }  // namespace lidcam::host

@@ -81,6 +81,9 @@ inline constexpr CallRule kIoSetCancelRoutine{"IoSetCancelRoutine"};
 inline constexpr CallRule kIoAcquireCancelSpinLock{"IoAcquireCancelSpinLock"};
 inline constexpr CallRule kIoReleaseCancelSpinLock{"IoReleaseCancelSpinLock", DISPATCH_LEVEL,
                                                    DISPATCH_LEVEL};
+inline constexpr CallRule kIoAllocateDriverObjectExtension{
+    "IoAllocateDriverObjectExtension", PASSIVE_LEVEL, PASSIVE_LEVEL, CallEffect::Allocates};
+inline constexpr CallRule kIoGetDriverObjectExtension{"IoGetDriverObjectExtension"};
 inline constexpr CallRule kIoCreateDevice{"IoCreateDevice", PASSIVE_LEVEL, PASSIVE_LEVEL,
                                           CallEffect::Allocates};
 inline constexpr CallRule kIoDeleteDevice{"IoDeleteDevice", PASSIVE_LEVEL};

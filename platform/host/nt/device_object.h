@@ -19,13 +19,17 @@ struct HostDevice : DEVICE_OBJECT {
   /// Full path of the registry key that holds the device's driver settings, in the kernel's form
   /// (\Registry\Machine\...). Empty for a device that nobody installed: it has no settings.
   std::u16string DriverKey;
+
+  /// Plug and play removes the device: it can't be opened any more.
+  bool IsBeingRemoved = false;
 };
 
 /// @return the host's device behind a published object, or null if the host didn't make it
 [[nodiscard]] HostDevice* FindHostDevice(PDEVICE_OBJECT device);
 
 /// Fills a driver object as the platform does before it calls the driver's entry: every request is
-/// answered with STATUS_INVALID_DEVICE_REQUEST until the driver puts in its own routines.
+/// answered with STATUS_INVALID_DEVICE_REQUEST until the driver puts in its own routines. One that was
+/// filled before at this address is gone, with all that was added to it.
 void InitializeDriverObject(DRIVER_OBJECT& driver);
 
 /// The driver key of the imaging device with this number in the platform's class of imaging devices:

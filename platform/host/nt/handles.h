@@ -19,6 +19,10 @@ class HandleObject {
   ///
   /// @return the status that ZwClose() gives; the handle is gone whatever it is
   virtual NTSTATUS Close() { return STATUS_SUCCESS; }
+
+  /// For ObReferenceObjectByHandle(): the kernel object behind the handle, with a reference more; null
+  /// if drivers can't refer to it.
+  virtual PVOID Reference() { return nullptr; }
 };
 
 /// Gives `object` a handle. Handles are never null, are multiples of 4 and are not soon used again,

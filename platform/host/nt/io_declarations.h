@@ -4,6 +4,7 @@
 // nt_declarations.h, on whose types they stand.
 
 #include "platform/host/nt/nt_declarations.h"
+#include "platform/host/nt/power_declarations.h"
 #include "platform/host/nt/scheduling_declarations.h"
 
 using CSHORT = std::int16_t;
@@ -11,9 +12,19 @@ using LONG64 = std::int64_t;
 using PIRP = struct IRP*;
 using PDRIVER_OBJECT = struct DRIVER_OBJECT*;
 
+struct DEVICE_CAPABILITIES;
+using PDEVICE_CAPABILITIES = DEVICE_CAPABILITIES*;
+using PFILE_OBJECT = struct FILE_OBJECT*;
+
 // Drivers see the names only.
-struct FILE_OBJECT;
-using PFILE_OBJECT = FILE_OBJECT*;
+struct CM_RESOURCE_LIST;
+using PCM_RESOURCE_LIST = CM_RESOURCE_LIST*;
+struct IO_SECURITY_CONTEXT;
+using PIO_SECURITY_CONTEXT = IO_SECURITY_CONTEXT*;
+struct SECTION_OBJECT_POINTERS;
+using PSECTION_OBJECT_POINTERS = SECTION_OBJECT_POINTERS*;
+struct IO_COMPLETION_CONTEXT;
+using PIO_COMPLETION_CONTEXT = IO_COMPLETION_CONTEXT*;
 struct MDL;
 using PMDL = MDL*;
 struct VPB;
@@ -24,6 +35,7 @@ struct FAST_IO_DISPATCH;
 
 #define IO_TYPE_DEVICE 3
 #define IO_TYPE_DRIVER 4
+#define IO_TYPE_FILE 5
 #define IO_TYPE_IRP 6
 #define IO_TYPE_DEVICE_OBJECT_EXTENSION 13
 
@@ -44,6 +56,20 @@ struct FAST_IO_DISPATCH;
 #define IRP_MJ_PNP 0x1B
 #define IRP_MJ_MAXIMUM_FUNCTION 0x1B
 
+#define IRP_MN_START_DEVICE 0x00
+#define IRP_MN_QUERY_REMOVE_DEVICE 0x01
+#define IRP_MN_REMOVE_DEVICE 0x02
+#define IRP_MN_CANCEL_REMOVE_DEVICE 0x03
+#define IRP_MN_STOP_DEVICE 0x04
+#define IRP_MN_QUERY_STOP_DEVICE 0x05
+#define IRP_MN_CANCEL_STOP_DEVICE 0x06
+#define IRP_MN_QUERY_INTERFACE 0x08
+#define IRP_MN_QUERY_CAPABILITIES 0x09
+#define IRP_MN_SURPRISE_REMOVAL 0x17
+
+#define IRP_MN_SET_POWER 0x02
+#define IRP_MN_QUERY_POWER 0x03
+
 #define SL_PENDING_RETURNED 0x01
 #define SL_ERROR_RETURNED 0x02
 #define SL_INVOKE_ON_CANCEL 0x20
@@ -55,6 +81,8 @@ struct FAST_IO_DISPATCH;
 #define METHOD_OUT_DIRECT 2U
 #define METHOD_NEITHER 3U
 #define FILE_ANY_ACCESS 0U
+#define FILE_READ_ACCESS 1U
+#define FILE_WRITE_ACCESS 2U
 #define FILE_DEVICE_UNKNOWN 0x00000022U
 
 #define CTL_CODE(DeviceType, Function, Method, Access) \
@@ -77,6 +105,12 @@ struct FAST_IO_DISPATCH;
 #define STATUS_CANCELLED (static_cast<NTSTATUS>(0xC0000120))
 #define STATUS_DEVICE_NOT_CONNECTED (static_cast<NTSTATUS>(0xC000009D))
 #define STATUS_DEVICE_REMOVED (static_cast<NTSTATUS>(0xC00002B6))
+#define STATUS_INVALID_DEVICE_STATE (static_cast<NTSTATUS>(0xC0000184))
+#define STATUS_INVALID_BUFFER_SIZE (static_cast<NTSTATUS>(0xC0000206))
+#define STATUS_NOT_FOUND (static_cast<NTSTATUS>(0xC0000225))
+#define STATUS_PROPSET_NOT_FOUND (static_cast<NTSTATUS>(0xC0000230))
+#define STATUS_CONNECTION_REFUSED (static_cast<NTSTATUS>(0xC0000236))
+#define STATUS_NO_MATCH (static_cast<NTSTATUS>(0xC0000272))
 
 using DRIVER_INITIALIZE = NTSTATUS NTAPI(PDRIVER_OBJECT driver, PUNICODE_STRING registryPath);
 using PDRIVER_INITIALIZE = DRIVER_INITIALIZE*;
@@ -92,6 +126,40 @@ using DRIVER_CANCEL = void NTAPI(PDEVICE_OBJECT device, PIRP irp);
 using PDRIVER_CANCEL = DRIVER_CANCEL*;
 using IO_COMPLETION_ROUTINE = NTSTATUS NTAPI(PDEVICE_OBJECT device, PIRP irp, PVOID context);
 using PIO_COMPLETION_ROUTINE = IO_COMPLETION_ROUTINE*;
+
+/// One opening of a device by an application.
+struct FILE_OBJECT {
+  CSHORT Type;
+  CSHORT Size;
+  PDEVICE_OBJECT DeviceObject;
+  PVPB Vpb;
+  PVOID FsContext;   // the driver's
+  PVOID FsContext2;  // the driver's
+  PSECTION_OBJECT_POINTERS SectionObjectPointer;
+  PVOID PrivateCacheMap;
+  NTSTATUS FinalStatus;
+  PFILE_OBJECT RelatedFileObject;  // during the opening only
+  BOOLEAN LockOperation;
+  BOOLEAN DeletePending;
+  BOOLEAN ReadAccess;
+  BOOLEAN WriteAccess;
+  BOOLEAN DeleteAccess;
+  BOOLEAN SharedRead;
+  BOOLEAN SharedWrite;
+  BOOLEAN SharedDelete;
+  ULONG Flags;
+  UNICODE_STRING FileName;
+  LARGE_INTEGER CurrentByteOffset;
+  volatile ULONG Waiters;
+  volatile ULONG Busy;
+  PVOID LastLock;
+  KEVENT Lock;
+  KEVENT Event;
+  volatile PIO_COMPLETION_CONTEXT CompletionContext;
+  KSPIN_LOCK IrpListLock;
+  LIST_ENTRY IrpList;
+  volatile PVOID FileObjectExtension;
+};
 
 struct KDEVICE_QUEUE_ENTRY {
   LIST_ENTRY DeviceListEntry;
@@ -218,6 +286,13 @@ struct IO_STACK_LOCATION {
   UCHAR Control;
   union {
     struct {
+      PIO_SECURITY_CONTEXT SecurityContext;
+      ULONG Options;
+      LIDCAM_POINTER_ALIGNMENT USHORT FileAttributes;
+      USHORT ShareAccess;
+      LIDCAM_POINTER_ALIGNMENT ULONG EaLength;
+    } Create;
+    struct {
       ULONG Length;
       LIDCAM_POINTER_ALIGNMENT ULONG Key;
 #if UINTPTR_MAX > 0xFFFFFFFF
@@ -231,6 +306,19 @@ struct IO_STACK_LOCATION {
       LIDCAM_POINTER_ALIGNMENT ULONG IoControlCode;
       PVOID Type3InputBuffer;
     } DeviceIoControl;
+    struct {
+      PCM_RESOURCE_LIST AllocatedResources;
+      PCM_RESOURCE_LIST AllocatedResourcesTranslated;
+    } StartDevice;
+    struct {
+      PDEVICE_CAPABILITIES Capabilities;
+    } DeviceCapabilities;
+    struct {
+      ULONG SystemContext;
+      LIDCAM_POINTER_ALIGNMENT POWER_STATE_TYPE Type;
+      LIDCAM_POINTER_ALIGNMENT POWER_STATE State;
+      LIDCAM_POINTER_ALIGNMENT POWER_ACTION ShutdownType;
+    } Power;
     struct {
       PVOID Argument1;
       PVOID Argument2;
@@ -328,6 +416,13 @@ void FASTCALL IofCompleteRequest(PIRP irp, CCHAR priorityBoost);
 PDRIVER_CANCEL NTAPI IoSetCancelRoutine(PIRP irp, PDRIVER_CANCEL routine);
 void NTAPI IoAcquireCancelSpinLock(PKIRQL before);
 void NTAPI IoReleaseCancelSpinLock(KIRQL before);
+
+/// Gives a driver object memory of `size` zero bytes, under an address that tells it from that of
+/// others who add to the same driver. It goes with the driver object.
+NTSTATUS NTAPI IoAllocateDriverObjectExtension(PDRIVER_OBJECT driver, PVOID id, ULONG size,
+                                               PVOID* extension);
+/// Null if there is none of this id.
+PVOID NTAPI IoGetDriverObjectExtension(PDRIVER_OBJECT driver, PVOID id);
 
 NTSTATUS NTAPI IoCreateDevice(PDRIVER_OBJECT driver, ULONG extensionSize, PUNICODE_STRING name,
                               ULONG type, ULONG characteristics, BOOLEAN exclusive,

@@ -37,6 +37,10 @@ void CheckDeletion(const CallRule& rule, PDEVICE_OBJECT device) {
                                    DescribeObject("device", device->AttachedDevice) +
                                    " attached to it");
   }
+  if (device->ReferenceCount != 0) {
+    ReportViolation(
+        rule.Name, name + " still has " + std::to_string(device->ReferenceCount) + " open file(s)");
+  }
   const std::size_t requests = IrpsInFlightAt(device);
   if (requests != 0) {
     ReportViolation(rule.Name, name + " still has " + std::to_string(requests) + " IRP(s)");

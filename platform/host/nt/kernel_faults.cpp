@@ -20,7 +20,8 @@ struct FaultPoint {
 // Each function that asks KernelCallFault().
 struct FaultPoints {
   std::mutex Lock;
-  std::array<FaultPoint, 8> Points{{
+  std::array<FaultPoint, 9> Points{{
+      {"IoAllocateDriverObjectExtension"},
       {"IoAllocateIrp"},
       {"IoAllocateWorkItem"},
       {"IoCreateDevice"},

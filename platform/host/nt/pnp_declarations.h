@@ -1,25 +1,9 @@
 #pragma once
 
-// Published structures of plug and play and power that a driver's device entries take. Included
-// behind ks_declarations.h, which has the power states.
+// Published structures of plug and play and power that a driver's device entries take.
 
-#include "platform/host/ks/ks_declarations.h"
 #include "platform/host/nt/nt_declarations.h"
-
-// Drivers of USB devices see the name only.
-struct CM_RESOURCE_LIST;
-using PCM_RESOURCE_LIST = CM_RESOURCE_LIST*;
-
-enum POWER_ACTION {
-  PowerActionNone = 0,
-  PowerActionReserved,
-  PowerActionSleep,
-  PowerActionHibernate,
-  PowerActionShutdown,
-  PowerActionShutdownReset,
-  PowerActionShutdownOff,
-  PowerActionWarmEject
-};
+#include "platform/host/nt/power_declarations.h"
 
 #define POWER_SYSTEM_MAXIMUM 7
 

@@ -6,6 +6,7 @@
 #include <exception>
 #include <utility>
 
+#include "platform/host/nt/device_file.h"
 #include "platform/host/nt/dispatcher.h"
 #include "platform/host/nt/irp_registry.h"
 #include "platform/host/nt/object_registry.h"
@@ -63,6 +64,7 @@ SimulatedScheduler::~SimulatedScheduler() {
   }
   ForgetWorld(*this);
   ForgetIrpsOfWorld(*this);
+  ForgetFilesOfWorld(*this);
   ForgetPoolOfWorld(*this);
   SetCurrentThread(previous_);
   CountSimulations(-1);
@@ -231,6 +233,8 @@ void SimulatedScheduler::CheckNothingLeft() const {
   if (!pending.empty()) ReportViolation("end of the simulation", pending + " is still pending");
   const std::string kept = FindKeptObject(*this);
   if (!kept.empty()) ReportViolation("end of the simulation", kept + " was never let go");
+  const std::string file = FindOpenFile(*this);
+  if (!file.empty()) ReportViolation("end of the simulation", file + " was never closed");
   const std::string request = FindKeptIrp(*this);
   if (!request.empty()) ReportViolation("end of the simulation", request + " was never freed");
   const std::string blocks = DescribePoolOfWorld(*this);

@@ -4,6 +4,7 @@
 #include <string>
 #include <utility>
 
+#include "platform/host/nt/device_file.h"
 #include "platform/host/nt/dispatcher.h"
 #include "platform/host/nt/handles.h"
 #include "platform/host/nt/kernel_faults.h"
@@ -45,9 +46,9 @@ class ThreadHandle : public HandleObject {
   explicit ThreadHandle(Thread& thread) : thread_(thread) { ++thread.References; }
   ~ThreadHandle() override { DereferenceThread(thread_); }
 
-  Thread& Reference() {
+  PVOID Reference() override {
     ++thread_.References;
-    return thread_;
+    return &thread_.Object;
   }
 
  private:
@@ -160,15 +161,16 @@ NTSTATUS ObReferenceObjectByHandle(HANDLE handle, ACCESS_MASK, POBJECT_TYPE, KPR
   const CallRule& rule = calls::kObReferenceObjectByHandle;
   EnterKernelCall(rule, handle);
   if (const auto fault = KernelCallFault(rule.Name)) return *fault;
-  std::shared_ptr<ThreadHandle> thread;
-  const NTSTATUS status = FindHandle(handle, thread);
-  if (NT_SUCCESS(status)) *object = &thread->Reference().Object;
-  return status;
+  const std::shared_ptr<HandleObject> found = FindHandle(handle);
+  if (found == nullptr) return STATUS_INVALID_HANDLE;
+  *object = found->Reference();
+  return *object != nullptr ? STATUS_SUCCESS : STATUS_OBJECT_TYPE_MISMATCH;
 }
 
 LONG_PTR ObfDereferenceObject(PVOID object) {
   const CallRule& rule = calls::kObfDereferenceObject;
   const Thread& self = EnterKernelCall(rule, object);
+  if (*static_cast<const CSHORT*>(object) == IO_TYPE_FILE) return DereferenceFileObject(object);
   ExpectObject(rule.Name, ObjectKind::Thread, object);
   Thread& thread = *static_cast<PKTHREAD>(object)->Host;
   std::unique_lock guard(self.World.Lock());

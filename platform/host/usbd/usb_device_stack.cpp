@@ -10,6 +10,12 @@ UsbDeviceStack*& StackOf(PDEVICE_OBJECT device) {
   return *static_cast<UsbDeviceStack**>(device->DeviceExtension);
 }
 
+NTSTATUS CompleteWith(PIRP irp, NTSTATUS status) {
+  irp->IoStatus.Status = status;
+  IofCompleteRequest(irp, IO_NO_INCREMENT);
+  return status;
+}
+
 /// Bytes that a URB of this function must have, isochronous packets aside.
 std::size_t SmallestLength(USHORT function) {
   switch (function) {
@@ -48,6 +54,8 @@ UsbDeviceStack::UsbDeviceStack(bus::UsbBus& bus, const UsbStackOptions& options)
       queue_(state_, requests_) {
   InitializeDriverObject(driver_);
   driver_.MajorFunction[IRP_MJ_INTERNAL_DEVICE_CONTROL] = Dispatch;
+  driver_.MajorFunction[IRP_MJ_PNP] = AnswerPlugAndPlay;
+  driver_.MajorFunction[IRP_MJ_POWER] = AnswerPower;
   if (!NT_SUCCESS(IoCreateDevice(&driver_, sizeof(UsbDeviceStack*), nullptr, FILE_DEVICE_UNKNOWN, 0,
                                  FALSE, &physicalDevice_))) {
     throw std::runtime_error("the kernel gives no device object for the USB device");
@@ -92,15 +100,36 @@ void UsbDeviceStack::Unplug() {
   MarkGone();
 }
 
+// The device comes and goes with the stack itself: there is nothing to do but to agree. What only a
+// driver above can know is left as it came.
+NTSTATUS UsbDeviceStack::AnswerPlugAndPlay(PDEVICE_OBJECT, PIRP irp) {
+  switch (IoGetCurrentIrpStackLocation(irp)->MinorFunction) {
+    case IRP_MN_START_DEVICE:
+    case IRP_MN_QUERY_REMOVE_DEVICE:
+    case IRP_MN_REMOVE_DEVICE:
+    case IRP_MN_CANCEL_REMOVE_DEVICE:
+    case IRP_MN_STOP_DEVICE:
+    case IRP_MN_QUERY_STOP_DEVICE:
+    case IRP_MN_CANCEL_STOP_DEVICE:
+    case IRP_MN_QUERY_CAPABILITIES:
+    case IRP_MN_SURPRISE_REMOVAL:
+      return CompleteWith(irp, STATUS_SUCCESS);
+    default:
+      return CompleteWith(irp, irp->IoStatus.Status);
+  }
+}
+
+NTSTATUS UsbDeviceStack::AnswerPower(PDEVICE_OBJECT, PIRP irp) {
+  return CompleteWith(irp, STATUS_SUCCESS);
+}
+
 NTSTATUS UsbDeviceStack::Dispatch(PDEVICE_OBJECT device, PIRP irp) {
   const IO_STACK_LOCATION& location = *IoGetCurrentIrpStackLocation(irp);
   auto* const urb = static_cast<URB*>(location.Parameters.Others.Argument1);
   if (location.Parameters.DeviceIoControl.IoControlCode != IOCTL_INTERNAL_USB_SUBMIT_URB ||
       urb == nullptr) {
-    irp->IoStatus.Status = STATUS_INVALID_DEVICE_REQUEST;
     irp->IoStatus.Information = 0;
-    IofCompleteRequest(irp, IO_NO_INCREMENT);
-    return STATUS_INVALID_DEVICE_REQUEST;
+    return CompleteWith(irp, STATUS_INVALID_DEVICE_REQUEST);
   }
   return StackOf(device)->Submit(irp, *urb);
 }

@@ -39,6 +39,8 @@ class UsbDeviceStack {
 
  private:
   static NTSTATUS NTAPI Dispatch(PDEVICE_OBJECT device, PIRP irp);
+  static NTSTATUS NTAPI AnswerPlugAndPlay(PDEVICE_OBJECT device, PIRP irp);
+  static NTSTATUS NTAPI AnswerPower(PDEVICE_OBJECT device, PIRP irp);
   static void NTAPI Cancel(PDEVICE_OBJECT device, PIRP irp);
 
   NTSTATUS Submit(PIRP irp, URB& urb);

@@ -147,13 +147,75 @@ TEST(ObjectBag, FailsWithoutMemory) {
   });
 }
 
-TEST(ObjectBag, IsTouchedOnlyUnderTheDevicesMutex) {
-  StreamingWorld world;
-  const VerifierCapture capture;
-  EXPECT_EQ(capture.Of([&world] { KsAddItemToObjectBag(world.Device->Bag, &world, NoteFreed); }),
-            "KsAddItemToObjectBag: the caller doesn't hold the device's mutex");
-  EXPECT_EQ(capture.Of([&world] { KsRemoveItemFromObjectBag(world.Device->Bag, &world, TRUE); }),
-            "KsRemoveItemFromObjectBag: the caller doesn't hold the device's mutex");
+TEST(ObjectBag, TakesTheDevicesMutexItself) {
+  UnderManySeeds([] {
+    StreamingWorld world;
+    LONGLONG addedAt = -1;
+    KsAcquireDevice(&*world.Device);
+    TestThread other([&] {
+      KsAddItemToObjectBag(world.Device->Bag, &world, NoteFreed);
+      addedAt = Now();
+    });
+    Sleep(kMillisecond);
+    KsReleaseDevice(&*world.Device);
+    other.Join();
+    EXPECT_EQ(addedAt, kMillisecond);
+    EXPECT_EQ(KsRemoveItemFromObjectBag(world.Device->Bag, &world, TRUE), 1U);
+  });
+}
+
+TEST(ObjectBag, FreesItsItemsWithoutTheMutexWhenItsObjectGoes) {
+  Simulate({}, [] {
+    static PKSDEVICE device = nullptr;
+    static bool wasFree = false;
+    wasFree = false;
+    StreamingWorld world;
+    device = &*world.Device;
+    KsAddItemToObjectBag(device->Bag, &world, [](PVOID) {
+      TestThread other([] {
+        KsAcquireDevice(device);
+        wasFree = true;
+        KsReleaseDevice(device);
+      });
+      other.Join();
+    });
+    world.Device.reset();
+    EXPECT_TRUE(wasFree);
+    world.Device.emplace(&world.Driver, world.Physical);
+  });
+}
+
+TEST(ObjectBag, EditsACopyOfItsOwnThatGrowsWithWhatIsAskedFor) {
+  Simulate({}, [] {
+    StreamingWorld world;
+    const KSOBJECT_BAG bag = world.Device->Bag;
+    const UCHAR constant[4] = {1, 2, 3, 4};
+    PVOID item = const_cast<UCHAR*>(constant);
+    const auto bytes = [&item](std::size_t count) {
+      const auto* const at = static_cast<const UCHAR*>(item);
+      return std::vector<int>(at, at + count);
+    };
+    EXPECT_EQ(_KsEdit(bag, &item, 6, 4, kTag), STATUS_SUCCESS);
+    PVOID const first = item;
+    EXPECT_NE(first, constant);
+    EXPECT_THAT(bytes(6), ElementsAre(1, 2, 3, 4, 0, 0));
+    EXPECT_EQ(_KsEdit(bag, &item, 6, 6, kTag), STATUS_SUCCESS);
+    EXPECT_EQ(_KsEdit(bag, &item, 3, 6, kTag), STATUS_SUCCESS);
+    EXPECT_EQ(item, first);
+    static_cast<UCHAR*>(item)[5] = 9;
+    EXPECT_EQ(_KsEdit(bag, &item, 8, 6, kTag), STATUS_SUCCESS);
+    EXPECT_THAT(bytes(8), ElementsAre(1, 2, 3, 4, 0, 9, 0, 0));
+    EXPECT_EQ(PoolUsageOfTag(kTag).Blocks, 1U);  // the smaller one is freed
+    for (std::uint32_t failing = 1; failing <= 2; ++failing) {
+      PVOID const before = item;
+      FailPoolAllocation(failing);
+      EXPECT_EQ(_KsEdit(bag, &item, 16, 8, kTag), STATUS_INSUFFICIENT_RESOURCES);
+      EXPECT_EQ(item, before);
+    }
+    PVOID other = const_cast<UCHAR*>(constant);
+    EXPECT_EQ(_KsEdit(bag, &other, 2, 4, kTag), STATUS_SUCCESS);
+    EXPECT_EQ(PoolUsageOfTag(kTag).Bytes, 10U);
+  });
 }
 
 // What a pin's process routine saw; the pin's Context leads to it.

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "platform/host/client/property_client.h"
+#include "platform/host/client/video_format.h"
+#include "platform/host/nt/device_file.h"
+
+namespace lidcam::client {
+
+/// A camera as a video application opens it: the filter of an installed driver, reached by requests to
+/// its file only. Passive level, one thread at a time; whatever it throws is a ClientError.
+class Camera {
+ public:
+  /// @param device  any of the camera's device stack
+  [[nodiscard]] static Camera Open(PDEVICE_OBJECT device, const std::u16string& name = u"\\GLOBAL");
+
+  [[nodiscard]] std::vector<GUID> Categories() const;
+  [[nodiscard]] ULONG PinCount() const;
+  /// What a pin can be connected with. A range of another kind than video is an error.
+  [[nodiscard]] std::vector<KS_DATARANGE_VIDEO> Ranges(ULONG pin = 0) const;
+
+  /// The format that the driver makes of one of the pin's own ranges.
+  /// @param interval  100 ns a frame; none: the range's
+  [[nodiscard]] VideoFormat Intersect(const KS_DATARANGE_VIDEO& range,
+                                      std::optional<LONGLONG> interval = {}, ULONG pin = 0) const;
+  /// The same for the range of a picture size.
+  /// @throws ClientError (STATUS_NO_MATCH) too if there is no range of the size
+  [[nodiscard]] VideoFormat FormatOf(std::int32_t width, std::int32_t height,
+                                     std::optional<LONGLONG> interval = {}, ULONG pin = 0) const;
+
+  /// Value of a property of video processing, camera control or the camera's own set.
+  [[nodiscard]] Level GetLevel(const GUID& set, ULONG id) const;
+  void SetLevel(const GUID& set, ULONG id, const Level& level) const;
+
+  // PROPSETID_VIDCAP_VIDEOCONTROL, for pin 0.
+
+  /// KS_VideoControlFlags
+  [[nodiscard]] ULONG VideoControlCaps() const;
+  [[nodiscard]] LONG VideoMode() const;
+  void SetVideoMode(LONG mode) const;
+  /// Frame intervals, 100 ns, of a picture size.
+  [[nodiscard]] std::vector<LONGLONG> FrameIntervals(std::int32_t width, std::int32_t height) const;
+
+  [[nodiscard]] PropertyClient Properties() const { return PropertyClient(*file_); }
+  [[nodiscard]] const host::DeviceFile& File() const { return *file_; }
+
+ private:
+  explicit Camera(std::unique_ptr<host::DeviceFile> file) : file_(std::move(file)) {}
+
+  std::unique_ptr<host::DeviceFile> file_;
+};
+
+}  // namespace lidcam::client

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+#include "platform/kernel.h"
+
+namespace lidcam::client {
+
+/// A request that a driver has refused; the text names both.
+class ClientError : public std::runtime_error {
+ public:
+  ClientError(const std::string& what, NTSTATUS status);
+
+  [[nodiscard]] NTSTATUS Status() const { return status_; }
+
+ private:
+  NTSTATUS status_;
+};
+
+/// Throws ClientError for a status that isn't success.
+void Check(NTSTATUS status, const char* what);
+
+}  // namespace lidcam::client

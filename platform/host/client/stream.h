@@ -1,0 +1,123 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <optional>
+#include <span>
+#include <utility>
+#include <vector>
+
+#include "platform/host/client/camera.h"
+
+namespace lidcam::client {
+
+struct StreamBuffer;
+class Stream;
+
+/// A filled buffer. It goes back to the driver when it is released, and is released before its stream
+/// goes.
+class Frame {
+ public:
+  Frame(Frame&& other) noexcept
+      : stream_(std::exchange(other.stream_, nullptr)), buffer_(other.buffer_) {}
+  Frame& operator=(Frame&&) = delete;
+  Frame(const Frame&) = delete;
+  Frame& operator=(const Frame&) = delete;
+  ~Frame() noexcept(false);
+
+  /// 100 ns of the stream's clock; 0 without one.
+  [[nodiscard]] LONGLONG PresentationTime() const;
+  /// 100 ns
+  [[nodiscard]] LONGLONG Duration() const;
+  [[nodiscard]] ULONG OptionsFlags() const;  ///< KSSTREAM_HEADER_OPTIONSF_*
+  [[nodiscard]] LONGLONG PictureNumber() const;
+  [[nodiscard]] LONGLONG DropCount() const;
+  [[nodiscard]] std::span<const std::byte> Bytes() const;
+
+ private:
+  friend class Stream;
+  Frame(Stream& stream, StreamBuffer& buffer) : stream_(&stream), buffer_(&buffer) {}
+
+  Stream* stream_;  ///< null once moved from
+  StreamBuffer* buffer_;
+};
+
+/// What a wait for a frame has come to.
+struct NextFrame {
+  /// STATUS_SUCCESS with a frame, STATUS_TIMEOUT, or why no more frames come: STATUS_CANCELLED after a
+  /// stop or the device's removal, STATUS_DEVICE_NOT_CONNECTED for a device that is gone.
+  NTSTATUS Status = STATUS_SUCCESS;
+  std::optional<Frame> Picture;
+};
+
+struct StreamOptions {
+  std::size_t Buffers = 5;
+  ULONG Pin = 0;
+};
+
+/// A connection to one of a camera's pins. Passive level, one thread at a time; it waits by kernel
+/// events only. Whatever it throws is a ClientError.
+class Stream {
+ public:
+  /// Opens the pin.
+  Stream(const Camera& camera, const VideoFormat& format, const StreamOptions& options = {});
+  Stream(const Stream&) = delete;
+  Stream& operator=(const Stream&) = delete;
+  /// Gives all buffers back, and the pin.
+  ~Stream() noexcept(false);
+
+  [[nodiscard]] KSSTATE State() const;
+  /// All buffers have come back when it returns from a stop that succeeded.
+  /// @return the driver's status, of whichever step failed
+  NTSTATUS SetState(KSSTATE state);
+
+  /// Hands all buffers to the driver and runs.
+  void Run();
+  void Pause();
+  /// All buffers have come back when it returns.
+  void Stop();
+
+  [[nodiscard]] VideoFormat Format() const;
+  /// @return the driver's status
+  NTSTATUS SetFormat(const VideoFormat& format);
+  [[nodiscard]] KSALLOCATOR_FRAMING_EX Framing() const;
+  [[nodiscard]] KSPROPERTY_DROPPEDFRAMES_CURRENT_S DroppedFrames() const;
+
+  /// Stamps the frames by the pin's own clock from now on. While the stream is stopped only.
+  void UseClock();
+  /// 100 ns, of the clock in use.
+  [[nodiscard]] LONGLONG ClockTime() const;
+
+  /// The next frame in the driver's order.
+  /// @param timeout  100 ns; 0 doesn't wait
+  [[nodiscard]] NextFrame Next(LONGLONG timeout);
+
+  /// Asks the driver for all buffers back; Next() tells when they have come.
+  void CancelBuffers();
+
+  [[nodiscard]] PropertyClient Properties() const { return PropertyClient(*pin_); }
+  [[nodiscard]] const host::DeviceFile& File() const { return *pin_; }
+  /// Buffers that are with the driver.
+  [[nodiscard]] std::size_t Queued() const { return queued_.size(); }
+
+ private:
+  friend class Frame;
+
+  void Release(StreamBuffer& buffer);
+  void Queue(StreamBuffer& buffer);
+  void QueueAll();
+  void TakeBack();
+  /// The buffer that has come back first is no longer queued.
+  StreamBuffer& TakeFirst();
+
+  std::unique_ptr<host::DeviceFile> pin_;
+  std::unique_ptr<host::DeviceFile> clock_;
+  std::vector<std::unique_ptr<StreamBuffer>> buffers_;
+  std::deque<StreamBuffer*> queued_;  ///< in the order in which the driver fills them
+  bool isQueuing_ = false;            ///< released buffers go back to the driver
+  NTSTATUS end_ = STATUS_SUCCESS;     ///< of the first buffer that came back without a frame
+};
+
+}  // namespace lidcam::client

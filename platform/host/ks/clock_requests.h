@@ -1,0 +1,16 @@
+#pragma once
+
+#include "platform/kernel.h"
+
+namespace lidcam::host {
+
+/// The clock that an application's handle stands for. Passive level.
+///
+/// @param sibling  a file of the same device
+/// @param clock    referenced
+/// @return STATUS_INVALID_PARAMETER for a file that isn't a clock of that device, or what the handle
+///         itself failed with
+NTSTATUS ReferenceClockOfHandle(HANDLE handle, KPROCESSOR_MODE mode, const FILE_OBJECT& sibling,
+                                IKsReferenceClock** clock);
+
+}  // namespace lidcam::host

@@ -1,0 +1,18 @@
+#pragma once
+
+#include "platform/kernel.h"
+
+namespace lidcam::host {
+
+// Requests of applications' files, which are filters, pins and clocks: FsContext of the file object is
+// the object's head.
+//
+// Files can be opened until the device goes, and work until it is removed (STATUS_DELETE_PENDING);
+// closing them always works. Passive level.
+
+NTSTATUS NTAPI DispatchCreate(PDEVICE_OBJECT functionalDevice, PIRP irp);
+NTSTATUS NTAPI DispatchCleanup(PDEVICE_OBJECT functionalDevice, PIRP irp);
+NTSTATUS NTAPI DispatchClose(PDEVICE_OBJECT functionalDevice, PIRP irp);
+NTSTATUS NTAPI DispatchDeviceControl(PDEVICE_OBJECT functionalDevice, PIRP irp);
+
+}  // namespace lidcam::host
