@@ -1,6 +1,11 @@
 #include "driver/avstream/capture_device.h"
 
+#include <new>
+
+#include "driver/avstream/camera_properties.h"
+#include "driver/avstream/filter_descriptors.h"
 #include "driver/core/camera_lifecycle.h"
+#include "driver/core/camera_memory.h"
 #include "driver/core/camera_trace.h"
 
 namespace lidcam {
@@ -33,6 +38,23 @@ std::int32_t AskPlatformLevel() {
   return kUnknownPlatformLevel;
 }
 
+PropertyBuffer BufferOf(PIRP irp, void* data) {
+  const IO_STACK_LOCATION& location = *IoGetCurrentIrpStackLocation(irp);
+  const ULONG length = location.Parameters.DeviceIoControl.OutputBufferLength;
+  return {data, data != nullptr ? length : 0, &irp->IoStatus.Information};
+}
+
+using PropertyOperation = NTSTATUS (*)(CameraContext& camera, const KSIDENTIFIER& request,
+                                       const PropertyBuffer& buffer);
+
+NTSTATUS AnswerProperty(CaptureDevice& device, PropertyOperation operation, PIRP irp,
+                        const void* request, void* data) {
+  if (device.HardwareStarted == 0) return STATUS_UNSUCCESSFUL;
+  const CameraHold hold(device);
+  if (hold.Camera() == nullptr) return STATUS_UNSUCCESSFUL;
+  return operation(*hold.Camera(), *static_cast<const KSIDENTIFIER*>(request), BufferOf(irp, data));
+}
+
 constexpr std::uint32_t kRemoved = 0;
 constexpr std::uint32_t kSurpriseRemoved = 3;
 
@@ -52,19 +74,40 @@ NTSTATUS CaptureDevice::Bind(PKSDEVICE device) {
   return status;
 }
 
-NTSTATUS CaptureDevice::PnpStart(PKSDEVICE device, PIRP, PCM_RESOURCE_LIST, PCM_RESOURCE_LIST) {
-  if (device->Started != FALSE) return STATUS_DEVICE_DATA_ERROR;
-  if (WdmLevel < kStartsInStart) return STATUS_SUCCESS;
+// A block that the bag doesn't take is nobody's.
+NTSTATUS CaptureDevice::PublishFilter(PKSDEVICE device) {
+  const NTSTATUS status = KsAddItemToObjectBag(device->Bag, FilterDescriptor, nullptr);
+  if (!NT_SUCCESS(status)) {
+    FreeCameraMemory(FilterDescriptor);
+    FilterDescriptor = nullptr;
+    return status;
+  }
+  const FilterEntries& filter = *static_cast<const FilterEntries*>(Filter);
+  FillFilterDescriptor(*filter.Dispatch, *filter.AutomationTable, *FilterDescriptor);
+  return KsCreateFilterFactory(device->FunctionalDeviceObject, FilterDescriptor, nullptr, nullptr,
+                               KSCREATE_ITEM_FREEONSTOP, nullptr, nullptr, nullptr);
+}
+
+NTSTATUS CaptureDevice::StartAndNote(PKSDEVICE device) {
   const NTSTATUS status = StartHardware(device);
   HardwareStarted = NT_SUCCESS(status) ? 1 : 0;
   return status;
 }
 
+NTSTATUS CaptureDevice::PnpStart(PKSDEVICE device, PIRP, PCM_RESOURCE_LIST, PCM_RESOURCE_LIST) {
+  if (device->Started != FALSE) return STATUS_DEVICE_DATA_ERROR;
+  void* const memory = AllocateCameraMemory(sizeof(KSFILTER_DESCRIPTOR));
+  if (memory == nullptr) return STATUS_INSUFFICIENT_RESOURCES;
+  FilterDescriptor = ::new (memory) KSFILTER_DESCRIPTOR{};
+  KsAcquireDevice(device);
+  const NTSTATUS status = PublishFilter(device);
+  KsReleaseDevice(device);
+  TraceCamera("device filter -> %08X", static_cast<unsigned>(status));
+  return WdmLevel < kStartsInStart ? status : StartAndNote(device);
+}
+
 NTSTATUS CaptureDevice::PnpPostStart(PKSDEVICE device) {
-  if (WdmLevel >= kStartsInStart) return STATUS_SUCCESS;
-  const NTSTATUS status = StartHardware(device);
-  HardwareStarted = NT_SUCCESS(status) ? 1 : 0;
-  return status;
+  return WdmLevel < kStartsInStart ? StartAndNote(device) : STATUS_SUCCESS;
 }
 
 NTSTATUS CaptureDevice::PnpQueryStop(PKSDEVICE, PIRP) {
@@ -118,12 +161,12 @@ void CaptureDevice::PowerSet(PKSDEVICE, PIRP, DEVICE_POWER_STATE to, DEVICE_POWE
   TraceCamera("device power D%d", static_cast<int>(to) - static_cast<int>(PowerDeviceD0));
 }
 
-NTSTATUS CaptureDevice::SetCameraProperty(PIRP, void*, void*) {
-  return HardwareStarted != 0 ? STATUS_NOT_SUPPORTED : STATUS_UNSUCCESSFUL;
+NTSTATUS CaptureDevice::SetCameraProperty(PIRP irp, void* request, void* data) {
+  return AnswerProperty(*this, lidcam::SetCameraProperty, irp, request, data);
 }
 
-NTSTATUS CaptureDevice::GetCameraProperty(PIRP, void*, void*) {
-  return HardwareStarted != 0 ? STATUS_NOT_SUPPORTED : STATUS_UNSUCCESSFUL;
+NTSTATUS CaptureDevice::GetCameraProperty(PIRP irp, void* request, void* data) {
+  return AnswerProperty(*this, lidcam::GetCameraProperty, irp, request, data);
 }
 
 NTSTATUS CaptureDevice::AcquireStreamSlot(PKSPIN, PKS_VIDEOINFOHEADER videoInfo) {
@@ -135,6 +178,25 @@ NTSTATUS CaptureDevice::AcquireStreamSlot(PKSPIN, PKS_VIDEOINFOHEADER videoInfo)
 void CaptureDevice::ReleaseStreamSlot() {
   StreamVideoInfo = nullptr;
   InterlockedExchange(&StreamSlot, 0);
+}
+
+CameraContext* CaptureDevice::HoldCamera() {
+  if (!cameraUse_.Enter()) return nullptr;
+  CameraContext* const camera = Camera;
+  if (camera == nullptr) cameraUse_.Leave();
+  return camera;
+}
+
+void CaptureDevice::LetGoOfCamera() {
+  cameraUse_.Leave();
+}
+
+CameraContext* CaptureDevice::TakeCamera() {
+  cameraUse_.Close();
+  CameraContext* const camera = Camera;
+  Camera = nullptr;
+  cameraUse_.Open();
+  return camera;
 }
 
 void CaptureDevice::PublishRawFrame(std::uint8_t* buffer, std::uint32_t size) {

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 
+#include "driver/avstream/request_gate.h"
 #include "driver/core/camera_context.h"
 #include "driver/core/held_memory.h"
 #include "driver/core/shared_value.h"
@@ -19,6 +20,12 @@ struct PinOperations {
   std::uint8_t (*IsProcessing)(PKSPIN pin);
   /// Gives the pin the format that stands in its ConnectionFormat. Passive level.
   NTSTATUS (*ApplyFormat)(PKSPIN pin);
+};
+
+/// What stands behind the filter that the device shows to applications. The filter's code sets it.
+struct FilterEntries {
+  const KSFILTER_DISPATCH* Dispatch;
+  const KSAUTOMATION_TABLE* AutomationTable;
 };
 
 /// The device as plug and play, power and the pins see it: what is independent of the bus. All
@@ -62,6 +69,11 @@ class CaptureDevice {
   /// Gives the object to the device's bag, links it to the device and finds out the platform's level.
   virtual NTSTATUS Bind(PKSDEVICE device);
 
+  /// Shows the filter to applications and, unless the platform has to finish its own start first,
+  /// starts the hardware. `Filter` is set by then.
+  ///
+  /// @return STATUS_DEVICE_DATA_ERROR for a device that is started already; what the hardware said if
+  ///         it was started here, also if there is no filter: a failed filter goes unreported then
   virtual NTSTATUS PnpStart(PKSDEVICE device, PIRP irp, PCM_RESOURCE_LIST translated,
                             PCM_RESOURCE_LIST untranslated);
   virtual NTSTATUS PnpPostStart(PKSDEVICE device);
@@ -81,8 +93,13 @@ class CaptureDevice {
   /// Has no result: what fails inside is not reported, and DevicePowerState moves on regardless.
   virtual void PowerSet(PKSDEVICE device, PIRP irp, DEVICE_POWER_STATE to, DEVICE_POWER_STATE from);
 
-  /// Properties of the camera's property sets. While none is registered every request is
-  /// STATUS_NOT_SUPPORTED, and STATUS_UNSUCCESSFUL while the hardware has not started.
+  /// A request for one of the camera's properties, see camera_properties.h. It keeps the camera's
+  /// record; the hardware is stopped only when it has been answered.
+  ///
+  /// @param request  a KSIDENTIFIER with what belongs to the property behind it
+  /// @param data     the value block, as long as the request's OutputBufferLength
+  /// @return STATUS_UNSUCCESSFUL while the hardware has not started
+  /// @par Callable at passive level only
   virtual NTSTATUS SetCameraProperty(PIRP irp, void* request, void* data);
   virtual NTSTATUS GetCameraProperty(PIRP irp, void* request, void* data);
 
@@ -91,6 +108,12 @@ class CaptureDevice {
   /// @par Any thread
   NTSTATUS AcquireStreamSlot(PKSPIN pin, PKS_VIDEOINFOHEADER videoInfo);
   void ReleaseStreamSlot();
+
+  /// The camera's record for somebody who then keeps it until LetGoOfCamera(); null if there is none.
+  /// Not for those who stop the hardware themselves. See CameraHold.
+  /// @par Callable at dispatch level and below
+  CameraContext* HoldCamera();
+  void LetGoOfCamera();
 
   /// Stores a finished raw frame; null and 0 take back whatever was shown.
   /// @par Any thread
@@ -115,8 +138,8 @@ class CaptureDevice {
 
   Shared<DEVICE_POWER_STATE> DevicePowerState{PowerDeviceD0};  ///< last state taken over
   PKSDEVICE KsDevice;
-  void* FilterDescriptor = nullptr;               ///< built at start, owned by the device's bag
-  PKS_VIDEOINFOHEADER StreamVideoInfo = nullptr;  ///< of the pin that has the stream slot
+  KSFILTER_DESCRIPTOR* FilterDescriptor = nullptr;  ///< built at start, owned by the device's bag
+  Shared<PKS_VIDEOINFOHEADER> StreamVideoInfo{nullptr};  ///< of the pin that has the stream slot
   Shared<CameraContext*> Camera{nullptr};
   TransportRecord* Transport = nullptr;  ///< what the camera record knows as its transport
   PublishedFrame Published{};
@@ -124,14 +147,41 @@ class CaptureDevice {
   volatile LONG StreamSlot = 0;  ///< 1 while a pin holds the single stream
   std::int32_t WdmLevel = 0;     ///< 1 to 5, see Bind()
   Shared<const PinOperations*> Pins{nullptr};
+  Shared<const FilterEntries*> Filter{nullptr};
 
  protected:
   explicit CaptureDevice(PKSDEVICE device);
   ~CaptureDevice() = default;
 
+  /// Takes the camera's record out of use: returns it, or null, when nobody holds it any more.
+  /// @par Callable at passive level only, without the device's mutex: it waits for requests
+  CameraContext* TakeCamera();
+
  private:
+  NTSTATUS PublishFilter(PKSDEVICE device);
+  NTSTATUS StartAndNote(PKSDEVICE device);
+
+  RequestGate cameraUse_;
   KSPIN_LOCK frameMemoryLock_;
   HeldMemory* frameMemory_ = nullptr;
+};
+
+/// Keeps a device's camera record for a scope.
+class CameraHold {
+ public:
+  explicit CameraHold(CaptureDevice& device) : device_(device), camera_(device.HoldCamera()) {}
+  CameraHold(const CameraHold&) = delete;
+  CameraHold& operator=(const CameraHold&) = delete;
+  ~CameraHold() {
+    if (camera_ != nullptr) device_.LetGoOfCamera();
+  }
+
+  /// Null if there is no record any more.
+  [[nodiscard]] CameraContext* Camera() const { return camera_; }
+
+ private:
+  CaptureDevice& device_;
+  CameraContext* const camera_;
 };
 
 /// The object that a KSDEVICE carries.

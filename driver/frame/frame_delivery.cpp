@@ -2,7 +2,9 @@
 
 #include <cstdint>
 #include <cstring>
+#include <limits>
 
+#include "driver/core/camera_trace.h"
 #include "driver/exposure/frame_exposure_control.h"
 #include "driver/frame/image_resampler.h"
 #include "driver/frame/raw_frame_parser.h"
@@ -51,6 +53,14 @@ std::uint32_t Yuy2Bytes(const RequestedSize& size) {
          kYuy2BytesPerPixel;
 }
 
+// The resampler takes no other size than a positive one.
+bool HasRoomFor(const DeliveryBuffer& buffer, const RequestedSize& size) {
+  if (size.Width <= 0 || size.Height <= 0) return true;
+  const auto pixels =
+      static_cast<std::uint64_t>(size.Width) * static_cast<std::uint64_t>(size.Height);
+  return pixels <= buffer.Room / kYuy2BytesPerPixel;
+}
+
 bool IsNative(const RequestedSize& size, const RawPictureSize& native) {
   return size.Width == native.Width && size.Height == native.Height;
 }
@@ -74,11 +84,11 @@ FrameStamp StampFrame(std::int64_t counter, Time100ns clockTime, Time100ns lastT
   return {time, time, dropped, counter + dropped};
 }
 
-Status DeliverFrame(CameraContext& context, std::uint8_t* destination, std::uint32_t,
-                    std::uint8_t* rawFrame, std::uint32_t, std::uint32_t& bytesWritten) {
+Status DeliverFrameWithin(CameraContext& context, const DeliveryBuffer& destination,
+                          std::uint8_t* rawFrame, std::uint32_t& bytesWritten) {
   RunFrameExposureControl(context, rawFrame);
   context.LastRawFrame = rawFrame;
-  context.LastDestination = destination;
+  context.LastDestination = destination.Data;
   if (context.RequestedCompression != kFourccYuy2) return 0;
 
   const RequestedSize size{context.RequestedWidth, context.RequestedHeight};
@@ -86,10 +96,21 @@ Status DeliverFrame(CameraContext& context, std::uint8_t* destination, std::uint
   if (native != nullptr) {
     std::uint8_t* const pixels = rawFrame + kRawFrameHeaderSize;
     CaptureStill(context, pixels);  // its marks are part of the delivered frame
-    DeliverPixels(destination, pixels, size, *native);
+    if (HasRoomFor(destination, size)) {
+      DeliverPixels(destination.Data, pixels, size, *native);
+    } else {
+      TraceCamera("frame too large for its buffer size=%dx%d room=%u", size.Width, size.Height,
+                  destination.Room);
+    }
   }
   bytesWritten = Yuy2Bytes(size);
   return 0;
+}
+
+Status DeliverFrame(CameraContext& context, std::uint8_t* destination, std::uint32_t,
+                    std::uint8_t* rawFrame, std::uint32_t, std::uint32_t& bytesWritten) {
+  const DeliveryBuffer buffer{destination, std::numeric_limits<std::uint32_t>::max()};
+  return DeliverFrameWithin(context, buffer, rawFrame, bytesWritten);
 }
 
 }  // namespace lidcam

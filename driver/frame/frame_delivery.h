@@ -50,4 +50,15 @@ Status DeliverFrame(CameraContext& context, std::uint8_t* destination,
                     std::uint32_t destinationSize, std::uint8_t* rawFrame,
                     std::uint32_t rawFrameSize, std::uint32_t& bytesWritten);
 
+/// Where a frame goes.
+struct DeliveryBuffer {
+  std::uint8_t* Data;
+  std::uint32_t Room;  ///< bytes at `Data`
+};
+
+/// As DeliverFrame(), for a buffer of an application's choice. A picture that doesn't fit is not
+/// written; all the rest is as ever, bytesWritten too.
+Status DeliverFrameWithin(CameraContext& context, const DeliveryBuffer& destination,
+                          std::uint8_t* rawFrame, std::uint32_t& bytesWritten);
+
 }  // namespace lidcam

@@ -210,7 +210,17 @@ void UsbCaptureDevice::FailStart() {
   FreeDescriptors();
 }
 
+// Stopping a device for its resources leaves the hardware's state alone: it goes when the device starts
+// anew, with whatever stream there is, and the settings as they were saved last.
+void UsbCaptureDevice::EndLastStart() {
+  if (UsbDevice == nullptr) return;
+  OnDeviceGone(0);
+  TakeHardwareDown(TakeCamera());
+  UsbStream = nullptr;
+}
+
 NTSTATUS UsbCaptureDevice::StartHardware(PKSDEVICE device) {
+  EndLastStart();
   NTSTATUS status = AllocateRecords(device);
   if (!NT_SUCCESS(status)) return Traced("hardware start", status);
   FillRecords(device);
@@ -230,12 +240,14 @@ NTSTATUS UsbCaptureDevice::StartHardware(PKSDEVICE device) {
 }
 
 NTSTATUS UsbCaptureDevice::StopHardware() {
-  CameraContext* const camera = Camera;
-  if (camera != nullptr) {
-    SaveSettings(*camera, kSettingsSubkey);
-    DestroyCameraContext(camera);
-    Camera = nullptr;
-  }
+  CameraContext* const camera = TakeCamera();
+  if (camera != nullptr) SaveSettings(*camera, kSettingsSubkey);
+  TakeHardwareDown(camera);
+  return Traced("hardware stop", STATUS_SUCCESS);
+}
+
+void UsbCaptureDevice::TakeHardwareDown(CameraContext* camera) {
+  if (camera != nullptr) DestroyCameraContext(camera);
   if (UsbStream != nullptr) {
     DetachPipeline();
     UsbStream->Pipeline = nullptr;
@@ -247,13 +259,16 @@ NTSTATUS UsbCaptureDevice::StopHardware() {
     if (UsbDevice->DeviceOpen != 0) FreeDescriptors();
     UsbDevice->DeviceOpen = 0;
   }
-  return Traced("hardware stop", STATUS_SUCCESS);
 }
 
 NTSTATUS UsbCaptureDevice::OnDeviceGone(std::uint32_t reason) {
   if (reason > kSurpriseRemoved) return STATUS_NOT_IMPLEMENTED;
   if (reason != 0 && reason != kSurpriseRemoved) return STATUS_SUCCESS;
-  if (UsbDevice != nullptr) UsbDevice->Connected = 0;
+  if (UsbDevice != nullptr) {
+    UsbDevice->Connected = 0;
+    // A stream that is being prepared is there, or has been refused, behind the mutex.
+    const DeviceMutex mutex(UsbDevice->KsDevice);
+  }
   TraceCamera("device gone reason=%u", reason);
   if (UsbStream != nullptr && UsbStream->Opened != 0) {
     PauseStream();
@@ -268,6 +283,8 @@ NTSTATUS UsbCaptureDevice::SetStreamFormat(PKS_VIDEOINFOHEADER videoInfo) {
 
 NTSTATUS UsbCaptureDevice::AcquireStream(PKSPIN pin, PKS_VIDEOINFOHEADER videoInfo) {
   if (UsbDevice == nullptr || UsbDevice->Connected == 0) return STATUS_DEVICE_DATA_ERROR;
+  const CameraHold hold(*this);
+  if (hold.Camera() == nullptr || UsbStream == nullptr) return STATUS_DEVICE_DATA_ERROR;
   NTSTATUS status = SetStreamFormat(videoInfo);
   if (!NT_SUCCESS(status)) return Traced("acquire", status);
   PublishRawFrame(nullptr, 0);
@@ -282,8 +299,10 @@ NTSTATUS UsbCaptureDevice::PrepareStream() {
   return PrepareLocked();
 }
 
-// Whatever fails, the caller learns of no memory only.
+// A device that goes meanwhile has been told so before this, or finds the stream prepared. Whatever
+// else fails, the caller learns of no memory only.
 NTSTATUS UsbCaptureDevice::PrepareLocked() {
+  if (UsbDevice->Connected == 0) return STATUS_DEVICE_DATA_ERROR;
   if (UsbStream->Opened != 0 || UsbStream->StreamRunning != 0) return STATUS_UNSUCCESSFUL;
   CameraContext& camera = *UsbDevice->Camera;
   const bool isReady = MarkStreaming(camera) == 0 &&
@@ -301,6 +320,8 @@ NTSTATUS UsbCaptureDevice::PrepareLocked() {
 
 NTSTATUS UsbCaptureDevice::RunStream() {
   if (UsbDevice == nullptr || UsbDevice->Connected == 0) return STATUS_DEVICE_DATA_ERROR;
+  const CameraHold hold(*this);
+  if (hold.Camera() == nullptr || UsbStream == nullptr) return STATUS_DEVICE_DATA_ERROR;
   if (UsbStream->StreamRunning != 0) return STATUS_SUCCESS;
   BeginAssembly(UsbStream->Assembly);
   const NTSTATUS status = StartLocked();
@@ -323,20 +344,24 @@ NTSTATUS UsbCaptureDevice::StartLocked() {
 NTSTATUS UsbCaptureDevice::PauseStream() {
   if (UsbStream == nullptr || UsbStream->StreamRunning == 0) return STATUS_SUCCESS;
   UsbStream->RestartPending = 1;
+  return Traced("pause", PauseLocked());
+}
+
+// Who pauses beside somebody finds the stream paused: a second drain would wait for nothing.
+NTSTATUS UsbCaptureDevice::PauseLocked() {
+  const DeviceMutex mutex(UsbDevice->KsDevice);
   NTSTATUS status = STATUS_SUCCESS;
-  {
-    const DeviceMutex mutex(UsbDevice->KsDevice);
-    if (UsbStream->StreamRunning != 0) status = DrainTransfers();
-  }
+  if (UsbStream->StreamRunning != 0) status = DrainTransfers();
   if (NT_SUCCESS(status)) {
     UsbStream->Halted = 0;
     UsbStream->StreamRunning = 0;
   }
-  return Traced("pause", status);
+  return status;
 }
 
 NTSTATUS UsbCaptureDevice::ResumeStream() {
   if (UsbDevice == nullptr || UsbDevice->Connected == 0) return STATUS_DEVICE_DATA_ERROR;
+  if (UsbStream == nullptr) return STATUS_DEVICE_DATA_ERROR;
   if (UsbStream->RestartPending == 0) return STATUS_SUCCESS;
   const NTSTATUS status = RunStream();
   UsbStream->RestartPending = 0;
@@ -373,7 +398,9 @@ void UsbCaptureDevice::IdleInterface() {
 }
 
 NTSTATUS UsbCaptureDevice::PowerDown(DEVICE_POWER_STATE, DEVICE_POWER_STATE) {
-  CameraContext& camera = *UsbDevice->Camera;
+  const CameraHold hold(*this);
+  if (hold.Camera() == nullptr) return STATUS_DEVICE_DATA_ERROR;
+  CameraContext& camera = *hold.Camera();
   SuspendCamera(camera);
   if (UsbStream->StreamRunning != 0) PauseStream();
   SetCameraPower(camera, 1);
@@ -381,7 +408,9 @@ NTSTATUS UsbCaptureDevice::PowerDown(DEVICE_POWER_STATE, DEVICE_POWER_STATE) {
 }
 
 NTSTATUS UsbCaptureDevice::PowerUp(DEVICE_POWER_STATE, DEVICE_POWER_STATE, PKS_VIDEOINFOHEADER) {
-  CameraContext& camera = *UsbDevice->Camera;
+  const CameraHold hold(*this);
+  if (hold.Camera() == nullptr) return STATUS_DEVICE_DATA_ERROR;
+  CameraContext& camera = *hold.Camera();
   LoadSettings(camera, kSettingsSubkey);
   ResumeCamera(camera);
   return RestartPendingTransfers(*UsbDevice);

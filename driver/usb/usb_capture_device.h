@@ -59,12 +59,15 @@ class UsbCaptureDevice : public CaptureDevice {
   NTSTATUS CreateCamera();
   NTSTATUS CreateStreamRecord();
   void FailStart();
+  void EndLastStart();
+  void TakeHardwareDown(CameraContext* camera);
   void ResetStreamState();
   void FreeDescriptors();
 
   NTSTATUS PrepareStream();
   NTSTATUS PrepareLocked();
   NTSTATUS StartLocked();
+  NTSTATUS PauseLocked();
   NTSTATUS UnprepareStream();
   void IdleInterface();
 };

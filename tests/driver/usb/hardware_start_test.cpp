@@ -122,5 +122,23 @@ TEST(HardwareStart, ABagThatRefusesFailsTheStart) {
   }
 }
 
+// A device that was stopped for its resources keeps its hardware's state until it starts anew.
+TEST(HardwareStart, AStartOnTopOfARunningStreamTakesTheLastStartDown) {
+  InWorld([](TransportWorld& world) {
+    ASSERT_EQ(world.Start() | world.Acquire() | world.Device().RunStream(), 0);
+    const UsbDeviceRecord& record = world.Record();
+    const UsbStreamRecord& stream = world.Stream();
+    world.Stack.Decide = nullptr;
+    EXPECT_EQ(world.Start(), STATUS_SUCCESS);
+    EXPECT_EQ(stream.Opened, 0);
+    EXPECT_EQ(record.Camera, nullptr);
+    EXPECT_NE(&world.Record(), &record);
+    EXPECT_NE(static_cast<CameraContext*>(world.Device().Camera), nullptr);
+    EXPECT_NE(&world.Stream(), &stream);
+    while (world.Stack.IsoOut() != 0) world.Stack.CompleteIso(USBD_STATUS_CANCELED);
+    EXPECT_EQ(world.Acquire(), STATUS_SUCCESS);
+  });
+}
+
 }  // namespace
 }  // namespace lidcam::test

@@ -294,5 +294,28 @@ TEST(StreamControl, PowerDownPausesARunningStreamAndPowerUpDoesNotRestartIt) {
   });
 }
 
+// Plug and play doesn't wait for a pin's state changes: whichever comes first, nothing is prepared any
+// more behind the removal, and the camera's record stays until the state change has left it.
+TEST(StreamControl, ARemovalBesideAStreamsStartLeavesNothingPrepared) {
+  host::UnderManySeeds([] {
+    TransportWorld world;
+    ASSERT_EQ(world.Start(), STATUS_SUCCESS);
+    UsbStreamRecord& stream = world.Stream();
+    host::TestThread pin([&] {
+      const NTSTATUS acquired = world.Acquire();
+      const NTSTATUS ran = acquired == STATUS_SUCCESS ? world.Device().RunStream() : acquired;
+      if (ran == STATUS_SUCCESS) world.Device().PauseStream();
+      world.Device().ReleaseStream();
+    });
+    host::Sleep(host::kMillisecond / 50);
+    world.Device().OnDeviceGone(3);
+    world.Device().StopHardware();
+    pin.Join();
+    EXPECT_EQ(stream.Opened, 0);
+    EXPECT_EQ(stream.StreamRunning, 0);
+    EXPECT_EQ(static_cast<CameraContext*>(world.Device().Camera), nullptr);
+  });
+}
+
 }  // namespace
 }  // namespace lidcam::test

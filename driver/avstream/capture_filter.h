@@ -1,0 +1,33 @@
+#pragma once
+
+#include "driver/avstream/capture_device.h"
+#include "platform/kernel.h"
+
+namespace lidcam {
+
+/// The object behind an opened filter: it gives the filter its one kind of pin. Allocated by the
+/// filter's create entry, owned by the filter's bag.
+class CaptureFilter {
+ public:
+  explicit CaptureFilter(PKSFILTER filter) : Filter(filter) {}
+  CaptureFilter(const CaptureFilter&) = delete;
+  CaptureFilter& operator=(const CaptureFilter&) = delete;
+
+  /// Links the object to its filter and adds the pin with the formats that the camera has.
+  ///
+  /// A camera whose start has failed half-way is opened like any other, if need be without formats.
+  ///
+  /// @return STATUS_DEVICE_DATA_ERROR as long as nothing is known of the device, formats included
+  /// @par Callable at passive level only; takes the filter's control mutex
+  virtual NTSTATUS Create(PKSFILTER filter, PIRP irp);
+
+  PKSFILTER Filter;
+
+ protected:
+  ~CaptureFilter() = default;
+};
+
+/// The filter as the device shows it: how one is created, and its properties.
+extern const FilterEntries kFilterEntries;
+
+}  // namespace lidcam

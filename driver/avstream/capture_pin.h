@@ -1,0 +1,114 @@
+#pragma once
+
+#include <cstdint>
+
+#include "driver/avstream/capture_device.h"
+#include "driver/avstream/filter_descriptors.h"
+#include "driver/core/camera_context.h"
+#include "driver/core/shared_value.h"
+#include "platform/kernel.h"
+
+namespace lidcam {
+
+/// The object behind a connected pin: it agrees on the format, takes the stream through the
+/// platform's states, and delivers the frames. Allocated by the pin's create entry, owned by the
+/// pin's bag.
+///
+/// State changes come one at a time, and Process() one at a time, but the two run beside each other.
+/// The order of the virtual operations is part of the design.
+class CapturePin {
+ public:
+  CapturePin(PKSPIN pin, CaptureDevice* device);
+  CapturePin(const CapturePin&) = delete;
+  CapturePin& operator=(const CapturePin&) = delete;
+
+  /// Links the object to its pin and asks for buffers of one picture each.
+  /// @return STATUS_INSUFFICIENT_RESOURCES, or what the platform said. Before the pin's Context is
+  ///         this object its memory is the caller's to free, afterwards the bag's.
+  /// @par Callable at passive level only
+  virtual NTSTATUS Create(PKSPIN pin, PIRP irp);
+
+  /// Nonzero while a raw frame is being read. Any thread.
+  virtual std::uint8_t IsProcessing();
+
+  virtual NTSTATUS Close(PKSPIN pin, PIRP irp);
+
+  /// Delivers the raw frame last published in the next empty buffer.
+  ///
+  /// The first two calls after a stream ran from stop deliver nothing.
+  ///
+  /// @return STATUS_PENDING for a frame delivered, so that the platform waits for the next attempt;
+  ///         STATUS_UNSUCCESSFUL for none
+  /// @par Blocks for the exposure control's requests, at whatever level the platform calls it
+  virtual NTSTATUS Process(PKSPIN pin);
+
+  virtual void Reset(PKSPIN pin);
+
+  /// Takes the format over that stands in the connection, and that was checked.
+  /// @return STATUS_INSUFFICIENT_RESOURCES, with the old format kept
+  virtual NTSTATUS SetDataFormat(PKSPIN pin, PKSDATAFORMAT oldFormat,
+                                 PKSMULTIPLE_ITEM oldAttributes, const KSDATARANGE* dataRange,
+                                 const KSATTRIBUTE_LIST* attributeRange);
+
+  /// See capture_pin_states.h.
+  /// @par Callable at passive level only
+  virtual NTSTATUS SetDeviceState(PKSPIN pin, KSSTATE to, KSSTATE from);
+
+  virtual NTSTATUS SetProperty(PIRP irp, PKSIDENTIFIER request, PVOID data);
+
+  /// @param data  becomes a KSPROPERTY_DROPPEDFRAMES_CURRENT_S
+  /// @return STATUS_NOT_SUPPORTED for any other property
+  virtual NTSTATUS GetDroppedFrames(PIRP irp, PKSIDENTIFIER request, PVOID data);
+
+  /// The pin's event can't be enabled: always STATUS_NOT_SUPPORTED.
+  virtual NTSTATUS AddEvent(PIRP irp, PKSEVENTDATA eventData, KSEVENT_ENTRY* eventEntry);
+
+  PKSPIN Pin;
+  CaptureDevice* Device;
+  Shared<PKS_VIDEOINFOHEADER> VideoInfo{nullptr};  ///< own copy of the connection's, whole at least
+  IKsReferenceClock* Clock = nullptr;              ///< referenced while HasClock is set
+  KS_FRAME_INFO FrameInfo{};                       ///< what the next frame's header gets
+  Shared<KSSTATE> StreamState{KSSTATE_STOP};       ///< stop, pause or run
+  std::uint8_t Acquired = 0;                       ///< this pin holds the device's stream slot
+  std::uint8_t HasClock = 0;
+  CameraContext* Camera = nullptr;       ///< to be used with a hold on the device's only
+  std::uint32_t PublishedFrameSize = 0;  ///< bytes, of the raw frame last seen
+  volatile LONG ProcessingCount = 0;     ///< nonzero while a raw frame is being read
+  LONGLONG* FrameCounter = nullptr;      ///< two skipped calls, then frames; since the last start
+  Time100ns LastPresentationTime = 0;
+  Time100ns ExpectedFrameTime = 0;  ///< a sum that nothing reads
+  Time100ns LastClockTime = 0;      ///< read by nothing
+
+ protected:
+  ~CapturePin() = default;
+
+ private:
+  class ClockHold;
+  class NumbersLock;
+
+  KS_VIDEOINFOHEADER* CopyVideoInfo();
+  NTSTATUS CreateFrameCounter();
+  NTSTATUS EditDescriptor();
+
+  NTSTATUS StopStream();
+  NTSTATUS AcquireStream();
+  NTSTATUS PauseStream();
+  NTSTATUS RunStream(NTSTATUS result);
+  void TakeClock();
+  void ReleaseClock();
+
+  bool SkipsFrame();
+  void NoteClockTime(Time100ns now, Time100ns interval);
+  NTSTATUS DeliverRawFrame(PKSSTREAM_POINTER& frame);
+  KS_FRAME_INFO CompleteHeader(KSSTREAM_HEADER& header, IKsReferenceClock* clock);
+
+  KSPIN_LOCK numbersLock_;  ///< of counts, times and FrameInfo, and of the clock's coming and going
+};
+
+/// What the filter needs to give itself this kind of pin.
+extern const PinEntries kPinEntries;
+
+/// What the device's side calls of the pin.
+extern const PinOperations kPinOperations;
+
+}  // namespace lidcam

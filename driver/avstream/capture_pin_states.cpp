@@ -1,0 +1,133 @@
+#include "driver/avstream/capture_pin_states.h"
+
+#include "driver/avstream/capture_pin.h"
+#include "driver/avstream/capture_pin_numbers.h"
+#include "driver/core/camera_trace.h"
+
+namespace lidcam {
+namespace {
+
+PinStep RunStep(KSSTATE streamState, DEVICE_POWER_STATE power) {
+  if (power != PowerDeviceD0) return PinStep::Nothing;
+  return streamState == KSSTATE_PAUSE ? PinStep::Resume : PinStep::Start;
+}
+
+}  // namespace
+
+PinStep StepFor(KSSTATE to, KSSTATE from, KSSTATE streamState, DEVICE_POWER_STATE power) {
+  switch (to) {
+    case KSSTATE_STOP:
+      return PinStep::Stop;
+    case KSSTATE_ACQUIRE:
+      return from == KSSTATE_STOP ? PinStep::Acquire : PinStep::Nothing;
+    case KSSTATE_PAUSE:
+      return from == KSSTATE_RUN ? PinStep::Pause : PinStep::Nothing;
+    case KSSTATE_RUN:
+      return RunStep(streamState, power);
+    default:
+      return PinStep::Refuse;
+  }
+}
+
+void CapturePin::TakeClock() {
+  if (HasClock != 0) return;
+  IKsReferenceClock* clock = nullptr;
+  if (!NT_SUCCESS(KsPinGetReferenceClockInterface(Pin, &clock)) || clock == nullptr) return;
+  const NumbersLock lock(*this);
+  Clock = clock;
+  HasClock = 1;
+}
+
+void CapturePin::ReleaseClock() {
+  IKsReferenceClock* clock = nullptr;
+  {
+    const NumbersLock lock(*this);
+    if (HasClock != 0) clock = Clock;
+    HasClock = 0;
+  }
+  if (clock != nullptr) clock->Release();
+}
+
+// A stream that never ran is not released: it stays prepared until the device goes.
+NTSTATUS CapturePin::StopStream() {
+  NTSTATUS result = STATUS_SUCCESS;
+  if (StreamState != KSSTATE_STOP) {
+    result = Device->ReleaseStream();
+    StreamState = KSSTATE_STOP;
+  }
+  if (Acquired != 0) {
+    Device->ReleaseStreamSlot();
+    Acquired = 0;
+  }
+  ReleaseClock();
+  return result;
+}
+
+// A clock that is assigned later goes unnoticed until the next time.
+NTSTATUS CapturePin::AcquireStream() {
+  NTSTATUS result = STATUS_SUCCESS;
+  if (Acquired == 0) {
+    result = Device->AcquireStreamSlot(Pin, VideoInfo);
+    Acquired = NT_SUCCESS(result) ? 1 : 0;
+  }
+  if (NT_SUCCESS(result)) result = Device->AcquireStream(Pin, VideoInfo);
+  if (NT_SUCCESS(result)) TakeClock();
+  const NumbersLock lock(*this);
+  FrameInfo.dwFrameFlags = 0;
+  FrameInfo.PictureNumber = 0;
+  FrameInfo.DropCount = 0;
+  return result;
+}
+
+NTSTATUS CapturePin::PauseStream() {
+  const NTSTATUS result = Device->PauseStream();
+  if (NT_SUCCESS(result)) StreamState = KSSTATE_PAUSE;
+  return result;
+}
+
+NTSTATUS CapturePin::RunStream(NTSTATUS result) {
+  if (!NT_SUCCESS(result)) return result;
+  {
+    const NumbersLock lock(*this);
+    ExpectedFrameTime = 0;
+  }
+  StreamState = KSSTATE_RUN;
+  return result;
+}
+
+NTSTATUS CapturePin::SetDeviceState(PKSPIN, KSSTATE to, KSSTATE from) {
+  NTSTATUS result = STATUS_SUCCESS;
+  switch (StepFor(to, from, StreamState, Device->DevicePowerState)) {
+    case PinStep::Refuse:
+      result = STATUS_NOT_IMPLEMENTED;
+      break;
+    case PinStep::Nothing:
+      break;
+    case PinStep::Stop:
+      result = StopStream();
+      break;
+    case PinStep::Acquire:
+      result = AcquireStream();
+      break;
+    case PinStep::Pause:
+      result = PauseStream();
+      break;
+    case PinStep::Resume:
+      result = RunStream(Device->ResumeStream());
+      break;
+    case PinStep::Start: {
+      {
+        // Ahead of the first frame, which is one of those to be skipped.
+        const NumbersLock lock(*this);
+        *FrameCounter = 0;
+      }
+      result = RunStream(Device->RunStream());
+      break;
+    }
+  }
+  TraceCamera("pin state %d -> %d status=%08X", static_cast<int>(from), static_cast<int>(to),
+              static_cast<unsigned>(result));
+  return result;
+}
+
+}  // namespace lidcam

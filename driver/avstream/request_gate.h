@@ -1,0 +1,51 @@
+#pragma once
+
+#include "platform/kernel.h"
+
+namespace lidcam {
+
+/// Counts those who use a thing, so that who takes the thing away can wait for them. Open when made.
+class RequestGate {
+ public:
+  RequestGate();
+  RequestGate(const RequestGate&) = delete;
+  RequestGate& operator=(const RequestGate&) = delete;
+
+  /// @return false if the gate is closed; otherwise Leave() has to follow
+  /// @par Callable at dispatch level and below
+  [[nodiscard]] bool Enter();
+
+  /// @par Callable at dispatch level and below
+  void Leave();
+
+  /// Lets nobody in any more, and returns when the last one has left. One closer at a time; nobody
+  /// inside may close.
+  /// @par Callable at passive level only: it waits without limit
+  void Close();
+
+  /// After Close().
+  void Open();
+
+ private:
+  volatile LONG state_ = 0;  ///< users, and kClosed
+  KEVENT empty_;             ///< set once per Close() that found users
+};
+
+/// Holds a gate open for a scope, if it lets anybody in.
+class GateHold {
+ public:
+  explicit GateHold(RequestGate& gate) : gate_(gate), isInside_(gate.Enter()) {}
+  GateHold(const GateHold&) = delete;
+  GateHold& operator=(const GateHold&) = delete;
+  ~GateHold() {
+    if (isInside_) gate_.Leave();
+  }
+
+  [[nodiscard]] bool IsInside() const { return isInside_; }
+
+ private:
+  RequestGate& gate_;
+  const bool isInside_;
+};
+
+}  // namespace lidcam
