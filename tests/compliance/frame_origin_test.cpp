@@ -1,0 +1,79 @@
+// A delivered picture is one that the camera took: a camera whose pictures tell their own number is
+// asked for them.
+
+#include <algorithm>
+#include <array>
+
+#include "simulation/stamped_camera.h"
+#include "tests/compliance/compliance_world.h"
+#include "tests/compliance/frame_rules.h"
+
+namespace lidcam::compliance {
+namespace {
+
+using client::Camera;
+using client::Stream;
+
+constexpr int kStamps = 128;
+
+/// The one number that a picture consists of; -1 if it isn't one.
+int StampOf(std::span<const std::byte> picture) {
+  const bool isOne = std::ranges::all_of(
+      picture, [&picture](std::byte value) { return value == picture.front(); });
+  return isOne ? std::to_integer<int>(picture.front()) : -1;
+}
+
+struct Case {
+  std::int32_t Width;
+  std::int32_t Height;
+  std::uint32_t Bandwidth;  ///< narrow ones make the camera send less, which is enlarged
+};
+
+class PictureOrigin : public ::testing::TestWithParam<Case> {};
+
+TEST_P(PictureOrigin, IsOneMomentOfTheSceneAndLaterThanTheOneBefore) {
+  const auto [width, height, bandwidth] = GetParam();
+  simulation::StampedCamera stamped({.BandwidthLimit = bandwidth});
+  RunOver(stamped, [width = width, height = height](Host& host) {
+    const Camera camera = host.Open();
+    Stream stream(camera, camera.FormatOf(width, height));
+    stream.UseClock();
+    FrameRules rules(static_cast<std::uint32_t>(width * height * 2), 333333, true);
+    stream.Run();
+    int last = -1;
+    for (int i = 0; i < 40; ++i) {
+      const client::NextFrame next = stream.Next(kFrameWait);
+      ASSERT_EQ(next.Status, STATUS_SUCCESS);
+      rules.Take(*next.Picture);
+      const int stamp = StampOf(next.Picture->Bytes());
+      ASSERT_NE(stamp, -1) << "frame " << i << " is of several pictures, or of none";
+      if (last != -1) {
+        const int advance = (stamp - last + kStamps) % kStamps;
+        EXPECT_GE(advance, 1) << "frame " << i << " came twice";
+        EXPECT_LE(advance, 3) << "frame " << i << " came late";
+      }
+      last = stamp;
+    }
+  });
+}
+
+INSTANTIATE_TEST_SUITE_P(, PictureOrigin,
+                         ::testing::Values(Case{640, 480, 5120}, Case{352, 288, 5120},
+                                           Case{320, 240, 5120}, Case{176, 144, 5120},
+                                           Case{160, 120, 5120}, Case{640, 480, 1024},
+                                           Case{640, 480, 512}),
+                         [](const auto& test) {
+                           return std::to_string(test.param.Width) + "x" +
+                                  std::to_string(test.param.Height) + "Over" +
+                                  std::to_string(test.param.Bandwidth) + "BytesAMicroframe";
+                         });
+
+TEST(PictureOriginOfATornFrame, IsNoticedByThisTest) {
+  std::array<std::byte, 8> picture{};
+  EXPECT_EQ(StampOf(picture), 0);
+  picture[5] = std::byte{1};
+  EXPECT_EQ(StampOf(picture), -1);
+}
+
+}  // namespace
+}  // namespace lidcam::compliance

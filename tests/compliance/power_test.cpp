@@ -1,0 +1,145 @@
+// The machine sleeps and wakes, with and without a stream.
+
+#include "platform/host/nt/plug_and_play.h"
+#include "tests/compliance/compliance_world.h"
+#include "tests/compliance/frame_rules.h"
+#include "tests/compliance/property_table.h"
+
+namespace lidcam::compliance {
+namespace {
+
+using client::Camera;
+using client::Stream;
+
+class Power : public EveryCamera {};
+LIDCAM_ON_EVERY_CAMERA(Power);
+
+TEST_P(Power, DownInMidStreamEndsFramesUntilTheClientPausesAndRunsAgain) {
+  Run([](Host& host) {
+    const Camera camera = host.Open();
+    Stream stream(camera, camera.FormatOf(160, 120));
+    stream.UseClock();
+    FrameRules rules(38400, 333333, true);
+    stream.Run();
+    EXPECT_EQ(TakeFrames(stream, 3, rules), STATUS_SUCCESS);
+    for (int night = 0; night < 2; ++night) {
+      SCOPED_TRACE(night);
+      EXPECT_EQ(host.Installed().PowerDown(), STATUS_SUCCESS);
+      TakeFramesUntilQuiet(stream, rules);
+      EXPECT_EQ(stream.State(), KSSTATE_RUN);
+      EXPECT_EQ(host.Installed().PowerUp(), STATUS_SUCCESS);
+      EXPECT_EQ(stream.Next(kSecond).Status, STATUS_TIMEOUT);
+      EXPECT_EQ(stream.State(), KSSTATE_RUN);
+      EXPECT_EQ(stream.SetState(KSSTATE_PAUSE), STATUS_SUCCESS);
+      stream.Run();
+      EXPECT_EQ(TakeFrames(stream, 5, rules), STATUS_SUCCESS);
+    }
+    stream.Stop();
+  });
+}
+
+TEST_P(Power, DownSwallowsARunOfAPausedStream) {
+  Run([](Host& host) {
+    const Camera camera = host.Open();
+    Stream stream(camera, camera.FormatOf(160, 120));
+    stream.Run();
+    EXPECT_EQ(TakeFrames(stream, 2), STATUS_SUCCESS);
+    stream.Pause();
+    EXPECT_EQ(DrainFrames(stream, 200 * kMillisecond), STATUS_TIMEOUT);
+    EXPECT_EQ(host.Installed().PowerDown(), STATUS_SUCCESS);
+    stream.Run();
+    EXPECT_EQ(stream.State(), KSSTATE_RUN);
+    EXPECT_EQ(stream.Next(kSecond).Status, STATUS_TIMEOUT);
+    EXPECT_EQ(host.Installed().PowerUp(), STATUS_SUCCESS);
+    EXPECT_EQ(stream.Next(kSecond).Status, STATUS_TIMEOUT);
+    EXPECT_EQ(stream.SetState(KSSTATE_PAUSE), STATUS_SUCCESS);
+    stream.Run();
+    EXPECT_EQ(TakeFrames(stream, 5), STATUS_SUCCESS);
+  });
+}
+
+TEST_P(Power, DownSwallowsTheFirstRunOfAStream) {
+  Run([](Host& host) {
+    const Camera camera = host.Open();
+    Stream stream(camera, camera.FormatOf(160, 120));
+    EXPECT_EQ(stream.SetState(KSSTATE_PAUSE), STATUS_SUCCESS);
+    EXPECT_EQ(host.Installed().PowerDown(), STATUS_SUCCESS);
+    stream.Run();
+    EXPECT_EQ(stream.State(), KSSTATE_RUN);
+    EXPECT_EQ(stream.Next(kSecond).Status, STATUS_TIMEOUT);
+    EXPECT_EQ(host.Installed().PowerUp(), STATUS_SUCCESS);
+    EXPECT_EQ(stream.Next(kSecond).Status, STATUS_TIMEOUT);
+  });
+}
+
+TEST_P(Power, DownAndUpOverAStoppedStreamChangesNothing) {
+  Run([](Host& host) {
+    const Camera camera = host.Open();
+    Stream stream(camera, camera.FormatOf(160, 120));
+    for (int night = 0; night < 3; ++night) {
+      SCOPED_TRACE(night);
+      EXPECT_EQ(host.Installed().PowerDown(), STATUS_SUCCESS);
+      EXPECT_EQ(host.Installed().PowerUp(), STATUS_SUCCESS);
+      stream.Run();
+      EXPECT_EQ(TakeFrames(stream, 2), STATUS_SUCCESS);
+      stream.Stop();
+    }
+  });
+}
+
+TEST_P(Power, DownLeavesPropertiesToBeRead) {
+  Run([](Host& host) {
+    const Camera camera = host.Open();
+    EXPECT_EQ(host.Installed().PowerDown(), STATUS_SUCCESS);
+    for (const PropertyRow& row : PropertyRows()) {
+      EXPECT_EQ(camera.GetLevel(*row.Set, row.Id).Value, row.First) << row.Name;
+    }
+    EXPECT_EQ(host.Installed().PowerUp(), STATUS_SUCCESS);
+  });
+}
+
+TEST_P(Power, BetweenTheLightSleepsTouchesNoStream) {
+  Run([](Host& host) {
+    const Camera camera = host.Open();
+    Stream stream(camera, camera.FormatOf(160, 120));
+    stream.UseClock();
+    FrameRules rules(38400, 333333, true);
+    stream.Run();
+    EXPECT_EQ(TakeFrames(stream, 2, rules), STATUS_SUCCESS);
+    const PDEVICE_OBJECT device = host.Installed().TopDevice();
+    for (const DEVICE_POWER_STATE state :
+         {PowerDeviceD1, PowerDeviceD2, PowerDeviceD1, PowerDeviceD0}) {
+      EXPECT_EQ(host::SetDevicePower(device, state), STATUS_SUCCESS);
+      EXPECT_EQ(TakeFrames(stream, 2, rules), STATUS_SUCCESS);
+    }
+  });
+}
+
+TEST_P(Power, DownAndRemovalHandBuffersBack) {
+  Run([](Host& host) {
+    const Camera camera = host.Open();
+    Stream stream(camera, camera.FormatOf(160, 120));
+    stream.Run();
+    EXPECT_EQ(TakeFrames(stream, 2), STATUS_SUCCESS);
+    EXPECT_EQ(host.Installed().PowerDown(), STATUS_SUCCESS);
+    EXPECT_EQ(host.Installed().SurpriseRemove(), STATUS_SUCCESS);
+    EXPECT_EQ(DrainFrames(stream, kSecond), STATUS_CANCELLED);
+  });
+}
+
+TEST_P(Power, DownAndStopAndUpLeaveAStreamThatRuns) {
+  Run([](Host& host) {
+    const Camera camera = host.Open();
+    Stream stream(camera, camera.FormatOf(160, 120));
+    stream.Run();
+    EXPECT_EQ(TakeFrames(stream, 2), STATUS_SUCCESS);
+    EXPECT_EQ(host.Installed().PowerDown(), STATUS_SUCCESS);
+    stream.Stop();
+    EXPECT_EQ(host.Installed().PowerUp(), STATUS_SUCCESS);
+    stream.Run();
+    EXPECT_EQ(TakeFrames(stream, 3), STATUS_SUCCESS);
+  });
+}
+
+}  // namespace
+}  // namespace lidcam::compliance

@@ -1,0 +1,110 @@
+// What applications, plug and play and a want of memory do to an installed camera in the worst order.
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <memory>
+
+#include "bus/simulated/simulated_bus.h"
+#include "platform/host/client/stream.h"
+#include "platform/host/nt/device_file.h"
+#include "platform/host/nt/kernel_faults.h"
+#include "platform/host/nt/kernel_guards.h"
+#include "tests/driver/support/sanitizers.h"
+#include "world/installed_camera.h"
+#include "world/worlds.h"
+
+namespace lidcam::world {
+namespace {
+
+using client::Camera;
+using client::Stream;
+
+constexpr LONGLONG kSecond = 10'000'000;  // 100 ns
+constexpr std::uint64_t kSeeds = test::kIsSanitized ? 10 : 60;
+
+void WithInstalledCamera(const std::function<void(InstalledCamera&)>& use, std::uint64_t seed = 1) {
+  bus::SimulatedBus bus({});
+  RunInVirtualTime({.Seed = seed}, [&] {
+    InstalledCamera camera(bus, {});
+    ASSERT_EQ(camera.Start(), STATUS_SUCCESS);
+    RunThenEnd([&] { use(camera); }, [&] { camera.Close(); });
+  });
+}
+
+// The pin's ranges are tried one after the other: those that don't match say nothing of the state.
+TEST(InstalledCamera, RefusesAFormatOfEverySizeForTheStateWhileItStreams) {
+  WithInstalledCamera([](InstalledCamera& installed) {
+    const Camera camera = Camera::Open(installed.TopDevice());
+    Stream stream(camera, camera.FormatOf(160, 120));
+    ASSERT_EQ(stream.SetState(KSSTATE_RUN), STATUS_SUCCESS);
+    for (const KS_DATARANGE_VIDEO& range : camera.Ranges()) {
+      EXPECT_EQ(stream.SetFormat(camera.Intersect(range)), STATUS_INVALID_DEVICE_STATE);
+    }
+    ASSERT_EQ(stream.SetState(KSSTATE_STOP), STATUS_SUCCESS);
+    EXPECT_EQ(stream.SetFormat(camera.FormatOf(640, 480)), STATUS_SUCCESS);
+  });
+}
+
+// A frame that is let go of after the stop goes back to the driver, which keeps it until the stream runs.
+TEST(InstalledCamera, RunsAgainAfterABufferCameToAStoppedStream) {
+  WithInstalledCamera([](InstalledCamera& installed) {
+    const Camera camera = Camera::Open(installed.TopDevice());
+    Stream stream(camera, camera.FormatOf(160, 120));
+    stream.Run();
+    {
+      const client::NextFrame frame = stream.Next(2 * kSecond);
+      ASSERT_EQ(frame.Status, STATUS_SUCCESS);
+      ASSERT_EQ(stream.SetState(KSSTATE_STOP), STATUS_SUCCESS);
+    }
+    while (stream.Next(0).Status == STATUS_SUCCESS) {
+    }
+    EXPECT_EQ(stream.Next(0).Status, STATUS_CANCELLED);
+    stream.Run();
+    EXPECT_EQ(stream.Next(2 * kSecond).Status, STATUS_SUCCESS);
+  });
+}
+
+// An opening that is under way when the device is removed comes to its end first.
+TEST(InstalledCamera, IsRemovedBehindTheOpeningsThatAreUnderWay) {
+  std::uint64_t opened = 0;
+  std::uint64_t refused = 0;
+  for (std::uint64_t seed = 1; seed <= kSeeds; ++seed) {
+    WithInstalledCamera(
+        [&](InstalledCamera& installed) {
+          KEVENT begun{};
+          KeInitializeEvent(&begun, NotificationEvent, FALSE);
+          const host::ServiceThread application([&] {
+            KeSetEvent(&begun, IO_NO_INCREMENT, FALSE);
+            for (int i = 0; i < 4; ++i) {
+              std::unique_ptr<host::DeviceFile> file;
+              const NTSTATUS status =
+                  host::DeviceFile::Open(installed.TopDevice(), u"\\GLOBAL", nullptr, file);
+              ++(NT_SUCCESS(status) ? opened : refused);
+            }
+          });
+          KeWaitForSingleObject(&begun, Executive, KernelMode, FALSE, nullptr);
+          EXPECT_EQ(installed.Remove(), STATUS_SUCCESS);
+        },
+        seed);
+  }
+  EXPECT_GT(opened, 0U);
+  EXPECT_GT(refused, 0U);
+}
+
+TEST(InstalledCamera, IsClosedAndRemovedWithoutMemoryForARequest) {
+  WithInstalledCamera([](InstalledCamera& installed) {
+    {
+      const Camera camera = Camera::Open(installed.TopDevice());
+      host::FailKernelCall("IoAllocateIrp", 1, STATUS_INSUFFICIENT_RESOURCES);
+    }
+    EXPECT_FALSE(host::IsKernelCallFaultToCome());
+    EXPECT_EQ(host::OpenFileCount(), 0U);
+    host::FailKernelCall("IoAllocateIrp", 1, STATUS_INSUFFICIENT_RESOURCES);
+    EXPECT_EQ(installed.Remove(), STATUS_SUCCESS);
+    host::ClearKernelCallFaults();
+  });
+}
+
+}  // namespace
+}  // namespace lidcam::world

@@ -1,0 +1,117 @@
+#include "world/installed_camera.h"
+
+#include <exception>
+#include <stdexcept>
+#include <utility>
+
+#include "driver/avstream/driver_entry.h"
+#include "platform/host/nt/device_object.h"
+#include "platform/host/nt/plug_and_play.h"
+
+namespace lidcam::world {
+namespace {
+
+constexpr char16_t kServiceKey[] =
+    u"\\Registry\\Machine\\System\\CurrentControlSet\\Services\\lidcam";
+
+void Require(NTSTATUS status, const char* what) {
+  if (!NT_SUCCESS(status)) throw std::runtime_error(what);
+}
+
+}  // namespace
+
+InstalledCamera::InstalledCamera(bus::UsbBus& bus, InstalledCameraOptions options)
+    : options_(std::move(options)), meter_(bus, [] {}) {
+  std::exception_ptr error;
+  try {
+    stack_ = std::make_unique<host::UsbDeviceStack>(
+        meter_, host::UsbStackOptions{.FirstFrame = options_.FirstBusFrame});
+    Install();
+  } catch (const std::exception&) {
+    error = std::current_exception();
+  }
+  if (error == nullptr) return;
+  TakeDown();
+  std::rethrow_exception(error);
+}
+
+void InstalledCamera::Install() {
+  PDEVICE_OBJECT const physicalDevice = stack_->PhysicalDeviceObject();
+  host::FindHostDevice(physicalDevice)->DriverKey = options_.DriverKey;
+  if (options_.Filter != nullptr) options_.Filter->Attach(physicalDevice);
+  host::InitializeDriverObject(driver_);
+  std::u16string key = kServiceKey;
+  UNICODE_STRING registryPath{};
+  registryPath.Buffer = key.data();
+  registryPath.Length = static_cast<USHORT>(key.size() * sizeof(char16_t));
+  registryPath.MaximumLength = registryPath.Length;
+  Require(DriverEntry(&driver_, &registryPath), "the camera's driver can't be loaded");
+  Require(driver_.DriverExtension->AddDevice(&driver_, physicalDevice),
+          "the driver has no room for the camera's device");
+}
+
+void InstalledCamera::TakeDown() {
+  if (driver_.DriverUnload != nullptr) driver_.DriverUnload(&driver_);
+  if (options_.Filter != nullptr) options_.Filter->Detach();
+  stack_.reset();
+}
+
+InstalledCamera::~InstalledCamera() noexcept(false) {
+  if (std::uncaught_exceptions() == 0) Close();
+}
+
+void InstalledCamera::Close() {
+  if (stack_ == nullptr) return;
+  Remove();
+  TakeDown();
+}
+
+NTSTATUS InstalledCamera::Start() {
+  return host::StartDevice(TopDevice());
+}
+
+NTSTATUS InstalledCamera::PowerDown() {
+  return host::SetDevicePower(TopDevice(), PowerDeviceD3);
+}
+
+NTSTATUS InstalledCamera::PowerUp() {
+  return host::SetDevicePower(TopDevice(), PowerDeviceD0);
+}
+
+NTSTATUS InstalledCamera::Remove() {
+  return FunctionalDevice() != nullptr ? host::RemoveDevice(TopDevice()) : STATUS_SUCCESS;
+}
+
+NTSTATUS InstalledCamera::SurpriseRemove() {
+  PullPlug();
+  return host::SurpriseRemoveDevice(TopDevice());
+}
+
+PDEVICE_OBJECT InstalledCamera::TopDevice() const {
+  PDEVICE_OBJECT device = stack_->PhysicalDeviceObject();
+  while (device->AttachedDevice != nullptr) device = device->AttachedDevice;
+  return device;
+}
+
+PDEVICE_OBJECT InstalledCamera::FunctionalDevice() const {
+  PDEVICE_OBJECT device = stack_->PhysicalDeviceObject();
+  while (device != nullptr && device->DriverObject != &driver_) device = device->AttachedDevice;
+  return device;
+}
+
+const CaptureDevice& InstalledCamera::Device() const {
+  return Driver();
+}
+
+void InstalledCamera::WithCamera(const std::function<void(CameraContext& camera)>& use) const {
+  if (FunctionalDevice() == nullptr) return;
+  const CameraHold hold(Driver());
+  if (hold.Camera() != nullptr) use(*hold.Camera());
+}
+
+// The extension of a device of the streaming class begins with the address of what the driver sees.
+CaptureDevice& InstalledCamera::Driver() const {
+  return *CaptureDeviceOf(*static_cast<PKSDEVICE*>(FunctionalDevice()->DeviceExtension));
+}
+
+}  // namespace lidcam::world
