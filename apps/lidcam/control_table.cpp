@@ -4,131 +4,76 @@
 #include <array>
 #include <cctype>
 #include <charconv>
+#include <cstdio>
 
 #include "apps/lidcam/command_error.h"
-#include "driver/core/control_codes.h"
+#include "driver/avstream/camera_properties_sets.h"
 #include "driver/core/settings_store.h"
 
 namespace lidcam::app {
 namespace {
 
-// Control codes of the core.
-constexpr std::uint32_t kCodeBrightness = 0;
-constexpr std::uint32_t kCodeContrast = 1;
-constexpr std::uint32_t kCodeSaturation = 2;
-constexpr std::uint32_t kCodeSharpness = 3;
-constexpr std::uint32_t kCodeGamma = 4;
-constexpr std::uint32_t kCodeColorEnable = 5;
-constexpr std::uint32_t kCodeBackLight = 7;
-constexpr std::uint32_t kCodeExposure = 12;
-constexpr std::uint32_t kCodeMirror = 38;
-constexpr std::uint32_t kCodeVertical = 39;
-constexpr std::uint32_t kCodeFlicker = 40;
-constexpr std::uint32_t kCodeLight = 41;
-constexpr std::uint32_t kCodeEffect = 47;
-
-ControlRecord Ask(CameraContext& context, std::uint32_t code) {
-  ControlRecord record{};
-  record.Code = code;
-  GetControl(context, record);
-  return record;
+constexpr CameraControl Level(std::string_view name, ULONG id, std::int32_t minimum,
+                              std::int32_t maximum, std::int32_t initial, std::string_view meaning,
+                              std::string_view olderName = {}) {
+  return {
+      name,    olderName, &PROPSETID_VIDCAP_VIDEOPROCAMP, id, ControlPart::Value, minimum, maximum,
+      initial, meaning};
 }
 
-template <std::uint32_t Code>
-std::int32_t GetValue(CameraContext& context) {
-  return Ask(context, Code).Value;
+constexpr CameraControl Exposure(std::string_view name, ControlPart part, std::int32_t minimum,
+                                 std::int32_t maximum, std::string_view meaning) {
+  return {name,
+          {},
+          &PROPSETID_VIDCAP_CAMERACONTROL,
+          KSPROPERTY_CAMERACONTROL_EXPOSURE,
+          part,
+          minimum,
+          maximum,
+          1,
+          meaning};
 }
 
-template <std::uint32_t Code>
-Status SetValue(CameraContext& context, std::int32_t value) {
-  ControlRecord record{};
-  record.Code = Code;
-  record.Value = value;
-  return SetControl(context, record);
+constexpr CameraControl Own(std::string_view name, ULONG id, std::int32_t minimum,
+                            std::int32_t maximum, std::int32_t initial, std::string_view meaning,
+                            ControlPart part = ControlPart::Value) {
+  return {name, {}, &PROPSETID_CAMERA_PRIVATE, id, part, minimum, maximum, initial, meaning};
 }
 
 // The core's brightness step writes the value of the change before: the same value once more brings
 // it in.
-Status SetBrightness(CameraContext& context, std::int32_t value) {
-  const Status status = SetValue<kCodeBrightness>(context, value);
-  return status != 0 ? status : SetValue<kCodeBrightness>(context, value);
+constexpr CameraControl Twice(CameraControl control) {
+  control.Part = ControlPart::Twice;
+  return control;
 }
 
-Status SetExposureMode(CameraContext& context, std::int32_t exposure, std::uint32_t mode) {
-  ControlRecord record{};
-  record.Code = kCodeExposure;
-  record.Value = exposure;
-  record.Flags = mode;
-  return SetControl(context, record);
-}
-
-// A value given by hand turns the automatic control off.
-Status SetExposure(CameraContext& context, std::int32_t value) {
-  return SetExposureMode(context, value, kControlFlagManual);
-}
-
-std::int32_t GetAutoExposure(CameraContext& context) {
-  return Ask(context, kCodeExposure).Flags == kControlFlagAuto ? 1 : 0;
-}
-
-Status SetAutoExposure(CameraContext& context, std::int32_t value) {
-  return SetExposureMode(context, GetValue<kCodeExposure>(context),
-                         value != 0 ? kControlFlagAuto : kControlFlagManual);
-}
-
-std::int32_t GetLed(CameraContext& context) {
-  return static_cast<std::int32_t>(Ask(context, kCodeLight).Caps);
-}
-
-// Light mode and LED share a code that takes one change at a time.
-Status SetLight(CameraContext& context, std::int32_t mode, std::int32_t led) {
-  ControlRecord record{};
-  record.Code = kCodeLight;
-  record.Value = mode;
-  record.Caps = static_cast<std::uint32_t>(led);
-  return SetControl(context, record);
-}
-
-Status SetLightMode(CameraContext& context, std::int32_t value) {
-  return SetLight(context, value, GetLed(context));
-}
-
-Status SetLed(CameraContext& context, std::int32_t value) {
-  return SetLight(context, GetValue<kCodeLight>(context), value);
-}
-
+// The published levels first, then the camera's own.
 constexpr std::array kControls = {
-    CameraControl{"Brightness", -100, 100, DefaultOfSetting(&CameraContext::Brightness),
-                  "added to the luminance", GetValue<kCodeBrightness>, SetBrightness},
-    CameraControl{"Contrast", 1, 16, DefaultOfSetting(&CameraContext::Contrast), "10 is neutral",
-                  GetValue<kCodeContrast>, SetValue<kCodeContrast>},
-    CameraControl{"Saturation", 0, 255, DefaultOfSetting(&CameraContext::Saturation),
-                  "strength of the colours", GetValue<kCodeSaturation>, SetValue<kCodeSaturation>},
-    CameraControl{"Sharpness", 0, 8, DefaultOfSetting(&CameraContext::Sharpness),
-                  "edge enhancement", GetValue<kCodeSharpness>, SetValue<kCodeSharpness>},
-    CameraControl{"Gamma", 1, 20, DefaultOfSetting(&CameraContext::Gamma),
-                  "lower brightens the shadows", GetValue<kCodeGamma>, SetValue<kCodeGamma>},
-    CameraControl{"ColorEnable", 0, 1, DefaultOfSetting(&CameraContext::ColorEnable),
-                  "0: monochrome", GetValue<kCodeColorEnable>, SetValue<kCodeColorEnable>},
-    CameraControl{"BackLight", 0, 1, DefaultOfSetting(&CameraContext::BackLight),
-                  "1: light comes from behind", GetValue<kCodeBackLight>, SetValue<kCodeBackLight>},
-    CameraControl{"AutoExposure", 0, 1, DefaultOfSetting(&CameraContext::AutoExposure),
-                  "1: chip or host exposes by itself", GetAutoExposure, SetAutoExposure},
-    CameraControl{"Exposure", 1, 100, DefaultOfSetting(&CameraContext::Exposure),
-                  "by hand: turns AutoExposure off", GetValue<kCodeExposure>, SetExposure},
-    CameraControl{"Mirror", 0, 1, DefaultOfSetting(&CameraContext::Mirror),
-                  "1: left and right exchanged", GetValue<kCodeMirror>, SetValue<kCodeMirror>},
-    CameraControl{"Vertical", 0, 1, DefaultOfSetting(&CameraContext::Vertical), "1: upside down",
-                  GetValue<kCodeVertical>, SetValue<kCodeVertical>},
-    CameraControl{"Flicker", 0, 2, DefaultOfSetting(&CameraContext::Flicker),
-                  "mains light: 0 none, 1 50 Hz, 2 60 Hz", GetValue<kCodeFlicker>,
-                  SetValue<kCodeFlicker>},
-    CameraControl{"Effect", 0, 5, DefaultOfSetting(&CameraContext::Effect),
-                  "picture effect, 0 none", GetValue<kCodeEffect>, SetValue<kCodeEffect>},
-    CameraControl{"LDMode", 0, 1, DefaultOfSetting(&CameraContext::LDMode),
-                  "1: holds the low-light registers", GetValue<kCodeLight>, SetLightMode},
-    CameraControl{"LED", 2, 4, DefaultOfSetting(&CameraContext::LED),
-                  "2 on, 3 off, 4 follows the light", GetLed, SetLed},
+    Twice(Level("Brightness", KSPROPERTY_VIDEOPROCAMP_BRIGHTNESS, -100, 100, 0,
+                "added to the luminance")),
+    Level("Contrast", KSPROPERTY_VIDEOPROCAMP_CONTRAST, 1, 16, 10, "10 is neutral"),
+    Level("Saturation", KSPROPERTY_VIDEOPROCAMP_SATURATION, 0, 255, 120, "strength of the colours"),
+    Level("Sharpness", KSPROPERTY_VIDEOPROCAMP_SHARPNESS, 0, 8, 4, "edge enhancement"),
+    Level("Gamma", KSPROPERTY_VIDEOPROCAMP_GAMMA, 1, 20, 12, "lower brightens the shadows"),
+    Level("WhiteBalance", KSPROPERTY_VIDEOPROCAMP_WHITEBALANCE, 0, 1, 1,
+          "told only: the camera takes any value and keeps its own"),
+    Level("BacklightCompensation", KSPROPERTY_VIDEOPROCAMP_BACKLIGHT_COMPENSATION, 0, 1, 0,
+          "1: light comes from behind", "BackLight"),
+    Level("ColorEnable", KSPROPERTY_VIDEOPROCAMP_COLORENABLE, 0, 1, 1, "0: monochrome"),
+    Exposure("Exposure", ControlPart::Value, 1, 100, "by hand: turns AutoExposure off"),
+    Exposure("AutoExposure", ControlPart::Mode, 0, 1, "1: chip or host exposes by itself"),
+    Own("Mirror", PrivatePropertyMirror, 0, 1, DefaultOfSetting(&CameraContext::Mirror),
+        "1: left and right exchanged"),
+    Own("Vertical", PrivatePropertyVertical, 0, 1, DefaultOfSetting(&CameraContext::Vertical),
+        "1: upside down"),
+    Own("Flicker", PrivatePropertyFlicker, 0, 2, DefaultOfSetting(&CameraContext::Flicker),
+        "mains light: 0 none, 1 50 Hz, 2 60 Hz"),
+    Own("Effect", PrivatePropertyEffect, 0, 5, DefaultOfSetting(&CameraContext::Effect),
+        "picture effect, 0 none"),
+    Own("LDMode", PrivatePropertyLight, 0, 1, DefaultOfSetting(&CameraContext::LDMode),
+        "1: holds the low-light registers", ControlPart::Light),
+    Own("LED", PrivatePropertyLight, 2, 4, DefaultOfSetting(&CameraContext::LED),
+        "2 on, 3 off, 4 follows the light", ControlPart::Led),
 };
 
 // Sensors as bits, so that a row holds for several.
@@ -158,8 +103,8 @@ constexpr ReportRow kReports[] = {
     {"Sharpness", kAll, {false, 0xFF43}},
     {"Gamma", kAll, {false, 0xFF38}},
     {"ColorEnable", kAll, {false, 0xFF42}},
-    {"BackLight", kVga0708, {true, 0xFF49}},
-    {"BackLight", kAll & ~kWidePair, {false, 0xFF64}},
+    {"BacklightCompensation", kVga0708, {true, 0xFF49}},
+    {"BacklightCompensation", kAll & ~kWidePair, {false, 0xFF64}},
     {"AutoExposure", kVgaPair, {false, 0xFF0D}},
     {"AutoExposure", kOvFamily | kVga7648, {true, 0xFF13}},
     {"Exposure", kVgaPair, {true, 0xFF04}},
@@ -186,7 +131,90 @@ std::string NameList() {
   return list;
 }
 
+[[noreturn]] void Refuse(const CameraControl& control, const char* what, NTSTATUS status) {
+  std::array<char, 20> text{};
+  std::snprintf(text.data(), text.size(), "status %08X", static_cast<unsigned>(status));
+  throw CommandError(std::string(control.Name) + " could not be " + what + ": " + text.data());
+}
+
+PrivatePropertyBlock ReadLight(const client::Camera& camera, const CameraControl& control) {
+  PrivatePropertyBlock block{};
+  const NTSTATUS status = camera.Properties().GetBlock(*control.Set, control.Id, block);
+  if (!NT_SUCCESS(status)) Refuse(control, "read", status);
+  return block;
+}
+
+// Light mode and LED share a property that takes one change at a time.
+void WriteLight(const client::Camera& camera, const CameraControl& control, std::int32_t value) {
+  PrivatePropertyBlock block = ReadLight(camera, control);
+  if (control.Part == ControlPart::Led) {
+    block.Led = static_cast<ULONG>(value);
+  } else {
+    block.Value = value;
+  }
+  const NTSTATUS status = camera.Properties().SetBlock(*control.Set, control.Id, block);
+  if (!NT_SUCCESS(status)) Refuse(control, "set", status);
+}
+
+client::Level LevelFor(const client::Camera& camera, const CameraControl& control,
+                       std::int32_t value) {
+  constexpr ULONG kAuto = KSPROPERTY_VIDEOPROCAMP_FLAGS_AUTO;
+  constexpr ULONG kManual = KSPROPERTY_VIDEOPROCAMP_FLAGS_MANUAL;
+  if (control.Part != ControlPart::Mode) return {.Value = value, .Flags = kManual};
+  client::Level level = camera.GetLevel(*control.Set, control.Id);
+  level.Flags = value != 0 ? kAuto : kManual;
+  return level;
+}
+
+bool IsLight(const CameraControl& control) {
+  return control.Part == ControlPart::Light || control.Part == ControlPart::Led;
+}
+
 }  // namespace
+
+bool CameraControl::IsTold() const {
+  return Set != &PROPSETID_CAMERA_PRIVATE && Part != ControlPart::Mode;
+}
+
+ControlRange RangeOf(const client::Camera& camera, const CameraControl& control) {
+  ControlRange range{control.Minimum, control.Maximum, 1, control.Default};
+  if (!control.IsTold()) return range;
+  const client::PropertySupport support = camera.Properties().Support(*control.Set, control.Id);
+  if (support.Values) {
+    range.Minimum = support.Values->Minimum;
+    range.Maximum = support.Values->Maximum;
+    range.Step = support.Values->Step;
+  }
+  if (support.Default) range.Default = *support.Default;
+  return range;
+}
+
+std::int32_t ValueOf(const client::Camera& camera, const CameraControl& control) {
+  if (control.Part == ControlPart::Led) {
+    return static_cast<std::int32_t>(ReadLight(camera, control).Led);
+  }
+  try {
+    const client::Level level = camera.GetLevel(*control.Set, control.Id);
+    if (control.Part != ControlPart::Mode) return level.Value;
+    return level.Flags == KSPROPERTY_VIDEOPROCAMP_FLAGS_AUTO ? 1 : 0;
+  } catch (const client::ClientError& error) {
+    Refuse(control, "read", error.Status());
+  }
+}
+
+void SetValue(const client::Camera& camera, const CameraControl& control, std::int32_t value) {
+  if (IsLight(control)) {
+    WriteLight(camera, control, value);
+    return;
+  }
+  try {
+    const client::Level level = LevelFor(camera, control, value);
+    camera.SetLevel(*control.Set, control.Id, level);
+    if (control.Part == ControlPart::Twice) camera.SetLevel(*control.Set, control.Id, level);
+  } catch (const client::ClientError& error) {
+    Refuse(control, "set", error.Status());
+  }
+}
 
 std::span<const CameraControl> AllControls() {
   return kControls;
@@ -202,6 +230,7 @@ std::optional<ControlReport> ReportOf(std::string_view name, std::int32_t sensor
 const CameraControl& FindControl(const std::string& name) {
   for (const CameraControl& control : kControls) {
     if (IsSameName(control.Name, name)) return control;
+    if (!control.OlderName.empty() && IsSameName(control.OlderName, name)) return control;
   }
   throw UsageError("control '" + name + "' is unknown: there are " + NameList());
 }
@@ -229,11 +258,8 @@ std::vector<ControlAssignment> ParseAssignments(const std::vector<std::string>& 
   return assignments;
 }
 
-void Apply(CameraContext& context, const ControlAssignment& assignment) {
-  const Status status = assignment.Control->Set(context, assignment.Value);
-  if (status == 0) return;
-  throw CommandError(std::string(assignment.Control->Name) + " could not be set: status " +
-                     std::to_string(status));
+void Apply(const client::Camera& camera, const ControlAssignment& assignment) {
+  SetValue(camera, *assignment.Control, assignment.Value);
 }
 
 }  // namespace lidcam::app

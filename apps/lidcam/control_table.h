@@ -8,19 +8,52 @@
 #include <vector>
 
 #include "driver/core/camera_context.h"
+#include "platform/host/client/camera.h"
 
 namespace lidcam::app {
 
-/// A picture control as users name it.
+/// Which part of a property's value a control is.
+enum class ControlPart : std::uint8_t {
+  Value,
+  Twice,  ///< the value, which the driver takes over with the set after it
+  Mode,   ///< 1: automatic, 0: by hand
+  Light,  ///< the value of a property that has an LED beside it
+  Led,
+};
+
+/// A picture control as users name it: a property of the camera's filter.
 struct CameraControl {
   std::string_view Name;
+  std::string_view OlderName;  ///< accepted too; empty if there is none
+  const GUID* Set;
+  ULONG Id;
+  ControlPart Part;
+  // What a command takes. The driver tells the range of its published levels; of its own ones it tells
+  // one range for all, which says nothing.
   std::int32_t Minimum;
   std::int32_t Maximum;
-  std::int32_t Default;  ///< without stored settings
+  std::int32_t Default;
   std::string_view Meaning;
-  std::int32_t (*Get)(CameraContext& context);
-  Status (*Set)(CameraContext& context, std::int32_t value);
+
+  /// Whether the driver tells range and default of this control.
+  [[nodiscard]] bool IsTold() const;
 };
+
+/// A control's range as the driver tells it, and from the table where that says nothing.
+struct ControlRange {
+  std::int32_t Minimum;
+  std::int32_t Maximum;
+  std::uint32_t Step;
+  std::int32_t Default;
+
+  friend bool operator==(const ControlRange&, const ControlRange&) = default;
+};
+
+// Each throws CommandError if the camera refuses.
+
+[[nodiscard]] ControlRange RangeOf(const client::Camera& camera, const CameraControl& control);
+[[nodiscard]] std::int32_t ValueOf(const client::Camera& camera, const CameraControl& control);
+void SetValue(const client::Camera& camera, const CameraControl& control, std::int32_t value);
 
 /// Where a control's value shows in the hardware: a bridge register, or an 8-bit sensor register.
 struct ControlReport {
@@ -32,10 +65,10 @@ struct ControlReport {
 /// none that can be read by itself.
 [[nodiscard]] std::optional<ControlReport> ReportOf(std::string_view name, std::int32_t sensorType);
 
-/// All controls, in the order in which they are shown. The step of each is 1.
+/// All controls, in the order in which they are shown.
 [[nodiscard]] std::span<const CameraControl> AllControls();
 
-/// Finds a control by its name, without regard to case. Throws UsageError, listing the names.
+/// Finds a control by its name or its older one, without regard to case. Throws UsageError, listing the names.
 [[nodiscard]] const CameraControl& FindControl(const std::string& name);
 
 /// Reads "NAME=VALUE". Throws UsageError for a form, a name or a value out of range.
@@ -47,7 +80,7 @@ struct ControlAssignment {
 [[nodiscard]] std::vector<ControlAssignment> ParseAssignments(
     const std::vector<std::string>& texts);
 
-/// Sets the control. Throws CommandError if the camera refuses.
-void Apply(CameraContext& context, const ControlAssignment& assignment);
+/// As SetValue().
+void Apply(const client::Camera& camera, const ControlAssignment& assignment);
 
 }  // namespace lidcam::app

@@ -77,11 +77,9 @@ std::optional<std::uint32_t> LightModeOf(std::string_view name) {
 }
 
 FrameRow ReadFrameRow(const CameraContext& context, const DeliveredFrame& delivered,
-                      std::uint64_t frame, const ExposureEvents& events,
-                      const std::optional<simulator::LightSchedule>& light) {
+                      const ExposureEvents& events) {
   constexpr double kMicroframesPerSecond = 8000;
   FrameRow row;
-  row.Frame = frame;
   row.Seconds = static_cast<double>(delivered.Microframe) / kMicroframesPerSecond;
   row.Luma = HeaderByte(delivered.RawFrame, kRawFrameLumaOffset);
   row.Level = HeaderByte(delivered.RawFrame, kRawFrameLevelOffset);
@@ -93,7 +91,6 @@ FrameRow ReadFrameRow(const CameraContext& context, const DeliveredFrame& delive
   row.State = context.LightState;
   row.Mode = LightMode;
   row.Events = events;
-  if (light) row.Lux = simulator::LuxAt(*light, row.Seconds);
   return row;
 }
 
@@ -115,9 +112,10 @@ FrameLog::FrameLog(const std::string& path, std::optional<simulator::LightSchedu
   file_.Write(std::string(kFrameLogHeader) + "\n");
 }
 
-void FrameLog::Add(const CameraContext& context, const DeliveredFrame& delivered) {
-  file_.Write(ToCsv(ReadFrameRow(context, delivered, ++frames_, events_.OfNewestFrame(), light_)) +
-              "\n");
+void FrameLog::Add(FrameRow row) {
+  row.Frame = ++frames_;
+  if (light_) row.Lux = simulator::LuxAt(*light_, row.Seconds);
+  file_.Write(ToCsv(row) + "\n");
 }
 
 }  // namespace lidcam::app

@@ -64,12 +64,10 @@ class ExposureEventCounter {
 [[nodiscard]] std::optional<std::uint32_t> LightStateOf(std::string_view name);
 [[nodiscard]] std::optional<std::uint32_t> LightModeOf(std::string_view name);
 
-/// Reads the loop's state at the end of a frame's delivery.
-///
-/// @param frame  number of the frame, and `light` the light that was on the scene, both told on
+/// Reads the loop's state at the end of a frame's delivery. The frame's number and the light are the
+/// log's to add.
 [[nodiscard]] FrameRow ReadFrameRow(const CameraContext& context, const DeliveredFrame& delivered,
-                                    std::uint64_t frame, const ExposureEvents& events,
-                                    const std::optional<simulator::LightSchedule>& light);
+                                    const ExposureEvents& events);
 
 /// First line of a log, without its line end.
 inline constexpr std::string_view kFrameLogHeader =
@@ -86,8 +84,8 @@ class FrameLog {
   /// @param light  of a simulated scene; nothing leaves the column empty
   FrameLog(const std::string& path, std::optional<simulator::LightSchedule> light);
 
-  /// Appends the frame, at the end of its delivery. Throws CommandError.
-  void Add(const CameraContext& context, const DeliveredFrame& delivered);
+  /// Appends a frame's row, with its number and the light of its time. Throws CommandError.
+  void Add(FrameRow row);
 
   /// Completes the file, which replaces one of that name. Throws CommandError.
   void Finish() { file_.Commit(); }
@@ -95,7 +93,6 @@ class FrameLog {
  private:
   OutputFile file_;
   std::optional<simulator::LightSchedule> light_;
-  ExposureEventCounter events_;
   std::uint64_t frames_ = 0;
 };
 

@@ -41,6 +41,12 @@ double StreamCounts::Rate() const {
   return Microframes == 0 ? 0 : static_cast<double>(Delivered()) / Seconds();
 }
 
+bool IsGoodRawFrame(const CameraContext& context, std::uint32_t rawBytes) {
+  constexpr std::int64_t kTolerance = 10;
+  const std::int64_t expected = std::uint32_t{context.RawFrameSize};
+  return std::abs(std::int64_t{rawBytes} - expected) <= kTolerance;
+}
+
 std::uint32_t SetRecordedFormat(CameraContext& context, PictureSize delivered, PictureSize raw,
                                 std::uint32_t rawFrameSize) {
   std::uint32_t bufferSize = 0;
@@ -89,10 +95,7 @@ void FramePath::Deliver() {
   std::uint32_t written = 0;
   DeliverFrame(context_, delivered_.data(), static_cast<std::uint32_t>(delivered_.size()), raw,
                rawBytes, written);
-  constexpr std::int64_t kTolerance = 10;
-  const std::int64_t expected = std::uint32_t{context_.RawFrameSize};
-  const bool isGood = std::abs(std::int64_t{rawBytes} - expected) <= kTolerance;
-  ++(isGood ? counts_.Good : counts_.Bad);
+  ++(IsGoodRawFrame(context_, rawBytes) ? counts_.Good : counts_.Bad);
   handler_({.Yuy2 = delivered_, .RawFrame = {raw, rawBytes}, .Microframe = counts_.Microframes});
 }
 

@@ -15,11 +15,14 @@ namespace lidcam::app {
 
 /// What became of a stream's frames so far.
 struct StreamCounts {
-  std::uint64_t Good = 0;         ///< delivered with the size that the sensor's frames have
-  std::uint64_t Bad = 0;          ///< delivered with another size
-  std::uint64_t Dropped = 0;      ///< begun on the bus and not delivered
-  std::uint64_t BusBytes = 0;     ///< bytes of all packets
-  std::uint64_t Microframes = 0;  ///< bus time since the stream's start
+  std::uint64_t Good = 0;  ///< delivered with the size that the sensor's frames have
+  std::uint64_t Bad = 0;   ///< delivered with another size
+  /// Of a stream: what its newest frame's header says. Of a replay: begun on the bus and not
+  /// delivered.
+  std::uint64_t Dropped = 0;
+  std::uint64_t DroppedAtStart = 0;  ///< of those, how many a stream's first frame counted already
+  std::uint64_t BusBytes = 0;        ///< bytes of all packets
+  std::uint64_t Microframes = 0;     ///< bus time since the stream's start
 
   [[nodiscard]] std::uint64_t Delivered() const { return Good + Bad; }
   [[nodiscard]] double Seconds() const { return static_cast<double>(Microframes) / 8000.0; }
@@ -62,6 +65,9 @@ class FramePath {
   StreamCounts counts_;
   std::uint32_t firstFrameStart_;
 };
+
+/// Whether a raw frame has the size that the sensor's frames have, give or take a few bytes.
+[[nodiscard]] bool IsGoodRawFrame(const CameraContext& context, std::uint32_t rawBytes);
 
 /// Nominal frame period of the camera.
 inline constexpr std::chrono::microseconds kFramePeriod{33333};

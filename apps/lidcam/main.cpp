@@ -1,7 +1,10 @@
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdio>
 #include <exception>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "apps/lidcam/command_error.h"
 #include "apps/lidcam/commands/commands.h"
@@ -16,16 +19,83 @@ int ReportError(const std::exception& error, ExitStatus status) {
   return status;
 }
 
+std::string ListOf(const std::vector<std::string>& words) {
+  std::string list;
+  for (const std::string& word : words) list += (list.empty() ? "'" : ", '") + word + "'";
+  return list;
+}
+
+/// The innermost command that the arguments name, and how far they led to it.
+struct NamedCommand {
+  const CLI::App* Command;
+  std::string Words{};  ///< "registers read"; empty for none
+  std::size_t Depth = 0;
+};
+
+NamedCommand CommandOf(const CLI::App& app) {
+  NamedCommand named{&app};
+  while (!named.Command->get_subcommands().empty()) {
+    named.Command = named.Command->get_subcommands().front();
+    named.Words += (named.Words.empty() ? "" : " ") + named.Command->get_name();
+    ++named.Depth;
+  }
+  return named;
+}
+
+std::string NamesOfCommands(const CLI::App& app) {
+  std::string list;
+  for (const CLI::App* const command : app.get_subcommands([](const CLI::App*) { return true; })) {
+    list += (list.empty() ? "" : ", ") + command->get_name();
+  }
+  return list;
+}
+
+std::string ReasonOf(const CLI::App& app, const NamedCommand& named, const CLI::Error& error,
+                     const std::vector<std::string>& arguments) {
+  const auto kind = static_cast<CLI::ExitCodes>(error.get_exit_code());
+  if (kind == CLI::ExitCodes::ExtrasError) {
+    const std::vector<std::string> extras = app.remaining(true);
+    const bool hasOption =
+        std::ranges::any_of(extras, [](const std::string& word) { return word.starts_with("-"); });
+    return std::string("it takes no ") + (hasOption ? "option" : "argument") + " such as " +
+           ListOf(extras);
+  }
+  const std::string commands = NamesOfCommands(*named.Command);
+  if (kind == CLI::ExitCodes::RequiredError && !commands.empty()) {
+    const bool hasWord = named.Depth < arguments.size();
+    return (hasWord ? "there is no command '" + arguments[named.Depth] + "'"
+                    : std::string("a command is missing")) +
+           ": use one of " + commands;
+  }
+  // The options that convert at all take numbers.
+  constexpr std::string_view kConversion = "Could not convert: ";
+  const std::string text = error.what();
+  if (text.starts_with(kConversion)) return text.substr(kConversion.size()) + " is no number";
+  return text;
+}
+
+// The parser tells of the option alone: here the command is named, too.
+std::string DescribeWrongUse(const CLI::App& app, const CLI::Error& error,
+                             const std::vector<std::string>& arguments) {
+  const NamedCommand named = CommandOf(app);
+  const std::string gap = named.Words.empty() ? "" : " ";
+  return "lidcam: " + named.Words + (named.Words.empty() ? "" : ": ") +
+         ReasonOf(app, named, error, arguments) + " (lidcam " + named.Words + gap +
+         "--help tells more)\n";
+}
+
 int Run(int argc, char** argv) {
   CLI::App app(
       "The driver of a USB 2.0 notebook camera, in user mode over a simulated camera or a "
       "recorded capture.",
       "lidcam");
   app.require_subcommand(1);
-  app.failure_message([](const CLI::App*, const CLI::Error& error) {
-    return "lidcam: " + std::string(error.what()) + " (--help tells more)\n";
+  const std::vector<std::string> arguments(argv + 1, argv + argc);
+  app.failure_message([&](const CLI::App*, const CLI::Error& error) {
+    return DescribeWrongUse(app, error, arguments);
   });
   lidcam::app::AddListCommand(app);
+  lidcam::app::AddFormatsCommand(app);
   lidcam::app::AddStreamCommand(app);
   lidcam::app::AddStillCommand(app);
   lidcam::app::AddRecordCommand(app);

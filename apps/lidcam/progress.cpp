@@ -24,16 +24,32 @@ ProgressLine::~ProgressLine() {
   if (hasText_) std::fputs("\r\x1b[K", stderr);
 }
 
-void ProgressLine::Show(const StreamCounts& counts, const CameraContext& context) {
+std::string ToText(const StreamProgress& progress) {
+  constexpr double kUnitsPerSecond = 1e7;
+  std::array<char, 160> text{};
+  const StreamCounts& counts = progress.Counts;
+  std::snprintf(text.data(), text.size(), "%" PRIu64 " frames  %.1f/s", counts.Delivered(),
+                counts.Rate());
+  std::string line = text.data();
+  if (progress.Position) {
+    std::snprintf(text.data(), text.size(), "  picture %" PRId64 " at %.3f s",
+                  progress.Position->PictureNumber,
+                  static_cast<double>(progress.Position->PresentationTime) / kUnitsPerSecond);
+    line += text.data();
+  }
+  std::snprintf(text.data(), text.size(), "  %" PRIu64 " dropped  exposure %s  light %s",
+                counts.Dropped, progress.IsAutoExposure ? "auto" : "manual",
+                LightStateName(progress.LightState));
+  return line + text.data();
+}
+
+void ProgressLine::Show(const StreamProgress& progress) {
   if (!isShown_) return;
   const auto now = std::chrono::steady_clock::now();
   if (now < next_) return;
   next_ = now + kInterval;
   hasText_ = true;
-  std::fprintf(stderr,
-               "\r%" PRIu64 " frames  %.1f/s  %" PRIu64 " dropped  exposure %s  light %s\x1b[K",
-               counts.Delivered(), counts.Rate(), counts.Dropped,
-               context.AutoExposure != 0 ? "auto" : "manual", LightStateName(context.LightState));
+  std::fprintf(stderr, "\r%s\x1b[K", ToText(progress).c_str());
   std::fflush(stderr);
 }
 

@@ -1,10 +1,33 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
 
 #include "apps/lidcam/frame_path.h"
 
 namespace lidcam::app {
+
+/// Where a frame stands in its stream, as its headers tell it.
+struct FramePosition {
+  std::int64_t PictureNumber = 0;     ///< place among the frames that the stream's time has
+  std::int64_t DropCount = 0;         ///< of those, how many the application hasn't got
+  std::int64_t PresentationTime = 0;  ///< 100 ns since the stream ran
+
+  friend bool operator==(const FramePosition&, const FramePosition&) = default;
+};
+
+/// How a stream goes.
+struct StreamProgress {
+  StreamCounts Counts{};
+  std::optional<FramePosition> Position{};  ///< of the newest frame; none before it, or in a replay
+  bool IsAutoExposure = false;
+  std::uint32_t LightState = 0;  ///< a lidcam::LightState
+};
+
+/// The line as it is shown, without its line end.
+[[nodiscard]] std::string ToText(const StreamProgress& progress);
 
 /// The line at the foot of a terminal that tells how a stream goes; nothing in a pipe.
 class ProgressLine {
@@ -16,8 +39,8 @@ class ProgressLine {
   /// Clears the line.
   ~ProgressLine();
 
-  /// Shows the counts, at most ten times a second.
-  void Show(const StreamCounts& counts, const CameraContext& context);
+  /// Shows the progress, at most ten times a second.
+  void Show(const StreamProgress& progress);
 
  private:
   bool isShown_;

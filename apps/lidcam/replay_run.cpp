@@ -47,7 +47,9 @@ StreamResult ReplayFramesOnly(const bus::CaptureSource& source, const ReplaySize
   const auto context = std::make_unique<CameraContext>();
   const auto rawBytes = static_cast<std::uint32_t>(EstimateRawBytes(source));
   const std::uint32_t bufferSize = SetRecordedFormat(*context, size.Delivered, size.Raw, rawBytes);
-  FramePath path(*context, bufferSize, size.Delivered, LimitedWriter(writer, limits));
+  LimitedWriter limited(writer, limits);
+  FramePath path(*context, bufferSize, size.Delivered,
+                 [&limited](const DeliveredFrame& frame) { limited.Write(frame.Yuy2); });
   bus::IsochronousPacketReader reader(source);
   bus::IsochronousPayload payload;
   ProgressLine progress(!verbosity.IsQuiet);
@@ -57,7 +59,10 @@ StreamResult ReplayFramesOnly(const bus::CaptureSource& source, const ReplaySize
   while (!IsInterrupted() && !isEnough() && reader.Next(payload)) {
     const TransferPacket packet{0, static_cast<std::uint32_t>(payload.Data.size())};
     path.Take(payload.Data, {&packet, 1});
-    progress.Show(path.Counts(), *context);
+    progress.Show({.Counts = path.Counts(),
+                   .Position = {},
+                   .IsAutoExposure = context->AutoExposure != 0,
+                   .LightState = context->LightState});
   }
   return {.Counts = path.Counts(),
           .Size = size.Delivered,
@@ -65,7 +70,8 @@ StreamResult ReplayFramesOnly(const bus::CaptureSource& source, const ReplaySize
           .Identity = {},
           .Sensor = {},
           .Place = {},
-          .Faults = {}};
+          .Faults = {},
+          .ProcessorSeconds = {}};
 }
 
 }  // namespace
@@ -105,6 +111,7 @@ StreamResult RunReplay(const bus::CaptureSource& source, const ReplaySize& size,
   const StreamSize started{.Delivered = size.Delivered, .Raw = size.Raw, .StartsAsRaw = true};
   StreamResult result;
   RunInVirtualTime([&] { result = RunStream(recorded, started, limits, {}, writer, verbosity); });
+  result.ProcessorSeconds.reset();
   return result;
 }
 

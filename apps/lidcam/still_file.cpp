@@ -87,13 +87,20 @@ void StillReport::See(std::string_view line) {
   constexpr int kHexadecimal = 16;
   const char* const end = line.data() + line.size();
   if (std::from_chars(line.data() + at + kStatus.size(), end, status, kHexadecimal).ptr == end) {
+    const std::lock_guard lock(mutex_);
     status_ = status;
   }
 }
 
+std::optional<std::uint32_t> StillReport::Status() const {
+  const std::lock_guard lock(mutex_);
+  return status_;
+}
+
 void StillReport::RequireWritten() const {
-  if (!status_) Fail("was not taken by the driver");
-  if (*status_ != 0) Fail("can't be written: " + ReasonOf(*status_));
+  const std::optional<std::uint32_t> status = Status();
+  if (!status) Fail("was not taken by the driver");
+  if (*status != 0) Fail("can't be written: " + ReasonOf(*status));
 }
 
 fs::path StillFilePath() {

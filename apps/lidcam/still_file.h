@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <mutex>
 #include <optional>
 #include <string_view>
 #include <vector>
@@ -41,7 +42,8 @@ class StillReport {
   StillReport();
 
   /// The platform's status for the file, 0 for success; nothing before a still was taken.
-  [[nodiscard]] std::optional<std::uint32_t> Status() const { return status_; }
+  /// Any thread.
+  [[nodiscard]] std::optional<std::uint32_t> Status() const;
 
   /// Throws CommandError with the platform's reason if the file was not written.
   void RequireWritten() const;
@@ -49,6 +51,7 @@ class StillReport {
  private:
   void See(std::string_view line);
 
+  mutable std::mutex mutex_;  ///< guards the status; never held over a kernel call
   std::optional<std::uint32_t> status_;
   TraceObserver observer_;
 };

@@ -1,5 +1,7 @@
 #include "apps/lidcam/stream_run.h"
 
+#include <sys/resource.h>
+
 #include <cinttypes>
 #include <cstdio>
 #include <iostream>
@@ -25,9 +27,9 @@ class LimitedLog {
  public:
   LimitedLog(FrameLog* log, const StreamLimits& limits) : log_(log), frames_(limits.Frames) {}
 
-  void Add(const CameraContext& context, const DeliveredFrame& frame) {
+  void Add(const FrameRow& row) {
     if (log_ == nullptr || (frames_ && logged_ >= *frames_)) return;
-    log_->Add(context, frame);
+    log_->Add(row);
     ++logged_;
   }
 
@@ -37,6 +39,22 @@ class LimitedLog {
   std::uint64_t logged_ = 0;
 };
 
+double SecondsOf(const timeval& time) {
+  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
+}
+
+double ProcessorSeconds() {
+  rusage usage{};
+  getrusage(RUSAGE_SELF, &usage);
+  return SecondsOf(usage.ru_utime) + SecondsOf(usage.ru_stime);
+}
+
+// Nothing without a frame, or in virtual time.
+std::optional<double> ProcessorMillisecondsPerFrame(const StreamResult& result) {
+  if (!result.ProcessorSeconds || result.Counts.Delivered() == 0) return std::nullopt;
+  return *result.ProcessorSeconds * 1000 / static_cast<double>(result.Counts.Delivered());
+}
+
 nlohmann::json ToJson(const StreamResult& result) {
   nlohmann::json answer = {
       {"identity", result.Identity},
@@ -44,23 +62,28 @@ nlohmann::json ToJson(const StreamResult& result) {
       {"size", ToString(result.Size)},
       {"rawSize", ToString(result.RawSize)},
       {"frames",
-       {{"good", result.Counts.Good},
+       {{"delivered", result.Counts.Delivered()},
+        {"good", result.Counts.Good},
         {"bad", result.Counts.Bad},
-        {"dropped", result.Counts.Dropped}}},
+        {"dropped", result.Counts.Dropped},
+        {"droppedAtStart", result.Counts.DroppedAtStart}}},
       {"busBytes", result.Counts.BusBytes},
       {"busSeconds", result.Counts.Seconds()},
       {"framesPerSecond", result.Counts.Rate()},
       {"output", result.Place},
   };
+  if (const auto processor = ProcessorMillisecondsPerFrame(result)) {
+    answer["processorMillisecondsPerFrame"] = *processor;
+  }
   if (!result.Faults.empty()) answer["faults"] = result.Faults;
   return answer;
 }
 
 }  // namespace
 
-void LimitedWriter::operator()(const DeliveredFrame& frame) {
+void LimitedWriter::Write(std::span<const std::uint8_t> yuy2) {
   if (writer_ == nullptr || (frames_ && written_ >= *frames_)) return;
-  writer_->Write(frame.Yuy2);
+  writer_->Write(yuy2);
   ++written_;
 }
 
@@ -71,24 +94,25 @@ StreamResult RunStream(bus::UsbBus& bus, const StreamSize& size, const StreamLim
   result.Size = size.Delivered;
   LimitedLog limitedLog(log, limits);
   LimitedWriter limitedWriter(writer, limits);
-  const world::FrameHandler handler = [&](const world::HostedFrame& frame) {
-    limitedLog.Add(frame.Camera, ToDelivered(frame));
-    limitedWriter(ToDelivered(frame));
+  const auto take = [&](const StreamFrame& frame) {
+    limitedLog.Add(frame.Report.Loop);
+    limitedWriter.Write(frame.Yuy2);
   };
-  WithStream(bus, {.Size = size, .Controls = controls, .Frames = handler},
-             [&](HostedStream& stream) {
-               result.Identity = IdentityText(stream.Device());
-               result.Sensor = SensorName(stream.Context().SensorType);
-               result.RawSize = stream.RawSize();
-               ProgressLine progress(!verbosity.IsQuiet);
-               SilenceWatch silence;
-               while (!IsInterrupted() && !IsReached(limits, stream.Counts()) && stream.Advance()) {
-                 progress.Show(stream.Counts(), stream.Context());
-                 if (!limits.ToleratesSilence) silence.Check(stream.Counts(), stream.Seconds());
-               }
-               result.Counts = stream.Counts();
-               result.IsUnplugged = stream.IsUnplugged();
-             });
+  WithStream(bus, {.Size = size, .Controls = controls, .Frames = take}, [&](CameraStream& stream) {
+    result.Identity = IdentityText(stream.Opened().Device());
+    result.Sensor = SensorName(stream.Opened().SensorType());
+    result.RawSize = stream.RawSize();
+    const double processorAtRun = ProcessorSeconds();
+    ProgressLine progress(!verbosity.IsQuiet);
+    SilenceWatch silence;
+    while (!IsInterrupted() && !IsReached(limits, stream.Counts()) && stream.Advance()) {
+      progress.Show(stream.Progress());
+      if (!limits.ToleratesSilence) silence.Check(stream.Counts(), stream.Seconds());
+    }
+    result.ProcessorSeconds = ProcessorSeconds() - processorAtRun;
+    result.Counts = stream.Counts();
+    result.IsUnplugged = stream.IsUnplugged();
+  });
   return result;
 }
 
@@ -100,12 +124,19 @@ void PrintSummary(const StreamResult& result, const CommonOptions& options) {
   if (options.Output.IsQuiet) return;
   const StreamCounts& counts = result.Counts;
   std::fprintf(stderr,
-               "%s %s %s (raw %s): %" PRIu64 " frames good, %" PRIu64 " bad, %" PRIu64
-               " dropped; %" PRIu64 " bytes in %.3f s of bus time, %.2f frames/s\n",
+               "%s %s %s (raw %s): %" PRIu64 " frames delivered, %" PRIu64
+               " of them of a wrong size; %" PRIu64 " dropped, %" PRIu64
+               " of them before the first; %" PRIu64
+               " bytes in %.3f s of bus time, %.2f frames/s\n",
                result.Identity.empty() ? "unknown camera" : result.Identity.c_str(),
                result.Sensor.empty() ? "unknown sensor" : result.Sensor.c_str(),
-               ToString(result.Size).c_str(), ToString(result.RawSize).c_str(), counts.Good,
-               counts.Bad, counts.Dropped, counts.BusBytes, counts.Seconds(), counts.Rate());
+               ToString(result.Size).c_str(), ToString(result.RawSize).c_str(), counts.Delivered(),
+               counts.Bad, counts.Dropped, counts.DroppedAtStart, counts.BusBytes, counts.Seconds(),
+               counts.Rate());
+  if (const auto processor = ProcessorMillisecondsPerFrame(result)) {
+    std::fprintf(stderr, "processor time: %.2f ms a frame, of the camera that is simulated too\n",
+                 *processor);
+  }
   if (!result.Faults.empty())
     std::fprintf(stderr, "faults on the bus: %s\n", result.Faults.c_str());
   if (!result.Place.empty() && result.Place != "-") {
@@ -122,6 +153,7 @@ void RequirePluggedIn(const StreamResult& result) {
 void FinishOutput(StreamResult& result, FrameWriter* writer, const std::string& from) {
   if (result.Counts.Delivered() == 0) {
     if (result.IsUnplugged) throw CommandError("the camera was unplugged before its first frame");
+    if (IsInterrupted()) throw CommandError("interrupted before the first frame");
     throw CommandError(from + " gave no whole frame of " + ToString(result.Size));
   }
   if (writer == nullptr) return;

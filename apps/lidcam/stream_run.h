@@ -5,11 +5,11 @@
 #include <span>
 #include <string>
 
+#include "apps/lidcam/camera_stream.h"
 #include "apps/lidcam/commands/common_options.h"
 #include "apps/lidcam/control_table.h"
 #include "apps/lidcam/frame_log.h"
 #include "apps/lidcam/frame_path.h"
-#include "apps/lidcam/hosted_stream.h"
 #include "apps/lidcam/output/frame_writer.h"
 
 namespace lidcam::app {
@@ -24,6 +24,8 @@ struct StreamResult {
   std::string Place;         ///< where the frames are; empty without an output
   std::string Faults;        ///< what was carried out of a fault script; empty without one
   bool IsUnplugged = false;  ///< the camera was gone before the end
+  /// Processor time of the whole process while the stream ran; told for streams in real time only.
+  std::optional<double> ProcessorSeconds;
 };
 
 /// Streams from the camera until a limit, an interrupt or the end of a capture, writing frames if
@@ -45,7 +47,7 @@ class LimitedWriter {
   LimitedWriter(FrameWriter* writer, const StreamLimits& limits)
       : writer_(writer), frames_(limits.Frames) {}
 
-  void operator()(const DeliveredFrame& frame);
+  void Write(std::span<const std::uint8_t> yuy2);
 
  private:
   FrameWriter* writer_;

@@ -5,8 +5,8 @@
 #include <stdexcept>
 #include <utility>
 
-#include "apps/lidcam/control_table.h"
 #include "apps/lidcam/host_environment.h"
+#include "driver/core/control_codes.h"
 #include "driver/exposure/auto_exposure.h"
 
 namespace lidcam::app {
@@ -38,7 +38,8 @@ LoopEnvironment::~LoopEnvironment() {
 
 ClosedLoop::ClosedLoop(const LoopSetup& setup, PictureHandler pictures)
     : setup_(setup), pictures_(std::move(pictures)), bus_(BusFor(setup)), camera_(bus_) {
-  Apply(camera_.Context(), ParseAssignment("Flicker=" + std::to_string(setup.Flicker)));
+  constexpr std::uint32_t kFlicker = 40;
+  Set(kFlicker, setup.Flicker);
   if (setup.StartIndex) AeIndex = *setup.StartIndex;
   stream_ = std::make_unique<NativeStream>(camera_,
                                            StreamSize{.Delivered = setup.Size, .Raw = setup.Size},
@@ -46,9 +47,19 @@ ClosedLoop::ClosedLoop(const LoopSetup& setup, PictureHandler pictures)
 }
 
 void ClosedLoop::Take(const DeliveredFrame& frame) {
-  rows_.push_back(ReadFrameRow(camera_.Context(), frame, rows_.size() + 1, events_.OfNewestFrame(),
-                               setup_.Light));
+  FrameRow row = ReadFrameRow(camera_.Context(), frame, events_.OfNewestFrame());
+  row.Frame = rows_.size() + 1;
+  row.Lux = simulator::LuxAt(setup_.Light, row.Seconds);
+  rows_.push_back(row);
   if (pictures_) pictures_(frame);
+}
+
+void ClosedLoop::Set(std::uint32_t code, std::int32_t value) {
+  ControlRecord record{};
+  record.Code = code;
+  record.Value = value;
+  if (SetControl(camera_.Context(), record) == 0) return;
+  throw std::runtime_error("the camera refuses control code " + std::to_string(code));
 }
 
 void ClosedLoop::RunFrames(std::size_t count) {

@@ -61,6 +61,9 @@ class ClosedLoop {
   [[nodiscard]] const std::vector<FrameRow>& Rows() const { return rows_; }
   [[nodiscard]] CameraContext& Context() { return camera_.Context(); }
 
+  /// Sets a control by its code. Throws std::runtime_error if the camera refuses.
+  void Set(std::uint32_t code, std::int32_t value);
+
  private:
   void Take(const DeliveredFrame& frame);
 

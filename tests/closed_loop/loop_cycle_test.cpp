@@ -6,7 +6,6 @@
 #include <cstdint>
 #include <vector>
 
-#include "apps/lidcam/control_table.h"
 #include "driver/exposure/auto_exposure.h"
 #include "tests/closed_loop/closed_loop.h"
 #include "tests/driver/support/shared_exposure.h"
@@ -77,8 +76,12 @@ TEST_F(LoopCycle, TheUsersBrightnessAndContrastDoNotMoveTheLoop) {
   usual.RunFrames(400);
   test::ResetSharedExposure();
   ClosedLoop dark(setup);
-  Apply(dark.Context(), ParseAssignment("Brightness=-40"));
-  Apply(dark.Context(), ParseAssignment("Contrast=8"));
+  constexpr std::uint32_t kBrightness = 0;
+  constexpr std::uint32_t kContrast = 1;
+  // The first change of the brightness writes the value before it.
+  dark.Set(kBrightness, -40);
+  dark.Set(kBrightness, -40);
+  dark.Set(kContrast, 8);
   dark.RunFrames(400);
   EXPECT_EQ(dark.Rows(), usual.Rows());
 }

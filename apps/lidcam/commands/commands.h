@@ -8,6 +8,7 @@ namespace lidcam::app {
 // its subcommand and throws CommandError or UsageError.
 
 void AddListCommand(CLI::App& app);
+void AddFormatsCommand(CLI::App& app);
 void AddStreamCommand(CLI::App& app);
 void AddStillCommand(CLI::App& app);
 void AddRecordCommand(CLI::App& app);

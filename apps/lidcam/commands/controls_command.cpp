@@ -1,14 +1,17 @@
 #include <cstdio>
+#include <functional>
 #include <iostream>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "apps/lidcam/command_error.h"
 #include "apps/lidcam/commands/commands.h"
 #include "apps/lidcam/commands/common_options.h"
 #include "apps/lidcam/control_table.h"
-#include "apps/lidcam/core_camera.h"
+#include "apps/lidcam/opened_camera.h"
 #include "driver/sensor/register_access.h"
 
 namespace lidcam::app {
@@ -19,66 +22,85 @@ struct ControlsCommand {
   std::vector<std::string> Names;  ///< names, or NAME=VALUE for set
 };
 
-std::unique_ptr<bus::UsbBus> OpenBus(const ControlsCommand& command) {
+void WithCamera(const ControlsCommand& command,
+                const std::function<void(OpenedCamera& opened)>& use) {
   OpenHostEnvironment(command.Common.Output, SetFilesFor(command.Common.Camera));
-  CameraChoice choice = command.Common.Camera;
-  choice.IsFast = true;
-  return OpenCamera(choice);
+  WithOpenedCameraOf(command.Common.Camera, use);
 }
 
-// What the hardware holds of a control, read back now.
-std::string ReadReport(CoreCamera& camera, const CameraControl& control) {
-  CameraContext& context = camera.Context();
-  const auto report = ReportOf(control.Name, context.SensorType);
+// What the hardware holds of a control, read back now. The driver's own register property reads under
+// whatever register select is in force, which is not for an application to know.
+std::string ReadReport(const OpenedCamera& opened, const CameraControl& control) {
+  const auto report = ReportOf(control.Name, opened.SensorType());
   if (!report) return "-";
-  std::uint8_t value = 0;
-  const Status status = report->IsSensor ? ReadSensorRegister(context, report->Address, value)
-                                         : ReadBridgeRegister(context, report->Address, value);
-  if (status != 0) return "no answer";
+  std::optional<std::uint8_t> answer;
+  opened.WithContext([&](CameraContext& context) {
+    std::uint8_t value = 0;
+    const Status status = report->IsSensor ? ReadSensorRegister(context, report->Address, value)
+                                           : ReadBridgeRegister(context, report->Address, value);
+    if (status == 0) answer = value;
+  });
+  if (!answer) return "no answer";
   char text[24];
   std::snprintf(text, sizeof(text), "%s %04X=%02X", report->IsSensor ? "sensor" : "bridge",
-                unsigned{report->Address}, unsigned{value});
+                unsigned{report->Address}, unsigned{*answer});
   return text;
 }
 
-nlohmann::json ToJson(CoreCamera& camera, const CameraControl& control) {
-  return {{"name", std::string(control.Name)},
-          {"minimum", control.Minimum},
-          {"maximum", control.Maximum},
-          {"step", 1},
-          {"default", control.Default},
-          {"value", control.Get(camera.Context())},
-          {"reports", ReadReport(camera, control)},
-          {"meaning", std::string(control.Meaning)}};
+struct ControlLine {
+  const CameraControl* Control;
+  ControlRange Range;
+  std::int32_t Value;
+  std::string Reports;
+};
+
+std::vector<ControlLine> ReadLines(const OpenedCamera& opened) {
+  std::vector<ControlLine> lines;
+  for (const CameraControl& control : AllControls()) {
+    lines.push_back({&control, RangeOf(opened.Camera(), control), ValueOf(opened.Camera(), control),
+                     ReadReport(opened, control)});
+  }
+  return lines;
 }
 
-void PrintTable(CoreCamera& camera) {
-  std::printf("%-13s %5s %5s %5s %8s %6s  %-15s  %s\n", "name", "min", "max", "step", "default",
+nlohmann::json ToJson(const ControlLine& line) {
+  return {{"name", std::string(line.Control->Name)},
+          {"minimum", line.Range.Minimum},
+          {"maximum", line.Range.Maximum},
+          {"step", line.Range.Step},
+          {"default", line.Range.Default},
+          {"value", line.Value},
+          {"reports", line.Reports},
+          {"meaning", std::string(line.Control->Meaning)}};
+}
+
+void PrintTable(const std::vector<ControlLine>& lines) {
+  std::printf("%-21s %5s %5s %5s %8s %6s  %-15s  %s\n", "name", "min", "max", "step", "default",
               "value", "camera reports", "meaning");
-  for (const CameraControl& control : AllControls()) {
-    std::printf("%-13s %5d %5d %5d %8d %6d  %-15s  %s\n", std::string(control.Name).c_str(),
-                control.Minimum, control.Maximum, 1, control.Default, control.Get(camera.Context()),
-                ReadReport(camera, control).c_str(), std::string(control.Meaning).c_str());
+  for (const ControlLine& line : lines) {
+    std::printf("%-21s %5d %5d %5u %8d %6d  %-15s  %s\n", std::string(line.Control->Name).c_str(),
+                line.Range.Minimum, line.Range.Maximum, line.Range.Step, line.Range.Default,
+                line.Value, line.Reports.c_str(), std::string(line.Control->Meaning).c_str());
   }
 }
 
 void RunControls(const ControlsCommand& command) {
-  const std::unique_ptr<bus::UsbBus> bus = OpenBus(command);
-  CoreCamera camera(*bus);
+  std::vector<ControlLine> lines;
+  WithCamera(command, [&](OpenedCamera& opened) { lines = ReadLines(opened); });
   if (!command.Common.IsJson) {
-    PrintTable(camera);
+    PrintTable(lines);
     return;
   }
   nlohmann::json rows = nlohmann::json::array();
-  for (const CameraControl& control : AllControls()) rows.push_back(ToJson(camera, control));
+  for (const ControlLine& line : lines) rows.push_back(ToJson(line));
   std::cout << rows.dump(2) << std::endl;
 }
 
-void PrintValues(CoreCamera& camera, const std::vector<const CameraControl*>& controls,
+void PrintValues(const OpenedCamera& opened, const std::vector<const CameraControl*>& controls,
                  bool isJson) {
   nlohmann::json values;
   for (const CameraControl* const control : controls) {
-    const std::int32_t value = control->Get(camera.Context());
+    const std::int32_t value = ValueOf(opened.Camera(), *control);
     values[std::string(control->Name)] = value;
     if (!isJson) std::printf("%s=%d\n", std::string(control->Name).c_str(), value);
   }
@@ -91,22 +113,34 @@ void RunGet(const ControlsCommand& command) {
   if (controls.empty()) {
     for (const CameraControl& control : AllControls()) controls.push_back(&control);
   }
-  const std::unique_ptr<bus::UsbBus> bus = OpenBus(command);
-  CoreCamera camera(*bus);
-  PrintValues(camera, controls, command.Common.IsJson);
+  WithCamera(command,
+             [&](OpenedCamera& opened) { PrintValues(opened, controls, command.Common.IsJson); });
+}
+
+// A setting that the camera took without a change, as it may.
+void TellUnchanged(const OpenedCamera& opened, const ControlAssignment& assignment) {
+  const std::int32_t value = ValueOf(opened.Camera(), *assignment.Control);
+  if (value == assignment.Value) return;
+  std::fprintf(stderr, "lidcam: %s stays %d: the camera took %d and kept its own\n",
+               std::string(assignment.Control->Name).c_str(), value, assignment.Value);
 }
 
 void RunSet(const ControlsCommand& command) {
+  if (CaptureFileOf(command.Common.Camera.Camera)) {
+    throw UsageError("camera '" + command.Common.Camera.Camera +
+                     "' is a recording, which keeps no settings: use stream --set with it");
+  }
   // All are read before the first is set: a mistake in one changes nothing.
   const std::vector<ControlAssignment> assignments = ParseAssignments(command.Names);
-  const std::unique_ptr<bus::UsbBus> bus = OpenBus(command);
-  CoreCamera camera(*bus);
   std::vector<const CameraControl*> controls;
-  for (const ControlAssignment& assignment : assignments) {
-    Apply(camera.Context(), assignment);
-    controls.push_back(assignment.Control);
-  }
-  PrintValues(camera, controls, command.Common.IsJson);
+  for (const ControlAssignment& assignment : assignments) controls.push_back(assignment.Control);
+  WithCamera(command, [&](OpenedCamera& opened) {
+    for (const ControlAssignment& assignment : assignments) {
+      Apply(opened.Camera(), assignment);
+      if (!command.Common.Output.IsQuiet) TellUnchanged(opened, assignment);
+    }
+    PrintValues(opened, controls, command.Common.IsJson);
+  });
 }
 
 CLI::App* AddCommand(CLI::App& app, const std::shared_ptr<ControlsCommand>& command,
@@ -124,6 +158,10 @@ void AddControlsCommand(CLI::App& app) {
   CLI::App* const sub =
       AddCommand(app, command, "controls", "picture controls: range, default, value, register");
   sub->footer(
+      "Range and default of the published controls are those that the driver tells\n"
+      "applications. A camera without stored settings starts with values of its own, a few\n"
+      "of which differ. For its private controls, Mirror to LED, the driver tells one range\n"
+      "for all, 0 to 500: what is shown here is what each takes.\n"
       "Example:\n"
       "  lidcam controls --camera sim:1af0:6010");
   sub->callback([command] { RunControls(*command); });
@@ -144,6 +182,7 @@ void AddSetCommand(CLI::App& app) {
   CLI::App* const sub = AddCommand(app, command, "set", "change picture controls; they persist");
   sub->add_option("assignments", command->Names, "NAME=VALUE")->type_name("NAME=VALUE")->required();
   sub->footer(
+      "Names and ranges are those of lidcam controls. What the camera holds is printed.\n"
       "Example:\n"
       "  lidcam set Contrast=12 Mirror=1");
   sub->callback([command] { RunSet(*command); });

@@ -11,6 +11,7 @@
 #include "apps/lidcam/commands/common_options.h"
 #include "bus/capture/capture_source.h"
 #include "simulator/camera_identity.h"
+#include "simulator/camera_options.h"
 
 namespace lidcam::app {
 namespace {
@@ -26,7 +27,7 @@ std::string Hexadecimal(std::uint16_t number) {
   return text.data();
 }
 
-std::string IdentityText(const simulator::CameraIdentity& identity) {
+std::string SimulatedIdentity(const simulator::CameraIdentity& identity) {
   return Hexadecimal(identity.VendorId) + ":" + Hexadecimal(identity.ProductId);
 }
 
@@ -39,20 +40,28 @@ std::string SensorList(const simulator::CameraIdentity& identity) {
   return list;
 }
 
+// What --camera stands for where it isn't given.
+bool IsDefault(const simulator::CameraIdentity& identity) {
+  const simulator::CameraOptions usual;
+  return identity.VendorId == usual.VendorId && identity.ProductId == usual.ProductId;
+}
+
 nlohmann::json ToJson(const simulator::CameraIdentity& identity) {
   nlohmann::json sensors = nlohmann::json::array();
   for (const simulator::SensorModel model : identity.Sensors) {
     sensors.push_back(std::string(simulator::NameOf(model)));
   }
-  return {{"camera", "sim:" + IdentityText(identity)},
+  return {{"camera", "sim:" + SimulatedIdentity(identity)},
           {"kind", "simulated"},
-          {"identity", IdentityText(identity)},
+          {"default", IsDefault(identity)},
+          {"identity", SimulatedIdentity(identity)},
           {"sensors", sensors}};
 }
 
 nlohmann::json ToJson(const std::string& path, const bus::RecordedDevice& device) {
   nlohmann::json row = {{"camera", "capture:" + path},
                         {"kind", "capture"},
+                        {"default", false},
                         {"device", bus::ToString(device.Address)},
                         {"description", bus::Describe(device)}};
   if (device.Identity) {
@@ -92,7 +101,9 @@ void PrintJson(const std::vector<CaptureListing>& captures) {
 void PrintTable(const std::vector<CaptureListing>& captures) {
   std::printf("Simulated cameras (the usual sensor first):\n");
   for (const simulator::CameraIdentity& identity : simulator::AllIdentities()) {
-    std::printf("  sim:%s  %s\n", IdentityText(identity).c_str(), SensorList(identity).c_str());
+    std::printf("  sim:%s  %s%s\n", SimulatedIdentity(identity).c_str(),
+                SensorList(identity).c_str(),
+                IsDefault(identity) ? "  (default: what sim alone means)" : "");
   }
   for (const CaptureListing& capture : captures) {
     std::printf("Devices of capture %s:\n", capture.Path.c_str());

@@ -28,6 +28,7 @@ void Run(const RecordCommand& command) {
     RunInTimeOf(command.Common.Camera, [&] {
       result = RunStream(recording, size, limits, controls, nullptr, command.Common.Output);
     });
+    if (!IsInRealTime(command.Common.Camera)) result.ProcessorSeconds.reset();
     result.Faults = port.Account();
     FinishOutput(result, nullptr, "camera '" + command.Common.Camera.Camera + "'");
     recording.Finish();

@@ -3,11 +3,11 @@
 #include <memory>
 #include <string>
 
+#include "apps/lidcam/camera_stream.h"
 #include "apps/lidcam/command_error.h"
 #include "apps/lidcam/commands/commands.h"
 #include "apps/lidcam/commands/common_options.h"
 #include "apps/lidcam/core_camera.h"
-#include "apps/lidcam/hosted_stream.h"
 #include "driver/sensor/register_access.h"
 
 namespace lidcam::app {
@@ -108,7 +108,7 @@ void Trace(const RegistersCommand& command) {
   choice.IsFast = true;
   const std::unique_ptr<bus::UsbBus> bus = OpenCamera(choice);
   if (size) {
-    RunInVirtualTime([&] { WithStream(*bus, {.Size = {*size}}, [](HostedStream&) {}); });
+    RunInVirtualTime([&] { WithStream(*bus, {.Size = {*size}}, [](CameraStream&) {}); });
   } else {
     const CoreCamera camera(*bus);
   }

@@ -46,6 +46,7 @@ struct Tally {
   std::uint64_t Hangs = 0;
   std::uint64_t Failures = 0;
   std::uint64_t Frames = 0;
+  std::uint64_t Disturbed = 0;
   std::uint64_t Recoveries = 0;
   std::chrono::steady_clock::time_point Began = std::chrono::steady_clock::now();
 
@@ -54,6 +55,7 @@ struct Tally {
     if (result.Outcome == Verdict::StatedHang) ++Hangs;
     if (result.Outcome == Verdict::Failed) ++Failures;
     Frames += result.Counts.Frames;
+    Disturbed += result.Counts.Disturbed;
     Recoveries += result.Counts.Recoveries;
   }
   [[nodiscard]] double Seconds() const {
@@ -61,7 +63,7 @@ struct Tally {
   }
 };
 
-std::uint64_t ParseNumber(std::string_view text, const std::string& whole) {
+std::uint64_t ParseSeed(std::string_view text, const std::string& whole) {
   std::uint64_t number = 0;
   const auto end = std::from_chars(text.data(), text.data() + text.size(), number);
   if (text.empty() || end.ec != std::errc{} || end.ptr != text.data() + text.size()) {
@@ -74,8 +76,8 @@ SeedRange ParseSeeds(const std::string& text) {
   const std::size_t dots = text.find("..");
   const std::string_view view = text;
   SeedRange range;
-  range.First = ParseNumber(view.substr(0, dots), text);
-  range.Last = dots == std::string::npos ? range.First : ParseNumber(view.substr(dots + 2), text);
+  range.First = ParseSeed(view.substr(0, dots), text);
+  range.Last = dots == std::string::npos ? range.First : ParseSeed(view.substr(dots + 2), text);
   if (range.Last < range.First) {
     throw UsageError("--seeds " + text + ": the last seed is below the first");
   }
@@ -121,7 +123,8 @@ void PrintText(const RunResult& result, const SimulateCommand& command) {
                 VerdictText(result).c_str());
   }
   if (!isFailed) return;
-  std::printf("  %s\n  replay: %s\n", result.What.c_str(), ReplayCommand(result.Key).c_str());
+  std::printf("  %s\n  replay: %s\n", result.What.c_str(),
+              simulation::ReplayCommand(result.Key).c_str());
   if (command.ShowsTrace) std::fputs(result.Report.c_str(), stdout);
 }
 
@@ -139,7 +142,7 @@ void PrintJson(const RunResult& result) {
   if (!result.Hang.empty()) json["hang"] = result.Hang;
   if (result.Outcome == Verdict::Failed) {
     json["what"] = result.What;
-    json["replay"] = ReplayCommand(result.Key);
+    json["replay"] = simulation::ReplayCommand(result.Key);
   }
   std::printf("%s\n", json.dump().c_str());
 }
@@ -169,18 +172,23 @@ void PrintTally(const Tally& tally, const SimulateCommand& command) {
   const double seconds = tally.Seconds();
   const double rate = seconds > 0 ? static_cast<double>(tally.Runs) / seconds : 0;
   if (command.IsJson) {
-    const nlohmann::json json{
-        {"runs", tally.Runs},     {"failed", tally.Failures},       {"statedHangs", tally.Hangs},
-        {"frames", tally.Frames}, {"recoveries", tally.Recoveries}, {"seconds", seconds},
-        {"runsPerSecond", rate}};
+    const nlohmann::json json{{"runs", tally.Runs},
+                              {"failed", tally.Failures},
+                              {"statedHangs", tally.Hangs},
+                              {"frames", tally.Frames},
+                              {"disturbedFrames", tally.Disturbed},
+                              {"recoveries", tally.Recoveries},
+                              {"seconds", seconds},
+                              {"runsPerSecond", rate}};
     std::printf("%s\n", json.dump().c_str());
     return;
   }
   std::printf(
-      "%llu runs, %llu failed, %llu stated hangs, %llu frames, %llu recoveries; %.1f s, %.0f runs "
-      "a second\n",
+      "%llu runs, %llu failed, %llu stated hangs, %llu frames whole, %llu disturbed, %llu "
+      "recoveries; %.1f s, %.0f runs a second\n",
       static_cast<unsigned long long>(tally.Runs), static_cast<unsigned long long>(tally.Failures),
       static_cast<unsigned long long>(tally.Hangs), static_cast<unsigned long long>(tally.Frames),
+      static_cast<unsigned long long>(tally.Disturbed),
       static_cast<unsigned long long>(tally.Recoveries), seconds, rate);
 }
 

@@ -6,12 +6,12 @@
 #include <string>
 #include <vector>
 
+#include "apps/lidcam/camera_stream.h"
 #include "apps/lidcam/command_error.h"
 #include "apps/lidcam/commands/commands.h"
 #include "apps/lidcam/commands/common_options.h"
 #include "apps/lidcam/core_camera.h"
 #include "apps/lidcam/fault_option.h"
-#include "apps/lidcam/hosted_stream.h"
 #include "apps/lidcam/interrupt.h"
 #include "apps/lidcam/output/frame_writer.h"
 #include "apps/lidcam/output/output_file.h"
@@ -21,7 +21,7 @@
 #include "apps/lidcam/replay_run.h"
 #include "apps/lidcam/silence_watch.h"
 #include "apps/lidcam/still_file.h"
-#include "driver/core/control_codes.h"
+#include "driver/avstream/camera_properties_sets.h"
 
 namespace lidcam::app {
 namespace {
@@ -35,14 +35,14 @@ struct StillCommand {
   std::optional<std::string> Faults;
 };
 
-void AskForStill(CameraContext& context, std::uint32_t value) {
-  const ControlRecord record{.Code = kControlStill,
-                             .Value = static_cast<std::int32_t>(value),
-                             .Value2 = 0,
-                             .Flags = 0,
-                             .Caps = 0,
-                             .Words = {}};
-  if (SetControl(context, record) != 0) throw CommandError("the camera refuses to take a still");
+void AskForStill(const OpenedCamera& opened, std::uint32_t value) {
+  PrivatePropertyBlock block{};
+  block.Value = static_cast<LONG>(value);
+  const NTSTATUS status =
+      opened.Camera().Properties().SetBlock(PROPSETID_CAMERA_PRIVATE, PrivatePropertyStill, block);
+  if (NT_SUCCESS(status)) return;
+  throw CommandError(opened.IsUnplugged() ? "the camera was unplugged: no still was taken"
+                                          : "the camera refuses to take a still");
 }
 
 // Less settling helps only where a frame came that could have been the still.
@@ -56,7 +56,7 @@ void AskForStill(CameraContext& context, std::uint32_t value) {
 /// Lets a stream run until a condition holds.
 class StreamRunner {
  public:
-  StreamRunner(HostedStream& stream, const StillCommand& command)
+  StreamRunner(CameraStream& stream, const StillCommand& command)
       : stream_(stream),
         settleFrames_(command.SettleFrames),
         progress_(!command.Common.Output.IsQuiet) {}
@@ -68,7 +68,7 @@ class StreamRunner {
       if (IsInterrupted()) throw CommandError("interrupted: no still was taken");
       if (!goesOn) FailAtEnd();
       goesOn = stream_.Advance();
-      progress_.Show(stream_.Counts(), stream_.Context());
+      progress_.Show(stream_.Progress());
       silence_.Check(stream_.Counts(), stream_.Seconds());
     }
   }
@@ -81,7 +81,7 @@ class StreamRunner {
     FailAtEndOfCapture(stream_.Counts().Delivered(), settleFrames_);
   }
 
-  HostedStream& stream_;
+  CameraStream& stream_;
   std::uint64_t settleFrames_;
   ProgressLine progress_;
   SilenceWatch silence_;
@@ -94,14 +94,15 @@ struct StillCamera {
 };
 
 StillCamera TakeStill(bus::UsbBus& bus, const StillCommand& command, const StreamSize& size,
-                      std::uint32_t value) {
+                      std::uint32_t value, const StillReport& report) {
   StillCamera camera;
-  WithStream(bus, {.Size = size}, [&](HostedStream& stream) {
-    camera = {IdentityText(stream.Device()), std::string(SensorName(stream.Context().SensorType))};
+  WithStream(bus, {.Size = size}, [&](CameraStream& stream) {
+    const OpenedCamera& opened = stream.Opened();
+    camera = {IdentityText(opened.Device()), std::string(SensorName(opened.SensorType()))};
     StreamRunner runner(stream, command);
     runner.RunUntil([&] { return stream.Counts().Delivered() >= command.SettleFrames; });
-    stream.Camera().WithCamera([&](CameraContext& context) { AskForStill(context, value); });
-    runner.RunUntil([&] { return stream.Context().StillRequested == 0; });
+    AskForStill(opened, value);
+    runner.RunUntil([&] { return report.Status().has_value(); });
   });
   return camera;
 }
@@ -167,7 +168,7 @@ void Run(const StillCommand& command) {
   const StillReport report;
   const StreamSize fitting = FitToCamera(size, choice);
   StillCamera camera;
-  RunInTimeOf(choice, [&] { camera = TakeStill(port.Bus(), command, fitting, value); });
+  RunInTimeOf(choice, [&] { camera = TakeStill(port.Bus(), command, fitting, value, report); });
   report.RequireWritten();
   const StillPicture still = ReadStillFile(value);
   WritePicture(command.Output, still);

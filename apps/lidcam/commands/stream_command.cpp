@@ -43,6 +43,7 @@ void Run(const StreamCommand& command) {
       result = RunStream(port.Bus(), fitting, limits, controls, writer.get(), command.Common.Output,
                          log ? &*log : nullptr);
     });
+    if (!IsInRealTime(choice)) result.ProcessorSeconds.reset();
     result.Faults = port.Account();
     FinishOutput(result, writer.get(), "camera '" + choice.Camera + "'");
   } catch (...) {
@@ -72,6 +73,10 @@ void AddStreamCommand(CLI::App& app) {
       ->type_name("FILE");
   AddOutputOptions(*sub, command->Common);
   sub->footer(
+      "Without --frames or --duration it runs until Ctrl-C, which ends it in order.\n"
+      "Dropped frames are those that the last frame's header counts: some go by while\n"
+      "the stream starts, before its first. Frames of a wrong size came from a damaged\n"
+      "raw frame. Processor time is told of streams in real time only.\n"
       "Examples:\n"
       "  lidcam stream --frames 5 -o picture.png\n"
       "  lidcam stream --size 320x240 -o - | ffplay -\n"

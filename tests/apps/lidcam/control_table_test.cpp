@@ -3,9 +3,17 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <functional>
 #include <string>
+#include <string_view>
 
 #include "apps/lidcam/command_error.h"
+#include "apps/lidcam/host_environment.h"
+#include "apps/lidcam/opened_camera.h"
+#include "apps/lidcam/trace_observer.h"
+#include "bus/simulated/simulated_bus.h"
+#include "driver/avstream/camera_properties.h"
+#include "driver/avstream/camera_properties_sets.h"
 #include "tests/driver/support/register_space.h"
 
 namespace lidcam::app {
@@ -19,11 +27,22 @@ struct Row {
 };
 
 constexpr Row kRows[] = {
-    {"Brightness", -100, 100, 20}, {"Contrast", 1, 16, 10},   {"Saturation", 0, 255, 120},
-    {"Sharpness", 0, 8, 3},        {"Gamma", 1, 20, 11},      {"ColorEnable", 0, 1, 1},
-    {"BackLight", 0, 1, 0},        {"AutoExposure", 0, 1, 1}, {"Exposure", 1, 100, 1},
-    {"Mirror", 0, 1, 0},           {"Vertical", 0, 1, 0},     {"Flicker", 0, 2, 1},
-    {"Effect", 0, 5, 0},           {"LDMode", 0, 1, 0},       {"LED", 2, 4, 4},
+    {"Brightness", -100, 100, 0},
+    {"Contrast", 1, 16, 10},
+    {"Saturation", 0, 255, 120},
+    {"Sharpness", 0, 8, 4},
+    {"Gamma", 1, 20, 12},
+    {"WhiteBalance", 0, 1, 1},
+    {"BacklightCompensation", 0, 1, 0},
+    {"ColorEnable", 0, 1, 1},
+    {"Exposure", 1, 100, 1},
+    {"AutoExposure", 0, 1, 1},
+    {"Mirror", 0, 1, 0},
+    {"Vertical", 0, 1, 0},
+    {"Flicker", 0, 2, 1},
+    {"Effect", 0, 5, 0},
+    {"LDMode", 0, 1, 0},
+    {"LED", 2, 4, 4},
 };
 
 TEST(ControlTable, HasEveryControlWithItsRange) {
@@ -37,6 +56,22 @@ TEST(ControlTable, HasEveryControlWithItsRange) {
   }
 }
 
+// A set as the driver gets it, on a camera record by itself.
+void SetOn(CameraContext& context, const CameraControl& control, std::int32_t value) {
+  PrivatePropertyBlock block{};
+  block.Value = value;
+  block.Unused =
+      KSPROPERTY_VIDEOPROCAMP_FLAGS_MANUAL;  // where the published levels have their flags
+  if (control.Part == ControlPart::Mode) block.Unused = value != 0 ? 1 : 2;
+  if (control.Part == ControlPart::Led) block.Led = static_cast<ULONG>(value);
+  KSIDENTIFIER request{};
+  request.Set = *control.Set;
+  request.Id = control.Id;
+  ULONG_PTR information = 0;
+  EXPECT_NE(SetCameraProperty(context, request, {&block, sizeof(block), &information}),
+            STATUS_BUFFER_TOO_SMALL);
+}
+
 // On every sensor the register that a control reports is one that the control writes, and a control
 // that reports none writes none that could be told.
 TEST(ControlTable, AReportIsARegisterThatTheControlWrites) {
@@ -48,8 +83,8 @@ TEST(ControlTable, AReportIsARegisterThatTheControlWrites) {
       camera.Context().FormatTag = kFourccYuy2;
       camera.Context().ClockDivider = 1;
       camera.Context().LED = 3;
-      control.Set(camera.Context(), control.Minimum);
-      control.Set(camera.Context(), control.Maximum);
+      SetOn(camera.Context(), control, control.Minimum);
+      SetOn(camera.Context(), control, control.Maximum);
       const auto report = ReportOf(control.Name, type);
       if (!report) continue;
       char written[24];
@@ -68,39 +103,81 @@ TEST(ControlTable, OrientationIsReportedByTheOneSensorThatHasIt) {
   EXPECT_FALSE(ReportOf("LDMode", SensorTypeVGA0708).has_value());
 }
 
-TEST(ControlTable, WhatIsSetIsReadBack) {
-  for (const CameraControl& control : AllControls()) {
-    test::RegisterSpace camera;
-    camera.Context().SensorType = SensorTypeVGA0708;
-    camera.Context().LED = 4;
-    for (const std::int32_t value : {control.Maximum, control.Minimum}) {
-      EXPECT_EQ(control.Set(camera.Context(), value), 0) << control.Name;
-      EXPECT_EQ(control.Get(camera.Context()), value) << control.Name;
+/// The default camera, opened as an application opens it.
+void WithDefaultCamera(const std::function<void(const client::Camera& camera)>& use) {
+  DetachSettings();
+  bus::SimulatedBus bus({});
+  RunInVirtualTime(
+      [&] { WithOpenedCamera(bus, [&](OpenedCamera& opened) { use(opened.Camera()); }); });
+}
+
+TEST(ControlTable, ThePublishedLevelsHaveTheRangesThatTheDriverTells) {
+  WithDefaultCamera([](const client::Camera& camera) {
+    for (const CameraControl& control : AllControls()) {
+      EXPECT_EQ(RangeOf(camera, control),
+                (ControlRange{control.Minimum, control.Maximum, 1, control.Default}))
+          << control.Name;
     }
-  }
+  });
+}
+
+TEST(ControlTable, WhatIsSetIsReadBack) {
+  WithDefaultCamera([](const client::Camera& camera) {
+    for (const CameraControl& control : AllControls()) {
+      for (const std::int32_t value : {control.Maximum, control.Minimum}) {
+        SetValue(camera, control, value);
+        if (control.Name == "WhiteBalance") continue;
+        EXPECT_EQ(ValueOf(camera, control), value) << control.Name;
+      }
+    }
+  });
+}
+
+TEST(ControlTable, TheWhiteBalanceTakesAnyValueAndKeepsItsOwn) {
+  WithDefaultCamera([](const client::Camera& camera) {
+    const CameraControl& control = FindControl("WhiteBalance");
+    const std::int32_t before = ValueOf(camera, control);
+    for (const std::int32_t value : {0, 1}) {
+      SetValue(camera, control, value);
+      EXPECT_EQ(ValueOf(camera, control), before);
+    }
+  });
 }
 
 TEST(ControlTable, BrightnessIsWrittenTwiceSoThatTheNewValueStands) {
-  test::RegisterSpace camera;
-  FindControl("Brightness").Set(camera.Context(), -2);
-  EXPECT_EQ(camera.Bridge[0x77], 0xFE);
+  std::string last;
+  const TraceObserver observer([&last](std::string_view line) {
+    if (line.starts_with("bus  write bridge FF77=")) last = line;
+  });
+  WithDefaultCamera(
+      [](const client::Camera& camera) { SetValue(camera, FindControl("Brightness"), -2); });
+  EXPECT_EQ(last, "bus  write bridge FF77=FE");
 }
 
 TEST(ControlTable, AnExposureByHandTurnsTheAutomaticOff) {
-  test::RegisterSpace camera;
-  FindControl("AutoExposure").Set(camera.Context(), 1);
-  FindControl("Exposure").Set(camera.Context(), 30);
-  EXPECT_EQ(FindControl("AutoExposure").Get(camera.Context()), 0);
-  FindControl("AutoExposure").Set(camera.Context(), 1);
-  EXPECT_EQ(FindControl("Exposure").Get(camera.Context()), 30);
+  WithDefaultCamera([](const client::Camera& camera) {
+    const CameraControl& automatic = FindControl("AutoExposure");
+    SetValue(camera, automatic, 1);
+    SetValue(camera, FindControl("Exposure"), 30);
+    EXPECT_EQ(ValueOf(camera, automatic), 0);
+    SetValue(camera, automatic, 1);
+    EXPECT_EQ(ValueOf(camera, automatic), 1);
+    EXPECT_EQ(ValueOf(camera, FindControl("Exposure")), 30);
+  });
 }
 
 TEST(ControlTable, LightModeAndLedKeepEachOther) {
-  test::RegisterSpace camera;
-  FindControl("LED").Set(camera.Context(), 2);
-  FindControl("LDMode").Set(camera.Context(), 1);
-  EXPECT_EQ(FindControl("LED").Get(camera.Context()), 2);
-  EXPECT_EQ(FindControl("LDMode").Get(camera.Context()), 1);
+  WithDefaultCamera([](const client::Camera& camera) {
+    SetValue(camera, FindControl("LED"), 2);
+    SetValue(camera, FindControl("LDMode"), 1);
+    EXPECT_EQ(ValueOf(camera, FindControl("LED")), 2);
+    EXPECT_EQ(ValueOf(camera, FindControl("LDMode")), 1);
+  });
+}
+
+TEST(ControlTable, AnOlderNameNamesTheSameControl) {
+  EXPECT_EQ(&FindControl("backlight"), &FindControl("BacklightCompensation"));
+  EXPECT_EQ(ParseAssignment("BackLight=1").Control->Name, "BacklightCompensation");
 }
 
 TEST(ControlTable, AssignmentsAreNamesInAnyCaseAndValuesInRange) {

@@ -6,20 +6,18 @@
 #include <stdlib.h>
 
 #include <array>
-#include <cstdarg>
 #include <cstdint>
-#include <cstdio>
 #include <filesystem>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "apps/lidcam/camera_stream.h"
 #include "apps/lidcam/host_environment.h"
-#include "apps/lidcam/hosted_stream.h"
+#include "apps/lidcam/trace_observer.h"
 #include "bus/capture/capture_bus.h"
 #include "bus/capture/recording_bus.h"
 #include "bus/simulated/simulated_bus.h"
-#include "driver/core/camera_trace.h"
 #include "platform/host/nt/debug_print.h"
 
 namespace lidcam::app {
@@ -37,16 +35,6 @@ constexpr std::uint32_t kRunLength = 7;
 constexpr std::uint64_t kMicroframes = 3200;  // some twelve frames
 constexpr double kLongestRun = 5;             // seconds
 
-Lines* g_frameLines = nullptr;
-
-[[gnu::format(printf, 1, 0)]] void KeepFrameLine(const char* format, std::va_list arguments) {
-  std::array<char, 160> line{};
-  std::vsnprintf(line.data(), line.size(), format, arguments);
-  const std::string_view text(line.data());
-  if (!text.starts_with("frame ") || text.starts_with("frame thread")) return;
-  g_frameLines->emplace_back(text);
-}
-
 /// What one run says of its frames.
 struct RunAccount {
   Lines Frames;
@@ -57,21 +45,22 @@ struct RunAccount {
 
 RunAccount StreamOver(bus::UsbBus& bus) {
   RunAccount account;
-  g_frameLines = &account.Frames;
-  SetCameraTraceSink(KeepFrameLine);
+  const TraceObserver frameLines([&account](std::string_view line) {
+    if (!line.starts_with("frame ") || line.starts_with("frame thread")) return;
+    account.Frames.emplace_back(line);
+  });
   const host::DebugPrintCapture debug;
-  const auto keepPicture = [&account](const world::HostedFrame& frame) {
+  const auto keepPicture = [&account](const StreamFrame& frame) {
     account.Pictures.emplace_back(frame.Yuy2.begin(), frame.Yuy2.end());
   };
   RunInVirtualTime([&] {
-    WithStream(bus, {.Size = kSize, .Frames = keepPicture}, [&](HostedStream& stream) {
+    WithStream(bus, {.Size = kSize, .Frames = keepPicture}, [&](CameraStream& stream) {
       while (stream.Counts().Microframes < kMicroframes && stream.Seconds() < kLongestRun &&
              stream.Advance()) {
       }
       account.BrokeOff = stream.Counts().Microframes < kMicroframes;
     });
   });
-  SetCameraTraceSink(nullptr);
   account.Debug = debug.Messages();
   return account;
 }

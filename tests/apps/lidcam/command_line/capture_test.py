@@ -20,9 +20,9 @@ class CaptureTest(CommandLineTest):
                              ("sim:1af0:6011", "160x120")):
             live = self.path("live.yuy2")
             replayed = self.path("replayed.yuy2")
-            self.lidcam("stream", "--fast", "--duration", "2s", "--camera", camera, "--size", size,
+            self.lidcam("stream", "--fast", "--frames", "56", "--camera", camera, "--size", size,
                         "-o", live)
-            capture = self.record("--duration", "2s", "--camera", camera, "--size", size)
+            capture = self.record("--frames", "56", "--camera", camera, "--size", size)
             self.lidcam("replay", capture, "--size", size, "-o", replayed)
             with open(live, "rb") as one, open(replayed, "rb") as other:
                 frames = one.read()

@@ -32,6 +32,18 @@ class ErrorTest(CommandLineTest):
             self.assertEqual(result.returncode, 2, arguments)
             self.assertTrue(result.stderr.startswith(b"lidcam: "), result.stderr)
 
+    def test_what_the_command_line_takes_not_is_named_with_its_command(self):
+        for arguments, words in (
+                (("fly",), ("'fly'", "no command", "list, formats, stream")),
+                ((), ("a command is missing", "list, formats, stream")),
+                (("registers", "poke"), ("registers: ", "'poke'", "read, write, dump")),
+                (("formats", "--size", "3"), ("formats: ", "option", "'--size'")),
+                (("controls", "Gamma"), ("controls: ", "argument", "'Gamma'")),
+                (("set",), ("set: ", "assignments", "required")),
+                (("still",), ("still: ", "--output", "required")),
+                (("stream", "--frames", "none"), ("stream: ", "--frames", "none", "no number"))):
+            self.assert_one_line_error(self.run_lidcam(*arguments), 2, "--help tells more", *words)
+
     def test_an_output_that_cannot_be_written_is_named_and_leaves_nothing(self):
         missing = self.path("no/such/folder/clip.y4m")
         for command in ("stream", "record"):

@@ -66,8 +66,43 @@ class StreamTest(CommandLineTest):
             process.send_signal(signal.SIGINT)
             summary = process.stderr.read().decode()
             self.assertEqual(process.wait(timeout=60), 0, summary)
-        self.assertIn("frames good", summary)
+        self.assertIn("frames delivered, ", summary)
+        self.assertIn("ms a frame", summary)
         self.assertGreater(os.path.getsize(file), 614400)
+
+    def test_an_interrupt_saves_the_settings_and_stops_the_stream_in_order(self):
+        environment = dict(os.environ, LIDCAM_HOME=self.path("home"))
+        with subprocess.Popen([LIDCAM, "stream", "--set", "Contrast=13", "--trace"],
+                              stderr=subprocess.PIPE, env=environment) as process:
+            lines = []
+            for line in process.stderr:
+                lines.append(line.decode().rstrip("\n"))
+                # The trace is ahead of the application, which has the frames before the third by now.
+                if sum(line.startswith("pin frame picture=") for line in lines) == 3:
+                    process.send_signal(signal.SIGINT)
+                    break
+            lines += process.stderr.read().decode().split("\n")
+            self.assertEqual(process.wait(timeout=60), 0, lines[-5:])
+        order = [lines.index(line) for line in (
+            "pin state 2 -> 3 status=00000000", "pin state 3 -> 2 status=00000000",
+            "pin state 2 -> 1 status=00000000", "pin state 1 -> 0 status=00000000",
+            "device gone reason=0", "stream hardware stop -> 00000000")]
+        self.assertEqual(order, sorted(order))
+        self.assertEqual(self.lidcam("get", "Contrast"), "Contrast=13\n")
+
+    def test_processor_time_is_told_of_streams_in_real_time_only(self):
+        answer = json.loads(self.lidcam("stream", "--frames", "5", "--json"))
+        self.assertGreater(answer["processorMillisecondsPerFrame"], 0)
+        answer = json.loads(self.lidcam("stream", "--frames", "5", "--json", "--fast"))
+        self.assertNotIn("processorMillisecondsPerFrame", answer)
+
+    def test_dropped_frames_are_those_of_the_last_frames_header(self):
+        result = self.run_lidcam("stream", "--fast", "--frames", "4", "--json", "--trace")
+        frames = [line for line in result.stderr.decode().split("\n")
+                  if line.startswith("pin frame picture=")]
+        self.assertEqual(len(frames), 4)
+        dropped = json.loads(result.stdout)["frames"]["dropped"]
+        self.assertIn(f" drop={dropped} bytes=614466", frames[-1])
 
     def test_the_summary_in_json_counts_frames(self):
         answer = json.loads(self.lidcam("stream", "--fast", "--frames", "4", "--json"))
@@ -76,6 +111,7 @@ class StreamTest(CommandLineTest):
         self.assertEqual(answer["size"], "640x480")
         self.assertEqual(answer["frames"]["good"], 4)
         self.assertEqual(answer["frames"]["bad"], 0)
+        self.assertEqual(answer["frames"]["delivered"], 4)
 
     def test_the_trace_names_register_accesses_and_frame_ends(self):
         result = self.run_lidcam("stream", "--fast", "--frames", "1", "--trace")

@@ -1,20 +1,23 @@
 // Streams of every size over buses of every width.
 
-#include "apps/lidcam/hosted_stream.h"
+#include "apps/lidcam/camera_stream.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
 #include <filesystem>
+#include <functional>
 #include <limits>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <tuple>
 #include <vector>
 
 #include "apps/lidcam/command_error.h"
 #include "apps/lidcam/host_environment.h"
+#include "apps/lidcam/trace_observer.h"
 #include "bus/simulated/simulated_bus.h"
 #include "driver/frame/image_resampler.h"
 
@@ -53,14 +56,26 @@ class StreamOverBus : public ::testing::Test {
     options.Camera.Configuration = configuration;
     options.BandwidthLimit = bandwidth;
     bus::SimulatedBus bus(options);
-    const auto keepFrame = [this](const world::HostedFrame& frame) {
+    OpenedCamera* opened = nullptr;
+    const auto keepFrame = [&](const StreamFrame& frame) {
       frame_.Delivered.assign(frame.Yuy2.begin(), frame.Yuy2.end());
-      frame_.RawPixels.assign(frame.RawFrame.begin() + kHeader, frame.RawFrame.end());
+      opened->WithContext([&](const CameraContext& context) {
+        const void* const raw = context.LastRawFrame;
+        const auto* const bytes = static_cast<const std::uint8_t*>(raw);
+        frame_.RawPixels.assign(bytes + kHeader, bytes + frame.Report.RawBytes);
+      });
     };
+    const TraceObserver settings([this](std::string_view line) {
+      constexpr std::string_view kSetting = "usb  setting ";
+      if (!line.starts_with(kSetting) || !line.ends_with("selected")) return;
+      if (const char number = line[kSetting.size()]; number != '0') {
+        setting_ = static_cast<std::uint32_t>(number - '0');
+      }
+    });
     RunInVirtualTime([&] {
-      WithStream(bus, {.Size = size, .Frames = keepFrame}, [&](HostedStream& stream) {
+      WithStream(bus, {.Size = size, .Frames = keepFrame}, [&](CameraStream& stream) {
+        opened = &stream.Opened();
         raw_ = stream.RawSize();
-        setting_ = stream.AlternateSetting();
         while (stream.Counts().Delivered() == 0 && stream.Advance()) {
         }
         good_ = stream.Counts().Good;
@@ -159,6 +174,81 @@ TEST_F(StreamOverBus, StartedAsItsRawSizeDeliversItsOwn) {
   EXPECT_EQ(setting_, 7U);
   EXPECT_EQ(raw_, (PictureSize{640, 480}));
   EXPECT_EQ(frame_.Delivered.size(), 38400u);
+}
+
+/// Streams of the default camera, frame by frame.
+class StreamFromTopToBottom : public StreamOverBus {
+ protected:
+  /// Advances until `isEnough`, or until the stream has no more.
+  StreamCounts Run(bus::UsbBus& bus, const std::function<bool(CameraStream&)>& isEnough) {
+    StreamCounts counts;
+    const auto keep = [this](const StreamFrame& frame) {
+      positions_.push_back(frame.Position);
+      rows_.push_back(frame.Report.Loop);
+    };
+    RunInVirtualTime([&] {
+      const auto controls = ParseAssignments({"AutoExposure=1"});
+      const StreamSetup setup{.Size = {{160, 120}}, .Controls = controls, .Frames = keep};
+      WithStream(bus, setup, [&](CameraStream& stream) {
+        while (!isEnough(stream) && stream.Advance()) {
+        }
+        counts = stream.Counts();
+        progress_ = stream.Progress();
+      });
+    });
+    return counts;
+  }
+
+  std::vector<FramePosition> positions_;
+  std::vector<FrameRow> rows_;
+  StreamProgress progress_;
+};
+
+TEST_F(StreamFromTopToBottom, ComesInTheOrderOfItsHeadersWhichTheProgressShows) {
+  bus::SimulatedBus bus({});
+  const StreamCounts counts =
+      Run(bus, [](CameraStream& stream) { return stream.Counts().Delivered() >= 10; });
+  ASSERT_EQ(positions_.size(), 10U);
+  for (std::size_t i = 1; i < positions_.size(); ++i) {
+    EXPECT_EQ(positions_[i].PictureNumber, positions_[i - 1].PictureNumber + 1);
+    EXPECT_GT(positions_[i].PresentationTime, positions_[i - 1].PresentationTime);
+    EXPECT_GT(rows_[i].Seconds, rows_[i - 1].Seconds);
+  }
+  EXPECT_EQ(counts.Good, 10U);
+  EXPECT_EQ(counts.Dropped, static_cast<std::uint64_t>(positions_.back().DropCount));
+  EXPECT_EQ(counts.DroppedAtStart, static_cast<std::uint64_t>(positions_.front().DropCount));
+  EXPECT_EQ(progress_.Position, positions_.back());
+  EXPECT_TRUE(progress_.IsAutoExposure);
+  EXPECT_GT(rows_.back().Luma, 0U);
+}
+
+TEST_F(StreamFromTopToBottom, OfAnUnpluggedCameraKeepsWhatCameAndEnds) {
+  bus::SimulatedBus bus({});
+  bool isUnplugged = false;
+  const StreamCounts counts = Run(bus, [&](CameraStream& stream) {
+    if (stream.Counts().Delivered() >= 5 && !isUnplugged) {
+      isUnplugged = true;
+      bus.Unplug();
+    }
+    return false;
+  });
+  EXPECT_TRUE(isUnplugged);
+  EXPECT_EQ(positions_.front().PictureNumber, positions_.front().DropCount + 2)
+      << "the driver counts the two calls that it skips";
+  EXPECT_GE(counts.Delivered(), 5U);
+  EXPECT_EQ(counts.Delivered(), positions_.size());
+}
+
+TEST_F(StreamFromTopToBottom, AHandlersErrorComesOutAndTheWorldIsLeftInOrder) {
+  bus::SimulatedBus bus({});
+  const auto fail = [](const StreamFrame&) { throw CommandError("no room for this frame"); };
+  EXPECT_THROW(RunInVirtualTime([&] {
+                 WithStream(bus, {.Size = {{160, 120}}, .Frames = fail}, [](CameraStream& stream) {
+                   while (stream.Advance()) {
+                   }
+                 });
+               }),
+               CommandError);
 }
 
 }  // namespace

@@ -1,0 +1,252 @@
+#include "apps/lidcam/camera_stream.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <string>
+#include <utility>
+
+#include "apps/lidcam/command_error.h"
+#include "apps/lidcam/core_camera.h"
+#include "driver/core/stream_modes.h"
+#include "world/worlds.h"
+
+namespace lidcam::app {
+namespace {
+
+// 100 ns each.
+constexpr LONGLONG kMillisecond = 10'000;
+constexpr LONGLONG kSecond = 1000 * kMillisecond;
+
+// The time of one transfer.
+constexpr LONGLONG kStep = 4 * kMillisecond;
+
+// What is on its way from the bus to the application when the bus ends has arrived after that.
+constexpr LONGLONG kSettlingTime = 100 * kMillisecond;
+
+// Longer than any recovery takes.
+constexpr LONGLONG kLongestStandstill = 20 * kSecond;
+
+// 30 frames a second, as the camera's formats say it.
+constexpr Time100ns kFrameInterval = 333333;
+
+std::string StatusText(NTSTATUS status) {
+  std::array<char, 20> text{};
+  std::snprintf(text.data(), text.size(), "status %08X", static_cast<unsigned>(status));
+  return text.data();
+}
+
+std::string SizeText(const StreamSize& size) {
+  return "size " + ToString(size.Delivered) + (size.Raw ? " from " + ToString(*size.Raw) : "");
+}
+
+PictureSize StartedSizeOf(const StreamSize& size) {
+  return size.StartsAsRaw ? size.Raw.value_or(size.Delivered) : size.Delivered;
+}
+
+// A stream that starts as one of another size needs buffers for what it delivers later.
+client::VideoFormat FormatFor(const client::Camera& camera, const StreamSize& size) {
+  const PictureSize started = StartedSizeOf(size);
+  client::VideoFormat format = camera.FormatOf(started.Width, started.Height);
+  auto& imageBytes = format.Header().VideoInfoHeader.bmiHeader.biSizeImage;
+  imageBytes = std::max(imageBytes, static_cast<DWORD>(size.Delivered.Yuy2Bytes()));
+  return format;
+}
+
+void Prepare(OpenedCamera& opened, client::Stream& pin, const StreamSize& size) {
+  const NTSTATUS status = pin.SetState(KSSTATE_ACQUIRE);
+  if (NT_SUCCESS(status)) return;
+  if (opened.IsUnplugged()) throw CommandError("the camera was unplugged");
+  const bus::UsbStatus setting = opened.Gate().LastStatus();
+  if (setting != bus::UsbStatus::Ok) {
+    throw CommandError(SizeText(size) + ": no alternate setting for it was given: " +
+                       std::string(bus::ToString(setting)));
+  }
+  throw CommandError(SizeText(size) + ": the stream can't be prepared: " + StatusText(status));
+}
+
+PictureSize RawSizeFor(const OpenedCamera& opened, const StreamSize& size) {
+  std::optional<PictureSize> rawSize;
+  std::uint32_t rawFrameSize = 0;
+  opened.WithContext([&](const CameraContext& context) {
+    rawSize = RawSizeOf(context.RawSizeMode);
+    rawFrameSize = context.RawFrameSize;
+  });
+  if (!rawSize || (size.Raw && *rawSize != *size.Raw)) {
+    throw CommandError(SizeText(size) + ": the alternate setting that was given has another size");
+  }
+  if (rawFrameSize == 0) {
+    throw CommandError("sensor " + std::string(SensorName(opened.SensorType())) +
+                       " has no known frame size: it can't be streamed");
+  }
+  return *rawSize;
+}
+
+// The raw buffers fit any size.
+void DeliverAs(CameraContext& context, PictureSize size) {
+  const FormatRequest request{
+      .Width = size.Width,
+      .Height = size.Height,
+      .BitCount = 16,
+      .Compression = kFourccYuy2,
+      .ImageSize = static_cast<std::uint32_t>(size.Yuy2Bytes()),
+      .Spare = 0,
+      .AvgTimePerFrame = kFrameInterval,
+      .AlternateSetting = 0,
+  };
+  std::uint32_t bufferSize = 0;
+  std::uint8_t widestSetting = 0;
+  NegotiateFormat(context, request, bufferSize, widestSetting);
+}
+
+/// Prepares the stream up to its run.
+/// @return the raw size
+PictureSize BringUp(OpenedCamera& opened, client::Stream& pin, const StreamSetup& setup) {
+  const StreamSize& size = setup.Size;
+  opened.Gate().Allow(SettingsFor({StartedSizeOf(size), size.Raw},
+                                  {opened.SensorType(), HasLongConfiguration(opened.Device())}));
+  pin.UseClock();
+  Prepare(opened, pin, size);
+  const PictureSize rawSize = RawSizeFor(opened, size);
+  if (size.StartsAsRaw) {
+    opened.WithContext([&](CameraContext& context) { DeliverAs(context, size.Delivered); });
+  }
+  for (const ControlAssignment& control : setup.Controls) Apply(opened.Camera(), control);
+  return rawSize;
+}
+
+}  // namespace
+
+CameraStream::CameraStream(OpenedCamera& opened, client::Stream& pin, PictureSize picture,
+                           PictureSize rawSize, StreamFrameHandler frames)
+    : opened_(opened), pin_(pin), picture_(picture), rawSize_(rawSize), frames_(std::move(frames)) {
+  opened_.WithContext([this](const CameraContext& context) {
+    watch_.emplace(context, [this] { return SinceRun().Microframes; });
+    last_.IsAutoExposure = context.AutoExposure != 0;
+    last_.LightState = context.LightState;
+  });
+}
+
+void CameraStream::Run() {
+  atRun_ = opened_.Meter();
+  start_ = static_cast<LONGLONG>(KeQueryInterruptTime());
+  lastRead_ = start_;
+  try {
+    pin_.Run();
+  } catch (const client::ClientError& error) {
+    throw CommandError(opened_.IsUnplugged()
+                           ? "the camera was unplugged"
+                           : "the stream can't be started: " + StatusText(error.Status()));
+  }
+}
+
+void CameraStream::Stop() {
+  watch_.reset();
+  if (opened_.End() != world::BusEnd::None) opened_.TellGone();
+  if (opened_.IsToldGone()) return;
+  try {
+    pin_.Stop();
+  } catch (const client::ClientError&) {
+    // All frames are there, and closing the pin takes it down: a camera that refused costs nothing.
+  }
+}
+
+bool CameraStream::Advance() {
+  if (opened_.End() != world::BusEnd::None) return DrainAtEnd();
+  if (!TakeNext(kStep)) WatchTransfers();
+  return true;
+}
+
+// The driver is told that its device is gone only when nothing comes any more: it hands the buffers
+// back then.
+bool CameraStream::DrainAtEnd() {
+  while (TakeNext(kSettlingTime)) {
+  }
+  if (watch_) watch_->End();
+  opened_.TellGone();
+  while (TakeNext(0)) {
+  }
+  return false;
+}
+
+bool CameraStream::TakeNext(LONGLONG timeout) {
+  const client::NextFrame next = pin_.Next(timeout);
+  if (!next.Picture) return false;
+  Take(*next.Picture);
+  return true;
+}
+
+void CameraStream::Take(const client::Frame& frame) {
+  const auto bytes = frame.Bytes();
+  const std::size_t size = std::min(bytes.size(), picture_.Yuy2Bytes());
+  const FramePosition position{.PictureNumber = frame.PictureNumber(),
+                               .DropCount = frame.DropCount(),
+                               .PresentationTime = frame.PresentationTime()};
+  std::optional<DeliveryReport> report;
+  if (watch_) report = watch_->Take(position.PictureNumber);
+  const StreamFrame taken{
+      .Yuy2 = {reinterpret_cast<const std::uint8_t*>(bytes.data()), size},
+      .Position = position,
+      .Report = report.value_or(DeliveryReport{}),
+  };
+  counts_.Dropped = static_cast<std::uint64_t>(std::max<LONGLONG>(position.DropCount, 0));
+  if (counts_.Delivered() == 0) counts_.DroppedAtStart = counts_.Dropped;
+  ++(taken.Report.IsGood ? counts_.Good : counts_.Bad);
+  last_.Position = position;
+  last_.IsAutoExposure = taken.Report.IsAutoExposure;
+  last_.LightState = taken.Report.Loop.State;
+  if (frames_) frames_(taken);
+}
+
+void CameraStream::WatchTransfers() {
+  const auto now = static_cast<LONGLONG>(KeQueryInterruptTime());
+  const std::uint64_t microframes = opened_.Meter().Microframes;
+  if (microframes != microframes_) {
+    microframes_ = microframes;
+    lastRead_ = now;
+  }
+  if (now - lastRead_ < kLongestStandstill) return;
+  throw CommandError("the stream broke off after frame " + std::to_string(counts_.Delivered()) +
+                     ": its transfers did not start again");
+}
+
+world::BusMeter CameraStream::SinceRun() const {
+  const world::BusMeter now = opened_.Meter();
+  return {.Bytes = now.Bytes - atRun_.Bytes, .Microframes = now.Microframes - atRun_.Microframes};
+}
+
+StreamCounts CameraStream::Counts() const {
+  StreamCounts counts = counts_;
+  const world::BusMeter meter = SinceRun();
+  counts.BusBytes = meter.Bytes;
+  counts.Microframes = meter.Microframes;
+  return counts;
+}
+
+StreamProgress CameraStream::Progress() const {
+  StreamProgress progress = last_;
+  progress.Counts = Counts();
+  return progress;
+}
+
+double CameraStream::Seconds() const {
+  return static_cast<double>(static_cast<LONGLONG>(KeQueryInterruptTime()) - start_) /
+         static_cast<double>(kSecond);
+}
+
+void WithStream(bus::UsbBus& bus, const StreamSetup& setup,
+                const std::function<void(CameraStream& stream)>& use) {
+  WithOpenedCamera(bus, [&](OpenedCamera& opened) {
+    client::Stream pin(opened.Camera(), FormatFor(opened.Camera(), setup.Size));
+    const PictureSize rawSize = BringUp(opened, pin, setup);
+    CameraStream stream(opened, pin, setup.Size.Delivered, rawSize, setup.Frames);
+    world::RunThenEnd(
+        [&] {
+          stream.Run();
+          use(stream);
+        },
+        [&] { stream.Stop(); });
+  });
+}
+
+}  // namespace lidcam::app

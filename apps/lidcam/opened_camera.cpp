@@ -1,0 +1,86 @@
+#include "apps/lidcam/opened_camera.h"
+
+#include <array>
+#include <cstdio>
+#include <memory>
+#include <string>
+
+#include "apps/lidcam/command_error.h"
+#include "apps/lidcam/core_camera.h"
+#include "world/worlds.h"
+
+namespace lidcam::app {
+namespace {
+
+// Any will do: with one number, equal commands give equal bytes.
+constexpr std::uint64_t kSeed = 1;
+
+void StartCamera(world::InstalledCamera& camera, const bus::UsbDeviceInfo& device) {
+  const NTSTATUS status = camera.Start();
+  if (NT_SUCCESS(status)) return;
+  const std::string failure = "camera " + IdentityText(device) + " did not come up: ";
+  if (camera.End() == world::BusEnd::Unplugged) throw CommandError(failure + "it was unplugged");
+  std::array<char, 20> text{};
+  std::snprintf(text.data(), text.size(), "status %08X", static_cast<unsigned>(status));
+  throw CommandError(failure + text.data());
+}
+
+}  // namespace
+
+bool IsInRealTime(const CameraChoice& choice) {
+  return !choice.IsFast && !CaptureFileOf(choice.Camera);
+}
+
+void RunInTimeOf(const CameraChoice& choice, const std::function<void()>& body) {
+  if (IsInRealTime(choice)) {
+    world::RunInRealTime(body);
+  } else {
+    RunInVirtualTime(body);
+  }
+}
+
+void RunInVirtualTime(const std::function<void()>& body) {
+  world::RunInVirtualTime({.Seed = kSeed}, body);
+}
+
+OpenedCamera::OpenedCamera(world::InstalledCamera& installed, const client::Camera& camera,
+                           const bus::UsbDeviceInfo& device, SettingGate& gate)
+    : installed_(installed), camera_(camera), device_(device), gate_(gate) {
+  WithContext([this](const CameraContext& context) { sensorType_ = context.SensorType; });
+}
+
+void OpenedCamera::TellGone() {
+  if (isToldGone_) return;
+  isToldGone_ = true;
+  installed_.SurpriseRemove();
+}
+
+void WithOpenedCamera(bus::UsbBus& bus, const std::function<void(OpenedCamera& opened)>& use) {
+  bus::UsbDeviceInfo device;
+  try {
+    device = bus::EnumerateDevice(bus);
+  } catch (const bus::EnumerationError& error) {
+    throw CommandError(error.what());
+  }
+  RecordedDevice plugged(bus);
+  SettingGate gate(plugged);
+  world::InstalledCamera installed(gate, {.DriverKey = DriverKeyOf(device)});
+  const auto open = [&] {
+    StartCamera(installed, device);
+    const client::Camera camera = client::Camera::Open(installed.TopDevice());
+    OpenedCamera opened(installed, camera, device, gate);
+    world::RunThenEnd([&] { use(opened); },
+                      [&] {
+                        if (opened.End() != world::BusEnd::None) opened.TellGone();
+                      });
+  };
+  world::RunThenEnd(open, [&] { installed.Close(); });
+}
+
+void WithOpenedCameraOf(CameraChoice choice, const std::function<void(OpenedCamera& opened)>& use) {
+  choice.IsFast = true;
+  const std::unique_ptr<bus::UsbBus> bus = OpenCamera(choice);
+  RunInVirtualTime([&] { WithOpenedCamera(*bus, use); });
+}
+
+}  // namespace lidcam::app

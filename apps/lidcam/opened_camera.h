@@ -1,0 +1,70 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+
+#include "apps/lidcam/bus_gates.h"
+#include "apps/lidcam/camera_source.h"
+#include "bus/enumeration.h"
+#include "driver/core/camera_context.h"
+#include "platform/host/client/camera.h"
+#include "world/installed_camera.h"
+
+namespace lidcam::app {
+
+/// Whether the camera's bus keeps the machine's time rather than virtual time.
+[[nodiscard]] bool IsInRealTime(const CameraChoice& choice);
+
+/// Runs `body` in the time that the camera's bus keeps: the machine's for a bus that is paced, virtual
+/// time for one that runs freely and for recordings. What it throws comes out.
+void RunInTimeOf(const CameraChoice& choice, const std::function<void()>& body);
+void RunInVirtualTime(const std::function<void()>& body);
+
+/// A camera that is plugged in, with its driver installed and started, and opened as any application
+/// opens it.
+class OpenedCamera {
+ public:
+  OpenedCamera(world::InstalledCamera& installed, const client::Camera& camera,
+               const bus::UsbDeviceInfo& device, SettingGate& gate);
+  OpenedCamera(const OpenedCamera&) = delete;
+  OpenedCamera& operator=(const OpenedCamera&) = delete;
+
+  [[nodiscard]] const client::Camera& Camera() const { return camera_; }
+  [[nodiscard]] const bus::UsbDeviceInfo& Device() const { return device_; }
+  [[nodiscard]] std::int32_t SensorType() const { return sensorType_; }
+  /// What decides which alternate settings a stream gets.
+  [[nodiscard]] SettingGate& Gate() { return gate_; }
+
+  /// Lets `use` look at the camera's record beside the driver. Nothing once the device is gone.
+  void WithContext(const std::function<void(CameraContext& context)>& use) const {
+    installed_.WithCamera(use);
+  }
+
+  [[nodiscard]] world::BusMeter Meter() const { return installed_.Meter(); }
+  [[nodiscard]] world::BusEnd End() const { return installed_.End(); }
+  [[nodiscard]] bool IsUnplugged() const { return End() == world::BusEnd::Unplugged; }
+
+  /// Plug and play tells the driver that its device is gone, once.
+  void TellGone();
+  [[nodiscard]] bool IsToldGone() const { return isToldGone_; }
+
+ private:
+  world::InstalledCamera& installed_;
+  const client::Camera& camera_;
+  const bus::UsbDeviceInfo& device_;
+  SettingGate& gate_;
+  std::int32_t sensorType_ = 0;
+  bool isToldGone_ = false;
+};
+
+/// Plugs the camera in, installs its driver, opens it for `use`, and takes everything down in order,
+/// whatever `use` throws: the driver saves its settings then. Within a world of the bus's time.
+///
+/// Throws CommandError if the camera doesn't come up.
+void WithOpenedCamera(bus::UsbBus& bus, const std::function<void(OpenedCamera& opened)>& use);
+
+/// Takes what a command opens: the bus of its camera in virtual time, whatever the bus is, for
+/// commands that don't stream.
+void WithOpenedCameraOf(CameraChoice choice, const std::function<void(OpenedCamera& opened)>& use);
+
+}  // namespace lidcam::app

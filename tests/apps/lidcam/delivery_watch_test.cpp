@@ -1,0 +1,99 @@
+// What the driver's trace tells of delivered frames, and the line that shows it.
+
+#include "apps/lidcam/delivery_watch.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <memory>
+
+#include "apps/lidcam/progress.h"
+#include "driver/core/camera_trace.h"
+#include "driver/frame/raw_frame_parser.h"
+
+namespace lidcam::app {
+namespace {
+
+class DeliveryWatchTest : public ::testing::Test {
+ protected:
+  DeliveryWatchTest() {
+    context_->RawFrameSize = 614466;
+    context_->AutoExposure = 1;
+    context_->LightState = LightStateLowLight;
+    rawFrame_[kRawFrameLumaOffset] = 41;
+    rawFrame_[kRawFrameLevelOffset] = 7;
+    context_->LastRawFrame = rawFrame_.data();
+  }
+
+  std::unique_ptr<CameraContext> context_ = std::make_unique<CameraContext>();
+  std::array<std::uint8_t, 128> rawFrame_{};
+};
+
+TEST_F(DeliveryWatchTest, AReportHasTheRawFramesSizeAndTheLoopOfItsTime) {
+  DeliveryWatch watch(*context_, [] { return std::uint64_t{8000}; });
+  TraceCamera("frame end bytes=614466 expected=614466 good");
+  TraceCamera("exposure index=54 exposure=7 coarse=3 fine=142 lines=1218");
+  TraceCamera("pin frame picture=9 drop=7 bytes=614466");
+  rawFrame_[kRawFrameLumaOffset] = 99;
+  const auto report = watch.Take(9);
+  ASSERT_TRUE(report.has_value());
+  EXPECT_EQ(report->RawBytes, 614466U);
+  EXPECT_TRUE(report->IsGood);
+  EXPECT_TRUE(report->IsAutoExposure);
+  EXPECT_EQ(report->Loop.Luma, 41U);
+  EXPECT_EQ(report->Loop.Level, 7U);
+  EXPECT_EQ(report->Loop.State, LightStateLowLight);
+  EXPECT_EQ(report->Loop.Seconds, 1.0);
+  EXPECT_EQ(report->Loop.Events, (ExposureEvents{.Steps = 1, .Commits = 0, .Refused = 0}));
+  EXPECT_FALSE(watch.Take(9).has_value()) << "each once";
+}
+
+// Ten bytes more or less are the sensor's own affair.
+TEST_F(DeliveryWatchTest, AFrameOfAnotherSizeIsBad) {
+  DeliveryWatch watch(*context_, [] { return std::uint64_t{0}; });
+  constexpr std::array kLines = {
+      "pin frame picture=1 drop=0 bytes=614455", "pin frame picture=2 drop=0 bytes=614456",
+      "pin frame picture=3 drop=0 bytes=614476", "pin frame picture=4 drop=0 bytes=614477"};
+  for (const char* const line : kLines) TraceCamera("%s", line);
+  EXPECT_FALSE(watch.Take(1)->IsGood);
+  EXPECT_TRUE(watch.Take(2)->IsGood);
+  EXPECT_TRUE(watch.Take(3)->IsGood);
+  EXPECT_FALSE(watch.Take(4)->IsGood);
+}
+
+TEST_F(DeliveryWatchTest, FramesThatNobodyAskedForGoWithTheNextThatIs) {
+  DeliveryWatch watch(*context_, [] { return std::uint64_t{0}; });
+  TraceCamera("pin frame picture=1 drop=0 bytes=614466");
+  TraceCamera("pin frame picture=2 drop=0 bytes=614466");
+  EXPECT_FALSE(watch.Take(3).has_value());
+  EXPECT_TRUE(watch.Take(2).has_value());
+  EXPECT_FALSE(watch.Take(1).has_value());
+}
+
+TEST_F(DeliveryWatchTest, OtherLinesOfThePinAndLinesAfterTheEndAreNoFrames) {
+  DeliveryWatch watch(*context_, [] { return std::uint64_t{0}; });
+  TraceCamera("pin frame skipped");
+  TraceCamera("pin frame none");
+  TraceCamera("pin frame no buffer");
+  watch.End();
+  TraceCamera("pin frame picture=0 drop=0 bytes=614466");
+  EXPECT_FALSE(watch.Take(0).has_value());
+}
+
+TEST(Progress, TellsTheFramesPlaceAsItsHeadersDo) {
+  const StreamProgress progress{
+      .Counts = {.Good = 44, .Bad = 1, .Dropped = 7, .BusBytes = 0, .Microframes = 12000},
+      .Position = FramePosition{.PictureNumber = 54, .DropCount = 7, .PresentationTime = 16400000},
+      .IsAutoExposure = true,
+      .LightState = LightStateLowLight};
+  EXPECT_EQ(ToText(progress),
+            "45 frames  30.0/s  picture 54 at 1.640 s  7 dropped  exposure auto  light low light");
+}
+
+TEST(Progress, OfAReplayHasNoHeaders) {
+  EXPECT_EQ(ToText({.Counts = {}, .Position = {}, .IsAutoExposure = false, .LightState = 0}),
+            "0 frames  0.0/s  0 dropped  exposure manual  light normal");
+}
+
+}  // namespace
+}  // namespace lidcam::app
