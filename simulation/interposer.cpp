@@ -23,6 +23,7 @@ NTSTATUS Refuse(PIRP irp, URB& urb, USBD_STATUS urbStatus) {
 
 Interposer::Interposer() {
   host::InitializeDriverObject(driver_);
+  for (PDRIVER_DISPATCH& entry : driver_.MajorFunction) entry = PassOn;
   driver_.MajorFunction[IRP_MJ_INTERNAL_DEVICE_CONTROL] = Enter;
 }
 
@@ -41,6 +42,11 @@ void Interposer::Detach() {
   IoDetachDevice(below_);
   IoDeleteDevice(device_);
   device_ = nullptr;
+}
+
+NTSTATUS Interposer::PassOn(PDEVICE_OBJECT device, PIRP irp) {
+  IoSkipCurrentIrpStackLocation(irp);
+  return IofCallDriver((*static_cast<Interposer**>(device->DeviceExtension))->below_, irp);
 }
 
 NTSTATUS Interposer::Enter(PDEVICE_OBJECT device, PIRP irp) {

@@ -33,6 +33,7 @@ class Interposer final : public world::DeviceFilter {
   [[nodiscard]] bool HasKeptRequest() const { return hasKept_; }
 
  private:
+  static NTSTATUS NTAPI PassOn(PDEVICE_OBJECT device, PIRP irp);
   static NTSTATUS NTAPI Enter(PDEVICE_OBJECT device, PIRP irp);
   NTSTATUS Dispatch(PIRP irp);
 

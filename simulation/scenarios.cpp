@@ -11,6 +11,7 @@
 
 #include "bus/faults/random_faults.h"
 #include "platform/host/nt/files.h"
+#include "simulation/client_scenarios.h"
 #include "simulation/sequences.h"
 
 namespace lidcam::simulation {
@@ -380,6 +381,18 @@ constexpr std::array kScenarios{
     Scenario{"failing-ZwCreateFile", "the n-th call fails", FailingCallOfName, true},
     Scenario{"failing-ZwWriteFile", "the n-th call fails", FailingCallOfName, true},
     Scenario{"mixture", "random faults under random operations", Mixture},
+    Scenario{"clients", "applications that do anything, on a camera that nobody disturbs", Clients},
+    Scenario{"two-clients", "two applications want the one stream", TwoClients},
+    Scenario{"wild-clients", "applications that write any register, too", WildClients},
+    Scenario{"clients-and-power", "sleep and waking under applications", ClientsAndPower},
+    Scenario{"clients-and-restarts", "the device is stopped and started under applications",
+             ClientsAndRestarts},
+    Scenario{"clients-and-removal", "the camera is pulled and removed under applications",
+             ClientsAndRemoval},
+    Scenario{"clients-and-faults", "a bad bus, sleep and removal under applications",
+             ClientsAndFaults},
+    Scenario{"out-of-memory-client", "the n-th allocation fails under an application",
+             OutOfMemoryClient, true},
     Scenario{"lost-work-item", "a recovery gets no work item: the device can't be stopped",
              LostWorkItem},
     Scenario{"kept-request", "a cancelled request never comes back: nothing goes on", KeptRequest},

@@ -1,8 +1,6 @@
 #include "simulation/stage.h"
 
 #include <algorithm>
-#include <array>
-#include <cstdio>
 #include <stdexcept>
 #include <utility>
 
@@ -12,30 +10,17 @@
 #include "platform/host/nt/pool.h"
 #include "platform/host/nt/scheduler.h"
 #include "platform/host/nt/verifier.h"
+#include "simulation/status_text.h"
 
 namespace lidcam::simulation {
 namespace {
 
 constexpr NTSTATUS kDeviceGone = STATUS_DEVICE_DATA_ERROR;
 
-// Statuses of the USB stack and of a request that could not be sent, which every operation that
-// goes over the bus hands on.
-constexpr std::array kBusStatuses{
-    STATUS_SUCCESS,       STATUS_UNSUCCESSFUL,      STATUS_INSUFFICIENT_RESOURCES, kDeviceGone,
-    STATUS_IO_TIMEOUT,    STATUS_INVALID_PARAMETER, STATUS_DEVICE_NOT_CONNECTED,   STATUS_CANCELLED,
-    STATUS_NOT_SUPPORTED,
-};
-
 // The first seven transfers of a start are sent for frames that lie 32 ms apart and take 4 ms each:
 // what the camera sends in between is lost, and the frame that it belongs to is torn, and one more
 // may be by the time that the transfers follow each other.
 constexpr LONGLONG kUnevenStart = (10 + 7 * 32 + 2 * 34) * kMillisecond;
-
-std::string Hex(NTSTATUS status) {
-  std::array<char, 16> text{};
-  std::snprintf(text.data(), text.size(), "0x%08X", static_cast<unsigned>(status));
-  return text.data();
-}
 
 LONGLONG Now() {
   return host::CurrentWorld().Now();
@@ -47,21 +32,37 @@ Stage::Stage(const RunKey& key, TraceRecord& trace)
     : key_(key), trace_(trace), chance_(key.Seed, 1) {}
 
 void Stage::Begin(const char* name) {
-  step_ = name;
-  stepBegan_ = Now();
+  own_ = {name, Now(), false};
   ++counts_.Steps;
+}
+
+const Activity& Stage::Longest() const {
+  const Activity* longest = own_.IsOver && !activities_.empty() ? nullptr : &own_;
+  for (const Activity* const activity : activities_) {
+    if (activity->IsOver) continue;
+    if (longest == nullptr || activity->Began < longest->Began) longest = activity;
+  }
+  return longest != nullptr ? *longest : own_;
+}
+
+bool Stage::IsDoing(std::string_view step) const {
+  const auto does = [step](const Activity& activity) {
+    return !activity.IsOver && activity.Step == step;
+  };
+  return does(own_) || std::ranges::any_of(activities_, [&does](const Activity* activity) {
+           return does(*activity);
+         });
 }
 
 template <typename Operation>
 NTSTATUS Stage::Do(const char* name, Operation operation) {
   Begin(name);
   const NTSTATUS status = operation();
-  trace_.Add(std::string("step ") + name + " -> " + Hex(status));
+  trace_.Add(std::string("step ") + name + " -> " + HexOf(status));
   return status;
 }
 
-bool Stage::PlugIn(const PlugOptions& options) {
-  Begin("plug in");
+bus::UsbBus& Stage::LayBus(const PlugOptions& options) {
   camera_ = std::make_unique<StampedCamera>(options.Camera);
   faults_ = std::make_unique<bus::FaultBus>(
       *camera_, bus::FaultBusOptions{.Script = options.Script,
@@ -75,12 +76,18 @@ bool Stage::PlugIn(const PlugOptions& options) {
                                      .Observer = {}});
   interposer_ = std::make_unique<Interposer>();
   isGoneTold_ = false;
+  return *faults_;
+}
+
+bool Stage::PlugIn(const PlugOptions& options) {
+  Begin("plug in");
+  bus::UsbBus& bus = LayBus(options);
   try {
     hosted_ = std::make_unique<world::HostedCamera>(
-        *faults_, world::HostedCameraOptions{
-                      .DriverKey = {},
-                      .Frames = [this](const world::HostedFrame& frame) { TakeFrame(frame); },
-                      .Filter = interposer_.get()});
+        bus, world::HostedCameraOptions{
+                 .DriverKey = {},
+                 .Frames = [this](const world::HostedFrame& frame) { TakeFrame(frame); },
+                 .Filter = interposer_.get()});
   } catch (const std::runtime_error&) {
     trace_.Add("step plug in -> no room");
     return false;
@@ -91,11 +98,16 @@ bool Stage::PlugIn(const PlugOptions& options) {
 // Guards that see an exception on its way leave the kernel alone.
 void Stage::Abandon() {
   struct Dropper {
-    ~Dropper() { Hosted.reset(); }
+    ~Dropper() {
+      Hosted.reset();
+      Guest.reset();
+    }
     std::unique_ptr<world::HostedCamera> Hosted;
+    std::unique_ptr<StageGuest> Guest;
   };
+  activities_.clear();
   try {
-    const Dropper dropper{std::move(hosted_)};
+    const Dropper dropper{std::move(hosted_), std::move(guest_)};
     throw host::KernelStopped{};
   } catch (const host::KernelStopped&) {
   }
@@ -109,7 +121,9 @@ void Stage::PlugInAndStream(const PlugOptions& options) {
 }
 
 UsbDeviceRecord* Stage::Device() const {
-  return hosted_->Device().UsbDevice;
+  if (hosted_ != nullptr) return hosted_->Device().UsbDevice;
+  const UsbCaptureDevice* const usb = guest_ != nullptr ? guest_->Usb() : nullptr;
+  return usb != nullptr ? usb->UsbDevice : nullptr;
 }
 
 UsbStreamRecord* Stage::Stream() const {
@@ -118,17 +132,13 @@ UsbStreamRecord* Stage::Stream() const {
 
 NTSTATUS Stage::Start() {
   const NTSTATUS status = Do("start", [&] { return hosted_->Start(); });
-  if (std::ranges::find(kBusStatuses, status) == kBusStatuses.end()) {
-    RequireStatus("start", status, {});
-  }
+  if (!IsBusStatus(status)) RequireStatus("start", status, {});
   return status;
 }
 
 void Stage::RequireAnswerOfGone(const char* operation, NTSTATUS status) {
   if (isGoneTold_) RequireStatus(operation, status, {kDeviceGone});
-  if (std::ranges::find(kBusStatuses, status) == kBusStatuses.end()) {
-    RequireStatus(operation, status, {});
-  }
+  if (!IsBusStatus(status)) RequireStatus(operation, status, {});
 }
 
 NTSTATUS Stage::Acquire(std::int32_t width, std::int32_t height) {
@@ -291,20 +301,20 @@ void Stage::RequireFramesOrFirstPipe() {
 
 void Stage::TakeFrame(const world::HostedFrame& frame) {
   const bool isWhole = frame.IsGood && StampedCamera::Check(frame.RawFrame) == FrameContent::Whole;
-  ++(isWhole ? counts_.Frames : counts_.Disturbed);
+  CountFrame(isWhole);
   const bool isBeginning = Now() - beganStream_ < kUnevenStart;
   if (!isWhole) Require(allowsDisturbed_ || isBeginning, "a frame is torn on a bus without faults");
 }
 
 void Stage::Require(bool holds, const std::string& what) {
   if (holds) return;
-  host::ReportViolation("simulation", what + " (at step '" + step_ + "')");
+  host::ReportViolation("simulation", what + " (at step '" + own_.Step + "')");
 }
 
 void Stage::RequireStatus(const char* operation, NTSTATUS status,
                           std::initializer_list<NTSTATUS> allowed) {
   const bool isAllowed = std::find(allowed.begin(), allowed.end(), status) != allowed.end();
-  Require(isAllowed, std::string(operation) + " answers " + Hex(status));
+  Require(isAllowed, std::string(operation) + " answers " + HexOf(status));
 }
 
 RunCounts Stage::Counts() const {

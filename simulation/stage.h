@@ -4,6 +4,9 @@
 #include <initializer_list>
 #include <memory>
 #include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
 
 #include "bus/faults/fault_bus.h"
 #include "simulation/interposer.h"
@@ -17,6 +20,25 @@ namespace lidcam::simulation {
 
 inline constexpr LONGLONG kMillisecond = world::kMillisecond;
 inline constexpr LONGLONG kSecond = world::kSecond;
+
+/// What one of a run's threads does, and since when.
+struct Activity {
+  std::string Step = "begin";
+  LONGLONG Began = 0;
+  bool IsOver = false;  ///< it does nothing any more, or waits for the others
+};
+
+/// What a scenario has beside the stage: it lives until the world has ended or stopped.
+class StageGuest {
+ public:
+  StageGuest() = default;
+  StageGuest(const StageGuest&) = delete;
+  StageGuest& operator=(const StageGuest&) = delete;
+  virtual ~StageGuest() = default;
+
+  /// The USB side of the guest's camera; null if it has none.
+  [[nodiscard]] virtual const UsbCaptureDevice* Usb() const = 0;
+};
 
 /// What is plugged in.
 struct PlugOptions {
@@ -65,6 +87,7 @@ class Stage {
   [[nodiscard]] Interposer& Between() { return *interposer_; }
   [[nodiscard]] world::HostedCamera& Hosted() { return *hosted_; }
   [[nodiscard]] UsbStreamRecord* Stream() const;
+  /// Null if nothing is plugged in.
   [[nodiscard]] UsbDeviceRecord* Device() const;
   [[nodiscard]] bool IsPluggedIn() const { return hosted_ != nullptr; }
 
@@ -80,7 +103,7 @@ class Stage {
 
   // ---- Time and frames.
 
-  void Sleep(LONGLONG time);
+  static void Sleep(LONGLONG time);
   /// Sleeps up to `longest`; often not at all.
   void SleepAWhile(LONGLONG longest);
   /// Waits for more frames than there are.
@@ -99,21 +122,40 @@ class Stage {
   /// Transfers may stay with the bus until the device goes.
   void AllowLateTransfers() { allowsLateTransfers_ = true; }
 
+  // ---- For guests, who bring a host of their own.
+
+  /// In place of the guest before.
+  void Receive(std::unique_ptr<StageGuest> guest) {
+    activities_.clear();
+    guest_ = std::move(guest);
+  }
+  /// The bus with its faults, and the camera on it.
+  bus::UsbBus& LayBus(const PlugOptions& options);
+  /// One more thread whose steps count; `activity` lives as long as the guest.
+  void Watch(const Activity& activity) { activities_.push_back(&activity); }
+  /// The scenario's own thread does something, or waits for the others.
+  void Begin(const char* name);
+  void WaitForOthers() { own_.IsOver = true; }
+  void CountFrame(bool isWhole) { ++(isWhole ? counts_.Frames : counts_.Disturbed); }
+  [[nodiscard]] bool AllowsDisturbedFrames() const { return allowsDisturbed_; }
+
   // ---- For whoever runs it.
 
   /// The world has stopped: lets go of the camera as the world's threads did of theirs.
   void Abandon();
 
-  /// What the scenario is doing, and since when.
-  [[nodiscard]] const std::string& Step() const { return step_; }
-  [[nodiscard]] LONGLONG StepBegan() const { return stepBegan_; }
+  /// What the scenario is doing, and since when: of several threads, what takes longest.
+  [[nodiscard]] const std::string& Step() const { return Longest().Step; }
+  [[nodiscard]] LONGLONG StepBegan() const { return Longest().Began; }
+  /// One of the threads does this.
+  [[nodiscard]] bool IsDoing(std::string_view step) const;
   [[nodiscard]] RunCounts Counts() const;
   [[nodiscard]] bool ReachedFault() const { return reachedFault_; }
 
  private:
   template <typename Operation>
   NTSTATUS Do(const char* name, Operation operation);
-  void Begin(const char* name);
+  [[nodiscard]] const Activity& Longest() const;
   void TakeFrame(const world::HostedFrame& frame);
   void RequireReleased(bool allAreHome);
   void RequireAnswerOfGone(const char* operation, NTSTATUS status);
@@ -126,13 +168,14 @@ class Stage {
   std::unique_ptr<bus::FaultBus> faults_;
   std::unique_ptr<Interposer> interposer_;
   std::unique_ptr<world::HostedCamera> hosted_;
+  std::unique_ptr<StageGuest> guest_;
   bool isGoneTold_ = false;
   std::uint64_t unplugAt_ = 0;
   bool allowsDisturbed_ = false;
   LONGLONG beganStream_ = 0;
   bool allowsLateTransfers_ = false;
-  std::string step_ = "begin";
-  LONGLONG stepBegan_ = 0;
+  Activity own_;
+  std::vector<const Activity*> activities_;
   RunCounts counts_;
   bool isFaultSet_ = false;
   bool reachedFault_ = false;

@@ -105,6 +105,7 @@ bus::UsbStatus StampedCamera::SelectSetting(std::uint8_t interface, std::uint8_t
     return bus::UsbStatus::NoBandwidth;
   }
   startedAt_ = Microframe() + kStartDelay;
+  sent_.reset();
   return device_.Control({kSetInterfaceType, kSetInterface, setting, interface, 0}, {}, 0)
              ? bus::UsbStatus::Ok
              : bus::UsbStatus::Stalled;
@@ -141,7 +142,7 @@ bus::IsochronousResult StampedCamera::ReadIsochronous(std::uint8_t endpoint,
 }
 
 std::uint32_t StampedCamera::FillPacket(std::uint64_t microframe, std::uint32_t limit,
-                                        std::span<std::uint8_t> out) const {
+                                        std::span<std::uint8_t> out) {
   if (microframe < startedAt_ || !device_.Chip().IsSensorRunning()) return 0;
   const std::uint32_t total = FrameBytes();
   const std::uint64_t period =
@@ -151,6 +152,7 @@ std::uint32_t StampedCamera::FillPacket(std::uint64_t microframe, std::uint32_t 
   if (offset >= total) return 0;
   const auto length = static_cast<std::uint32_t>(std::min<std::uint64_t>(limit, total - offset));
   std::memset(out.data(), StampOf(number), length);
+  sent_.set(StampOf(number));
   if (offset == 0) FillHeader(number, out.first(simulator::kRawHeaderBytes));
   return length;
 }

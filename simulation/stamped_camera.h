@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <bitset>
 #include <cstdint>
 #include <memory>
 #include <span>
@@ -57,6 +58,12 @@ class StampedCamera final : public bus::UsbBus {
   void SilenceRequests(std::uint32_t count) { silentRequests_ = count; }
   void StallRequests(std::uint32_t count) { stalledRequests_ = count; }
 
+  /// The byte that all pixels of a frame have which the camera has sent since the stream's setting was
+  /// selected.
+  [[nodiscard]] bool HasSent(std::uint8_t stamp) const {
+    return stamp < sent_.size() && sent_.test(stamp);
+  }
+
   /// Looks at a raw frame that the driver has published.
   [[nodiscard]] static FrameContent Check(std::span<const std::uint8_t> rawFrame);
 
@@ -64,13 +71,14 @@ class StampedCamera final : public bus::UsbBus {
   [[nodiscard]] static std::uint64_t Microframe();
   [[nodiscard]] std::uint32_t FrameBytes() const;
   std::uint32_t FillPacket(std::uint64_t microframe, std::uint32_t limit,
-                           std::span<std::uint8_t> out) const;
+                           std::span<std::uint8_t> out);
   static bool Take(std::uint32_t& count);
   void JoinPipes(std::span<std::uint8_t> configuration) const;
 
   const StampedCameraOptions options_;
   simulator::UsbDevice device_;
   std::uint64_t startedAt_ = 0;  ///< microframe
+  std::bitset<128> sent_;        ///< stamps
   std::atomic<bool> isUnplugged_ = false;
   std::uint32_t failingReads_ = 0;
   std::uint32_t silentReads_ = 0;

@@ -1,12 +1,18 @@
 #include "simulation/stated_hangs.h"
 
+#include <algorithm>
 #include <array>
 
 namespace lidcam::simulation {
 namespace {
 
+// A start takes down what the one before has left.
+constexpr std::array<std::string_view, 5> kStops{"stop", "remove", "surprise removal", "start",
+                                                 "restart"};
+
 bool StopsDevice(const Stage& stage) {
-  return stage.Step() == "stop" || stage.Step() == "remove";
+  return std::ranges::any_of(kStops,
+                             [&stage](std::string_view step) { return stage.IsDoing(step); });
 }
 
 constexpr std::array kStatedHangs{
@@ -16,8 +22,7 @@ constexpr std::array kStatedHangs{
                .IsIt =
                    [](Stage& stage) {
                      return stage.Trace().HasLostWorkItem() && StopsDevice(stage) &&
-                            stage.IsPluggedIn() && stage.Device() != nullptr &&
-                            stage.Device()->ResetGuard >= 0;
+                            stage.Device() != nullptr && stage.Device()->ResetGuard >= 0;
                    }},
     StatedHang{
         .Name = "request-never-comes-back",

@@ -3,6 +3,11 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
+
+#include "platform/host/nt/device_file.h"
+#include "simulation/checked_stream.h"
+#include "simulation/client_stage.h"
 #include "simulation/runner.h"
 
 namespace lidcam::simulation {
@@ -83,6 +88,66 @@ TEST(SimulationChecks, StreamThatStaysSilentWithoutARecoveryIsFound) {
                   stage.RequireFramesOrFirstPipe();
                 }),
                 "no frames come");
+}
+
+// Behind the first frames of a run, of which any may be torn.
+TEST(SimulationChecks, TornFrameThatAClientGetsIsFound) {
+  ExpectFailure(Play([](Stage& stage) {
+                  ClientStage& clients = ClientStage::On(stage, {});
+                  clients.PlugIn({});
+                  clients.Start();
+                  const client::Camera camera = client::Camera::Open(clients.TopDevice());
+                  CheckedStream stream(stage, true, camera, camera.FormatOf(160, 120), 5);
+                  stage.Require(stream.Run() == STATUS_SUCCESS, "the stream doesn't run");
+                  for (int frames = 0; frames < 60; ++frames) {
+                    stage.Camera().CorruptReads(1);
+                    static_cast<void>(stream.Take(kSecond));
+                  }
+                }),
+                "a client gets a torn frame");
+}
+
+TEST(SimulationChecks, FrameThatNeverComesToAClientIsFound) {
+  ExpectFailure(Play([](Stage& stage) {
+                  ClientStage& clients = ClientStage::On(stage, {});
+                  clients.PlugIn({});
+                  clients.Start();
+                  stage.Camera().SilenceReads(1000);
+                  clients.BeginApplications(1, [](Application& client) { client.Stream(200); });
+                  clients.WaitForApplications();
+                }),
+                "no frame comes to a running stream");
+}
+
+TEST(SimulationChecks, ClientThatHangsIsFoundBesideOthersThatGoOn) {
+  ExpectFailure(Play([](Stage& stage) {
+                  ClientStage& clients = ClientStage::On(stage, {});
+                  clients.PlugIn({});
+                  clients.Start();
+                  clients.BeginApplications(1, [](Application& client) {
+                    client.Stream(1);
+                    KEVENT never;
+                    KeInitializeEvent(&never, NotificationEvent, FALSE);
+                    KeWaitForSingleObject(&never, Executive, KernelMode, FALSE, nullptr);
+                  });
+                  clients.BeginApplications(1, [](Application& client) { client.Stream(3); });
+                  clients.WaitForApplications();
+                }),
+                "hangs at step 'open the camera'");
+}
+
+TEST(SimulationChecks, FileThatAClientLeavesOpenIsFound) {
+  ExpectFailure(
+      Play([](Stage& stage) {
+        ClientStage& clients = ClientStage::On(stage, {});
+        clients.PlugIn({});
+        clients.Start();
+        std::unique_ptr<host::DeviceFile> file;
+        static_cast<void>(host::DeviceFile::Open(clients.TopDevice(), u"\\GLOBAL", nullptr, file));
+        static_cast<void>(file.release());
+        clients.Close();
+      }),
+      "was never closed");
 }
 
 TEST(SimulationChecks, RunThatIsSoundPassesAfterAllOfThem) {

@@ -317,5 +317,17 @@ TEST(StreamControl, ARemovalBesideAStreamsStartLeavesNothingPrepared) {
   });
 }
 
+TEST(StreamControl, ADeviceThatGoesWhileItsSettingIsChosenPreparesNothing) {
+  InWorld([](TransportWorld& world) {
+    ASSERT_EQ(world.Start(), STATUS_SUCCESS);
+    world.Stack.Decide = [&world](URB& urb) -> std::optional<Verdict> {
+      if (urb.UrbHeader.Function == 1) world.Device().OnDeviceGone(3);
+      return std::nullopt;
+    };
+    EXPECT_EQ(world.Acquire(), kGone);
+    EXPECT_EQ(world.Stream().Opened, 0);
+  });
+}
+
 }  // namespace
 }  // namespace lidcam::test

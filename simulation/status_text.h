@@ -1,0 +1,16 @@
+#pragma once
+
+#include <string>
+
+#include "platform/kernel.h"
+
+namespace lidcam::simulation {
+
+/// "0xC0000001"
+[[nodiscard]] std::string HexOf(NTSTATUS status);
+
+/// Success, or a status of the USB stack or of a request that could not be sent, which every operation
+/// that goes over the bus hands on.
+[[nodiscard]] bool IsBusStatus(NTSTATUS status);
+
+}  // namespace lidcam::simulation
