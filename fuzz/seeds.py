@@ -88,6 +88,39 @@ def fault_scripts():
         yield line.encode()
 
 
+def property_requests():
+    """Where it goes, then requests: set and flags, id, request and value with their lengths."""
+    lengths = {0: (40, 40), 1: (40, 40), 2: (56, 132), 3: (52, 132), 4: (48, 48), 5: (32, 200), 7: (24, 8)}
+    asked = []
+    for kind, (request, value) in lengths.items():
+        for flags in range(4):
+            for number in (0, 1, 3, 4, 14, 16, 18):
+                asked.append(bytes((kind | flags << 4, number, request)) + bytes(request)
+                             + bytes((value,)) + bytes(value))
+    for at in range(0, len(asked), 12):
+        yield b"\0" + b"".join(asked[at : at + 12])
+        yield b"\1" + b"".join(asked[at : at + 12])
+    yield random.Random(1).randbytes(2000)
+
+
+def data_formats():
+    """Operations: intersect, connect, change the format, look, stream; see the target for the bytes."""
+    unchanged = b"\2\0"
+    for size in range(5):
+        connect = bytes((1, size)) + unchanged + b"\1"
+        stream = bytes((4, 1, 1, 1, 1, 200))
+        yield connect + b"\3" + stream
+        yield connect + bytes((2, (size + 1) % 5)) + unchanged + stream
+        yield connect + b"\4" + b"\0" * 20 + b"\3"
+        intersect = bytes((0, size)) + unchanged + b"\1\1"
+        yield intersect + b"\0\0" + intersect + b"\x98\0" + intersect + b"\x97\0"
+        # biSize (at 112 of the format, at 256 of the range) is larger than the rest.
+        yield bytes((1, size)) + b"\2\1\x70\0\xff\xff\xff\xff\1"
+        yield bytes((0, size)) + b"\2\1\x00\1\xff\xff\xff\xff\1\1\x98\0"
+    for seed in range(4):
+        yield random.Random(seed).randbytes(300)
+
+
 def write(folder, seeds):
     folder.mkdir(parents=True, exist_ok=True)
     for number, seed in enumerate(seeds):
@@ -104,6 +137,8 @@ def main():
     write(folder / "packet_stream", packet_streams())
     write(folder / "resampler", scales())
     write(folder / "fault_script", fault_scripts())
+    write(folder / "property_request", property_requests())
+    write(folder / "data_format", data_formats())
 
 
 if __name__ == "__main__":
