@@ -4,8 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
-#include <cstring>
+#include <span>
 #include <string>
 
 #include "platform/host/client/client_error.h"
@@ -21,7 +22,8 @@ Block FormatBlock(ULONG formatSize, std::size_t bytes) {
   format.VideoInfoHeader.bmiHeader.biHeight = -240;
   format.VideoInfoHeader.bmiHeader.biSizeImage = 153600;
   Block block(bytes);
-  std::memcpy(block.Data(), &format, bytes < sizeof(format) ? bytes : sizeof(format));
+  const auto all = std::as_bytes(std::span(&format, 1));
+  std::copy_n(all.begin(), std::min(bytes, all.size()), block.Data());
   return block;
 }
 
