@@ -1,5 +1,7 @@
 // What the camera is, before anybody streams.
 
+#include <gtest/gtest.h>
+
 #include <cstring>
 
 #include "platform/host/client/client_error.h"

@@ -1,3 +1,5 @@
+#include <gtest/gtest.h>
+
 #include "tests/compliance/compliance_world.h"
 
 #include <filesystem>

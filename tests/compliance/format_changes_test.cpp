@@ -1,5 +1,7 @@
 // A connected stream gets another format.
 
+#include <gtest/gtest.h>
+
 #include "tests/compliance/compliance_world.h"
 #include "tests/compliance/frame_rules.h"
 

@@ -1,5 +1,7 @@
 // Each picture size as it is offered and delivered, and everything that is no picture size.
 
+#include <gtest/gtest.h>
+
 #include <cstring>
 #include <tuple>
 

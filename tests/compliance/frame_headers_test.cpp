@@ -1,5 +1,7 @@
 // What the headers of frames say, with a clock and without, and when frames are lost.
 
+#include <gtest/gtest.h>
+
 #include <vector>
 
 #include "tests/compliance/compliance_world.h"

@@ -1,6 +1,8 @@
 // A delivered picture is one that the camera took: a camera whose pictures tell their own number is
 // asked for them.
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <array>
 

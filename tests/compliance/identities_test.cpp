@@ -1,5 +1,7 @@
 // The seven identities that the camera comes under.
 
+#include <gtest/gtest.h>
+
 #include <cstdio>
 #include <string>
 #include <utility>

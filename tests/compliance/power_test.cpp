@@ -1,6 +1,8 @@
 // The machine sleeps and wakes, with and without a stream.
 
 #include "platform/host/nt/plug_and_play.h"
+
+#include <gtest/gtest.h>
 #include "tests/compliance/compliance_world.h"
 #include "tests/compliance/frame_rules.h"
 #include "tests/compliance/property_table.h"

@@ -1,5 +1,7 @@
 // Every property that holds a value: what the camera tells of it, and that it holds.
 
+#include <gtest/gtest.h>
+
 #include <tuple>
 
 #include "platform/host/client/client_error.h"

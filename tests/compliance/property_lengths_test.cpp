@@ -1,5 +1,8 @@
 // Requests whose blocks have lengths of their own.
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
 #include <cstring>
 
 #include "tests/compliance/compliance_world.h"

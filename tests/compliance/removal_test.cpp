@@ -1,5 +1,7 @@
 // The camera goes, in every state that a stream can be in.
 
+#include <gtest/gtest.h>
+
 #include <tuple>
 #include <vector>
 

@@ -1,5 +1,7 @@
 // Several applications, one camera.
 
+#include <gtest/gtest.h>
+
 #include "tests/compliance/compliance_world.h"
 #include "tests/compliance/frame_rules.h"
 #include "tests/compliance/property_table.h"

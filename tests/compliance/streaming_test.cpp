@@ -1,5 +1,7 @@
 // Frames for as long as somebody wants them, and no longer.
 
+#include <gtest/gtest.h>
+
 #include <tuple>
 
 #include "tests/compliance/compliance_world.h"

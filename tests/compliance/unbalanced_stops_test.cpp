@@ -1,5 +1,7 @@
 // Applications that stop more often than they start, or stop before they have begun.
 
+#include <gtest/gtest.h>
+
 #include "tests/compliance/compliance_world.h"
 #include "tests/compliance/frame_rules.h"
 

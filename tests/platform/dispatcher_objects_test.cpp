@@ -1,5 +1,7 @@
 // Events, semaphores, mutexes and waits, in virtual time.
 
+#include <gtest/gtest.h>
+
 #include <array>
 #include <limits>
 #include <vector>

@@ -1,6 +1,7 @@
 // Requests on their way through stacks of devices, in both worlds.
 
 #include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include <functional>
 #include <string>

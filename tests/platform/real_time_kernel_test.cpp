@@ -1,5 +1,7 @@
 // The same kernel on the machine's threads and clock.
 
+#include <gtest/gtest.h>
+
 #include <atomic>
 #include <chrono>
 #include <thread>

@@ -1,5 +1,8 @@
 // Simulations as such: what a seed fixes, and how a simulation that can't go on ends.
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
 #include <set>
 #include <vector>
 

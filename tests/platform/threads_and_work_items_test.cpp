@@ -1,5 +1,7 @@
 // System threads, their objects and handles, and work items.
 
+#include <gtest/gtest.h>
+
 #include <set>
 #include <vector>
 

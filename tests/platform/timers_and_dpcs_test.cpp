@@ -1,5 +1,7 @@
 // Timers and deferred calls, in virtual time.
 
+#include <gtest/gtest.h>
+
 #include <set>
 #include <vector>
 

@@ -1,6 +1,7 @@
 // Each misuse of a request that the kernel refuses, and what it says then.
 
 #include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include <functional>
 #include <string>

@@ -1,6 +1,7 @@
 // Writes beyond the ends of pool memory, and memory that nobody frees.
 
 #include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include <cstring>
 #include <string>

@@ -2,6 +2,9 @@
 
 #include "platform/host/nt/verifier.h"
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
 #include <functional>
 #include <new>
 #include <string>

@@ -1,6 +1,7 @@
 #include "bus/capture/capture_bus.h"
 
 #include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <array>

@@ -1,6 +1,7 @@
 #include "bus/capture/capture_source.h"
 
 #include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include <array>
 #include <filesystem>

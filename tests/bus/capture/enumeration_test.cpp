@@ -1,6 +1,7 @@
 #include "bus/enumeration.h"
 
 #include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include <algorithm>
 

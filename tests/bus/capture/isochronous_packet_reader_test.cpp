@@ -1,6 +1,7 @@
 #include "bus/capture/isochronous_packet_reader.h"
 
 #include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include "bus/capture/recording_bus.h"
 #include "tests/bus/capture/capture_support.h"

@@ -1,6 +1,7 @@
 #include "bus/capture/pcap_file.h"
 
 #include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <unistd.h>
 

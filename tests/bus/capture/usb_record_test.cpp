@@ -1,6 +1,7 @@
 #include "bus/capture/usb_record.h"
 
 #include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include "tests/bus/capture/capture_support.h"
 

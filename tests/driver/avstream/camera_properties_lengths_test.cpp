@@ -1,5 +1,8 @@
 // Every property of the four sets with every length of buffer around the one that it needs.
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
 #include "tests/driver/avstream/camera_properties_requests.h"
 
 namespace lidcam::test {

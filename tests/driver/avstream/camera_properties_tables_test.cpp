@@ -2,6 +2,9 @@
 
 #include "driver/avstream/camera_properties_tables.h"
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
 #include "driver/avstream/camera_properties_frame_rates.h"
 #include "driver/avstream/camera_properties_translation.h"
 #include "tests/driver/avstream/camera_properties_requests.h"

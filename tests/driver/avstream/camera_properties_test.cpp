@@ -2,6 +2,9 @@
 
 #include "driver/avstream/camera_properties.h"
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
 #include "tests/driver/avstream/camera_properties_requests.h"
 
 namespace lidcam::test {

@@ -2,6 +2,8 @@
 
 #include "driver/avstream/camera_properties_translation.h"
 
+#include <gtest/gtest.h>
+
 #include "tests/driver/avstream/camera_properties_requests.h"
 
 namespace lidcam::test {

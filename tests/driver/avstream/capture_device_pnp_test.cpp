@@ -1,4 +1,7 @@
 #include "platform/host/nt/pool.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include "platform/host/nt/wdm_version.h"
 #include "tests/driver/avstream/support/surface_world.h"
 

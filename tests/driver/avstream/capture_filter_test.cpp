@@ -1,5 +1,8 @@
 #include "driver/avstream/capture_filter.h"
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
 #include "platform/host/nt/pool.h"
 #include "tests/driver/avstream/support/surface_world.h"
 

@@ -1,4 +1,7 @@
 #include "platform/host/nt/pool.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include "tests/driver/avstream/support/surface_world.h"
 
 namespace lidcam::test {

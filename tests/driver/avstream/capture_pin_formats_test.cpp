@@ -1,5 +1,7 @@
 #include "driver/avstream/capture_pin_formats.h"
 
+#include <gtest/gtest.h>
+
 #include "tests/driver/avstream/support/surface_world.h"
 
 namespace lidcam::test {

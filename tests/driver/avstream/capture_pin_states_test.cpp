@@ -1,5 +1,8 @@
 #include "driver/avstream/capture_pin_states.h"
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
 #include "tests/driver/avstream/support/surface_world.h"
 
 namespace lidcam::test {

@@ -1,5 +1,8 @@
 #include "driver/avstream/driver_entry.h"
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
 #include "driver/usb/camera_usb_device.h"
 #include "platform/host/nt/debug_print.h"
 #include "platform/host/nt/pool.h"

@@ -1,5 +1,7 @@
 #include "driver/avstream/filter_descriptors.h"
 
+#include <gtest/gtest.h>
+
 #include <cstring>
 
 #include "driver/avstream/camera_properties_tables.h"

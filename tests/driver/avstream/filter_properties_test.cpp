@@ -1,6 +1,8 @@
 // Property requests as they come from a client: from the filter's tables through the device's slots to
 // the camera, and back into the request.
 
+#include <gtest/gtest.h>
+
 #include <memory>
 #include <optional>
 

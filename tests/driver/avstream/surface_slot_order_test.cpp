@@ -1,3 +1,5 @@
+#include <gtest/gtest.h>
+
 #include <bit>
 
 #include "tests/driver/avstream/support/surface_world.h"

@@ -1,5 +1,7 @@
 #include "driver/core/held_memory.h"
 
+#include <gtest/gtest.h>
+
 #include <cstring>
 
 #include "platform/host/nt/pool.h"

@@ -1,6 +1,7 @@
 // How the settings store uses the platform: calls, sizes, statuses and failures.
 
 #include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include <cstdio>
 #include <string>

@@ -1,6 +1,7 @@
 // Settings that outlive the process: power cuts, two processes, damaged files.
 
 #include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
 

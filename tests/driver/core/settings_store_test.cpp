@@ -1,6 +1,7 @@
 // What load and save do to the record and to the stored values.
 
 #include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include <iterator>
 #include <map>

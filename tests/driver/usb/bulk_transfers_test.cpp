@@ -1,6 +1,7 @@
 // The engine of bulk and interrupt transfers: chunks, bounced packets and every end of a transfer.
 
 #include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstring>

@@ -1,5 +1,8 @@
 #include "driver/usb/control_requests.h"
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
 #include "platform/host/nt/kernel_faults.h"
 #include "platform/host/nt/pool.h"
 #include "tests/driver/usb/transport_world.h"

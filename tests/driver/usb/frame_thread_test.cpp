@@ -1,6 +1,7 @@
 // The thread that walks completed transfers and sends them down again.
 
 #include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include <algorithm>
 

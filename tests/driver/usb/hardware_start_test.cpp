@@ -1,4 +1,6 @@
 #include "driver/core/camera_lifecycle.h"
+
+#include <gtest/gtest.h>
 #include "platform/host/nt/pool.h"
 #include "platform/host/nt/wdm_version.h"
 #include "tests/driver/usb/transport_world.h"

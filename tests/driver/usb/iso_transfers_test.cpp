@@ -1,6 +1,7 @@
 // Transfers between the camera and the USB stack: how they are made, started and taken home.
 
 #include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include <tuple>
 

@@ -1,5 +1,7 @@
 // Streams on the machine's own threads and clock, for ThreadSanitizer to see.
 
+#include <gtest/gtest.h>
+
 #include <atomic>
 
 #include "driver/core/camera_memory.h"

@@ -1,6 +1,7 @@
 // Recoveries and stops of the circle: order, time limits and every way out.
 
 #include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include "platform/host/nt/pool.h"
 #include "tests/driver/usb/support/camera_faults.h"

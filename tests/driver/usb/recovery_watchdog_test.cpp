@@ -1,6 +1,7 @@
 // The watchdog: what a tick decides, and when it ticks.
 
 #include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include <vector>
 

@@ -1,3 +1,5 @@
+#include <gtest/gtest.h>
+
 #include <bit>
 
 #include "driver/usb/camera_usb_device.h"

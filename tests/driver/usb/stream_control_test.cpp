@@ -1,4 +1,7 @@
 #include "driver/core/camera_lifecycle.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include "platform/host/nt/kernel_faults.h"
 #include "platform/host/nt/pool.h"
 #include "tests/driver/usb/transport_world.h"

@@ -1,5 +1,7 @@
 // What stream control does at the edges: time limits, refusals and odd statuses.
 
+#include <gtest/gtest.h>
+
 #include "tests/driver/usb/support/camera_faults.h"
 #include "tests/driver/usb/transport_world.h"
 

@@ -2,6 +2,9 @@
 
 #include "driver/usb/stream_reconfigure.h"
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
 #include "tests/driver/usb/transport_world.h"
 
 namespace lidcam::test {

@@ -1,5 +1,7 @@
 // The lines that a stream leaves in the camera's trace, without the register accesses.
 
+#include <gtest/gtest.h>
+
 #include <cstdarg>
 #include <cstdio>
 

@@ -1,3 +1,5 @@
+#include <gtest/gtest.h>
+
 #include "tests/driver/usb/transport_world.h"
 
 #include <fstream>

@@ -1,5 +1,8 @@
 #include "driver/usb/usb_configuration.h"
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <utility>
 

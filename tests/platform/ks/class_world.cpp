@@ -1,3 +1,5 @@
+#include <gtest/gtest.h>
+
 #include "tests/platform/ks/class_world.h"
 
 #include <cstring>

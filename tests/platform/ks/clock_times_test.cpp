@@ -1,5 +1,7 @@
 // A pin's clock: its time in each state, what applications ask it, and how long it lives.
 
+#include <gtest/gtest.h>
+
 #include "tests/platform/ks/pin_support.h"
 
 namespace lidcam::host {

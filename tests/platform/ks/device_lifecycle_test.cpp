@@ -1,6 +1,9 @@
 // Plug and play of a device of the streaming class.
 
 #include "platform/host/nt/kernel_faults.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include "tests/platform/ks/class_world.h"
 
 namespace lidcam::host {

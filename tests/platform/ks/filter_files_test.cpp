@@ -1,5 +1,8 @@
 // Filters as files of applications: opening, closing, and what a removal leaves of them.
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
 #include <cstring>
 #include <memory>
 #include <optional>

@@ -1,5 +1,8 @@
 // Opening a pin: what is checked, what the driver is asked, and what a refusal leaves.
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
 #include "tests/platform/ks/pin_support.h"
 
 namespace lidcam::host {

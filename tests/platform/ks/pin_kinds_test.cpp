@@ -1,5 +1,8 @@
 // KSPROPSETID_Pin of a filter, and the ranges in its requests.
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
 #include <random>
 
 #include "tests/platform/ks/pin_support.h"

@@ -1,5 +1,8 @@
 // What the class itself answers of a pin: state, priority, format, framing, master clock.
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
 #include "tests/platform/ks/pin_support.h"
 
 namespace lidcam::host {

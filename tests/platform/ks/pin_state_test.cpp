@@ -1,5 +1,8 @@
 // The way of a pin from state to state.
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
 #include "tests/platform/ks/pin_support.h"
 
 namespace lidcam::host {

@@ -1,5 +1,8 @@
 // Property and event requests of a filter: the driver's tables, and the class's own sets.
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
 #include <array>
 #include <cstring>
 #include <optional>

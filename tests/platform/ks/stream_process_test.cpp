@@ -1,5 +1,7 @@
 // When a pin's process routine runs, and what waits for it.
 
+#include <gtest/gtest.h>
+
 #include "tests/platform/ks/pin_support.h"
 
 namespace lidcam::host {

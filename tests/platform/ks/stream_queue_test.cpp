@@ -1,6 +1,8 @@
 // Frames of an application at a pin: faults of requests, cancelling, resets, and what a stop hands
 // back.
 
+#include <gtest/gtest.h>
+
 #include "tests/platform/ks/pin_support.h"
 
 namespace lidcam::host {

@@ -1,5 +1,8 @@
 // Devices and pins of the streaming class: mutex, object bag and processing.
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
 #include <optional>
 #include <vector>
 

@@ -2,6 +2,8 @@
 
 #include "platform/host/usbd/configuration_descriptor.h"
 
+#include <gtest/gtest.h>
+
 #include "tests/platform/usbd/usb_test_support.h"
 
 namespace lidcam::host {

@@ -1,5 +1,8 @@
 // Configuration, alternate settings and pipes, as a driver asks for them.
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
 #include "tests/platform/usbd/usb_test_support.h"
 
 namespace lidcam::host {

@@ -1,5 +1,8 @@
 // Requests on endpoint 0: what goes over the wire, what comes back, and in which order.
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
 #include "tests/platform/usbd/usb_test_support.h"
 
 namespace lidcam::host {

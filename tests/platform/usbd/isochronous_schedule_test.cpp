@@ -1,5 +1,8 @@
 // Isochronous transfers in their frames. Time is virtual, so that every end is exact.
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
 #include "tests/platform/usbd/usb_test_support.h"
 
 namespace lidcam::host {

@@ -1,5 +1,7 @@
 // The USB stack over the simulated camera, in virtual and in real time.
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <atomic>
 

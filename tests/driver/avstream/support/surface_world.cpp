@@ -1,3 +1,5 @@
+#include <gtest/gtest.h>
+
 #include "tests/driver/avstream/support/surface_world.h"
 
 #include <algorithm>
