@@ -41,7 +41,7 @@ template <typename Operation>
 NTSTATUS ClientStage::Tell(const char* name, Operation operation) {
   stage_.Begin(name);
   const NTSTATUS status = operation();
-  stage_.Trace().Add(std::string("step ") + name + " -> " + HexOf(status));
+  stage_.Trace().Add(StepLine(name, status));
   return status;
 }
 

@@ -58,7 +58,7 @@ template <typename Operation>
 NTSTATUS Stage::Do(const char* name, Operation operation) {
   Begin(name);
   const NTSTATUS status = operation();
-  trace_.Add(std::string("step ") + name + " -> " + HexOf(status));
+  trace_.Add(StepLine(name, status));
   return status;
 }
 

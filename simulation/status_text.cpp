@@ -21,6 +21,12 @@ std::string HexOf(NTSTATUS status) {
   return text.data();
 }
 
+std::string StepLine(std::string_view name, NTSTATUS status) {
+  std::string line = "step ";
+  line.append(name).append(" -> ").append(HexOf(status));
+  return line;
+}
+
 bool IsBusStatus(NTSTATUS status) {
   return std::ranges::find(kBusStatuses, status) != kBusStatuses.end();
 }

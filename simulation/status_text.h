@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include "platform/kernel.h"
 
@@ -8,6 +9,9 @@ namespace lidcam::simulation {
 
 /// "0xC0000001"
 [[nodiscard]] std::string HexOf(NTSTATUS status);
+
+/// "step <name> -> 0xC0000001": how an operation ended, as the trace tells it.
+[[nodiscard]] std::string StepLine(std::string_view name, NTSTATUS status);
 
 /// Success, or a status of the USB stack or of a request that could not be sent, which every operation
 /// that goes over the bus hands on.
