@@ -210,7 +210,7 @@ void Stage::TellGone() {
 // Nothing of the bus is reached any more, and nothing is asked for.
 void Stage::RequireRequestsFail() {
   if (Device() == nullptr) return;
-  TransportRecord* const transport = hosted_->Device().Transport;
+  TransportRecord* const transport = hosted_->Device().TransportRecord;
   std::uint8_t value = 0x5A;
   std::uint32_t length = 1;
   Require(UsbReadRequest(transport, 0xA1, 0xFF0A, 0, &value, &length) == -1 && value == 0x5A &&

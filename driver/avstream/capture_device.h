@@ -141,7 +141,8 @@ class CaptureDevice {
   KSFILTER_DESCRIPTOR* FilterDescriptor = nullptr;  ///< built at start, owned by the device's bag
   Shared<PKS_VIDEOINFOHEADER> StreamVideoInfo{nullptr};  ///< of the pin that has the stream slot
   Shared<CameraContext*> Camera{nullptr};
-  TransportRecord* Transport = nullptr;  ///< what the camera record knows as its transport
+  lidcam::TransportRecord* TransportRecord =
+      nullptr;  ///< what the camera record knows as its transport
   PublishedFrame Published{};
   Shared<std::uint8_t> HardwareStarted{0};
   volatile LONG StreamSlot = 0;  ///< 1 while a pin holds the single stream

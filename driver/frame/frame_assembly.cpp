@@ -14,13 +14,13 @@ void PlaceRawBuffers(FrameAssembly& assembly, std::uint8_t* block, std::uint32_t
 }
 
 void PublishRawFrame(PublishedFrame& published, std::uint8_t* buffer, std::uint32_t size) {
-  published.Buffer = buffer;
-  published.Size = size;
+  published.PublishedRawFrame = buffer;
+  published.PublishedRawFrameSize = size;
 }
 
 std::uint8_t* GetRawFrame(const PublishedFrame& published, std::uint32_t& size) {
-  std::uint8_t* const buffer = published.Buffer;
-  size = published.Size;
+  std::uint8_t* const buffer = published.PublishedRawFrame;
+  size = published.PublishedRawFrameSize;
   return buffer;
 }
 

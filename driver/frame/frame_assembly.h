@@ -49,8 +49,8 @@ struct TransferPacket {
 /// The pair through which a finished raw frame reaches its consumer: plain stores and loads,
 /// without a fence, so that a reader may see the pointer of one frame with the size of another.
 struct PublishedFrame {
-  Shared<std::uint8_t*> Buffer;
-  Shared<std::uint32_t> Size;
+  Shared<std::uint8_t*> PublishedRawFrame;
+  Shared<std::uint32_t> PublishedRawFrameSize;
 };
 
 /// Stores a frame, buffer first. Null and 0 take back whatever was shown, so that no stream shows

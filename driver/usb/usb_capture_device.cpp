@@ -98,7 +98,7 @@ std::int32_t UsbCaptureDevice::GetFormatCount() {
 
 // What the bag has taken it keeps: only what it has not is freed here.
 NTSTATUS UsbCaptureDevice::AllocateRecords(PKSDEVICE device) {
-  auto* const transport = AllocateRecord<TransportRecord>();
+  auto* const transport = AllocateRecord<lidcam::TransportRecord>();
   if (transport == nullptr) return STATUS_INSUFFICIENT_RESOURCES;
   auto* const record = AllocateRecord<UsbDeviceRecord>();
   if (record == nullptr) {
@@ -117,7 +117,7 @@ NTSTATUS UsbCaptureDevice::AllocateRecords(PKSDEVICE device) {
     FreeCameraMemory(record);
     return status;
   }
-  Transport = transport;
+  TransportRecord = transport;
   UsbDevice = record;
   return status;
 }
@@ -126,7 +126,7 @@ void UsbCaptureDevice::FillRecords(PKSDEVICE device) {
   UsbDeviceRecord& record = *UsbDevice;
   std::memcpy(record.Signature, "DVQR", sizeof(record.Signature));
   record.KsDevice = device;
-  FillTransport(*Transport, device, &record);
+  FillTransport(*TransportRecord, device, &record);
   record.WdmLevel = WdmLevel;
   KeInitializeSemaphore(&record.UrbLock, 1, 1);
   record.Connected = 1;
@@ -145,7 +145,8 @@ void UsbCaptureDevice::KeepPipeTable() {
 }
 
 NTSTATUS UsbCaptureDevice::CreateCamera() {
-  const CameraTransport transport{Transport, UsbWriteRequest, UsbReadRequest, StreamReconfigure};
+  const CameraTransport transport{TransportRecord, UsbWriteRequest, UsbReadRequest,
+                                  StreamReconfigure};
   CameraCapabilities capabilities{};
   CameraContext* const camera = CreateCameraContext(
       transport, capabilities, UsbDevice->DeviceDescriptor, UsbDevice->LongConfigDescriptor);

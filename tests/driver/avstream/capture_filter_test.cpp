@@ -65,7 +65,7 @@ TEST(FilterCreate, ListAndCountAreWhatTheDeviceSays) {
 
 TEST(FilterCreate, AFilterOfADeviceOfWhichNothingIsKnownFails) {
   InSurface([](SurfaceWorld& world) {
-    world.Device.Transport = nullptr;
+    world.Device.TransportRecord = nullptr;
     world.Device.FormatCount = 0;
     WorldFilter filter;
     EXPECT_EQ(filter.Create(), kDataError);

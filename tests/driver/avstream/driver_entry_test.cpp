@@ -84,7 +84,7 @@ TEST(DriverEntry, AddMakesTheDeviceWithFilterAndPinAboveIt) {
     EXPECT_EQ(device.FilterDescriptor, nullptr);
     EXPECT_EQ(device.StreamVideoInfo, nullptr);
     EXPECT_EQ(static_cast<CameraContext*>(device.Camera), nullptr);
-    EXPECT_EQ(device.Transport, nullptr);
+    EXPECT_EQ(device.TransportRecord, nullptr);
     EXPECT_EQ(device.HardwareStarted, 0);
     EXPECT_EQ(device.StreamSlot, 0);
     EXPECT_EQ(device.WdmLevel, 4);

@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <bit>
+#include <vector>
 
 #include "tests/driver/avstream/support/surface_world.h"
 
@@ -39,10 +41,10 @@ TEST(SurfaceSlotOrder, CaptureFilterHasOneSlotAndOneField) {
   EXPECT_EQ(sizeof(CaptureFilter), 2 * sizeof(void*));
 }
 
-template <typename Field>
-std::size_t At(const CapturePin& pin, const Field& field) {
+template <typename Object, typename Field>
+std::size_t At(const Object& object, const Field& field) {
   return static_cast<std::size_t>(reinterpret_cast<const volatile char*>(&field) -
-                                  reinterpret_cast<const volatile char*>(&pin));
+                                  reinterpret_cast<const volatile char*>(&object));
 }
 
 TEST(SurfaceSlotOrder, ThePinsFieldsStandInTheirOrder) {
@@ -67,6 +69,28 @@ TEST(SurfaceSlotOrder, ThePinsFieldsStandInTheirOrder) {
                                              At(pin, pin.LastClockTime)};
     EXPECT_EQ(places.front(), sizeof(void*));
     EXPECT_TRUE(std::is_sorted(places.begin(), places.end()));
+  });
+}
+
+TEST(SurfaceSlotOrder, TheDevicesFieldsStandInTheirOrder) {
+  InSurface([](SurfaceWorld& world) {
+    const CaptureDevice& device = world.Device;
+    const std::vector<std::size_t> places = {
+        At(device, device.DevicePowerState),
+        At(device, device.KsDevice),
+        At(device, device.FilterDescriptor),
+        At(device, device.StreamVideoInfo),
+        At(device, device.Camera),
+        At(device, device.TransportRecord),
+        At(device, device.Published.PublishedRawFrame),
+        At(device, device.Published.PublishedRawFrameSize),
+        At(device, device.HardwareStarted),
+        At(device, device.StreamSlot),
+        At(device, device.WdmLevel),
+    };
+    EXPECT_EQ(places.front(), sizeof(void*));
+    EXPECT_TRUE(std::is_sorted(places.begin(), places.end()));
+    EXPECT_EQ(std::ranges::adjacent_find(places), places.end());
   });
 }
 

@@ -152,8 +152,8 @@ constexpr WidthRow kWidths[] = {
     {"FillOffset", sizeof(FrameAssembly::FillOffset), 4},
     {"RawBufferSize", sizeof(FrameAssembly::RawBufferSize), 4},
     {"FillFrameBytes", sizeof(FrameAssembly::FillFrameBytes), 4},
-    {"PublishedFrame.Buffer", sizeof(PublishedFrame::Buffer), sizeof(void*)},
-    {"PublishedFrame.Size", sizeof(PublishedFrame::Size), 4},
+    {"PublishedRawFrame", sizeof(PublishedFrame::PublishedRawFrame), sizeof(void*)},
+    {"PublishedRawFrameSize", sizeof(PublishedFrame::PublishedRawFrameSize), 4},
 };
 
 TEST(AssemblyRecord, HasTheWidthsThatItsReadersCountOn) {

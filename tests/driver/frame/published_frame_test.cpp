@@ -45,7 +45,7 @@ const PublishedFrame* g_halfWritable = nullptr;
 std::uint8_t g_frameByte = 0;
 
 void OnRefusedStore(int) {
-  const std::uint8_t* const stored = g_halfWritable->Buffer;
+  const std::uint8_t* const stored = g_halfWritable->PublishedRawFrame;
   _exit(stored == &g_frameByte ? 0 : 1);
 }
 
@@ -56,7 +56,8 @@ void OnRefusedStore(int) {
       mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
   if (pages == MAP_FAILED) _exit(2);
   auto* const boundary = static_cast<std::uint8_t*>(pages) + page;
-  auto* const published = new (boundary - offsetof(PublishedFrame, Size)) PublishedFrame{};
+  auto* const published =
+      new (boundary - offsetof(PublishedFrame, PublishedRawFrameSize)) PublishedFrame{};
   if (mprotect(boundary, page, PROT_READ) != 0) _exit(3);
   g_halfWritable = published;
   std::signal(SIGSEGV, OnRefusedStore);

@@ -16,7 +16,7 @@ constexpr auto kUnsuccessful = static_cast<NTSTATUS>(0xC0000001);
 constexpr auto kTimedOut = static_cast<NTSTATUS>(0xC00000B5);
 
 TransportRecord& TransportOf(TransportWorld& world) {
-  return *world.Device().Transport;
+  return *world.Device().TransportRecord;
 }
 
 // Keeps what the driver said in its last vendor request, and answers it.

@@ -28,7 +28,7 @@ TEST(HardwareStart, TheRecordsAreWiredAndSigned) {
   InWorld([](TransportWorld& world) {
     ASSERT_EQ(world.Start(), STATUS_SUCCESS);
     const UsbDeviceRecord& record = world.Record();
-    const TransportRecord& transport = *world.Device().Transport;
+    const TransportRecord& transport = *world.Device().TransportRecord;
     EXPECT_EQ(std::string(record.Signature, 4), "DVQR");
     EXPECT_EQ(std::string(world.Stream().Signature, 4), "CHQR");
     EXPECT_EQ(std::string(transport.Head.Signature, 4), "SYQR");

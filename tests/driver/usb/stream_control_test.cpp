@@ -133,12 +133,12 @@ TEST(StreamControl, ADeviceThatIsGoneRefusesEverything) {
     EXPECT_EQ(world.Acquire(), kGone);
     EXPECT_EQ(world.Device().RunStream(), kGone);
     EXPECT_EQ(world.Device().ResumeStream(), kGone);
-    EXPECT_EQ(
-        world.Record().Camera->ReadRequest(world.Device().Transport, 0, 0, 0, nullptr, nullptr),
-        -1);
-    EXPECT_EQ(
-        world.Record().Camera->WriteRequest(world.Device().Transport, 0, 0, 0, nullptr, nullptr),
-        -1);
+    EXPECT_EQ(world.Record().Camera->ReadRequest(world.Device().TransportRecord, 0, 0, 0, nullptr,
+                                                 nullptr),
+              -1);
+    EXPECT_EQ(world.Record().Camera->WriteRequest(world.Device().TransportRecord, 0, 0, 0, nullptr,
+                                                  nullptr),
+              -1);
   });
 }
 

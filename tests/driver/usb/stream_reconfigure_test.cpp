@@ -48,7 +48,7 @@ class RunningStream {
   }
 
   Status Reconfigure(std::uint32_t swap) {
-    return StreamReconfigure(world_.Device().Transport, &swap);
+    return StreamReconfigure(world_.Device().TransportRecord, &swap);
   }
 
  private:

@@ -30,7 +30,7 @@ ExactBlock MakeFormat(LONG width, LONG height, ULONG biSize, ULONG formatSize) {
 SurfaceWorld::SurfaceWorld() {
   static TransportRecord record;
   Ks.Device.Context = &Device;
-  Device.Transport = &record;
+  Device.TransportRecord = &record;
   Device.Pins = &kPinOperations;
   Device.Filter = &kFilterEntries;
   Device.WdmLevel = 4;
