@@ -1,6 +1,7 @@
 #include "apps/lidcam/commands/common_options.h"
 
-#include "apps/lidcam/command_error.h"
+#include <charconv>
+#include <string>
 
 namespace lidcam::app {
 
@@ -55,7 +56,7 @@ StreamSize SizeOf(const SizeOptions& options) {
 
 void AddStreamOptions(CLI::App& command, CommonOptions& common, StreamOptions& options) {
   AddSizeOptions(command, options.Sizes);
-  command.add_option("--frames", options.Frames, "end after this many frames")->type_name("N");
+  AddFrameLimit(command, options.Frames);
   command.add_option("--duration", options.Duration, "end after this time on the bus, such as 2s")
       ->type_name("TIME");
   command.add_option("--set", options.Controls, "change picture controls once the stream runs")
@@ -64,12 +65,24 @@ void AddStreamOptions(CLI::App& command, CommonOptions& common, StreamOptions& o
                    "don't wait for bus time: as fast as this machine can");
 }
 
-void RequireSomeFrames(const std::optional<std::uint64_t>& frames) {
-  if (frames == 0U) throw UsageError("frames '0' is not a count from 1 on");
+CLI::Validator WholeNumberFrom(std::uint64_t lowest) {
+  const auto check = [lowest](const std::string& text) -> std::string {
+    std::uint64_t value = 0;
+    const char* const last = text.data() + text.size();
+    const auto [end, error] = std::from_chars(text.data(), last, value);
+    if (error == std::errc{} && end == last && value >= lowest) return {};
+    return "'" + text + "' is no number from " + std::to_string(lowest) + " on";
+  };
+  return CLI::Validator(check, {});
+}
+
+void AddFrameLimit(CLI::App& command, std::optional<std::uint64_t>& frames) {
+  command.add_option("--frames", frames, "end after this many frames")
+      ->check(WholeNumberFrom(1))
+      ->type_name("N");
 }
 
 StreamLimits LimitsOf(const StreamOptions& options) {
-  RequireSomeFrames(options.Frames);
   StreamLimits limits{.Frames = options.Frames, .Duration = {}, .ToleratesSilence = false};
   if (options.Duration) limits.Duration = ParseDuration(*options.Duration);
   return limits;

@@ -61,8 +61,11 @@ struct StreamLimits {
   bool ToleratesSilence = false;  ///< a recorded camera may pause; a live one is then gone
 };
 
-/// Throws UsageError for a limit of no frames.
-void RequireSomeFrames(const std::optional<std::uint64_t>& frames);
+/// What the parser's own conversion lets pass: it takes "-1" for the highest number.
+[[nodiscard]] CLI::Validator WholeNumberFrom(std::uint64_t lowest);
+
+/// Adds --frames.
+void AddFrameLimit(CLI::App& command, std::optional<std::uint64_t>& frames);
 
 /// Throws UsageError.
 [[nodiscard]] StreamLimits LimitsOf(const StreamOptions& options);

@@ -17,7 +17,6 @@ struct ReplayCommand {
 };
 
 void Run(const ReplayCommand& command) {
-  RequireSomeFrames(command.Frames);
   std::optional<PictureSize> size;
   if (command.Size) size = ParseStreamSize(*command.Size);
   OpenHostEnvironment(command.Common.Output, SetFiles::OfHardware);
@@ -53,7 +52,7 @@ void AddReplayCommand(CLI::App& app) {
       ->type_name("BUS.DEVICE");
   sub->add_option("--size", command->Size, "picture size; that of the recorded frames if not given")
       ->type_name("WxH");
-  sub->add_option("--frames", command->Frames, "end after this many frames")->type_name("N");
+  AddFrameLimit(*sub, command->Frames);
   sub->add_option("-o,--output", command->Output,
                   ".y4m, .yuy2, .png (a numbered series), or - for Y4M on standard output")
       ->type_name("FILE");

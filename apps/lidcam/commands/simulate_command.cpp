@@ -11,6 +11,7 @@
 
 #include "apps/lidcam/command_error.h"
 #include "apps/lidcam/commands/commands.h"
+#include "apps/lidcam/commands/common_options.h"
 #include "apps/lidcam/interrupt.h"
 #include "simulation/runner.h"
 #include "simulation/stated_hangs.h"
@@ -243,11 +244,12 @@ void AddSimulateCommand(CLI::App& app) {
       sub->add_option("--seeds", command->Seeds, "play these seeds, such as 1..1000")
           ->type_name("A..B");
   sub->add_option("--seed", command->Seed, "play this seed; 1 if none is given")
+      ->check(WholeNumberFrom(0))
       ->type_name("N")
       ->excludes(seeds);
   CLI::Option* const step = sub->add_option("--step", command->Step,
                                             "which call is to fail, instead of the seed's choice")
-                                ->check(CLI::PositiveNumber)
+                                ->check(WholeNumberFrom(1))
                                 ->type_name("N");
   sub->add_flag("--every-step", command->HasAllSteps, "step 1, 2, 3 ... as far as there are calls")
       ->excludes(step);

@@ -186,6 +186,7 @@ void AddStillCommand(CLI::App& app) {
   AddSizeOptions(*sub, command->Sizes);
   sub->add_option("--settle", command->SettleFrames,
                   "frames that go by first, for the exposure to settle")
+      ->check(WholeNumberFrom(0))
       ->type_name("N")
       ->capture_default_str();
   sub->add_option("--value", command->Value,

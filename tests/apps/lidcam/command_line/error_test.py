@@ -19,6 +19,8 @@ class ErrorTest(CommandLineTest):
                 (("--duration", "2"), ("'2'", "2s")),
                 (("-o", "picture.gif"), ("picture.gif", ".png")),
                 (("--frames", "0"), ("'0'", "from 1 on")),
+                (("--frames", "-3"), ("'-3'", "from 1 on")),
+                (("--frames", "3x"), ("'3x'", "from 1 on")),
                 (("-o", ""), ("''", "ending")),
                 (("--camera", "sim,mains=55Hz"), ("55Hz", "50Hz or 60Hz")),
                 (("--set", "Hue=1"), ("Hue", "Saturation")),
@@ -41,6 +43,10 @@ class ErrorTest(CommandLineTest):
                 (("controls", "Gamma"), ("controls: ", "argument", "'Gamma'")),
                 (("set",), ("set: ", "assignments", "required")),
                 (("still",), ("still: ", "--output", "required")),
+                (("still", "--settle", "-1"), ("still: ", "--settle", "'-1'", "from 0 on")),
+                (("replay", "x", "--frames", "0"), ("replay: ", "--frames", "'0'", "from 1 on")),
+                (("simulate", "--seed", "-1"), ("simulate: ", "--seed", "'-1'", "from 0 on")),
+                (("simulate", "--step", "0"), ("simulate: ", "--step", "'0'", "from 1 on")),
                 (("stream", "--frames", "none"), ("stream: ", "--frames", "none", "no number"))):
             self.assert_one_line_error(self.run_lidcam(*arguments), 2, "--help tells more", *words)
 
