@@ -38,6 +38,9 @@ extern "C" {
 #include <usbioctl.h>
 }
 
+// The platform's headers take this word for themselves; USB devices have interfaces.
+#undef interface
+
 #if defined(_WIN64)
 // The platform's headers give these inline: there is nothing to do where the system keeps every
 // thread's registers. Those of mingw-w64 lack them.

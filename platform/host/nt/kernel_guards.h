@@ -6,7 +6,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "platform/host/nt/nt_declarations.h"
+#include "platform/kernel.h"
 
 namespace lidcam::host {
 

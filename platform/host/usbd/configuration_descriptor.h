@@ -5,7 +5,7 @@
 #include <span>
 #include <vector>
 
-#include "platform/host/usbd/usb_declarations.h"
+#include "platform/kernel.h"
 
 namespace lidcam::host {
 
@@ -13,6 +13,9 @@ namespace lidcam::host {
 [[nodiscard]] constexpr std::size_t InterfaceInformationSize(std::size_t pipes) {
   return offsetof(USBD_INTERFACE_INFORMATION, Pipes) + pipes * sizeof(USBD_PIPE_INFORMATION);
 }
+
+/// Bytes of the descriptor at the front of `bytes`; 0 where none fits any more.
+[[nodiscard]] std::size_t DescriptorLength(std::span<const std::uint8_t> bytes);
 
 /// The endpoints that follow an interface descriptor in its configuration.
 ///

@@ -54,7 +54,7 @@ USBD_STATUS ControlRequests::GetDescriptor(_URB_CONTROL_DESCRIPTOR_REQUEST& urb)
        urb.LanguageId, static_cast<std::uint16_t>(length)},
       DataStage(urb.TransferBuffer, length));
   if (result.Status == bus::UsbStatus::Silent) return USBD_STATUS_PENDING;
-  urb.TransferBufferLength = std::min(result.Transferred, length);
+  urb.TransferBufferLength = std::min<ULONG>(result.Transferred, length);
   return FromBus(result.Status);
 }
 
@@ -66,7 +66,7 @@ USBD_STATUS ControlRequests::SendVendorRequest(_URB_CONTROL_VENDOR_OR_CLASS_REQU
       {requestType, urb.Request, urb.Value, urb.Index, static_cast<std::uint16_t>(length)},
       DataStage(urb.TransferBuffer, length));
   if (result.Status == bus::UsbStatus::Silent) return USBD_STATUS_PENDING;
-  urb.TransferBufferLength = std::min(result.Transferred, length);
+  urb.TransferBufferLength = std::min<ULONG>(result.Transferred, length);
   const bool isShort = isIn && urb.TransferBufferLength < length &&
                        (urb.TransferFlags & USBD_SHORT_TRANSFER_OK) == 0;
   if (result.Status == bus::UsbStatus::Ok && isShort) return USBD_STATUS_ERROR_SHORT_TRANSFER;

@@ -9,12 +9,16 @@ namespace {
 /// Frames that the controller needs between the present one and the first that it can still serve.
 constexpr LONGLONG kLeadFrames = 2;
 
+/// Frames by which the patient rule lets a stream begin later: a driver counts on the time from its
+/// first transfer's start to that transfer's end, and may lose it on a machine that is late.
+constexpr LONGLONG kPatientLeadFrames = 300;
+
+/// Frames that are made up for even by the patient rule: waits end a little late as a rule, and the
+/// stream keeps its pace all the same.
+constexpr LONGLONG kCaughtUpFrames = 4;
+
 LONGLONG FrameAt(LONGLONG time) {
   return time / kFrameTime;
-}
-
-LONGLONG Now() {
-  return static_cast<LONGLONG>(KeQueryInterruptTime());
 }
 
 void Complete(const std::vector<UsbRequest>& ended) {
@@ -25,19 +29,23 @@ void Complete(const std::vector<UsbRequest>& ended) {
 }  // namespace
 
 ULONG IsochronousSchedule::FrameNumber(LONGLONG frame) const {
-  return device_.FirstFrame + static_cast<ULONG>(frame);
+  return device_.Options.FirstFrame + static_cast<ULONG>(frame);
 }
 
 USBD_STATUS IsochronousSchedule::PlaceTransfer(UsbPipe& pipe, _URB_ISOCH_TRANSFER& urb,
                                                IsochronousTransfer& transfer) {
-  const LONGLONG present = FrameAt(Now());
+  const LONGLONG present = FrameAt(device_.Options.Now());
   LONGLONG start = std::max(pipe.NextFrame, present + kLeadFrames);
   if ((urb.TransferFlags & USBD_START_ISO_TRANSFER_ASAP) == 0) {
     // Frame numbers wrap around: what counts is the way from the present one.
     const LONG ahead = static_cast<LONG>(urb.StartFrame - FrameNumber(present));
-    if (ahead <= 0 || ahead > USBD_ISO_START_FRAME_RANGE) return USBD_STATUS_BAD_START_FRAME;
-    start = present + ahead;
-    if (start < pipe.NextFrame) return USBD_STATUS_BAD_START_FRAME;
+    if (ahead > USBD_ISO_START_FRAME_RANGE) return USBD_STATUS_BAD_START_FRAME;
+    const bool isLate = ahead <= 0 || present + ahead < pipe.NextFrame;
+    if (isLate && device_.Options.Frames == FrameRule::Strict) return USBD_STATUS_BAD_START_FRAME;
+    if (!isLate) start = present + ahead;
+  }
+  if (device_.Options.Frames == FrameRule::Patient && !HasTransfers(pipe.Handle)) {
+    start = std::max(start, present + kPatientLeadFrames);
   }
   const LONGLONG length = urb.NumberOfPackets * kMicroframeTime;
   transfer.EndTime = start * kFrameTime + length;
@@ -121,7 +129,7 @@ IsochronousSchedule::Step IsochronousSchedule::RunOnce() {
   std::vector<UsbRequest> ended;
   IsochronousTransfer* next = nullptr;
   bool isOver = false;
-  const LONGLONG now = Now();
+  const LONGLONG now = device_.Options.Now();
   {
     const SpinLockGuard guard(device_.Lock);
     ended = TakeEnded(now);
@@ -137,9 +145,21 @@ IsochronousSchedule::Step IsochronousSchedule::RunOnce() {
   } else if (next->EndTime > now) {
     WaitUntil(next->EndTime);
   } else {
+    if (device_.Options.Frames == FrameRule::Patient) PutOffBehind(*next, now - next->EndTime);
     Read(*next);
   }
   return Step::Again;
+}
+
+void IsochronousSchedule::PutOffBehind(const IsochronousTransfer& late, LONGLONG lost) {
+  const LONGLONG frames = lost / kFrameTime;
+  if (frames <= kCaughtUpFrames) return;
+  const SpinLockGuard guard(device_.Lock);
+  for (const auto& transfer : transfers_) {
+    if (transfer->Pipe != late.Pipe || transfer->EndTime <= late.EndTime) continue;
+    transfer->EndTime += frames * kFrameTime;
+  }
+  if (UsbPipe* const pipe = device_.Configuration.FindPipe(late.Pipe)) pipe->NextFrame += frames;
 }
 
 std::vector<UsbRequest> IsochronousSchedule::TakeEnded(LONGLONG now) {
@@ -209,7 +229,7 @@ void IsochronousSchedule::WaitForWork() {
 
 void IsochronousSchedule::WaitUntil(LONGLONG time) {
   LARGE_INTEGER limit{};
-  limit.QuadPart = Now() - time;
+  limit.QuadPart = device_.Options.Now() - time;
   if (limit.QuadPart >= 0) return;
   KeWaitForSingleObject(&device_.ScheduleWork, Executive, KernelMode, FALSE, &limit);
 }

@@ -11,7 +11,7 @@ namespace lidcam::host {
 /// The isochronous transfers of a device in their frames, and all that has to do with frames: the
 /// frame number, and aborts.
 ///
-/// Frames of 1 ms are counted by interrupt time; packets are microframes of 125 us. A transfer takes
+/// Frames of 1 ms are counted by the stack's time; packets are microframes of 125 us. A transfer takes
 /// whole frames, is read from the bus when its last microframe is over and is completed then, at
 /// DISPATCH_LEVEL, by Run()'s thread.
 class IsochronousSchedule {
@@ -49,6 +49,8 @@ class IsochronousSchedule {
   Step RunOnce();
   std::vector<UsbRequest> TakeEnded(LONGLONG now);
   [[nodiscard]] IsochronousTransfer* FindNext();
+  /// Moves what lies behind a transfer by the time that this was late.
+  void PutOffBehind(const IsochronousTransfer& late, LONGLONG lost);
   void Read(IsochronousTransfer& transfer);
   void WaitUntil(LONGLONG time);
   void WaitForWork();

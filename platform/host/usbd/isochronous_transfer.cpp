@@ -39,7 +39,7 @@ void CopyPackets(_URB_ISOCH_TRANSFER& urb, std::span<const std::uint8_t> read,
                  std::span<bus::IsochronousPacket> packets) {
   for (ULONG i = 0; i < urb.NumberOfPackets; ++i) {
     const USBD_ISO_PACKET_DESCRIPTOR& place = (&urb.IsoPacket[0])[i];
-    const ULONG count = std::min(packets[i].Length, RoomOf(urb, i));
+    const ULONG count = std::min<ULONG>(packets[i].Length, RoomOf(urb, i));
     if (count == 0) continue;
     std::memcpy(static_cast<std::uint8_t*>(urb.TransferBuffer) + place.Offset,
                 read.data() + packets[i].Offset, count);
@@ -52,7 +52,7 @@ void TellPackets(_URB_ISOCH_TRANSFER& urb, std::span<const bus::IsochronousPacke
   for (ULONG i = 0; i < urb.NumberOfPackets; ++i) {
     USBD_ISO_PACKET_DESCRIPTOR& shown = (&urb.IsoPacket[0])[i];
     const ULONG room = RoomOf(urb, i);
-    shown.Length = std::min(packets[i].Length, room);
+    shown.Length = std::min<ULONG>(packets[i].Length, room);
     shown.Status = packets[i].Length > room ? USBD_STATUS_DATA_OVERRUN : FromBus(packets[i].Status);
     if (shown.Status != USBD_STATUS_SUCCESS) ++urb.ErrorCount;
   }

@@ -4,7 +4,7 @@
 #include <optional>
 #include <vector>
 
-#include "platform/host/usbd/usb_declarations.h"
+#include "platform/kernel.h"
 
 namespace lidcam::host {
 

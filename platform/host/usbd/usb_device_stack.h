@@ -2,24 +2,13 @@
 
 #include "bus/usb_bus.h"
 #include "platform/host/nt/device_object.h"
-#include "platform/host/usbd/control_requests.h"
-#include "platform/host/usbd/isochronous_schedule.h"
-#include "platform/host/usbd/usb_device_state.h"
+#include "platform/host/usbd/usb_request_server.h"
 
 namespace lidcam::host {
 
-struct UsbStackOptions {
-  /// Bus frame number at interrupt time 0.
-  ULONG FirstFrame = 0;
-};
-
 /// A USB device as drivers see it: a physical device object that takes URBs
-/// (IOCTL_INTERNAL_USB_SUBMIT_URB) and carries them out over a UsbBus.
-///
-/// What can be refused at once is completed in the driver's call; all else is pending and is
-/// completed later, at DISPATCH_LEVEL, by two system threads of the stack's own: one for control
-/// requests, one for what has its time in frames. They belong to the world of the thread that makes
-/// the stack, and all bus calls but Abort() and Unplug() are theirs.
+/// (IOCTL_INTERNAL_USB_SUBMIT_URB) and has them carried out over a UsbBus by a UsbRequestServer, whose
+/// threads belong to the world of the thread that makes the stack.
 class UsbDeviceStack {
  public:
   /// @param bus  outlives the stack
@@ -35,7 +24,7 @@ class UsbDeviceStack {
   [[nodiscard]] PDEVICE_OBJECT PhysicalDeviceObject() const { return physicalDevice_; }
 
   /// Pulls the plug: all that is out ends with USBD_STATUS_DEVICE_GONE, and so does what comes later.
-  void Unplug();
+  void Unplug() { server_.Unplug(); }
 
  private:
   static NTSTATUS NTAPI Dispatch(PDEVICE_OBJECT device, PIRP irp);
@@ -43,20 +32,9 @@ class UsbDeviceStack {
   static NTSTATUS NTAPI AnswerPower(PDEVICE_OBJECT device, PIRP irp);
   static void NTAPI Cancel(PDEVICE_OBJECT device, PIRP irp);
 
-  NTSTATUS Submit(PIRP irp, URB& urb);
-  USBD_STATUS Route(PIRP irp, URB& urb);
-  USBD_STATUS RefuseBulkTransfer(const _URB_BULK_OR_INTERRUPT_TRANSFER& urb);
-  void MarkGone();
-  void Stop();
-
   DRIVER_OBJECT driver_{};
   PDEVICE_OBJECT physicalDevice_ = nullptr;
-  UsbDeviceState state_;
-  IsochronousSchedule schedule_;
-  ControlRequests requests_;
-  ControlQueue queue_;
-  std::unique_ptr<ServiceThread> controlThread_;
-  std::unique_ptr<ServiceThread> scheduleThread_;
+  UsbRequestServer server_;
 };
 
 }  // namespace lidcam::host

@@ -1,14 +1,37 @@
 #pragma once
 
+#include <cstdint>
+
 #include "bus/usb_bus.h"
 #include "platform/host/nt/kernel_guards.h"
 #include "platform/host/usbd/usb_configuration.h"
 
 namespace lidcam::host {
 
+/// What happens to the frames of a machine that is late.
+enum class FrameRule : std::uint8_t {
+  Strict,   ///< they pass: a start frame that has gone by is refused, and late transfers catch up
+  Patient,  ///< they wait, for a device whose time stands still until it is read: a stream begins
+            ///< later, a transfer that is late moves, and all behind it with it
+};
+
+/// Interrupt time in 100 ns.
+inline LONGLONG InterruptTime() {
+  return static_cast<LONGLONG>(KeQueryInterruptTime());
+}
+
+/// How a device is served.
+struct UsbStackOptions {
+  /// Bus frame number at time 0.
+  ULONG FirstFrame = 0;
+  FrameRule Frames = FrameRule::Strict;
+  /// The time that frames are counted by, in 100 ns; any level.
+  LONGLONG (*Now)() = InterruptTime;
+};
+
 /// What the stack's parts share about the device: its bus, its lock and all that the lock guards.
 struct UsbDeviceState {
-  UsbDeviceState(bus::UsbBus& bus, ULONG firstFrame) : Bus(bus), FirstFrame(firstFrame) {
+  UsbDeviceState(bus::UsbBus& bus, const UsbStackOptions& options) : Bus(bus), Options(options) {
     KeInitializeSpinLock(&Lock);
     KeInitializeEvent(&ControlWork, SynchronizationEvent, FALSE);
     KeInitializeEvent(&ScheduleWork, SynchronizationEvent, FALSE);
@@ -21,7 +44,7 @@ struct UsbDeviceState {
   }
 
   bus::UsbBus& Bus;
-  const ULONG FirstFrame;  ///< number of the frame in which the frame clock began
+  const UsbStackOptions Options;
 
   KSPIN_LOCK Lock = 0;
   KEVENT ControlWork{};   ///< for the thread of control requests

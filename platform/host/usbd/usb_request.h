@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/host/usbd/usb_declarations.h"
+#include "platform/kernel.h"
 
 namespace lidcam::host {
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "bus/usb_bus.h"
-#include "platform/host/usbd/usb_declarations.h"
+#include "platform/kernel.h"
 
 namespace lidcam::host {
 

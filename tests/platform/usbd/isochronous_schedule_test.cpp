@@ -118,6 +118,52 @@ TEST(IsochronousTransfer, MayStartFromTheNextFrameToTheEndOfTheRange) {
   });
 }
 
+TEST(IsochronousTransfer, ThatComesTooLateIsMovedWhereTheTimeOfTheDeviceStandsStill) {
+  WithConfiguredDevice(
+      [](ScriptedBus&, UsbWorld& world) {
+        Sleep(100 * kMillisecond);
+        IsochronousRead late(world.Device(), world.Pipe(1), 8);
+        IsochronousRead next(world.Device(), world.Pipe(1), 8);
+        IsochronousRead tooEarly(world.Device(), world.Pipe(1), 8);
+        late.StartAt(40);
+        next.StartAt(72);
+        tooEarly.StartAt(1125);
+        EXPECT_EQ(late.Sent.Send(), STATUS_PENDING);
+        EXPECT_EQ(next.Sent.Send(), STATUS_PENDING);
+        EXPECT_EQ(tooEarly.Sent.Send(), STATUS_INVALID_PARAMETER);
+        EXPECT_EQ(late.Sent.Await(), STATUS_SUCCESS);
+        EXPECT_EQ(next.Sent.Await(), STATUS_SUCCESS);
+        EXPECT_EQ(late.Sent.CompletedAt, 401 * kMillisecond);
+        EXPECT_EQ(next.Sent.CompletedAt, 402 * kMillisecond);
+      },
+      {.Frames = FrameRule::Patient});
+}
+
+TEST(IsochronousTransfer, BehindALateOneWaitsAsMuchLongerWhereTheTimeOfTheDeviceStandsStill) {
+  const auto readTimes = [](FrameRule frames) {
+    std::vector<LONGLONG> times;
+    WithConfiguredDevice(
+        [&times](ScriptedBus& bus, UsbWorld& world) {
+          bus.OnRead = [&bus](std::span<std::uint8_t>, std::span<bus::IsochronousPacket>) {
+            if (bus.ReadTimes.size() == 1) Sleep(50 * kMillisecond);
+            return bus::IsochronousResult{};
+          };
+          std::vector<std::unique_ptr<IsochronousRead>> reads;
+          for (int i = 0; i < 4; ++i) {
+            reads.push_back(std::make_unique<IsochronousRead>(world.Device(), world.Pipe(1), 8));
+            EXPECT_EQ(reads.back()->Sent.Send(), STATUS_PENDING);
+          }
+          for (const auto& read : reads) EXPECT_EQ(read->Sent.Await(), STATUS_SUCCESS);
+          times = bus.ReadTimes;
+        },
+        {.Frames = frames});
+    for (LONGLONG& time : times) time /= kMillisecond;
+    return times;
+  };
+  EXPECT_THAT(readTimes(FrameRule::Strict), ElementsAre(3, 53, 53, 53));
+  EXPECT_THAT(readTimes(FrameRule::Patient), ElementsAre(301, 351, 352, 353));
+}
+
 TEST(IsochronousTransfer, MayStartInAFrameWhoseNumberHasWrappedAround) {
   WithConfiguredDevice(
       [](ScriptedBus&, UsbWorld& world) {
