@@ -2,6 +2,7 @@
 
 #include "platform/host/ks/clock_requests.h"
 
+#include "platform/host/ks/guid_of.h"
 #include "platform/host/ks/pin_answer.h"
 #include "platform/host/ks/pin_block.h"
 
@@ -69,6 +70,11 @@ constexpr KSAUTOMATION_TABLE kClockAutomation = {
     .EventSets = nullptr,
 };
 
+// The headers of mingw-w64 declare the imported variable with one pointer too many.
+POBJECT_TYPE FileObjectType() {
+  return reinterpret_cast<POBJECT_TYPE>(IoFileObjectType);
+}
+
 bool IsClockOf(const FILE_OBJECT& file, const FILE_OBJECT& sibling) {
   return file.Type == IO_TYPE_FILE && file.DeviceObject == sibling.DeviceObject &&
          file.FsContext != nullptr &&
@@ -101,19 +107,21 @@ NTSTATUS DispatchClockControl(ObjectHead&, PIRP irp) {
   return CompleteRequest(irp, AnswerProperty(irp, kTables, 1));
 }
 
+NTSTATUS ReferenceClockOfFile(const FILE_OBJECT& file, const FILE_OBJECT& sibling,
+                              IKsReferenceClock** clock) {
+  if (!IsClockOf(file, sibling)) return STATUS_INVALID_PARAMETER;
+  auto& opened = *static_cast<ClockBlock*>(static_cast<ObjectHead*>(file.FsContext));
+  opened.Clock->AddRef();
+  *clock = opened.Clock;
+  return STATUS_SUCCESS;
+}
+
 NTSTATUS ReferenceClockOfHandle(HANDLE handle, KPROCESSOR_MODE mode, const FILE_OBJECT& sibling,
                                 IKsReferenceClock** clock) {
   PVOID object = nullptr;
-  NTSTATUS status = ObReferenceObjectByHandle(handle, 0, nullptr, mode, &object, nullptr);
+  NTSTATUS status = ObReferenceObjectByHandle(handle, 0, FileObjectType(), mode, &object, nullptr);
   if (!NT_SUCCESS(status)) return status;
-  const auto& file = *static_cast<const FILE_OBJECT*>(object);
-  if (IsClockOf(file, sibling)) {
-    auto& opened = *static_cast<ClockBlock*>(static_cast<ObjectHead*>(file.FsContext));
-    opened.Clock->AddRef();
-    *clock = opened.Clock;
-  } else {
-    status = STATUS_INVALID_PARAMETER;
-  }
+  status = ReferenceClockOfFile(*static_cast<const FILE_OBJECT*>(object), sibling, clock);
   ObDereferenceObject(object);
   return status;
 }

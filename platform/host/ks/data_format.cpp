@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "platform/host/ks/guid_of.h"
+
 namespace lidcam::host {
 namespace {
 

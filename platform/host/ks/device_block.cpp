@@ -16,7 +16,7 @@ NTSTATUS NTAPI WakeSender(PDEVICE_OBJECT, PIRP, PVOID event) {
 }  // namespace
 
 NTSTATUS InitializeDeviceBlock(DeviceBlock& device) {
-  KeInitializeMutex(&device.Mutex, 0);
+  InitializeMutex(device.Mutex);
   KeInitializeEvent(&device.RequestsEnded, NotificationEvent, FALSE);
   InitializeListHead(&device.Factories);
   InitializeListHead(&device.Pins);

@@ -2,6 +2,7 @@
 
 // The device of the class's own requests: who uses it, and until when it lives.
 
+#include "platform/host/ks/class_mutex.h"
 #include "platform/host/ks/ks_objects.h"
 
 namespace lidcam::host {
@@ -18,10 +19,10 @@ inline DeviceBlock& BlockOf(PDEVICE_OBJECT functionalDevice) {
 }
 
 inline void AcquireMutex(DeviceBlock& device) {
-  KeWaitForSingleObject(&device.Mutex, Executive, KernelMode, FALSE, nullptr);
+  AcquireMutex(device.Mutex);
 }
 inline void ReleaseMutex(DeviceBlock& device) {
-  KeReleaseMutex(&device.Mutex, FALSE);
+  ReleaseMutex(device.Mutex);
 }
 
 /// The device entries of the driver; those it doesn't have are null.

@@ -55,7 +55,7 @@ NTSTATUS NTAPI AddDevice(PDRIVER_OBJECT driver, PDEVICE_OBJECT physicalDevice) {
   }
   // Power requests wait for the device below, which needs passive level.
   made->Flags |= DO_POWER_PAGABLE;
-  made->Flags &= ~DO_DEVICE_INITIALIZING;
+  made->Flags &= ~ULONG{DO_DEVICE_INITIALIZING};
   return status;
 }
 

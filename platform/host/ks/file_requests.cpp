@@ -3,10 +3,14 @@
 #include "platform/host/ks/device_block.h"
 #include "platform/host/ks/file_names.h"
 #include "platform/host/ks/filter_requests.h"
+#include "platform/host/ks/guid_of.h"
 #include "platform/host/ks/pool_object.h"
 
 namespace lidcam::host {
 namespace {
+
+constexpr GUID kPinName = GuidOf(STATIC_KSNAME_Pin);
+constexpr GUID kClockName = GuidOf(STATIC_KSNAME_Clock);
 
 ObjectHead* HeadOfFile(PFILE_OBJECT file) {
   return file != nullptr ? static_cast<ObjectHead*>(file->FsContext) : nullptr;
@@ -45,10 +49,10 @@ NTSTATUS OpenPin(FilterBlock& filter, PIRP irp, const RelativeName& name) {
 
 NTSTATUS OpenRelative(ObjectHead& related, PIRP irp, const UNICODE_STRING& name) {
   RelativeName parsed{};
-  if (related.Kind == KsObjectKind::Filter && ParseRelativeName(name, KSNAME_Pin, parsed)) {
+  if (related.Kind == KsObjectKind::Filter && ParseRelativeName(name, kPinName, parsed)) {
     return OpenPin(FilterOf(related), irp, parsed);
   }
-  if (related.Kind == KsObjectKind::Pin && ParseRelativeName(name, KSNAME_Clock, parsed)) {
+  if (related.Kind == KsObjectKind::Pin && ParseRelativeName(name, kClockName, parsed)) {
     return CreateClock(related, irp);
   }
   return STATUS_OBJECT_NAME_NOT_FOUND;

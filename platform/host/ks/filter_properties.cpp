@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "platform/host/ks/guid_of.h"
+
 namespace lidcam::host {
 namespace {
 
@@ -59,8 +61,8 @@ constexpr KSPROPERTY_ITEM kGeneralItems[] = {
     ReadOnly(KSPROPERTY_GENERAL_COMPONENTID, GetComponentId, sizeof(KSCOMPONENTID)),
 };
 
-constinit const GUID kTopologySetId = lidcam::host::GuidOf(STATIC_KSPROPSETID_Topology);
-constinit const GUID kGeneralSetId = lidcam::host::GuidOf(STATIC_KSPROPSETID_General);
+constinit const GUID kTopologySetId = GuidOf(STATIC_KSPROPSETID_Topology);
+constinit const GUID kGeneralSetId = GuidOf(STATIC_KSPROPSETID_General);
 
 constexpr KSPROPERTY_SET kSets[] = {
     {&kTopologySetId, 3, kTopologyItems, 0, nullptr},

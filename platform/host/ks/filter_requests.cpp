@@ -9,11 +9,11 @@ namespace lidcam::host {
 namespace {
 
 void AcquireControl(FilterBlock& filter) {
-  KeWaitForSingleObject(&filter.Control, Executive, KernelMode, FALSE, nullptr);
+  AcquireMutex(filter.Control);
 }
 
 void ReleaseControl(FilterBlock& filter) {
-  KeReleaseMutex(&filter.Control, FALSE);
+  ReleaseMutex(filter.Control);
 }
 
 FilterBlock& BlockOfFilter(PKSFILTER filter) {
@@ -31,7 +31,7 @@ FilterBlock* NewFilter(FilterFactoryBlock& factory, PFILE_OBJECT file) {
   }
   filter->Head = {KsObjectKind::Filter, &device};
   filter->Filter = {factory.Factory.FilterDescriptor, filter->Items, nullptr};
-  KeInitializeMutex(&filter->Control, 0);
+  InitializeMutex(filter->Control);
   InitializeListHead(&filter->PinFactories);
   filter->Factory = &factory;
   filter->File = file;

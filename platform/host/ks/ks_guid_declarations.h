@@ -5,7 +5,7 @@
 // As on the platform each name comes twice: STATIC_<name> is the list of its numbers, for data that
 // must be built at compile time, and <name> the object.
 
-#include "platform/host/ks/ks_declarations.h"
+#include "platform/host/ks/guid_of.h"
 
 #define STATIC_GUID_NULL 0x00000000, 0x0000, 0x0000, 0, 0, 0, 0, 0, 0, 0, 0
 
@@ -70,15 +70,6 @@
   0xC6E13344, 0x30AC, 0x11D0, 0xA1, 0x8C, 0x00, 0xA0, 0xC9, 0x11, 0x89, 0x56
 #define STATIC_KSEVENTSETID_VIDCAPTOSTI \
   0xDB47DE20, 0xF628, 0x11D1, 0xBA, 0x41, 0x00, 0xA0, 0xC9, 0x0D, 0x2B, 0x05
-
-namespace lidcam::host {
-
-constexpr GUID GuidOf(ULONG data1, USHORT data2, USHORT data3, UCHAR b1, UCHAR b2, UCHAR b3,
-                      UCHAR b4, UCHAR b5, UCHAR b6, UCHAR b7, UCHAR b8) {
-  return GUID{data1, data2, data3, {b1, b2, b3, b4, b5, b6, b7, b8}};
-}
-
-}  // namespace lidcam::host
 
 #define LIDCAM_PUBLISHED_GUID(name) inline constexpr GUID name = lidcam::host::GuidOf(STATIC_##name)
 

@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "platform/host/ks/class_mutex.h"
+
 namespace lidcam::host {
 namespace {
 
@@ -38,11 +40,11 @@ void Drop(BagItem* entry, bool free) {
 }  // namespace
 
 void ObjectBag::Acquire() {
-  KeWaitForSingleObject(&mutex_, Executive, KernelMode, FALSE, nullptr);
+  AcquireMutex(mutex_);
 }
 
 void ObjectBag::Release() {
-  KeReleaseMutex(&mutex_, FALSE);
+  ReleaseMutex(mutex_);
 }
 
 NTSTATUS ObjectBag::Add(PVOID item, PFNKSFREE free) {

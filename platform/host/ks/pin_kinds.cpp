@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "platform/host/ks/data_format.h"
+#include "platform/host/ks/guid_of.h"
 #include "platform/host/ks/ks_objects.h"
 #include "platform/host/ks/pin_answer.h"
 #include "platform/host/ks/pin_intersection.h"

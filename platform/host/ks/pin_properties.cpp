@@ -2,6 +2,7 @@
 
 #include "platform/host/ks/clock_requests.h"
 #include "platform/host/ks/data_format.h"
+#include "platform/host/ks/guid_of.h"
 #include "platform/host/ks/pin_answer.h"
 #include "platform/host/ks/pin_state.h"
 
@@ -69,9 +70,7 @@ NTSTATUS NTAPI SetMasterClock(PIRP irp, PKSIDENTIFIER, PVOID data) {
     const NTSTATUS status = ReferenceClockOfHandle(handle, irp->RequestorMode, *pin.File, &clock);
     if (!NT_SUCCESS(status)) return status;
   }
-  if (pin.MasterClock != nullptr) pin.MasterClock->Release();
-  pin.MasterClock = clock;
-  pin.MasterClockHandle = handle;
+  UseMasterClock(pin, clock, handle);
   return STATUS_SUCCESS;
 }
 
@@ -107,6 +106,12 @@ constexpr KSPROPERTY_SET kPinSets[] = {
 };
 
 }  // namespace
+
+void UseMasterClock(PinBlock& pin, IKsReferenceClock* clock, HANDLE handle) {
+  if (pin.MasterClock != nullptr) pin.MasterClock->Release();
+  pin.MasterClock = clock;
+  pin.MasterClockHandle = handle;
+}
 
 constinit const KSAUTOMATION_TABLE kPinAutomation = {
     .PropertySetsCount = static_cast<ULONG>(sizeof(kPinSets) / sizeof(KSPROPERTY_SET)),

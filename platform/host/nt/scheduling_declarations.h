@@ -137,6 +137,9 @@ using POBJECT_TYPE = OBJECT_TYPE*;
 struct OBJECT_HANDLE_INFORMATION;
 using POBJECT_HANDLE_INFORMATION = OBJECT_HANDLE_INFORMATION*;
 
+// Handles know their objects' types themselves here: none needs to be told.
+inline constexpr POBJECT_TYPE* IoFileObjectType = nullptr;
+
 enum TIMER_TYPE { NotificationTimer = 0, SynchronizationTimer = 1 };
 enum WAIT_TYPE { WaitAll = 0, WaitAny = 1 };
 enum WORK_QUEUE_TYPE { CriticalWorkQueue = 0, DelayedWorkQueue = 1, HyperCriticalWorkQueue = 2 };
