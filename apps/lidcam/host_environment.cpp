@@ -57,6 +57,15 @@ void CreateFolder(const fs::path& folder) {
   }
 }
 
+// A tree that the user names is taken as it is.
+fs::path SimulatedRoot(const fs::path& home) {
+  const char* const named = std::getenv("LIDCAM_SYSTEM_ROOT");
+  if (named != nullptr && *named != '\0') return named;
+  fs::path root = home / "simulated-root";
+  if (const auto error = InstallSimulatedSets(root)) throw CommandError(*error);
+  return root;
+}
+
 }  // namespace
 
 fs::path HomeFolder() {
@@ -70,9 +79,7 @@ fs::path HomeFolder() {
 void OpenHostEnvironment(const Verbosity& verbosity, SetFiles setFiles) {
   const fs::path home = HomeFolder();
   if (setFiles == SetFiles::OfSimulatedCameras) {
-    if (const auto error = InstallSimulatedSets(home / "simulated-root"))
-      throw CommandError(*error);
-    host::SetSystemRoot(home / "simulated-root");
+    host::SetSystemRoot(SimulatedRoot(home));
     host::SetRegistryFile((home / "registry.reg").string());
   } else {
     host::SetSystemRoot(home / "system-root");

@@ -22,9 +22,10 @@ enum class SetFiles {
 /// The folder is the environment's LIDCAM_HOME, else lidcam/ in the user's data folder. It holds
 /// the registry (registry.reg) and two trees that stand for \SystemRoot: system-root/ with the set
 /// files that came with hardware, which are never written to, and simulated-root/ with those of the
-/// simulated cameras, which are kept up to date. The driver's stills go to the tree in use. The
-/// cameras of hardware that there are here are recordings: they begin with the default settings, and
-/// what becomes of these is not kept, so that no recording changes the user's. Throws CommandError.
+/// simulated cameras, which are kept up to date; the environment's LIDCAM_SYSTEM_ROOT names another
+/// tree for these, to try a set file on a simulated camera. The driver's stills go to the tree in use.
+/// The cameras of hardware that there are here are recordings: they begin with the default settings,
+/// and what becomes of these is not kept, so that no recording changes the user's. Throws CommandError.
 void OpenHostEnvironment(const Verbosity& verbosity, SetFiles setFiles);
 
 /// The folder; created when missing. Throws CommandError.

@@ -37,6 +37,30 @@ class StreamTest(CommandLineTest):
 
         self.assertEqual(frames(7), frames(7))
 
+    def test_a_set_file_of_the_users_own_changes_the_picture_of_a_simulated_camera(self):
+        def frames(**more):
+            file = self.path("frames.yuy2")
+            environment = dict(os.environ, LIDCAM_HOME=self.path("home"), **more)
+            subprocess.run([LIDCAM, "stream", "--fast", "-q", "--frames", "2", "-o", file],
+                           env=environment, timeout=120, check=True)
+            with open(file, "rb") as stream:
+                return stream.read()
+
+        def own_tree(change):
+            name = "system32/drivers/S001.set"
+            source = self.lidcam("sets", "show", self.path("home/simulated-root/" + name))
+            self.assertIn("sensor FF5D = 9C", source)  # the gain
+            with open(self.path("S001.txt"), "w", encoding="utf-8") as file:
+                file.write(source.replace("sensor FF5D = 9C", "sensor FF5D = " + change))
+            tree = self.path("tree" + change)
+            os.makedirs(os.path.dirname(os.path.join(tree, name)))
+            self.lidcam("sets", "compile", self.path("S001.txt"), "-o", os.path.join(tree, name))
+            return tree
+
+        built_in = frames()
+        self.assertEqual(frames(LIDCAM_SYSTEM_ROOT=own_tree("9C")), built_in)
+        self.assertNotEqual(frames(LIDCAM_SYSTEM_ROOT=own_tree("40")), built_in)
+
     def test_standard_output_carries_y4m_and_nothing_else(self):
         result = self.run_lidcam("stream", "--fast", "--frames", "2", "-o", "-")
         self.assertEqual(result.returncode, 0)
