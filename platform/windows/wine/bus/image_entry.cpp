@@ -1,0 +1,25 @@
+// The image's entry. Kernels that are a process take an image that needs a process's libraries for a
+// library: they enter it as one first, and then as a driver.
+
+#include "platform/kernel.h"
+
+extern "C" {
+
+extern const UCHAR __ImageBase;
+DRIVER_INITIALIZE DriverEntry;
+
+/// The run-time's own entry of a library: constructors, destructors, threads that end.
+BOOL WINAPI DllMainCRTStartup(HANDLE image, DWORD reason, PVOID reserved);
+
+/// @param first   the image itself, if it is entered as a library; its driver object otherwise
+/// @param second  the reason, or the driver's registry path
+ULONG_PTR NTAPI ImageEntry(PVOID first, PVOID second, PVOID reserved) {
+  if (first == &__ImageBase) {
+    const auto reason = static_cast<DWORD>(reinterpret_cast<ULONG_PTR>(second));
+    return static_cast<ULONG_PTR>(DllMainCRTStartup(first, reason, reserved));
+  }
+  return static_cast<ULONG>(
+      DriverEntry(static_cast<PDRIVER_OBJECT>(first), static_cast<PUNICODE_STRING>(second)));
+}
+
+}  // extern "C"

@@ -1,0 +1,14 @@
+// Pictures as scenes need libraries that this build does without.
+
+#include <stdexcept>
+
+#include "simulator/scene.h"
+
+namespace lidcam::simulator {
+
+std::unique_ptr<Scene> OpenSceneFile(const std::string& path) {
+  throw std::runtime_error("scene \"" + path +
+                           "\": the camera of this bus shows the test card only");
+}
+
+}  // namespace lidcam::simulator

@@ -1,0 +1,16 @@
+#pragma once
+
+#include <windows.h>
+
+#include <string>
+
+namespace lidcam::wine {
+
+/// Path of the camera's driver key, as the kernel names keys. The camera need not be there.
+[[nodiscard]] std::wstring DriverKeyPath();
+
+/// Reads the camera's saved settings from the registry with NtQueryValueKey, prints them, and
+/// requires those of SetKeptControls().
+void CheckSavedSettings();
+
+}  // namespace lidcam::wine
