@@ -11,6 +11,8 @@ DRIVER_INITIALIZE DriverEntry;
 /// The run-time's own entry of a library: constructors, destructors, threads that end.
 BOOL WINAPI DllMainCRTStartup(HANDLE image, DWORD reason, PVOID reserved);
 
+#if defined(_WIN64)
+
 /// @param first   the image itself, if it is entered as a library; its driver object otherwise
 /// @param second  the reason, or the driver's registry path
 ULONG_PTR NTAPI ImageEntry(PVOID first, PVOID second, PVOID reserved) {
@@ -21,5 +23,19 @@ ULONG_PTR NTAPI ImageEntry(PVOID first, PVOID second, PVOID reserved) {
   return static_cast<ULONG>(
       DriverEntry(static_cast<PDRIVER_OBJECT>(first), static_cast<PUNICODE_STRING>(second)));
 }
+
+#else
+
+// A library's entry takes one argument more than a driver's, and each takes its own off the stack: only
+// a jump can end in either.
+// The first argument is the image itself, if it is entered as a library; its driver object otherwise.
+__asm__(
+    ".globl _ImageEntry\n"
+    "_ImageEntry:\n"
+    "  cmpl $___ImageBase, 4(%esp)\n"
+    "  je _DllMainCRTStartup@12\n"
+    "  jmp _DriverEntry@8\n");
+
+#endif
 
 }  // extern "C"

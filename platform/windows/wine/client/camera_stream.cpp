@@ -82,7 +82,8 @@ ReadFrame CameraStream::Next() {
     std::memcpy(&frame.Head, output.data(), sizeof(frame.Head));
     const auto picture = output.subspan(sizeof(frame.Head));
     Require(frame.Head.DataUsed <= picture.size(), "a frame is longer than its buffer");
-    frame.Picture.assign(picture.begin(), picture.begin() + frame.Head.DataUsed);
+    const auto filled = picture.first(frame.Head.DataUsed);
+    frame.Picture.assign(filled.begin(), filled.end());
   }
   queued_.pop_front();
   return frame;

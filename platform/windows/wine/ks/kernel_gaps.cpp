@@ -73,6 +73,27 @@ NTSTATUS NTAPI CreateFileInSystemRoot(PHANDLE file, ACCESS_MASK access,
   return status;
 }
 
+// ---- KeSaveFloatingPointState() and KeRestoreFloatingPointState(), which x86 drivers import, aren't
+// there. Each thread of a process has registers of its own, which none expects back from a call.
+
+NTSTATUS NTAPI KeepFloatingPointState(PKFLOATING_SAVE) {
+  return STATUS_SUCCESS;
+}
+
+#if !defined(_WIN64)
+// ---- KeQueryInterruptTime(), which is a function on x86 only, counts milliseconds.
+
+ULONGLONG NTAPI InterruptTime() {
+  constexpr LONGLONG kUnitsPerSecond = 10'000'000;
+  LARGE_INTEGER frequency{};
+  const LONGLONG count = KeQueryPerformanceCounter(&frequency).QuadPart;
+  const LONGLONG seconds = count / frequency.QuadPart;
+  const LONGLONG rest = count % frequency.QuadPart;
+  return static_cast<ULONGLONG>(seconds * kUnitsPerSecond +
+                                rest * kUnitsPerSecond / frequency.QuadPart);
+}
+#endif
+
 // ---- A driver's imports.
 
 bool IsSameText(const char* one, const char* other) {
@@ -107,6 +128,10 @@ void FillKernelGaps(PDRIVER_OBJECT driver) {
   for (; library->FirstThunk != 0; ++library) {
     ReplaceImport(image, *library, "ZwCreateFile",
                   reinterpret_cast<ULONG_PTR>(CreateFileInSystemRoot));
+    ReplaceImport(image, *library, "KeSaveFloatingPointState",
+                  reinterpret_cast<ULONG_PTR>(KeepFloatingPointState));
+    ReplaceImport(image, *library, "KeRestoreFloatingPointState",
+                  reinterpret_cast<ULONG_PTR>(KeepFloatingPointState));
   }
 }
 
@@ -126,12 +151,28 @@ void FreeDriverExtensions(PDRIVER_OBJECT driver) {
 }  // namespace lidcam::wine
 
 // The class calls these through the pointers that its imports would be: the linker takes them from here.
-extern "C" {
-extern decltype(&IoAllocateDriverObjectExtension) const __imp_IoAllocateDriverObjectExtension;
-extern decltype(&IoGetDriverObjectExtension) const __imp_IoGetDriverObjectExtension;
+// On x86 their names carry the size of their arguments.
+#if defined(_WIN64)
+#define IMPORT_NAME(function, bytes) __asm__("__imp_" #function)
+#else
+#define IMPORT_NAME(function, bytes) __asm__("__imp__" #function "@" #bytes)
+#endif
 
-constinit decltype(&IoAllocateDriverObjectExtension) const __imp_IoAllocateDriverObjectExtension =
+extern "C" {
+extern decltype(&IoAllocateDriverObjectExtension)
+    const g_allocateDriverExtension IMPORT_NAME(IoAllocateDriverObjectExtension, 16);
+extern decltype(&IoGetDriverObjectExtension)
+    const g_getDriverExtension IMPORT_NAME(IoGetDriverObjectExtension, 8);
+
+constinit decltype(&IoAllocateDriverObjectExtension) const g_allocateDriverExtension =
     lidcam::wine::AllocateDriverExtension;
-constinit decltype(&IoGetDriverObjectExtension) const __imp_IoGetDriverObjectExtension =
+constinit decltype(&IoGetDriverObjectExtension) const g_getDriverExtension =
     lidcam::wine::GetDriverExtension;
+
+#if !defined(_WIN64)
+extern decltype(&KeQueryInterruptTime)
+    const g_queryInterruptTime IMPORT_NAME(KeQueryInterruptTime, 0);
+
+constinit decltype(&KeQueryInterruptTime) const g_queryInterruptTime = lidcam::wine::InterruptTime;
+#endif
 }
