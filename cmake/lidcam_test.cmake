@@ -18,13 +18,18 @@ function(lidcam_test_headers)
     <array> <cstdint> <map> <span> <string> <vector> <gmock/gmock.h> <gtest/gtest.h>)
 endfunction()
 
-# lidcam_test(NAME [THREADS] [OPTIMIZED] [SHARDS count] SOURCES file... LIBRARIES target...): one
-# GoogleTest executable. THREADS marks tests that ThreadSanitizer is to see, OPTIMIZED those whose own
-# code runs long, SHARDS those whose cases are dealt out to several ctest entries, which run at the
-# same time and before all others.
+# Sources of a test that are compiled together: what the library's templates make, the compiler then
+# makes once for all of them.
+set(lidcam_test_sources_at_once 6)
+
+# lidcam_test(NAME [THREADS] [OPTIMIZED] [SHARDS count] SOURCES file... [ALONE file...]
+#             LIBRARIES target...): one GoogleTest executable. THREADS marks tests that ThreadSanitizer is
+# to see, OPTIMIZED those whose own code runs long, SHARDS those whose cases are dealt out to several
+# ctest entries, which run at the same time and before all others. ALONE are sources whose own names
+# others have, too.
 function(lidcam_test name)
-  cmake_parse_arguments(PARSE_ARGV 1 arg "THREADS;OPTIMIZED" "SHARDS" "SOURCES;LIBRARIES")
-  add_executable(${name} ${arg_SOURCES})
+  cmake_parse_arguments(PARSE_ARGV 1 arg "THREADS;OPTIMIZED" "SHARDS" "SOURCES;ALONE;LIBRARIES")
+  add_executable(${name} ${arg_SOURCES} ${arg_ALONE})
   target_link_libraries(${name} PRIVATE lidcam_warnings ${arg_LIBRARIES}
                         GTest::gmock GTest::gtest GTest::gtest_main Threads::Threads)
   target_compile_definitions(${name} PRIVATE LIDCAM_SOURCE_ROOT="${CMAKE_SOURCE_DIR}")
@@ -32,6 +37,13 @@ function(lidcam_test name)
     target_compile_options(${name} PRIVATE ${lidcam_test_code})
     if(LIDCAM_SHARED_COMPILES)
       target_precompile_headers(${name} REUSE_FROM lidcam_test_headers)
+    endif()
+  endif()
+  if(LIDCAM_SHARED_COMPILES)
+    set_target_properties(${name} PROPERTIES
+      UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE ${lidcam_test_sources_at_once})
+    if(arg_ALONE)
+      set_source_files_properties(${arg_ALONE} PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON)
     endif()
   endif()
   if(arg_THREADS)
