@@ -136,6 +136,11 @@ std::string WrongReturnWithoutCompletion(PIRP irp, const IrpPassage& passage) {
   return who + " returned STATUS_PENDING without IoMarkIrpPending";
 }
 
+// A canceller may exchange it at this moment.
+bool HasCancelRoutine(PIRP irp) {
+  return __atomic_load_n(&irp->CancelRoutine, __ATOMIC_RELAXED) != nullptr;
+}
+
 std::string WrongSend(PIRP irp, PDEVICE_OBJECT device, const Record& record) {
   const std::string name = DescribeObject("IRP", irp);
   const auto holds = [&](const std::shared_ptr<IrpPassage>& passage) {
@@ -147,7 +152,7 @@ std::string WrongSend(PIRP irp, PDEVICE_OBJECT device, const Record& record) {
   }
   if (irp->CurrentLocation <= 1) return name + " has no next stack location";
   if (irp->CurrentLocation > irp->StackCount + 1) return name + " has no such stack location";
-  if (irp->CancelRoutine != nullptr) return name + " is sent while its cancel routine is set";
+  if (HasCancelRoutine(irp)) return name + " is sent while its cancel routine is set";
   if (device == nullptr || device->DriverObject == nullptr) {
     return name + " is sent to " + DescribeObject("device", device) + ", which has no driver";
   }
@@ -163,7 +168,7 @@ std::string WrongCompletion(PIRP irp) {
   const std::string name = DescribeObject("IRP", irp);
   if (irp->CurrentLocation > irp->StackCount) return name + " is completed already";
   if (irp->IoStatus.Status == STATUS_PENDING) return name + " is completed with STATUS_PENDING";
-  if (irp->CancelRoutine != nullptr) {
+  if (HasCancelRoutine(irp)) {
     return name + " is completed while its cancel routine is set";
   }
   return {};
