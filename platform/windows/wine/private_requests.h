@@ -48,14 +48,12 @@ struct PropertyAnswer {
 };
 
 struct FrameAnswer {
-  std::uint32_t Status;
   std::uint32_t OptionsFlags;
+  std::uint32_t DataUsed;
   std::int64_t PresentationTime;
   std::int64_t Duration;
   std::int64_t PictureNumber;
   std::int64_t DropCount;
-  std::uint32_t DataUsed;
-  std::uint32_t Reserved;
 };
 
 }  // namespace lidcam::wine

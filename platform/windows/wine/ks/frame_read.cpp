@@ -1,5 +1,7 @@
 #include "platform/windows/wine/ks/frame_read.h"
 
+#include <cstring>
+
 #include "platform/host/ks/pool_object.h"
 #include "platform/windows/wine/ks/inner_request.h"
 
@@ -29,7 +31,6 @@ ULONG OutputLength(PIRP irp) {
 
 FrameAnswer AnswerOf(const FrameRead& read) {
   FrameAnswer answer{};
-  answer.Status = static_cast<ULONG>(STATUS_SUCCESS);
   answer.OptionsFlags = read.Frame.Header.OptionsFlags;
   answer.PresentationTime = read.Frame.Header.PresentationTime.Time;
   answer.Duration = read.Frame.Header.Duration;

@@ -24,6 +24,7 @@ InnerRequest::~InnerRequest() {
 }
 
 NTSTATUS InnerRequest::Send() {
+  if (irp_ == nullptr) return STATUS_INSUFFICIENT_RESOURCES;
   KEVENT done{};
   KeInitializeEvent(&done, NotificationEvent, FALSE);
   Start(WakeSender, &done);

@@ -13,7 +13,7 @@ class InnerRequest {
   InnerRequest& operator=(const InnerRequest&) = delete;
   ~InnerRequest();
 
-  /// False without memory: it must not be sent then.
+  /// False without memory: nothing may be put into it then, or started.
   [[nodiscard]] bool IsMade() const { return irp_ != nullptr; }
 
   [[nodiscard]] IRP& Packet() { return *irp_; }
@@ -21,7 +21,7 @@ class InnerRequest {
   [[nodiscard]] IO_STACK_LOCATION& Location() { return *IoGetNextIrpStackLocation(irp_); }
 
   /// Sends it and waits for its end.
-  /// @return its status
+  /// @return its status; STATUS_INSUFFICIENT_RESOURCES without memory
   NTSTATUS Send();
 
   /// Sends it; the completion routine has to give STATUS_MORE_PROCESSING_REQUIRED, and may end the

@@ -2,6 +2,8 @@
 
 #include <ntimage.h>
 
+#include <cstring>
+
 #include "platform/host/ks/pool_object.h"
 
 namespace lidcam::wine {

@@ -1,5 +1,7 @@
 #include "platform/windows/wine/ks/pin_connection.h"
 
+#include <cstring>
+
 #include "platform/host/ks/clock_requests.h"
 #include "platform/host/ks/pin_block.h"
 #include "platform/host/ks/pin_properties.h"

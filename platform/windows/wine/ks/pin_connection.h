@@ -31,7 +31,6 @@ class PinConnection {
  private:
   PinConnection(PDEVICE_OBJECT device, FILE_OBJECT& filter);
   NTSTATUS OpenFile(FILE_OBJECT& file, FILE_OBJECT& related, UNICODE_STRING name);
-  void CloseFile(FILE_OBJECT& file);
   NTSTATUS SetMasterClock();
 
   PDEVICE_OBJECT device_;

@@ -1,5 +1,7 @@
 #include "platform/windows/wine/ks/private_answers.h"
 
+#include <cstring>
+
 #include "platform/host/ks/ks_objects.h"
 #include "platform/host/ks/pool_object.h"
 #include "platform/windows/wine/ks/filter_file.h"
