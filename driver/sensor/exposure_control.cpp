@@ -25,10 +25,11 @@ std::int32_t PerClockDivider(const CameraContext& context, std::int32_t value) {
   return divider > 0 ? value / divider : 0;
 }
 
-// Whole bands only, and at least one: a fraction would show as moving stripes. No band, no cut.
+// Whole bands only, and at least one: a fraction would show as moving stripes. A band of no lines
+// only raises what is negative; there is nothing to divide by.
 std::int32_t CutToBands(std::int32_t lines, std::int32_t band) {
-  if (band <= 0) return lines;
-  return lines >= band ? lines - lines % band : band;
+  if (lines < band) return band;
+  return band != 0 ? lines - lines % band : lines;
 }
 
 // Sensors whose exposure is written as a line count of 16 bits, in units of 40 lines.

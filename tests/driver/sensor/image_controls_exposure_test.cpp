@@ -56,6 +56,18 @@ TEST(ExposureOnVGA0708, ABandOf0LeavesTheExposureAsItIs) {
   EXPECT_EQ(camera.Context().FlickerBandStep, 0);
 }
 
+// Below the band of no lines: raised to it. There is nothing to divide by.
+TEST(ExposureOnVGA0708, ANegativeExposureBecomesTheBandOf0) {
+  Camera camera(SensorTypeVGA0708);
+  camera.Context().Flicker = 1;
+  camera.Context().FlickerBandStep = 0;
+  EXPECT_THAT(camera.Expose(-3),
+              ElementsAre("write bridge FF0D=38", "write sensor FF04=00", "write sensor FF03=00"));
+  camera.Context().Flicker = 0;
+  EXPECT_THAT(camera.Expose(-3),
+              ElementsAre("write bridge FF0D=38", "write sensor FF04=88", "write sensor FF03=FF"));
+}
+
 TEST(ExposureOnVGA0708, TheChipsOwnExposureStaysOffInAutomaticToo) {
   Camera camera(SensorTypeVGA0708);
   for (const std::uint32_t automatic : {1U, 2U, 0x100U}) {
