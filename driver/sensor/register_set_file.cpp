@@ -85,16 +85,19 @@ void StoreSection(RegisterSetTable& table, const std::uint8_t* payload, std::uin
   std::memcpy(table.Entries, payload, size < sizeof(table.Entries) ? size : sizeof(table.Entries));
 }
 
-// Takes the section at `offset` and steps past it. False where the file ends for us: a type without
-// a table, or a section that is not whole within the body. A length below the header's own wraps to
-// a payload that no body holds.
+// Takes the section at `offset` and steps past it. False ends the walk: at a type without a table, which
+// is told, or at a section that is not whole within the body. A length below the header's own wraps
+// to a payload that no body holds.
 bool TakeSection(CameraContext& context, const SetBody& body, std::size_t& offset,
                  std::uint32_t& remaining, NTSTATUS& status) {
   if (body.Size - offset < kSectionHeaderSize) return false;
   const std::uint8_t* const section = body.Bytes + offset;
   const std::uint32_t length = LittleEndian32(section);
   RegisterSetTable* const table = TableOfSection(context, LittleEndian32(section + 4));
-  if (table == nullptr) return false;
+  if (table == nullptr) {
+    DbgPrint(" This is error type\n");
+    return false;
+  }
   const auto payload = static_cast<std::uint32_t>(length - kSectionHeaderSize);
   if (payload > body.Size - offset - kSectionHeaderSize) return false;
 
@@ -110,11 +113,7 @@ void WalkSections(CameraContext& context, const SetBody& body, std::uint32_t bod
                   NTSTATUS& status) {
   std::size_t offset = 0;
   std::uint32_t remaining = bodyLength < kLongestBody ? bodyLength : kLongestBody;
-  while (remaining != 0) {
-    if (!TakeSection(context, body, offset, remaining, status)) {
-      DbgPrint(" This is error type\n");
-      return;
-    }
+  while (remaining != 0 && TakeSection(context, body, offset, remaining, status)) {
   }
 }
 

@@ -197,26 +197,26 @@ TEST_F(RegisterSetFile, BodyMissingAltogetherReportsTheEndOfTheFile) {
 TEST_F(RegisterSetFile, BodyLongerThanTheFileKeepsTheSectionsThatAreThere) {
   EXPECT_EQ(Load(SetFileTelling(400, {Section(1, CountingEntries(2)), Section(2, {})})), 0);
   EXPECT_EQ(SetupTable().Count, 2U);
-  EXPECT_THAT(Messages(), ElementsAre(kErrorMessage));
+  EXPECT_THAT(Messages(), IsEmpty());
 }
 
-TEST_F(RegisterSetFile, SectionThatIsCutByTheEndOfTheDataIsNotTaken) {
+TEST_F(RegisterSetFile, SectionThatIsCutByTheEndOfTheDataEndsTheWalkInSilence) {
   Bytes cut = Section(2, CountingEntries(5));
   cut.pop_back();
   LowLightTable().Count = 77;
   EXPECT_EQ(Load(SetFile({Section(1, CountingEntries(2)), cut})), 0);
   EXPECT_EQ(SetupTable().Count, 2U);
   EXPECT_EQ(LowLightTable().Count, 77U);
-  EXPECT_THAT(Messages(), ElementsAre(kErrorMessage));
+  EXPECT_THAT(Messages(), IsEmpty());
 }
 
-TEST_F(RegisterSetFile, SectionHeaderThatIsCutByTheEndOfTheDataIsNotTaken) {
+TEST_F(RegisterSetFile, SectionHeaderThatIsCutByTheEndOfTheDataEndsTheWalkInSilence) {
   EXPECT_EQ(Load(SetFile({Section(1, CountingEntries(2)), {8, 0, 0, 0, 1, 0, 0}})), 0);
   EXPECT_EQ(SetupTable().Count, 2U);
-  EXPECT_THAT(Messages(), ElementsAre(kErrorMessage));
+  EXPECT_THAT(Messages(), IsEmpty());
 }
 
-TEST_F(RegisterSetFile, SectionShorterThanItsHeaderEndsTheFileAndLeavesTheStatus) {
+TEST_F(RegisterSetFile, SectionShorterThanItsHeaderEndsTheWalkInSilenceAndLeavesTheStatus) {
   for (const std::uint32_t length : {0U, 1U, 7U}) {
     host::FailFileRead(2, kReadFailed);
     const Bytes shortSection = Join({LittleEndian(length), LittleEndian(3)});
@@ -225,13 +225,14 @@ TEST_F(RegisterSetFile, SectionShorterThanItsHeaderEndsTheFileAndLeavesTheStatus
     EXPECT_EQ(SetupTable().Count, 2U);
     EXPECT_EQ(NormalTable().Present, 0U);
     EXPECT_EQ(LowLightTable().Present, 0U);
+    EXPECT_THAT(Messages(), IsEmpty());
   }
 }
 
-TEST_F(RegisterSetFile, SectionLengthNear4GiBIsNotTaken) {
+TEST_F(RegisterSetFile, SectionLengthNear4GiBEndsTheWalkInSilence) {
   EXPECT_EQ(Load(SetFile({Join({LittleEndian(0xFFFFFFFF), LittleEndian(1)}), Section(3, {})})), 0);
   EXPECT_EQ(SetupTable().Present, 0U);
-  EXPECT_THAT(Messages(), ElementsAre(kErrorMessage));
+  EXPECT_THAT(Messages(), IsEmpty());
 }
 
 // 1500 + 500: the second section lies across byte 1980, where the length is clamped.
@@ -242,7 +243,7 @@ TEST_F(RegisterSetFile, BodyOf2000IsReadWholeAndTheWalkGoesPastTheClampToTheEndO
   EXPECT_EQ(NormalTable().Present, 1U);
   EXPECT_EQ(NormalTable().Count, 164U);
   EXPECT_EQ(BytesOf(NormalTable(), 492), second);
-  EXPECT_THAT(Messages(), ElementsAre(kErrorMessage));
+  EXPECT_THAT(Messages(), IsEmpty());
 }
 
 TEST_F(RegisterSetFile, WalkThatWrappedAtTheClampStillTakesTheSectionBehind) {
@@ -250,7 +251,7 @@ TEST_F(RegisterSetFile, WalkThatWrappedAtTheClampStillTakesTheSectionBehind) {
                 {Section(1, Bytes(1977, 0x22)), Section(2, {0x11, 0x78, 0x60}), LittleEndian(1)})),
             0);
   EXPECT_EQ(LowLightTable().Count, 1U);
-  EXPECT_THAT(Messages(), ElementsAre(kErrorMessage));
+  EXPECT_THAT(Messages(), IsEmpty());
 }
 
 TEST_F(RegisterSetFile, SectionsThatEndAtTheClampEndTheWalkThere) {
@@ -275,7 +276,7 @@ TEST_F(RegisterSetFile, BodyLongerThanTheBufferIsReadAsFarAsTheBufferGoes) {
   EXPECT_EQ(SetupTable().Count, 100U);
   EXPECT_EQ(LowLightTable().Count, 500U);
   EXPECT_EQ(NormalTable().Present, 0U);
-  EXPECT_THAT(Messages(), ElementsAre(kErrorMessage));
+  EXPECT_THAT(Messages(), IsEmpty());
 }
 
 TEST_F(RegisterSetFile, BodyLengthOf4GiBReadsNoMoreThanTheBuffer) {
