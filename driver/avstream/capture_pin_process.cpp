@@ -84,8 +84,9 @@ NTSTATUS CapturePin::DeliverRawFrame(PKSSTREAM_POINTER& frame) {
   const CameraHold camera(*Device);
   const RawFrameHold raw(*Device);
   PublishedFrameSize = raw.Size();
-  const bool hasFrame = raw.Frame() != nullptr && camera.Camera() != nullptr;
-  if (!hasFrame || camera.Camera() != Camera) {
+  // The device may have been started anew, with another record, since the pin was made.
+  Camera = camera.Camera();
+  if (raw.Frame() == nullptr || Camera == nullptr) {
     TraceCamera("pin frame none");
     return STATUS_UNSUCCESSFUL;
   }

@@ -419,13 +419,30 @@ TEST(PinProcess, ACameraThatHasGoneDeliversNothing) {
     stream.Queue(frame);
     CameraContext* const camera = world.Device.TakeCamera();
     EXPECT_EQ(stream.Pin().Process(), kNothing);
-    CameraContext another{};
-    world.Device.Camera = &another;  // started anew: the pin was made for the record before
-    EXPECT_EQ(stream.Pin().Process(), kNothing);
     EXPECT_FALSE(frame.IsLocked);
     EXPECT_EQ(stream.Object().ProcessingCount, 0);
     world.Device.Camera = camera;
     EXPECT_EQ(stream.Pin().Process(), kPending);
+  });
+}
+
+// Whether the new record lies where the old one lay must make no difference.
+TEST(PinProcess, ADeviceThatWasStartedAnewDeliversFromItsNewRecord) {
+  InSurface([](SurfaceWorld& world) {
+    ProcessWorld stream(world);
+    stream.SkipTwo();
+    RegisterSpace other;
+    CameraContext& another = other.Context();
+    another.RawSizeMode = 1;
+    another.RequestedWidth = 640;
+    another.RequestedHeight = 480;
+    another.RequestedCompression = kClientYuy2;
+    world.Device.Camera = &another;
+    FakeFrame frame(kPicture);
+    EXPECT_EQ(stream.Deliver(frame), kPending);
+    EXPECT_EQ(stream.Object().Camera, &another);
+    EXPECT_EQ(another.LastRawFrame, stream.Raw());
+    EXPECT_EQ(stream.Camera().LastRawFrame, nullptr);
   });
 }
 
