@@ -64,6 +64,14 @@ void WalkPackets(UsbStreamRecord& stream, CameraContext& camera, const IsoTransf
 
 void HandleTransfer(UsbStreamRecord& stream, CameraContext& camera, IsoTransfer& transfer) {
   HeldMemory& memory = *transfer.Memory;
+// Behind its last act the thread still runs a few instructions of this image, which may be unloaded as
+// soon as the device has gone: its object says when it has left them.
+void WaitForThread(IsoPipeline& pipeline) {
+  KeWaitForSingleObject(&pipeline.DoneSemaphore, Executive, KernelMode, FALSE, nullptr);
+  if (pipeline.Thread == nullptr) return;
+  KeWaitForSingleObject(pipeline.Thread, Executive, KernelMode, FALSE, nullptr);
+}
+
   WalkPackets(stream, camera, transfer, memory);
   const bool goesOn = stream.StreamRunning != 0 || PutAwayUnlessWanted(memory);
   if (goesOn) ResubmitTransfer(transfer, memory);
@@ -130,9 +138,7 @@ void StopFrameThread(UsbStreamRecord& stream) {
   if (pipeline.ThreadStarted == 0) return;
   // Old platforms at a raised level can't wait, and don't.
   const bool canWait = KeGetCurrentIrql() < DISPATCH_LEVEL || stream.Device->WdmLevel >= 3;
-  if (canWait) {
-    KeWaitForSingleObject(&pipeline.DoneSemaphore, Executive, KernelMode, FALSE, nullptr);
-  }
+  if (canWait) WaitForThread(pipeline);
   if (pipeline.Thread != nullptr) ObfDereferenceObject(pipeline.Thread);
   pipeline.Thread = nullptr;
 }

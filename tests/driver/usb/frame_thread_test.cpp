@@ -209,6 +209,19 @@ TEST(FrameThread, StopThrowsAwayWhatIsQueuedUnparsed) {
   });
 }
 
+// Its last act is not its last instruction, and the driver may be unloaded once the stop returns.
+TEST(FrameThread, HasEndedAndNotOnlySaidSoWhenAStopReturns) {
+  host::UnderManySeeds([] {
+    Circle circle(1);
+    EXPECT_EQ(StartFrameThread(circle.Stream), STATUS_SUCCESS);
+    PVOID const thread = circle.Pipeline->Thread;
+    ++static_cast<KTHREAD*>(thread)->Host->References;
+    StopFrameThread(circle.Stream);
+    EXPECT_EQ(host::WaitFor(thread, 0), STATUS_SUCCESS);
+    ObDereferenceObject(thread);
+  });
+}
+
 TEST(FrameThread, SecondStopDoesNothing) {
   Simulate({}, [] {
     Circle circle(1);
