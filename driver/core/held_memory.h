@@ -21,6 +21,7 @@ struct HeldMemory {
   void* Owner;                   ///< whatever the owner wants to find again
   Shared<std::uint8_t> GivenUp;  ///< the owner has let go; nobody is to begin anything with it
   volatile LONG Holds;
+  volatile LONG Completions;  ///< completion routines that work on the owner's records at present
 };
 
 /// Takes nonpaged memory, held once, by the caller.

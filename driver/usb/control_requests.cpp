@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "driver/core/camera_memory.h"
+#include "driver/core/timed_wait.h"
 
 namespace lidcam {
 namespace {

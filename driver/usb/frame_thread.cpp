@@ -16,10 +16,12 @@ IsoTransfer& TransferAt(LIST_ENTRY& link) {
 }
 
 // Counted under the lock: what stands in the queue when the thread is told to end has been counted.
-bool Append(IsoPipeline& pipeline, IsoTransfer& transfer) {
+// The thread finds the memory by the transfer: it has to be the one that was completed.
+bool Append(IsoPipeline& pipeline, IsoTransfer& transfer, const HeldMemory& memory) {
   KIRQL before{};
   KeAcquireSpinLock(&pipeline.CompletedLock, &before);
-  const bool isOpen = pipeline.StopRequested == 0 && transfer.Memory->GivenUp == 0;
+  const bool isOpen =
+      pipeline.StopRequested == 0 && transfer.Memory == &memory && memory.GivenUp == 0;
   if (isOpen) {
     InsertTailList(&pipeline.CompletedList, &transfer.Link);
     InterlockedIncrement(&pipeline.CompletedCount);
@@ -62,8 +64,6 @@ void WalkPackets(UsbStreamRecord& stream, CameraContext& camera, const IsoTransf
                transfer.Pipeline->PacketsPerTransfer);
 }
 
-void HandleTransfer(UsbStreamRecord& stream, CameraContext& camera, IsoTransfer& transfer) {
-  HeldMemory& memory = *transfer.Memory;
 // Behind its last act the thread still runs a few instructions of this image, which may be unloaded as
 // soon as the device has gone: its object says when it has left them.
 void WaitForThread(IsoPipeline& pipeline) {
@@ -72,6 +72,8 @@ void WaitForThread(IsoPipeline& pipeline) {
   KeWaitForSingleObject(pipeline.Thread, Executive, KernelMode, FALSE, nullptr);
 }
 
+void HandleTransfer(UsbStreamRecord& stream, CameraContext& camera, IsoTransfer& transfer) {
+  HeldMemory& memory = *transfer.Memory;
   WalkPackets(stream, camera, transfer, memory);
   const bool goesOn = stream.StreamRunning != 0 || PutAwayUnlessWanted(memory);
   if (goesOn) ResubmitTransfer(transfer, memory);
@@ -96,12 +98,12 @@ void NTAPI RawFrameThread(PVOID context) {
   PsTerminateSystemThread(STATUS_SUCCESS);
 }
 
-NTSTATUS QueueCompletedTransfer(IsoTransfer& transfer, PIRP) {
+NTSTATUS QueueCompletedTransfer(IsoTransfer& transfer, HeldMemory& memory) {
   IsoPipeline& pipeline = *transfer.Pipeline;
-  if (Append(pipeline, transfer)) {
+  if (Append(pipeline, transfer, memory)) {
     KeReleaseSemaphore(&pipeline.WakeSemaphore, IO_NO_INCREMENT, 1, FALSE);
   } else {
-    PutAway(*transfer.Memory);
+    PutAway(memory);
   }
   return STATUS_SUCCESS;
 }

@@ -11,14 +11,14 @@ namespace lidcam {
 /// completed transfers from the queue, walks their packets and sends them down again.
 void NTAPI RawFrameThread(PVOID context);
 
-/// Hands a transfer that came home to the frame thread, with the hold that its trip had on `Memory`.
-/// Nothing is queued once the thread is to end or the stream has given the memory up: the hold is let
-/// go then. Neither allocates nor waits.
+/// Hands a completed transfer to the frame thread, with the hold that its trip had on `memory`. Nothing
+/// is queued once the thread is to end, the stream has given the memory up, or the transfer has
+/// another memory: the hold is let go then. Neither allocates nor waits.
 ///
-/// @param irp  not used
+/// @param memory  what was completed
 /// @return 0 always
 /// @par Callable at dispatch level and below
-NTSTATUS QueueCompletedTransfer(IsoTransfer& transfer, PIRP irp);
+NTSTATUS QueueCompletedTransfer(IsoTransfer& transfer, HeldMemory& memory);
 
 /// Makes queue and thread.
 /// @return what the thread's creation gave

@@ -96,7 +96,7 @@ void TakeHome(IsoTransfer& transfer, HeldMemory& memory) {
     PutAway(memory);
     ScheduleStreamReset(*transfer.Device, stream);
   } else {
-    QueueCompletedTransfer(transfer, memory.Irp);
+    QueueCompletedTransfer(transfer, memory);
   }
 }
 
@@ -135,7 +135,7 @@ void ReleaseIsoTransfer(IsoTransfer& transfer) {
   transfer.OwnsMemory = 0;
   transfer.Irp = nullptr;
   transfer.Urb = nullptr;
-  GiveUp(*transfer.Memory);
+  GiveUpTransfer(*transfer.Memory);
 }
 
 NTSTATUS BuildIsoUrb(const IsoPipeline& pipeline, _URB_ISOCH_TRANSFER& urb,
@@ -194,11 +194,11 @@ void ResubmitTransfer(IsoTransfer& transfer, HeldMemory& memory) {
 
 NTSTATUS NTAPI IsoTransferCompleted(PDEVICE_OBJECT, PIRP, PVOID context) {
   auto& memory = *static_cast<HeldMemory*>(context);
-  if (memory.GivenUp != 0) {
-    // The record may serve another stream by now.
-    PutAway(memory);
-  } else {
+  if (BeginCompletion(memory)) {
     TakeHome(*static_cast<IsoTransfer*>(memory.Owner), memory);
+    EndCompletion(memory);
+  } else {
+    PutAway(memory);
   }
   return STATUS_MORE_PROCESSING_REQUIRED;
 }

@@ -25,7 +25,8 @@ constexpr std::uint32_t IsoUrbSize(std::uint32_t packets) {
 NTSTATUS PrepareIsoTransfer(UsbStreamRecord& stream, IsoTransfer& transfer);
 
 /// Lets go of one transfer: what nobody else holds is freed, the IRP first. `Irp` and `Urb` become
-/// null; who still holds the memory frees it later. Does nothing to a transfer that owns no memory.
+/// null; who still holds the memory frees it later. Completion routines that have begun with the
+/// transfer have ended when this returns. Does nothing to a transfer that owns no memory.
 /// @par Callable at passive level only
 void ReleaseIsoTransfer(IsoTransfer& transfer);
 

@@ -4,6 +4,7 @@
 #include "driver/core/camera_memory.h"
 #include "driver/core/camera_trace.h"
 #include "driver/core/stream_modes.h"
+#include "driver/core/timed_wait.h"
 #include "driver/usb/control_requests.h"
 #include "driver/usb/iso_transfers.h"
 #include "driver/usb/transfer_custody.h"
@@ -123,11 +124,6 @@ void ForgetStarts(const UsbStreamRecord& stream) {
   for (const IsoTransfer& transfer : TransfersOf(stream)) {
     if (transfer.OwnsMemory != 0) ForgetStart(*transfer.Memory);
   }
-}
-
-void SleepOnePoll() {
-  LARGE_INTEGER time = RelativeTime(kRecoveryPollPeriod);
-  KeDelayExecutionThread(KernelMode, FALSE, &time);
 }
 
 bool IsLastTickUnderWay(UsbStreamRecord& stream) {

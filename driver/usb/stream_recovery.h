@@ -10,7 +10,6 @@ namespace lidcam {
 inline constexpr Time100ns kWatchdogPeriod = 2'500'000;   ///< 250 ms
 inline constexpr Time100ns kDrainTimeLimit = 80'000'000;  ///< 8 s
 inline constexpr Time100ns kResetTimeLimit = 80'000'000;  ///< 8 s
-inline constexpr Time100ns kRecoveryPollPeriod = 20'000;  ///< 2 ms
 
 /// Deferred routine of the watchdog timer; `context` is the UsbStreamRecord. Acts only when all
 /// transfers are home: ends the waits of a stop and of a recovery, schedules a recovery of a broken

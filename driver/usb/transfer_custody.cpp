@@ -1,5 +1,7 @@
 #include "driver/usb/transfer_custody.h"
 
+#include "driver/core/timed_wait.h"
+
 namespace lidcam {
 namespace {
 
@@ -46,6 +48,24 @@ bool PutAwayUnlessWanted(HeldMemory& memory) {
   }
   PutAway(memory);
   return false;
+}
+
+// Counted before the look: an owner that gives the memory up either is seen here or sees the count.
+bool BeginCompletion(HeldMemory& memory) {
+  InterlockedIncrement(&memory.Completions);
+  if (memory.GivenUp == 0) return true;
+  EndCompletion(memory);
+  return false;
+}
+
+void EndCompletion(HeldMemory& memory) {
+  InterlockedDecrement(&memory.Completions);
+}
+
+void GiveUpTransfer(HeldMemory& memory) {
+  memory.GivenUp = 1;
+  while (InterlockedCompareExchange(&memory.Completions, 0, 0) != 0) SleepOnePoll();
+  LetGo(memory);
 }
 
 void PutAway(HeldMemory& memory) {

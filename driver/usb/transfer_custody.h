@@ -26,6 +26,22 @@ void ForgetStart(HeldMemory& memory);
 /// @par Callable at dispatch level and below
 [[nodiscard]] bool PutAwayUnlessWanted(HeldMemory& memory);
 
+/// A completion routine asks whether it may work on the owner's records. The caller holds the memory.
+///
+/// @return false if the owner has given the memory up: the records may serve another stream by now, or
+///         be gone. Otherwise EndCompletion() has to follow, and the owner keeps the records till then.
+/// @par Callable at dispatch level and below
+[[nodiscard]] bool BeginCompletion(HeldMemory& memory);
+
+/// The owner keeps the memory till this, whatever became of the caller's own hold meanwhile.
+/// @par Callable at dispatch level and below
+void EndCompletion(HeldMemory& memory);
+
+/// The owner gives the transfer up: completion routines that have begun with it have ended when this
+/// returns, and later ones only let go of it.
+/// @par Callable at passive level only
+void GiveUpTransfer(HeldMemory& memory);
+
 /// Puts the transfer away, whoever wants it. The memory goes if the owner has given it up.
 /// @par Callable at dispatch level and below
 void PutAway(HeldMemory& memory);

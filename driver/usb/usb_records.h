@@ -196,11 +196,4 @@ inline USBD_PIPE_INFORMATION* StreamPipe(const UsbStreamRecord& stream) {
   return PipeInformationOf(stream.Device->InterfaceInformation, stream.PipeIndex);
 }
 
-/// Relative times of the platform: negative counts of 100 ns.
-inline LARGE_INTEGER RelativeTime(Time100ns units) {
-  LARGE_INTEGER time{};
-  time.QuadPart = -units;
-  return time;
-}
-
 }  // namespace lidcam

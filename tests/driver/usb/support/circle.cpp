@@ -179,6 +179,8 @@ void Circle::Note(const char* format, std::va_list arguments) {
   g_circle->Lines.push_back(line);
   g_circle->Times.push_back(host::Now());
 }
+  const auto onTrace = g_circle->OnTrace;
+  if (onTrace) onTrace(line);
 
 NTSTATUS Circle::Dispatch(PIRP irp) {
   const IO_STACK_LOCATION& location = *IoGetCurrentIrpStackLocation(irp);

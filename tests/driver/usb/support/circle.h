@@ -100,7 +100,8 @@ class Circle {
   NTSTATUS AbortStatus = STATUS_SUCCESS;
   NTSTATUS ResetStatus = STATUS_SUCCESS;
   std::optional<ULONG> CurrentFrame = 1000;
-  std::function<void(USHORT function)> OnRequest;  ///< runs ahead of each request's answer
+  std::function<void(USHORT function)> OnRequest;        ///< runs ahead of each request's answer
+  std::function<void(const std::string& line)> OnTrace;  ///< runs on the thread that traces
   std::vector<std::string> Lines;
   std::vector<LONGLONG> Times;  ///< of the trace's lines
 

@@ -1,0 +1,24 @@
+#pragma once
+
+#include "driver/core/camera_context.h"
+#include "platform/kernel.h"
+
+namespace lidcam {
+
+inline constexpr Time100ns kPollPeriod = 20'000;  ///< 2 ms
+
+/// Relative times of the platform: negative counts of 100 ns.
+inline LARGE_INTEGER RelativeTime(Time100ns units) {
+  LARGE_INTEGER time{};
+  time.QuadPart = -units;
+  return time;
+}
+
+/// Sleeps between two looks at something that sets no event.
+/// @par Callable at passive level only
+inline void SleepOnePoll() {
+  LARGE_INTEGER time = RelativeTime(kPollPeriod);
+  KeDelayExecutionThread(KernelMode, FALSE, &time);
+}
+
+}  // namespace lidcam
