@@ -7,6 +7,7 @@
 #include "driver/core/camera_lifecycle.h"
 #include "driver/core/camera_memory.h"
 #include "driver/core/camera_trace.h"
+#include "driver/core/timed_wait.h"
 
 namespace lidcam {
 namespace {
@@ -124,8 +125,12 @@ NTSTATUS CaptureDevice::PnpQueryRemove(PKSDEVICE, PIRP) {
 
 void CaptureDevice::PnpCancelRemove(PKSDEVICE, PIRP) {}
 
+// Hardware that failed to start anew may have left a recovery of the start before.
 void CaptureDevice::PnpRemove(PKSDEVICE, PIRP) {
-  if (HardwareStarted == 0) return;
+  if (HardwareStarted == 0) {
+    WaitForWorkItems();
+    return;
+  }
   HardwareStarted = 0;
   OnDeviceGone(kRemoved);
   StopHardware();
@@ -197,6 +202,10 @@ CameraContext* CaptureDevice::TakeCamera() {
   Camera = nullptr;
   cameraUse_.Open();
   return camera;
+}
+
+void CaptureDevice::WaitForWorkItems() {
+  while (InterlockedCompareExchange(&workItems_, 0, 0) != 0) SleepOnePoll();
 }
 
 void CaptureDevice::PublishRawFrame(std::uint8_t* buffer, std::uint32_t size) {

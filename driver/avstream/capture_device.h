@@ -158,6 +158,13 @@ class CaptureDevice {
   /// @par Callable at passive level only, without the device's mutex: it waits for requests
   CameraContext* TakeCamera();
 
+  /// Waits, without a limit, until no work item of the device's is queued or runs: the records that it
+  /// uses, and this image, stay until then.
+  /// @par Callable at passive level only, without the device's mutex
+  void WaitForWorkItems();
+
+  volatile LONG workItems_ = 0;  ///< raised before one is queued, lowered by its last instruction
+
  private:
   NTSTATUS PublishFilter(PKSDEVICE device);
   NTSTATUS StartAndNote(PKSDEVICE device);

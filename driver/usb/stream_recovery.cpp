@@ -72,10 +72,12 @@ void NTAPI RunStreamReset(PDEVICE_OBJECT, PVOID context) {
   auto* const item = static_cast<StreamResetItem*>(context);
   UsbStreamRecord& stream = *item->Stream;
   UsbDeviceRecord& device = *stream.Device;
+  volatile LONG& workItems = *device.WorkItems;
   if (device.Connected != 0) RecoverStream(device, stream, nullptr, nullptr);
   InterlockedDecrement(&device.ResetGuard);
   IoFreeWorkItem(item->WorkItem);
   FreeCameraMemory(item);
+  InterlockedDecrement(&workItems);
 }
 
 std::uint8_t GiveUpReset(UsbDeviceRecord& device, const char* reason) {
@@ -131,13 +133,15 @@ bool IsLastTickUnderWay(UsbStreamRecord& stream) {
          InterlockedCompareExchange(&stream.WatchdogChain, kNoTick, kNoTick) == kTicksOn;
 }
 
-}  // namespace
+// A tick that has set its timer anew may be behind a disarming that cancelled that timer and so ended
+// the chain: it still looks at the record.
+bool IsTickRunning(UsbStreamRecord& stream) {
+  return InterlockedCompareExchange(&stream.RunningTicks, 0, 0) != 0;
+}
 
 // The watchdog may be called off, and armed for the next stream, at any moment of a tick. Whoever ends
 // the chain of ticks - this, or who cancelled the timer - looks once more whether a stream wants it.
-void NTAPI TransferWatchdog(PKDPC, PVOID context, PVOID, PVOID) {
-  UsbStreamRecord& stream = *static_cast<UsbStreamRecord*>(context);
-  LookAtCircle(stream);
+void EndTick(UsbStreamRecord& stream) {
   do {
     if (HasWaitFlag(stream, WatchdogRunning)) {
       SetWatchdogTimer(stream);
@@ -146,6 +150,16 @@ void NTAPI TransferWatchdog(PKDPC, PVOID context, PVOID, PVOID) {
     }
     InterlockedExchange(&stream.WatchdogChain, kNoTick);
   } while (HasWaitFlag(stream, WatchdogRunning) && IsChainStarted(stream));
+}
+
+}  // namespace
+
+void NTAPI TransferWatchdog(PKDPC, PVOID context, PVOID, PVOID) {
+  UsbStreamRecord& stream = *static_cast<UsbStreamRecord*>(context);
+  InterlockedIncrement(&stream.RunningTicks);
+  LookAtCircle(stream);
+  EndTick(stream);
+  InterlockedDecrement(&stream.RunningTicks);
 }
 
 void ArmWatchdog(UsbStreamRecord& stream) {
@@ -176,6 +190,7 @@ std::uint8_t ScheduleStreamReset(UsbDeviceRecord& device, UsbStreamRecord& strea
     return 1;
   }
   TraceCamera("recovery scheduled");
+  InterlockedIncrement(device.WorkItems);
   IoQueueWorkItem(item->WorkItem, RunStreamReset, CriticalWorkQueue, item);
   return 1;
 }
@@ -209,12 +224,17 @@ NTSTATUS DrainTransfers(UsbStreamRecord& stream) {
   return status;
 }
 
+void WaitForTicks(UsbStreamRecord& stream) {
+  while (IsLastTickUnderWay(stream) || IsTickRunning(stream)) SleepOnePoll();
+}
+
+// The ticks first: the last one may schedule a recovery.
 void WaitForRecovery(UsbDeviceRecord& device) {
   KsAcquireDevice(device.KsDevice);
   KsReleaseDevice(device.KsDevice);
-  while (InterlockedCompareExchange(&device.ResetGuard, 0, 0) >= 0) SleepOnePoll();
   UsbStreamRecord* const stream = device.Stream;
-  while (stream != nullptr && IsLastTickUnderWay(*stream)) SleepOnePoll();
+  if (stream != nullptr) WaitForTicks(*stream);
+  while (InterlockedCompareExchange(&device.ResetGuard, 0, 0) >= 0) SleepOnePoll();
 }
 
 }  // namespace lidcam

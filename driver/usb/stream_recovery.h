@@ -46,9 +46,13 @@ void WaitResetIdle(UsbStreamRecord& stream, NTSTATUS& waitResult);
 /// @par Callable at passive level only, under the device's mutex
 NTSTATUS DrainTransfers(UsbStreamRecord& stream);
 
-/// Waits, without a limit, until no recovery runs or is scheduled, and no tick of a watchdog that was
-/// called off is under way.
+/// Waits, without a limit, until no tick of a watchdog that was called off uses the record any more.
 /// @par Callable at passive level only
+void WaitForTicks(UsbStreamRecord& stream);
+
+/// Waits, without a limit, until no tick of a watchdog that was called off is under way, and no recovery
+/// runs or is scheduled. The transfers have been released.
+/// @par Callable at passive level only, without the device's mutex: a recovery may wait for it
 void WaitForRecovery(UsbDeviceRecord& device);
 
 }  // namespace lidcam

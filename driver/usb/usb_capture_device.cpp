@@ -127,6 +127,7 @@ void UsbCaptureDevice::FillRecords(PKSDEVICE device) {
   std::memcpy(record.Signature, "DVQR", sizeof(record.Signature));
   record.KsDevice = device;
   FillTransport(*TransportRecord, device, &record);
+  record.WorkItems = &workItems_;
   record.WdmLevel = WdmLevel;
   KeInitializeSemaphore(&record.UrbLock, 1, 1);
   record.Connected = 1;
@@ -212,11 +213,19 @@ void UsbCaptureDevice::FailStart() {
 }
 
 // Stopping a device for its resources leaves the hardware's state alone: it goes when the device starts
-// anew, with whatever stream there is, and the settings as they were saved last.
+// anew, with whatever stream there is, and the settings as they were saved last. The platform holds
+// the device's mutex meanwhile, so that a recovery which waits for the mutex is not waited for here.
+// It will find its stream released; the device's removal waits for it, and its records stay till then.
 void UsbCaptureDevice::EndLastStart() {
   if (UsbDevice == nullptr) return;
   OnDeviceGone(0);
-  TakeHardwareDown(TakeCamera());
+  CameraContext* const camera = TakeCamera();
+  if (camera != nullptr) DestroyCameraContext(camera);
+  if (UsbStream != nullptr) {
+    CloseStreamRecord();
+    WaitForTicks(*UsbStream);
+  }
+  CloseDeviceRecord();
   UsbStream = nullptr;
 }
 
@@ -242,24 +251,29 @@ NTSTATUS UsbCaptureDevice::StartHardware(PKSDEVICE device) {
 
 NTSTATUS UsbCaptureDevice::StopHardware() {
   CameraContext* const camera = TakeCamera();
-  if (camera != nullptr) SaveSettings(*camera, kSettingsSubkey);
-  TakeHardwareDown(camera);
+  if (camera != nullptr) {
+    SaveSettings(*camera, kSettingsSubkey);
+    DestroyCameraContext(camera);
+  }
+  if (UsbStream != nullptr) {
+    CloseStreamRecord();
+    WaitForRecovery(*UsbStream->Device);
+  }
+  WaitForWorkItems();
+  if (UsbDevice != nullptr) CloseDeviceRecord();
   return Traced("hardware stop", STATUS_SUCCESS);
 }
 
-void UsbCaptureDevice::TakeHardwareDown(CameraContext* camera) {
-  if (camera != nullptr) DestroyCameraContext(camera);
-  if (UsbStream != nullptr) {
-    DetachPipeline();
-    UsbStream->Pipeline = nullptr;
-    WaitForRecovery(*UsbStream->Device);
-  }
-  if (UsbDevice != nullptr) {
-    UsbDevice->Stream = nullptr;
-    UsbDevice->Camera = nullptr;
-    if (UsbDevice->DeviceOpen != 0) FreeDescriptors();
-    UsbDevice->DeviceOpen = 0;
-  }
+void UsbCaptureDevice::CloseStreamRecord() {
+  DetachPipeline();
+  UsbStream->Pipeline = nullptr;
+}
+
+void UsbCaptureDevice::CloseDeviceRecord() {
+  UsbDevice->Stream = nullptr;
+  UsbDevice->Camera = nullptr;
+  if (UsbDevice->DeviceOpen != 0) FreeDescriptors();
+  UsbDevice->DeviceOpen = 0;
 }
 
 NTSTATUS UsbCaptureDevice::OnDeviceGone(std::uint32_t reason) {

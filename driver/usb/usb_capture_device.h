@@ -60,7 +60,8 @@ class UsbCaptureDevice : public CaptureDevice {
   NTSTATUS CreateStreamRecord();
   void FailStart();
   void EndLastStart();
-  void TakeHardwareDown(CameraContext* camera);
+  void CloseStreamRecord();
+  void CloseDeviceRecord();
   void ResetStreamState();
   void FreeDescriptors();
 

@@ -120,6 +120,7 @@ struct UsbDeviceRecord {
   CameraContext* Camera;
   std::uint32_t LongConfigDescriptor;  ///< 1: wTotalLength was 193
   PipeRecord* PipeTable;               ///< may be null; given up with the device
+  volatile LONG* WorkItems;            ///< of the device's object: not run to their end yet
 };
 
 /// Bits of UsbStreamRecord::WaitFlags. Read and written without atomic steps from several threads.
@@ -150,6 +151,7 @@ struct UsbStreamRecord {
   KTIMER WatchdogTimer;
   KDPC WatchdogDpc;
   volatile LONG WatchdogChain;      ///< 1 while a tick is still to come that arms itself again
+  volatile LONG RunningTicks;       ///< ticks that have begun and may still use this record
   Shared<std::uint32_t> PipeIndex;  ///< entry of InterfaceInformation; 1 until a recovery
   StreamResetItem* ResetWorkItem;   ///< the last one; not to be followed
   std::uint32_t NextStartFrame;

@@ -1,6 +1,7 @@
-#include "driver/core/camera_lifecycle.h"
-
 #include <gtest/gtest.h>
+
+#include "driver/core/camera_lifecycle.h"
+#include "driver/usb/stream_recovery.h"
 #include "platform/host/nt/pool.h"
 #include "platform/host/nt/wdm_version.h"
 #include "tests/driver/usb/transport_world.h"
@@ -139,6 +140,42 @@ TEST(HardwareStart, AStartOnTopOfARunningStreamTakesTheLastStartDown) {
     EXPECT_NE(&world.Stream(), &stream);
     while (world.Stack.IsoOut() != 0) world.Stack.CompleteIso(USBD_STATUS_CANCELED);
     EXPECT_EQ(world.Acquire(), STATUS_SUCCESS);
+  });
+}
+
+// The platform holds the mutex during a start: who waited for a recovery that waits for it would never
+// go on.
+TEST(HardwareStart, AStartUnderTheMutexDoesNotWaitForARecoveryThatWaitsForTheMutex) {
+  host::UnderManySeeds([] {
+    TransportWorld world;
+    ASSERT_EQ(world.Start() | world.Acquire() | world.Device().RunStream(), 0);
+    UsbDeviceRecord& record = world.Record();
+    UsbStreamRecord& stream = world.Stream();
+    KsAcquireDevice(world.Ks());
+    ScheduleStreamReset(record, stream);
+    host::Sleep(20 * host::kMillisecond);
+    EXPECT_EQ(world.Start(), STATUS_SUCCESS);
+    KsReleaseDevice(world.Ks());
+    EXPECT_EQ(world.Device().StopHardware(), STATUS_SUCCESS);
+    EXPECT_EQ(record.ResetGuard, -1);
+  });
+}
+
+TEST(HardwareStart, StoppingWaitsForTheLastInstructionOfARecovery) {
+  InWorld([](TransportWorld& world) {
+    ASSERT_EQ(world.Start(), STATUS_SUCCESS);
+    volatile LONG& workItems = *world.Record().WorkItems;
+    InterlockedIncrement(&workItems);
+    bool isStopped = false;
+    host::TestThread remover([&] {
+      world.Device().StopHardware();
+      isStopped = true;
+    });
+    host::Sleep(100 * host::kMillisecond);
+    EXPECT_FALSE(isStopped);
+    InterlockedDecrement(&workItems);
+    remover.Join();
+    EXPECT_TRUE(isStopped);
   });
 }
 

@@ -16,6 +16,8 @@ using host::kMillisecond;
 using host::Now;
 using host::Simulate;
 using host::Sleep;
+using host::TestThread;
+using host::UnderManySeeds;
 using testing::ElementsAre;
 
 // What a tick finds, and what it leaves behind.
@@ -200,6 +202,43 @@ TEST(Watchdog, CalledOffAndArmedAgainAtAnyMomentOfATickGoesOnTickingOnce) {
       300);
 }
 
+TEST(Watchdog, ATickIsCountedAsLongAsItMayUseTheRecord) {
+  Simulate({}, [] {
+    Circle circle(1);
+    circle.Stream.Halted = 1;
+    circle.Transfer(0).InFlight = 1;
+    LONG inside = 0;
+    circle.OnTrace = [&](const std::string&) { inside = circle.Stream.RunningTicks; };
+    circle.Tick();
+    circle.Transfer(0).InFlight = 0;
+    EXPECT_EQ(inside, 1);
+    EXPECT_EQ(circle.Stream.RunningTicks, 0);
+  });
+}
+
+// Such a tick has set its timer, and a disarming has cancelled that timer: nothing but the count tells
+// that it still looks at the record. And it may have scheduled a recovery.
+TEST(Watchdog, StoppingTheHardwareWaitsForATickBehindACancelledTimerAndThenForItsRecovery) {
+  UnderManySeeds([] {
+    Circle circle(1);
+    InterlockedIncrement(&circle.Stream.RunningTicks);
+    bool isOver = false;
+    TestThread stopper([&] {
+      WaitForRecovery(circle.Device);
+      isOver = true;
+    });
+    Sleep(100 * kMillisecond);
+    EXPECT_FALSE(isOver);
+    InterlockedIncrement(&circle.Device.ResetGuard);
+    InterlockedDecrement(&circle.Stream.RunningTicks);
+    Sleep(100 * kMillisecond);
+    EXPECT_FALSE(isOver);
+    InterlockedDecrement(&circle.Device.ResetGuard);
+    stopper.Join();
+    EXPECT_TRUE(isOver);
+  });
+}
+
 TEST(ScheduleStreamReset, WithoutMemoryLowersTheGuardAndTheNextTickTriesAgain) {
   Simulate({}, [] {
     Circle circle(1);
@@ -211,8 +250,21 @@ TEST(ScheduleStreamReset, WithoutMemoryLowersTheGuardAndTheNextTickTriesAgain) {
     circle.Stream.Halted = 1;
     circle.Forget();
     circle.Tick();
-    EXPECT_THAT(circle.Lines, ElementsAre("recovery scheduled"));
+    ASSERT_FALSE(circle.Lines.empty());
+    EXPECT_EQ(circle.Lines.front(), "recovery scheduled");
     WaitForRecovery(circle.Device);
+  });
+}
+
+// Until its last instruction: what it uses, and the driver itself, may go when it is counted out.
+TEST(ScheduleStreamReset, CountsItsWorkItemUntilAllOfItIsFreed) {
+  UnderManySeeds([] {
+    Circle circle(1);
+    const std::size_t before = host::PoolUsageOfAll().Blocks;
+    EXPECT_EQ(ScheduleStreamReset(circle.Device, circle.Stream), 1);
+    while (circle.WorkItems != 0) Sleep(kMillisecond);
+    EXPECT_EQ(circle.Device.ResetGuard, -1);
+    EXPECT_EQ(host::PoolUsageOfAll().Blocks, before);
   });
 }
 

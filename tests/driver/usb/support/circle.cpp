@@ -65,6 +65,7 @@ Circle::Circle(std::uint32_t transfers, std::uint32_t packets)
   Device.WdmLevel = 5;
   Device.TransferCount = transfers;
   Device.KsDevice = &KsDevice;
+  Device.WorkItems = &WorkItems;
   Device.DeviceOpen = 1;
   Device.Connected = 1;
   Device.Camera = &Registers.Context();
@@ -178,9 +179,9 @@ void Circle::Note(const char* format, std::va_list arguments) {
   if (g_circle == nullptr || isRegister) return;
   g_circle->Lines.push_back(line);
   g_circle->Times.push_back(host::Now());
-}
   const auto onTrace = g_circle->OnTrace;
   if (onTrace) onTrace(line);
+}
 
 NTSTATUS Circle::Dispatch(PIRP irp) {
   const IO_STACK_LOCATION& location = *IoGetCurrentIrpStackLocation(irp);

@@ -91,6 +91,7 @@ class Circle {
   UsbStreamRecord& Stream;
   IsoPipeline* Pipeline;
   KSDEVICE KsDevice{};
+  volatile LONG WorkItems = 0;
   RegisterSpace Registers;
 
   std::vector<SentTransfer> Sent;
