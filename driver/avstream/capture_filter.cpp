@@ -57,7 +57,6 @@ NTSTATUS CaptureFilter::Create(PKSFILTER filter, PIRP) {
   if (!NT_SUCCESS(status)) return status;
   filter->Context = this;
   CaptureDevice& device = *CaptureDeviceOf(KsGetDevice(filter));
-  if (device.TransportRecord == nullptr) return STATUS_DEVICE_DATA_ERROR;
   const std::int32_t list = device.GetFormatListIndex();
   const std::int32_t count = device.GetFormatCount();
   KsAcquireControl(filter);

@@ -14,7 +14,10 @@ namespace {
 constexpr ULONG kPinTag = 0x774E434B;   // "KCNw"
 constexpr ULONG kEditTag = 0x56417251;  // "QrAV"
 
+// A pin may be closed without the stop that follows a refused acquire: the slot and the clock that it
+// still has would be lost to every later pin.
 void NTAPI DestroyCapturePin(PVOID object) {
+  static_cast<CapturePin*>(object)->GiveUpStream();
   ExFreePool(object);
 }
 

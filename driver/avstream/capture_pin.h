@@ -4,6 +4,7 @@
 
 #include "driver/avstream/capture_device.h"
 #include "driver/avstream/filter_descriptors.h"
+#include "driver/avstream/request_gate.h"
 #include "driver/core/camera_context.h"
 #include "driver/core/shared_value.h"
 #include "platform/kernel.h"
@@ -63,6 +64,11 @@ class CapturePin {
   /// The pin's event can't be enabled: always STATUS_NOT_SUPPORTED.
   virtual NTSTATUS AddEvent(PIRP irp, PKSEVENTDATA eventData, KSEVENT_ENTRY* eventEntry);
 
+  /// Gives up the device's stream slot and the clock, as far as the pin has them. Waits for a frame that
+  /// reads the clock.
+  /// @par Callable at passive level only
+  void GiveUpStream();
+
   PKSPIN Pin;
   CaptureDevice* Device;
   Shared<PKS_VIDEOINFOHEADER> VideoInfo{nullptr};  ///< own copy of the connection's, whole at least
@@ -102,7 +108,8 @@ class CapturePin {
   NTSTATUS DeliverRawFrame(PKSSTREAM_POINTER& frame);
   KS_FRAME_INFO CompleteHeader(KSSTREAM_HEADER& header, IKsReferenceClock* clock);
 
-  KSPIN_LOCK numbersLock_;  ///< of counts, times and FrameInfo, and of the clock's coming and going
+  KSPIN_LOCK numbersLock_;  ///< of counts, times and FrameInfo
+  RequestGate clockUse_;    ///< frames that read the clock
 };
 
 /// What the filter needs to give itself this kind of pin.

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "driver/avstream/capture_pin.h"
+#include "driver/avstream/request_gate.h"
 
 namespace lidcam {
 
@@ -20,26 +21,23 @@ class CapturePin::NumbersLock {
   KIRQL before_{};
 };
 
-/// Keeps the pin's clock for a scope, if it has one: a stop may give the pin's own reference up
-/// meanwhile.
+/// Keeps the pin's clock for a scope, if it has one: a stop waits for that before it gives the pin's
+/// reference up. The clock's own reference count is left alone: nothing says at which level it may be
+/// counted.
 class CapturePin::ClockHold {
  public:
-  explicit ClockHold(CapturePin& pin) {
-    const NumbersLock lock(pin);
-    if (pin.HasClock == 0) return;
-    clock_ = pin.Clock;
-    clock_->AddRef();
+  explicit ClockHold(CapturePin& pin) : hold_(pin.clockUse_) {
+    if (hold_.IsInside() && pin.HasClock != 0) clock_ = pin.Clock;
   }
   ClockHold(const ClockHold&) = delete;
   ClockHold& operator=(const ClockHold&) = delete;
-  ~ClockHold() {
-    if (clock_ != nullptr) clock_->Release();
-  }
+  ~ClockHold() = default;
 
   /// Null without a clock.
   [[nodiscard]] IKsReferenceClock* Clock() const { return clock_; }
 
  private:
+  const GateHold hold_;
   IKsReferenceClock* clock_ = nullptr;
 };
 

@@ -33,19 +33,26 @@ void CapturePin::TakeClock() {
   if (HasClock != 0) return;
   IKsReferenceClock* clock = nullptr;
   if (!NT_SUCCESS(KsPinGetReferenceClockInterface(Pin, &clock)) || clock == nullptr) return;
-  const NumbersLock lock(*this);
+  clockUse_.Close();
   Clock = clock;
   HasClock = 1;
+  clockUse_.Open();
 }
 
 void CapturePin::ReleaseClock() {
-  IKsReferenceClock* clock = nullptr;
-  {
-    const NumbersLock lock(*this);
-    if (HasClock != 0) clock = Clock;
-    HasClock = 0;
+  if (HasClock == 0) return;
+  clockUse_.Close();
+  Clock->Release();
+  HasClock = 0;
+  clockUse_.Open();
+}
+
+void CapturePin::GiveUpStream() {
+  if (Acquired != 0) {
+    Device->ReleaseStreamSlot();
+    Acquired = 0;
   }
-  if (clock != nullptr) clock->Release();
+  ReleaseClock();
 }
 
 // A stream that never ran is not released: it stays prepared until the device goes.
@@ -55,11 +62,7 @@ NTSTATUS CapturePin::StopStream() {
     result = Device->ReleaseStream();
     StreamState = KSSTATE_STOP;
   }
-  if (Acquired != 0) {
-    Device->ReleaseStreamSlot();
-    Acquired = 0;
-  }
-  ReleaseClock();
+  GiveUpStream();
   return result;
 }
 

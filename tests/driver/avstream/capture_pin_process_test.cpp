@@ -446,16 +446,31 @@ TEST(PinProcess, ADeviceThatWasStartedAnewDeliversFromItsNewRecord) {
   });
 }
 
-// The clock's reference of a frame under way is its own.
+// A stop that comes meanwhile waits for it. Frames may be asked for at dispatch level, where a reference
+// of a clock may not be counted.
 TEST(PinProcess, AFrameKeepsItsClockForAsLongAsItTakes) {
   InSurface([](SurfaceWorld& world) {
     ProcessWorld stream(world);
     stream.SkipTwo();
-    EXPECT_EQ(stream.Clock.References, 1);
     FakeFrame frame(kPicture);
+    std::unique_ptr<host::TestThread> client;
+    bool isStopped = false;
+    world.Ks.OnEdge = [&] {
+      client = std::make_unique<host::TestThread>([&] {
+        stream.Pin().SetState(0, 1);
+        isStopped = true;
+      });
+      host::Sleep(100 * host::kMillisecond);
+      EXPECT_FALSE(isStopped);
+      EXPECT_EQ(stream.Clock.References, 1);
+    };
+    stream.Clock.Times = {1000000};
     EXPECT_EQ(stream.Deliver(frame), kPending);
-    EXPECT_EQ(stream.Clock.References, 1);
-    EXPECT_EQ(stream.Clock.MostReferences, 2);
+    client->Join();
+    EXPECT_TRUE(isStopped);
+    EXPECT_EQ(frame.Header().PresentationTime.Time, 1000000);
+    EXPECT_EQ(stream.Clock.References, 0);
+    EXPECT_EQ(stream.Clock.MostReferences, 1);
   });
 }
 

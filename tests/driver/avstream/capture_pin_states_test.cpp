@@ -275,6 +275,46 @@ TEST(PinStates, StopReleasesStreamThenSlotThenClock) {
   });
 }
 
+// The platform may close a pin without a stop where the acquire was refused.
+TEST(PinStates, APinClosedWithoutItsStopGivesSlotAndClockUp) {
+  InSurface([](SurfaceWorld& world) {
+    FakeClock clock;
+    world.Ks.Clock = &clock;
+    {
+      WorldPin refused(world);
+      ASSERT_EQ(refused.Create(), STATUS_SUCCESS);
+      world.Device.Acquire = kRefused;
+      EXPECT_EQ(refused.SetState(1, 0), kRefused);
+      EXPECT_EQ(world.Device.StreamSlot, 1);
+    }
+    EXPECT_EQ(world.Device.StreamSlot, 0);
+    EXPECT_EQ(static_cast<PKS_VIDEOINFOHEADER>(world.Device.StreamVideoInfo), nullptr);
+    world.Device.Acquire = STATUS_SUCCESS;
+    {
+      WorldPin later(world);
+      ASSERT_EQ(later.Create(), STATUS_SUCCESS);
+      EXPECT_EQ(later.SetState(1, 0), STATUS_SUCCESS);
+      EXPECT_EQ(clock.References, 1);
+    }
+    EXPECT_EQ(world.Device.StreamSlot, 0);
+    EXPECT_EQ(clock.References, 0);
+  });
+}
+
+TEST(PinStates, APinThatHoldsNothingLeavesTheSlotToAnother) {
+  InSurface([](SurfaceWorld& world) {
+    WorldPin streaming(world);
+    ASSERT_EQ(streaming.Create(), STATUS_SUCCESS);
+    EXPECT_EQ(streaming.SetState(1, 0), STATUS_SUCCESS);
+    {
+      WorldPin other(world);
+      ASSERT_EQ(other.Create(), STATUS_SUCCESS);
+    }
+    EXPECT_EQ(world.Device.StreamSlot, 1);
+    streaming.SetState(0, 1);
+  });
+}
+
 TEST(PinStates, AClockThatIsAssignedAfterAcquireGoesUnnoticedUntilTheNextOne) {
   InSurface([](SurfaceWorld& world) {
     FakeClock clock;

@@ -107,15 +107,21 @@ TEST(DriverEntry, AnAddThatFailsLeavesNothing) {
   });
 }
 
-// A filter that is opened before the hardware has ever been started has no format to offer.
-TEST(DriverEntry, AFilterOpenedBeforeTheHardwareStartsIsRefused) {
+// Nothing is known of the camera yet; a stream would be refused.
+TEST(DriverEntry, AFilterOpenedBeforeTheHardwareStartsOffersNoFormat) {
   InSurface([](SurfaceWorld& world) {
     const KSDEVICE_DISPATCH& dispatch = Dispatch(world.Ks);
     EXPECT_EQ(dispatch.Add(&world.Ks.Device), STATUS_SUCCESS);
     FakeBag bag;
     KSFILTER filter{};
     filter.Bag = &bag;
-    EXPECT_EQ(kFilterEntries.Dispatch->Create(&filter, nullptr), static_cast<NTSTATUS>(0xC000009C));
+    EXPECT_EQ(kFilterEntries.Dispatch->Create(&filter, nullptr), STATUS_SUCCESS);
+    EXPECT_EQ(world.Ks.PinDescriptor.PinDescriptor.DataRangesCount, 0U);
+    CaptureDevice& device = *CaptureDeviceOf(&world.Ks.Device);
+    KS_VIDEOINFOHEADER format{};
+    EXPECT_EQ(device.AcquireStream(nullptr, &format), static_cast<NTSTATUS>(0xC000009C));
+    EXPECT_EQ(device.GetCameraProperty(nullptr, nullptr, nullptr),
+              static_cast<NTSTATUS>(0xC0000001));
   });
 }
 
