@@ -123,7 +123,8 @@ void Stage::PlugInAndStream(const PlugOptions& options) {
 UsbDeviceRecord* Stage::Device() const {
   if (hosted_ != nullptr) return hosted_->Device().UsbDevice;
   const UsbCaptureDevice* const usb = guest_ != nullptr ? guest_->Usb() : nullptr;
-  return usb != nullptr ? usb->UsbDevice : nullptr;
+  if (usb == nullptr) return nullptr;
+  return usb->UsbDevice;
 }
 
 UsbStreamRecord* Stage::Stream() const {

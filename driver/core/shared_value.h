@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <type_traits>
 
 namespace lidcam {
 
@@ -29,6 +30,10 @@ class Shared {
     return *this;
   }
   Shared& operator=(const Shared& other) { return *this = static_cast<T>(other); }
+
+  /// What a pointer leads to at this moment.
+  T operator->() const requires std::is_pointer_v<T> { return *this; }
+  decltype(auto) operator*() const requires std::is_pointer_v<T> { return *static_cast<T>(*this); }
 
  private:
   std::atomic<T> value_{};

@@ -296,8 +296,14 @@ NTSTATUS UsbCaptureDevice::SetStreamFormat(PKS_VIDEOINFOHEADER videoInfo) {
   return ChooseStreamFormat(*UsbStream, *videoInfo);
 }
 
+bool UsbCaptureDevice::IsConnected() const {
+  const UsbDeviceRecord* const device = UsbDevice;
+  return device != nullptr && device->Connected != 0;
+}
+
 NTSTATUS UsbCaptureDevice::AcquireStream(PKSPIN pin, PKS_VIDEOINFOHEADER videoInfo) {
-  if (UsbDevice == nullptr || UsbDevice->Connected == 0) return STATUS_DEVICE_DATA_ERROR;
+  if (!IsConnected()) return STATUS_DEVICE_DATA_ERROR;
+  const DeviceMutex mutex(KsDevice);
   const CameraHold hold(*this);
   if (hold.Camera() == nullptr || UsbStream == nullptr) return STATUS_DEVICE_DATA_ERROR;
   NTSTATUS status = SetStreamFormat(videoInfo);
@@ -309,14 +315,9 @@ NTSTATUS UsbCaptureDevice::AcquireStream(PKSPIN pin, PKS_VIDEOINFOHEADER videoIn
   return Traced("acquire", status);
 }
 
-NTSTATUS UsbCaptureDevice::PrepareStream() {
-  const DeviceMutex mutex(UsbDevice->KsDevice);
-  return PrepareLocked();
-}
-
 // A device that goes meanwhile has been told so before this, or finds the stream prepared. Whatever
 // else fails, the caller learns of no memory only.
-NTSTATUS UsbCaptureDevice::PrepareLocked() {
+NTSTATUS UsbCaptureDevice::PrepareStream() {
   if (UsbDevice->Connected == 0) return STATUS_DEVICE_DATA_ERROR;
   if (UsbStream->Opened != 0 || UsbStream->StreamRunning != 0) return STATUS_UNSUCCESSFUL;
   CameraContext& camera = *UsbDevice->Camera;
@@ -334,11 +335,8 @@ NTSTATUS UsbCaptureDevice::PrepareLocked() {
 }
 
 NTSTATUS UsbCaptureDevice::RunStream() {
-  if (UsbDevice == nullptr || UsbDevice->Connected == 0) return STATUS_DEVICE_DATA_ERROR;
-  const CameraHold hold(*this);
-  if (hold.Camera() == nullptr || UsbStream == nullptr) return STATUS_DEVICE_DATA_ERROR;
+  if (!IsConnected() || UsbStream == nullptr) return STATUS_DEVICE_DATA_ERROR;
   if (UsbStream->StreamRunning != 0) return STATUS_SUCCESS;
-  BeginAssembly(UsbStream->Assembly);
   const NTSTATUS status = StartLocked();
   if (status == STATUS_SUCCESS) {
     UsbStream->RestartPending = 0;
@@ -349,7 +347,10 @@ NTSTATUS UsbCaptureDevice::RunStream() {
 }
 
 NTSTATUS UsbCaptureDevice::StartLocked() {
-  const DeviceMutex mutex(UsbDevice->KsDevice);
+  const DeviceMutex mutex(KsDevice);
+  const CameraHold hold(*this);
+  if (hold.Camera() == nullptr || UsbStream == nullptr) return STATUS_DEVICE_DATA_ERROR;
+  BeginAssembly(UsbStream->Assembly);
   if (UsbStream->StreamRunning != 0) return STATUS_UNSUCCESSFUL;
   const NTSTATUS status = StartTransfers();
   if (NT_SUCCESS(status)) UsbStream->StreamRunning = 1;

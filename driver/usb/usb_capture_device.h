@@ -13,7 +13,8 @@ namespace lidcam {
 /// concerns the isochronous pipeline itself is left to slots 29 to 36.
 ///
 /// All operations are for passive level; stream control comes from one pin's state changes, one at a
-/// time, and meets a recovery at the device's mutex.
+/// time, and meets a recovery at the device's mutex. The mutex is taken ahead of a hold on the camera's
+/// record: a start, under the mutex, waits for all holds.
 class UsbCaptureDevice : public CaptureDevice {
  public:
   std::int32_t GetFormatListIndex() override;
@@ -45,8 +46,10 @@ class UsbCaptureDevice : public CaptureDevice {
   virtual NTSTATUS StartTransfers() = 0;
   virtual NTSTATUS DrainTransfers() = 0;
 
-  UsbDeviceRecord* UsbDevice = nullptr;  ///< null until StartHardware()
-  UsbStreamRecord* UsbStream = nullptr;  ///< null until StartHardware()
+  // A start on top of a start exchanges them beside the stream control of open pins. The records of every
+  // start live as long as the device's bag.
+  Shared<UsbDeviceRecord*> UsbDevice{nullptr};  ///< null until StartHardware()
+  Shared<UsbStreamRecord*> UsbStream{nullptr};  ///< null until StartHardware()
 
  protected:
   using CaptureDevice::CaptureDevice;
@@ -65,8 +68,8 @@ class UsbCaptureDevice : public CaptureDevice {
   void ResetStreamState();
   void FreeDescriptors();
 
+  bool IsConnected() const;
   NTSTATUS PrepareStream();
-  NTSTATUS PrepareLocked();
   NTSTATUS StartLocked();
   NTSTATUS PauseLocked();
   NTSTATUS UnprepareStream();
