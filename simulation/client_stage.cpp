@@ -8,6 +8,7 @@
 #include "platform/host/nt/irp_registry.h"
 #include "platform/host/nt/plug_and_play.h"
 #include "simulation/status_text.h"
+#include "world/mutex_departures.h"
 
 namespace lidcam::simulation {
 
@@ -137,8 +138,19 @@ void ClientStage::WaitForApplications() {
   threads_.clear();
 }
 
+void ClientStage::RequireKnownDepartures() {
+  if (isRemoved_ || isGone_) return;
+  for (const world::SeenDeparture& departure : world::DeparturesSeen(TopDevice())) {
+    stage_.Require(world::IsRequired(departure),
+                   "the driver breaks rule " + std::to_string(static_cast<int>(departure.Rule)) +
+                       " of the class's mutexes in call " +
+                       std::to_string(static_cast<int>(departure.Call)));
+  }
+}
+
 void ClientStage::Close() {
   WaitForApplications();
+  RequireKnownDepartures();
   Tell("remove", [this] {
     isGoing_ = true;
     installed_->Close();

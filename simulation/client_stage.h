@@ -67,6 +67,7 @@ class ClientStage final : public StageGuest {
   template <typename Operation>
   NTSTATUS Tell(const char* name, Operation operation);
   void RequireSuccess(const char* operation, NTSTATUS status);
+  void RequireKnownDepartures();
 
   Stage& stage_;
   const ApplicationRules rules_;

@@ -6,6 +6,7 @@
 
 #include "driver/core/held_memory.h"
 #include "driver/frame/frame_delivery.h"
+#include "platform/host/ks/class_rules.h"
 #include "platform/host/nt/device_object.h"
 
 namespace lidcam::world {
@@ -46,6 +47,23 @@ class MutexHold {
  private:
   const host::UnwindCheck check_;
   KMUTEX& mutex_;
+};
+
+/// The class holds the device's mutex around these calls.
+class ClassHold {
+ public:
+  ClassHold(host::StreamingDevice& device, host::ClassCall call) : device_(device) {
+    host::AcquireDeviceFor(device_, call);
+  }
+  ClassHold(const ClassHold&) = delete;
+  ClassHold& operator=(const ClassHold&) = delete;
+  ~ClassHold() noexcept(false) {
+    if (!check_.IsUnwinding()) host::ReleaseDeviceOf(device_);
+  }
+
+ private:
+  const host::UnwindCheck check_;
+  host::StreamingDevice& device_;
 };
 
 std::size_t PictureBytes(const CameraContext& camera) {
@@ -124,7 +142,7 @@ void HostedCamera::Close() {
 }
 
 NTSTATUS HostedCamera::Start() {
-  const NTSTATUS status = Device().StartHardware(ksDevice_.get());
+  const NTSTATUS status = StartHardware();
   if (!NT_SUCCESS(status)) return status;
   try {
     MakePin();
@@ -135,6 +153,11 @@ NTSTATUS HostedCamera::Start() {
   Device().HardwareStarted = 1;
   isStarted_ = true;
   return status;
+}
+
+NTSTATUS HostedCamera::StartHardware() {
+  const ClassHold hold(*ksDevice_, host::ClassCall::Start);
+  return Device().StartHardware(ksDevice_.get());
 }
 
 void HostedCamera::MakePin() {
@@ -193,10 +216,12 @@ void HostedCamera::Unplug() {
 }
 
 void HostedCamera::PowerDown() {
+  const ClassHold hold(*ksDevice_, host::ClassCall::SetPower);
   Device().PowerSet(ksDevice_.get(), nullptr, PowerDeviceD3, PowerDeviceD0);
 }
 
 void HostedCamera::PowerUp() {
+  const ClassHold hold(*ksDevice_, host::ClassCall::SetPower);
   Device().PowerSet(ksDevice_.get(), nullptr, PowerDeviceD0, PowerDeviceD3);
 }
 

@@ -143,6 +143,7 @@ class HostedCamera {
 
   void Build();
   void TakeDown();
+  NTSTATUS StartHardware();
   void MakePin();
   NTSTATUS Process();
   void Deliver(CameraContext& camera, std::uint8_t* raw, std::uint32_t rawBytes);

@@ -53,8 +53,7 @@ TEST(FailedStart, WithoutMemoryLeavesAFilterThatTellsSo) {
       const NTSTATUS open = StatusOf([&] {
         const Camera camera = Camera::Open(installed.TopDevice());
         level = StatusOf([&] {
-          (void)camera.GetLevel(PROPSETID_VIDCAP_VIDEOPROCAMP,
-                                KSPROPERTY_VIDEOPROCAMP_BRIGHTNESS);
+          (void)camera.GetLevel(PROPSETID_VIDCAP_VIDEOPROCAMP, KSPROPERTY_VIDEOPROCAMP_BRIGHTNESS);
         });
       });
       EXPECT_THAT(open, AnyOf(STATUS_SUCCESS, STATUS_OBJECT_NAME_NOT_FOUND)) << number;

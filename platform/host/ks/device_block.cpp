@@ -16,7 +16,8 @@ NTSTATUS NTAPI WakeSender(PDEVICE_OBJECT, PIRP, PVOID event) {
 }  // namespace
 
 NTSTATUS InitializeDeviceBlock(DeviceBlock& device) {
-  InitializeMutex(device.Mutex);
+  InitializeClassMutex(device.Device);
+  InitializeClassRecord(device.Record);
   KeInitializeEvent(&device.RequestsEnded, NotificationEvent, FALSE);
   InitializeListHead(&device.Factories);
   InitializeListHead(&device.Pins);
@@ -37,7 +38,7 @@ void CleanUpDeviceBlock(DeviceBlock& device) {
 
 ObjectBag* CreateObjectBag(DeviceBlock& device) {
   PVOID const memory = ExAllocatePoolWithTag(NonPagedPool, sizeof(ObjectBag), kStreamingPoolTag);
-  return memory != nullptr ? ::new (memory) ObjectBag(device.Mutex) : nullptr;
+  return memory != nullptr ? ::new (memory) ObjectBag(device.Device.Mutex) : nullptr;
 }
 
 void DestroyObjectBag(ObjectBag* bag) {
@@ -108,11 +109,11 @@ NTSTATUS CompleteRequest(PIRP irp, NTSTATUS status) {
 using namespace lidcam::host;
 
 void NTAPI KsAcquireDevice(PKSDEVICE device) {
-  AcquireMutex(*static_cast<DeviceBlock*>(device));
+  AcquireDeviceFor(*static_cast<DeviceBlock*>(device), ClassCall::None);
 }
 
 void NTAPI KsReleaseDevice(PKSDEVICE device) {
-  ReleaseMutex(*static_cast<DeviceBlock*>(device));
+  ReleaseDeviceOf(*static_cast<DeviceBlock*>(device));
 }
 
 PKSDEVICE NTAPI KsGetDevice(PVOID object) {

@@ -18,11 +18,12 @@ inline DeviceBlock& BlockOf(PDEVICE_OBJECT functionalDevice) {
   return **static_cast<DeviceBlock**>(functionalDevice->DeviceExtension);
 }
 
+// The class's own short holds, during which it calls no driver.
 inline void AcquireMutex(DeviceBlock& device) {
-  AcquireMutex(device.Mutex);
+  AcquireMutex(device.Device.Mutex);
 }
 inline void ReleaseMutex(DeviceBlock& device) {
-  ReleaseMutex(device.Mutex);
+  ReleaseMutex(device.Device.Mutex);
 }
 
 /// The device entries of the driver; those it doesn't have are null.

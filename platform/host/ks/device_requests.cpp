@@ -15,11 +15,21 @@ NTSTATUS ForwardWith(DeviceBlock& device, PIRP irp, NTSTATUS status) {
   return Forward(device, irp);
 }
 
-NTSTATUS AskDriver(DeviceBlock& device, PIRP irp, PFNKSDEVICEIRP entry) {
-  return entry != nullptr ? entry(&device, irp) : STATUS_SUCCESS;
+NTSTATUS AskDriver(DeviceBlock& device, PIRP irp, PFNKSDEVICEIRP entry, ClassCall which) {
+  if (entry == nullptr) return STATUS_SUCCESS;
+  const DeviceCall call(device, which);
+  return entry(&device, irp);
 }
 
-void TellDriver(DeviceBlock& device, PIRP irp, PFNKSDEVICEIRPVOID entry) {
+void TellDriver(DeviceBlock& device, PIRP irp, PFNKSDEVICEIRPVOID entry, ClassCall which) {
+  if (entry == nullptr) return;
+  const DeviceCall call(device, which);
+  entry(&device, irp);
+}
+
+// The manual names no mutex for removals, and a driver that waits in one for what waits for the mutex
+// would never return.
+void TellOfRemoval(DeviceBlock& device, PIRP irp, PFNKSDEVICEIRPVOID entry) {
   if (entry != nullptr) entry(&device, irp);
 }
 
@@ -27,6 +37,7 @@ NTSTATUS StartDriver(DeviceBlock& device, PIRP irp) {
   const PFNKSDEVICEPNPSTART start = EntriesOf(device).Start;
   if (start == nullptr) return STATUS_SUCCESS;
   const auto& resources = IoGetCurrentIrpStackLocation(irp)->Parameters.StartDevice;
+  const DeviceCall call(device, ClassCall::Start);
   return start(&device, irp, resources.AllocatedResourcesTranslated, resources.AllocatedResources);
 }
 
@@ -38,7 +49,9 @@ NTSTATUS StartDriverToEnd(DeviceBlock& device, PIRP irp) {
   device.Started = TRUE;
   EnableFactories(device, TRUE);
   const PFNKSDEVICE postStart = EntriesOf(device).PostStart;
-  if (postStart != nullptr) postStart(&device);
+  if (postStart == nullptr) return STATUS_SUCCESS;
+  const DeviceCall call(device, ClassCall::PostStart);
+  postStart(&device);
   return STATUS_SUCCESS;
 }
 
@@ -53,38 +66,38 @@ NTSTATUS Start(DeviceBlock& device, PIRP irp) {
   return CompleteRequest(irp, status);
 }
 
-NTSTATUS AskAndForward(DeviceBlock& device, PIRP irp, PFNKSDEVICEIRP entry) {
-  const NTSTATUS status = AskDriver(device, irp, entry);
+NTSTATUS AskAndForward(DeviceBlock& device, PIRP irp, PFNKSDEVICEIRP entry, ClassCall which) {
+  const NTSTATUS status = AskDriver(device, irp, entry, which);
   if (!NT_SUCCESS(status)) return CompleteRequest(irp, status);
   return ForwardWith(device, irp, STATUS_SUCCESS);
 }
 
 NTSTATUS QueryStop(DeviceBlock& device, PIRP irp) {
-  return AskAndForward(device, irp, EntriesOf(device).QueryStop);
+  return AskAndForward(device, irp, EntriesOf(device).QueryStop, ClassCall::Stop);
 }
 
 NTSTATUS QueryRemove(DeviceBlock& device, PIRP irp) {
-  return AskAndForward(device, irp, EntriesOf(device).QueryRemove);
+  return AskAndForward(device, irp, EntriesOf(device).QueryRemove, ClassCall::RemoveQuery);
 }
 
 /// The driver goes on only when those below do.
-NTSTATUS ForwardAndTell(DeviceBlock& device, PIRP irp, PFNKSDEVICEIRPVOID entry) {
+NTSTATUS ForwardAndTell(DeviceBlock& device, PIRP irp, PFNKSDEVICEIRPVOID entry, ClassCall which) {
   irp->IoStatus.Status = STATUS_SUCCESS;
   const NTSTATUS status = ForwardAndWait(device, irp);
-  TellDriver(device, irp, entry);
+  TellDriver(device, irp, entry, which);
   return CompleteRequest(irp, status);
 }
 
 NTSTATUS CancelStop(DeviceBlock& device, PIRP irp) {
-  return ForwardAndTell(device, irp, EntriesOf(device).CancelStop);
+  return ForwardAndTell(device, irp, EntriesOf(device).CancelStop, ClassCall::Stop);
 }
 
 NTSTATUS CancelRemove(DeviceBlock& device, PIRP irp) {
-  return ForwardAndTell(device, irp, EntriesOf(device).CancelRemove);
+  return ForwardAndTell(device, irp, EntriesOf(device).CancelRemove, ClassCall::RemoveQuery);
 }
 
 NTSTATUS Stop(DeviceBlock& device, PIRP irp) {
-  TellDriver(device, irp, EntriesOf(device).Stop);
+  TellDriver(device, irp, EntriesOf(device).Stop, ClassCall::Stop);
   device.Started = FALSE;
   EnableFactories(device, FALSE);
   DropFactories(device, FactoriesDropped::OfAStoppedDevice);
@@ -101,7 +114,7 @@ void RefuseOpenings(DeviceBlock& device) {
 NTSTATUS SurpriseRemoval(DeviceBlock& device, PIRP irp) {
   RefuseOpenings(device);
   EnableFactories(device, FALSE);
-  TellDriver(device, irp, EntriesOf(device).SurpriseRemoval);
+  TellOfRemoval(device, irp, EntriesOf(device).SurpriseRemoval);
   ReturnFramesOfAllPins(device);
   return ForwardWith(device, irp, STATUS_SUCCESS);
 }
@@ -110,7 +123,7 @@ NTSTATUS SurpriseRemoval(DeviceBlock& device, PIRP irp) {
 /// takes them along.
 NTSTATUS Remove(DeviceBlock& device, PIRP irp) {
   RefuseOpenings(device);
-  TellDriver(device, irp, EntriesOf(device).Remove);
+  TellOfRemoval(device, irp, EntriesOf(device).Remove);
   InterlockedExchange(&device.IsRemoved, 1);
   WaitForRequests(device);
   ReturnFramesOfAllPins(device);

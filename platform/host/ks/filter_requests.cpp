@@ -8,14 +8,6 @@
 namespace lidcam::host {
 namespace {
 
-void AcquireControl(FilterBlock& filter) {
-  AcquireMutex(filter.Control);
-}
-
-void ReleaseControl(FilterBlock& filter) {
-  ReleaseMutex(filter.Control);
-}
-
 FilterBlock& BlockOfFilter(PKSFILTER filter) {
   return *CONTAINING_RECORD(filter, FilterBlock, Filter);
 }
@@ -31,7 +23,7 @@ FilterBlock* NewFilter(FilterFactoryBlock& factory, PFILE_OBJECT file) {
   }
   filter->Head = {KsObjectKind::Filter, &device};
   filter->Filter = {factory.Factory.FilterDescriptor, filter->Items, nullptr};
-  InitializeMutex(filter->Control);
+  InitializeClassMutex(filter->Control);
   InitializeListHead(&filter->PinFactories);
   filter->Factory = &factory;
   filter->File = file;
@@ -100,6 +92,7 @@ NTSTATUS CreateFilter(DeviceBlock& device, PIRP irp, const UNICODE_STRING& refer
   file->FsContext = &filter->Head;
   const KSFILTER_DISPATCH* const entries = EntriesOf(*filter);
   if (entries != nullptr && entries->Create != nullptr) {
+    const ControlCall control(*filter, ClassCall::FilterCreate);
     status = entries->Create(&filter->Filter, irp);
   }
   if (!NT_SUCCESS(status)) {
@@ -111,7 +104,10 @@ NTSTATUS CreateFilter(DeviceBlock& device, PIRP irp, const UNICODE_STRING& refer
 
 void CloseFilter(FilterBlock& filter, PIRP irp) {
   const KSFILTER_DISPATCH* const entries = EntriesOf(filter);
-  if (entries != nullptr && entries->Close != nullptr) entries->Close(&filter.Filter, irp);
+  if (entries != nullptr && entries->Close != nullptr) {
+    const ControlCall control(filter, ClassCall::FilterClose);
+    entries->Close(&filter.Filter, irp);
+  }
   filter.File = nullptr;
   ReleaseFilter(filter);
 }
@@ -121,13 +117,14 @@ NTSTATUS DispatchFilterControl(FilterBlock& filter, PIRP irp) {
   const KSAUTOMATION_TABLE* const tables[] = {filter.Filter.Descriptor->AutomationTable,
                                               &kFilterTable, &kFilterPinTable};
   NTSTATUS status = STATUS_INVALID_DEVICE_REQUEST;
-  AcquireControl(filter);
-  if (code == IOCTL_KS_PROPERTY) {
-    status = AnswerProperty(irp, tables, 3);
-  } else if (code == IOCTL_KS_ENABLE_EVENT) {
-    status = AnswerEnableEvent(irp, tables, 3);
+  {
+    const ControlCall control(filter, ClassCall::FilterRequest);
+    if (code == IOCTL_KS_PROPERTY) {
+      status = AnswerProperty(irp, tables, 3);
+    } else if (code == IOCTL_KS_ENABLE_EVENT) {
+      status = AnswerEnableEvent(irp, tables, 3);
+    }
   }
-  ReleaseControl(filter);
   return CompleteRequest(irp, status);
 }
 
@@ -137,12 +134,13 @@ using namespace lidcam::host;
 
 void NTAPI KsAcquireControl(PVOID object) {
   FilterBlock* const filter = FilterOfObject(HeadOf(object));
-  if (filter != nullptr) AcquireControl(*filter);
+  if (filter == nullptr) return;
+  AcquireControlFor(*filter->Head.Device, filter->Control, ClassCall::None);
 }
 
 void NTAPI KsReleaseControl(PVOID object) {
   FilterBlock* const filter = FilterOfObject(HeadOf(object));
-  if (filter != nullptr) ReleaseControl(*filter);
+  if (filter != nullptr) ReleaseControlOf(*filter->Head.Device, filter->Control);
 }
 
 NTSTATUS NTAPI KsFilterCreatePinFactory(PKSFILTER filter, const KSPIN_DESCRIPTOR_EX* descriptor,

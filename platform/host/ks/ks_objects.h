@@ -5,6 +5,7 @@
 // The class is kernel code: no exceptions, no run-time library, memory from the pool only, and no
 // kernel interface but those of platform/kernel.h, so that it can be built as an image of its own.
 
+#include "platform/host/ks/class_rules.h"
 #include "platform/host/ks/object_bag.h"
 #include "platform/kernel.h"
 
@@ -27,10 +28,11 @@ inline ObjectHead& HeadOf(PVOID publishedObject) {
 
 /// The device. The extension of its functional device object begins with its address.
 struct DeviceBlock : KSDEVICE {
-  KMUTEX Mutex;  ///< of KsAcquireDevice(), and of all object bags
+  ClassMutex Device;   ///< of KsAcquireDevice(), and of all object bags
+  ClassRecord Record;  ///< what the driver did with the class's mutexes
   ObjectBag* Items;
-  LIST_ENTRY Factories;      ///< of FilterFactoryBlock, the oldest first; under Mutex
-  LIST_ENTRY Pins;           ///< all open ones, linked by pin_requests.cpp; under Mutex
+  LIST_ENTRY Factories;      ///< of FilterFactoryBlock, the oldest first; under Device
+  LIST_ENTRY Pins;           ///< all open ones, linked by pin_requests.cpp; under Device
   volatile LONG Users;       ///< the stack it stands in, open files, and requests being worked on
   volatile LONG Requests;    ///< that are being worked on, and one until the device is removed
   KEVENT RequestsEnded;      ///< Requests has come to 0
@@ -47,8 +49,8 @@ struct FilterFactoryBlock {
   UNICODE_STRING ReferenceString;  ///< in the pool
   ULONG CreateItemFlags;
   BOOLEAN IsEnabled;  ///< applications are told of it: the device is started
-  BOOLEAN IsDropped;  ///< goes with the last filter that it gave, and gives none; under Mutex
-  LONG OpenFilters;   ///< under Mutex
+  BOOLEAN IsDropped;  ///< goes with the last filter that it gave, and gives none; under Device
+  LONG OpenFilters;   ///< under Device
 };
 
 /// A kind of pin that a filter can have, with the descriptor copied.
@@ -63,12 +65,26 @@ struct FilterBlock {
   ObjectHead Head;
   KSFILTER Filter;
   ObjectBag* Items;
-  KMUTEX Control;  ///< of KsAcquireControl(), and held while the driver changes a pin
+  ClassMutex Control;  ///< of KsAcquireControl(), and held while the driver makes or changes a pin
   FilterFactoryBlock* Factory;
   LIST_ENTRY PinFactories;  ///< of PinFactoryBlock, by id; under Control
   ULONG PinFactoriesCount;
   PFILE_OBJECT File;
   volatile LONG References;  ///< its file and its pins
+};
+
+/// Keeps a filter's control mutex around calls of the driver's.
+class ControlCall {
+ public:
+  ControlCall(FilterBlock& filter, ClassCall call) : filter_(filter) {
+    AcquireControlFor(*filter_.Head.Device, filter_.Control, call);
+  }
+  ControlCall(const ControlCall&) = delete;
+  ControlCall& operator=(const ControlCall&) = delete;
+  ~ControlCall() { ReleaseControlOf(*filter_.Head.Device, filter_.Control); }
+
+ private:
+  FilterBlock& filter_;
 };
 
 // ---- filter_requests.cpp, device_requests.cpp and automation.cpp

@@ -3,6 +3,7 @@
 #include <new>
 
 #include "platform/host/ks/data_format.h"
+#include "platform/host/ks/device_block.h"
 #include "platform/host/ks/pin_block.h"
 #include "platform/host/ks/pin_state.h"
 
@@ -78,15 +79,15 @@ NTSTATUS LetDriverCreate(PinBlock& pin, PIRP irp) {
 
 // The device's list is how its removal finds the pins.
 void LinkToDevice(PinBlock& pin) {
-  KsAcquireDevice(pin.Device);
+  AcquireMutex(*pin.Device);
   InsertTailList(&pin.Device->Pins, &pin.InDevice.Entry);
-  KsReleaseDevice(pin.Device);
+  ReleaseMutex(*pin.Device);
 }
 
 void UnlinkFromDevice(PinBlock& pin) {
-  KsAcquireDevice(pin.Device);
+  AcquireMutex(*pin.Device);
   RemoveEntryList(&pin.InDevice.Entry);
-  KsReleaseDevice(pin.Device);
+  ReleaseMutex(*pin.Device);
 }
 
 void FreePin(PinBlock& pin) {
@@ -124,7 +125,7 @@ NTSTATUS MakePin(FilterBlock& filter, PinFactoryBlock& factory, PIRP irp,
 PinBlock::PinBlock(DeviceBlock& device)
     : ObjectHead{KsObjectKind::Pin, &device},
       KSPIN{},
-      Items(device.Mutex),
+      Items(device.Device.Mutex),
       Frames(this),
       Worker(*this) {
   Bag = &Items;
@@ -154,7 +155,7 @@ NTSTATUS ChooseRange(PinBlock& pin, PKSDATAFORMAT oldFormat) {
 NTSTATUS CreatePin(FilterBlock& filter, PIRP irp, const KSPIN_CONNECT& connect,
                    ULONG connectBytes) {
   if (connectBytes < sizeof(KSPIN_CONNECT)) return STATUS_INVALID_BUFFER_SIZE;
-  KsAcquireControl(&filter.Filter);
+  const ControlCall control(filter, ClassCall::PinCreate);
   PinFactoryBlock* const factory = FindPinFactory(filter, connect.PinId);
   NTSTATUS status = STATUS_INVALID_PARAMETER;
   if (factory != nullptr) {
@@ -163,29 +164,28 @@ NTSTATUS CreatePin(FilterBlock& filter, PIRP irp, const KSPIN_CONNECT& connect,
     if (NT_SUCCESS(status)) status = MakePin(filter, *factory, irp, connect);
   }
   if (NT_SUCCESS(status)) ReferenceFilter(filter);
-  KsReleaseControl(&filter.Filter);
   return status;
 }
 
 void CleanUpPin(ObjectHead& head) {
   PinBlock& pin = PinOf(head);
-  KsAcquireControl(&pin.Filter->Filter);
+  const ControlCall control(*pin.Filter, ClassCall::PinClose);
   StopPin(pin);
-  KsReleaseControl(&pin.Filter->Filter);
 }
 
 void ClosePin(ObjectHead& head, PIRP irp) {
   PinBlock& pin = PinOf(head);
   FilterBlock& filter = *pin.Filter;
   UnlinkFromDevice(pin);
-  KsAcquireControl(&filter.Filter);
-  StopPin(pin);
-  const KSPIN_DISPATCH* const dispatch = DispatchOf(pin);
-  if (dispatch != nullptr && dispatch->Close != nullptr) dispatch->Close(&pin, irp);
-  --pin.Factory->CurrentPins;
-  pin.File->FsContext = nullptr;
-  FreePin(pin);
-  KsReleaseControl(&filter.Filter);
+  {
+    const ControlCall control(filter, ClassCall::PinClose);
+    StopPin(pin);
+    const KSPIN_DISPATCH* const dispatch = DispatchOf(pin);
+    if (dispatch != nullptr && dispatch->Close != nullptr) dispatch->Close(&pin, irp);
+    --pin.Factory->CurrentPins;
+    pin.File->FsContext = nullptr;
+    FreePin(pin);
+  }
   ReleaseFilter(filter);
 }
 

@@ -1,5 +1,6 @@
 // What applications ask of a pin that they have opened.
 
+#include "platform/host/ks/device_block.h"
 #include "platform/host/ks/pin_block.h"
 #include "platform/host/ks/pin_properties.h"
 #include "platform/host/ks/pin_state.h"
@@ -69,19 +70,21 @@ NTSTATUS Answer(PinBlock& pin, PIRP irp) {
 NTSTATUS DispatchPinControl(ObjectHead& head, PIRP irp) {
   PinBlock& pin = PinOf(head);
   irp->IoStatus.Information = 0;
-  KsAcquireControl(&pin.Filter->Filter);
-  const NTSTATUS status = Answer(pin, irp);
-  KsReleaseControl(&pin.Filter->Filter);
+  NTSTATUS status = STATUS_SUCCESS;
+  {
+    const ControlCall control(*pin.Filter, ClassCall::PinRequest);
+    status = Answer(pin, irp);
+  }
   // A pending request is the queue's, or gone already.
   return status == STATUS_PENDING ? status : CompleteRequest(irp, status);
 }
 
 void ReturnFramesOfAllPins(DeviceBlock& device) {
-  KsAcquireDevice(&device);
+  AcquireMutex(device);
   for (LIST_ENTRY* link = device.Pins.Flink; link != &device.Pins; link = link->Flink) {
     CONTAINING_RECORD(link, PinLink, Entry)->Pin->Frames.HandBack(false);
   }
-  KsReleaseDevice(&device);
+  ReleaseMutex(device);
 }
 
 }  // namespace lidcam::host

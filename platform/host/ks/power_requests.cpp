@@ -8,6 +8,7 @@ namespace {
 
 void SetPower(DeviceBlock& device, PIRP irp, DEVICE_POWER_STATE to, DEVICE_POWER_STATE from) {
   const PFNKSDEVICESETPOWER setPower = EntriesOf(device).SetPower;
+  const DeviceCall call(device, ClassCall::SetPower);
   if (setPower != nullptr) setPower(&device, irp, to, from);
   static_cast<KSDEVICE&>(device).DevicePowerState = to;
 }
@@ -40,10 +41,12 @@ NTSTATUS QueryPower(DeviceBlock& device, PIRP irp) {
   } else {
     systemTo = power.State.SystemState;
   }
-  const NTSTATUS status = query == nullptr
-                              ? STATUS_SUCCESS
-                              : query(&device, irp, deviceTo, device.DevicePowerState, systemTo,
-                                      device.SystemPowerState, power.ShutdownType);
+  NTSTATUS status = STATUS_SUCCESS;
+  if (query != nullptr) {
+    const DeviceCall call(device, ClassCall::QueryPower);
+    status = query(&device, irp, deviceTo, device.DevicePowerState, systemTo,
+                   device.SystemPowerState, power.ShutdownType);
+  }
   if (!NT_SUCCESS(status)) return CompleteRequest(irp, status);
   irp->IoStatus.Status = STATUS_SUCCESS;
   return Forward(device, irp);

@@ -19,7 +19,7 @@ class StreamingDevice : public DeviceBlock {
   ~StreamingDevice() noexcept(false);
 
   /// The mutex of KsAcquireDevice().
-  [[nodiscard]] KMUTEX& Mutex() { return DeviceBlock::Mutex; }
+  [[nodiscard]] KMUTEX& Mutex() { return Device.Mutex; }
 
  private:
   void TakeOffTheStack();

@@ -288,34 +288,6 @@ TEST(KsDevice, PassesSystemControlOn) {
   });
 }
 
-TEST(KsDevice, HoldsNoMutexWhenItsDriverIsAsked) {
-  Simulate({}, [] {
-    ClassWorld world;
-    const auto expectFree = [](PKSDEVICE device) {
-      bool wasTaken = false;
-      TestThread other([&] {
-        KsAcquireDevice(device);
-        wasTaken = true;
-        KsReleaseDevice(device);
-      });
-      other.Join();
-      EXPECT_TRUE(wasTaken);
-      return STATUS_SUCCESS;
-    };
-    world.Script.Add = expectFree;
-    world.Script.Start = expectFree;
-    world.Script.PostStart = expectFree;
-    world.Script.Remove = expectFree;
-    world.Script.SurpriseRemoval = expectFree;
-    world.Script.SetPower = expectFree;
-    world.Add();
-    world.PlugAndPlay(IRP_MN_START_DEVICE);
-    world.SetPower(PowerDeviceD3);
-    world.PlugAndPlay(IRP_MN_SURPRISE_REMOVAL);
-    world.Remove();
-  });
-}
-
 TEST(KsPower, GoesDownDriverFirstAndUpDeviceBelowFirst) {
   UnderManySeeds([] {
     ClassWorld world;

@@ -114,7 +114,8 @@ TEST(PinState, DriverSeesTheOldStateAndHoldsTheControlDuringAStep) {
     bool isControlHeld = true;
     world.Driver.OnStep = [&](KSSTATE, KSSTATE) {
       seen.push_back(world.Pin().DeviceState);
-      isControlHeld = isControlHeld && world.Filter.Control.OwnerThread == KeGetCurrentThread();
+      isControlHeld =
+          isControlHeld && world.Filter.Control.Mutex.OwnerThread == KeGetCurrentThread();
       EXPECT_NE(world.Device->Mutex().OwnerThread, KeGetCurrentThread());
       return STATUS_SUCCESS;
     };

@@ -100,7 +100,7 @@ class PinWorld {
     physical_->Flags &= ~DO_DEVICE_INITIALIZING;
     Device = std::make_unique<StreamingDevice>(&driverObject_, physical_);
     Filter.Head = {KsObjectKind::Filter, Device.get()};
-    KeInitializeMutex(&Filter.Control, 0);
+    InitializeClassMutex(Filter.Control);
     InitializeListHead(&Filter.PinFactories);
     Filter.References = 1;
     FilterFile.FsContext = &Filter.Head;
