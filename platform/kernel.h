@@ -52,6 +52,13 @@ inline NTSTATUS KeRestoreFloatingPointState(PKFLOATING_SAVE) {
 }
 #endif
 
+// The host's verifier looks at the order of holds and locks; here nothing does.
+namespace lidcam {
+inline void NoteHoldTaken(const void*) {}
+inline void NoteHoldReleased(const void*) {}
+inline void NoteHoldsAwaited(const void*) {}
+}  // namespace lidcam
+
 /// A wide string literal of the platform's character type.
 #define KERNEL_TEXT(text) L##text
 
@@ -64,6 +71,7 @@ inline NTSTATUS KeRestoreFloatingPointState(PKFLOATING_SAVE) {
 #include "platform/host/ks/ks_stream_declarations.h"
 #include "platform/host/nt/nt_declarations.h"
 #include "platform/host/nt/pnp_declarations.h"
+#include "platform/host/nt/verifier_declarations.h"
 #include "platform/host/usbd/usb_declarations.h"
 
 /// A wide string literal of the platform's character type: 16 bits, whatever wchar_t is here.

@@ -28,19 +28,24 @@ bool RequestGate::Enter() {
   LONG seen = Read(state_);
   while ((seen & kClosed) == 0) {
     const LONG before = InterlockedCompareExchange(&state_, seen + 1, seen);
-    if (before == seen) return true;
+    if (before == seen) {
+      NoteHoldTaken(this);
+      return true;
+    }
     seen = before;
   }
   return false;
 }
 
 void RequestGate::Leave() {
+  NoteHoldReleased(this);
   if (InterlockedDecrement(&state_) == kClosed) KeSetEvent(&empty_, IO_NO_INCREMENT, FALSE);
 }
 
 // Nobody comes in once the gate is closed, so that the last one leaves once: exactly then is there
 // something to wait for.
 void RequestGate::Close() {
+  NoteHoldsAwaited(this);
   if (Add(state_, kClosed) == 0) return;
   KeWaitForSingleObject(&empty_, Executive, KernelMode, FALSE, nullptr);
 }

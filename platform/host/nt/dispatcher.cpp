@@ -34,6 +34,7 @@ void Take(DISPATCHER_HEADER& header, Thread& taker) {
       break;
     case kSemaphoreType:
       --header.SignalState;
+      if (IsLock(header)) taker.Held.push_back(&header);
       break;
     case kMutexType:
       TakeMutex(reinterpret_cast<KMUTEX&>(header), taker);
@@ -135,7 +136,9 @@ void CheckWaited(const CallRule& rule, Thread& self, std::span<const PVOID> obje
   for (const PVOID object : objects) {
     const ObjectKind kind = ExpectDispatcherObject(rule.Name, object);
     const bool isHeld = std::ranges::find(self.Held, object) != self.Held.end();
-    if (mayBlock && kind == ObjectKind::Mutex && !isHeld) NoteLockOrder(rule.Name, self, object);
+    const bool isLock =
+        kind == ObjectKind::Mutex || IsLock(*static_cast<const DISPATCHER_HEADER*>(object));
+    if (mayBlock && isLock && !isHeld) NoteLockOrder(rule.Name, self, object);
   }
 }
 

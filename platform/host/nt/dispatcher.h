@@ -44,6 +44,15 @@ struct Wait {
 /// Fills the header of a fresh object.
 void InitializeHeader(DISPATCHER_HEADER& header, UCHAR type, std::size_t size, LONG state);
 
+/// A semaphore that is made with a count and a limit of 1 is used as a lock: its order with others counts,
+/// and the thread that takes it gives it back.
+inline void MarkAsLock(KSEMAPHORE& semaphore, bool isLock) {
+  semaphore.Header.Absolute = isLock ? 1 : 0;
+}
+inline bool IsLock(const DISPATCHER_HEADER& header) {
+  return header.Type == kSemaphoreType && header.Absolute != 0;
+}
+
 /// Hands the object's signal to those that wait for it, first come first served, as long as there
 /// is any. Under the world's lock.
 void WakeWaiters(DISPATCHER_HEADER& header);

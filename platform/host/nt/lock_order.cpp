@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "platform/host/nt/verifier.h"
+#include "platform/host/nt/verifier_declarations.h"
 
 namespace lidcam::host {
 namespace {
@@ -45,10 +46,17 @@ Lock FindInversion(const Thread& self, Lock lock) {
   Orders& orders = TheOrders();
   const std::lock_guard guard(orders.Mutex);
   for (const void* const held : self.Held) {
+    if (held == lock) return lock;  // a rundown that waits for its own thread's hold
     if (LeadsTo(orders, lock, static_cast<Lock>(held))) return static_cast<Lock>(held);
     orders.Next[static_cast<Lock>(held)].insert(lock);
   }
   return nullptr;
+}
+
+// One hold of several: the others stay.
+void ReleaseHold(Thread& self, const void* rundown) {
+  const auto held = std::find(self.Held.rbegin(), self.Held.rend(), rundown);
+  if (held != self.Held.rend()) self.Held.erase(std::next(held).base());
 }
 
 }  // namespace
@@ -77,3 +85,20 @@ void ForgetLockOrders(const void* memory, std::size_t size) {
 }
 
 }  // namespace lidcam::host
+
+namespace lidcam {
+
+// Taking a hold never waits: no order follows from what is held by then.
+void NoteHoldTaken(const void* rundown) {
+  host::CurrentThread().Held.push_back(rundown);
+}
+
+void NoteHoldReleased(const void* rundown) {
+  host::ReleaseHold(host::CurrentThread(), rundown);
+}
+
+void NoteHoldsAwaited(const void* rundown) {
+  host::NoteLockOrder("rundown", host::CurrentThread(), rundown);
+}
+
+}  // namespace lidcam

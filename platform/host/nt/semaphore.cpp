@@ -1,6 +1,8 @@
 #include <string>
+#include <vector>
 
 #include "platform/host/nt/dispatcher.h"
+#include "platform/host/nt/lock_order.h"
 #include "platform/host/nt/object_registry.h"
 #include "platform/host/nt/verifier.h"
 
@@ -15,6 +17,8 @@ void KeInitializeSemaphore(PRKSEMAPHORE semaphore, LONG count, LONG limit) {
   }
   InitializeHeader(semaphore->Header, kSemaphoreType, sizeof(KSEMAPHORE), count);
   semaphore->Limit = limit;
+  MarkAsLock(*semaphore, count == 1 && limit == 1);
+  ForgetLockOrder(semaphore);
   RegisterObject(rule.Name, ObjectKind::Semaphore, semaphore, sizeof(*semaphore));
 }
 
@@ -31,6 +35,7 @@ LONG KeReleaseSemaphore(PRKSEMAPHORE semaphore, KPRIORITY, LONG adjustment, BOOL
                                    std::to_string(adjustment) + " over its limit");
   }
   semaphore->Header.SignalState += adjustment;
+  if (IsLock(semaphore->Header)) std::erase(self.Held, semaphore);
   WakeWaiters(semaphore->Header);
   return before;
 }

@@ -1,5 +1,6 @@
 #include "driver/avstream/request_gate.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "tests/platform/simulation_support.h"
@@ -43,6 +44,49 @@ TEST(RequestGate, ClosingWaitsForTheLastOneInside) {
     closer.Join();
     EXPECT_EQ(closedAt, 7 * kMillisecond);
   });
+}
+
+// A start closes the gate under the device's mutex. Whoever enters it and then takes the mutex may meet
+// that start, and none of the two goes on.
+TEST(RequestGate, ALockThatIsTakenInsideAndHeldWhileClosingIsAViolation) {
+  const std::string violation = host::ViolationOf([] {
+    RequestGate gate;
+    KMUTEX mutex{};
+    KeInitializeMutex(&mutex, 0);
+    {
+      const GateHold hold(gate);
+      host::WaitForever(&mutex);
+      KeReleaseMutex(&mutex, FALSE);
+    }
+    host::WaitForever(&mutex);
+    gate.Close();
+  });
+  EXPECT_THAT(violation, testing::StartsWith("rundown: "));
+  EXPECT_THAT(violation, testing::HasSubstr("the other way round"));
+}
+
+TEST(RequestGate, TheLockFirstOnBothSidesIsInOrder) {
+  host::Simulate({}, [] {
+    RequestGate gate;
+    KMUTEX mutex{};
+    KeInitializeMutex(&mutex, 0);
+    for (int i = 0; i < 2; ++i) {
+      host::WaitForever(&mutex);
+      { const GateHold hold(gate); }
+      gate.Close();
+      gate.Open();
+      KeReleaseMutex(&mutex, FALSE);
+    }
+  });
+}
+
+TEST(RequestGate, ClosingFromWithinIsAViolation) {
+  EXPECT_THAT(host::ViolationOf([] {
+                RequestGate gate;
+                const GateHold hold(gate);
+                gate.Close();
+              }),
+              testing::StartsWith("rundown: "));
 }
 
 TEST(RequestGate, AHoldThatWasNotLetInLeavesNothing) {
