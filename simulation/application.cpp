@@ -111,10 +111,12 @@ void Application::Sleep(LONGLONG longest) {
 // ---- Opening and closing.
 
 void Application::OpenCamera() {
-  constexpr const char16_t* kWrong[] = {u"\\", u"GLOBAL", u"\\GLOBA", u"\\GLOBALS", u"\\{"};
+  constexpr const char16_t* kWrong[] = {u"\\", u"{86D5B265-6B04-4838-ADAE-9718707A7BDC}",
+                                        u"\\{86D5B265-6B04-4838-ADAE-9718707A7BD}",
+                                        u"\\{86D5B265-6B04-4838-ADAE-9718707A7BDC}S", u"\\{"};
   const bool isWrong = chance_.OneIn(8);
   const std::u16string name =
-      isWrong ? chance_.OneOf(kWrong) : (chance_.OneIn(3) ? u"" : u"\\GLOBAL");
+      isWrong ? chance_.OneOf(kWrong) : (chance_.OneIn(3) ? u"" : client::kFilterName);
   const NTSTATUS status = Do("open the camera", [&] {
     camera_.emplace(Camera::Open(clients_.TopDevice(), name));
     return STATUS_SUCCESS;

@@ -143,7 +143,7 @@ TEST(SimulationChecks, FileThatAClientLeavesOpenIsFound) {
         clients.PlugIn({});
         clients.Start();
         std::unique_ptr<host::DeviceFile> file;
-        static_cast<void>(host::DeviceFile::Open(clients.TopDevice(), u"\\GLOBAL", nullptr, file));
+        static_cast<void>(host::DeviceFile::Open(clients.TopDevice(), u"", nullptr, file));
         // Something still points to it, so that nobody but the world's end complains.
         static const host::DeviceFile* leftOpen = nullptr;
         leftOpen = file.release();

@@ -79,7 +79,7 @@ TEST(InstalledCamera, IsRemovedBehindTheOpeningsThatAreUnderWay) {
             for (int i = 0; i < 4; ++i) {
               std::unique_ptr<host::DeviceFile> file;
               const NTSTATUS status =
-                  host::DeviceFile::Open(installed.TopDevice(), u"\\GLOBAL", nullptr, file);
+                  host::DeviceFile::Open(installed.TopDevice(), client::kFilterName, nullptr, file);
               ++(NT_SUCCESS(status) ? opened : refused);
             }
           });

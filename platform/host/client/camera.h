@@ -11,12 +11,15 @@
 
 namespace lidcam::client {
 
+/// What the paths of the camera's interfaces end in, as its INF has it.
+inline constexpr char16_t kFilterName[] = u"\\{86D5B265-6B04-4838-ADAE-9718707A7BDC}";
+
 /// A camera as a video application opens it: the filter of an installed driver, reached by requests to
 /// its file only. Passive level, one thread at a time; whatever it throws is a ClientError.
 class Camera {
  public:
   /// @param device  any of the camera's device stack
-  [[nodiscard]] static Camera Open(PDEVICE_OBJECT device, const std::u16string& name = u"\\GLOBAL");
+  [[nodiscard]] static Camera Open(PDEVICE_OBJECT device, const std::u16string& name = kFilterName);
 
   [[nodiscard]] std::vector<GUID> Categories() const;
   [[nodiscard]] ULONG PinCount() const;

@@ -7,7 +7,6 @@
 namespace lidcam::host {
 namespace {
 
-constexpr WCHAR kGlobal[] = KERNEL_TEXT("GLOBAL");
 constexpr ULONG kLongestReference = 512;  // bytes
 
 /// Pins come by KsFilterCreatePinFactory() only, and a filter is one piece.
@@ -63,6 +62,22 @@ NTSTATUS Register(DeviceBlock& device, FilterFactoryBlock& factory) {
     InsertTailList(&device.Factories, &factory.Link);
   }
   ReleaseMutex(device);
+  return status;
+}
+
+NTSTATUS CreateFactory(DeviceBlock& device, const KSFILTER_DESCRIPTOR& descriptor,
+                       const UNICODE_STRING& reference, ULONG flags, PKSFILTERFACTORY* factory) {
+  if (reference.Length == 0 || reference.Length > kLongestReference) {
+    return STATUS_OBJECT_NAME_INVALID;
+  }
+  FilterFactoryBlock* const made = NewFactory(device, descriptor, reference, flags);
+  if (made == nullptr) return STATUS_INSUFFICIENT_RESOURCES;
+  const NTSTATUS status = Register(device, *made);
+  if (!NT_SUCCESS(status)) {
+    FreeFactory(made);
+  } else if (factory != nullptr) {
+    *factory = &made->Factory;
+  }
   return status;
 }
 
@@ -138,19 +153,13 @@ NTSTATUS NTAPI KsCreateFilterFactory(PDEVICE_OBJECT device, const KSFILTER_DESCR
   if (descriptor == nullptr) return STATUS_INVALID_PARAMETER;
   const bool hasCallbacks = sleepCallback != nullptr || wakeCallback != nullptr;
   if (hasCallbacks || !IsSupported(*descriptor)) return STATUS_NOT_SUPPORTED;
-  UNICODE_STRING reference{};
-  RtlInitUnicodeString(&reference, referenceString != nullptr ? referenceString : kGlobal);
-  if (reference.Length == 0 || reference.Length > kLongestReference) {
-    return STATUS_OBJECT_NAME_INVALID;
-  }
   DeviceBlock& block = BlockOf(device);
-  FilterFactoryBlock* const made = NewFactory(block, *descriptor, reference, flags);
-  if (made == nullptr) return STATUS_INSUFFICIENT_RESOURCES;
-  const NTSTATUS status = Register(block, *made);
-  if (!NT_SUCCESS(status)) {
-    FreeFactory(made);
-  } else if (factory != nullptr) {
-    *factory = &made->Factory;
+  if (referenceString != nullptr) {
+    UNICODE_STRING reference{};
+    RtlInitUnicodeString(&reference, referenceString);
+    return CreateFactory(block, *descriptor, reference, flags, factory);
   }
-  return status;
+  if (descriptor->ReferenceGuid == nullptr) return STATUS_OBJECT_NAME_INVALID;
+  GuidText reference(*descriptor->ReferenceGuid);
+  return CreateFactory(block, *descriptor, reference.AsString(), flags, factory);
 }

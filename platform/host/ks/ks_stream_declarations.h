@@ -184,8 +184,8 @@ extern "C" {
 NTSTATUS NTAPI KsInitializeDriver(PDRIVER_OBJECT driver, PUNICODE_STRING registryPath,
                                   const KSDEVICE_DESCRIPTOR* descriptor);
 
-/// Makes the device's filters available to applications, under the reference string "GLOBAL" if none
-/// is given. The descriptor is used as long as the factory lives.
+/// Makes the device's filters available to applications. Without a reference string the descriptor's
+/// ReferenceGuid is it, as text in braces. The descriptor is used as long as the factory lives.
 NTSTATUS NTAPI KsCreateFilterFactory(PDEVICE_OBJECT device, const KSFILTER_DESCRIPTOR* descriptor,
                                      PWSTR referenceString, PVOID securityDescriptor, ULONG flags,
                                      PFNKSFILTERFACTORYPOWER sleepCallback,

@@ -146,6 +146,7 @@ constexpr KSAUTOMATION_TABLE TestTable() {
   return table;
 }
 constexpr KSAUTOMATION_TABLE kTable = TestTable();
+constexpr GUID kReference = {0x33333333, 2, 0xABCD, {4, 5, 6, 7, 8, 9, 10, 11}};
 constexpr GUID kCategories[] = {KSCATEGORY_VIDEO, KSCATEGORY_CAPTURE};
 
 constexpr KSFILTER_DESCRIPTOR TestFilterDescriptor() {
@@ -153,6 +154,7 @@ constexpr KSFILTER_DESCRIPTOR TestFilterDescriptor() {
   descriptor.Dispatch = &kFilterDispatch;
   descriptor.AutomationTable = &kTable;
   descriptor.Version = KSFILTER_DESCRIPTOR_VERSION;
+  descriptor.ReferenceGuid = &kReference;
   descriptor.CategoriesCount = 2;
   descriptor.Categories = kCategories;
   return descriptor;

@@ -44,6 +44,8 @@ extern const KSDEVICE_DESCRIPTOR kBareDevice;
 
 /// Two categories, a create and a close entry, and the properties of property_requests_test.cpp.
 extern const KSFILTER_DESCRIPTOR kTestFilter;
+/// What a file of that filter is called, if its factory has no other name.
+inline constexpr char16_t kTestFilterName[] = u"\\{33333333-0002-ABCD-0405-060708090A0B}";
 extern const GUID kTestSet;       ///< of properties
 extern const GUID kTestEventSet;  ///< of events
 

@@ -129,7 +129,7 @@ TEST(KsDevice, KeepsTheFactoriesOfAFailedStartOpenable) {
     EXPECT_EQ(world.Device->Started, FALSE);
     EXPECT_THAT(world.TakeLog(), ElementsAre("add", "below 27.0", "start"));
     TestFile file(world.Top());
-    EXPECT_EQ(file.Open(u"\\GLOBAL"), STATUS_SUCCESS);
+    EXPECT_EQ(file.Open(kTestFilterName), STATUS_SUCCESS);
     file.Close();
   });
 }
@@ -186,11 +186,11 @@ TEST(KsDevice, DropsItsFactoriesAtAStopAndMakesThemAnewAtTheNextStart) {
     EXPECT_THAT(world.TakeLog(), ElementsAre("stop", "below 27.4"));
     EXPECT_EQ(world.Device->Started, FALSE);
     TestFile file(world.Top());
-    EXPECT_EQ(file.Open(u"\\GLOBAL"), STATUS_OBJECT_NAME_NOT_FOUND);
+    EXPECT_EQ(file.Open(kTestFilterName), STATUS_OBJECT_NAME_NOT_FOUND);
     EXPECT_EQ(file.Open(u"\\KEPT"), STATUS_SUCCESS);
     file.Close();
     EXPECT_EQ(world.PlugAndPlay(IRP_MN_START_DEVICE).Status, STATUS_SUCCESS);
-    EXPECT_EQ(file.Open(u"\\GLOBAL"), STATUS_SUCCESS);
+    EXPECT_EQ(file.Open(kTestFilterName), STATUS_SUCCESS);
     file.Close();
   });
 }

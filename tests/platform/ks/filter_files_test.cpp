@@ -23,7 +23,7 @@ NTSTATUS MakeFactory(const ClassWorld& world, const char16_t* name, ULONG flags 
                                const_cast<PWSTR>(name), nullptr, flags, nullptr, nullptr, factory);
 }
 
-TEST(KsFilterFactory, IsNamedGlobalUnlessToldOtherwiseAndOnlyOnce) {
+TEST(KsFilterFactory, IsNamedByTheDescriptorsGuidUnlessToldOtherwiseAndOnlyOnce) {
   Simulate({}, [] {
     ClassWorld world;
     world.Add();
@@ -33,9 +33,24 @@ TEST(KsFilterFactory, IsNamedGlobalUnlessToldOtherwiseAndOnlyOnce) {
     EXPECT_EQ(KsGetDevice(factory), world.Device);
     PVOID const item = ExAllocatePoolWithTag(NonPagedPool, 8, kTestTag);
     EXPECT_EQ(KsAddItemToObjectBag(factory->Bag, item, nullptr), STATUS_SUCCESS);
-    EXPECT_EQ(MakeFactory(world, u"global"), STATUS_OBJECT_NAME_COLLISION);
+    EXPECT_EQ(MakeFactory(world, kTestFilterName + 1), STATUS_OBJECT_NAME_COLLISION);
     EXPECT_EQ(MakeFactory(world, u"OTHER"), STATUS_SUCCESS);
     EXPECT_EQ(MakeFactory(world, u""), STATUS_OBJECT_NAME_INVALID);
+  });
+}
+
+TEST(KsFilterFactory, NeedsAStringOrAGuid) {
+  Simulate({}, [] {
+    ClassWorld world;
+    world.Add();
+    KSFILTER_DESCRIPTOR nameless = kTestFilter;
+    nameless.ReferenceGuid = nullptr;
+    const auto make = [&](const char16_t* name) {
+      return KsCreateFilterFactory(world.Device->FunctionalDeviceObject, &nameless,
+                                   const_cast<PWSTR>(name), nullptr, 0, nullptr, nullptr, nullptr);
+    };
+    EXPECT_EQ(make(nullptr), STATUS_OBJECT_NAME_INVALID);
+    EXPECT_EQ(make(u"OWN"), STATUS_SUCCESS);
   });
 }
 
@@ -90,13 +105,15 @@ struct NameCase {
 TEST(KsFilter, OpensByTheReferenceStringInAnyCaseOrByNone) {
   const NameCase cases[] = {
       {u"", STATUS_SUCCESS},
-      {u"\\GLOBAL", STATUS_SUCCESS},
-      {u"\\global", STATUS_SUCCESS},
+      {u"\\{33333333-0002-ABCD-0405-060708090A0B}", STATUS_SUCCESS},
+      {u"\\{33333333-0002-abcd-0405-060708090a0b}", STATUS_SUCCESS},
       {u"\\", STATUS_OBJECT_NAME_NOT_FOUND},
-      {u"GLOBAL", STATUS_OBJECT_NAME_NOT_FOUND},
-      {u"\\GLOBA", STATUS_OBJECT_NAME_NOT_FOUND},
-      {u"\\GLOBAL\\", STATUS_OBJECT_NAME_NOT_FOUND},
-      {u"\\GLOBAM", STATUS_OBJECT_NAME_NOT_FOUND},
+      {u"\\GLOBAL", STATUS_OBJECT_NAME_NOT_FOUND},
+      {u"{33333333-0002-ABCD-0405-060708090A0B}", STATUS_OBJECT_NAME_NOT_FOUND},
+      {u"\\33333333-0002-ABCD-0405-060708090A0B", STATUS_OBJECT_NAME_NOT_FOUND},
+      {u"\\{33333333-0002-ABCD-0405-060708090A0B", STATUS_OBJECT_NAME_NOT_FOUND},
+      {u"\\{33333333-0002-ABCD-0405-060708090A0B}\\", STATUS_OBJECT_NAME_NOT_FOUND},
+      {u"\\{33333333-0002-ABCD-0405-060708090A0C}", STATUS_OBJECT_NAME_NOT_FOUND},
   };
   Simulate({}, [&] {
     ClassWorld world;
@@ -130,7 +147,7 @@ TEST(KsFilter, IsThereForItsDriverFromCreateToCloseWithABag) {
                                   nullptr);
     };
     TestFile file(world.Top());
-    EXPECT_EQ(file.Open(u"\\GLOBAL"), STATUS_SUCCESS);
+    EXPECT_EQ(file.Open(kTestFilterName), STATUS_SUCCESS);
     EXPECT_EQ(PoolUsageOfTag(kTestTag).Blocks, 1U);
     file.Close();
     EXPECT_EQ(PoolUsageOfTag(kTestTag).Blocks, 0U);
@@ -270,7 +287,7 @@ TEST(KsFilter, IsClosedByItsHandleAfterTheDeviceHasGone) {
     world.Start();
     std::unique_ptr<DeviceFile> file;
     // The name of a device leads to the one that the bus made.
-    EXPECT_EQ(DeviceFile::Open(world.Physical, u"\\global", nullptr, file), STATUS_SUCCESS);
+    EXPECT_EQ(DeviceFile::Open(world.Physical, kTestFilterName, nullptr, file), STATUS_SUCCESS);
     EXPECT_EQ(SurpriseRemoveDevice(world.Physical), STATUS_SUCCESS);
     EXPECT_EQ(RemoveDevice(world.Physical), STATUS_SUCCESS);
     KSPROPERTY request{kTestSet, 4, KSPROPERTY_TYPE_GET};
@@ -347,7 +364,7 @@ TEST(KsFilter, KnowsWhatIsOpenedOnIt) {
     EXPECT_EQ(file.Open(u""), STATUS_SUCCESS);
     const std::size_t before = PoolUsageOfAll().Blocks;
     EXPECT_EQ(pin.Open(u"", &file), STATUS_OBJECT_NAME_NOT_FOUND);
-    EXPECT_EQ(pin.Open(u"\\GLOBAL", &file), STATUS_OBJECT_NAME_NOT_FOUND);
+    EXPECT_EQ(pin.Open(kTestFilterName, &file), STATUS_OBJECT_NAME_NOT_FOUND);
     EXPECT_EQ(pin.Open(u"{53172480-4791-11D0-A5D6-28DB04C10000}\\", &file),
               STATUS_OBJECT_NAME_NOT_FOUND);
     const std::size_t needed = sizeof(KSPIN_CONNECT) + sizeof(KSDATAFORMAT);

@@ -28,7 +28,7 @@ void WithFilter(const std::function<void(ClassWorld&, TestFile&)>& body) {
     ClassWorld world;
     world.Start();
     TestFile file(world.Top());
-    EXPECT_EQ(file.Open(u"\\GLOBAL"), STATUS_SUCCESS);
+    EXPECT_EQ(file.Open(kTestFilterName), STATUS_SUCCESS);
     const std::size_t before = PoolUsageOfAll().Blocks;
     body(world, file);
     EXPECT_EQ(PoolUsageOfAll().Blocks, before);
