@@ -1,42 +1,11 @@
 #include "platform/windows/wine/client/bus_port.h"
 
-#include <setupapi.h>
-
 #include <string_view>
 
+#include "platform/windows/wine/client/device_interface.h"
 #include "platform/windows/wine/client/report.h"
 
 namespace lidcam::wine {
-namespace {
-
-std::wstring PathOf(HDEVINFO devices, SP_DEVICE_INTERFACE_DATA& found) {
-  DWORD bytes = 0;
-  SetupDiGetDeviceInterfaceDetailW(devices, &found, nullptr, 0, &bytes, nullptr);
-  std::vector<DWORD> room(bytes / sizeof(DWORD) + 1);
-  auto* const detail = reinterpret_cast<SP_DEVICE_INTERFACE_DETAIL_DATA_W*>(room.data());
-  detail->cbSize = sizeof(*detail);
-  RequireCall(
-      SetupDiGetDeviceInterfaceDetailW(devices, &found, detail, bytes, nullptr, nullptr) != FALSE,
-      "tell the path of an interface");
-  return detail->DevicePath;
-}
-
-std::wstring FindInterface(const GUID& category) {
-  const HDEVINFO devices =
-      SetupDiGetClassDevsW(&category, nullptr, nullptr, DIGCF_DEVICEINTERFACE | DIGCF_PRESENT);
-  RequireCall(devices != INVALID_HANDLE_VALUE, "list interfaces");
-  SP_DEVICE_INTERFACE_DATA found{};
-  found.cbSize = sizeof(found);
-  std::wstring path;
-  if (SetupDiEnumDeviceInterfaces(devices, nullptr, &category, 0, &found)) {
-    path = PathOf(devices, found);
-  }
-  SetupDiDestroyDeviceInfoList(devices);
-  return path;
-}
-
-}  // namespace
-
 CameraInterfaces FindCameraInterfaces() {
   return {FindInterface(KSCATEGORY_CAPTURE), FindInterface(KSCATEGORY_VIDEO)};
 }

@@ -7,6 +7,7 @@
 #include "platform/windows/wine/client/bus_port.h"
 #include "platform/windows/wine/client/camera_stream.h"
 #include "platform/windows/wine/client/control_trial.h"
+#include "platform/windows/wine/client/device_interface.h"
 #include "platform/windows/wine/client/driver_installation.h"
 #include "platform/windows/wine/client/frame_record.h"
 #include "platform/windows/wine/client/report.h"
@@ -17,6 +18,10 @@ namespace {
 
 // The default camera, as the Linux run opens it.
 constexpr char kCamera[] = "sim";
+
+// The class of filters that stand for drivers of the streaming class, and the camera's name.
+constexpr wchar_t kProxyClass[] = L"{17CCA71B-ECD7-11D0-B908-00A0C9223196}";
+constexpr wchar_t kFriendlyName[] = L"USB2.0 Notebook Camera";
 
 constexpr std::size_t kBuffers = 8;
 constexpr int kFramesToPause = 20;
@@ -133,6 +138,15 @@ void RecordStream(const CameraFile& camera, const Size& size, const std::wstring
      " frames, paused after " + std::to_string(kFramesToPause));
 }
 
+// Of the interface that is opened: the INF's names go to the one with its reference string.
+void CheckInterface(const GUID& category, const std::wstring& path) {
+  Ok("interface " + Narrow(path));
+  const InterfaceNames names = ReadInterfaceNames(category, path);
+  Require(names.Class == kProxyClass, "the interface's class is " + Narrow(names.Class));
+  Require(names.Friendly == kFriendlyName, "the interface's name is " + Narrow(names.Friendly));
+  Ok("its key tells class " + Narrow(names.Class) + " and name \"" + Narrow(names.Friendly) + "\"");
+}
+
 class Tour {
  public:
   explicit Tour(const TourOptions& options) : options_(options) {}
@@ -175,8 +189,8 @@ class Tour {
 
   void TryNewCamera() {
     const CameraInterfaces interfaces = PlugIn();
-    Ok("interface " + Narrow(interfaces.Capture));
-    Ok("interface " + Narrow(interfaces.Video));
+    CheckInterface(KSCATEGORY_CAPTURE, interfaces.Capture);
+    CheckInterface(KSCATEGORY_VIDEO, interfaces.Video);
     {
       const CameraFile camera(interfaces.Capture);
       const CameraFile other(interfaces.Video);

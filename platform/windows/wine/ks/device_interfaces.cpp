@@ -1,16 +1,13 @@
 #include "platform/windows/wine/ks/device_interfaces.h"
 
+#include <cstring>
+
 #include "platform/host/ks/device_block.h"
 #include "platform/host/ks/pool_object.h"
+#include "platform/windows/wine/ks/interface_state.h"
 
 namespace lidcam::wine {
 namespace {
-
-struct EnabledInterface {
-  EnabledInterface* Next;
-  PDEVICE_OBJECT Device;
-  UNICODE_STRING Link;  ///< the kernel's memory
-};
 
 constinit EnabledInterface* g_enabled = nullptr;  ///< plug and play asks one thing at a time
 
@@ -19,16 +16,22 @@ void Free(EnabledInterface* one) {
   ExFreePool(one);
 }
 
-NTSTATUS Enable(EnabledInterface& one, PDEVICE_OBJECT physicalDevice, const GUID& category) {
-  const NTSTATUS status = IoRegisterDeviceInterface(physicalDevice, &category, nullptr, &one.Link);
-  return NT_SUCCESS(status) ? IoSetDeviceInterfaceState(&one.Link, TRUE) : status;
+NTSTATUS Show(EnabledInterface& one, PDEVICE_OBJECT physicalDevice, const GUID& category,
+              UNICODE_STRING& reference) {
+  NTSTATUS status = IoRegisterDeviceInterface(physicalDevice, &category, &reference, &one.Link);
+  if (!NT_SUCCESS(status)) return status;
+  status = EnableInterface(one, physicalDevice);
+  if (!NT_SUCCESS(status)) DisableInterface(one);
+  return status;
 }
 
-void EnableCategory(const host::DeviceBlock& device, const GUID& category) {
+void EnableCategory(const host::DeviceBlock& device, const GUID& category,
+                    UNICODE_STRING& reference) {
   auto* const one = host::AllocateObject<EnabledInterface>();
   if (one == nullptr) return;
-  *one = {g_enabled, device.FunctionalDeviceObject, {}};
-  const NTSTATUS status = Enable(*one, device.PhysicalDeviceObject, category);
+  one->Next = g_enabled;
+  one->Device = device.FunctionalDeviceObject;
+  const NTSTATUS status = Show(*one, device.PhysicalDeviceObject, category, reference);
   if (NT_SUCCESS(status)) {
     g_enabled = one;
   } else {
@@ -37,17 +40,27 @@ void EnableCategory(const host::DeviceBlock& device, const GUID& category) {
   }
 }
 
+void EnableCategories(const host::DeviceBlock& device, const host::FilterFactoryBlock& factory) {
+  // The kernel looks for a zero behind the string.
+  const USHORT length = factory.ReferenceString.Length;
+  auto* const text = static_cast<PWSTR>(host::AllocateZeroed(length + sizeof(WCHAR)));
+  if (text == nullptr) return;
+  std::memcpy(text, factory.ReferenceString.Buffer, length);
+  UNICODE_STRING reference = {length, length, text};
+  const KSFILTER_DESCRIPTOR& descriptor = *factory.Factory.FilterDescriptor;
+  for (ULONG i = 0; i < descriptor.CategoriesCount; ++i) {
+    EnableCategory(device, descriptor.Categories[i], reference);
+  }
+  ExFreePool(text);
+}
+
 }  // namespace
 
 void EnableInterfaces(PDEVICE_OBJECT functionalDevice) {
   host::DeviceBlock& device = host::BlockOf(functionalDevice);
   AcquireMutex(device);
   for (LIST_ENTRY* link = device.Factories.Flink; link != &device.Factories; link = link->Flink) {
-    const auto* const factory = CONTAINING_RECORD(link, host::FilterFactoryBlock, Link);
-    const KSFILTER_DESCRIPTOR& descriptor = *factory->Factory.FilterDescriptor;
-    for (ULONG i = 0; i < descriptor.CategoriesCount; ++i) {
-      EnableCategory(device, descriptor.Categories[i]);
-    }
+    EnableCategories(device, *CONTAINING_RECORD(link, host::FilterFactoryBlock, Link));
   }
   ReleaseMutex(device);
 }
@@ -58,7 +71,7 @@ void DisableInterfaces(PDEVICE_OBJECT functionalDevice) {
     EnabledInterface* const one = *link;
     if (one->Device == functionalDevice) {
       *link = one->Next;
-      IoSetDeviceInterfaceState(&one->Link, FALSE);
+      DisableInterface(*one);
       Free(one);
     } else {
       link = &one->Next;

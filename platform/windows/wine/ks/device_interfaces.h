@@ -4,9 +4,9 @@
 
 namespace lidcam::wine {
 
-/// Lets programs find the device by the categories of its filters. The platform's class does that
-/// under the name of the filter's factory; this kernel can enable an interface without one only, so
-/// that a file of the interface is the device's first filter. Passive level.
+/// Lets programs find the device by the categories of its filters, under the reference strings of their
+/// factories, as the platform's class does. This kernel opens the device without that string, so that a
+/// file of any interface is the device's first filter. Passive level.
 void EnableInterfaces(PDEVICE_OBJECT functionalDevice);
 /// Takes back what is enabled, if anything is.
 void DisableInterfaces(PDEVICE_OBJECT functionalDevice);
