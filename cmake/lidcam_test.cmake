@@ -2,11 +2,18 @@
 # the compiler would spend most of a build on.
 set(lidcam_test_code $<$<CONFIG:Debug>:-O0>)
 
+# Most of a build's time is the tests' own code. It can be compiled once, by a build of its own, and
+# linked against the product of several: as g++ makes it, and with sanitizers in it.
+option(LIDCAM_TEST_OBJECTS_ONLY "Compile the tests' own code, for other builds to link, and nothing else" OFF)
+set(LIDCAM_TEST_OBJECTS "" CACHE PATH
+  "A build with LIDCAM_TEST_OBJECTS_ONLY whose objects are linked, in place of compiling the tests")
+
 # The headers that every test includes, compiled once.
 function(lidcam_test_headers)
   # Those tests that use threads, for ThreadSanitizer.
   add_custom_target(threaded_tests)
-  if(NOT LIDCAM_SHARED_COMPILES)
+  add_custom_target(test_objects)
+  if(NOT LIDCAM_SHARED_COMPILES OR LIDCAM_TEST_OBJECTS)
     return()
   endif()
   file(WRITE "${CMAKE_BINARY_DIR}/test_headers.cpp" "")
@@ -22,6 +29,47 @@ endfunction()
 # makes once for all of them.
 set(lidcam_test_sources_at_once 6)
 
+# How a test's sources are compiled, whether into a program or into objects for one.
+function(lidcam_compile_test target optimized libraries alone)
+  target_link_libraries(${target} PRIVATE lidcam_warnings ${libraries} GTest::gmock GTest::gtest)
+  target_compile_definitions(${target} PRIVATE LIDCAM_SOURCE_ROOT="${CMAKE_SOURCE_DIR}")
+  if(NOT optimized)
+    target_compile_options(${target} PRIVATE ${lidcam_test_code})
+    if(LIDCAM_SHARED_COMPILES)
+      target_precompile_headers(${target} REUSE_FROM lidcam_test_headers)
+    endif()
+  endif()
+  if(LIDCAM_SHARED_COMPILES)
+    set_target_properties(${target} PROPERTIES
+      UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE ${lidcam_test_sources_at_once})
+    if(alone)
+      set_source_files_properties(${alone} PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON)
+    endif()
+  endif()
+endfunction()
+
+# Objects of a test, and the list of them for the builds that link them.
+function(lidcam_make_test_objects name optimized libraries sources alone)
+  add_library(${name} OBJECT ${sources} ${alone})
+  lidcam_compile_test(${name} "${optimized}" "${libraries}" "${alone}")
+  add_dependencies(test_objects ${name})
+  file(GENERATE OUTPUT "${CMAKE_BINARY_DIR}/objects/${name}.txt"
+    CONTENT "$<JOIN:$<TARGET_OBJECTS:${name}>,\n>\n")
+endfunction()
+
+function(lidcam_link_test_objects name)
+  set(list "${LIDCAM_TEST_OBJECTS}/objects/${name}.txt")
+  if(NOT EXISTS "${list}")
+    message(FATAL_ERROR "LIDCAM_TEST_OBJECTS: ${list} is not there. Configure that folder with the "
+                        "same sources first (cmake --preset tests).")
+  endif()
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${list}")
+  file(STRINGS "${list}" objects)
+  set_source_files_properties(${objects} PROPERTIES EXTERNAL_OBJECT TRUE)
+  add_executable(${name} ${objects})
+  set_target_properties(${name} PROPERTIES LINKER_LANGUAGE CXX)
+endfunction()
+
 # lidcam_test(NAME [THREADS] [OPTIMIZED] [SHARDS count] SOURCES file... [ALONE file...]
 #             LIBRARIES target...): one GoogleTest executable. THREADS marks tests that ThreadSanitizer is
 # to see, OPTIMIZED those whose own code runs long, SHARDS those whose cases are dealt out to several
@@ -29,23 +77,19 @@ set(lidcam_test_sources_at_once 6)
 # others have, too.
 function(lidcam_test name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "THREADS;OPTIMIZED" "SHARDS" "SOURCES;ALONE;LIBRARIES")
-  add_executable(${name} ${arg_SOURCES} ${arg_ALONE})
-  target_link_libraries(${name} PRIVATE lidcam_warnings ${arg_LIBRARIES}
+  if(LIDCAM_TEST_OBJECTS_ONLY)
+    lidcam_make_test_objects(${name} "${arg_OPTIMIZED}" "${arg_LIBRARIES}" "${arg_SOURCES}"
+                             "${arg_ALONE}")
+    return()
+  endif()
+  if(LIDCAM_TEST_OBJECTS)
+    lidcam_link_test_objects(${name})
+  else()
+    add_executable(${name} ${arg_SOURCES} ${arg_ALONE})
+    lidcam_compile_test(${name} "${arg_OPTIMIZED}" "${arg_LIBRARIES}" "${arg_ALONE}")
+  endif()
+  target_link_libraries(${name} PRIVATE ${arg_LIBRARIES} lidcam_sanitizer_notice
                         GTest::gmock GTest::gtest GTest::gtest_main Threads::Threads)
-  target_compile_definitions(${name} PRIVATE LIDCAM_SOURCE_ROOT="${CMAKE_SOURCE_DIR}")
-  if(NOT arg_OPTIMIZED)
-    target_compile_options(${name} PRIVATE ${lidcam_test_code})
-    if(LIDCAM_SHARED_COMPILES)
-      target_precompile_headers(${name} REUSE_FROM lidcam_test_headers)
-    endif()
-  endif()
-  if(LIDCAM_SHARED_COMPILES)
-    set_target_properties(${name} PROPERTIES
-      UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE ${lidcam_test_sources_at_once})
-    if(arg_ALONE)
-      set_source_files_properties(${arg_ALONE} PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON)
-    endif()
-  endif()
   if(arg_THREADS)
     add_dependencies(threaded_tests ${name})
   endif()

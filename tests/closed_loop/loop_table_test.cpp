@@ -22,7 +22,7 @@ std::vector<std::string> GoldenLines() {
 
 constexpr std::size_t kLoopCases = 78;
 // Under sanitizers, some of each light, mains and first index.
-constexpr std::size_t kStep = test::kIsSanitized ? 5 : 1;
+const std::size_t kStep = test::kIsSanitized ? 5 : 1;
 
 class LoopTableLines : public ::testing::TestWithParam<std::size_t> {};
 

@@ -11,8 +11,8 @@
 namespace lidcam::simulation {
 namespace {
 
-constexpr std::uint64_t kSeeds = test::kIsSanitized ? 3 : 8;
-constexpr std::uint64_t kRepeatedSeeds = test::kIsSanitized ? 1 : 3;
+const std::uint64_t kSeeds = test::kIsSanitized ? 3 : 8;
+const std::uint64_t kRepeatedSeeds = test::kIsSanitized ? 1 : 3;
 
 RunResult Play(const Scenario& scenario, std::uint64_t seed, std::uint64_t step = 0) {
   return RunScenario(scenario, {std::string(scenario.Name), seed, step});

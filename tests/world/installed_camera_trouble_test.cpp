@@ -21,7 +21,7 @@ using client::Camera;
 using client::Stream;
 
 constexpr LONGLONG kSecond = 10'000'000;  // 100 ns
-constexpr std::uint64_t kSeeds = test::kIsSanitized ? 10 : 60;
+const std::uint64_t kSeeds = test::kIsSanitized ? 10 : 60;
 
 void WithInstalledCamera(const std::function<void(InstalledCamera&)>& use, std::uint64_t seed = 1) {
   bus::SimulatedBus bus({});

@@ -92,7 +92,7 @@ TEST_F(SettingsFile, PowerLossAtAnyByteOfASaveLeavesTheOldOrTheNewSettingsWhole)
   ASSERT_GT(size, 1000U);
   // The new file is as long as the old: numbers have eight digits.
   // A process that a sanitizer watches takes its time to fork.
-  constexpr std::size_t kStep = kIsSanitized ? 7 : 1;
+  const std::size_t kStep = kIsSanitized ? 7 : 1;
   for (std::size_t cut = 0; cut < size; cut += kStep) {
     InOtherProcess([&] {
       Reopen({.Write = [cut](int file, const char* bytes, std::size_t count) -> ssize_t {

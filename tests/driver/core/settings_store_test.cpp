@@ -195,7 +195,7 @@ struct SharedSizeModel {
 
 TEST_F(Settings, EveryPatternOfAbsentValuesGivesWhatTheSharedSizeGives) {
   // An odd step lets each value be absent and present in the sample, too.
-  constexpr std::uint32_t kStep = kIsSanitized ? 13 : 1;
+  const std::uint32_t kStep = kIsSanitized ? 13 : 1;
   for (std::uint32_t pattern = 0; pattern < 0x10000; pattern += kStep) {
     ForgetAll();
     const HANDLE root = OpenRoot();

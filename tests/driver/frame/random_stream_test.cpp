@@ -19,7 +19,7 @@ namespace {
 
 constexpr std::uint64_t kFirstSeed = 1;
 // Each costs ten times as much under a sanitizer.
-constexpr std::uint64_t kStreams = kIsSanitized ? 10000 : 100000;
+const std::uint64_t kStreams = kIsSanitized ? 10000 : 100000;
 
 /// How the packets reach the assembly.
 enum class Entry { Packets, Transfers };

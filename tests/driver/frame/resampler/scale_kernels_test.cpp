@@ -20,7 +20,7 @@ namespace lidcam {
 namespace {
 
 // Sanitizers see a quarter of the pairs, every pair of widths and every pair of heights among them.
-constexpr std::uint32_t kSizePairs = test::kIsSanitized ? 27500 : 110000;
+const std::uint32_t kSizePairs = test::kIsSanitized ? 27500 : 110000;
 
 constexpr std::uint8_t kUntouched = 0xA5;
 constexpr std::size_t kLargestPicture = std::size_t{1280} * 1024 * 2 + 4096;
