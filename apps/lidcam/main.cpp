@@ -9,6 +9,7 @@
 #include "apps/lidcam/command_error.h"
 #include "apps/lidcam/commands/commands.h"
 #include "apps/lidcam/interrupt.h"
+#include "apps/lidcam/standard_output.h"
 
 namespace {
 
@@ -108,17 +109,20 @@ int Run(int argc, char** argv) {
   lidcam::app::AddPlotCommand(app);
   lidcam::app::AddSimulateCommand(app);
   app.footer("Exit status: 0 done, 1 failed, 2 wrong use.");
+  int status = kDone;
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? kDone : kWrongUse;
+    status = app.exit(error) == 0 ? kDone : kWrongUse;
   }
-  return kDone;
+  if (status == kDone) lidcam::app::RequireStandardOutput();
+  return status;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
+  lidcam::app::KeepStandardStreamsApart();
   lidcam::app::WatchForInterrupt();
   try {
     return Run(argc, argv);

@@ -13,6 +13,7 @@
 #include "apps/lidcam/commands/commands.h"
 #include "apps/lidcam/commands/common_options.h"
 #include "apps/lidcam/interrupt.h"
+#include "apps/lidcam/standard_output.h"
 #include "simulation/runner.h"
 #include "simulation/stated_hangs.h"
 
@@ -154,7 +155,7 @@ void Print(const RunResult& result, const SimulateCommand& command) {
   } else if (!command.IsQuiet || result.Outcome == Verdict::Failed) {
     PrintJson(result);
   }
-  std::fflush(stdout);
+  RequireStandardOutput();
 }
 
 void PrintList() {
@@ -230,6 +231,9 @@ void Run(const SimulateCommand& command) {
   if (tally.Failures != 0) {
     throw CommandError(std::to_string(tally.Failures) + " of " + std::to_string(tally.Runs) +
                        " runs failed; each can be played again by the command below it");
+  }
+  if (IsInterrupted()) {
+    throw CommandError("interrupted after " + std::to_string(tally.Runs) + " runs");
   }
 }
 
