@@ -184,17 +184,18 @@ void CameraStream::Take(const client::Frame& frame) {
                                .PresentationTime = frame.PresentationTime()};
   std::optional<DeliveryReport> report;
   if (watch_) report = watch_->Take(position.PictureNumber);
+  if (report) newest_ = *report;
   const StreamFrame taken{
       .Yuy2 = {reinterpret_cast<const std::uint8_t*>(bytes.data()), size},
       .Position = position,
       .Report = report.value_or(DeliveryReport{}),
   };
-  counts_.Dropped = static_cast<std::uint64_t>(std::max<LONGLONG>(position.DropCount, 0));
-  if (counts_.Delivered() == 0) counts_.DroppedAtStart = counts_.Dropped;
-  ++(taken.Report.IsGood ? counts_.Good : counts_.Bad);
+  counts_.Deliver(taken.Report.IsGood, newest_.Sent, newest_.Microframe);
   last_.Position = position;
-  last_.IsAutoExposure = taken.Report.IsAutoExposure;
-  last_.LightState = taken.Report.Loop.State;
+  if (report) {
+    last_.IsAutoExposure = report->IsAutoExposure;
+    last_.LightState = report->Loop.State;
+  }
   if (frames_) frames_(taken);
 }
 

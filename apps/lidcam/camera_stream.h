@@ -78,6 +78,7 @@ class CameraStream {
   std::optional<DeliveryWatch> watch_;
   StreamCounts counts_;  ///< of frames; the bus's share comes from its meter
   StreamProgress last_;  ///< of the newest frame
+  DeliveryReport newest_;
   LONGLONG start_ = 0;
   std::uint64_t microframes_ = 0;
   LONGLONG lastRead_ = 0;

@@ -6,8 +6,6 @@
 #include <span>
 #include <utility>
 
-#include "apps/lidcam/frame_path.h"
-
 namespace lidcam::app {
 namespace {
 
@@ -31,22 +29,40 @@ DeliveryWatch::DeliveryWatch(const CameraContext& context,
   observer_.emplace([this](std::string_view line) { See(line); });
 }
 
+// A stream's first start of a frame ends none, and the trace tells of an end without a byte. Of a
+// settling the driver throws away what is under way and the frame behind it.
+void SentFrameCounter::See(std::string_view line) {
+  if (line.starts_with("frame end ")) {
+    if (NumberBehind<std::uint32_t>(line, " bytes=").value_or(0) == 0) return;
+    ++sent_.Ended;
+    if (!line.ends_with(" settling")) return;
+    ++sent_.Settling;
+    isSettling_ = true;
+  } else if (line == "frame discarded" && isSettling_) {
+    ++sent_.Settling;
+    isSettling_ = false;
+  }
+}
+
 // The raw frame is whole until the next one is published, a frame's time from here.
 void DeliveryWatch::See(std::string_view line) {
+  sent_.See(line);
   if (!line.starts_with("pin frame ")) return;
   const auto picture = NumberBehind<std::int64_t>(line, "picture=");
   const auto bytes = NumberBehind<std::uint32_t>(line, "bytes=");
   if (!picture || !bytes) return;
   const void* const raw = context_.LastRawFrame;
   const std::span rawFrame(static_cast<const std::uint8_t*>(raw), raw != nullptr ? *bytes : 0);
+  const std::uint64_t microframe = microframes_();
   DeliveryReport report{
       .PictureNumber = *picture,
       .RawBytes = *bytes,
       .IsGood = IsGoodRawFrame(context_, *bytes),
       .IsAutoExposure = context_.AutoExposure != 0,
-      .Loop =
-          ReadFrameRow(context_, {.Yuy2 = {}, .RawFrame = rawFrame, .Microframe = microframes_()},
-                       events_.OfNewestFrame()),
+      .Sent = sent_.Sent(),
+      .Microframe = microframe,
+      .Loop = ReadFrameRow(context_, {.Yuy2 = {}, .RawFrame = rawFrame, .Microframe = microframe},
+                           events_.OfNewestFrame()),
   };
   const std::lock_guard lock(mutex_);
   reports_.push_back(report);

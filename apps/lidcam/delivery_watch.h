@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "apps/lidcam/frame_log.h"
+#include "apps/lidcam/frame_path.h"
 #include "apps/lidcam/trace_observer.h"
 #include "driver/core/camera_context.h"
 
@@ -19,7 +20,21 @@ struct DeliveryReport {
   std::uint32_t RawBytes = 0;  ///< of the raw frame that the picture was made of
   bool IsGood = false;         ///< that is as many as the sensor's frames have
   bool IsAutoExposure = false;
+  SentFrames Sent{};             ///< up to this frame
+  std::uint64_t Microframe = 0;  ///< bus time since the stream's start
   FrameRow Loop{};  ///< the exposure loop; frame number and light are told by nobody here
+};
+
+/// Counts in the trace what a camera sends. Lines of all cameras count.
+class SentFrameCounter {
+ public:
+  void See(std::string_view line);
+
+  [[nodiscard]] const SentFrames& Sent() const { return sent_; }
+
+ private:
+  SentFrames sent_;
+  bool isSettling_ = false;
 };
 
 /// Learns from the driver's trace of each frame that a pin delivers, ahead of the application that
@@ -44,7 +59,8 @@ class DeliveryWatch {
   const CameraContext& context_;
   const std::function<std::uint64_t()> microframes_;
   ExposureEventCounter events_;  // sees each line ahead of the observer below
-  std::mutex mutex_;             ///< guards the reports; never held over a kernel call
+  SentFrameCounter sent_;
+  std::mutex mutex_;  ///< guards the reports; never held over a kernel call
   std::deque<DeliveryReport> reports_;
   std::optional<TraceObserver> observer_;
 };

@@ -37,8 +37,25 @@ void NegotiateSize(CameraContext& context, PictureSize size, std::uint32_t& rawB
 
 }  // namespace
 
-double StreamCounts::Rate() const {
-  return Microframes == 0 ? 0 : static_cast<double>(Delivered()) / Seconds();
+void StreamCounts::Deliver(bool isGood, const SentFrames& sent, std::uint64_t microframe) {
+  ++(isGood ? Good : Bad);
+  NewestMicroframe = microframe;
+  if (Delivered() == 1) {
+    FirstMicroframe = microframe;
+    SentAtFirst = sent;
+    StartUp = sent.Ended - std::min<std::uint64_t>(sent.Ended, 1);
+  }
+  Settling = sent.Settling - SentAtFirst.Settling;
+  const std::uint64_t sentSince = sent.Ended - SentAtFirst.Ended;
+  const std::uint64_t accounted = Delivered() - 1 + Settling;
+  Lost = sentSince > accounted ? sentSince - accounted : 0;
+}
+
+std::optional<double> StreamCounts::Rate() const {
+  constexpr double kMicroframesPerSecond = 8000;
+  if (NewestMicroframe == FirstMicroframe) return std::nullopt;
+  return static_cast<double>(Delivered() - 1) * kMicroframesPerSecond /
+         static_cast<double>(NewestMicroframe - FirstMicroframe);
 }
 
 bool IsGoodRawFrame(const CameraContext& context, std::uint32_t rawBytes) {
@@ -83,10 +100,6 @@ void FramePath::Take(std::span<const std::uint8_t> buffer,
   AssembleTransfer(assembly_, context_, buffer.data(), static_cast<std::uint32_t>(buffer.size()),
                    packets.data(), static_cast<std::uint32_t>(packets.size()));
   counts_.Microframes += packets.size();
-  // The frame that is still being received counts neither way.
-  const std::uint64_t starts = context_.FrameStartCount - firstFrameStart_;
-  const std::uint64_t ended = starts == 0 ? 0 : starts - 1;
-  counts_.Dropped = ended > counts_.Delivered() ? ended - counts_.Delivered() : 0;
 }
 
 void FramePath::Deliver() {
@@ -95,7 +108,9 @@ void FramePath::Deliver() {
   std::uint32_t written = 0;
   DeliverFrame(context_, delivered_.data(), static_cast<std::uint32_t>(delivered_.size()), raw,
                rawBytes, written);
-  ++(IsGoodRawFrame(context_, rawBytes) ? counts_.Good : counts_.Bad);
+  // The first start ended nothing.
+  const std::uint64_t ended = context_.FrameStartCount - firstFrameStart_ - 1U;
+  counts_.Deliver(IsGoodRawFrame(context_, rawBytes), {.Ended = ended}, counts_.Microframes);
   handler_({.Yuy2 = delivered_, .RawFrame = {raw, rawBytes}, .Microframe = counts_.Microframes});
 }
 

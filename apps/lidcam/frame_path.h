@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -13,21 +14,40 @@
 
 namespace lidcam::app {
 
+/// What the camera had sent of its frames at some moment.
+struct SentFrames {
+  std::uint64_t Ended = 0;     ///< frames whose end was seen on the bus
+  std::uint64_t Settling = 0;  ///< of those, thrown away while the camera took over other registers
+
+  friend bool operator==(const SentFrames&, const SentFrames&) = default;
+};
+
 /// What became of a stream's frames so far.
 struct StreamCounts {
-  std::uint64_t Good = 0;  ///< delivered with the size that the sensor's frames have
-  std::uint64_t Bad = 0;   ///< delivered with another size
-  /// Of a stream: what its newest frame's header says. Of a replay: begun on the bus and not
-  /// delivered.
-  std::uint64_t Dropped = 0;
-  std::uint64_t DroppedAtStart = 0;  ///< of those, how many a stream's first frame counted already
-  std::uint64_t BusBytes = 0;        ///< bytes of all packets
-  std::uint64_t Microframes = 0;     ///< bus time since the stream's start
+  std::uint64_t Good = 0;      ///< delivered with the size that the sensor's frames have
+  std::uint64_t Bad = 0;       ///< delivered with another size
+  std::uint64_t StartUp = 0;   ///< sent ahead of the first delivered frame
+  std::uint64_t Settling = 0;  ///< sent behind it, and thrown away as SentFrames tells
+  std::uint64_t Lost = 0;      ///< sent behind it, and not delivered for any other reason
+
+  std::uint64_t BusBytes = 0;     ///< bytes of all packets
+  std::uint64_t Microframes = 0;  ///< bus time since the stream's start
+
+  std::uint64_t FirstMicroframe = 0;   ///< bus time at which the first frame was delivered
+  std::uint64_t NewestMicroframe = 0;  ///< and the newest one
+  SentFrames SentAtFirst{};            ///< up to the first delivered frame, which is among them
+
+  /// Counts a delivered frame.
+  ///
+  /// @param sent        up to this frame, which is among them
+  /// @param microframe  bus time since the stream's start
+  void Deliver(bool isGood, const SentFrames& sent, std::uint64_t microframe);
 
   [[nodiscard]] std::uint64_t Delivered() const { return Good + Bad; }
   [[nodiscard]] double Seconds() const { return static_cast<double>(Microframes) / 8000.0; }
-  /// Delivered frames per second of bus time; 0 before any time has passed.
-  [[nodiscard]] double Rate() const;
+  /// Frames a second of bus time, from the first delivered frame to the newest one; nothing before the
+  /// second.
+  [[nodiscard]] std::optional<double> Rate() const;
 };
 
 /// One frame as the camera core hands it over. The bytes live until the handler returns.

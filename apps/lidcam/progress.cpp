@@ -28,18 +28,20 @@ std::string ToText(const StreamProgress& progress) {
   constexpr double kUnitsPerSecond = 1e7;
   std::array<char, 160> text{};
   const StreamCounts& counts = progress.Counts;
-  std::snprintf(text.data(), text.size(), "%" PRIu64 " frames  %.1f/s", counts.Delivered(),
-                counts.Rate());
-  std::string line = text.data();
+  std::string line = std::to_string(counts.Delivered()) + " frames";
+  if (const auto rate = counts.Rate()) {
+    std::snprintf(text.data(), text.size(), "  %.1f/s", *rate);
+    line += text.data();
+  }
   if (progress.Position) {
     std::snprintf(text.data(), text.size(), "  picture %" PRId64 " at %.3f s",
                   progress.Position->PictureNumber,
                   static_cast<double>(progress.Position->PresentationTime) / kUnitsPerSecond);
     line += text.data();
   }
-  std::snprintf(text.data(), text.size(), "  %" PRIu64 " dropped  exposure %s  light %s",
-                counts.Dropped, progress.IsAutoExposure ? "auto" : "manual",
-                LightStateName(progress.LightState));
+  if (counts.Lost > 0) line += "  " + std::to_string(counts.Lost) + " lost";
+  std::snprintf(text.data(), text.size(), "  exposure %s  light %s",
+                progress.IsAutoExposure ? "auto" : "manual", LightStateName(progress.LightState));
   return line + text.data();
 }
 

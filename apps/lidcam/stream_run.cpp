@@ -2,6 +2,7 @@
 
 #include <sys/resource.h>
 
+#include <array>
 #include <cinttypes>
 #include <cstdio>
 #include <iostream>
@@ -65,13 +66,15 @@ nlohmann::json ToJson(const StreamResult& result) {
        {{"delivered", result.Counts.Delivered()},
         {"good", result.Counts.Good},
         {"bad", result.Counts.Bad},
-        {"dropped", result.Counts.Dropped},
-        {"droppedAtStart", result.Counts.DroppedAtStart}}},
+        {"startUp", result.Counts.StartUp},
+        {"settling", result.Counts.Settling},
+        {"lost", result.Counts.Lost}}},
       {"busBytes", result.Counts.BusBytes},
       {"busSeconds", result.Counts.Seconds()},
-      {"framesPerSecond", result.Counts.Rate()},
+      {"framesPerSecond", nullptr},
       {"output", result.Place},
   };
+  if (const auto rate = result.Counts.Rate()) answer["framesPerSecond"] = *rate;
   if (const auto processor = ProcessorMillisecondsPerFrame(result)) {
     answer["processorMillisecondsPerFrame"] = *processor;
   }
@@ -79,7 +82,26 @@ nlohmann::json ToJson(const StreamResult& result) {
   return answer;
 }
 
+std::string CountText(std::uint64_t count, const std::string& what) {
+  return (count == 0 ? "none" : std::to_string(count)) + " " + what;
+}
+
 }  // namespace
+
+std::string ToText(const StreamCounts& counts) {
+  std::string text = std::to_string(counts.Delivered()) +
+                     (counts.Delivered() == 1 ? " frame delivered" : " frames delivered");
+  if (const auto rate = counts.Rate()) {
+    std::array<char, 40> number{};
+    std::snprintf(number.data(), number.size(), ", %.2f a second", *rate);
+    text += number.data();
+  }
+  text += "; " + CountText(counts.Lost, "lost");
+  text += ", " + CountText(counts.Bad, "of a wrong size");
+  if (counts.Settling > 0)
+    text += ", " + CountText(counts.Settling, "left out at changes of light");
+  return text;
+}
 
 void LimitedWriter::Write(std::span<const std::uint8_t> yuy2) {
   if (writer_ == nullptr || (frames_ && written_ >= *frames_)) return;
@@ -123,16 +145,11 @@ void PrintSummary(const StreamResult& result, const CommonOptions& options) {
   }
   if (options.Output.IsQuiet) return;
   const StreamCounts& counts = result.Counts;
-  std::fprintf(stderr,
-               "%s %s %s (raw %s): %" PRIu64 " frames delivered, %" PRIu64
-               " of them of a wrong size; %" PRIu64 " dropped, %" PRIu64
-               " of them before the first; %" PRIu64
-               " bytes in %.3f s of bus time, %.2f frames/s\n",
+  std::fprintf(stderr, "%s %s %s (raw %s): %s; %" PRIu64 " bytes in %.3f s of bus time\n",
                result.Identity.empty() ? "unknown camera" : result.Identity.c_str(),
                result.Sensor.empty() ? "unknown sensor" : result.Sensor.c_str(),
-               ToString(result.Size).c_str(), ToString(result.RawSize).c_str(), counts.Delivered(),
-               counts.Bad, counts.Dropped, counts.DroppedAtStart, counts.BusBytes, counts.Seconds(),
-               counts.Rate());
+               ToString(result.Size).c_str(), ToString(result.RawSize).c_str(),
+               ToText(counts).c_str(), counts.BusBytes, counts.Seconds());
   if (const auto processor = ProcessorMillisecondsPerFrame(result)) {
     std::fprintf(stderr, "processor time: %.2f ms a frame, of the camera that is simulated too\n",
                  *processor);

@@ -55,6 +55,9 @@ class LimitedWriter {
   std::uint64_t written_ = 0;
 };
 
+/// "86 frames delivered, 29.97 a second; none lost, 2 of a wrong size".
+[[nodiscard]] std::string ToText(const StreamCounts& counts);
+
 /// Prints the summary: one line for a person on standard error, or JSON on standard output.
 void PrintSummary(const StreamResult& result, const CommonOptions& options);
 

@@ -74,8 +74,9 @@ void AddStreamCommand(CLI::App& app) {
   AddOutputOptions(*sub, command->Common);
   sub->footer(
       "Without --frames or --duration it runs until Ctrl-C, which ends it in order.\n"
-      "Dropped frames are those that the last frame's header counts: some go by while\n"
-      "the stream starts, before its first. Frames of a wrong size came from a damaged\n"
+      "Lost frames are those that the camera sent behind the first one and that did not\n"
+      "arrive; a camera that sends fewer in the dark loses none. When the light state\n"
+      "changes the driver leaves two frames out. Frames of a wrong size came from a damaged\n"
       "raw frame. Processor time is told of streams in real time only.\n"
       "Examples:\n"
       "  lidcam stream --frames 5 -o picture.png\n"

@@ -80,19 +80,43 @@ TEST_F(DeliveryWatchTest, OtherLinesOfThePinAndLinesAfterTheEndAreNoFrames) {
   EXPECT_FALSE(watch.Take(0).has_value());
 }
 
+// The first start ends no frame, and of a settling the driver throws two away.
+TEST_F(DeliveryWatchTest, AReportTellsWhatTheCameraHadSent) {
+  DeliveryWatch watch(*context_, [] { return std::uint64_t{0}; });
+  const auto sentAt = [&](std::int64_t picture) { return watch.Take(picture)->Sent; };
+  TraceCamera("frame end bytes=0 expected=614466 settling");
+  TraceCamera("frame end bytes=614466 expected=614466 good");
+  TraceCamera("frame published bytes=614466");
+  TraceCamera("pin frame picture=1 drop=0 bytes=614466");
+  EXPECT_EQ(sentAt(1), (SentFrames{.Ended = 1, .Settling = 0}));
+  TraceCamera("frame end bytes=614466 expected=614466 settling");
+  TraceCamera("frame end bytes=614466 expected=614466 good");
+  TraceCamera("frame discarded");
+  TraceCamera("frame end bytes=921666 expected=614466 bad");
+  TraceCamera("frame published bytes=921666");
+  TraceCamera("pin frame picture=2 drop=0 bytes=921666");
+  EXPECT_EQ(sentAt(2), (SentFrames{.Ended = 4, .Settling = 2}));
+  TraceCamera("frame end bytes=614466 expected=614466 good");
+  TraceCamera("frame discarded");
+  TraceCamera("frame end bytes=614466 expected=614466 good");
+  TraceCamera("pin frame picture=3 drop=0 bytes=614466");
+  EXPECT_EQ(sentAt(3), (SentFrames{.Ended = 6, .Settling = 2}));
+}
+
 TEST(Progress, TellsTheFramesPlaceAsItsHeadersDo) {
   const StreamProgress progress{
-      .Counts = {.Good = 44, .Bad = 1, .Dropped = 7, .BusBytes = 0, .Microframes = 12000},
+      .Counts =
+          {.Good = 44, .Bad = 1, .Lost = 7, .FirstMicroframe = 2000, .NewestMicroframe = 13733},
       .Position = FramePosition{.PictureNumber = 54, .DropCount = 7, .PresentationTime = 16400000},
       .IsAutoExposure = true,
       .LightState = LightStateLowLight};
   EXPECT_EQ(ToText(progress),
-            "45 frames  30.0/s  picture 54 at 1.640 s  7 dropped  exposure auto  light low light");
+            "45 frames  30.0/s  picture 54 at 1.640 s  7 lost  exposure auto  light low light");
 }
 
 TEST(Progress, OfAReplayHasNoHeaders) {
   EXPECT_EQ(ToText({.Counts = {}, .Position = {}, .IsAutoExposure = false, .LightState = 0}),
-            "0 frames  0.0/s  0 dropped  exposure manual  light normal");
+            "0 frames  exposure manual  light normal");
 }
 
 }  // namespace

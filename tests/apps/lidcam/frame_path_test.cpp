@@ -39,7 +39,7 @@ class FramePathTest : public ::testing::Test {
   std::unique_ptr<FramePath> path_;
 };
 
-TEST_F(FramePathTest, CountsGoodBadAndDroppedFrames) {
+TEST_F(FramePathTest, CountsGoodBadAndLostFrames) {
   Send(1, kRawBytes);        // behind a bad end: nothing was received before it
   Send(2, kRawBytes);        // good
   Send(3, kRawBytes - 512);  // bad, delivered all the same
@@ -49,18 +49,20 @@ TEST_F(FramePathTest, CountsGoodBadAndDroppedFrames) {
   EXPECT_THAT(firstPixels_, ::testing::ElementsAre(2, 3, 5));
   EXPECT_EQ(path_->Counts().Good, 2u);
   EXPECT_EQ(path_->Counts().Bad, 1u);
-  EXPECT_EQ(path_->Counts().Dropped, 2u);
+  EXPECT_EQ(path_->Counts().StartUp, 1u);
+  EXPECT_EQ(path_->Counts().Lost, 1u);
   EXPECT_EQ(path_->Counts().BusBytes, 6u * kRawBytes - 512u);
 }
 
-TEST_F(FramePathTest, TheRateIsDeliveredFramesInBusTime) {
-  EXPECT_EQ(path_->Counts().Rate(), 0);
-  Send(1, kRawBytes);
-  Send(2, kRawBytes);
-  Send(3, kRawBytes);
+TEST_F(FramePathTest, TheRateIsThatOfTheDeliveredFrames) {
+  for (std::uint8_t content = 1; content <= 3; ++content) Send(content, kRawBytes);
+  EXPECT_EQ(path_->Counts().Delivered(), 1u);
+  EXPECT_FALSE(path_->Counts().Rate().has_value()) << "one frame has none";
+  for (std::uint8_t content = 4; content <= 6; ++content) Send(content, kRawBytes);
+  EXPECT_EQ(path_->Counts().Delivered(), 4u);
   // 76 packets a frame, one a microframe.
-  EXPECT_DOUBLE_EQ(path_->Counts().Seconds(), 3 * 76 / 8000.0);
-  EXPECT_DOUBLE_EQ(path_->Counts().Rate(), 1 / (3 * 76 / 8000.0));
+  EXPECT_DOUBLE_EQ(path_->Counts().Seconds(), 6 * 76 / 8000.0);
+  EXPECT_DOUBLE_EQ(path_->Counts().Rate().value(), 8000.0 / 76);
 }
 
 // Recorded frames may be a little shorter than their pixels, or longer than those of any camera.

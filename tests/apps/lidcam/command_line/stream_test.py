@@ -90,7 +90,7 @@ class StreamTest(CommandLineTest):
             process.send_signal(signal.SIGINT)
             summary = process.stderr.read().decode()
             self.assertEqual(process.wait(timeout=60), 0, summary)
-        self.assertIn("frames delivered, ", summary)
+        self.assertIn(" frames delivered", summary)
         self.assertIn("ms a frame", summary)
         self.assertGreater(os.path.getsize(file), 614400)
 
@@ -120,13 +120,37 @@ class StreamTest(CommandLineTest):
         answer = json.loads(self.lidcam("stream", "--frames", "5", "--json", "--fast"))
         self.assertNotIn("processorMillisecondsPerFrame", answer)
 
-    def test_dropped_frames_are_those_of_the_last_frames_header(self):
-        result = self.run_lidcam("stream", "--fast", "--frames", "4", "--json", "--trace")
-        frames = [line for line in result.stderr.decode().split("\n")
-                  if line.startswith("pin frame picture=")]
-        self.assertEqual(len(frames), 4)
-        dropped = json.loads(result.stdout)["frames"]["dropped"]
-        self.assertIn(f" drop={dropped} bytes=614466", frames[-1])
+    def test_a_camera_that_sends_five_frames_a_second_in_the_dark_loses_none(self):
+        dark = ("stream", "--fast", "--duration", "10s", "--light", "1lx@0s")
+        answer = json.loads(self.lidcam(*dark, "--json"))
+        self.assertEqual(answer["frames"], {"delivered": 57, "good": 57, "bad": 0, "startUp": 3,
+                                            "settling": 0, "lost": 0})
+        # From the first at 0.136 s to the last at 9.868 s; the frames grow longer step by step.
+        self.assertAlmostEqual(answer["framesPerSecond"], 56 / 9.732, 3)
+        self.assertIn(": 57 frames delivered, 5.75 a second; none lost, none of a wrong size; ",
+                      self.run_lidcam(*dark).stderr.decode())
+
+    def test_frames_that_the_driver_leaves_out_as_the_light_changes_are_not_lost(self):
+        result = self.run_lidcam("stream", "--fast", "--size", "160x120", "--duration", "20s",
+                                 "--mains", "50Hz", "--light", "300lx@0s,1lx@4s,300lx@12s",
+                                 "--trace")
+        lines = result.stderr.decode().split("\n")
+        changes = sum(line.startswith("light ") for line in lines) - 1  # the first is no change
+        self.assertGreater(changes, 0)
+        self.assertIn(f"; none lost, none of a wrong size, {2 * changes} left out at changes of light; ",
+                      lines[-2])
+
+    def test_frames_that_do_not_arrive_behind_the_first_are_lost(self):
+        # The frame behind a damaged one is thrown away, and the damaged one was two.
+        answer = json.loads(self.lidcam("stream", "--fast", "--duration", "3s", "--json", "--faults",
+                                        "at 1s lose 5; at 2s corrupt 1"))
+        self.assertEqual((answer["frames"]["bad"], answer["frames"]["lost"]), (1, 1))
+
+    def test_a_single_frame_has_no_rate(self):
+        one = ("stream", "--fast", "--frames", "1")
+        self.assertIsNone(json.loads(self.lidcam(*one, "--json"))["framesPerSecond"])
+        self.assertIn(": 1 frame delivered; none lost, none of a wrong size; ",
+                      self.run_lidcam(*one).stderr.decode())
 
     def test_the_summary_in_json_counts_frames(self):
         answer = json.loads(self.lidcam("stream", "--fast", "--frames", "4", "--json"))
