@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -22,12 +23,15 @@ struct FramePosition {
 struct StreamProgress {
   StreamCounts Counts{};
   std::optional<FramePosition> Position{};  ///< of the newest frame; none before it, or in a replay
-  bool IsAutoExposure = false;
-  std::uint32_t LightState = 0;  ///< a lidcam::LightState
+  std::optional<bool> IsAutoExposure{};     ///< nothing where nobody knows, as in a replay
+  std::optional<std::uint32_t> LightState{};  ///< a lidcam::LightState; as above
 };
 
-/// The line as it is shown, without its line end.
-[[nodiscard]] std::string ToText(const StreamProgress& progress);
+/// The line as it is shown, without its line end: as much of it as there is room for, the most important
+/// first.
+///
+/// @param columns  that the line may have
+[[nodiscard]] std::string ToText(const StreamProgress& progress, std::size_t columns);
 
 /// The line at the foot of a terminal that tells how a stream goes; nothing in a pipe.
 class ProgressLine {

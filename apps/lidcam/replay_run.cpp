@@ -59,10 +59,7 @@ StreamResult ReplayFramesOnly(const bus::CaptureSource& source, const ReplaySize
   while (!IsInterrupted() && !isEnough() && reader.Next(payload)) {
     const TransferPacket packet{0, static_cast<std::uint32_t>(payload.Data.size())};
     path.Take(payload.Data, {&packet, 1});
-    progress.Show({.Counts = path.Counts(),
-                   .Position = {},
-                   .IsAutoExposure = context->AutoExposure != 0,
-                   .LightState = context->LightState});
+    progress.Show({.Counts = path.Counts()});
   }
   return {.Counts = path.Counts(),
           .Size = size.Delivered,

@@ -220,7 +220,7 @@ TEST_F(StreamFromTopToBottom, ComesInTheOrderOfItsHeadersWhichTheProgressShows) 
   ASSERT_TRUE(counts.Rate().has_value());
   EXPECT_NEAR(*counts.Rate(), 30, 0.1);
   EXPECT_EQ(progress_.Position, positions_.back());
-  EXPECT_TRUE(progress_.IsAutoExposure);
+  EXPECT_EQ(progress_.IsAutoExposure, true);
   EXPECT_GT(rows_.back().Luma, 0U);
 }
 

@@ -1,4 +1,4 @@
-// What the driver's trace tells of delivered frames, and the line that shows it.
+// What the driver's trace tells of delivered frames.
 
 #include "apps/lidcam/delivery_watch.h"
 
@@ -7,7 +7,6 @@
 #include <array>
 #include <memory>
 
-#include "apps/lidcam/progress.h"
 #include "driver/core/camera_trace.h"
 #include "driver/frame/raw_frame_parser.h"
 
@@ -101,22 +100,6 @@ TEST_F(DeliveryWatchTest, AReportTellsWhatTheCameraHadSent) {
   TraceCamera("frame end bytes=614466 expected=614466 good");
   TraceCamera("pin frame picture=3 drop=0 bytes=614466");
   EXPECT_EQ(sentAt(3), (SentFrames{.Ended = 6, .Settling = 2}));
-}
-
-TEST(Progress, TellsTheFramesPlaceAsItsHeadersDo) {
-  const StreamProgress progress{
-      .Counts =
-          {.Good = 44, .Bad = 1, .Lost = 7, .FirstMicroframe = 2000, .NewestMicroframe = 13733},
-      .Position = FramePosition{.PictureNumber = 54, .DropCount = 7, .PresentationTime = 16400000},
-      .IsAutoExposure = true,
-      .LightState = LightStateLowLight};
-  EXPECT_EQ(ToText(progress),
-            "45 frames  30.0/s  picture 54 at 1.640 s  7 lost  exposure auto  light low light");
-}
-
-TEST(Progress, OfAReplayHasNoHeaders) {
-  EXPECT_EQ(ToText({.Counts = {}, .Position = {}, .IsAutoExposure = false, .LightState = 0}),
-            "0 frames  exposure manual  light normal");
 }
 
 }  // namespace
