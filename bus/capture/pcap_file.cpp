@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <pcap/pcap.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -66,10 +67,30 @@ int CreateTemporary(const std::string& path, std::string& name) {
     const std::string candidate =
         path + ".part" + std::to_string(getpid()) + "-" + std::to_string(i);
     descriptor = open(candidate.c_str(), O_WRONLY | O_CLOEXEC | O_CREAT | O_EXCL, 0666);
-    if (descriptor >= 0) name = candidate;
+    if (descriptor >= 0) {
+      name = candidate;
+      flock(descriptor, LOCK_EX | LOCK_NB);
+    }
     if (descriptor >= 0 || errno != EEXIST) break;
   }
   return descriptor;
+}
+
+/// Bytes up to the end of the last whole record, by the lengths in the records' headers.
+off_t LengthOfWholeRecords(int file) {
+  constexpr off_t kFileHeader = 24;
+  struct stat status {};
+  if (fstat(file, &status) != 0) return 0;
+  off_t whole = 0;
+  off_t next = kFileHeader;
+  std::array<std::uint32_t, 4> header{};  // seconds, microseconds, captured length, length
+  constexpr ssize_t kHeaderSize = sizeof(header);
+  while (next <= status.st_size) {
+    whole = next;
+    if (pread(file, header.data(), sizeof(header), whole) != kHeaderSize) break;
+    next = whole + kHeaderSize + static_cast<off_t>(header[2]);
+  }
+  return whole > kFileHeader ? whole : 0;
 }
 
 /// Brings the data to the disk where the file has one; pipes and devices refuse with these errors.
@@ -148,6 +169,8 @@ void PcapWriter::Closer::operator()(pcap* file) const {
 
 PcapWriter::PcapWriter(std::string path, int linkType)
     : path_(std::move(path)), finalPath_(FollowLink(path_)) {
+  // Found out at the end, it would cost all that was captured.
+  if (std::error_code ignored; std::filesystem::is_directory(finalPath_, ignored)) Fail(EISDIR);
   // The dead handle carries link type and limit into the file header.
   file_.reset(pcap_open_dead(linkType, static_cast<int>(kLargestRecord)));
   if (!file_) throw CaptureError(path_ + ": no memory for the capture file");
@@ -166,14 +189,15 @@ void PcapWriter::OpenTemporary(int linkType) {
   if (!file) {
     const int error = errno;
     close(descriptor);
+    Discard();
     Fail(error);
   }
   errno = 0;
   dumper_ = pcap_dump_fopen(file_.get(), file.get());
   if (dumper_ == nullptr) {
     const int error = errno;
+    Discard();
     if (error == 0) {
-      Discard();
       throw CaptureError(path_ + ": link type " + std::to_string(linkType) +
                          " can't be written to a capture file");
     }
@@ -216,15 +240,36 @@ void PcapWriter::Close() {
   temporaryPath_.clear();
 }
 
-void PcapWriter::Discard() {
+void PcapWriter::KeepWhole() {
+  EndDump();
+  if (temporaryPath_.empty()) return;
+  const int file = open(temporaryPath_.c_str(), O_RDWR | O_CLOEXEC);
+  const off_t whole = file >= 0 ? LengthOfWholeRecords(file) : 0;
+  const bool isKept = whole > 0 && ftruncate(file, whole) == 0 && fsync(file) == 0 &&
+                      std::rename(temporaryPath_.c_str(), finalPath_.c_str()) == 0;
+  const int error = errno;
+  if (file >= 0) close(file);
+  if (whole == 0) return Discard();
+  const std::string place = std::exchange(temporaryPath_, {});
+  if (isKept) return;
+  throw CaptureError(path_ + ": can't be kept under its name: " + ErrorText(error) +
+                     "; what was captured is in " + place);
+}
+
+// What its buffer holds is written as far as it goes.
+void PcapWriter::EndDump() {
   if (dumper_ != nullptr) pcap_dump_close(dumper_);
   dumper_ = nullptr;
+}
+
+void PcapWriter::Discard() {
+  EndDump();
   if (!temporaryPath_.empty()) unlink(temporaryPath_.c_str());
   temporaryPath_.clear();
 }
 
 void PcapWriter::Fail(int error) {
-  Discard();
+  EndDump();
   throw CaptureError(path_ + ": can't write the capture: " + ErrorText(error != 0 ? error : EIO));
 }
 

@@ -68,9 +68,10 @@ class PcapReader {
 
 /// Writes a pcap file that appears under its name only when it is whole.
 ///
-/// The records go to a temporary file in the same folder; Close() brings it to the disk and renames
-/// it. A writer destroyed before that, or that failed, leaves nothing behind and a file that stood
-/// under the name before as it was. A device or pipe under the name is written to directly.
+/// The records go to a temporary file in the same folder, which other programs see locked; Close()
+/// brings it to the disk and renames it. A writer destroyed before that leaves nothing behind and a file
+/// that stood under the name before as it was; of one that failed, KeepWhole() keeps what it has. A
+/// device or pipe under the name is written to directly.
 class PcapWriter {
  public:
   /// Throws CaptureError if the file can't be made.
@@ -85,12 +86,17 @@ class PcapWriter {
   /// Completes the file. Throws CaptureError if any byte of it did not reach the disk.
   void Close();
 
+  /// After a failure: brings the records that reached the file whole under its name. Nothing if there are
+  /// none, or for a device or pipe. Throws CaptureError if the file can't be had.
+  void KeepWhole();
+
  private:
   struct Closer {
     void operator()(pcap* file) const;
   };
 
   void OpenTemporary(int linkType);
+  void EndDump();
   void Discard();
   [[noreturn]] void Fail(int error);
 

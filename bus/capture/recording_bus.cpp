@@ -76,10 +76,20 @@ void RecordingBus::Unplug() {
 
 void RecordingBus::Finish() {
   const std::lock_guard lock(mutex_);
-  if (!failure_.empty()) throw CaptureError(failure_);
   if (!writer_) return;
   const std::unique_ptr<PcapWriter> writer = std::move(writer_);
-  writer->Close();
+  try {
+    if (!failure_.empty()) throw CaptureError(failure_);
+    writer->Close();
+  } catch (const CaptureError&) {
+    writer->KeepWhole();
+    throw;
+  }
+}
+
+std::string RecordingBus::Failure() {
+  const std::lock_guard lock(mutex_);
+  return failure_;
 }
 
 std::int64_t RecordingBus::TimeAt(std::uint64_t microframe) const {
@@ -183,7 +193,7 @@ void RecordingBus::CompleteIsochronous(std::uint8_t endpoint, const std::vector<
 }
 
 void RecordingBus::Write(UsbRecord& record, std::int64_t time) {
-  if (!writer_) return;
+  if (!writer_ || !failure_.empty()) return;
   // The two threads of the traffic take their times before they take their turn here.
   lastTime_ = std::max(lastTime_, time);
   record.TimeMicroseconds = lastTime_;
@@ -192,7 +202,6 @@ void RecordingBus::Write(UsbRecord& record, std::int64_t time) {
     writer_->Write(record.TimeMicroseconds, encoded_);
   } catch (const CaptureError& error) {
     failure_ = error.what();
-    writer_.reset();
   }
 }
 

@@ -24,7 +24,7 @@ struct RecordingOptions {
 /// Passes everything on to another bus and writes a usbmon capture of it.
 ///
 /// A recording that is to be found and replayed begins with EnumerateDevice() through this bus. A
-/// recording that can't be written stops; the traffic goes on, and Finish() tells.
+/// recording that can't be written stops; the traffic goes on, and Failure() and Finish() tell.
 class RecordingBus final : public UsbBus {
  public:
   /// @param bus  outlives the recording
@@ -44,8 +44,11 @@ class RecordingBus final : public UsbBus {
   /// Ends the recording and brings the file under its name. Requests that follow still pass, but
   /// are not recorded.
   ///
-  /// Throws CaptureError if any of it could not be written.
+  /// Throws CaptureError if any of it could not be written; what was written whole is kept.
   void Finish();
+
+  /// Why the recording has stopped; empty while it goes on. Any thread.
+  [[nodiscard]] std::string Failure();
 
  private:
   /// The part of an isochronous read that goes into one record.

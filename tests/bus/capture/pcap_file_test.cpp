@@ -2,10 +2,8 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <filesystem>
 
 #include "tests/bus/capture/capture_support.h"
@@ -15,6 +13,7 @@ namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::StartsWith;
 
 constexpr std::int64_t kTime = 1'000'123'456;
 
@@ -122,27 +121,6 @@ TEST(PcapFile, FullDeviceIsReportedByTheWriteThatMeetsIt) {
   EXPECT_EQ(ErrorOf([&] { writer.Write(kTime, Hex("01")); }), "/dev/full: the capture is closed");
 }
 
-/// Lets files grow to a size only, as a full disk does.
-class FileSizeLimit {
- public:
-  explicit FileSizeLimit(rlim_t bytes) : handler_(std::signal(SIGXFSZ, SIG_IGN)) {
-    getrlimit(RLIMIT_FSIZE, &old_);
-    rlimit limit = old_;
-    limit.rlim_cur = bytes;
-    setrlimit(RLIMIT_FSIZE, &limit);
-  }
-  ~FileSizeLimit() {
-    setrlimit(RLIMIT_FSIZE, &old_);
-    std::signal(SIGXFSZ, handler_);
-  }
-  FileSizeLimit(const FileSizeLimit&) = delete;
-  FileSizeLimit& operator=(const FileSizeLimit&) = delete;
-
- private:
-  void (*handler_)(int);
-  rlimit old_{};
-};
-
 TEST(PcapFile, DiskThatFillsUpLeavesTheOldFileAndNothingElse) {
   const TemporaryFolder folder;
   const Bytes old = Hex("AA BB");
@@ -181,13 +159,63 @@ TEST(PcapFile, MissingFolderIsReportedWithTheName) {
             "/nowhere/a.pcap: can't write the capture: No such file or directory");
 }
 
-TEST(PcapFile, FolderInThePlaceOfTheFileIsReportedAndLeavesNothing) {
+TEST(PcapFile, OfADiskThatFillsUpTheWholeRecordsAreKept) {
+  const TemporaryFolder folder;
+  {
+    const FileSizeLimit limit{10'000};
+    PcapWriter writer{folder.Path("a.pcap"), kLinkTypeUsbmon};
+    EXPECT_NE(ErrorOf([&] {
+                for (int i = 0; i < 100; ++i) writer.Write(kTime, Bytes(1000));
+                writer.Close();
+              }),
+              "");
+    writer.KeepWhole();
+  }
+  EXPECT_THAT(folder.Names(), ElementsAre("a.pcap"));
+  PcapImage image{220};
+  // Nine of 1016 bytes fit behind the file's header of 24.
+  for (int i = 0; i < 9; ++i) image.Add(Bytes(1000));
+  EXPECT_EQ(ReadFile(folder.Path("a.pcap")), image.Image());
+}
+
+TEST(PcapFile, OfADiskWithoutRoomForARecordTheOldFileIsKept) {
+  const TemporaryFolder folder;
+  const Bytes old = Hex("AA BB");
+  WriteFile(folder.Path("a.pcap"), old);
+  {
+    const FileSizeLimit limit{30};
+    PcapWriter writer{folder.Path("a.pcap"), kLinkTypeUsbmon};
+    writer.Write(kTime, Hex("01"));
+    EXPECT_NE(ErrorOf([&] { writer.Close(); }), "");
+    writer.KeepWhole();
+  }
+  EXPECT_THAT(folder.Names(), ElementsAre("a.pcap"));
+  EXPECT_EQ(ReadFile(folder.Path("a.pcap")), old);
+}
+
+TEST(PcapFile, FolderInThePlaceOfTheFileIsReportedAheadOfTheFirstRecord) {
   const TemporaryFolder folder;
   std::filesystem::create_directory(folder.Path("a.pcap"));
-  PcapWriter writer{folder.Path("a.pcap"), kLinkTypeUsbmon};
-  EXPECT_EQ(ErrorOf([&] { writer.Close(); }),
+  EXPECT_EQ(ErrorOf([&] {
+              PcapWriter{folder.Path("a.pcap"), kLinkTypeUsbmon};
+            }),
             folder.Path("a.pcap") + ": can't write the capture: Is a directory");
   EXPECT_THAT(folder.Names(), ElementsAre("a.pcap"));
+}
+
+// A folder comes to the name while the capture is written.
+TEST(PcapFile, WhatCannotHaveItsNameIsKeptBesideIt) {
+  const TemporaryFolder folder;
+  PcapWriter writer{folder.Path("a.pcap"), kLinkTypeUsbmon};
+  writer.Write(kTime, Hex("01"));
+  std::filesystem::create_directory(folder.Path("a.pcap"));
+  EXPECT_NE(ErrorOf([&] { writer.Close(); }), "");
+  EXPECT_THAT(
+      ErrorOf([&] { writer.KeepWhole(); }),
+      StartsWith(folder.Path("a.pcap") +
+                 ": can't be kept under its name: Is a directory; what was captured is in " +
+                 folder.Path("a.pcap") + ".part"));
+  EXPECT_EQ(folder.Names().size(), 2U);
 }
 
 TEST(PcapFile, RecordBeyondTheLimitOfTheToolsIsRefused) {

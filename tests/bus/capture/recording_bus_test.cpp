@@ -254,6 +254,23 @@ TEST(RecordingBus, TrafficGoesOnWhenTheRecordingCannot) {
             "/dev/full: can't write the capture: No space left on device");
 }
 
+TEST(RecordingBus, ThatCannotBeWrittenAnyMoreTellsAndKeepsWhatItHas) {
+  const TemporaryFolder folder;
+  ScriptedBus camera;
+  const FileSizeLimit limit{10'000};
+  RecordingBus bus{camera, folder.Path("a.pcap")};
+  EXPECT_EQ(bus.Failure(), "");
+  for (int i = 0; i < 200; ++i) WriteRegister(bus, 0, 0x0A, 0x11);
+  const std::string failure = folder.Path("a.pcap") + ": can't write the capture: File too large";
+  EXPECT_EQ(bus.Failure(), failure);
+  EXPECT_EQ(ErrorOf([&] { bus.Finish(); }), failure);
+  PcapReader reader{folder.Path("a.pcap")};
+  PcapPacket packet;
+  while (reader.Next(packet)) {
+  }
+  EXPECT_GT(reader.RecordNumber(), 100U) << "each is 80 bytes long";
+}
+
 TEST(RecordingBus, TrafficBehindTheEndPassesUnrecorded) {
   const TemporaryFolder folder;
   ScriptedBus camera;
