@@ -110,12 +110,14 @@ std::string ToCsv(const FrameRow& row) {
 FrameLog::FrameLog(const std::string& path, std::optional<simulator::LightSchedule> light)
     : file_(path), light_(std::move(light)) {
   file_.Write(std::string(kFrameLogHeader) + "\n");
+  file_.MarkWhole();
 }
 
 void FrameLog::Add(FrameRow row) {
   row.Frame = ++frames_;
   if (light_) row.Lux = simulator::LuxAt(*light_, row.Seconds);
   file_.Write(ToCsv(row) + "\n");
+  file_.MarkWhole();
 }
 
 }  // namespace lidcam::app

@@ -87,7 +87,8 @@ class FrameLog {
   /// Appends a frame's row, with its number and the light of its time. Throws CommandError.
   void Add(FrameRow row);
 
-  /// Completes the file, which replaces one of that name. Throws CommandError.
+  /// Completes the file with the rows that were written, which replaces one of that name. Throws
+  /// CommandError.
   void Finish() { file_.Commit(); }
 
  private:

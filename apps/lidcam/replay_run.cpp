@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "apps/lidcam/command_error.h"
 #include "apps/lidcam/interrupt.h"
@@ -56,19 +57,23 @@ StreamResult ReplayFramesOnly(const bus::CaptureSource& source, const ReplaySize
   const auto isEnough = [&] {
     return limits.Frames && path.Counts().Delivered() >= *limits.Frames;
   };
-  while (!IsInterrupted() && !isEnough() && reader.Next(payload)) {
-    const TransferPacket packet{0, static_cast<std::uint32_t>(payload.Data.size())};
-    path.Take(payload.Data, {&packet, 1});
-    progress.Show({.Counts = path.Counts()});
+  std::vector<std::string> troubles;
+  try {
+    while (!IsInterrupted() && !isEnough() && reader.Next(payload)) {
+      const TransferPacket packet{0, static_cast<std::uint32_t>(payload.Data.size())};
+      path.Take(payload.Data, {&packet, 1});
+      progress.Show({.Counts = path.Counts()});
+    }
+  } catch (const CommandError& error) {
+    troubles.emplace_back(error.what());
   }
-  return {.Counts = path.Counts(),
-          .Size = size.Delivered,
-          .RawSize = size.Raw,
-          .Identity = {},
-          .Sensor = {},
-          .Place = {},
-          .Faults = {},
-          .ProcessorSeconds = {}};
+  StreamResult result{.Counts = path.Counts(),
+                      .Size = size.Delivered,
+                      .RawSize = size.Raw,
+                      .Written = limited.Written(),
+                      .Troubles = troubles};
+  if (IsInterrupted() && !isEnough()) NoteInterrupt(result, limits);
+  return result;
 }
 
 }  // namespace

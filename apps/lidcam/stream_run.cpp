@@ -12,6 +12,7 @@
 #include "apps/lidcam/interrupt.h"
 #include "apps/lidcam/progress.h"
 #include "apps/lidcam/silence_watch.h"
+#include "world/worlds.h"
 
 namespace lidcam::app {
 namespace {
@@ -78,8 +79,18 @@ nlohmann::json ToJson(const StreamResult& result) {
   if (const auto processor = ProcessorMillisecondsPerFrame(result)) {
     answer["processorMillisecondsPerFrame"] = *processor;
   }
+  if (!result.Place.empty() && result.Written) answer["written"] = *result.Written;
   if (!result.Faults.empty()) answer["faults"] = result.Faults;
+  if (!result.Troubles.empty()) answer["troubles"] = result.Troubles;
   return answer;
+}
+
+std::string AfterFrames(const StreamResult& result) {
+  return " after frame " + std::to_string(result.Counts.Delivered());
+}
+
+std::string FramesText(std::uint64_t count) {
+  return std::to_string(count) + (count == 1 ? " frame" : " frames");
 }
 
 std::string CountText(std::uint64_t count, const std::string& what) {
@@ -89,8 +100,7 @@ std::string CountText(std::uint64_t count, const std::string& what) {
 }  // namespace
 
 std::string ToText(const StreamCounts& counts) {
-  std::string text = std::to_string(counts.Delivered()) +
-                     (counts.Delivered() == 1 ? " frame delivered" : " frames delivered");
+  std::string text = FramesText(counts.Delivered()) + " delivered";
   if (const auto rate = counts.Rate()) {
     std::array<char, 40> number{};
     std::snprintf(number.data(), number.size(), ", %.2f a second", *rate);
@@ -103,40 +113,7 @@ std::string ToText(const StreamCounts& counts) {
   return text;
 }
 
-void LimitedWriter::Write(std::span<const std::uint8_t> yuy2) {
-  if (writer_ == nullptr || (frames_ && written_ >= *frames_)) return;
-  writer_->Write(yuy2);
-  ++written_;
-}
-
-StreamResult RunStream(bus::UsbBus& bus, const StreamSize& size, const StreamLimits& limits,
-                       std::span<const ControlAssignment> controls, FrameWriter* writer,
-                       const Verbosity& verbosity, FrameLog* log) {
-  StreamResult result;
-  result.Size = size.Delivered;
-  LimitedLog limitedLog(log, limits);
-  LimitedWriter limitedWriter(writer, limits);
-  const auto take = [&](const StreamFrame& frame) {
-    limitedLog.Add(frame.Report.Loop);
-    limitedWriter.Write(frame.Yuy2);
-  };
-  WithStream(bus, {.Size = size, .Controls = controls, .Frames = take}, [&](CameraStream& stream) {
-    result.Identity = IdentityText(stream.Opened().Device());
-    result.Sensor = SensorName(stream.Opened().SensorType());
-    result.RawSize = stream.RawSize();
-    const double processorAtRun = ProcessorSeconds();
-    ProgressLine progress(!verbosity.IsQuiet);
-    SilenceWatch silence;
-    while (!IsInterrupted() && !IsReached(limits, stream.Counts()) && stream.Advance()) {
-      progress.Show(stream.Progress());
-      if (!limits.ToleratesSilence) silence.Check(stream.Counts(), stream.Seconds());
-    }
-    result.ProcessorSeconds = ProcessorSeconds() - processorAtRun;
-    result.Counts = stream.Counts();
-    result.IsUnplugged = stream.IsUnplugged();
-  });
-  return result;
-}
+namespace {
 
 void PrintSummary(const StreamResult& result, const CommonOptions& options) {
   if (options.IsJson) {
@@ -156,26 +133,116 @@ void PrintSummary(const StreamResult& result, const CommonOptions& options) {
   }
   if (!result.Faults.empty())
     std::fprintf(stderr, "faults on the bus: %s\n", result.Faults.c_str());
-  if (!result.Place.empty() && result.Place != "-") {
-    std::fprintf(stderr, "written to %s\n", result.Place.c_str());
+  if (result.Place.empty() || result.Place == "-") return;
+  const std::uint64_t written = result.Written.value_or(counts.Delivered());
+  std::fprintf(stderr, "written to %s", result.Place.c_str());
+  if (written != counts.Delivered()) std::fprintf(stderr, ": %s", FramesText(written).c_str());
+  std::fputs("\n", stderr);
+}
+
+std::string WhyWithoutFrame(const StreamResult& result, const std::string& from) {
+  if (result.IsUnplugged) return "the camera was unplugged before its first frame";
+  if (IsInterrupted()) return InterruptText() + " before the first frame";
+  return from + " gave no whole frame of " + ToString(result.Size);
+}
+
+// Trouble at the end of one output is no reason to leave another one undone.
+template <typename Output>
+void Finish(Output* output, StreamResult& result) {
+  if (output == nullptr) return;
+  try {
+    output->Finish();
+  } catch (const CommandError& error) {
+    result.Troubles.emplace_back(error.what());
   }
 }
 
-void RequirePluggedIn(const StreamResult& result) {
-  if (!result.IsUnplugged) return;
-  throw CommandError("the camera was unplugged after frame " +
-                     std::to_string(result.Counts.Delivered()));
+// The last one ends the command; all are shown.
+void FailForTroubles(const std::vector<std::string>& troubles) {
+  if (troubles.empty()) return;
+  for (std::size_t i = 0; i + 1 < troubles.size(); ++i) {
+    std::fprintf(stderr, "lidcam: %s\n", troubles[i].c_str());
+  }
+  throw CommandError(troubles.back());
 }
 
-void FinishOutput(StreamResult& result, FrameWriter* writer, const std::string& from) {
+/// Runs a stream until a limit, an interrupt, or its own end.
+/// @return false if it was asked to end ahead of that
+bool RunToEnd(CameraStream& stream, const StreamLimits& limits, const Verbosity& verbosity) {
+  ProgressLine progress(!verbosity.IsQuiet);
+  SilenceWatch silence;
+  while (!IsReached(limits, stream.Counts())) {
+    if (IsInterrupted()) return false;
+    if (!stream.Advance()) break;
+    progress.Show(stream.Progress());
+    if (!limits.ToleratesSilence) silence.Check(stream.Counts(), stream.Seconds());
+  }
+  return true;
+}
+
+}  // namespace
+
+void LimitedWriter::Write(std::span<const std::uint8_t> yuy2) {
+  if (writer_ == nullptr || (frames_ && written_ >= *frames_)) return;
+  writer_->Write(yuy2);
+  ++written_;
+}
+
+StreamResult RunStream(bus::UsbBus& bus, const StreamSize& size, const StreamLimits& limits,
+                       std::span<const ControlAssignment> controls, FrameWriter* writer,
+                       const Verbosity& verbosity, FrameLog* log) {
+  StreamResult result;
+  result.Size = size.Delivered;
+  LimitedLog limitedLog(log, limits);
+  LimitedWriter limitedWriter(writer, limits);
+  const auto take = [&](const StreamFrame& frame) {
+    limitedLog.Add(frame.Report.Loop);
+    limitedWriter.Write(frame.Yuy2);
+  };
+  bool isComplete = true;
+  const auto use = [&](CameraStream& stream) {
+    result.Identity = IdentityText(stream.Opened().Device());
+    result.Sensor = SensorName(stream.Opened().SensorType());
+    result.RawSize = stream.RawSize();
+    const double processorAtRun = ProcessorSeconds();
+    world::RunThenEnd([&] { isComplete = RunToEnd(stream, limits, verbosity); },
+                      [&] {
+                        result.ProcessorSeconds = ProcessorSeconds() - processorAtRun;
+                        result.Counts = stream.Counts();
+                        result.IsUnplugged = stream.IsUnplugged();
+                      });
+  };
+  try {
+    WithStream(bus, {.Size = size, .Controls = controls, .Frames = take}, use);
+  } catch (const std::exception& error) {
+    if (result.Counts.Delivered() == 0) throw;
+    result.Troubles.emplace_back(error.what());
+  }
+  result.Written = limitedWriter.Written();
+  // A recording tells how its camera ended.
+  if (result.IsUnplugged && !limits.ToleratesSilence) {
+    result.Troubles.push_back("the camera was unplugged" + AfterFrames(result));
+  }
+  if (!isComplete) NoteInterrupt(result, limits);
+  return result;
+}
+
+void NoteInterrupt(StreamResult& result, const StreamLimits& limits) {
+  if (!limits.HasEnd() && IsInterruptedByUser()) return;
+  result.Troubles.push_back(InterruptText() + AfterFrames(result));
+}
+
+void ConcludeStream(StreamResult& result, const StreamOutputs& outputs, const std::string& from,
+                    const CommonOptions& options) {
+  Finish(outputs.Log, result);
   if (result.Counts.Delivered() == 0) {
-    if (result.IsUnplugged) throw CommandError("the camera was unplugged before its first frame");
-    if (IsInterrupted()) throw CommandError("interrupted before the first frame");
-    throw CommandError(from + " gave no whole frame of " + ToString(result.Size));
+    result.Troubles.assign(1, WhyWithoutFrame(result, from));
+  } else {
+    Finish(outputs.Writer, result);
+    if (outputs.Writer != nullptr && result.Written != 0U) result.Place = outputs.Writer->Place();
+    PrintSummary(result, options);
   }
-  if (writer == nullptr) return;
-  writer->Finish();
-  result.Place = writer->Place();
+  FailForTroubles(result.Troubles);
 }
 
 }  // namespace lidcam::app

@@ -4,6 +4,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <vector>
 
 #include "apps/lidcam/camera_stream.h"
 #include "apps/lidcam/commands/common_options.h"
@@ -16,22 +17,28 @@ namespace lidcam::app {
 
 /// What a run of a stream came to.
 struct StreamResult {
-  StreamCounts Counts;
-  PictureSize Size;
-  PictureSize RawSize;       ///< of the frames that the camera sent for it
-  std::string Identity;      ///< empty if the capture does not tell
-  std::string Sensor;        ///< empty if the capture does not tell
-  std::string Place;         ///< where the frames are; empty without an output
-  std::string Faults;        ///< what was carried out of a fault script; empty without one
+  StreamCounts Counts{};
+  PictureSize Size{};
+  PictureSize RawSize{};   ///< of the frames that the camera sent for it
+  std::string Identity{};  ///< empty if the capture does not tell
+  std::string Sensor{};    ///< empty if the capture does not tell
+  std::string Place{};     ///< where the frames are; empty without an output
+  std::string Faults{};    ///< what was carried out of a fault script; empty without one
+  /// Frames in the output; nothing where an output holds no frames as such.
+  std::optional<std::uint64_t> Written{};
   bool IsUnplugged = false;  ///< the camera was gone before the end
+  /// What cut the stream short, or was in the way of its output, in the order of happening. Each is a
+  /// line for the user; without any, all that was asked for is there.
+  std::vector<std::string> Troubles{};
   /// Processor time of the whole process while the stream ran; told for streams in real time only.
-  std::optional<double> ProcessorSeconds;
+  std::optional<double> ProcessorSeconds{};
 };
 
 /// Streams from the camera until a limit, an interrupt or the end of a capture, writing frames if
 /// there is a writer, and a row for each frame if there is a log. Frames beyond the limit are in
-/// neither. A camera that is unplugged ends the stream, and the result tells. Within a world of the
-/// bus's time.
+/// neither. What cuts a stream short that has given frames - a camera that is unplugged or falls silent,
+/// an output that takes no more - is told by the result; without a frame it is thrown. Within a world of
+/// the bus's time.
 ///
 /// @param controls  set before the first frame, in this order
 /// @param log       may be null
@@ -48,6 +55,7 @@ class LimitedWriter {
       : writer_(writer), frames_(limits.Frames) {}
 
   void Write(std::span<const std::uint8_t> yuy2);
+  [[nodiscard]] std::uint64_t Written() const { return written_; }
 
  private:
   FrameWriter* writer_;
@@ -58,18 +66,22 @@ class LimitedWriter {
 /// "86 frames delivered, 29.97 a second; none lost, 2 of a wrong size".
 [[nodiscard]] std::string ToText(const StreamCounts& counts);
 
-/// Prints the summary: one line for a person on standard error, or JSON on standard output.
-void PrintSummary(const StreamResult& result, const CommonOptions& options);
+/// What a stream's result goes to; each may be missing.
+struct StreamOutputs {
+  FrameWriter* Writer = nullptr;
+  FrameLog* Log = nullptr;
+};
 
-/// Throws CommandError for a stream that ended because its camera was gone. What it gave until then is
-/// kept: the output is complete.
-void RequirePluggedIn(const StreamResult& result);
-
-/// Completes a stream's output and notes its place in the result. Throws CommandError, with nothing
-/// left under the output's name, if the stream gave no frame.
+/// Completes what a stream gave until its end, whatever ended it: brings frames and log under their
+/// names and prints the summary, one line for a person on standard error, or JSON on standard output.
+/// Throws CommandError for a stream that gave no frame, of which the log alone is kept, and for one that
+/// was cut short.
 ///
-/// @param writer  may be null
-/// @param from    names the source in the error
-void FinishOutput(StreamResult& result, FrameWriter* writer, const std::string& from);
+/// @param from  names the source in the error
+void ConcludeStream(StreamResult& result, const StreamOutputs& outputs, const std::string& from,
+                    const CommonOptions& options);
+
+/// Notes in the result that the stream was asked to end ahead of the end that was foreseen.
+void NoteInterrupt(StreamResult& result, const StreamLimits& limits);
 
 }  // namespace lidcam::app

@@ -83,7 +83,7 @@ void AddFrameLimit(CLI::App& command, std::optional<std::uint64_t>& frames) {
 }
 
 StreamLimits LimitsOf(const StreamOptions& options) {
-  StreamLimits limits{.Frames = options.Frames, .Duration = {}, .ToleratesSilence = false};
+  StreamLimits limits{.Frames = options.Frames};
   if (options.Duration) limits.Duration = ParseDuration(*options.Duration);
   return limits;
 }

@@ -56,9 +56,13 @@ void AddStreamOptions(CLI::App& command, CommonOptions& common, StreamOptions& o
 
 /// When a stream ends, besides by an interrupt.
 struct StreamLimits {
-  std::optional<std::uint64_t> Frames;
-  std::optional<std::chrono::microseconds> Duration;  ///< of bus time
+  std::optional<std::uint64_t> Frames{};
+  std::optional<std::chrono::microseconds> Duration{};  ///< of bus time
   bool ToleratesSilence = false;  ///< a recorded camera may pause; a live one is then gone
+  bool EndsByItself = false;      ///< a recording: who interrupts it has not seen all of it
+
+  /// Whether an end is foreseen: without one, Ctrl-C is the regular end.
+  [[nodiscard]] bool HasEnd() const { return Frames || Duration || EndsByItself; }
 };
 
 /// What the parser's own conversion lets pass: it takes "-1" for the highest number.

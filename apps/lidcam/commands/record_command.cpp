@@ -1,4 +1,6 @@
+#include <filesystem>
 #include <memory>
+#include <utility>
 
 #include "apps/lidcam/command_error.h"
 #include "apps/lidcam/commands/commands.h"
@@ -16,6 +18,43 @@ struct RecordCommand {
   std::optional<std::string> Faults;
 };
 
+/// The recording as what a stream's frames go to: a recording that can't be written ends the stream at the
+/// next frame.
+class RecordingWriter : public FrameWriter {
+ public:
+  RecordingWriter(bus::RecordingBus& recording, std::string path)
+      : recording_(recording), path_(std::move(path)) {}
+
+  void Write(std::span<const std::uint8_t>) override {
+    const std::string failure = recording_.Failure();
+    isTold_ = !failure.empty();
+    if (isTold_) throw CommandError(failure);
+    ++frames_;
+  }
+
+  // One that failed ahead of the first frame is dropped.
+  void Finish() override {
+    if (frames_ == 0) return;
+    try {
+      recording_.Finish();
+    } catch (const bus::CaptureError& error) {
+      if (!isTold_) throw CommandError(error.what());
+    }
+  }
+
+  // Of a device or a pipe nothing is left that could be pointed to.
+  [[nodiscard]] std::string Place() const override {
+    const bool isKept = frames_ > 0 && (!isTold_ || std::filesystem::is_regular_file(path_));
+    return isKept ? path_ : std::string();
+  }
+
+ private:
+  bus::RecordingBus& recording_;
+  const std::string path_;
+  std::uint64_t frames_ = 0;
+  bool isTold_ = false;
+};
+
 void Run(const RecordCommand& command) {
   const StreamSize size = SizeOf(command.Stream.Sizes);
   const StreamLimits limits = LimitsOf(command.Stream);
@@ -25,19 +64,18 @@ void Run(const RecordCommand& command) {
   StreamResult result;
   try {
     bus::RecordingBus recording(port.Bus(), *command.Stream.Output);
+    RecordingWriter writer(recording, *command.Stream.Output);
     RunInTimeOf(command.Common.Camera, [&] {
-      result = RunStream(recording, size, limits, controls, nullptr, command.Common.Output);
+      result = RunStream(recording, size, limits, controls, &writer, command.Common.Output);
     });
     if (!IsInRealTime(command.Common.Camera)) result.ProcessorSeconds.reset();
     result.Faults = port.Account();
-    FinishOutput(result, nullptr, "camera '" + command.Common.Camera.Camera + "'");
-    recording.Finish();
+    result.Written.reset();
+    ConcludeStream(result, {.Writer = &writer}, "camera '" + command.Common.Camera.Camera + "'",
+                   command.Common);
   } catch (const bus::CaptureError& error) {
     throw CommandError(error.what());
   }
-  result.Place = *command.Stream.Output;
-  PrintSummary(result, command.Common);
-  RequirePluggedIn(result);
 }
 
 }  // namespace

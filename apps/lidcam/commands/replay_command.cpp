@@ -29,10 +29,11 @@ void Run(const ReplayCommand& command) {
     if (command.Output) {
       writer = MakeFrameWriter(*command.Output, sizes.Delivered, kFramePeriod);
     }
-    const StreamLimits limits{.Frames = command.Frames, .Duration = {}, .ToleratesSilence = true};
+    const StreamLimits limits{
+        .Frames = command.Frames, .Duration = {}, .ToleratesSilence = true, .EndsByItself = true};
     StreamResult result = RunReplay(source, sizes, limits, writer.get(), command.Common.Output);
-    FinishOutput(result, writer.get(), "capture '" + command.Capture + "'");
-    PrintSummary(result, command.Common);
+    ConcludeStream(result, {.Writer = writer.get()}, "capture '" + command.Capture + "'",
+                   command.Common);
   } catch (const bus::CaptureError& error) {
     throw CommandError(error.what());
   }

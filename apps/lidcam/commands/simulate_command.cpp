@@ -233,7 +233,7 @@ void Run(const SimulateCommand& command) {
                        " runs failed; each can be played again by the command below it");
   }
   if (IsInterrupted()) {
-    throw CommandError("interrupted after " + std::to_string(tally.Runs) + " runs");
+    throw CommandError(InterruptText() + " after " + std::to_string(tally.Runs) + " runs");
   }
 }
 

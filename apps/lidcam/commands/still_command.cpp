@@ -65,7 +65,7 @@ class StreamRunner {
   void RunUntil(Condition isReached) {
     bool goesOn = true;
     while (!isReached()) {
-      if (IsInterrupted()) throw CommandError("interrupted: no still was taken");
+      if (IsInterrupted()) throw CommandError(InterruptText() + ": no still was taken");
       if (!goesOn) FailAtEnd();
       goesOn = stream_.Advance();
       progress_.Show(stream_.Progress());

@@ -19,7 +19,8 @@ struct StreamCommand {
 
 void Run(const StreamCommand& command) {
   const StreamSize size = SizeOf(command.Stream.Sizes);
-  const StreamLimits limits = LimitsOf(command.Stream);
+  StreamLimits limits = LimitsOf(command.Stream);
+  limits.EndsByItself = CaptureFileOf(command.Common.Camera.Camera).has_value();
   const std::vector<ControlAssignment> controls = ParseAssignments(command.Stream.Controls);
   if (command.Common.IsJson && command.Stream.Output == "-") {
     throw UsageError("--json and the output '-' both want standard output: use one of them");
@@ -44,16 +45,14 @@ void Run(const StreamCommand& command) {
                          log ? &*log : nullptr);
     });
     if (!IsInRealTime(choice)) result.ProcessorSeconds.reset();
-    result.Faults = port.Account();
-    FinishOutput(result, writer.get(), "camera '" + choice.Camera + "'");
   } catch (...) {
     // A stream that failed is the one whose log is wanted most.
     if (log) log->Finish();
     throw;
   }
-  if (log) log->Finish();
-  PrintSummary(result, command.Common);
-  RequirePluggedIn(result);
+  result.Faults = port.Account();
+  ConcludeStream(result, {.Writer = writer.get(), .Log = log ? &*log : nullptr},
+                 "camera '" + choice.Camera + "'", command.Common);
 }
 
 }  // namespace
@@ -73,7 +72,10 @@ void AddStreamCommand(CLI::App& app) {
       ->type_name("FILE");
   AddOutputOptions(*sub, command->Common);
   sub->footer(
-      "Without --frames or --duration it runs until Ctrl-C, which ends it in order.\n"
+      "Without --frames or --duration it runs until Ctrl-C, which ends it in order. Whatever\n"
+      "ends it ahead of its time - a silent or unplugged camera, a full disk, a reader that\n"
+      "goes away, SIGTERM, SIGHUP - the frames until then are kept, and the exit status is 1.\n"
+      "A second Ctrl-C ends it at once.\n"
       "Lost frames are those that the camera sent behind the first one and that did not\n"
       "arrive; a camera that sends fewer in the dark loses none. When the light state\n"
       "changes the driver leaves two frames out. Frames of a wrong size came from a damaged\n"

@@ -19,7 +19,10 @@ class RawWriter : public FrameWriter {
  public:
   explicit RawWriter(const std::string& path) : file_(path) {}
 
-  void Write(std::span<const std::uint8_t> yuy2) override { file_.Write(yuy2); }
+  void Write(std::span<const std::uint8_t> yuy2) override {
+    file_.Write(yuy2);
+    file_.MarkWhole();
+  }
   void Finish() override { file_.Commit(); }
   [[nodiscard]] std::string Place() const override { return file_.Path(); }
 
@@ -39,6 +42,7 @@ class Y4mWriter : public FrameWriter {
     SeparatePlanes(yuy2, size_, planar_);
     file_.Write("FRAME\n");
     file_.Write(planar_);
+    file_.MarkWhole();
   }
   void Finish() override { file_.Commit(); }
   [[nodiscard]] std::string Place() const override { return file_.Path(); }
@@ -64,9 +68,10 @@ class PngSeriesWriter : public FrameWriter {
 
   void Write(std::span<const std::uint8_t> yuy2) override {
     ConvertToRgb(yuy2, size_, rgb_);
-    last_ = NameOf(++count_);
-    if (first_.empty()) first_ = last_;
-    WritePng(last_, size_, rgb_);
+    const std::string name = NameOf(count_ + 1);
+    WritePng(name, size_, rgb_);
+    last_ = name;
+    if (++count_ == 1) first_ = name;
   }
   void Finish() override {}
   [[nodiscard]] std::string Place() const override {

@@ -21,7 +21,8 @@ class FrameWriter {
   /// Writes one frame in YUY2 order, rows top to bottom without padding. Throws CommandError.
   virtual void Write(std::span<const std::uint8_t> yuy2) = 0;
 
-  /// Completes the output: what was written stands under its final name from here on.
+  /// Completes the output: the frames that were written whole stand under its final name from here on,
+  /// also after a write that failed. Throws CommandError.
   virtual void Finish() = 0;
 
   /// Where the frames are, in words for a person.

@@ -1,18 +1,19 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstdint>
-#include <cstdio>
 #include <span>
 #include <string>
 #include <string_view>
 
 namespace lidcam::app {
 
-/// A file that appears under its name only when it is whole.
+/// A file that appears under its name only when it is complete.
 ///
-/// Bytes go to a temporary file in the same folder; Commit() flushes and renames it. Destroyed
-/// before that, it leaves nothing behind. Standard output ("-") and devices or pipes under the name
-/// are written to directly.
+/// Bytes go to a temporary file in the same folder, which other programs see locked; Commit() flushes
+/// and renames it. Destroyed before that, it leaves nothing behind. Standard output ("-") and devices or
+/// pipes under the name are written to directly.
 class OutputFile {
  public:
   /// Throws CommandError if the file can't be made.
@@ -21,22 +22,35 @@ class OutputFile {
   OutputFile& operator=(const OutputFile&) = delete;
   ~OutputFile();
 
-  /// Appends. Throws CommandError, naming the path, if not every byte was taken.
+  /// Appends. Throws CommandError, naming the path, if not every byte was taken; so it does when the
+  /// reader of a pipe takes nothing and the program is asked to end.
   void Write(std::span<const std::uint8_t> bytes);
   void Write(std::string_view text);
 
-  /// Completes the file. Throws CommandError if any byte of it did not reach its place.
+  /// What was written up to here can stand alone: Commit() keeps it even if a later write fails.
+  void MarkWhole();
+
+  /// Completes the file. After a failed write it keeps what was marked as whole, and nothing without a
+  /// mark. Throws CommandError if any byte of it did not reach its place.
   void Commit();
 
   [[nodiscard]] const std::string& Path() const { return path_; }
 
  private:
-  [[noreturn]] void Fail(const std::string& what, int error);
+  void OpenTemporary();
+  /// Appends as far as possible.
+  /// @return 0 or the error number
+  int Append(std::span<const std::uint8_t> bytes);
+  [[noreturn]] void Fail(const std::string& what, int error) const;
+  void Close();
   void Discard();
 
   std::string path_;
   std::string temporaryPath_;  ///< empty when written directly
-  std::FILE* file_ = nullptr;
+  int file_ = -1;
+  off_t written_ = 0;
+  off_t whole_ = 0;
+  bool hasFailed_ = false;
 };
 
 }  // namespace lidcam::app

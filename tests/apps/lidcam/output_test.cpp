@@ -1,8 +1,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <sys/resource.h>
 
 #include <array>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -69,6 +71,63 @@ TEST_F(OutputTest, AnAbandonedFileLeavesNothingAndKeepsTheOneBefore) {
   }
   EXPECT_THAT(Names(), ElementsAre("a.txt"));
   EXPECT_EQ(ContentOf("a.txt"), "before");
+}
+
+/// Lets files grow to a size only, as a full disk does.
+class FileSizeLimit {
+ public:
+  explicit FileSizeLimit(rlim_t bytes) : handler_(std::signal(SIGXFSZ, SIG_IGN)) {
+    getrlimit(RLIMIT_FSIZE, &old_);
+    const rlimit limit{bytes, old_.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &limit);
+  }
+  FileSizeLimit(const FileSizeLimit&) = delete;
+  FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+  ~FileSizeLimit() {
+    setrlimit(RLIMIT_FSIZE, &old_);
+    std::signal(SIGXFSZ, handler_);
+  }
+
+ private:
+  void (*handler_)(int);
+  rlimit old_{};
+};
+
+TEST_F(OutputTest, OfADiskThatFillsUpTheWholePartsAreKept) {
+  const FileSizeLimit limit(10);
+  OutputFile file(PathOf("a.txt"));
+  file.Write("1234");
+  file.MarkWhole();
+  file.Write("5678");
+  file.MarkWhole();
+  EXPECT_THROW(file.Write("9abc"), CommandError);
+  EXPECT_FALSE(fs::exists(PathOf("a.txt")));
+  file.Commit();
+  EXPECT_THAT(Names(), ElementsAre("a.txt"));
+  EXPECT_EQ(ContentOf("a.txt"), "12345678");
+}
+
+TEST_F(OutputTest, OfADiskWithoutRoomForAWholePartTheFileBeforeIsKept) {
+  std::ofstream(PathOf("a.txt")) << "before";
+  const FileSizeLimit limit(10);
+  OutputFile file(PathOf("a.txt"));
+  EXPECT_THROW(file.Write("123456789abc"), CommandError);
+  file.Commit();
+  EXPECT_THAT(Names(), ElementsAre("a.txt"));
+  EXPECT_EQ(ContentOf("a.txt"), "before");
+}
+
+TEST_F(OutputTest, WhatCannotHaveItsNameIsKeptBesideIt) {
+  OutputFile file(PathOf("a.txt"));
+  file.Write("all of it");
+  fs::create_directory(PathOf("a.txt"));
+  try {
+    file.Commit();
+    FAIL() << "a folder has the name";
+  } catch (const CommandError& error) {
+    EXPECT_THAT(error.what(), ::testing::HasSubstr(".part', where it is complete"));
+  }
+  EXPECT_EQ(Names().size(), 2U);
 }
 
 TEST_F(OutputTest, FoldersAndMissingFoldersAreRefused) {

@@ -65,9 +65,10 @@ class FaultTest(CommandLineTest):
 
     # A circle of transfers that breaks is started again on the interface's first pipe, which carries
     # no picture.
-    def test_a_failed_read_ends_in_silence_that_is_told(self):
+    def test_a_failed_read_ends_in_silence_that_is_told_and_the_frames_are_kept(self):
         result = self.stream("at 1s fail", "--quiet")
         self.assert_one_line_error(result, 1, "no whole frame for 5 s after frame 26")
+        self.assertEqual(self.frames_kept(), 26)
 
     def test_an_answer_that_is_later_than_the_host_waits_costs_no_frame(self):
         result = self.stream("control 400 late 6s", "--json")
