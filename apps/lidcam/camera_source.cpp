@@ -64,6 +64,14 @@ void RefuseLightOnGlass(const CameraChoice& choice) {
 
 }  // namespace
 
+std::vector<InputRole> FilesOf(const CameraChoice& choice) {
+  if (const auto capture = CaptureFileOf(choice.Camera)) return {{"capture", *capture}};
+  if (!IsSimulated(choice.Camera)) return {};
+  const std::string scene = OptionsOf(choice).SceneFile;
+  if (scene.empty()) return {};
+  return {{"scene", scene}};
+}
+
 SetFiles SetFilesFor(const CameraChoice& choice) {
   return CaptureFileOf(choice.Camera) ? SetFiles::OfHardware : SetFiles::OfSimulatedCameras;
 }

@@ -3,8 +3,10 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "apps/lidcam/host_environment.h"
+#include "apps/lidcam/output/file_roles.h"
 #include "bus/capture/capture_source.h"
 #include "bus/usb_bus.h"
 #include "simulator/light_schedule.h"
@@ -27,6 +29,10 @@ struct CameraChoice {
 /// The light on the scene over the time of a stream; nothing for a camera that is not simulated.
 /// Throws as OpenCamera() does.
 [[nodiscard]] std::optional<simulator::LightSchedule> LightOn(const CameraChoice& choice);
+
+/// The files that the camera is made of: a capture, or a simulated scene. Throws as OpenCamera() does for
+/// a name that can't be meant.
+[[nodiscard]] std::vector<InputRole> FilesOf(const CameraChoice& choice);
 
 /// Opens a capture and finds the camera in it. Throws CommandError or UsageError.
 [[nodiscard]] bus::CaptureSource OpenCapture(const std::string& path,

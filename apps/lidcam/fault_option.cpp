@@ -1,5 +1,7 @@
 #include "apps/lidcam/fault_option.h"
 
+#include <filesystem>
+#include <system_error>
 #include <utility>
 
 #include "apps/lidcam/command_error.h"
@@ -30,6 +32,12 @@ void AddFaultOption(CLI::App& command, std::optional<std::string>& faults) {
           "what goes wrong on the bus: a script such as 'at 2s lose 5; control 40 stall', a "
           "file with one, or seed=N")
       ->type_name("SCRIPT|FILE|seed=N");
+}
+
+std::vector<InputRole> FilesOfFaults(const std::optional<std::string>& faults) {
+  std::error_code ignored;
+  if (!faults || !std::filesystem::is_regular_file(*faults, ignored)) return {};
+  return {{"fault script", *faults}};
 }
 
 FaultyPort::FaultyPort(std::unique_ptr<bus::UsbBus> bus, const std::optional<std::string>& faults,

@@ -5,8 +5,10 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "apps/lidcam/commands/common_options.h"
+#include "apps/lidcam/output/file_roles.h"
 #include "bus/faults/fault_bus.h"
 #include "bus/usb_bus.h"
 
@@ -14,6 +16,9 @@ namespace lidcam::app {
 
 /// Adds --faults, which lets things go wrong on the camera's bus.
 void AddFaultOption(CLI::App& command, std::optional<std::string>& faults);
+
+/// The file that a fault script comes from; nothing for one in the command line.
+[[nodiscard]] std::vector<InputRole> FilesOfFaults(const std::optional<std::string>& faults);
 
 /// A camera's bus, with the faults that the user asked for in front of it.
 class FaultyPort {

@@ -76,11 +76,15 @@ fs::path HomeFolder() {
   return folder;
 }
 
+fs::path SettingsFile() {
+  return HomeFolder() / "registry.reg";
+}
+
 void OpenHostEnvironment(const Verbosity& verbosity, SetFiles setFiles) {
   const fs::path home = HomeFolder();
   if (setFiles == SetFiles::OfSimulatedCameras) {
     host::SetSystemRoot(SimulatedRoot(home));
-    host::SetRegistryFile((home / "registry.reg").string());
+    host::SetRegistryFile(SettingsFile().string());
   } else {
     host::SetSystemRoot(home / "system-root");
     host::OpenRegistry({});

@@ -31,6 +31,9 @@ void OpenHostEnvironment(const Verbosity& verbosity, SetFiles setFiles);
 /// The folder; created when missing. Throws CommandError.
 [[nodiscard]] std::filesystem::path HomeFolder();
 
+/// The file in it that holds the user's settings. Throws CommandError.
+[[nodiscard]] std::filesystem::path SettingsFile();
+
 /// Sends trace lines to standard output instead, for commands whose output is the trace.
 void TraceToStandardOutput();
 

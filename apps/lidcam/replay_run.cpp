@@ -65,6 +65,7 @@ StreamResult ReplayFramesOnly(const bus::CaptureSource& source, const ReplaySize
       progress.Show({.Counts = path.Counts()});
     }
   } catch (const CommandError& error) {
+    if (path.Counts().Delivered() == 0) throw;
     troubles.emplace_back(error.what());
   }
   StreamResult result{.Counts = path.Counts(),
@@ -72,7 +73,9 @@ StreamResult ReplayFramesOnly(const bus::CaptureSource& source, const ReplaySize
                       .RawSize = size.Raw,
                       .Written = limited.Written(),
                       .Troubles = troubles};
-  if (IsInterrupted() && !isEnough()) NoteInterrupt(result, limits);
+  if (IsInterrupted() && !isEnough() && result.Counts.Delivered() > 0) {
+    NoteInterrupt(result, limits);
+  }
   return result;
 }
 

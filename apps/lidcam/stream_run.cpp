@@ -219,6 +219,7 @@ StreamResult RunStream(bus::UsbBus& bus, const StreamSize& size, const StreamLim
     result.Troubles.emplace_back(error.what());
   }
   result.Written = limitedWriter.Written();
+  if (result.Counts.Delivered() == 0) return result;
   // A recording tells how its camera ended.
   if (result.IsUnplugged && !limits.ToleratesSilence) {
     result.Troubles.push_back("the camera was unplugged" + AfterFrames(result));
@@ -236,7 +237,7 @@ void ConcludeStream(StreamResult& result, const StreamOutputs& outputs, const st
                     const CommonOptions& options) {
   Finish(outputs.Log, result);
   if (result.Counts.Delivered() == 0) {
-    result.Troubles.assign(1, WhyWithoutFrame(result, from));
+    result.Troubles.push_back(WhyWithoutFrame(result, from));
   } else {
     Finish(outputs.Writer, result);
     if (outputs.Writer != nullptr && result.Written != 0U) result.Place = outputs.Writer->Place();

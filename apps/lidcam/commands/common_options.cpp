@@ -3,6 +3,8 @@
 #include <charconv>
 #include <string>
 
+#include "apps/lidcam/output/frame_writer.h"
+
 namespace lidcam::app {
 
 void AddCameraOptions(CLI::App& command, CommonOptions& options) {
@@ -33,6 +35,29 @@ void AddOutputOptions(CLI::App& command, CommonOptions& options) {
                    "print every register access, state change and frame decision");
   command.add_flag("--debug", options.Output.ShowsDebug, "print the driver's debug output");
   command.add_flag("-q,--quiet", options.Output.IsQuiet, "no progress and no summary");
+}
+
+std::vector<InputRole> InputsOf(const CommonOptions& options,
+                                const std::vector<InputRole>& others) {
+  std::vector<InputRole> inputs = FilesOf(options.Camera);
+  inputs.insert(inputs.end(), others.begin(), others.end());
+  inputs.push_back({"settings", SettingsFile().string()});
+  return inputs;
+}
+
+std::vector<OutputRole> OutputsOf(const CommonOptions& options,
+                                  const std::optional<std::string>& output) {
+  std::vector<OutputRole> outputs;
+  if (output) outputs.push_back({"-o", *output});
+  if (options.IsJson) outputs.push_back({"--json", "-"});
+  return outputs;
+}
+
+std::vector<OutputRole> FrameOutputsOf(const CommonOptions& options,
+                                       const std::optional<std::string>& output) {
+  std::vector<OutputRole> outputs = OutputsOf(options, output);
+  if (output) outputs.front().IsSeries = FormOfOutput(*output) == OutputForm::PngSeries;
+  return outputs;
 }
 
 void AddSizeOptions(CLI::App& command, SizeOptions& options) {

@@ -36,6 +36,19 @@ struct SizeOptions {
   std::optional<std::string> RawSize;
 };
 
+/// What a command of a camera reads: its camera's files, those of its other options, and the user's
+/// settings. Throws UsageError.
+[[nodiscard]] std::vector<InputRole> InputsOf(const CommonOptions& options,
+                                              const std::vector<InputRole>& others = {});
+
+/// What a command writes: a file, and its answer where that is in JSON.
+[[nodiscard]] std::vector<OutputRole> OutputsOf(const CommonOptions& options,
+                                                const std::optional<std::string>& output);
+
+/// The same for frames, which a name may number. Throws UsageError.
+[[nodiscard]] std::vector<OutputRole> FrameOutputsOf(const CommonOptions& options,
+                                                     const std::optional<std::string>& output);
+
 /// Adds --size and --raw-size.
 void AddSizeOptions(CLI::App& command, SizeOptions& options);
 

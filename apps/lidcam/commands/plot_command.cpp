@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "apps/lidcam/commands/commands.h"
+#include "apps/lidcam/output/file_roles.h"
 #include "apps/lidcam/output/output_file.h"
 #include "apps/lidcam/plot/frame_log_reader.h"
 #include "apps/lidcam/plot/loop_plot.h"
@@ -17,6 +18,7 @@ struct PlotCommand {
 };
 
 void Run(const PlotCommand& command) {
+  LookAtFiles({{"log", command.Log}}, {{"-o", command.Output}});
   const std::vector<FrameRow> rows = ReadFrameLog(command.Log);
   OutputFile file(command.Output);
   file.Write(DrawLoopPlot(rows, command.Title));

@@ -59,6 +59,8 @@ void Run(const RecordCommand& command) {
   const StreamSize size = SizeOf(command.Stream.Sizes);
   const StreamLimits limits = LimitsOf(command.Stream);
   const std::vector<ControlAssignment> controls = ParseAssignments(command.Stream.Controls);
+  LookAtFiles(InputsOf(command.Common, FilesOfFaults(command.Faults)),
+              OutputsOf(command.Common, command.Stream.Output));
   OpenHostEnvironment(command.Common.Output, SetFilesFor(command.Common.Camera));
   FaultyPort port(OpenCamera(command.Common.Camera), command.Faults, LikelyDuration(limits));
   StreamResult result;

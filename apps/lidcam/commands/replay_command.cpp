@@ -19,6 +19,7 @@ struct ReplayCommand {
 void Run(const ReplayCommand& command) {
   std::optional<PictureSize> size;
   if (command.Size) size = ParseStreamSize(*command.Size);
+  LookAtFiles({{"capture", command.Capture}}, FrameOutputsOf(command.Common, command.Output));
   OpenHostEnvironment(command.Common.Output, SetFiles::OfHardware);
   DetachSettings();
   try {

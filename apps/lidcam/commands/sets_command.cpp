@@ -6,6 +6,7 @@
 
 #include "apps/lidcam/command_error.h"
 #include "apps/lidcam/commands/commands.h"
+#include "apps/lidcam/output/file_roles.h"
 #include "apps/lidcam/register_sets/set_checker.h"
 #include "apps/lidcam/register_sets/set_disassembler.h"
 #include "apps/lidcam/register_sets/set_files.h"
@@ -30,9 +31,7 @@ void Compile(const SetsCommand& command) {
   const std::filesystem::path target = command.Output.empty()
                                            ? std::filesystem::path(source).replace_extension(".set")
                                            : std::filesystem::path(command.Output);
-  if (source == target) {
-    throw UsageError("source '" + source.string() + "' would be overwritten: give another -o");
-  }
+  LookAtFiles({{"source", source.string()}}, {{"-o", target.string()}});
   const std::vector<std::string> errors = CompileRegisterSetFile(source, target);
   // The last one ends the command; a source with several mistakes shows them all.
   for (std::size_t i = 0; i + 1 < errors.size(); ++i) {

@@ -159,6 +159,8 @@ void Run(const StillCommand& command) {
   RequireStillOutput(command.Output);
   const StreamSize size = SizeOf(command.Sizes);
   const std::uint32_t value = ParseNumber(command.Value, 0xFFFFFFFF, "value");
+  LookAtFiles(InputsOf(command.Common, FilesOfFaults(command.Faults)),
+              OutputsOf(command.Common, command.Output));
   OpenHostEnvironment(command.Common.Output, SetFilesFor(command.Common.Camera));
   const StillLock lock(HomeFolder());
   ClearStillFile();

@@ -17,6 +17,12 @@ struct StreamCommand {
   std::optional<std::string> Faults;
 };
 
+void LookAtFilesOf(const StreamCommand& command) {
+  std::vector<OutputRole> outputs = FrameOutputsOf(command.Common, command.Stream.Output);
+  if (command.Log) outputs.push_back({"--log", *command.Log});
+  LookAtFiles(InputsOf(command.Common, FilesOfFaults(command.Faults)), outputs);
+}
+
 void Run(const StreamCommand& command) {
   const StreamSize size = SizeOf(command.Stream.Sizes);
   StreamLimits limits = LimitsOf(command.Stream);
@@ -28,6 +34,7 @@ void Run(const StreamCommand& command) {
   if (command.Log == "-" && (command.Common.IsJson || command.Stream.Output == "-")) {
     throw UsageError("the log '-' wants standard output, which is taken: name a file");
   }
+  LookAtFilesOf(command);
   OpenHostEnvironment(command.Common.Output, SetFilesFor(command.Common.Camera));
   const CameraChoice& choice = command.Common.Camera;
   FaultyPort port(OpenCamera(choice), command.Faults, LikelyDuration(limits));

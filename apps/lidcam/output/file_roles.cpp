@@ -1,0 +1,179 @@
+#include "apps/lidcam/output/file_roles.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cstdio>
+#include <filesystem>
+#include <optional>
+#include <string_view>
+#include <system_error>
+
+#include "apps/lidcam/command_error.h"
+
+namespace lidcam::app {
+namespace {
+
+namespace fs = std::filesystem;
+
+/// Which file a name leads to. One that there is not yet is known by its folder and its name.
+struct FileIdentity {
+  dev_t Device;
+  ino_t Number;
+  std::string Name{};  ///< within the folder that the numbers tell; empty for a file that there is
+
+  friend bool operator==(const FileIdentity&, const FileIdentity&) = default;
+};
+
+// A link may lead to a file that there is not yet.
+fs::path FollowLinks(fs::path path) {
+  constexpr int kMostLinks = 40;
+  std::error_code error;
+  for (int i = 0; i < kMostLinks && fs::is_symlink(path, error); ++i) {
+    const fs::path target = fs::read_symlink(path, error);
+    if (error) break;
+    path = target.is_absolute() ? target : path.parent_path() / target;
+  }
+  return path;
+}
+
+fs::path FolderOf(const fs::path& path) {
+  return path.has_parent_path() ? path.parent_path() : fs::path(".");
+}
+
+std::optional<FileIdentity> IdentityOf(const struct stat& status) {
+  if (!S_ISREG(status.st_mode) && !S_ISFIFO(status.st_mode)) return std::nullopt;
+  return FileIdentity{status.st_dev, status.st_ino};
+}
+
+// Nothing for what can't be lost: a device, a folder, a place that there is not.
+std::optional<FileIdentity> IdentityOf(const std::string& path) {
+  struct stat status {};
+  if (path == "-") {
+    return fstat(STDOUT_FILENO, &status) == 0 ? IdentityOf(status) : std::nullopt;
+  }
+  if (stat(path.c_str(), &status) == 0) return IdentityOf(status);
+  const fs::path place = FollowLinks(path);
+  if (stat(FolderOf(place).c_str(), &status) != 0) return std::nullopt;
+  return FileIdentity{status.st_dev, status.st_ino, place.filename().string()};
+}
+
+bool IsNumber(std::string_view text) {
+  return !text.empty() &&
+         std::ranges::all_of(text, [](unsigned char letter) { return std::isdigit(letter) != 0; });
+}
+
+// What is left of a text between its begin and its end; nothing if it has others.
+std::optional<std::string_view> Between(std::string_view text, std::string_view begin,
+                                        std::string_view end) {
+  const bool fits =
+      text.size() >= begin.size() + end.size() && text.starts_with(begin) && text.ends_with(end);
+  if (!fits) return std::nullopt;
+  return text.substr(begin.size(), text.size() - begin.size() - end.size());
+}
+
+bool IsPictureName(const OutputRole& series, std::string_view name) {
+  const auto number = Between(name, fs::path(series.Path).stem().string() + "-", ".png");
+  return number && IsNumber(*number);
+}
+
+/// The names in an output's folder; none for standard output, or if it can't be read.
+std::vector<fs::path> Neighbours(const OutputRole& output) {
+  std::vector<fs::path> names;
+  if (output.Path == "-") return names;
+  std::error_code error;
+  for (fs::directory_iterator entry(FolderOf(output.Path), error), end; !error && entry != end;
+       entry.increment(error)) {
+    names.push_back(entry->path());
+  }
+  return names;
+}
+
+/// The files that an output is or would be: of a series, the pictures that there are.
+std::vector<FileIdentity> FilesOf(const OutputRole& output) {
+  std::vector<FileIdentity> files;
+  if (!output.IsSeries) {
+    if (const auto file = IdentityOf(output.Path)) files.push_back(*file);
+    return files;
+  }
+  for (const fs::path& path : Neighbours(output)) {
+    if (!IsPictureName(output, path.filename().string())) continue;
+    if (const auto file = IdentityOf(path.string())) files.push_back(*file);
+  }
+  return files;
+}
+
+bool WouldWrite(const OutputRole& output, const std::string& path) {
+  const auto file = IdentityOf(path);
+  const std::vector<FileIdentity> files = FilesOf(output);
+  return file && std::ranges::find(files, *file) != files.end();
+}
+
+std::string NameOf(const OutputRole& output) {
+  return output.Path == "-" ? "standard output" : "'" + output.Path + "'";
+}
+
+void RequireApart(const std::vector<InputRole>& inputs, const std::vector<OutputRole>& outputs) {
+  for (const OutputRole& output : outputs) {
+    for (const InputRole& input : inputs) {
+      if (!WouldWrite(output, input.Path)) continue;
+      throw UsageError("output " + NameOf(output) + " would overwrite the " + input.What + " '" +
+                       input.Path + "', which is read: name another file");
+    }
+    for (const OutputRole& other : outputs) {
+      if (&other == &output || other.IsSeries || !WouldWrite(output, other.Path)) continue;
+      throw UsageError("the outputs " + output.Option + " " + NameOf(output) + " and " +
+                       other.Option + " " + NameOf(other) + " are one file: name two");
+    }
+  }
+}
+
+// As the two kinds of output name their temporary files.
+bool IsPartOf(const OutputRole& output, std::string_view part) {
+  const std::string name = fs::path(output.Path).filename().string();
+  if (const auto hidden = Between(part, ".", ".part")) {
+    const std::size_t dot = hidden->rfind('.');
+    if (dot == std::string_view::npos) return false;
+    const std::string_view number = hidden->substr(dot + 1);
+    if (!IsNumber(number.substr(0, number.find('-')))) return false;
+    const std::string_view of = hidden->substr(0, dot);
+    return output.IsSeries ? IsPictureName(output, of) : of == name;
+  }
+  const auto number = Between(part, name + ".part", "");
+  return number && IsNumber(number->substr(0, number->find('-')));
+}
+
+// A program that is alive holds its file's lock.
+bool IsLeftBehind(const fs::path& path) {
+  const int file = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC);
+  if (file < 0) return false;
+  const bool isFree = ::flock(file, LOCK_SH | LOCK_NB) == 0;
+  ::close(file);
+  return isFree;
+}
+
+void TellLeftParts(const OutputRole& output) {
+  for (const fs::path& path : Neighbours(output)) {
+    if (!IsPartOf(output, path.filename().string()) || !IsLeftBehind(path)) continue;
+    std::error_code error;
+    const std::uintmax_t size = fs::file_size(path, error);
+    std::fprintf(stderr,
+                 "lidcam: '%s' was left by a lidcam that was killed: it holds the %llu bytes that "
+                 "it had written for '%s'; rename it or remove it\n",
+                 path.c_str(), static_cast<unsigned long long>(error ? 0 : size),
+                 output.Path.c_str());
+  }
+}
+
+}  // namespace
+
+void LookAtFiles(const std::vector<InputRole>& inputs, const std::vector<OutputRole>& outputs) {
+  RequireApart(inputs, outputs);
+  for (const OutputRole& output : outputs) TellLeftParts(output);
+}
+
+}  // namespace lidcam::app
