@@ -22,6 +22,8 @@ NOTES = {
     "Flicker": "under lamps on 50 Hz mains, exposed by hand:\nwithout a setting that fits, bands",
     "LED": "shows on the camera, not in the picture",
 }
+# The camera takes any value and keeps its own, which a set calls a failure.
+KEPT = {"WhiteBalance"}
 CAPTION = 18
 MARGIN = 8
 
@@ -46,8 +48,9 @@ class Camera:
         """The third frame of a stream with the control set; all others stand at their defaults."""
         scene, others = SCENES.get(name, ("", []))
         defaults = [f"{row['name']}={row['default']}" for row in self.controls()
-                    if row["name"] not in ("Exposure", "AutoExposure")]
-        self.run("set", *defaults, "AutoExposure=1", f"{name}={value}")
+                    if row["name"] not in {"Exposure", "AutoExposure"} | KEPT]
+        changed = [] if name in KEPT else [f"{name}={value}"]
+        self.run("set", *defaults, "AutoExposure=1", *changed)
         with tempfile.TemporaryDirectory() as folder:
             set_while_running = [word for other in others for word in ("--set", other)]
             self.run("stream", "--fast", "--quiet", "--frames", "3", "-o",

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <stdexcept>
+#include <string>
+#include <vector>
 
 namespace lidcam::app {
 
@@ -16,5 +18,8 @@ class UsageError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
+
+/// Throws a CommandError if anything went wrong: with the last line, when those before it are shown.
+void FailForTroubles(const std::vector<std::string>& troubles);
 
 }  // namespace lidcam::app

@@ -80,17 +80,13 @@ fs::path SettingsFile() {
   return HomeFolder() / "registry.reg";
 }
 
-void OpenHostEnvironment(const Verbosity& verbosity, SetFiles setFiles) {
+RunSettings OpenHostEnvironment(const Verbosity& verbosity, SetFiles setFiles) {
   const fs::path home = HomeFolder();
-  if (setFiles == SetFiles::OfSimulatedCameras) {
-    host::SetSystemRoot(SimulatedRoot(home));
-    host::SetRegistryFile(SettingsFile().string());
-  } else {
-    host::SetSystemRoot(home / "system-root");
-    host::OpenRegistry({});
-  }
+  const bool isSimulated = setFiles == SetFiles::OfSimulatedCameras;
+  host::SetSystemRoot(isSimulated ? SimulatedRoot(home) : home / "system-root");
   if (verbosity.ShowsTrace) PrintTraceTo(stderr);
   if (verbosity.ShowsDebug) host::SetDebugPrintSink(PrintDebugMessage);
+  return RunSettings(isSimulated ? SettingsFile() : fs::path());
 }
 
 void TraceToStandardOutput() {

@@ -2,6 +2,8 @@
 
 #include <filesystem>
 
+#include "apps/lidcam/run_settings.h"
+
 namespace lidcam::app {
 
 /// What a command says on top of its own output.
@@ -24,9 +26,11 @@ enum class SetFiles {
 /// files that came with hardware, which are never written to, and simulated-root/ with those of the
 /// simulated cameras, which are kept up to date; the environment's LIDCAM_SYSTEM_ROOT names another
 /// tree for these, to try a set file on a simulated camera. The driver's stills go to the tree in use.
-/// The cameras of hardware that there are here are recordings: they begin with the default settings,
-/// and what becomes of these is not kept, so that no recording changes the user's. Throws CommandError.
-void OpenHostEnvironment(const Verbosity& verbosity, SetFiles setFiles);
+/// The cameras of hardware that there are here are recordings: they begin with the default settings.
+/// Throws CommandError.
+///
+/// @return the settings of this run: what the driver changes in them is gone with it, unless it is stored
+RunSettings OpenHostEnvironment(const Verbosity& verbosity, SetFiles setFiles);
 
 /// The folder; created when missing. Throws CommandError.
 [[nodiscard]] std::filesystem::path HomeFolder();

@@ -157,15 +157,6 @@ void Finish(Output* output, StreamResult& result) {
   }
 }
 
-// The last one ends the command; all are shown.
-void FailForTroubles(const std::vector<std::string>& troubles) {
-  if (troubles.empty()) return;
-  for (std::size_t i = 0; i + 1 < troubles.size(); ++i) {
-    std::fprintf(stderr, "lidcam: %s\n", troubles[i].c_str());
-  }
-  throw CommandError(troubles.back());
-}
-
 /// Runs a stream until a limit, an interrupt, or its own end.
 /// @return false if it was asked to end ahead of that
 bool RunToEnd(CameraStream& stream, const StreamLimits& limits, const Verbosity& verbosity) {
@@ -231,6 +222,14 @@ StreamResult RunStream(bus::UsbBus& bus, const StreamSize& size, const StreamLim
 void NoteInterrupt(StreamResult& result, const StreamLimits& limits) {
   if (!limits.HasEnd() && IsInterruptedByUser()) return;
   result.Troubles.push_back(InterruptText() + AfterFrames(result));
+}
+
+void StoreSettings(const RunSettings& settings, StreamResult& result) {
+  try {
+    settings.Store();
+  } catch (const CommandError& error) {
+    result.Troubles.emplace_back(error.what());
+  }
 }
 
 void ConcludeStream(StreamResult& result, const StreamOutputs& outputs, const std::string& from,

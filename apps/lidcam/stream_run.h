@@ -81,6 +81,9 @@ struct StreamOutputs {
 void ConcludeStream(StreamResult& result, const StreamOutputs& outputs, const std::string& from,
                     const CommonOptions& options);
 
+/// Keeps what the stream's run has changed of the settings; the result tells if it can't.
+void StoreSettings(const RunSettings& settings, StreamResult& result);
+
 /// Notes in the result that the stream was asked to end ahead of the end that was foreseen.
 void NoteInterrupt(StreamResult& result, const StreamLimits& limits);
 

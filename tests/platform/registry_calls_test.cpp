@@ -76,6 +76,21 @@ class RegistryCalls : public Status {
   std::vector<HANDLE> handles_;
 };
 
+TEST_F(RegistryCalls, ARegistryInMemoryBeginsWithWhatItIsGiven) {
+  constexpr std::u16string_view kPath = u"HKEY_LOCAL_MACHINE\\Software\\Camera";
+  host::RegistryTree content;
+  content.SetValue(kPath, u"Gamma", Dword(11));
+  host::OpenRegistry({.File = {}, .Message = nullptr, .Steps = {}, .Content = content});
+  EXPECT_EQ(host::SnapshotRegistry(), content);
+  HANDLE key = nullptr;
+  ASSERT_EQ(Create(nullptr, u"\\Registry\\Machine\\Software\\Camera", &key), 0);
+  EXPECT_EQ(Set(key, u"Gamma", REG_DWORD, {"\x05\0\0\0", 4}), 0);
+  ASSERT_NE(host::SnapshotRegistry().FindValue(kPath, u"Gamma"), nullptr);
+  EXPECT_EQ(*host::SnapshotRegistry().FindValue(kPath, u"Gamma"), Dword(5));
+  host::CloseRegistry();
+  EXPECT_EQ(host::SnapshotRegistry(), host::RegistryTree{});
+}
+
 TEST_F(RegistryCalls, ADeviceHasItsKeyInTheClassOfImagingDevices) {
   EXPECT_EQ(host::ImagingDriverKey(42),
             u"\\Registry\\Machine\\System\\CurrentControlSet\\Control\\Class\\"

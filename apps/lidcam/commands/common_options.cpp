@@ -3,6 +3,7 @@
 #include <charconv>
 #include <string>
 
+#include "apps/lidcam/command_error.h"
 #include "apps/lidcam/output/frame_writer.h"
 
 namespace lidcam::app {
@@ -16,6 +17,12 @@ void AddCameraOptions(CLI::App& command, CommonOptions& options) {
       ->capture_default_str();
   command.add_option("--device", options.Camera.Device, "device of a capture, if it holds several")
       ->type_name("BUS.DEVICE");
+}
+
+void RefuseControlsOfRecording(const CameraChoice& camera) {
+  if (!CaptureFileOf(camera.Camera)) return;
+  throw UsageError("camera '" + camera.Camera +
+                   "' is a recording: its pictures are taken, and no control changes them");
 }
 
 void AddLightOptions(CLI::App& command, CommonOptions& options) {
@@ -84,10 +91,21 @@ void AddStreamOptions(CLI::App& command, CommonOptions& common, StreamOptions& o
   AddFrameLimit(command, options.Frames);
   command.add_option("--duration", options.Duration, "end after this time on the bus, such as 2s")
       ->type_name("TIME");
-  command.add_option("--set", options.Controls, "change picture controls once the stream runs")
-      ->type_name("NAME=VALUE");
+  CLI::Option* const set =
+      command
+          .add_option("--set", options.Controls,
+                      "change picture controls once the stream runs, for this run only")
+          ->type_name("NAME=VALUE");
+  command.add_flag("--save", options.Saves, "keep what --set changes, as lidcam set does")
+      ->needs(set);
   command.add_flag("--fast", common.Camera.IsFast,
                    "don't wait for bus time: as fast as this machine can");
+}
+
+std::vector<ControlAssignment> ControlsOf(const CommonOptions& common,
+                                          const StreamOptions& options) {
+  if (!options.Controls.empty()) RefuseControlsOfRecording(common.Camera);
+  return ParseAssignments(options.Controls);
 }
 
 CLI::Validator WholeNumberFrom(std::uint64_t lowest) {

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "apps/lidcam/camera_source.h"
+#include "apps/lidcam/control_table.h"
 #include "apps/lidcam/host_environment.h"
 #include "apps/lidcam/stream_size.h"
 #include "apps/lidcam/units.h"
@@ -23,6 +24,9 @@ struct CommonOptions {
 
 /// Adds --camera and --device.
 void AddCameraOptions(CLI::App& command, CommonOptions& options);
+
+/// Throws UsageError if controls are to be set on a recording, which holds the pictures as they are.
+void RefuseControlsOfRecording(const CameraChoice& camera);
 
 /// Adds --light and --mains, which light the scene of a simulated camera.
 void AddLightOptions(CLI::App& command, CommonOptions& options);
@@ -61,10 +65,11 @@ struct StreamOptions {
   std::optional<std::uint64_t> Frames;
   std::optional<std::string> Duration;
   std::vector<std::string> Controls;  ///< NAME=VALUE, set once the stream runs
+  bool Saves = false;                 ///< what is set outlives the run
   std::optional<std::string> Output;
 };
 
-/// Adds --size, --raw-size, --frames, --duration, --set and --fast.
+/// Adds --size, --raw-size, --frames, --duration, --set, --save and --fast.
 void AddStreamOptions(CLI::App& command, CommonOptions& common, StreamOptions& options);
 
 /// When a stream ends, besides by an interrupt.
@@ -83,6 +88,10 @@ struct StreamLimits {
 
 /// Adds --frames.
 void AddFrameLimit(CLI::App& command, std::optional<std::uint64_t>& frames);
+
+/// What --set asks for. Throws UsageError.
+[[nodiscard]] std::vector<ControlAssignment> ControlsOf(const CommonOptions& common,
+                                                        const StreamOptions& options);
 
 /// Throws UsageError.
 [[nodiscard]] StreamLimits LimitsOf(const StreamOptions& options);

@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "apps/lidcam/command_error.h"
@@ -96,11 +97,11 @@ void RunControls(const ControlsCommand& command) {
   std::cout << rows.dump(2) << std::endl;
 }
 
-void PrintValues(const OpenedCamera& opened, const std::vector<const CameraControl*>& controls,
-                 bool isJson) {
+using ControlValues = std::vector<std::pair<const CameraControl*, std::int32_t>>;
+
+void PrintValues(const ControlValues& controls, bool isJson) {
   nlohmann::json values;
-  for (const CameraControl* const control : controls) {
-    const std::int32_t value = ValueOf(opened.Camera(), *control);
+  for (const auto& [control, value] : controls) {
     values[std::string(control->Name)] = value;
     if (!isJson) std::printf("%s=%d\n", std::string(control->Name).c_str(), value);
   }
@@ -113,34 +114,44 @@ void RunGet(const ControlsCommand& command) {
   if (controls.empty()) {
     for (const CameraControl& control : AllControls()) controls.push_back(&control);
   }
-  WithCamera(command,
-             [&](OpenedCamera& opened) { PrintValues(opened, controls, command.Common.IsJson); });
+  ControlValues values;
+  WithCamera(command, [&](OpenedCamera& opened) {
+    for (const CameraControl* const control : controls) {
+      values.emplace_back(control, ValueOf(opened.Camera(), *control));
+    }
+  });
+  PrintValues(values, command.Common.IsJson);
 }
 
-// A setting that the camera took without a change, as it may.
-void TellUnchanged(const OpenedCamera& opened, const ControlAssignment& assignment) {
+// Empty if the camera has the value now: it may take a setting without a change.
+std::string WhyNotTaken(const OpenedCamera& opened, const ControlAssignment& assignment) {
   const std::int32_t value = ValueOf(opened.Camera(), *assignment.Control);
-  if (value == assignment.Value) return;
-  std::fprintf(stderr, "lidcam: %s stays %d: the camera took %d and kept its own\n",
-               std::string(assignment.Control->Name).c_str(), value, assignment.Value);
+  if (value == assignment.Value) return {};
+  return std::string(assignment.Control->Name) + " stays " + std::to_string(value) +
+         ": the camera took " + std::to_string(assignment.Value) + " and kept its own";
 }
 
 void RunSet(const ControlsCommand& command) {
-  if (CaptureFileOf(command.Common.Camera.Camera)) {
-    throw UsageError("camera '" + command.Common.Camera.Camera +
-                     "' is a recording, which keeps no settings: use stream --set with it");
-  }
+  const CameraChoice& camera = command.Common.Camera;
+  RefuseControlsOfRecording(camera);
   // All are read before the first is set: a mistake in one changes nothing.
   const std::vector<ControlAssignment> assignments = ParseAssignments(command.Names);
-  std::vector<const CameraControl*> controls;
-  for (const ControlAssignment& assignment : assignments) controls.push_back(assignment.Control);
-  WithCamera(command, [&](OpenedCamera& opened) {
+  const RunSettings settings = OpenHostEnvironment(command.Common.Output, SetFilesFor(camera));
+  ControlValues values;
+  std::vector<std::string> troubles;
+  WithOpenedCameraOf(camera, [&](OpenedCamera& opened) {
     for (const ControlAssignment& assignment : assignments) {
       Apply(opened.Camera(), assignment);
-      if (!command.Common.Output.IsQuiet) TellUnchanged(opened, assignment);
+      const std::string reason = WhyNotTaken(opened, assignment);
+      if (!reason.empty()) troubles.push_back(reason);
     }
-    PrintValues(opened, controls, command.Common.IsJson);
+    for (const ControlAssignment& assignment : assignments) {
+      values.emplace_back(assignment.Control, ValueOf(opened.Camera(), *assignment.Control));
+    }
   });
+  settings.Store();
+  PrintValues(values, command.Common.IsJson);
+  FailForTroubles(troubles);
 }
 
 CLI::App* AddCommand(CLI::App& app, const std::shared_ptr<ControlsCommand>& command,
@@ -182,7 +193,8 @@ void AddSetCommand(CLI::App& app) {
   CLI::App* const sub = AddCommand(app, command, "set", "change picture controls; they persist");
   sub->add_option("assignments", command->Names, "NAME=VALUE")->type_name("NAME=VALUE")->required();
   sub->footer(
-      "Names and ranges are those of lidcam controls. What the camera holds is printed.\n"
+      "Names and ranges are those of lidcam controls. What the camera holds is printed. The\n"
+      "exit status is 1 if a value was not taken or could not be stored.\n"
       "Example:\n"
       "  lidcam set Contrast=12 Mirror=1");
   sub->callback([command] { RunSet(*command); });

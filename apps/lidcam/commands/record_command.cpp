@@ -58,10 +58,11 @@ class RecordingWriter : public FrameWriter {
 void Run(const RecordCommand& command) {
   const StreamSize size = SizeOf(command.Stream.Sizes);
   const StreamLimits limits = LimitsOf(command.Stream);
-  const std::vector<ControlAssignment> controls = ParseAssignments(command.Stream.Controls);
+  const std::vector<ControlAssignment> controls = ControlsOf(command.Common, command.Stream);
   LookAtFiles(InputsOf(command.Common, FilesOfFaults(command.Faults)),
               OutputsOf(command.Common, command.Stream.Output));
-  OpenHostEnvironment(command.Common.Output, SetFilesFor(command.Common.Camera));
+  const RunSettings settings =
+      OpenHostEnvironment(command.Common.Output, SetFilesFor(command.Common.Camera));
   FaultyPort port(OpenCamera(command.Common.Camera), command.Faults, LikelyDuration(limits));
   StreamResult result;
   try {
@@ -73,6 +74,7 @@ void Run(const RecordCommand& command) {
     if (!IsInRealTime(command.Common.Camera)) result.ProcessorSeconds.reset();
     result.Faults = port.Account();
     result.Written.reset();
+    if (command.Stream.Saves) StoreSettings(settings, result);
     ConcludeStream(result, {.Writer = &writer}, "camera '" + command.Common.Camera.Camera + "'",
                    command.Common);
   } catch (const bus::CaptureError& error) {

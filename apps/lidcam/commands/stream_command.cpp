@@ -27,7 +27,7 @@ void Run(const StreamCommand& command) {
   const StreamSize size = SizeOf(command.Stream.Sizes);
   StreamLimits limits = LimitsOf(command.Stream);
   limits.EndsByItself = CaptureFileOf(command.Common.Camera.Camera).has_value();
-  const std::vector<ControlAssignment> controls = ParseAssignments(command.Stream.Controls);
+  const std::vector<ControlAssignment> controls = ControlsOf(command.Common, command.Stream);
   if (command.Common.IsJson && command.Stream.Output == "-") {
     throw UsageError("--json and the output '-' both want standard output: use one of them");
   }
@@ -35,8 +35,8 @@ void Run(const StreamCommand& command) {
     throw UsageError("the log '-' wants standard output, which is taken: name a file");
   }
   LookAtFilesOf(command);
-  OpenHostEnvironment(command.Common.Output, SetFilesFor(command.Common.Camera));
   const CameraChoice& choice = command.Common.Camera;
+  const RunSettings settings = OpenHostEnvironment(command.Common.Output, SetFilesFor(choice));
   FaultyPort port(OpenCamera(choice), command.Faults, LikelyDuration(limits));
   std::unique_ptr<FrameWriter> writer;
   if (command.Stream.Output) {
@@ -58,6 +58,7 @@ void Run(const StreamCommand& command) {
     throw;
   }
   result.Faults = port.Account();
+  if (command.Stream.Saves) StoreSettings(settings, result);
   ConcludeStream(result, {.Writer = writer.get(), .Log = log ? &*log : nullptr},
                  "camera '" + choice.Camera + "'", command.Common);
 }

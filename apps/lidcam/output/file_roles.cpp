@@ -50,11 +50,12 @@ std::optional<FileIdentity> IdentityOf(const struct stat& status) {
   return FileIdentity{status.st_dev, status.st_ino};
 }
 
-// Nothing for what can't be lost: a device, a folder, a place that there is not.
-std::optional<FileIdentity> IdentityOf(const std::string& path) {
+// Nothing for what can't be lost: a device, a folder, a place that there is not. The standard stream is
+// what "-" stands for.
+std::optional<FileIdentity> IdentityOf(const std::string& path, int standardStream) {
   struct stat status {};
   if (path == "-") {
-    return fstat(STDOUT_FILENO, &status) == 0 ? IdentityOf(status) : std::nullopt;
+    return fstat(standardStream, &status) == 0 ? IdentityOf(status) : std::nullopt;
   }
   if (stat(path.c_str(), &status) == 0) return IdentityOf(status);
   const fs::path place = FollowLinks(path);
@@ -97,18 +98,17 @@ std::vector<fs::path> Neighbours(const OutputRole& output) {
 std::vector<FileIdentity> FilesOf(const OutputRole& output) {
   std::vector<FileIdentity> files;
   if (!output.IsSeries) {
-    if (const auto file = IdentityOf(output.Path)) files.push_back(*file);
+    if (const auto file = IdentityOf(output.Path, STDOUT_FILENO)) files.push_back(*file);
     return files;
   }
   for (const fs::path& path : Neighbours(output)) {
     if (!IsPictureName(output, path.filename().string())) continue;
-    if (const auto file = IdentityOf(path.string())) files.push_back(*file);
+    if (const auto file = IdentityOf(path.string(), STDOUT_FILENO)) files.push_back(*file);
   }
   return files;
 }
 
-bool WouldWrite(const OutputRole& output, const std::string& path) {
-  const auto file = IdentityOf(path);
+bool WouldWrite(const OutputRole& output, const std::optional<FileIdentity>& file) {
   const std::vector<FileIdentity> files = FilesOf(output);
   return file && std::ranges::find(files, *file) != files.end();
 }
@@ -120,12 +120,13 @@ std::string NameOf(const OutputRole& output) {
 void RequireApart(const std::vector<InputRole>& inputs, const std::vector<OutputRole>& outputs) {
   for (const OutputRole& output : outputs) {
     for (const InputRole& input : inputs) {
-      if (!WouldWrite(output, input.Path)) continue;
+      if (!WouldWrite(output, IdentityOf(input.Path, STDIN_FILENO))) continue;
       throw UsageError("output " + NameOf(output) + " would overwrite the " + input.What + " '" +
                        input.Path + "', which is read: name another file");
     }
     for (const OutputRole& other : outputs) {
-      if (&other == &output || other.IsSeries || !WouldWrite(output, other.Path)) continue;
+      if (&other == &output || other.IsSeries) continue;
+      if (!WouldWrite(output, IdentityOf(other.Path, STDOUT_FILENO))) continue;
       throw UsageError("the outputs " + output.Option + " " + NameOf(output) + " and " +
                        other.Option + " " + NameOf(other) + " are one file: name two");
     }

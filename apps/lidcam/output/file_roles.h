@@ -5,7 +5,7 @@
 
 namespace lidcam::app {
 
-/// A file that a command reads.
+/// A file that a command reads; "-" is standard input.
 struct InputRole {
   std::string What;  ///< to the user: "capture", "scene"
   std::string Path;

@@ -231,6 +231,11 @@ void SetRegistryFile(const std::string& path) {
   }
 }
 
+RegistryTree SnapshotRegistry() {
+  const std::shared_ptr<RegistryStore> store = CurrentStore();
+  return store != nullptr ? store->Snapshot() : RegistryTree{};
+}
+
 int CloseRegistry() {
   Registry& registry = TheRegistry();
   std::shared_ptr<RegistryStore> store;

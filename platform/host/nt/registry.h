@@ -20,6 +20,10 @@ void OpenRegistry(RegistryOptions options);
 /// path. The folder is made when something is saved.
 void SetRegistryFile(const std::string& path);
 
+/// The content of the open registry; empty without one.
+/// @par Any thread
+[[nodiscard]] RegistryTree SnapshotRegistry();
+
 /// Takes the registry away: no device has settings then, which is the initial state.
 ///
 /// @return 0, or the error number of the last commit

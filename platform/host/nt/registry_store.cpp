@@ -24,7 +24,9 @@ RegistryOptions WithResolvedFile(RegistryOptions options) {
 }  // namespace
 
 RegistryStore::RegistryStore(RegistryOptions options)
-    : options_(WithResolvedFile(std::move(options))) {}
+    : options_(WithResolvedFile(std::move(options))) {
+  if (options_.File.empty()) view_ = options_.Content;
+}
 
 RegistryStore::BatchId RegistryStore::NewBatch() {
   const std::lock_guard guard(lock_);

@@ -96,7 +96,7 @@ class StreamTest(CommandLineTest):
 
     def test_an_interrupt_saves_the_settings_and_stops_the_stream_in_order(self):
         environment = dict(os.environ, LIDCAM_HOME=self.path("home"))
-        with subprocess.Popen([LIDCAM, "stream", "--set", "Contrast=13", "--trace"],
+        with subprocess.Popen([LIDCAM, "stream", "--set", "Contrast=13", "--save", "--trace"],
                               stderr=subprocess.PIPE, env=environment) as process:
             lines = []
             for line in process.stderr:

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <filesystem>
+
+#include "platform/host/nt/registry_store.h"
+#include "platform/host/nt/registry_tree.h"
+
+namespace lidcam::app {
+
+/// The settings of a run: a copy of the user's, in which the driver loads and saves as it always does.
+/// It goes with the run, unless it is stored.
+class RunSettings {
+ public:
+  /// Opens the registry with the copy.
+  ///
+  /// @param file  the user's settings; empty for a camera that begins with the default settings
+  explicit RunSettings(std::filesystem::path file);
+
+  /// Puts what the run has changed, and nothing else, into the user's settings as they are now: other
+  /// runs change them meanwhile. Throws CommandError.
+  void Store() const;
+
+ private:
+  [[nodiscard]] int WriteChanges(host::RegistryStore& store) const;
+
+  std::filesystem::path file_;
+  host::RegistryTree before_;
+};
+
+}  // namespace lidcam::app
