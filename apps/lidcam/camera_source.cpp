@@ -1,5 +1,7 @@
 #include "apps/lidcam/camera_source.h"
 
+#include <array>
+#include <cstdio>
 #include <stdexcept>
 
 #include "apps/lidcam/command_error.h"
@@ -63,6 +65,15 @@ void RefuseLightOnGlass(const CameraChoice& choice) {
 }
 
 }  // namespace
+
+std::optional<std::string> UnitOf(const CameraChoice& choice) {
+  if (!IsSimulated(choice.Camera)) return std::nullopt;
+  const simulator::CameraOptions options = OptionsOf(choice);
+  std::array<char, 20> identity{};
+  std::snprintf(identity.data(), identity.size(), "%04x-%04x", unsigned{options.VendorId},
+                unsigned{options.ProductId});
+  return std::string(identity.data()) + "-seed" + std::to_string(options.Seed);
+}
 
 std::vector<InputRole> FilesOf(const CameraChoice& choice) {
   if (const auto capture = CaptureFileOf(choice.Camera)) return {{"capture", *capture}};

@@ -30,6 +30,11 @@ struct CameraChoice {
 /// Throws as OpenCamera() does.
 [[nodiscard]] std::optional<simulator::LightSchedule> LightOn(const CameraChoice& choice);
 
+/// What tells a camera from all others, as part of a file's name: identity and seed. Nothing for a
+/// recording, of which every reader has one of its own. Throws as OpenCamera() does for a name that can't
+/// be meant.
+[[nodiscard]] std::optional<std::string> UnitOf(const CameraChoice& choice);
+
 /// The files that the camera is made of: a capture, or a simulated scene. Throws as OpenCamera() does for
 /// a name that can't be meant.
 [[nodiscard]] std::vector<InputRole> FilesOf(const CameraChoice& choice);

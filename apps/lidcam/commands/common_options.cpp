@@ -19,6 +19,11 @@ void AddCameraOptions(CLI::App& command, CommonOptions& options) {
       ->type_name("BUS.DEVICE");
 }
 
+void AddWaitOption(CLI::App& command, CommonOptions& options) {
+  command.add_flag("--wait", options.Waits,
+                   "wait for a camera that another process has, rather than fail");
+}
+
 void RefuseControlsOfRecording(const CameraChoice& camera) {
   if (!CaptureFileOf(camera.Camera)) return;
   throw UsageError("camera '" + camera.Camera +
@@ -100,6 +105,7 @@ void AddStreamOptions(CLI::App& command, CommonOptions& common, StreamOptions& o
       ->needs(set);
   command.add_flag("--fast", common.Camera.IsFast,
                    "don't wait for bus time: as fast as this machine can");
+  AddWaitOption(command, common);
 }
 
 std::vector<ControlAssignment> ControlsOf(const CommonOptions& common,

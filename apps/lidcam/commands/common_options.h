@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "apps/lidcam/camera_lock.h"
 #include "apps/lidcam/camera_source.h"
 #include "apps/lidcam/control_table.h"
 #include "apps/lidcam/host_environment.h"
@@ -20,10 +21,16 @@ struct CommonOptions {
   CameraChoice Camera;
   Verbosity Output;
   bool IsJson = false;
+  bool Waits = false;  ///< for a camera that another process has
+
+  [[nodiscard]] LockPatience Patience() const { return {Waits, Output.IsQuiet}; }
 };
 
 /// Adds --camera and --device.
 void AddCameraOptions(CLI::App& command, CommonOptions& options);
+
+/// Adds --wait, for commands that lock their camera.
+void AddWaitOption(CLI::App& command, CommonOptions& options);
 
 /// Throws UsageError if controls are to be set on a recording, which holds the pictures as they are.
 void RefuseControlsOfRecording(const CameraChoice& camera);
@@ -69,7 +76,7 @@ struct StreamOptions {
   std::optional<std::string> Output;
 };
 
-/// Adds --size, --raw-size, --frames, --duration, --set, --save and --fast.
+/// Adds --size, --raw-size, --frames, --duration, --set, --save, --fast and --wait.
 void AddStreamOptions(CLI::App& command, CommonOptions& common, StreamOptions& options);
 
 /// When a stream ends, besides by an interrupt.

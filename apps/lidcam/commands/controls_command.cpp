@@ -136,6 +136,7 @@ void RunSet(const ControlsCommand& command) {
   RefuseControlsOfRecording(camera);
   // All are read before the first is set: a mistake in one changes nothing.
   const std::vector<ControlAssignment> assignments = ParseAssignments(command.Names);
+  const CameraLock lock(camera, command.Common.Patience());
   const RunSettings settings = OpenHostEnvironment(command.Common.Output, SetFilesFor(camera));
   ControlValues values;
   std::vector<std::string> troubles;
@@ -192,6 +193,7 @@ void AddSetCommand(CLI::App& app) {
   const auto command = std::make_shared<ControlsCommand>();
   CLI::App* const sub = AddCommand(app, command, "set", "change picture controls; they persist");
   sub->add_option("assignments", command->Names, "NAME=VALUE")->type_name("NAME=VALUE")->required();
+  AddWaitOption(*sub, command->Common);
   sub->footer(
       "Names and ranges are those of lidcam controls. What the camera holds is printed. The\n"
       "exit status is 1 if a value was not taken or could not be stored.\n"

@@ -61,6 +61,7 @@ void Run(const RecordCommand& command) {
   const std::vector<ControlAssignment> controls = ControlsOf(command.Common, command.Stream);
   LookAtFiles(InputsOf(command.Common, FilesOfFaults(command.Faults)),
               OutputsOf(command.Common, command.Stream.Output));
+  const CameraLock lock(command.Common.Camera, command.Common.Patience());
   const RunSettings settings =
       OpenHostEnvironment(command.Common.Output, SetFilesFor(command.Common.Camera));
   FaultyPort port(OpenCamera(command.Common.Camera), command.Faults, LikelyDuration(limits));

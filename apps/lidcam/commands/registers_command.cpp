@@ -70,6 +70,7 @@ void Read(const RegistersCommand& command) {
 void Write(const RegistersCommand& command) {
   const RegisterAddress address = AddressOf(command.Register);
   const std::uint32_t value = ParseNumber(command.Value, 0xFF, "value");
+  const CameraLock lock(command.Common.Camera, command.Common.Patience());
   WithCamera(command, [&](CoreCamera& camera) {
     const Status status = ChipOf(command) == RegisterChip::Bridge
                               ? WriteBridgeRegister(camera.Context(), address, value)
@@ -148,6 +149,7 @@ void AddRegistersCommand(CLI::App& app) {
       AddAction(*sub, command, "write", "write one register and read it back", true);
   AddRegister(*write, command);
   write->add_option("value", command->Value, "0 to 0xFF")->required();
+  AddWaitOption(*write, command->Common);
   write->footer("Example:\n  lidcam registers write bridge 0x77 0x20");
   write->callback([command] { Write(*command); });
 

@@ -161,20 +161,21 @@ void Run(const StillCommand& command) {
   const std::uint32_t value = ParseNumber(command.Value, 0xFFFFFFFF, "value");
   LookAtFiles(InputsOf(command.Common, FilesOfFaults(command.Faults)),
               OutputsOf(command.Common, command.Output));
-  OpenHostEnvironment(command.Common.Output, SetFilesFor(command.Common.Camera));
+  const CameraChoice& choice = command.Common.Camera;
+  const CameraLock camera(choice, command.Common.Patience());
+  OpenHostEnvironment(command.Common.Output, SetFilesFor(choice));
   const StillLock lock(HomeFolder());
   ClearStillFile();
-  const CameraChoice& choice = command.Common.Camera;
   const StreamLimits limits{.Frames = command.SettleFrames + 1, .Duration = {}};
   FaultyPort port(OpenCamera(choice), command.Faults, LikelyDuration(limits));
   const StillReport report;
   const StreamSize fitting = FitToCamera(size, choice);
-  StillCamera camera;
-  RunInTimeOf(choice, [&] { camera = TakeStill(port.Bus(), command, fitting, value, report); });
+  StillCamera taker;
+  RunInTimeOf(choice, [&] { taker = TakeStill(port.Bus(), command, fitting, value, report); });
   report.RequireWritten();
   const StillPicture still = ReadStillFile(value);
   WritePicture(command.Output, still);
-  PrintStill(command, camera, still);
+  PrintStill(command, taker, still);
 }
 
 }  // namespace
@@ -198,6 +199,7 @@ void AddStillCommand(CLI::App& app) {
       ->capture_default_str();
   sub->add_flag("--fast", command->Common.Camera.IsFast,
                 "don't wait for bus time: as fast as this machine can");
+  AddWaitOption(*sub, command->Common);
   AddFaultOption(*sub, command->Faults);
   sub->add_option("-o,--output", command->Output,
                   ".png, or .yuy2 for the bytes as the driver wrote them; both show the driver's "

@@ -36,6 +36,7 @@ void Run(const StreamCommand& command) {
   }
   LookAtFilesOf(command);
   const CameraChoice& choice = command.Common.Camera;
+  const CameraLock lock(choice, command.Common.Patience());
   const RunSettings settings = OpenHostEnvironment(command.Common.Output, SetFilesFor(choice));
   FaultyPort port(OpenCamera(choice), command.Faults, LikelyDuration(limits));
   std::unique_ptr<FrameWriter> writer;
@@ -88,6 +89,7 @@ void AddStreamCommand(CLI::App& app) {
       "arrive; a camera that sends fewer in the dark loses none. When the light state\n"
       "changes the driver leaves two frames out. Frames of a wrong size came from a damaged\n"
       "raw frame. Processor time is told of streams in real time only.\n"
+      "One process at a time has a camera; simulated ones differ by identity and seed.\n"
       "Examples:\n"
       "  lidcam stream --frames 5 -o picture.png\n"
       "  lidcam stream --size 320x240 -o - | ffplay -\n"
