@@ -91,6 +91,7 @@ int Run(int argc, char** argv) {
       "recorded capture.",
       "lidcam");
   app.require_subcommand(1);
+  app.set_version_flag("--version", "lidcam " LIDCAM_VERSION, "print the version and end");
   const std::vector<std::string> arguments(argv + 1, argv + argc);
   app.failure_message([&](const CLI::App*, const CLI::Error& error) {
     return DescribeWrongUse(app, error, arguments);

@@ -1,0 +1,83 @@
+"""The build without a preset, and the program where it is installed.
+
+Usage: python3 install_test.py CMAKE BUILD_FOLDER [unittest arguments]
+"""
+
+import json
+import os
+import re
+import shutil
+import subprocess
+import sys
+import tempfile
+import unittest
+
+CMAKE = sys.argv.pop(1)
+BUILD = os.path.abspath(sys.argv.pop(1))
+SOURCE = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+
+
+def run(*arguments, **options):
+    return subprocess.run(arguments, capture_output=True, text=True, timeout=300, check=True,
+                          **options).stdout
+
+
+class InstallTest(unittest.TestCase):
+    def setUp(self):
+        self.folder = tempfile.mkdtemp(prefix="lidcam-test-")
+        self.addCleanup(shutil.rmtree, self.folder)
+
+    def path(self, name):
+        return os.path.join(self.folder, name)
+
+    def install(self):
+        run(CMAKE, "--install", BUILD, "--prefix", self.path("prefix"))
+        return self.path("prefix/bin/lidcam")
+
+    def test_the_installed_program_runs_from_another_folder(self):
+        program = self.install()
+        os.mkdir(self.path("elsewhere"))
+        run(program, "stream", "--fast", "--frames", "2", "-o", "card.png",
+            cwd=self.path("elsewhere"), env={"HOME": self.folder})
+        self.assertEqual(sorted(os.listdir(self.path("elsewhere"))),
+                         ["card-0001.png", "card-0002.png"])
+
+    def test_the_installed_program_tells_the_projects_version(self):
+        with open(os.path.join(BUILD, "CMakeCache.txt"), encoding="utf-8") as cache:
+            version = re.search(r"^CMAKE_PROJECT_VERSION:STATIC=(.*)$", cache.read(), re.M)[1]
+        self.assertRegex(version, r"^\d+\.\d+\.\d+$")
+        self.assertEqual(run(self.install(), "--version"), f"lidcam {version}\n")
+
+    def test_the_licence_and_the_documents_are_installed(self):
+        self.install()
+        documents = self.path("prefix/share/doc/lidcam")
+        with open(os.path.join(documents, "README.md"), encoding="utf-8") as readme:
+            links = re.findall(r"\]\((?!http)([^)#]+)", readme.read())
+        self.assertIn("LICENSE", links)
+        for link in links:
+            self.assertTrue(os.path.exists(os.path.join(documents, link)), link)
+
+    def test_warnings_are_errors_in_the_presets_only(self):
+        def stops_at_warnings(folder):
+            with open(os.path.join(folder, "compile_commands.json"), encoding="utf-8") as file:
+                return {bool(re.search(r" -Werror( |$)", entry["command"]))
+                        for entry in json.load(file)}
+
+        run(CMAKE, "-S", SOURCE, "-B", self.path("build"), "-DBUILD_TESTING=OFF")
+        self.assertEqual(stops_at_warnings(self.path("build")), {False})
+        with open(os.path.join(SOURCE, "CMakePresets.json"), encoding="utf-8") as file:
+            presets = {preset["name"]: preset for preset in json.load(file)["configurePresets"]}
+        self.assertEqual(presets["base"]["cacheVariables"], {"CMAKE_COMPILE_WARNING_AS_ERROR": "ON"})
+        for name, preset in presets.items():
+            self.assertTrue(name == "base" or preset["inherits"] == "base", name)
+            self.assertEqual(name == "base",
+                             "CMAKE_COMPILE_WARNING_AS_ERROR" in preset["cacheVariables"], name)
+
+    def test_a_build_without_a_type_is_optimised(self):
+        run(CMAKE, "-S", SOURCE, "-B", self.path("build"), "-DBUILD_TESTING=OFF")
+        with open(self.path("build/CMakeCache.txt"), encoding="utf-8") as cache:
+            self.assertIn("CMAKE_BUILD_TYPE:STRING=RelWithDebInfo\n", cache.read())
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=1)
