@@ -1,11 +1,13 @@
 #include "platform/host/nt/files.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/types.h>
+#include <unistd.h>
 
+#include <array>
 #include <cerrno>
-#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -13,6 +15,7 @@
 #include <vector>
 
 #include "platform/host/nt/handles.h"
+#include "tests/driver/support/file_size_limit.h"
 #include "tests/driver/support/system_root.h"
 #include "tests/driver/support/unprivileged_user.h"
 
@@ -52,6 +55,7 @@ namespace {
 
 constexpr auto kEndOfFile = static_cast<NTSTATUS>(0xC0000011);
 constexpr auto kAccessDenied = static_cast<NTSTATUS>(0xC0000022);
+constexpr auto kTypeMismatch = static_cast<NTSTATUS>(0xC0000024);
 constexpr auto kNameInvalid = static_cast<NTSTATUS>(0xC0000033);
 constexpr auto kNameNotFound = static_cast<NTSTATUS>(0xC0000034);
 constexpr auto kPathNotFound = static_cast<NTSTATUS>(0xC000003A);
@@ -253,33 +257,38 @@ TEST_F(Files, ReadOnlyFolderTakesNoNewFileAndKeepsTheProtectedOne) {
   EXPECT_EQ(ContentOf("old.dat"), "abc");
 }
 
+TEST_F(Files, PipeInPlaceOfAFileIsRefusedWithoutWaitingForItsOtherEnd) {
+  ASSERT_EQ(::mkfifo((Drivers() / "a.set").c_str(), 0600), 0);
+  EXPECT_EQ(OpenAndClose(kDrivers + u"a.set"), kTypeMismatch);
+  EXPECT_EQ(Open(kDrivers + u"a.set", kWriteAccess, kOverwriteIf), kTypeMismatch);
+  EXPECT_TRUE(std::filesystem::is_fifo(Drivers() / "a.set"));
+}
+
+TEST_F(Files, PipeThatIsRefusedGivesItsReaderNothing) {
+  ASSERT_EQ(::mkfifo((Drivers() / "a.dat").c_str(), 0600), 0);
+  const int reader = ::open((Drivers() / "a.dat").c_str(), O_RDONLY | O_NONBLOCK);
+  ASSERT_GE(reader, 0);
+  EXPECT_EQ(Open(kDrivers + u"a.dat", kWriteAccess, kOverwriteIf), kTypeMismatch);
+  std::array<char, 8> bytes{};
+  EXPECT_EQ(::read(reader, bytes.data(), bytes.size()), 0);
+  ::close(reader);
+}
+
+TEST_F(Files, DeviceInPlaceOfAFileIsRefused) {
+  std::filesystem::create_symlink("/dev/null", Drivers() / "a.set");
+  EXPECT_EQ(OpenAndClose(kDrivers + u"a.set"), kTypeMismatch);
+  EXPECT_EQ(Open(kDrivers + u"a.set", kWriteAccess, kOverwriteIf), kTypeMismatch);
+}
+
 TEST_F(Files, FullDiskIsToldByTheWrite) {
-  std::filesystem::create_symlink("/dev/full", Drivers() / "full.dat");
   ASSERT_EQ(Open(kDrivers + u"full.dat", kWriteAccess, kOverwriteIf), 0);
-  EXPECT_EQ(Write("x"), kDiskFull);
+  {
+    const FileSizeLimit limit(0);
+    EXPECT_EQ(Write("x"), kDiskFull);
+  }
   EXPECT_EQ(Io().Information, 0U);
   Close();
 }
-
-// A file that may not grow any further, as on a disk that fills up halfway.
-class FileSizeLimit {
- public:
-  explicit FileSizeLimit(rlim_t bytes) : handler_(std::signal(SIGXFSZ, SIG_IGN)) {
-    ::getrlimit(RLIMIT_FSIZE, &before_);
-    const rlimit limit{bytes, before_.rlim_max};
-    ::setrlimit(RLIMIT_FSIZE, &limit);
-  }
-  FileSizeLimit(const FileSizeLimit&) = delete;
-  FileSizeLimit& operator=(const FileSizeLimit&) = delete;
-  ~FileSizeLimit() {
-    ::setrlimit(RLIMIT_FSIZE, &before_);
-    std::signal(SIGXFSZ, handler_);
-  }
-
- private:
-  void (*handler_)(int);
-  rlimit before_{};
-};
 
 TEST_F(Files, DiskThatFillsUpWithinAWriteIsToldAndTheOldContentsAreGone) {
   Put("a.dat", "0123456789");

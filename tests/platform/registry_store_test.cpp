@@ -367,7 +367,45 @@ TEST_F(RegistryFileStore, WhatIsNoFileIsLeftAloneAndToldOnce) {
   store.SetValue(batch, kKey, Name(1), Dword(1));
   EXPECT_NE(store.Commit(batch), 0);
   EXPECT_TRUE(std::filesystem::is_directory(folder_.File()));
-  EXPECT_EQ(messages_.size(), 1U);
+  EXPECT_THAT(messages_, ElementsAre("registry: can't read " + folder_.File() + ": it is no file"));
+}
+
+TEST_F(RegistryFileStore, AFileLargerThanSettingsEverAreIsLeftAloneAndToldOnce) {
+  WriteBytes(folder_.File(), "Windows Registry Editor Version 5.00\n");
+  std::filesystem::resize_file(folder_.File(), std::uintmax_t{1} << 40);
+  RegistryStore store(Options());
+  EXPECT_FALSE(store.HasKey(kKey));
+  const auto batch = store.NewBatch();
+  store.SetValue(batch, kKey, Name(1), Dword(1));
+  EXPECT_NE(store.Commit(batch), 0);
+  EXPECT_EQ(std::filesystem::file_size(folder_.File()), std::uintmax_t{1} << 40);
+  EXPECT_THAT(messages_,
+              ElementsAre("registry: can't read " + folder_.File() +
+                          ": it has more than 16 MiB, which settings never take: move it away, "
+                          "and settings start anew"));
+}
+
+TEST_F(RegistryFileStore, AFileAsLargeAsSettingsMayBeIsRead) {
+  std::string text =
+      "Windows Registry Editor Version 5.00\n[HKEY_LOCAL_MACHINE\\Camera\\Settings]\n"
+      "\"Value1\"=dword:5\n";
+  text.resize(host::kLargestRegistryFile, '\n');
+  WriteBytes(folder_.File(), text);
+  RegistryStore store(Options());
+  EXPECT_EQ(Find(store, 1), 5U);
+  EXPECT_THAT(messages_, IsEmpty());
+}
+
+TEST_F(RegistryFileStore, WhatWouldBeTooLargeToBeReadAgainIsNotWritten) {
+  RegistryStore store(Options());
+  Set(store, 1, 5);
+  const auto batch = store.NewBatch();
+  // Each byte takes three characters of two bytes.
+  store.SetValue(batch, kKey, Name(2),
+                 {3, std::vector<std::uint8_t>(host::kLargestRegistryFile / 6)});
+  EXPECT_NE(store.Commit(batch), 0);
+  EXPECT_EQ(Find(store, 1), 5U);
+  EXPECT_LT(std::filesystem::file_size(folder_.File()), 1000U);
 }
 
 TEST_F(RegistryFileStore, TheFileKeepsItsPermissionsAndALinkStaysALink) {

@@ -1,6 +1,7 @@
 #include "platform/host/nt/files.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -213,7 +214,14 @@ int OpenFlags(ACCESS_MASK access, ULONG disposition) {
   const bool writes = replaces || (access & FILE_WRITE_DATA) != 0;
   const bool reads = (access & FILE_READ_DATA) != 0;
   const int direction = writes ? (reads ? O_RDWR : O_WRONLY) : O_RDONLY;
-  return direction | O_CLOEXEC | (replaces ? O_CREAT | O_TRUNC : 0);
+  // Without O_NONBLOCK, opening a pipe would wait for its other end.
+  return direction | O_CLOEXEC | O_NONBLOCK | (replaces ? O_CREAT | O_TRUNC : 0);
+}
+
+// What is no file is not opened at all: that alone has effects on some devices.
+NTSTATUS RequireFile(const struct stat& status) {
+  if (S_ISDIR(status.st_mode)) return STATUS_FILE_IS_A_DIRECTORY;
+  return S_ISREG(status.st_mode) ? STATUS_SUCCESS : STATUS_OBJECT_TYPE_MISMATCH;
 }
 
 NTSTATUS OpenFile(std::u16string_view name, ACCESS_MASK access, ULONG disposition, HANDLE& handle,
@@ -222,12 +230,20 @@ NTSTATUS OpenFile(std::u16string_view name, ACCESS_MASK access, ULONG dispositio
   std::filesystem::path path;
   const NTSTATUS resolved = ResolvePath(name, path);
   if (!NT_SUCCESS(resolved)) return resolved;
-  std::error_code error;
-  if (std::filesystem::is_directory(path, error)) return STATUS_FILE_IS_A_DIRECTORY;
-  const bool existed = std::filesystem::exists(path, error);
+  struct stat found {};
+  const bool existed = ::stat(path.c_str(), &found) == 0;
+  if (existed) {
+    const NTSTATUS status = RequireFile(found);
+    if (!NT_SUCCESS(status)) return status;
+  }
   const int descriptor = ::open(path.c_str(), OpenFlags(access, disposition), kNewFileMode);
   if (descriptor < 0) return StatusOfError(errno);
-  handle = OpenHandle(std::make_shared<HostFile>(descriptor, access));
+  auto file = std::make_shared<HostFile>(descriptor, access);
+  // Something else may have come to the name meanwhile.
+  if (::fstat(descriptor, &found) != 0) return StatusOfError(errno);
+  const NTSTATUS opened = RequireFile(found);
+  if (!NT_SUCCESS(opened)) return opened;
+  handle = OpenHandle(std::move(file));
   information = disposition == FILE_OPEN ? FILE_OPENED : existed ? FILE_OVERWRITTEN : FILE_CREATED;
   return STATUS_SUCCESS;
 }

@@ -10,7 +10,8 @@ namespace lidcam::host {
 /// Maps "\SystemRoot" to a folder of the user's. Files opened before stay open where they are.
 ///
 /// Names below it are looked up as the platform does, without regard to the case of the letters A to
-/// Z. Nothing above the folder can be named. Sharing is not enforced.
+/// Z. Nothing above the folder can be named. Sharing is not enforced. A pipe, a device or a socket in
+/// place of a file is not opened: STATUS_OBJECT_TYPE_MISMATCH.
 ///
 /// @param folder  need not exist; empty unmaps, which is the initial state: every open then fails
 ///                with STATUS_OBJECT_PATH_NOT_FOUND

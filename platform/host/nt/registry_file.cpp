@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <system_error>
+#include <utility>
 
 namespace lidcam::host {
 namespace {
@@ -116,13 +117,16 @@ int RegistryFileReader::Read(const std::string& path, std::string& content) {
   file_ = file;
   int error = fstat(file_, &seen_) == 0 ? 0 : errno;
   if (error == 0 && !S_ISREG(seen_.st_mode)) error = EINVAL;
+  if (error == 0 && std::cmp_greater(seen_.st_size, kLargestRegistryFile)) error = EOVERFLOW;
   std::array<char, 16384> piece{};
   while (error == 0) {
     const ssize_t count = read(file_, piece.data(), piece.size());
     if (count == 0) return 0;
     if (count > 0) content.append(piece.data(), static_cast<std::size_t>(count));
     if (count < 0 && errno != EINTR) error = errno;
+    if (content.size() > kLargestRegistryFile) error = EOVERFLOW;  // it grows
   }
+  content.clear();
   Forget();
   return error;
 }

@@ -35,6 +35,9 @@ class RegistryFileLock {
   int error_ = 0;
 };
 
+/// Bytes of the largest registry file that is read: a thousand times what all cameras' settings take.
+inline constexpr std::size_t kLargestRegistryFile = std::size_t{16} << 20;
+
 /// A file as it was read. It is kept open, so that no later file can pass for it by getting its
 /// inode number.
 class RegistryFileReader {
@@ -46,7 +49,8 @@ class RegistryFileReader {
 
   /// Reads the whole file.
   ///
-  /// @return 0; ENOENT if there is none; else the error number
+  /// @return 0; ENOENT if there is none; EINVAL if it is no regular file; EOVERFLOW if it is larger
+  ///         than kLargestRegistryFile; else the error number
   [[nodiscard]] int Read(const std::string& path, std::string& content);
 
   /// Whether `path` still is what the last Read() saw, by identity, size and times. What couldn't

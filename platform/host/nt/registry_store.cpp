@@ -21,6 +21,15 @@ RegistryOptions WithResolvedFile(RegistryOptions options) {
   return options;
 }
 
+std::string ReasonOf(int error) {
+  if (error == EINVAL) return "it is no file";
+  if (error == EOVERFLOW) {
+    return "it has more than " + std::to_string(kLargestRegistryFile >> 20) +
+           " MiB, which settings never take: move it away, and settings start anew";
+  }
+  return std::generic_category().message(error);
+}
+
 }  // namespace
 
 RegistryStore::RegistryStore(RegistryOptions options)
@@ -111,7 +120,9 @@ int RegistryStore::WriteEnded() {
     if (batch.Ended && Apply(batch, next)) isChanged = true;
   }
   if (!isChanged) return 0;
-  const int error = ReplaceRegistryFile(options_.File, WriteRegistryText(next), options_.Steps);
+  const std::string text = WriteRegistryText(next);
+  if (text.size() > kLargestRegistryFile) return EOVERFLOW;
+  const int error = ReplaceRegistryFile(options_.File, text, options_.Steps);
   if (error != 0) return error;
   base_ = std::move(next);
   RebuildView();
@@ -187,8 +198,7 @@ void RegistryStore::RebuildView() {
 // Each trouble is told once, until it is over.
 int RegistryStore::Report(int error, const char* deed) {
   if (error != 0 && error != reported_) {
-    Say("registry: can't " + std::string(deed) + " " + options_.File + ": " +
-        std::generic_category().message(error));
+    Say("registry: can't " + std::string(deed) + " " + options_.File + ": " + ReasonOf(error));
   }
   reported_ = error;
   return error;

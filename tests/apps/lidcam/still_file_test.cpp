@@ -13,6 +13,7 @@
 #include "apps/lidcam/command_error.h"
 #include "driver/frame/still_capture.h"
 #include "platform/host/nt/wdm_version.h"
+#include "tests/driver/support/file_size_limit.h"
 #include "tests/driver/support/system_root.h"
 #include "tests/driver/support/unprivileged_user.h"
 
@@ -105,8 +106,11 @@ TEST(StillReport, OfAWrittenStillIsNoError) {
 
 TEST(StillReport, OfAFullDiskAsksForSpace) {
   const test::TemporarySystemRoot disk;
-  fs::create_symlink("/dev/full", StillFilePath());
-  const std::string error = ErrorOfStill();
+  std::string error;
+  {
+    const test::FileSizeLimit limit(0);
+    error = ErrorOfStill();
+  }
   EXPECT_THAT(error, HasSubstr("SnapFile.dat"));
   EXPECT_THAT(error, HasSubstr("its disk is full; free some space on it"));
 }

@@ -16,6 +16,7 @@
 #include "platform/host/nt/wdm_version.h"
 #include "tests/driver/frame/still_file_calls.h"
 #include "tests/driver/frame/still_fixture.h"
+#include "tests/driver/support/file_size_limit.h"
 #include "tests/driver/support/unprivileged_user.h"
 
 namespace lidcam::test {
@@ -201,9 +202,10 @@ TEST(StillTrace, TellsSizeValueAndTheStatusOfTheFile) {
   still.Ask(1, 0);
   CaptureStill(still.Context, pixels.data());
   still.Ask(2, 0x12345);
-  fs::remove(still.FilePath());
-  fs::create_symlink("/dev/full", still.FilePath());
-  CaptureStill(still.Context, pixels.data());
+  {
+    const FileSizeLimit limit(0);
+    CaptureStill(still.Context, pixels.data());
+  }
   still.Ask(4, 7);
   fs::remove(still.FilePath());
   fs::create_directory(still.FilePath());
@@ -272,7 +274,7 @@ TEST_P(StillLevels, EachKnownLevelOfTheDriverModelWritesTheFile) {
 }
 
 TEST_P(StillLevels, AFailedWriteBehindAGoodOpenIsReportedAndTheFileClosed) {
-  fs::create_symlink("/dev/full", still_.FilePath());
+  const FileSizeLimit limit(0);
   EXPECT_EQ(WriteStillFile(still_.Context, pixels_.data(), 160, 120, 5, 1), kDiskFull);
   ASSERT_EQ(calls_.Writes.size(), 1U);
   EXPECT_NE(calls_.Writes[0].File, nullptr);
@@ -356,7 +358,7 @@ TEST(StillFile, InAReadOnlyFolderTheOneOfBeforeStaysInPlace) {
 
 TEST(StillFile, OnAFullDiskIsNotReportedAndTheRequestIsUsedUp) {
   StillFixture still;
-  fs::create_symlink("/dev/full", still.FilePath());
+  const FileSizeLimit limit(0);
   Bytes pixels = Picture(38400);
   EXPECT_EQ(WriteStillFile(still.Context, pixels.data(), 160, 120, 5, 1), kDiskFull);
   still.Ask(4, 5);
