@@ -6,6 +6,7 @@
 
 #include "apps/lidcam/command_error.h"
 #include "bus/capture/capture_bus.h"
+#include "bus/capture/capture_input.h"
 #include "bus/simulated/simulated_bus.h"
 #include "simulator/camera_options.h"
 
@@ -64,6 +65,15 @@ void RefuseLightOnGlass(const CameraChoice& choice) {
                    "' has a scene of its own");
 }
 
+std::optional<bus::DeviceAddress> AddressOf(const std::optional<std::string>& device) {
+  if (!device) return std::nullopt;
+  try {
+    return bus::ParseDeviceAddress(*device);
+  } catch (const bus::CaptureError& error) {
+    throw UsageError(error.what());
+  }
+}
+
 }  // namespace
 
 std::optional<std::string> UnitOf(const CameraChoice& choice) {
@@ -93,19 +103,26 @@ std::optional<std::string> CaptureFileOf(const std::string& camera) {
 }
 
 bus::CaptureSource OpenCapture(const std::string& path, const std::optional<std::string>& device) {
+  const std::optional<bus::DeviceAddress> address = AddressOf(device);
   try {
-    std::optional<bus::DeviceAddress> address;
-    if (device) address = bus::ParseDeviceAddress(*device);
     return bus::CaptureSource(path, address);
   } catch (const bus::CaptureError& error) {
     throw CommandError(error.what());
   }
 }
 
+void TellNotes(const bus::CaptureSource& source) {
+  for (const std::string& note : source.Notes()) {
+    std::fprintf(stderr, "lidcam: %s: %s\n", bus::CaptureName(source.Path()).c_str(), note.c_str());
+  }
+}
+
 std::unique_ptr<bus::UsbBus> OpenCamera(const CameraChoice& choice) {
   if (const auto path = CaptureFileOf(choice.Camera)) {
     RefuseLightOnGlass(choice);
-    return std::make_unique<bus::CaptureBus>(OpenCapture(*path, choice.Device));
+    const bus::CaptureSource source = OpenCapture(*path, choice.Device);
+    TellNotes(source);
+    return std::make_unique<bus::CaptureBus>(source);
   }
   if (choice.Device) {
     throw UsageError("--device names a device of a capture: give --camera capture:FILE with it");

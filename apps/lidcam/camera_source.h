@@ -43,6 +43,9 @@ struct CameraChoice {
 [[nodiscard]] bus::CaptureSource OpenCapture(const std::string& path,
                                              const std::optional<std::string>& device);
 
+/// Tells the user what is missing in a capture.
+void TellNotes(const bus::CaptureSource& source);
+
 /// The set files that fit the camera.
 [[nodiscard]] SetFiles SetFilesFor(const CameraChoice& choice);
 

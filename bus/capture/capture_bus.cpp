@@ -36,12 +36,17 @@ ControlResult Answer(const ControlExchange& exchange, const SetupPacket& setup,
 
 }  // namespace
 
-CaptureBus::CaptureBus(const CaptureSource& source) : endpoint_(source.Device().StreamEndpoint()) {
+CaptureBus::CaptureBus(const CaptureSource& source)
+    : endpoint_(source.Device().StreamEndpoint()), isCutOff_(source.IsCutOff()) {
   ControlHistory history;
   CaptureReader reader{source.Path()};
   UsbRecord record;
+  bool hasPackets = false;
   while (reader.Next(record)) {
-    if (record.Address == source.Device().Address) history.Add(record);
+    if (record.Address != source.Device().Address) continue;
+    history.Add(record);
+    hasPackets = hasPackets || record.Type == TransferType::Isochronous;
+    if (!hasPackets) aheadOfStream_ = history.Exchanges().size();
   }
   exchanges_ = history.Exchanges();
   std::optional<std::uint16_t> select;
@@ -65,8 +70,8 @@ void CaptureBus::AddExchange(const ControlExchange& exchange,
     const Question question{IsRegisterRead(setup) ? select : std::nullopt, setup,
                             OutData(setup, exchange.Data)};
     Answers& answers = answers_[question];
+    answers.All.push_back(position);
     answers.Unused.insert(position);
-    answers.Last = position;
   }
   if (IsSelectWrite(setup)) select = setup.Value;
 }
@@ -83,11 +88,28 @@ ControlResult CaptureBus::ControlTransfer(const SetupPacket& setup, std::span<st
   return Answer(*exchange, setup, data);
 }
 
+std::vector<SetupPacket> CaptureBus::RequestsAheadOfStream() const {
+  std::vector<SetupPacket> requests;
+  for (std::size_t i = 0; i < aheadOfStream_; ++i) requests.push_back(exchanges_[i].Setup);
+  return requests;
+}
+
+void CaptureBus::ForgetRequests() {
+  const std::lock_guard lock(controlMutex_);
+  for (Answers* const answers : touched_) {
+    answers->Unused = {answers->All.begin(), answers->All.end()};
+  }
+  touched_.clear();
+  select_.reset();
+  position_ = 0;
+}
+
 const ControlExchange* CaptureBus::FindAnswer(const Question& question) {
   const auto found = answers_.find(question);
   if (found == answers_.end()) return nullptr;
   Answers& answers = found->second;
-  if (answers.Unused.empty()) return &exchanges_[answers.Last];
+  touched_.insert(&answers);
+  if (answers.Unused.empty()) return &exchanges_[answers.All.back()];
   auto match = answers.Unused.lower_bound(position_);
   if (match == answers.Unused.end()) match = answers.Unused.begin();
   const std::size_t position = *match;
@@ -124,10 +146,11 @@ void CaptureBus::ReadAhead() {
       next_ = payload;
       microframe_ = payload.Microframe;
     } else {
-      streamStatus_ = UsbStatus::EndOfCapture;
+      const bool isShortened = packets_->IsCutOff() && !isCutOff_;
+      streamStatus_ = isShortened ? UsbStatus::Failed : UsbStatus::EndOfCapture;
     }
   } catch (const CaptureError&) {
-    // The file was read whole when the bus was made; somebody has changed it since.
+    // The file was read to its end when the bus was made; it has been changed since.
     streamStatus_ = UsbStatus::Failed;
   }
 }

@@ -50,6 +50,12 @@ class CaptureBus final : public UsbBus {
 
   void Unplug() override;
 
+  /// The recorded host's requests up to the first packet, in their order.
+  [[nodiscard]] std::vector<SetupPacket> RequestsAheadOfStream() const;
+
+  /// Answers from here on as if nothing had been asked so far. Before the first read of packets.
+  void ForgetRequests();
+
  private:
   /// What two control transfers share that are the same question.
   struct Question {
@@ -61,8 +67,8 @@ class CaptureBus final : public UsbBus {
   };
 
   struct Answers {
-    std::set<std::size_t> Unused;  ///< positions in `exchanges_`
-    std::size_t Last = 0;          ///< position of the last one recorded
+    std::vector<std::size_t> All;  ///< positions in `exchanges_`, in the order of recording
+    std::set<std::size_t> Unused;  ///< of these
   };
 
   void AddExchange(const ControlExchange& exchange, std::optional<std::uint16_t>& select);
@@ -75,7 +81,9 @@ class CaptureBus final : public UsbBus {
 
   std::mutex controlMutex_;  ///< guards the control side
   std::vector<ControlExchange> exchanges_;
+  std::size_t aheadOfStream_ = 0;  ///< of the exchanges, those before the first packet
   std::map<Question, Answers> answers_;
+  std::set<Answers*> touched_;  ///< of these, those that were given
   std::optional<std::uint16_t> select_;
   std::size_t position_ = 0;  ///< behind the last match
   bool settingsRecorded_ = false;
@@ -83,6 +91,7 @@ class CaptureBus final : public UsbBus {
 
   std::mutex streamMutex_;  ///< guards the stream side
   std::optional<std::uint8_t> endpoint_;
+  bool isCutOff_ = false;  ///< the capture, from the start
   std::optional<IsochronousPacketReader> packets_;
   std::optional<IsochronousPayload> next_;  ///< read ahead, for its bus time
   UsbStatus streamStatus_ = UsbStatus::Ok;

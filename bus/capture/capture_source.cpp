@@ -10,6 +10,7 @@
 #include "bus/capture/capture_reader.h"
 #include "bus/capture/control_history.h"
 #include "bus/capture/little_endian.h"
+#include "bus/capture/record_data.h"
 
 namespace lidcam::bus {
 namespace {
@@ -33,6 +34,7 @@ class DeviceSurvey {
     RecordedDevice& device = devices_[record.Address];
     device.Address = record.Address;
     ++device.Records;
+    if (record.MissingBytes != 0 && CarriesData(record)) AddCut(record, device);
     if (record.Type == TransferType::Control) AddControl(record, device);
     if (record.Type == TransferType::Isochronous) AddIsochronous(record, device);
   }
@@ -64,6 +66,13 @@ class DeviceSurvey {
     }
     device.Identity = UsbIdentity{LoadLittle<std::uint16_t>(record.Data, kVendorAt),
                                   LoadLittle<std::uint16_t>(record.Data, kProductAt)};
+  }
+
+  static void AddCut(const UsbRecord& record, RecordedDevice& device) {
+    ++device.CutRecords;
+    device.MissingBytes += record.MissingBytes;
+    device.SnapLength = std::max(device.SnapLength, record.OriginalLength - record.MissingBytes);
+    device.LongestRecord = std::max(device.LongestRecord, record.OriginalLength);
   }
 
   static void AddIsochronous(const UsbRecord& record, RecordedDevice& device) {
@@ -106,6 +115,13 @@ std::string Addresses(const std::vector<RecordedDevice>& devices) {
     parts.push_back(ToString(device.Address) + " (" + identity + ")");
   }
   return parts.empty() ? "none" : Join(parts);
+}
+
+/// How a capture is made that has nothing cut off.
+std::string Remedy(std::size_t longestRecord) {
+  const std::string length = std::to_string(std::max(longestRecord, kLargestRecord));
+  return "capture again with a snapshot length of " + length + " (tcpdump -s " + length +
+         ", USBPcapCMD --snaplen " + length + ", in Wireshark the interface's snapshot length)";
 }
 
 bool IsKnownCamera(const RecordedDevice& device) {
@@ -155,12 +171,37 @@ bool IsCameraIdentity(const UsbIdentity& identity) {
   return std::ranges::find(kCameraIdentities, identity) != kCameraIdentities.end();
 }
 
-std::vector<RecordedDevice> ListRecordedDevices(const std::string& path) {
+CaptureSurvey SurveyCapture(const std::string& path) {
   CaptureReader reader{path};
   DeviceSurvey survey;
   UsbRecord record;
   while (reader.Next(record)) survey.Add(record);
-  return survey.Result();
+  return {.Devices = survey.Result(),
+          .WholeRecords = reader.RecordNumber(),
+          .IsCutOff = reader.IsCutOff(),
+          .UselessRecords = reader.UselessRecords()};
+}
+
+std::vector<std::string> NotesOn(const CaptureSurvey& survey) {
+  std::vector<std::string> notes;
+  if (survey.IsCutOff) {
+    notes.push_back("the file is cut off behind record " + std::to_string(survey.WholeRecords) +
+                    "; it is used up to there");
+  }
+  if (survey.UselessRecords != 0) {
+    notes.push_back("the capture program cut " + std::to_string(survey.UselessRecords) +
+                    " records so short that they tell nothing; " + Remedy(kLargestRecord));
+  }
+  return notes;
+}
+
+std::vector<std::string> NotesOn(const RecordedDevice& device) {
+  if (device.CutRecords == 0) return {};
+  return {"the capture program cut " + std::to_string(device.CutRecords) + " of " +
+          std::to_string(device.Records) + " records of device " + ToString(device.Address) +
+          " to " + std::to_string(device.SnapLength) + " bytes, and " +
+          std::to_string(device.MissingBytes) + " bytes are missing; " +
+          Remedy(device.LongestRecord)};
 }
 
 std::vector<std::string> UnknownOf(const RecordedDevice& device) {
@@ -183,19 +224,32 @@ std::string Describe(const RecordedDevice& device) {
   }
   const bool mayBeCamera = IsKnownCamera(device) || SpeaksRegisters(device) || Streams(device);
   const std::vector<std::string> unknown = UnknownOf(device);
+  if (device.CutRecords != 0) line += " cut=" + std::to_string(device.CutRecords);
   if (mayBeCamera && !unknown.empty()) line += " not recorded: " + Join(unknown);
   return line;
 }
 
 CaptureSource::CaptureSource(const std::string& path, std::optional<DeviceAddress> address)
     : path_(path) {
-  const std::vector<RecordedDevice> devices = ListRecordedDevices(path);
-  device_ = address ? FindDevice(path, devices, *address) : FindCamera(path, devices);
+  const CaptureSurvey survey = SurveyCapture(path);
+  const std::vector<RecordedDevice>& devices = survey.Devices;
+  const std::string name = CaptureName(path);
+  isCutOff_ = survey.IsCutOff;
+  notes_ = NotesOn(survey);
+  try {
+    device_ = address ? FindDevice(name, devices, *address) : FindCamera(name, devices);
+  } catch (const CaptureError& error) {
+    // What is missing may be the reason.
+    std::string text = error.what();
+    for (const std::string& note : notes_) text += "; " + note;
+    throw CaptureError(text);
+  }
+  std::ranges::copy(NotesOn(device_), std::back_inserter(notes_));
 }
 
 std::uint8_t CaptureSource::StreamEndpoint() const {
   if (const auto endpoint = device_.StreamEndpoint()) return *endpoint;
-  throw CaptureError(path_ + ": device " + ToString(device_.Address) +
+  throw CaptureError(CaptureName(path_) + ": device " + ToString(device_.Address) +
                      " sent no isochronous data; record it while the camera streams");
 }
 

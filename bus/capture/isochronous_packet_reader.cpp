@@ -5,6 +5,11 @@
 namespace lidcam::bus {
 namespace {
 
+// A host doesn't look at what it took back.
+bool IsTakenBack(const UsbRecord& record) {
+  return StatusFromErrno(record.Status) == UsbStatus::Aborted;
+}
+
 bool BeginsFrame(std::span<const std::uint8_t> data) {
   return data.size() >= 2 && data[0] == 0xFF && data[1] == 0xD8;
 }
@@ -36,7 +41,7 @@ bool IsochronousPacketReader::NextRecord() {
   record_.Packets.clear();
   while (reader_.Next(record_)) {
     if (record_.Type != TransferType::Isochronous || record_.Event != RecordEvent::Complete ||
-        record_.Address != address_ || record_.Endpoint != endpoint_) {
+        record_.Address != address_ || record_.Endpoint != endpoint_ || IsTakenBack(record_)) {
       record_.Packets.clear();
       continue;
     }

@@ -19,7 +19,8 @@ struct IsochronousPayload {
 
 /// Gives the isochronous IN packets of a recorded device in bus order.
 ///
-/// Holds one record of the file at a time, so that captures may be larger than the memory.
+/// Transfers that the recorded host took back are left out, as that host did. Holds one record of the
+/// file at a time, so that captures may be larger than the memory.
 class IsochronousPacketReader {
  public:
   /// Throws CaptureError if the device sent no isochronous data.
@@ -32,6 +33,9 @@ class IsochronousPacketReader {
   /// A packet that the capture system cut brings what is left of it and UsbStatus::Failed. Throws
   /// CaptureError on a malformed record.
   bool Next(IsochronousPayload& payload);
+
+  /// Once the end has been reached: whether the file was cut off there.
+  [[nodiscard]] bool IsCutOff() const { return reader_.IsCutOff(); }
 
   /// Bytes that the packets given so far had on the bus, but not in the capture.
   [[nodiscard]] std::uint64_t MissingBytes() const { return missingBytes_; }

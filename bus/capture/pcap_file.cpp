@@ -19,32 +19,16 @@ namespace lidcam::bus {
 namespace {
 
 constexpr std::int64_t kMicrosecondsPerSecond = 1'000'000;
-constexpr const char* kWantedFile = "; a USB capture in pcap or pcapng format is needed";
 
 std::string ErrorText(int error) {
   return std::generic_category().message(error);
 }
 
-struct FileCloser {
-  void operator()(std::FILE* file) const { std::fclose(file); }
-};
-using FileHandle = std::unique_ptr<std::FILE, FileCloser>;
-
-FileHandle OpenForReading(const std::string& path) {
-  FileHandle file{std::fopen(path.c_str(), "rbe")};
-  if (!file) throw CaptureError(path + ": " + ErrorText(errno) + kWantedFile);
-  struct stat status {};
-  if (fstat(fileno(file.get()), &status) != 0) throw CaptureError(path + ": " + ErrorText(errno));
-  if (S_ISDIR(status.st_mode)) throw CaptureError(path + ": is a directory" + kWantedFile);
-  if (S_ISREG(status.st_mode) && status.st_size == 0) {
-    throw CaptureError(path + ": the file is empty" + kWantedFile);
-  }
-  return file;
-}
-
 bool IsTruncation(const std::string& reason) {
   return reason.find("truncated") != std::string::npos;
 }
+
+constexpr const char* kStandardOutput = "-";
 
 /// Follows a link, so that the rename replaces the file and not the link to it.
 std::string FollowLink(const std::string& path) {
@@ -115,18 +99,19 @@ void PcapReader::Closer::operator()(pcap* file) const {
   pcap_close(file);
 }
 
-PcapReader::PcapReader(std::string path) : path_(std::move(path)) {
-  FileHandle file = OpenForReading(path_);
+PcapReader::PcapReader(std::string path) : path_(std::move(path)), input_(path_) {
+  StreamHandle stream = input_.TakeStream();
   std::array<char, PCAP_ERRBUF_SIZE> reason{};
-  file_.reset(pcap_fopen_offline(file.get(), reason.data()));
-  if (!file_) {
-    const std::string text = reason.data();
-    throw CaptureError(path_ +
-                       (IsTruncation(text) ? ": cut off within the file header"
-                                           : ": not a capture file (" + text + ")") +
-                       kWantedFile);
-  }
-  static_cast<void>(file.release());  // closed with file_
+  file_.reset(pcap_fopen_offline(stream.get(), reason.data()));
+  if (!file_) RefuseHeader(reason.data());
+  static_cast<void>(stream.release());  // closed with file_
+}
+
+void PcapReader::RefuseHeader(const std::string& reason) const {
+  std::string text = ": not a capture file (" + reason + ")";
+  if (IsTruncation(reason)) text = ": cut off within the file header";
+  if (!input_.Damage().empty()) text = ": damaged (" + input_.Damage() + ")";
+  throw CaptureError(CaptureName(path_) + text + kWantedCapture);
 }
 
 PcapReader::~PcapReader() = default;
@@ -144,15 +129,20 @@ bool PcapReader::Next(PcapPacket& packet) {
   pcap_pkthdr* header = nullptr;
   const u_char* bytes = nullptr;
   const int result = pcap_next_ex(file_.get(), &header, &bytes);
-  if (result == PCAP_ERROR_BREAK) return false;
-  ++recordNumber_;
-  const std::string where = path_ + ": record " + std::to_string(recordNumber_);
+  if (result == PCAP_ERROR_BREAK) {
+    isCutOff_ = input_.IsCut();
+    return false;
+  }
+  const std::string where = CaptureName(path_) + ": record " + std::to_string(recordNumber_ + 1);
   if (result != 1) {
     const std::string text = pcap_geterr(file_.get());
-    throw CaptureError(where + (IsTruncation(text)
-                                    ? " is cut off (" + text + "); copy the file again"
-                                    : " can't be read (" + text + ")"));
+    isCutOff_ = IsTruncation(text) && input_.Damage().empty();
+    if (isCutOff_) return false;
+    ++recordNumber_;
+    throw CaptureError(where + " can't be read (" +
+                       (input_.Damage().empty() ? text : input_.Damage()) + ")");
   }
+  ++recordNumber_;
   try {
     packet.TimeMicroseconds = CaptureTime(header->ts.tv_sec, header->ts.tv_usec);
   } catch (const CaptureError& error) {
@@ -167,25 +157,31 @@ void PcapWriter::Closer::operator()(pcap* file) const {
   pcap_close(file);
 }
 
-PcapWriter::PcapWriter(std::string path, int linkType)
-    : path_(std::move(path)), finalPath_(FollowLink(path_)) {
+PcapWriter::PcapWriter(const std::string& path, int linkType)
+    : path_(path == kStandardOutput ? "standard output" : path),
+      finalPath_(path == kStandardOutput ? path : FollowLink(path)) {
   // Found out at the end, it would cost all that was captured.
   if (std::error_code ignored; std::filesystem::is_directory(finalPath_, ignored)) Fail(EISDIR);
   // The dead handle carries link type and limit into the file header.
   file_.reset(pcap_open_dead(linkType, static_cast<int>(kLargestRecord)));
   if (!file_) throw CaptureError(path_ + ": no memory for the capture file");
-  OpenTemporary(linkType);
+  OpenDumper(linkType);
 }
 
 PcapWriter::~PcapWriter() {
   Discard();
 }
 
-void PcapWriter::OpenTemporary(int linkType) {
-  const int descriptor = IsDeviceOrPipe(finalPath_) ? open(finalPath_.c_str(), O_WRONLY | O_CLOEXEC)
-                                                    : CreateTemporary(finalPath_, temporaryPath_);
+int PcapWriter::OpenFile() {
+  if (finalPath_ == kStandardOutput) return fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0);
+  if (IsDeviceOrPipe(finalPath_)) return open(finalPath_.c_str(), O_WRONLY | O_CLOEXEC);
+  return CreateTemporary(finalPath_, temporaryPath_);
+}
+
+void PcapWriter::OpenDumper(int linkType) {
+  const int descriptor = OpenFile();
   if (descriptor < 0) Fail(errno);
-  FileHandle file{fdopen(descriptor, "wb")};
+  StreamHandle file{fdopen(descriptor, "wb")};
   if (!file) {
     const int error = errno;
     close(descriptor);

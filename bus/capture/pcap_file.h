@@ -7,6 +7,7 @@
 #include <string>
 
 #include "bus/capture/capture_error.h"
+#include "bus/capture/capture_input.h"
 
 struct pcap;
 struct pcap_dumper;
@@ -33,9 +34,10 @@ struct PcapPacket {
 /// more seconds than an unsigned 32-bit count holds four times over.
 [[nodiscard]] std::int64_t CaptureTime(std::int64_t seconds, std::int64_t microseconds);
 
-/// Reads a pcap or pcapng file record by record; never holds more than one record.
+/// Reads a pcap or pcapng file, or pipe, record by record; never holds more than one record.
 class PcapReader {
  public:
+  /// @param path  "-" for standard input
   /// Throws CaptureError if the file is missing, empty, cut within its header or no capture.
   explicit PcapReader(std::string path);
   ~PcapReader();
@@ -47,11 +49,13 @@ class PcapReader {
   /// Name of the link type for messages, its number where it has no name.
   [[nodiscard]] std::string LinkTypeName() const;
 
-  /// Moves to the next record. False at the end of the file.
+  /// Moves to the next record. False at the end of the file, also where that is within a record.
   ///
-  /// Throws CaptureError, with the record's number, if the file ends within a record or the record
-  /// can't be one.
+  /// Throws CaptureError, with the record's number, if the record can't be one.
   bool Next(PcapPacket& packet);
+
+  /// Once the end has been reached: whether the file was cut off there.
+  [[nodiscard]] bool IsCutOff() const { return isCutOff_; }
 
   /// Number of the record read last, from 1 as other tools count them; 0 before the first.
   [[nodiscard]] std::uint64_t RecordNumber() const { return recordNumber_; }
@@ -61,9 +65,13 @@ class PcapReader {
     void operator()(pcap* file) const;
   };
 
+  [[noreturn]] void RefuseHeader(const std::string& reason) const;
+
   std::string path_;
+  CaptureInput input_;
   std::unique_ptr<pcap, Closer> file_;
   std::uint64_t recordNumber_ = 0;
+  bool isCutOff_ = false;
 };
 
 /// Writes a pcap file that appears under its name only when it is whole.
@@ -71,11 +79,12 @@ class PcapReader {
 /// The records go to a temporary file in the same folder, which other programs see locked; Close()
 /// brings it to the disk and renames it. A writer destroyed before that leaves nothing behind and a file
 /// that stood under the name before as it was; of one that failed, KeepWhole() keeps what it has. A
-/// device or pipe under the name is written to directly.
+/// device or pipe under the name is written to directly, as is standard output.
 class PcapWriter {
  public:
+  /// @param path  "-" for standard output
   /// Throws CaptureError if the file can't be made.
-  PcapWriter(std::string path, int linkType);
+  PcapWriter(const std::string& path, int linkType);
   ~PcapWriter();
   PcapWriter(const PcapWriter&) = delete;
   PcapWriter& operator=(const PcapWriter&) = delete;
@@ -95,13 +104,14 @@ class PcapWriter {
     void operator()(pcap* file) const;
   };
 
-  void OpenTemporary(int linkType);
+  int OpenFile();
+  void OpenDumper(int linkType);
   void EndDump();
   void Discard();
   [[noreturn]] void Fail(int error);
 
-  std::string path_;
-  std::string finalPath_;      ///< `path_` with a link at its end followed
+  std::string path_;           ///< as messages tell it
+  std::string finalPath_;      ///< with a link at its end followed
   std::string temporaryPath_;  ///< empty when written directly or when nothing is left to remove
   std::unique_ptr<pcap, Closer> file_;
   pcap_dumper* dumper_ = nullptr;

@@ -72,6 +72,8 @@ struct UsbRecord {
   std::uint32_t TransferFlags = 0;
   std::vector<RecordedPacket> Packets;
   std::span<const std::uint8_t> Data;  ///< within the bytes decoded, and alive as long as they
+  std::size_t OriginalLength = 0;      ///< of the whole record, before the capture system cut it
+  std::size_t MissingBytes = 0;        ///< of these, what it cut off
 
   [[nodiscard]] bool IsIn() const { return (Endpoint & 0x80) != 0; }
 };

@@ -12,7 +12,7 @@ void AddCameraOptions(CLI::App& command, CommonOptions& options) {
   command
       .add_option("--camera", options.Camera.Camera,
                   "sim[:vid:pid][,sensor=NAME][,config=long|short][,seed=N][,scene=FILE]"
-                  "[,light=LIGHT@TIME;...][,mains=50Hz|60Hz] or capture:FILE")
+                  "[,light=LIGHT@TIME;...][,mains=50Hz|60Hz] or capture:FILE, - for standard input")
       ->type_name("CAMERA")
       ->capture_default_str();
   command.add_option("--device", options.Camera.Device, "device of a capture, if it holds several")

@@ -1,6 +1,8 @@
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <iostream>
+#include <iterator>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -58,12 +60,24 @@ nlohmann::json ToJson(const simulator::CameraIdentity& identity) {
           {"sensors", sensors}};
 }
 
-nlohmann::json ToJson(const std::string& path, const bus::RecordedDevice& device) {
-  nlohmann::json row = {{"camera", "capture:" + path},
+struct CaptureListing {
+  std::string Path;
+  bus::CaptureSurvey Survey;
+};
+
+std::vector<std::string> NotesOn(const CaptureListing& capture, const bus::RecordedDevice& device) {
+  std::vector<std::string> notes = bus::NotesOn(capture.Survey);
+  std::ranges::copy(bus::NotesOn(device), std::back_inserter(notes));
+  return notes;
+}
+
+nlohmann::json ToJson(const CaptureListing& capture, const bus::RecordedDevice& device) {
+  nlohmann::json row = {{"camera", "capture:" + capture.Path},
                         {"kind", "capture"},
                         {"default", false},
                         {"device", bus::ToString(device.Address)},
-                        {"description", bus::Describe(device)}};
+                        {"description", bus::Describe(device)},
+                        {"notes", NotesOn(capture, device)}};
   if (device.Identity) {
     row["identity"] =
         Hexadecimal(device.Identity->Vendor) + ":" + Hexadecimal(device.Identity->Product);
@@ -71,16 +85,11 @@ nlohmann::json ToJson(const std::string& path, const bus::RecordedDevice& device
   return row;
 }
 
-struct CaptureListing {
-  std::string Path;
-  std::vector<bus::RecordedDevice> Devices;
-};
-
 // All are read before anything is printed.
 std::vector<CaptureListing> ReadCaptures(const ListCommand& command) {
   std::vector<CaptureListing> listings;
   for (const std::string& path : command.Captures) {
-    listings.push_back({path, bus::ListRecordedDevices(path)});
+    listings.push_back({path, bus::SurveyCapture(path)});
   }
   return listings;
 }
@@ -91,11 +100,15 @@ void PrintJson(const std::vector<CaptureListing>& captures) {
     rows.push_back(ToJson(identity));
   }
   for (const CaptureListing& capture : captures) {
-    for (const bus::RecordedDevice& device : capture.Devices) {
-      rows.push_back(ToJson(capture.Path, device));
+    for (const bus::RecordedDevice& device : capture.Survey.Devices) {
+      rows.push_back(ToJson(capture, device));
     }
   }
   std::cout << rows.dump(2) << std::endl;
+}
+
+void PrintNotes(const std::vector<std::string>& notes) {
+  for (const std::string& note : notes) std::printf("  %s\n", note.c_str());
 }
 
 void PrintTable(const std::vector<CaptureListing>& captures) {
@@ -107,9 +120,11 @@ void PrintTable(const std::vector<CaptureListing>& captures) {
   }
   for (const CaptureListing& capture : captures) {
     std::printf("Devices of capture %s:\n", capture.Path.c_str());
-    for (const bus::RecordedDevice& device : capture.Devices) {
+    for (const bus::RecordedDevice& device : capture.Survey.Devices) {
       std::printf("  %s\n", bus::Describe(device).c_str());
+      PrintNotes(bus::NotesOn(device));
     }
+    PrintNotes(bus::NotesOn(capture.Survey));
   }
   if (captures.empty()) {
     std::printf("Captures: name their files to list the devices in them.\n");
@@ -131,7 +146,8 @@ void AddListCommand(CLI::App& app) {
   const auto command = std::make_shared<ListCommand>();
   CLI::App* const sub =
       app.add_subcommand("list", "simulated cameras, and the devices of captures");
-  sub->add_option("captures", command->Captures, "capture files to look into")->type_name("FILE");
+  sub->add_option("captures", command->Captures, "capture files to look into, - for standard input")
+      ->type_name("FILE");
   sub->add_flag("--json", command->IsJson, "answer in JSON");
   sub->footer(
       "Examples:\n"

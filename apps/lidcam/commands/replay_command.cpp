@@ -21,9 +21,9 @@ void Run(const ReplayCommand& command) {
   if (command.Size) size = ParseStreamSize(*command.Size);
   LookAtFiles({{"capture", command.Capture}}, FrameOutputsOf(command.Common, command.Output));
   OpenHostEnvironment(command.Common.Output, SetFiles::OfHardware);
-  DetachSettings();
   try {
     const bus::CaptureSource source = OpenCapture(command.Capture, command.Common.Camera.Device);
+    TellNotes(source);
     const PictureSize raw = EstimateRawSize(source);
     const ReplaySize sizes{.Delivered = size.value_or(raw), .Raw = raw};
     std::unique_ptr<FrameWriter> writer;
@@ -46,7 +46,9 @@ void AddReplayCommand(CLI::App& app) {
   const auto command = std::make_shared<ReplayCommand>();
   CLI::App* const sub = app.add_subcommand(
       "replay", "recorded packets through assembly and delivery, without timing");
-  sub->add_option("capture", command->Capture, "pcap of Linux usbmon or Windows USBPcap")
+  sub->add_option("capture", command->Capture,
+                  "pcap or pcapng of Linux usbmon or Windows USBPcap, plain or "
+                  "compressed (.gz, .xz, .zst), or - for standard input")
       ->type_name("FILE")
       ->required();
   sub->add_option("--device", command->Common.Camera.Device,
@@ -60,8 +62,9 @@ void AddReplayCommand(CLI::App& app) {
       ->type_name("FILE");
   AddOutputOptions(*sub, command->Common);
   sub->footer(
-      "Example:\n"
-      "  lidcam replay bus.pcap -o replayed.y4m");
+      "Examples:\n"
+      "  lidcam replay bus.pcap -o replayed.y4m\n"
+      "  lidcam record --fast --duration 5s -o - | lidcam replay - -o replayed.y4m");
   sub->callback([command] { Run(*command); });
 }
 

@@ -72,6 +72,32 @@ TEST_F(Replay, RegisterReadsComeBackInTheirOrder) {
   EXPECT_EQ(ReadRegister(bus, kBridgeRead, 0x0A), 0x33);
 }
 
+TEST_F(Replay, AnswersAnewOnceItForgetsWhatItWasAsked) {
+  for (const char* value : {"11", "22"}) {
+    camera_.Say(RegisterRead(0x0A), {UsbStatus::Ok, Hex(value)});
+  }
+  for (int i = 0; i < 2; ++i) ReadRegister(*recorder_, kBridgeRead, 0x0A);
+  CaptureBus& bus = Play();
+  for (int i = 0; i < 3; ++i) ReadRegister(bus, kBridgeRead, 0x0A);
+  bus.ForgetRequests();
+  EXPECT_EQ(ReadRegister(bus, kBridgeRead, 0x0A), 0x11);
+  EXPECT_EQ(ReadRegister(bus, kBridgeRead, 0x0A), 0x22);
+}
+
+TEST_F(Replay, TellsTheRequestsAheadOfTheFirstPacket) {
+  camera_.Packets = {{Hex("01"), UsbStatus::Ok}};
+  const std::size_t enumeration = camera_.Heard.size();
+  recorder_->SelectSetting(0, 1);
+  WriteRegister(*recorder_, 0, 0x0A, 0x11);
+  Record(1);
+  WriteRegister(*recorder_, 0, 0x0A, 0x12);
+  const std::vector<SetupPacket> requests = Play().RequestsAheadOfStream();
+  ASSERT_EQ(requests.size(), enumeration + 3);
+  EXPECT_EQ(requests[enumeration], (SetupPacket{0x01, 0x0B, 1, 0, 0}));
+  EXPECT_EQ(requests[enumeration + 1], (SetupPacket{0x40, 0xA0, 0, 0xFFFF, 0}));
+  EXPECT_EQ(requests[enumeration + 2], (SetupPacket{0x40, 0xA0, 0x11, 0xFF0A, 0}));
+}
+
 TEST_F(Replay, ReadBeyondTheRecordedNumberHearsTheLastAnswerAgain) {
   camera_.Say(RegisterRead(0x0A), {UsbStatus::Ok, Hex("11")});
   camera_.Say(RegisterRead(0x0A), {UsbStatus::Ok, Hex("22")});

@@ -3,9 +3,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <filesystem>
 #include <optional>
+#include <span>
 
 #include "bus/capture/pcap_file.h"
 #include "bus/capture/recording_bus.h"
@@ -16,6 +18,7 @@ namespace lidcam::bus::test {
 namespace {
 
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
 
 /// What a device of a capture does in it.
@@ -123,7 +126,7 @@ TEST_F(CaptureWithDevices, CaptureWithoutDevicesSaysSo) {
   Write({});
   EXPECT_EQ(Refusal(),
             path_ + ": no camera in it; devices: none; choose one with --device BUS.DEVICE");
-  EXPECT_THAT(ListRecordedDevices(path_), IsEmpty());
+  EXPECT_THAT(SurveyCapture(path_).Devices, IsEmpty());
 }
 
 TEST_F(CaptureWithDevices, UnknownDeviceIsAnErrorThatNamesTheDevices) {
@@ -155,7 +158,7 @@ TEST_F(CaptureWithDevices, MalformedRecordIsNamedByItsNumber) {
 
 TEST_F(CaptureWithDevices, ListTellsWhatIsKnownOfEach) {
   Write({{{1, 4}, 0x046D, 0xC52B, false, 0}, {{1, 5}, 0x1AF0, 0x0511, true, 10, true}});
-  const std::vector<RecordedDevice> devices = ListRecordedDevices(path_);
+  const std::vector<RecordedDevice> devices = SurveyCapture(path_).Devices;
   ASSERT_EQ(devices.size(), 2U);
   EXPECT_EQ(devices[1].ControlTransfers, 7U);
   EXPECT_EQ(devices[1].RegisterRequests, 2U);
@@ -247,6 +250,79 @@ TEST(CaptureSource, UsbpcapIsReadAsWell) {
   EXPECT_EQ(source.Device().Streams.at(0x82), (RecordedStream{2, 7, 8000}));
 }
 
+/// The records of an image, as a capture program keeps them that cuts each to a length.
+PcapImage CutTo(std::size_t snapLength, const std::vector<Bytes>& records) {
+  PcapImage image{249};
+  for (const Bytes& record : records) {
+    const std::size_t kept = std::min(record.size(), snapLength);
+    image.Add(std::span(record).first(kept), kept < record.size() ? record.size() : 0);
+  }
+  return image;
+}
+
+/// A transfer of one packet with 120 bytes behind its header of 51.
+Bytes UsbpcapTransfer() {
+  Bytes record = Hex(
+      "33 00  02 00 00 00 00 00 00 00  00 00 00 00  0A 00  01  02 00  07 00  82  00  78 00 00 00"
+      "E8 03 00 00  01 00 00 00  00 00 00 00"
+      "00 00 00 00  78 00 00 00  00 00 00 00");
+  record.resize(record.size() + 120);
+  return record;
+}
+
+TEST(CaptureSource, RecordsThatWereCutAreNamedWithTheRemedy) {
+  const TemporaryFolder folder;
+  WriteFile(folder.Path("a.pcap"), CutTo(100, {UsbpcapTransfer(), UsbpcapTransfer()}).Image());
+  const CaptureSource source{folder.Path("a.pcap")};
+  EXPECT_EQ(source.Device().CutRecords, 2U);
+  EXPECT_EQ(source.Device().MissingBytes, 2U * 71U);
+  EXPECT_THAT(
+      source.Notes(),
+      ElementsAre("the capture program cut 2 of 2 records of device 2.7 to 100 bytes, and 142 "
+                  "bytes are missing; capture again with a snapshot length of 262144 (tcpdump "
+                  "-s 262144, USBPcapCMD --snaplen 262144, in Wireshark the interface's "
+                  "snapshot length)"));
+}
+
+// What the usual capture program of Windows keeps of a record, if nothing else is said, is less than one
+// transfer of a camera.
+TEST(CaptureSource, TheRemedyIsLongEnoughForTheLongestRecord) {
+  const TemporaryFolder folder;
+  PcapImage image{249};
+  Bytes record = UsbpcapTransfer();
+  image.Add(record, 300'051);
+  WriteFile(folder.Path("a.pcap"), image.Image());
+  EXPECT_THAT(CaptureSource{folder.Path("a.pcap")}.Notes(),
+              ElementsAre(HasSubstr("with a snapshot length of 300051 (")));
+}
+
+TEST(CaptureSource, RecordsCutWithinTheirHeaderAreCountedAndTold) {
+  const TemporaryFolder folder;
+  WriteFile(folder.Path("a.pcap"), CutTo(20, {UsbpcapTransfer(), UsbpcapTransfer()}).Image());
+  EXPECT_EQ(SurveyCapture(folder.Path("a.pcap")).UselessRecords, 2U);
+  EXPECT_THAT(ErrorOf([&] { CaptureSource{folder.Path("a.pcap")}; }),
+              HasSubstr("no camera in it; devices: none; choose one with --device BUS.DEVICE; the "
+                        "capture program cut 2 records so short that they tell nothing; capture "
+                        "again with a snapshot length of 262144"));
+}
+
+TEST(CaptureSource, WholeRecordsNeedNoNote) {
+  const TemporaryFolder folder;
+  WriteFile(folder.Path("a.pcap"), CutTo(1000, {UsbpcapTransfer()}).Image());
+  EXPECT_THAT(CaptureSource{folder.Path("a.pcap")}.Notes(), IsEmpty());
+}
+
+TEST(CaptureSource, EndThatIsCutOffIsToldWithTheLastWholeRecord) {
+  const TemporaryFolder folder;
+  Bytes image = CutTo(1000, {UsbpcapTransfer(), UsbpcapTransfer()}).Image();
+  image.pop_back();
+  WriteFile(folder.Path("a.pcap"), image);
+  const CaptureSource source{folder.Path("a.pcap")};
+  EXPECT_EQ(source.Device().Records, 1U);
+  EXPECT_THAT(source.Notes(),
+              ElementsAre("the file is cut off behind record 1; it is used up to there"));
+}
+
 TEST(CaptureSource, PcapngIsReadAsWell) {
   if (!RunCommand("command -v editcap").Succeeded) GTEST_SKIP() << "no editcap here";
   const TemporaryFolder folder;
@@ -267,7 +343,7 @@ TEST(CaptureSource, HeadOfADescriptorIdentifiesNobody) {
   std::array<std::uint8_t, 8> head{};
   bus.ControlTransfer({0x80, 6, 0x0100, 0, 8}, head);
   bus.Finish();
-  EXPECT_EQ(ListRecordedDevices(folder.Path("a.pcap")).at(0).Identity, std::nullopt);
+  EXPECT_EQ(SurveyCapture(folder.Path("a.pcap")).Devices.at(0).Identity, std::nullopt);
 }
 
 }  // namespace

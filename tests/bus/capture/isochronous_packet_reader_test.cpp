@@ -73,6 +73,28 @@ TEST_F(RecordedPackets, WithoutAnyTheReaderIsRefused) {
             path_ + ": device 1.2 sent no isochronous data; record it while the camera streams");
 }
 
+// A host that stops a stream takes its last transfers back and doesn't look at them.
+TEST_F(RecordedPackets, OfATransferThatTheHostTookBackAreLeftOut) {
+  const auto transfer = [](const char* status) {
+    return Hex(std::string("01 00 00 00 00 00 00 00  43 00 82 05  01 00 2D 00"
+                           "01 00 00 00 00 00 00 00  00 00 00 00 ") +
+               status +
+               "02 00 00 00  12 00 00 00  00 00 00 00 01 00 00 00"
+               "01 00 00 00  40 1F 00 00  02 02 00 00  01 00 00 00"
+               "00 00 00 00  00 00 00 00  02 00 00 00  00 00 00 00"
+               "FF D8");
+  };
+  PcapImage image{220};
+  image.Add(transfer("00 00 00 00"));
+  image.Add(transfer("FE FF FF FF"));  // unlinked
+  image.Add(transfer("98 FF FF FF"));  // unlinked while it was waited for
+  WriteFile(path_, image.Image());
+  IsochronousPacketReader reader{CaptureSource{path_}};
+  IsochronousPayload payload;
+  EXPECT_TRUE(reader.Next(payload));
+  EXPECT_FALSE(reader.Next(payload));
+}
+
 // A capture with a snap length of 134 bytes: 64 of the header, 48 of descriptors, 22 of data.
 TEST_F(RecordedPackets, CutByTheCaptureSystemBringWhatIsLeftAndAreCounted) {
   PcapImage image{220};

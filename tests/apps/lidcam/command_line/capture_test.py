@@ -1,12 +1,36 @@
 """Recordings: made, listed, replayed and streamed from."""
 
+import gzip
 import json
+import lzma
+import os
+import re
 import shutil
 import struct
 import subprocess
 import unittest
 
-from command_line import CommandLineTest
+from command_line import CommandLineTest, LIDCAM
+
+
+def records(content):
+    """Header and bytes of each record of a pcap file, and the file's header."""
+    at = 24
+    found = []
+    while at < len(content):
+        length = struct.unpack_from("<I", content, at + 8)[0]
+        found.append((content[at:at + 16], content[at + 16:at + 16 + length]))
+        at += 16 + length
+    return content[:24], found
+
+
+def cut_records(content, snap_length):
+    """The file as a capture program leaves it that keeps so much of each record."""
+    result, found = records(content)
+    for head, data in found:
+        kept = data[:snap_length]
+        result += head[:8] + struct.pack("<I", len(kept)) + head[12:] + kept
+    return result
 
 
 class CaptureTest(CommandLineTest):
@@ -15,19 +39,102 @@ class CaptureTest(CommandLineTest):
         self.lidcam("record", "--fast", "-o", file, *arguments)
         return file
 
+    def read(self, name):
+        with open(self.path(name), "rb") as file:
+            return file.read()
+
+    def write(self, name, content):
+        with open(self.path(name), "wb") as file:
+            file.write(content)
+        return self.path(name)
+
+    def assert_a_replay_gives_the_live_frames(self, *arguments, size="160x120"):
+        arguments += ("--size", size)
+        self.lidcam("stream", "--fast", *arguments, "-o", self.path("live.yuy2"))
+        capture = self.record(*arguments)
+        live = self.read("live.yuy2")
+        self.assertGreater(len(live), 0)
+        self.lidcam("replay", capture, "--size", size, "-o", self.path("replayed.yuy2"))
+        self.assertEqual(self.read("replayed.yuy2") == live, True, arguments)
+        self.lidcam("stream", "--camera", f"capture:{capture}", "--size", size, "-o",
+                    self.path("streamed.yuy2"))
+        self.assertEqual(self.read("streamed.yuy2") == live, True, arguments)
+
     def test_a_replay_gives_the_frames_of_the_live_run_byte_for_byte(self):
         for camera, size in (("sim", "640x480"), ("sim:1af0:6010,sensor=VGA7648", "320x240"),
                              ("sim:1af0:6011", "160x120")):
-            live = self.path("live.yuy2")
-            replayed = self.path("replayed.yuy2")
-            self.lidcam("stream", "--fast", "--frames", "56", "--camera", camera, "--size", size,
-                        "-o", live)
-            capture = self.record("--frames", "56", "--camera", camera, "--size", size)
-            self.lidcam("replay", capture, "--size", size, "-o", replayed)
-            with open(live, "rb") as one, open(replayed, "rb") as other:
-                frames = one.read()
-                self.assertGreater(len(frames), 0)
-                self.assertEqual(frames == other.read(), True, camera)
+            for limit in (("--frames", "1"), ("--frames", "21")):
+                self.assert_a_replay_gives_the_live_frames("--camera", camera, *limit, size=size)
+
+    # A light state that is left discards a frame, and when that is depends on who exposes.
+    def test_records_that_were_cut_are_named_with_the_remedy(self):
+        whole = self.read(os.path.basename(self.record("--duration", "500ms")))
+        # What one capture program keeps if nothing else is said: less than a transfer.
+        cut = self.write("cut.pcap", cut_records(whole, 65535))
+        result = self.run_lidcam("replay", cut)
+        self.assertEqual(result.returncode, 1)
+        self.assertRegex(result.stderr.decode(),
+                         r"cut\.pcap: the capture program cut \d+ of \d+ records of device 1\.2 to "
+                         r"65535 bytes, and \d+ bytes are missing; capture again with a snapshot "
+                         r"length of 262144 \(tcpdump -s 262144, ")
+        self.assertIn("bytes are missing", self.lidcam("list", cut))
+        rows = json.loads(self.lidcam("list", "--json", cut))
+        self.assertIn("snapshot length of 262144", rows[-1]["notes"][0])
+
+    def test_a_capture_whose_end_is_missing_is_used_up_to_there(self):
+        whole = self.read(os.path.basename(self.record("--frames", "20")))
+        count = sum(len(head) + len(data) for head, data in records(whole)[1][:1250])
+        cut = self.write("cut.pcap", whole[:24 + count + 5])
+        self.lidcam("replay", self.path("bus.pcap"), "-o", self.path("whole.yuy2"))
+        result = self.run_lidcam("replay", cut, "-o", self.path("begin.yuy2"))
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertIn(f"lidcam: {cut}: the file is cut off behind record 1250; it is used up to there",
+                      result.stderr.decode())
+        begin = self.read("begin.yuy2")
+        self.assertGreater(len(begin), 614400)
+        self.assertEqual(self.read("whole.yuy2").startswith(begin), True)
+        answer = json.loads(self.lidcam("stream", "--camera", f"capture:{cut}", "--json"))
+        self.assertEqual(answer["frames"]["good"] * 614400, len(begin))
+        self.assertIn("cut off behind record 1250", self.lidcam("list", cut))
+
+    def test_compressed_captures_are_read_whatever_they_are_called(self):
+        content = self.read(os.path.basename(self.record("--frames", "3")))
+        plain = self.lidcam("list", "--json", self.path("bus.pcap"))
+        files = [self.write("a.pcap.gz", gzip.compress(content, 1)),
+                 self.write("a.pcap.xz", lzma.compress(content, preset=0)),
+                 self.write("b.pcap", gzip.compress(content, 1))]
+        if shutil.which("zstd") is not None:
+            subprocess.run(["zstd", "-q", self.path("bus.pcap"), "-o", self.path("a.pcap.zst")],
+                           check=True)
+            files.append(self.path("a.pcap.zst"))
+        self.lidcam("replay", self.path("bus.pcap"), "-o", self.path("plain.yuy2"))
+        for file in files:
+            self.assertEqual(self.lidcam("list", "--json", file),
+                             plain.replace(self.path("bus.pcap"), file))
+            self.lidcam("replay", file, "-o", self.path("replayed.yuy2"))
+            self.assertEqual(self.read("replayed.yuy2") == self.read("plain.yuy2"), True, file)
+
+    def test_a_compressed_capture_whose_end_is_missing_is_used_up_to_there(self):
+        content = gzip.compress(self.read(os.path.basename(self.record("--frames", "20"))), 1)
+        cut = self.write("cut.pcap.gz", content[:len(content) * 3 // 4])
+        result = self.run_lidcam("replay", cut)
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertIn("the file is cut off behind record", result.stderr.decode())
+
+    def test_pipes_and_standard_input_are_read(self):
+        capture = self.record("--frames", "3")
+        self.lidcam("replay", capture, "-o", self.path("plain.yuy2"))
+        content = self.read("bus.pcap")
+        for arguments in (("replay", "-"), ("stream", "--camera", "capture:-"),
+                          ("replay", "/dev/stdin")):
+            for given in (content, gzip.compress(content, 1)):
+                result = self.run_lidcam(*arguments, "-o", self.path("replayed.yuy2"), input=given)
+                self.assertEqual(result.returncode, 0, result.stderr)
+                self.assertEqual(self.read("replayed.yuy2") == self.read("plain.yuy2"), True,
+                                 arguments)
+        self.assertIn("1af0:0511", self.run_lidcam("list", "-", input=content).stdout.decode())
+        self.assert_one_line_error(self.run_lidcam("replay", "-", input=b""), 1,
+                                   "standard input: the file is empty")
 
     def test_tshark_decodes_a_recording_without_a_malformed_packet(self):
         if shutil.which("tshark") is None:
@@ -80,9 +187,13 @@ class CaptureTest(CommandLineTest):
         cut = self.path("cut.pcap")
         with open(whole, "rb") as source, open(cut, "wb") as file:
             file.write(source.read(100_001))
-        for name in (self.path("missing.pcap"), empty, text, foreign, cut):
+        for name in (self.path("missing.pcap"), empty, text, foreign):
             self.assert_one_line_error(
                 self.run_lidcam("replay", name, "-o", self.path("out.y4m")), 1, name)
+        result = self.run_lidcam("replay", cut, "-o", self.path("out.y4m"))
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("the file is cut off behind record", result.stderr.decode())
+        self.assertIn("sent no isochronous data", result.stderr.decode())
         self.assert_nothing_left("empty.pcap", "text.pcap", "foreign.pcap", "cut.pcap", "bus.pcap")
 
 
