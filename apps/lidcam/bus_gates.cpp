@@ -47,6 +47,22 @@ bus::UsbStatus SettingGate::SelectSetting(std::uint8_t interface, std::uint8_t a
   return status;
 }
 
+bus::IsochronousResult StreamGate::ReadIsochronous(std::uint8_t endpoint,
+                                                   std::span<std::uint8_t> buffer,
+                                                   std::span<bus::IsochronousPacket> packets) {
+  if (microframes_ < end_) {
+    microframes_ += packets.size();
+    return PassingBus::ReadIsochronous(endpoint, buffer, packets);
+  }
+  const std::size_t share = packets.empty() ? 0 : buffer.size() / packets.size();
+  std::size_t offset = 0;
+  for (bus::IsochronousPacket& packet : packets) {
+    packet = {static_cast<std::uint32_t>(offset), 0, bus::UsbStatus::Ok};
+    offset += share;
+  }
+  return {bus::UsbStatus::Ok, FrameNumber() * bus::kMicroframesPerFrame};
+}
+
 bus::ControlResult RecordedDevice::ControlTransfer(const bus::SetupPacket& setup,
                                                    std::span<std::uint8_t> data) {
   const bus::ControlResult result = PassingBus::ControlTransfer(setup, data);

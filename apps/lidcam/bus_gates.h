@@ -1,6 +1,8 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
+#include <limits>
 #include <optional>
 #include <vector>
 
@@ -44,6 +46,26 @@ class SettingGate final : public PassingBus {
  private:
   std::optional<std::vector<std::uint8_t>> allowed_;
   bus::UsbStatus lastStatus_ = bus::UsbStatus::NoBandwidth;
+};
+
+/// Ends what the camera sends at a moment that the host chooses. From there on microframes are empty
+/// and the bus isn't read: what was read before, and no more, is what the stream's frames are made of,
+/// however late they are taken.
+class StreamGate final : public PassingBus {
+ public:
+  using PassingBus::PassingBus;
+
+  /// Lets reads through until they have had this many microframes. Before the first read.
+  void EndAfter(std::uint64_t microframes) { end_ = microframes; }
+  /// Lets no further read through. Any thread.
+  void End() { end_ = 0; }
+
+  bus::IsochronousResult ReadIsochronous(std::uint8_t endpoint, std::span<std::uint8_t> buffer,
+                                         std::span<bus::IsochronousPacket> packets) override;
+
+ private:
+  std::atomic<std::uint64_t> end_ = std::numeric_limits<std::uint64_t>::max();
+  std::uint64_t microframes_ = 0;  ///< that were let through; one read comes at a time
 };
 
 /// Answers for a recorded camera what every USB device answers alike and a recorded host did not ask:

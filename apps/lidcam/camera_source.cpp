@@ -5,6 +5,7 @@
 #include <stdexcept>
 
 #include "apps/lidcam/command_error.h"
+#include "apps/lidcam/recorded_settings.h"
 #include "bus/capture/capture_bus.h"
 #include "bus/capture/capture_input.h"
 #include "bus/simulated/simulated_bus.h"
@@ -122,7 +123,9 @@ std::unique_ptr<bus::UsbBus> OpenCamera(const CameraChoice& choice) {
     RefuseLightOnGlass(choice);
     const bus::CaptureSource source = OpenCapture(*path, choice.Device);
     TellNotes(source);
-    return std::make_unique<bus::CaptureBus>(source);
+    auto recorded = std::make_unique<bus::CaptureBus>(source);
+    AdoptRecordedSettings(*recorded);
+    return recorded;
   }
   if (choice.Device) {
     throw UsageError("--device names a device of a capture: give --camera capture:FILE with it");

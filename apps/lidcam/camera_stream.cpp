@@ -99,6 +99,12 @@ void DeliverAs(CameraContext& context, PictureSize size) {
   NegotiateFormat(context, request, bufferSize, widestSetting);
 }
 
+std::uint64_t MicroframesOf(std::chrono::microseconds time) {
+  constexpr std::chrono::microseconds kMicroframe{125};
+  return static_cast<std::uint64_t>((time + kMicroframe - std::chrono::microseconds{1}) /
+                                    kMicroframe);
+}
+
 /// Prepares the stream up to its run.
 /// @return the raw size
 PictureSize BringUp(OpenedCamera& opened, client::Stream& pin, const StreamSetup& setup) {
@@ -117,11 +123,20 @@ PictureSize BringUp(OpenedCamera& opened, client::Stream& pin, const StreamSetup
 
 }  // namespace
 
-CameraStream::CameraStream(OpenedCamera& opened, client::Stream& pin, PictureSize picture,
-                           PictureSize rawSize, StreamFrameHandler frames)
-    : opened_(opened), pin_(pin), picture_(picture), rawSize_(rawSize), frames_(std::move(frames)) {
-  opened_.WithContext([this](const CameraContext& context) {
-    watch_.emplace(context, [this] { return SinceRun().Microframes; });
+CameraStream::CameraStream(OpenedCamera& opened, client::Stream& pin, PictureSize rawSize,
+                           const StreamSetup& setup)
+    : opened_(opened),
+      pin_(pin),
+      picture_(setup.Size.Delivered),
+      rawSize_(rawSize),
+      frames_(setup.Frames) {
+  if (setup.Duration) opened_.Sending().EndAfter(MicroframesOf(*setup.Duration));
+  const auto endAtLast = [this, most = setup.MostFrames](std::uint64_t count) {
+    if (most && count >= *most) opened_.Sending().End();
+  };
+  opened_.WithContext([&](const CameraContext& context) {
+    watch_.emplace(
+        context, [this] { return SinceRun().Microframes; }, endAtLast);
     last_.IsAutoExposure = context.AutoExposure != 0;
     last_.LightState = context.LightState;
   });
@@ -167,6 +182,13 @@ bool CameraStream::DrainAtEnd() {
   while (TakeNext(0)) {
   }
   return false;
+}
+
+void CameraStream::TakeRest() {
+  opened_.Sending().End();
+  if (opened_.IsToldGone()) return;
+  while (TakeNext(kSettlingTime)) {
+  }
 }
 
 bool CameraStream::TakeNext(LONGLONG timeout) {
@@ -240,7 +262,7 @@ void WithStream(bus::UsbBus& bus, const StreamSetup& setup,
   WithOpenedCamera(bus, [&](OpenedCamera& opened) {
     client::Stream pin(opened.Camera(), FormatFor(opened.Camera(), setup.Size));
     const PictureSize rawSize = BringUp(opened, pin, setup);
-    CameraStream stream(opened, pin, setup.Size.Delivered, rawSize, setup.Frames);
+    CameraStream stream(opened, pin, rawSize, setup);
     world::RunThenEnd(
         [&] {
           stream.Run();

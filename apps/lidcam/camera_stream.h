@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -30,15 +31,17 @@ struct StreamSetup {
   StreamSize Size;
   std::span<const ControlAssignment> Controls{};  ///< set before the first frame, in this order
   StreamFrameHandler Frames{};
+  std::optional<std::uint64_t>
+      MostFrames{};  ///< the camera's data end with the delivery of the last
+  std::optional<std::chrono::microseconds> Duration{};  ///< of bus time: the camera's data end then
 };
 
 /// A stream of a camera from top to bottom: a pin of the installed driver, read as any application
 /// reads it. It runs when it is handed out.
 class CameraStream {
  public:
-  /// @param picture  what the frames are, which may be less than the pin's buffers hold
-  CameraStream(OpenedCamera& opened, client::Stream& pin, PictureSize picture, PictureSize rawSize,
-               StreamFrameHandler frames);
+  CameraStream(OpenedCamera& opened, client::Stream& pin, PictureSize rawSize,
+               const StreamSetup& setup);
   CameraStream(const CameraStream&) = delete;
   CameraStream& operator=(const CameraStream&) = delete;
 
@@ -49,6 +52,10 @@ class CameraStream {
   /// all frames that there were have been taken. Throws what the handler threw, and CommandError for a
   /// stream whose transfers have come to a standstill.
   bool Advance();
+
+  /// Ends the camera's data here, and takes the frames that are still on their way to the application:
+  /// these are then all that the data hold. Throws as Advance() does.
+  void TakeRest();
 
   /// Ends the run in order: all buffers are back. Nothing if the device is gone.
   void Stop();
@@ -71,7 +78,7 @@ class CameraStream {
 
   OpenedCamera& opened_;
   client::Stream& pin_;
-  PictureSize picture_;
+  PictureSize picture_;  ///< what the frames are, which may be less than the pin's buffers hold
   PictureSize rawSize_;
   StreamFrameHandler frames_;
   world::BusMeter atRun_;

@@ -24,8 +24,8 @@ std::optional<Number> NumberBehind(std::string_view line, std::string_view name)
 }  // namespace
 
 DeliveryWatch::DeliveryWatch(const CameraContext& context,
-                             std::function<std::uint64_t()> microframes)
-    : context_(context), microframes_(std::move(microframes)) {
+                             std::function<std::uint64_t()> microframes, DeliveryHandler delivered)
+    : context_(context), microframes_(std::move(microframes)), delivered_(std::move(delivered)) {
   observer_.emplace([this](std::string_view line) { See(line); });
 }
 
@@ -64,8 +64,12 @@ void DeliveryWatch::See(std::string_view line) {
       .Loop = ReadFrameRow(context_, {.Yuy2 = {}, .RawFrame = rawFrame, .Microframe = microframe},
                            events_.OfNewestFrame()),
   };
-  const std::lock_guard lock(mutex_);
-  reports_.push_back(report);
+  {
+    const std::lock_guard lock(mutex_);
+    reports_.push_back(report);
+  }
+  ++count_;
+  if (delivered_) delivered_(count_);
 }
 
 std::optional<DeliveryReport> DeliveryWatch::Take(std::int64_t pictureNumber) {

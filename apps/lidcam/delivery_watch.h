@@ -37,13 +37,19 @@ class SentFrameCounter {
   bool isSettling_ = false;
 };
 
+/// Called at the end of each delivery with the number of deliveries so far, on the thread that
+/// delivers.
+using DeliveryHandler = std::function<void(std::uint64_t count)>;
+
 /// Learns from the driver's trace of each frame that a pin delivers, ahead of the application that
 /// gets it. In the order of the frames; one camera streams at a time.
 class DeliveryWatch {
  public:
   /// @param context      lives until End()
   /// @param microframes  bus time since the stream's start; called on the thread that delivers
-  DeliveryWatch(const CameraContext& context, std::function<std::uint64_t()> microframes);
+  /// @param delivered    may be empty
+  DeliveryWatch(const CameraContext& context, std::function<std::uint64_t()> microframes,
+                DeliveryHandler delivered = {});
   DeliveryWatch(const DeliveryWatch&) = delete;
   DeliveryWatch& operator=(const DeliveryWatch&) = delete;
 
@@ -58,6 +64,8 @@ class DeliveryWatch {
 
   const CameraContext& context_;
   const std::function<std::uint64_t()> microframes_;
+  const DeliveryHandler delivered_;
+  std::uint64_t count_ = 0;
   ExposureEventCounter events_;  // sees each line ahead of the observer below
   SentFrameCounter sent_;
   std::mutex mutex_;  ///< guards the reports; never held over a kernel call

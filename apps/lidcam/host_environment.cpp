@@ -93,8 +93,4 @@ void TraceToStandardOutput() {
   PrintTraceTo(stdout);
 }
 
-void DetachSettings() {
-  host::SetRegistryFile({});
-}
-
 }  // namespace lidcam::app

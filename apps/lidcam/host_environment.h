@@ -41,7 +41,4 @@ RunSettings OpenHostEnvironment(const Verbosity& verbosity, SetFiles setFiles);
 /// Sends trace lines to standard output instead, for commands whose output is the trace.
 void TraceToStandardOutput();
 
-/// For replays: no settings are loaded or saved.
-void DetachSettings();
-
 }  // namespace lidcam::app

@@ -44,8 +44,8 @@ void RunInVirtualTime(const std::function<void()>& body) {
 }
 
 OpenedCamera::OpenedCamera(world::InstalledCamera& installed, const client::Camera& camera,
-                           const bus::UsbDeviceInfo& device, SettingGate& gate)
-    : installed_(installed), camera_(camera), device_(device), gate_(gate) {
+                           const bus::UsbDeviceInfo& device, CameraGates& gates)
+    : installed_(installed), camera_(camera), device_(device), gates_(gates) {
   WithContext([this](const CameraContext& context) { sensorType_ = context.SensorType; });
 }
 
@@ -62,13 +62,12 @@ void WithOpenedCamera(bus::UsbBus& bus, const std::function<void(OpenedCamera& o
   } catch (const bus::EnumerationError& error) {
     throw CommandError(error.what());
   }
-  RecordedDevice plugged(bus);
-  SettingGate gate(plugged);
-  world::InstalledCamera installed(gate, {.DriverKey = DriverKeyOf(device)});
+  CameraGates gates(bus);
+  world::InstalledCamera installed(gates.Setting, {.DriverKey = DriverKeyOf(device)});
   const auto open = [&] {
     StartCamera(installed, device);
     const client::Camera camera = client::Camera::Open(installed.TopDevice());
-    OpenedCamera opened(installed, camera, device, gate);
+    OpenedCamera opened(installed, camera, device, gates);
     world::RunThenEnd([&] { use(opened); },
                       [&] {
                         if (opened.End() != world::BusEnd::None) opened.TellGone();

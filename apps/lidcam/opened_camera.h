@@ -9,6 +9,7 @@
 #include "driver/core/camera_context.h"
 #include "platform/host/client/camera.h"
 #include "world/installed_camera.h"
+#include "world/metered_bus.h"
 
 namespace lidcam::app {
 
@@ -20,12 +21,23 @@ namespace lidcam::app {
 void RunInTimeOf(const CameraChoice& choice, const std::function<void()>& body);
 void RunInVirtualTime(const std::function<void()>& body);
 
+/// The buses between the host and a camera's.
+struct CameraGates {
+  explicit CameraGates(bus::UsbBus& bus)
+      : Plugged(bus), Meter(Plugged, {}), Stream(Meter), Setting(Stream) {}
+
+  RecordedDevice Plugged;
+  world::MeteredBus Meter;
+  StreamGate Stream;
+  SettingGate Setting;
+};
+
 /// A camera that is plugged in, with its driver installed and started, and opened as any application
 /// opens it.
 class OpenedCamera {
  public:
   OpenedCamera(world::InstalledCamera& installed, const client::Camera& camera,
-               const bus::UsbDeviceInfo& device, SettingGate& gate);
+               const bus::UsbDeviceInfo& device, CameraGates& gates);
   OpenedCamera(const OpenedCamera&) = delete;
   OpenedCamera& operator=(const OpenedCamera&) = delete;
 
@@ -33,14 +45,17 @@ class OpenedCamera {
   [[nodiscard]] const bus::UsbDeviceInfo& Device() const { return device_; }
   [[nodiscard]] std::int32_t SensorType() const { return sensorType_; }
   /// What decides which alternate settings a stream gets.
-  [[nodiscard]] SettingGate& Gate() { return gate_; }
+  [[nodiscard]] SettingGate& Gate() { return gates_.Setting; }
+  /// What ends a stream's data.
+  [[nodiscard]] StreamGate& Sending() { return gates_.Stream; }
 
   /// Lets `use` look at the camera's record beside the driver. Nothing once the device is gone.
   void WithContext(const std::function<void(CameraContext& context)>& use) const {
     installed_.WithCamera(use);
   }
 
-  [[nodiscard]] world::BusMeter Meter() const { return installed_.Meter(); }
+  /// What was read from the camera.
+  [[nodiscard]] world::BusMeter Meter() const { return gates_.Meter.Meter(); }
   [[nodiscard]] world::BusEnd End() const { return installed_.End(); }
   [[nodiscard]] bool IsUnplugged() const { return End() == world::BusEnd::Unplugged; }
 
@@ -52,7 +67,7 @@ class OpenedCamera {
   world::InstalledCamera& installed_;
   const client::Camera& camera_;
   const bus::UsbDeviceInfo& device_;
-  SettingGate& gate_;
+  CameraGates& gates_;
   std::int32_t sensorType_ = 0;
   bool isToldGone_ = false;
 };

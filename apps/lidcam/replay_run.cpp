@@ -9,6 +9,7 @@
 #include "apps/lidcam/command_error.h"
 #include "apps/lidcam/interrupt.h"
 #include "apps/lidcam/progress.h"
+#include "apps/lidcam/recorded_settings.h"
 #include "bus/capture/capture_bus.h"
 #include "bus/capture/isochronous_packet_reader.h"
 
@@ -113,6 +114,7 @@ StreamResult RunReplay(const bus::CaptureSource& source, const ReplaySize& size,
     return ReplayFramesOnly(source, size, limits, writer, verbosity);
   }
   bus::CaptureBus recorded(source);
+  AdoptRecordedSettings(recorded);
   const StreamSize started{.Delivered = size.Delivered, .Raw = size.Raw, .StartsAsRaw = true};
   StreamResult result;
   RunInVirtualTime([&] { result = RunStream(recorded, started, limits, {}, writer, verbosity); });

@@ -17,8 +17,12 @@
 namespace lidcam::app {
 namespace {
 
+bool HasAllFrames(const StreamLimits& limits, const StreamCounts& counts) {
+  return limits.Frames && counts.Delivered() >= *limits.Frames;
+}
+
 bool IsReached(const StreamLimits& limits, const StreamCounts& counts) {
-  if (limits.Frames && counts.Delivered() >= *limits.Frames) return true;
+  if (HasAllFrames(limits, counts)) return true;
   constexpr std::int64_t kMicrosecondsPerMicroframe = 125;
   return limits.Duration &&
          static_cast<std::int64_t>(counts.Microframes) * kMicrosecondsPerMicroframe >=
@@ -157,9 +161,7 @@ void Finish(Output* output, StreamResult& result) {
   }
 }
 
-/// Runs a stream until a limit, an interrupt, or its own end.
-/// @return false if it was asked to end ahead of that
-bool RunToEnd(CameraStream& stream, const StreamLimits& limits, const Verbosity& verbosity) {
+bool RunToLimit(CameraStream& stream, const StreamLimits& limits, const Verbosity& verbosity) {
   ProgressLine progress(!verbosity.IsQuiet);
   SilenceWatch silence;
   while (!IsReached(limits, stream.Counts())) {
@@ -169,6 +171,15 @@ bool RunToEnd(CameraStream& stream, const StreamLimits& limits, const Verbosity&
     if (!limits.ToleratesSilence) silence.Check(stream.Counts(), stream.Seconds());
   }
   return true;
+}
+
+/// Runs a stream until a limit, an interrupt, or its own end, and takes the frames that are on their way
+/// by then.
+/// @return false if it was asked to end ahead of that
+bool RunToEnd(CameraStream& stream, const StreamLimits& limits, const Verbosity& verbosity) {
+  const bool isComplete = RunToLimit(stream, limits, verbosity);
+  if (!HasAllFrames(limits, stream.Counts())) stream.TakeRest();
+  return isComplete;
 }
 
 }  // namespace
@@ -203,8 +214,13 @@ StreamResult RunStream(bus::UsbBus& bus, const StreamSize& size, const StreamLim
                         result.IsUnplugged = stream.IsUnplugged();
                       });
   };
+  const StreamSetup setup{.Size = size,
+                          .Controls = controls,
+                          .Frames = take,
+                          .MostFrames = limits.Frames,
+                          .Duration = limits.Duration};
   try {
-    WithStream(bus, {.Size = size, .Controls = controls, .Frames = take}, use);
+    WithStream(bus, setup, use);
   } catch (const std::exception& error) {
     if (result.Counts.Delivered() == 0) throw;
     result.Troubles.emplace_back(error.what());

@@ -15,6 +15,7 @@ namespace lidcam::app {
 struct TraceObservers {
   std::mutex Mutex;
   std::vector<TraceObserver*> List;
+  bool IsPaused = false;
 
   // Never destroyed: an observer may live to the very end of the program.
   static TraceObservers& Instance() {
@@ -27,6 +28,7 @@ struct TraceObservers {
     std::vsnprintf(line.data(), line.size(), format, arguments);
     TraceObservers& observers = Instance();
     const std::lock_guard lock(observers.Mutex);
+    if (observers.IsPaused) return;
     for (const TraceObserver* observer : observers.List) observer->handler_(line.data());
   }
 };
@@ -43,6 +45,18 @@ TraceObserver::~TraceObserver() {
   const std::lock_guard lock(observers.Mutex);
   std::erase(observers.List, this);
   if (observers.List.empty()) SetCameraTraceSink(nullptr);
+}
+
+TracePause::TracePause() {
+  TraceObservers& observers = TraceObservers::Instance();
+  const std::lock_guard lock(observers.Mutex);
+  observers.IsPaused = true;
+}
+
+TracePause::~TracePause() {
+  TraceObservers& observers = TraceObservers::Instance();
+  const std::lock_guard lock(observers.Mutex);
+  observers.IsPaused = false;
 }
 
 }  // namespace lidcam::app

@@ -26,4 +26,14 @@ class TraceObserver {
   Handler handler_;
 };
 
+/// Keeps trace lines from all observers for as long as it lives: for what a program does beside the
+/// camera that the user means. One lives at a time.
+class TracePause {
+ public:
+  TracePause();
+  TracePause(const TracePause&) = delete;
+  TracePause& operator=(const TracePause&) = delete;
+  ~TracePause();
+};
+
 }  // namespace lidcam::app

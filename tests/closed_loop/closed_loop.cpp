@@ -8,6 +8,7 @@
 #include "apps/lidcam/host_environment.h"
 #include "driver/core/control_codes.h"
 #include "driver/exposure/auto_exposure.h"
+#include "platform/host/nt/registry.h"
 
 namespace lidcam::app {
 namespace {
@@ -31,7 +32,7 @@ LoopEnvironment::LoopEnvironment() {
 }
 
 LoopEnvironment::~LoopEnvironment() {
-  DetachSettings();
+  static_cast<void>(host::CloseRegistry());
   unsetenv("LIDCAM_HOME");
   std::filesystem::remove_all(folder_);
 }

@@ -1,5 +1,8 @@
+#include <atomic>
+#include <cstdio>
 #include <filesystem>
 #include <memory>
+#include <string_view>
 #include <utility>
 
 #include "apps/lidcam/command_error.h"
@@ -7,6 +10,7 @@
 #include "apps/lidcam/commands/common_options.h"
 #include "apps/lidcam/fault_option.h"
 #include "apps/lidcam/stream_run.h"
+#include "apps/lidcam/trace_observer.h"
 #include "bus/capture/recording_bus.h"
 
 namespace lidcam::app {
@@ -55,7 +59,40 @@ class RecordingWriter : public FrameWriter {
   bool isTold_ = false;
 };
 
+/// Counts the frames that a replay of the recorded packets delivers: all that the driver puts together,
+/// but for the first two, which no stream delivers.
+class RecordedFrames {
+ public:
+  RecordedFrames() : observer_([this](std::string_view line) { See(line); }) {}
+
+  [[nodiscard]] std::uint64_t Count() const { return whole_ > kSkipped ? whole_ - kSkipped : 0; }
+
+ private:
+  static constexpr std::uint64_t kSkipped = 2;
+
+  void See(std::string_view line) {
+    if (line.starts_with("frame published ") || line.starts_with("frame busy ")) ++whole_;
+  }
+
+  std::atomic<std::uint64_t> whole_ = 0;
+  TraceObserver observer_;
+};
+
+// In real time a busy machine may be late for a frame, which is in the recording all the same.
+void TellDifference(const StreamResult& result, std::uint64_t recorded) {
+  if (result.Counts.Delivered() == recorded) return;
+  std::fprintf(
+      stderr,
+      "lidcam: this machine was too busy: %llu frames were delivered in time, and a replay "
+      "delivers the %llu that the recording has\n",
+      static_cast<unsigned long long>(result.Counts.Delivered()),
+      static_cast<unsigned long long>(recorded));
+}
+
 void Run(const RecordCommand& command) {
+  if (command.Common.IsJson && command.Stream.Output == "-") {
+    throw UsageError("--json and the output '-' both want standard output: use one of them");
+  }
   const StreamSize size = SizeOf(command.Stream.Sizes);
   const StreamLimits limits = LimitsOf(command.Stream);
   const std::vector<ControlAssignment> controls = ControlsOf(command.Common, command.Stream);
@@ -66,6 +103,7 @@ void Run(const RecordCommand& command) {
       OpenHostEnvironment(command.Common.Output, SetFilesFor(command.Common.Camera));
   FaultyPort port(OpenCamera(command.Common.Camera), command.Faults, LikelyDuration(limits));
   StreamResult result;
+  const RecordedFrames recorded;
   try {
     bus::RecordingBus recording(port.Bus(), *command.Stream.Output);
     RecordingWriter writer(recording, *command.Stream.Output);
@@ -76,6 +114,7 @@ void Run(const RecordCommand& command) {
     result.Faults = port.Account();
     result.Written.reset();
     if (command.Stream.Saves) StoreSettings(settings, result);
+    TellDifference(result, recorded.Count());
     ConcludeStream(result, {.Writer = &writer}, "camera '" + command.Common.Camera.Camera + "'",
                    command.Common);
   } catch (const bus::CaptureError& error) {
@@ -92,13 +131,15 @@ void AddRecordCommand(CLI::App& app) {
   AddCameraOptions(*sub, command->Common);
   AddStreamOptions(*sub, command->Common, command->Stream);
   AddFaultOption(*sub, command->Faults);
-  sub->add_option("-o,--output", command->Stream.Output, "capture file, pcap")
+  sub->add_option("-o,--output", command->Stream.Output,
+                  "capture file, pcap, or - for standard output")
       ->type_name("FILE")
       ->required();
   AddOutputOptions(*sub, command->Common);
   sub->footer(
-      "Example:\n"
-      "  lidcam record --duration 2s -o bus.pcap");
+      "Examples:\n"
+      "  lidcam record --duration 2s -o bus.pcap\n"
+      "  lidcam record --duration 2s -o - | gzip > bus.pcap.gz");
   sub->callback([command] { Run(*command); });
 }
 

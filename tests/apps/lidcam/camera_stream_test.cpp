@@ -20,6 +20,7 @@
 #include "apps/lidcam/trace_observer.h"
 #include "bus/simulated/simulated_bus.h"
 #include "driver/frame/image_resampler.h"
+#include "platform/host/nt/registry.h"
 
 namespace lidcam::app {
 namespace {
@@ -42,7 +43,7 @@ class StreamOverBus : public ::testing::Test {
     folder_ = mkdtemp(name.data());
     setenv("LIDCAM_HOME", folder_.c_str(), 1);
     OpenHostEnvironment({}, SetFiles::OfSimulatedCameras);
-    DetachSettings();
+    static_cast<void>(host::CloseRegistry());
   }
   ~StreamOverBus() override {
     unsetenv("LIDCAM_HOME");

@@ -14,6 +14,7 @@
 #include "bus/simulated/simulated_bus.h"
 #include "driver/avstream/camera_properties.h"
 #include "driver/avstream/camera_properties_sets.h"
+#include "platform/host/nt/registry.h"
 #include "tests/driver/support/register_space.h"
 
 namespace lidcam::app {
@@ -105,7 +106,7 @@ TEST(ControlTable, OrientationIsReportedByTheOneSensorThatHasIt) {
 
 /// The default camera, opened as an application opens it.
 void WithDefaultCamera(const std::function<void(const client::Camera& camera)>& use) {
-  DetachSettings();
+  static_cast<void>(host::CloseRegistry());
   bus::SimulatedBus bus({});
   RunInVirtualTime(
       [&] { WithOpenedCamera(bus, [&](OpenedCamera& opened) { use(opened.Camera()); }); });

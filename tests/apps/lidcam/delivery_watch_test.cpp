@@ -6,6 +6,7 @@
 
 #include <array>
 #include <memory>
+#include <vector>
 
 #include "driver/core/camera_trace.h"
 #include "driver/frame/raw_frame_parser.h"
@@ -67,6 +68,18 @@ TEST_F(DeliveryWatchTest, FramesThatNobodyAskedForGoWithTheNextThatIs) {
   EXPECT_FALSE(watch.Take(3).has_value());
   EXPECT_TRUE(watch.Take(2).has_value());
   EXPECT_FALSE(watch.Take(1).has_value());
+}
+
+TEST_F(DeliveryWatchTest, DeliveriesAreCountedAsTheyHappen) {
+  std::vector<std::uint64_t> counts;
+  DeliveryWatch watch(
+      *context_, [] { return std::uint64_t{0}; },
+      [&counts](std::uint64_t count) { counts.push_back(count); });
+  TraceCamera("pin frame skipped");
+  TraceCamera("pin frame picture=7 drop=5 bytes=614466");
+  EXPECT_EQ(counts, (std::vector<std::uint64_t>{1}));
+  TraceCamera("pin frame picture=8 drop=5 bytes=614466");
+  EXPECT_EQ(counts, (std::vector<std::uint64_t>{1, 2}));
 }
 
 TEST_F(DeliveryWatchTest, OtherLinesOfThePinAndLinesAfterTheEndAreNoFrames) {

@@ -19,6 +19,7 @@
 #include "bus/capture/recording_bus.h"
 #include "bus/simulated/simulated_bus.h"
 #include "platform/host/nt/debug_print.h"
+#include "platform/host/nt/registry.h"
 
 namespace lidcam::app {
 namespace {
@@ -108,7 +109,7 @@ class DisturbedCapture : public ::testing::TestWithParam<FaultRow> {
     folder_ = mkdtemp(name.data());
     setenv("LIDCAM_HOME", folder_.c_str(), 1);
     OpenHostEnvironment({}, SetFiles::OfSimulatedCameras);
-    DetachSettings();
+    static_cast<void>(host::CloseRegistry());
   }
   ~DisturbedCapture() override {
     unsetenv("LIDCAM_HOME");

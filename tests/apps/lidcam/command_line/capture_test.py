@@ -63,10 +63,46 @@ class CaptureTest(CommandLineTest):
     def test_a_replay_gives_the_frames_of_the_live_run_byte_for_byte(self):
         for camera, size in (("sim", "640x480"), ("sim:1af0:6010,sensor=VGA7648", "320x240"),
                              ("sim:1af0:6011", "160x120")):
-            for limit in (("--frames", "1"), ("--frames", "21")):
+            for limit in (("--frames", "1"), ("--frames", "21"), ("--duration", "500ms"),
+                          ("--duration", "2003ms")):
                 self.assert_a_replay_gives_the_live_frames("--camera", camera, *limit, size=size)
 
     # A light state that is left discards a frame, and when that is depends on who exposes.
+    def test_a_replay_leaves_out_what_the_exposure_control_left_out(self):
+        for camera in ("sim,light=300lx@0s;1lx@1s;300lx@2s", "sim,light=1lx@0s;300lx@1s",
+                       "sim,config=short"):
+            self.assert_a_replay_gives_the_live_frames("--camera", camera, "--duration", "3500ms")
+
+    def test_a_replay_goes_by_the_settings_of_the_recorded_host(self):
+        camera = ("--camera", "sim,light=300lx@0s;1lx@1s;300lx@2s", "--duration", "3500ms")
+        for settings in (("Flicker=0",), ("Flicker=2",), ("AutoExposure=0",), ("LDMode=1",),
+                         ("Contrast=3", "Mirror=1")):
+            self.lidcam("set", "Flicker=1", "AutoExposure=1", "LDMode=0", *settings)
+            self.assert_a_replay_gives_the_live_frames(*camera)
+
+    def test_a_replay_goes_by_settings_that_were_changed_for_the_recorded_stream(self):
+        for setting in ("Flicker=0", "AutoExposure=0", "LDMode=1"):
+            arguments = ("--camera", "sim,light=1lx@0s;300lx@1s", "--duration", "3500ms", "--size",
+                         "160x120")
+            shutil.rmtree(self.path("home"), ignore_errors=True)
+            self.lidcam("stream", "--fast", *arguments, "--set", setting, "-o",
+                        self.path("live.yuy2"))
+            shutil.rmtree(self.path("home"))
+            capture = self.record(*arguments, "--set", setting)
+            shutil.rmtree(self.path("home"))
+            self.lidcam("replay", capture, "--size", "160x120", "-o", self.path("replayed.yuy2"))
+            self.assertEqual(self.read("live.yuy2") == self.read("replayed.yuy2"), True, setting)
+
+    def test_a_recording_in_real_time_holds_the_frames_that_were_delivered_or_tells(self):
+        for limit in (("--frames", "8"), ("--duration", "700ms")):
+            capture = self.path("bus.pcap")
+            result = self.run_lidcam("record", "-o", capture, "--json", *limit)
+            self.assertEqual(result.returncode, 0, result.stderr)
+            frames = json.loads(result.stdout)["frames"]["delivered"]
+            told = re.search(r"(\d+) that the recording has", result.stderr.decode())
+            replayed = json.loads(self.lidcam("replay", capture, "--json"))["frames"]["delivered"]
+            self.assertEqual(replayed, int(told[1]) if told else frames)
+
     def test_records_that_were_cut_are_named_with_the_remedy(self):
         whole = self.read(os.path.basename(self.record("--duration", "500ms")))
         # What one capture program keeps if nothing else is said: less than a transfer.
@@ -135,6 +171,22 @@ class CaptureTest(CommandLineTest):
         self.assertIn("1af0:0511", self.run_lidcam("list", "-", input=content).stdout.decode())
         self.assert_one_line_error(self.run_lidcam("replay", "-", input=b""), 1,
                                    "standard input: the file is empty")
+
+    def test_a_recording_goes_to_standard_output(self):
+        capture = self.record("--frames", "3")
+        result = self.run_lidcam("record", "--fast", "--frames", "3", "-o", "-")
+        self.assertEqual(result.returncode, 0, result.stderr)
+        self.assertEqual(result.stdout == self.read("bus.pcap"), True)
+        self.assertEqual(os.path.exists("-"), False)
+        environment = dict(os.environ, LIDCAM_HOME=self.path("home"))
+        with subprocess.Popen([LIDCAM, "record", "--fast", "-q", "--frames", "3", "-o", "-"],
+                              stdout=subprocess.PIPE, env=environment) as recording:
+            result = self.run_lidcam("replay", "-", "--json", stdin=recording.stdout)
+        self.assertEqual(json.loads(result.stdout)["frames"]["delivered"], 3)
+        self.assertTrue(os.path.exists(capture))
+        self.assert_one_line_error(
+            self.run_lidcam("record", "--fast", "--frames", "1", "--json", "-o", "-"), 2, "--json",
+            "standard output")
 
     def test_tshark_decodes_a_recording_without_a_malformed_packet(self):
         if shutil.which("tshark") is None:
