@@ -13,7 +13,11 @@ import subprocess
 import sys
 import tempfile
 
-SETS = pathlib.Path(__file__).resolve().parent.parent / "simulator" / "sets"
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+sys.path.insert(0, str(ROOT / "scripts"))
+import program_end  # noqa: E402
+
+SETS = ROOT / "simulator" / "sets"
 CONTROL_RECORDS = 60
 ISOCHRONOUS_RECORDS = 4
 LONGEST = 65536
@@ -128,6 +132,8 @@ def write(folder, seeds):
 
 
 def main():
+    if len(sys.argv) != 3:
+        raise program_end.WrongUse("usage: fuzz/seeds.py LIDCAM FOLDER")
     lidcam, folder = sys.argv[1], pathlib.Path(sys.argv[2])
     with tempfile.TemporaryDirectory() as name:
         scratch = pathlib.Path(name)
@@ -142,4 +148,4 @@ def main():
 
 
 if __name__ == "__main__":
-    main()
+    program_end.run(main)

@@ -9,7 +9,7 @@ import subprocess
 import sys
 import tempfile
 
-from PIL import Image, ImageDraw
+import program_end
 
 THUMBNAIL = (240, 180)
 # Where a control shows in details only, a cut of the picture at its full resolution.
@@ -55,7 +55,9 @@ class Camera:
             set_while_running = [word for other in others for word in ("--set", other)]
             self.run("stream", "--fast", "--quiet", "--frames", "3", "-o",
                      os.path.join(folder, "frame.png"), *set_while_running, scene=scene)
-            return Image.open(os.path.join(folder, "frame-0003.png")).convert("RGB")
+            picture = program_end.need("PIL.Image", "gallery").open(
+                os.path.join(folder, "frame-0003.png"))
+            return picture.convert("RGB")
 
 
 def values_of(row):
@@ -80,8 +82,8 @@ def draw(camera, sheet_name):
     rows = camera.controls()
     columns = max(len(values_of(row)) for row in rows)
     cell = (THUMBNAIL[0] + MARGIN, THUMBNAIL[1] + CAPTION + MARGIN)
-    sheet = Image.new("RGB", (columns * cell[0] + MARGIN, len(rows) * cell[1] + MARGIN), "white")
-    pen = ImageDraw.Draw(sheet)
+    sheet = program_end.need("PIL.Image", "gallery").new("RGB", (columns * cell[0] + MARGIN, len(rows) * cell[1] + MARGIN), "white")
+    pen = program_end.need("PIL.ImageDraw", "gallery").Draw(sheet)
     for line, row in enumerate(rows):
         for column, value in enumerate(values_of(row)):
             place = (MARGIN + column * cell[0], MARGIN + line * cell[1])
@@ -94,6 +96,8 @@ def draw(camera, sheet_name):
 
 
 def main():
+    if len(sys.argv) != 4:
+        raise program_end.WrongUse("usage: gallery.py LIDCAM CAMERA SHEET.png")
     program, name, sheet_name = sys.argv[1:]
     with tempfile.TemporaryDirectory() as home:
         draw(Camera(os.path.abspath(program), name, home), sheet_name)
@@ -101,4 +105,4 @@ def main():
 
 
 if __name__ == "__main__":
-    main()
+    program_end.run(main)
