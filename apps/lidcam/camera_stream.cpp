@@ -1,14 +1,13 @@
 #include "apps/lidcam/camera_stream.h"
 
 #include <algorithm>
-#include <array>
-#include <cstdio>
 #include <string>
 #include <utility>
 
 #include "apps/lidcam/command_error.h"
 #include "apps/lidcam/core_camera.h"
 #include "driver/core/stream_modes.h"
+#include "platform/host/nt/status_words.h"
 #include "world/worlds.h"
 
 namespace lidcam::app {
@@ -29,12 +28,6 @@ constexpr LONGLONG kLongestStandstill = 20 * kSecond;
 
 // 30 frames a second, as the camera's formats say it.
 constexpr Time100ns kFrameInterval = 333333;
-
-std::string StatusText(NTSTATUS status) {
-  std::array<char, 20> text{};
-  std::snprintf(text.data(), text.size(), "status %08X", static_cast<unsigned>(status));
-  return text.data();
-}
 
 std::string SizeText(const StreamSize& size) {
   return "size " + ToString(size.Delivered) + (size.Raw ? " from " + ToString(*size.Raw) : "");
@@ -62,7 +55,8 @@ void Prepare(OpenedCamera& opened, client::Stream& pin, const StreamSize& size) 
     throw CommandError(SizeText(size) + ": no alternate setting for it was given: " +
                        std::string(bus::ToString(setting)));
   }
-  throw CommandError(SizeText(size) + ": the stream can't be prepared: " + StatusText(status));
+  throw CommandError(SizeText(size) +
+                     ": the stream can't be prepared: " + host::StatusText(status));
 }
 
 PictureSize RawSizeFor(const OpenedCamera& opened, const StreamSize& size) {
@@ -151,7 +145,7 @@ void CameraStream::Run() {
   } catch (const client::ClientError& error) {
     throw CommandError(opened_.IsUnplugged()
                            ? "the camera was unplugged"
-                           : "the stream can't be started: " + StatusText(error.Status()));
+                           : "the stream can't be started: " + host::StatusText(error.Status()));
   }
 }
 

@@ -4,11 +4,11 @@
 #include <array>
 #include <cctype>
 #include <charconv>
-#include <cstdio>
 
 #include "apps/lidcam/command_error.h"
 #include "driver/avstream/camera_properties_sets.h"
 #include "driver/core/settings_store.h"
+#include "platform/host/nt/status_words.h"
 
 namespace lidcam::app {
 namespace {
@@ -132,9 +132,8 @@ std::string NameList() {
 }
 
 [[noreturn]] void Refuse(const CameraControl& control, const char* what, NTSTATUS status) {
-  std::array<char, 20> text{};
-  std::snprintf(text.data(), text.size(), "status %08X", static_cast<unsigned>(status));
-  throw CommandError(std::string(control.Name) + " could not be " + what + ": " + text.data());
+  throw CommandError(std::string(control.Name) + " could not be " + what + ": " +
+                     host::StatusText(status));
 }
 
 PrivatePropertyBlock ReadLight(const client::Camera& camera, const CameraControl& control) {

@@ -5,7 +5,10 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <memory>
+#include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <system_error>
@@ -16,6 +19,7 @@
 #include "platform/host/nt/debug_print.h"
 #include "platform/host/nt/files.h"
 #include "platform/host/nt/registry.h"
+#include "platform/host/nt/status_words.h"
 
 namespace lidcam::app {
 namespace {
@@ -57,13 +61,51 @@ void CreateFolder(const fs::path& folder) {
   }
 }
 
+/// The tree with set files for simulated cameras that the user names, if any.
+std::optional<fs::path> NamedRoot() {
+  const char* const named = std::getenv("LIDCAM_SYSTEM_ROOT");
+  if (named == nullptr || *named == '\0') return std::nullopt;
+  std::error_code error;
+  if (fs::is_directory(named, error)) return named;
+  throw CommandError("LIDCAM_SYSTEM_ROOT '" + std::string(named) +
+                     "' is no folder: name a tree with set files under system32/drivers");
+}
+
 // A tree that the user names is taken as it is.
 fs::path SimulatedRoot(const fs::path& home) {
-  const char* const named = std::getenv("LIDCAM_SYSTEM_ROOT");
-  if (named != nullptr && *named != '\0') return named;
+  if (const auto named = NamedRoot()) return *named;
   fs::path root = home / "simulated-root";
   if (const auto error = InstallSimulatedSets(root)) throw CommandError(*error);
   return root;
+}
+
+/// Tells of the set files that the driver wants and can't read, each once: it goes without them and says
+/// nothing.
+class UnreadableSets {
+ public:
+  /// @param isTreeNamed  the user names the tree: then a set file that isn't there is told, too
+  explicit UnreadableSets(bool isTreeNamed) : isTreeNamed_(isTreeNamed) {}
+
+  void Tell(const fs::path& path, NTSTATUS status) {
+    const bool isMissing =
+        status == STATUS_OBJECT_NAME_NOT_FOUND || status == STATUS_OBJECT_PATH_NOT_FOUND;
+    if (isMissing && !isTreeNamed_) return;
+    const std::lock_guard lock(mutex_);
+    if (!told_.insert(path).second) return;
+    std::fprintf(stderr, "lidcam: set file '%s' can't be read, the camera goes without it: %s\n",
+                 path.c_str(), host::StatusText(status).c_str());
+  }
+
+ private:
+  const bool isTreeNamed_;
+  std::mutex mutex_;
+  std::set<fs::path> told_;
+};
+
+void TellUnreadableSets(bool isTreeNamed) {
+  const auto sets = std::make_shared<UnreadableSets>(isTreeNamed);
+  host::SetFileTroubleSink(
+      [sets](const fs::path& path, NTSTATUS status) { sets->Tell(path, status); });
 }
 
 }  // namespace
@@ -84,6 +126,7 @@ RunSettings OpenHostEnvironment(const Verbosity& verbosity, SetFiles setFiles) {
   const fs::path home = HomeFolder();
   const bool isSimulated = setFiles == SetFiles::OfSimulatedCameras;
   host::SetSystemRoot(isSimulated ? SimulatedRoot(home) : home / "system-root");
+  TellUnreadableSets(isSimulated && NamedRoot().has_value());
   if (verbosity.ShowsTrace) PrintTraceTo(stderr);
   if (verbosity.ShowsDebug) host::SetDebugPrintSink(PrintDebugMessage);
   return RunSettings(isSimulated ? SettingsFile() : fs::path());

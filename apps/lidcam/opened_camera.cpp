@@ -1,12 +1,11 @@
 #include "apps/lidcam/opened_camera.h"
 
-#include <array>
-#include <cstdio>
 #include <memory>
 #include <string>
 
 #include "apps/lidcam/command_error.h"
 #include "apps/lidcam/core_camera.h"
+#include "platform/host/nt/status_words.h"
 #include "world/worlds.h"
 
 namespace lidcam::app {
@@ -20,9 +19,7 @@ void StartCamera(world::InstalledCamera& camera, const bus::UsbDeviceInfo& devic
   if (NT_SUCCESS(status)) return;
   const std::string failure = "camera " + IdentityText(device) + " did not come up: ";
   if (camera.End() == world::BusEnd::Unplugged) throw CommandError(failure + "it was unplugged");
-  std::array<char, 20> text{};
-  std::snprintf(text.data(), text.size(), "status %08X", static_cast<unsigned>(status));
-  throw CommandError(failure + text.data());
+  throw CommandError(failure + host::StatusText(status));
 }
 
 }  // namespace

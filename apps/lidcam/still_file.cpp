@@ -4,10 +4,8 @@
 #include <sys/file.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
 #include <charconv>
-#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <iterator>
@@ -20,6 +18,7 @@
 #include "driver/frame/raw_sizes.h"
 #include "platform/host/nt/files.h"
 #include "platform/host/nt/nt_declarations.h"
+#include "platform/host/nt/status_words.h"
 
 namespace lidcam::app {
 namespace {
@@ -53,9 +52,7 @@ std::string ReasonOf(std::uint32_t status) {
   if (status == static_cast<std::uint32_t>(STATUS_ACCESS_DENIED)) {
     return "access is denied; make its folder one that you may write to";
   }
-  std::array<char, 40> text{};
-  std::snprintf(text.data(), text.size(), "the platform's status is %08X", status);
-  return text.data();
+  return host::StatusText(static_cast<NTSTATUS>(status));
 }
 
 }  // namespace

@@ -12,6 +12,7 @@
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/host/nt/handles.h"
@@ -278,6 +279,24 @@ TEST_F(Files, DeviceInPlaceOfAFileIsRefused) {
   std::filesystem::create_symlink("/dev/null", Drivers() / "a.set");
   EXPECT_EQ(OpenAndClose(kDrivers + u"a.set"), kTypeMismatch);
   EXPECT_EQ(Open(kDrivers + u"a.set", kWriteAccess, kOverwriteIf), kTypeMismatch);
+}
+
+TEST_F(Files, FileThatCannotBeReadIsToldWithItsPathAndTheReason) {
+  std::vector<std::pair<std::string, NTSTATUS>> troubles;
+  host::SetFileTroubleSink([&troubles](const std::filesystem::path& path, NTSTATUS status) {
+    troubles.emplace_back(path.string(), status);
+  });
+  Put("good.set", "abc");
+  std::filesystem::create_directory(Drivers() / "a.set");
+  EXPECT_EQ(OpenAndClose(kDrivers + u"good.set"), 0);
+  EXPECT_EQ(OpenAndClose(kDrivers + u"a.set"), kIsADirectory);
+  EXPECT_EQ(OpenAndClose(kDrivers + u"b.set"), kNameNotFound);
+  EXPECT_EQ(Open(kDrivers + u"a.set", kWriteAccess, kOverwriteIf), kIsADirectory);
+  host::SetFileTroubleSink(nullptr);
+  EXPECT_EQ(OpenAndClose(kDrivers + u"b.set"), kNameNotFound);
+  ASSERT_EQ(troubles.size(), 2U);
+  EXPECT_EQ(troubles[0], std::pair((Drivers() / "a.set").string(), kIsADirectory));
+  EXPECT_EQ(troubles[1], std::pair((Drivers() / "b.set").string(), kNameNotFound));
 }
 
 TEST_F(Files, FullDiskIsToldByTheWrite) {

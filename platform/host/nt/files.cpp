@@ -25,6 +25,7 @@ namespace {
 struct FileSystem {
   std::mutex Lock;
   std::filesystem::path Root;
+  FileTroubleSink Trouble;
   std::uint32_t FailReadCountdown = 0;
   NTSTATUS FailReadStatus = STATUS_SUCCESS;
 };
@@ -248,6 +249,21 @@ NTSTATUS OpenFile(std::u16string_view name, ACCESS_MASK access, ULONG dispositio
   return STATUS_SUCCESS;
 }
 
+void TellTrouble(std::u16string_view name, NTSTATUS status) {
+  FileSystem& fileSystem = TheFileSystem();
+  FileTroubleSink sink;
+  std::filesystem::path path;
+  {
+    const std::lock_guard guard(fileSystem.Lock);
+    sink = fileSystem.Trouble;
+    path = fileSystem.Root;
+  }
+  std::vector<std::filesystem::path> components;
+  if (!sink || !NT_SUCCESS(SplitPath(name, components))) return;
+  for (const std::filesystem::path& component : components) path /= component;
+  sink(path, status);
+}
+
 // The status that a read reports: `status`, unless its turn to fail has come.
 NTSTATUS WithReadFault(NTSTATUS status) {
   FileSystem& fileSystem = TheFileSystem();
@@ -276,6 +292,12 @@ std::filesystem::path SystemRoot() {
   return fileSystem.Root;
 }
 
+void SetFileTroubleSink(FileTroubleSink sink) {
+  FileSystem& fileSystem = TheFileSystem();
+  const std::lock_guard guard(fileSystem.Lock);
+  fileSystem.Trouble = std::move(sink);
+}
+
 void FailFileRead(std::uint32_t countdown, NTSTATUS status) {
   FileSystem& fileSystem = TheFileSystem();
   const std::lock_guard guard(fileSystem.Lock);
@@ -298,6 +320,7 @@ NTSTATUS ZwCreateFile(PHANDLE file, ACCESS_MASK access, POBJECT_ATTRIBUTES attri
   const std::u16string_view text(name->Buffer, name->Length / sizeof(WCHAR));
   ULONG_PTR information = 0;
   const NTSTATUS status = OpenFile(text, access, disposition, *file, information);
+  if (!NT_SUCCESS(status) && disposition == FILE_OPEN) TellTrouble(text, status);
   return Report(io, status, information);
 }
 

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 
 #include "platform/host/nt/nt_declarations.h"
 
@@ -21,6 +22,15 @@ void SetSystemRoot(const std::filesystem::path& folder);
 /// The folder that "\SystemRoot" maps to; empty if none.
 /// @par Any thread
 [[nodiscard]] std::filesystem::path SystemRoot();
+
+/// Told of a file that a driver wanted to read and could not open.
+///
+/// @param path  as the driver named it, below the folder that "\SystemRoot" maps to
+using FileTroubleSink = std::function<void(const std::filesystem::path& path, NTSTATUS status)>;
+
+/// Sets where such troubles are told, on the thread that opens; null tells nobody, which is the
+/// initial state.
+void SetFileTroubleSink(FileTroubleSink sink);
 
 /// Lets the `countdown`-th ZwReadFile() from now on report `status`, once, after it has filled the
 /// caller's buffer: 1 is the very next. 0 turns it off. All threads count together.
