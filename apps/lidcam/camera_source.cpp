@@ -104,6 +104,7 @@ std::optional<std::string> CaptureFileOf(const std::string& camera) {
 }
 
 bus::CaptureSource OpenCapture(const std::string& path, const std::optional<std::string>& device) {
+  if (path.empty()) throw UsageError("capture '' names no file; - is standard input");
   const std::optional<bus::DeviceAddress> address = AddressOf(device);
   try {
     return bus::CaptureSource(path, address);

@@ -44,6 +44,7 @@ FaultyPort::FaultyPort(std::unique_ptr<bus::UsbBus> bus, const std::optional<std
                        std::chrono::microseconds duration)
     : bus_(std::move(bus)) {
   if (!faults) return;
+  if (faults->empty()) throw UsageError("faults '' are none: give a script, a file or seed=N");
   try {
     faults_ = std::make_unique<bus::FaultBus>(
         *bus_, bus::FaultBusOptions{

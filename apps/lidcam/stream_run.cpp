@@ -10,6 +10,7 @@
 #include "apps/lidcam/command_error.h"
 #include "apps/lidcam/core_camera.h"
 #include "apps/lidcam/interrupt.h"
+#include "apps/lidcam/output/utf8_text.h"
 #include "apps/lidcam/progress.h"
 #include "apps/lidcam/silence_watch.h"
 #include "world/worlds.h"
@@ -121,7 +122,7 @@ namespace {
 
 void PrintSummary(const StreamResult& result, const CommonOptions& options) {
   if (options.IsJson) {
-    std::cout << ToJson(result).dump(2) << std::endl;
+    std::cout << JsonText(ToJson(result)) << std::endl;
     return;
   }
   if (options.Output.IsQuiet) return;

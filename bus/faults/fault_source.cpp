@@ -14,6 +14,7 @@ namespace lidcam::bus {
 namespace {
 
 constexpr std::string_view kSeedWord = "seed=";
+constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 constexpr std::size_t kLongestScript = 16U << 20;
 
 struct MixName {
@@ -55,6 +56,8 @@ FaultScript FromFile(const std::string& path) {
   if (text.size() > kLongestScript) {
     throw FaultScriptError(path + ": longer than a fault script may be (16 MiB)", 0);
   }
+  // Some editors put a byte order mark ahead of the text.
+  if (text.starts_with(kByteOrderMark)) text.erase(0, kByteOrderMark.size());
   return ParseFaultScript(text, path);
 }
 

@@ -13,6 +13,7 @@
 #include "apps/lidcam/commands/common_options.h"
 #include "apps/lidcam/control_table.h"
 #include "apps/lidcam/opened_camera.h"
+#include "apps/lidcam/output/utf8_text.h"
 #include "driver/sensor/register_access.h"
 
 namespace lidcam::app {
@@ -94,7 +95,7 @@ void RunControls(const ControlsCommand& command) {
   }
   nlohmann::json rows = nlohmann::json::array();
   for (const ControlLine& line : lines) rows.push_back(ToJson(line));
-  std::cout << rows.dump(2) << std::endl;
+  std::cout << JsonText(rows) << std::endl;
 }
 
 using ControlValues = std::vector<std::pair<const CameraControl*, std::int32_t>>;
@@ -105,7 +106,7 @@ void PrintValues(const ControlValues& controls, bool isJson) {
     values[std::string(control->Name)] = value;
     if (!isJson) std::printf("%s=%d\n", std::string(control->Name).c_str(), value);
   }
-  if (isJson) std::cout << values.dump(2) << std::endl;
+  if (isJson) std::cout << JsonText(values) << std::endl;
 }
 
 void RunGet(const ControlsCommand& command) {

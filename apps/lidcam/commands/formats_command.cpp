@@ -10,6 +10,7 @@
 #include "apps/lidcam/commands/commands.h"
 #include "apps/lidcam/commands/common_options.h"
 #include "apps/lidcam/opened_camera.h"
+#include "apps/lidcam/output/utf8_text.h"
 
 namespace lidcam::app {
 namespace {
@@ -119,7 +120,7 @@ void Run(const FormatsCommand& command) {
   }
   nlohmann::json rows = nlohmann::json::array();
   for (const FormatLine& line : lines) rows.push_back(ToJson(line));
-  std::cout << rows.dump(2) << std::endl;
+  std::cout << JsonText(rows) << std::endl;
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 #include "apps/lidcam/command_error.h"
 #include "apps/lidcam/commands/commands.h"
 #include "apps/lidcam/commands/common_options.h"
+#include "apps/lidcam/output/utf8_text.h"
 #include "bus/capture/capture_source.h"
 #include "simulator/camera_identity.h"
 #include "simulator/camera_options.h"
@@ -89,6 +90,7 @@ nlohmann::json ToJson(const CaptureListing& capture, const bus::RecordedDevice& 
 std::vector<CaptureListing> ReadCaptures(const ListCommand& command) {
   std::vector<CaptureListing> listings;
   for (const std::string& path : command.Captures) {
+    if (path.empty()) throw UsageError("capture '' names no file; - is standard input");
     listings.push_back({path, bus::SurveyCapture(path)});
   }
   return listings;
@@ -104,7 +106,7 @@ void PrintJson(const std::vector<CaptureListing>& captures) {
       rows.push_back(ToJson(capture, device));
     }
   }
-  std::cout << rows.dump(2) << std::endl;
+  std::cout << JsonText(rows) << std::endl;
 }
 
 void PrintNotes(const std::vector<std::string>& notes) {

@@ -1,7 +1,12 @@
+#include <algorithm>
+#include <cctype>
+#include <filesystem>
 #include <memory>
 #include <string>
+#include <system_error>
 #include <vector>
 
+#include "apps/lidcam/command_error.h"
 #include "apps/lidcam/commands/commands.h"
 #include "apps/lidcam/output/file_roles.h"
 #include "apps/lidcam/output/output_file.h"
@@ -17,7 +22,24 @@ struct PlotCommand {
   std::string Title = "Exposure loop";
 };
 
+bool IsDrawingOutput(const std::string& path) {
+  if (path == "-") return true;
+  std::string ending = std::filesystem::path(path).extension().string();
+  std::ranges::transform(ending, ending.begin(),
+                         [](unsigned char letter) { return std::tolower(letter); });
+  std::error_code ignored;
+  return ending == ".svg" || std::filesystem::is_other(path, ignored);
+}
+
+void RequireDrawingOutput(const std::string& path) {
+  if (IsDrawingOutput(path)) return;
+  throw UsageError("output '" + path +
+                   "' is no file for a drawing: use .svg, or - for standard output; other programs "
+                   "make a PNG of it, such as rsvg-convert");
+}
+
 void Run(const PlotCommand& command) {
+  RequireDrawingOutput(command.Output);
   LookAtFiles({{"log", command.Log}}, {{"-o", command.Output}});
   const std::vector<FrameRow> rows = ReadFrameLog(command.Log);
   OutputFile file(command.Output);

@@ -93,6 +93,9 @@ void Run(const RecordCommand& command) {
   if (command.Common.IsJson && command.Stream.Output == "-") {
     throw UsageError("--json and the output '-' both want standard output: use one of them");
   }
+  if (command.Stream.Output->empty()) {
+    throw UsageError("output '' names no file; - is standard output");
+  }
   const StreamSize size = SizeOf(command.Stream.Sizes);
   const StreamLimits limits = LimitsOf(command.Stream);
   const std::vector<ControlAssignment> controls = ControlsOf(command.Common, command.Stream);

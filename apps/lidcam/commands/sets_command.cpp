@@ -1,6 +1,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -10,6 +11,7 @@
 #include "apps/lidcam/register_sets/set_checker.h"
 #include "apps/lidcam/register_sets/set_disassembler.h"
 #include "apps/lidcam/register_sets/set_files.h"
+#include "apps/lidcam/register_sets/set_layout.h"
 
 namespace lidcam::app {
 namespace {
@@ -40,8 +42,20 @@ void Compile(const SetsCommand& command) {
   if (!errors.empty()) throw CommandError(errors.back());
 }
 
+// A damaged set file shows what can be read of it, and its faults in comments; what is none shows nothing.
+void RequireSetFile(const std::string& path, std::span<const std::uint8_t> file) {
+  const SetLayout layout = ReadSetLayout(file);
+  if (!layout.Sections.empty()) return;
+  for (const SetFinding& finding : layout.Findings) {
+    if (finding.Kind != SetFinding::Weight::Fault) continue;
+    throw CommandError(path + ": this is no register set file: " + finding.Text);
+  }
+}
+
 void Show(const SetsCommand& command) {
-  const std::string text = DisassembleRegisterSet(ReadOrFail(command.Files.front()));
+  const std::vector<std::uint8_t> file = ReadOrFail(command.Files.front());
+  RequireSetFile(command.Files.front(), file);
+  const std::string text = DisassembleRegisterSet(file);
   std::fputs(text.c_str(), stdout);
 }
 

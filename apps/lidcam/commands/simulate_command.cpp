@@ -13,6 +13,7 @@
 #include "apps/lidcam/commands/commands.h"
 #include "apps/lidcam/commands/common_options.h"
 #include "apps/lidcam/interrupt.h"
+#include "apps/lidcam/output/utf8_text.h"
 #include "apps/lidcam/standard_output.h"
 #include "simulation/runner.h"
 #include "simulation/stated_hangs.h"
@@ -146,7 +147,7 @@ void PrintJson(const RunResult& result) {
     json["what"] = result.What;
     json["replay"] = simulation::ReplayCommand(result.Key);
   }
-  std::printf("%s\n", json.dump().c_str());
+  std::printf("%s\n", JsonText(json, -1).c_str());
 }
 
 void Print(const RunResult& result, const SimulateCommand& command) {
@@ -182,7 +183,7 @@ void PrintTally(const Tally& tally, const SimulateCommand& command) {
                               {"recoveries", tally.Recoveries},
                               {"seconds", seconds},
                               {"runsPerSecond", rate}};
-    std::printf("%s\n", json.dump().c_str());
+    std::printf("%s\n", JsonText(json, -1).c_str());
     return;
   }
   std::printf(

@@ -16,6 +16,7 @@
 #include "apps/lidcam/output/frame_writer.h"
 #include "apps/lidcam/output/output_file.h"
 #include "apps/lidcam/output/png_file.h"
+#include "apps/lidcam/output/utf8_text.h"
 #include "apps/lidcam/output/yuy2.h"
 #include "apps/lidcam/progress.h"
 #include "apps/lidcam/replay_run.h"
@@ -107,15 +108,14 @@ StillCamera TakeStill(bus::UsbBus& bus, const StillCommand& command, const Strea
   return camera;
 }
 
-void WritePicture(const std::string& path, const StillPicture& still) {
-  if (FormOfOutput(path) == OutputForm::PngSeries) {
+void WritePicture(OutputFile& file, const StillPicture& still) {
+  if (FormOfOutput(file.Path()) == OutputForm::PngSeries) {
     std::vector<std::uint8_t> rgb;
     ConvertToRgb(still.Yuy2, still.Size, rgb);
-    WritePng(path, still.Size, rgb);
-    return;
+    file.Write(EncodePng(file.Path(), still.Size, rgb));
+  } else {
+    file.Write(still.Yuy2);
   }
-  OutputFile file(path);
-  file.Write(still.Yuy2);
   file.Commit();
 }
 
@@ -128,7 +128,7 @@ void PrintStill(const StillCommand& command, const StillCamera& camera, const St
         {"bytes", still.Yuy2.size()},   {"file", StillFilePath().string()},
         {"output", command.Output},
     };
-    std::cout << answer.dump(2) << std::endl;
+    std::cout << JsonText(answer) << std::endl;
     return;
   }
   if (command.Common.Output.IsQuiet) return;
@@ -168,13 +168,14 @@ void Run(const StillCommand& command) {
   ClearStillFile();
   const StreamLimits limits{.Frames = command.SettleFrames + 1, .Duration = {}};
   FaultyPort port(OpenCamera(choice), command.Faults, LikelyDuration(limits));
+  OutputFile file(command.Output);  // ahead of the stream, which takes its time
   const StillReport report;
   const StreamSize fitting = FitToCamera(size, choice);
   StillCamera taker;
   RunInTimeOf(choice, [&] { taker = TakeStill(port.Bus(), command, fitting, value, report); });
   report.RequireWritten();
   const StillPicture still = ReadStillFile(value);
-  WritePicture(command.Output, still);
+  WritePicture(file, still);
   PrintStill(command, taker, still);
 }
 

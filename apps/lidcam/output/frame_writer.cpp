@@ -1,8 +1,12 @@
 #include "apps/lidcam/output/frame_writer.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
 #include <utility>
 #include <vector>
@@ -63,6 +67,9 @@ class PngSeriesWriter : public FrameWriter {
         !folder.empty() && !std::filesystem::is_directory(folder, ignored)) {
       throw CommandError("output '" + path + "' can't be written: there is no folder '" +
                          folder.string() + "'");
+    } else if (::access(folder.empty() ? "." : folder.c_str(), W_OK | X_OK) != 0) {
+      throw CommandError("output '" + path + "' can't be written: " + std::strerror(errno) +
+                         "; choose a place that you may write to");
     }
   }
 

@@ -10,7 +10,8 @@
 
 namespace lidcam::app {
 
-void WritePng(const std::string& path, PictureSize size, std::span<const std::uint8_t> rgb) {
+std::vector<std::uint8_t> EncodePng(const std::string& path, PictureSize size,
+                                    std::span<const std::uint8_t> rgb) {
   png_image image{};
   image.version = PNG_IMAGE_VERSION;
   image.width = static_cast<png_uint_32>(size.Width);
@@ -18,14 +19,20 @@ void WritePng(const std::string& path, PictureSize size, std::span<const std::ui
   image.format = PNG_FORMAT_RGB;
   image.flags = PNG_IMAGE_FLAG_FAST;
 
-  // In memory first: the file is then written by the one piece of code that knows how to fail.
   std::vector<std::uint8_t> encoded(PNG_IMAGE_PNG_SIZE_MAX(image));
   png_alloc_size_t length = encoded.size();
   if (png_image_write_to_memory(&image, encoded.data(), &length, 0, rgb.data(), 0, nullptr) == 0) {
     throw CommandError("output '" + path + "' can't be encoded: " + image.message);
   }
+  encoded.resize(length);
+  return encoded;
+}
+
+// In memory first: the file is then written by the one piece of code that knows how to fail.
+void WritePng(const std::string& path, PictureSize size, std::span<const std::uint8_t> rgb) {
+  const std::vector<std::uint8_t> encoded = EncodePng(path, size, rgb);
   OutputFile file(path);
-  file.Write(std::span(encoded).first(length));
+  file.Write(encoded);
   file.Commit();
 }
 

@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "apps/lidcam/command_error.h"
+#include "apps/lidcam/register_sets/text_format.h"
 
 namespace lidcam::app {
 namespace {
@@ -145,7 +146,7 @@ std::vector<FrameRow> ReadFrameLog(std::istream& input, const std::string& name)
   Place place{name, 1};
   std::string line;
   if (!ReadLine(input, line)) place.Refuse("the file is empty; lidcam stream --log writes one");
-  if (line != kFrameLogHeader) {
+  if (WithoutByteOrderMark(line) != kFrameLogHeader) {
     place.Refuse("the header is " + Quoted(line) + " in place of " + std::string(kFrameLogHeader));
   }
   std::vector<FrameRow> rows;

@@ -3,6 +3,8 @@
 #include <array>
 #include <cstdio>
 
+#include "apps/lidcam/output/utf8_text.h"
+
 namespace lidcam::app {
 namespace {
 
@@ -10,7 +12,7 @@ constexpr const char* kTypeface = "Helvetica, Arial, 'DejaVu Sans', sans-serif";
 
 std::string Escaped(std::string_view text) {
   std::string escaped;
-  for (const char letter : text) {
+  for (const char letter : Utf8Text(text)) {
     switch (letter) {
       case '&':
         escaped += "&amp;";

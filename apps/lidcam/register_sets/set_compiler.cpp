@@ -1,5 +1,6 @@
 #include "apps/lidcam/register_sets/set_compiler.h"
 
+#include <algorithm>
 #include <charconv>
 #include <optional>
 #include <utility>
@@ -207,10 +208,26 @@ class Compiler {
   std::vector<SourceError> errors_;
 };
 
+// A file of another kind has a control character soon; each of its lines would be an error.
+std::optional<SourceError> WhyNoText(std::string_view source) {
+  const auto found = std::ranges::find_if(source, [](char letter) {
+    constexpr std::string_view kOfText = "\t\n\v\f\r";
+    const auto byte = static_cast<unsigned char>(letter);
+    return (byte < 0x20 && kOfText.find(letter) == std::string_view::npos) || byte == 0x7F;
+  });
+  if (found == source.end()) return std::nullopt;
+  const auto line = static_cast<std::size_t>(std::count(source.begin(), found, '\n')) + 1;
+  return SourceError{line, FormatText("this is no source of a register set, but binary data (byte "
+                                      "%02X at offset %zu)",
+                                      static_cast<unsigned>(static_cast<unsigned char>(*found)),
+                                      static_cast<std::size_t>(found - source.begin()))};
+}
+
 }  // namespace
 
 CompiledSet CompileRegisterSet(std::string_view source) {
-  return Compiler().Compile(source);
+  if (const auto error = WhyNoText(source)) return {.Bytes = {}, .Errors = {*error}};
+  return Compiler().Compile(WithoutByteOrderMark(source));
 }
 
 std::string ErrorText(std::string_view fileName, const SourceError& error) {

@@ -60,10 +60,11 @@ std::optional<std::vector<std::uint8_t>> ReadSetFile(const std::filesystem::path
   std::vector<std::uint8_t> bytes;
   std::uint8_t block[4096];
   ssize_t length = file.Number() < 0 ? -1 : 1;
-  while (length > 0) {
+  while (length > 0 && bytes.size() <= kLongestSetFile) {
     length = ::read(file.Number(), block, sizeof(block));
     if (length > 0) bytes.insert(bytes.end(), block, block + length);
   }
+  if (length > 0) errno = EFBIG;
   if (length == 0) return bytes;
   error = Reason(path, errno);
   return std::nullopt;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <optional>
@@ -10,8 +11,11 @@
 
 namespace lidcam::app {
 
+/// Bytes of the largest file that is read as a register set or its source.
+inline constexpr std::size_t kLongestSetFile = std::size_t{1} << 20;
+
 /// Reads a whole file.
-/// @param error  set to "NAME: reason" where the file can't be read
+/// @param error  set to "NAME: reason" where the file can't be read, or is longer than kLongestSetFile
 /// @return nothing in that case
 [[nodiscard]] std::optional<std::vector<std::uint8_t>> ReadSetFile(
     const std::filesystem::path& path, std::string& error);

@@ -53,6 +53,10 @@ TEST(FrameLogReader, LinesMayEndAsOnWindows) {
             Read(kHeader + kGoodRow));
 }
 
+TEST(FrameLogReader, AByteOrderMarkIsNoError) {
+  EXPECT_EQ(Read("\xEF\xBB\xBF" + kHeader + kGoodRow), Read(kHeader + kGoodRow));
+}
+
 struct BadLog {
   std::string Text;
   std::string Place;

@@ -55,6 +55,13 @@ TEST(FaultSource, NameOfAFileGivesItsScript) {
   EXPECT_EQ(ToText(LoadFaults(file.path, 1s)), "at 2s lose 5\n");
 }
 
+TEST(FaultSource, ByteOrderMarkIsNoError) {
+  const ScriptFile file{
+      "\xEF\xBB\xBF"
+      "at 2s lose 5\n"};
+  EXPECT_EQ(ToText(LoadFaults(file.path, 1s)), "at 2s lose 5\n");
+}
+
 TEST(FaultSource, MistakeInAFileIsNamedWithTheFile) {
   const ScriptFile file{"\nat 2s lose x\n"};
   EXPECT_EQ(ErrorOf(file.path), file.path + ":2: 'x' is not a count from 1 to 1000000000");

@@ -33,7 +33,7 @@ class CommandLineTest(unittest.TestCase):
 
     def lidcam(self, *arguments):
         result = self.run_lidcam(*arguments)
-        self.assertEqual(result.returncode, 0, result.stderr.decode())
+        self.assertEqual(result.returncode, 0, result.stderr.decode(errors="replace"))
         return result.stdout.decode()
 
     def assert_one_line_error(self, result, status, *words):

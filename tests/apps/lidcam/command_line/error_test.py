@@ -1,9 +1,14 @@
 """What goes wrong is named, and nothing is lost."""
 
+import json
+import os
 import resource
+import signal
+import subprocess
 import unittest
+import xml.dom.minidom
 
-from command_line import CommandLineTest
+from command_line import CommandLineTest, LIDCAM
 
 
 class ErrorTest(CommandLineTest):
@@ -48,6 +53,116 @@ class ErrorTest(CommandLineTest):
                 (("simulate", "--step", "0"), ("simulate: ", "--step", "'0'", "from 1 on")),
                 (("stream", "--frames", "none"), ("stream: ", "--frames", "none", "no number"))):
             self.assert_one_line_error(self.run_lidcam(*arguments), 2, "--help tells more", *words)
+
+    def test_names_that_are_empty_and_devices_that_are_none_are_wrong_use(self):
+        capture = self.path("bus.pcap")
+        self.lidcam("record", "--fast", "--frames", "1", "-o", capture)
+        for arguments, words in (
+                (("replay", capture, "--device", "abc"), ("'abc'", "BUS.DEVICE", "1.5")),
+                (("replay", capture, "--device", "1"), ("'1'", "BUS.DEVICE")),
+                (("stream", "--camera", f"capture:{capture}", "--device", "abc"), ("'abc'",)),
+                (("replay", ""), ("''", "names no file")),
+                (("stream", "--camera", "capture:"), ("''", "names no file")),
+                (("list", ""), ("''", "names no file")),
+                (("record", "--fast", "--frames", "1", "-o", ""), ("''", "names no file")),
+                (("plot", "frames.csv", "-o", ""), ("''", ".svg")),
+                (("plot", "frames.csv", "-o", self.path("a.png")), ("a.png", ".svg", "PNG")),
+                (("stream", "--fast", "--frames", "1", "--faults", ""), ("''", "seed=N"))):
+            self.assert_one_line_error(self.run_lidcam(*arguments), 2, *words)
+        self.assert_nothing_left("bus.pcap")
+
+    def test_names_that_are_no_utf_8_work_with_json(self):
+        folder = os.fsencode(self.folder)
+        capture = folder + b"/n\xff.pcap"
+        self.lidcam("record", "--fast", "--frames", "1", "-o", capture)
+        rows = json.loads(self.lidcam("list", "--json", capture))
+        self.assertEqual(rows[-1]["camera"], f"capture:{self.folder}/n\\xFF.pcap")
+        for command, name in (("stream", b"a\xe9.y4m"), ("still", b"b\xe9.png"),
+                              ("record", b"c\xe9.pcap")):
+            limit = () if command == "still" else ("--frames", "1")
+            answer = json.loads(self.lidcam(command, "--fast", "--json", *limit, "-o",
+                                            folder + b"/" + name))
+            self.assertEqual(answer["output"],
+                             self.folder + "/" + name.decode("latin-1").replace("\xe9", "\\xE9"))
+            self.assertTrue(os.path.exists(folder + b"/" + name))
+
+    def test_a_drawing_with_any_heading_is_sound(self):
+        log = self.path("frames.csv")
+        self.lidcam("stream", "--fast", "--frames", "3", "--log", log)
+        drawing = self.lidcam("plot", log, "-o", "-", "--title", b"a\xff\x01<b")
+        title = xml.dom.minidom.parseString(drawing).getElementsByTagName("text")[0]
+        self.assertEqual(title.firstChild.data, "a\\xFF <b")
+
+    def test_a_byte_order_mark_is_no_error(self):
+        def mark(name, text):
+            with open(self.path(name), "w", encoding="utf-8-sig") as file:
+                file.write(text)
+            return self.path(name)
+
+        log = self.path("frames.csv")
+        self.lidcam("stream", "--fast", "--frames", "3", "--log", log)
+        with open(log, encoding="ascii") as file:
+            self.lidcam("plot", mark("marked.csv", file.read()), "-o", self.path("loop.svg"))
+        self.lidcam("sets", "compile", mark("S001.txt", "[setup]\nbridge FF0A = 01\n"))
+        answer = json.loads(self.lidcam("stream", "--fast", "--frames", "3", "--json", "--faults",
+                                        mark("faults.txt", "at 1ms lose 4\n")))
+        self.assertIn("4", answer["faults"])
+
+    def test_binary_data_for_register_sets_give_one_line(self):
+        binary = self.path("binary")
+        with open(binary, "wb") as file:
+            file.write(bytes(range(256)) * 8)
+        for command in ("compile", "show"):
+            self.assert_one_line_error(self.run_lidcam("sets", command, binary), 1, binary, "no ")
+        self.assert_nothing_left("binary")
+
+    def test_a_damaged_register_set_still_shows_what_it_has(self):
+        file = self.path("S001.set")
+        self.lidcam("stream", "--fast", "--frames", "1")
+        with open(self.path("home/simulated-root/system32/drivers/S001.set"), "rb") as source:
+            content = source.read()
+        with open(file, "wb") as damaged:
+            damaged.write(content[:-1])
+        text = self.lidcam("sets", "show", file)
+        self.assertIn("# fault at offset", text)
+        self.assertIn("sensor FF5D = 9C", text)
+
+    def test_trees_and_set_files_that_cannot_be_read_are_told(self):
+        def stream(tree):
+            environment = dict(os.environ, LIDCAM_HOME=self.path("home"), LIDCAM_SYSTEM_ROOT=tree)
+            return subprocess.run([LIDCAM, "stream", "--fast", "-q", "--frames", "1"], env=environment,
+                                  capture_output=True, timeout=120, check=False)
+
+        missing = self.path("no/such/tree")
+        self.assert_one_line_error(stream(missing), 1, "LIDCAM_SYSTEM_ROOT", missing, "no folder")
+        drivers = self.path("tree/system32/drivers")
+        os.makedirs(drivers)
+        self.assert_one_line_error(stream(self.path("tree")), 0, f"{drivers}/S001.set",
+                                   "goes without it", "there is none of this name")
+        os.mkfifo(f"{drivers}/S001.set")
+        self.assert_one_line_error(stream(self.path("tree")), 0, f"{drivers}/S001.set", "such as a pipe")
+        os.remove(f"{drivers}/S001.set")
+        os.mkdir(f"{drivers}/S001.set")
+        self.assert_one_line_error(stream(self.path("tree")), 0, f"{drivers}/S001.set", "a folder")
+
+    def test_a_status_comes_with_words(self):
+        for faults, words in (("control 5 stall", "C000009C (the device failed the request)"),
+                              ("control 5 silent", "C00000B5 (the device did not answer in time)")):
+            self.assert_one_line_error(
+                self.run_lidcam("stream", "--fast", "--frames", "1", "--faults", faults), 1, words)
+
+    # A still takes a second of the camera's time first.
+    def test_an_output_is_looked_at_before_the_stream_runs(self):
+        missing = self.path("no/such/folder")
+        for arguments in (("still", "-o", f"{missing}/card.png"), ("still", "-o", f"{missing}/card.yuy2"),
+                          ("stream", "--frames", "1", "-o", f"{missing}/card.png"),
+                          ("stream", "--frames", "1", "--log", f"{missing}/frames.csv"),
+                          ("record", "--frames", "1", "-o", f"{missing}/bus.pcap")):
+            result = self.run_lidcam(arguments[0], "--fast", "--debug", *arguments[1:])
+            lines = result.stderr.decode().strip().split("\n")
+            self.assertIn(missing, lines[-1])
+            self.assertEqual((result.returncode, len(lines)), (1, 1), "the driver says nothing before")
+        self.assert_nothing_left()
 
     def test_an_output_that_cannot_be_written_is_named_and_leaves_nothing(self):
         missing = self.path("no/such/folder/clip.y4m")

@@ -68,6 +68,23 @@ TEST(SetCompiler, NamesEachErrorWithItsLine) {
                           "a.txt:11: there is a section [setup] already, in line 4"));
 }
 
+TEST(SetCompiler, TellsBinaryDataInOneLine) {
+  using namespace std::string_view_literals;
+  EXPECT_THAT(
+      ErrorsOf("\x7F\x45LF\n\n\x01\n\n"sv),
+      ElementsAre("a.txt:1: this is no source of a register set, but binary data (byte 7F at "
+                  "offset 0)"));
+  EXPECT_THAT(
+      ErrorsOf("[setup]\nbridge\0FF0A = 01\nnonsense\n"sv),
+      ElementsAre("a.txt:2: this is no source of a register set, but binary data (byte 00 at "
+                  "offset 14)"));
+}
+
+TEST(SetCompiler, TakesAByteOrderMarkAndAnyLettersInComments) {
+  EXPECT_EQ(CompileRegisterSet("\xEF\xBB\xBF[setup]\nbridge FF0A = 01 # caf\xE9\n").Bytes,
+            SetFile({Section(1, {0x11, 0x0A, 0x01})}));
+}
+
 TEST(SetCompiler, WantsASection) {
   EXPECT_THAT(ErrorsOf("# nothing\n"),
               ElementsAre("a.txt:1: there is no section: [setup], [low light] or [normal]"));

@@ -48,6 +48,12 @@ class SetFiles : public ::testing::Test {
   TemporarySystemRoot disk_;
 };
 
+TEST_F(SetFiles, FileThatNeverEndsIsNoSetFile) {
+  std::string error;
+  EXPECT_EQ(ReadSetFile("/dev/zero", error), std::nullopt);
+  EXPECT_EQ(error, "/dev/zero: File too large");
+}
+
 TEST_F(SetFiles, SourceIsCompiledIntoTheTarget) {
   Put("S001.txt", "[setup]\nbridge FF0A = 01\n");
   EXPECT_THAT(CompileRegisterSetFile(Path("S001.txt"), Path("S001.set")), IsEmpty());
