@@ -117,6 +117,20 @@ constexpr ReportRow kReports[] = {
     {"LED", kAll & ~kVga0708, {false, 0xFF09}},
 };
 
+struct EffectRow {
+  std::string_view Name;
+  std::uint32_t On;
+};
+
+// Controls that some sensors are not programmed for, or always in the same way.
+constexpr EffectRow kEffects[] = {
+    {"Mirror", kVga0708},
+    {"Vertical", kVga0708},
+    {"Exposure", kAll & ~Sensors(SensorTypeK82, SensorTypeReserved3)},
+    {"AutoExposure", kAll & ~Sensors(SensorTypeK82, SensorTypeReserved3)},
+    {"Flicker", kAll & ~Sensors(SensorTypeVGA7648, SensorTypeReserved3)},
+};
+
 bool IsSameName(std::string_view a, std::string_view b) {
   return std::ranges::equal(
       a, b, [](unsigned char x, unsigned char y) { return std::tolower(x) == std::tolower(y); });
@@ -224,6 +238,13 @@ std::optional<ControlReport> ReportOf(std::string_view name, std::int32_t sensor
     if (row.Name == name && (row.On & (1U << sensorType)) != 0) return row.Report;
   }
   return std::nullopt;
+}
+
+bool HasEffect(std::string_view name, std::int32_t sensorType) {
+  for (const EffectRow& row : kEffects) {
+    if (row.Name == name) return (row.On & (1U << sensorType)) != 0;
+  }
+  return true;
 }
 
 const CameraControl& FindControl(const std::string& name) {

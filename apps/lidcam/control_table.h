@@ -65,6 +65,10 @@ struct ControlReport {
 /// none that can be read by itself.
 [[nodiscard]] std::optional<ControlReport> ReportOf(std::string_view name, std::int32_t sensorType);
 
+/// Whether a control of this name changes anything on this sensor. The camera keeps the value all the
+/// same.
+[[nodiscard]] bool HasEffect(std::string_view name, std::int32_t sensorType);
+
 /// All controls, in the order in which they are shown.
 [[nodiscard]] std::span<const CameraControl> AllControls();
 

@@ -114,6 +114,13 @@ std::string_view SensorName(std::int32_t sensorType) {
   return "unknown";
 }
 
+std::optional<std::int32_t> SensorTypeOf(std::string_view name) {
+  for (const NamedSensor& sensor : kSensorNames) {
+    if (sensor.Name == name) return sensor.Type;
+  }
+  return std::nullopt;
+}
+
 bool HasLongConfiguration(const bus::UsbDeviceInfo& device) {
   return device.Configuration.size() == kLongConfigurationLength;
 }

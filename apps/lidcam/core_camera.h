@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -47,6 +48,9 @@ class CoreCamera {
 
 /// The name of a sensor type as users know it: "VGA0708", "OV7660" and so on.
 [[nodiscard]] std::string_view SensorName(std::int32_t sensorType);
+
+/// The sensor type of a name as SensorName() gives it; nothing for another name.
+[[nodiscard]] std::optional<std::int32_t> SensorTypeOf(std::string_view name);
 
 /// Whether the configuration has eight alternate settings rather than four.
 [[nodiscard]] bool HasLongConfiguration(const bus::UsbDeviceInfo& device);

@@ -12,6 +12,7 @@
 #include "apps/lidcam/interrupt.h"
 #include "apps/lidcam/output/utf8_text.h"
 #include "apps/lidcam/progress.h"
+#include "apps/lidcam/sensor_notes.h"
 #include "apps/lidcam/silence_watch.h"
 #include "world/worlds.h"
 
@@ -85,6 +86,7 @@ nlohmann::json ToJson(const StreamResult& result) {
     answer["processorMillisecondsPerFrame"] = *processor;
   }
   if (!result.Place.empty() && result.Written) answer["written"] = *result.Written;
+  if (!result.Note.empty()) answer["note"] = result.Note;
   if (!result.Faults.empty()) answer["faults"] = result.Faults;
   if (!result.Troubles.empty()) answer["troubles"] = result.Troubles;
   return answer;
@@ -136,6 +138,7 @@ void PrintSummary(const StreamResult& result, const CommonOptions& options) {
     std::fprintf(stderr, "processor time: %.2f ms a frame, of the camera that is simulated too\n",
                  *processor);
   }
+  if (!result.Note.empty()) std::fprintf(stderr, "%s\n", result.Note.c_str());
   if (!result.Faults.empty())
     std::fprintf(stderr, "faults on the bus: %s\n", result.Faults.c_str());
   if (result.Place.empty() || result.Place == "-") return;
@@ -207,6 +210,8 @@ StreamResult RunStream(bus::UsbBus& bus, const StreamSize& size, const StreamLim
     result.Identity = IdentityText(stream.Opened().Device());
     result.Sensor = SensorName(stream.Opened().SensorType());
     result.RawSize = stream.RawSize();
+    stream.Opened().WithContext(
+        [&](const CameraContext& context) { result.Note = PictureNoteOf(context); });
     const double processorAtRun = ProcessorSeconds();
     world::RunThenEnd([&] { isComplete = RunToEnd(stream, limits, verbosity); },
                       [&] {

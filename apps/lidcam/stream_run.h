@@ -23,6 +23,7 @@ struct StreamResult {
   std::string Identity{};  ///< empty if the capture does not tell
   std::string Sensor{};    ///< empty if the capture does not tell
   std::string Place{};     ///< where the frames are; empty without an output
+  std::string Note{};      ///< on lines that the sensor sends too few or too many of; or empty
   std::string Faults{};    ///< what was carried out of a fault script; empty without one
   /// Frames in the output; nothing where an output holds no frames as such.
   std::optional<std::uint64_t> Written{};

@@ -107,15 +107,19 @@ void SelectRawSize(CameraContext& context, std::uint32_t alternateSetting) {
 }
 
 void StoreRawFrameSize(CameraContext& context) {
-  const std::uint32_t mode = context.RawSizeMode;
-  if (mode == 0 || mode > kRawSizeModes) return;
-  for (const RawFrameSizeRow& row : kRawFrameSizes) {
-    const std::uint32_t bytes = row.Bytes[mode - 1];
-    if (row.Sensor == context.SensorType && bytes != kKeeps) context.RawFrameSize = bytes;
-  }
+  const std::uint32_t bytes = RawFrameBytes(context.SensorType, context.RawSizeMode);
+  if (bytes != kKeeps) context.RawFrameSize = bytes;
 }
 
 }  // namespace
+
+std::uint32_t RawFrameBytes(std::int32_t sensorType, std::uint32_t rawSizeMode) {
+  if (rawSizeMode == 0 || rawSizeMode > kRawSizeModes) return kKeeps;
+  for (const RawFrameSizeRow& row : kRawFrameSizes) {
+    if (row.Sensor == sensorType) return row.Bytes[rawSizeMode - 1];
+  }
+  return kKeeps;
+}
 
 Status NegotiateFormat(CameraContext& context, const FormatRequest& request,
                        std::uint32_t& bufferSize, std::uint8_t& alternateSetting) {

@@ -27,6 +27,9 @@ inline constexpr BandwidthRow kShortBandwidthTable[] = {
     {3, 1023, 333333},
 };
 
+/// Bytes of a raw frame of a sensor in a raw mode, header included; 0 for a pair that has no size.
+[[nodiscard]] std::uint32_t RawFrameBytes(std::int32_t sensorType, std::uint32_t rawSizeMode);
+
 /// Keeps the requested format, clamps the frame interval, and says what the USB side needs.
 ///
 /// @param bufferSize        bytes of one raw buffer

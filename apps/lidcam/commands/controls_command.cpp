@@ -12,6 +12,7 @@
 #include "apps/lidcam/commands/commands.h"
 #include "apps/lidcam/commands/common_options.h"
 #include "apps/lidcam/control_table.h"
+#include "apps/lidcam/core_camera.h"
 #include "apps/lidcam/opened_camera.h"
 #include "apps/lidcam/output/utf8_text.h"
 #include "driver/sensor/register_access.h"
@@ -54,13 +55,14 @@ struct ControlLine {
   ControlRange Range;
   std::int32_t Value;
   std::string Reports;
+  bool HasEffect;  ///< on this sensor
 };
 
 std::vector<ControlLine> ReadLines(const OpenedCamera& opened) {
   std::vector<ControlLine> lines;
   for (const CameraControl& control : AllControls()) {
     lines.push_back({&control, RangeOf(opened.Camera(), control), ValueOf(opened.Camera(), control),
-                     ReadReport(opened, control)});
+                     ReadReport(opened, control), HasEffect(control.Name, opened.SensorType())});
   }
   return lines;
 }
@@ -73,7 +75,13 @@ nlohmann::json ToJson(const ControlLine& line) {
           {"default", line.Range.Default},
           {"value", line.Value},
           {"reports", line.Reports},
+          {"hasEffect", line.HasEffect},
           {"meaning", std::string(line.Control->Meaning)}};
+}
+
+std::string MeaningOf(const ControlLine& line) {
+  return (line.HasEffect ? "" : "nothing on this sensor; elsewhere ") +
+         std::string(line.Control->Meaning);
 }
 
 void PrintTable(const std::vector<ControlLine>& lines) {
@@ -82,7 +90,7 @@ void PrintTable(const std::vector<ControlLine>& lines) {
   for (const ControlLine& line : lines) {
     std::printf("%-21s %5d %5d %5u %8d %6d  %-15s  %s\n", std::string(line.Control->Name).c_str(),
                 line.Range.Minimum, line.Range.Maximum, line.Range.Step, line.Range.Default,
-                line.Value, line.Reports.c_str(), std::string(line.Control->Meaning).c_str());
+                line.Value, line.Reports.c_str(), MeaningOf(line).c_str());
   }
 }
 
@@ -132,6 +140,15 @@ std::string WhyNotTaken(const OpenedCamera& opened, const ControlAssignment& ass
          ": the camera took " + std::to_string(assignment.Value) + " and kept its own";
 }
 
+void TellWithoutEffect(const OpenedCamera& opened, const CameraControl& control) {
+  if (HasEffect(control.Name, opened.SensorType())) return;
+  std::fprintf(stderr,
+               "lidcam: %s does nothing on this camera, whose sensor is %s: the value is kept, and "
+               "nothing changes\n",
+               std::string(control.Name).c_str(),
+               std::string(SensorName(opened.SensorType())).c_str());
+}
+
 void RunSet(const ControlsCommand& command) {
   const CameraChoice& camera = command.Common.Camera;
   RefuseControlsOfRecording(camera);
@@ -146,6 +163,7 @@ void RunSet(const ControlsCommand& command) {
       Apply(opened.Camera(), assignment);
       const std::string reason = WhyNotTaken(opened, assignment);
       if (!reason.empty()) troubles.push_back(reason);
+      if (!command.Common.Output.IsQuiet) TellWithoutEffect(opened, *assignment.Control);
     }
     for (const ControlAssignment& assignment : assignments) {
       values.emplace_back(assignment.Control, ValueOf(opened.Camera(), *assignment.Control));

@@ -11,6 +11,8 @@
 #include "apps/lidcam/commands/common_options.h"
 #include "apps/lidcam/opened_camera.h"
 #include "apps/lidcam/output/utf8_text.h"
+#include "apps/lidcam/sensor_notes.h"
+#include "driver/core/stream_modes.h"
 
 namespace lidcam::app {
 namespace {
@@ -109,17 +111,37 @@ void PrintTable(const std::vector<FormatLine>& lines) {
   }
 }
 
+/// What the formats don't tell of the camera's sensor, a line each.
+std::vector<std::string> NotesOn(std::int32_t sensor, const CameraChoice& choice) {
+  const std::string obstacle = CaptureFileOf(choice.Camera)
+                                   ? StreamObstacle(sensor)
+                                   : StreamObstacle(simulator::ParseCameraOptions(choice.Camera));
+  std::vector<std::string> notes;
+  if (!obstacle.empty()) notes.push_back("this camera can't be streamed: " + obstacle);
+  const std::string note = PictureNote(sensor, {640, 480}, RawFrameBytes(sensor, RawMode640x480));
+  if (obstacle.empty() && !note.empty()) notes.push_back(note);
+  return notes;
+}
+
 void Run(const FormatsCommand& command) {
   OpenHostEnvironment(command.Common.Output, SetFilesFor(command.Common.Camera));
   std::vector<FormatLine> lines;
-  WithOpenedCameraOf(command.Common.Camera,
-                     [&](OpenedCamera& opened) { lines = ReadFormats(opened.Camera()); });
+  std::int32_t sensor = 0;
+  WithOpenedCameraOf(command.Common.Camera, [&](OpenedCamera& opened) {
+    lines = ReadFormats(opened.Camera());
+    sensor = opened.SensorType();
+  });
+  const std::vector<std::string> notes = NotesOn(sensor, command.Common.Camera);
   if (!command.Common.IsJson) {
     PrintTable(lines);
+    for (const std::string& note : notes) std::printf("%s\n", note.c_str());
     return;
   }
   nlohmann::json rows = nlohmann::json::array();
-  for (const FormatLine& line : lines) rows.push_back(ToJson(line));
+  for (const FormatLine& line : lines) {
+    rows.push_back(ToJson(line));
+    rows.back()["notes"] = notes;
+  }
   std::cout << JsonText(rows) << std::endl;
 }
 

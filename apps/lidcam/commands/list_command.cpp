@@ -12,6 +12,7 @@
 #include "apps/lidcam/commands/commands.h"
 #include "apps/lidcam/commands/common_options.h"
 #include "apps/lidcam/output/utf8_text.h"
+#include "apps/lidcam/sensor_notes.h"
 #include "bus/capture/capture_source.h"
 #include "simulator/camera_identity.h"
 #include "simulator/camera_options.h"
@@ -34,11 +35,21 @@ std::string SimulatedIdentity(const simulator::CameraIdentity& identity) {
   return Hexadecimal(identity.VendorId) + ":" + Hexadecimal(identity.ProductId);
 }
 
+std::string ObstacleOf(const simulator::CameraIdentity& identity, simulator::SensorModel model) {
+  simulator::CameraOptions options;
+  options.VendorId = identity.VendorId;
+  options.ProductId = identity.ProductId;
+  options.Sensor = model;
+  return StreamObstacle(options);
+}
+
 std::string SensorList(const simulator::CameraIdentity& identity) {
   std::string list;
   for (const simulator::SensorModel model : identity.Sensors) {
     if (!list.empty()) list += ", ";
     list += simulator::NameOf(model);
+    const std::string obstacle = ObstacleOf(identity, model);
+    if (!obstacle.empty()) list += " (can't be streamed: " + obstacle + ")";
   }
   return list;
 }
@@ -51,14 +62,19 @@ bool IsDefault(const simulator::CameraIdentity& identity) {
 
 nlohmann::json ToJson(const simulator::CameraIdentity& identity) {
   nlohmann::json sensors = nlohmann::json::array();
+  nlohmann::json obstacles = nlohmann::json::object();
   for (const simulator::SensorModel model : identity.Sensors) {
-    sensors.push_back(std::string(simulator::NameOf(model)));
+    const std::string name(simulator::NameOf(model));
+    sensors.push_back(name);
+    const std::string obstacle = ObstacleOf(identity, model);
+    if (!obstacle.empty()) obstacles[name] = obstacle;
   }
   return {{"camera", "sim:" + SimulatedIdentity(identity)},
           {"kind", "simulated"},
           {"default", IsDefault(identity)},
           {"identity", SimulatedIdentity(identity)},
-          {"sensors", sensors}};
+          {"sensors", sensors},
+          {"cannotStream", obstacles}};
 }
 
 struct CaptureListing {

@@ -20,6 +20,7 @@
 #include "apps/lidcam/output/yuy2.h"
 #include "apps/lidcam/progress.h"
 #include "apps/lidcam/replay_run.h"
+#include "apps/lidcam/sensor_notes.h"
 #include "apps/lidcam/silence_watch.h"
 #include "apps/lidcam/still_file.h"
 #include "driver/avstream/camera_properties_sets.h"
@@ -92,6 +93,7 @@ class StreamRunner {
 struct StillCamera {
   std::string Identity;
   std::string Sensor;
+  std::string Note;  ///< as StreamResult has it
 };
 
 StillCamera TakeStill(bus::UsbBus& bus, const StillCommand& command, const StreamSize& size,
@@ -99,7 +101,8 @@ StillCamera TakeStill(bus::UsbBus& bus, const StillCommand& command, const Strea
   StillCamera camera;
   WithStream(bus, {.Size = size}, [&](CameraStream& stream) {
     const OpenedCamera& opened = stream.Opened();
-    camera = {IdentityText(opened.Device()), std::string(SensorName(opened.SensorType()))};
+    camera = {IdentityText(opened.Device()), std::string(SensorName(opened.SensorType())), {}};
+    opened.WithContext([&](const CameraContext& context) { camera.Note = PictureNoteOf(context); });
     StreamRunner runner(stream, command);
     runner.RunUntil([&] { return stream.Counts().Delivered() >= command.SettleFrames; });
     AskForStill(opened, value);
@@ -121,13 +124,14 @@ void WritePicture(OutputFile& file, const StillPicture& still) {
 
 void PrintStill(const StillCommand& command, const StillCamera& camera, const StillPicture& still) {
   if (command.Common.IsJson) {
-    const nlohmann::json answer = {
+    nlohmann::json answer = {
         {"identity", camera.Identity},  {"sensor", camera.Sensor},
         {"width", still.Size.Width},    {"height", still.Size.Height},
         {"sizeIndex", still.SizeIndex}, {"value", still.Value},
         {"bytes", still.Yuy2.size()},   {"file", StillFilePath().string()},
         {"output", command.Output},
     };
+    if (!camera.Note.empty()) answer["note"] = camera.Note;
     std::cout << JsonText(answer) << std::endl;
     return;
   }
@@ -136,6 +140,7 @@ void PrintStill(const StillCommand& command, const StillCamera& camera, const St
                camera.Identity.c_str(), camera.Sensor.c_str(), ToString(still.Size).c_str(),
                unsigned{still.SizeIndex}, unsigned{still.Value}, still.Yuy2.size(),
                StillFilePath().c_str());
+  if (!camera.Note.empty()) std::fprintf(stderr, "%s\n", camera.Note.c_str());
   std::fprintf(stderr, "written to %s\n", command.Output.c_str());
 }
 

@@ -73,6 +73,10 @@ void SetOn(CameraContext& context, const CameraControl& control, std::int32_t va
             STATUS_BUFFER_TOO_SMALL);
 }
 
+bool IsLightOrLed(const CameraControl& control) {
+  return control.Part == ControlPart::Light || control.Part == ControlPart::Led;
+}
+
 // On every sensor the register that a control reports is one that the control writes, and a control
 // that reports none writes none that could be told.
 TEST(ControlTable, AReportIsARegisterThatTheControlWrites) {
@@ -94,6 +98,30 @@ TEST(ControlTable, AReportIsARegisterThatTheControlWrites) {
                     unsigned{report->Address});
       EXPECT_NE(camera.AccessText().find(written), std::string::npos)
           << control.Name << " on sensor " << type << ": " << written;
+    }
+  }
+}
+
+// What a camera gets that is told the control's lowest and its highest value differs, or the control does
+// nothing. The white balance is told only, and light and LED show in a stream.
+TEST(ControlTable, AControlHasAnEffectWhereItsValuesReachTheCamera) {
+  constexpr std::int32_t kTypes[] = {1, 3, 5, 6, 7, 8, 9, 10, 11};
+  for (const std::int32_t type : kTypes) {
+    for (const CameraControl& control : AllControls()) {
+      if (control.Name == "WhiteBalance" || IsLightOrLed(control)) continue;
+      const auto traffic = [&](std::int32_t value) {
+        test::RegisterSpace camera;
+        camera.Context().SensorType = type;
+        camera.Context().FormatTag = kFourccYuy2;
+        camera.Context().ClockDivider = 1;
+        camera.Context().RawSizeMode = RawMode640x480;
+        SetOn(camera.Context(), control, value);
+        // The brightness register lags one change behind.
+        SetOn(camera.Context(), control, value);
+        return camera.AccessText();
+      };
+      EXPECT_EQ(HasEffect(control.Name, type), traffic(control.Minimum) != traffic(control.Maximum))
+          << control.Name << " on sensor " << type;
     }
   }
 }

@@ -134,6 +134,19 @@ TEST_F(StreamModes, RawFrameSizeFollowsEveryCellOfItsTable) {
   }
 }
 
+TEST(RawFrameBytes, AreThoseOfTheTableAndNoneWhereTheSizeIsKept) {
+  for (const SizeRow& row : kSizes) {
+    for (std::uint32_t mode = 1; mode <= 6; ++mode) {
+      const std::uint32_t bytes = row.Bytes[mode - 1];
+      EXPECT_EQ(RawFrameBytes(row.Sensor, mode), bytes == kBefore ? 0 : bytes)
+          << "sensor " << row.Sensor << " mode " << mode;
+    }
+    for (const std::uint32_t mode : {0U, 7U, 0xFFFFFFFFU}) {
+      EXPECT_EQ(RawFrameBytes(row.Sensor, mode), 0U);
+    }
+  }
+}
+
 TEST_F(StreamModes, ModeWithoutASizeKeepsTheRawFrameSize) {
   for (const std::uint32_t mode : {0U, 7U, 0xFFFFFFFFU}) {
     camera_.SensorType = 9;

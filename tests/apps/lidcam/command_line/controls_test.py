@@ -98,6 +98,20 @@ class ControlsTest(CommandLineTest):
         self.assert_one_line_error(result, 1, "WhiteBalance stays 0")
         self.assertEqual(self.lidcam("get", "Contrast", "Gamma"), "Contrast=12\nGamma=5\n")
 
+    def test_a_control_that_does_nothing_on_the_sensor_says_so(self):
+        camera = ("--camera", "sim:1b17:6110")
+        result = self.run_lidcam("set", "Mirror=1", *camera)
+        self.assertEqual((result.returncode, result.stdout), (0, b"Mirror=1\n"))
+        self.assert_one_line_error(result, 0, "Mirror does nothing", "VGA7648", "the value is kept")
+        self.assertEqual(self.run_lidcam("set", "-q", "Mirror=1", *camera).stderr, b"")
+        self.assertEqual(self.run_lidcam("set", "Mirror=1").stderr, b"")
+        effects = {row["name"]: row["hasEffect"]
+                   for row in json.loads(self.lidcam("controls", "--json", *camera))}
+        self.assertEqual([name for name, has_effect in effects.items() if not has_effect],
+                         ["Mirror", "Vertical", "Flicker"])
+        self.assertIn("nothing on this sensor; elsewhere 1: left and right exchanged",
+                      self.lidcam("controls", *camera))
+
     def test_brightness_reaches_the_register_at_once(self):
         self.lidcam("set", "Brightness=40")
         rows = json.loads(self.lidcam("controls", "--json"))

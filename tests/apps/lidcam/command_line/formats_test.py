@@ -48,6 +48,38 @@ class FormatsTest(CommandLineTest):
         self.assertEqual(self.lidcam("formats", "--camera", f"capture:{capture}"),
                          self.lidcam("formats"))
 
+    def test_what_cannot_be_streamed_is_told(self):
+        for camera, words in (("sim:1b17:6100", "frame size is not known"),
+                              ("sim:1b17:6111,sensor=VGA7648", "taken for the sensor OV7660")):
+            self.assertIn("this camera can't be streamed: it", self.lidcam(
+                "formats", "--camera", camera))
+            rows = json.loads(self.lidcam("formats", "--json", "--camera", camera))
+            self.assertEqual(len(rows[0]["notes"]), 1)
+            self.assertIn(words, rows[0]["notes"][0])
+
+    def test_lines_that_are_missing_or_cut_off_are_told(self):
+        for camera, words in (("sim:1b17:6110", "sends 476 of 480 lines"),
+                              ("sim:1af0:6011", "512 lines for a picture of 480")):
+            self.assertIn(words, self.lidcam("formats", "--camera", camera))
+            result = self.run_lidcam("stream", "--fast", "--frames", "1", "--camera", camera)
+            self.assertIn(words, result.stderr.decode())
+            result = self.run_lidcam("still", "--fast", "--camera", camera, "-o", self.path("a.png"))
+            self.assertIn(words, result.stderr.decode())
+            answer = json.loads(self.lidcam("stream", "--fast", "--frames", "1", "--json", "--camera",
+                                            camera))
+            self.assertIn(words, answer["note"])
+        self.assertNotIn("note", json.loads(self.lidcam("stream", "--fast", "--frames", "1", "--json")))
+
+    # What the note says is what the picture shows.
+    def test_the_strip_below_the_last_line_is_green(self):
+        file = self.path("frames.yuy2")
+        self.lidcam("stream", "--fast", "--frames", "1", "--camera", "sim:1b17:6110", "-o", file)
+        with open(file, "rb") as stream:
+            picture = stream.read()
+        line = 640 * 2
+        self.assertEqual(picture[476 * line + 2:], bytes(4 * line - 2))  # behind the closing bytes
+        self.assertNotIn(bytes(100), picture[:476 * line])
+
     def test_a_camera_that_there_is_not_is_named(self):
         self.assert_one_line_error(self.run_lidcam("formats", "--camera", "webcam"), 2, "webcam",
                                    "sim", "capture:FILE")
@@ -63,6 +95,17 @@ class ListTest(CommandLineTest):
         lines = [line for line in self.lidcam("list").split("\n") if "default" in line]
         self.assertEqual(len(lines), 1)
         self.assertIn("sim:1af0:0511", lines[0])
+
+    def test_the_list_says_which_sensors_cannot_be_streamed(self):
+        table = self.lidcam("list")
+        for camera in json.loads(self.lidcam("list", "--json")):
+            for sensor in camera["sensors"]:
+                obstacle = camera["cannotStream"].get(sensor)
+                result = self.run_lidcam("stream", "--fast", "-q", "--frames", "1", "--camera",
+                                         f"{camera['camera']},sensor={sensor}")
+                self.assertEqual(result.returncode, 1 if obstacle else 0, (camera, sensor))
+                if obstacle:
+                    self.assertIn(f"{sensor} (can't be streamed: {obstacle})", table)
 
 
 class HelpTest(CommandLineTest):
