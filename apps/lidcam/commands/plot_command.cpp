@@ -39,8 +39,8 @@ void RequireDrawingOutput(const std::string& path) {
 }
 
 void Run(const PlotCommand& command) {
-  RequireDrawingOutput(command.Output);
   LookAtFiles({{"log", command.Log}}, {{"-o", command.Output}});
+  RequireDrawingOutput(command.Output);
   const std::vector<FrameRow> rows = ReadFrameLog(command.Log);
   OutputFile file(command.Output);
   file.Write(DrawLoopPlot(rows, command.Title));
