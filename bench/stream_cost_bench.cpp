@@ -146,7 +146,7 @@ BENCHMARK_CAPTURE(MeasureStream, delivered, true)->Name("frame delivered")->Appl
 /// What stands in the pool, told by tag: at rest, and for a running stream of 640x480.
 void PrintMemory() {
   bus::SimulatedBus bus({});
-  world::RunInVirtualTime({.Seed = 1}, [&bus] {
+  world::RunInVirtualTime({.Seed = 1, .KeepsFreedPool = false}, [&bus] {
     world::WithHostedCamera(bus, {}, [](world::HostedCamera& camera) {
       if (!NT_SUCCESS(camera.Start())) return;
       const std::size_t atRest = host::PoolUsageOfAll().Bytes;

@@ -37,7 +37,7 @@ void RunInTimeOf(const CameraChoice& choice, const std::function<void()>& body) 
 }
 
 void RunInVirtualTime(const std::function<void()>& body) {
-  world::RunInVirtualTime({.Seed = kSeed}, body);
+  world::RunInVirtualTime({.Seed = kSeed, .KeepsFreedPool = false}, body);
 }
 
 OpenedCamera::OpenedCamera(world::InstalledCamera& installed, const client::Camera& camera,

@@ -11,7 +11,6 @@
 namespace lidcam::host {
 namespace {
 
-constexpr ULONG kIrpTag = 0x20707249;  // "Irp "
 constexpr CCHAR kMostLocations = 64;
 
 void Fill(PIRP irp, USHORT size, CCHAR stackSize) {

@@ -1,7 +1,9 @@
 #include "platform/host/nt/pool.h"
 
 #include <array>
+#include <cstdlib>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <unordered_map>
@@ -10,6 +12,7 @@
 #include "platform/host/nt/lock_order.h"
 #include "platform/host/nt/nt_declarations.h"
 #include "platform/host/nt/object_registry.h"
+#include "platform/host/nt/pool_arena.h"
 #include "platform/host/nt/pool_guard.h"
 #include "platform/host/nt/verifier.h"
 
@@ -20,7 +23,8 @@ struct Block {
   POOL_TYPE Type;
   std::size_t Size;
   std::uint32_t Tag;
-  const Scheduler* World;  ///< that allocated it; null if that is gone
+  const Scheduler* World;            ///< that allocated it; null if that is gone
+  std::shared_ptr<PoolArena> Arena;  ///< that it lies in; null: memory of malloc()
 };
 
 // Never destroyed: drivers may free memory while statics go away.
@@ -65,15 +69,47 @@ std::string TagText(std::uint32_t tag) {
   return text + "'";
 }
 
-std::string BlockText(const void* memory, const Block& block) {
-  return DescribeObject("memory", memory) + " (" + std::to_string(block.Size) + " bytes, tag " +
-         TagText(block.Tag) + ")";
+std::string BlockText(const void* memory, std::size_t size, std::uint32_t tag) {
+  return DescribeObject("memory", memory) + " (" + std::to_string(size) + " bytes, tag " +
+         TagText(tag) + ")";
 }
 
 void CheckOverrun(const char* call, const void* memory, const Block& block) {
   const std::string overrun = FindOverrun(memory, block.Size);
   if (!overrun.empty()) {
-    ReportViolation(call, BlockText(memory, block) + " was overrun: " + overrun);
+    ReportViolation(call, BlockText(memory, block.Size, block.Tag) + " was overrun: " + overrun);
+  }
+}
+
+// Requests and their URBs are taken and freed thousands of times in a run. Uses of a freed request are
+// seen by the calls that it goes through.
+bool IsTakenAmongOthers(std::size_t size, std::uint32_t tag) {
+  constexpr std::size_t kLargestUrb = 176;  // with its marks
+  return size <= (tag == kIrpTag ? PoolArena::kLargestAmongOthers : kLargestUrb);
+}
+
+// An arena that has given out all its addresses leaves the rest to malloc().
+void* TakeMemory(std::shared_ptr<PoolArena>& arena, std::size_t size, std::uint32_t tag) {
+  const std::size_t bytes = GuardedBytes(size);
+  if (bytes == 0) return nullptr;
+  void* start = nullptr;
+  if (arena != nullptr) {
+    start = IsTakenAmongOthers(bytes, tag) ? arena->TakeAmongOthers(bytes, tag)
+                                           : arena->TakeAlone(bytes, tag);
+  }
+  if (start == nullptr) {
+    arena.reset();
+    start = std::malloc(bytes);
+  }
+  return start != nullptr ? LayGuards(start, size) : nullptr;
+}
+
+void GiveBack(void* memory, const std::shared_ptr<PoolArena>& arena) {
+  void* const start = StartOfGuarded(memory);
+  if (arena != nullptr) {
+    arena->Free(start);
+  } else {
+    std::free(start);
   }
 }
 
@@ -137,8 +173,11 @@ void* AllocatePoolBlock(POOL_TYPE type, std::size_t size, std::uint32_t tag) {
   Pool& pool = ThePool();
   const std::lock_guard guard(pool.Lock);
   if (pool.FailCountdown != 0 && --pool.FailCountdown == 0) return nullptr;
-  void* const memory = AllocateGuarded(size);
-  if (memory != nullptr) pool.Blocks.emplace(memory, Block{type, size, tag, &world});
+  std::shared_ptr<PoolArena> arena = world.Arena();
+  void* const memory = TakeMemory(arena, size, tag);
+  if (memory != nullptr) {
+    pool.Blocks.emplace(memory, Block{type, size, tag, &world, std::move(arena)});
+  }
   return memory;
 }
 
@@ -153,7 +192,16 @@ void FreePoolBlock(const char* call, void* memory) {
   if (!RemoveBlock(memory)) {
     ReportViolation(call, DescribeObject("memory", memory) + " is not a block of the pool");
   }
-  FreeGuarded(memory);
+  GiveBack(memory, block->Arena);
+}
+
+std::string DescribeFreedUse(const FreedUse& use) {
+  const void* const memory = MemoryBehindGuard(use.Block);
+  const auto guard =
+      static_cast<const std::byte*>(memory) - static_cast<const std::byte*>(use.Block);
+  const auto offset = static_cast<std::ptrdiff_t>(use.Offset) - guard;
+  return BlockText(memory, use.Size - GuardedBytes(0), use.Tag) + " was used at byte " +
+         std::to_string(offset) + " after it had been freed";
 }
 
 }  // namespace lidcam::host

@@ -4,9 +4,13 @@
 #include <cstdint>
 #include <string>
 
+#include "platform/host/nt/pool_arena.h"
 #include "platform/host/nt/scheduler.h"
 
 namespace lidcam::host {
+
+/// Of request packets: "Irp ".
+inline constexpr std::uint32_t kIrpTag = 0x20707249;
 
 /// What stands in the host's pool, of both types unless a member says otherwise.
 struct PoolUsage {
@@ -35,6 +39,9 @@ void ForgetPoolOfWorld(const Scheduler& world);
 
 /// Frees a block, which must not be overrun, or hold objects in use; `call` is who reports it.
 void FreePoolBlock(const char* call, void* memory);
+
+/// "memory 0x7f... (24 bytes, tag 'Test') was used at byte 8 after it had been freed"
+[[nodiscard]] std::string DescribeFreedUse(const FreedUse& use);
 
 /// Lets the `countdown`-th allocation from now on fail, once: 1 is the very next. 0 turns it off.
 /// All threads count together.

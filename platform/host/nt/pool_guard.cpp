@@ -1,7 +1,6 @@
 #include "platform/host/nt/pool_guard.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
 
 #if defined(__has_feature)
@@ -49,17 +48,27 @@ std::size_t FirstChanged(const unsigned char* guard) {
 
 }  // namespace
 
-void* AllocateGuarded(std::size_t size) {
-  if (size > SIZE_MAX - 2 * kGuard) return nullptr;
-  auto* const start = static_cast<unsigned char*>(std::malloc(size + 2 * kGuard));
-  if (start == nullptr) return nullptr;
-  unsigned char* const memory = start + kGuard;
-  std::memset(start, kGuardByte, kGuard);
+std::size_t GuardedBytes(std::size_t size) {
+  return size <= SIZE_MAX - 2 * kGuard ? size + 2 * kGuard : 0;
+}
+
+void* LayGuards(void* start, std::size_t size) {
+  auto* const before = static_cast<unsigned char*>(start);
+  unsigned char* const memory = before + kGuard;
+  std::memset(before, kGuardByte, kGuard);
   std::memset(memory, kFreshByte, size);
   std::memset(memory + size, kGuardByte, kGuard);
-  Poison(start);
+  Poison(before);
   Poison(memory + size);
   return memory;
+}
+
+void* StartOfGuarded(void* memory) {
+  return static_cast<unsigned char*>(memory) - kGuard;
+}
+
+const void* MemoryBehindGuard(const void* start) {
+  return static_cast<const unsigned char*>(start) + kGuard;
 }
 
 std::string FindOverrun(const void* memory, std::size_t size) {
@@ -69,10 +78,6 @@ std::string FindOverrun(const void* memory, std::size_t size) {
   const std::size_t before = FirstChanged(bytes - kGuard);
   if (before != kGuard) return "byte " + std::to_string(kGuard - before) + " ahead of its start";
   return {};
-}
-
-void FreeGuarded(void* memory) {
-  std::free(static_cast<unsigned char*>(memory) - kGuard);
 }
 
 }  // namespace lidcam::host

@@ -4,6 +4,7 @@
 
 #include "platform/host/nt/dispatcher.h"
 #include "platform/host/nt/lock_order.h"
+#include "platform/host/nt/pool.h"
 #include "platform/host/nt/thread.h"
 #include "platform/host/nt/verifier.h"
 
@@ -16,6 +17,11 @@ void CheckLevel(const CallRule& rule, const Thread& self) {
   ReportViolation(rule.Name, "called at level " + std::to_string(self.Level) + ", allowed are " +
                                  std::to_string(rule.Lowest) + " to " +
                                  std::to_string(rule.Highest));
+}
+
+void CheckFreedUse(const CallRule& rule, Thread& self) {
+  if (self.UsedFreed.Block == nullptr || self.World.IsStopping()) return;
+  ReportViolation(rule.Name, "ahead of it " + DescribeFreedUse(self.UsedFreed));
 }
 
 const char* Verb(CallEffect effect) {
@@ -59,6 +65,7 @@ Thread& EnterKernelCall(const CallRule& rule, const void* object) {
                             .Level = self.Level,
                             .Call = rule.Name,
                             .Object = object});
+  CheckFreedUse(rule, self);
   CheckLevel(rule, self);
   CheckAllocationFree(rule, self, rule.Effect);
   self.World.SwitchPoint(self, rule.Name, SwitchKind::Call);
@@ -68,6 +75,7 @@ Thread& EnterKernelCall(const CallRule& rule, const void* object) {
 void SpinOnce() {
   Thread& self = CurrentThread();
   self.LastCall = calls::kYieldProcessor.Name;
+  CheckFreedUse(calls::kYieldProcessor, self);
   self.World.SwitchPoint(self, calls::kYieldProcessor.Name, SwitchKind::Spin);
 }
 

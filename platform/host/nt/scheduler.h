@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -14,6 +15,7 @@
 
 namespace lidcam::host {
 
+class PoolArena;
 struct Thread;
 
 enum class SwitchKind {
@@ -75,11 +77,14 @@ class Scheduler {
   [[nodiscard]] ServicePool& DeferredCalls() { return deferredCalls_; }
   [[nodiscard]] ServicePool& WorkItems() { return workItems_; }
   [[nodiscard]] PKSPIN_LOCK CancelLock() { return &cancelLock_; }
+  /// Where the world's pool memory lies; null: with all other memory.
+  [[nodiscard]] const std::shared_ptr<PoolArena>& Arena() const { return arena_; }
   [[nodiscard]] CallHistory& History() { return history_; }
   [[nodiscard]] const CallHistory& History() const { return history_; }
 
  protected:
   std::uint32_t nextThread_ = 0;
+  std::shared_ptr<PoolArena> arena_;
 
  private:
   std::mutex lock_;

@@ -49,6 +49,7 @@ SimulatedScheduler::SimulatedScheduler(const SimulationOptions& options)
       previous_(SetCurrentThread(&main_)),
       running_(&main_),
       threads_{&main_} {
+  if (options.KeepsFreedPool) arena_ = PoolArena::Make();
   CountSimulations(1);
 }
 
@@ -66,6 +67,7 @@ SimulatedScheduler::~SimulatedScheduler() {
   ForgetIrpsOfWorld(*this);
   ForgetFilesOfWorld(*this);
   ForgetPoolOfWorld(*this);
+  if (arena_.use_count() > 1) arena_->Retire();
   SetCurrentThread(previous_);
   CountSimulations(-1);
 }
@@ -225,6 +227,9 @@ void SimulatedScheduler::CheckNothingLeft() const {
                                                  " lock(s)");
   }
   for (const Thread* const thread : threads_) {
+    if (thread->UsedFreed.Block != nullptr) {
+      ReportViolation("end of the simulation", DescribeFreedUse(thread->UsedFreed));
+    }
     if (thread == &main_ || thread->IsService) continue;
     ReportViolation("end of the simulation", "thread " + std::to_string(thread->Number) +
                                                  " still runs, last seen in " + thread->LastCall);

@@ -19,6 +19,10 @@ struct SimulationOptions {
   /// Switch points in a row at one virtual time after which the simulation counts as livelocked.
   std::uint64_t LongestStandstill = 1'000'000;
 
+  /// Pool memory that was freed is never given out again, and its use is a violation. For worlds that
+  /// live a short time: each allocation takes pages of its own.
+  bool KeepsFreedPool = true;
+
   /// Told the number of each switch point, from 1, on the thread that comes to it: to let something
   /// outside of the kernel happen there. It may stand under any lock and at any level, and mustn't
   /// call the kernel.

@@ -9,6 +9,7 @@
 #include "platform/host/nt/handles.h"
 #include "platform/host/nt/kernel_faults.h"
 #include "platform/host/nt/object_registry.h"
+#include "platform/host/nt/pool.h"
 #include "platform/host/nt/real_time_scheduler.h"
 #include "platform/host/nt/verifier.h"
 
@@ -56,6 +57,7 @@ class ThreadHandle : public HandleObject {
 };
 
 void CheckThreadEnd(const char* call, const Thread& self) {
+  if (self.UsedFreed.Block != nullptr) ReportViolation(call, DescribeFreedUse(self.UsedFreed));
   if (self.Level != PASSIVE_LEVEL) {
     ReportViolation(call, "the thread ends at level " + std::to_string(self.Level));
   }
@@ -90,6 +92,10 @@ Thread::~Thread() {
 Thread& CurrentThread() {
   if (t_current == nullptr) AdoptMachineThread();
   return *t_current;
+}
+
+Thread* FindCurrentThread() {
+  return t_current;
 }
 
 Thread* SetCurrentThread(Thread* thread) {

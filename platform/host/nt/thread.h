@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "platform/host/nt/nt_declarations.h"
+#include "platform/host/nt/pool_arena.h"
 #include "platform/host/nt/scheduler.h"
 
 namespace lidcam::host {
@@ -51,6 +52,9 @@ struct Thread {
   const char* LastCall = "";
   const void* LastObject = nullptr;
 
+  // Its first use of freed pool memory that nobody has reported yet.
+  FreedUse UsedFreed;
+
   // The scheduler's.
   std::condition_variable Resumed;
   std::binary_semaphore Baton{0};
@@ -61,6 +65,10 @@ struct Thread {
 
 /// The calling thread.
 [[nodiscard]] Thread& CurrentThread();
+
+/// The calling thread; null if it has never called the kernel.
+/// @par Callable in signal handlers
+[[nodiscard]] Thread* FindCurrentThread();
 
 /// Makes `thread` the calling machine thread's kernel thread; null forgets it.
 ///
