@@ -108,8 +108,9 @@ RunResult RunScenario(const Scenario& scenario, const RunKey& key, bool keepsTra
   std::uint64_t schedule = 0;
   {
     host::SimulatedScheduler world(
-        {.Seed = key.Seed,
-         .AtSwitchPoint = [&stage](std::uint64_t number) { stage.AtSwitchPoint(number); }});
+        {.Seed = key.Seed, .AtSwitchPoint = [&stage](const host::SwitchPlace& place) {
+           return stage.AtSwitchPoint(place);
+         }});
     try {
       Player(scenario, stage, result).Play();
       world.Finish();

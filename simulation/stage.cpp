@@ -254,10 +254,11 @@ void Stage::Remove() {
           "a removed camera has left " + std::to_string(usage.Known) + " request(s)");
 }
 
-void Stage::AtSwitchPoint(std::uint64_t number) {
-  if (number != unplugAt_ || camera_ == nullptr) return;
+LONGLONG Stage::AtSwitchPoint(const host::SwitchPlace& place) {
+  if (place.Number != unplugAt_ || camera_ == nullptr) return 0;
   camera_->Unplug();
   reachedFault_ = true;
+  return 0;
 }
 
 void Stage::FailAllocation(std::uint64_t number) {

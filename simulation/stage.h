@@ -93,7 +93,7 @@ class Stage {
 
   /// Pulls the plug at the `number`-th switch point of the run.
   void UnplugAt(std::uint64_t number) { unplugAt_ = number; }
-  void AtSwitchPoint(std::uint64_t number);
+  LONGLONG AtSwitchPoint(const host::SwitchPlace& place);
 
   /// The `number`-th allocation from now on fails; the `number`-th call of a kernel function.
   void FailAllocation(std::uint64_t number);

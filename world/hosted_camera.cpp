@@ -310,11 +310,12 @@ void HostedCamera::Deliver(CameraContext& camera, std::uint8_t* raw, std::uint32
                written);
   const std::int64_t expected = std::uint32_t{camera.RawFrameSize};
   const bool isGood = std::abs(std::int64_t{rawBytes} - expected) <= kSizeTolerance;
+  const std::uint32_t starts = camera.FrameStartCount;
   std::uint64_t microframe = 0;
   {
     const std::lock_guard lock(countsMutex_);
     ++(isGood ? counts_.Good : counts_.Bad);
-    frameStarts_ = camera.FrameStartCount;
+    frameStarts_ = starts;
     microframe = SinceAcquired().Microframes;
   }
   if (!options_.Frames) return;

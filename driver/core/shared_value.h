@@ -3,6 +3,8 @@
 #include <atomic>
 #include <type_traits>
 
+#include "platform/shared_access.h"
+
 namespace lidcam {
 
 /// A field that threads share without a lock.
@@ -23,9 +25,13 @@ class Shared {
   Shared(const Shared&) = delete;
   ~Shared() = default;
 
-  explicit(false) operator T() const { return value_.load(std::memory_order_relaxed); }
+  explicit(false) operator T() const {
+    BeforeSharedLoad(this);
+    return value_.load(std::memory_order_relaxed);
+  }
 
   Shared& operator=(T value) {
+    BeforeSharedStore(this);
     value_.store(value, std::memory_order_relaxed);
     return *this;
   }

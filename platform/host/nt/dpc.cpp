@@ -39,6 +39,7 @@ void KeInitializeDpc(PRKDPC dpc, PKDEFERRED_ROUTINE routine, PVOID context) {
 BOOLEAN KeInsertQueueDpc(PRKDPC dpc, PVOID argument1, PVOID argument2) {
   const CallRule& rule = calls::kKeInsertQueueDpc;
   Thread& self = EnterKernelCall(rule, dpc);
+  const PreemptionBehind behind(rule.Name, dpc);
   ExpectObject(rule.Name, ObjectKind::Dpc, dpc);
   const std::lock_guard guard(self.World.Lock());
   return QueueDeferredCall(self.World, dpc, argument1, argument2) ? TRUE : FALSE;

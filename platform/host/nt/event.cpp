@@ -26,6 +26,7 @@ void KeInitializeEvent(PRKEVENT event, EVENT_TYPE type, BOOLEAN state) {
 
 LONG KeSetEvent(PRKEVENT event, KPRIORITY, BOOLEAN) {
   Thread& self = EnterKernelCall(calls::kKeSetEvent, event);
+  const PreemptionBehind behind(calls::kKeSetEvent.Name, event);
   ExpectObject(calls::kKeSetEvent.Name, ObjectKind::Event, event);
   const std::lock_guard guard(self.World.Lock());
   const LONG before = event->Header.SignalState;

@@ -38,6 +38,7 @@ using namespace lidcam::host;
 NTSTATUS IofCallDriver(PDEVICE_OBJECT device, PIRP irp) {
   const CallRule& rule = calls::kIofCallDriver;
   const Thread& self = EnterKernelCall(rule, irp);
+  const PreemptionBehind behind(rule.Name, irp);
   const auto passage = BeginPassage(rule.Name, irp, device);
   const UCHAR major = IoGetCurrentIrpStackLocation(irp)->MajorFunction;
   const KIRQL level = self.Level;
@@ -50,6 +51,7 @@ NTSTATUS IofCallDriver(PDEVICE_OBJECT device, PIRP irp) {
 void IofCompleteRequest(PIRP irp, CCHAR) {
   const CallRule& rule = calls::kIofCompleteRequest;
   EnterKernelCall(rule, irp);
+  const PreemptionBehind behind(rule.Name, irp);
   const IrpLife life = BeginCompletion(rule.Name, irp);
   while (true) {
     const CompletionStep step = CompleteLocation(rule.Name, irp, life);

@@ -52,6 +52,7 @@ void IoAcquireCancelSpinLock(PKIRQL before) {
 void IoReleaseCancelSpinLock(KIRQL before) {
   const CallRule& rule = calls::kIoReleaseCancelSpinLock;
   Thread& self = EnterKernelCall(rule, nullptr);
+  const PreemptionBehind behind(rule.Name, nullptr);
   ReleaseKernelLock(rule, self, self.World.CancelLock());
   if (before > self.Level) {
     ReportViolation(rule.Name, "level " + std::to_string(before) + " is above the present one");

@@ -22,6 +22,7 @@ void KeInitializeMutex(PRKMUTEX mutex, ULONG) {
 LONG KeReleaseMutex(PRKMUTEX mutex, BOOLEAN) {
   const CallRule& rule = calls::kKeReleaseMutex;
   Thread& self = EnterKernelCall(rule, mutex);
+  const PreemptionBehind behind(rule.Name, mutex);
   ExpectObject(rule.Name, ObjectKind::Mutex, mutex);
   std::unique_lock guard(self.World.Lock());
   if (mutex->OwnerThread != &self.Object) {

@@ -10,6 +10,7 @@
 #include "platform/host/nt/call_history.h"
 #include "platform/host/nt/call_rules.h"
 #include "platform/host/nt/nt_declarations.h"
+#include "platform/host/nt/preemption_points.h"
 #include "platform/host/nt/service_pool.h"
 #include "platform/host/nt/timer_queue.h"
 
@@ -17,6 +18,12 @@ namespace lidcam::host {
 
 class PoolArena;
 struct Thread;
+
+/// What a thread is about at a switch point.
+struct PointSubject {
+  const char* Name = "";         ///< the kernel call; "load" or "store" of a shared field
+  const void* Object = nullptr;  ///< the call's object, or the field; may be null, and be gone
+};
 
 enum class SwitchKind {
   Call,  ///< a kernel call: the thread gets on
@@ -41,6 +48,9 @@ class Scheduler {
 
   /// Lets other threads run, if the scheduler likes. Without the lock.
   virtual void SwitchPoint(Thread& self, const char* call, SwitchKind kind) = 0;
+
+  /// As SwitchPoint(), between two calls of the thread. Never throws.
+  virtual void PreemptionPoint(Thread&, const PointSubject&, PreemptionKind) noexcept {}
 
   /// Blocks the caller until Wake(). The lock is held before and after, and not between. A world
   /// that stops lets go of a thread that unwinds without a Wake().

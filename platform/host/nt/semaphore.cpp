@@ -25,6 +25,7 @@ void KeInitializeSemaphore(PRKSEMAPHORE semaphore, LONG count, LONG limit) {
 LONG KeReleaseSemaphore(PRKSEMAPHORE semaphore, KPRIORITY, LONG adjustment, BOOLEAN) {
   const CallRule& rule = calls::kKeReleaseSemaphore;
   Thread& self = EnterKernelCall(rule, semaphore);
+  const PreemptionBehind behind(rule.Name, semaphore);
   ExpectObject(rule.Name, ObjectKind::Semaphore, semaphore);
   std::unique_lock guard(self.World.Lock());
   const LONG before = semaphore->Header.SignalState;

@@ -50,6 +50,7 @@ SimulatedScheduler::SimulatedScheduler(const SimulationOptions& options)
       running_(&main_),
       threads_{&main_} {
   if (options.KeepsFreedPool) arena_ = PoolArena::Make();
+  if (options.HasPreemptionPoints) ++g_preemptiveSimulations;
   CountSimulations(1);
 }
 
@@ -70,6 +71,7 @@ SimulatedScheduler::~SimulatedScheduler() {
   if (arena_.use_count() > 1) arena_->Retire();
   SetCurrentThread(previous_);
   CountSimulations(-1);
+  if (options_.HasPreemptionPoints) --g_preemptiveSimulations;
 }
 
 LONGLONG SimulatedScheduler::SystemTimeAtStart() const {
@@ -98,17 +100,30 @@ void SimulatedScheduler::Trace(const Thread& self, const char* call) {
   ++outcome_.ScheduleLength;
 }
 
-// Whatever a thread does but spin may be what the spinning ones wait for.
+// It may be what the spinning ones wait for.
+void SimulatedScheduler::NoteProgress() {
+  for (Thread* const thread : threads_) thread->Spins = 0;
+}
+
 void SimulatedScheduler::NoteSpin(Thread& self, SwitchKind kind) {
   if (kind == SwitchKind::Spin) {
     ++self.Spins;
   } else {
-    for (Thread* const thread : threads_) thread->Spins = 0;
+    NoteProgress();
   }
 }
 
-bool SimulatedScheduler::KeepsBaton(SwitchKind kind) {
-  return kind == SwitchKind::Call && switchOneIn_ != 1 && Random() % switchOneIn_ != 0;
+bool SimulatedScheduler::KeepsBaton() {
+  return switchOneIn_ != 1 && Random() % switchOneIn_ != 0;
+}
+
+// Whether the thread is stalled there.
+bool SimulatedScheduler::BeginPoint(Thread& self, const PointSubject& subject) {
+  if (!options_.AtSwitchPoint) return false;
+  const LONGLONG time = options_.AtSwitchPoint({outcome_.ScheduleLength + 1, self, subject});
+  if (time <= 0) return false;
+  self.StalledUntil = now_ + time;
+  return true;
 }
 
 void SimulatedScheduler::SwitchPoint(Thread& self, const char* call, SwitchKind kind) {
@@ -116,7 +131,7 @@ void SimulatedScheduler::SwitchPoint(Thread& self, const char* call, SwitchKind 
     if (IsUnwinding()) return;
     throw KernelStopped{};
   }
-  if (options_.AtSwitchPoint) options_.AtSwitchPoint(outcome_.ScheduleLength + 1);
+  const bool isStalled = BeginPoint(self, {call, self.LastObject});
   Guard guard(Lock());
   Trace(self, call);
   NoteSpin(self, kind);
@@ -126,8 +141,23 @@ void SimulatedScheduler::SwitchPoint(Thread& self, const char* call, SwitchKind 
         "livelock: " + std::to_string(options_.LongestStandstill) + " switch points at one time",
         guard);
   }
-  if (KeepsBaton(kind)) return;
+  if (!isStalled && kind == SwitchKind::Call && KeepsBaton()) return;
   PassBatonAndGoOn(self, ChooseNext(guard), guard);
+}
+
+// The caller can run or is stalled: there is always somebody to go on, and nothing to report. What
+// stands still is reported at the next call.
+void SimulatedScheduler::PreemptionPoint(Thread& self, const PointSubject& subject,
+                                         PreemptionKind kind) noexcept {
+  if (isStopping_ || !options_.HasPreemptionPoints) return;
+  const bool isStalled = BeginPoint(self, subject);
+  Guard guard(Lock());
+  Trace(self, subject.Name);
+  if (kind != PreemptionKind::Load) NoteProgress();
+  ++standstill_;
+  if (!isStalled && KeepsBaton()) return;
+  PassBaton(self, ChooseNext(guard), guard);
+  if (isStopping_) self.State = Thread::RunState::Ready;
 }
 
 void SimulatedScheduler::Block(Thread& self, Guard& guard) {
@@ -160,9 +190,21 @@ void SimulatedScheduler::PassBatonAndGoOn(Thread& self, Thread& next, Guard& gua
   if (!IsUnwinding()) throw KernelStopped{};
 }
 
+// Of the first one that ends; none if no thread is stalled.
+std::optional<LONGLONG> SimulatedScheduler::EndOfStalls() const {
+  std::optional<LONGLONG> end;
+  for (const Thread* const thread : threads_) {
+    if (thread->StalledUntil <= now_) continue;
+    end = std::min(end.value_or(thread->StalledUntil), thread->StalledUntil);
+  }
+  return end;
+}
+
 // Virtual time goes straight to what is due next.
 bool SimulatedScheduler::MoveTime() {
-  const auto due = Timers().Earliest();
+  std::optional<LONGLONG> due = Timers().Earliest();
+  const std::optional<LONGLONG> stallEnds = EndOfStalls();
+  if (stallEnds) due = std::min(due.value_or(*stallEnds), *stallEnds);
   if (!due) return false;
   if (*due > now_) {
     now_ = *due;
@@ -178,14 +220,14 @@ Thread& SimulatedScheduler::ChooseNext(Guard& guard) {
   if (isStopping_) return *threads_.back();
   while (true) {
     std::vector<Thread*> ready;
-    std::ranges::copy_if(threads_, std::back_inserter(ready), [](const Thread* thread) {
-      return thread->State == Thread::RunState::Ready;
+    std::ranges::copy_if(threads_, std::back_inserter(ready), [this](const Thread* thread) {
+      return thread->State == Thread::RunState::Ready && thread->StalledUntil <= now_;
     });
     std::vector<Thread*> eager;
     std::ranges::copy_if(ready, std::back_inserter(eager),
                          [](const Thread* thread) { return thread->Spins < kSpinsOfAWaiter; });
     if (!eager.empty()) return PickOf(eager);
-    if (ready.empty() && isFinishing_) return main_;
+    if (ready.empty() && isFinishing_ && !EndOfStalls()) return main_;
     if (MoveTime()) continue;
     // Threads that only spin may come to an end of it; the standstill's limit tells if not.
     if (!ready.empty()) return PickOf(ready);

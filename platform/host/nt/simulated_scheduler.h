@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -12,6 +13,13 @@
 #include "platform/host/nt/thread.h"
 
 namespace lidcam::host {
+
+/// A switch point that a thread has come to.
+struct SwitchPlace {
+  std::uint64_t Number = 0;  ///< of the switch point in this world, from 1
+  const Thread& Self;        ///< the thread
+  PointSubject Subject;
+};
 
 struct SimulationOptions {
   std::uint64_t Seed = 1;
@@ -23,10 +31,16 @@ struct SimulationOptions {
   /// live a short time: each allocation takes pages of its own.
   bool KeepsFreedPool = true;
 
-  /// Told the number of each switch point, from 1, on the thread that comes to it: to let something
-  /// outside of the kernel happen there. It may stand under any lock and at any level, and mustn't
+  /// There are switch points between the kernel calls, too: ahead of each access to a shared field,
+  /// and behind each call that wakes a thread, lets go of a lock or hands something over.
+  bool HasPreemptionPoints = false;
+
+  /// Told of each switch point, on the thread that comes to it: to let something outside of the kernel
+  /// happen there, or to stall the thread. It may stand under any lock and at any level, and mustn't
   /// call the kernel.
-  std::function<void(std::uint64_t number)> AtSwitchPoint{};
+  ///
+  /// @return for how long the thread stands still there while time goes on, 100 ns; 0: not at all
+  std::function<LONGLONG(const SwitchPlace& place)> AtSwitchPoint{};
 };
 
 /// What tells one run from another.
@@ -40,7 +54,7 @@ struct SimulationOutcome {
 
 /// A world that is a function of its seed. One thread runs at a time; at every kernel call, every
 /// interlocked operation and every turn of a spin loop the seed decides who goes on, and time moves
-/// only when everybody waits, straight to what is due next.
+/// only when everybody waits or is stalled, straight to what is due next.
 ///
 /// The machine thread that makes it belongs to it, as thread 0, for as long as it lives; all objects
 /// of the simulation must be initialised within. Each thread is a machine thread, and they pass on
@@ -61,6 +75,8 @@ class SimulatedScheduler final : public Scheduler {
   [[nodiscard]] LONGLONG Now() const override { return now_; }
   [[nodiscard]] LONGLONG SystemTimeAtStart() const override;
   void SwitchPoint(Thread& self, const char* call, SwitchKind kind) override;
+  void PreemptionPoint(Thread& self, const PointSubject& subject,
+                       PreemptionKind kind) noexcept override;
   void Block(Thread& self, std::unique_lock<std::mutex>& guard) override;
   void Wake(Thread& thread) override;
   [[nodiscard]] std::uint64_t TieNumber() override { return Random(); }
@@ -76,12 +92,15 @@ class SimulatedScheduler final : public Scheduler {
   std::uint64_t Random();
   Thread& PickOf(const std::vector<Thread*>& threads);
   Thread& ChooseNext(Guard& guard);
+  [[nodiscard]] std::optional<LONGLONG> EndOfStalls() const;
   bool MoveTime();
   void PassBaton(Thread& self, Thread& next, Guard& guard);
   void PassBatonAndGoOn(Thread& self, Thread& next, Guard& guard);
   void Trace(const Thread& self, const char* call);
+  bool BeginPoint(Thread& self, const PointSubject& subject);
   void NoteSpin(Thread& self, SwitchKind kind);
-  bool KeepsBaton(SwitchKind kind);
+  void NoteProgress();
+  bool KeepsBaton();
   void RunOthersToRest();
   void CheckNothingLeft() const;
   [[noreturn]] void ReportUnderLock(const char* call, const std::string& what, Guard& guard);

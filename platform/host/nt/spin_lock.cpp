@@ -110,6 +110,7 @@ void KeAcquireSpinLock(PKSPIN_LOCK lock, PKIRQL before) {
 void KeReleaseSpinLock(PKSPIN_LOCK lock, KIRQL before) {
   const CallRule& rule = calls::kKeReleaseSpinLock;
   Thread& self = EnterKernelCall(rule, lock);
+  const PreemptionBehind behind(rule.Name, lock);
   Release(rule, self, lock);
   if (before > self.Level) {
     ReportViolation(rule.Name, "level " + std::to_string(before) + " is above the present one");
@@ -124,11 +125,13 @@ void KeAcquireSpinLockAtDpcLevel(PKSPIN_LOCK lock) {
 
 void KeReleaseSpinLockFromDpcLevel(PKSPIN_LOCK lock) {
   const CallRule& rule = calls::kKeReleaseSpinLockFromDpcLevel;
+  const PreemptionBehind behind(rule.Name, lock);
   Release(rule, EnterKernelCall(rule, lock), lock);
 }
 
 PLIST_ENTRY ExInterlockedInsertTailList(PLIST_ENTRY head, PLIST_ENTRY entry, PKSPIN_LOCK lock) {
   const CallRule& rule = calls::kExInterlockedInsertTailList;
+  const PreemptionBehind behind(rule.Name, head);
   ListGuard guard(rule, EnterKernelCall(rule, head), lock);
   CheckLinks(rule, *head);
   LIST_ENTRY* const last = IsListEmpty(head) ? nullptr : head->Blink;
@@ -139,6 +142,7 @@ PLIST_ENTRY ExInterlockedInsertTailList(PLIST_ENTRY head, PLIST_ENTRY entry, PKS
 
 PLIST_ENTRY ExInterlockedRemoveHeadList(PLIST_ENTRY head, PKSPIN_LOCK lock) {
   const CallRule& rule = calls::kExInterlockedRemoveHeadList;
+  const PreemptionBehind behind(rule.Name, head);
   ListGuard guard(rule, EnterKernelCall(rule, head), lock);
   CheckLinks(rule, *head);
   LIST_ENTRY* const first = IsListEmpty(head) ? nullptr : RemoveHeadList(head);

@@ -146,6 +146,7 @@ NTSTATUS PsCreateSystemThread(PHANDLE handle, ULONG, POBJECT_ATTRIBUTES, HANDLE,
                               PKSTART_ROUTINE routine, PVOID context) {
   const CallRule& rule = calls::kPsCreateSystemThread;
   Scheduler& world = EnterKernelCall(rule, nullptr).World;
+  const PreemptionBehind behind(rule.Name, nullptr);
   if (const auto fault = KernelCallFault(rule.Name)) return *fault;
   const std::lock_guard guard(world.Lock());
   Thread& thread =

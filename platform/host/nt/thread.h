@@ -61,6 +61,7 @@ struct Thread {
   RunState State = RunState::Ready;
   bool IsWoken = false;
   unsigned Spins = 0;
+  LONGLONG StalledUntil = 0;  ///< interrupt time; it doesn't run before
 };
 
 /// The calling thread.

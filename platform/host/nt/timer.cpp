@@ -25,6 +25,7 @@ BOOLEAN KeSetTimer(PKTIMER timer, LARGE_INTEGER dueTime, PKDPC dpc) {
 BOOLEAN KeSetTimerEx(PKTIMER timer, LARGE_INTEGER dueTime, LONG period, PKDPC dpc) {
   const CallRule& rule = calls::kKeSetTimerEx;
   Thread& self = EnterKernelCall(rule, timer);
+  const PreemptionBehind behind(rule.Name, timer);
   ExpectObject(rule.Name, ObjectKind::Timer, timer);
   if (dpc != nullptr) ExpectObject(rule.Name, ObjectKind::Dpc, dpc);
   const std::lock_guard guard(self.World.Lock());
@@ -38,6 +39,7 @@ BOOLEAN KeSetTimerEx(PKTIMER timer, LARGE_INTEGER dueTime, LONG period, PKDPC dp
 BOOLEAN KeCancelTimer(PKTIMER timer) {
   const CallRule& rule = calls::kKeCancelTimer;
   Thread& self = EnterKernelCall(rule, timer);
+  const PreemptionBehind behind(rule.Name, timer);
   ExpectObject(rule.Name, ObjectKind::Timer, timer);
   const std::lock_guard guard(self.World.Lock());
   const bool wasSet = self.World.Timers().RemoveTimer(timer);

@@ -62,6 +62,7 @@ void IoQueueWorkItem(PIO_WORKITEM item, PIO_WORKITEM_ROUTINE routine, WORK_QUEUE
                      PVOID context) {
   const CallRule& rule = calls::kIoQueueWorkItem;
   Thread& self = EnterKernelCall(rule, item);
+  const PreemptionBehind behind(rule.Name, item);
   ExpectObject(rule.Name, ObjectKind::WorkItem, item);
   WORK_QUEUE_ITEM& work = item->Item;
   {
@@ -87,6 +88,7 @@ void IoFreeWorkItem(PIO_WORKITEM item) {
 void ExQueueWorkItem(PWORK_QUEUE_ITEM item, WORK_QUEUE_TYPE) {
   const CallRule& rule = calls::kExQueueWorkItem;
   Thread& self = EnterKernelCall(rule, item);
+  const PreemptionBehind behind(rule.Name, item);
   // Drivers keep these in memory of their own, known to us only while they are queued.
   if (item->List.Flink == nullptr) {
     RegisterObject(rule.Name, ObjectKind::QueueItem, item, sizeof(*item));

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+namespace lidcam::host {
+
+// Switch points beside those at the beginning of each kernel call: places between two calls at which a
+// processor may stop as well. Only a simulation that asks for them has any
+// (SimulationOptions::HasPreemptionPoints).
+
+enum class PreemptionKind : std::uint8_t {
+  Load,     ///< ahead of a load of a shared field
+  Store,    ///< ahead of a store to one
+  Release,  ///< behind a kernel call that wakes a thread, lets go of a lock or hands something over
+};
+
+/// How many simulations with preemption points there are.
+extern constinit std::atomic<int> g_preemptiveSimulations;
+
+/// Lets other threads of the caller's world run.
+///
+/// @param name    the call; "load" or "store" of a shared field
+/// @param object  the call's object, or the field; not looked at
+/// @par Callable in destructors: never throws. A thread that is to stop does so at its next call.
+void PreemptAt(const char* name, const void* object, PreemptionKind kind) noexcept;
+
+inline void PreemptAheadOfLoad(const void* field) {
+  if (g_preemptiveSimulations.load(std::memory_order_relaxed) == 0) [[likely]]
+    return;
+  PreemptAt("load", field, PreemptionKind::Load);
+}
+
+inline void PreemptAheadOfStore(const void* field) {
+  if (g_preemptiveSimulations.load(std::memory_order_relaxed) == 0) [[likely]]
+    return;
+  PreemptAt("store", field, PreemptionKind::Store);
+}
+
+/// Stands in a kernel call, ahead of its guards: a preemption point behind the call.
+class PreemptionBehind {
+ public:
+  PreemptionBehind(const char* call, const void* object) : call_(call), object_(object) {}
+  PreemptionBehind(const PreemptionBehind&) = delete;
+  PreemptionBehind& operator=(const PreemptionBehind&) = delete;
+  ~PreemptionBehind() {
+    if (g_preemptiveSimulations.load(std::memory_order_relaxed) == 0) [[likely]]
+      return;
+    PreemptAt(call_, object_, PreemptionKind::Release);
+  }
+
+ private:
+  const char* const call_;
+  const void* const object_;
+};
+
+}  // namespace lidcam::host
