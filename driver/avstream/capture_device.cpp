@@ -196,6 +196,10 @@ void CaptureDevice::LetGoOfCamera() {
   cameraUse_.Leave();
 }
 
+void CaptureDevice::AbandonCamera() {
+  cameraUse_.Abandon();
+}
+
 CameraContext* CaptureDevice::TakeCamera() {
   cameraUse_.Close();
   CameraContext* const camera = Camera;

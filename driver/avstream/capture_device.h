@@ -115,6 +115,14 @@ class CaptureDevice {
   CameraContext* HoldCamera();
   void LetGoOfCamera();
 
+  /// The calling thread has stopped for good with the record in its hands: nobody waits for it any
+  /// more who takes the record out of use.
+  ///
+  /// A thread that holds none, such as a recovery's, is counted as well. It stops with the device's
+  /// mutex held, and whoever takes the record out of use waits for that first.
+  /// @par Callable at passive level only
+  void AbandonCamera();
+
   /// Stores a finished raw frame; null and 0 take back whatever was shown.
   /// @par Any thread
   void PublishRawFrame(std::uint8_t* buffer, std::uint32_t size);

@@ -3,7 +3,15 @@
 namespace lidcam {
 namespace {
 
+// Of the state: users count in its low bits, those of them that have stopped above.
+constexpr LONG kStopped = 0x8000;
+constexpr LONG kUsers = kStopped - 1;
 constexpr LONG kClosed = 0x40000000;
+
+// Users that will leave.
+LONG Awaited(LONG state) {
+  return (state & kUsers) - (state & ~kClosed) / kStopped;
+}
 
 LONG Read(volatile LONG& state) {
   return InterlockedCompareExchange(&state, 0, 0);
@@ -37,16 +45,28 @@ bool RequestGate::Enter() {
   return false;
 }
 
+// Behind the step that made `state`. The gate may be gone unless it is this step that the closer waits
+// for: exactly one of those that leave or stop finds nobody else to wait for.
+void RequestGate::WakeCloser(LONG state) {
+  const bool isClosed = (state & kClosed) != 0;
+  if (isClosed && Awaited(state) == 0) KeSetEvent(&empty_, IO_NO_INCREMENT, FALSE);
+}
+
 void RequestGate::Leave() {
   NoteHoldReleased(this);
-  if (InterlockedDecrement(&state_) == kClosed) KeSetEvent(&empty_, IO_NO_INCREMENT, FALSE);
+  WakeCloser(InterlockedDecrement(&state_));
+}
+
+void RequestGate::Abandon() {
+  NoteHoldReleased(this);
+  WakeCloser(Add(state_, kStopped) + kStopped);
 }
 
 // Nobody comes in once the gate is closed, so that the last one leaves once: exactly then is there
 // something to wait for.
 void RequestGate::Close() {
   NoteHoldsAwaited(this);
-  if (Add(state_, kClosed) == 0) return;
+  if (Awaited(Add(state_, kClosed)) <= 0) return;
   KeWaitForSingleObject(&empty_, Executive, KernelMode, FALSE, nullptr);
 }
 

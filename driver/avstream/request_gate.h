@@ -18,8 +18,12 @@ class RequestGate {
   /// @par Callable at dispatch level and below
   void Leave();
 
-  /// Lets nobody in any more, and returns when the last one has left. One closer at a time; nobody
-  /// inside may close.
+  /// One who is inside stops for good and will never leave: nobody who closes waits for it any more.
+  /// @par Callable at dispatch level and below
+  void Abandon();
+
+  /// Lets nobody in any more, and returns when the last one has left or stopped. One closer at a time;
+  /// nobody inside may close.
   /// @par Callable at passive level only: it waits without limit
   void Close();
 
@@ -27,7 +31,9 @@ class RequestGate {
   void Open();
 
  private:
-  volatile LONG state_ = 0;  ///< users, and kClosed
+  void WakeCloser(LONG state);
+
+  volatile LONG state_ = 0;  ///< users, those of them that have stopped, and kClosed
   KEVENT empty_;             ///< set once per Close() that found users
 };
 

@@ -88,12 +88,18 @@ using VendorRequestFunction = Status (*)(void* transportContext, std::uint32_t r
 /// never calls it.
 using StreamReconfigureFunction = Status (*)(void* transportContext, std::uint32_t* swap);
 
+/// Told by a thread that is about to stop for good, see ReadBridgeRegister(): it uses the camera's
+/// record and the transport no more.
+/// @par Callable at passive level only
+using ThreadStopsFunction = void (*)(void* transportContext);
+
 /// What the device layer hands in at creation: the core's only way to the USB.
 struct CameraTransport {
   void* TransportContext;  ///< opaque first argument of the callbacks
   VendorRequestFunction WriteRequest;
   VendorRequestFunction ReadRequest;
   StreamReconfigureFunction StreamReconfigure;
+  ThreadStopsFunction ThreadStops = nullptr;  ///< null: nobody needs to know
 };
 
 /// What the core tells the device layer at creation. All values follow from the length of the
@@ -160,6 +166,7 @@ struct CameraContext {
   VendorRequestFunction WriteRequest;
   VendorRequestFunction ReadRequest;
   StreamReconfigureFunction StreamReconfigure;
+  ThreadStopsFunction ThreadStops;
 
   // The format in force.
   Shared<std::int32_t> RequestedWidth;  ///< what the application asked for; 800 stays 800 here

@@ -47,6 +47,7 @@ void StoreTransport(CameraContext& context, const CameraTransport& transport) {
   context.WriteRequest = transport.WriteRequest;
   context.ReadRequest = transport.ReadRequest;
   context.StreamReconfigure = transport.StreamReconfigure;
+  context.ThreadStops = transport.ThreadStops;
 }
 
 void ReadBridgeMode(CameraContext& context) {

@@ -90,6 +90,18 @@ Status FramePathWrite(CameraContext& context, Chip chip, RegisterAddress address
   return status;
 }
 
+// Nobody waits any more for this user of the record, which may go: nothing of it is touched behind the
+// call. The volatile access keeps the endless loop defined.
+[[noreturn]] void StopForGood(CameraContext& context, RegisterAddress address) {
+  TraceCamera("bus  read  bridge %04X stops for good", address);
+  if (context.ThreadStops != nullptr) context.ThreadStops(context.TransportContext);
+  const volatile bool isStopped = true;
+  for (;;) {
+    static_cast<void>(isStopped);
+    YieldProcessor();
+  }
+}
+
 // Where a bridge register that later read-modify-write steps start from has its shadow.
 struct BridgeShadow {
   std::uint8_t Register;
@@ -157,13 +169,8 @@ Status DriverWriteSensorRegister(CameraContext& context, RegisterAddress address
 }
 
 Status ReadBridgeRegister(CameraContext& context, RegisterAddress address, std::uint8_t& result) {
-  const std::uint32_t framePathBusy = context.DriverRegisterBusy;
-  // One reading, on purpose: a read that finds the frame path on the bus never goes on. The relaxed
-  // load in the body keeps the endless loop defined.
-  while (framePathBusy != 0) {
-    [[maybe_unused]] const std::uint32_t unused = context.AppRegisterBusy;
-    YieldProcessor();
-  }
+  // One reading, on purpose: a read that finds the frame path on the bus never goes on.
+  if (context.DriverRegisterBusy != 0) StopForGood(context, address);
   context.AppRegisterBusy = 1;
   const Status status = ReadSelected(context, Chip::Bridge, address, result);
   context.AppRegisterBusy = 0;

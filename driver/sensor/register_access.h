@@ -39,7 +39,8 @@ Status DriverWriteSensorRegister(CameraContext& context, RegisterAddress address
 /// Reads a bridge register on the application path.
 ///
 /// Looks at the frame path's busy flag once: a read that meets a frame-path access in progress
-/// stops there for good.
+/// stops there for good. It tells the transport so (CameraContext::ThreadStops) and uses the record no
+/// more; whatever else its thread holds stays held.
 /// @param result  keeps what it held if the read fails
 Status ReadBridgeRegister(CameraContext& context, RegisterAddress address, std::uint8_t& result);
 

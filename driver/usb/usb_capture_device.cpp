@@ -77,6 +77,10 @@ void FillTransport(TransportRecord& transport, PKSDEVICE device, UsbDeviceRecord
   transport.Device = record;
 }
 
+void AbandonCamera(void* transport) {
+  CaptureDeviceOf(static_cast<TransportRecord*>(transport)->Device->KsDevice)->AbandonCamera();
+}
+
 bool IsKnownDeviceClass(std::uint32_t deviceClass) {
   return deviceClass >= 1 && deviceClass <= 3;
 }
@@ -147,7 +151,7 @@ void UsbCaptureDevice::KeepPipeTable() {
 
 NTSTATUS UsbCaptureDevice::CreateCamera() {
   const CameraTransport transport{TransportRecord, UsbWriteRequest, UsbReadRequest,
-                                  StreamReconfigure};
+                                  StreamReconfigure, lidcam::AbandonCamera};
   CameraCapabilities capabilities{};
   CameraContext* const camera = CreateCameraContext(
       transport, capabilities, UsbDevice->DeviceDescriptor, UsbDevice->LongConfigDescriptor);

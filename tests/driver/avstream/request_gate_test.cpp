@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <new>
+
 #include "tests/platform/simulation_support.h"
 
 namespace lidcam::test {
@@ -104,6 +106,80 @@ TEST(RequestGate, AHoldThatWasNotLetInLeavesNothing) {
     }
     gate.Close();
   });
+}
+
+TEST(RequestGate, ClosingDoesNotWaitForOneThatHasStoppedForGood) {
+  host::Simulate({}, [] {
+    RequestGate gate;
+    ASSERT_TRUE(gate.Enter());
+    gate.Abandon();
+    gate.Close();
+    gate.Open();
+    ASSERT_TRUE(gate.Enter());
+    LONGLONG closedAt = 0;
+    host::TestThread closer([&] {
+      gate.Close();
+      closedAt = host::Now();
+    });
+    host::Sleep(3 * kMillisecond);
+    EXPECT_EQ(closedAt, 0) << "the one that entered since is waited for";
+    gate.Leave();
+    closer.Join();
+    EXPECT_EQ(closedAt, 3 * kMillisecond);
+  });
+}
+
+TEST(RequestGate, ClosingEndsAsTheLastOneInsideStopsForGood) {
+  host::Simulate({}, [] {
+    RequestGate gate;
+    ASSERT_TRUE(gate.Enter());
+    ASSERT_TRUE(gate.Enter());
+    LONGLONG closedAt = 0;
+    host::TestThread closer([&] {
+      gate.Close();
+      closedAt = host::Now();
+    });
+    host::Sleep(3 * kMillisecond);
+    gate.Leave();
+    host::Sleep(4 * kMillisecond);
+    gate.Abandon();
+    closer.Join();
+    EXPECT_EQ(closedAt, 7 * kMillisecond);
+  });
+}
+
+// Whoever closes may take the gate away, and those that leave or stop touch it no more then.
+TEST(RequestGate, IsNotTouchedBehindTheCloseByThoseThatLeaveOrStop) {
+  for (std::uint64_t seed = 1; seed <= 300; ++seed) {
+    const auto close = [] {
+      void* const memory = ExAllocatePoolWithTag(NonPagedPool, sizeof(RequestGate), 0x65746147);
+      auto* const gate = new (memory) RequestGate;
+      constexpr LONG kUsers = 3;
+      KSEMAPHORE inside;
+      KeInitializeSemaphore(&inside, 0, kUsers);
+      const auto enter = [gate, &inside] {
+        EXPECT_TRUE(gate->Enter());
+        KeReleaseSemaphore(&inside, IO_NO_INCREMENT, 1, FALSE);
+      };
+      const auto use = [gate, enter] {
+        enter();
+        gate->Leave();
+      };
+      host::TestThread first(use);
+      host::TestThread second(use);
+      host::TestThread third([gate, enter] {
+        enter();
+        gate->Abandon();
+      });
+      for (LONG user = 0; user < kUsers; ++user) {
+        KeWaitForSingleObject(&inside, Executive, KernelMode, FALSE, nullptr);
+      }
+      gate->Close();
+      ExFreePool(gate);
+    };
+    EXPECT_EQ(host::ViolationOf(close, {.Seed = seed, .HasPreemptionPoints = true}), "")
+        << "seed " << seed;
+  }
 }
 
 // Nobody is inside while the gate is closed, whatever the order in which all of them get on, and

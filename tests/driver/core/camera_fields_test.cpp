@@ -305,15 +305,19 @@ Status NoReconfigure(void*, std::uint32_t*) {
   return 0;
 }
 
-TEST(CameraTransport, IsCopiedWithItsReconfigureCallback) {
+void NobodyStops(void*) {}
+
+TEST(CameraTransport, IsCopiedWithTheCallbacksThatABringUpNeverCalls) {
   BringUpWorld world;
   CameraTransport transport = world.Space.Transport();
   transport.StreamReconfigure = NoReconfigure;
+  transport.ThreadStops = NobodyStops;
   constexpr std::array<std::uint8_t, 18> kDescriptor{};
   const CameraPointer camera(
       CreateCameraContext(transport, world.Capabilities, kDescriptor.data(), 0));
   ASSERT_NE(camera, nullptr);
   EXPECT_EQ(camera->StreamReconfigure, &NoReconfigure);
+  EXPECT_EQ(camera->ThreadStops, &NobodyStops);
 }
 
 }  // namespace
