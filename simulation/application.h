@@ -50,6 +50,7 @@ class Application {
   template <typename Operation>
   void DoAllowing(const char* name, std::initializer_list<NTSTATUS> allowed, Operation operation);
   void Require(bool holds, const std::string& what);
+  void RequireAlways(bool holds, const std::string& what);
   bool IsSound() const;
   bool IsOutOfOrder(NTSTATUS status) const;
 

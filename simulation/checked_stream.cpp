@@ -83,7 +83,7 @@ NTSTATUS CheckedStream::Run() {
 NTSTATUS CheckedStream::Stop() {
   const NTSTATUS status = StatusOf([this] { pin_->Stop(); });
   NoteState(KSSTATE_STOP, status);
-  stage_.Require(pin_->Queued() == 0, "a stopped stream keeps buffers");
+  stage_.RequireAlways(pin_->Queued() == 0, "a stopped stream keeps buffers");
   return status;
 }
 

@@ -159,8 +159,8 @@ void ClientStage::Close() {
   isRemoved_ = true;
   installed_.reset();
   const host::IrpUsage usage = host::IrpUsageOfWorld();
-  stage_.Require(usage.Known == 0,
-                 "a removed camera has left " + std::to_string(usage.Known) + " request(s)");
+  stage_.RequireAlways(usage.Known == 0,
+                       "a removed camera has left " + std::to_string(usage.Known) + " request(s)");
 }
 
 }  // namespace lidcam::simulation

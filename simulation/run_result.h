@@ -11,10 +11,22 @@ namespace lidcam::simulation {
 enum class Verdict : std::uint8_t {
   Passed,
   StatedHang,  ///< it hangs, as the driver's rules say that it does there
+  CutShort,    ///< after a stall something came too late to go on, which is no failure
   Failed,
 };
 
 [[nodiscard]] std::string_view ToString(Verdict verdict);
+
+/// What a run has beside its scenario.
+struct RunOptions {
+  bool HasPoints = false;  ///< switch points between the kernel calls, too
+  bool HasStalls = false;  ///< threads stand still while time goes on
+
+  bool operator==(const RunOptions&) const = default;
+};
+
+/// As a user types them, each with a space ahead: " --points"; empty if there are none.
+[[nodiscard]] std::string ToString(const RunOptions& options);
 
 /// Which run.
 struct RunKey {
@@ -24,6 +36,8 @@ struct RunKey {
   /// The scenario's own counter, for those that try every n: the allocation or the call that fails.
   /// 0: the seed chooses.
   std::uint64_t Step = 0;
+
+  RunOptions Options{};
 };
 
 /// What happened in a run, counted.
@@ -39,7 +53,7 @@ struct RunResult {
   RunKey Key;
   Verdict Outcome = Verdict::Passed;
   std::string Hang;    ///< name of the stated hang
-  std::string What;    ///< what is wrong, in one line
+  std::string What;    ///< what is wrong, or came too late, in one line
   std::string Report;  ///< of the verifier: threads, last calls
   std::string Trace;   ///< all lines if they were asked for, the last ones otherwise
   RunCounts Counts;

@@ -85,17 +85,26 @@ std::string_view ToString(Verdict verdict) {
       return "passed";
     case Verdict::StatedHang:
       return "stated hang";
+    case Verdict::CutShort:
+      return "cut short";
     case Verdict::Failed:
       return "FAILED";
   }
   return "";
 }
 
+std::string ToString(const RunOptions& options) {
+  std::string text;
+  if (options.HasPoints) text += " --points";
+  if (options.HasStalls) text += " --stalls";
+  return text;
+}
+
 std::string ReplayCommand(const RunKey& key) {
   std::string command =
       "lidcam simulate --scenario " + key.Scenario + " --seed " + std::to_string(key.Seed);
   if (key.Step != 0) command += " --step " + std::to_string(key.Step);
-  return command;
+  return command + ToString(key.Options);
 }
 
 RunResult RunScenario(const Scenario& scenario, const RunKey& key, bool keepsTrace) {
@@ -107,10 +116,11 @@ RunResult RunScenario(const Scenario& scenario, const RunKey& key, bool keepsTra
   Stage stage(key, trace);
   std::uint64_t schedule = 0;
   {
-    host::SimulatedScheduler world(
-        {.Seed = key.Seed, .AtSwitchPoint = [&stage](const host::SwitchPlace& place) {
-           return stage.AtSwitchPoint(place);
-         }});
+    host::SimulatedScheduler world({.Seed = key.Seed,
+                                    .HasPreemptionPoints = key.Options.HasPoints,
+                                    .AtSwitchPoint = [&stage](const host::SwitchPlace& place) {
+                                      return stage.AtSwitchPoint(place);
+                                    }});
     try {
       Player(scenario, stage, result).Play();
       world.Finish();
@@ -127,19 +137,25 @@ RunResult RunScenario(const Scenario& scenario, const RunKey& key, bool keepsTra
   result.Counts = stage.Counts();
   result.ReachedFault = stage.ReachedFault();
   const auto violations = capture.Violations();
-  if (violations.empty()) return result;
+  if (violations.empty()) {
+    result.What = stage.CutShort();
+    if (!result.What.empty()) result.Outcome = Verdict::CutShort;
+    return result;
+  }
   result.Outcome = result.Hang.empty() ? Verdict::Failed : Verdict::StatedHang;
   result.What = violations.front().Call + ": " + violations.front().What;
   result.Report = violations.front().Report;
   return result;
 }
 
-std::uint64_t RunAllSteps(const Scenario& scenario, std::uint64_t seed,
+std::uint64_t RunAllSteps(const Scenario& scenario, std::uint64_t seed, const RunOptions& options,
                           const std::function<bool(const RunResult&)>& seen) {
   std::uint64_t reached = 0;
   for (std::uint64_t step = 1;; ++step) {
-    const RunResult result = RunScenario(scenario, {std::string(scenario.Name), seed, step});
-    if (!result.ReachedFault && result.Outcome == Verdict::Passed) return reached;
+    const RunResult result =
+        RunScenario(scenario, {std::string(scenario.Name), seed, step, options});
+    const bool hasEnded = result.Outcome == Verdict::Passed || result.Outcome == Verdict::CutShort;
+    if (!result.ReachedFault && hasEnded) return reached;
     ++reached;
     if (!seen(result)) return reached;
   }

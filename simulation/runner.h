@@ -18,7 +18,7 @@ namespace lidcam::simulation {
 ///
 /// @param seen  gets each result; false ends it
 /// @return the number of steps that were reached
-std::uint64_t RunAllSteps(const Scenario& scenario, std::uint64_t seed,
+std::uint64_t RunAllSteps(const Scenario& scenario, std::uint64_t seed, const RunOptions& options,
                           const std::function<bool(const RunResult&)>& seen);
 
 }  // namespace lidcam::simulation

@@ -29,7 +29,9 @@ LONGLONG Now() {
 }  // namespace
 
 Stage::Stage(const RunKey& key, TraceRecord& trace)
-    : key_(key), trace_(trace), chance_(key.Seed, 1) {}
+    : key_(key), trace_(trace), chance_(key.Seed, 1), stalls_(key.Seed) {
+  if (key.Options.HasStalls) stalls_.BeginAnywhere();
+}
 
 void Stage::Begin(const char* name) {
   own_ = {name, Now(), false};
@@ -165,7 +167,7 @@ NTSTATUS Stage::Resume() {
 NTSTATUS Stage::Pause() {
   const NTSTATUS status = Do("pause", [&] { return hosted_->Pause(); });
   RequireStatus("pause", status, {STATUS_SUCCESS, STATUS_TIMEOUT});
-  if (Stream() != nullptr) Require(Stream()->StreamRunning == 0, "a paused stream runs");
+  if (Stream() != nullptr) RequireAlways(Stream()->StreamRunning == 0, "a paused stream runs");
   return status;
 }
 
@@ -214,29 +216,32 @@ void Stage::RequireRequestsFail() {
   TransportRecord* const transport = hosted_->Device().TransportRecord;
   std::uint8_t value = 0x5A;
   std::uint32_t length = 1;
-  Require(UsbReadRequest(transport, 0xA1, 0xFF0A, 0, &value, &length) == -1 && value == 0x5A &&
-              UsbWriteRequest(transport, 0xA0, 0xFF0A, 0, nullptr, nullptr) == -1,
-          "a device that is gone answers requests");
+  RequireAlways(UsbReadRequest(transport, 0xA1, 0xFF0A, 0, &value, &length) == -1 &&
+                    value == 0x5A &&
+                    UsbWriteRequest(transport, 0xA0, 0xFF0A, 0, nullptr, nullptr) == -1,
+                "a device that is gone answers requests");
 }
 
 void Stage::RequireReleased(bool allAreHome) {
   const UsbStreamRecord* const stream = Stream();
   if (stream == nullptr || stream->Pipeline == nullptr) return;
-  Require(stream->Opened == 0, "a released stream is open");
-  Require(stream->RawMemory == nullptr && stream->Assembly.ReadyBuffer == nullptr &&
-              stream->Assembly.FillBuffer == nullptr,
-          "a released stream has raw buffers");
+  RequireAlways(stream->Opened == 0, "a released stream is open");
+  RequireAlways(stream->RawMemory == nullptr && stream->Assembly.ReadyBuffer == nullptr &&
+                    stream->Assembly.FillBuffer == nullptr,
+                "a released stream has raw buffers");
   for (const IsoTransfer& transfer : TransfersOf(*stream)) {
-    Require(transfer.OwnsMemory == 0 || transfer.Irp == nullptr,
-            "a released stream owns a transfer");
+    RequireAlways(transfer.OwnsMemory == 0 || transfer.Irp == nullptr,
+                  "a released stream owns a transfer");
   }
   std::uint32_t size = 0;
-  Require(hosted_->Device().GetRawFrame(size) == nullptr && size == 0,
-          "a released stream shows a frame");
+  RequireAlways(hosted_->Device().GetRawFrame(size) == nullptr && size == 0,
+                "a released stream shows a frame");
   if (!allAreHome) return;
   // One that the frame thread sent as the stream was paused comes home by itself.
-  const LONGLONG limit = Now() + 200 * kMillisecond;
-  while (host::IrpUsageOfWorld().Known != 0 && Now() < limit) Sleep(5 * kMillisecond);
+  const LONGLONG began = Now();
+  while (host::IrpUsageOfWorld().Known != 0 && Now() < CountedFrom(began) + 200 * kMillisecond) {
+    Sleep(5 * kMillisecond);
+  }
   const std::size_t left = host::IrpUsageOfWorld().Known;
   Require(left == 0, "a released stream has left " + std::to_string(left) + " request(s)");
 }
@@ -250,15 +255,20 @@ void Stage::Remove() {
   interposer_.reset();
   faults_.reset();
   const host::IrpUsage usage = host::IrpUsageOfWorld();
-  Require(usage.Known == 0,
-          "a removed camera has left " + std::to_string(usage.Known) + " request(s)");
+  RequireAlways(usage.Known == 0,
+                "a removed camera has left " + std::to_string(usage.Known) + " request(s)");
 }
 
 LONGLONG Stage::AtSwitchPoint(const host::SwitchPlace& place) {
-  if (place.Number != unplugAt_ || camera_ == nullptr) return 0;
-  camera_->Unplug();
-  reachedFault_ = true;
-  return 0;
+  if (place.Number == unplugAt_ && camera_ != nullptr) {
+    camera_->Unplug();
+    reachedFault_ = true;
+  }
+  return stalls_.At(place, Now());
+}
+
+LONGLONG Stage::CountedFrom(LONGLONG time) const {
+  return std::max(time, stalls_.End());
 }
 
 void Stage::FailAllocation(std::uint64_t number) {
@@ -293,7 +303,14 @@ void Stage::SleepAWhile(LONGLONG longest) {
 
 bool Stage::FramesCome(std::uint64_t count, LONGLONG limit) {
   Begin("wait for frames");
-  return hosted_->WaitForFrames(hosted_->Counts().Delivered() + count, limit);
+  const std::uint64_t wanted = hosted_->Counts().Delivered() + count;
+  const LONGLONG began = Now();
+  for (LONGLONG left = limit; left > 0; left = CountedFrom(began) + limit - Now()) {
+    const LONGLONG end = Now() + left;
+    if (hosted_->WaitForFrames(wanted, left)) return true;
+    if (Now() < end) return false;  // the bus has ended
+  }
+  return false;
 }
 
 void Stage::RequireFramesOrFirstPipe() {
@@ -305,10 +322,19 @@ void Stage::TakeFrame(const world::HostedFrame& frame) {
   const bool isWhole = frame.IsGood && StampedCamera::Check(frame.RawFrame) == FrameContent::Whole;
   CountFrame(isWhole);
   const bool isBeginning = Now() - beganStream_ < kUnevenStart;
-  if (!isWhole) Require(allowsDisturbed_ || isBeginning, "a frame is torn on a bus without faults");
+  if (isWhole || isBeginning) return;
+  Require(AllowsDisturbedFrames(), "a frame is torn on a bus without faults");
 }
 
 void Stage::Require(bool holds, const std::string& what) {
+  if (!holds && WasStalled()) {
+    cutShort_ = what;
+    host::EndWorld();
+  }
+  RequireAlways(holds, what);
+}
+
+void Stage::RequireAlways(bool holds, const std::string& what) {
   if (holds) return;
   host::ReportViolation("simulation", what + " (at step '" + own_.Step + "')");
 }

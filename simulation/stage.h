@@ -12,6 +12,7 @@
 #include "simulation/interposer.h"
 #include "simulation/random.h"
 #include "simulation/run_result.h"
+#include "simulation/stalls.h"
 #include "simulation/stamped_camera.h"
 #include "simulation/trace_record.h"
 #include "world/hosted_camera.h"
@@ -106,15 +107,18 @@ class Stage {
   static void Sleep(LONGLONG time);
   /// Sleeps up to `longest`; often not at all.
   void SleepAWhile(LONGLONG longest);
-  /// Waits for more frames than there are.
+  /// Waits for more frames than there are. The limit counts from the end of the last stall.
   [[nodiscard]] bool FramesCome(std::uint64_t count = 2, LONGLONG limit = 2 * kSecond);
   /// Frames come, or the stream is where a recovery puts it: on the first pipe, in silence.
   void RequireFramesOrFirstPipe();
 
   // ---- Checks.
 
-  /// Ends the run, as failed, unless `holds`.
+  /// Ends the run unless `holds`: as failed, or as cut short if a thread has been stalled, which may be
+  /// why it doesn't.
   void Require(bool holds, const std::string& what);
+  /// For what no stall is a reason for: ends the run, as failed, unless `holds`.
+  void RequireAlways(bool holds, const std::string& what);
   void RequireStatus(const char* operation, NTSTATUS status,
                      std::initializer_list<NTSTATUS> allowed);
   /// From now on a frame may be torn or of a wrong size.
@@ -137,7 +141,9 @@ class Stage {
   void Begin(const char* name);
   void WaitForOthers() { own_.IsOver = true; }
   void CountFrame(bool isWhole) { ++(isWhole ? counts_.Frames : counts_.Disturbed); }
-  [[nodiscard]] bool AllowsDisturbedFrames() const { return allowsDisturbed_; }
+  [[nodiscard]] bool AllowsDisturbedFrames() const { return allowsDisturbed_ || WasStalled(); }
+  /// When a wait that began at `time` begins to count: no time limit holds while a thread is stalled.
+  [[nodiscard]] LONGLONG CountedFrom(LONGLONG time) const;
 
   // ---- For whoever runs it.
 
@@ -151,11 +157,14 @@ class Stage {
   [[nodiscard]] bool IsDoing(std::string_view step) const;
   [[nodiscard]] RunCounts Counts() const;
   [[nodiscard]] bool ReachedFault() const { return reachedFault_; }
+  /// What came too late after a stall to go on; empty if nothing did.
+  [[nodiscard]] const std::string& CutShort() const { return cutShort_; }
 
  private:
   template <typename Operation>
   NTSTATUS Do(const char* name, Operation operation);
   [[nodiscard]] const Activity& Longest() const;
+  [[nodiscard]] bool WasStalled() const { return stalls_.HaveBegun(); }
   void TakeFrame(const world::HostedFrame& frame);
   void RequireReleased(bool allAreHome);
   void RequireAnswerOfGone(const char* operation, NTSTATUS status);
@@ -164,6 +173,8 @@ class Stage {
   const RunKey key_;
   TraceRecord& trace_;
   Random chance_;
+  Stalls stalls_;
+  std::string cutShort_;
   std::unique_ptr<StampedCamera> camera_;
   std::unique_ptr<bus::FaultBus> faults_;
   std::unique_ptr<Interposer> interposer_;

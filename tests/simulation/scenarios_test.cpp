@@ -65,7 +65,7 @@ class EachFailingCall : public testing::TestWithParam<const char*> {};
 
 TEST_P(EachFailingCall, HoldsAtEveryCallThatIsReached) {
   const std::uint64_t steps =
-      RunAllSteps(*FindScenario(GetParam()), 1, [](const RunResult& result) {
+      RunAllSteps(*FindScenario(GetParam()), 1, {}, [](const RunResult& result) {
         EXPECT_NE(result.Outcome, Verdict::Failed) << ReplayCommand(result.Key) << "\n"
                                                    << result.What << "\n"
                                                    << result.Report;

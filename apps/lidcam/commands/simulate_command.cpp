@@ -37,6 +37,7 @@ struct SimulateCommand {
   std::optional<std::uint64_t> Seed;
   std::optional<std::uint64_t> Step;
   bool HasAllSteps = false;
+  simulation::RunOptions Options;
   bool IsList = false;
   bool IsJson = false;
   bool ShowsTrace = false;
@@ -47,6 +48,7 @@ struct SimulateCommand {
 struct Tally {
   std::uint64_t Runs = 0;
   std::uint64_t Hangs = 0;
+  std::uint64_t CutShort = 0;
   std::uint64_t Failures = 0;
   std::uint64_t Frames = 0;
   std::uint64_t Disturbed = 0;
@@ -56,6 +58,7 @@ struct Tally {
   void Add(const RunResult& result) {
     ++Runs;
     if (result.Outcome == Verdict::StatedHang) ++Hangs;
+    if (result.Outcome == Verdict::CutShort) ++CutShort;
     if (result.Outcome == Verdict::Failed) ++Failures;
     Frames += result.Counts.Frames;
     Disturbed += result.Counts.Disturbed;
@@ -109,6 +112,7 @@ std::string Hex(std::uint64_t number) {
 std::string VerdictText(const RunResult& result) {
   std::string text(ToString(result.Outcome));
   if (!result.Hang.empty()) text += ": " + result.Hang;
+  if (result.Outcome == Verdict::CutShort) text += ": " + result.What;
   return text;
 }
 
@@ -121,9 +125,9 @@ void PrintText(const RunResult& result, const SimulateCommand& command) {
     if (result.Key.Step != 0) {
       std::printf(" step %-5llu", static_cast<unsigned long long>(result.Key.Step));
     }
-    std::printf(" schedule %-7llu hash %s  %s\n",
+    std::printf(" schedule %-7llu hash %s%s  %s\n",
                 static_cast<unsigned long long>(result.ScheduleLength), Hex(result.Hash).c_str(),
-                VerdictText(result).c_str());
+                ToString(result.Key.Options).c_str(), VerdictText(result).c_str());
   }
   if (!isFailed) return;
   std::printf("  %s\n  replay: %s\n", result.What.c_str(),
@@ -142,6 +146,8 @@ void PrintJson(const RunResult& result) {
                       {"disturbedFrames", result.Counts.Disturbed},
                       {"recoveries", result.Counts.Recoveries}};
   if (result.Key.Step != 0) json["step"] = result.Key.Step;
+  if (result.Key.Options.HasPoints) json["points"] = true;
+  if (result.Key.Options.HasStalls) json["stalls"] = true;
   if (!result.Hang.empty()) json["hang"] = result.Hang;
   if (result.Outcome == Verdict::Failed) {
     json["what"] = result.What;
@@ -178,6 +184,7 @@ void PrintTally(const Tally& tally, const SimulateCommand& command) {
     const nlohmann::json json{{"runs", tally.Runs},
                               {"failed", tally.Failures},
                               {"statedHangs", tally.Hangs},
+                              {"cutShort", tally.CutShort},
                               {"frames", tally.Frames},
                               {"disturbedFrames", tally.Disturbed},
                               {"recoveries", tally.Recoveries},
@@ -187,10 +194,12 @@ void PrintTally(const Tally& tally, const SimulateCommand& command) {
     return;
   }
   std::printf(
-      "%llu runs, %llu failed, %llu stated hangs, %llu frames whole, %llu disturbed, %llu "
-      "recoveries; %.1f s, %.0f runs a second\n",
+      "%llu runs, %llu failed, %llu stated hangs, %llu cut short, %llu frames whole, %llu "
+      "disturbed, "
+      "%llu recoveries; %.1f s, %.0f runs a second\n",
       static_cast<unsigned long long>(tally.Runs), static_cast<unsigned long long>(tally.Failures),
-      static_cast<unsigned long long>(tally.Hangs), static_cast<unsigned long long>(tally.Frames),
+      static_cast<unsigned long long>(tally.Hangs), static_cast<unsigned long long>(tally.CutShort),
+      static_cast<unsigned long long>(tally.Frames),
       static_cast<unsigned long long>(tally.Disturbed),
       static_cast<unsigned long long>(tally.Recoveries), seconds, rate);
 }
@@ -203,11 +212,10 @@ void Play(const Scenario& scenario, std::uint64_t seed, const SimulateCommand& c
     return !IsInterrupted();
   };
   if (command.HasAllSteps && scenario.HasSteps) {
-    simulation::RunAllSteps(scenario, seed, take);
+    simulation::RunAllSteps(scenario, seed, command.Options, take);
   } else {
-    take(simulation::RunScenario(scenario,
-                                 {std::string(scenario.Name), seed, command.Step.value_or(0)},
-                                 command.ShowsTrace));
+    const RunKey key{std::string(scenario.Name), seed, command.Step.value_or(0), command.Options};
+    take(simulation::RunScenario(scenario, key, command.ShowsTrace));
   }
 }
 
@@ -258,6 +266,10 @@ void AddSimulateCommand(CLI::App& app) {
                                 ->type_name("N");
   sub->add_flag("--every-step", command->HasAllSteps, "step 1, 2, 3 ... as far as there are calls")
       ->excludes(step);
+  sub->add_flag("--points", command->Options.HasPoints,
+                "threads may be switched between two kernel calls, too: at fields that they share");
+  sub->add_flag("--stalls", command->Options.HasStalls,
+                "threads stand still for a while, up to some seconds, while time goes on");
   sub->add_flag("--list", command->IsList,
                 "list the scenarios, and the hangs that are no failures");
   sub->add_flag("--json", command->IsJson, "one JSON object a run");

@@ -57,6 +57,11 @@ void ReportViolation(const char* call, const std::string& what, const std::strin
   throw KernelStopped{};
 }
 
+void EndWorld() {
+  CurrentWorld().Stop();
+  throw KernelStopped{};
+}
+
 VerifierCapture::VerifierCapture() {
   Capture& capture = TheCapture();
   const std::lock_guard guard(capture.Lock);

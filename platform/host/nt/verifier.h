@@ -15,8 +15,8 @@ struct Violation {
   std::string Report;  ///< both, then the world, its threads and its last calls
 };
 
-/// Unwinds a thread that can't go on after a violation: the one that made it and, in a simulation,
-/// all others. Thrown only while a VerifierCapture lives.
+/// Unwinds a thread that can't go on, after a violation or EndWorld(): the one that made it and, in a
+/// simulation, all others.
 struct KernelStopped {};
 
 /// Ends the caller: prints the report and aborts or, while a VerifierCapture lives, throws
@@ -25,6 +25,10 @@ struct KernelStopped {};
 /// @param history  lines about the object, for the report; may be empty
 [[noreturn]] void ReportViolation(const char* call, const std::string& what,
                                   const std::string& history = {});
+
+/// Ends the caller's world without a violation: nothing of it is to go on.
+/// @throws KernelStopped
+[[noreturn]] void EndWorld();
 
 /// Collects violations while it lives instead of ending the process: for tests of violations. One at
 /// a time.
