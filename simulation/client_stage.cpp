@@ -30,7 +30,9 @@ bool ClientStage::PlugIn(const PlugOptions& options) {
   bus::UsbBus& bus = stage_.LayBus(options);
   try {
     installed_ = std::make_unique<world::InstalledCamera>(
-        bus, world::InstalledCameraOptions{.DriverKey = {}, .Filter = &stage_.Between()});
+        bus, world::InstalledCameraOptions{.DriverKey = stage_.DriverKey(),
+                                           .Filter = &stage_.Between()});
+    stage_.SaveSettings(installed_->Device().KsDevice->PhysicalDeviceObject);
   } catch (const std::runtime_error&) {
     stage_.Trace().Add("step plug in -> no room");
     return false;

@@ -19,8 +19,9 @@ enum class Verdict : std::uint8_t {
 
 /// What a run has beside its scenario.
 struct RunOptions {
-  bool HasPoints = false;  ///< switch points between the kernel calls, too
-  bool HasStalls = false;  ///< threads stand still while time goes on
+  bool HasPoints = false;    ///< switch points between the kernel calls, too
+  bool HasStalls = false;    ///< threads stand still while time goes on
+  bool HasExposure = false;  ///< the exposure loop runs: see Surroundings
 
   bool operator==(const RunOptions&) const = default;
 };

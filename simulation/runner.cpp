@@ -10,6 +10,7 @@
 #include "platform/host/nt/simulated_scheduler.h"
 #include "platform/host/nt/verifier.h"
 #include "simulation/stated_hangs.h"
+#include "world/shared_exposure.h"
 
 namespace lidcam::simulation {
 namespace {
@@ -97,6 +98,7 @@ std::string ToString(const RunOptions& options) {
   std::string text;
   if (options.HasPoints) text += " --points";
   if (options.HasStalls) text += " --stalls";
+  if (options.HasExposure) text += " --exposure";
   return text;
 }
 
@@ -111,6 +113,7 @@ RunResult RunScenario(const Scenario& scenario, const RunKey& key, bool keepsTra
   RunResult result;
   result.Key = key;
   const FaultsOff faultsOff;
+  world::ResetSharedExposure();
   const host::VerifierCapture capture;
   TraceRecord trace(keepsTrace);
   Stage stage(key, trace);
@@ -134,6 +137,7 @@ RunResult RunScenario(const Scenario& scenario, const RunKey& key, bool keepsTra
   }
   result.Hash = Mix(trace.Hash(), schedule);
   result.Trace = trace.Text();
+  stage.EndFaults();
   result.Counts = stage.Counts();
   result.ReachedFault = stage.ReachedFault();
   const auto violations = capture.Violations();
@@ -154,8 +158,7 @@ std::uint64_t RunAllSteps(const Scenario& scenario, std::uint64_t seed, const Ru
   for (std::uint64_t step = 1;; ++step) {
     const RunResult result =
         RunScenario(scenario, {std::string(scenario.Name), seed, step, options});
-    const bool hasEnded = result.Outcome == Verdict::Passed || result.Outcome == Verdict::CutShort;
-    if (!result.ReachedFault && hasEnded) return reached;
+    if (!result.ReachedFault && result.Outcome != Verdict::Failed) return reached;
     ++reached;
     if (!seen(result)) return reached;
   }

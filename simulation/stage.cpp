@@ -31,6 +31,7 @@ LONGLONG Now() {
 Stage::Stage(const RunKey& key, TraceRecord& trace)
     : key_(key), trace_(trace), chance_(key.Seed, 1), stalls_(key.Seed) {
   if (key.Options.HasStalls) stalls_.BeginAnywhere();
+  if (key.Options.HasExposure) around_ = std::make_unique<Surroundings>(key.Seed);
 }
 
 void Stage::Begin(const char* name) {
@@ -64,8 +65,18 @@ NTSTATUS Stage::Do(const char* name, Operation operation) {
   return status;
 }
 
+std::u16string Stage::DriverKey() const {
+  return around_ != nullptr ? around_->DriverKey() : std::u16string();
+}
+
+void Stage::SaveSettings(PDEVICE_OBJECT physicalDevice) {
+  if (around_ != nullptr) around_->SaveSettings(physicalDevice);
+}
+
 bus::UsbBus& Stage::LayBus(const PlugOptions& options) {
-  camera_ = std::make_unique<StampedCamera>(options.Camera);
+  StampedCameraOptions camera = options.Camera;
+  camera.Around = around_.get();
+  camera_ = std::make_unique<StampedCamera>(camera);
   faults_ = std::make_unique<bus::FaultBus>(
       *camera_, bus::FaultBusOptions{.Script = options.Script,
                                      .Sleep =
@@ -87,9 +98,10 @@ bool Stage::PlugIn(const PlugOptions& options) {
   try {
     hosted_ = std::make_unique<world::HostedCamera>(
         bus, world::HostedCameraOptions{
-                 .DriverKey = {},
+                 .DriverKey = DriverKey(),
                  .Frames = [this](const world::HostedFrame& frame) { TakeFrame(frame); },
                  .Filter = interposer_.get()});
+    SaveSettings(hosted_->Device().KsDevice->PhysicalDeviceObject);
   } catch (const std::runtime_error&) {
     trace_.Add("step plug in -> no room");
     return false;

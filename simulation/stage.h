@@ -14,6 +14,7 @@
 #include "simulation/run_result.h"
 #include "simulation/stalls.h"
 #include "simulation/stamped_camera.h"
+#include "simulation/surroundings.h"
 #include "simulation/trace_record.h"
 #include "world/hosted_camera.h"
 
@@ -135,6 +136,10 @@ class Stage {
   }
   /// The bus with its faults, and the camera on it.
   bus::UsbBus& LayBus(const PlugOptions& options);
+  /// Of the camera; empty if it has none.
+  [[nodiscard]] std::u16string DriverKey() const;
+  /// The settings that the camera's user has saved before.
+  void SaveSettings(PDEVICE_OBJECT physicalDevice);
   /// One more thread whose steps count; `activity` lives as long as the guest.
   void Watch(const Activity& activity) { activities_.push_back(&activity); }
   /// The scenario's own thread does something, or waits for the others.
@@ -175,6 +180,7 @@ class Stage {
   Random chance_;
   Stalls stalls_;
   std::string cutShort_;
+  std::unique_ptr<Surroundings> around_;
   std::unique_ptr<StampedCamera> camera_;
   std::unique_ptr<bus::FaultBus> faults_;
   std::unique_ptr<Interposer> interposer_;

@@ -30,16 +30,15 @@ std::uint8_t StampOf(std::uint32_t number) {
   return static_cast<std::uint8_t>(number & 0x7F);
 }
 
-void FillHeader(std::uint32_t number, std::span<std::uint8_t> header) {
+void FillHeader(std::uint32_t number, std::uint8_t luma, std::span<std::uint8_t> header) {
   std::memset(header.data(), 0, header.size());
   header[0] = 0xFF;
   header[1] = 0xD8;
   for (std::size_t i = 0; i < 4; ++i) {
     header[kNumberAt + i] = static_cast<std::uint8_t>(number >> (7 * i) & 0x7F);
   }
-  // The light changes slowly, so that the exposure control has something to do.
   header[kLevelAt] = 3;
-  header[kLumaAt] = static_cast<std::uint8_t>(20 + number / 4 % 80);
+  header[kLumaAt] = luma;
 }
 
 std::uint32_t NumberIn(std::span<const std::uint8_t> header) {
@@ -69,8 +68,22 @@ std::uint32_t StampedCamera::FrameNumber() {
   return static_cast<std::uint32_t>(Microframe() / bus::kMicroframesPerFrame);
 }
 
+void StampedCamera::TakeTime() {
+  if (options_.Around == nullptr) return;
+  LARGE_INTEGER time{};
+  time.QuadPart = -options_.Around->NextRequestTime();
+  KeDelayExecutionThread(KernelMode, FALSE, &time);
+}
+
+// The light changes slowly, so that the exposure control has something to do.
+std::uint8_t StampedCamera::LumaOf(std::uint32_t number, std::uint64_t microframe) {
+  if (options_.Around != nullptr) return options_.Around->LumaAt(microframe);
+  return static_cast<std::uint8_t>(20 + number / 4 % 80);
+}
+
 bus::ControlResult StampedCamera::ControlTransfer(const bus::SetupPacket& setup,
                                                   std::span<std::uint8_t> data) {
+  TakeTime();
   if (isUnplugged_) return {bus::UsbStatus::Disconnected, 0};
   if (Take(silentRequests_)) return {bus::UsbStatus::Silent, 0};
   if (Take(stalledRequests_)) return {bus::UsbStatus::Stalled, 0};
@@ -100,6 +113,7 @@ void StampedCamera::JoinPipes(std::span<std::uint8_t> configuration) const {
 }
 
 bus::UsbStatus StampedCamera::SelectSetting(std::uint8_t interface, std::uint8_t setting) {
+  TakeTime();
   if (isUnplugged_) return bus::UsbStatus::Disconnected;
   if (device_.BytesPerMicroframe(setting) > options_.BandwidthLimit) {
     return bus::UsbStatus::NoBandwidth;
@@ -153,7 +167,9 @@ std::uint32_t StampedCamera::FillPacket(std::uint64_t microframe, std::uint32_t 
   const auto length = static_cast<std::uint32_t>(std::min<std::uint64_t>(limit, total - offset));
   std::memset(out.data(), StampOf(number), length);
   sent_.set(StampOf(number));
-  if (offset == 0) FillHeader(number, out.first(simulator::kRawHeaderBytes));
+  if (offset == 0) {
+    FillHeader(number, LumaOf(number, microframe), out.first(simulator::kRawHeaderBytes));
+  }
   return length;
 }
 

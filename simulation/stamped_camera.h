@@ -8,6 +8,7 @@
 #include <string>
 
 #include "bus/usb_bus.h"
+#include "simulation/surroundings.h"
 #include "simulator/usb_device.h"
 
 namespace lidcam::simulation {
@@ -25,6 +26,9 @@ struct StampedCameraOptions {
   /// Both pipes of the interface carry the picture. The real camera's first one is an interrupt pipe,
   /// and a stream that a recovery has put there is silent.
   bool HasTwinPipes = false;
+  /// How long control requests take, and what light it is; null: no time, and light that changes
+  /// slowly. Outlives the camera.
+  Surroundings* Around = nullptr;
 };
 
 /// A camera that costs next to nothing: descriptors and registers are the simulated camera's, and its
@@ -69,6 +73,8 @@ class StampedCamera final : public bus::UsbBus {
 
  private:
   [[nodiscard]] static std::uint64_t Microframe();
+  void TakeTime();
+  [[nodiscard]] std::uint8_t LumaOf(std::uint32_t number, std::uint64_t microframe);
   [[nodiscard]] std::uint32_t FrameBytes() const;
   std::uint32_t FillPacket(std::uint64_t microframe, std::uint32_t limit,
                            std::span<std::uint8_t> out);

@@ -1,4 +1,4 @@
-// Switch points between the calls, and stalls: what each adds to a run.
+// Switch points between the calls, stalls and the exposure loop: what each adds to a run.
 
 #include <gtest/gtest.h>
 
@@ -14,7 +14,8 @@ namespace {
 
 constexpr RunOptions kPoints{.HasPoints = true};
 constexpr RunOptions kStalls{.HasStalls = true};
-constexpr RunOptions kAll{.HasPoints = true, .HasStalls = true};
+constexpr RunOptions kExposure{.HasExposure = true};
+constexpr RunOptions kAll{.HasPoints = true, .HasStalls = true, .HasExposure = true};
 
 RunResult Play(const Scenario& scenario, std::uint64_t seed, const RunOptions& options) {
   return RunScenario(scenario, {std::string(scenario.Name), seed, 0, options}, true);
@@ -56,16 +57,16 @@ INSTANTIATE_TEST_SUITE_P(All, EachScenarioWithOptions, testing::ValuesIn(Scenari
 
 TEST(RunOptions, StandInTheCommandThatPlaysTheRunAgain) {
   EXPECT_EQ(ReplayCommand({"unplug", 17, 3, kAll}),
-            "lidcam simulate --scenario unplug --seed 17 --step 3 --points --stalls");
+            "lidcam simulate --scenario unplug --seed 17 --step 3 --points --stalls --exposure");
   EXPECT_EQ(ReplayCommand({"unplug", 17, 0, {}}), "lidcam simulate --scenario unplug --seed 17");
 }
 
 TEST(RunOptions, EachMakesAnotherRunOfASeed) {
   std::set<std::uint64_t> hashes;
-  for (const RunOptions& options : {RunOptions{}, kPoints, kStalls, kAll}) {
+  for (const RunOptions& options : {RunOptions{}, kPoints, kStalls, kExposure, kAll}) {
     hashes.insert(Play("urb-errors", 2, options).Hash);
   }
-  EXPECT_EQ(hashes.size(), 4U);
+  EXPECT_EQ(hashes.size(), 5U);
 }
 
 // ---- Switch points.
@@ -140,6 +141,37 @@ TEST(Stalls, TimeLimitCountsFromTheEndOfTheLastOne) {
         seed, kStalls);
     EXPECT_EQ(result.Outcome, Verdict::Passed) << result.What;
   }
+}
+
+// ---- The exposure loop.
+
+bool Has(const RunResult& result, const char* text) {
+  return result.Trace.find(text) != std::string::npos;
+}
+
+TEST(Exposure, LoopRunsWithItOnly) {
+  int runs = 0;
+  for (std::uint64_t seed = 1; seed <= 8; ++seed) {
+    EXPECT_FALSE(Has(Play("start-stop", seed, {}), "exposure index="));
+    if (Has(Play("start-stop", seed, kExposure), "exposure index=")) ++runs;
+  }
+  EXPECT_GT(runs, 0);
+}
+
+TEST(Exposure, BringUpTakesTheTimeOfItsRequests) {
+  const auto start = [](Stage& stage) {
+    stage.PlugIn();
+    stage.Start();
+  };
+  EXPECT_EQ(PlayBody(start, 1, {}).Time, 0);
+  EXPECT_GT(PlayBody(start, 1, kExposure).Time, 20 * kMillisecond);
+}
+
+// What one run leaves in the variables that all cameras share is none of the next one's.
+TEST(Exposure, RunDoesNotDependOnTheOneBefore) {
+  const RunResult alone = Play("clients", 3, kExposure);
+  static_cast<void>(Play("two-clients", 4, kExposure));
+  EXPECT_EQ(Play("clients", 3, kExposure).Trace, alone.Trace);
 }
 
 }  // namespace

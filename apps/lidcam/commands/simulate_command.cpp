@@ -148,6 +148,7 @@ void PrintJson(const RunResult& result) {
   if (result.Key.Step != 0) json["step"] = result.Key.Step;
   if (result.Key.Options.HasPoints) json["points"] = true;
   if (result.Key.Options.HasStalls) json["stalls"] = true;
+  if (result.Key.Options.HasExposure) json["exposure"] = true;
   if (!result.Hang.empty()) json["hang"] = result.Hang;
   if (result.Outcome == Verdict::Failed) {
     json["what"] = result.What;
@@ -270,6 +271,9 @@ void AddSimulateCommand(CLI::App& app) {
                 "threads may be switched between two kernel calls, too: at fields that they share");
   sub->add_flag("--stalls", command->Options.HasStalls,
                 "threads stand still for a while, up to some seconds, while time goes on");
+  sub->add_flag(
+      "--exposure", command->Options.HasExposure,
+      "the exposure loop runs: settings, changing light, control requests that take time");
   sub->add_flag("--list", command->IsList,
                 "list the scenarios, and the hangs that are no failures");
   sub->add_flag("--json", command->IsJson, "one JSON object a run");

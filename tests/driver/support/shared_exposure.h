@@ -1,24 +1,9 @@
 #pragma once
 
-#include "driver/exposure/auto_exposure.h"
-#include "driver/exposure/frame_exposure_control.h"
-#include "driver/exposure/light_state.h"
+#include "world/shared_exposure.h"
 
 namespace lidcam::test {
 
-/// Puts the variables that all cameras share to what they are when the system is loaded and a
-/// camera was created: nothing else undoes what earlier streams of this process left there.
-inline void ResetSharedExposure() {
-  AeHoldOff = 0;
-  AeIndex = 30;
-  AeOutput.Exposure = 0;
-  AeOutput.CoarseGain = 0;
-  AeOutput.FineGain = 0;
-  AeRatio = 0;
-  AppliedExposureLines = 0;
-  LastWrittenExposure = 0;
-  AeLightMode = 0;
-  LightMode = 0;
-}
+using world::ResetSharedExposure;
 
 }  // namespace lidcam::test
