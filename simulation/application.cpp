@@ -8,6 +8,7 @@
 #include "driver/avstream/camera_properties_sets.h"
 #include "platform/host/client/client_error.h"
 #include "platform/host/nt/scheduler.h"
+#include "platform/host/nt/thread.h"
 #include "simulation/client_stage.h"
 #include "simulation/property_requests.h"
 #include "simulation/status_text.h"
@@ -84,7 +85,7 @@ bool Application::IsSound() const {
 
 template <typename Operation>
 NTSTATUS Application::Do(const char* name, Operation operation) {
-  doing_ = {name, host::CurrentWorld().Now(), false};
+  doing_ = {name, host::CurrentWorld().Now(), false, &host::CurrentThread()};
   wasGone_ = clients_.IsGone();
   wasRemoved_ = clients_.IsRemoved();
   NTSTATUS status = STATUS_SUCCESS;
@@ -108,7 +109,7 @@ void Application::DoAllowing(const char* name, std::initializer_list<NTSTATUS> a
 }
 
 void Application::Sleep(LONGLONG longest) {
-  doing_ = {"sleep", host::CurrentWorld().Now(), false};
+  doing_ = {"sleep", host::CurrentWorld().Now(), false, &host::CurrentThread()};
   Stage::Sleep(static_cast<LONGLONG>(chance_.Between(1, static_cast<std::uint64_t>(longest))));
 }
 
@@ -254,7 +255,8 @@ void Application::TakeFrames(std::uint64_t most) {
 }
 
 void Application::TakeFrame() {
-  const bool isToCome = IsSound() && !clients_.Rules().WritesRegisters && stream_->IsToDeliver();
+  const bool isToCome = IsSound() && !clients_.Rules().WritesRegisters &&
+                        !stage_.Camera().HasMixedAccesses() && stream_->IsToDeliver();
   const LONGLONG patience = chance_.OneIn(4) ? 0 : kPatience;
   const LONGLONG began = host::CurrentWorld().Now();
   const NTSTATUS status = Do("take a frame", [&] { return stream_->Take(patience); });
@@ -380,6 +382,16 @@ void Application::ChangeLevel() {
   }
 }
 
+void Application::ChangeLight() {
+  PrivatePropertyBlock block{};
+  block.Value = static_cast<LONG>(chance_.Below(2));
+  block.Led = static_cast<ULONG>(chance_.Between(LedPolicyOn, LedPolicyFollowLight));
+  const NTSTATUS refused = IsSound() ? STATUS_SUCCESS : STATUS_UNSUCCESSFUL;
+  DoAllowing("change the light", {STATUS_SUCCESS, refused}, [&] {
+    return camera_->Properties().SetBlock(PROPSETID_CAMERA_PRIVATE, PrivatePropertyLight, block);
+  });
+}
+
 void Application::ListFormats() {
   DoAllowing("list the formats", {STATUS_SUCCESS}, [&] {
     const std::size_t formats = camera_->Ranges().size();
@@ -481,6 +493,48 @@ void Application::Stream(std::uint64_t steps) {
   }
 }
 
+void Application::TurnControls(std::uint64_t steps) {
+  OpenOnly();
+  for (std::uint64_t i = 0; i < steps; ++i) {
+    if (chance_.OneIn(3)) Sleep(10 * kMillisecond);
+    chance_.OneIn(3) ? ChangeLevel() : ChangeLight();
+  }
+}
+
+void Application::TurnLight(std::uint64_t steps) {
+  OpenOnly();
+  for (std::uint64_t i = 0; i < steps; ++i) {
+    Sleep(15 * kMillisecond);  // the frame path gets on the bus only between
+    ChangeLight();
+  }
+}
+
+void Application::StreamOn() {
+  OpenOnly();
+  ConnectOnly();
+  RunStream();
+  while (!clients_.IsGoing() && !clients_.IsRestarted()) TakeFrame();
+}
+
+void Application::RequireSuccess(NTSTATUS status) {
+  Require(status == STATUS_SUCCESS, "answers " + HexOf(status));
+}
+
+void Application::OpenOnly() {
+  RequireSuccess(Do("open the camera only", [&] {
+    camera_.emplace(Camera::Open(clients_.TopDevice()));
+    return STATUS_SUCCESS;
+  }));
+}
+
+void Application::ConnectOnly() {
+  RequireSuccess(Do("connect only", [&] {
+    stream_ = std::make_unique<CheckedStream>(stage_, IsSound(), *camera_,
+                                              camera_->FormatOf(160, 120), 5);
+    return STATUS_SUCCESS;
+  }));
+}
+
 bool Application::FirstStream() {
   Connect();
   if (stream_ == nullptr) return false;
@@ -515,7 +569,7 @@ void Application::Everyday() {
 
 void Application::RequireFrames() {
   const auto require = [this](NTSTATUS status) {
-    Require(status == STATUS_SUCCESS, "answers " + HexOf(status));
+    if (!stage_.Camera().HasMixedAccesses()) RequireSuccess(status);
   };
   require(Do("open the camera again", [&] {
     camera_.emplace(Camera::Open(clients_.TopDevice()));

@@ -35,6 +35,12 @@ class Application {
   void DoAnything(std::uint64_t steps);
   /// Looks for the stream and streams, mostly.
   void Stream(std::uint64_t steps);
+  /// Turns the picture controls and the light, one after the other.
+  void TurnControls(std::uint64_t steps);
+  /// Turns the light again and again.
+  void TurnLight(std::uint64_t steps);
+  /// Streams until the camera goes or is started anew.
+  void StreamOn();
   /// A good day, the same on all days: gives up where something fails.
   void Everyday();
   /// Opens the camera and streams, which must work.
@@ -55,6 +61,9 @@ class Application {
   bool IsOutOfOrder(NTSTATUS status) const;
 
   void Sleep(LONGLONG longest);
+  void RequireSuccess(NTSTATUS status);
+  void OpenOnly();
+  void ConnectOnly();
   void OpenCamera();
   void CloseCamera();
   void Connect();
@@ -74,6 +83,7 @@ class Application {
   void Ask(const client::PropertyClient& properties);
   void AskSupport();
   void ChangeLevel();
+  void ChangeLight();
   void ListFormats();
   void Intersect();
   void LookAtStream();

@@ -1,9 +1,11 @@
 #include "simulation/client_scenarios.h"
 
 #include <chrono>
+#include <functional>
 
 #include "bus/faults/random_faults.h"
 #include "driver/usb/usb_capture_device.h"
+#include "platform/host/nt/scheduler.h"
 #include "simulation/client_stage.h"
 
 namespace lidcam::simulation {
@@ -137,6 +139,51 @@ void ClientsAndFaults(Stage& stage) {
   if (stage.Chance().OneIn(3)) RemoveUnder(clients);
   clients.WaitForApplications();
   clients.Close();
+}
+
+// One streams, mostly, while others turn controls.
+void Controls(Stage& stage) {
+  ClientStage& clients = ClientStage::On(stage, {});
+  stage.Require(clients.PlugIn(SomeCamera(stage)), "nothing can be plugged in");
+  clients.Start();
+  clients.BeginApplications(1, [](Application& application) { application.Stream(kSteps); });
+  clients.BeginApplications(stage.Chance().Between(1, 2),
+                            [](Application& application) { application.TurnControls(kSteps); });
+  EndSoundly(clients);
+}
+
+void SleepUntil(Stage& stage, const std::function<bool()>& isSo, const char* otherwise) {
+  const LONGLONG end = host::CurrentWorld().Now() + 60 * kSecond;
+  while (!isSo() && host::CurrentWorld().Now() < end) stage.Sleep(kMillisecond);
+  stage.Require(isSo(), otherwise);
+}
+
+// What takes the device out of use goes on without the request that has stopped; only the request
+// itself is never answered.
+void StoppedRead(Stage& stage) {
+  stage.AllowDisturbedFrames();
+  stage.Around().KeepLoopBusy();
+  ClientStage& clients = ClientStage::On(stage, {.HasTrouble = true});
+  stage.Require(clients.PlugIn({}), "nothing can be plugged in");
+  clients.Start();
+  clients.BeginApplications(1, [](Application& application) { application.StreamOn(); });
+  SleepUntil(
+      stage, [&stage] { return stage.Counts().Frames > 2; }, "no frames come");
+  clients.BeginApplications(1, [](Application& application) { application.TurnLight(10000); });
+  SleepUntil(
+      stage, [&stage] { return stage.Trace().StoppedReader() != nullptr; },
+      "no read has met the frame path");
+  if (stage.Chance().OneIn(2)) {
+    clients.SurpriseRemove();
+  } else {
+    clients.Restart();
+    stage.Begin("stream anew");
+    SleepUntil(
+        stage, [&clients] { return clients.HasEnded(1); }, "the stream's application doesn't end");
+    clients.OwnApplication().RequireFrames();
+  }
+  stage.Trace().Add("the device goes on");
+  clients.WaitForApplications();
 }
 
 void OutOfMemoryClient(Stage& stage) {

@@ -15,5 +15,7 @@ void ClientsAndRestarts(Stage& stage);
 void ClientsAndRemoval(Stage& stage);
 void ClientsAndFaults(Stage& stage);
 void OutOfMemoryClient(Stage& stage);
+void Controls(Stage& stage);
+void StoppedRead(Stage& stage);
 
 }  // namespace lidcam::simulation

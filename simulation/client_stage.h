@@ -51,6 +51,10 @@ class ClientStage final : public StageGuest {
   /// One that lives on the scenario's thread.
   Application& OwnApplication();
   void WaitForApplications();
+  /// The application of a number has nothing open any more.
+  [[nodiscard]] bool HasEnded(std::size_t number) const {
+    return applications_[number - 1]->Doing().IsOver;
+  }
 
   /// Takes the camera out of the host; nothing may be left of it then.
   void Close();

@@ -26,6 +26,9 @@ struct RunOptions {
   bool operator==(const RunOptions&) const = default;
 };
 
+/// What either of two has.
+[[nodiscard]] RunOptions operator|(const RunOptions& a, const RunOptions& b);
+
 /// As a user types them, each with a space ahead: " --points"; empty if there are none.
 [[nodiscard]] std::string ToString(const RunOptions& options);
 

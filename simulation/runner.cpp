@@ -50,7 +50,7 @@ class Player {
       KeSetEvent(&done_, IO_NO_INCREMENT, FALSE);
     });
     while (!IsDoneWithin(kLook)) {
-      const LONGLONG time = host::CurrentWorld().Now() - stage_.StepBegan();
+      const LONGLONG time = host::CurrentWorld().Now() - stage_.Longest().Began;
       const StatedHang* const hang = time >= kLook ? RecognizeHang(stage_) : nullptr;
       if (hang != nullptr || time > kLongestStep) ReportHang(hang);
     }
@@ -65,7 +65,7 @@ class Player {
 
   void ReportHang(const StatedHang* hang) {
     if (hang != nullptr) result_.Hang = hang->Name;
-    host::ReportViolation("simulation", "hangs at step '" + stage_.Step() + "'");
+    host::ReportViolation("simulation", "hangs at step '" + LongestUnexplained(stage_).Step + "'");
   }
 
   const Scenario& scenario_;
@@ -94,6 +94,12 @@ std::string_view ToString(Verdict verdict) {
   return "";
 }
 
+RunOptions operator|(const RunOptions& a, const RunOptions& b) {
+  return {.HasPoints = a.HasPoints || b.HasPoints,
+          .HasStalls = a.HasStalls || b.HasStalls,
+          .HasExposure = a.HasExposure || b.HasExposure};
+}
+
 std::string ToString(const RunOptions& options) {
   std::string text;
   if (options.HasPoints) text += " --points";
@@ -116,11 +122,13 @@ RunResult RunScenario(const Scenario& scenario, const RunKey& key, bool keepsTra
   world::ResetSharedExposure();
   const host::VerifierCapture capture;
   TraceRecord trace(keepsTrace);
-  Stage stage(key, trace);
+  RunKey played = key;
+  played.Options = key.Options | scenario.Needs;
+  Stage stage(played, trace);
   std::uint64_t schedule = 0;
   {
     host::SimulatedScheduler world({.Seed = key.Seed,
-                                    .HasPreemptionPoints = key.Options.HasPoints,
+                                    .HasPreemptionPoints = played.Options.HasPoints,
                                     .AtSwitchPoint = [&stage](const host::SwitchPlace& place) {
                                       return stage.AtSwitchPoint(place);
                                     }});

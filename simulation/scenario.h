@@ -15,6 +15,9 @@ struct Scenario {
 
   /// The scenario can be told which of the calls it counts is to fail: RunKey::Step.
   bool HasSteps = false;
+
+  /// What the scenario has whether or not it is asked for.
+  RunOptions Needs{};
 };
 
 /// All of them, in the order in which they are listed.

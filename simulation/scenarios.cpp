@@ -396,6 +396,12 @@ constexpr std::array kScenarios{
     Scenario{"lost-work-item", "a recovery gets no work item: the device can't be stopped",
              LostWorkItem},
     Scenario{"kept-request", "a cancelled request never comes back: nothing goes on", KeptRequest},
+    Scenario{"controls", "one application streams, others turn controls", Controls},
+    Scenario{"stopped-read",
+             "a read meets the frame path and stops for good: its request hangs",
+             StoppedRead,
+             false,
+             {.HasExposure = true}},
 };
 
 }  // namespace

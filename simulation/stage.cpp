@@ -9,6 +9,7 @@
 #include "platform/host/nt/kernel_faults.h"
 #include "platform/host/nt/pool.h"
 #include "platform/host/nt/scheduler.h"
+#include "platform/host/nt/thread.h"
 #include "platform/host/nt/verifier.h"
 #include "simulation/status_text.h"
 
@@ -35,26 +36,28 @@ Stage::Stage(const RunKey& key, TraceRecord& trace)
 }
 
 void Stage::Begin(const char* name) {
-  own_ = {name, Now(), false};
+  own_ = {name, Now(), false, &host::CurrentThread()};
   ++counts_.Steps;
 }
 
+std::vector<const Activity*> Stage::Activities() const {
+  std::vector<const Activity*> activities;
+  if (!own_.IsOver) activities.push_back(&own_);
+  std::ranges::copy_if(activities_, std::back_inserter(activities),
+                       [](const Activity* activity) { return !activity->IsOver; });
+  return activities;
+}
+
 const Activity& Stage::Longest() const {
-  const Activity* longest = own_.IsOver && !activities_.empty() ? nullptr : &own_;
-  for (const Activity* const activity : activities_) {
-    if (activity->IsOver) continue;
-    if (longest == nullptr || activity->Began < longest->Began) longest = activity;
-  }
-  return longest != nullptr ? *longest : own_;
+  const std::vector<const Activity*> activities = Activities();
+  const auto longest = std::ranges::min_element(
+      activities, {}, [](const Activity* activity) { return activity->Began; });
+  return longest != activities.end() ? **longest : own_;
 }
 
 bool Stage::IsDoing(std::string_view step) const {
-  const auto does = [step](const Activity& activity) {
-    return !activity.IsOver && activity.Step == step;
-  };
-  return does(own_) || std::ranges::any_of(activities_, [&does](const Activity* activity) {
-           return does(*activity);
-         });
+  return std::ranges::any_of(Activities(),
+                             [step](const Activity* activity) { return activity->Step == step; });
 }
 
 template <typename Operation>

@@ -28,6 +28,7 @@ struct Activity {
   std::string Step = "begin";
   LONGLONG Began = 0;
   bool IsOver = false;  ///< it does nothing any more, or waits for the others
+  const host::Thread* Thread = nullptr;
 };
 
 /// What a scenario has beside the stage: it lives until the world has ended or stopped.
@@ -84,6 +85,9 @@ class Stage {
   void TellGone();
   /// Takes the camera out of the host in order; nothing may be left of it then.
   void Remove();
+
+  /// For scenarios that need the exposure loop.
+  [[nodiscard]] Surroundings& Around() { return *around_; }
 
   [[nodiscard]] StampedCamera& Camera() { return *camera_; }
   [[nodiscard]] Interposer& Between() { return *interposer_; }
@@ -146,7 +150,9 @@ class Stage {
   void Begin(const char* name);
   void WaitForOthers() { own_.IsOver = true; }
   void CountFrame(bool isWhole) { ++(isWhole ? counts_.Frames : counts_.Disturbed); }
-  [[nodiscard]] bool AllowsDisturbedFrames() const { return allowsDisturbed_ || WasStalled(); }
+  [[nodiscard]] bool AllowsDisturbedFrames() const {
+    return allowsDisturbed_ || WasStalled() || camera_->HasMixedAccesses();
+  }
   /// When a wait that began at `time` begins to count: no time limit holds while a thread is stalled.
   [[nodiscard]] LONGLONG CountedFrom(LONGLONG time) const;
 
@@ -155,9 +161,10 @@ class Stage {
   /// The world has stopped: lets go of the camera as the world's threads did of theirs.
   void Abandon();
 
-  /// What the scenario is doing, and since when: of several threads, what takes longest.
-  [[nodiscard]] const std::string& Step() const { return Longest().Step; }
-  [[nodiscard]] LONGLONG StepBegan() const { return Longest().Began; }
+  /// What the scenario's threads are doing, those that do nothing any more aside.
+  [[nodiscard]] std::vector<const Activity*> Activities() const;
+  /// Of those, what takes longest; the scenario's own last one if there are none.
+  [[nodiscard]] const Activity& Longest() const;
   /// One of the threads does this.
   [[nodiscard]] bool IsDoing(std::string_view step) const;
   [[nodiscard]] RunCounts Counts() const;
@@ -168,7 +175,6 @@ class Stage {
  private:
   template <typename Operation>
   NTSTATUS Do(const char* name, Operation operation);
-  [[nodiscard]] const Activity& Longest() const;
   [[nodiscard]] bool WasStalled() const { return stalls_.HaveBegun(); }
   void TakeFrame(const world::HostedFrame& frame);
   void RequireReleased(bool allAreHome);

@@ -11,6 +11,8 @@ namespace lidcam::simulation {
 namespace {
 
 constexpr std::uint8_t kDescriptorIn = 0x80;
+constexpr std::uint8_t kVendorRequest = 0x40;
+constexpr std::uint16_t kSelectRegister = 0xFFFF;
 constexpr std::uint8_t kGetDescriptor = 6;
 constexpr std::uint8_t kConfigurationType = 2;
 constexpr std::uint8_t kEndpointType = 5;
@@ -81,8 +83,16 @@ std::uint8_t StampedCamera::LumaOf(std::uint32_t number, std::uint64_t microfram
   return static_cast<std::uint8_t>(20 + number / 4 % 80);
 }
 
+void StampedCamera::NoteAccess(const bus::SetupPacket& setup) {
+  if ((setup.RequestType & kVendorRequest) == 0) return;
+  const bool isSelect = setup.Index == kSelectRegister;
+  hasMixedAccesses_ = hasMixedAccesses_ || (isSelect && isSelected_);
+  isSelected_ = isSelect;
+}
+
 bus::ControlResult StampedCamera::ControlTransfer(const bus::SetupPacket& setup,
                                                   std::span<std::uint8_t> data) {
+  NoteAccess(setup);
   TakeTime();
   if (isUnplugged_) return {bus::UsbStatus::Disconnected, 0};
   if (Take(silentRequests_)) return {bus::UsbStatus::Silent, 0};

@@ -62,6 +62,11 @@ class StampedCamera final : public bus::UsbBus {
   void SilenceRequests(std::uint32_t count) { silentRequests_ = count; }
   void StallRequests(std::uint32_t count) { stalledRequests_ = count; }
 
+  /// A select of the bridge was followed by another one: register accesses of two threads have mixed,
+  /// from which the driver's application path is not kept, and each may have got the other's register.
+  /// Nobody knows what the camera sends from then on.
+  [[nodiscard]] bool HasMixedAccesses() const { return hasMixedAccesses_; }
+
   /// The byte that all pixels of a frame have which the camera has sent since the stream's setting was
   /// selected.
   [[nodiscard]] bool HasSent(std::uint8_t stamp) const {
@@ -74,6 +79,7 @@ class StampedCamera final : public bus::UsbBus {
  private:
   [[nodiscard]] static std::uint64_t Microframe();
   void TakeTime();
+  void NoteAccess(const bus::SetupPacket& setup);
   [[nodiscard]] std::uint8_t LumaOf(std::uint32_t number, std::uint64_t microframe);
   [[nodiscard]] std::uint32_t FrameBytes() const;
   std::uint32_t FillPacket(std::uint64_t microframe, std::uint32_t limit,
@@ -91,6 +97,8 @@ class StampedCamera final : public bus::UsbBus {
   std::uint32_t corruptReads_ = 0;
   std::uint32_t silentRequests_ = 0;
   std::uint32_t stalledRequests_ = 0;
+  bool isSelected_ = false;  ///< the register access that belongs to a select is still to come
+  bool hasMixedAccesses_ = false;
 };
 
 }  // namespace lidcam::simulation

@@ -19,4 +19,7 @@ struct StatedHang {
 /// @return null if a run that hangs has no right to
 [[nodiscard]] const StatedHang* RecognizeHang(Stage& stage);
 
+/// What takes longest and has no right to.
+[[nodiscard]] const Activity& LongestUnexplained(Stage& stage);
+
 }  // namespace lidcam::simulation

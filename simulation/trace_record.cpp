@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "driver/core/camera_trace.h"
+#include "platform/host/nt/thread.h"
 
 namespace lidcam::simulation {
 namespace {
@@ -48,6 +49,14 @@ void TraceRecord::Look(std::string_view line) {
   if (line == "recovery has no work item") hasLostWorkItem_ = true;
   if (line.starts_with("drain abort")) hasFailedDrain_ = !line.ends_with("=00000000");
   if (line == "drain ends status=00000102") hasFailedDrain_ = true;
+  if (line.starts_with("bus  read") && line.ends_with("stops for good")) NoteStoppedReader();
+}
+
+// The line is the thread's last one: it spins from here on, and time is not to be spent on that.
+void TraceRecord::NoteStoppedReader() {
+  host::Thread& self = host::CurrentThread();
+  self.SpinsForGood = true;
+  stoppedReader_ = &self;
 }
 
 std::string TraceRecord::Text() const {

@@ -5,6 +5,10 @@
 #include <string>
 #include <string_view>
 
+namespace lidcam::host {
+struct Thread;
+}
+
 namespace lidcam::simulation {
 
 /// The canonical trace of one run: its hash, and what of it a reader and the checks want. While it
@@ -27,11 +31,14 @@ class TraceRecord {
   [[nodiscard]] std::uint64_t RecoveriesEnded() const { return recoveries_; }
   /// A recovery could not be scheduled for want of a work item: from then on none can.
   [[nodiscard]] bool HasLostWorkItem() const { return hasLostWorkItem_; }
+  /// The thread whose read met the frame path and stops for good; null if there is none.
+  [[nodiscard]] const host::Thread* StoppedReader() const { return stoppedReader_; }
   /// The latest drain ran into its limit, or its abort failed.
   [[nodiscard]] bool HasFailedDrain() const { return hasFailedDrain_; }
 
  private:
   void Look(std::string_view line);
+  void NoteStoppedReader();
 
   const bool keepsAll_;
   std::uint64_t hash_;
@@ -39,6 +46,7 @@ class TraceRecord {
   std::uint64_t recoveries_ = 0;
   bool hasLostWorkItem_ = false;
   bool hasFailedDrain_ = false;
+  const host::Thread* stoppedReader_ = nullptr;
 };
 
 }  // namespace lidcam::simulation

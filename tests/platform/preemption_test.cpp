@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 
+#include "platform/host/nt/thread.h"
 #include "platform/shared_access.h"
 #include "tests/platform/simulation_support.h"
 
@@ -266,6 +267,31 @@ TEST(Stall, IsTheSameRunForTheSameSeed) {
     };
     EXPECT_EQ(play(), play());
   }
+}
+
+// Eighty of its turns at each point of time would be all that a long run does.
+TEST(Stall, ThreadThatSpinsForGoodIsNotRunAnyMore) {
+  std::uint64_t points = 0;
+  const VerifierCapture capture;
+  EXPECT_THROW(Simulate({.AtSwitchPoint =
+                             [&points](const SwitchPlace& place) {
+                               points = place.Number;
+                               return LONGLONG{0};
+                             }},
+                        [] {
+                          HANDLE handle = nullptr;
+                          const auto spin = [](PVOID) {
+                            CurrentThread().SpinsForGood = true;
+                            for (;;) YieldProcessor();
+                          };
+                          PsCreateSystemThread(&handle, 0, nullptr, nullptr, nullptr, spin,
+                                               nullptr);
+                          ZwClose(handle);
+                          for (int i = 0; i < 100; ++i) Sleep(kMillisecond);
+                        }),
+               KernelStopped);
+  EXPECT_LT(points, 200U);
+  EXPECT_EQ(capture.Violations().front().What, "thread 1 still runs, last seen in YieldProcessor");
 }
 
 }  // namespace

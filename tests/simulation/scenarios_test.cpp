@@ -105,6 +105,18 @@ TEST(StatedHang, RequestThatNeverComesBackFromItsCancelHoldsTheReleaseUpForEver)
   }
 }
 
+// The device is removed, or stopped and started and streams anew, beside the request that has stopped.
+TEST(StatedHang, ReadThatMeetsTheFramePathIsNeverAnsweredAndHoldsNoRemovalUp) {
+  for (std::uint64_t seed = 1; seed <= 5; ++seed) {
+    const RunResult result = Play("stopped-read", seed);
+    EXPECT_EQ(result.Outcome, Verdict::StatedHang) << result.What;
+    EXPECT_EQ(result.Hang, "read-stops-for-good");
+    EXPECT_EQ(result.What, "simulation: hangs at step 'change the light'");
+    EXPECT_NE(result.Trace.find("the device goes on"), std::string::npos) << result.Trace;
+    EXPECT_NE(result.Report.find("has stopped"), std::string::npos) << result.Report;
+  }
+}
+
 TEST(Scenarios, RecoveriesAndFramesHappenInThem) {
   RunCounts sum;
   for (std::uint64_t seed = 1; seed <= 6; ++seed) {

@@ -136,6 +136,30 @@ TEST(SimulationChecks, ClientThatHangsIsFoundBesideOthersThatGoOn) {
                 "hangs at step 'open the camera'");
 }
 
+// A read that stops explains what waits for its thread, and nothing else.
+TEST(SimulationChecks, HangBesideAReadThatHasStoppedIsAFailure) {
+  const auto play = [](Stage& stage) {
+    stage.Around().KeepLoopBusy();
+    ClientStage& clients = ClientStage::On(stage, {.HasTrouble = true});
+    clients.PlugIn({});
+    clients.Start();
+    clients.BeginApplications(1, [](Application& client) {
+      client.TurnControls(1);
+      KEVENT never;
+      KeInitializeEvent(&never, NotificationEvent, FALSE);
+      KeWaitForSingleObject(&never, Executive, KernelMode, FALSE, nullptr);
+    });
+    clients.BeginApplications(1, [](Application& client) { client.StreamOn(); });
+    clients.BeginApplications(1, [](Application& client) { client.TurnLight(10000); });
+    clients.WaitForApplications();
+  };
+  const RunResult result =
+      RunScenario({"broken", "", play, false, {.HasExposure = true}}, {"broken", 7, 0}, true);
+  EXPECT_NE(result.Trace.find("stops for good"), std::string::npos);
+  ExpectFailure(result, "hangs at step 'change");
+  EXPECT_EQ(result.Hang, "");
+}
+
 TEST(SimulationChecks, FileThatAClientLeavesOpenIsFound) {
   ExpectFailure(
       Play([](Stage& stage) {

@@ -42,5 +42,29 @@ TEST(StampedCamera, HeaderAloneIsShort) {
   EXPECT_EQ(StampedCamera::Check(std::vector<std::uint8_t>(64)), FrameContent::Short);
 }
 
+// Each access is a select, which is a write of register 0xFFFF, and the access itself.
+void Write(StampedCamera& camera, std::uint16_t index, std::uint16_t value) {
+  EXPECT_EQ(camera.ControlTransfer({0x40, 0xA0, value, index, 0}, {}).Status, bus::UsbStatus::Ok);
+}
+
+TEST(StampedCamera, AccessesOneAfterTheOtherAreNotMixed) {
+  StampedCamera camera({});
+  for (int i = 0; i < 3; ++i) {
+    Write(camera, 0xFFFF, 0);
+    Write(camera, 0xFF26, 0x20);
+  }
+  Write(camera, 0xFF26, 0x20);  // under the select in force, as a client may ask for
+  EXPECT_FALSE(camera.HasMixedAccesses());
+}
+
+TEST(StampedCamera, SelectBehindASelectTellsOfMixedAccesses) {
+  StampedCamera camera({});
+  Write(camera, 0xFFFF, 0);
+  Write(camera, 0xFFFF, 2);
+  Write(camera, 0xFF26, 0x20);
+  Write(camera, 0xFF26, 0x20);
+  EXPECT_TRUE(camera.HasMixedAccesses());
+}
+
 }  // namespace
 }  // namespace lidcam::simulation

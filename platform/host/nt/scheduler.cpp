@@ -76,6 +76,7 @@ void SpinOnce() {
   Thread& self = CurrentThread();
   self.LastCall = calls::kYieldProcessor.Name;
   CheckFreedUse(calls::kYieldProcessor, self);
+  self.HasStopped = self.SpinsForGood;
   self.World.SwitchPoint(self, calls::kYieldProcessor.Name, SwitchKind::Spin);
 }
 

@@ -76,6 +76,9 @@ class Scheduler {
   virtual void Stop() {}
   [[nodiscard]] virtual bool IsStopping() const { return false; }
 
+  /// The thread that holds a spin lock or a mutex; null if none does, or the world doesn't know.
+  [[nodiscard]] virtual const Thread* HolderOf(const void*) const { return nullptr; }
+
   /// Lines for a report: how to get to this state again, and the threads.
   [[nodiscard]] virtual std::string Describe() const { return {}; }
 

@@ -33,6 +33,11 @@ std::uint64_t HashByte(std::uint64_t hash, unsigned byte) {
   return (hash ^ byte) * kFnvPrime;
 }
 
+const char* StateText(const Thread& thread) {
+  if (thread.HasStopped) return "has stopped";
+  return thread.State == Thread::RunState::Blocked ? "waits" : "ready";
+}
+
 // An exception on its way must not meet another.
 bool IsUnwinding() {
   return std::uncaught_exceptions() != 0;
@@ -221,7 +226,8 @@ Thread& SimulatedScheduler::ChooseNext(Guard& guard) {
   while (true) {
     std::vector<Thread*> ready;
     std::ranges::copy_if(threads_, std::back_inserter(ready), [this](const Thread* thread) {
-      return thread->State == Thread::RunState::Ready && thread->StalledUntil <= now_;
+      return thread->State == Thread::RunState::Ready && thread->StalledUntil <= now_ &&
+             !thread->HasStopped;
     });
     std::vector<Thread*> eager;
     std::ranges::copy_if(ready, std::back_inserter(eager),
@@ -325,6 +331,13 @@ void SimulatedScheduler::StopOthers(Guard& guard) {
   }
 }
 
+const Thread* SimulatedScheduler::HolderOf(const void* lock) const {
+  for (const Thread* const thread : threads_) {
+    if (std::ranges::find(thread->Held, lock) != thread->Held.end()) return thread;
+  }
+  return nullptr;
+}
+
 std::string SimulatedScheduler::Describe() const {
   std::string text = "simulation with seed " + std::to_string(options_.Seed) + ", " +
                      std::to_string(outcome_.ScheduleLength) + " switch points\n";
@@ -332,9 +345,8 @@ std::string SimulatedScheduler::Describe() const {
     std::array<char, 200> line{};
     std::snprintf(line.data(), line.size(),
                   "  thread %u (%s) %s, level %u, %zu lock(s), in %s %p\n", thread->Number,
-                  thread->Name.c_str(),
-                  thread->State == Thread::RunState::Blocked ? "waits" : "ready", thread->Level,
-                  thread->Held.size(), thread->LastCall, thread->LastObject);
+                  thread->Name.c_str(), StateText(*thread), thread->Level, thread->Held.size(),
+                  thread->LastCall, thread->LastObject);
     text += line.data();
   }
   return text;

@@ -84,6 +84,7 @@ class SimulatedScheduler final : public Scheduler {
   void ThreadEnds(Thread& self, std::unique_lock<std::mutex>& guard) override;
   void Stop() override;
   [[nodiscard]] bool IsStopping() const override { return isStopping_; }
+  [[nodiscard]] const Thread* HolderOf(const void* lock) const override;
   [[nodiscard]] std::string Describe() const override;
 
  private:

@@ -62,6 +62,8 @@ struct Thread {
   bool IsWoken = false;
   unsigned Spins = 0;
   LONGLONG StalledUntil = 0;  ///< interrupt time; it doesn't run before
+  bool SpinsForGood = false;  ///< its next turn of a spin loop is the first of endlessly many
+  bool HasStopped = false;    ///< it does so: it isn't run any more
 };
 
 /// The calling thread.
