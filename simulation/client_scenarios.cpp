@@ -146,7 +146,7 @@ void Controls(Stage& stage) {
   ClientStage& clients = ClientStage::On(stage, {});
   stage.Require(clients.PlugIn(SomeCamera(stage)), "nothing can be plugged in");
   clients.Start();
-  clients.BeginApplications(1, [](Application& application) { application.Stream(kSteps); });
+  clients.BeginApplications(1, [](Application& application) { application.Stream(kSteps / 2); });
   clients.BeginApplications(stage.Chance().Between(1, 2),
                             [](Application& application) { application.TurnControls(kSteps); });
   EndSoundly(clients);
