@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
+#include <optional>
 
 #include "platform/host/nt/nt_declarations.h"
 #include "platform/host/usbd/usb_declarations.h"
@@ -8,8 +10,15 @@
 
 namespace lidcam::simulation {
 
+/// A transfer that another processor completes than the one that the USB stack runs on.
+struct CompletionElsewhere {
+  bool Fails = false;             ///< with an error of the URB
+  std::function<void()> Ahead{};  ///< on that processor at DISPATCH_LEVEL, ahead of the completion
+  std::function<void()> Behind{};
+};
+
 /// A device between the camera's driver and the USB stack that lets requests go wrong in ways in
-/// which no bus can: refused before they are sent, or kept for ever.
+/// which no bus can: refused before they are sent, kept for ever, or completed beside all others.
 class Interposer final : public world::DeviceFilter {
  public:
   Interposer();
@@ -27,6 +36,9 @@ class Interposer final : public world::DeviceFilter {
     urbStatus_ = urbStatus;
   }
 
+  /// The next isochronous transfer is completed elsewhere; one at a time.
+  void CompleteElsewhere(CompletionElsewhere completion) { elsewhere_ = std::move(completion); }
+
   /// From now on so many control requests are taken in and never completed, not even when they are
   /// cancelled.
   void KeepRequests(std::uint32_t count) { keptRequests_ = count; }
@@ -35,7 +47,10 @@ class Interposer final : public world::DeviceFilter {
  private:
   static NTSTATUS NTAPI PassOn(PDEVICE_OBJECT device, PIRP irp);
   static NTSTATUS NTAPI Enter(PDEVICE_OBJECT device, PIRP irp);
+  static NTSTATUS NTAPI Done(PDEVICE_OBJECT device, PIRP irp, PVOID context);
+  static void NTAPI CompleteDone(PKDPC dpc, PVOID context, PVOID irp, PVOID unused);
   NTSTATUS Dispatch(PIRP irp);
+  NTSTATUS SendToComplete(PIRP irp);
 
   DRIVER_OBJECT driver_{};
   PDEVICE_OBJECT device_ = nullptr;
@@ -44,6 +59,10 @@ class Interposer final : public world::DeviceFilter {
   USBD_STATUS urbStatus_ = USBD_STATUS_SUCCESS;
   std::uint32_t keptRequests_ = 0;
   bool hasKept_ = false;
+  std::optional<CompletionElsewhere> elsewhere_;
+  bool isOut_ = false;  ///< a transfer that is to be completed elsewhere
+  KDPC completer_{};
+  KEVENT completed_{};
 };
 
 }  // namespace lidcam::simulation

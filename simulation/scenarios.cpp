@@ -12,6 +12,7 @@
 #include "bus/faults/random_faults.h"
 #include "platform/host/nt/files.h"
 #include "simulation/client_scenarios.h"
+#include "simulation/late_scenarios.h"
 #include "simulation/sequences.h"
 
 namespace lidcam::simulation {
@@ -360,6 +361,8 @@ void KeptRequest(Stage& stage) {
   stage.Release();
 }
 
+constexpr RunOptions kPoints{.HasPoints = true};
+
 constexpr std::array kScenarios{
     Scenario{"start-stop", "streams and devices that end at any moment", StartAndStop},
     Scenario{"pause-storm", "pause, resume and run in quick order", PauseStorm},
@@ -402,6 +405,9 @@ constexpr std::array kScenarios{
              StoppedRead,
              false,
              {.HasExposure = true}},
+    Scenario{"late-frame-thread", "the frame thread's processor stops", LateFrameThread, false,
+             kPoints},
+    Scenario{"late-recovery", "a processor stops in a recovery", LateRecovery, false, kPoints},
 };
 
 }  // namespace

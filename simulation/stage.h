@@ -117,6 +117,14 @@ class Stage {
   /// Frames come, or the stream is where a recovery puts it: on the first pipe, in silence.
   void RequireFramesOrFirstPipe();
 
+  /// A thread that `isMeant` stands still for a while, at the `point`-th switch point that such a thread
+  /// comes to from now on.
+  void StallOne(IsMeant isMeant, std::uint64_t point, LONGLONG length) {
+    stalls_.PlanOne(std::move(isMeant), point, length);
+  }
+  void ForgetStall() { stalls_.ForgetPlan(); }
+  [[nodiscard]] bool WasStalled() const { return stalls_.HaveBegun(); }
+
   // ---- Checks.
 
   /// Ends the run unless `holds`: as failed, or as cut short if a thread has been stalled, which may be
@@ -175,7 +183,6 @@ class Stage {
  private:
   template <typename Operation>
   NTSTATUS Do(const char* name, Operation operation);
-  [[nodiscard]] bool WasStalled() const { return stalls_.HaveBegun(); }
   void TakeFrame(const world::HostedFrame& frame);
   void RequireReleased(bool allAreHome);
   void RequireAnswerOfGone(const char* operation, NTSTATUS status);

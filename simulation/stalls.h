@@ -9,22 +9,24 @@
 
 namespace lidcam::simulation {
 
+/// Whether a thread is one of those that are to stand still.
+using IsMeant = std::function<bool(const host::Thread& thread)>;
+
 /// The stalls of one run: a thread stands still at some switch point, with whatever it holds, while time
 /// goes on for all others.
 class Stalls {
  public:
   explicit Stalls(std::uint64_t seed);
 
-  /// From now on up to three stalls at any threads and points that the seed says: for a moment, or for as
+  /// From now on up to three stalls of any thread at points that the seed says; for a moment, or for as
   /// long as a stream takes to be stopped and started again.
   void BeginAnywhere();
 
-  /// One stall of a thread that `isMeant`, at the `point`-th switch point that such a thread comes to
-  /// from now on.
-  void PlanOne(std::function<bool(const host::Thread& thread)> isMeant, std::uint64_t point,
-               LONGLONG length);
+  /// One stall of a thread that `isMeant`, at the `point`-th switch point that such threads come to from
+  /// now on. In place of the plan before.
+  void PlanOne(IsMeant isMeant, std::uint64_t point, LONGLONG length);
   /// Takes it back if it hasn't begun.
-  void ForgetPlan() { isMeant_ = nullptr; }
+  void ForgetPlan() { planned_.Meant = nullptr; }
 
   /// @return for how long the thread that has come there stands still, 100 ns; 0: not at all
   LONGLONG At(const host::SwitchPlace& place, LONGLONG now);
@@ -37,16 +39,20 @@ class Stalls {
  private:
   static constexpr LONGLONG kNever = std::numeric_limits<LONGLONG>::min();
 
-  [[nodiscard]] LONGLONG LengthAnywhere();
-  [[nodiscard]] LONGLONG LengthAsPlanned(const host::Thread& thread);
-  void ChooseNext();
+  struct Plan {
+    IsMeant Meant{};  ///< null: there is no plan
+    std::uint64_t Points = 0;
+    LONGLONG Length = 0;
+
+    LONGLONG At(const host::Thread& thread);
+  };
+
+  void PlanNextAnywhere();
 
   Random chance_;
-  std::uint64_t left_ = 0;       ///< stalls anywhere to come
-  std::uint64_t countdown_ = 0;  ///< switch points up to the next one
-  std::function<bool(const host::Thread& thread)> isMeant_;
-  std::uint64_t plannedCountdown_ = 0;
-  LONGLONG plannedLength_ = 0;
+  std::uint64_t left_ = 0;  ///< stalls anywhere behind the planned one
+  Plan anywhere_;
+  Plan planned_;
   LONGLONG end_ = kNever;
 };
 

@@ -1,0 +1,13 @@
+#pragma once
+
+#include "simulation/stage.h"
+
+namespace lidcam::simulation {
+
+// Scenarios of a processor that stops for long at one of the places where the stream's threads meet,
+// while the stream is paused, released and started anew, or the device is stopped and removed.
+
+void LateFrameThread(Stage& stage);
+void LateRecovery(Stage& stage);
+
+}  // namespace lidcam::simulation
