@@ -1,6 +1,7 @@
 #include "simulation/stalls.h"
 
 #include <algorithm>
+#include <string_view>
 #include <utility>
 
 #include "platform/host/nt/thread.h"
@@ -25,7 +26,25 @@ bool IsAnyThread(const host::Thread&) {
   return true;
 }
 
-constexpr Place kPlaces[] = {{IsAnyThread, 2'000}, {IsAnyThread, 20'000}};
+// Completion routines, deferred calls, and whoever has a spin lock.
+bool IsAtDispatchLevel(const host::Thread& thread) {
+  return thread.Level == DISPATCH_LEVEL;
+}
+
+// The watchdog's ticks.
+bool RunsDeferredCalls(const host::Thread& thread) {
+  return thread.Name.starts_with("DPC");
+}
+
+// Recoveries.
+bool RunsWorkItems(const host::Thread& thread) {
+  return thread.Name.starts_with("worker");
+}
+
+constexpr Place kPlaces[] = {
+    {IsAnyThread, 2'000}, {IsAnyThread, 20'000},    {IsAtDispatchLevel, 3'000},
+    {RunsWorkItems, 300}, {RunsDeferredCalls, 100},
+};
 
 }  // namespace
 

@@ -18,8 +18,8 @@ class Stalls {
  public:
   explicit Stalls(std::uint64_t seed);
 
-  /// From now on up to three stalls of any thread at points that the seed says; for a moment, or for as
-  /// long as a stream takes to be stopped and started again.
+  /// From now on up to three stalls at places that the seed says, of any thread, or of those at which the
+  /// stream's threads meet; for a moment, or for as long as a stream takes to be stopped and started again.
   void BeginAnywhere();
 
   /// One stall of a thread that `isMeant`, at the `point`-th switch point that such threads come to from
