@@ -22,6 +22,10 @@ IsMeant Named(std::string_view name) {
   return [name](const host::Thread& thread) { return thread.Name.starts_with(name); };
 }
 
+IsMeant Itself(const host::Thread& meant) {
+  return [&meant](const host::Thread& thread) { return &thread == &meant; };
+}
+
 void BeginStream(Stage& stage) {
   stage.AllowDisturbedFrames();
   stage.AllowLateTransfers();
@@ -59,7 +63,32 @@ void GoOnMeanwhile(Stage& stage) {
   }
 }
 
+void CompleteLate(Stage& stage, bool fails) {
+  constexpr std::uint64_t kPointsOfACompletion = 30;
+  BeginStream(stage);
+  stage.Between().CompleteElsewhere(
+      {.Fails = fails,
+       .Ahead =
+           [&stage] { StallWithin(stage, Itself(host::CurrentThread()), kPointsOfACompletion); },
+       .Behind = [&stage] { stage.ForgetStall(); }});
+  GoOnMeanwhile(stage);
+}
+
 }  // namespace
+
+void LateCompletion(Stage& stage) {
+  CompleteLate(stage, false);
+}
+
+void LateFailure(Stage& stage) {
+  CompleteLate(stage, true);
+}
+
+void LateTick(Stage& stage) {
+  BeginStream(stage);
+  StallWithin(stage, Named("DPC"), 40);
+  GoOnMeanwhile(stage);
+}
 
 // It is the one thread that asks for a priority of its own.
 void LateFrameThread(Stage& stage) {
