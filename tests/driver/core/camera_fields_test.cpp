@@ -9,8 +9,10 @@
 
 #include "driver/core/control_codes.h"
 #include "driver/core/settings_store.h"
+#include "driver/exposure/auto_exposure.h"
 #include "platform/host/nt/registry.h"
 #include "tests/driver/core/bring_up_world.h"
+#include "tests/driver/core/kernel_call_hooks.h"
 
 namespace lidcam::test {
 namespace {
@@ -180,6 +182,48 @@ TEST_F(NewCamera, HasTheValuesOfTheFieldTable) {
     if (!field.Read) continue;
     EXPECT_EQ(field.Read(*camera_), field.Value) << field.Name;
   }
+}
+
+// What the bring-up may have left in these fields is replaced once it is over.
+TEST(CameraAfterBringUp, HasItsStateWhateverTheBringUpLeft) {
+  BringUpWorld world;
+  CameraContext* camera = nullptr;
+  KernelCallHooks hooks;
+  hooks.OnAllocate = [&](PVOID memory, SIZE_T size) {
+    if (size == sizeof(CameraContext)) camera = static_cast<CameraContext*>(memory);
+  };
+  world.Space.OnRequest = [&](const WirePacket& packet) {
+    camera->Streaming = 1;
+    camera->LongConfigDescriptor = 7;
+    camera->WorkerRunning = 0;
+    camera->StoredControl33 = 7;
+    camera->ClockDivider = 8;
+    camera->RawSizeMode = RawMode160x120;
+    camera->LightTransitionCount = 7;
+    camera->LightBrightCount = 7;
+    camera->LightState = LightStateDummy;
+    camera->ReceivedFrameBytes = 7;
+    AeIndex = 7;
+    // The last read, sensor register 0xFF0C, has the bus by now.
+    const std::vector<std::string>& accesses = world.Space.Accesses();
+    const bool isLast = !accesses.empty() && accesses.back().starts_with("read bridge FF68");
+    if (isLast && packet[1] == 0xA1) camera->DriverRegisterBusy = 1;
+  };
+  const CameraPointer created = world.Create(193);
+  ASSERT_EQ(created.get(), camera);
+  EXPECT_EQ(camera->Streaming, 0);
+  EXPECT_EQ(camera->LongConfigDescriptor, 193U);
+  EXPECT_EQ(camera->WorkerRunning, 1);
+  EXPECT_EQ(camera->StoredControl33, 0U);
+  EXPECT_EQ(camera->ClockDivider, 1);
+  EXPECT_EQ(camera->RawSizeMode, 1U);
+  EXPECT_EQ(camera->LightTransitionCount, 0);
+  EXPECT_EQ(camera->LightBrightCount, 0);
+  EXPECT_EQ(camera->LightState, 2U);
+  EXPECT_EQ(camera->AppRegisterBusy, 0U);
+  EXPECT_EQ(camera->DriverRegisterBusy, 0U);
+  EXPECT_EQ(camera->ReceivedFrameBytes, 0U);
+  EXPECT_EQ(AeIndex, 30);
 }
 
 TEST_F(NewCamera, HasItsFieldsInTheTablesOrderAndWidths) {

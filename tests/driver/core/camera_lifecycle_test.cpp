@@ -318,6 +318,21 @@ TEST_F(CreatedCamera, ForgetsItsBuffersBeforeItWaitsForItsWorkerAndThatBeforeIts
   EXPECT_THAT(atLastFree, ElementsAre(WorkState{}));
 }
 
+TEST_F(CreatedCamera, HasReadyBuffersUntilTheLastIsFreed) {
+  CameraContext* const camera = camera_.get();
+  camera->WorkBufferA = AllocateCameraMemory(100);
+  camera->WorkBufferC = AllocateCameraMemory(300);
+  camera->WorkBuffersReady = 1;
+  std::vector<int> ready;
+  KernelCallHooks hooks;
+  hooks.OnFree = [&](PVOID memory) {
+    const bool isBuffer = memory == camera->WorkBufferA || memory == camera->WorkBufferC;
+    if (memory != nullptr && isBuffer) ready.push_back(camera->WorkBuffersReady);
+  };
+  camera_.reset();
+  EXPECT_THAT(ready, ElementsAre(1, 1));
+}
+
 // --- memory ---
 
 TEST(CameraMemory, IsNonpagedAndCarriesTheTagWdm) {

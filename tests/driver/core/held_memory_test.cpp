@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "platform/host/nt/pool.h"
+#include "tests/driver/core/kernel_call_hooks.h"
 #include "tests/platform/simulation_support.h"
 
 namespace lidcam::test {
@@ -35,6 +36,17 @@ TEST(HeldMemory, LivesOnWithItsIrpUntilTheLastHolderLetsGo) {
     LetGo(*memory);
     EXPECT_EQ(host::PoolUsageOfTag(kTag).Blocks, before);
   });
+}
+
+TEST(HeldMemory, IsGivenUpBeforeItsLastHolderFreesIt) {
+  HeldMemory* const memory = AllocateHeldMemory(64);
+  int givenUp = -1;
+  KernelCallHooks hooks;
+  hooks.OnFree = [&](PVOID block) {
+    if (block == memory->Block) givenUp = memory->GivenUp;
+  };
+  GiveUp(*memory);
+  EXPECT_EQ(givenUp, 1);
 }
 
 TEST(HeldMemory, OfNoBytesOrOfNoRoomIsNull) {

@@ -16,7 +16,7 @@ struct WaitCall {
   std::optional<LONGLONG> Timeout;  ///< none: without a limit
 };
 
-/// Sees the driver's calls of two kernel functions while the object lives; one at a time. The linker
+/// Sees the driver's calls of three kernel functions while the object lives; one at a time. The linker
 /// leads those calls here (--wrap), so that the host's kernel needs no hook for them.
 class KernelCallHooks {
  public:
@@ -27,6 +27,9 @@ class KernelCallHooks {
 
   /// Ahead of each wait; a status is given to the driver in the wait's place.
   std::function<std::optional<NTSTATUS>(const WaitCall& call)> OnWait;
+
+  /// After each allocation from the pool.
+  std::function<void(PVOID memory, SIZE_T size)> OnAllocate;
 
   /// Ahead of each return of memory to the pool.
   std::function<void(PVOID memory)> OnFree;

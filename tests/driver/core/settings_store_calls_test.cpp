@@ -7,6 +7,7 @@
 #include <string>
 
 #include "driver/core/camera_memory.h"
+#include "tests/driver/core/pool_calls.h"
 #include "tests/driver/core/settings_fixture.h"
 
 namespace lidcam::test {
@@ -136,6 +137,20 @@ TEST_F(SettingsCalls, EverySaveAllocatesOnceAndStandsItsFailure) {
     host::FailPoolAllocation(2);
     SaveSettings(context_, kSettings);
     EXPECT_FALSE(allocate()) << "save took one allocation only";
+  }
+}
+
+TEST_F(SettingsCalls, TheBlockOfASaveHas256BytesAndComesAfterTheRootIsClosed) {
+  for (void* const transport : {static_cast<void*>(&transport_), static_cast<void*>(nullptr)}) {
+    context_.TransportContext = transport;
+    std::size_t callsBefore = 0;
+    const PoolCalls pool([&] { callsBefore = calls_.size(); });
+    calls_.clear();
+    SaveSettings(context_, kSettings);
+    EXPECT_THAT(pool.Allocations(),
+                ElementsAre(PoolCalls::Allocation{NonPagedPool, 256, 0x206D6457}));
+    EXPECT_EQ(callsBefore, calls_.size());
+    EXPECT_EQ(calls_.empty(), transport == nullptr);
   }
 }
 

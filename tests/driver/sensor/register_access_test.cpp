@@ -73,6 +73,19 @@ TEST_P(EveryPrimitive, GivesTheStatusOfItsDataTransferBack) {
   }
 }
 
+// A device that answers a read with no byte at all.
+TEST_P(EveryPrimitive, ReadsZeroWhereASuccessBringsNoByte) {
+  if (!GetParam().IsRead) return;
+  space_.Context().ReadRequest = [](void*, std::uint32_t, std::uint32_t, std::uint32_t, void*,
+                                    std::uint32_t* length) -> Status {
+    *length = 0;
+    return 0;
+  };
+  ReadByte() = kUntouched;
+  EXPECT_EQ(GetParam().Run(space_.Context()), 0);
+  EXPECT_EQ(ReadByte(), 0);
+}
+
 TEST_P(EveryPrimitive, DoesNotSeeAFailedSelect) {
   space_.Failure = [](const std::string& access) {
     return access.starts_with("select") ? kRequestFailed : 0;

@@ -13,6 +13,7 @@
 #include "platform/host/nt/files.h"
 #include "platform/host/nt/handles.h"
 #include "platform/host/nt/pool.h"
+#include "tests/driver/frame/still_file_calls.h"
 #include "tests/driver/sensor/register_set_bytes.h"
 #include "tests/driver/support/system_root.h"
 
@@ -283,6 +284,25 @@ TEST_F(RegisterSetFile, BodyLengthOf4GiBReadsNoMoreThanTheBuffer) {
   EXPECT_EQ(Load(SetFileTelling(0xFFFFFFFF, {Section(1, CountingEntries(2)), Bytes(3000, 0)})), 0);
   EXPECT_EQ(SetupTable().Count, 2U);
   EXPECT_THAT(Messages(), ElementsAre(kErrorMessage));
+}
+
+TEST_F(RegisterSetFile, IsOpenedOnceForReadingByItsWholePath) {
+  const StillFileCalls calls;
+  EXPECT_EQ(Load(SetFile({Section(3, CountingEntries(1))})), 0);
+  ASSERT_EQ(calls.Opens.size(), 1U);
+  EXPECT_EQ(calls.Opens[0], (OpenCall{.Name = kPath,
+                                      .AttributesLength = sizeof(OBJECT_ATTRIBUTES),
+                                      .RootDirectory = nullptr,
+                                      .Attributes = 0x80,
+                                      .Access = 1,
+                                      .HasAllocationSize = false,
+                                      .FileAttributes = 0x80,
+                                      .ShareAccess = 1,
+                                      .Disposition = 1,
+                                      .Options = 0x20,
+                                      .ExtendedAttributes = nullptr,
+                                      .ExtendedLength = 0}));
+  EXPECT_EQ(calls.Closes.size(), 1U);
 }
 
 TEST_F(RegisterSetFile, MissingFileReportsTheOpenAndLeavesTheTables) {
