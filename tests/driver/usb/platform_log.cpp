@@ -141,8 +141,31 @@ NTSTATUS __wrap_PsCreateSystemThread(PHANDLE thread, ULONG access, POBJECT_ATTRI
 NTSTATUS __wrap_PsCreateSystemThread(PHANDLE thread, ULONG access, POBJECT_ATTRIBUTES attributes,
                                      HANDLE process, PCLIENT_ID client, PKSTART_ROUTINE routine,
                                      PVOID context) {
-  PlatformLog::Add("create thread");
+  const bool isPlain =
+      access == 0 && attributes == nullptr && process == nullptr && client == nullptr;
+  PlatformLog::Add(isPlain ? "create thread" : "create thread with rights or in a process");
   return __real_PsCreateSystemThread(thread, access, attributes, process, client, routine, context);
+}
+
+NTSTATUS __real_ObReferenceObjectByHandle(HANDLE handle, ACCESS_MASK access, POBJECT_TYPE type,
+                                          KPROCESSOR_MODE mode, PVOID* object,
+                                          POBJECT_HANDLE_INFORMATION information);
+NTSTATUS __wrap_ObReferenceObjectByHandle(HANDLE handle, ACCESS_MASK access, POBJECT_TYPE type,
+                                          KPROCESSOR_MODE mode, PVOID* object,
+                                          POBJECT_HANDLE_INFORMATION information);
+NTSTATUS __wrap_ObReferenceObjectByHandle(HANDLE handle, ACCESS_MASK access, POBJECT_TYPE type,
+                                          KPROCESSOR_MODE mode, PVOID* object,
+                                          POBJECT_HANDLE_INFORMATION information) {
+  PlatformLog::Add("reference thread access=" + std::to_string(access) +
+                   " mode=" + std::to_string(mode));
+  return __real_ObReferenceObjectByHandle(handle, access, type, mode, object, information);
+}
+
+NTSTATUS __real_ZwClose(HANDLE handle);
+NTSTATUS __wrap_ZwClose(HANDLE handle);
+NTSTATUS __wrap_ZwClose(HANDLE handle) {
+  PlatformLog::Add("close handle");
+  return __real_ZwClose(handle);
 }
 
 LONG_PTR __real_ObfDereferenceObject(PVOID object);

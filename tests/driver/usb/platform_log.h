@@ -7,8 +7,8 @@
 
 namespace lidcam::test {
 
-/// Lines of what the driver asks of the platform, while one lives: device mutex, object bag, threads,
-/// timers, large memory and its release; the scripted stack adds a line for each request. The linker
+/// Lines of what the driver asks of the platform, while one lives: device mutex, object bag, threads and
+/// their handles, timers, large memory and its release; the scripted stack adds a line for each request. The linker
 /// leads those calls here (--wrap).
 class PlatformLog {
  public:

@@ -90,6 +90,53 @@ TEST(UsbConfiguration, AConfigurationOf521BytesIsReadInOnePass) {
   });
 }
 
+// A reply that came is measured whatever its status says: the longer read follows a failed one too.
+TEST(UsbConfiguration, AFailedRequestWhoseReplyTellsOfMoreThan521BytesIsRepeatedAllTheSame) {
+  InWorld([](TransportWorld& world) {
+    ASSERT_EQ(world.Start(), STATUS_SUCCESS);
+    std::vector<ULONG> asked;
+    world.Stack.Configuration = ConfigurationBytes(24);
+    world.Stack.Decide = [&](URB& urb) -> std::optional<Verdict> {
+      if (urb.UrbHeader.Function != 0x0B) return std::nullopt;
+      _URB_CONTROL_DESCRIPTOR_REQUEST& request = urb.UrbControlDescriptorRequest;
+      asked.push_back(request.TransferBufferLength);
+      if (asked.size() > 1) return std::nullopt;
+      auto* const bytes = static_cast<std::uint8_t*>(request.TransferBuffer);
+      bytes[2] = 561 & 0xFF;
+      bytes[3] = 561 >> 8;
+      request.TransferBufferLength = 4;
+      return Verdict{kRefused};
+    };
+    FreeCameraMemory(std::exchange(world.Record().InterfaceInformation, nullptr));
+    PipeRecord* const ownedByTheBag = std::exchange(world.Record().PipeTable, nullptr);
+    EXPECT_EQ(ReadConfiguration(world.Record()), STATUS_SUCCESS);
+    EXPECT_THAT(asked, ElementsAre(521U, 561U));
+    EXPECT_NE(world.Record().InterfaceInformation, nullptr);
+    FreeCameraMemory(std::exchange(world.Record().PipeTable, ownedByTheBag));
+  });
+}
+
+TEST(UsbConfiguration, AReplyOf0BytesEndsTheReadWithItsStatusWhateverLengthItTells) {
+  for (const NTSTATUS status : {STATUS_SUCCESS, kRefused}) {
+    InWorld([status](TransportWorld& world) {
+      ASSERT_EQ(world.Start(), STATUS_SUCCESS);
+      std::vector<ULONG> asked;
+      world.Stack.Decide = [&asked, status](URB& urb) -> std::optional<Verdict> {
+        if (urb.UrbHeader.Function != 0x0B) return std::nullopt;
+        _URB_CONTROL_DESCRIPTOR_REQUEST& request = urb.UrbControlDescriptorRequest;
+        asked.push_back(request.TransferBufferLength);
+        auto* const bytes = static_cast<std::uint8_t*>(request.TransferBuffer);
+        bytes[2] = 561 & 0xFF;
+        bytes[3] = 561 >> 8;
+        request.TransferBufferLength = 0;
+        return Verdict{status};
+      };
+      EXPECT_EQ(ReadConfiguration(world.Record()), status);
+      EXPECT_THAT(asked, ElementsAre(521U));
+    });
+  }
+}
+
 // The length counts even of a reply whose request failed.
 TEST(UsbConfiguration, AFailedConfigurationRequestStillTellsWhetherItIsTheLongOne) {
   InWorld([](TransportWorld& world) {
@@ -227,6 +274,18 @@ TEST(UsbConfiguration, TheWantedSettingThatIsInForceSendsNothing) {
     EXPECT_EQ(SetFormat(world), STATUS_SUCCESS);
     EXPECT_EQ(SetFormat(world), STATUS_SUCCESS);
     EXPECT_THAT(world.Stack.SettingsAsked, ElementsAre(7U));
+  });
+}
+
+TEST(UsbConfiguration, ASettingsPacketSizeDoesNotReachThePipeTable) {
+  InWorld([](TransportWorld& world) {
+    ASSERT_EQ(world.Start(), STATUS_SUCCESS);
+    const PipeRecord* const table = world.Record().PipeTable;
+    EXPECT_EQ(SetFormat(world), STATUS_SUCCESS);
+    EXPECT_EQ(world.Record().InterfaceInformation->Pipes[1].MaximumPacketSize, 5120);
+    EXPECT_EQ(world.Record().PipeTable, table);
+    EXPECT_EQ(table[0].MaximumPacketSize, 8);
+    EXPECT_EQ(table[1].MaximumPacketSize, 0);
   });
 }
 

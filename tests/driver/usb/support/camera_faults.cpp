@@ -1,6 +1,7 @@
 #include "tests/driver/usb/support/camera_faults.h"
 
 #include "driver/core/camera_context.h"
+#include "platform/kernel.h"
 
 namespace lidcam::test {
 
@@ -57,6 +58,17 @@ Status __wrap__ZN6lidcam9EndStreamERNS_13CameraContextE(CameraContext& context);
 Status __wrap__ZN6lidcam9EndStreamERNS_13CameraContextE(CameraContext& context) {
   const Status status = __real__ZN6lidcam9EndStreamERNS_13CameraContextE(context);
   return g_faults != nullptr && g_faults->EndFails ? -1 : status;
+}
+
+Status __real__ZN6lidcam12LoadSettingsERNS_13CameraContextEPKDs(CameraContext& context,
+                                                                const WCHAR* subkey);
+Status __wrap__ZN6lidcam12LoadSettingsERNS_13CameraContextEPKDs(CameraContext& context,
+                                                                const WCHAR* subkey);
+Status __wrap__ZN6lidcam12LoadSettingsERNS_13CameraContextEPKDs(CameraContext& context,
+                                                                const WCHAR* subkey) {
+  const Status status = __real__ZN6lidcam12LoadSettingsERNS_13CameraContextEPKDs(context, subkey);
+  const bool fails = g_faults != nullptr && ++g_faults->Loads == g_faults->FailingLoad;
+  return fails ? -1 : status;
 }
 
 }  // extern "C"

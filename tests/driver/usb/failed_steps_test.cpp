@@ -1,0 +1,98 @@
+// What a step of start or stream that fails leaves as it stands.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "driver/core/camera_context.h"
+#include "platform/host/nt/kernel_faults.h"
+#include "tests/driver/usb/support/camera_faults.h"
+#include "tests/driver/usb/transport_world.h"
+
+namespace lidcam::test {
+namespace {
+
+using testing::ElementsAre;
+
+constexpr auto kNoMemory = static_cast<NTSTATUS>(0xC000009A);
+constexpr auto kUnsuccessful = static_cast<NTSTATUS>(0xC0000001);
+
+TEST(FailedSteps, SettingsThatDoNotLoadAtTheEndOfAStartAreNoMemory) {
+  InWorld([](TransportWorld& world) {
+    CameraFaults faults;
+    faults.FailingLoad = 2;  // the first one belongs to the camera's creation
+    EXPECT_EQ(world.Start(), kNoMemory);
+    EXPECT_EQ(faults.Loads, 2U);
+    EXPECT_EQ(world.Record().Connected, 0);
+    EXPECT_EQ(world.Record().DeviceOpen, 0);
+  });
+}
+
+TEST(FailedSteps, AStartThatFailsBehindTheCamerasCreationKeepsTheCamera) {
+  InWorld([](TransportWorld& world) {
+    CameraFaults faults;
+    faults.FailingLoad = 2;
+    EXPECT_EQ(world.Start(), kNoMemory);
+    CameraContext* const camera = world.Record().Camera;
+    EXPECT_NE(camera, nullptr);
+    EXPECT_EQ(static_cast<CameraContext*>(world.Device().Camera), camera);
+    // The removal takes it down.
+    EXPECT_EQ(world.Device().StopHardware(), STATUS_SUCCESS);
+    EXPECT_EQ(static_cast<CameraContext*>(world.Device().Camera), nullptr);
+  });
+}
+
+TEST(FailedSteps, AStartWithoutAStreamRecordKeepsTheCameraToo) {
+  InWorld([](TransportWorld& world) {
+    PlatformLog::RefuseBagItem(4);
+    EXPECT_EQ(world.Start(), kNoMemory);
+    EXPECT_NE(world.Record().Camera, nullptr);
+    EXPECT_NE(static_cast<CameraContext*>(world.Device().Camera), nullptr);
+    EXPECT_EQ(world.Device().UsbStream, nullptr);
+  });
+}
+
+TEST(FailedSteps, AnAcquireWhoseModeFailsLeavesTheSettingAndTheCameraStreaming) {
+  InWorld([](TransportWorld& world) {
+    ASSERT_EQ(world.Start(), STATUS_SUCCESS);
+    CameraFaults faults;
+    faults.ModeFails = true;
+    EXPECT_EQ(world.Acquire(), kNoMemory);
+    EXPECT_EQ(world.Stream().StreamFormat.AlternateSetting, 7U);
+    EXPECT_EQ(world.Record().InterfaceInformation->AlternateSetting, 7);
+    EXPECT_THAT(world.Stack.SettingsAsked, ElementsAre(7U));
+    EXPECT_EQ(world.Record().Camera->Streaming, 1);
+  });
+}
+
+TEST(FailedSteps, AnAcquireWithoutItsThreadLeavesTheSettingAndTheCameraStreaming) {
+  InWorld([](TransportWorld& world) {
+    ASSERT_EQ(world.Start(), STATUS_SUCCESS);
+    host::FailKernelCall("PsCreateSystemThread", 1, kUnsuccessful);
+    EXPECT_EQ(world.Acquire(), kNoMemory);
+    EXPECT_EQ(world.Stream().StreamFormat.AlternateSetting, 7U);
+    EXPECT_THAT(world.Stack.SettingsAsked, ElementsAre(7U));
+    EXPECT_EQ(world.Record().Camera->Streaming, 1);
+    EXPECT_EQ(world.Stream().WaitFlags, 0U);
+  });
+}
+
+TEST(FailedSteps, ARunThatFailsLeavesTheCircleHaltedThroughTheRelease) {
+  InWorld([](TransportWorld& world) {
+    ASSERT_EQ(world.Start() | world.Acquire(), 0);
+    world.Stack.Decide = [sent = 0](URB& urb) mutable -> std::optional<Verdict> {
+      if (urb.UrbHeader.Function != 0x0A || ++sent != 7) return std::nullopt;
+      return Verdict{kUnsuccessful};
+    };
+    EXPECT_EQ(world.Device().RunStream(), kUnsuccessful);
+    EXPECT_EQ(world.Stream().Opened, 0);
+    EXPECT_EQ(world.Stream().Halted, 1);
+    // Neither does the next stream's preparation mend it.
+    world.Stack.Decide = nullptr;
+    while (world.Stack.IsoOut() != 0) world.Stack.CompleteIso(USBD_STATUS_CANCELED);
+    EXPECT_EQ(world.Acquire(), STATUS_SUCCESS);
+    EXPECT_EQ(world.Stream().Halted, 1);
+  });
+}
+
+}  // namespace
+}  // namespace lidcam::test

@@ -1,0 +1,73 @@
+#include "tests/driver/usb/support/kernel_arguments.h"
+
+#include <mutex>
+
+namespace lidcam::test {
+namespace {
+
+std::mutex g_lock;
+KernelArguments* g_arguments = nullptr;
+
+template <typename T>
+void Note(std::vector<T> KernelArguments::*list, const T& entry) {
+  const std::lock_guard guard(g_lock);
+  if (g_arguments != nullptr) (g_arguments->*list).push_back(entry);
+}
+
+}  // namespace
+
+KernelArguments::KernelArguments() {
+  const std::lock_guard guard(g_lock);
+  g_arguments = this;
+}
+
+KernelArguments::~KernelArguments() {
+  const std::lock_guard guard(g_lock);
+  g_arguments = nullptr;
+}
+
+}  // namespace lidcam::test
+
+using lidcam::test::KernelArguments;
+using lidcam::test::Note;
+
+// The linker makes these names.
+// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
+extern "C" {
+
+LONG __real_KeReleaseSemaphore(PRKSEMAPHORE semaphore, KPRIORITY increment, LONG adjustment,
+                               BOOLEAN wait);
+LONG __wrap_KeReleaseSemaphore(PRKSEMAPHORE semaphore, KPRIORITY increment, LONG adjustment,
+                               BOOLEAN wait);
+LONG __wrap_KeReleaseSemaphore(PRKSEMAPHORE semaphore, KPRIORITY increment, LONG adjustment,
+                               BOOLEAN wait) {
+  Note(&KernelArguments::SemaphoreReleases, {semaphore, increment, adjustment, wait});
+  return __real_KeReleaseSemaphore(semaphore, increment, adjustment, wait);
+}
+
+LONG __real_KeSetEvent(PRKEVENT event, KPRIORITY increment, BOOLEAN wait);
+LONG __wrap_KeSetEvent(PRKEVENT event, KPRIORITY increment, BOOLEAN wait);
+LONG __wrap_KeSetEvent(PRKEVENT event, KPRIORITY increment, BOOLEAN wait) {
+  Note(&KernelArguments::EventSets, {event, increment, wait});
+  return __real_KeSetEvent(event, increment, wait);
+}
+
+PIO_WORKITEM __real_IoAllocateWorkItem(PDEVICE_OBJECT device);
+PIO_WORKITEM __wrap_IoAllocateWorkItem(PDEVICE_OBJECT device);
+PIO_WORKITEM __wrap_IoAllocateWorkItem(PDEVICE_OBJECT device) {
+  Note(&KernelArguments::WorkItemDevices, device);
+  return __real_IoAllocateWorkItem(device);
+}
+
+void __real_IoQueueWorkItem(PIO_WORKITEM item, PIO_WORKITEM_ROUTINE routine, WORK_QUEUE_TYPE queue,
+                            PVOID context);
+void __wrap_IoQueueWorkItem(PIO_WORKITEM item, PIO_WORKITEM_ROUTINE routine, WORK_QUEUE_TYPE queue,
+                            PVOID context);
+void __wrap_IoQueueWorkItem(PIO_WORKITEM item, PIO_WORKITEM_ROUTINE routine, WORK_QUEUE_TYPE queue,
+                            PVOID context) {
+  Note(&KernelArguments::WorkItemQueues, queue);
+  __real_IoQueueWorkItem(item, routine, queue, context);
+}
+
+}  // extern "C"
+// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)

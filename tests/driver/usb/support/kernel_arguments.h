@@ -1,0 +1,40 @@
+#pragma once
+
+#include <vector>
+
+#include "platform/kernel.h"
+
+namespace lidcam::test {
+
+/// Writes down what the driver hands to those calls of the kernel whose arguments show in nothing that
+/// they do, while it lives; one at a time. The linker leads those calls here (--wrap).
+class KernelArguments {
+ public:
+  KernelArguments();
+  KernelArguments(const KernelArguments&) = delete;
+  KernelArguments& operator=(const KernelArguments&) = delete;
+  ~KernelArguments();
+
+  struct SemaphoreRelease {
+    PRKSEMAPHORE Semaphore;
+    KPRIORITY Increment;
+    LONG Adjustment;
+    BOOLEAN Wait;
+
+    friend bool operator==(const SemaphoreRelease&, const SemaphoreRelease&) = default;
+  };
+  struct EventSet {
+    PRKEVENT Event;
+    KPRIORITY Increment;
+    BOOLEAN Wait;
+
+    friend bool operator==(const EventSet&, const EventSet&) = default;
+  };
+
+  std::vector<SemaphoreRelease> SemaphoreReleases;
+  std::vector<EventSet> EventSets;
+  std::vector<PDEVICE_OBJECT> WorkItemDevices;
+  std::vector<WORK_QUEUE_TYPE> WorkItemQueues;
+};
+
+}  // namespace lidcam::test
