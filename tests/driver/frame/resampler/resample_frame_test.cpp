@@ -14,6 +14,8 @@ namespace {
 
 constexpr std::uint8_t kUntouched = 0xA5;
 
+bool g_hasDoubles = true;
+
 struct Frame {
   std::vector<std::uint8_t> Source = RandomPicture(std::size_t{64} * 48 * 3, 1);
   std::vector<std::uint8_t> Destination =
@@ -29,6 +31,7 @@ class ResampleFrameTest : public testing::Test {
   ~ResampleFrameTest() override {
     host::FailPoolAllocation(0);
     host::FailFloatingPointSave(0);
+    g_hasDoubles = true;
   }
 
   [[nodiscard]] std::uint32_t Saves() const {
@@ -51,6 +54,15 @@ TEST_F(ResampleFrameTest, GivesZeroForANullPointerWithoutAnyCall) {
   EXPECT_TRUE(frame.IsUntouched());
   EXPECT_EQ(ResampleFrame(frame.Destination.data(), frame.Source.data(), 64, 48, 40, 30, 1), 0U);
   EXPECT_EQ(Saves(), 1U);
+}
+
+// As the oldest 32-bit processors are.
+TEST_F(ResampleFrameTest, GivesZeroOnAProcessorWithoutDoublesAndSavesNothing) {
+  Frame frame;
+  g_hasDoubles = false;
+  EXPECT_EQ(ResampleFrame(frame.Destination.data(), frame.Source.data(), 64, 48, 40, 30, 1), 0U);
+  EXPECT_EQ(Saves(), 0U);
+  EXPECT_TRUE(frame.IsUntouched());
 }
 
 TEST_F(ResampleFrameTest, ScalesYuy2WithTheWholeFrameAndLinearly) {
@@ -159,3 +171,12 @@ TEST_F(ResampleFrameTest, WritesNothingWhenTheFloatingPointStateCannotBeSaved) {
 
 }  // namespace
 }  // namespace lidcam
+
+// The linker leads the question for the processor here (--wrap).
+// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
+extern "C" bool __real__ZN6lidcam13CpuHasDoublesEv();
+extern "C" bool __wrap__ZN6lidcam13CpuHasDoublesEv();
+extern "C" bool __wrap__ZN6lidcam13CpuHasDoublesEv() {
+  return lidcam::g_hasDoubles && __real__ZN6lidcam13CpuHasDoublesEv();
+}
+// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
