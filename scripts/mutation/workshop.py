@@ -182,7 +182,7 @@ class Workshop:
 
         with tempfile.TemporaryFile() as output:
             process = subprocess.Popen(
-                [test, "--gtest_brief=1", "--gtest_fail_fast"], cwd=test.parent,
+                [test, "--gtest_fail_fast"], cwd=test.parent,
                 stdin=subprocess.DEVNULL, stdout=output, stderr=subprocess.STDOUT,
                 preexec_fn=limit, start_new_session=True,
                 env={**os.environ, "TMPDIR": str(self._scratch), "HOME": str(self._scratch)})
