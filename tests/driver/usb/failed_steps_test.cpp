@@ -41,6 +41,19 @@ TEST(FailedSteps, AStartThatFailsBehindTheCamerasCreationKeepsTheCamera) {
   });
 }
 
+TEST(FailedSteps, OnlyTheDeviceClasses1And2And3Start) {
+  for (const std::uint32_t deviceClass : {0U, 1U, 2U, 3U, 4U, 0xFFFFFFFFU}) {
+    InWorld([deviceClass](TransportWorld& world) {
+      CameraFaults faults;
+      faults.DeviceClass = deviceClass;
+      const bool isKnown = deviceClass >= 1 && deviceClass <= 3;
+      EXPECT_EQ(world.Start(), isKnown ? STATUS_SUCCESS : kUnsuccessful) << deviceClass;
+      EXPECT_EQ(world.Record().Connected, isKnown ? 1 : 0);
+      EXPECT_NE(world.Record().Camera, nullptr);
+    });
+  }
+}
+
 TEST(FailedSteps, AStartWithoutAStreamRecordKeepsTheCameraToo) {
   InWorld([](TransportWorld& world) {
     PlatformLog::RefuseBagItem(4);

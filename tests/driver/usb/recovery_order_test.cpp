@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "tests/driver/usb/support/circle.h"
 #include "tests/driver/usb/support/kernel_arguments.h"
 
@@ -27,6 +29,64 @@ TEST(WatchdogOrder, TheRecoverysWaitEndsBeforeTheStops) {
     EXPECT_THAT(circle.Lines, ElementsAre("watchdog reset idle", "watchdog stop idle"));
     EXPECT_EQ(circle.Stream.WaitFlags, 0U);
     circle.Stream.StreamRunning = 0;
+  });
+}
+
+// Who wakes may look at once: the flags have changed by then.
+TEST(WatchdogOrder, AWaitEndsWithItsFlagsChanged) {
+  Simulate({}, [] {
+    Circle circle(1);
+    KeInitializeEvent(&circle.Stream.ResetEvent, SynchronizationEvent, FALSE);
+    KeInitializeEvent(&circle.Stream.StopEvent, SynchronizationEvent, FALSE);
+    circle.Stream.StreamRunning = 1;
+    circle.Stream.Halted = 1;
+    circle.Stream.WaitFlags = 3;
+    std::vector<std::string> flags;
+    KernelArguments arguments;
+    arguments.OnEventSet = [&](PRKEVENT) { flags.push_back(circle.Flags()); };
+    circle.Tick();
+    EXPECT_THAT(flags, ElementsAre("running wait=1", "running wait=0"));
+    circle.Stream.StreamRunning = 0;
+  });
+}
+
+TEST(WatchdogOrder, ARecoveryOnAPipeThatTheInterfaceLacksAbortsNothing) {
+  Simulate({}, [] {
+    Circle circle(1);
+    circle.Stream.Opened = 1;
+    circle.Stream.PipeIndex = 2;
+    EXPECT_EQ(RecoverStream(circle.Device, circle.Stream, nullptr, nullptr),
+              static_cast<NTSTATUS>(0xC000009C));
+    EXPECT_THAT(circle.Lines,
+                ElementsAre("recovery abort status=C000009C", "recovery ends status=C000009C"));
+    circle.Stream.Opened = 0;
+  });
+}
+
+// Nobody can alert the driver's threads, and no wait is on a user's behalf.
+TEST(Waits, OfARecoveryAndAStopAreForTheKernelAndNotAlertable) {
+  Simulate({}, [] {
+    Circle circle(2);
+    const KernelArguments arguments;
+    circle.Run();
+    circle.ComeHome(0, USBD_STATUS_XACT_ERROR);
+    host::Sleep(600 * host::kMillisecond);
+    circle.Pause();
+    circle.Release();
+    for (void* const object :
+         {static_cast<void*>(&circle.Stream.ResetEvent),
+          static_cast<void*>(&circle.Stream.StopEvent), static_cast<void*>(&circle.Device.UrbLock),
+          static_cast<void*>(&circle.Pipeline->WakeSemaphore),
+          static_cast<void*>(&circle.Pipeline->DoneSemaphore)}) {
+      EXPECT_TRUE(std::any_of(arguments.Waits.begin(), arguments.Waits.end(),
+                              [object](const auto& wait) { return wait.Object == object; }));
+    }
+    EXPECT_GT(arguments.Waits.size(), 10U);
+    for (const KernelArguments::Wait& wait : arguments.Waits) {
+      EXPECT_EQ(wait.Reason, 0);
+      EXPECT_EQ(wait.Mode, 0);
+      EXPECT_EQ(wait.Alertable, 0);
+    }
   });
 }
 

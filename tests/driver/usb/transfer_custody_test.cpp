@@ -110,5 +110,24 @@ TEST(TransferCustody, OnlyTheTransfersOwnMemoryIsQueued) {
   });
 }
 
+// Sent down again, it does what the start wanted: a stop that comes next is not to send it once more.
+TEST(TransferCustody, AResubmissionForgetsTheStartThatWantedIt) {
+  host::Simulate({}, [] {
+    Circle circle(1);
+    circle.Prepare();
+    IsoTransfer& transfer = circle.Transfer(0);
+    HeldMemory& memory = *transfer.Memory;
+    EXPECT_TRUE(TakeForStart(memory));
+    EXPECT_FALSE(TakeForStart(memory));
+    EXPECT_EQ(memory.Holds, 0x10002);
+    ResubmitTransfer(transfer, memory);
+    EXPECT_EQ(circle.Kept.size(), 1U);
+    EXPECT_EQ(memory.Holds, 2);
+    EXPECT_FALSE(PutAwayUnlessWanted(memory));
+    EXPECT_EQ(memory.Holds, 1);
+    Hold(memory);
+  });
+}
+
 }  // namespace
 }  // namespace lidcam::test

@@ -17,7 +17,9 @@ CameraFaults::~CameraFaults() {
 
 }  // namespace lidcam::test
 
+using lidcam::CameraCapabilities;
 using lidcam::CameraContext;
+using lidcam::CameraTransport;
 using lidcam::FormatRequest;
 using lidcam::Status;
 using lidcam::test::g_faults;
@@ -69,6 +71,27 @@ Status __wrap__ZN6lidcam12LoadSettingsERNS_13CameraContextEPKDs(CameraContext& c
   const Status status = __real__ZN6lidcam12LoadSettingsERNS_13CameraContextEPKDs(context, subkey);
   const bool fails = g_faults != nullptr && ++g_faults->Loads == g_faults->FailingLoad;
   return fails ? -1 : status;
+}
+
+CameraContext*
+__real__ZN6lidcam19CreateCameraContextERKNS_15CameraTransportERNS_18CameraCapabilitiesEPKhj(
+    const CameraTransport& transport, CameraCapabilities& capabilities,
+    const std::uint8_t* deviceDescriptor, std::uint32_t longConfig);
+CameraContext*
+__wrap__ZN6lidcam19CreateCameraContextERKNS_15CameraTransportERNS_18CameraCapabilitiesEPKhj(
+    const CameraTransport& transport, CameraCapabilities& capabilities,
+    const std::uint8_t* deviceDescriptor, std::uint32_t longConfig);
+CameraContext*
+__wrap__ZN6lidcam19CreateCameraContextERKNS_15CameraTransportERNS_18CameraCapabilitiesEPKhj(
+    const CameraTransport& transport, CameraCapabilities& capabilities,
+    const std::uint8_t* deviceDescriptor, std::uint32_t longConfig) {
+  CameraContext* const camera =
+      __real__ZN6lidcam19CreateCameraContextERKNS_15CameraTransportERNS_18CameraCapabilitiesEPKhj(
+          transport, capabilities, deviceDescriptor, longConfig);
+  if (g_faults != nullptr && g_faults->DeviceClass) {
+    capabilities.DeviceClass = *g_faults->DeviceClass;
+  }
+  return camera;
 }
 
 }  // extern "C"

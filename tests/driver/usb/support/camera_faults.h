@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 
 namespace lidcam::test {
 
@@ -16,6 +17,9 @@ struct CameraFaults {
   bool NoRawBuffer = false;  ///< NegotiateFormat() asks for a raw buffer of 0 bytes
   bool ModeFails = false;    ///< SelectStreamMode() does its work and gives -1
   bool EndFails = false;     ///< EndStream() does its work and gives -1
+
+  /// Device class that CreateCameraContext() tells.
+  std::optional<std::uint32_t> DeviceClass;
 
   unsigned FailingLoad = 0;  ///< which LoadSettings() from now on does its work and gives -1
   unsigned Loads = 0;        ///< how many there have been

@@ -48,6 +48,9 @@ LONG __wrap_KeReleaseSemaphore(PRKSEMAPHORE semaphore, KPRIORITY increment, LONG
 LONG __real_KeSetEvent(PRKEVENT event, KPRIORITY increment, BOOLEAN wait);
 LONG __wrap_KeSetEvent(PRKEVENT event, KPRIORITY increment, BOOLEAN wait);
 LONG __wrap_KeSetEvent(PRKEVENT event, KPRIORITY increment, BOOLEAN wait) {
+  if (lidcam::test::g_arguments != nullptr && lidcam::test::g_arguments->OnEventSet) {
+    lidcam::test::g_arguments->OnEventSet(event);
+  }
   Note(&KernelArguments::EventSets, {event, increment, wait});
   return __real_KeSetEvent(event, increment, wait);
 }
@@ -67,6 +70,23 @@ void __wrap_IoQueueWorkItem(PIO_WORKITEM item, PIO_WORKITEM_ROUTINE routine, WOR
                             PVOID context) {
   Note(&KernelArguments::WorkItemQueues, queue);
   __real_IoQueueWorkItem(item, routine, queue, context);
+}
+
+void __real_ExQueueWorkItem(PWORK_QUEUE_ITEM item, WORK_QUEUE_TYPE queue);
+void __wrap_ExQueueWorkItem(PWORK_QUEUE_ITEM item, WORK_QUEUE_TYPE queue);
+void __wrap_ExQueueWorkItem(PWORK_QUEUE_ITEM item, WORK_QUEUE_TYPE queue) {
+  Note(&KernelArguments::WorkItemQueues, queue);
+  __real_ExQueueWorkItem(item, queue);
+}
+
+NTSTATUS __real_KeWaitForSingleObject(PVOID object, KWAIT_REASON reason, KPROCESSOR_MODE mode,
+                                      BOOLEAN alertable, PLARGE_INTEGER timeout);
+NTSTATUS __wrap_KeWaitForSingleObject(PVOID object, KWAIT_REASON reason, KPROCESSOR_MODE mode,
+                                      BOOLEAN alertable, PLARGE_INTEGER timeout);
+NTSTATUS __wrap_KeWaitForSingleObject(PVOID object, KWAIT_REASON reason, KPROCESSOR_MODE mode,
+                                      BOOLEAN alertable, PLARGE_INTEGER timeout) {
+  Note(&KernelArguments::Waits, {object, reason, mode, alertable});
+  return __real_KeWaitForSingleObject(object, reason, mode, alertable, timeout);
 }
 
 }  // extern "C"

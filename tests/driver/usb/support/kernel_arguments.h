@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <vector>
 
 #include "platform/kernel.h"
@@ -31,10 +32,21 @@ class KernelArguments {
     friend bool operator==(const EventSet&, const EventSet&) = default;
   };
 
+  struct Wait {
+    PVOID Object;
+    KWAIT_REASON Reason;
+    KPROCESSOR_MODE Mode;
+    BOOLEAN Alertable;
+  };
+
+  /// Runs ahead of each setting of an event.
+  std::function<void(PRKEVENT event)> OnEventSet;
+
   std::vector<SemaphoreRelease> SemaphoreReleases;
   std::vector<EventSet> EventSets;
   std::vector<PDEVICE_OBJECT> WorkItemDevices;
-  std::vector<WORK_QUEUE_TYPE> WorkItemQueues;
+  std::vector<WORK_QUEUE_TYPE> WorkItemQueues;  ///< of both kinds of items
+  std::vector<Wait> Waits;
 };
 
 }  // namespace lidcam::test
