@@ -7,16 +7,14 @@
 
 #include <atomic>
 #include <chrono>
-#include <cstdarg>
-#include <cstdio>
 #include <thread>
 
 #include "driver/core/camera_memory.h"
-#include "driver/core/camera_trace.h"
 #include "platform/host/nt/wdm_version.h"
 #include "platform/kernel.h"
 #include "tests/driver/core/bring_up_world.h"
 #include "tests/driver/core/kernel_call_hooks.h"
+#include "tests/driver/support/trace_lines.h"
 
 namespace lidcam::test {
 namespace {
@@ -107,30 +105,29 @@ TEST_F(CreatedCamera, ResumesWithSuccessThoughTheBusFails) {
 
 // --- trace ---
 
-std::vector<std::string>& TraceLines() {
-  static std::vector<std::string> lines;
-  return lines;
-}
-
-// Keeps the lines of state changes; register accesses are traced on their own.
-[[gnu::format(printf, 1, 0)]] void KeepStateLine(const char* format, std::va_list arguments) {
-  std::array<char, 120> text{};
-  std::vsnprintf(text.data(), text.size(), format, arguments);
-  const std::string line = text.data();
-  if (!line.starts_with("bus ")) TraceLines().push_back(line);
-}
-
 TEST_F(CreatedCamera, TracesItsStreamAndItsPower) {
-  TraceLines().clear();
-  SetCameraTraceSink(KeepStateLine);
+  TraceLines trace;
   MarkStreaming(*camera_);
-  EXPECT_THAT(TraceLines(), ElementsAre("stream on"));
+  EXPECT_THAT(trace.Take(), ElementsAre("stream on"));
   EndStream(*camera_);
   SuspendCamera(*camera_);
-  EXPECT_THAT(TraceLines(), ElementsAre("stream on", "stream off", "power off"));
+  EXPECT_THAT(trace.Take(), ElementsAre("stream off", "power off"));
   ResumeCamera(*camera_);
-  SetCameraTraceSink(nullptr);
-  EXPECT_EQ(TraceLines().at(3), "power on");
+  EXPECT_EQ(trace.Take().front(), "power on");
+}
+
+TEST_F(CreatedCamera, TracesAStepAheadOfItsRegisterAccesses) {
+  TraceLines trace(TraceLines::Accesses::Kept);
+  EndStream(*camera_);
+  std::vector<std::string> lines = trace.Take();
+  ASSERT_GT(lines.size(), 2U);
+  EXPECT_EQ(lines[0], "stream off");
+  EXPECT_EQ(lines[1].substr(0, 4), "bus ");
+  ResumeCamera(*camera_);
+  lines = trace.Take();
+  ASSERT_GT(lines.size(), 2U);
+  EXPECT_EQ(lines[0], "power on");
+  EXPECT_EQ(lines[1].substr(0, 4), "bus ");
 }
 
 // --- waiting ---

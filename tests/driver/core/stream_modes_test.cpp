@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "tests/driver/support/register_space.h"
+#include "tests/driver/support/trace_lines.h"
 
 namespace lidcam::test {
 namespace {
@@ -446,6 +447,17 @@ TEST_F(StreamModes, SelectionSetsStreamingByItself) {
   camera_.Streaming = 0;
   Select(1);
   EXPECT_EQ(camera_.Streaming, 1);
+}
+
+TEST_F(StreamModes, TraceTellsSettingModeAndFrameSizeAheadOfTheProgramming) {
+  camera_.SensorType = SensorTypeVGA0708;
+  camera_.CaptureWidth = 640;
+  TraceLines trace(TraceLines::Accesses::Kept);
+  Select(5);
+  const std::vector<std::string> lines = trace.Take();
+  ASSERT_GT(lines.size(), 1U);
+  EXPECT_EQ(lines[0], "stream setting=5 size-mode=2 frame-bytes=153666");
+  EXPECT_EQ(lines[1].substr(0, 4), "bus ");
 }
 
 }  // namespace

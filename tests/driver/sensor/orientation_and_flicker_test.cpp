@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "tests/driver/support/register_space.h"
+#include "tests/driver/support/trace_lines.h"
 
 namespace lidcam::test {
 namespace {
@@ -467,6 +468,23 @@ TEST_F(OrientationAndFlicker, Ov7660ReturnsItsLastWritesStatusOnly) {
     Fails("write sensor FF3B=06");
     EXPECT_EQ(ProgramFlicker(camera_), failure);
   }
+}
+
+TEST_F(OrientationAndFlicker, TraceTellsEachBandWithWhatItCameFrom) {
+  camera_.SensorType = SensorTypeVGA0708;
+  camera_.ClockDivider = 1;
+  TraceLines trace;
+  camera_.Flicker = 1;
+  ProgramFlicker(camera_);
+  camera_.Flicker = 2;
+  camera_.ClockDivider = 4;
+  space_.Sensor[0x13] = 0xF1;
+  space_.Sensor[0x14] = 0x05;
+  ProgramFlicker(camera_);
+  camera_.Flicker = 0;
+  ProgramFlicker(camera_);
+  EXPECT_THAT(trace.Take(), ElementsAre("flicker band=174 line=860 divider=1",
+                                        "flicker band=27 line=1121 divider=4"));
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 
 #include "platform/host/nt/debug_print.h"
 #include "tests/driver/support/register_space.h"
+#include "tests/driver/support/trace_lines.h"
 
 namespace lidcam::test {
 namespace {
@@ -376,6 +377,16 @@ TEST(UnknownCamera, KeepsType1WithoutTrafficWhateverThePair) {
       ASSERT_EQ(Identify(space, vendor, product), Nothing()) << vendor << ":" << product;
     }
   }
+}
+
+TEST(SensorTrace, TellsTheTypeOnceItIsKnown) {
+  RegisterSpace space;
+  space.Sensor[0x02] = 0x15;
+  TraceLines trace;
+  EXPECT_EQ(Identify(space, 0x1AF0, 0x0511).Type, 9);
+  EXPECT_THAT(trace.Take(), ElementsAre("sensor type 9"));
+  Identify(space, 0x1B17, 0x6105);
+  EXPECT_THAT(trace.Take(), IsEmpty());
 }
 
 }  // namespace
