@@ -30,7 +30,8 @@ _NAMES = {
     "EVENT_INCREMENT": "0",
 }
 _NUMBER = re.compile(r"(0[xX][0-9a-fA-F']+|0[bB][01']+|[0-9][0-9']*)([uUlL]*)$")
-_PLAIN_ASSIGNMENT = re.compile(r"([\w.:>\[\]-]+)\s*=(?!=)\s*(.*);$", re.DOTALL)
+_PLAIN_ASSIGNMENT = re.compile(
+    r"(?:(?:const |constexpr )?[\w:<>]+[ *&]+(?:const )?)?([\w.:>\[\]-]+)\s*=(?!=)\s*(.*);$", re.DOTALL)
 _EMPTY_LOCAL = re.compile(r"[\w:<>]+ \w+\s*(\{\}|\{0\}|= (\w+::\w+|\d+|nullptr|true|false));$")
 _CALL = re.compile(r"[\w>]\s*\(")
 _CAST = re.compile(r"\w+_cast<[^()]*>\(|sizeof\(")
@@ -198,8 +199,8 @@ def _gives_the_value(source, statement):
 
 
 def _is_order_free(source, first, second):
-    """True of two plain assignments of which neither reads what the other writes, and of a local that
-    begins as a constant."""
+    """True of two plain assignments, or definitions, of which neither reads what the other writes, and of
+    a local that begins as a constant."""
     texts = [source.text[each.start:each.end] for each in (first, second)]
     if any(_EMPTY_LOCAL.match(text) for text in texts):
         return True
@@ -207,4 +208,4 @@ def _is_order_free(source, first, second):
     if None in parts:
         return False
     (target, value), (other_target, other_value) = (part.groups() for part in parts)
-    return target != other_target and target not in other_value and other_target not in value
+    return target not in other_target + other_value and other_target not in target + value

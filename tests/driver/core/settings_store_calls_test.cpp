@@ -397,6 +397,23 @@ TEST_F(MachineRoot, ANameOfElevenCharactersFitsAndOneOfTwelveIsLeftOut) {
   EXPECT_EQ(Open(nullptr), std::string(kBase) + "  F003F 240 0 0");
 }
 
+// The path stands in a block of 256 bytes until the key is open.
+TEST_F(MachineRoot, KeepsItsPathInABlockUntilTheKeyIsOpen) {
+  Install();
+  const std::size_t before = host::PoolUsageOfAll().Blocks;
+  std::size_t atOpen = 0;
+  host::SetRegistryCallHook([&](const host::RegistryCall& call) {
+    if (std::string(call.Name) == "ZwCreateKey") atOpen = host::PoolUsageOfAll().Blocks;
+    return OnCall(call);
+  });
+  const PoolCalls pool;
+  EXPECT_NE(Open(KERNEL_TEXT("Lid")), "null");
+  EXPECT_EQ(atOpen, before + 1);
+  EXPECT_EQ(host::PoolUsageOfAll().Blocks, before);
+  EXPECT_THAT(pool.Allocations(),
+              ElementsAre(PoolCalls::Allocation{NonPagedPool, 256, 0x206D6457}));
+}
+
 TEST_F(MachineRoot, IsNullWithoutItsKeyOrWithoutMemory) {
   EXPECT_EQ(Open(KERNEL_TEXT("Lid")), "null");
   Install();
