@@ -449,6 +449,32 @@ TEST_F(StreamModes, SelectionSetsStreamingByItself) {
   EXPECT_EQ(camera_.Streaming, 1);
 }
 
+// What comes before the registers are written: on the widest setting the setup registers' replay is the
+// first to write.
+TEST_F(StreamModes, SettingAndModeStandBeforeTheSetupRegistersAndTheFrameSizeBeforeTheProgramming) {
+  camera_.SensorType = SensorTypeVGA0708;
+  camera_.CaptureWidth = 640;
+  camera_.RawSizeMode = 4;
+  camera_.SetupRegisters.Present = 1;
+  camera_.SetupRegisters.Count = 1;
+  camera_.SetupRegisters.Entries[0] = {0x11, 0xA1, 0x01};
+  std::string atFirst;
+  std::uint32_t frameSizeAtLast = 0;
+  space_.OnRequest = [&](const WirePacket&) {
+    if (atFirst.empty()) {
+      const std::uint32_t values[] = {camera_.StreamAlternateSetting, camera_.RawSizeMode,
+                                      camera_.RawFrameSize};
+      atFirst = "streaming " + std::to_string(camera_.Streaming);
+      for (const std::uint32_t value : values) atFirst += " " + std::to_string(value);
+    }
+    frameSizeAtLast = camera_.RawFrameSize;
+  };
+  Select(7);
+  EXPECT_EQ(atFirst, "streaming 1 7 1 0");
+  EXPECT_EQ(space_.Accesses().front(), "write bridge FFA1=01");
+  EXPECT_EQ(frameSizeAtLast, 614466U);
+}
+
 TEST_F(StreamModes, TraceTellsSettingModeAndFrameSizeAheadOfTheProgramming) {
   camera_.SensorType = SensorTypeVGA0708;
   camera_.CaptureWidth = 640;
