@@ -86,6 +86,38 @@ TEST(BulkState, OfAStreamsTransferBeginsAnewEachTime) {
   });
 }
 
+// The stack may write into the URB of the chunk before.
+TEST(BulkState, EachChunksUrbIsFilledAnew) {
+  Simulate({}, [] {
+    BulkDevice device;
+    std::uint8_t buffer[320];
+    int handle = 0;
+    device.Pipe(0).PipeHandle = &handle;
+    device.Read(buffer, 320);
+    _URB_BULK_OR_INTERRUPT_TRANSFER& urb = BulkDevice::UrbOf(device.Kept.front());
+    const USHORT length = urb.Hdr.Length;
+    urb.Hdr.Length = 0;
+    urb.Hdr.Function = 0;
+    urb.PipeHandle = nullptr;
+    urb.TransferFlags = 0;
+    void* const anything = &handle;
+    urb.TransferBufferMDL = static_cast<decltype(urb.TransferBufferMDL)>(anything);
+    urb.UrbLink = static_cast<decltype(urb.UrbLink)>(anything);
+    device.Answer(256);
+    EXPECT_EQ(&BulkDevice::UrbOf(device.Kept.front()), &urb);
+    EXPECT_EQ(urb.Hdr.Length, length);
+    EXPECT_EQ(urb.Hdr.Length, sizeof(void*) == 8 ? 128 : 72);
+    EXPECT_EQ(urb.Hdr.Function, 9);
+    EXPECT_EQ(urb.PipeHandle, &handle);
+    EXPECT_EQ(urb.TransferFlags, 2U);
+    EXPECT_EQ(urb.TransferBufferLength, 64U);
+    EXPECT_EQ(urb.TransferBuffer, buffer + 256);
+    EXPECT_EQ(urb.TransferBufferMDL, nullptr);
+    EXPECT_EQ(urb.UrbLink, nullptr);
+    device.Answer(64);
+  });
+}
+
 TEST(BulkState, WorkOfADoneTransferIsQueuedToTheDelayedQueue) {
   Simulate({}, [] {
     BulkDevice device;
