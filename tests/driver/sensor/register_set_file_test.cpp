@@ -236,6 +236,26 @@ TEST_F(RegisterSetFile, SectionLengthNear4GiBEndsTheWalkInSilence) {
   EXPECT_THAT(Messages(), IsEmpty());
 }
 
+// All four bytes of a number count.
+TEST_F(RegisterSetFile, NumbersWithAHighByteAreLarge) {
+  for (const std::uint32_t high : {0x100U, 0x8000U, 0x10000U, 0x800000U, 0x1000000U, 0x80000000U}) {
+    const Bytes section = Join({LittleEndian(high + 11), LittleEndian(1), {0x11, 0x50, 1}});
+    EXPECT_EQ(Load(SetFile({section})), 0);
+    EXPECT_EQ(SetupTable().Present, 0U) << high;
+    EXPECT_THAT(Messages(), IsEmpty());
+    const Bytes body = SetFileTelling(high, {Section(1, {0x11, 0x50, 1}), LittleEndian(0)});
+    EXPECT_EQ(Load(body), 0);
+    EXPECT_EQ(SetupTable().Count, 1U) << high;
+    SetupTable() = {};
+  }
+  const host::DebugPrintCapture debug;
+  for (const std::uint32_t high : {0x100U, 0x8000U, 0x10000U, 0x800000U, 0x1000000U, 0x80000000U}) {
+    Load(SetFile({Join({LittleEndian(11), LittleEndian(high + 1), {0x11, 0x50, 1}})}));
+    EXPECT_EQ(SetupTable().Present, 0U) << high;
+  }
+  EXPECT_EQ(debug.Messages().size(), 6U);
+}
+
 // 1500 + 500: the second section lies across byte 1980, where the length is clamped.
 TEST_F(RegisterSetFile, BodyOf2000IsReadWholeAndTheWalkGoesPastTheClampToTheEndOfTheBuffer) {
   const Bytes second = CountingEntries(164);

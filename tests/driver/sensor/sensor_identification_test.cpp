@@ -379,6 +379,25 @@ TEST(UnknownCamera, KeepsType1WithoutTrafficWhateverThePair) {
   }
 }
 
+// The finding of the identification before is gone by the first request.
+TEST(SensorDH10, IsClearedBeforeTheBusIsTouchedOnThreeIdentities) {
+  struct Row {
+    unsigned Vendor;
+    unsigned Product;
+    int AtFirst;
+  };
+  for (const Row& row : {Row{0x1AF0, 0x0511, 0}, Row{0x1AF0, 0x6010, 0}, Row{0x1B17, 0x6111, 0},
+                         Row{0x1AF0, 0x6011, kFlagBefore}}) {
+    RegisterSpace space;
+    int atFirst = -1;
+    space.OnRequest = [&](const WirePacket&) {
+      if (atFirst < 0) atFirst = space.Context().SensorDH10;
+    };
+    Identify(space, row.Vendor, row.Product);
+    EXPECT_EQ(atFirst, row.AtFirst) << std::hex << row.Vendor << ":" << row.Product;
+  }
+}
+
 TEST(SensorTrace, TellsTheTypeOnceItIsKnown) {
   RegisterSpace space;
   space.Sensor[0x02] = 0x15;
