@@ -79,7 +79,8 @@ TEST(ClientBlock, IsNeverLengthenedByShorten) {
 
 TEST(ClientError, NamesWhatWasWantedAndTheStatus) {
   const ClientError error("run a stream", STATUS_SHARING_VIOLATION);
-  EXPECT_STREQ(error.what(), "the camera's driver can't run a stream: 0xC0000043");
+  EXPECT_STREQ(error.what(),
+               "the camera's driver can't run a stream: status C0000043 (something else uses it)");
   EXPECT_EQ(error.Status(), static_cast<NTSTATUS>(0xC0000043));
 }
 
