@@ -1,7 +1,14 @@
 #include <algorithm>
+#include <string>
 #include <string_view>
 
 #include "platform/host/nt/nt_declarations.h"
+
+#if defined(__clang__) && __clang_major__ < 14
+// This compiler leaves the constructor from two pointers to the library, which has none for this character.
+template void std::u16string::_M_construct(const char16_t*, const char16_t*,
+                                           std::forward_iterator_tag);
+#endif
 
 namespace {
 
