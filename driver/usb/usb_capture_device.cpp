@@ -169,12 +169,13 @@ NTSTATUS UsbCaptureDevice::CreateStreamRecord() {
   const std::size_t size = PipelineOffset() + GetPipelineSize();
   auto* const memory = static_cast<std::uint8_t*>(AllocateCameraMemory(size));
   if (memory == nullptr) return STATUS_INSUFFICIENT_RESOURCES;
-  KsAcquireDevice(device);
-  const NTSTATUS status = KsAddItemToObjectBag(device->Bag, memory, nullptr);
-  KsReleaseDevice(device);
-  if (!NT_SUCCESS(status)) {
-    FreeCameraMemory(memory);
-    return status;
+  {
+    const DeviceMutex mutex(device);
+    const NTSTATUS status = KsAddItemToObjectBag(device->Bag, memory, nullptr);
+    if (!NT_SUCCESS(status)) {
+      FreeCameraMemory(memory);
+      return status;
+    }
   }
   auto* const stream = ::new (memory) UsbStreamRecord{};
   auto* const pipeline = ::new (memory + PipelineOffset()) IsoPipeline{};
@@ -286,7 +287,7 @@ NTSTATUS UsbCaptureDevice::OnDeviceGone(std::uint32_t reason) {
   if (UsbDevice != nullptr) {
     UsbDevice->Connected = 0;
     // A stream that is being prepared is there, or has been refused, behind the mutex.
-    const DeviceMutex mutex(UsbDevice->KsDevice);
+    const DeviceMutex mutex(KsDevice);
   }
   TraceCamera("device gone reason=%u", reason);
   if (UsbStream != nullptr && UsbStream->Opened != 0) {
@@ -339,11 +340,12 @@ NTSTATUS UsbCaptureDevice::PrepareStream() {
 }
 
 NTSTATUS UsbCaptureDevice::RunStream() {
-  if (!IsConnected() || UsbStream == nullptr) return STATUS_DEVICE_DATA_ERROR;
-  if (UsbStream->StreamRunning != 0) return STATUS_SUCCESS;
+  UsbStreamRecord* const stream = UsbStream;
+  if (!IsConnected() || stream == nullptr) return STATUS_DEVICE_DATA_ERROR;
+  if (stream->StreamRunning != 0) return STATUS_SUCCESS;
   const NTSTATUS status = StartLocked();
   if (status == STATUS_SUCCESS) {
-    UsbStream->RestartPending = 0;
+    stream->RestartPending = 0;
   } else {
     ReleaseStream();
   }
@@ -362,47 +364,55 @@ NTSTATUS UsbCaptureDevice::StartLocked() {
 }
 
 NTSTATUS UsbCaptureDevice::PauseStream() {
-  if (UsbStream == nullptr || UsbStream->StreamRunning == 0) return STATUS_SUCCESS;
-  UsbStream->RestartPending = 1;
+  UsbStreamRecord* const stream = UsbStream;
+  if (stream == nullptr || stream->StreamRunning == 0) return STATUS_SUCCESS;
+  stream->RestartPending = 1;
   return Traced("pause", PauseLocked());
 }
 
-// Who pauses beside somebody finds the stream paused: a second drain would wait for nothing.
+// A pause beside another one finds the stream paused: a second drain would wait for nothing. One that
+// waited for a start of the device may find no stream at all: that start released it, and then failed.
 NTSTATUS UsbCaptureDevice::PauseLocked() {
-  const DeviceMutex mutex(UsbDevice->KsDevice);
+  const DeviceMutex mutex(KsDevice);
+  UsbStreamRecord* const stream = UsbStream;
+  if (stream == nullptr) return STATUS_SUCCESS;
   NTSTATUS status = STATUS_SUCCESS;
-  if (UsbStream->StreamRunning != 0) status = DrainTransfers();
+  if (stream->StreamRunning != 0) status = DrainTransfers();
   if (NT_SUCCESS(status)) {
-    UsbStream->Halted = 0;
-    UsbStream->StreamRunning = 0;
+    stream->Halted = 0;
+    stream->StreamRunning = 0;
   }
   return status;
 }
 
 NTSTATUS UsbCaptureDevice::ResumeStream() {
-  if (UsbDevice == nullptr || UsbDevice->Connected == 0) return STATUS_DEVICE_DATA_ERROR;
-  if (UsbStream == nullptr) return STATUS_DEVICE_DATA_ERROR;
-  if (UsbStream->RestartPending == 0) return STATUS_SUCCESS;
+  UsbStreamRecord* const stream = UsbStream;
+  if (!IsConnected() || stream == nullptr) return STATUS_DEVICE_DATA_ERROR;
+  if (stream->RestartPending == 0) return STATUS_SUCCESS;
   const NTSTATUS status = RunStream();
-  UsbStream->RestartPending = 0;
+  stream->RestartPending = 0;
   return status;
 }
 
 NTSTATUS UsbCaptureDevice::ReleaseStream() {
+  UsbStreamRecord* const stream = UsbStream;
   NTSTATUS status = STATUS_SUCCESS;
-  if (UsbStream != nullptr && UsbStream->Opened != 0) status = UnprepareStream();
+  if (stream != nullptr && stream->Opened != 0) status = UnprepareStream();
   PublishRawFrame(nullptr, 0);
-  if (UsbStream != nullptr) UsbStream->RestartPending = 0;
+  if (stream != nullptr) stream->RestartPending = 0;
   return Traced("release", status);
 }
 
 NTSTATUS UsbCaptureDevice::UnprepareStream() {
-  const DeviceMutex mutex(UsbDevice->KsDevice);
-  if (UsbStream->Opened == 0 || UsbStream->StreamRunning != 0) return STATUS_UNSUCCESSFUL;
-  DisarmWatchdog(*UsbStream);
+  const DeviceMutex mutex(KsDevice);
+  UsbStreamRecord* const stream = UsbStream;
+  if (stream == nullptr || stream->Opened == 0 || stream->StreamRunning != 0) {
+    return STATUS_UNSUCCESSFUL;
+  }
+  DisarmWatchdog(*stream);
   if (UsbDevice->Connected != 0) IdleInterface();
   const NTSTATUS status = ReleaseStreamResources();
-  UsbStream->Opened = 0;
+  stream->Opened = 0;
   return status;
 }
 
@@ -422,7 +432,7 @@ NTSTATUS UsbCaptureDevice::PowerDown(DEVICE_POWER_STATE, DEVICE_POWER_STATE) {
   if (hold.Camera() == nullptr) return STATUS_DEVICE_DATA_ERROR;
   CameraContext& camera = *hold.Camera();
   SuspendCamera(camera);
-  if (UsbStream->StreamRunning != 0) PauseStream();
+  PauseStream();
   SetCameraPower(camera, 1);
   return STATUS_SUCCESS;
 }

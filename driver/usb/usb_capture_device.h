@@ -14,7 +14,9 @@ namespace lidcam {
 ///
 /// All operations are for passive level; stream control comes from one pin's state changes, one at a
 /// time, and meets a recovery at the device's mutex. The mutex is taken ahead of a hold on the camera's
-/// record: a start, under the mutex, waits for all holds.
+/// record: a start, under the mutex, waits for all holds. (PowerDown() is called with the mutex held.)
+/// A start beside an open pin exchanges the stream's record and may leave none: whatever waited for the
+/// mutex looks at `UsbStream` again.
 class UsbCaptureDevice : public CaptureDevice {
  public:
   std::int32_t GetFormatListIndex() override;

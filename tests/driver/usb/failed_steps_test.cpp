@@ -15,6 +15,7 @@ using testing::ElementsAre;
 
 constexpr auto kNoMemory = static_cast<NTSTATUS>(0xC000009A);
 constexpr auto kUnsuccessful = static_cast<NTSTATUS>(0xC0000001);
+constexpr auto kGone = static_cast<NTSTATUS>(0xC000009C);
 
 TEST(FailedSteps, SettingsThatDoNotLoadAtTheEndOfAStartAreNoMemory) {
   InWorld([](TransportWorld& world) {
@@ -39,6 +40,50 @@ TEST(FailedSteps, AStartThatFailsBehindTheCamerasCreationKeepsTheCamera) {
     EXPECT_EQ(world.Device().StopHardware(), STATUS_SUCCESS);
     EXPECT_EQ(static_cast<CameraContext*>(world.Device().Camera), nullptr);
   });
+}
+
+TEST(FailedSteps, AStartWithoutAStreamRecordCanBePoweredDown) {
+  InWorld([](TransportWorld& world) {
+    PlatformLog::RefuseBagItem(4);
+    EXPECT_EQ(world.Start(), kNoMemory);
+    ASSERT_EQ(static_cast<UsbStreamRecord*>(world.Device().UsbStream), nullptr);
+    ASSERT_NE(static_cast<CameraContext*>(world.Device().Camera), nullptr);
+    EXPECT_EQ(world.Device().PowerDown(PowerDeviceD3, PowerDeviceD0), STATUS_SUCCESS);
+  });
+}
+
+TEST(FailedSteps, StreamControlThatWaitsForAStartThatFailsFindsNoStream) {
+  struct Row {
+    const char* Name;
+    bool IsPaused;
+    NTSTATUS (*Control)(CameraUsbDevice&);
+    NTSTATUS Status;
+  };
+  constexpr Row kRows[] = {
+      {"pause", false, [](CameraUsbDevice& device) { return device.PauseStream(); }, 0},
+      {"resume", true, [](CameraUsbDevice& device) { return device.ResumeStream(); }, kGone},
+      {"release", true, [](CameraUsbDevice& device) { return device.ReleaseStream(); },
+       kUnsuccessful},
+  };
+  for (const Row& row : kRows) {
+    InWorld([&row](TransportWorld& world) {
+      ASSERT_EQ(world.Start() | world.Acquire() | world.Device().RunStream(), 0);
+      if (row.IsPaused) {
+        ASSERT_EQ(world.Device().PauseStream(), STATUS_SUCCESS);
+      }
+      KsAcquireDevice(world.Ks());
+      NTSTATUS status = STATUS_PENDING;
+      host::TestThread control([&] { status = row.Control(world.Device()); });
+      host::Sleep(host::kMillisecond);
+      PlatformLog::RefuseBagItem(4);
+      EXPECT_EQ(world.Start(), kNoMemory);
+      KsReleaseDevice(world.Ks());
+      control.Join();
+      EXPECT_EQ(status, row.Status) << row.Name;
+      EXPECT_EQ(static_cast<UsbStreamRecord*>(world.Device().UsbStream), nullptr);
+      EXPECT_EQ(world.Device().StopHardware(), STATUS_SUCCESS);
+    });
+  }
 }
 
 TEST(FailedSteps, OnlyTheDeviceClasses1And2And3Start) {
