@@ -228,6 +228,16 @@ void WaitForTicks(UsbStreamRecord& stream) {
   while (IsLastTickUnderWay(stream) || IsTickRunning(stream)) SleepOnePoll();
 }
 
+// A stop whose drain failed leaves the watchdog on. And the flags' bits have no lock: a tick that ends a
+// stop's wait as its time runs out may write the flags back as it had read them, WatchdogRunning with them,
+// behind the disarming.
+void EndWatchdog(UsbStreamRecord& stream) {
+  do {
+    if (HasWaitFlag(stream, WatchdogRunning)) DisarmWatchdog(stream);
+    WaitForTicks(stream);
+  } while (HasWaitFlag(stream, WatchdogRunning));
+}
+
 // The ticks first: the last one may schedule a recovery.
 void WaitForRecovery(UsbDeviceRecord& device) {
   KsAcquireDevice(device.KsDevice);

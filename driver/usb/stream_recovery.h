@@ -22,7 +22,7 @@ void NTAPI TransferWatchdog(PKDPC dpc, PVOID context, PVOID argument1, PVOID arg
 void ArmWatchdog(UsbStreamRecord& stream);
 
 /// Clears WatchdogRunning and cancels the timer. A tick that is under way meanwhile is the last one;
-/// WaitForRecovery() waits for it.
+/// WaitForTicks() waits for it.
 /// @par Callable at passive level only
 void DisarmWatchdog(UsbStreamRecord& stream);
 
@@ -49,6 +49,11 @@ NTSTATUS DrainTransfers(UsbStreamRecord& stream);
 /// Waits, without a limit, until no tick of a watchdog that was called off uses the record any more.
 /// @par Callable at passive level only
 void WaitForTicks(UsbStreamRecord& stream);
+
+/// Calls the watchdog off, whatever has left it on, and waits for its last tick: no timer of the record's is
+/// set from now on.
+/// @par Callable at passive level only
+void EndWatchdog(UsbStreamRecord& stream);
 
 /// Waits, without a limit, until no tick of a watchdog that was called off is under way, and no recovery
 /// runs or is scheduled. The transfers have been released.

@@ -228,7 +228,7 @@ void UsbCaptureDevice::EndLastStart() {
   if (camera != nullptr) DestroyCameraContext(camera);
   if (UsbStream != nullptr) {
     CloseStreamRecord();
-    WaitForTicks(*UsbStream);
+    EndWatchdog(*UsbStream);
   }
   CloseDeviceRecord();
   UsbStream = nullptr;
@@ -263,6 +263,7 @@ NTSTATUS UsbCaptureDevice::StopHardware() {
   if (UsbStream != nullptr) {
     CloseStreamRecord();
     WaitForRecovery(*UsbStream->Device);
+    EndWatchdog(*UsbStream);
   }
   WaitForWorkItems();
   if (UsbDevice != nullptr) CloseDeviceRecord();

@@ -239,6 +239,18 @@ TEST(Watchdog, StoppingTheHardwareWaitsForATickBehindACancelledTimerAndThenForIt
   });
 }
 
+// A drain that failed leaves it on, and so does a tick that wrote the flags back as it had read them.
+TEST(Watchdog, EndsWithTheHardwareHoweverItCameToBeOn) {
+  Simulate({}, [] {
+    Circle circle(1);
+    SetWaitFlag(circle.Stream, WatchdogRunning);
+    ArmWatchdog(circle.Stream);
+    EndWatchdog(circle.Stream);
+    EXPECT_FALSE(HasWaitFlag(circle.Stream, WatchdogRunning));
+    EXPECT_EQ(KeCancelTimer(&circle.Stream.WatchdogTimer), FALSE);
+  });
+}
+
 TEST(ScheduleStreamReset, WithoutMemoryLowersTheGuardAndTheNextTickTriesAgain) {
   Simulate({}, [] {
     Circle circle(1);
