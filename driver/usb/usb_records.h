@@ -155,9 +155,9 @@ struct UsbStreamRecord {
   Shared<std::uint32_t> PipeIndex;  ///< entry of InterfaceInformation; 1 until a recovery
   StreamResetItem* ResetWorkItem;   ///< the last one; not to be followed
   std::uint32_t NextStartFrame;
-  FormatRequest StreamFormat;  ///< in force, with the alternate setting that the interface has
-  IsoPipeline* Pipeline;       ///< null once the hardware was stopped
-  HeldMemory* RawMemory;       ///< the raw buffers, as long as the stream owns them
+  FormatRequest StreamFormat;     ///< in force, with the alternate setting that the interface has
+  Shared<IsoPipeline*> Pipeline;  ///< null once the hardware was stopped; a last tick may read it
+  HeldMemory* RawMemory;          ///< the raw buffers, as long as the stream owns them
 };
 
 /// The stream's transfers; none once the hardware was stopped.
