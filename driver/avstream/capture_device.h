@@ -109,8 +109,9 @@ class CaptureDevice {
   NTSTATUS AcquireStreamSlot(PKSPIN pin, PKS_VIDEOINFOHEADER videoInfo);
   void ReleaseStreamSlot();
 
-  /// The camera's record for somebody who then keeps it until LetGoOfCamera(); null if there is none.
-  /// Not for those who stop the hardware themselves. See CameraHold.
+  /// The camera's record, which stays until LetGoOfCamera(); null if there is none. Not for those who stop
+  /// the hardware themselves. Who wants the device's mutex, too, takes it first: a holder never waits for
+  /// it. See CameraHold.
   /// @par Callable at dispatch level and below
   CameraContext* HoldCamera();
   void LetGoOfCamera();
@@ -163,7 +164,8 @@ class CaptureDevice {
   ~CaptureDevice() = default;
 
   /// Takes the camera's record out of use: returns it, or null, when nobody holds it any more.
-  /// @par Callable at passive level only, without the device's mutex: it waits for requests
+  /// @par Callable at passive level only, with or without the device's mutex, once that mutex has been
+  /// taken: it waits for requests, and doesn't count on one that stopped for good under the mutex
   CameraContext* TakeCamera();
 
   /// Waits, without a limit, until no work item of the device's is queued or runs: the records that it
@@ -171,7 +173,8 @@ class CaptureDevice {
   /// @par Callable at passive level only, without the device's mutex
   void WaitForWorkItems();
 
-  volatile LONG workItems_ = 0;  ///< raised before one is queued, lowered by its last instruction
+  volatile LONG workItems_ =
+      0;  ///< raised before one is queued, lowered by its last access to our data
 
  private:
   NTSTATUS PublishFilter(PKSDEVICE device);

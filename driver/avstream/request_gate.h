@@ -18,7 +18,8 @@ class RequestGate {
   /// @par Callable at dispatch level and below
   void Leave();
 
-  /// One who is inside stops for good and will never leave: nobody who closes waits for it any more.
+  /// One who is inside stops for good and will never leave: nobody who closes waits for it any more. Or one
+  /// who is not, but holds a lock that every closer takes first: then nobody closes at all.
   /// @par Callable at dispatch level and below
   void Abandon();
 

@@ -218,7 +218,7 @@ void FinishTransfer(BulkTransfer& transfer) {
                       STATUS_MORE_PROCESSING_REQUIRED);
   }
   if ((transfer.Flags & kWaiterWantsEvent) != 0) {
-    // Cleared before the event is set: the waiter may free the transfer as soon as he wakes.
+    // Cleared before the event is set: the waiter may free the transfer as soon as it wakes.
     transfer.Flags &= static_cast<std::uint8_t>(~kWaiterWantsEvent);
     KeSetEvent(&transfer.DoneEvent, IO_NO_INCREMENT, FALSE);
   } else if (transfer.Repeat != 0) {

@@ -12,7 +12,7 @@ namespace lidcam {
 
 /// Takes a transfer that is at home. The caller keeps the owner from giving the memory up meanwhile.
 ///
-/// @return false if somebody has it: he is told that a start wants it
+/// @return false if it is in use; the user resubmits it for the start
 /// @par Callable at dispatch level and below
 [[nodiscard]] bool TakeForStart(HeldMemory& memory);
 
