@@ -100,11 +100,16 @@ void ClientsAndPower(Stage& stage) {
   clients.Close();
 }
 
+// Some starts find a camera that refuses its first requests, and fail.
 void ClientsAndRestarts(Stage& stage) {
   stage.AllowDisturbedFrames();
   ClientStage& clients = BeginClients(stage, {.HasTrouble = true}, SomeCamera(stage));
-  Trouble(clients, stage.Chance().Between(1, 3),
-          [](ClientStage& told, Random&) { told.Restart(); });
+  Trouble(clients, stage.Chance().Between(1, 3), [](ClientStage& told, Random& chance) {
+    StampedCamera& camera = told.Host().Camera();
+    if (chance.OneIn(3)) camera.StallRequests(1 + static_cast<std::uint32_t>(chance.Below(4)));
+    told.Restart();
+    camera.StallRequests(0);
+  });
   clients.WaitForApplications();
   clients.Close();
 }
