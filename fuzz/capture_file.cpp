@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -42,6 +43,40 @@ void CheckRoundTrip(const UsbRecord& record) {
   }
 }
 
+using Decoder = void(std::span<const std::uint8_t> bytes, std::size_t originalLength,
+                     UsbRecord& record);
+
+void DecodeUsbpcap(std::span<const std::uint8_t> bytes, std::size_t originalLength,
+                   UsbRecord& record) {
+  lidcam::bus::DecodeUsbpcapRecord(bytes, originalLength, 0, record);
+}
+
+void CheckExchange(const lidcam::bus::ControlExchange& exchange) {
+  const lidcam::bus::SetupPacket& setup = exchange.Setup;
+  if (IsGetDeviceDescriptor(setup) && !IsGetDescriptor(setup)) std::abort();
+  if (IsSelectWrite(setup) && !IsRegisterRequest(setup)) std::abort();
+  if (IsSetInterface(setup) && IsRegisterRequest(setup)) std::abort();
+  const auto status = lidcam::bus::StatusFromErrno(exchange.Status);
+  if (exchange.Status == 0 && status != lidcam::bus::UsbStatus::Ok) std::abort();
+  if (lidcam::bus::StatusFromErrno(lidcam::bus::ErrnoFromStatus(status)) != status) std::abort();
+}
+
+/// Several records of one device, each behind its length in two bytes.
+void CheckHistory(std::span<const std::uint8_t> bytes, Decoder* decode) {
+  lidcam::bus::ControlHistory history;
+  while (bytes.size() >= 2) {
+    const std::size_t length = std::min<std::size_t>(bytes[0] + bytes[1] * 256U, bytes.size() - 2);
+    const std::span<const std::uint8_t> one = bytes.subspan(2, length);
+    bytes = bytes.subspan(2 + length);
+    UsbRecord record;
+    decode(one, one.size(), record);
+    CheckViews(record, one);
+    if (lidcam::bus::ParseDeviceAddress(ToString(record.Address)) != record.Address) std::abort();
+    history.Add(record);
+  }
+  for (const auto& exchange : history.Exchanges()) CheckExchange(exchange);
+}
+
 template <typename Call>
 void Survive(const Call& call) {
   try {
@@ -60,7 +95,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::size_t originalLength = bytes.size() + data[1] * std::size_t{16};
   UsbRecord record;
   lidcam::bus::ControlHistory history;
-  switch (data[0] % 3) {
+  switch (data[0] % 5) {
     case 0:
       Survive([&] {
         DecodeUsbmonRecord(bytes, originalLength, record);
@@ -75,6 +110,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         CheckViews(record, bytes);
         history.Add(record);
       });
+      break;
+    case 3:
+      Survive([&] { CheckHistory(bytes, lidcam::bus::DecodeUsbmonRecord); });
+      break;
+    case 4:
+      Survive([&] { CheckHistory(bytes, DecodeUsbpcap); });
       break;
     default:
       Survive([&] {

@@ -3,6 +3,7 @@
 // a short stream into buffers whose size the client chooses. Whatever comes, nothing is written outside
 // of a buffer, every buffer comes back, and nothing of a refused connection is left.
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <utility>
@@ -23,11 +24,12 @@ constexpr std::pair<std::int32_t, std::int32_t> kSizes[] = {
     {160, 120}, {176, 144}, {320, 240}, {352, 288}, {640, 480}};
 
 constexpr char16_t kPinName[] = u"{146F1A80-4791-11D0-A5D6-28DB04C10000}\\";
+constexpr char16_t kClockName[] = u"{53172480-4791-11D0-A5D6-28DB04C10000}";
 
 // `known` with some words changed, and longer or shorter; or anything.
 Block AnyBlock(Input& input, std::span<const std::byte> known) {
   const auto kind = input.Take<std::uint8_t>();
-  if (kind % 8 == 0) return input.TakeBlock(input.Take<std::uint16_t>() % kLongest);
+  if (kind % 8 == 0) return TakeBlock(input, input.Take<std::uint16_t>() % kLongest);
   Block block(known);
   if (kind % 8 == 1) {
     block = Block(input.Take<std::uint16_t>() % kLongest);
@@ -55,13 +57,13 @@ class Client {
 
   void Run() {
     for (int i = 0; i < kMost && !input_.IsEmpty(); ++i) {
-      switch (input_.Take<std::uint8_t>() % 5) {
+      switch (input_.Take<std::uint8_t>() % 7) {
         case 0:
           Intersect();
           break;
         case 1:
-          pin_.reset();
-          Connect();
+          CloseDown();
+          Connect(pin_);
           break;
         case 2:
           ChangeFormat();
@@ -69,12 +71,18 @@ class Client {
         case 3:
           LookAtPin();
           break;
+        case 5:
+          ConnectSecond();
+          break;
+        case 6:
+          GoByClock();
+          break;
         default:
           Stream();
           break;
       }
     }
-    pin_.reset();
+    CloseDown();
   }
 
  private:
@@ -106,13 +114,18 @@ class Client {
     if (status == STATUS_SUCCESS) Require(information <= value.Size());
   }
 
-  void Connect() {
+  void CloseDown() {
+    pin_.reset();
+    clock_.reset();
+  }
+
+  void Connect(std::unique_ptr<host::DeviceFile>& pin) {
     const Block format = AnyBlock(input_, KnownFormat().Bytes());
     KSPIN_CONNECT connect{};
     connect.Interface.Set = KSINTERFACESETID_Standard;
     connect.Medium.Set = KSMEDIUMSETID_Standard;
     if (input_.Take<std::uint8_t>() % 8 == 0) {
-      input_.Change(reinterpret_cast<std::byte*>(&connect), sizeof(connect));
+      input_.Change(&connect, sizeof(connect));
     }
     std::vector<std::byte> behind(sizeof(connect) + format.Size());
     std::memcpy(behind.data(), &connect, sizeof(connect));
@@ -124,8 +137,22 @@ class Client {
     name.resize(letters + (behind.size() + 1) / sizeof(char16_t));
     std::memcpy(name.data() + letters, behind.data(), behind.size());
     const NTSTATUS status =
-        host::DeviceFile::Open(camera_.File().Device(), name, &camera_.File(), pin_);
-    Require(NT_SUCCESS(status) == (pin_ != nullptr));
+        host::DeviceFile::Open(camera_.File().Device(), name, &camera_.File(), pin);
+    Require(NT_SUCCESS(status) == (pin != nullptr));
+  }
+
+  // The filter has one pin at a time.
+  void ConnectSecond() {
+    std::unique_ptr<host::DeviceFile> second;
+    Connect(second);
+    Require(pin_ == nullptr || second == nullptr);
+  }
+
+  void GoByClock() {
+    if (pin_ == nullptr || clock_ != nullptr) return;
+    if (!NT_SUCCESS(host::DeviceFile::Open(pin_->Device(), kClockName, pin_.get(), clock_))) return;
+    Require(client::PropertyClient(*pin_).Set(KSPROPSETID_Stream, KSPROPERTY_STREAM_MASTERCLOCK,
+                                              clock_->Handle()) != STATUS_PENDING);
   }
 
   void ChangeFormat() {
@@ -149,11 +176,44 @@ class Client {
     KSPROPERTY_DROPPEDFRAMES_CURRENT_S dropped{};
     Require(properties.GetBlock(PROPSETID_VIDCAP_DROPPEDFRAMES, KSPROPERTY_DROPPEDFRAMES_CURRENT,
                                 dropped) == STATUS_SUCCESS);
+    KSSTATE state{};
+    Require(properties.Get(KSPROPSETID_Connection, KSPROPERTY_CONNECTION_STATE, state) ==
+            STATUS_SUCCESS);
+    KSPRIORITY priority{};
+    Require(properties.Get(KSPROPSETID_Connection, KSPROPERTY_CONNECTION_PRIORITY, priority) ==
+            STATUS_SUCCESS);
+    HANDLE clock = nullptr;
+    Require(properties.Get(KSPROPSETID_Stream, KSPROPERTY_STREAM_MASTERCLOCK, clock) ==
+            STATUS_SUCCESS);
+    AskForTrigger();
+  }
+
+  // The event that the pin lists and refuses to everybody.
+  void AskForTrigger() {
+    KSIDENTIFIER request{};
+    request.Set = KSEVENTSETID_VIDCAPTOSTI;
+    request.Id = KSEVENT_VIDCAPTOSTI_EXT_TRIGGER;
+    request.Flags = KSEVENT_TYPE_ENABLE;
+    KSEVENTDATA event{};
+    ULONG_PTR information = 0;
+    Require(!NT_SUCCESS(pin_->Control(
+        IOCTL_KS_ENABLE_EVENT, {&request, sizeof(request), &event, sizeof(event)}, information)));
   }
 
   NTSTATUS SetState(KSSTATE state) {
     return client::PropertyClient(*pin_).Set(KSPROPSETID_Connection, KSPROPERTY_CONNECTION_STATE,
                                              state);
+  }
+
+  // Through any states, but runs ahead of each stop. The number behind the last state is none.
+  void WanderThroughStates() {
+    for (std::uint32_t left = input_.UpTo(3); left != 0; --left) {
+      const auto state = static_cast<KSSTATE>(input_.UpTo(KSSTATE_RUN + 1));
+      if (state == KSSTATE_STOP) Require(SetState(KSSTATE_RUN) == STATUS_SUCCESS);
+      static_cast<void>(SetState(state));
+      InstalledWorld::Sleep(input_.Take<std::uint8_t>());
+    }
+    Require(SetState(KSSTATE_RUN) == STATUS_SUCCESS);
   }
 
   void Queue(Buffer& buffer) {
@@ -188,6 +248,7 @@ class Client {
     if (NT_SUCCESS(prepared)) {
       Require(SetState(KSSTATE_RUN) == STATUS_SUCCESS);
       InstalledWorld::Sleep(input_.Take<std::uint8_t>() * 3);
+      WanderThroughStates();
     }
     Require(SetState(KSSTATE_STOP) == STATUS_SUCCESS);
     for (Buffer& buffer : buffers) {
@@ -202,6 +263,7 @@ class Client {
   const client::Camera& camera_;
   const std::vector<KS_DATARANGE_VIDEO> ranges_;
   std::unique_ptr<host::DeviceFile> pin_;
+  std::unique_ptr<host::DeviceFile> clock_;
 };
 
 void Run(Input& input) {

@@ -3,78 +3,118 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
-#include <cstring>
+#include <filesystem>
 #include <memory>
 #include <optional>
 #include <string>
-#include <vector>
+#include <system_error>
 
+#include "driver/core/settings_store.h"
+#include "fuzz/input.h"
+#include "fuzz/step_limit.h"
 #include "platform/host/client/stream.h"
 #include "platform/host/nt/debug_print.h"
+#include "platform/host/nt/device_object.h"
+#include "platform/host/nt/files.h"
 #include "platform/host/nt/pool.h"
+#include "platform/host/nt/registry.h"
 #include "platform/host/nt/simulated_scheduler.h"
 #include "simulation/stamped_camera.h"
 #include "world/installed_camera.h"
 
 namespace lidcam::fuzz {
 
-inline void Require(bool holds) {
-  if (!holds) std::abort();
+inline client::Block TakeBlock(Input& input, std::size_t bytes) {
+  client::Block block(bytes);
+  if (bytes != 0) input.TakeInto(block.Data(), bytes);
+  return block;
 }
 
-/// Reads an input from its front; behind its end everything is 0.
-class Input {
+/// An empty folder that "\SystemRoot" maps to while the object lives.
+class TemporarySystemRoot {
  public:
-  Input(const std::uint8_t* data, std::size_t size) : at_(data), left_(size) {}
-
-  [[nodiscard]] bool IsEmpty() const { return left_ == 0; }
-
-  template <typename T>
-  T Take() {
-    T value{};
-    TakeInto(&value, sizeof(value));
-    return value;
+  TemporarySystemRoot() {
+    std::string name = (std::filesystem::temp_directory_path() / "lidcam-XXXXXX").string();
+    Require(::mkdtemp(name.data()) != nullptr);
+    root_ = name;
+    std::filesystem::create_directories(root_ / "system32" / "drivers");
+    host::SetSystemRoot(root_);
   }
-
-  client::Block TakeBlock(std::size_t bytes) {
-    client::Block block(bytes);
-    if (bytes != 0) TakeInto(block.Data(), bytes);
-    return block;
-  }
-
-  /// Overwrites words of `bytes` bytes at `data`.
-  void Change(std::byte* data, std::size_t bytes) {
-    const std::size_t changes = Take<std::uint8_t>() % 8;
-    for (std::size_t i = 0; i < changes; ++i) {
-      const std::size_t at = Take<std::uint16_t>();
-      const auto word = Take<std::uint32_t>();
-      if (bytes >= sizeof(word)) std::memcpy(data + at % (bytes - 3), &word, sizeof(word));
-    }
+  TemporarySystemRoot(const TemporarySystemRoot&) = delete;
+  TemporarySystemRoot& operator=(const TemporarySystemRoot&) = delete;
+  ~TemporarySystemRoot() {
+    host::SetSystemRoot({});
+    std::error_code error;
+    std::filesystem::remove_all(root_, error);
   }
 
  private:
-  void TakeInto(void* to, std::size_t bytes) {
-    const std::size_t some = bytes < left_ ? bytes : left_;
-    if (some != 0) std::memcpy(to, at_, some);
-    at_ += some;
-    left_ -= some;
-  }
-
-  const std::uint8_t* at_;
-  std::size_t left_;
+  std::filesystem::path root_;
 };
 
-/// An installed camera in virtual time that one application has open. Inputs share one, which is taken
-/// down and looked through for what is left behind every so many inputs.
+/// An installed camera in virtual time that one application has open: with a driver key for its
+/// settings and a folder for its files. Inputs share one, which is taken down and looked through for
+/// what is left behind every so many inputs, and at the process's end.
 class InstalledWorld {
  public:
   InstalledWorld() {
-    camera_ = std::make_unique<world::InstalledCamera>(bus_, world::InstalledCameraOptions{});
+    host::OpenRegistry({});
+    camera_ = std::make_unique<world::InstalledCamera>(
+        bus_, world::InstalledCameraOptions{.DriverKey = host::ImagingDriverKey(0)});
     Require(camera_->Start() == STATUS_SUCCESS);
     client_.emplace(client::Camera::Open(camera_->TopDevice()));
   }
+  InstalledWorld(const InstalledWorld&) = delete;
+  InstalledWorld& operator=(const InstalledWorld&) = delete;
+
+  /// Everything is closed, and nothing is left.
+  ~InstalledWorld() {
+    client_.reset();
+    camera_->Close();
+    camera_.reset();
+    world_.Finish();
+    host::CloseRegistry();
+  }
 
   [[nodiscard]] const client::Camera& Camera() const { return *client_; }
+
+  /// Stores one of the camera's settings, as somebody with a registry editor does.
+  void StoreSetting(std::u16string name, ULONG type, client::Block& value) {
+    HANDLE root = nullptr;
+    Require(IoOpenDeviceRegistryKey(&installed_, PLUGPLAY_REGKEY_DRIVER, KEY_ALL_ACCESS, &root) ==
+            STATUS_SUCCESS);
+    std::u16string subkey = u"Settings";
+    UNICODE_STRING text = Text(subkey);
+    OBJECT_ATTRIBUTES attributes{};
+    InitializeObjectAttributes(&attributes, &text, OBJ_CASE_INSENSITIVE, root, nullptr);
+    HANDLE key = nullptr;
+    Require(ZwCreateKey(&key, KEY_ALL_ACCESS, &attributes, 0, nullptr, 0, nullptr) ==
+            STATUS_SUCCESS);
+    text = Text(name);
+    Require(ZwSetValueKey(key, &text, 0, type, value.Data(), static_cast<ULONG>(value.Size())) ==
+            STATUS_SUCCESS);
+    ZwClose(key);
+    ZwClose(root);
+  }
+
+  /// The device goes to sleep and wakes, which loads the settings.
+  void Wake() const {
+    Require(camera_->PowerDown() == STATUS_SUCCESS);
+    Require(camera_->PowerUp() == STATUS_SUCCESS);
+  }
+
+  /// How the settings store reaches the camera's driver key.
+  [[nodiscard]] TransportRecordHead Transport() {
+    TransportRecordHead head{};
+    head.PhysicalDeviceObject = &installed_;
+    return head;
+  }
+
+  /// Lets `use` work on the camera's record.
+  template <typename Use>
+  void WithRecord(const Use& use) const {
+    camera_->WithCamera(use);
+  }
 
   static void Sleep(LONGLONG milliseconds) {
     LARGE_INTEGER time{};
@@ -82,34 +122,33 @@ class InstalledWorld {
     KeDelayExecutionThread(KernelMode, FALSE, &time);
   }
 
-  /// Everything is closed, and nothing is left.
-  void End() {
-    client_.reset();
-    camera_->Close();
-    camera_.reset();
-    world_.Finish();
-  }
-
   /// The world for the next input.
   static InstalledWorld& Next() {
     constexpr std::uint64_t kInputs = 200;
-    static InstalledWorld* world = nullptr;
     static std::uint64_t inputs = 0;
-    if (world != nullptr && ++inputs % kInputs == 0) {
-      world->End();
-      delete world;
-      world = nullptr;
-    }
-    if (world == nullptr) {
+    if (inputs++ % kInputs == 0) {
+      if (g_world == nullptr) std::atexit([] { g_world.reset(); });
+      g_world.reset();
       host::SetDebugPrintSink(nullptr);
-      world = new InstalledWorld;
+      g_world = std::make_unique<InstalledWorld>();
     }
-    return *world;
+    g_world->limit_.BeginInput();
+    return *g_world;
   }
 
  private:
+  static inline std::unique_ptr<InstalledWorld> g_world;
+
+  static UNICODE_STRING Text(std::u16string& text) {
+    const auto bytes = static_cast<USHORT>(text.size() * sizeof(char16_t));
+    return {bytes, bytes, text.data()};
+  }
+
+  StepLimit limit_;
+  TemporarySystemRoot root_;
+  host::HostDevice installed_{host::ImagingDriverKey(0)};  // what names the driver's key
   // Threads change seldom under this seed: what is looked for here is no race.
-  host::SimulatedScheduler world_{{.Seed = 7}};
+  host::SimulatedScheduler world_{limit_.WorldOptions(7)};
   simulation::StampedCamera bus_{{}};
   std::unique_ptr<world::InstalledCamera> camera_;
   std::optional<client::Camera> client_;

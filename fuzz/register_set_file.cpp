@@ -113,12 +113,19 @@ bool HasFault(const std::vector<app::SetFinding>& findings) {
 // compiled back to itself, unless it replaces its own sections.
 void ShowAndCheck(std::span<const std::uint8_t> file) {
   const std::vector<app::SetFinding> findings = app::CheckRegisterSet(file);
-  for (const app::SetFinding& finding : findings) Require(finding.Offset <= file.size());
+  for (const app::SetFinding& finding : findings) {
+    Require(finding.Offset <= file.size());
+    Require(!app::FindingText("S001.set", finding).empty());
+  }
   const app::CompiledSet again = app::CompileRegisterSet(app::DisassembleRegisterSet(file));
   if (again.Errors.empty() && !HasFault(findings)) {
     Require(std::equal(file.begin(), file.end(), again.Bytes.begin(), again.Bytes.end()));
   }
-  (void)app::CompileRegisterSet({reinterpret_cast<const char*>(file.data()), file.size()});
+  const app::CompiledSet source =
+      app::CompileRegisterSet({reinterpret_cast<const char*>(file.data()), file.size()});
+  for (const app::SourceError& error : source.Errors) {
+    Require(!app::ErrorText("S001.txt", error).empty());
+  }
 }
 
 }  // namespace

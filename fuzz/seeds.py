@@ -31,26 +31,57 @@ def set_files(lidcam, scratch):
         yield source.read_bytes()
 
 
-def capture_records(lidcam, scratch):
-    """The target wants one record, behind two bytes: its decoder and how much of it was cut off."""
+def recorded(lidcam, scratch):
+    """The records of a capture, each a usbmon one."""
     capture = scratch / "bus.pcap"
-    subprocess.run([lidcam, "record", "--fast", "--frames", "1", "-q", "-o", capture], check=True)
+    subprocess.run([lidcam, "record", "--fast", "--frames", "1", "--size", "160x120", "--raw-size",
+                    "160x120", "-q", "-o", capture], check=True)
     data = capture.read_bytes()
-    at, left = 24, {2: CONTROL_RECORDS, 0: ISOCHRONOUS_RECORDS}
+    at, records = 24, []
     while at < len(data):
         length = struct.unpack_from("<I", data, at + 8)[0]
-        record = data[at + 16 : at + 16 + length]
+        records.append(data[at + 16 : at + 16 + length])
         at += 16 + length
+    return records
+
+
+def usbpcap_of(record):
+    """The same as the other capture system writes it."""
+    identity, event, kind, endpoint, device, bus = struct.unpack_from("<QcBBBH", record)
+    status, data = struct.unpack_from("<i", record, 28)[0], record[64:]
+    done = 0 if event == b"S" else 1
+    extra = b""
+    if kind == 2:
+        extra = bytes((3 if done else 0,))
+        data = data if done else record[40:48] + data
+    elif kind == 0:
+        count = struct.unpack_from("<I", record, 60)[0]
+        packets = [struct.unpack_from("<iII", record, 64 + 16 * i) for i in range(count)]
+        extra = record[52:56] + struct.pack("<II", count, 0)
+        extra += b"".join(struct.pack("<IIi", offset, length, end) for end, offset, length in packets)
+        data = data[16 * count :]
+    head = struct.pack("<HQIHBHHBBI", 27 + len(extra), identity, 0 if status == 0 else 0xC0000004, 0,
+                       done, bus, device, endpoint, kind, len(data))
+    return head + extra + data
+
+
+def capture_records(records):
+    """The target wants one record, behind two bytes: its decoder and how much of it was cut off."""
+    left = {2: CONTROL_RECORDS, 0: ISOCHRONOUS_RECORDS}
+    for record in records:
         kind = record[9]
         if left.get(kind, 0) == 0 or len(record) + 2 > LONGEST:
             continue
         left[kind] -= 1
         yield b"\0\0" + record
+        if left[kind] % 4 == 0:
+            yield b"\1\0" + usbpcap_of(record)
         if record[64:66] == b"\x09\x02":
             yield b"\2\0" + record[64:]  # a configuration
-    # A control transfer of the other capture system: submitted, with its SETUP packet.
-    setup = bytes.fromhex("8006000100001200")
-    yield b"\1\0" + struct.pack("<HQIHBHHBBIB", 28, 1, 0, 8, 0, 1, 3, 0x80, 2, 8, 0) + setup
+    control = [record for record in records if record[9] == 2]
+    for some in (control[:40], control[-40:]):
+        for kind, written in ((3, some), (4, [usbpcap_of(record) for record in some])):
+            yield bytes((kind, 0)) + b"".join(struct.pack("<H", len(one)) + one for one in written)
 
 
 def registry_texts():
@@ -62,6 +93,10 @@ def registry_texts():
     yield text.encode()
     yield b"\xef\xbb\xbf" + text.replace("\r\n", "\n").encode()
     yield b"\xff\xfe" + text.encode("utf-16-le")
+    letters = "".join(f'"{name}"="{name * 9}"\r\n' for name in "àαдѐÀΑДЀ\U0001d11e")
+    long = '"Long"=hex:' + ",".join(["ab"] * 60) + "\r\n"
+    yield text.encode() + letters.encode() + long.encode()
+    yield text.encode() + b'"open=dword:1\r\n'
 
 
 def packet_streams():
@@ -77,6 +112,11 @@ def scales():
         yield b"\1" + sizes + b"\0\0" + random.Random(columns).randbytes(64)
         yield b"\3" + sizes + bytes((0, 0, 0, 1, 0, columns, 0, rows)) + b"\0\0"
         yield b"\20" + sizes + b"\0\0" + random.Random(rows).randbytes(64)
+        for interpolation in (1, 2, 4, 8, 9, 16):
+            for kind in (8, 24):
+                yield bytes((kind,)) + sizes + b"\0\0" + bytes((interpolation,))
+        same = bytes((0, columns, 0, rows)) * 2
+        yield b"\1" + same + b"\0\0" + random.Random(7).randbytes(64)
 
 
 def fault_scripts():
@@ -88,22 +128,54 @@ def fault_scripts():
     lines += [f"at 1.25ms {fault}" for fault in (*packets, "fail", "silent", "silence 2ms", "unplug")]
     lines += ["bits 77", "# a comment", "at 500000s lose; at 125us error"]
     yield "\n".join(lines).encode()
+    lines += ["control", "control x stall", "control 3 lose", "setting 1 marker", "at 2s refuse",
+              "at 2 lose", "never 3 stall", "control 0 stall", "at 1s lose 0", "\x01" * 50]
     for line in lines:
         yield line.encode()
+    yield "\n".join(["at 1ms error"] * 1100).encode()
 
 
 def property_requests():
-    """Where it goes, then requests: set and flags, id, request and value with their lengths."""
-    lengths = {0: (40, 40), 1: (40, 40), 2: (56, 132), 3: (52, 132), 4: (48, 48), 5: (32, 200), 7: (24, 8)}
+    """How they are asked, then requests: set and flags, id, and request and value with their lengths."""
+    # Of each set: its ids, and the bytes of a request and a value.
+    sets = ((range(0, 11), 40, 40), (range(0, 8), 40, 40), (range(0, 5), 56, 132),
+            (range(10, 24), 52, 132), (range(0, 2), 48, 48), (range(0, 15), 32, 200),
+            (range(0, 5), 32, 120), (range(0, 10), 24, 120), (range(0, 5), 24, 8),
+            (range(0, 2), 24, 120), (range(0, 8), 24, 16))
     asked = []
-    for kind, (request, value) in lengths.items():
-        for flags in range(4):
-            for number in (0, 1, 3, 4, 14, 16, 18):
-                asked.append(bytes((kind | flags << 4, number, request)) + bytes(request)
-                             + bytes((value,)) + bytes(value))
-    for at in range(0, len(asked), 12):
-        yield b"\0" + b"".join(asked[at : at + 12])
-        yield b"\1" + b"".join(asked[at : at + 12])
+    for kind, (ids, request, value) in enumerate(sets):
+        for number in ids:
+            for flags in range(4):
+                # A value stands in the block that is request and value both, or by itself.
+                block = bytes(24) + struct.pack("<Iii", 5, 1, 1) + bytes(value)
+                asked.append(bytes((kind | flags << 4, number, request)) + block[:request]
+                             + bytes((value,)) + block[:value])
+                if flags < 2:
+                    asked.append(bytes((kind | flags << 4, number, request)) + block[:request] + b"\0")
+    for at in range(0, len(asked), 24):
+        for how in (0, 1):
+            yield bytes((how,)) + b"".join(asked[at : at + 24])
+    for at in range(0, len(asked), 23):
+        yield b"\2" + b"".join(b"\0" + request for request in asked[at : at + 23])
+    # A still is asked for while frames come: private property 19.
+    still = bytes((0x13, 19, 52)) + bytes(52) + bytes((52,)) + bytes(52)
+    yield b"\2" + b"\0" + still + b"".join(b"\0" + request for request in asked[:20])
+    for value in (0, 1, 3, 50, 255):
+        yield b"\3" + b"".join(bytes((number, 2)) + struct.pack("<I", value) for number in range(16))
+    yield b"\3" + b"".join(bytes((number, 1, number)) + bytes(number) for number in range(16))
+    yield b"\3" + b"".join(bytes((number, 0, number % 12)) + bytes(4) for number in range(16))
+    yield b"\4" + b"".join(bytes((0, 3 * (code % 2))) + struct.pack("<IIII", code, 0, 0, 0)
+                          for code in range(49))
+    for kind in range(4):
+        yield b"\4" + b"".join(bytes((2 * kind + 1, 3 * (code % 2))) + struct.pack("<IIII", code, 0, 0, 0)
+                              + b"\x88" + bytes(136) for code in range(20))
+    yield b"\5" + b"".join(bytes((kind,)) + struct.pack("<H", len(name)) + name + b"\4\0"
+                          for kind in range(4)
+                          for name in (b"", b"a", b"a\\b\\c", b"Exposure", b"Settings"))
+    for to_pin in (0, 7):
+        yield bytes((6 + to_pin,)) + b"".join(
+            bytes((kind | flags << 4, number, 24)) + bytes(24) + bytes((length,)) + bytes(length) + b"\0"
+            for kind in (11, 0, 5) for number in range(2) for flags in range(4) for length in (0, 32))
     yield random.Random(1).randbytes(2000)
 
 
@@ -112,8 +184,10 @@ def data_formats():
     unchanged = b"\2\0"
     for size in range(5):
         connect = bytes((1, size)) + unchanged + b"\1"
-        stream = bytes((4, 1, 1, 1, 1, 200))
+        stream = bytes((4, 1, 1, 1, 1, 255))  # 765 ms: frames come
         yield connect + b"\3" + stream
+        yield connect + b"\6" + stream + b"\3\0\2\40\3\40\1\40\3"
+        yield connect + stream + b"\2\0\2\0\40\3\0\40" + b"\5" + connect[1:]
         yield connect + bytes((2, (size + 1) % 5)) + unchanged + stream
         yield connect + b"\4" + b"\0" * 20 + b"\3"
         intersect = bytes((0, size)) + unchanged + b"\1\1"
@@ -128,7 +202,7 @@ def data_formats():
 def write(folder, seeds):
     folder.mkdir(parents=True, exist_ok=True)
     for number, seed in enumerate(seeds):
-        (folder / f"seed-{number:02}").write_bytes(seed)
+        (folder / f"seed-{number:03}").write_bytes(seed)
 
 
 def main():
@@ -138,7 +212,8 @@ def main():
     with tempfile.TemporaryDirectory() as name:
         scratch = pathlib.Path(name)
         write(folder / "register_set_file", set_files(lidcam, scratch))
-        write(folder / "capture_file", capture_records(lidcam, scratch))
+        records = recorded(lidcam, scratch)
+        write(folder / "capture_file", capture_records(records))
     write(folder / "registry_text", registry_texts())
     write(folder / "packet_stream", packet_streams())
     write(folder / "resampler", scales())
