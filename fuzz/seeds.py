@@ -199,6 +199,37 @@ def data_formats():
         yield random.Random(seed).randbytes(300)
 
 
+def usb_descriptors():
+    """What is done, then an answer to each descriptor request: see the target for the kinds."""
+    for done in range(4):
+        yield bytes((done,))
+        for kind in range(1, 8):
+            chance = random.Random(100 * done + kind)
+            yield bytes((done, 0, kind)) + chance.randbytes(400)
+            yield bytes((done, kind)) + chance.randbytes(400)
+            yield bytes((done, 0, 0, 0, kind)) + chance.randbytes(100)
+    # Configurations with one mistake each, which stay as they are when they are read again.
+    interface, endpoint = bytes((9, 4, 0, 0, 1, 255, 0, 0, 0)), bytes((7, 5, 0x82, 1, 0, 2, 1))
+    for count, kind, tail in ((1, 2, interface + endpoint), (2, 2, interface + endpoint),
+                              (1, 3, interface + endpoint), (1, 2, interface + b"\0\0"),
+                              (1, 2, interface + b"\x20\5"), (1, 2, interface + endpoint * 2),
+                              (1, 2, endpoint), (1, 2, interface + endpoint[:4] + b"\xff\x1f\1"),
+                              (1, 2, interface[:8]), (0, 2, b"")):
+        whole = bytes((9, kind)) + struct.pack("<H", 9 + len(tail)) + bytes((count, 1, 0, 128, 250)) + tail
+        raw = b"\3" + struct.pack("<H", len(whole)) + whole
+        yield b"\1\0" + raw + b"\10" * 3
+        yield b"\0\0" + raw + b"\10" * 3
+    yield b"\1\0\3\4\0" + bytes((9, 2, 4, 0))
+    yield b"\1\3" + struct.pack("<H", 18) + bytes((18, 2)) + bytes(16)
+    # The longest that a descriptor can say, each time it is read longer than before.
+    yield b"\0\0" + b"".join(b"\7" + struct.pack("<H", total) for total in range(600, 2000, 100))
+    # One interface, two endpoints and as many settings as there can be.
+    for settings in (0, 3, 7):
+        interface = b"\1\0" + struct.pack("<H", settings)
+        interface += (b"\2\0" + b"\0" + b"\0\0" * 2) * (settings + 1)
+        yield b"\0\0\5" + interface + b"\0\0"
+
+
 def write(folder, seeds):
     folder.mkdir(parents=True, exist_ok=True)
     for number, seed in enumerate(seeds):
@@ -220,6 +251,7 @@ def main():
     write(folder / "fault_script", fault_scripts())
     write(folder / "property_request", property_requests())
     write(folder / "data_format", data_formats())
+    write(folder / "usb_descriptor", usb_descriptors())
 
 
 if __name__ == "__main__":
