@@ -230,6 +230,44 @@ def usb_descriptors():
         yield b"\0\0\5" + interface + b"\0\0"
 
 
+def bulk_completions(stream):
+    """Bulk transfers of a stream, each of whose chunks succeeds or is cancelled, with a waiter or not."""
+    done, cancelled, failed = b"\6\0\0\0", b"\6\0\1\1", b"\6\0\2\2"
+    for waits in (0, 1):
+        steps = stream
+        for length, ends in ((64, done), (19998, done * 8), (64, cancelled), (8000, done + cancelled),
+                             (8000, done + failed), (64, done)):
+            steps += b"\x0a" + struct.pack("<HHBB", length, 0, 0, waits) + ends
+        # Every request of the driver is passed on but for bulk transfers, which are kept.
+        yield bytes((0, len(steps))) + steps + b"\0" + b"\6" * 600
+        yield bytes((1, len(steps))) + steps.replace(b"\0\0\0\0", b"\0\1\0\0") + b"\0" + b"\6" * 600
+
+
+def completions():
+    """What is done, the steps, the completions beside them, then what becomes of each request."""
+    acquire, run, pause, resume, release = b"\1\0\0", b"\2", b"\3", b"\4", b"\5"
+    frames = b"\x0d\x40"  # 128 ms
+    ticks = b"\x0d\xff"  # two of the watchdog
+    down, up, same, swap = b"\x08", b"\x09", b"\7\1\0", b"\7\0\0"
+    gone, plug, stop = b"\x0c\1\0", b"\x0c\0\0", b"\x0c\2\0"
+    bulk = b"\x0a\xff\3\0\0\1\0" + b"\x0a\x40\0\0\0\0\0" + b"\x0b\0\0" + b"\x0a\xff\0\1\0\1\3"
+    streams = acquire + run + frames + pause + resume + frames + pause + release
+    walks = (streams, streams + streams, acquire + run + ticks + same + frames + swap,
+             acquire + run + frames + down + frames + up + run + frames,
+             bulk + frames + down + up + bulk + frames, acquire + run + plug + frames + gone,
+             acquire + run + frames + stop + b"\0" + streams, run + pause + release + resume)
+    yield from bulk_completions(acquire + run)
+    beside = (b"", b"\x14\0\0\0" * 20, b"\xff\1\1\1" * 10)
+    for number, steps in enumerate(walks):
+        yield bytes((number << 3, len(steps))) + steps
+        for completed in beside:
+            chance = random.Random(number)
+            for decisions in (b"\7" * 60 + chance.randbytes(400), chance.randbytes(800)):
+                done = chance.randrange(8)
+                yield (bytes((done | number << 3, len(steps))) + steps
+                       + bytes((len(completed),)) + completed + decisions)
+
+
 def write(folder, seeds):
     folder.mkdir(parents=True, exist_ok=True)
     for number, seed in enumerate(seeds):
@@ -252,6 +290,7 @@ def main():
     write(folder / "property_request", property_requests())
     write(folder / "data_format", data_formats())
     write(folder / "usb_descriptor", usb_descriptors())
+    write(folder / "completion_sequence", completions())
 
 
 if __name__ == "__main__":
