@@ -6,6 +6,8 @@
 LIDCAM is the program that compiles the simulated cameras' register sets and records a capture.
 """
 
+import gzip
+import lzma
 import pathlib
 import random
 import struct
@@ -82,6 +84,76 @@ def capture_records(records):
     for some in (control[:40], control[-40:]):
         for kind, written in ((3, some), (4, [usbpcap_of(record) for record in some])):
             yield bytes((kind, 0)) + b"".join(struct.pack("<H", len(one)) + one for one in written)
+
+
+def pcap(link, records, order="<", magic=0xA1B2C3D4, lengths=None):
+    head = struct.pack(order + "IHHiIII", magic, 2, 4, 0, 0, 1 << 18, link)
+    lengths = lengths or [len(record) for record in records]
+    return head + b"".join(
+        struct.pack(order + "IIII", 1, number, len(record), lengths[number]) + record
+        for number, record in enumerate(records))
+
+
+def zstandard(data):
+    """One frame of one block that is stored as it is."""
+    assert len(data) < 1 << 17
+    return (struct.pack("<IBI", 0xFD2FB528, 0xA0, len(data))
+            + struct.pack("<I", len(data) << 3 | 1)[:3] + data)
+
+
+def pcapng(link, records):
+    def block(kind, body):
+        body += b"\0" * (-len(body) % 4)
+        size = struct.pack("<I", len(body) + 12)
+        return struct.pack("<I", kind) + size + body + size
+
+    file = block(0x0A0D0D0A, struct.pack("<IHHq", 0x1A2B3C4D, 1, 0, -1))
+    file += block(1, struct.pack("<HHI", link, 0, 1 << 18))
+    for record in records:
+        file += block(6, struct.pack("<IIIII", 0, 0, 1, len(record), len(record)) + record)
+    return file
+
+
+def begins_frame(record):
+    return record[9] == 0 and record[8:9] == b"C" and b"\xff\xd8" in record[64:]
+
+
+def captures(records):
+    """Whole files: with frames, without, of either system, in all formats, and wrong ones."""
+    control = [record for record in records if record[9] != 0]
+    starts = [number for number, record in enumerate(records) if begins_frame(record)]
+    frame = records[starts[0] : starts[1] + 1]
+    for link, whole, some in ((220, control + frame, frame),
+                              (249, [usbpcap_of(record) for record in control + frame],
+                               [usbpcap_of(record) for record in frame])):
+        yield pcap(link, whole)
+        yield pcap(link, some)
+        yield pcap(link, whole[:40])
+        yield pcapng(link, whole[:12])
+        yield pcap(link, whole[:12], ">")
+        yield pcap(link, whole[:12], magic=0xA1B23C4D)
+        yield pcap(link, whole[:12])[:-5]
+    yield pcap(220, records)
+    yield pcap(1, control[:2])
+    yield pcap(220, [])
+    yield b""
+    # Two devices, of which one is to be chosen, and one that nothing is known of.
+    other = [record[:11] + bytes((record[11] + 1,)) + record[12:] for record in control[:12]]
+    yield pcap(220, control[:12] + other)
+    yield pcap(220, [record for record in control if record[8:9] == b"S"][20:30])
+    # Cut records, one that is longer than any, and another link type than the records have.
+    cut = [record[:48] for record in control[:6]] + [record[:70] for record in frame[:3]]
+    yield pcap(220, cut, lengths=[len(record) for record in control[:6] + frame[:3]])
+    yield pcap(249, control[:6])
+    yield pcap(220, control[:6] + [control[0] + bytes(262140)])
+    small = pcap(220, control[:40])
+    for packed in (gzip.compress(small, mtime=0), lzma.compress(small), zstandard(small)):
+        yield packed
+        yield packed[: len(packed) * 2 // 3]
+        yield packed[:7]
+        yield packed[: len(packed) // 2] + bytes(4) + packed[len(packed) // 2 + 4 :]
+    yield gzip.compress(b"", mtime=0)
+    yield gzip.compress(pcap(220, control + frame), mtime=0)
 
 
 def registry_texts():
@@ -283,6 +355,7 @@ def main():
         write(folder / "register_set_file", set_files(lidcam, scratch))
         records = recorded(lidcam, scratch)
         write(folder / "capture_file", capture_records(records))
+        write(folder / "capture_replay", captures(records))
     write(folder / "registry_text", registry_texts())
     write(folder / "packet_stream", packet_streams())
     write(folder / "resampler", scales())
