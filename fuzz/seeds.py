@@ -340,6 +340,150 @@ def completions():
                        + bytes((len(completed),)) + completed + decisions)
 
 
+COMMANDS = """
+--help
+stream --help
+registers read --help
+list
+list --json
+list bus.pcap
+list --json bus.pcap
+list source.txt
+formats
+formats --json --camera sim:1af0:6010
++stream --fast --size 160x120 --frames 2 -o clip.y4m
++stream --size 160x120 --frames 2 -o clip.yuy2 --json
++stream --fast --size 320x240 --raw-size 160x120 --frames 1 -o picture.png --set Contrast=12
++stream --fast --size 160x120 --duration 400ms --log log.csv --faults faults.txt --trace --debug
++stream --fast --size 160x120 --frames 2 --faults at~10ms~lose~5;at~50ms~unplug
++stream --camera capture:bus.pcap --size 160x120 --frames 1
++stream --fast --size 160x120 --frames 1 --set Contrast=12 --save --wait
++stream --fast --size 160x120 --frames 1 --log bus.pcap --camera capture:bus.pcap
+list -
+replay -
++stream --fast --frames 1 --size 160x120 --light 300lx@0s,5lx@4s --mains 50Hz -o -
+stream --fast -q --faults seed=7 --frames 1
+stream --camera sim:1af0:6010,sensor=OV7670,config=short,seed=3,mains=60Hz,light=300lx@0s;5lx@1s
+stream --camera sim,scene=missing.png
+stream --camera sim:1af0:6010,sensor=Nothing
+stream --camera sim:dead:beef
+stream --camera sim,config=other
+stream --camera sim,seed=x
+stream --camera sim,mains=1Hz
+stream --camera sim,other=1
+stream --light 300
+stream --light 300lx@0s,5lx
+stream --light 300lx@4s,5lx@1s
+stream --light 999999lx@0s
+stream --light 1lx@zs
+stream --light 1lx@20ms
++stream --camera sim,config=short --raw-size 640x480 --fast
++stream --raw-size 320x240 --size 640x480 --fast
+stream --raw-size 1x1
+stream --size axb
+stream --duration 2
+stream --log - -o -
+stream --camera nothing
+stream --size 1x1
+stream --duration 0s
+stream --frames 0
+stream --json -o -
+stream --device 1.2
+stream --light 300lx@0s --camera capture:bus.pcap
+stream --light 1lx@0s --camera sim,light=1lx@0s
+stream --mains 70Hz
+stream --set Nothing=1
+stream --set Contrast
+stream --log -
++still --fast -o still.png --settle 1 --size 160x120
++still --camera capture:bus.pcap -o still.png --size 160x120
++still --fast -o still.png --settle 1 --size 160x120 --faults at~10ms~unplug
++still --fast -o still.yuy2 --settle 0 --value 3 --size 160x120 --json
+still -o still.txt
++record --fast --size 160x120 --frames 1 -o new.pcap
+record -o folder/new.pcap
+record
++replay bus.pcap -o clip.y4m
++replay bus.pcap --size 320x240 --frames 1 --json
+replay bus.pcap --device 9.9
+replay source.txt
+replay missing.pcap
+controls
+controls --json --camera sim:1b17:6100
+get
+get Brightness Contrast --json
+get Nothing
+set Contrast=12 Mirror=1
+set Contrast=999
+set Brightness=3 Brightness=4 Gamma=20 Flicker=2
+set Contrast=12 --camera capture:bus.pcap
+set
+registers
+registers read bridge 0x0A
+registers read sensor 0xFF0B --camera sim:1af0:6010
+registers read bridge 0xFF
+registers read bridge 0x100
+registers read other 1
+registers write bridge 0x77 0x20
+registers write sensor 0x10 256
+registers dump bridge
+registers dump sensor
+registers trace
+registers trace --size 320x240
+sets
+sets compile source.txt -o new.set
+sets compile source.txt
+sets compile S001.set -o new.set
+sets compile new.set -o new.set
+sets show S001.set
+sets show source.txt
+sets check S001.set source.txt
+sets check missing.set
+plot frames.csv -o loop.svg --title Loop
+plot frames.csv -o -
+plot source.txt -o loop.svg
+plot home -o loop.svg
+stream --fast --faults control~3~late~1.5s --frames 1
+stream --fast --faults nonsense --frames 1
+simulate --list
+simulate --seeds 1..2 --scenario urb-errors
+simulate --seed 3 --scenario urb-errors --json
+simulate --seed 3 --scenario urb-errors --trace
+simulate --seeds 1..2 --scenario urb-errors --quiet
+simulate --scenario out-of-memory --every-step
+simulate --scenario out-of-memory --step 3
+simulate --seeds 2..1
+simulate --seeds x
+simulate --scenario nothing
+simulate --seed 1 --seeds 1..2
+simulate --seed -1
+simulate --scenario urb-errors --step 1
+stream --frames
+stream extra
+unknown
+""".strip()
+
+
+FRAME_LOG = ("frame,time_s,luma,level,index,exposure,coarse_gain,fine_gain,lines,light_state,"
+             "light_mode,steps,commits,refused,lux")
+FRAME_ROW = "1,0.3,40,3,53,3,0,27,1530,Normal,Normal,0,0,0,300"
+
+
+def command_lines():
+    """A word a line; "~" is a blank within a word. Behind a zero stands the file "given"."""
+    for rows in ("", "\n", f"\n{FRAME_ROW}\n", f"\n{FRAME_ROW}\n{FRAME_ROW}\n", "\n1,2,3\n",
+                 f"\n{FRAME_ROW}\n2,0.1{FRAME_ROW[5:]}\n", f"\n{FRAME_ROW.replace('40', '400')}\n",
+                 f"\n{FRAME_ROW.replace('Normal', 'Other')}\n", f"\n{FRAME_ROW.replace('0.3', 'x')}\n"):
+        yield b"plot\ngiven\n-o\nloop.svg\0" + (FRAME_LOG + rows).encode()
+    for words in ("stream\n--fast\n--faults\ngiven", "sets\ncompile\ngiven\n-o\nnew.set",
+                  "sets\nshow\ngiven", "sets\ncheck\ngiven", "list\ngiven", "replay\ngiven"):
+        yield words.encode() + b"\0[setup]\nbridge FF0A = 11\nat 1s stall\n"
+    for line in COMMANDS.splitlines():
+        long = "+" if line.startswith("+") else ""
+        words = line.removeprefix("+").split()
+        yield (long + "\n".join(word.replace("~", " ") for word in words)).encode()
+
+
 def write(folder, seeds):
     folder.mkdir(parents=True, exist_ok=True)
     for number, seed in enumerate(seeds):
@@ -364,6 +508,7 @@ def main():
     write(folder / "data_format", data_formats())
     write(folder / "usb_descriptor", usb_descriptors())
     write(folder / "completion_sequence", completions())
+    write(folder / "command_line", command_lines())
 
 
 if __name__ == "__main__":
