@@ -9,6 +9,8 @@ if(LIDCAM_THREAD_SANITIZER)
   add_link_options(-fsanitize=thread)
 endif()
 if(LIDCAM_FUZZ)
-  # Everything is instrumented for coverage; only the fuzz targets link the fuzzing engine.
-  add_compile_options(-fsanitize=fuzzer-no-link)
+  # Everything is instrumented for the fuzzing engine, which only the fuzz targets link, and counts the
+  # lines that are run, which scripts/fuzz shows.
+  add_compile_options(-fsanitize=fuzzer-no-link -fprofile-instr-generate -fcoverage-mapping)
+  add_link_options(-fprofile-instr-generate)
 endif()

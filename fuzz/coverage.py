@@ -1,0 +1,181 @@
+#!/usr/bin/env python3
+"""Prints how many lines of a fuzz target's subject were run.
+
+  fuzz/coverage.py TARGET PROGRAM PROFILE [--lines]
+
+PROGRAM is the target, PROFILE what `llvm-profdata merge` made of its counts. With --lines every line
+that was not run follows.
+"""
+
+import json
+import pathlib
+import subprocess
+import sys
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+sys.path.insert(0, str(ROOT / "scripts"))
+import program_end  # noqa: E402
+
+AIM = 95.0
+
+# What each target is to run all lines of: files below the tree's root, "!" takes some out again.
+SUBJECTS = {
+    "packet_stream": [
+        "driver/frame/frame_assembly.cpp",
+        "driver/frame/packet_walk.h",
+        "driver/frame/raw_frame_parser.cpp",
+        "driver/frame/raw_frame_parser.h",
+    ],
+    "capture_file": [
+        "bus/capture/control_history.cpp",
+        "bus/capture/usb_record.cpp",
+        "bus/capture/usbmon_record.cpp",
+        "bus/capture/usbpcap_record.cpp",
+    ],
+    # Pipes and temporary files depend on the system and not on a capture's bytes (capture_input.cpp).
+    "capture_replay": [
+        "bus/capture/*.cpp",
+        "!bus/capture/capture_input.cpp",
+        "!bus/capture/recording_bus.cpp",
+        "!bus/capture/usb*_record.cpp",
+    ],
+    "register_set_file": [
+        "driver/sensor/register_set_file.cpp",
+        "driver/sensor/register_set_list.cpp",
+        "driver/sensor/setup_registers.cpp",
+        "apps/lidcam/register_sets/*.cpp",
+        "!apps/lidcam/register_sets/set_files.cpp",
+    ],
+    "registry_text": ["platform/host/nt/registry_text*.cpp", "platform/host/nt/registry_tree.cpp"],
+    "resampler": ["driver/frame/resampler/*.cpp"],
+    "fault_script": [
+        "bus/faults/fault_agenda.cpp",
+        "bus/faults/fault_grammar.cpp",
+        "bus/faults/fault_script.cpp",
+        "bus/faults/packet_disturbance.cpp",
+        "bus/faults/timed_faults.cpp",
+    ],
+    "property_request": [
+        "driver/avstream/camera_properties*.cpp",
+        "driver/core/control_codes.cpp",
+        "driver/core/settings_store.cpp",
+        "platform/host/ks/automation.cpp",
+        "platform/host/ks/basic_support.cpp",
+        "platform/host/ks/filter_properties.cpp",
+    ],
+    "data_format": [
+        "driver/avstream/capture_pin*.cpp",
+        "platform/host/ks/data_format.cpp",
+        "platform/host/ks/pin_create.cpp",
+        "platform/host/ks/pin_intersection.cpp",
+        "platform/host/ks/pin_properties.cpp",
+        "platform/host/ks/stream_request.cpp",
+    ],
+    "usb_descriptor": [
+        "bus/enumeration.cpp",
+        "driver/usb/usb_configuration.cpp",
+        "platform/host/usbd/configuration_descriptor.cpp",
+        "platform/host/usbd/usb_configuration.cpp",
+        "platform/host/usbd/usbd_library.cpp",
+    ],
+    "completion_sequence": ["driver/usb/*.cpp", "!driver/usb/usb_configuration.cpp"],
+    "command_line": [
+        "apps/lidcam/camera_source.cpp",
+        "apps/lidcam/commands/*.cpp",
+        "apps/lidcam/fault_option.cpp",
+        "apps/lidcam/main.cpp",
+        "apps/lidcam/plot/frame_log_reader.cpp",
+        "apps/lidcam/stream_size.cpp",
+        "apps/lidcam/units.cpp",
+        "simulator/camera_options.cpp",
+        "simulator/light_schedule.cpp",
+    ],
+}
+
+
+def files_of(target):
+    files = set()
+    for pattern in SUBJECTS[target]:
+        found = {str(path.relative_to(ROOT)) for path in ROOT.glob(pattern.lstrip("!"))}
+        if not found:
+            program_end.fail(f"{target}: there is no {pattern.lstrip('!')}")
+        files = files - found if pattern.startswith("!") else files | found
+    return sorted(files)
+
+
+def export(program, profile, files, *options):
+    command = ["llvm-cov", "export", *options, f"-instr-profile={profile}", program]
+    try:
+        done = subprocess.run(command + [str(ROOT / file) for file in files],
+                              capture_output=True, text=True, check=True)
+    except FileNotFoundError:
+        program_end.fail("there is no llvm-cov; scripts/setup long installs it")
+    return json.loads(done.stdout)["data"][0]
+
+
+def is_constexpr(name, first):
+    """Whether the declaration that ends in the line with the function's brace says so."""
+    text = pathlib.Path(name).read_text().splitlines()
+    start = first - 1
+    while start > 0 and text[start - 1].strip() and text[start - 1].rstrip()[-1] not in ";{}:>":
+        start -= 1
+    return any("constexpr" in line for line in text[start:first])
+
+
+def compile_time_lines(program, profile, files):
+    """Lines of constexpr functions that only the compiler ran."""
+    ran, never = set(), {}
+    for function in export(program, profile, files, "-skip-expansions")["functions"]:
+        name, region = function["filenames"][0], function["regions"][0]
+        if function["count"]:
+            ran.add((name, region[0]))
+        else:
+            never[name, region[0]] = region[2]
+    whole = {str(ROOT / file) for file in files}
+    lines = 0
+    for (name, first), last in never.items():
+        if (name, first) not in ran and name in whole and is_constexpr(name, first):
+            lines += last - first + 1
+    return lines
+
+
+def print_lines(program, profile, files):
+    for entry in export(program, profile, files)["files"]:
+        if not entry["segments"]:
+            continue
+        name = pathlib.Path(entry["filename"]).relative_to(ROOT)
+        shown = subprocess.run(
+            ["llvm-cov", "show", f"-instr-profile={profile}", program, entry["filename"]],
+            capture_output=True, text=True, check=False).stdout
+        for line in shown.splitlines():
+            number, count, text = (line.split("|", 2) + ["", ""])[:3]
+            if count.strip() == "0":
+                print(f"  {name}:{number.strip()}: {text}")
+
+
+def main():
+    arguments = [word for word in sys.argv[1:] if word != "--lines"]
+    if len(arguments) != 3 or arguments[0] not in SUBJECTS:
+        raise program_end.WrongUse(
+            "usage: fuzz/coverage.py TARGET PROGRAM PROFILE [--lines]; the targets are "
+            + ", ".join(sorted(SUBJECTS)))
+    target, program, profile = arguments
+    files = files_of(target)
+    rows = export(program, profile, files, "-summary-only")["files"]
+    lines = sum(row["summary"]["lines"]["count"] for row in rows)
+    covered = sum(row["summary"]["lines"]["covered"] for row in rows)
+    lines -= compile_time_lines(program, profile, files)
+    percent = 100.0 * covered / lines if lines else 0.0
+    print(f"coverage {target}: {len(files)} files, {covered} of {lines} lines, {percent:.1f} %")
+    if percent < AIM:
+        for row in sorted(rows, key=lambda row: row["filename"]):
+            here = row["summary"]["lines"]
+            if here["covered"] < here["count"]:
+                name = pathlib.Path(row["filename"]).relative_to(ROOT)
+                print(f"  {name}: {here['count'] - here['covered']} of {here['count']} lines not run")
+    if "--lines" in sys.argv:
+        print_lines(program, profile, files)
+
+
+if __name__ == "__main__":
+    program_end.run(main)
