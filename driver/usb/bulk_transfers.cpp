@@ -44,9 +44,9 @@ void* AllocateZeroed(std::size_t size) {
 }
 
 PipeRecord* PipeRecordOf(const UsbDeviceRecord& device, std::uint32_t pipe) {
-  if (device.PipeTable == nullptr) return nullptr;
-  if (PipeInformationOf(device.InterfaceInformation, pipe) == nullptr) return nullptr;
-  return device.PipeTable + pipe;
+  const bool isThere = device.PipeTable != nullptr &&
+                       PipeInformationOf(device.InterfaceInformation, pipe) != nullptr;
+  return isThere ? device.PipeTable + pipe : nullptr;
 }
 
 void FreeParts(BulkTransfer& transfer) {

@@ -92,7 +92,9 @@ TEST(HardwareStart, AStartThatRunsOutOfMemoryAnywhereFailsAndLeaksNothing) {
         return;
       }
       ++failures;
-      EXPECT_TRUE(status == kNoMemory || status == kUnsuccessful) << n;
+      // The IRP of either descriptor, and the camera's two records.
+      const bool isOfAnother = n == 7 || n == 10 || n == 17 || n == 22;
+      EXPECT_EQ(status, isOfAnother ? kUnsuccessful : kNoMemory) << n;
       EXPECT_EQ(world.Acquire(), kGone);
       EXPECT_EQ(world.Device().RunStream(), kGone);
       EXPECT_EQ(world.Device().PauseStream(), STATUS_SUCCESS);
@@ -101,6 +103,13 @@ TEST(HardwareStart, AStartThatRunsOutOfMemoryAnywhereFailsAndLeaksNothing) {
   }
   EXPECT_GT(failures, 9U);
   EXPECT_EQ(withoutInterface, 1U);
+}
+
+TEST(HardwareStart, ADeviceWithoutMemoryForItsObjectIsNotAdded) {
+  InWorld([](TransportWorld& world) {
+    host::FailPoolAllocation(1);
+    EXPECT_EQ(AddCameraDevice(world.Ks()), kNoMemory);
+  });
 }
 
 TEST(HardwareStart, AFailingReadAtTheEndOfTheBringUpFailsTheStart) {

@@ -263,6 +263,17 @@ TEST(StreamControl, AnAcquireThatRunsOutOfMemoryAnywhereFailsAndTheNextOneWorks)
   }
 }
 
+TEST(StreamControl, TheRawBuffersAreTwoInOneBlockOfTheirSize) {
+  InWorld([](TransportWorld& world) {
+    ASSERT_EQ(world.Start() | world.Acquire(), 0);
+    const FrameAssembly& assembly = world.Stream().Assembly;
+    EXPECT_EQ(world.Stream().RawMemory->Size, std::size_t{2} * assembly.RawBufferSize);
+    EXPECT_EQ(world.Stream().RawMemory->Block, assembly.ReadyBuffer);
+    EXPECT_EQ(assembly.FillBuffer, assembly.ReadyBuffer + assembly.RawBufferSize);
+    EXPECT_EQ(world.Device().ReleaseStream(), STATUS_SUCCESS);
+  });
+}
+
 TEST(StreamControl, ARawFrameStaysReadableForWhoHoldsItWhateverBecomesOfTheStream) {
   InWorld([](TransportWorld& world) {
     ASSERT_EQ(world.Start() | world.Acquire(), 0);
