@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <string>
 #include <tuple>
@@ -290,6 +291,30 @@ TEST_F(ModeProgramming, ListAndLedOfTheStreamStartComeBetweenFlickerAndPower) {
       ElementsAre("read bridge FF0A -> 00", "write bridge FF5D=00", "write bridge FF0A=00",
                   "write sensor FF44=55", "read bridge FF09 -> 01", "write bridge FF09=11",
                   "read bridge FF09 -> 11", "write bridge FF09=12", "write sensor FF2F=85"));
+}
+
+// The frames that still come count light with the limits of the stream before until the flicker's
+// registers are written, and with the new ones from the list and the LED on.
+TEST_F(ModeProgramming, LightLimitsAreResetBetweenTheFlickerAndTheList) {
+  camera_.SensorType = 7;
+  camera_.LightLimitCeiling = 1;
+  camera_.LDMode = 1;
+  camera_.LowLightRegisters.Present = 1;
+  camera_.LowLightRegisters.Count = 1;
+  camera_.LowLightRegisters.Entries[0] = {0x33, 0x44, 0x55};
+  std::vector<std::uint32_t> ceilings;  // during each access
+  space_.OnRequest = [&](const WirePacket&) {
+    ceilings.resize(space_.Accesses().size() + 1);
+    ceilings.back() = camera_.LightLimitCeiling;
+  };
+  EXPECT_EQ(ProgramStreamMode(camera_), 0);
+  const auto during = [&](const std::string& access) {
+    const auto& accesses = space_.Accesses();
+    const auto place = std::find(accesses.begin(), accesses.end(), access) - accesses.begin();
+    return ceilings.at(static_cast<std::size_t>(place));
+  };
+  EXPECT_EQ(during("write sensor FF3B=06"), 1U);
+  EXPECT_EQ(during("write sensor FF44=55"), 100U);
 }
 
 TEST_F(ModeProgramming, Vga0708NeverWritesThePowerRegister) {
