@@ -31,7 +31,8 @@ _NAMES = {
 }
 _NUMBER = re.compile(r"(0[xX][0-9a-fA-F']+|0[bB][01']+|[0-9][0-9']*)([uUlL]*)$")
 _PLAIN_ASSIGNMENT = re.compile(
-    r"(?:(?:const |constexpr )?[\w:<>]+[ *&]+(?:const )?)?([\w.:>\[\]-]+)\s*=(?!=)\s*(.*);$", re.DOTALL)
+    r"(?:(?:const |constexpr )?[\w:<>]+[ *&]+(?:const )?)?([\w.:>\[\]-]+)\s*"
+    r"(?:[-+*/%&|^]|<<|>>)?=(?!=)\s*(.*);$", re.DOTALL)
 _EMPTY_LOCAL = re.compile(r"[\w:<>]+ \w+\s*(\{\}|\{0\}|= (\w+::\w+|\d+|nullptr|true|false));$")
 _CALL = re.compile(r"[\w>]\s*\(")
 _CAST = re.compile(r"\w+_cast<[^()]*>\(|sizeof\(")
@@ -199,8 +200,8 @@ def _gives_the_value(source, statement):
 
 
 def _is_order_free(source, first, second):
-    """True of two plain assignments, or definitions, of which neither reads what the other writes, and of
-    a local that begins as a constant."""
+    """True of two assignments, or definitions, that call nothing and of which neither reads what the
+    other writes, and of a local that begins as a constant."""
     texts = [source.text[each.start:each.end] for each in (first, second)]
     if any(_EMPTY_LOCAL.match(text) for text in texts):
         return True
@@ -208,4 +209,6 @@ def _is_order_free(source, first, second):
     if None in parts:
         return False
     (target, value), (other_target, other_value) = (part.groups() for part in parts)
+    if any(_CALL.search(_CAST.sub("", each)) for each in (value, other_value)):
+        return False
     return target not in other_target + other_value and other_target not in target + value

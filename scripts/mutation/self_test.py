@@ -26,9 +26,11 @@ int Distance(int a, int b);
 int Sum(const int* values, int count);
 int Untested(int value);
 int Twice(int value);
+int NumbersBetween();
 """
 
-# Larger(), Distance() and Sum() are tested at their limits, Twice() nowhere near them, Untested() not at all.
+# Larger(), Distance(), Sum() and NumbersBetween() are tested at their limits, Twice() nowhere near them,
+# Untested() not at all.
 _SOURCE = """#include "driver/toy/toy.h"
 
 int Larger(int a, int b) {
@@ -58,6 +60,18 @@ int Untested(int value) {
 int Twice(int value) {
   return value + value;
 }
+
+static int g_number = 0;
+
+static int NextNumber() {
+  return ++g_number;
+}
+
+int NumbersBetween() {
+  const int number = NextNumber();
+  const int last = g_number;
+  return last - number;
+}
 """
 
 _TEST = """#include "driver/toy/toy.h"
@@ -77,6 +91,7 @@ int main() {
   Expect(Distance(1, 4) == 3 && Distance(4, 1) == 3, "DistanceIsPositive");
   Expect(Sum(values, 3) == 15 && Sum(values, 0) == 0, "SumAddsAsManyAsTold");
   Expect(Twice(0) == 0, "TwiceNothingIsNothing");
+  Expect(NumbersBetween() == 0, "NothingIsBetweenANumberAndTheLast");
   return g_failures == 0 ? 0 : 1;
 }
 """
@@ -161,6 +176,9 @@ def _check_outcomes(root, failures):
     failures.expect(re.search(r"^killed: .* Larger: .* by toy_test: Toy\.LargerIsTheLargerOne$",
                               output, re.MULTILINE) is not None,
                     "the test that notices is named", output)
+    failures.expect(re.search(r"^killed: .* NumbersBetween: order: const int number = NextNumber\(\); "
+                              r"const int last = g_number;  =>", output, re.MULTILINE) is not None,
+                    "a read that goes ahead of a call is tried", output)
     failures.expect("same code" in _outcomes(output, " Larger: "),
                     "a change without effect is left out", output)
     failures.expect("not compiled: " in output, "what does not compile is told", output)
