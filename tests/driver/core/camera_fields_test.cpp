@@ -6,6 +6,7 @@
 
 #include <filesystem>
 #include <functional>
+#include <vector>
 
 #include "driver/core/control_codes.h"
 #include "driver/core/settings_store.h"
@@ -182,6 +183,19 @@ TEST_F(NewCamera, HasTheValuesOfTheFieldTable) {
     if (!field.Read) continue;
     EXPECT_EQ(field.Read(*camera_), field.Value) << field.Name;
   }
+}
+
+TEST(CameraFields, CountSensorsMainsLedSizesAndLightByTheseNumbers) {
+  const std::vector<std::int32_t> settings = {
+      SensorTypeVGA0408, SensorTypeReserved3, SensorTypeVGA7648,   SensorTypeK82,
+      SensorTypeOV7660,  SensorTypeOV7663,    SensorTypeVGA0708,   SensorTypeMi1318,
+      SensorTypeOV7670,  FlickerOff,          Flicker50Hz,         Flicker60Hz,
+      LedPolicyOn,       LedPolicyOff,        LedPolicyFollowLight};
+  EXPECT_EQ(settings, (std::vector<std::int32_t>{1, 3, 5, 6, 7, 8, 9, 10, 11, 0, 1, 2, 2, 3, 4}));
+  const std::vector<std::uint32_t> modes = {
+      RawMode640x480,   RawMode320x240,   RawMode240x160,     RawMode160x120,    RawMode120x80,
+      RawMode1280x1024, LightStateNormal, LightStateLowLight, LightStateInitial, LightStateDummy};
+  EXPECT_EQ(modes, (std::vector<std::uint32_t>{1U, 2U, 3U, 4U, 5U, 6U, 0U, 1U, 2U, 3U}));
 }
 
 // What the bring-up may have left in these fields is replaced once it is over.
