@@ -80,6 +80,16 @@ TEST(ResizeRgb24, TakesTheNearestPixelForCode1AndForSourcesOfOneRowOrColumn) {
                             7, 8, 9, 7, 8, 9, 10, 11, 12, 10, 11, 12}));
 }
 
+// A region of half a pixel rounds up to one: its last, and not the one behind it.
+TEST(ResizeRgb24, TakesTheNearestPixelNoFurtherThanARegionsLastRowAndColumn) {
+  const Bytes source = RandomPicture(std::size_t{8} * 8 * 3, 6);
+  Bytes destination(3, kUntouched);
+  ASSERT_EQ(ResizeRgb24(source.data(), {8, 8}, 24, {4, 4, 4, 4}, destination.data(), 3, {1, 1},
+                        0.125, 0.125, 1),
+            0);
+  EXPECT_EQ(destination, Bytes(source.end() - 3, source.end()));
+}
+
 TEST(ResizeRgb24, WritesWithinItsRowsWhateverTheirStep) {
   const Bytes source = RandomPicture(std::size_t{8} * 4 * 3, 5);
   for (const std::int32_t step : {1, 5, 12, 15}) {

@@ -221,6 +221,18 @@ TEST(ResizeYuy2, TakesTheNearestSampleOfSourcesUnderFourByTwo) {
                                                     10, 20, 10, 40, 30, 20, 30, 40}));
 }
 
+// A region of one and a half samples rounds up to two: the second is the region's last column and not
+// the one behind it.
+TEST(ResizeYuy2, TakesTheNearestSampleNoFurtherThanARegionsLastRowAndColumn) {
+  const std::vector<std::uint8_t> source = RandomPicture(std::size_t{32} * 8, 14);
+  std::vector<std::uint8_t> destination(4, kUntouched);
+  ASSERT_EQ(ResizeYuy2(source.data(), {8, 8}, 32, {4, 4, 4, 4}, destination.data(), 4, {2, 1},
+                       0.375, 0.125, 1),
+            0);
+  const std::uint8_t* const row = source.data() + 7 * 32 + 4 * 4;
+  EXPECT_EQ(destination, (std::vector<std::uint8_t>{row[2], row[5], row[6], row[7]}));
+}
+
 // Codes 4 and 8 ask for filters that no frame needs.
 TEST(ResizeYuy2, ScalesCodes4And8LinearlyAndCode1ByNearestNeighbour) {
   const Picture source = RandomYuy2(16, 8, 11);
