@@ -75,6 +75,24 @@ TEST(StreamFlags, APauseIsNotedBeforeItWaitsForTheDevice) {
   });
 }
 
+TEST(StreamFlags, AResumeIsWantedUntilTheTransfersAreOut) {
+  InWorld([](TransportWorld& world) {
+    ASSERT_EQ(world.Start() | world.Acquire() | world.Device().RunStream(), 0);
+    ASSERT_EQ(world.Device().PauseStream(), STATUS_SUCCESS);
+    int sent = 0;
+    world.Stack.Decide = [&](URB& urb) -> std::optional<Verdict> {
+      if (urb.UrbHeader.Function == URB_FUNCTION_ISOCH_TRANSFER) {
+        ++sent;
+        EXPECT_EQ(world.Stream().RestartPending, 1);
+      }
+      return std::nullopt;
+    };
+    EXPECT_EQ(world.Device().ResumeStream(), STATUS_SUCCESS);
+    EXPECT_GT(sent, 0);
+    EXPECT_EQ(world.Stream().RestartPending, 0);
+  });
+}
+
 TEST(StreamFlags, ARunThrowsTheFrameUnderWayAwayAndForgetsABadEnd) {
   InWorld([](TransportWorld& world) {
     ASSERT_EQ(world.Start() | world.Acquire(), 0);
