@@ -288,6 +288,34 @@ TEST(RestartPendingTransfers, RestartsEachOfEachPipeAndGivesTheLastResult) {
   });
 }
 
+TEST(RestartPendingTransfers, LeavesWhatIsQueuedMeanwhileToTheNextTime) {
+  Simulate({}, [] {
+    BulkDevice device;
+    OwnTransfer transfers[3];
+    std::uint8_t buffer[64];
+    for (OwnTransfer& transfer : transfers) {
+      transfer.Device = &device.Record;
+      transfer.Stream = &device.Stream;
+      transfer.UserBuffer = buffer;
+      transfer.Room = 64;
+      transfer.ChunkSize = 64;
+    }
+    LIST_ENTRY& pending = device.Lists(0).PendingList;
+    InsertTailList(&pending, &transfers[0].Link);
+    device.OnSend = [&] {
+      InsertTailList(&pending, &transfers[1].Link);
+      InsertTailList(&pending, &transfers[2].Link);
+      device.OnSend = nullptr;
+    };
+    EXPECT_EQ(RestartPendingTransfers(device.Record), STATUS_PENDING);
+    EXPECT_THAT(device.Chunks, ElementsAre(64));
+    EXPECT_EQ(RestartPendingTransfers(device.Record), STATUS_PENDING);
+    EXPECT_THAT(device.Chunks, ElementsAre(64, 64, 64));
+    while (!device.Kept.empty()) device.Answer(0, USBD_STATUS_CANCELED);
+    for (OwnTransfer& transfer : transfers) transfer.Free();
+  });
+}
+
 TEST(RestartPendingTransfers, WithNothingPendingGivesZero) {
   Simulate({}, [] {
     BulkDevice device;

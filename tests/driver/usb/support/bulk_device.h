@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <vector>
 
 #include "driver/usb/bulk_transfers.h"
@@ -73,9 +74,11 @@ class BulkDevice {
   std::vector<std::uint32_t> Chunks;  ///< bytes of each chunk sent
   std::vector<PIRP> Kept;
   NTSTATUS SendStatus = STATUS_PENDING;
+  std::function<void()> OnSend;  ///< runs ahead of each chunk
 
  private:
   NTSTATUS Take(PIRP irp) {
+    if (OnSend) OnSend();
     Chunks.push_back(UrbOf(irp).TransferBufferLength);
     if (SendStatus == STATUS_PENDING) {
       IoMarkIrpPending(irp);
