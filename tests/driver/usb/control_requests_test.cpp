@@ -265,6 +265,26 @@ TEST(ControlRequests, AFrameNumberThatCouldNotBeHadIs0) {
   });
 }
 
+TEST(ControlRequests, AFrameNumberIsAskedForWithAnEmptyUrb) {
+  InWorld([](TransportWorld& world) {
+    ASSERT_EQ(world.Start(), STATUS_SUCCESS);
+    unsigned asked = 0;
+    world.Stack.Decide = [&](URB& urb) -> std::optional<Verdict> {
+      const _URB_GET_CURRENT_FRAME_NUMBER& request = urb.UrbGetCurrentFrameNumber;
+      EXPECT_EQ(request.Hdr.Length, sizeof(request));
+      EXPECT_EQ(request.Hdr.Function, 7);
+      EXPECT_EQ(request.Hdr.Status, 0);
+      EXPECT_EQ(request.Hdr.UsbdDeviceHandle, nullptr);
+      EXPECT_EQ(request.Hdr.UsbdFlags, 0U);
+      EXPECT_EQ(request.FrameNumber, 0U);
+      ++asked;
+      return std::nullopt;
+    };
+    EXPECT_EQ(GetCurrentFrame(world.Record()), 1000U);
+    EXPECT_EQ(asked, 1U);
+  });
+}
+
 TEST(ControlRequests, AFailedWriteReportsLength0Too) {
   InWorld([](TransportWorld& world) {
     ASSERT_EQ(world.Start(), STATUS_SUCCESS);

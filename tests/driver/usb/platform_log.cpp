@@ -1,5 +1,6 @@
 #include "tests/driver/usb/platform_log.h"
 
+#include <cstring>
 #include <map>
 #include <mutex>
 #include <set>
@@ -196,6 +197,8 @@ PVOID __real_ExAllocatePoolWithTag(POOL_TYPE type, SIZE_T size, ULONG tag);
 PVOID __wrap_ExAllocatePoolWithTag(POOL_TYPE type, SIZE_T size, ULONG tag);
 PVOID __wrap_ExAllocatePoolWithTag(POOL_TYPE type, SIZE_T size, ULONG tag) {
   PVOID const memory = __real_ExAllocatePoolWithTag(type, size, tag);
+  // The kernel gives memory as its last user left it.
+  if (memory != nullptr) std::memset(memory, 0xA5, size);
   lidcam::test::NoteMemory(memory, size, tag);
   return memory;
 }
