@@ -86,9 +86,10 @@ TEST(ControlRequests, ADeviceThatIsGoneFailsTheRequestAtOnceAndTouchesNoMemory) 
     world.Log.Clear();
     std::uint8_t byte = 0x55;
     std::uint32_t length = 1;
-    host::FailPoolAllocation(1);  // stays unused
+    host::FailPoolAllocation(1);
     EXPECT_EQ(UsbReadRequest(&TransportOf(world), 0xA1, 0, 0, &byte, &length), -1);
     EXPECT_EQ(UsbWriteRequest(&TransportOf(world), 0xA0, 0, 0, nullptr, nullptr), -1);
+    EXPECT_TRUE(host::IsPoolFailureToCome());
     host::FailPoolAllocation(0);
     EXPECT_EQ(byte, 0x55);
     EXPECT_EQ(length, 1U);
