@@ -276,6 +276,20 @@ TEST(FrameDelivery, TheSameRawFrameCanBeDeliveredTwice) {
   EXPECT_TRUE(delivery.HasPixels(38400));
 }
 
+TEST(FrameDelivery, ABufferWithoutRoomForAllPixelsGetsNoneAndTheBytesAreReportedAllTheSame) {
+  Delivery delivery(4, 160, 120);
+  std::uint32_t bytes = 0;
+  EXPECT_EQ(DeliverFrameWithin(delivery.Context(), {delivery.Destination(), 38399}, delivery.Raw(),
+                               bytes),
+            0);
+  EXPECT_EQ(bytes, 38400U);
+  EXPECT_TRUE(delivery.IsUntouchedFrom(0));
+  EXPECT_EQ(DeliverFrameWithin(delivery.Context(), {delivery.Destination(), 38400}, delivery.Raw(),
+                               bytes),
+            0);
+  EXPECT_TRUE(delivery.HasPixels(38400));
+}
+
 TEST(FrameDelivery, DestinationSizeAndRawFrameSizeAreNoBounds) {
   Delivery delivery(4, 160, 120);
   std::uint32_t bytes = 0;

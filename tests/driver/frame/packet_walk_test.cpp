@@ -78,6 +78,16 @@ TEST(OtherParser, PiecesOfPacketsThatLieEndToEndAreStoredEndToEnd) {
   EXPECT_EQ(camera.Stored(), (Packet{1, 2, 3, 4, 5, 6}));
 }
 
+// The second packet's piece ends where the first one's begins.
+TEST(OtherParser, PiecesOfPacketsThatLieInReverseAreStoredInThePacketsOrder) {
+  TaggedStream camera;
+  const Packet buffer = {0, 0, 4, 4, 0, 0, 4, 4, 5, 6, 7, 8};
+  const TransferPacket places[] = {{4, 8}, {0, 8}};
+  PacketWalk<ParseTaggedPacket> walk(camera.Assembly, camera.Context);
+  TakeTransfer(walk, buffer.data(), 12, places, 2);
+  EXPECT_EQ(camera.Stored(), (Packet{1, 2, 5, 6, 7, 8, 0, 0, 4, 4}));
+}
+
 TEST(OtherParser, APacketOfWhichNothingIsToBeStoredChangesNothing) {
   TaggedStream camera;
   camera.FeedTagged({Tagged({0, 0, 4, 0}, {7, 7})});

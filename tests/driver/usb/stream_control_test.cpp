@@ -116,6 +116,17 @@ TEST(StreamControl, ASecondAcquireWithoutAReleaseFailsAndLeavesTheStream) {
   });
 }
 
+TEST(StreamControl, AStoppedDeviceRefusesAnAcquireAndARun) {
+  InWorld([](TransportWorld& world) {
+    ASSERT_EQ(world.Start() | world.Acquire(), 0);
+    ASSERT_EQ(world.Device().ReleaseStream(), STATUS_SUCCESS);
+    ASSERT_EQ(world.Device().StopHardware(), STATUS_SUCCESS);
+    EXPECT_EQ(world.Record().Connected, 1);
+    EXPECT_EQ(world.Acquire(), kGone);
+    EXPECT_EQ(world.Device().RunStream(), kGone);
+  });
+}
+
 TEST(StreamControl, ADeviceThatIsGoneRefusesEverything) {
   InWorld([](TransportWorld& world) {
     ASSERT_EQ(world.Start() | world.Acquire() | world.Device().RunStream(), 0);

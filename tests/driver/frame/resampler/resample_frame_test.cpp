@@ -7,6 +7,7 @@
 
 #include "platform/host/nt/floating_point_state.h"
 #include "platform/host/nt/pool.h"
+#include "platform/kernel.h"
 #include "tests/driver/frame/resampler/literal_resize.h"
 
 namespace lidcam {
@@ -25,6 +26,9 @@ struct Frame {
     return Destination == std::vector<std::uint8_t>(Destination.size(), kUntouched);
   }
 };
+
+const Frame* g_frame = nullptr;  // looked at when the thread gets its registers back
+bool g_wasUntouched = false;
 
 class ResampleFrameTest : public testing::Test {
  protected:
@@ -159,6 +163,15 @@ TEST_F(ResampleFrameTest, SavesAndRestoresTheFloatingPointStateOnceACall) {
   EXPECT_EQ(Restores(), 2U);
 }
 
+TEST_F(ResampleFrameTest, RestoresTheFloatingPointStateBehindTheLastPixel) {
+  Frame frame;
+  g_frame = &frame;
+  g_wasUntouched = true;
+  EXPECT_EQ(ResampleFrame(frame.Destination.data(), frame.Source.data(), 64, 48, 40, 30, 1), 1U);
+  g_frame = nullptr;
+  EXPECT_FALSE(g_wasUntouched);
+}
+
 TEST_F(ResampleFrameTest, WritesNothingWhenTheFloatingPointStateCannotBeSaved) {
   Frame frame;
   host::FailFloatingPointSave(1);
@@ -172,11 +185,18 @@ TEST_F(ResampleFrameTest, WritesNothingWhenTheFloatingPointStateCannotBeSaved) {
 }  // namespace
 }  // namespace lidcam
 
-// The linker leads the question for the processor here (--wrap).
+// The linker leads the question for the processor and the registers' return here (--wrap).
 // NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
 extern "C" bool __real__ZN6lidcam13CpuHasDoublesEv();
 extern "C" bool __wrap__ZN6lidcam13CpuHasDoublesEv();
 extern "C" bool __wrap__ZN6lidcam13CpuHasDoublesEv() {
   return lidcam::g_hasDoubles && __real__ZN6lidcam13CpuHasDoublesEv();
+}
+
+extern "C" NTSTATUS __real_KeRestoreFloatingPointState(PKFLOATING_SAVE state);
+extern "C" NTSTATUS __wrap_KeRestoreFloatingPointState(PKFLOATING_SAVE state);
+extern "C" NTSTATUS __wrap_KeRestoreFloatingPointState(PKFLOATING_SAVE state) {
+  if (lidcam::g_frame != nullptr) lidcam::g_wasUntouched = lidcam::g_frame->IsUntouched();
+  return __real_KeRestoreFloatingPointState(state);
 }
 // NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
