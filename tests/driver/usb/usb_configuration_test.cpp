@@ -300,6 +300,23 @@ TEST(UsbConfiguration, AStatusInTheUrbAloneLeavesTheInterfaceAsItWas) {
   });
 }
 
+TEST(UsbConfiguration, ASelectedInterfaceHasNoMorePipesThanItsMemoryHolds) {
+  InWorld([](TransportWorld& world) {
+    ASSERT_EQ(world.Start(), STATUS_SUCCESS);
+    const USHORT length = world.Record().InterfaceInformation->Length;
+    world.Stack.Decide = [](URB& urb) -> std::optional<Verdict> {
+      if (urb.UrbHeader.Function == 1) {
+        urb.UrbSelectInterface.Interface.Length = 0xFFFF;
+        urb.UrbSelectInterface.Interface.NumberOfPipes = 3;
+      }
+      return std::nullopt;
+    };
+    EXPECT_EQ(SetFormat(world), STATUS_SUCCESS);
+    EXPECT_EQ(world.Record().InterfaceInformation->Length, length);
+    EXPECT_EQ(world.Record().InterfaceInformation->NumberOfPipes, 2U);
+  });
+}
+
 TEST(UsbConfiguration, WithoutARawBufferSizeTheFormatFailsAlthoughTheSelectionWorked) {
   InWorld([](TransportWorld& world) {
     ASSERT_EQ(world.Start(), STATUS_SUCCESS);
