@@ -10,6 +10,7 @@ namespace lidcam::test {
 namespace {
 
 using testing::ElementsAre;
+using testing::UnorderedElementsAre;
 
 constexpr auto kNoMemory = static_cast<NTSTATUS>(0xC000009A);
 constexpr auto kUnsuccessful = static_cast<NTSTATUS>(0xC0000001);
@@ -124,6 +125,26 @@ TEST(StreamControl, AStoppedDeviceRefusesAnAcquireAndARun) {
     EXPECT_EQ(world.Record().Connected, 1);
     EXPECT_EQ(world.Acquire(), kGone);
     EXPECT_EQ(world.Device().RunStream(), kGone);
+    EXPECT_EQ(world.Device().PowerDown(PowerDeviceD3, PowerDeviceD0), kGone);
+    EXPECT_EQ(world.Device().PowerUp(PowerDeviceD0, PowerDeviceD3, nullptr), kGone);
+  });
+}
+
+TEST(StreamControl, OfTwoRunsAtATimeOneIsRefused) {
+  InWorld([](TransportWorld& world) {
+    ASSERT_EQ(world.Start() | world.Acquire(), 0);
+    NTSTATUS first = 1;
+    NTSTATUS second = 1;
+    KsAcquireDevice(world.Ks());
+    host::TestThread one([&] { first = world.Device().RunStream(); });
+    host::TestThread other([&] { second = world.Device().RunStream(); });
+    host::Sleep(host::kMillisecond);
+    KsReleaseDevice(world.Ks());
+    one.Join();
+    other.Join();
+    EXPECT_THAT((std::vector<NTSTATUS>{first, second}),
+                UnorderedElementsAre(STATUS_SUCCESS, kUnsuccessful));
+    EXPECT_EQ(FlagsOf(world), kRunning);
   });
 }
 
