@@ -191,6 +191,22 @@ TEST(ExposureOnMi1318, KeepsTheWideRegisterItReadWithItsBitChanged) {
   EXPECT_EQ(camera.Context().WideHigh, 0x8F);
 }
 
+TEST(ExposureOnMi1318, KeepsTheWideRegisterAheadOfItsWrite) {
+  Camera camera(SensorTypeMi1318);
+  camera.Sensor[0x06] = 0x8F;
+  camera.Sensor[0xF1] = 0x21;
+  camera.Context().AutoExposure = 1;
+  std::vector<unsigned> kept;
+  camera.Failure = [&](const std::string& access) {
+    if (access == "write bridge FF7F=21") {
+      kept = {camera.Context().WideHigh, camera.Context().WideLow};
+    }
+    return 0;
+  };
+  camera.Expose(1);
+  EXPECT_THAT(kept, ElementsAre(0xCFU, 0x21U));
+}
+
 TEST(ExposureOnMi1318, AFailedReadWorksOnWhatTheReadBeforeGave) {
   Camera camera(SensorTypeMi1318);
   camera.Context().AutoExposure = 1;
