@@ -160,6 +160,17 @@ TEST(SetupTable, Of600EntriesIsWrittenWholeUnlikeAList) {
   EXPECT_EQ(WritesOfRegister50(*space), 600U);
 }
 
+// A shorter set leaves the entries of a longer one behind its own.
+TEST(SetupTable, IsWrittenAsFarAsItsCount) {
+  const auto space = AdjustedCamera(SensorTypeK82);
+  RegisterSetTable& table = space->Context().SetupRegisters;
+  table.Present = 1;
+  table.Count = 3;
+  std::fill(std::begin(table.Entries), std::end(table.Entries), RegisterSetEntry{0x11, 0x50, 0x01});
+  ApplySetupRegisters(space->Context());
+  EXPECT_EQ(WritesOfRegister50(*space), 3U);
+}
+
 TEST(SetupTable, LongerThanItsRoomIsWrittenAsFarAsItWasStored) {
   const auto space = AdjustedCamera(SensorTypeK82);
   RegisterSetTable& table = space->Context().SetupRegisters;

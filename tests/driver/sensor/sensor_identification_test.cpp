@@ -404,6 +404,8 @@ TEST(SensorTrace, TellsTheTypeOnceItIsKnown) {
   TraceLines trace;
   EXPECT_EQ(Identify(space, 0x1AF0, 0x0511).Type, 9);
   EXPECT_THAT(trace.Take(), ElementsAre("sensor type 9"));
+  Identify(space, 0x1B17, 0x6101);
+  EXPECT_THAT(trace.Take(), ElementsAre("sensor type 1"));
   Identify(space, 0x1B17, 0x6105);
   EXPECT_THAT(trace.Take(), IsEmpty());
 }
