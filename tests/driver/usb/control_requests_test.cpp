@@ -126,6 +126,21 @@ TEST(ControlRequests, AWriteOfLength0CopiesNothingAndSendsNoBuffer) {
   });
 }
 
+TEST(ControlRequests, AReadSendsNothingOfTheCallersBuffer) {
+  InWorld([](TransportWorld& world) {
+    ASSERT_EQ(world.Start(), STATUS_SUCCESS);
+    std::uint8_t sent = 1;
+    world.Stack.Decide = [&](URB& urb) -> std::optional<Verdict> {
+      sent = *static_cast<std::uint8_t*>(urb.UrbControlVendorClassRequest.TransferBuffer);
+      return Verdict{kUnsuccessful};
+    };
+    std::uint8_t byte = 0x55;
+    std::uint32_t length = 1;
+    EXPECT_EQ(UsbReadRequest(&TransportOf(world), 0xA1, 0, 0, &byte, &length), -1);
+    EXPECT_EQ(sent, 0);
+  });
+}
+
 TEST(ControlRequests, AFailedReadLeavesTheBufferAndReportsLength0) {
   InWorld([](TransportWorld& world) {
     ASSERT_EQ(world.Start(), STATUS_SUCCESS);
