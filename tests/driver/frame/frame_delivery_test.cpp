@@ -10,6 +10,7 @@
 
 #include "driver/core/camera_context.h"
 #include "driver/frame/image_resampler.h"
+#include "tests/driver/support/trace_lines.h"
 
 namespace lidcam {
 namespace {
@@ -288,6 +289,17 @@ TEST(FrameDelivery, ABufferWithoutRoomForAllPixelsGetsNoneAndTheBytesAreReported
                                bytes),
             0);
   EXPECT_TRUE(delivery.HasPixels(38400));
+}
+
+TEST(FrameDelivery, APictureOfOnePixelNeedsItsTwoBytesOfRoom) {
+  Delivery delivery(1, 1, 1);
+  std::uint32_t bytes = 0;
+  test::TraceLines trace;
+  DeliverFrameWithin(delivery.Context(), {delivery.Destination(), 1}, delivery.Raw(), bytes);
+  EXPECT_EQ(trace.Take(),
+            std::vector<std::string>{"frame too large for its buffer size=1x1 room=1"});
+  DeliverFrameWithin(delivery.Context(), {delivery.Destination(), 2}, delivery.Raw(), bytes);
+  EXPECT_EQ(trace.Take(), std::vector<std::string>{});
 }
 
 TEST(FrameDelivery, DestinationSizeAndRawFrameSizeAreNoBounds) {
