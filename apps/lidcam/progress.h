@@ -23,7 +23,7 @@ struct FramePosition {
 struct StreamProgress {
   StreamCounts Counts{};
   std::optional<FramePosition> Position{};  ///< of the newest frame; none before it, or in a replay
-  std::optional<bool> IsAutoExposure{};     ///< nothing where nobody knows, as in a replay
+  std::optional<bool> IsAutoExposure{};     ///< empty where unknown, as in a replay
   std::optional<std::uint32_t> LightState{};  ///< a lidcam::LightState; as above
 };
 

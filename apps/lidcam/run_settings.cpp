@@ -40,7 +40,7 @@ bool IsInitial(std::u16string_view name, const RegistryValue& value) {
 /// Whether a value of a run's copy belongs into the user's settings.
 ///
 /// @param before  the setting when the run began; null if there was none
-/// @param now     the setting as it is by now; null if there still is none
+/// @param now     the setting as it is now; null if there is still no value
 bool IsToStore(std::u16string_view name, const RegistryValue& value, const RegistryValue* before,
                const RegistryValue* now) {
   if (before != nullptr) return *before != value;

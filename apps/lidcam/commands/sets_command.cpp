@@ -42,7 +42,7 @@ void Compile(const SetsCommand& command) {
   if (!errors.empty()) throw CommandError(errors.back());
 }
 
-// A damaged set file shows what can be read of it, and its faults in comments; what is none shows nothing.
+// A damaged set file shows what can be read of it, and its faults in comments; any other file shows nothing.
 void RequireSetFile(const std::string& path, std::span<const std::uint8_t> file) {
   const SetLayout layout = ReadSetLayout(file);
   if (!layout.Sections.empty()) return;

@@ -6,7 +6,7 @@
 
 namespace lidcam::app {
 
-/// A name as text. Names of files are bytes, and may be no UTF-8: each byte that is none, or that is a
+/// A name as text. Names of files are any bytes: each byte that is not valid UTF-8, or that belongs to a
 /// character no document may have (U+FFFE, U+FFFF), stands as "\xFF".
 [[nodiscard]] std::string Utf8Text(std::string_view bytes);
 
