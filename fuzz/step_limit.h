@@ -18,7 +18,10 @@ class StepLimit {
 
   /// The options of a world that lives under this limit.
   [[nodiscard]] host::SimulationOptions WorldOptions(std::uint64_t seed) {
-    return {.Seed = seed, .AtSwitchPoint = [this](std::uint64_t number) { Look(number); }};
+    return {.Seed = seed, .AtSwitchPoint = [this](const host::SwitchPlace& place) {
+              Look(place.Number);
+              return LONGLONG{0};
+            }};
   }
 
   /// The limit holds anew.
