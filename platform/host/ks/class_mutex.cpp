@@ -1,5 +1,7 @@
 #include "platform/host/ks/class_mutex.h"
 
+#include <exception>
+
 namespace lidcam::host {
 
 void InitializeMutex(KMUTEX& mutex) {
@@ -12,6 +14,10 @@ void AcquireMutex(KMUTEX& mutex) {
 
 void ReleaseMutex(KMUTEX& mutex) {
   KeReleaseMutex(&mutex, FALSE);
+}
+
+int Unwindings() {
+  return std::uncaught_exceptions();
 }
 
 }  // namespace lidcam::host

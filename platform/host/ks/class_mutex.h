@@ -11,4 +11,8 @@ void InitializeMutex(KMUTEX& mutex);
 void AcquireMutex(KMUTEX& mutex);
 void ReleaseMutex(KMUTEX& mutex);
 
+/// How many exceptions unwind the calling thread. A simulated world that stops unwinds its threads, and
+/// lets go of nothing then.
+int Unwindings();
+
 }  // namespace lidcam::host

@@ -70,9 +70,12 @@ class DeviceCall {
   }
   DeviceCall(const DeviceCall&) = delete;
   DeviceCall& operator=(const DeviceCall&) = delete;
-  ~DeviceCall() { ReleaseDeviceOf(device_); }
+  ~DeviceCall() noexcept(false) {
+    if (Unwindings() == before_) ReleaseDeviceOf(device_);
+  }
 
  private:
+  const int before_ = Unwindings();
   DeviceBlock& device_;
 };
 

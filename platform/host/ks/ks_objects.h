@@ -81,9 +81,12 @@ class ControlCall {
   }
   ControlCall(const ControlCall&) = delete;
   ControlCall& operator=(const ControlCall&) = delete;
-  ~ControlCall() { ReleaseControlOf(*filter_.Head.Device, filter_.Control); }
+  ~ControlCall() noexcept(false) {
+    if (Unwindings() == before_) ReleaseControlOf(*filter_.Head.Device, filter_.Control);
+  }
 
  private:
+  const int before_ = Unwindings();
   FilterBlock& filter_;
 };
 

@@ -143,5 +143,25 @@ TEST(ClassRules, TheControlTakenAgainAndTheDeviceTakenUnderItAreNotedWithTheirCa
   });
 }
 
+// A world stops wherever its threads are: also as one lets go of a mutex of the class.
+TEST(ClassRules, AWorldThatStopsUnwindsThreadsThatAreInTheClass) {
+  for (std::uint64_t seed = 1; seed <= 60; ++seed) {
+    const auto stop = [seed] {
+      ClassWorld world;
+      world.Start();
+      TestThread application([&world] {
+        for (;;) {
+          TestFile file(world.Top());
+          file.Open(u"");
+          file.Close();
+        }
+      });
+      for (std::uint64_t i = 0; i < 10 * seed; ++i) KeGetCurrentIrql();
+      ExFreePool(&world);
+    };
+    EXPECT_THAT(ViolationOf(stop, {.Seed = seed}), testing::HasSubstr("ExFreePool")) << seed;
+  }
+}
+
 }  // namespace
 }  // namespace lidcam::host

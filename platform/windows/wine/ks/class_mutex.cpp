@@ -44,4 +44,8 @@ void ReleaseMutex(KMUTEX& mutex) {
   KeSetEvent(&own.IsFree, IO_NO_INCREMENT, FALSE);
 }
 
+int Unwindings() {
+  return 0;
+}
+
 }  // namespace lidcam::host
