@@ -17,7 +17,7 @@
 #include <thread>
 #include <vector>
 
-#include "bus/simulated/simulated_bus.h"
+#include "camera_model/bus_adapter/simulated_bus.h"
 #include "platform/host/nt/pool.h"
 #include "world/hosted_camera.h"
 

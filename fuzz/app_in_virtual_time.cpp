@@ -4,7 +4,7 @@
 #include <memory>
 #include <string>
 
-#include "bus/simulated/simulated_bus.h"
+#include "camera_model/bus_adapter/simulated_bus.h"
 #include "fuzz/step_limit.h"
 #include "platform/host/nt/simulated_scheduler.h"
 

@@ -87,8 +87,8 @@ SUBJECTS = {
         "apps/lidcam/plot/frame_log_reader.cpp",
         "apps/lidcam/stream_size.cpp",
         "apps/lidcam/units.cpp",
-        "simulator/camera_options.cpp",
-        "simulator/light_schedule.cpp",
+        "camera_model/camera_options.cpp",
+        "camera_model/light_schedule.cpp",
     ],
 }
 

@@ -19,7 +19,7 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent
 sys.path.insert(0, str(ROOT / "scripts"))
 import program_end  # noqa: E402
 
-SETS = ROOT / "simulator" / "sets"
+SETS = ROOT / "camera_model" / "sets"
 CONTROL_RECORDS = 60
 ISOCHRONOUS_RECORDS = 4
 LONGEST = 65536

@@ -12,7 +12,7 @@
 
 #include "bus/faults/fault_bus.h"
 #include "bus/faults/random_faults.h"
-#include "bus/simulated/simulated_bus.h"
+#include "camera_model/bus_adapter/simulated_bus.h"
 #include "driver/core/camera_trace.h"
 #include "platform/host/nt/irp_registry.h"
 #include "platform/host/nt/pool.h"

@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <cstring>
 
+#include "camera_model/descriptors.h"
+#include "camera_model/raw_frame_geometry.h"
 #include "platform/host/nt/scheduler.h"
-#include "simulator/descriptors.h"
-#include "simulator/raw_frame_geometry.h"
 
 namespace lidcam::simulation {
 namespace {

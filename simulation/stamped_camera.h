@@ -8,8 +8,8 @@
 #include <string>
 
 #include "bus/usb_bus.h"
+#include "camera_model/usb_device.h"
 #include "simulation/surroundings.h"
-#include "simulator/usb_device.h"
 
 namespace lidcam::simulation {
 

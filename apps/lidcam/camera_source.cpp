@@ -8,8 +8,8 @@
 #include "apps/lidcam/recorded_settings.h"
 #include "bus/capture/capture_bus.h"
 #include "bus/capture/capture_input.h"
-#include "bus/simulated/simulated_bus.h"
-#include "simulator/camera_options.h"
+#include "camera_model/bus_adapter/simulated_bus.h"
+#include "camera_model/camera_options.h"
 
 namespace lidcam::app {
 namespace {

@@ -9,7 +9,7 @@
 #include "apps/lidcam/output/file_roles.h"
 #include "bus/capture/capture_source.h"
 #include "bus/usb_bus.h"
-#include "simulator/light_schedule.h"
+#include "camera_model/light_schedule.h"
 
 namespace lidcam::app {
 

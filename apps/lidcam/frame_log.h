@@ -8,8 +8,8 @@
 #include "apps/lidcam/frame_path.h"
 #include "apps/lidcam/output/output_file.h"
 #include "apps/lidcam/trace_observer.h"
+#include "camera_model/light_schedule.h"
 #include "driver/core/camera_context.h"
-#include "simulator/light_schedule.h"
 
 namespace lidcam::app {
 

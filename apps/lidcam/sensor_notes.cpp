@@ -6,7 +6,7 @@
 #include "apps/lidcam/core_camera.h"
 #include "apps/lidcam/opened_camera.h"
 #include "apps/lidcam/stream_size.h"
-#include "bus/simulated/simulated_bus.h"
+#include "camera_model/bus_adapter/simulated_bus.h"
 #include "driver/core/stream_modes.h"
 
 namespace lidcam::app {

@@ -5,8 +5,8 @@
 #include <string>
 
 #include "apps/lidcam/units.h"
+#include "camera_model/camera_options.h"
 #include "driver/core/camera_context.h"
-#include "simulator/camera_options.h"
 
 namespace lidcam::app {
 

@@ -10,9 +10,9 @@
 
 #include "apps/lidcam/core_camera.h"
 #include "apps/lidcam/frame_log.h"
-#include "bus/simulated/simulated_bus.h"
-#include "simulator/light_schedule.h"
-#include "simulator/scene.h"
+#include "camera_model/bus_adapter/simulated_bus.h"
+#include "camera_model/light_schedule.h"
+#include "camera_model/scene.h"
 #include "tests/closed_loop/native_stream.h"
 
 namespace lidcam::app {

@@ -7,7 +7,7 @@
 #include <thread>
 
 #include "apps/lidcam/core_camera.h"
-#include "bus/simulated/simulated_bus.h"
+#include "camera_model/bus_adapter/simulated_bus.h"
 #include "driver/exposure/auto_exposure.h"
 #include "tests/closed_loop/closed_loop.h"
 #include "tests/closed_loop/native_stream.h"

@@ -9,7 +9,7 @@
 #include "bus/capture/recording_bus.h"
 #include "bus/enumeration.h"
 #include "bus/faults/fault_bus.h"
-#include "bus/simulated/simulated_bus.h"
+#include "camera_model/bus_adapter/simulated_bus.h"
 #include "platform/host/client/client_error.h"
 #include "platform/host/nt/handles.h"
 #include "platform/host/nt/pool.h"

@@ -8,10 +8,10 @@
 #include <string>
 
 #include "bus/usb_bus.h"
+#include "camera_model/camera_options.h"
 #include "platform/host/client/camera.h"
 #include "platform/host/client/stream.h"
 #include "platform/host/nt/simulated_scheduler.h"
-#include "simulator/camera_options.h"
 #include "world/installed_camera.h"
 
 namespace lidcam::compliance {

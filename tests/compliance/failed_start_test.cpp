@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "bus/faults/fault_bus.h"
-#include "bus/simulated/simulated_bus.h"
+#include "camera_model/bus_adapter/simulated_bus.h"
 #include "platform/host/nt/pool.h"
 #include "tests/compliance/compliance_world.h"
 #include "world/worlds.h"

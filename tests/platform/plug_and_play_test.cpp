@@ -12,7 +12,7 @@
 #include <utility>
 #include <vector>
 
-#include "bus/simulated/simulated_bus.h"
+#include "camera_model/bus_adapter/simulated_bus.h"
 #include "platform/host/nt/device_file.h"
 #include "platform/host/nt/device_object.h"
 #include "platform/host/usbd/usb_device_stack.h"

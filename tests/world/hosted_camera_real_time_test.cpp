@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "bus/simulated/simulated_bus.h"
+#include "camera_model/bus_adapter/simulated_bus.h"
 #include "platform/host/nt/irp_registry.h"
 #include "world/hosted_camera.h"
 

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "bus/faults/fault_bus.h"
-#include "bus/simulated/simulated_bus.h"
+#include "camera_model/bus_adapter/simulated_bus.h"
 #include "driver/core/control_codes.h"
 #include "platform/host/nt/pool.h"
 

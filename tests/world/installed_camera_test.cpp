@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "bus/simulated/simulated_bus.h"
+#include "camera_model/bus_adapter/simulated_bus.h"
 #include "driver/avstream/camera_properties_sets.h"
 #include "platform/host/client/stream.h"
 #include "world/worlds.h"

@@ -5,7 +5,7 @@
 #include <functional>
 #include <memory>
 
-#include "bus/simulated/simulated_bus.h"
+#include "camera_model/bus_adapter/simulated_bus.h"
 #include "platform/host/client/stream.h"
 #include "platform/host/nt/device_file.h"
 #include "platform/host/nt/kernel_faults.h"

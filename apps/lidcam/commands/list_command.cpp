@@ -14,8 +14,8 @@
 #include "apps/lidcam/output/utf8_text.h"
 #include "apps/lidcam/sensor_notes.h"
 #include "bus/capture/capture_source.h"
-#include "simulator/camera_identity.h"
-#include "simulator/camera_options.h"
+#include "camera_model/camera_identity.h"
+#include "camera_model/camera_options.h"
 
 namespace lidcam::app {
 namespace {

@@ -87,7 +87,7 @@ void AddSetsCommand(CLI::App& app) {
   compile->add_option("source", command->Files, "source file")->required()->expected(1);
   compile->add_option("-o,--output", command->Output, "set file; SOURCE with .set if not given")
       ->type_name("FILE");
-  compile->footer("Example:\n  lidcam sets compile simulator/sets/S001.txt -o S001.set");
+  compile->footer("Example:\n  lidcam sets compile camera_model/sets/S001.txt -o S001.set");
   compile->callback([command] { Compile(*command); });
 
   CLI::App* const show = sub->add_subcommand("show", "a set file as a readable source");
@@ -102,7 +102,7 @@ void AddSetsCommand(CLI::App& app) {
 
   sub->footer(
       "Examples:\n"
-      "  lidcam sets compile simulator/sets/S001.txt -o S001.set\n"
+      "  lidcam sets compile camera_model/sets/S001.txt -o S001.set\n"
       "  lidcam sets show S001.set\n"
       "  lidcam sets check *.set");
 }

@@ -18,7 +18,7 @@
 #include "apps/lidcam/command_error.h"
 #include "apps/lidcam/host_environment.h"
 #include "apps/lidcam/trace_observer.h"
-#include "bus/simulated/simulated_bus.h"
+#include "camera_model/bus_adapter/simulated_bus.h"
 #include "driver/frame/image_resampler.h"
 #include "platform/host/nt/registry.h"
 

@@ -11,7 +11,7 @@
 #include "apps/lidcam/host_environment.h"
 #include "apps/lidcam/opened_camera.h"
 #include "apps/lidcam/trace_observer.h"
-#include "bus/simulated/simulated_bus.h"
+#include "camera_model/bus_adapter/simulated_bus.h"
 #include "driver/avstream/camera_properties.h"
 #include "driver/avstream/camera_properties_sets.h"
 #include "platform/host/nt/registry.h"

@@ -17,7 +17,7 @@
 #include "apps/lidcam/trace_observer.h"
 #include "bus/capture/capture_bus.h"
 #include "bus/capture/recording_bus.h"
-#include "bus/simulated/simulated_bus.h"
+#include "camera_model/bus_adapter/simulated_bus.h"
 #include "platform/host/nt/debug_print.h"
 #include "platform/host/nt/registry.h"
 

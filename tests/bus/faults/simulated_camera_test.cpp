@@ -9,7 +9,7 @@
 
 #include "bus/faults/fault_bus.h"
 #include "bus/faults/random_faults.h"
-#include "bus/simulated/simulated_bus.h"
+#include "camera_model/bus_adapter/simulated_bus.h"
 
 namespace lidcam::bus {
 namespace {

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <atomic>
 
-#include "bus/simulated/simulated_bus.h"
+#include "camera_model/bus_adapter/simulated_bus.h"
 #include "tests/platform/usbd/usb_test_support.h"
 
 namespace lidcam::host {

@@ -3,7 +3,7 @@
 #include <memory>
 #include <string_view>
 
-#include "bus/simulated/simulated_bus.h"
+#include "camera_model/bus_adapter/simulated_bus.h"
 #include "platform/host/usbd/usb_request_server.h"
 #include "platform/windows/wine/bus/device_role.h"
 #include "platform/windows/wine/bus/device_texts.h"

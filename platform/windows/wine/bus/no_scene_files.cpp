@@ -2,7 +2,7 @@
 
 #include <stdexcept>
 
-#include "simulator/scene.h"
+#include "camera_model/scene.h"
 
 namespace lidcam::simulator {
 

@@ -9,17 +9,17 @@
 #include <string>
 
 #include "apps/lidcam/register_sets/set_files.h"
+#include "camera_model/bridge.h"
+#include "camera_model/camera_identity.h"
+#include "camera_model/exposure.h"
+#include "camera_model/picture_processing.h"
+#include "camera_model/raw_frame_geometry.h"
 #include "driver/core/camera_context.h"
 #include "driver/sensor/register_set_file.h"
 #include "driver/sensor/register_set_list.h"
 #include "driver/sensor/sensor_identification.h"
 #include "driver/sensor/setup_registers.h"
 #include "platform/host/nt/files.h"
-#include "simulator/bridge.h"
-#include "simulator/camera_identity.h"
-#include "simulator/exposure.h"
-#include "simulator/picture_processing.h"
-#include "simulator/raw_frame_geometry.h"
 #include "tests/driver/support/system_root.h"
 
 namespace lidcam::app {

@@ -1,0 +1,90 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <limits>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "bus/usb_bus.h"
+#include "camera_model/camera_options.h"
+#include "camera_model/usb_device.h"
+
+namespace lidcam::bus {
+
+/// How a simulated bus keeps time.
+enum class Pacing : std::uint8_t {
+  FreeRunning,  ///< time passes only by isochronous reads, which return at once
+  RealTime,     ///< a microframe takes 125 us of the machine's steady clock
+};
+
+/// A control transfer that goes wrong or is answered late.
+struct ControlFault {
+  std::uint64_t Request = 0;              ///< counted from 0 since the bus was made
+  UsbStatus Status = UsbStatus::Stalled;  ///< Ok: the request is served, only late
+  std::chrono::milliseconds Delay{0};     ///< waited for in both pacings
+};
+
+struct SimulatedBusOptions {
+  simulator::UsbDeviceOptions Camera{};
+  Pacing Pace = Pacing::FreeRunning;
+  /// Bytes per microframe that the bus has room for; settings that need more are refused.
+  std::uint32_t BandwidthLimit = std::numeric_limits<std::uint32_t>::max();
+  std::vector<ControlFault> ControlFaults{};
+};
+
+/// A bus with one simulated camera on it. All operations may be called from any thread.
+class SimulatedBus final : public UsbBus {
+ public:
+  /// @throws std::invalid_argument as simulator::UsbDevice does
+  explicit SimulatedBus(SimulatedBusOptions options);
+
+  ControlResult ControlTransfer(const SetupPacket& setup, std::span<std::uint8_t> data) override;
+  UsbStatus SelectSetting(std::uint8_t interface, std::uint8_t alternateSetting) override;
+  /// Reads follow each other without a gap. In real time, a reader that is later than what a host
+  /// controller queues (128 ms) begins with the present microframe; those before it have gone by.
+  IsochronousResult ReadIsochronous(std::uint8_t endpoint, std::span<std::uint8_t> buffer,
+                                    std::span<IsochronousPacket> packets) override;
+  void Abort(std::uint8_t endpoint) override;
+  [[nodiscard]] std::uint32_t FrameNumber() override;
+  void Unplug() override;
+
+  /// Lets `look` at the camera while nothing else uses it: to change the light, to disturb packets,
+  /// to see the LED.
+  void WithCamera(const std::function<void(simulator::UsbDevice&)>& look);
+
+ private:
+  [[nodiscard]] std::uint64_t Now() const;
+  [[nodiscard]] ControlResult ServeControl(const SetupPacket& setup, std::span<std::uint8_t> data);
+  [[nodiscard]] const ControlFault* FaultOf(std::uint64_t request) const;
+  [[nodiscard]] std::uint64_t BeginRead();
+  /// Waits until the microframe has gone by; Ok, Aborted or Disconnected.
+  [[nodiscard]] UsbStatus WaitFor(std::uint64_t microframe);
+  UsbStatus ReadSome(std::uint64_t microframe, std::size_t share, std::uint32_t offset,
+                     std::span<std::uint8_t> buffer, std::span<IsochronousPacket> packets);
+
+  const SimulatedBusOptions options_;
+  const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+
+  std::mutex deviceMutex_;  ///< guards device_; never held while waiting
+  simulator::UsbDevice device_;
+
+  std::mutex waitMutex_;  ///< guards isReading_ and isAborted_
+  std::condition_variable wake_;
+  bool isReading_ = false;
+  bool isAborted_ = false;
+  std::atomic<bool> isUnplugged_{false};
+  std::atomic<std::uint64_t> nextMicroframe_{0};
+  std::atomic<std::uint64_t> controlRequests_{0};
+};
+
+/// Makes a bus with the camera that the options describe.
+/// @throws std::invalid_argument, std::runtime_error with a text for the user
+[[nodiscard]] std::unique_ptr<SimulatedBus> MakeSimulatedBus(
+    const simulator::CameraOptions& options, Pacing pace);
+
+}  // namespace lidcam::bus

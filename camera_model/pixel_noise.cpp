@@ -1,0 +1,80 @@
+#include "camera_model/pixel_noise.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace lidcam::simulator {
+namespace {
+
+constexpr int kBlack = 16;
+constexpr int kWhite = 235;
+
+constexpr std::size_t kDraws = 1024;
+constexpr int kBitsOfDraw = 10;
+constexpr std::size_t kDrawsOfWord = 6;
+constexpr std::int32_t kDrawUnit = 1024;
+constexpr std::int32_t kScaleUnit = 256;
+constexpr double kLargestDeviation = 64;
+
+double BellBelow(double x) {
+  return 0.5 * std::erfc(-x / std::sqrt(2.0));
+}
+
+// Values of the bell curve that lie equally likely apart, so that an even draw from the table is a
+// draw from the curve.
+const std::array<std::int32_t, kDraws>& BellDraws() {
+  static const auto table = [] {
+    std::array<std::int32_t, kDraws> draws{};
+    for (std::size_t i = 0; i < kDraws; ++i) {
+      const double share = (static_cast<double>(i) + 0.5) / kDraws;
+      double low = -8;
+      double high = 8;
+      for (int halving = 0; halving < 50; ++halving) {
+        const double middle = (low + high) / 2;
+        (BellBelow(middle) < share ? low : high) = middle;
+      }
+      draws[i] = static_cast<std::int32_t>(std::lround(low * kDrawUnit));
+    }
+    return draws;
+  }();
+  return table;
+}
+
+/// Sixty-four even bits for each count, the finalizer of a common hash over it.
+std::uint64_t EvenBits(std::uint64_t count) {
+  std::uint64_t bits = count * 0x9E3779B97F4A7C15U;
+  bits = (bits ^ bits >> 30) * 0xBF58476D1CE4E5B9U;
+  bits = (bits ^ bits >> 27) * 0x94D049BB133111EBU;
+  return bits ^ bits >> 31;
+}
+
+}  // namespace
+
+LumaNoise::LumaNoise(const Deviations& deviations) {
+  const std::int32_t farthest = BellDraws().back();
+  for (std::size_t luma = 0; luma < deviations.size(); ++luma) {
+    const double deviation = std::clamp(deviations[luma], 0.0, kLargestDeviation);
+    scale_[luma] = static_cast<std::int32_t>(std::lround(deviation * kScaleUnit));
+    if (scale_[luma] * farthest >= kDrawUnit * kScaleUnit) isSilent_ = false;
+  }
+}
+
+void LumaNoise::AddTo(std::span<std::uint8_t> luma, std::uint64_t seed) const {
+  const auto& draws = BellDraws();
+  std::uint64_t count = EvenBits(seed);
+  const auto move = [this, &draws](std::uint8_t& sample, std::uint64_t& bits) {
+    const std::int32_t draw = draws[bits & (kDraws - 1)];
+    bits >>= kBitsOfDraw;
+    const std::int32_t offset = draw * scale_[sample] / (kDrawUnit * kScaleUnit);
+    sample = static_cast<std::uint8_t>(std::clamp(sample + offset, kBlack, kWhite));
+  };
+  std::size_t at = 0;
+  for (; at + kDrawsOfWord <= luma.size(); at += kDrawsOfWord) {
+    std::uint64_t bits = EvenBits(++count);
+    for (std::size_t i = 0; i < kDrawsOfWord; ++i) move(luma[at + i], bits);
+  }
+  std::uint64_t bits = EvenBits(++count);
+  for (; at < luma.size(); ++at) move(luma[at], bits);
+}
+
+}  // namespace lidcam::simulator
