@@ -1,6 +1,6 @@
 #include "camera_model/bridge.h"
 
-namespace lidcam::simulator {
+namespace lidcam::camera_model {
 namespace {
 
 struct PowerUpRow {
@@ -89,4 +89,4 @@ std::uint8_t Bridge::ReadSelected(std::uint8_t address) {
   return SensorSelected() && SensorAnswers() ? sensor_.Read(address) : kIdleBus;
 }
 
-}  // namespace lidcam::simulator
+}  // namespace lidcam::camera_model

@@ -8,7 +8,7 @@
 #include "bus/usb_types.h"
 #include "camera_model/sensor_model.h"
 
-namespace lidcam::simulator {
+namespace lidcam::camera_model {
 
 /// Odd behaviour of a module, to stand for parts that answer late or not at all.
 struct BridgeOptions {
@@ -63,4 +63,4 @@ class Bridge {
   std::uint16_t select_ = 0;
 };
 
-}  // namespace lidcam::simulator
+}  // namespace lidcam::camera_model

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-namespace lidcam::simulator {
+namespace lidcam::camera_model {
 namespace {
 
 using enum SensorModel;
@@ -39,4 +39,4 @@ const CameraIdentity* FindIdentity(std::uint16_t vendorId, std::uint16_t product
   return nullptr;
 }
 
-}  // namespace lidcam::simulator
+}  // namespace lidcam::camera_model

@@ -5,7 +5,7 @@
 
 #include "camera_model/sensor_model.h"
 
-namespace lidcam::simulator {
+namespace lidcam::camera_model {
 
 /// A USB identity under which the camera is sold, and the sensors that are fitted behind it.
 struct CameraIdentity {
@@ -23,4 +23,4 @@ struct CameraIdentity {
 /// @return null for a pair that no camera has
 [[nodiscard]] const CameraIdentity* FindIdentity(std::uint16_t vendorId, std::uint16_t productId);
 
-}  // namespace lidcam::simulator
+}  // namespace lidcam::camera_model

@@ -7,7 +7,7 @@
 
 #include "camera_model/camera_identity.h"
 
-namespace lidcam::simulator {
+namespace lidcam::camera_model {
 namespace {
 
 constexpr std::string_view kForm =
@@ -41,7 +41,7 @@ std::string NamesOf(std::span<const SensorModel> sensors) {
   std::string list;
   for (const SensorModel sensor : sensors) {
     if (!list.empty()) list += ", ";
-    list += simulator::NameOf(sensor);
+    list += camera_model::NameOf(sensor);
   }
   return list;
 }
@@ -156,4 +156,4 @@ UsbDeviceOptions ToDeviceOptions(const CameraOptions& options) {
   return device;
 }
 
-}  // namespace lidcam::simulator
+}  // namespace lidcam::camera_model

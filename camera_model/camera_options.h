@@ -9,7 +9,7 @@
 #include "camera_model/sensor_model.h"
 #include "camera_model/usb_device.h"
 
-namespace lidcam::simulator {
+namespace lidcam::camera_model {
 
 /// A simulated camera as a user describes it in one word.
 struct CameraOptions {
@@ -35,4 +35,4 @@ struct CameraOptions {
 /// @throws std::invalid_argument, std::runtime_error with a text for the user
 [[nodiscard]] UsbDeviceOptions ToDeviceOptions(const CameraOptions& options);
 
-}  // namespace lidcam::simulator
+}  // namespace lidcam::camera_model

@@ -3,7 +3,7 @@
 #include <span>
 #include <string_view>
 
-namespace lidcam::simulator {
+namespace lidcam::camera_model {
 namespace {
 
 constexpr std::uint8_t kDeviceType = 1;
@@ -104,4 +104,4 @@ std::optional<std::vector<std::uint8_t>> StringDescriptor(std::uint8_t index) {
   return bytes;
 }
 
-}  // namespace lidcam::simulator
+}  // namespace lidcam::camera_model

@@ -7,7 +7,7 @@
 
 #include "camera_model/camera_identity.h"
 
-namespace lidcam::simulator {
+namespace lidcam::camera_model {
 
 /// The camera comes with many alternate settings (long) or few (short).
 enum class ConfigurationKind : std::uint8_t { Long, Short };
@@ -31,4 +31,4 @@ inline constexpr std::uint8_t kIsochronousEndpoint = 0x82;
 /// @return nothing for an index without a string
 [[nodiscard]] std::optional<std::vector<std::uint8_t>> StringDescriptor(std::uint8_t index);
 
-}  // namespace lidcam::simulator
+}  // namespace lidcam::camera_model

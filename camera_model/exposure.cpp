@@ -4,7 +4,7 @@
 #include <cmath>
 #include <numbers>
 
-namespace lidcam::simulator {
+namespace lidcam::camera_model {
 namespace {
 
 using enum SensorModel;
@@ -222,4 +222,4 @@ PixelNoise NoiseOf(const SensorExposure& exposure) {
           .DarkLight = kDarkElectronsPerSecond * exposure.Seconds * unit};
 }
 
-}  // namespace lidcam::simulator
+}  // namespace lidcam::camera_model

@@ -7,7 +7,7 @@
 #include "camera_model/light_schedule.h"
 #include "camera_model/pixel_noise.h"
 
-namespace lidcam::simulator {
+namespace lidcam::camera_model {
 
 /// The light in front of the camera.
 struct SceneLight {
@@ -68,4 +68,4 @@ struct SensorExposure {
 /// Noise of the sensor's pixels for an exposure.
 [[nodiscard]] PixelNoise NoiseOf(const SensorExposure& exposure);
 
-}  // namespace lidcam::simulator
+}  // namespace lidcam::camera_model

@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-namespace lidcam::simulator {
+namespace lidcam::camera_model {
 
 /// The registers that make up one exposure of VGA0708. They belong together: a picture with the time
 /// of one and the gain of another would be wrongly exposed.
@@ -48,4 +48,4 @@ class ExposureBanks {
   ExposureRegisters beingRead_;
 };
 
-}  // namespace lidcam::simulator
+}  // namespace lidcam::camera_model

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <array>
 
-namespace lidcam::simulator {
+namespace lidcam::camera_model {
 namespace {
 
 constexpr std::array kByChance{
@@ -81,4 +81,4 @@ DisturbedPacket Disturb(std::span<const std::uint8_t> packet, FaultKind kind, st
   return result;
 }
 
-}  // namespace lidcam::simulator
+}  // namespace lidcam::camera_model

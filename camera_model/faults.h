@@ -5,7 +5,7 @@
 #include <span>
 #include <vector>
 
-namespace lidcam::simulator {
+namespace lidcam::camera_model {
 
 /// What can go wrong with the packets of the isochronous stream.
 enum class FaultKind : std::uint8_t {
@@ -68,4 +68,4 @@ struct DisturbedPacket {
 [[nodiscard]] DisturbedPacket Disturb(std::span<const std::uint8_t> packet, FaultKind kind,
                                       std::uint32_t limit);
 
-}  // namespace lidcam::simulator
+}  // namespace lidcam::camera_model

@@ -7,7 +7,7 @@
 #include <stdexcept>
 #include <string>
 
-namespace lidcam::simulator {
+namespace lidcam::camera_model {
 namespace {
 
 constexpr double kBrightestLux = 100'000;
@@ -110,4 +110,4 @@ double LuxAt(const LightSchedule& schedule, double seconds) {
   return lux;
 }
 
-}  // namespace lidcam::simulator
+}  // namespace lidcam::camera_model

@@ -3,7 +3,7 @@
 #include <string_view>
 #include <vector>
 
-namespace lidcam::simulator {
+namespace lidcam::camera_model {
 
 /// Illuminance of the room for which the power-up exposure is right: a lit office.
 inline constexpr double kRoomLux = 300;
@@ -31,4 +31,4 @@ using LightSchedule = std::vector<LightStep>;
 /// @return kRoomLux for an empty schedule; the first step's light before the schedule's begin
 [[nodiscard]] double LuxAt(const LightSchedule& schedule, double seconds);
 
-}  // namespace lidcam::simulator
+}  // namespace lidcam::camera_model

@@ -5,7 +5,7 @@
 #include <cstring>
 #include <numeric>
 
-namespace lidcam::simulator {
+namespace lidcam::camera_model {
 namespace {
 
 constexpr int kKnotLevels[] = {2, 4, 8, 12, 16, 24, 32, 40, 48, 64, 80, 96, 128, 160, 192};
@@ -302,4 +302,4 @@ void PictureProcessor::FilterLuma() {
   }
 }
 
-}  // namespace lidcam::simulator
+}  // namespace lidcam::camera_model

@@ -9,7 +9,7 @@
 #include "camera_model/pixel_noise.h"
 #include "camera_model/scene.h"
 
-namespace lidcam::simulator {
+namespace lidcam::camera_model {
 
 /// What the registers of bridge and sensor ask of the picture.
 struct PictureSettings {
@@ -90,4 +90,4 @@ class PictureProcessor {
   std::vector<std::uint8_t> filtered_;
 };
 
-}  // namespace lidcam::simulator
+}  // namespace lidcam::camera_model

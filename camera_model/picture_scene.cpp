@@ -14,7 +14,7 @@
 
 #include "camera_model/scene.h"
 
-namespace lidcam::simulator {
+namespace lidcam::camera_model {
 namespace {
 
 constexpr std::uint32_t kLargestSide = 16384;
@@ -318,4 +318,4 @@ std::unique_ptr<Scene> OpenSceneFile(const std::string& path) {
   Fail(path, "it is neither a PNG, nor a JPEG, nor a Y4M file");
 }
 
-}  // namespace lidcam::simulator
+}  // namespace lidcam::camera_model

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
-namespace lidcam::simulator {
+namespace lidcam::camera_model {
 namespace {
 
 constexpr int kBlack = 16;
@@ -77,4 +77,4 @@ void LumaNoise::AddTo(std::span<std::uint8_t> luma, std::uint64_t seed) const {
   for (; at < luma.size(); ++at) move(luma[at], bits);
 }
 
-}  // namespace lidcam::simulator
+}  // namespace lidcam::camera_model

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <span>
 
-namespace lidcam::simulator {
+namespace lidcam::camera_model {
 
 /// How a sensor's pixels stray, in parts of the light that gives white.
 ///
@@ -43,4 +43,4 @@ class LumaNoise {
   bool isSilent_ = true;
 };
 
-}  // namespace lidcam::simulator
+}  // namespace lidcam::camera_model

@@ -1,6 +1,6 @@
 #include "camera_model/raw_frame_geometry.h"
 
-namespace lidcam::simulator {
+namespace lidcam::camera_model {
 namespace {
 
 struct GeometryRow {
@@ -92,4 +92,4 @@ RawSize SelectedRawSize(const Bridge& bridge) {
                                                                                   : RawSize::Full;
 }
 
-}  // namespace lidcam::simulator
+}  // namespace lidcam::camera_model

@@ -6,7 +6,7 @@
 #include "camera_model/bridge.h"
 #include "camera_model/sensor_model.h"
 
-namespace lidcam::simulator {
+namespace lidcam::camera_model {
 
 /// How much of the sensor's picture a raw frame keeps.
 enum class RawSize : std::uint8_t {
@@ -44,4 +44,4 @@ struct RawFrameGeometry {
 /// pixels if register 0x0A bit 2 is set.
 [[nodiscard]] RawSize SelectedRawSize(const Bridge& bridge);
 
-}  // namespace lidcam::simulator
+}  // namespace lidcam::camera_model

@@ -4,7 +4,7 @@
 #include <cmath>
 #include <cstring>
 
-namespace lidcam::simulator {
+namespace lidcam::camera_model {
 namespace {
 
 constexpr double kMicroframesPerSecond = 8000;
@@ -176,4 +176,4 @@ void RawFrameStream::FillHeader(const RawFrameGeometry& geometry, const SensorEx
   frame_[frame_.size() - 1] = 0xD9;
 }
 
-}  // namespace lidcam::simulator
+}  // namespace lidcam::camera_model

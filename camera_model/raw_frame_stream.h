@@ -11,7 +11,7 @@
 #include "camera_model/raw_frame_geometry.h"
 #include "camera_model/scene.h"
 
-namespace lidcam::simulator {
+namespace lidcam::camera_model {
 
 /// What one microframe carries.
 struct StreamPacket {
@@ -82,4 +82,4 @@ class RawFrameStream {
   bool isStalled_ = false;
 };
 
-}  // namespace lidcam::simulator
+}  // namespace lidcam::camera_model

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-namespace lidcam::simulator {
+namespace lidcam::camera_model {
 
 /// Pixels as a screen shows them: red, green and blue of eight bits each, rows without padding.
 struct RgbImage {
@@ -41,4 +41,4 @@ class Scene {
 /// @throws std::runtime_error naming the file and the reason
 [[nodiscard]] std::unique_ptr<Scene> OpenSceneFile(const std::string& path);
 
-}  // namespace lidcam::simulator
+}  // namespace lidcam::camera_model

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-namespace lidcam::simulator {
+namespace lidcam::camera_model {
 namespace {
 
 struct ModelRow {
@@ -177,4 +177,4 @@ void Sensor::Reset() {
   exposure_.Reset(WrittenExposure());
 }
 
-}  // namespace lidcam::simulator
+}  // namespace lidcam::camera_model

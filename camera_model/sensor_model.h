@@ -9,7 +9,7 @@
 
 #include "camera_model/exposure_banks.h"
 
-namespace lidcam::simulator {
+namespace lidcam::camera_model {
 
 /// The image sensors that are fitted behind the bridge. The numbers are those printed on the modules.
 enum class SensorModel : std::uint8_t {
@@ -89,4 +89,4 @@ class Sensor {
   std::uint8_t lowByteOfLastRead_ = 0;
 };
 
-}  // namespace lidcam::simulator
+}  // namespace lidcam::camera_model

@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-namespace lidcam::simulator {
+namespace lidcam::camera_model {
 
 void RgbImage::Resize(std::uint32_t width, std::uint32_t height) {
   Width = width;
@@ -194,4 +194,4 @@ void TestCard::Render(std::uint64_t frame, RgbImage& image) {
   DrawCounter(image, frame);
 }
 
-}  // namespace lidcam::simulator
+}  // namespace lidcam::camera_model

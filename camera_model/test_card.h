@@ -4,7 +4,7 @@
 
 #include "camera_model/scene.h"
 
-namespace lidcam::simulator {
+namespace lidcam::camera_model {
 
 /// The picture of a camera that looks at nothing in particular: eight colour bars, a grey ramp, a
 /// zone plate, the word UP with an arrow, a ball that goes from left to right in four seconds, and
@@ -19,4 +19,4 @@ class TestCard final : public Scene {
   RgbImage background_;
 };
 
-}  // namespace lidcam::simulator
+}  // namespace lidcam::camera_model

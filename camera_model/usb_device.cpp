@@ -7,7 +7,7 @@
 
 #include "camera_model/test_card.h"
 
-namespace lidcam::simulator {
+namespace lidcam::camera_model {
 namespace {
 
 constexpr std::uint8_t kStandardIn = 0x80;
@@ -150,4 +150,4 @@ UsbDevice::IsochronousAnswer UsbDevice::Isochronous(std::uint64_t microframe,
   return {static_cast<std::uint32_t>(count), packet.HasBusError, packet.IsStalled};
 }
 
-}  // namespace lidcam::simulator
+}  // namespace lidcam::camera_model

@@ -15,7 +15,7 @@
 #include "camera_model/scene.h"
 #include "camera_model/sensor_model.h"
 
-namespace lidcam::simulator {
+namespace lidcam::camera_model {
 
 /// Which camera, and what stands before it.
 struct UsbDeviceOptions {
@@ -82,4 +82,4 @@ class UsbDevice {
   std::uint8_t alternateSetting_ = 0;
 };
 
-}  // namespace lidcam::simulator
+}  // namespace lidcam::camera_model

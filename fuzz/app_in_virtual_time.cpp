@@ -41,15 +41,15 @@ void RunInRealTime(const std::function<void()>& body) {
   RunInVirtualTime({.Seed = 1}, body);
 }
 
-using BusMaker = std::unique_ptr<bus::SimulatedBus>(const simulator::CameraOptions& options,
+using BusMaker = std::unique_ptr<bus::SimulatedBus>(const camera_model::CameraOptions& options,
                                                     bus::Pacing pace);
 
 BusMaker RealMakeSimulatedBus asm(
-    "__real__ZN6lidcam3bus16MakeSimulatedBusERKNS_9simulator13CameraOptionsENS0_6PacingE");
+    "__real__ZN6lidcam3bus16MakeSimulatedBusERKNS_12camera_model13CameraOptionsENS0_6PacingE");
 BusMaker MakeSimulatedBus asm(
-    "__wrap__ZN6lidcam3bus16MakeSimulatedBusERKNS_9simulator13CameraOptionsENS0_6PacingE");
+    "__wrap__ZN6lidcam3bus16MakeSimulatedBusERKNS_12camera_model13CameraOptionsENS0_6PacingE");
 
-std::unique_ptr<bus::SimulatedBus> MakeSimulatedBus(const simulator::CameraOptions& options,
+std::unique_ptr<bus::SimulatedBus> MakeSimulatedBus(const camera_model::CameraOptions& options,
                                                     bus::Pacing) {
   return RealMakeSimulatedBus(options, bus::Pacing::FreeRunning);
 }

@@ -54,7 +54,7 @@ std::uint32_t NumberIn(std::span<const std::uint8_t> header) {
 }  // namespace
 
 StampedCamera::StampedCamera(const StampedCameraOptions& options)
-    : options_(options), device_(simulator::UsbDeviceOptions{}) {}
+    : options_(options), device_(camera_model::UsbDeviceOptions{}) {}
 
 std::uint64_t StampedCamera::Microframe() {
   return static_cast<std::uint64_t>(host::CurrentWorld().Now() / kUnitsInMicroframe);
@@ -136,8 +136,9 @@ bus::UsbStatus StampedCamera::SelectSetting(std::uint8_t interface, std::uint8_t
 }
 
 std::uint32_t StampedCamera::FrameBytes() const {
-  const simulator::Bridge& bridge = device_.Chip();
-  return simulator::GeometryOf(bridge.AttachedSensor().Model(), simulator::SelectedRawSize(bridge))
+  const camera_model::Bridge& bridge = device_.Chip();
+  return camera_model::GeometryOf(bridge.AttachedSensor().Model(),
+                                  camera_model::SelectedRawSize(bridge))
       .TotalBytes;
 }
 
@@ -147,7 +148,7 @@ bus::IsochronousResult StampedCamera::ReadIsochronous(std::uint8_t endpoint,
   const std::size_t share = packets.empty() ? 0 : buffer.size() / packets.size();
   const std::uint64_t first = Microframe() - packets.size();
   const std::uint32_t limit = device_.BytesPerMicroframe();
-  const bool isPicture = endpoint == simulator::kIsochronousEndpoint || options_.HasTwinPipes;
+  const bool isPicture = endpoint == camera_model::kIsochronousEndpoint || options_.HasTwinPipes;
   bus::UsbStatus status = bus::UsbStatus::Ok;
   if (isUnplugged_) {
     status = bus::UsbStatus::Disconnected;
@@ -178,15 +179,15 @@ std::uint32_t StampedCamera::FillPacket(std::uint64_t microframe, std::uint32_t 
   std::memset(out.data(), StampOf(number), length);
   sent_.set(StampOf(number));
   if (offset == 0) {
-    FillHeader(number, LumaOf(number, microframe), out.first(simulator::kRawHeaderBytes));
+    FillHeader(number, LumaOf(number, microframe), out.first(camera_model::kRawHeaderBytes));
   }
   return length;
 }
 
 FrameContent StampedCamera::Check(std::span<const std::uint8_t> rawFrame) {
-  if (rawFrame.size() <= simulator::kRawHeaderBytes) return FrameContent::Short;
+  if (rawFrame.size() <= camera_model::kRawHeaderBytes) return FrameContent::Short;
   const std::uint8_t stamp = StampOf(NumberIn(rawFrame));
-  const auto bytes = rawFrame.subspan(simulator::kRawHeaderBytes);
+  const auto bytes = rawFrame.subspan(camera_model::kRawHeaderBytes);
   const bool isOne =
       std::all_of(bytes.begin(), bytes.end(), [stamp](std::uint8_t byte) { return byte == stamp; });
   return rawFrame[0] == 0xFF && rawFrame[1] == 0xD8 && isOne ? FrameContent::Whole

@@ -88,7 +88,7 @@ class StampedCamera final : public bus::UsbBus {
   void JoinPipes(std::span<std::uint8_t> configuration) const;
 
   const StampedCameraOptions options_;
-  simulator::UsbDevice device_;
+  camera_model::UsbDevice device_;
   std::uint64_t startedAt_ = 0;  ///< microframe
   std::bitset<128> sent_;        ///< stamps
   std::atomic<bool> isUnplugged_ = false;

@@ -27,12 +27,12 @@ void RefuseTwoLights(const CameraChoice& choice, const char* option, const std::
                    "' say the same thing twice: give one of them");
 }
 
-simulator::CameraOptions OptionsOf(const CameraChoice& choice) {
+camera_model::CameraOptions OptionsOf(const CameraChoice& choice) {
   try {
-    simulator::CameraOptions options = simulator::ParseCameraOptions(choice.Camera);
+    camera_model::CameraOptions options = camera_model::ParseCameraOptions(choice.Camera);
     if (choice.Light) {
       RefuseTwoLights(choice, "--light", "light=");
-      options.Light = simulator::ParseLightSchedule(*choice.Light);
+      options.Light = camera_model::ParseLightSchedule(*choice.Light);
     }
     if (choice.Mains) {
       RefuseTwoLights(choice, "--mains", "mains=");
@@ -48,7 +48,7 @@ simulator::CameraOptions OptionsOf(const CameraChoice& choice) {
 }
 
 std::unique_ptr<bus::UsbBus> OpenSimulated(const CameraChoice& choice) {
-  const simulator::CameraOptions options = OptionsOf(choice);
+  const camera_model::CameraOptions options = OptionsOf(choice);
   try {
     return bus::MakeSimulatedBus(options,
                                  choice.IsFast ? bus::Pacing::FreeRunning : bus::Pacing::RealTime);
@@ -79,7 +79,7 @@ std::optional<bus::DeviceAddress> AddressOf(const std::optional<std::string>& de
 
 std::optional<std::string> UnitOf(const CameraChoice& choice) {
   if (!IsSimulated(choice.Camera)) return std::nullopt;
-  const simulator::CameraOptions options = OptionsOf(choice);
+  const camera_model::CameraOptions options = OptionsOf(choice);
   std::array<char, 20> identity{};
   std::snprintf(identity.data(), identity.size(), "%04x-%04x", unsigned{options.VendorId},
                 unsigned{options.ProductId});
@@ -136,7 +136,7 @@ std::unique_ptr<bus::UsbBus> OpenCamera(const CameraChoice& choice) {
                    "' is of no known kind: use sim, sim:VID:PID or capture:FILE");
 }
 
-std::optional<simulator::LightSchedule> LightOn(const CameraChoice& choice) {
+std::optional<camera_model::LightSchedule> LightOn(const CameraChoice& choice) {
   if (!IsSimulated(choice.Camera)) return std::nullopt;
   return OptionsOf(choice).Light;
 }

@@ -28,7 +28,7 @@ struct CameraChoice {
 
 /// The light on the scene over the time of a stream; nothing for a camera that is not simulated.
 /// Throws as OpenCamera() does.
-[[nodiscard]] std::optional<simulator::LightSchedule> LightOn(const CameraChoice& choice);
+[[nodiscard]] std::optional<camera_model::LightSchedule> LightOn(const CameraChoice& choice);
 
 /// What tells a camera from all others, as part of a file's name: identity and seed. Nothing for a
 /// recording, of which every reader has one of its own. Throws as OpenCamera() does for a name that can't

@@ -107,7 +107,7 @@ std::string ToCsv(const FrameRow& row) {
   return text.data() + (row.Lux ? ShortestText(*row.Lux) : std::string());
 }
 
-FrameLog::FrameLog(const std::string& path, std::optional<simulator::LightSchedule> light)
+FrameLog::FrameLog(const std::string& path, std::optional<camera_model::LightSchedule> light)
     : file_(path), light_(std::move(light)) {
   file_.Write(std::string(kFrameLogHeader) + "\n");
   file_.MarkWhole();
@@ -115,7 +115,7 @@ FrameLog::FrameLog(const std::string& path, std::optional<simulator::LightSchedu
 
 void FrameLog::Add(FrameRow row) {
   row.Frame = ++frames_;
-  if (light_) row.Lux = simulator::LuxAt(*light_, row.Seconds);
+  if (light_) row.Lux = camera_model::LuxAt(*light_, row.Seconds);
   file_.Write(ToCsv(row) + "\n");
   file_.MarkWhole();
 }

@@ -82,7 +82,7 @@ class FrameLog {
  public:
   /// Throws CommandError if the file can't be made.
   /// @param light  of a simulated scene; nothing leaves the column empty
-  FrameLog(const std::string& path, std::optional<simulator::LightSchedule> light);
+  FrameLog(const std::string& path, std::optional<camera_model::LightSchedule> light);
 
   /// Appends a frame's row, with its number and the light of its time. Throws CommandError.
   void Add(FrameRow row);
@@ -93,7 +93,7 @@ class FrameLog {
 
  private:
   OutputFile file_;
-  std::optional<simulator::LightSchedule> light_;
+  std::optional<camera_model::LightSchedule> light_;
   std::uint64_t frames_ = 0;
 };
 

@@ -68,11 +68,11 @@ std::string StreamObstacle(std::int32_t sensorType) {
   return RawFrameBytes(sensorType, RawMode640x480) == 0 ? "its frame size is not known" : "";
 }
 
-std::string StreamObstacle(const simulator::CameraOptions& options) {
+std::string StreamObstacle(const camera_model::CameraOptions& options) {
   std::string obstacle;
   RunInVirtualTime([&] {
     const auto bus = bus::MakeSimulatedBus(options, bus::Pacing::FreeRunning);
-    obstacle = ObstacleOf(*bus, simulator::NameOf(options.Sensor));
+    obstacle = ObstacleOf(*bus, camera_model::NameOf(options.Sensor));
   });
   return obstacle;
 }

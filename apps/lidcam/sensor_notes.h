@@ -27,6 +27,6 @@ namespace lidcam::app {
 
 /// Why a simulated camera can't be streamed; empty if it can. Brings the camera up, in a world of its
 /// own.
-[[nodiscard]] std::string StreamObstacle(const simulator::CameraOptions& options);
+[[nodiscard]] std::string StreamObstacle(const camera_model::CameraOptions& options);
 
 }  // namespace lidcam::app

@@ -12,7 +12,7 @@ constexpr std::chrono::microseconds kMicroframe{125};
 constexpr std::uint8_t kSetInterfaceType = 0x01;
 constexpr std::uint8_t kSetInterface = 11;
 
-UsbStatus StatusOf(const simulator::UsbDevice::IsochronousAnswer& answer) {
+UsbStatus StatusOf(const camera_model::UsbDevice::IsochronousAnswer& answer) {
   if (answer.IsStalled) return UsbStatus::Stalled;
   return answer.HasBusError ? UsbStatus::Failed : UsbStatus::Ok;
 }
@@ -114,7 +114,7 @@ IsochronousResult SimulatedBus::ReadIsochronous(std::uint8_t endpoint,
     const std::uint32_t needed = device_.BytesPerMicroframe();
     if (isUnplugged_) {
       status = UsbStatus::Disconnected;
-    } else if (endpoint != simulator::kIsochronousEndpoint || needed == 0 || share < needed) {
+    } else if (endpoint != camera_model::kIsochronousEndpoint || needed == 0 || share < needed) {
       status = UsbStatus::Failed;
     }
   }
@@ -141,7 +141,7 @@ IsochronousResult SimulatedBus::ReadIsochronous(std::uint8_t endpoint,
 }
 
 void SimulatedBus::Abort(std::uint8_t endpoint) {
-  if (endpoint != simulator::kIsochronousEndpoint) return;
+  if (endpoint != camera_model::kIsochronousEndpoint) return;
   const std::lock_guard lock{waitMutex_};
   if (!isReading_) return;
   isAborted_ = true;
@@ -159,15 +159,15 @@ void SimulatedBus::Unplug() {
   wake_.notify_all();
 }
 
-void SimulatedBus::WithCamera(const std::function<void(simulator::UsbDevice&)>& look) {
+void SimulatedBus::WithCamera(const std::function<void(camera_model::UsbDevice&)>& look) {
   const std::lock_guard lock{deviceMutex_};
   look(device_);
 }
 
-std::unique_ptr<SimulatedBus> MakeSimulatedBus(const simulator::CameraOptions& options,
+std::unique_ptr<SimulatedBus> MakeSimulatedBus(const camera_model::CameraOptions& options,
                                                Pacing pace) {
   SimulatedBusOptions busOptions;
-  busOptions.Camera = simulator::ToDeviceOptions(options);
+  busOptions.Camera = camera_model::ToDeviceOptions(options);
   busOptions.Pace = pace;
   return std::make_unique<SimulatedBus>(std::move(busOptions));
 }

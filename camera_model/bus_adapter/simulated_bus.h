@@ -30,7 +30,7 @@ struct ControlFault {
 };
 
 struct SimulatedBusOptions {
-  simulator::UsbDeviceOptions Camera{};
+  camera_model::UsbDeviceOptions Camera{};
   Pacing Pace = Pacing::FreeRunning;
   /// Bytes per microframe that the bus has room for; settings that need more are refused.
   std::uint32_t BandwidthLimit = std::numeric_limits<std::uint32_t>::max();
@@ -40,7 +40,7 @@ struct SimulatedBusOptions {
 /// A bus with one simulated camera on it. All operations may be called from any thread.
 class SimulatedBus final : public UsbBus {
  public:
-  /// @throws std::invalid_argument as simulator::UsbDevice does
+  /// @throws std::invalid_argument as camera_model::UsbDevice does
   explicit SimulatedBus(SimulatedBusOptions options);
 
   ControlResult ControlTransfer(const SetupPacket& setup, std::span<std::uint8_t> data) override;
@@ -55,7 +55,7 @@ class SimulatedBus final : public UsbBus {
 
   /// Lets `look` at the camera while nothing else uses it: to change the light, to disturb packets,
   /// to see the LED.
-  void WithCamera(const std::function<void(simulator::UsbDevice&)>& look);
+  void WithCamera(const std::function<void(camera_model::UsbDevice&)>& look);
 
  private:
   [[nodiscard]] std::uint64_t Now() const;
@@ -71,7 +71,7 @@ class SimulatedBus final : public UsbBus {
   const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
 
   std::mutex deviceMutex_;  ///< guards device_; never held while waiting
-  simulator::UsbDevice device_;
+  camera_model::UsbDevice device_;
 
   std::mutex waitMutex_;  ///< guards isReading_ and isAborted_
   std::condition_variable wake_;
@@ -85,6 +85,6 @@ class SimulatedBus final : public UsbBus {
 /// Makes a bus with the camera that the options describe.
 /// @throws std::invalid_argument, std::runtime_error with a text for the user
 [[nodiscard]] std::unique_ptr<SimulatedBus> MakeSimulatedBus(
-    const simulator::CameraOptions& options, Pacing pace);
+    const camera_model::CameraOptions& options, Pacing pace);
 
 }  // namespace lidcam::bus

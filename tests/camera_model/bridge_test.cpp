@@ -4,7 +4,7 @@
 
 #include "tests/camera_model/camera_bench.h"
 
-namespace lidcam::simulator {
+namespace lidcam::camera_model {
 namespace {
 
 using Setup = std::array<std::uint8_t, 8>;
@@ -151,4 +151,4 @@ TEST(Bridge, Register0ADividesTheClock) {
 }
 
 }  // namespace
-}  // namespace lidcam::simulator
+}  // namespace lidcam::camera_model

@@ -9,7 +9,7 @@
 #include "camera_model/bridge.h"
 #include "camera_model/sensor_model.h"
 
-namespace lidcam::simulator {
+namespace lidcam::camera_model {
 
 /// Bridge and sensor on a bench, driven by the requests as they stand on the wire.
 class CameraBench {
@@ -69,4 +69,4 @@ class CameraBench {
   }
 };
 
-}  // namespace lidcam::simulator
+}  // namespace lidcam::camera_model

@@ -5,7 +5,7 @@
 
 #include <stdexcept>
 
-namespace lidcam::simulator {
+namespace lidcam::camera_model {
 namespace {
 
 using testing::AllOf;
@@ -119,4 +119,4 @@ TEST(CameraOptions, BecomeADevice) {
 }
 
 }  // namespace
-}  // namespace lidcam::simulator
+}  // namespace lidcam::camera_model

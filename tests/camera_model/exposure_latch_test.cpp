@@ -4,7 +4,7 @@
 
 #include "tests/camera_model/stream_bench.h"
 
-namespace lidcam::simulator {
+namespace lidcam::camera_model {
 namespace {
 
 constexpr int kLevel = 16;
@@ -246,4 +246,4 @@ TEST_P(SensorWithoutBanks, ShowsWhatIsWrittenInTheNextFrame) {
 }
 
 }  // namespace
-}  // namespace lidcam::simulator
+}  // namespace lidcam::camera_model

@@ -6,7 +6,7 @@
 
 #include "tests/camera_model/camera_bench.h"
 
-namespace lidcam::simulator {
+namespace lidcam::camera_model {
 namespace {
 
 double Relative(const CameraBench& bench, double light = 1.0) {
@@ -277,4 +277,4 @@ TEST(Exposure, NoiseAndDarkLightGrowWithTheGain) {
 }
 
 }  // namespace
-}  // namespace lidcam::simulator
+}  // namespace lidcam::camera_model

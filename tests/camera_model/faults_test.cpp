@@ -6,7 +6,7 @@
 
 #include "camera_model/usb_device.h"
 
-namespace lidcam::simulator {
+namespace lidcam::camera_model {
 namespace {
 
 struct Seen {
@@ -179,4 +179,4 @@ TEST(Faults, ChanceIsTheSameForTheSameSeed) {
 }
 
 }  // namespace
-}  // namespace lidcam::simulator
+}  // namespace lidcam::camera_model

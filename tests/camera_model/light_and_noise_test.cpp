@@ -6,7 +6,7 @@
 
 #include "tests/camera_model/stream_bench.h"
 
-namespace lidcam::simulator {
+namespace lidcam::camera_model {
 namespace {
 
 constexpr std::size_t kWidth = 640;
@@ -298,4 +298,4 @@ TEST(Header, TellsTheMeanLuminanceOfTheFrameThatIsSent) {
 }
 
 }  // namespace
-}  // namespace lidcam::simulator
+}  // namespace lidcam::camera_model

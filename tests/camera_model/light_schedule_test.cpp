@@ -6,7 +6,7 @@
 #include <stdexcept>
 #include <string>
 
-namespace lidcam::simulator {
+namespace lidcam::camera_model {
 namespace {
 
 using testing::AllOf;
@@ -89,4 +89,4 @@ TEST(LightSchedule, AStepHoldsFromItsMomentOn) {
 }
 
 }  // namespace
-}  // namespace lidcam::simulator
+}  // namespace lidcam::camera_model

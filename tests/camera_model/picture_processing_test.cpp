@@ -8,7 +8,7 @@
 
 #include "tests/camera_model/camera_bench.h"
 
-namespace lidcam::simulator {
+namespace lidcam::camera_model {
 namespace {
 
 struct Yuv {
@@ -377,4 +377,4 @@ TEST(PictureProcessing, KeptRowsEqualFreshOnes) {
 }
 
 }  // namespace
-}  // namespace lidcam::simulator
+}  // namespace lidcam::camera_model

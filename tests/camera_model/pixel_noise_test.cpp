@@ -6,7 +6,7 @@
 #include <cmath>
 #include <vector>
 
-namespace lidcam::simulator {
+namespace lidcam::camera_model {
 namespace {
 
 LumaNoise EvenNoise(double deviation) {
@@ -69,4 +69,4 @@ TEST(LumaNoise, TheSeedAloneMakesIt) {
 }
 
 }  // namespace
-}  // namespace lidcam::simulator
+}  // namespace lidcam::camera_model

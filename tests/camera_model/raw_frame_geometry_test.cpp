@@ -4,7 +4,7 @@
 
 #include "tests/camera_model/camera_bench.h"
 
-namespace lidcam::simulator {
+namespace lidcam::camera_model {
 namespace {
 
 struct SizeRow {
@@ -110,4 +110,4 @@ TEST(RawFrameGeometry, OnlyMi1318SendsAllItsPixels) {
 }
 
 }  // namespace
-}  // namespace lidcam::simulator
+}  // namespace lidcam::camera_model

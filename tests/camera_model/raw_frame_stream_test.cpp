@@ -6,7 +6,7 @@
 
 #include "tests/camera_model/stream_bench.h"
 
-namespace lidcam::simulator {
+namespace lidcam::camera_model {
 namespace {
 
 struct TotalRow {
@@ -271,4 +271,4 @@ TEST(RawFrameStream, NoPacketButTheFirstLooksLikeAMarker) {
 }
 
 }  // namespace
-}  // namespace lidcam::simulator
+}  // namespace lidcam::camera_model

@@ -13,7 +13,7 @@
 
 #include "camera_model/test_card.h"
 
-namespace lidcam::simulator {
+namespace lidcam::camera_model {
 namespace {
 
 using testing::AllOf;
@@ -286,4 +286,4 @@ TEST_F(SceneFiles, TruncatedPicturesAreRefused) {
 }
 
 }  // namespace
-}  // namespace lidcam::simulator
+}  // namespace lidcam::camera_model

@@ -4,7 +4,7 @@
 
 #include "tests/camera_model/camera_bench.h"
 
-namespace lidcam::simulator {
+namespace lidcam::camera_model {
 namespace {
 
 struct IdentityRow {
@@ -148,4 +148,4 @@ TEST(Sensor, Register01IsAPlainRegisterOfMi1318) {
 }
 
 }  // namespace
-}  // namespace lidcam::simulator
+}  // namespace lidcam::camera_model

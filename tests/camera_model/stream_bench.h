@@ -10,7 +10,7 @@
 #include "camera_model/test_card.h"
 #include "tests/camera_model/camera_bench.h"
 
-namespace lidcam::simulator {
+namespace lidcam::camera_model {
 
 /// A wall of one grey.
 class GreyWall final : public Scene {
@@ -102,4 +102,4 @@ inline int MeanLuminance(const std::vector<std::uint8_t>& frame) {
   return static_cast<int>((sum - 16 * count) * 255 / (219 * count));
 }
 
-}  // namespace lidcam::simulator
+}  // namespace lidcam::camera_model

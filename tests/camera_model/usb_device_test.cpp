@@ -5,7 +5,7 @@
 
 #include <stdexcept>
 
-namespace lidcam::simulator {
+namespace lidcam::camera_model {
 namespace {
 
 using testing::ElementsAreArray;
@@ -184,4 +184,4 @@ TEST(UsbDevice, RefusesWhatWasNeverBuilt) {
 }
 
 }  // namespace
-}  // namespace lidcam::simulator
+}  // namespace lidcam::camera_model

@@ -50,7 +50,7 @@ ClosedLoop::ClosedLoop(const LoopSetup& setup, PictureHandler pictures)
 void ClosedLoop::Take(const DeliveredFrame& frame) {
   FrameRow row = ReadFrameRow(camera_.Context(), frame, events_.OfNewestFrame());
   row.Frame = rows_.size() + 1;
-  row.Lux = simulator::LuxAt(setup_.Light, row.Seconds);
+  row.Lux = camera_model::LuxAt(setup_.Light, row.Seconds);
   rows_.push_back(row);
   if (pictures_) pictures_(frame);
 }

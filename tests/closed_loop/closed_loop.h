@@ -32,12 +32,12 @@ class LoopEnvironment {
 
 /// Camera and light of a run.
 struct LoopSetup {
-  simulator::LightSchedule Light;            ///< empty: a lit office
+  camera_model::LightSchedule Light;         ///< empty: a lit office
   unsigned MainsHertz = 50;                  ///< 50, 60, or 0 for steady light
   std::int32_t Flicker = 1;                  ///< the control: 1 matches 50 Hz, 2 matches 60 Hz
   std::optional<std::int32_t> StartIndex{};  ///< nothing: what is in force
   PictureSize Size{160, 120};
-  std::shared_ptr<simulator::Scene> View{};  ///< null: the test card
+  std::shared_ptr<camera_model::Scene> View{};  ///< null: the test card
 };
 
 /// The control value that matches the mains.

@@ -19,9 +19,9 @@ namespace {
 constexpr PictureSize kSize{640, 480};
 
 // A wall without a mark: what differs from row to row is the light.
-class GreyWall final : public simulator::Scene {
+class GreyWall final : public camera_model::Scene {
  public:
-  void Render(std::uint64_t, simulator::RgbImage& image) override {
+  void Render(std::uint64_t, camera_model::RgbImage& image) override {
     std::ranges::fill(image.Pixels, kGrey);
   }
 

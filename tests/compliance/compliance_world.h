@@ -56,7 +56,7 @@ class Host {
 };
 
 struct ScenarioOptions {
-  simulator::CameraOptions Camera{};
+  camera_model::CameraOptions Camera{};
   std::uint64_t Seed = 1;
 };
 

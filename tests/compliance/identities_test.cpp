@@ -29,10 +29,10 @@ constexpr Identity kIdentities[] = {{0x1AF0, 0x0511}, {0x1AF0, 0x6010}, {0x1AF0,
 class CameraOfIdentity : public ::testing::TestWithParam<Identity> {
  protected:
   static void Run(const Scenario& scenario) {
-    simulator::CameraOptions options;
+    camera_model::CameraOptions options;
     options.VendorId = GetParam().Vendor;
     options.ProductId = GetParam().Product;
-    options.Sensor = simulator::FindIdentity(options.VendorId, options.ProductId)->Sensors[0];
+    options.Sensor = camera_model::FindIdentity(options.VendorId, options.ProductId)->Sensors[0];
     RunOn(CameraKind::Simulated, scenario, {.Camera = options});
   }
 };

@@ -113,9 +113,10 @@ void PrintTable(const std::vector<FormatLine>& lines) {
 
 /// What the formats don't tell of the camera's sensor, a line each.
 std::vector<std::string> NotesOn(std::int32_t sensor, const CameraChoice& choice) {
-  const std::string obstacle = CaptureFileOf(choice.Camera)
-                                   ? StreamObstacle(sensor)
-                                   : StreamObstacle(simulator::ParseCameraOptions(choice.Camera));
+  const std::string obstacle =
+      CaptureFileOf(choice.Camera)
+          ? StreamObstacle(sensor)
+          : StreamObstacle(camera_model::ParseCameraOptions(choice.Camera));
   std::vector<std::string> notes;
   if (!obstacle.empty()) notes.push_back("this camera can't be streamed: " + obstacle);
   const std::string note = PictureNote(sensor, {640, 480}, RawFrameBytes(sensor, RawMode640x480));

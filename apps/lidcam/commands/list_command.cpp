@@ -31,23 +31,24 @@ std::string Hexadecimal(std::uint16_t number) {
   return text.data();
 }
 
-std::string SimulatedIdentity(const simulator::CameraIdentity& identity) {
+std::string SimulatedIdentity(const camera_model::CameraIdentity& identity) {
   return Hexadecimal(identity.VendorId) + ":" + Hexadecimal(identity.ProductId);
 }
 
-std::string ObstacleOf(const simulator::CameraIdentity& identity, simulator::SensorModel model) {
-  simulator::CameraOptions options;
+std::string ObstacleOf(const camera_model::CameraIdentity& identity,
+                       camera_model::SensorModel model) {
+  camera_model::CameraOptions options;
   options.VendorId = identity.VendorId;
   options.ProductId = identity.ProductId;
   options.Sensor = model;
   return StreamObstacle(options);
 }
 
-std::string SensorList(const simulator::CameraIdentity& identity) {
+std::string SensorList(const camera_model::CameraIdentity& identity) {
   std::string list;
-  for (const simulator::SensorModel model : identity.Sensors) {
+  for (const camera_model::SensorModel model : identity.Sensors) {
     if (!list.empty()) list += ", ";
-    list += simulator::NameOf(model);
+    list += camera_model::NameOf(model);
     const std::string obstacle = ObstacleOf(identity, model);
     if (!obstacle.empty()) list += " (can't be streamed: " + obstacle + ")";
   }
@@ -55,16 +56,16 @@ std::string SensorList(const simulator::CameraIdentity& identity) {
 }
 
 // What --camera stands for where it isn't given.
-bool IsDefault(const simulator::CameraIdentity& identity) {
-  const simulator::CameraOptions usual;
+bool IsDefault(const camera_model::CameraIdentity& identity) {
+  const camera_model::CameraOptions usual;
   return identity.VendorId == usual.VendorId && identity.ProductId == usual.ProductId;
 }
 
-nlohmann::json ToJson(const simulator::CameraIdentity& identity) {
+nlohmann::json ToJson(const camera_model::CameraIdentity& identity) {
   nlohmann::json sensors = nlohmann::json::array();
   nlohmann::json obstacles = nlohmann::json::object();
-  for (const simulator::SensorModel model : identity.Sensors) {
-    const std::string name(simulator::NameOf(model));
+  for (const camera_model::SensorModel model : identity.Sensors) {
+    const std::string name(camera_model::NameOf(model));
     sensors.push_back(name);
     const std::string obstacle = ObstacleOf(identity, model);
     if (!obstacle.empty()) obstacles[name] = obstacle;
@@ -114,7 +115,7 @@ std::vector<CaptureListing> ReadCaptures(const ListCommand& command) {
 
 void PrintJson(const std::vector<CaptureListing>& captures) {
   nlohmann::json rows = nlohmann::json::array();
-  for (const simulator::CameraIdentity& identity : simulator::AllIdentities()) {
+  for (const camera_model::CameraIdentity& identity : camera_model::AllIdentities()) {
     rows.push_back(ToJson(identity));
   }
   for (const CaptureListing& capture : captures) {
@@ -131,7 +132,7 @@ void PrintNotes(const std::vector<std::string>& notes) {
 
 void PrintTable(const std::vector<CaptureListing>& captures) {
   std::printf("Simulated cameras (the usual sensor first):\n");
-  for (const simulator::CameraIdentity& identity : simulator::AllIdentities()) {
+  for (const camera_model::CameraIdentity& identity : camera_model::AllIdentities()) {
     std::printf("  sim:%s  %s%s\n", SimulatedIdentity(identity).c_str(),
                 SensorList(identity).c_str(),
                 IsDefault(identity) ? "  (default: what sim alone means)" : "");

@@ -52,7 +52,7 @@ class StreamOverBus : public ::testing::Test {
 
   /// Opens a stream of the default camera and takes its first frame.
   void Open(const StreamSize& size, std::uint32_t bandwidth = kAllBandwidth,
-            simulator::ConfigurationKind configuration = simulator::ConfigurationKind::Long) {
+            camera_model::ConfigurationKind configuration = camera_model::ConfigurationKind::Long) {
     bus::SimulatedBusOptions options;
     options.Camera.Configuration = configuration;
     options.BandwidthLimit = bandwidth;
@@ -157,7 +157,7 @@ TEST_F(StreamOverBus, NarrowStreamsOfThisSensorAreSentHalvedAtTheWidestSetting) 
 
 TEST_F(StreamOverBus, TheShortConfigurationServesEverySizeFromItsOnlyOne) {
   for (const PictureSize size : kStreamSizes) {
-    Open({size}, kAllBandwidth, simulator::ConfigurationKind::Short);
+    Open({size}, kAllBandwidth, camera_model::ConfigurationKind::Short);
     EXPECT_EQ(setting_, 3U);
     EXPECT_EQ(raw_, (PictureSize{160, 120}));
     EXPECT_EQ(good_, 1u);

@@ -25,7 +25,7 @@ namespace lidcam::app {
 namespace {
 
 namespace fs = std::filesystem;
-using simulator::FaultKind;
+using camera_model::FaultKind;
 using ::testing::ElementsAreArray;
 
 using Lines = std::vector<std::string>;
@@ -116,10 +116,10 @@ class DisturbedCapture : public ::testing::TestWithParam<FaultRow> {
     fs::remove_all(folder_);
   }
 
-  [[nodiscard]] RunAccount Record(const std::vector<simulator::PacketFault>& faults) const {
+  [[nodiscard]] RunAccount Record(const std::vector<camera_model::PacketFault>& faults) const {
     bus::SimulatedBus simulated({});
-    simulated.WithCamera([&faults](simulator::UsbDevice& camera) {
-      for (const simulator::PacketFault& fault : faults) camera.Stream().Faults().Add(fault);
+    simulated.WithCamera([&faults](camera_model::UsbDevice& camera) {
+      for (const camera_model::PacketFault& fault : faults) camera.Stream().Faults().Add(fault);
     });
     bus::RecordingBus recording(simulated, CapturePath());
     RunAccount account = StreamOver(recording);

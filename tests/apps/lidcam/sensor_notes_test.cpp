@@ -53,15 +53,15 @@ TEST(StreamObstacle, OfASensorIsAFrameSizeThatIsNotKnown) {
 }
 
 TEST(StreamObstacle, OfACameraIsASensorThatIsTakenForAnother) {
-  simulator::CameraOptions camera;
+  camera_model::CameraOptions camera;
   EXPECT_EQ(StreamObstacle(camera), "");
   camera.VendorId = 0x1B17;
   camera.ProductId = 0x6111;
-  camera.Sensor = simulator::SensorModel::VGA7648;
+  camera.Sensor = camera_model::SensorModel::VGA7648;
   EXPECT_EQ(StreamObstacle(camera),
             "it is taken for the sensor OV7660, whose frames have another size");
   // Taken for another too, but one with frames of the same size.
-  camera.Sensor = simulator::SensorModel::OV7670;
+  camera.Sensor = camera_model::SensorModel::OV7670;
   EXPECT_EQ(StreamObstacle(camera), "");
 }
 

@@ -56,7 +56,7 @@ TEST(FaultsOfSimulatedCamera, RefusedSettingLeavesTheCameraInItsOwn) {
   EXPECT_EQ(desk.bus.SelectSetting(0, 7), UsbStatus::NoBandwidth);
   EXPECT_EQ(desk.bus.SelectSetting(0, 6), UsbStatus::Ok);
   desk.simulated.WithCamera(
-      [](simulator::UsbDevice& camera) { EXPECT_EQ(camera.AlternateSetting(), 6); });
+      [](camera_model::UsbDevice& camera) { EXPECT_EQ(camera.AlternateSetting(), 6); });
 }
 
 TEST(FaultsOfSimulatedCamera, UnpluggedInTheMiddleOfTheStream) {

@@ -109,7 +109,7 @@ TEST(SimulatedBus, NarrowBusRefusesWideSettings) {
   EXPECT_EQ(desk.bus.SelectSetting(0, 3), UsbStatus::Ok);
   EXPECT_EQ(desk.bus.SelectSetting(0, 7), UsbStatus::NoBandwidth);
   desk.bus.WithCamera(
-      [](simulator::UsbDevice& camera) { EXPECT_EQ(camera.AlternateSetting(), 3); });
+      [](camera_model::UsbDevice& camera) { EXPECT_EQ(camera.AlternateSetting(), 3); });
 }
 
 TEST(SimulatedBus, SettingsThatDoNotExistStall) {
@@ -130,8 +130,8 @@ TEST(SimulatedBus, ReadWithoutStreamRoomOrEndpointFails) {
 
 TEST(SimulatedBus, StallEndsTheReadUntilItIsCleared) {
   Desk desk;
-  desk.bus.WithCamera([](simulator::UsbDevice& camera) {
-    camera.Stream().Faults().Add({.Frame = 0, .Packet = 3, .Kind = simulator::FaultKind::Stall});
+  desk.bus.WithCamera([](camera_model::UsbDevice& camera) {
+    camera.Stream().Faults().Add({.Frame = 0, .Packet = 3, .Kind = camera_model::FaultKind::Stall});
   });
   ASSERT_EQ(desk.bus.SelectSetting(0, 7), UsbStatus::Ok);
   EXPECT_EQ(desk.Read().Status, UsbStatus::Stalled);
@@ -144,9 +144,9 @@ TEST(SimulatedBus, StallEndsTheReadUntilItIsCleared) {
 
 TEST(SimulatedBus, CorruptedPacketsComeWithAnError) {
   Desk desk;
-  desk.bus.WithCamera([](simulator::UsbDevice& camera) {
+  desk.bus.WithCamera([](camera_model::UsbDevice& camera) {
     camera.Stream().Faults().Add(
-        {.Frame = 0, .Packet = 3, .Kind = simulator::FaultKind::Corrupted});
+        {.Frame = 0, .Packet = 3, .Kind = camera_model::FaultKind::Corrupted});
   });
   ASSERT_EQ(desk.bus.SelectSetting(0, 7), UsbStatus::Ok);
   EXPECT_EQ(desk.Read().Status, UsbStatus::Ok);
@@ -251,8 +251,9 @@ TEST(SimulatedBus, ControlRequestsRunBesideTheStream) {
 }
 
 TEST(SimulatedBus, IsMadeFromAUsersWord) {
-  const auto bus = MakeSimulatedBus(
-      simulator::ParseCameraOptions("sim:1af0:6011,sensor=K82,config=short"), Pacing::FreeRunning);
+  const auto bus =
+      MakeSimulatedBus(camera_model::ParseCameraOptions("sim:1af0:6011,sensor=K82,config=short"),
+                       Pacing::FreeRunning);
   std::array<std::uint8_t, 521> data{};
   EXPECT_EQ(bus->ControlTransfer({0x80, 6, 0x0200, 0, 521}, data).Transferred, 101U);
   EXPECT_EQ(bus->ControlTransfer({0x80, 6, 0x0100, 0, 521}, data).Transferred, 18U);

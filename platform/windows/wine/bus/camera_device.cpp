@@ -21,7 +21,7 @@ LONGLONG MachineTime() {
 
 std::unique_ptr<bus::UsbBus> MakeCamera(std::string_view options) {
   return bus::MakeSimulatedBus(
-      simulator::ParseCameraOptions(options.empty() ? std::string_view("sim") : options),
+      camera_model::ParseCameraOptions(options.empty() ? std::string_view("sim") : options),
       bus::Pacing::FreeRunning);
 }
 

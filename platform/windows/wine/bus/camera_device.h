@@ -18,7 +18,7 @@ class BusDevice;
 /// machine is; what is read is handed over no faster than a real camera would.
 class CameraDevice final : public DeviceRole {
  public:
-  /// @param options  as simulator::ParseCameraOptions() reads them; empty: the default camera
+  /// @param options  as camera_model::ParseCameraOptions() reads them; empty: the default camera
   /// @throws std::invalid_argument, std::runtime_error with a text for the user
   CameraDevice(PDRIVER_OBJECT driver, BusDevice& bus, std::string_view options);
 

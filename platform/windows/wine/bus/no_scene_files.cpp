@@ -4,11 +4,11 @@
 
 #include "camera_model/scene.h"
 
-namespace lidcam::simulator {
+namespace lidcam::camera_model {
 
 std::unique_ptr<Scene> OpenSceneFile(const std::string& path) {
   throw std::runtime_error("scene \"" + path +
                            "\": the camera of this bus shows the test card only");
 }
 
-}  // namespace lidcam::simulator
+}  // namespace lidcam::camera_model

@@ -25,7 +25,7 @@
 namespace lidcam::app {
 namespace {
 
-using simulator::SensorModel;
+using camera_model::SensorModel;
 
 Status Request(void* bridge, std::uint8_t requestType, std::uint32_t request, std::uint32_t index,
                std::uint32_t value, void* buffer, std::uint32_t length) {
@@ -36,7 +36,7 @@ Status Request(void* bridge, std::uint8_t requestType, std::uint32_t request, st
       .Index = static_cast<std::uint16_t>(index),
       .Length = static_cast<std::uint16_t>(length),
   };
-  const auto answer = static_cast<simulator::Bridge*>(bridge)->VendorRequest(
+  const auto answer = static_cast<camera_model::Bridge*>(bridge)->VendorRequest(
       setup, {static_cast<std::uint8_t*>(buffer), length});
   return answer.has_value() ? 0 : -1;
 }
@@ -99,12 +99,12 @@ class ProgrammedCamera : public ::testing::TestWithParam<FittedCamera> {
   }
 
   CameraContext& Context() { return *context_; }
-  [[nodiscard]] const simulator::Bridge& Bridge() const { return bridge_; }
+  [[nodiscard]] const camera_model::Bridge& Bridge() const { return bridge_; }
 
  private:
   test::TemporarySystemRoot disk_;
-  simulator::Sensor sensor_{GetParam().Model};
-  simulator::Bridge bridge_{sensor_};
+  camera_model::Sensor sensor_{GetParam().Model};
+  camera_model::Bridge bridge_{sensor_};
   std::unique_ptr<CameraContext> context_ = std::make_unique<CameraContext>();
 };
 
@@ -120,13 +120,13 @@ TEST_P(ProgrammedCamera, RunsWith640By480And30Frames) {
   EXPECT_FALSE(Bridge().IsLedOn());
   EXPECT_EQ(Bridge().ClockDivisor(), 1U);
   EXPECT_EQ(Context().ClockDivider, 1);
-  EXPECT_EQ(SelectedRawSize(Bridge()), simulator::RawSize::Full);
-  const simulator::SensorExposure exposure = ReadExposure(Bridge(), {});
+  EXPECT_EQ(SelectedRawSize(Bridge()), camera_model::RawSize::Full);
+  const camera_model::SensorExposure exposure = ReadExposure(Bridge(), {});
   EXPECT_NEAR(FrameSeconds(Bridge(), exposure), 1.0 / 30, 0.0005);
 }
 
 TEST_P(ProgrammedCamera, IsUprightAndRightlyExposed) {
-  const simulator::PictureSettings picture = ReadPictureSettings(Bridge());
+  const camera_model::PictureSettings picture = ReadPictureSettings(Bridge());
   EXPECT_FALSE(picture.IsMirrored);
   EXPECT_FALSE(picture.IsFlipped);
   EXPECT_FALSE(picture.RedAndBlueSwapped);
@@ -134,9 +134,9 @@ TEST_P(ProgrammedCamera, IsUprightAndRightlyExposed) {
 }
 
 TEST_P(ProgrammedCamera, TakesColourAndSharpnessBackInTheDarkAndGivesThemBackInTheLight) {
-  const simulator::PictureSettings before = ReadPictureSettings(Bridge());
+  const camera_model::PictureSettings before = ReadPictureSettings(Bridge());
   EXPECT_EQ(ApplyRegisterSet(Context(), 1, 0), 0);
-  const simulator::PictureSettings dark = ReadPictureSettings(Bridge());
+  const camera_model::PictureSettings dark = ReadPictureSettings(Bridge());
   EXPECT_LT(dark.SaturationU, before.SaturationU);
   EXPECT_LT(dark.SaturationV, before.SaturationV);
   EXPECT_LT(dark.Sharpness, before.Sharpness);
