@@ -19,7 +19,7 @@
 
 #include "camera_model/bus_adapter/simulated_bus.h"
 #include "platform/host/nt/pool.h"
-#include "world/hosted_camera.h"
+#include "testbed/transport_testbed.h"
 
 namespace lidcam::bench {
 namespace {

@@ -16,7 +16,7 @@
 #include "platform/host/nt/debug_print.h"
 #include "platform/host/nt/simulated_scheduler.h"
 #include "simulation/stamped_camera.h"
-#include "world/installed_camera.h"
+#include "testbed/installed_testbed.h"
 
 namespace lidcam::fuzz {
 namespace {

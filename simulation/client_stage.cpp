@@ -8,7 +8,7 @@
 #include "platform/host/nt/irp_registry.h"
 #include "platform/host/nt/plug_and_play.h"
 #include "simulation/status_text.h"
-#include "world/mutex_departures.h"
+#include "testbed/mutex_departures.h"
 
 namespace lidcam::simulation {
 

@@ -9,7 +9,7 @@
 #include "platform/host/nt/kernel_guards.h"
 #include "simulation/application.h"
 #include "simulation/stage.h"
-#include "world/installed_camera.h"
+#include "testbed/installed_testbed.h"
 
 namespace lidcam::simulation {
 

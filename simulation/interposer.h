@@ -6,7 +6,7 @@
 
 #include "platform/host/nt/nt_declarations.h"
 #include "platform/host/usbd/usb_declarations.h"
-#include "world/device_filter.h"
+#include "testbed/device_filter.h"
 
 namespace lidcam::simulation {
 

@@ -10,7 +10,7 @@
 #include "platform/host/nt/simulated_scheduler.h"
 #include "platform/host/nt/verifier.h"
 #include "simulation/stated_hangs.h"
-#include "world/shared_exposure.h"
+#include "testbed/shared_exposure.h"
 
 namespace lidcam::simulation {
 namespace {

@@ -17,7 +17,7 @@
 #include "platform/host/nt/irp_registry.h"
 #include "platform/host/nt/pool.h"
 #include "simulation/random.h"
-#include "world/hosted_camera.h"
+#include "testbed/transport_testbed.h"
 
 namespace lidcam::simulation {
 namespace {

@@ -16,7 +16,7 @@
 #include "simulation/stamped_camera.h"
 #include "simulation/surroundings.h"
 #include "simulation/trace_record.h"
-#include "world/hosted_camera.h"
+#include "testbed/transport_testbed.h"
 
 namespace lidcam::simulation {
 

@@ -8,7 +8,7 @@
 #include "apps/lidcam/core_camera.h"
 #include "driver/core/stream_modes.h"
 #include "platform/host/nt/status_words.h"
-#include "world/worlds.h"
+#include "testbed/worlds.h"
 
 namespace lidcam::app {
 namespace {

@@ -6,7 +6,7 @@
 #include "apps/lidcam/command_error.h"
 #include "apps/lidcam/core_camera.h"
 #include "platform/host/nt/status_words.h"
-#include "world/worlds.h"
+#include "testbed/worlds.h"
 
 namespace lidcam::app {
 namespace {

@@ -8,8 +8,8 @@
 #include "bus/enumeration.h"
 #include "driver/core/camera_context.h"
 #include "platform/host/client/camera.h"
-#include "world/installed_camera.h"
-#include "world/metered_bus.h"
+#include "testbed/installed_testbed.h"
+#include "testbed/metered_bus.h"
 
 namespace lidcam::app {
 

@@ -14,7 +14,7 @@
 #include "apps/lidcam/progress.h"
 #include "apps/lidcam/sensor_notes.h"
 #include "apps/lidcam/silence_watch.h"
-#include "world/worlds.h"
+#include "testbed/worlds.h"
 
 namespace lidcam::app {
 namespace {

@@ -14,8 +14,8 @@
 #include "platform/host/nt/handles.h"
 #include "platform/host/nt/pool.h"
 #include "platform/host/nt/registry.h"
+#include "testbed/worlds.h"
 #include "tests/driver/support/shared_exposure.h"
-#include "world/worlds.h"
 
 namespace lidcam::compliance {
 namespace {

@@ -12,7 +12,7 @@
 #include "platform/host/client/camera.h"
 #include "platform/host/client/stream.h"
 #include "platform/host/nt/simulated_scheduler.h"
-#include "world/installed_camera.h"
+#include "testbed/installed_testbed.h"
 
 namespace lidcam::compliance {
 

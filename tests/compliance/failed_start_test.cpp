@@ -6,8 +6,8 @@
 #include "bus/faults/fault_bus.h"
 #include "camera_model/bus_adapter/simulated_bus.h"
 #include "platform/host/nt/pool.h"
+#include "testbed/worlds.h"
 #include "tests/compliance/compliance_world.h"
-#include "world/worlds.h"
 
 namespace lidcam::compliance {
 namespace {

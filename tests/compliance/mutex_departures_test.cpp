@@ -9,8 +9,8 @@
 #include "platform/host/client/stream.h"
 #include "platform/host/nt/plug_and_play.h"
 #include "platform/host/nt/wdm_version.h"
+#include "testbed/mutex_departures.h"
 #include "tests/compliance/compliance_world.h"
-#include "world/mutex_departures.h"
 
 namespace lidcam::compliance {
 namespace {

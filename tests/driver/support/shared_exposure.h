@@ -1,6 +1,6 @@
 #pragma once
 
-#include "world/shared_exposure.h"
+#include "testbed/shared_exposure.h"
 
 namespace lidcam::test {
 

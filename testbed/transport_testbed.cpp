@@ -1,4 +1,4 @@
-#include "world/hosted_camera.h"
+#include "testbed/transport_testbed.h"
 
 #include <cstdlib>
 #include <stdexcept>

@@ -10,9 +10,9 @@
 #include "platform/host/nt/device_file.h"
 #include "platform/host/nt/kernel_faults.h"
 #include "platform/host/nt/kernel_guards.h"
+#include "testbed/installed_testbed.h"
+#include "testbed/worlds.h"
 #include "tests/driver/support/sanitizers.h"
-#include "world/installed_camera.h"
-#include "world/worlds.h"
 
 namespace lidcam::world {
 namespace {

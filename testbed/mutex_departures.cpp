@@ -1,4 +1,4 @@
-#include "world/mutex_departures.h"
+#include "testbed/mutex_departures.h"
 
 #include <algorithm>
 #include <array>

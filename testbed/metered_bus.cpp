@@ -1,4 +1,4 @@
-#include "world/metered_bus.h"
+#include "testbed/metered_bus.h"
 
 #include <numeric>
 

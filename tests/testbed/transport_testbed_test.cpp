@@ -1,6 +1,6 @@
 // One camera in one host, in virtual time: every state of its stream, and what interrupts it.
 
-#include "world/hosted_camera.h"
+#include "testbed/transport_testbed.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

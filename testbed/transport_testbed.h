@@ -16,9 +16,9 @@
 #include "platform/host/ks/streaming_device.h"
 #include "platform/host/ks/streaming_pin.h"
 #include "platform/host/usbd/usb_device_stack.h"
-#include "world/device_filter.h"
-#include "world/metered_bus.h"
-#include "world/worlds.h"
+#include "testbed/device_filter.h"
+#include "testbed/metered_bus.h"
+#include "testbed/worlds.h"
 
 namespace lidcam::world {
 

@@ -1,4 +1,4 @@
-#include "world/installed_camera.h"
+#include "testbed/installed_testbed.h"
 
 #include <exception>
 #include <stdexcept>

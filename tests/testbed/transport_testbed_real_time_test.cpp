@@ -4,7 +4,7 @@
 
 #include "camera_model/bus_adapter/simulated_bus.h"
 #include "platform/host/nt/irp_registry.h"
-#include "world/hosted_camera.h"
+#include "testbed/transport_testbed.h"
 
 namespace lidcam::world {
 namespace {

@@ -7,8 +7,8 @@
 #include "bus/usb_bus.h"
 #include "driver/avstream/capture_device.h"
 #include "platform/host/usbd/usb_device_stack.h"
-#include "world/device_filter.h"
-#include "world/metered_bus.h"
+#include "testbed/device_filter.h"
+#include "testbed/metered_bus.h"
 
 namespace lidcam::world {
 

@@ -1,6 +1,6 @@
 // The camera as any video application meets it: an installed driver, reached by requests to files only.
 
-#include "world/installed_camera.h"
+#include "testbed/installed_testbed.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -14,7 +14,7 @@
 #include "camera_model/bus_adapter/simulated_bus.h"
 #include "driver/avstream/camera_properties_sets.h"
 #include "platform/host/client/stream.h"
-#include "world/worlds.h"
+#include "testbed/worlds.h"
 
 namespace lidcam::world {
 namespace {

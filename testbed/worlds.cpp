@@ -1,4 +1,4 @@
-#include "world/worlds.h"
+#include "testbed/worlds.h"
 
 #include <exception>
 
