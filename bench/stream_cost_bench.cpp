@@ -100,7 +100,7 @@ double CopySeconds() {
 }
 
 /// @return processor seconds a frame; 0 if the stream doesn't come up
-double SecondsPerFrame(world::HostedCamera& camera) {
+double SecondsPerFrame(testbed::TransportTestbed& camera) {
   if (!NT_SUCCESS(camera.Start()) || !NT_SUCCESS(camera.Acquire({})) || !NT_SUCCESS(camera.Run())) {
     return 0;
   }
@@ -120,9 +120,9 @@ void MeasureStream(benchmark::State& state, bool isDelivered) {
   ReadyBus bus;
   double perFrame = 0;
   for ([[maybe_unused]] auto iteration : state) {
-    world::WithHostedCamera(
+    testbed::WithTransportTestbed(
         bus, {.TakesFrames = isDelivered},
-        [&perFrame](world::HostedCamera& camera) { perFrame = SecondsPerFrame(camera); });
+        [&perFrame](testbed::TransportTestbed& camera) { perFrame = SecondsPerFrame(camera); });
     state.SetIterationTime(perFrame);
   }
   if (perFrame <= 0) {
@@ -146,12 +146,12 @@ BENCHMARK_CAPTURE(MeasureStream, delivered, true)->Name("frame delivered")->Appl
 /// What stands in the pool, told by tag: at rest, and for a running stream of 640x480.
 void PrintMemory() {
   bus::SimulatedBus bus({});
-  world::RunInVirtualTime({.Seed = 1, .KeepsFreedPool = false}, [&bus] {
-    world::WithHostedCamera(bus, {}, [](world::HostedCamera& camera) {
+  testbed::RunInVirtualTime({.Seed = 1, .KeepsFreedPool = false}, [&bus] {
+    testbed::WithTransportTestbed(bus, {}, [](testbed::TransportTestbed& camera) {
       if (!NT_SUCCESS(camera.Start())) return;
       const std::size_t atRest = host::PoolUsageOfAll().Bytes;
       if (!NT_SUCCESS(camera.Acquire({})) || !NT_SUCCESS(camera.Run())) return;
-      camera.WaitForFrames(2, world::kSecond);
+      camera.WaitForFrames(2, testbed::kSecond);
       std::printf("pool of a started camera: %zu bytes; a running stream of 640x480 adds %zu\n",
                   atRest, host::PoolUsageOfAll().Bytes - atRest);
       std::printf("while it runs: %s\n", host::DescribePoolOfWorld(host::CurrentWorld()).c_str());

@@ -23,10 +23,12 @@ void InterruptAfter(std::uint32_t polls) {
 
 host::SimulationOutcome
 RealRunInVirtualTime(const host::SimulationOptions& options, const std::function<void()>& body) asm(
-    "__real__ZN6lidcam5world16RunInVirtualTimeERKNS_4host17SimulationOptionsERKSt8functionIFvvEE");
+    "__real__ZN6lidcam7testbed16RunInVirtualTimeERKNS_"
+    "4host17SimulationOptionsERKSt8functionIFvvEE");
 host::SimulationOutcome
 RunInVirtualTime(const host::SimulationOptions& options, const std::function<void()>& body) asm(
-    "__wrap__ZN6lidcam5world16RunInVirtualTimeERKNS_4host17SimulationOptionsERKSt8functionIFvvEE");
+    "__wrap__ZN6lidcam7testbed16RunInVirtualTimeERKNS_"
+    "4host17SimulationOptionsERKSt8functionIFvvEE");
 
 host::SimulationOutcome RunInVirtualTime(const host::SimulationOptions& options,
                                          const std::function<void()>& body) {
@@ -35,7 +37,7 @@ host::SimulationOutcome RunInVirtualTime(const host::SimulationOptions& options,
 }
 
 void RunInRealTime(const std::function<void()>& body) asm(
-    "__wrap__ZN6lidcam5world13RunInRealTimeERKSt8functionIFvvEE");
+    "__wrap__ZN6lidcam7testbed13RunInRealTimeERKSt8functionIFvvEE");
 
 void RunInRealTime(const std::function<void()>& body) {
   RunInVirtualTime({.Seed = 1}, body);

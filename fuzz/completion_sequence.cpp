@@ -30,14 +30,14 @@ constexpr std::size_t kMostBulkBytes = 20000;
 
 void Sleep(LONGLONG milliseconds) {
   LARGE_INTEGER time{};
-  time.QuadPart = -milliseconds * world::kMillisecond;
+  time.QuadPart = -milliseconds * testbed::kMillisecond;
   KeDelayExecutionThread(KernelMode, FALSE, &time);
 }
 
 // Bulk transfers of the device, which no part of the driver starts.
 class BulkClient {
  public:
-  explicit BulkClient(world::HostedCamera& camera) : camera_(camera) {
+  explicit BulkClient(testbed::TransportTestbed& camera) : camera_(camera) {
     KeInitializeEvent(&transfer_.DoneEvent, SynchronizationEvent, FALSE);
   }
   BulkClient(const BulkClient&) = delete;
@@ -92,7 +92,7 @@ class BulkClient {
   }
 
  private:
-  world::HostedCamera& camera_;
+  testbed::TransportTestbed& camera_;
   BulkTransfer transfer_{};
   PipeRecord* waitsIn_ = nullptr;
   std::vector<std::vector<std::uint8_t>> memory_;
@@ -101,7 +101,7 @@ class BulkClient {
 // What plug and play, power and one pin make of a device, in any order.
 class Client {
  public:
-  Client(Input& steps, world::HostedCamera& camera, HostileStack& stack)
+  Client(Input& steps, testbed::TransportTestbed& camera, HostileStack& stack)
       : steps_(steps), camera_(camera), stack_(stack), bulk_(camera) {}
 
   void Run() {
@@ -166,7 +166,7 @@ class Client {
   }
 
   void Acquire() {
-    constexpr std::array<world::StreamRequest, 4> kRequests{
+    constexpr std::array<testbed::StreamRequest, 4> kRequests{
         {{160, 120}, {320, 240}, {640, 480}, {176, 144}}};
     camera_.Acquire(kRequests[steps_.UpTo(kRequests.size() - 1)]);
   }
@@ -198,7 +198,7 @@ class Client {
   }
 
   Input& steps_;
-  world::HostedCamera& camera_;
+  testbed::TransportTestbed& camera_;
   HostileStack& stack_;
   BulkClient bulk_;
 };
@@ -216,7 +216,7 @@ void Play(Input& input, std::uint8_t chosen) {
   Input completions = input.Split(input.Take<std::uint8_t>());
   simulation::StampedCamera bus({.BandwidthLimit = 5120, .HasTwinPipes = (chosen & 1U) != 0});
   HostileStack stack;
-  world::HostedCamera camera(
+  testbed::TransportTestbed camera(
       bus, {.DriverKey = {}, .Frames = {}, .FirstBusFrame = chosen, .Filter = &stack});
   // Most inputs begin with a device that has come up.
   if ((chosen & 2U) != 0) stack.TurnHostile(input);

@@ -15,7 +15,7 @@ namespace lidcam::fuzz {
 /// and offset, and aborts that do nothing. It keeps to the rules of the platform alone: each request is
 /// completed once, one that waits is given up when it is cancelled, and nothing is written where the
 /// driver gave no room.
-class HostileStack final : public world::DeviceFilter {
+class HostileStack final : public testbed::DeviceFilter {
  public:
   HostileStack();
   HostileStack(const HostileStack&) = delete;

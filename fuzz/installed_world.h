@@ -59,8 +59,8 @@ class InstalledWorld {
  public:
   InstalledWorld() {
     host::OpenRegistry({});
-    camera_ = std::make_unique<world::InstalledCamera>(
-        bus_, world::InstalledCameraOptions{.DriverKey = host::ImagingDriverKey(0)});
+    camera_ = std::make_unique<testbed::InstalledTestbed>(
+        bus_, testbed::InstalledTestbedOptions{.DriverKey = host::ImagingDriverKey(0)});
     Require(camera_->Start() == STATUS_SUCCESS);
     client_.emplace(client::Camera::Open(camera_->TopDevice()));
   }
@@ -150,7 +150,7 @@ class InstalledWorld {
   // Threads change seldom under this seed: what is looked for here is no race.
   host::SimulatedScheduler world_{limit_.WorldOptions(7)};
   simulation::StampedCamera bus_{{}};
-  std::unique_ptr<world::InstalledCamera> camera_;
+  std::unique_ptr<testbed::InstalledTestbed> camera_;
   std::optional<client::Camera> client_;
 };
 

@@ -184,7 +184,7 @@ void Run(Input& input) {
   {
     HostileDevice device(input);
     if ((chosen & 1U) != 0) Enumerate(device);
-    world::InstalledCamera camera(device, {});
+    testbed::InstalledTestbed camera(device, {});
     const bool isUp = camera.Start() == STATUS_SUCCESS;
     if (isUp) TryToStream(camera.TopDevice());
     // The platform starts a device anew on top of a start when it moves resources.

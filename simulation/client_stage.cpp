@@ -29,9 +29,9 @@ bool ClientStage::PlugIn(const PlugOptions& options) {
   isStarted_ = isGoing_ = isGone_ = isRemoved_ = isRestarted_ = false;
   bus::UsbBus& bus = stage_.LayBus(options);
   try {
-    installed_ = std::make_unique<world::InstalledCamera>(
-        bus, world::InstalledCameraOptions{.DriverKey = stage_.DriverKey(),
-                                           .Filter = &stage_.Between()});
+    installed_ = std::make_unique<testbed::InstalledTestbed>(
+        bus, testbed::InstalledTestbedOptions{.DriverKey = stage_.DriverKey(),
+                                              .Filter = &stage_.Between()});
     stage_.SaveSettings(installed_->Device().KsDevice->PhysicalDeviceObject);
   } catch (const std::runtime_error&) {
     stage_.Trace().Add("step plug in -> no room");
@@ -142,8 +142,8 @@ void ClientStage::WaitForApplications() {
 
 void ClientStage::RequireKnownDepartures() {
   if (isRemoved_ || isGone_) return;
-  for (const world::SeenDeparture& departure : world::DeparturesSeen(TopDevice())) {
-    stage_.Require(world::IsRequired(departure),
+  for (const testbed::SeenDeparture& departure : testbed::DeparturesSeen(TopDevice())) {
+    stage_.Require(testbed::IsRequired(departure),
                    "the driver breaks rule " + std::to_string(static_cast<int>(departure.Rule)) +
                        " of the class's mutexes in call " +
                        std::to_string(static_cast<int>(departure.Call)));

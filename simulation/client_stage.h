@@ -75,7 +75,7 @@ class ClientStage final : public StageGuest {
 
   Stage& stage_;
   const ApplicationRules rules_;
-  std::unique_ptr<world::InstalledCamera> installed_;
+  std::unique_ptr<testbed::InstalledTestbed> installed_;
   std::vector<std::unique_ptr<Application>> applications_;
   std::vector<std::unique_ptr<host::ServiceThread>> threads_;
   bool isStarted_ = false;

@@ -19,7 +19,7 @@ struct CompletionElsewhere {
 
 /// A device between the camera's driver and the USB stack that lets requests go wrong in ways in
 /// which no bus can: refused before they are sent, kept for ever, or completed beside all others.
-class Interposer final : public world::DeviceFilter {
+class Interposer final : public testbed::DeviceFilter {
  public:
   Interposer();
   Interposer(const Interposer&) = delete;

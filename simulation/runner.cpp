@@ -119,7 +119,7 @@ RunResult RunScenario(const Scenario& scenario, const RunKey& key, bool keepsTra
   RunResult result;
   result.Key = key;
   const FaultsOff faultsOff;
-  world::ResetSharedExposure();
+  testbed::ResetSharedExposure();
   const host::VerifierCapture capture;
   TraceRecord trace(keepsTrace);
   RunKey played = key;

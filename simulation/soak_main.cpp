@@ -22,9 +22,9 @@
 namespace lidcam::simulation {
 namespace {
 
-using world::HostedCamera;
-using world::kMillisecond;
-using world::kSecond;
+using testbed::kMillisecond;
+using testbed::kSecond;
+using testbed::TransportTestbed;
 using Clock = std::chrono::steady_clock;
 
 constexpr std::uint32_t kCameraTag = 0x206D6457;  // "Wdm "
@@ -76,33 +76,33 @@ class Soak {
 
  private:
   bool IsOver() const { return Clock::now() >= end_; }
-  bool Begin(HostedCamera& camera);
-  void Watch(HostedCamera& camera, Clock::time_point until);
-  bool FramesCome(HostedCamera& camera);
-  bool Mend(HostedCamera& camera);
-  void Count(HostedCamera& camera);
+  bool Begin(TransportTestbed& camera);
+  void Watch(TransportTestbed& camera, Clock::time_point until);
+  bool FramesCome(TransportTestbed& camera);
+  bool Mend(TransportTestbed& camera);
+  void Count(TransportTestbed& camera);
 
   Random random_;
   const Clock::time_point end_;
 };
 
-bool Soak::Begin(HostedCamera& camera) {
+bool Soak::Begin(TransportTestbed& camera) {
   if (camera.Start() != STATUS_SUCCESS) return false;
   return camera.Acquire({}) == STATUS_SUCCESS && camera.Run() == STATUS_SUCCESS;
 }
 
-bool Soak::FramesCome(HostedCamera& camera) {
+bool Soak::FramesCome(TransportTestbed& camera) {
   return camera.WaitForFrames(camera.Counts().Delivered() + 3, kPatience);
 }
 
-void Soak::Count(HostedCamera& camera) {
-  const world::FrameCounts counts = camera.Counts();
+void Soak::Count(TransportTestbed& camera) {
+  const testbed::FrameCounts counts = camera.Counts();
   Counts.Frames += counts.Good;
   Counts.BadFrames += counts.Bad;
 }
 
 // What a user does about a picture that stands still, the mildest thing first.
-bool Soak::Mend(HostedCamera& camera) {
+bool Soak::Mend(TransportTestbed& camera) {
   camera.Pause();
   if (camera.Resume() == STATUS_SUCCESS && FramesCome(camera)) {
     ++Counts.ByPause;
@@ -119,12 +119,12 @@ bool Soak::Mend(HostedCamera& camera) {
   return false;
 }
 
-void Soak::Watch(HostedCamera& camera, Clock::time_point until) {
+void Soak::Watch(TransportTestbed& camera, Clock::time_point until) {
   while (Clock::now() < until && !IsOver()) {
     if (FramesCome(camera)) continue;
     if (FramesCome(camera)) {
       ++Counts.ByItself;
-    } else if (camera.End() != world::BusEnd::None || !Mend(camera)) {
+    } else if (camera.End() != testbed::BusEnd::None || !Mend(camera)) {
       return;
     }
   }
@@ -142,7 +142,7 @@ void Soak::PlayRound() {
                                .Sleep = SleepInRealTime,
                                .Observer = {}});
   {
-    HostedCamera camera(bus, {});
+    TransportTestbed camera(bus, {});
     if (Begin(camera)) {
       Watch(camera, Clock::now() + kRound);
     } else {
@@ -154,7 +154,7 @@ void Soak::PlayRound() {
   Counts.BusFaults += bus.Counts().Total();
   // Plugged in again, on a bus that behaves, every camera streams.
   bus::SimulatedBus goodBus(options);
-  HostedCamera camera(goodBus, {});
+  TransportTestbed camera(goodBus, {});
   ++(Begin(camera) && FramesCome(camera) ? Counts.ByPlug : Counts.Lost);
   camera.Close();
 }

@@ -99,10 +99,10 @@ bool Stage::PlugIn(const PlugOptions& options) {
   Begin("plug in");
   bus::UsbBus& bus = LayBus(options);
   try {
-    hosted_ = std::make_unique<world::HostedCamera>(
-        bus, world::HostedCameraOptions{
+    hosted_ = std::make_unique<testbed::TransportTestbed>(
+        bus, testbed::TransportTestbedOptions{
                  .DriverKey = DriverKey(),
-                 .Frames = [this](const world::HostedFrame& frame) { TakeFrame(frame); },
+                 .Frames = [this](const testbed::HostedFrame& frame) { TakeFrame(frame); },
                  .Filter = interposer_.get()});
     SaveSettings(hosted_->Device().KsDevice->PhysicalDeviceObject);
   } catch (const std::runtime_error&) {
@@ -119,7 +119,7 @@ void Stage::Abandon() {
       Hosted.reset();
       Guest.reset();
     }
-    std::unique_ptr<world::HostedCamera> Hosted;
+    std::unique_ptr<testbed::TransportTestbed> Hosted;
     std::unique_ptr<StageGuest> Guest;
   };
   activities_.clear();
@@ -333,7 +333,7 @@ void Stage::RequireFramesOrFirstPipe() {
   Require(Stream()->PipeIndex == 0 && trace_.RecoveriesEnded() != 0, "no frames come");
 }
 
-void Stage::TakeFrame(const world::HostedFrame& frame) {
+void Stage::TakeFrame(const testbed::HostedFrame& frame) {
   const bool isWhole = frame.IsGood && StampedCamera::Check(frame.RawFrame) == FrameContent::Whole;
   CountFrame(isWhole);
   const bool isBeginning = Now() - beganStream_ < kUnevenStart;

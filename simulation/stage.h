@@ -20,8 +20,8 @@
 
 namespace lidcam::simulation {
 
-inline constexpr LONGLONG kMillisecond = world::kMillisecond;
-inline constexpr LONGLONG kSecond = world::kSecond;
+inline constexpr LONGLONG kMillisecond = testbed::kMillisecond;
+inline constexpr LONGLONG kSecond = testbed::kSecond;
 
 /// What one of a run's threads does, and since when.
 struct Activity {
@@ -91,7 +91,7 @@ class Stage {
 
   [[nodiscard]] StampedCamera& Camera() { return *camera_; }
   [[nodiscard]] Interposer& Between() { return *interposer_; }
-  [[nodiscard]] world::HostedCamera& Hosted() { return *hosted_; }
+  [[nodiscard]] testbed::TransportTestbed& Hosted() { return *hosted_; }
   [[nodiscard]] UsbStreamRecord* Stream() const;
   /// Null if nothing is plugged in.
   [[nodiscard]] UsbDeviceRecord* Device() const;
@@ -183,7 +183,7 @@ class Stage {
  private:
   template <typename Operation>
   NTSTATUS Do(const char* name, Operation operation);
-  void TakeFrame(const world::HostedFrame& frame);
+  void TakeFrame(const testbed::HostedFrame& frame);
   void RequireReleased(bool allAreHome);
   void RequireAnswerOfGone(const char* operation, NTSTATUS status);
   void RequireRequestsFail();
@@ -197,7 +197,7 @@ class Stage {
   std::unique_ptr<StampedCamera> camera_;
   std::unique_ptr<bus::FaultBus> faults_;
   std::unique_ptr<Interposer> interposer_;
-  std::unique_ptr<world::HostedCamera> hosted_;
+  std::unique_ptr<testbed::TransportTestbed> hosted_;
   std::unique_ptr<StageGuest> guest_;
   bool isGoneTold_ = false;
   std::uint64_t unplugAt_ = 0;

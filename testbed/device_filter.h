@@ -2,7 +2,7 @@
 
 #include "platform/host/nt/nt_declarations.h"
 
-namespace lidcam::world {
+namespace lidcam::testbed {
 
 /// A device of somebody's own between the camera's driver and the USB stack. Passive level.
 class DeviceFilter {
@@ -17,4 +17,4 @@ class DeviceFilter {
   virtual void Detach() = 0;
 };
 
-}  // namespace lidcam::world
+}  // namespace lidcam::testbed

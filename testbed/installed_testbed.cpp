@@ -8,7 +8,7 @@
 #include "platform/host/nt/device_object.h"
 #include "platform/host/nt/plug_and_play.h"
 
-namespace lidcam::world {
+namespace lidcam::testbed {
 namespace {
 
 constexpr char16_t kServiceKey[] =
@@ -20,7 +20,7 @@ void Require(NTSTATUS status, const char* what) {
 
 }  // namespace
 
-InstalledCamera::InstalledCamera(bus::UsbBus& bus, InstalledCameraOptions options)
+InstalledTestbed::InstalledTestbed(bus::UsbBus& bus, InstalledTestbedOptions options)
     : options_(std::move(options)), meter_(bus, [] {}) {
   std::exception_ptr error;
   try {
@@ -35,7 +35,7 @@ InstalledCamera::InstalledCamera(bus::UsbBus& bus, InstalledCameraOptions option
   std::rethrow_exception(error);
 }
 
-void InstalledCamera::Install() {
+void InstalledTestbed::Install() {
   PDEVICE_OBJECT const physicalDevice = stack_->PhysicalDeviceObject();
   host::FindHostDevice(physicalDevice)->DriverKey = options_.DriverKey;
   if (options_.Filter != nullptr) options_.Filter->Attach(physicalDevice);
@@ -50,68 +50,68 @@ void InstalledCamera::Install() {
           "the driver has no room for the camera's device");
 }
 
-void InstalledCamera::TakeDown() {
+void InstalledTestbed::TakeDown() {
   if (driver_.DriverUnload != nullptr) driver_.DriverUnload(&driver_);
   if (options_.Filter != nullptr) options_.Filter->Detach();
   stack_.reset();
 }
 
-InstalledCamera::~InstalledCamera() noexcept(false) {
+InstalledTestbed::~InstalledTestbed() noexcept(false) {
   if (std::uncaught_exceptions() == 0) Close();
 }
 
-void InstalledCamera::Close() {
+void InstalledTestbed::Close() {
   if (stack_ == nullptr) return;
   Remove();
   TakeDown();
 }
 
-NTSTATUS InstalledCamera::Start() {
+NTSTATUS InstalledTestbed::Start() {
   return host::StartDevice(TopDevice());
 }
 
-NTSTATUS InstalledCamera::PowerDown() {
+NTSTATUS InstalledTestbed::PowerDown() {
   return host::SetDevicePower(TopDevice(), PowerDeviceD3);
 }
 
-NTSTATUS InstalledCamera::PowerUp() {
+NTSTATUS InstalledTestbed::PowerUp() {
   return host::SetDevicePower(TopDevice(), PowerDeviceD0);
 }
 
-NTSTATUS InstalledCamera::Remove() {
+NTSTATUS InstalledTestbed::Remove() {
   return FunctionalDevice() != nullptr ? host::RemoveDevice(TopDevice()) : STATUS_SUCCESS;
 }
 
-NTSTATUS InstalledCamera::SurpriseRemove() {
+NTSTATUS InstalledTestbed::SurpriseRemove() {
   PullPlug();
   return host::SurpriseRemoveDevice(TopDevice());
 }
 
-PDEVICE_OBJECT InstalledCamera::TopDevice() const {
+PDEVICE_OBJECT InstalledTestbed::TopDevice() const {
   PDEVICE_OBJECT device = stack_->PhysicalDeviceObject();
   while (device->AttachedDevice != nullptr) device = device->AttachedDevice;
   return device;
 }
 
-PDEVICE_OBJECT InstalledCamera::FunctionalDevice() const {
+PDEVICE_OBJECT InstalledTestbed::FunctionalDevice() const {
   PDEVICE_OBJECT device = stack_->PhysicalDeviceObject();
   while (device != nullptr && device->DriverObject != &driver_) device = device->AttachedDevice;
   return device;
 }
 
-const CaptureDevice& InstalledCamera::Device() const {
+const CaptureDevice& InstalledTestbed::Device() const {
   return Driver();
 }
 
-void InstalledCamera::WithCamera(const std::function<void(CameraContext& camera)>& use) const {
+void InstalledTestbed::WithCamera(const std::function<void(CameraContext& camera)>& use) const {
   if (FunctionalDevice() == nullptr) return;
   const CameraHold hold(Driver());
   if (hold.Camera() != nullptr) use(*hold.Camera());
 }
 
 // The extension of a device of the streaming class begins with the address of what the driver sees.
-CaptureDevice& InstalledCamera::Driver() const {
+CaptureDevice& InstalledTestbed::Driver() const {
   return *CaptureDeviceOf(*static_cast<PKSDEVICE*>(FunctionalDevice()->DeviceExtension));
 }
 
-}  // namespace lidcam::world
+}  // namespace lidcam::testbed

@@ -10,10 +10,10 @@
 #include "testbed/device_filter.h"
 #include "testbed/metered_bus.h"
 
-namespace lidcam::world {
+namespace lidcam::testbed {
 
-struct InstalledCameraOptions {
-  /// As HostedCameraOptions have it.
+struct InstalledTestbedOptions {
+  /// As TransportTestbedOptions have it.
   std::u16string DriverKey{};
   ULONG FirstBusFrame = 0;         ///< bus frame number at interrupt time 0
   DeviceFilter* Filter = nullptr;  ///< stands below the driver's device; outlives the camera
@@ -25,18 +25,18 @@ struct InstalledCameraOptions {
 ///
 /// It belongs to the world of the thread that makes it. All calls are for passive level; what plug and
 /// play says comes from one thread at a time, PullPlug() from any.
-class InstalledCamera {
+class InstalledTestbed {
  public:
   /// Loads the driver and adds the device; it is started by Start().
   ///
   /// @param bus  outlives the camera
   /// @throws std::runtime_error if the driver or the kernel has no room; nothing is left
-  InstalledCamera(bus::UsbBus& bus, InstalledCameraOptions options);
-  InstalledCamera(const InstalledCamera&) = delete;
-  InstalledCamera& operator=(const InstalledCamera&) = delete;
+  InstalledTestbed(bus::UsbBus& bus, InstalledTestbedOptions options);
+  InstalledTestbed(const InstalledTestbed&) = delete;
+  InstalledTestbed& operator=(const InstalledTestbed&) = delete;
 
   /// As Close(), unless it is destroyed by an exception: the world stops then.
-  ~InstalledCamera() noexcept(false);
+  ~InstalledTestbed() noexcept(false);
 
   // Each gives the drivers' status.
 
@@ -70,10 +70,10 @@ class InstalledCamera {
   [[nodiscard]] PDEVICE_OBJECT FunctionalDevice() const;
   [[nodiscard]] CaptureDevice& Driver() const;
 
-  const InstalledCameraOptions options_;
+  const InstalledTestbedOptions options_;
   MeteredBus meter_;
   std::unique_ptr<host::UsbDeviceStack> stack_;
   DRIVER_OBJECT driver_{};
 };
 
-}  // namespace lidcam::world
+}  // namespace lidcam::testbed

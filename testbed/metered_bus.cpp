@@ -2,7 +2,7 @@
 
 #include <numeric>
 
-namespace lidcam::world {
+namespace lidcam::testbed {
 
 bus::ControlResult MeteredBus::ControlTransfer(const bus::SetupPacket& setup,
                                                std::span<std::uint8_t> data) {
@@ -41,4 +41,4 @@ void MeteredBus::Note(bus::UsbStatus status) {
   if (end_.compare_exchange_strong(before, end) && ended_) ended_();
 }
 
-}  // namespace lidcam::world
+}  // namespace lidcam::testbed

@@ -6,7 +6,7 @@
 
 #include "bus/usb_bus.h"
 
-namespace lidcam::world {
+namespace lidcam::testbed {
 
 /// How the isochronous side of a bus has come to its end.
 enum class BusEnd : std::uint8_t {
@@ -51,4 +51,4 @@ class MeteredBus final : public bus::UsbBus {
   std::atomic<BusEnd> end_ = BusEnd::None;
 };
 
-}  // namespace lidcam::world
+}  // namespace lidcam::testbed

@@ -5,7 +5,7 @@
 
 #include "platform/host/ks/device_block.h"
 
-namespace lidcam::world {
+namespace lidcam::testbed {
 namespace {
 
 using host::ClassCall;
@@ -54,4 +54,4 @@ bool IsRequired(const SeenDeparture& departure) {
   });
 }
 
-}  // namespace lidcam::world
+}  // namespace lidcam::testbed

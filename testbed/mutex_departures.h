@@ -6,7 +6,7 @@
 
 #include "platform/host/ks/class_rules.h"
 
-namespace lidcam::world {
+namespace lidcam::testbed {
 
 /// A rule of the streaming class's manual that the camera's driver does not keep, and why it can't.
 struct MutexDeparture {
@@ -33,4 +33,4 @@ struct SeenDeparture {
 /// Whether the driver needs this one.
 [[nodiscard]] bool IsRequired(const SeenDeparture& departure);
 
-}  // namespace lidcam::world
+}  // namespace lidcam::testbed

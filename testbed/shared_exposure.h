@@ -4,7 +4,7 @@
 #include "driver/exposure/frame_exposure_control.h"
 #include "driver/exposure/light_state.h"
 
-namespace lidcam::world {
+namespace lidcam::testbed {
 
 /// Puts the variables that all cameras share to what they are when the system is loaded and a
 /// camera was created: nothing else undoes what earlier streams of this process left there.
@@ -21,4 +21,4 @@ inline void ResetSharedExposure() {
   LightMode = 0;
 }
 
-}  // namespace lidcam::world
+}  // namespace lidcam::testbed

@@ -9,7 +9,7 @@
 #include "platform/host/ks/class_rules.h"
 #include "platform/host/nt/device_object.h"
 
-namespace lidcam::world {
+namespace lidcam::testbed {
 namespace {
 
 constexpr std::uint32_t kSurpriseRemoved = 3;
@@ -76,7 +76,9 @@ std::size_t PictureBytes(const CameraContext& camera) {
 
 /// What the driver's side and the streaming class call of the pin.
 struct HostedPin {
-  static HostedCamera& CameraOf(PKSPIN pin) { return *static_cast<HostedCamera*>(pin->Context); }
+  static TransportTestbed& CameraOf(PKSPIN pin) {
+    return *static_cast<TransportTestbed*>(pin->Context);
+  }
 
   static NTSTATUS NTAPI Process(PKSPIN pin) { return CameraOf(pin).Process(); }
 
@@ -91,7 +93,7 @@ struct HostedPin {
   static constexpr PinOperations kOperations{IsProcessing, ApplyFormat};
 };
 
-HostedCamera::HostedCamera(bus::UsbBus& bus, HostedCameraOptions options)
+TransportTestbed::TransportTestbed(bus::UsbBus& bus, TransportTestbedOptions options)
     : options_(std::move(options)),
       meter_(bus, [this] { KeSetEvent(&progress_, IO_NO_INCREMENT, FALSE); }) {
   KeInitializeEvent(&progress_, SynchronizationEvent, FALSE);
@@ -109,7 +111,7 @@ HostedCamera::HostedCamera(bus::UsbBus& bus, HostedCameraOptions options)
   std::rethrow_exception(error);
 }
 
-void HostedCamera::Build() {
+void TransportTestbed::Build() {
   PDEVICE_OBJECT const physicalDevice = stack_->PhysicalDeviceObject();
   host::FindHostDevice(physicalDevice)->DriverKey = options_.DriverKey;
   if (options_.Filter != nullptr) options_.Filter->Attach(physicalDevice);
@@ -121,17 +123,17 @@ void HostedCamera::Build() {
   Device().Pins = &HostedPin::kOperations;
 }
 
-void HostedCamera::TakeDown() {
+void TransportTestbed::TakeDown() {
   ksDevice_.reset();
   if (options_.Filter != nullptr) options_.Filter->Detach();
   stack_.reset();
 }
 
-HostedCamera::~HostedCamera() noexcept(false) {
+TransportTestbed::~TransportTestbed() noexcept(false) {
   if (std::uncaught_exceptions() == 0) Close();
 }
 
-void HostedCamera::Close() {
+void TransportTestbed::Close() {
   if (stack_ == nullptr) return;
   if (isStarted_) {
     Pause();
@@ -141,7 +143,7 @@ void HostedCamera::Close() {
   TakeDown();
 }
 
-NTSTATUS HostedCamera::Start() {
+NTSTATUS TransportTestbed::Start() {
   const NTSTATUS status = StartHardware();
   if (!NT_SUCCESS(status)) return status;
   try {
@@ -155,17 +157,17 @@ NTSTATUS HostedCamera::Start() {
   return status;
 }
 
-NTSTATUS HostedCamera::StartHardware() {
+NTSTATUS TransportTestbed::StartHardware() {
   const ClassHold hold(*ksDevice_, host::ClassCall::Start);
   return Device().StartHardware(ksDevice_.get());
 }
 
-void HostedCamera::MakePin() {
+void TransportTestbed::MakePin() {
   pin_ = std::make_unique<host::StreamingPin>(*ksDevice_, HostedPin::Process, &format_.DataFormat);
   pin_->Context = this;
 }
 
-NTSTATUS HostedCamera::Acquire(const StreamRequest& request) {
+NTSTATUS TransportTestbed::Acquire(const StreamRequest& request) {
   const MutexHold hold(consumer_);
   format_ = FormatFor(request);
   const NTSTATUS status = Device().AcquireStream(pin_.get(), &format_.VideoInfoHeader);
@@ -181,23 +183,23 @@ NTSTATUS HostedCamera::Acquire(const StreamRequest& request) {
   return status;
 }
 
-NTSTATUS HostedCamera::Run() {
+NTSTATUS TransportTestbed::Run() {
   return Device().RunStream();
 }
 
-NTSTATUS HostedCamera::Pause() {
+NTSTATUS TransportTestbed::Pause() {
   return Device().PauseStream();
 }
 
-NTSTATUS HostedCamera::Resume() {
+NTSTATUS TransportTestbed::Resume() {
   return Device().ResumeStream();
 }
 
-NTSTATUS HostedCamera::Release() {
+NTSTATUS TransportTestbed::Release() {
   return Device().ReleaseStream();
 }
 
-NTSTATUS HostedCamera::Stop() {
+NTSTATUS TransportTestbed::Stop() {
   if (!isStarted_) return STATUS_SUCCESS;
   isStarted_ = false;
   Device().HardwareStarted = 0;
@@ -206,31 +208,31 @@ NTSTATUS HostedCamera::Stop() {
   return Device().StopHardware();
 }
 
-void HostedCamera::TellGone() {
+void TransportTestbed::TellGone() {
   Device().OnDeviceGone(kSurpriseRemoved);
 }
 
-void HostedCamera::Unplug() {
+void TransportTestbed::Unplug() {
   PullPlug();
   TellGone();
 }
 
-void HostedCamera::PowerDown() {
+void TransportTestbed::PowerDown() {
   const ClassHold hold(*ksDevice_, host::ClassCall::SetPower);
   Device().PowerSet(ksDevice_.get(), nullptr, PowerDeviceD3, PowerDeviceD0);
 }
 
-void HostedCamera::PowerUp() {
+void TransportTestbed::PowerUp() {
   const ClassHold hold(*ksDevice_, host::ClassCall::SetPower);
   Device().PowerSet(ksDevice_.get(), nullptr, PowerDeviceD0, PowerDeviceD3);
 }
 
-std::uint32_t HostedCamera::AlternateSetting() const {
+std::uint32_t TransportTestbed::AlternateSetting() const {
   const UsbStreamRecord* const stream = Device().UsbStream;
   return stream != nullptr ? stream->StreamFormat.AlternateSetting : 0;
 }
 
-void HostedCamera::WithCamera(const std::function<void(CameraContext& camera)>& use) {
+void TransportTestbed::WithCamera(const std::function<void(CameraContext& camera)>& use) {
   RunThenEnd(
       [&] {
         KeWaitForSingleObject(&consumer_, Executive, KernelMode, FALSE, nullptr);
@@ -239,7 +241,7 @@ void HostedCamera::WithCamera(const std::function<void(CameraContext& camera)>& 
       [&] { KeReleaseMutex(&consumer_, FALSE); });
 }
 
-bool HostedCamera::WaitForFrames(std::uint64_t delivered, LONGLONG limit) {
+bool TransportTestbed::WaitForFrames(std::uint64_t delivered, LONGLONG limit) {
   const auto end = static_cast<LONGLONG>(KeQueryInterruptTime()) + limit;
   for (;;) {
     RethrowHandlerError();
@@ -255,7 +257,7 @@ bool HostedCamera::WaitForFrames(std::uint64_t delivered, LONGLONG limit) {
 }
 
 // Frames that were begun and never delivered show here only.
-void HostedCamera::NoteFrameStarts() {
+void TransportTestbed::NoteFrameStarts() {
   const CameraContext* const camera = Device().Camera;
   if (camera == nullptr) return;
   const std::uint32_t starts = camera->FrameStartCount;
@@ -263,12 +265,12 @@ void HostedCamera::NoteFrameStarts() {
   frameStarts_ = starts;
 }
 
-BusMeter HostedCamera::SinceAcquired() const {
+BusMeter TransportTestbed::SinceAcquired() const {
   const BusMeter now = meter_.Meter();
   return {now.Bytes - atAcquire_.Bytes, now.Microframes - atAcquire_.Microframes};
 }
 
-FrameCounts HostedCamera::Counts() const {
+FrameCounts TransportTestbed::Counts() const {
   const std::lock_guard lock(countsMutex_);
   FrameCounts counts = counts_;
   const BusMeter meter = SinceAcquired();
@@ -283,7 +285,7 @@ FrameCounts HostedCamera::Counts() const {
 
 // As the streaming class's pins do it: the frame thread sees the pin busy from before the frame is
 // fetched until it has been read.
-NTSTATUS HostedCamera::Process() {
+NTSTATUS TransportTestbed::Process() {
   const MutexHold hold(consumer_);
   CameraContext* const camera = Device().Camera;
   if (camera == nullptr || !options_.TakesFrames) return STATUS_UNSUCCESSFUL;
@@ -299,7 +301,7 @@ NTSTATUS HostedCamera::Process() {
   return hasFrame ? STATUS_PENDING : STATUS_UNSUCCESSFUL;
 }
 
-void HostedCamera::Deliver(CameraContext& camera, std::uint8_t* raw, std::uint32_t rawBytes) {
+void TransportTestbed::Deliver(CameraContext& camera, std::uint8_t* raw, std::uint32_t rawBytes) {
   {
     const std::lock_guard lock(countsMutex_);
     if (handlerError_ != nullptr) return;
@@ -331,15 +333,15 @@ void HostedCamera::Deliver(CameraContext& camera, std::uint8_t* raw, std::uint32
   }
 }
 
-void HostedCamera::RethrowHandlerError() {
+void TransportTestbed::RethrowHandlerError() {
   const std::lock_guard lock(countsMutex_);
   if (handlerError_ != nullptr) std::rethrow_exception(handlerError_);
 }
 
-void WithHostedCamera(bus::UsbBus& bus, HostedCameraOptions options,
-                      const std::function<void(HostedCamera& camera)>& use) {
-  HostedCamera camera(bus, std::move(options));
+void WithTransportTestbed(bus::UsbBus& bus, TransportTestbedOptions options,
+                          const std::function<void(TransportTestbed& camera)>& use) {
+  TransportTestbed camera(bus, std::move(options));
   RunThenEnd([&] { use(camera); }, [&] { camera.Close(); });
 }
 
-}  // namespace lidcam::world
+}  // namespace lidcam::testbed

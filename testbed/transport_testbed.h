@@ -20,7 +20,7 @@
 #include "testbed/metered_bus.h"
 #include "testbed/worlds.h"
 
-namespace lidcam::world {
+namespace lidcam::testbed {
 
 /// 100 ns each.
 inline constexpr LONGLONG kMillisecond = 10'000;
@@ -57,7 +57,7 @@ struct HostedFrame {
 /// and comes out of WaitForFrames().
 using FrameHandler = std::function<void(const HostedFrame& frame)>;
 
-struct HostedCameraOptions {
+struct TransportTestbedOptions {
   /// Where the camera's settings are in the registry; empty: there are none. See
   /// host::ImagingDriverKey().
   std::u16string DriverKey{};
@@ -74,18 +74,18 @@ struct HostedCameraOptions {
 /// It belongs to the world of the thread that makes it (see worlds.h), and so do all threads that
 /// call it. All calls are for passive level. Stream control comes from one thread at a time; PullPlug()
 /// may come from any other one.
-class HostedCamera {
+class TransportTestbed {
  public:
   /// Builds the device stack. Nothing goes over the bus before Start().
   ///
   /// @param bus  outlives the camera
   /// @throws std::runtime_error if the kernel has no room for the device objects; nothing is left
-  HostedCamera(bus::UsbBus& bus, HostedCameraOptions options);
-  HostedCamera(const HostedCamera&) = delete;
-  HostedCamera& operator=(const HostedCamera&) = delete;
+  TransportTestbed(bus::UsbBus& bus, TransportTestbedOptions options);
+  TransportTestbed(const TransportTestbed&) = delete;
+  TransportTestbed& operator=(const TransportTestbed&) = delete;
 
   /// As Close(), unless it is destroyed by an exception: the world stops then.
-  ~HostedCamera() noexcept(false);
+  ~TransportTestbed() noexcept(false);
 
   // Each gives the driver's status.
 
@@ -151,7 +151,7 @@ class HostedCamera {
   void NoteFrameStarts();
   void RethrowHandlerError();
 
-  const HostedCameraOptions options_;
+  const TransportTestbedOptions options_;
   KEVENT progress_{};  ///< a frame was delivered, or the bus ended
   KMUTEX consumer_{};  ///< held while a frame is delivered, and by who must not meet one
   MeteredBus meter_;
@@ -173,7 +173,7 @@ class HostedCamera {
 };
 
 /// Makes a camera, hands it to `use`, and closes it in order also if `use` throws.
-void WithHostedCamera(bus::UsbBus& bus, HostedCameraOptions options,
-                      const std::function<void(HostedCamera& camera)>& use);
+void WithTransportTestbed(bus::UsbBus& bus, TransportTestbedOptions options,
+                          const std::function<void(TransportTestbed& camera)>& use);
 
-}  // namespace lidcam::world
+}  // namespace lidcam::testbed

@@ -2,7 +2,7 @@
 
 #include <exception>
 
-namespace lidcam::world {
+namespace lidcam::testbed {
 namespace {
 
 // Everything else unwinds threads of a world that stops, and is not to be held up.
@@ -35,4 +35,4 @@ void RunThenEnd(const std::function<void()>& use, const std::function<void()>& e
   if (error != nullptr) std::rethrow_exception(error);
 }
 
-}  // namespace lidcam::world
+}  // namespace lidcam::testbed

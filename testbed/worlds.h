@@ -5,7 +5,7 @@
 
 #include "platform/host/nt/simulated_scheduler.h"
 
-namespace lidcam::world {
+namespace lidcam::testbed {
 
 /// Runs `body` as a kernel thread of the machine's own time: for a bus that keeps real time.
 ///
@@ -25,4 +25,4 @@ host::SimulationOutcome RunInVirtualTime(const host::SimulationOptions& options,
 /// while an exception unwinds, since that is how a world that stops leaves them alone.
 void RunThenEnd(const std::function<void()>& use, const std::function<void()>& end);
 
-}  // namespace lidcam::world
+}  // namespace lidcam::testbed

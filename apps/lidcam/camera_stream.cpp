@@ -151,7 +151,7 @@ void CameraStream::Run() {
 
 void CameraStream::Stop() {
   watch_.reset();
-  if (opened_.End() != world::BusEnd::None) opened_.TellGone();
+  if (opened_.End() != testbed::BusEnd::None) opened_.TellGone();
   if (opened_.IsToldGone()) return;
   try {
     pin_.Stop();
@@ -161,7 +161,7 @@ void CameraStream::Stop() {
 }
 
 bool CameraStream::Advance() {
-  if (opened_.End() != world::BusEnd::None) return DrainAtEnd();
+  if (opened_.End() != testbed::BusEnd::None) return DrainAtEnd();
   if (!TakeNext(kStep)) WatchTransfers();
   return true;
 }
@@ -227,14 +227,14 @@ void CameraStream::WatchTransfers() {
                      ": its transfers did not start again");
 }
 
-world::BusMeter CameraStream::SinceRun() const {
-  const world::BusMeter now = opened_.Meter();
+testbed::BusMeter CameraStream::SinceRun() const {
+  const testbed::BusMeter now = opened_.Meter();
   return {.Bytes = now.Bytes - atRun_.Bytes, .Microframes = now.Microframes - atRun_.Microframes};
 }
 
 StreamCounts CameraStream::Counts() const {
   StreamCounts counts = counts_;
-  const world::BusMeter meter = SinceRun();
+  const testbed::BusMeter meter = SinceRun();
   counts.BusBytes = meter.Bytes;
   counts.Microframes = meter.Microframes;
   return counts;
@@ -257,7 +257,7 @@ void WithStream(bus::UsbBus& bus, const StreamSetup& setup,
     client::Stream pin(opened.Camera(), FormatFor(opened.Camera(), setup.Size));
     const PictureSize rawSize = BringUp(opened, pin, setup);
     CameraStream stream(opened, pin, rawSize, setup);
-    world::RunThenEnd(
+    testbed::RunThenEnd(
         [&] {
           stream.Run();
           use(stream);

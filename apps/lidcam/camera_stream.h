@@ -74,14 +74,14 @@ class CameraStream {
   void Take(const client::Frame& frame);
   bool DrainAtEnd();
   void WatchTransfers();
-  [[nodiscard]] world::BusMeter SinceRun() const;
+  [[nodiscard]] testbed::BusMeter SinceRun() const;
 
   OpenedCamera& opened_;
   client::Stream& pin_;
   PictureSize picture_;  ///< what the frames are, which may be less than the pin's buffers hold
   PictureSize rawSize_;
   StreamFrameHandler frames_;
-  world::BusMeter atRun_;
+  testbed::BusMeter atRun_;
   std::optional<DeliveryWatch> watch_;
   StreamCounts counts_;  ///< of frames; the bus's share comes from its meter
   StreamProgress last_;  ///< of the newest frame

@@ -14,11 +14,11 @@ namespace {
 // Any will do: with one number, equal commands give equal bytes.
 constexpr std::uint64_t kSeed = 1;
 
-void StartCamera(world::InstalledCamera& camera, const bus::UsbDeviceInfo& device) {
+void StartCamera(testbed::InstalledTestbed& camera, const bus::UsbDeviceInfo& device) {
   const NTSTATUS status = camera.Start();
   if (NT_SUCCESS(status)) return;
   const std::string failure = "camera " + IdentityText(device) + " did not come up: ";
-  if (camera.End() == world::BusEnd::Unplugged) throw CommandError(failure + "it was unplugged");
+  if (camera.End() == testbed::BusEnd::Unplugged) throw CommandError(failure + "it was unplugged");
   throw CommandError(failure + host::StatusText(status));
 }
 
@@ -30,17 +30,17 @@ bool IsInRealTime(const CameraChoice& choice) {
 
 void RunInTimeOf(const CameraChoice& choice, const std::function<void()>& body) {
   if (IsInRealTime(choice)) {
-    world::RunInRealTime(body);
+    testbed::RunInRealTime(body);
   } else {
     RunInVirtualTime(body);
   }
 }
 
 void RunInVirtualTime(const std::function<void()>& body) {
-  world::RunInVirtualTime({.Seed = kSeed, .KeepsFreedPool = false}, body);
+  testbed::RunInVirtualTime({.Seed = kSeed, .KeepsFreedPool = false}, body);
 }
 
-OpenedCamera::OpenedCamera(world::InstalledCamera& installed, const client::Camera& camera,
+OpenedCamera::OpenedCamera(testbed::InstalledTestbed& installed, const client::Camera& camera,
                            const bus::UsbDeviceInfo& device, CameraGates& gates)
     : installed_(installed), camera_(camera), device_(device), gates_(gates) {
   WithContext([this](const CameraContext& context) { sensorType_ = context.SensorType; });
@@ -60,17 +60,17 @@ void WithOpenedCamera(bus::UsbBus& bus, const std::function<void(OpenedCamera& o
     throw CommandError(error.what());
   }
   CameraGates gates(bus);
-  world::InstalledCamera installed(gates.Setting, {.DriverKey = DriverKeyOf(device)});
+  testbed::InstalledTestbed installed(gates.Setting, {.DriverKey = DriverKeyOf(device)});
   const auto open = [&] {
     StartCamera(installed, device);
     const client::Camera camera = client::Camera::Open(installed.TopDevice());
     OpenedCamera opened(installed, camera, device, gates);
-    world::RunThenEnd([&] { use(opened); },
-                      [&] {
-                        if (opened.End() != world::BusEnd::None) opened.TellGone();
-                      });
+    testbed::RunThenEnd([&] { use(opened); },
+                        [&] {
+                          if (opened.End() != testbed::BusEnd::None) opened.TellGone();
+                        });
   };
-  world::RunThenEnd(open, [&] { installed.Close(); });
+  testbed::RunThenEnd(open, [&] { installed.Close(); });
 }
 
 void WithOpenedCameraOf(CameraChoice choice, const std::function<void(OpenedCamera& opened)>& use) {

@@ -27,7 +27,7 @@ struct CameraGates {
       : Plugged(bus), Meter(Plugged, {}), Stream(Meter), Setting(Stream) {}
 
   RecordedDevice Plugged;
-  world::MeteredBus Meter;
+  testbed::MeteredBus Meter;
   StreamGate Stream;
   SettingGate Setting;
 };
@@ -36,7 +36,7 @@ struct CameraGates {
 /// opens it.
 class OpenedCamera {
  public:
-  OpenedCamera(world::InstalledCamera& installed, const client::Camera& camera,
+  OpenedCamera(testbed::InstalledTestbed& installed, const client::Camera& camera,
                const bus::UsbDeviceInfo& device, CameraGates& gates);
   OpenedCamera(const OpenedCamera&) = delete;
   OpenedCamera& operator=(const OpenedCamera&) = delete;
@@ -55,16 +55,16 @@ class OpenedCamera {
   }
 
   /// What was read from the camera.
-  [[nodiscard]] world::BusMeter Meter() const { return gates_.Meter.Meter(); }
-  [[nodiscard]] world::BusEnd End() const { return installed_.End(); }
-  [[nodiscard]] bool IsUnplugged() const { return End() == world::BusEnd::Unplugged; }
+  [[nodiscard]] testbed::BusMeter Meter() const { return gates_.Meter.Meter(); }
+  [[nodiscard]] testbed::BusEnd End() const { return installed_.End(); }
+  [[nodiscard]] bool IsUnplugged() const { return End() == testbed::BusEnd::Unplugged; }
 
   /// Plug and play tells the driver that its device is gone, once.
   void TellGone();
   [[nodiscard]] bool IsToldGone() const { return isToldGone_; }
 
  private:
-  world::InstalledCamera& installed_;
+  testbed::InstalledTestbed& installed_;
   const client::Camera& camera_;
   const bus::UsbDeviceInfo& device_;
   CameraGates& gates_;

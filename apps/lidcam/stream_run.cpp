@@ -213,12 +213,12 @@ StreamResult RunStream(bus::UsbBus& bus, const StreamSize& size, const StreamLim
     stream.Opened().WithContext(
         [&](const CameraContext& context) { result.Note = PictureNoteOf(context); });
     const double processorAtRun = ProcessorSeconds();
-    world::RunThenEnd([&] { isComplete = RunToEnd(stream, limits, verbosity); },
-                      [&] {
-                        result.ProcessorSeconds = ProcessorSeconds() - processorAtRun;
-                        result.Counts = stream.Counts();
-                        result.IsUnplugged = stream.IsUnplugged();
-                      });
+    testbed::RunThenEnd([&] { isComplete = RunToEnd(stream, limits, verbosity); },
+                        [&] {
+                          result.ProcessorSeconds = ProcessorSeconds() - processorAtRun;
+                          result.Counts = stream.Counts();
+                          result.IsUnplugged = stream.IsUnplugged();
+                        });
   };
   const StreamSetup setup{.Size = size,
                           .Controls = controls,

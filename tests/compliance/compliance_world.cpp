@@ -97,8 +97,8 @@ std::string NameOf(CameraKind kind) {
 }
 
 void Host::PlugIn() {
-  installed_ = std::make_unique<world::InstalledCamera>(
-      bus_, world::InstalledCameraOptions{.DriverKey = host::ImagingDriverKey(0)});
+  installed_ = std::make_unique<testbed::InstalledTestbed>(
+      bus_, testbed::InstalledTestbedOptions{.DriverKey = host::ImagingDriverKey(0)});
   const NTSTATUS status = installed_->Start();
   if (!NT_SUCCESS(status)) {
     Close();
@@ -136,9 +136,9 @@ host::SimulationOutcome RunOver(bus::UsbBus& bus, const Scenario& scenario, std:
   const FreshRegistry registry;
   test::ResetSharedExposure();
   const std::size_t blocks = host::PoolUsageOfAll().Blocks;
-  const host::SimulationOutcome outcome = world::RunInVirtualTime({.Seed = seed}, [&] {
+  const host::SimulationOutcome outcome = testbed::RunInVirtualTime({.Seed = seed}, [&] {
     Host host(bus);
-    world::RunThenEnd([&] { scenario(host); }, [&] { host.Close(); });
+    testbed::RunThenEnd([&] { scenario(host); }, [&] { host.Close(); });
   });
   EXPECT_EQ(host::PoolUsageOfAll().Blocks, blocks);
   return outcome;

@@ -37,7 +37,7 @@ class Host {
   Host(const Host&) = delete;
   Host& operator=(const Host&) = delete;
 
-  [[nodiscard]] world::InstalledCamera& Installed() { return *installed_; }
+  [[nodiscard]] testbed::InstalledTestbed& Installed() { return *installed_; }
   [[nodiscard]] client::Camera Open() const {
     return client::Camera::Open(installed_->TopDevice());
   }
@@ -52,7 +52,7 @@ class Host {
   void PlugIn();
 
   bus::UsbBus& bus_;
-  std::unique_ptr<world::InstalledCamera> installed_;
+  std::unique_ptr<testbed::InstalledTestbed> installed_;
 };
 
 struct ScenarioOptions {

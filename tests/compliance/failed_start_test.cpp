@@ -18,7 +18,7 @@ using ::testing::IsEmpty;
 
 constexpr auto kUnsuccessful = static_cast<NTSTATUS>(0xC0000001);
 
-void ExpectNothingOnOffer(const world::InstalledCamera& installed) {
+void ExpectNothingOnOffer(const testbed::InstalledTestbed& installed) {
   const Camera camera = Camera::Open(installed.TopDevice());
   EXPECT_THAT(camera.Ranges(), IsEmpty());
   EXPECT_EQ(StatusOf([&] {
@@ -31,8 +31,8 @@ void ExpectNothingOnOffer(const world::InstalledCamera& installed) {
 TEST(FailedStart, OfASilentCameraLeavesAFilterThatOffersNothing) {
   bus::SimulatedBus simulated({});
   bus::FaultBus bus(simulated, {.Script = bus::ParseFaultScript("control 1 unplug")});
-  world::RunInVirtualTime({.Seed = 1}, [&] {
-    world::InstalledCamera installed(bus, {});
+  testbed::RunInVirtualTime({.Seed = 1}, [&] {
+    testbed::InstalledTestbed installed(bus, {});
     EXPECT_FALSE(NT_SUCCESS(installed.Start()));
     ExpectNothingOnOffer(installed);
     installed.Close();
@@ -44,8 +44,8 @@ TEST(FailedStart, WithoutMemoryLeavesAFilterThatTellsSo) {
   int opened = 0;
   for (std::uint32_t number = 1; number <= 60; ++number) {
     bus::SimulatedBus bus({});
-    world::RunInVirtualTime({.Seed = 1}, [&] {
-      world::InstalledCamera installed(bus, {});
+    testbed::RunInVirtualTime({.Seed = 1}, [&] {
+      testbed::InstalledTestbed installed(bus, {});
       host::FailPoolAllocation(number);
       const bool hasStarted = NT_SUCCESS(installed.Start());
       host::FailPoolAllocation(0);

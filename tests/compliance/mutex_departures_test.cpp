@@ -19,7 +19,7 @@ using client::Camera;
 using client::Stream;
 using host::ClassCall;
 using host::ClassRule;
-using world::SeenDeparture;
+using testbed::SeenDeparture;
 
 void LiveThroughEverything(Host& host) {
   const PDEVICE_OBJECT device = host.Installed().TopDevice();
@@ -49,7 +49,7 @@ std::vector<SeenDeparture> SeenOnPlatform(std::uint16_t version) {
   host::SetWdmVersion(version);
   RunOn(CameraKind::Simulated, [&seen](Host& host) {
     LiveThroughEverything(host);
-    seen = world::DeparturesSeen(host.Installed().TopDevice());
+    seen = testbed::DeparturesSeen(host.Installed().TopDevice());
   });
   host::SetWdmVersion(0x0130);
   return seen;
@@ -80,9 +80,9 @@ TEST(MutexDepartures, OfTheDriverAreTheseSix) {
   for (const SeenDeparture& departure : expected) {
     EXPECT_TRUE(Has(seen, departure.Rule, departure.Call))
         << static_cast<int>(departure.Rule) << " " << static_cast<int>(departure.Call);
-    EXPECT_TRUE(world::IsRequired(departure));
+    EXPECT_TRUE(testbed::IsRequired(departure));
   }
-  EXPECT_EQ(world::RequiredDepartures().size(), expected.size());
+  EXPECT_EQ(testbed::RequiredDepartures().size(), expected.size());
 }
 
 }  // namespace

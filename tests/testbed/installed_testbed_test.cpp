@@ -16,7 +16,7 @@
 #include "platform/host/client/stream.h"
 #include "testbed/worlds.h"
 
-namespace lidcam::world {
+namespace lidcam::testbed {
 namespace {
 
 using client::Camera;
@@ -26,10 +26,11 @@ using client::Stream;
 constexpr LONGLONG kSecond = 10'000'000;  // 100 ns
 
 /// A host in a world of its own, with the default camera plugged in and started.
-void WithInstalledCamera(const std::function<void(InstalledCamera&)>& use, std::uint64_t seed = 1) {
+void WithInstalledTestbed(const std::function<void(InstalledTestbed&)>& use,
+                          std::uint64_t seed = 1) {
   bus::SimulatedBus bus({});
   RunInVirtualTime({.Seed = seed}, [&] {
-    InstalledCamera camera(bus, {});
+    InstalledTestbed camera(bus, {});
     ASSERT_EQ(camera.Start(), STATUS_SUCCESS);
     RunThenEnd([&] { use(camera); }, [&] { camera.Close(); });
   });
@@ -42,8 +43,8 @@ struct Size {
 
 constexpr Size kSizes[] = {{640, 480}, {352, 288}, {320, 240}, {176, 144}, {160, 120}};
 
-TEST(InstalledCamera, OffersItsFiveSizesOnOnePinInTwoCategories) {
-  WithInstalledCamera([](InstalledCamera& installed) {
+TEST(InstalledTestbed, OffersItsFiveSizesOnOnePinInTwoCategories) {
+  WithInstalledTestbed([](InstalledTestbed& installed) {
     const Camera camera = Camera::Open(installed.TopDevice());
     EXPECT_EQ(camera.PinCount(), 1U);
     const std::vector<GUID> categories = camera.Categories();
@@ -59,10 +60,10 @@ TEST(InstalledCamera, OffersItsFiveSizesOnOnePinInTwoCategories) {
   });
 }
 
-class InstalledCameraOfSize : public ::testing::TestWithParam<Size> {};
+class InstalledTestbedOfSize : public ::testing::TestWithParam<Size> {};
 
-TEST_P(InstalledCameraOfSize, DeliversTenFramesInTheOrderOfItsClock) {
-  WithInstalledCamera([](InstalledCamera& installed) {
+TEST_P(InstalledTestbedOfSize, DeliversTenFramesInTheOrderOfItsClock) {
+  WithInstalledTestbed([](InstalledTestbed& installed) {
     const auto [width, height] = GetParam();
     const auto bytes = static_cast<std::uint32_t>(width * height * 2);
     const Camera camera = Camera::Open(installed.TopDevice());
@@ -93,14 +94,14 @@ TEST_P(InstalledCameraOfSize, DeliversTenFramesInTheOrderOfItsClock) {
   });
 }
 
-INSTANTIATE_TEST_SUITE_P(Sizes, InstalledCameraOfSize, ::testing::ValuesIn(kSizes),
+INSTANTIATE_TEST_SUITE_P(Sizes, InstalledTestbedOfSize, ::testing::ValuesIn(kSizes),
                          [](const auto& size) {
                            return std::to_string(size.param.Width) + "x" +
                                   std::to_string(size.param.Height);
                          });
 
-TEST(InstalledCamera, WithoutAClockStampsNothing) {
-  WithInstalledCamera([](InstalledCamera& installed) {
+TEST(InstalledTestbed, WithoutAClockStampsNothing) {
+  WithInstalledTestbed([](InstalledTestbed& installed) {
     const Camera camera = Camera::Open(installed.TopDevice());
     Stream stream(camera, camera.FormatOf(160, 120));
     stream.Run();
@@ -111,8 +112,8 @@ TEST(InstalledCamera, WithoutAClockStampsNothing) {
   });
 }
 
-TEST(InstalledCamera, PausedGivesNothingAndRunsOn) {
-  WithInstalledCamera([](InstalledCamera& installed) {
+TEST(InstalledTestbed, PausedGivesNothingAndRunsOn) {
+  WithInstalledTestbed([](InstalledTestbed& installed) {
     const Camera camera = Camera::Open(installed.TopDevice());
     Stream stream(camera, camera.FormatOf(160, 120));
     stream.Run();
@@ -126,8 +127,8 @@ TEST(InstalledCamera, PausedGivesNothingAndRunsOn) {
   });
 }
 
-TEST(InstalledCamera, StopsAndRunsAgainWithTheSameBuffers) {
-  WithInstalledCamera([](InstalledCamera& installed) {
+TEST(InstalledTestbed, StopsAndRunsAgainWithTheSameBuffers) {
+  WithInstalledTestbed([](InstalledTestbed& installed) {
     const Camera camera = Camera::Open(installed.TopDevice());
     Stream stream(camera, camera.FormatOf(320, 240));
     for (int round = 0; round < 3; ++round) {
@@ -139,8 +140,8 @@ TEST(InstalledCamera, StopsAndRunsAgainWithTheSameBuffers) {
   });
 }
 
-TEST(InstalledCamera, HasOneStreamForAllApplications) {
-  WithInstalledCamera([](InstalledCamera& installed) {
+TEST(InstalledTestbed, HasOneStreamForAllApplications) {
+  WithInstalledTestbed([](InstalledTestbed& installed) {
     const Camera first = Camera::Open(installed.TopDevice());
     const Camera second = Camera::Open(installed.TopDevice());
     Stream stream(first, first.FormatOf(640, 480));
@@ -154,8 +155,8 @@ TEST(InstalledCamera, HasOneStreamForAllApplications) {
   });
 }
 
-TEST(InstalledCamera, KeepsAnAmplifierLevelAndTellsItsRange) {
-  WithInstalledCamera([](InstalledCamera& installed) {
+TEST(InstalledTestbed, KeepsAnAmplifierLevelAndTellsItsRange) {
+  WithInstalledTestbed([](InstalledTestbed& installed) {
     const Camera camera = Camera::Open(installed.TopDevice());
     const GUID& set = PROPSETID_VIDCAP_VIDEOPROCAMP;
     const client::PropertySupport support =
@@ -172,8 +173,8 @@ TEST(InstalledCamera, KeepsAnAmplifierLevelAndTellsItsRange) {
   });
 }
 
-TEST(InstalledCamera, AnswersVideoControlAndItsOwnSetWhileItStreams) {
-  WithInstalledCamera([](InstalledCamera& installed) {
+TEST(InstalledTestbed, AnswersVideoControlAndItsOwnSetWhileItStreams) {
+  WithInstalledTestbed([](InstalledTestbed& installed) {
     const Camera camera = Camera::Open(installed.TopDevice());
     Stream stream(camera, camera.FormatOf(160, 120));
     stream.Run();
@@ -188,8 +189,8 @@ TEST(InstalledCamera, AnswersVideoControlAndItsOwnSetWhileItStreams) {
   });
 }
 
-TEST(InstalledCamera, RefusesASetThatNobodyKnows) {
-  WithInstalledCamera([](InstalledCamera& installed) {
+TEST(InstalledTestbed, RefusesASetThatNobodyKnows) {
+  WithInstalledTestbed([](InstalledTestbed& installed) {
     const Camera camera = Camera::Open(installed.TopDevice());
     LONG value = 0;
     EXPECT_EQ(camera.Properties().Get(KSNAME_Pin, 0, value), STATUS_PROPSET_NOT_FOUND);
@@ -197,8 +198,8 @@ TEST(InstalledCamera, RefusesASetThatNobodyKnows) {
   });
 }
 
-TEST(InstalledCamera, PulledWhileItStreamsHandsItsBuffersBackAndClosesLater) {
-  WithInstalledCamera([](InstalledCamera& installed) {
+TEST(InstalledTestbed, PulledWhileItStreamsHandsItsBuffersBackAndClosesLater) {
+  WithInstalledTestbed([](InstalledTestbed& installed) {
     const Camera camera = Camera::Open(installed.TopDevice());
     Stream stream(camera, camera.FormatOf(640, 480));
     stream.Run();
@@ -211,8 +212,8 @@ TEST(InstalledCamera, PulledWhileItStreamsHandsItsBuffersBackAndClosesLater) {
   });
 }
 
-TEST(InstalledCamera, RemovedUnderOpenFilesGoesWithTheLastOfThem) {
-  WithInstalledCamera([](InstalledCamera& installed) {
+TEST(InstalledTestbed, RemovedUnderOpenFilesGoesWithTheLastOfThem) {
+  WithInstalledTestbed([](InstalledTestbed& installed) {
     const Camera camera = Camera::Open(installed.TopDevice());
     Stream stream(camera, camera.FormatOf(160, 120));
     stream.Run();
@@ -225,8 +226,8 @@ TEST(InstalledCamera, RemovedUnderOpenFilesGoesWithTheLastOfThem) {
   });
 }
 
-TEST(InstalledCamera, SleepsAndWakesUnderAStream) {
-  WithInstalledCamera([](InstalledCamera& installed) {
+TEST(InstalledTestbed, SleepsAndWakesUnderAStream) {
+  WithInstalledTestbed([](InstalledTestbed& installed) {
     const Camera camera = Camera::Open(installed.TopDevice());
     Stream stream(camera, camera.FormatOf(160, 120));
     stream.Run();
@@ -241,11 +242,11 @@ TEST(InstalledCamera, SleepsAndWakesUnderAStream) {
   });
 }
 
-TEST(InstalledCamera, OfOneSeedRunsTheSameSchedule) {
+TEST(InstalledTestbed, OfOneSeedRunsTheSameSchedule) {
   const auto run = [](std::uint64_t seed) {
     bus::SimulatedBus bus({});
     return RunInVirtualTime({.Seed = seed}, [&bus] {
-      InstalledCamera installed(bus, {});
+      InstalledTestbed installed(bus, {});
       ASSERT_EQ(installed.Start(), STATUS_SUCCESS);
       const Camera camera = Camera::Open(installed.TopDevice());
       Stream stream(camera, camera.FormatOf(160, 120));
@@ -258,4 +259,4 @@ TEST(InstalledCamera, OfOneSeedRunsTheSameSchedule) {
 }
 
 }  // namespace
-}  // namespace lidcam::world
+}  // namespace lidcam::testbed

@@ -14,7 +14,7 @@
 #include "testbed/worlds.h"
 #include "tests/driver/support/sanitizers.h"
 
-namespace lidcam::world {
+namespace lidcam::testbed {
 namespace {
 
 using client::Camera;
@@ -23,18 +23,19 @@ using client::Stream;
 constexpr LONGLONG kSecond = 10'000'000;  // 100 ns
 const std::uint64_t kSeeds = test::kIsSanitized ? 10 : 60;
 
-void WithInstalledCamera(const std::function<void(InstalledCamera&)>& use, std::uint64_t seed = 1) {
+void WithInstalledTestbed(const std::function<void(InstalledTestbed&)>& use,
+                          std::uint64_t seed = 1) {
   bus::SimulatedBus bus({});
   RunInVirtualTime({.Seed = seed}, [&] {
-    InstalledCamera camera(bus, {});
+    InstalledTestbed camera(bus, {});
     ASSERT_EQ(camera.Start(), STATUS_SUCCESS);
     RunThenEnd([&] { use(camera); }, [&] { camera.Close(); });
   });
 }
 
 // The pin's ranges are tried one after the other: those that don't match say nothing of the state.
-TEST(InstalledCamera, RefusesAFormatOfEverySizeForTheStateWhileItStreams) {
-  WithInstalledCamera([](InstalledCamera& installed) {
+TEST(InstalledTestbed, RefusesAFormatOfEverySizeForTheStateWhileItStreams) {
+  WithInstalledTestbed([](InstalledTestbed& installed) {
     const Camera camera = Camera::Open(installed.TopDevice());
     Stream stream(camera, camera.FormatOf(160, 120));
     ASSERT_EQ(stream.SetState(KSSTATE_RUN), STATUS_SUCCESS);
@@ -47,8 +48,8 @@ TEST(InstalledCamera, RefusesAFormatOfEverySizeForTheStateWhileItStreams) {
 }
 
 // A frame that is let go of after the stop goes back to the driver, which keeps it until the stream runs.
-TEST(InstalledCamera, RunsAgainAfterABufferCameToAStoppedStream) {
-  WithInstalledCamera([](InstalledCamera& installed) {
+TEST(InstalledTestbed, RunsAgainAfterABufferCameToAStoppedStream) {
+  WithInstalledTestbed([](InstalledTestbed& installed) {
     const Camera camera = Camera::Open(installed.TopDevice());
     Stream stream(camera, camera.FormatOf(160, 120));
     stream.Run();
@@ -66,12 +67,12 @@ TEST(InstalledCamera, RunsAgainAfterABufferCameToAStoppedStream) {
 }
 
 // An opening that is under way when the device is removed comes to its end first.
-TEST(InstalledCamera, IsRemovedBehindTheOpeningsThatAreUnderWay) {
+TEST(InstalledTestbed, IsRemovedBehindTheOpeningsThatAreUnderWay) {
   std::uint64_t opened = 0;
   std::uint64_t refused = 0;
   for (std::uint64_t seed = 1; seed <= kSeeds; ++seed) {
-    WithInstalledCamera(
-        [&](InstalledCamera& installed) {
+    WithInstalledTestbed(
+        [&](InstalledTestbed& installed) {
           KEVENT begun{};
           KeInitializeEvent(&begun, NotificationEvent, FALSE);
           const host::ServiceThread application([&] {
@@ -92,8 +93,8 @@ TEST(InstalledCamera, IsRemovedBehindTheOpeningsThatAreUnderWay) {
   EXPECT_GT(refused, 0U);
 }
 
-TEST(InstalledCamera, IsClosedAndRemovedWithoutMemoryForARequest) {
-  WithInstalledCamera([](InstalledCamera& installed) {
+TEST(InstalledTestbed, IsClosedAndRemovedWithoutMemoryForARequest) {
+  WithInstalledTestbed([](InstalledTestbed& installed) {
     {
       const Camera camera = Camera::Open(installed.TopDevice());
       host::FailKernelCall("IoAllocateIrp", 1, STATUS_INSUFFICIENT_RESOURCES);
@@ -107,4 +108,4 @@ TEST(InstalledCamera, IsClosedAndRemovedWithoutMemoryForARequest) {
 }
 
 }  // namespace
-}  // namespace lidcam::world
+}  // namespace lidcam::testbed

@@ -6,17 +6,17 @@
 #include "platform/host/nt/irp_registry.h"
 #include "testbed/transport_testbed.h"
 
-namespace lidcam::world {
+namespace lidcam::testbed {
 namespace {
 
-TEST(HostedCameraInRealTime, StreamsPausesResumesAndIsUnplugged) {
+TEST(TransportTestbedInRealTime, StreamsPausesResumesAndIsUnplugged) {
   bus::SimulatedBusOptions options;
   options.Pace = bus::Pacing::RealTime;
   bus::SimulatedBus bus(options);
   std::uint64_t handled = 0;
   RunInRealTime([&] {
     const auto count = [&handled](const HostedFrame&) { ++handled; };
-    WithHostedCamera(bus, {.Frames = count}, [](HostedCamera& camera) {
+    WithTransportTestbed(bus, {.Frames = count}, [](TransportTestbed& camera) {
       ASSERT_EQ(camera.Start(), STATUS_SUCCESS);
       ASSERT_EQ(camera.Acquire({.Width = 320, .Height = 240}), STATUS_SUCCESS);
       ASSERT_EQ(camera.Run(), STATUS_SUCCESS);
@@ -32,4 +32,4 @@ TEST(HostedCameraInRealTime, StreamsPausesResumesAndIsUnplugged) {
 }
 
 }  // namespace
-}  // namespace lidcam::world
+}  // namespace lidcam::testbed

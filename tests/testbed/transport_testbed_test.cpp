@@ -13,7 +13,7 @@
 #include "driver/core/control_codes.h"
 #include "platform/host/nt/pool.h"
 
-namespace lidcam::world {
+namespace lidcam::testbed {
 namespace {
 
 constexpr NTSTATUS kDeviceDataError = static_cast<NTSTATUS>(0xC000009C);
@@ -21,22 +21,22 @@ constexpr NTSTATUS kUnsuccessful = static_cast<NTSTATUS>(0xC0000001);
 constexpr StreamRequest kSmall{.Width = 160, .Height = 120};
 
 /// A host with the default camera, started, in a world of its own.
-void WithStartedCamera(const std::function<void(HostedCamera&)>& use, FrameHandler frames = {},
+void WithStartedCamera(const std::function<void(TransportTestbed&)>& use, FrameHandler frames = {},
                        std::uint64_t seed = 1) {
   bus::SimulatedBus bus({});
   RunInVirtualTime({.Seed = seed}, [&] {
-    WithHostedCamera(bus, {.Frames = std::move(frames)}, [&](HostedCamera& camera) {
+    WithTransportTestbed(bus, {.Frames = std::move(frames)}, [&](TransportTestbed& camera) {
       ASSERT_EQ(camera.Start(), STATUS_SUCCESS);
       use(camera);
     });
   });
 }
 
-TEST(HostedCamera, DeliversFramesFromStartToStop) {
+TEST(TransportTestbed, DeliversFramesFromStartToStop) {
   std::size_t bytes = 0;
   std::vector<std::size_t> rawBytes;
   WithStartedCamera(
-      [&](HostedCamera& camera) {
+      [&](TransportTestbed& camera) {
         ASSERT_EQ(camera.Acquire({}), STATUS_SUCCESS);
         ASSERT_EQ(camera.Run(), STATUS_SUCCESS);
         EXPECT_TRUE(camera.WaitForFrames(3, kSecond));
@@ -56,8 +56,8 @@ TEST(HostedCamera, DeliversFramesFromStartToStop) {
   EXPECT_THAT(rawBytes, ::testing::Each(614466U));
 }
 
-TEST(HostedCamera, CountsTheBytesAndTheTimeOfTheBusFromItsAcquisitionOn) {
-  WithStartedCamera([](HostedCamera& camera) {
+TEST(TransportTestbed, CountsTheBytesAndTheTimeOfTheBusFromItsAcquisitionOn) {
+  WithStartedCamera([](TransportTestbed& camera) {
     for (int round = 0; round < 2; ++round) {
       ASSERT_EQ(camera.Acquire({}), STATUS_SUCCESS);
       EXPECT_EQ(camera.Counts().BusBytes, 0U);
@@ -71,8 +71,8 @@ TEST(HostedCamera, CountsTheBytesAndTheTimeOfTheBusFromItsAcquisitionOn) {
   });
 }
 
-TEST(HostedCamera, PausedDeliversNothingAndResumedGoesOn) {
-  WithStartedCamera([](HostedCamera& camera) {
+TEST(TransportTestbed, PausedDeliversNothingAndResumedGoesOn) {
+  WithStartedCamera([](TransportTestbed& camera) {
     ASSERT_EQ(camera.Acquire(kSmall), STATUS_SUCCESS);
     ASSERT_EQ(camera.Run(), STATUS_SUCCESS);
     ASSERT_TRUE(camera.WaitForFrames(2, kSecond));
@@ -86,15 +86,15 @@ TEST(HostedCamera, PausedDeliversNothingAndResumedGoesOn) {
   });
 }
 
-TEST(HostedCamera, AcquiredTwiceRefusesTheSecondTime) {
-  WithStartedCamera([](HostedCamera& camera) {
+TEST(TransportTestbed, AcquiredTwiceRefusesTheSecondTime) {
+  WithStartedCamera([](TransportTestbed& camera) {
     ASSERT_EQ(camera.Acquire({}), STATUS_SUCCESS);
     EXPECT_EQ(camera.Acquire({}), kUnsuccessful);
   });
 }
 
-TEST(HostedCamera, UnpluggedKeepsItsFramesAndAnswersThatItIsGone) {
-  WithStartedCamera([](HostedCamera& camera) {
+TEST(TransportTestbed, UnpluggedKeepsItsFramesAndAnswersThatItIsGone) {
+  WithStartedCamera([](TransportTestbed& camera) {
     ASSERT_EQ(camera.Acquire({}), STATUS_SUCCESS);
     ASSERT_EQ(camera.Run(), STATUS_SUCCESS);
     ASSERT_TRUE(camera.WaitForFrames(2, kSecond));
@@ -106,11 +106,11 @@ TEST(HostedCamera, UnpluggedKeepsItsFramesAndAnswersThatItIsGone) {
   });
 }
 
-TEST(HostedCamera, WhosePlugIsPulledByTheBusTellsItsEndAndClosesInOrder) {
+TEST(TransportTestbed, WhosePlugIsPulledByTheBusTellsItsEndAndClosesInOrder) {
   bus::SimulatedBus simulated({});
   bus::FaultBus bus(simulated, {.Script = bus::ParseFaultScript("at 500ms unplug")});
   RunInVirtualTime({.Seed = 3}, [&] {
-    WithHostedCamera(bus, {}, [](HostedCamera& camera) {
+    WithTransportTestbed(bus, {}, [](TransportTestbed& camera) {
       ASSERT_EQ(camera.Start(), STATUS_SUCCESS);
       ASSERT_EQ(camera.Acquire({}), STATUS_SUCCESS);
       ASSERT_EQ(camera.Run(), STATUS_SUCCESS);
@@ -121,18 +121,18 @@ TEST(HostedCamera, WhosePlugIsPulledByTheBusTellsItsEndAndClosesInOrder) {
   });
 }
 
-TEST(HostedCamera, WithoutAnAnswerOnTheBusDoesNotStart) {
+TEST(TransportTestbed, WithoutAnAnswerOnTheBusDoesNotStart) {
   bus::SimulatedBus simulated({});
   bus::FaultBus bus(simulated, {.Script = bus::ParseFaultScript("control 1 unplug")});
   RunInVirtualTime({.Seed = 1}, [&] {
-    HostedCamera camera(bus, {});
+    TransportTestbed camera(bus, {});
     EXPECT_FALSE(NT_SUCCESS(camera.Start()));
     EXPECT_FALSE(camera.IsStarted());
   });
 }
 
-TEST(HostedCamera, SleepsAndWakesWithItsStream) {
-  WithStartedCamera([](HostedCamera& camera) {
+TEST(TransportTestbed, SleepsAndWakesWithItsStream) {
+  WithStartedCamera([](TransportTestbed& camera) {
     ASSERT_EQ(camera.Acquire(kSmall), STATUS_SUCCESS);
     ASSERT_EQ(camera.Run(), STATUS_SUCCESS);
     ASSERT_TRUE(camera.WaitForFrames(2, kSecond));
@@ -146,8 +146,8 @@ TEST(HostedCamera, SleepsAndWakesWithItsStream) {
   });
 }
 
-TEST(HostedCamera, LetsControlsInBetweenItsFrames) {
-  WithStartedCamera([](HostedCamera& camera) {
+TEST(TransportTestbed, LetsControlsInBetweenItsFrames) {
+  WithStartedCamera([](TransportTestbed& camera) {
     ASSERT_EQ(camera.Acquire(kSmall), STATUS_SUCCESS);
     ASSERT_EQ(camera.Run(), STATUS_SUCCESS);
     ASSERT_TRUE(camera.WaitForFrames(1, kSecond));
@@ -163,9 +163,9 @@ TEST(HostedCamera, LetsControlsInBetweenItsFrames) {
   });
 }
 
-TEST(HostedCamera, EndsWithWhatTheFrameHandlerThrew) {
+TEST(TransportTestbed, EndsWithWhatTheFrameHandlerThrew) {
   EXPECT_THROW(WithStartedCamera(
-                   [](HostedCamera& camera) {
+                   [](TransportTestbed& camera) {
                      ASSERT_EQ(camera.Acquire(kSmall), STATUS_SUCCESS);
                      ASSERT_EQ(camera.Run(), STATUS_SUCCESS);
                      camera.WaitForFrames(5, kSecond);
@@ -175,14 +175,14 @@ TEST(HostedCamera, EndsWithWhatTheFrameHandlerThrew) {
                std::out_of_range);
 }
 
-TEST(HostedCamera, WithoutRoomForItsDeviceObjectsLeavesNothing) {
+TEST(TransportTestbed, WithoutRoomForItsDeviceObjectsLeavesNothing) {
   bus::SimulatedBus bus({});
   for (std::uint32_t n = 1;; ++n) {
     bool isBuilt = false;
     RunInVirtualTime({.Seed = 1}, [&] {
       host::FailPoolAllocation(n);
       try {
-        HostedCamera camera(bus, {});
+        TransportTestbed camera(bus, {});
         host::FailPoolAllocation(0);
         isBuilt = true;
       } catch (const std::runtime_error&) {
@@ -211,7 +211,7 @@ RunAccount RunOfSeed(std::uint64_t seed) {
     const auto keep = [&account](const HostedFrame& frame) {
       account.LastPicture.assign(frame.Yuy2.begin(), frame.Yuy2.end());
     };
-    WithHostedCamera(bus, {.Frames = keep}, [](HostedCamera& camera) {
+    WithTransportTestbed(bus, {.Frames = keep}, [](TransportTestbed& camera) {
       camera.Start();
       camera.Acquire(kSmall);
       camera.Run();
@@ -221,7 +221,7 @@ RunAccount RunOfSeed(std::uint64_t seed) {
   return account;
 }
 
-TEST(HostedCamera, OfOneSeedRunsTheSameScheduleToTheSamePicture) {
+TEST(TransportTestbed, OfOneSeedRunsTheSameScheduleToTheSamePicture) {
   const RunAccount first = RunOfSeed(7);
   EXPECT_TRUE(RunOfSeed(7) == first);
   const RunAccount other = RunOfSeed(8);
@@ -230,4 +230,4 @@ TEST(HostedCamera, OfOneSeedRunsTheSameScheduleToTheSamePicture) {
 }
 
 }  // namespace
-}  // namespace lidcam::world
+}  // namespace lidcam::testbed

@@ -4,6 +4,6 @@
 
 namespace lidcam::test {
 
-using world::ResetSharedExposure;
+using testbed::ResetSharedExposure;
 
 }  // namespace lidcam::test
