@@ -18,7 +18,7 @@
 #include "platform/host/nt/debug_print.h"
 #include "platform/host/nt/kernel_guards.h"
 #include "platform/host/nt/simulated_scheduler.h"
-#include "simulation/stamped_camera.h"
+#include "scenarios/stamped_camera.h"
 #include "testbed/transport_testbed.h"
 
 namespace lidcam::fuzz {

@@ -19,7 +19,7 @@
 #include "platform/host/nt/pool.h"
 #include "platform/host/nt/registry.h"
 #include "platform/host/nt/simulated_scheduler.h"
-#include "simulation/stamped_camera.h"
+#include "scenarios/stamped_camera.h"
 #include "testbed/installed_testbed.h"
 
 namespace lidcam::fuzz {

@@ -15,7 +15,7 @@
 #include "platform/host/client/stream.h"
 #include "platform/host/nt/debug_print.h"
 #include "platform/host/nt/simulated_scheduler.h"
-#include "simulation/stamped_camera.h"
+#include "scenarios/stamped_camera.h"
 #include "testbed/installed_testbed.h"
 
 namespace lidcam::fuzz {

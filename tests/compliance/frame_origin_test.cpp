@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <array>
 
-#include "simulation/stamped_camera.h"
+#include "scenarios/stamped_camera.h"
 #include "tests/compliance/compliance_world.h"
 #include "tests/compliance/frame_rules.h"
 

@@ -15,8 +15,8 @@
 #include "apps/lidcam/interrupt.h"
 #include "apps/lidcam/output/utf8_text.h"
 #include "apps/lidcam/standard_output.h"
-#include "simulation/runner.h"
-#include "simulation/stated_hangs.h"
+#include "scenarios/runner.h"
+#include "scenarios/stated_hangs.h"
 
 namespace lidcam::app {
 namespace {

@@ -1,0 +1,175 @@
+#include "scenarios/runner.h"
+
+#include <array>
+#include <cstdio>
+#include <exception>
+
+#include "platform/host/nt/kernel_faults.h"
+#include "platform/host/nt/kernel_guards.h"
+#include "platform/host/nt/pool.h"
+#include "platform/host/nt/simulated_scheduler.h"
+#include "platform/host/nt/verifier.h"
+#include "scenarios/stated_hangs.h"
+#include "testbed/shared_exposure.h"
+
+namespace lidcam::simulation {
+namespace {
+
+// No operation takes longer, whatever its requests suffer one after the other.
+constexpr LONGLONG kLongestStep = 120 * kSecond;
+constexpr LONGLONG kLook = 10 * kSecond;
+
+// Ends all faults that the run may have left behind.
+class FaultsOff {
+ public:
+  FaultsOff() { Clear(); }
+  FaultsOff(const FaultsOff&) = delete;
+  FaultsOff& operator=(const FaultsOff&) = delete;
+  ~FaultsOff() { Clear(); }
+
+ private:
+  static void Clear() {
+    host::ClearKernelCallFaults();
+    host::FailPoolAllocation(0);
+  }
+};
+
+// The scenario has its own thread, so that thread 0 sees when it gets no further.
+class Player {
+ public:
+  Player(const Scenario& scenario, Stage& stage, RunResult& result)
+      : scenario_(scenario), stage_(stage), result_(result) {
+    KeInitializeEvent(&done_, NotificationEvent, FALSE);
+  }
+
+  void Play() {
+    const host::ServiceThread thread([this] {
+      scenario_.Play(stage_);
+      stage_.EndFaults();
+      if (stage_.IsPluggedIn()) stage_.Remove();
+      KeSetEvent(&done_, IO_NO_INCREMENT, FALSE);
+    });
+    while (!IsDoneWithin(kLook)) {
+      const LONGLONG time = host::CurrentWorld().Now() - stage_.Longest().Began;
+      const StatedHang* const hang = time >= kLook ? RecognizeHang(stage_) : nullptr;
+      if (hang != nullptr || time > kLongestStep) ReportHang(hang);
+    }
+  }
+
+ private:
+  bool IsDoneWithin(LONGLONG time) {
+    LARGE_INTEGER limit{};
+    limit.QuadPart = -time;
+    return KeWaitForSingleObject(&done_, Executive, KernelMode, FALSE, &limit) == STATUS_SUCCESS;
+  }
+
+  void ReportHang(const StatedHang* hang) {
+    if (hang != nullptr) result_.Hang = hang->Name;
+    host::ReportViolation("simulation", "hangs at step '" + LongestUnexplained(stage_).Step + "'");
+  }
+
+  const Scenario& scenario_;
+  Stage& stage_;
+  RunResult& result_;
+  KEVENT done_{};
+};
+
+std::uint64_t Mix(std::uint64_t trace, std::uint64_t schedule) {
+  return Random(trace, schedule).Next();
+}
+
+}  // namespace
+
+std::string_view ToString(Verdict verdict) {
+  switch (verdict) {
+    case Verdict::Passed:
+      return "passed";
+    case Verdict::StatedHang:
+      return "stated hang";
+    case Verdict::CutShort:
+      return "cut short";
+    case Verdict::Failed:
+      return "FAILED";
+  }
+  return "";
+}
+
+RunOptions operator|(const RunOptions& a, const RunOptions& b) {
+  return {.HasPoints = a.HasPoints || b.HasPoints,
+          .HasStalls = a.HasStalls || b.HasStalls,
+          .HasExposure = a.HasExposure || b.HasExposure};
+}
+
+std::string ToString(const RunOptions& options) {
+  std::string text;
+  if (options.HasPoints) text += " --points";
+  if (options.HasStalls) text += " --stalls";
+  if (options.HasExposure) text += " --exposure";
+  return text;
+}
+
+std::string ReplayCommand(const RunKey& key) {
+  std::string command =
+      "lidcam simulate --scenario " + key.Scenario + " --seed " + std::to_string(key.Seed);
+  if (key.Step != 0) command += " --step " + std::to_string(key.Step);
+  return command + ToString(key.Options);
+}
+
+RunResult RunScenario(const Scenario& scenario, const RunKey& key, bool keepsTrace) {
+  RunResult result;
+  result.Key = key;
+  const FaultsOff faultsOff;
+  testbed::ResetSharedExposure();
+  const host::VerifierCapture capture;
+  TraceRecord trace(keepsTrace);
+  RunKey played = key;
+  played.Options = key.Options | scenario.Needs;
+  Stage stage(played, trace);
+  std::uint64_t schedule = 0;
+  {
+    host::SimulatedScheduler world({.Seed = key.Seed,
+                                    .HasPreemptionPoints = played.Options.HasPoints,
+                                    .AtSwitchPoint = [&stage](const host::SwitchPlace& place) {
+                                      return stage.AtSwitchPoint(place);
+                                    }});
+    try {
+      Player(scenario, stage, result).Play();
+      world.Finish();
+    } catch (const host::KernelStopped&) {
+      stage.Abandon();
+    }
+    const host::SimulationOutcome outcome = world.OutcomeSoFar();
+    schedule = outcome.TraceHash;
+    result.ScheduleLength = outcome.ScheduleLength;
+    result.Time = outcome.Time;
+  }
+  result.Hash = Mix(trace.Hash(), schedule);
+  result.Trace = trace.Text();
+  stage.EndFaults();
+  result.Counts = stage.Counts();
+  result.ReachedFault = stage.ReachedFault();
+  const auto violations = capture.Violations();
+  if (violations.empty()) {
+    result.What = stage.CutShort();
+    if (!result.What.empty()) result.Outcome = Verdict::CutShort;
+    return result;
+  }
+  result.Outcome = result.Hang.empty() ? Verdict::Failed : Verdict::StatedHang;
+  result.What = violations.front().Call + ": " + violations.front().What;
+  result.Report = violations.front().Report;
+  return result;
+}
+
+std::uint64_t RunAllSteps(const Scenario& scenario, std::uint64_t seed, const RunOptions& options,
+                          const std::function<bool(const RunResult&)>& seen) {
+  std::uint64_t reached = 0;
+  for (std::uint64_t step = 1;; ++step) {
+    const RunResult result =
+        RunScenario(scenario, {std::string(scenario.Name), seed, step, options});
+    if (!result.ReachedFault && result.Outcome != Verdict::Failed) return reached;
+    ++reached;
+    if (!seen(result)) return reached;
+  }
+}
+
+}  // namespace lidcam::simulation

@@ -1,0 +1,92 @@
+#include "scenarios/stated_hangs.h"
+
+#include <algorithm>
+#include <array>
+#include <vector>
+
+#include "platform/host/nt/thread.h"
+
+namespace lidcam::simulation {
+namespace {
+
+// A start takes down what the one before has left.
+constexpr std::array<std::string_view, 5> kStops{"stop", "remove", "surprise removal", "start",
+                                                 "restart"};
+
+bool StopsDevice(const Stage& stage) {
+  return std::ranges::any_of(kStops,
+                             [&stage](std::string_view step) { return stage.IsDoing(step); });
+}
+
+// The thread itself, or the holder of the mutex that it waits for, or the holder of what that one waits
+// for, and so on: there are no more mutexes to be had than these.
+bool WaitsFor(const host::Thread* thread, const host::Thread& stopped) {
+  constexpr int kMutexes = 8;
+  for (int i = 0; i < kMutexes && thread != nullptr && thread != &stopped; ++i) {
+    const bool isBlocked = thread->State == host::Thread::RunState::Blocked;
+    thread = isBlocked ? thread->World.HolderOf(thread->LastObject) : nullptr;
+  }
+  return thread == &stopped;
+}
+
+// The streaming class, too, waits for its requests before it lets a device go.
+bool IsHeldUpByStoppedReader(Stage& stage, const Activity& activity) {
+  const host::Thread* const stopped = stage.Trace().StoppedReader();
+  return stopped != nullptr && (WaitsFor(activity.Thread, *stopped) || activity.Step == "remove");
+}
+
+// As long as another thread does something, it may come to its end or hang without a right to.
+bool IsAllHeldUpByStoppedReader(Stage& stage) {
+  if (stage.Trace().StoppedReader() == nullptr) return false;
+  return std::ranges::all_of(stage.Activities(), [&stage](const Activity* activity) {
+    return IsHeldUpByStoppedReader(stage, *activity);
+  });
+}
+
+constexpr std::array kStatedHangs{
+    StatedHang{.Name = "stop-after-lost-work-item",
+               .Cause = "a recovery got no work item, so that its guard stays raised: stopping the "
+                        "hardware waits for a recovery that never comes",
+               .IsIt =
+                   [](Stage& stage) {
+                     return stage.Trace().HasLostWorkItem() && StopsDevice(stage) &&
+                            stage.Device() != nullptr && stage.Device()->ResetGuard >= 0;
+                   }},
+    StatedHang{
+        .Name = "request-never-comes-back",
+        .Cause = "the USB stack keeps a request that was cancelled after its five seconds: "
+                 "the wait for its end has no limit, and all other requests wait behind it",
+        .IsIt =
+            [](Stage& stage) { return stage.IsPluggedIn() && stage.Between().HasKeptRequest(); }},
+    StatedHang{.Name = "read-stops-for-good",
+               .Cause =
+                   "a bridge read of the application path met the frame path and stops: its "
+                   "request is never answered, and who wants the mutexes that its thread holds, "
+                   "its filter's or the device's, waits for ever, too",
+               .IsIt = IsAllHeldUpByStoppedReader},
+};
+
+}  // namespace
+
+std::span<const StatedHang> StatedHangs() {
+  return kStatedHangs;
+}
+
+const StatedHang* RecognizeHang(Stage& stage) {
+  for (const StatedHang& hang : kStatedHangs) {
+    if (hang.IsIt(stage)) return &hang;
+  }
+  return nullptr;
+}
+
+const Activity& LongestUnexplained(Stage& stage) {
+  std::vector<const Activity*> activities = stage.Activities();
+  std::erase_if(activities, [&stage](const Activity* activity) {
+    return IsHeldUpByStoppedReader(stage, *activity);
+  });
+  const auto longest = std::ranges::min_element(
+      activities, {}, [](const Activity* activity) { return activity->Began; });
+  return longest != activities.end() ? **longest : stage.Longest();
+}
+
+}  // namespace lidcam::simulation

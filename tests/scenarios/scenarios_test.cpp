@@ -1,0 +1,132 @@
+// Every scenario under some seeds. Many more are played by scripts/simulate.
+
+#include <gtest/gtest.h>
+
+#include <set>
+#include <string>
+
+#include "scenarios/runner.h"
+#include "tests/driver/support/sanitizers.h"
+
+namespace lidcam::simulation {
+namespace {
+
+const std::uint64_t kSeeds = test::kIsSanitized ? 3 : 8;
+const std::uint64_t kRepeatedSeeds = test::kIsSanitized ? 1 : 3;
+
+RunResult Play(const Scenario& scenario, std::uint64_t seed, std::uint64_t step = 0) {
+  return RunScenario(scenario, {std::string(scenario.Name), seed, step});
+}
+
+RunResult Play(const char* name, std::uint64_t seed) {
+  return Play(*FindScenario(name), seed);
+}
+
+class EachScenario : public testing::TestWithParam<Scenario> {};
+
+TEST_P(EachScenario, HoldsUnderItsFirstSeeds) {
+  for (std::uint64_t seed = 1; seed <= kSeeds; ++seed) {
+    const RunResult result = Play(GetParam(), seed);
+    EXPECT_NE(result.Outcome, Verdict::Failed) << ReplayCommand(result.Key) << "\n"
+                                               << result.What << "\n"
+                                               << result.Report;
+  }
+}
+
+TEST_P(EachScenario, IsTheSameRunForTheSameSeed) {
+  for (std::uint64_t seed = 1; seed <= kRepeatedSeeds; ++seed) {
+    const RunResult first = Play(GetParam(), seed);
+    const RunResult second = Play(GetParam(), seed);
+    EXPECT_EQ(first.Hash, second.Hash);
+    EXPECT_EQ(first.ScheduleLength, second.ScheduleLength);
+    EXPECT_EQ(first.Time, second.Time);
+    EXPECT_EQ(first.Trace, second.Trace);
+  }
+}
+
+TEST_P(EachScenario, IsAnotherRunForAnotherSeed) {
+  std::set<std::uint64_t> hashes;
+  for (std::uint64_t seed = 1; seed <= 4; ++seed) hashes.insert(Play(GetParam(), seed).Hash);
+  EXPECT_GT(hashes.size(), 1U);
+}
+
+std::string NameOf(const testing::TestParamInfo<Scenario>& scenario) {
+  std::string name;
+  for (const char letter : scenario.param.Name) {
+    if (letter != '-') name += letter;
+  }
+  return name;
+}
+
+INSTANTIATE_TEST_SUITE_P(All, EachScenario, testing::ValuesIn(Scenarios()), NameOf);
+
+// A failure at the first, the second, the third call ... until there are no more.
+class EachFailingCall : public testing::TestWithParam<const char*> {};
+
+TEST_P(EachFailingCall, HoldsAtEveryCallThatIsReached) {
+  const std::uint64_t steps =
+      RunAllSteps(*FindScenario(GetParam()), 1, {}, [](const RunResult& result) {
+        EXPECT_NE(result.Outcome, Verdict::Failed) << ReplayCommand(result.Key) << "\n"
+                                                   << result.What << "\n"
+                                                   << result.Report;
+        return result.Outcome != Verdict::Failed;
+      });
+  EXPECT_GT(steps, 0U);
+}
+
+std::string CallOf(const testing::TestParamInfo<const char*>& scenario) {
+  return std::string(scenario.param).substr(8);
+}
+
+INSTANTIATE_TEST_SUITE_P(Few, EachFailingCall,
+                         testing::Values("failing-IoAllocateWorkItem", "failing-IoCreateDevice",
+                                         "failing-ObReferenceObjectByHandle",
+                                         "failing-PsCreateSystemThread", "failing-ZwCreateFile",
+                                         "failing-ZwWriteFile"),
+                         CallOf);
+
+// The guard of a recovery that got no work item stays raised.
+TEST(StatedHang, StopHardwareWaitsForEverAfterTheWorkItemCouldNotBeAllocated) {
+  for (std::uint64_t seed = 1; seed <= 5; ++seed) {
+    const RunResult result = Play("lost-work-item", seed);
+    EXPECT_EQ(result.Outcome, Verdict::StatedHang) << result.What;
+    EXPECT_EQ(result.Hang, "stop-after-lost-work-item");
+    EXPECT_EQ(result.What, "simulation: hangs at step 'stop'");
+  }
+}
+
+// The second wait of a request has no limit, and it holds the turn that all others wait for.
+TEST(StatedHang, RequestThatNeverComesBackFromItsCancelHoldsTheReleaseUpForEver) {
+  for (std::uint64_t seed = 1; seed <= 5; ++seed) {
+    const RunResult result = Play("kept-request", seed);
+    EXPECT_EQ(result.Outcome, Verdict::StatedHang) << result.What;
+    EXPECT_EQ(result.Hang, "request-never-comes-back");
+    EXPECT_EQ(result.What, "simulation: hangs at step 'release'");
+  }
+}
+
+// The device is removed, or stopped and started and streams anew, beside the request that has stopped.
+TEST(StatedHang, ReadThatMeetsTheFramePathIsNeverAnsweredAndHoldsNoRemovalUp) {
+  for (std::uint64_t seed = 1; seed <= 5; ++seed) {
+    const RunResult result = Play("stopped-read", seed);
+    EXPECT_EQ(result.Outcome, Verdict::StatedHang) << result.What;
+    EXPECT_EQ(result.Hang, "read-stops-for-good");
+    EXPECT_EQ(result.What, "simulation: hangs at step 'change the light'");
+    EXPECT_NE(result.Trace.find("the device goes on"), std::string::npos) << result.Trace;
+    EXPECT_NE(result.Report.find("has stopped"), std::string::npos) << result.Report;
+  }
+}
+
+TEST(Scenarios, RecoveriesAndFramesHappenInThem) {
+  RunCounts sum;
+  for (std::uint64_t seed = 1; seed <= 6; ++seed) {
+    const RunCounts counts = Play("urb-errors", seed).Counts;
+    sum.Frames += counts.Frames;
+    sum.Recoveries += counts.Recoveries;
+  }
+  EXPECT_GT(sum.Frames, 6U);
+  EXPECT_GT(sum.Recoveries, 6U);
+}
+
+}  // namespace
+}  // namespace lidcam::simulation

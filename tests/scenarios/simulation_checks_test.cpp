@@ -1,0 +1,191 @@
+// What a broken driver would look like: each check of the simulation can fail, and tells how to see it
+// again.
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+#include "platform/host/nt/device_file.h"
+#include "scenarios/checked_stream.h"
+#include "scenarios/client_stage.h"
+#include "scenarios/runner.h"
+
+namespace lidcam::simulation {
+namespace {
+
+RunResult Play(void (*play)(Stage& stage), std::uint64_t seed = 7) {
+  return RunScenario({"broken", "", play}, {"broken", seed, 0});
+}
+
+void ExpectFailure(const RunResult& result, const std::string& what) {
+  EXPECT_EQ(result.Outcome, Verdict::Failed);
+  EXPECT_NE(result.What.find(what), std::string::npos) << result.What;
+  EXPECT_NE(result.Report.find("simulation with seed 7"), std::string::npos) << result.Report;
+  EXPECT_EQ(ReplayCommand(result.Key), "lidcam simulate --scenario broken --seed 7");
+}
+
+TEST(SimulationChecks, RequestThatNobodyFreesIsFound) {
+  ExpectFailure(Play([](Stage&) { static_cast<void>(IoAllocateIrp(1, FALSE)); }),
+                "was never freed");
+}
+
+TEST(SimulationChecks, RequestThatARemovedCameraLeavesIsFound) {
+  ExpectFailure(Play([](Stage& stage) {
+                  stage.PlugInAndStream();
+                  static_cast<void>(IoAllocateIrp(1, FALSE));
+                  stage.Remove();
+                }),
+                "a removed camera has left 1 request(s) (at step 'remove')");
+}
+
+TEST(SimulationChecks, MemoryThatNobodyFreesIsFound) {
+  ExpectFailure(
+      Play([](Stage&) { static_cast<void>(ExAllocatePoolWithTag(NonPagedPool, 48, 0x206D6457)); }),
+      "never freed: 1 block(s) of 48 bytes with tag 'Wdm '");
+}
+
+TEST(SimulationChecks, WaitAtARaisedLevelIsFound) {
+  ExpectFailure(Play([](Stage& stage) {
+                  KIRQL before = 0;
+                  KeRaiseIrql(DISPATCH_LEVEL, &before);
+                  stage.Sleep(kMillisecond);
+                }),
+                "KeDelayExecutionThread: ");
+}
+
+TEST(SimulationChecks, HangThatNoRuleStatesIsAFailure) {
+  const RunResult result = Play([](Stage&) {
+    KEVENT never;
+    KeInitializeEvent(&never, NotificationEvent, FALSE);
+    KeWaitForSingleObject(&never, Executive, KernelMode, FALSE, nullptr);
+  });
+  ExpectFailure(result, "hangs at step 'begin'");
+  EXPECT_EQ(result.Hang, "");
+}
+
+TEST(SimulationChecks, TornFrameOnABusWithoutFaultsIsFound) {
+  ExpectFailure(Play([](Stage& stage) {
+                  stage.PlugInAndStream();
+                  stage.Sleep(500 * kMillisecond);
+                  for (std::uint32_t i = 0; i < 40; ++i) {
+                    stage.Camera().CorruptReads(1);
+                    stage.Sleep(4 * kMillisecond);
+                  }
+                }),
+                "a frame is torn on a bus without faults");
+}
+
+TEST(SimulationChecks, StatusThatADriverMayNotGiveIsFound) {
+  ExpectFailure(Play([](Stage& stage) { stage.RequireStatus("run", 0x107, {STATUS_SUCCESS}); }),
+                "run answers 0x00000107");
+}
+
+TEST(SimulationChecks, StreamThatStaysSilentWithoutARecoveryIsFound) {
+  ExpectFailure(Play([](Stage& stage) {
+                  stage.PlugInAndStream();
+                  stage.Camera().SilenceReads(7);
+                  stage.Sleep(300 * kMillisecond);
+                  stage.RequireFramesOrFirstPipe();
+                }),
+                "no frames come");
+}
+
+// Behind the first frames of a run, of which any may be torn.
+TEST(SimulationChecks, TornFrameThatAClientGetsIsFound) {
+  ExpectFailure(Play([](Stage& stage) {
+                  ClientStage& clients = ClientStage::On(stage, {});
+                  clients.PlugIn({});
+                  clients.Start();
+                  const client::Camera camera = client::Camera::Open(clients.TopDevice());
+                  CheckedStream stream(stage, true, camera, camera.FormatOf(160, 120), 5);
+                  stage.Require(stream.Run() == STATUS_SUCCESS, "the stream doesn't run");
+                  for (int frames = 0; frames < 60; ++frames) {
+                    stage.Camera().CorruptReads(1);
+                    static_cast<void>(stream.Take(kSecond));
+                  }
+                }),
+                "a client gets a torn frame");
+}
+
+TEST(SimulationChecks, FrameThatNeverComesToAClientIsFound) {
+  ExpectFailure(Play([](Stage& stage) {
+                  ClientStage& clients = ClientStage::On(stage, {});
+                  clients.PlugIn({});
+                  clients.Start();
+                  stage.Camera().SilenceReads(1000);
+                  clients.BeginApplications(1, [](Application& client) { client.Stream(200); });
+                  clients.WaitForApplications();
+                }),
+                "no frame comes to a running stream");
+}
+
+TEST(SimulationChecks, ClientThatHangsIsFoundBesideOthersThatGoOn) {
+  ExpectFailure(Play([](Stage& stage) {
+                  ClientStage& clients = ClientStage::On(stage, {});
+                  clients.PlugIn({});
+                  clients.Start();
+                  clients.BeginApplications(1, [](Application& client) {
+                    client.Stream(1);
+                    KEVENT never;
+                    KeInitializeEvent(&never, NotificationEvent, FALSE);
+                    KeWaitForSingleObject(&never, Executive, KernelMode, FALSE, nullptr);
+                  });
+                  clients.BeginApplications(1, [](Application& client) { client.Stream(3); });
+                  clients.WaitForApplications();
+                }),
+                "hangs at step 'open the camera'");
+}
+
+// A read that stops explains what waits for its thread, and nothing else.
+TEST(SimulationChecks, HangBesideAReadThatHasStoppedIsAFailure) {
+  const auto play = [](Stage& stage) {
+    stage.Around().KeepLoopBusy();
+    ClientStage& clients = ClientStage::On(stage, {.HasTrouble = true});
+    clients.PlugIn({});
+    clients.Start();
+    clients.BeginApplications(1, [](Application& client) {
+      client.TurnControls(1);
+      KEVENT never;
+      KeInitializeEvent(&never, NotificationEvent, FALSE);
+      KeWaitForSingleObject(&never, Executive, KernelMode, FALSE, nullptr);
+    });
+    clients.BeginApplications(1, [](Application& client) { client.StreamOn(); });
+    clients.BeginApplications(1, [](Application& client) { client.TurnLight(10000); });
+    clients.WaitForApplications();
+  };
+  const RunResult result =
+      RunScenario({"broken", "", play, false, {.HasExposure = true}}, {"broken", 7, 0}, true);
+  EXPECT_NE(result.Trace.find("stops for good"), std::string::npos);
+  ExpectFailure(result, "hangs at step 'change");
+  EXPECT_EQ(result.Hang, "");
+}
+
+TEST(SimulationChecks, FileThatAClientLeavesOpenIsFound) {
+  ExpectFailure(
+      Play([](Stage& stage) {
+        ClientStage& clients = ClientStage::On(stage, {});
+        clients.PlugIn({});
+        clients.Start();
+        std::unique_ptr<host::DeviceFile> file;
+        static_cast<void>(host::DeviceFile::Open(clients.TopDevice(), u"", nullptr, file));
+        // Something still points to it, so that nobody but the world's end complains.
+        static const host::DeviceFile* leftOpen = nullptr;
+        leftOpen = file.release();
+        EXPECT_NE(leftOpen, nullptr);
+        clients.Close();
+      }),
+      "was never closed");
+}
+
+TEST(SimulationChecks, RunThatIsSoundPassesAfterAllOfThem) {
+  const RunResult result = Play([](Stage& stage) {
+    stage.PlugInAndStream();
+    stage.RequireFramesOrFirstPipe();
+    stage.Pause();
+    stage.Release();
+  });
+  EXPECT_EQ(result.Outcome, Verdict::Passed) << result.Report;
+}
+
+}  // namespace
+}  // namespace lidcam::simulation
