@@ -214,7 +214,7 @@ void CompleteNowAndThen(Input& input, HostileStack& stack) {
 void Play(Input& input, std::uint8_t chosen) {
   Input steps = input.Split(input.Take<std::uint8_t>());
   Input completions = input.Split(input.Take<std::uint8_t>());
-  simulation::StampedCamera bus({.BandwidthLimit = 5120, .HasTwinPipes = (chosen & 1U) != 0});
+  scenarios::StampedCamera bus({.BandwidthLimit = 5120, .HasTwinPipes = (chosen & 1U) != 0});
   HostileStack stack;
   testbed::TransportTestbed camera(
       bus, {.DriverKey = {}, .Frames = {}, .FirstBusFrame = chosen, .Filter = &stack});

@@ -149,7 +149,7 @@ class InstalledWorld {
   host::HostDevice installed_{host::ImagingDriverKey(0)};  // what names the driver's key
   // Threads change seldom under this seed: what is looked for here is no race.
   host::SimulatedScheduler world_{limit_.WorldOptions(7)};
-  simulation::StampedCamera bus_{{}};
+  scenarios::StampedCamera bus_{{}};
   std::unique_ptr<testbed::InstalledTestbed> camera_;
   std::optional<client::Camera> client_;
 };

@@ -145,7 +145,7 @@ class HostileDevice final : public bus::UsbBus {
   Input& input_;
   Bytes lastDevice_;
   Bytes lastConfiguration_;
-  simulation::StampedCamera camera_{{.BandwidthLimit = 5120}};
+  scenarios::StampedCamera camera_{{.BandwidthLimit = 5120}};
 };
 
 // What the tools do with a device, which refuse it with one line.

@@ -13,7 +13,7 @@
 #include "scenarios/property_requests.h"
 #include "scenarios/status_text.h"
 
-namespace lidcam::simulation {
+namespace lidcam::scenarios {
 namespace {
 
 using client::Block;
@@ -458,4 +458,4 @@ void Application::RequireFrames() {
   End();
 }
 
-}  // namespace lidcam::simulation
+}  // namespace lidcam::scenarios

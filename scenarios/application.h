@@ -11,7 +11,7 @@
 #include "scenarios/random.h"
 #include "scenarios/stage.h"
 
-namespace lidcam::simulation {
+namespace lidcam::scenarios {
 
 class ClientStage;
 
@@ -103,4 +103,4 @@ class Application {
   std::unique_ptr<CheckedStream> stream_;
 };
 
-}  // namespace lidcam::simulation
+}  // namespace lidcam::scenarios

@@ -3,7 +3,7 @@
 #include "scenarios/application.h"
 #include "scenarios/client_stage.h"
 
-namespace lidcam::simulation {
+namespace lidcam::scenarios {
 
 void Application::DoOneThing() {
   if (chance_.OneIn(4)) Sleep(40 * kMillisecond);
@@ -131,4 +131,4 @@ void Application::Everyday() {
   End();
 }
 
-}  // namespace lidcam::simulation
+}  // namespace lidcam::scenarios

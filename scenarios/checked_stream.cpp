@@ -5,7 +5,7 @@
 
 #include "platform/host/client/client_error.h"
 
-namespace lidcam::simulation {
+namespace lidcam::scenarios {
 namespace {
 
 constexpr LONGLONG kFirstNumber = 2;  // two calls are skipped, and count
@@ -179,4 +179,4 @@ void CheckedStream::CheckNumbers(const Frame& frame) {
   lastPicture_ = frame.Picture;
 }
 
-}  // namespace lidcam::simulation
+}  // namespace lidcam::scenarios

@@ -7,7 +7,7 @@
 #include "platform/host/client/stream.h"
 #include "scenarios/stage.h"
 
-namespace lidcam::simulation {
+namespace lidcam::scenarios {
 
 /// A client's stream whose frames are compared with what the pin's rules say about them.
 class CheckedStream {
@@ -70,4 +70,4 @@ class CheckedStream {
   std::optional<LONGLONG> nextNumber_;  ///< the next frame's, if none can have been lost
 };
 
-}  // namespace lidcam::simulation
+}  // namespace lidcam::scenarios

@@ -8,7 +8,7 @@
 #include "platform/host/nt/scheduler.h"
 #include "scenarios/client_stage.h"
 
-namespace lidcam::simulation {
+namespace lidcam::scenarios {
 namespace {
 
 constexpr std::uint64_t kSteps = 30;
@@ -212,4 +212,4 @@ void OutOfMemoryClient(Stage& stage) {
   again.Close();
 }
 
-}  // namespace lidcam::simulation
+}  // namespace lidcam::scenarios

@@ -2,7 +2,7 @@
 
 #include "scenarios/stage.h"
 
-namespace lidcam::simulation {
+namespace lidcam::scenarios {
 
 // Scenarios of an installed camera and the applications that use it: one to three threads that open,
 // ask, connect and stream in no order, while plug and play, power or the bus do what they want.
@@ -18,4 +18,4 @@ void OutOfMemoryClient(Stage& stage);
 void Controls(Stage& stage);
 void StoppedRead(Stage& stage);
 
-}  // namespace lidcam::simulation
+}  // namespace lidcam::scenarios

@@ -10,7 +10,7 @@
 #include "scenarios/status_text.h"
 #include "testbed/mutex_departures.h"
 
-namespace lidcam::simulation {
+namespace lidcam::scenarios {
 
 ClientStage& ClientStage::On(Stage& stage, const ApplicationRules& rules) {
   auto made = std::make_unique<ClientStage>(stage, rules);
@@ -165,4 +165,4 @@ void ClientStage::Close() {
                        "a removed camera has left " + std::to_string(usage.Known) + " request(s)");
 }
 
-}  // namespace lidcam::simulation
+}  // namespace lidcam::scenarios

@@ -11,7 +11,7 @@
 #include "scenarios/stage.h"
 #include "testbed/installed_testbed.h"
 
-namespace lidcam::simulation {
+namespace lidcam::scenarios {
 
 /// One installed camera, the applications that use it, and what plug and play tells it meanwhile.
 ///
@@ -85,4 +85,4 @@ class ClientStage final : public StageGuest {
   bool isRestarted_ = false;
 };
 
-}  // namespace lidcam::simulation
+}  // namespace lidcam::scenarios

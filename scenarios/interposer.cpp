@@ -5,7 +5,7 @@
 
 #include "platform/host/nt/device_object.h"
 
-namespace lidcam::simulation {
+namespace lidcam::scenarios {
 namespace {
 
 URB& UrbOf(PIRP irp) {
@@ -101,4 +101,4 @@ NTSTATUS Interposer::Dispatch(PIRP irp) {
   return IofCallDriver(below_, irp);
 }
 
-}  // namespace lidcam::simulation
+}  // namespace lidcam::scenarios

@@ -8,7 +8,7 @@
 #include "platform/host/usbd/usb_declarations.h"
 #include "testbed/device_filter.h"
 
-namespace lidcam::simulation {
+namespace lidcam::scenarios {
 
 /// A transfer that another processor completes than the one that the USB stack runs on.
 struct CompletionElsewhere {
@@ -65,4 +65,4 @@ class Interposer final : public testbed::DeviceFilter {
   KEVENT completed_{};
 };
 
-}  // namespace lidcam::simulation
+}  // namespace lidcam::scenarios

@@ -6,7 +6,7 @@
 #include "platform/host/nt/scheduler.h"
 #include "platform/host/nt/thread.h"
 
-namespace lidcam::simulation {
+namespace lidcam::scenarios {
 namespace {
 
 // A pause ends with the watchdog's next tick, and all else within a few milliseconds of it.
@@ -106,4 +106,4 @@ void LateRecovery(Stage& stage) {
   GoOnMeanwhile(stage);
 }
 
-}  // namespace lidcam::simulation
+}  // namespace lidcam::scenarios

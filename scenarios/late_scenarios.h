@@ -2,7 +2,7 @@
 
 #include "scenarios/stage.h"
 
-namespace lidcam::simulation {
+namespace lidcam::scenarios {
 
 // Scenarios of a processor that stops for long at one of the places where the stream's threads meet,
 // while the stream is paused, released and started anew, or the device is stopped and removed.
@@ -13,4 +13,4 @@ void LateTick(Stage& stage);
 void LateFrameThread(Stage& stage);
 void LateRecovery(Stage& stage);
 
-}  // namespace lidcam::simulation
+}  // namespace lidcam::scenarios

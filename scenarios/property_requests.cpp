@@ -4,7 +4,7 @@
 
 #include "driver/avstream/camera_properties_sets.h"
 
-namespace lidcam::simulation {
+namespace lidcam::scenarios {
 namespace {
 
 constexpr std::uint64_t kLongest = 200;
@@ -79,4 +79,4 @@ PropertyRequest AnyPropertyRequest(Random& chance, bool writesRegisters) {
   return request;
 }
 
-}  // namespace lidcam::simulation
+}  // namespace lidcam::scenarios

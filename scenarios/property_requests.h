@@ -3,7 +3,7 @@
 #include "platform/host/client/property_client.h"
 #include "scenarios/random.h"
 
-namespace lidcam::simulation {
+namespace lidcam::scenarios {
 
 /// A property request as a client may send it: right, nearly right, or anything at all.
 struct PropertyRequest {
@@ -23,4 +23,4 @@ struct PropertyRequest {
 /// Fills a block of `bytes` bytes with anything, mostly small numbers.
 [[nodiscard]] client::Block AnyBytes(Random& chance, std::size_t bytes);
 
-}  // namespace lidcam::simulation
+}  // namespace lidcam::scenarios

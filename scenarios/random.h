@@ -6,7 +6,7 @@
 
 #include "bus/faults/split_mix.h"
 
-namespace lidcam::simulation {
+namespace lidcam::scenarios {
 
 /// The numbers that one run is made of: equal on every platform for equal seeds.
 class Random {
@@ -36,4 +36,4 @@ class Random {
   bus::SplitMix numbers_;
 };
 
-}  // namespace lidcam::simulation
+}  // namespace lidcam::scenarios

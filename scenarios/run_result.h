@@ -6,7 +6,7 @@
 
 #include "platform/host/nt/simulated_scheduler.h"
 
-namespace lidcam::simulation {
+namespace lidcam::scenarios {
 
 enum class Verdict : std::uint8_t {
   Passed,
@@ -70,4 +70,4 @@ struct RunResult {
 /// The command line that makes this run again.
 [[nodiscard]] std::string ReplayCommand(const RunKey& key);
 
-}  // namespace lidcam::simulation
+}  // namespace lidcam::scenarios

@@ -12,7 +12,7 @@
 #include "scenarios/stated_hangs.h"
 #include "testbed/shared_exposure.h"
 
-namespace lidcam::simulation {
+namespace lidcam::scenarios {
 namespace {
 
 // No operation takes longer, whatever its requests suffer one after the other.
@@ -172,4 +172,4 @@ std::uint64_t RunAllSteps(const Scenario& scenario, std::uint64_t seed, const Ru
   }
 }
 
-}  // namespace lidcam::simulation
+}  // namespace lidcam::scenarios

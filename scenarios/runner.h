@@ -7,7 +7,7 @@
 #include "scenarios/run_result.h"
 #include "scenarios/scenario.h"
 
-namespace lidcam::simulation {
+namespace lidcam::scenarios {
 
 /// Plays a scenario once, in a world of its own. A function of the key alone. One at a time in a
 /// process.
@@ -21,4 +21,4 @@ namespace lidcam::simulation {
 std::uint64_t RunAllSteps(const Scenario& scenario, std::uint64_t seed, const RunOptions& options,
                           const std::function<bool(const RunResult&)>& seen);
 
-}  // namespace lidcam::simulation
+}  // namespace lidcam::scenarios

@@ -5,7 +5,7 @@
 
 #include "scenarios/stage.h"
 
-namespace lidcam::simulation {
+namespace lidcam::scenarios {
 
 /// One kind of trouble.
 struct Scenario {
@@ -26,4 +26,4 @@ struct Scenario {
 /// @return null if there is none of this name
 [[nodiscard]] const Scenario* FindScenario(std::string_view name);
 
-}  // namespace lidcam::simulation
+}  // namespace lidcam::scenarios

@@ -15,7 +15,7 @@
 #include "scenarios/late_scenarios.h"
 #include "scenarios/sequences.h"
 
-namespace lidcam::simulation {
+namespace lidcam::scenarios {
 namespace {
 
 constexpr NTSTATUS kSharingViolation = static_cast<NTSTATUS>(0xC0000043);
@@ -426,4 +426,4 @@ const Scenario* FindScenario(std::string_view name) {
   return found != kScenarios.end() ? &*found : nullptr;
 }
 
-}  // namespace lidcam::simulation
+}  // namespace lidcam::scenarios

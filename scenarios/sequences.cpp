@@ -1,6 +1,6 @@
 #include "scenarios/sequences.h"
 
-namespace lidcam::simulation {
+namespace lidcam::scenarios {
 namespace {
 
 bool Succeeded(NTSTATUS status) {
@@ -142,4 +142,4 @@ void DoSomething(Stage& stage, int most, const std::function<bool()>& isEnough) 
   }
 }
 
-}  // namespace lidcam::simulation
+}  // namespace lidcam::scenarios

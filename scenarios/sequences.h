@@ -4,7 +4,7 @@
 
 #include "scenarios/stage.h"
 
-namespace lidcam::simulation {
+namespace lidcam::scenarios {
 
 // Pieces that scenarios are put together from.
 
@@ -30,4 +30,4 @@ void Everyday(Stage& stage);
 /// Operations in any order that the platform may call them in, until `isEnough` or `most` of them.
 void DoSomething(Stage& stage, int most, const std::function<bool()>& isEnough);
 
-}  // namespace lidcam::simulation
+}  // namespace lidcam::scenarios

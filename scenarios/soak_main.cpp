@@ -19,7 +19,7 @@
 #include "scenarios/random.h"
 #include "testbed/transport_testbed.h"
 
-namespace lidcam::simulation {
+namespace lidcam::scenarios {
 namespace {
 
 using testbed::kMillisecond;
@@ -217,10 +217,10 @@ std::uint64_t NumberOr(const char* text, std::uint64_t otherwise) {
 }
 
 }  // namespace
-}  // namespace lidcam::simulation
+}  // namespace lidcam::scenarios
 
 int main(int argc, char** argv) {
-  using lidcam::simulation::NumberOr;
+  using lidcam::scenarios::NumberOr;
   const auto time = std::chrono::seconds(argc > 1 ? NumberOr(argv[1], 3600) : 3600);
-  return lidcam::simulation::Run(time, argc > 2 ? NumberOr(argv[2], 1) : 1);
+  return lidcam::scenarios::Run(time, argc > 2 ? NumberOr(argv[2], 1) : 1);
 }

@@ -13,7 +13,7 @@
 #include "platform/host/nt/verifier.h"
 #include "scenarios/status_text.h"
 
-namespace lidcam::simulation {
+namespace lidcam::scenarios {
 namespace {
 
 constexpr NTSTATUS kDeviceGone = STATUS_DEVICE_DATA_ERROR;
@@ -366,4 +366,4 @@ RunCounts Stage::Counts() const {
   return counts;
 }
 
-}  // namespace lidcam::simulation
+}  // namespace lidcam::scenarios

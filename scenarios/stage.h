@@ -18,7 +18,7 @@
 #include "scenarios/trace_record.h"
 #include "testbed/transport_testbed.h"
 
-namespace lidcam::simulation {
+namespace lidcam::scenarios {
 
 inline constexpr LONGLONG kMillisecond = testbed::kMillisecond;
 inline constexpr LONGLONG kSecond = testbed::kSecond;
@@ -211,4 +211,4 @@ class Stage {
   bool reachedFault_ = false;
 };
 
-}  // namespace lidcam::simulation
+}  // namespace lidcam::scenarios

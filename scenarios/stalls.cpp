@@ -6,7 +6,7 @@
 
 #include "platform/host/nt/thread.h"
 
-namespace lidcam::simulation {
+namespace lidcam::scenarios {
 namespace {
 
 constexpr std::uint64_t kPurpose = 2;
@@ -85,4 +85,4 @@ LONGLONG Stalls::At(const host::SwitchPlace& place, LONGLONG now) {
   return length;
 }
 
-}  // namespace lidcam::simulation
+}  // namespace lidcam::scenarios

@@ -7,7 +7,7 @@
 #include "platform/host/nt/simulated_scheduler.h"
 #include "scenarios/random.h"
 
-namespace lidcam::simulation {
+namespace lidcam::scenarios {
 
 /// Whether a thread is one of those that are to stand still.
 using IsMeant = std::function<bool(const host::Thread& thread)>;
@@ -56,4 +56,4 @@ class Stalls {
   LONGLONG end_ = kNever;
 };
 
-}  // namespace lidcam::simulation
+}  // namespace lidcam::scenarios

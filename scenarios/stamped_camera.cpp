@@ -7,7 +7,7 @@
 #include "camera_model/raw_frame_geometry.h"
 #include "platform/host/nt/scheduler.h"
 
-namespace lidcam::simulation {
+namespace lidcam::scenarios {
 namespace {
 
 constexpr std::uint8_t kDescriptorIn = 0x80;
@@ -194,4 +194,4 @@ FrameContent StampedCamera::Check(std::span<const std::uint8_t> rawFrame) {
                                                              : FrameContent::Torn;
 }
 
-}  // namespace lidcam::simulation
+}  // namespace lidcam::scenarios

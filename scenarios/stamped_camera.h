@@ -11,7 +11,7 @@
 #include "camera_model/usb_device.h"
 #include "scenarios/surroundings.h"
 
-namespace lidcam::simulation {
+namespace lidcam::scenarios {
 
 /// What a raw frame's bytes say about it.
 enum class FrameContent : std::uint8_t {
@@ -101,4 +101,4 @@ class StampedCamera final : public bus::UsbBus {
   bool hasMixedAccesses_ = false;
 };
 
-}  // namespace lidcam::simulation
+}  // namespace lidcam::scenarios

@@ -6,7 +6,7 @@
 
 #include "platform/host/nt/thread.h"
 
-namespace lidcam::simulation {
+namespace lidcam::scenarios {
 namespace {
 
 // A start takes down what the one before has left.
@@ -89,4 +89,4 @@ const Activity& LongestUnexplained(Stage& stage) {
   return longest != activities.end() ? **longest : stage.Longest();
 }
 
-}  // namespace lidcam::simulation
+}  // namespace lidcam::scenarios

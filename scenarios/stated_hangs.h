@@ -4,7 +4,7 @@
 
 #include "scenarios/stage.h"
 
-namespace lidcam::simulation {
+namespace lidcam::scenarios {
 
 /// A place at which the driver's own rules let it wait for ever.
 struct StatedHang {
@@ -22,4 +22,4 @@ struct StatedHang {
 /// What takes longest and has no right to.
 [[nodiscard]] const Activity& LongestUnexplained(Stage& stage);
 
-}  // namespace lidcam::simulation
+}  // namespace lidcam::scenarios

@@ -4,7 +4,7 @@
 #include <array>
 #include <cstdio>
 
-namespace lidcam::simulation {
+namespace lidcam::scenarios {
 namespace {
 
 constexpr std::array kBusStatuses{
@@ -31,4 +31,4 @@ bool IsBusStatus(NTSTATUS status) {
   return std::ranges::find(kBusStatuses, status) != kBusStatuses.end();
 }
 
-}  // namespace lidcam::simulation
+}  // namespace lidcam::scenarios

@@ -5,7 +5,7 @@
 
 #include "platform/kernel.h"
 
-namespace lidcam::simulation {
+namespace lidcam::scenarios {
 
 /// "0xC0000001"
 [[nodiscard]] std::string HexOf(NTSTATUS status);
@@ -17,4 +17,4 @@ namespace lidcam::simulation {
 /// that goes over the bus hands on.
 [[nodiscard]] bool IsBusStatus(NTSTATUS status);
 
-}  // namespace lidcam::simulation
+}  // namespace lidcam::scenarios

@@ -5,7 +5,7 @@
 #include "platform/host/nt/kernel_guards.h"
 #include "platform/host/nt/registry.h"
 
-namespace lidcam::simulation {
+namespace lidcam::scenarios {
 namespace {
 
 constexpr std::uint64_t kChoicePurpose = 3;
@@ -99,4 +99,4 @@ std::uint8_t Surroundings::LumaAt(std::uint64_t microframe) {
   return luma_;
 }
 
-}  // namespace lidcam::simulation
+}  // namespace lidcam::scenarios

@@ -8,7 +8,7 @@
 #include "platform/kernel.h"
 #include "scenarios/random.h"
 
-namespace lidcam::simulation {
+namespace lidcam::scenarios {
 
 /// What keeps the exposure loop busy: settings that turn it on, light that changes, and control
 /// requests that take time. A function of the seed.
@@ -52,4 +52,4 @@ class Surroundings {
   std::uint8_t luma_ = 0;
 };
 
-}  // namespace lidcam::simulation
+}  // namespace lidcam::scenarios

@@ -7,7 +7,7 @@
 #include "driver/core/camera_trace.h"
 #include "platform/host/nt/thread.h"
 
-namespace lidcam::simulation {
+namespace lidcam::scenarios {
 namespace {
 
 constexpr std::uint64_t kFnvOffset = 0xCBF29CE484222325;
@@ -65,4 +65,4 @@ std::string TraceRecord::Text() const {
   return text;
 }
 
-}  // namespace lidcam::simulation
+}  // namespace lidcam::scenarios

@@ -9,7 +9,7 @@ namespace lidcam::host {
 struct Thread;
 }
 
-namespace lidcam::simulation {
+namespace lidcam::scenarios {
 
 /// The canonical trace of one run: its hash, and what of it a reader and the checks want. While it
 /// lives the driver's trace goes here; one at a time, in a simulation, where threads take turns.
@@ -49,4 +49,4 @@ class TraceRecord {
   const host::Thread* stoppedReader_ = nullptr;
 };
 
-}  // namespace lidcam::simulation
+}  // namespace lidcam::scenarios

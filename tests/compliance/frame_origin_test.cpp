@@ -35,7 +35,7 @@ class PictureOrigin : public ::testing::TestWithParam<Case> {};
 
 TEST_P(PictureOrigin, IsOneMomentOfTheSceneAndLaterThanTheOneBefore) {
   const auto [width, height, bandwidth] = GetParam();
-  simulation::StampedCamera stamped({.BandwidthLimit = bandwidth});
+  scenarios::StampedCamera stamped({.BandwidthLimit = bandwidth});
   RunOver(stamped, [width = width, height = height](Host& host) {
     const Camera camera = host.Open();
     Stream stream(camera, camera.FormatOf(width, height));

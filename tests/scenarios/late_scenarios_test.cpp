@@ -6,7 +6,7 @@
 #include "scenarios/runner.h"
 #include "scenarios/sequences.h"
 
-namespace lidcam::simulation {
+namespace lidcam::scenarios {
 namespace {
 
 RunResult PlayLate(void (*play)(Stage& stage), std::uint64_t seed) {
@@ -97,4 +97,4 @@ TEST(LateScenarios, OneThreadStandsStillAtThePointThatWasPlanned) {
 }
 
 }  // namespace
-}  // namespace lidcam::simulation
+}  // namespace lidcam::scenarios

@@ -9,7 +9,7 @@
 #include "scenarios/runner.h"
 #include "tests/driver/support/sanitizers.h"
 
-namespace lidcam::simulation {
+namespace lidcam::scenarios {
 namespace {
 
 constexpr RunOptions kPoints{.HasPoints = true};
@@ -175,4 +175,4 @@ TEST(Exposure, RunDoesNotDependOnTheOneBefore) {
 }
 
 }  // namespace
-}  // namespace lidcam::simulation
+}  // namespace lidcam::scenarios

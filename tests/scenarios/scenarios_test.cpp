@@ -8,7 +8,7 @@
 #include "scenarios/runner.h"
 #include "tests/driver/support/sanitizers.h"
 
-namespace lidcam::simulation {
+namespace lidcam::scenarios {
 namespace {
 
 const std::uint64_t kSeeds = test::kIsSanitized ? 3 : 8;
@@ -129,4 +129,4 @@ TEST(Scenarios, RecoveriesAndFramesHappenInThem) {
 }
 
 }  // namespace
-}  // namespace lidcam::simulation
+}  // namespace lidcam::scenarios

@@ -10,7 +10,7 @@
 #include "scenarios/client_stage.h"
 #include "scenarios/runner.h"
 
-namespace lidcam::simulation {
+namespace lidcam::scenarios {
 namespace {
 
 RunResult Play(void (*play)(Stage& stage), std::uint64_t seed = 7) {
@@ -188,4 +188,4 @@ TEST(SimulationChecks, RunThatIsSoundPassesAfterAllOfThem) {
 }
 
 }  // namespace
-}  // namespace lidcam::simulation
+}  // namespace lidcam::scenarios

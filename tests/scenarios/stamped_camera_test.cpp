@@ -4,7 +4,7 @@
 
 #include "scenarios/stamped_camera.h"
 
-namespace lidcam::simulation {
+namespace lidcam::scenarios {
 namespace {
 
 std::vector<std::uint8_t> Frame(std::uint8_t number) {
@@ -67,4 +67,4 @@ TEST(StampedCamera, SelectBehindASelectTellsOfMixedAccesses) {
 }
 
 }  // namespace
-}  // namespace lidcam::simulation
+}  // namespace lidcam::scenarios

@@ -6,7 +6,7 @@
 
 #include "scenarios/surroundings.h"
 
-namespace lidcam::simulation {
+namespace lidcam::scenarios {
 namespace {
 
 constexpr LONGLONG kMicrosecond = 10;
@@ -56,4 +56,4 @@ TEST(Surroundings, SomeSeedsHaveNoDriverKey) {
 }
 
 }  // namespace
-}  // namespace lidcam::simulation
+}  // namespace lidcam::scenarios

@@ -21,10 +21,10 @@
 namespace lidcam::app {
 namespace {
 
-using simulation::RunKey;
-using simulation::RunResult;
-using simulation::Scenario;
-using simulation::Verdict;
+using scenarios::RunKey;
+using scenarios::RunResult;
+using scenarios::Scenario;
+using scenarios::Verdict;
 
 struct SeedRange {
   std::uint64_t First = 1;
@@ -37,7 +37,7 @@ struct SimulateCommand {
   std::optional<std::uint64_t> Seed;
   std::optional<std::uint64_t> Step;
   bool HasAllSteps = false;
-  simulation::RunOptions Options;
+  scenarios::RunOptions Options;
   bool IsMixed = false;
   bool IsList = false;
   bool IsJson = false;
@@ -94,10 +94,10 @@ SeedRange ParseSeeds(const std::string& text) {
 std::vector<const Scenario*> ChosenScenarios(const std::string& name) {
   std::vector<const Scenario*> chosen;
   if (name == "all") {
-    for (const Scenario& scenario : simulation::Scenarios()) chosen.push_back(&scenario);
+    for (const Scenario& scenario : scenarios::Scenarios()) chosen.push_back(&scenario);
     return chosen;
   }
-  const Scenario* const scenario = simulation::FindScenario(name);
+  const Scenario* const scenario = scenarios::FindScenario(name);
   if (scenario == nullptr) {
     throw UsageError("--scenario " + name + ": there is none of this name (--list shows them)");
   }
@@ -132,7 +132,7 @@ void PrintText(const RunResult& result, const SimulateCommand& command) {
   }
   if (!isFailed) return;
   std::printf("  %s\n  replay: %s\n", result.What.c_str(),
-              simulation::ReplayCommand(result.Key).c_str());
+              scenarios::ReplayCommand(result.Key).c_str());
   if (command.ShowsTrace) std::fputs(result.Report.c_str(), stdout);
 }
 
@@ -153,7 +153,7 @@ void PrintJson(const RunResult& result) {
   if (!result.Hang.empty()) json["hang"] = result.Hang;
   if (result.Outcome == Verdict::Failed) {
     json["what"] = result.What;
-    json["replay"] = simulation::ReplayCommand(result.Key);
+    json["replay"] = scenarios::ReplayCommand(result.Key);
   }
   std::printf("%s\n", JsonText(json, -1).c_str());
 }
@@ -169,12 +169,12 @@ void Print(const RunResult& result, const SimulateCommand& command) {
 
 void PrintList() {
   std::printf("scenarios\n");
-  for (const Scenario& scenario : simulation::Scenarios()) {
+  for (const Scenario& scenario : scenarios::Scenarios()) {
     std::printf("  %-33s %s%s\n", std::string(scenario.Name).c_str(),
                 std::string(scenario.Purpose).c_str(), scenario.HasSteps ? " (--step N)" : "");
   }
   std::printf("stated hangs\n");
-  for (const simulation::StatedHang& hang : simulation::StatedHangs()) {
+  for (const scenarios::StatedHang& hang : scenarios::StatedHangs()) {
     std::printf("  %-33s %s\n", std::string(hang.Name).c_str(), std::string(hang.Cause).c_str());
   }
 }
@@ -207,30 +207,30 @@ void PrintTally(const Tally& tally, const SimulateCommand& command) {
 }
 
 // Half of the seeds with what finds the most, the others with less beside it.
-simulation::RunOptions OptionsOf(const SimulateCommand& command, std::uint64_t seed) {
+scenarios::RunOptions OptionsOf(const SimulateCommand& command, std::uint64_t seed) {
   if (!command.IsMixed) return command.Options;
   constexpr std::array kMix{
-      simulation::RunOptions{.HasPoints = true, .HasStalls = true, .HasExposure = true},
-      simulation::RunOptions{},
-      simulation::RunOptions{.HasPoints = true},
-      simulation::RunOptions{.HasPoints = true, .HasExposure = true},
+      scenarios::RunOptions{.HasPoints = true, .HasStalls = true, .HasExposure = true},
+      scenarios::RunOptions{},
+      scenarios::RunOptions{.HasPoints = true},
+      scenarios::RunOptions{.HasPoints = true, .HasExposure = true},
   };
   return kMix[seed % kMix.size()];
 }
 
 void Play(const Scenario& scenario, std::uint64_t seed, const SimulateCommand& command,
           Tally& tally) {
-  const simulation::RunOptions options = OptionsOf(command, seed);
+  const scenarios::RunOptions options = OptionsOf(command, seed);
   const auto take = [&](const RunResult& result) {
     tally.Add(result);
     Print(result, command);
     return !IsInterrupted();
   };
   if (command.HasAllSteps && scenario.HasSteps) {
-    simulation::RunAllSteps(scenario, seed, options, take);
+    scenarios::RunAllSteps(scenario, seed, options, take);
   } else {
     const RunKey key{std::string(scenario.Name), seed, command.Step.value_or(0), options};
-    take(simulation::RunScenario(scenario, key, command.ShowsTrace));
+    take(scenarios::RunScenario(scenario, key, command.ShowsTrace));
   }
 }
 
