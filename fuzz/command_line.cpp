@@ -19,7 +19,7 @@
 #include <system_error>
 #include <vector>
 
-#include "driver/core/camera_trace.h"
+#include "driver/core/base/camera_trace.h"
 #include "fuzz/app_in_virtual_time.h"
 #include "fuzz/input.h"
 #include "platform/host/nt/debug_print.h"

@@ -9,7 +9,7 @@
 #include <memory>
 #include <vector>
 
-#include "driver/core/camera_memory.h"
+#include "driver/core/base/camera_memory.h"
 #include "driver/usb/bulk_transfers.h"
 #include "driver/usb/stream_reconfigure.h"
 #include "fuzz/hostile_stack.h"

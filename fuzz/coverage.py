@@ -57,8 +57,8 @@ SUBJECTS = {
     ],
     "property_request": [
         "driver/avstream/camera_properties*.cpp",
-        "driver/core/control_codes.cpp",
-        "driver/core/settings_store.cpp",
+        "driver/core/control/control_codes.cpp",
+        "driver/core/settings/settings_store.cpp",
         "platform/host/ks/automation.cpp",
         "platform/host/ks/basic_support.cpp",
         "platform/host/ks/filter_properties.cpp",

@@ -9,7 +9,7 @@
 #include <string>
 #include <system_error>
 
-#include "driver/core/settings_store.h"
+#include "driver/core/settings/settings_store.h"
 #include "fuzz/input.h"
 #include "fuzz/step_limit.h"
 #include "platform/host/client/stream.h"

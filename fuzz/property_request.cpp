@@ -10,8 +10,8 @@
 
 #include "driver/avstream/camera_properties.h"
 #include "driver/avstream/camera_properties_sets.h"
-#include "driver/core/control_codes.h"
-#include "driver/core/settings_store.h"
+#include "driver/core/control/control_codes.h"
+#include "driver/core/settings/settings_store.h"
 #include "fuzz/installed_world.h"
 
 namespace lidcam::fuzz {

@@ -1,6 +1,6 @@
 #include "scenarios/surroundings.h"
 
-#include "driver/core/settings_store.h"
+#include "driver/core/settings/settings_store.h"
 #include "platform/host/nt/device_object.h"
 #include "platform/host/nt/kernel_guards.h"
 #include "platform/host/nt/registry.h"

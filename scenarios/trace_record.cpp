@@ -4,7 +4,7 @@
 #include <cstdarg>
 #include <cstdio>
 
-#include "driver/core/camera_trace.h"
+#include "driver/core/base/camera_trace.h"
 #include "platform/host/nt/thread.h"
 
 namespace lidcam::scenarios {

@@ -4,7 +4,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "driver/core/held_memory.h"
+#include "driver/core/base/reference_counted_memory.h"
 #include "driver/frame/frame_delivery.h"
 #include "platform/host/ks/class_rules.h"
 #include "platform/host/nt/device_object.h"

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "bus/usb_bus.h"
-#include "driver/core/camera_context.h"
+#include "driver/core/record/camera_context.h"
 #include "driver/usb/camera_usb_device.h"
 #include "platform/host/ks/streaming_device.h"
 #include "platform/host/ks/streaming_pin.h"

@@ -6,7 +6,7 @@
 
 #include "apps/lidcam/command_error.h"
 #include "apps/lidcam/core_camera.h"
-#include "driver/core/stream_modes.h"
+#include "driver/core/control/stream_modes.h"
 #include "platform/host/nt/status_words.h"
 #include "testbed/worlds.h"
 

@@ -7,7 +7,7 @@
 
 #include "apps/lidcam/command_error.h"
 #include "driver/avstream/camera_properties_sets.h"
-#include "driver/core/settings_store.h"
+#include "driver/core/settings/settings_store.h"
 #include "platform/host/nt/status_words.h"
 
 namespace lidcam::app {

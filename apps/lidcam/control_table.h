@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "driver/core/camera_context.h"
+#include "driver/core/record/camera_context.h"
 #include "platform/host/client/camera.h"
 
 namespace lidcam::app {

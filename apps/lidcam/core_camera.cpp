@@ -6,8 +6,8 @@
 #include <string>
 
 #include "apps/lidcam/command_error.h"
-#include "driver/core/camera_lifecycle.h"
-#include "driver/core/settings_store.h"
+#include "driver/core/control/camera_lifecycle.h"
+#include "driver/core/settings/settings_store.h"
 #include "platform/host/nt/device_object.h"
 
 namespace lidcam::app {

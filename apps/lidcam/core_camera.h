@@ -8,7 +8,7 @@
 
 #include "bus/enumeration.h"
 #include "bus/usb_bus.h"
-#include "driver/core/camera_context.h"
+#include "driver/core/record/camera_context.h"
 
 namespace lidcam::app {
 

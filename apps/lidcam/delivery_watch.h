@@ -10,7 +10,7 @@
 #include "apps/lidcam/frame_log.h"
 #include "apps/lidcam/frame_path.h"
 #include "apps/lidcam/trace_observer.h"
-#include "driver/core/camera_context.h"
+#include "driver/core/record/camera_context.h"
 
 namespace lidcam::app {
 

@@ -7,7 +7,7 @@
 #include "apps/lidcam/command_error.h"
 #include "apps/lidcam/frame_path.h"
 #include "bus/faults/fault_source.h"
-#include "driver/core/camera_trace.h"
+#include "driver/core/base/camera_trace.h"
 #include "platform/host/nt/nt_declarations.h"
 
 namespace lidcam::app {

@@ -9,7 +9,7 @@
 #include "apps/lidcam/output/output_file.h"
 #include "apps/lidcam/trace_observer.h"
 #include "camera_model/light_schedule.h"
-#include "driver/core/camera_context.h"
+#include "driver/core/record/camera_context.h"
 
 namespace lidcam::app {
 

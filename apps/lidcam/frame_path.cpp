@@ -4,8 +4,8 @@
 #include <array>
 #include <string>
 
-#include "driver/core/camera_lifecycle.h"
-#include "driver/core/stream_modes.h"
+#include "driver/core/control/camera_lifecycle.h"
+#include "driver/core/control/stream_modes.h"
 #include "driver/frame/frame_delivery.h"
 
 namespace lidcam::app {

@@ -9,7 +9,7 @@
 
 #include "apps/lidcam/stream_size.h"
 #include "apps/lidcam/units.h"
-#include "driver/core/camera_context.h"
+#include "driver/core/record/camera_context.h"
 #include "driver/frame/frame_assembly.h"
 
 namespace lidcam::app {

@@ -6,7 +6,7 @@
 #include "apps/lidcam/bus_gates.h"
 #include "apps/lidcam/camera_source.h"
 #include "bus/enumeration.h"
-#include "driver/core/camera_context.h"
+#include "driver/core/record/camera_context.h"
 #include "platform/host/client/camera.h"
 #include "testbed/installed_testbed.h"
 #include "testbed/metered_bus.h"

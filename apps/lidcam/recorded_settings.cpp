@@ -14,8 +14,8 @@
 #include "apps/lidcam/opened_camera.h"
 #include "apps/lidcam/trace_observer.h"
 #include "bus/capture/control_history.h"
-#include "driver/core/camera_lifecycle.h"
-#include "driver/core/stream_modes.h"
+#include "driver/core/control/camera_lifecycle.h"
+#include "driver/core/control/stream_modes.h"
 #include "driver/sensor/image_controls.h"
 #include "platform/host/nt/debug_print.h"
 

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "apps/lidcam/command_error.h"
-#include "driver/core/settings_store.h"
+#include "driver/core/settings/settings_store.h"
 #include "platform/host/nt/registry.h"
 #include "platform/host/nt/registry_file.h"
 #include "platform/host/nt/registry_store.h"

@@ -7,7 +7,7 @@
 #include "apps/lidcam/opened_camera.h"
 #include "apps/lidcam/stream_size.h"
 #include "camera_model/bus_adapter/simulated_bus.h"
-#include "driver/core/stream_modes.h"
+#include "driver/core/control/stream_modes.h"
 
 namespace lidcam::app {
 namespace {

@@ -6,7 +6,7 @@
 
 #include "apps/lidcam/units.h"
 #include "camera_model/camera_options.h"
-#include "driver/core/camera_context.h"
+#include "driver/core/record/camera_context.h"
 
 namespace lidcam::app {
 

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "apps/lidcam/command_error.h"
-#include "driver/core/camera_context.h"
+#include "driver/core/record/camera_context.h"
 #include "driver/frame/raw_sizes.h"
 
 namespace lidcam::app {

@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "driver/core/camera_trace.h"
+#include "driver/core/base/camera_trace.h"
 
 namespace lidcam::app {
 

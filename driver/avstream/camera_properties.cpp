@@ -6,7 +6,7 @@
 #include "driver/avstream/camera_properties_frame_rates.h"
 #include "driver/avstream/camera_properties_sets.h"
 #include "driver/avstream/camera_properties_translation.h"
-#include "driver/core/control_codes.h"
+#include "driver/core/control/control_codes.h"
 
 namespace lidcam {
 namespace {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "driver/core/control_codes.h"
+#include "driver/core/control/control_codes.h"
 #include "platform/kernel.h"
 
 namespace lidcam {

@@ -4,10 +4,10 @@
 
 #include "driver/avstream/camera_properties.h"
 #include "driver/avstream/filter_descriptors.h"
-#include "driver/core/camera_lifecycle.h"
-#include "driver/core/camera_memory.h"
-#include "driver/core/camera_trace.h"
-#include "driver/core/timed_wait.h"
+#include "driver/core/base/camera_memory.h"
+#include "driver/core/base/camera_trace.h"
+#include "driver/core/control/camera_lifecycle.h"
+#include "driver/core/record/timed_wait.h"
 
 namespace lidcam {
 namespace {

@@ -5,7 +5,7 @@
 #include "driver/avstream/camera_properties_tables.h"
 #include "driver/avstream/capture_pin.h"
 #include "driver/avstream/filter_descriptors.h"
-#include "driver/core/camera_trace.h"
+#include "driver/core/base/camera_trace.h"
 
 namespace lidcam {
 namespace {

@@ -5,8 +5,8 @@
 
 #include "driver/avstream/capture_pin_formats.h"
 #include "driver/avstream/capture_pin_numbers.h"
-#include "driver/core/camera_memory.h"
-#include "driver/core/camera_trace.h"
+#include "driver/core/base/camera_memory.h"
+#include "driver/core/base/camera_trace.h"
 
 namespace lidcam {
 namespace {

@@ -5,8 +5,8 @@
 #include "driver/avstream/capture_device.h"
 #include "driver/avstream/filter_descriptors.h"
 #include "driver/avstream/request_gate.h"
-#include "driver/core/camera_context.h"
-#include "driver/core/shared_value.h"
+#include "driver/core/base/shared_value.h"
+#include "driver/core/record/camera_context.h"
 #include "platform/kernel.h"
 
 namespace lidcam {

@@ -2,8 +2,8 @@
 
 #include "driver/avstream/capture_pin.h"
 #include "driver/avstream/capture_pin_numbers.h"
-#include "driver/core/camera_trace.h"
-#include "driver/core/held_memory.h"
+#include "driver/core/base/camera_trace.h"
+#include "driver/core/base/reference_counted_memory.h"
 #include "driver/frame/frame_delivery.h"
 
 namespace lidcam {

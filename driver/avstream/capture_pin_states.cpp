@@ -2,7 +2,7 @@
 
 #include "driver/avstream/capture_pin.h"
 #include "driver/avstream/capture_pin_numbers.h"
-#include "driver/core/camera_trace.h"
+#include "driver/core/base/camera_trace.h"
 
 namespace lidcam {
 namespace {

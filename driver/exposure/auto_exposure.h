@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include "driver/core/shared_value.h"
+#include "driver/core/base/shared_value.h"
 
 namespace lidcam {
 

@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include "driver/core/camera_trace.h"
+#include "driver/core/base/camera_trace.h"
 #include "driver/exposure/auto_exposure.h"
 #include "driver/exposure/light_state.h"
 #include "driver/exposure/sensor_commit.h"

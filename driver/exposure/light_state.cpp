@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include "driver/core/camera_trace.h"
+#include "driver/core/base/camera_trace.h"
 #include "driver/exposure/light_transitions.h"
 #include "driver/sensor/power_and_led.h"
 #include "driver/sensor/register_set_list.h"

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <span>
 
-#include "driver/core/camera_context.h"
+#include "driver/core/record/camera_context.h"
 #include "driver/exposure/light_state.h"
 #include "driver/exposure/sensor_commit.h"
 #include "driver/sensor/register_access.h"

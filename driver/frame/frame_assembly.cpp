@@ -1,6 +1,6 @@
 #include "driver/frame/frame_assembly.h"
 
-#include "driver/core/camera_trace.h"
+#include "driver/core/base/camera_trace.h"
 #include "driver/frame/packet_walk.h"
 
 namespace lidcam {

@@ -2,8 +2,8 @@
 
 #include <cstdint>
 
-#include "driver/core/camera_context.h"
-#include "driver/core/shared_value.h"
+#include "driver/core/base/shared_value.h"
+#include "driver/core/record/camera_context.h"
 
 namespace lidcam {
 

@@ -4,7 +4,7 @@
 #include <cstring>
 #include <limits>
 
-#include "driver/core/camera_trace.h"
+#include "driver/core/base/camera_trace.h"
 #include "driver/exposure/frame_exposure_control.h"
 #include "driver/frame/image_resampler.h"
 #include "driver/frame/raw_frame_parser.h"

@@ -3,8 +3,8 @@
 #include <cstdint>
 #include <cstring>
 
-#include "driver/core/camera_lifecycle.h"
-#include "driver/core/camera_trace.h"
+#include "driver/core/base/camera_trace.h"
+#include "driver/core/control/camera_lifecycle.h"
 #include "driver/frame/frame_assembly.h"
 #include "driver/frame/raw_frame_parser.h"
 

@@ -1,6 +1,6 @@
 #include "driver/frame/raw_frame_parser.h"
 
-#include "driver/core/camera_trace.h"
+#include "driver/core/base/camera_trace.h"
 #include "platform/kernel.h"
 
 namespace lidcam {

@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include "driver/core/camera_trace.h"
+#include "driver/core/base/camera_trace.h"
 #include "driver/frame/raw_sizes.h"
 #include "platform/kernel.h"
 

@@ -2,7 +2,7 @@
 
 #include <cstddef>
 
-#include "driver/core/camera_trace.h"
+#include "driver/core/base/camera_trace.h"
 #include "driver/sensor/register_access.h"
 #include "driver/sensor/wide_registers.h"
 

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "driver/core/camera_memory.h"
+#include "driver/core/base/camera_memory.h"
 
 namespace lidcam {
 namespace {

@@ -1,6 +1,6 @@
 #include "driver/sensor/sensor_identification.h"
 
-#include "driver/core/camera_trace.h"
+#include "driver/core/base/camera_trace.h"
 #include "driver/sensor/register_access.h"
 #include "platform/kernel.h"
 

@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include "driver/core/camera_context.h"
+#include "driver/core/record/camera_context.h"
 
 namespace lidcam {
 

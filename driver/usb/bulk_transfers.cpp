@@ -2,8 +2,8 @@
 
 #include <cstring>
 
-#include "driver/core/camera_memory.h"
-#include "driver/core/camera_trace.h"
+#include "driver/core/base/camera_memory.h"
+#include "driver/core/base/camera_trace.h"
 #include "driver/usb/control_requests.h"
 
 namespace lidcam {

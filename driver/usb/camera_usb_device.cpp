@@ -2,7 +2,7 @@
 
 #include <new>
 
-#include "driver/core/held_memory.h"
+#include "driver/core/base/reference_counted_memory.h"
 #include "driver/usb/frame_thread.h"
 #include "driver/usb/iso_transfers.h"
 #include "driver/usb/stream_recovery.h"

@@ -2,8 +2,8 @@
 
 #include <cstring>
 
-#include "driver/core/camera_memory.h"
-#include "driver/core/timed_wait.h"
+#include "driver/core/base/camera_memory.h"
+#include "driver/core/record/timed_wait.h"
 
 namespace lidcam {
 namespace {

@@ -1,7 +1,7 @@
 #include "driver/usb/iso_transfers.h"
 
-#include "driver/core/camera_memory.h"
-#include "driver/core/camera_trace.h"
+#include "driver/core/base/camera_memory.h"
+#include "driver/core/base/camera_trace.h"
 #include "driver/usb/control_requests.h"
 #include "driver/usb/frame_thread.h"
 #include "driver/usb/stream_recovery.h"

@@ -1,6 +1,6 @@
 #include "driver/usb/transfer_custody.h"
 
-#include "driver/core/timed_wait.h"
+#include "driver/core/record/timed_wait.h"
 
 namespace lidcam {
 namespace {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "driver/core/held_memory.h"
+#include "driver/core/base/reference_counted_memory.h"
 
 namespace lidcam {
 

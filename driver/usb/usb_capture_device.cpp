@@ -3,11 +3,11 @@
 #include <cstring>
 #include <new>
 
-#include "driver/core/camera_lifecycle.h"
-#include "driver/core/camera_memory.h"
-#include "driver/core/camera_trace.h"
-#include "driver/core/settings_store.h"
-#include "driver/core/stream_modes.h"
+#include "driver/core/base/camera_memory.h"
+#include "driver/core/base/camera_trace.h"
+#include "driver/core/control/camera_lifecycle.h"
+#include "driver/core/control/stream_modes.h"
+#include "driver/core/settings/settings_store.h"
 #include "driver/sensor/power_and_led.h"
 #include "driver/usb/bulk_transfers.h"
 #include "driver/usb/control_requests.h"

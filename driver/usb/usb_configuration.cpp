@@ -3,9 +3,9 @@
 #include <cstring>
 #include <new>
 
-#include "driver/core/camera_memory.h"
-#include "driver/core/camera_trace.h"
-#include "driver/core/stream_modes.h"
+#include "driver/core/base/camera_memory.h"
+#include "driver/core/base/camera_trace.h"
+#include "driver/core/control/stream_modes.h"
 #include "driver/usb/control_requests.h"
 
 namespace lidcam {

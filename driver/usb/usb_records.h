@@ -4,10 +4,10 @@
 #include <cstdint>
 #include <span>
 
-#include "driver/core/camera_context.h"
-#include "driver/core/held_memory.h"
-#include "driver/core/settings_store.h"
-#include "driver/core/shared_value.h"
+#include "driver/core/base/reference_counted_memory.h"
+#include "driver/core/base/shared_value.h"
+#include "driver/core/record/camera_context.h"
+#include "driver/core/settings/settings_store.h"
 #include "driver/frame/frame_assembly.h"
 #include "platform/kernel.h"
 

@@ -2,7 +2,7 @@
 
 Entries, with an empty line between them:
 
-    driver/core/settings_store.cpp ReadBounded
+    driver/core/settings/settings_store.cpp ReadBounded
     - before, as many lines as it takes
     + after
     = the reason why nobody can tell the two apart

@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "apps/lidcam/host_environment.h"
-#include "driver/core/control_codes.h"
+#include "driver/core/control/control_codes.h"
 #include "driver/exposure/auto_exposure.h"
 #include "platform/host/nt/registry.h"
 

@@ -4,8 +4,8 @@
 #include <string>
 
 #include "apps/lidcam/command_error.h"
-#include "driver/core/camera_lifecycle.h"
-#include "driver/core/stream_modes.h"
+#include "driver/core/control/camera_lifecycle.h"
+#include "driver/core/control/stream_modes.h"
 
 namespace lidcam::app {
 namespace {

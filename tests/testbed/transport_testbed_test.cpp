@@ -10,7 +10,7 @@
 
 #include "bus/faults/fault_bus.h"
 #include "camera_model/bus_adapter/simulated_bus.h"
-#include "driver/core/control_codes.h"
+#include "driver/core/control/control_codes.h"
 #include "platform/host/nt/pool.h"
 
 namespace lidcam::testbed {

@@ -12,7 +12,7 @@
 #include "apps/lidcam/opened_camera.h"
 #include "apps/lidcam/output/utf8_text.h"
 #include "apps/lidcam/sensor_notes.h"
-#include "driver/core/stream_modes.h"
+#include "driver/core/control/stream_modes.h"
 
 namespace lidcam::app {
 namespace {

@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "driver/core/camera_memory.h"
+#include "driver/core/base/camera_memory.h"
 
 namespace lidcam {
 

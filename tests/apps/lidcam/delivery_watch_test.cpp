@@ -8,7 +8,7 @@
 #include <memory>
 #include <vector>
 
-#include "driver/core/camera_trace.h"
+#include "driver/core/base/camera_trace.h"
 #include "driver/frame/raw_frame_parser.h"
 
 namespace lidcam::app {

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "apps/lidcam/trace_observer.h"
-#include "driver/core/camera_trace.h"
+#include "driver/core/base/camera_trace.h"
 
 namespace lidcam::app {
 namespace {

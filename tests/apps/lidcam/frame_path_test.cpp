@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "apps/lidcam/frame_path.h"
-#include "driver/core/camera_context.h"
+#include "driver/core/record/camera_context.h"
 
 namespace lidcam::app {
 namespace {

@@ -6,7 +6,7 @@
 
 #include <string>
 
-#include "driver/core/camera_context.h"
+#include "driver/core/record/camera_context.h"
 
 namespace lidcam::app {
 namespace {

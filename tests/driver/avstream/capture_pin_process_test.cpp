@@ -6,8 +6,8 @@
 #include <cstdio>
 #include <memory>
 
-#include "driver/core/camera_trace.h"
-#include "driver/core/held_memory.h"
+#include "driver/core/base/camera_trace.h"
+#include "driver/core/base/reference_counted_memory.h"
 #include "tests/driver/avstream/support/surface_world.h"
 #include "tests/driver/support/register_space.h"
 

@@ -17,9 +17,9 @@
 #include <ostream>
 #include <string>
 
-#include "driver/core/camera_lifecycle.h"
-#include "driver/core/settings_store.h"
-#include "driver/core/stream_modes.h"
+#include "driver/core/control/camera_lifecycle.h"
+#include "driver/core/control/stream_modes.h"
+#include "driver/core/settings/settings_store.h"
 #include "platform/host/nt/device_object.h"
 #include "platform/host/nt/registry.h"
 #include "tests/driver/sensor/register_set_bytes.h"

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "driver/core/camera_lifecycle.h"
+#include "driver/core/control/camera_lifecycle.h"
 #include "platform/host/nt/device_object.h"
 #include "platform/host/nt/pool.h"
 #include "tests/driver/support/register_space.h"

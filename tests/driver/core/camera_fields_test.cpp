@@ -8,8 +8,8 @@
 #include <functional>
 #include <vector>
 
-#include "driver/core/control_codes.h"
-#include "driver/core/settings_store.h"
+#include "driver/core/control/control_codes.h"
+#include "driver/core/settings/settings_store.h"
 #include "driver/exposure/auto_exposure.h"
 #include "platform/host/nt/registry.h"
 #include "tests/driver/core/bring_up_world.h"

@@ -1,6 +1,6 @@
 // The camera's life after creation: streaming, power, waiting and the end.
 
-#include "driver/core/camera_lifecycle.h"
+#include "driver/core/control/camera_lifecycle.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -9,7 +9,7 @@
 #include <chrono>
 #include <thread>
 
-#include "driver/core/camera_memory.h"
+#include "driver/core/base/camera_memory.h"
 #include "platform/host/nt/wdm_version.h"
 #include "platform/kernel.h"
 #include "tests/driver/core/bring_up_world.h"

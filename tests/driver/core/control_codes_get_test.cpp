@@ -5,7 +5,7 @@
 
 #include <set>
 
-#include "driver/core/control_codes.h"
+#include "driver/core/control/control_codes.h"
 #include "tests/driver/support/register_space.h"
 
 namespace lidcam::test {

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "driver/core/control_codes.h"
+#include "driver/core/control/control_codes.h"
 #include "tests/driver/support/record_bytes.h"
 #include "tests/driver/support/register_space.h"
 

@@ -1,4 +1,4 @@
-#include "driver/core/held_memory.h"
+#include "driver/core/base/reference_counted_memory.h"
 
 #include <gtest/gtest.h>
 

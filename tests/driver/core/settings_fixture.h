@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "driver/core/settings_store.h"
+#include "driver/core/settings/settings_store.h"
 #include "platform/host/nt/device_object.h"
 #include "platform/host/nt/handles.h"
 #include "platform/host/nt/pool.h"

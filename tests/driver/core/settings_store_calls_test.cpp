@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <string>
 
-#include "driver/core/camera_memory.h"
+#include "driver/core/base/camera_memory.h"
 #include "tests/driver/core/pool_calls.h"
 #include "tests/driver/core/settings_fixture.h"
 

@@ -1,4 +1,4 @@
-#include "driver/core/shared_value.h"
+#include "driver/core/base/shared_value.h"
 
 #include <gtest/gtest.h>
 

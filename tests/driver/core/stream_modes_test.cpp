@@ -1,4 +1,4 @@
-#include "driver/core/stream_modes.h"
+#include "driver/core/control/stream_modes.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

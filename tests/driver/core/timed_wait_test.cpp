@@ -1,4 +1,4 @@
-#include "driver/core/timed_wait.h"
+#include "driver/core/record/timed_wait.h"
 
 #include <gtest/gtest.h>
 

@@ -5,7 +5,7 @@
 #include <cstdarg>
 #include <cstdio>
 
-#include "driver/core/camera_trace.h"
+#include "driver/core/base/camera_trace.h"
 #include "driver/exposure/auto_exposure.h"
 #include "driver/exposure/frame_exposure_control.h"
 #include "driver/exposure/light_state.h"

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "driver/core/camera_context.h"
+#include "driver/core/record/camera_context.h"
 #include "platform/host/nt/debug_print.h"
 #include "tests/driver/support/register_space.h"
 #include "tests/driver/support/shared_exposure.h"

@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "driver/core/camera_lifecycle.h"
-#include "driver/core/control_codes.h"
+#include "driver/core/control/camera_lifecycle.h"
+#include "driver/core/control/control_codes.h"
 #include "driver/exposure/auto_exposure.h"
 #include "driver/exposure/light_state.h"
 #include "driver/sensor/mode_programming.h"

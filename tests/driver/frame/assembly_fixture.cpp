@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <utility>
 
-#include "driver/core/camera_trace.h"
+#include "driver/core/base/camera_trace.h"
 #include "platform/host/nt/debug_print.h"
 
 namespace lidcam::test {

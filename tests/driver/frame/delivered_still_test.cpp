@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "driver/core/camera_lifecycle.h"
+#include "driver/core/control/camera_lifecycle.h"
 #include "driver/frame/frame_delivery.h"
 #include "driver/frame/image_resampler.h"
 #include "tests/driver/frame/still_fixture.h"

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "driver/core/camera_context.h"
+#include "driver/core/record/camera_context.h"
 #include "driver/frame/image_resampler.h"
 #include "tests/driver/support/trace_lines.h"
 

@@ -11,8 +11,8 @@
 #include <string>
 #include <vector>
 
-#include "driver/core/camera_trace.h"
-#include "driver/core/control_codes.h"
+#include "driver/core/base/camera_trace.h"
+#include "driver/core/control/control_codes.h"
 #include "platform/host/nt/wdm_version.h"
 #include "tests/driver/frame/still_file_calls.h"
 #include "tests/driver/frame/still_fixture.h"

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "driver/core/camera_context.h"
+#include "driver/core/record/camera_context.h"
 #include "platform/host/nt/debug_print.h"
 #include "platform/host/nt/handles.h"
 #include "tests/driver/support/system_root.h"

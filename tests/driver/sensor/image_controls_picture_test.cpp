@@ -5,7 +5,7 @@
 
 #include <limits>
 
-#include "driver/core/control_codes.h"
+#include "driver/core/control/control_codes.h"
 #include "driver/sensor/image_controls.h"
 #include "tests/driver/sensor/image_controls_golden.h"
 

@@ -9,7 +9,7 @@
 #include <cstdio>
 #include <memory>
 
-#include "driver/core/camera_trace.h"
+#include "driver/core/base/camera_trace.h"
 #include "tests/driver/sensor/register_primitives.h"
 
 namespace lidcam::test {

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "driver/core/camera_context.h"
+#include "driver/core/record/camera_context.h"
 
 namespace lidcam::test {
 

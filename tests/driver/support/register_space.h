@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "driver/core/camera_context.h"
-#include "driver/core/settings_store.h"
+#include "driver/core/record/camera_context.h"
+#include "driver/core/settings/settings_store.h"
 
 namespace lidcam::test {
 

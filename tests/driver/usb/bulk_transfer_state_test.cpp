@@ -7,7 +7,7 @@
 #include <cstdio>
 #include <string>
 
-#include "driver/core/camera_trace.h"
+#include "driver/core/base/camera_trace.h"
 #include "platform/host/nt/pool.h"
 #include "tests/driver/usb/support/bulk_device.h"
 #include "tests/driver/usb/support/kernel_arguments.h"

@@ -3,7 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "driver/core/camera_context.h"
+#include "driver/core/record/camera_context.h"
 #include "platform/host/nt/kernel_faults.h"
 #include "tests/driver/usb/support/camera_faults.h"
 #include "tests/driver/usb/transport_world.h"

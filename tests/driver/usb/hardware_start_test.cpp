@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "driver/core/camera_lifecycle.h"
+#include "driver/core/control/camera_lifecycle.h"
 #include "driver/usb/stream_recovery.h"
 #include "platform/host/nt/pool.h"
 #include "platform/host/nt/wdm_version.h"

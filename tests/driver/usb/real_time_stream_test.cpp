@@ -4,7 +4,7 @@
 
 #include <atomic>
 
-#include "driver/core/camera_memory.h"
+#include "driver/core/base/camera_memory.h"
 #include "platform/host/nt/pool.h"
 #include "tests/driver/usb/transport_world.h"
 

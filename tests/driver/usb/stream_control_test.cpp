@@ -1,4 +1,4 @@
-#include "driver/core/camera_lifecycle.h"
+#include "driver/core/control/camera_lifecycle.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

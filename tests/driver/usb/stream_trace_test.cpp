@@ -5,7 +5,7 @@
 #include <cstdarg>
 #include <cstdio>
 
-#include "driver/core/camera_trace.h"
+#include "driver/core/base/camera_trace.h"
 #include "tests/driver/usb/transport_world.h"
 
 namespace lidcam::test {

@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "driver/core/camera_memory.h"
+#include "driver/core/base/camera_memory.h"
 #include "platform/host/nt/debug_print.h"
 #include "platform/host/nt/kernel_faults.h"
 #include "platform/host/nt/pool.h"

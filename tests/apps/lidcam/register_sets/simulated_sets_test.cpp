@@ -14,7 +14,7 @@
 #include "camera_model/exposure.h"
 #include "camera_model/picture_processing.h"
 #include "camera_model/raw_frame_geometry.h"
-#include "driver/core/camera_context.h"
+#include "driver/core/record/camera_context.h"
 #include "driver/sensor/register_set_file.h"
 #include "driver/sensor/register_set_list.h"
 #include "driver/sensor/sensor_identification.h"

@@ -1,6 +1,6 @@
 #include "tests/driver/usb/support/camera_faults.h"
 
-#include "driver/core/camera_context.h"
+#include "driver/core/record/camera_context.h"
 #include "platform/kernel.h"
 
 namespace lidcam::test {

@@ -6,7 +6,7 @@
 #include <cstdarg>
 #include <cstdio>
 
-#include "driver/core/camera_trace.h"
+#include "driver/core/base/camera_trace.h"
 
 namespace lidcam::test {
 namespace {

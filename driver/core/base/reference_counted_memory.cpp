@@ -1,8 +1,8 @@
-#include "driver/core/held_memory.h"
+#include "driver/core/base/reference_counted_memory.h"
 
 #include <new>
 
-#include "driver/core/camera_memory.h"
+#include "driver/core/base/camera_memory.h"
 
 namespace lidcam {
 namespace {

@@ -1,6 +1,6 @@
-#include "driver/core/camera_trace.h"
+#include "driver/core/base/camera_trace.h"
 
-#include "driver/core/shared_value.h"
+#include "driver/core/base/shared_value.h"
 
 namespace lidcam {
 namespace {

@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "driver/core/shared_value.h"
+#include "driver/core/base/shared_value.h"
 #include "platform/kernel.h"
 
 namespace lidcam {

@@ -1,4 +1,4 @@
-#include "driver/core/camera_memory.h"
+#include "driver/core/base/camera_memory.h"
 
 #include <cstring>
 

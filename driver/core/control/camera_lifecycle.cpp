@@ -1,10 +1,10 @@
-#include "driver/core/camera_lifecycle.h"
+#include "driver/core/control/camera_lifecycle.h"
 
 #include <new>
 
-#include "driver/core/camera_memory.h"
-#include "driver/core/camera_trace.h"
-#include "driver/core/settings_store.h"
+#include "driver/core/base/camera_memory.h"
+#include "driver/core/base/camera_trace.h"
+#include "driver/core/settings/settings_store.h"
 #include "driver/exposure/auto_exposure.h"
 #include "driver/sensor/power_and_led.h"
 #include "driver/sensor/register_access.h"

@@ -1,8 +1,8 @@
-#include "driver/core/stream_modes.h"
+#include "driver/core/control/stream_modes.h"
 
 #include <cstddef>
 
-#include "driver/core/camera_trace.h"
+#include "driver/core/base/camera_trace.h"
 #include "driver/sensor/mode_programming.h"
 #include "driver/sensor/setup_registers.h"
 

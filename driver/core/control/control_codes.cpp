@@ -1,10 +1,10 @@
-#include "driver/core/control_codes.h"
+#include "driver/core/control/control_codes.h"
 
 #include <cstddef>
 #include <iterator>
 
-#include "driver/core/setting_field.h"
-#include "driver/core/stream_modes.h"
+#include "driver/core/control/stream_modes.h"
+#include "driver/core/record/setting_field.h"
 #include "driver/sensor/image_controls.h"
 #include "driver/sensor/register_access.h"
 

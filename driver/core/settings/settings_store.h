@@ -1,7 +1,7 @@
 #pragma once
 
-#include "driver/core/camera_context.h"
-#include "driver/core/setting_field.h"
+#include "driver/core/record/camera_context.h"
+#include "driver/core/record/setting_field.h"
 #include "platform/kernel.h"
 
 namespace lidcam {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "driver/core/camera_context.h"
+#include "driver/core/record/camera_context.h"
 #include "platform/kernel.h"
 
 namespace lidcam {

@@ -1,8 +1,8 @@
-#include "driver/core/settings_store.h"
+#include "driver/core/settings/settings_store.h"
 
 #include <cstring>
 
-#include "driver/core/camera_memory.h"
+#include "driver/core/base/camera_memory.h"
 
 namespace lidcam {
 namespace {
