@@ -40,9 +40,9 @@ SUBJECTS = {
         "!bus/capture/usb*_record.cpp",
     ],
     "register_set_file": [
-        "driver/sensor/register_set_file.cpp",
-        "driver/sensor/register_set_list.cpp",
-        "driver/sensor/setup_registers.cpp",
+        "driver/sensor/register_sets/register_set_file.cpp",
+        "driver/sensor/register_sets/register_set_list.cpp",
+        "driver/sensor/modes/setup_registers.cpp",
         "apps/lidcam/register_sets/*.cpp",
         "!apps/lidcam/register_sets/set_files.cpp",
     ],

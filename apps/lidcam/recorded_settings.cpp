@@ -16,7 +16,7 @@
 #include "bus/capture/control_history.h"
 #include "driver/core/control/camera_lifecycle.h"
 #include "driver/core/control/stream_modes.h"
-#include "driver/sensor/image_controls.h"
+#include "driver/sensor/controls/image_controls.h"
 #include "platform/host/nt/debug_print.h"
 
 namespace lidcam::app {

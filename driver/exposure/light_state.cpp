@@ -4,8 +4,8 @@
 
 #include "driver/core/base/camera_trace.h"
 #include "driver/exposure/light_transitions.h"
-#include "driver/sensor/power_and_led.h"
-#include "driver/sensor/register_set_list.h"
+#include "driver/sensor/controls/power_and_led.h"
+#include "driver/sensor/register_sets/register_set_list.h"
 #include "platform/kernel.h"
 
 namespace lidcam {

@@ -6,7 +6,7 @@
 #include "driver/core/record/camera_context.h"
 #include "driver/exposure/light_state.h"
 #include "driver/exposure/sensor_commit.h"
-#include "driver/sensor/register_access.h"
+#include "driver/sensor/registers/register_access.h"
 
 namespace lidcam {
 

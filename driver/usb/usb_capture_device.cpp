@@ -8,7 +8,7 @@
 #include "driver/core/control/camera_lifecycle.h"
 #include "driver/core/control/stream_modes.h"
 #include "driver/core/settings/settings_store.h"
-#include "driver/sensor/power_and_led.h"
+#include "driver/sensor/controls/power_and_led.h"
 #include "driver/usb/bulk_transfers.h"
 #include "driver/usb/control_requests.h"
 #include "driver/usb/stream_reconfigure.h"

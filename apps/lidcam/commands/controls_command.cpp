@@ -15,7 +15,7 @@
 #include "apps/lidcam/core_camera.h"
 #include "apps/lidcam/opened_camera.h"
 #include "apps/lidcam/output/utf8_text.h"
-#include "driver/sensor/register_access.h"
+#include "driver/sensor/registers/register_access.h"
 
 namespace lidcam::app {
 namespace {

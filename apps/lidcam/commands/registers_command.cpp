@@ -8,7 +8,7 @@
 #include "apps/lidcam/commands/commands.h"
 #include "apps/lidcam/commands/common_options.h"
 #include "apps/lidcam/core_camera.h"
-#include "driver/sensor/register_access.h"
+#include "driver/sensor/registers/register_access.h"
 
 namespace lidcam::app {
 namespace {

@@ -6,11 +6,11 @@
 #include "driver/core/base/camera_trace.h"
 #include "driver/core/settings/settings_store.h"
 #include "driver/exposure/auto_exposure.h"
-#include "driver/sensor/power_and_led.h"
-#include "driver/sensor/register_access.h"
-#include "driver/sensor/register_set_file.h"
-#include "driver/sensor/sensor_identification.h"
-#include "driver/sensor/setup_registers.h"
+#include "driver/sensor/controls/power_and_led.h"
+#include "driver/sensor/identification/sensor_identification.h"
+#include "driver/sensor/modes/setup_registers.h"
+#include "driver/sensor/register_sets/register_set_file.h"
+#include "driver/sensor/registers/register_access.h"
 #include "platform/kernel.h"
 
 namespace lidcam {

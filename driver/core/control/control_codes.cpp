@@ -5,8 +5,8 @@
 
 #include "driver/core/control/stream_modes.h"
 #include "driver/core/record/setting_field.h"
-#include "driver/sensor/image_controls.h"
-#include "driver/sensor/register_access.h"
+#include "driver/sensor/controls/image_controls.h"
+#include "driver/sensor/registers/register_access.h"
 
 namespace lidcam {
 namespace {

@@ -3,8 +3,8 @@
 #include <cstddef>
 
 #include "driver/core/base/camera_trace.h"
-#include "driver/sensor/mode_programming.h"
-#include "driver/sensor/setup_registers.h"
+#include "driver/sensor/modes/mode_programming.h"
+#include "driver/sensor/modes/setup_registers.h"
 
 namespace lidcam {
 namespace {

@@ -12,7 +12,7 @@
 #include "driver/exposure/auto_exposure.h"
 #include "driver/exposure/frame_exposure_control.h"
 #include "driver/exposure/light_state.h"
-#include "driver/sensor/register_access.h"
+#include "driver/sensor/registers/register_access.h"
 #include "tests/driver/exposure/exposure_bench.h"
 #include "tests/driver/exposure/operating_points.h"
 

@@ -13,7 +13,7 @@
 #include "driver/core/control/control_codes.h"
 #include "driver/exposure/auto_exposure.h"
 #include "driver/exposure/light_state.h"
-#include "driver/sensor/mode_programming.h"
+#include "driver/sensor/modes/mode_programming.h"
 #include "tests/driver/exposure/exposure_bench.h"
 #include "tests/driver/support/record_bytes.h"
 

@@ -8,7 +8,7 @@
 #include <memory>
 #include <random>
 
-#include "driver/sensor/register_set_file.h"
+#include "driver/sensor/register_sets/register_set_file.h"
 #include "platform/host/nt/debug_print.h"
 #include "platform/host/nt/handles.h"
 #include "platform/host/nt/pool.h"

@@ -3,7 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "driver/sensor/image_controls.h"
+#include "driver/sensor/controls/image_controls.h"
 #include "tests/driver/sensor/image_controls_golden.h"
 
 namespace lidcam::test {

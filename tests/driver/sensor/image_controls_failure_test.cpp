@@ -8,7 +8,7 @@
 #include <optional>
 #include <set>
 
-#include "driver/sensor/image_controls.h"
+#include "driver/sensor/controls/image_controls.h"
 #include "tests/driver/sensor/image_controls_golden.h"
 
 namespace lidcam::test {

@@ -3,8 +3,8 @@
 
 #include <limits>
 
-#include "driver/sensor/gamma_table.h"
-#include "driver/sensor/image_controls.h"
+#include "driver/sensor/controls/gamma_table.h"
+#include "driver/sensor/controls/image_controls.h"
 #include "tests/driver/sensor/image_controls_golden.h"
 
 namespace lidcam::test {

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "driver/sensor/image_controls.h"
+#include "driver/sensor/controls/image_controls.h"
 #include "tests/driver/sensor/image_controls_golden.h"
 
 namespace lidcam::test {

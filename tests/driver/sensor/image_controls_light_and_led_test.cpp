@@ -3,8 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "driver/sensor/image_controls.h"
-#include "driver/sensor/power_and_led.h"
+#include "driver/sensor/controls/image_controls.h"
+#include "driver/sensor/controls/power_and_led.h"
 #include "tests/driver/sensor/image_controls_golden.h"
 
 namespace lidcam::test {

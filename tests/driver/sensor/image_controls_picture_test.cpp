@@ -6,7 +6,7 @@
 #include <limits>
 
 #include "driver/core/control/control_codes.h"
-#include "driver/sensor/image_controls.h"
+#include "driver/sensor/controls/image_controls.h"
 #include "tests/driver/sensor/image_controls_golden.h"
 
 namespace lidcam::test {

@@ -3,7 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "driver/sensor/power_and_led.h"
+#include "driver/sensor/controls/power_and_led.h"
 #include "tests/driver/sensor/image_controls_golden.h"
 
 namespace lidcam::test {

@@ -1,4 +1,4 @@
-#include "driver/sensor/mode_programming.h"
+#include "driver/sensor/modes/mode_programming.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

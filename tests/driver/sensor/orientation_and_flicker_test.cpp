@@ -1,4 +1,4 @@
-#include "driver/sensor/orientation_and_flicker.h"
+#include "driver/sensor/controls/orientation_and_flicker.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

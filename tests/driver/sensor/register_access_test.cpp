@@ -1,6 +1,6 @@
 // What each register primitive sends, gives back and keeps.
 
-#include "driver/sensor/register_access.h"
+#include "driver/sensor/registers/register_access.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

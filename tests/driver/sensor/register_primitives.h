@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "driver/sensor/register_access.h"
+#include "driver/sensor/registers/register_access.h"
 #include "tests/driver/support/register_space.h"
 
 namespace lidcam::test {

@@ -1,4 +1,4 @@
-#include "driver/sensor/register_set_file.h"
+#include "driver/sensor/register_sets/register_set_file.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -9,9 +9,9 @@
 #include <string>
 #include <vector>
 
-#include "driver/sensor/image_controls.h"
-#include "driver/sensor/register_set_file.h"
-#include "driver/sensor/setup_registers.h"
+#include "driver/sensor/controls/image_controls.h"
+#include "driver/sensor/modes/setup_registers.h"
+#include "driver/sensor/register_sets/register_set_file.h"
 #include "tests/driver/sensor/register_set_bytes.h"
 #include "tests/driver/support/register_space.h"
 #include "tests/driver/support/system_root.h"

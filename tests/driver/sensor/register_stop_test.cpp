@@ -4,7 +4,7 @@
 
 #include <new>
 
-#include "driver/sensor/register_access.h"
+#include "driver/sensor/registers/register_access.h"
 #include "tests/platform/simulation_support.h"
 
 namespace lidcam::test {

@@ -1,6 +1,6 @@
 // Which sensor each USB identity and each answer of the sensor makes, and what is sent to find out.
 
-#include "driver/sensor/sensor_identification.h"
+#include "driver/sensor/identification/sensor_identification.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
 // The 16-bit registers of two of the sensors: what their two halves send, give back and keep.
 
-#include "driver/sensor/wide_registers.h"
+#include "driver/sensor/registers/wide_registers.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

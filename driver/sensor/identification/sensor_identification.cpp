@@ -1,7 +1,7 @@
-#include "driver/sensor/sensor_identification.h"
+#include "driver/sensor/identification/sensor_identification.h"
 
 #include "driver/core/base/camera_trace.h"
-#include "driver/sensor/register_access.h"
+#include "driver/sensor/registers/register_access.h"
 #include "platform/kernel.h"
 
 namespace lidcam {

@@ -1,4 +1,4 @@
-#include "driver/sensor/gamma_table.h"
+#include "driver/sensor/controls/gamma_table.h"
 
 namespace lidcam {
 namespace {

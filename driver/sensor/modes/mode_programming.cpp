@@ -1,10 +1,10 @@
-#include "driver/sensor/mode_programming.h"
+#include "driver/sensor/modes/mode_programming.h"
 
 #include "driver/exposure/light_state.h"
-#include "driver/sensor/orientation_and_flicker.h"
-#include "driver/sensor/power_and_led.h"
-#include "driver/sensor/register_access.h"
-#include "driver/sensor/sensor_set.h"
+#include "driver/sensor/controls/orientation_and_flicker.h"
+#include "driver/sensor/controls/power_and_led.h"
+#include "driver/sensor/identification/sensor_set.h"
+#include "driver/sensor/registers/register_access.h"
 
 namespace lidcam {
 namespace {

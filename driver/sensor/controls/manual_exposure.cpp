@@ -1,11 +1,11 @@
-#include "driver/sensor/exposure_control.h"
+#include "driver/sensor/controls/manual_exposure.h"
 
 #include <cstddef>
 #include <cstdint>
 
-#include "driver/sensor/register_access.h"
-#include "driver/sensor/sensor_set.h"
-#include "driver/sensor/wide_registers.h"
+#include "driver/sensor/identification/sensor_set.h"
+#include "driver/sensor/registers/register_access.h"
+#include "driver/sensor/registers/wide_registers.h"
 
 namespace lidcam {
 namespace {

@@ -1,7 +1,7 @@
-#include "driver/sensor/power_and_led.h"
+#include "driver/sensor/controls/power_and_led.h"
 
-#include "driver/sensor/register_access.h"
-#include "driver/sensor/register_set_list.h"
+#include "driver/sensor/register_sets/register_set_list.h"
+#include "driver/sensor/registers/register_access.h"
 
 namespace lidcam {
 namespace {

@@ -1,9 +1,9 @@
-#include "driver/sensor/setup_registers.h"
+#include "driver/sensor/modes/setup_registers.h"
 
 #include <cstdint>
 
-#include "driver/sensor/image_controls.h"
-#include "driver/sensor/register_access.h"
+#include "driver/sensor/controls/image_controls.h"
+#include "driver/sensor/registers/register_access.h"
 
 namespace lidcam {
 namespace {

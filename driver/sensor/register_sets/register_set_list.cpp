@@ -1,7 +1,7 @@
-#include "driver/sensor/register_set_list.h"
+#include "driver/sensor/register_sets/register_set_list.h"
 
-#include "driver/sensor/register_access.h"
-#include "driver/sensor/sensor_set.h"
+#include "driver/sensor/identification/sensor_set.h"
+#include "driver/sensor/registers/register_access.h"
 
 namespace lidcam {
 namespace {

@@ -1,16 +1,16 @@
-#include "driver/sensor/image_controls.h"
+#include "driver/sensor/controls/image_controls.h"
 
 #include <algorithm>
 #include <cstddef>
 #include <iterator>
 
-#include "driver/sensor/exposure_control.h"
-#include "driver/sensor/gamma_table.h"
-#include "driver/sensor/orientation_and_flicker.h"
-#include "driver/sensor/power_and_led.h"
-#include "driver/sensor/register_access.h"
-#include "driver/sensor/sensor_set.h"
-#include "driver/sensor/wide_registers.h"
+#include "driver/sensor/controls/gamma_table.h"
+#include "driver/sensor/controls/manual_exposure.h"
+#include "driver/sensor/controls/orientation_and_flicker.h"
+#include "driver/sensor/controls/power_and_led.h"
+#include "driver/sensor/identification/sensor_set.h"
+#include "driver/sensor/registers/register_access.h"
+#include "driver/sensor/registers/wide_registers.h"
 
 namespace lidcam {
 namespace {

@@ -1,10 +1,10 @@
-#include "driver/sensor/orientation_and_flicker.h"
+#include "driver/sensor/controls/orientation_and_flicker.h"
 
 #include <cstddef>
 
 #include "driver/core/base/camera_trace.h"
-#include "driver/sensor/register_access.h"
-#include "driver/sensor/wide_registers.h"
+#include "driver/sensor/registers/register_access.h"
+#include "driver/sensor/registers/wide_registers.h"
 
 namespace lidcam {
 namespace {

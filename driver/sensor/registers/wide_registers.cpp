@@ -1,6 +1,6 @@
-#include "driver/sensor/wide_registers.h"
+#include "driver/sensor/registers/wide_registers.h"
 
-#include "driver/sensor/register_access.h"
+#include "driver/sensor/registers/register_access.h"
 
 namespace lidcam {
 namespace {

@@ -1,4 +1,4 @@
-#include "driver/sensor/register_access.h"
+#include "driver/sensor/registers/register_access.h"
 
 #include "driver/core/base/camera_trace.h"
 #include "platform/kernel.h"
