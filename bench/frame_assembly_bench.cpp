@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "bench/paired_benchmark.h"
-#include "driver/frame/frame_assembly.h"
+#include "driver/frame/assembly/frame_assembly.h"
 
 namespace lidcam::bench {
 namespace {

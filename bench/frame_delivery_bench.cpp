@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "bench/paired_benchmark.h"
-#include "driver/frame/frame_delivery.h"
-#include "driver/frame/image_resampler.h"
+#include "driver/frame/delivery/frame_delivery.h"
+#include "driver/frame/resampler/image_resampler.h"
 
 namespace lidcam::bench {
 namespace {

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "driver/frame/frame_assembly.h"
-#include "driver/frame/packet_walk.h"
+#include "driver/frame/assembly/frame_assembly.h"
+#include "driver/frame/assembly/packet_walk.h"
 #include "fuzz/input.h"
 #include "platform/host/nt/debug_print.h"
 

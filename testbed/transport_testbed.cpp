@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "driver/core/base/reference_counted_memory.h"
-#include "driver/frame/frame_delivery.h"
+#include "driver/frame/delivery/frame_delivery.h"
 #include "platform/host/ks/class_rules.h"
 #include "platform/host/nt/device_object.h"
 

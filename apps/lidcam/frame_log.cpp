@@ -11,7 +11,7 @@
 #include "driver/exposure/auto_exposure.h"
 #include "driver/exposure/frame_exposure_control.h"
 #include "driver/exposure/light_state.h"
-#include "driver/frame/raw_frame_parser.h"
+#include "driver/frame/raw/raw_frame_parser.h"
 
 namespace lidcam::app {
 namespace {

@@ -6,7 +6,7 @@
 
 #include "driver/core/control/camera_lifecycle.h"
 #include "driver/core/control/stream_modes.h"
-#include "driver/frame/frame_delivery.h"
+#include "driver/frame/delivery/frame_delivery.h"
 
 namespace lidcam::app {
 namespace {

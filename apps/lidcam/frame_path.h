@@ -10,7 +10,7 @@
 #include "apps/lidcam/stream_size.h"
 #include "apps/lidcam/units.h"
 #include "driver/core/record/camera_context.h"
-#include "driver/frame/frame_assembly.h"
+#include "driver/frame/assembly/frame_assembly.h"
 
 namespace lidcam::app {
 

@@ -15,7 +15,7 @@
 #include <utility>
 
 #include "apps/lidcam/command_error.h"
-#include "driver/frame/raw_sizes.h"
+#include "driver/frame/raw/raw_sizes.h"
 #include "platform/host/nt/files.h"
 #include "platform/host/nt/nt_declarations.h"
 #include "platform/host/nt/status_words.h"

@@ -6,7 +6,7 @@
 
 #include "apps/lidcam/command_error.h"
 #include "driver/core/record/camera_context.h"
-#include "driver/frame/raw_sizes.h"
+#include "driver/frame/raw/raw_sizes.h"
 
 namespace lidcam::app {
 namespace {

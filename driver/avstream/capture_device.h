@@ -6,7 +6,7 @@
 #include "driver/core/base/reference_counted_memory.h"
 #include "driver/core/base/shared_value.h"
 #include "driver/core/record/camera_context.h"
-#include "driver/frame/frame_assembly.h"
+#include "driver/frame/assembly/frame_assembly.h"
 #include "platform/kernel.h"
 
 namespace lidcam {

@@ -4,7 +4,7 @@
 #include "driver/avstream/capture_pin_numbers.h"
 #include "driver/core/base/camera_trace.h"
 #include "driver/core/base/reference_counted_memory.h"
-#include "driver/frame/frame_delivery.h"
+#include "driver/frame/delivery/frame_delivery.h"
 
 namespace lidcam {
 namespace {

@@ -6,7 +6,7 @@
 #include "driver/exposure/auto_exposure.h"
 #include "driver/exposure/light_state.h"
 #include "driver/exposure/sensor_commit.h"
-#include "driver/frame/raw_frame_parser.h"
+#include "driver/frame/raw/raw_frame_parser.h"
 #include "driver/sensor/registers/register_access.h"
 
 namespace lidcam {

@@ -1,7 +1,7 @@
 #include "driver/usb/frame_thread.h"
 
 #include "driver/core/base/camera_trace.h"
-#include "driver/frame/packet_walk.h"
+#include "driver/frame/assembly/packet_walk.h"
 #include "driver/usb/iso_transfers.h"
 #include "driver/usb/transfer_custody.h"
 

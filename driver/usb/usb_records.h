@@ -8,7 +8,7 @@
 #include "driver/core/base/shared_value.h"
 #include "driver/core/record/camera_context.h"
 #include "driver/core/settings/settings_store.h"
-#include "driver/frame/frame_assembly.h"
+#include "driver/frame/assembly/frame_assembly.h"
 #include "platform/kernel.h"
 
 namespace lidcam {

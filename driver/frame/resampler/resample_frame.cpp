@@ -2,7 +2,7 @@
 
 #include <limits>
 
-#include "driver/frame/image_resampler.h"
+#include "driver/frame/resampler/image_resampler.h"
 
 namespace lidcam {
 namespace {

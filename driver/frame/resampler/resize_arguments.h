@@ -1,6 +1,6 @@
 #pragma once
 
-#include "driver/frame/image_resampler.h"
+#include "driver/frame/resampler/image_resampler.h"
 
 namespace lidcam {
 

@@ -19,7 +19,7 @@
 #include "apps/lidcam/host_environment.h"
 #include "apps/lidcam/trace_observer.h"
 #include "camera_model/bus_adapter/simulated_bus.h"
-#include "driver/frame/image_resampler.h"
+#include "driver/frame/resampler/image_resampler.h"
 #include "platform/host/nt/registry.h"
 
 namespace lidcam::app {

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "driver/core/base/camera_trace.h"
-#include "driver/frame/raw_frame_parser.h"
+#include "driver/frame/raw/raw_frame_parser.h"
 
 namespace lidcam::app {
 namespace {

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "apps/lidcam/command_error.h"
-#include "driver/frame/still_capture.h"
+#include "driver/frame/still/still_capture.h"
 #include "platform/host/nt/wdm_version.h"
 #include "tests/driver/support/file_size_limit.h"
 #include "tests/driver/support/system_root.h"

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "driver/frame/frame_assembly.h"
+#include "driver/frame/assembly/frame_assembly.h"
 
 namespace lidcam::test {
 

@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "driver/core/control/camera_lifecycle.h"
-#include "driver/frame/frame_delivery.h"
-#include "driver/frame/image_resampler.h"
+#include "driver/frame/delivery/frame_delivery.h"
+#include "driver/frame/resampler/image_resampler.h"
 #include "tests/driver/frame/still_fixture.h"
 #include "tests/driver/support/register_space.h"
 

@@ -1,4 +1,4 @@
-#include "driver/frame/frame_assembly.h"
+#include "driver/frame/assembly/frame_assembly.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "driver/frame/frame_delivery.h"
+#include "driver/frame/delivery/frame_delivery.h"
 
 #include <gtest/gtest.h>
 
@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "driver/core/record/camera_context.h"
-#include "driver/frame/image_resampler.h"
+#include "driver/frame/resampler/image_resampler.h"
 #include "tests/driver/support/trace_lines.h"
 
 namespace lidcam {

@@ -1,7 +1,7 @@
 // The packet walk with another parser than the camera's: one that asks for forced publishes and has
 // packets stored in part.
 
-#include "driver/frame/packet_walk.h"
+#include "driver/frame/assembly/packet_walk.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

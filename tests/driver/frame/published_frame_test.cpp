@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <new>
 
-#include "driver/frame/frame_assembly.h"
+#include "driver/frame/assembly/frame_assembly.h"
 
 namespace lidcam {
 namespace {

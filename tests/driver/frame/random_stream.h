@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "driver/frame/frame_assembly.h"
+#include "driver/frame/assembly/frame_assembly.h"
 
 namespace lidcam::test {
 

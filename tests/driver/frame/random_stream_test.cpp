@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "driver/frame/frame_assembly.h"
+#include "driver/frame/assembly/frame_assembly.h"
 #include "platform/host/nt/debug_print.h"
 #include "tests/driver/frame/stream_prediction.h"
 #include "tests/driver/support/sanitizers.h"

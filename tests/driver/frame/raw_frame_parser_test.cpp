@@ -1,4 +1,4 @@
-#include "driver/frame/raw_frame_parser.h"
+#include "driver/frame/raw/raw_frame_parser.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "driver/frame/still_capture.h"
+#include "driver/frame/still/still_capture.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

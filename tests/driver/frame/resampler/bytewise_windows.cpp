@@ -2,8 +2,8 @@
 
 #include <cstring>
 
-#include "driver/frame/resampler/scale_simd_avx512.h"
-#include "driver/frame/resampler/scale_simd_shuffles.h"
+#include "driver/frame/resampler/simd/scale_simd_avx512.h"
+#include "driver/frame/resampler/simd/scale_simd_shuffles.h"
 
 namespace lidcam {
 namespace {

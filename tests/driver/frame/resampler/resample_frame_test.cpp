@@ -1,4 +1,4 @@
-#include "driver/frame/image_resampler.h"
+#include "driver/frame/resampler/image_resampler.h"
 
 #include <gtest/gtest.h>
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "driver/frame/image_resampler.h"
+#include "driver/frame/resampler/image_resampler.h"
 #include "tests/driver/frame/resampler/literal_resize.h"
 
 namespace lidcam {

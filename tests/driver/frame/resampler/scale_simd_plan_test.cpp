@@ -1,6 +1,6 @@
 // How the kernels with byte shuffles reach a picture's bytes: the narrowest way that holds them.
 
-#include "driver/frame/resampler/scale_simd_plan.h"
+#include "driver/frame/resampler/simd/scale_simd_plan.h"
 
 #include <gtest/gtest.h>
 

@@ -1,9 +1,9 @@
-#include "driver/frame/still_capture.h"
+#include "driver/frame/still/still_capture.h"
 
 #include <cstdint>
 
 #include "driver/core/base/camera_trace.h"
-#include "driver/frame/raw_sizes.h"
+#include "driver/frame/raw/raw_sizes.h"
 #include "platform/kernel.h"
 
 namespace lidcam {

@@ -7,8 +7,8 @@
 
 #include "driver/frame/resampler/aligned_memory.h"
 #include "driver/frame/resampler/scale_kernels.h"
-#include "driver/frame/resampler/scale_simd_plan.h"
-#include "driver/frame/resampler/scale_simd_rows.h"
+#include "driver/frame/resampler/simd/scale_simd_plan.h"
+#include "driver/frame/resampler/simd/scale_simd_rows.h"
 
 namespace lidcam {
 namespace {

@@ -1,4 +1,4 @@
-#include "driver/frame/frame_delivery.h"
+#include "driver/frame/delivery/frame_delivery.h"
 
 #include <cstdint>
 #include <cstring>
@@ -6,10 +6,10 @@
 
 #include "driver/core/base/camera_trace.h"
 #include "driver/exposure/frame_exposure_control.h"
-#include "driver/frame/image_resampler.h"
-#include "driver/frame/raw_frame_parser.h"
-#include "driver/frame/raw_sizes.h"
-#include "driver/frame/still_capture.h"
+#include "driver/frame/raw/raw_frame_parser.h"
+#include "driver/frame/raw/raw_sizes.h"
+#include "driver/frame/resampler/image_resampler.h"
+#include "driver/frame/still/still_capture.h"
 
 namespace lidcam {
 namespace {

@@ -1,7 +1,7 @@
-#include "driver/frame/frame_assembly.h"
+#include "driver/frame/assembly/frame_assembly.h"
 
 #include "driver/core/base/camera_trace.h"
-#include "driver/frame/packet_walk.h"
+#include "driver/frame/assembly/packet_walk.h"
 
 namespace lidcam {
 

@@ -1,4 +1,4 @@
-#include "driver/frame/resampler/scale_simd_plan.h"
+#include "driver/frame/resampler/simd/scale_simd_plan.h"
 
 #include <emmintrin.h>
 

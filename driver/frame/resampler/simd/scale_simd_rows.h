@@ -4,7 +4,7 @@
 #include <cstdint>
 
 #include "driver/frame/resampler/scale_job.h"
-#include "driver/frame/resampler/scale_simd_plan.h"
+#include "driver/frame/resampler/simd/scale_simd_plan.h"
 
 // The way through the rows of a picture that all vector kernels share. Each kernel brings its
 // operations (`Isa`) and its way of scaling a row horizontally (`Rows`), both with internal linkage,

@@ -1,4 +1,4 @@
-#include "driver/frame/image_resampler.h"
+#include "driver/frame/resampler/image_resampler.h"
 
 #include "driver/frame/resampler/cpu_features.h"
 #include "driver/frame/resampler/resample_frame.h"

@@ -5,8 +5,8 @@
 
 #include "driver/core/base/camera_trace.h"
 #include "driver/core/control/camera_lifecycle.h"
-#include "driver/frame/frame_assembly.h"
-#include "driver/frame/raw_frame_parser.h"
+#include "driver/frame/assembly/frame_assembly.h"
+#include "driver/frame/raw/raw_frame_parser.h"
 
 namespace lidcam {
 

@@ -4,8 +4,8 @@
 #include <cstdint>
 
 #include "driver/frame/resampler/scale_kernels.h"
-#include "driver/frame/resampler/scale_simd_plan.h"
-#include "driver/frame/resampler/scale_simd_rows.h"
+#include "driver/frame/resampler/simd/scale_simd_plan.h"
+#include "driver/frame/resampler/simd/scale_simd_rows.h"
 
 // Scaling a row horizontally with byte shuffles, for every register width.
 
