@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "driver/exposure/ae_table.h"
+#include "driver/exposure/exposure_table.h"
 #include "driver/exposure/light_state.h"
 
 namespace lidcam {

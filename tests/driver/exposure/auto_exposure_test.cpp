@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <string>
 
-#include "driver/exposure/ae_table.h"
+#include "driver/exposure/exposure_table.h"
 #include "tests/driver/exposure/exposure_bench.h"
 #include "tests/driver/exposure/operating_points.h"
 
