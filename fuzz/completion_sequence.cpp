@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "driver/core/base/camera_memory.h"
-#include "driver/usb/bulk_transfers.h"
-#include "driver/usb/stream_reconfigure.h"
+#include "driver/usb/stream/stream_reconfigure.h"
+#include "driver/usb/transfers/bulk_transfers.h"
 #include "fuzz/hostile_stack.h"
 #include "fuzz/input.h"
 #include "fuzz/step_limit.h"

@@ -73,12 +73,12 @@ SUBJECTS = {
     ],
     "usb_descriptor": [
         "bus/enumeration.cpp",
-        "driver/usb/usb_configuration.cpp",
+        "driver/usb/requests/usb_configuration.cpp",
         "platform/host/usbd/configuration_descriptor.cpp",
         "platform/host/usbd/usb_configuration.cpp",
         "platform/host/usbd/usbd_library.cpp",
     ],
-    "completion_sequence": ["driver/usb/*.cpp", "!driver/usb/usb_configuration.cpp"],
+    "completion_sequence": ["driver/usb/*.cpp", "!driver/usb/requests/usb_configuration.cpp"],
     "command_line": [
         "apps/lidcam/camera_source.cpp",
         "apps/lidcam/commands/*.cpp",

@@ -4,7 +4,7 @@
 #include <functional>
 
 #include "bus/faults/random_faults.h"
-#include "driver/usb/usb_capture_device.h"
+#include "driver/usb/stream/usb_capture_device.h"
 #include "platform/host/nt/scheduler.h"
 #include "scenarios/client_stage.h"
 

@@ -4,7 +4,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "driver/usb/usb_capture_device.h"
+#include "driver/usb/stream/usb_capture_device.h"
 #include "platform/host/nt/irp_registry.h"
 #include "platform/host/nt/plug_and_play.h"
 #include "scenarios/status_text.h"

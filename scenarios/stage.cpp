@@ -4,7 +4,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "driver/usb/control_requests.h"
+#include "driver/usb/requests/control_requests.h"
 #include "platform/host/nt/irp_registry.h"
 #include "platform/host/nt/kernel_faults.h"
 #include "platform/host/nt/pool.h"

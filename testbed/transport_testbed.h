@@ -12,7 +12,7 @@
 
 #include "bus/usb_bus.h"
 #include "driver/core/record/camera_context.h"
-#include "driver/usb/camera_usb_device.h"
+#include "driver/usb/stream/camera_usb_device.h"
 #include "platform/host/ks/streaming_device.h"
 #include "platform/host/ks/streaming_pin.h"
 #include "platform/host/usbd/usb_device_stack.h"

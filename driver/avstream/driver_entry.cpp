@@ -3,7 +3,7 @@
 #include "driver/avstream/capture_filter.h"
 #include "driver/avstream/capture_pin.h"
 #include "driver/avstream/filter_descriptors.h"
-#include "driver/usb/camera_usb_device.h"
+#include "driver/usb/stream/camera_usb_device.h"
 
 namespace lidcam {
 namespace {

@@ -3,7 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "driver/usb/camera_usb_device.h"
+#include "driver/usb/stream/camera_usb_device.h"
 #include "platform/host/nt/debug_print.h"
 #include "platform/host/nt/pool.h"
 #include "tests/driver/avstream/support/surface_world.h"

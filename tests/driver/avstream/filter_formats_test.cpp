@@ -6,7 +6,7 @@
 
 #include "driver/avstream/camera_properties_frame_rates.h"
 #include "driver/avstream/filter_descriptors.h"
-#include "driver/usb/usb_configuration.h"
+#include "driver/usb/requests/usb_configuration.h"
 #include "tests/driver/avstream/guid_text.h"
 #include "tests/driver/core/bring_up_world.h"
 

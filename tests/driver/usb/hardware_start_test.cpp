@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "driver/core/control/camera_lifecycle.h"
-#include "driver/usb/stream_recovery.h"
+#include "driver/usb/transfers/stream_recovery.h"
 #include "platform/host/nt/pool.h"
 #include "platform/host/nt/wdm_version.h"
 #include "tests/driver/usb/transport_world.h"

@@ -3,7 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "driver/usb/control_requests.h"
+#include "driver/usb/requests/control_requests.h"
 #include "tests/driver/usb/support/kernel_arguments.h"
 #include "tests/driver/usb/transport_world.h"
 

@@ -2,7 +2,7 @@
 
 #include <bit>
 
-#include "driver/usb/camera_usb_device.h"
+#include "driver/usb/stream/camera_usb_device.h"
 
 namespace lidcam::test {
 namespace {

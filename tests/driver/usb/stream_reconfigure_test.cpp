@@ -1,6 +1,6 @@
 // The restart of a running stream with width and height exchanged, over a pin that a test makes up.
 
-#include "driver/usb/stream_reconfigure.h"
+#include "driver/usb/stream/stream_reconfigure.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

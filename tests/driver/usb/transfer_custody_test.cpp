@@ -1,11 +1,11 @@
 // What a completion routine may touch, and until when.
 
-#include "driver/usb/transfer_custody.h"
+#include "driver/usb/transfers/transfer_ownership.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "driver/usb/frame_thread.h"
+#include "driver/usb/transfers/frame_thread.h"
 #include "tests/driver/usb/support/circle.h"
 
 namespace lidcam::test {

@@ -4,8 +4,8 @@
 #include <memory>
 #include <string>
 
-#include "driver/usb/camera_usb_device.h"
-#include "driver/usb/usb_records.h"
+#include "driver/usb/records/usb_records.h"
+#include "driver/usb/stream/camera_usb_device.h"
 #include "platform/host/ks/streaming_device.h"
 #include "tests/driver/usb/platform_log.h"
 #include "tests/driver/usb/scripted_stack.h"

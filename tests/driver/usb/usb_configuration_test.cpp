@@ -1,4 +1,4 @@
-#include "driver/usb/usb_configuration.h"
+#include "driver/usb/requests/usb_configuration.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

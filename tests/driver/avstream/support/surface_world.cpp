@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "driver/usb/usb_records.h"
+#include "driver/usb/records/usb_records.h"
 #include "platform/host/nt/pool.h"
 
 namespace lidcam::test {

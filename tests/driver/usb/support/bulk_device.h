@@ -4,7 +4,7 @@
 #include <functional>
 #include <vector>
 
-#include "driver/usb/bulk_transfers.h"
+#include "driver/usb/transfers/bulk_transfers.h"
 #include "tests/platform/irp_support.h"
 
 namespace lidcam::test {

@@ -8,10 +8,10 @@
 #include <string>
 #include <vector>
 
-#include "driver/usb/frame_thread.h"
-#include "driver/usb/iso_transfers.h"
-#include "driver/usb/stream_recovery.h"
-#include "driver/usb/usb_records.h"
+#include "driver/usb/records/usb_records.h"
+#include "driver/usb/transfers/frame_thread.h"
+#include "driver/usb/transfers/iso_transfers.h"
+#include "driver/usb/transfers/stream_recovery.h"
 #include "tests/driver/support/register_space.h"
 #include "tests/platform/irp_support.h"
 

@@ -1,10 +1,10 @@
-#include "driver/usb/bulk_transfers.h"
+#include "driver/usb/transfers/bulk_transfers.h"
 
 #include <cstring>
 
 #include "driver/core/base/camera_memory.h"
 #include "driver/core/base/camera_trace.h"
-#include "driver/usb/control_requests.h"
+#include "driver/usb/requests/control_requests.h"
 
 namespace lidcam {
 namespace {

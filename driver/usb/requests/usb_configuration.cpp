@@ -1,4 +1,4 @@
-#include "driver/usb/usb_configuration.h"
+#include "driver/usb/requests/usb_configuration.h"
 
 #include <cstring>
 #include <new>
@@ -6,7 +6,7 @@
 #include "driver/core/base/camera_memory.h"
 #include "driver/core/base/camera_trace.h"
 #include "driver/core/control/stream_modes.h"
-#include "driver/usb/control_requests.h"
+#include "driver/usb/requests/control_requests.h"
 
 namespace lidcam {
 namespace {

@@ -1,4 +1,4 @@
-#include "driver/usb/control_requests.h"
+#include "driver/usb/requests/control_requests.h"
 
 #include <cstring>
 

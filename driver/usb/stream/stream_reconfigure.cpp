@@ -1,9 +1,9 @@
-#include "driver/usb/stream_reconfigure.h"
+#include "driver/usb/stream/stream_reconfigure.h"
 
 #include <utility>
 
 #include "driver/avstream/capture_device.h"
-#include "driver/usb/usb_records.h"
+#include "driver/usb/records/usb_records.h"
 #include "platform/kernel.h"
 
 namespace lidcam {

@@ -1,4 +1,4 @@
-#include "driver/usb/usb_capture_device.h"
+#include "driver/usb/stream/usb_capture_device.h"
 
 #include <cstring>
 #include <new>
@@ -9,11 +9,11 @@
 #include "driver/core/control/stream_modes.h"
 #include "driver/core/settings/settings_store.h"
 #include "driver/sensor/controls/power_and_led.h"
-#include "driver/usb/bulk_transfers.h"
-#include "driver/usb/control_requests.h"
-#include "driver/usb/stream_reconfigure.h"
-#include "driver/usb/stream_recovery.h"
-#include "driver/usb/usb_configuration.h"
+#include "driver/usb/requests/control_requests.h"
+#include "driver/usb/requests/usb_configuration.h"
+#include "driver/usb/stream/stream_reconfigure.h"
+#include "driver/usb/transfers/bulk_transfers.h"
+#include "driver/usb/transfers/stream_recovery.h"
 
 namespace lidcam {
 namespace {

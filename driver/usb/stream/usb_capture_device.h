@@ -4,7 +4,7 @@
 #include <cstdint>
 
 #include "driver/avstream/capture_device.h"
-#include "driver/usb/usb_records.h"
+#include "driver/usb/records/usb_records.h"
 #include "platform/kernel.h"
 
 namespace lidcam {

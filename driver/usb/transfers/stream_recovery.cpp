@@ -1,13 +1,13 @@
-#include "driver/usb/stream_recovery.h"
+#include "driver/usb/transfers/stream_recovery.h"
 
 #include "driver/core/base/camera_memory.h"
 #include "driver/core/base/camera_trace.h"
 #include "driver/core/control/camera_lifecycle.h"
 #include "driver/core/control/stream_modes.h"
 #include "driver/core/record/timed_wait.h"
-#include "driver/usb/control_requests.h"
-#include "driver/usb/iso_transfers.h"
-#include "driver/usb/transfer_custody.h"
+#include "driver/usb/requests/control_requests.h"
+#include "driver/usb/transfers/iso_transfers.h"
+#include "driver/usb/transfers/transfer_ownership.h"
 
 namespace lidcam {
 namespace {

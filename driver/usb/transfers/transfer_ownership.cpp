@@ -1,4 +1,4 @@
-#include "driver/usb/transfer_custody.h"
+#include "driver/usb/transfers/transfer_ownership.h"
 
 #include "driver/core/record/timed_wait.h"
 

@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "driver/usb/usb_capture_device.h"
+#include "driver/usb/stream/usb_capture_device.h"
 #include "platform/kernel.h"
 
 namespace lidcam {

@@ -1,11 +1,11 @@
-#include "driver/usb/camera_usb_device.h"
+#include "driver/usb/stream/camera_usb_device.h"
 
 #include <new>
 
 #include "driver/core/base/reference_counted_memory.h"
-#include "driver/usb/frame_thread.h"
-#include "driver/usb/iso_transfers.h"
-#include "driver/usb/stream_recovery.h"
+#include "driver/usb/transfers/frame_thread.h"
+#include "driver/usb/transfers/iso_transfers.h"
+#include "driver/usb/transfers/stream_recovery.h"
 
 namespace lidcam {
 namespace {

@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include "driver/usb/usb_records.h"
+#include "driver/usb/records/usb_records.h"
 #include "platform/kernel.h"
 
 namespace lidcam {

@@ -1,11 +1,11 @@
-#include "driver/usb/iso_transfers.h"
+#include "driver/usb/transfers/iso_transfers.h"
 
 #include "driver/core/base/camera_memory.h"
 #include "driver/core/base/camera_trace.h"
-#include "driver/usb/control_requests.h"
-#include "driver/usb/frame_thread.h"
-#include "driver/usb/stream_recovery.h"
-#include "driver/usb/transfer_custody.h"
+#include "driver/usb/requests/control_requests.h"
+#include "driver/usb/transfers/frame_thread.h"
+#include "driver/usb/transfers/stream_recovery.h"
+#include "driver/usb/transfers/transfer_ownership.h"
 
 namespace lidcam {
 namespace {

@@ -1,9 +1,9 @@
-#include "driver/usb/frame_thread.h"
+#include "driver/usb/transfers/frame_thread.h"
 
 #include "driver/core/base/camera_trace.h"
 #include "driver/frame/assembly/packet_walk.h"
-#include "driver/usb/iso_transfers.h"
-#include "driver/usb/transfer_custody.h"
+#include "driver/usb/transfers/iso_transfers.h"
+#include "driver/usb/transfers/transfer_ownership.h"
 
 namespace lidcam {
 namespace {
