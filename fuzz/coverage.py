@@ -56,7 +56,7 @@ SUBJECTS = {
         "bus/faults/timed_faults.cpp",
     ],
     "property_request": [
-        "driver/avstream/camera_properties*.cpp",
+        "driver/avstream/properties/property_requests*.cpp",
         "driver/core/control/control_codes.cpp",
         "driver/core/settings/settings_store.cpp",
         "platform/host/ks/automation.cpp",
@@ -64,7 +64,7 @@ SUBJECTS = {
         "platform/host/ks/filter_properties.cpp",
     ],
     "data_format": [
-        "driver/avstream/capture_pin*.cpp",
+        "driver/avstream/pin/capture_pin*.cpp",
         "platform/host/ks/data_format.cpp",
         "platform/host/ks/pin_create.cpp",
         "platform/host/ks/pin_intersection.cpp",

@@ -8,8 +8,8 @@
 
 #include <cstdint>
 
-#include "driver/avstream/camera_properties.h"
-#include "driver/avstream/camera_properties_sets.h"
+#include "driver/avstream/properties/property_ids.h"
+#include "driver/avstream/properties/property_requests.h"
 #include "driver/core/control/control_codes.h"
 #include "driver/core/settings/settings_store.h"
 #include "fuzz/installed_world.h"

@@ -5,7 +5,7 @@
 #include <cstring>
 #include <vector>
 
-#include "driver/avstream/camera_properties_sets.h"
+#include "driver/avstream/properties/property_ids.h"
 #include "platform/host/client/client_error.h"
 #include "platform/host/nt/scheduler.h"
 #include "platform/host/nt/thread.h"

@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "driver/avstream/camera_properties_sets.h"
+#include "driver/avstream/properties/property_ids.h"
 
 namespace lidcam::scenarios {
 namespace {

@@ -4,7 +4,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "driver/avstream/driver_entry.h"
+#include "driver/avstream/entry/driver_entry.h"
 #include "platform/host/nt/device_object.h"
 #include "platform/host/nt/plug_and_play.h"
 

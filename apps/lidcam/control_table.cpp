@@ -6,7 +6,7 @@
 #include <charconv>
 
 #include "apps/lidcam/command_error.h"
-#include "driver/avstream/camera_properties_sets.h"
+#include "driver/avstream/properties/property_ids.h"
 #include "driver/core/settings/settings_store.h"
 #include "platform/host/nt/status_words.h"
 

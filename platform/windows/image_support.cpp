@@ -1,6 +1,6 @@
 // What the compiler asks of a kernel image by itself, and the image's entry.
 
-#include "driver/avstream/driver_entry.h"
+#include "driver/avstream/entry/driver_entry.h"
 #include "platform/kernel.h"
 
 namespace {

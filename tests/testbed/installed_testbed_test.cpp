@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "camera_model/bus_adapter/simulated_bus.h"
-#include "driver/avstream/camera_properties_sets.h"
+#include "driver/avstream/properties/property_ids.h"
 #include "platform/host/client/stream.h"
 #include "testbed/worlds.h"
 

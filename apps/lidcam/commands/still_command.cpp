@@ -23,7 +23,7 @@
 #include "apps/lidcam/sensor_notes.h"
 #include "apps/lidcam/silence_watch.h"
 #include "apps/lidcam/still_file.h"
-#include "driver/avstream/camera_properties_sets.h"
+#include "driver/avstream/properties/property_ids.h"
 
 namespace lidcam::app {
 namespace {

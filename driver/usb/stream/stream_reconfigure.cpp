@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "driver/avstream/capture_device.h"
+#include "driver/avstream/device/capture_device.h"
 #include "driver/usb/records/usb_records.h"
 #include "platform/kernel.h"
 

@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "driver/avstream/capture_device.h"
+#include "driver/avstream/device/capture_device.h"
 #include "driver/usb/records/usb_records.h"
 #include "platform/kernel.h"
 

@@ -12,8 +12,8 @@
 #include "apps/lidcam/opened_camera.h"
 #include "apps/lidcam/trace_observer.h"
 #include "camera_model/bus_adapter/simulated_bus.h"
-#include "driver/avstream/camera_properties.h"
-#include "driver/avstream/camera_properties_sets.h"
+#include "driver/avstream/properties/property_ids.h"
+#include "driver/avstream/properties/property_requests.h"
 #include "platform/host/nt/registry.h"
 #include "tests/driver/support/register_space.h"
 

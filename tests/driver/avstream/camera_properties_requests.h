@@ -4,7 +4,7 @@
 #include <cstring>
 #include <vector>
 
-#include "driver/avstream/camera_properties.h"
+#include "driver/avstream/properties/property_requests.h"
 #include "platform/kernel.h"
 #include "tests/driver/support/register_space.h"
 

@@ -1,12 +1,12 @@
 // What a client finds when it lists the camera's properties.
 
-#include "driver/avstream/camera_properties_tables.h"
+#include "driver/avstream/properties/property_sets.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "driver/avstream/camera_properties_frame_rates.h"
-#include "driver/avstream/camera_properties_translation.h"
+#include "driver/avstream/properties/control_translation.h"
+#include "driver/avstream/properties/frame_rates.h"
 #include "tests/driver/avstream/camera_properties_requests.h"
 
 namespace lidcam::test {

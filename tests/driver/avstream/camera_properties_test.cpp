@@ -1,6 +1,6 @@
 // Property requests as the camera answers them.
 
-#include "driver/avstream/camera_properties.h"
+#include "driver/avstream/properties/property_requests.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
 // Property requests as control records and back, without a camera.
 
-#include "driver/avstream/camera_properties_translation.h"
+#include "driver/avstream/properties/control_translation.h"
 
 #include <gtest/gtest.h>
 

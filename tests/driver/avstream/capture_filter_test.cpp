@@ -1,4 +1,4 @@
-#include "driver/avstream/capture_filter.h"
+#include "driver/avstream/filter/capture_filter.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "driver/avstream/capture_pin_formats.h"
+#include "driver/avstream/pin/capture_pin_formats.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "driver/avstream/capture_pin_states.h"
+#include "driver/avstream/pin/capture_pin_states.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "driver/avstream/driver_entry.h"
+#include "driver/avstream/entry/driver_entry.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,10 +1,10 @@
-#include "driver/avstream/filter_descriptors.h"
+#include "driver/avstream/descriptors/filter_descriptors.h"
 
 #include <gtest/gtest.h>
 
 #include <cstring>
 
-#include "driver/avstream/camera_properties_tables.h"
+#include "driver/avstream/properties/property_sets.h"
 #include "tests/driver/avstream/guid_text.h"
 
 namespace lidcam::test {

@@ -4,8 +4,8 @@
 #include <cstring>
 #include <set>
 
-#include "driver/avstream/camera_properties_frame_rates.h"
-#include "driver/avstream/filter_descriptors.h"
+#include "driver/avstream/descriptors/filter_descriptors.h"
+#include "driver/avstream/properties/frame_rates.h"
 #include "driver/usb/requests/usb_configuration.h"
 #include "tests/driver/avstream/guid_text.h"
 #include "tests/driver/core/bring_up_world.h"

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "driver/avstream/capture_device.h"
+#include "driver/avstream/device/capture_device.h"
 
 namespace lidcam::test {
 

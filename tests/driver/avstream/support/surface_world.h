@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "driver/avstream/capture_device.h"
-#include "driver/avstream/capture_filter.h"
-#include "driver/avstream/capture_pin.h"
+#include "driver/avstream/device/capture_device.h"
+#include "driver/avstream/filter/capture_filter.h"
+#include "driver/avstream/pin/capture_pin.h"
 #include "tests/driver/avstream/support/fake_streaming_class.h"
 #include "tests/driver/avstream/support/stub_device.h"
 #include "tests/platform/simulation_support.h"

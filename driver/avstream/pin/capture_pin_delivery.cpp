@@ -1,7 +1,7 @@
 #include <cstdint>
 
-#include "driver/avstream/capture_pin.h"
-#include "driver/avstream/capture_pin_numbers.h"
+#include "driver/avstream/pin/capture_pin.h"
+#include "driver/avstream/pin/capture_pin_locks.h"
 #include "driver/core/base/camera_trace.h"
 #include "driver/core/base/reference_counted_memory.h"
 #include "driver/frame/delivery/frame_delivery.h"

@@ -2,7 +2,7 @@
 
 #include <cstddef>
 
-#include "driver/avstream/camera_properties_sets.h"
+#include "driver/avstream/properties/property_ids.h"
 #include "platform/kernel.h"
 
 namespace lidcam {

@@ -1,4 +1,4 @@
-#include "driver/avstream/filter_descriptors.h"
+#include "driver/avstream/descriptors/filter_descriptors.h"
 
 namespace lidcam {
 namespace {

@@ -1,7 +1,7 @@
-#include "driver/avstream/capture_pin_states.h"
+#include "driver/avstream/pin/capture_pin_states.h"
 
-#include "driver/avstream/capture_pin.h"
-#include "driver/avstream/capture_pin_numbers.h"
+#include "driver/avstream/pin/capture_pin.h"
+#include "driver/avstream/pin/capture_pin_locks.h"
 #include "driver/core/base/camera_trace.h"
 
 namespace lidcam {

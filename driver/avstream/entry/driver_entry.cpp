@@ -1,8 +1,8 @@
-#include "driver/avstream/driver_entry.h"
+#include "driver/avstream/entry/driver_entry.h"
 
-#include "driver/avstream/capture_filter.h"
-#include "driver/avstream/capture_pin.h"
-#include "driver/avstream/filter_descriptors.h"
+#include "driver/avstream/descriptors/filter_descriptors.h"
+#include "driver/avstream/filter/capture_filter.h"
+#include "driver/avstream/pin/capture_pin.h"
 #include "driver/usb/stream/camera_usb_device.h"
 
 namespace lidcam {

@@ -1,10 +1,10 @@
-#include "driver/avstream/capture_filter.h"
+#include "driver/avstream/filter/capture_filter.h"
 
 #include <new>
 
-#include "driver/avstream/camera_properties_tables.h"
-#include "driver/avstream/capture_pin.h"
-#include "driver/avstream/filter_descriptors.h"
+#include "driver/avstream/descriptors/filter_descriptors.h"
+#include "driver/avstream/pin/capture_pin.h"
+#include "driver/avstream/properties/property_sets.h"
 #include "driver/core/base/camera_trace.h"
 
 namespace lidcam {

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "driver/avstream/capture_pin.h"
-#include "driver/avstream/request_gate.h"
+#include "driver/avstream/device/rundown.h"
+#include "driver/avstream/pin/capture_pin.h"
 
 namespace lidcam {
 

@@ -1,9 +1,9 @@
-#include "driver/avstream/capture_device.h"
+#include "driver/avstream/device/capture_device.h"
 
 #include <new>
 
-#include "driver/avstream/camera_properties.h"
-#include "driver/avstream/filter_descriptors.h"
+#include "driver/avstream/descriptors/filter_descriptors.h"
+#include "driver/avstream/properties/property_requests.h"
 #include "driver/core/base/camera_memory.h"
 #include "driver/core/base/camera_trace.h"
 #include "driver/core/control/camera_lifecycle.h"

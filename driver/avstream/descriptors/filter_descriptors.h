@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include "driver/avstream/camera_properties_sets.h"
+#include "driver/avstream/properties/property_ids.h"
 #include "platform/kernel.h"
 
 // The records by which the camera tells the platform's streaming class what it is: one device, one

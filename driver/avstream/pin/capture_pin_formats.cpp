@@ -1,10 +1,10 @@
-#include "driver/avstream/capture_pin_formats.h"
+#include "driver/avstream/pin/capture_pin_formats.h"
 
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 
-#include "driver/avstream/camera_properties_sets.h"
+#include "driver/avstream/properties/property_ids.h"
 
 namespace lidcam {
 namespace {

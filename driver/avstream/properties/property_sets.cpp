@@ -1,4 +1,4 @@
-#include "driver/avstream/camera_properties_tables.h"
+#include "driver/avstream/properties/property_sets.h"
 
 namespace lidcam {
 

@@ -2,9 +2,9 @@
 
 #include <cstdint>
 
-#include "driver/avstream/capture_device.h"
-#include "driver/avstream/filter_descriptors.h"
-#include "driver/avstream/request_gate.h"
+#include "driver/avstream/descriptors/filter_descriptors.h"
+#include "driver/avstream/device/capture_device.h"
+#include "driver/avstream/device/rundown.h"
 #include "driver/core/base/shared_value.h"
 #include "driver/core/record/camera_context.h"
 #include "platform/kernel.h"

@@ -1,11 +1,11 @@
-#include "driver/avstream/camera_properties.h"
+#include "driver/avstream/properties/property_requests.h"
 
 #include <cstddef>
 #include <span>
 
-#include "driver/avstream/camera_properties_frame_rates.h"
-#include "driver/avstream/camera_properties_sets.h"
-#include "driver/avstream/camera_properties_translation.h"
+#include "driver/avstream/properties/control_translation.h"
+#include "driver/avstream/properties/frame_rates.h"
+#include "driver/avstream/properties/property_ids.h"
 #include "driver/core/control/control_codes.h"
 
 namespace lidcam {

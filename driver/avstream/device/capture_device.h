@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include "driver/avstream/request_gate.h"
+#include "driver/avstream/device/rundown.h"
 #include "driver/core/base/reference_counted_memory.h"
 #include "driver/core/base/shared_value.h"
 #include "driver/core/record/camera_context.h"

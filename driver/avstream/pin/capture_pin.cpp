@@ -1,10 +1,10 @@
-#include "driver/avstream/capture_pin.h"
+#include "driver/avstream/pin/capture_pin.h"
 
 #include <cstring>
 #include <new>
 
-#include "driver/avstream/capture_pin_formats.h"
-#include "driver/avstream/capture_pin_numbers.h"
+#include "driver/avstream/pin/capture_pin_formats.h"
+#include "driver/avstream/pin/capture_pin_locks.h"
 #include "driver/core/base/camera_memory.h"
 #include "driver/core/base/camera_trace.h"
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "driver/avstream/capture_device.h"
+#include "driver/avstream/device/capture_device.h"
 #include "platform/kernel.h"
 
 namespace lidcam {

@@ -1,4 +1,4 @@
-#include "driver/avstream/request_gate.h"
+#include "driver/avstream/device/rundown.h"
 
 namespace lidcam {
 namespace {

@@ -1,9 +1,9 @@
-#include "driver/avstream/camera_properties_translation.h"
+#include "driver/avstream/properties/control_translation.h"
 
 #include <cstdint>
 #include <span>
 
-#include "driver/avstream/camera_properties_sets.h"
+#include "driver/avstream/properties/property_ids.h"
 
 namespace lidcam {
 namespace {
