@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "driver/usb/requests/control_requests.h"
-#include "platform/host/nt/irp_registry.h"
+#include "platform/host/nt/irp_tracker.h"
 #include "platform/host/nt/kernel_faults.h"
 #include "platform/host/nt/pool.h"
 #include "platform/host/nt/scheduler.h"

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "platform/host/nt/device_object.h"
-#include "platform/host/nt/irp_registry.h"
+#include "platform/host/nt/irp_tracker.h"
 #include "platform/host/nt/nt_declarations.h"
 #include "tests/platform/simulation_support.h"
 

@@ -4,7 +4,7 @@
 #include <array>
 
 #include "platform/host/nt/lock_order.h"
-#include "platform/host/nt/object_registry.h"
+#include "platform/host/nt/object_tracker.h"
 #include "platform/host/nt/verifier.h"
 
 namespace lidcam::host {

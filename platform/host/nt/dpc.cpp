@@ -1,5 +1,5 @@
 #include "platform/host/nt/dispatcher.h"
-#include "platform/host/nt/object_registry.h"
+#include "platform/host/nt/object_tracker.h"
 
 namespace lidcam::host {
 

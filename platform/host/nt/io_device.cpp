@@ -4,7 +4,7 @@
 #include <memory>
 
 #include "platform/host/nt/device_object.h"
-#include "platform/host/nt/irp_registry.h"
+#include "platform/host/nt/irp_tracker.h"
 #include "platform/host/nt/kernel_faults.h"
 #include "platform/host/nt/pool.h"
 #include "platform/host/nt/verifier.h"

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "platform/host/nt/irp_registry.h"
+#include "platform/host/nt/irp_tracker.h"
 #include "platform/host/nt/no_allocation_scope.h"
 #include "platform/host/nt/thread.h"
 #include "platform/host/nt/verifier.h"

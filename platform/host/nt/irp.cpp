@@ -3,7 +3,7 @@
 #include <cstring>
 #include <string>
 
-#include "platform/host/nt/irp_registry.h"
+#include "platform/host/nt/irp_tracker.h"
 #include "platform/host/nt/kernel_faults.h"
 #include "platform/host/nt/pool.h"
 #include "platform/host/nt/verifier.h"

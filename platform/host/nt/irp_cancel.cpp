@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "platform/host/nt/irp_registry.h"
+#include "platform/host/nt/irp_tracker.h"
 #include "platform/host/nt/spin_lock.h"
 #include "platform/host/nt/thread.h"
 #include "platform/host/nt/verifier.h"

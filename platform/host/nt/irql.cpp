@@ -1,6 +1,6 @@
 #include <string>
 
-#include "platform/host/nt/object_registry.h"
+#include "platform/host/nt/object_tracker.h"
 #include "platform/host/nt/thread.h"
 #include "platform/host/nt/verifier.h"
 

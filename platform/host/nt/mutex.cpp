@@ -2,7 +2,7 @@
 
 #include "platform/host/nt/dispatcher.h"
 #include "platform/host/nt/lock_order.h"
-#include "platform/host/nt/object_registry.h"
+#include "platform/host/nt/object_tracker.h"
 #include "platform/host/nt/verifier.h"
 
 using namespace lidcam::host;

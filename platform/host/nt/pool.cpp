@@ -8,10 +8,10 @@
 #include <optional>
 #include <unordered_map>
 
-#include "platform/host/nt/irp_registry.h"
+#include "platform/host/nt/irp_tracker.h"
 #include "platform/host/nt/lock_order.h"
 #include "platform/host/nt/nt_declarations.h"
-#include "platform/host/nt/object_registry.h"
+#include "platform/host/nt/object_tracker.h"
 #include "platform/host/nt/pool_arena.h"
 #include "platform/host/nt/pool_guard.h"
 #include "platform/host/nt/verifier.h"

@@ -8,8 +8,8 @@
 
 #include "platform/host/nt/device_file.h"
 #include "platform/host/nt/dispatcher.h"
-#include "platform/host/nt/irp_registry.h"
-#include "platform/host/nt/object_registry.h"
+#include "platform/host/nt/irp_tracker.h"
+#include "platform/host/nt/object_tracker.h"
 #include "platform/host/nt/pool.h"
 #include "platform/host/nt/verifier.h"
 

@@ -8,7 +8,7 @@
 #include "platform/host/nt/dispatcher.h"
 #include "platform/host/nt/handles.h"
 #include "platform/host/nt/kernel_faults.h"
-#include "platform/host/nt/object_registry.h"
+#include "platform/host/nt/object_tracker.h"
 #include "platform/host/nt/pool.h"
 #include "platform/host/nt/real_time_scheduler.h"
 #include "platform/host/nt/verifier.h"

@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <mutex>
 
-#include "platform/host/nt/object_registry.h"
+#include "platform/host/nt/object_tracker.h"
 #include "platform/host/nt/thread.h"
 
 namespace lidcam::host {

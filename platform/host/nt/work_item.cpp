@@ -1,6 +1,6 @@
 #include "platform/host/nt/dispatcher.h"
 #include "platform/host/nt/kernel_faults.h"
-#include "platform/host/nt/object_registry.h"
+#include "platform/host/nt/object_tracker.h"
 #include "platform/host/nt/verifier.h"
 
 /// The work item that drivers get from the kernel. The platform keeps its layout to itself.

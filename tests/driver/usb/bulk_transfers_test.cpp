@@ -7,7 +7,7 @@
 #include <cstring>
 #include <functional>
 
-#include "platform/host/nt/irp_registry.h"
+#include "platform/host/nt/irp_tracker.h"
 #include "platform/host/nt/pool.h"
 #include "tests/driver/usb/support/bulk_device.h"
 

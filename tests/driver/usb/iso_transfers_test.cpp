@@ -5,7 +5,7 @@
 
 #include <tuple>
 
-#include "platform/host/nt/irp_registry.h"
+#include "platform/host/nt/irp_tracker.h"
 #include "platform/host/nt/kernel_faults.h"
 #include "platform/host/nt/no_allocation_scope.h"
 #include "platform/host/nt/pool.h"

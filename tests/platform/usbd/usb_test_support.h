@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "bus/usb_bus.h"
-#include "platform/host/nt/irp_registry.h"
+#include "platform/host/nt/irp_tracker.h"
 #include "platform/host/nt/kernel_faults.h"
 #include "platform/host/nt/pool.h"
 #include "platform/host/usbd/usb_device_stack.h"

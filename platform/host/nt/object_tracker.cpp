@@ -1,4 +1,4 @@
-#include "platform/host/nt/object_registry.h"
+#include "platform/host/nt/object_tracker.h"
 
 #include <functional>
 #include <map>

@@ -1,4 +1,4 @@
-#include "platform/host/nt/irp_registry.h"
+#include "platform/host/nt/irp_tracker.h"
 
 #include <algorithm>
 #include <array>
