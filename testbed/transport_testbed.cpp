@@ -291,7 +291,7 @@ NTSTATUS TransportTestbed::Process() {
   if (camera == nullptr || !options_.TakesFrames) return STATUS_UNSUCCESSFUL;
   InterlockedIncrement(&processing_);
   std::uint32_t rawBytes = 0;
-  HeldMemory* memory = nullptr;
+  ReferenceCountedMemory* memory = nullptr;
   std::uint8_t* const raw = Device().HoldRawFrame(rawBytes, memory);
   const bool hasFrame = raw != nullptr && rawBytes != 0;
   if (hasFrame) Deliver(*camera, raw, rawBytes);

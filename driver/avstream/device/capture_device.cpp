@@ -220,11 +220,11 @@ std::uint8_t* CaptureDevice::GetRawFrame(std::uint32_t& size) const {
   return lidcam::GetRawFrame(Published, size);
 }
 
-std::uint8_t* CaptureDevice::HoldRawFrame(std::uint32_t& size, HeldMemory*& memory) {
+std::uint8_t* CaptureDevice::HoldRawFrame(std::uint32_t& size, ReferenceCountedMemory*& memory) {
   memory = nullptr;
   KIRQL before = 0;
   KeAcquireSpinLock(&frameMemoryLock_, &before);
-  HeldMemory* const held = frameMemory_;
+  ReferenceCountedMemory* const held = frameMemory_;
   std::uint8_t* const frame = GetRawFrame(size);
   if (held != nullptr && frame != nullptr) Hold(*held);
   KeReleaseSpinLock(&frameMemoryLock_, before);
@@ -240,7 +240,7 @@ std::uint8_t* CaptureDevice::HoldRawFrame(std::uint32_t& size, HeldMemory*& memo
   return frame;
 }
 
-void CaptureDevice::SetFrameMemory(HeldMemory* memory) {
+void CaptureDevice::SetFrameMemory(ReferenceCountedMemory* memory) {
   KIRQL before = 0;
   KeAcquireSpinLock(&frameMemoryLock_, &before);
   frameMemory_ = memory;

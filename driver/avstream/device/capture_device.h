@@ -138,12 +138,12 @@ class CaptureDevice {
   /// @param memory  to be let go of by the caller; null if there is no frame
   /// @return null if there is no frame
   /// @par Callable at dispatch level and below
-  std::uint8_t* HoldRawFrame(std::uint32_t& size, HeldMemory*& memory);
+  std::uint8_t* HoldRawFrame(std::uint32_t& size, ReferenceCountedMemory*& memory);
 
   /// Says which memory the raw frames lie in from now on; null for none. The owner gives a memory up
   /// only after it was taken back here.
   /// @par Callable at dispatch level and below
-  void SetFrameMemory(HeldMemory* memory);
+  void SetFrameMemory(ReferenceCountedMemory* memory);
 
   Shared<DEVICE_POWER_STATE> DevicePowerState{PowerDeviceD0};  ///< last state taken over
   PKSDEVICE KsDevice;
@@ -180,9 +180,9 @@ class CaptureDevice {
   NTSTATUS PublishFilter(PKSDEVICE device);
   NTSTATUS StartAndNote(PKSDEVICE device);
 
-  RequestGate cameraUse_;
+  Rundown cameraUse_;
   KSPIN_LOCK frameMemoryLock_;
-  HeldMemory* frameMemory_ = nullptr;
+  ReferenceCountedMemory* frameMemory_ = nullptr;
 };
 
 /// Keeps a device's camera record for a scope.

@@ -28,11 +28,11 @@ LONG Add(volatile LONG& state, LONG change) {
 
 }  // namespace
 
-RequestGate::RequestGate() {
+Rundown::Rundown() {
   KeInitializeEvent(&empty_, SynchronizationEvent, FALSE);
 }
 
-bool RequestGate::Enter() {
+bool Rundown::Enter() {
   LONG seen = Read(state_);
   while ((seen & kClosed) == 0) {
     const LONG before = InterlockedCompareExchange(&state_, seen + 1, seen);
@@ -47,30 +47,30 @@ bool RequestGate::Enter() {
 
 // Behind the step that made `state`. The gate may be gone unless it is this step that the closer waits
 // for: exactly one of those that leave or stop finds nobody else to wait for.
-void RequestGate::WakeCloser(LONG state) {
+void Rundown::WakeCloser(LONG state) {
   const bool isClosed = (state & kClosed) != 0;
   if (isClosed && Awaited(state) == 0) KeSetEvent(&empty_, IO_NO_INCREMENT, FALSE);
 }
 
-void RequestGate::Leave() {
+void Rundown::Leave() {
   NoteHoldReleased(this);
   WakeCloser(InterlockedDecrement(&state_));
 }
 
-void RequestGate::Abandon() {
+void Rundown::Abandon() {
   NoteHoldReleased(this);
   WakeCloser(Add(state_, kStopped) + kStopped);
 }
 
 // Nobody comes in once the gate is closed, so that the last one leaves once: exactly then is there
 // something to wait for.
-void RequestGate::Close() {
+void Rundown::Close() {
   NoteHoldsAwaited(this);
   if (Awaited(Add(state_, kClosed)) <= 0) return;
   KeWaitForSingleObject(&empty_, Executive, KernelMode, FALSE, nullptr);
 }
 
-void RequestGate::Open() {
+void Rundown::Open() {
   Add(state_, -kClosed);
 }
 

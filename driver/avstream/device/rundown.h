@@ -5,11 +5,11 @@
 namespace lidcam {
 
 /// Counts those who use a thing, so that who takes the thing away can wait for them. Open when made.
-class RequestGate {
+class Rundown {
  public:
-  RequestGate();
-  RequestGate(const RequestGate&) = delete;
-  RequestGate& operator=(const RequestGate&) = delete;
+  Rundown();
+  Rundown(const Rundown&) = delete;
+  Rundown& operator=(const Rundown&) = delete;
 
   /// @return false if the gate is closed; otherwise Leave() has to follow
   /// @par Callable at dispatch level and below
@@ -39,19 +39,19 @@ class RequestGate {
 };
 
 /// Holds a gate open for a scope, if it lets anybody in.
-class GateHold {
+class RundownHold {
  public:
-  explicit GateHold(RequestGate& gate) : gate_(gate), isInside_(gate.Enter()) {}
-  GateHold(const GateHold&) = delete;
-  GateHold& operator=(const GateHold&) = delete;
-  ~GateHold() {
+  explicit RundownHold(Rundown& gate) : gate_(gate), isInside_(gate.Enter()) {}
+  RundownHold(const RundownHold&) = delete;
+  RundownHold& operator=(const RundownHold&) = delete;
+  ~RundownHold() {
     if (isInside_) gate_.Leave();
   }
 
   [[nodiscard]] bool IsInside() const { return isInside_; }
 
  private:
-  RequestGate& gate_;
+  Rundown& gate_;
   const bool isInside_;
 };
 

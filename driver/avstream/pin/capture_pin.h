@@ -109,7 +109,7 @@ class CapturePin {
   KS_FRAME_INFO CompleteHeader(KSSTREAM_HEADER& header, IKsReferenceClock* clock);
 
   KSPIN_LOCK numbersLock_;  ///< of counts, times and FrameInfo
-  RequestGate clockUse_;    ///< frames that read the clock
+  Rundown clockUse_;        ///< frames that read the clock
 };
 
 /// What the filter needs to give itself this kind of pin.

@@ -30,7 +30,7 @@ class RawFrameHold {
 
  private:
   std::uint32_t size_ = 0;
-  HeldMemory* memory_ = nullptr;
+  ReferenceCountedMemory* memory_ = nullptr;
   std::uint8_t* const frame_;
 };
 

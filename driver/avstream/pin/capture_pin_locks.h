@@ -37,7 +37,7 @@ class CapturePin::ClockHold {
   [[nodiscard]] IKsReferenceClock* Clock() const { return clock_; }
 
  private:
-  const GateHold hold_;
+  const RundownHold hold_;
   IKsReferenceClock* clock_ = nullptr;
 };
 

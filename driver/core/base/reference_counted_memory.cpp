@@ -8,35 +8,37 @@ namespace lidcam {
 namespace {
 
 constexpr std::size_t RoundUp(std::size_t size) {
-  return (size + alignof(HeldMemory) - 1) & ~(alignof(HeldMemory) - 1);
+  return (size + alignof(ReferenceCountedMemory) - 1) & ~(alignof(ReferenceCountedMemory) - 1);
 }
 
 }  // namespace
 
-HeldMemory* AllocateHeldMemory(std::size_t size) {
+ReferenceCountedMemory* AllocateReferenceCountedMemory(std::size_t size) {
   const std::size_t recordAt = RoundUp(size);
-  if (size == 0 || recordAt < size || recordAt + sizeof(HeldMemory) < recordAt) return nullptr;
-  void* const block = AllocateCameraMemory(recordAt + sizeof(HeldMemory));
+  if (size == 0 || recordAt < size || recordAt + sizeof(ReferenceCountedMemory) < recordAt)
+    return nullptr;
+  void* const block = AllocateCameraMemory(recordAt + sizeof(ReferenceCountedMemory));
   if (block == nullptr) return nullptr;
   ZeroCameraMemory(block, size);
-  auto* const memory = ::new (static_cast<std::uint8_t*>(block) + recordAt) HeldMemory{};
+  auto* const memory =
+      ::new (static_cast<std::uint8_t*>(block) + recordAt) ReferenceCountedMemory{};
   memory->Block = block;
   memory->Size = size;
   memory->Holds = 1;
   return memory;
 }
 
-void Hold(HeldMemory& memory) {
+void Hold(ReferenceCountedMemory& memory) {
   InterlockedIncrement(&memory.Holds);
 }
 
-void LetGo(HeldMemory& memory) {
+void LetGo(ReferenceCountedMemory& memory) {
   if (InterlockedDecrement(&memory.Holds) != 0) return;
   if (memory.Irp != nullptr) IoFreeIrp(memory.Irp);
   FreeCameraMemory(memory.Block);
 }
 
-void GiveUp(HeldMemory& memory) {
+void GiveUp(ReferenceCountedMemory& memory) {
   memory.GivenUp = 1;
   LetGo(memory);
 }

@@ -14,7 +14,7 @@ namespace lidcam {
 /// A stream gives its transfers and raw buffers up in a fixed order, while the USB stack may still
 /// fill one, the frame thread walk it, or an application's frame be copied out of it. The record
 /// stands behind the memory itself, in the same allocation.
-struct HeldMemory {
+struct ReferenceCountedMemory {
   void* Block;                   ///< the memory; zero-filled when allocated
   std::size_t Size;              ///< bytes at `Block`
   PIRP Irp;                      ///< freed before the memory; may be null
@@ -28,18 +28,18 @@ struct HeldMemory {
 ///
 /// @return null if the pool has no room, or `size` none
 /// @par Callable at dispatch level and below
-[[nodiscard]] HeldMemory* AllocateHeldMemory(std::size_t size);
+[[nodiscard]] ReferenceCountedMemory* AllocateReferenceCountedMemory(std::size_t size);
 
 /// Holds it once more. The caller holds it already, or keeps the owner from letting go meanwhile.
 /// @par Callable at any level
-void Hold(HeldMemory& memory);
+void Hold(ReferenceCountedMemory& memory);
 
 /// Lets go once: the last one frees request and memory.
 /// @par Callable at dispatch level and below
-void LetGo(HeldMemory& memory);
+void LetGo(ReferenceCountedMemory& memory);
 
 /// The owner's letting go: from now on GivenUp.
 /// @par Callable at dispatch level and below
-void GiveUp(HeldMemory& memory);
+void GiveUp(ReferenceCountedMemory& memory);
 
 }  // namespace lidcam

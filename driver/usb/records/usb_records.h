@@ -62,7 +62,7 @@ struct BulkTransfer {
 ///
 /// What the USB stack and the frame thread use of it is `Memory`: the data bytes and behind them the
 /// URB (together the memory's block), and the IRP. The stream gives it up at its release. The
-/// completion routine's context is the HeldMemory, whose Owner is this record, so that a transfer
+/// completion routine's context is the ReferenceCountedMemory, whose Owner is this record, so that a transfer
 /// that comes home after its stream has gone is told from one of the next stream: once the memory is
 /// given up, the record, and even the device, may be gone.
 struct IsoTransfer {
@@ -75,10 +75,10 @@ struct IsoTransfer {
   PIRP Irp;                  ///< null once released
   UsbDeviceRecord* Device;
   UsbStreamRecord* Stream;
-  IsoPipeline* Pipeline;    ///< lives as long as the device, also when the hardware was stopped
-  std::uint32_t DataSize;   ///< bytes at `Buffer`, up to the URB
-  HeldMemory* Memory;       ///< keeps its value over the release, for who still holds it
-  std::uint8_t OwnsMemory;  ///< the stream has not given `Memory` up
+  IsoPipeline* Pipeline;   ///< lives as long as the device, also when the hardware was stopped
+  std::uint32_t DataSize;  ///< bytes at `Buffer`, up to the URB
+  ReferenceCountedMemory* Memory;  ///< keeps its value over the release, for who still holds it
+  std::uint8_t OwnsMemory;         ///< the stream has not given `Memory` up
 };
 
 /// The circle of transfers. Stands behind the stream record, with the transfers behind itself.
@@ -157,7 +157,7 @@ struct UsbStreamRecord {
   std::uint32_t NextStartFrame;
   FormatRequest StreamFormat;     ///< in force, with the alternate setting that the interface has
   Shared<IsoPipeline*> Pipeline;  ///< null once the hardware was stopped; a last tick may read it
-  HeldMemory* RawMemory;          ///< the raw buffers, as long as the stream owns them
+  ReferenceCountedMemory* RawMemory;  ///< the raw buffers, as long as the stream owns them
 };
 
 /// The stream's transfers; none once the hardware was stopped.

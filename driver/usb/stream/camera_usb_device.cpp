@@ -51,7 +51,8 @@ NTSTATUS CameraUsbDevice::AllocateStreamResources() {
   if (!NT_SUCCESS(status)) return status;
   FrameAssembly& assembly = UsbStream->Assembly;
   assembly.FillOffset = 0;
-  HeldMemory* const memory = AllocateHeldMemory(std::size_t{2} * assembly.RawBufferSize);
+  ReferenceCountedMemory* const memory =
+      AllocateReferenceCountedMemory(std::size_t{2} * assembly.RawBufferSize);
   if (memory == nullptr) return STATUS_INSUFFICIENT_RESOURCES;
   UsbStream->RawMemory = memory;
   PlaceRawBuffers(assembly, static_cast<std::uint8_t*>(memory->Block), assembly.RawBufferSize);
@@ -73,7 +74,7 @@ NTSTATUS CameraUsbDevice::ReleaseStreamResources() {
 
 // RawBuffers keeps its value; whether there is something to free is RawMemory's to say.
 void CameraUsbDevice::ReleaseRawBuffers() {
-  HeldMemory* const memory = UsbStream->RawMemory;
+  ReferenceCountedMemory* const memory = UsbStream->RawMemory;
   if (memory == nullptr) return;
   SetFrameMemory(nullptr);
   UsbStream->RawMemory = nullptr;

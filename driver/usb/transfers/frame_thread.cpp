@@ -17,7 +17,7 @@ IsoTransfer& TransferAt(LIST_ENTRY& link) {
 
 // Counted under the lock: what stands in the queue when the thread is told to end has been counted.
 // The thread finds the memory by the transfer: it has to be the one that was completed.
-bool Append(IsoPipeline& pipeline, IsoTransfer& transfer, const HeldMemory& memory) {
+bool Append(IsoPipeline& pipeline, IsoTransfer& transfer, const ReferenceCountedMemory& memory) {
   KIRQL before{};
   KeAcquireSpinLock(&pipeline.CompletedLock, &before);
   const bool isOpen =
@@ -55,7 +55,7 @@ void DropQueue(IsoPipeline& pipeline) {
 }
 
 void WalkPackets(UsbStreamRecord& stream, CameraContext& camera, const IsoTransfer& transfer,
-                 const HeldMemory& memory) {
+                 const ReferenceCountedMemory& memory) {
   const auto* const data = static_cast<const std::uint8_t*>(memory.Block);
   const void* const behindData = data + transfer.DataSize;
   const auto* const urb = static_cast<const _URB_ISOCH_TRANSFER*>(behindData);
@@ -73,7 +73,7 @@ void WaitForThread(IsoPipeline& pipeline) {
 }
 
 void HandleTransfer(UsbStreamRecord& stream, CameraContext& camera, IsoTransfer& transfer) {
-  HeldMemory& memory = *transfer.Memory;
+  ReferenceCountedMemory& memory = *transfer.Memory;
   WalkPackets(stream, camera, transfer, memory);
   const bool goesOn = stream.StreamRunning != 0 || PutAwayUnlessWanted(memory);
   if (goesOn) ResubmitTransfer(transfer, memory);
@@ -98,7 +98,7 @@ void NTAPI RawFrameThread(PVOID context) {
   PsTerminateSystemThread(STATUS_SUCCESS);
 }
 
-NTSTATUS QueueCompletedTransfer(IsoTransfer& transfer, HeldMemory& memory) {
+NTSTATUS QueueCompletedTransfer(IsoTransfer& transfer, ReferenceCountedMemory& memory) {
   IsoPipeline& pipeline = *transfer.Pipeline;
   if (Append(pipeline, transfer, memory)) {
     KeReleaseSemaphore(&pipeline.WakeSemaphore, IO_NO_INCREMENT, 1, FALSE);

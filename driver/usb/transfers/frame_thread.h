@@ -18,7 +18,7 @@ void NTAPI RawFrameThread(PVOID context);
 /// @param memory  what was completed
 /// @return 0 always
 /// @par Callable at dispatch level and below
-NTSTATUS QueueCompletedTransfer(IsoTransfer& transfer, HeldMemory& memory);
+NTSTATUS QueueCompletedTransfer(IsoTransfer& transfer, ReferenceCountedMemory& memory);
 
 /// Makes queue and thread.
 /// @return what the thread's creation gave

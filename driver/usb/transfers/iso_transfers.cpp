@@ -22,7 +22,7 @@ std::uint32_t DataSizeFor(std::uint32_t packets, std::uint32_t packetSize) {
   return (packets * packetSize + kAlignment - 1) & ~(kAlignment - 1);
 }
 
-_URB_ISOCH_TRANSFER* UrbOf(const IsoTransfer& transfer, const HeldMemory& memory) {
+_URB_ISOCH_TRANSFER* UrbOf(const IsoTransfer& transfer, const ReferenceCountedMemory& memory) {
   void* const urb = static_cast<std::uint8_t*>(memory.Block) + transfer.DataSize;
   return static_cast<_URB_ISOCH_TRANSFER*>(urb);
 }
@@ -41,20 +41,20 @@ void Halt(const IsoTransfer& transfer, const char* reason, NTSTATUS status) {
               static_cast<std::uint32_t>(status));
 }
 
-void BuildUrbOf(const IsoTransfer& transfer, const HeldMemory& memory) {
+void BuildUrbOf(const IsoTransfer& transfer, const ReferenceCountedMemory& memory) {
   const USBD_PIPE_INFORMATION* const pipe = StreamPipe(*transfer.Stream);
   if (pipe == nullptr) return;
   BuildIsoUrb(*transfer.Pipeline, *UrbOf(transfer, memory), *pipe, memory.Block, transfer.DataSize);
 }
 
-void Rebuild(const IsoTransfer& transfer, HeldMemory& memory) {
+void Rebuild(const IsoTransfer& transfer, ReferenceCountedMemory& memory) {
   RearmIrp(&memory, memory.Irp, UrbOf(transfer, memory), IsoTransferCompleted);
   BuildUrbOf(transfer, memory);
 }
 
 // The stack may be done with the memory, and the stream too, before the send returns: only the record
 // is touched afterwards. A send that fails at once has lowered InFlight already, when it completed.
-NTSTATUS Send(IsoTransfer& transfer, const HeldMemory& memory) {
+NTSTATUS Send(IsoTransfer& transfer, const ReferenceCountedMemory& memory) {
   InterlockedIncrement(&transfer.InFlight);
   const NTSTATUS status = IofCallDriver(transfer.Device->KsDevice->NextDeviceObject, memory.Irp);
   if (status != STATUS_PENDING) {
@@ -67,7 +67,7 @@ NTSTATUS Send(IsoTransfer& transfer, const HeldMemory& memory) {
 NTSTATUS StartTransfer(IsoTransfer& transfer, bool rebuild) {
   if (transfer.OwnsMemory == 0 || transfer.Irp == nullptr) return STATUS_DEVICE_DATA_ERROR;
   if (!IsDeviceUsable(*transfer.Device)) return STATUS_DEVICE_DATA_ERROR;
-  HeldMemory& memory = *transfer.Memory;
+  ReferenceCountedMemory& memory = *transfer.Memory;
   if (!TakeForStart(memory)) return STATUS_SUCCESS;
   if (rebuild) Rebuild(transfer, memory);
   _URB_ISOCH_TRANSFER& urb = *UrbOf(transfer, memory);
@@ -84,7 +84,7 @@ bool StaysHome(const UsbStreamRecord& stream) {
          stream.Halted != 0;
 }
 
-void TakeHome(IsoTransfer& transfer, HeldMemory& memory) {
+void TakeHome(IsoTransfer& transfer, ReferenceCountedMemory& memory) {
   UsbStreamRecord& stream = *transfer.Stream;
   const USBD_STATUS status = UrbOf(transfer, memory)->Hdr.Status;
   if (stream.StreamRunning == 0) Halt(transfer, "stopped", status);
@@ -114,7 +114,8 @@ NTSTATUS PrepareIsoTransfer(UsbStreamRecord& stream, IsoTransfer& transfer) {
 
   const std::uint32_t packets = stream.Pipeline->PacketsPerTransfer;
   const std::uint32_t dataSize = DataSizeFor(packets, pipe->MaximumPacketSize);
-  HeldMemory* const memory = AllocateHeldMemory(dataSize + IsoUrbSize(packets));
+  ReferenceCountedMemory* const memory =
+      AllocateReferenceCountedMemory(dataSize + IsoUrbSize(packets));
   if (memory == nullptr) return STATUS_INSUFFICIENT_RESOURCES;
   memory->Owner = &transfer;
   transfer.Memory = memory;
@@ -177,7 +178,7 @@ NTSTATUS StartTransfers(UsbStreamRecord& stream) {
   return status;
 }
 
-void ResubmitTransfer(IsoTransfer& transfer, HeldMemory& memory) {
+void ResubmitTransfer(IsoTransfer& transfer, ReferenceCountedMemory& memory) {
   if (memory.GivenUp != 0) {
     PutAway(memory);
     return;
@@ -193,7 +194,7 @@ void ResubmitTransfer(IsoTransfer& transfer, HeldMemory& memory) {
 }
 
 NTSTATUS NTAPI IsoTransferCompleted(PDEVICE_OBJECT, PIRP, PVOID context) {
-  auto& memory = *static_cast<HeldMemory*>(context);
+  auto& memory = *static_cast<ReferenceCountedMemory*>(context);
   if (BeginCompletion(memory)) {
     TakeHome(*static_cast<IsoTransfer*>(memory.Owner), memory);
     EndCompletion(memory);

@@ -51,9 +51,9 @@ NTSTATUS StartTransfers(UsbStreamRecord& stream);
 ///
 /// @param memory  the transfer's, held by the caller; the hold goes on with the transfer or is let go
 /// @par Callable on the frame thread only
-void ResubmitTransfer(IsoTransfer& transfer, HeldMemory& memory);
+void ResubmitTransfer(IsoTransfer& transfer, ReferenceCountedMemory& memory);
 
-/// Completion routine. `context` is the transfer's HeldMemory, whose Owner is the IsoTransfer; one
+/// Completion routine. `context` is the transfer's ReferenceCountedMemory, whose Owner is the IsoTransfer; one
 /// that is given up is only let go of. Neither allocates nor waits.
 /// @return STATUS_MORE_PROCESSING_REQUIRED always
 NTSTATUS NTAPI IsoTransferCompleted(PDEVICE_OBJECT device, PIRP irp, PVOID context);

@@ -5,22 +5,22 @@
 namespace lidcam {
 namespace {
 
-// HeldMemory::Holds of a transfer, and beside the count the wish of a start.
+// ReferenceCountedMemory::Holds of a transfer, and beside the count the wish of a start.
 constexpr LONG kAtHome = 1;
 constexpr LONG kOnItsWay = 2;
 constexpr LONG kStartWanted = 0x10000;
 
-LONG HoldsOf(HeldMemory& memory) {
+LONG HoldsOf(ReferenceCountedMemory& memory) {
   return InterlockedCompareExchange(&memory.Holds, 0, 0);
 }
 
-bool Exchange(HeldMemory& memory, LONG expected, LONG wanted) {
+bool Exchange(ReferenceCountedMemory& memory, LONG expected, LONG wanted) {
   return InterlockedCompareExchange(&memory.Holds, wanted, expected) == expected;
 }
 
 }  // namespace
 
-bool TakeForStart(HeldMemory& memory) {
+bool TakeForStart(ReferenceCountedMemory& memory) {
   for (;;) {
     const LONG holds = HoldsOf(memory);
     if (holds == kAtHome) {
@@ -31,7 +31,7 @@ bool TakeForStart(HeldMemory& memory) {
   }
 }
 
-void ForgetStart(HeldMemory& memory) {
+void ForgetStart(ReferenceCountedMemory& memory) {
   for (;;) {
     const LONG holds = HoldsOf(memory);
     if ((holds & kStartWanted) == 0) return;
@@ -39,7 +39,7 @@ void ForgetStart(HeldMemory& memory) {
   }
 }
 
-bool PutAwayUnlessWanted(HeldMemory& memory) {
+bool PutAwayUnlessWanted(ReferenceCountedMemory& memory) {
   if (Exchange(memory, kOnItsWay, kAtHome)) return false;
   if (memory.GivenUp == 0) {
     // The owner is there, so that it is the wish which is in the way.
@@ -51,24 +51,24 @@ bool PutAwayUnlessWanted(HeldMemory& memory) {
 }
 
 // Counted before the look: an owner that gives the memory up either is seen here or sees the count.
-bool BeginCompletion(HeldMemory& memory) {
+bool BeginCompletion(ReferenceCountedMemory& memory) {
   InterlockedIncrement(&memory.Completions);
   if (memory.GivenUp == 0) return true;
   EndCompletion(memory);
   return false;
 }
 
-void EndCompletion(HeldMemory& memory) {
+void EndCompletion(ReferenceCountedMemory& memory) {
   InterlockedDecrement(&memory.Completions);
 }
 
-void GiveUpTransfer(HeldMemory& memory) {
+void GiveUpTransfer(ReferenceCountedMemory& memory) {
   memory.GivenUp = 1;
   while (InterlockedCompareExchange(&memory.Completions, 0, 0) != 0) SleepOnePoll();
   LetGo(memory);
 }
 
-void PutAway(HeldMemory& memory) {
+void PutAway(ReferenceCountedMemory& memory) {
   for (;;) {
     const LONG holds = HoldsOf(memory);
     if ((holds & ~kStartWanted) == kAtHome) break;

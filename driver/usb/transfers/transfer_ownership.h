@@ -14,36 +14,36 @@ namespace lidcam {
 ///
 /// @return false if it is in use; the user resubmits it for the start
 /// @par Callable at dispatch level and below
-[[nodiscard]] bool TakeForStart(HeldMemory& memory);
+[[nodiscard]] bool TakeForStart(ReferenceCountedMemory& memory);
 
 /// Takes back a start's wish. The caller holds the memory or keeps the owner from giving it up.
 /// @par Callable at dispatch level and below
-void ForgetStart(HeldMemory& memory);
+void ForgetStart(ReferenceCountedMemory& memory);
 
 /// Puts the transfer away, unless a start wants it.
 ///
 /// @return true if the caller still has it and is to send it
 /// @par Callable at dispatch level and below
-[[nodiscard]] bool PutAwayUnlessWanted(HeldMemory& memory);
+[[nodiscard]] bool PutAwayUnlessWanted(ReferenceCountedMemory& memory);
 
 /// A completion routine asks whether it may work on the owner's records. The caller holds the memory.
 ///
 /// @return false if the owner has given the memory up: the records may serve another stream by now, or
 ///         be gone. Otherwise EndCompletion() has to follow, and the owner keeps the records till then.
 /// @par Callable at dispatch level and below
-[[nodiscard]] bool BeginCompletion(HeldMemory& memory);
+[[nodiscard]] bool BeginCompletion(ReferenceCountedMemory& memory);
 
 /// The owner keeps the memory till this, whatever became of the caller's own hold meanwhile.
 /// @par Callable at dispatch level and below
-void EndCompletion(HeldMemory& memory);
+void EndCompletion(ReferenceCountedMemory& memory);
 
 /// The owner gives the transfer up: completion routines that have begun with it have ended when this
 /// returns, and later ones only let go of it.
 /// @par Callable at passive level only
-void GiveUpTransfer(HeldMemory& memory);
+void GiveUpTransfer(ReferenceCountedMemory& memory);
 
 /// Puts the transfer away, whoever wants it. The memory goes if the owner has given it up.
 /// @par Callable at dispatch level and below
-void PutAway(HeldMemory& memory);
+void PutAway(ReferenceCountedMemory& memory);
 
 }  // namespace lidcam

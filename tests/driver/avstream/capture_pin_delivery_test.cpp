@@ -35,7 +35,7 @@ class ProcessWorld {
     camera.RequestedCompression = kClientYuy2;
     world.Device.Camera = &camera;
     if (hasClock) world.Ks.Clock = &Clock;
-    raw_ = AllocateHeldMemory(kRawBytes);
+    raw_ = AllocateReferenceCountedMemory(kRawBytes);
     auto* const bytes = static_cast<std::uint8_t*>(raw_->Block);
     for (std::size_t i = 64; i < kRawBytes; ++i) bytes[i] = static_cast<std::uint8_t>(i % 251);
     world.Device.SetFrameMemory(raw_);
@@ -69,7 +69,7 @@ class ProcessWorld {
   SurfaceWorld& World() { return world_; }
   CameraContext& Camera() { return space_.Context(); }
   std::uint8_t* Raw() { return static_cast<std::uint8_t*>(raw_->Block); }
-  HeldMemory& RawMemory() { return *raw_; }
+  ReferenceCountedMemory& RawMemory() { return *raw_; }
 
   FakeClock Clock;
 
@@ -77,7 +77,7 @@ class ProcessWorld {
   SurfaceWorld& world_;
   RegisterSpace space_;
   WorldPin pin_;
-  HeldMemory* raw_ = nullptr;
+  ReferenceCountedMemory* raw_ = nullptr;
 };
 
 TEST(PinProcess, TheFirstTwoCallsTouchNothingButTheCounter) {

@@ -12,9 +12,9 @@ namespace {
 
 using host::kMillisecond;
 
-TEST(RequestGate, LetsEverybodyInUntilItIsClosedAndAgainOnceItIsOpen) {
+TEST(Rundown, LetsEverybodyInUntilItIsClosedAndAgainOnceItIsOpen) {
   host::Simulate({}, [] {
-    RequestGate gate;
+    Rundown gate;
     EXPECT_TRUE(gate.Enter());
     EXPECT_TRUE(gate.Enter());
     gate.Leave();
@@ -27,9 +27,9 @@ TEST(RequestGate, LetsEverybodyInUntilItIsClosedAndAgainOnceItIsOpen) {
   });
 }
 
-TEST(RequestGate, ClosingWaitsForTheLastOneInside) {
+TEST(Rundown, ClosingWaitsForTheLastOneInside) {
   host::Simulate({}, [] {
-    RequestGate gate;
+    Rundown gate;
     ASSERT_TRUE(gate.Enter());
     ASSERT_TRUE(gate.Enter());
     LONGLONG closedAt = 0;
@@ -50,13 +50,13 @@ TEST(RequestGate, ClosingWaitsForTheLastOneInside) {
 
 // A start closes the gate under the device's mutex. Whoever enters it and then takes the mutex may meet
 // that start, and none of the two goes on.
-TEST(RequestGate, ALockThatIsTakenInsideAndHeldWhileClosingIsAViolation) {
+TEST(Rundown, ALockThatIsTakenInsideAndHeldWhileClosingIsAViolation) {
   const std::string violation = host::ViolationOf([] {
-    RequestGate gate;
+    Rundown gate;
     KMUTEX mutex{};
     KeInitializeMutex(&mutex, 0);
     {
-      const GateHold hold(gate);
+      const RundownHold hold(gate);
       host::WaitForever(&mutex);
       KeReleaseMutex(&mutex, FALSE);
     }
@@ -67,14 +67,14 @@ TEST(RequestGate, ALockThatIsTakenInsideAndHeldWhileClosingIsAViolation) {
   EXPECT_THAT(violation, testing::HasSubstr("the other way round"));
 }
 
-TEST(RequestGate, TheLockFirstOnBothSidesIsInOrder) {
+TEST(Rundown, TheLockFirstOnBothSidesIsInOrder) {
   host::Simulate({}, [] {
-    RequestGate gate;
+    Rundown gate;
     KMUTEX mutex{};
     KeInitializeMutex(&mutex, 0);
     for (int i = 0; i < 2; ++i) {
       host::WaitForever(&mutex);
-      { const GateHold hold(gate); }
+      { const RundownHold hold(gate); }
       gate.Close();
       gate.Open();
       KeReleaseMutex(&mutex, FALSE);
@@ -82,35 +82,35 @@ TEST(RequestGate, TheLockFirstOnBothSidesIsInOrder) {
   });
 }
 
-TEST(RequestGate, ClosingFromWithinIsAViolation) {
+TEST(Rundown, ClosingFromWithinIsAViolation) {
   EXPECT_THAT(host::ViolationOf([] {
-                RequestGate gate;
-                const GateHold hold(gate);
+                Rundown gate;
+                const RundownHold hold(gate);
                 gate.Close();
               }),
               testing::StartsWith("rundown: "));
 }
 
-TEST(RequestGate, AHoldThatWasNotLetInLeavesNothing) {
+TEST(Rundown, AHoldThatWasNotLetInLeavesNothing) {
   host::Simulate({}, [] {
-    RequestGate gate;
+    Rundown gate;
     gate.Close();
     {
-      const GateHold hold(gate);
+      const RundownHold hold(gate);
       EXPECT_FALSE(hold.IsInside());
     }
     gate.Open();
     {
-      const GateHold hold(gate);
+      const RundownHold hold(gate);
       EXPECT_TRUE(hold.IsInside());
     }
     gate.Close();
   });
 }
 
-TEST(RequestGate, ClosingDoesNotWaitForOneThatHasStoppedForGood) {
+TEST(Rundown, ClosingDoesNotWaitForOneThatHasStoppedForGood) {
   host::Simulate({}, [] {
-    RequestGate gate;
+    Rundown gate;
     ASSERT_TRUE(gate.Enter());
     gate.Abandon();
     gate.Close();
@@ -129,9 +129,9 @@ TEST(RequestGate, ClosingDoesNotWaitForOneThatHasStoppedForGood) {
   });
 }
 
-TEST(RequestGate, ClosingEndsAsTheLastOneInsideStopsForGood) {
+TEST(Rundown, ClosingEndsAsTheLastOneInsideStopsForGood) {
   host::Simulate({}, [] {
-    RequestGate gate;
+    Rundown gate;
     ASSERT_TRUE(gate.Enter());
     ASSERT_TRUE(gate.Enter());
     LONGLONG closedAt = 0;
@@ -149,11 +149,11 @@ TEST(RequestGate, ClosingEndsAsTheLastOneInsideStopsForGood) {
 }
 
 // Whoever closes may take the gate away, and those that leave or stop touch it no more then.
-TEST(RequestGate, IsNotTouchedBehindTheCloseByThoseThatLeaveOrStop) {
+TEST(Rundown, IsNotTouchedBehindTheCloseByThoseThatLeaveOrStop) {
   for (std::uint64_t seed = 1; seed <= 300; ++seed) {
     const auto close = [] {
-      void* const memory = ExAllocatePoolWithTag(NonPagedPool, sizeof(RequestGate), 0x65746147);
-      auto* const gate = new (memory) RequestGate;
+      void* const memory = ExAllocatePoolWithTag(NonPagedPool, sizeof(Rundown), 0x65746147);
+      auto* const gate = new (memory) Rundown;
       constexpr LONG kUsers = 3;
       KSEMAPHORE inside;
       KeInitializeSemaphore(&inside, 0, kUsers);
@@ -184,15 +184,15 @@ TEST(RequestGate, IsNotTouchedBehindTheCloseByThoseThatLeaveOrStop) {
 
 // Nobody is inside while the gate is closed, whatever the order in which all of them get on, and
 // nobody waits for a wake-up that has come already.
-TEST(RequestGate, NobodyIsInsideBehindACloseUnderAnySchedule) {
+TEST(Rundown, NobodyIsInsideBehindACloseUnderAnySchedule) {
   LONG entered = 0;
   host::UnderManySeeds(
       [&entered] {
-        RequestGate gate;
+        Rundown gate;
         volatile LONG inside = 0;
         const auto use = [&] {
           for (int i = 0; i < 6; ++i) {
-            const GateHold hold(gate);
+            const RundownHold hold(gate);
             if (!hold.IsInside()) continue;
             InterlockedIncrement(&inside);
             ++entered;

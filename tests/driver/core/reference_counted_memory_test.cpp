@@ -13,9 +13,9 @@ namespace {
 
 constexpr std::uint32_t kTag = 0x206D6457;
 
-TEST(HeldMemory, IsZeroFilledAndFreedWhenItsOnlyHolderLetsGo) {
+TEST(ReferenceCountedMemory, IsZeroFilledAndFreedWhenItsOnlyHolderLetsGo) {
   const auto before = host::PoolUsageOfTag(kTag).Blocks;
-  HeldMemory* const memory = AllocateHeldMemory(101);
+  ReferenceCountedMemory* const memory = AllocateReferenceCountedMemory(101);
   ASSERT_NE(memory, nullptr);
   EXPECT_EQ(memory->Size, 101U);
   const std::vector<std::uint8_t> zeros(101);
@@ -24,10 +24,10 @@ TEST(HeldMemory, IsZeroFilledAndFreedWhenItsOnlyHolderLetsGo) {
   EXPECT_EQ(host::PoolUsageOfTag(kTag).Blocks, before);
 }
 
-TEST(HeldMemory, LivesOnWithItsIrpUntilTheLastHolderLetsGo) {
+TEST(ReferenceCountedMemory, LivesOnWithItsIrpUntilTheLastHolderLetsGo) {
   host::Simulate({}, [] {
     const auto before = host::PoolUsageOfTag(kTag).Blocks;
-    HeldMemory* const memory = AllocateHeldMemory(64);
+    ReferenceCountedMemory* const memory = AllocateReferenceCountedMemory(64);
     memory->Irp = IoAllocateIrp(1, FALSE);
     Hold(*memory);
     GiveUp(*memory);
@@ -38,8 +38,8 @@ TEST(HeldMemory, LivesOnWithItsIrpUntilTheLastHolderLetsGo) {
   });
 }
 
-TEST(HeldMemory, IsGivenUpBeforeItsLastHolderFreesIt) {
-  HeldMemory* const memory = AllocateHeldMemory(64);
+TEST(ReferenceCountedMemory, IsGivenUpBeforeItsLastHolderFreesIt) {
+  ReferenceCountedMemory* const memory = AllocateReferenceCountedMemory(64);
   int givenUp = -1;
   KernelCallHooks hooks;
   hooks.OnFree = [&](PVOID block) {
@@ -49,11 +49,11 @@ TEST(HeldMemory, IsGivenUpBeforeItsLastHolderFreesIt) {
   EXPECT_EQ(givenUp, 1);
 }
 
-TEST(HeldMemory, OfNoBytesOrOfNoRoomIsNull) {
-  EXPECT_EQ(AllocateHeldMemory(0), nullptr);
-  EXPECT_EQ(AllocateHeldMemory(SIZE_MAX - 8), nullptr);
+TEST(ReferenceCountedMemory, OfNoBytesOrOfNoRoomIsNull) {
+  EXPECT_EQ(AllocateReferenceCountedMemory(0), nullptr);
+  EXPECT_EQ(AllocateReferenceCountedMemory(SIZE_MAX - 8), nullptr);
   host::FailPoolAllocation(1);
-  EXPECT_EQ(AllocateHeldMemory(8), nullptr);
+  EXPECT_EQ(AllocateReferenceCountedMemory(8), nullptr);
 }
 
 }  // namespace

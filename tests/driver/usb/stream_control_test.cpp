@@ -311,12 +311,12 @@ TEST(StreamControl, ARawFrameStaysReadableForWhoHoldsItWhateverBecomesOfTheStrea
     ASSERT_EQ(world.Start() | world.Acquire(), 0);
     world.Device().PublishRawFrame(world.Stream().Assembly.ReadyBuffer, 921666);
     std::uint32_t size = 0;
-    HeldMemory* held = nullptr;
+    ReferenceCountedMemory* held = nullptr;
     std::uint8_t* const frame = world.Device().HoldRawFrame(size, held);
     ASSERT_NE(frame, nullptr);
     EXPECT_EQ(size, 921666U);
     EXPECT_EQ(world.Device().ReleaseStream(), STATUS_SUCCESS);
-    HeldMemory* none = held;
+    ReferenceCountedMemory* none = held;
     EXPECT_EQ(world.Device().HoldRawFrame(size, none), nullptr);
     EXPECT_EQ(none, nullptr);
     EXPECT_EQ(frame[921665], 0);

@@ -17,9 +17,9 @@ using host::Sleep;
 using host::TestThread;
 using host::UnderManySeeds;
 
-TEST(TransferCustody, ACompletionThatHasBegunHoldsTheGivingUpBack) {
+TEST(TransferOwnership, ACompletionThatHasBegunHoldsTheGivingUpBack) {
   UnderManySeeds([] {
-    HeldMemory& memory = *AllocateHeldMemory(64);
+    ReferenceCountedMemory& memory = *AllocateReferenceCountedMemory(64);
     Hold(memory);
     ASSERT_TRUE(BeginCompletion(memory));
     bool isGivenUp = false;
@@ -39,9 +39,9 @@ TEST(TransferCustody, ACompletionThatHasBegunHoldsTheGivingUpBack) {
 }
 
 // One is at its end while the frame thread has sent the transfer again and the next one begins.
-TEST(TransferCustody, TwoCompletionsOfOneTransferAreBothWaitedFor) {
+TEST(TransferOwnership, TwoCompletionsOfOneTransferAreBothWaitedFor) {
   UnderManySeeds([] {
-    HeldMemory& memory = *AllocateHeldMemory(64);
+    ReferenceCountedMemory& memory = *AllocateReferenceCountedMemory(64);
     ASSERT_TRUE(BeginCompletion(memory));
     ASSERT_TRUE(BeginCompletion(memory));
     bool isGivenUp = false;
@@ -58,7 +58,7 @@ TEST(TransferCustody, TwoCompletionsOfOneTransferAreBothWaitedFor) {
 
 // The processor stops in the middle of the routine for as long as a whole new stream takes. Without the
 // wait the routine would count down, and queue, a transfer of the new stream.
-TEST(TransferCustody, AReleaseWaitsForACompletionRoutineThatHasBegun) {
+TEST(TransferOwnership, AReleaseWaitsForACompletionRoutineThatHasBegun) {
   UnderManySeeds([] {
     Circle circle(1);
     circle.Run();
@@ -92,14 +92,14 @@ TEST(TransferCustody, AReleaseWaitsForACompletionRoutineThatHasBegun) {
 }
 
 // The thread finds the memory by the transfer: another one must never come out of the queue.
-TEST(TransferCustody, OnlyTheTransfersOwnMemoryIsQueued) {
+TEST(TransferOwnership, OnlyTheTransfersOwnMemoryIsQueued) {
   Simulate({}, [] {
     Circle circle(1);
     InitializeListHead(&circle.Pipeline->CompletedList);
     KeInitializeSpinLock(&circle.Pipeline->CompletedLock);
     KeInitializeSemaphore(&circle.Pipeline->WakeSemaphore, 0, 0x7FFFFFFF);
     circle.Prepare();
-    HeldMemory& stale = *AllocateHeldMemory(64);
+    ReferenceCountedMemory& stale = *AllocateReferenceCountedMemory(64);
     Hold(stale);
     EXPECT_EQ(QueueCompletedTransfer(circle.Transfer(0), stale), 0);
     EXPECT_TRUE(IsListEmpty(&circle.Pipeline->CompletedList));
@@ -111,12 +111,12 @@ TEST(TransferCustody, OnlyTheTransfersOwnMemoryIsQueued) {
 }
 
 // Sent down again, it does what the start wanted: a stop that comes next is not to send it once more.
-TEST(TransferCustody, AResubmissionForgetsTheStartThatWantedIt) {
+TEST(TransferOwnership, AResubmissionForgetsTheStartThatWantedIt) {
   host::Simulate({}, [] {
     Circle circle(1);
     circle.Prepare();
     IsoTransfer& transfer = circle.Transfer(0);
-    HeldMemory& memory = *transfer.Memory;
+    ReferenceCountedMemory& memory = *transfer.Memory;
     EXPECT_TRUE(TakeForStart(memory));
     EXPECT_FALSE(TakeForStart(memory));
     EXPECT_EQ(memory.Holds, 0x10002);
