@@ -24,7 +24,7 @@
 #include "fuzz/input.h"
 #include "platform/host/nt/debug_print.h"
 #include "platform/host/nt/files.h"
-#include "platform/host/nt/registry.h"
+#include "platform/host/nt/registry/registry.h"
 
 // The program's own entry, under a name that leaves the engine's alone.
 extern "C" int LidcamMain(int argc, char** argv);

@@ -17,7 +17,7 @@
 #include "platform/host/nt/device_object.h"
 #include "platform/host/nt/files.h"
 #include "platform/host/nt/pool.h"
-#include "platform/host/nt/registry.h"
+#include "platform/host/nt/registry/registry.h"
 #include "platform/host/nt/simulated_scheduler.h"
 #include "scenarios/stamped_camera.h"
 #include "testbed/installed_testbed.h"

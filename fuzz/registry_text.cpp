@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/host/nt/registry_text.h"
+#include "platform/host/nt/registry/registry_text.h"
 
 namespace {
 

@@ -64,15 +64,15 @@ inline void NoteHoldsAwaited(const void*) {}
 
 #else
 
-#include "platform/host/ks/ks_declarations.h"
-#include "platform/host/ks/ks_filter_declarations.h"
-#include "platform/host/ks/ks_guid_declarations.h"
-#include "platform/host/ks/ks_property_declarations.h"
-#include "platform/host/ks/ks_stream_declarations.h"
-#include "platform/host/nt/nt_declarations.h"
-#include "platform/host/nt/pnp_declarations.h"
-#include "platform/host/nt/verifier_declarations.h"
-#include "platform/host/usbd/usb_declarations.h"
+#include "platform/host/ks/declarations/ks_declarations.h"
+#include "platform/host/ks/declarations/ks_filter_declarations.h"
+#include "platform/host/ks/declarations/ks_guid_declarations.h"
+#include "platform/host/ks/declarations/ks_property_declarations.h"
+#include "platform/host/ks/declarations/ks_stream_declarations.h"
+#include "platform/host/nt/declarations/nt_declarations.h"
+#include "platform/host/nt/declarations/pnp_declarations.h"
+#include "platform/host/nt/declarations/verifier_declarations.h"
+#include "platform/host/usbd/declarations/usb_declarations.h"
 
 /// A wide string literal of the platform's character type: 16 bits, whatever wchar_t is here.
 #define KERNEL_TEXT(text) u##text

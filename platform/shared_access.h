@@ -14,7 +14,7 @@ inline void BeforeSharedStore(const void*) {}
 
 #else
 
-#include "platform/host/nt/preemption_points.h"
+#include "platform/host/nt/declarations/preemption_points.h"
 
 namespace lidcam {
 

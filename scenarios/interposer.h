@@ -4,8 +4,8 @@
 #include <functional>
 #include <optional>
 
-#include "platform/host/nt/nt_declarations.h"
-#include "platform/host/usbd/usb_declarations.h"
+#include "platform/host/nt/declarations/nt_declarations.h"
+#include "platform/host/usbd/declarations/usb_declarations.h"
 #include "testbed/device_filter.h"
 
 namespace lidcam::scenarios {

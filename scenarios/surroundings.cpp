@@ -3,7 +3,7 @@
 #include "driver/core/settings/settings_store.h"
 #include "platform/host/nt/device_object.h"
 #include "platform/host/nt/kernel_guards.h"
-#include "platform/host/nt/registry.h"
+#include "platform/host/nt/registry/registry.h"
 
 namespace lidcam::scenarios {
 namespace {

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <array>
 
-#include "platform/host/ks/device_block.h"
+#include "platform/host/ks/device/device_block.h"
 
 namespace lidcam::testbed {
 namespace {

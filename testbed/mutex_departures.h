@@ -4,7 +4,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/host/ks/class_rules.h"
+#include "platform/host/ks/device/class_rules.h"
 
 namespace lidcam::testbed {
 

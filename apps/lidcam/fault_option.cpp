@@ -8,7 +8,7 @@
 #include "apps/lidcam/frame_path.h"
 #include "bus/faults/fault_source.h"
 #include "driver/core/base/camera_trace.h"
-#include "platform/host/nt/nt_declarations.h"
+#include "platform/host/nt/declarations/nt_declarations.h"
 
 namespace lidcam::app {
 namespace {

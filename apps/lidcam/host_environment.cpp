@@ -18,7 +18,7 @@
 #include "apps/lidcam/trace_observer.h"
 #include "platform/host/nt/debug_print.h"
 #include "platform/host/nt/files.h"
-#include "platform/host/nt/registry.h"
+#include "platform/host/nt/registry/registry.h"
 #include "platform/host/nt/status_words.h"
 
 namespace lidcam::app {

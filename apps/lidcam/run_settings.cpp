@@ -11,9 +11,9 @@
 
 #include "apps/lidcam/command_error.h"
 #include "driver/core/settings/settings_store.h"
-#include "platform/host/nt/registry.h"
-#include "platform/host/nt/registry_file.h"
-#include "platform/host/nt/registry_store.h"
+#include "platform/host/nt/registry/registry.h"
+#include "platform/host/nt/registry/registry_file.h"
+#include "platform/host/nt/registry/registry_store.h"
 
 namespace lidcam::app {
 namespace {

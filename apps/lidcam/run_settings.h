@@ -2,8 +2,8 @@
 
 #include <filesystem>
 
-#include "platform/host/nt/registry_store.h"
-#include "platform/host/nt/registry_tree.h"
+#include "platform/host/nt/registry/registry_store.h"
+#include "platform/host/nt/registry/registry_tree.h"
 
 namespace lidcam::app {
 

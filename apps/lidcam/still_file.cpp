@@ -16,8 +16,8 @@
 
 #include "apps/lidcam/command_error.h"
 #include "driver/frame/raw/raw_sizes.h"
+#include "platform/host/nt/declarations/nt_declarations.h"
 #include "platform/host/nt/files.h"
-#include "platform/host/nt/nt_declarations.h"
 #include "platform/host/nt/status_words.h"
 
 namespace lidcam::app {

@@ -8,7 +8,7 @@
 #include "apps/lidcam/host_environment.h"
 #include "driver/core/control/control_codes.h"
 #include "driver/exposure/auto_exposure.h"
-#include "platform/host/nt/registry.h"
+#include "platform/host/nt/registry/registry.h"
 
 namespace lidcam::app {
 namespace {

@@ -13,7 +13,7 @@
 #include "platform/host/client/client_error.h"
 #include "platform/host/nt/handles.h"
 #include "platform/host/nt/pool.h"
-#include "platform/host/nt/registry.h"
+#include "platform/host/nt/registry/registry.h"
 #include "testbed/worlds.h"
 #include "tests/driver/support/shared_exposure.h"
 

@@ -4,9 +4,9 @@
 #include <utility>
 #include <vector>
 
+#include "platform/host/nt/declarations/nt_declarations.h"
 #include "platform/host/nt/device_object.h"
 #include "platform/host/nt/irp_tracker.h"
-#include "platform/host/nt/nt_declarations.h"
 #include "tests/platform/simulation_support.h"
 
 namespace lidcam::host {

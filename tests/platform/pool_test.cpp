@@ -5,7 +5,7 @@
 #include <thread>
 #include <vector>
 
-#include "platform/host/nt/nt_declarations.h"
+#include "platform/host/nt/declarations/nt_declarations.h"
 
 namespace lidcam::host {
 namespace {

@@ -11,7 +11,7 @@
 
 #include "platform/host/nt/device_object.h"
 #include "platform/host/nt/handles.h"
-#include "platform/host/nt/registry.h"
+#include "platform/host/nt/registry/registry.h"
 #include "tests/platform/registry_support.h"
 
 namespace lidcam::test {

@@ -9,8 +9,8 @@
 #include <random>
 #include <thread>
 
-#include "platform/host/nt/registry_store.h"
-#include "platform/host/nt/registry_text.h"
+#include "platform/host/nt/registry/registry_store.h"
+#include "platform/host/nt/registry/registry_text.h"
 #include "tests/platform/registry_support.h"
 
 namespace lidcam::test {

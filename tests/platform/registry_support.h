@@ -11,8 +11,8 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/host/nt/nt_declarations.h"
-#include "platform/host/nt/registry_tree.h"
+#include "platform/host/nt/declarations/nt_declarations.h"
+#include "platform/host/nt/registry/registry_tree.h"
 
 namespace lidcam::test {
 

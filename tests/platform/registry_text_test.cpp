@@ -4,7 +4,7 @@
 #include <random>
 #include <string>
 
-#include "platform/host/nt/registry_text.h"
+#include "platform/host/nt/registry/registry_text.h"
 #include "tests/platform/registry_support.h"
 
 namespace lidcam::test {

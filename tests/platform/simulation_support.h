@@ -8,7 +8,7 @@
 #include <string>
 #include <utility>
 
-#include "platform/host/nt/nt_declarations.h"
+#include "platform/host/nt/declarations/nt_declarations.h"
 #include "platform/host/nt/simulated_scheduler.h"
 #include "platform/host/nt/verifier.h"
 

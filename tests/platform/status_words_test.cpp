@@ -14,7 +14,7 @@ namespace {
 
 /// The statuses that a header declares.
 std::set<NTSTATUS> StatusesOf(const std::string& header) {
-  std::ifstream file(std::string(LIDCAM_SOURCE_ROOT "/platform/host/nt/") + header);
+  std::ifstream file(std::string(LIDCAM_SOURCE_ROOT "/platform/host/nt/declarations/") + header);
   const std::string text{std::istreambuf_iterator<char>(file), {}};
   const std::regex declaration(
       R"(#define STATUS_\w+ \(static_cast<NTSTATUS>\(0x([0-9A-F]{8})\)\))");

@@ -6,7 +6,7 @@
 #include <mutex>
 #include <string>
 
-#include "platform/host/nt/nt_declarations.h"
+#include "platform/host/nt/declarations/nt_declarations.h"
 
 namespace lidcam::host {
 

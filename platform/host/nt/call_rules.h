@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/host/nt/nt_declarations.h"
+#include "platform/host/nt/declarations/nt_declarations.h"
 
 namespace lidcam::host {
 

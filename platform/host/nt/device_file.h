@@ -4,7 +4,7 @@
 #include <memory>
 #include <string>
 
-#include "platform/host/nt/nt_declarations.h"
+#include "platform/host/nt/declarations/nt_declarations.h"
 
 namespace lidcam::host {
 

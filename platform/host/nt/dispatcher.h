@@ -6,7 +6,7 @@
 #include <span>
 
 #include "platform/host/nt/call_rules.h"
-#include "platform/host/nt/nt_declarations.h"
+#include "platform/host/nt/declarations/nt_declarations.h"
 #include "platform/host/nt/thread.h"
 #include "platform/host/nt/timer_queue.h"
 

@@ -2,8 +2,8 @@
 
 #include <mutex>
 
+#include "platform/host/nt/declarations/nt_declarations.h"
 #include "platform/host/nt/kernel_faults.h"
-#include "platform/host/nt/nt_declarations.h"
 #include "platform/host/nt/scheduler.h"
 
 namespace lidcam::host {

@@ -7,8 +7,8 @@
 #include <set>
 #include <vector>
 
+#include "platform/host/nt/declarations/verifier_declarations.h"
 #include "platform/host/nt/verifier.h"
-#include "platform/host/nt/verifier_declarations.h"
 
 namespace lidcam::host {
 namespace {

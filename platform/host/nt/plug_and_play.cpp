@@ -1,7 +1,7 @@
 #include "platform/host/nt/plug_and_play.h"
 
+#include "platform/host/nt/declarations/io_declarations.h"
 #include "platform/host/nt/device_file.h"
-#include "platform/host/nt/io_declarations.h"
 
 namespace lidcam::host {
 namespace {

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "platform/host/nt/nt_declarations.h"
-#include "platform/host/nt/pnp_declarations.h"
+#include "platform/host/nt/declarations/nt_declarations.h"
+#include "platform/host/nt/declarations/pnp_declarations.h"
 
 // What the plug and play manager and the power manager tell a device's drivers. `device` is any of its
 // stack: the topmost driver is asked. Each gives the drivers' status. Passive level.

@@ -8,9 +8,9 @@
 #include <optional>
 #include <unordered_map>
 
+#include "platform/host/nt/declarations/nt_declarations.h"
 #include "platform/host/nt/irp_tracker.h"
 #include "platform/host/nt/lock_order.h"
-#include "platform/host/nt/nt_declarations.h"
 #include "platform/host/nt/object_tracker.h"
 #include "platform/host/nt/pool_arena.h"
 #include "platform/host/nt/pool_guard.h"

@@ -1,4 +1,4 @@
-#include "platform/host/nt/preemption_points.h"
+#include "platform/host/nt/declarations/preemption_points.h"
 
 #include "platform/host/nt/scheduler.h"
 #include "platform/host/nt/thread.h"

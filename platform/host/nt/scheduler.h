@@ -9,8 +9,8 @@
 
 #include "platform/host/nt/call_history.h"
 #include "platform/host/nt/call_rules.h"
-#include "platform/host/nt/nt_declarations.h"
-#include "platform/host/nt/preemption_points.h"
+#include "platform/host/nt/declarations/nt_declarations.h"
+#include "platform/host/nt/declarations/preemption_points.h"
 #include "platform/host/nt/service_pool.h"
 #include "platform/host/nt/timer_queue.h"
 

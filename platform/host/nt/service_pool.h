@@ -4,7 +4,7 @@
 #include <deque>
 #include <vector>
 
-#include "platform/host/nt/nt_declarations.h"
+#include "platform/host/nt/declarations/nt_declarations.h"
 
 namespace lidcam::host {
 

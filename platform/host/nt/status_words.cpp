@@ -4,7 +4,7 @@
 #include <array>
 #include <cstdio>
 
-#include "platform/host/nt/io_declarations.h"
+#include "platform/host/nt/declarations/io_declarations.h"
 
 namespace lidcam::host {
 namespace {

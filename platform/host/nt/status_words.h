@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/host/nt/nt_declarations.h"
+#include "platform/host/nt/declarations/nt_declarations.h"
 
 namespace lidcam::host {
 

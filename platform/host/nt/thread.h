@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/host/nt/nt_declarations.h"
+#include "platform/host/nt/declarations/nt_declarations.h"
 #include "platform/host/nt/pool_arena.h"
 #include "platform/host/nt/scheduler.h"
 

@@ -7,7 +7,7 @@
 #include <unordered_map>
 #include <variant>
 
-#include "platform/host/nt/nt_declarations.h"
+#include "platform/host/nt/declarations/nt_declarations.h"
 
 namespace lidcam::host {
 

@@ -2,7 +2,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/host/nt/nt_declarations.h"
+#include "platform/host/nt/declarations/nt_declarations.h"
 
 #if defined(__clang__) && __clang_major__ < 14
 // This compiler leaves the constructor from two pointers to the library, which has none for this character.

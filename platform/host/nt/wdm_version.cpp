@@ -2,7 +2,7 @@
 
 #include <atomic>
 
-#include "platform/host/nt/nt_declarations.h"
+#include "platform/host/nt/declarations/nt_declarations.h"
 
 namespace lidcam::host {
 namespace {

@@ -20,7 +20,7 @@
 #include "apps/lidcam/trace_observer.h"
 #include "camera_model/bus_adapter/simulated_bus.h"
 #include "driver/frame/resampler/image_resampler.h"
-#include "platform/host/nt/registry.h"
+#include "platform/host/nt/registry/registry.h"
 
 namespace lidcam::app {
 namespace {

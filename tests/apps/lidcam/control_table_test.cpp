@@ -14,7 +14,7 @@
 #include "camera_model/bus_adapter/simulated_bus.h"
 #include "driver/avstream/properties/property_ids.h"
 #include "driver/avstream/properties/property_requests.h"
-#include "platform/host/nt/registry.h"
+#include "platform/host/nt/registry/registry.h"
 #include "tests/driver/support/register_space.h"
 
 namespace lidcam::app {

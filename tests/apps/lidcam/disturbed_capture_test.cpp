@@ -19,7 +19,7 @@
 #include "bus/capture/recording_bus.h"
 #include "camera_model/bus_adapter/simulated_bus.h"
 #include "platform/host/nt/debug_print.h"
-#include "platform/host/nt/registry.h"
+#include "platform/host/nt/registry/registry.h"
 
 namespace lidcam::app {
 namespace {

@@ -21,7 +21,7 @@
 #include "driver/core/control/stream_modes.h"
 #include "driver/core/settings/settings_store.h"
 #include "platform/host/nt/device_object.h"
-#include "platform/host/nt/registry.h"
+#include "platform/host/nt/registry/registry.h"
 #include "tests/driver/sensor/register_set_bytes.h"
 #include "tests/driver/support/register_space.h"
 #include "tests/driver/support/system_root.h"

@@ -5,7 +5,7 @@
 #include <fstream>
 
 #include "platform/host/nt/files.h"
-#include "platform/host/nt/registry.h"
+#include "platform/host/nt/registry/registry.h"
 
 namespace lidcam::test {
 namespace {

@@ -7,7 +7,7 @@
 
 #include "driver/exposure/auto_exposure.h"
 #include "platform/host/nt/handles.h"
-#include "platform/host/nt/registry.h"
+#include "platform/host/nt/registry/registry.h"
 #include "tests/driver/core/bring_up_world.h"
 
 namespace lidcam::test {

@@ -11,7 +11,7 @@
 #include "driver/core/control/control_codes.h"
 #include "driver/core/settings/settings_store.h"
 #include "driver/exposure/auto_exposure.h"
-#include "platform/host/nt/registry.h"
+#include "platform/host/nt/registry/registry.h"
 #include "tests/driver/core/bring_up_world.h"
 #include "tests/driver/core/kernel_call_hooks.h"
 

@@ -5,7 +5,7 @@
 
 #include "driver/core/record/camera_context.h"
 #include "platform/host/nt/device_object.h"
-#include "platform/host/nt/registry.h"
+#include "platform/host/nt/registry/registry.h"
 #include "tests/driver/usb/transport_world.h"
 
 namespace lidcam::test {

@@ -6,7 +6,7 @@
 
 #include "driver/usb/records/usb_records.h"
 #include "driver/usb/stream/camera_usb_device.h"
-#include "platform/host/ks/streaming_device.h"
+#include "platform/host/ks/device/streaming_device.h"
 #include "tests/driver/usb/platform_log.h"
 #include "tests/driver/usb/scripted_stack.h"
 #include "tests/platform/simulation_support.h"

@@ -1,7 +1,7 @@
 // The class's mutexes: which of the driver's entries are called under them, and what the class notes of a
 // driver that takes them otherwise than their manual says.
 
-#include "platform/host/ks/class_rules.h"
+#include "platform/host/ks/device/class_rules.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -9,7 +9,7 @@
 #include <map>
 #include <string>
 
-#include "platform/host/ks/device_block.h"
+#include "platform/host/ks/device/device_block.h"
 #include "tests/platform/ks/class_world.h"
 #include "tests/platform/simulation_support.h"
 

@@ -8,9 +8,9 @@
 #include <utility>
 #include <vector>
 
-#include "platform/host/ks/data_format.h"
-#include "platform/host/ks/pin_block.h"
-#include "platform/host/ks/streaming_device.h"
+#include "platform/host/ks/device/streaming_device.h"
+#include "platform/host/ks/formats/data_format.h"
+#include "platform/host/ks/pin/pin_block.h"
 #include "platform/host/nt/kernel_faults.h"
 #include "platform/host/nt/pool.h"
 #include "tests/platform/irp_support.h"

@@ -6,8 +6,8 @@
 #include <optional>
 #include <vector>
 
-#include "platform/host/ks/streaming_device.h"
-#include "platform/host/ks/streaming_pin.h"
+#include "platform/host/ks/device/streaming_device.h"
+#include "platform/host/ks/pin/streaming_pin.h"
 #include "platform/host/nt/device_object.h"
 #include "platform/host/nt/pool.h"
 #include "tests/platform/simulation_support.h"

@@ -1,7 +1,7 @@
 // The kernel's mutexes fail when threads compete for one: those that wait are let in only when the
 // thread that had it ends. Its events don't: they are made of these, in the mutexes' memory.
 
-#include "platform/host/ks/class_mutex.h"
+#include "platform/host/ks/objects/class_mutex.h"
 
 namespace lidcam::host {
 namespace {

@@ -2,8 +2,8 @@
 
 #include <cstring>
 
-#include "platform/host/ks/device_block.h"
-#include "platform/host/ks/pool_object.h"
+#include "platform/host/ks/device/device_block.h"
+#include "platform/host/ks/objects/pool_object.h"
 #include "platform/windows/wine/ks/interface_state.h"
 
 namespace lidcam::wine {

@@ -1,9 +1,9 @@
 // What the stand-in adds to the class for the drivers that it serves: their devices' interfaces, the
 // private requests, and what the kernel lacks.
 
-#include "platform/host/ks/device_requests.h"
-#include "platform/host/ks/file_requests.h"
-#include "platform/host/ks/ks_objects.h"
+#include "platform/host/ks/device/device_requests.h"
+#include "platform/host/ks/device/ks_objects.h"
+#include "platform/host/ks/entry/file_requests.h"
 #include "platform/windows/wine/ks/device_interfaces.h"
 #include "platform/windows/wine/ks/filter_file.h"
 #include "platform/windows/wine/ks/kernel_gaps.h"

@@ -1,9 +1,9 @@
 #include "platform/windows/wine/ks/filter_file.h"
 
-#include "platform/host/ks/class_mutex.h"
-#include "platform/host/ks/file_requests.h"
-#include "platform/host/ks/ks_objects.h"
-#include "platform/host/ks/pool_object.h"
+#include "platform/host/ks/device/ks_objects.h"
+#include "platform/host/ks/entry/file_requests.h"
+#include "platform/host/ks/objects/class_mutex.h"
+#include "platform/host/ks/objects/pool_object.h"
 #include "platform/windows/wine/ks/inner_request.h"
 
 namespace lidcam::wine {

@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "platform/host/ks/pool_object.h"
+#include "platform/host/ks/objects/pool_object.h"
 #include "platform/windows/wine/ks/inner_request.h"
 
 namespace lidcam::wine {

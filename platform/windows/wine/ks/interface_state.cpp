@@ -1,6 +1,6 @@
 #include "platform/windows/wine/ks/interface_state.h"
 
-#include "platform/host/ks/pool_object.h"
+#include "platform/host/ks/objects/pool_object.h"
 
 namespace lidcam::wine {
 namespace {

@@ -4,7 +4,7 @@
 
 #include <cstring>
 
-#include "platform/host/ks/pool_object.h"
+#include "platform/host/ks/objects/pool_object.h"
 
 namespace lidcam::wine {
 namespace {

@@ -2,10 +2,10 @@
 
 #include <cstring>
 
-#include "platform/host/ks/clock_requests.h"
-#include "platform/host/ks/pin_block.h"
-#include "platform/host/ks/pin_properties.h"
-#include "platform/host/ks/pool_object.h"
+#include "platform/host/ks/objects/pool_object.h"
+#include "platform/host/ks/pin/clock_requests.h"
+#include "platform/host/ks/pin/pin_block.h"
+#include "platform/host/ks/pin/pin_properties.h"
 #include "platform/windows/wine/ks/inner_request.h"
 
 namespace lidcam::wine {

@@ -2,8 +2,8 @@
 
 #include <cstring>
 
-#include "platform/host/ks/ks_objects.h"
-#include "platform/host/ks/pool_object.h"
+#include "platform/host/ks/device/ks_objects.h"
+#include "platform/host/ks/objects/pool_object.h"
 #include "platform/windows/wine/ks/filter_file.h"
 #include "platform/windows/wine/ks/frame_read.h"
 #include "platform/windows/wine/ks/inner_request.h"

@@ -1,0 +1,85 @@
+#pragma once
+
+// What the class's manual says of its mutexes, and how often a driver departs from it.
+
+#include "platform/host/ks/objects/class_mutex.h"
+#include "platform/kernel.h"
+
+namespace lidcam::host {
+
+struct DeviceBlock;
+
+/// What the class is calling the driver for, while it holds one of its mutexes.
+enum class ClassCall : ULONG {
+  None,
+  Start,
+  PostStart,
+  Stop,         ///< query, cancel and stop
+  RemoveQuery,  ///< query and cancel
+  QueryPower,
+  SetPower,
+  FilterCreate,
+  FilterClose,
+  FilterRequest,
+  PinCreate,
+  PinClose,
+  PinRequest,  ///< changes of state and format among them
+  Count,
+};
+
+/// The manual's rules that a driver can break.
+enum class ClassRule : ULONG {
+  DeviceMutexOnce,      ///< "cannot be obtained recursively"
+  ControlMutexOnce,     ///< "cannot be obtained recursively"
+  DeviceBeforeControl,  ///< the holder of a control mutex should not take the device's
+  Count,
+};
+
+/// One of the class's two mutexes, and who holds it for what.
+struct ClassMutex {
+  KMUTEX Mutex;
+  LIST_ENTRY Held;  ///< of control mutexes: in HeldControls, while it is held
+  PKTHREAD Holder;
+  ULONG Depth;
+  ClassCall Call;  ///< of the outermost holder
+};
+
+/// Of a device, what its class has seen.
+struct ClassRecord {
+  KSPIN_LOCK Lock;          ///< of HeldControls
+  LIST_ENTRY HeldControls;  ///< of ClassMutex
+  volatile LONG Departures[static_cast<ULONG>(ClassRule::Count)]
+                          [static_cast<ULONG>(ClassCall::Count)];
+};
+
+void InitializeClassMutex(ClassMutex& mutex);
+void InitializeClassRecord(ClassRecord& record);
+
+/// Of the device's mutex and of a filter's control: by the class around a call of the driver's, or by
+/// the driver with ClassCall::None. A recursion passes. Passive level.
+void AcquireDeviceFor(DeviceBlock& device, ClassCall call);
+void ReleaseDeviceOf(DeviceBlock& device);
+void AcquireControlFor(DeviceBlock& device, ClassMutex& control, ClassCall call);
+void ReleaseControlOf(DeviceBlock& device, ClassMutex& control);
+
+/// Keeps the device's mutex around one call of the driver's.
+class DeviceCall {
+ public:
+  DeviceCall(DeviceBlock& device, ClassCall call) : device_(device) {
+    AcquireDeviceFor(device_, call);
+  }
+  DeviceCall(const DeviceCall&) = delete;
+  DeviceCall& operator=(const DeviceCall&) = delete;
+  ~DeviceCall() noexcept(false) {
+    if (Unwindings() == before_) ReleaseDeviceOf(device_);
+  }
+
+ private:
+  const int before_ = Unwindings();
+  DeviceBlock& device_;
+};
+
+/// How often the device's driver has departed from a rule during a call. Any thread.
+[[nodiscard]] ULONG DeparturesOf(DeviceBlock& device, ClassRule rule, ClassCall call);
+
+}  // namespace lidcam::host

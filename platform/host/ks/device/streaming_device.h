@@ -1,0 +1,28 @@
+#pragma once
+
+#include "platform/host/ks/device/device_block.h"
+
+namespace lidcam::host {
+
+/// A device of the streaming class without plug and play: the functional device object on top of a
+/// device stack, and the KSDEVICE that its driver works with. Made and destroyed at passive level.
+class StreamingDevice : public DeviceBlock {
+ public:
+  /// @param driver          of the functional device object
+  /// @param physicalDevice  what the device stack stands on
+  /// @throws std::runtime_error if the kernel gives no device object, or no memory
+  StreamingDevice(PDRIVER_OBJECT driver, PDEVICE_OBJECT physicalDevice);
+  StreamingDevice(const StreamingDevice&) = delete;
+  StreamingDevice& operator=(const StreamingDevice&) = delete;
+
+  /// Empties the bag and takes the device object off the stack.
+  ~StreamingDevice() noexcept(false);
+
+  /// The mutex of KsAcquireDevice().
+  [[nodiscard]] KMUTEX& Mutex() { return Device.Mutex; }
+
+ private:
+  void TakeOffTheStack();
+};
+
+}  // namespace lidcam::host

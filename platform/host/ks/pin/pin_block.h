@@ -1,0 +1,65 @@
+#pragma once
+
+#include "platform/host/ks/device/ks_objects.h"
+#include "platform/host/ks/pin/pin_worker.h"
+#include "platform/host/ks/stream/clock.h"
+#include "platform/host/ks/stream/stream_queue.h"
+
+namespace lidcam::host {
+
+/// A pin's place in its device's list of pins.
+struct PinLink {
+  LIST_ENTRY Entry;
+  PinBlock* Pin;
+};
+
+/// A pin: what its file object leads to, the published object directly behind that, and the stream.
+struct PinBlock : ObjectHead, KSPIN {
+  /// A pin at a stop, with neither format nor thread.
+  explicit PinBlock(DeviceBlock& device);
+  PinBlock(const PinBlock&) = delete;
+  PinBlock& operator=(const PinBlock&) = delete;
+
+  PinLink InDevice{{}, this};
+  FilterBlock* Filter = nullptr;
+  PinFactoryBlock* Factory = nullptr;
+  PFILE_OBJECT File = nullptr;
+  const KSDATARANGE* Range = nullptr;  ///< of the descriptor, that the connection's format fits
+
+  PFNKSPIN Process = nullptr;
+  bool ProcessesWithoutFrames = false;
+  KSSTATE ProcessesFrom = KSSTATE_RUN;  ///< the lowest state
+
+  ObjectBag Items;
+  FrameQueue Frames;
+  PinWorker Worker;
+  PinClock* Clock = nullptr;  ///< the pin's own, for others to go by
+  IKsReferenceClock* MasterClock = nullptr;
+  HANDLE MasterClockHandle = nullptr;  ///< as the application gave it
+};
+
+inline PinBlock& PinOf(ObjectHead& head) {
+  return static_cast<PinBlock&>(head);
+}
+inline PinBlock& PinOf(PKSPIN pin) {
+  return *static_cast<PinBlock*>(pin);
+}
+/// The pin that a request to its file object is for.
+inline PinBlock& PinOf(PIRP irp) {
+  PVOID const head = IoGetCurrentIrpStackLocation(irp)->FileObject->FsContext;
+  return PinOf(*static_cast<ObjectHead*>(head));
+}
+
+/// The driver's entries; null for a pin without a descriptor.
+inline const KSPIN_DISPATCH* DispatchOf(const PinBlock& pin) {
+  return pin.Descriptor != nullptr ? pin.Descriptor->Dispatch : nullptr;
+}
+
+/// Finds the data range that the connection's format is of: the first that fits it and that the driver
+/// accepts. Under the filter's control mutex.
+///
+/// @param oldFormat  null when the pin is made
+/// @return STATUS_NO_MATCH if none fits, else what the driver said last
+NTSTATUS ChooseRange(PinBlock& pin, PKSDATAFORMAT oldFormat);
+
+}  // namespace lidcam::host

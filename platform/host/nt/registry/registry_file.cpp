@@ -1,0 +1,168 @@
+#include "platform/host/nt/registry/registry_file.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <filesystem>
+#include <system_error>
+#include <utility>
+
+namespace lidcam::host {
+namespace {
+
+constexpr mode_t kNewFileMode = 0666;  // the user's mask takes its part
+constexpr mode_t kPermissionBits = 07777;
+constexpr int kMostDamagedFiles = 10000;
+
+// Closes on every way out.
+class File {
+ public:
+  explicit File(int number) : number_(number) {}
+  File(const File&) = delete;
+  File& operator=(const File&) = delete;
+  ~File() {
+    if (number_ >= 0) close(number_);
+  }
+  [[nodiscard]] int Number() const { return number_; }
+
+ private:
+  int number_;
+};
+
+int Sync(const RegistryFileSteps& steps, int file) {
+  const int result = steps.Sync ? steps.Sync(file) : fsync(file);
+  return result == 0 ? 0 : errno;
+}
+
+int WriteAll(const RegistryFileSteps& steps, int file, std::string_view content) {
+  while (!content.empty()) {
+    const ssize_t count = steps.Write ? steps.Write(file, content.data(), content.size())
+                                      : write(file, content.data(), content.size());
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) return errno;
+    if (count == 0) return EIO;  // the file takes no more and does not say why
+    content.remove_prefix(static_cast<std::size_t>(count));
+  }
+  return 0;
+}
+
+int WriteNewFile(const std::string& path, const std::string& fresh, std::string_view content,
+                 const RegistryFileSteps& steps) {
+  // The leftover of a cut is of no use.
+  unlink(fresh.c_str());
+  const File file(open(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kNewFileMode));
+  if (file.Number() < 0) return errno;
+  struct stat old {};
+  if (stat(path.c_str(), &old) == 0 && fchmod(file.Number(), old.st_mode & kPermissionBits) != 0) {
+    return errno;
+  }
+  const int error = WriteAll(steps, file.Number(), content);
+  return error != 0 ? error : Sync(steps, file.Number());
+}
+
+std::string FolderOf(const std::string& path) {
+  const std::string folder = std::filesystem::path(path).parent_path().string();
+  return folder.empty() ? "." : folder;
+}
+
+int SyncFolderOf(const std::string& path, const RegistryFileSteps& steps) {
+  const File folder(open(FolderOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  return folder.Number() < 0 ? errno : Sync(steps, folder.Number());
+}
+
+}  // namespace
+
+RegistryFileLock::RegistryFileLock(const std::string& path) {
+  std::error_code error;
+  std::filesystem::create_directories(FolderOf(path), error);
+  file_ = open((path + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kNewFileMode);
+  if (file_ < 0) {
+    error_ = errno;
+    return;
+  }
+  while (flock(file_, LOCK_EX) != 0) {
+    if (errno == EINTR) continue;
+    error_ = errno;
+    return;
+  }
+}
+
+RegistryFileLock::~RegistryFileLock() {
+  if (file_ >= 0) close(file_);
+}
+
+RegistryFileReader::~RegistryFileReader() {
+  Forget();
+}
+
+void RegistryFileReader::Forget() {
+  if (file_ >= 0) close(file_);
+  file_ = -1;
+  wasAbsent_ = false;
+}
+
+int RegistryFileReader::Read(const std::string& path, std::string& content) {
+  Forget();
+  content.clear();
+  // Without O_NONBLOCK, opening a pipe would wait for its other end.
+  const int file = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  if (file < 0) {
+    wasAbsent_ = errno == ENOENT;
+    return errno;
+  }
+  file_ = file;
+  int error = fstat(file_, &seen_) == 0 ? 0 : errno;
+  if (error == 0 && !S_ISREG(seen_.st_mode)) error = EINVAL;
+  if (error == 0 && std::cmp_greater(seen_.st_size, kLargestRegistryFile)) error = EOVERFLOW;
+  std::array<char, 16384> piece{};
+  while (error == 0) {
+    const ssize_t count = read(file_, piece.data(), piece.size());
+    if (count == 0) return 0;
+    if (count > 0) content.append(piece.data(), static_cast<std::size_t>(count));
+    if (count < 0 && errno != EINTR) error = errno;
+    if (content.size() > kLargestRegistryFile) error = EOVERFLOW;  // it grows
+  }
+  content.clear();
+  Forget();
+  return error;
+}
+
+bool RegistryFileReader::IsCurrent(const std::string& path) const {
+  struct stat now {};
+  if (stat(path.c_str(), &now) != 0) return wasAbsent_ && errno == ENOENT;
+  const auto same = [](const timespec& left, const timespec& right) {
+    return left.tv_sec == right.tv_sec && left.tv_nsec == right.tv_nsec;
+  };
+  return file_ >= 0 && now.st_dev == seen_.st_dev && now.st_ino == seen_.st_ino &&
+         now.st_size == seen_.st_size && same(now.st_mtim, seen_.st_mtim);
+}
+
+int ReplaceRegistryFile(const std::string& path, std::string_view content,
+                        const RegistryFileSteps& steps) {
+  const std::string fresh = path + ".new";
+  int error = WriteNewFile(path, fresh, content, steps);
+  if (error == 0) {
+    const int renamed = steps.Rename ? steps.Rename(fresh.c_str(), path.c_str())
+                                     : std::rename(fresh.c_str(), path.c_str());
+    if (renamed == 0) return SyncFolderOf(path, steps);
+    error = errno;
+  }
+  unlink(fresh.c_str());
+  return error;
+}
+
+int SetRegistryFileAside(const std::string& path, std::string& aside) {
+  for (int number = 1; number <= kMostDamagedFiles; ++number) {
+    aside = path + ".damaged-" + std::to_string(number);
+    struct stat other {};
+    if (lstat(aside.c_str(), &other) == 0) continue;
+    return std::rename(path.c_str(), aside.c_str()) == 0 ? 0 : errno;
+  }
+  return EEXIST;
+}
+
+}  // namespace lidcam::host
