@@ -16,8 +16,8 @@
 #include <system_error>
 #include <vector>
 
-#include "apps/lidcam/command_error.h"
-#include "apps/lidcam/replay_run.h"
+#include "apps/lidcam/base/command_error.h"
+#include "apps/lidcam/stream/replay_run.h"
 #include "bus/capture/capture_bus.h"
 #include "bus/capture/capture_source.h"
 #include "bus/capture/pcap_file.h"

@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "apps/lidcam/core_camera.h"
-#include "apps/lidcam/frame_log.h"
+#include "apps/lidcam/camera/core_camera.h"
+#include "apps/lidcam/frames/frame_log.h"
 #include "camera_model/bus_adapter/simulated_bus.h"
 #include "camera_model/light_schedule.h"
 #include "camera_model/scene.h"

@@ -4,9 +4,9 @@
 #include <memory>
 #include <vector>
 
-#include "apps/lidcam/core_camera.h"
-#include "apps/lidcam/frame_path.h"
-#include "apps/lidcam/stream_size.h"
+#include "apps/lidcam/base/stream_size.h"
+#include "apps/lidcam/camera/core_camera.h"
+#include "apps/lidcam/frames/replay_pipeline.h"
 
 namespace lidcam::app {
 

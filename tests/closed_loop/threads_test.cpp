@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <thread>
 
-#include "apps/lidcam/core_camera.h"
+#include "apps/lidcam/camera/core_camera.h"
 #include "camera_model/bus_adapter/simulated_bus.h"
 #include "driver/exposure/auto_exposure.h"
 #include "tests/closed_loop/closed_loop.h"

@@ -8,12 +8,12 @@
 #include <utility>
 #include <vector>
 
-#include "apps/lidcam/command_error.h"
+#include "apps/lidcam/base/command_error.h"
+#include "apps/lidcam/camera/control_table.h"
+#include "apps/lidcam/camera/core_camera.h"
+#include "apps/lidcam/camera/opened_camera.h"
 #include "apps/lidcam/commands/commands.h"
-#include "apps/lidcam/commands/common_options.h"
-#include "apps/lidcam/control_table.h"
-#include "apps/lidcam/core_camera.h"
-#include "apps/lidcam/opened_camera.h"
+#include "apps/lidcam/options/common_options.h"
 #include "apps/lidcam/output/utf8_text.h"
 #include "driver/sensor/registers/register_access.h"
 

@@ -7,11 +7,11 @@
 #include <string>
 #include <vector>
 
+#include "apps/lidcam/camera/opened_camera.h"
+#include "apps/lidcam/camera/sensor_notes.h"
 #include "apps/lidcam/commands/commands.h"
-#include "apps/lidcam/commands/common_options.h"
-#include "apps/lidcam/opened_camera.h"
+#include "apps/lidcam/options/common_options.h"
 #include "apps/lidcam/output/utf8_text.h"
-#include "apps/lidcam/sensor_notes.h"
 #include "driver/core/control/stream_modes.h"
 
 namespace lidcam::app {

@@ -8,11 +8,11 @@
 #include <string>
 #include <vector>
 
-#include "apps/lidcam/command_error.h"
+#include "apps/lidcam/base/command_error.h"
+#include "apps/lidcam/camera/sensor_notes.h"
 #include "apps/lidcam/commands/commands.h"
-#include "apps/lidcam/commands/common_options.h"
+#include "apps/lidcam/options/common_options.h"
 #include "apps/lidcam/output/utf8_text.h"
-#include "apps/lidcam/sensor_notes.h"
 #include "bus/capture/capture_source.h"
 #include "camera_model/camera_identity.h"
 #include "camera_model/camera_options.h"

@@ -6,7 +6,7 @@
 #include <system_error>
 #include <vector>
 
-#include "apps/lidcam/command_error.h"
+#include "apps/lidcam/base/command_error.h"
 #include "apps/lidcam/commands/commands.h"
 #include "apps/lidcam/output/file_roles.h"
 #include "apps/lidcam/output/output_file.h"

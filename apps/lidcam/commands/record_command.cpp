@@ -5,12 +5,12 @@
 #include <string_view>
 #include <utility>
 
-#include "apps/lidcam/command_error.h"
+#include "apps/lidcam/base/command_error.h"
+#include "apps/lidcam/base/trace_observer.h"
 #include "apps/lidcam/commands/commands.h"
-#include "apps/lidcam/commands/common_options.h"
-#include "apps/lidcam/fault_option.h"
-#include "apps/lidcam/stream_run.h"
-#include "apps/lidcam/trace_observer.h"
+#include "apps/lidcam/options/common_options.h"
+#include "apps/lidcam/options/fault_option.h"
+#include "apps/lidcam/stream/stream_run.h"
 #include "bus/capture/recording_bus.h"
 
 namespace lidcam::app {

@@ -3,11 +3,11 @@
 #include <memory>
 #include <string>
 
-#include "apps/lidcam/camera_stream.h"
-#include "apps/lidcam/command_error.h"
+#include "apps/lidcam/base/command_error.h"
+#include "apps/lidcam/camera/camera_stream.h"
+#include "apps/lidcam/camera/core_camera.h"
 #include "apps/lidcam/commands/commands.h"
-#include "apps/lidcam/commands/common_options.h"
-#include "apps/lidcam/core_camera.h"
+#include "apps/lidcam/options/common_options.h"
 #include "driver/sensor/registers/register_access.h"
 
 namespace lidcam::app {

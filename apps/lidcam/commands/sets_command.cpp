@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "apps/lidcam/command_error.h"
+#include "apps/lidcam/base/command_error.h"
 #include "apps/lidcam/commands/commands.h"
 #include "apps/lidcam/output/file_roles.h"
 #include "apps/lidcam/register_sets/set_checker.h"

@@ -9,12 +9,12 @@
 #include <string_view>
 #include <vector>
 
-#include "apps/lidcam/command_error.h"
+#include "apps/lidcam/base/command_error.h"
+#include "apps/lidcam/base/interrupt.h"
+#include "apps/lidcam/base/standard_output.h"
 #include "apps/lidcam/commands/commands.h"
-#include "apps/lidcam/commands/common_options.h"
-#include "apps/lidcam/interrupt.h"
+#include "apps/lidcam/options/common_options.h"
 #include "apps/lidcam/output/utf8_text.h"
-#include "apps/lidcam/standard_output.h"
 #include "scenarios/runner.h"
 #include "scenarios/stated_hangs.h"
 

@@ -13,7 +13,7 @@
 #include <string_view>
 #include <system_error>
 
-#include "apps/lidcam/command_error.h"
+#include "apps/lidcam/base/command_error.h"
 
 namespace lidcam::app {
 namespace {

@@ -6,7 +6,7 @@
 #include <span>
 #include <string>
 
-#include "apps/lidcam/units.h"
+#include "apps/lidcam/base/units.h"
 
 namespace lidcam::app {
 

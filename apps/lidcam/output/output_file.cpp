@@ -14,8 +14,8 @@
 #include <filesystem>
 #include <utility>
 
-#include "apps/lidcam/command_error.h"
-#include "apps/lidcam/interrupt.h"
+#include "apps/lidcam/base/command_error.h"
+#include "apps/lidcam/base/interrupt.h"
 
 namespace lidcam::app {
 namespace {

@@ -5,7 +5,7 @@
 #include <cstring>
 #include <vector>
 
-#include "apps/lidcam/command_error.h"
+#include "apps/lidcam/base/command_error.h"
 #include "apps/lidcam/output/output_file.h"
 
 namespace lidcam::app {

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "apps/lidcam/units.h"
+#include "apps/lidcam/base/units.h"
 
 namespace lidcam::app {
 

@@ -4,7 +4,7 @@
 #include <span>
 #include <vector>
 
-#include "apps/lidcam/units.h"
+#include "apps/lidcam/base/units.h"
 
 namespace lidcam::app {
 

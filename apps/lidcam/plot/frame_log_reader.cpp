@@ -9,7 +9,7 @@
 #include <fstream>
 #include <string_view>
 
-#include "apps/lidcam/command_error.h"
+#include "apps/lidcam/base/command_error.h"
 #include "apps/lidcam/register_sets/text_format.h"
 
 namespace lidcam::app {

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "apps/lidcam/frame_log.h"
+#include "apps/lidcam/frames/frame_log.h"
 
 namespace lidcam::app {
 

@@ -3,7 +3,7 @@
 #include <span>
 #include <string>
 
-#include "apps/lidcam/frame_log.h"
+#include "apps/lidcam/frames/frame_log.h"
 
 namespace lidcam::app {
 

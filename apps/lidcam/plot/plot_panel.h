@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "apps/lidcam/frame_log.h"
+#include "apps/lidcam/frames/frame_log.h"
 #include "apps/lidcam/plot/svg_drawing.h"
 
 namespace lidcam::app {

@@ -1,4 +1,4 @@
-#include "apps/lidcam/bus_gates.h"
+#include "apps/lidcam/camera/bus_gates.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

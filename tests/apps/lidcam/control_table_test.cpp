@@ -1,4 +1,4 @@
-#include "apps/lidcam/control_table.h"
+#include "apps/lidcam/camera/control_table.h"
 
 #include <gtest/gtest.h>
 
@@ -7,10 +7,10 @@
 #include <string>
 #include <string_view>
 
-#include "apps/lidcam/command_error.h"
-#include "apps/lidcam/host_environment.h"
-#include "apps/lidcam/opened_camera.h"
-#include "apps/lidcam/trace_observer.h"
+#include "apps/lidcam/base/command_error.h"
+#include "apps/lidcam/base/host_environment.h"
+#include "apps/lidcam/base/trace_observer.h"
+#include "apps/lidcam/camera/opened_camera.h"
 #include "camera_model/bus_adapter/simulated_bus.h"
 #include "driver/avstream/properties/property_ids.h"
 #include "driver/avstream/properties/property_requests.h"

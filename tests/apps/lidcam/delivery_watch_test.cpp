@@ -1,6 +1,6 @@
 // What the driver's trace tells of delivered frames.
 
-#include "apps/lidcam/delivery_watch.h"
+#include "apps/lidcam/frames/delivery_watch.h"
 
 #include <gtest/gtest.h>
 

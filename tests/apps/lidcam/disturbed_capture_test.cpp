@@ -12,9 +12,9 @@
 #include <string_view>
 #include <vector>
 
-#include "apps/lidcam/camera_stream.h"
-#include "apps/lidcam/host_environment.h"
-#include "apps/lidcam/trace_observer.h"
+#include "apps/lidcam/base/host_environment.h"
+#include "apps/lidcam/base/trace_observer.h"
+#include "apps/lidcam/camera/camera_stream.h"
 #include "bus/capture/capture_bus.h"
 #include "bus/capture/recording_bus.h"
 #include "camera_model/bus_adapter/simulated_bus.h"

@@ -1,4 +1,4 @@
-#include "apps/lidcam/frame_log.h"
+#include "apps/lidcam/frames/frame_log.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "apps/lidcam/trace_observer.h"
+#include "apps/lidcam/base/trace_observer.h"
 #include "driver/core/base/camera_trace.h"
 
 namespace lidcam::app {

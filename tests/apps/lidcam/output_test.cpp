@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "apps/lidcam/command_error.h"
+#include "apps/lidcam/base/command_error.h"
 #include "apps/lidcam/output/frame_writer.h"
 #include "apps/lidcam/output/output_file.h"
 #include "apps/lidcam/output/yuy2.h"

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "apps/lidcam/command_error.h"
-#include "apps/lidcam/frame_log.h"
+#include "apps/lidcam/base/command_error.h"
+#include "apps/lidcam/frames/frame_log.h"
 #include "apps/lidcam/plot/frame_log_reader.h"
 #include "apps/lidcam/plot/loop_plot.h"
 #include "apps/lidcam/plot/svg_drawing.h"

@@ -1,6 +1,6 @@
 // The line at the foot of a terminal.
 
-#include "apps/lidcam/progress.h"
+#include "apps/lidcam/frames/progress.h"
 
 #include <gtest/gtest.h>
 

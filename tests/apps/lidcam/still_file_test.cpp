@@ -1,4 +1,4 @@
-#include "apps/lidcam/still_file.h"
+#include "apps/lidcam/stream/still_file.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "apps/lidcam/command_error.h"
+#include "apps/lidcam/base/command_error.h"
 #include "driver/frame/still/still_capture.h"
 #include "platform/host/nt/wdm_version.h"
 #include "tests/driver/support/file_size_limit.h"

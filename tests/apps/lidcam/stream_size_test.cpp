@@ -1,4 +1,4 @@
-#include "apps/lidcam/stream_size.h"
+#include "apps/lidcam/base/stream_size.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "apps/lidcam/command_error.h"
+#include "apps/lidcam/base/command_error.h"
 
 namespace lidcam::app {
 namespace {

@@ -1,8 +1,8 @@
-#include "apps/lidcam/units.h"
+#include "apps/lidcam/base/units.h"
 
 #include <gtest/gtest.h>
 
-#include "apps/lidcam/command_error.h"
+#include "apps/lidcam/base/command_error.h"
 
 namespace lidcam::app {
 namespace {

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <filesystem>
+
+#include "apps/lidcam/base/run_settings.h"
+
+namespace lidcam::app {
+
+/// What a command says on top of its own output.
+struct Verbosity {
+  bool IsQuiet = false;
+  bool ShowsTrace = false;  ///< canonical trace lines, on standard error
+  bool ShowsDebug = false;  ///< the driver's debug output with time and thread, on standard error
+};
+
+/// Which set files the driver finds.
+enum class SetFiles {
+  OfSimulatedCameras,  ///< those built into this program
+  OfHardware,          ///< those that the user put into place
+};
+
+/// Connects the driver's platform to this machine: settings, set files and messages.
+///
+/// The folder is the environment's LIDCAM_HOME, else lidcam/ in the user's data folder. It holds
+/// the registry (registry.reg) and two trees that stand for \SystemRoot: system-root/ with the set
+/// files that came with hardware, which are never written to, and simulated-root/ with those of the
+/// simulated cameras, which are kept up to date; the environment's LIDCAM_SYSTEM_ROOT names another
+/// tree for these, to try a set file on a simulated camera. The driver's stills go to the tree in use.
+/// The cameras of hardware that there are here are recordings: they begin with the default settings.
+/// Throws CommandError.
+///
+/// @return the settings of this run: what the driver changes in them is gone with it, unless it is stored
+RunSettings OpenHostEnvironment(const Verbosity& verbosity, SetFiles setFiles);
+
+/// The folder; created when missing. Throws CommandError.
+[[nodiscard]] std::filesystem::path HomeFolder();
+
+/// The file in it that holds the user's settings. Throws CommandError.
+[[nodiscard]] std::filesystem::path SettingsFile();
+
+/// Sends trace lines to standard output instead, for commands whose output is the trace.
+void TraceToStandardOutput();
+
+}  // namespace lidcam::app

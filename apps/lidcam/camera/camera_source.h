@@ -1,0 +1,55 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "apps/lidcam/base/host_environment.h"
+#include "apps/lidcam/output/file_roles.h"
+#include "bus/capture/capture_source.h"
+#include "bus/usb_bus.h"
+#include "camera_model/light_schedule.h"
+
+namespace lidcam::app {
+
+/// Which camera a command works on, as the user names it.
+struct CameraChoice {
+  std::string Camera = "sim";         ///< "sim[:vid:pid[,sensor=NAME]...]" or "capture:FILE"
+  std::optional<std::string> Device;  ///< "bus.device" within a capture
+  std::optional<std::string> Light;   ///< "300lx@0s,5lx@4s": light on a simulated scene
+  std::optional<std::string> Mains;   ///< "50Hz" or "60Hz": lamps on a simulated scene
+  bool IsFast = false;                ///< simulated bus time runs as fast as the machine
+};
+
+/// Opens the camera's bus. Throws UsageError for a name that can't be meant and CommandError for a
+/// camera that can't be opened.
+[[nodiscard]] std::unique_ptr<bus::UsbBus> OpenCamera(const CameraChoice& choice);
+
+/// The light on the scene over the time of a stream; nothing for a camera that is not simulated.
+/// Throws as OpenCamera() does.
+[[nodiscard]] std::optional<camera_model::LightSchedule> LightOn(const CameraChoice& choice);
+
+/// What tells a camera from all others, as part of a file's name: identity and seed. Nothing for a
+/// recording, of which every reader has one of its own. Throws as OpenCamera() does for a name that can't
+/// be meant.
+[[nodiscard]] std::optional<std::string> UnitOf(const CameraChoice& choice);
+
+/// The files that the camera is made of: a capture, or a simulated scene. Throws as OpenCamera() does for
+/// a name that can't be meant.
+[[nodiscard]] std::vector<InputRole> FilesOf(const CameraChoice& choice);
+
+/// Opens a capture and finds the camera in it. Throws CommandError or UsageError.
+[[nodiscard]] bus::CaptureSource OpenCapture(const std::string& path,
+                                             const std::optional<std::string>& device);
+
+/// Tells the user what is missing in a capture.
+void TellNotes(const bus::CaptureSource& source);
+
+/// The set files that fit the camera.
+[[nodiscard]] SetFiles SetFilesFor(const CameraChoice& choice);
+
+/// The file of a "capture:FILE" name, or nothing.
+[[nodiscard]] std::optional<std::string> CaptureFileOf(const std::string& camera);
+
+}  // namespace lidcam::app

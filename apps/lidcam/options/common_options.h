@@ -1,0 +1,106 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "apps/lidcam/base/host_environment.h"
+#include "apps/lidcam/base/stream_size.h"
+#include "apps/lidcam/base/units.h"
+#include "apps/lidcam/camera/camera_lock.h"
+#include "apps/lidcam/camera/camera_source.h"
+#include "apps/lidcam/camera/control_table.h"
+
+namespace lidcam::app {
+
+/// Options that mean the same in every command that has them.
+struct CommonOptions {
+  CameraChoice Camera;
+  Verbosity Output;
+  bool IsJson = false;
+  bool Waits = false;  ///< for a camera that another process has
+
+  [[nodiscard]] LockPatience Patience() const { return {Waits, Output.IsQuiet}; }
+};
+
+/// Adds --camera and --device.
+void AddCameraOptions(CLI::App& command, CommonOptions& options);
+
+/// Adds --wait, for commands that lock their camera.
+void AddWaitOption(CLI::App& command, CommonOptions& options);
+
+/// Throws UsageError if controls are to be set on a recording, which holds the pictures as they are.
+void RefuseControlsOfRecording(const CameraChoice& camera);
+
+/// Adds --light and --mains, which light the scene of a simulated camera.
+void AddLightOptions(CLI::App& command, CommonOptions& options);
+
+/// Adds --json, --trace, --debug and --quiet.
+void AddOutputOptions(CLI::App& command, CommonOptions& options);
+
+/// Which sizes a stream has.
+struct SizeOptions {
+  std::string Size = "640x480";
+  std::optional<std::string> RawSize;
+};
+
+/// What a command of a camera reads: its camera's files, those of its other options, and the user's
+/// settings. Throws UsageError.
+[[nodiscard]] std::vector<InputRole> InputsOf(const CommonOptions& options,
+                                              const std::vector<InputRole>& others = {});
+
+/// What a command writes: a file, and its answer where that is in JSON.
+[[nodiscard]] std::vector<OutputRole> OutputsOf(const CommonOptions& options,
+                                                const std::optional<std::string>& output);
+
+/// The same for frames, which a name may number. Throws UsageError.
+[[nodiscard]] std::vector<OutputRole> FrameOutputsOf(const CommonOptions& options,
+                                                     const std::optional<std::string>& output);
+
+/// Adds --size and --raw-size.
+void AddSizeOptions(CLI::App& command, SizeOptions& options);
+
+/// Throws UsageError.
+[[nodiscard]] StreamSize SizeOf(const SizeOptions& options);
+
+/// How long a stream runs and what it gives.
+struct StreamOptions {
+  SizeOptions Sizes;
+  std::optional<std::uint64_t> Frames;
+  std::optional<std::string> Duration;
+  std::vector<std::string> Controls;  ///< NAME=VALUE, set once the stream runs
+  bool Saves = false;                 ///< what is set outlives the run
+  std::optional<std::string> Output;
+};
+
+/// Adds --size, --raw-size, --frames, --duration, --set, --save, --fast and --wait.
+void AddStreamOptions(CLI::App& command, CommonOptions& common, StreamOptions& options);
+
+/// When a stream ends, besides by an interrupt.
+struct StreamLimits {
+  std::optional<std::uint64_t> Frames{};
+  std::optional<std::chrono::microseconds> Duration{};  ///< of bus time
+  bool ToleratesSilence = false;  ///< a recorded camera may pause; a live one is then gone
+  bool EndsByItself = false;      ///< a recording: who interrupts it has not seen all of it
+
+  /// Whether an end is foreseen: without one, Ctrl-C is the regular end.
+  [[nodiscard]] bool HasEnd() const { return Frames || Duration || EndsByItself; }
+};
+
+/// What the parser's own conversion lets pass: it takes "-1" for the highest number.
+[[nodiscard]] CLI::Validator WholeNumberFrom(std::uint64_t lowest);
+
+/// Adds --frames.
+void AddFrameLimit(CLI::App& command, std::optional<std::uint64_t>& frames);
+
+/// What --set asks for. Throws UsageError.
+[[nodiscard]] std::vector<ControlAssignment> ControlsOf(const CommonOptions& common,
+                                                        const StreamOptions& options);
+
+/// Throws UsageError.
+[[nodiscard]] StreamLimits LimitsOf(const StreamOptions& options);
+
+}  // namespace lidcam::app

@@ -1,0 +1,72 @@
+#include "apps/lidcam/options/fault_option.h"
+
+#include <filesystem>
+#include <system_error>
+#include <utility>
+
+#include "apps/lidcam/base/command_error.h"
+#include "apps/lidcam/frames/replay_pipeline.h"
+#include "bus/faults/fault_source.h"
+#include "driver/core/base/camera_trace.h"
+#include "platform/host/nt/declarations/nt_declarations.h"
+
+namespace lidcam::app {
+namespace {
+
+constexpr std::chrono::minutes kUnlimited{10};
+
+// Late answers are late in the time that the driver lives in.
+void SleepInWorld(std::uint64_t microseconds) {
+  constexpr std::int64_t kUnitsPerMicrosecond = 10;
+  LARGE_INTEGER time{};
+  time.QuadPart = -static_cast<std::int64_t>(microseconds) * kUnitsPerMicrosecond;
+  KeDelayExecutionThread(KernelMode, FALSE, &time);
+}
+
+}  // namespace
+
+void AddFaultOption(CLI::App& command, std::optional<std::string>& faults) {
+  command
+      .add_option(
+          "--faults", faults,
+          "what goes wrong on the bus: a script such as 'at 2s lose 5; control 40 stall', a "
+          "file with one, or seed=N")
+      ->type_name("SCRIPT|FILE|seed=N");
+}
+
+std::vector<InputRole> FilesOfFaults(const std::optional<std::string>& faults) {
+  std::error_code ignored;
+  if (!faults || !std::filesystem::is_regular_file(*faults, ignored)) return {};
+  return {{"fault script", *faults}};
+}
+
+FaultyPort::FaultyPort(std::unique_ptr<bus::UsbBus> bus, const std::optional<std::string>& faults,
+                       std::chrono::microseconds duration)
+    : bus_(std::move(bus)) {
+  if (!faults) return;
+  if (faults->empty()) throw UsageError("faults '' are none: give a script, a file or seed=N");
+  try {
+    faults_ = std::make_unique<bus::FaultBus>(
+        *bus_, bus::FaultBusOptions{
+                   .Script = bus::LoadFaults(*faults, duration),
+                   .Sleep = SleepInWorld,
+                   .Observer = [](const std::string& line) { TraceCamera("%s", line.c_str()); },
+               });
+  } catch (const bus::FaultScriptError& error) {
+    throw UsageError(error.what());
+  }
+}
+
+std::string FaultyPort::Account() const {
+  return faults_ ? bus::ToText(faults_->Counts()) : std::string();
+}
+
+std::chrono::microseconds LikelyDuration(const StreamLimits& limits) {
+  if (limits.Duration) return *limits.Duration;
+  if (!limits.Frames) return kUnlimited;
+  return std::min<std::chrono::microseconds>(
+      kUnlimited, kFramePeriod * static_cast<std::int64_t>(std::min<std::uint64_t>(
+                                     *limits.Frames, kUnlimited / kFramePeriod)));
+}
+
+}  // namespace lidcam::app

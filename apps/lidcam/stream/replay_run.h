@@ -1,0 +1,32 @@
+#pragma once
+
+#include <string>
+
+#include "apps/lidcam/camera/camera_source.h"
+#include "apps/lidcam/stream/stream_run.h"
+#include "bus/capture/capture_source.h"
+
+namespace lidcam::app {
+
+/// The sizes of a replay.
+struct ReplaySize {
+  PictureSize Delivered;
+  PictureSize Raw;  ///< of the capture's frames
+};
+
+/// The raw size of a capture's frames, judged by the distance of its frame starts. Throws
+/// CommandError if there are too few of them or they are of no known size.
+[[nodiscard]] PictureSize EstimateRawSize(const bus::CaptureSource& source);
+
+/// Makes a stream's size one that the camera can serve: a recorded camera sends what it was recorded
+/// with, whatever is delivered. Other cameras' sizes stay as they are. Throws CommandError if the
+/// capture is of no known size, or of another than the raw size asked for.
+[[nodiscard]] StreamSize FitToCamera(const StreamSize& size, const CameraChoice& camera);
+
+/// Replays a capture through bring-up, assembly and delivery, without timing. A capture that began
+/// after the bring-up is replayed through assembly and delivery alone.
+[[nodiscard]] StreamResult RunReplay(const bus::CaptureSource& source, const ReplaySize& size,
+                                     const StreamLimits& limits, FrameWriter* writer,
+                                     const Verbosity& verbosity);
+
+}  // namespace lidcam::app

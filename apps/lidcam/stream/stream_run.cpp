@@ -1,0 +1,270 @@
+#include "apps/lidcam/stream/stream_run.h"
+
+#include <sys/resource.h>
+
+#include <array>
+#include <cinttypes>
+#include <cstdio>
+#include <iostream>
+
+#include "apps/lidcam/base/command_error.h"
+#include "apps/lidcam/base/interrupt.h"
+#include "apps/lidcam/camera/core_camera.h"
+#include "apps/lidcam/camera/sensor_notes.h"
+#include "apps/lidcam/camera/silence_watch.h"
+#include "apps/lidcam/frames/progress.h"
+#include "apps/lidcam/output/utf8_text.h"
+#include "testbed/worlds.h"
+
+namespace lidcam::app {
+namespace {
+
+bool HasAllFrames(const StreamLimits& limits, const StreamCounts& counts) {
+  return limits.Frames && counts.Delivered() >= *limits.Frames;
+}
+
+bool IsReached(const StreamLimits& limits, const StreamCounts& counts) {
+  if (HasAllFrames(limits, counts)) return true;
+  constexpr std::int64_t kMicrosecondsPerMicroframe = 125;
+  return limits.Duration &&
+         static_cast<std::int64_t>(counts.Microframes) * kMicrosecondsPerMicroframe >=
+             limits.Duration->count();
+}
+
+class LimitedLog {
+ public:
+  LimitedLog(FrameLog* log, const StreamLimits& limits) : log_(log), frames_(limits.Frames) {}
+
+  void Add(const FrameRow& row) {
+    if (log_ == nullptr || (frames_ && logged_ >= *frames_)) return;
+    log_->Add(row);
+    ++logged_;
+  }
+
+ private:
+  FrameLog* log_;
+  std::optional<std::uint64_t> frames_;
+  std::uint64_t logged_ = 0;
+};
+
+double SecondsOf(const timeval& time) {
+  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_usec) / 1e6;
+}
+
+double ProcessorSeconds() {
+  rusage usage{};
+  getrusage(RUSAGE_SELF, &usage);
+  return SecondsOf(usage.ru_utime) + SecondsOf(usage.ru_stime);
+}
+
+// Nothing without a frame, or in virtual time.
+std::optional<double> ProcessorMillisecondsPerFrame(const StreamResult& result) {
+  if (!result.ProcessorSeconds || result.Counts.Delivered() == 0) return std::nullopt;
+  return *result.ProcessorSeconds * 1000 / static_cast<double>(result.Counts.Delivered());
+}
+
+nlohmann::json ToJson(const StreamResult& result) {
+  nlohmann::json answer = {
+      {"identity", result.Identity},
+      {"sensor", result.Sensor},
+      {"size", ToString(result.Size)},
+      {"rawSize", ToString(result.RawSize)},
+      {"frames",
+       {{"delivered", result.Counts.Delivered()},
+        {"good", result.Counts.Good},
+        {"bad", result.Counts.Bad},
+        {"startUp", result.Counts.StartUp},
+        {"settling", result.Counts.Settling},
+        {"lost", result.Counts.Lost}}},
+      {"busBytes", result.Counts.BusBytes},
+      {"busSeconds", result.Counts.Seconds()},
+      {"framesPerSecond", nullptr},
+      {"output", result.Place},
+  };
+  if (const auto rate = result.Counts.Rate()) answer["framesPerSecond"] = *rate;
+  if (const auto processor = ProcessorMillisecondsPerFrame(result)) {
+    answer["processorMillisecondsPerFrame"] = *processor;
+  }
+  if (!result.Place.empty() && result.Written) answer["written"] = *result.Written;
+  if (!result.Note.empty()) answer["note"] = result.Note;
+  if (!result.Faults.empty()) answer["faults"] = result.Faults;
+  if (!result.Troubles.empty()) answer["troubles"] = result.Troubles;
+  return answer;
+}
+
+std::string AfterFrames(const StreamResult& result) {
+  return " after frame " + std::to_string(result.Counts.Delivered());
+}
+
+std::string FramesText(std::uint64_t count) {
+  return std::to_string(count) + (count == 1 ? " frame" : " frames");
+}
+
+std::string CountText(std::uint64_t count, const std::string& what) {
+  return (count == 0 ? "none" : std::to_string(count)) + " " + what;
+}
+
+}  // namespace
+
+std::string ToText(const StreamCounts& counts) {
+  std::string text = FramesText(counts.Delivered()) + " delivered";
+  if (const auto rate = counts.Rate()) {
+    std::array<char, 40> number{};
+    std::snprintf(number.data(), number.size(), ", %.2f a second", *rate);
+    text += number.data();
+  }
+  text += "; " + CountText(counts.Lost, "lost");
+  text += ", " + CountText(counts.Bad, "of a wrong size");
+  if (counts.Settling > 0)
+    text += ", " + CountText(counts.Settling, "left out at changes of light");
+  return text;
+}
+
+namespace {
+
+void PrintSummary(const StreamResult& result, const CommonOptions& options) {
+  if (options.IsJson) {
+    std::cout << JsonText(ToJson(result)) << std::endl;
+    return;
+  }
+  if (options.Output.IsQuiet) return;
+  const StreamCounts& counts = result.Counts;
+  std::fprintf(stderr, "%s %s %s (raw %s): %s; %" PRIu64 " bytes in %.3f s of bus time\n",
+               result.Identity.empty() ? "unknown camera" : result.Identity.c_str(),
+               result.Sensor.empty() ? "unknown sensor" : result.Sensor.c_str(),
+               ToString(result.Size).c_str(), ToString(result.RawSize).c_str(),
+               ToText(counts).c_str(), counts.BusBytes, counts.Seconds());
+  if (const auto processor = ProcessorMillisecondsPerFrame(result)) {
+    std::fprintf(stderr, "processor time: %.2f ms a frame, of the camera that is simulated too\n",
+                 *processor);
+  }
+  if (!result.Note.empty()) std::fprintf(stderr, "%s\n", result.Note.c_str());
+  if (!result.Faults.empty())
+    std::fprintf(stderr, "faults on the bus: %s\n", result.Faults.c_str());
+  if (result.Place.empty() || result.Place == "-") return;
+  const std::uint64_t written = result.Written.value_or(counts.Delivered());
+  std::fprintf(stderr, "written to %s", result.Place.c_str());
+  if (written != counts.Delivered()) std::fprintf(stderr, ": %s", FramesText(written).c_str());
+  std::fputs("\n", stderr);
+}
+
+std::string WhyWithoutFrame(const StreamResult& result, const std::string& from) {
+  if (result.IsUnplugged) return "the camera was unplugged before its first frame";
+  if (IsInterrupted()) return InterruptText() + " before the first frame";
+  return from + " gave no whole frame of " + ToString(result.Size);
+}
+
+// Trouble at the end of one output is no reason to leave another one undone.
+template <typename Output>
+void Finish(Output* output, StreamResult& result) {
+  if (output == nullptr) return;
+  try {
+    output->Finish();
+  } catch (const CommandError& error) {
+    result.Troubles.emplace_back(error.what());
+  }
+}
+
+bool RunToLimit(CameraStream& stream, const StreamLimits& limits, const Verbosity& verbosity) {
+  ProgressLine progress(!verbosity.IsQuiet);
+  SilenceWatch silence;
+  while (!IsReached(limits, stream.Counts())) {
+    if (IsInterrupted()) return false;
+    if (!stream.Advance()) break;
+    progress.Show(stream.Progress());
+    if (!limits.ToleratesSilence) silence.Check(stream.Counts(), stream.Seconds());
+  }
+  return true;
+}
+
+/// Runs a stream until a limit, an interrupt, or its own end, and takes the frames that are on their way
+/// by then.
+/// @return false if it was asked to end ahead of that
+bool RunToEnd(CameraStream& stream, const StreamLimits& limits, const Verbosity& verbosity) {
+  const bool isComplete = RunToLimit(stream, limits, verbosity);
+  if (!HasAllFrames(limits, stream.Counts())) stream.TakeRest();
+  return isComplete;
+}
+
+}  // namespace
+
+void LimitedWriter::Write(std::span<const std::uint8_t> yuy2) {
+  if (writer_ == nullptr || (frames_ && written_ >= *frames_)) return;
+  writer_->Write(yuy2);
+  ++written_;
+}
+
+StreamResult RunStream(bus::UsbBus& bus, const StreamSize& size, const StreamLimits& limits,
+                       std::span<const ControlAssignment> controls, FrameWriter* writer,
+                       const Verbosity& verbosity, FrameLog* log) {
+  StreamResult result;
+  result.Size = size.Delivered;
+  LimitedLog limitedLog(log, limits);
+  LimitedWriter limitedWriter(writer, limits);
+  const auto take = [&](const StreamFrame& frame) {
+    limitedLog.Add(frame.Report.Loop);
+    limitedWriter.Write(frame.Yuy2);
+  };
+  bool isComplete = true;
+  const auto use = [&](CameraStream& stream) {
+    result.Identity = IdentityText(stream.Opened().Device());
+    result.Sensor = SensorName(stream.Opened().SensorType());
+    result.RawSize = stream.RawSize();
+    stream.Opened().WithContext(
+        [&](const CameraContext& context) { result.Note = PictureNoteOf(context); });
+    const double processorAtRun = ProcessorSeconds();
+    testbed::RunThenEnd([&] { isComplete = RunToEnd(stream, limits, verbosity); },
+                        [&] {
+                          result.ProcessorSeconds = ProcessorSeconds() - processorAtRun;
+                          result.Counts = stream.Counts();
+                          result.IsUnplugged = stream.IsUnplugged();
+                        });
+  };
+  const StreamSetup setup{.Size = size,
+                          .Controls = controls,
+                          .Frames = take,
+                          .MostFrames = limits.Frames,
+                          .Duration = limits.Duration};
+  try {
+    WithStream(bus, setup, use);
+  } catch (const std::exception& error) {
+    if (result.Counts.Delivered() == 0) throw;
+    result.Troubles.emplace_back(error.what());
+  }
+  result.Written = limitedWriter.Written();
+  if (result.Counts.Delivered() == 0) return result;
+  // A recording tells how its camera ended.
+  if (result.IsUnplugged && !limits.ToleratesSilence) {
+    result.Troubles.push_back("the camera was unplugged" + AfterFrames(result));
+  }
+  if (!isComplete) NoteInterrupt(result, limits);
+  return result;
+}
+
+void NoteInterrupt(StreamResult& result, const StreamLimits& limits) {
+  if (!limits.HasEnd() && IsInterruptedByUser()) return;
+  result.Troubles.push_back(InterruptText() + AfterFrames(result));
+}
+
+void StoreSettings(const RunSettings& settings, StreamResult& result) {
+  try {
+    settings.Store();
+  } catch (const CommandError& error) {
+    result.Troubles.emplace_back(error.what());
+  }
+}
+
+void ConcludeStream(StreamResult& result, const StreamOutputs& outputs, const std::string& from,
+                    const CommonOptions& options) {
+  Finish(outputs.Log, result);
+  if (result.Counts.Delivered() == 0) {
+    result.Troubles.push_back(WhyWithoutFrame(result, from));
+  } else {
+    Finish(outputs.Writer, result);
+    if (outputs.Writer != nullptr && result.Written != 0U) result.Place = outputs.Writer->Place();
+    PrintSummary(result, options);
+  }
+  FailForTroubles(result.Troubles);
+}
+
+}  // namespace lidcam::app

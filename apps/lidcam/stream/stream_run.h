@@ -1,0 +1,91 @@
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "apps/lidcam/camera/camera_stream.h"
+#include "apps/lidcam/camera/control_table.h"
+#include "apps/lidcam/frames/frame_log.h"
+#include "apps/lidcam/frames/replay_pipeline.h"
+#include "apps/lidcam/options/common_options.h"
+#include "apps/lidcam/output/frame_writer.h"
+
+namespace lidcam::app {
+
+/// What a run of a stream came to.
+struct StreamResult {
+  StreamCounts Counts{};
+  PictureSize Size{};
+  PictureSize RawSize{};   ///< of the frames that the camera sent for it
+  std::string Identity{};  ///< empty if the capture does not tell
+  std::string Sensor{};    ///< empty if the capture does not tell
+  std::string Place{};     ///< where the frames are; empty without an output
+  std::string Note{};      ///< on lines that the sensor sends too few or too many of; or empty
+  std::string Faults{};    ///< what was carried out of a fault script; empty without one
+  /// Frames in the output; nothing where an output holds no frames as such.
+  std::optional<std::uint64_t> Written{};
+  bool IsUnplugged = false;  ///< the camera was gone before the end
+  /// What cut the stream short, or was in the way of its output, in the order of happening. Each is a
+  /// line for the user; without any, all that was asked for is there.
+  std::vector<std::string> Troubles{};
+  /// Processor time of the whole process while the stream ran; told for streams in real time only.
+  std::optional<double> ProcessorSeconds{};
+};
+
+/// Streams from the camera until a limit, an interrupt or the end of a capture, writing frames if
+/// there is a writer, and a row for each frame if there is a log. Frames beyond the limit are in
+/// neither. What cuts a stream short that has given frames - a camera that is unplugged or falls silent,
+/// an output that takes no more - is told by the result; without a frame it is thrown. Within a world of
+/// the bus's time.
+///
+/// @param controls  set before the first frame, in this order
+/// @param log       may be null
+[[nodiscard]] StreamResult RunStream(bus::UsbBus& bus, const StreamSize& size,
+                                     const StreamLimits& limits,
+                                     std::span<const ControlAssignment> controls,
+                                     FrameWriter* writer, const Verbosity& verbosity,
+                                     FrameLog* log = nullptr);
+
+/// Gives a writer the frames up to a limit. Without a writer, or beyond the limit, frames go by.
+class LimitedWriter {
+ public:
+  LimitedWriter(FrameWriter* writer, const StreamLimits& limits)
+      : writer_(writer), frames_(limits.Frames) {}
+
+  void Write(std::span<const std::uint8_t> yuy2);
+  [[nodiscard]] std::uint64_t Written() const { return written_; }
+
+ private:
+  FrameWriter* writer_;
+  std::optional<std::uint64_t> frames_;
+  std::uint64_t written_ = 0;
+};
+
+/// "86 frames delivered, 29.97 a second; none lost, 2 of a wrong size".
+[[nodiscard]] std::string ToText(const StreamCounts& counts);
+
+/// What a stream's result goes to; each may be missing.
+struct StreamOutputs {
+  FrameWriter* Writer = nullptr;
+  FrameLog* Log = nullptr;
+};
+
+/// Completes what a stream gave until its end, whatever ended it: brings frames and log under their
+/// names and prints the summary, one line for a person on standard error, or JSON on standard output.
+/// Throws CommandError for a stream that gave no frame, of which the log alone is kept, and for one that
+/// was cut short.
+///
+/// @param from  names the source in the error
+void ConcludeStream(StreamResult& result, const StreamOutputs& outputs, const std::string& from,
+                    const CommonOptions& options);
+
+/// Keeps what the stream's run has changed of the settings; the result tells if it can't.
+void StoreSettings(const RunSettings& settings, StreamResult& result);
+
+/// Notes in the result that the stream was asked to end ahead of the end that was foreseen.
+void NoteInterrupt(StreamResult& result, const StreamLimits& limits);
+
+}  // namespace lidcam::app
