@@ -58,7 +58,8 @@ NativeStream::NativeStream(CoreCamera& camera, const StreamSize& size, FrameHand
   }
   rawSize_ = *rawSize;
   if (size.StartsAsRaw) NegotiateSize(context, size.Delivered, rawBufferSize_);
-  path_ = std::make_unique<FramePath>(context, rawBufferSize_, size.Delivered, std::move(handler));
+  path_ =
+      std::make_unique<ReplayPipeline>(context, rawBufferSize_, size.Delivered, std::move(handler));
   buffer_.resize(kPacketsPerTransfer * setting_.BytesPerMicroframe);
   packets_.resize(kPacketsPerTransfer);
   transferPackets_.resize(kPacketsPerTransfer);

@@ -42,7 +42,7 @@ class NativeStream {
   FormatRequest request_{};
   std::uint32_t rawBufferSize_ = 0;
   bus::AlternateSetting setting_;
-  std::unique_ptr<FramePath> path_;
+  std::unique_ptr<ReplayPipeline> path_;
   std::vector<std::uint8_t> buffer_;
   std::vector<bus::IsochronousPacket> packets_;
   std::vector<TransferPacket> transferPackets_;

@@ -73,8 +73,8 @@ std::uint32_t SetRecordedFormat(CameraContext& context, PictureSize delivered, P
   return std::max(bufferSize, rawFrameSize + kRawBufferMargin);
 }
 
-FramePath::FramePath(CameraContext& context, std::uint32_t rawBufferSize, PictureSize size,
-                     FrameHandler handler)
+ReplayPipeline::ReplayPipeline(CameraContext& context, std::uint32_t rawBufferSize,
+                               PictureSize size, FrameHandler handler)
     : context_(context),
       handler_(std::move(handler)),
       rawBuffers_(std::size_t{2} * rawBufferSize),
@@ -85,24 +85,24 @@ FramePath::FramePath(CameraContext& context, std::uint32_t rawBufferSize, Pictur
       .IsProcessing = [](void*) { return std::uint8_t{0}; },
       .PublishRawFrame =
           [](void* self, std::uint8_t* buffer, std::uint32_t bytes) {
-            PublishRawFrame(static_cast<FramePath*>(self)->published_, buffer, bytes);
+            PublishRawFrame(static_cast<ReplayPipeline*>(self)->published_, buffer, bytes);
           },
       .StreamRunning = [](void*) { return std::uint8_t{1}; },
-      .WakeConsumer = [](void* self) { static_cast<FramePath*>(self)->Deliver(); },
+      .WakeConsumer = [](void* self) { static_cast<ReplayPipeline*>(self)->Deliver(); },
   };
   PlaceRawBuffers(assembly_, rawBuffers_.data(), rawBufferSize);
   BeginAssembly(assembly_);
 }
 
-void FramePath::Take(std::span<const std::uint8_t> buffer,
-                     std::span<const TransferPacket> packets) {
+void ReplayPipeline::Take(std::span<const std::uint8_t> buffer,
+                          std::span<const TransferPacket> packets) {
   for (const TransferPacket& packet : packets) counts_.BusBytes += packet.Length;
   AssembleTransfer(assembly_, context_, buffer.data(), static_cast<std::uint32_t>(buffer.size()),
                    packets.data(), static_cast<std::uint32_t>(packets.size()));
   counts_.Microframes += packets.size();
 }
 
-void FramePath::Deliver() {
+void ReplayPipeline::Deliver() {
   std::uint32_t rawBytes = 0;
   std::uint8_t* const raw = GetRawFrame(published_, rawBytes);
   std::uint32_t written = 0;

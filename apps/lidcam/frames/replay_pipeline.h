@@ -60,13 +60,13 @@ struct DeliveredFrame {
 using FrameHandler = std::function<void(const DeliveredFrame& frame)>;
 
 /// Packets to frames: raw buffers, assembly and delivery of one stream, for packets from anywhere.
-class FramePath {
+class ReplayPipeline {
  public:
   /// @param context  the camera's record, its format and raw frame size set; must outlive the path
-  FramePath(CameraContext& context, std::uint32_t rawBufferSize, PictureSize size,
-            FrameHandler handler);
-  FramePath(const FramePath&) = delete;
-  FramePath& operator=(const FramePath&) = delete;
+  ReplayPipeline(CameraContext& context, std::uint32_t rawBufferSize, PictureSize size,
+                 FrameHandler handler);
+  ReplayPipeline(const ReplayPipeline&) = delete;
+  ReplayPipeline& operator=(const ReplayPipeline&) = delete;
 
   /// Takes the packets of one transfer in order.
   void Take(std::span<const std::uint8_t> buffer, std::span<const TransferPacket> packets);

@@ -50,8 +50,8 @@ StreamResult ReplayFramesOnly(const bus::CaptureSource& source, const ReplaySize
   const auto rawBytes = static_cast<std::uint32_t>(EstimateRawBytes(source));
   const std::uint32_t bufferSize = SetRecordedFormat(*context, size.Delivered, size.Raw, rawBytes);
   LimitedWriter limited(writer, limits);
-  FramePath path(*context, bufferSize, size.Delivered,
-                 [&limited](const DeliveredFrame& frame) { limited.Write(frame.Yuy2); });
+  ReplayPipeline path(*context, bufferSize, size.Delivered,
+                      [&limited](const DeliveredFrame& frame) { limited.Write(frame.Yuy2); });
   bus::IsochronousPacketReader reader(source);
   bus::IsochronousPayload payload;
   ProgressLine progress(!verbosity.IsQuiet);

@@ -78,8 +78,8 @@ Status ApplicationWrite(CameraContext& context, Chip chip, RegisterAddress addre
   return status;
 }
 
-Status FramePathWrite(CameraContext& context, Chip chip, RegisterAddress address,
-                      std::uint32_t value) {
+Status ReplayPipelineWrite(CameraContext& context, Chip chip, RegisterAddress address,
+                           std::uint32_t value) {
   if (context.AppRegisterBusy != 0) {
     TraceCamera("bus  write %s %04X=%02X refused", ChipName(chip), address, value & 0xFF);
     return kRegisterAccessRefused;
@@ -160,12 +160,12 @@ Status WriteSensorRegister(CameraContext& context, RegisterAddress address, std:
 
 Status DriverWriteBridgeRegister(CameraContext& context, RegisterAddress address,
                                  std::uint32_t value) {
-  return FramePathWrite(context, Chip::Bridge, address, value);
+  return ReplayPipelineWrite(context, Chip::Bridge, address, value);
 }
 
 Status DriverWriteSensorRegister(CameraContext& context, RegisterAddress address,
                                  std::uint32_t value) {
-  return FramePathWrite(context, Chip::Sensor, address, value);
+  return ReplayPipelineWrite(context, Chip::Sensor, address, value);
 }
 
 Status ReadBridgeRegister(CameraContext& context, RegisterAddress address, std::uint8_t& result) {

@@ -14,12 +14,12 @@ constexpr PictureSize kSize{160, 120};
 constexpr std::uint32_t kRawBytes = 38466;
 
 // Feeds raw frames of chosen lengths, a packet of 512 bytes at a time.
-class FramePathTest : public ::testing::Test {
+class ReplayPipelineTest : public ::testing::Test {
  protected:
-  FramePathTest() {
+  ReplayPipelineTest() {
     const std::uint32_t bufferSize = SetRecordedFormat(*context_, kSize, kSize, kRawBytes);
     context_->FrameSettleCount = 5;
-    path_ = std::make_unique<FramePath>(
+    path_ = std::make_unique<ReplayPipeline>(
         *context_, bufferSize, kSize,
         [this](const DeliveredFrame& frame) { firstPixels_.push_back(frame.Yuy2[0]); });
   }
@@ -36,10 +36,10 @@ class FramePathTest : public ::testing::Test {
 
   std::unique_ptr<CameraContext> context_ = std::make_unique<CameraContext>();
   std::vector<std::uint8_t> firstPixels_;
-  std::unique_ptr<FramePath> path_;
+  std::unique_ptr<ReplayPipeline> path_;
 };
 
-TEST_F(FramePathTest, CountsGoodBadAndLostFrames) {
+TEST_F(ReplayPipelineTest, CountsGoodBadAndLostFrames) {
   Send(1, kRawBytes);        // behind a bad end: nothing was received before it
   Send(2, kRawBytes);        // good
   Send(3, kRawBytes - 512);  // bad, delivered all the same
@@ -54,7 +54,7 @@ TEST_F(FramePathTest, CountsGoodBadAndLostFrames) {
   EXPECT_EQ(path_->Counts().BusBytes, 6u * kRawBytes - 512u);
 }
 
-TEST_F(FramePathTest, TheRateIsThatOfTheDeliveredFrames) {
+TEST_F(ReplayPipelineTest, TheRateIsThatOfTheDeliveredFrames) {
   for (std::uint8_t content = 1; content <= 3; ++content) Send(content, kRawBytes);
   EXPECT_EQ(path_->Counts().Delivered(), 1u);
   EXPECT_FALSE(path_->Counts().Rate().has_value()) << "one frame has none";

@@ -36,11 +36,11 @@ std::vector<Primitive> WritesOf(RegisterPath path) {
 
 // --- while the application path holds the bus ---
 
-class FramePathPrimitive : public TestWithParam<Primitive> {};
-INSTANTIATE_TEST_SUITE_P(RegisterExclusion, FramePathPrimitive,
+class ReplayPipelinePrimitive : public TestWithParam<Primitive> {};
+INSTANTIATE_TEST_SUITE_P(RegisterExclusion, ReplayPipelinePrimitive,
                          ValuesIn(PrimitivesOf(RegisterPath::Frame)), PrimitiveName);
 
-TEST_P(FramePathPrimitive, IsRefusedWithNothingSentWhileTheApplicationHoldsTheBus) {
+TEST_P(ReplayPipelinePrimitive, IsRefusedWithNothingSentWhileTheApplicationHoldsTheBus) {
   RegisterSpace space;
   CameraContext& camera = space.Context();
   camera.AppRegisterBusy = 1;
@@ -52,7 +52,7 @@ TEST_P(FramePathPrimitive, IsRefusedWithNothingSentWhileTheApplicationHoldsTheBu
   EXPECT_EQ(camera.AppRegisterBusy, 1U);
 }
 
-TEST_P(FramePathPrimitive, IsNotHeldOffByAnotherFramePathAccess) {
+TEST_P(ReplayPipelinePrimitive, IsNotHeldOffByAnotherFramePathAccess) {
   RegisterSpace space;
   space.Context().DriverRegisterBusy = 1;
   EXPECT_EQ(GetParam().Run(space.Context()), 0);
@@ -60,7 +60,7 @@ TEST_P(FramePathPrimitive, IsNotHeldOffByAnotherFramePathAccess) {
 }
 
 // A batch raises the flag once; its protection lasts until its first primitive has ended.
-TEST_P(FramePathPrimitive, ClearsAFlagThatABatchHadRaised) {
+TEST_P(ReplayPipelinePrimitive, ClearsAFlagThatABatchHadRaised) {
   RegisterSpace space;
   space.Context().DriverRegisterBusy = 1;
   GetParam().Run(space.Context());

@@ -97,7 +97,7 @@ TEST_F(RegisterSetList, AbsentEmptyOrOverlongListOnVGA0708WritesNothingNotEvenTh
   EXPECT_THAT(Accesses(), IsEmpty());
 }
 
-TEST_F(RegisterSetList, FramePathIsRefusedEntryByEntryWhileTheApplicationHoldsTheBus) {
+TEST_F(RegisterSetList, ReplayPipelineIsRefusedEntryByEntryWhileTheApplicationHoldsTheBus) {
   Fill(Context().NormalRegisters, {{0x11, 0x01, 0x02}, {0x33, 0x03, 0x04}, {0x11, 0x05, 0x06}});
   // The application takes the bus with the first entry's data transfer and gives it back before the
   // third entry.
