@@ -1,0 +1,59 @@
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <string_view>
+
+#include "tests/on_wine/bus/camera_device.h"
+#include "tests/on_wine/bus/device_role.h"
+
+namespace lidcam::wine {
+
+/// The bus itself: the functional device of this driver, which has room for one camera. User mode
+/// knows it as "\\.\LidcamBus".
+class BusDevice final : public DeviceRole {
+ public:
+  /// Attaches a bus to the device that plug and play has found.
+  /// @throws std::runtime_error if the kernel has no room for it
+  BusDevice(PDRIVER_OBJECT driver, PDEVICE_OBJECT physicalDevice);
+  ~BusDevice() override;
+
+  NTSTATUS PlugAndPlay(PIRP irp) override;
+  NTSTATUS Power(PIRP irp) override;
+  NTSTATUS SystemControl(PIRP irp) override { return Forward(irp); }
+  NTSTATUS DeviceControl(PIRP irp) override;
+
+  /// Hands over a camera whose last request has come: it was pulled out, and its driver has gone.
+  /// @return null while it is still plugged in
+  [[nodiscard]] std::unique_ptr<CameraDevice> TakePulledOut();
+
+ private:
+  NTSTATUS Forward(PIRP irp);
+  NTSTATUS Start(PIRP irp);
+  NTSTATUS TellChildren(PIRP irp);
+  NTSTATUS Remove(PIRP irp);
+  NTSTATUS PlugIn(std::string_view options);
+  NTSTATUS PullOut();
+  NTSTATUS UnloadDriver(std::string_view service);
+  /// Waits until the removal of a camera that was pulled out is over.
+  /// @return whether it came to that
+  [[nodiscard]] bool WaitForRemoval();
+
+  PDRIVER_OBJECT const driver_;
+  PDEVICE_OBJECT const physicalDevice_;
+  PDEVICE_OBJECT device_ = nullptr;
+  PDEVICE_OBJECT below_ = nullptr;
+  bool hasLink_ = false;
+
+  std::mutex
+      mutex_;  ///< guards what follows; never held while the kernel or a camera is waited for
+  std::unique_ptr<CameraDevice> camera_;
+  bool isPresent_ = false;       ///< the camera is plugged in
+  bool isKnown_ = false;         ///< plug and play has seen the camera: it goes by way of a removal
+  std::uint64_t timesTold_ = 0;  ///< the kernel has asked for the children
+  std::condition_variable progress_;  ///< a camera has gone, or the kernel has asked
+};
+
+}  // namespace lidcam::wine

@@ -1,0 +1,74 @@
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "tests/on_wine/client/device_file.h"
+
+namespace lidcam::wine {
+
+/// The published value of a property of video processing, camera control, or the camera's own set.
+struct Level {
+  LONG Value = 0;
+  ULONG Flags = 0;  ///< KSPROPERTY_VIDEOPROCAMP_FLAGS_*
+  ULONG Led = 0;    ///< of the camera's own property of light and LED; others' capabilities
+
+  friend bool operator==(const Level&, const Level&) = default;
+};
+
+struct LevelRange {
+  LONG Minimum;
+  LONG Maximum;
+  ULONG Step;
+  LONG Default;
+};
+
+/// What the stand-in makes of a question.
+struct Answer {
+  NTSTATUS Status;
+  std::vector<std::byte> Value;
+  ULONG Information;
+};
+
+/// The camera's filter, as an application opens it.
+class CameraFile {
+ public:
+  explicit CameraFile(const std::wstring& path) : file_(path) {}
+
+  [[nodiscard]] const DeviceFile& File() const { return file_; }
+
+  /// One property request as it is; STATUS_DEVICE_NOT_CONNECTED for one that reaches no camera.
+  /// @param request  a KSPROPERTY, with what follows it
+  [[nodiscard]] Answer AskProperty(Target whom, std::span<const std::byte> request,
+                                   std::span<const std::byte> value) const;
+
+  [[nodiscard]] ULONG PinCount() const;
+  [[nodiscard]] std::vector<KS_DATARANGE_VIDEO> Ranges() const;
+  /// The format that the driver makes of a range: a KS_DATAFORMAT_VIDEOINFOHEADER.
+  [[nodiscard]] std::vector<std::byte> Intersect(const KS_DATARANGE_VIDEO& range) const;
+  /// Frame intervals of a picture size, 100 ns.
+  [[nodiscard]] std::vector<LONGLONG> FrameIntervals(LONG width, LONG height) const;
+
+  /// @return the driver's status
+  [[nodiscard]] NTSTATUS GetLevel(const GUID& set, ULONG id, Level& level) const;
+  [[nodiscard]] NTSTATUS SetLevel(const GUID& set, ULONG id, const Level& level) const;
+  /// Range and default that the driver tells of a property.
+  [[nodiscard]] LevelRange RangeOf(const GUID& set, ULONG id) const;
+
+ private:
+  /// A value whose length is the driver's to tell.
+  [[nodiscard]] std::vector<std::byte> GetSized(const GUID& set, ULONG id,
+                                                std::span<const std::byte> behindHead,
+                                                const std::string& what) const;
+
+  DeviceFile file_;
+};
+
+/// A request of a KSPROPERTY and what follows it.
+[[nodiscard]] std::vector<std::byte> PropertyRequest(const GUID& set, ULONG id, ULONG flags,
+                                                     std::span<const std::byte> behindHead = {});
+
+}  // namespace lidcam::wine

@@ -1,0 +1,10 @@
+#pragma once
+
+#include "tests/on_wine/ks/pin_connection.h"
+
+namespace lidcam::wine {
+
+/// Answers kReadFrame: the request is pending until its frame has come back. Passive level.
+NTSTATUS ReadFrame(PDEVICE_OBJECT device, PinConnection& connection, PIRP irp);
+
+}  // namespace lidcam::wine
