@@ -56,8 +56,8 @@ class Workshop:
         self._code = {}     # of each object of the driver: digest of the unchanged one
 
     def sources(self):
-        """Path from the root and text of each source that lies directly in the folder."""
-        found = sorted(path for path in (self._root / self._folder).glob("*")
+        """Path from the root and text of each source in the folder and its rooms."""
+        found = sorted(path for path in (self._root / self._folder).rglob("*")
                        if path.suffix in (".cpp", ".h"))
         return [(str(path.relative_to(self._root)), path.read_text(encoding="utf-8"))
                 for path in found]
@@ -144,12 +144,22 @@ class Workshop:
 
     def _find_tests(self):
         found = {}
-        for suite in ("tests/" + self._folder, *FURTHER_SUITES.get(self._folder, ())):
+        mirrored = self._mirrored_folder()
+        for suite in ("tests/" + mirrored, *FURTHER_SUITES.get(mirrored, ())):
             listing = self._build / suite / "CTestTestfile.cmake"
             if listing.exists():
                 for path in re.findall(r'^add_test\([^"]*"([^"]+)"', listing.read_text(), re.MULTILINE):
                     found[pathlib.Path(path)] = None
         return list(found)
+
+    def _mirrored_folder(self):
+        """The folder or, for a room whose tests stand with those of others, the one that has tests."""
+        folder = pathlib.PurePosixPath(self._folder)
+        while not (self._build / "tests" / folder / "CTestTestfile.cmake").exists():
+            if len(folder.parts) <= 2:
+                break
+            folder = folder.parent
+        return str(folder)
 
     def _make(self, tests):
         """Builds tests; what the compiler said if it failed, else null."""
