@@ -205,7 +205,7 @@ class Client {
                                              state);
   }
 
-  // Through any states, but runs ahead of each stop. The number behind the last state is none.
+  // Through any states, but runs ahead of each stop. The number behind the last state is invalid.
   void WanderThroughStates() {
     for (std::uint32_t left = input_.UpTo(3); left != 0; --left) {
       const auto state = static_cast<KSSTATE>(input_.UpTo(KSSTATE_RUN + 1));

@@ -78,7 +78,7 @@ class InstalledWorld {
 
   [[nodiscard]] const client::Camera& Camera() const { return *client_; }
 
-  /// Stores one of the camera's settings, as somebody with a registry editor does.
+  /// Stores one of the camera's settings, as a registry editor does.
   void StoreSetting(std::u16string name, ULONG type, client::Block& value) {
     HANDLE root = nullptr;
     Require(IoOpenDeviceRegistryKey(&installed_, PLUGPLAY_REGKEY_DRIVER, KEY_ALL_ACCESS, &root) ==

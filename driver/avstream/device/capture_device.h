@@ -109,18 +109,17 @@ class CaptureDevice {
   NTSTATUS AcquireStreamSlot(PKSPIN pin, PKS_VIDEOINFOHEADER videoInfo);
   void ReleaseStreamSlot();
 
-  /// The camera's record, which stays until LetGoOfCamera(); null if there is none. Not for those who stop
-  /// the hardware themselves. Who wants the device's mutex, too, takes it first: a holder never waits for
-  /// it. See CameraHold.
+  /// The camera's record, which stays until LetGoOfCamera(); null without a camera. Not for a thread that
+  /// stops the hardware. The device's mutex, if wanted, is taken first: a holder never waits for it. See
+  /// CameraHold.
   /// @par Callable at dispatch level and below
   CameraContext* HoldCamera();
   void LetGoOfCamera();
 
-  /// The calling thread has stopped for good with the record in its hands: nobody waits for it any
-  /// more who takes the record out of use.
+  /// The calling thread has stopped for good while it held the record: TakeCamera() no longer waits for it.
   ///
-  /// A thread that holds none, such as a recovery's, is counted as well. It stops with the device's
-  /// mutex held, and whoever takes the record out of use waits for that first.
+  /// A thread without a hold, such as a recovery's, is counted as well. It stops with the device's mutex
+  /// held, and a removal waits for that mutex before it takes the record out of use.
   /// @par Callable at passive level only
   void AbandonCamera();
 

@@ -45,8 +45,8 @@ bool Rundown::Enter() {
   return false;
 }
 
-// Behind the step that made `state`. The gate may be gone unless it is this step that the closer waits
-// for: exactly one of those that leave or stop finds nobody else to wait for.
+// Behind the step that made `state`. The memory may be gone unless Close() waits for this very step:
+// exactly one of the users that leave or stop finds no other one left.
 void Rundown::WakeCloser(LONG state) {
   const bool isClosed = (state & kClosed) != 0;
   if (isClosed && Awaited(state) == 0) KeSetEvent(&empty_, IO_NO_INCREMENT, FALSE);
@@ -62,8 +62,7 @@ void Rundown::Abandon() {
   WakeCloser(Add(state_, kStopped) + kStopped);
 }
 
-// Nobody comes in once the gate is closed, so that the last one leaves once: exactly then is there
-// something to wait for.
+// No user comes in once it is closed, so that the last one leaves once: exactly then the event is set.
 void Rundown::Close() {
   NoteHoldsAwaited(this);
   if (Awaited(Add(state_, kClosed)) <= 0) return;

@@ -4,27 +4,28 @@
 
 namespace lidcam {
 
-/// Counts those who use a thing, so that who takes the thing away can wait for them. Open when made.
+/// Rundown protection: counts the users of a thing, so that its owner can refuse new ones and wait for the
+/// others. Open when made.
 class Rundown {
  public:
   Rundown();
   Rundown(const Rundown&) = delete;
   Rundown& operator=(const Rundown&) = delete;
 
-  /// @return false if the gate is closed; otherwise Leave() has to follow
+  /// @return false if the rundown is closed; otherwise Leave() has to follow
   /// @par Callable at dispatch level and below
   [[nodiscard]] bool Enter();
 
   /// @par Callable at dispatch level and below
   void Leave();
 
-  /// One who is inside stops for good and will never leave: nobody who closes waits for it any more. Or one
-  /// who is not, but holds a lock that every closer takes first: then nobody closes at all.
+  /// A user stops for good and will never leave: Close() no longer waits for it. Also for a thread that is no
+  /// user, if it holds a lock that is taken ahead of every Close(): then there is no Close() to mislead.
   /// @par Callable at dispatch level and below
   void Abandon();
 
-  /// Lets nobody in any more, and returns when the last one has left or stopped. One closer at a time;
-  /// nobody inside may close.
+  /// Refuses new users, and returns when the last one has left or stopped. One caller at a time, and no
+  /// user.
   /// @par Callable at passive level only: it waits without limit
   void Close();
 
@@ -38,20 +39,20 @@ class Rundown {
   KEVENT empty_;             ///< set once per Close() that found users
 };
 
-/// Holds a gate open for a scope, if it lets anybody in.
+/// A use for a scope, unless the rundown is closed.
 class RundownHold {
  public:
-  explicit RundownHold(Rundown& gate) : gate_(gate), isInside_(gate.Enter()) {}
+  explicit RundownHold(Rundown& rundown) : rundown_(rundown), isInside_(rundown.Enter()) {}
   RundownHold(const RundownHold&) = delete;
   RundownHold& operator=(const RundownHold&) = delete;
   ~RundownHold() {
-    if (isInside_) gate_.Leave();
+    if (isInside_) rundown_.Leave();
   }
 
   [[nodiscard]] bool IsInside() const { return isInside_; }
 
  private:
-  Rundown& gate_;
+  Rundown& rundown_;
   const bool isInside_;
 };
 

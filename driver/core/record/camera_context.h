@@ -99,7 +99,7 @@ struct CameraTransport {
   VendorRequestFunction WriteRequest;
   VendorRequestFunction ReadRequest;
   StreamReconfigureFunction StreamReconfigure;
-  ThreadStopsFunction ThreadStops = nullptr;  ///< null: nobody needs to know
+  ThreadStopsFunction ThreadStops = nullptr;  ///< null: no need to know
 };
 
 /// What the core tells the device layer at creation. All values follow from the length of the

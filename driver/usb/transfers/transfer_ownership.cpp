@@ -5,7 +5,7 @@
 namespace lidcam {
 namespace {
 
-// ReferenceCountedMemory::Holds of a transfer, and beside the count the wish of a start.
+// ReferenceCountedMemory::Holds of a transfer, and beside the count the flag of a start that waits.
 constexpr LONG kAtHome = 1;
 constexpr LONG kOnItsWay = 2;
 constexpr LONG kStartWanted = 0x10000;
