@@ -22,7 +22,6 @@
 namespace lidcam::host {
 namespace {
 
-constexpr std::size_t kReservedBytes = std::size_t{4} << 30;
 constexpr std::size_t kAlignment = 16;
 constexpr std::size_t kFreedBytesKept = std::size_t{64} << 20;
 
@@ -35,6 +34,8 @@ std::size_t PageSize() {
 }
 
 #ifndef LIDCAM_SANITIZER_LOOKS_AFTER_MEMORY
+
+constexpr std::size_t kReservedBytes = std::size_t{4} << 30;
 
 struct sigaction g_handlerBefore {};
 
