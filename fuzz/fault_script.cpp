@@ -4,23 +4,21 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <string_view>
 #include <vector>
 
 #include "bus/faults/fault_script.h"
 #include "bus/faults/timed_faults.h"
+#include "fuzz/input.h"
 
 namespace {
+
+using lidcam::fuzz::Require;
 
 using namespace lidcam::bus;
 
 constexpr std::size_t kPackets = 16;
 constexpr std::uint64_t kReads = 8;
-
-void Require(bool holds) {
-  if (!holds) std::abort();
-}
 
 void Suffer(const FaultScript& script) {
   TimedFaults faults{script};

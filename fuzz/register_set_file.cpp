@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <filesystem>
 #include <memory>
 #include <span>
@@ -20,12 +19,15 @@
 #include "driver/sensor/modes/setup_registers.h"
 #include "driver/sensor/register_sets/register_set_file.h"
 #include "driver/sensor/register_sets/register_set_list.h"
+#include "fuzz/input.h"
 #include "platform/host/nt/files.h"
 #include "platform/host/nt/handles.h"
 #include "platform/host/nt/pool.h"
 #include "tests/driver/support/record_bytes.h"
 
 namespace {
+
+using lidcam::fuzz::Require;
 
 using namespace lidcam;
 
@@ -39,10 +41,6 @@ Status AcceptRead(void*, std::uint32_t, std::uint32_t, std::uint32_t, void* buff
                   std::uint32_t*) {
   *static_cast<std::uint8_t*>(buffer) = 0;
   return 0;
-}
-
-void Require(bool holds) {
-  if (!holds) std::abort();
 }
 
 // A file in memory that the set files of the system folder are links to.

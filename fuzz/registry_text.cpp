@@ -7,13 +7,12 @@
 #include <string>
 #include <string_view>
 
+#include "fuzz/input.h"
 #include "platform/host/nt/registry/registry_text.h"
 
 namespace {
 
-void Require(bool holds) {
-  if (!holds) std::abort();
-}
+using lidcam::fuzz::Require;
 
 // What stands in a tree is found under its name, in letters of either case, stored anew without a
 // change, and gone when it is deleted.
