@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "bus/faults/split_mix.h"
+#include "base/split_mix.h"
 
 namespace lidcam::scenarios {
 
@@ -33,7 +33,7 @@ class Random {
   }
 
  private:
-  bus::SplitMix numbers_;
+  base::SplitMix numbers_;
 };
 
 }  // namespace lidcam::scenarios

@@ -5,8 +5,8 @@
 #include <utility>
 #include <vector>
 
+#include "base/split_mix.h"
 #include "bus/faults/fault_script.h"
-#include "bus/faults/split_mix.h"
 
 namespace lidcam::bus {
 
@@ -36,7 +36,7 @@ class PendingFault {
   void End() { isSpent_ = true; }
 
   /// Bits that depend on the script and on how often this fault was carried out, and on nothing else.
-  [[nodiscard]] SplitMix Random() const;
+  [[nodiscard]] base::SplitMix Random() const;
 
  private:
   BusFault fault_;

@@ -19,7 +19,7 @@ void PutMarker(std::span<std::uint8_t> share, std::size_t at) {
 }  // namespace
 
 // Bits that lie behind each other by one step each: no two are the same.
-void FlipBits(std::span<std::uint8_t> bytes, SplitMix random) {
+void FlipBits(std::span<std::uint8_t> bytes, base::SplitMix random) {
   const std::uint64_t bits = bytes.size() * 8;
   if (bits == 0) return;
   const std::uint64_t count = random.Between(1, std::min(kMostFlippedBits, bits));
@@ -44,7 +44,7 @@ std::uint32_t ShortestPacketFor(FaultKind kind) {
 }
 
 void DisturbPacket(FaultKind kind, std::span<std::uint8_t> share, IsochronousPacket& packet,
-                   SplitMix random) {
+                   base::SplitMix random) {
   switch (kind) {
     case FaultKind::Lose:
     case FaultKind::Silence:

@@ -4,14 +4,14 @@
 #include <cstdint>
 #include <span>
 
+#include "base/split_mix.h"
 #include "bus/faults/fault_script.h"
-#include "bus/faults/split_mix.h"
 #include "bus/usb_bus.h"
 
 namespace lidcam::bus {
 
 /// Flips one to eight bits; at least one is wrong afterwards, unless there are none.
-void FlipBits(std::span<std::uint8_t> bytes, SplitMix random);
+void FlipBits(std::span<std::uint8_t> bytes, base::SplitMix random);
 
 /// Bytes that a packet must have for the fault to be possible on it.
 [[nodiscard]] std::uint32_t ShortestPacketFor(FaultKind kind);
@@ -21,6 +21,6 @@ void FlipBits(std::span<std::uint8_t> bytes, SplitMix random);
 /// @param share  the packet's part of the read's buffer
 /// @param packet at least ShortestPacketFor() and at most `share` long
 void DisturbPacket(FaultKind kind, std::span<std::uint8_t> share, IsochronousPacket& packet,
-                   SplitMix random);
+                   base::SplitMix random);
 
 }  // namespace lidcam::bus

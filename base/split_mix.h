@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-namespace lidcam::bus {
+namespace lidcam::base {
 
 /// SplitMix64: the same numbers from every compiler and library, so that a seed means the same
 /// everywhere.
@@ -27,4 +27,4 @@ class SplitMix {
   std::uint64_t state_;
 };
 
-}  // namespace lidcam::bus
+}  // namespace lidcam::base
