@@ -10,8 +10,11 @@ class SplitMix {
  public:
   constexpr explicit SplitMix(std::uint64_t seed) : state_(seed) {}
 
+  /// The sequence of seed 0 behind its first `count` numbers.
+  static constexpr SplitMix Behind(std::uint64_t count) { return SplitMix{count * kStep}; }
+
   constexpr std::uint64_t Next() {
-    state_ += 0x9E3779B97F4A7C15U;
+    state_ += kStep;
     std::uint64_t bits = state_;
     bits = (bits ^ (bits >> 30)) * 0xBF58476D1CE4E5B9U;
     bits = (bits ^ (bits >> 27)) * 0x94D049BB133111EBU;
@@ -24,6 +27,8 @@ class SplitMix {
   }
 
  private:
+  static constexpr std::uint64_t kStep = 0x9E3779B97F4A7C15U;
+
   std::uint64_t state_;
 };
 

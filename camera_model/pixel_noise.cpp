@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "base/split_mix.h"
+
 namespace lidcam::camera_model {
 namespace {
 
@@ -40,14 +42,6 @@ const std::array<std::int32_t, kDraws>& BellDraws() {
   return table;
 }
 
-/// Sixty-four even bits for each count, the finalizer of a common hash over it.
-std::uint64_t EvenBits(std::uint64_t count) {
-  std::uint64_t bits = count * 0x9E3779B97F4A7C15U;
-  bits = (bits ^ bits >> 30) * 0xBF58476D1CE4E5B9U;
-  bits = (bits ^ bits >> 27) * 0x94D049BB133111EBU;
-  return bits ^ bits >> 31;
-}
-
 }  // namespace
 
 LumaNoise::LumaNoise(const Deviations& deviations) {
@@ -61,7 +55,7 @@ LumaNoise::LumaNoise(const Deviations& deviations) {
 
 void LumaNoise::AddTo(std::span<std::uint8_t> luma, std::uint64_t seed) const {
   const auto& draws = BellDraws();
-  std::uint64_t count = EvenBits(seed);
+  auto numbers = base::SplitMix::Behind(base::SplitMix::Behind(seed - 1).Next());
   const auto move = [this, &draws](std::uint8_t& sample, std::uint64_t& bits) {
     const std::int32_t draw = draws[bits & (kDraws - 1)];
     bits >>= kBitsOfDraw;
@@ -70,10 +64,10 @@ void LumaNoise::AddTo(std::span<std::uint8_t> luma, std::uint64_t seed) const {
   };
   std::size_t at = 0;
   for (; at + kDrawsOfWord <= luma.size(); at += kDrawsOfWord) {
-    std::uint64_t bits = EvenBits(++count);
+    std::uint64_t bits = numbers.Next();
     for (std::size_t i = 0; i < kDrawsOfWord; ++i) move(luma[at + i], bits);
   }
-  std::uint64_t bits = EvenBits(++count);
+  std::uint64_t bits = numbers.Next();
   for (; at < luma.size(); ++at) move(luma[at], bits);
 }
 

@@ -14,5 +14,13 @@ TEST(SplitMixNumbers, AreThePublishedOnes) {
   EXPECT_EQ(random.Next(), 4593380528125082431U);
 }
 
+TEST(SplitMixNumbers, CanBeEnteredAnywhere) {
+  SplitMix walked{0};
+  for (int i = 0; i < 1000; ++i) static_cast<void>(walked.Next());
+  SplitMix entered = SplitMix::Behind(1000);
+  EXPECT_EQ(entered.Next(), walked.Next());
+  EXPECT_EQ(entered.Next(), walked.Next());
+}
+
 }  // namespace
 }  // namespace lidcam::base

@@ -48,7 +48,7 @@ bool IsUnwinding() {
 SimulatedScheduler::SimulatedScheduler(const SimulationOptions& options)
     : options_(options),
       random_(options.Seed),
-      switchOneIn_(kSwitchOneIn[Random() % kSwitchOneIn.size()]),
+      switchOneIn_(kSwitchOneIn[random_.Next() % kSwitchOneIn.size()]),
       outcome_{.TraceHash = kFnvOffset},
       main_(*this, nextThread_++, "main"),
       previous_(SetCurrentThread(&main_)),
@@ -83,17 +83,8 @@ LONGLONG SimulatedScheduler::SystemTimeAtStart() const {
   return kSystemTimeAtStart;
 }
 
-// SplitMix64: the same numbers from every compiler and library.
-std::uint64_t SimulatedScheduler::Random() {
-  random_ += 0x9E3779B97F4A7C15;
-  std::uint64_t number = random_;
-  number = (number ^ (number >> 30)) * 0xBF58476D1CE4E5B9;
-  number = (number ^ (number >> 27)) * 0x94D049BB133111EB;
-  return number ^ (number >> 31);
-}
-
 Thread& SimulatedScheduler::PickOf(const std::vector<Thread*>& threads) {
-  return *threads[static_cast<std::size_t>(Random() % threads.size())];
+  return *threads[static_cast<std::size_t>(random_.Next() % threads.size())];
 }
 
 void SimulatedScheduler::Trace(const Thread& self, const char* call) {
@@ -119,7 +110,7 @@ void SimulatedScheduler::NoteSpin(Thread& self, SwitchKind kind) {
 }
 
 bool SimulatedScheduler::KeepsBaton() {
-  return switchOneIn_ != 1 && Random() % switchOneIn_ != 0;
+  return switchOneIn_ != 1 && random_.Next() % switchOneIn_ != 0;
 }
 
 // Whether the thread is stalled there.

@@ -9,6 +9,7 @@
 #include <thread>
 #include <vector>
 
+#include "base/split_mix.h"
 #include "platform/host/nt/scheduler.h"
 #include "platform/host/nt/thread.h"
 
@@ -79,7 +80,7 @@ class SimulatedScheduler final : public Scheduler {
                        PreemptionKind kind) noexcept override;
   void Block(Thread& self, std::unique_lock<std::mutex>& guard) override;
   void Wake(Thread& thread) override;
-  [[nodiscard]] std::uint64_t TieNumber() override { return Random(); }
+  [[nodiscard]] std::uint64_t TieNumber() override { return random_.Next(); }
   void StartMachine(Thread& thread, std::function<void()> body) override;
   void ThreadEnds(Thread& self, std::unique_lock<std::mutex>& guard) override;
   void Stop() override;
@@ -90,7 +91,6 @@ class SimulatedScheduler final : public Scheduler {
  private:
   using Guard = std::unique_lock<std::mutex>;
 
-  std::uint64_t Random();
   Thread& PickOf(const std::vector<Thread*>& threads);
   Thread& ChooseNext(Guard& guard);
   [[nodiscard]] std::optional<LONGLONG> EndOfStalls() const;
@@ -108,7 +108,7 @@ class SimulatedScheduler final : public Scheduler {
   void StopOthers(Guard& guard);
 
   const SimulationOptions options_;
-  std::uint64_t random_;
+  base::SplitMix random_;
   std::uint64_t switchOneIn_;
   LONGLONG now_ = 0;
   std::uint64_t standstill_ = 0;
