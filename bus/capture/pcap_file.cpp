@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <pcap/pcap.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -30,34 +29,9 @@ bool IsTruncation(const std::string& reason) {
 
 constexpr const char* kStandardOutput = "-";
 
-/// Follows a link, so that the rename replaces the file and not the link to it.
-std::string FollowLink(const std::string& path) {
-  std::error_code error;
-  if (!std::filesystem::is_symlink(path, error)) return path;
-  const std::filesystem::path target = std::filesystem::canonical(path, error);
-  return error ? path : target.string();
-}
-
 bool IsDeviceOrPipe(const std::string& path) {
   struct stat status {};
   return stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode);
-}
-
-/// Makes a file of its own beside `path`; a name that an earlier process left behind is passed over.
-int CreateTemporary(const std::string& path, std::string& name) {
-  constexpr int kTries = 100;
-  int descriptor = -1;
-  for (int i = 0; i < kTries; ++i) {
-    const std::string candidate =
-        path + ".part" + std::to_string(getpid()) + "-" + std::to_string(i);
-    descriptor = open(candidate.c_str(), O_WRONLY | O_CLOEXEC | O_CREAT | O_EXCL, 0666);
-    if (descriptor >= 0) {
-      name = candidate;
-      flock(descriptor, LOCK_EX | LOCK_NB);
-    }
-    if (descriptor >= 0 || errno != EEXIST) break;
-  }
-  return descriptor;
 }
 
 /// Bytes up to the end of the last whole record, by the lengths in the records' headers.
@@ -78,9 +52,13 @@ off_t LengthOfWholeRecords(int file) {
 }
 
 /// Brings the data to the disk where the file has one; pipes and devices refuse with these errors.
-int Synchronise(int descriptor) {
-  if (fsync(descriptor) == 0 || errno == EINVAL || errno == ENOTSUP || errno == EROFS) return 0;
-  return errno;
+int FlushDirectly(int descriptor) {
+  const bool isFlushed =
+      fsync(descriptor) == 0 || errno == EINVAL || errno == ENOTSUP || errno == EROFS;
+  if (!isFlushed) return errno;
+  // pcap_dump_close() keeps the result of closing to itself: a duplicate is closed before it.
+  const int duplicate = dup(descriptor);
+  return duplicate >= 0 && close(duplicate) == 0 ? 0 : errno;
 }
 
 }  // namespace
@@ -158,8 +136,7 @@ void PcapWriter::Closer::operator()(pcap* file) const {
 }
 
 PcapWriter::PcapWriter(const std::string& path, int linkType)
-    : path_(path == kStandardOutput ? "standard output" : path),
-      finalPath_(path == kStandardOutput ? path : FollowLink(path)) {
+    : path_(path == kStandardOutput ? "standard output" : path), finalPath_(path) {
   // Found out at the end, it would cost all that was captured.
   if (std::error_code ignored; std::filesystem::is_directory(finalPath_, ignored)) Fail(EISDIR);
   // The dead handle carries link type and limit into the file header.
@@ -175,7 +152,11 @@ PcapWriter::~PcapWriter() {
 int PcapWriter::OpenFile() {
   if (finalPath_ == kStandardOutput) return fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0);
   if (IsDeviceOrPipe(finalPath_)) return open(finalPath_.c_str(), O_WRONLY | O_CLOEXEC);
-  return CreateTemporary(finalPath_, temporaryPath_);
+  if (const int error = replacement_.Open(finalPath_); error != 0) {
+    errno = error;
+    return -1;
+  }
+  return fcntl(replacement_.Descriptor(), F_DUPFD_CLOEXEC, 0);
 }
 
 void PcapWriter::OpenDumper(int linkType) {
@@ -224,30 +205,23 @@ void PcapWriter::Close() {
   std::FILE* stream = pcap_dump_file(dumper_);
   errno = 0;
   if (pcap_dump_flush(dumper_) != 0 || std::ferror(stream) != 0) Fail(errno);
-  if (const int error = Synchronise(fileno(stream)); error != 0) Fail(error);
-  // pcap_dump_close() keeps the result of closing to itself: a duplicate is closed before it.
-  const int duplicate = dup(fileno(stream));
-  if (duplicate < 0 || close(duplicate) != 0) Fail(errno);
-  pcap_dump_close(dumper_);
-  dumper_ = nullptr;
-  if (!temporaryPath_.empty() && std::rename(temporaryPath_.c_str(), finalPath_.c_str()) != 0) {
-    Fail(errno);
-  }
-  temporaryPath_.clear();
+  const int error = replacement_.IsOpen() ? replacement_.Flush() : FlushDirectly(fileno(stream));
+  if (error != 0) Fail(error);
+  EndDump();
+  if (!replacement_.IsOpen()) return;
+  if (const int reason = replacement_.Rename(); reason != 0) Fail(reason);
 }
 
 void PcapWriter::KeepWhole() {
   EndDump();
-  if (temporaryPath_.empty()) return;
-  const int file = open(temporaryPath_.c_str(), O_RDWR | O_CLOEXEC);
-  const off_t whole = file >= 0 ? LengthOfWholeRecords(file) : 0;
-  const bool isKept = whole > 0 && ftruncate(file, whole) == 0 && fsync(file) == 0 &&
-                      std::rename(temporaryPath_.c_str(), finalPath_.c_str()) == 0;
-  const int error = errno;
-  if (file >= 0) close(file);
+  if (!replacement_.IsOpen()) return;
+  const int file = replacement_.Descriptor();
+  const off_t whole = LengthOfWholeRecords(file);
   if (whole == 0) return Discard();
-  const std::string place = std::exchange(temporaryPath_, {});
-  if (isKept) return;
+  int error = ftruncate(file, whole) == 0 ? replacement_.Flush() : errno;
+  if (error == 0) error = replacement_.Rename();
+  if (error == 0) return;
+  const std::string place = replacement_.IsOpen() ? replacement_.Keep() : finalPath_;
   throw CaptureError(path_ + ": can't be kept under its name: " + ErrorText(error) +
                      "; what was captured is in " + place);
 }
@@ -260,8 +234,7 @@ void PcapWriter::EndDump() {
 
 void PcapWriter::Discard() {
   EndDump();
-  if (!temporaryPath_.empty()) unlink(temporaryPath_.c_str());
-  temporaryPath_.clear();
+  replacement_.Discard();
 }
 
 void PcapWriter::Fail(int error) {

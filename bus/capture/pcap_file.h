@@ -6,6 +6,7 @@
 #include <span>
 #include <string>
 
+#include "base/file_replacement.h"
 #include "bus/capture/capture_error.h"
 #include "bus/capture/capture_input.h"
 
@@ -110,9 +111,9 @@ class PcapWriter {
   void Discard();
   [[noreturn]] void Fail(int error);
 
-  std::string path_;           ///< as messages tell it
-  std::string finalPath_;      ///< with a link at its end followed
-  std::string temporaryPath_;  ///< empty when written directly or when nothing is left to remove
+  std::string path_;  ///< as messages tell it
+  std::string finalPath_;
+  base::FileReplacement replacement_;  ///< not open when written directly
   std::unique_ptr<pcap, Closer> file_;
   pcap_dumper* dumper_ = nullptr;
 };

@@ -244,7 +244,7 @@ TEST_F(RegistryCalls, AHookSeesEachCallAndCanRefuseIt) {
 
 class RegistryFileCalls : public RegistryCalls {
  protected:
-  void Reopen(host::RegistryFileSteps steps = {}) {
+  void Reopen(base::FileReplacementSteps steps = {}) {
     host::OpenRegistry({.File = folder_.File(), .Message = nullptr, .Steps = std::move(steps)});
   }
   RegistryFolder folder_;
