@@ -4,10 +4,12 @@
 #include <cmath>
 #include <cstring>
 
+#include "base/time_units.h"
+
 namespace lidcam::camera_model {
 namespace {
 
-constexpr double kMicroframesPerSecond = 8000;
+constexpr auto kMicroframesPerSecond = static_cast<double>(base::kMicroframesPerSecond);
 constexpr std::uint64_t kStartDelay = 8;
 constexpr std::uint64_t kWithoutEnd = UINT64_MAX;
 

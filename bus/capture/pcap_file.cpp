@@ -14,10 +14,10 @@
 #include <system_error>
 #include <utility>
 
+#include "base/time_units.h"
+
 namespace lidcam::bus {
 namespace {
-
-constexpr std::int64_t kMicrosecondsPerSecond = 1'000'000;
 
 std::string ErrorText(int error) {
   return std::generic_category().message(error);
@@ -66,11 +66,11 @@ int FlushDirectly(int descriptor) {
 std::int64_t CaptureTime(std::int64_t seconds, std::int64_t microseconds) {
   constexpr std::int64_t kLatest = std::int64_t{4} << 32;
   if (seconds < 0 || seconds > kLatest || microseconds < 0 ||
-      microseconds >= kMicrosecondsPerSecond) {
+      microseconds >= base::kMicrosecondsPerSecond) {
     throw CaptureError("time stamp of " + std::to_string(seconds) + " s and " +
                        std::to_string(microseconds) + " us");
   }
-  return seconds * kMicrosecondsPerSecond + microseconds;
+  return seconds * base::kMicrosecondsPerSecond + microseconds;
 }
 
 void PcapReader::Closer::operator()(pcap* file) const {
@@ -191,8 +191,8 @@ void PcapWriter::Write(std::int64_t timeMicroseconds, std::span<const std::uint8
   }
   const std::int64_t time = std::max<std::int64_t>(timeMicroseconds, 0);
   pcap_pkthdr header{};
-  header.ts.tv_sec = static_cast<decltype(header.ts.tv_sec)>(time / kMicrosecondsPerSecond);
-  header.ts.tv_usec = static_cast<decltype(header.ts.tv_usec)>(time % kMicrosecondsPerSecond);
+  header.ts.tv_sec = static_cast<decltype(header.ts.tv_sec)>(time / base::kMicrosecondsPerSecond);
+  header.ts.tv_usec = static_cast<decltype(header.ts.tv_usec)>(time % base::kMicrosecondsPerSecond);
   header.caplen = static_cast<bpf_u_int32>(bytes.size());
   header.len = header.caplen;
   errno = 0;

@@ -4,12 +4,13 @@
 #include <cerrno>
 #include <utility>
 
+#include "base/time_units.h"
+
 namespace lidcam::bus {
 namespace {
 
 constexpr std::uint8_t kControlIn = 0x80;
 constexpr std::uint8_t kControlOut = 0x00;
-constexpr std::int64_t kMicrosecondsPerMicroframe = 125;
 constexpr std::uint32_t kTransferIsIn = 0x0200;
 constexpr std::uint32_t kAsSoonAsPossible = 0x0002;
 
@@ -95,7 +96,7 @@ std::string RecordingBus::Failure() {
 std::int64_t RecordingBus::TimeAt(std::uint64_t microframe) const {
   if (options_.Clock) return options_.Clock();
   return options_.StartMicroseconds +
-         static_cast<std::int64_t>(microframe) * kMicrosecondsPerMicroframe;
+         static_cast<std::int64_t>(microframe) * base::kMicrosecondsPerMicroframe;
 }
 
 UsbRecord RecordingBus::NewRecord(RecordEvent event, TransferType type, std::uint8_t endpoint) {

@@ -3,6 +3,7 @@
 #include <numeric>
 #include <string>
 
+#include "base/time_units.h"
 #include "bus/capture/little_endian.h"
 #include "bus/capture/pcap_file.h"
 #include "bus/capture/record_data.h"
@@ -146,8 +147,9 @@ void EncodeHeader(const UsbRecord& record, std::span<std::uint8_t> bytes) {
   StoreLittle(bytes, kBus, record.Address.Bus);
   bytes[kSetupFlag] = record.Setup ? kPresent : kNoSetup;
   bytes[kDataFlag] = DataFlag(record);
-  StoreLittle(bytes, kSeconds, record.TimeMicroseconds / 1'000'000);
-  StoreLittle(bytes, kMicroseconds, static_cast<std::int32_t>(record.TimeMicroseconds % 1'000'000));
+  StoreLittle(bytes, kSeconds, record.TimeMicroseconds / base::kMicrosecondsPerSecond);
+  StoreLittle(bytes, kMicroseconds,
+              static_cast<std::int32_t>(record.TimeMicroseconds % base::kMicrosecondsPerSecond));
   StoreLittle(bytes, kStatus, record.Status);
   StoreLittle(bytes, kTransferLength, EncodedTransferLength(record));
   StoreLittle(bytes, kDataLength, dataLength);

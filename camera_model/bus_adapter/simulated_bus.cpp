@@ -4,11 +4,13 @@
 #include <thread>
 #include <utility>
 
+#include "base/time_units.h"
+
 namespace lidcam::bus {
 namespace {
 
 constexpr std::uint64_t kQueuedMicroframes = 1024;
-constexpr std::chrono::microseconds kMicroframe{125};
+constexpr std::chrono::microseconds kMicroframe{base::kMicrosecondsPerMicroframe};
 constexpr std::uint8_t kSetInterfaceType = 0x01;
 constexpr std::uint8_t kSetInterface = 11;
 

@@ -6,6 +6,7 @@
 
 #include "apps/lidcam/base/command_error.h"
 #include "apps/lidcam/camera/core_camera.h"
+#include "base/time_units.h"
 #include "driver/core/control/stream_modes.h"
 #include "platform/host/nt/status_words.h"
 #include "testbed/worlds.h"
@@ -13,18 +14,14 @@
 namespace lidcam::app {
 namespace {
 
-// 100 ns each.
-constexpr LONGLONG kMillisecond = 10'000;
-constexpr LONGLONG kSecond = 1000 * kMillisecond;
-
 // The time of one transfer.
-constexpr LONGLONG kStep = 4 * kMillisecond;
+constexpr LONGLONG kStep = 4 * base::kUnitsPerMillisecond;
 
 // What is on its way from the bus to the application when the bus ends has arrived after that.
-constexpr LONGLONG kSettlingTime = 100 * kMillisecond;
+constexpr LONGLONG kSettlingTime = 100 * base::kUnitsPerMillisecond;
 
 // Longer than any recovery takes.
-constexpr LONGLONG kLongestStandstill = 20 * kSecond;
+constexpr LONGLONG kLongestStandstill = 20 * base::kUnitsPerSecond;
 
 // 30 frames a second, as the camera's formats say it.
 constexpr Time100ns kFrameInterval = 333333;
@@ -94,7 +91,7 @@ void DeliverAs(CameraContext& context, PictureSize size) {
 }
 
 std::uint64_t MicroframesOf(std::chrono::microseconds time) {
-  constexpr std::chrono::microseconds kMicroframe{125};
+  constexpr std::chrono::microseconds kMicroframe{base::kMicrosecondsPerMicroframe};
   return static_cast<std::uint64_t>((time + kMicroframe - std::chrono::microseconds{1}) /
                                     kMicroframe);
 }
@@ -247,8 +244,7 @@ StreamProgress CameraStream::Progress() const {
 }
 
 double CameraStream::Seconds() const {
-  return static_cast<double>(static_cast<LONGLONG>(KeQueryInterruptTime()) - start_) /
-         static_cast<double>(kSecond);
+  return base::SecondsOfUnits(static_cast<LONGLONG>(KeQueryInterruptTime()) - start_);
 }
 
 void WithStream(bus::UsbBus& bus, const StreamSetup& setup,

@@ -12,6 +12,7 @@
 #include "apps/lidcam/commands/commands.h"
 #include "apps/lidcam/options/common_options.h"
 #include "apps/lidcam/output/utf8_text.h"
+#include "base/time_units.h"
 #include "driver/core/control/stream_modes.h"
 
 namespace lidcam::app {
@@ -34,8 +35,8 @@ struct FormatLine {
 };
 
 double RateOf(LONGLONG interval) {
-  constexpr double kUnitsPerSecond = 1e7;
-  return interval > 0 ? kUnitsPerSecond / static_cast<double>(interval) : 0;
+  return interval > 0 ? static_cast<double>(base::kUnitsPerSecond) / static_cast<double>(interval)
+                      : 0;
 }
 
 // A subtype that is made of a code of four letters begins with it.

@@ -6,6 +6,7 @@
 
 #include "apps/lidcam/base/command_error.h"
 #include "apps/lidcam/frames/replay_pipeline.h"
+#include "base/time_units.h"
 #include "bus/faults/fault_source.h"
 #include "driver/core/base/camera_trace.h"
 #include "platform/host/nt/declarations/nt_declarations.h"
@@ -17,9 +18,8 @@ constexpr std::chrono::minutes kUnlimited{10};
 
 // Late answers are late in the time that the driver lives in.
 void SleepInWorld(std::uint64_t microseconds) {
-  constexpr std::int64_t kUnitsPerMicrosecond = 10;
   LARGE_INTEGER time{};
-  time.QuadPart = -static_cast<std::int64_t>(microseconds) * kUnitsPerMicrosecond;
+  time.QuadPart = -static_cast<std::int64_t>(microseconds) * base::kUnitsPerMicrosecond;
   KeDelayExecutionThread(KernelMode, FALSE, &time);
 }
 

@@ -14,6 +14,7 @@
 #include "apps/lidcam/camera/silence_watch.h"
 #include "apps/lidcam/frames/progress.h"
 #include "apps/lidcam/output/utf8_text.h"
+#include "base/time_units.h"
 #include "testbed/worlds.h"
 
 namespace lidcam::app {
@@ -25,9 +26,8 @@ bool HasAllFrames(const StreamLimits& limits, const StreamCounts& counts) {
 
 bool IsReached(const StreamLimits& limits, const StreamCounts& counts) {
   if (HasAllFrames(limits, counts)) return true;
-  constexpr std::int64_t kMicrosecondsPerMicroframe = 125;
   return limits.Duration &&
-         static_cast<std::int64_t>(counts.Microframes) * kMicrosecondsPerMicroframe >=
+         static_cast<std::int64_t>(counts.Microframes) * base::kMicrosecondsPerMicroframe >=
              limits.Duration->count();
 }
 

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "base/time_units.h"
+
 namespace lidcam::host {
 
 void CallHistory::Add(const Entry& entry) {
@@ -17,7 +19,7 @@ std::string CallHistory::Text() const {
     const Entry& entry = entries_[i % kKept];
     std::array<char, 160> line{};
     std::snprintf(line.data(), line.size(), "  %14.7f s  thread %-3u level %u  %s %p\n",
-                  static_cast<double>(entry.Time) / 1e7, entry.Thread, entry.Level, entry.Call,
+                  base::SecondsOfUnits(entry.Time), entry.Thread, entry.Level, entry.Call,
                   entry.Object);
     text += line.data();
   }

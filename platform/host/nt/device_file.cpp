@@ -6,6 +6,7 @@
 #include <set>
 #include <utility>
 
+#include "base/time_units.h"
 #include "platform/host/nt/device_object.h"
 #include "platform/host/nt/handles.h"
 #include "platform/host/nt/scheduler.h"
@@ -123,9 +124,8 @@ void LetGoOfDevice(HostFile& file) {
 }
 
 void Pause() {
-  constexpr LONGLONG kPause = 10'000;  // 1 ms
   LARGE_INTEGER interval{};
-  interval.QuadPart = -kPause;
+  interval.QuadPart = -base::kUnitsPerMillisecond;
   KeDelayExecutionThread(KernelMode, FALSE, &interval);
 }
 

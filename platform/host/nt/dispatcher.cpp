@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 
+#include "base/time_units.h"
 #include "platform/host/nt/lock_order.h"
 #include "platform/host/nt/object_tracker.h"
 #include "platform/host/nt/verifier.h"
@@ -10,8 +11,7 @@
 namespace lidcam::host {
 namespace {
 
-constexpr LONGLONG kUnitsPerMillisecond = 10'000;
-constexpr LONGLONG kLongestTime = 100LL * 365 * 24 * 3600 * 1000 * kUnitsPerMillisecond;
+constexpr LONGLONG kLongestTime = 100LL * 365 * 24 * 3600 * 1000 * base::kUnitsPerMillisecond;
 
 bool CanTake(const DISPATCHER_HEADER& header, const Thread& taker) {
   if (header.SignalState > 0) return true;
@@ -108,7 +108,8 @@ void ExpireTimer(Scheduler& world, PKTIMER timer) {
   SetObjectInUse(timer, nullptr);
   if (timer->Period != 0) {
     SetTimer(world, timer,
-             static_cast<LONGLONG>(timer->DueTime.QuadPart) + timer->Period * kUnitsPerMillisecond);
+             static_cast<LONGLONG>(timer->DueTime.QuadPart) +
+                 timer->Period * base::kUnitsPerMillisecond);
     timer->Header.SignalState = 1;
   }
   WakeWaiters(timer->Header);

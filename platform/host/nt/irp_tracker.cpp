@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/time_units.h"
 #include "platform/host/nt/thread.h"
 #include "platform/host/nt/verifier.h"
 
@@ -231,7 +232,7 @@ std::string HistoryText(PIRP irp) {
   for (const Event& event : record->History) {
     std::array<char, 160> line{};
     std::snprintf(line.data(), line.size(), "  %.7f s  thread %u  %s %p\n",
-                  static_cast<double>(event.Time) / 1e7, event.Thread, event.What, event.Object);
+                  base::SecondsOfUnits(event.Time), event.Thread, event.What, event.Object);
     text += line.data();
   }
   return text;

@@ -7,13 +7,14 @@
 #include <thread>
 #include <utility>
 
+#include "base/time_units.h"
 #include "platform/host/nt/dispatcher.h"
 #include "platform/host/nt/thread.h"
 
 namespace lidcam::host {
 namespace {
 
-using Units = std::chrono::duration<LONGLONG, std::ratio<1, 10'000'000>>;
+using Units = std::chrono::duration<LONGLONG, std::ratio<1, base::kUnitsPerSecond>>;
 
 // From 1601 to 1970.
 constexpr LONGLONG kUnixEpoch = 116'444'736'000'000'000;

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <mutex>
 
+#include "base/time_units.h"
 #include "platform/host/nt/object_tracker.h"
 #include "platform/host/nt/thread.h"
 
@@ -26,7 +27,7 @@ Capture& TheCapture() {
 std::string DescribeCaller(const Thread& self) {
   std::array<char, 160> line{};
   std::snprintf(line.data(), line.size(), "in thread %u (%s) at level %u, %.7f s\n", self.Number,
-                self.Name.c_str(), self.Level, static_cast<double>(self.World.Now()) / 1e7);
+                self.Name.c_str(), self.Level, base::SecondsOfUnits(self.World.Now()));
   return line.data();
 }
 
