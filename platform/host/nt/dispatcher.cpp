@@ -6,7 +6,7 @@
 #include "base/time_units.h"
 #include "platform/host/nt/lock_order.h"
 #include "platform/host/nt/object_tracker.h"
-#include "platform/host/nt/verifier.h"
+#include "platform/host/nt/violation.h"
 
 namespace lidcam::host {
 namespace {
@@ -67,18 +67,6 @@ bool TrySatisfy(Wait& wait) {
   return wait.Type == WaitAll ? TryAll(wait) : TryAny(wait);
 }
 
-void Enqueue(Wait& wait, std::optional<LONGLONG> due) {
-  Scheduler& world = wait.Self.World;
-  for (WaitEntry& entry : wait.Entries) {
-    entry.Owner = &wait;
-    InsertTailList(&entry.Object->WaitListHead, &entry.Link);
-    CountWaiters(entry.Object, 1);
-  }
-  if (due) wait.Limit = world.Timers().Insert(*due, world.TieNumber(), &wait);
-  wait.IsQueued = true;
-  if (due) world.TimersChanged();
-}
-
 void Dequeue(Wait& wait) {
   if (!wait.IsQueued) return;
   // In a world that stops the objects may be gone.
@@ -87,7 +75,7 @@ void Dequeue(Wait& wait) {
     if (!isStopping) RemoveEntryList(&entry.Link);
     CountWaiters(entry.Object, -1);
   }
-  if (wait.Limit) wait.Self.World.Timers().Remove(*wait.Limit);
+  if (wait.HasLimit) wait.Self.World.Timers().Remove(&wait);
   wait.IsQueued = false;
 }
 
@@ -97,12 +85,27 @@ void Complete(Wait& wait) {
   wait.Self.World.Wake(wait.Self);
 }
 
-void GiveUp(Wait& wait) {
+void GiveUp(Scheduler&, void* object) {
+  Wait& wait = *static_cast<Wait*>(object);
   wait.Status = STATUS_TIMEOUT;
   Complete(wait);
 }
 
-void ExpireTimer(Scheduler& world, PKTIMER timer) {
+void Enqueue(Wait& wait, std::optional<LONGLONG> due) {
+  Scheduler& world = wait.Self.World;
+  for (WaitEntry& entry : wait.Entries) {
+    entry.Owner = &wait;
+    InsertTailList(&entry.Object->WaitListHead, &entry.Link);
+    CountWaiters(entry.Object, 1);
+  }
+  if (due) world.Timers().Insert(*due, world.TieNumber(), {GiveUp, &wait});
+  wait.HasLimit = due.has_value();
+  wait.IsQueued = true;
+  if (due) world.TimersChanged();
+}
+
+void ExpireTimer(Scheduler& world, void* object) {
+  auto* const timer = static_cast<PKTIMER>(object);
   timer->Header.SignalState = 1;
   timer->Header.Inserted = FALSE;
   SetObjectInUse(timer, nullptr);
@@ -114,6 +117,18 @@ void ExpireTimer(Scheduler& world, PKTIMER timer) {
   }
   WakeWaiters(timer->Header);
   if (timer->Dpc != nullptr) QueueDeferredCall(world, timer->Dpc, nullptr, nullptr);
+}
+
+void RunDeferredCall(PVOID item) {
+  auto* const dpc = static_cast<PKDPC>(item);
+  Scheduler& world = CurrentWorld();
+  std::unique_lock guard(world.Lock());
+  const KDPC call = *dpc;
+  dpc->DpcData = nullptr;
+  SetObjectInUse(dpc, nullptr);
+  guard.unlock();
+  // From here on the owner may queue, free or initialise it again.
+  call.DeferredRoutine(dpc, call.DeferredContext, call.SystemArgument1, call.SystemArgument2);
 }
 
 // A thread that unwinds out of its wait must not stay in the queues.
@@ -166,16 +181,6 @@ void WakeWaiters(DISPATCHER_HEADER& header) {
   }
 }
 
-void ExpireTimers(Scheduler& world) {
-  while (const auto entry = world.Timers().TakeDue(world.Now())) {
-    if (const auto* const wait = std::get_if<Wait*>(&*entry)) {
-      GiveUp(**wait);
-    } else {
-      ExpireTimer(world, std::get<PKTIMER>(*entry));
-    }
-  }
-}
-
 LONGLONG DueTime(const Scheduler& world, const LARGE_INTEGER& time) {
   const LONGLONG now = world.Now();
   if (time.QuadPart < 0) return now - std::max(time.QuadPart, -kLongestTime);
@@ -192,7 +197,7 @@ NTSTATUS WaitForObjects(const CallRule& rule, std::span<const PVOID> objects, WA
     entries[i].Object = static_cast<DISPATCHER_HEADER*>(objects[i]);
   }
   std::unique_lock guard(self.World.Lock());
-  Wait wait{.Self = self, .Type = type, .Entries = {entries.data(), objects.size()}, .Limit = {}};
+  Wait wait{.Self = self, .Type = type, .Entries = {entries.data(), objects.size()}};
   if (TrySatisfy(wait)) return wait.Status;
   if (!mayBlock) return STATUS_TIMEOUT;
   const QueuedWait queued(wait);
@@ -202,12 +207,12 @@ NTSTATUS WaitForObjects(const CallRule& rule, std::span<const PVOID> objects, WA
 }
 
 bool SetTimer(Scheduler& world, PKTIMER timer, LONGLONG due) {
-  const bool wasSet = world.Timers().RemoveTimer(timer);
+  const bool wasSet = world.Timers().Remove(timer);
   timer->Header.SignalState = 0;
   timer->Header.Inserted = TRUE;
   timer->DueTime.QuadPart = static_cast<ULONGLONG>(due);
   SetObjectInUse(timer, "is still set");
-  world.Timers().Insert(due, world.TieNumber(), timer);
+  world.Timers().Insert(due, world.TieNumber(), {ExpireTimer, timer});
   world.TimersChanged();
   return wasSet;
 }
@@ -218,7 +223,7 @@ bool QueueDeferredCall(Scheduler& world, PKDPC dpc, PVOID argument1, PVOID argum
   dpc->SystemArgument1 = argument1;
   dpc->SystemArgument2 = argument2;
   SetObjectInUse(dpc, "is still queued");
-  world.DeferredCalls().Put(world, dpc);
+  world.DeferredCalls().Put(world, RunDeferredCall, dpc);
   return true;
 }
 

@@ -2,13 +2,11 @@
 
 #include <cstddef>
 #include <mutex>
-#include <optional>
 #include <span>
 
 #include "platform/host/nt/call_rules.h"
 #include "platform/host/nt/declarations/nt_declarations.h"
 #include "platform/host/nt/thread.h"
-#include "platform/host/nt/timer_queue.h"
 
 namespace lidcam::host {
 
@@ -22,6 +20,8 @@ enum DispatcherType : UCHAR {
   kNotificationTimerType = 8,
   kSynchronizationTimerType = 9,
 };
+
+struct Wait;
 
 /// A thread's place in the queue of one object that it waits for.
 struct WaitEntry {
@@ -38,7 +38,7 @@ struct Wait {
   bool IsQueued = false;
   bool IsDone = false;
   NTSTATUS Status = STATUS_UNSUCCESSFUL;
-  std::optional<TimerKey> Limit;
+  bool HasLimit = false;
 };
 
 /// Fills the header of a fresh object.
@@ -57,9 +57,6 @@ inline bool IsLock(const DISPATCHER_HEADER& header) {
 /// is any. Under the world's lock.
 void WakeWaiters(DISPATCHER_HEADER& header);
 
-/// Lets everything happen that is due by now: waits give up, timers expire. Under the lock.
-void ExpireTimers(Scheduler& world);
-
 /// The interrupt time that a time limit or a timer's time means: negative ones count from now,
 /// others are system times. Times beyond a hundred years are cut there.
 [[nodiscard]] LONGLONG DueTime(const Scheduler& world, const LARGE_INTEGER& time);
@@ -77,11 +74,4 @@ bool SetTimer(Scheduler& world, PKTIMER timer, LONGLONG due);
 ///
 /// @return false if it is queued already
 bool QueueDeferredCall(Scheduler& world, PKDPC dpc, PVOID argument1, PVOID argument2);
-
-/// What the deferred calls' threads do with a KDPC.
-void RunDeferredCall(PVOID item);
-
-/// What the work items' threads do with a WORK_QUEUE_ITEM.
-void RunWorkItem(PVOID item);
-
 }  // namespace lidcam::host

@@ -1,22 +1,6 @@
 #include "platform/host/nt/dispatcher.h"
 #include "platform/host/nt/object_tracker.h"
 
-namespace lidcam::host {
-
-void RunDeferredCall(PVOID item) {
-  auto* const dpc = static_cast<PKDPC>(item);
-  Scheduler& world = CurrentWorld();
-  std::unique_lock guard(world.Lock());
-  const KDPC call = *dpc;
-  dpc->DpcData = nullptr;
-  SetObjectInUse(dpc, nullptr);
-  guard.unlock();
-  // From here on the owner may queue, free or initialise it again.
-  call.DeferredRoutine(dpc, call.DeferredContext, call.SystemArgument1, call.SystemArgument2);
-}
-
-}  // namespace lidcam::host
-
 using namespace lidcam::host;
 
 void KeInitializeDpc(PRKDPC dpc, PKDEFERRED_ROUTINE routine, PVOID context) {

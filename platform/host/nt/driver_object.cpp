@@ -10,7 +10,7 @@
 #include "platform/host/nt/kernel_faults.h"
 #include "platform/host/nt/scheduler.h"
 #include "platform/host/nt/thread.h"
-#include "platform/host/nt/verifier.h"
+#include "platform/host/nt/violation.h"
 
 namespace lidcam::host {
 namespace {

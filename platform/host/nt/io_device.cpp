@@ -7,7 +7,7 @@
 #include "platform/host/nt/irp_tracker.h"
 #include "platform/host/nt/kernel_faults.h"
 #include "platform/host/nt/pool.h"
-#include "platform/host/nt/verifier.h"
+#include "platform/host/nt/violation.h"
 
 namespace lidcam::host {
 namespace {

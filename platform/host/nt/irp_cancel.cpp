@@ -5,7 +5,7 @@
 #include "platform/host/nt/irp_tracker.h"
 #include "platform/host/nt/spin_lock.h"
 #include "platform/host/nt/thread.h"
-#include "platform/host/nt/verifier.h"
+#include "platform/host/nt/violation.h"
 
 namespace lidcam::host {
 namespace {

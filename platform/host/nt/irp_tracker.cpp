@@ -11,7 +11,7 @@
 
 #include "base/time_units.h"
 #include "platform/host/nt/thread.h"
-#include "platform/host/nt/verifier.h"
+#include "platform/host/nt/violation.h"
 
 namespace lidcam::host {
 namespace {

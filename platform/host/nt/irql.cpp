@@ -2,7 +2,7 @@
 
 #include "platform/host/nt/object_tracker.h"
 #include "platform/host/nt/thread.h"
-#include "platform/host/nt/verifier.h"
+#include "platform/host/nt/violation.h"
 
 using namespace lidcam::host;
 

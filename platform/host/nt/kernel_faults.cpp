@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "platform/host/nt/verifier.h"
+#include "platform/host/nt/violation.h"
 
 namespace lidcam::host {
 namespace {

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "platform/host/nt/declarations/verifier_declarations.h"
-#include "platform/host/nt/verifier.h"
+#include "platform/host/nt/violation.h"
 
 namespace lidcam::host {
 namespace {

@@ -6,7 +6,7 @@
 #include <optional>
 
 #include "platform/host/nt/thread.h"
-#include "platform/host/nt/verifier.h"
+#include "platform/host/nt/violation.h"
 
 namespace lidcam::host {
 namespace {

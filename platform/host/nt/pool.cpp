@@ -14,7 +14,7 @@
 #include "platform/host/nt/object_tracker.h"
 #include "platform/host/nt/pool_arena.h"
 #include "platform/host/nt/pool_guard.h"
-#include "platform/host/nt/verifier.h"
+#include "platform/host/nt/violation.h"
 
 namespace lidcam::host {
 namespace {
@@ -57,21 +57,6 @@ bool RemoveBlock(void* memory) {
   Pool& pool = ThePool();
   const std::lock_guard guard(pool.Lock);
   return pool.Blocks.erase(memory) != 0;
-}
-
-// A tag is four letters, the first in the lowest byte.
-std::string TagText(std::uint32_t tag) {
-  std::string text = "'";
-  for (unsigned shift = 0; shift < 32; shift += 8) {
-    const std::uint32_t letter = (tag >> shift) & 0xFF;
-    text += letter >= 0x20 && letter < 0x7F ? static_cast<char>(letter) : '.';
-  }
-  return text + "'";
-}
-
-std::string BlockText(const void* memory, std::size_t size, std::uint32_t tag) {
-  return DescribeObject("memory", memory) + " (" + std::to_string(size) + " bytes, tag " +
-         TagText(tag) + ")";
 }
 
 void CheckOverrun(const char* call, const void* memory, const Block& block) {
@@ -193,15 +178,6 @@ void FreePoolBlock(const char* call, void* memory) {
     ReportViolation(call, DescribeObject("memory", memory) + " is not a block of the pool");
   }
   GiveBack(memory, block->Arena);
-}
-
-std::string DescribeFreedUse(const FreedUse& use) {
-  const void* const memory = MemoryBehindGuard(use.Block);
-  const auto guard =
-      static_cast<const std::byte*>(memory) - static_cast<const std::byte*>(use.Block);
-  const auto offset = static_cast<std::ptrdiff_t>(use.Offset) - guard;
-  return BlockText(memory, use.Size - GuardedBytes(0), use.Tag) + " was used at byte " +
-         std::to_string(offset) + " after it had been freed";
 }
 
 }  // namespace lidcam::host

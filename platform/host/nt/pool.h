@@ -40,9 +40,6 @@ void ForgetPoolOfWorld(const Scheduler& world);
 /// Frees a block, which must not be overrun, or hold objects in use; `call` is who reports it.
 void FreePoolBlock(const char* call, void* memory);
 
-/// "memory 0x7f... (24 bytes, tag 'Test') was used at byte 8 after it had been freed"
-[[nodiscard]] std::string DescribeFreedUse(const FreedUse& use);
-
 /// Lets the `countdown`-th allocation from now on fail, once: 1 is the very next. 0 turns it off.
 /// All threads count together.
 void FailPoolAllocation(std::uint32_t countdown);

@@ -5,15 +5,9 @@
 #include <memory>
 #include <vector>
 
-namespace lidcam::host {
+#include "platform/host/nt/freed_use.h"
 
-/// A use of memory that had been freed.
-struct FreedUse {
-  const void* Block = nullptr;  ///< start of the memory; null: there was none
-  std::size_t Offset = 0;       ///< of the byte that was used
-  std::size_t Size = 0;         ///< of the memory, as it was taken
-  std::uint32_t Tag = 0;
-};
+namespace lidcam::host {
 
 /// The pool memory of one simulated world. No address is given out twice, and freed memory becomes
 /// inaccessible: the signal that a use of it raises is answered by noting the use and letting the

@@ -8,7 +8,6 @@
 #include <utility>
 
 #include "base/time_units.h"
-#include "platform/host/nt/dispatcher.h"
 #include "platform/host/nt/thread.h"
 
 namespace lidcam::host {

@@ -2,11 +2,8 @@
 
 #include <string>
 
-#include "platform/host/nt/dispatcher.h"
-#include "platform/host/nt/lock_order.h"
-#include "platform/host/nt/pool.h"
 #include "platform/host/nt/thread.h"
-#include "platform/host/nt/verifier.h"
+#include "platform/host/nt/violation.h"
 
 namespace lidcam::host {
 namespace {
@@ -30,11 +27,10 @@ const char* Verb(CallEffect effect) {
 
 }  // namespace
 
-Scheduler::Scheduler()
-    : deferredCalls_("DPC", DISPATCH_LEVEL, RunDeferredCall),
-      workItems_("worker", PASSIVE_LEVEL, RunWorkItem) {
-  // Another world may have had its lock here.
-  ForgetLockOrder(&cancelLock_);
+void ExpireTimers(Scheduler& world) {
+  while (const auto entry = world.Timers().TakeDue(world.Now())) {
+    entry->Expire(world, entry->Object);
+  }
 }
 
 Thread& Scheduler::StartThread(const std::string& name, bool isService,

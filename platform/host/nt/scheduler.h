@@ -35,7 +35,7 @@ enum class SwitchKind {
 /// no world has made belongs to the real-time one.
 class Scheduler {
  public:
-  Scheduler();
+  Scheduler() = default;
   Scheduler(const Scheduler&) = delete;
   Scheduler& operator=(const Scheduler&) = delete;
   virtual ~Scheduler() = default;
@@ -103,10 +103,13 @@ class Scheduler {
   std::mutex lock_;
   TimerQueue timers_;
   KSPIN_LOCK cancelLock_ = 0;  // of requests
-  ServicePool deferredCalls_;
-  ServicePool workItems_;
+  ServicePool deferredCalls_{"DPC", DISPATCH_LEVEL};
+  ServicePool workItems_{"worker", PASSIVE_LEVEL};
   CallHistory history_;
 };
+
+/// Lets everything happen that is due by now: waits give up, timers expire. Under the lock.
+void ExpireTimers(Scheduler& world);
 
 /// The world of the calling thread.
 [[nodiscard]] Scheduler& CurrentWorld();

@@ -5,12 +5,12 @@
 
 #include "platform/host/nt/scheduler.h"
 #include "platform/host/nt/thread.h"
-#include "platform/host/nt/verifier.h"
+#include "platform/host/nt/violation.h"
 
 namespace lidcam::host {
 
-void ServicePool::Put(Scheduler& world, PVOID item) {
-  items_.push_back(item);
+void ServicePool::Put(Scheduler& world, RunItem run, PVOID item) {
+  items_.push_back({run, item});
   if (!idle_.empty()) {
     Thread* const thread = idle_.back();
     idle_.pop_back();
@@ -31,7 +31,7 @@ void ServicePool::Serve(Scheduler& world) {
       self.LastCall = "";
       world.Block(self, guard);
     }
-    const PVOID item = items_.front();
+    const Item item = items_.front();
     items_.pop_front();
     guard.unlock();
     RunOne(self, item);
@@ -39,9 +39,9 @@ void ServicePool::Serve(Scheduler& world) {
   }
 }
 
-void ServicePool::RunOne(Thread& self, PVOID item) {
+void ServicePool::RunOne(Thread& self, const Item& item) {
   try {
-    run_(item);
+    item.Run(item.Object);
     if (self.Level != level_) {
       ReportViolation(name_, "the routine returned at level " + std::to_string(self.Level));
     }

@@ -20,27 +20,32 @@ class ServicePool {
 
   /// @param name   of the threads, for reports
   /// @param level  at which items run
-  /// @param run    runs an item, which is out of the queue by then
-  ServicePool(const char* name, KIRQL level, RunItem run) : name_(name), level_(level), run_(run) {}
+  ServicePool(const char* name, KIRQL level) : name_(name), level_(level) {}
   ServicePool(const ServicePool&) = delete;
   ServicePool& operator=(const ServicePool&) = delete;
 
   /// Queues an item. Under the world's lock.
-  void Put(Scheduler& world, PVOID item);
+  ///
+  /// @param run  runs the item, which is out of the queue by then
+  void Put(Scheduler& world, RunItem run, PVOID item);
 
   /// Items that wait to be run. Under the world's lock.
   [[nodiscard]] std::size_t Waiting() const { return items_.size(); }
 
  private:
+  struct Item {
+    RunItem Run;
+    PVOID Object;
+  };
+
   static constexpr std::size_t kThreads = 2;
 
   void Serve(Scheduler& world);
-  void RunOne(Thread& self, PVOID item);
+  void RunOne(Thread& self, const Item& item);
 
   const char* const name_;
   const KIRQL level_;
-  const RunItem run_;
-  std::deque<PVOID> items_;
+  std::deque<Item> items_;
   std::vector<Thread*> idle_;
   std::size_t threads_ = 0;
 };

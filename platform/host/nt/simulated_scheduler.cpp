@@ -7,11 +7,11 @@
 #include <utility>
 
 #include "platform/host/nt/device_file.h"
-#include "platform/host/nt/dispatcher.h"
 #include "platform/host/nt/irp_tracker.h"
+#include "platform/host/nt/lock_order.h"
 #include "platform/host/nt/object_tracker.h"
 #include "platform/host/nt/pool.h"
-#include "platform/host/nt/verifier.h"
+#include "platform/host/nt/violation.h"
 
 namespace lidcam::host {
 namespace {
@@ -56,6 +56,8 @@ SimulatedScheduler::SimulatedScheduler(const SimulationOptions& options)
       threads_{&main_} {
   if (options.KeepsFreedPool) arena_ = PoolArena::Make();
   if (options.HasPreemptionPoints) ++g_preemptiveSimulations;
+  // Another world may have had its lock here.
+  ForgetLockOrder(CancelLock());
   CountSimulations(1);
 }
 

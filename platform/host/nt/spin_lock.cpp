@@ -8,7 +8,7 @@
 #include "platform/host/nt/dispatcher.h"
 #include "platform/host/nt/lock_order.h"
 #include "platform/host/nt/object_tracker.h"
-#include "platform/host/nt/verifier.h"
+#include "platform/host/nt/violation.h"
 
 namespace lidcam::host {
 namespace {

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "platform/host/nt/declarations/nt_declarations.h"
-#include "platform/host/nt/pool_arena.h"
+#include "platform/host/nt/freed_use.h"
 #include "platform/host/nt/scheduler.h"
 
 namespace lidcam::host {
@@ -24,6 +24,12 @@ struct KTHREAD {
 
 namespace lidcam::host {
 
+/// What becomes of a thread's object, for those that know it.
+struct ThreadObjectEvents {
+  void (*Ended)(KTHREAD& object);  ///< it is signalled. Under the world's lock
+  void (*Gone)(KTHREAD& object);   ///< nothing refers to it any more
+};
+
 /// A kernel thread: one that the kernel made, or a machine thread that calls it.
 struct Thread {
   Thread(Scheduler& world, std::uint32_t number, std::string name);
@@ -34,6 +40,7 @@ struct Thread {
   enum class RunState { Ready, Blocked, Ended };
 
   KTHREAD Object;
+  const ThreadObjectEvents* ObjectEvents = nullptr;  ///< null: drivers don't know the object
   Scheduler& World;
   const std::uint32_t Number;  ///< in its world, in the order of creation
   const std::string Name;
@@ -84,6 +91,9 @@ void CountSimulations(int change);
 
 /// What a machine thread does for a kernel thread: `body`, then the thread object's end.
 void RunThread(Thread& thread, const std::function<void()>& body);
+
+/// Checks that a thread that ends is at passive level and holds no lock.
+void CheckThreadEnd(const char* call, const Thread& self);
 
 /// Drops a reference; the last one deletes the thread.
 LONG_PTR DereferenceThread(Thread& thread);

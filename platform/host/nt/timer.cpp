@@ -42,7 +42,7 @@ BOOLEAN KeCancelTimer(PKTIMER timer) {
   const PreemptionBehind behind(rule.Name, timer);
   ExpectObject(rule.Name, ObjectKind::Timer, timer);
   const std::lock_guard guard(self.World.Lock());
-  const bool wasSet = self.World.Timers().RemoveTimer(timer);
+  const bool wasSet = self.World.Timers().Remove(timer);
   timer->Header.Inserted = FALSE;
   SetObjectInUse(timer, nullptr);
   return wasSet ? TRUE : FALSE;

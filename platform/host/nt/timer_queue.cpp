@@ -2,22 +2,17 @@
 
 namespace lidcam::host {
 
-TimerKey TimerQueue::Insert(LONGLONG due, std::uint64_t tie, TimerEntry entry) {
-  const TimerKey key{due, tie, sequence_++};
+void TimerQueue::Insert(LONGLONG due, std::uint64_t tie, const TimerEntry& entry) {
+  const Key key{due, tie, sequence_++};
   entries_.emplace(key, entry);
-  if (const auto* const timer = std::get_if<PKTIMER>(&entry)) timers_[*timer] = key;
-  return key;
+  keys_[entry.Object] = key;
 }
 
-void TimerQueue::Remove(const TimerKey& key) {
-  entries_.erase(key);
-}
-
-bool TimerQueue::RemoveTimer(PKTIMER timer) {
-  const auto found = timers_.find(timer);
-  if (found == timers_.end()) return false;
+bool TimerQueue::Remove(const void* object) {
+  const auto found = keys_.find(object);
+  if (found == keys_.end()) return false;
   entries_.erase(found->second);
-  timers_.erase(found);
+  keys_.erase(found);
   return true;
 }
 
@@ -30,7 +25,7 @@ std::optional<TimerEntry> TimerQueue::TakeDue(LONGLONG now) {
   if (entries_.empty() || entries_.begin()->first.Due > now) return std::nullopt;
   const TimerEntry entry = entries_.begin()->second;
   entries_.erase(entries_.begin());
-  if (const auto* const timer = std::get_if<PKTIMER>(&entry)) timers_.erase(*timer);
+  keys_.erase(entry.Object);
   return entry;
 }
 

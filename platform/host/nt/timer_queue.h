@@ -5,35 +5,28 @@
 #include <map>
 #include <optional>
 #include <unordered_map>
-#include <variant>
 
 #include "platform/host/nt/declarations/nt_declarations.h"
 
 namespace lidcam::host {
 
-struct Wait;
+class Scheduler;
 
-/// Where an entry stands among the others: by its time, and at one time by its tie number.
-struct TimerKey {
-  LONGLONG Due = 0;  ///< interrupt time, 100 ns
-  std::uint64_t Tie = 0;
-  std::uint64_t Sequence = 0;
-
-  auto operator<=>(const TimerKey&) const = default;
+/// What is to happen when a time comes, and to what: a wait gives up, a timer expires.
+struct TimerEntry {
+  void (*Expire)(Scheduler& world, void* object);  ///< under the world's lock
+  void* Object;
 };
-
-/// What is to happen when a time comes: a wait gives up, or a timer expires.
-using TimerEntry = std::variant<Wait*, PKTIMER>;
 
 /// Everything that waits for a time in one world.
 /// @par Under the world's lock
 class TimerQueue {
  public:
-  TimerKey Insert(LONGLONG due, std::uint64_t tie, TimerEntry entry);
-  void Remove(const TimerKey& key);
+  /// An object stands there once.
+  void Insert(LONGLONG due, std::uint64_t tie, const TimerEntry& entry);
 
-  /// Takes a timer out. False if it isn't set.
-  bool RemoveTimer(PKTIMER timer);
+  /// Takes an object out. False if it isn't there.
+  bool Remove(const void* object);
 
   /// The earliest time that something is due at.
   [[nodiscard]] std::optional<LONGLONG> Earliest() const;
@@ -42,8 +35,17 @@ class TimerQueue {
   [[nodiscard]] std::optional<TimerEntry> TakeDue(LONGLONG now);
 
  private:
-  std::map<TimerKey, TimerEntry> entries_;
-  std::unordered_map<PKTIMER, TimerKey> timers_;
+  /// Where an entry stands among the others: by its time, and at one time by its tie number.
+  struct Key {
+    LONGLONG Due = 0;  ///< interrupt time, 100 ns
+    std::uint64_t Tie = 0;
+    std::uint64_t Sequence = 0;
+
+    auto operator<=>(const Key&) const = default;
+  };
+
+  std::map<Key, TimerEntry> entries_;
+  std::unordered_map<const void*, Key> keys_;
   std::uint64_t sequence_ = 0;
 };
 

@@ -1,86 +1,26 @@
 #include "platform/host/nt/verifier.h"
 
-#include <array>
-#include <cstdio>
-#include <cstdlib>
-#include <mutex>
-
-#include "base/time_units.h"
 #include "platform/host/nt/object_tracker.h"
 #include "platform/host/nt/thread.h"
 
 namespace lidcam::host {
-namespace {
-
-// Never destroyed: violations can come while statics go away.
-struct Capture {
-  std::mutex Lock;
-  bool IsOn = false;
-  std::vector<Violation> Violations;
-};
-
-Capture& TheCapture() {
-  static auto* const capture = new Capture;
-  return *capture;
-}
-
-std::string DescribeCaller(const Thread& self) {
-  std::array<char, 160> line{};
-  std::snprintf(line.data(), line.size(), "in thread %u (%s) at level %u, %.7f s\n", self.Number,
-                self.Name.c_str(), self.Level, base::SecondsOfUnits(self.World.Now()));
-  return line.data();
-}
-
-// True if a capture took it.
-bool Record(const Violation& violation) {
-  Capture& capture = TheCapture();
-  const std::lock_guard guard(capture.Lock);
-  if (capture.IsOn) capture.Violations.push_back(violation);
-  return capture.IsOn;
-}
-
-}  // namespace
-
-void ReportViolation(const char* call, const std::string& what, const std::string& history) {
-  const Thread& self = CurrentThread();
-  Scheduler& world = self.World;
-  if (world.IsStopping()) throw KernelStopped{};
-  const Violation violation{.Call = call,
-                            .What = what,
-                            .Report = std::string(call) + ": " + what + "\n" +
-                                      DescribeCaller(self) + history + world.Describe() +
-                                      "last kernel calls:\n" + world.History().Text()};
-  if (!Record(violation)) {
-    std::fputs(violation.Report.c_str(), stderr);
-    std::abort();
-  }
-  world.Stop();
-  throw KernelStopped{};
-}
-
-void EndWorld() {
-  CurrentWorld().Stop();
-  throw KernelStopped{};
-}
 
 VerifierCapture::VerifierCapture() {
-  Capture& capture = TheCapture();
-  const std::lock_guard guard(capture.Lock);
-  capture.IsOn = true;
-  capture.Violations.clear();
+  SetViolationSink(this);
 }
 
 VerifierCapture::~VerifierCapture() {
-  Capture& capture = TheCapture();
-  const std::lock_guard guard(capture.Lock);
-  capture.IsOn = false;
-  capture.Violations.clear();
+  SetViolationSink(nullptr);
+}
+
+void VerifierCapture::Take(const Violation& violation) {
+  const std::lock_guard guard(lock_);
+  violations_.push_back(violation);
 }
 
 std::vector<Violation> VerifierCapture::Violations() const {
-  Capture& capture = TheCapture();
-  const std::lock_guard guard(capture.Lock);
-  return capture.Violations;
+  const std::lock_guard guard(lock_);
+  return violations_;
 }
 
 std::string VerifierCapture::Of(const std::function<void()>& action) const {
@@ -100,12 +40,6 @@ std::string VerifierCapture::Of(const std::function<void()>& action) const {
   const auto violations = Violations();
   if (violations.size() == before) return {};
   return violations[before].Call + ": " + violations[before].What;
-}
-
-std::string DescribeObject(const char* kind, const void* object) {
-  std::array<char, 80> text{};
-  std::snprintf(text.data(), text.size(), "%s %p", kind, object);
-  return text.data();
 }
 
 }  // namespace lidcam::host

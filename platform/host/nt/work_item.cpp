@@ -1,7 +1,7 @@
 #include "platform/host/nt/dispatcher.h"
 #include "platform/host/nt/kernel_faults.h"
 #include "platform/host/nt/object_tracker.h"
-#include "platform/host/nt/verifier.h"
+#include "platform/host/nt/violation.h"
 
 /// The work item that drivers get from the kernel. The platform keeps its layout to itself.
 struct IO_WORKITEM {
@@ -14,26 +14,6 @@ struct IO_WORKITEM {
 namespace lidcam::host {
 namespace {
 
-// An item's first link tells whether it is queued, as on the platform.
-void QueueItem(Scheduler& world, const char* call, PWORK_QUEUE_ITEM item) {
-  std::unique_lock guard(world.Lock());
-  if (item->List.Flink != nullptr) {
-    guard.unlock();
-    ReportViolation(call, DescribeObject("work item", item) + " is queued already");
-  }
-  InitializeListHead(&item->List);
-  SetObjectInUse(item, "is still queued");
-  world.WorkItems().Put(world, item);
-}
-
-void RunIoWorkItem(PVOID parameter) {
-  // A copy: the routine may free its item.
-  const IO_WORKITEM item = *static_cast<PIO_WORKITEM>(parameter);
-  item.Routine(item.Device, item.Context);
-}
-
-}  // namespace
-
 void RunWorkItem(PVOID item) {
   auto* const work = static_cast<PWORK_QUEUE_ITEM>(item);
   Scheduler& world = CurrentWorld();
@@ -45,6 +25,25 @@ void RunWorkItem(PVOID item) {
   call.WorkerRoutine(call.Parameter);
 }
 
+// An item's first link tells whether it is queued, as on the platform.
+void QueueItem(Scheduler& world, const char* call, PWORK_QUEUE_ITEM item) {
+  std::unique_lock guard(world.Lock());
+  if (item->List.Flink != nullptr) {
+    guard.unlock();
+    ReportViolation(call, DescribeObject("work item", item) + " is queued already");
+  }
+  InitializeListHead(&item->List);
+  SetObjectInUse(item, "is still queued");
+  world.WorkItems().Put(world, RunWorkItem, item);
+}
+
+void RunIoWorkItem(PVOID parameter) {
+  // A copy: the routine may free its item.
+  const IO_WORKITEM item = *static_cast<PIO_WORKITEM>(parameter);
+  item.Routine(item.Device, item.Context);
+}
+
+}  // namespace
 }  // namespace lidcam::host
 
 using namespace lidcam::host;
