@@ -18,7 +18,7 @@
 #include <vector>
 
 #include "camera_model/bus_adapter/simulated_bus.h"
-#include "platform/host/nt/pool.h"
+#include "platform/host/nt/memory/pool.h"
 #include "testbed/transport_testbed.h"
 
 namespace lidcam::bench {

@@ -6,7 +6,7 @@
 
 #include "camera_model/bus_adapter/simulated_bus.h"
 #include "fuzz/step_limit.h"
-#include "platform/host/nt/simulated_scheduler.h"
+#include "platform/host/nt/simulation/simulated_scheduler.h"
 
 namespace lidcam::fuzz {
 namespace {

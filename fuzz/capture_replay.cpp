@@ -24,7 +24,7 @@
 #include "bus/enumeration.h"
 #include "fuzz/app_in_virtual_time.h"
 #include "fuzz/input.h"
-#include "platform/host/nt/debug_print.h"
+#include "platform/host/nt/system/debug_print.h"
 
 namespace lidcam::fuzz {
 namespace {

@@ -22,9 +22,9 @@
 #include "driver/core/base/camera_trace.h"
 #include "fuzz/app_in_virtual_time.h"
 #include "fuzz/input.h"
-#include "platform/host/nt/debug_print.h"
-#include "platform/host/nt/files.h"
+#include "platform/host/nt/files/files.h"
 #include "platform/host/nt/registry/registry.h"
+#include "platform/host/nt/system/debug_print.h"
 
 // The program's own entry, under a name that leaves the engine's alone.
 extern "C" int LidcamMain(int argc, char** argv);

@@ -15,9 +15,9 @@
 #include "fuzz/hostile_stack.h"
 #include "fuzz/input.h"
 #include "fuzz/step_limit.h"
-#include "platform/host/nt/debug_print.h"
-#include "platform/host/nt/kernel_guards.h"
-#include "platform/host/nt/simulated_scheduler.h"
+#include "platform/host/nt/processor/kernel_guards.h"
+#include "platform/host/nt/simulation/simulated_scheduler.h"
+#include "platform/host/nt/system/debug_print.h"
 #include "scenarios/stamped_camera.h"
 #include "testbed/transport_testbed.h"
 

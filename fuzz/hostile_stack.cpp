@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <iterator>
 
-#include "platform/host/nt/device_object.h"
-#include "platform/host/nt/kernel_guards.h"
+#include "platform/host/nt/io/device_object.h"
+#include "platform/host/nt/processor/kernel_guards.h"
 
 namespace lidcam::fuzz {
 namespace {

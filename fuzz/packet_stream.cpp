@@ -10,7 +10,7 @@
 #include "driver/frame/assembly/frame_assembly.h"
 #include "driver/frame/assembly/packet_walk.h"
 #include "fuzz/input.h"
-#include "platform/host/nt/debug_print.h"
+#include "platform/host/nt/system/debug_print.h"
 
 namespace lidcam::fuzz {
 namespace {

@@ -20,9 +20,9 @@
 #include "driver/sensor/register_sets/register_set_file.h"
 #include "driver/sensor/register_sets/register_set_list.h"
 #include "fuzz/input.h"
-#include "platform/host/nt/files.h"
-#include "platform/host/nt/handles.h"
-#include "platform/host/nt/pool.h"
+#include "platform/host/nt/files/files.h"
+#include "platform/host/nt/memory/pool.h"
+#include "platform/host/nt/objects/handles.h"
 #include "tests/driver/support/record_bytes.h"
 
 namespace {

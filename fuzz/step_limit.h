@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "platform/host/nt/simulated_scheduler.h"
+#include "platform/host/nt/simulation/simulated_scheduler.h"
 
 namespace lidcam::fuzz {
 

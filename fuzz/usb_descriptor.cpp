@@ -13,8 +13,8 @@
 #include "fuzz/step_limit.h"
 #include "platform/host/client/client_error.h"
 #include "platform/host/client/stream.h"
-#include "platform/host/nt/debug_print.h"
-#include "platform/host/nt/simulated_scheduler.h"
+#include "platform/host/nt/simulation/simulated_scheduler.h"
+#include "platform/host/nt/system/debug_print.h"
 #include "scenarios/stamped_camera.h"
 #include "testbed/installed_testbed.h"
 

@@ -7,8 +7,8 @@
 
 #include "driver/avstream/properties/property_ids.h"
 #include "platform/host/client/client_error.h"
-#include "platform/host/nt/scheduler.h"
-#include "platform/host/nt/thread.h"
+#include "platform/host/nt/scheduling/scheduler.h"
+#include "platform/host/nt/scheduling/thread.h"
 #include "scenarios/client_stage.h"
 #include "scenarios/property_requests.h"
 #include "scenarios/status_text.h"

@@ -5,7 +5,7 @@
 
 #include "bus/faults/random_faults.h"
 #include "driver/usb/stream/usb_capture_device.h"
-#include "platform/host/nt/scheduler.h"
+#include "platform/host/nt/scheduling/scheduler.h"
 #include "scenarios/client_stage.h"
 
 namespace lidcam::scenarios {

@@ -5,8 +5,8 @@
 #include <utility>
 
 #include "driver/usb/stream/usb_capture_device.h"
-#include "platform/host/nt/irp_tracker.h"
-#include "platform/host/nt/plug_and_play.h"
+#include "platform/host/nt/io/plug_and_play.h"
+#include "platform/host/nt/verifier/irp_tracker.h"
 #include "scenarios/status_text.h"
 #include "testbed/mutex_departures.h"
 

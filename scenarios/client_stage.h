@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/host/nt/kernel_guards.h"
+#include "platform/host/nt/processor/kernel_guards.h"
 #include "scenarios/application.h"
 #include "scenarios/stage.h"
 #include "testbed/installed_testbed.h"

@@ -3,7 +3,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "platform/host/nt/device_object.h"
+#include "platform/host/nt/io/device_object.h"
 
 namespace lidcam::scenarios {
 namespace {

@@ -3,8 +3,8 @@
 #include <string_view>
 #include <utility>
 
-#include "platform/host/nt/scheduler.h"
-#include "platform/host/nt/thread.h"
+#include "platform/host/nt/scheduling/scheduler.h"
+#include "platform/host/nt/scheduling/thread.h"
 
 namespace lidcam::scenarios {
 namespace {

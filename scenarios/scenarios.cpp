@@ -10,7 +10,7 @@
 #include <system_error>
 
 #include "bus/faults/random_faults.h"
-#include "platform/host/nt/files.h"
+#include "platform/host/nt/files/files.h"
 #include "scenarios/client_scenarios.h"
 #include "scenarios/late_scenarios.h"
 #include "scenarios/sequences.h"

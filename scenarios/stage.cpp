@@ -5,12 +5,12 @@
 #include <utility>
 
 #include "driver/usb/requests/control_requests.h"
-#include "platform/host/nt/irp_tracker.h"
-#include "platform/host/nt/kernel_faults.h"
-#include "platform/host/nt/pool.h"
-#include "platform/host/nt/scheduler.h"
-#include "platform/host/nt/thread.h"
-#include "platform/host/nt/verifier.h"
+#include "platform/host/nt/memory/pool.h"
+#include "platform/host/nt/scheduling/scheduler.h"
+#include "platform/host/nt/scheduling/thread.h"
+#include "platform/host/nt/verifier/irp_tracker.h"
+#include "platform/host/nt/verifier/kernel_faults.h"
+#include "platform/host/nt/verifier/verifier.h"
 #include "scenarios/status_text.h"
 
 namespace lidcam::scenarios {

@@ -4,7 +4,7 @@
 #include <string_view>
 #include <utility>
 
-#include "platform/host/nt/thread.h"
+#include "platform/host/nt/scheduling/thread.h"
 
 namespace lidcam::scenarios {
 namespace {

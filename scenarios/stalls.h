@@ -4,7 +4,7 @@
 #include <functional>
 #include <limits>
 
-#include "platform/host/nt/simulated_scheduler.h"
+#include "platform/host/nt/simulation/simulated_scheduler.h"
 #include "scenarios/random.h"
 
 namespace lidcam::scenarios {

@@ -5,7 +5,7 @@
 
 #include "camera_model/descriptors.h"
 #include "camera_model/raw_frame_geometry.h"
-#include "platform/host/nt/scheduler.h"
+#include "platform/host/nt/scheduling/scheduler.h"
 
 namespace lidcam::scenarios {
 namespace {

@@ -1,8 +1,8 @@
 #include "scenarios/surroundings.h"
 
 #include "driver/core/settings/settings_store.h"
-#include "platform/host/nt/device_object.h"
-#include "platform/host/nt/kernel_guards.h"
+#include "platform/host/nt/io/device_object.h"
+#include "platform/host/nt/processor/kernel_guards.h"
 #include "platform/host/nt/registry/registry.h"
 
 namespace lidcam::scenarios {

@@ -5,7 +5,7 @@
 #include <cstdio>
 
 #include "driver/core/base/camera_trace.h"
-#include "platform/host/nt/thread.h"
+#include "platform/host/nt/scheduling/thread.h"
 
 namespace lidcam::scenarios {
 namespace {

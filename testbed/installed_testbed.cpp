@@ -5,8 +5,8 @@
 #include <utility>
 
 #include "driver/avstream/entry/driver_entry.h"
-#include "platform/host/nt/device_object.h"
-#include "platform/host/nt/plug_and_play.h"
+#include "platform/host/nt/io/device_object.h"
+#include "platform/host/nt/io/plug_and_play.h"
 
 namespace lidcam::testbed {
 namespace {

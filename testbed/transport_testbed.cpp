@@ -7,7 +7,7 @@
 #include "driver/core/base/reference_counted_memory.h"
 #include "driver/frame/delivery/frame_delivery.h"
 #include "platform/host/ks/device/class_rules.h"
-#include "platform/host/nt/device_object.h"
+#include "platform/host/nt/io/device_object.h"
 
 namespace lidcam::testbed {
 namespace {

@@ -11,7 +11,7 @@
 #include "camera_model/camera_options.h"
 #include "platform/host/client/camera.h"
 #include "platform/host/client/stream.h"
-#include "platform/host/nt/simulated_scheduler.h"
+#include "platform/host/nt/simulation/simulated_scheduler.h"
 #include "testbed/installed_testbed.h"
 
 namespace lidcam::compliance {

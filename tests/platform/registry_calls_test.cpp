@@ -9,8 +9,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "platform/host/nt/device_object.h"
-#include "platform/host/nt/handles.h"
+#include "platform/host/nt/io/device_object.h"
+#include "platform/host/nt/objects/handles.h"
 #include "platform/host/nt/registry/registry.h"
 #include "tests/platform/registry_support.h"
 

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/host/nt/thread.h"
+#include "platform/host/nt/scheduling/thread.h"
 #include "scenarios/runner.h"
 #include "scenarios/sequences.h"
 

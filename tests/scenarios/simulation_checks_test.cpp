@@ -5,7 +5,7 @@
 
 #include <memory>
 
-#include "platform/host/nt/device_file.h"
+#include "platform/host/nt/io/device_file.h"
 #include "scenarios/checked_stream.h"
 #include "scenarios/client_stage.h"
 #include "scenarios/runner.h"

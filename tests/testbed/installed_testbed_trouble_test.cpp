@@ -7,9 +7,9 @@
 
 #include "camera_model/bus_adapter/simulated_bus.h"
 #include "platform/host/client/stream.h"
-#include "platform/host/nt/device_file.h"
-#include "platform/host/nt/kernel_faults.h"
-#include "platform/host/nt/kernel_guards.h"
+#include "platform/host/nt/io/device_file.h"
+#include "platform/host/nt/processor/kernel_guards.h"
+#include "platform/host/nt/verifier/kernel_faults.h"
 #include "testbed/installed_testbed.h"
 #include "testbed/worlds.h"
 #include "tests/driver/support/sanitizers.h"

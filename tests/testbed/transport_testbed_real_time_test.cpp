@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "camera_model/bus_adapter/simulated_bus.h"
-#include "platform/host/nt/irp_tracker.h"
+#include "platform/host/nt/verifier/irp_tracker.h"
 #include "testbed/transport_testbed.h"
 
 namespace lidcam::testbed {

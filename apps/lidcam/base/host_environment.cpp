@@ -16,10 +16,10 @@
 #include "apps/lidcam/base/command_error.h"
 #include "apps/lidcam/base/trace_observer.h"
 #include "apps/lidcam/register_sets/set_files.h"
-#include "platform/host/nt/debug_print.h"
-#include "platform/host/nt/files.h"
+#include "platform/host/nt/files/files.h"
 #include "platform/host/nt/registry/registry.h"
-#include "platform/host/nt/status_words.h"
+#include "platform/host/nt/system/debug_print.h"
+#include "platform/host/nt/system/status_words.h"
 
 namespace lidcam::app {
 namespace {

@@ -8,7 +8,7 @@
 #include "apps/lidcam/camera/core_camera.h"
 #include "base/time_units.h"
 #include "driver/core/control/stream_modes.h"
-#include "platform/host/nt/status_words.h"
+#include "platform/host/nt/system/status_words.h"
 #include "testbed/worlds.h"
 
 namespace lidcam::app {

@@ -8,7 +8,7 @@
 #include "apps/lidcam/base/command_error.h"
 #include "driver/avstream/properties/property_ids.h"
 #include "driver/core/settings/settings_store.h"
-#include "platform/host/nt/status_words.h"
+#include "platform/host/nt/system/status_words.h"
 
 namespace lidcam::app {
 namespace {

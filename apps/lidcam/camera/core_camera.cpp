@@ -8,7 +8,7 @@
 #include "apps/lidcam/base/command_error.h"
 #include "driver/core/control/camera_lifecycle.h"
 #include "driver/core/settings/settings_store.h"
-#include "platform/host/nt/device_object.h"
+#include "platform/host/nt/io/device_object.h"
 
 namespace lidcam::app {
 namespace {

@@ -17,7 +17,7 @@
 #include "driver/core/control/camera_lifecycle.h"
 #include "driver/core/control/stream_modes.h"
 #include "driver/sensor/controls/image_controls.h"
-#include "platform/host/nt/debug_print.h"
+#include "platform/host/nt/system/debug_print.h"
 
 namespace lidcam::app {
 namespace {

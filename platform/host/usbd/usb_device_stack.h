@@ -1,7 +1,7 @@
 #pragma once
 
 #include "bus/usb_bus.h"
-#include "platform/host/nt/device_object.h"
+#include "platform/host/nt/io/device_object.h"
 #include "platform/host/usbd/usb_request_server.h"
 
 namespace lidcam::host {

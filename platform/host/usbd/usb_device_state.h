@@ -3,7 +3,7 @@
 #include <cstdint>
 
 #include "bus/usb_bus.h"
-#include "platform/host/nt/kernel_guards.h"
+#include "platform/host/nt/processor/kernel_guards.h"
 #include "platform/host/usbd/usb_configuration.h"
 
 namespace lidcam::host {

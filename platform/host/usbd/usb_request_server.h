@@ -3,7 +3,7 @@
 #include <memory>
 
 #include "bus/usb_bus.h"
-#include "platform/host/nt/kernel_guards.h"
+#include "platform/host/nt/processor/kernel_guards.h"
 #include "platform/host/usbd/control_requests.h"
 #include "platform/host/usbd/isochronous_schedule.h"
 #include "platform/host/usbd/usb_device_state.h"

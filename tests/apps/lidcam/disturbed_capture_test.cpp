@@ -18,8 +18,8 @@
 #include "bus/capture/capture_bus.h"
 #include "bus/capture/recording_bus.h"
 #include "camera_model/bus_adapter/simulated_bus.h"
-#include "platform/host/nt/debug_print.h"
 #include "platform/host/nt/registry/registry.h"
+#include "platform/host/nt/system/debug_print.h"
 
 namespace lidcam::app {
 namespace {

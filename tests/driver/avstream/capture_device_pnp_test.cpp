@@ -1,8 +1,8 @@
-#include "platform/host/nt/pool.h"
+#include "platform/host/nt/memory/pool.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include "platform/host/nt/wdm_version.h"
+#include "platform/host/nt/system/wdm_version.h"
 #include "tests/driver/avstream/support/surface_world.h"
 
 namespace lidcam::test {

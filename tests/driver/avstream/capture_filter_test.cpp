@@ -3,7 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "platform/host/nt/pool.h"
+#include "platform/host/nt/memory/pool.h"
 #include "tests/driver/avstream/support/surface_world.h"
 
 namespace lidcam::test {

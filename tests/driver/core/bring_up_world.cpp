@@ -4,7 +4,7 @@
 
 #include <fstream>
 
-#include "platform/host/nt/files.h"
+#include "platform/host/nt/files/files.h"
 #include "platform/host/nt/registry/registry.h"
 
 namespace lidcam::test {

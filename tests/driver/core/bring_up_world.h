@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "driver/core/control/camera_lifecycle.h"
-#include "platform/host/nt/device_object.h"
-#include "platform/host/nt/pool.h"
+#include "platform/host/nt/io/device_object.h"
+#include "platform/host/nt/memory/pool.h"
 #include "tests/driver/support/register_space.h"
 
 namespace lidcam::test {

@@ -6,7 +6,7 @@
 #include <tuple>
 
 #include "driver/exposure/auto_exposure.h"
-#include "platform/host/nt/handles.h"
+#include "platform/host/nt/objects/handles.h"
 #include "platform/host/nt/registry/registry.h"
 #include "tests/driver/core/bring_up_world.h"
 

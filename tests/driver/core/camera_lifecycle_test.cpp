@@ -10,7 +10,7 @@
 #include <thread>
 
 #include "driver/core/base/camera_memory.h"
-#include "platform/host/nt/wdm_version.h"
+#include "platform/host/nt/system/wdm_version.h"
 #include "platform/kernel.h"
 #include "tests/driver/core/bring_up_world.h"
 #include "tests/driver/core/kernel_call_hooks.h"

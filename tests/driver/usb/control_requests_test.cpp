@@ -3,8 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "platform/host/nt/kernel_faults.h"
-#include "platform/host/nt/pool.h"
+#include "platform/host/nt/memory/pool.h"
+#include "platform/host/nt/verifier/kernel_faults.h"
 #include "tests/driver/usb/transport_world.h"
 
 namespace lidcam::test {

@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "driver/core/record/camera_context.h"
-#include "platform/host/nt/kernel_faults.h"
+#include "platform/host/nt/verifier/kernel_faults.h"
 #include "tests/driver/usb/support/camera_faults.h"
 #include "tests/driver/usb/transport_world.h"
 

@@ -2,8 +2,8 @@
 
 #include "driver/core/control/camera_lifecycle.h"
 #include "driver/usb/transfers/stream_recovery.h"
-#include "platform/host/nt/pool.h"
-#include "platform/host/nt/wdm_version.h"
+#include "platform/host/nt/memory/pool.h"
+#include "platform/host/nt/system/wdm_version.h"
 #include "tests/driver/usb/transport_world.h"
 
 namespace lidcam::test {

@@ -3,7 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "platform/host/nt/kernel_faults.h"
+#include "platform/host/nt/verifier/kernel_faults.h"
 #include "tests/driver/usb/transport_world.h"
 
 namespace lidcam::test {

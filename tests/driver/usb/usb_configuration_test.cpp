@@ -7,9 +7,9 @@
 #include <utility>
 
 #include "driver/core/base/camera_memory.h"
-#include "platform/host/nt/debug_print.h"
-#include "platform/host/nt/kernel_faults.h"
-#include "platform/host/nt/pool.h"
+#include "platform/host/nt/memory/pool.h"
+#include "platform/host/nt/system/debug_print.h"
+#include "platform/host/nt/verifier/kernel_faults.h"
 #include "tests/driver/usb/support/camera_faults.h"
 #include "tests/driver/usb/transport_world.h"
 

@@ -11,8 +11,8 @@
 #include "platform/host/ks/device/streaming_device.h"
 #include "platform/host/ks/formats/data_format.h"
 #include "platform/host/ks/pin/pin_block.h"
-#include "platform/host/nt/kernel_faults.h"
-#include "platform/host/nt/pool.h"
+#include "platform/host/nt/memory/pool.h"
+#include "platform/host/nt/verifier/kernel_faults.h"
 #include "tests/platform/irp_support.h"
 
 namespace lidcam::host {

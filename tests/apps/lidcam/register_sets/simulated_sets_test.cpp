@@ -19,7 +19,7 @@
 #include "driver/sensor/modes/setup_registers.h"
 #include "driver/sensor/register_sets/register_set_file.h"
 #include "driver/sensor/register_sets/register_set_list.h"
-#include "platform/host/nt/files.h"
+#include "platform/host/nt/files/files.h"
 #include "tests/driver/support/system_root.h"
 
 namespace lidcam::app {
