@@ -74,9 +74,9 @@ SUBJECTS = {
     "usb_descriptor": [
         "bus/enumeration.cpp",
         "driver/usb/requests/usb_configuration.cpp",
-        "platform/host/usbd/configuration_descriptor.cpp",
-        "platform/host/usbd/usb_configuration.cpp",
-        "platform/host/usbd/usbd_library.cpp",
+        "platform/host/usbd/configuration/configuration_descriptor.cpp",
+        "platform/host/usbd/configuration/usb_configuration.cpp",
+        "platform/host/usbd/configuration/usbd_library.cpp",
     ],
     "completion_sequence": ["driver/usb/*.cpp", "!driver/usb/requests/usb_configuration.cpp"],
     "command_line": [

@@ -6,7 +6,7 @@
 
 #include "bus/usb_bus.h"
 #include "driver/avstream/device/capture_device.h"
-#include "platform/host/usbd/usb_device_stack.h"
+#include "platform/host/usbd/device/usb_device_stack.h"
 #include "testbed/device_filter.h"
 #include "testbed/metered_bus.h"
 

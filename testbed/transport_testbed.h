@@ -15,7 +15,7 @@
 #include "driver/usb/stream/camera_usb_device.h"
 #include "platform/host/ks/device/streaming_device.h"
 #include "platform/host/ks/pin/streaming_pin.h"
-#include "platform/host/usbd/usb_device_stack.h"
+#include "platform/host/usbd/device/usb_device_stack.h"
 #include "testbed/device_filter.h"
 #include "testbed/metered_bus.h"
 #include "testbed/worlds.h"

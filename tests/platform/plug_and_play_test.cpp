@@ -15,7 +15,7 @@
 #include "camera_model/bus_adapter/simulated_bus.h"
 #include "platform/host/nt/io/device_file.h"
 #include "platform/host/nt/io/device_object.h"
-#include "platform/host/usbd/usb_device_stack.h"
+#include "platform/host/usbd/device/usb_device_stack.h"
 #include "tests/platform/simulation_support.h"
 
 namespace lidcam::host {

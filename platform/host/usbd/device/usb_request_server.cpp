@@ -1,8 +1,8 @@
-#include "platform/host/usbd/usb_request_server.h"
+#include "platform/host/usbd/device/usb_request_server.h"
 
 #include <optional>
 
-#include "platform/host/usbd/usb_request.h"
+#include "platform/host/usbd/requests/usb_request.h"
 
 namespace lidcam::host {
 namespace {

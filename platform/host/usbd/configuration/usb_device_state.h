@@ -4,7 +4,7 @@
 
 #include "bus/usb_bus.h"
 #include "platform/host/nt/processor/kernel_guards.h"
-#include "platform/host/usbd/usb_configuration.h"
+#include "platform/host/usbd/configuration/usb_configuration.h"
 
 namespace lidcam::host {
 

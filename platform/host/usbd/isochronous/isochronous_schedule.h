@@ -3,8 +3,8 @@
 #include <memory>
 #include <vector>
 
-#include "platform/host/usbd/isochronous_transfer.h"
-#include "platform/host/usbd/usb_device_state.h"
+#include "platform/host/usbd/configuration/usb_device_state.h"
+#include "platform/host/usbd/isochronous/isochronous_transfer.h"
 
 namespace lidcam::host {
 

@@ -1,10 +1,10 @@
-#include "platform/host/usbd/control_requests.h"
+#include "platform/host/usbd/control/control_requests.h"
 
 #include <algorithm>
 #include <span>
 
-#include "platform/host/usbd/configuration_descriptor.h"
-#include "platform/host/usbd/usb_status.h"
+#include "platform/host/usbd/configuration/configuration_descriptor.h"
+#include "platform/host/usbd/requests/usb_status.h"
 
 namespace lidcam::host {
 namespace {

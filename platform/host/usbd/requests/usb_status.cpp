@@ -1,4 +1,4 @@
-#include "platform/host/usbd/usb_status.h"
+#include "platform/host/usbd/requests/usb_status.h"
 
 namespace lidcam::host {
 

@@ -1,10 +1,10 @@
-#include "platform/host/usbd/isochronous_transfer.h"
+#include "platform/host/usbd/isochronous/isochronous_transfer.h"
 
 #include <algorithm>
 #include <cstring>
 #include <span>
 
-#include "platform/host/usbd/usb_status.h"
+#include "platform/host/usbd/requests/usb_status.h"
 
 namespace lidcam::host {
 namespace {

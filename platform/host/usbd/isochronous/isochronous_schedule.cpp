@@ -1,4 +1,4 @@
-#include "platform/host/usbd/isochronous_schedule.h"
+#include "platform/host/usbd/isochronous/isochronous_schedule.h"
 
 #include <algorithm>
 #include <utility>

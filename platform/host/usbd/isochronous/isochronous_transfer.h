@@ -4,8 +4,8 @@
 #include <vector>
 
 #include "bus/usb_bus.h"
-#include "platform/host/usbd/usb_configuration.h"
-#include "platform/host/usbd/usb_request.h"
+#include "platform/host/usbd/configuration/usb_configuration.h"
+#include "platform/host/usbd/requests/usb_request.h"
 
 namespace lidcam::host {
 

@@ -2,7 +2,7 @@
 
 #include "bus/usb_bus.h"
 #include "platform/host/nt/io/device_object.h"
-#include "platform/host/usbd/usb_request_server.h"
+#include "platform/host/usbd/device/usb_request_server.h"
 
 namespace lidcam::host {
 

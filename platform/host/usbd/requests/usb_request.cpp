@@ -1,6 +1,6 @@
-#include "platform/host/usbd/usb_request.h"
+#include "platform/host/usbd/requests/usb_request.h"
 
-#include "platform/host/usbd/usb_status.h"
+#include "platform/host/usbd/requests/usb_status.h"
 
 namespace lidcam::host {
 

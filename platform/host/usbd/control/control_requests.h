@@ -5,9 +5,9 @@
 #include <memory>
 #include <vector>
 
-#include "platform/host/usbd/isochronous_schedule.h"
-#include "platform/host/usbd/usb_device_state.h"
-#include "platform/host/usbd/usb_request.h"
+#include "platform/host/usbd/configuration/usb_device_state.h"
+#include "platform/host/usbd/isochronous/isochronous_schedule.h"
+#include "platform/host/usbd/requests/usb_request.h"
 
 namespace lidcam::host {
 

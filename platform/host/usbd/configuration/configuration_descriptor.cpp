@@ -1,4 +1,4 @@
-#include "platform/host/usbd/configuration_descriptor.h"
+#include "platform/host/usbd/configuration/configuration_descriptor.h"
 
 #include <cstring>
 

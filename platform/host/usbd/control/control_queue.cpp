@@ -1,7 +1,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "platform/host/usbd/control_requests.h"
+#include "platform/host/usbd/control/control_requests.h"
 
 namespace lidcam::host {
 

@@ -4,7 +4,7 @@
 #include <cstring>
 #include <span>
 
-#include "platform/host/usbd/configuration_descriptor.h"
+#include "platform/host/usbd/configuration/configuration_descriptor.h"
 #include "platform/kernel.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "platform/host/usbd/usb_device_stack.h"
+#include "platform/host/usbd/device/usb_device_stack.h"
 
 #include <exception>
 #include <stdexcept>

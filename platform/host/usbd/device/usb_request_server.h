@@ -4,9 +4,9 @@
 
 #include "bus/usb_bus.h"
 #include "platform/host/nt/processor/kernel_guards.h"
-#include "platform/host/usbd/control_requests.h"
-#include "platform/host/usbd/isochronous_schedule.h"
-#include "platform/host/usbd/usb_device_state.h"
+#include "platform/host/usbd/configuration/usb_device_state.h"
+#include "platform/host/usbd/control/control_requests.h"
+#include "platform/host/usbd/isochronous/isochronous_schedule.h"
 
 namespace lidcam::host {
 

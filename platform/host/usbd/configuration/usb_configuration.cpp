@@ -1,11 +1,11 @@
-#include "platform/host/usbd/usb_configuration.h"
+#include "platform/host/usbd/configuration/usb_configuration.h"
 
 #include <algorithm>
 #include <cstring>
 #include <utility>
 
 #include "bus/usb_types.h"
-#include "platform/host/usbd/configuration_descriptor.h"
+#include "platform/host/usbd/configuration/configuration_descriptor.h"
 
 namespace lidcam::host {
 
