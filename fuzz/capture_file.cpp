@@ -5,8 +5,8 @@
 #include <span>
 #include <vector>
 
-#include "bus/capture/control_history.h"
-#include "bus/capture/usb_record.h"
+#include "bus/capture/records/usb_record.h"
+#include "bus/capture/replay/control_history.h"
 #include "bus/enumeration.h"
 
 namespace {

@@ -18,9 +18,9 @@
 
 #include "apps/lidcam/base/command_error.h"
 #include "apps/lidcam/stream/replay_run.h"
-#include "bus/capture/capture_bus.h"
-#include "bus/capture/capture_source.h"
-#include "bus/capture/pcap_file.h"
+#include "bus/capture/files/pcap_file.h"
+#include "bus/capture/replay/capture_bus.h"
+#include "bus/capture/replay/capture_source.h"
 #include "bus/enumeration.h"
 #include "fuzz/app_in_virtual_time.h"
 #include "fuzz/input.h"

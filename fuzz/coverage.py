@@ -27,17 +27,17 @@ SUBJECTS = {
         "driver/frame/raw/raw_frame_parser.h",
     ],
     "capture_file": [
-        "bus/capture/control_history.cpp",
-        "bus/capture/usb_record.cpp",
-        "bus/capture/usbmon_record.cpp",
-        "bus/capture/usbpcap_record.cpp",
+        "bus/capture/replay/control_history.cpp",
+        "bus/capture/records/usb_record.cpp",
+        "bus/capture/records/usbmon_record.cpp",
+        "bus/capture/records/usbpcap_record.cpp",
     ],
     # Pipes and temporary files depend on the system and not on a capture's bytes (capture_input.cpp).
     "capture_replay": [
         "bus/capture/*.cpp",
-        "!bus/capture/capture_input.cpp",
-        "!bus/capture/recording_bus.cpp",
-        "!bus/capture/usb*_record.cpp",
+        "!bus/capture/files/capture_input.cpp",
+        "!bus/capture/recording/recording_bus.cpp",
+        "!bus/capture/records/usb*_record.cpp",
     ],
     "register_set_file": [
         "driver/sensor/register_sets/register_set_file.cpp",

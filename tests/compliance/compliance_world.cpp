@@ -5,8 +5,8 @@
 #include <filesystem>
 #include <stdexcept>
 
-#include "bus/capture/capture_bus.h"
-#include "bus/capture/recording_bus.h"
+#include "bus/capture/recording/recording_bus.h"
+#include "bus/capture/replay/capture_bus.h"
 #include "bus/enumeration.h"
 #include "bus/faults/fault_bus.h"
 #include "camera_model/bus_adapter/simulated_bus.h"

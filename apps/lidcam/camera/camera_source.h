@@ -7,7 +7,7 @@
 
 #include "apps/lidcam/base/host_environment.h"
 #include "apps/lidcam/output/file_roles.h"
-#include "bus/capture/capture_source.h"
+#include "bus/capture/replay/capture_source.h"
 #include "bus/usb_bus.h"
 #include "camera_model/light_schedule.h"
 

@@ -13,7 +13,7 @@
 #include "apps/lidcam/camera/bus_gates.h"
 #include "apps/lidcam/camera/core_camera.h"
 #include "apps/lidcam/camera/opened_camera.h"
-#include "bus/capture/control_history.h"
+#include "bus/capture/replay/control_history.h"
 #include "driver/core/control/camera_lifecycle.h"
 #include "driver/core/control/stream_modes.h"
 #include "driver/sensor/controls/image_controls.h"

@@ -13,7 +13,7 @@
 #include "apps/lidcam/commands/commands.h"
 #include "apps/lidcam/options/common_options.h"
 #include "apps/lidcam/output/utf8_text.h"
-#include "bus/capture/capture_source.h"
+#include "bus/capture/replay/capture_source.h"
 #include "camera_model/camera_identity.h"
 #include "camera_model/camera_options.h"
 

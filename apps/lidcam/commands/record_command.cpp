@@ -11,7 +11,7 @@
 #include "apps/lidcam/options/common_options.h"
 #include "apps/lidcam/options/fault_option.h"
 #include "apps/lidcam/stream/stream_run.h"
-#include "bus/capture/recording_bus.h"
+#include "bus/capture/recording/recording_bus.h"
 
 namespace lidcam::app {
 namespace {

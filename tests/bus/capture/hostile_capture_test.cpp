@@ -4,9 +4,9 @@
 #include <array>
 #include <iterator>
 
-#include "bus/capture/capture_bus.h"
-#include "bus/capture/capture_reader.h"
-#include "bus/capture/recording_bus.h"
+#include "bus/capture/recording/recording_bus.h"
+#include "bus/capture/replay/capture_bus.h"
+#include "bus/capture/replay/capture_reader.h"
 #include "bus/enumeration.h"
 #include "tests/bus/capture/capture_support.h"
 

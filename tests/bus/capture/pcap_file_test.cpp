@@ -1,4 +1,4 @@
-#include "bus/capture/pcap_file.h"
+#include "bus/capture/files/pcap_file.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

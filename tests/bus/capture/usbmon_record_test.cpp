@@ -3,7 +3,7 @@
 
 #include <algorithm>
 
-#include "bus/capture/usb_record.h"
+#include "bus/capture/records/usb_record.h"
 #include "tests/bus/capture/capture_support.h"
 
 namespace lidcam::bus::test {

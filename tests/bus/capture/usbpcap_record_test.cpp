@@ -3,8 +3,8 @@
 
 #include <algorithm>
 
-#include "bus/capture/control_history.h"
-#include "bus/capture/usb_record.h"
+#include "bus/capture/records/usb_record.h"
+#include "bus/capture/replay/control_history.h"
 #include "tests/bus/capture/capture_support.h"
 
 namespace lidcam::bus::test {

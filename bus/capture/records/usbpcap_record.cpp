@@ -3,9 +3,9 @@
 #include <cerrno>
 #include <string>
 
-#include "bus/capture/little_endian.h"
-#include "bus/capture/record_data.h"
-#include "bus/capture/usb_record.h"
+#include "bus/capture/records/little_endian.h"
+#include "bus/capture/records/record_data.h"
+#include "bus/capture/records/usb_record.h"
 
 namespace lidcam::bus {
 namespace {

@@ -1,4 +1,4 @@
-#include "bus/capture/capture_source.h"
+#include "bus/capture/replay/capture_source.h"
 
 #include <algorithm>
 #include <array>
@@ -7,10 +7,10 @@
 #include <set>
 #include <utility>
 
-#include "bus/capture/capture_reader.h"
-#include "bus/capture/control_history.h"
-#include "bus/capture/little_endian.h"
-#include "bus/capture/record_data.h"
+#include "bus/capture/records/little_endian.h"
+#include "bus/capture/records/record_data.h"
+#include "bus/capture/replay/capture_reader.h"
+#include "bus/capture/replay/control_history.h"
 
 namespace lidcam::bus {
 namespace {

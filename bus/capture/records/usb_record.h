@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "bus/capture/capture_error.h"
+#include "bus/capture/files/capture_error.h"
 #include "bus/usb_bus.h"
 #include "bus/usb_types.h"
 

@@ -1,8 +1,8 @@
-#include "bus/capture/capture_bus.h"
+#include "bus/capture/replay/capture_bus.h"
 
 #include <algorithm>
 
-#include "bus/capture/capture_reader.h"
+#include "bus/capture/replay/capture_reader.h"
 
 namespace lidcam::bus {
 namespace {

@@ -1,4 +1,4 @@
-#include "bus/capture/capture_reader.h"
+#include "bus/capture/replay/capture_reader.h"
 
 #include <algorithm>
 

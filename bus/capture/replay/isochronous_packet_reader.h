@@ -5,8 +5,8 @@
 #include <span>
 #include <string>
 
-#include "bus/capture/capture_reader.h"
-#include "bus/capture/capture_source.h"
+#include "bus/capture/replay/capture_reader.h"
+#include "bus/capture/replay/capture_source.h"
 
 namespace lidcam::bus {
 

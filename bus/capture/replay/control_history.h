@@ -4,7 +4,7 @@
 #include <map>
 #include <vector>
 
-#include "bus/capture/usb_record.h"
+#include "bus/capture/records/usb_record.h"
 
 namespace lidcam::bus {
 

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "bus/capture/pcap_file.h"
-#include "bus/capture/usb_record.h"
+#include "bus/capture/files/pcap_file.h"
+#include "bus/capture/records/usb_record.h"
 #include "bus/usb_bus.h"
 
 namespace lidcam::bus {

@@ -1,4 +1,4 @@
-#include "bus/capture/capture_input.h"
+#include "bus/capture/files/capture_input.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -12,7 +12,7 @@
 #include <system_error>
 #include <vector>
 
-#include "bus/capture/capture_error.h"
+#include "bus/capture/files/capture_error.h"
 
 namespace lidcam::bus {
 namespace {

@@ -1,4 +1,4 @@
-#include "bus/capture/pcap_file.h"
+#include "bus/capture/files/pcap_file.h"
 
 #include <fcntl.h>
 #include <pcap/pcap.h>

@@ -9,9 +9,9 @@
 #include <utility>
 #include <vector>
 
-#include "bus/capture/capture_source.h"
-#include "bus/capture/control_history.h"
-#include "bus/capture/isochronous_packet_reader.h"
+#include "bus/capture/replay/capture_source.h"
+#include "bus/capture/replay/control_history.h"
+#include "bus/capture/replay/isochronous_packet_reader.h"
 #include "bus/usb_bus.h"
 
 namespace lidcam::bus {

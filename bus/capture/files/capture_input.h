@@ -3,7 +3,7 @@
 #include <memory>
 #include <string>
 
-#include "bus/capture/decompression.h"
+#include "bus/capture/files/decompression.h"
 
 namespace lidcam::bus {
 

@@ -1,4 +1,4 @@
-#include "bus/capture/decompression.h"
+#include "bus/capture/files/decompression.h"
 
 #include <archive.h>
 #include <archive_entry.h>

@@ -1,4 +1,4 @@
-#include "bus/capture/recording_bus.h"
+#include "bus/capture/recording/recording_bus.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "bus/capture/usb_record.h"
+#include "bus/capture/records/usb_record.h"
 
 namespace lidcam::bus {
 

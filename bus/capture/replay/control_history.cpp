@@ -1,4 +1,4 @@
-#include "bus/capture/control_history.h"
+#include "bus/capture/replay/control_history.h"
 
 namespace lidcam::bus {
 namespace {

@@ -1,4 +1,4 @@
-#include "bus/capture/record_data.h"
+#include "bus/capture/records/record_data.h"
 
 #include <algorithm>
 #include <string>

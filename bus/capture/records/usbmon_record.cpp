@@ -4,10 +4,10 @@
 #include <string>
 
 #include "base/time_units.h"
-#include "bus/capture/little_endian.h"
-#include "bus/capture/pcap_file.h"
-#include "bus/capture/record_data.h"
-#include "bus/capture/usb_record.h"
+#include "bus/capture/files/pcap_file.h"
+#include "bus/capture/records/little_endian.h"
+#include "bus/capture/records/record_data.h"
+#include "bus/capture/records/usb_record.h"
 
 namespace lidcam::bus {
 namespace {

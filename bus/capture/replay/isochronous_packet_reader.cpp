@@ -1,4 +1,4 @@
-#include "bus/capture/isochronous_packet_reader.h"
+#include "bus/capture/replay/isochronous_packet_reader.h"
 
 #include <map>
 

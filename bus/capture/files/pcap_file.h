@@ -7,8 +7,8 @@
 #include <string>
 
 #include "base/file_replacement.h"
-#include "bus/capture/capture_error.h"
-#include "bus/capture/capture_input.h"
+#include "bus/capture/files/capture_error.h"
+#include "bus/capture/files/capture_input.h"
 
 struct pcap;
 struct pcap_dumper;

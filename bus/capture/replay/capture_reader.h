@@ -3,8 +3,8 @@
 #include <cstdint>
 #include <string>
 
-#include "bus/capture/pcap_file.h"
-#include "bus/capture/usb_record.h"
+#include "bus/capture/files/pcap_file.h"
+#include "bus/capture/records/usb_record.h"
 
 namespace lidcam::bus {
 
