@@ -87,8 +87,8 @@ SUBJECTS = {
         "apps/lidcam/plot/frame_log_reader.cpp",
         "apps/lidcam/base/stream_size.cpp",
         "apps/lidcam/base/units.cpp",
-        "camera_model/camera_options.cpp",
-        "camera_model/light_schedule.cpp",
+        "camera_model/device/camera_options.cpp",
+        "camera_model/optics/light_schedule.cpp",
     ],
 }
 

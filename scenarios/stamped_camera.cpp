@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
-#include "camera_model/descriptors.h"
-#include "camera_model/raw_frame_geometry.h"
+#include "camera_model/device/descriptors.h"
+#include "camera_model/frames/raw_frame_geometry.h"
 #include "platform/host/nt/scheduling/scheduler.h"
 
 namespace lidcam::scenarios {

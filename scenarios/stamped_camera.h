@@ -8,7 +8,7 @@
 #include <string>
 
 #include "bus/usb_bus.h"
-#include "camera_model/usb_device.h"
+#include "camera_model/device/usb_device.h"
 #include "scenarios/surroundings.h"
 
 namespace lidcam::scenarios {

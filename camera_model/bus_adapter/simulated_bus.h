@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "bus/usb_bus.h"
-#include "camera_model/camera_options.h"
-#include "camera_model/usb_device.h"
+#include "camera_model/device/camera_options.h"
+#include "camera_model/device/usb_device.h"
 
 namespace lidcam::bus {
 

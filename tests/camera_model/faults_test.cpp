@@ -1,10 +1,10 @@
-#include "camera_model/faults.h"
+#include "camera_model/frames/faults.h"
 
 #include <gtest/gtest.h>
 
 #include <numeric>
 
-#include "camera_model/usb_device.h"
+#include "camera_model/device/usb_device.h"
 
 namespace lidcam::camera_model {
 namespace {

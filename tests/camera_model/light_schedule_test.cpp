@@ -1,4 +1,4 @@
-#include "camera_model/light_schedule.h"
+#include "camera_model/optics/light_schedule.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "camera_model/usb_device.h"
+#include "camera_model/device/usb_device.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

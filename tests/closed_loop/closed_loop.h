@@ -11,8 +11,8 @@
 #include "apps/lidcam/camera/core_camera.h"
 #include "apps/lidcam/frames/frame_log.h"
 #include "camera_model/bus_adapter/simulated_bus.h"
-#include "camera_model/light_schedule.h"
-#include "camera_model/scene.h"
+#include "camera_model/optics/light_schedule.h"
+#include "camera_model/scene/scene.h"
 #include "tests/closed_loop/native_stream.h"
 
 namespace lidcam::app {

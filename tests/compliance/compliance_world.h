@@ -8,7 +8,7 @@
 #include <string>
 
 #include "bus/usb_bus.h"
-#include "camera_model/camera_options.h"
+#include "camera_model/device/camera_options.h"
 #include "platform/host/client/camera.h"
 #include "platform/host/client/stream.h"
 #include "platform/host/nt/simulation/simulated_scheduler.h"

@@ -9,7 +9,7 @@
 #include "bus/capture/files/capture_input.h"
 #include "bus/capture/replay/capture_bus.h"
 #include "camera_model/bus_adapter/simulated_bus.h"
-#include "camera_model/camera_options.h"
+#include "camera_model/device/camera_options.h"
 
 namespace lidcam::app {
 namespace {

@@ -9,7 +9,7 @@
 #include "apps/lidcam/output/file_roles.h"
 #include "bus/capture/replay/capture_source.h"
 #include "bus/usb_bus.h"
-#include "camera_model/light_schedule.h"
+#include "camera_model/optics/light_schedule.h"
 
 namespace lidcam::app {
 

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "apps/lidcam/base/units.h"
-#include "camera_model/camera_options.h"
+#include "camera_model/device/camera_options.h"
 #include "driver/core/record/camera_context.h"
 
 namespace lidcam::app {

@@ -14,8 +14,8 @@
 #include "apps/lidcam/options/common_options.h"
 #include "apps/lidcam/output/utf8_text.h"
 #include "bus/capture/replay/capture_source.h"
-#include "camera_model/camera_identity.h"
-#include "camera_model/camera_options.h"
+#include "camera_model/device/camera_identity.h"
+#include "camera_model/device/camera_options.h"
 
 namespace lidcam::app {
 namespace {

@@ -8,7 +8,7 @@
 #include "apps/lidcam/base/trace_observer.h"
 #include "apps/lidcam/frames/replay_pipeline.h"
 #include "apps/lidcam/output/output_file.h"
-#include "camera_model/light_schedule.h"
+#include "camera_model/optics/light_schedule.h"
 #include "driver/core/record/camera_context.h"
 
 namespace lidcam::app {

@@ -4,10 +4,10 @@
 #include <string>
 #include <string_view>
 
-#include "camera_model/descriptors.h"
-#include "camera_model/light_schedule.h"
-#include "camera_model/sensor_model.h"
-#include "camera_model/usb_device.h"
+#include "camera_model/chips/sensor_model.h"
+#include "camera_model/device/descriptors.h"
+#include "camera_model/device/usb_device.h"
+#include "camera_model/optics/light_schedule.h"
 
 namespace lidcam::camera_model {
 

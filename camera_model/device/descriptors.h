@@ -5,7 +5,7 @@
 #include <optional>
 #include <vector>
 
-#include "camera_model/camera_identity.h"
+#include "camera_model/device/camera_identity.h"
 
 namespace lidcam::camera_model {
 

@@ -1,4 +1,4 @@
-#include "camera_model/descriptors.h"
+#include "camera_model/device/descriptors.h"
 
 #include <span>
 #include <string_view>

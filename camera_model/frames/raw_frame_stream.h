@@ -4,12 +4,12 @@
 #include <span>
 #include <vector>
 
-#include "camera_model/bridge.h"
-#include "camera_model/exposure.h"
-#include "camera_model/faults.h"
-#include "camera_model/picture_processing.h"
-#include "camera_model/raw_frame_geometry.h"
-#include "camera_model/scene.h"
+#include "camera_model/chips/bridge.h"
+#include "camera_model/frames/faults.h"
+#include "camera_model/frames/raw_frame_geometry.h"
+#include "camera_model/optics/exposure.h"
+#include "camera_model/optics/picture_processing.h"
+#include "camera_model/scene/scene.h"
 
 namespace lidcam::camera_model {
 

@@ -1,4 +1,4 @@
-#include "camera_model/camera_identity.h"
+#include "camera_model/device/camera_identity.h"
 
 #include <algorithm>
 

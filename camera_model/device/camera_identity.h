@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <span>
 
-#include "camera_model/sensor_model.h"
+#include "camera_model/chips/sensor_model.h"
 
 namespace lidcam::camera_model {
 

@@ -1,11 +1,11 @@
-#include "camera_model/usb_device.h"
+#include "camera_model/device/usb_device.h"
 
 #include <algorithm>
 #include <cstring>
 #include <stdexcept>
 #include <string>
 
-#include "camera_model/test_card.h"
+#include "camera_model/scene/test_card.h"
 
 namespace lidcam::camera_model {
 namespace {

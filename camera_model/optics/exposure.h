@@ -2,10 +2,10 @@
 
 #include <cstdint>
 
-#include "camera_model/bridge.h"
-#include "camera_model/exposure_banks.h"
-#include "camera_model/light_schedule.h"
-#include "camera_model/pixel_noise.h"
+#include "camera_model/chips/bridge.h"
+#include "camera_model/chips/exposure_banks.h"
+#include "camera_model/optics/light_schedule.h"
+#include "camera_model/optics/pixel_noise.h"
 
 namespace lidcam::camera_model {
 

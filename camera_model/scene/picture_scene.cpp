@@ -12,7 +12,7 @@
 
 #include <csetjmp>
 
-#include "camera_model/scene.h"
+#include "camera_model/scene/scene.h"
 
 namespace lidcam::camera_model {
 namespace {

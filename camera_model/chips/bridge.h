@@ -6,7 +6,7 @@
 #include <span>
 
 #include "bus/usb_types.h"
-#include "camera_model/sensor_model.h"
+#include "camera_model/chips/sensor_model.h"
 
 namespace lidcam::camera_model {
 

@@ -5,9 +5,9 @@
 #include <span>
 #include <vector>
 
-#include "camera_model/bridge.h"
-#include "camera_model/pixel_noise.h"
-#include "camera_model/scene.h"
+#include "camera_model/chips/bridge.h"
+#include "camera_model/optics/pixel_noise.h"
+#include "camera_model/scene/scene.h"
 
 namespace lidcam::camera_model {
 

@@ -1,4 +1,4 @@
-#include "camera_model/faults.h"
+#include "camera_model/frames/faults.h"
 
 #include <algorithm>
 #include <array>

@@ -1,4 +1,4 @@
-#include "camera_model/test_card.h"
+#include "camera_model/scene/test_card.h"
 
 #include <algorithm>
 #include <array>

@@ -7,13 +7,13 @@
 #include <vector>
 
 #include "bus/usb_types.h"
-#include "camera_model/bridge.h"
-#include "camera_model/camera_identity.h"
-#include "camera_model/descriptors.h"
-#include "camera_model/exposure.h"
-#include "camera_model/raw_frame_stream.h"
-#include "camera_model/scene.h"
-#include "camera_model/sensor_model.h"
+#include "camera_model/chips/bridge.h"
+#include "camera_model/chips/sensor_model.h"
+#include "camera_model/device/camera_identity.h"
+#include "camera_model/device/descriptors.h"
+#include "camera_model/frames/raw_frame_stream.h"
+#include "camera_model/optics/exposure.h"
+#include "camera_model/scene/scene.h"
 
 namespace lidcam::camera_model {
 

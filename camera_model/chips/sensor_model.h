@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "camera_model/exposure_banks.h"
+#include "camera_model/chips/exposure_banks.h"
 
 namespace lidcam::camera_model {
 

@@ -1,11 +1,11 @@
-#include "camera_model/camera_options.h"
+#include "camera_model/device/camera_options.h"
 
 #include <charconv>
 #include <cstdio>
 #include <optional>
 #include <stdexcept>
 
-#include "camera_model/camera_identity.h"
+#include "camera_model/device/camera_identity.h"
 
 namespace lidcam::camera_model {
 namespace {
