@@ -34,7 +34,7 @@ SUBJECTS = {
     ],
     # Pipes and temporary files depend on the system and not on a capture's bytes (capture_input.cpp).
     "capture_replay": [
-        "bus/capture/*.cpp",
+        "bus/capture/**/*.cpp",
         "!bus/capture/files/capture_input.cpp",
         "!bus/capture/recording/recording_bus.cpp",
         "!bus/capture/records/usb*_record.cpp",
