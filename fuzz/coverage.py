@@ -66,9 +66,9 @@ SUBJECTS = {
     "data_format": [
         "driver/avstream/pin/capture_pin*.cpp",
         "platform/host/ks/formats/data_format.cpp",
-        "platform/host/ks/pin/pin_create.cpp",
+        "platform/host/ks/pin/requests/pin_create.cpp",
         "platform/host/ks/formats/pin_intersection.cpp",
-        "platform/host/ks/pin/pin_properties.cpp",
+        "platform/host/ks/pin/requests/pin_properties.cpp",
         "platform/host/ks/stream/stream_request.cpp",
     ],
     "usb_descriptor": [

@@ -14,7 +14,7 @@
 #include "driver/core/record/camera_context.h"
 #include "driver/usb/stream/camera_usb_device.h"
 #include "platform/host/ks/device/streaming_device.h"
-#include "platform/host/ks/pin/streaming_pin.h"
+#include "platform/host/ks/pin/requests/streaming_pin.h"
 #include "platform/host/usbd/device/usb_device_stack.h"
 #include "testbed/device_filter.h"
 #include "testbed/metered_bus.h"

@@ -1,4 +1,4 @@
-#include "platform/host/ks/pin/streaming_pin.h"
+#include "platform/host/ks/pin/requests/streaming_pin.h"
 
 #include <exception>
 #include <stdexcept>

@@ -2,8 +2,8 @@
 
 #include "platform/host/ks/device/device_block.h"
 #include "platform/host/ks/pin/pin_block.h"
-#include "platform/host/ks/pin/pin_properties.h"
-#include "platform/host/ks/pin/pin_state.h"
+#include "platform/host/ks/pin/requests/pin_properties.h"
+#include "platform/host/ks/pin/requests/pin_state.h"
 
 namespace lidcam::host {
 namespace {

@@ -1,4 +1,4 @@
-#include "platform/host/ks/pin/pin_state.h"
+#include "platform/host/ks/pin/requests/pin_state.h"
 
 namespace lidcam::host {
 namespace {

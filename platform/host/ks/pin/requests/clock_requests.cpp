@@ -1,6 +1,6 @@
 // Files that applications open on a pin's clock.
 
-#include "platform/host/ks/pin/clock_requests.h"
+#include "platform/host/ks/pin/requests/clock_requests.h"
 
 #include "platform/host/ks/declarations/guid_of.h"
 #include "platform/host/ks/pin/pin_answer.h"

@@ -5,7 +5,7 @@
 #include "platform/host/ks/device/device_block.h"
 #include "platform/host/ks/formats/data_format.h"
 #include "platform/host/ks/pin/pin_block.h"
-#include "platform/host/ks/pin/pin_state.h"
+#include "platform/host/ks/pin/requests/pin_state.h"
 
 namespace lidcam::host {
 namespace {

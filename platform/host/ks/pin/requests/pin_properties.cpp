@@ -1,10 +1,10 @@
-#include "platform/host/ks/pin/pin_properties.h"
+#include "platform/host/ks/pin/requests/pin_properties.h"
 
 #include "platform/host/ks/declarations/guid_of.h"
 #include "platform/host/ks/formats/data_format.h"
-#include "platform/host/ks/pin/clock_requests.h"
 #include "platform/host/ks/pin/pin_answer.h"
-#include "platform/host/ks/pin/pin_state.h"
+#include "platform/host/ks/pin/requests/clock_requests.h"
+#include "platform/host/ks/pin/requests/pin_state.h"
 
 namespace lidcam::host {
 namespace {
