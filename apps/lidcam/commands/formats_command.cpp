@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "apps/lidcam/camera/controls/sensor_notes.h"
 #include "apps/lidcam/camera/opened_camera.h"
-#include "apps/lidcam/camera/sensor_notes.h"
 #include "apps/lidcam/commands/commands.h"
 #include "apps/lidcam/options/common_options.h"
 #include "apps/lidcam/output/utf8_text.h"

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "apps/lidcam/base/command_error.h"
-#include "apps/lidcam/camera/sensor_notes.h"
+#include "apps/lidcam/camera/controls/sensor_notes.h"
 #include "apps/lidcam/commands/commands.h"
 #include "apps/lidcam/options/common_options.h"
 #include "apps/lidcam/output/utf8_text.h"

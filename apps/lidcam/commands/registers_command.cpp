@@ -4,8 +4,8 @@
 #include <string>
 
 #include "apps/lidcam/base/command_error.h"
-#include "apps/lidcam/camera/camera_stream.h"
 #include "apps/lidcam/camera/core_camera.h"
+#include "apps/lidcam/camera/streaming/camera_stream.h"
 #include "apps/lidcam/commands/commands.h"
 #include "apps/lidcam/options/common_options.h"
 #include "driver/sensor/registers/register_access.h"

@@ -12,7 +12,7 @@
 #include "apps/lidcam/base/units.h"
 #include "apps/lidcam/camera/camera_lock.h"
 #include "apps/lidcam/camera/camera_source.h"
-#include "apps/lidcam/camera/control_table.h"
+#include "apps/lidcam/camera/controls/control_table.h"
 
 namespace lidcam::app {
 

@@ -9,9 +9,9 @@
 
 #include "apps/lidcam/base/command_error.h"
 #include "apps/lidcam/base/interrupt.h"
+#include "apps/lidcam/camera/controls/sensor_notes.h"
 #include "apps/lidcam/camera/core_camera.h"
-#include "apps/lidcam/camera/sensor_notes.h"
-#include "apps/lidcam/camera/silence_watch.h"
+#include "apps/lidcam/camera/streaming/silence_watch.h"
 #include "apps/lidcam/frames/progress.h"
 #include "apps/lidcam/output/utf8_text.h"
 #include "base/time_units.h"

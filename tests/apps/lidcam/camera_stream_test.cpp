@@ -1,6 +1,6 @@
 // Streams of every size over buses of every width.
 
-#include "apps/lidcam/camera/camera_stream.h"
+#include "apps/lidcam/camera/streaming/camera_stream.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "apps/lidcam/camera/control_table.h"
+#include "apps/lidcam/camera/controls/control_table.h"
 
 #include <gtest/gtest.h>
 

@@ -14,7 +14,7 @@
 
 #include "apps/lidcam/base/host_environment.h"
 #include "apps/lidcam/base/trace_observer.h"
-#include "apps/lidcam/camera/camera_stream.h"
+#include "apps/lidcam/camera/streaming/camera_stream.h"
 #include "bus/capture/recording/recording_bus.h"
 #include "bus/capture/replay/capture_bus.h"
 #include "camera_model/bus_adapter/simulated_bus.h"

@@ -1,4 +1,4 @@
-#include "apps/lidcam/camera/camera_stream.h"
+#include "apps/lidcam/camera/streaming/camera_stream.h"
 
 #include <algorithm>
 #include <string>

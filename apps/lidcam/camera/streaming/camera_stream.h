@@ -7,7 +7,7 @@
 #include <span>
 
 #include "apps/lidcam/base/stream_size.h"
-#include "apps/lidcam/camera/control_table.h"
+#include "apps/lidcam/camera/controls/control_table.h"
 #include "apps/lidcam/camera/opened_camera.h"
 #include "apps/lidcam/frames/delivery_watch.h"
 #include "apps/lidcam/frames/progress.h"

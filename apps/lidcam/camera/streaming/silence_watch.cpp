@@ -1,4 +1,4 @@
-#include "apps/lidcam/camera/silence_watch.h"
+#include "apps/lidcam/camera/streaming/silence_watch.h"
 
 #include <string>
 
