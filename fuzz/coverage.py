@@ -85,7 +85,7 @@ SUBJECTS = {
         "apps/lidcam/options/fault_option.cpp",
         "apps/lidcam/main.cpp",
         "apps/lidcam/plot/frame_log_reader.cpp",
-        "apps/lidcam/base/stream_size.cpp",
+        "apps/lidcam/settings/stream_size.cpp",
         "apps/lidcam/base/units.cpp",
         "camera_model/device/camera_options.cpp",
         "camera_model/optics/light_schedule.cpp",

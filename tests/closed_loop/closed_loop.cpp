@@ -5,7 +5,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "apps/lidcam/base/host_environment.h"
+#include "apps/lidcam/settings/host_environment.h"
 #include "driver/core/control/control_codes.h"
 #include "driver/exposure/auto_exposure.h"
 #include "platform/host/nt/registry/registry.h"

@@ -4,9 +4,9 @@
 #include <memory>
 #include <vector>
 
-#include "apps/lidcam/base/stream_size.h"
 #include "apps/lidcam/camera/core_camera.h"
 #include "apps/lidcam/frames/replay_pipeline.h"
+#include "apps/lidcam/settings/stream_size.h"
 
 namespace lidcam::app {
 

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "apps/lidcam/base/host_environment.h"
 #include "apps/lidcam/output/file_roles.h"
+#include "apps/lidcam/settings/host_environment.h"
 #include "bus/capture/replay/capture_source.h"
 #include "bus/usb_bus.h"
 #include "camera_model/optics/light_schedule.h"

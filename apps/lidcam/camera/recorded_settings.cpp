@@ -9,10 +9,10 @@
 #include <vector>
 
 #include "apps/lidcam/base/command_error.h"
-#include "apps/lidcam/base/trace_observer.h"
 #include "apps/lidcam/camera/bus_gates.h"
 #include "apps/lidcam/camera/core_camera.h"
 #include "apps/lidcam/camera/opened_camera.h"
+#include "apps/lidcam/settings/trace_observer.h"
 #include "bus/capture/replay/control_history.h"
 #include "driver/core/control/camera_lifecycle.h"
 #include "driver/core/control/stream_modes.h"

@@ -7,8 +7,8 @@
 #include <span>
 #include <vector>
 
-#include "apps/lidcam/base/stream_size.h"
 #include "apps/lidcam/base/units.h"
+#include "apps/lidcam/settings/stream_size.h"
 #include "base/time_units.h"
 #include "driver/core/record/camera_context.h"
 #include "driver/frame/assembly/frame_assembly.h"

@@ -12,9 +12,9 @@
 #include <string_view>
 #include <vector>
 
-#include "apps/lidcam/base/host_environment.h"
-#include "apps/lidcam/base/trace_observer.h"
 #include "apps/lidcam/camera/streaming/camera_stream.h"
+#include "apps/lidcam/settings/host_environment.h"
+#include "apps/lidcam/settings/trace_observer.h"
 #include "bus/capture/recording/recording_bus.h"
 #include "bus/capture/replay/capture_bus.h"
 #include "camera_model/bus_adapter/simulated_bus.h"

@@ -3,9 +3,9 @@
 #include <memory>
 #include <string_view>
 
-#include "apps/lidcam/base/stream_size.h"
 #include "apps/lidcam/camera/core_camera.h"
 #include "apps/lidcam/camera/opened_camera.h"
+#include "apps/lidcam/settings/stream_size.h"
 #include "camera_model/bus_adapter/simulated_bus.h"
 #include "driver/core/control/stream_modes.h"
 

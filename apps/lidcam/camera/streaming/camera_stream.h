@@ -6,12 +6,12 @@
 #include <optional>
 #include <span>
 
-#include "apps/lidcam/base/stream_size.h"
 #include "apps/lidcam/camera/controls/control_table.h"
 #include "apps/lidcam/camera/opened_camera.h"
 #include "apps/lidcam/frames/delivery_watch.h"
 #include "apps/lidcam/frames/progress.h"
 #include "apps/lidcam/frames/replay_pipeline.h"
+#include "apps/lidcam/settings/stream_size.h"
 #include "platform/host/client/stream.h"
 
 namespace lidcam::app {

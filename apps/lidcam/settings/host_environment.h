@@ -2,7 +2,7 @@
 
 #include <filesystem>
 
-#include "apps/lidcam/base/run_settings.h"
+#include "apps/lidcam/settings/run_settings.h"
 
 namespace lidcam::app {
 

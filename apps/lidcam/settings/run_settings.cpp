@@ -1,4 +1,4 @@
-#include "apps/lidcam/base/run_settings.h"
+#include "apps/lidcam/settings/run_settings.h"
 
 #include <algorithm>
 #include <cstdint>

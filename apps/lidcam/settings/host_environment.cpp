@@ -1,4 +1,4 @@
-#include "apps/lidcam/base/host_environment.h"
+#include "apps/lidcam/settings/host_environment.h"
 
 #include <unistd.h>
 
@@ -14,8 +14,8 @@
 #include <system_error>
 
 #include "apps/lidcam/base/command_error.h"
-#include "apps/lidcam/base/trace_observer.h"
 #include "apps/lidcam/register_sets/set_files.h"
+#include "apps/lidcam/settings/trace_observer.h"
 #include "platform/host/nt/files/files.h"
 #include "platform/host/nt/registry/registry.h"
 #include "platform/host/nt/system/debug_print.h"
