@@ -1,6 +1,9 @@
 #pragma once
 
-#include "driver/frame/resampler/image_resampler.h"
+#include <cstdint>
+
+#include "driver/frame/resampler/image_types.h"
+#include "driver/frame/resampler/scale_job.h"
 
 namespace lidcam {
 

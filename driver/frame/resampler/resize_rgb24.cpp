@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "driver/frame/resampler/image_resampler.h"
 #include "driver/frame/resampler/resize_arguments.h"
 #include "driver/frame/resampler/resize_nearest.h"
 #include "driver/frame/resampler/scale_tables.h"

@@ -3,6 +3,8 @@
 #include <atomic>
 
 #include "driver/frame/resampler/cpu_features.h"
+#include "driver/frame/resampler/scale_reference.h"
+#include "driver/frame/resampler/scale_simd_kernels.h"
 
 namespace lidcam {
 namespace {

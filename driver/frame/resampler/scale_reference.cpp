@@ -1,3 +1,5 @@
+#include "driver/frame/resampler/scale_reference.h"
+
 // The scaler as it is defined, for every processor and every job.
 
 #include <algorithm>
@@ -5,7 +7,6 @@
 #include <utility>
 
 #include "driver/frame/resampler/aligned_memory.h"
-#include "driver/frame/resampler/scale_kernels.h"
 #include "driver/frame/resampler/source_bytes.h"
 
 namespace lidcam {

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "driver/frame/resampler/image_resampler.h"
+
 #include "driver/frame/resampler/resize_arguments.h"
 
 namespace lidcam {

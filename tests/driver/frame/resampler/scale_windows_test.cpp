@@ -8,6 +8,7 @@
 
 #include "driver/frame/resampler/cpu_features.h"
 #include "driver/frame/resampler/scale_kernels.h"
+#include "driver/frame/resampler/scale_reference.h"
 #include "driver/frame/resampler/yuy2_scale.h"
 #include "tests/driver/frame/resampler/bytewise_windows.h"
 #include "tests/driver/frame/resampler/guarded_buffer.h"
