@@ -47,7 +47,7 @@ SUBJECTS = {
         "!apps/lidcam/register_sets/set_files.cpp",
     ],
     "registry_text": ["platform/host/nt/registry/registry_text*.cpp", "platform/host/nt/registry/registry_tree.cpp"],
-    "resampler": ["driver/frame/resampler/*.cpp"],
+    "resampler": ["driver/frame/resampler/*.cpp", "driver/frame/resampler/jobs/*.cpp"],
     "fault_script": [
         "bus/faults/fault_agenda.cpp",
         "bus/faults/fault_grammar.cpp",

@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "driver/frame/resampler/image_resampler.h"
+#include "driver/frame/resampler/jobs/scale_reference.h"
 #include "driver/frame/resampler/scale_kernels.h"
-#include "driver/frame/resampler/scale_reference.h"
 #include "driver/frame/resampler/yuy2_scale.h"
 
 namespace {

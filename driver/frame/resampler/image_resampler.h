@@ -2,8 +2,8 @@
 
 #include <cstdint>
 
-#include "driver/frame/resampler/image_types.h"
-#include "driver/frame/resampler/scale_job.h"
+#include "driver/frame/resampler/jobs/image_types.h"
+#include "driver/frame/resampler/jobs/scale_job.h"
 
 namespace lidcam {
 

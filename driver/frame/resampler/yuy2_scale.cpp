@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <limits>
 
-#include "driver/frame/resampler/source_bytes.h"
+#include "driver/frame/resampler/jobs/source_bytes.h"
 
 namespace lidcam {
 namespace {

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "driver/frame/resampler/resize_arguments.h"
+#include "driver/frame/resampler/jobs/resize_arguments.h"
 
 namespace lidcam {
 

@@ -8,8 +8,7 @@
 #include <vector>
 
 #include "driver/frame/resampler/image_resampler.h"
-
-#include "driver/frame/resampler/resize_arguments.h"
+#include "driver/frame/resampler/jobs/resize_arguments.h"
 
 namespace lidcam {
 namespace {

@@ -2,7 +2,7 @@
 // skipped, which a test of its own tells by name.
 
 #include "driver/frame/resampler/scale_kernels.h"
-#include "driver/frame/resampler/scale_reference.h"
+#include "driver/frame/resampler/jobs/scale_reference.h"
 
 #include <gtest/gtest.h>
 

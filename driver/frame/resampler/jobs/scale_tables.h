@@ -3,8 +3,8 @@
 #include <cstdint>
 #include <span>
 
-#include "driver/frame/resampler/aligned_memory.h"
-#include "driver/frame/resampler/scale_job.h"
+#include "driver/frame/resampler/jobs/aligned_memory.h"
+#include "driver/frame/resampler/jobs/scale_job.h"
 
 namespace lidcam {
 

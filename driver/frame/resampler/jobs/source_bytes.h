@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <limits>
 
-#include "driver/frame/resampler/resize_arguments.h"
+#include "driver/frame/resampler/jobs/resize_arguments.h"
 
 namespace lidcam {
 

@@ -1,9 +1,9 @@
-#include "driver/frame/resampler/scale_tables.h"
+#include "driver/frame/resampler/jobs/scale_tables.h"
 
 #include <algorithm>
 #include <cstddef>
 
-#include "driver/frame/resampler/resize_arguments.h"
+#include "driver/frame/resampler/jobs/resize_arguments.h"
 
 namespace lidcam {
 namespace {

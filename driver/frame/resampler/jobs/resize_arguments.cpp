@@ -1,4 +1,4 @@
-#include "driver/frame/resampler/resize_arguments.h"
+#include "driver/frame/resampler/jobs/resize_arguments.h"
 
 #include <algorithm>
 #include <limits>

@@ -1,4 +1,4 @@
-#include "driver/frame/resampler/cpu_features.h"
+#include "driver/frame/resampler/jobs/cpu_features.h"
 
 #include <atomic>
 #include <cstdint>

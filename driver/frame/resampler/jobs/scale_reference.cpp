@@ -1,4 +1,4 @@
-#include "driver/frame/resampler/scale_reference.h"
+#include "driver/frame/resampler/jobs/scale_reference.h"
 
 // The scaler as it is defined, for every processor and every job.
 
@@ -6,8 +6,8 @@
 #include <cstddef>
 #include <utility>
 
-#include "driver/frame/resampler/aligned_memory.h"
-#include "driver/frame/resampler/source_bytes.h"
+#include "driver/frame/resampler/jobs/aligned_memory.h"
+#include "driver/frame/resampler/jobs/source_bytes.h"
 
 namespace lidcam {
 namespace {
