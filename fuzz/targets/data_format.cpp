@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <utility>
 
-#include "fuzz/installed_world.h"
+#include "fuzz/support/installed_world.h"
 
 namespace lidcam::fuzz {
 namespace {

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "fuzz/input.h"
+#include "fuzz/support/input.h"
 #include "platform/host/nt/declarations/nt_declarations.h"
 #include "platform/host/usbd/declarations/usb_declarations.h"
 #include "testbed/device_filter.h"

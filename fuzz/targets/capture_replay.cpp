@@ -22,8 +22,8 @@
 #include "bus/capture/replay/capture_bus.h"
 #include "bus/capture/replay/capture_source.h"
 #include "bus/enumeration.h"
-#include "fuzz/app_in_virtual_time.h"
-#include "fuzz/input.h"
+#include "fuzz/support/app_in_virtual_time.h"
+#include "fuzz/support/input.h"
 #include "platform/host/nt/system/debug_print.h"
 
 namespace lidcam::fuzz {

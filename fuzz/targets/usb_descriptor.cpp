@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "bus/enumeration.h"
-#include "fuzz/input.h"
-#include "fuzz/step_limit.h"
+#include "fuzz/support/input.h"
+#include "fuzz/support/step_limit.h"
 #include "platform/host/client/client_error.h"
 #include "platform/host/client/stream.h"
 #include "platform/host/nt/simulation/simulated_scheduler.h"

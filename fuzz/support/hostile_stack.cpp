@@ -1,4 +1,4 @@
-#include "fuzz/hostile_stack.h"
+#include "fuzz/support/hostile_stack.h"
 
 #include <algorithm>
 #include <iterator>

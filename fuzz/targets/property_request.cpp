@@ -12,7 +12,7 @@
 #include "driver/avstream/properties/property_requests.h"
 #include "driver/core/control/control_codes.h"
 #include "driver/core/settings/settings_store.h"
-#include "fuzz/installed_world.h"
+#include "fuzz/support/installed_world.h"
 
 namespace lidcam::fuzz {
 namespace {

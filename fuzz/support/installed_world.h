@@ -10,8 +10,8 @@
 #include <system_error>
 
 #include "driver/core/settings/settings_store.h"
-#include "fuzz/input.h"
-#include "fuzz/step_limit.h"
+#include "fuzz/support/input.h"
+#include "fuzz/support/step_limit.h"
 #include "platform/host/client/stream.h"
 #include "platform/host/nt/files/files.h"
 #include "platform/host/nt/io/device_object.h"

@@ -9,7 +9,7 @@
 
 #include "bus/faults/fault_script.h"
 #include "bus/faults/timed_faults.h"
-#include "fuzz/input.h"
+#include "fuzz/support/input.h"
 
 namespace {
 

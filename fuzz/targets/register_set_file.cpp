@@ -19,7 +19,7 @@
 #include "driver/sensor/modes/setup_registers.h"
 #include "driver/sensor/register_sets/register_set_file.h"
 #include "driver/sensor/register_sets/register_set_list.h"
-#include "fuzz/input.h"
+#include "fuzz/support/input.h"
 #include "platform/host/nt/files/files.h"
 #include "platform/host/nt/memory/pool.h"
 #include "platform/host/nt/objects/handles.h"

@@ -20,8 +20,8 @@
 #include <vector>
 
 #include "driver/core/base/camera_trace.h"
-#include "fuzz/app_in_virtual_time.h"
-#include "fuzz/input.h"
+#include "fuzz/support/app_in_virtual_time.h"
+#include "fuzz/support/input.h"
 #include "platform/host/nt/files/files.h"
 #include "platform/host/nt/registry/registry.h"
 #include "platform/host/nt/system/debug_print.h"

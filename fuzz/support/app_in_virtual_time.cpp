@@ -1,11 +1,11 @@
-#include "fuzz/app_in_virtual_time.h"
+#include "fuzz/support/app_in_virtual_time.h"
 
 #include <functional>
 #include <memory>
 #include <string>
 
 #include "camera_model/bus_adapter/simulated_bus.h"
-#include "fuzz/step_limit.h"
+#include "fuzz/support/step_limit.h"
 #include "platform/host/nt/simulation/simulated_scheduler.h"
 
 namespace lidcam::fuzz {

@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "fuzz/input.h"
+#include "fuzz/support/input.h"
 #include "platform/host/nt/registry/registry_text.h"
 
 namespace {

@@ -9,7 +9,7 @@
 
 #include "driver/frame/assembly/frame_assembly.h"
 #include "driver/frame/assembly/packet_walk.h"
-#include "fuzz/input.h"
+#include "fuzz/support/input.h"
 #include "platform/host/nt/system/debug_print.h"
 
 namespace lidcam::fuzz {
