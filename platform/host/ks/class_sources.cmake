@@ -3,6 +3,7 @@ set(LIDCAM_STREAMING_CLASS_SOURCES
   device/class_rules.cpp
   device/device_block.cpp
   device/device_requests.cpp
+  device/filter_block.cpp
   device/filter_factory.cpp
   device/power_requests.cpp
   entry/driver_entry_points.cpp

@@ -79,12 +79,4 @@ NTSTATUS DispatchPinControl(ObjectHead& head, PIRP irp) {
   return status == STATUS_PENDING ? status : CompleteRequest(irp, status);
 }
 
-void ReturnFramesOfAllPins(DeviceBlock& device) {
-  AcquireMutex(device);
-  for (LIST_ENTRY* link = device.Pins.Flink; link != &device.Pins; link = link->Flink) {
-    CONTAINING_RECORD(link, PinLink, Entry)->Pin->Frames.HandBack(false);
-  }
-  ReleaseMutex(device);
-}
-
 }  // namespace lidcam::host
