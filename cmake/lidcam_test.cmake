@@ -25,12 +25,9 @@ function(lidcam_test_headers)
     <array> <cstdint> <map> <span> <string> <vector> <gmock/gmock.h> <gtest/gtest.h>)
 endfunction()
 
-# Sources of a test that are compiled together: what the library's templates make, the compiler then
-# makes once for all of them.
-set(lidcam_test_sources_at_once 6)
-
-# How a test's sources are compiled, whether into a program or into objects for one.
-function(lidcam_compile_test target optimized libraries alone)
+# How a test's sources are compiled, whether into a program or into objects for one. All of them together:
+# what the library's templates make, the compiler then makes once.
+function(lidcam_compile_test target optimized libraries)
   target_link_libraries(${target} PRIVATE lidcam_warnings ${libraries} GTest::gmock GTest::gtest)
   target_compile_definitions(${target} PRIVATE LIDCAM_SOURCE_ROOT="${CMAKE_SOURCE_DIR}")
   if(NOT optimized)
@@ -40,18 +37,14 @@ function(lidcam_compile_test target optimized libraries alone)
     endif()
   endif()
   if(LIDCAM_SHARED_COMPILES)
-    set_target_properties(${target} PROPERTIES
-      UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE ${lidcam_test_sources_at_once})
-    if(alone)
-      set_source_files_properties(${alone} PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON)
-    endif()
+    set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 0)
   endif()
 endfunction()
 
 # Objects of a test, and the list of them for the builds that link them.
-function(lidcam_make_test_objects name optimized libraries sources alone)
-  add_library(${name} OBJECT ${sources} ${alone})
-  lidcam_compile_test(${name} "${optimized}" "${libraries}" "${alone}")
+function(lidcam_make_test_objects name optimized libraries sources)
+  add_library(${name} OBJECT ${sources})
+  lidcam_compile_test(${name} "${optimized}" "${libraries}")
   add_dependencies(test_objects ${name})
   file(GENERATE OUTPUT "${CMAKE_BINARY_DIR}/objects/${name}.txt"
     CONTENT "$<JOIN:$<TARGET_OBJECTS:${name}>,\n>\n")
@@ -70,23 +63,21 @@ function(lidcam_link_test_objects name)
   set_target_properties(${name} PROPERTIES LINKER_LANGUAGE CXX)
 endfunction()
 
-# lidcam_test(NAME [THREADS] [OPTIMIZED] [SHARDS count] SOURCES file... [ALONE file...]
-#             LIBRARIES target...): one GoogleTest executable. THREADS marks tests that ThreadSanitizer is
-# to see, OPTIMIZED those whose own code runs long, SHARDS those whose cases are dealt out to several
-# ctest entries, which run at the same time and before all others. ALONE are sources whose own names
-# others have, too.
+# lidcam_test(NAME [THREADS] [OPTIMIZED] [SHARDS count] SOURCES file... LIBRARIES target...): one
+# GoogleTest executable. THREADS marks tests that ThreadSanitizer is to see, OPTIMIZED those whose own code
+# runs long, SHARDS those whose cases are dealt out to several ctest entries, which run at the same time and
+# before all others.
 function(lidcam_test name)
-  cmake_parse_arguments(PARSE_ARGV 1 arg "THREADS;OPTIMIZED" "SHARDS" "SOURCES;ALONE;LIBRARIES")
+  cmake_parse_arguments(PARSE_ARGV 1 arg "THREADS;OPTIMIZED" "SHARDS" "SOURCES;LIBRARIES")
   if(LIDCAM_TEST_OBJECTS_ONLY)
-    lidcam_make_test_objects(${name} "${arg_OPTIMIZED}" "${arg_LIBRARIES}" "${arg_SOURCES}"
-                             "${arg_ALONE}")
+    lidcam_make_test_objects(${name} "${arg_OPTIMIZED}" "${arg_LIBRARIES}" "${arg_SOURCES}")
     return()
   endif()
   if(LIDCAM_TEST_OBJECTS)
     lidcam_link_test_objects(${name})
   else()
-    add_executable(${name} ${arg_SOURCES} ${arg_ALONE})
-    lidcam_compile_test(${name} "${arg_OPTIMIZED}" "${arg_LIBRARIES}" "${arg_ALONE}")
+    add_executable(${name} ${arg_SOURCES})
+    lidcam_compile_test(${name} "${arg_OPTIMIZED}" "${arg_LIBRARIES}")
   endif()
   target_link_libraries(${name} PRIVATE ${arg_LIBRARIES} lidcam_sanitizer_notice
                         GTest::gmock GTest::gtest GTest::gtest_main Threads::Threads)

@@ -2,7 +2,9 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <cstring>
 
+#include <cstring>
 #include <functional>
 #include <memory>
 #include <string>
@@ -15,6 +17,10 @@
 #include "testbed/installed_testbed.h"
 
 namespace lidcam::compliance {
+
+inline bool IsSame(const GUID& one, const GUID& other) {
+  return std::memcmp(&one, &other, sizeof(GUID)) == 0;
+}
 
 inline constexpr LONGLONG kMillisecond = 10'000;  // 100 ns
 inline constexpr LONGLONG kSecond = 1000 * kMillisecond;

@@ -17,7 +17,7 @@ namespace {
 using ::testing::HasSubstr;
 using ::testing::Not;
 
-const std::string kHeader = std::string(kFrameLogHeader) + "\n";
+const std::string kLogHeader = std::string(kFrameLogHeader) + "\n";
 const std::string kGoodRow = "1,0.064,104,3,29,3,1,156,522,Normal,Normal,1,0,0,300\n";
 
 std::vector<FrameRow> Read(const std::string& text) {
@@ -42,7 +42,7 @@ TEST(FrameLogReader, ReadsBackWhatTheLogWrote) {
                     .Events = {.Steps = 1, .Commits = 2, .Refused = 4},
                     .Lux = frame == 3 ? std::nullopt : std::optional(0.1)});
   }
-  std::string text = kHeader;
+  std::string text = kLogHeader;
   for (const FrameRow& row : rows) text += ToCsv(row) + "\n";
   EXPECT_EQ(Read(text), rows);
 }
@@ -50,11 +50,11 @@ TEST(FrameLogReader, ReadsBackWhatTheLogWrote) {
 TEST(FrameLogReader, LinesMayEndAsOnWindows) {
   EXPECT_EQ(Read(std::string(kFrameLogHeader) + "\r\n" + kGoodRow.substr(0, kGoodRow.size() - 1) +
                  "\r\n"),
-            Read(kHeader + kGoodRow));
+            Read(kLogHeader + kGoodRow));
 }
 
 TEST(FrameLogReader, AByteOrderMarkIsNoError) {
-  EXPECT_EQ(Read("\xEF\xBB\xBF" + kHeader + kGoodRow), Read(kHeader + kGoodRow));
+  EXPECT_EQ(Read("\xEF\xBB\xBF" + kLogHeader + kGoodRow), Read(kLogHeader + kGoodRow));
 }
 
 struct BadLog {
@@ -68,24 +68,26 @@ TEST(FrameLogReader, NamesTheLineAndTheReasonOfAnError) {
   const std::vector<BadLog> logs = {
       {"", "line 1", "empty"},
       {"time,luma\n", "line 1", "header is 'time,luma'"},
-      {kHeader, "line 1", "no frame"},
-      {kHeader + "1,2,3\n", "line 2", "3 fields in place of 15"},
-      {kHeader + kGoodRow + "\n", "line 3", "1 fields in place of 15"},
-      {kHeader + kGoodRow + kGoodRow, "line 3", "frame 1 does not come after frame 1"},
-      {kHeader + second + "3,0.05,104,3,29,3,1,156,522,Normal,Normal,1,0,0,300\n", "line 3",
+      {kLogHeader, "line 1", "no frame"},
+      {kLogHeader + "1,2,3\n", "line 2", "3 fields in place of 15"},
+      {kLogHeader + kGoodRow + "\n", "line 3", "1 fields in place of 15"},
+      {kLogHeader + kGoodRow + kGoodRow, "line 3", "frame 1 does not come after frame 1"},
+      {kLogHeader + second + "3,0.05,104,3,29,3,1,156,522,Normal,Normal,1,0,0,300\n", "line 3",
        "earlier"},
-      {kHeader + "1,0.064,256,3,29,3,1,156,522,Normal,Normal,1,0,0,300\n", "line 2",
+      {kLogHeader + "1,0.064,256,3,29,3,1,156,522,Normal,Normal,1,0,0,300\n", "line 2",
        "luma '256' is no number from 0 to 255"},
-      {kHeader + "1,0.064,104,3,-1,3,1,156,522,Normal,Normal,1,0,0,300\n", "line 2",
+      {kLogHeader + "1,0.064,104,3,-1,3,1,156,522,Normal,Normal,1,0,0,300\n", "line 2",
        "index '-1' is no number from 0 to 80"},
-      {kHeader + "1,0.064,104,3,29,3x,1,156,522,Normal,Normal,1,0,0,300\n", "line 2",
+      {kLogHeader + "1,0.064,104,3,29,3x,1,156,522,Normal,Normal,1,0,0,300\n", "line 2",
        "exposure '3x'"},
-      {kHeader + "1,nan,104,3,29,3,1,156,522,Normal,Normal,1,0,0,300\n", "line 2", "time_s 'nan'"},
-      {kHeader + "1,0.064,104,3,29,3,1,156,522,Twilight,Normal,1,0,0,300\n", "line 2",
+      {kLogHeader + "1,nan,104,3,29,3,1,156,522,Normal,Normal,1,0,0,300\n", "line 2",
+       "time_s 'nan'"},
+      {kLogHeader + "1,0.064,104,3,29,3,1,156,522,Twilight,Normal,1,0,0,300\n", "line 2",
        "light_state 'Twilight' is none of Normal, LowLight, Initial, Dummy"},
-      {kHeader + "1,0.064,104,3,29,3,1,156,522,Normal,Initial,1,0,0,300\n", "line 2",
+      {kLogHeader + "1,0.064,104,3,29,3,1,156,522,Normal,Initial,1,0,0,300\n", "line 2",
        "light_mode 'Initial'"},
-      {kHeader + "1,0.064,104,3,29,3,1,156,522,Normal,Normal,1,0,0,dark\n", "line 2", "lux 'dark'"},
+      {kLogHeader + "1,0.064,104,3,29,3,1,156,522,Normal,Normal,1,0,0,dark\n", "line 2",
+       "lux 'dark'"},
   };
   for (const BadLog& log : logs) {
     try {
@@ -113,7 +115,7 @@ std::size_t CountOf(const std::string& text, const std::string& part) {
 }
 
 std::vector<FrameRow> TwoStates() {
-  return Read(kHeader + kGoodRow + "2,1,30,3,53,7,3,134,1218,Normal,Normal,1,1,0,5\n" +
+  return Read(kLogHeader + kGoodRow + "2,1,30,3,53,7,3,134,1218,Normal,Normal,1,1,0,5\n" +
               "3,2,41,3,53,7,3,134,1218,Dummy,Dummy,0,0,2,5\n" +
               "4,3,41,3,50,6,3,134,1044,Dummy,Dummy,1,0,0,5\n");
 }
@@ -148,14 +150,14 @@ TEST(LoopPlot, NamesAxesAndStates) {
 }
 
 TEST(LoopPlot, ACameraOfGlassHasNoLightPanel) {
-  const std::string drawing =
-      DrawLoopPlot(Read(kHeader + "1,0.064,104,3,29,3,1,156,522,Normal,Normal,1,0,0,\n"), "Loop");
+  const std::string drawing = DrawLoopPlot(
+      Read(kLogHeader + "1,0.064,104,3,29,3,1,156,522,Normal,Normal,1,0,0,\n"), "Loop");
   EXPECT_THAT(drawing, Not(HasSubstr("light (lx)")));
 }
 
 TEST(LoopPlot, OneFrameAtTheVeryStartIsDrawnWithoutInfinities) {
   const std::string drawing =
-      DrawLoopPlot(Read(kHeader + "1,0,104,3,29,3,1,156,522,Normal,Normal,1,0,0,0\n"), "Loop");
+      DrawLoopPlot(Read(kLogHeader + "1,0,104,3,29,3,1,156,522,Normal,Normal,1,0,0,0\n"), "Loop");
   for (const char* before : {"\"", "-", ",", " "}) {
     EXPECT_EQ(CountOf(drawing, std::string(before) + "nan"), 0U);
     EXPECT_EQ(CountOf(drawing, std::string(before) + "inf"), 0U);

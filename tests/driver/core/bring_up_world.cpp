@@ -10,8 +10,6 @@
 namespace lidcam::test {
 namespace {
 
-constexpr std::uint32_t kTagOfWdm = 0x206D6457;
-
 void PutLittleEndian(std::ofstream& file, std::size_t value) {
   for (int shift = 0; shift < 32; shift += 8) file.put(static_cast<char>((value >> shift) & 0xFF));
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <cstdint>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -12,6 +13,9 @@
 #include "tests/driver/support/register_space.h"
 
 namespace lidcam::test {
+
+/// The pool tag of the driver's own memory: "Wdm ".
+inline constexpr std::uint32_t kTagOfWdm = 0x206D6457;
 
 struct CameraDeleter {
   void operator()(CameraContext* camera) const { DestroyCameraContext(camera); }

@@ -270,7 +270,6 @@ TEST(CameraBringUp, HasReadTheModeRegisterOnlyWhenTheSpareBlockFails) {
 
 TEST(CameraBringUp, TakesTheRecordAndEightBytesFromThePool) {
   BringUpWorld world;
-  constexpr std::uint32_t kTagOfWdm = 0x206D6457;
   const host::PoolUsage before = host::PoolUsageOfTag(kTagOfWdm);
   const CameraPointer camera = world.Create();
   const host::PoolUsage after = host::PoolUsageOfTag(kTagOfWdm);

@@ -333,7 +333,6 @@ TEST_F(CreatedCamera, HasReadyBuffersUntilTheLastIsFreed) {
 // --- memory ---
 
 TEST(CameraMemory, IsNonpagedAndCarriesTheTagWdm) {
-  constexpr std::uint32_t kTagOfWdm = 0x206D6457;
   const host::PoolUsage before = host::PoolUsageOfTag(kTagOfWdm);
   void* const memory = AllocateCameraMemory(123);
   ASSERT_NE(memory, nullptr);

@@ -90,6 +90,21 @@ struct PinRequest {
   alignas(8) std::array<UCHAR, 2048> Output{};
 };
 
+/// What a request got, as a value.
+template <typename Value>
+Value ValueOf(const PinRequest& request, std::size_t offset = 0) {
+  Value value{};
+  std::memcpy(&value, request.Output.data() + offset, sizeof(value));
+  return value;
+}
+
+/// An output buffer of some length, and how a request with it ends.
+struct Room {
+  ULONG Length;
+  NTSTATUS Status;
+  ULONG Information;
+};
+
 /// A filter with one kind of pin, and a file for the pin, a clock and the filter itself.
 class PinWorld {
  public:

@@ -13,8 +13,6 @@
 namespace lidcam {
 namespace {
 
-constexpr std::uint8_t kUntouched = 0xA5;
-
 bool g_hasDoubles = true;
 
 struct Frame {
