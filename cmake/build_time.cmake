@@ -10,6 +10,19 @@ function(lidcam_compile_together target)
   endif()
 endfunction()
 
+# A precompiled header holds the system's headers as they were. A package's files bear the time when they
+# were packaged, which may lie before the last build: neither the build tool nor the compiler's own
+# dependencies show an update of them, and clang++ then refuses the precompiled header. This header, the
+# first in each precompiled one, is written anew when a package changes.
+if(LIDCAM_SHARED_COMPILES AND NOT WIN32)
+  set(lidcam_system_headers "${CMAKE_BINARY_DIR}/system_headers.h")
+  add_custom_target(lidcam_system_headers
+    COMMAND "${CMAKE_COMMAND}" "-DOUTPUT=${lidcam_system_headers}"
+            -P "${CMAKE_CURRENT_SOURCE_DIR}/cmake/system_headers.cmake"
+    BYPRODUCTS "${lidcam_system_headers}"
+    VERBATIM)
+endif()
+
 # lidcam_host_headers(TARGET...): these have the library's headers that most sources of the host world
 # include compiled once.
 function(lidcam_host_headers)
@@ -19,7 +32,8 @@ function(lidcam_host_headers)
   file(WRITE "${CMAKE_BINARY_DIR}/host_headers.cpp" "")
   add_library(lidcam_host_headers OBJECT "${CMAKE_BINARY_DIR}/host_headers.cpp")
   target_link_libraries(lidcam_host_headers PUBLIC lidcam_warnings)
-  target_precompile_headers(lidcam_host_headers PRIVATE
+  add_dependencies(lidcam_host_headers lidcam_system_headers)
+  target_precompile_headers(lidcam_host_headers PRIVATE "${lidcam_system_headers}"
     <algorithm> <array> <chrono> <cstdint> <functional> <map> <memory> <mutex> <optional> <span>
     <string> <string_view> <vector>)
   foreach(target ${ARGN})

@@ -21,7 +21,8 @@ function(lidcam_test_headers)
   target_link_libraries(lidcam_test_headers PUBLIC lidcam_warnings GTest::gmock GTest::gtest)
   target_compile_definitions(lidcam_test_headers PUBLIC LIDCAM_SOURCE_ROOT="${CMAKE_SOURCE_DIR}")
   target_compile_options(lidcam_test_headers PRIVATE ${lidcam_test_code})
-  target_precompile_headers(lidcam_test_headers PRIVATE
+  add_dependencies(lidcam_test_headers lidcam_system_headers)
+  target_precompile_headers(lidcam_test_headers PRIVATE "${lidcam_system_headers}"
     <array> <cstdint> <map> <span> <string> <vector> <gmock/gmock.h> <gtest/gtest.h>)
 endfunction()
 
