@@ -8,6 +8,13 @@ option(LIDCAM_TEST_OBJECTS_ONLY "Compile the tests' own code, for other builds t
 set(LIDCAM_TEST_OBJECTS "" CACHE PATH
   "A build with LIDCAM_TEST_OBJECTS_ONLY whose objects are linked, in place of compiling the tests")
 
+# The program's own code under sanitizers is that of LIDCAM_TEST_OBJECTS, too: without sanitizers, over a
+# driver and a kernel that have them.
+set(LIDCAM_PROGRAM_OBJECTS OFF)
+if(LIDCAM_TEST_OBJECTS AND LIDCAM_SANITIZE)
+  set(LIDCAM_PROGRAM_OBJECTS ON)
+endif()
+
 # The headers that every test includes, compiled once.
 function(lidcam_test_headers)
   # Those tests that use threads, for ThreadSanitizer.
@@ -42,16 +49,22 @@ function(lidcam_compile_test target optimized libraries)
   endif()
 endfunction()
 
-# Objects of a test, and the list of them for the builds that link them.
-function(lidcam_make_test_objects name optimized libraries sources)
-  add_library(${name} OBJECT ${sources})
-  lidcam_compile_test(${name} "${optimized}" "${libraries}")
-  add_dependencies(test_objects ${name})
+# lidcam_list_objects(TARGET): the list of its objects for the builds that link them.
+function(lidcam_list_objects name)
   file(GENERATE OUTPUT "${CMAKE_BINARY_DIR}/objects/${name}.txt"
     CONTENT "$<JOIN:$<TARGET_OBJECTS:${name}>,\n>\n")
 endfunction()
 
-function(lidcam_link_test_objects name)
+# Objects of a test.
+function(lidcam_make_test_objects name optimized libraries sources)
+  add_library(${name} OBJECT ${sources})
+  lidcam_compile_test(${name} "${optimized}" "${libraries}")
+  add_dependencies(test_objects ${name})
+  lidcam_list_objects(${name})
+endfunction()
+
+# lidcam_read_objects(TARGET VARIABLE): the objects of another build's target.
+function(lidcam_read_objects name variable)
   set(list "${LIDCAM_TEST_OBJECTS}/objects/${name}.txt")
   if(NOT EXISTS "${list}")
     message(FATAL_ERROR "LIDCAM_TEST_OBJECTS: ${list} is not there. Configure that folder with the "
@@ -60,6 +73,12 @@ function(lidcam_link_test_objects name)
   set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${list}")
   file(STRINGS "${list}" objects)
   set_source_files_properties(${objects} PROPERTIES EXTERNAL_OBJECT TRUE)
+  set(${variable} ${objects} PARENT_SCOPE)
+endfunction()
+
+function(lidcam_link_test_objects name)
+  lidcam_read_objects(${name} objects)
+  set_source_files_properties(${objects} PROPERTIES EXTERNAL_OBJECT TRUE)
   add_executable(${name} ${objects})
   set_target_properties(${name} PROPERTIES LINKER_LANGUAGE CXX)
 endfunction()
@@ -67,7 +86,8 @@ endfunction()
 # lidcam_test(NAME [THREADS] [OPTIMIZED] [SHARDS count] SOURCES file... LIBRARIES target...): one
 # GoogleTest executable. THREADS marks tests that ThreadSanitizer is to see, OPTIMIZED those whose own code
 # runs long, SHARDS those whose cases are dealt out to several ctest entries, which run at the same time and
-# before all others.
+# before all others. All but THREADS run on one processor: the threads of a simulated world take turns, and
+# handing on the turn to another processor takes twice as long.
 function(lidcam_test name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "THREADS;OPTIMIZED" "SHARDS" "SOURCES;LIBRARIES")
   if(LIDCAM_TEST_OBJECTS_ONLY)
@@ -103,6 +123,16 @@ function(lidcam_test name)
     endif()
     if(arg_THREADS)
       set_tests_properties(${test} PROPERTIES LABELS threads)
+    else()
+      set_tests_properties(${test} PROPERTIES PROCESSOR_AFFINITY ON)
     endif()
   endforeach()
+endfunction()
+
+# lidcam_python_test(NAME SCRIPT argument...): a test of the program by a script, on one processor.
+find_package(Python3 REQUIRED COMPONENTS Interpreter)
+function(lidcam_python_test name script)
+  add_test(NAME ${name}
+    COMMAND Python3::Interpreter -B "${CMAKE_CURRENT_SOURCE_DIR}/${script}" ${ARGN})
+  set_tests_properties(${name} PROPERTIES TIMEOUT 900 PROCESSOR_AFFINITY ON)
 endfunction()
