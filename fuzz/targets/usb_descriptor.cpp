@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "bus/enumeration.h"
+#include "bus/passing_bus.h"
 #include "fuzz/support/input.h"
 #include "fuzz/support/step_limit.h"
 #include "platform/host/client/client_error.h"
@@ -33,9 +34,9 @@ constexpr bus::UsbStatus kRefusals[] = {bus::UsbStatus::Stalled,    bus::UsbStat
                                         bus::UsbStatus::NoBandwidth};
 
 // The simulated camera, but for what it says of itself.
-class HostileDevice final : public bus::UsbBus {
+class HostileDevice final : public bus::PassingBus {
  public:
-  explicit HostileDevice(Input& input) : input_(input) {}
+  HostileDevice(bus::UsbBus& camera, Input& input) : PassingBus(camera), input_(input) {}
 
   bus::ControlResult ControlTransfer(const bus::SetupPacket& setup,
                                      std::span<std::uint8_t> data) override {
@@ -45,26 +46,17 @@ class HostileDevice final : public bus::UsbBus {
     if (isChoice) {
       if (input_.OneIn(8)) return {AnyRefusal(), 0};
       // The camera knows its own configuration only, whatever number the descriptor gave it.
-      return camera_.ControlTransfer(
+      return PassingBus::ControlTransfer(
           {0, kSetConfiguration, setup.Value != 0 ? kUsual : kNone, 0, 0}, {});
     }
-    return camera_.ControlTransfer(setup, data);
+    return PassingBus::ControlTransfer(setup, data);
   }
 
   bus::UsbStatus SelectSetting(std::uint8_t interface, std::uint8_t setting) override {
     if (input_.OneIn(16)) return AnyRefusal();
-    const bus::UsbStatus status = camera_.SelectSetting(interface, setting);
+    const bus::UsbStatus status = PassingBus::SelectSetting(interface, setting);
     return status == bus::UsbStatus::Stalled && input_.OneIn(2) ? bus::UsbStatus::Ok : status;
   }
-
-  bus::IsochronousResult ReadIsochronous(std::uint8_t endpoint, std::span<std::uint8_t> buffer,
-                                         std::span<bus::IsochronousPacket> packets) override {
-    return camera_.ReadIsochronous(endpoint, buffer, packets);
-  }
-
-  void Abort(std::uint8_t endpoint) override { camera_.Abort(endpoint); }
-  [[nodiscard]] std::uint32_t FrameNumber() override { return camera_.FrameNumber(); }
-  void Unplug() override { camera_.Unplug(); }
 
  private:
   static constexpr std::uint16_t kUsual = 1;
@@ -76,7 +68,7 @@ class HostileDevice final : public bus::UsbBus {
     Bytes answer(UINT16_MAX);
     bus::SetupPacket whole = setup;
     whole.Length = UINT16_MAX;
-    answer.resize(camera_.ControlTransfer(whole, answer).Transferred);
+    answer.resize(PassingBus::ControlTransfer(whole, answer).Transferred);
     const bool isDevice = setup.Value >> 8 == 1;
     Bytes& last = isDevice ? lastDevice_ : lastConfiguration_;
     switch (input_.Take<std::uint8_t>() % 9) {
@@ -145,7 +137,6 @@ class HostileDevice final : public bus::UsbBus {
   Input& input_;
   Bytes lastDevice_;
   Bytes lastConfiguration_;
-  scenarios::StampedCamera camera_{{.BandwidthLimit = 5120}};
 };
 
 // What the tools do with a device, which refuse it with one line.
@@ -182,7 +173,8 @@ void Run(Input& input) {
   host::SimulatedScheduler world(limit.WorldOptions(chosen));
   limit.BeginInput();
   {
-    HostileDevice device(input);
+    scenarios::StampedCamera stamped({.BandwidthLimit = 5120});
+    HostileDevice device(stamped, input);
     if ((chosen & 1U) != 0) Enumerate(device);
     testbed::InstalledTestbed camera(device, {});
     const bool isUp = camera.Start() == STATUS_SUCCESS;

@@ -64,9 +64,9 @@ struct BringUp {
 };
 
 /// Keeps the requests that go by.
-class RequestKeeper final : public PassingBus {
+class RequestKeeper final : public bus::PassingBus {
  public:
-  using PassingBus::PassingBus;
+  using bus::PassingBus::PassingBus;
 
   bus::ControlResult ControlTransfer(const bus::SetupPacket& setup,
                                      std::span<std::uint8_t> data) override {

@@ -30,7 +30,7 @@ std::uint8_t ControlEndpoint(const SetupPacket& setup) {
 }  // namespace
 
 RecordingBus::RecordingBus(UsbBus& bus, const std::string& path, RecordingOptions options)
-    : bus_(bus),
+    : PassingBus(bus),
       options_(std::move(options)),
       writer_(std::make_unique<PcapWriter>(path, kLinkTypeUsbmon)) {}
 
@@ -39,7 +39,7 @@ RecordingBus::~RecordingBus() = default;
 ControlResult RecordingBus::ControlTransfer(const SetupPacket& setup,
                                             std::span<std::uint8_t> data) {
   const std::uint64_t id = SubmitControl(setup, data);
-  const ControlResult result = bus_.ControlTransfer(setup, data);
+  const ControlResult result = PassingBus::ControlTransfer(setup, data);
   CompleteControl(id, setup, result, data);
   return result;
 }
@@ -47,7 +47,7 @@ ControlResult RecordingBus::ControlTransfer(const SetupPacket& setup,
 UsbStatus RecordingBus::SelectSetting(std::uint8_t interface, std::uint8_t alternateSetting) {
   const SetupPacket setup{0x01, 0x0B, alternateSetting, interface, 0};
   const std::uint64_t id = SubmitControl(setup, {});
-  const UsbStatus status = bus_.SelectSetting(interface, alternateSetting);
+  const UsbStatus status = PassingBus::SelectSetting(interface, alternateSetting);
   CompleteControl(id, setup, {status, 0}, {});
   return status;
 }
@@ -55,24 +55,12 @@ UsbStatus RecordingBus::SelectSetting(std::uint8_t interface, std::uint8_t alter
 IsochronousResult RecordingBus::ReadIsochronous(std::uint8_t endpoint,
                                                 std::span<std::uint8_t> buffer,
                                                 std::span<IsochronousPacket> packets) {
-  if (packets.empty()) return bus_.ReadIsochronous(endpoint, buffer, packets);
+  if (packets.empty()) return PassingBus::ReadIsochronous(endpoint, buffer, packets);
   const std::vector<Piece> pieces =
       SubmitIsochronous(endpoint, packets.size(), buffer.size() / packets.size());
-  const IsochronousResult result = bus_.ReadIsochronous(endpoint, buffer, packets);
+  const IsochronousResult result = PassingBus::ReadIsochronous(endpoint, buffer, packets);
   CompleteIsochronous(endpoint, pieces, result, buffer, packets);
   return result;
-}
-
-void RecordingBus::Abort(std::uint8_t endpoint) {
-  bus_.Abort(endpoint);
-}
-
-std::uint32_t RecordingBus::FrameNumber() {
-  return bus_.FrameNumber();
-}
-
-void RecordingBus::Unplug() {
-  bus_.Unplug();
 }
 
 void RecordingBus::Finish() {
@@ -116,7 +104,7 @@ UsbRecord RecordingBus::NewRecord(RecordEvent event, TransferType type, std::uin
 
 std::uint64_t RecordingBus::SubmitControl(const SetupPacket& setup,
                                           std::span<const std::uint8_t> data) {
-  const std::int64_t time = TimeAt(std::uint64_t{bus_.FrameNumber()} * kMicroframesPerFrame);
+  const std::int64_t time = TimeAt(std::uint64_t{FrameNumber()} * kMicroframesPerFrame);
   const std::lock_guard lock(mutex_);
   UsbRecord record = NewRecord(RecordEvent::Submit, TransferType::Control, ControlEndpoint(setup));
   record.Id = nextId_++;
@@ -132,7 +120,7 @@ std::uint64_t RecordingBus::SubmitControl(const SetupPacket& setup,
 void RecordingBus::CompleteControl(std::uint64_t id, const SetupPacket& setup,
                                    const ControlResult& result,
                                    std::span<const std::uint8_t> data) {
-  const std::int64_t time = TimeAt(std::uint64_t{bus_.FrameNumber()} * kMicroframesPerFrame);
+  const std::int64_t time = TimeAt(std::uint64_t{FrameNumber()} * kMicroframesPerFrame);
   const std::lock_guard lock(mutex_);
   UsbRecord record =
       NewRecord(RecordEvent::Complete, TransferType::Control, ControlEndpoint(setup));
@@ -148,7 +136,7 @@ void RecordingBus::CompleteControl(std::uint64_t id, const SetupPacket& setup,
 std::vector<RecordingBus::Piece> RecordingBus::SubmitIsochronous(std::uint8_t endpoint,
                                                                  std::size_t packetCount,
                                                                  std::size_t share) {
-  const std::int64_t time = TimeAt(std::uint64_t{bus_.FrameNumber()} * kMicroframesPerFrame);
+  const std::int64_t time = TimeAt(std::uint64_t{FrameNumber()} * kMicroframesPerFrame);
   const std::lock_guard lock(mutex_);
   std::vector<Piece> pieces;
   const std::size_t perRecord = PacketsPerRecord(share);

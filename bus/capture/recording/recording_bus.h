@@ -9,7 +9,7 @@
 
 #include "bus/capture/files/pcap_file.h"
 #include "bus/capture/records/usb_record.h"
-#include "bus/usb_bus.h"
+#include "bus/passing_bus.h"
 
 namespace lidcam::bus {
 
@@ -25,7 +25,7 @@ struct RecordingOptions {
 ///
 /// A recording that is to be found and replayed begins with EnumerateDevice() through this bus. A
 /// recording that can't be written stops; the traffic goes on, and Failure() and Finish() tell.
-class RecordingBus final : public UsbBus {
+class RecordingBus final : public PassingBus {
  public:
   /// @param bus  outlives the recording
   /// Throws CaptureError if the file can't be made.
@@ -37,9 +37,6 @@ class RecordingBus final : public UsbBus {
   UsbStatus SelectSetting(std::uint8_t interface, std::uint8_t alternateSetting) override;
   IsochronousResult ReadIsochronous(std::uint8_t endpoint, std::span<std::uint8_t> buffer,
                                     std::span<IsochronousPacket> packets) override;
-  void Abort(std::uint8_t endpoint) override;
-  [[nodiscard]] std::uint32_t FrameNumber() override;
-  void Unplug() override;
 
   /// Ends the recording and brings the file under its name. Requests that follow still pass, but
   /// are not recorded.
@@ -70,7 +67,6 @@ class RecordingBus final : public UsbBus {
                            std::span<const IsochronousPacket> packets);
   void Write(UsbRecord& record, std::int64_t time);
 
-  UsbBus& bus_;
   const RecordingOptions options_;
   std::mutex mutex_;  ///< guards everything below
   std::unique_ptr<PcapWriter> writer_;
