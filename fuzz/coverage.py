@@ -52,6 +52,7 @@ SUBJECTS = {
         "bus/faults/fault_agenda.cpp",
         "bus/faults/fault_grammar.cpp",
         "bus/faults/fault_script.cpp",
+        "bus/faults/frame_faults.cpp",
         "bus/faults/packet_disturbance.cpp",
         "bus/faults/timed_faults.cpp",
     ],

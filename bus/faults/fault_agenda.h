@@ -17,6 +17,11 @@ inline constexpr std::uint64_t kMicrosecondsPerMicroframe = 125;
   return microseconds / kMicrosecondsPerMicroframe;
 }
 
+/// Microframes that a length of time takes, the last one in part perhaps.
+[[nodiscard]] constexpr std::uint64_t MicroframesIn(std::uint64_t microseconds) {
+  return (microseconds + kMicrosecondsPerMicroframe - 1) / kMicrosecondsPerMicroframe;
+}
+
 /// A fault of the script that is not yet, or not wholly, carried out.
 class PendingFault {
  public:
@@ -25,7 +30,7 @@ class PendingFault {
   PendingFault(const BusFault& fault, std::size_t index, std::uint64_t bits);
 
   [[nodiscard]] const BusFault& Fault() const { return fault_; }
-  /// Number of the request, or bus time in microframes.
+  /// Number of the request, bus time in microframes, or FramePacket().
   [[nodiscard]] std::uint64_t Begin() const { return begin_; }
   [[nodiscard]] bool IsSpent() const { return isSpent_; }
   /// @return true at the first call

@@ -26,7 +26,8 @@ struct FaultBusOptions {
   std::function<void(const std::string& line)> Observer{};
 };
 
-/// Passes everything on to another bus and lets go wrong what a script says.
+/// Passes everything on to another bus and lets go wrong what a script says, but for the faults of frames,
+/// which only a camera can have.
 ///
 /// Equal scripts over equal traffic give equal faults: requests are counted, the stream's time is
 /// the bus's own, and flipped bits follow from the script. A request that the other bus refuses keeps its

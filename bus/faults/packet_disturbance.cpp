@@ -16,6 +16,18 @@ void PutMarker(std::span<std::uint8_t> share, std::size_t at) {
             share.begin() + static_cast<std::ptrdiff_t>(at));
 }
 
+std::uint32_t ShortestPacketFor(FaultKind kind) {
+  switch (kind) {
+    case FaultKind::Marker:
+      return 3;
+    case FaultKind::Short:
+    case FaultKind::FalseStart:
+      return 2;
+    default:
+      return 1;
+  }
+}
+
 }  // namespace
 
 // Bits that lie behind each other by one step each: no two are the same.
@@ -31,16 +43,9 @@ void FlipBits(std::span<std::uint8_t> bytes, base::SplitMix random) {
   }
 }
 
-std::uint32_t ShortestPacketFor(FaultKind kind) {
-  switch (kind) {
-    case FaultKind::Marker:
-      return 3;
-    case FaultKind::Short:
-    case FaultKind::FalseStart:
-      return 2;
-    default:
-      return 1;
-  }
+bool IsFitFor(FaultKind kind, std::span<const std::uint8_t> share,
+              const IsochronousPacket& packet) {
+  return packet.Length >= ShortestPacketFor(kind) && packet.Length <= share.size();
 }
 
 void DisturbPacket(FaultKind kind, std::span<std::uint8_t> share, IsochronousPacket& packet,

@@ -84,6 +84,7 @@ std::uint64_t DrawPlace(base::SplitMix& random, FaultPlace place, std::uint64_t 
     case FaultPlace::Setting:
       return random.Between(0, kHighestRandomSetting);
     case FaultPlace::Time:
+    case FaultPlace::Frame:
       break;
   }
   return DrawTime(random, length);

@@ -11,7 +11,6 @@ namespace {
 
 constexpr auto kMicroframesPerSecond = static_cast<double>(base::kMicroframesPerSecond);
 constexpr std::uint64_t kStartDelay = 8;
-constexpr std::uint64_t kWithoutEnd = UINT64_MAX;
 
 constexpr std::size_t kLevelOffset = 16;
 constexpr std::size_t kMeanLuminanceOffset = 23;
@@ -21,10 +20,6 @@ void PutLittleEndian(std::vector<std::uint8_t>& bytes, std::size_t at, std::uint
   for (std::size_t i = 0; i < count; ++i) {
     bytes[at + i] = static_cast<std::uint8_t>(value >> (8 * i) & 0xFF);
   }
-}
-
-std::uint64_t EndOfRun(std::uint64_t microframe, std::uint32_t length) {
-  return length == 0 ? kWithoutEnd : microframe + length;
 }
 
 }  // namespace
@@ -40,8 +35,6 @@ void RawFrameStream::Restart(std::uint64_t microframe) {
   period_ = kMicroframesPerSecond / 30;
   lastMicroframe_ = microframe;
   nextFrameAt_ = static_cast<double>(microframe + kStartDelay);
-  firstFrameOfStream_ = framesBegun_;
-  packetOfStream_ = 0;
   pausedUntil_ = 0;
   silentUntil_ = 0;
   isStalled_ = false;
@@ -59,14 +52,14 @@ StreamPacket RawFrameStream::Packet(std::uint64_t microframe, std::uint32_t limi
   if (microframe < silentUntil_) {
     (void)TakeBytes(limit);
     ++packetOfFrame_;
-    ++packetOfStream_;
     return {};
   }
-  const PacketFault* fault =
-      faults_.FaultFor(framesBegun_ - 1 - firstFrameOfStream_, packetOfFrame_, packetOfStream_);
-  ++packetOfFrame_;
-  ++packetOfStream_;
-  return fault != nullptr ? ApplyFault(*fault, limit) : StreamPacket{TakeBytes(limit)};
+  const std::uint64_t at = bus::FramePacket(framesBegun_, ++packetOfFrame_);
+  if (const auto interruption = faults_.TakeInterruption(at)) {
+    return Interrupt(*interruption, limit);
+  }
+  const std::span<const std::uint8_t> bytes = TakeBytes(limit);
+  return faults_.IsDisturbed(at) ? Disturb(at, bytes, limit) : StreamPacket{bytes};
 }
 
 void RawFrameStream::PassOver(std::uint64_t microframes, std::uint32_t limit) {
@@ -81,23 +74,29 @@ std::span<const std::uint8_t> RawFrameStream::TakeBytes(std::uint32_t limit) {
   return bytes;
 }
 
-StreamPacket RawFrameStream::ApplyFault(const PacketFault& fault, std::uint32_t limit) {
-  switch (fault.Kind) {
-    case FaultKind::Stall:
-      isStalled_ = true;
-      return {{}, false, true};
-    case FaultKind::EmptyRun:
-      // The pause counts as a packet; the bytes go out after it, under the next number.
-      pausedUntil_ = EndOfRun(lastMicroframe_, fault.Microframes);
-      return {};
-    case FaultKind::Silence:
-      silentUntil_ = EndOfRun(lastMicroframe_, fault.Microframes);
-      (void)TakeBytes(limit);
-      return {};
-    default:
-      disturbed_ = Disturb(TakeBytes(limit), fault.Kind, limit);
-      return {disturbed_.Bytes, disturbed_.HasBusError, false};
+StreamPacket RawFrameStream::Interrupt(const bus::BusFault& fault, std::uint32_t limit) {
+  const std::uint64_t end = lastMicroframe_ + bus::MicroframesIn(fault.Amount);
+  if (fault.Kind == bus::FaultKind::Stall) {
+    isStalled_ = true;
+    return {{}, false, true};
   }
+  if (fault.Kind == bus::FaultKind::Pause) {
+    // The pause counts as a packet; the bytes go out after it, under the next number.
+    pausedUntil_ = end;
+    return {};
+  }
+  silentUntil_ = end;
+  (void)TakeBytes(limit);
+  return {};
+}
+
+StreamPacket RawFrameStream::Disturb(std::uint64_t at, std::span<const std::uint8_t> bytes,
+                                     std::uint32_t limit) {
+  disturbed_.assign(bytes.begin(), bytes.end());
+  disturbed_.resize(limit);
+  bus::IsochronousPacket packet{0, static_cast<std::uint32_t>(bytes.size()), bus::UsbStatus::Ok};
+  faults_.Disturb(at, disturbed_, packet);
+  return {std::span(disturbed_).first(packet.Length), packet.Status != bus::UsbStatus::Ok, false};
 }
 
 void RawFrameStream::CatchUp(std::uint64_t microframe) {

@@ -4,8 +4,8 @@
 #include <span>
 #include <vector>
 
+#include "bus/faults/frame_faults.h"
 #include "camera_model/chips/bridge.h"
-#include "camera_model/frames/faults.h"
 #include "camera_model/frames/raw_frame_geometry.h"
 #include "camera_model/optics/exposure.h"
 #include "camera_model/optics/picture_processing.h"
@@ -40,8 +40,10 @@ class RawFrameStream {
   [[nodiscard]] StreamPacket Packet(std::uint64_t microframe, std::uint32_t limit);
 
   void SetLight(const SceneLight& light) { light_ = light; }
-  [[nodiscard]] FaultScript& Faults() { return faults_; }
-  /// Ends a stall that the fault script began.
+  /// Faults of frames that the stream is to have from here on, in place of those before.
+  void SetFaults(const bus::FaultScript& script) { faults_ = bus::FrameFaults(script); }
+  [[nodiscard]] bus::FrameFaults& Faults() { return faults_; }
+  /// Ends a stall that a fault began.
   void ClearStall() { isStalled_ = false; }
 
   /// Frames begun since the camera got power.
@@ -55,28 +57,28 @@ class RawFrameStream {
   void CatchUp(std::uint64_t microframe);
   [[nodiscard]] bool IsFrameUnderWay() const { return offset_ < frame_.size(); }
   [[nodiscard]] std::span<const std::uint8_t> TakeBytes(std::uint32_t limit);
-  [[nodiscard]] StreamPacket ApplyFault(const PacketFault& fault, std::uint32_t limit);
+  [[nodiscard]] StreamPacket Interrupt(const bus::BusFault& fault, std::uint32_t limit);
+  [[nodiscard]] StreamPacket Disturb(std::uint64_t at, std::span<const std::uint8_t> bytes,
+                                     std::uint32_t limit);
 
   Bridge& bridge_;
   Scene& scene_;
   std::uint64_t seed_;
   SceneLight light_;
-  FaultScript faults_;
+  bus::FrameFaults faults_;
   PictureProcessor processor_;
   RgbImage view_;
   std::vector<double> lineExposure_;
   std::vector<std::uint8_t> frame_;
   std::size_t offset_ = 0;
-  DisturbedPacket disturbed_;
+  std::vector<std::uint8_t> disturbed_;
   std::uint64_t lastMicroframe_ = 0;
   std::uint64_t startedAt_ = 0;  ///< microframe of the stream's start
   double nextFrameAt_ = 0;       ///< in microframes
   double period_ = 0;            ///< of the last frame, in microframes
   std::uint64_t framesBegun_ = 0;
-  std::uint64_t firstFrameOfStream_ = 0;
   std::uint64_t viewNumber_ = 0;  ///< frames the sensor has taken, sent or not
   std::uint64_t packetOfFrame_ = 0;
-  std::uint64_t packetOfStream_ = 0;
   std::uint64_t pausedUntil_ = 0;
   std::uint64_t silentUntil_ = 0;
   bool isStalled_ = false;

@@ -4,10 +4,12 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <span>
 #include <string_view>
 #include <vector>
 
 #include "bus/faults/fault_script.h"
+#include "bus/faults/frame_faults.h"
 #include "bus/faults/timed_faults.h"
 #include "fuzz/support/input.h"
 
@@ -22,6 +24,7 @@ constexpr std::uint64_t kReads = 8;
 
 void Suffer(const FaultScript& script) {
   TimedFaults faults{script};
+  FrameFaults ofFrames{script};
   FaultCounts counts;
   std::vector<BusFault> begun;
   for (std::uint64_t read = 0; read < kReads; ++read) {
@@ -34,8 +37,15 @@ void Suffer(const FaultScript& script) {
                     static_cast<std::uint32_t>(i % (share + 1)), UsbStatus::Ok};
     }
     (void)faults.Disturb(read * kPackets, buffer, packets, counts, begun);
+    for (std::size_t i = 0; i < kPackets; ++i) {
+      const std::uint64_t at = FramePacket(read + 1, i + 1);
+      if (ofFrames.TakeInterruption(at)) continue;
+      ofFrames.Disturb(at, std::span(buffer).subspan(i * share, share), packets[i]);
+    }
     for (const IsochronousPacket& packet : packets) Require(packet.Length <= share);
   }
+  const std::vector<BusFault> begunInFrames = ofFrames.TakeBegun();
+  begun.insert(begun.end(), begunInFrames.begin(), begunInFrames.end());
   Require(begun.size() <= script.Faults.size());
 }
 
