@@ -16,7 +16,7 @@
 #include "driver/core/base/camera_trace.h"
 #include "platform/host/nt/memory/pool.h"
 #include "platform/host/nt/verifier/irp_tracker.h"
-#include "scenarios/random.h"
+#include "scenarios/run/random.h"
 #include "testbed/transport_testbed.h"
 
 namespace lidcam::scenarios {

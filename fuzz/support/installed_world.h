@@ -19,7 +19,7 @@
 #include "platform/host/nt/registry/registry.h"
 #include "platform/host/nt/simulation/simulated_scheduler.h"
 #include "platform/host/nt/system/debug_print.h"
-#include "scenarios/stamped_camera.h"
+#include "scenarios/camera/stamped_camera.h"
 #include "testbed/installed_testbed.h"
 
 namespace lidcam::fuzz {

@@ -18,7 +18,7 @@
 #include "platform/host/nt/processor/kernel_guards.h"
 #include "platform/host/nt/simulation/simulated_scheduler.h"
 #include "platform/host/nt/system/debug_print.h"
-#include "scenarios/stamped_camera.h"
+#include "scenarios/camera/stamped_camera.h"
 #include "testbed/transport_testbed.h"
 
 namespace lidcam::fuzz {

@@ -3,8 +3,8 @@
 #include <gtest/gtest.h>
 
 #include "platform/host/nt/scheduling/thread.h"
+#include "scenarios/plays/sequences.h"
 #include "scenarios/runner.h"
-#include "scenarios/sequences.h"
 
 namespace lidcam::scenarios {
 namespace {

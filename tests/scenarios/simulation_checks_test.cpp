@@ -6,8 +6,8 @@
 #include <memory>
 
 #include "platform/host/nt/io/device_file.h"
-#include "scenarios/checked_stream.h"
-#include "scenarios/client_stage.h"
+#include "scenarios/clients/checked_stream.h"
+#include "scenarios/clients/client_stage.h"
 #include "scenarios/runner.h"
 
 namespace lidcam::scenarios {

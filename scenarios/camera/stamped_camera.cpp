@@ -1,4 +1,4 @@
-#include "scenarios/stamped_camera.h"
+#include "scenarios/camera/stamped_camera.h"
 
 #include <algorithm>
 #include <cstring>

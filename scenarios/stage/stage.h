@@ -9,13 +9,13 @@
 #include <vector>
 
 #include "bus/faults/fault_bus.h"
-#include "scenarios/interposer.h"
-#include "scenarios/random.h"
-#include "scenarios/run_result.h"
-#include "scenarios/stalls.h"
-#include "scenarios/stamped_camera.h"
-#include "scenarios/surroundings.h"
-#include "scenarios/trace_record.h"
+#include "scenarios/camera/interposer.h"
+#include "scenarios/camera/stamped_camera.h"
+#include "scenarios/camera/surroundings.h"
+#include "scenarios/run/random.h"
+#include "scenarios/run/run_result.h"
+#include "scenarios/run/stalls.h"
+#include "scenarios/run/trace_record.h"
 #include "testbed/transport_testbed.h"
 
 namespace lidcam::scenarios {

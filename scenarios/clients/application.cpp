@@ -1,4 +1,4 @@
-#include "scenarios/application.h"
+#include "scenarios/clients/application.h"
 
 #include <algorithm>
 #include <array>
@@ -9,9 +9,9 @@
 #include "platform/host/client/client_error.h"
 #include "platform/host/nt/scheduling/scheduler.h"
 #include "platform/host/nt/scheduling/thread.h"
-#include "scenarios/client_stage.h"
-#include "scenarios/property_requests.h"
-#include "scenarios/status_text.h"
+#include "scenarios/clients/client_stage.h"
+#include "scenarios/clients/property_requests.h"
+#include "scenarios/run/status_text.h"
 
 namespace lidcam::scenarios {
 namespace {

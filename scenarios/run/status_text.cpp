@@ -1,4 +1,4 @@
-#include "scenarios/status_text.h"
+#include "scenarios/run/status_text.h"
 
 #include <algorithm>
 #include <array>

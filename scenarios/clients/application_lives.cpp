@@ -1,7 +1,7 @@
 // What applications do with their steps.
 
-#include "scenarios/application.h"
-#include "scenarios/client_stage.h"
+#include "scenarios/clients/application.h"
+#include "scenarios/clients/client_stage.h"
 
 namespace lidcam::scenarios {
 

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "platform/host/client/stream.h"
-#include "scenarios/stage.h"
+#include "scenarios/stage/stage.h"
 
 namespace lidcam::scenarios {
 

@@ -1,4 +1,4 @@
-#include "scenarios/late_scenarios.h"
+#include "scenarios/plays/late_scenarios.h"
 
 #include <string_view>
 #include <utility>

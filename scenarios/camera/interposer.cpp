@@ -1,4 +1,4 @@
-#include "scenarios/interposer.h"
+#include "scenarios/camera/interposer.h"
 
 #include <stdexcept>
 #include <utility>

@@ -1,4 +1,4 @@
-#include "scenarios/sequences.h"
+#include "scenarios/plays/sequences.h"
 
 namespace lidcam::scenarios {
 namespace {

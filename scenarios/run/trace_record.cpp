@@ -1,4 +1,4 @@
-#include "scenarios/trace_record.h"
+#include "scenarios/run/trace_record.h"
 
 #include <array>
 #include <cstdarg>

@@ -5,7 +5,7 @@
 #include <limits>
 
 #include "platform/host/nt/simulation/simulated_scheduler.h"
-#include "scenarios/random.h"
+#include "scenarios/run/random.h"
 
 namespace lidcam::scenarios {
 

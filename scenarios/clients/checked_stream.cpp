@@ -1,4 +1,4 @@
-#include "scenarios/checked_stream.h"
+#include "scenarios/clients/checked_stream.h"
 
 #include <algorithm>
 #include <utility>

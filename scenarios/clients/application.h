@@ -7,9 +7,9 @@
 #include <string>
 
 #include "platform/host/client/camera.h"
-#include "scenarios/checked_stream.h"
-#include "scenarios/random.h"
-#include "scenarios/stage.h"
+#include "scenarios/clients/checked_stream.h"
+#include "scenarios/run/random.h"
+#include "scenarios/stage/stage.h"
 
 namespace lidcam::scenarios {
 

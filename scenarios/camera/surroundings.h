@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "platform/kernel.h"
-#include "scenarios/random.h"
+#include "scenarios/run/random.h"
 
 namespace lidcam::scenarios {
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "platform/host/client/property_client.h"
-#include "scenarios/random.h"
+#include "scenarios/run/random.h"
 
 namespace lidcam::scenarios {
 

@@ -1,4 +1,4 @@
-#include "scenarios/property_requests.h"
+#include "scenarios/clients/property_requests.h"
 
 #include <cstring>
 

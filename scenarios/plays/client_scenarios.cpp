@@ -1,4 +1,4 @@
-#include "scenarios/client_scenarios.h"
+#include "scenarios/plays/client_scenarios.h"
 
 #include <chrono>
 #include <functional>
@@ -6,7 +6,7 @@
 #include "bus/faults/random_faults.h"
 #include "driver/usb/stream/usb_capture_device.h"
 #include "platform/host/nt/scheduling/scheduler.h"
-#include "scenarios/client_stage.h"
+#include "scenarios/clients/client_stage.h"
 
 namespace lidcam::scenarios {
 namespace {

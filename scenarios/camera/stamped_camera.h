@@ -9,7 +9,7 @@
 
 #include "bus/usb_bus.h"
 #include "camera_model/device/usb_device.h"
-#include "scenarios/surroundings.h"
+#include "scenarios/camera/surroundings.h"
 
 namespace lidcam::scenarios {
 

@@ -3,7 +3,7 @@
 #include <span>
 #include <string_view>
 
-#include "scenarios/stage.h"
+#include "scenarios/stage/stage.h"
 
 namespace lidcam::scenarios {
 

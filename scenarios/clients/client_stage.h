@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "platform/host/nt/processor/kernel_guards.h"
-#include "scenarios/application.h"
-#include "scenarios/stage.h"
+#include "scenarios/clients/application.h"
+#include "scenarios/stage/stage.h"
 #include "testbed/installed_testbed.h"
 
 namespace lidcam::scenarios {

@@ -1,4 +1,4 @@
-#include "scenarios/stalls.h"
+#include "scenarios/run/stalls.h"
 
 #include <algorithm>
 #include <string_view>

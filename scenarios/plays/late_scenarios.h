@@ -1,6 +1,6 @@
 #pragma once
 
-#include "scenarios/stage.h"
+#include "scenarios/stage/stage.h"
 
 namespace lidcam::scenarios {
 

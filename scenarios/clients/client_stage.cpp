@@ -1,4 +1,4 @@
-#include "scenarios/client_stage.h"
+#include "scenarios/clients/client_stage.h"
 
 #include <algorithm>
 #include <stdexcept>
@@ -7,7 +7,7 @@
 #include "driver/usb/stream/usb_capture_device.h"
 #include "platform/host/nt/io/plug_and_play.h"
 #include "platform/host/nt/verifier/irp_tracker.h"
-#include "scenarios/status_text.h"
+#include "scenarios/run/status_text.h"
 #include "testbed/mutex_departures.h"
 
 namespace lidcam::scenarios {

@@ -1,4 +1,4 @@
-#include "scenarios/stage.h"
+#include "scenarios/stage/stage.h"
 
 #include <algorithm>
 #include <stdexcept>
@@ -8,10 +8,11 @@
 #include "platform/host/nt/memory/pool.h"
 #include "platform/host/nt/scheduling/scheduler.h"
 #include "platform/host/nt/scheduling/thread.h"
+#include "platform/host/nt/scheduling/violation.h"
 #include "platform/host/nt/verifier/irp_tracker.h"
 #include "platform/host/nt/verifier/kernel_faults.h"
 #include "platform/host/nt/verifier/verifier.h"
-#include "scenarios/status_text.h"
+#include "scenarios/run/status_text.h"
 
 namespace lidcam::scenarios {
 namespace {

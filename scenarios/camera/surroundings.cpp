@@ -1,4 +1,4 @@
-#include "scenarios/surroundings.h"
+#include "scenarios/camera/surroundings.h"
 
 #include "driver/core/settings/settings_store.h"
 #include "platform/host/nt/io/device_object.h"

@@ -1,4 +1,4 @@
-#include "scenarios/scenario.h"
+#include "scenarios/plays/scenario.h"
 
 #include <unistd.h>
 #include <algorithm>
@@ -11,9 +11,9 @@
 
 #include "bus/faults/random_faults.h"
 #include "platform/host/nt/files/files.h"
-#include "scenarios/client_scenarios.h"
-#include "scenarios/late_scenarios.h"
-#include "scenarios/sequences.h"
+#include "scenarios/plays/client_scenarios.h"
+#include "scenarios/plays/late_scenarios.h"
+#include "scenarios/plays/sequences.h"
 
 namespace lidcam::scenarios {
 namespace {
