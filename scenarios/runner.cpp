@@ -46,7 +46,7 @@ class Player {
     const host::ServiceThread thread([this] {
       scenario_.Play(stage_);
       stage_.EndFaults();
-      if (stage_.IsPluggedIn()) stage_.Remove();
+      stage_.EndGuest();
       KeSetEvent(&done_, IO_NO_INCREMENT, FALSE);
     });
     while (!IsDoneWithin(kLook)) {

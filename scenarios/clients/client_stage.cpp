@@ -40,16 +40,8 @@ bool ClientStage::PlugIn(const PlugOptions& options) {
   return true;
 }
 
-template <typename Operation>
-NTSTATUS ClientStage::Tell(const char* name, Operation operation) {
-  stage_.Begin(name);
-  const NTSTATUS status = operation();
-  stage_.Trace().Add(StepLine(name, status));
-  return status;
-}
-
 NTSTATUS ClientStage::Start() {
-  const NTSTATUS status = Tell("start", [this] { return installed_->Start(); });
+  const NTSTATUS status = stage_.Do("start", [this] { return installed_->Start(); });
   stage_.Require(IsBusStatus(status), "start answers " + HexOf(status));
   isStarted_ = NT_SUCCESS(status);
   if (!rules_.HasTrouble) stage_.Require(isStarted_, "the device doesn't start");
@@ -62,20 +54,21 @@ void ClientStage::RequireSuccess(const char* operation, NTSTATUS status) {
 }
 
 NTSTATUS ClientStage::PowerDown() {
-  const NTSTATUS status = Tell("power down", [this] { return installed_->PowerDown(); });
+  const NTSTATUS status = stage_.Do("power down", [this] { return installed_->PowerDown(); });
   RequireSuccess("power down", status);
   return status;
 }
 
 NTSTATUS ClientStage::PowerUp() {
-  const NTSTATUS status = Tell("power up", [this] { return installed_->PowerUp(); });
+  const NTSTATUS status = stage_.Do("power up", [this] { return installed_->PowerUp(); });
   RequireSuccess("power up", status);
   return status;
 }
 
 NTSTATUS ClientStage::SurpriseRemove() {
   isGoing_ = true;
-  const NTSTATUS status = Tell("surprise removal", [this] { return installed_->SurpriseRemove(); });
+  const NTSTATUS status =
+      stage_.Do("surprise removal", [this] { return installed_->SurpriseRemove(); });
   stage_.RequireStatus("surprise removal", status, {STATUS_SUCCESS});
   isGone_ = true;
   return status;
@@ -83,7 +76,7 @@ NTSTATUS ClientStage::SurpriseRemove() {
 
 NTSTATUS ClientStage::Remove() {
   isGoing_ = true;
-  const NTSTATUS status = Tell("remove", [this] { return installed_->Remove(); });
+  const NTSTATUS status = stage_.Do("remove", [this] { return installed_->Remove(); });
   stage_.RequireStatus("remove", status, {STATUS_SUCCESS});
   isGone_ = true;
   isRemoved_ = true;
@@ -92,26 +85,26 @@ NTSTATUS ClientStage::Remove() {
 
 NTSTATUS ClientStage::Restart() {
   isRestarted_ = true;
-  const NTSTATUS stopped = Tell("stop device", [this] {
+  const NTSTATUS stopped = stage_.Do("stop device", [this] {
     const NTSTATUS asked = host::QueryStopDevice(TopDevice());
     return NT_SUCCESS(asked) ? host::StopDevice(TopDevice()) : asked;
   });
   stage_.RequireStatus("stop device", stopped, {STATUS_SUCCESS});
-  const NTSTATUS status = Tell("restart", [this] { return installed_->Start(); });
+  const NTSTATUS status = stage_.Do("restart", [this] { return installed_->Start(); });
   stage_.Require(IsBusStatus(status), "restart answers " + HexOf(status));
   return status;
 }
 
 NTSTATUS ClientStage::ThinkOfRemoval() {
   const NTSTATUS status =
-      Tell("query remove", [this] { return host::QueryRemoveDevice(TopDevice()); });
+      stage_.Do("query remove", [this] { return host::QueryRemoveDevice(TopDevice()); });
   stage_.RequireStatus("query remove", status, {STATUS_SUCCESS});
   return status;
 }
 
 void ClientStage::PullPlug() {
   isGoing_ = true;
-  Tell("pull plug", [this] {
+  stage_.Do("pull plug", [this] {
     installed_->PullPlug();
     return STATUS_SUCCESS;
   });
@@ -153,7 +146,7 @@ void ClientStage::RequireKnownDepartures() {
 void ClientStage::Close() {
   WaitForApplications();
   RequireKnownDepartures();
-  Tell("remove", [this] {
+  stage_.Do("remove", [this] {
     isGoing_ = true;
     installed_->Close();
     return STATUS_SUCCESS;

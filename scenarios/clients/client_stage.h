@@ -68,8 +68,6 @@ class ClientStage final : public StageGuest {
   [[nodiscard]] bool IsRestarted() const { return isRestarted_; }
 
  private:
-  template <typename Operation>
-  NTSTATUS Tell(const char* name, Operation operation);
   void RequireSuccess(const char* operation, NTSTATUS status);
   void RequireKnownDepartures();
 

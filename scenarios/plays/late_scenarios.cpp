@@ -26,10 +26,11 @@ IsMeant Itself(const host::Thread& meant) {
   return [&meant](const host::Thread& thread) { return &thread == &meant; };
 }
 
-void BeginStream(Stage& stage) {
+void BeginStream(TransportStage& camera) {
+  Stage& stage = camera.Host();
   stage.AllowDisturbedFrames();
-  stage.AllowLateTransfers();
-  stage.PlugInAndStream();
+  camera.AllowLateTransfers();
+  camera.PlugInAndStream();
   stage.SleepAWhile(300 * kMillisecond);
 }
 
@@ -45,65 +46,70 @@ void WaitForItsEnd(Stage& stage) {
 }
 
 // With a stream behind it that has the records of the one before, or without anything.
-void GoOnMeanwhile(Stage& stage) {
+void GoOnMeanwhile(TransportStage& camera) {
+  Stage& stage = camera.Host();
   WaitForStall(stage);
   if (stage.Chance().OneIn(3)) stage.SleepAWhile(50 * kMillisecond);
-  stage.Pause();
-  stage.Release();
+  camera.Pause();
+  camera.Release();
   if (stage.Chance().OneIn(2)) {
-    if (stage.Acquire() == STATUS_SUCCESS) stage.Run();
+    if (camera.Acquire() == STATUS_SUCCESS) camera.Run();
     WaitForItsEnd(stage);
-    stage.RequireFramesOrFirstPipe();
-    stage.Pause();
-    stage.Release();
+    camera.RequireFramesOrFirstPipe();
+    camera.Pause();
+    camera.Release();
   } else {
-    stage.Stop();
-    stage.Remove();
+    camera.Stop();
+    camera.Remove();
     WaitForItsEnd(stage);
   }
 }
 
-void CompleteLate(Stage& stage, bool fails) {
+void CompleteLate(TransportStage& camera, bool fails) {
+  Stage& stage = camera.Host();
   constexpr std::uint64_t kPointsOfACompletion = 30;
-  BeginStream(stage);
+  BeginStream(camera);
   stage.Between().CompleteElsewhere(
       {.Fails = fails,
        .Ahead =
            [&stage] { StallWithin(stage, Itself(host::CurrentThread()), kPointsOfACompletion); },
        .Behind = [&stage] { stage.ForgetStall(); }});
-  GoOnMeanwhile(stage);
+  GoOnMeanwhile(camera);
 }
 
 }  // namespace
 
-void LateCompletion(Stage& stage) {
-  CompleteLate(stage, false);
+void LateCompletion(TransportStage& camera) {
+  CompleteLate(camera, false);
 }
 
-void LateFailure(Stage& stage) {
-  CompleteLate(stage, true);
+void LateFailure(TransportStage& camera) {
+  CompleteLate(camera, true);
 }
 
-void LateTick(Stage& stage) {
-  BeginStream(stage);
+void LateTick(TransportStage& camera) {
+  Stage& stage = camera.Host();
+  BeginStream(camera);
   StallWithin(stage, Named("DPC"), 40);
-  GoOnMeanwhile(stage);
+  GoOnMeanwhile(camera);
 }
 
 // It is the one thread that asks for a priority of its own.
-void LateFrameThread(Stage& stage) {
-  BeginStream(stage);
+void LateFrameThread(TransportStage& camera) {
+  Stage& stage = camera.Host();
+  BeginStream(camera);
   StallWithin(
       stage, [](const host::Thread& thread) { return thread.Priority == LOW_REALTIME_PRIORITY; },
       400);
-  GoOnMeanwhile(stage);
+  GoOnMeanwhile(camera);
 }
 
-void LateRecovery(Stage& stage) {
-  BeginStream(stage);
+void LateRecovery(TransportStage& camera) {
+  Stage& stage = camera.Host();
+  BeginStream(camera);
   StallWithin(stage, Named("worker"), 400);
   stage.Camera().FailReads(1);
-  GoOnMeanwhile(stage);
+  GoOnMeanwhile(camera);
 }
 
 }  // namespace lidcam::scenarios

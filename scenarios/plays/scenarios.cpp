@@ -30,238 +30,6 @@ PlugOptions SomeCamera(Stage& stage) {
   return options;
 }
 
-// ---- A bus without faults.
-
-void StartAndStop(Stage& stage) {
-  stage.PlugIn(SomeCamera(stage));
-  stage.Require(Succeeded(stage.Start()), "the hardware doesn't start");
-  const std::uint64_t streams = stage.Chance().Between(1, 3);
-  for (std::uint64_t i = 0; i < streams; ++i) {
-    stage.Require(Succeeded(stage.Acquire()), "no stream can be acquired");
-    stage.SleepAWhile(300 * kMillisecond);
-    if (stage.Chance().OneIn(5)) {
-      stage.Release();  // acquired and never run
-      continue;
-    }
-    stage.Require(Succeeded(stage.Run()), "the stream doesn't run");
-    stage.Require(Succeeded(stage.Run()), "a running stream can't be run");
-    stage.SleepAWhile(400 * kMillisecond);
-    if (stage.Chance().OneIn(3)) stage.RequireFramesOrFirstPipe();
-    if (stage.Chance().OneIn(6)) break;            // the device goes with the stream still running
-    if (stage.Chance().OneIn(6)) stage.Release();  // refused: it runs
-    stage.Pause();
-    stage.SleepAWhile(100 * kMillisecond);
-    stage.Release();
-    stage.Require(Succeeded(stage.Release()), "a released stream can't be released");
-  }
-  stage.Stop();
-}
-
-void PauseStorm(Stage& stage) {
-  stage.PlugInAndStream(SomeCamera(stage));
-  const std::uint64_t storms = stage.Chance().Between(2, 8);
-  for (std::uint64_t i = 0; i < storms; ++i) {
-    stage.SleepAWhile(60 * kMillisecond);
-    stage.Pause();
-    if (stage.Chance().OneIn(4)) stage.Pause();
-    stage.SleepAWhile(20 * kMillisecond);
-    const bool isResumed = !stage.Chance().OneIn(3);
-    const NTSTATUS status = isResumed ? stage.Resume() : stage.Run();
-    if (!Succeeded(status)) return ExpectFirstPipe(stage);
-  }
-  stage.RequireFramesOrFirstPipe();
-  stage.Pause();
-  stage.Release();
-}
-
-// A second acquire asks for the widest setting again before it is refused. Where the bus has no room
-// for that one, the first stream's setting is selected anew under it: its transfers end, and those
-// that were built for the pipe before can't be sent.
-void SecondPin(Stage& stage) {
-  PlugOptions options = SomeCamera(stage);
-  const bool isWide = stage.Chance().OneIn(2);
-  if (isWide) {
-    options.Camera.BandwidthLimit = 3072;
-  } else {
-    stage.AllowDisturbedFrames();
-  }
-  stage.PlugIn(options);
-  stage.Require(Succeeded(stage.Start()), "the hardware doesn't start");
-  CameraUsbDevice& device = stage.Hosted().Device();
-  KS_VIDEOINFOHEADER format{};
-  stage.Require(Succeeded(device.AcquireStreamSlot(nullptr, &format)), "the slot is taken");
-  stage.Require(Succeeded(stage.Acquire()), "no stream can be acquired");
-  const bool runsFirst = stage.Chance().OneIn(2);
-  if (runsFirst) stage.Require(Succeeded(stage.Run()), "the stream doesn't run");
-  stage.SleepAWhile(100 * kMillisecond);
-  stage.Require(device.AcquireStreamSlot(nullptr, &format) == kSharingViolation,
-                "a second pin gets the slot");
-  stage.RequireStatus("a second acquire", stage.Acquire(), {STATUS_UNSUCCESSFUL});
-  if (!runsFirst) {
-    const NTSTATUS status = stage.Run();
-    if (isWide) stage.Require(Succeeded(status), "the first stream doesn't run");
-    if (!isWide)
-      stage.RequireStatus("a run on a pipe of before", status, {STATUS_INVALID_PARAMETER});
-  }
-  if (isWide) stage.Require(stage.FramesCome(), "the first stream's frames don't come");
-  if (!isWide && runsFirst) stage.RequireFramesOrFirstPipe();
-  stage.Pause();
-  stage.Release();
-  device.ReleaseStreamSlot();
-  stage.Require(Succeeded(device.AcquireStreamSlot(nullptr, &format)), "the slot stays taken");
-  device.ReleaseStreamSlot();
-}
-
-void PowerChanges(Stage& stage) {
-  stage.PlugInAndStream(SomeCamera(stage));
-  const std::uint64_t changes = stage.Chance().Between(1, 4);
-  for (std::uint64_t i = 0; i < changes; ++i) {
-    stage.SleepAWhile(100 * kMillisecond);
-    if (stage.Chance().OneIn(3)) stage.Pause();
-    stage.PowerDown();
-    stage.Require(stage.Stream()->StreamRunning == 0, "a stream runs without power");
-    stage.SleepAWhile(100 * kMillisecond);
-    stage.PowerUp();
-    stage.Require(!stage.FramesCome(1, 150 * kMillisecond), "frames come by themselves");
-    stage.Pause();
-    if (!Succeeded(stage.Resume())) return ExpectFirstPipe(stage);
-    stage.RequireFramesOrFirstPipe();
-  }
-  if (stage.Chance().OneIn(2)) stage.PowerDown();
-  stage.Pause();
-  stage.Release();
-}
-
-// ---- Faults of the stream.
-
-void UrbErrors(Stage& stage) {
-  stage.AllowDisturbedFrames();
-  const PlugOptions options = SomeCamera(stage);
-  stage.PlugInAndStream(options);
-  stage.SleepAWhile(300 * kMillisecond);
-  const std::uint64_t errors = stage.Chance().Between(1, 3);
-  for (std::uint64_t i = 0; i < errors; ++i) {
-    stage.Camera().FailReads(static_cast<std::uint32_t>(stage.Chance().Between(1, 9)));
-    if (stage.Chance().OneIn(4)) {
-      stage.SleepAWhile(700 * kMillisecond);
-      stage.Pause();
-      stage.Camera().FailReads(0);
-      if (!Succeeded(stage.Resume())) return ExpectFirstPipe(stage);
-      stage.RequireFramesOrFirstPipe();
-      continue;  // the pause may have ended what the recovery was for
-    }
-    ExpectRecovery(stage, options.Camera.HasTwinPipes);
-  }
-  stage.SleepAWhile(300 * kMillisecond);
-  stage.Pause();
-  stage.Release();
-  ExpectNextStream(stage, options.Camera.HasTwinPipes);
-}
-
-void SubmitFailures(Stage& stage) {
-  stage.AllowDisturbedFrames();
-  const PlugOptions options = SomeCamera(stage);
-  stage.PlugIn(options);
-  stage.Require(Succeeded(stage.Start()), "the hardware doesn't start");
-  stage.Require(Succeeded(stage.Acquire()), "no stream can be acquired");
-  const auto count = static_cast<std::uint32_t>(stage.Chance().Between(1, 8));
-  const bool atStart = stage.Chance().OneIn(2);
-  const USBD_STATUS urbStatus =
-      stage.Chance().OneIn(2) ? USBD_STATUS_BAD_START_FRAME : USBD_STATUS_SUCCESS;
-  if (atStart) stage.Between().RefuseTransfers(count, urbStatus);
-  const NTSTATUS status = stage.Run();
-  if (atStart && count >= 7) {
-    stage.RequireStatus("a run whose last transfer is refused", status, {STATUS_INVALID_PARAMETER});
-    stage.Require(stage.Stream()->Opened == 0, "a run that failed leaves a stream");
-    return;
-  }
-  stage.Require(Succeeded(status), "the stream doesn't run");
-  if (!atStart) {
-    stage.SleepAWhile(300 * kMillisecond);
-    stage.Between().RefuseTransfers(count, urbStatus);
-  }
-  ExpectRecovery(stage, options.Camera.HasTwinPipes);
-  stage.Pause();
-  stage.Release();
-  ExpectNextStream(stage, options.Camera.HasTwinPipes);
-}
-
-void LostCompletions(Stage& stage) {
-  stage.AllowDisturbedFrames();
-  stage.PlugInAndStream(SomeCamera(stage));
-  const std::uint64_t losses = stage.Chance().Between(1, 3);
-  bool hasRefused = false;
-  for (std::uint64_t i = 0; i < losses; ++i) {
-    stage.SleepAWhile(100 * kMillisecond);
-    const auto lost = static_cast<std::uint32_t>(stage.Chance().Between(1, 7));
-    stage.Camera().SilenceReads(lost);
-    stage.Sleep(100 * kMillisecond);
-    const std::uint64_t recoveries = stage.Trace().RecoveriesEnded();
-    const bool refuses = stage.Chance().OneIn(3);
-    if (refuses) stage.Between().RefuseTransfers(1, USBD_STATUS_SUCCESS);
-    stage.Sleep(550 * kMillisecond);
-    // A transfer that never comes home keeps the watchdog from mending what a refused one has broken;
-    // but one that was refused before is out of its sight, wherever it is.
-    stage.Require(hasRefused || stage.Trace().RecoveriesEnded() == recoveries,
-                  "a stream recovers while a transfer is out");
-    hasRefused = hasRefused || refuses;
-    stage.Camera().SilenceReads(0);
-    stage.Between().RefuseTransfers(0);
-    stage.RequireStatus("a pause", stage.Pause(), {STATUS_SUCCESS});
-    if (!Succeeded(stage.Resume())) return ExpectFirstPipe(stage);
-    stage.RequireFramesOrFirstPipe();
-  }
-  stage.Pause();
-  stage.Release();
-}
-
-void SilentRequests(Stage& stage) {
-  stage.AllowDisturbedFrames();
-  stage.PlugIn(SomeCamera(stage));
-  const bool atStart = stage.Chance().OneIn(4);
-  if (atStart) SilenceSome(stage);
-  if (!Succeeded(stage.Start())) return;
-  if (stage.Chance().OneIn(3)) SilenceSome(stage);
-  if (!Succeeded(stage.Acquire())) return;
-  if (!Succeeded(stage.Run())) return;
-  stage.SleepAWhile(100 * kMillisecond);
-  SilenceSome(stage);
-  if (stage.Chance().OneIn(2)) stage.Camera().FailReads(1);
-  stage.SleepAWhile(2 * kSecond);
-  stage.Pause();
-  if (stage.Chance().OneIn(2)) SilenceSome(stage);
-  if (Succeeded(stage.Resume())) stage.SleepAWhile(100 * kMillisecond);
-  stage.Pause();
-  stage.Release();
-  if (stage.Chance().OneIn(4)) SilenceSome(stage);
-}
-
-// ---- Pulled plugs.
-
-void UnplugAnywhere(Stage& stage) {
-  stage.AllowDisturbedFrames();
-  stage.UnplugAt(stage.Key().Step != 0 ? stage.Key().Step : stage.Chance().Between(1, 9000));
-  stage.PlugIn(SomeCamera(stage));
-  DoSomething(stage, 12, [&stage] { return stage.Camera().IsUnplugged(); });
-  if (!stage.Camera().IsUnplugged()) return;
-  stage.SleepAWhile(400 * kMillisecond);
-  stage.TellGone();
-  stage.Acquire();
-  stage.Run();
-  stage.Resume();
-  stage.Pause();
-  stage.Release();
-  stage.Stop();
-}
-
-// ---- Want of memory, and the platform's refusals.
-
-void OutOfMemory(Stage& stage) {
-  stage.AllowDisturbedFrames();
-  stage.FailAllocation(stage.Key().Step != 0 ? stage.Key().Step : stage.Chance().Between(1, 1800));
-  Everyday(stage);
-}
-
 constexpr std::string_view kFailingCall = "failing-";
 
 struct FailingCall {
@@ -302,7 +70,250 @@ class StillFolder {
   const std::filesystem::path folder_;
 };
 
-void FailingCallOfName(Stage& stage) {
+// ---- A bus without faults.
+
+void StartAndStop(TransportStage& camera) {
+  Stage& stage = camera.Host();
+  camera.PlugIn(SomeCamera(stage));
+  stage.Require(Succeeded(camera.Start()), "the hardware doesn't start");
+  const std::uint64_t streams = stage.Chance().Between(1, 3);
+  for (std::uint64_t i = 0; i < streams; ++i) {
+    stage.Require(Succeeded(camera.Acquire()), "no stream can be acquired");
+    stage.SleepAWhile(300 * kMillisecond);
+    if (stage.Chance().OneIn(5)) {
+      camera.Release();  // acquired and never run
+      continue;
+    }
+    stage.Require(Succeeded(camera.Run()), "the stream doesn't run");
+    stage.Require(Succeeded(camera.Run()), "a running stream can't be run");
+    stage.SleepAWhile(400 * kMillisecond);
+    if (stage.Chance().OneIn(3)) camera.RequireFramesOrFirstPipe();
+    if (stage.Chance().OneIn(6)) break;             // the device goes with the stream still running
+    if (stage.Chance().OneIn(6)) camera.Release();  // refused: it runs
+    camera.Pause();
+    stage.SleepAWhile(100 * kMillisecond);
+    camera.Release();
+    stage.Require(Succeeded(camera.Release()), "a released stream can't be released");
+  }
+  camera.Stop();
+}
+
+void PauseStorm(TransportStage& camera) {
+  Stage& stage = camera.Host();
+  camera.PlugInAndStream(SomeCamera(stage));
+  const std::uint64_t storms = stage.Chance().Between(2, 8);
+  for (std::uint64_t i = 0; i < storms; ++i) {
+    stage.SleepAWhile(60 * kMillisecond);
+    camera.Pause();
+    if (stage.Chance().OneIn(4)) camera.Pause();
+    stage.SleepAWhile(20 * kMillisecond);
+    const bool isResumed = !stage.Chance().OneIn(3);
+    const NTSTATUS status = isResumed ? camera.Resume() : camera.Run();
+    if (!Succeeded(status)) return ExpectFirstPipe(camera);
+  }
+  camera.RequireFramesOrFirstPipe();
+  camera.Pause();
+  camera.Release();
+}
+
+// A second acquire asks for the widest setting again before it is refused. Where the bus has no room
+// for that one, the first stream's setting is selected anew under it: its transfers end, and those
+// that were built for the pipe before can't be sent.
+void SecondPin(TransportStage& camera) {
+  Stage& stage = camera.Host();
+  PlugOptions options = SomeCamera(stage);
+  const bool isWide = stage.Chance().OneIn(2);
+  if (isWide) {
+    options.Camera.BandwidthLimit = 3072;
+  } else {
+    stage.AllowDisturbedFrames();
+  }
+  camera.PlugIn(options);
+  stage.Require(Succeeded(camera.Start()), "the hardware doesn't start");
+  CameraUsbDevice& device = camera.Hosted().Device();
+  KS_VIDEOINFOHEADER format{};
+  stage.Require(Succeeded(device.AcquireStreamSlot(nullptr, &format)), "the slot is taken");
+  stage.Require(Succeeded(camera.Acquire()), "no stream can be acquired");
+  const bool runsFirst = stage.Chance().OneIn(2);
+  if (runsFirst) stage.Require(Succeeded(camera.Run()), "the stream doesn't run");
+  stage.SleepAWhile(100 * kMillisecond);
+  stage.Require(device.AcquireStreamSlot(nullptr, &format) == kSharingViolation,
+                "a second pin gets the slot");
+  stage.RequireStatus("a second acquire", camera.Acquire(), {STATUS_UNSUCCESSFUL});
+  if (!runsFirst) {
+    const NTSTATUS status = camera.Run();
+    if (isWide) stage.Require(Succeeded(status), "the first stream doesn't run");
+    if (!isWide)
+      stage.RequireStatus("a run on a pipe of before", status, {STATUS_INVALID_PARAMETER});
+  }
+  if (isWide) stage.Require(camera.FramesCome(), "the first stream's frames don't come");
+  if (!isWide && runsFirst) camera.RequireFramesOrFirstPipe();
+  camera.Pause();
+  camera.Release();
+  device.ReleaseStreamSlot();
+  stage.Require(Succeeded(device.AcquireStreamSlot(nullptr, &format)), "the slot stays taken");
+  device.ReleaseStreamSlot();
+}
+
+void PowerChanges(TransportStage& camera) {
+  Stage& stage = camera.Host();
+  camera.PlugInAndStream(SomeCamera(stage));
+  const std::uint64_t changes = stage.Chance().Between(1, 4);
+  for (std::uint64_t i = 0; i < changes; ++i) {
+    stage.SleepAWhile(100 * kMillisecond);
+    if (stage.Chance().OneIn(3)) camera.Pause();
+    camera.PowerDown();
+    stage.Require(camera.Stream()->StreamRunning == 0, "a stream runs without power");
+    stage.SleepAWhile(100 * kMillisecond);
+    camera.PowerUp();
+    stage.Require(!camera.FramesCome(1, 150 * kMillisecond), "frames come by themselves");
+    camera.Pause();
+    if (!Succeeded(camera.Resume())) return ExpectFirstPipe(camera);
+    camera.RequireFramesOrFirstPipe();
+  }
+  if (stage.Chance().OneIn(2)) camera.PowerDown();
+  camera.Pause();
+  camera.Release();
+}
+
+// ---- Faults of the stream.
+
+void UrbErrors(TransportStage& camera) {
+  Stage& stage = camera.Host();
+  stage.AllowDisturbedFrames();
+  const PlugOptions options = SomeCamera(stage);
+  camera.PlugInAndStream(options);
+  stage.SleepAWhile(300 * kMillisecond);
+  const std::uint64_t errors = stage.Chance().Between(1, 3);
+  for (std::uint64_t i = 0; i < errors; ++i) {
+    stage.Camera().FailReads(static_cast<std::uint32_t>(stage.Chance().Between(1, 9)));
+    if (stage.Chance().OneIn(4)) {
+      stage.SleepAWhile(700 * kMillisecond);
+      camera.Pause();
+      stage.Camera().FailReads(0);
+      if (!Succeeded(camera.Resume())) return ExpectFirstPipe(camera);
+      camera.RequireFramesOrFirstPipe();
+      continue;  // the pause may have ended what the recovery was for
+    }
+    ExpectRecovery(camera, options.Camera.HasTwinPipes);
+  }
+  stage.SleepAWhile(300 * kMillisecond);
+  camera.Pause();
+  camera.Release();
+  ExpectNextStream(camera, options.Camera.HasTwinPipes);
+}
+
+void SubmitFailures(TransportStage& camera) {
+  Stage& stage = camera.Host();
+  stage.AllowDisturbedFrames();
+  const PlugOptions options = SomeCamera(stage);
+  camera.PlugIn(options);
+  stage.Require(Succeeded(camera.Start()), "the hardware doesn't start");
+  stage.Require(Succeeded(camera.Acquire()), "no stream can be acquired");
+  const auto count = static_cast<std::uint32_t>(stage.Chance().Between(1, 8));
+  const bool atStart = stage.Chance().OneIn(2);
+  const USBD_STATUS urbStatus =
+      stage.Chance().OneIn(2) ? USBD_STATUS_BAD_START_FRAME : USBD_STATUS_SUCCESS;
+  if (atStart) stage.Between().RefuseTransfers(count, urbStatus);
+  const NTSTATUS status = camera.Run();
+  if (atStart && count >= 7) {
+    stage.RequireStatus("a run whose last transfer is refused", status, {STATUS_INVALID_PARAMETER});
+    stage.Require(camera.Stream()->Opened == 0, "a run that failed leaves a stream");
+    return;
+  }
+  stage.Require(Succeeded(status), "the stream doesn't run");
+  if (!atStart) {
+    stage.SleepAWhile(300 * kMillisecond);
+    stage.Between().RefuseTransfers(count, urbStatus);
+  }
+  ExpectRecovery(camera, options.Camera.HasTwinPipes);
+  camera.Pause();
+  camera.Release();
+  ExpectNextStream(camera, options.Camera.HasTwinPipes);
+}
+
+void LostCompletions(TransportStage& camera) {
+  Stage& stage = camera.Host();
+  stage.AllowDisturbedFrames();
+  camera.PlugInAndStream(SomeCamera(stage));
+  const std::uint64_t losses = stage.Chance().Between(1, 3);
+  bool hasRefused = false;
+  for (std::uint64_t i = 0; i < losses; ++i) {
+    stage.SleepAWhile(100 * kMillisecond);
+    const auto lost = static_cast<std::uint32_t>(stage.Chance().Between(1, 7));
+    stage.Camera().SilenceReads(lost);
+    stage.Sleep(100 * kMillisecond);
+    const std::uint64_t recoveries = stage.Trace().RecoveriesEnded();
+    const bool refuses = stage.Chance().OneIn(3);
+    if (refuses) stage.Between().RefuseTransfers(1, USBD_STATUS_SUCCESS);
+    stage.Sleep(550 * kMillisecond);
+    // A transfer that never comes home keeps the watchdog from mending what a refused one has broken;
+    // but one that was refused before is out of its sight, wherever it is.
+    stage.Require(hasRefused || stage.Trace().RecoveriesEnded() == recoveries,
+                  "a stream recovers while a transfer is out");
+    hasRefused = hasRefused || refuses;
+    stage.Camera().SilenceReads(0);
+    stage.Between().RefuseTransfers(0);
+    stage.RequireStatus("a pause", camera.Pause(), {STATUS_SUCCESS});
+    if (!Succeeded(camera.Resume())) return ExpectFirstPipe(camera);
+    camera.RequireFramesOrFirstPipe();
+  }
+  camera.Pause();
+  camera.Release();
+}
+
+void SilentRequests(TransportStage& camera) {
+  Stage& stage = camera.Host();
+  stage.AllowDisturbedFrames();
+  camera.PlugIn(SomeCamera(stage));
+  const bool atStart = stage.Chance().OneIn(4);
+  if (atStart) SilenceSome(stage);
+  if (!Succeeded(camera.Start())) return;
+  if (stage.Chance().OneIn(3)) SilenceSome(stage);
+  if (!Succeeded(camera.Acquire())) return;
+  if (!Succeeded(camera.Run())) return;
+  stage.SleepAWhile(100 * kMillisecond);
+  SilenceSome(stage);
+  if (stage.Chance().OneIn(2)) stage.Camera().FailReads(1);
+  stage.SleepAWhile(2 * kSecond);
+  camera.Pause();
+  if (stage.Chance().OneIn(2)) SilenceSome(stage);
+  if (Succeeded(camera.Resume())) stage.SleepAWhile(100 * kMillisecond);
+  camera.Pause();
+  camera.Release();
+  if (stage.Chance().OneIn(4)) SilenceSome(stage);
+}
+
+// ---- Pulled plugs.
+
+void UnplugAnywhere(TransportStage& camera) {
+  Stage& stage = camera.Host();
+  stage.AllowDisturbedFrames();
+  stage.UnplugAt(stage.Key().Step != 0 ? stage.Key().Step : stage.Chance().Between(1, 9000));
+  camera.PlugIn(SomeCamera(stage));
+  DoSomething(camera, 12, [&stage] { return stage.Camera().IsUnplugged(); });
+  if (!stage.Camera().IsUnplugged()) return;
+  stage.SleepAWhile(400 * kMillisecond);
+  camera.TellGone();
+  camera.Acquire();
+  camera.Run();
+  camera.Resume();
+  camera.Pause();
+  camera.Release();
+  camera.Stop();
+}
+
+// ---- Want of memory, and the platform's refusals.
+
+void OutOfMemory(TransportStage& camera) {
+  Stage& stage = camera.Host();
+  stage.AllowDisturbedFrames();
+  stage.FailAllocation(stage.Key().Step != 0 ? stage.Key().Step : stage.Chance().Between(1, 1800));
+  Everyday(camera);
+}
+
+void FailingCallOfName(TransportStage& camera) {
+  Stage& stage = camera.Host();
   const StillFolder stills;
   stage.AllowDisturbedFrames();
   const std::string function = stage.Key().Scenario.substr(kFailingCall.size());
@@ -312,78 +323,88 @@ void FailingCallOfName(Stage& stage) {
     stage.FailCall(call.Function, step != 0 ? step : stage.Chance().Between(1, call.Often),
                    call.Status);
   }
-  Everyday(stage);
+  Everyday(camera);
 }
 
 // ---- Everything at once.
 
-void Mixture(Stage& stage) {
+void Mixture(TransportStage& camera) {
+  Stage& stage = camera.Host();
   stage.AllowDisturbedFrames();
-  stage.AllowLateTransfers();
+  camera.AllowLateTransfers();
   PlugOptions options = SomeCamera(stage);
   constexpr bus::RandomFaultMix kMixes[] = {
       bus::RandomFaultMix::Packets, bus::RandomFaultMix::Requests, bus::RandomFaultMix::Everything};
   options.Script =
       bus::RandomFaults(stage.Key().Seed, std::chrono::seconds(3), stage.Chance().OneOf(kMixes));
-  if (!stage.PlugIn(options)) return;
+  if (!camera.PlugIn(options)) return;
   if (stage.Chance().OneIn(6)) stage.FailAllocation(stage.Chance().Between(600, 2500));
   if (stage.Chance().OneIn(6)) stage.UnplugAt(stage.Chance().Between(4000, 12000));
-  DoSomething(stage, 10, [] { return false; });
-  if (stage.Chance().OneIn(3)) stage.TellGone();
+  DoSomething(camera, 10, [] { return false; });
+  if (stage.Chance().OneIn(3)) camera.TellGone();
 }
 
 // ---- What the driver's own rules let hang.
 
-void LostWorkItem(Stage& stage) {
+void LostWorkItem(TransportStage& camera) {
+  Stage& stage = camera.Host();
   stage.AllowDisturbedFrames();
-  stage.PlugInAndStream(SomeCamera(stage));
+  camera.PlugInAndStream(SomeCamera(stage));
   stage.FailCall("IoAllocateWorkItem", 1, STATUS_INSUFFICIENT_RESOURCES);
   stage.Camera().FailReads(1);
   stage.Sleep(600 * kMillisecond);
   stage.EndFaults();
   stage.Require(stage.Trace().HasLostWorkItem(), "no recovery was tried");
   // The stream itself can be ended and begun anew; only the device can't be stopped.
-  stage.Pause();
-  if (stage.Chance().OneIn(2) && Succeeded(stage.Resume())) {
-    stage.RequireFramesOrFirstPipe();
-    stage.Pause();
+  camera.Pause();
+  if (stage.Chance().OneIn(2) && Succeeded(camera.Resume())) {
+    camera.RequireFramesOrFirstPipe();
+    camera.Pause();
   }
-  stage.Release();
-  stage.Stop();
+  camera.Release();
+  camera.Stop();
 }
 
-void KeptRequest(Stage& stage) {
+void KeptRequest(TransportStage& camera) {
+  Stage& stage = camera.Host();
   stage.AllowDisturbedFrames();
-  stage.PlugInAndStream(SomeCamera(stage));
+  camera.PlugInAndStream(SomeCamera(stage));
   stage.SleepAWhile(100 * kMillisecond);
-  stage.Pause();
+  camera.Pause();
   stage.Between().KeepRequests(1);
-  stage.Release();
+  camera.Release();
 }
 
 constexpr RunOptions kPoints{.HasPoints = true};
 
 constexpr std::array kScenarios{
-    Scenario{"start-stop", "streams and devices that end at any moment", StartAndStop},
-    Scenario{"pause-storm", "pause, resume and run in quick order", PauseStorm},
-    Scenario{"second-pin", "a second stream is wanted while one is there", SecondPin},
-    Scenario{"power", "sleep and waking while a stream runs", PowerChanges},
-    Scenario{"urb-errors", "transfers that end with an error", UrbErrors},
-    Scenario{"submit-failures", "transfers that are refused when they are sent", SubmitFailures},
+    Scenario{"start-stop", "streams and devices that end at any moment", OnTransport<StartAndStop>},
+    Scenario{"pause-storm", "pause, resume and run in quick order", OnTransport<PauseStorm>},
+    Scenario{"second-pin", "a second stream is wanted while one is there", OnTransport<SecondPin>},
+    Scenario{"power", "sleep and waking while a stream runs", OnTransport<PowerChanges>},
+    Scenario{"urb-errors", "transfers that end with an error", OnTransport<UrbErrors>},
+    Scenario{"submit-failures", "transfers that are refused when they are sent",
+             OnTransport<SubmitFailures>},
     Scenario{"lost-completions", "transfers that come home only when they are called back",
-             LostCompletions},
-    Scenario{"silent-requests", "control requests that nobody answers", SilentRequests},
-    Scenario{"unplug", "the plug is pulled at the n-th switch point", UnplugAnywhere, true},
-    Scenario{"out-of-memory", "the n-th allocation fails", OutOfMemory, true},
-    Scenario{"failing-IoAllocateIrp", "the n-th call fails", FailingCallOfName, true},
-    Scenario{"failing-IoAllocateWorkItem", "the n-th call fails", FailingCallOfName, true},
-    Scenario{"failing-IoCreateDevice", "the n-th call fails", FailingCallOfName, true},
-    Scenario{"failing-KeSaveFloatingPointState", "the n-th call fails", FailingCallOfName, true},
-    Scenario{"failing-ObReferenceObjectByHandle", "the n-th call fails", FailingCallOfName, true},
-    Scenario{"failing-PsCreateSystemThread", "the n-th call fails", FailingCallOfName, true},
-    Scenario{"failing-ZwCreateFile", "the n-th call fails", FailingCallOfName, true},
-    Scenario{"failing-ZwWriteFile", "the n-th call fails", FailingCallOfName, true},
-    Scenario{"mixture", "random faults under random operations", Mixture},
+             OnTransport<LostCompletions>},
+    Scenario{"silent-requests", "control requests that nobody answers",
+             OnTransport<SilentRequests>},
+    Scenario{"unplug", "the plug is pulled at the n-th switch point", OnTransport<UnplugAnywhere>,
+             true},
+    Scenario{"out-of-memory", "the n-th allocation fails", OnTransport<OutOfMemory>, true},
+    Scenario{"failing-IoAllocateIrp", "the n-th call fails", OnTransport<FailingCallOfName>, true},
+    Scenario{"failing-IoAllocateWorkItem", "the n-th call fails", OnTransport<FailingCallOfName>,
+             true},
+    Scenario{"failing-IoCreateDevice", "the n-th call fails", OnTransport<FailingCallOfName>, true},
+    Scenario{"failing-KeSaveFloatingPointState", "the n-th call fails",
+             OnTransport<FailingCallOfName>, true},
+    Scenario{"failing-ObReferenceObjectByHandle", "the n-th call fails",
+             OnTransport<FailingCallOfName>, true},
+    Scenario{"failing-PsCreateSystemThread", "the n-th call fails", OnTransport<FailingCallOfName>,
+             true},
+    Scenario{"failing-ZwCreateFile", "the n-th call fails", OnTransport<FailingCallOfName>, true},
+    Scenario{"failing-ZwWriteFile", "the n-th call fails", OnTransport<FailingCallOfName>, true},
+    Scenario{"mixture", "random faults under random operations", OnTransport<Mixture>},
     Scenario{"clients", "applications that do anything, on a camera that nobody disturbs", Clients},
     Scenario{"two-clients", "two applications want the one stream", TwoClients},
     Scenario{"wild-clients", "applications that write any register, too", WildClients},
@@ -397,22 +418,25 @@ constexpr std::array kScenarios{
     Scenario{"out-of-memory-client", "the n-th allocation fails under an application",
              OutOfMemoryClient, true},
     Scenario{"lost-work-item", "a recovery gets no work item: the device can't be stopped",
-             LostWorkItem},
-    Scenario{"kept-request", "a cancelled request never comes back: nothing goes on", KeptRequest},
+             OnTransport<LostWorkItem>},
+    Scenario{"kept-request", "a cancelled request never comes back: nothing goes on",
+             OnTransport<KeptRequest>},
     Scenario{"controls", "one application streams, others turn controls", Controls},
     Scenario{"stopped-read",
              "a read meets the frame path and stops for good: its request hangs",
              StoppedRead,
              false,
              {.HasExposure = true}},
-    Scenario{"late-completion", "a processor stops in a transfer's completion", LateCompletion,
-             false, kPoints},
+    Scenario{"late-completion", "a processor stops in a transfer's completion",
+             OnTransport<LateCompletion>, false, kPoints},
     Scenario{"late-failure", "a processor stops in the completion of a transfer that failed",
-             LateFailure, false, kPoints},
-    Scenario{"late-tick", "a processor stops in a tick of the watchdog", LateTick, false, kPoints},
-    Scenario{"late-frame-thread", "the frame thread's processor stops", LateFrameThread, false,
+             OnTransport<LateFailure>, false, kPoints},
+    Scenario{"late-tick", "a processor stops in a tick of the watchdog", OnTransport<LateTick>,
+             false, kPoints},
+    Scenario{"late-frame-thread", "the frame thread's processor stops",
+             OnTransport<LateFrameThread>, false, kPoints},
+    Scenario{"late-recovery", "a processor stops in a recovery", OnTransport<LateRecovery>, false,
              kPoints},
-    Scenario{"late-recovery", "a processor stops in a recovery", LateRecovery, false, kPoints},
 };
 
 }  // namespace

@@ -7,110 +7,116 @@ bool Succeeded(NTSTATUS status) {
   return status == STATUS_SUCCESS;
 }
 
-bool IsOpen(const Stage& stage) {
-  return stage.Stream() != nullptr && stage.Stream()->Opened != 0;
+bool IsOpen(const TransportStage& camera) {
+  return camera.Stream() != nullptr && camera.Stream()->Opened != 0;
 }
 
-void FirstStream(Stage& stage) {
-  if (!Succeeded(stage.Acquire(320, 240)) || !Succeeded(stage.Run())) return;
-  stage.Hosted().WithCamera([](CameraContext& camera) { camera.StillRequested = 1; });
-  static_cast<void>(stage.FramesCome(1, 600 * kMillisecond));
+void FirstStream(TransportStage& camera) {
+  Stage& stage = camera.Host();
+  if (!Succeeded(camera.Acquire(320, 240)) || !Succeeded(camera.Run())) return;
+  camera.Hosted().WithCamera([](CameraContext& context) { context.StillRequested = 1; });
+  static_cast<void>(camera.FramesCome(1, 600 * kMillisecond));
   stage.Camera().FailReads(1);
   stage.Sleep(520 * kMillisecond);
   stage.Camera().FailReads(0);
-  stage.Pause();
-  if (!Succeeded(stage.Resume())) return;
-  stage.PowerDown();
-  stage.PowerUp();
-  stage.Pause();
-  if (!Succeeded(stage.Resume())) return;
+  camera.Pause();
+  if (!Succeeded(camera.Resume())) return;
+  camera.PowerDown();
+  camera.PowerUp();
+  camera.Pause();
+  if (!Succeeded(camera.Resume())) return;
   stage.Sleep(50 * kMillisecond);
-  stage.Pause();
-  stage.Release();
+  camera.Pause();
+  camera.Release();
 }
 
-void SecondStream(Stage& stage) {
-  if (!Succeeded(stage.Acquire()) || !Succeeded(stage.Run())) return;
+void SecondStream(TransportStage& camera) {
+  Stage& stage = camera.Host();
+  if (!Succeeded(camera.Acquire()) || !Succeeded(camera.Run())) return;
   stage.Sleep(20 * kMillisecond);
-  stage.Pause();
-  stage.Release();
+  camera.Pause();
+  camera.Release();
 }
 
-void DoOneThing(Stage& stage) {
-  if (!stage.Hosted().IsStarted()) {
-    stage.Start();
+void DoOneThing(TransportStage& camera) {
+  Stage& stage = camera.Host();
+  if (!camera.Hosted().IsStarted()) {
+    camera.Start();
     return;
   }
-  if (!IsOpen(stage)) {
-    if (Succeeded(stage.Acquire()) && !stage.Chance().OneIn(8)) stage.Run();
+  if (!IsOpen(camera)) {
+    if (Succeeded(camera.Acquire()) && !stage.Chance().OneIn(8)) camera.Run();
     return;
   }
   switch (stage.Chance().Below(9)) {
     case 0:
-      stage.Pause();
+      camera.Pause();
       break;
     case 1:
-      stage.Resume();
+      camera.Resume();
       break;
     case 2:
-      stage.Run();
+      camera.Run();
       break;
     case 3:
-      stage.Pause();
-      stage.Release();
+      camera.Pause();
+      camera.Release();
       break;
     case 4:
-      stage.PowerDown();
+      camera.PowerDown();
       stage.SleepAWhile(50 * kMillisecond);
-      stage.PowerUp();
+      camera.PowerUp();
       break;
     case 5:
-      stage.Pause();
-      stage.Resume();
+      camera.Pause();
+      camera.Resume();
       break;
     default:
-      static_cast<void>(stage.FramesCome(2, 300 * kMillisecond));
+      static_cast<void>(camera.FramesCome(2, 300 * kMillisecond));
       break;
   }
 }
 
 }  // namespace
 
-void ExpectFirstPipe(Stage& stage) {
-  stage.Require(stage.Stream()->PipeIndex == 0 && stage.Trace().RecoveriesEnded() != 0,
+void ExpectFirstPipe(TransportStage& camera) {
+  Stage& stage = camera.Host();
+  stage.Require(camera.Stream()->PipeIndex == 0 && stage.Trace().RecoveriesEnded() != 0,
                 "a stream can't be run again");
 }
 
-void ExpectRecovery(Stage& stage, bool firstPipeCarriesPicture) {
+void ExpectRecovery(TransportStage& camera, bool firstPipeCarriesPicture) {
+  Stage& stage = camera.Host();
   const std::uint64_t before = stage.Trace().RecoveriesEnded();
   for (int tick = 0; tick < 12 && stage.Trace().RecoveriesEnded() == before; ++tick) {
     stage.Sleep(250 * kMillisecond);
   }
   stage.Require(stage.Trace().RecoveriesEnded() != before, "a broken circle doesn't recover");
-  stage.Require(stage.Stream()->PipeIndex == 0, "a recovery leaves the pipe as it was");
+  stage.Require(camera.Stream()->PipeIndex == 0, "a recovery leaves the pipe as it was");
   stage.Camera().FailReads(0);
   stage.Between().RefuseTransfers(0);
   if (firstPipeCarriesPicture) {
-    stage.Require(stage.FramesCome(2, 3 * kSecond), "no frames come after a recovery");
+    stage.Require(camera.FramesCome(2, 3 * kSecond), "no frames come after a recovery");
   } else {
-    stage.Require(!stage.FramesCome(1, 300 * kMillisecond), "an interrupt pipe gives frames");
+    stage.Require(!camera.FramesCome(1, 300 * kMillisecond), "an interrupt pipe gives frames");
   }
 }
 
-void ExpectNextStream(Stage& stage, bool firstPipeCarriesPicture) {
-  stage.Require(Succeeded(stage.Acquire()), "no stream can be acquired after a recovery");
-  const bool isOnFirstPipe = stage.Stream()->PipeIndex == 0;
-  const NTSTATUS status = stage.Run();
+void ExpectNextStream(TransportStage& camera, bool firstPipeCarriesPicture) {
+  Stage& stage = camera.Host();
+  stage.Require(Succeeded(camera.Acquire()), "no stream can be acquired after a recovery");
+  const bool isOnFirstPipe = camera.Stream()->PipeIndex == 0;
+  const NTSTATUS status = camera.Run();
   if (firstPipeCarriesPicture || !isOnFirstPipe) {
     stage.Require(Succeeded(status), "no stream runs after a recovery");
-    stage.RequireFramesOrFirstPipe();
-    stage.Pause();
-    stage.Release();
+    camera.RequireFramesOrFirstPipe();
+    camera.Pause();
+    camera.Release();
   } else {
     stage.RequireStatus("a run on an interrupt pipe", status, {STATUS_INVALID_PARAMETER});
-    stage.Remove();
-    stage.PlugInAndStream();
-    stage.Require(stage.FramesCome(), "no frames come from a camera plugged in again");
+    camera.Remove();
+    camera.PlugInAndStream();
+    stage.Require(camera.FramesCome(), "no frames come from a camera plugged in again");
   }
 }
 
@@ -118,27 +124,28 @@ void SilenceSome(Stage& stage) {
   stage.Camera().SilenceRequests(static_cast<std::uint32_t>(stage.Chance().Between(1, 2)));
 }
 
-void Everyday(Stage& stage) {
+void Everyday(TransportStage& camera) {
+  Stage& stage = camera.Host();
   PlugOptions options;
   options.Camera.HasTwinPipes = stage.Chance().OneIn(2);
-  if (!stage.PlugIn(options)) return;
-  if (Succeeded(stage.Start())) {
-    FirstStream(stage);
-    SecondStream(stage);
-    stage.Stop();
+  if (!camera.PlugIn(options)) return;
+  if (Succeeded(camera.Start())) {
+    FirstStream(camera);
+    SecondStream(camera);
+    camera.Stop();
   }
-  stage.Remove();
+  camera.Remove();
   if (!stage.Chance().OneIn(8)) return;
   // Whatever failed, it was that once.
   stage.EndFaults();
-  stage.PlugInAndStream();
-  stage.Require(stage.FramesCome(), "no frames come from a camera plugged in again");
+  camera.PlugInAndStream();
+  stage.Require(camera.FramesCome(), "no frames come from a camera plugged in again");
 }
 
-void DoSomething(Stage& stage, int most, const std::function<bool()>& isEnough) {
+void DoSomething(TransportStage& camera, int most, const std::function<bool()>& isEnough) {
   for (int i = 0; i < most && !isEnough(); ++i) {
-    stage.SleepAWhile(150 * kMillisecond);
-    DoOneThing(stage);
+    camera.Host().SleepAWhile(150 * kMillisecond);
+    DoOneThing(camera);
   }
 }
 
