@@ -5,6 +5,7 @@
 
 #include "apps/lidcam/camera/core_camera.h"
 #include "apps/lidcam/camera/opened_camera.h"
+#include "apps/lidcam/camera/started_camera.h"
 #include "apps/lidcam/settings/stream_size.h"
 #include "camera_model/bus_adapter/simulated_bus.h"
 #include "driver/core/control/stream_modes.h"
@@ -37,8 +38,8 @@ std::string SurplusText(const std::string& sensor, PictureSize raw, std::uint32_
 }
 
 std::string ObstacleOf(bus::UsbBus& bus, std::string_view sensor) {
-  CoreCamera camera(bus);
-  const std::int32_t taken = camera.Context().SensorType;
+  std::int32_t taken = 0;
+  WithStartedCamera(bus, [&taken](CameraContext& camera) { taken = camera.SensorType; });
   if (const std::string obstacle = StreamObstacle(taken); !obstacle.empty()) return obstacle;
   const std::optional<std::int32_t> real = SensorTypeOf(sensor);
   if (!real || RawFrameBytes(*real, RawMode640x480) == RawFrameBytes(taken, RawMode640x480)) {
