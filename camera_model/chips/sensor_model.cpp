@@ -25,14 +25,14 @@ const ModelRow& RowOf(SensorModel model) {
                        [model](const ModelRow& row) { return row.Model == model; });
 }
 
-struct PowerUpRow {
+struct SensorPowerUpRow {
   SensorModel Model;
   std::uint8_t Page;
   std::uint8_t Register;
   std::uint16_t Value;
 };
 
-constexpr PowerUpRow kPowerUp[] = {
+constexpr SensorPowerUpRow kSensorPowerUp[] = {
     // Identity in 0x02. Exposure 522 lines in 0x03 and 0x04, three half cycles of 50 Hz light.
     // 0x0C: read upright and unmirrored. 0x5D and 0x60: fine and coarse gain.
     {SensorModel::VGA0708, 0, 0x02, 0x15},
@@ -168,7 +168,7 @@ void Sensor::Reset() {
   registers_.fill(0);
   page_ = 0;
   lowByteOfLastRead_ = 0;
-  for (const PowerUpRow& row : kPowerUp) {
+  for (const SensorPowerUpRow& row : kSensorPowerUp) {
     if (row.Model == model_) registers_[Place(row.Register, row.Page)] = row.Value;
   }
   for (const SensorRegisterOverride& row : overrides_) {

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <stdexcept>
+#include <string>
+#include <system_error>
 
 namespace lidcam::bus {
 
@@ -10,5 +12,10 @@ class CaptureError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
+
+/// The system's text for an errno.
+inline std::string ErrorText(int error) {
+  return std::generic_category().message(error);
+}
 
 }  // namespace lidcam::bus

@@ -38,10 +38,6 @@ using SharedDescriptor = std::shared_ptr<const Descriptor>;
   throw CaptureError(CaptureName(path) + ": " + reason);
 }
 
-std::string ErrorText(int error) {
-  return std::generic_category().message(error);
-}
-
 SharedDescriptor Open(const std::string& path) {
   auto file = std::make_shared<const Descriptor>(path == kStandardInput
                                                      ? fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0)

@@ -19,10 +19,6 @@
 namespace lidcam::bus {
 namespace {
 
-std::string ErrorText(int error) {
-  return std::generic_category().message(error);
-}
-
 bool IsTruncation(const std::string& reason) {
   return reason.find("truncated") != std::string::npos;
 }

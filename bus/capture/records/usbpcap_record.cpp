@@ -10,28 +10,28 @@
 namespace lidcam::bus {
 namespace {
 
-constexpr std::size_t kHeaderSize = 27;
-constexpr std::size_t kControlHeaderSize = kHeaderSize + 1;
-constexpr std::size_t kIsochronousHeaderSize = kHeaderSize + 12;
-constexpr std::size_t kDescriptorSize = 12;
+constexpr std::size_t kUsbpcapHeaderSize = 27;
+constexpr std::size_t kControlHeaderSize = kUsbpcapHeaderSize + 1;
+constexpr std::size_t kIsochronousHeaderSize = kUsbpcapHeaderSize + 12;
+constexpr std::size_t kUsbpcapDescriptorSize = 12;
 constexpr std::size_t kSetupSize = 8;
 constexpr std::uint8_t kFromDevice = 0x01;
 
 // Byte positions in the header of a USBPcap record.
-enum HeaderField : std::size_t {
-  kHeaderLength = 0,
-  kId = 2,
-  kStatus = 10,
-  kInfo = 16,
-  kBus = 17,
-  kDevice = 19,
-  kEndpoint = 21,
-  kTransferType = 22,
-  kDataLength = 23,
-  kStage = 27,
-  kStartFrame = 27,
-  kPacketCount = 31,
-  kErrorCount = 35,
+enum UsbpcapField : std::size_t {
+  kUsbpcapHeaderLength = 0,
+  kUsbpcapId = 2,
+  kUsbpcapStatus = 10,
+  kUsbpcapInfo = 16,
+  kUsbpcapBus = 17,
+  kUsbpcapDevice = 19,
+  kUsbpcapEndpoint = 21,
+  kUsbpcapTransferType = 22,
+  kUsbpcapDataLength = 23,
+  kUsbpcapStage = 27,
+  kUsbpcapStartFrame = 27,
+  kUsbpcapPacketCount = 31,
+  kUsbpcapErrorCount = 35,
 };
 
 struct WindowsStatus {
@@ -55,25 +55,26 @@ std::int32_t DecodeStatus(std::uint32_t status) {
   return row == kWindowsStatusTable.end() ? -EPROTO : row->Errno;
 }
 
-TransferType DecodeType(std::uint8_t number) {
+TransferType UsbpcapType(std::uint8_t number) {
   return number <= static_cast<std::uint8_t>(TransferType::Bulk) ? static_cast<TransferType>(number)
                                                                  : TransferType::Other;
 }
 
 std::size_t SmallestHeader(TransferType type) {
   if (type == TransferType::Control) return kControlHeaderSize;
-  return type == TransferType::Isochronous ? kIsochronousHeaderSize : kHeaderSize;
+  return type == TransferType::Isochronous ? kIsochronousHeaderSize : kUsbpcapHeaderSize;
 }
 
-void DecodeHeader(std::span<const std::uint8_t> bytes, UsbRecord& record) {
-  record.Id = LoadLittle<std::uint64_t>(bytes, kId);
-  record.Status = DecodeStatus(LoadLittle<std::uint32_t>(bytes, kStatus));
-  record.Event = (bytes[kInfo] & kFromDevice) != 0 ? RecordEvent::Complete : RecordEvent::Submit;
-  record.Address = {LoadLittle<std::uint16_t>(bytes, kBus),
-                    LoadLittle<std::uint16_t>(bytes, kDevice)};
-  record.Endpoint = bytes[kEndpoint];
-  record.Type = DecodeType(bytes[kTransferType]);
-  record.TransferLength = LoadLittle<std::uint32_t>(bytes, kDataLength);
+void DecodeUsbpcapHeader(std::span<const std::uint8_t> bytes, UsbRecord& record) {
+  record.Id = LoadLittle<std::uint64_t>(bytes, kUsbpcapId);
+  record.Status = DecodeStatus(LoadLittle<std::uint32_t>(bytes, kUsbpcapStatus));
+  record.Event =
+      (bytes[kUsbpcapInfo] & kFromDevice) != 0 ? RecordEvent::Complete : RecordEvent::Submit;
+  record.Address = {LoadLittle<std::uint16_t>(bytes, kUsbpcapBus),
+                    LoadLittle<std::uint16_t>(bytes, kUsbpcapDevice)};
+  record.Endpoint = bytes[kUsbpcapEndpoint];
+  record.Type = UsbpcapType(bytes[kUsbpcapTransferType]);
+  record.TransferLength = LoadLittle<std::uint32_t>(bytes, kUsbpcapDataLength);
   record.Stage = ControlStage::Setup;
   record.Setup.reset();
   record.Interval = 0;
@@ -84,7 +85,7 @@ void DecodeHeader(std::span<const std::uint8_t> bytes, UsbRecord& record) {
 }
 
 void DecodeControl(std::span<const std::uint8_t> bytes, UsbRecord& record) {
-  const std::uint8_t stage = bytes[kStage];
+  const std::uint8_t stage = bytes[kUsbpcapStage];
   if (stage > static_cast<std::uint8_t>(ControlStage::Complete)) {
     throw CaptureError("control stage " + std::to_string(stage) + " is above 3");
   }
@@ -101,16 +102,17 @@ void DecodeControl(std::span<const std::uint8_t> bytes, UsbRecord& record) {
 
 void DecodeIsochronous(std::span<const std::uint8_t> header, std::size_t originalDataLength,
                        UsbRecord& record) {
-  record.StartMicroframe = LoadLittle<std::uint32_t>(header, kStartFrame) * kMicroframesPerFrame;
-  record.ErrorCount = LoadLittle<std::uint32_t>(header, kErrorCount);
-  const auto count = LoadLittle<std::uint32_t>(header, kPacketCount);
-  const std::size_t room = (header.size() - kIsochronousHeaderSize) / kDescriptorSize;
+  record.StartMicroframe =
+      LoadLittle<std::uint32_t>(header, kUsbpcapStartFrame) * kMicroframesPerFrame;
+  record.ErrorCount = LoadLittle<std::uint32_t>(header, kUsbpcapErrorCount);
+  const auto count = LoadLittle<std::uint32_t>(header, kUsbpcapPacketCount);
+  const std::size_t room = (header.size() - kIsochronousHeaderSize) / kUsbpcapDescriptorSize;
   if (count > room) {
     throw CaptureError(std::to_string(count) + " packet descriptors, but room for " +
                        std::to_string(room) + " in the header");
   }
   for (std::size_t i = 0; i < count; ++i) {
-    const std::size_t at = kIsochronousHeaderSize + i * kDescriptorSize;
+    const std::size_t at = kIsochronousHeaderSize + i * kUsbpcapDescriptorSize;
     record.Packets.push_back({DecodeStatus(LoadLittle<std::uint32_t>(header, at + 8)),
                               LoadLittle<std::uint32_t>(header, at),
                               LoadLittle<std::uint32_t>(header, at + 4), 0});
@@ -122,13 +124,13 @@ void DecodeIsochronous(std::span<const std::uint8_t> header, std::size_t origina
 
 void DecodeUsbpcapRecord(std::span<const std::uint8_t> bytes, std::size_t originalLength,
                          std::int64_t timeMicroseconds, UsbRecord& record) {
-  if (bytes.size() < kHeaderSize) {
+  if (bytes.size() < kUsbpcapHeaderSize) {
     throw CaptureError(std::to_string(bytes.size()) + " bytes, but a USBPcap header has " +
-                       std::to_string(kHeaderSize));
+                       std::to_string(kUsbpcapHeaderSize));
   }
-  DecodeHeader(bytes, record);
+  DecodeUsbpcapHeader(bytes, record);
   record.TimeMicroseconds = timeMicroseconds;
-  const std::size_t headerLength = LoadLittle<std::uint16_t>(bytes, kHeaderLength);
+  const std::size_t headerLength = LoadLittle<std::uint16_t>(bytes, kUsbpcapHeaderLength);
   if (headerLength < SmallestHeader(record.Type) || headerLength > bytes.size()) {
     throw CaptureError("header length " + std::to_string(headerLength) + " in a record of " +
                        std::to_string(bytes.size()) + " bytes");

@@ -11,7 +11,7 @@
 namespace lidcam::host {
 namespace {
 
-struct Record {
+struct ObjectRecord {
   ObjectKind Kind;
   std::size_t Size;
   const Scheduler* World;
@@ -24,17 +24,17 @@ struct Record {
 using Address = const char*;
 
 // Never destroyed: a driver may use objects while statics go away.
-struct Registry {
+struct ObjectRegistry {
   std::mutex Lock;
-  std::map<Address, Record, std::less<>> Records;
+  std::map<Address, ObjectRecord, std::less<>> Records;
 };
 
-Registry& TheRegistry() {
-  static auto* const registry = new Registry;
+ObjectRegistry& TheObjectRegistry() {
+  static auto* const registry = new ObjectRegistry;
   return *registry;
 }
 
-Address AddressOf(const void* object) {
+Address AddressOfObject(const void* object) {
   return static_cast<Address>(object);
 }
 
@@ -74,7 +74,7 @@ bool HasHeader(ObjectKind kind) {
 }
 
 // Why an object can't go now; empty if it can.
-std::string UseOf(Address object, const Record& record) {
+std::string UseOf(Address object, const ObjectRecord& record) {
   const std::string name = DescribeObject(NameOf(record.Kind), object);
   if (record.InUse != nullptr) return name + " " + record.InUse;
   if (record.Waiters != 0) {
@@ -84,7 +84,7 @@ std::string UseOf(Address object, const Record& record) {
 }
 
 // Removes the records that lie in a range and tells the first use of one, if any.
-std::string ForgetRange(Registry& registry, Address begin, std::size_t size) {
+std::string ForgetRange(ObjectRegistry& registry, Address begin, std::size_t size) {
   std::string use;
   auto record = registry.Records.lower_bound(begin);
   if (record != registry.Records.begin()) {
@@ -99,7 +99,7 @@ std::string ForgetRange(Registry& registry, Address begin, std::size_t size) {
 }
 
 // What is wrong with the use of an object, apart from its kind; empty if nothing is.
-std::string WrongUse(const void* object, const Record& record) {
+std::string WrongUse(const void* object, const ObjectRecord& record) {
   const std::string name = DescribeObject(NameOf(record.Kind), object);
   if (record.World != &CurrentWorld()) return name + " was initialised in another world";
   if (!HasHeader(record.Kind)) return {};
@@ -108,22 +108,22 @@ std::string WrongUse(const void* object, const Record& record) {
   return name + " was overwritten since its initialisation";
 }
 
-std::string WrongKind(const char* wanted, const void* object, const Record* record) {
+std::string WrongKind(const char* wanted, const void* object, const ObjectRecord* record) {
   if (record == nullptr) return DescribeObject(wanted, object) + " was never initialised";
   return DescribeObject(NameOf(record->Kind), object) + " is used as a " + wanted;
 }
 
-std::optional<Record> FindRecord(const void* object) {
-  Registry& registry = TheRegistry();
+std::optional<ObjectRecord> FindRecord(const void* object) {
+  ObjectRegistry& registry = TheObjectRegistry();
   const std::lock_guard guard(registry.Lock);
-  const auto found = registry.Records.find(AddressOf(object));
+  const auto found = registry.Records.find(AddressOfObject(object));
   if (found == registry.Records.end()) return std::nullopt;
   return found->second;
 }
 
 template <typename Wanted>
 std::string FindInWorld(const Scheduler& world, Wanted wanted) {
-  Registry& registry = TheRegistry();
+  ObjectRegistry& registry = TheObjectRegistry();
   const std::lock_guard guard(registry.Lock);
   for (const auto& [object, record] : registry.Records) {
     if (record.World == &world && wanted(record)) {
@@ -136,8 +136,8 @@ std::string FindInWorld(const Scheduler& world, Wanted wanted) {
 }  // namespace
 
 void RegisterObject(const char* call, ObjectKind kind, const void* object, std::size_t size) {
-  Registry& registry = TheRegistry();
-  Record record{
+  ObjectRegistry& registry = TheObjectRegistry();
+  ObjectRecord record{
       .Kind = kind, .Size = size, .World = &CurrentWorld(), .HeaderType = 0, .HeaderSize = 0};
   if (HasHeader(kind)) {
     const auto& header = *static_cast<const DISPATCHER_HEADER*>(object);
@@ -145,8 +145,8 @@ void RegisterObject(const char* call, ObjectKind kind, const void* object, std::
     record.HeaderSize = header.Size;
   }
   std::unique_lock guard(registry.Lock);
-  const std::string use = ForgetRange(registry, AddressOf(object), size);
-  registry.Records.emplace(AddressOf(object), record);
+  const std::string use = ForgetRange(registry, AddressOfObject(object), size);
+  registry.Records.emplace(AddressOfObject(object), record);
   guard.unlock();
   if (!use.empty()) ReportViolation(call, use + " and is initialised again");
 }
@@ -175,35 +175,35 @@ ObjectKind ExpectDispatcherObject(const char* call, const void* object) {
 }
 
 void SetObjectInUse(const void* object, const char* why) {
-  Registry& registry = TheRegistry();
+  ObjectRegistry& registry = TheObjectRegistry();
   const std::lock_guard guard(registry.Lock);
-  const auto found = registry.Records.find(AddressOf(object));
+  const auto found = registry.Records.find(AddressOfObject(object));
   if (found != registry.Records.end()) found->second.InUse = why;
 }
 
 void CountWaiters(const void* object, int change) {
-  Registry& registry = TheRegistry();
+  ObjectRegistry& registry = TheObjectRegistry();
   const std::lock_guard guard(registry.Lock);
-  const auto found = registry.Records.find(AddressOf(object));
+  const auto found = registry.Records.find(AddressOfObject(object));
   if (found != registry.Records.end()) found->second.Waiters += change;
 }
 
 void ForgetObject(const void* object) {
-  Registry& registry = TheRegistry();
+  ObjectRegistry& registry = TheObjectRegistry();
   const std::lock_guard guard(registry.Lock);
-  registry.Records.erase(AddressOf(object));
+  registry.Records.erase(AddressOfObject(object));
 }
 
 void CheckFreedMemory(const char* call, const void* memory, std::size_t size) {
-  Registry& registry = TheRegistry();
+  ObjectRegistry& registry = TheObjectRegistry();
   std::unique_lock guard(registry.Lock);
-  const std::string use = ForgetRange(registry, AddressOf(memory), size);
+  const std::string use = ForgetRange(registry, AddressOfObject(memory), size);
   guard.unlock();
   if (!use.empty()) ReportViolation(call, use + " and its memory is freed");
 }
 
 std::vector<const void*> ThreadObjectsOfWorld(const Scheduler& world) {
-  Registry& registry = TheRegistry();
+  ObjectRegistry& registry = TheObjectRegistry();
   const std::lock_guard guard(registry.Lock);
   std::vector<const void*> objects;
   for (const auto& [object, record] : registry.Records) {
@@ -213,19 +213,19 @@ std::vector<const void*> ThreadObjectsOfWorld(const Scheduler& world) {
 }
 
 void ForgetWorld(const Scheduler& world) {
-  Registry& registry = TheRegistry();
+  ObjectRegistry& registry = TheObjectRegistry();
   const std::lock_guard guard(registry.Lock);
   std::erase_if(registry.Records, [&](const auto& entry) { return entry.second.World == &world; });
 }
 
 std::string FindKeptObject(const Scheduler& world) {
-  return FindInWorld(world, [](const Record& record) {
+  return FindInWorld(world, [](const ObjectRecord& record) {
     return record.Kind == ObjectKind::WorkItem || record.Kind == ObjectKind::Thread;
   });
 }
 
 std::string FindPendingObject(const Scheduler& world) {
-  return FindInWorld(world, [](const Record& record) {
+  return FindInWorld(world, [](const ObjectRecord& record) {
     return record.InUse != nullptr &&
            (record.Kind == ObjectKind::Timer || record.Kind == ObjectKind::Dpc ||
             record.Kind == ObjectKind::WorkItem || record.Kind == ObjectKind::QueueItem);

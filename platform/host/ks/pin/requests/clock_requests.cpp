@@ -9,7 +9,7 @@
 namespace lidcam::host {
 namespace {
 
-constexpr ULONG kPoolTag = 0x6643534B;  // "KSCf"
+constexpr ULONG kClockFileTag = 0x6643534B;  // "KSCf"
 
 /// An opened clock. The time itself is shared with the pin, which may go before.
 struct ClockBlock : ObjectHead {
@@ -31,7 +31,7 @@ NTSTATUS NTAPI GetResolution(PIRP irp, PKSIDENTIFIER, PVOID data) {
   return AnswerWith(irp, data, resolution);
 }
 
-NTSTATUS NTAPI GetState(PIRP irp, PKSIDENTIFIER, PVOID data) {
+NTSTATUS NTAPI GetClockState(PIRP irp, PKSIDENTIFIER, PVOID data) {
   KSSTATE state = KSSTATE_STOP;
   ClockOf(irp).GetState(&state);
   return AnswerWith(irp, data, state);
@@ -49,7 +49,7 @@ constexpr KSPROPERTY_ITEM Item(ULONG id, PFNKSHANDLER get, ULONG size) {
 constexpr KSPROPERTY_ITEM kClockItems[] = {
     Item(KSPROPERTY_CLOCK_TIME, GetTime, sizeof(LONGLONG)),
     Item(KSPROPERTY_CLOCK_RESOLUTION, GetResolution, sizeof(KSRESOLUTION)),
-    Item(KSPROPERTY_CLOCK_STATE, GetState, sizeof(KSSTATE)),
+    Item(KSPROPERTY_CLOCK_STATE, GetClockState, sizeof(KSSTATE)),
 };
 
 constexpr GUID kClockSet = GuidOf(STATIC_KSPROPSETID_Clock);
@@ -84,8 +84,8 @@ bool IsClockOf(const FILE_OBJECT& file, const FILE_OBJECT& sibling) {
 }  // namespace
 
 NTSTATUS CreateClock(ObjectHead& pin, PIRP irp) {
-  auto* const clock =
-      static_cast<ClockBlock*>(ExAllocatePoolWithTag(NonPagedPool, sizeof(ClockBlock), kPoolTag));
+  auto* const clock = static_cast<ClockBlock*>(
+      ExAllocatePoolWithTag(NonPagedPool, sizeof(ClockBlock), kClockFileTag));
   if (clock == nullptr) return STATUS_INSUFFICIENT_RESOURCES;
   *clock = {{KsObjectKind::Clock, pin.Device}, PinOf(pin).Clock};
   clock->Clock->AddRef();

@@ -10,7 +10,7 @@
 namespace lidcam::host {
 namespace {
 
-constexpr ULONG kPoolTag = 0x6E50534B;  // "KSPn"
+constexpr ULONG kPinTag = 0x6E50534B;  // "KSPn"
 
 bool IsAmong(const KSIDENTIFIER& wanted, const KSIDENTIFIER* list, ULONG count) {
   for (ULONG i = 0; i < count; ++i) {
@@ -101,7 +101,7 @@ void FreePin(PinBlock& pin) {
 
 NTSTATUS MakePin(FilterBlock& filter, PinFactoryBlock& factory, PIRP irp,
                  const KSPIN_CONNECT& connect) {
-  PVOID const memory = ExAllocatePoolWithTag(NonPagedPool, sizeof(PinBlock), kPoolTag);
+  PVOID const memory = ExAllocatePoolWithTag(NonPagedPool, sizeof(PinBlock), kPinTag);
   if (memory == nullptr) return STATUS_INSUFFICIENT_RESOURCES;
   PinBlock& pin = *new (memory) PinBlock(*filter.Head.Device);
   FillPin(pin, filter, factory, connect);
