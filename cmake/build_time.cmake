@@ -10,6 +10,35 @@ function(lidcam_compile_together target)
   endif()
 endfunction()
 
+# lidcam_compile_rooms_together(TARGET...): the sources of each folder as one, but for those that have compiler
+# flags or a group of their own.
+function(lidcam_compile_rooms_together)
+  if(NOT LIDCAM_SHARED_COMPILES)
+    return()
+  endif()
+  foreach(target ${ARGN})
+    get_target_property(sources ${target} SOURCES)
+    get_target_property(folder ${target} SOURCE_DIR)
+    set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_MODE GROUP)
+    foreach(source IN LISTS sources)
+      if(NOT source MATCHES "^[^$]*\\.cpp$")
+        continue()
+      endif()
+      cmake_path(ABSOLUTE_PATH source BASE_DIRECTORY "${folder}" NORMALIZE)
+      get_source_file_property(flags "${source}" TARGET_DIRECTORY ${target} COMPILE_OPTIONS)
+      get_source_file_property(group "${source}" TARGET_DIRECTORY ${target} UNITY_GROUP)
+      get_source_file_property(alone "${source}" TARGET_DIRECTORY ${target} SKIP_PRECOMPILE_HEADERS)
+      if(flags OR group OR alone)
+        continue()
+      endif()
+      cmake_path(GET source PARENT_PATH room)
+      cmake_path(RELATIVE_PATH room BASE_DIRECTORY "${CMAKE_SOURCE_DIR}")
+      string(MAKE_C_IDENTIFIER "${room}" room)
+      set_source_files_properties("${source}" TARGET_DIRECTORY ${target} PROPERTIES UNITY_GROUP ${room})
+    endforeach()
+  endforeach()
+endfunction()
+
 # A precompiled header holds the system's headers as they were. A package's files bear the time when they
 # were packaged, which may lie before the last build: neither the build tool nor the compiler's own
 # dependencies show an update of them, and clang++ then refuses the precompiled header. This header, the
