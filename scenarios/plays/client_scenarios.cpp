@@ -7,17 +7,12 @@
 #include "driver/usb/stream/usb_capture_device.h"
 #include "platform/host/nt/scheduling/scheduler.h"
 #include "scenarios/clients/client_stage.h"
+#include "scenarios/plays/sequences.h"
 
 namespace lidcam::scenarios {
 namespace {
 
 constexpr std::uint64_t kSteps = 30;
-
-PlugOptions SomeCamera(Stage& stage) {
-  PlugOptions options;
-  options.Camera.HasTwinPipes = stage.Chance().OneIn(2);
-  return options;
-}
 
 /// A camera that is started, with applications on it.
 ClientStage& BeginClients(Stage& stage, const ApplicationRules& rules, const PlugOptions& options) {

@@ -3,10 +3,6 @@
 namespace lidcam::scenarios {
 namespace {
 
-bool Succeeded(NTSTATUS status) {
-  return status == STATUS_SUCCESS;
-}
-
 bool IsOpen(const TransportStage& camera) {
   return camera.Stream() != nullptr && camera.Stream()->Opened != 0;
 }
@@ -78,6 +74,12 @@ void DoOneThing(TransportStage& camera) {
 }
 
 }  // namespace
+
+PlugOptions SomeCamera(Stage& stage) {
+  PlugOptions options;
+  options.Camera.HasTwinPipes = stage.Chance().OneIn(2);
+  return options;
+}
 
 void ExpectFirstPipe(TransportStage& camera) {
   Stage& stage = camera.Host();

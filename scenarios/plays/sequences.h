@@ -8,6 +8,13 @@ namespace lidcam::scenarios {
 
 // Pieces that scenarios are put together from.
 
+inline bool Succeeded(NTSTATUS status) {
+  return status == STATUS_SUCCESS;
+}
+
+/// With one isochronous pipe or two.
+PlugOptions SomeCamera(Stage& stage);
+
 /// After a run was refused: the stream stood on the pipe where a recovery had put it.
 void ExpectFirstPipe(TransportStage& camera);
 

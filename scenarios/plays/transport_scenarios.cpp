@@ -18,16 +18,6 @@ namespace {
 
 constexpr NTSTATUS kSharingViolation = static_cast<NTSTATUS>(0xC0000043);
 
-bool Succeeded(NTSTATUS status) {
-  return status == STATUS_SUCCESS;
-}
-
-PlugOptions SomeCamera(Stage& stage) {
-  PlugOptions options;
-  options.Camera.HasTwinPipes = stage.Chance().OneIn(2);
-  return options;
-}
-
 constexpr std::string_view kFailingCall = "failing-";
 
 struct FailingCall {

@@ -34,7 +34,7 @@ std::string ShortNumber(double value) {
 
 // In single quotes only the quote itself has a meaning, and stands twice; in what is drawn, some letters
 // change the type unless a backslash stands ahead of them. A drawing has no place for control characters.
-std::string Quoted(std::string_view text) {
+std::string PlotText(std::string_view text) {
   std::string quoted = "'";
   for (const char letter : Utf8Text(text)) {
     if (letter == '\'') quoted += letter;
@@ -143,7 +143,7 @@ std::string LoopPlotScript(std::span<const FrameRow> rows, const std::string& ti
   std::ranges::copy_if(events, std::back_inserter(moments), IsMoment);
   const bool hasLight =
       std::ranges::any_of(rows, [](const FrameRow& row) { return row.Lux.has_value(); });
-  return "heading = " + Quoted(title) + "\nsummary = " + Quoted(Summary(rows, events)) +
+  return "heading = " + PlotText(title) + "\nsummary = " + PlotText(Summary(rows, events)) +
          "\nend = " + Number(std::max(rows.back().Seconds, kShortest)) +
          "\nhas_light = " + (hasLight ? "1\n" : "0\n") + LightRange(rows) +
          Block("frames", FrameLines(rows)) + Block("states", StateLines(rows)) +
