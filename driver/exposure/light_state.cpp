@@ -37,10 +37,10 @@ void TraceGivenUp(LightState from, const LightArrival& to) {
 void WriteRegisters(CameraContext& context, LightRegisters registers) {
   switch (registers) {
     case LightRegisters::NormalList:
-      ApplyRegisterSet(context, 0, 0);
+      ApplyRegisterSet(context, RegisterList::Normal, RegisterPath::Frame);
       break;
     case LightRegisters::LowLightList:
-      ApplyRegisterSet(context, 1, 0);
+      ApplyRegisterSet(context, RegisterList::LowLight, RegisterPath::Frame);
       break;
     case LightRegisters::TrialPoint:
       for (const LightRegisterWrite& row : kTrialPoint) {
@@ -77,7 +77,9 @@ void Enter(CameraContext& context, LightState from, const LightArrival& to, Coun
   context.LightState = to.State;
   context.DriverRegisterBusy = 1;
   WriteRegisters(context, to.Registers);
-  if (context.LED == LedPolicyFollowLight) SetLedBit(context, to.LedOn ? 1 : 0);
+  if (context.LED == LedPolicyFollowLight) {
+    SetLedBit(context, to.LedOn ? LedState::On : LedState::Off);
+  }
   for (const LightClosing closing : to.Closing) Close(context, closing, to.Mode, count);
 }
 
@@ -184,8 +186,8 @@ std::uint32_t UpdateLightState(CameraContext& context, std::uint8_t exposure, st
   return LightMode;
 }
 
-void SetLedBit(CameraContext& context, std::uint32_t on) {
-  SetLedBitByPath(context, on, 0);
+void SetLedBit(CameraContext& context, LedState led) {
+  SetLedBitByPath(context, led, RegisterPath::Frame);
 }
 
 }  // namespace lidcam

@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "driver/core/record/camera_context.h"
+#include "driver/sensor/controls/power_and_led.h"
 
 namespace lidcam {
 
@@ -41,6 +42,6 @@ void ResetLightState(CameraContext& context);
 std::uint32_t UpdateLightState(CameraContext& context, std::uint8_t exposure, std::uint8_t luma);
 
 /// Switches the LED bit on the frame path; on SensorTypeVGA0708 it reads the register only.
-void SetLedBit(CameraContext& context, std::uint32_t on);
+void SetLedBit(CameraContext& context, LedState led);
 
 }  // namespace lidcam

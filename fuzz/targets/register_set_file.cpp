@@ -92,9 +92,9 @@ void LoadAndApply() {
   context->ClockDivider = 1;
   LoadRegisterSets(*context);
   ApplySetupRegisters(*context);
-  for (const std::uint32_t wait : {0U, 1U}) {
-    ApplyRegisterSet(*context, 0, wait);
-    ApplyRegisterSet(*context, 1, wait);
+  for (const RegisterPath path : {RegisterPath::Frame, RegisterPath::Application}) {
+    ApplyRegisterSet(*context, RegisterList::Normal, path);
+    ApplyRegisterSet(*context, RegisterList::LowLight, path);
   }
   Require(host::PoolUsageOfAll().Blocks == 0);
   Require(host::OpenHandleCount() == 0);

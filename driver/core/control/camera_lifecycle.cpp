@@ -149,7 +149,8 @@ Status MarkStreaming(CameraContext& context) {
 Status EndStream(CameraContext& context) {
   context.Streaming = 0;
   TraceCamera("stream off");
-  PowerAndLed(context, 1, 0, 1, 0, 1);
+  PowerAndLed(context, PowerBits::Write, SensorPower::Rest, LedBit::Write, LedState::Off,
+              RegisterPath::Application);
   return 0;
 }
 

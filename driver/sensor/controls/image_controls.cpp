@@ -180,9 +180,9 @@ Status ApplyEffect(CameraContext& context) {
 
 // The LED is switched off once more, whatever the table of situations did with it.
 Status ApplyLDMode(CameraContext& context) {
-  ApplyLightAndLed(context, 0, 1);
+  ApplyLightAndLed(context, StreamStart::No, LDModeChange::Yes);
   if (context.LED == LedPolicyOn || context.LDMode == 1) return 0;
-  return SetLedBitByPath(context, 0, 1);
+  return SetLedBitByPath(context, LedState::Off, RegisterPath::Application);
 }
 
 Status ApplyRawRegister(CameraContext& context) {
@@ -193,7 +193,7 @@ Status ApplyRawRegister(CameraContext& context) {
 }
 
 Status ApplyLed(CameraContext& context) {
-  return ApplyLightAndLed(context, 0, 0);
+  return ApplyLightAndLed(context, StreamStart::No, LDModeChange::No);
 }
 
 struct StepRow {

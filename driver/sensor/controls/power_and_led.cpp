@@ -13,9 +13,10 @@ constexpr std::uint32_t kLedBit = 0x10;
 
 // One read and one write, both by the same path.
 Status ChangePowerAndLed(CameraContext& context, std::uint32_t clear, std::uint32_t set,
-                         bool applicationPath) {
-  const auto read = applicationPath ? ReadBridgeRegister : DriverReadBridgeRegister;
-  const auto write = applicationPath ? WriteBridgeRegister : DriverWriteBridgeRegister;
+                         RegisterPath path) {
+  const bool isApplication = path != RegisterPath::Frame;
+  const auto read = isApplication ? ReadBridgeRegister : DriverReadBridgeRegister;
+  const auto write = isApplication ? WriteBridgeRegister : DriverWriteBridgeRegister;
   std::uint8_t value = 0;
   const Status status = read(context, kPowerAndLedRegister, value);
   if (status != 0 || context.SensorType == SensorTypeVGA0708) return status;
@@ -51,9 +52,9 @@ constexpr Situation kLedChanged = {
     .HeldLowLight = {List::None, false, Led::On, Led::Off, Led::On},
 };
 
-const Situation& SituationOf(std::uint32_t streamStart, std::uint32_t ldModeChanged) {
-  if (streamStart != 0) return kStreamStart;
-  return ldModeChanged != 0 ? kLDModeChanged : kLedChanged;
+const Situation& SituationOf(StreamStart streamStart, LDModeChange ldModeChange) {
+  if (streamStart != StreamStart::No) return kStreamStart;
+  return ldModeChange != LDModeChange::No ? kLDModeChanged : kLedChanged;
 }
 
 Led LedOf(const LightAndLedRow& row, std::int32_t policy) {
@@ -65,40 +66,48 @@ void SwitchLed(CameraContext& context, Led led) {
   if (led == Led::FollowLight) {
     led = context.LightState == LightStateNormal ? Led::Off : Led::On;
   }
-  if (led != Led::Leave) SetLedBitByPath(context, led == Led::On ? 1 : 0, 1);
+  if (led == Led::Leave) return;
+  SetLedBitByPath(context, led == Led::On ? LedState::On : LedState::Off,
+                  RegisterPath::Application);
 }
 
 }  // namespace
 
-void SetPowerBits(CameraContext& context, std::uint32_t run) {
-  const bool runs = (run & 0xFF) != 0;
-  ChangePowerAndLed(context, kStandbyBit, runs ? kPowerBit : kPowerBit | kStandbyBit, true);
+// Only the low byte counts.
+void SetPowerBits(CameraContext& context, SensorPower power) {
+  const bool runs = (static_cast<std::uint32_t>(power) & 0xFF) != 0;
+  ChangePowerAndLed(context, kStandbyBit, runs ? kPowerBit : kPowerBit | kStandbyBit,
+                    RegisterPath::Application);
 }
 
-Status SetLedBitByPath(CameraContext& context, std::uint32_t on, std::uint32_t applicationPath) {
-  return ChangePowerAndLed(context, kLedBit, on != 0 ? kLedBit : 0, applicationPath != 0);
+Status SetLedBitByPath(CameraContext& context, LedState led, RegisterPath path) {
+  return ChangePowerAndLed(context, kLedBit, led != LedState::Off ? kLedBit : 0, path);
 }
 
-void PowerAndLed(CameraContext& context, std::uint32_t doPower, std::uint32_t run,
-                 std::uint32_t doLed, std::uint32_t on, std::uint32_t applicationPath) {
-  if (doPower != 0) SetPowerBits(context, run);
-  if (doLed != 0) SetLedBitByPath(context, on, applicationPath);
+void PowerAndLed(CameraContext& context, PowerBits powerBits, SensorPower power, LedBit ledBit,
+                 LedState led, RegisterPath path) {
+  if (powerBits != PowerBits::Leave) SetPowerBits(context, power);
+  if (ledBit != LedBit::Leave) SetLedBitByPath(context, led, path);
 }
 
-void SetCameraPower(CameraContext& context, std::uint32_t stop) {
-  if (stop == 0) {
-    PowerAndLed(context, 1, 1, 0, 0, 0);
+void SetCameraPower(CameraContext& context, CameraPower power) {
+  if (power == CameraPower::Up) {
+    PowerAndLed(context, PowerBits::Write, SensorPower::Run, LedBit::Leave, LedState::Off,
+                RegisterPath::Frame);
   } else {
-    PowerAndLed(context, 1, 0, 1, 0, 1);
+    PowerAndLed(context, PowerBits::Write, SensorPower::Rest, LedBit::Write, LedState::Off,
+                RegisterPath::Application);
   }
 }
 
-Status ApplyLightAndLed(CameraContext& context, std::uint32_t streamStart,
-                        std::uint32_t ldModeChanged) {
-  const Situation& situation = SituationOf(streamStart, ldModeChanged);
+Status ApplyLightAndLed(CameraContext& context, StreamStart streamStart,
+                        LDModeChange ldModeChange) {
+  const Situation& situation = SituationOf(streamStart, ldModeChange);
   const LightAndLedRow& row = context.LDMode == 1 ? situation.HeldLowLight : situation.Free;
   if (row.Registers != List::None) {
-    ApplyRegisterSet(context, row.Registers == List::LowLight ? 1 : 0, 1);
+    const bool isLowLight = row.Registers == List::LowLight;
+    ApplyRegisterSet(context, isLowLight ? RegisterList::LowLight : RegisterList::Normal,
+                     RegisterPath::Application);
   }
   if (row.RestartsLight) {
     context.LightState = LightStateInitial;

@@ -3,37 +3,49 @@
 #include <cstdint>
 
 #include "driver/core/record/camera_context.h"
+#include "driver/sensor/registers/register_access.h"
 
 namespace lidcam {
 
 // Bridge register 0xFF09 carries the sensor's power bits and the LED. On SensorTypeVGA0708 this
 // group reads the register and never writes it.
 
-/// Sets the power bits: the sensor runs with bit 0 clear and bit 1 set, and rests with both set.
-/// Stops without a write if the read fails.
-/// @param run  nonzero in its low byte: the sensor shall run
+/// What the power bits say: the sensor runs with bit 0 clear and bit 1 set, and rests with both set.
+enum class SensorPower : std::uint32_t { Rest = 0, Run = 1 };
+enum class LedState : std::uint32_t { Off = 0, On = 1 };
+
+/// Whether PowerAndLed() writes the power bits.
+enum class PowerBits : std::uint32_t { Leave = 0, Write = 1 };
+/// Whether PowerAndLed() writes the LED bit.
+enum class LedBit : std::uint32_t { Leave = 0, Write = 1 };
+
+enum class CameraPower : std::uint32_t { Up = 0, Down = 1 };
+
+/// Whether a stream starts: its register list is applied anew.
+enum class StreamStart : std::uint32_t { No = 0, Yes = 1 };
+/// Whether LDMode was just changed.
+enum class LDModeChange : std::uint32_t { No = 0, Yes = 1 };
+
+/// Sets the power bits. Stops without a write if the read fails.
 /// @par Callable at passive level only: it takes the waiting primitives
-void SetPowerBits(CameraContext& context, std::uint32_t run);
+void SetPowerBits(CameraContext& context, SensorPower power);
 
 /// Switches the LED bit. Stops without a write if the read fails.
-/// @param applicationPath  nonzero: the waiting primitives, else the refusing ones
 /// @return the status of the last register operation
-Status SetLedBitByPath(CameraContext& context, std::uint32_t on, std::uint32_t applicationPath);
+Status SetLedBitByPath(CameraContext& context, LedState led, RegisterPath path);
 
 /// Runs SetPowerBits() and SetLedBitByPath(), each only if asked for.
-void PowerAndLed(CameraContext& context, std::uint32_t doPower, std::uint32_t run,
-                 std::uint32_t doLed, std::uint32_t on, std::uint32_t applicationPath);
+/// @param path  of the LED bit; the power bits take the application path
+void PowerAndLed(CameraContext& context, PowerBits powerBits, SensorPower power, LedBit ledBit,
+                 LedState led, RegisterPath path);
 
-/// Powers the sensor up (`stop` 0), or down with the LED off.
-void SetCameraPower(CameraContext& context, std::uint32_t stop);
+/// Powers the sensor up, or down with the LED off.
+void SetCameraPower(CameraContext& context, CameraPower power);
 
 /// Applies the register list and the LED bit that LDMode, LED and the light state ask for.
 ///
-/// @param streamStart    nonzero: a stream starts; the list is applied anew
-/// @param ldModeChanged  nonzero: LDMode was just changed
 /// @return 0 always
 /// @par Callable at passive level only
-Status ApplyLightAndLed(CameraContext& context, std::uint32_t streamStart,
-                        std::uint32_t ldModeChanged);
+Status ApplyLightAndLed(CameraContext& context, StreamStart streamStart, LDModeChange ldModeChange);
 
 }  // namespace lidcam

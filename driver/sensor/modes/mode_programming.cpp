@@ -107,8 +107,9 @@ Status ProgramStreamMode(CameraContext& context) {
   // After the mode register: the flicker band follows from the divider that it sets.
   ProgramFlicker(context);
   ResetLightState(context);
-  const Status result = ApplyLightAndLed(context, 1, 0);
-  PowerAndLed(context, 1, 1, 0, 0, 1);
+  const Status result = ApplyLightAndLed(context, StreamStart::Yes, LDModeChange::No);
+  PowerAndLed(context, PowerBits::Write, SensorPower::Run, LedBit::Leave, LedState::Off,
+              RegisterPath::Application);
   WriteSensorRegister(context, 0xFF2F, 0x85);
   return result;
 }

@@ -9,13 +9,13 @@ namespace {
 using RegisterWriter = Status (*)(CameraContext& context, RegisterAddress address,
                                   std::uint32_t value);
 
-struct RegisterPath {
+struct PathWriters {
   RegisterWriter WriteSensor;
   RegisterWriter WriteBridge;
 };
 
-constexpr RegisterPath kApplicationPath = {WriteSensorRegister, WriteBridgeRegister};
-constexpr RegisterPath kFramePath = {DriverWriteSensorRegister, DriverWriteBridgeRegister};
+constexpr PathWriters kApplicationPath = {WriteSensorRegister, WriteBridgeRegister};
+constexpr PathWriters kFramePath = {DriverWriteSensorRegister, DriverWriteBridgeRegister};
 
 // The low bits of the OV family's 0xFF3B choose the 50 Hz band, which the lists assume.
 std::uint8_t FollowMains(const CameraContext& context, std::uint8_t value) {
@@ -59,27 +59,27 @@ constexpr EntryPatch kPatches[] = {
 };
 
 std::uint8_t PatchedValue(const CameraContext& context, const RegisterSetEntry& entry,
-                          bool lowLight) {
+                          RegisterList list) {
   for (const EntryPatch& patch : kPatches) {
     if (patch.Marker != entry.Marker || patch.Register != entry.Register) continue;
-    if (lowLight && patch.In == Lists::Normal) continue;
+    if (list != RegisterList::Normal && patch.In == Lists::Normal) continue;
     return patch.ValueFor(context, entry.Value);
   }
   return entry.Value;
 }
 
 // A refused or failed write does not stop the list; an unknown marker leaves `result`.
-Status WriteList(CameraContext& context, const RegisterSetTable& table, const RegisterPath& path,
-                 bool lowLight) {
+Status WriteList(CameraContext& context, const RegisterSetTable& table, const PathWriters& writers,
+                 RegisterList list) {
   Status result = 0;
   for (std::uint32_t i = 0; i < table.Count; ++i) {
     const RegisterSetEntry& entry = table.Entries[i];
     const RegisterAddress address = RegisterAddressOf(entry.Register);
-    const std::uint8_t value = PatchedValue(context, entry, lowLight);
+    const std::uint8_t value = PatchedValue(context, entry, list);
     if (entry.Marker == kSensorEntryMarker) {
-      result = path.WriteSensor(context, address, value);
+      result = writers.WriteSensor(context, address, value);
     } else if (entry.Marker == kBridgeEntryMarker) {
-      result = path.WriteBridge(context, address, value);
+      result = writers.WriteBridge(context, address, value);
     }
   }
   return result;
@@ -101,23 +101,24 @@ constexpr TailWrite kTailVGA0708[] = {
     {WriteSensorRegister, 0xFF2F, 0x83, 0x83},
 };
 
-void WriteTail(CameraContext& context, bool lowLight) {
+void WriteTail(CameraContext& context, RegisterList list) {
   for (const TailWrite& row : kTailVGA0708) {
-    row.Write(context, row.Address, lowLight ? row.LowLight : row.Normal);
+    row.Write(context, row.Address, list != RegisterList::Normal ? row.LowLight : row.Normal);
   }
 }
 
 }  // namespace
 
-Status ApplyRegisterSet(CameraContext& context, std::uint32_t lowLight, std::uint32_t wait) {
-  const bool isLowLight = lowLight != 0;
-  const RegisterSetTable& table = isLowLight ? context.LowLightRegisters : context.NormalRegisters;
+Status ApplyRegisterSet(CameraContext& context, RegisterList list, RegisterPath path) {
+  const RegisterSetTable& table =
+      list != RegisterList::Normal ? context.LowLightRegisters : context.NormalRegisters;
   // A list that fills the whole table counts as overlong.
   if (table.Present == 0 || table.Count == 0 || table.Count >= kRegisterSetCapacity) return 0;
 
-  const RegisterPath& path = wait != 0 ? kApplicationPath : kFramePath;
-  const Status result = WriteList(context, table, path, isLowLight);
-  if (context.SensorType == SensorTypeVGA0708 && wait != 0) WriteTail(context, isLowLight);
+  const bool isApplication = path != RegisterPath::Frame;
+  const PathWriters& writers = isApplication ? kApplicationPath : kFramePath;
+  const Status result = WriteList(context, table, writers, list);
+  if (context.SensorType == SensorTypeVGA0708 && isApplication) WriteTail(context, list);
   return result;
 }
 

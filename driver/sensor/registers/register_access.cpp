@@ -13,8 +13,6 @@ constexpr std::uint32_t kSelectRegister = 0xFFFF;
 // A constant of the read request's wValue, not a length.
 constexpr std::uint32_t kReadRequestValue = 1;
 
-enum class Chip : std::uint8_t { Bridge, Sensor };
-
 const char* ChipName(Chip chip) {
   return chip == Chip::Bridge ? "bridge" : "sensor";
 }
@@ -49,7 +47,7 @@ Status WriteSelected(CameraContext& context, Chip chip, RegisterAddress address,
   SendWrite(context, kSelectRegister, SelectForWrite(chip));
   const Status status = SendWrite(context, address, byte);
   if (status == 0) {
-    UpdateShadowRegister(context, address, byte, chip == Chip::Sensor);
+    UpdateShadowRegister(context, address, byte, chip);
     TraceCamera("bus  write %s %04X=%02X", ChipName(chip), address, byte);
   } else {
     TraceCamera("bus  write %s %04X=%02X failed %d", ChipName(chip), address, byte, status);
@@ -78,8 +76,8 @@ Status ApplicationWrite(CameraContext& context, Chip chip, RegisterAddress addre
   return status;
 }
 
-Status ReplayPipelineWrite(CameraContext& context, Chip chip, RegisterAddress address,
-                           std::uint32_t value) {
+Status FramePathWrite(CameraContext& context, Chip chip, RegisterAddress address,
+                      std::uint32_t value) {
   if (context.AppRegisterBusy != 0) {
     TraceCamera("bus  write %s %04X=%02X refused", ChipName(chip), address, value & 0xFF);
     return kRegisterAccessRefused;
@@ -160,12 +158,12 @@ Status WriteSensorRegister(CameraContext& context, RegisterAddress address, std:
 
 Status DriverWriteBridgeRegister(CameraContext& context, RegisterAddress address,
                                  std::uint32_t value) {
-  return ReplayPipelineWrite(context, Chip::Bridge, address, value);
+  return FramePathWrite(context, Chip::Bridge, address, value);
 }
 
 Status DriverWriteSensorRegister(CameraContext& context, RegisterAddress address,
                                  std::uint32_t value) {
-  return ReplayPipelineWrite(context, Chip::Sensor, address, value);
+  return FramePathWrite(context, Chip::Sensor, address, value);
 }
 
 Status ReadBridgeRegister(CameraContext& context, RegisterAddress address, std::uint8_t& result) {
@@ -214,9 +212,9 @@ Status RawReadRegister(CameraContext& context, std::uint16_t address, std::uint8
 }
 
 void UpdateShadowRegister(CameraContext& context, RegisterAddress address, std::uint8_t value,
-                          bool isSensor) {
+                          Chip chip) {
   const auto number = static_cast<std::uint8_t>(address & 0xFF);
-  if (isSensor) {
+  if (chip == Chip::Sensor) {
     UpdateSensorShadow(context, number, value);
   } else {
     UpdateBridgeShadow(context, number, value);

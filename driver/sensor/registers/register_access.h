@@ -9,6 +9,12 @@ namespace lidcam {
 /// Result of a frame-path access that met an application access: nothing was sent.
 inline constexpr Status kRegisterAccessRefused = 1;
 
+/// Which chip a register belongs to.
+enum class Chip : std::uint8_t { Bridge = 0, Sensor = 1 };
+
+/// Who accesses registers: by the waiting primitives, or by those of the frame path, which refuse.
+enum class RegisterPath : std::uint32_t { Frame = 0, Application = 1 };
+
 /// Bridge register of the picture size and, in its low two bits, the clock divider.
 inline constexpr RegisterAddress kModeRegister = 0xFF0A;
 
@@ -61,7 +67,7 @@ Status RawReadRegister(CameraContext& context, std::uint16_t address, std::uint8
 
 /// Brings the shadow copies up to date after a successful write.
 void UpdateShadowRegister(CameraContext& context, RegisterAddress address, std::uint8_t value,
-                          bool isSensor);
+                          Chip chip);
 
 /// Fills the shadows from the chips at bring-up.
 ///

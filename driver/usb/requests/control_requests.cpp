@@ -166,12 +166,13 @@ NTSTATUS AbortPipe(UsbDeviceRecord& device, USBD_PIPE_HANDLE pipeHandle) {
 }
 
 NTSTATUS ResetPipe(UsbDeviceRecord& device, const UsbStreamRecord& stream,
-                   USBD_INTERFACE_INFORMATION* interfaceInformation, std::uint8_t abort) {
+                   USBD_INTERFACE_INFORMATION* interfaceInformation, PipeRequest request) {
   const USBD_PIPE_INFORMATION* const pipe =
       PipeInformationOf(interfaceInformation, stream.PipeIndex);
   if (pipe == nullptr) return STATUS_DEVICE_DATA_ERROR;
-  return SendPipeRequest(device, pipe->PipeHandle,
-                         abort != 0 ? URB_FUNCTION_ABORT_PIPE : URB_FUNCTION_RESET_PIPE);
+  return SendPipeRequest(
+      device, pipe->PipeHandle,
+      request != PipeRequest::Reset ? URB_FUNCTION_ABORT_PIPE : URB_FUNCTION_RESET_PIPE);
 }
 
 std::uint32_t GetCurrentFrame(UsbDeviceRecord& device) {

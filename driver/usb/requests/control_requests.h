@@ -40,12 +40,15 @@ Status UsbReadRequest(void* transport, std::uint32_t request, std::uint32_t inde
 /// @par Callable at passive level only
 NTSTATUS AbortPipe(UsbDeviceRecord& device, USBD_PIPE_HANDLE pipeHandle);
 
-/// Resets the stream's pipe, or aborts it if `abort` is nonzero.
+/// What becomes of a pipe.
+enum class PipeRequest : std::uint8_t { Reset = 0, Abort = 1 };
+
+/// Resets or aborts the stream's pipe.
 /// @return the status of SendUrb(); STATUS_INSUFFICIENT_RESOURCES; STATUS_DEVICE_DATA_ERROR if the
 ///         interface has no such pipe
 /// @par Callable at passive level only
 NTSTATUS ResetPipe(UsbDeviceRecord& device, const UsbStreamRecord& stream,
-                   USBD_INTERFACE_INFORMATION* interfaceInformation, std::uint8_t abort);
+                   USBD_INTERFACE_INFORMATION* interfaceInformation, PipeRequest request);
 
 /// The bus frame number; 0 on any failure.
 /// @par Callable at passive level only

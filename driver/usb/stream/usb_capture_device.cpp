@@ -434,7 +434,7 @@ NTSTATUS UsbCaptureDevice::PowerDown(DEVICE_POWER_STATE, DEVICE_POWER_STATE) {
   CameraContext& camera = *hold.Camera();
   SuspendCamera(camera);
   PauseStream();
-  SetCameraPower(camera, 1);
+  SetCameraPower(camera, CameraPower::Down);
   return STATUS_SUCCESS;
 }
 

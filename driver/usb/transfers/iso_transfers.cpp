@@ -160,7 +160,8 @@ NTSTATUS StartTransfers(UsbStreamRecord& stream) {
   UsbDeviceRecord& device = *stream.Device;
   const bool rebuild = stream.RestartPending != 0 || stream.StreamRunning != 0;
   if (stream.StreamRunning == 0) {
-    const NTSTATUS reset = ResetPipe(device, stream, device.InterfaceInformation, 0);
+    const NTSTATUS reset =
+        ResetPipe(device, stream, device.InterfaceInformation, PipeRequest::Reset);
     if (!NT_SUCCESS(reset)) return reset;
   }
   stream.NextStartFrame = GetCurrentFrame(device) + kStartFrameLead;

@@ -117,7 +117,7 @@ NTSTATUS RecoverLocked(UsbDeviceRecord& device, UsbStreamRecord& stream) {
   WaitResetIdle(stream, wait);
   TraceCamera("recovery idle status=%08X", Hex(wait));
   if (wait == STATUS_TIMEOUT) return wait;
-  const NTSTATUS reset = ResetPipe(device, stream, device.InterfaceInformation, 0);
+  const NTSTATUS reset = ResetPipe(device, stream, device.InterfaceInformation, PipeRequest::Reset);
   TraceCamera("recovery reset status=%08X", Hex(reset));
   return RestartCircle(device, stream, reset);
 }

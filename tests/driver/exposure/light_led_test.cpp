@@ -39,7 +39,7 @@ TEST(LedBit, IsReadAndWrittenOnTheFramePathAndOnlyReadOnVGA0708) {
       EXPECT_EQ(camera.Context().DriverRegisterBusy, 1U);
       EXPECT_EQ(camera.Context().AppRegisterBusy, 0U);
     };
-    SetLedBit(camera.Context(), row.On);
+    SetLedBit(camera.Context(), LedState{row.On});
     EXPECT_THAT(camera.Accesses(), ElementsAreArray(row.Accesses));
   }
 }

@@ -102,7 +102,8 @@ TEST_P(LightAndLed, AppliesTheListAndTheLedBitOfItsSituation) {
     expected.emplace_back(row.LedBit == Expected::On ? "write bridge FF09=B5"
                                                      : "write bridge FF09=A5");
   }
-  EXPECT_EQ(ApplyLightAndLed(context, row.StreamStart, row.LDModeChanged), 0);
+  EXPECT_EQ(
+      ApplyLightAndLed(context, StreamStart{row.StreamStart}, LDModeChange{row.LDModeChanged}), 0);
   EXPECT_THAT(camera.Accesses(), ElementsAreArray(expected));
   EXPECT_EQ(context.LightState, row.Restart ? 2U : row.Light);
   EXPECT_EQ(context.LightTransitionCount, row.Restart ? 0 : 5);
@@ -115,7 +116,7 @@ TEST(LightAndLedSwitch, FailuresStayInsideAndStopTheLedBit) {
   LightAndLedCamera camera(SensorTypeOV7660);
   camera.Context().LED = 2;
   camera.Failure = [](const std::string&) { return -1; };
-  EXPECT_EQ(ApplyLightAndLed(camera.Context(), 1, 0), 0);
+  EXPECT_EQ(ApplyLightAndLed(camera.Context(), StreamStart::Yes, LDModeChange::No), 0);
   EXPECT_THAT(camera.Accesses(),
               ElementsAre("write bridge FF50=01 failed", "read bridge FF09 failed"));
 }
@@ -123,7 +124,7 @@ TEST(LightAndLedSwitch, FailuresStayInsideAndStopTheLedBit) {
 TEST(LightAndLedSwitch, TheRegisterIsReadAndNeverWrittenOnVGA0708) {
   LightAndLedCamera camera(SensorTypeVGA0708);
   camera.Context().LED = 2;
-  EXPECT_EQ(ApplyLightAndLed(camera.Context(), 0, 0), 0);
+  EXPECT_EQ(ApplyLightAndLed(camera.Context(), StreamStart::No, LDModeChange::No), 0);
   EXPECT_THAT(camera.Accesses(), ElementsAre("read bridge FF09 -> A5"));
 }
 
@@ -143,7 +144,7 @@ TEST(LightAndLedSwitch, LeavingLDModeRestartsTheLightStateAheadOfTheLed) {
       EXPECT_EQ(context.LightState, 1U);
     }
   };
-  ApplyLightAndLed(context, 0, 1);
+  ApplyLightAndLed(context, StreamStart::No, LDModeChange::Yes);
 }
 
 TEST(LDModeStep, SwitchesTheLedOffOnceMoreOnLeaving) {

@@ -261,7 +261,7 @@ TEST(RegisterShadows, FollowEveryWriteThatTheTableNamesAndNoOther) {
 
 TEST(RegisterShadows, LookAtTheLowByteOfTheAddressOnly) {
   RegisterSpace space;
-  UpdateShadowRegister(space.Context(), 0x1226, 0x31, false);
+  UpdateShadowRegister(space.Context(), 0x1226, 0x31, Chip::Bridge);
   EXPECT_EQ(space.Context().ShadowFF26, 0x31);
 }
 

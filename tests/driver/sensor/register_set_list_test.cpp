@@ -44,10 +44,10 @@ class RegisterSetList : public ::testing::Test {
 TEST_F(RegisterSetList, LowLightChoosesTheListAndTheMarkerTheChip) {
   Fill(Context().NormalRegisters, {{0x33, 0x09, 0x2F}, {0x11, 0x0F, 0x80}});
   Fill(Context().LowLightRegisters, {{0x11, 0x0F, 0x70}, {0x33, 0x09, 0x1F}});
-  EXPECT_EQ(ApplyRegisterSet(Context(), 0, 1), 0);
+  EXPECT_EQ(ApplyRegisterSet(Context(), RegisterList::Normal, RegisterPath::Application), 0);
   EXPECT_THAT(Accesses(), ElementsAre("write sensor FF09=2F", "write bridge FF0F=80"));
   Space().ForgetTraffic();
-  EXPECT_EQ(ApplyRegisterSet(Context(), 1, 0), 0);
+  EXPECT_EQ(ApplyRegisterSet(Context(), RegisterList::LowLight, RegisterPath::Frame), 0);
   EXPECT_THAT(Accesses(), ElementsAre("write bridge FF0F=70", "write sensor FF09=1F"));
 }
 
@@ -56,7 +56,7 @@ TEST_F(RegisterSetList, EntriesWithMarker22AreSkippedAndLeaveTheResult) {
   Space().Failure = [](const std::string& access) {
     return access == "write bridge FF01=02" ? Status{-1} : Status{0};
   };
-  EXPECT_EQ(ApplyRegisterSet(Context(), 0, 1), -1);
+  EXPECT_EQ(ApplyRegisterSet(Context(), RegisterList::Normal, RegisterPath::Application), -1);
   EXPECT_THAT(Accesses(), ElementsAre("write bridge FF01=02 failed"));
 }
 
@@ -65,34 +65,34 @@ TEST_F(RegisterSetList, ResultIsTheStatusOfTheLastWrite) {
   Space().Failure = [](const std::string& access) {
     return access == "write bridge FF01=02" ? Status{-1} : Status{0};
   };
-  EXPECT_EQ(ApplyRegisterSet(Context(), 0, 1), 0);
+  EXPECT_EQ(ApplyRegisterSet(Context(), RegisterList::Normal, RegisterPath::Application), 0);
   EXPECT_THAT(Accesses(), ElementsAre("write bridge FF01=02 failed", "write sensor FF03=04"));
 }
 
 TEST_F(RegisterSetList, ListOf599EntriesIsWrittenAndOneOf600IsNot) {
   Fill(Context().NormalRegisters, Entries(599, {0x11, 0x50, 0x01}));
-  EXPECT_EQ(ApplyRegisterSet(Context(), 0, 1), 0);
+  EXPECT_EQ(ApplyRegisterSet(Context(), RegisterList::Normal, RegisterPath::Application), 0);
   EXPECT_THAT(Accesses(), SizeIs(599));
   Space().ForgetTraffic();
   Fill(Context().NormalRegisters, Entries(600, {0x11, 0x50, 0x01}));
-  EXPECT_EQ(ApplyRegisterSet(Context(), 0, 1), 0);
+  EXPECT_EQ(ApplyRegisterSet(Context(), RegisterList::Normal, RegisterPath::Application), 0);
   Context().NormalRegisters.Count = 0xFFFFFFFF;
-  EXPECT_EQ(ApplyRegisterSet(Context(), 0, 1), 0);
+  EXPECT_EQ(ApplyRegisterSet(Context(), RegisterList::Normal, RegisterPath::Application), 0);
   EXPECT_THAT(Accesses(), IsEmpty());
 }
 
 TEST_F(RegisterSetList, AbsentEmptyOrOverlongListOnVGA0708WritesNothingNotEvenTheTail) {
   Context().SensorType = SensorTypeVGA0708;
-  EXPECT_EQ(ApplyRegisterSet(Context(), 0, 1), 0);
-  EXPECT_EQ(ApplyRegisterSet(Context(), 1, 1), 0);
+  EXPECT_EQ(ApplyRegisterSet(Context(), RegisterList::Normal, RegisterPath::Application), 0);
+  EXPECT_EQ(ApplyRegisterSet(Context(), RegisterList::LowLight, RegisterPath::Application), 0);
   Fill(Context().NormalRegisters, {{0x11, 0x01, 0x02}});
   Context().NormalRegisters.Present = 0;
-  EXPECT_EQ(ApplyRegisterSet(Context(), 0, 1), 0);
+  EXPECT_EQ(ApplyRegisterSet(Context(), RegisterList::Normal, RegisterPath::Application), 0);
   Context().NormalRegisters.Present = 1;
   Context().NormalRegisters.Count = 0;
-  EXPECT_EQ(ApplyRegisterSet(Context(), 0, 1), 0);
+  EXPECT_EQ(ApplyRegisterSet(Context(), RegisterList::Normal, RegisterPath::Application), 0);
   Context().NormalRegisters.Count = 600;
-  EXPECT_EQ(ApplyRegisterSet(Context(), 0, 1), 0);
+  EXPECT_EQ(ApplyRegisterSet(Context(), RegisterList::Normal, RegisterPath::Application), 0);
   EXPECT_THAT(Accesses(), IsEmpty());
 }
 
@@ -104,7 +104,7 @@ TEST_F(RegisterSetList, ReplayPipelineIsRefusedEntryByEntryWhileTheApplicationHo
   Space().OnRequest = [&busy](const WirePacket& packet) {
     if (packet[4] == 0x01) busy = 1;
   };
-  EXPECT_EQ(ApplyRegisterSet(Context(), 0, 0), 1);
+  EXPECT_EQ(ApplyRegisterSet(Context(), RegisterList::Normal, RegisterPath::Frame), 1);
   EXPECT_THAT(Accesses(), ElementsAre("write bridge FF01=02"));
   Context().AppRegisterBusy = 0;
 }
@@ -114,7 +114,7 @@ TEST_F(RegisterSetList, RefusedEntryDoesNotStopTheList) {
   Space().Failure = [](const std::string& access) {
     return access == "write sensor FF03=04" ? Status{-1} : Status{0};
   };
-  EXPECT_EQ(ApplyRegisterSet(Context(), 0, 0), 0);
+  EXPECT_EQ(ApplyRegisterSet(Context(), RegisterList::Normal, RegisterPath::Frame), 0);
   EXPECT_THAT(Accesses(), ElementsAre("write bridge FF01=02", "write sensor FF03=04 failed",
                                       "write bridge FF05=06"));
 }
@@ -201,13 +201,15 @@ class RegisterSetPatch : public ::testing::TestWithParam<PatchCase> {};
 
 TEST_P(RegisterSetPatch, ValueOnBothPaths) {
   const PatchCase& patch = GetParam();
-  for (const std::uint32_t wait : {0U, 1U}) {
+  for (const RegisterPath path : {RegisterPath::Frame, RegisterPath::Application}) {
     const auto space = std::make_unique<RegisterSpace>();
     CameraContext& context = space->Context();
     context.SensorType = SensorTypeK82;
     patch.Set(context);
     Fill(patch.LowLight ? context.LowLightRegisters : context.NormalRegisters, {patch.Entry});
-    EXPECT_EQ(ApplyRegisterSet(context, patch.LowLight ? 1 : 0, wait), 0);
+    EXPECT_EQ(ApplyRegisterSet(
+                  context, patch.LowLight ? RegisterList::LowLight : RegisterList::Normal, path),
+              0);
     EXPECT_THAT(space->Accesses(), ElementsAre(patch.Access));
   }
 }
@@ -226,7 +228,9 @@ TEST_P(MainsBandPatch, LowBitsOf3BFollowTheMainsOnTheOVFamily) {
   context.SensorType = type;
   context.Flicker = flicker;
   Fill(lowLight ? context.LowLightRegisters : context.NormalRegisters, {{0x33, 0x3B, 0xCB}});
-  EXPECT_EQ(ApplyRegisterSet(context, lowLight ? 1 : 0, 0), 0);
+  EXPECT_EQ(ApplyRegisterSet(context, lowLight ? RegisterList::LowLight : RegisterList::Normal,
+                             RegisterPath::Frame),
+            0);
   const bool cleared = flicker == 2 && (type == 7 || type == 8 || type == 11);
   EXPECT_THAT(space->Accesses(),
               ElementsAre(cleared ? "write sensor FF3B=C0" : "write sensor FF3B=CB"));
@@ -248,7 +252,9 @@ TEST_P(RegisterSetTail, FollowsTheListOnVGA0708OnTheApplicationPathOnly) {
   context.UserSaturation = 0xC0;
   Fill(context.NormalRegisters, {{0x11, 0x78, 0x61}});
   Fill(context.LowLightRegisters, {{0x11, 0x78, 0x60}});
-  EXPECT_EQ(ApplyRegisterSet(context, lowLight ? 1 : 0, wait ? 1 : 0), 0);
+  EXPECT_EQ(ApplyRegisterSet(context, lowLight ? RegisterList::LowLight : RegisterList::Normal,
+                             wait ? RegisterPath::Application : RegisterPath::Frame),
+            0);
 
   std::vector<std::string> expected = {lowLight ? "write bridge FF78=60" : "write bridge FF78=C0"};
   if (type == 9 && wait) {
@@ -270,11 +276,11 @@ TEST_F(RegisterSetList, StatusOfTheTailDoesNotEnterTheResult) {
   Space().Failure = [](const std::string& access) {
     return access == "write bridge FF78=60" ? Status{0} : Status{-1};
   };
-  EXPECT_EQ(ApplyRegisterSet(Context(), 1, 1), 0);
+  EXPECT_EQ(ApplyRegisterSet(Context(), RegisterList::LowLight, RegisterPath::Application), 0);
   Space().Failure = [](const std::string& access) {
     return access == "write bridge FF78=60" ? Status{-5} : Status{0};
   };
-  EXPECT_EQ(ApplyRegisterSet(Context(), 1, 1), -5);
+  EXPECT_EQ(ApplyRegisterSet(Context(), RegisterList::LowLight, RegisterPath::Application), -5);
   EXPECT_THAT(Accesses(), SizeIs(10));
 }
 

@@ -316,12 +316,16 @@ TEST(ControlRequests, PipesAreResetOrAbortedByTheStreamsEntry) {
     ASSERT_EQ(world.Start(), STATUS_SUCCESS);
     UsbDeviceRecord& record = world.Record();
     world.Log.Clear();
-    EXPECT_EQ(ResetPipe(record, world.Stream(), record.InterfaceInformation, 0), 0);
-    EXPECT_EQ(ResetPipe(record, world.Stream(), record.InterfaceInformation, 1), 0);
+    EXPECT_EQ(ResetPipe(record, world.Stream(), record.InterfaceInformation, PipeRequest::Reset),
+              0);
+    EXPECT_EQ(ResetPipe(record, world.Stream(), record.InterfaceInformation, PipeRequest::Abort),
+              0);
     world.Stream().PipeIndex = 0;
-    EXPECT_EQ(ResetPipe(record, world.Stream(), record.InterfaceInformation, 0), 0);
+    EXPECT_EQ(ResetPipe(record, world.Stream(), record.InterfaceInformation, PipeRequest::Reset),
+              0);
     world.Stream().PipeIndex = 2;
-    EXPECT_EQ(ResetPipe(record, world.Stream(), record.InterfaceInformation, 0), kGone);
+    EXPECT_EQ(ResetPipe(record, world.Stream(), record.InterfaceInformation, PipeRequest::Reset),
+              kGone);
     EXPECT_THAT(world.Log.Lines(),
                 testing::ElementsAre("urb reset pipe 1", "urb abort pipe 1", "urb reset pipe 0"));
   });

@@ -135,12 +135,12 @@ TEST_P(ProgrammedCamera, IsUprightAndRightlyExposed) {
 
 TEST_P(ProgrammedCamera, TakesColourAndSharpnessBackInTheDarkAndGivesThemBackInTheLight) {
   const camera_model::PictureSettings before = ReadPictureSettings(Bridge());
-  EXPECT_EQ(ApplyRegisterSet(Context(), 1, 0), 0);
+  EXPECT_EQ(ApplyRegisterSet(Context(), RegisterList::LowLight, RegisterPath::Frame), 0);
   const camera_model::PictureSettings dark = ReadPictureSettings(Bridge());
   EXPECT_LT(dark.SaturationU, before.SaturationU);
   EXPECT_LT(dark.SaturationV, before.SaturationV);
   EXPECT_LT(dark.Sharpness, before.Sharpness);
-  EXPECT_EQ(ApplyRegisterSet(Context(), 0, 0), 0);
+  EXPECT_EQ(ApplyRegisterSet(Context(), RegisterList::Normal, RegisterPath::Frame), 0);
   EXPECT_EQ(ReadPictureSettings(Bridge()), before);
 }
 
