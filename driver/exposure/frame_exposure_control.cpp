@@ -5,9 +5,9 @@
 #include "driver/core/base/camera_trace.h"
 #include "driver/exposure/auto_exposure.h"
 #include "driver/exposure/light_state.h"
-#include "driver/exposure/sensor_commit.h"
 #include "driver/frame/raw/raw_frame_parser.h"
 #include "driver/sensor/registers/register_access.h"
+#include "driver/sensor/registers/register_names.h"
 
 namespace lidcam {
 
@@ -16,11 +16,6 @@ constinit Shared<std::uint8_t> LastWrittenExposure{0};
 constinit Shared<std::uint32_t> AeLightMode{0};
 
 namespace {
-
-constexpr RegisterAddress kCoarseGainRegister = 0xFF60;
-constexpr RegisterAddress kFineGainRegister = 0xFF5D;
-constexpr RegisterAddress kExposureLowRegister = 0xFF04;
-constexpr RegisterAddress kExposureHighRegister = 0xFF03;
 
 // A standing exposure is committed soon after it came to stand, and then again and again; a long
 // one more often.
@@ -54,10 +49,10 @@ void WriteOperatingPoint(CameraContext& context) {
   const std::uint32_t lines = bandStep * AeOutput.Exposure;
   AppliedExposureLines = lines;
   TraceStep(lines);
-  DriverWriteSensorRegister(context, kCoarseGainRegister, AeOutput.CoarseGain);
-  DriverWriteSensorRegister(context, kFineGainRegister, AeOutput.FineGain);
-  DriverWriteSensorRegister(context, kExposureLowRegister, lines & 0xFF);
-  DriverWriteSensorRegister(context, kExposureHighRegister, (lines >> 8) & 0x0F);
+  DriverWriteSensorRegister(context, SensorRegister::Vga0708CoarseGain, AeOutput.CoarseGain);
+  DriverWriteSensorRegister(context, SensorRegister::Vga0708FineGain, AeOutput.FineGain);
+  DriverWriteSensorRegister(context, SensorRegister::VgaExposureLow, lines & 0xFF);
+  DriverWriteSensorRegister(context, SensorRegister::VgaExposureHigh, (lines >> 8) & 0x0F);
   context.DriverRegisterBusy = 0;
   LastWrittenExposure = LowByte(AeOutput.Exposure);
 }
@@ -76,7 +71,7 @@ void CommitStandingExposure(CameraContext& context) {
   }
   if (IsCommitDue(context.CommitCount, current)) {
     // The waiting path, unlike all else here.
-    WriteSensorRegister(context, kCommitRegister, kCommitValue);
+    WriteSensorRegister(context, SensorRegister::Commit, kCommitExposure);
     context.CommitCount = kCountAtCommit;
   }
   const std::uint16_t count = context.CommitCount;

@@ -53,7 +53,7 @@ void WriteRegisters(CameraContext& context, LightRegisters registers) {
 void Close(CameraContext& context, LightClosing closing, LightModeNumber mode, CountField count) {
   switch (closing) {
     case LightClosing::Commit:
-      DriverWriteSensorRegister(context, kCommitRegister, kCommitValue);
+      DriverWriteSensorRegister(context, SensorRegister::Commit, kCommitExposure);
       break;
     case LightClosing::FreeBus:
       context.DriverRegisterBusy = 0;

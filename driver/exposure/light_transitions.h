@@ -5,8 +5,8 @@
 
 #include "driver/core/record/camera_context.h"
 #include "driver/exposure/light_state.h"
-#include "driver/exposure/sensor_commit.h"
 #include "driver/sensor/registers/register_access.h"
+#include "driver/sensor/registers/register_names.h"
 
 namespace lidcam {
 
@@ -47,14 +47,15 @@ struct LightRegisterWrite {
 /// The trial point, between the register lists of Normal and LowLight, in writing order. It stands
 /// above what the user has set; the normal list brings the user's values back.
 inline constexpr LightRegisterWrite kTrialPoint[] = {
-    {DriverWriteSensorRegister, 0xFF09, 0x25},  // between the 0x2F of Normal and the 0x1F of LowLight
+    // Between the 0x2F of Normal and the 0x1F of LowLight.
+    {DriverWriteSensorRegister, SensorRegister::Vga0708FrameLength, 0x25},
     {DriverWriteSensorRegister, 0xFF06, 0xF6},
-    {DriverWriteBridgeRegister, 0xFF0F, 0x80},
-    {DriverWriteBridgeRegister, 0xFF13, 0x80},
-    {DriverWriteBridgeRegister, 0xFF14, 0xB8},
-    {DriverWriteBridgeRegister, 0xFF78, 0xC0},  // saturation
-    {DriverWriteBridgeRegister, 0xFF79, 0xC0},
-    {DriverWriteBridgeRegister, 0xFF43, 0xC2},  // sharpness
+    {DriverWriteBridgeRegister, BridgeRegister::Contrast, 0x80},
+    {DriverWriteBridgeRegister, BridgeRegister::Contrast13, 0x80},
+    {DriverWriteBridgeRegister, BridgeRegister::Contrast14, 0xB8},
+    {DriverWriteBridgeRegister, BridgeRegister::Saturation1, 0xC0},
+    {DriverWriteBridgeRegister, BridgeRegister::Saturation2, 0xC0},
+    {DriverWriteBridgeRegister, BridgeRegister::Sharpness, 0xC2},
     {DriverWriteBridgeRegister, 0xFF7C, 0x10},
 };
 

@@ -11,6 +11,7 @@
 #include "driver/sensor/modes/setup_registers.h"
 #include "driver/sensor/register_sets/register_set_file.h"
 #include "driver/sensor/registers/register_access.h"
+#include "driver/sensor/registers/register_names.h"
 #include "platform/kernel.h"
 
 namespace lidcam {
@@ -52,7 +53,7 @@ void StoreTransport(CameraContext& context, const CameraTransport& transport) {
 
 void ReadBridgeMode(CameraContext& context) {
   std::uint8_t mode = 0;
-  ReadBridgeRegister(context, kModeRegister, mode);
+  ReadBridgeRegister(context, BridgeRegister::Mode, mode);
   context.BridgeMode = mode;
 }
 
@@ -65,7 +66,7 @@ void BringUpSensor(CameraContext& context, const std::uint8_t* deviceDescriptor)
 }
 
 // Comes after the setup registers, so that a divider they implied is replaced here and stays 1
-// until the next write of bridge register 0xFF0A.
+// until the next write of BridgeRegister::Mode.
 void SetStateAfterBringUp(CameraContext& context, std::uint32_t longConfig) {
   context.Streaming = 0;
   context.LongConfigDescriptor = longConfig;
@@ -168,7 +169,7 @@ Status ResumeCamera(CameraContext& context) {
   context.PowerOn = 1;
   TraceCamera("power on");
   ApplySetupRegisters(context);
-  WriteBridgeRegister(context, kModeRegister, context.BridgeMode);
+  WriteBridgeRegister(context, BridgeRegister::Mode, context.BridgeMode);
   return 0;
 }
 

@@ -10,6 +10,7 @@
 #include "driver/sensor/controls/power_and_led.h"
 #include "driver/sensor/identification/sensor_set.h"
 #include "driver/sensor/registers/register_access.h"
+#include "driver/sensor/registers/register_names.h"
 #include "driver/sensor/registers/wide_registers.h"
 
 namespace lidcam {
@@ -32,7 +33,7 @@ Status WriteShadowBits(CameraContext& context, ShadowField shadow, RegisterAddre
 }
 
 Status ApplyBrightness(CameraContext& context) {
-  return WriteBridgeRegister(context, 0xFF77, BitsOf(context.Brightness));
+  return WriteBridgeRegister(context, BridgeRegister::Brightness, BitsOf(context.Brightness));
 }
 
 struct ContrastWrite {
@@ -47,13 +48,18 @@ struct ContrastRow {
 };
 
 constexpr ContrastRow kContrast[] = {
-    {{SensorTypeK82}, {{0xFF13, 2, 0x9E}, {0xFF14, 2, 0xCE}}},
-    {{SensorTypeMi1318}, {{0xFF0F, 0, 0x80}, {0xFF13, 2, 0x80}, {0xFF14, 2, 0xC0}}},
-    {{}, {{0xFF0F, 10, 0x20}}},
+    {{SensorTypeK82},
+     {{BridgeRegister::Contrast13, 2, 0x9E}, {BridgeRegister::Contrast14, 2, 0xCE}}},
+    {{SensorTypeMi1318},
+     {{BridgeRegister::Contrast, 0, 0x80},
+      {BridgeRegister::Contrast13, 2, 0x80},
+      {BridgeRegister::Contrast14, 2, 0xC0}}},
+    {{}, {{BridgeRegister::Contrast, 10, 0x20}}},
 };
 
 Status ApplyContrast(CameraContext& context) {
-  Status status = WriteShadowBits(context, &CameraContext::ShadowFF26, 0xFF26, 0x01, false);
+  Status status = WriteShadowBits(context, &CameraContext::ShadowFF26, BridgeRegister::Orientation,
+                                  kContrastBit, false);
   const std::uint32_t contrast = BitsOf(context.Contrast);
   for (const ContrastWrite& write : RowFor(context.SensorType, kContrast).Writes) {
     if (write.Address == 0) break;
@@ -85,9 +91,9 @@ Status ApplySaturation(CameraContext& context) {
   const std::uint32_t setting = BitsOf(context.Saturation) & 0xFFFF;
   const std::uint32_t value = std::min(setting / row.Divisor * row.Factor + row.Offset, row.Limit);
   const auto byte = static_cast<std::uint8_t>(value & 0xFF);
-  WriteBridgeRegister(context, 0xFF78, byte);
+  WriteBridgeRegister(context, BridgeRegister::Saturation1, byte);
   context.UserSaturation = byte;
-  const Status status = WriteBridgeRegister(context, 0xFF79, byte);
+  const Status status = WriteBridgeRegister(context, BridgeRegister::Saturation2, byte);
   context.UserSaturation2 = byte;
   return status;
 }
@@ -95,7 +101,7 @@ Status ApplySaturation(CameraContext& context) {
 Status ApplySharpness(CameraContext& context) {
   const std::uint32_t value = (BitsOf(context.Sharpness) & 0xFFFF) + 0x40;
   context.UserSharpness = static_cast<std::uint8_t>(value & 0xFF);
-  return WriteBridgeRegister(context, 0xFF43, value);
+  return WriteBridgeRegister(context, BridgeRegister::Sharpness, value);
 }
 
 // Gamma 2 is the first row. SensorTypeVGA0708 is tuned one row brighter from 3 on.
@@ -107,7 +113,8 @@ std::int32_t GammaRowOf(const CameraContext& context) {
 }
 
 Status ApplyGamma(CameraContext& context) {
-  constexpr RegisterAddress kFirstKnots[] = {0xFF31, 0xFF81, 0xFF91};  // one set a colour
+  constexpr RegisterAddress kFirstKnots[] = {BridgeRegister::GammaSet1, BridgeRegister::GammaSet2,
+                                             BridgeRegister::GammaSet3};  // one set a colour
   const GammaRow& row = GammaRowAt(GammaRowOf(context));
   Status status = 0;
   for (const RegisterAddress first : kFirstKnots) {
@@ -119,8 +126,6 @@ Status ApplyGamma(CameraContext& context) {
   return status;
 }
 
-constexpr std::uint32_t kBackLightBit = 0x08;
-
 // On the 16-bit sensors and on SensorTypeVGA0708 the bit means that the compensation is off.
 
 Status ApplyBackLightWide(CameraContext& context) {
@@ -129,18 +134,18 @@ Status ApplyBackLightWide(CameraContext& context) {
   std::uint8_t high = 0;
   std::uint8_t low = 0;
   SelectSensorPage(context, 1);
-  ReadWideSensorRegister(context, 0xFF06, high, low);
+  ReadWideSensorRegister(context, SensorRegister::WideAutomatics, high, low);
   const std::uint32_t value = (isOn ? low & ~kBackLightBit : low | kBackLightBit) | always;
-  return WriteWideSensorRegister(context, 0xFF06,
+  return WriteWideSensorRegister(context, SensorRegister::WideAutomatics,
                                  static_cast<std::uint16_t>((std::uint32_t{high} << 8) | value));
 }
 
 Status ApplyBackLightVGA0708(CameraContext& context) {
   std::uint8_t value = 0;
-  ReadSensorRegister(context, 0xFF49, value);
+  ReadSensorRegister(context, SensorRegister::Vga0708BackLight, value);
   const std::uint32_t changed =
       context.BackLight == 1 ? value & ~kBackLightBit : value | kBackLightBit;
-  return WriteSensorRegister(context, 0xFF49, changed);
+  return WriteSensorRegister(context, SensorRegister::Vga0708BackLight, changed);
 }
 
 Status ApplyBackLight(CameraContext& context) {
@@ -151,17 +156,15 @@ Status ApplyBackLight(CameraContext& context) {
     case SensorTypeVGA0708:
       return ApplyBackLightVGA0708(context);
     default:
-      return WriteShadowBits(context, &CameraContext::ShadowFF64, 0xFF64, kBackLightBit,
-                             context.BackLight == 1);
+      return WriteShadowBits(context, &CameraContext::ShadowFF64, BridgeRegister::BackLight,
+                             kBackLightBit, context.BackLight == 1);
   }
 }
 
-constexpr std::uint32_t kMonochromeBit = 0x40;
-
 // Monochrome for any setting but 1, in contrast with the effect below.
 Status ApplyColorEnable(CameraContext& context) {
-  return WriteShadowBits(context, &CameraContext::ShadowFF42, 0xFF42, kMonochromeBit,
-                         context.ColorEnable != 1);
+  return WriteShadowBits(context, &CameraContext::ShadowFF42, BridgeRegister::Effect,
+                         kMonochromeBit, context.ColorEnable != 1);
 }
 
 // Replaces the whole register. The shadow follows the write, and the next ColorEnable builds on it.
@@ -172,10 +175,10 @@ Status ApplyEffect(CameraContext& context) {
   if (effect >= std::size(kEffectBits)) effect = 0;
   std::uint32_t value = kEffectBits[effect];
   if (context.ColorEnable == 0) value |= kMonochromeBit;
-  WriteBridgeRegister(context, 0xFF42, value);
+  WriteBridgeRegister(context, BridgeRegister::Effect, value);
   const bool isTinted = effect == kTintedEffect;
-  WriteBridgeRegister(context, 0xFF0B, isTinted ? 0x30 : 0);
-  return WriteBridgeRegister(context, 0xFF0C, isTinted ? 0xA0 : 0);
+  WriteBridgeRegister(context, BridgeRegister::EffectTint1, isTinted ? 0x30 : 0);
+  return WriteBridgeRegister(context, BridgeRegister::EffectTint2, isTinted ? 0xA0 : 0);
 }
 
 // The LED is switched off once more, whatever the table of situations did with it.

@@ -5,6 +5,7 @@
 
 #include "driver/sensor/identification/sensor_set.h"
 #include "driver/sensor/registers/register_access.h"
+#include "driver/sensor/registers/register_names.h"
 #include "driver/sensor/registers/wide_registers.h"
 
 namespace lidcam {
@@ -19,7 +20,7 @@ constexpr std::uint32_t Bits(std::int32_t value) {
   return static_cast<std::uint32_t>(value);
 }
 
-// The divider is 0 until bridge register 0xFF0A was written, which the first replay may not await.
+// The divider is 0 until BridgeRegister::Mode was written, which the first replay may not await.
 std::int32_t PerClockDivider(const CameraContext& context, std::int32_t value) {
   const std::int32_t divider = context.ClockDivider;
   return divider > 0 ? value / divider : 0;
@@ -40,27 +41,28 @@ Status WriteManualLines(CameraContext& context) {
     const std::uint8_t band = context.FlickerBandStep;
     lines = CutToBands(lines, band);
   }
-  WriteSensorRegister(context, 0xFF04, Bits(lines) & 0xFF);
-  return WriteSensorRegister(context, 0xFF03, Bits(lines) >> 8);
+  WriteSensorRegister(context, SensorRegister::VgaExposureLow, Bits(lines) & 0xFF);
+  return WriteSensorRegister(context, SensorRegister::VgaExposureHigh, Bits(lines) >> 8);
 }
 
 Status WriteShadowFF0D(CameraContext& context, unsigned value) {
   const auto byte = static_cast<std::uint8_t>(value);
   context.ShadowFF0D = byte;
-  return WriteBridgeRegister(context, 0xFF0D, byte);
+  return WriteBridgeRegister(context, BridgeRegister::AutomaticExposure, byte);
 }
 
 Status SetExposureVGA0408(CameraContext& context) {
   constexpr std::uint8_t kUsualBandStep = 0x96;
   const std::uint8_t shadow = context.ShadowFF0D;
-  WriteShadowFF0D(context, context.AutoExposure != 0 ? shadow | 0x03U : shadow & ~0x07U);
+  WriteShadowFF0D(context, context.AutoExposure != 0 ? shadow | kAutomaticExposureOnBits
+                                                     : shadow & ~kAutomaticExposureBits);
   if (context.FlickerBandStep == 0) context.FlickerBandStep = kUsualBandStep;
   return WriteManualLines(context);
 }
 
 // 0x38 keeps the chip's own automatic exposure off in both modes: automatic means the host's.
 Status SetExposureVGA0708(CameraContext& context) {
-  WriteBridgeRegister(context, 0xFF0D, 0x38);
+  WriteBridgeRegister(context, BridgeRegister::AutomaticExposure, 0x38);
   return context.AutoExposure != 0 ? 0 : WriteManualLines(context);
 }
 
@@ -108,20 +110,24 @@ std::int32_t LinesOfVGA7648(const CameraContext& context) {
 
 constexpr OwnExposureRow kOwnExposure[] = {
     {{SensorTypeOV7660, SensorTypeOV7663},
-     {{0xFF13, 0xF7}},
-     {{0xFF13, 0xF2}},
+     {{SensorRegister::OvAutomatics, 0xF7}},
+     {{SensorRegister::OvAutomatics, 0xF2}},
      LinesOfOVFamily,
-     0xFF04},
+     SensorRegister::OvExposureLow},
     {{SensorTypeOV7670},
-     {{0xFF13, 0xE5}, {0xFF3B, 0xC9}},
-     {{0xFF13, 0xE0}, {0xFF3B, 0x09}},
+     {{SensorRegister::OvAutomatics, 0xE5}, {SensorRegister::OvFlicker3B, 0xC9}},
+     {{SensorRegister::OvAutomatics, 0xE0}, {SensorRegister::OvFlicker3B, 0x09}},
      LinesOfOVFamily,
-     0xFF04},
+     SensorRegister::OvExposureLow},
     {{SensorTypeVGA7648},
-     {{0xFF13, 0xA3}, {0xFF2A, 0xA7}, {0xFF2B, 0x7E}},
-     {{0xFF13, 0xA0}, {0xFF2A, 0x97}, {0xFF2B, 0x88}},
+     {{SensorRegister::OvAutomatics, 0xA3},
+      {SensorRegister::Vga7648Exposure2A, 0xA7},
+      {SensorRegister::Vga7648Exposure2B, 0x7E}},
+     {{SensorRegister::OvAutomatics, 0xA0},
+      {SensorRegister::Vga7648Exposure2A, 0x97},
+      {SensorRegister::Vga7648Exposure2B, 0x88}},
      LinesOfVGA7648,
-     0xFF76},
+     SensorRegister::Vga7648ExposureLow},
 };
 
 void WriteSensorList(CameraContext& context, const SensorWrite (&list)[kMostModeWrites]) {
@@ -138,7 +144,7 @@ void SetOwnExposure(CameraContext& context, const OwnExposureRow& row) {
   }
   WriteSensorList(context, row.Manual);
   const std::uint32_t lines = Bits(row.Lines(context));
-  WriteSensorRegister(context, 0xFF10, (lines >> 2) & 0xFF);
+  WriteSensorRegister(context, SensorRegister::OvExposure, (lines >> 2) & 0xFF);
   WriteSensorRegister(context, row.LowBitsRegister, lines & 0x03);
 }
 
@@ -156,21 +162,25 @@ void SwitchOwnExposureOfMi1318(CameraContext& context, bool on) {
   SelectSensorPage(context, 1);
   std::uint8_t high = context.WideHigh;
   std::uint8_t low = context.WideLow;
-  ReadWideSensorRegister(context, 0xFF06, high, low);
-  high = static_cast<std::uint8_t>(on ? high | 0x40U : high & ~0x40U);
+  ReadWideSensorRegister(context, SensorRegister::WideAutomatics, high, low);
+  high = static_cast<std::uint8_t>(on ? high | kMi1318AutomaticExposureBit
+                                      : high & ~kMi1318AutomaticExposureBit);
   context.WideHigh = high;
   context.WideLow = low;
-  WriteWideSensorRegister(context, 0xFF06, static_cast<std::uint16_t>((high << 8) | low));
+  WriteWideSensorRegister(context, SensorRegister::WideAutomatics,
+                          static_cast<std::uint16_t>((high << 8) | low));
 }
 
 Status SetExposureMi1318(CameraContext& context) {
   const bool isAutomatic = context.AutoExposure != 0;
   SwitchOwnExposureOfMi1318(context, isAutomatic);
   if (isAutomatic) return 0;
-  WriteBridgeRegister(context, 0xFF7F, 0);  // the latch is cleared once here, once with the page
+  // The latch is cleared once here, once with the page.
+  WriteBridgeRegister(context, BridgeRegister::LowByteLatch, 0);
   SelectSensorPage(context, 0);
   const std::uint32_t lines = Bits(LinesOfMi1318(context));
-  WriteWideSensorRegister(context, 0xFF09, static_cast<std::uint16_t>(lines & 0xFFFF));
+  WriteWideSensorRegister(context, SensorRegister::Mi1318Exposure,
+                          static_cast<std::uint16_t>(lines & 0xFFFF));
   return 0;
 }
 

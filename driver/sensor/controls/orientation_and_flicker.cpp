@@ -4,15 +4,13 @@
 
 #include "driver/core/base/camera_trace.h"
 #include "driver/sensor/registers/register_access.h"
+#include "driver/sensor/registers/register_names.h"
 #include "driver/sensor/registers/wide_registers.h"
 
 namespace lidcam {
 namespace {
 
-constexpr std::uint8_t kSensorUpright = 0x40;     // of sensor register 0xFF0C
-constexpr std::uint8_t kSensorUnmirrored = 0x20;  // of sensor register 0xFF0C
-
-// What becomes of bridge register 0xFF26: the bits kept, by format, and the bits set. Formats other
+// What becomes of BridgeRegister::Orientation: the bits kept, by format, and the bits set. Formats other
 // than YUY2 also lose bits 0, 1 and 3 in all but the flipped row.
 struct OrientationRow {
   bool Mirror;
@@ -38,9 +36,9 @@ std::uint8_t SensorOrientation(const CameraContext& context, std::uint8_t old) {
   const std::uint32_t format = context.FormatTag;
   const bool isFlipped = context.Vertical != 0;
   std::uint8_t value = old;
-  if (format == kFourccYuy2) value = WithBit(value, kSensorUpright, !isFlipped);
-  if (format == kFormatTagRgb24) value = WithBit(value, kSensorUpright, isFlipped);
-  return WithBit(value, kSensorUnmirrored, context.Mirror == 0);
+  if (format == kFourccYuy2) value = WithBit(value, kSensorUprightBit, !isFlipped);
+  if (format == kFormatTagRgb24) value = WithBit(value, kSensorUprightBit, isFlipped);
+  return WithBit(value, kSensorUnmirroredBit, context.Mirror == 0);
 }
 
 std::uint8_t BridgeOrientation(const CameraContext& context, std::uint8_t old) {
@@ -88,75 +86,84 @@ struct FlickerRow {
 };
 
 constexpr FlickerStep kVga0408Off[] = {
-    {Op::Bridge, 0xFF70, 0x9C},
+    {Op::Bridge, BridgeRegister::Flicker70, 0x9C},
     {Op::MeasureBand, 0, 0},
-    {Op::BridgeBand, 0xFF68, 0, Outcome::Returned},
-    {Op::BridgeAutoExposure, 0xFF64, 0x80},
+    {Op::BridgeBand, BridgeRegister::FlickerBand, 0, Outcome::Returned},
+    {Op::BridgeAutoExposure, BridgeRegister::BackLight, kFlickerWithAutoExposureBit},
 };
 constexpr FlickerStep kVga0408Lit[] = {
-    {Op::Bridge, 0xFF70, 0x1C},
+    {Op::Bridge, BridgeRegister::Flicker70, 0x1C},
     {Op::MeasureBand, 0, 0},
-    {Op::BridgeBand, 0xFF68, 0, Outcome::Returned},
-    {Op::BridgeAutoExposure, 0xFF64, 0x80},
+    {Op::BridgeBand, BridgeRegister::FlickerBand, 0, Outcome::Returned},
+    {Op::BridgeAutoExposure, BridgeRegister::BackLight, kFlickerWithAutoExposureBit},
 };
 
-// 0xFF0D switches the chip's own automatic exposure: with a light that flickers it is off, and the
+// BridgeRegister::AutomaticExposure switches the chip's own one: with a light that flickers it is off, and the
 // host steers the exposure in whole bands.
 constexpr FlickerStep kVga0708Off[] = {
-    {Op::Sensor, 0xFF1A, 0x10}, {Op::Bridge, 0xFF0D, 0x3B}, {Op::Bridge, 0xFF61, 0x88},
-    {Op::Bridge, 0xFF62, 0x58}, {Op::Bridge, 0xFF70, 0x9C}, {Op::Sensor, 0xFF60, 0x02},
-    {Op::Sensor, 0xFF5D, 0x80},
+    {Op::Sensor, SensorRegister::Vga0708Flicker1A, 0x10},
+    {Op::Bridge, BridgeRegister::AutomaticExposure, 0x3B},
+    {Op::Bridge, BridgeRegister::Flicker61, 0x88},
+    {Op::Bridge, BridgeRegister::Flicker62, 0x58},
+    {Op::Bridge, BridgeRegister::Flicker70, 0x9C},
+    {Op::Sensor, SensorRegister::Vga0708CoarseGain, 0x02},
+    {Op::Sensor, SensorRegister::Vga0708FineGain, 0x80},
 };
 constexpr FlickerStep kVga0708Lit[] = {
-    {Op::Sensor, 0xFF1A, 0x10}, {Op::Bridge, 0xFF0D, 0x38}, {Op::Bridge, 0xFF61, 0x88},
-    {Op::Bridge, 0xFF62, 0x78}, {Op::Bridge, 0xFF70, 0x1C}, {Op::MeasureBand, 0, 0},
+    {Op::Sensor, SensorRegister::Vga0708Flicker1A, 0x10},
+    {Op::Bridge, BridgeRegister::AutomaticExposure, 0x38},
+    {Op::Bridge, BridgeRegister::Flicker61, 0x88},
+    {Op::Bridge, BridgeRegister::Flicker62, 0x78},
+    {Op::Bridge, BridgeRegister::Flicker70, 0x1C},
+    {Op::MeasureBand, 0, 0},
 };
 
 constexpr FlickerStep kVga7648Any[] = {
     {Op::FixedBand, 0, 131},
-    {Op::BridgeBand, 0xFF68, 0},
-    {Op::BridgeAutoExposure, 0xFF64, 0x80},
+    {Op::BridgeBand, BridgeRegister::FlickerBand, 0},
+    {Op::BridgeAutoExposure, BridgeRegister::BackLight, kFlickerWithAutoExposureBit},
 };
 
-constexpr FlickerStep kOv7660Off[] = {{Op::Sensor, 0xFF3B, 0x06, Outcome::Returned}};
+constexpr FlickerStep kOv7660Off[] = {
+    {Op::Sensor, SensorRegister::OvFlicker3B, 0x06, Outcome::Returned}};
 constexpr FlickerStep kOv7660Hz50[] = {
-    {Op::Sensor, 0xFF3B, 0x08},
-    {Op::Sensor, 0xFF42, 0x09, Outcome::Returned},
+    {Op::Sensor, SensorRegister::OvFlicker3B, 0x08},
+    {Op::Sensor, SensorRegister::OvFlicker42, 0x09, Outcome::Returned},
 };
 constexpr FlickerStep kOv7660Hz60[] = {
-    {Op::Sensor, 0xFF3B, 0x00},
-    {Op::Sensor, 0xFF42, 0x08, Outcome::Returned},
+    {Op::Sensor, SensorRegister::OvFlicker3B, 0x00},
+    {Op::Sensor, SensorRegister::OvFlicker42, 0x08, Outcome::Returned},
 };
 
-constexpr FlickerStep kOv7670Off[] = {{Op::Sensor, 0xFF3B, 0xCB}};
-constexpr FlickerStep kOv7670Hz50[] = {{Op::Sensor, 0xFF3B, 0xC9}};
-constexpr FlickerStep kOv7670Hz60[] = {{Op::Sensor, 0xFF3B, 0xC1}};
+constexpr FlickerStep kOv7670Off[] = {{Op::Sensor, SensorRegister::OvFlicker3B, 0xCB}};
+constexpr FlickerStep kOv7670Hz50[] = {{Op::Sensor, SensorRegister::OvFlicker3B, 0xC9}};
+constexpr FlickerStep kOv7670Hz60[] = {{Op::Sensor, SensorRegister::OvFlicker3B, 0xC1}};
 
-// A write of 0xFFF0 on the Mi1318, and of 0xFF01 on the K82, selects a register page.
+// The registers lie in pages, which a write of the page register selects.
 constexpr FlickerStep kMi1318OffOrHz50[] = {
-    {Op::Wide, 0xFFF0, 2},
-    {Op::Wide, 0xFF5B, 1},
+    {Op::Wide, SensorRegister::Mi1318Page, 2},
+    {Op::Wide, SensorRegister::WideFlicker5B, 1},
 };
 constexpr FlickerStep kMi1318Hz60[] = {
-    {Op::Wide, 0xFFF0, 2},
-    {Op::Wide, 0xFF5B, 3},
+    {Op::Wide, SensorRegister::Mi1318Page, 2},
+    {Op::Wide, SensorRegister::WideFlicker5B, 3},
 };
 
 constexpr FlickerStep kK82Off[] = {
-    {Op::Wide, 0xFF01, 1},
-    {Op::Wide, 0xFF37, 0x0180},
+    {Op::Wide, SensorRegister::K82Page, 1},
+    {Op::Wide, SensorRegister::K82Flicker37, 0x0180},
 };
 constexpr FlickerStep kK82Hz50[] = {
-    {Op::Wide, 0xFF01, 1},
-    {Op::Wide, 0xFF37, 0x0181},
-    {Op::Wide, 0xFF01, 1},
-    {Op::Wide, 0xFF5B, 1},
+    {Op::Wide, SensorRegister::K82Page, 1},
+    {Op::Wide, SensorRegister::K82Flicker37, 0x0181},
+    {Op::Wide, SensorRegister::K82Page, 1},
+    {Op::Wide, SensorRegister::WideFlicker5B, 1},
 };
 constexpr FlickerStep kK82Hz60[] = {
-    {Op::Wide, 0xFF01, 1},
-    {Op::Wide, 0xFF37, 0x0181},
-    {Op::Wide, 0xFF01, 1},
-    {Op::Wide, 0xFF5B, 3},
+    {Op::Wide, SensorRegister::K82Page, 1},
+    {Op::Wide, SensorRegister::K82Flicker37, 0x0181},
+    {Op::Wide, SensorRegister::K82Page, 1},
+    {Op::Wide, SensorRegister::WideFlicker5B, 3},
 };
 
 // A sensor and light without a row has nothing to program.
@@ -214,8 +221,8 @@ constexpr std::int32_t Quotient(std::int32_t dividend, std::int32_t divisor) {
 std::int32_t ReadLineTime(CameraContext& context) {
   std::uint8_t high = 0;
   std::uint8_t low = 0;
-  ReadSensorRegister(context, 0xFF13, high);
-  ReadSensorRegister(context, 0xFF14, low);
+  ReadSensorRegister(context, SensorRegister::VgaLineTimeHigh, high);
+  ReadSensorRegister(context, SensorRegister::VgaLineTimeLow, low);
   return (high & 0x0F) * 256 + low + 860;
 }
 
@@ -267,9 +274,9 @@ Status Perform(CameraContext& context, const FlickerStep& step) {
 Status ProgramMirrorFlip(CameraContext& context) {
   if (context.SensorType != SensorTypeVGA0708) return 0;
   context.ShadowSensor0C = SensorOrientation(context, context.ShadowSensor0C);
-  WriteSensorRegister(context, 0xFF0C, context.ShadowSensor0C);
+  WriteSensorRegister(context, SensorRegister::VgaOrientation, context.ShadowSensor0C);
   context.ShadowFF26 = BridgeOrientation(context, context.ShadowFF26);
-  return WriteBridgeRegister(context, 0xFF26, context.ShadowFF26);
+  return WriteBridgeRegister(context, BridgeRegister::Orientation, context.ShadowFF26);
 }
 
 Status ProgramFlicker(CameraContext& context) {

@@ -2,14 +2,10 @@
 
 #include "driver/sensor/register_sets/register_set_list.h"
 #include "driver/sensor/registers/register_access.h"
+#include "driver/sensor/registers/register_names.h"
 
 namespace lidcam {
 namespace {
-
-constexpr RegisterAddress kPowerAndLedRegister = 0xFF09;
-constexpr std::uint32_t kStandbyBit = 0x01;
-constexpr std::uint32_t kPowerBit = 0x02;
-constexpr std::uint32_t kLedBit = 0x10;
 
 // One read and one write, both by the same path.
 Status ChangePowerAndLed(CameraContext& context, std::uint32_t clear, std::uint32_t set,
@@ -18,9 +14,9 @@ Status ChangePowerAndLed(CameraContext& context, std::uint32_t clear, std::uint3
   const auto read = isApplication ? ReadBridgeRegister : DriverReadBridgeRegister;
   const auto write = isApplication ? WriteBridgeRegister : DriverWriteBridgeRegister;
   std::uint8_t value = 0;
-  const Status status = read(context, kPowerAndLedRegister, value);
+  const Status status = read(context, BridgeRegister::PowerAndLed, value);
   if (status != 0 || context.SensorType == SensorTypeVGA0708) return status;
-  return write(context, kPowerAndLedRegister, (value & ~clear) | set);
+  return write(context, BridgeRegister::PowerAndLed, (value & ~clear) | set);
 }
 
 enum class List : std::uint8_t { None, Normal, LowLight };

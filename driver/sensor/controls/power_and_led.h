@@ -7,7 +7,7 @@
 
 namespace lidcam {
 
-// Bridge register 0xFF09 carries the sensor's power bits and the LED. On SensorTypeVGA0708 this
+// BridgeRegister::PowerAndLed carries the sensor's power bits and the LED. On SensorTypeVGA0708 this
 // group reads the register and never writes it.
 
 /// What the power bits say: the sensor runs with bit 0 clear and bit 1 set, and rests with both set.

@@ -2,6 +2,7 @@
 
 #include "driver/core/base/camera_trace.h"
 #include "driver/sensor/registers/register_access.h"
+#include "driver/sensor/registers/register_names.h"
 #include "platform/kernel.h"
 
 namespace lidcam {
@@ -15,24 +16,25 @@ struct ProbeWrite {
 
 // Sets the serial bus up for the 8-bit family and resets the sensor through it.
 constexpr ProbeWrite kOpenSensorBus[] = {
-    {WriteBridgeRegister, 0xFF09, 0x06},
-    {WriteBridgeRegister, 0xFF2B, 0x42},  // bus address of the sensor
-    {WriteBridgeRegister, 0xFF5D, 0x00},
-    {WriteBridgeRegister, 0xFF7E, 0x01},  // data bytes per transaction
-    {WriteSensorRegister, 0xFF12, 0x80},  // sensor reset
+    {WriteBridgeRegister, BridgeRegister::PowerAndLed, 0x06},
+    {WriteBridgeRegister, BridgeRegister::SerialAddress, 0x42},
+    {WriteBridgeRegister, BridgeRegister::Scale, kFullScale},
+    {WriteBridgeRegister, BridgeRegister::SerialDataBytes, 1},
+    {WriteSensorRegister, SensorRegister::OvReset, kOvResetBit},
 };
 
 // Sets the serial bus up for the 16-bit family and selects register page 0.
 constexpr ProbeWrite kOpenWideSensorBus[] = {
-    {WriteBridgeRegister, 0xFF7E, 0x02}, {WriteBridgeRegister, 0xFF09, 0x02},
-    {WriteBridgeRegister, 0xFF2B, 0xBA}, {WriteBridgeRegister, 0xFF2E, 0x2F},
-    {WriteBridgeRegister, 0xFF5D, 0x00}, {WriteBridgeRegister, 0xFF26, 0x10},
-    {WriteBridgeRegister, 0xFF7F, 0x00}, {WriteSensorRegister, 0xFFF0, 0x00},
+    {WriteBridgeRegister, BridgeRegister::SerialDataBytes, 2},
+    {WriteBridgeRegister, BridgeRegister::PowerAndLed, kPowerBit},
+    {WriteBridgeRegister, BridgeRegister::SerialAddress, 0xBA},
+    {WriteBridgeRegister, 0xFF2E, 0x2F},
+    {WriteBridgeRegister, BridgeRegister::Scale, kFullScale},
+    {WriteBridgeRegister, BridgeRegister::Orientation, 0x10},
+    {WriteBridgeRegister, BridgeRegister::LowByteLatch, 0x00},
+    {WriteSensorRegister, SensorRegister::Mi1318Page, 0x00},
 };
 
-constexpr RegisterAddress kProductRegister = 0xFF0A;
-constexpr RegisterAddress kVersionRegister = 0xFF0B;
-constexpr RegisterAddress kRevisionRegister = 0xFF29;
 constexpr std::uint8_t kKnownProduct = 0x76;
 
 struct SensorVersion {
@@ -56,8 +58,8 @@ std::uint8_t ReadIdentity(CameraContext& context, RegisterAddress address) {
 
 SensorVersion ReadVersion(CameraContext& context) {
   SensorVersion result{};
-  result.Version = ReadIdentity(context, kVersionRegister);
-  result.Product = ReadIdentity(context, kProductRegister);
+  result.Version = ReadIdentity(context, SensorRegister::OvVersion);
+  result.Product = ReadIdentity(context, SensorRegister::OvProduct);
   return result;
 }
 
@@ -69,7 +71,7 @@ void Decide(CameraContext& context, SensorType type) {
 // 1AF0:0511. The bridge of this model powers up with its serial bus ready.
 void IdentifyHostExposedSensor(CameraContext& context) {
   context.SensorDH10 = 0;
-  switch (ReadIdentity(context, 0xFF02)) {
+  switch (ReadIdentity(context, SensorRegister::VgaIdentity)) {
     case 0x15:
       Decide(context, SensorTypeVGA0708);
       DbgPrint("sensor type is VGA0708\n");
@@ -84,7 +86,7 @@ void IdentifyHostExposedSensor(CameraContext& context) {
 }
 
 void DecideRevisionOfVersion60(CameraContext& context) {
-  switch (ReadIdentity(context, kRevisionRegister)) {
+  switch (ReadIdentity(context, SensorRegister::OvRevision)) {
     case 0x00:
       Decide(context, SensorTypeOV7663);
       DbgPrint("sensor type is OV7663\n");
@@ -136,7 +138,7 @@ void IdentifyOvFamily(CameraContext& context) {
   if (DecideByFirstAttempt(context, ReadVersion(context))) return;
 
   // A second attempt with the sensor's power line switched the other way.
-  WriteBridgeRegister(context, 0xFF09, 0x02);
+  WriteBridgeRegister(context, BridgeRegister::PowerAndLed, kPowerBit);
   const SensorVersion found = ReadVersion(context);
   if (found.Product == kKnownProduct && found.Version == 0x73) {
     DecideOv7670(context);
@@ -149,7 +151,7 @@ void IdentifyOvFamily(CameraContext& context) {
 // 1AF0:6011. Leaves SensorDH10 alone.
 void IdentifyWideFamily(CameraContext& context) {
   WriteAll(context, kOpenWideSensorBus);
-  if (ReadIdentity(context, 0xFF00) == 0x14) {
+  if (ReadIdentity(context, SensorRegister::WideIdentity) == 0x14) {
     Decide(context, SensorTypeMi1318);
     DbgPrint("sensor type is Mi1318\n");
   } else {
@@ -178,7 +180,7 @@ void IdentifyOvFamilySilently(CameraContext& context) {
     DecideDh10(context);
     return;
   }
-  const bool isOv7663 = ReadIdentity(context, kRevisionRegister) == 0x00;
+  const bool isOv7663 = ReadIdentity(context, SensorRegister::OvRevision) == 0x00;
   Decide(context, isOv7663 ? SensorTypeOV7663 : SensorTypeOV7660);
 }
 

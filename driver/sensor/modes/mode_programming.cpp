@@ -5,11 +5,10 @@
 #include "driver/sensor/controls/power_and_led.h"
 #include "driver/sensor/identification/sensor_set.h"
 #include "driver/sensor/registers/register_access.h"
+#include "driver/sensor/registers/register_names.h"
 
 namespace lidcam {
 namespace {
-
-constexpr RegisterAddress kScaleRegister = 0xFF5D;  // 0x80 for pictures below the full VGA size
 
 // How wide a USB pipe the smallest picture is made for. Short: a device without the long
 // configuration descriptor, by the highest alternate setting that it has.
@@ -18,8 +17,8 @@ enum class Pipe : std::uint8_t { ShortUpTo3, ShortUpTo2, Otherwise };
 struct SmallPictureRow {
   SensorType Sensor;
   Pipe Case;
-  std::uint8_t Mode;      // for bridge register 0xFF0A
-  std::uint8_t Sensor13;  // for sensor register 0xFF13; 0 writes nothing
+  std::uint8_t Mode;          // for BridgeRegister::Mode
+  std::uint8_t LineTimeHigh;  // for SensorRegister::VgaLineTimeHigh; 0 writes nothing
 };
 
 // The negotiated highest setting is 7 or 3, so the rows for 2 wait for a device that has no 3.
@@ -57,7 +56,7 @@ const SmallPictureRow& FindSmallPictureRow(const CameraContext& context) {
 }
 
 std::uint8_t ProgramFullPicture(CameraContext& context) {
-  WriteBridgeRegister(context, kScaleRegister, 0x00);
+  WriteBridgeRegister(context, BridgeRegister::Scale, kFullScale);
   const std::int32_t width = context.CaptureWidth;
   const std::int32_t height = context.CaptureHeight;
   const bool isLarge = (width == 1600 && height == 1200) || (width == 1280 && height == 1024);
@@ -65,8 +64,8 @@ std::uint8_t ProgramFullPicture(CameraContext& context) {
 }
 
 void ProgramScaledPicture(CameraContext& context) {
-  WriteBridgeRegister(context, kScaleRegister, 0x80);
-  WriteBridgeRegister(context, 0xFF43, 0xC0);
+  WriteBridgeRegister(context, BridgeRegister::Scale, kReducedScale);
+  WriteBridgeRegister(context, BridgeRegister::Sharpness, 0xC0);
 }
 
 std::uint8_t ProgramHalfPicture(CameraContext& context) {
@@ -77,7 +76,8 @@ std::uint8_t ProgramHalfPicture(CameraContext& context) {
 std::uint8_t ProgramSmallPicture(CameraContext& context) {
   ProgramScaledPicture(context);
   const SmallPictureRow& row = FindSmallPictureRow(context);
-  if (row.Sensor13 != 0) WriteSensorRegister(context, 0xFF13, row.Sensor13);
+  if (row.LineTimeHigh != 0)
+    WriteSensorRegister(context, SensorRegister::VgaLineTimeHigh, row.LineTimeHigh);
   return row.Mode;
 }
 
@@ -99,10 +99,10 @@ std::uint8_t ProgramRawSize(CameraContext& context, std::uint8_t current) {
 
 Status ProgramStreamMode(CameraContext& context) {
   std::uint8_t current = 0;
-  ReadBridgeRegister(context, kModeRegister, current);
+  ReadBridgeRegister(context, BridgeRegister::Mode, current);
   const std::uint8_t mode = ProgramRawSize(context, current);
   ProgramMirrorFlip(context);
-  WriteBridgeRegister(context, kModeRegister, mode);
+  WriteBridgeRegister(context, BridgeRegister::Mode, mode);
   context.BridgeMode = mode;
   // After the mode register: the flicker band follows from the divider that it sets.
   ProgramFlicker(context);
@@ -110,7 +110,7 @@ Status ProgramStreamMode(CameraContext& context) {
   const Status result = ApplyLightAndLed(context, StreamStart::Yes, LDModeChange::No);
   PowerAndLed(context, PowerBits::Write, SensorPower::Run, LedBit::Leave, LedState::Off,
               RegisterPath::Application);
-  WriteSensorRegister(context, 0xFF2F, 0x85);
+  WriteSensorRegister(context, SensorRegister::Commit, kCommitMode);
   return result;
 }
 

@@ -2,6 +2,7 @@
 
 #include "driver/sensor/identification/sensor_set.h"
 #include "driver/sensor/registers/register_access.h"
+#include "driver/sensor/registers/register_names.h"
 
 namespace lidcam {
 namespace {
@@ -17,7 +18,7 @@ struct PathWriters {
 constexpr PathWriters kApplicationPath = {WriteSensorRegister, WriteBridgeRegister};
 constexpr PathWriters kFramePath = {DriverWriteSensorRegister, DriverWriteBridgeRegister};
 
-// The low bits of the OV family's 0xFF3B choose the 50 Hz band, which the lists assume.
+// The low bits of SensorRegister::OvFlicker3B choose the 50 Hz band, which the lists assume.
 std::uint8_t FollowMains(const CameraContext& context, std::uint8_t value) {
   if (!kOVFamily.Contains(context.SensorType) || context.Flicker != Flicker60Hz) return value;
   return value & 0xF0;
@@ -26,7 +27,7 @@ std::uint8_t FollowMains(const CameraContext& context, std::uint8_t value) {
 // Mirror and flip live in two bits of a register that the lists also carry.
 std::uint8_t KeepOrientation(const CameraContext& context, std::uint8_t value) {
   const std::uint8_t shadow = context.ShadowFF26;
-  return static_cast<std::uint8_t>(value | (shadow & 0x30));
+  return static_cast<std::uint8_t>(value | (shadow & kOrientationBits));
 }
 
 // 0: the user's sharpness was never written.
@@ -44,6 +45,10 @@ enum class Lists : std::uint8_t { Both, Normal };
 
 // An entry whose value gives way to what the user has set.
 struct EntryPatch {
+  constexpr EntryPatch(std::uint8_t marker, RegisterAddress address, Lists lists,
+                       std::uint8_t (*valueFor)(const CameraContext& context, std::uint8_t value))
+      : Marker(marker), Register(RegisterNumberOf(address)), In(lists), ValueFor(valueFor) {}
+
   std::uint8_t Marker;
   std::uint8_t Register;
   Lists In;
@@ -51,11 +56,11 @@ struct EntryPatch {
 };
 
 constexpr EntryPatch kPatches[] = {
-    {kSensorEntryMarker, 0x3B, Lists::Both, FollowMains},
-    {kBridgeEntryMarker, 0x26, Lists::Both, KeepOrientation},
-    {kBridgeEntryMarker, 0x43, Lists::Normal, KeepUserSharpness},
-    {kBridgeEntryMarker, 0x78, Lists::Normal, KeepUserSaturation},
-    {kBridgeEntryMarker, 0x79, Lists::Normal, KeepUserSaturation},
+    {kSensorEntryMarker, SensorRegister::OvFlicker3B, Lists::Both, FollowMains},
+    {kBridgeEntryMarker, BridgeRegister::Orientation, Lists::Both, KeepOrientation},
+    {kBridgeEntryMarker, BridgeRegister::Sharpness, Lists::Normal, KeepUserSharpness},
+    {kBridgeEntryMarker, BridgeRegister::Saturation1, Lists::Normal, KeepUserSaturation},
+    {kBridgeEntryMarker, BridgeRegister::Saturation2, Lists::Normal, KeepUserSaturation},
 };
 
 std::uint8_t PatchedValue(const CameraContext& context, const RegisterSetEntry& entry,
@@ -95,10 +100,10 @@ struct TailWrite {
 // Frame length, gain and commit of SensorTypeVGA0708, in writing order. The frame path writes what
 // it needs itself.
 constexpr TailWrite kTailVGA0708[] = {
-    {WriteSensorRegister, 0xFF09, 0x1F, 0x2F},
-    {WriteSensorRegister, 0xFF60, 0x03, 0x03},
+    {WriteSensorRegister, SensorRegister::Vga0708FrameLength, 0x1F, 0x2F},
+    {WriteSensorRegister, SensorRegister::Vga0708CoarseGain, 0x03, 0x03},
     {WriteBridgeRegister, 0xFF73, 0x7F, 0x80},
-    {WriteSensorRegister, 0xFF2F, 0x83, 0x83},
+    {WriteSensorRegister, SensorRegister::Commit, kCommitExposure, kCommitExposure},
 };
 
 void WriteTail(CameraContext& context, RegisterList list) {

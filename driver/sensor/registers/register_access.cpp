@@ -1,6 +1,7 @@
 #include "driver/sensor/registers/register_access.h"
 
 #include "driver/core/base/camera_trace.h"
+#include "driver/sensor/registers/register_names.h"
 #include "platform/kernel.h"
 
 namespace lidcam {
@@ -102,18 +103,30 @@ Status FramePathWrite(CameraContext& context, Chip chip, RegisterAddress address
 
 // Where a bridge register that later read-modify-write steps start from has its shadow.
 struct BridgeShadow {
+  constexpr BridgeShadow(RegisterAddress address, Shared<std::uint8_t> CameraContext::*field)
+      : Register(RegisterNumberOf(address)), Field(field) {}
+
   std::uint8_t Register;
   Shared<std::uint8_t> CameraContext::*Field;
 };
 
 // In the order in which bring-up reads them.
 constexpr BridgeShadow kBridgeShadows[] = {
-    {0x26, &CameraContext::ShadowFF26},      {0x0D, &CameraContext::ShadowFF0D},
-    {0x42, &CameraContext::ShadowFF42},      {0x64, &CameraContext::ShadowFF64},
-    {0x68, &CameraContext::FlickerBandStep},
+    {BridgeRegister::Orientation, &CameraContext::ShadowFF26},
+    {BridgeRegister::AutomaticExposure, &CameraContext::ShadowFF0D},
+    {BridgeRegister::Effect, &CameraContext::ShadowFF42},
+    {BridgeRegister::BackLight, &CameraContext::ShadowFF64},
+    {BridgeRegister::FlickerBand, &CameraContext::FlickerBandStep},
 };
 
 struct SensorShadow {
+  constexpr SensorShadow(SensorType type, RegisterAddress address, bool readAtBringUp,
+                         Shared<std::uint8_t> CameraContext::*field)
+      : Type(type),
+        Register(RegisterNumberOf(address)),
+        ReadAtBringUp(readAtBringUp),
+        Field(field) {}
+
   SensorType Type;
   std::uint8_t Register;
   bool ReadAtBringUp;
@@ -121,18 +134,20 @@ struct SensorShadow {
 };
 
 constexpr SensorShadow kSensorShadows[] = {
-    {SensorTypeVGA0408, 0x0C, true, &CameraContext::ShadowSensor0CVGA0408},
-    {SensorTypeVGA0708, 0x0C, true, &CameraContext::ShadowSensor0C},
-    {SensorTypeVGA7648, 0x12, false, &CameraContext::ShadowSensor12},
-    {SensorTypeVGA7648, 0x75, false, &CameraContext::ShadowSensor75},
+    {SensorTypeVGA0408, SensorRegister::VgaOrientation, true,
+     &CameraContext::ShadowSensor0CVGA0408},
+    {SensorTypeVGA0708, SensorRegister::VgaOrientation, true, &CameraContext::ShadowSensor0C},
+    {SensorTypeVGA7648, SensorRegister::OvReset, false, &CameraContext::ShadowSensor12},
+    {SensorTypeVGA7648, 0xFF75, false, &CameraContext::ShadowSensor75},
 };
 
 constexpr std::int32_t ClockDividerOf(std::uint8_t value) {
-  return 1 << (value & 3);
+  return 1 << (value & kClockDividerBits);
 }
 
 void UpdateBridgeShadow(CameraContext& context, std::uint8_t number, std::uint8_t value) {
-  if (RegisterAddressOf(number) == kModeRegister) context.ClockDivider = ClockDividerOf(value);
+  if (RegisterAddressOf(number) == BridgeRegister::Mode)
+    context.ClockDivider = ClockDividerOf(value);
   for (const BridgeShadow& shadow : kBridgeShadows) {
     if (shadow.Register == number) context.*shadow.Field = value;
   }

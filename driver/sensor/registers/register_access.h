@@ -15,9 +15,6 @@ enum class Chip : std::uint8_t { Bridge = 0, Sensor = 1 };
 /// Who accesses registers: by the waiting primitives, or by those of the frame path, which refuse.
 enum class RegisterPath : std::uint32_t { Frame = 0, Application = 1 };
 
-/// Bridge register of the picture size and, in its low two bits, the clock divider.
-inline constexpr RegisterAddress kModeRegister = 0xFF0A;
-
 // Every access is a pair of vendor requests: a write of the select register 0xFFFF, which says what
 // the next request means, then the request itself. `address` is 0xFF00 + n for register n of bridge
 // and sensor alike; of `value` the low 8 bits are sent. The result is that of the second transfer:

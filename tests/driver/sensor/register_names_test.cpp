@@ -1,0 +1,86 @@
+// docs/hardware.md and the driver's names of registers know the same registers.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <fstream>
+#include <iterator>
+#include <regex>
+#include <string>
+#include <vector>
+
+namespace lidcam::test {
+namespace {
+
+std::string ReadText(const std::string& path) {
+  std::ifstream file(std::string(LIDCAM_SOURCE_ROOT) + "/" + path);
+  EXPECT_TRUE(file.is_open()) << path;
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+// Of what stands between two headings or lines.
+std::string Between(const std::string& text, const std::string& begin, const std::string& end) {
+  const std::size_t from = text.find(begin);
+  const std::size_t to = text.find(end, from + begin.size());
+  EXPECT_NE(from, std::string::npos) << begin;
+  EXPECT_NE(to, std::string::npos) << end;
+  return text.substr(from, to - from);
+}
+
+std::vector<std::string> AddressesIn(const std::string& text, const std::string& pattern) {
+  const std::regex regex(pattern);
+  std::vector<std::string> found;
+  for (std::sregex_iterator at(text.begin(), text.end(), regex), end; at != end; ++at) {
+    found.push_back((*at)[1]);
+  }
+  std::sort(found.begin(), found.end());
+  found.erase(std::unique(found.begin(), found.end()), found.end());
+  return found;
+}
+
+// "0xFF31 to 0xFF3F" counts by its first; a register whose use is open has no name.
+std::vector<std::string> DocumentedIn(const std::string& section, std::size_t column) {
+  std::vector<std::string> found;
+  const std::regex cell(R"(\|([^|]*))");
+  for (std::size_t begin = 0; begin < section.size();) {
+    const std::size_t end = std::min(section.find('\n', begin), section.size());
+    const std::string line = section.substr(begin, end - begin);
+    begin = end + 1;
+    std::vector<std::string> cells;
+    for (std::sregex_iterator at(line.begin(), line.end(), cell), last; at != last; ++at) {
+      cells.push_back((*at)[1]);
+    }
+    if (cells.size() <= column + 1 || cells[column + 1].starts_with(" open")) continue;
+    const std::string registers =
+        std::regex_replace(cells[column], std::regex("to 0x[0-9A-F]{4}"), "");
+    for (const std::string& address : AddressesIn(registers, "(0xFF[0-9A-F]{2})")) {
+      found.push_back(address);
+    }
+  }
+  std::sort(found.begin(), found.end());
+  found.erase(std::unique(found.begin(), found.end()), found.end());
+  return found;
+}
+
+constexpr char kNames[] = "driver/sensor/registers/register_names.h";
+constexpr char kEnumerator[] = R"(\w+ = (0xFF[0-9A-F]{2}),)";
+
+TEST(RegisterNames, AreThoseOfTheBridgeRegistersThatTheHardwaresDescriptionKnows) {
+  const std::string names =
+      Between(ReadText(kNames), "namespace BridgeRegister", "}  // namespace BridgeRegister");
+  const std::string section =
+      Between(ReadText("docs/hardware.md"), "## Bridge registers", "## Sensor registers");
+  EXPECT_EQ(AddressesIn(names, kEnumerator), DocumentedIn(section, 0));
+}
+
+TEST(RegisterNames, AreThoseOfTheSensorRegistersThatTheHardwaresDescriptionKnows) {
+  const std::string names =
+      Between(ReadText(kNames), "namespace SensorRegister", "}  // namespace SensorRegister");
+  const std::string section =
+      Between(ReadText("docs/hardware.md"), "## Sensor registers", "## 16-bit sensors");
+  EXPECT_EQ(AddressesIn(names, kEnumerator), DocumentedIn(section, 1));
+}
+
+}  // namespace
+}  // namespace lidcam::test
