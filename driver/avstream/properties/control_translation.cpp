@@ -1,77 +1,13 @@
 #include "driver/avstream/properties/control_translation.h"
 
+#include <cstddef>
 #include <cstdint>
-#include <span>
+#include <iterator>
 
 #include "driver/avstream/properties/property_ids.h"
 
 namespace lidcam {
 namespace {
-
-constexpr std::uint32_t kRefused = 0xFFFFFFFF;
-
-struct PropertyCode {
-  ULONG Id;
-  std::uint32_t SetCode;
-  std::uint32_t GetCode;
-  ULONG SetBytes;
-  ULONG GetBytes;
-};
-
-constexpr PropertyCode Level(ULONG id, std::uint32_t code) {
-  return {id, code, code, sizeof(KSPROPERTY_VIDEOPROCAMP_S), sizeof(KSPROPERTY_VIDEOPROCAMP_S)};
-}
-
-constexpr PropertyCode Own(ULONG id, std::uint32_t setCode, std::uint32_t getCode) {
-  return {id, setCode, getCode, sizeof(PrivatePropertyBlock), sizeof(PrivatePropertyBlock)};
-}
-
-constexpr PropertyCode Own(ULONG id, std::uint32_t code) {
-  return Own(id, code, code);
-}
-
-// The hue of this camera can't be changed.
-constexpr PropertyCode kVideoProcAmpCodes[] = {
-    Level(KSPROPERTY_VIDEOPROCAMP_BRIGHTNESS, 0),
-    Level(KSPROPERTY_VIDEOPROCAMP_CONTRAST, 1),
-    Level(KSPROPERTY_VIDEOPROCAMP_SATURATION, 2),
-    Level(KSPROPERTY_VIDEOPROCAMP_SHARPNESS, 3),
-    Level(KSPROPERTY_VIDEOPROCAMP_GAMMA, 4),
-    Level(KSPROPERTY_VIDEOPROCAMP_COLORENABLE, 5),
-    Level(KSPROPERTY_VIDEOPROCAMP_WHITEBALANCE, 6),
-    Level(KSPROPERTY_VIDEOPROCAMP_BACKLIGHT_COMPENSATION, 7),
-};
-
-// The exposure alone has an item in the filter's tables and a control behind its code.
-constexpr PropertyCode kCameraControlCodes[] = {
-    Level(KSPROPERTY_CAMERACONTROL_PAN, 10),  Level(KSPROPERTY_CAMERACONTROL_TILT, 10),
-    Level(KSPROPERTY_CAMERACONTROL_ZOOM, 11), Level(KSPROPERTY_CAMERACONTROL_EXPOSURE, 12),
-    Level(KSPROPERTY_CAMERACONTROL_IRIS, 16), Level(KSPROPERTY_CAMERACONTROL_FOCUS, 17),
-};
-
-// The list of frame rates is no control's: it depends on the request alone.
-constexpr PropertyCode kVideoControlCodes[] = {
-    {KSPROPERTY_VIDEOCONTROL_CAPS, kRefused, 24, 0, sizeof(KSPROPERTY_VIDEOCONTROL_CAPS_S)},
-    {KSPROPERTY_VIDEOCONTROL_ACTUAL_FRAME_RATE, kRefused, 25, 0,
-     sizeof(KSPROPERTY_VIDEOCONTROL_ACTUAL_FRAME_RATE_S)},
-    {KSPROPERTY_VIDEOCONTROL_MODE, 23, 23, sizeof(KSPROPERTY_VIDEOCONTROL_MODE_S),
-     sizeof(KSPROPERTY_VIDEOCONTROL_MODE_S)},
-};
-
-constexpr PropertyCode kPrivateCodes[] = {
-    Own(PrivatePropertyUnused, kNoControlCode, kRefused),
-    Own(PrivatePropertyEffect, 47),
-    Own(PrivatePropertyFlicker, 40),
-    Own(PrivatePropertyMirror, 38),
-    Own(PrivatePropertyVertical, 39),
-    {PrivatePropertyRegister, 37, 37, sizeof(PrivatePropertyBlock), kRegisterReadBytes},
-    Own(PrivatePropertyClearOnRead, kNoControlCode, 42),
-    Own(PrivatePropertyLight, 41),
-    Own(PrivatePropertyStill, kControlStill),
-    Own(PrivatePropertyStored44, 44),
-    Own(PrivatePropertyStored45, 45),
-    Own(PrivatePropertyStored46, 46),
-};
 
 // Automatic and manual have the same bits on both sides.
 constexpr std::uint32_t kModeFlags = kControlFlagAuto | kControlFlagManual;
@@ -163,83 +99,85 @@ void GivePrivate(ULONG id, const ControlRecord& record, void* data) {
   if (id == PrivatePropertyLight) block.Led = record.Caps;
 }
 
+using TakeOperation = void (*)(ULONG id, const void* data, ControlRecord& record);
+using GiveOperation = void (*)(ULONG id, const ControlRecord& record, void* data);
+
+}  // namespace
+
 struct PropertyTranslation {
-  const GUID* Set;
-  std::span<const PropertyCode> Codes;
-  void (*Take)(ULONG id, const void* data, ControlRecord& record);
-  void (*Give)(ULONG id, const ControlRecord& record, void* data);
+  TakeOperation Take;
+  GiveOperation Give;
 };
 
+namespace {
+
+// In the order of kPropertyCodes.
 constexpr PropertyTranslation kTranslations[] = {
-    {&kVideoProcAmpSet, kVideoProcAmpCodes, TakeLevel, GiveLevel},
-    {&kCameraControlSet, kCameraControlCodes, TakeCameraControl, GiveCameraControl},
-    {&kVideoControlSet, kVideoControlCodes, TakeTriggerMode, GiveVideoControl},
-    {&PROPSETID_CAMERA_PRIVATE, kPrivateCodes, TakePrivate, GivePrivate},
+    {TakeLevel, GiveLevel},
+    {TakeCameraControl, GiveCameraControl},
+    {TakeTriggerMode, GiveVideoControl},
+    {TakePrivate, GivePrivate},
 };
+static_assert(std::size(kTranslations) == std::size(kPropertyCodes));
 
-const PropertyTranslation* FindTranslation(const GUID& set) {
-  for (const PropertyTranslation& translation : kTranslations) {
-    if (IsSameGuid(*translation.Set, set)) return &translation;
-  }
-  return nullptr;
-}
-
-const PropertyCode* FindCode(const PropertyTranslation& translation, ULONG id) {
-  for (const PropertyCode& code : translation.Codes) {
+const PropertyCode* FindCode(const PropertyCodes& set, ULONG id) {
+  for (const PropertyCode& code : set.Codes) {
     if (code.Id == id) return &code;
   }
   return nullptr;
 }
 
-}  // namespace
-
-ULONG PropertyBlockBytes(const KSIDENTIFIER& request, PropertyDirection direction) {
-  const PropertyTranslation* const translation = FindTranslation(request.Set);
-  if (translation == nullptr) return 0;
-  const PropertyCode* const code = FindCode(*translation, request.Id);
-  if (code == nullptr) return 0;
-  const bool isSet = direction == PropertyDirection::Set;
-  if ((isSet ? code->SetCode : code->GetCode) == kRefused) return 0;
-  return isSet ? code->SetBytes : code->GetBytes;
+std::uint32_t NumberOf(ControlCode code) {
+  return static_cast<std::uint32_t>(code);
 }
 
-NTSTATUS TranslateSet(const KSIDENTIFIER& request, const void* data, ControlRecord& record) {
-  const PropertyTranslation* const translation = FindTranslation(request.Set);
-  if (translation == nullptr) {
+}  // namespace
+
+CameraProperty FindCameraProperty(const KSIDENTIFIER& request) {
+  for (std::size_t set = 0; set < std::size(kPropertyCodes); ++set) {
+    if (IsSameGuid(*kPropertyCodes[set].Set, request.Set)) {
+      return {request.Id, &kTranslations[set], FindCode(kPropertyCodes[set], request.Id)};
+    }
+  }
+  return {request.Id, nullptr, nullptr};
+}
+
+ULONG PropertyBlockBytes(const CameraProperty& property, PropertyDirection direction) {
+  const bool isSet = direction == PropertyDirection::Set;
+  if ((isSet ? property.SetCode() : property.GetCode()) == kRefusedCode) return 0;
+  return isSet ? property.Code->SetBytes : property.Code->GetBytes;
+}
+
+NTSTATUS TranslateSet(const CameraProperty& property, const void* data, ControlRecord& record) {
+  if (property.Translation == nullptr) {
     // A foreign set's value is the block's address, as far as it fits.
-    record.Code = request.Id;
+    record.Code = property.Id;
     record.Value = static_cast<std::int32_t>(
         static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(data)));
     return STATUS_SUCCESS;
   }
-  const PropertyCode* const code = FindCode(*translation, request.Id);
-  if (code == nullptr || code->SetCode == kRefused) return STATUS_NOT_SUPPORTED;
-  record.Code = code->SetCode;
-  translation->Take(request.Id, data, record);
+  if (property.SetCode() == kRefusedCode) return STATUS_NOT_SUPPORTED;
+  record.Code = NumberOf(property.SetCode());
+  property.Translation->Take(property.Id, data, record);
   return STATUS_SUCCESS;
 }
 
-NTSTATUS TranslateGet(const KSIDENTIFIER& request, const void* data, ControlRecord& record) {
-  const PropertyTranslation* const translation = FindTranslation(request.Set);
-  if (translation == nullptr) {
-    record.Code = request.Id;
+NTSTATUS TranslateGet(const CameraProperty& property, const void* data, ControlRecord& record) {
+  if (property.Translation == nullptr) {
+    record.Code = property.Id;
     return STATUS_SUCCESS;
   }
-  const PropertyCode* const code = FindCode(*translation, request.Id);
-  if (code == nullptr || code->GetCode == kRefused) return STATUS_NOT_SUPPORTED;
-  record.Code = code->GetCode;
-  if (code->GetBytes == kRegisterReadBytes) {
+  if (property.GetCode() == kRefusedCode) return STATUS_NOT_SUPPORTED;
+  record.Code = NumberOf(property.GetCode());
+  if (property.GetCode() == ControlCode::RawRegister) {
     record.Value = static_cast<const LONG*>(data)[kRegisterReadOffset / sizeof(LONG)];
   }
   return STATUS_SUCCESS;
 }
 
-void TranslateReply(const KSIDENTIFIER& request, const ControlRecord& record, void* data) {
-  const PropertyTranslation* const translation = FindTranslation(request.Set);
-  if (translation == nullptr) return;
-  const PropertyCode* const code = FindCode(*translation, request.Id);
-  if (code == nullptr || code->GetCode == kRefused) return;
-  translation->Give(request.Id, record, data);
+void TranslateReply(const CameraProperty& property, const ControlRecord& record, void* data) {
+  if (property.GetCode() == kRefusedCode) return;
+  property.Translation->Give(property.Id, record, data);
 }
 
 }  // namespace lidcam

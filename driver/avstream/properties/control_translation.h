@@ -1,5 +1,6 @@
 #pragma once
 
+#include "driver/avstream/properties/property_codes.h"
 #include "driver/core/control/control_codes.h"
 #include "platform/kernel.h"
 
@@ -11,34 +12,50 @@ namespace lidcam {
 
 enum class PropertyDirection { Set, Get };
 
-/// The code of the private properties that are settable by the table and have no control: above all
-/// codes of the camera, so that SetControl() refuses it.
-inline constexpr std::uint32_t kNoControlCode = 48;
+struct PropertyTranslation;
+
+/// A property request, looked up.
+struct CameraProperty {
+  ULONG Id;
+  const PropertyTranslation* Translation;  ///< null for a set that is none of the camera's
+  const PropertyCode* Code;                ///< null for an id that the camera doesn't have
+
+  /// kRefusedCode for a property that can't be set, or asked.
+  [[nodiscard]] ControlCode SetCode() const {
+    return Code != nullptr ? Code->SetCode : kRefusedCode;
+  }
+  [[nodiscard]] ControlCode GetCode() const {
+    return Code != nullptr ? Code->GetCode : kRefusedCode;
+  }
+};
+
+/// Looks a request up, once for all that is then done about it.
+CameraProperty FindCameraProperty(const KSIDENTIFIER& request);
 
 /// Bytes of the value block that a translation of the request reads or writes.
 ///
 /// @return 0 for a request that has no translation in that direction, and for one that no control
 ///         answers
-ULONG PropertyBlockBytes(const KSIDENTIFIER& request, PropertyDirection direction);
+ULONG PropertyBlockBytes(const CameraProperty& property, PropertyDirection direction);
 
 /// Puts a set into the record: the code, and those words that the property has a value for. All other
 /// words stay as they came.
 ///
 /// @param data  PropertyBlockBytes() of value block; aligned to 8 bytes
 /// @return STATUS_NOT_SUPPORTED, with nothing read or written, if the camera can't set the property
-NTSTATUS TranslateSet(const KSIDENTIFIER& request, const void* data, ControlRecord& record);
+NTSTATUS TranslateSet(const CameraProperty& property, const void* data, ControlRecord& record);
 
 /// Puts a get into the record: the code, and for a register read the register. All other words stay
 /// as they came.
 ///
 /// @param data  as for TranslateSet()
 /// @return STATUS_NOT_SUPPORTED, with nothing read or written, if no control answers the property
-NTSTATUS TranslateGet(const KSIDENTIFIER& request, const void* data, ControlRecord& record);
+NTSTATUS TranslateGet(const CameraProperty& property, const void* data, ControlRecord& record);
 
 /// Puts the answer that GetControl() left in the record into the value block. Words that the property
 /// has no answer for stay as they are.
 ///
 /// @param data  as for TranslateSet()
-void TranslateReply(const KSIDENTIFIER& request, const ControlRecord& record, void* data);
+void TranslateReply(const CameraProperty& property, const ControlRecord& record, void* data);
 
 }  // namespace lidcam

@@ -11,8 +11,9 @@
 namespace lidcam {
 namespace {
 
-bool IsVideoControl(const KSIDENTIFIER& request, ULONG id) {
-  return request.Id == id && IsSameGuid(request.Set, kVideoControlSet);
+bool AsksForFrameRates(const KSIDENTIFIER& request) {
+  return request.Id == KSPROPERTY_VIDEOCONTROL_FRAME_RATES &&
+         IsSameGuid(request.Set, kVideoControlSet);
 }
 
 NTSTATUS RequireBytes(const PropertyBuffer& buffer, ULONG needed) {
@@ -49,29 +50,29 @@ NTSTATUS ReplyFrameRates(const KSIDENTIFIER& request, const PropertyBuffer& buff
 
 NTSTATUS SetCameraProperty(CameraContext& camera, const KSIDENTIFIER& request,
                            const PropertyBuffer& buffer) {
-  NTSTATUS status = RequireBytes(buffer, PropertyBlockBytes(request, PropertyDirection::Set));
+  const CameraProperty property = FindCameraProperty(request);
+  NTSTATUS status = RequireBytes(buffer, PropertyBlockBytes(property, PropertyDirection::Set));
   if (!NT_SUCCESS(status)) return status;
   ControlRecord record{};
-  status = TranslateSet(request, buffer.Data, record);
+  status = TranslateSet(property, buffer.Data, record);
   if (!NT_SUCCESS(status)) return status;
   return SetControl(camera, record) == 0 ? STATUS_SUCCESS : STATUS_NOT_SUPPORTED;
 }
 
 NTSTATUS GetCameraProperty(CameraContext& camera, const KSIDENTIFIER& request,
                            const PropertyBuffer& buffer) {
-  if (IsVideoControl(request, KSPROPERTY_VIDEOCONTROL_FRAME_RATES)) {
-    return ReplyFrameRates(request, buffer);
-  }
-  const ULONG needed = PropertyBlockBytes(request, PropertyDirection::Get);
-  NTSTATUS status = IsVideoControl(request, KSPROPERTY_VIDEOCONTROL_ACTUAL_FRAME_RATE)
+  if (AsksForFrameRates(request)) return ReplyFrameRates(request, buffer);
+  const CameraProperty property = FindCameraProperty(request);
+  const ULONG needed = PropertyBlockBytes(property, PropertyDirection::Get);
+  NTSTATUS status = property.GetCode() == ControlCode::FrameInterval
                         ? TellOrRequireBytes(buffer, needed)
                         : RequireBytes(buffer, needed);
   if (!NT_SUCCESS(status)) return status;
   ControlRecord record{};
-  status = TranslateGet(request, buffer.Data, record);
+  status = TranslateGet(property, buffer.Data, record);
   if (!NT_SUCCESS(status)) return status;
   if (GetControl(camera, record) != 0) return STATUS_NOT_SUPPORTED;
-  TranslateReply(request, record, buffer.Data);
+  TranslateReply(property, record, buffer.Data);
   return STATUS_SUCCESS;
 }
 

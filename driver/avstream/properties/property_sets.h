@@ -29,6 +29,10 @@ class PropertyRange {
 
   [[nodiscard]] constexpr const KSPROPERTY_VALUES* Values() const { return &values_; }
 
+  [[nodiscard]] constexpr LONG Minimum() const { return range_.Bounds.SignedMinimum; }
+  [[nodiscard]] constexpr LONG Maximum() const { return range_.Bounds.SignedMaximum; }
+  [[nodiscard]] constexpr LONG Default() const { return default_; }
+
  private:
   static constexpr ULONG kSigned32BitVariant = 3;
 

@@ -4,56 +4,44 @@
 #include <iterator>
 
 #include "driver/core/control/stream_modes.h"
-#include "driver/core/record/setting_field.h"
 #include "driver/sensor/controls/image_controls.h"
 #include "driver/sensor/registers/register_access.h"
 
 namespace lidcam {
 namespace {
 
-constexpr std::uint32_t kNoStep = 0;
-
-struct ControlRow;
-using SetOperation = Status (*)(const ControlRow& row, CameraContext& context,
+using SetOperation = Status (*)(const Control& control, CameraContext& context,
                                 const ControlRecord& record);
-using GetOperation = Status (*)(const ControlRow& row, CameraContext& context,
+using GetOperation = Status (*)(const Control& control, CameraContext& context,
                                 ControlRecord& record);
-
-struct ControlRow {
-  std::uint32_t Code;
-  SettingField Field;
-  std::uint32_t Step;
-  SetOperation Set;  // null: the code can't be set
-  GetOperation Get;  // null: the code can't be asked
-};
 
 std::uint32_t ModeFlag(bool isAutomatic) {
   return isAutomatic ? kControlFlagAuto : kControlFlagManual;
 }
 
-Status Accept(const ControlRow&, CameraContext&, const ControlRecord&) {
+Status Accept(const Control&, CameraContext&, const ControlRecord&) {
   return 0;
 }
 
 // What is stored stays, also if the step fails.
-Status Store(const ControlRow& row, CameraContext& context, const ControlRecord& record) {
-  row.Field.Store(context, record.Value);
-  return row.Step == kNoStep ? 0 : ApplyImageControl(row.Step, context);
+Status Store(const Control& control, CameraContext& context, const ControlRecord& record) {
+  control.Field.Store(context, record.Value);
+  return control.Step == ImageControlNoStep ? 0 : ApplyImageControl(control.Step, context);
 }
 
 // The brightness register lags one change behind: it gets the value that is about to be replaced.
-Status ApplyThenStore(const ControlRow& row, CameraContext& context, const ControlRecord& record) {
-  const Status status = ApplyImageControl(row.Step, context);
-  if (status == 0) row.Field.Store(context, record.Value);
+Status ApplyThenStore(const Control& control, CameraContext& context, const ControlRecord& record) {
+  const Status status = ApplyImageControl(control.Step, context);
+  if (status == 0) control.Field.Store(context, record.Value);
   return status;
 }
 
-Status StoreExposure(const ControlRow& row, CameraContext& context, const ControlRecord& record) {
+Status StoreExposure(const Control& control, CameraContext& context, const ControlRecord& record) {
   context.AutoExposure = record.Flags == kControlFlagAuto ? 1 : 0;
-  return Store(row, context, record);
+  return Store(control, context, record);
 }
 
-Status ResetTrigger(const ControlRow&, CameraContext& context, const ControlRecord&) {
+Status ResetTrigger(const Control&, CameraContext& context, const ControlRecord&) {
   const std::uint32_t base = context.TriggerBase;
   context.TriggerCopyB = base;
   context.TriggerCopyA = base;
@@ -62,14 +50,14 @@ Status ResetTrigger(const ControlRow&, CameraContext& context, const ControlReco
   return 0;
 }
 
-Status StoreRawRegister(const ControlRow& row, CameraContext& context,
+Status StoreRawRegister(const Control& control, CameraContext& context,
                         const ControlRecord& record) {
   context.RawRegisterAddress = record.Caps;
-  return Store(row, context, record);
+  return Store(control, context, record);
 }
 
 // One change a request: a request for both changes the light mode only.
-Status StoreLightOrLed(const ControlRow&, CameraContext& context, const ControlRecord& record) {
+Status StoreLightOrLed(const Control&, CameraContext& context, const ControlRecord& record) {
   const auto led = static_cast<std::int32_t>(record.Caps);
   if (record.Value != context.LDMode) {
     context.LDMode = record.Value;
@@ -84,54 +72,54 @@ Status StoreLightOrLed(const ControlRow&, CameraContext& context, const ControlR
   return 0;
 }
 
-Status RequestStill(const ControlRow& row, CameraContext& context, const ControlRecord& record) {
-  row.Field.Store(context, record.Value);
+Status RequestStill(const Control& control, CameraContext& context, const ControlRecord& record) {
+  control.Field.Store(context, record.Value);
   context.StillRequested = 1;
   return 0;
 }
 
-Status Report(const ControlRow& row, CameraContext& context, ControlRecord& record) {
-  record.Value = row.Field.Load(context);
+Status Report(const Control& control, CameraContext& context, ControlRecord& record) {
+  record.Value = control.Field.Load(context);
   return 0;
 }
 
-Status ReportWhiteBalanceMode(const ControlRow& row, CameraContext& context,
+Status ReportWhiteBalanceMode(const Control& control, CameraContext& context,
                               ControlRecord& record) {
-  Report(row, context, record);
+  Report(control, context, record);
   record.Caps = 1;
   record.Flags = ModeFlag(record.Value != 0);
   return 0;
 }
 
-Status ReportWhiteBalance(const ControlRow& row, CameraContext& context, ControlRecord& record) {
-  Report(row, context, record);
+Status ReportWhiteBalance(const Control& control, CameraContext& context, ControlRecord& record) {
+  Report(control, context, record);
   record.Caps = 1;
   record.Flags = ModeFlag(context.WhiteBalanceAuto == 1);
   return 0;
 }
 
-Status ReportExposure(const ControlRow& row, CameraContext& context, ControlRecord& record) {
-  Report(row, context, record);
+Status ReportExposure(const Control& control, CameraContext& context, ControlRecord& record) {
+  Report(control, context, record);
   record.Caps = kControlFlagAuto | kControlFlagManual;
   record.Flags = ModeFlag(context.AutoExposure != 0);
   return 0;
 }
 
-Status ReportTrigger(const ControlRow&, CameraContext& context, ControlRecord& record) {
+Status ReportTrigger(const Control&, CameraContext& context, ControlRecord& record) {
   record.Flags = kControlFlagManual | (context.TriggerFlagA != 0 ? 0x10U : 0U) |
                  (context.TriggerFlagB != 0 ? 0x20U : 0U);
   record.Caps = kControlFlagManual;
   return 0;
 }
 
-Status ReportTriggerCapabilities(const ControlRow&, CameraContext&, ControlRecord& record) {
+Status ReportTriggerCapabilities(const Control&, CameraContext&, ControlRecord& record) {
   record.Caps = 0x30;
   record.Flags = kControlFlagManual;
   return 0;
 }
 
 // The long table also answers for a camera without the long configuration.
-Status ReportFrameInterval(const ControlRow&, CameraContext& context, ControlRecord& record) {
+Status ReportFrameInterval(const Control&, CameraContext& context, ControlRecord& record) {
   const std::uint32_t row = context.MaxAlternateSetting;
   // Only 0, 3 and 7 occur; a row that isn't there counts as 0.
   record.Value = row < std::size(kLongBandwidthTable)
@@ -160,7 +148,7 @@ void PutSecondSize(ControlRecord& record, std::uint32_t width, std::uint32_t hei
   record.Words[5] = 0;
 }
 
-Status ReportStillSizes(const ControlRow&, CameraContext& context, ControlRecord& record) {
+Status ReportStillSizes(const Control&, CameraContext& context, ControlRecord& record) {
   const std::int32_t width = context.CaptureWidth;
   const std::int32_t height = context.CaptureHeight;
   const bool isEnlarged = context.RequestedWidth == 800;
@@ -180,19 +168,19 @@ Status ReportStillSizes(const ControlRow&, CameraContext& context, ControlRecord
   return 0;
 }
 
-Status LeaveAsItCame(const ControlRow&, CameraContext&, ControlRecord&) {
+Status LeaveAsItCame(const Control&, CameraContext&, ControlRecord&) {
   return 0;
 }
 
-Status ReportControl33(const ControlRow& row, CameraContext& context, ControlRecord& record) {
-  Report(row, context, record);
+Status ReportControl33(const Control& control, CameraContext& context, ControlRecord& record) {
+  Report(control, context, record);
   record.Flags = kControlFlagAuto;
   record.Caps = 1;
   return 0;
 }
 
 // A failed read reports 0.
-Status ReadRawRegister(const ControlRow&, CameraContext& context, ControlRecord& record) {
+Status ReadRawRegister(const Control&, CameraContext& context, ControlRecord& record) {
   std::uint8_t byte = 0;
   const auto address =
       static_cast<std::uint16_t>(static_cast<std::uint32_t>(record.Value) & 0xFFFF);
@@ -201,68 +189,62 @@ Status ReadRawRegister(const ControlRow&, CameraContext& context, ControlRecord&
   return status;
 }
 
-Status ReportLightAndLed(const ControlRow& row, CameraContext& context, ControlRecord& record) {
-  Report(row, context, record);
+Status ReportLightAndLed(const Control& control, CameraContext& context, ControlRecord& record) {
+  Report(control, context, record);
   const std::int32_t led = context.LED;
   record.Caps = static_cast<std::uint32_t>(led);
   return 0;
 }
 
-Status ReportAndClear(const ControlRow& row, CameraContext& context, ControlRecord& record) {
-  Report(row, context, record);
+Status ReportAndClear(const Control& control, CameraContext& context, ControlRecord& record) {
+  Report(control, context, record);
   context.ClearOnReadValue = 0;
   return 0;
 }
 
-Status ReportStreaming(const ControlRow&, CameraContext& context, ControlRecord& record) {
+Status ReportStreaming(const Control&, CameraContext& context, ControlRecord& record) {
   record.Value = context.Streaming;
   return 0;
 }
 
-using Camera = CameraContext;
-
-constexpr ControlRow kControls[] = {
-    {0, &Camera::Brightness, ImageControlBrightness, ApplyThenStore, Report},
-    {1, &Camera::Contrast, ImageControlContrast, Store, Report},
-    {2, &Camera::Saturation, ImageControlSaturation, Store, Report},
-    {3, &Camera::Sharpness, ImageControlSharpness, Store, Report},
-    {4, &Camera::Gamma, ImageControlGamma, Store, Report},
-    {5, &Camera::ColorEnable, ImageControlColorEnable, Store, Report},
-    {6, &Camera::WhiteBalanceAuto, kNoStep, Accept, ReportWhiteBalanceMode},
-    {7, &Camera::BackLight, ImageControlBackLight, Store, Report},
-    {8, &Camera::WhiteBalance, kNoStep, nullptr, ReportWhiteBalance},
-    {9, &Camera::Flicker, kNoStep, nullptr, Report},
-    {12, &Camera::Exposure, ImageControlExposure, StoreExposure, ReportExposure},
-    {23, {}, kNoStep, ResetTrigger, ReportTrigger},
-    {24, {}, kNoStep, nullptr, ReportTriggerCapabilities},
-    {25, {}, kNoStep, nullptr, ReportFrameInterval},
-    {28, {}, kNoStep, nullptr, ReportStillSizes},
-    {30, {}, kNoStep, nullptr, LeaveAsItCame},
-    {33, &Camera::StoredControl33, kNoStep, nullptr, ReportControl33},
-    {37, &Camera::RawRegisterValue, ImageControlRawRegister, StoreRawRegister, ReadRawRegister},
-    {38, &Camera::Mirror, ImageControlMirror, Store, Report},
-    {39, &Camera::Vertical, ImageControlVertical, Store, Report},
-    {40, &Camera::Flicker, ImageControlFlicker, Store, Report},
-    {41, &Camera::LDMode, kNoStep, StoreLightOrLed, ReportLightAndLed},
-    {42, &Camera::ClearOnReadValue, kNoStep, nullptr, ReportAndClear},
-    {kControlStill, &Camera::StillRequestValue, kNoStep, RequestStill, ReportStreaming},
-    {44, &Camera::StoredControl44, kNoStep, Store, Report},
-    {45, &Camera::StoredControl45, kNoStep, Store, Report},
-    {46, &Camera::StoredControl46, kNoStep, Store, Report},
-    {47, &Camera::Effect, ImageControlEffect, Store, Report},
+struct ControlOperations {
+  ControlCode Code;
+  SetOperation Set;  // null: the code can't be set
+  GetOperation Get;
 };
 
-const ControlRow* FindControl(std::uint32_t code) {
-  for (const ControlRow& row : kControls) {
-    if (row.Code == code) return &row;
+// Controls that are not simply stored and told.
+constexpr ControlOperations kOperations[] = {
+    {ControlCode::Brightness, ApplyThenStore, Report},
+    {ControlCode::WhiteBalanceMode, Accept, ReportWhiteBalanceMode},
+    {ControlCode::WhiteBalance, nullptr, ReportWhiteBalance},
+    {ControlCode::FlickerReading, nullptr, Report},
+    {ControlCode::Exposure, StoreExposure, ReportExposure},
+    {ControlCode::Trigger, ResetTrigger, ReportTrigger},
+    {ControlCode::TriggerCapabilities, nullptr, ReportTriggerCapabilities},
+    {ControlCode::FrameInterval, nullptr, ReportFrameInterval},
+    {ControlCode::StillSizes, nullptr, ReportStillSizes},
+    {ControlCode::Unanswered, nullptr, LeaveAsItCame},
+    {ControlCode::Stored33, nullptr, ReportControl33},
+    {ControlCode::RawRegister, StoreRawRegister, ReadRawRegister},
+    {ControlCode::LightAndLed, StoreLightOrLed, ReportLightAndLed},
+    {ControlCode::ClearOnRead, nullptr, ReportAndClear},
+    {ControlCode::Still, RequestStill, ReportStreaming},
+};
+
+constexpr ControlOperations kStoreAndReport = {ControlCode::None, Store, Report};
+
+const ControlOperations& OperationsOf(const Control& control) {
+  for (const ControlOperations& operations : kOperations) {
+    if (operations.Code == control.Code) return operations;
   }
-  return nullptr;
+  return kStoreAndReport;
 }
 
 // Manual unless a code says otherwise, also for codes that don't exist; the codes around the still
 // sizes leave the two words to the caller.
 void PresetFlagsAndCaps(ControlRecord& record) {
-  if (record.Code >= 27 && record.Code <= 30) return;
+  if (record.Code >= kFirstListCode && record.Code <= kLastListCode) return;
   record.Flags = kControlFlagManual;
   record.Caps = kControlFlagManual;
 }
@@ -270,19 +252,20 @@ void PresetFlagsAndCaps(ControlRecord& record) {
 }  // namespace
 
 Status SetControl(CameraContext& context, const ControlRecord& record) {
-  const ControlRow* row = FindControl(record.Code);
-  if (row == nullptr || row->Set == nullptr) return kUnknownControlCode;
-  return row->Set(*row, context, record);
+  const Control* const control = FindControl(ControlCode{record.Code});
+  if (control == nullptr) return kUnknownControlCode;
+  const SetOperation set = OperationsOf(*control).Set;
+  return set != nullptr ? set(*control, context, record) : kUnknownControlCode;
 }
 
 Status GetControl(CameraContext& context, ControlRecord& record) {
   PresetFlagsAndCaps(record);
-  const ControlRow* row = FindControl(record.Code);
-  if (row == nullptr || row->Get == nullptr) {
+  const Control* const control = FindControl(ControlCode{record.Code});
+  if (control == nullptr) {
     record.Value = 0;
     return kUnknownControlCode;
   }
-  return row->Get(*row, context, record);
+  return OperationsOf(*control).Get(*control, context, record);
 }
 
 }  // namespace lidcam

@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "driver/core/record/camera_context.h"
+#include "driver/core/record/control_table.h"
 
 namespace lidcam {
 
@@ -11,7 +12,7 @@ namespace lidcam {
 /// The names tell what the words mean in most codes; the code for the still sizes uses all words
 /// from `Value2` on as a count and a list.
 struct ControlRecord {
-  std::uint32_t Code;  ///< 0 to 47
+  std::uint32_t Code;  ///< a lidcam::ControlCode, or any other number
   std::int32_t Value;
   std::int32_t Value2;
   std::uint32_t Flags;  ///< kControlFlagAuto or kControlFlagManual, and trigger bits on code 23
@@ -23,15 +24,12 @@ static_assert(sizeof(ControlRecord) == 44);
 inline constexpr std::uint32_t kControlFlagAuto = 1;
 inline constexpr std::uint32_t kControlFlagManual = 2;
 
-/// The code that asks for a still; its value goes with the picture.
-inline constexpr std::uint32_t kControlStill = 43;
-
 /// Result of an unknown control code.
 inline constexpr Status kUnknownControlCode = -1;
 
 /// Stores a setting and runs its hardware step.
 ///
-/// The codes, what each stores and which step it runs stand in one table in control_codes.cpp.
+/// What each code stores and which step it runs stands in kControls.
 /// @return 0, kUnknownControlCode, or what the step returned
 /// @par Callable at passive level only
 Status SetControl(CameraContext& context, const ControlRecord& record);

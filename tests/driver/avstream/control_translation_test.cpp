@@ -27,8 +27,8 @@ bool operator==(const ControlRecord& a, const ControlRecord& b) {
   return std::memcmp(&a, &b, sizeof(a)) == 0;
 }
 
-KSIDENTIFIER Request(const GUID& set, ULONG id) {
-  return {set, id, 0};
+CameraProperty Request(const GUID& set, ULONG id) {
+  return FindCameraProperty({set, id, 0});
 }
 
 // A block of the longest request, its words numbered.
@@ -44,7 +44,7 @@ ControlRecord Set(const GUID& set, ULONG id, Block block) {
   return record;
 }
 
-using Translate = NTSTATUS (*)(const KSIDENTIFIER&, const void*, ControlRecord&);
+using Translate = NTSTATUS (*)(const CameraProperty&, const void*, ControlRecord&);
 
 void ExpectCodes(Translate translate, const GUID& set, const Codes& expected) {
   std::vector<ULONG> ids = kFarIds;

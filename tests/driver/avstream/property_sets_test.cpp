@@ -146,7 +146,7 @@ TEST(PropertyTables, PlatformChecksExactlyTheBytesThatATranslationNeeds) {
   for (const KSPROPERTY_SET& set : kSets.Sets) {
     for (ULONG i = 0; i < set.PropertiesCount; ++i) {
       const KSPROPERTY_ITEM& item = set.PropertyItem[i];
-      const KSIDENTIFIER request{*set.Set, item.PropertyId, 0};
+      const CameraProperty request = FindCameraProperty({*set.Set, item.PropertyId, 0});
       SCOPED_TRACE(::testing::Message() << "set " << set.Set->Data1 << " id " << item.PropertyId);
       const ULONG toSet = PropertyBlockBytes(request, PropertyDirection::Set);
       const ULONG toGet = PropertyBlockBytes(request, PropertyDirection::Get);

@@ -6,74 +6,87 @@
 #include <charconv>
 
 #include "apps/lidcam/base/command_error.h"
+#include "driver/avstream/properties/property_codes.h"
 #include "driver/avstream/properties/property_ids.h"
+#include "driver/avstream/properties/property_sets.h"
+#include "driver/core/record/control_table.h"
 #include "driver/core/settings/settings_store.h"
 #include "platform/host/nt/system/status_words.h"
 
 namespace lidcam::app {
 namespace {
 
-constexpr CameraControl Level(std::string_view name, ULONG id, std::int32_t minimum,
-                              std::int32_t maximum, std::int32_t initial, std::string_view meaning,
-                              std::string_view olderName = {}) {
-  return {
-      name,    olderName, &PROPSETID_VIDCAP_VIDEOPROCAMP, id, ControlPart::Value, minimum, maximum,
-      initial, meaning};
+constexpr CameraControl Named(ControlCode code, std::int32_t minimum, std::int32_t maximum,
+                              std::int32_t initial, std::string_view meaning) {
+  const PropertyName property = PropertyOf(code);
+  return {.Name = FindControl(code)->Name,
+          .OlderName = {},
+          .Set = property.Set,
+          .Id = property.Id,
+          .Part = ControlPart::Value,
+          .Minimum = minimum,
+          .Maximum = maximum,
+          .Default = initial,
+          .Meaning = meaning};
 }
 
-constexpr CameraControl Exposure(std::string_view name, ControlPart part, std::int32_t minimum,
-                                 std::int32_t maximum, std::string_view meaning) {
-  return {name,
-          {},
-          &PROPSETID_VIDCAP_CAMERACONTROL,
-          KSPROPERTY_CAMERACONTROL_EXPOSURE,
-          part,
-          minimum,
-          maximum,
-          1,
-          meaning};
+// A published level, whose range the driver tells.
+constexpr CameraControl Level(ControlCode code, const PropertyRange& range,
+                              std::string_view meaning) {
+  return Named(code, range.Minimum(), range.Maximum(), range.Default(), meaning);
 }
 
-constexpr CameraControl Own(std::string_view name, ULONG id, std::int32_t minimum,
-                            std::int32_t maximum, std::int32_t initial, std::string_view meaning,
-                            ControlPart part = ControlPart::Value) {
-  return {name, {}, &PROPSETID_CAMERA_PRIVATE, id, part, minimum, maximum, initial, meaning};
+// A control of the camera's own.
+constexpr CameraControl Own(ControlCode code, std::int32_t minimum, std::int32_t maximum,
+                            std::string_view meaning) {
+  return Named(code, minimum, maximum, DefaultOfSetting(FindControl(code)->Field), meaning);
 }
 
-// The core's brightness step writes the value of the change before: the same value once more brings
-// it in.
-constexpr CameraControl Twice(CameraControl control) {
-  control.Part = ControlPart::Twice;
+constexpr CameraControl WithPart(CameraControl control, ControlPart part) {
+  control.Part = part;
   return control;
 }
 
-// The published levels first, then the camera's own.
-constexpr std::array kControls = {
-    Twice(Level("Brightness", KSPROPERTY_VIDEOPROCAMP_BRIGHTNESS, -100, 100, 0,
-                "added to the luminance")),
-    Level("Contrast", KSPROPERTY_VIDEOPROCAMP_CONTRAST, 1, 16, 10, "10 is neutral"),
-    Level("Saturation", KSPROPERTY_VIDEOPROCAMP_SATURATION, 0, 255, 120, "strength of the colours"),
-    Level("Sharpness", KSPROPERTY_VIDEOPROCAMP_SHARPNESS, 0, 8, 4, "edge enhancement"),
-    Level("Gamma", KSPROPERTY_VIDEOPROCAMP_GAMMA, 1, 20, 12, "lower brightens the shadows"),
-    Level("WhiteBalance", KSPROPERTY_VIDEOPROCAMP_WHITEBALANCE, 0, 1, 1,
+// What stands beside the value of a control.
+constexpr CameraControl Beside(ControlCode code, ControlPart part, std::string_view name,
+                               SettingField field, std::int32_t minimum, std::int32_t maximum,
+                               std::string_view meaning) {
+  CameraControl control = Named(code, minimum, maximum, DefaultOfSetting(field), meaning);
+  control.Name = name;
+  control.Part = part;
+  return control;
+}
+
+constexpr CameraControl WithOlderName(CameraControl control, std::string_view name) {
+  control.OlderName = name;
+  return control;
+}
+
+// The published levels first, then the camera's own. The core's brightness step writes the value of the
+// change before: the same value once more brings it in.
+constexpr std::array kShown = {
+    WithPart(Level(ControlCode::Brightness, kBrightnessRange, "added to the luminance"),
+             ControlPart::Twice),
+    Level(ControlCode::Contrast, kContrastRange, "10 is neutral"),
+    Level(ControlCode::Saturation, kSaturationRange, "strength of the colours"),
+    Level(ControlCode::Sharpness, kSharpnessRange, "edge enhancement"),
+    Level(ControlCode::Gamma, kGammaRange, "lower brightens the shadows"),
+    Level(ControlCode::WhiteBalanceMode, kWhiteBalanceRange,
           "told only: the camera takes any value and keeps its own"),
-    Level("BacklightCompensation", KSPROPERTY_VIDEOPROCAMP_BACKLIGHT_COMPENSATION, 0, 1, 0,
-          "1: light comes from behind", "BackLight"),
-    Level("ColorEnable", KSPROPERTY_VIDEOPROCAMP_COLORENABLE, 0, 1, 1, "0: monochrome"),
-    Exposure("Exposure", ControlPart::Value, 1, 100, "by hand: turns AutoExposure off"),
-    Exposure("AutoExposure", ControlPart::Mode, 0, 1, "1: chip or host exposes by itself"),
-    Own("Mirror", PrivatePropertyMirror, 0, 1, DefaultOfSetting(&CameraContext::Mirror),
-        "1: left and right exchanged"),
-    Own("Vertical", PrivatePropertyVertical, 0, 1, DefaultOfSetting(&CameraContext::Vertical),
-        "1: upside down"),
-    Own("Flicker", PrivatePropertyFlicker, 0, 2, DefaultOfSetting(&CameraContext::Flicker),
-        "mains light: 0 none, 1 50 Hz, 2 60 Hz"),
-    Own("Effect", PrivatePropertyEffect, 0, 5, DefaultOfSetting(&CameraContext::Effect),
-        "picture effect, 0 none"),
-    Own("LDMode", PrivatePropertyLight, 0, 1, DefaultOfSetting(&CameraContext::LDMode),
-        "1: holds the low-light registers", ControlPart::Light),
-    Own("LED", PrivatePropertyLight, 2, 4, DefaultOfSetting(&CameraContext::LED),
-        "2 on, 3 off, 4 follows the light", ControlPart::Led),
+    WithOlderName(Level(ControlCode::BackLight, kBacklightRange, "1: light comes from behind"),
+                  "BackLight"),
+    Level(ControlCode::ColorEnable, kColorEnableRange, "0: monochrome"),
+    Level(ControlCode::Exposure, kExposureRange, "by hand: turns AutoExposure off"),
+    Beside(ControlCode::Exposure, ControlPart::Mode, "AutoExposure", &CameraContext::AutoExposure,
+           0, 1, "1: chip or host exposes by itself"),
+    Own(ControlCode::Mirror, 0, 1, "1: left and right exchanged"),
+    Own(ControlCode::Vertical, 0, 1, "1: upside down"),
+    Own(ControlCode::Flicker, 0, 2, "mains light: 0 none, 1 50 Hz, 2 60 Hz"),
+    Own(ControlCode::Effect, 0, 5, "picture effect, 0 none"),
+    WithPart(Own(ControlCode::LightAndLed, 0, 1, "1: holds the low-light registers"),
+             ControlPart::Light),
+    Beside(ControlCode::LightAndLed, ControlPart::Led, "LED", &CameraContext::LED, 2, 4,
+           "2 on, 3 off, 4 follows the light"),
 };
 
 // Sensors as bits, so that a row holds for several.
@@ -138,7 +151,7 @@ bool IsSameName(std::string_view a, std::string_view b) {
 
 std::string NameList() {
   std::string list;
-  for (const CameraControl& control : kControls) {
+  for (const CameraControl& control : kShown) {
     if (!list.empty()) list += ", ";
     list += control.Name;
   }
@@ -230,7 +243,7 @@ void SetValue(const client::Camera& camera, const CameraControl& control, std::i
 }
 
 std::span<const CameraControl> AllControls() {
-  return kControls;
+  return kShown;
 }
 
 std::optional<ControlReport> ReportOf(std::string_view name, std::int32_t sensorType) {
@@ -248,7 +261,7 @@ bool HasEffect(std::string_view name, std::int32_t sensorType) {
 }
 
 const CameraControl& FindControl(const std::string& name) {
-  for (const CameraControl& control : kControls) {
+  for (const CameraControl& control : kShown) {
     if (IsSameName(control.Name, name)) return control;
     if (!control.OlderName.empty() && IsSameName(control.OlderName, name)) return control;
   }
