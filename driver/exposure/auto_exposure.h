@@ -9,13 +9,13 @@ namespace lidcam {
 /// The operating point in use, as AeTableEntry has it. Each field is whole; with two cameras
 /// streaming the three may come from different rows.
 struct AeOutputRecord {
-  Shared<std::uint32_t> Exposure;
-  Shared<std::uint8_t> CoarseGain;
-  Shared<std::uint8_t> FineGain;
+  Shared<std::uint32_t> Exposure;   ///< frame path | frame path, of two cameras
+  Shared<std::uint8_t> CoarseGain;  ///< frame path | frame path, of two cameras
+  Shared<std::uint8_t> FineGain;    ///< frame path | frame path, of two cameras
 };
 
-// The state of the exposure loop is one for the whole system: all cameras share it, unguarded, and
-// it outlives streams, so that a stream starts where the last one ended.
+// The state of the exposure loop is one for the whole system: the frame paths of all cameras share it,
+// unguarded, and it outlives streams, so that a stream starts where the last one ended.
 
 /// Calls still to pass before the next step.
 extern constinit Shared<std::uint16_t> AeHoldOff;

@@ -83,7 +83,7 @@ NTSTATUS CaptureDevice::PublishFilter(PKSDEVICE device) {
     FilterDescriptor = nullptr;
     return status;
   }
-  const FilterEntries& filter = *static_cast<const FilterEntries*>(Filter);
+  const FilterEntries& filter = *Filter;
   FillFilterDescriptor(*filter.Dispatch, *filter.AutomationTable, *FilterDescriptor);
   return KsCreateFilterFactory(device->FunctionalDeviceObject, FilterDescriptor, nullptr, nullptr,
                                KSCREATE_ITEM_FREEONSTOP, nullptr, nullptr, nullptr);

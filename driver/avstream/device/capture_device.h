@@ -144,19 +144,21 @@ class CaptureDevice {
   /// @par Callable at dispatch level and below
   void SetFrameMemory(ReferenceCountedMemory* memory);
 
-  Shared<DEVICE_POWER_STATE> DevicePowerState{PowerDeviceD0};  ///< last state taken over
+  /// power | stream control: last state taken over
+  Shared<DEVICE_POWER_STATE> DevicePowerState{PowerDeviceD0};
   PKSDEVICE KsDevice;
   KSFILTER_DESCRIPTOR* FilterDescriptor = nullptr;  ///< built at start, owned by the device's bag
-  Shared<PKS_VIDEOINFOHEADER> StreamVideoInfo{nullptr};  ///< of the pin that has the stream slot
-  Shared<CameraContext*> Camera{nullptr};
+  /// stream control | power: of the pin that has the stream slot
+  Shared<PKS_VIDEOINFOHEADER> StreamVideoInfo{nullptr};
+  Shared<CameraContext*> Camera{nullptr};  ///< stream control | requests, frame path
   lidcam::TransportRecord* TransportRecord =
       nullptr;  ///< what the camera record knows as its transport
   PublishedFrame Published{};
-  Shared<std::uint8_t> HardwareStarted{0};
-  volatile LONG StreamSlot = 0;  ///< 1 while a pin holds the single stream
-  std::int32_t WdmLevel = 0;     ///< 1 to 5, see Bind()
-  Shared<const PinOperations*> Pins{nullptr};
-  Shared<const FilterEntries*> Filter{nullptr};
+  Shared<std::uint8_t> HardwareStarted{0};  ///< stream control | requests
+  volatile LONG StreamSlot = 0;             ///< 1 while a pin holds the single stream
+  std::int32_t WdmLevel = 0;                ///< 1 to 5, see Bind()
+  const PinOperations* Pins = nullptr;      ///< set before the device starts
+  const FilterEntries* Filter = nullptr;    ///< set before the device starts
 
  protected:
   explicit CaptureDevice(PKSDEVICE device);

@@ -71,11 +71,12 @@ class CapturePin {
 
   PKSPIN Pin;
   CaptureDevice* Device;
-  Shared<PKS_VIDEOINFOHEADER> VideoInfo{nullptr};  ///< own copy of the connection's, whole at least
-  IKsReferenceClock* Clock = nullptr;              ///< referenced while HasClock is set
-  KS_FRAME_INFO FrameInfo{};                       ///< what the next frame's header gets
-  Shared<KSSTATE> StreamState{KSSTATE_STOP};       ///< stop, pause or run
-  std::uint8_t Acquired = 0;                       ///< this pin holds the device's stream slot
+  /// stream control | frame path: own copy of the connection's, whole at least
+  Shared<PKS_VIDEOINFOHEADER> VideoInfo{nullptr};
+  IKsReferenceClock* Clock = nullptr;         ///< referenced while HasClock is set
+  KS_FRAME_INFO FrameInfo{};                  ///< what the next frame's header gets
+  Shared<KSSTATE> StreamState{KSSTATE_STOP};  ///< stream control | frame path: stop, pause or run
+  std::uint8_t Acquired = 0;                  ///< this pin holds the device's stream slot
   std::uint8_t HasClock = 0;
   CameraContext* Camera = nullptr;       ///< to be used with a hold on the device's only
   std::uint32_t PublishedFrameSize = 0;  ///< bytes, of the raw frame last seen

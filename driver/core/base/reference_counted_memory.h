@@ -15,11 +15,12 @@ namespace lidcam {
 /// fill one, the frame thread walk it, or an application's frame be copied out of it. The record
 /// stands behind the memory itself, in the same allocation.
 struct ReferenceCountedMemory {
-  void* Block;                   ///< the memory; zero-filled when allocated
-  std::size_t Size;              ///< bytes at `Block`
-  PIRP Irp;                      ///< freed before the memory; may be null
-  void* Owner;                   ///< whatever the owner wants to find again
-  Shared<std::uint8_t> GivenUp;  ///< the owner has let go; nobody is to begin anything with it
+  void* Block;       ///< the memory; zero-filled when allocated
+  std::size_t Size;  ///< bytes at `Block`
+  PIRP Irp;          ///< freed before the memory; may be null
+  void* Owner;       ///< whatever the owner wants to find again
+  /// owner | completions, frame thread: nobody is to begin anything with it
+  Shared<std::uint8_t> GivenUp;
   volatile LONG Holds;
   volatile LONG Completions;  ///< completion routines that work on the owner's records at present
 };

@@ -14,6 +14,10 @@ namespace lidcam {
 /// machine code, but defined ones. Read-modify-write operations are a load and a store, not one
 /// atomic step.
 ///
+/// For a field that two contexts touch without a lock in common, and its comment names them, "requests | frame
+/// path: ...", in the words of CameraContext; completions are the USB stack's, ticks those of the watchdog.
+/// What one context has to itself, or what is written before others know of it, is plain.
+///
 /// @tparam T  a number of at most the machine's word, a pointer, or a structure of that size
 template <typename T>
 class Shared {

@@ -156,10 +156,20 @@ inline constexpr std::uint32_t kFormatTagRgb24 = 0xE436EB7D;
 
 /// The one record per camera.
 ///
-/// It has no lock. Property requests and state changes, the frame path and the USB frame thread all
-/// touch it; what more than one of them touches is Shared. It starts zeroed; values other than zero
-/// after creation are in CreateCameraContext() and in the settings' defaults. Fields that this
-/// system writes and never reads are kept for readers of a memory dump and stay in place.
+/// It has no lock. What two contexts touch is Shared, and says which two meet there:
+///
+/// - requests: property requests, which come through several handles at a time
+/// - stream control: creation and destruction, changes of the pin's state, and recoveries; those that start
+///   and end a stream hold the device's mutex
+/// - power: changes of the device's power state
+/// - frame path: the pin's processing. Where one stream follows another, the first pin's last frame and
+///   the second one's first may meet
+/// - frame thread: the assembly of frames; a stream's thread has ended before the next one's starts
+///
+/// All else is plain: written before the record is known to others and read by any of them, or left to one
+/// context. The record starts zeroed; values other than zero after creation are in CreateCameraContext() and in
+/// the settings' defaults. Fields that this system writes and never reads are kept for readers of a
+/// memory dump and stay in place.
 struct CameraContext {
   void* TransportContext;
   char Signature[4];  ///< "INTE"; tested by nothing
@@ -169,115 +179,122 @@ struct CameraContext {
   ThreadStopsFunction ThreadStops;
 
   // The format in force.
-  Shared<std::int32_t> RequestedWidth;  ///< what the application asked for; 800 stays 800 here
-  Shared<std::int32_t> RequestedHeight;
-  Shared<std::uint32_t> RequestedBitCount;
-  Shared<std::uint32_t> RequestedCompression;
-  Shared<std::uint32_t> RequestedImageSize;  ///< bytes
-  Shared<std::uint32_t> RequestedSpare;
+  /// stream control | requests, frame path: what the application asked for; 800 stays 800 here
+  Shared<std::int32_t> RequestedWidth;
+  Shared<std::int32_t> RequestedHeight;  ///< stream control | frame path
+  std::uint32_t RequestedBitCount;
+  Shared<std::uint32_t> RequestedCompression;  ///< stream control | frame path
+  std::uint32_t RequestedImageSize;            ///< bytes
+  std::uint32_t RequestedSpare;
   Time100ns RequestedFrameInterval;
-  Shared<std::uint32_t> StreamAlternateSetting;  ///< setting given to the last stream start
-  Shared<std::uint32_t> FramePacketCount;        ///< nonempty packets since the last frame start
-  Shared<std::uint32_t> FrameStartCount;         ///< frame start markers seen
-  Time100ns FrameInterval;                       ///< clamped
-  Shared<std::uint32_t> FormatTag;               ///< first word of the negotiated media subtype
-  Shared<std::int32_t> CaptureWidth;             ///< 640 when 800 was asked for
-  Shared<std::int32_t> CaptureHeight;            ///< 480 when 800 was asked for
-  Shared<std::uint32_t> MaxAlternateSetting;     ///< 7 or 3
+  std::uint32_t StreamAlternateSetting;  ///< setting given to the last stream start
+  std::uint32_t FramePacketCount;        ///< nonempty packets since the last frame start
+  std::uint32_t FrameStartCount;         ///< frame start markers seen
+  Time100ns FrameInterval;               ///< clamped
+  /// stream control | requests: first word of the negotiated media subtype
+  Shared<std::uint32_t> FormatTag;
+  Shared<std::int32_t> CaptureWidth;   ///< stream control | requests: 640 when 800 was asked for
+  Shared<std::int32_t> CaptureHeight;  ///< stream control | requests: 480 when 800 was asked for
+  Shared<std::uint32_t> MaxAlternateSetting;  ///< stream control | requests: 7 or 3
 
   // Image controls, as the settings store loads them and the control codes change them.
-  Shared<std::int32_t> Brightness;
-  Shared<std::int32_t> Contrast;
-  Shared<std::int32_t> Saturation;
-  Shared<std::int32_t> Sharpness;
-  Shared<std::int32_t> Gamma;
-  Shared<std::int32_t> WhiteBalance;
-  Shared<std::int32_t> BackLight;
-  Shared<std::int32_t> ColorEnable;
-  Shared<std::int32_t> Mirror;
-  Shared<std::int32_t> Flicker;  ///< a lidcam::FlickerSetting
-  Shared<std::int32_t> Vertical;
-  Shared<std::int32_t> Effect;
-  Shared<std::uint32_t> LightState;
-  Shared<std::int32_t> LDMode;    ///< 1 holds the low-light register list
-  Shared<std::int32_t> Exposure;  ///< manual exposure, 1 to 100
-  Shared<std::uint32_t> TriggerCopyA;
-  Shared<std::uint32_t> TriggerCopyB;
-  Shared<std::uint32_t> MaxAlternateSettingCopy;
-  Shared<std::uint32_t> Rgain;  ///< saved, never written, never loaded
-  Shared<std::uint32_t> Ggain;
-  Shared<std::uint32_t> Bgain;
-  Shared<std::uint32_t> StoredControl44;
-  Shared<std::uint32_t> StoredControl45;
-  Shared<std::uint32_t> StoredControl46;
-  Shared<std::uint32_t> LightLimitLow;
-  Shared<std::uint32_t> LightLimitHigh;
-  Shared<std::uint32_t> LightLimitCeiling;
-  Shared<std::uint32_t> AutoExposure;
-  Shared<std::uint32_t> WhiteBalanceAuto;  ///< saved and reported, never written, never loaded
-  Shared<std::uint32_t> StoredControl33;
-  Shared<std::uint32_t> RawRegisterValue;
-  Shared<std::uint32_t> RawRegisterAddress;
-  Shared<std::int32_t> ClockDivider;  ///< 1, 2, 4 or 8: low two bits of bridge register 0xFF0A
-  Shared<std::uint32_t> RawSizeMode;  ///< a lidcam::RawMode, or 0
-  Shared<std::int32_t> LED;           ///< a lidcam::LedPolicy
-  Shared<std::uint16_t> LightSwitchKind;
+  Shared<std::int32_t> Brightness;    ///< requests | stream control
+  Shared<std::int32_t> Contrast;      ///< requests | stream control
+  Shared<std::int32_t> Saturation;    ///< requests | stream control
+  Shared<std::int32_t> Sharpness;     ///< requests | stream control
+  Shared<std::int32_t> Gamma;         ///< requests | stream control
+  Shared<std::int32_t> WhiteBalance;  ///< requests | stream control
+  Shared<std::int32_t> BackLight;     ///< requests | stream control
+  Shared<std::int32_t> ColorEnable;   ///< requests | stream control
+  Shared<std::int32_t> Mirror;        ///< requests | stream control
+  Shared<std::int32_t> Flicker;       ///< requests | frame path: a lidcam::FlickerSetting
+  Shared<std::int32_t> Vertical;      ///< requests | stream control
+  Shared<std::int32_t> Effect;        ///< requests | stream control
+  Shared<std::uint32_t> LightState;   ///< requests, stream control | frame path
+  Shared<std::int32_t> LDMode;    ///< requests | frame path: 1 holds the low-light register list
+  Shared<std::int32_t> Exposure;  ///< requests | stream control: manual exposure, 1 to 100
+  Shared<std::uint32_t> TriggerCopyA;  ///< requests | requests
+  Shared<std::uint32_t> TriggerCopyB;  ///< requests | requests
+  std::uint32_t MaxAlternateSettingCopy;
+  std::uint32_t Rgain;  ///< saved, never written, never loaded
+  std::uint32_t Ggain;
+  std::uint32_t Bgain;
+  Shared<std::uint32_t> StoredControl44;  ///< requests | requests
+  Shared<std::uint32_t> StoredControl45;  ///< requests | requests
+  Shared<std::uint32_t> StoredControl46;  ///< requests | requests
+  std::uint32_t LightLimitLow;
+  std::uint32_t LightLimitHigh;
+  std::uint32_t LightLimitCeiling;
+  Shared<std::uint32_t> AutoExposure;  ///< requests | frame path
+  std::uint32_t WhiteBalanceAuto;      ///< saved and reported, never written, never loaded
+  std::uint32_t StoredControl33;
+  Shared<std::uint32_t> RawRegisterValue;    ///< requests | requests
+  Shared<std::uint32_t> RawRegisterAddress;  ///< requests | requests
+  /// requests | stream control: 1, 2, 4 or 8: low two bits of bridge register 0xFF0A
+  Shared<std::int32_t> ClockDivider;
+  Shared<std::uint32_t> RawSizeMode;      ///< stream control | frame path: a lidcam::RawMode, or 0
+  Shared<std::int32_t> LED;               ///< requests | frame path: a lidcam::LedPolicy
+  Shared<std::uint16_t> LightSwitchKind;  ///< requests | requests
 
   // Held by the two register paths around a pair of transfers.
-  Shared<std::uint32_t> AppRegisterBusy;
-  Shared<std::uint32_t> DriverRegisterBusy;
+  Shared<std::uint32_t> AppRegisterBusy;     ///< requests, stream control | frame path
+  Shared<std::uint32_t> DriverRegisterBusy;  ///< requests, stream control | frame path
 
-  Shared<std::int32_t> LightTransitionCount;
-  Shared<std::int32_t> LightBrightCount;
-  Shared<std::uint32_t> StillRequestValue;
-  Shared<std::uint32_t> StillRequested;      ///< 1 arms a still
-  Shared<std::uint32_t> ReceivedFrameBytes;  ///< bytes since the last frame start, stored or not
-  Shared<std::uint32_t> RawFrameSize;        ///< expected bytes of a raw frame
-  Shared<std::uint32_t> ClearOnReadValue;
-  Shared<std::uint8_t> NegotiationMark;
-  Shared<std::uint8_t> Streaming;
-  Shared<std::uint16_t> PowerOn;
+  Shared<std::int32_t> LightTransitionCount;  ///< requests, stream control | frame path
+  Shared<std::int32_t> LightBrightCount;      ///< requests, stream control | frame path
+  Shared<std::uint32_t> StillRequestValue;    ///< requests | frame path
+  Shared<std::uint32_t> StillRequested;       ///< requests | frame path: 1 arms a still
+  std::uint32_t ReceivedFrameBytes;           ///< bytes since the last frame start, stored or not
+  /// stream control | frame thread: expected bytes of a raw frame
+  Shared<std::uint32_t> RawFrameSize;
+  Shared<std::uint32_t> ClearOnReadValue;  ///< requests | requests
+  std::uint8_t NegotiationMark;
+  Shared<std::uint8_t> Streaming;  ///< stream control | requests
+  std::uint16_t PowerOn;
   void* SpareBlock;  ///< nothing is stored there
-  Shared<std::uint32_t> TriggerBase;
-  Shared<std::uint32_t> TriggerFlagA;
-  Shared<std::uint32_t> TriggerFlagB;
-  void* WorkerThread;  ///< waitable object; nothing creates one
-  Shared<std::uint8_t> WorkerRunning;
-  Shared<std::int32_t> SensorType;  ///< a lidcam::SensorType
-  Shared<std::uint8_t> SensorDH10;  ///< 1: taken for an OV7660 by elimination
+  std::uint32_t TriggerBase;
+  Shared<std::uint32_t> TriggerFlagA;  ///< requests | requests
+  Shared<std::uint32_t> TriggerFlagB;  ///< requests | requests
+  void* WorkerThread;                  ///< waitable object; nothing creates one
+  std::uint8_t WorkerRunning;
+  std::int32_t SensorType;  ///< a lidcam::SensorType
+  std::uint8_t SensorDH10;  ///< 1: taken for an OV7660 by elimination
   RegisterSetTable SetupRegisters;
   RegisterSetTable NormalRegisters;
   RegisterSetTable LowLightRegisters;
 
   // Last values known to be in the chips, for read-modify-write steps.
-  Shared<std::uint8_t> ShadowFF0D;
-  Shared<std::uint8_t> ShadowFF26;
-  Shared<std::uint8_t> ShadowFF42;
-  Shared<std::uint8_t> ShadowFF64;
-  Shared<std::uint8_t> FlickerBandStep;  ///< bridge 0xFF68: lines in half a mains cycle
-  Shared<std::uint8_t> ShadowSensor0CVGA0408;
-  Shared<std::uint8_t> ShadowSensor0C;
-  Shared<std::uint8_t> ShadowSensor12;
-  Shared<std::uint8_t> ShadowSensor75;
-  Shared<std::uint8_t> UserSharpness;
-  Shared<std::uint8_t> UserSaturation;
-  Shared<std::uint8_t> UserSaturation2;
+  Shared<std::uint8_t> ShadowFF0D;  ///< requests | frame path
+  Shared<std::uint8_t> ShadowFF26;  ///< requests | frame path
+  Shared<std::uint8_t> ShadowFF42;  ///< requests | frame path
+  Shared<std::uint8_t> ShadowFF64;  ///< requests | frame path
+  /// requests | frame path: bridge 0xFF68: lines in half a mains cycle
+  Shared<std::uint8_t> FlickerBandStep;
+  Shared<std::uint8_t> ShadowSensor0CVGA0408;  ///< requests | frame path
+  Shared<std::uint8_t> ShadowSensor0C;         ///< requests | frame path
+  Shared<std::uint8_t> ShadowSensor12;         ///< requests | frame path
+  Shared<std::uint8_t> ShadowSensor75;         ///< requests | frame path
+  Shared<std::uint8_t> UserSharpness;          ///< requests | frame path
+  Shared<std::uint8_t> UserSaturation;         ///< requests | frame path
+  Shared<std::uint8_t> UserSaturation2;        ///< requests | stream control
 
-  Shared<std::uint32_t> LongConfigDescriptor;  ///< nonzero: eight alternate settings
-  Shared<std::int32_t> PendingWork;            ///< destruction waits until it is 0
+  std::uint32_t LongConfigDescriptor;  ///< nonzero: eight alternate settings
+  /// stream control | work in the background: destruction waits until it is 0
+  Shared<std::int32_t> PendingWork;
   void* WorkBufferA;
   void* WorkBufferB;
   void* WorkBufferC;
-  Shared<std::uint8_t> WorkBuffersPresent;
-  Shared<std::uint8_t> WorkBuffersReady;
-  Shared<void*> LastDestination;
-  Shared<void*> LastRawFrame;
-  Shared<std::uint8_t> WideLow;
-  Shared<std::uint8_t> WideHigh;
-  Shared<std::uint8_t> BridgeMode;         ///< copy of bridge 0xFF0A for a resume
-  Shared<std::uint32_t> FrameSettleCount;  ///< 0 asks for a settling discard
-  Shared<std::uint16_t> CommitCount;
-  Shared<std::uint32_t> CommitExposure;
+  std::uint8_t WorkBuffersPresent;
+  std::uint8_t WorkBuffersReady;
+  Shared<void*> LastDestination;    ///< frame path | frame path
+  Shared<void*> LastRawFrame;       ///< frame path | frame path
+  Shared<std::uint8_t> WideLow;     ///< requests | stream control
+  Shared<std::uint8_t> WideHigh;    ///< requests | stream control
+  Shared<std::uint8_t> BridgeMode;  ///< stream control | power: copy of bridge 0xFF0A for a resume
+  /// frame path | frame thread: 0 asks for a settling discard
+  Shared<std::uint32_t> FrameSettleCount;
+  Shared<std::uint16_t> CommitCount;     ///< frame path | frame path
+  Shared<std::uint32_t> CommitExposure;  ///< frame path | frame path
 };
 
 }  // namespace lidcam

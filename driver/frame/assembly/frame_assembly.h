@@ -28,9 +28,9 @@ struct FrameSink {
 /// before.
 struct FrameAssembly {
   FrameSink Sink;
-  Shared<std::uint8_t> DiscardFrame;  ///< packets are not stored
-  Shared<std::uint8_t>
-      BadFrameEnd;               ///< the frame end just seen was a bad one; lives for one packet
+  Shared<std::uint8_t> DiscardFrame;  ///< stream control | frame thread: packets are not stored
+  /// stream control | frame thread: the frame end just seen was a bad one; lives for one packet
+  Shared<std::uint8_t> BadFrameEnd;
   std::uint8_t ForcePublish;     ///< the frame end to come is published whatever the state
   std::uint8_t* RawBuffers;      ///< one block of two raw buffers
   std::uint8_t* ReadyBuffer;     ///< the raw buffer last handed out; at first the first half
@@ -49,8 +49,8 @@ struct TransferPacket {
 /// The pair through which a finished raw frame reaches its consumer: plain stores and loads,
 /// without a fence, so that a reader may see the pointer of one frame with the size of another.
 struct PublishedFrame {
-  Shared<std::uint8_t*> PublishedRawFrame;
-  Shared<std::uint32_t> PublishedRawFrameSize;
+  Shared<std::uint8_t*> PublishedRawFrame;      ///< frame thread | frame path
+  Shared<std::uint32_t> PublishedRawFrameSize;  ///< frame thread | frame path
 };
 
 /// Stores a frame, buffer first. Null and 0 take back whatever was shown, so that no stream shows

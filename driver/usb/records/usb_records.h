@@ -83,16 +83,17 @@ struct IsoTransfer {
 
 /// The circle of transfers. Stands behind the stream record, with the transfers behind itself.
 struct IsoPipeline {
-  std::uint32_t PacketsPerTransfer;    ///< 32, or 4 on old platforms
-  Shared<std::uint8_t> StopRequested;  ///< the frame thread is to end; set under CompletedLock
-  PVOID Thread;                        ///< referenced thread object; null if there is none
-  LIST_ENTRY CompletedList;            ///< IsoTransfers that came home, oldest first
-  KSPIN_LOCK CompletedLock;            ///< protects the list; nests in nothing
-  KSEMAPHORE WakeSemaphore;            ///< a count for each queued transfer, one more for the stop
-  KSEMAPHORE DoneSemaphore;            ///< released by the frame thread as its last act
-  volatile LONG CompletedCount;        ///< entries of CompletedList
-  IsoTransfer* Transfers;              ///< TransferCount of them, behind this record
-  std::uint8_t ThreadStarted;          ///< there is a frame thread to wait for
+  std::uint32_t PacketsPerTransfer;  ///< 32, or 4 on old platforms
+  /// stream control | frame thread: the thread is to end; set under CompletedLock
+  Shared<std::uint8_t> StopRequested;
+  PVOID Thread;                  ///< referenced thread object; null if there is none
+  LIST_ENTRY CompletedList;      ///< IsoTransfers that came home, oldest first
+  KSPIN_LOCK CompletedLock;      ///< protects the list; nests in nothing
+  KSEMAPHORE WakeSemaphore;      ///< a count for each queued transfer, one more for the stop
+  KSEMAPHORE DoneSemaphore;      ///< released by the frame thread as its last act
+  volatile LONG CompletedCount;  ///< entries of CompletedList
+  IsoTransfer* Transfers;        ///< TransferCount of them, behind this record
+  std::uint8_t ThreadStarted;    ///< there is a frame thread to wait for
 };
 
 /// All USB state of a device.
@@ -102,7 +103,7 @@ struct UsbDeviceRecord {
   volatile LONG ResetGuard;  ///< recoveries under way minus 1; 0 until the descriptors are read
   std::int32_t WdmLevel;     ///< 1 to 5
   KSEMAPHORE UrbLock;        ///< one synchronous request at a time
-  Shared<std::uint8_t> DeviceOpen;  ///< the records are usable
+  Shared<std::uint8_t> DeviceOpen;  ///< stream control | frame thread: the records are usable
   std::uint32_t DeviceClass;
   std::uint32_t SpeedClass;
   std::uint32_t TransferCount;
@@ -115,8 +116,8 @@ struct UsbDeviceRecord {
   std::uint8_t* DeviceDescriptor;                    ///< 18 bytes as the device sent them
   USBD_INTERFACE_INFORMATION* InterfaceInformation;  ///< as of the setting in force; may be null
   std::uint32_t RecoveryPipeIndex;                   ///< 0: nothing writes it
-  Shared<std::uint8_t> Connected;                    ///< the device is there
-  Shared<KSPIN*> Pin;                                ///< of the stream; never cleared
+  Shared<std::uint8_t> Connected;  ///< stream control | frame thread, ticks: the device is there
+  Shared<KSPIN*> Pin;              ///< stream control | frame thread: of the stream; never cleared
   CameraContext* Camera;
   std::uint32_t LongConfigDescriptor;  ///< 1: wTotalLength was 193
   PipeRecord* PipeTable;               ///< may be null; given up with the device
@@ -140,23 +141,28 @@ struct StreamResetItem {
 struct UsbStreamRecord {
   char Signature[4];  ///< "CHQR"; tested by nothing
   UsbDeviceRecord* Device;
-  Shared<std::uint32_t> WaitFlags;      ///< lidcam::WaitFlag bits
-  Shared<std::uint8_t> Halted;          ///< the circle is broken; nothing queues any more
-  Shared<std::uint8_t> RestartPending;  ///< a pause stopped the transfers: a start rebuilds them
-  Shared<std::uint8_t> StreamRunning;   ///< transfers circle
-  Shared<std::uint8_t> Opened;          ///< thread, buffers and transfers exist
+  Shared<std::uint32_t> WaitFlags;  ///< stream control | ticks, completions: lidcam::WaitFlag bits
+  /// completions | ticks, stream control: the circle is broken, nothing queues any more
+  Shared<std::uint8_t> Halted;
+  /// stream control | recoveries: a pause stopped the transfers, a start rebuilds them
+  Shared<std::uint8_t> RestartPending;
+  /// stream control | completions, ticks, frame thread: transfers circle
+  Shared<std::uint8_t> StreamRunning;
+  /// stream control | recoveries: thread, buffers and transfers exist
+  Shared<std::uint8_t> Opened;
   FrameAssembly Assembly;  ///< DiscardFrame, BadFrameEnd, ForcePublish, the raw buffers
   KEVENT ResetEvent;
   KEVENT StopEvent;
   KTIMER WatchdogTimer;
   KDPC WatchdogDpc;
-  volatile LONG WatchdogChain;      ///< 1 while a tick is still to come that arms itself again
-  volatile LONG RunningTicks;       ///< ticks that have begun and may still use this record
-  Shared<std::uint32_t> PipeIndex;  ///< entry of InterfaceInformation; 1 until a recovery
-  StreamResetItem* ResetWorkItem;   ///< the last one; not to be followed
+  volatile LONG WatchdogChain;  ///< 1 while a tick is still to come that arms itself again
+  volatile LONG RunningTicks;   ///< ticks that have begun and may still use this record
+  /// recoveries | frame thread: entry of InterfaceInformation; 1 until a recovery
+  Shared<std::uint32_t> PipeIndex;
+  StreamResetItem* ResetWorkItem;  ///< the last one; not to be followed
   std::uint32_t NextStartFrame;
   FormatRequest StreamFormat;     ///< in force, with the alternate setting that the interface has
-  Shared<IsoPipeline*> Pipeline;  ///< null once the hardware was stopped; a last tick may read it
+  Shared<IsoPipeline*> Pipeline;  ///< stream control | ticks: null once the hardware was stopped
   ReferenceCountedMemory* RawMemory;  ///< the raw buffers, as long as the stream owns them
 };
 

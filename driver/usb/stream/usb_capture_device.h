@@ -50,8 +50,10 @@ class UsbCaptureDevice : public CaptureDevice {
 
   // A start on top of a start exchanges them beside the stream control of open pins. The records of every
   // start live as long as the device's bag.
-  Shared<UsbDeviceRecord*> UsbDevice{nullptr};  ///< null until StartHardware()
-  Shared<UsbStreamRecord*> UsbStream{nullptr};  ///< null until StartHardware()
+  /// start | stream control of open pins: null until StartHardware()
+  Shared<UsbDeviceRecord*> UsbDevice{nullptr};
+  /// start | stream control of open pins: null until StartHardware()
+  Shared<UsbStreamRecord*> UsbStream{nullptr};
 
  protected:
   using CaptureDevice::CaptureDevice;

@@ -19,18 +19,24 @@ namespace lidcam::test {
 struct FieldOf {
   Shared<std::int32_t> CameraContext::*Signed = nullptr;
   Shared<std::uint32_t> CameraContext::*Unsigned = nullptr;
+  std::uint32_t CameraContext::*Plain = nullptr;
 
   // NOLINTNEXTLINE(google-explicit-constructor): rows of tables name the member only
   explicit(false) FieldOf(Shared<std::int32_t> CameraContext::*field) : Signed(field) {}
   // NOLINTNEXTLINE(google-explicit-constructor)
   explicit(false) FieldOf(Shared<std::uint32_t> CameraContext::*field) : Unsigned(field) {}
+  // NOLINTNEXTLINE(google-explicit-constructor)
+  explicit(false) FieldOf(std::uint32_t CameraContext::*field) : Plain(field) {}
 
   [[nodiscard]] std::uint32_t Get(const CameraContext& context) const {
+    if (Plain != nullptr) return context.*Plain;
     if (Unsigned != nullptr) return context.*Unsigned;
     return static_cast<std::uint32_t>(static_cast<std::int32_t>(context.*Signed));
   }
   void Set(CameraContext& context, std::uint32_t value) const {
-    if (Unsigned != nullptr) {
+    if (Plain != nullptr) {
+      context.*Plain = value;
+    } else if (Unsigned != nullptr) {
       context.*Unsigned = value;
     } else {
       context.*Signed = static_cast<std::int32_t>(value);

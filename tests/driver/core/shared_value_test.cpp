@@ -3,6 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <string>
+#include <vector>
 
 namespace lidcam::test {
 namespace {
@@ -27,6 +32,37 @@ TEST(SharedValue, IsAsWideAsWhatItHolds) {
   EXPECT_EQ(sizeof(Shared<std::uint16_t>), 2U);
   EXPECT_EQ(sizeof(Shared<std::uint32_t>), 4U);
   EXPECT_EQ(sizeof(Shared<void*>), sizeof(void*));
+}
+
+// Lines of the driver's headers, with the line above each.
+struct HeaderLine {
+  std::string Above;
+  std::string Text;
+};
+
+std::vector<HeaderLine> LinesOfAllHeaders() {
+  std::vector<HeaderLine> lines;
+  const std::filesystem::path driver = std::filesystem::path(LIDCAM_SOURCE_ROOT) / "driver";
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(driver)) {
+    if (entry.path().extension() != ".h") continue;
+    std::ifstream file(entry.path());
+    std::string above;
+    for (std::string line; std::getline(file, line); above = line) lines.push_back({above, line});
+  }
+  return lines;
+}
+
+TEST(SharedValue, EveryFieldSaysWhichContextsMeetThere) {
+  const std::regex field(R"(^ +Shared<[^;]*>\s+\w+(\{.*\})?;.*)");
+  const std::regex contexts(R"(///<? \w[\w, ]* \| \w[\w, ]*)");
+  int fields = 0;
+  for (const HeaderLine& line : LinesOfAllHeaders()) {
+    if (!std::regex_match(line.Text, field)) continue;
+    ++fields;
+    const bool isBeside = line.Text.find("///") != std::string::npos;
+    EXPECT_TRUE(std::regex_search(isBeside ? line.Text : line.Above, contexts)) << line.Text;
+  }
+  EXPECT_GT(fields, 80);
 }
 
 }  // namespace
