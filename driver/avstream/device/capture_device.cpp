@@ -212,14 +212,6 @@ void CaptureDevice::WaitForWorkItems() {
   while (InterlockedCompareExchange(&workItems_, 0, 0) != 0) SleepOnePoll();
 }
 
-void CaptureDevice::PublishRawFrame(std::uint8_t* buffer, std::uint32_t size) {
-  lidcam::PublishRawFrame(Published, buffer, size);
-}
-
-std::uint8_t* CaptureDevice::GetRawFrame(std::uint32_t& size) const {
-  return lidcam::GetRawFrame(Published, size);
-}
-
 std::uint8_t* CaptureDevice::HoldRawFrame(std::uint32_t& size, ReferenceCountedMemory*& memory) {
   memory = nullptr;
   KIRQL before = 0;

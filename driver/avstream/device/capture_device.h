@@ -93,7 +93,7 @@ class CaptureDevice {
   /// Has no result: what fails inside is not reported, and DevicePowerState moves on regardless.
   virtual void PowerSet(PKSDEVICE device, PIRP irp, DEVICE_POWER_STATE to, DEVICE_POWER_STATE from);
 
-  /// A request for one of the camera's properties, see camera_properties.h. It keeps the camera's
+  /// A request for one of the camera's properties, see property_requests.h. It keeps the camera's
   /// record; the hardware is stopped only when it has been answered.
   ///
   /// @param request  a KSIDENTIFIER with what belongs to the property behind it
@@ -125,11 +125,15 @@ class CaptureDevice {
 
   /// Stores a finished raw frame; null and 0 take back whatever was shown.
   /// @par Any thread
-  void PublishRawFrame(std::uint8_t* buffer, std::uint32_t size);
+  void PublishRawFrame(std::uint8_t* buffer, std::uint32_t size) {
+    lidcam::PublishRawFrame(Published, buffer, size);
+  }
 
   /// The raw frame last published, or null. It stays published.
   /// @par Any thread; who reads the frame's bytes takes HoldRawFrame()
-  std::uint8_t* GetRawFrame(std::uint32_t& size) const;
+  std::uint8_t* GetRawFrame(std::uint32_t& size) const {
+    return lidcam::GetRawFrame(Published, size);
+  }
 
   /// As GetRawFrame(), with a hold on the memory that the frame lies in: it stays readable until the
   /// caller lets go, whatever becomes of the stream.

@@ -57,7 +57,7 @@ std::uint8_t SinkIsProcessing(void* context) {
 }
 
 void SinkPublishRawFrame(void* context, std::uint8_t* buffer, std::uint32_t size) {
-  DeviceOf(*static_cast<UsbStreamRecord*>(context)).PublishRawFrame(buffer, size);
+  PublishRawFrame(DeviceOf(*static_cast<UsbStreamRecord*>(context)).Published, buffer, size);
 }
 
 std::uint8_t SinkStreamRunning(void* context) {
