@@ -256,9 +256,9 @@ struct CameraContext {
   Shared<std::uint32_t> TriggerFlagA;  ///< requests | requests
   Shared<std::uint32_t> TriggerFlagB;  ///< requests | requests
   void* WorkerThread;                  ///< waitable object; nothing creates one
-  std::uint8_t WorkerRunning;
-  std::int32_t SensorType;  ///< a lidcam::SensorType
-  std::uint8_t SensorDH10;  ///< 1: taken for an OV7660 by elimination
+  Shared<std::uint8_t> WorkerRunning;  ///< stream control | worker, which nothing creates
+  std::int32_t SensorType;             ///< a lidcam::SensorType
+  std::uint8_t SensorDH10;             ///< 1: taken for an OV7660 by elimination
   RegisterSetTable SetupRegisters;
   RegisterSetTable NormalRegisters;
   RegisterSetTable LowLightRegisters;
