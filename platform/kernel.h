@@ -52,8 +52,12 @@ inline NTSTATUS KeRestoreFloatingPointState(PKFLOATING_SAVE) {
 }
 #endif
 
-// The host's verifier looks at the order of holds and locks; here nothing does.
+// The annotations of interrupt levels, which the platform's analysis reads.
+#include <driverspecs.h>
+
+// The host's verifier looks at the order of holds and locks, and at interrupt levels; here nothing does.
 namespace lidcam {
+inline void RequireLevelAtMost(KIRQL) {}
 inline void NoteHoldTaken(const void*) {}
 inline void NoteHoldReleased(const void*) {}
 inline void NoteHoldsAwaited(const void*) {}
@@ -73,6 +77,12 @@ inline void NoteHoldsAwaited(const void*) {}
 #include "platform/host/nt/declarations/pnp_declarations.h"
 #include "platform/host/nt/declarations/verifier_declarations.h"
 #include "platform/host/usbd/declarations/usb_declarations.h"
+
+#define _IRQL_requires_max_(level)
+
+/// Ends the caller with a violation if the condition does not hold; on Windows in checked builds only.
+#define NT_ASSERT(condition) \
+  ((condition) ? static_cast<void>(0) : lidcam::ReportFailedAssertion(#condition))
 
 /// A wide string literal of the platform's character type: 16 bits, whatever wchar_t is here.
 #define KERNEL_TEXT(text) u##text

@@ -5,6 +5,7 @@
 
 #include "driver/exposure/exposure_table.h"
 #include "driver/exposure/light_state.h"
+#include "platform/kernel.h"
 
 namespace lidcam {
 
@@ -122,7 +123,9 @@ bool AutoExposureStep(std::uint32_t luma, AeOutputRecord& output, std::uint32_t 
   const std::int32_t index = AeIndex;
   // Equality, not a comparison: an index above the limit is free to move, which brings it down.
   if (index == (step > 0 ? limit : 0)) return false;
-  CopyRow(AeTable[static_cast<std::size_t>(MoveIndex(index, step, limit))], output);
+  const std::int32_t row = MoveIndex(index, step, limit);
+  NT_ASSERT(row >= 0 && row < static_cast<std::int32_t>(kAeTableRows));
+  CopyRow(AeTable[static_cast<std::size_t>(row)], output);
   return true;
 }
 

@@ -65,12 +65,15 @@ void Rundown::Abandon() {
 // No user comes in once it is closed, so that the last one leaves once: exactly then the event is set.
 void Rundown::Close() {
   NoteHoldsAwaited(this);
-  if (Awaited(Add(state_, kClosed)) <= 0) return;
+  const LONG before = Add(state_, kClosed);
+  NT_ASSERT((before & kClosed) == 0);
+  if (Awaited(before) <= 0) return;
   KeWaitForSingleObject(&empty_, Executive, KernelMode, FALSE, nullptr);
 }
 
 void Rundown::Open() {
-  Add(state_, -kClosed);
+  [[maybe_unused]] const LONG before = Add(state_, -kClosed);
+  NT_ASSERT((before & kClosed) != 0);
 }
 
 }  // namespace lidcam

@@ -50,6 +50,7 @@ NTSTATUS ReplyFrameRates(const KSIDENTIFIER& request, const PropertyBuffer& buff
 
 NTSTATUS SetCameraProperty(CameraContext& camera, const KSIDENTIFIER& request,
                            const PropertyBuffer& buffer) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   const CameraProperty property = FindCameraProperty(request);
   NTSTATUS status = RequireBytes(buffer, PropertyBlockBytes(property, PropertyDirection::Set));
   if (!NT_SUCCESS(status)) return status;
@@ -61,6 +62,7 @@ NTSTATUS SetCameraProperty(CameraContext& camera, const KSIDENTIFIER& request,
 
 NTSTATUS GetCameraProperty(CameraContext& camera, const KSIDENTIFIER& request,
                            const PropertyBuffer& buffer) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   if (AsksForFrameRates(request)) return ReplyFrameRates(request, buffer);
   const CameraProperty property = FindCameraProperty(request);
   const ULONG needed = PropertyBlockBytes(property, PropertyDirection::Get);

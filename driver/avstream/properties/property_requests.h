@@ -20,7 +20,8 @@ struct PropertyBuffer {
 ///
 /// Values go on as they came, out of their range too.
 /// @return STATUS_NOT_SUPPORTED for an unknown property and for whatever the control refuses
-/// @par Callable at passive level only: the control may sleep in register writes
+/// @par The control may sleep in register writes
+_IRQL_requires_max_(PASSIVE_LEVEL)
 NTSTATUS SetCameraProperty(CameraContext& camera, const KSIDENTIFIER& request,
                            const PropertyBuffer& buffer);
 
@@ -32,7 +33,7 @@ NTSTATUS SetCameraProperty(CameraContext& camera, const KSIDENTIFIER& request,
 ///
 /// @param request  for the list of frame rates a whole KSPROPERTY_VIDEOCONTROL_FRAME_RATES_S
 /// @return STATUS_NOT_SUPPORTED for an unknown property and for a failed register read
-/// @par Callable at passive level only
+_IRQL_requires_max_(PASSIVE_LEVEL)
 NTSTATUS GetCameraProperty(CameraContext& camera, const KSIDENTIFIER& request,
                            const PropertyBuffer& buffer);
 

@@ -13,10 +13,12 @@ constexpr ULONG kCameraPoolTag = 0x206D6457;
 }  // namespace
 
 void* AllocateCameraMemory(std::size_t size) {
+  RequireLevelAtMost(DISPATCH_LEVEL);
   return ExAllocatePoolWithTag(NonPagedPool, size, kCameraPoolTag);
 }
 
 void FreeCameraMemory(void* memory) {
+  RequireLevelAtMost(DISPATCH_LEVEL);
   if (memory != nullptr) ExFreePool(memory);
 }
 

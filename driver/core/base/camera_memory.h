@@ -2,16 +2,18 @@
 
 #include <cstddef>
 
+#include "platform/kernel.h"
+
 namespace lidcam {
 
 /// Takes nonpaged memory from the platform's pool, pool type 0, with the tag "Wdm ".
 ///
 /// The content is undefined. Null when the pool has no room.
-/// @par Callable at dispatch level and below
+_IRQL_requires_max_(DISPATCH_LEVEL)
 [[nodiscard]] void* AllocateCameraMemory(std::size_t size);
 
 /// Gives memory of AllocateCameraMemory() back. Null does nothing.
-/// @par Callable at dispatch level and below
+_IRQL_requires_max_(DISPATCH_LEVEL)
 void FreeCameraMemory(void* memory);
 
 /// Clears a block.

@@ -14,6 +14,7 @@ constexpr std::size_t RoundUp(std::size_t size) {
 }  // namespace
 
 ReferenceCountedMemory* AllocateReferenceCountedMemory(std::size_t size) {
+  RequireLevelAtMost(DISPATCH_LEVEL);
   const std::size_t recordAt = RoundUp(size);
   if (size == 0 || recordAt < size || recordAt + sizeof(ReferenceCountedMemory) < recordAt)
     return nullptr;
@@ -33,12 +34,16 @@ void Hold(ReferenceCountedMemory& memory) {
 }
 
 void LetGo(ReferenceCountedMemory& memory) {
-  if (InterlockedDecrement(&memory.Holds) != 0) return;
+  RequireLevelAtMost(DISPATCH_LEVEL);
+  const LONG left = InterlockedDecrement(&memory.Holds);
+  NT_ASSERT(left >= 0);
+  if (left != 0) return;
   if (memory.Irp != nullptr) IoFreeIrp(memory.Irp);
   FreeCameraMemory(memory.Block);
 }
 
 void GiveUp(ReferenceCountedMemory& memory) {
+  RequireLevelAtMost(DISPATCH_LEVEL);
   memory.GivenUp = 1;
   LetGo(memory);
 }

@@ -28,7 +28,7 @@ struct ReferenceCountedMemory {
 /// Takes nonpaged memory, held once, by the caller.
 ///
 /// @return null if the pool has no room, or `size` none
-/// @par Callable at dispatch level and below
+_IRQL_requires_max_(DISPATCH_LEVEL)
 [[nodiscard]] ReferenceCountedMemory* AllocateReferenceCountedMemory(std::size_t size);
 
 /// Holds it once more. The caller holds it already, or keeps the owner from letting go meanwhile.
@@ -36,11 +36,11 @@ struct ReferenceCountedMemory {
 void Hold(ReferenceCountedMemory& memory);
 
 /// Lets go once: the last one frees request and memory.
-/// @par Callable at dispatch level and below
+_IRQL_requires_max_(DISPATCH_LEVEL)
 void LetGo(ReferenceCountedMemory& memory);
 
 /// The owner's letting go: from now on GivenUp.
-/// @par Callable at dispatch level and below
+_IRQL_requires_max_(DISPATCH_LEVEL)
 void GiveUp(ReferenceCountedMemory& memory);
 
 }  // namespace lidcam

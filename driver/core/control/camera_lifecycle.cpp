@@ -105,6 +105,7 @@ void JoinWorkerThread(CameraContext& context) {
 CameraContext* CreateCameraContext(const CameraTransport& transport,
                                    CameraCapabilities& capabilities,
                                    const std::uint8_t* deviceDescriptor, std::uint32_t longConfig) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   void* const memory = AllocateCameraMemory(sizeof(CameraContext));
   if (memory == nullptr) return nullptr;
   auto* const context = new (memory) CameraContext{};
@@ -131,6 +132,7 @@ CameraContext* CreateCameraContext(const CameraTransport& transport,
 }
 
 void DestroyCameraContext(CameraContext* context) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   context->WorkerRunning = 0;
   while (context->PendingWork != 0) WaitMilliseconds(1);
   FreeWorkBuffer(context->WorkBufferA);
@@ -148,6 +150,7 @@ Status MarkStreaming(CameraContext& context) {
 }
 
 Status EndStream(CameraContext& context) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   context.Streaming = 0;
   TraceCamera("stream off");
   PowerAndLed(context, PowerBits::Write, SensorPower::Rest, LedBit::Write, LedState::Off,
@@ -166,6 +169,7 @@ Status SuspendCamera(CameraContext& context) {
 }
 
 Status ResumeCamera(CameraContext& context) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   context.PowerOn = 1;
   TraceCamera("power on");
   ApplySetupRegisters(context);
@@ -174,6 +178,7 @@ Status ResumeCamera(CameraContext& context) {
 }
 
 void WaitMilliseconds(std::uint32_t count) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   auto* const event = static_cast<KEVENT*>(AllocateCameraMemory(sizeof(KEVENT)));
   if (event == nullptr) return;
   KeInitializeEvent(event, NotificationEvent, FALSE);

@@ -252,6 +252,7 @@ void PresetFlagsAndCaps(ControlRecord& record) {
 }  // namespace
 
 Status SetControl(CameraContext& context, const ControlRecord& record) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   const Control* const control = FindControl(ControlCode{record.Code});
   if (control == nullptr) return kUnknownControlCode;
   const SetOperation set = OperationsOf(*control).Set;

@@ -4,6 +4,7 @@
 
 #include "driver/core/record/camera_context.h"
 #include "driver/core/record/control_table.h"
+#include "platform/kernel.h"
 
 namespace lidcam {
 
@@ -31,7 +32,7 @@ inline constexpr Status kUnknownControlCode = -1;
 ///
 /// What each code stores and which step it runs stands in kControls.
 /// @return 0, kUnknownControlCode, or what the step returned
-/// @par Callable at passive level only
+_IRQL_requires_max_(PASSIVE_LEVEL)
 Status SetControl(CameraContext& context, const ControlRecord& record);
 
 /// Answers from the record alone, but for the raw register code, which reads the hardware.

@@ -142,6 +142,7 @@ Status NegotiateFormat(CameraContext& context, const FormatRequest& request,
 }
 
 Status SelectStreamMode(CameraContext& context, const FormatRequest& request) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   context.Streaming = 1;
   context.StreamAlternateSetting = request.AlternateSetting;
   SelectRawSize(context, request.AlternateSetting);

@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "driver/core/record/camera_context.h"
+#include "platform/kernel.h"
 
 namespace lidcam {
 
@@ -42,7 +43,7 @@ Status NegotiateFormat(CameraContext& context, const FormatRequest& request,
 /// programs the camera for it. Called at every stream start after MarkStreaming().
 ///
 /// @return what ProgramStreamMode() returns
-/// @par Callable at passive level only
+_IRQL_requires_max_(PASSIVE_LEVEL)
 Status SelectStreamMode(CameraContext& context, const FormatRequest& request);
 
 }  // namespace lidcam

@@ -181,6 +181,7 @@ Status SaveBelow(const CameraContext& context, HANDLE root, const WCHAR* subkey)
 }  // namespace
 
 Status LoadSettings(CameraContext& context, const WCHAR* subkey) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   HANDLE root = OpenSettingsRoot(DeviceOf(context), nullptr, SettingsRootDevice);
   if (root == nullptr) return 0;
   // One word for all reads, as each leaves it: an absent value makes it 0, and the value after that
@@ -194,6 +195,7 @@ Status LoadSettings(CameraContext& context, const WCHAR* subkey) {
 }
 
 Status SaveSettings(CameraContext& context, const WCHAR* subkey) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   // Without a root there is no status to tell, and callers ignore what they get: they get what the
   // status starts as, the record's address.
   auto status = static_cast<Status>(reinterpret_cast<std::uintptr_t>(&context) & 0xFFFFFFFF);
@@ -208,6 +210,7 @@ Status SaveSettings(CameraContext& context, const WCHAR* subkey) {
 }
 
 HANDLE OpenSettingsRoot(const TransportRecordHead* device, const WCHAR* name, std::uint32_t kind) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   switch (kind) {
     case SettingsRootMachine:
       return OpenMachineRoot(name);
@@ -220,16 +223,19 @@ HANDLE OpenSettingsRoot(const TransportRecordHead* device, const WCHAR* name, st
 
 Status ReadSettingValue(HANDLE root, const WCHAR* subkey, const WCHAR* name, std::uint32_t,
                         void* destination, std::uint32_t& size) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   return ReadBounded(root, subkey, name, destination, size, size);
 }
 
 Status WriteSettingValue(HANDLE key, const WCHAR* name, std::uint32_t value) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   UNICODE_STRING valueName;
   RtlInitUnicodeString(&valueName, name);
   return ZwSetValueKey(key, &valueName, 0, REG_DWORD, &value, sizeof(value));
 }
 
 Status CreateKeyChain(HANDLE root, ACCESS_MASK access, const WCHAR* path, HANDLE& key) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   const Status status = CreatePrefixes(root, access, path, OBJ_CASE_INSENSITIVE);
   if (!NT_SUCCESS(status)) return status;
   UNICODE_STRING whole;
@@ -238,6 +244,7 @@ Status CreateKeyChain(HANDLE root, ACCESS_MASK access, const WCHAR* path, HANDLE
 }
 
 Status CloseSettingsKey(HANDLE key) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   return NT_SUCCESS(ZwClose(key)) ? 0 : -1;
 }
 

@@ -65,14 +65,14 @@ constexpr std::int32_t DefaultOfSetting(SettingField field) {
 /// changes. Touches no hardware.
 ///
 /// @return 0 always
-/// @par Callable at passive level only
+_IRQL_requires_max_(PASSIVE_LEVEL)
 Status LoadSettings(CameraContext& context, const WCHAR* subkey);
 
 /// Saves the picture settings.
 ///
 /// @return the status of the last value's write, or of the key's creation; meaningless without a
 ///         root. Callers don't look at it.
-/// @par Callable at passive level only
+_IRQL_requires_max_(PASSIVE_LEVEL)
 Status SaveSettings(CameraContext& context, const WCHAR* subkey);
 
 /// Opens a root key.
@@ -81,7 +81,7 @@ Status SaveSettings(CameraContext& context, const WCHAR* subkey);
 /// @param name  appended to the machine-wide path; one of more than 11 characters does not fit and
 ///              is left out. Not used for the device's key.
 /// @return the key, to be closed by the caller; null if it can't be opened and for unknown kinds
-/// @par Callable at passive level only
+_IRQL_requires_max_(PASSIVE_LEVEL)
 HANDLE OpenSettingsRoot(const TransportRecordHead* device, const WCHAR* name, std::uint32_t kind);
 
 /// Reads one value below `root`, creating the subkey when it is missing.
@@ -92,27 +92,27 @@ HANDLE OpenSettingsRoot(const TransportRecordHead* device, const WCHAR* name, st
 ///                     none
 /// @return 0, or -1 with nothing copied: the subkey or the value can't be had, the value is longer
 ///         than `size`, or `destination` is null
-/// @par Callable at passive level only
+_IRQL_requires_max_(PASSIVE_LEVEL)
 Status ReadSettingValue(HANDLE root, const WCHAR* subkey, const WCHAR* name, std::uint32_t type,
                         void* destination, std::uint32_t& size);
 
 /// Writes one 32-bit value, replacing one of the same name.
 ///
 /// @return the platform's status of the write
-/// @par Callable at passive level only
+_IRQL_requires_max_(PASSIVE_LEVEL)
 Status WriteSettingValue(HANDLE key, const WCHAR* name, std::uint32_t value);
 
 /// Creates the key at `path` below `root` level by level.
 ///
 /// @param key  the created key, to be closed by the caller; set on success only
 /// @return 0 or the platform's status of the first level that failed; levels above it stay
-/// @par Callable at passive level only
+_IRQL_requires_max_(PASSIVE_LEVEL)
 Status CreateKeyChain(HANDLE root, ACCESS_MASK access, const WCHAR* path, HANDLE& key);
 
 /// Closes a key that one of the functions above has opened.
 ///
 /// @return 0, or -1 if the platform's close failed
-/// @par Callable at passive level only
+_IRQL_requires_max_(PASSIVE_LEVEL)
 Status CloseSettingsKey(HANDLE key);
 
 }  // namespace lidcam

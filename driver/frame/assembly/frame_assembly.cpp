@@ -2,10 +2,12 @@
 
 #include "driver/core/base/camera_trace.h"
 #include "driver/frame/assembly/packet_walk.h"
+#include "platform/kernel.h"
 
 namespace lidcam {
 
 void PlaceRawBuffers(FrameAssembly& assembly, std::uint8_t* block, std::uint32_t size) {
+  NT_ASSERT(block != nullptr && size != 0);
   assembly.RawBuffers = block;
   assembly.ReadyBuffer = block;
   assembly.FillBuffer = block + size;
@@ -34,6 +36,7 @@ void PublishFrame(FrameAssembly& assembly) {
   if (sink.IsProcessing(sink.Context) != 0) {
     TraceCamera("frame busy bytes=%u", assembly.FillFrameBytes);
   } else {
+    NT_ASSERT(assembly.FillBuffer != assembly.ReadyBuffer);
     std::uint8_t* const finished = assembly.FillBuffer;
     assembly.FillBuffer = assembly.ReadyBuffer;
     assembly.ReadyBuffer = finished;

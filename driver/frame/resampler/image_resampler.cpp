@@ -11,6 +11,7 @@ std::uint32_t ResampleFrame(std::uint8_t* destination, const std::uint8_t* sourc
                             std::int32_t sourceWidth, std::int32_t sourceHeight,
                             std::int32_t destinationWidth, std::int32_t destinationHeight,
                             std::uint32_t yuy2) {
+  RequireLevelAtMost(DISPATCH_LEVEL);
   if (source == nullptr || destination == nullptr) return 0;
   if (!CpuHasDoubles()) return 0;
   KFLOATING_SAVE threadState;

@@ -4,6 +4,7 @@
 
 #include "driver/frame/resampler/jobs/image_types.h"
 #include "driver/frame/resampler/jobs/scale_job.h"
+#include "platform/kernel.h"
 
 namespace lidcam {
 
@@ -17,7 +18,7 @@ namespace lidcam {
 /// @param source       rows of sourceWidth pixels without padding; YUY2 needs an even width
 /// @param yuy2         nonzero: packed YUY2, 2 bytes a pixel; 0: 3 bytes a pixel
 /// @return 1 when scaled; 0 when not, with the destination left as it was
-/// @par Callable at dispatch level and below; takes nonpaged memory
+_IRQL_requires_max_(DISPATCH_LEVEL)
 std::uint32_t ResampleFrame(std::uint8_t* destination, const std::uint8_t* source,
                             std::int32_t sourceWidth, std::int32_t sourceHeight,
                             std::int32_t destinationWidth, std::int32_t destinationHeight,

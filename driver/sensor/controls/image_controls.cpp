@@ -226,6 +226,7 @@ constexpr StepRow kSteps[] = {
 }  // namespace
 
 Status ApplyImageControl(std::uint32_t step, CameraContext& context) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   for (const StepRow& row : kSteps) {
     if (row.Step != step) continue;
     const Status status = row.Apply(context);

@@ -4,6 +4,7 @@
 
 #include "driver/core/record/camera_context.h"
 #include "driver/core/record/control_table.h"
+#include "platform/kernel.h"
 
 namespace lidcam {
 
@@ -11,7 +12,7 @@ namespace lidcam {
 ///
 /// @param step  an ImageControlStep; any other number does nothing
 /// @return 0, or for most steps the status of the last register operation
-/// @par Callable at passive level only
+_IRQL_requires_max_(PASSIVE_LEVEL)
 Status ApplyImageControl(std::uint32_t step, CameraContext& context);
 
 }  // namespace lidcam

@@ -187,6 +187,7 @@ Status SetExposureMi1318(CameraContext& context) {
 }  // namespace
 
 Status ApplyExposure(CameraContext& context) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   switch (context.SensorType) {
     case SensorTypeVGA0408:
       return SetExposureVGA0408(context);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "driver/core/record/camera_context.h"
+#include "platform/kernel.h"
 
 namespace lidcam {
 
@@ -9,7 +10,7 @@ namespace lidcam {
 ///
 /// @return the status of the last register operation on SensorTypeVGA0408, and on SensorTypeVGA0708
 ///         with `AutoExposure` off; else 0
-/// @par Callable at passive level only
+_IRQL_requires_max_(PASSIVE_LEVEL)
 Status ApplyExposure(CameraContext& context);
 
 }  // namespace lidcam

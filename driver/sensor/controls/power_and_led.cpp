@@ -71,6 +71,7 @@ void SwitchLed(CameraContext& context, Led led) {
 
 // Only the low byte counts.
 void SetPowerBits(CameraContext& context, SensorPower power) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   const bool runs = (static_cast<std::uint32_t>(power) & 0xFF) != 0;
   ChangePowerAndLed(context, kStandbyBit, runs ? kPowerBit : kPowerBit | kStandbyBit,
                     RegisterPath::Application);
@@ -98,6 +99,7 @@ void SetCameraPower(CameraContext& context, CameraPower power) {
 
 Status ApplyLightAndLed(CameraContext& context, StreamStart streamStart,
                         LDModeChange ldModeChange) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   const Situation& situation = SituationOf(streamStart, ldModeChange);
   const LightAndLedRow& row = context.LDMode == 1 ? situation.HeldLowLight : situation.Free;
   if (row.Registers != List::None) {

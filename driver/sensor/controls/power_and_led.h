@@ -4,6 +4,7 @@
 
 #include "driver/core/record/camera_context.h"
 #include "driver/sensor/registers/register_access.h"
+#include "platform/kernel.h"
 
 namespace lidcam {
 
@@ -27,7 +28,8 @@ enum class StreamStart : std::uint32_t { No = 0, Yes = 1 };
 enum class LDModeChange : std::uint32_t { No = 0, Yes = 1 };
 
 /// Sets the power bits. Stops without a write if the read fails.
-/// @par Callable at passive level only: it takes the waiting primitives
+/// @par It takes the waiting primitives
+_IRQL_requires_max_(PASSIVE_LEVEL)
 void SetPowerBits(CameraContext& context, SensorPower power);
 
 /// Switches the LED bit. Stops without a write if the read fails.
@@ -45,7 +47,7 @@ void SetCameraPower(CameraContext& context, CameraPower power);
 /// Applies the register list and the LED bit that LDMode, LED and the light state ask for.
 ///
 /// @return 0 always
-/// @par Callable at passive level only
+_IRQL_requires_max_(PASSIVE_LEVEL)
 Status ApplyLightAndLed(CameraContext& context, StreamStart streamStart, LDModeChange ldModeChange);
 
 }  // namespace lidcam

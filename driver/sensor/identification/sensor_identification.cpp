@@ -207,6 +207,7 @@ constexpr std::uint16_t WordAt(const std::uint8_t* bytes) {
 }  // namespace
 
 void IdentifySensor(CameraContext& context, const std::uint8_t* deviceDescriptor) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   const std::uint16_t vendor = WordAt(deviceDescriptor + 8);
   const std::uint16_t product = WordAt(deviceDescriptor + 10);
   for (const UsbIdentity& identity : kIdentities) {

@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "driver/core/record/camera_context.h"
+#include "platform/kernel.h"
 
 namespace lidcam {
 
@@ -15,7 +16,7 @@ namespace lidcam {
 ///
 /// @param deviceDescriptor  as the device sent it; idVendor (offset 8) and idProduct (offset 10)
 ///                          are used
-/// @par Callable at passive level only
+_IRQL_requires_max_(PASSIVE_LEVEL)
 void IdentifySensor(CameraContext& context, const std::uint8_t* deviceDescriptor);
 
 }  // namespace lidcam

@@ -98,6 +98,7 @@ std::uint8_t ProgramRawSize(CameraContext& context, std::uint8_t current) {
 }  // namespace
 
 Status ProgramStreamMode(CameraContext& context) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   std::uint8_t current = 0;
   ReadBridgeRegister(context, BridgeRegister::Mode, current);
   const std::uint8_t mode = ProgramRawSize(context, current);

@@ -36,6 +36,7 @@ void WriteTable(CameraContext& context, const RegisterSetTable& table) {
 }  // namespace
 
 void ApplySetupRegisters(CameraContext& context) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   WriteTable(context, context.SetupRegisters);
   for (const std::uint32_t step : kReplayedSteps) ApplyImageControl(step, context);
 }

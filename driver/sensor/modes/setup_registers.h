@@ -1,11 +1,12 @@
 #pragma once
 
 #include "driver/core/record/camera_context.h"
+#include "platform/kernel.h"
 
 namespace lidcam {
 
 /// Writes the setup table, then replays the image controls. Without a table only the replay runs.
-/// @par Callable at passive level only
+_IRQL_requires_max_(PASSIVE_LEVEL)
 void ApplySetupRegisters(CameraContext& context);
 
 }  // namespace lidcam

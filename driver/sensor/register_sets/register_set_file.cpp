@@ -146,6 +146,7 @@ constexpr SetFile kSetFiles[] = {
 }  // namespace
 
 Status LoadRegisterFile(CameraContext& context, const WCHAR* path) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   HANDLE file = nullptr;
   const NTSTATUS opened = OpenForReading(path, file);
   if (!NT_SUCCESS(opened)) return opened;
@@ -159,6 +160,7 @@ Status LoadRegisterFile(CameraContext& context, const WCHAR* path) {
 }
 
 void LoadRegisterSets(CameraContext& context) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   const std::int32_t type = context.SensorType;
   for (const SetFile& file : kSetFiles) {
     if (file.Type == type) LoadRegisterFile(context, file.Path);

@@ -20,13 +20,13 @@ namespace lidcam {
 /// @return a platform status: of the open, or of the last read, or 0 once a section of the normal
 ///         list was taken; STATUS_INSUFFICIENT_RESOURCES without memory for the body. Tables filled
 ///         before an error stay filled.
-/// @par Callable at passive level only
+_IRQL_requires_max_(PASSIVE_LEVEL)
 Status LoadRegisterFile(CameraContext& context, const WCHAR* path);
 
 /// Loads the files that belong to `SensorType`; types without a file load nothing. A section
 /// replaces one of its type from the file before. Errors are passed over: the camera then runs on
 /// the values that it powers up with.
-/// @par Callable at passive level only
+_IRQL_requires_max_(PASSIVE_LEVEL)
 void LoadRegisterSets(CameraContext& context);
 
 }  // namespace lidcam

@@ -164,6 +164,7 @@ void UpdateSensorShadow(CameraContext& context, std::uint8_t number, std::uint8_
 }  // namespace
 
 Status WriteBridgeRegister(CameraContext& context, RegisterAddress address, std::uint32_t value) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   return ApplicationWrite(context, Chip::Bridge, address, value);
 }
 

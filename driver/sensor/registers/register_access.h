@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "driver/core/record/camera_context.h"
+#include "platform/kernel.h"
 
 namespace lidcam {
 
@@ -23,7 +24,8 @@ enum class RegisterPath : std::uint32_t { Frame = 0, Application = 1 };
 /// Writes a bridge register on the application path.
 ///
 /// Spins, without a limit, while the frame path holds the bus. On success the shadows follow.
-/// @par Callable at passive level only: it blocks for two control transfers
+/// @par It blocks for two control transfers
+_IRQL_requires_max_(PASSIVE_LEVEL)
 Status WriteBridgeRegister(CameraContext& context, RegisterAddress address, std::uint32_t value);
 
 /// Writes a sensor register on the application path; as WriteBridgeRegister().

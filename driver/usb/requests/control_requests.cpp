@@ -108,17 +108,20 @@ NTSTATUS NTAPI UrbDone(PDEVICE_OBJECT, PIRP, PVOID context) {
 
 PIRP CreateUrbIrp(UsbDeviceRecord& device, void* context, void* urb,
                   PIO_COMPLETION_ROUTINE completionRoutine) {
+  RequireLevelAtMost(DISPATCH_LEVEL);
   PIRP const irp = IoAllocateIrp(device.KsDevice->NextDeviceObject->StackSize, FALSE);
   if (irp != nullptr) FillStackLocation(irp, urb, completionRoutine, context);
   return irp;
 }
 
 void RearmIrp(void* context, PIRP irp, void* urb, PIO_COMPLETION_ROUTINE completionRoutine) {
+  RequireLevelAtMost(DISPATCH_LEVEL);
   irp->Cancel = FALSE;
   FillStackLocation(irp, urb, completionRoutine, context);
 }
 
 NTSTATUS SendUrb(UsbDeviceRecord& device, void* urb) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   KeWaitForSingleObject(&device.UrbLock, Executive, KernelMode, FALSE, nullptr);
   const NTSTATUS status = SendUrbInTurn(device, urb);
   KeReleaseSemaphore(&device.UrbLock, kUrbLockIncrement, 1, FALSE);
@@ -128,6 +131,7 @@ NTSTATUS SendUrb(UsbDeviceRecord& device, void* urb) {
 NTSTATUS VendorRequest(TransportRecord& transport, std::uint8_t request, std::uint16_t value,
                        std::uint16_t index, void* buffer, std::uint32_t* length,
                        std::uint8_t read) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   const std::uint32_t size = length != nullptr ? *length : 0;
   const std::size_t urbAt = UrbOffset(size);
   const std::size_t whole = urbAt + sizeof(_URB_CONTROL_VENDOR_OR_CLASS_REQUEST);
@@ -153,6 +157,7 @@ NTSTATUS VendorRequest(TransportRecord& transport, std::uint8_t request, std::ui
 
 Status UsbWriteRequest(void* transport, std::uint32_t request, std::uint32_t index,
                        std::uint32_t value, void* buffer, std::uint32_t* length) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   return CallbackRequest(transport, request, index, value, buffer, length, 0);
 }
 
@@ -162,11 +167,13 @@ Status UsbReadRequest(void* transport, std::uint32_t request, std::uint32_t inde
 }
 
 NTSTATUS AbortPipe(UsbDeviceRecord& device, USBD_PIPE_HANDLE pipeHandle) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   return SendPipeRequest(device, pipeHandle, URB_FUNCTION_ABORT_PIPE);
 }
 
 NTSTATUS ResetPipe(UsbDeviceRecord& device, const UsbStreamRecord& stream,
                    USBD_INTERFACE_INFORMATION* interfaceInformation, PipeRequest request) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   const USBD_PIPE_INFORMATION* const pipe =
       PipeInformationOf(interfaceInformation, stream.PipeIndex);
   if (pipe == nullptr) return STATUS_DEVICE_DATA_ERROR;
@@ -176,6 +183,7 @@ NTSTATUS ResetPipe(UsbDeviceRecord& device, const UsbStreamRecord& stream,
 }
 
 std::uint32_t GetCurrentFrame(UsbDeviceRecord& device) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   auto* const urb = static_cast<_URB_GET_CURRENT_FRAME_NUMBER*>(
       AllocateCameraMemory(sizeof(_URB_GET_CURRENT_FRAME_NUMBER)));
   if (urb == nullptr) return 0;

@@ -15,7 +15,7 @@ inline constexpr Time100ns kUrbTimeLimit = 50'000'000;
 /// @return what the USB stack gave; STATUS_DEVICE_DATA_ERROR if the device is not open or gone,
 ///         STATUS_UNSUCCESSFUL without an IRP, STATUS_IO_TIMEOUT after kUrbTimeLimit and the cancel.
 ///         What the URB's own status says is the caller's to read.
-/// @par Callable at passive level only
+_IRQL_requires_max_(PASSIVE_LEVEL)
 NTSTATUS SendUrb(UsbDeviceRecord& device, void* urb);
 
 /// One vendor request to the device.
@@ -24,12 +24,12 @@ NTSTATUS SendUrb(UsbDeviceRecord& device, void* urb);
 /// @param length  in: bytes of the data stage; out: bytes moved, 0 on failure. Null for no data stage
 /// @param read    nonzero: from the device
 /// @return the status of SendUrb(), or STATUS_INSUFFICIENT_RESOURCES
-/// @par Callable at passive level only
+_IRQL_requires_max_(PASSIVE_LEVEL)
 NTSTATUS VendorRequest(TransportRecord& transport, std::uint8_t request, std::uint16_t value,
                        std::uint16_t index, void* buffer, std::uint32_t* length, std::uint8_t read);
 
 /// The camera core's two request callbacks; `transport` is a TransportRecord. 0, or -1 on failure.
-/// @par Callable at passive level only
+_IRQL_requires_max_(PASSIVE_LEVEL)
 Status UsbWriteRequest(void* transport, std::uint32_t request, std::uint32_t index,
                        std::uint32_t value, void* buffer, std::uint32_t* length);
 Status UsbReadRequest(void* transport, std::uint32_t request, std::uint32_t index,
@@ -37,7 +37,7 @@ Status UsbReadRequest(void* transport, std::uint32_t request, std::uint32_t inde
 
 /// Brings home everything that is out on a pipe.
 /// @return the status of SendUrb(), or STATUS_INSUFFICIENT_RESOURCES
-/// @par Callable at passive level only
+_IRQL_requires_max_(PASSIVE_LEVEL)
 NTSTATUS AbortPipe(UsbDeviceRecord& device, USBD_PIPE_HANDLE pipeHandle);
 
 /// What becomes of a pipe.
@@ -46,21 +46,21 @@ enum class PipeRequest : std::uint8_t { Reset = 0, Abort = 1 };
 /// Resets or aborts the stream's pipe.
 /// @return the status of SendUrb(); STATUS_INSUFFICIENT_RESOURCES; STATUS_DEVICE_DATA_ERROR if the
 ///         interface has no such pipe
-/// @par Callable at passive level only
+_IRQL_requires_max_(PASSIVE_LEVEL)
 NTSTATUS ResetPipe(UsbDeviceRecord& device, const UsbStreamRecord& stream,
                    USBD_INTERFACE_INFORMATION* interfaceInformation, PipeRequest request);
 
 /// The bus frame number; 0 on any failure.
-/// @par Callable at passive level only
+_IRQL_requires_max_(PASSIVE_LEVEL)
 std::uint32_t GetCurrentFrame(UsbDeviceRecord& device);
 
 /// An IRP that will carry `urb` to the USB stack; null without memory.
-/// @par Callable at dispatch level and below
+_IRQL_requires_max_(DISPATCH_LEVEL)
 PIRP CreateUrbIrp(UsbDeviceRecord& device, void* context, void* urb,
                   PIO_COMPLETION_ROUTINE completionRoutine);
 
 /// Makes an IRP that came home ready to go down again. Its status stays as it is.
-/// @par Callable at dispatch level and below
+_IRQL_requires_max_(DISPATCH_LEVEL)
 void RearmIrp(void* context, PIRP irp, void* urb, PIO_COMPLETION_ROUTINE completionRoutine);
 
 /// Completion routine of a synchronous request: keeps the IRP and sets the event that `context` is.

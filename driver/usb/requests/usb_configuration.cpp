@@ -166,6 +166,7 @@ NTSTATUS WalkUp(UsbStreamRecord& stream, std::uint8_t wanted) {
 }  // namespace
 
 NTSTATUS ReadDeviceDescriptors(UsbDeviceRecord& device) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   NTSTATUS status = ReadDeviceDescriptor(device);
   if (!NT_SUCCESS(status)) return status;
   status = ReadConfiguration(device);
@@ -175,6 +176,7 @@ NTSTATUS ReadDeviceDescriptors(UsbDeviceRecord& device) {
 }
 
 NTSTATUS ReadConfiguration(UsbDeviceRecord& device) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   auto* const urb = static_cast<_URB_CONTROL_DESCRIPTOR_REQUEST*>(
       AllocateCameraMemory(sizeof(_URB_CONTROL_DESCRIPTOR_REQUEST)));
   if (urb == nullptr) return STATUS_INSUFFICIENT_RESOURCES;
@@ -191,6 +193,7 @@ NTSTATUS ReadConfiguration(UsbDeviceRecord& device) {
 
 NTSTATUS SelectConfiguration(UsbDeviceRecord& device,
                              PUSB_CONFIGURATION_DESCRIPTOR configurationDescriptor) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   const std::size_t count = configurationDescriptor->bNumInterfaces;
   auto* const list = static_cast<USBD_INTERFACE_LIST_ENTRY*>(
       AllocateCameraMemory((count + 1) * sizeof(USBD_INTERFACE_LIST_ENTRY)));
@@ -212,6 +215,7 @@ NTSTATUS SelectConfiguration(UsbDeviceRecord& device,
 }
 
 NTSTATUS SelectInterfaceSetting(UsbDeviceRecord& device) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   USBD_INTERFACE_INFORMATION* const information = device.InterfaceInformation;
   if (information == nullptr) return STATUS_INSUFFICIENT_RESOURCES;
   const std::size_t size = offsetof(_URB_SELECT_INTERFACE, Interface) + information->Length;
@@ -234,6 +238,7 @@ NTSTATUS SelectInterfaceSetting(UsbDeviceRecord& device) {
 }
 
 NTSTATUS SelectAlternateSetting(UsbDeviceRecord& device, std::uint8_t setting) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   if (device.InterfaceInformation != nullptr) {
     device.InterfaceInformation->AlternateSetting = setting;
   }
@@ -243,6 +248,7 @@ NTSTATUS SelectAlternateSetting(UsbDeviceRecord& device, std::uint8_t setting) {
 }
 
 NTSTATUS ChooseStreamFormat(UsbStreamRecord& stream, const KS_VIDEOINFOHEADER& videoInfo) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   FormatRequest& format = stream.StreamFormat;
   const KS_BITMAPINFOHEADER& bitmap = videoInfo.bmiHeader;
   format.Width = bitmap.biWidth;

@@ -11,12 +11,12 @@ namespace lidcam {
 /// descriptor, select configuration. Lets recoveries be scheduled from then on.
 ///
 /// @return the status of the step that failed
-/// @par Callable at passive level only
+_IRQL_requires_max_(PASSIVE_LEVEL)
 NTSTATUS ReadDeviceDescriptors(UsbDeviceRecord& device);
 
 /// Reads the whole configuration descriptor, however long, and selects the configuration. Sets
 /// LongConfigDescriptor, whatever came of the request.
-/// @par Callable at passive level only
+_IRQL_requires_max_(PASSIVE_LEVEL)
 NTSTATUS ReadConfiguration(UsbDeviceRecord& device);
 
 /// Selects the configuration with all its interfaces as they stand first, and keeps handle, interface
@@ -24,7 +24,7 @@ NTSTATUS ReadConfiguration(UsbDeviceRecord& device);
 ///
 /// @param configurationDescriptor  wTotalLength bytes
 /// @return STATUS_INSUFFICIENT_RESOURCES for every failure
-/// @par Callable at passive level only
+_IRQL_requires_max_(PASSIVE_LEVEL)
 NTSTATUS SelectConfiguration(UsbDeviceRecord& device,
                              PUSB_CONFIGURATION_DESCRIPTOR configurationDescriptor);
 
@@ -32,18 +32,18 @@ NTSTATUS SelectConfiguration(UsbDeviceRecord& device,
 ///
 /// @return the request's status; STATUS_INSUFFICIENT_RESOURCES without memory or without an
 ///         InterfaceInformation. A status in the URB alone is not reported.
-/// @par Callable at passive level only
+_IRQL_requires_max_(PASSIVE_LEVEL)
 NTSTATUS SelectInterfaceSetting(UsbDeviceRecord& device);
 
 /// Writes `setting` into InterfaceInformation and selects it. The byte keeps its value on refusal.
-/// @par Callable at passive level only
+_IRQL_requires_max_(PASSIVE_LEVEL)
 NTSTATUS SelectAlternateSetting(UsbDeviceRecord& device, std::uint8_t setting);
 
 /// Takes over a video format and gives the interface the widest setting that the bus has room for,
 /// from the widest down to 1. Nothing is sent if it has the widest already.
 ///
 /// @return the last selection's status; STATUS_INSUFFICIENT_RESOURCES without a raw buffer size
-/// @par Callable at passive level only
+_IRQL_requires_max_(PASSIVE_LEVEL)
 NTSTATUS ChooseStreamFormat(UsbStreamRecord& stream, const KS_VIDEOINFOHEADER& videoInfo);
 
 /// Takes what the camera core says about this camera into the record.

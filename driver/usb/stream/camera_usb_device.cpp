@@ -92,6 +92,7 @@ NTSTATUS CameraUsbDevice::DrainTransfers() {
 }
 
 NTSTATUS AddCameraDevice(PKSDEVICE device) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   void* const memory = ExAllocatePoolWithTag(NonPagedPool, sizeof(CameraUsbDevice), kDeviceTag);
   if (memory == nullptr) return STATUS_INSUFFICIENT_RESOURCES;
   auto* const object = ::new (memory) CameraUsbDevice(device);

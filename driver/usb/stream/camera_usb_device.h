@@ -31,7 +31,7 @@ class CameraUsbDevice final : public UsbCaptureDevice {
 
 /// Creates the object for a device that plug and play has found, and binds it.
 /// @return STATUS_INSUFFICIENT_RESOURCES, or what Bind() gave
-/// @par Callable at passive level only
+_IRQL_requires_max_(PASSIVE_LEVEL)
 NTSTATUS AddCameraDevice(PKSDEVICE device);
 
 }  // namespace lidcam

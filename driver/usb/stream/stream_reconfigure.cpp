@@ -33,6 +33,7 @@ void ExchangePinFormat(CaptureDevice& device, PKSPIN pin) {
 }  // namespace
 
 Status StreamReconfigure(void* transport, std::uint32_t* swap) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   UsbDeviceRecord& record = *static_cast<TransportRecord*>(transport)->Device;
   UsbStreamRecord* const stream = record.Stream;
   if (stream == nullptr || stream->StreamRunning == 0) return -1;

@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "driver/core/record/camera_context.h"
+#include "platform/kernel.h"
 
 namespace lidcam {
 
@@ -12,7 +13,7 @@ namespace lidcam {
 /// @param swap  0 exchanges width and height of the stream. The pin's own format has them exchanged
 ///              in every case.
 /// @return 0, or -1 if no stream runs or it could not be restarted
-/// @par Callable at passive level only
+_IRQL_requires_max_(PASSIVE_LEVEL)
 Status StreamReconfigure(void* transport, std::uint32_t* swap);
 
 }  // namespace lidcam

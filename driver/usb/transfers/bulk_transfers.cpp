@@ -296,6 +296,7 @@ BulkTransfer* TakePending(PipeRecord& pipe) {
 NTSTATUS StartBulkTransfer(UsbDeviceRecord& device, UsbStreamRecord* stream, BulkTransfer* transfer,
                            std::uint8_t* buffer, std::uint32_t length, std::uint32_t pipe,
                            BulkCallback callback, std::uint8_t repeat) {
+  RequireLevelAtMost(DISPATCH_LEVEL);
   return Begin(device, stream, transfer, {buffer, length, length, pipe, callback, repeat});
 }
 

@@ -16,7 +16,7 @@ using BulkCallback = void (*)(CameraContext* camera, void* context, NTSTATUS sta
 /// @param pipe      entry of the pipe table
 /// @param callback  called when a transfer that stands for itself is done; may be null
 /// @param repeat    nonzero: start the same transfer anew when it is done
-/// @par Callable at dispatch level and below
+_IRQL_requires_max_(DISPATCH_LEVEL)
 NTSTATUS StartBulkTransfer(UsbDeviceRecord& device, UsbStreamRecord* stream, BulkTransfer* transfer,
                            std::uint8_t* buffer, std::uint32_t length, std::uint32_t pipe,
                            BulkCallback callback, std::uint8_t repeat);

@@ -99,6 +99,7 @@ void NTAPI RawFrameThread(PVOID context) {
 }
 
 NTSTATUS QueueCompletedTransfer(IsoTransfer& transfer, ReferenceCountedMemory& memory) {
+  RequireLevelAtMost(DISPATCH_LEVEL);
   IsoPipeline& pipeline = *transfer.Pipeline;
   if (Append(pipeline, transfer, memory)) {
     KeReleaseSemaphore(&pipeline.WakeSemaphore, IO_NO_INCREMENT, 1, FALSE);
@@ -109,6 +110,7 @@ NTSTATUS QueueCompletedTransfer(IsoTransfer& transfer, ReferenceCountedMemory& m
 }
 
 NTSTATUS StartFrameThread(UsbStreamRecord& stream) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   IsoPipeline& pipeline = *stream.Pipeline;
   InitializeListHead(&pipeline.CompletedList);
   KeInitializeSpinLock(&pipeline.CompletedLock);

@@ -17,12 +17,12 @@ void NTAPI RawFrameThread(PVOID context);
 ///
 /// @param memory  what was completed
 /// @return 0 always
-/// @par Callable at dispatch level and below
+_IRQL_requires_max_(DISPATCH_LEVEL)
 NTSTATUS QueueCompletedTransfer(IsoTransfer& transfer, ReferenceCountedMemory& memory);
 
 /// Makes queue and thread.
 /// @return what the thread's creation gave
-/// @par Callable at passive level only
+_IRQL_requires_max_(PASSIVE_LEVEL)
 NTSTATUS StartFrameThread(UsbStreamRecord& stream);
 
 /// Ends the thread and waits for its end, without a limit. A thread that was never made is not waited

@@ -100,6 +100,7 @@ void TakeHome(IsoTransfer& transfer, ReferenceCountedMemory& memory) {
 }  // namespace
 
 NTSTATUS PrepareIsoTransfer(UsbStreamRecord& stream, IsoTransfer& transfer) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   ReleaseIsoTransfer(transfer);
   for (std::size_t i = 0; i < sizeof(kIsochronousSignature); ++i)
     transfer.Signature[i] = kIsochronousSignature[i];
@@ -130,6 +131,7 @@ NTSTATUS PrepareIsoTransfer(UsbStreamRecord& stream, IsoTransfer& transfer) {
 }
 
 void ReleaseIsoTransfer(IsoTransfer& transfer) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   if (transfer.OwnsMemory == 0) return;
   transfer.OwnsMemory = 0;
   transfer.Irp = nullptr;
@@ -157,6 +159,7 @@ NTSTATUS BuildIsoUrb(const IsoPipeline& pipeline, _URB_ISOCH_TRANSFER& urb,
 }
 
 NTSTATUS StartTransfers(UsbStreamRecord& stream) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   UsbDeviceRecord& device = *stream.Device;
   const bool rebuild = stream.RestartPending != 0 || stream.StreamRunning != 0;
   if (stream.StreamRunning == 0) {
@@ -204,6 +207,7 @@ NTSTATUS NTAPI IsoTransferCompleted(PDEVICE_OBJECT, PIRP, PVOID context) {
 }
 
 std::uint8_t AnyTransferInFlight(const UsbStreamRecord& stream) {
+  RequireLevelAtMost(DISPATCH_LEVEL);
   for (IsoTransfer& transfer : TransfersOf(stream)) {
     if (InFlightOf(transfer) > 0) return 1;
   }

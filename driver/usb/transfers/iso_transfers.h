@@ -21,13 +21,13 @@ constexpr std::uint32_t IsoUrbSize(std::uint32_t packets) {
 ///
 /// @return 0; STATUS_DEVICE_DATA_ERROR if the pipe is absent or has packet size 0;
 ///         STATUS_INSUFFICIENT_RESOURCES, when the block, if it was had, stays until the release
-/// @par Callable at passive level only
+_IRQL_requires_max_(PASSIVE_LEVEL)
 NTSTATUS PrepareIsoTransfer(UsbStreamRecord& stream, IsoTransfer& transfer);
 
 /// Lets go of one transfer: what nobody else holds is freed, the IRP first. `Irp` and `Urb` become
 /// null; who still holds the memory frees it later. Completion routines that have begun with the
 /// transfer have ended when this returns. Does nothing to a transfer that owns no memory.
-/// @par Callable at passive level only
+_IRQL_requires_max_(PASSIVE_LEVEL)
 void ReleaseIsoTransfer(IsoTransfer& transfer);
 
 /// Fills the URB for the next trip, to start as soon as possible. The packets keep their number; where
@@ -43,7 +43,8 @@ NTSTATUS BuildIsoUrb(const IsoPipeline& pipeline, _URB_ISOCH_TRANSFER& urb,
 /// @return the status of a pipe reset that failed, or what came of the last transfer: 0,
 ///         STATUS_DEVICE_DATA_ERROR if the device is gone or the transfer was released, or what the
 ///         send gave
-/// @par Callable at passive level only, under the device's mutex
+/// @par Under the device's mutex
+_IRQL_requires_max_(PASSIVE_LEVEL)
 NTSTATUS StartTransfers(UsbStreamRecord& stream);
 
 /// Rebuilds and sends one transfer after the walk of its packets, as soon as possible; nothing if the
@@ -59,7 +60,7 @@ void ResubmitTransfer(IsoTransfer& transfer, ReferenceCountedMemory& memory);
 NTSTATUS NTAPI IsoTransferCompleted(PDEVICE_OBJECT device, PIRP irp, PVOID context);
 
 /// 1 if InFlight of any transfer is above 0, else 0.
-/// @par Callable at dispatch level and below
+_IRQL_requires_max_(DISPATCH_LEVEL)
 std::uint8_t AnyTransferInFlight(const UsbStreamRecord& stream);
 
 }  // namespace lidcam

@@ -163,16 +163,19 @@ void NTAPI TransferWatchdog(PKDPC, PVOID context, PVOID, PVOID) {
 }
 
 void ArmWatchdog(UsbStreamRecord& stream) {
+  RequireLevelAtMost(DISPATCH_LEVEL);
   if (IsChainStarted(stream)) SetWatchdogTimer(stream);
 }
 
 void DisarmWatchdog(UsbStreamRecord& stream) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   ClearWaitFlag(stream, WatchdogRunning);
   const BOOLEAN wasSet = KeCancelTimer(&stream.WatchdogTimer);
   if (wasSet != FALSE) InterlockedExchange(&stream.WatchdogChain, kNoTick);
 }
 
 std::uint8_t ScheduleStreamReset(UsbDeviceRecord& device, UsbStreamRecord& stream) {
+  RequireLevelAtMost(DISPATCH_LEVEL);
   if (InterlockedIncrement(&device.ResetGuard) > 0) {
     InterlockedDecrement(&device.ResetGuard);
     TraceCamera("recovery under way");
@@ -196,6 +199,7 @@ std::uint8_t ScheduleStreamReset(UsbDeviceRecord& device, UsbStreamRecord& strea
 }
 
 NTSTATUS RecoverStream(UsbDeviceRecord& device, UsbStreamRecord& stream, void*, void*) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   KsAcquireDevice(device.KsDevice);
   const NTSTATUS status = RecoverLocked(device, stream);
   KsReleaseDevice(device.KsDevice);
@@ -204,6 +208,7 @@ NTSTATUS RecoverStream(UsbDeviceRecord& device, UsbStreamRecord& stream, void*, 
 }
 
 void WaitResetIdle(UsbStreamRecord& stream, NTSTATUS& waitResult) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   LARGE_INTEGER limit = RelativeTime(kResetTimeLimit);
   KeInitializeEvent(&stream.ResetEvent, SynchronizationEvent, FALSE);
   SetWaitFlag(stream, ResetWaitArmed);
@@ -212,6 +217,7 @@ void WaitResetIdle(UsbStreamRecord& stream, NTSTATUS& waitResult) {
 }
 
 NTSTATUS DrainTransfers(UsbStreamRecord& stream) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   LARGE_INTEGER limit = RelativeTime(g_drainTimeLimit);
   ForgetStarts(stream);
   KeInitializeEvent(&stream.StopEvent, SynchronizationEvent, FALSE);
@@ -225,6 +231,7 @@ NTSTATUS DrainTransfers(UsbStreamRecord& stream) {
 }
 
 void WaitForTicks(UsbStreamRecord& stream) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   while (IsLastTickUnderWay(stream) || IsTickRunning(stream)) SleepOnePoll();
 }
 
@@ -232,6 +239,7 @@ void WaitForTicks(UsbStreamRecord& stream) {
 // stop's wait as its time runs out may write the flags back as it had read them, WatchdogRunning with them,
 // behind the disarming.
 void EndWatchdog(UsbStreamRecord& stream) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   do {
     if (HasWaitFlag(stream, WatchdogRunning)) DisarmWatchdog(stream);
     WaitForTicks(stream);
@@ -240,6 +248,7 @@ void EndWatchdog(UsbStreamRecord& stream) {
 
 // The ticks first: the last one may schedule a recovery.
 void WaitForRecovery(UsbDeviceRecord& device) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   KsAcquireDevice(device.KsDevice);
   KsReleaseDevice(device.KsDevice);
   UsbStreamRecord* const stream = device.Stream;

@@ -18,46 +18,48 @@ void NTAPI TransferWatchdog(PKDPC dpc, PVOID context, PVOID argument1, PVOID arg
 
 /// Lets the watchdog tick from now on. WatchdogRunning is set already; a last tick of the stream before
 /// that is still to come goes on as this stream's first.
-/// @par Callable at dispatch level and below
+_IRQL_requires_max_(DISPATCH_LEVEL)
 void ArmWatchdog(UsbStreamRecord& stream);
 
 /// Clears WatchdogRunning and cancels the timer. A tick that is under way meanwhile is the last one;
 /// WaitForTicks() waits for it.
-/// @par Callable at passive level only
+_IRQL_requires_max_(PASSIVE_LEVEL)
 void DisarmWatchdog(UsbStreamRecord& stream);
 
 /// Queues a recovery unless one is under way.
 ///
 /// @return 0 if one is under way, else 1, also without memory
-/// @par Callable at dispatch level and below
+_IRQL_requires_max_(DISPATCH_LEVEL)
 std::uint8_t ScheduleStreamReset(UsbDeviceRecord& device, UsbStreamRecord& stream);
 
 /// Brings a broken circle home and starts it anew. Takes the device's mutex.
-/// @par Callable at passive level only
+_IRQL_requires_max_(PASSIVE_LEVEL)
 NTSTATUS RecoverStream(UsbDeviceRecord& device, UsbStreamRecord& stream, void* context1,
                        void* context2);
 
 /// Waits up to kResetTimeLimit for the tick that finds all transfers home.
-/// @par Callable at passive level only
+_IRQL_requires_max_(PASSIVE_LEVEL)
 void WaitResetIdle(UsbStreamRecord& stream, NTSTATUS& waitResult);
 
 /// Aborts the pipe and waits up to kDrainTimeLimit for the tick that finds all transfers home.
 /// @return the wait's status; on STATUS_TIMEOUT StopWaitArmed stays set
-/// @par Callable at passive level only, under the device's mutex
+/// @par Under the device's mutex
+_IRQL_requires_max_(PASSIVE_LEVEL)
 NTSTATUS DrainTransfers(UsbStreamRecord& stream);
 
 /// Waits, without a limit, until no tick of a watchdog that was called off uses the record any more.
-/// @par Callable at passive level only
+_IRQL_requires_max_(PASSIVE_LEVEL)
 void WaitForTicks(UsbStreamRecord& stream);
 
 /// Calls the watchdog off, whatever has left it on, and waits for its last tick: no timer of the record's is
 /// set from now on.
-/// @par Callable at passive level only
+_IRQL_requires_max_(PASSIVE_LEVEL)
 void EndWatchdog(UsbStreamRecord& stream);
 
 /// Waits, without a limit, until no tick of a watchdog that was called off is under way, and no recovery
 /// runs or is scheduled. The transfers have been released.
-/// @par Callable at passive level only, without the device's mutex: a recovery may wait for it
+/// @par Without the device's mutex: a recovery may wait for it
+_IRQL_requires_max_(PASSIVE_LEVEL)
 void WaitForRecovery(UsbDeviceRecord& device);
 
 }  // namespace lidcam

@@ -21,6 +21,7 @@ bool Exchange(ReferenceCountedMemory& memory, LONG expected, LONG wanted) {
 }  // namespace
 
 bool TakeForStart(ReferenceCountedMemory& memory) {
+  RequireLevelAtMost(DISPATCH_LEVEL);
   for (;;) {
     const LONG holds = HoldsOf(memory);
     if (holds == kAtHome) {
@@ -32,6 +33,7 @@ bool TakeForStart(ReferenceCountedMemory& memory) {
 }
 
 void ForgetStart(ReferenceCountedMemory& memory) {
+  RequireLevelAtMost(DISPATCH_LEVEL);
   for (;;) {
     const LONG holds = HoldsOf(memory);
     if ((holds & kStartWanted) == 0) return;
@@ -40,6 +42,7 @@ void ForgetStart(ReferenceCountedMemory& memory) {
 }
 
 bool PutAwayUnlessWanted(ReferenceCountedMemory& memory) {
+  RequireLevelAtMost(DISPATCH_LEVEL);
   if (Exchange(memory, kOnItsWay, kAtHome)) return false;
   if (memory.GivenUp == 0) {
     // The owner is there, so that it is the wish which is in the way.
@@ -52,6 +55,7 @@ bool PutAwayUnlessWanted(ReferenceCountedMemory& memory) {
 
 // Counted before the look: an owner that gives the memory up either is seen here or sees the count.
 bool BeginCompletion(ReferenceCountedMemory& memory) {
+  RequireLevelAtMost(DISPATCH_LEVEL);
   InterlockedIncrement(&memory.Completions);
   if (memory.GivenUp == 0) return true;
   EndCompletion(memory);
@@ -59,16 +63,20 @@ bool BeginCompletion(ReferenceCountedMemory& memory) {
 }
 
 void EndCompletion(ReferenceCountedMemory& memory) {
-  InterlockedDecrement(&memory.Completions);
+  RequireLevelAtMost(DISPATCH_LEVEL);
+  [[maybe_unused]] const LONG left = InterlockedDecrement(&memory.Completions);
+  NT_ASSERT(left >= 0);
 }
 
 void GiveUpTransfer(ReferenceCountedMemory& memory) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   memory.GivenUp = 1;
   while (InterlockedCompareExchange(&memory.Completions, 0, 0) != 0) SleepOnePoll();
   LetGo(memory);
 }
 
 void PutAway(ReferenceCountedMemory& memory) {
+  RequireLevelAtMost(DISPATCH_LEVEL);
   for (;;) {
     const LONG holds = HoldsOf(memory);
     if ((holds & ~kStartWanted) == kAtHome) break;
