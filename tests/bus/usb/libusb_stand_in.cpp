@@ -124,15 +124,22 @@ bool IsHeld(const Flight& flight) {
   return IsIsochronous(flight.Transfer) ? script.HoldsIsochronous : script.HoldsControl;
 }
 
-/// The next transfer whose callback is due; null if there is none.
+bool IsDue(const Flight& flight, libusb_context* context) {
+  if (flight.Context != context) return false;
+  if (flight.IsCancelled) return !TheWorld().What.LosesCancelled;
+  return flight.Transfer->dev_handle->Device->IsGone || !IsHeld(flight);
+}
+
+/// The next transfer whose callback is due. A control request doesn't wait for the isochronous transfers that
+/// were sent before it.
 std::list<Flight>::iterator NextEnd(libusb_context* context) {
-  World& world = TheWorld();
-  auto& flights = world.Flights;
-  return std::ranges::find_if(flights, [&](const Flight& flight) {
-    if (flight.Context != context) return false;
-    if (flight.IsCancelled) return !world.What.LosesCancelled;
-    return flight.Transfer->dev_handle->Device->IsGone || !IsHeld(flight);
+  auto& flights = TheWorld().Flights;
+  const auto control = std::ranges::find_if(flights, [&](const Flight& flight) {
+    return !IsIsochronous(flight.Transfer) && IsDue(flight, context);
   });
+  if (control != flights.end()) return control;
+  return std::ranges::find_if(flights,
+                              [&](const Flight& flight) { return IsDue(flight, context); });
 }
 
 void NoteFlights() {
