@@ -97,7 +97,10 @@ void AddStreamCommand(CLI::App& app) {
       "  lidcam stream --camera sim:1af0:6010,sensor=OV7670 --duration 2s -o clip.y4m\n"
       "  lidcam stream --fast --light 300lx@0s,5lx@4s,300lx@12s --mains 50Hz --duration 20s "
       "--log frames.csv");
-  sub->callback([command] { Run(*command); });
+  sub->callback([command] {
+    ChooseCamera(command->Common);
+    Run(*command);
+  });
 }
 
 }  // namespace lidcam::app

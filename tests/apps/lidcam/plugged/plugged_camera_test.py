@@ -1,0 +1,142 @@
+"""The command line with cameras that are plugged in, over a stand-in for libusb.
+
+Usage: python3 plugged_camera_test.py LIDCAM_OVER_STAND_IN COMMAND_LINE_FOLDER [unittest arguments]
+"""
+
+import json
+import os
+import sys
+import unittest
+
+sys.path.insert(0, sys.argv.pop(2))
+import command_line  # noqa: E402
+
+CAMERA = "plug 1-2.3 sim:1af0:0511"
+
+
+class PluggedCameraTest(command_line.CommandLineTest):
+    def setUp(self):
+        super().setUp()
+        self.addCleanup(os.environ.pop, "LIDCAM_SYSTEM_ROOT", None)
+        os.environ["LIDCAM_CAMERA"] = "sim"
+        os.environ.pop("LIDCAM_SYSTEM_ROOT", None)
+        self.lidcam("get", "Brightness")
+        # The set files of the simulated cameras, for these that are plugged in.
+        os.environ["LIDCAM_SYSTEM_ROOT"] = self.path("home/simulated-root")
+
+    def machine(self, *words):
+        """What is plugged in from here on; no camera is named."""
+        os.environ["LIDCAM_STAND_IN"] = ";".join(words)
+        os.environ.pop("LIDCAM_CAMERA", None)
+
+    def lines(self, *arguments, status=0):
+        result = self.run_lidcam(*arguments)
+        text = result.stderr.decode()
+        self.assertEqual(result.returncode, status, text)
+        return text
+
+    def test_a_plugged_camera_is_used_where_none_is_named_and_told(self):
+        self.machine(CAMERA)
+        result = self.run_lidcam("get", "Brightness")
+        self.assertEqual(result.stdout, b"Brightness=20\n")
+        self.assertEqual(result.stderr.decode(),
+                         "lidcam: camera usb:1-2.3:1af0:0511 is plugged in\n")
+
+    def test_without_one_the_simulated_camera_is_used_and_told(self):
+        self.machine()
+        self.assertEqual(self.lines("get", "Brightness"),
+                         "lidcam: no camera is plugged in: this is the simulated one\n")
+
+    def test_nothing_is_told_where_a_program_reads_or_quiet_is_asked_for(self):
+        self.machine(CAMERA)
+        self.assertEqual(self.lines("get", "--json"), "")
+        self.assertEqual(self.lines("get", "--quiet"), "")
+
+    def test_a_camera_that_the_environment_names_is_used(self):
+        self.machine(CAMERA)
+        os.environ["LIDCAM_CAMERA"] = "sim:1af0:6010"
+        rows = json.loads(self.lidcam("stream", "--fast", "--frames", "1", "--json"))
+        self.assertEqual(rows["identity"], "1af0:6010")
+
+    def test_fast_and_light_mean_the_simulated_camera(self):
+        self.machine(CAMERA)
+        self.lidcam("stream", "--fast", "--frames", "1", "--light", "100lx@0s")
+        self.assert_one_line_error(
+            self.run_lidcam("stream", "--fast", "--frames", "1", "--camera", "usb"), 2,
+            "usb", "keeps its own time")
+
+    def test_a_camera_is_named_by_port_and_identity(self):
+        self.machine(CAMERA, "plug 2-1 sim:1af0:6010", "foreign 1-4")
+        for name in ("usb:2-1", "usb:1af0:6010", "usb:2-1:1af0:6010"):
+            text = self.lidcam("stream", "--frames", "1", "--json", "--camera", name)
+            self.assertEqual(json.loads(text)["identity"], "1af0:6010")
+        for name, status, words in (
+                ("usb", 2, ("fits several", "usb:1-2.3:1af0:0511", "usb:2-1:1af0:6010")),
+                ("usb:9-9", 1, ("'usb:9-9' is not plugged in", "plugged in: usb:1-2.3")),
+                ("usb:1-4", 1, ("usb:1-4:046d:0825 is another device",)),
+                ("usb:x", 2, ("usb:1-2.3", "usb:1af0:0511"))):
+            self.assert_one_line_error(self.run_lidcam("get", "--camera", name), status, *words)
+
+    def test_frames_of_every_size_come(self):
+        self.machine(CAMERA)
+        for size in command_line.SIZES:
+            result = json.loads(self.lidcam("stream", "--size", size, "--frames", "5", "--json",
+                                            "-o", self.path("clip.y4m")))
+            self.assertEqual(result["frames"]["delivered"], 5)
+            self.assertEqual(result["rawSize"], command_line.SIZES[size])
+
+    def test_a_still_registers_and_a_recording_are_taken(self):
+        self.machine(CAMERA)
+        self.lines("still", "--settle", "2", "-o", self.path("still.png"))
+        self.assertTrue(os.path.getsize(self.path("still.png")) > 1000)
+        self.assertEqual(self.lidcam("registers", "write", "bridge", "0x77", "0x20"),
+                         "bridge FF77 = 20\n")
+        self.assertIn("bus  write", self.lidcam("registers", "trace", "--size", "320x240"))
+        self.lines("record", "--frames", "5", "-o", self.path("bus.pcap"))
+        replayed = self.lines("replay", self.path("bus.pcap"), "-o", self.path("clip.y4m"))
+        self.assertRegex(replayed, r"[0-9]+ frames delivered")
+
+    def test_settings_persist_over_runs(self):
+        self.machine(CAMERA)
+        self.lidcam("set", "Contrast=12")
+        self.assertEqual(self.lidcam("get", "Contrast"), "Contrast=12\n")
+
+    def test_a_set_file_that_is_not_there_is_told(self):
+        self.machine(CAMERA)
+        del os.environ["LIDCAM_SYSTEM_ROOT"]
+        self.assertIn("system-root/system32/drivers/S001.set' can't be read",
+                      self.lines("get", "Contrast"))
+
+    def test_faults_meet_a_plugged_camera(self):
+        self.machine(CAMERA)
+        text = self.lines("stream", "--frames", "20", "--faults", "at 300ms unplug", status=1)
+        self.assertIn("unplugged", text)
+
+    def test_a_missing_permission_is_told_with_the_command_that_helps(self):
+        self.machine("forbid", CAMERA)
+        result = self.run_lidcam("get", "--quiet")
+        self.assert_one_line_error(result, 1, "usb:1-2.3:1af0:0511", "/dev/bus/usb/001/004", "sudo ")
+
+    def test_a_camera_in_use_is_told(self):
+        self.machine("occupy", CAMERA)
+        self.assert_one_line_error(self.run_lidcam("get", "--quiet"), 1, "in use by")
+
+    def test_a_bus_without_room_gives_a_narrower_setting_and_says_so(self):
+        self.machine("refuse 7", "refuse 6", CAMERA)
+        text = self.lines("stream", "--frames", "2", "--size", "320x240")
+        self.assertIn("no room for alternate setting 7 with 3072 bytes", text)
+        self.assertIn("nothing else is on bus 1", text)
+        self.assertRegex(text, "alternate setting [1-5] with [0-9]+ bytes a microframe has room")
+
+    def test_an_unplugged_camera_ends_the_stream_with_its_frames(self):
+        self.machine(CAMERA, "at 1500 unplug 1")
+        text = self.lines("stream", "--duration", "60s", status=1)
+        self.assertRegex(text, "the camera was unplugged after frame [0-9]+")
+
+    def test_what_cant_be_meant_is_wrong_use(self):
+        self.machine(CAMERA)
+        self.assert_one_line_error(self.run_lidcam("get", "--camera", ""), 2, "''", "usb")
+
+
+if __name__ == "__main__":
+    unittest.main(argv=[sys.argv[0], *sys.argv[1:]])
