@@ -77,6 +77,15 @@ class PluggedCameraTest(command_line.CommandLineTest):
                 ("usb:x", 2, ("usb:1-2.3", "usb:1af0:0511"))):
             self.assert_one_line_error(self.run_lidcam("get", "--camera", name), status, *words)
 
+    def test_the_list_tells_port_identity_speed_and_room(self):
+        self.machine(CAMERA, "foreign 1-4")
+        text = self.lidcam("list")
+        self.assertIn("usb:1-2.3:1af0:0511  480 Mbit/s, free", text)
+        self.assertNotIn("046d", text)
+        row = json.loads(self.lidcam("list", "--json"))[0]
+        self.assertEqual((row["kind"], row["port"], row["default"]), ("usb", "1-2.3", True))
+        self.assertEqual(row["bytesPerMicroframeLeft"], 6000)
+
     def test_frames_of_every_size_come(self):
         self.machine(CAMERA)
         for size in command_line.SIZES:
