@@ -142,6 +142,26 @@ class PluggedCameraTest(command_line.CommandLineTest):
         text = self.lines("stream", "--duration", "60s", status=1)
         self.assertRegex(text, "the camera was unplugged after frame [0-9]+")
 
+    def test_with_wait_the_stream_goes_on_when_the_camera_is_back(self):
+        self.machine(CAMERA, "at 1500 unplug 1", "at 2500 " + CAMERA)
+        result = self.run_lidcam("stream", "--wait", "--frames", "60", "-o", self.path("clip.yuy2"))
+        text = result.stderr.decode()
+        self.assertEqual(result.returncode, 0, text)
+        self.assertIn("was unplugged after frame", text)
+        self.assertIn("camera usb:1-2.3:1af0:0511 is back: the stream goes on", text)
+        self.assertIn("60 frames delivered", text)
+        self.assertEqual(os.path.getsize(self.path("clip.yuy2")), 60 * 640 * 480 * 2)
+
+    def test_a_camera_that_comes_back_elsewhere_is_the_same_unless_its_port_is_named(self):
+        self.machine(CAMERA, "at 1500 unplug 1", "at 2500 plug 2-1 sim:1af0:0511")
+        text = self.lines("stream", "--wait", "--frames", "60")
+        self.assertIn("camera usb:2-1:1af0:0511 is back", text)
+
+    def test_a_camera_with_another_number_is_the_same_after_a_reset(self):
+        self.machine(CAMERA, "at 1500 unplug 1", "at 1500 " + CAMERA)
+        text = self.lines("stream", "--frames", "60")
+        self.assertIn("is back: the stream goes on", text)
+
     def test_what_cant_be_meant_is_wrong_use(self):
         self.machine(CAMERA)
         self.assert_one_line_error(self.run_lidcam("get", "--camera", ""), 2, "''", "usb")
