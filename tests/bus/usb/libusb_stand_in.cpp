@@ -44,6 +44,7 @@ struct Flight {
   libusb_context* Context = nullptr;
   std::uint64_t Number = 0;  ///< of isochronous submissions
   bool IsCancelled = false;
+  bool IsShut = false;    ///< ends with NO_DEVICE
   bool IsServed = false;  ///< its data are there, and only the callback is missing
 };
 
@@ -127,7 +128,7 @@ bool IsHeld(const Flight& flight) {
 bool IsDue(const Flight& flight, libusb_context* context) {
   if (flight.Context != context) return false;
   if (flight.IsCancelled) return !TheWorld().What.LosesCancelled;
-  return flight.Transfer->dev_handle->Device->IsGone || !IsHeld(flight);
+  return flight.IsShut || flight.Transfer->dev_handle->Device->IsGone || !IsHeld(flight);
 }
 
 /// The next transfer whose callback is due. A control request doesn't wait for the isochronous transfers that
@@ -181,7 +182,7 @@ void TellAll(libusb_device* device, libusb_hotplug_event event) {
 void EndOne(std::list<Flight>::iterator flight, std::unique_lock<std::mutex>& lock) {
   World& world = TheWorld();
   libusb_transfer& transfer = *flight->Transfer;
-  const bool isGone = transfer.dev_handle->Device->IsGone;
+  const bool isGone = flight->IsShut || transfer.dev_handle->Device->IsGone;
   const bool isServed = flight->IsServed;
   const bool isCancelled = flight->IsCancelled;
   const std::uint64_t number = flight->Number;
@@ -260,6 +261,15 @@ void Unplug(unsigned busNumber, bool isTold) {
     if (device.Setup.Bus != busNumber || device.IsGone) continue;
     device.IsGone = true;
     if (isTold) TellAll(&device, LIBUSB_HOTPLUG_EVENT_DEVICE_LEFT);
+  }
+  world.Changed.notify_all();
+}
+
+void Suspend(unsigned busNumber) {
+  World& world = TheWorld();
+  const std::lock_guard lock(world.Mutex);
+  for (Flight& flight : world.Flights) {
+    flight.IsShut |= flight.Transfer->dev_handle->Device->Setup.Bus == busNumber;
   }
   world.Changed.notify_all();
 }

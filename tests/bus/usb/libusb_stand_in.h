@@ -69,6 +69,8 @@ void Plug(const Device& device);
 /// All devices on the port: transfers end with NO_DEVICE, and hotplug tells.
 /// @param isTold  false: libusb notices nothing but the transfers' ends
 void Unplug(unsigned busNumber, bool isTold = true);
+/// As a machine does that falls asleep and wakes: what is in flight ends as if the devices were gone.
+void Suspend(unsigned busNumber);
 void SetScript(const Script& script);
 [[nodiscard]] Record Look();
 

@@ -162,6 +162,39 @@ class PluggedCameraTest(command_line.CommandLineTest):
         text = self.lines("stream", "--frames", "60")
         self.assertIn("is back: the stream goes on", text)
 
+    def test_a_stream_goes_on_when_the_machine_has_slept(self):
+        self.machine(CAMERA, "at 1500 sleep 1")
+        text = self.lines("stream", "--frames", "60", "-o", self.path("clip.yuy2"))
+        self.assertIn("is back: the stream goes on", text)
+        self.assertEqual(os.path.getsize(self.path("clip.yuy2")), 60 * 640 * 480 * 2)
+
+    def test_a_probe_tells_all_there_is(self):
+        for words, names in (((CAMERA,), ()), ((), ("--camera", "sim"))):
+            self.machine(*words)
+            self.lines("probe", *names, "-o", self.path("unit.txt"))
+            with open(self.path("unit.txt"), encoding="utf-8") as file:
+                text = file.read()
+            self.assertIn("12 01 00 02 ff 00 00 40 f0 1a 11 05", text)
+            self.assertIn("interface 0 setting 7: endpoint 82, 3072 bytes a microframe", text)
+            self.assertIn("sensor VGA0708", text)
+            self.assertIn("bus  read  sensor FF02 -> 15", text)
+            for setting in range(1, 8):
+                self.assertRegex(text, f"setting {setting}, +[0-9]+ bytes: +[0-9]+ packets a second")
+            for size in command_line.SIZES:
+                self.assertRegex(text, f"  {size} .*: [0-9]+ frames delivered")
+            self.assertNotIn("FAILED", text)
+
+    def test_a_probe_tells_what_fails_in_its_place_and_goes_on(self):
+        self.machine("refuse 7", "fail 5", CAMERA)
+        result = self.run_lidcam("probe", "-o", self.path("unit.txt"))
+        self.assertEqual(result.returncode, 1)
+        self.assertIn("setting 5", result.stderr.decode())
+        with open(self.path("unit.txt"), encoding="utf-8") as file:
+            text = file.read()
+        self.assertIn("setting 7: refused, no bandwidth", text)
+        self.assertIn("setting 5: refused, stalled", text)
+        self.assertIn("640x480 (raw 320x240): ", text)
+
     def test_what_cant_be_meant_is_wrong_use(self):
         self.machine(CAMERA)
         self.assert_one_line_error(self.run_lidcam("get", "--camera", ""), 2, "''", "usb")

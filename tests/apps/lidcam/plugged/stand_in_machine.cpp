@@ -6,7 +6,9 @@
 //   occupy PATH          another program has its interface
 //   driver               a kernel driver holds the interfaces
 //   refuse SETTING       the bus has no room for an alternate setting
-//   at MILLISECONDS ...  any of these, or: unplug BUS, that long after the first transfer of a stream
+//   fail SETTING         the camera knows no such alternate setting
+//   at MILLISECONDS ...  any of these, or: unplug BUS, sleep BUS, that long after the first transfer of
+//                        a stream
 
 #include <libusb.h>
 
@@ -71,6 +73,13 @@ class Machine {
       line >> number;
       script_.SettingFailures[number] = {LIBUSB_ERROR_OTHER, ENOSPC};
       lidcam::stand_in::SetScript(script_);
+    } else if (verb == "fail") {
+      line >> number;
+      script_.SettingFailures[number] = {LIBUSB_ERROR_NOT_FOUND, 0};
+      lidcam::stand_in::SetScript(script_);
+    } else if (verb == "sleep") {
+      line >> number;
+      lidcam::stand_in::Suspend(static_cast<unsigned>(number));
     } else if (verb == "unplug") {
       line >> number;
       lidcam::stand_in::Unplug(static_cast<unsigned>(number));
