@@ -8,8 +8,11 @@
 namespace lidcam::bus {
 namespace {
 
-// A transfer takes 4 ms whatever the device does: a host controller that is silent for so long is dead.
-constexpr std::chrono::seconds kLongestSilence{1};
+// A transfer takes 4 ms whatever the device does: a host controller that is silent for so long is dead, and not
+// just a machine that is busy.
+constexpr std::chrono::seconds kLongestSilence{3};
+
+constexpr std::chrono::seconds kLongestTrial{1};
 
 // Transfers that may lie unread: a reader that comes by the clock has one or two.
 constexpr std::uint32_t kLargestBacklog = 4;
@@ -115,7 +118,7 @@ SubmitFailure IsochronousRing::Try() {
   const SubmitFailure failure = FailureOf(error, errno);
   if (failure == SubmitFailure::None) {
     std::unique_lock lock(port_->Mutex);
-    port_->Changed.wait_for(lock, kLongestSilence,
+    port_->Changed.wait_for(lock, kLongestTrial,
                             [&] { return transfers_.front()->IsDone() || port_->IsGone; });
   }
   transfer.num_iso_packets = int{kPackets};

@@ -47,7 +47,7 @@ class UsbHost {
   /// attached again when the bus is destroyed.
   ///
   /// The bus keeps what it needs of this host. Its requests end in bounded time whatever the device
-  /// or libusb do: a control request once its limit is over, a read once 1 s has brought no packet.
+  /// or libusb do: a control request once its limit is over, a read once 3 s have brought no packet.
   /// Throws UsbError.
   [[nodiscard]] std::unique_ptr<UsbBus> Open(const PluggedDevice& device, UsbPortOptions options);
 
