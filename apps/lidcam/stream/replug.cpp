@@ -58,7 +58,7 @@ class ReplugRun {
       : options_(options), limits_(limits), stream_(stream), camera_(options.Camera) {}
 
   StreamResult Run() {
-    StreamResult result = stream_(camera_, limits_, true);
+    StreamResult result = Begin();
     while (result.IsUnplugged && !IsInterrupted()) {
       const StreamLimits left = LeftOf(limits_, result.Counts);
       if (IsUsedUp(left) || !CameBack(result)) break;
@@ -72,6 +72,18 @@ class ReplugRun {
   }
 
  private:
+  // One that is unplugged ahead of its first frame is waited for, too.
+  StreamResult Begin() {
+    try {
+      return stream_(camera_, limits_, true);
+    } catch (const CommandError&) {
+      if (!options_.Waits || IsInterrupted() || IsStillThere()) throw;
+      StreamResult nothing;
+      nothing.IsUnplugged = true;
+      return nothing;
+    }
+  }
+
   bool CameBack(const StreamResult& result) {
     const auto asleep = TimeAsleep();
     const bool hasSlept = asleep - asleep_ > std::chrono::milliseconds(100);
@@ -116,6 +128,12 @@ class ReplugRun {
       }
     }
     if (part.Counts.Delivered() != 0) fruitless_ = 0;
+    if (result.Identity.empty()) {
+      StreamResult first = part;
+      first.Faults = result.Faults;
+      result = first;
+      return true;
+    }
     result.Counts = Together(result.Counts, part.Counts);
     result.IsUnplugged = part.IsUnplugged;
     if (part.Written) result.Written = result.Written.value_or(0) + *part.Written;

@@ -152,6 +152,11 @@ class PluggedCameraTest(command_line.CommandLineTest):
         self.assertIn("60 frames delivered", text)
         self.assertEqual(os.path.getsize(self.path("clip.yuy2")), 60 * 640 * 480 * 2)
 
+    def test_with_wait_a_camera_that_leaves_before_its_first_frame_is_waited_for(self):
+        self.machine(CAMERA, "at 0 unplug 1", "at 1000 " + CAMERA)
+        text = self.lines("stream", "--wait", "--frames", "5")
+        self.assertIn("1af0:0511 VGA0708 640x480 (raw 640x480): 5 frames delivered", text)
+
     def test_a_camera_that_comes_back_elsewhere_is_the_same_unless_its_port_is_named(self):
         self.machine(CAMERA, "at 1500 unplug 1", "at 2500 plug 2-1 sim:1af0:0511")
         text = self.lines("stream", "--wait", "--frames", "60")

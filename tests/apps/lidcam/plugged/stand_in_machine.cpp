@@ -48,8 +48,8 @@ class Machine {
 
  private:
   void CarryOutLater() {
-    while (lidcam::stand_in::Look().MostInFlight < 2) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    while (lidcam::stand_in::Look().IsochronousSubmissions == 0) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     const auto begin = std::chrono::steady_clock::now();
     for (const std::string& word : later_) {
