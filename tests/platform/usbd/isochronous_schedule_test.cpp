@@ -139,6 +139,32 @@ TEST(IsochronousTransfer, ThatComesTooLateIsMovedWhereTheTimeOfTheDeviceStandsSt
       {.Frames = FrameRule::Patient});
 }
 
+TEST(IsochronousTransfer, ThatComesTooLateStartsAsSoonAsPossibleWhereThreadsRunLate) {
+  WithConfiguredDevice(
+      [](ScriptedBus&, UsbWorld& world) {
+        Sleep(100 * kMillisecond);
+        IsochronousRead late(world.Device(), world.Pipe(1), 8);
+        IsochronousRead next(world.Device(), world.Pipe(1), 8);
+        IsochronousRead inTime(world.Device(), world.Pipe(1), 8);
+        IsochronousRead tooEarly(world.Device(), world.Pipe(1), 8);
+        late.StartAt(40);
+        next.StartAt(72);
+        inTime.StartAt(110);
+        tooEarly.StartAt(1125);
+        EXPECT_EQ(late.Sent.Send(), STATUS_PENDING);
+        EXPECT_EQ(next.Sent.Send(), STATUS_PENDING);
+        EXPECT_EQ(inTime.Sent.Send(), STATUS_PENDING);
+        EXPECT_EQ(tooEarly.Sent.Send(), STATUS_INVALID_PARAMETER);
+        EXPECT_EQ(late.Sent.Await(), STATUS_SUCCESS);
+        EXPECT_EQ(next.Sent.Await(), STATUS_SUCCESS);
+        EXPECT_EQ(inTime.Sent.Await(), STATUS_SUCCESS);
+        EXPECT_EQ(late.Sent.CompletedAt, 103 * kMillisecond);
+        EXPECT_EQ(next.Sent.CompletedAt, 104 * kMillisecond);
+        EXPECT_EQ(inTime.Sent.CompletedAt, 111 * kMillisecond);
+      },
+      {.Frames = FrameRule::AsSoonAsPossible});
+}
+
 TEST(IsochronousTransfer, BehindALateOneWaitsAsMuchLongerWhereTheTimeOfTheDeviceStandsStill) {
   const auto readTimes = [](FrameRule frames) {
     std::vector<LONGLONG> times;

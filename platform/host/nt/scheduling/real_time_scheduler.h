@@ -21,6 +21,7 @@ class RealTimeScheduler final : public Scheduler {
   [[nodiscard]] Thread* Adopt();
 
   [[nodiscard]] LONGLONG Now() const override;
+  [[nodiscard]] bool IsPunctual() const override { return false; }
   [[nodiscard]] LONGLONG SystemTimeAtStart() const override { return systemTimeAtStart_; }
   void SwitchPoint(Thread& self, const char* call, SwitchKind kind) override;
   void Block(Thread& self, std::unique_lock<std::mutex>& guard) override;

@@ -43,6 +43,9 @@ class Scheduler {
   /// Interrupt time: 100 ns since the world began. Any thread of the world.
   [[nodiscard]] virtual LONGLONG Now() const = 0;
 
+  /// Whether a thread that is ready runs before time goes on. Those of a busy machine do not.
+  [[nodiscard]] virtual bool IsPunctual() const { return true; }
+
   /// System time at interrupt time 0: 100 ns since 1601.
   [[nodiscard]] virtual LONGLONG SystemTimeAtStart() const = 0;
 

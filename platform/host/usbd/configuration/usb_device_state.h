@@ -10,7 +10,8 @@ namespace lidcam::host {
 
 /// What happens to the frames of a machine that is late.
 enum class FrameRule : std::uint8_t {
-  Strict,   ///< they pass: a start frame that has gone by is refused, and late transfers catch up
+  Strict,  ///< they pass: a start frame that has gone by is refused, and late transfers catch up
+  AsSoonAsPossible,  ///< they pass, and a start frame that has gone by means the next one
   Patient,  ///< they wait, for a device whose time stands still until it is read: a stream begins
             ///< later, a transfer that is late moves, and all behind it with it
 };

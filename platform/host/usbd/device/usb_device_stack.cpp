@@ -3,6 +3,8 @@
 #include <exception>
 #include <stdexcept>
 
+#include "platform/host/nt/scheduling/scheduler.h"
+
 namespace lidcam::host {
 namespace {
 
@@ -16,10 +18,19 @@ NTSTATUS CompleteWith(PIRP irp, NTSTATUS status) {
   return status;
 }
 
+// A driver names a start frame some milliseconds ahead. On a kernel its thread is there in time; on a busy
+// machine a thread is not, and the refusal would leave the stream without pictures.
+UsbStackOptions ForWorld(UsbStackOptions options) {
+  if (options.Frames == FrameRule::Strict && !CurrentWorld().IsPunctual()) {
+    options.Frames = FrameRule::AsSoonAsPossible;
+  }
+  return options;
+}
+
 }  // namespace
 
 UsbDeviceStack::UsbDeviceStack(bus::UsbBus& bus, const UsbStackOptions& options)
-    : server_(bus, options, Cancel) {
+    : server_(bus, ForWorld(options), Cancel) {
   InitializeDriverObject(driver_);
   driver_.MajorFunction[IRP_MJ_INTERNAL_DEVICE_CONTROL] = Dispatch;
   driver_.MajorFunction[IRP_MJ_PNP] = AnswerPlugAndPlay;

@@ -23,7 +23,7 @@ class StandardOutputTest(CommandLineTest):
                 ("still", "--fast", "--settle", "0", "--json", "-o", picture),
                 ("plot", log, "-o", "-"),
                 ("record", "--fast", "--frames", "2", "--json", "-o", capture),
-                ("replay", capture, "--json"), ("replay", capture, "-o", "-"),
+                ("probe", "-o", "-"), ("replay", capture, "--json"), ("replay", capture, "-o", "-"),
                 ("controls",), ("controls", "--json"), ("get",), ("get", "--json"),
                 ("set", "Contrast=11"), ("set", "--json", "Contrast=12"),
                 ("registers", "read", "bridge", "0x77"),
