@@ -109,6 +109,7 @@ int Run(int argc, char** argv) {
   lidcam::app::AddSetsCommand(app);
   lidcam::app::AddPlotCommand(app);
   lidcam::app::AddSimulateCommand(app);
+  lidcam::app::AddServeCommand(app);
   app.footer("Exit status: 0 done, 1 failed, 2 wrong use.");
   int status = kDone;
   try {

@@ -20,5 +20,6 @@ void AddRegistersCommand(CLI::App& app);
 void AddSetsCommand(CLI::App& app);
 void AddPlotCommand(CLI::App& app);
 void AddSimulateCommand(CLI::App& app);
+void AddServeCommand(CLI::App& app);
 
 }  // namespace lidcam::app
