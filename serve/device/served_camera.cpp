@@ -154,6 +154,7 @@ UsbStatus ServedCamera::ReadStream(std::uint8_t address, std::size_t count,
     if (result.Status == UsbStatus::Disconnected || result.Status == UsbStatus::EndOfCapture) {
       return UsbStatus::Disconnected;
     }
+    if (result.Status == UsbStatus::Silent) return UsbStatus::Silent;
     for (const bus::IsochronousPacket& packet : packets_) {
       take({std::span(buffer_).subspan(packet.Offset, packet.Length), packet.Status});
     }

@@ -50,6 +50,11 @@ class ServedCamera {
   /// @param data  the data stage, at least `setup.Length` bytes
   ControlAnswer Control(const bus::SetupPacket& setup, std::span<std::uint8_t> data);
 
+  /// The alternate setting of an interface that is in force.
+  [[nodiscard]] std::uint8_t SettingOf(std::uint8_t interface) const {
+    return settings_[interface];
+  }
+
   /// @param address  bit 7 set for IN
   [[nodiscard]] EndpointKind KindOf(std::uint8_t address) const;
 
@@ -58,8 +63,8 @@ class ServedCamera {
 
   /// Hands the next `count` microframes of an isochronous endpoint to `take`, in order.
   ///
-  /// @return UsbStatus::Disconnected once the camera is gone or its recording is over; what was not read
-  ///         is not handed over then
+  /// @return UsbStatus::Disconnected once the camera is gone or its recording is over, and UsbStatus::Silent
+  ///         for a read that is never answered; what was not read is not handed over then
   bus::UsbStatus ReadStream(std::uint8_t address, std::size_t count,
                             const std::function<void(const StreamPacket&)>& take);
 

@@ -46,8 +46,8 @@ std::int32_t ErrorNumber(UsbStatus status) {
 }
 
 void PendingRequests::AddControl(Request request) {
-  keptBytes_ += request.KeptBytes();
-  controls_.push_back({std::move(request), {}, {}});
+  const bus::SetupPacket setup = bus::SetupPacket::FromBytes(request.Header.Setup);
+  controls_.Add(request.Header, setup, std::move(request.OutData));
 }
 
 void PendingRequests::AddTransfer(Request request, Time now) {
@@ -57,66 +57,49 @@ void PendingRequests::AddTransfer(Request request, Time now) {
   transfers_.push_back({std::move(request), busTime_});
 }
 
-template <typename Kept>
-bool PendingRequests::UnlinkFrom(std::deque<Kept>& requests, std::uint32_t sequenceNumber) {
-  const auto found = std::ranges::find_if(requests, [sequenceNumber](const Kept& kept) {
-    return kept.Asked.Header.SequenceNumber == sequenceNumber;
+bool PendingRequests::UnlinkTransfer(std::uint32_t sequenceNumber) {
+  const auto found = std::ranges::find_if(transfers_, [sequenceNumber](const Transfer& transfer) {
+    return transfer.Asked.Header.SequenceNumber == sequenceNumber;
   });
-  if (found == requests.end()) return false;
+  if (found == transfers_.end()) return false;
   keptBytes_ -= found->Asked.KeptBytes();
-  requests.erase(found);
+  transfers_.erase(found);
   return true;
 }
 
 bool PendingRequests::Unlink(std::uint32_t sequenceNumber) {
-  return UnlinkFrom(transfers_, sequenceNumber) || UnlinkFrom(controls_, sequenceNumber) ||
-         std::erase(interrupts_, sequenceNumber) != 0;
+  const auto isIt = [sequenceNumber](const RequestHeader& header) {
+    return header.SequenceNumber == sequenceNumber;
+  };
+  return UnlinkTransfer(sequenceNumber) || controls_.Cancel(isIt) ||
+         std::erase(unanswered_, sequenceNumber) != 0;
 }
 
 bool PendingRequests::AnswerOne(Time now, std::vector<std::uint8_t>& output) {
-  return !isUnplugged_ && (AnswerControl(now, output) || AnswerTransfer(now, output));
+  if (!isUnplugged_ && AnswerControl(now, output)) return true;
+  return !isUnplugged_ && AnswerTransfer(now, output);
 }
 
 std::optional<PendingRequests::Time> PendingRequests::Deadline() const {
-  std::optional<Time> deadline;
-  if (!controls_.empty()) {
-    const Control& first = controls_.front();
-    const bool isSilent = first.Result && first.Result->Status == UsbStatus::Silent;
-    if (!isSilent) deadline = first.Due;
-  }
-  if (!transfers_.empty()) {
-    deadline = std::min(deadline.value_or(Time::max()), transfers_.front().Due);
-  }
-  return deadline;
-}
-
-void PendingRequests::Execute(Control& control, Time now) {
-  const bus::SetupPacket setup = bus::SetupPacket::FromBytes(control.Asked.Header.Setup);
-  if (setup.IsDeviceToHost()) control.Answer.resize(setup.Length);
-  control.Result =
-      camera_.Control(setup, setup.IsDeviceToHost() ? control.Answer : control.Asked.OutData);
-  control.Due = now + control.Result->Delay;
-  isUnplugged_ = control.Result->Status == UsbStatus::Disconnected;
+  const std::optional<Time> deadline = controls_.Deadline();
+  if (transfers_.empty()) return deadline;
+  return std::min(deadline.value_or(Time::max()), transfers_.front().Due);
 }
 
 bool PendingRequests::AnswerControl(Time now, std::vector<std::uint8_t>& output) {
-  if (controls_.empty()) return false;
-  Control& control = controls_.front();
-  if (!control.Result) Execute(control, now);
-  if (isUnplugged_ || control.Result->Status == UsbStatus::Silent || control.Due > now) {
-    return false;
-  }
-  const RequestHeader& header = control.Asked.Header;
-  const std::uint32_t length = std::min(control.Result->Transferred, header.Length);
+  const auto control = controls_.TakeDue(camera_, now);
+  if (!control) return false;
+  isUnplugged_ = control->Answer->Status == UsbStatus::Disconnected;
+  if (isUnplugged_) return false;
+  const RequestHeader& header = control->Asked;
+  const std::uint32_t length = std::min(control->Answer->Transferred, header.Length);
   AppendSubmitReply(output, {.SequenceNumber = header.SequenceNumber,
-                             .Status = ErrorNumber(control.Result->Status),
+                             .Status = ErrorNumber(control->Answer->Status),
                              .ActualLength = length,
                              .NumberOfPackets = header.NumberOfPackets});
-  if (header.Direction != 0 && !control.Answer.empty()) {
-    output.insert(output.end(), control.Answer.begin(), control.Answer.begin() + length);
+  if (header.Direction != 0 && control->Setup.IsDeviceToHost()) {
+    output.insert(output.end(), control->Data.begin(), control->Data.begin() + length);
   }
-  keptBytes_ -= control.Asked.KeptBytes();
-  controls_.pop_front();
   return true;
 }
 
@@ -142,9 +125,13 @@ bool PendingRequests::AnswerTransfer(Time now, std::vector<std::uint8_t>& output
   const UsbStatus status = camera_.ReadStream(endpoint, asked.Packets.size(), take);
   isUnplugged_ = status == UsbStatus::Disconnected;
   if (isUnplugged_) return false;
-  AppendSubmitReply(output, reply);
-  output.insert(output.end(), data.begin(), data.end());
-  for (const PacketDescriptor& each : asked.Packets) AppendPacketDescriptor(output, each);
+  if (status == UsbStatus::Silent) {
+    AddUnanswered(asked.Header.SequenceNumber);
+  } else {
+    AppendSubmitReply(output, reply);
+    output.insert(output.end(), data.begin(), data.end());
+    for (const PacketDescriptor& each : asked.Packets) AppendPacketDescriptor(output, each);
+  }
   keptBytes_ -= asked.KeptBytes();
   transfers_.pop_front();
   return true;

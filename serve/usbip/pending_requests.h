@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "bus/usb_types.h"
+#include "serve/device/control_queue.h"
 #include "serve/device/served_camera.h"
 #include "serve/usbip/messages.h"
 
@@ -38,22 +39,22 @@ class PendingRequests {
   explicit PendingRequests(ServedCamera& camera) : camera_(camera) {}
 
   [[nodiscard]] std::size_t Count() const {
-    return controls_.size() + transfers_.size() + interrupts_.size();
+    return controls_.Count() + transfers_.size() + unanswered_.size();
   }
   /// Bytes that were sent with the requests and are kept.
-  [[nodiscard]] std::size_t KeptBytes() const { return keptBytes_; }
+  [[nodiscard]] std::size_t KeptBytes() const { return controls_.KeptBytes() + keptBytes_; }
 
   /// Takes a request for endpoint 0, of which `request.OutData` holds the whole data stage OUT.
   void AddControl(Request request);
   /// Takes a transfer for an isochronous endpoint IN, with at least one packet.
   void AddTransfer(Request request, Time now);
   /// Takes a transfer that never ends by itself.
-  void AddInterrupt(std::uint32_t sequenceNumber) { interrupts_.push_back(sequenceNumber); }
+  void AddUnanswered(std::uint32_t sequenceNumber) { unanswered_.push_back(sequenceNumber); }
 
   /// Takes a request back. @return whether it was pending
   bool Unlink(std::uint32_t sequenceNumber);
 
-  /// Answers one request that is due.
+  /// Answers one request that is due, or finds that it never is answered.
   /// @return false if there is none, or the camera is gone
   bool AnswerOne(Time now, std::vector<std::uint8_t>& output);
 
@@ -63,29 +64,21 @@ class PendingRequests {
   [[nodiscard]] bool IsUnplugged() const { return isUnplugged_; }
 
  private:
-  struct Control {
-    Request Asked;
-    std::vector<std::uint8_t> Answer;  ///< the data stage IN
-    std::optional<ControlAnswer> Result;
-    Time Due{};
-  };
   struct Transfer {
     Request Asked;
     Time Due;
   };
 
-  template <typename Kept>
-  bool UnlinkFrom(std::deque<Kept>& requests, std::uint32_t sequenceNumber);
-  void Execute(Control& control, Time now);
+  bool UnlinkTransfer(std::uint32_t sequenceNumber);
   bool AnswerControl(Time now, std::vector<std::uint8_t>& output);
   bool AnswerTransfer(Time now, std::vector<std::uint8_t>& output);
 
   ServedCamera& camera_;
-  std::deque<Control> controls_;
+  ControlQueue<RequestHeader> controls_;
   std::deque<Transfer> transfers_;
-  std::deque<std::uint32_t> interrupts_;
-  std::size_t keptBytes_ = 0;
-  Time busTime_{};  ///< at which the last transfer's packets have passed
+  std::deque<std::uint32_t> unanswered_;
+  std::size_t keptBytes_ = 0;  ///< with the transfers
+  Time busTime_{};             ///< at which the last transfer's packets have passed
   bool isUnplugged_ = false;
 };
 

@@ -176,7 +176,7 @@ void UsbipSession::Submit(Request request, Time now) {
   } else if (isStream && direction == kIn) {
     pending_->AddTransfer(std::move(request), now);
   } else if (kind == EndpointKind::Interrupt && request.Packets.empty()) {
-    pending_->AddInterrupt(request.Header.SequenceNumber);
+    pending_->AddUnanswered(request.Header.SequenceNumber);
   } else {
     AnswerStalled(request);
   }

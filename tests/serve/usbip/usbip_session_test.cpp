@@ -364,6 +364,16 @@ TEST(UsbipSession, ASilentRequestPendsUntilItIsUnlinked) {
   EXPECT_EQ(client.Ask(wire::ControlIn(7, {0x80, 6, 0, 1, 0, 0, 18, 0})).size(), 48U + 18);
 }
 
+TEST(UsbipSession, ASilentReadPendsUntilItIsUnlinkedAndTheNextOneIsAnswered) {
+  Client client(Simulated("sim", "at 1ms silent"));
+  client.StartStream();
+  client.Send(wire::Stream(5, 8, 128));
+  client.Send(wire::Stream(6, 8, 128));
+  client.Pass(2ms);
+  EXPECT_EQ(wire::Get(client.Take(), 4), 6U);
+  EXPECT_EQ(StatusOf(client.Ask(wire::Unlink(7, 5))), -104);
+}
+
 TEST(UsbipSession, AnUnpluggedCameraEndsTheConnection) {
   Client client(Simulated("sim", "at 3ms unplug"));
   client.StartStream();
