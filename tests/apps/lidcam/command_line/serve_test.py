@@ -77,6 +77,29 @@ class ServeTest(CommandLineTest):
         _, reply = self.attach(port)
         self.assertEqual(reply[8 + 300:8 + 304], bytes.fromhex("1af06010"))
 
+    def test_a_socket_of_the_file_system_is_there_until_the_server_ends(self):
+        path = self.path("camera")
+        server = subprocess.Popen([LIDCAM, "serve", "usbredir", "--socket", path],
+                                  stderr=subprocess.PIPE)
+        self.addCleanup(end, server)
+        line = server.stderr.readline().decode()
+        if "built without" in line:
+            self.skipTest(line)
+        self.assertEqual(line, f"lidcam: camera 'sim' is served at {path}\n")
+        client = socket.socket(socket.AF_UNIX)
+        self.addCleanup(client.close)
+        client.connect(path)
+        # The hello: type 0, a version of 64 bytes and a word of abilities.
+        self.assertEqual(client.recv(12), struct.pack("<III", 0, 68, 0))
+        server.send_signal(signal.SIGTERM)
+        self.assertEqual(server.wait(60), 0)
+        self.assertFalse(os.path.exists(path))
+
+    def test_usbredir_needs_one_place_to_listen(self):
+        for arguments in ((), ("--socket", self.path("camera"), "--listen", "127.0.0.1:0")):
+            self.assert_one_line_error(self.run_lidcam("serve", "usbredir", *arguments), 2,
+                                       "one of --socket PATH and --listen ADDRESS:PORT")
+
     @unittest.skipUnless(shutil.which("usbip", path="/usr/sbin:/usr/bin"), "no usbip")
     def test_the_kernels_tool_lists_it(self):
         _, port = self.serve()
