@@ -163,6 +163,7 @@ class Workplace {
     fs::create_directories(Samples());
     Require(::setenv("LIDCAM_HOME", (root_ / "work" / "home").c_str(), 1) == 0);
     ::unsetenv("LIDCAM_SYSTEM_ROOT");
+    Require(::setenv("LIDCAM_CAMERA", "sim", 1) == 0);
     fs::current_path(Samples());
     MakeSamples();
   }

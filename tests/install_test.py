@@ -42,6 +42,25 @@ class InstallTest(unittest.TestCase):
         self.assertEqual(sorted(os.listdir(self.path("elsewhere"))),
                          ["card-0001.png", "card-0002.png"])
 
+    def test_the_udev_rule_gives_every_identity_to_users_before_seats_are_looked_at(self):
+        program = self.install()
+        folder = self.path("prefix/lib/udev/rules.d")
+        (name,) = os.listdir(folder)
+        self.assertTrue("60" <= name[:2] <= "72", name)
+        with open(os.path.join(folder, name), encoding="utf-8") as rules:
+            lines = [line for line in rules if "idVendor" in line]
+        named = []
+        for line in lines:
+            self.assertIn('TAG+="uaccess"', line)
+            self.assertIn('GROUP="plugdev", MODE="0660"', line)
+            vendor = re.search(r'idVendor}=="([^"]*)"', line)[1]
+            products = re.search(r'idProduct}=="([^"]*)"', line)[1]
+            named += [f"{vendor}:{product}" for product in products.split("|")]
+        cameras = json.loads(run(program, "list", "--json"))
+        self.assertEqual(sorted(named), sorted(camera["identity"] for camera in cameras
+                                               if camera["kind"] == "simulated"))
+        self.assertEqual(len(named), 7)
+
     def test_the_installed_program_tells_the_projects_version(self):
         with open(os.path.join(BUILD, "CMakeCache.txt"), encoding="utf-8") as cache:
             version = re.search(r"^CMAKE_PROJECT_VERSION:STATIC=(.*)$", cache.read(), re.M)[1]

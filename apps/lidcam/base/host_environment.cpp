@@ -125,11 +125,15 @@ fs::path SettingsFile() {
 RunSettings OpenHostEnvironment(const Verbosity& verbosity, SetFiles setFiles) {
   const fs::path home = HomeFolder();
   const bool isSimulated = setFiles == SetFiles::OfSimulatedCameras;
-  host::SetSystemRoot(isSimulated ? SimulatedRoot(home) : home / "system-root");
-  TellUnreadableSets(isSimulated && NamedRoot().has_value());
+  const bool isPluggedIn = setFiles == SetFiles::OfPluggedCameras;
+  host::SetSystemRoot(isSimulated   ? SimulatedRoot(home)
+                      : isPluggedIn ? NamedRoot().value_or(home / "system-root")
+                                    : home / "system-root");
+  // A simulated camera has its own set files, and a recorded one had its host's.
+  TellUnreadableSets(isPluggedIn || (isSimulated && NamedRoot().has_value()));
   if (verbosity.ShowsTrace) PrintTraceTo(stderr);
   if (verbosity.ShowsDebug) host::SetDebugPrintSink(PrintDebugMessage);
-  return RunSettings(isSimulated ? SettingsFile() : fs::path());
+  return RunSettings(isSimulated || isPluggedIn ? SettingsFile() : fs::path());
 }
 
 void TraceToStandardOutput() {

@@ -17,6 +17,7 @@ struct Verbosity {
 enum class SetFiles {
   OfSimulatedCameras,  ///< those built into this program
   OfHardware,          ///< those that the user put into place
+  OfPluggedCameras,    ///< those, for a camera whose settings are kept
 };
 
 /// Connects the driver's platform to this machine: settings, set files and messages.
@@ -25,8 +26,8 @@ enum class SetFiles {
 /// the registry (registry.reg) and two trees that stand for \SystemRoot: system-root/ with the set
 /// files that came with hardware, which are never written to, and simulated-root/ with those of the
 /// simulated cameras, which are kept up to date; the environment's LIDCAM_SYSTEM_ROOT names another
-/// tree for these, to try a set file on a simulated camera. The driver's stills go to the tree in use.
-/// The cameras of hardware that there are here are recordings: they begin with the default settings.
+/// tree for these and for cameras that are plugged in, to try a set file on them. The driver's stills go to the
+/// tree in use. Recordings begin with the default settings.
 /// Throws CommandError.
 ///
 /// @return the settings of this run: what the driver changes in them is gone with it, unless it is stored

@@ -5,6 +5,7 @@
 #include <stdexcept>
 
 #include "apps/lidcam/base/command_error.h"
+#include "apps/lidcam/camera/plugged_camera.h"
 #include "apps/lidcam/camera/recorded_settings.h"
 #include "bus/capture/capture_bus.h"
 #include "bus/capture/capture_input.h"
@@ -78,6 +79,7 @@ std::optional<bus::DeviceAddress> AddressOf(const std::optional<std::string>& de
 }  // namespace
 
 std::optional<std::string> UnitOf(const CameraChoice& choice) {
+  if (IsPluggedIn(choice.Camera)) return "usb-" + FindPluggedCamera(choice.Camera).Path;
   if (!IsSimulated(choice.Camera)) return std::nullopt;
   const camera_model::CameraOptions options = OptionsOf(choice);
   std::array<char, 20> identity{};
@@ -95,6 +97,7 @@ std::vector<InputRole> FilesOf(const CameraChoice& choice) {
 }
 
 SetFiles SetFilesFor(const CameraChoice& choice) {
+  if (IsPluggedIn(choice.Camera)) return SetFiles::OfPluggedCameras;
   return CaptureFileOf(choice.Camera) ? SetFiles::OfHardware : SetFiles::OfSimulatedCameras;
 }
 
@@ -132,8 +135,12 @@ std::unique_ptr<bus::UsbBus> OpenCamera(const CameraChoice& choice) {
     throw UsageError("--device names a device of a capture: give --camera capture:FILE with it");
   }
   if (IsSimulated(choice.Camera)) return OpenSimulated(choice);
+  if (IsPluggedIn(choice.Camera)) {
+    RefuseLightOnGlass(choice);
+    return OpenPluggedCamera(choice.Camera);
+  }
   throw UsageError("camera '" + choice.Camera +
-                   "' is of no known kind: use sim, sim:VID:PID or capture:FILE");
+                   "' is of no known kind: use sim, sim:VID:PID, capture:FILE or usb");
 }
 
 std::optional<camera_model::LightSchedule> LightOn(const CameraChoice& choice) {

@@ -15,7 +15,8 @@ namespace lidcam::app {
 
 /// Which camera a command works on, as the user names it.
 struct CameraChoice {
-  std::string Camera = "sim";         ///< "sim[:vid:pid[,sensor=NAME]...]" or "capture:FILE"
+  /// "sim[:vid:pid[,sensor=NAME]...]", "capture:FILE" or "usb[:BUS-PORT][:VID:PID]".
+  std::string Camera = "sim";
   std::optional<std::string> Device;  ///< "bus.device" within a capture
   std::optional<std::string> Light;   ///< "300lx@0s,5lx@4s": light on a simulated scene
   std::optional<std::string> Mains;   ///< "50Hz" or "60Hz": lamps on a simulated scene
@@ -30,8 +31,8 @@ struct CameraChoice {
 /// Throws as OpenCamera() does.
 [[nodiscard]] std::optional<camera_model::LightSchedule> LightOn(const CameraChoice& choice);
 
-/// What tells a camera from all others, as part of a file's name: identity and seed. Nothing for a
-/// recording, of which every reader has one of its own. Throws as OpenCamera() does for a name that can't
+/// What tells a camera from all others, as part of a file's name: identity and seed, or the port that it is
+/// plugged into. Nothing for a recording, of which every reader has one of its own. Throws as OpenCamera() does for a name that can't
 /// be meant.
 [[nodiscard]] std::optional<std::string> UnitOf(const CameraChoice& choice);
 

@@ -5,6 +5,7 @@
 
 #include "apps/lidcam/base/command_error.h"
 #include "apps/lidcam/camera/core_camera.h"
+#include "apps/lidcam/camera/plugged_camera.h"
 #include "platform/host/nt/status_words.h"
 #include "testbed/worlds.h"
 
@@ -25,6 +26,7 @@ void StartCamera(testbed::InstalledTestbed& camera, const bus::UsbDeviceInfo& de
 }  // namespace
 
 bool IsInRealTime(const CameraChoice& choice) {
+  if (IsPluggedIn(choice.Camera)) return true;
   return !choice.IsFast && !CaptureFileOf(choice.Camera);
 }
 
@@ -76,7 +78,7 @@ void WithOpenedCamera(bus::UsbBus& bus, const std::function<void(OpenedCamera& o
 void WithOpenedCameraOf(CameraChoice choice, const std::function<void(OpenedCamera& opened)>& use) {
   choice.IsFast = true;
   const std::unique_ptr<bus::UsbBus> bus = OpenCamera(choice);
-  RunInVirtualTime([&] { WithOpenedCamera(*bus, use); });
+  RunInTimeOf(choice, [&] { WithOpenedCamera(*bus, use); });
 }
 
 }  // namespace lidcam::app

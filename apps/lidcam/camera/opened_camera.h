@@ -78,7 +78,7 @@ class OpenedCamera {
 /// Throws CommandError if the camera doesn't come up.
 void WithOpenedCamera(bus::UsbBus& bus, const std::function<void(OpenedCamera& opened)>& use);
 
-/// Takes what a command opens: the bus of its camera in virtual time, whatever the bus is, for
+/// Takes what a command opens: the bus of its camera, in virtual time unless the camera is plugged in, for
 /// commands that don't stream.
 void WithOpenedCameraOf(CameraChoice choice, const std::function<void(OpenedCamera& opened)>& use);
 

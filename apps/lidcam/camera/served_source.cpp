@@ -6,6 +6,7 @@
 #include <system_error>
 
 #include "apps/lidcam/base/command_error.h"
+#include "apps/lidcam/camera/plugged_camera.h"
 #include "bus/capture/capture_bus.h"
 #include "bus/faults/fault_source.h"
 
@@ -39,6 +40,10 @@ serve::CameraSupply::Options ServedCameras(const CameraChoice& choice,
                                            const std::optional<std::string>& faults) {
   serve::CameraSupply::Options options{.Faults = ScriptOf(faults)};
   const auto path = CaptureFileOf(choice.Camera);
+  if (IsPluggedIn(choice.Camera)) {
+    throw UsageError("camera '" + choice.Camera +
+                     "' is plugged in here: served are simulated cameras and recordings");
+  }
   if (!path) {
     CameraChoice free = choice;
     free.IsFast = true;

@@ -19,6 +19,7 @@ void AddSetCommand(CLI::App& app);
 void AddRegistersCommand(CLI::App& app);
 void AddSetsCommand(CLI::App& app);
 void AddPlotCommand(CLI::App& app);
+void AddProbeCommand(CLI::App& app);
 void AddSimulateCommand(CLI::App& app);
 void AddServeCommand(CLI::App& app);
 

@@ -195,7 +195,10 @@ void AddControlsCommand(CLI::App& app) {
       "for all, 0 to 500: what is shown here is what each takes.\n"
       "Example:\n"
       "  lidcam controls --camera sim:1af0:6010");
-  sub->callback([command] { RunControls(*command); });
+  sub->callback([command] {
+    ChooseCamera(command->Common);
+    RunControls(*command);
+  });
 }
 
 void AddGetCommand(CLI::App& app) {
@@ -205,7 +208,10 @@ void AddGetCommand(CLI::App& app) {
   sub->footer(
       "Example:\n"
       "  lidcam get Brightness Contrast");
-  sub->callback([command] { RunGet(*command); });
+  sub->callback([command] {
+    ChooseCamera(command->Common);
+    RunGet(*command);
+  });
 }
 
 void AddSetCommand(CLI::App& app) {
@@ -218,7 +224,10 @@ void AddSetCommand(CLI::App& app) {
       "exit status is 1 if a value was not taken or could not be stored.\n"
       "Example:\n"
       "  lidcam set Contrast=12 Mirror=1");
-  sub->callback([command] { RunSet(*command); });
+  sub->callback([command] {
+    ChooseCamera(command->Common);
+    RunSet(*command);
+  });
 }
 
 }  // namespace lidcam::app

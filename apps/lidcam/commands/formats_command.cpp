@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "apps/lidcam/camera/opened_camera.h"
+#include "apps/lidcam/camera/plugged_camera.h"
 #include "apps/lidcam/camera/sensor_notes.h"
 #include "apps/lidcam/commands/commands.h"
 #include "apps/lidcam/options/common_options.h"
@@ -114,7 +115,7 @@ void PrintTable(const std::vector<FormatLine>& lines) {
 /// What the formats don't tell of the camera's sensor, a line each.
 std::vector<std::string> NotesOn(std::int32_t sensor, const CameraChoice& choice) {
   const std::string obstacle =
-      CaptureFileOf(choice.Camera)
+      CaptureFileOf(choice.Camera) || IsPluggedIn(choice.Camera)
           ? StreamObstacle(sensor)
           : StreamObstacle(camera_model::ParseCameraOptions(choice.Camera));
   std::vector<std::string> notes;
@@ -160,7 +161,10 @@ void AddFormatsCommand(CLI::App& app) {
       "Examples:\n"
       "  lidcam formats\n"
       "  lidcam formats --json --camera sim:1af0:6010");
-  sub->callback([command] { Run(*command); });
+  sub->callback([command] {
+    ChooseCamera(command->Common);
+    Run(*command);
+  });
 }
 
 }  // namespace lidcam::app

@@ -9,11 +9,14 @@
 #include <vector>
 
 #include "apps/lidcam/base/command_error.h"
+#include "apps/lidcam/camera/plugged_camera.h"
 #include "apps/lidcam/camera/sensor_notes.h"
 #include "apps/lidcam/commands/commands.h"
 #include "apps/lidcam/options/common_options.h"
 #include "apps/lidcam/output/utf8_text.h"
 #include "bus/capture/capture_source.h"
+#include "bus/usb/usb_host.h"
+#include "bus/usb/usb_sysfs.h"
 #include "camera_model/camera_identity.h"
 #include "camera_model/camera_options.h"
 
@@ -78,6 +81,58 @@ nlohmann::json ToJson(const camera_model::CameraIdentity& identity) {
           {"cannotStream", obstacles}};
 }
 
+/// A plugged-in camera with what Linux tells of it and its bus.
+struct PluggedListing {
+  bus::PluggedDevice Device;
+  std::string Holder;          ///< empty if nobody has it
+  std::uint32_t Reserved = 0;  ///< bytes a microframe, by all devices of its bus
+  std::string OthersOnBus;
+};
+
+std::vector<PluggedListing> ReadPlugged() {
+  std::vector<PluggedListing> listings;
+  for (const bus::PluggedDevice& device : PluggedCameras()) {
+    const auto onBus = bus::UsbSysfs().DevicesOnBus(device.Bus);
+    listings.push_back(
+        {device, HolderOf(device), bus::ReservedBytesOf(onBus), bus::NamesOf(onBus, device.Path)});
+  }
+  return listings;
+}
+
+std::uint32_t BytesLeft(const PluggedListing& listing) {
+  return bus::kReservableBytes - std::min(bus::kReservableBytes, listing.Reserved);
+}
+
+nlohmann::json ToJson(const PluggedListing& listing) {
+  const bus::PluggedDevice& device = listing.Device;
+  return {{"camera", NameOf(device)},
+          {"kind", "usb"},
+          {"default", false},
+          {"port", device.Path},
+          {"identity", Hexadecimal(device.Vendor) + ":" + Hexadecimal(device.Product)},
+          {"megabitsPerSecond", device.Megabits},
+          {"node", device.Node()},
+          {"heldBy", listing.Holder},
+          {"bytesPerMicroframeLeft", BytesLeft(listing)},
+          {"othersOnBus", listing.OthersOnBus}};
+}
+
+void PrintPlugged(const std::vector<PluggedListing>& listings) {
+  const std::string obstacle = bus::UsbHost().Obstacle();
+  std::printf("Plugged in%s\n", listings.empty()
+                                    ? (": none" + (obstacle.empty() ? "" : ", " + obstacle)).c_str()
+                                    : " (the first is used where no camera is named):");
+  for (const PluggedListing& listing : listings) {
+    const bus::PluggedDevice& device = listing.Device;
+    std::printf("  %s  %u Mbit/s, %s\n", NameOf(device).c_str(), device.Megabits,
+                listing.Holder.empty() ? "free" : ("in use by " + listing.Holder).c_str());
+    std::printf(
+        "    bus %u has %u of %u bytes a microframe left%s\n", device.Bus, BytesLeft(listing),
+        bus::kReservableBytes,
+        listing.OthersOnBus.empty() ? "" : ("; also on it: " + listing.OthersOnBus).c_str());
+  }
+}
+
 struct CaptureListing {
   std::string Path;
   bus::CaptureSurvey Survey;
@@ -115,8 +170,14 @@ std::vector<CaptureListing> ReadCaptures(const ListCommand& command) {
 
 void PrintJson(const std::vector<CaptureListing>& captures) {
   nlohmann::json rows = nlohmann::json::array();
+  for (const PluggedListing& listing : ReadPlugged()) {
+    rows.push_back(ToJson(listing));
+    rows.back()["default"] = rows.size() == 1;
+  }
+  const bool hasPlugged = !rows.empty();
   for (const camera_model::CameraIdentity& identity : camera_model::AllIdentities()) {
     rows.push_back(ToJson(identity));
+    if (hasPlugged) rows.back()["default"] = false;
   }
   for (const CaptureListing& capture : captures) {
     for (const bus::RecordedDevice& device : capture.Survey.Devices) {
@@ -131,6 +192,7 @@ void PrintNotes(const std::vector<std::string>& notes) {
 }
 
 void PrintTable(const std::vector<CaptureListing>& captures) {
+  PrintPlugged(ReadPlugged());
   std::printf("Simulated cameras (the usual sensor first):\n");
   for (const camera_model::CameraIdentity& identity : camera_model::AllIdentities()) {
     std::printf("  sim:%s  %s%s\n", SimulatedIdentity(identity).c_str(),
@@ -164,7 +226,7 @@ void Run(const ListCommand& command) {
 void AddListCommand(CLI::App& app) {
   const auto command = std::make_shared<ListCommand>();
   CLI::App* const sub =
-      app.add_subcommand("list", "simulated cameras, and the devices of captures");
+      app.add_subcommand("list", "cameras: plugged in, simulated, and the devices of captures");
   sub->add_option("captures", command->Captures, "capture files to look into, - for standard input")
       ->type_name("FILE");
   sub->add_flag("--json", command->IsJson, "answer in JSON");

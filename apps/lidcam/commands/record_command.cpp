@@ -143,7 +143,10 @@ void AddRecordCommand(CLI::App& app) {
       "Examples:\n"
       "  lidcam record --duration 2s -o bus.pcap\n"
       "  lidcam record --duration 2s -o - | gzip > bus.pcap.gz");
-  sub->callback([command] { Run(*command); });
+  sub->callback([command] {
+    ChooseCamera(command->Common);
+    Run(*command);
+  });
 }
 
 }  // namespace lidcam::app

@@ -109,7 +109,7 @@ void Trace(const RegistersCommand& command) {
   choice.IsFast = true;
   const std::unique_ptr<bus::UsbBus> bus = OpenCamera(choice);
   if (size) {
-    RunInVirtualTime([&] { WithStream(*bus, {.Size = {*size}}, [](CameraStream&) {}); });
+    RunInTimeOf(choice, [&] { WithStream(*bus, {.Size = {*size}}, [](CameraStream&) {}); });
   } else {
     const CoreCamera camera(*bus);
   }
@@ -143,7 +143,10 @@ void AddRegistersCommand(CLI::App& app) {
   CLI::App* const read = AddAction(*sub, command, "read", "read one register", true);
   AddRegister(*read, command);
   read->footer("Example:\n  lidcam registers read bridge 0x0A");
-  read->callback([command] { Read(*command); });
+  read->callback([command] {
+    ChooseCamera(command->Common);
+    Read(*command);
+  });
 
   CLI::App* const write =
       AddAction(*sub, command, "write", "write one register and read it back", true);
@@ -151,18 +154,27 @@ void AddRegistersCommand(CLI::App& app) {
   write->add_option("value", command->Value, "0 to 0xFF")->required();
   AddWaitOption(*write, command->Common);
   write->footer("Example:\n  lidcam registers write bridge 0x77 0x20");
-  write->callback([command] { Write(*command); });
+  write->callback([command] {
+    ChooseCamera(command->Common);
+    Write(*command);
+  });
 
   CLI::App* const dump = AddAction(*sub, command, "dump", "read all registers of a chip", true);
   dump->footer("Example:\n  lidcam registers dump sensor --camera sim:1af0:6010");
-  dump->callback([command] { Dump(*command); });
+  dump->callback([command] {
+    ChooseCamera(command->Common);
+    Dump(*command);
+  });
 
   CLI::App* const trace =
       AddAction(*sub, command, "trace", "print every register access of the bring-up", false);
   trace->add_option("--size", command->Size, "and of the start and end of a stream of this size")
       ->type_name("WxH");
   trace->footer("Example:\n  lidcam registers trace --size 320x240");
-  trace->callback([command] { Trace(*command); });
+  trace->callback([command] {
+    ChooseCamera(command->Common);
+    Trace(*command);
+  });
 
   sub->footer(
       "Examples:\n"

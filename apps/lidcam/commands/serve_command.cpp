@@ -84,7 +84,16 @@ void Serve(const ServeCommand& command, const std::string& name, const MakeSessi
 }
 
 void AddCommonOptions(CLI::App& command, ServeCommand& options) {
-  AddCameraOptions(command, options.Common);
+  command
+      .add_option("--camera", options.Common.Camera.Camera,
+                  "sim[:vid:pid][,sensor=NAME][,config=long|short][,seed=N][,scene=FILE]"
+                  "[,light=LIGHT@TIME;...][,mains=50Hz|60Hz] or capture:FILE")
+      ->type_name("CAMERA")
+      ->capture_default_str();
+  command
+      .add_option("--device", options.Common.Camera.Device,
+                  "device of a capture, if it holds several")
+      ->type_name("BUS.DEVICE");
   AddLightOptions(command, options.Common);
   AddFaultOption(command, options.Faults);
   command.add_flag("-q,--quiet", options.Common.Output.IsQuiet, "tell only warnings and errors");

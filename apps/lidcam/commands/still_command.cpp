@@ -220,7 +220,10 @@ void AddStillCommand(CLI::App& app) {
       "Examples:\n"
       "  lidcam still -o picture.png\n"
       "  lidcam still --raw-size 320x240 --value 0x1234 --json -o picture.png");
-  sub->callback([command] { Run(*command); });
+  sub->callback([command] {
+    ChooseCamera(command->Common);
+    Run(*command);
+  });
 }
 
 }  // namespace lidcam::app

@@ -1,11 +1,14 @@
 #include <memory>
+#include <optional>
 
 #include "apps/lidcam/base/command_error.h"
 #include "apps/lidcam/commands/commands.h"
 #include "apps/lidcam/options/common_options.h"
 #include "apps/lidcam/options/fault_option.h"
 #include "apps/lidcam/stream/replay_run.h"
+#include "apps/lidcam/stream/replug.h"
 #include "apps/lidcam/stream/stream_run.h"
+#include "testbed/worlds.h"
 
 namespace lidcam::app {
 namespace {
@@ -38,7 +41,8 @@ void Run(const StreamCommand& command) {
   const CameraChoice& choice = command.Common.Camera;
   const CameraLock lock(choice, command.Common.Patience());
   const RunSettings settings = OpenHostEnvironment(command.Common.Output, SetFilesFor(choice));
-  FaultyPort port(OpenCamera(choice), command.Faults, LikelyDuration(limits));
+  std::optional<FaultyPort> port;
+  port.emplace(OpenCamera(choice), command.Faults, LikelyDuration(limits));
   std::unique_ptr<FrameWriter> writer;
   if (command.Stream.Output) {
     writer = MakeFrameWriter(*command.Stream.Output, size.Delivered, kFramePeriod);
@@ -48,17 +52,34 @@ void Run(const StreamCommand& command) {
   StreamResult result;
   try {
     const StreamSize fitting = FitToCamera(size, choice);
-    RunInTimeOf(choice, [&] {
-      result = RunStream(port.Bus(), fitting, limits, controls, writer.get(), command.Common.Output,
-                         log ? &*log : nullptr);
-    });
+    const StreamPart part = [&](const CameraChoice& camera, const StreamLimits& left,
+                                bool isFirst) {
+      // A script's faults are those of the first part.
+      if (!isFirst) port.emplace(OpenCamera(camera), std::nullopt, LikelyDuration(left));
+      StreamResult streamed;
+      testbed::RunThenEnd(
+          [&] {
+            RunInTimeOf(camera, [&] {
+              streamed = RunStream(port->Bus(), fitting, left, controls, writer.get(),
+                                   command.Common.Output, log ? &*log : nullptr);
+            });
+          },
+          [&] {
+            streamed.Faults = port->Account();
+            port.reset();
+          });
+      return streamed;
+    };
+    // A script that pulls the plug means it: the camera is still there.
+    result = command.Faults && !command.Common.Waits
+                 ? part(choice, limits, true)
+                 : StreamOverReplugs(command.Common, limits, part);
     if (!IsInRealTime(choice)) result.ProcessorSeconds.reset();
   } catch (...) {
     // A stream that failed is the one whose log is wanted most.
     if (log) log->Finish();
     throw;
   }
-  result.Faults = port.Account();
   if (command.Stream.Saves) StoreSettings(settings, result);
   ConcludeStream(result, {.Writer = writer.get(), .Log = log ? &*log : nullptr},
                  "camera '" + choice.Camera + "'", command.Common);
@@ -97,7 +118,10 @@ void AddStreamCommand(CLI::App& app) {
       "  lidcam stream --camera sim:1af0:6010,sensor=OV7670 --duration 2s -o clip.y4m\n"
       "  lidcam stream --fast --light 300lx@0s,5lx@4s,300lx@12s --mains 50Hz --duration 20s "
       "--log frames.csv");
-  sub->callback([command] { Run(*command); });
+  sub->callback([command] {
+    ChooseCamera(command->Common);
+    Run(*command);
+  });
 }
 
 }  // namespace lidcam::app

@@ -1,27 +1,82 @@
 #include "apps/lidcam/options/common_options.h"
 
 #include <charconv>
+#include <cstdio>
 #include <string>
 
 #include "apps/lidcam/base/command_error.h"
+#include "apps/lidcam/base/interrupt.h"
+#include "apps/lidcam/camera/plugged_camera.h"
 #include "apps/lidcam/output/frame_writer.h"
 
 namespace lidcam::app {
 
 void AddCameraOptions(CLI::App& command, CommonOptions& options) {
   command
-      .add_option("--camera", options.Camera.Camera,
-                  "sim[:vid:pid][,sensor=NAME][,config=long|short][,seed=N][,scene=FILE]"
-                  "[,light=LIGHT@TIME;...][,mains=50Hz|60Hz] or capture:FILE, - for standard input")
+      .add_option_function<std::string>(
+          "--camera",
+          [&options](const std::string& camera) {
+            options.Camera.Camera = camera;
+            options.IsCameraNamed = true;
+          },
+          "sim[:vid:pid][,sensor=NAME][,config=long|short][,seed=N][,scene=FILE]"
+          "[,light=LIGHT@TIME;...][,mains=50Hz|60Hz], capture:FILE, - for standard input, or "
+          "usb[:BUS-PORT][:VID:PID]; if not given, a camera that is plugged in, else sim")
       ->type_name("CAMERA")
-      ->capture_default_str();
+      ->envname("LIDCAM_CAMERA");
   command.add_option("--device", options.Camera.Device, "device of a capture, if it holds several")
       ->type_name("BUS.DEVICE");
 }
 
+namespace {
+
+void Say(const CommonOptions& options, const std::string& line) {
+  if (options.Output.IsQuiet || options.IsJson) return;
+  std::fprintf(stderr, "lidcam: %s\n", line.c_str());
+}
+
+// The plugged-in camera's full name: from here on it means this one alone.
+void SettlePluggedCamera(CommonOptions& options) {
+  CameraChoice& choice = options.Camera;
+  if (choice.IsFast) {
+    throw UsageError("--fast runs simulated cameras and recordings: camera '" + choice.Camera +
+                     "' keeps its own time");
+  }
+  if (options.Waits && !AwaitPluggedCamera(ParsePluggedName(choice.Camera), [] { return false; })) {
+    Say(options, "waiting for camera '" + choice.Camera + "' to be plugged in");
+    if (!AwaitPluggedCamera(ParsePluggedName(choice.Camera), [] { return !IsInterrupted(); })) {
+      throw CommandError(InterruptText() + " before camera '" + choice.Camera + "' was plugged in");
+    }
+  }
+  options.IsPortNamed = !ParsePluggedName(choice.Camera).Path.empty();
+  choice.Camera = NameOf(FindPluggedCamera(choice.Camera));
+}
+
+}  // namespace
+
+void ChooseCamera(CommonOptions& options) {
+  CameraChoice& choice = options.Camera;
+  if (options.IsCameraNamed) {
+    if (IsPluggedIn(choice.Camera)) SettlePluggedCamera(options);
+    return;
+  }
+  choice.Camera = "sim";
+  if (choice.IsFast || choice.Light || choice.Mains || choice.Device) return;
+  const std::vector<bus::PluggedDevice> cameras = PluggedCameras();
+  if (cameras.empty()) {
+    Say(options, "no camera is plugged in: this is the simulated one");
+    return;
+  }
+  choice.Camera = NameOf(cameras.front());
+  Say(options, "camera " + choice.Camera +
+                   (cameras.size() > 1 ? ", the first that is plugged in" : " is plugged in"));
+}
+
 void AddWaitOption(CLI::App& command, CommonOptions& options) {
-  command.add_flag("--wait", options.Waits,
-                   "wait for a camera that another process has, rather than fail");
+  command.add_flag(
+      "--wait", options.Waits,
+      "wait for a camera that another process has, or that is not plugged in, rather than "
+      "fail");
 }
 
 void RefuseControlsOfRecording(const CameraChoice& camera) {

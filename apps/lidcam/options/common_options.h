@@ -19,6 +19,8 @@ namespace lidcam::app {
 /// Options that mean the same in every command that has them.
 struct CommonOptions {
   CameraChoice Camera;
+  bool IsCameraNamed = false;  ///< by --camera or by the environment
+  bool IsPortNamed = false;    ///< the user wants a plugged-in camera at its port, and no other
   Verbosity Output;
   bool IsJson = false;
   bool Waits = false;  ///< for a camera that another process has
@@ -28,6 +30,13 @@ struct CommonOptions {
 
 /// Adds --camera and --device.
 void AddCameraOptions(CLI::App& command, CommonOptions& options);
+
+/// Settles which camera the command works on: the one that is named; else one that is plugged in; else the
+/// simulated one, as also where --fast, --light or --mains ask for one. Says on standard error which it is, unless
+/// it was named.
+///
+/// Throws UsageError for --fast with a camera whose time is its own, and as FindPluggedCamera() does.
+void ChooseCamera(CommonOptions& options);
 
 /// Adds --wait, for commands that lock their camera.
 void AddWaitOption(CLI::App& command, CommonOptions& options);
@@ -83,8 +92,9 @@ void AddStreamOptions(CLI::App& command, CommonOptions& common, StreamOptions& o
 struct StreamLimits {
   std::optional<std::uint64_t> Frames{};
   std::optional<std::chrono::microseconds> Duration{};  ///< of bus time
-  bool ToleratesSilence = false;  ///< a recorded camera may pause; a live one is then gone
-  bool EndsByItself = false;      ///< a recording: who interrupts it has not seen all of it
+  bool ToleratesSilence = false;     ///< a recorded camera may pause; a live one is then gone
+  bool ToleratesUnplugging = false;  ///< the caller tells of it, or goes on when the camera is back
+  bool EndsByItself = false;         ///< a recording: who interrupts it has not seen all of it
 
   /// Whether an end is foreseen: without one, Ctrl-C is the regular end.
   [[nodiscard]] bool HasEnd() const { return Frames || Duration || EndsByItself; }

@@ -10,6 +10,7 @@
 #include "apps/lidcam/base/command_error.h"
 #include "apps/lidcam/base/interrupt.h"
 #include "apps/lidcam/camera/core_camera.h"
+#include "apps/lidcam/camera/plugged_camera.h"
 #include "apps/lidcam/camera/sensor_notes.h"
 #include "apps/lidcam/camera/silence_watch.h"
 #include "apps/lidcam/frames/progress.h"
@@ -135,8 +136,8 @@ void PrintSummary(const StreamResult& result, const CommonOptions& options) {
                ToString(result.Size).c_str(), ToString(result.RawSize).c_str(),
                ToText(counts).c_str(), counts.BusBytes, counts.Seconds());
   if (const auto processor = ProcessorMillisecondsPerFrame(result)) {
-    std::fprintf(stderr, "processor time: %.2f ms a frame, of the camera that is simulated too\n",
-                 *processor);
+    std::fprintf(stderr, "processor time: %.2f ms a frame%s\n", *processor,
+                 IsPluggedIn(options.Camera.Camera) ? "" : ", of the camera that is simulated too");
   }
   if (!result.Note.empty()) std::fprintf(stderr, "%s\n", result.Note.c_str());
   if (!result.Faults.empty())
@@ -234,7 +235,7 @@ StreamResult RunStream(bus::UsbBus& bus, const StreamSize& size, const StreamLim
   result.Written = limitedWriter.Written();
   if (result.Counts.Delivered() == 0) return result;
   // A recording tells how its camera ended.
-  if (result.IsUnplugged && !limits.ToleratesSilence) {
+  if (result.IsUnplugged && !limits.ToleratesSilence && !limits.ToleratesUnplugging) {
     result.Troubles.push_back("the camera was unplugged" + AfterFrames(result));
   }
   if (!isComplete) NoteInterrupt(result, limits);

@@ -128,6 +128,7 @@ class ServeTest(CommandLineTest):
                 (2, ("--camera", "capture:-"), ("'-'", "a pipe can be read only once")),
                 (1, ("--camera", "capture:" + self.path("none")), (self.path("none"),)),
                 (2, ("--faults", "at noon"), ("'noon'",)),
+                (2, ("--camera", "usb"), ("'usb'", "plugged in here")),
                 (2, ("--camera", "else"), ("'else'",))):
             self.assert_one_line_error(self.run_lidcam("serve", "usbip", *arguments), status,
                                        *words)

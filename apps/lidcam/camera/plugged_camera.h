@@ -1,0 +1,55 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "bus/usb/plugged_device.h"
+#include "bus/usb_bus.h"
+
+namespace lidcam::app {
+
+/// Whether a camera's name means one that is plugged in: "usb[:BUS-PORT][:VID:PID]".
+[[nodiscard]] bool IsPluggedIn(const std::string& camera);
+
+/// What such a name asks for; what it leaves open is empty.
+struct PluggedName {
+  std::string Path{};  ///< "1-2.3"
+  std::optional<std::uint16_t> Vendor{};
+  std::optional<std::uint16_t> Product{};
+
+  [[nodiscard]] bool Fits(const bus::PluggedDevice& device) const;
+};
+
+/// Throws UsageError.
+[[nodiscard]] PluggedName ParsePluggedName(const std::string& camera);
+
+/// "usb:1-2.3:1af0:0511", the name that fits this device alone.
+[[nodiscard]] std::string NameOf(const bus::PluggedDevice& device);
+
+/// The devices of the camera's identities that are plugged in; none on a machine without USB.
+[[nodiscard]] std::vector<bus::PluggedDevice> PluggedCameras();
+
+/// The camera that a name means. Throws UsageError if it fits several, and CommandError if none is plugged in.
+[[nodiscard]] bus::PluggedDevice FindPluggedCamera(const std::string& camera);
+
+/// Waits until a camera that the name fits is plugged in and may be opened.
+///
+/// @param goesOn  asked several times a second
+/// @return nothing if it did not come while `goesOn` said so
+[[nodiscard]] std::optional<bus::PluggedDevice> AwaitPluggedCamera(
+    const PluggedName& name, const std::function<bool()>& goesOn);
+
+/// Opens the camera that the name means. What the user can mend while it streams is told on standard error.
+///
+/// Throws as FindPluggedCamera() does, and CommandError that tells how to mend what is in the way.
+[[nodiscard]] std::unique_ptr<bus::UsbBus> OpenPluggedCamera(const std::string& camera);
+
+/// Who has the device or an interface of it, for a person: "uvcvideo", "process 1234 (lidcam)"; empty for
+/// nobody.
+[[nodiscard]] std::string HolderOf(const bus::PluggedDevice& device);
+
+}  // namespace lidcam::app

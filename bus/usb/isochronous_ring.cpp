@@ -1,0 +1,264 @@
+#include "bus/usb/isochronous_ring.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <new>
+
+namespace lidcam::bus {
+namespace {
+
+// A transfer takes 4 ms whatever the device does: a host controller that is silent for so long is dead.
+constexpr std::chrono::seconds kLongestSilence{1};
+
+// Transfers that may lie unread: a reader that comes by the clock has one or two.
+constexpr std::uint32_t kLargestBacklog = 4;
+
+// Short enough for any reservation to be tried, as long as an ordinary transfer is at least.
+constexpr std::uint32_t kTrialPackets = 8;
+
+struct DeviceMemory {
+  libusb_device_handle* Device;
+  std::size_t Size;
+  void operator()(std::uint8_t* bytes) const { libusb_dev_mem_free(Device, bytes, Size); }
+};
+
+// Memory of the device's spares the kernel a copy; not every kernel gives it.
+std::shared_ptr<std::uint8_t> AllocateBuffers(libusb_device_handle* device, std::size_t size) {
+  if (std::uint8_t* const bytes = libusb_dev_mem_alloc(device, size)) {
+    return {bytes, DeviceMemory{device, size}};
+  }
+  return {new std::uint8_t[size], std::default_delete<std::uint8_t[]>()};
+}
+
+UsbStatus StatusOf(SubmitFailure failure) {
+  switch (failure) {
+    case SubmitFailure::None:
+      return UsbStatus::Ok;
+    case SubmitFailure::Gone:
+      return UsbStatus::Disconnected;
+    case SubmitFailure::NoBandwidth:
+    case SubmitFailure::NoMemory:
+    case SubmitFailure::Unclear:
+      return UsbStatus::NoBandwidth;
+    case SubmitFailure::Failed:
+      break;
+  }
+  return UsbStatus::Failed;
+}
+
+}  // namespace
+
+SubmitFailure FailureOf(int error, int systemError) {
+  switch (error) {
+    case LIBUSB_SUCCESS:
+      return SubmitFailure::None;
+    case LIBUSB_ERROR_NO_DEVICE:
+      return SubmitFailure::Gone;
+    case LIBUSB_ERROR_NO_MEM:
+      return SubmitFailure::NoMemory;
+    case LIBUSB_ERROR_IO:
+      if (systemError == ENOSPC) return SubmitFailure::NoBandwidth;
+      if (systemError == ENOMEM) return SubmitFailure::NoMemory;
+      return SubmitFailure::Unclear;
+    default:
+      return SubmitFailure::Failed;
+  }
+}
+
+IsochronousRing::IsochronousRing(libusb_device_handle* device, std::shared_ptr<PortState> port,
+                                 FrameClock& clock, std::uint8_t endpoint, std::uint32_t packetSize)
+    : device_(device),
+      port_(std::move(port)),
+      clock_(clock),
+      endpoint_(endpoint),
+      packetSize_(packetSize) {
+  MakeTransfers();
+}
+
+IsochronousRing::~IsochronousRing() {
+  Stop();
+}
+
+void IsochronousRing::MakeTransfers() {
+  const std::size_t share = std::size_t{packetSize_} * kPackets;
+  memory_ = AllocateBuffers(device_, share * kTransfers);
+  for (std::size_t i = 0; i < transfers_.size(); ++i) {
+    transfers_[i] = std::make_shared<PendingTransfer>(port_, int{kPackets}, memory_);
+    libusb_transfer& transfer = transfers_[i]->Transfer();
+    transfer.dev_handle = device_;
+    transfer.endpoint = endpoint_;
+    transfer.type = LIBUSB_TRANSFER_TYPE_ISOCHRONOUS;
+    transfer.timeout = 0;
+    transfer.buffer = memory_.get() + i * share;
+    transfer.length = static_cast<int>(share);
+    transfer.num_iso_packets = int{kPackets};
+    libusb_set_iso_packet_lengths(&transfer, packetSize_);
+  }
+}
+
+void IsochronousRing::Stop() {
+  const std::size_t lost = TakeBack(*port_, transfers_);
+  lost_ += lost;
+  isRunning_ = false;
+  isOpen_ = false;
+  // What libusb keeps shares its memory: the others begin anew.
+  if (lost != 0) MakeTransfers();
+}
+
+SubmitFailure IsochronousRing::Try() {
+  libusb_transfer& transfer = transfers_.front()->Transfer();
+  transfer.num_iso_packets = int{kTrialPackets};
+  transfer.length = static_cast<int>(packetSize_ * kTrialPackets);
+  errno = 0;
+  const int error = transfers_.front()->Submit();
+  const SubmitFailure failure = FailureOf(error, errno);
+  if (failure == SubmitFailure::None) {
+    std::unique_lock lock(port_->Mutex);
+    port_->Changed.wait_for(lock, kLongestSilence,
+                            [&] { return transfers_.front()->IsDone() || port_->IsGone; });
+  }
+  transfer.num_iso_packets = int{kPackets};
+  transfer.length = static_cast<int>(packetSize_ * kPackets);
+  Stop();
+  return failure;
+}
+
+UsbStatus IsochronousRing::Start() {
+  Stop();
+  active_ = 0;
+  for (const auto& transfer : transfers_) {
+    errno = 0;
+    const int error = transfer->Submit();
+    lastFailure_ = FailureOf(error, errno);
+    if (error != 0) break;
+    ++active_;
+  }
+  if (lastFailure_ == SubmitFailure::Gone || active_ == 0) {
+    const UsbStatus status = StatusOf(lastFailure_);
+    Stop();
+    return status;
+  }
+  current_ = 0;
+  packet_ = 0;
+  isRunning_ = true;
+  const std::lock_guard lock(port_->Mutex);
+  clock_.Restart(PendingTransfer::Clock::now());
+  return UsbStatus::Ok;
+}
+
+UsbStatus IsochronousRing::Await() {
+  std::unique_lock lock(port_->Mutex);
+  const auto isOver = [&] { return port_->IsGone || port_->IsAborted || Current().IsDone(); };
+  // One that could not be sent again never comes.
+  if (!isOver() && !Current().IsInFlight()) return UsbStatus::Failed;
+  port_->Changed.wait_for(lock, kLongestSilence, isOver);
+  if (port_->IsGone) return UsbStatus::Disconnected;
+  if (port_->IsAborted) return UsbStatus::Aborted;
+  return Current().IsDone() ? UsbStatus::Ok : UsbStatus::TimedOut;
+}
+
+bool IsochronousRing::IsBehind() const {
+  const std::lock_guard lock(port_->Mutex);
+  return std::ranges::count_if(transfers_, [](const auto& transfer) {
+           return transfer->IsDone();
+         }) > std::ptrdiff_t{kLargestBacklog};
+}
+
+UsbStatus IsochronousRing::Open() {
+  const UsbStatus status = Await();
+  if (status != UsbStatus::Ok) return status;
+  isBehind_ = IsBehind();
+  {
+    const std::lock_guard lock(port_->Mutex);
+    microframe_ = clock_.Reap(kPackets, Current().DoneAt());
+  }
+  packet_ = 0;
+  isOpen_ = true;
+  switch (Current().Transfer().status) {
+    case LIBUSB_TRANSFER_COMPLETED:
+      isTransferFailed_ = false;
+      return UsbStatus::Ok;
+    case LIBUSB_TRANSFER_NO_DEVICE:
+      return UsbStatus::Disconnected;
+    case LIBUSB_TRANSFER_STALL:
+      return UsbStatus::Stalled;
+    default:
+      // Also a transfer that was cancelled by nobody here: its packets say that they are whole.
+      isTransferFailed_ = true;
+      return UsbStatus::Ok;
+  }
+}
+
+void IsochronousRing::CopyPacket(std::span<std::uint8_t> share, IsochronousPacket& packet) {
+  const libusb_transfer& transfer = Current().Transfer();
+  const libusb_iso_packet_descriptor& shown = (&transfer.iso_packet_desc[0])[packet_];
+  if (isTransferFailed_) {
+    packet.Length = 0;
+    packet.Status = UsbStatus::Failed;
+    return;
+  }
+  const std::size_t length =
+      std::min({std::size_t{shown.actual_length}, std::size_t{packetSize_}, share.size()});
+  std::memcpy(share.data(), transfer.buffer + std::size_t{packet_} * packetSize_, length);
+  packet.Length = static_cast<std::uint32_t>(length);
+  packet.Status = shown.status == LIBUSB_TRANSFER_COMPLETED ? UsbStatus::Ok : UsbStatus::Failed;
+}
+
+// A transfer that is read out goes down again; where that fails, the ring stands still when it comes to
+// this place again.
+void IsochronousRing::Advance() {
+  if (++packet_ < kPackets) return;
+  isOpen_ = false;
+  {
+    const std::lock_guard lock(port_->Mutex);
+    Current().Forget();
+  }
+  errno = 0;
+  const int error = Current().Submit();
+  if (error != 0) lastFailure_ = FailureOf(error, errno);
+  current_ = (current_ + 1) % active_;
+}
+
+IsochronousResult IsochronousRing::Read(std::span<std::uint8_t> buffer,
+                                        std::span<IsochronousPacket> packets) {
+  const std::size_t share = packets.empty() ? 0 : buffer.size() / packets.size();
+  std::uint64_t skippable = std::uint64_t{kPackets} * kTransfers;
+  std::uint64_t first = 0;
+  std::size_t count = 0;
+  bool isRestarted = !isRunning_;
+  UsbStatus status = isRunning_ ? UsbStatus::Ok : Start();
+  while (status == UsbStatus::Ok && count < packets.size()) {
+    if (!isOpen_) {
+      status = Open();
+      // A failure to send one again may be over.
+      if (status == UsbStatus::Failed && !isRestarted) {
+        isRestarted = true;
+        status = Start();
+        continue;
+      }
+      if (status != UsbStatus::Ok) break;
+    }
+    CopyPacket(buffer.subspan(count * share, share), packets[count]);
+    const bool isEmpty = packets[count].Length == 0 && packets[count].Status == UsbStatus::Ok;
+    if (isBehind_ && isEmpty && skippable != 0) {
+      --skippable;
+    } else {
+      if (count == 0) first = microframe_ + packet_;
+      ++count;
+    }
+    Advance();
+  }
+  for (std::size_t i = count; i < packets.size(); ++i) {
+    packets[i].Length = 0;
+    packets[i].Status = status;
+  }
+  if (status != UsbStatus::Ok) Stop();
+  if (count == 0) {
+    const std::lock_guard lock(port_->Mutex);
+    first = clock_.Now(PendingTransfer::Clock::now());
+  }
+  return {status, static_cast<std::uint32_t>(first)};
+}
+
+}  // namespace lidcam::bus
