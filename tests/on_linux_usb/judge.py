@@ -40,7 +40,7 @@ ORDINARY = (
     r"vhci_hcd vhci_hcd\.\d+: Device attached",
     # Transfers that are taken back when a stream ends, some of which have just ended, and a server that was killed.
     r"vhci_hcd: (unlink->seqnum \d+|the urb \(seqnum \d+\) was already given back|urb->status -104)",
-    r"vhci_hcd: connection reset by peer",
+    r"vhci_hcd: (connection reset by peer|sendmsg failed!, ret=-(32|104) for \d+)",
     r"random: crng init done",
     r"vhci_hcd: (vhci_device speed not set|connection closed|stop threads|release socket|"
     r"disconnect device)",
