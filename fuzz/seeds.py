@@ -484,6 +484,91 @@ def command_lines():
         yield (long + "\n".join(word.replace("~", " ") for word in words)).encode()
 
 
+# What a client of a served camera does: pieces of bytes, each behind the time ahead of it in 250 us (times 2; odd
+# ones are not read), and its length. The first byte of an input chooses the camera's faults.
+FAULTS_OF_SERVED = 8
+
+
+def client(faults, pieces):
+    return bytes([faults]) + b"".join(
+        bytes([ticks]) + struct.pack("<H", len(piece)) + piece for ticks, piece in pieces)
+
+
+def usbip_submit(sequence, direction, endpoint, length, setup=bytes(8), packets=0):
+    each = length // packets if packets else 0
+    return (struct.pack(">10I", 1, sequence, 0x10002, direction, endpoint, 0, length, 0, packets, 1)
+            + setup + b"".join(struct.pack(">4I", i * each, each, 0, 0) for i in range(packets)))
+
+
+def usbip_unlink(sequence, other):
+    return struct.pack(">6I", 2, sequence, 0x10002, 0, 0, other) + bytes(24)
+
+
+def usbip_clients():
+    """A list, an import, and all that a client asks of the camera, under each fault."""
+    attach = struct.pack(">HHI32s", 0x0111, 0x8003, 0, b"1-1")
+    yield client(0, [(0, struct.pack(">HHI", 0x0111, 0x8005, 0))])
+    yield client(0, [(0, attach.replace(b"1-1", b"9-9"))])
+    yield client(0, [(0, attach[:20]), (254, attach[20:]), (254, b""), (254, b"")])
+    requests = [
+        usbip_submit(1, 1, 0, 18, bytes.fromhex("8006000100001200")),
+        usbip_submit(2, 0, 0, 0, bytes.fromhex("0009010000000000")),
+        usbip_submit(3, 0, 0, 0, bytes.fromhex("010b070000000000")),
+        usbip_submit(4, 1, 1, 1),
+        usbip_submit(5, 0, 0, 0, bytes.fromhex("40a00100ffff0000")),
+        usbip_submit(6, 1, 0, 1, bytes.fromhex("c0a1000077ff0100")),
+        usbip_submit(7, 1, 0, 9, bytes.fromhex("8006000200000900")),
+        *(usbip_submit(10 + i, 1, 2, 8 * 3072, packets=8) for i in range(6)),
+        usbip_submit(20, 1, 2, 8 * 64, packets=8), usbip_submit(21, 1, 3, 64),
+        usbip_submit(22, 1, 5, 128, packets=2), usbip_submit(23, 0, 2, 4) + b"data",
+        usbip_submit(25, 1, 0, 1, bytes.fromhex("8008000000000100")),
+        usbip_submit(26, 1, 0, 1, bytes.fromhex("810a000000000100")),
+        usbip_submit(27, 1, 0, 2, bytes.fromhex("8000000000000200")),
+        usbip_submit(28, 0, 0, 0, bytes.fromhex("0201000082000000")),
+        usbip_submit(29, 0, 0, 0, bytes.fromhex("0009020000000000")),
+        usbip_submit(24, 0, 0, 2, bytes.fromhex("4001000000000200")) + b"ab",
+        usbip_unlink(30, 4), usbip_unlink(31, 15), usbip_unlink(32, 1), usbip_unlink(33, 6)]
+    for faults in range(FAULTS_OF_SERVED):
+        yield client(faults, [(0, attach)] + [(8, request) for request in requests] + [(250, b"")] * 8)
+    yield client(0, [(0, attach + b"".join(requests))] + [(250, b"")] * 4)
+    for wrong in (usbip_submit(1, 2, 0, 0), usbip_submit(1, 1, 16, 0), usbip_submit(1, 0, 0, 1 << 20),
+                  usbip_submit(1, 1, 2, 0, packets=1025), struct.pack(">I", 9) + bytes(44)):
+        yield client(0, [(0, attach), (0, wrong)])
+
+
+def usbredir_message(kind, identity, body=b""):
+    return struct.pack("<III", kind, len(body), identity) + body
+
+
+def usbredir_clients():
+    """A hello, and all that a guest asks of the camera, under each fault."""
+    hello = usbredir_message(0, 0, b"a guest".ljust(64, b"\0") + struct.pack("<I", 0x3A))
+
+    def control(identity, request_type, request, value, index, length, data=b""):
+        return usbredir_message(100, identity, struct.pack(
+            "<BBBBHHH", request_type & 0x80, request, request_type, 0, value, index, length) + data)
+
+    requests = [
+        control(1, 0x80, 6, 0x100, 0, 18), usbredir_message(6, 2, b"\1"), usbredir_message(7, 3),
+        usbredir_message(9, 4, b"\0\7"), usbredir_message(10, 5, b"\0"),
+        usbredir_message(15, 6, b"\x81"), control(7, 0x40, 0xA0, 1, 0xFFFF, 0),
+        control(8, 0xC0, 0xA1, 0, 0xFF77, 1), usbredir_message(12, 9, b"\x82\x20\4"),
+        usbredir_message(21, 8), usbredir_message(21, 99), control(10, 0x40, 1, 0, 0, 2, b"ab"),
+        usbredir_message(16, 11, b"\x81"), usbredir_message(3, 12),
+        usbredir_message(12, 13, b"\x82\x20\4"), usbredir_message(13, 14, b"\x82"),
+        usbredir_message(12, 15, b"\x81\x20\4"), usbredir_message(24, 0)]
+    for faults in range(FAULTS_OF_SERVED):
+        yield client(faults, [(0, hello)] + [(8, request) for request in requests] + [(250, b"")] * 4)
+    yield client(0, [(0, hello + b"".join(requests))] + [(251, b"")] * 8)
+    yield client(0, [(254, hello[:20]), (254, hello[20:]), (254, b""), (254, b"")])
+    for wrong in (usbredir_message(200, 1), usbredir_message(22, 0), usbredir_message(6, 1),
+                  struct.pack("<III", 100, 1 << 20, 1), control(1, 0x40, 1, 0, 0, 5), hello,
+                  usbredir_message(101, 1, bytes(10)), usbredir_message(102, 1, b"\2\0\0\0"),
+                  usbredir_message(103, 1, b"\1\0\0\0")):
+        yield client(0, [(0, hello), (0, wrong)])
+    yield client(0, [(0, usbredir_message(7, 1))])
+
+
 def write(folder, seeds):
     folder.mkdir(parents=True, exist_ok=True)
     for number, seed in enumerate(seeds):
@@ -509,6 +594,8 @@ def main():
     write(folder / "usb_descriptor", usb_descriptors())
     write(folder / "completion_sequence", completions())
     write(folder / "command_line", command_lines())
+    write(folder / "usbip_client", usbip_clients())
+    write(folder / "usbredir_client", usbredir_clients())
 
 
 if __name__ == "__main__":

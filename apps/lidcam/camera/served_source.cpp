@@ -1,0 +1,60 @@
+#include "apps/lidcam/camera/served_source.h"
+
+#include <chrono>
+#include <filesystem>
+#include <memory>
+#include <system_error>
+
+#include "apps/lidcam/base/command_error.h"
+#include "apps/lidcam/camera/plugged_camera.h"
+#include "bus/capture/replay/capture_bus.h"
+#include "bus/faults/fault_source.h"
+
+namespace lidcam::app {
+namespace {
+
+// A server has no end that the faults of a seed could spread over.
+constexpr std::chrono::minutes kFaultySpan{10};
+
+std::optional<bus::FaultScript> ScriptOf(const std::optional<std::string>& faults) {
+  if (!faults) return std::nullopt;
+  if (faults->empty()) throw UsageError("faults '' are none: give a script, a file or seed=N");
+  try {
+    return bus::LoadFaults(*faults, kFaultySpan);
+  } catch (const bus::FaultScriptError& error) {
+    throw UsageError(error.what());
+  }
+}
+
+void RequireFile(const std::string& path) {
+  std::error_code ignored;
+  if (std::filesystem::is_regular_file(path, ignored)) return;
+  if (path != "-" && !std::filesystem::exists(path, ignored)) return;  // told when it is opened
+  throw UsageError("capture '" + path +
+                   "' is no file: each client reads it anew, and a pipe can be read only once");
+}
+
+}  // namespace
+
+serve::CameraSupply::Options ServedCameras(const CameraChoice& choice,
+                                           const std::optional<std::string>& faults) {
+  serve::CameraSupply::Options options{.Faults = ScriptOf(faults)};
+  const auto path = CaptureFileOf(choice.Camera);
+  if (IsPluggedIn(choice.Camera)) {
+    throw UsageError("camera '" + choice.Camera +
+                     "' is plugged in here: served are simulated cameras and recordings");
+  }
+  if (!path) {
+    CameraChoice free = choice;
+    free.IsFast = true;
+    options.Plug = [free] { return OpenCamera(free); };
+    return options;
+  }
+  RequireFile(*path);
+  const bus::CaptureSource source = OpenCapture(*path, choice.Device);
+  TellNotes(source);
+  options.Plug = [source] { return std::make_unique<bus::CaptureBus>(source); };
+  return options;
+}
+
+}  // namespace lidcam::app

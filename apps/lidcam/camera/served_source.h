@@ -1,0 +1,19 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "apps/lidcam/camera/camera_source.h"
+#include "serve/device/camera_supply.h"
+
+namespace lidcam::app {
+
+/// Cameras for clients elsewhere: each gets one of its own, in bus time that its requests let pass.
+///
+/// @param faults  script, file or seed of what goes wrong on the bus of each
+/// Throws as OpenCamera() does, UsageError for a script that can't be read and for a capture that can be
+/// read only once, and CommandError for a camera that does not enumerate.
+[[nodiscard]] serve::CameraSupply::Options ServedCameras(const CameraChoice& choice,
+                                                         const std::optional<std::string>& faults);
+
+}  // namespace lidcam::app
