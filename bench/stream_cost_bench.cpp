@@ -17,8 +17,9 @@
 #include <thread>
 #include <vector>
 
+#include "bus/passing_bus.h"
 #include "camera_model/bus_adapter/simulated_bus.h"
-#include "platform/host/nt/pool.h"
+#include "platform/host/nt/memory/pool.h"
 #include "testbed/transport_testbed.h"
 
 namespace lidcam::bench {
@@ -37,20 +38,13 @@ double ProcessorSeconds() {
 }
 
 /// The simulated camera's answers to requests, and one frame's packets again and again.
-class ReadyBus final : public bus::UsbBus {
+class ReadyBus final : public bus::PassingBus {
  public:
-  ReadyBus() : frame_(kRawFrameBytes, 0x80) {
+  explicit ReadyBus(bus::UsbBus& camera) : PassingBus(camera), frame_(kRawFrameBytes, 0x80) {
     frame_[0] = 0xFF;
     frame_[1] = 0xD8;
   }
 
-  bus::ControlResult ControlTransfer(const bus::SetupPacket& setup,
-                                     std::span<std::uint8_t> data) override {
-    return camera_.ControlTransfer(setup, data);
-  }
-  bus::UsbStatus SelectSetting(std::uint8_t interface, std::uint8_t alternateSetting) override {
-    return camera_.SelectSetting(interface, alternateSetting);
-  }
   bus::IsochronousResult ReadIsochronous(std::uint8_t, std::span<std::uint8_t> buffer,
                                          std::span<bus::IsochronousPacket> packets) override {
     const std::uint32_t start = microframe_;
@@ -67,14 +61,11 @@ class ReadyBus final : public bus::UsbBus {
     }
     return {bus::UsbStatus::Ok, start};
   }
-  void Abort(std::uint8_t) override {}
   [[nodiscard]] std::uint32_t FrameNumber() override {
     return microframe_ / bus::kMicroframesPerFrame;
   }
-  void Unplug() override {}
 
  private:
-  bus::SimulatedBus camera_{{}};
   std::vector<std::uint8_t> frame_;
   std::uint32_t microframe_ = 0;
 };
@@ -117,7 +108,8 @@ double SecondsPerFrame(testbed::TransportTestbed& camera) {
 }
 
 void MeasureStream(benchmark::State& state, bool isDelivered) {
-  ReadyBus bus;
+  bus::SimulatedBus camera{{}};
+  ReadyBus bus{camera};
   double perFrame = 0;
   for ([[maybe_unused]] auto iteration : state) {
     testbed::WithTransportTestbed(

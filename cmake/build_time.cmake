@@ -10,6 +10,48 @@ function(lidcam_compile_together target)
   endif()
 endfunction()
 
+# lidcam_compile_rooms_together(TARGET...): the sources of each folder as one, but for those that have compiler
+# flags or a group of their own.
+function(lidcam_compile_rooms_together)
+  if(NOT LIDCAM_SHARED_COMPILES)
+    return()
+  endif()
+  foreach(target ${ARGN})
+    get_target_property(sources ${target} SOURCES)
+    get_target_property(folder ${target} SOURCE_DIR)
+    set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_MODE GROUP)
+    foreach(source IN LISTS sources)
+      if(NOT source MATCHES "^[^$]*\\.cpp$")
+        continue()
+      endif()
+      cmake_path(ABSOLUTE_PATH source BASE_DIRECTORY "${folder}" NORMALIZE)
+      get_source_file_property(flags "${source}" TARGET_DIRECTORY ${target} COMPILE_OPTIONS)
+      get_source_file_property(group "${source}" TARGET_DIRECTORY ${target} UNITY_GROUP)
+      get_source_file_property(alone "${source}" TARGET_DIRECTORY ${target} SKIP_PRECOMPILE_HEADERS)
+      if(flags OR group OR alone)
+        continue()
+      endif()
+      cmake_path(GET source PARENT_PATH room)
+      cmake_path(RELATIVE_PATH room BASE_DIRECTORY "${CMAKE_SOURCE_DIR}")
+      string(MAKE_C_IDENTIFIER "${room}" room)
+      set_source_files_properties("${source}" TARGET_DIRECTORY ${target} PROPERTIES UNITY_GROUP ${room})
+    endforeach()
+  endforeach()
+endfunction()
+
+# A precompiled header holds the system's headers as they were. A package's files bear the time when they
+# were packaged, which may lie before the last build: neither the build tool nor the compiler's own
+# dependencies show an update of them, and clang++ then refuses the precompiled header. This header, the
+# first in each precompiled one, is written anew when a package changes.
+if(LIDCAM_SHARED_COMPILES AND NOT WIN32)
+  set(lidcam_system_headers "${CMAKE_BINARY_DIR}/system_headers.h")
+  add_custom_target(lidcam_system_headers
+    COMMAND "${CMAKE_COMMAND}" "-DOUTPUT=${lidcam_system_headers}"
+            -P "${CMAKE_CURRENT_SOURCE_DIR}/cmake/system_headers.cmake"
+    BYPRODUCTS "${lidcam_system_headers}"
+    VERBATIM)
+endif()
+
 # lidcam_host_headers(TARGET...): these have the library's headers that most sources of the host world
 # include compiled once.
 function(lidcam_host_headers)
@@ -19,7 +61,8 @@ function(lidcam_host_headers)
   file(WRITE "${CMAKE_BINARY_DIR}/host_headers.cpp" "")
   add_library(lidcam_host_headers OBJECT "${CMAKE_BINARY_DIR}/host_headers.cpp")
   target_link_libraries(lidcam_host_headers PUBLIC lidcam_warnings)
-  target_precompile_headers(lidcam_host_headers PRIVATE
+  add_dependencies(lidcam_host_headers lidcam_system_headers)
+  target_precompile_headers(lidcam_host_headers PRIVATE "${lidcam_system_headers}"
     <algorithm> <array> <chrono> <cstdint> <functional> <map> <memory> <mutex> <optional> <span>
     <string> <string_view> <vector>)
   foreach(target ${ARGN})

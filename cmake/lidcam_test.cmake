@@ -8,6 +8,13 @@ option(LIDCAM_TEST_OBJECTS_ONLY "Compile the tests' own code, for other builds t
 set(LIDCAM_TEST_OBJECTS "" CACHE PATH
   "A build with LIDCAM_TEST_OBJECTS_ONLY whose objects are linked, in place of compiling the tests")
 
+# The program's own code under sanitizers is that of LIDCAM_TEST_OBJECTS, too: without sanitizers, over a
+# driver and a kernel that have them.
+set(LIDCAM_PROGRAM_OBJECTS OFF)
+if(LIDCAM_TEST_OBJECTS AND LIDCAM_SANITIZE)
+  set(LIDCAM_PROGRAM_OBJECTS ON)
+endif()
+
 # The headers that every test includes, compiled once.
 function(lidcam_test_headers)
   # Those tests that use threads, for ThreadSanitizer.
@@ -21,16 +28,14 @@ function(lidcam_test_headers)
   target_link_libraries(lidcam_test_headers PUBLIC lidcam_warnings GTest::gmock GTest::gtest)
   target_compile_definitions(lidcam_test_headers PUBLIC LIDCAM_SOURCE_ROOT="${CMAKE_SOURCE_DIR}")
   target_compile_options(lidcam_test_headers PRIVATE ${lidcam_test_code})
-  target_precompile_headers(lidcam_test_headers PRIVATE
+  add_dependencies(lidcam_test_headers lidcam_system_headers)
+  target_precompile_headers(lidcam_test_headers PRIVATE "${lidcam_system_headers}"
     <array> <cstdint> <map> <span> <string> <vector> <gmock/gmock.h> <gtest/gtest.h>)
 endfunction()
 
-# Sources of a test that are compiled together: what the library's templates make, the compiler then
-# makes once for all of them.
-set(lidcam_test_sources_at_once 6)
-
-# How a test's sources are compiled, whether into a program or into objects for one.
-function(lidcam_compile_test target optimized libraries alone)
+# How a test's sources are compiled, whether into a program or into objects for one. All of them together:
+# what the library's templates make, the compiler then makes once.
+function(lidcam_compile_test target optimized libraries)
   target_link_libraries(${target} PRIVATE lidcam_warnings ${libraries} GTest::gmock GTest::gtest)
   target_compile_definitions(${target} PRIVATE LIDCAM_SOURCE_ROOT="${CMAKE_SOURCE_DIR}")
   if(NOT optimized)
@@ -40,24 +45,26 @@ function(lidcam_compile_test target optimized libraries alone)
     endif()
   endif()
   if(LIDCAM_SHARED_COMPILES)
-    set_target_properties(${target} PROPERTIES
-      UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE ${lidcam_test_sources_at_once})
-    if(alone)
-      set_source_files_properties(${alone} PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON)
-    endif()
+    set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 0)
   endif()
 endfunction()
 
-# Objects of a test, and the list of them for the builds that link them.
-function(lidcam_make_test_objects name optimized libraries sources alone)
-  add_library(${name} OBJECT ${sources} ${alone})
-  lidcam_compile_test(${name} "${optimized}" "${libraries}" "${alone}")
-  add_dependencies(test_objects ${name})
+# lidcam_list_objects(TARGET): the list of its objects for the builds that link them.
+function(lidcam_list_objects name)
   file(GENERATE OUTPUT "${CMAKE_BINARY_DIR}/objects/${name}.txt"
     CONTENT "$<JOIN:$<TARGET_OBJECTS:${name}>,\n>\n")
 endfunction()
 
-function(lidcam_link_test_objects name)
+# Objects of a test.
+function(lidcam_make_test_objects name optimized libraries sources)
+  add_library(${name} OBJECT ${sources})
+  lidcam_compile_test(${name} "${optimized}" "${libraries}")
+  add_dependencies(test_objects ${name})
+  lidcam_list_objects(${name})
+endfunction()
+
+# lidcam_read_objects(TARGET VARIABLE): the objects of another build's target.
+function(lidcam_read_objects name variable)
   set(list "${LIDCAM_TEST_OBJECTS}/objects/${name}.txt")
   if(NOT EXISTS "${list}")
     message(FATAL_ERROR "LIDCAM_TEST_OBJECTS: ${list} is not there. Configure that folder with the "
@@ -66,27 +73,32 @@ function(lidcam_link_test_objects name)
   set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${list}")
   file(STRINGS "${list}" objects)
   set_source_files_properties(${objects} PROPERTIES EXTERNAL_OBJECT TRUE)
+  set(${variable} ${objects} PARENT_SCOPE)
+endfunction()
+
+function(lidcam_link_test_objects name)
+  lidcam_read_objects(${name} objects)
+  set_source_files_properties(${objects} PROPERTIES EXTERNAL_OBJECT TRUE)
   add_executable(${name} ${objects})
   set_target_properties(${name} PROPERTIES LINKER_LANGUAGE CXX)
 endfunction()
 
-# lidcam_test(NAME [THREADS] [OPTIMIZED] [SHARDS count] SOURCES file... [ALONE file...]
-#             LIBRARIES target...): one GoogleTest executable. THREADS marks tests that ThreadSanitizer is
-# to see, OPTIMIZED those whose own code runs long, SHARDS those whose cases are dealt out to several
-# ctest entries, which run at the same time and before all others. ALONE are sources whose own names
-# others have, too.
+# lidcam_test(NAME [THREADS] [OPTIMIZED] [SHARDS count] SOURCES file... LIBRARIES target...): one
+# GoogleTest executable. THREADS marks tests that ThreadSanitizer is to see, OPTIMIZED those whose own code
+# runs long, SHARDS those whose cases are dealt out to several ctest entries, which run at the same time and
+# before all others. All but THREADS run on one processor: the threads of a simulated world take turns, and
+# handing on the turn to another processor takes twice as long.
 function(lidcam_test name)
-  cmake_parse_arguments(PARSE_ARGV 1 arg "THREADS;OPTIMIZED" "SHARDS" "SOURCES;ALONE;LIBRARIES")
+  cmake_parse_arguments(PARSE_ARGV 1 arg "THREADS;OPTIMIZED" "SHARDS" "SOURCES;LIBRARIES")
   if(LIDCAM_TEST_OBJECTS_ONLY)
-    lidcam_make_test_objects(${name} "${arg_OPTIMIZED}" "${arg_LIBRARIES}" "${arg_SOURCES}"
-                             "${arg_ALONE}")
+    lidcam_make_test_objects(${name} "${arg_OPTIMIZED}" "${arg_LIBRARIES}" "${arg_SOURCES}")
     return()
   endif()
   if(LIDCAM_TEST_OBJECTS)
     lidcam_link_test_objects(${name})
   else()
-    add_executable(${name} ${arg_SOURCES} ${arg_ALONE})
-    lidcam_compile_test(${name} "${arg_OPTIMIZED}" "${arg_LIBRARIES}" "${arg_ALONE}")
+    add_executable(${name} ${arg_SOURCES})
+    lidcam_compile_test(${name} "${arg_OPTIMIZED}" "${arg_LIBRARIES}")
   endif()
   target_link_libraries(${name} PRIVATE ${arg_LIBRARIES} lidcam_sanitizer_notice
                         GTest::gmock GTest::gtest GTest::gtest_main Threads::Threads)
@@ -111,6 +123,16 @@ function(lidcam_test name)
     endif()
     if(arg_THREADS)
       set_tests_properties(${test} PROPERTIES LABELS threads)
+    else()
+      set_tests_properties(${test} PROPERTIES PROCESSOR_AFFINITY ON)
     endif()
   endforeach()
+endfunction()
+
+# lidcam_python_test(NAME SCRIPT argument...): a test of the program by a script, on one processor.
+find_package(Python3 REQUIRED COMPONENTS Interpreter)
+function(lidcam_python_test name script)
+  add_test(NAME ${name}
+    COMMAND Python3::Interpreter -B "${CMAKE_CURRENT_SOURCE_DIR}/${script}" ${ARGN})
+  set_tests_properties(${name} PROPERTIES TIMEOUT 900 PROCESSOR_AFFINITY ON)
 endfunction()

@@ -4,11 +4,11 @@
 #include <cstdio>
 #include <exception>
 
-#include "platform/host/nt/kernel_faults.h"
-#include "platform/host/nt/kernel_guards.h"
-#include "platform/host/nt/pool.h"
-#include "platform/host/nt/simulated_scheduler.h"
-#include "platform/host/nt/verifier.h"
+#include "platform/host/nt/memory/pool.h"
+#include "platform/host/nt/processor/kernel_guards.h"
+#include "platform/host/nt/simulation/simulated_scheduler.h"
+#include "platform/host/nt/verifier/kernel_faults.h"
+#include "platform/host/nt/verifier/verifier.h"
 #include "scenarios/stated_hangs.h"
 #include "testbed/shared_exposure.h"
 
@@ -46,7 +46,7 @@ class Player {
     const host::ServiceThread thread([this] {
       scenario_.Play(stage_);
       stage_.EndFaults();
-      if (stage_.IsPluggedIn()) stage_.Remove();
+      stage_.EndGuest();
       KeSetEvent(&done_, IO_NO_INCREMENT, FALSE);
     });
     while (!IsDoneWithin(kLook)) {

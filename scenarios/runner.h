@@ -4,8 +4,8 @@
 #include <string_view>
 #include <vector>
 
-#include "scenarios/run_result.h"
-#include "scenarios/scenario.h"
+#include "scenarios/plays/scenario.h"
+#include "scenarios/run/run_result.h"
 
 namespace lidcam::scenarios {
 

@@ -14,9 +14,9 @@
 #include "bus/faults/random_faults.h"
 #include "camera_model/bus_adapter/simulated_bus.h"
 #include "driver/core/base/camera_trace.h"
-#include "platform/host/nt/irp_tracker.h"
-#include "platform/host/nt/pool.h"
-#include "scenarios/random.h"
+#include "platform/host/nt/memory/pool.h"
+#include "platform/host/nt/verifier/irp_tracker.h"
+#include "scenarios/run/random.h"
 #include "testbed/transport_testbed.h"
 
 namespace lidcam::scenarios {

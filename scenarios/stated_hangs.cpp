@@ -4,7 +4,7 @@
 #include <array>
 #include <vector>
 
-#include "platform/host/nt/thread.h"
+#include "platform/host/nt/scheduling/thread.h"
 
 namespace lidcam::scenarios {
 namespace {
@@ -52,12 +52,10 @@ constexpr std::array kStatedHangs{
                      return stage.Trace().HasLostWorkItem() && StopsDevice(stage) &&
                             stage.Device() != nullptr && stage.Device()->ResetGuard >= 0;
                    }},
-    StatedHang{
-        .Name = "request-never-comes-back",
-        .Cause = "the USB stack keeps a request that was cancelled after its five seconds: "
-                 "the wait for its end has no limit, and all other requests wait behind it",
-        .IsIt =
-            [](Stage& stage) { return stage.IsPluggedIn() && stage.Between().HasKeptRequest(); }},
+    StatedHang{.Name = "request-never-comes-back",
+               .Cause = "the USB stack keeps a request that was cancelled after its five seconds: "
+                        "the wait for its end has no limit, and all other requests wait behind it",
+               .IsIt = [](Stage& stage) { return stage.HasKeptRequest(); }},
     StatedHang{.Name = "read-stops-for-good",
                .Cause =
                    "a bridge read of the application path met the frame path and stops: its "

@@ -2,7 +2,7 @@
 
 #include <string_view>
 
-#include "scenarios/stage.h"
+#include "scenarios/stage/stage.h"
 
 namespace lidcam::scenarios {
 

@@ -5,8 +5,8 @@
 #include <utility>
 
 #include "driver/avstream/entry/driver_entry.h"
-#include "platform/host/nt/device_object.h"
-#include "platform/host/nt/plug_and_play.h"
+#include "platform/host/nt/io/device_object.h"
+#include "platform/host/nt/io/plug_and_play.h"
 
 namespace lidcam::testbed {
 namespace {
@@ -21,39 +21,23 @@ void Require(NTSTATUS status, const char* what) {
 }  // namespace
 
 InstalledTestbed::InstalledTestbed(bus::UsbBus& bus, InstalledTestbedOptions options)
-    : options_(std::move(options)), meter_(bus, [] {}) {
-  std::exception_ptr error;
-  try {
-    stack_ = std::make_unique<host::UsbDeviceStack>(
-        meter_, host::UsbStackOptions{.FirstFrame = options_.FirstBusFrame});
-    Install();
-  } catch (const std::exception&) {
-    error = std::current_exception();
-  }
-  if (error == nullptr) return;
-  TakeDown();
-  std::rethrow_exception(error);
+    : Testbed(bus, {std::move(options.DriverKey), options.FirstBusFrame, options.Filter}, [] {}) {
+  Build([this] { Install(); }, [this] { Unload(); });
 }
 
 void InstalledTestbed::Install() {
-  PDEVICE_OBJECT const physicalDevice = stack_->PhysicalDeviceObject();
-  host::FindHostDevice(physicalDevice)->DriverKey = options_.DriverKey;
-  if (options_.Filter != nullptr) options_.Filter->Attach(physicalDevice);
-  host::InitializeDriverObject(driver_);
   std::u16string key = kServiceKey;
   UNICODE_STRING registryPath{};
   registryPath.Buffer = key.data();
   registryPath.Length = static_cast<USHORT>(key.size() * sizeof(char16_t));
   registryPath.MaximumLength = registryPath.Length;
-  Require(DriverEntry(&driver_, &registryPath), "the camera's driver can't be loaded");
-  Require(driver_.DriverExtension->AddDevice(&driver_, physicalDevice),
+  Require(DriverEntry(&DriverObject(), &registryPath), "the camera's driver can't be loaded");
+  Require(DriverObject().DriverExtension->AddDevice(&DriverObject(), PhysicalDevice()),
           "the driver has no room for the camera's device");
 }
 
-void InstalledTestbed::TakeDown() {
-  if (driver_.DriverUnload != nullptr) driver_.DriverUnload(&driver_);
-  if (options_.Filter != nullptr) options_.Filter->Detach();
-  stack_.reset();
+void InstalledTestbed::Unload() {
+  if (DriverObject().DriverUnload != nullptr) DriverObject().DriverUnload(&DriverObject());
 }
 
 InstalledTestbed::~InstalledTestbed() noexcept(false) {
@@ -61,9 +45,9 @@ InstalledTestbed::~InstalledTestbed() noexcept(false) {
 }
 
 void InstalledTestbed::Close() {
-  if (stack_ == nullptr) return;
+  if (!IsPluggedIn()) return;
   Remove();
-  TakeDown();
+  TakeDown([this] { Unload(); });
 }
 
 NTSTATUS InstalledTestbed::Start() {
@@ -88,14 +72,15 @@ NTSTATUS InstalledTestbed::SurpriseRemove() {
 }
 
 PDEVICE_OBJECT InstalledTestbed::TopDevice() const {
-  PDEVICE_OBJECT device = stack_->PhysicalDeviceObject();
+  PDEVICE_OBJECT device = PhysicalDevice();
   while (device->AttachedDevice != nullptr) device = device->AttachedDevice;
   return device;
 }
 
 PDEVICE_OBJECT InstalledTestbed::FunctionalDevice() const {
-  PDEVICE_OBJECT device = stack_->PhysicalDeviceObject();
-  while (device != nullptr && device->DriverObject != &driver_) device = device->AttachedDevice;
+  PDEVICE_OBJECT device = PhysicalDevice();
+  while (device != nullptr && device->DriverObject != &DriverObject())
+    device = device->AttachedDevice;
   return device;
 }
 

@@ -1,14 +1,12 @@
 #pragma once
 
 #include <functional>
-#include <memory>
 #include <string>
 
 #include "bus/usb_bus.h"
 #include "driver/avstream/device/capture_device.h"
-#include "platform/host/usbd/usb_device_stack.h"
 #include "testbed/device_filter.h"
-#include "testbed/metered_bus.h"
+#include "testbed/testbed.h"
 
 namespace lidcam::testbed {
 
@@ -19,21 +17,17 @@ struct InstalledTestbedOptions {
   DeviceFilter* Filter = nullptr;  ///< stands below the driver's device; outlives the camera
 };
 
-/// One camera plugged into one host on which its driver is installed: a bus, the host's USB stack on
-/// it, and the driver as its image brings it, which plug and play has told of the device. Applications
-/// open it by TopDevice().
+/// The entrance of applications: the host has the camera's driver as its image brings it, which plug and
+/// play has told of the device. Applications open it by TopDevice().
 ///
-/// It belongs to the world of the thread that makes it. All calls are for passive level; what plug and
-/// play says comes from one thread at a time, PullPlug() from any.
-class InstalledTestbed {
+/// What plug and play says comes from one thread at a time.
+class InstalledTestbed final : public Testbed {
  public:
   /// Loads the driver and adds the device; it is started by Start().
   ///
   /// @param bus  outlives the camera
   /// @throws std::runtime_error if the driver or the kernel has no room; nothing is left
   InstalledTestbed(bus::UsbBus& bus, InstalledTestbedOptions options);
-  InstalledTestbed(const InstalledTestbed&) = delete;
-  InstalledTestbed& operator=(const InstalledTestbed&) = delete;
 
   /// As Close(), unless it is destroyed by an exception: the world stops then.
   ~InstalledTestbed() noexcept(false);
@@ -47,8 +41,6 @@ class InstalledTestbed {
   /// for files that are still open, and goes with the last one.
   NTSTATUS Remove();
 
-  /// The cable is pulled: the bus and the USB stack know. Any thread of the world.
-  void PullPlug() { stack_->Unplug(); }
   /// PullPlug(), and plug and play tells the driver.
   NTSTATUS SurpriseRemove();
 
@@ -61,19 +53,12 @@ class InstalledTestbed {
   [[nodiscard]] const CaptureDevice& Device() const;
   /// Lets `use` work on the camera's record beside the driver; nothing if there is none any more.
   void WithCamera(const std::function<void(CameraContext& camera)>& use) const;
-  [[nodiscard]] BusEnd End() const { return meter_.End(); }
-  [[nodiscard]] BusMeter Meter() const { return meter_.Meter(); }
 
  private:
   void Install();
-  void TakeDown();
+  void Unload();
   [[nodiscard]] PDEVICE_OBJECT FunctionalDevice() const;
   [[nodiscard]] CaptureDevice& Driver() const;
-
-  const InstalledTestbedOptions options_;
-  MeteredBus meter_;
-  std::unique_ptr<host::UsbDeviceStack> stack_;
-  DRIVER_OBJECT driver_{};
 };
 
 }  // namespace lidcam::testbed

@@ -6,13 +6,13 @@ namespace lidcam::testbed {
 
 bus::ControlResult MeteredBus::ControlTransfer(const bus::SetupPacket& setup,
                                                std::span<std::uint8_t> data) {
-  const bus::ControlResult result = bus_.ControlTransfer(setup, data);
+  const bus::ControlResult result = PassingBus::ControlTransfer(setup, data);
   Note(result.Status);
   return result;
 }
 
 bus::UsbStatus MeteredBus::SelectSetting(std::uint8_t interface, std::uint8_t alternateSetting) {
-  const bus::UsbStatus status = bus_.SelectSetting(interface, alternateSetting);
+  const bus::UsbStatus status = PassingBus::SelectSetting(interface, alternateSetting);
   Note(status);
   return status;
 }
@@ -20,7 +20,7 @@ bus::UsbStatus MeteredBus::SelectSetting(std::uint8_t interface, std::uint8_t al
 bus::IsochronousResult MeteredBus::ReadIsochronous(std::uint8_t endpoint,
                                                    std::span<std::uint8_t> buffer,
                                                    std::span<bus::IsochronousPacket> packets) {
-  const bus::IsochronousResult result = bus_.ReadIsochronous(endpoint, buffer, packets);
+  const bus::IsochronousResult result = PassingBus::ReadIsochronous(endpoint, buffer, packets);
   if (result.Status != bus::UsbStatus::EndOfCapture) {
     bytes_ += std::accumulate(packets.begin(), packets.end(), std::uint64_t{0},
                               [](std::uint64_t sum, const bus::IsochronousPacket& packet) {

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <functional>
 
-#include "bus/usb_bus.h"
+#include "bus/passing_bus.h"
 
 namespace lidcam::testbed {
 
@@ -22,20 +22,18 @@ struct BusMeter {
 };
 
 /// Passes everything on to another bus, counts what is read, and notes the device's end.
-class MeteredBus final : public bus::UsbBus {
+class MeteredBus final : public bus::PassingBus {
  public:
   /// @param bus    outlives this one
   /// @param ended  called once, on the thread of the request that found the device gone
-  MeteredBus(bus::UsbBus& bus, std::function<void()> ended) : bus_(bus), ended_(std::move(ended)) {}
+  MeteredBus(bus::UsbBus& bus, std::function<void()> ended)
+      : PassingBus(bus), ended_(std::move(ended)) {}
 
   bus::ControlResult ControlTransfer(const bus::SetupPacket& setup,
                                      std::span<std::uint8_t> data) override;
   bus::UsbStatus SelectSetting(std::uint8_t interface, std::uint8_t alternateSetting) override;
   bus::IsochronousResult ReadIsochronous(std::uint8_t endpoint, std::span<std::uint8_t> buffer,
                                          std::span<bus::IsochronousPacket> packets) override;
-  void Abort(std::uint8_t endpoint) override { bus_.Abort(endpoint); }
-  [[nodiscard]] std::uint32_t FrameNumber() override { return bus_.FrameNumber(); }
-  void Unplug() override { bus_.Unplug(); }
 
   /// Any thread.
   [[nodiscard]] BusMeter Meter() const { return {bytes_.load(), microframes_.load()}; }
@@ -44,7 +42,6 @@ class MeteredBus final : public bus::UsbBus {
  private:
   void Note(bus::UsbStatus status);
 
-  bus::UsbBus& bus_;
   const std::function<void()> ended_;
   std::atomic<std::uint64_t> bytes_ = 0;
   std::atomic<std::uint64_t> microframes_ = 0;

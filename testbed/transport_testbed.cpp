@@ -7,7 +7,6 @@
 #include "driver/core/base/reference_counted_memory.h"
 #include "driver/frame/delivery/frame_delivery.h"
 #include "platform/host/ks/device/class_rules.h"
-#include "platform/host/nt/device_object.h"
 
 namespace lidcam::testbed {
 namespace {
@@ -94,39 +93,21 @@ struct HostedPin {
 };
 
 TransportTestbed::TransportTestbed(bus::UsbBus& bus, TransportTestbedOptions options)
-    : options_(std::move(options)),
-      meter_(bus, [this] { KeSetEvent(&progress_, IO_NO_INCREMENT, FALSE); }) {
+    : Testbed(bus, {std::move(options.DriverKey), options.FirstBusFrame, options.Filter},
+              [this] { KeSetEvent(&progress_, IO_NO_INCREMENT, FALSE); }),
+      frames_(std::move(options.Frames)),
+      takesFrames_(options.TakesFrames) {
   KeInitializeEvent(&progress_, SynchronizationEvent, FALSE);
   KeInitializeMutex(&consumer_, 0);
-  std::exception_ptr error;
-  try {
-    stack_ = std::make_unique<host::UsbDeviceStack>(
-        meter_, host::UsbStackOptions{.FirstFrame = options_.FirstBusFrame});
-    Build();
-  } catch (const std::exception&) {
-    error = std::current_exception();
-  }
-  if (error == nullptr) return;
-  TakeDown();
-  std::rethrow_exception(error);
+  Build([this] { AddDevice(); }, [this] { ksDevice_.reset(); });
 }
 
-void TransportTestbed::Build() {
-  PDEVICE_OBJECT const physicalDevice = stack_->PhysicalDeviceObject();
-  host::FindHostDevice(physicalDevice)->DriverKey = options_.DriverKey;
-  if (options_.Filter != nullptr) options_.Filter->Attach(physicalDevice);
-  host::InitializeDriverObject(driver_);
-  ksDevice_ = std::make_unique<host::StreamingDevice>(&driver_, physicalDevice);
+void TransportTestbed::AddDevice() {
+  ksDevice_ = std::make_unique<host::StreamingDevice>(&DriverObject(), PhysicalDevice());
   if (!NT_SUCCESS(AddCameraDevice(ksDevice_.get()))) {
     throw std::runtime_error("the driver has no room for the camera's device");
   }
   Device().Pins = &HostedPin::kOperations;
-}
-
-void TransportTestbed::TakeDown() {
-  ksDevice_.reset();
-  if (options_.Filter != nullptr) options_.Filter->Detach();
-  stack_.reset();
 }
 
 TransportTestbed::~TransportTestbed() noexcept(false) {
@@ -134,13 +115,13 @@ TransportTestbed::~TransportTestbed() noexcept(false) {
 }
 
 void TransportTestbed::Close() {
-  if (stack_ == nullptr) return;
+  if (!IsPluggedIn()) return;
   if (isStarted_) {
     Pause();
     Release();
     Stop();
   }
-  TakeDown();
+  TakeDown([this] { ksDevice_.reset(); });
 }
 
 NTSTATUS TransportTestbed::Start() {
@@ -176,7 +157,7 @@ NTSTATUS TransportTestbed::Acquire(const StreamRequest& request) {
   const std::uint32_t starts = camera->FrameStartCount;
   const std::lock_guard lock(countsMutex_);
   counts_ = {};
-  atAcquire_ = meter_.Meter();
+  atAcquire_ = Meter();
   firstFrameStart_ = starts;
   frameStarts_ = starts;
   handlerError_ = nullptr;
@@ -248,7 +229,7 @@ bool TransportTestbed::WaitForFrames(std::uint64_t delivered, LONGLONG limit) {
     if (Counts().Delivered() >= delivered) return true;
     LARGE_INTEGER left{};
     left.QuadPart = static_cast<LONGLONG>(KeQueryInterruptTime()) - end;
-    if (left.QuadPart >= 0 || meter_.End() != BusEnd::None) {
+    if (left.QuadPart >= 0 || End() != BusEnd::None) {
       NoteFrameStarts();
       return false;
     }
@@ -266,7 +247,7 @@ void TransportTestbed::NoteFrameStarts() {
 }
 
 BusMeter TransportTestbed::SinceAcquired() const {
-  const BusMeter now = meter_.Meter();
+  const BusMeter now = Meter();
   return {now.Bytes - atAcquire_.Bytes, now.Microframes - atAcquire_.Microframes};
 }
 
@@ -288,7 +269,7 @@ FrameCounts TransportTestbed::Counts() const {
 NTSTATUS TransportTestbed::Process() {
   const MutexHold hold(consumer_);
   CameraContext* const camera = Device().Camera;
-  if (camera == nullptr || !options_.TakesFrames) return STATUS_UNSUCCESSFUL;
+  if (camera == nullptr || !takesFrames_) return STATUS_UNSUCCESSFUL;
   InterlockedIncrement(&processing_);
   std::uint32_t rawBytes = 0;
   ReferenceCountedMemory* memory = nullptr;
@@ -320,13 +301,13 @@ void TransportTestbed::Deliver(CameraContext& camera, std::uint8_t* raw, std::ui
     frameStarts_ = starts;
     microframe = SinceAcquired().Microframes;
   }
-  if (!options_.Frames) return;
+  if (!frames_) return;
   try {
-    options_.Frames({.Yuy2 = picture_,
-                     .RawFrame = {raw, rawBytes},
-                     .Microframe = microframe,
-                     .IsGood = isGood,
-                     .Camera = camera});
+    frames_({.Yuy2 = picture_,
+             .RawFrame = {raw, rawBytes},
+             .Microframe = microframe,
+             .IsGood = isGood,
+             .Camera = camera});
   } catch (const std::exception&) {
     const std::lock_guard lock(countsMutex_);
     handlerError_ = std::current_exception();

@@ -14,10 +14,9 @@
 #include "driver/core/record/camera_context.h"
 #include "driver/usb/stream/camera_usb_device.h"
 #include "platform/host/ks/device/streaming_device.h"
-#include "platform/host/ks/pin/streaming_pin.h"
-#include "platform/host/usbd/usb_device_stack.h"
+#include "platform/host/ks/pin/requests/streaming_pin.h"
 #include "testbed/device_filter.h"
-#include "testbed/metered_bus.h"
+#include "testbed/testbed.h"
 #include "testbed/worlds.h"
 
 namespace lidcam::testbed {
@@ -67,22 +66,17 @@ struct TransportTestbedOptions {
   DeviceFilter* Filter = nullptr;  ///< stands below the driver's device; outlives the camera
 };
 
-/// One camera plugged into one host: a bus, the host's USB stack on it, the streaming class's device
-/// on that, the driver's device object, and a pin that takes the published raw frames and delivers
-/// them.
+/// The entrance of the device's operations: the streaming class's device, the driver's device object, and
+/// a pin that takes the published raw frames and delivers them.
 ///
-/// It belongs to the world of the thread that makes it (see worlds.h), and so do all threads that
-/// call it. All calls are for passive level. Stream control comes from one thread at a time; PullPlug()
-/// may come from any other one.
-class TransportTestbed {
+/// All threads that call it belong to its world. Stream control comes from one thread at a time.
+class TransportTestbed final : public Testbed {
  public:
   /// Builds the device stack. Nothing goes over the bus before Start().
   ///
   /// @param bus  outlives the camera
   /// @throws std::runtime_error if the kernel has no room for the device objects; nothing is left
   TransportTestbed(bus::UsbBus& bus, TransportTestbedOptions options);
-  TransportTestbed(const TransportTestbed&) = delete;
-  TransportTestbed& operator=(const TransportTestbed&) = delete;
 
   /// As Close(), unless it is destroyed by an exception: the world stops then.
   ~TransportTestbed() noexcept(false);
@@ -100,8 +94,6 @@ class TransportTestbed {
   /// Waits until the pin's worker is at rest, and takes the hardware down. Nothing if it isn't up.
   NTSTATUS Stop();
 
-  /// The cable is pulled: the bus and the USB stack know. Any thread of the world.
-  void PullPlug() { stack_->Unplug(); }
   /// Plug and play tells the driver that its device is gone.
   void TellGone();
   /// PullPlug() and TellGone().
@@ -128,8 +120,6 @@ class TransportTestbed {
 
   /// Any thread.
   [[nodiscard]] FrameCounts Counts() const;
-  /// How the bus ended, if it did.
-  [[nodiscard]] BusEnd End() const { return meter_.End(); }
 
   [[nodiscard]] CameraUsbDevice& Device() const {
     return static_cast<CameraUsbDevice&>(*CaptureDeviceOf(ksDevice_.get()));
@@ -141,8 +131,7 @@ class TransportTestbed {
  private:
   friend struct HostedPin;
 
-  void Build();
-  void TakeDown();
+  void AddDevice();
   NTSTATUS StartHardware();
   void MakePin();
   NTSTATUS Process();
@@ -151,12 +140,10 @@ class TransportTestbed {
   void NoteFrameStarts();
   void RethrowHandlerError();
 
-  const TransportTestbedOptions options_;
+  const FrameHandler frames_;
+  const bool takesFrames_;
   KEVENT progress_{};  ///< a frame was delivered, or the bus ended
   KMUTEX consumer_{};  ///< held while a frame is delivered, and by who must not meet one
-  MeteredBus meter_;
-  DRIVER_OBJECT driver_{};
-  std::unique_ptr<host::UsbDeviceStack> stack_;
   std::unique_ptr<host::StreamingDevice> ksDevice_;
   KS_DATAFORMAT_VIDEOINFOHEADER format_{};
   std::unique_ptr<host::StreamingPin> pin_;

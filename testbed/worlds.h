@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <functional>
 
-#include "platform/host/nt/simulated_scheduler.h"
+#include "platform/host/nt/simulation/simulated_scheduler.h"
 
 namespace lidcam::testbed {
 

@@ -7,15 +7,15 @@ namespace lidcam::bus {
 PendingFault::PendingFault(const BusFault& fault, std::size_t index, std::uint64_t bits)
     : fault_(fault),
       begin_(fault.Place == FaultPlace::Time ? MicroframeOf(fault.At) : fault.At),
-      seed_(bits ^ SplitMix{index}.Next()) {}
+      seed_(bits ^ base::SplitMix{index}.Next()) {}
 
 void PendingFault::CarryOut() {
   ++carriedOut_;
   if (fault_.Count != 0 && carriedOut_ >= fault_.Count) isSpent_ = true;
 }
 
-SplitMix PendingFault::Random() const {
-  return SplitMix{SplitMix{seed_ + carriedOut_}.Next()};
+base::SplitMix PendingFault::Random() const {
+  return base::SplitMix{base::SplitMix{seed_ + carriedOut_}.Next()};
 }
 
 std::vector<PendingFault> FaultsOf(const FaultScript& script, FaultPlace place) {

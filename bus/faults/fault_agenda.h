@@ -5,8 +5,8 @@
 #include <utility>
 #include <vector>
 
+#include "base/split_mix.h"
 #include "bus/faults/fault_script.h"
-#include "bus/faults/split_mix.h"
 
 namespace lidcam::bus {
 
@@ -17,6 +17,11 @@ inline constexpr std::uint64_t kMicrosecondsPerMicroframe = 125;
   return microseconds / kMicrosecondsPerMicroframe;
 }
 
+/// Microframes that a length of time takes, the last one in part perhaps.
+[[nodiscard]] constexpr std::uint64_t MicroframesIn(std::uint64_t microseconds) {
+  return (microseconds + kMicrosecondsPerMicroframe - 1) / kMicrosecondsPerMicroframe;
+}
+
 /// A fault of the script that is not yet, or not wholly, carried out.
 class PendingFault {
  public:
@@ -25,7 +30,7 @@ class PendingFault {
   PendingFault(const BusFault& fault, std::size_t index, std::uint64_t bits);
 
   [[nodiscard]] const BusFault& Fault() const { return fault_; }
-  /// Number of the request, or bus time in microframes.
+  /// Number of the request, bus time in microframes, or FramePacket().
   [[nodiscard]] std::uint64_t Begin() const { return begin_; }
   [[nodiscard]] bool IsSpent() const { return isSpent_; }
   /// @return true at the first call
@@ -36,7 +41,7 @@ class PendingFault {
   void End() { isSpent_ = true; }
 
   /// Bits that depend on the script and on how often this fault was carried out, and on nothing else.
-  [[nodiscard]] SplitMix Random() const;
+  [[nodiscard]] base::SplitMix Random() const;
 
  private:
   BusFault fault_;

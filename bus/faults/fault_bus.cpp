@@ -30,7 +30,7 @@ BusFault MetAt(const BusFault& fault, std::uint64_t number) {
 }  // namespace
 
 FaultBus::FaultBus(UsbBus& bus, FaultBusOptions options)
-    : bus_(bus),
+    : PassingBus(bus),
       sleep_(std::move(options.Sleep)),
       observer_(std::move(options.Observer)),
       control_(options.Script, FaultPlace::Control),
@@ -45,12 +45,12 @@ ControlResult FaultBus::ControlTransfer(const SetupPacket& setup, std::span<std:
     return {status, 0};
   }
   if (plan.OfAnswer.empty() || !setup.IsDeviceToHost()) {
-    const ControlResult result = bus_.ControlTransfer(setup, data);
+    const ControlResult result = PassingBus::ControlTransfer(setup, data);
     Wait(plan.Delay);
     return result;
   }
   const std::vector<std::uint8_t> before(data.begin(), data.end());
-  ControlResult result = bus_.ControlTransfer(setup, data);
+  ControlResult result = PassingBus::ControlTransfer(setup, data);
   if (result.Status == UsbStatus::Ok) DisturbAnswer(plan, result, data, before);
   Wait(plan.Delay);
   return result;
@@ -60,7 +60,7 @@ UsbStatus FaultBus::SelectSetting(std::uint8_t interface, std::uint8_t alternate
   UnplugWhenDue();
   const Plan plan = PlanSetting(alternateSetting);
   UsbStatus status = Begin(plan);
-  if (status == UsbStatus::Ok) status = bus_.SelectSetting(interface, alternateSetting);
+  if (status == UsbStatus::Ok) status = PassingBus::SelectSetting(interface, alternateSetting);
   Wait(plan.Delay);
   return status;
 }
@@ -68,7 +68,7 @@ UsbStatus FaultBus::SelectSetting(std::uint8_t interface, std::uint8_t alternate
 IsochronousResult FaultBus::ReadIsochronous(std::uint8_t endpoint, std::span<std::uint8_t> buffer,
                                             std::span<IsochronousPacket> packets) {
   UnplugWhenDue();
-  IsochronousResult result = bus_.ReadIsochronous(endpoint, buffer, packets);
+  IsochronousResult result = PassingBus::ReadIsochronous(endpoint, buffer, packets);
   if (result.Status != UsbStatus::Ok) return result;
   std::vector<BusFault> begun;
   {
@@ -80,20 +80,12 @@ IsochronousResult FaultBus::ReadIsochronous(std::uint8_t endpoint, std::span<std
   return result;
 }
 
-void FaultBus::Abort(std::uint8_t endpoint) {
-  bus_.Abort(endpoint);
-}
-
-std::uint32_t FaultBus::FrameNumber() {
-  return bus_.FrameNumber();
-}
-
 void FaultBus::Unplug() {
   {
     const std::lock_guard lock{mutex_};
     isUnplugged_ = true;
   }
-  bus_.Unplug();
+  PassingBus::Unplug();
 }
 
 FaultCounts FaultBus::Counts() const {
@@ -149,7 +141,7 @@ void FaultBus::Add(Plan& plan, PendingFault& pending) {
 UsbStatus FaultBus::Begin(const Plan& plan) {
   for (const BusFault& fault : plan.CarriedOut) Note(fault);
   if (!plan.IsUnplugged) return plan.Status;
-  bus_.Unplug();
+  PassingBus::Unplug();
   return UsbStatus::Disconnected;
 }
 
@@ -176,7 +168,7 @@ void FaultBus::DisturbAnswer(const Plan& plan, ControlResult& result, std::span<
 void FaultBus::UnplugWhenDue() {
   const std::optional<std::uint64_t> time = timed_.UnplugTime();
   if (!time) return;
-  if (std::uint64_t{bus_.FrameNumber()} * kMicroframesPerFrame >= *time) PullPlug(*time);
+  if (std::uint64_t{FrameNumber()} * kMicroframesPerFrame >= *time) PullPlug(*time);
 }
 
 void FaultBus::PullPlug(std::uint64_t microframe) {
@@ -185,7 +177,7 @@ void FaultBus::PullPlug(std::uint64_t microframe) {
     if (std::exchange(isUnplugged_, true)) return;
   }
   Note({FaultPlace::Time, FaultKind::Unplug, microframe * kMicrosecondsPerMicroframe, 0, 1});
-  bus_.Unplug();
+  PassingBus::Unplug();
 }
 
 void FaultBus::Note(const BusFault& fault) {

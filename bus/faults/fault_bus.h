@@ -11,7 +11,7 @@
 #include "bus/faults/fault_counts.h"
 #include "bus/faults/fault_script.h"
 #include "bus/faults/timed_faults.h"
-#include "bus/usb_bus.h"
+#include "bus/passing_bus.h"
 
 namespace lidcam::bus {
 
@@ -26,12 +26,13 @@ struct FaultBusOptions {
   std::function<void(const std::string& line)> Observer{};
 };
 
-/// Passes everything on to another bus and lets go wrong what a script says.
+/// Passes everything on to another bus and lets go wrong what a script says, but for the faults of frames,
+/// which only a camera can have.
 ///
 /// Equal scripts over equal traffic give equal faults: requests are counted, the stream's time is
 /// the bus's own, and flipped bits follow from the script. A request that the other bus refuses keeps its
 /// refusal. Threads may use it as they may use the other bus.
-class FaultBus final : public UsbBus {
+class FaultBus final : public PassingBus {
  public:
   /// @param bus  outlives this one
   FaultBus(UsbBus& bus, FaultBusOptions options);
@@ -40,8 +41,6 @@ class FaultBus final : public UsbBus {
   UsbStatus SelectSetting(std::uint8_t interface, std::uint8_t alternateSetting) override;
   IsochronousResult ReadIsochronous(std::uint8_t endpoint, std::span<std::uint8_t> buffer,
                                     std::span<IsochronousPacket> packets) override;
-  void Abort(std::uint8_t endpoint) override;
-  [[nodiscard]] std::uint32_t FrameNumber() override;
   void Unplug() override;
 
   /// What was carried out so far.
@@ -71,7 +70,6 @@ class FaultBus final : public UsbBus {
   void Tell(const BusFault& fault) const;
   void Wait(std::uint64_t microseconds) const;
 
-  UsbBus& bus_;
   const std::function<void(std::uint64_t)> sleep_;
   const std::function<void(const std::string&)> observer_;
 

@@ -5,7 +5,8 @@
 namespace lidcam::bus {
 namespace {
 
-constexpr std::array<std::string_view, kFaultPlaceCount> kHeadings{"control", "setting", "stream"};
+constexpr std::array<std::string_view, kFaultPlaceCount> kHeadings{"control", "setting", "stream",
+                                                                   "frame"};
 
 }  // namespace
 

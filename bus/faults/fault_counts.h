@@ -1,7 +1,9 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <numeric>
 #include <string>
 
@@ -13,6 +15,11 @@ namespace lidcam::bus {
 class FaultCounts {
  public:
   void Add(FaultPlace place, FaultKind kind) { ++counts_[Index(place, kind)]; }
+
+  void Add(const FaultCounts& others) {
+    std::transform(counts_.begin(), counts_.end(), others.counts_.begin(), counts_.begin(),
+                   std::plus());
+  }
 
   [[nodiscard]] std::uint64_t Of(FaultPlace place, FaultKind kind) const {
     return counts_[Index(place, kind)];

@@ -15,7 +15,8 @@ constexpr std::size_t kMicrosecondDigits = 6;
 constexpr std::size_t kLongestQuote = 40;
 
 constexpr std::string_view kBlanks = " \t\r\v\f";
-constexpr std::string_view kPlaces = "control NUMBER, setting NUMBER, at TIME or bits NUMBER";
+constexpr std::string_view kPlaces =
+    "control NUMBER, setting NUMBER, at TIME, frame NUMBER packet NUMBER or bits NUMBER";
 
 // An error stays one line whatever bytes the script holds.
 std::string Quoted(std::string_view word) {
@@ -87,6 +88,8 @@ std::string_view Sufferer(FaultPlace place) {
       return "a control request";
     case FaultPlace::Setting:
       return "a setting";
+    case FaultPlace::Frame:
+      return "a packet of a frame";
     case FaultPlace::Time:
       break;
   }
@@ -147,10 +150,18 @@ class Statement {
 };
 
 FaultPlace ReadPlace(Statement& statement, std::string_view word) {
-  for (const FaultPlace place : {FaultPlace::Control, FaultPlace::Setting, FaultPlace::Time}) {
+  for (const FaultPlace place :
+       {FaultPlace::Control, FaultPlace::Setting, FaultPlace::Time, FaultPlace::Frame}) {
     if (word == WordOf(place)) return place;
   }
   statement.Fail(Quoted(word) + " is no place; right would be " + std::string(kPlaces));
+}
+
+std::uint64_t ReadFramePacket(Statement& statement) {
+  const std::uint64_t frame = statement.Number("the number of a frame", 1, kHighestFrame);
+  const std::string_view word = statement.Next("packet NUMBER");
+  if (word != "packet") statement.Fail(Quoted(word) + " is not packet NUMBER");
+  return FramePacket(frame, statement.Number("the number of a packet", 1, kHighestPacketOfFrame));
 }
 
 std::uint64_t ReadAt(Statement& statement, FaultPlace place) {
@@ -159,6 +170,8 @@ std::uint64_t ReadAt(Statement& statement, FaultPlace place) {
       return statement.Number("the number of a control request", 1, kHighestControlRequest);
     case FaultPlace::Setting:
       return statement.Number("the number of an alternate setting", 0, kHighestSetting);
+    case FaultPlace::Frame:
+      return ReadFramePacket(statement);
     case FaultPlace::Time:
       break;
   }

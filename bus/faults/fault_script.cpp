@@ -33,12 +33,36 @@ constexpr std::array kForms{
     FaultForm{FaultPlace::Time, FaultKind::Silent},
     FaultForm{FaultPlace::Time, FaultKind::Silence, FaultAmount::Time, false},
     FaultForm{FaultPlace::Time, FaultKind::Unplug, FaultAmount::None, false},
+
+    FaultForm{FaultPlace::Frame, FaultKind::Lose},
+    FaultForm{FaultPlace::Frame, FaultKind::Short},
+    FaultForm{FaultPlace::Frame, FaultKind::Oversize},
+    FaultForm{FaultPlace::Frame, FaultKind::Corrupt},
+    FaultForm{FaultPlace::Frame, FaultKind::Marker},
+    FaultForm{FaultPlace::Frame, FaultKind::FalseStart},
+    FaultForm{FaultPlace::Frame, FaultKind::Error},
+    FaultForm{FaultPlace::Frame, FaultKind::Pause, FaultAmount::Time, false},
+    FaultForm{FaultPlace::Frame, FaultKind::Silence, FaultAmount::Time, false},
+    FaultForm{FaultPlace::Frame, FaultKind::Stall, FaultAmount::None, false},
 };
 
 std::string TimeText(std::uint64_t microseconds) {
   if (microseconds % 1'000'000 == 0) return std::to_string(microseconds / 1'000'000) + "s";
   if (microseconds % 1'000 == 0) return std::to_string(microseconds / 1'000) + "ms";
   return std::to_string(microseconds) + "us";
+}
+
+std::string AtText(const BusFault& fault) {
+  switch (fault.Place) {
+    case FaultPlace::Control:
+    case FaultPlace::Setting:
+      break;
+    case FaultPlace::Time:
+      return TimeText(fault.At);
+    case FaultPlace::Frame:
+      return std::to_string(FrameOf(fault.At)) + " packet " + std::to_string(PacketOf(fault.At));
+  }
+  return std::to_string(fault.At);
 }
 
 FaultAmount AmountOf(const BusFault& fault) {
@@ -55,21 +79,21 @@ std::span<const FaultForm> FaultForms() {
 }
 
 std::string_view WordOf(FaultPlace place) {
-  constexpr std::array<std::string_view, kFaultPlaceCount> kWords{"control", "setting", "at"};
+  constexpr std::array<std::string_view, kFaultPlaceCount> kWords{"control", "setting", "at",
+                                                                  "frame"};
   return kWords[static_cast<std::size_t>(place)];
 }
 
 std::string_view WordOf(FaultKind kind) {
   constexpr std::array<std::string_view, kFaultKindCount> kWords{
-      "stall", "fail",     "silent", "late",        "short", "corrupt", "refuse",
-      "lose",  "oversize", "marker", "false-start", "error", "silence", "unplug"};
+      "stall",    "fail",   "silent",      "late",  "short",   "corrupt", "refuse", "lose",
+      "oversize", "marker", "false-start", "error", "silence", "unplug",  "pause"};
   return kWords[static_cast<std::size_t>(kind)];
 }
 
 std::string ToText(const BusFault& fault) {
-  const bool isTime = fault.Place == FaultPlace::Time;
   std::string text{WordOf(fault.Place)};
-  text += " " + (isTime ? TimeText(fault.At) : std::to_string(fault.At));
+  text += " " + AtText(fault);
   text += " ";
   text += WordOf(fault.Kind);
   const FaultAmount amount = AmountOf(fault);

@@ -15,11 +15,12 @@ enum class FaultPlace : std::uint8_t {
   Control,  ///< a control request, counted from 1 since the bus was made
   Setting,  ///< the selection of an alternate setting
   Time,     ///< the isochronous reads from a bus time on
+  Frame,    ///< a packet of the frames that a simulated camera sends; other buses know no frames
 };
-inline constexpr std::size_t kFaultPlaceCount = 3;
+inline constexpr std::size_t kFaultPlaceCount = 4;
 
 enum class FaultKind : std::uint8_t {
-  Stall,
+  Stall,       ///< the request is refused; for a frame: the endpoint halts until it is cleared
   Fail,        ///< the request or the whole read fails on the wire
   Silent,      ///< the request or the whole read is never answered
   Late,        ///< the answer waits for `Amount` microseconds
@@ -33,14 +34,16 @@ enum class FaultKind : std::uint8_t {
   Error,       ///< the packet comes with a bus error
   Silence,     ///< the device sends nothing for `Amount` microseconds
   Unplug,
+  Pause,  ///< the frame stands still for `Amount` microseconds, and none of it is lost
 };
-inline constexpr std::size_t kFaultKindCount = 14;
+inline constexpr std::size_t kFaultKindCount = 15;
 
 /// One thing that goes wrong.
 struct BusFault {
   FaultPlace Place = FaultPlace::Control;
   FaultKind Kind = FaultKind::Stall;
-  std::uint64_t At = 0;      ///< number of the request, number of the setting, or microseconds
+  /// Number of the request, number of the setting, microseconds, or FramePacket().
+  std::uint64_t At = 0;
   std::uint64_t Amount = 0;  ///< microseconds or bytes, where the kind wants them
   std::uint32_t Count = 1;  ///< requests, packets or reads in a row; 0 is every time (Setting only)
 
@@ -74,6 +77,22 @@ inline constexpr std::uint64_t kLatestFaultTime = 500'000'000'000;
 inline constexpr std::uint64_t kHighestControlRequest = 1'000'000'000;
 inline constexpr std::uint64_t kHighestFaultCount = 1'000'000'000;
 inline constexpr std::size_t kMostFaults = 100'000;
+inline constexpr std::uint64_t kHighestFrame = 1'000'000'000;
+inline constexpr std::uint64_t kHighestPacketOfFrame = 1'000'000'000;
+
+/// Where a packet stands among all that a camera sends.
+///
+/// @param frame   counted from 1 since the camera was plugged in
+/// @param packet  of the frame, from 1; the first one begins with the marker
+[[nodiscard]] constexpr std::uint64_t FramePacket(std::uint64_t frame, std::uint64_t packet) {
+  return frame << 32 | packet;
+}
+[[nodiscard]] constexpr std::uint64_t FrameOf(std::uint64_t at) {
+  return at >> 32;
+}
+[[nodiscard]] constexpr std::uint64_t PacketOf(std::uint64_t at) {
+  return at & 0xFFFFFFFF;
+}
 
 /// Reads a script.
 ///

@@ -16,21 +16,6 @@ void PutMarker(std::span<std::uint8_t> share, std::size_t at) {
             share.begin() + static_cast<std::ptrdiff_t>(at));
 }
 
-}  // namespace
-
-// Bits that lie behind each other by one step each: no two are the same.
-void FlipBits(std::span<std::uint8_t> bytes, SplitMix random) {
-  const std::uint64_t bits = bytes.size() * 8;
-  if (bits == 0) return;
-  const std::uint64_t count = random.Between(1, std::min(kMostFlippedBits, bits));
-  const std::uint64_t step = random.Between(1, std::max<std::uint64_t>(1, (bits - 1) / count));
-  std::uint64_t bit = random.Between(0, bits - 1);
-  for (std::uint64_t i = 0; i < count; ++i) {
-    bytes[bit / 8] = static_cast<std::uint8_t>(bytes[bit / 8] ^ (1U << (bit % 8)));
-    bit = (bit + step) % bits;
-  }
-}
-
 std::uint32_t ShortestPacketFor(FaultKind kind) {
   switch (kind) {
     case FaultKind::Marker:
@@ -43,8 +28,28 @@ std::uint32_t ShortestPacketFor(FaultKind kind) {
   }
 }
 
+}  // namespace
+
+// Bits that lie behind each other by one step each: no two are the same.
+void FlipBits(std::span<std::uint8_t> bytes, base::SplitMix random) {
+  const std::uint64_t bits = bytes.size() * 8;
+  if (bits == 0) return;
+  const std::uint64_t count = random.Between(1, std::min(kMostFlippedBits, bits));
+  const std::uint64_t step = random.Between(1, std::max<std::uint64_t>(1, (bits - 1) / count));
+  std::uint64_t bit = random.Between(0, bits - 1);
+  for (std::uint64_t i = 0; i < count; ++i) {
+    bytes[bit / 8] = static_cast<std::uint8_t>(bytes[bit / 8] ^ (1U << (bit % 8)));
+    bit = (bit + step) % bits;
+  }
+}
+
+bool IsFitFor(FaultKind kind, std::span<const std::uint8_t> share,
+              const IsochronousPacket& packet) {
+  return packet.Length >= ShortestPacketFor(kind) && packet.Length <= share.size();
+}
+
 void DisturbPacket(FaultKind kind, std::span<std::uint8_t> share, IsochronousPacket& packet,
-                   SplitMix random) {
+                   base::SplitMix random) {
   switch (kind) {
     case FaultKind::Lose:
     case FaultKind::Silence:

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <tuple>
 
+#include "base/split_mix.h"
 #include "bus/faults/fault_agenda.h"
-#include "bus/faults/split_mix.h"
 
 namespace lidcam::bus {
 namespace {
@@ -59,7 +59,7 @@ constexpr Choice kChoices[] = {
     {RandomFaultMix::Everything, FaultPlace::Control, FaultKind::Silent, 1, 0, 0, 2},
 };
 
-const Choice& Draw(SplitMix& random, RandomFaultMix mix) {
+const Choice& Draw(base::SplitMix& random, RandomFaultMix mix) {
   std::uint32_t weights = 0;
   for (const Choice& choice : kChoices) weights += choice.Mix <= mix ? choice.Weight : 0;
   std::uint64_t rest = random.Between(0, weights - 1);
@@ -73,24 +73,25 @@ const Choice& Draw(SplitMix& random, RandomFaultMix mix) {
   return *chosen;
 }
 
-std::uint64_t DrawTime(SplitMix& random, std::uint64_t length) {
+std::uint64_t DrawTime(base::SplitMix& random, std::uint64_t length) {
   return random.Between(0, length / kMicrosecondsPerMicroframe - 1) * kMicrosecondsPerMicroframe;
 }
 
-std::uint64_t DrawPlace(SplitMix& random, FaultPlace place, std::uint64_t length) {
+std::uint64_t DrawPlace(base::SplitMix& random, FaultPlace place, std::uint64_t length) {
   switch (place) {
     case FaultPlace::Control:
       return random.Between(1, kRequestsAtStart + length / kSecond * kRequestsInOneSecond);
     case FaultPlace::Setting:
       return random.Between(0, kHighestRandomSetting);
     case FaultPlace::Time:
+    case FaultPlace::Frame:
       break;
   }
   return DrawTime(random, length);
 }
 
 // The order of the draws is part of what a seed means.
-BusFault DrawFault(SplitMix& random, RandomFaultMix mix, std::uint64_t length) {
+BusFault DrawFault(base::SplitMix& random, RandomFaultMix mix, std::uint64_t length) {
   const Choice& choice = Draw(random, mix);
   BusFault fault;
   fault.Place = choice.Place;
@@ -109,7 +110,7 @@ FaultScript RandomFaults(std::uint64_t seed, std::chrono::microseconds duration,
                          RandomFaultMix mix) {
   const auto length = static_cast<std::uint64_t>(
       std::clamp<std::chrono::microseconds::rep>(duration.count(), kMillisecond, kLatestFaultTime));
-  SplitMix random{seed};
+  base::SplitMix random{seed};
   FaultScript script;
   script.Bits = random.Next();
   const std::uint64_t count =

@@ -45,9 +45,7 @@ void Empty(std::span<IsochronousPacket> packets, UsbStatus status) {
 
 // A silence ends by time, whatever fell into it; the other faults end by their count.
 void ApplySilence(PendingFault& pending, const Read& read) {
-  const std::uint64_t length =
-      (pending.Fault().Amount + kMicrosecondsPerMicroframe - 1) / kMicrosecondsPerMicroframe;
-  const std::uint64_t end = pending.Begin() + length;
+  const std::uint64_t end = pending.Begin() + MicroframesIn(pending.Fault().Amount);
   std::uint64_t microframe = read.Start;
   for (IsochronousPacket& packet : read.Packets) {
     if (microframe >= pending.Begin() && microframe < end && packet.Length != 0) {
@@ -65,8 +63,7 @@ void ApplyToPackets(PendingFault& pending, const Read& read) {
   for (IsochronousPacket& packet : read.Packets) {
     if (pending.IsSpent()) return;
     const auto share = read.ShareOf(packet);
-    const bool isFit = packet.Length >= ShortestPacketFor(kind) && packet.Length <= share.size();
-    if (microframe >= pending.Begin() && isFit) {
+    if (microframe >= pending.Begin() && IsFitFor(kind, share, packet)) {
       DisturbPacket(kind, share, packet, pending.Random());
       read.Note(pending, microframe);
       pending.CarryOut();

@@ -1,14 +1,15 @@
 #include "camera_model/bus_adapter/simulated_bus.h"
 
 #include <algorithm>
-#include <thread>
 #include <utility>
+
+#include "base/time_units.h"
 
 namespace lidcam::bus {
 namespace {
 
 constexpr std::uint64_t kQueuedMicroframes = 1024;
-constexpr std::chrono::microseconds kMicroframe{125};
+constexpr std::chrono::microseconds kMicroframe{base::kMicrosecondsPerMicroframe};
 constexpr std::uint8_t kSetInterfaceType = 0x01;
 constexpr std::uint8_t kSetInterface = 11;
 
@@ -27,24 +28,8 @@ std::uint64_t SimulatedBus::Now() const {
   return static_cast<std::uint64_t>((std::chrono::steady_clock::now() - start_) / kMicroframe);
 }
 
-const ControlFault* SimulatedBus::FaultOf(std::uint64_t request) const {
-  for (const ControlFault& fault : options_.ControlFaults) {
-    if (fault.Request == request) return &fault;
-  }
-  return nullptr;
-}
-
 ControlResult SimulatedBus::ControlTransfer(const SetupPacket& setup,
                                             std::span<std::uint8_t> data) {
-  const std::uint64_t request = controlRequests_.fetch_add(1);
-  if (const ControlFault* fault = FaultOf(request); fault != nullptr) {
-    std::this_thread::sleep_for(fault->Delay);
-    if (fault->Status != UsbStatus::Ok) return {fault->Status, 0};
-  }
-  return ServeControl(setup, data);
-}
-
-ControlResult SimulatedBus::ServeControl(const SetupPacket& setup, std::span<std::uint8_t> data) {
   if (isUnplugged_) return {UsbStatus::Disconnected, 0};
   if (data.size() < setup.Length) return {UsbStatus::Failed, 0};
   const std::lock_guard lock{deviceMutex_};
@@ -63,7 +48,7 @@ ControlResult SimulatedBus::ServeControl(const SetupPacket& setup, std::span<std
 }
 
 UsbStatus SimulatedBus::SelectSetting(std::uint8_t interface, std::uint8_t alternateSetting) {
-  return ServeControl({kSetInterfaceType, kSetInterface, alternateSetting, interface, 0}, {})
+  return ControlTransfer({kSetInterfaceType, kSetInterface, alternateSetting, interface, 0}, {})
       .Status;
 }
 
@@ -132,6 +117,7 @@ IsochronousResult SimulatedBus::ReadIsochronous(std::uint8_t endpoint,
     status = ReadSome(first + done, share, static_cast<std::uint32_t>(done * share), buffer,
                       packets.subspan(done, count));
     done += count;
+    TellFrameFaults();
   }
   for (std::size_t i = done; i < packets.size(); ++i) packets[i].Status = status;
   const std::lock_guard lock{waitMutex_};
@@ -157,6 +143,31 @@ void SimulatedBus::Unplug() {
   const std::lock_guard lock{waitMutex_};
   isUnplugged_ = true;
   wake_.notify_all();
+}
+
+void SimulatedBus::DisturbFrames(const FaultScript& script,
+                                 std::function<void(const std::string&)> observer) {
+  const std::lock_guard lock{deviceMutex_};
+  device_.Stream().SetFaults(script);
+  observer_ = std::move(observer);
+}
+
+FaultCounts SimulatedBus::FrameFaultCounts() {
+  const std::lock_guard lock{deviceMutex_};
+  return device_.Stream().Faults().Counts();
+}
+
+void SimulatedBus::TellFrameFaults() {
+  std::vector<BusFault> begun;
+  std::function<void(const std::string&)> observer;
+  {
+    const std::lock_guard lock{deviceMutex_};
+    begun = device_.Stream().Faults().TakeBegun();
+    if (begun.empty()) return;
+    observer = observer_;
+  }
+  if (!observer) return;
+  for (const BusFault& fault : begun) observer("bus  fault " + ToText(fault));
 }
 
 void SimulatedBus::WithCamera(const std::function<void(camera_model::UsbDevice&)>& look) {

@@ -8,11 +8,13 @@
 #include <limits>
 #include <memory>
 #include <mutex>
-#include <vector>
+#include <string>
 
+#include "bus/faults/fault_counts.h"
+#include "bus/faults/fault_script.h"
 #include "bus/usb_bus.h"
-#include "camera_model/camera_options.h"
-#include "camera_model/usb_device.h"
+#include "camera_model/device/camera_options.h"
+#include "camera_model/device/usb_device.h"
 
 namespace lidcam::bus {
 
@@ -22,19 +24,11 @@ enum class Pacing : std::uint8_t {
   RealTime,     ///< a microframe takes 125 us of the machine's steady clock
 };
 
-/// A control transfer that goes wrong or is answered late.
-struct ControlFault {
-  std::uint64_t Request = 0;              ///< counted from 0 since the bus was made
-  UsbStatus Status = UsbStatus::Stalled;  ///< Ok: the request is served, only late
-  std::chrono::milliseconds Delay{0};     ///< waited for in both pacings
-};
-
 struct SimulatedBusOptions {
   camera_model::UsbDeviceOptions Camera{};
   Pacing Pace = Pacing::FreeRunning;
   /// Bytes per microframe that the bus has room for; settings that need more are refused.
   std::uint32_t BandwidthLimit = std::numeric_limits<std::uint32_t>::max();
-  std::vector<ControlFault> ControlFaults{};
 };
 
 /// A bus with one simulated camera on it. All operations may be called from any thread.
@@ -53,25 +47,35 @@ class SimulatedBus final : public UsbBus {
   [[nodiscard]] std::uint32_t FrameNumber() override;
   void Unplug() override;
 
+  /// Lets go wrong what a script says of the camera's frames, in place of what went wrong before. What it
+  /// says of requests and times is for a FaultBus in front of this one.
+  ///
+  /// @param observer  gets one line for each fault when it begins, such as
+  ///                  "bus  fault frame 3 packet 5 lose", on the thread of the read; free to wait
+  void DisturbFrames(const FaultScript& script,
+                     std::function<void(const std::string& line)> observer = {});
+  /// What the camera's frames have suffered so far.
+  [[nodiscard]] FaultCounts FrameFaultCounts();
+
   /// Lets `look` at the camera while nothing else uses it: to change the light, to disturb packets,
   /// to see the LED.
   void WithCamera(const std::function<void(camera_model::UsbDevice&)>& look);
 
  private:
   [[nodiscard]] std::uint64_t Now() const;
-  [[nodiscard]] ControlResult ServeControl(const SetupPacket& setup, std::span<std::uint8_t> data);
-  [[nodiscard]] const ControlFault* FaultOf(std::uint64_t request) const;
   [[nodiscard]] std::uint64_t BeginRead();
   /// Waits until the microframe has gone by; Ok, Aborted or Disconnected.
   [[nodiscard]] UsbStatus WaitFor(std::uint64_t microframe);
   UsbStatus ReadSome(std::uint64_t microframe, std::size_t share, std::uint32_t offset,
                      std::span<std::uint8_t> buffer, std::span<IsochronousPacket> packets);
+  void TellFrameFaults();
 
   const SimulatedBusOptions options_;
   const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
 
-  std::mutex deviceMutex_;  ///< guards device_; never held while waiting
+  std::mutex deviceMutex_;  ///< guards device_ and observer_; never held while waiting
   camera_model::UsbDevice device_;
+  std::function<void(const std::string&)> observer_;
 
   std::mutex waitMutex_;  ///< guards isReading_ and isAborted_
   std::condition_variable wake_;
@@ -79,7 +83,6 @@ class SimulatedBus final : public UsbBus {
   bool isAborted_ = false;
   std::atomic<bool> isUnplugged_{false};
   std::atomic<std::uint64_t> nextMicroframe_{0};
-  std::atomic<std::uint64_t> controlRequests_{0};
 };
 
 /// Makes a bus with the camera that the options describe.

@@ -1,4 +1,4 @@
-#include "camera_model/bridge.h"
+#include "camera_model/chips/bridge.h"
 
 #include <gtest/gtest.h>
 

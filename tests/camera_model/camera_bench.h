@@ -6,8 +6,8 @@
 #include <span>
 #include <vector>
 
-#include "camera_model/bridge.h"
-#include "camera_model/sensor_model.h"
+#include "camera_model/chips/bridge.h"
+#include "camera_model/chips/sensor_model.h"
 
 namespace lidcam::camera_model {
 

@@ -1,4 +1,4 @@
-#include "camera_model/camera_options.h"
+#include "camera_model/device/camera_options.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

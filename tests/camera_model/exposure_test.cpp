@@ -1,4 +1,4 @@
-#include "camera_model/exposure.h"
+#include "camera_model/optics/exposure.h"
 
 #include <gtest/gtest.h>
 

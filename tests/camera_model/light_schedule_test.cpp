@@ -1,4 +1,4 @@
-#include "camera_model/light_schedule.h"
+#include "camera_model/optics/light_schedule.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -31,13 +31,13 @@ TEST(LightSchedule, TimesAreSecondsOrMilliseconds) {
             (LightSchedule{{0, 1}, {0.5, 2}, {2.5, 3}, {2.501, 4}}));
 }
 
-struct ErrorRow {
+struct BadStep {
   const char* Text;
   const char* Wrong;
   const char* Right;
 };
 
-class BadLight : public testing::TestWithParam<ErrorRow> {};
+class BadLight : public testing::TestWithParam<BadStep> {};
 
 TEST_P(BadLight, IsToldWithWhatWouldBeRight) {
   try {
@@ -51,30 +51,30 @@ TEST_P(BadLight, IsToldWithWhatWouldBeRight) {
 
 INSTANTIATE_TEST_SUITE_P(
     Texts, BadLight,
-    testing::Values(ErrorRow{"", "a step is empty", "LIGHT@TIME"},
-                    ErrorRow{"300lx,", "a step is empty", "5lx@4s"},
-                    ErrorRow{"300lx;;5lx@4s", "a step is empty", "5lx@4s"},
-                    ErrorRow{"bright", "\"bright\" is no light", "such as 300lx"},
-                    ErrorRow{"300", "\"300\" is no light", "such as 300lx"},
-                    ErrorRow{"lx", "\"lx\" is no light", "such as 300lx"},
-                    ErrorRow{"@0s", "\"\" is no light", "such as 300lx"},
-                    ErrorRow{"-5lx", "\"-5lx\" is no light", "such as 300lx"},
-                    ErrorRow{"1e3lx", "\"1e3lx\" is no light", "such as 300lx"},
-                    ErrorRow{"inflx", "\"inflx\" is no light", "such as 300lx"},
-                    ErrorRow{"1.2.3lx", "\"1.2.3lx\" is no light", "such as 300lx"},
-                    ErrorRow{".lx", "\".lx\" is no light", "such as 300lx"},
-                    ErrorRow{"300 lx", "\"300 lx\" is no light", "such as 300lx"},
-                    ErrorRow{"100001lx", "\"100001lx\" is more light", "0lx to 100000lx"},
-                    ErrorRow{"300lx@", "\"\" is no time", "such as 4s"},
-                    ErrorRow{"300lx@0", "\"0\" is no time", "such as 4s"},
-                    ErrorRow{"300lx@0min", "\"0min\" is no time", "such as 4s"},
-                    ErrorRow{"300lx@0s,5lx@-4s", "\"-4s\" is no time", "such as 4s"},
-                    ErrorRow{"300lx@0s@1s", "\"0s@1s\" is no time", "such as 4s"},
-                    ErrorRow{"300lx@1s", "\"300lx@1s\" is the first step", "begin at 0s"},
-                    ErrorRow{"300lx@0s,5lx", "\"5lx\" has no time", "LIGHT@TIME"},
-                    ErrorRow{"300lx@0s,5lx@4s,6lx@4s", "\"6lx@4s\" is not later", "ascend"},
-                    ErrorRow{"300lx@0s,5lx@4s,6lx@3999ms", "\"6lx@3999ms\" is not later", "ascend"},
-                    ErrorRow{"300lx@0s,5lx@0s", "\"5lx@0s\" is not later", "ascend"}));
+    testing::Values(BadStep{"", "a step is empty", "LIGHT@TIME"},
+                    BadStep{"300lx,", "a step is empty", "5lx@4s"},
+                    BadStep{"300lx;;5lx@4s", "a step is empty", "5lx@4s"},
+                    BadStep{"bright", "\"bright\" is no light", "such as 300lx"},
+                    BadStep{"300", "\"300\" is no light", "such as 300lx"},
+                    BadStep{"lx", "\"lx\" is no light", "such as 300lx"},
+                    BadStep{"@0s", "\"\" is no light", "such as 300lx"},
+                    BadStep{"-5lx", "\"-5lx\" is no light", "such as 300lx"},
+                    BadStep{"1e3lx", "\"1e3lx\" is no light", "such as 300lx"},
+                    BadStep{"inflx", "\"inflx\" is no light", "such as 300lx"},
+                    BadStep{"1.2.3lx", "\"1.2.3lx\" is no light", "such as 300lx"},
+                    BadStep{".lx", "\".lx\" is no light", "such as 300lx"},
+                    BadStep{"300 lx", "\"300 lx\" is no light", "such as 300lx"},
+                    BadStep{"100001lx", "\"100001lx\" is more light", "0lx to 100000lx"},
+                    BadStep{"300lx@", "\"\" is no time", "such as 4s"},
+                    BadStep{"300lx@0", "\"0\" is no time", "such as 4s"},
+                    BadStep{"300lx@0min", "\"0min\" is no time", "such as 4s"},
+                    BadStep{"300lx@0s,5lx@-4s", "\"-4s\" is no time", "such as 4s"},
+                    BadStep{"300lx@0s@1s", "\"0s@1s\" is no time", "such as 4s"},
+                    BadStep{"300lx@1s", "\"300lx@1s\" is the first step", "begin at 0s"},
+                    BadStep{"300lx@0s,5lx", "\"5lx\" has no time", "LIGHT@TIME"},
+                    BadStep{"300lx@0s,5lx@4s,6lx@4s", "\"6lx@4s\" is not later", "ascend"},
+                    BadStep{"300lx@0s,5lx@4s,6lx@3999ms", "\"6lx@3999ms\" is not later", "ascend"},
+                    BadStep{"300lx@0s,5lx@0s", "\"5lx@0s\" is not later", "ascend"}));
 
 TEST(LightSchedule, AStepHoldsFromItsMomentOn) {
   const LightSchedule schedule{{0, 300}, {4, 5}, {12, 50}};

@@ -1,4 +1,4 @@
-#include "camera_model/picture_processing.h"
+#include "camera_model/optics/picture_processing.h"
 
 #include <gtest/gtest.h>
 

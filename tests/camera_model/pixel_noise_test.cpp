@@ -1,4 +1,4 @@
-#include "camera_model/pixel_noise.h"
+#include "camera_model/optics/pixel_noise.h"
 
 #include <gtest/gtest.h>
 

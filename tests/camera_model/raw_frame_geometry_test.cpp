@@ -1,4 +1,4 @@
-#include "camera_model/raw_frame_geometry.h"
+#include "camera_model/frames/raw_frame_geometry.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "camera_model/raw_frame_stream.h"
+#include "camera_model/frames/raw_frame_stream.h"
 
 #include <gtest/gtest.h>
 

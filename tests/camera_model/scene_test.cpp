@@ -1,4 +1,4 @@
-#include "camera_model/scene.h"
+#include "camera_model/scene/scene.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -11,7 +11,7 @@
 #include <fstream>
 #include <stdexcept>
 
-#include "camera_model/test_card.h"
+#include "camera_model/scene/test_card.h"
 
 namespace lidcam::camera_model {
 namespace {

@@ -1,4 +1,4 @@
-#include "camera_model/sensor_model.h"
+#include "camera_model/chips/sensor_model.h"
 
 #include <gtest/gtest.h>
 

@@ -6,8 +6,8 @@
 #include <utility>
 #include <vector>
 
-#include "camera_model/raw_frame_stream.h"
-#include "camera_model/test_card.h"
+#include "camera_model/frames/raw_frame_stream.h"
+#include "camera_model/scene/test_card.h"
 #include "tests/camera_model/camera_bench.h"
 
 namespace lidcam::camera_model {

@@ -1,4 +1,4 @@
-#include "camera_model/usb_device.h"
+#include "camera_model/device/usb_device.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -19,13 +19,13 @@ std::vector<std::uint8_t> Descriptor(UsbDevice& device, std::uint16_t value,
   return data;
 }
 
-struct IdentityRow {
+struct DeviceRow {
   std::uint16_t Vendor;
   std::uint16_t Product;
   std::vector<SensorModel> Sensors;
 };
 
-const IdentityRow kIdentities[] = {
+const DeviceRow kIdentities[] = {
     {0x1AF0, 0x0511, {SensorModel::VGA0708, SensorModel::VGA0408}},
     {0x1AF0,
      0x6010,
@@ -41,7 +41,7 @@ const IdentityRow kIdentities[] = {
 
 TEST(UsbDevice, SevenIdentitiesWithTheirSensors) {
   ASSERT_EQ(AllIdentities().size(), 7U);
-  for (const IdentityRow& row : kIdentities) {
+  for (const DeviceRow& row : kIdentities) {
     const CameraIdentity* identity = FindIdentity(row.Vendor, row.Product);
     ASSERT_NE(identity, nullptr);
     EXPECT_THAT(std::vector(identity->Sensors.begin(), identity->Sensors.end()),
@@ -54,7 +54,7 @@ TEST(UsbDevice, SevenIdentitiesWithTheirSensors) {
 }
 
 TEST(UsbDevice, DeviceDescriptorTellsTheIdentity) {
-  for (const IdentityRow& row : kIdentities) {
+  for (const DeviceRow& row : kIdentities) {
     UsbDevice device{{.VendorId = row.Vendor, .ProductId = row.Product}};
     const auto low = [](std::uint16_t word) { return static_cast<std::uint8_t>(word); };
     const auto high = [](std::uint16_t word) { return static_cast<std::uint8_t>(word >> 8); };

@@ -5,10 +5,15 @@
 #include <stdexcept>
 #include <utility>
 
-#include "apps/lidcam/base/host_environment.h"
+#include "apps/lidcam/camera/bus_gates.h"
+#include "apps/lidcam/settings/host_environment.h"
+#include "apps/lidcam/settings/stream_size.h"
 #include "driver/core/control/control_codes.h"
 #include "driver/exposure/auto_exposure.h"
+#include "platform/host/nt/io/device_object.h"
 #include "platform/host/nt/registry/registry.h"
+#include "platform/host/nt/system/status_words.h"
+#include "testbed/worlds.h"
 
 namespace lidcam::app {
 namespace {
@@ -19,6 +24,19 @@ bus::SimulatedBusOptions BusFor(const LoopSetup& setup) {
   options.Camera.Light.Schedule = setup.Light;
   options.Camera.View = setup.View;
   return options;
+}
+
+void Require(NTSTATUS status, const char* operation) {
+  if (NT_SUCCESS(status)) return;
+  throw std::runtime_error(std::string(operation) + ": " + host::StatusText(status));
+}
+
+void SetCode(CameraContext& context, std::uint32_t code, std::int32_t value) {
+  ControlRecord record{};
+  record.Code = code;
+  record.Value = value;
+  if (SetControl(context, record) == 0) return;
+  throw std::runtime_error("the camera refuses control code " + std::to_string(code));
 }
 
 }  // namespace
@@ -38,34 +56,108 @@ LoopEnvironment::~LoopEnvironment() {
 }
 
 ClosedLoop::ClosedLoop(const LoopSetup& setup, PictureHandler pictures)
-    : setup_(setup), pictures_(std::move(pictures)), bus_(BusFor(setup)), camera_(bus_) {
-  constexpr std::uint32_t kFlicker = 40;
-  Set(kFlicker, setup.Flicker);
-  if (setup.StartIndex) AeIndex = *setup.StartIndex;
-  stream_ = std::make_unique<NativeStream>(camera_,
-                                           StreamSize{.Delivered = setup.Size, .Raw = setup.Size},
-                                           [this](const DeliveredFrame& frame) { Take(frame); });
+    : setup_(setup), pictures_(std::move(pictures)), bus_(BusFor(setup)) {
+  std::unique_lock lock(mutex_);
+  thread_ = std::thread([this] { Live(); });
+  try {
+    WaitForAnswer(lock);
+  } catch (...) {
+    lock.unlock();
+    thread_.join();
+    throw;
+  }
 }
 
-void ClosedLoop::Take(const DeliveredFrame& frame) {
-  FrameRow row = ReadFrameRow(camera_.Context(), frame, events_.OfNewestFrame());
+ClosedLoop::~ClosedLoop() {
+  {
+    const std::lock_guard lock(mutex_);
+    work_ = nullptr;
+    isAsked_ = true;
+  }
+  turn_.notify_all();
+  thread_.join();
+}
+
+// The thread's whole life is one world.
+void ClosedLoop::Live() {
+  std::exception_ptr error;
+  try {
+    testbed::RunInVirtualTime({.KeepsFreedPool = false}, [this] {
+      SettingGate gate(bus_);
+      gate.Allow(
+          SettingsFor({.Delivered = setup_.Size, .Raw = setup_.Size}, {SensorTypeVGA0708, true}));
+      testbed::WithTransportTestbed(
+          gate,
+          {.DriverKey = host::ImagingDriverKey(0),
+           .Frames = [this](const testbed::HostedFrame& frame) { Take(frame); }},
+          [this](testbed::TransportTestbed& camera) { Serve(camera); });
+    });
+  } catch (...) {
+    error = std::current_exception();
+  }
+  const std::lock_guard lock(mutex_);
+  error_ = error;
+  isAsked_ = false;
+  turn_.notify_all();
+}
+
+void ClosedLoop::Serve(testbed::TransportTestbed& camera) {
+  constexpr std::uint32_t kFlicker = 40;
+  Require(camera.Start(), "start");
+  camera.WithCamera([this](CameraContext& context) { SetCode(context, kFlicker, setup_.Flicker); });
+  if (setup_.StartIndex) AeIndex = *setup_.StartIndex;
+  Require(camera.Acquire({.Width = setup_.Size.Width, .Height = setup_.Size.Height}), "acquire");
+  Require(camera.Run(), "run");
+  std::unique_lock lock(mutex_);
+  for (;;) {
+    isAsked_ = false;
+    turn_.notify_all();
+    turn_.wait(lock, [this] { return isAsked_; });
+    if (!work_) return;
+    try {
+      work_(camera);
+    } catch (const std::exception&) {
+      error_ = std::current_exception();
+    }
+  }
+}
+
+void ClosedLoop::WaitForAnswer(std::unique_lock<std::mutex>& lock) {
+  turn_.wait(lock, [this] { return !isAsked_; });
+  if (error_ != nullptr) std::rethrow_exception(std::exchange(error_, nullptr));
+}
+
+void ClosedLoop::Ask(Work work) {
+  std::unique_lock lock(mutex_);
+  work_ = std::move(work);
+  isAsked_ = true;
+  turn_.notify_all();
+  WaitForAnswer(lock);
+}
+
+void ClosedLoop::Take(const testbed::HostedFrame& frame) {
+  const DeliveredFrame delivered{
+      .Yuy2 = frame.Yuy2, .RawFrame = frame.RawFrame, .Microframe = frame.Microframe};
+  FrameRow row = ReadFrameRow(frame.Camera, delivered, events_.OfNewestFrame());
   row.Frame = rows_.size() + 1;
   row.Lux = camera_model::LuxAt(setup_.Light, row.Seconds);
   rows_.push_back(row);
-  if (pictures_) pictures_(frame);
+  if (pictures_) pictures_(delivered);
 }
 
 void ClosedLoop::Set(std::uint32_t code, std::int32_t value) {
-  ControlRecord record{};
-  record.Code = code;
-  record.Value = value;
-  if (SetControl(camera_.Context(), record) == 0) return;
-  throw std::runtime_error("the camera refuses control code " + std::to_string(code));
+  Ask([&](testbed::TransportTestbed& camera) {
+    camera.WithCamera([&](CameraContext& context) { SetCode(context, code, value); });
+  });
 }
 
 void ClosedLoop::RunFrames(std::size_t count) {
+  constexpr LONGLONG kLongestFrame = testbed::kSecond;
   const std::size_t wanted = rows_.size() + count;
-  while (rows_.size() < wanted) stream_->ReadTransfer();
+  Ask([&](testbed::TransportTestbed& camera) {
+    if (camera.WaitForFrames(wanted, static_cast<LONGLONG>(count + 10) * kLongestFrame)) return;
+    throw std::runtime_error("the camera sends no more frames");
+  });
 }
 
 }  // namespace lidcam::app

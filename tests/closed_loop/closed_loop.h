@@ -1,19 +1,22 @@
 #pragma once
 
+#include <condition_variable>
 #include <cstdint>
+#include <exception>
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
-#include "apps/lidcam/camera/core_camera.h"
 #include "apps/lidcam/frames/frame_log.h"
 #include "camera_model/bus_adapter/simulated_bus.h"
-#include "camera_model/light_schedule.h"
-#include "camera_model/scene.h"
-#include "tests/closed_loop/native_stream.h"
+#include "camera_model/optics/light_schedule.h"
+#include "camera_model/scene/scene.h"
+#include "testbed/transport_testbed.h"
 
 namespace lidcam::app {
 
@@ -45,35 +48,52 @@ struct LoopSetup {
   return hertz == 60 ? 2 : 1;
 }
 
-/// A simulated camera of the kind whose exposure the host steers, and a stream from it, frame by
-/// frame in bus time that stands still between the reads.
+/// A simulated camera of the kind whose exposure the host steers, and a stream from it under the driver.
+///
+/// It has a world of virtual time to itself, on a thread of its own that stands still, and the bus with it,
+/// while nothing is asked of the loop.
 class ClosedLoop {
  public:
   using PictureHandler = std::function<void(const DeliveredFrame& frame)>;
 
+  /// Streams from here on; what the camera or the driver refuses is thrown.
   /// @param pictures  sees every delivered frame; may be empty
   explicit ClosedLoop(const LoopSetup& setup, PictureHandler pictures = {});
+  ClosedLoop(const ClosedLoop&) = delete;
+  ClosedLoop& operator=(const ClosedLoop&) = delete;
+  ~ClosedLoop();
 
-  /// Reads until `count` more frames have been delivered.
+  /// Streams until `count` more frames have been delivered.
   void RunFrames(std::size_t count);
 
   /// All frames so far.
   [[nodiscard]] const std::vector<FrameRow>& Rows() const { return rows_; }
-  [[nodiscard]] CameraContext& Context() { return camera_.Context(); }
 
   /// Sets a control by its code. Throws std::runtime_error if the camera refuses.
   void Set(std::uint32_t code, std::int32_t value);
 
  private:
-  void Take(const DeliveredFrame& frame);
+  using Work = std::function<void(testbed::TransportTestbed& camera)>;
 
-  LoopSetup setup_;
-  PictureHandler pictures_;
+  void Live();
+  void Serve(testbed::TransportTestbed& camera);
+  /// Has the loop's thread do something, and throws what that throws.
+  void Ask(Work work);
+  void WaitForAnswer(std::unique_lock<std::mutex>& lock);
+  void Take(const testbed::HostedFrame& frame);
+
+  const LoopSetup setup_;
+  const PictureHandler pictures_;
   bus::SimulatedBus bus_;
-  CoreCamera camera_;
   ExposureEventCounter events_;
   std::vector<FrameRow> rows_;
-  std::unique_ptr<NativeStream> stream_;
+
+  std::mutex mutex_;  ///< guards what follows
+  std::condition_variable turn_;
+  Work work_;
+  bool isAsked_ = true;  ///< at first, to begin
+  std::exception_ptr error_;
+  std::thread thread_;
 };
 
 }  // namespace lidcam::app

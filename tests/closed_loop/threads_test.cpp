@@ -6,41 +6,43 @@
 #include <cstddef>
 #include <thread>
 
-#include "apps/lidcam/camera/core_camera.h"
+#include "apps/lidcam/camera/bus_gates.h"
 #include "camera_model/bus_adapter/simulated_bus.h"
 #include "driver/exposure/auto_exposure.h"
+#include "testbed/transport_testbed.h"
+#include "testbed/worlds.h"
 #include "tests/closed_loop/closed_loop.h"
-#include "tests/closed_loop/native_stream.h"
 #include "tests/driver/support/shared_exposure.h"
 
 namespace lidcam::app {
 namespace {
 
-void StreamUntil(CoreCamera& camera, std::size_t frames, std::size_t& delivered) {
-  constexpr PictureSize kSize{160, 120};
-  NativeStream stream(camera, {.Delivered = kSize, .Raw = kSize},
-                      [&delivered](const DeliveredFrame&) { ++delivered; });
-  while (delivered < frames) stream.ReadTransfer();
-}
-
-bus::SimulatedBusOptions Lit(double lux) {
+void Stream(double lux, std::size_t frames, std::size_t& delivered) {
   bus::SimulatedBusOptions options;
   options.Camera.Light.Schedule = {{0, lux}};
-  return options;
+  bus::SimulatedBus bus(options);
+  SettingGate gate(bus);
+  gate.Allow(SettingsFor({.Delivered = {160, 120}, .Raw = PictureSize{160, 120}},
+                         {SensorTypeVGA0708, true}));
+  testbed::RunInVirtualTime({.KeepsFreedPool = false}, [&] {
+    testbed::WithTransportTestbed(gate, {}, [&](testbed::TransportTestbed& camera) {
+      ASSERT_EQ(camera.Start(), STATUS_SUCCESS);
+      ASSERT_EQ(camera.Acquire({.Width = 160, .Height = 120}), STATUS_SUCCESS);
+      ASSERT_EQ(camera.Run(), STATUS_SUCCESS);
+      EXPECT_TRUE(camera.WaitForFrames(frames, 100 * testbed::kSecond));
+      delivered = camera.Counts().Delivered();
+    });
+  });
 }
 
 TEST(TwoCameras, OnTwoThreadsShareTheLoopAndBothDeliver) {
   constexpr std::size_t kFrames = 200;
   const LoopEnvironment environment;
   test::ResetSharedExposure();
-  bus::SimulatedBus brightBus(Lit(2200));
-  bus::SimulatedBus darkBus(Lit(1));
-  CoreCamera brightCamera(brightBus);
-  CoreCamera darkCamera(darkBus);
   std::size_t bright = 0;
   std::size_t dark = 0;
-  std::thread other([&] { StreamUntil(brightCamera, kFrames, bright); });
-  StreamUntil(darkCamera, kFrames, dark);
+  std::thread other([&] { Stream(2200, kFrames, bright); });
+  Stream(1, kFrames, dark);
   other.join();
   EXPECT_GE(bright, kFrames);
   EXPECT_GE(dark, kFrames);

@@ -23,10 +23,6 @@ constexpr GUID kCapturePins = {
 constexpr GUID kStillEvents = {
     0xDB47DE20, 0xF628, 0x11D1, {0xBA, 0x41, 0x00, 0xA0, 0xC9, 0x0D, 0x2B, 0x05}};
 
-bool IsSame(const GUID& one, const GUID& other) {
-  return std::memcmp(&one, &other, sizeof(GUID)) == 0;
-}
-
 class Filter : public EveryCamera {};
 LIDCAM_ON_EVERY_CAMERA(Filter);
 

@@ -5,14 +5,14 @@
 #include <filesystem>
 #include <stdexcept>
 
-#include "bus/capture/capture_bus.h"
-#include "bus/capture/recording_bus.h"
+#include "bus/capture/recording/recording_bus.h"
+#include "bus/capture/replay/capture_bus.h"
 #include "bus/enumeration.h"
 #include "bus/faults/fault_bus.h"
 #include "camera_model/bus_adapter/simulated_bus.h"
 #include "platform/host/client/client_error.h"
-#include "platform/host/nt/handles.h"
-#include "platform/host/nt/pool.h"
+#include "platform/host/nt/memory/pool.h"
+#include "platform/host/nt/objects/handles.h"
 #include "platform/host/nt/registry/registry.h"
 #include "testbed/worlds.h"
 #include "tests/driver/support/shared_exposure.h"

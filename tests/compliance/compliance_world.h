@@ -2,19 +2,25 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <cstring>
 
+#include <cstring>
 #include <functional>
 #include <memory>
 #include <string>
 
 #include "bus/usb_bus.h"
-#include "camera_model/camera_options.h"
+#include "camera_model/device/camera_options.h"
 #include "platform/host/client/camera.h"
 #include "platform/host/client/stream.h"
-#include "platform/host/nt/simulated_scheduler.h"
+#include "platform/host/nt/simulation/simulated_scheduler.h"
 #include "testbed/installed_testbed.h"
 
 namespace lidcam::compliance {
+
+inline bool IsSame(const GUID& one, const GUID& other) {
+  return std::memcmp(&one, &other, sizeof(GUID)) == 0;
+}
 
 inline constexpr LONGLONG kMillisecond = 10'000;  // 100 ns
 inline constexpr LONGLONG kSecond = 1000 * kMillisecond;

@@ -5,7 +5,7 @@
 
 #include "bus/faults/fault_bus.h"
 #include "camera_model/bus_adapter/simulated_bus.h"
-#include "platform/host/nt/pool.h"
+#include "platform/host/nt/memory/pool.h"
 #include "testbed/worlds.h"
 #include "tests/compliance/compliance_world.h"
 

@@ -46,10 +46,6 @@ constexpr GUID kVideoInfo2 = {
 constexpr GUID kRgb24Pictures = {
     0xE436EB7D, 0x524F, 0x11CE, {0x9F, 0x53, 0x00, 0x20, 0xAF, 0x0B, 0xA7, 0x70}};
 
-bool IsSame(const GUID& one, const GUID& other) {
-  return std::memcmp(&one, &other, sizeof(GUID)) == 0;
-}
-
 class FormatOfSize : public ::testing::TestWithParam<std::tuple<CameraKind, Size>> {};
 
 TEST_P(FormatOfSize, IsDeliveredInWholeSanePictures) {

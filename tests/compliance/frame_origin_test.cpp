@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <array>
 
-#include "scenarios/stamped_camera.h"
+#include "scenarios/camera/stamped_camera.h"
 #include "tests/compliance/compliance_world.h"
 #include "tests/compliance/frame_rules.h"
 

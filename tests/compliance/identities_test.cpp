@@ -6,7 +6,7 @@
 #include <string>
 #include <utility>
 
-#include "camera_model/camera_identity.h"
+#include "camera_model/device/camera_identity.h"
 #include "tests/compliance/compliance_world.h"
 #include "tests/compliance/frame_rules.h"
 #include "tests/compliance/property_table.h"

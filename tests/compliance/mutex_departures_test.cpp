@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "platform/host/client/stream.h"
-#include "platform/host/nt/plug_and_play.h"
-#include "platform/host/nt/wdm_version.h"
+#include "platform/host/nt/io/plug_and_play.h"
+#include "platform/host/nt/system/wdm_version.h"
 #include "testbed/mutex_departures.h"
 #include "tests/compliance/compliance_world.h"
 

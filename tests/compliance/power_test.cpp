@@ -1,6 +1,6 @@
 // The machine sleeps and wakes, with and without a stream.
 
-#include "platform/host/nt/plug_and_play.h"
+#include "platform/host/nt/io/plug_and_play.h"
 
 #include <gtest/gtest.h>
 #include "tests/compliance/compliance_world.h"

@@ -5,7 +5,7 @@
 #include <tuple>
 #include <vector>
 
-#include "platform/host/nt/plug_and_play.h"
+#include "platform/host/nt/io/plug_and_play.h"
 #include "tests/compliance/compliance_world.h"
 #include "tests/compliance/frame_rules.h"
 #include "tests/compliance/property_table.h"

@@ -14,7 +14,7 @@ using client::Stream;
 class UnbalancedStops : public EveryCamera {};
 LIDCAM_ON_EVERY_CAMERA(UnbalancedStops);
 
-constexpr KSSTATE kStates[] = {KSSTATE_STOP, KSSTATE_ACQUIRE, KSSTATE_PAUSE, KSSTATE_RUN};
+constexpr KSSTATE kStreamStates[] = {KSSTATE_STOP, KSSTATE_ACQUIRE, KSSTATE_PAUSE, KSSTATE_RUN};
 
 TEST_P(UnbalancedStops, SecondOneIsSuccessAndChangesNothing) {
   Run([](Host& host) {
@@ -85,7 +85,7 @@ TEST_P(UnbalancedStops, FromAnAcquisitionThatNeverRanBarTheStreamAsWell) {
 }
 
 TEST_P(UnbalancedStops, ClosingAPinInAnyStateLeavesTheCameraToTheNextOne) {
-  for (const KSSTATE state : kStates) {
+  for (const KSSTATE state : kStreamStates) {
     SCOPED_TRACE(state);
     Run([state](Host& host) {
       const Camera camera = host.Open();

@@ -1,4 +1,4 @@
-#include "platform/host/nt/debug_print.h"
+#include "platform/host/nt/system/debug_print.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

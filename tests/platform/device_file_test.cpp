@@ -1,6 +1,6 @@
 // What an application's file does to the device that it opens.
 
-#include "platform/host/nt/device_file.h"
+#include "platform/host/nt/io/device_file.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/host/nt/device_object.h"
+#include "platform/host/nt/io/device_object.h"
 #include "tests/platform/simulation_support.h"
 
 namespace lidcam::host {

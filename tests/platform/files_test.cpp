@@ -1,4 +1,4 @@
-#include "platform/host/nt/files.h"
+#include "platform/host/nt/files/files.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -15,7 +15,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/host/nt/handles.h"
+#include "platform/host/nt/objects/handles.h"
 #include "tests/driver/support/file_size_limit.h"
 #include "tests/driver/support/system_root.h"
 #include "tests/driver/support/unprivileged_user.h"

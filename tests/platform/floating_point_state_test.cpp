@@ -1,4 +1,4 @@
-#include "platform/host/nt/floating_point_state.h"
+#include "platform/host/nt/processor/floating_point_state.h"
 
 #include <gtest/gtest.h>
 

@@ -5,8 +5,8 @@
 #include <vector>
 
 #include "platform/host/nt/declarations/nt_declarations.h"
-#include "platform/host/nt/device_object.h"
-#include "platform/host/nt/irp_tracker.h"
+#include "platform/host/nt/io/device_object.h"
+#include "platform/host/nt/verifier/irp_tracker.h"
 #include "tests/platform/simulation_support.h"
 
 namespace lidcam::host {

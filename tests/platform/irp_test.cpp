@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "platform/host/nt/kernel_faults.h"
-#include "platform/host/nt/pool.h"
+#include "platform/host/nt/memory/pool.h"
+#include "platform/host/nt/verifier/kernel_faults.h"
 #include "tests/platform/irp_support.h"
 
 namespace lidcam::host {

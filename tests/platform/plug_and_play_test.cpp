@@ -1,7 +1,7 @@
 // What plug and play and the power manager say to a device's drivers, and how a USB device that no
 // driver has taken answers.
 
-#include "platform/host/nt/plug_and_play.h"
+#include "platform/host/nt/io/plug_and_play.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -13,9 +13,9 @@
 #include <vector>
 
 #include "camera_model/bus_adapter/simulated_bus.h"
-#include "platform/host/nt/device_file.h"
-#include "platform/host/nt/device_object.h"
-#include "platform/host/usbd/usb_device_stack.h"
+#include "platform/host/nt/io/device_file.h"
+#include "platform/host/nt/io/device_object.h"
+#include "platform/host/usbd/device/usb_device_stack.h"
 #include "tests/platform/simulation_support.h"
 
 namespace lidcam::host {

@@ -1,4 +1,4 @@
-#include "platform/host/nt/pool.h"
+#include "platform/host/nt/memory/pool.h"
 
 #include <gtest/gtest.h>
 

@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-#include "platform/host/nt/thread.h"
+#include "platform/host/nt/scheduling/thread.h"
 #include "platform/shared_access.h"
 #include "tests/platform/simulation_support.h"
 

@@ -9,8 +9,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "platform/host/nt/device_object.h"
-#include "platform/host/nt/handles.h"
+#include "platform/host/nt/io/device_object.h"
+#include "platform/host/nt/objects/handles.h"
 #include "platform/host/nt/registry/registry.h"
 #include "tests/platform/registry_support.h"
 
@@ -244,7 +244,7 @@ TEST_F(RegistryCalls, AHookSeesEachCallAndCanRefuseIt) {
 
 class RegistryFileCalls : public RegistryCalls {
  protected:
-  void Reopen(host::RegistryFileSteps steps = {}) {
+  void Reopen(base::FileReplacementSteps steps = {}) {
     host::OpenRegistry({.File = folder_.File(), .Message = nullptr, .Steps = std::move(steps)});
   }
   RegistryFolder folder_;

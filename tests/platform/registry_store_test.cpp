@@ -34,7 +34,7 @@ std::u16string Name(unsigned number) {
 /// The messages of a store over a folder's file.
 class RegistryFileStore : public ::testing::Test {
  protected:
-  RegistryOptions Options(host::RegistryFileSteps steps = {}) {
+  RegistryOptions Options(base::FileReplacementSteps steps = {}) {
     return {.File = folder_.File(),
             .Message = [this](const std::string& message) { messages_.push_back(message); },
             .Steps = std::move(steps)};
@@ -195,7 +195,7 @@ TEST_F(RegistryFileStore, ThreadsAtOnceLoseNoValue) {
 struct PowerCut {};
 
 // The machine stops at the given byte, or at the given step behind the last byte.
-host::RegistryFileSteps CutAt(std::size_t bytes, int stepsAfter) {
+base::FileReplacementSteps CutAt(std::size_t bytes, int stepsAfter) {
   struct Budget {
     std::size_t Bytes;
     int Steps;

@@ -9,8 +9,8 @@
 #include <utility>
 
 #include "platform/host/nt/declarations/nt_declarations.h"
-#include "platform/host/nt/simulated_scheduler.h"
-#include "platform/host/nt/verifier.h"
+#include "platform/host/nt/simulation/simulated_scheduler.h"
+#include "platform/host/nt/verifier/verifier.h"
 
 namespace lidcam::host {
 

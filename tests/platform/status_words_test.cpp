@@ -1,4 +1,4 @@
-#include "platform/host/nt/status_words.h"
+#include "platform/host/nt/system/status_words.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -5,9 +5,9 @@
 #include <set>
 #include <vector>
 
-#include "platform/host/nt/device_object.h"
-#include "platform/host/nt/handles.h"
-#include "platform/host/nt/kernel_faults.h"
+#include "platform/host/nt/io/device_object.h"
+#include "platform/host/nt/objects/handles.h"
+#include "platform/host/nt/verifier/kernel_faults.h"
 #include "tests/platform/simulation_support.h"
 #include "tests/platform/terminating_thread.h"
 

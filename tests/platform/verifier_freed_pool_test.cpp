@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/host/nt/pool.h"
+#include "platform/host/nt/memory/pool.h"
 #include "tests/driver/support/sanitizers.h"
 #include "tests/platform/simulation_support.h"
 

@@ -6,7 +6,7 @@
 #include <functional>
 #include <string>
 
-#include "platform/host/nt/no_allocation_scope.h"
+#include "platform/host/nt/verifier/no_allocation_scope.h"
 #include "tests/platform/irp_support.h"
 
 namespace lidcam::host {

@@ -6,7 +6,7 @@
 #include <cstring>
 #include <string>
 
-#include "platform/host/nt/pool.h"
+#include "platform/host/nt/memory/pool.h"
 #include "tests/platform/simulation_support.h"
 
 namespace lidcam::host {

@@ -1,6 +1,6 @@
 // Each use of the kernel that it refuses, and what it says then.
 
-#include "platform/host/nt/verifier.h"
+#include "platform/host/nt/verifier/verifier.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

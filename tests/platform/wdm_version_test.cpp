@@ -1,4 +1,4 @@
-#include "platform/host/nt/wdm_version.h"
+#include "platform/host/nt/system/wdm_version.h"
 
 #include <gtest/gtest.h>
 

@@ -2,9 +2,10 @@
 
 #include <gtest/gtest.h>
 
-#include "platform/host/nt/thread.h"
+#include "platform/host/nt/scheduling/thread.h"
+#include "scenarios/plays/sequences.h"
 #include "scenarios/runner.h"
-#include "scenarios/sequences.h"
+#include "scenarios/stage/transport_stage.h"
 
 namespace lidcam::scenarios {
 namespace {
@@ -18,7 +19,8 @@ TEST(LateScenarios, TransferIsCompletedOnAnotherProcessorAndTheStreamGoesOn) {
   isDeferred = false;
   const RunResult result = PlayLate(
       [](Stage& stage) {
-        stage.PlugInAndStream();
+        TransportStage& camera = TransportStage::On(stage);
+        camera.PlugInAndStream();
         stage.Between().CompleteElsewhere({.Ahead =
                                                [] {
                                                  const host::Thread& self = host::CurrentThread();
@@ -26,9 +28,9 @@ TEST(LateScenarios, TransferIsCompletedOnAnotherProcessorAndTheStreamGoesOn) {
                                                               self.Name.starts_with("DPC");
                                                },
                                            .Behind = [] {}});
-        stage.Require(stage.FramesCome(5), "no frames come");
-        stage.Pause();
-        stage.Release();
+        stage.Require(camera.FramesCome(5), "no frames come");
+        camera.Pause();
+        camera.Release();
       },
       3);
   EXPECT_EQ(result.Outcome, Verdict::Passed) << result.What;
@@ -38,12 +40,13 @@ TEST(LateScenarios, TransferIsCompletedOnAnotherProcessorAndTheStreamGoesOn) {
 TEST(LateScenarios, TransferThatFailsOnAnotherProcessorIsRecoveredFrom) {
   const RunResult result = PlayLate(
       [](Stage& stage) {
+        TransportStage& camera = TransportStage::On(stage);
         stage.AllowDisturbedFrames();
         PlugOptions options;
         options.Camera.HasTwinPipes = true;
-        stage.PlugInAndStream(options);
+        camera.PlugInAndStream(options);
         stage.Between().CompleteElsewhere({.Fails = true, .Ahead = [] {}, .Behind = [] {}});
-        ExpectRecovery(stage, true);
+        ExpectRecovery(camera, true);
       },
       4);
   EXPECT_EQ(result.Outcome, Verdict::Passed) << result.What;
@@ -55,9 +58,10 @@ TEST(LateScenarios, RemovalWaitsForATransferThatIsStillBeingCompletedElsewhere) 
   isCompleted = false;
   const RunResult result = PlayLate(
       [](Stage& stage) {
+        TransportStage& camera = TransportStage::On(stage);
         stage.AllowDisturbedFrames();
-        stage.AllowLateTransfers();
-        stage.PlugInAndStream();
+        camera.AllowLateTransfers();
+        camera.PlugInAndStream();
         stage.Between().CompleteElsewhere(
             {.Ahead =
                  [&stage] {
@@ -67,7 +71,7 @@ TEST(LateScenarios, RemovalWaitsForATransferThatIsStillBeingCompletedElsewhere) 
                  },
              .Behind = [] { isCompleted = true; }});
         stage.Sleep(20 * kMillisecond);
-        stage.Remove();
+        camera.Remove();
         stage.RequireAlways(isCompleted, "the camera was removed first");
       },
       5);

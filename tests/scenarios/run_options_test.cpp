@@ -7,6 +7,7 @@
 
 #include "platform/shared_access.h"
 #include "scenarios/runner.h"
+#include "scenarios/stage/transport_stage.h"
 #include "tests/driver/support/sanitizers.h"
 
 namespace lidcam::scenarios {
@@ -160,8 +161,9 @@ TEST(Exposure, LoopRunsWithItOnly) {
 
 TEST(Exposure, BringUpTakesTheTimeOfItsRequests) {
   const auto start = [](Stage& stage) {
-    stage.PlugIn();
-    stage.Start();
+    TransportStage& camera = TransportStage::On(stage);
+    camera.PlugIn();
+    camera.Start();
   };
   EXPECT_EQ(PlayBody(start, 1, {}).Time, 0);
   EXPECT_GT(PlayBody(start, 1, kExposure).Time, 20 * kMillisecond);

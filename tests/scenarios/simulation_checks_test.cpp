@@ -5,10 +5,11 @@
 
 #include <memory>
 
-#include "platform/host/nt/device_file.h"
-#include "scenarios/checked_stream.h"
-#include "scenarios/client_stage.h"
+#include "platform/host/nt/io/device_file.h"
+#include "scenarios/clients/checked_stream.h"
+#include "scenarios/clients/client_stage.h"
 #include "scenarios/runner.h"
+#include "scenarios/stage/transport_stage.h"
 
 namespace lidcam::scenarios {
 namespace {
@@ -31,9 +32,10 @@ TEST(SimulationChecks, RequestThatNobodyFreesIsFound) {
 
 TEST(SimulationChecks, RequestThatARemovedCameraLeavesIsFound) {
   ExpectFailure(Play([](Stage& stage) {
-                  stage.PlugInAndStream();
+                  TransportStage& camera = TransportStage::On(stage);
+                  camera.PlugInAndStream();
                   static_cast<void>(IoAllocateIrp(1, FALSE));
-                  stage.Remove();
+                  camera.Remove();
                 }),
                 "a removed camera has left 1 request(s) (at step 'remove')");
 }
@@ -65,7 +67,8 @@ TEST(SimulationChecks, HangThatNoRuleStatesIsAFailure) {
 
 TEST(SimulationChecks, TornFrameOnABusWithoutFaultsIsFound) {
   ExpectFailure(Play([](Stage& stage) {
-                  stage.PlugInAndStream();
+                  TransportStage& camera = TransportStage::On(stage);
+                  camera.PlugInAndStream();
                   stage.Sleep(500 * kMillisecond);
                   for (std::uint32_t i = 0; i < 40; ++i) {
                     stage.Camera().CorruptReads(1);
@@ -82,10 +85,11 @@ TEST(SimulationChecks, StatusThatADriverMayNotGiveIsFound) {
 
 TEST(SimulationChecks, StreamThatStaysSilentWithoutARecoveryIsFound) {
   ExpectFailure(Play([](Stage& stage) {
-                  stage.PlugInAndStream();
+                  TransportStage& camera = TransportStage::On(stage);
+                  camera.PlugInAndStream();
                   stage.Camera().SilenceReads(7);
                   stage.Sleep(300 * kMillisecond);
-                  stage.RequireFramesOrFirstPipe();
+                  camera.RequireFramesOrFirstPipe();
                 }),
                 "no frames come");
 }
@@ -179,10 +183,11 @@ TEST(SimulationChecks, FileThatAClientLeavesOpenIsFound) {
 
 TEST(SimulationChecks, RunThatIsSoundPassesAfterAllOfThem) {
   const RunResult result = Play([](Stage& stage) {
-    stage.PlugInAndStream();
-    stage.RequireFramesOrFirstPipe();
-    stage.Pause();
-    stage.Release();
+    TransportStage& camera = TransportStage::On(stage);
+    camera.PlugInAndStream();
+    camera.RequireFramesOrFirstPipe();
+    camera.Pause();
+    camera.Release();
   });
   EXPECT_EQ(result.Outcome, Verdict::Passed) << result.Report;
 }

@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "scenarios/stamped_camera.h"
+#include "scenarios/camera/stamped_camera.h"
 
 namespace lidcam::scenarios {
 namespace {

@@ -4,7 +4,7 @@
 #include <set>
 #include <vector>
 
-#include "scenarios/surroundings.h"
+#include "scenarios/camera/surroundings.h"
 
 namespace lidcam::scenarios {
 namespace {

@@ -15,6 +15,7 @@
 #include "driver/avstream/properties/property_ids.h"
 #include "platform/host/client/stream.h"
 #include "testbed/worlds.h"
+#include "tests/testbed/with_installed_testbed.h"
 
 namespace lidcam::testbed {
 namespace {
@@ -22,19 +23,6 @@ namespace {
 using client::Camera;
 using client::NextFrame;
 using client::Stream;
-
-constexpr LONGLONG kSecond = 10'000'000;  // 100 ns
-
-/// A host in a world of its own, with the default camera plugged in and started.
-void WithInstalledTestbed(const std::function<void(InstalledTestbed&)>& use,
-                          std::uint64_t seed = 1) {
-  bus::SimulatedBus bus({});
-  RunInVirtualTime({.Seed = seed}, [&] {
-    InstalledTestbed camera(bus, {});
-    ASSERT_EQ(camera.Start(), STATUS_SUCCESS);
-    RunThenEnd([&] { use(camera); }, [&] { camera.Close(); });
-  });
-}
 
 struct Size {
   std::int32_t Width;

@@ -7,12 +7,13 @@
 
 #include "camera_model/bus_adapter/simulated_bus.h"
 #include "platform/host/client/stream.h"
-#include "platform/host/nt/device_file.h"
-#include "platform/host/nt/kernel_faults.h"
-#include "platform/host/nt/kernel_guards.h"
+#include "platform/host/nt/io/device_file.h"
+#include "platform/host/nt/processor/kernel_guards.h"
+#include "platform/host/nt/verifier/kernel_faults.h"
 #include "testbed/installed_testbed.h"
 #include "testbed/worlds.h"
 #include "tests/driver/support/sanitizers.h"
+#include "tests/testbed/with_installed_testbed.h"
 
 namespace lidcam::testbed {
 namespace {
@@ -20,18 +21,7 @@ namespace {
 using client::Camera;
 using client::Stream;
 
-constexpr LONGLONG kSecond = 10'000'000;  // 100 ns
 const std::uint64_t kSeeds = test::kIsSanitized ? 10 : 60;
-
-void WithInstalledTestbed(const std::function<void(InstalledTestbed&)>& use,
-                          std::uint64_t seed = 1) {
-  bus::SimulatedBus bus({});
-  RunInVirtualTime({.Seed = seed}, [&] {
-    InstalledTestbed camera(bus, {});
-    ASSERT_EQ(camera.Start(), STATUS_SUCCESS);
-    RunThenEnd([&] { use(camera); }, [&] { camera.Close(); });
-  });
-}
 
 // The pin's ranges are tried one after the other: those that don't match say nothing of the state.
 TEST(InstalledTestbed, RefusesAFormatOfEverySizeForTheStateWhileItStreams) {

@@ -9,7 +9,7 @@
 
 #include "camera_model/bus_adapter/simulated_bus.h"
 #include "driver/core/base/camera_trace.h"
-#include "platform/host/nt/irp_tracker.h"
+#include "platform/host/nt/verifier/irp_tracker.h"
 #include "testbed/transport_testbed.h"
 
 namespace lidcam::testbed {

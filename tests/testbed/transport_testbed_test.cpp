@@ -11,7 +11,7 @@
 #include "bus/faults/fault_bus.h"
 #include "camera_model/bus_adapter/simulated_bus.h"
 #include "driver/core/control/control_codes.h"
-#include "platform/host/nt/pool.h"
+#include "platform/host/nt/memory/pool.h"
 
 namespace lidcam::testbed {
 namespace {

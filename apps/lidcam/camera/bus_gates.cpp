@@ -22,21 +22,6 @@ bool AsksForConfiguration(const bus::SetupPacket& setup) {
 
 }  // namespace
 
-bus::ControlResult PassingBus::ControlTransfer(const bus::SetupPacket& setup,
-                                               std::span<std::uint8_t> data) {
-  return bus_.ControlTransfer(setup, data);
-}
-
-bus::UsbStatus PassingBus::SelectSetting(std::uint8_t interface, std::uint8_t alternateSetting) {
-  return bus_.SelectSetting(interface, alternateSetting);
-}
-
-bus::IsochronousResult PassingBus::ReadIsochronous(std::uint8_t endpoint,
-                                                   std::span<std::uint8_t> buffer,
-                                                   std::span<bus::IsochronousPacket> packets) {
-  return bus_.ReadIsochronous(endpoint, buffer, packets);
-}
-
 bus::UsbStatus SettingGate::SelectSetting(std::uint8_t interface, std::uint8_t alternateSetting) {
   const bool isAllowed =
       alternateSetting == 0 || !allowed_ ||

@@ -6,34 +6,15 @@
 #include <optional>
 #include <vector>
 
-#include "bus/usb_bus.h"
+#include "bus/passing_bus.h"
 
 namespace lidcam::app {
 
-/// Passes everything on to another bus. What derives from it changes some of it.
-class PassingBus : public bus::UsbBus {
- public:
-  /// @param bus  outlives this one
-  explicit PassingBus(bus::UsbBus& bus) : bus_(bus) {}
-
-  bus::ControlResult ControlTransfer(const bus::SetupPacket& setup,
-                                     std::span<std::uint8_t> data) override;
-  bus::UsbStatus SelectSetting(std::uint8_t interface, std::uint8_t alternateSetting) override;
-  bus::IsochronousResult ReadIsochronous(std::uint8_t endpoint, std::span<std::uint8_t> buffer,
-                                         std::span<bus::IsochronousPacket> packets) override;
-  void Abort(std::uint8_t endpoint) override { bus_.Abort(endpoint); }
-  [[nodiscard]] std::uint32_t FrameNumber() override { return bus_.FrameNumber(); }
-  void Unplug() override { bus_.Unplug(); }
-
- private:
-  bus::UsbBus& bus_;
-};
-
 /// Has room for chosen alternate settings only. The driver takes the widest that it is given: this is
 /// how a user chooses what the camera sends.
-class SettingGate final : public PassingBus {
+class SettingGate final : public bus::PassingBus {
  public:
-  using PassingBus::PassingBus;
+  using bus::PassingBus::PassingBus;
 
   /// From here on these settings, and 0, are let through; before the first call, all are.
   void Allow(std::vector<std::uint8_t> settings) { allowed_ = std::move(settings); }
@@ -51,9 +32,9 @@ class SettingGate final : public PassingBus {
 /// Ends what the camera sends at a moment that the host chooses. From there on microframes are empty
 /// and the bus isn't read: what was read before, and no more, is what the stream's frames are made of,
 /// however late they are taken.
-class StreamGate final : public PassingBus {
+class StreamGate final : public bus::PassingBus {
  public:
-  using PassingBus::PassingBus;
+  using bus::PassingBus::PassingBus;
 
   /// Lets reads through until they have had this many microframes. Before the first read.
   void EndAfter(std::uint64_t microframes) { end_ = microframes; }
@@ -71,9 +52,9 @@ class StreamGate final : public PassingBus {
 /// Answers for a recorded camera what every USB device answers alike and a recorded host did not ask:
 /// standard requests without a data stage succeed, and a configuration descriptor is as long as it is
 /// whatever was asked for. Where the recorded packets say that the camera was unplugged, it is.
-class RecordedDevice final : public PassingBus {
+class RecordedDevice final : public bus::PassingBus {
  public:
-  using PassingBus::PassingBus;
+  using bus::PassingBus::PassingBus;
 
   bus::ControlResult ControlTransfer(const bus::SetupPacket& setup,
                                      std::span<std::uint8_t> data) override;

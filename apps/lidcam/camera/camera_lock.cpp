@@ -22,8 +22,8 @@
 #include <thread>
 
 #include "apps/lidcam/base/command_error.h"
-#include "apps/lidcam/base/host_environment.h"
 #include "apps/lidcam/base/interrupt.h"
+#include "apps/lidcam/settings/host_environment.h"
 
 namespace lidcam::app {
 namespace {

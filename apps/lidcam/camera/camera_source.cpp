@@ -7,10 +7,10 @@
 #include "apps/lidcam/base/command_error.h"
 #include "apps/lidcam/camera/plugged_camera.h"
 #include "apps/lidcam/camera/recorded_settings.h"
-#include "bus/capture/capture_bus.h"
-#include "bus/capture/capture_input.h"
+#include "bus/capture/files/capture_input.h"
+#include "bus/capture/replay/capture_bus.h"
 #include "camera_model/bus_adapter/simulated_bus.h"
-#include "camera_model/camera_options.h"
+#include "camera_model/device/camera_options.h"
 
 namespace lidcam::app {
 namespace {

@@ -5,11 +5,11 @@
 #include <string>
 #include <vector>
 
-#include "apps/lidcam/base/host_environment.h"
 #include "apps/lidcam/output/file_roles.h"
-#include "bus/capture/capture_source.h"
+#include "apps/lidcam/settings/host_environment.h"
+#include "bus/capture/replay/capture_source.h"
 #include "bus/usb_bus.h"
-#include "camera_model/light_schedule.h"
+#include "camera_model/optics/light_schedule.h"
 
 namespace lidcam::app {
 

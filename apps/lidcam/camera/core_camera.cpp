@@ -8,7 +8,7 @@
 #include "apps/lidcam/base/command_error.h"
 #include "driver/core/control/camera_lifecycle.h"
 #include "driver/core/settings/settings_store.h"
-#include "platform/host/nt/device_object.h"
+#include "platform/host/nt/io/device_object.h"
 
 namespace lidcam::app {
 namespace {
@@ -78,7 +78,7 @@ void CoreCamera::ContextDeleter::operator()(CameraContext* context) const {
   DestroyCameraContext(context);
 }
 
-CoreCamera::CoreCamera(bus::UsbBus& bus) : bus_(bus) {
+CoreCamera::CoreCamera(bus::UsbBus& bus) {
   try {
     device_ = bus::EnumerateDevice(bus);
   } catch (const bus::EnumerationError& error) {
@@ -100,11 +100,7 @@ CoreCamera::CoreCamera(bus::UsbBus& bus) : bus_(bus) {
 }
 
 CoreCamera::~CoreCamera() {
-  if (context_) SaveSettings();
-}
-
-void CoreCamera::SaveSettings() {
-  lidcam::SaveSettings(*context_, kSettingsSubkey);
+  if (context_) SaveSettings(*context_, kSettingsSubkey);
 }
 
 std::string_view SensorName(std::int32_t sensorType) {

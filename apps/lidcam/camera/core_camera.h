@@ -12,8 +12,9 @@
 
 namespace lidcam::app {
 
-/// The camera core brought up over a bus: enumeration, then CreateCameraContext() with request
-/// callbacks that become control transfers. Destroyed, it saves the settings and frees the record.
+/// The camera core brought up over a bus, without a host around it: enumeration, then CreateCameraContext()
+/// with request callbacks that become control transfers. Destroyed, it saves the settings and frees the
+/// record. For those who bring it up again and again to see what it asks; all others use a testbed.
 class CoreCamera {
  public:
   /// Throws CommandError if the device does not answer or the bring-up fails.
@@ -24,12 +25,7 @@ class CoreCamera {
   CoreCamera& operator=(const CoreCamera&) = delete;
   ~CoreCamera();
 
-  [[nodiscard]] bus::UsbBus& Bus() { return bus_; }
   [[nodiscard]] CameraContext& Context() { return *context_; }
-  [[nodiscard]] const bus::UsbDeviceInfo& Device() const { return device_; }
-
-  /// Saves the settings now rather than at the end.
-  void SaveSettings();
 
  private:
   struct Transport;
@@ -40,7 +36,6 @@ class CoreCamera {
     void operator()(CameraContext* context) const;
   };
 
-  bus::UsbBus& bus_;
   bus::UsbDeviceInfo device_;
   std::unique_ptr<Transport, TransportDeleter> transport_;
   std::unique_ptr<CameraContext, ContextDeleter> context_;

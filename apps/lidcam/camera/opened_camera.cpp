@@ -6,7 +6,7 @@
 #include "apps/lidcam/base/command_error.h"
 #include "apps/lidcam/camera/core_camera.h"
 #include "apps/lidcam/camera/plugged_camera.h"
-#include "platform/host/nt/status_words.h"
+#include "platform/host/nt/system/status_words.h"
 #include "testbed/worlds.h"
 
 namespace lidcam::app {

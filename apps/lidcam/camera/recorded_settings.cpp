@@ -9,15 +9,15 @@
 #include <vector>
 
 #include "apps/lidcam/base/command_error.h"
-#include "apps/lidcam/base/trace_observer.h"
 #include "apps/lidcam/camera/bus_gates.h"
 #include "apps/lidcam/camera/core_camera.h"
 #include "apps/lidcam/camera/opened_camera.h"
-#include "bus/capture/control_history.h"
+#include "apps/lidcam/settings/trace_observer.h"
+#include "bus/capture/replay/control_history.h"
 #include "driver/core/control/camera_lifecycle.h"
 #include "driver/core/control/stream_modes.h"
 #include "driver/sensor/controls/image_controls.h"
-#include "platform/host/nt/debug_print.h"
+#include "platform/host/nt/system/debug_print.h"
 
 namespace lidcam::app {
 namespace {
@@ -64,9 +64,9 @@ struct BringUp {
 };
 
 /// Keeps the requests that go by.
-class RequestKeeper final : public PassingBus {
+class RequestKeeper final : public bus::PassingBus {
  public:
-  using PassingBus::PassingBus;
+  using bus::PassingBus::PassingBus;
 
   bus::ControlResult ControlTransfer(const bus::SetupPacket& setup,
                                      std::span<std::uint8_t> data) override {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "bus/capture/capture_bus.h"
+#include "bus/capture/replay/capture_bus.h"
 
 namespace lidcam::app {
 

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "apps/lidcam/base/command_error.h"
-#include "apps/lidcam/camera/control_table.h"
+#include "apps/lidcam/camera/controls/control_table.h"
 #include "apps/lidcam/camera/core_camera.h"
 #include "apps/lidcam/camera/opened_camera.h"
 #include "apps/lidcam/commands/commands.h"

@@ -7,12 +7,13 @@
 #include <string>
 #include <vector>
 
+#include "apps/lidcam/camera/controls/sensor_notes.h"
 #include "apps/lidcam/camera/opened_camera.h"
 #include "apps/lidcam/camera/plugged_camera.h"
-#include "apps/lidcam/camera/sensor_notes.h"
 #include "apps/lidcam/commands/commands.h"
 #include "apps/lidcam/options/common_options.h"
 #include "apps/lidcam/output/utf8_text.h"
+#include "base/time_units.h"
 #include "driver/core/control/stream_modes.h"
 
 namespace lidcam::app {
@@ -35,8 +36,8 @@ struct FormatLine {
 };
 
 double RateOf(LONGLONG interval) {
-  constexpr double kUnitsPerSecond = 1e7;
-  return interval > 0 ? kUnitsPerSecond / static_cast<double>(interval) : 0;
+  return interval > 0 ? static_cast<double>(base::kUnitsPerSecond) / static_cast<double>(interval)
+                      : 0;
 }
 
 // A subtype that is made of a code of four letters begins with it.

@@ -9,16 +9,16 @@
 #include <vector>
 
 #include "apps/lidcam/base/command_error.h"
+#include "apps/lidcam/camera/controls/sensor_notes.h"
 #include "apps/lidcam/camera/plugged_camera.h"
-#include "apps/lidcam/camera/sensor_notes.h"
 #include "apps/lidcam/commands/commands.h"
 #include "apps/lidcam/options/common_options.h"
 #include "apps/lidcam/output/utf8_text.h"
-#include "bus/capture/capture_source.h"
+#include "bus/capture/replay/capture_source.h"
 #include "bus/usb/usb_host.h"
 #include "bus/usb/usb_sysfs.h"
-#include "camera_model/camera_identity.h"
-#include "camera_model/camera_options.h"
+#include "camera_model/device/camera_identity.h"
+#include "camera_model/device/camera_options.h"
 
 namespace lidcam::app {
 namespace {

@@ -11,6 +11,7 @@
 #include "apps/lidcam/output/file_roles.h"
 #include "apps/lidcam/output/output_file.h"
 #include "apps/lidcam/plot/frame_log_reader.h"
+#include "apps/lidcam/plot/gnuplot.h"
 #include "apps/lidcam/plot/loop_plot.h"
 
 namespace lidcam::app {
@@ -42,8 +43,9 @@ void Run(const PlotCommand& command) {
   LookAtFiles({{"log", command.Log}}, {{"-o", command.Output}});
   RequireDrawingOutput(command.Output);
   const std::vector<FrameRow> rows = ReadFrameLog(command.Log);
+  const std::string drawing = RunGnuplot(LoopPlotScript(rows, command.Title));
   OutputFile file(command.Output);
-  file.Write(DrawLoopPlot(rows, command.Title));
+  file.Write(drawing);
   file.Commit();
 }
 
@@ -61,6 +63,7 @@ void AddPlotCommand(CLI::App& app) {
       ->type_name("TEXT")
       ->capture_default_str();
   sub->footer(
+      "gnuplot makes the drawing (Debian package gnuplot-nox).\n\n"
       "Example:\n"
       "  lidcam stream --fast --light 300lx@0s,5lx@4s,300lx@12s --duration 20s --log frames.csv\n"
       "  lidcam plot frames.csv -o loop.svg");

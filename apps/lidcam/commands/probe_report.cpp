@@ -8,10 +8,10 @@
 #include <span>
 
 #include "apps/lidcam/base/command_error.h"
-#include "apps/lidcam/base/trace_observer.h"
 #include "apps/lidcam/camera/core_camera.h"
 #include "apps/lidcam/camera/opened_camera.h"
 #include "apps/lidcam/camera/plugged_camera.h"
+#include "apps/lidcam/settings/trace_observer.h"
 #include "apps/lidcam/stream/stream_run.h"
 #include "bus/usb/usb_sysfs.h"
 #include "driver/sensor/registers/register_access.h"

@@ -6,12 +6,12 @@
 #include <utility>
 
 #include "apps/lidcam/base/command_error.h"
-#include "apps/lidcam/base/trace_observer.h"
 #include "apps/lidcam/commands/commands.h"
 #include "apps/lidcam/options/common_options.h"
 #include "apps/lidcam/options/fault_option.h"
+#include "apps/lidcam/settings/trace_observer.h"
 #include "apps/lidcam/stream/stream_run.h"
-#include "bus/capture/recording_bus.h"
+#include "bus/capture/recording/recording_bus.h"
 
 namespace lidcam::app {
 namespace {

@@ -4,8 +4,8 @@
 #include <string>
 
 #include "apps/lidcam/base/command_error.h"
-#include "apps/lidcam/camera/camera_stream.h"
-#include "apps/lidcam/camera/core_camera.h"
+#include "apps/lidcam/camera/started_camera.h"
+#include "apps/lidcam/camera/streaming/camera_stream.h"
 #include "apps/lidcam/commands/commands.h"
 #include "apps/lidcam/options/common_options.h"
 #include "driver/sensor/registers/register_access.h"
@@ -41,27 +41,25 @@ RegisterAddress AddressOf(const std::string& text) {
   return static_cast<RegisterAddress>(0xFF00U | number);
 }
 
-std::uint8_t ReadRegister(CoreCamera& camera, RegisterChip chip, RegisterAddress address) {
+std::uint8_t ReadRegister(CameraContext& camera, RegisterChip chip, RegisterAddress address) {
   std::uint8_t value = 0;
-  const Status status = chip == RegisterChip::Bridge
-                            ? ReadBridgeRegister(camera.Context(), address, value)
-                            : ReadSensorRegister(camera.Context(), address, value);
+  const Status status = chip == RegisterChip::Bridge ? ReadBridgeRegister(camera, address, value)
+                                                     : ReadSensorRegister(camera, address, value);
   if (status != 0) throw CommandError("the register could not be read");
   return value;
 }
 
-void WithCamera(const RegistersCommand& command, const std::function<void(CoreCamera&)>& use) {
+void WithCamera(const RegistersCommand& command, const std::function<void(CameraContext&)>& use) {
   OpenHostEnvironment(command.Common.Output, SetFilesFor(command.Common.Camera));
   CameraChoice choice = command.Common.Camera;
   choice.IsFast = true;
   const std::unique_ptr<bus::UsbBus> bus = OpenCamera(choice);
-  CoreCamera camera(*bus);
-  use(camera);
+  RunInVirtualTime([&] { WithStartedCamera(*bus, use); });
 }
 
 void Read(const RegistersCommand& command) {
   const RegisterAddress address = AddressOf(command.Register);
-  WithCamera(command, [&](CoreCamera& camera) {
+  WithCamera(command, [&](CameraContext& camera) {
     const unsigned value = ReadRegister(camera, ChipOf(command), address);
     std::printf("%s %04X = %02X\n", command.Chip.c_str(), unsigned{address}, value);
   });
@@ -71,10 +69,10 @@ void Write(const RegistersCommand& command) {
   const RegisterAddress address = AddressOf(command.Register);
   const std::uint32_t value = ParseNumber(command.Value, 0xFF, "value");
   const CameraLock lock(command.Common.Camera, command.Common.Patience());
-  WithCamera(command, [&](CoreCamera& camera) {
+  WithCamera(command, [&](CameraContext& camera) {
     const Status status = ChipOf(command) == RegisterChip::Bridge
-                              ? WriteBridgeRegister(camera.Context(), address, value)
-                              : WriteSensorRegister(camera.Context(), address, value);
+                              ? WriteBridgeRegister(camera, address, value)
+                              : WriteSensorRegister(camera, address, value);
     if (status != 0) throw CommandError("the register could not be written");
     const unsigned stored = ReadRegister(camera, ChipOf(command), address);
     std::printf("%s %04X = %02X\n", command.Chip.c_str(), unsigned{address}, stored);
@@ -82,7 +80,7 @@ void Write(const RegistersCommand& command) {
 }
 
 void Dump(const RegistersCommand& command) {
-  WithCamera(command, [&](CoreCamera& camera) {
+  WithCamera(command, [&](CameraContext& camera) {
     std::printf("%s  +0 +1 +2 +3 +4 +5 +6 +7 +8 +9 +A +B +C +D +E +F\n", command.Chip.c_str());
     for (unsigned row = 0; row < 0x100; row += 0x10) {
       std::printf("  %04X", 0xFF00U + row);
@@ -111,7 +109,7 @@ void Trace(const RegistersCommand& command) {
   if (size) {
     RunInTimeOf(choice, [&] { WithStream(*bus, {.Size = {*size}}, [](CameraStream&) {}); });
   } else {
-    const CoreCamera camera(*bus);
+    RunInVirtualTime([&] { WithStartedCamera(*bus, [](CameraContext&) {}); });
   }
 }
 

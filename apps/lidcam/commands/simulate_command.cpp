@@ -15,6 +15,7 @@
 #include "apps/lidcam/commands/commands.h"
 #include "apps/lidcam/options/common_options.h"
 #include "apps/lidcam/output/utf8_text.h"
+#include "base/time_units.h"
 #include "scenarios/runner.h"
 #include "scenarios/stated_hangs.h"
 
@@ -142,7 +143,7 @@ void PrintJson(const RunResult& result) {
                       {"schedule", result.ScheduleLength},
                       {"hash", Hex(result.Hash)},
                       {"verdict", std::string(ToString(result.Outcome))},
-                      {"virtualSeconds", static_cast<double>(result.Time) / 1e7},
+                      {"virtualSeconds", base::SecondsOfUnits(result.Time)},
                       {"frames", result.Counts.Frames},
                       {"disturbedFrames", result.Counts.Disturbed},
                       {"recoveries", result.Counts.Recoveries}};

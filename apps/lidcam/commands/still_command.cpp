@@ -8,10 +8,10 @@
 
 #include "apps/lidcam/base/command_error.h"
 #include "apps/lidcam/base/interrupt.h"
-#include "apps/lidcam/camera/camera_stream.h"
+#include "apps/lidcam/camera/controls/sensor_notes.h"
 #include "apps/lidcam/camera/core_camera.h"
-#include "apps/lidcam/camera/sensor_notes.h"
-#include "apps/lidcam/camera/silence_watch.h"
+#include "apps/lidcam/camera/streaming/camera_stream.h"
+#include "apps/lidcam/camera/streaming/silence_watch.h"
 #include "apps/lidcam/commands/commands.h"
 #include "apps/lidcam/frames/progress.h"
 #include "apps/lidcam/options/common_options.h"

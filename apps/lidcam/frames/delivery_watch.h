@@ -7,9 +7,9 @@
 #include <optional>
 #include <string_view>
 
-#include "apps/lidcam/base/trace_observer.h"
 #include "apps/lidcam/frames/frame_log.h"
 #include "apps/lidcam/frames/replay_pipeline.h"
+#include "apps/lidcam/settings/trace_observer.h"
 #include "driver/core/record/camera_context.h"
 
 namespace lidcam::app {

@@ -8,6 +8,7 @@
 #include <span>
 #include <utility>
 
+#include "base/time_units.h"
 #include "driver/exposure/auto_exposure.h"
 #include "driver/exposure/frame_exposure_control.h"
 #include "driver/exposure/light_state.h"
@@ -78,9 +79,8 @@ std::optional<std::uint32_t> LightModeOf(std::string_view name) {
 
 FrameRow ReadFrameRow(const CameraContext& context, const DeliveredFrame& delivered,
                       const ExposureEvents& events) {
-  constexpr double kMicroframesPerSecond = 8000;
   FrameRow row;
-  row.Seconds = static_cast<double>(delivered.Microframe) / kMicroframesPerSecond;
+  row.Seconds = base::SecondsOfMicroframes(delivered.Microframe);
   row.Luma = HeaderByte(delivered.RawFrame, kRawFrameLumaOffset);
   row.Level = HeaderByte(delivered.RawFrame, kRawFrameLevelOffset);
   row.Index = AeIndex;

@@ -5,10 +5,10 @@
 #include <string>
 #include <string_view>
 
-#include "apps/lidcam/base/trace_observer.h"
 #include "apps/lidcam/frames/replay_pipeline.h"
 #include "apps/lidcam/output/output_file.h"
-#include "camera_model/light_schedule.h"
+#include "apps/lidcam/settings/trace_observer.h"
+#include "camera_model/optics/light_schedule.h"
 #include "driver/core/record/camera_context.h"
 
 namespace lidcam::app {

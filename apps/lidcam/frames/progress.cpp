@@ -9,6 +9,8 @@
 #include <cstdio>
 #include <vector>
 
+#include "base/time_units.h"
+
 namespace lidcam::app {
 namespace {
 
@@ -34,10 +36,9 @@ std::string RateText(double rate) {
 }
 
 std::string PositionText(const FramePosition& position) {
-  constexpr double kUnitsPerSecond = 1e7;
   std::array<char, 80> text{};
   std::snprintf(text.data(), text.size(), "picture %" PRId64 " at %.3f s", position.PictureNumber,
-                static_cast<double>(position.PresentationTime) / kUnitsPerSecond);
+                base::SecondsOfUnits(position.PresentationTime));
   return text.data();
 }
 

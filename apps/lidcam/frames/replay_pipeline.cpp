@@ -4,6 +4,7 @@
 #include <array>
 #include <string>
 
+#include "base/time_units.h"
 #include "driver/core/control/camera_lifecycle.h"
 #include "driver/core/control/stream_modes.h"
 #include "driver/frame/delivery/frame_delivery.h"
@@ -52,9 +53,8 @@ void StreamCounts::Deliver(bool isGood, const SentFrames& sent, std::uint64_t mi
 }
 
 std::optional<double> StreamCounts::Rate() const {
-  constexpr double kMicroframesPerSecond = 8000;
   if (NewestMicroframe == FirstMicroframe) return std::nullopt;
-  return static_cast<double>(Delivered() - 1) * kMicroframesPerSecond /
+  return static_cast<double>((Delivered() - 1) * base::kMicroframesPerSecond) /
          static_cast<double>(NewestMicroframe - FirstMicroframe);
 }
 

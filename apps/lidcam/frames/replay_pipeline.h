@@ -7,8 +7,9 @@
 #include <span>
 #include <vector>
 
-#include "apps/lidcam/base/stream_size.h"
 #include "apps/lidcam/base/units.h"
+#include "apps/lidcam/settings/stream_size.h"
+#include "base/time_units.h"
 #include "driver/core/record/camera_context.h"
 #include "driver/frame/assembly/frame_assembly.h"
 
@@ -44,7 +45,7 @@ struct StreamCounts {
   void Deliver(bool isGood, const SentFrames& sent, std::uint64_t microframe);
 
   [[nodiscard]] std::uint64_t Delivered() const { return Good + Bad; }
-  [[nodiscard]] double Seconds() const { return static_cast<double>(Microframes) / 8000.0; }
+  [[nodiscard]] double Seconds() const { return base::SecondsOfMicroframes(Microframes); }
   /// Frames a second of bus time, from the first delivered frame to the newest one; nothing before the
   /// second.
   [[nodiscard]] std::optional<double> Rate() const;

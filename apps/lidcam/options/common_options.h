@@ -7,12 +7,12 @@
 #include <string>
 #include <vector>
 
-#include "apps/lidcam/base/host_environment.h"
-#include "apps/lidcam/base/stream_size.h"
 #include "apps/lidcam/base/units.h"
 #include "apps/lidcam/camera/camera_lock.h"
 #include "apps/lidcam/camera/camera_source.h"
-#include "apps/lidcam/camera/control_table.h"
+#include "apps/lidcam/camera/controls/control_table.h"
+#include "apps/lidcam/settings/host_environment.h"
+#include "apps/lidcam/settings/stream_size.h"
 
 namespace lidcam::app {
 

@@ -1,11 +1,13 @@
 #include "apps/lidcam/options/fault_option.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <system_error>
 #include <utility>
 
 #include "apps/lidcam/base/command_error.h"
 #include "apps/lidcam/frames/replay_pipeline.h"
+#include "base/time_units.h"
 #include "bus/faults/fault_source.h"
 #include "driver/core/base/camera_trace.h"
 #include "platform/host/nt/declarations/nt_declarations.h"
@@ -17,10 +19,17 @@ constexpr std::chrono::minutes kUnlimited{10};
 
 // Late answers are late in the time that the driver lives in.
 void SleepInWorld(std::uint64_t microseconds) {
-  constexpr std::int64_t kUnitsPerMicrosecond = 10;
   LARGE_INTEGER time{};
-  time.QuadPart = -static_cast<std::int64_t>(microseconds) * kUnitsPerMicrosecond;
+  time.QuadPart = -static_cast<std::int64_t>(microseconds) * base::kUnitsPerMicrosecond;
   KeDelayExecutionThread(KernelMode, FALSE, &time);
+}
+
+void TraceFault(const std::string& line) {
+  TraceCamera("%s", line.c_str());
+}
+
+bool IsOfFrame(const bus::BusFault& fault) {
+  return fault.Place == bus::FaultPlace::Frame;
 }
 
 }  // namespace
@@ -46,19 +55,34 @@ FaultyPort::FaultyPort(std::unique_ptr<bus::UsbBus> bus, const std::optional<std
   if (!faults) return;
   if (faults->empty()) throw UsageError("faults '' are none: give a script, a file or seed=N");
   try {
+    const bus::FaultScript script = bus::LoadFaults(*faults, duration);
+    DisturbFrames(script);
     faults_ = std::make_unique<bus::FaultBus>(
-        *bus_, bus::FaultBusOptions{
-                   .Script = bus::LoadFaults(*faults, duration),
-                   .Sleep = SleepInWorld,
-                   .Observer = [](const std::string& line) { TraceCamera("%s", line.c_str()); },
-               });
+        *bus_,
+        bus::FaultBusOptions{.Script = script, .Sleep = SleepInWorld, .Observer = TraceFault});
   } catch (const bus::FaultScriptError& error) {
     throw UsageError(error.what());
   }
 }
 
+void FaultyPort::DisturbFrames(const bus::FaultScript& script) {
+  const auto fault = std::ranges::find_if(script.Faults, IsOfFrame);
+  if (fault == script.Faults.end()) return;
+  simulated_ = dynamic_cast<bus::SimulatedBus*>(bus_.get());
+  if (simulated_ == nullptr) {
+    throw UsageError(
+        "fault '" + bus::ToText(*fault) +
+        "' needs a simulated camera, whose frames can be told apart; right for any other "
+        "would be at TIME");
+  }
+  simulated_->DisturbFrames(script, TraceFault);
+}
+
 std::string FaultyPort::Account() const {
-  return faults_ ? bus::ToText(faults_->Counts()) : std::string();
+  if (!faults_) return {};
+  bus::FaultCounts counts = faults_->Counts();
+  if (simulated_ != nullptr) counts.Add(simulated_->FrameFaultCounts());
+  return bus::ToText(counts);
 }
 
 std::chrono::microseconds LikelyDuration(const StreamLimits& limits) {

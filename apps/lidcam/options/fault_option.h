@@ -11,6 +11,7 @@
 #include "apps/lidcam/output/file_roles.h"
 #include "bus/faults/fault_bus.h"
 #include "bus/usb_bus.h"
+#include "camera_model/bus_adapter/simulated_bus.h"
 
 namespace lidcam::app {
 
@@ -25,7 +26,7 @@ class FaultyPort {
  public:
   /// @param faults    script, file or seed; nothing: the bus is as it is
   /// @param duration  bus time that the faults of a seed spread over
-  /// Throws UsageError for a script that can't be read.
+  /// Throws UsageError for a script that can't be read, or has faults that this bus can't have.
   FaultyPort(std::unique_ptr<bus::UsbBus> bus, const std::optional<std::string>& faults,
              std::chrono::microseconds duration);
 
@@ -35,7 +36,11 @@ class FaultyPort {
   [[nodiscard]] std::string Account() const;
 
  private:
+  /// Throws UsageError for a fault of frames on a bus that has none.
+  void DisturbFrames(const bus::FaultScript& script);
+
   std::unique_ptr<bus::UsbBus> bus_;
+  bus::SimulatedBus* simulated_ = nullptr;  ///< bus_, if it is to disturb its frames
   std::unique_ptr<bus::FaultBus> faults_;
 };
 

@@ -14,6 +14,7 @@
 #include <system_error>
 
 #include "apps/lidcam/base/command_error.h"
+#include "base/file_replacement.h"
 
 namespace lidcam::app {
 namespace {
@@ -28,18 +29,6 @@ struct FileIdentity {
 
   friend bool operator==(const FileIdentity&, const FileIdentity&) = default;
 };
-
-// A link may lead to a file that there is not yet.
-fs::path FollowLinks(fs::path path) {
-  constexpr int kMostLinks = 40;
-  std::error_code error;
-  for (int i = 0; i < kMostLinks && fs::is_symlink(path, error); ++i) {
-    const fs::path target = fs::read_symlink(path, error);
-    if (error) break;
-    path = target.is_absolute() ? target : path.parent_path() / target;
-  }
-  return path;
-}
 
 fs::path FolderOf(const fs::path& path) {
   return path.has_parent_path() ? path.parent_path() : fs::path(".");
@@ -58,7 +47,7 @@ std::optional<FileIdentity> IdentityOf(const std::string& path, int standardStre
     return fstat(standardStream, &status) == 0 ? IdentityOf(status) : std::nullopt;
   }
   if (stat(path.c_str(), &status) == 0) return IdentityOf(status);
-  const fs::path place = FollowLinks(path);
+  const fs::path place = base::FollowLink(path);
   if (stat(FolderOf(place).c_str(), &status) != 0) return std::nullopt;
   return FileIdentity{status.st_dev, status.st_ino, place.filename().string()};
 }
@@ -87,8 +76,8 @@ std::vector<fs::path> Neighbours(const OutputRole& output) {
   std::vector<fs::path> names;
   if (output.Path == "-") return names;
   std::error_code error;
-  for (fs::directory_iterator entry(FolderOf(output.Path), error), end; !error && entry != end;
-       entry.increment(error)) {
+  for (fs::directory_iterator entry(FolderOf(base::FollowLink(output.Path)), error), end;
+       !error && entry != end; entry.increment(error)) {
     names.push_back(entry->path());
   }
   return names;
@@ -133,19 +122,16 @@ void RequireApart(const std::vector<InputRole>& inputs, const std::vector<Output
   }
 }
 
-// As the two kinds of output name their temporary files.
+// As FileReplacement names its temporary files.
 bool IsPartOf(const OutputRole& output, std::string_view part) {
-  const std::string name = fs::path(output.Path).filename().string();
-  if (const auto hidden = Between(part, ".", ".part")) {
-    const std::size_t dot = hidden->rfind('.');
-    if (dot == std::string_view::npos) return false;
-    const std::string_view number = hidden->substr(dot + 1);
-    if (!IsNumber(number.substr(0, number.find('-')))) return false;
-    const std::string_view of = hidden->substr(0, dot);
-    return output.IsSeries ? IsPictureName(output, of) : of == name;
-  }
-  const auto number = Between(part, name + ".part", "");
-  return number && IsNumber(number->substr(0, number->find('-')));
+  const auto hidden = Between(part, ".", ".part");
+  const std::size_t dot = hidden ? hidden->rfind('.') : std::string_view::npos;
+  if (dot == std::string_view::npos) return false;
+  const std::string_view number = hidden->substr(dot + 1);
+  if (!IsNumber(number.substr(0, number.find('-')))) return false;
+  const std::string_view of = hidden->substr(0, dot);
+  if (output.IsSeries) return IsPictureName(output, of);
+  return of == fs::path(base::FollowLink(output.Path)).filename().string();
 }
 
 // A program that is alive holds its file's lock.

@@ -2,14 +2,12 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <climits>
-#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <utility>
@@ -47,14 +45,6 @@ std::string NameOf(const std::string& path) {
   return path == "-" ? "standard output" : "output '" + path + "'";
 }
 
-std::string TemporaryName(const std::string& path, int attempt) {
-  const std::filesystem::path place(path);
-  const std::string number =
-      std::to_string(getpid()) + (attempt == 0 ? "" : "-" + std::to_string(attempt));
-  return (place.parent_path() / ("." + place.filename().string() + "." + number + ".part"))
-      .string();
-}
-
 bool IsRegular(int file) {
   struct stat status {};
   return ::fstat(file, &status) == 0 && S_ISREG(status.st_mode);
@@ -83,30 +73,16 @@ OutputFile::OutputFile(std::string path) : path_(std::move(path)) {
   }
   if (IsWrittenDirectly(path_)) {
     file_ = ::open(path_.c_str(), O_WRONLY | O_CLOEXEC);
-  } else {
-    OpenTemporary();
+    if (file_ < 0) Fail("can't be written", errno);
+    return;
   }
-  if (file_ < 0) Fail("can't be written", errno);
+  if (const int error = replacement_.Open(path_); error != 0) Fail("can't be written", error);
+  file_ = replacement_.Descriptor();
 }
 
 OutputFile::~OutputFile() {
-  Discard();
-}
-
-// A name that an earlier program left behind is passed over.
-void OutputFile::OpenTemporary() {
-  constexpr int kAttempts = 100;
-  constexpr mode_t kMode = 0666;  // the user's mask takes its part
-  for (int attempt = 0; attempt < kAttempts && file_ < 0; ++attempt) {
-    const std::string name = TemporaryName(path_, attempt);
-    file_ = ::open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kMode);
-    if (file_ >= 0) {
-      temporaryPath_ = name;
-    } else if (errno != EEXIST) {
-      return;
-    }
-  }
-  if (file_ >= 0) ::flock(file_, LOCK_EX | LOCK_NB);
+  const bool isOwn = !replacement_.IsOpen() && file_ != STDOUT_FILENO;
+  if (isOwn && file_ >= 0) ::close(file_);
 }
 
 void OutputFile::Write(std::span<const std::uint8_t> bytes) {
@@ -145,40 +121,29 @@ void OutputFile::MarkWhole() {
 }
 
 void OutputFile::Commit() {
-  if (temporaryPath_.empty()) {
+  if (!replacement_.IsOpen()) {
     const bool isClosed = file_ == STDOUT_FILENO || ::close(std::exchange(file_, -1)) == 0;
     if (!isClosed && !hasFailed_) Fail("can't be written", errno);
     return;
   }
-  if (hasFailed_ && whole_ == 0) return Discard();
-  int error = hasFailed_ && ::ftruncate(file_, whole_) != 0 ? errno : 0;
-  if (error == 0 && ::fsync(file_) != 0) error = errno;
-  if (error == 0 && ::close(std::exchange(file_, -1)) != 0) error = errno;
+  file_ = -1;
+  if (hasFailed_ && whole_ == 0) return replacement_.Discard();
+  int error = hasFailed_ && ::ftruncate(replacement_.Descriptor(), whole_) != 0 ? errno : 0;
+  if (error == 0) error = replacement_.Flush();
   // What has no whole parts is of no use if the disk has not taken all of it.
-  if (error != 0 && whole_ == 0) Discard();
-  if (!temporaryPath_.empty()) {
-    const std::string place = std::exchange(temporaryPath_, {});
-    if (std::rename(place.c_str(), path_.c_str()) != 0) {
-      const int reason = errno;
-      Fail("can't be renamed from '" + place + "', where it is complete", reason);
+  if (error != 0 && whole_ == 0) {
+    replacement_.Discard();
+  } else if (const int reason = replacement_.Rename(); reason != 0) {
+    if (replacement_.IsOpen()) {
+      Fail("can't be renamed from '" + replacement_.Keep() + "', where it is complete", reason);
     }
+    error = reason;
   }
   if (error != 0) Fail("can't be written", error);
 }
 
 void OutputFile::Fail(const std::string& what, int error) const {
   throw CommandError(NameOf(path_) + " " + what + ": " + std::strerror(error) + HintFor(error));
-}
-
-void OutputFile::Close() {
-  if (file_ >= 0 && file_ != STDOUT_FILENO) ::close(file_);
-  file_ = -1;
-}
-
-void OutputFile::Discard() {
-  if (!temporaryPath_.empty()) std::remove(temporaryPath_.c_str());
-  temporaryPath_.clear();
-  Close();
 }
 
 }  // namespace lidcam::app

@@ -7,6 +7,8 @@
 #include <string>
 #include <string_view>
 
+#include "base/file_replacement.h"
+
 namespace lidcam::app {
 
 /// A file that appears under its name only when it is complete.
@@ -37,17 +39,14 @@ class OutputFile {
   [[nodiscard]] const std::string& Path() const { return path_; }
 
  private:
-  void OpenTemporary();
   /// Appends as far as possible.
   /// @return 0 or the error number
   int Append(std::span<const std::uint8_t> bytes);
   [[noreturn]] void Fail(const std::string& what, int error) const;
-  void Close();
-  void Discard();
 
   std::string path_;
-  std::string temporaryPath_;  ///< empty when written directly
-  int file_ = -1;
+  base::FileReplacement replacement_;  ///< not open when written directly
+  int file_ = -1;                      ///< to which every byte goes
   off_t written_ = 0;
   off_t whole_ = 0;
   bool hasFailed_ = false;

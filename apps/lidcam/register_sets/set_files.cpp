@@ -1,7 +1,6 @@
 #include "apps/lidcam/register_sets/set_files.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -9,6 +8,7 @@
 #include <system_error>
 
 #include "apps/lidcam/register_sets/set_compiler.h"
+#include "base/file_replacement.h"
 
 namespace lidcam::app {
 namespace {
@@ -32,24 +32,11 @@ class Descriptor {
   const int number_;
 };
 
-bool WriteAll(int descriptor, std::span<const std::uint8_t> bytes) {
-  while (!bytes.empty()) {
-    const ssize_t written = ::write(descriptor, bytes.data(), bytes.size());
-    if (written < 0 && errno == EINTR) continue;
-    if (written < 0) return false;
-    if (written == 0) {
-      errno = EIO;
-      return false;
-    }
-    bytes = bytes.subspan(static_cast<std::size_t>(written));
-  }
-  return true;
-}
-
-// The folder's own entry for the file.
-void FlushFolder(const std::filesystem::path& folder) {
-  const Descriptor descriptor(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (descriptor.Number() >= 0) ::fsync(descriptor.Number());
+std::optional<std::string> Replace(const std::filesystem::path& path,
+                                   std::span<const std::uint8_t> bytes) {
+  const int error = base::ReplaceFile(path.string(), bytes);
+  if (error == 0) return std::nullopt;
+  return Reason(path, error);
 }
 
 }  // namespace
@@ -70,24 +57,6 @@ std::optional<std::vector<std::uint8_t>> ReadSetFile(const std::filesystem::path
   return std::nullopt;
 }
 
-std::optional<std::string> ReplaceFile(const std::filesystem::path& path,
-                                       std::span<const std::uint8_t> bytes) {
-  constexpr mode_t kMode = 0644;
-  const std::filesystem::path folder = path.has_parent_path() ? path.parent_path() : ".";
-  std::string name = (folder / ("." + path.filename().string() + ".XXXXXX")).string();
-  const Descriptor file(::mkostemp(name.data(), O_CLOEXEC));
-  if (file.Number() < 0) return Reason(path, errno);
-  const bool isWritten = WriteAll(file.Number(), bytes) && ::fchmod(file.Number(), kMode) == 0 &&
-                         ::fsync(file.Number()) == 0 && ::rename(name.c_str(), path.c_str()) == 0;
-  if (!isWritten) {
-    const int error = errno;
-    ::unlink(name.c_str());
-    return Reason(path, error);
-  }
-  FlushFolder(folder);
-  return std::nullopt;
-}
-
 std::vector<std::string> CompileRegisterSetFile(const std::filesystem::path& source,
                                                 const std::filesystem::path& target) {
   std::string error;
@@ -98,7 +67,7 @@ std::vector<std::string> CompileRegisterSetFile(const std::filesystem::path& sou
   std::vector<std::string> errors;
   for (const SourceError& found : set.Errors) errors.push_back(ErrorText(source.string(), found));
   if (!errors.empty()) return errors;
-  if (const auto failed = ReplaceFile(target, set.Bytes)) errors.push_back(*failed);
+  if (const auto failed = Replace(target, set.Bytes)) errors.push_back(*failed);
   return errors;
 }
 
@@ -114,7 +83,7 @@ std::optional<std::string> InstallSimulatedSets(const std::filesystem::path& sys
     const std::filesystem::path file = drivers / (name + ".set");
     std::string unread;
     if (ReadSetFile(file, unread) == compiled.Bytes) continue;
-    if (auto failed = ReplaceFile(file, compiled.Bytes)) return failed;
+    if (auto failed = Replace(file, compiled.Bytes)) return failed;
   }
   return std::nullopt;
 }

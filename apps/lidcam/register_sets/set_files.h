@@ -20,12 +20,6 @@ inline constexpr std::size_t kLongestSetFile = std::size_t{1} << 20;
 [[nodiscard]] std::optional<std::vector<std::uint8_t>> ReadSetFile(
     const std::filesystem::path& path, std::string& error);
 
-/// Puts `bytes` under a name in one step: whoever opens it finds the file before or the new one
-/// whole, also after a power cut.
-/// @return "NAME: reason", or nothing on success
-[[nodiscard]] std::optional<std::string> ReplaceFile(const std::filesystem::path& path,
-                                                     std::span<const std::uint8_t> bytes);
-
 /// Compiles a source into a set file.
 /// @return what is wrong, a line each ("S001.txt:12: reason"); empty on success. With errors the
 ///         target stays as it was.

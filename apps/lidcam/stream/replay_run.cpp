@@ -10,8 +10,8 @@
 #include "apps/lidcam/base/interrupt.h"
 #include "apps/lidcam/camera/recorded_settings.h"
 #include "apps/lidcam/frames/progress.h"
-#include "bus/capture/capture_bus.h"
-#include "bus/capture/isochronous_packet_reader.h"
+#include "bus/capture/replay/capture_bus.h"
+#include "bus/capture/replay/isochronous_packet_reader.h"
 
 namespace lidcam::app {
 namespace {

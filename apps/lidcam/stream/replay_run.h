@@ -4,7 +4,7 @@
 
 #include "apps/lidcam/camera/camera_source.h"
 #include "apps/lidcam/stream/stream_run.h"
-#include "bus/capture/capture_source.h"
+#include "bus/capture/replay/capture_source.h"
 
 namespace lidcam::app {
 

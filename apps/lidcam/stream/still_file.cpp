@@ -17,8 +17,8 @@
 #include "apps/lidcam/base/command_error.h"
 #include "driver/frame/raw/raw_sizes.h"
 #include "platform/host/nt/declarations/nt_declarations.h"
-#include "platform/host/nt/files.h"
-#include "platform/host/nt/status_words.h"
+#include "platform/host/nt/files/files.h"
+#include "platform/host/nt/system/status_words.h"
 
 namespace lidcam::app {
 namespace {

@@ -7,8 +7,8 @@
 #include <string_view>
 #include <vector>
 
-#include "apps/lidcam/base/trace_observer.h"
 #include "apps/lidcam/base/units.h"
+#include "apps/lidcam/settings/trace_observer.h"
 
 namespace lidcam::app {
 

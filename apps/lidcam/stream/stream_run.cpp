@@ -9,12 +9,13 @@
 
 #include "apps/lidcam/base/command_error.h"
 #include "apps/lidcam/base/interrupt.h"
+#include "apps/lidcam/camera/controls/sensor_notes.h"
 #include "apps/lidcam/camera/core_camera.h"
 #include "apps/lidcam/camera/plugged_camera.h"
-#include "apps/lidcam/camera/sensor_notes.h"
-#include "apps/lidcam/camera/silence_watch.h"
+#include "apps/lidcam/camera/streaming/silence_watch.h"
 #include "apps/lidcam/frames/progress.h"
 #include "apps/lidcam/output/utf8_text.h"
+#include "base/time_units.h"
 #include "testbed/worlds.h"
 
 namespace lidcam::app {
@@ -26,9 +27,8 @@ bool HasAllFrames(const StreamLimits& limits, const StreamCounts& counts) {
 
 bool IsReached(const StreamLimits& limits, const StreamCounts& counts) {
   if (HasAllFrames(limits, counts)) return true;
-  constexpr std::int64_t kMicrosecondsPerMicroframe = 125;
   return limits.Duration &&
-         static_cast<std::int64_t>(counts.Microframes) * kMicrosecondsPerMicroframe >=
+         static_cast<std::int64_t>(counts.Microframes) * base::kMicrosecondsPerMicroframe >=
              limits.Duration->count();
 }
 

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "apps/lidcam/camera/camera_stream.h"
-#include "apps/lidcam/camera/control_table.h"
+#include "apps/lidcam/camera/controls/control_table.h"
+#include "apps/lidcam/camera/streaming/camera_stream.h"
 #include "apps/lidcam/frames/frame_log.h"
 #include "apps/lidcam/frames/replay_pipeline.h"
 #include "apps/lidcam/options/common_options.h"

@@ -1,6 +1,6 @@
 #include "driver/frame/resampler/image_resampler.h"
 
-#include "driver/frame/resampler/cpu_features.h"
+#include "driver/frame/resampler/jobs/cpu_features.h"
 #include "driver/frame/resampler/resample_frame.h"
 #include "platform/kernel.h"
 

@@ -2,7 +2,8 @@
 
 #include <cstdint>
 
-#include "driver/frame/resampler/scale_job.h"
+#include "driver/frame/resampler/jobs/image_types.h"
+#include "driver/frame/resampler/jobs/scale_job.h"
 
 namespace lidcam {
 
@@ -21,29 +22,6 @@ std::uint32_t ResampleFrame(std::uint8_t* destination, const std::uint8_t* sourc
                             std::int32_t sourceWidth, std::int32_t sourceHeight,
                             std::int32_t destinationWidth, std::int32_t destinationHeight,
                             std::uint32_t yuy2);
-
-/// Width and height in pixels.
-struct ImageSize {
-  std::int32_t Width;
-  std::int32_t Height;
-};
-
-/// Part of a picture, in pixels. What sticks out of the picture is cut off.
-struct ImageRegion {
-  std::int32_t X;
-  std::int32_t Y;
-  std::int32_t Width;
-  std::int32_t Height;
-};
-
-/// Interpolation codes of the resize entries.
-enum Interpolation : std::int32_t {
-  InterpolationNearest = 1,
-  InterpolationLinear = 2,
-  InterpolationCubic = 4,     ///< done linearly
-  InterpolationSuper = 8,     ///< done linearly
-  InterpolationLanczos = 16,  ///< done linearly; three bytes a pixel only
-};
 
 /// Scales a region of a packed YUY2 picture. Luma and chroma have a sample grid each, and the ends
 /// of source and output grids coincide.

@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include "driver/frame/resampler/scale_job.h"
+#include "driver/frame/resampler/jobs/scale_job.h"
 
 namespace lidcam {
 

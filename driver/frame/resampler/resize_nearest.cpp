@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "driver/frame/resampler/source_bytes.h"
+#include "driver/frame/resampler/jobs/source_bytes.h"
 
 namespace lidcam {
 namespace {

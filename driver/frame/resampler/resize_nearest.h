@@ -1,6 +1,6 @@
 #pragma once
 
-#include "driver/frame/resampler/resize_arguments.h"
+#include "driver/frame/resampler/jobs/resize_arguments.h"
 
 namespace lidcam {
 

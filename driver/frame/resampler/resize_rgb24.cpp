@@ -2,10 +2,11 @@
 
 #include <algorithm>
 
-#include "driver/frame/resampler/resize_arguments.h"
+#include "driver/frame/resampler/image_resampler.h"
+#include "driver/frame/resampler/jobs/resize_arguments.h"
+#include "driver/frame/resampler/jobs/scale_tables.h"
+#include "driver/frame/resampler/jobs/source_bytes.h"
 #include "driver/frame/resampler/resize_nearest.h"
-#include "driver/frame/resampler/scale_tables.h"
-#include "driver/frame/resampler/source_bytes.h"
 
 namespace lidcam {
 namespace {

@@ -1,3 +1,5 @@
+#include "driver/frame/resampler/image_resampler.h"
+#include "driver/frame/resampler/jobs/scale_reference.h"
 #include "driver/frame/resampler/resize_nearest.h"
 #include "driver/frame/resampler/scale_kernels.h"
 #include "driver/frame/resampler/yuy2_scale.h"

@@ -2,7 +2,9 @@
 
 #include <atomic>
 
-#include "driver/frame/resampler/cpu_features.h"
+#include "driver/frame/resampler/jobs/cpu_features.h"
+#include "driver/frame/resampler/jobs/scale_reference.h"
+#include "driver/frame/resampler/simd/scale_simd_kernels.h"
 
 namespace lidcam {
 namespace {

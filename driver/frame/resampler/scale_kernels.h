@@ -2,7 +2,7 @@
 
 #include <span>
 
-#include "driver/frame/resampler/scale_job.h"
+#include "driver/frame/resampler/jobs/scale_job.h"
 
 namespace lidcam {
 
@@ -19,12 +19,5 @@ struct ScaleKernel {
 
 /// The fastest supported kernel. Asks the processor once.
 [[nodiscard]] const ScaleKernel& ChosenScaleKernel();
-
-ResizeStatus ScaleByReference(const ScaleJob& job);
-ResizeStatus ScaleBySse2(const ScaleJob& job);
-ResizeStatus ScaleBySsse3(const ScaleJob& job);
-ResizeStatus ScaleByAvx2(const ScaleJob& job);
-ResizeStatus ScaleByAvx512(const ScaleJob& job);
-ResizeStatus ScaleByAvx512Vbmi(const ScaleJob& job);
 
 }  // namespace lidcam

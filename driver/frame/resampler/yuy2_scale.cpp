@@ -3,15 +3,15 @@
 #include <algorithm>
 #include <limits>
 
-#include "driver/frame/resampler/source_bytes.h"
+#include "driver/frame/resampler/jobs/source_bytes.h"
 
 namespace lidcam {
 namespace {
 
-constexpr std::int32_t kPixelBytes = 2;
-constexpr std::int32_t kPairBytes = 4;
+constexpr std::int32_t kScaledPixelBytes = 2;
+constexpr std::int32_t kYuy2PairBytes = 4;
 
-bool TakesInterpolation(const ResizeArguments& arguments) {
+bool Yuy2TakesInterpolation(const ResizeArguments& arguments) {
   switch (arguments.Interpolation) {
     case InterpolationNearest:
     case InterpolationLinear:
@@ -23,7 +23,7 @@ bool TakesInterpolation(const ResizeArguments& arguments) {
   }
 }
 
-constexpr ResizeRules kRules{.IsPaired = true, .TakesInterpolation = TakesInterpolation};
+constexpr ResizeRules kYuy2Rules{.IsPaired = true, .TakesInterpolation = Yuy2TakesInterpolation};
 
 ScaleAxis RowAxis(const ResizeArguments& arguments, ImageSize output) {
   return {ClipRegion(arguments).Height, arguments.SourceSize.Height - arguments.Region.Y - 1,
@@ -49,7 +49,7 @@ bool ReadsStayInside(const ScaleJob& job) {
   // Kernels load pixels whole: of the last one the chroma byte behind its luma, too.
   const std::int64_t pixels = std::int64_t{job.Luma.Index[job.Luma.Count - 1]} + 2;
   const std::int64_t pairs = std::int64_t{job.Chroma.Index[job.Chroma.Count - 1]} + 2;
-  const std::int64_t rowEnd = std::max(pixels * kPixelBytes, pairs * kPairBytes);
+  const std::int64_t rowEnd = std::max(pixels * kScaledPixelBytes, pairs * kYuy2PairBytes);
   // Kernels count the bytes of a row in 32 bits.
   if (rowEnd > std::numeric_limits<std::int32_t>::max()) return false;
   const auto first = static_cast<std::int64_t>(job.Source - job.ReadBegin);
@@ -58,7 +58,7 @@ bool ReadsStayInside(const ScaleJob& job) {
 }
 
 bool WritesStayApart(const ScaleJob& job) {
-  const std::int64_t rowBytes = std::int64_t{kPairBytes} * job.Chroma.Count;
+  const std::int64_t rowBytes = std::int64_t{kYuy2PairBytes} * job.Chroma.Count;
   if (job.DestinationStep < rowBytes) return false;
   const std::int64_t written = std::int64_t{job.DestinationStep} * (job.Rows.Count - 1) + rowBytes;
   const auto begin = reinterpret_cast<std::uintptr_t>(job.Destination);
@@ -71,7 +71,7 @@ bool WritesStayApart(const ScaleJob& job) {
 }  // namespace
 
 ResizeStatus CheckYuy2(const ResizeArguments& arguments, ImageSize& output) {
-  const ResizeStatus status = CheckResizeArguments(arguments, kRules);
+  const ResizeStatus status = CheckResizeArguments(arguments, kYuy2Rules);
   if (status != ResizeDone) return status;
   const ImageRegion region = ClipRegion(arguments);
   const std::int32_t width =
@@ -93,7 +93,7 @@ Yuy2Scale::Yuy2Scale(const ResizeArguments& arguments, ImageSize output)
   if (memory_.Bytes() == nullptr) return;
   AxisTable tables[3];
   BuildTables(axes_, memory_.Bytes(), tables);
-  const SourceBytes source = BytesOf(arguments, kPairBytes);
+  const SourceBytes source = BytesOf(arguments, kYuy2PairBytes);
   job_ = {.Source = MovedBy(source.Begin, source.First),
           .SourceStep = arguments.SourceStep,
           .ReadBegin = source.Begin,

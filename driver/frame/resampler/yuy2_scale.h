@@ -1,7 +1,7 @@
 #pragma once
 
-#include "driver/frame/resampler/resize_arguments.h"
-#include "driver/frame/resampler/scale_tables.h"
+#include "driver/frame/resampler/jobs/resize_arguments.h"
+#include "driver/frame/resampler/jobs/scale_tables.h"
 
 namespace lidcam {
 

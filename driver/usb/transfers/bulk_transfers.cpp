@@ -5,16 +5,13 @@
 #include "driver/core/base/camera_memory.h"
 #include "driver/core/base/camera_trace.h"
 #include "driver/usb/requests/control_requests.h"
+#include "driver/usb/transfers/transfer_sizes.h"
 
 namespace lidcam {
 namespace {
 
-constexpr char kSignature[4] = {'B', 'U', 'Q', 'R'};
+constexpr char kBulkSignature[4] = {'B', 'U', 'Q', 'R'};
 constexpr std::uint8_t kWaiterWantsEvent = 8;  // in BulkTransfer::Flags
-
-std::uint32_t SmallerOf(std::uint32_t a, std::uint32_t b) {
-  return a < b ? a : b;
-}
 
 // Work for a stream's transfer that is done. The third word is the queued item; it is here, so that
 // there is always one to queue.
@@ -150,7 +147,8 @@ struct BulkRequest {
 
 void FillTransfer(BulkTransfer& transfer, UsbDeviceRecord& device, UsbStreamRecord* stream,
                   const BulkRequest& request) {
-  for (std::size_t i = 0; i < sizeof(kSignature); ++i) transfer.Signature[i] = kSignature[i];
+  for (std::size_t i = 0; i < sizeof(kBulkSignature); ++i)
+    transfer.Signature[i] = kBulkSignature[i];
   transfer.Device = &device;
   transfer.Stream = stream;
   transfer.Remaining = request.Length;

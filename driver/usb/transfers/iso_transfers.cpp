@@ -6,15 +6,12 @@
 #include "driver/usb/transfers/frame_thread.h"
 #include "driver/usb/transfers/stream_recovery.h"
 #include "driver/usb/transfers/transfer_ownership.h"
+#include "driver/usb/transfers/transfer_sizes.h"
 
 namespace lidcam {
 namespace {
 
-constexpr char kSignature[4] = {'I', 'S', 'Q', 'R'};
-
-std::uint32_t SmallerOf(std::uint32_t a, std::uint32_t b) {
-  return a < b ? a : b;
-}
+constexpr char kIsochronousSignature[4] = {'I', 'S', 'Q', 'R'};
 
 // The URB's pointers want their own alignment, which four packets of an odd size don't end at.
 std::uint32_t DataSizeFor(std::uint32_t packets, std::uint32_t packetSize) {
@@ -104,7 +101,8 @@ void TakeHome(IsoTransfer& transfer, ReferenceCountedMemory& memory) {
 
 NTSTATUS PrepareIsoTransfer(UsbStreamRecord& stream, IsoTransfer& transfer) {
   ReleaseIsoTransfer(transfer);
-  for (std::size_t i = 0; i < sizeof(kSignature); ++i) transfer.Signature[i] = kSignature[i];
+  for (std::size_t i = 0; i < sizeof(kIsochronousSignature); ++i)
+    transfer.Signature[i] = kIsochronousSignature[i];
   transfer.Device = stream.Device;
   transfer.Stream = &stream;
   transfer.Pipeline = stream.Pipeline;

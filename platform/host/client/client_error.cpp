@@ -1,6 +1,6 @@
 #include "platform/host/client/client_error.h"
 
-#include "platform/host/nt/status_words.h"
+#include "platform/host/nt/system/status_words.h"
 
 namespace lidcam::client {
 

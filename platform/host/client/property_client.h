@@ -7,7 +7,7 @@
 
 #include "platform/host/client/client_error.h"
 #include "platform/host/client/video_format.h"
-#include "platform/host/nt/device_file.h"
+#include "platform/host/nt/io/device_file.h"
 
 namespace lidcam::client {
 

@@ -3,6 +3,7 @@ set(LIDCAM_STREAMING_CLASS_SOURCES
   device/class_rules.cpp
   device/device_block.cpp
   device/device_requests.cpp
+  device/filter_block.cpp
   device/filter_factory.cpp
   device/power_requests.cpp
   entry/driver_entry_points.cpp
@@ -14,13 +15,13 @@ set(LIDCAM_STREAMING_CLASS_SOURCES
   objects/class_mutex.cpp
   objects/file_names.cpp
   objects/object_bag.cpp
-  pin/clock_requests.cpp
+  pin/requests/clock_requests.cpp
   pin/pin_answer.cpp
-  pin/pin_create.cpp
+  pin/requests/pin_create.cpp
   pin/pin_kinds.cpp
-  pin/pin_properties.cpp
-  pin/pin_requests.cpp
-  pin/pin_state.cpp
+  pin/requests/pin_properties.cpp
+  pin/requests/pin_requests.cpp
+  pin/requests/pin_state.cpp
   pin/pin_worker.cpp
   properties/automation.cpp
   properties/basic_support.cpp

@@ -1,6 +1,6 @@
 // Streams of every size over buses of every width.
 
-#include "apps/lidcam/camera/camera_stream.h"
+#include "apps/lidcam/camera/streaming/camera_stream.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -16,8 +16,8 @@
 #include <vector>
 
 #include "apps/lidcam/base/command_error.h"
-#include "apps/lidcam/base/host_environment.h"
-#include "apps/lidcam/base/trace_observer.h"
+#include "apps/lidcam/settings/host_environment.h"
+#include "apps/lidcam/settings/trace_observer.h"
 #include "camera_model/bus_adapter/simulated_bus.h"
 #include "driver/frame/resampler/image_resampler.h"
 #include "platform/host/nt/registry/registry.h"

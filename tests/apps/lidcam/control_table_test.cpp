@@ -1,4 +1,4 @@
-#include "apps/lidcam/camera/control_table.h"
+#include "apps/lidcam/camera/controls/control_table.h"
 
 #include <gtest/gtest.h>
 
@@ -8,9 +8,9 @@
 #include <string_view>
 
 #include "apps/lidcam/base/command_error.h"
-#include "apps/lidcam/base/host_environment.h"
-#include "apps/lidcam/base/trace_observer.h"
 #include "apps/lidcam/camera/opened_camera.h"
+#include "apps/lidcam/settings/host_environment.h"
+#include "apps/lidcam/settings/trace_observer.h"
 #include "camera_model/bus_adapter/simulated_bus.h"
 #include "driver/avstream/properties/property_ids.h"
 #include "driver/avstream/properties/property_requests.h"

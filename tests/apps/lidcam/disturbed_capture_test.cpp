@@ -12,27 +12,24 @@
 #include <string_view>
 #include <vector>
 
-#include "apps/lidcam/base/host_environment.h"
-#include "apps/lidcam/base/trace_observer.h"
-#include "apps/lidcam/camera/camera_stream.h"
-#include "bus/capture/capture_bus.h"
-#include "bus/capture/recording_bus.h"
+#include "apps/lidcam/camera/streaming/camera_stream.h"
+#include "apps/lidcam/settings/host_environment.h"
+#include "apps/lidcam/settings/trace_observer.h"
+#include "bus/capture/recording/recording_bus.h"
+#include "bus/capture/replay/capture_bus.h"
 #include "camera_model/bus_adapter/simulated_bus.h"
-#include "platform/host/nt/debug_print.h"
 #include "platform/host/nt/registry/registry.h"
+#include "platform/host/nt/system/debug_print.h"
 
 namespace lidcam::app {
 namespace {
 
 namespace fs = std::filesystem;
-using camera_model::FaultKind;
 using ::testing::ElementsAreArray;
 
 using Lines = std::vector<std::string>;
 
 constexpr StreamSize kSize{.Delivered = {160, 120}, .Raw = PictureSize{160, 120}};
-constexpr std::uint64_t kDisturbedFrame = 3;
-constexpr std::uint32_t kRunLength = 7;
 constexpr std::uint64_t kMicroframes = 3200;  // some twelve frames
 constexpr double kLongestRun = 5;             // seconds
 
@@ -68,17 +65,14 @@ RunAccount StreamOver(bus::UsbBus& bus) {
 
 /// A fault and what it does to the frames; a frame is 37 packets of 1024 bytes and one of 578.
 struct FaultRow {
-  FaultKind Kind;
-  std::uint64_t Packet;    ///< within the disturbed frame
+  std::string Name;
+  std::string Faults;      ///< of the fourth frame
   Lines Consequence;       ///< lines from the disturbed frame's end to the next undisturbed frame's
   bool BreaksOff = false;  ///< the transfers that a recovery starts find no pipe for them
 };
 
 std::string NameOf(const ::testing::TestParamInfo<FaultRow>& tested) {
-  constexpr std::array kNames = {"Lost",      "Short",        "Oversized",
-                                 "Corrupted", "MarkerAtHead", "MarkerInside",
-                                 "EmptyRun",  "Silence",      "Stall"};
-  return kNames.at(static_cast<std::size_t>(tested.param.Kind));
+  return tested.param.Name;
 }
 
 Lines Good() {
@@ -116,11 +110,9 @@ class DisturbedCapture : public ::testing::TestWithParam<FaultRow> {
     fs::remove_all(folder_);
   }
 
-  [[nodiscard]] RunAccount Record(const std::vector<camera_model::PacketFault>& faults) const {
+  [[nodiscard]] RunAccount Record(const std::string& faults) const {
     bus::SimulatedBus simulated({});
-    simulated.WithCamera([&faults](camera_model::UsbDevice& camera) {
-      for (const camera_model::PacketFault& fault : faults) camera.Stream().Faults().Add(fault);
-    });
+    simulated.DisturbFrames(bus::ParseFaultScript(faults));
     bus::RecordingBus recording(simulated, CapturePath());
     RunAccount account = StreamOver(recording);
     recording.Finish();
@@ -145,7 +137,7 @@ Lines UpToTheDisturbedFrame() {
 
 TEST_P(DisturbedCapture, IsReplayedWithTheDecisionsOfTheLiveStream) {
   const FaultRow& row = GetParam();
-  const RunAccount live = Record({{kDisturbedFrame, row.Packet, row.Kind, kRunLength}});
+  const RunAccount live = Record(row.Faults);
   const RunAccount replayed = Replay();
 
   Lines expected = UpToTheDisturbedFrame() + row.Consequence;
@@ -163,17 +155,19 @@ TEST_P(DisturbedCapture, IsReplayedWithTheDecisionsOfTheLiveStream) {
 INSTANTIATE_TEST_SUITE_P(
     EveryFault, DisturbedCapture,
     ::testing::Values(
-        FaultRow{FaultKind::Lost, 5, Bad("37442") + GoodDiscarded()},
-        FaultRow{FaultKind::Short, 5, Bad("37954") + GoodDiscarded()},
+        FaultRow{"Lost", "frame 4 packet 6 lose", Bad("37442") + GoodDiscarded()},
+        // The script's bits leave 922 of the packet's 1024 bytes.
+        FaultRow{"Short", "frame 4 packet 6 short", Bad("38364") + GoodDiscarded()},
         // Only the last packet has room for more.
-        FaultRow{FaultKind::Oversized, 37, Bad("38482") + GoodDiscarded()},
-        FaultRow{FaultKind::Corrupted, 5, Good()},
-        FaultRow{FaultKind::MarkerAtHead, 5, Bad("5120") + BadDiscarded("33346") + GoodDiscarded()},
-        FaultRow{FaultKind::MarkerInside, 5, Good()},  //
-        FaultRow{FaultKind::EmptyRun, 5, Good()},
-        FaultRow{FaultKind::Silence, 5, Bad("31298") + GoodDiscarded()},
+        FaultRow{"Oversized", "frame 4 packet 38 oversize", Bad("38912") + GoodDiscarded()},
+        FaultRow{"Corrupted", "frame 4 packet 6 corrupt; frame 4 packet 6 error", Good()},
+        FaultRow{"MarkerAtHead", "frame 4 packet 6 false-start",
+                 Bad("5120") + BadDiscarded("33346") + GoodDiscarded()},
+        FaultRow{"MarkerInside", "frame 4 packet 6 marker", Good()},
+        FaultRow{"EmptyRun", "frame 4 packet 6 pause 875us", Good()},
+        FaultRow{"Silence", "frame 4 packet 6 silence 875us", Bad("31298") + GoodDiscarded()},
         // More than a transfer behind the marker: the transfer that halts brings none.
-        FaultRow{FaultKind::Stall, 35, {}, true}),
+        FaultRow{"Stall", "frame 4 packet 36 stall", {}, true}),
     NameOf);
 
 }  // namespace

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "apps/lidcam/base/trace_observer.h"
+#include "apps/lidcam/settings/trace_observer.h"
 #include "driver/core/base/camera_trace.h"
 
 namespace lidcam::app {

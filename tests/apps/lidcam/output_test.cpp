@@ -117,6 +117,16 @@ TEST_F(OutputTest, OfADiskWithoutRoomForAWholePartTheFileBeforeIsKept) {
   EXPECT_EQ(ContentOf("a.txt"), "before");
 }
 
+TEST_F(OutputTest, ALinkStaysALink) {
+  std::ofstream(PathOf("real.txt")) << "before";
+  fs::create_symlink("real.txt", PathOf("a.txt"));
+  OutputFile file(PathOf("a.txt"));
+  file.Write("new");
+  file.Commit();
+  EXPECT_TRUE(fs::is_symlink(PathOf("a.txt")));
+  EXPECT_EQ(ContentOf("real.txt"), "new");
+}
+
 TEST_F(OutputTest, WhatCannotHaveItsNameIsKeptBesideIt) {
   OutputFile file(PathOf("a.txt"));
   file.Write("all of it");

@@ -10,17 +10,18 @@
 namespace lidcam::app {
 namespace {
 
-constexpr PictureSize kSize{160, 120};
+constexpr PictureSize kStreamedSize{160, 120};
 constexpr std::uint32_t kRawBytes = 38466;
 
 // Feeds raw frames of chosen lengths, a packet of 512 bytes at a time.
 class ReplayPipelineTest : public ::testing::Test {
  protected:
   ReplayPipelineTest() {
-    const std::uint32_t bufferSize = SetRecordedFormat(*context_, kSize, kSize, kRawBytes);
+    const std::uint32_t bufferSize =
+        SetRecordedFormat(*context_, kStreamedSize, kStreamedSize, kRawBytes);
     context_->FrameSettleCount = 5;
     path_ = std::make_unique<ReplayPipeline>(
-        *context_, bufferSize, kSize,
+        *context_, bufferSize, kStreamedSize,
         [this](const DeliveredFrame& frame) { firstPixels_.push_back(frame.Yuy2[0]); });
   }
 

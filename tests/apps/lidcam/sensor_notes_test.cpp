@@ -1,4 +1,4 @@
-#include "apps/lidcam/camera/sensor_notes.h"
+#include "apps/lidcam/camera/controls/sensor_notes.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -12,7 +12,7 @@
 
 #include "apps/lidcam/base/command_error.h"
 #include "driver/frame/still/still_capture.h"
-#include "platform/host/nt/wdm_version.h"
+#include "platform/host/nt/system/wdm_version.h"
 #include "tests/driver/support/file_size_limit.h"
 #include "tests/driver/support/system_root.h"
 #include "tests/driver/support/unprivileged_user.h"

@@ -1,4 +1,4 @@
-#include "apps/lidcam/base/stream_size.h"
+#include "apps/lidcam/settings/stream_size.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "apps/lidcam/base/trace_observer.h"
+#include "apps/lidcam/settings/trace_observer.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

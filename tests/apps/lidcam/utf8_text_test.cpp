@@ -6,8 +6,6 @@
 #include <nlohmann/json.hpp>
 #include <string>
 
-#include "apps/lidcam/plot/svg_drawing.h"
-
 namespace lidcam::app {
 namespace {
 
@@ -37,12 +35,6 @@ TEST(JsonText, TakesAnyNameAnywhere) {
   const std::string text = JsonText(value, -1);
   EXPECT_EQ(text, R"({"file":"n\\xFF","list":["\\xFE",3,{"deep":"\\xE9"}]})");
   EXPECT_EQ(nlohmann::json::parse(text)["file"], "n\\xFF");
-}
-
-TEST(SvgDrawing, HasNoByteThatIsNoText) {
-  SvgDrawing drawing(100, 100);
-  drawing.Text({10, 10}, "a\xFF\x01<b", {});
-  EXPECT_THAT(drawing.Finish(), ::testing::HasSubstr(">a\\xFF &lt;b</text>"));
 }
 
 }  // namespace

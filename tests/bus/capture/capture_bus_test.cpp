@@ -1,4 +1,4 @@
-#include "bus/capture/capture_bus.h"
+#include "bus/capture/replay/capture_bus.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -7,7 +7,7 @@
 #include <array>
 #include <memory>
 
-#include "bus/capture/recording_bus.h"
+#include "bus/capture/recording/recording_bus.h"
 #include "bus/enumeration.h"
 #include "tests/bus/capture/capture_support.h"
 

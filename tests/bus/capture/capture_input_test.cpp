@@ -1,4 +1,4 @@
-#include "bus/capture/capture_input.h"
+#include "bus/capture/files/capture_input.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -11,8 +11,8 @@
 #include <cstdio>
 #include <thread>
 
-#include "bus/capture/capture_error.h"
-#include "bus/capture/pcap_file.h"
+#include "bus/capture/files/capture_error.h"
+#include "bus/capture/files/pcap_file.h"
 #include "tests/bus/capture/capture_support.h"
 #include "tests/driver/support/file_size_limit.h"
 

@@ -1,4 +1,4 @@
-#include "bus/capture/capture_source.h"
+#include "bus/capture/replay/capture_source.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -9,8 +9,8 @@
 #include <optional>
 #include <span>
 
-#include "bus/capture/pcap_file.h"
-#include "bus/capture/recording_bus.h"
+#include "bus/capture/files/pcap_file.h"
+#include "bus/capture/recording/recording_bus.h"
 #include "bus/enumeration.h"
 #include "tests/bus/capture/capture_support.h"
 

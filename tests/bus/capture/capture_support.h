@@ -14,7 +14,7 @@
 #include <utility>
 #include <vector>
 
-#include "bus/capture/capture_error.h"
+#include "bus/capture/files/capture_error.h"
 #include "bus/usb_bus.h"
 
 namespace lidcam::bus::test {

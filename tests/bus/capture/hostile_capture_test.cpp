@@ -4,9 +4,9 @@
 #include <array>
 #include <iterator>
 
-#include "bus/capture/capture_bus.h"
-#include "bus/capture/capture_reader.h"
-#include "bus/capture/recording_bus.h"
+#include "bus/capture/recording/recording_bus.h"
+#include "bus/capture/replay/capture_bus.h"
+#include "bus/capture/replay/capture_reader.h"
 #include "bus/enumeration.h"
 #include "tests/bus/capture/capture_support.h"
 
@@ -64,7 +64,7 @@ Bytes UsbmonCapture(const TemporaryFolder& folder) {
   return ReadFile(folder.Path("whole.pcap"));
 }
 
-Bytes UsbpcapCapture() {
+Bytes WholeUsbpcapCapture() {
   PcapImage image{249};
   image.Add(
       Hex("1C 00  01 00 00 00 00 00 00 00  00 00 00 00  0B 00  00  02 00  07 00  80  02  08 00 00 "
@@ -119,7 +119,7 @@ TEST(HostileCapture, UsbmonCutAtAnyByteGivesTheWholeRecordsBefore) {
 }
 
 TEST(HostileCapture, UsbpcapCutAtAnyByteGivesTheWholeRecordsBefore) {
-  CutEverywhere(UsbpcapCapture());
+  CutEverywhere(WholeUsbpcapCapture());
 }
 
 /// Spoils each byte in turn: the records before it are read all the same, and whatever comes of the
@@ -149,7 +149,7 @@ TEST(HostileCapture, UsbmonWithAnyByteSpoiledIsSurvived) {
 }
 
 TEST(HostileCapture, UsbpcapWithAnyByteSpoiledIsSurvived) {
-  SpoilEverywhere(UsbpcapCapture());
+  SpoilEverywhere(WholeUsbpcapCapture());
 }
 
 }  // namespace

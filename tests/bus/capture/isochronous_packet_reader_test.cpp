@@ -1,9 +1,9 @@
-#include "bus/capture/isochronous_packet_reader.h"
+#include "bus/capture/replay/isochronous_packet_reader.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "bus/capture/recording_bus.h"
+#include "bus/capture/recording/recording_bus.h"
 #include "tests/bus/capture/capture_support.h"
 
 namespace lidcam::bus::test {

@@ -1,4 +1,4 @@
-#include "bus/capture/recording_bus.h"
+#include "bus/capture/recording/recording_bus.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -8,7 +8,7 @@
 #include <deque>
 #include <thread>
 
-#include "bus/capture/capture_reader.h"
+#include "bus/capture/replay/capture_reader.h"
 #include "tests/bus/capture/capture_support.h"
 
 namespace lidcam::bus::test {

@@ -1,4 +1,4 @@
-#include "bus/capture/usb_record.h"
+#include "bus/capture/records/usb_record.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

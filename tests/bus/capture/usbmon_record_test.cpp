@@ -3,7 +3,7 @@
 
 #include <algorithm>
 
-#include "bus/capture/usb_record.h"
+#include "bus/capture/records/usb_record.h"
 #include "tests/bus/capture/capture_support.h"
 
 namespace lidcam::bus::test {
@@ -61,19 +61,19 @@ const Bytes kControlOutComplete =
         "00 00 00 00  00 00 00 00  00 00 00 00 00 00 00 00"
         "00 00 00 00  00 00 00 00  00 00 00 00  00 00 00 00");
 
-UsbRecord Decode(const Bytes& bytes, std::size_t originalLength = 0) {
+UsbRecord DecodedUsbmon(const Bytes& bytes, std::size_t originalLength = 0) {
   UsbRecord record;
   DecodeUsbmonRecord(bytes, originalLength, record);
   return record;
 }
 
-std::string Refusal(Bytes bytes, std::size_t at, const Bytes& patch) {
+std::string RefusalOfUsbmon(Bytes bytes, std::size_t at, const Bytes& patch) {
   std::ranges::copy(patch, bytes.begin() + static_cast<std::ptrdiff_t>(at));
-  return ErrorOf([&] { Decode(bytes); });
+  return ErrorOf([&] { DecodedUsbmon(bytes); });
 }
 
 TEST(UsbmonRecord, ControlSubmissionCarriesTheSetupPacket) {
-  const UsbRecord record = Decode(kControlSubmit);
+  const UsbRecord record = DecodedUsbmon(kControlSubmit);
   EXPECT_EQ(record.Id, 0xFFFF880034128800U);
   EXPECT_EQ(record.Event, RecordEvent::Submit);
   EXPECT_EQ(record.Type, TransferType::Control);
@@ -88,7 +88,7 @@ TEST(UsbmonRecord, ControlSubmissionCarriesTheSetupPacket) {
 }
 
 TEST(UsbmonRecord, ControlCompletionCarriesTheByteRead) {
-  const UsbRecord record = Decode(kControlComplete);
+  const UsbRecord record = DecodedUsbmon(kControlComplete);
   EXPECT_EQ(record.Event, RecordEvent::Complete);
   EXPECT_EQ(record.Endpoint, 0x80);
   EXPECT_EQ(record.Status, 0);
@@ -99,7 +99,7 @@ TEST(UsbmonRecord, ControlCompletionCarriesTheByteRead) {
 }
 
 TEST(UsbmonRecord, IsochronousCompletionGivesEachPacketAtItsOffset) {
-  const UsbRecord record = Decode(kIsochronousComplete);
+  const UsbRecord record = DecodedUsbmon(kIsochronousComplete);
   EXPECT_EQ(record.Type, TransferType::Isochronous);
   EXPECT_EQ(record.Endpoint, 0x82);
   EXPECT_EQ(record.TimeMicroseconds, 1'001'000'001);
@@ -115,7 +115,7 @@ TEST(UsbmonRecord, IsochronousCompletionGivesEachPacketAtItsOffset) {
 }
 
 TEST(UsbmonRecord, IsochronousSubmissionHasLengthsWithoutData) {
-  const UsbRecord record = Decode(kIsochronousSubmit);
+  const UsbRecord record = DecodedUsbmon(kIsochronousSubmit);
   EXPECT_EQ(record.TransferLength, 24U);
   EXPECT_THAT(record.Packets,
               ElementsAre(RecordedPacket{-18, 0, 8, 0}, RecordedPacket{-18, 8, 8, 0},
@@ -124,16 +124,16 @@ TEST(UsbmonRecord, IsochronousSubmissionHasLengthsWithoutData) {
 }
 
 TEST(UsbmonRecord, OutDataStandsInTheSubmission) {
-  EXPECT_THAT(Decode(kControlOutSubmit).Data, ElementsAre(0xAB, 0xCD));
-  EXPECT_EQ(Decode(kControlOutComplete).Status, -32);
-  EXPECT_THAT(Decode(kControlOutComplete).Data, IsEmpty());
+  EXPECT_THAT(DecodedUsbmon(kControlOutSubmit).Data, ElementsAre(0xAB, 0xCD));
+  EXPECT_EQ(DecodedUsbmon(kControlOutComplete).Status, -32);
+  EXPECT_THAT(DecodedUsbmon(kControlOutComplete).Data, IsEmpty());
 }
 
 TEST(UsbmonRecord, EveryRecordIsEncodedAsItWasDecoded) {
   for (const Bytes& bytes : {kControlSubmit, kControlComplete, kIsochronousSubmit,
                              kIsochronousComplete, kControlOutSubmit, kControlOutComplete}) {
     Bytes encoded;
-    EncodeUsbmonRecord(Decode(bytes), encoded);
+    EncodeUsbmonRecord(DecodedUsbmon(bytes), encoded);
     EXPECT_EQ(encoded, bytes);
   }
 }
@@ -142,16 +142,16 @@ TEST(UsbmonRecord, SubmissionThatTheControllerRefusedIsAnEventOfItsOwn) {
   Bytes bytes = kControlOutComplete;
   bytes[8] = 'E';
   bytes[15] = 0;
-  EXPECT_EQ(Decode(bytes).Event, RecordEvent::Refused);
+  EXPECT_EQ(DecodedUsbmon(bytes).Event, RecordEvent::Refused);
   Bytes encoded;
-  EncodeUsbmonRecord(Decode(bytes), encoded);
+  EncodeUsbmonRecord(DecodedUsbmon(bytes), encoded);
   EXPECT_EQ(encoded, bytes);
 }
 
 TEST(UsbmonRecord, PacketsBehindTheCutOfARecordAreMissingAndNotAnError) {
   Bytes cut = kIsochronousComplete;
   cut.resize(cut.size() - 2);
-  const UsbRecord record = Decode(cut, kIsochronousComplete.size());
+  const UsbRecord record = DecodedUsbmon(cut, kIsochronousComplete.size());
   EXPECT_THAT(record.Packets, ElementsAre(RecordedPacket{0, 0, 4, 4}, RecordedPacket{-71, 8, 0, 0},
                                           RecordedPacket{0, 16, 3, 1}));
   EXPECT_THAT(PacketData(record, record.Packets[2]), ElementsAre(3));
@@ -160,7 +160,7 @@ TEST(UsbmonRecord, PacketsBehindTheCutOfARecordAreMissingAndNotAnError) {
 TEST(UsbmonRecord, DataThatTheCaptureSystemCouldNotReadAreMissing) {
   Bytes bytes = kIsochronousComplete;
   bytes[15] = 'D';
-  const UsbRecord record = Decode(bytes);
+  const UsbRecord record = DecodedUsbmon(bytes);
   EXPECT_THAT(record.Data, IsEmpty());
   EXPECT_EQ(record.Packets[0], (RecordedPacket{0, 0, 4, 0}));
 }
@@ -168,39 +168,40 @@ TEST(UsbmonRecord, DataThatTheCaptureSystemCouldNotReadAreMissing) {
 TEST(UsbmonRecord, BytesBehindTheAnnouncedDataAreNotData) {
   Bytes bytes = kControlComplete;
   bytes.push_back(0x99);
-  EXPECT_THAT(Decode(bytes).Data, ElementsAre(0x76));
+  EXPECT_THAT(DecodedUsbmon(bytes).Data, ElementsAre(0x76));
 }
 
 TEST(UsbmonRecord, EveryShorterHeadIsRefused) {
   for (std::size_t length = 0; length < 64; ++length) {
     const Bytes head(kControlSubmit.begin(),
                      kControlSubmit.begin() + static_cast<std::ptrdiff_t>(length));
-    EXPECT_EQ(ErrorOf([&] { Decode(head); }),
+    EXPECT_EQ(ErrorOf([&] { DecodedUsbmon(head); }),
               std::to_string(length) + " bytes, but a usbmon header has 64");
   }
 }
 
 TEST(UsbmonRecord, EveryContradictionIsNamed) {
-  EXPECT_EQ(Refusal(kControlSubmit, 8, Hex("54")), "event type 84 is none of S, C and E");
-  EXPECT_EQ(Refusal(kControlSubmit, 9, Hex("04")), "transfer type 4 is above 3");
-  EXPECT_EQ(Refusal(kControlSubmit, 16, Hex("FF FF FF FF FF FF FF FF")),
+  EXPECT_EQ(RefusalOfUsbmon(kControlSubmit, 8, Hex("54")), "event type 84 is none of S, C and E");
+  EXPECT_EQ(RefusalOfUsbmon(kControlSubmit, 9, Hex("04")), "transfer type 4 is above 3");
+  EXPECT_EQ(RefusalOfUsbmon(kControlSubmit, 16, Hex("FF FF FF FF FF FF FF FF")),
             "time stamp of -1 s and 123456 us");
-  EXPECT_EQ(Refusal(kControlSubmit, 16, Hex("00 00 00 00 00 00 00 70")),
+  EXPECT_EQ(RefusalOfUsbmon(kControlSubmit, 16, Hex("00 00 00 00 00 00 00 70")),
             "time stamp of 8070450532247928832 s and 123456 us");
-  EXPECT_EQ(Refusal(kControlSubmit, 24, Hex("40 42 0F 00")), "time stamp of 1000 s and 1000000 us");
-  EXPECT_EQ(Refusal(kControlSubmit, 60, Hex("01")),
+  EXPECT_EQ(RefusalOfUsbmon(kControlSubmit, 24, Hex("40 42 0F 00")),
+            "time stamp of 1000 s and 1000000 us");
+  EXPECT_EQ(RefusalOfUsbmon(kControlSubmit, 60, Hex("01")),
             "1 packet descriptors in a transfer without packets");
-  EXPECT_EQ(Refusal(kControlComplete, 36, Hex("02")),
+  EXPECT_EQ(RefusalOfUsbmon(kControlComplete, 36, Hex("02")),
             "data length 2, but 1 bytes behind the header");
-  EXPECT_EQ(Refusal(kControlComplete, 36, Hex("FF FF FF FF")),
+  EXPECT_EQ(RefusalOfUsbmon(kControlComplete, 36, Hex("FF FF FF FF")),
             "data length 4294967295, but 1 bytes behind the header");
-  EXPECT_EQ(Refusal(kIsochronousComplete, 60, Hex("05")),
+  EXPECT_EQ(RefusalOfUsbmon(kIsochronousComplete, 60, Hex("05")),
             "5 packet descriptors, but 67 bytes behind the header");
-  EXPECT_EQ(Refusal(kIsochronousComplete, 60, Hex("FF FF FF FF")),
+  EXPECT_EQ(RefusalOfUsbmon(kIsochronousComplete, 60, Hex("FF FF FF FF")),
             "4294967295 packet descriptors, but 67 bytes behind the header");
-  EXPECT_EQ(Refusal(kIsochronousComplete, 64 + 32 + 8, Hex("04")),
+  EXPECT_EQ(RefusalOfUsbmon(kIsochronousComplete, 64 + 32 + 8, Hex("04")),
             "isochronous packet 2 ends at byte 20 of 19");
-  EXPECT_EQ(Refusal(kIsochronousComplete, 64 + 4, Hex("FF FF FF FF")),
+  EXPECT_EQ(RefusalOfUsbmon(kIsochronousComplete, 64 + 4, Hex("FF FF FF FF")),
             "isochronous packet 0 ends at byte 4294967299 of 19");
 }
 

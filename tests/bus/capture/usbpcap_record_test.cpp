@@ -3,8 +3,8 @@
 
 #include <algorithm>
 
-#include "bus/capture/control_history.h"
-#include "bus/capture/usb_record.h"
+#include "bus/capture/records/usb_record.h"
+#include "bus/capture/replay/control_history.h"
 #include "tests/bus/capture/capture_support.h"
 
 namespace lidcam::bus::test {
@@ -29,19 +29,19 @@ const Bytes kIsochronous =
         "08 00 00 00  03 00 00 00  09 00 00 C0"
         "FF D8 01 02 00 00 00 00 03 04 05");
 
-UsbRecord Decode(const Bytes& bytes, std::size_t originalLength = 0) {
+UsbRecord DecodedUsbpcap(const Bytes& bytes, std::size_t originalLength = 0) {
   UsbRecord record;
   DecodeUsbpcapRecord(bytes, originalLength, 1'000'123'456, record);
   return record;
 }
 
-std::string Refusal(Bytes bytes, std::size_t at, const Bytes& patch) {
+std::string RefusalOfUsbpcap(Bytes bytes, std::size_t at, const Bytes& patch) {
   std::ranges::copy(patch, bytes.begin() + static_cast<std::ptrdiff_t>(at));
-  return ErrorOf([&] { Decode(bytes); });
+  return ErrorOf([&] { DecodedUsbpcap(bytes); });
 }
 
 TEST(UsbpcapRecord, SetupStageCarriesTheSetupPacket) {
-  const UsbRecord record = Decode(kSetupStage);
+  const UsbRecord record = DecodedUsbpcap(kSetupStage);
   EXPECT_EQ(record.Id, 0x8070605040302010U);
   EXPECT_EQ(record.Event, RecordEvent::Submit);
   EXPECT_EQ(record.Type, TransferType::Control);
@@ -55,7 +55,7 @@ TEST(UsbpcapRecord, SetupStageCarriesTheSetupPacket) {
 }
 
 TEST(UsbpcapRecord, CompleteStageCarriesTheAnswer) {
-  const UsbRecord record = Decode(kCompleteStage);
+  const UsbRecord record = DecodedUsbpcap(kCompleteStage);
   EXPECT_EQ(record.Event, RecordEvent::Complete);
   EXPECT_EQ(record.Stage, ControlStage::Complete);
   EXPECT_FALSE(record.Setup);
@@ -68,11 +68,11 @@ TEST(UsbpcapRecord, OutDataFollowTheSetupPacket) {
   bytes[28] = 0x40;
   bytes.push_back(0xAB);
   bytes.push_back(0xCD);
-  EXPECT_THAT(Decode(bytes).Data, ElementsAre(0xAB, 0xCD));
+  EXPECT_THAT(DecodedUsbpcap(bytes).Data, ElementsAre(0xAB, 0xCD));
 }
 
 TEST(UsbpcapRecord, IsochronousPartGivesEachPacketAtItsOffset) {
-  const UsbRecord record = Decode(kIsochronous);
+  const UsbRecord record = DecodedUsbpcap(kIsochronous);
   EXPECT_EQ(record.Type, TransferType::Isochronous);
   EXPECT_EQ(record.Endpoint, 0x82);
   EXPECT_EQ(record.StartMicroframe, 8000U);
@@ -86,7 +86,7 @@ TEST(UsbpcapRecord, IsochronousPartGivesEachPacketAtItsOffset) {
 TEST(UsbpcapRecord, PacketsBehindTheCutOfARecordAreMissingAndNotAnError) {
   Bytes cut = kIsochronous;
   cut.resize(cut.size() - 4);
-  const UsbRecord record = Decode(cut, kIsochronous.size());
+  const UsbRecord record = DecodedUsbpcap(cut, kIsochronous.size());
   EXPECT_THAT(record.Packets,
               ElementsAre(RecordedPacket{0, 0, 4, 4}, RecordedPacket{-71, 8, 3, 0}));
 }
@@ -101,7 +101,7 @@ class UsbpcapStatus : public testing::TestWithParam<StatusRow> {};
 TEST_P(UsbpcapStatus, BecomesTheErrnoOfTheSameMeaning) {
   Bytes bytes = kCompleteStage;
   std::ranges::copy(GetParam().Word, bytes.begin() + 10);
-  EXPECT_EQ(Decode(bytes).Status, GetParam().Errno);
+  EXPECT_EQ(DecodedUsbpcap(bytes).Status, GetParam().Errno);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -114,38 +114,42 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(UsbpcapRecord, NotesOfTheCaptureSystemAreNoTransfers) {
   Bytes bytes = kCompleteStage;
   bytes[22] = 0xFE;
-  EXPECT_EQ(Decode(bytes).Type, TransferType::Other);
+  EXPECT_EQ(DecodedUsbpcap(bytes).Type, TransferType::Other);
 }
 
 TEST(UsbpcapRecord, EveryShorterHeadIsRefused) {
   for (std::size_t length = 0; length < 27; ++length) {
     const Bytes head(kSetupStage.begin(),
                      kSetupStage.begin() + static_cast<std::ptrdiff_t>(length));
-    EXPECT_EQ(ErrorOf([&] { Decode(head); }),
+    EXPECT_EQ(ErrorOf([&] { DecodedUsbpcap(head); }),
               std::to_string(length) + " bytes, but a USBPcap header has 27");
   }
 }
 
 TEST(UsbpcapRecord, EveryContradictionIsNamed) {
-  EXPECT_EQ(Refusal(kSetupStage, 0, Hex("1B")), "header length 27 in a record of 36 bytes");
-  EXPECT_EQ(Refusal(kSetupStage, 0, Hex("25")), "header length 37 in a record of 36 bytes");
-  EXPECT_EQ(Refusal(kIsochronous, 0, Hex("26")), "header length 38 in a record of 74 bytes");
-  EXPECT_EQ(Refusal(kSetupStage, 27, Hex("04")), "control stage 4 is above 3");
-  EXPECT_EQ(Refusal(kSetupStage, 23, Hex("07")), "setup packet of 7 bytes");
-  EXPECT_EQ(Refusal(kSetupStage, 23, Hex("09")), "data length 9, but 8 bytes behind the header");
-  EXPECT_EQ(Refusal(kIsochronous, 31, Hex("03")),
+  EXPECT_EQ(RefusalOfUsbpcap(kSetupStage, 0, Hex("1B")),
+            "header length 27 in a record of 36 bytes");
+  EXPECT_EQ(RefusalOfUsbpcap(kSetupStage, 0, Hex("25")),
+            "header length 37 in a record of 36 bytes");
+  EXPECT_EQ(RefusalOfUsbpcap(kIsochronous, 0, Hex("26")),
+            "header length 38 in a record of 74 bytes");
+  EXPECT_EQ(RefusalOfUsbpcap(kSetupStage, 27, Hex("04")), "control stage 4 is above 3");
+  EXPECT_EQ(RefusalOfUsbpcap(kSetupStage, 23, Hex("07")), "setup packet of 7 bytes");
+  EXPECT_EQ(RefusalOfUsbpcap(kSetupStage, 23, Hex("09")),
+            "data length 9, but 8 bytes behind the header");
+  EXPECT_EQ(RefusalOfUsbpcap(kIsochronous, 31, Hex("03")),
             "3 packet descriptors, but room for 2 in the header");
-  EXPECT_EQ(Refusal(kIsochronous, 31, Hex("FF FF FF FF")),
+  EXPECT_EQ(RefusalOfUsbpcap(kIsochronous, 31, Hex("FF FF FF FF")),
             "4294967295 packet descriptors, but room for 2 in the header");
-  EXPECT_EQ(Refusal(kIsochronous, 39 + 12 + 4, Hex("04")),
+  EXPECT_EQ(RefusalOfUsbpcap(kIsochronous, 39 + 12 + 4, Hex("04")),
             "isochronous packet 1 ends at byte 12 of 11");
-  EXPECT_EQ(Refusal(kIsochronous, 39 + 12, Hex("FF FF FF FF")),
+  EXPECT_EQ(RefusalOfUsbpcap(kIsochronous, 39 + 12, Hex("FF FF FF FF")),
             "isochronous packet 1 ends at byte 4294967298 of 11");
 }
 
 ControlExchange Together(const std::vector<Bytes>& records) {
   ControlHistory history;
-  for (const Bytes& bytes : records) history.Add(Decode(bytes));
+  for (const Bytes& bytes : records) history.Add(DecodedUsbpcap(bytes));
   EXPECT_EQ(history.Exchanges().size(), 1U);
   return history.Exchanges().at(0);
 }
@@ -189,7 +193,7 @@ TEST(UsbpcapControlTransfer, OfAnOlderVersionHasItsOutDataInAStage) {
 
 TEST(UsbpcapControlTransfer, BegunBeforeTheCaptureIsLeftOut) {
   ControlHistory history;
-  history.Add(Decode(kCompleteStage));
+  history.Add(DecodedUsbpcap(kCompleteStage));
   EXPECT_THAT(history.Exchanges(), IsEmpty());
 }
 

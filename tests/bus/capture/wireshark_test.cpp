@@ -3,7 +3,7 @@
 
 #include <array>
 
-#include "bus/capture/recording_bus.h"
+#include "bus/capture/recording/recording_bus.h"
 #include "bus/enumeration.h"
 #include "tests/bus/capture/capture_support.h"
 

@@ -28,6 +28,7 @@ TEST_P(FaultLine, ReadsAndPrints) {
 constexpr FaultPlace kControl = FaultPlace::Control;
 constexpr FaultPlace kSetting = FaultPlace::Setting;
 constexpr FaultPlace kTime = FaultPlace::Time;
+constexpr FaultPlace kFrame = FaultPlace::Frame;
 
 INSTANTIATE_TEST_SUITE_P(
     Grammar, FaultLine,
@@ -75,7 +76,16 @@ INSTANTIATE_TEST_SUITE_P(
                  {kTime, FaultKind::Silence, 3'000'000, 300'000, 1},
                  "at 3s silence 300ms"},
         LineCase{
-            " \tat  3s\tunplug \r", {kTime, FaultKind::Unplug, 3'000'000, 0, 1}, "at 3s unplug"}));
+            " \tat  3s\tunplug \r", {kTime, FaultKind::Unplug, 3'000'000, 0, 1}, "at 3s unplug"},
+        LineCase{"frame 3 packet 5 lose 4",
+                 {kFrame, FaultKind::Lose, FramePacket(3, 5), 0, 4},
+                 "frame 3 packet 5 lose 4"},
+        LineCase{"frame 1000000000 packet 1000000000 stall",
+                 {kFrame, FaultKind::Stall, FramePacket(1'000'000'000, 1'000'000'000), 0, 1},
+                 "frame 1000000000 packet 1000000000 stall"},
+        LineCase{"frame 1 packet 1 pause 0.875ms",
+                 {kFrame, FaultKind::Pause, FramePacket(1, 1), 875, 1},
+                 "frame 1 packet 1 pause 875us"}));
 
 TEST(FaultScriptText, LinesSemicolonsAndCommentsPartFaults) {
   const FaultScript script = ParseFaultScript(
@@ -120,6 +130,9 @@ const std::string kOfSetting =
 const std::string kOfTime =
     "one of lose [COUNT], short [COUNT], oversize [COUNT], corrupt [COUNT], marker [COUNT], "
     "false-start [COUNT], error [COUNT], fail [COUNT], silent [COUNT], silence TIME, unplug";
+const std::string kOfFrame =
+    "one of lose [COUNT], short [COUNT], oversize [COUNT], corrupt [COUNT], marker [COUNT], "
+    "false-start [COUNT], error [COUNT], pause TIME, silence TIME, stall";
 const std::string kTooMuch =
     " is too much: the line is complete before it; ';' or a new line begins another fault";
 
@@ -127,8 +140,8 @@ INSTANTIATE_TEST_SUITE_P(
     Grammar, FaultScriptMistake,
     testing::Values(
         ErrorCase{"lose 5",
-                  "'lose' is no place; right would be control NUMBER, setting NUMBER, at TIME or "
-                  "bits NUMBER"},
+                  "'lose' is no place; right would be control NUMBER, setting NUMBER, at TIME, "
+                  "frame NUMBER packet NUMBER or bits NUMBER"},
         ErrorCase{"control 0 stall",
                   "'0' is not the number of a control request from 1 to 1000000000"},
         ErrorCase{"control stall",
@@ -176,7 +189,16 @@ INSTANTIATE_TEST_SUITE_P(
         ErrorCase{"at 1s lose; \x01\xFF",
                   "'?"
                   "?' is no place; right would be control NUMBER, "
-                  "setting NUMBER, at TIME or bits NUMBER"}));
+                  "setting NUMBER, at TIME, frame NUMBER packet NUMBER or bits NUMBER"},
+        ErrorCase{"frame 0 packet 1 lose", "'0' is not the number of a frame from 1 to 1000000000"},
+        ErrorCase{"frame 2 lose", "'lose' is not packet NUMBER"},
+        ErrorCase{"frame 2", "'2' is the last word; packet NUMBER should follow"},
+        ErrorCase{"frame 2 packet 0 lose",
+                  "'0' is not the number of a packet from 1 to 1000000000"},
+        ErrorCase{
+            "frame 2 packet 1 unplug",
+            "'unplug' is nothing that happens to a packet of a frame; right would be " + kOfFrame},
+        ErrorCase{"frame 2 packet 1 stall 2", "'2'" + kTooMuch}));
 
 TEST(FaultScriptText, LongWordIsNamedByItsBeginning) {
   try {

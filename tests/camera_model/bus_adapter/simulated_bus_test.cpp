@@ -6,7 +6,11 @@
 #include <atomic>
 #include <chrono>
 #include <stdexcept>
+#include <string>
 #include <thread>
+#include <vector>
+
+#include "bus/faults/fault_bus.h"
 
 namespace lidcam::bus {
 namespace {
@@ -130,9 +134,7 @@ TEST(SimulatedBus, ReadWithoutStreamRoomOrEndpointFails) {
 
 TEST(SimulatedBus, StallEndsTheReadUntilItIsCleared) {
   Desk desk;
-  desk.bus.WithCamera([](camera_model::UsbDevice& camera) {
-    camera.Stream().Faults().Add({.Frame = 0, .Packet = 3, .Kind = camera_model::FaultKind::Stall});
-  });
+  desk.bus.DisturbFrames(ParseFaultScript("frame 1 packet 4 stall"));
   ASSERT_EQ(desk.bus.SelectSetting(0, 7), UsbStatus::Ok);
   EXPECT_EQ(desk.Read().Status, UsbStatus::Stalled);
   EXPECT_EQ(desk.packets.back().Status, UsbStatus::Stalled);
@@ -144,10 +146,7 @@ TEST(SimulatedBus, StallEndsTheReadUntilItIsCleared) {
 
 TEST(SimulatedBus, CorruptedPacketsComeWithAnError) {
   Desk desk;
-  desk.bus.WithCamera([](camera_model::UsbDevice& camera) {
-    camera.Stream().Faults().Add(
-        {.Frame = 0, .Packet = 3, .Kind = camera_model::FaultKind::Corrupted});
-  });
+  desk.bus.DisturbFrames(ParseFaultScript("frame 1 packet 4 corrupt; frame 1 packet 4 error"));
   ASSERT_EQ(desk.bus.SelectSetting(0, 7), UsbStatus::Ok);
   EXPECT_EQ(desk.Read().Status, UsbStatus::Ok);
   int failed = 0;
@@ -160,18 +159,32 @@ TEST(SimulatedBus, CorruptedPacketsComeWithAnError) {
   EXPECT_EQ(failed, 1);
 }
 
+TEST(SimulatedBus, FaultsOfFramesAreToldWithTheirPacketsAndCounted) {
+  Desk desk;
+  std::vector<std::string> lines;
+  desk.bus.DisturbFrames(ParseFaultScript("frame 1 packet 4 lose 2; frame 1 packet 9 pause 1ms"),
+                         [&lines](const std::string& line) { lines.push_back(line); });
+  ASSERT_EQ(desk.bus.SelectSetting(0, 7), UsbStatus::Ok);
+  desk.Read();
+  EXPECT_EQ(lines, (std::vector<std::string>{"bus  fault frame 1 packet 4 lose 2",
+                                             "bus  fault frame 1 packet 9 pause 1ms"}));
+  EXPECT_EQ(ToText(desk.bus.FrameFaultCounts()), "frame: 2 lose, 1 pause");
+}
+
 TEST(SimulatedBus, ControlRequestsFailOrComeLateOnDemand) {
-  // Request 0 is the configuration that the desk sets.
-  Desk desk{{.ControlFaults = {{.Request = 1, .Status = UsbStatus::Stalled},
-                               {.Request = 2, .Status = UsbStatus::TimedOut},
-                               {.Request = 3, .Status = UsbStatus::Ok, .Delay = 30ms}}}};
+  Desk desk;
+  std::uint64_t slept = 0;
+  FaultBus bus{desk.bus,
+               {.Script = ParseFaultScript("control 1 stall; control 2 fail; control 3 late 30ms"),
+                .Sleep = [&slept](std::uint64_t time) { slept += time; }}};
   const SetupPacket select{0x40, 0xA0, 0, 0xFFFF, 0};
-  EXPECT_EQ(desk.bus.ControlTransfer(select, {}).Status, UsbStatus::Stalled);
-  EXPECT_EQ(desk.bus.ControlTransfer(select, {}).Status, UsbStatus::TimedOut);
-  const auto begin = Clock::now();
-  EXPECT_EQ(desk.bus.ControlTransfer(select, {}).Status, UsbStatus::Ok);
-  EXPECT_GE(Clock::now() - begin, 30ms);
-  EXPECT_EQ(desk.bus.ControlTransfer(select, {}).Status, UsbStatus::Ok);
+  EXPECT_EQ(bus.ControlTransfer(select, {}).Status, UsbStatus::Stalled);
+  EXPECT_EQ(bus.ControlTransfer(select, {}).Status, UsbStatus::Failed);
+  EXPECT_EQ(slept, 0U);
+  EXPECT_EQ(bus.ControlTransfer(select, {}).Status, UsbStatus::Ok);
+  EXPECT_EQ(slept, 30'000U);
+  EXPECT_EQ(bus.ControlTransfer(select, {}).Status, UsbStatus::Ok);
+  EXPECT_EQ(slept, 30'000U);
 }
 
 TEST(SimulatedBus, RealTimeReadsEndNoSoonerThanTheirLastMicroframe) {

@@ -1,9 +1,10 @@
-#include "platform/host/nt/pool.h"
+#include "platform/host/nt/memory/pool.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include "platform/host/nt/wdm_version.h"
+#include "platform/host/nt/system/wdm_version.h"
 #include "tests/driver/avstream/support/surface_world.h"
+#include "tests/driver/support/statuses.h"
 
 namespace lidcam::test {
 namespace {
@@ -11,7 +12,6 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-constexpr auto kNoMemory = static_cast<NTSTATUS>(0xC000009A);
 constexpr auto kDataError = static_cast<NTSTATUS>(0xC000009C);
 
 NTSTATUS StartDevice(SurfaceWorld& world) {

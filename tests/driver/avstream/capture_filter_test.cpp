@@ -3,15 +3,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "platform/host/nt/pool.h"
+#include "platform/host/nt/memory/pool.h"
 #include "tests/driver/avstream/support/surface_world.h"
+#include "tests/driver/support/statuses.h"
 
 namespace lidcam::test {
 namespace {
 
 using ::testing::ElementsAre;
-
-constexpr auto kNoMemory = static_cast<NTSTATUS>(0xC000009A);
 
 struct WorldFilter {
   FakeBag Bag;

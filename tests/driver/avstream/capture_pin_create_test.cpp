@@ -1,17 +1,15 @@
-#include "platform/host/nt/pool.h"
+#include "platform/host/nt/memory/pool.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include "tests/driver/avstream/support/surface_world.h"
+#include "tests/driver/support/statuses.h"
 
 namespace lidcam::test {
 namespace {
 
 using ::testing::ElementsAre;
 
-constexpr auto kNoMemory = static_cast<NTSTATUS>(0xC000009A);
-constexpr auto kNoMatch = static_cast<NTSTATUS>(0xC0000272);
-constexpr auto kInvalid = static_cast<NTSTATUS>(0xC000000D);
 constexpr auto kInvalidState = static_cast<NTSTATUS>(0xC0000184);
 constexpr auto kNotSupported = static_cast<NTSTATUS>(0xC00000BB);
 

@@ -3,12 +3,11 @@
 #include <gtest/gtest.h>
 
 #include "tests/driver/avstream/support/surface_world.h"
+#include "tests/driver/support/statuses.h"
 
 namespace lidcam::test {
 namespace {
 
-constexpr auto kNoMatch = static_cast<NTSTATUS>(0xC0000272);
-constexpr auto kInvalid = static_cast<NTSTATUS>(0xC000000D);
 constexpr auto kTooSmall = static_cast<NTSTATUS>(0xC0000023);
 constexpr auto kOverflow = static_cast<NTSTATUS>(0x80000005);
 

@@ -4,8 +4,8 @@
 #include <gtest/gtest.h>
 
 #include "driver/usb/stream/camera_usb_device.h"
-#include "platform/host/nt/debug_print.h"
-#include "platform/host/nt/pool.h"
+#include "platform/host/nt/memory/pool.h"
+#include "platform/host/nt/system/debug_print.h"
 #include "tests/driver/avstream/support/surface_world.h"
 
 namespace lidcam::test {

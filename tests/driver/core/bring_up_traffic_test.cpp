@@ -20,7 +20,7 @@
 #include "driver/core/control/camera_lifecycle.h"
 #include "driver/core/control/stream_modes.h"
 #include "driver/core/settings/settings_store.h"
-#include "platform/host/nt/device_object.h"
+#include "platform/host/nt/io/device_object.h"
 #include "platform/host/nt/registry/registry.h"
 #include "tests/driver/sensor/register_set_bytes.h"
 #include "tests/driver/support/register_space.h"

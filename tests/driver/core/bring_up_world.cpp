@@ -4,13 +4,11 @@
 
 #include <fstream>
 
-#include "platform/host/nt/files.h"
+#include "platform/host/nt/files/files.h"
 #include "platform/host/nt/registry/registry.h"
 
 namespace lidcam::test {
 namespace {
-
-constexpr std::uint32_t kTagOfWdm = 0x206D6457;
 
 void PutLittleEndian(std::ofstream& file, std::size_t value) {
   for (int shift = 0; shift < 32; shift += 8) file.put(static_cast<char>((value >> shift) & 0xFF));

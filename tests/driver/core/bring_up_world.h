@@ -1,17 +1,21 @@
 #pragma once
 
 #include <array>
+#include <cstdint>
 #include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "driver/core/control/camera_lifecycle.h"
-#include "platform/host/nt/device_object.h"
-#include "platform/host/nt/pool.h"
+#include "platform/host/nt/io/device_object.h"
+#include "platform/host/nt/memory/pool.h"
 #include "tests/driver/support/register_space.h"
 
 namespace lidcam::test {
+
+/// The pool tag of the driver's own memory: "Wdm ".
+inline constexpr std::uint32_t kTagOfWdm = 0x206D6457;
 
 struct CameraDeleter {
   void operator()(CameraContext* camera) const { DestroyCameraContext(camera); }

@@ -6,7 +6,7 @@
 #include <tuple>
 
 #include "driver/exposure/auto_exposure.h"
-#include "platform/host/nt/handles.h"
+#include "platform/host/nt/objects/handles.h"
 #include "platform/host/nt/registry/registry.h"
 #include "tests/driver/core/bring_up_world.h"
 
@@ -270,7 +270,6 @@ TEST(CameraBringUp, HasReadTheModeRegisterOnlyWhenTheSpareBlockFails) {
 
 TEST(CameraBringUp, TakesTheRecordAndEightBytesFromThePool) {
   BringUpWorld world;
-  constexpr std::uint32_t kTagOfWdm = 0x206D6457;
   const host::PoolUsage before = host::PoolUsageOfTag(kTagOfWdm);
   const CameraPointer camera = world.Create();
   const host::PoolUsage after = host::PoolUsageOfTag(kTagOfWdm);

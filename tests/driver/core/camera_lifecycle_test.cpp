@@ -10,7 +10,7 @@
 #include <thread>
 
 #include "driver/core/base/camera_memory.h"
-#include "platform/host/nt/wdm_version.h"
+#include "platform/host/nt/system/wdm_version.h"
 #include "platform/kernel.h"
 #include "tests/driver/core/bring_up_world.h"
 #include "tests/driver/core/kernel_call_hooks.h"
@@ -333,7 +333,6 @@ TEST_F(CreatedCamera, HasReadyBuffersUntilTheLastIsFreed) {
 // --- memory ---
 
 TEST(CameraMemory, IsNonpagedAndCarriesTheTagWdm) {
-  constexpr std::uint32_t kTagOfWdm = 0x206D6457;
   const host::PoolUsage before = host::PoolUsageOfTag(kTagOfWdm);
   void* const memory = AllocateCameraMemory(123);
   ASSERT_NE(memory, nullptr);

@@ -38,7 +38,7 @@ constexpr std::uint32_t kFlags = 0xA2;
 constexpr std::uint32_t kCaps = 0xA3;
 const std::vector<std::uint32_t> kWords = {0xA4, 0xA5, 0xA6, 0xA7, 0xA8, 0xA9};
 
-class Camera : public RegisterSpace {
+class ReadableCamera : public RegisterSpace {
  public:
   Answer Get(std::uint32_t code, std::int32_t value = kValue) {
     ControlRecord record{.Code = code,
@@ -59,7 +59,7 @@ Answer Value(std::int32_t value, std::uint32_t flags = 2, std::uint32_t caps = 2
 }
 
 TEST(GetControlTest, ReportsEachStoredSettingAsManual) {
-  Camera camera;
+  ReadableCamera camera;
   CameraContext& context = camera.Context();
   context.Brightness = -41;
   context.Contrast = 2;
@@ -87,7 +87,7 @@ TEST(GetControlTest, ReportsEachStoredSettingAsManual) {
 }
 
 TEST(GetControlTest, BothFlickerCodesReadTheSameField) {
-  Camera camera;
+  ReadableCamera camera;
   for (const std::int32_t flicker : {0, 1, 2}) {
     camera.Context().Flicker = flicker;
     EXPECT_EQ(camera.Get(9), camera.Get(40));
@@ -96,7 +96,7 @@ TEST(GetControlTest, BothFlickerCodesReadTheSameField) {
 }
 
 TEST(GetControlTest, WhiteBalanceModeIsAutomaticForAnyValueBut0) {
-  Camera camera;
+  ReadableCamera camera;
   EXPECT_EQ(camera.Get(6), Value(0, 2, 1));
   camera.Context().WhiteBalanceAuto = 1;
   EXPECT_EQ(camera.Get(6), Value(1, 1, 1));
@@ -105,7 +105,7 @@ TEST(GetControlTest, WhiteBalanceModeIsAutomaticForAnyValueBut0) {
 }
 
 TEST(GetControlTest, WhiteBalanceIsAutomaticForExactly1) {
-  Camera camera;
+  ReadableCamera camera;
   camera.Context().WhiteBalance = 77;
   EXPECT_EQ(camera.Get(8), Value(77, 2, 1));
   camera.Context().WhiteBalanceAuto = 1;
@@ -115,7 +115,7 @@ TEST(GetControlTest, WhiteBalanceIsAutomaticForExactly1) {
 }
 
 TEST(GetControlTest, ExposureIsAutomaticForAnyAutoExposureBut0) {
-  Camera camera;
+  ReadableCamera camera;
   camera.Context().Exposure = 55;
   EXPECT_EQ(camera.Get(12), Value(55, 2, 3));
   camera.Context().AutoExposure = 1;
@@ -125,13 +125,13 @@ TEST(GetControlTest, ExposureIsAutomaticForAnyAutoExposureBut0) {
 }
 
 TEST(GetControlTest, TriggerIsManualAsNothingSetsItsFlags) {
-  Camera camera;
+  ReadableCamera camera;
   camera.Context().TriggerBase = 1;
   EXPECT_EQ(camera.Get(23), Value(kValue, 2, 2));
 }
 
 TEST(GetControlTest, TriggerFlagsShowAsBits) {
-  Camera camera;
+  ReadableCamera camera;
   camera.Context().TriggerFlagA = 3;
   EXPECT_EQ(camera.Get(23), Value(kValue, 0x12, 2));
   camera.Context().TriggerFlagB = 1;
@@ -141,7 +141,7 @@ TEST(GetControlTest, TriggerFlagsShowAsBits) {
 }
 
 TEST(GetControlTest, TriggerCapabilitiesLeaveTheValueAlone) {
-  Camera camera;
+  ReadableCamera camera;
   EXPECT_EQ(camera.Get(24), Value(kValue, 2, 0x30));
 }
 
@@ -154,7 +154,7 @@ TEST(GetControlTest, FrameIntervalComesFromTheLongTableOnEveryCamera) {
                            {4, 555555}, {5, 500000},  {6, 400000}, {7, 333333}};
   for (const std::uint32_t longConfig : {0U, 1U}) {
     for (const Row& row : kRows) {
-      Camera camera;
+      ReadableCamera camera;
       camera.Context().LongConfigDescriptor = longConfig;
       camera.Context().MaxAlternateSetting = row.MaxAlternateSetting;
       camera.Context().CaptureWidth = 639;
@@ -166,13 +166,13 @@ TEST(GetControlTest, FrameIntervalComesFromTheLongTableOnEveryCamera) {
 }
 
 TEST(GetControlTest, AnAlternateSettingBeyondTheTableHasNoInterval) {
-  Camera camera;
+  ReadableCamera camera;
   camera.Context().MaxAlternateSetting = 8;
   EXPECT_EQ(camera.Get(25), (Answer{0, 0, 333333, 2, 2, kWords}));
 }
 
 TEST(GetControlTest, StillSizesOfAnEnlargedStreamAre1280And800) {
-  Camera camera;
+  ReadableCamera camera;
   camera.Context().RequestedWidth = 800;
   camera.Context().CaptureWidth = 640;
   camera.Context().CaptureHeight = 480;
@@ -180,7 +180,7 @@ TEST(GetControlTest, StillSizesOfAnEnlargedStreamAre1280And800) {
 }
 
 TEST(GetControlTest, StillSizesOf640By480Are1280And640) {
-  Camera camera;
+  ReadableCamera camera;
   camera.Context().RequestedWidth = 640;
   camera.Context().CaptureWidth = 640;
   camera.Context().CaptureHeight = 480;
@@ -197,7 +197,7 @@ TEST(GetControlTest, OtherStreamsHaveTheirOwnStillSizeOnly) {
                            {160, 120, 57600},  {640, 400, 768000}, {320, 480, 460800},
                            {0, 0, 0}};
   for (const Row& row : kRows) {
-    Camera camera;
+    ReadableCamera camera;
     camera.Context().RequestedWidth = row.Width;
     camera.Context().CaptureWidth = row.Width;
     camera.Context().CaptureHeight = row.Height;
@@ -211,12 +211,12 @@ TEST(GetControlTest, OtherStreamsHaveTheirOwnStillSizeOnly) {
 }
 
 TEST(GetControlTest, Code30LeavesTheRecordAsItCame) {
-  Camera camera;
+  ReadableCamera camera;
   EXPECT_EQ(camera.Get(30), (Answer{0, kValue, kValue2, kFlags, kCaps, kWords}));
 }
 
 TEST(GetControlTest, Code31IsUnknownAndPresetsFlagsAndCaps) {
-  Camera camera;
+  ReadableCamera camera;
   EXPECT_EQ(camera.Get(31), (Answer{-1, 0, kValue2, 2, 2, kWords}));
 }
 
@@ -224,7 +224,7 @@ TEST(GetControlTest, UnknownCodesClearTheValue) {
   const std::set<std::uint32_t> known = {0,  1,  2,  3,  4,  5,  6,  7,  8,  9,  12, 23, 24, 25,
                                          28, 30, 33, 37, 38, 39, 40, 41, 42, 43, 44, 45, 46, 47};
   for (std::uint32_t code = 0; code < 300; ++code) {
-    Camera camera;
+    ReadableCamera camera;
     if (known.contains(code)) {
       EXPECT_EQ(camera.Get(code).Result, 0) << code;
       continue;
@@ -235,39 +235,39 @@ TEST(GetControlTest, UnknownCodesClearTheValue) {
         << code;
     EXPECT_THAT(camera.Packets(), IsEmpty());
   }
-  Camera camera;
+  ReadableCamera camera;
   EXPECT_EQ(camera.Get(0xFFFFFFFF), (Answer{-1, 0, kValue2, 2, 2, kWords}));
 }
 
 TEST(GetControlTest, Code33IsAutomatic) {
-  Camera camera;
+  ReadableCamera camera;
   camera.Context().StoredControl33 = 12;
   EXPECT_EQ(camera.Get(33), Value(12, 1, 1));
 }
 
 TEST(GetControlTest, RawRegisterIsReadUnderTheSelectInForce) {
-  Camera camera;
+  ReadableCamera camera;
   camera.Bridge[0x0B] = 0xFE;
   EXPECT_EQ(camera.Get(37, 0x1234FF0B), Value(0xFE));
   EXPECT_THAT(camera.Packets(), ElementsAre(WirePacket{0xC0, 0xA1, 1, 0, 0x0B, 0xFF, 1, 0}));
 }
 
 TEST(GetControlTest, AFailedRawReadGivesItsStatusAnd0) {
-  Camera camera;
+  ReadableCamera camera;
   camera.Bridge[0x0B] = 0xFE;
   camera.Failure = [](const std::string&) { return -9; };
   EXPECT_EQ(camera.Get(37, 0xFF0B), (Answer{-9, 0, kValue2, 2, 2, kWords}));
 }
 
 TEST(GetControlTest, LightModeComesWithTheLedInCaps) {
-  Camera camera;
+  ReadableCamera camera;
   camera.Context().LDMode = 1;
   camera.Context().LED = 4;
   EXPECT_EQ(camera.Get(41), Value(1, 2, 4));
 }
 
 TEST(GetControlTest, Code42IsClearedByAsking) {
-  Camera camera;
+  ReadableCamera camera;
   EXPECT_EQ(camera.Get(42), Value(0));
   camera.Context().ClearOnReadValue = 9;
   EXPECT_EQ(camera.Get(42), Value(9));
@@ -276,7 +276,7 @@ TEST(GetControlTest, Code42IsClearedByAsking) {
 }
 
 TEST(GetControlTest, Code43ReportsStreamingAndNotTheStillRequest) {
-  Camera camera;
+  ReadableCamera camera;
   camera.Context().StillRequestValue = 6;
   EXPECT_EQ(camera.Get(43), Value(0));
   camera.Context().Streaming = 0xFF;

@@ -28,9 +28,9 @@ ControlRecord Request(std::uint32_t code, std::int32_t value, std::uint32_t flag
           .Words = {1, 2, 3, 4, 5, 6}};
 }
 
-class Camera : public RegisterSpace {
+class SettableCamera : public RegisterSpace {
  public:
-  explicit Camera(SensorType type = SensorTypeOV7660) {
+  explicit SettableCamera(SensorType type = SensorTypeOV7660) {
     Context().SensorType = type;
     Context().ClockDivider = 1;
   }
@@ -83,7 +83,7 @@ const std::vector<StoredSetting>& StoredSettings() {
 
 TEST(SetControlTest, StoresFirstAndThenRunsTheStep) {
   for (const StoredSetting& setting : StoredSettings()) {
-    Camera camera;
+    SettableCamera camera;
     camera.Context().LED = 4;
     EXPECT_EQ(camera.Set(Request(setting.Code, setting.Value)), 0) << setting.Code;
     EXPECT_EQ(setting.Field(camera.Context()), setting.Value) << setting.Code;
@@ -92,7 +92,7 @@ TEST(SetControlTest, StoresFirstAndThenRunsTheStep) {
 }
 
 TEST(SetControlTest, GammaRunsTheGammaStep) {
-  Camera camera;
+  SettableCamera camera;
   EXPECT_EQ(camera.Set(Request(4, 11)), 0);
   EXPECT_EQ(camera.Context().Gamma, 11);
   ASSERT_EQ(camera.Accesses().size(), 45U);
@@ -102,7 +102,7 @@ TEST(SetControlTest, GammaRunsTheGammaStep) {
 TEST(SetControlTest, WhatIsStoredStaysWhenTheStepFails) {
   for (const StoredSetting& setting : StoredSettings()) {
     if (setting.Traffic.empty()) continue;
-    Camera camera;
+    SettableCamera camera;
     camera.Failure = [](const std::string&) { return -9; };
     EXPECT_EQ(camera.Set(Request(setting.Code, setting.Value)), -9) << setting.Code;
     EXPECT_EQ(setting.Field(camera.Context()), setting.Value) << setting.Code;
@@ -110,7 +110,7 @@ TEST(SetControlTest, WhatIsStoredStaysWhenTheStepFails) {
 }
 
 TEST(SetControlTest, GammaExposureAndTheRawRegisterStayStoredToo) {
-  Camera camera(SensorTypeVGA0408);
+  SettableCamera camera(SensorTypeVGA0408);
   CameraContext& context = camera.Context();
   context.AutoExposure = 1;
   camera.Failure = [](const std::string&) { return -9; };
@@ -127,9 +127,9 @@ TEST(SetControlTest, GammaExposureAndTheRawRegisterStayStoredToo) {
   EXPECT_EQ(context.RawRegisterAddress, 0xFF42U);
 }
 
-class OrientationCamera : public Camera {
+class OrientationCamera : public SettableCamera {
  public:
-  OrientationCamera() : Camera(SensorTypeVGA0708) {
+  OrientationCamera() : SettableCamera(SensorTypeVGA0708) {
     Context().FormatTag = kFourccYuy2;
     Context().ShadowSensor0C = 0x2B;
     Context().ShadowFF26 = 0x6D;
@@ -161,7 +161,7 @@ TEST(SetControlTest, MirrorAndVerticalFlipStayStoredWhenTheirStepFails) {
 }
 
 TEST(SetControlTest, TheHardwaresBrightnessLagsOneChangeBehind) {
-  Camera camera;
+  SettableCamera camera;
   camera.Context().Brightness = 20;
   EXPECT_EQ(camera.Set(Request(0, 40)), 0);
   EXPECT_EQ(camera.Context().Brightness, 40);
@@ -172,7 +172,7 @@ TEST(SetControlTest, TheHardwaresBrightnessLagsOneChangeBehind) {
 }
 
 TEST(SetControlTest, AFailedBrightnessStepLeavesBrightnessUnchanged) {
-  Camera camera;
+  SettableCamera camera;
   camera.Context().Brightness = 20;
   camera.Failure = [](const std::string&) { return -9; };
   EXPECT_EQ(camera.Set(Request(0, 40)), -9);
@@ -181,14 +181,14 @@ TEST(SetControlTest, AFailedBrightnessStepLeavesBrightnessUnchanged) {
 
 TEST(SetControlTest, OnlyExactly1IsAutomaticExposure) {
   for (const std::uint32_t flags : {0U, 2U, 3U, 0x11U, 0x101U}) {
-    Camera camera;
+    SettableCamera camera;
     camera.Context().AutoExposure = 1;
     EXPECT_EQ(camera.Set(Request(12, 33, flags)), 0);
     EXPECT_EQ(camera.Context().AutoExposure, 0U) << flags;
     EXPECT_EQ(camera.Context().Exposure, 33);
     EXPECT_EQ(camera.Accesses().front(), "write sensor FF13=F2");
   }
-  Camera camera;
+  SettableCamera camera;
   EXPECT_EQ(camera.Set(Request(12, 33, 1)), 0);
   EXPECT_EQ(camera.Context().AutoExposure, 1U);
   EXPECT_EQ(camera.Context().Exposure, 33);
@@ -196,7 +196,7 @@ TEST(SetControlTest, OnlyExactly1IsAutomaticExposure) {
 }
 
 TEST(SetControlTest, WhiteBalanceModeIsAcceptedAndIgnored) {
-  Camera camera;
+  SettableCamera camera;
   FillRecord(camera.Context(), 0x5A);
   const std::vector<std::uint8_t> before = BytesOf(camera.Context());
   EXPECT_EQ(camera.Set(Request(6, 1)), 0);
@@ -205,7 +205,7 @@ TEST(SetControlTest, WhiteBalanceModeIsAcceptedAndIgnored) {
 }
 
 TEST(SetControlTest, WhiteBalanceAndTheReadFormOfFlickerCanNotBeSet) {
-  Camera camera;
+  SettableCamera camera;
   EXPECT_EQ(camera.Set(Request(8, 1)), -1);
   EXPECT_EQ(camera.Context().WhiteBalance, 0);
   EXPECT_EQ(camera.Set(Request(9, 2)), -1);
@@ -214,7 +214,7 @@ TEST(SetControlTest, WhiteBalanceAndTheReadFormOfFlickerCanNotBeSet) {
 }
 
 TEST(SetControlTest, TriggerGoesBackToItsBase) {
-  Camera camera;
+  SettableCamera camera;
   CameraContext& context = camera.Context();
   context.TriggerBase = 7;
   context.TriggerFlagA = 1;
@@ -227,7 +227,7 @@ TEST(SetControlTest, TriggerGoesBackToItsBase) {
 }
 
 TEST(SetControlTest, RawRegisterTakesTheAddressFromCaps) {
-  Camera camera;
+  SettableCamera camera;
   EXPECT_EQ(camera.Set(Request(37, 0x12345678, 0, 0xABCDFF42)), 0);
   EXPECT_EQ(camera.Context().RawRegisterValue, 0x12345678U);
   EXPECT_EQ(camera.Context().RawRegisterAddress, 0xABCDFF42U);
@@ -235,7 +235,7 @@ TEST(SetControlTest, RawRegisterTakesTheAddressFromCaps) {
 }
 
 TEST(SetControlTest, UnchangedLDModeAndLedTouchNothing) {
-  Camera camera;
+  SettableCamera camera;
   camera.Context().LDMode = 1;
   camera.Context().LED = 4;
   camera.Context().LightSwitchKind = 9;
@@ -245,7 +245,7 @@ TEST(SetControlTest, UnchangedLDModeAndLedTouchNothing) {
 }
 
 TEST(SetControlTest, ARequestChangingLDModeAndLedChangesLDModeOnly) {
-  Camera camera;
+  SettableCamera camera;
   camera.Context().LED = 4;
   camera.Bridge[0x09] = 0xA5;
   EXPECT_EQ(camera.Set(Request(41, 1, 0, 2)), 0);
@@ -256,7 +256,7 @@ TEST(SetControlTest, ARequestChangingLDModeAndLedChangesLDModeOnly) {
 }
 
 TEST(SetControlTest, AChangedLedRunsTheLedStep) {
-  Camera camera;
+  SettableCamera camera;
   camera.Context().LED = 4;
   camera.Context().LightSwitchKind = 9;
   camera.Bridge[0x09] = 0xB5;
@@ -267,7 +267,7 @@ TEST(SetControlTest, AChangedLedRunsTheLedStep) {
 }
 
 TEST(SetControlTest, LDModeStaysChangedWhenItsStepFails) {
-  Camera camera;
+  SettableCamera camera;
   camera.Context().LED = 4;
   camera.Context().LDMode = 1;
   camera.Failure = [](const std::string&) { return -9; };
@@ -276,7 +276,7 @@ TEST(SetControlTest, LDModeStaysChangedWhenItsStepFails) {
 }
 
 TEST(SetControlTest, AStillRequestArmsTheStillAndRunsNoStep) {
-  Camera camera;
+  SettableCamera camera;
   EXPECT_EQ(camera.Set(Request(43, 6)), 0);
   EXPECT_EQ(camera.Context().StillRequestValue, 6U);
   EXPECT_EQ(camera.Context().StillRequested, 1U);
@@ -289,7 +289,7 @@ TEST(SetControlTest, CodesWithoutASetDirectionAreUnknownAndTouchNothing) {
                                             37, 38, 39, 40, 41, 43, 44, 45, 46, 47};
   for (std::uint32_t code = 0; code < 300; ++code) {
     if (settable.contains(code)) continue;
-    Camera camera;
+    SettableCamera camera;
     FillRecord(camera.Context(), 0x5A);
     const std::vector<std::uint8_t> before = BytesOf(camera.Context());
     EXPECT_EQ(camera.Set(Request(code, 1)), -1) << code;
@@ -297,10 +297,10 @@ TEST(SetControlTest, CodesWithoutASetDirectionAreUnknownAndTouchNothing) {
     EXPECT_THAT(camera.Packets(), IsEmpty()) << code;
   }
   for (const std::uint32_t code : settable) {
-    Camera camera;
+    SettableCamera camera;
     EXPECT_EQ(camera.Set(Request(code, 1)), 0) << code;
   }
-  Camera camera;
+  SettableCamera camera;
   EXPECT_EQ(camera.Set(Request(0xFFFFFFFF, 1)), -1);
 }
 

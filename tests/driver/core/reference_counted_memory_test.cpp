@@ -4,7 +4,7 @@
 
 #include <cstring>
 
-#include "platform/host/nt/pool.h"
+#include "platform/host/nt/memory/pool.h"
 #include "tests/driver/core/kernel_call_hooks.h"
 #include "tests/platform/simulation_support.h"
 

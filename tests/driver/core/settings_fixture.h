@@ -7,9 +7,9 @@
 #include <vector>
 
 #include "driver/core/settings/settings_store.h"
-#include "platform/host/nt/device_object.h"
-#include "platform/host/nt/handles.h"
-#include "platform/host/nt/pool.h"
+#include "platform/host/nt/io/device_object.h"
+#include "platform/host/nt/memory/pool.h"
+#include "platform/host/nt/objects/handles.h"
 #include "platform/host/nt/registry/registry.h"
 #include "tests/platform/registry_support.h"
 

@@ -19,7 +19,7 @@ namespace {
 
 class SettingsFile : public SettingsWorld {
  protected:
-  void Reopen(host::RegistryFileSteps steps = {}) {
+  void Reopen(base::FileReplacementSteps steps = {}) {
     host::OpenRegistry({.File = folder_.File(),
                         .Message = [this](const std::string& text) { messages_.push_back(text); },
                         .Steps = std::move(steps)});

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "driver/core/record/camera_context.h"
-#include "platform/host/nt/debug_print.h"
+#include "platform/host/nt/system/debug_print.h"
 #include "tests/driver/support/register_space.h"
 #include "tests/driver/support/shared_exposure.h"
 

@@ -14,7 +14,7 @@
 #include "driver/exposure/auto_exposure.h"
 #include "driver/exposure/frame_exposure_control.h"
 #include "driver/exposure/light_state.h"
-#include "platform/host/nt/debug_print.h"
+#include "platform/host/nt/system/debug_print.h"
 #include "tests/driver/exposure/exposure_bench.h"
 #include "tests/driver/exposure/exposure_model.h"
 

@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "driver/core/base/camera_trace.h"
-#include "platform/host/nt/debug_print.h"
+#include "platform/host/nt/system/debug_print.h"
 
 namespace lidcam::test {
 namespace {

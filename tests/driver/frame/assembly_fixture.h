@@ -13,6 +13,9 @@ namespace lidcam::test {
 using Packet = std::vector<std::uint8_t>;
 using Lines = std::vector<std::string>;
 
+inline constexpr std::uint32_t kFrame = 100;   ///< bytes of a frame
+inline constexpr std::uint32_t kBuffer = 160;  ///< bytes of a raw buffer
+
 /// A packet that begins a frame: the marker and then `fill`.
 Packet Start(std::size_t length, std::uint8_t fill);
 

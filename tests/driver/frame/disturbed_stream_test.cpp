@@ -14,9 +14,6 @@ namespace {
 
 using ::testing::IsEmpty;
 
-constexpr std::uint32_t kFrame = 100;
-constexpr std::uint32_t kBuffer = 160;
-
 /// A frame of 100 bytes in packets of 40, 40 and 20.
 std::vector<Packet> Frame(std::uint8_t fill) {
   return {Start(40, fill), Body(40, fill), Body(20, fill)};

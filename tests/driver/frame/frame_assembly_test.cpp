@@ -18,9 +18,6 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-constexpr std::uint32_t kFrame = 100;
-constexpr std::uint32_t kBuffer = 160;
-
 enum class Arriving { NoMarker, GoodMarker, BadMarker, SettlingGoodMarker, SettlingBadMarker };
 
 struct StateRow {

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "bus/faults/split_mix.h"
+#include "base/split_mix.h"
 
 namespace lidcam::test {
 namespace {
@@ -21,7 +21,7 @@ class SeededNumbers {
   bool OneIn(std::uint32_t count) { return Below(count) == 0; }
 
  private:
-  bus::SplitMix numbers_;
+  base::SplitMix numbers_;
 };
 
 void SetMarker(Packet& packet, std::size_t at) {

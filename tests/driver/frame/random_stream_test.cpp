@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "driver/frame/assembly/frame_assembly.h"
-#include "platform/host/nt/debug_print.h"
+#include "platform/host/nt/system/debug_print.h"
 #include "tests/driver/frame/stream_prediction.h"
 #include "tests/driver/support/sanitizers.h"
 

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/host/nt/debug_print.h"
+#include "platform/host/nt/system/debug_print.h"
 
 namespace lidcam {
 namespace {

@@ -13,7 +13,7 @@
 
 #include "driver/core/base/camera_trace.h"
 #include "driver/core/control/control_codes.h"
-#include "platform/host/nt/wdm_version.h"
+#include "platform/host/nt/system/wdm_version.h"
 #include "tests/driver/frame/still_file_calls.h"
 #include "tests/driver/frame/still_fixture.h"
 #include "tests/driver/support/file_size_limit.h"

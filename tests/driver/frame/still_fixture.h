@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "driver/core/record/camera_context.h"
-#include "platform/host/nt/debug_print.h"
-#include "platform/host/nt/handles.h"
+#include "platform/host/nt/objects/handles.h"
+#include "platform/host/nt/system/debug_print.h"
 #include "tests/driver/support/system_root.h"
 
 namespace lidcam::test {

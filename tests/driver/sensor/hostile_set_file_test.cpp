@@ -9,9 +9,9 @@
 #include <random>
 
 #include "driver/sensor/register_sets/register_set_file.h"
-#include "platform/host/nt/debug_print.h"
-#include "platform/host/nt/handles.h"
-#include "platform/host/nt/pool.h"
+#include "platform/host/nt/memory/pool.h"
+#include "platform/host/nt/objects/handles.h"
+#include "platform/host/nt/system/debug_print.h"
 #include "tests/driver/sensor/register_set_bytes.h"
 #include "tests/driver/support/record_bytes.h"
 #include "tests/driver/support/system_root.h"

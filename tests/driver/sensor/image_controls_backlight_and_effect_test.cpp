@@ -12,20 +12,20 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-class Camera : public RegisterSpace {
+class BacklightCamera : public RegisterSpace {
  public:
-  explicit Camera(SensorType type) { Context().SensorType = type; }
+  explicit BacklightCamera(SensorType type) { Context().SensorType = type; }
 };
 
 TEST(BackLightStep, TheBitMeansOnInTheBridgeAndOffInVGA0708) {
   for (const std::int32_t backLight : {0, 1}) {
-    Camera common(SensorTypeOV7660);
+    BacklightCamera common(SensorTypeOV7660);
     common.Context().BackLight = backLight;
     ApplyImageControl(ImageControlBackLight, common.Context());
     EXPECT_EQ(common.Bridge[0x64], backLight == 1 ? 0x08 : 0x00);
     EXPECT_EQ(common.Context().ShadowFF64, backLight == 1 ? 0x08 : 0x00);
 
-    Camera reversed(SensorTypeVGA0708);
+    BacklightCamera reversed(SensorTypeVGA0708);
     reversed.Context().BackLight = backLight;
     ApplyImageControl(ImageControlBackLight, reversed.Context());
     EXPECT_EQ(reversed.Sensor[0x49], backLight == 1 ? 0x00 : 0x08);
@@ -33,7 +33,7 @@ TEST(BackLightStep, TheBitMeansOnInTheBridgeAndOffInVGA0708) {
 }
 
 TEST(BackLightStep, TheShadowFollowsEvenIfTheWriteFails) {
-  Camera camera(SensorTypeVGA7648);
+  BacklightCamera camera(SensorTypeVGA7648);
   camera.Context().ShadowFF64 = 0x80;
   camera.Context().BackLight = 1;
   camera.Failure = [](const std::string&) { return -1; };
@@ -44,7 +44,7 @@ TEST(BackLightStep, TheShadowFollowsEvenIfTheWriteFails) {
 // Its bytes are its own: the exposure step's copies of the same register stay.
 TEST(BackLightStep, LeavesTheExposureCopiesOfTheWideRegisterAlone) {
   for (const SensorType type : {SensorTypeK82, SensorTypeMi1318}) {
-    Camera camera(type);
+    BacklightCamera camera(type);
     camera.Context().WideHigh = 0xAA;
     camera.Context().WideLow = 0xBB;
     camera.Sensor[0x06] = 0x12;
@@ -56,7 +56,7 @@ TEST(BackLightStep, LeavesTheExposureCopiesOfTheWideRegisterAlone) {
 }
 
 TEST(BackLightStep, FailedReadsCountAs0) {
-  Camera wide(SensorTypeMi1318);
+  BacklightCamera wide(SensorTypeMi1318);
   wide.Sensor[0x06] = 0x12;
   wide.Sensor[0xF1] = 0x34;
   wide.Failure = [](const std::string& access) { return access.starts_with("read") ? -1 : 0; };
@@ -65,7 +65,7 @@ TEST(BackLightStep, FailedReadsCountAs0) {
                                            "read sensor FF06 failed", "read sensor FFF1 failed",
                                            "write bridge FF7F=1C", "write sensor FF06=00"));
 
-  Camera vga(SensorTypeVGA0708);
+  BacklightCamera vga(SensorTypeVGA0708);
   vga.Sensor[0x49] = 0x77;
   vga.Failure = wide.Failure;
   EXPECT_EQ(ApplyImageControl(ImageControlBackLight, vga.Context()), 0);
@@ -74,7 +74,7 @@ TEST(BackLightStep, FailedReadsCountAs0) {
 
 TEST(ColorEnableStep, AnyValueBut1IsMonochromeWhileTheEffectTakesOnly0ForIt) {
   for (const std::int32_t colorEnable : {-1, 0, 1, 2}) {
-    Camera camera(SensorTypeOV7660);
+    BacklightCamera camera(SensorTypeOV7660);
     camera.Context().ColorEnable = colorEnable;
     ApplyImageControl(ImageControlColorEnable, camera.Context());
     EXPECT_EQ(camera.Bridge[0x42], colorEnable == 1 ? 0x00 : 0x40) << colorEnable;
@@ -84,7 +84,7 @@ TEST(ColorEnableStep, AnyValueBut1IsMonochromeWhileTheEffectTakesOnly0ForIt) {
 }
 
 TEST(ColorEnableStep, BuildsOnTheEffectSetBefore) {
-  Camera camera(SensorTypeOV7660);
+  BacklightCamera camera(SensorTypeOV7660);
   camera.Context().ShadowFF42 = 0x93;
   camera.Context().ColorEnable = 1;
   camera.Context().Effect = 2;
@@ -97,7 +97,7 @@ TEST(ColorEnableStep, BuildsOnTheEffectSetBefore) {
 }
 
 TEST(ColorEnableStep, TheShadowFollowsEvenIfTheWriteFails) {
-  Camera camera(SensorTypeOV7660);
+  BacklightCamera camera(SensorTypeOV7660);
   camera.Context().ShadowFF42 = 0x42;
   camera.Context().ColorEnable = 1;
   camera.Failure = [](const std::string&) { return -1; };
@@ -106,7 +106,7 @@ TEST(ColorEnableStep, TheShadowFollowsEvenIfTheWriteFails) {
 }
 
 TEST(EffectStep, TheShadowFollowsASuccessfulWriteOnly) {
-  Camera camera(SensorTypeOV7660);
+  BacklightCamera camera(SensorTypeOV7660);
   camera.Context().ShadowFF42 = 0x42;
   camera.Context().ColorEnable = 1;
   camera.Context().Effect = 5;
@@ -134,7 +134,7 @@ TEST(EffectStep, EveryEffectHasItsBits) {
       {-1, "write bridge FF42=00", "write bridge FF0B=00", "write bridge FF0C=00"},
   };
   for (const EffectRow& row : kRows) {
-    Camera camera(SensorTypeVGA0708);
+    BacklightCamera camera(SensorTypeVGA0708);
     camera.Context().ColorEnable = 1;
     camera.Context().Effect = row.Effect;
     EXPECT_EQ(ApplyImageControl(ImageControlEffect, camera.Context()), 0);
@@ -144,7 +144,7 @@ TEST(EffectStep, EveryEffectHasItsBits) {
 }
 
 TEST(EffectStep, Effect6IsNoEffect) {
-  Camera camera(SensorTypeOV7670);
+  BacklightCamera camera(SensorTypeOV7670);
   camera.Context().ColorEnable = 1;
   camera.Context().Effect = 6;
   ApplyImageControl(ImageControlEffect, camera.Context());
@@ -154,7 +154,7 @@ TEST(EffectStep, Effect6IsNoEffect) {
 
 TEST(OrientationSteps, GiveTheStatusOfTheLastWriteOnVGA0708) {
   for (const std::uint32_t step : {11U, 12U}) {
-    Camera camera(SensorTypeVGA0708);
+    BacklightCamera camera(SensorTypeVGA0708);
     camera.Failure = [](const std::string& access) {
       return access.starts_with("write bridge FF26") ? -7 : 0;
     };
@@ -165,7 +165,7 @@ TEST(OrientationSteps, GiveTheStatusOfTheLastWriteOnVGA0708) {
 TEST(OrientationSteps, WriteNothingOnOtherSensors) {
   for (const NamedSensor& sensor : kSensors) {
     if (sensor.Type == SensorTypeVGA0708) continue;
-    Camera camera(sensor.Type);
+    BacklightCamera camera(sensor.Type);
     EXPECT_EQ(ApplyImageControl(ImageControlMirror, camera.Context()), 0);
     EXPECT_EQ(ApplyImageControl(ImageControlVertical, camera.Context()), 0);
     EXPECT_THAT(camera.Accesses(), IsEmpty()) << sensor.Name;
@@ -173,7 +173,7 @@ TEST(OrientationSteps, WriteNothingOnOtherSensors) {
 }
 
 TEST(FlickerStep, GivesTheStatusOfTheBandWriteOnVGA0408) {
-  Camera camera(SensorTypeVGA0408);
+  BacklightCamera camera(SensorTypeVGA0408);
   camera.Failure = [](const std::string& access) {
     return access.starts_with("write bridge FF68") ? -7 : 0;
   };

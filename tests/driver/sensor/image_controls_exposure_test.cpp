@@ -12,9 +12,9 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-class Camera : public RegisterSpace {
+class ExposingCamera : public RegisterSpace {
  public:
-  explicit Camera(SensorType type) {
+  explicit ExposingCamera(SensorType type) {
     Context().SensorType = type;
     Context().ClockDivider = 1;
     Context().RawSizeMode = 1;
@@ -29,7 +29,7 @@ class Camera : public RegisterSpace {
 };
 
 TEST(ExposureOnVGA0708, AnExposureBelowTheBandIsRaisedToItAndOthersAreCutToWholeBands) {
-  Camera camera(SensorTypeVGA0708);
+  ExposingCamera camera(SensorTypeVGA0708);
   camera.Context().Flicker = 1;
   camera.Context().FlickerBandStep = 50;
   EXPECT_THAT(camera.Expose(1), ElementsAre("write bridge FF0D=38", "write sensor FF04=32",
@@ -39,7 +39,7 @@ TEST(ExposureOnVGA0708, AnExposureBelowTheBandIsRaisedToItAndOthersAreCutToWhole
 }
 
 TEST(ExposureOnVGA0708, AnyFlickerBut0CutsToBands) {
-  Camera camera(SensorTypeVGA0708);
+  ExposingCamera camera(SensorTypeVGA0708);
   camera.Context().FlickerBandStep = 50;
   camera.Context().Flicker = 7;
   EXPECT_EQ(camera.Expose(3)[1], "write sensor FF04=64");
@@ -48,7 +48,7 @@ TEST(ExposureOnVGA0708, AnyFlickerBut0CutsToBands) {
 }
 
 TEST(ExposureOnVGA0708, ABandOf0LeavesTheExposureAsItIs) {
-  Camera camera(SensorTypeVGA0708);
+  ExposingCamera camera(SensorTypeVGA0708);
   camera.Context().Flicker = 1;
   camera.Context().FlickerBandStep = 0;
   EXPECT_THAT(camera.Expose(100),
@@ -58,7 +58,7 @@ TEST(ExposureOnVGA0708, ABandOf0LeavesTheExposureAsItIs) {
 
 // Below the band of no lines: raised to it. There is nothing to divide by.
 TEST(ExposureOnVGA0708, ANegativeExposureBecomesTheBandOf0) {
-  Camera camera(SensorTypeVGA0708);
+  ExposingCamera camera(SensorTypeVGA0708);
   camera.Context().Flicker = 1;
   camera.Context().FlickerBandStep = 0;
   EXPECT_THAT(camera.Expose(-3),
@@ -69,7 +69,7 @@ TEST(ExposureOnVGA0708, ANegativeExposureBecomesTheBandOf0) {
 }
 
 TEST(ExposureOnVGA0708, TheChipsOwnExposureStaysOffInAutomaticToo) {
-  Camera camera(SensorTypeVGA0708);
+  ExposingCamera camera(SensorTypeVGA0708);
   for (const std::uint32_t automatic : {1U, 2U, 0x100U}) {
     camera.Context().AutoExposure = automatic;
     EXPECT_THAT(camera.Expose(100), ElementsAre("write bridge FF0D=38"));
@@ -78,7 +78,7 @@ TEST(ExposureOnVGA0708, TheChipsOwnExposureStaysOffInAutomaticToo) {
 }
 
 TEST(ExposureOnVGA0408, ABandOf0BecomesTheUsual150) {
-  Camera camera(SensorTypeVGA0408);
+  ExposingCamera camera(SensorTypeVGA0408);
   camera.Context().Flicker = 2;
   EXPECT_THAT(camera.Expose(1),
               ElementsAre("write bridge FF0D=00", "write sensor FF04=96", "write sensor FF03=00"));
@@ -86,7 +86,7 @@ TEST(ExposureOnVGA0408, ABandOf0BecomesTheUsual150) {
 }
 
 TEST(ExposureOnVGA0408, TheUsualBandIsSetWithFlickerOffAndInAutomaticToo) {
-  Camera camera(SensorTypeVGA0408);
+  ExposingCamera camera(SensorTypeVGA0408);
   camera.Context().AutoExposure = 1;
   camera.Context().ShadowFF0D = 0x80;
   EXPECT_THAT(camera.Expose(3),
@@ -95,7 +95,7 @@ TEST(ExposureOnVGA0408, TheUsualBandIsSetWithFlickerOffAndInAutomaticToo) {
 }
 
 TEST(ExposureOnVGA0408, TheModeBitsOfTheShadowStayWhenTheirWriteFails) {
-  Camera camera(SensorTypeVGA0408);
+  ExposingCamera camera(SensorTypeVGA0408);
   camera.Context().ShadowFF0D = 0xFF;
   camera.Failure = [](const std::string& access) {
     return access.starts_with("write bridge FF0D") ? -1 : 0;
@@ -117,7 +117,7 @@ TEST(ExposureOnOVSensors, BandsAre187And156LinesByTheClockDivider) {
                            {2, 1, 156}, {2, 2, 78}, {2, 4, 39}, {2, 8, 19}};
   for (const SensorType type : {SensorTypeOV7660, SensorTypeOV7663, SensorTypeOV7670}) {
     for (const Row& row : kRows) {
-      Camera camera(type);
+      ExposingCamera camera(type);
       camera.Context().Flicker = row.Flicker;
       camera.Context().ClockDivider = row.Divider;
       camera.Expose(0);
@@ -127,7 +127,7 @@ TEST(ExposureOnOVSensors, BandsAre187And156LinesByTheClockDivider) {
 }
 
 TEST(ExposureOnOVSensors, AnotherFlickerCutsNothing) {
-  Camera camera(SensorTypeOV7660);
+  ExposingCamera camera(SensorTypeOV7660);
   camera.Context().Flicker = 3;
   EXPECT_THAT(camera.Expose(1),
               ElementsAre("write sensor FF13=F2", "write sensor FF10=02", "write sensor FF04=02"));
@@ -135,7 +135,7 @@ TEST(ExposureOnOVSensors, AnotherFlickerCutsNothing) {
 
 TEST(ExposureOnOVSensors, AClockDividerOf0BandsNothing) {
   for (const std::int32_t flicker : {1, 2}) {
-    Camera camera(SensorTypeOV7670);
+    ExposingCamera camera(SensorTypeOV7670);
     camera.Context().Flicker = flicker;
     camera.Context().ClockDivider = 0;
     EXPECT_THAT(camera.Expose(1), ElementsAre("write sensor FF13=E0", "write sensor FF3B=09",
@@ -144,7 +144,7 @@ TEST(ExposureOnOVSensors, AClockDividerOf0BandsNothing) {
 }
 
 TEST(ExposureOnOVSensors, OnlyTenBitsOfTheLinesAreWritten) {
-  Camera camera(SensorTypeOV7660);
+  ExposingCamera camera(SensorTypeOV7660);
   EXPECT_THAT(camera.Expose(205), ElementsAre("write sensor FF13=F2", "write sensor FF10=00",
                                               "write sensor FF04=02"));  // 2050 is 0x802
   EXPECT_THAT(camera.Expose(-1), ElementsAre("write sensor FF13=F2", "write sensor FF10=FD",
@@ -152,7 +152,7 @@ TEST(ExposureOnOVSensors, OnlyTenBitsOfTheLinesAreWritten) {
 }
 
 TEST(ExposureOnVGA7648, StepsOf30AreScaledToTheMainsAndDivided) {
-  Camera camera(SensorTypeVGA7648);
+  ExposingCamera camera(SensorTypeVGA7648);
   const auto lines = [&camera](std::int32_t flicker, std::int32_t divider, std::int32_t exposure) {
     camera.Context().Flicker = flicker;
     camera.Context().ClockDivider = divider;
@@ -170,7 +170,7 @@ TEST(ExposureOnVGA7648, StepsOf30AreScaledToTheMainsAndDivided) {
 }
 
 TEST(ExposureOnVGA7648, AClockDividerOf0CountsAsNoLines) {
-  Camera camera(SensorTypeVGA7648);
+  ExposingCamera camera(SensorTypeVGA7648);
   camera.Context().Flicker = 1;
   camera.Context().ClockDivider = 0;
   EXPECT_THAT(camera.Expose(100),
@@ -179,7 +179,7 @@ TEST(ExposureOnVGA7648, AClockDividerOf0CountsAsNoLines) {
 }
 
 TEST(ExposureOnMi1318, KeepsTheWideRegisterItReadWithItsBitChanged) {
-  Camera camera(SensorTypeMi1318);
+  ExposingCamera camera(SensorTypeMi1318);
   camera.Sensor[0x06] = 0x8F;
   camera.Sensor[0xF1] = 0x21;
   camera.Context().AutoExposure = 1;
@@ -192,7 +192,7 @@ TEST(ExposureOnMi1318, KeepsTheWideRegisterItReadWithItsBitChanged) {
 }
 
 TEST(ExposureOnMi1318, KeepsTheWideRegisterAheadOfItsWrite) {
-  Camera camera(SensorTypeMi1318);
+  ExposingCamera camera(SensorTypeMi1318);
   camera.Sensor[0x06] = 0x8F;
   camera.Sensor[0xF1] = 0x21;
   camera.Context().AutoExposure = 1;
@@ -208,7 +208,7 @@ TEST(ExposureOnMi1318, KeepsTheWideRegisterAheadOfItsWrite) {
 }
 
 TEST(ExposureOnMi1318, AFailedReadWorksOnWhatTheReadBeforeGave) {
-  Camera camera(SensorTypeMi1318);
+  ExposingCamera camera(SensorTypeMi1318);
   camera.Context().AutoExposure = 1;
   camera.Context().WideHigh = 0x12;
   camera.Context().WideLow = 0x34;
@@ -220,7 +220,7 @@ TEST(ExposureOnMi1318, AFailedReadWorksOnWhatTheReadBeforeGave) {
 
 TEST(ExposureOnMi1318, SizesWithoutAFormulaWriteNoLines) {
   for (const std::uint32_t size : {0U, 2U, 3U, 4U, 5U, 7U}) {
-    Camera camera(SensorTypeMi1318);
+    ExposingCamera camera(SensorTypeMi1318);
     camera.Context().RawSizeMode = size;
     const auto traffic = camera.Expose(100);
     ASSERT_EQ(traffic.size(), 11U);
@@ -230,7 +230,7 @@ TEST(ExposureOnMi1318, SizesWithoutAFormulaWriteNoLines) {
 }
 
 TEST(ExposureOnMi1318, SixtyHertzTakesFiveSixths) {
-  Camera camera(SensorTypeMi1318);
+  ExposingCamera camera(SensorTypeMi1318);
   camera.Context().RawSizeMode = 6;
   camera.Context().Flicker = 2;
   camera.Expose(7);  // 560 * 5 / 6 = 466
@@ -240,7 +240,7 @@ TEST(ExposureOnMi1318, SixtyHertzTakesFiveSixths) {
 
 TEST(ExposureElsewhere, K82AndReserved3HaveNoExposure) {
   for (const SensorType type : {SensorTypeK82, SensorTypeReserved3}) {
-    Camera camera(type);
+    ExposingCamera camera(type);
     EXPECT_THAT(camera.Expose(100), IsEmpty());
     camera.Context().AutoExposure = 1;
     EXPECT_THAT(camera.Expose(100), IsEmpty());
@@ -252,14 +252,14 @@ TEST(ExposureElsewhere, ExtremeExposuresWrapAndFaultNowhere) {
     for (const std::int32_t exposure :
          {std::numeric_limits<std::int32_t>::min(), std::numeric_limits<std::int32_t>::max()}) {
       for (const std::int32_t flicker : {0, 1, 2}) {
-        Camera camera(sensor.Type);
+        ExposingCamera camera(sensor.Type);
         camera.Context().Flicker = flicker;
         camera.Context().FlickerBandStep = 1;
         camera.Expose(exposure);
       }
     }
   }
-  Camera camera(SensorTypeVGA0708);
+  ExposingCamera camera(SensorTypeVGA0708);
   EXPECT_EQ(camera.Expose(std::numeric_limits<std::int32_t>::max())[1], "write sensor FF04=D8");
 }
 

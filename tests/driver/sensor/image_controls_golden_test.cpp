@@ -18,7 +18,7 @@ struct Axis {
   std::vector<std::int64_t> Values;
 };
 
-struct StepCases {
+struct CasesOfAStep {
   std::uint32_t Step;
   std::vector<Axis> Axes;
 };
@@ -27,8 +27,8 @@ const std::vector<std::int64_t> kFormatTags = {0x32595559, 0xE436EB7D, 0x3032344
 
 // What a golden file must hold: each control at its least, default and largest value and one beyond
 // at either end, and whatever else the step looks at.
-const std::vector<StepCases>& RequiredCases() {
-  static const std::vector<StepCases> kRequired = {
+const std::vector<CasesOfAStep>& RequiredCases() {
+  static const std::vector<CasesOfAStep> kRequired = {
       {1, {{"Brightness", {-101, -100, 20, 100, 101}}}},
       {2, {{"Contrast", {0, 1, 10, 16, 17}}}},
       {3, {}},
@@ -62,7 +62,7 @@ const std::vector<StepCases>& RequiredCases() {
 
 std::vector<std::string> RequiredKeys() {
   std::vector<std::string> keys;
-  for (const StepCases& step : RequiredCases()) {
+  for (const CasesOfAStep& step : RequiredCases()) {
     std::vector<GoldenCase> cases = {{step.Step, {}, {}}};
     for (const Axis& axis : step.Axes) {
       std::vector<GoldenCase> longer;

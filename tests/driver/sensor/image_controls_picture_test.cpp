@@ -16,14 +16,14 @@ using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
 using ::testing::IsEmpty;
 
-class Camera : public RegisterSpace {
+class PictureCamera : public RegisterSpace {
  public:
-  explicit Camera(SensorType type) { Context().SensorType = type; }
+  explicit PictureCamera(SensorType type) { Context().SensorType = type; }
 };
 
 TEST(ImageControlSteps, UnusedAndUnknownStepsDoNothing) {
   for (const NamedSensor& sensor : kSensors) {
-    Camera camera(sensor.Type);
+    PictureCamera camera(sensor.Type);
     for (const std::uint32_t step : {0U, 3U, 7U, 17U, 18U, 20U, 21U, 0x101U, 0xFFFFFFFFU}) {
       EXPECT_EQ(ApplyImageControl(step, camera.Context()), 0);
     }
@@ -32,7 +32,7 @@ TEST(ImageControlSteps, UnusedAndUnknownStepsDoNothing) {
 }
 
 TEST(ImageControlSteps, ASensorNobodyKnowsIsTreatedLikeTheOthers) {
-  Camera camera(SensorTypeVGA0408);
+  PictureCamera camera(SensorTypeVGA0408);
   CameraContext& context = camera.Context();
   for (const std::int32_t type : {0, 2, 4, 12, 31, 32, 33, 105, -1, -31}) {
     camera.ForgetTraffic();
@@ -49,7 +49,7 @@ TEST(ImageControlSteps, ASensorNobodyKnowsIsTreatedLikeTheOthers) {
 }
 
 TEST(BrightnessStep, WritesTwosComplement) {
-  Camera camera(SensorTypeOV7660);
+  PictureCamera camera(SensorTypeOV7660);
   camera.Context().Brightness = -1;
   ApplyImageControl(ImageControlBrightness, camera.Context());
   camera.Context().Brightness = 0x1234;
@@ -59,7 +59,7 @@ TEST(BrightnessStep, WritesTwosComplement) {
 
 // The control code runs the step ahead of storing: the register is one change behind.
 TEST(BrightnessStep, ANewBrightnessReachesTheRegisterWithTheSecondRequest) {
-  Camera camera(SensorTypeOV7660);
+  PictureCamera camera(SensorTypeOV7660);
   camera.Context().Brightness = 20;
   const ControlRecord request{
       .Code = 0, .Value = 50, .Value2 = 0, .Flags = 0, .Caps = 0, .Words = {}};
@@ -73,7 +73,7 @@ TEST(ContrastStep, LargestContrastGivesC0OnTheCommonSensors) {
   for (const SensorType type :
        {SensorTypeVGA0408, SensorTypeReserved3, SensorTypeVGA7648, SensorTypeOV7660,
         SensorTypeOV7663, SensorTypeVGA0708, SensorTypeOV7670}) {
-    Camera camera(type);
+    PictureCamera camera(type);
     camera.Context().Contrast = 16;
     ApplyImageControl(ImageControlContrast, camera.Context());
     EXPECT_EQ(camera.Bridge[0x0F], 0xC0) << type;
@@ -81,12 +81,12 @@ TEST(ContrastStep, LargestContrastGivesC0OnTheCommonSensors) {
 }
 
 TEST(ContrastStep, K82WritesTwoRegistersAndMi1318Three) {
-  Camera wide(SensorTypeK82);
+  PictureCamera wide(SensorTypeK82);
   wide.Context().Contrast = 7;
   ApplyImageControl(ImageControlContrast, wide.Context());
   EXPECT_THAT(wide.Accesses(),
               ElementsAre("write bridge FF26=00", "write bridge FF13=AC", "write bridge FF14=DC"));
-  Camera megapixel(SensorTypeMi1318);
+  PictureCamera megapixel(SensorTypeMi1318);
   megapixel.Context().Contrast = 7;
   ApplyImageControl(ImageControlContrast, megapixel.Context());
   EXPECT_THAT(megapixel.Accesses(), ElementsAre("write bridge FF26=00", "write bridge FF0F=80",
@@ -94,7 +94,7 @@ TEST(ContrastStep, K82WritesTwoRegistersAndMi1318Three) {
 }
 
 TEST(ContrastStep, ClearsBit0OfTheOrientationRegisterAndKeepsTheRest) {
-  Camera camera(SensorTypeOV7660);
+  PictureCamera camera(SensorTypeOV7660);
   camera.Context().ShadowFF26 = 0xFF;
   ApplyImageControl(ImageControlContrast, camera.Context());
   EXPECT_EQ(camera.Accesses().front(), "write bridge FF26=FE");
@@ -102,7 +102,7 @@ TEST(ContrastStep, ClearsBit0OfTheOrientationRegisterAndKeepsTheRest) {
 }
 
 TEST(ContrastStep, TheClearedShadowStaysWhenItsWriteFails) {
-  Camera camera(SensorTypeOV7660);
+  PictureCamera camera(SensorTypeOV7660);
   camera.Context().ShadowFF26 = 0x31;
   camera.Failure = [](const std::string&) { return -1; };
   EXPECT_EQ(ApplyImageControl(ImageControlContrast, camera.Context()), -1);
@@ -110,7 +110,7 @@ TEST(ContrastStep, TheClearedShadowStaysWhenItsWriteFails) {
 }
 
 TEST(ContrastStep, AProductBeyond32BitsWraps) {
-  Camera camera(SensorTypeOV7660);
+  PictureCamera camera(SensorTypeOV7660);
   camera.Context().Contrast = std::numeric_limits<std::int32_t>::max();
   ApplyImageControl(ImageControlContrast, camera.Context());
   EXPECT_EQ(camera.Bridge[0x0F], 0x16);  // 10 * 0x7FFFFFFF + 0x20
@@ -129,7 +129,7 @@ void PrintTo(const SaturationRow& row, std::ostream* out) {
 class SaturationStep : public ::testing::TestWithParam<SaturationRow> {};
 
 TEST_P(SaturationStep, WritesAndKeepsTheValueTwice) {
-  Camera camera(GetParam().Type);
+  PictureCamera camera(GetParam().Type);
   camera.Context().Saturation = GetParam().Setting;
   EXPECT_EQ(ApplyImageControl(ImageControlSaturation, camera.Context()), 0);
   EXPECT_EQ(camera.Accesses().size(), 2U);
@@ -163,7 +163,7 @@ INSTANTIATE_TEST_SUITE_P(
                       SaturationRow{SensorTypeK82, -1, 255}));
 
 TEST(SaturationStepFailure, TheUserValueIsKeptEvenIfTheWritesFail) {
-  Camera camera(SensorTypeOV7660);
+  PictureCamera camera(SensorTypeOV7660);
   camera.Context().Saturation = 10;
   camera.Failure = [](const std::string&) { return -1; };
   EXPECT_EQ(ApplyImageControl(ImageControlSaturation, camera.Context()), -1);
@@ -172,7 +172,7 @@ TEST(SaturationStepFailure, TheUserValueIsKeptEvenIfTheWritesFail) {
 }
 
 TEST(SharpnessStep, KeepsTheLowByteAsTheUsersValue) {
-  Camera camera(SensorTypeVGA0708);
+  PictureCamera camera(SensorTypeVGA0708);
   camera.Context().Sharpness = 3;
   EXPECT_EQ(ApplyImageControl(ImageControlSharpness, camera.Context()), 0);
   EXPECT_EQ(camera.Context().UserSharpness, 0x43);
@@ -183,7 +183,7 @@ TEST(SharpnessStep, KeepsTheLowByteAsTheUsersValue) {
 }
 
 TEST(SharpnessStep, TheUsersValueIsKeptAheadOfTheWrite) {
-  Camera camera(SensorTypeVGA0708);
+  PictureCamera camera(SensorTypeVGA0708);
   camera.Context().Sharpness = 8;
   camera.Failure = [&camera](const std::string& access) {
     if (access.starts_with("write")) {
@@ -196,7 +196,7 @@ TEST(SharpnessStep, TheUsersValueIsKeptAheadOfTheWrite) {
 }
 
 TEST(RawRegisterStep, SendsBothLowHalvesUnderTheSelectInForceWithoutTheBusyFlags) {
-  Camera camera(SensorTypeOV7660);
+  PictureCamera camera(SensorTypeOV7660);
   CameraContext& context = camera.Context();
   context.RawRegisterAddress = 0xABCD1234;
   context.RawRegisterValue = 0x5678FEDC;

@@ -12,16 +12,16 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-class Camera : public RegisterSpace {
+class PoweredCamera : public RegisterSpace {
  public:
-  explicit Camera(SensorType type, std::uint8_t powerAndLed = 0x55) {
+  explicit PoweredCamera(SensorType type, std::uint8_t powerAndLed = 0x55) {
     Context().SensorType = type;
     Bridge[0x09] = powerAndLed;
   }
 };
 
 TEST(PowerBits, RunningClearsBit0AndRestingSetsIt) {
-  Camera camera(SensorTypeOV7660, 0x51);
+  PoweredCamera camera(SensorTypeOV7660, 0x51);
   SetPowerBits(camera.Context(), 1);
   SetPowerBits(camera.Context(), 0);
   EXPECT_THAT(camera.Accesses(), ElementsAre("read bridge FF09 -> 51", "write bridge FF09=52",
@@ -29,7 +29,7 @@ TEST(PowerBits, RunningClearsBit0AndRestingSetsIt) {
 }
 
 TEST(PowerBits, OnlyTheLowByteOfRunCounts) {
-  Camera camera(SensorTypeOV7660, 0x00);
+  PoweredCamera camera(SensorTypeOV7660, 0x00);
   SetPowerBits(camera.Context(), 0x100);
   EXPECT_EQ(camera.Bridge[0x09], 0x03);
   SetPowerBits(camera.Context(), 0x180);
@@ -37,7 +37,7 @@ TEST(PowerBits, OnlyTheLowByteOfRunCounts) {
 }
 
 TEST(PowerBits, AFailedReadEndsWithoutAWrite) {
-  Camera camera(SensorTypeOV7660);
+  PoweredCamera camera(SensorTypeOV7660);
   camera.Failure = [](const std::string& access) { return access.starts_with("read") ? -1 : 0; };
   SetPowerBits(camera.Context(), 1);
   EXPECT_EQ(SetLedBitByPath(camera.Context(), 1, 1), -1);
@@ -47,7 +47,7 @@ TEST(PowerBits, AFailedReadEndsWithoutAWrite) {
 }
 
 TEST(PowerBits, OnVGA0708TheRegisterIsReadAndNeverWritten) {
-  Camera camera(SensorTypeVGA0708);
+  PoweredCamera camera(SensorTypeVGA0708);
   CameraContext& context = camera.Context();
   SetPowerBits(context, 1);
   SetLedBitByPath(context, 1, 1);
@@ -60,7 +60,7 @@ TEST(PowerBits, OnVGA0708TheRegisterIsReadAndNeverWritten) {
 
 TEST(LedBit, IsSetAndClearedOnBothPaths) {
   for (const std::uint32_t path : {0U, 1U, 0x100U}) {
-    Camera camera(SensorTypeOV7660, 0xA5);
+    PoweredCamera camera(SensorTypeOV7660, 0xA5);
     EXPECT_EQ(SetLedBitByPath(camera.Context(), 0x100, path), 0);
     EXPECT_EQ(SetLedBitByPath(camera.Context(), 0, path), 0);
     EXPECT_THAT(camera.Accesses(), ElementsAre("read bridge FF09 -> A5", "write bridge FF09=B5",
@@ -69,7 +69,7 @@ TEST(LedBit, IsSetAndClearedOnBothPaths) {
 }
 
 TEST(LedBit, EachPathHoldsItsOwnFlag) {
-  Camera camera(SensorTypeOV7660);
+  PoweredCamera camera(SensorTypeOV7660);
   CameraContext& context = camera.Context();
   for (const std::uint32_t path : {0U, 1U}) {
     camera.OnRequest = [&context, path](const WirePacket&) {
@@ -81,14 +81,14 @@ TEST(LedBit, EachPathHoldsItsOwnFlag) {
 }
 
 TEST(LedBit, TheFramePathIsRefusedWhileTheApplicationHoldsTheBus) {
-  Camera camera(SensorTypeOV7660);
+  PoweredCamera camera(SensorTypeOV7660);
   camera.Context().AppRegisterBusy = 1;
   EXPECT_EQ(SetLedBitByPath(camera.Context(), 1, 0), 1);
   EXPECT_THAT(camera.Accesses(), IsEmpty());
 }
 
 TEST(PowerAndLedTogether, EachRunsOnlyIfAskedFor) {
-  Camera camera(SensorTypeOV7660, 0x00);
+  PoweredCamera camera(SensorTypeOV7660, 0x00);
   PowerAndLed(camera.Context(), 0, 1, 0, 1, 1);
   EXPECT_THAT(camera.Accesses(), IsEmpty());
   PowerAndLed(camera.Context(), 0x100, 0, 0, 1, 1);
@@ -104,7 +104,7 @@ TEST(PowerAndLedTogether, EachRunsOnlyIfAskedFor) {
 
 // The power bits have one path only.
 TEST(PowerAndLedTogether, ThePowerBitsTakeTheApplicationPathAlsoWhenTheLedTakesTheOther) {
-  Camera camera(SensorTypeOV7660);
+  PoweredCamera camera(SensorTypeOV7660);
   CameraContext& context = camera.Context();
   std::vector<std::uint32_t> appBusy;
   camera.OnRequest = [&](const WirePacket&) { appBusy.push_back(context.AppRegisterBusy); };
@@ -113,7 +113,7 @@ TEST(PowerAndLedTogether, ThePowerBitsTakeTheApplicationPathAlsoWhenTheLedTakesT
 }
 
 TEST(CameraPower, UpLeavesTheLedAloneAndDownSwitchesItOff) {
-  Camera camera(SensorTypeOV7660, 0x11);
+  PoweredCamera camera(SensorTypeOV7660, 0x11);
   SetCameraPower(camera.Context(), 0);
   EXPECT_THAT(camera.Accesses(), ElementsAre("read bridge FF09 -> 11", "write bridge FF09=12"));
   camera.ForgetTraffic();

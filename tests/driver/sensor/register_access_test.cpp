@@ -21,12 +21,7 @@ using ::testing::IsEmpty;
 using ::testing::TestWithParam;
 using ::testing::ValuesIn;
 
-constexpr Status kRequestFailed = -1;
 constexpr std::uint8_t kUntouched = 0xA5;
-
-std::string PrimitiveName(const testing::TestParamInfo<Primitive>& info) {
-  return info.param.Name;
-}
 
 std::string LineOf(const Primitive& primitive) {
   if (primitive.Packets.size() == 1)

@@ -22,10 +22,6 @@ using ::testing::ValuesIn;
 
 constexpr Status kRefused = 1;
 
-std::string PrimitiveName(const testing::TestParamInfo<Primitive>& info) {
-  return info.param.Name;
-}
-
 std::vector<Primitive> WritesOf(RegisterPath path) {
   std::vector<Primitive> found;
   for (const Primitive& primitive : PrimitivesOf(path)) {

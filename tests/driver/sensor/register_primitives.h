@@ -1,9 +1,12 @@
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <cstdint>
 #include <functional>
 #include <ostream>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -26,6 +29,10 @@ struct Primitive {
 
 inline std::ostream& operator<<(std::ostream& stream, const Primitive& primitive) {
   return stream << primitive.Name;
+}
+
+inline std::string PrimitiveName(const testing::TestParamInfo<Primitive>& info) {
+  return info.param.Name;
 }
 
 /// Where the reads of the primitives put their byte.

@@ -9,6 +9,8 @@ namespace lidcam::test {
 
 using Bytes = std::vector<std::uint8_t>;
 
+inline constexpr std::int32_t kSensorTypes[] = {1, 3, 5, 6, 7, 8, 9, 10, 11};
+
 /// Joins blocks of bytes.
 inline Bytes Join(std::initializer_list<Bytes> blocks) {
   Bytes all;

@@ -9,10 +9,10 @@
 #include <string>
 #include <vector>
 
-#include "platform/host/nt/debug_print.h"
-#include "platform/host/nt/files.h"
-#include "platform/host/nt/handles.h"
-#include "platform/host/nt/pool.h"
+#include "platform/host/nt/files/files.h"
+#include "platform/host/nt/memory/pool.h"
+#include "platform/host/nt/objects/handles.h"
+#include "platform/host/nt/system/debug_print.h"
 #include "tests/driver/frame/still_file_calls.h"
 #include "tests/driver/sensor/register_set_bytes.h"
 #include "tests/driver/support/system_root.h"

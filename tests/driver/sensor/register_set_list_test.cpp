@@ -1,4 +1,5 @@
 #include "driver/sensor/register_sets/register_set_list.h"
+#include "tests/driver/sensor/register_set_bytes.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -20,8 +21,6 @@ using ::testing::IsEmpty;
 using ::testing::SizeIs;
 
 using Entries = std::vector<RegisterSetEntry>;
-
-constexpr std::int32_t kSensorTypes[] = {1, 3, 5, 6, 7, 8, 9, 10, 11};
 
 void Fill(RegisterSetTable& table, const Entries& entries) {
   table.Present = 1;

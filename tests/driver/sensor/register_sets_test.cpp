@@ -79,8 +79,6 @@ TEST(RegisterSets, SecondFileOfMi1318IsLoadedWithoutTheFirst) {
 
 // --- The setup table and the replay -----------------------------------------------------------
 
-constexpr std::int32_t kSensorTypes[] = {1, 3, 5, 6, 7, 8, 9, 10, 11};
-
 // The picture settings of a camera that was never adjusted.
 void LoadDefaults(CameraContext& context) {
   context.Brightness = 20;

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/host/nt/debug_print.h"
+#include "platform/host/nt/system/debug_print.h"
 #include "tests/driver/support/register_space.h"
 #include "tests/driver/support/trace_lines.h"
 

@@ -12,7 +12,6 @@ namespace {
 
 using ::testing::ElementsAre;
 
-constexpr Status kRequestFailed = -1;
 constexpr std::uint8_t kHeldHigh = 0xA5;
 constexpr std::uint8_t kHeldLow = 0x5A;
 

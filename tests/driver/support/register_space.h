@@ -16,6 +16,9 @@ namespace lidcam::test {
 /// Bytes of a SETUP packet in wire order.
 using WirePacket = std::array<std::uint8_t, 8>;
 
+/// What `RegisterSpace::Failure` answers where any failure will do.
+inline constexpr Status kRequestFailed = -1;
+
 /// A camera's register space behind the two request callbacks: 256 bridge and 256 sensor registers
 /// that hold what is written, with everything that passes written down twice, as SETUP packets and
 /// as one line per access.

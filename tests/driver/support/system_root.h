@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/host/nt/files.h"
+#include "platform/host/nt/files/files.h"
 
 namespace lidcam::test {
 

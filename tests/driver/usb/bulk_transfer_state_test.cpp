@@ -8,7 +8,7 @@
 #include <string>
 
 #include "driver/core/base/camera_trace.h"
-#include "platform/host/nt/pool.h"
+#include "platform/host/nt/memory/pool.h"
 #include "tests/driver/usb/support/bulk_device.h"
 #include "tests/driver/usb/support/kernel_arguments.h"
 

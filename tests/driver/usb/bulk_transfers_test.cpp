@@ -7,8 +7,8 @@
 #include <cstring>
 #include <functional>
 
-#include "platform/host/nt/irp_tracker.h"
-#include "platform/host/nt/pool.h"
+#include "platform/host/nt/memory/pool.h"
+#include "platform/host/nt/verifier/irp_tracker.h"
 #include "tests/driver/usb/support/bulk_device.h"
 
 namespace lidcam::test {

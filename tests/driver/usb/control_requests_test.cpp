@@ -3,16 +3,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "platform/host/nt/kernel_faults.h"
-#include "platform/host/nt/pool.h"
+#include "platform/host/nt/memory/pool.h"
+#include "platform/host/nt/verifier/kernel_faults.h"
+#include "tests/driver/support/statuses.h"
 #include "tests/driver/usb/transport_world.h"
 
 namespace lidcam::test {
 namespace {
 
-constexpr auto kGone = static_cast<NTSTATUS>(0xC000009C);
-constexpr auto kNoMemory = static_cast<NTSTATUS>(0xC000009A);
-constexpr auto kUnsuccessful = static_cast<NTSTATUS>(0xC0000001);
 constexpr auto kTimedOut = static_cast<NTSTATUS>(0xC00000B5);
 
 TransportRecord& TransportOf(TransportWorld& world) {

@@ -4,7 +4,8 @@
 #include <gtest/gtest.h>
 
 #include "driver/core/record/camera_context.h"
-#include "platform/host/nt/kernel_faults.h"
+#include "platform/host/nt/verifier/kernel_faults.h"
+#include "tests/driver/support/statuses.h"
 #include "tests/driver/usb/support/camera_faults.h"
 #include "tests/driver/usb/transport_world.h"
 
@@ -12,10 +13,6 @@ namespace lidcam::test {
 namespace {
 
 using testing::ElementsAre;
-
-constexpr auto kNoMemory = static_cast<NTSTATUS>(0xC000009A);
-constexpr auto kUnsuccessful = static_cast<NTSTATUS>(0xC0000001);
-constexpr auto kGone = static_cast<NTSTATUS>(0xC000009C);
 
 TEST(FailedSteps, SettingsThatDoNotLoadAtTheEndOfAStartAreNoMemory) {
   InWorld([](TransportWorld& world) {

@@ -2,16 +2,13 @@
 
 #include "driver/core/control/camera_lifecycle.h"
 #include "driver/usb/transfers/stream_recovery.h"
-#include "platform/host/nt/pool.h"
-#include "platform/host/nt/wdm_version.h"
+#include "platform/host/nt/memory/pool.h"
+#include "platform/host/nt/system/wdm_version.h"
+#include "tests/driver/support/statuses.h"
 #include "tests/driver/usb/transport_world.h"
 
 namespace lidcam::test {
 namespace {
-
-constexpr auto kNoMemory = static_cast<NTSTATUS>(0xC000009A);
-constexpr auto kUnsuccessful = static_cast<NTSTATUS>(0xC0000001);
-constexpr auto kGone = static_cast<NTSTATUS>(0xC000009C);
 
 TEST(HardwareStart, StartAndStopGoInTheirOrder) {
   InWorld([](TransportWorld& world) {

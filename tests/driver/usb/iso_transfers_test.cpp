@@ -5,10 +5,10 @@
 
 #include <tuple>
 
-#include "platform/host/nt/irp_tracker.h"
-#include "platform/host/nt/kernel_faults.h"
-#include "platform/host/nt/no_allocation_scope.h"
-#include "platform/host/nt/pool.h"
+#include "platform/host/nt/memory/pool.h"
+#include "platform/host/nt/verifier/irp_tracker.h"
+#include "platform/host/nt/verifier/kernel_faults.h"
+#include "platform/host/nt/verifier/no_allocation_scope.h"
 #include "tests/driver/usb/support/circle.h"
 
 namespace lidcam::test {

@@ -5,7 +5,7 @@
 #include <atomic>
 
 #include "driver/core/base/camera_memory.h"
-#include "platform/host/nt/pool.h"
+#include "platform/host/nt/memory/pool.h"
 #include "tests/driver/usb/transport_world.h"
 
 namespace lidcam::test {

@@ -5,8 +5,8 @@
 
 #include <vector>
 
-#include "platform/host/nt/kernel_faults.h"
-#include "platform/host/nt/pool.h"
+#include "platform/host/nt/memory/pool.h"
+#include "platform/host/nt/verifier/kernel_faults.h"
 #include "tests/driver/usb/support/circle.h"
 
 namespace lidcam::test {

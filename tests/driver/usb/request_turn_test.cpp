@@ -4,14 +4,12 @@
 #include <gtest/gtest.h>
 
 #include "driver/usb/requests/control_requests.h"
+#include "tests/driver/support/statuses.h"
 #include "tests/driver/usb/support/kernel_arguments.h"
 #include "tests/driver/usb/transport_world.h"
 
 namespace lidcam::test {
 namespace {
-
-constexpr auto kGone = static_cast<NTSTATUS>(0xC000009C);
-constexpr auto kUnsuccessful = static_cast<NTSTATUS>(0xC0000001);
 
 // The releases of the turn, of all semaphores released.
 std::vector<KernelArguments::SemaphoreRelease> ReleasesOf(const KernelArguments& arguments,

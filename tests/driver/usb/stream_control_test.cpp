@@ -2,8 +2,9 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include "platform/host/nt/kernel_faults.h"
-#include "platform/host/nt/pool.h"
+#include "platform/host/nt/memory/pool.h"
+#include "platform/host/nt/verifier/kernel_faults.h"
+#include "tests/driver/support/statuses.h"
 #include "tests/driver/usb/transport_world.h"
 
 namespace lidcam::test {
@@ -11,10 +12,6 @@ namespace {
 
 using testing::ElementsAre;
 using testing::UnorderedElementsAre;
-
-constexpr auto kNoMemory = static_cast<NTSTATUS>(0xC000009A);
-constexpr auto kUnsuccessful = static_cast<NTSTATUS>(0xC0000001);
-constexpr auto kGone = static_cast<NTSTATUS>(0xC000009C);
 
 struct Flags {
   int Opened;

@@ -3,17 +3,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "platform/host/nt/kernel_faults.h"
+#include "platform/host/nt/verifier/kernel_faults.h"
+#include "tests/driver/support/statuses.h"
 #include "tests/driver/usb/transport_world.h"
 
 namespace lidcam::test {
 namespace {
 
 using testing::ElementsAre;
-
-constexpr auto kNoMemory = static_cast<NTSTATUS>(0xC000009A);
-constexpr auto kUnsuccessful = static_cast<NTSTATUS>(0xC0000001);
-constexpr auto kRefused = static_cast<NTSTATUS>(0xC0000185);
 
 // A raw frame that somebody published earlier.
 class StaleFrame {
@@ -136,11 +133,11 @@ TEST(StreamFlags, AnAcquireTakesTheStaleFrameAwayBetweenFormatAndPreparation) {
     world.Stack.Decide = [&frame](URB& urb) -> std::optional<Verdict> {
       if (urb.UrbHeader.Function == 1) {
         EXPECT_TRUE(frame.IsStillPublished());
-        return Verdict{kRefused};
+        return Verdict{kIoError};
       }
       return std::nullopt;
     };
-    EXPECT_EQ(world.Acquire(), kRefused);
+    EXPECT_EQ(world.Acquire(), kIoError);
     EXPECT_TRUE(frame.IsStillPublished());
 
     world.Stack.Decide = nullptr;

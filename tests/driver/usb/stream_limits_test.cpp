@@ -2,14 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/driver/support/statuses.h"
 #include "tests/driver/usb/support/camera_faults.h"
 #include "tests/driver/usb/transport_world.h"
 
 namespace lidcam::test {
 namespace {
 
-constexpr auto kNoMemory = static_cast<NTSTATUS>(0xC000009A);
-constexpr auto kUnsuccessful = static_cast<NTSTATUS>(0xC0000001);
 constexpr auto kOddSuccess = static_cast<NTSTATUS>(0x40000000);
 
 using Decision = std::function<std::optional<Verdict>(URB&)>;

@@ -1,6 +1,7 @@
 // The restart of a running stream with width and height exchanged, over a pin that a test makes up.
 
 #include "driver/usb/stream/stream_reconfigure.h"
+#include "tests/driver/support/statuses.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -9,8 +10,6 @@
 
 namespace lidcam::test {
 namespace {
-
-constexpr auto kUnsuccessful = static_cast<NTSTATUS>(0xC0000001);
 
 // Applied formats, as the size that stood in the pin's format and whether the stream was open then.
 struct Applied {

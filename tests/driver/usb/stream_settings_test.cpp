@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "driver/core/record/camera_context.h"
-#include "platform/host/nt/device_object.h"
+#include "platform/host/nt/io/device_object.h"
 #include "platform/host/nt/registry/registry.h"
 #include "tests/driver/usb/transport_world.h"
 

@@ -5,7 +5,7 @@
 #include <fstream>
 #include <sstream>
 
-#include "platform/host/nt/device_object.h"
+#include "platform/host/nt/io/device_object.h"
 
 namespace lidcam::test {
 

@@ -7,9 +7,10 @@
 #include <utility>
 
 #include "driver/core/base/camera_memory.h"
-#include "platform/host/nt/debug_print.h"
-#include "platform/host/nt/kernel_faults.h"
-#include "platform/host/nt/pool.h"
+#include "platform/host/nt/memory/pool.h"
+#include "platform/host/nt/system/debug_print.h"
+#include "platform/host/nt/verifier/kernel_faults.h"
+#include "tests/driver/support/statuses.h"
 #include "tests/driver/usb/support/camera_faults.h"
 #include "tests/driver/usb/transport_world.h"
 
@@ -18,16 +19,13 @@ namespace {
 
 using testing::ElementsAre;
 
-constexpr auto kNoMemory = static_cast<NTSTATUS>(0xC000009A);
-constexpr auto kRefused = static_cast<NTSTATUS>(0xC0000185);
-
 std::function<std::optional<Verdict>(URB&)> RefuseSettingsAbove(unsigned highest) {
   return [highest](URB& urb) -> std::optional<Verdict> {
     if (urb.UrbHeader.Function != 1) return std::nullopt;
     const unsigned setting = urb.UrbSelectInterface.Interface.AlternateSetting;
     if (setting <= highest) return std::nullopt;
     // Each refusal has a status of its own.
-    return Verdict{kRefused + static_cast<NTSTATUS>(setting), USBD_STATUS_NO_BANDWIDTH};
+    return Verdict{kIoError + static_cast<NTSTATUS>(setting), USBD_STATUS_NO_BANDWIDTH};
   };
 }
 
@@ -105,7 +103,7 @@ TEST(UsbConfiguration, AFailedRequestWhoseReplyTellsOfMoreThan521BytesIsRepeated
       bytes[2] = 561 & 0xFF;
       bytes[3] = 561 >> 8;
       request.TransferBufferLength = 4;
-      return Verdict{kRefused};
+      return Verdict{kIoError};
     };
     FreeCameraMemory(std::exchange(world.Record().InterfaceInformation, nullptr));
     PipeRecord* const ownedByTheBag = std::exchange(world.Record().PipeTable, nullptr);
@@ -117,7 +115,7 @@ TEST(UsbConfiguration, AFailedRequestWhoseReplyTellsOfMoreThan521BytesIsRepeated
 }
 
 TEST(UsbConfiguration, AReplyOf0BytesEndsTheReadWithItsStatusWhateverLengthItTells) {
-  for (const NTSTATUS status : {STATUS_SUCCESS, kRefused}) {
+  for (const NTSTATUS status : {STATUS_SUCCESS, kIoError}) {
     InWorld([status](TransportWorld& world) {
       ASSERT_EQ(world.Start(), STATUS_SUCCESS);
       std::vector<ULONG> asked;
@@ -143,15 +141,15 @@ TEST(UsbConfiguration, AFailedConfigurationRequestStillTellsWhetherItIsTheLongOn
     ASSERT_EQ(world.Start(), STATUS_SUCCESS);
     world.Stack.Decide = [](URB& urb) -> std::optional<Verdict> {
       static_cast<std::uint8_t*>(urb.UrbControlDescriptorRequest.TransferBuffer)[2] = 192;
-      return Verdict{kRefused};
+      return Verdict{kIoError};
     };
-    EXPECT_EQ(ReadConfiguration(world.Record()), kRefused);
+    EXPECT_EQ(ReadConfiguration(world.Record()), kIoError);
     EXPECT_EQ(world.Record().LongConfigDescriptor, 0U);
     world.Stack.Decide = [](URB& urb) -> std::optional<Verdict> {
       static_cast<std::uint8_t*>(urb.UrbControlDescriptorRequest.TransferBuffer)[2] = 193;
-      return Verdict{kRefused};
+      return Verdict{kIoError};
     };
-    EXPECT_EQ(ReadConfiguration(world.Record()), kRefused);
+    EXPECT_EQ(ReadConfiguration(world.Record()), kIoError);
     EXPECT_EQ(world.Record().LongConfigDescriptor, 1U);
   });
 }
@@ -209,9 +207,9 @@ TEST(UsbConfiguration, AFailedDescriptorRequestGivesItsStatus) {
       world.Stack.Decide = [&](URB& urb) -> std::optional<Verdict> {
         const bool isMeant = urb.UrbHeader.Function == 0x0B &&
                              urb.UrbControlDescriptorRequest.DescriptorType == type;
-        return isMeant ? std::optional(Verdict{kRefused}) : std::nullopt;
+        return isMeant ? std::optional(Verdict{kIoError}) : std::nullopt;
       };
-      EXPECT_EQ(world.Start(), kRefused);
+      EXPECT_EQ(world.Start(), kIoError);
       EXPECT_EQ(world.Record().LongConfigDescriptor, 0U);
       EXPECT_EQ(world.Record().ResetGuard, 0);
       EXPECT_EQ(world.Record().Connected, 0);
@@ -221,7 +219,7 @@ TEST(UsbConfiguration, AFailedDescriptorRequestGivesItsStatus) {
 }
 
 TEST(UsbConfiguration, ASelectConfigurationThatFailsInAnyWayIsNoMemory) {
-  for (const Verdict verdict : {Verdict{kRefused}, Verdict{0, USBD_STATUS_NO_BANDWIDTH}}) {
+  for (const Verdict verdict : {Verdict{kIoError}, Verdict{0, USBD_STATUS_NO_BANDWIDTH}}) {
     InWorld([&](TransportWorld& world) {
       world.Stack.Decide = Fail(0, verdict);
       EXPECT_EQ(world.Start(), kNoMemory);
@@ -260,7 +258,7 @@ TEST(UsbConfiguration, WithAllSettingsRefused0IsNotTriedAndTheStatusOf1Comes) {
   InWorld([](TransportWorld& world) {
     ASSERT_EQ(world.Start(), STATUS_SUCCESS);
     world.Stack.Decide = RefuseSettingsAbove(0);
-    EXPECT_EQ(world.Acquire(), kRefused + 1);
+    EXPECT_EQ(world.Acquire(), kIoError + 1);
     EXPECT_THAT(world.Stack.SettingsAsked, ElementsAre(7U, 6U, 5U, 4U, 3U, 2U, 1U));
     EXPECT_EQ(world.Stream().StreamFormat.AlternateSetting, 0U);
     EXPECT_EQ(world.Record().InterfaceInformation->AlternateSetting, 1);

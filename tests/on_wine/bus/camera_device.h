@@ -4,7 +4,7 @@
 #include <string_view>
 
 #include "camera_model/bus_adapter/simulated_bus.h"
-#include "platform/host/usbd/usb_request_server.h"
+#include "platform/host/usbd/device/usb_request_server.h"
 #include "tests/on_wine/bus/device_role.h"
 #include "tests/on_wine/bus/device_texts.h"
 

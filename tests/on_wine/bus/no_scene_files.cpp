@@ -2,7 +2,7 @@
 
 #include <stdexcept>
 
-#include "camera_model/scene.h"
+#include "camera_model/scene/scene.h"
 
 namespace lidcam::camera_model {
 

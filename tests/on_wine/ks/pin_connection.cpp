@@ -3,9 +3,9 @@
 #include <cstring>
 
 #include "platform/host/ks/objects/pool_object.h"
-#include "platform/host/ks/pin/clock_requests.h"
 #include "platform/host/ks/pin/pin_block.h"
-#include "platform/host/ks/pin/pin_properties.h"
+#include "platform/host/ks/pin/requests/clock_requests.h"
+#include "platform/host/ks/pin/requests/pin_properties.h"
 #include "tests/on_wine/ks/inner_request.h"
 
 namespace lidcam::wine {

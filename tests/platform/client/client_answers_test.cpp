@@ -11,7 +11,7 @@
 
 #include "platform/host/client/camera.h"
 #include "platform/host/client/client_error.h"
-#include "platform/host/nt/device_object.h"
+#include "platform/host/nt/io/device_object.h"
 #include "tests/platform/simulation_support.h"
 
 namespace lidcam::client {

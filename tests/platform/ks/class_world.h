@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "platform/host/nt/device_object.h"
-#include "platform/host/nt/pool.h"
+#include "platform/host/nt/io/device_object.h"
+#include "platform/host/nt/memory/pool.h"
 #include "platform/kernel.h"
 #include "tests/platform/simulation_support.h"
 

@@ -1,6 +1,6 @@
 // A pin and its clock as applications open them: by name, with the clock given to the pin by handle.
 
-#include "platform/host/nt/device_file.h"
+#include "platform/host/nt/io/device_file.h"
 
 #include <gtest/gtest.h>
 #include "tests/platform/ks/class_world.h"

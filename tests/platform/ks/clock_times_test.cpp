@@ -84,13 +84,6 @@ NTSTATUS Ask(PinWorld& world, PinRequest& request, ULONG id, ULONG length) {
                         length);
 }
 
-template <typename Value>
-Value ValueOf(const PinRequest& request) {
-  Value value{};
-  std::memcpy(&value, request.Output.data(), sizeof(value));
-  return value;
-}
-
 TEST(OpenedClock, AnswersTimeResolutionAndState) {
   WithPin([](PinWorld& world) {
     ASSERT_EQ(world.OpenClock(), STATUS_SUCCESS);

@@ -1,6 +1,6 @@
 // Plug and play of a device of the streaming class.
 
-#include "platform/host/nt/kernel_faults.h"
+#include "platform/host/nt/verifier/kernel_faults.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -7,8 +7,8 @@
 #include <memory>
 #include <optional>
 
-#include "platform/host/nt/device_file.h"
-#include "platform/host/nt/plug_and_play.h"
+#include "platform/host/nt/io/device_file.h"
+#include "platform/host/nt/io/plug_and_play.h"
 #include "tests/platform/ks/class_world.h"
 
 namespace lidcam::host {

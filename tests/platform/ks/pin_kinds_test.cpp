@@ -12,18 +12,11 @@ namespace {
 
 using testing::ElementsAre;
 
-NTSTATUS Ask(PinWorld& world, PinRequest& request, ULONG id, ULONG outputLength, ULONG pinId = 0,
-             ULONG inputLength = sizeof(KSP_PIN)) {
+NTSTATUS AskOfKind(PinWorld& world, PinRequest& request, ULONG id, ULONG outputLength,
+                   ULONG pinId = 0, ULONG inputLength = sizeof(KSP_PIN)) {
   std::memcpy(request.Input.data() + offsetof(KSP_PIN, PinId), &pinId, sizeof(pinId));
   return world.Property(request, world.FilterFile, KSPROPSETID_Pin, id, KSPROPERTY_TYPE_GET,
                         outputLength, inputLength);
-}
-
-template <typename Value>
-Value ValueOf(const PinRequest& request, std::size_t offset = 0) {
-  Value value{};
-  std::memcpy(&value, request.Output.data() + offset, sizeof(value));
-  return value;
 }
 
 struct Number {
@@ -38,19 +31,19 @@ TEST(PinKinds, NumbersOfAKind) {
                                 {KSPROPERTY_PIN_COMMUNICATION, 3},
                                 {KSPROPERTY_PIN_NECESSARYINSTANCES, 1}}) {
       PinRequest request;
-      EXPECT_EQ(Ask(world, request, number.Id, 4), STATUS_SUCCESS) << number.Id;
+      EXPECT_EQ(AskOfKind(world, request, number.Id, 4), STATUS_SUCCESS) << number.Id;
       EXPECT_EQ(request.Information(), 4U);
       EXPECT_EQ(ValueOf<ULONG>(request), number.Value) << number.Id;
     }
     PinRequest instances;
-    EXPECT_EQ(Ask(world, instances, KSPROPERTY_PIN_CINSTANCES, 8), STATUS_SUCCESS);
+    EXPECT_EQ(AskOfKind(world, instances, KSPROPERTY_PIN_CINSTANCES, 8), STATUS_SUCCESS);
     EXPECT_EQ(ValueOf<KSPIN_CINSTANCES>(instances).PossibleCount, 1U);
     EXPECT_EQ(ValueOf<KSPIN_CINSTANCES>(instances).CurrentCount, 1U);
     PinRequest category;
-    EXPECT_EQ(Ask(world, category, KSPROPERTY_PIN_CATEGORY, 16), STATUS_SUCCESS);
+    EXPECT_EQ(AskOfKind(world, category, KSPROPERTY_PIN_CATEGORY, 16), STATUS_SUCCESS);
     EXPECT_TRUE(IsSameGuid(ValueOf<GUID>(category), PINNAME_VIDEO_CAPTURE));
     PinRequest name;
-    EXPECT_EQ(Ask(world, name, KSPROPERTY_PIN_NAME, 100), STATUS_NOT_SUPPORTED);
+    EXPECT_EQ(AskOfKind(world, name, KSPROPERTY_PIN_NAME, 100), STATUS_NOT_SUPPORTED);
   });
 }
 
@@ -62,16 +55,10 @@ TEST(PinKinds, UnknownPinIsRefusedByEachThatNamesOne) {
           KSPROPERTY_PIN_NECESSARYINSTANCES, KSPROPERTY_PIN_CATEGORY, KSPROPERTY_PIN_NAME,
           KSPROPERTY_PIN_CONSTRAINEDDATARANGES}) {
       PinRequest request;
-      EXPECT_EQ(Ask(world, request, id, 64, 1), STATUS_INVALID_PARAMETER) << id;
+      EXPECT_EQ(AskOfKind(world, request, id, 64, 1), STATUS_INVALID_PARAMETER) << id;
     }
   });
 }
-
-struct Room {
-  ULONG Length;
-  NTSTATUS Status;
-  ULONG Information;
-};
 
 TEST(PinKinds, RangesComeAlignedWithoutTheEmptyEntry) {
   for (const ULONG id : {KSPROPERTY_PIN_DATARANGES, KSPROPERTY_PIN_CONSTRAINEDDATARANGES}) {
@@ -96,7 +83,7 @@ TEST(PinKinds, RangesComeAlignedWithoutTheEmptyEntry) {
           descriptor.ConstrainedDataRanges = both;
         }
         PinRequest request;
-        EXPECT_EQ(Ask(world, request, id, room.Length), room.Status) << room.Length;
+        EXPECT_EQ(AskOfKind(world, request, id, room.Length), room.Status) << room.Length;
         EXPECT_EQ(request.Information(), room.Information);
         if (room.Status != STATUS_SUCCESS) return;
         EXPECT_EQ(ValueOf<KSMULTIPLE_ITEM>(request).Size, 144U);
@@ -114,7 +101,7 @@ TEST(PinKinds, InterfacesAndMediumsAreLists) {
   WithFilter([](PinWorld& world) {
     for (const ULONG id : {KSPROPERTY_PIN_INTERFACES, KSPROPERTY_PIN_MEDIUMS}) {
       PinRequest request;
-      EXPECT_EQ(Ask(world, request, id, 64), STATUS_SUCCESS);
+      EXPECT_EQ(AskOfKind(world, request, id, 64), STATUS_SUCCESS);
       EXPECT_EQ(request.Information(), 32U);
       EXPECT_EQ(ValueOf<KSMULTIPLE_ITEM>(request).Size, 32U);
       EXPECT_EQ(ValueOf<KSMULTIPLE_ITEM>(request).Count, 1U);
@@ -122,7 +109,7 @@ TEST(PinKinds, InterfacesAndMediumsAreLists) {
           id == KSPROPERTY_PIN_INTERFACES ? KSINTERFACESETID_Standard : KSMEDIUMSETID_Standard;
       EXPECT_TRUE(IsSameGuid(ValueOf<KSIDENTIFIER>(request, 8).Set, set));
       PinRequest size;
-      EXPECT_EQ(Ask(world, size, id, 0), STATUS_BUFFER_OVERFLOW);
+      EXPECT_EQ(AskOfKind(world, size, id, 0), STATUS_BUFFER_OVERFLOW);
       EXPECT_EQ(size.Information(), 32U);
     }
   });
@@ -162,7 +149,7 @@ struct RangeRequest {
   NTSTATUS Send(PinWorld& world, PinRequest& request, ULONG outputLength) const {
     std::memcpy(request.Input.data() + 32, &Size, 4);
     std::memcpy(request.Input.data() + 36, &Count, 4);
-    return Ask(world, request, KSPROPERTY_PIN_DATAINTERSECTION, outputLength, 0, 32 + Size);
+    return AskOfKind(world, request, KSPROPERTY_PIN_DATAINTERSECTION, outputLength, 0, 32 + Size);
   }
 };
 
@@ -263,7 +250,7 @@ TEST(Intersection, ListLongerThanItsRequestIsRefused) {
     ranges.Add(request, FormatOf(kSubFormat));
     const ULONG list[] = {73, 1};
     std::memcpy(request.Input.data() + 32, list, sizeof(list));
-    EXPECT_EQ(Ask(world, request, KSPROPERTY_PIN_DATAINTERSECTION, 100, 0, 32 + 72),
+    EXPECT_EQ(AskOfKind(world, request, KSPROPERTY_PIN_DATAINTERSECTION, 100, 0, 32 + 72),
               STATUS_INVALID_BUFFER_SIZE);
     EXPECT_TRUE(g_asked.empty());
   });
@@ -292,8 +279,8 @@ TEST(Intersection, AnyBytesAreSafe) {
       for (ULONG at = 40; at < 400; at += 64) {
         std::memcpy(request.Input.data() + at, &size, sizeof(size));
       }
-      Ask(world, request, KSPROPERTY_PIN_DATAINTERSECTION, 100, 0,
-          40 + static_cast<ULONG>(random() % 300));
+      AskOfKind(world, request, KSPROPERTY_PIN_DATAINTERSECTION, 100, 0,
+                40 + static_cast<ULONG>(random() % 300));
     }
   });
 }

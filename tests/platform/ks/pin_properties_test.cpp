@@ -19,13 +19,6 @@ NTSTATUS OfConnection(PinWorld& world, PinRequest& request, ULONG id, ULONG flag
   return world.Property(request, world.PinFile, KSPROPSETID_Connection, id, flags, length);
 }
 
-template <typename Value>
-Value ValueOf(const PinRequest& request) {
-  Value value{};
-  std::memcpy(&value, request.Output.data(), sizeof(value));
-  return value;
-}
-
 TEST(PinProperties, StateIsTheLastOneReached) {
   WithPin([](PinWorld& world) {
     world.SetState(KSSTATE_PAUSE);
@@ -48,12 +41,6 @@ TEST(PinProperties, PriorityIsThatOfTheConnection) {
               STATUS_INVALID_DEVICE_REQUEST);
   });
 }
-
-struct Room {
-  ULONG Length;
-  NTSTATUS Status;
-  ULONG Information;
-};
 
 TEST(PinProperties, FormatTellsItsSizeFirst) {
   for (const Room room : {Room{0, STATUS_BUFFER_OVERFLOW, 64},

@@ -11,8 +11,8 @@
 #include "platform/host/ks/device/streaming_device.h"
 #include "platform/host/ks/formats/data_format.h"
 #include "platform/host/ks/pin/pin_block.h"
-#include "platform/host/nt/kernel_faults.h"
-#include "platform/host/nt/pool.h"
+#include "platform/host/nt/memory/pool.h"
+#include "platform/host/nt/verifier/kernel_faults.h"
 #include "tests/platform/irp_support.h"
 
 namespace lidcam::host {
@@ -88,6 +88,21 @@ struct PinRequest {
   Request Packet;
   alignas(8) std::array<UCHAR, 512> Input{};
   alignas(8) std::array<UCHAR, 2048> Output{};
+};
+
+/// What a request got, as a value.
+template <typename Value>
+Value ValueOf(const PinRequest& request, std::size_t offset = 0) {
+  Value value{};
+  std::memcpy(&value, request.Output.data() + offset, sizeof(value));
+  return value;
+}
+
+/// An output buffer of some length, and how a request with it ends.
+struct Room {
+  ULONG Length;
+  NTSTATUS Status;
+  ULONG Information;
 };
 
 /// A filter with one kind of pin, and a file for the pin, a clock and the filter itself.

@@ -7,9 +7,9 @@
 #include <vector>
 
 #include "platform/host/ks/device/streaming_device.h"
-#include "platform/host/ks/pin/streaming_pin.h"
-#include "platform/host/nt/device_object.h"
-#include "platform/host/nt/pool.h"
+#include "platform/host/ks/pin/requests/streaming_pin.h"
+#include "platform/host/nt/io/device_object.h"
+#include "platform/host/nt/memory/pool.h"
 #include "tests/platform/simulation_support.h"
 
 namespace lidcam::host {

@@ -1,6 +1,6 @@
 // The helpers that take a configuration descriptor apart and make the request for it.
 
-#include "platform/host/usbd/configuration_descriptor.h"
+#include "platform/host/usbd/configuration/configuration_descriptor.h"
 
 #include <gtest/gtest.h>
 

@@ -9,10 +9,10 @@
 #include <vector>
 
 #include "bus/usb_bus.h"
-#include "platform/host/nt/irp_tracker.h"
-#include "platform/host/nt/kernel_faults.h"
-#include "platform/host/nt/pool.h"
-#include "platform/host/usbd/usb_device_stack.h"
+#include "platform/host/nt/memory/pool.h"
+#include "platform/host/nt/verifier/irp_tracker.h"
+#include "platform/host/nt/verifier/kernel_faults.h"
+#include "platform/host/usbd/device/usb_device_stack.h"
 #include "tests/platform/simulation_support.h"
 
 namespace lidcam::host {

@@ -2,7 +2,7 @@
 
 #include <immintrin.h>
 
-#include "driver/frame/resampler/scale_kernels.h"
+#include "driver/frame/resampler/simd/scale_simd_kernels.h"
 #include "driver/frame/resampler/simd/scale_simd_shuffles.h"
 
 namespace lidcam {

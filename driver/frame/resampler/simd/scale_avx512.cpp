@@ -1,7 +1,7 @@
 // 512-bit registers: four lanes, each with loads of its own.
 
-#include "driver/frame/resampler/scale_kernels.h"
 #include "driver/frame/resampler/simd/scale_simd_avx512.h"
+#include "driver/frame/resampler/simd/scale_simd_kernels.h"
 #include "driver/frame/resampler/simd/scale_simd_shuffles.h"
 
 namespace lidcam {

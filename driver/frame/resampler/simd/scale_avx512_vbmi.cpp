@@ -1,7 +1,7 @@
 // 512-bit registers with byte shuffles across all 64 or 128 bytes of one or two of them.
 
-#include "driver/frame/resampler/scale_kernels.h"
 #include "driver/frame/resampler/simd/scale_simd_avx512.h"
+#include "driver/frame/resampler/simd/scale_simd_kernels.h"
 #include "driver/frame/resampler/simd/scale_simd_shuffles.h"
 
 namespace lidcam {

@@ -4,7 +4,7 @@
 
 #include <cstring>
 
-#include "driver/frame/resampler/aligned_memory.h"
+#include "driver/frame/resampler/jobs/aligned_memory.h"
 
 namespace lidcam {
 namespace {

@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "driver/frame/resampler/scale_job.h"
+#include "driver/frame/resampler/jobs/scale_job.h"
 
 namespace lidcam {
 

@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "driver/frame/resampler/scale_job.h"
+#include "driver/frame/resampler/jobs/scale_job.h"
 #include "driver/frame/resampler/simd/scale_simd_plan.h"
 
 // The way through the rows of a picture that all vector kernels share. Each kernel brings its

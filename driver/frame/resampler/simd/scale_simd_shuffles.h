@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "driver/frame/resampler/scale_kernels.h"
+#include "driver/frame/resampler/simd/scale_simd_kernels.h"
 #include "driver/frame/resampler/simd/scale_simd_plan.h"
 #include "driver/frame/resampler/simd/scale_simd_rows.h"
 

@@ -5,8 +5,9 @@
 
 #include <cstring>
 
-#include "driver/frame/resampler/aligned_memory.h"
-#include "driver/frame/resampler/scale_kernels.h"
+#include "driver/frame/resampler/jobs/aligned_memory.h"
+#include "driver/frame/resampler/jobs/scale_reference.h"
+#include "driver/frame/resampler/simd/scale_simd_kernels.h"
 #include "driver/frame/resampler/simd/scale_simd_plan.h"
 #include "driver/frame/resampler/simd/scale_simd_rows.h"
 

@@ -97,6 +97,15 @@ NTSTATUS Forward(DeviceBlock& device, PIRP irp) {
   return IoCallDriver(device.NextDeviceObject, irp);
 }
 
+void ReturnFramesOfAllPins(DeviceBlock& device) {
+  AcquireMutex(device);
+  for (LIST_ENTRY* link = device.Pins.Flink; link != &device.Pins; link = link->Flink) {
+    const PinLink& open = *CONTAINING_RECORD(link, PinLink, Entry);
+    open.ReturnFrames(*open.Pin);
+  }
+  ReleaseMutex(device);
+}
+
 NTSTATUS CompleteRequest(PIRP irp, NTSTATUS status) {
   if (status == STATUS_PENDING) return status;
   irp->IoStatus.Status = status;

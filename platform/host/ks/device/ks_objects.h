@@ -13,6 +13,7 @@ namespace lidcam::host {
 
 struct DeviceBlock;
 struct FilterBlock;
+struct PinBlock;
 
 enum class KsObjectKind : ULONG { FilterFactory, Filter, Pin, Clock };
 
@@ -26,13 +27,20 @@ inline ObjectHead& HeadOf(PVOID publishedObject) {
   return static_cast<ObjectHead*>(publishedObject)[-1];
 }
 
+/// A pin's place in its device's list of pins.
+struct PinLink {
+  LIST_ENTRY Entry;
+  PinBlock* Pin;
+  void (*ReturnFrames)(PinBlock& pin);  ///< hands all of them back with STATUS_CANCELLED
+};
+
 /// The device. The extension of its functional device object begins with its address.
 struct DeviceBlock : KSDEVICE {
   ClassMutex Device;   ///< of KsAcquireDevice(), and of all object bags
   ClassRecord Record;  ///< what the driver did with the class's mutexes
   ObjectBag* Items;
   LIST_ENTRY Factories;      ///< of FilterFactoryBlock, the oldest first; under Device
-  LIST_ENTRY Pins;           ///< all open ones, linked by pin_requests.cpp; under Device
+  LIST_ENTRY Pins;           ///< of PinLink, all open ones; under Device
   volatile LONG Users;       ///< the stack it stands in, open files, and requests being worked on
   volatile LONG Requests;    ///< that are being worked on, and one until the device is removed
   KEVENT RequestsEnded;      ///< Requests has come to 0
@@ -90,11 +98,14 @@ class ControlCall {
   FilterBlock& filter_;
 };
 
-// ---- filter_requests.cpp, device_requests.cpp and automation.cpp
+// ---- device_block.cpp, filter_block.cpp and automation.cpp
 
 /// Fills the class's part of a device: mutex, bag, lists.
 /// @return STATUS_INSUFFICIENT_RESOURCES
 NTSTATUS InitializeDeviceBlock(DeviceBlock& device);
+/// Hands back all frames of the device's pins with STATUS_CANCELLED: the device is gone, and pins
+/// refuse further ones by its IsGone. Passive level, no mutex held.
+void ReturnFramesOfAllPins(DeviceBlock& device);
 /// Drops the factories and frees what the bag holds. The mutex is not held then.
 void CleanUpDeviceBlock(DeviceBlock& device);
 
@@ -145,9 +156,6 @@ void CleanUpPin(ObjectHead& pin);
 /// IRP_MJ_CLOSE: the object goes.
 void ClosePin(ObjectHead& pin, PIRP irp);
 void CloseClock(ObjectHead& clock);
-/// Hands back all frames of the device's pins with STATUS_CANCELLED: the device is gone, and pins
-/// refuse further ones by its IsGone. Passive level, no mutex held.
-void ReturnFramesOfAllPins(DeviceBlock& device);
 /// The filter of a pin.
 FilterBlock& FilterOfPin(ObjectHead& pin);
 

@@ -55,30 +55,6 @@ FilterBlock* FilterOfObject(ObjectHead& head) {
 
 }  // namespace
 
-void ReferenceFilter(FilterBlock& filter) {
-  InterlockedIncrement(&filter.References);
-}
-
-void ReleaseFilter(FilterBlock& filter) {
-  if (InterlockedDecrement(&filter.References) != 0) return;
-  DestroyObjectBag(filter.Items);
-  while (IsListEmpty(&filter.PinFactories) == FALSE) {
-    ExFreePool(CONTAINING_RECORD(RemoveHeadList(&filter.PinFactories), PinFactoryBlock, Link));
-  }
-  FilterFactoryBlock& factory = *filter.Factory;
-  ExFreePool(&filter);
-  ReleaseFactory(factory);
-}
-
-PinFactoryBlock* FindPinFactory(FilterBlock& filter, ULONG pinId) {
-  LIST_ENTRY* const end = &filter.PinFactories;
-  for (LIST_ENTRY* link = end->Flink; link != end; link = link->Flink) {
-    auto* const factory = CONTAINING_RECORD(link, PinFactoryBlock, Link);
-    if (factory->Id == pinId) return factory;
-  }
-  return nullptr;
-}
-
 NTSTATUS CreateFilter(DeviceBlock& device, PIRP irp, const UNICODE_STRING& reference) {
   const PFILE_OBJECT file = IoGetCurrentIrpStackLocation(irp)->FileObject;
   FilterFactoryBlock* factory = nullptr;

@@ -7,12 +7,6 @@
 
 namespace lidcam::host {
 
-/// A pin's place in its device's list of pins.
-struct PinLink {
-  LIST_ENTRY Entry;
-  PinBlock* Pin;
-};
-
 /// A pin: what its file object leads to, the published object directly behind that, and the stream.
 struct PinBlock : ObjectHead, KSPIN {
   /// A pin at a stop, with neither format nor thread.
@@ -20,7 +14,7 @@ struct PinBlock : ObjectHead, KSPIN {
   PinBlock(const PinBlock&) = delete;
   PinBlock& operator=(const PinBlock&) = delete;
 
-  PinLink InDevice{{}, this};
+  PinLink InDevice{{}, this, [](PinBlock& pin) { pin.Frames.HandBack(false); }};
   FilterBlock* Filter = nullptr;
   PinFactoryBlock* Factory = nullptr;
   PFILE_OBJECT File = nullptr;

@@ -5,7 +5,7 @@
 namespace lidcam::host {
 namespace {
 
-constexpr ULONG kPoolTag = 0x6C43534B;  // "KSCl"
+constexpr ULONG kClockTag = 0x6C43534B;  // "KSCl"
 
 LONGLONG SystemTime() {
   return static_cast<LONGLONG>(KeQueryInterruptTime());
@@ -18,7 +18,7 @@ PinClock::PinClock() {
 }
 
 PinClock* PinClock::Make() {
-  PVOID const memory = ExAllocatePoolWithTag(NonPagedPool, sizeof(PinClock), kPoolTag);
+  PVOID const memory = ExAllocatePoolWithTag(NonPagedPool, sizeof(PinClock), kClockTag);
   return memory != nullptr ? new (memory) PinClock : nullptr;
 }
 

@@ -5,7 +5,7 @@
 namespace lidcam::host {
 namespace {
 
-constexpr ULONG kPoolTag = 0x7246534B;  // "KSFr"
+constexpr ULONG kStreamRequestTag = 0x7246534B;  // "KSFr"
 constexpr ULONG kHeaderAlignment = 8;
 
 NTSTATUS CheckHeader(const KSSTREAM_HEADER& header, ULONG bytesLeft, const FrameLimits& limits) {
@@ -44,7 +44,8 @@ NTSTATUS MakeStreamRequest(PIRP irp, const FrameLimits& limits, StreamRequest** 
   const ULONG bytes =
       IoGetCurrentIrpStackLocation(irp)->Parameters.DeviceIoControl.OutputBufferLength;
   if (irp->UserBuffer == nullptr || bytes == 0) return STATUS_INVALID_BUFFER_SIZE;
-  auto* const headers = static_cast<PUCHAR>(ExAllocatePoolWithTag(NonPagedPool, bytes, kPoolTag));
+  auto* const headers =
+      static_cast<PUCHAR>(ExAllocatePoolWithTag(NonPagedPool, bytes, kStreamRequestTag));
   if (headers == nullptr) return STATUS_INSUFFICIENT_RESOURCES;
   std::memcpy(headers, irp->UserBuffer, bytes);
 
@@ -53,7 +54,8 @@ NTSTATUS MakeStreamRequest(PIRP irp, const FrameLimits& limits, StreamRequest** 
   StreamRequest* made = nullptr;
   if (NT_SUCCESS(status)) {
     const SIZE_T size = sizeof(StreamRequest) + SIZE_T{count - 1} * sizeof(StreamFrame);
-    made = static_cast<StreamRequest*>(ExAllocatePoolWithTag(NonPagedPool, size, kPoolTag));
+    made =
+        static_cast<StreamRequest*>(ExAllocatePoolWithTag(NonPagedPool, size, kStreamRequestTag));
     if (made == nullptr) status = STATUS_INSUFFICIENT_RESOURCES;
   }
   if (!NT_SUCCESS(status)) {

@@ -9,10 +9,10 @@
 #include <string_view>
 #include <utility>
 
-#include "platform/host/nt/device_object.h"
-#include "platform/host/nt/handles.h"
+#include "platform/host/nt/io/device_object.h"
+#include "platform/host/nt/objects/handles.h"
 #include "platform/host/nt/registry/registry_text.h"
-#include "platform/host/nt/scheduler.h"
+#include "platform/host/nt/scheduling/scheduler.h"
 
 namespace lidcam::host {
 namespace {

@@ -15,63 +15,11 @@ namespace lidcam::host {
 namespace {
 
 constexpr mode_t kNewFileMode = 0666;  // the user's mask takes its part
-constexpr mode_t kPermissionBits = 07777;
 constexpr int kMostDamagedFiles = 10000;
-
-// Closes on every way out.
-class File {
- public:
-  explicit File(int number) : number_(number) {}
-  File(const File&) = delete;
-  File& operator=(const File&) = delete;
-  ~File() {
-    if (number_ >= 0) close(number_);
-  }
-  [[nodiscard]] int Number() const { return number_; }
-
- private:
-  int number_;
-};
-
-int Sync(const RegistryFileSteps& steps, int file) {
-  const int result = steps.Sync ? steps.Sync(file) : fsync(file);
-  return result == 0 ? 0 : errno;
-}
-
-int WriteAll(const RegistryFileSteps& steps, int file, std::string_view content) {
-  while (!content.empty()) {
-    const ssize_t count = steps.Write ? steps.Write(file, content.data(), content.size())
-                                      : write(file, content.data(), content.size());
-    if (count < 0 && errno == EINTR) continue;
-    if (count < 0) return errno;
-    if (count == 0) return EIO;  // the file takes no more and does not say why
-    content.remove_prefix(static_cast<std::size_t>(count));
-  }
-  return 0;
-}
-
-int WriteNewFile(const std::string& path, const std::string& fresh, std::string_view content,
-                 const RegistryFileSteps& steps) {
-  // The leftover of a cut is of no use.
-  unlink(fresh.c_str());
-  const File file(open(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kNewFileMode));
-  if (file.Number() < 0) return errno;
-  struct stat old {};
-  if (stat(path.c_str(), &old) == 0 && fchmod(file.Number(), old.st_mode & kPermissionBits) != 0) {
-    return errno;
-  }
-  const int error = WriteAll(steps, file.Number(), content);
-  return error != 0 ? error : Sync(steps, file.Number());
-}
 
 std::string FolderOf(const std::string& path) {
   const std::string folder = std::filesystem::path(path).parent_path().string();
   return folder.empty() ? "." : folder;
-}
-
-int SyncFolderOf(const std::string& path, const RegistryFileSteps& steps) {
-  const File folder(open(FolderOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  return folder.Number() < 0 ? errno : Sync(steps, folder.Number());
 }
 
 }  // namespace
@@ -142,17 +90,12 @@ bool RegistryFileReader::IsCurrent(const std::string& path) const {
 }
 
 int ReplaceRegistryFile(const std::string& path, std::string_view content,
-                        const RegistryFileSteps& steps) {
-  const std::string fresh = path + ".new";
-  int error = WriteNewFile(path, fresh, content, steps);
-  if (error == 0) {
-    const int renamed = steps.Rename ? steps.Rename(fresh.c_str(), path.c_str())
-                                     : std::rename(fresh.c_str(), path.c_str());
-    if (renamed == 0) return SyncFolderOf(path, steps);
-    error = errno;
-  }
-  unlink(fresh.c_str());
-  return error;
+                        const base::FileReplacementSteps& steps) {
+  base::FileReplacement replacement(steps);
+  int error = replacement.OpenAs(path, path + ".new");
+  if (error == 0) error = replacement.Append(content);
+  if (error == 0) error = replacement.Flush();
+  return error == 0 ? replacement.Rename() : error;
 }
 
 int SetRegistryFileAside(const std::string& path, std::string& aside) {

@@ -1,22 +1,14 @@
 #pragma once
 
 #include <sys/stat.h>
-#include <sys/types.h>
 
 #include <cstddef>
-#include <functional>
 #include <string>
 #include <string_view>
 
-namespace lidcam::host {
+#include "base/file_replacement.h"
 
-/// The steps that make a replacement durable, each with the meaning and the result of the system
-/// call that it stands for. Null is that call. Set to stop a replacement where a power cut would.
-struct RegistryFileSteps {
-  std::function<ssize_t(int file, const char* bytes, std::size_t count)> Write;
-  std::function<int(int file)> Sync;
-  std::function<int(const char* from, const char* to)> Rename;
-};
+namespace lidcam::host {
 
 /// Keeps other processes, and other locks of this one, from changing the file at `path` while it
 /// lives. It locks a file of its own beside it, `path` + ".lock", since the file itself is replaced.
@@ -65,14 +57,13 @@ class RegistryFileReader {
   bool wasAbsent_ = false;
 };
 
-/// Replaces the file at `path`, or makes it: writes a file beside it (`path` + ".new"), flushes that,
-/// renames it and flushes the folder. A cut at any moment leaves the old file or the new one, whole.
-/// The file keeps its permissions. The caller holds the lock.
+/// Replaces the file at `path`, or makes it, by way of a file beside it (`path` + ".new"). A cut at any
+/// moment leaves the old file or the new one, whole. The caller holds the lock.
 ///
 /// @return 0 or the error number of the step that failed; the file is then the old one, unless only
 ///         the folder's flush failed
 [[nodiscard]] int ReplaceRegistryFile(const std::string& path, std::string_view content,
-                                      const RegistryFileSteps& steps);
+                                      const base::FileReplacementSteps& steps);
 
 /// Renames a file that makes no sense to the first free of `path` + ".damaged-1", "-2", ... and
 /// never over another file. The caller holds the lock.

@@ -20,7 +20,7 @@ using RegistryMessageSink = std::function<void(const std::string& message)>;
 struct RegistryOptions {
   std::string File;             ///< in the exchange format; empty keeps the registry in memory only
   RegistryMessageSink Message;  ///< null: standard error
-  RegistryFileSteps Steps;
+  base::FileReplacementSteps Steps;
   RegistryTree Content{};  ///< what a registry in memory holds at first
 };
 

@@ -14,9 +14,6 @@ namespace {
 constexpr std::u16string_view kHeader = u"Windows Registry Editor Version 5.00";
 constexpr std::u16string_view kRootPrefix = u"HKEY_";
 constexpr std::u16string_view kLineEnds = u"\r\n";
-constexpr std::uint32_t kString = 1;
-constexpr std::uint32_t kBinary = 3;
-constexpr std::uint32_t kDword = 4;
 
 constexpr unsigned ByteAt(std::string_view bytes, std::size_t at) {
   return static_cast<unsigned char>(bytes[at]);
@@ -205,7 +202,7 @@ class Parser {
   bool ParseData(RegistryValue& value) {
     if (TakeWord(u"dword:")) return ParseDword(value);
     if (TakeWord(u"hex:")) {
-      value.Type = kBinary;
+      value.Type = kRegistryBinary;
       return ParseBytes(value);
     }
     if (TakeWord(u"hex(")) {
@@ -215,7 +212,7 @@ class Parser {
     std::u16string text;
     if (!ParseQuoted(text)) return Fail("a value of an unknown kind");
     text.push_back(u'\0');
-    value.Type = kString;
+    value.Type = kRegistryString;
     for (const char16_t unit : text) {
       value.Data.push_back(static_cast<std::uint8_t>(unit & 0xFF));
       value.Data.push_back(static_cast<std::uint8_t>(unit >> 8));
@@ -240,7 +237,7 @@ class Parser {
   bool ParseDword(RegistryValue& value) {
     std::uint32_t number = 0;
     if (!ParseNumber(number)) return Fail("a dword that has not one to eight digits");
-    value.Type = kDword;
+    value.Type = kRegistryDword;
     for (int i = 0; i < 4; ++i) {
       value.Data.push_back(static_cast<std::uint8_t>((number >> (8 * i)) & 0xFF));
     }

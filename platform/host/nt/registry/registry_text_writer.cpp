@@ -7,10 +7,6 @@
 namespace lidcam::host {
 namespace {
 
-constexpr std::uint32_t kString = 1;
-constexpr std::uint32_t kBinary = 3;
-constexpr std::uint32_t kDword = 4;
-
 // The platform breaks lists of bytes so that lines stay within 80 columns.
 constexpr std::size_t kLastColumn = 76;
 
@@ -34,7 +30,8 @@ void AppendQuoted(std::u16string& text, std::u16string_view content) {
 // The characters of a value that can stand in quotes: terminated once, at the end, and without
 // characters that the format has no escape for.
 bool IsQuotable(const RegistryValue& value, std::u16string& content) {
-  if (value.Type != kString || value.Data.size() < 2 || value.Data.size() % 2 != 0) return false;
+  if (value.Type != kRegistryString || value.Data.size() < 2 || value.Data.size() % 2 != 0)
+    return false;
   for (std::size_t at = 0; at < value.Data.size(); at += 2) {
     content.push_back(static_cast<char16_t>(value.Data[at] | (value.Data[at + 1] << 8)));
   }
@@ -45,7 +42,7 @@ bool IsQuotable(const RegistryValue& value, std::u16string& content) {
 
 void AppendBytes(std::u16string& text, std::size_t lineStart, const RegistryValue& value) {
   text += u"hex";
-  if (value.Type != kBinary) {
+  if (value.Type != kRegistryBinary) {
     int digits = 1;
     while (digits < 8 && (value.Type >> (4 * digits)) != 0) ++digits;
     text.push_back(u'(');
@@ -73,7 +70,7 @@ void AppendValue(std::u16string& text, std::u16string_view name, const RegistryV
   }
   text.push_back(u'=');
   std::u16string content;
-  if (value.Type == kDword && value.Data.size() == 4) {
+  if (value.Type == kRegistryDword && value.Data.size() == 4) {
     text += u"dword:";
     for (int i = 3; i >= 0; --i) AppendHex(text, value.Data[static_cast<std::size_t>(i)], 2);
   } else if (IsQuotable(value, content)) {

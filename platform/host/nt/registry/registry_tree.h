@@ -16,6 +16,11 @@ struct RegistryValue {
   bool operator==(const RegistryValue&) const = default;
 };
 
+/// Types of values that the exchange format has a form of its own for.
+inline constexpr std::uint32_t kRegistryString = 1;
+inline constexpr std::uint32_t kRegistryBinary = 3;
+inline constexpr std::uint32_t kRegistryDword = 4;
+
 /// Orders names and paths as the registry tells them apart: upper and lower case are the same (for
 /// the Latin, Greek and Cyrillic letters), and what stands below a key follows it directly.
 struct RegistryNameLess {

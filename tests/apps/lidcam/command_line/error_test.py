@@ -90,8 +90,18 @@ class ErrorTest(CommandLineTest):
         log = self.path("frames.csv")
         self.lidcam("stream", "--fast", "--frames", "3", "--log", log)
         drawing = self.lidcam("plot", log, "-o", "-", "--title", b"a\xff\x01<b")
-        title = xml.dom.minidom.parseString(drawing).getElementsByTagName("text")[0]
-        self.assertEqual(title.firstChild.data, "a\\xFF <b")
+        texts = [part.firstChild.data for part
+                 in xml.dom.minidom.parseString(drawing).getElementsByTagName("tspan")]
+        self.assertIn("a\\xFF <b", texts)
+
+    def test_a_drawing_without_gnuplot_is_refused_and_names_the_package(self):
+        log = self.path("frames.csv")
+        self.lidcam("stream", "--fast", "--frames", "3", "--log", log)
+        environment = dict(os.environ, LIDCAM_HOME=self.path("home"), PATH="/no/such/folder")
+        result = subprocess.run([LIDCAM, "plot", log, "-o", self.path("loop.svg")],
+                                capture_output=True, env=environment, timeout=120, check=False)
+        self.assert_one_line_error(result, 1, "gnuplot", "Debian package gnuplot-nox")
+        self.assert_nothing_left("frames.csv")
 
     def test_a_byte_order_mark_is_no_error(self):
         def mark(name, text):

@@ -58,7 +58,7 @@ class ExposureLoopTest(CommandLineTest):
             shutil.rmtree(self.path("home"), ignore_errors=True)
             self.log("--light", "300lx@0s,5lx@1s", "--mains", "60Hz", "--frames", "60")
             plots.append(self.lidcam("plot", self.path("frames.csv"), "-o", "-"))
-        self.assertTrue(plots[0].startswith("<svg "), plots[0][:60])
+        self.assertIn("<svg ", plots[0][:200])
         self.assertEqual(plots[0], plots[1])
 
     def test_a_plot_replaces_its_file_in_one_step(self):

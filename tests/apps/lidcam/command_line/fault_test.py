@@ -27,6 +27,22 @@ class FaultTest(CommandLineTest):
         self.assertEqual(answer["frames"]["bad"], 1)
         self.assertGreater(answer["frames"]["good"], 80)
 
+    def test_a_packet_of_a_frame_is_lost_and_a_frame_that_pauses_is_whole(self):
+        result = self.stream("frame 20 packet 5 lose 2; frame 40 packet 9 pause 2ms", "--json",
+                             "--trace")
+        self.assertEqual(result.returncode, 0, result.stderr)
+        answer = json.loads(result.stdout)
+        self.assertEqual(answer["faults"], "frame: 2 lose, 1 pause")
+        self.assertEqual(answer["frames"]["bad"], 1)
+        self.assertIn("bus  fault frame 40 packet 9 pause 2ms", result.stderr.decode())
+
+    def test_faults_of_frames_are_refused_where_frames_cannot_be_told_apart(self):
+        capture = self.path("bus.pcap")
+        self.lidcam("record", "--fast", "--frames", "3", "-o", capture)
+        result = self.stream("at 1s lose; frame 20 packet 5 lose", "--camera", "capture:" + capture)
+        self.assert_one_line_error(result, 2, "'frame 20 packet 5 lose' needs a simulated camera",
+                                   "at TIME")
+
     def test_an_unplugged_camera_is_told_and_its_frames_are_kept(self):
         result = self.stream("at 1s unplug", "--quiet")
         self.assert_one_line_error(result, 1, "the camera was unplugged after frame 26")

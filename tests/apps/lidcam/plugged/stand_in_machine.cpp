@@ -21,7 +21,7 @@
 #include <vector>
 
 #include "camera_model/bus_adapter/simulated_bus.h"
-#include "camera_model/camera_options.h"
+#include "camera_model/device/camera_options.h"
 #include "tests/bus/usb/libusb_stand_in.h"
 
 namespace {

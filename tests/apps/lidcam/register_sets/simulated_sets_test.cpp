@@ -9,17 +9,17 @@
 #include <string>
 
 #include "apps/lidcam/register_sets/set_files.h"
-#include "camera_model/bridge.h"
-#include "camera_model/camera_identity.h"
-#include "camera_model/exposure.h"
-#include "camera_model/picture_processing.h"
-#include "camera_model/raw_frame_geometry.h"
+#include "camera_model/chips/bridge.h"
+#include "camera_model/device/camera_identity.h"
+#include "camera_model/frames/raw_frame_geometry.h"
+#include "camera_model/optics/exposure.h"
+#include "camera_model/optics/picture_processing.h"
 #include "driver/core/record/camera_context.h"
 #include "driver/sensor/identification/sensor_identification.h"
 #include "driver/sensor/modes/setup_registers.h"
 #include "driver/sensor/register_sets/register_set_file.h"
 #include "driver/sensor/register_sets/register_set_list.h"
-#include "platform/host/nt/files.h"
+#include "platform/host/nt/files/files.h"
 #include "tests/driver/support/system_root.h"
 
 namespace lidcam::app {

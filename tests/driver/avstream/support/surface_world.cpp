@@ -5,7 +5,7 @@
 #include <algorithm>
 
 #include "driver/usb/records/usb_records.h"
-#include "platform/host/nt/pool.h"
+#include "platform/host/nt/memory/pool.h"
 
 namespace lidcam::test {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "driver/frame/resampler/scale_job.h"
+#include "driver/frame/resampler/jobs/scale_job.h"
 
 namespace lidcam {
 

@@ -40,7 +40,7 @@ void AnswerCpuid(std::uint32_t leaf, std::uint32_t& ebx, std::uint32_t& ecx, std
 #define __asm__            \
   low = g_processor.Saved; \
   if (kAsksTheMachine) asm
-#include "driver/frame/resampler/cpu_features.cpp"
+#include "driver/frame/resampler/jobs/cpu_features.cpp"
 #undef __asm__
 #undef __cpuid_count
 #undef __get_cpuid_max

@@ -5,15 +5,13 @@
 #include <cstdint>
 #include <vector>
 
-#include "platform/host/nt/floating_point_state.h"
-#include "platform/host/nt/pool.h"
+#include "platform/host/nt/memory/pool.h"
+#include "platform/host/nt/processor/floating_point_state.h"
 #include "platform/kernel.h"
 #include "tests/driver/frame/resampler/literal_resize.h"
 
 namespace lidcam {
 namespace {
-
-constexpr std::uint8_t kUntouched = 0xA5;
 
 bool g_hasDoubles = true;
 

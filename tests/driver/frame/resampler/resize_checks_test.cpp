@@ -7,12 +7,13 @@
 #include <string>
 #include <vector>
 
-#include "driver/frame/resampler/resize_arguments.h"
+#include "driver/frame/resampler/image_resampler.h"
+#include "driver/frame/resampler/jobs/resize_arguments.h"
+#include "tests/driver/frame/resampler/literal_resize.h"
 
 namespace lidcam {
 namespace {
 
-constexpr std::uint8_t kUntouched = 0xA5;
 constexpr double kNotANumber = std::numeric_limits<double>::quiet_NaN();
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
 

@@ -7,9 +7,11 @@
 #include <string>
 #include <vector>
 
+#include "driver/frame/resampler/image_resampler.h"
+#include "driver/frame/resampler/jobs/scale_reference.h"
 #include "driver/frame/resampler/scale_kernels.h"
 #include "driver/frame/resampler/yuy2_scale.h"
-#include "platform/host/nt/pool.h"
+#include "platform/host/nt/memory/pool.h"
 #include "tests/driver/frame/resampler/literal_resize.h"
 
 namespace lidcam {

@@ -9,7 +9,6 @@
 namespace lidcam {
 namespace {
 
-constexpr std::uint8_t kUntouched = 0xA5;
 using Bytes = std::vector<std::uint8_t>;
 
 ResizeStatus Resize(const Bytes& source, ImageSize size, ImageRegion region, Bytes& destination,

@@ -13,8 +13,6 @@
 namespace lidcam {
 namespace {
 
-constexpr std::uint8_t kUntouched = 0xA5;
-
 ResizeStatus Resize(const ResizeArguments& a) {
   return ResizeYuy2(a.Source, a.SourceSize, a.SourceStep, a.Region, a.Destination,
                     a.DestinationStep, a.DestinationSize, a.XFactor, a.YFactor, a.Interpolation);

@@ -2,6 +2,7 @@
 // skipped, which a test of its own tells by name.
 
 #include "driver/frame/resampler/scale_kernels.h"
+#include "driver/frame/resampler/jobs/scale_reference.h"
 
 #include <gtest/gtest.h>
 
@@ -22,7 +23,6 @@ namespace {
 // Sanitizers see a quarter of the pairs, every pair of widths and every pair of heights among them.
 const std::uint32_t kSizePairs = test::kIsSanitized ? 27500 : 110000;
 
-constexpr std::uint8_t kUntouched = 0xA5;
 constexpr std::size_t kLargestPicture = std::size_t{1280} * 1024 * 2 + 4096;
 
 enum class Content { Random, Gradient, Alternating, Black, White };

@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "driver/frame/resampler/aligned_memory.h"
+#include "driver/frame/resampler/jobs/aligned_memory.h"
 #include "driver/frame/resampler/yuy2_scale.h"
 
 namespace lidcam {

@@ -1,4 +1,4 @@
-#include "driver/frame/resampler/scale_tables.h"
+#include "driver/frame/resampler/jobs/scale_tables.h"
 
 #include <gtest/gtest.h>
 

@@ -6,7 +6,8 @@
 #include <random>
 #include <vector>
 
-#include "driver/frame/resampler/cpu_features.h"
+#include "driver/frame/resampler/jobs/cpu_features.h"
+#include "driver/frame/resampler/jobs/scale_reference.h"
 #include "driver/frame/resampler/scale_kernels.h"
 #include "driver/frame/resampler/yuy2_scale.h"
 #include "tests/driver/frame/resampler/bytewise_windows.h"

@@ -1,0 +1,17 @@
+#pragma once
+
+#include <functional>
+
+#include "bus/usb_bus.h"
+#include "driver/core/record/camera_context.h"
+
+namespace lidcam::app {
+
+/// Plugs the camera in, lets its driver start the hardware, lends the camera's record to `use`, and takes
+/// everything down in order, whatever `use` throws. No application and no stream. Within a world of the
+/// bus's time.
+///
+/// Throws CommandError if the device does not answer or the camera doesn't come up.
+void WithStartedCamera(bus::UsbBus& bus, const std::function<void(CameraContext& camera)>& use);
+
+}  // namespace lidcam::app

@@ -1,0 +1,101 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <utility>
+#include <vector>
+
+#include "bus/capture/replay/capture_source.h"
+#include "bus/capture/replay/control_history.h"
+#include "bus/capture/replay/isochronous_packet_reader.h"
+#include "bus/usb_bus.h"
+
+namespace lidcam::bus {
+
+/// A camera that answers what it answered in a capture.
+///
+/// Control transfers are matched by setup packet and OUT data, register reads by the select value in
+/// force as well. Of several equal ones the next behind the last match is taken, then the first not
+/// yet used, and at last the last one again: a host that asks more often than the recorded one hears
+/// what the recorded one heard last. Descriptor requests also match a recorded request of another
+/// length that brought enough. Reads give the recorded packets without waiting for their time.
+class CaptureBus final : public UsbBus {
+ public:
+  /// Reads all control transfers of the camera; packets are read as the stream asks for them.
+  ///
+  /// Throws CaptureError if the file can't be read.
+  explicit CaptureBus(const CaptureSource& source);
+
+  /// UsbStatus::NotRecorded for a request that the capture doesn't contain.
+  ControlResult ControlTransfer(const SetupPacket& setup, std::span<std::uint8_t> data) override;
+
+  /// UsbStatus::NoBandwidth for a setting that the recorded host was not given. Setting 0, which
+  /// needs no bandwidth, is always given, as is every setting if the capture contains no selection.
+  UsbStatus SelectSetting(std::uint8_t interface, std::uint8_t alternateSetting) override;
+
+  /// A read that outlasts the capture is filled up with empty packets of UsbStatus::EndOfCapture;
+  /// the next one ends with that status. UsbStatus::NotRecorded for an endpoint not recorded,
+  /// UsbStatus::Failed when the file has become unreadable.
+  IsochronousResult ReadIsochronous(std::uint8_t endpoint, std::span<std::uint8_t> buffer,
+                                    std::span<IsochronousPacket> packets) override;
+
+  void Abort(std::uint8_t endpoint) override;
+
+  /// Recorded bus time of the next packet; it stands still while nobody reads.
+  [[nodiscard]] std::uint32_t FrameNumber() override;
+
+  void Unplug() override;
+
+  /// The recorded host's requests up to the first packet, in their order.
+  [[nodiscard]] std::vector<SetupPacket> RequestsAheadOfStream() const;
+
+  /// Answers from here on as if nothing had been asked so far. Before the first read of packets.
+  void ForgetRequests();
+
+ private:
+  /// What two control transfers share that are the same question.
+  struct Question {
+    std::optional<std::uint16_t> Select;  ///< of register reads only
+    SetupPacket Setup;
+    std::vector<std::uint8_t> OutData;
+
+    friend auto operator<=>(const Question&, const Question&) = default;
+  };
+
+  struct Answers {
+    std::vector<std::size_t> All;  ///< positions in `exchanges_`, in the order of recording
+    std::set<std::size_t> Unused;  ///< of these
+  };
+
+  void AddExchange(const ControlExchange& exchange, std::optional<std::uint16_t>& select);
+  [[nodiscard]] const ControlExchange* FindAnswer(const Question& question);
+  [[nodiscard]] const ControlExchange* FindDescriptor(const SetupPacket& setup) const;
+  void ReadAhead();
+  void FillPacket(IsochronousPacket& packet, std::span<std::uint8_t> share);
+
+  std::atomic<bool> unplugged_ = false;
+
+  std::mutex controlMutex_;  ///< guards the control side
+  std::vector<ControlExchange> exchanges_;
+  std::size_t aheadOfStream_ = 0;  ///< of the exchanges, those before the first packet
+  std::map<Question, Answers> answers_;
+  std::set<Answers*> touched_;  ///< of these, those that were given
+  std::optional<std::uint16_t> select_;
+  std::size_t position_ = 0;  ///< behind the last match
+  bool settingsRecorded_ = false;
+  std::set<std::pair<std::uint16_t, std::uint16_t>> settings_;  ///< interface, alternate setting
+
+  std::mutex streamMutex_;  ///< guards the stream side
+  std::optional<std::uint8_t> endpoint_;
+  bool isCutOff_ = false;  ///< the capture, from the start
+  std::optional<IsochronousPacketReader> packets_;
+  std::optional<IsochronousPayload> next_;  ///< read ahead, for its bus time
+  UsbStatus streamStatus_ = UsbStatus::Ok;
+  std::atomic<std::uint32_t> microframe_ = 0;
+};
+
+}  // namespace lidcam::bus

@@ -1,0 +1,107 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "bus/capture/records/usb_record.h"
+
+namespace lidcam::bus {
+
+struct UsbIdentity {
+  std::uint16_t Vendor = 0;
+  std::uint16_t Product = 0;
+
+  friend auto operator<=>(const UsbIdentity&, const UsbIdentity&) = default;
+};
+
+/// Isochronous IN traffic of one endpoint.
+struct RecordedStream {
+  std::uint64_t Packets = 0;
+  std::uint64_t Bytes = 0;
+  std::uint32_t FirstMicroframe = 0;  ///< bus time of the first packet; 0 if not told
+
+  friend bool operator==(const RecordedStream&, const RecordedStream&) = default;
+};
+
+/// What a capture tells about one device.
+struct RecordedDevice {
+  DeviceAddress Address;
+  std::optional<UsbIdentity> Identity;  ///< absent if the capture began after enumeration
+  std::uint64_t Records = 0;
+  std::uint64_t ControlTransfers = 0;
+  std::uint64_t RegisterRequests = 0;              ///< vendor requests in the camera's form
+  std::uint64_t SettingRequests = 0;               ///< SET_INTERFACE
+  std::map<std::uint8_t, RecordedStream> Streams;  ///< by endpoint address
+  std::uint64_t CutRecords = 0;                    ///< of which data are missing
+  std::uint64_t MissingBytes = 0;                  ///< of these
+  std::size_t SnapLength = 0;                      ///< what is left of the longest that was cut
+  std::size_t LongestRecord = 0;                   ///< bytes, before it was cut
+
+  /// Endpoint with the most isochronous IN data, the lowest of equals; absent without any.
+  [[nodiscard]] std::optional<std::uint8_t> StreamEndpoint() const;
+};
+
+/// Whether the identity is one of the seven that the camera comes under.
+[[nodiscard]] bool IsCameraIdentity(const UsbIdentity& identity);
+
+/// What a capture holds.
+struct CaptureSurvey {
+  std::vector<RecordedDevice> Devices;  ///< by address
+  std::uint64_t WholeRecords = 0;       ///< of all devices
+  bool IsCutOff = false;             ///< it ends within a record, or its compressed data too early
+  std::uint64_t UselessRecords = 0;  ///< of which too little is left to tell what they were
+};
+
+/// Reads a capture from begin to end, holding one record at a time. Traffic to address 0, which every
+/// device has until it gets its own, belongs to none of them.
+///
+/// @param path  "-" for standard input
+/// Throws CaptureError if the file can't be read to its end as a USB capture.
+[[nodiscard]] CaptureSurvey SurveyCapture(const std::string& path);
+
+/// What is missing in a capture, a line each for the user, with the remedy: its end, or what was cut
+/// off its records.
+[[nodiscard]] std::vector<std::string> NotesOn(const CaptureSurvey& survey);
+
+/// What was cut off the records of a device, in the same way.
+[[nodiscard]] std::vector<std::string> NotesOn(const RecordedDevice& device);
+
+/// One line for the user: address, identity, amounts of traffic, and what can't be known.
+[[nodiscard]] std::string Describe(const RecordedDevice& device);
+
+/// What a replay of the device has to do without, for the user: identity, sensor, picture format.
+/// Empty if the capture tells all of them.
+[[nodiscard]] std::vector<std::string> UnknownOf(const RecordedDevice& device);
+
+/// A capture file and the camera found in it.
+class CaptureSource {
+ public:
+  /// Finds the camera by its descriptors, else by its register requests, else by isochronous IN
+  /// traffic; a device known to be something else is passed over.
+  ///
+  /// @param path     "-" for standard input
+  /// @param address  names the device; nothing is then asked of it
+  /// Throws CaptureError if the file can't be read, holds no such device or more than one.
+  explicit CaptureSource(const std::string& path, std::optional<DeviceAddress> address = {});
+
+  [[nodiscard]] const std::string& Path() const { return path_; }
+  [[nodiscard]] const RecordedDevice& Device() const { return device_; }
+  /// Whether the capture ends before it should.
+  [[nodiscard]] bool IsCutOff() const { return isCutOff_; }
+  /// What is missing in the capture and of the device, a line each for the user.
+  [[nodiscard]] const std::vector<std::string>& Notes() const { return notes_; }
+
+  /// The endpoint of the picture stream. Throws CaptureError if the device sent no isochronous data.
+  [[nodiscard]] std::uint8_t StreamEndpoint() const;
+
+ private:
+  std::string path_;
+  RecordedDevice device_;
+  bool isCutOff_ = false;
+  std::vector<std::string> notes_;
+};
+
+}  // namespace lidcam::bus

@@ -1,0 +1,74 @@
+#include "camera_model/optics/pixel_noise.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "base/split_mix.h"
+
+namespace lidcam::camera_model {
+namespace {
+
+constexpr int kBlack = 16;
+constexpr int kWhite = 235;
+
+constexpr std::size_t kDraws = 1024;
+constexpr int kBitsOfDraw = 10;
+constexpr std::size_t kDrawsOfWord = 6;
+constexpr std::int32_t kDrawUnit = 1024;
+constexpr std::int32_t kScaleUnit = 256;
+constexpr double kLargestDeviation = 64;
+
+double BellBelow(double x) {
+  return 0.5 * std::erfc(-x / std::sqrt(2.0));
+}
+
+// Values of the bell curve that lie equally likely apart, so that an even draw from the table is a
+// draw from the curve.
+const std::array<std::int32_t, kDraws>& BellDraws() {
+  static const auto table = [] {
+    std::array<std::int32_t, kDraws> draws{};
+    for (std::size_t i = 0; i < kDraws; ++i) {
+      const double share = (static_cast<double>(i) + 0.5) / kDraws;
+      double low = -8;
+      double high = 8;
+      for (int halving = 0; halving < 50; ++halving) {
+        const double middle = (low + high) / 2;
+        (BellBelow(middle) < share ? low : high) = middle;
+      }
+      draws[i] = static_cast<std::int32_t>(std::lround(low * kDrawUnit));
+    }
+    return draws;
+  }();
+  return table;
+}
+
+}  // namespace
+
+LumaNoise::LumaNoise(const Deviations& deviations) {
+  const std::int32_t farthest = BellDraws().back();
+  for (std::size_t luma = 0; luma < deviations.size(); ++luma) {
+    const double deviation = std::clamp(deviations[luma], 0.0, kLargestDeviation);
+    scale_[luma] = static_cast<std::int32_t>(std::lround(deviation * kScaleUnit));
+    if (scale_[luma] * farthest >= kDrawUnit * kScaleUnit) isSilent_ = false;
+  }
+}
+
+void LumaNoise::AddTo(std::span<std::uint8_t> luma, std::uint64_t seed) const {
+  const auto& draws = BellDraws();
+  auto numbers = base::SplitMix::Behind(base::SplitMix::Behind(seed - 1).Next());
+  const auto move = [this, &draws](std::uint8_t& sample, std::uint64_t& bits) {
+    const std::int32_t draw = draws[bits & (kDraws - 1)];
+    bits >>= kBitsOfDraw;
+    const std::int32_t offset = draw * scale_[sample] / (kDrawUnit * kScaleUnit);
+    sample = static_cast<std::uint8_t>(std::clamp(sample + offset, kBlack, kWhite));
+  };
+  std::size_t at = 0;
+  for (; at + kDrawsOfWord <= luma.size(); at += kDrawsOfWord) {
+    std::uint64_t bits = numbers.Next();
+    for (std::size_t i = 0; i < kDrawsOfWord; ++i) move(luma[at + i], bits);
+  }
+  std::uint64_t bits = numbers.Next();
+  for (; at < luma.size(); ++at) move(luma[at], bits);
+}
+
+}  // namespace lidcam::camera_model

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <cstdint>
+
+#include "driver/frame/resampler/jobs/image_types.h"
+#include "driver/frame/resampler/jobs/scale_job.h"
+
+namespace lidcam {
+
+/// The arguments of a resize entry.
+struct ResizeArguments {
+  const std::uint8_t* Source;
+  ImageSize SourceSize;
+  std::int32_t SourceStep;
+  ImageRegion Region;
+  std::uint8_t* Destination;
+  std::int32_t DestinationStep;
+  ImageSize DestinationSize;
+  double XFactor;
+  double YFactor;
+  std::int32_t Interpolation;
+};
+
+/// What a pixel format asks of the arguments.
+struct ResizeRules {
+  bool IsPaired;  ///< pixels share chroma by pairs, which nothing may cut
+  bool (*TakesInterpolation)(const ResizeArguments& arguments);
+};
+
+/// Checks all arguments; the first offence in the order of the checks gives the status.
+ResizeStatus CheckResizeArguments(const ResizeArguments& arguments, const ResizeRules& rules);
+
+/// Cuts off what sticks out of the source.
+ImageRegion ClipRegion(const ResizeArguments& arguments);
+
+/// Output samples of an axis: what the factor makes of `count`, but at most `room`. Where it makes
+/// less than `least` samples, half a sample less rounds up.
+/// @return 0 when the scaled size rounds to nothing
+std::int32_t OutputCount(std::int32_t count, double factor, std::int32_t room, std::int32_t least);
+
+/// Truncates toward zero; what 32 bits don't hold becomes their largest or smallest value.
+std::int32_t TruncateSaturated(double value);
+
+/// What makes up for positions that end a hair below the whole number that they mean.
+inline constexpr double kPositionSlack = 0.0000001;
+
+}  // namespace lidcam

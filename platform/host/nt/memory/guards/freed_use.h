@@ -1,0 +1,26 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+namespace lidcam::host {
+
+/// A use of memory that had been freed.
+struct FreedUse {
+  const void* Block = nullptr;  ///< start of the memory; null: there was none
+  std::size_t Offset = 0;       ///< of the byte that was used
+  std::size_t Size = 0;         ///< of the memory, as it was taken
+  std::uint32_t Tag = 0;
+};
+
+/// "memory 0x7f... (24 bytes, tag 'Test') was used at byte 8 after it had been freed"
+[[nodiscard]] std::string DescribeFreedUse(const FreedUse& use);
+
+/// "'Test'": a tag is four letters, the first in the lowest byte.
+[[nodiscard]] std::string TagText(std::uint32_t tag);
+
+/// A block of the pool as reports give it.
+[[nodiscard]] std::string BlockText(const void* memory, std::size_t size, std::uint32_t tag);
+
+}  // namespace lidcam::host

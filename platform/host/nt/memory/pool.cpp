@@ -1,0 +1,200 @@
+#include "platform/host/nt/memory/pool.h"
+
+#include <array>
+#include <cstdlib>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <unordered_map>
+
+#include "platform/host/nt/declarations/nt_declarations.h"
+#include "platform/host/nt/memory/guards/pool_guard.h"
+#include "platform/host/nt/memory/pool_arena.h"
+#include "platform/host/nt/scheduling/violation.h"
+#include "platform/host/nt/verifier/irp_tracker.h"
+#include "platform/host/nt/verifier/lock_order.h"
+#include "platform/host/nt/verifier/object_tracker.h"
+
+namespace lidcam::host {
+namespace {
+
+struct Block {
+  POOL_TYPE Type;
+  std::size_t Size;
+  std::uint32_t Tag;
+  const Scheduler* World;            ///< that allocated it; null if that is gone
+  std::shared_ptr<PoolArena> Arena;  ///< that it lies in; null: memory of malloc()
+};
+
+// Never destroyed: drivers may free memory while statics go away.
+struct Pool {
+  std::mutex Lock;
+  std::unordered_map<void*, Block> Blocks;
+  std::uint32_t FailCountdown = 0;
+};
+
+Pool& ThePool() {
+  static auto* const pool = new Pool;
+  return *pool;
+}
+
+void Count(const Block& block, PoolUsage& usage) {
+  ++usage.Blocks;
+  usage.Bytes += block.Size;
+  if (block.Type == NonPagedPool) ++usage.NonPagedBlocks;
+}
+
+std::optional<Block> FindBlock(void* memory) {
+  Pool& pool = ThePool();
+  const std::lock_guard guard(pool.Lock);
+  const auto found = pool.Blocks.find(memory);
+  if (found == pool.Blocks.end()) return std::nullopt;
+  return found->second;
+}
+
+bool RemoveBlock(void* memory) {
+  Pool& pool = ThePool();
+  const std::lock_guard guard(pool.Lock);
+  return pool.Blocks.erase(memory) != 0;
+}
+
+void CheckOverrun(const char* call, const void* memory, const Block& block) {
+  const std::string overrun = FindOverrun(memory, block.Size);
+  if (!overrun.empty()) {
+    ReportViolation(call, BlockText(memory, block.Size, block.Tag) + " was overrun: " + overrun);
+  }
+}
+
+// Requests and their URBs are taken and freed thousands of times in a run. Uses of a freed request are
+// seen by the calls that it goes through.
+bool IsTakenAmongOthers(std::size_t size, std::uint32_t tag) {
+  constexpr std::size_t kLargestUrb = 176;  // with its marks
+  return size <= (tag == kIrpTag ? PoolArena::kLargestAmongOthers : kLargestUrb);
+}
+
+// An arena that has given out all its addresses leaves the rest to malloc().
+void* TakeMemory(std::shared_ptr<PoolArena>& arena, std::size_t size, std::uint32_t tag) {
+  const std::size_t bytes = GuardedBytes(size);
+  if (bytes == 0) return nullptr;
+  void* start = nullptr;
+  if (arena != nullptr) {
+    start = IsTakenAmongOthers(bytes, tag) ? arena->TakeAmongOthers(bytes, tag)
+                                           : arena->TakeAlone(bytes, tag);
+  }
+  if (start == nullptr) {
+    arena.reset();
+    start = std::malloc(bytes);
+  }
+  return start != nullptr ? LayGuards(start, size) : nullptr;
+}
+
+void GiveBack(void* memory, const std::shared_ptr<PoolArena>& arena) {
+  void* const start = StartOfGuarded(memory);
+  if (arena != nullptr) {
+    arena->Free(start);
+  } else {
+    std::free(start);
+  }
+}
+
+}  // namespace
+
+PoolUsage PoolUsageOfTag(std::uint32_t tag) {
+  Pool& pool = ThePool();
+  const std::lock_guard guard(pool.Lock);
+  PoolUsage usage;
+  for (const auto& [address, block] : pool.Blocks) {
+    if (block.Tag == tag) Count(block, usage);
+  }
+  return usage;
+}
+
+PoolUsage PoolUsageOfAll() {
+  Pool& pool = ThePool();
+  const std::lock_guard guard(pool.Lock);
+  PoolUsage usage;
+  for (const auto& [address, block] : pool.Blocks) Count(block, usage);
+  return usage;
+}
+
+void FailPoolAllocation(std::uint32_t countdown) {
+  Pool& pool = ThePool();
+  const std::lock_guard guard(pool.Lock);
+  pool.FailCountdown = countdown;
+}
+
+bool IsPoolFailureToCome() {
+  Pool& pool = ThePool();
+  const std::lock_guard guard(pool.Lock);
+  return pool.FailCountdown != 0;
+}
+
+std::string DescribePoolOfWorld(const Scheduler& world) {
+  Pool& pool = ThePool();
+  const std::lock_guard guard(pool.Lock);
+  std::map<std::uint32_t, PoolUsage> tags;
+  for (const auto& [address, block] : pool.Blocks) {
+    if (block.World == &world) Count(block, tags[block.Tag]);
+  }
+  std::string text;
+  for (const auto& [tag, usage] : tags) {
+    text += (text.empty() ? "" : ", ") + std::to_string(usage.Blocks) + " block(s) of " +
+            std::to_string(usage.Bytes) + " bytes with tag " + TagText(tag);
+  }
+  return text;
+}
+
+void ForgetPoolOfWorld(const Scheduler& world) {
+  Pool& pool = ThePool();
+  const std::lock_guard guard(pool.Lock);
+  for (auto& [address, block] : pool.Blocks) {
+    if (block.World == &world) block.World = nullptr;
+  }
+}
+
+void* AllocatePoolBlock(POOL_TYPE type, std::size_t size, std::uint32_t tag) {
+  const Scheduler& world = CurrentWorld();
+  Pool& pool = ThePool();
+  const std::lock_guard guard(pool.Lock);
+  if (pool.FailCountdown != 0 && --pool.FailCountdown == 0) return nullptr;
+  std::shared_ptr<PoolArena> arena = world.Arena();
+  void* const memory = TakeMemory(arena, size, tag);
+  if (memory != nullptr) {
+    pool.Blocks.emplace(memory, Block{type, size, tag, &world, std::move(arena)});
+  }
+  return memory;
+}
+
+void FreePoolBlock(const char* call, void* memory) {
+  const auto block = FindBlock(memory);
+  if (block) {
+    CheckOverrun(call, memory, *block);
+    ForgetLockOrders(memory, block->Size);
+    CheckFreedMemory(call, memory, block->Size);
+  }
+  // Another thread may have freed it since.
+  if (!RemoveBlock(memory)) {
+    ReportViolation(call, DescribeObject("memory", memory) + " is not a block of the pool");
+  }
+  GiveBack(memory, block->Arena);
+}
+
+}  // namespace lidcam::host
+
+using namespace lidcam::host;
+
+PVOID ExAllocatePoolWithTag(POOL_TYPE type, SIZE_T size, ULONG tag) {
+  EnterKernelCall(type == NonPagedPool ? calls::kExAllocateNonPaged : calls::kExAllocatePaged,
+                  nullptr);
+  return AllocatePoolBlock(type, size, tag);
+}
+
+void ExFreePool(PVOID memory) {
+  const auto block = FindBlock(memory);
+  const auto& rule =
+      block && block->Type == PagedPool ? calls::kExFreePaged : calls::kExFreeNonPaged;
+  EnterKernelCall(rule, memory);
+  if (block) CheckFreedIrps(rule.Name, memory, block->Size);
+  FreePoolBlock(rule.Name, memory);
+}

@@ -1,0 +1,201 @@
+#include "platform/host/nt/memory/pool_arena.h"
+
+#include <signal.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <functional>
+#include <utility>
+
+#include "platform/host/nt/scheduling/scheduler.h"
+#include "platform/host/nt/scheduling/thread.h"
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define LIDCAM_SANITIZER_LOOKS_AFTER_MEMORY 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define LIDCAM_SANITIZER_LOOKS_AFTER_MEMORY 1
+#endif
+#endif
+
+namespace lidcam::host {
+namespace {
+
+constexpr std::size_t kAlignment = 16;
+constexpr std::size_t kFreedBytesKept = std::size_t{64} << 20;
+
+// Made accessible together, so that few allocations are calls of the system.
+constexpr std::size_t kPagesOpenedAtOnce = 1024;
+
+std::size_t PageSize() {
+  static const auto size = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+  return size;
+}
+
+#ifndef LIDCAM_SANITIZER_LOOKS_AFTER_MEMORY
+
+constexpr std::size_t kReservedBytes = std::size_t{4} << 30;
+
+struct sigaction g_handlerBefore {};
+
+// What is no use of freed memory happens again, without us.
+void OnRefusedAccess(int, siginfo_t* info, void*) {
+  Thread* const self = FindCurrentThread();
+  PoolArena* const arena = self != nullptr ? self->World.Arena().get() : nullptr;
+  FreedUse use;
+  if (arena == nullptr || !arena->Revive(info->si_addr, use)) {
+    sigaction(SIGSEGV, &g_handlerBefore, nullptr);
+  } else if (self->UsedFreed.Block == nullptr) {
+    self->UsedFreed = use;
+  }
+}
+
+bool InstallHandler() {
+  struct sigaction action {};
+  action.sa_sigaction = OnRefusedAccess;
+  action.sa_flags = SA_SIGINFO;
+  sigemptyset(&action.sa_mask);
+  return sigaction(SIGSEGV, &action, &g_handlerBefore) == 0;
+}
+
+#endif
+
+}  // namespace
+
+std::shared_ptr<PoolArena> PoolArena::Make() {
+#ifdef LIDCAM_SANITIZER_LOOKS_AFTER_MEMORY
+  return nullptr;
+#else
+  static const bool hasHandler = InstallHandler();
+  if (!hasHandler) return nullptr;
+  void* const base =
+      mmap(nullptr, kReservedBytes, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+  if (base == MAP_FAILED) return nullptr;
+  return std::shared_ptr<PoolArena>(new PoolArena(static_cast<std::byte*>(base), kReservedBytes));
+#endif
+}
+
+PoolArena::~PoolArena() {
+  munmap(base_, reservedBytes_);
+}
+
+std::byte* PoolArena::PageAt(std::size_t page) const {
+  return base_ + page * PageSize();
+}
+
+bool PoolArena::Open(std::size_t pages) {
+  const std::size_t opened = std::max(pages, kPagesOpenedAtOnce);
+  if ((openPages_ + opened) * PageSize() > reservedBytes_) return false;
+  const int error = mprotect(PageAt(openPages_), opened * PageSize(), PROT_READ | PROT_WRITE);
+  if (error == 0) openPages_ += opened;
+  return error == 0;
+}
+
+bool PoolArena::NewRun(std::size_t bytes) {
+  if (bytes > reservedBytes_) return false;
+  const std::size_t pages = std::max<std::size_t>(1, (bytes + PageSize() - 1) / PageSize());
+  const std::size_t end = usedPages_ + pages;
+  if (end > openPages_ && !Open(end - openPages_)) return false;
+  runs_.push_back({usedPages_, pages, 1});
+  usedPages_ = end;
+  return true;
+}
+
+// Allocations stand by their address, so that a page that is shared ends with the next run.
+void* PoolArena::TakeAlone(std::size_t size, std::uint32_t tag) {
+  if (sharedRun_ != kNone) LetGo(std::exchange(sharedRun_, kNone));
+  if (!NewRun(size)) return nullptr;
+  allocations_.push_back({PageAt(runs_.back().Page), size, tag, runs_.size() - 1});
+  return allocations_.back().Start;
+}
+
+void* PoolArena::TakeAmongOthers(std::size_t size, std::uint32_t tag) {
+  const std::size_t bytes = (size + kAlignment - 1) & ~(kAlignment - 1);
+  if (sharedRun_ != kNone && sharedBytes_ + bytes > PageSize()) {
+    LetGo(std::exchange(sharedRun_, kNone));
+  }
+  if (sharedRun_ == kNone) {
+    if (!NewRun(PageSize())) return nullptr;
+    sharedRun_ = runs_.size() - 1;
+    sharedBytes_ = 0;
+  }
+  std::byte* const start =
+      PageAt(runs_[sharedRun_].Page) + std::exchange(sharedBytes_, sharedBytes_ + bytes);
+  ++runs_[sharedRun_].Users;
+  allocations_.push_back({start, size, tag, sharedRun_});
+  return start;
+}
+
+// The last one that begins at or ahead of the address.
+const PoolArena::Allocation& PoolArena::Find(const void* address) const {
+  const auto* const at = static_cast<const std::byte*>(address);
+  return *std::prev(std::ranges::upper_bound(allocations_, at, std::less<>{}, &Allocation::Start));
+}
+
+void PoolArena::Free(void* memory) {
+  if (!isRetired_) LetGo(Find(memory).Run);
+}
+
+void PoolArena::LetGo(std::size_t number) {
+  Run& run = runs_[number];
+  if (--run.Users != 0) return;
+  mprotect(PageAt(run.Page), run.Pages * PageSize(), PROT_NONE);
+  if (number < dropped_) {
+    DropBytes(run.Page, run.Pages);
+    return;
+  }
+  freedWithBytes_ += run.Pages;
+  if (freedWithBytes_ * PageSize() > kFreedBytesKept) DropOldBytes();
+}
+
+void PoolArena::DropBytes(std::size_t page, std::size_t pages) {
+  if (pages != 0) madvise(PageAt(page), pages * PageSize(), MADV_DONTNEED);
+}
+
+// Neighbours go together: most of what is old has been freed.
+void PoolArena::DropBytesUpTo(std::size_t end) {
+  std::size_t first = 0;
+  std::size_t pages = 0;
+  for (; dropped_ < end; ++dropped_) {
+    const Run& run = runs_[dropped_];
+    if (run.Users == 0) {
+      if (pages == 0) first = run.Page;
+      pages += run.Pages;
+      freedWithBytes_ -= run.Pages;
+    } else {
+      DropBytes(first, std::exchange(pages, 0));
+    }
+  }
+  DropBytes(first, pages);
+}
+
+void PoolArena::DropOldBytes() {
+  std::size_t end = dropped_;
+  for (std::size_t pages = 0; pages < freedWithBytes_ / 2; ++end) {
+    if (runs_[end].Users == 0) pages += runs_[end].Pages;
+  }
+  DropBytesUpTo(end);
+}
+
+void PoolArena::Retire() {
+  isRetired_ = true;
+  DropBytesUpTo(runs_.size());
+  const std::size_t opened = openPages_ * PageSize();
+  mprotect(base_, opened, PROT_READ | PROT_WRITE);
+  munmap(base_ + opened, reservedBytes_ - opened);
+  reservedBytes_ = opened;
+}
+
+bool PoolArena::Revive(const void* address, FreedUse& use) noexcept {
+  const auto* const at = static_cast<const std::byte*>(address);
+  if (at < base_ || at >= PageAt(usedPages_)) return false;
+  const Allocation& allocation = Find(address);
+  const Run& run = runs_[allocation.Run];
+  if (run.Users != 0) return false;
+  use = {allocation.Start, static_cast<std::size_t>(at - allocation.Start), allocation.Size,
+         allocation.Tag};
+  return mprotect(PageAt(run.Page), run.Pages * PageSize(), PROT_READ | PROT_WRITE) == 0;
+}
+
+}  // namespace lidcam::host

@@ -1,0 +1,89 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "platform/host/nt/memory/guards/freed_use.h"
+
+namespace lidcam::host {
+
+/// The pool memory of one simulated world. No address is given out twice, and freed memory becomes
+/// inaccessible: the signal that a use of it raises is answered by noting the use and letting the
+/// thread go on with the bytes that were there, so that the world can report it at the thread's next
+/// kernel call.
+///
+/// Memory that is taken alone has pages of its own. What is taken among others, for less cost, shares
+/// a page with its neighbours, and becomes inaccessible with the last of them. The last 64 MiB of freed
+/// memory keep their bytes; what was freed before that reads as zeros.
+/// @par One thread at a time, as the threads of a simulated world run
+class PoolArena {
+ public:
+  static constexpr std::size_t kLargestAmongOthers = 1024;
+
+  /// @return null where there is no room for one, and under a sanitizer, which sees such uses by itself
+  [[nodiscard]] static std::shared_ptr<PoolArena> Make();
+
+  PoolArena(const PoolArena&) = delete;
+  PoolArena& operator=(const PoolArena&) = delete;
+  ~PoolArena();
+
+  /// @return aligned to 16 bytes; null when the 4 GiB of addresses have been given out
+  [[nodiscard]] void* TakeAlone(std::size_t size, std::uint32_t tag);
+
+  /// @param size  at most kLargestAmongOthers
+  [[nodiscard]] void* TakeAmongOthers(std::size_t size, std::uint32_t tag);
+
+  void Free(void* memory);
+
+  /// The world has ended. What is still allocated stays accessible until it is freed; nothing else is
+  /// looked after any more.
+  void Retire();
+
+  /// For the signal handler: lets an access to freed memory go on.
+  ///
+  /// @return false if `address` doesn't lie in any
+  [[nodiscard]] bool Revive(const void* address, FreedUse& use) noexcept;
+
+ private:
+  /// Pages that become inaccessible together.
+  struct Run {
+    std::size_t Page;
+    std::size_t Pages;
+    std::size_t Users;  ///< allocations that have not been freed, and one while the run takes more
+  };
+  struct Allocation {
+    std::byte* Start;
+    std::size_t Size;
+    std::uint32_t Tag;
+    std::size_t Run;
+  };
+
+  PoolArena(std::byte* base, std::size_t bytes) : base_(base), reservedBytes_(bytes) {}
+
+  [[nodiscard]] std::byte* PageAt(std::size_t page) const;
+  [[nodiscard]] const Allocation& Find(const void* address) const;
+  bool NewRun(std::size_t bytes);
+  bool Open(std::size_t pages);
+  void LetGo(std::size_t run);
+  void DropBytesUpTo(std::size_t end);
+  void DropBytes(std::size_t page, std::size_t pages);
+  void DropOldBytes();
+
+  std::byte* const base_;
+  std::size_t reservedBytes_;
+  std::vector<Run> runs_;                ///< by address
+  std::vector<Allocation> allocations_;  ///< by address
+  std::size_t sharedRun_ = kNone;        ///< that takes more
+  std::size_t sharedBytes_ = 0;          ///< of it that have been given out
+  std::size_t usedPages_ = 0;
+  std::size_t openPages_ = 0;       ///< that have been made accessible
+  std::size_t dropped_ = 0;         ///< of so many first runs the freed ones have no bytes
+  std::size_t freedWithBytes_ = 0;  ///< pages
+  bool isRetired_ = false;
+
+  static constexpr std::size_t kNone = SIZE_MAX;
+};
+
+}  // namespace lidcam::host

@@ -1,0 +1,151 @@
+// Spin locks hold the owner's address while they are held, so that their misuse can be told.
+
+#include <atomic>
+#include <vector>
+
+#include "platform/host/nt/processor/spin_lock.h"
+
+#include "platform/host/nt/scheduling/scheduler.h"
+#include "platform/host/nt/scheduling/violation.h"
+#include "platform/host/nt/verifier/lock_order.h"
+#include "platform/host/nt/verifier/object_tracker.h"
+
+namespace lidcam::host {
+namespace {
+
+KSPIN_LOCK OwnerValue(const Thread& thread) {
+  return reinterpret_cast<KSPIN_LOCK>(&thread);
+}
+
+}  // namespace
+
+void AcquireKernelLock(const CallRule& rule, Thread& self, PKSPIN_LOCK lock) {
+  std::atomic_ref<KSPIN_LOCK> value(*lock);
+  if (value.load(std::memory_order_relaxed) == OwnerValue(self)) {
+    ReportViolation(rule.Name,
+                    DescribeObject("spin lock", lock) + " is held by this thread already");
+  }
+  NoteLockOrder(rule.Name, self, lock);
+  KSPIN_LOCK free = 0;
+  while (!value.compare_exchange_weak(free, OwnerValue(self), std::memory_order_acquire,
+                                      std::memory_order_relaxed)) {
+    free = 0;
+    self.World.SwitchPoint(self, rule.Name, SwitchKind::Spin);
+  }
+  self.Held.push_back(lock);
+  SetObjectInUse(lock, "is still held");
+}
+
+void ReleaseKernelLock(const CallRule& rule, Thread& self, PKSPIN_LOCK lock) {
+  std::atomic_ref<KSPIN_LOCK> value(*lock);
+  if (value.load(std::memory_order_relaxed) != OwnerValue(self)) {
+    ReportViolation(rule.Name, DescribeObject("spin lock", lock) + " isn't held by this thread");
+  }
+  std::erase(self.Held, lock);
+  SetObjectInUse(lock, nullptr);
+  value.store(0, std::memory_order_release);
+}
+
+namespace {
+
+void Acquire(const CallRule& rule, Thread& self, PKSPIN_LOCK lock) {
+  ExpectObject(rule.Name, ObjectKind::SpinLock, lock);
+  AcquireKernelLock(rule, self, lock);
+}
+
+void Release(const CallRule& rule, Thread& self, PKSPIN_LOCK lock) {
+  ExpectObject(rule.Name, ObjectKind::SpinLock, lock);
+  ReleaseKernelLock(rule, self, lock);
+}
+
+void CheckLinks(const CallRule& rule, const LIST_ENTRY& entry) {
+  if (entry.Flink->Blink == &entry && entry.Blink->Flink == &entry) return;
+  ReportViolation(rule.Name, DescribeObject("list entry", &entry) + " is corrupted");
+}
+
+// The interlocked list operations are one step to the caller, at whatever level it is.
+class ListGuard {
+ public:
+  ListGuard(const CallRule& rule, Thread& self, PKSPIN_LOCK lock)
+      : rule_(rule), self_(self), lock_(lock), level_(self.Level) {
+    if (self.Level < DISPATCH_LEVEL) self.Level = DISPATCH_LEVEL;
+    Acquire(rule, self, lock);
+  }
+  ListGuard(const ListGuard&) = delete;
+  ListGuard& operator=(const ListGuard&) = delete;
+
+  void End() {
+    Release(rule_, self_, lock_);
+    self_.Level = level_;
+  }
+
+ private:
+  const CallRule& rule_;
+  Thread& self_;
+  PKSPIN_LOCK lock_;
+  KIRQL level_;
+};
+
+}  // namespace
+}  // namespace lidcam::host
+
+using namespace lidcam::host;
+
+void KeInitializeSpinLock(PKSPIN_LOCK lock) {
+  const CallRule& rule = calls::kKeInitializeSpinLock;
+  EnterKernelCall(rule, lock);
+  ForgetLockOrder(lock);
+  RegisterObject(rule.Name, ObjectKind::SpinLock, lock, sizeof(*lock));
+  *lock = 0;
+}
+
+void KeAcquireSpinLock(PKSPIN_LOCK lock, PKIRQL before) {
+  const CallRule& rule = calls::kKeAcquireSpinLock;
+  Thread& self = EnterKernelCall(rule, lock);
+  *before = self.Level;
+  self.Level = DISPATCH_LEVEL;
+  Acquire(rule, self, lock);
+}
+
+void KeReleaseSpinLock(PKSPIN_LOCK lock, KIRQL before) {
+  const CallRule& rule = calls::kKeReleaseSpinLock;
+  Thread& self = EnterKernelCall(rule, lock);
+  const PreemptionBehind behind(rule.Name, lock);
+  Release(rule, self, lock);
+  if (before > self.Level) {
+    ReportViolation(rule.Name, "level " + std::to_string(before) + " is above the present one");
+  }
+  self.Level = before;
+}
+
+void KeAcquireSpinLockAtDpcLevel(PKSPIN_LOCK lock) {
+  const CallRule& rule = calls::kKeAcquireSpinLockAtDpcLevel;
+  Acquire(rule, EnterKernelCall(rule, lock), lock);
+}
+
+void KeReleaseSpinLockFromDpcLevel(PKSPIN_LOCK lock) {
+  const CallRule& rule = calls::kKeReleaseSpinLockFromDpcLevel;
+  const PreemptionBehind behind(rule.Name, lock);
+  Release(rule, EnterKernelCall(rule, lock), lock);
+}
+
+PLIST_ENTRY ExInterlockedInsertTailList(PLIST_ENTRY head, PLIST_ENTRY entry, PKSPIN_LOCK lock) {
+  const CallRule& rule = calls::kExInterlockedInsertTailList;
+  const PreemptionBehind behind(rule.Name, head);
+  ListGuard guard(rule, EnterKernelCall(rule, head), lock);
+  CheckLinks(rule, *head);
+  LIST_ENTRY* const last = IsListEmpty(head) ? nullptr : head->Blink;
+  InsertTailList(head, entry);
+  guard.End();
+  return last;
+}
+
+PLIST_ENTRY ExInterlockedRemoveHeadList(PLIST_ENTRY head, PKSPIN_LOCK lock) {
+  const CallRule& rule = calls::kExInterlockedRemoveHeadList;
+  const PreemptionBehind behind(rule.Name, head);
+  ListGuard guard(rule, EnterKernelCall(rule, head), lock);
+  CheckLinks(rule, *head);
+  LIST_ENTRY* const first = IsListEmpty(head) ? nullptr : RemoveHeadList(head);
+  guard.End();
+  return first;
+}

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <mutex>
+
+#include "platform/host/nt/scheduling/scheduler.h"
+
+namespace lidcam::host {
+
+/// The machine's threads and its steady clock. Every machine thread that calls the kernel belongs to
+/// this world unless a simulation made it.
+class RealTimeScheduler final : public Scheduler {
+ public:
+  /// The one of this process. It is never destroyed: drivers may call while statics go away.
+  static RealTimeScheduler& The();
+
+  /// A kernel thread for the calling machine thread; the caller owns it.
+  [[nodiscard]] Thread* Adopt();
+
+  [[nodiscard]] LONGLONG Now() const override;
+  [[nodiscard]] bool IsPunctual() const override { return false; }
+  [[nodiscard]] LONGLONG SystemTimeAtStart() const override { return systemTimeAtStart_; }
+  void SwitchPoint(Thread& self, const char* call, SwitchKind kind) override;
+  void Block(Thread& self, std::unique_lock<std::mutex>& guard) override;
+  void Wake(Thread& thread) override;
+  void TimersChanged() override;
+  [[nodiscard]] std::uint64_t TieNumber() override { return 0; }
+  void StartMachine(Thread& thread, std::function<void()> body) override;
+  void ThreadEnds(Thread&, std::unique_lock<std::mutex>&) override {}
+
+ private:
+  RealTimeScheduler();
+
+  void RunClock();
+
+  const std::chrono::steady_clock::time_point start_;
+  const LONGLONG systemTimeAtStart_;
+  std::condition_variable timersChanged_;
+  bool hasClock_ = false;
+};
+
+}  // namespace lidcam::host

@@ -1,0 +1,91 @@
+#include "platform/host/nt/scheduling/scheduler.h"
+
+#include <string>
+
+#include "platform/host/nt/scheduling/thread.h"
+#include "platform/host/nt/scheduling/violation.h"
+
+namespace lidcam::host {
+namespace {
+
+void CheckLevel(const CallRule& rule, const Thread& self) {
+  if (self.World.IsStopping()) return;
+  if (self.Level >= rule.Lowest && self.Level <= rule.Highest) return;
+  ReportViolation(rule.Name, "called at level " + std::to_string(self.Level) + ", allowed are " +
+                                 std::to_string(rule.Lowest) + " to " +
+                                 std::to_string(rule.Highest));
+}
+
+void CheckFreedUse(const CallRule& rule, Thread& self) {
+  if (self.UsedFreed.Block == nullptr || self.World.IsStopping()) return;
+  ReportViolation(rule.Name, "ahead of it " + DescribeFreedUse(self.UsedFreed));
+}
+
+const char* Verb(CallEffect effect) {
+  return effect == CallEffect::Waits ? "waits" : "allocates";
+}
+
+}  // namespace
+
+void ExpireTimers(Scheduler& world) {
+  while (const auto entry = world.Timers().TakeDue(world.Now())) {
+    entry->Expire(world, entry->Object);
+  }
+}
+
+Thread& Scheduler::StartThread(const std::string& name, bool isService,
+                               std::function<void()> body) {
+  auto* const thread = new Thread(*this, nextThread_++, name);
+  thread->IsService = isService;
+  StartMachine(*thread, [thread, run = std::move(body)] { RunThread(*thread, run); });
+  return *thread;
+}
+
+Scheduler& CurrentWorld() {
+  return CurrentThread().World;
+}
+
+void CheckAllocationFree(const CallRule& rule, const Thread& self, CallEffect effect) {
+  if (effect == CallEffect::None || self.AllocationFreePath == nullptr) return;
+  if (self.World.IsStopping()) return;
+  ReportViolation(rule.Name, std::string(Verb(effect)) +
+                                 " on a path that must not: " + self.AllocationFreePath);
+}
+
+Thread& EnterKernelCall(const CallRule& rule, const void* object) {
+  Thread& self = CurrentThread();
+  self.LastCall = rule.Name;
+  self.LastObject = object;
+  self.World.History().Add({.Time = self.World.Now(),
+                            .Thread = self.Number,
+                            .Level = self.Level,
+                            .Call = rule.Name,
+                            .Object = object});
+  CheckFreedUse(rule, self);
+  CheckLevel(rule, self);
+  CheckAllocationFree(rule, self, rule.Effect);
+  self.World.SwitchPoint(self, rule.Name, SwitchKind::Call);
+  return self;
+}
+
+void SpinOnce() {
+  Thread& self = CurrentThread();
+  self.LastCall = calls::kYieldProcessor.Name;
+  CheckFreedUse(calls::kYieldProcessor, self);
+  self.HasStopped = self.SpinsForGood;
+  self.World.SwitchPoint(self, calls::kYieldProcessor.Name, SwitchKind::Spin);
+}
+
+}  // namespace lidcam::host
+
+void KeQuerySystemTime(PLARGE_INTEGER time) {
+  using namespace lidcam::host;
+  const Scheduler& world = EnterKernelCall(calls::kKeQuerySystemTime, nullptr).World;
+  time->QuadPart = world.SystemTimeAtStart() + world.Now();
+}
+
+ULONGLONG KeQueryInterruptTime() {
+  using namespace lidcam::host;
+  const Scheduler& world = EnterKernelCall(calls::kKeQueryInterruptTime, nullptr).World;
+  return static_cast<ULONGLONG>(world.Now());
+}

@@ -1,0 +1,129 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "platform/host/nt/declarations/nt_declarations.h"
+#include "platform/host/nt/declarations/preemption_points.h"
+#include "platform/host/nt/scheduling/service_pool.h"
+#include "platform/host/nt/scheduling/timer_queue.h"
+#include "platform/host/nt/verifier/calls/call_history.h"
+#include "platform/host/nt/verifier/calls/call_rules.h"
+
+namespace lidcam::host {
+
+class PoolArena;
+struct Thread;
+
+/// What a thread is about at a switch point.
+struct PointSubject {
+  const char* Name = "";         ///< the kernel call; "load" or "store" of a shared field
+  const void* Object = nullptr;  ///< the call's object, or the field; may be null, and be gone
+};
+
+enum class SwitchKind {
+  Call,  ///< a kernel call: the thread gets on
+  Spin,  ///< a turn of a spin loop: the thread waits for another
+};
+
+/// A world of threads, time, deferred calls and work items, and the one way in which its threads
+/// wait, wake and run. A kernel thread belongs to one world for all its life; a machine thread that
+/// no world has made belongs to the real-time one.
+class Scheduler {
+ public:
+  Scheduler() = default;
+  Scheduler(const Scheduler&) = delete;
+  Scheduler& operator=(const Scheduler&) = delete;
+  virtual ~Scheduler() = default;
+
+  /// Interrupt time: 100 ns since the world began. Any thread of the world.
+  [[nodiscard]] virtual LONGLONG Now() const = 0;
+
+  /// Whether a thread that is ready runs before time goes on. Those of a busy machine do not.
+  [[nodiscard]] virtual bool IsPunctual() const { return true; }
+
+  /// System time at interrupt time 0: 100 ns since 1601.
+  [[nodiscard]] virtual LONGLONG SystemTimeAtStart() const = 0;
+
+  /// Lets other threads run, if the scheduler likes. Without the lock.
+  virtual void SwitchPoint(Thread& self, const char* call, SwitchKind kind) = 0;
+
+  /// As SwitchPoint(), between two calls of the thread. Never throws.
+  virtual void PreemptionPoint(Thread&, const PointSubject&, PreemptionKind) noexcept {}
+
+  /// Blocks the caller until Wake(). The lock is held before and after, and not between. A world
+  /// that stops lets go of a thread that unwinds without a Wake().
+  virtual void Block(Thread& self, std::unique_lock<std::mutex>& guard) = 0;
+
+  /// Ends the Block() that `thread` is in. Under the lock.
+  virtual void Wake(Thread& thread) = 0;
+
+  /// The queue of timers has changed. Under the lock.
+  virtual void TimersChanged() {}
+
+  /// Orders what is due at the same time.
+  [[nodiscard]] virtual std::uint64_t TieNumber() = 0;
+
+  /// Gives `thread` a machine thread that calls `body`. Under the lock.
+  virtual void StartMachine(Thread& thread, std::function<void()> body) = 0;
+
+  /// A thread of the world has come to its end; its machine thread runs a little further without
+  /// touching the world. Under the lock.
+  virtual void ThreadEnds(Thread& self, std::unique_lock<std::mutex>& guard) = 0;
+
+  /// After a violation in the calling thread: nothing of this world is to go on.
+  virtual void Stop() {}
+  [[nodiscard]] virtual bool IsStopping() const { return false; }
+
+  /// The thread that holds a spin lock or a mutex; null if none does, or the world doesn't know.
+  [[nodiscard]] virtual const Thread* HolderOf(const void*) const { return nullptr; }
+
+  /// Lines for a report: how to get to this state again, and the threads.
+  [[nodiscard]] virtual std::string Describe() const { return {}; }
+
+  /// Makes a thread of the kernel's and starts it. Under the lock.
+  Thread& StartThread(const std::string& name, bool isService, std::function<void()> body);
+
+  [[nodiscard]] std::mutex& Lock() { return lock_; }
+  [[nodiscard]] TimerQueue& Timers() { return timers_; }
+  [[nodiscard]] ServicePool& DeferredCalls() { return deferredCalls_; }
+  [[nodiscard]] ServicePool& WorkItems() { return workItems_; }
+  [[nodiscard]] PKSPIN_LOCK CancelLock() { return &cancelLock_; }
+  /// Where the world's pool memory lies; null: with all other memory.
+  [[nodiscard]] const std::shared_ptr<PoolArena>& Arena() const { return arena_; }
+  [[nodiscard]] CallHistory& History() { return history_; }
+  [[nodiscard]] const CallHistory& History() const { return history_; }
+
+ protected:
+  std::uint32_t nextThread_ = 0;
+  std::shared_ptr<PoolArena> arena_;
+
+ private:
+  std::mutex lock_;
+  TimerQueue timers_;
+  KSPIN_LOCK cancelLock_ = 0;  // of requests
+  ServicePool deferredCalls_{"DPC", DISPATCH_LEVEL};
+  ServicePool workItems_{"worker", PASSIVE_LEVEL};
+  CallHistory history_;
+};
+
+/// Lets everything happen that is due by now: waits give up, timers expire. Under the lock.
+void ExpireTimers(Scheduler& world);
+
+/// The world of the calling thread.
+[[nodiscard]] Scheduler& CurrentWorld();
+
+/// Every kernel call begins here: it stands in the history, its level is checked, and other threads
+/// may run.
+///
+/// @param object  what the call is about, for the history; may be null
+Thread& EnterKernelCall(const CallRule& rule, const void* object);
+
+/// Reports a call that allocates or waits on a path that must not (NoAllocationScope).
+void CheckAllocationFree(const CallRule& rule, const Thread& self, CallEffect effect);
+
+}  // namespace lidcam::host

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <compare>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <unordered_map>
+
+#include "platform/host/nt/declarations/nt_declarations.h"
+
+namespace lidcam::host {
+
+class Scheduler;
+
+/// What is to happen when a time comes, and to what: a wait gives up, a timer expires.
+struct TimerEntry {
+  void (*Expire)(Scheduler& world, void* object);  ///< under the world's lock
+  void* Object;
+};
+
+/// Everything that waits for a time in one world.
+/// @par Under the world's lock
+class TimerQueue {
+ public:
+  /// An object stands there once.
+  void Insert(LONGLONG due, std::uint64_t tie, const TimerEntry& entry);
+
+  /// Takes an object out. False if it isn't there.
+  bool Remove(const void* object);
+
+  /// The earliest time that something is due at.
+  [[nodiscard]] std::optional<LONGLONG> Earliest() const;
+
+  /// Takes out the first entry that is due at `now` or before.
+  [[nodiscard]] std::optional<TimerEntry> TakeDue(LONGLONG now);
+
+ private:
+  /// Where an entry stands among the others: by its time, and at one time by its tie number.
+  struct Key {
+    LONGLONG Due = 0;  ///< interrupt time, 100 ns
+    std::uint64_t Tie = 0;
+    std::uint64_t Sequence = 0;
+
+    auto operator<=>(const Key&) const = default;
+  };
+
+  std::map<Key, TimerEntry> entries_;
+  std::unordered_map<const void*, Key> keys_;
+  std::uint64_t sequence_ = 0;
+};
+
+}  // namespace lidcam::host

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <string>
+
+#include "platform/host/nt/verifier/calls/object_text.h"
+
+namespace lidcam::host {
+
+/// A use of the kernel that the platform doesn't allow.
+struct Violation {
+  std::string Call;    ///< the kernel call that it was found in
+  std::string What;    ///< what is wrong, naming the object
+  std::string Report;  ///< both, then the world, its threads and its last calls
+};
+
+/// Unwinds a thread that can't go on, after a violation or EndWorld(): the one that made it and, in a
+/// simulation, all others.
+struct KernelStopped {};
+
+/// Ends the caller: prints the report and aborts or, while there is a ViolationSink, throws
+/// KernelStopped.
+///
+/// @param history  lines about the object, for the report; may be empty
+[[noreturn]] void ReportViolation(const char* call, const std::string& what,
+                                  const std::string& history = {});
+
+/// Ends the caller's world without a violation: nothing of it is to go on.
+/// @throws KernelStopped
+[[noreturn]] void EndWorld();
+
+/// Takes violations in place of the end of the process. One at a time.
+class ViolationSink {
+ public:
+  ViolationSink() = default;
+  ViolationSink(const ViolationSink&) = delete;
+  ViolationSink& operator=(const ViolationSink&) = delete;
+  virtual ~ViolationSink() = default;
+
+  /// @par Any thread, one at a time
+  virtual void Take(const Violation& violation) = 0;
+};
+
+/// From now on violations go to `sink`; null ends that. No violation is on its way to the one before when
+/// this returns.
+void SetViolationSink(ViolationSink* sink);
+
+}  // namespace lidcam::host

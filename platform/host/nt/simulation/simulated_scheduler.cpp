@@ -1,0 +1,354 @@
+#include "platform/host/nt/simulation/simulated_scheduler.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <exception>
+#include <utility>
+
+#include "platform/host/nt/io/device_file.h"
+#include "platform/host/nt/memory/pool.h"
+#include "platform/host/nt/scheduling/violation.h"
+#include "platform/host/nt/verifier/irp_tracker.h"
+#include "platform/host/nt/verifier/lock_order.h"
+#include "platform/host/nt/verifier/object_tracker.h"
+
+namespace lidcam::host {
+namespace {
+
+constexpr std::uint64_t kFnvOffset = 0xCBF29CE484222325;
+constexpr std::uint64_t kFnvPrime = 0x100000001B3;
+
+// The first of January 2020.
+constexpr LONGLONG kSystemTimeAtStart = 132'223'104'000'000'000;
+
+// Turns of its loop after which a spinning thread counts as one that waits. Loops with a limit of
+// their own are shorter.
+constexpr unsigned kSpinsOfAWaiter = 64;
+
+// Some races need many switches, others a thread that runs long undisturbed: the seed chooses.
+constexpr std::array<std::uint64_t, 4> kSwitchOneIn{1, 2, 4, 16};
+
+std::uint64_t HashByte(std::uint64_t hash, unsigned byte) {
+  return (hash ^ byte) * kFnvPrime;
+}
+
+const char* StateText(const Thread& thread) {
+  if (thread.HasStopped) return "has stopped";
+  return thread.State == Thread::RunState::Blocked ? "waits" : "ready";
+}
+
+// An exception on its way must not meet another.
+bool IsUnwinding() {
+  return std::uncaught_exceptions() != 0;
+}
+
+}  // namespace
+
+SimulatedScheduler::SimulatedScheduler(const SimulationOptions& options)
+    : options_(options),
+      random_(options.Seed),
+      switchOneIn_(kSwitchOneIn[random_.Next() % kSwitchOneIn.size()]),
+      outcome_{.TraceHash = kFnvOffset},
+      main_(*this, nextThread_++, "main"),
+      previous_(SetCurrentThread(&main_)),
+      running_(&main_),
+      threads_{&main_} {
+  if (options.KeepsFreedPool) arena_ = PoolArena::Make();
+  if (options.HasPreemptionPoints) ++g_preemptiveSimulations;
+  // Another world may have had its lock here.
+  ForgetLockOrder(CancelLock());
+  CountSimulations(1);
+}
+
+SimulatedScheduler::~SimulatedScheduler() {
+  {
+    Guard guard(Lock());
+    StopOthers(guard);
+  }
+  for (std::thread& machine : machines_) machine.join();
+  // After a violation nobody lets go of them any more.
+  for (const void* const object : ThreadObjectsOfWorld(*this)) {
+    if (object != &main_.Object) delete static_cast<const KTHREAD*>(object)->Host;
+  }
+  ForgetWorld(*this);
+  ForgetIrpsOfWorld(*this);
+  ForgetFilesOfWorld(*this);
+  ForgetPoolOfWorld(*this);
+  if (arena_.use_count() > 1) arena_->Retire();
+  SetCurrentThread(previous_);
+  CountSimulations(-1);
+  if (options_.HasPreemptionPoints) --g_preemptiveSimulations;
+}
+
+LONGLONG SimulatedScheduler::SystemTimeAtStart() const {
+  return kSystemTimeAtStart;
+}
+
+Thread& SimulatedScheduler::PickOf(const std::vector<Thread*>& threads) {
+  return *threads[static_cast<std::size_t>(random_.Next() % threads.size())];
+}
+
+void SimulatedScheduler::Trace(const Thread& self, const char* call) {
+  std::uint64_t hash = HashByte(outcome_.TraceHash, self.Number & 0xFF);
+  for (const char* letter = call; *letter != '\0'; ++letter) {
+    hash = HashByte(hash, static_cast<unsigned char>(*letter));
+  }
+  outcome_.TraceHash = hash;
+  ++outcome_.ScheduleLength;
+}
+
+// It may be what the spinning ones wait for.
+void SimulatedScheduler::NoteProgress() {
+  for (Thread* const thread : threads_) thread->Spins = 0;
+}
+
+void SimulatedScheduler::NoteSpin(Thread& self, SwitchKind kind) {
+  if (kind == SwitchKind::Spin) {
+    ++self.Spins;
+  } else {
+    NoteProgress();
+  }
+}
+
+bool SimulatedScheduler::KeepsBaton() {
+  return switchOneIn_ != 1 && random_.Next() % switchOneIn_ != 0;
+}
+
+// Whether the thread is stalled there.
+bool SimulatedScheduler::BeginPoint(Thread& self, const PointSubject& subject) {
+  if (!options_.AtSwitchPoint) return false;
+  const LONGLONG time = options_.AtSwitchPoint({outcome_.ScheduleLength + 1, self, subject});
+  if (time <= 0) return false;
+  self.StalledUntil = now_ + time;
+  return true;
+}
+
+void SimulatedScheduler::SwitchPoint(Thread& self, const char* call, SwitchKind kind) {
+  if (isStopping_) {
+    if (IsUnwinding()) return;
+    throw KernelStopped{};
+  }
+  const bool isStalled = BeginPoint(self, {call, self.LastObject});
+  Guard guard(Lock());
+  Trace(self, call);
+  NoteSpin(self, kind);
+  if (++standstill_ > options_.LongestStandstill) {
+    ReportUnderLock(
+        call,
+        "livelock: " + std::to_string(options_.LongestStandstill) + " switch points at one time",
+        guard);
+  }
+  if (!isStalled && kind == SwitchKind::Call && KeepsBaton()) return;
+  PassBatonAndGoOn(self, ChooseNext(guard), guard);
+}
+
+// The caller can run or is stalled: there is always somebody to go on, and nothing to report. What
+// stands still is reported at the next call.
+void SimulatedScheduler::PreemptionPoint(Thread& self, const PointSubject& subject,
+                                         PreemptionKind kind) noexcept {
+  if (isStopping_ || !options_.HasPreemptionPoints) return;
+  const bool isStalled = BeginPoint(self, subject);
+  Guard guard(Lock());
+  Trace(self, subject.Name);
+  if (kind != PreemptionKind::Load) NoteProgress();
+  ++standstill_;
+  if (!isStalled && KeepsBaton()) return;
+  PassBaton(self, ChooseNext(guard), guard);
+  if (isStopping_) self.State = Thread::RunState::Ready;
+}
+
+void SimulatedScheduler::Block(Thread& self, Guard& guard) {
+  if (isStopping_) {
+    if (IsUnwinding()) return;
+    throw KernelStopped{};
+  }
+  self.State = Thread::RunState::Blocked;
+  PassBatonAndGoOn(self, ChooseNext(guard), guard);
+}
+
+void SimulatedScheduler::Wake(Thread& thread) {
+  thread.State = Thread::RunState::Ready;
+}
+
+// The next one is woken with the lock free: it would meet it at once.
+void SimulatedScheduler::PassBaton(Thread& self, Thread& next, Guard& guard) {
+  running_ = &next;
+  if (&next == &self) return;
+  guard.unlock();
+  next.Baton.release();
+  self.Baton.acquire();
+  guard.lock();
+}
+
+void SimulatedScheduler::PassBatonAndGoOn(Thread& self, Thread& next, Guard& guard) {
+  PassBaton(self, next, guard);
+  if (!isStopping_) return;
+  self.State = Thread::RunState::Ready;
+  if (!IsUnwinding()) throw KernelStopped{};
+}
+
+// Of the first one that ends; none if no thread is stalled.
+std::optional<LONGLONG> SimulatedScheduler::EndOfStalls() const {
+  std::optional<LONGLONG> end;
+  for (const Thread* const thread : threads_) {
+    if (thread->StalledUntil <= now_) continue;
+    end = std::min(end.value_or(thread->StalledUntil), thread->StalledUntil);
+  }
+  return end;
+}
+
+// Virtual time goes straight to what is due next.
+bool SimulatedScheduler::MoveTime() {
+  std::optional<LONGLONG> due = Timers().Earliest();
+  const std::optional<LONGLONG> stallEnds = EndOfStalls();
+  if (stallEnds) due = std::min(due.value_or(*stallEnds), *stallEnds);
+  if (!due) return false;
+  if (*due > now_) {
+    now_ = *due;
+    standstill_ = 0;
+  }
+  for (Thread* const thread : threads_) thread->Spins = 0;
+  ExpireTimers(*this);
+  return true;
+}
+
+Thread& SimulatedScheduler::ChooseNext(Guard& guard) {
+  // The youngest ends first: threads use objects of those that made them.
+  if (isStopping_) return *threads_.back();
+  while (true) {
+    std::vector<Thread*> ready;
+    std::ranges::copy_if(threads_, std::back_inserter(ready), [this](const Thread* thread) {
+      return thread->State == Thread::RunState::Ready && thread->StalledUntil <= now_ &&
+             !thread->HasStopped;
+    });
+    std::vector<Thread*> eager;
+    std::ranges::copy_if(ready, std::back_inserter(eager),
+                         [](const Thread* thread) { return thread->Spins < kSpinsOfAWaiter; });
+    if (!eager.empty()) return PickOf(eager);
+    if (ready.empty() && isFinishing_ && !EndOfStalls()) return main_;
+    if (MoveTime()) continue;
+    // Threads that only spin may come to an end of it; the standstill's limit tells if not.
+    if (!ready.empty()) return PickOf(ready);
+    ReportUnderLock("scheduler", "deadlock: every thread waits and no time limit runs", guard);
+  }
+}
+
+void SimulatedScheduler::StartMachine(Thread& thread, std::function<void()> body) {
+  threads_.push_back(&thread);
+  machines_.emplace_back([&thread, run = std::move(body)] {
+    thread.Baton.acquire();
+    run();
+  });
+}
+
+void SimulatedScheduler::ThreadEnds(Thread& self, Guard& guard) {
+  self.State = Thread::RunState::Ended;
+  std::erase(threads_, &self);
+  try {
+    running_ = &ChooseNext(guard);
+  } catch (const KernelStopped&) {  // nobody was left to run
+    running_ = threads_.back();
+  }
+  running_->Baton.release();
+}
+
+void SimulatedScheduler::RunOthersToRest() {
+  Guard guard(Lock());
+  isFinishing_ = true;
+  main_.State = Thread::RunState::Blocked;
+  PassBatonAndGoOn(main_, ChooseNext(guard), guard);
+  main_.State = Thread::RunState::Ready;
+}
+
+void SimulatedScheduler::CheckNothingLeft() const {
+  if (main_.Level != PASSIVE_LEVEL || !main_.Held.empty()) {
+    ReportViolation("end of the simulation", "thread 0 is at level " + std::to_string(main_.Level) +
+                                                 " with " + std::to_string(main_.Held.size()) +
+                                                 " lock(s)");
+  }
+  for (const Thread* const thread : threads_) {
+    if (thread->UsedFreed.Block != nullptr) {
+      ReportViolation("end of the simulation", DescribeFreedUse(thread->UsedFreed));
+    }
+    if (thread == &main_ || thread->IsService) continue;
+    ReportViolation("end of the simulation", "thread " + std::to_string(thread->Number) +
+                                                 " still runs, last seen in " + thread->LastCall);
+  }
+  const std::string pending = FindPendingObject(*this);
+  if (!pending.empty()) ReportViolation("end of the simulation", pending + " is still pending");
+  const std::string kept = FindKeptObject(*this);
+  if (!kept.empty()) ReportViolation("end of the simulation", kept + " was never let go");
+  const std::string file = FindOpenFile(*this);
+  if (!file.empty()) ReportViolation("end of the simulation", file + " was never closed");
+  const std::string request = FindKeptIrp(*this);
+  if (!request.empty()) ReportViolation("end of the simulation", request + " was never freed");
+  const std::string blocks = DescribePoolOfWorld(*this);
+  if (!blocks.empty()) ReportViolation("end of the simulation", "never freed: " + blocks);
+}
+
+SimulationOutcome SimulatedScheduler::Finish() {
+  RunOthersToRest();
+  CheckNothingLeft();
+  return OutcomeSoFar();
+}
+
+SimulationOutcome SimulatedScheduler::OutcomeSoFar() const {
+  SimulationOutcome outcome = outcome_;
+  outcome.Time = now_;
+  return outcome;
+}
+
+// Thread 0 unwinds last: the others use objects on its stack.
+void SimulatedScheduler::Stop() {
+  isStopping_ = true;
+  if (running_ != &main_ || isReportingUnderLock_) return;
+  Guard guard(Lock());
+  StopOthers(guard);
+}
+
+void SimulatedScheduler::ReportUnderLock(const char* call, const std::string& what, Guard& guard) {
+  isReportingUnderLock_ = true;
+  try {
+    ReportViolation(call, what);
+  } catch (const KernelStopped&) {
+    if (running_ == &main_) StopOthers(guard);
+    throw;
+  }
+}
+
+void SimulatedScheduler::StopOthers(Guard& guard) {
+  isStopping_ = true;
+  while (threads_.size() > 1) {
+    PassBaton(main_, *threads_.back(), guard);
+  }
+}
+
+const Thread* SimulatedScheduler::HolderOf(const void* lock) const {
+  for (const Thread* const thread : threads_) {
+    if (std::ranges::find(thread->Held, lock) != thread->Held.end()) return thread;
+  }
+  return nullptr;
+}
+
+std::string SimulatedScheduler::Describe() const {
+  std::string text = "simulation with seed " + std::to_string(options_.Seed) + ", " +
+                     std::to_string(outcome_.ScheduleLength) + " switch points\n";
+  for (const Thread* const thread : threads_) {
+    std::array<char, 200> line{};
+    std::snprintf(line.data(), line.size(),
+                  "  thread %u (%s) %s, level %u, %zu lock(s), in %s %p\n", thread->Number,
+                  thread->Name.c_str(), StateText(*thread), thread->Level, thread->Held.size(),
+                  thread->LastCall, thread->LastObject);
+    text += line.data();
+  }
+  return text;
+}
+
+SimulationOutcome Simulate(const SimulationOptions& options, const std::function<void()>& body) {
+  SimulatedScheduler simulation(options);
+  body();
+  return simulation.Finish();
+}
+
+}  // namespace lidcam::host

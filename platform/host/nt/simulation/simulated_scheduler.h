@@ -1,0 +1,129 @@
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "base/split_mix.h"
+#include "platform/host/nt/scheduling/scheduler.h"
+#include "platform/host/nt/scheduling/thread.h"
+
+namespace lidcam::host {
+
+/// A switch point that a thread has come to.
+struct SwitchPlace {
+  std::uint64_t Number = 0;  ///< of the switch point in this world, from 1
+  const Thread& Self;        ///< the thread
+  PointSubject Subject;
+};
+
+struct SimulationOptions {
+  std::uint64_t Seed = 1;
+
+  /// Switch points in a row at one virtual time after which the simulation counts as livelocked.
+  std::uint64_t LongestStandstill = 1'000'000;
+
+  /// Pool memory that was freed is never given out again, and its use is a violation. For worlds that
+  /// live a short time: each allocation takes pages of its own.
+  bool KeepsFreedPool = true;
+
+  /// There are switch points between the kernel calls, too: ahead of each access to a shared field,
+  /// and behind each call that wakes a thread, lets go of a lock or hands something over.
+  bool HasPreemptionPoints = false;
+
+  /// Told of each switch point, on the thread that comes to it: to let something outside of the kernel
+  /// happen there, or to stall the thread. It may stand under any lock and at any level, and mustn't
+  /// call the kernel.
+  ///
+  /// @return for how long the thread stands still there while time goes on, 100 ns; 0: not at all
+  std::function<LONGLONG(const SwitchPlace& place)> AtSwitchPoint{};
+};
+
+/// What tells one run from another.
+struct SimulationOutcome {
+  std::uint64_t TraceHash = 0;       ///< FNV-1a over (thread, call) of every switch point
+  std::uint64_t ScheduleLength = 0;  ///< switch points passed
+  LONGLONG Time = 0;                 ///< virtual time that went by, 100 ns
+
+  bool operator==(const SimulationOutcome&) const = default;
+};
+
+/// A world that is a function of its seed. One thread runs at a time; at every kernel call, every
+/// interlocked operation and every turn of a spin loop the seed decides who goes on, and time moves
+/// only when everybody waits or is stalled, straight to what is due next.
+///
+/// The machine thread that makes it belongs to it, as thread 0, for as long as it lives; all objects
+/// of the simulation must be initialised within. Each thread is a machine thread, and they pass on
+/// one baton, so that sanitizers see nothing out of the ordinary.
+class SimulatedScheduler final : public Scheduler {
+ public:
+  explicit SimulatedScheduler(const SimulationOptions& options);
+  ~SimulatedScheduler() override;
+
+  /// Ends the simulation: lets all others run until they end or wait, and checks that nothing is
+  /// left: no thread that goes on, no referenced thread object, no set timer, nothing queued, no
+  /// work item. Called by thread 0.
+  SimulationOutcome Finish();
+
+  /// What the simulation came to, up to a violation as well. Called by thread 0.
+  [[nodiscard]] SimulationOutcome OutcomeSoFar() const;
+
+  [[nodiscard]] LONGLONG Now() const override { return now_; }
+  [[nodiscard]] LONGLONG SystemTimeAtStart() const override;
+  void SwitchPoint(Thread& self, const char* call, SwitchKind kind) override;
+  void PreemptionPoint(Thread& self, const PointSubject& subject,
+                       PreemptionKind kind) noexcept override;
+  void Block(Thread& self, std::unique_lock<std::mutex>& guard) override;
+  void Wake(Thread& thread) override;
+  [[nodiscard]] std::uint64_t TieNumber() override { return random_.Next(); }
+  void StartMachine(Thread& thread, std::function<void()> body) override;
+  void ThreadEnds(Thread& self, std::unique_lock<std::mutex>& guard) override;
+  void Stop() override;
+  [[nodiscard]] bool IsStopping() const override { return isStopping_; }
+  [[nodiscard]] const Thread* HolderOf(const void* lock) const override;
+  [[nodiscard]] std::string Describe() const override;
+
+ private:
+  using Guard = std::unique_lock<std::mutex>;
+
+  Thread& PickOf(const std::vector<Thread*>& threads);
+  Thread& ChooseNext(Guard& guard);
+  [[nodiscard]] std::optional<LONGLONG> EndOfStalls() const;
+  bool MoveTime();
+  void PassBaton(Thread& self, Thread& next, Guard& guard);
+  void PassBatonAndGoOn(Thread& self, Thread& next, Guard& guard);
+  void Trace(const Thread& self, const char* call);
+  bool BeginPoint(Thread& self, const PointSubject& subject);
+  void NoteSpin(Thread& self, SwitchKind kind);
+  void NoteProgress();
+  bool KeepsBaton();
+  void RunOthersToRest();
+  void CheckNothingLeft() const;
+  [[noreturn]] void ReportUnderLock(const char* call, const std::string& what, Guard& guard);
+  void StopOthers(Guard& guard);
+
+  const SimulationOptions options_;
+  base::SplitMix random_;
+  std::uint64_t switchOneIn_;
+  LONGLONG now_ = 0;
+  std::uint64_t standstill_ = 0;
+  SimulationOutcome outcome_;
+  bool isStopping_ = false;
+  bool isFinishing_ = false;
+  bool isReportingUnderLock_ = false;
+  Thread main_;
+  Thread* previous_;
+  Thread* running_;
+  std::vector<Thread*> threads_;  // all that haven't ended, by number
+  std::vector<std::thread> machines_;
+};
+
+/// Runs `body` as thread 0 of a simulation and ends it.
+SimulationOutcome Simulate(const SimulationOptions& options, const std::function<void()>& body);
+
+}  // namespace lidcam::host

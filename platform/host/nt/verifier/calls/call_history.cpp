@@ -1,0 +1,29 @@
+#include "platform/host/nt/verifier/calls/call_history.h"
+
+#include <algorithm>
+#include <cstdio>
+
+#include "base/time_units.h"
+
+namespace lidcam::host {
+
+void CallHistory::Add(const Entry& entry) {
+  const std::lock_guard guard(lock_);
+  entries_[count_++ % kKept] = entry;
+}
+
+std::string CallHistory::Text() const {
+  const std::lock_guard guard(lock_);
+  std::string text;
+  for (std::size_t i = count_ - std::min(count_, kKept); i < count_; ++i) {
+    const Entry& entry = entries_[i % kKept];
+    std::array<char, 160> line{};
+    std::snprintf(line.data(), line.size(), "  %14.7f s  thread %-3u level %u  %s %p\n",
+                  base::SecondsOfUnits(entry.Time), entry.Thread, entry.Level, entry.Call,
+                  entry.Object);
+    text += line.data();
+  }
+  return text;
+}
+
+}  // namespace lidcam::host

@@ -1,0 +1,235 @@
+#include "platform/host/nt/verifier/object_tracker.h"
+
+#include <functional>
+#include <map>
+#include <mutex>
+#include <optional>
+
+#include "platform/host/nt/scheduling/thread.h"
+#include "platform/host/nt/scheduling/violation.h"
+
+namespace lidcam::host {
+namespace {
+
+struct ObjectRecord {
+  ObjectKind Kind;
+  std::size_t Size;
+  const Scheduler* World;
+  UCHAR HeaderType;
+  UCHAR HeaderSize;
+  int Waiters = 0;
+  const char* InUse = nullptr;
+};
+
+using Address = const char*;
+
+// Never destroyed: a driver may use objects while statics go away.
+struct ObjectRegistry {
+  std::mutex Lock;
+  std::map<Address, ObjectRecord, std::less<>> Records;
+};
+
+ObjectRegistry& TheObjectRegistry() {
+  static auto* const registry = new ObjectRegistry;
+  return *registry;
+}
+
+Address AddressOfObject(const void* object) {
+  return static_cast<Address>(object);
+}
+
+const char* NameOf(ObjectKind kind) {
+  switch (kind) {
+    case ObjectKind::Event:
+      return "event";
+    case ObjectKind::Semaphore:
+      return "semaphore";
+    case ObjectKind::Mutex:
+      return "mutex";
+    case ObjectKind::Timer:
+      return "timer";
+    case ObjectKind::Dpc:
+      return "DPC";
+    case ObjectKind::SpinLock:
+      return "spin lock";
+    case ObjectKind::Thread:
+      return "thread";
+    case ObjectKind::WorkItem:
+    case ObjectKind::QueueItem:
+      return "work item";
+  }
+  return "object";
+}
+
+bool HasHeader(ObjectKind kind) {
+  switch (kind) {
+    case ObjectKind::Dpc:
+    case ObjectKind::SpinLock:
+    case ObjectKind::WorkItem:
+    case ObjectKind::QueueItem:
+      return false;
+    default:
+      return true;
+  }
+}
+
+// Why an object can't go now; empty if it can.
+std::string UseOf(Address object, const ObjectRecord& record) {
+  const std::string name = DescribeObject(NameOf(record.Kind), object);
+  if (record.InUse != nullptr) return name + " " + record.InUse;
+  if (record.Waiters != 0) {
+    return name + " is waited for by " + std::to_string(record.Waiters) + " thread(s)";
+  }
+  return {};
+}
+
+// Removes the records that lie in a range and tells the first use of one, if any.
+std::string ForgetRange(ObjectRegistry& registry, Address begin, std::size_t size) {
+  std::string use;
+  auto record = registry.Records.lower_bound(begin);
+  if (record != registry.Records.begin()) {
+    const auto before = std::prev(record);
+    if (before->first + before->second.Size > begin) record = before;
+  }
+  while (record != registry.Records.end() && record->first < begin + size) {
+    if (use.empty()) use = UseOf(record->first, record->second);
+    record = registry.Records.erase(record);
+  }
+  return use;
+}
+
+// What is wrong with the use of an object, apart from its kind; empty if nothing is.
+std::string WrongUse(const void* object, const ObjectRecord& record) {
+  const std::string name = DescribeObject(NameOf(record.Kind), object);
+  if (record.World != &CurrentWorld()) return name + " was initialised in another world";
+  if (!HasHeader(record.Kind)) return {};
+  const auto& header = *static_cast<const DISPATCHER_HEADER*>(object);
+  if (header.Type == record.HeaderType && header.Size == record.HeaderSize) return {};
+  return name + " was overwritten since its initialisation";
+}
+
+std::string WrongKind(const char* wanted, const void* object, const ObjectRecord* record) {
+  if (record == nullptr) return DescribeObject(wanted, object) + " was never initialised";
+  return DescribeObject(NameOf(record->Kind), object) + " is used as a " + wanted;
+}
+
+std::optional<ObjectRecord> FindRecord(const void* object) {
+  ObjectRegistry& registry = TheObjectRegistry();
+  const std::lock_guard guard(registry.Lock);
+  const auto found = registry.Records.find(AddressOfObject(object));
+  if (found == registry.Records.end()) return std::nullopt;
+  return found->second;
+}
+
+template <typename Wanted>
+std::string FindInWorld(const Scheduler& world, Wanted wanted) {
+  ObjectRegistry& registry = TheObjectRegistry();
+  const std::lock_guard guard(registry.Lock);
+  for (const auto& [object, record] : registry.Records) {
+    if (record.World == &world && wanted(record)) {
+      return DescribeObject(NameOf(record.Kind), object);
+    }
+  }
+  return {};
+}
+
+}  // namespace
+
+void RegisterObject(const char* call, ObjectKind kind, const void* object, std::size_t size) {
+  ObjectRegistry& registry = TheObjectRegistry();
+  ObjectRecord record{
+      .Kind = kind, .Size = size, .World = &CurrentWorld(), .HeaderType = 0, .HeaderSize = 0};
+  if (HasHeader(kind)) {
+    const auto& header = *static_cast<const DISPATCHER_HEADER*>(object);
+    record.HeaderType = header.Type;
+    record.HeaderSize = header.Size;
+  }
+  std::unique_lock guard(registry.Lock);
+  const std::string use = ForgetRange(registry, AddressOfObject(object), size);
+  registry.Records.emplace(AddressOfObject(object), record);
+  guard.unlock();
+  if (!use.empty()) ReportViolation(call, use + " and is initialised again");
+}
+
+void ExpectObject(const char* call, ObjectKind kind, const void* object) {
+  const auto record = FindRecord(object);
+  std::string wrong;
+  if (!record || record->Kind != kind) {
+    wrong = WrongKind(NameOf(kind), object, record ? &*record : nullptr);
+  } else {
+    wrong = WrongUse(object, *record);
+  }
+  if (!wrong.empty()) ReportViolation(call, wrong);
+}
+
+ObjectKind ExpectDispatcherObject(const char* call, const void* object) {
+  const auto record = FindRecord(object);
+  std::string wrong;
+  if (!record || !HasHeader(record->Kind)) {
+    wrong = WrongKind("dispatcher object", object, record ? &*record : nullptr);
+  } else {
+    wrong = WrongUse(object, *record);
+  }
+  if (!wrong.empty()) ReportViolation(call, wrong);
+  return record->Kind;
+}
+
+void SetObjectInUse(const void* object, const char* why) {
+  ObjectRegistry& registry = TheObjectRegistry();
+  const std::lock_guard guard(registry.Lock);
+  const auto found = registry.Records.find(AddressOfObject(object));
+  if (found != registry.Records.end()) found->second.InUse = why;
+}
+
+void CountWaiters(const void* object, int change) {
+  ObjectRegistry& registry = TheObjectRegistry();
+  const std::lock_guard guard(registry.Lock);
+  const auto found = registry.Records.find(AddressOfObject(object));
+  if (found != registry.Records.end()) found->second.Waiters += change;
+}
+
+void ForgetObject(const void* object) {
+  ObjectRegistry& registry = TheObjectRegistry();
+  const std::lock_guard guard(registry.Lock);
+  registry.Records.erase(AddressOfObject(object));
+}
+
+void CheckFreedMemory(const char* call, const void* memory, std::size_t size) {
+  ObjectRegistry& registry = TheObjectRegistry();
+  std::unique_lock guard(registry.Lock);
+  const std::string use = ForgetRange(registry, AddressOfObject(memory), size);
+  guard.unlock();
+  if (!use.empty()) ReportViolation(call, use + " and its memory is freed");
+}
+
+std::vector<const void*> ThreadObjectsOfWorld(const Scheduler& world) {
+  ObjectRegistry& registry = TheObjectRegistry();
+  const std::lock_guard guard(registry.Lock);
+  std::vector<const void*> objects;
+  for (const auto& [object, record] : registry.Records) {
+    if (record.World == &world && record.Kind == ObjectKind::Thread) objects.push_back(object);
+  }
+  return objects;
+}
+
+void ForgetWorld(const Scheduler& world) {
+  ObjectRegistry& registry = TheObjectRegistry();
+  const std::lock_guard guard(registry.Lock);
+  std::erase_if(registry.Records, [&](const auto& entry) { return entry.second.World == &world; });
+}
+
+std::string FindKeptObject(const Scheduler& world) {
+  return FindInWorld(world, [](const ObjectRecord& record) {
+    return record.Kind == ObjectKind::WorkItem || record.Kind == ObjectKind::Thread;
+  });
+}
+
+std::string FindPendingObject(const Scheduler& world) {
+  return FindInWorld(world, [](const ObjectRecord& record) {
+    return record.InUse != nullptr &&
+           (record.Kind == ObjectKind::Timer || record.Kind == ObjectKind::Dpc ||
+            record.Kind == ObjectKind::WorkItem || record.Kind == ObjectKind::QueueItem);
+  });
+}
+
+}  // namespace lidcam::host

@@ -1,0 +1,60 @@
+#pragma once
+
+#include <cstdint>
+
+#include "bus/usb_bus.h"
+#include "platform/host/nt/processor/kernel_guards.h"
+#include "platform/host/usbd/configuration/usb_configuration.h"
+
+namespace lidcam::host {
+
+/// What happens to the frames of a machine that is late.
+enum class FrameRule : std::uint8_t {
+  Strict,  ///< they pass: a start frame that has gone by is refused, and late transfers catch up
+  AsSoonAsPossible,  ///< they pass, and a start frame that has gone by means the next one
+  Patient,  ///< they wait, for a device whose time stands still until it is read: a stream begins
+            ///< later, a transfer that is late moves, and all behind it with it
+};
+
+/// Interrupt time in 100 ns.
+inline LONGLONG InterruptTime() {
+  return static_cast<LONGLONG>(KeQueryInterruptTime());
+}
+
+/// How a device is served.
+struct UsbStackOptions {
+  /// Bus frame number at time 0.
+  ULONG FirstFrame = 0;
+  FrameRule Frames = FrameRule::Strict;
+  /// The time that frames are counted by, in 100 ns; any level.
+  LONGLONG (*Now)() = InterruptTime;
+};
+
+/// What the stack's parts share about the device: its bus, its lock and all that the lock guards.
+struct UsbDeviceState {
+  UsbDeviceState(bus::UsbBus& bus, const UsbStackOptions& options) : Bus(bus), Options(options) {
+    KeInitializeSpinLock(&Lock);
+    KeInitializeEvent(&ControlWork, SynchronizationEvent, FALSE);
+    KeInitializeEvent(&ScheduleWork, SynchronizationEvent, FALSE);
+  }
+
+  /// Lets both threads look at what there is to do.
+  void Wake() {
+    KeSetEvent(&ControlWork, IO_NO_INCREMENT, FALSE);
+    KeSetEvent(&ScheduleWork, IO_NO_INCREMENT, FALSE);
+  }
+
+  bus::UsbBus& Bus;
+  const UsbStackOptions Options;
+
+  KSPIN_LOCK Lock = 0;
+  KEVENT ControlWork{};   ///< for the thread of control requests
+  KEVENT ScheduleWork{};  ///< for the thread of the isochronous schedule
+
+  // Under the lock.
+  bool IsGone = false;      ///< unplugged: everything ends with USBD_STATUS_DEVICE_GONE
+  bool IsStopping = false;  ///< the stack goes: its threads are to end
+  UsbConfiguration Configuration;
+};
+
+}  // namespace lidcam::host

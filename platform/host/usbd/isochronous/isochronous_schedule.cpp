@@ -1,0 +1,237 @@
+#include "platform/host/usbd/isochronous/isochronous_schedule.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace lidcam::host {
+namespace {
+
+/// Frames that the controller needs between the present one and the first that it can still serve.
+constexpr LONGLONG kLeadFrames = 2;
+
+/// Frames by which the patient rule lets a stream begin later: a driver counts on the time from its
+/// first transfer's start to that transfer's end, and may lose it on a machine that is late.
+constexpr LONGLONG kPatientLeadFrames = 300;
+
+/// Frames that are made up for even by the patient rule: waits end a little late as a rule, and the
+/// stream keeps its pace all the same.
+constexpr LONGLONG kCaughtUpFrames = 4;
+
+LONGLONG FrameAt(LONGLONG time) {
+  return time / kFrameTime;
+}
+
+void Complete(const std::vector<UsbRequest>& ended) {
+  const DispatchLevelGuard level;
+  for (const UsbRequest& request : ended) CompleteUrb(request.Irp, *request.Urb, request.Status);
+}
+
+}  // namespace
+
+ULONG IsochronousSchedule::FrameNumber(LONGLONG frame) const {
+  return device_.Options.FirstFrame + static_cast<ULONG>(frame);
+}
+
+USBD_STATUS IsochronousSchedule::PlaceTransfer(UsbPipe& pipe, _URB_ISOCH_TRANSFER& urb,
+                                               IsochronousTransfer& transfer) {
+  const LONGLONG present = FrameAt(device_.Options.Now());
+  LONGLONG start = std::max(pipe.NextFrame, present + kLeadFrames);
+  if ((urb.TransferFlags & USBD_START_ISO_TRANSFER_ASAP) == 0) {
+    // Frame numbers wrap around: what counts is the way from the present one.
+    const LONG ahead = static_cast<LONG>(urb.StartFrame - FrameNumber(present));
+    if (ahead > USBD_ISO_START_FRAME_RANGE) return USBD_STATUS_BAD_START_FRAME;
+    const bool isLate = ahead <= 0 || present + ahead < pipe.NextFrame;
+    if (isLate && device_.Options.Frames == FrameRule::Strict) return USBD_STATUS_BAD_START_FRAME;
+    if (!isLate) start = present + ahead;
+  }
+  if (device_.Options.Frames == FrameRule::Patient && !HasTransfers(pipe.Handle)) {
+    start = std::max(start, present + kPatientLeadFrames);
+  }
+  const LONGLONG length = urb.NumberOfPackets * kMicroframeTime;
+  transfer.EndTime = start * kFrameTime + length;
+  pipe.NextFrame = start + (length + kFrameTime - 1) / kFrameTime;
+  urb.StartFrame = FrameNumber(start);
+  return USBD_STATUS_SUCCESS;
+}
+
+USBD_STATUS IsochronousSchedule::SubmitTransfer(PIRP irp, URB& urb, PDRIVER_CANCEL cancel) {
+  _URB_ISOCH_TRANSFER& request = urb.UrbIsochronousTransfer;
+  const USBD_STATUS checked = CheckIsochronousUrb(request);
+  if (checked != USBD_STATUS_SUCCESS) return checked;
+  UsbPipe* const pipe = device_.Configuration.FindPipe(request.PipeHandle);
+  if (pipe == nullptr || pipe->Type != UsbdPipeTypeIsochronous) {
+    return USBD_STATUS_INVALID_PIPE_HANDLE;
+  }
+  if ((pipe->Endpoint & USB_ENDPOINT_DIRECTION_MASK) == 0) return USBD_STATUS_INVALID_PARAMETER;
+
+  auto transfer = std::make_unique<IsochronousTransfer>();
+  transfer->Irp = irp;
+  transfer->Urb = &urb;
+  transfer->Pipe = pipe->Handle;
+  transfer->Endpoint = pipe->Endpoint;
+  transfer->BytesPerMicroframe = pipe->BytesPerMicroframe;
+  const USBD_STATUS placed = PlaceTransfer(*pipe, request, *transfer);
+  if (placed != USBD_STATUS_SUCCESS) return placed;
+  if (!AcceptRequest(*transfer, cancel)) return USBD_STATUS_CANCELED;
+  transfers_.push_back(std::move(transfer));
+  return USBD_STATUS_PENDING;
+}
+
+void IsochronousSchedule::AcceptNotice(const Notice& notice) {
+  notices_.push_back(notice);
+  // Without a cancel routine a request is always taken in.
+  static_cast<void>(AcceptRequest(notices_.back(), nullptr));
+}
+
+USBD_STATUS IsochronousSchedule::SubmitAbort(PIRP irp, URB& urb) {
+  const USBD_PIPE_HANDLE handle = urb.UrbPipeRequest.PipeHandle;
+  if (device_.Configuration.FindPipe(handle) == nullptr) return USBD_STATUS_INVALID_PIPE_HANDLE;
+  AbortPipe(handle);
+  AcceptNotice({{.Irp = irp, .Urb = &urb}, handle});
+  return USBD_STATUS_PENDING;
+}
+
+USBD_STATUS IsochronousSchedule::SubmitFrameNumber(PIRP irp, URB& urb) {
+  AcceptNotice({{.Irp = irp, .Urb = &urb}, nullptr});
+  return USBD_STATUS_PENDING;
+}
+
+bool IsochronousSchedule::AbortPipe(USBD_PIPE_HANDLE handle) {
+  if (UsbPipe* const pipe = device_.Configuration.FindPipe(handle)) pipe->NextFrame = 0;
+  bool hadAny = false;
+  for (const auto& transfer : transfers_) {
+    if (transfer->Pipe != handle) continue;
+    transfer->IsAborted = true;
+    hadAny = true;
+  }
+  return hadAny;
+}
+
+bool IsochronousSchedule::HasTransfers(USBD_PIPE_HANDLE pipe) const {
+  return std::any_of(transfers_.begin(), transfers_.end(),
+                     [pipe](const auto& transfer) { return transfer->Pipe == pipe; });
+}
+
+bool IsochronousSchedule::MarkCancelled(PIRP irp) {
+  const auto found = std::find_if(transfers_.begin(), transfers_.end(),
+                                  [irp](const auto& transfer) { return transfer->Irp == irp; });
+  if (found == transfers_.end()) return false;
+  (*found)->IsCancelled = true;
+  return true;
+}
+
+void IsochronousSchedule::Run() {
+  while (RunOnce() == Step::Again) {
+  }
+}
+
+IsochronousSchedule::Step IsochronousSchedule::RunOnce() {
+  std::vector<UsbRequest> ended;
+  IsochronousTransfer* next = nullptr;
+  bool isOver = false;
+  const LONGLONG now = device_.Options.Now();
+  {
+    const SpinLockGuard guard(device_.Lock);
+    ended = TakeEnded(now);
+    next = FindNext();
+    isOver = device_.IsStopping && transfers_.empty() && notices_.empty();
+  }
+  if (!ended.empty()) {
+    Complete(ended);
+  } else if (isOver) {
+    return Step::Over;
+  } else if (next == nullptr) {
+    WaitForWork();
+  } else if (next->EndTime > now) {
+    WaitUntil(next->EndTime);
+  } else {
+    if (device_.Options.Frames == FrameRule::Patient) PutOffBehind(*next, now - next->EndTime);
+    Read(*next);
+  }
+  return Step::Again;
+}
+
+void IsochronousSchedule::PutOffBehind(const IsochronousTransfer& late, LONGLONG lost) {
+  const LONGLONG frames = lost / kFrameTime;
+  if (frames <= kCaughtUpFrames) return;
+  const SpinLockGuard guard(device_.Lock);
+  for (const auto& transfer : transfers_) {
+    if (transfer->Pipe != late.Pipe || transfer->EndTime <= late.EndTime) continue;
+    transfer->EndTime += frames * kFrameTime;
+  }
+  if (UsbPipe* const pipe = device_.Configuration.FindPipe(late.Pipe)) pipe->NextFrame += frames;
+}
+
+std::vector<UsbRequest> IsochronousSchedule::TakeEnded(LONGLONG now) {
+  std::vector<UsbRequest> ended;
+  std::erase_if(transfers_, [&](const auto& transfer) {
+    if (transfer->Status == USBD_STATUS_PENDING) {
+      if (device_.IsGone) {
+        transfer->Status = USBD_STATUS_DEVICE_GONE;
+      } else if (transfer->IsAborted || transfer->IsCancelled) {
+        transfer->Status = USBD_STATUS_CANCELED;
+      } else {
+        return false;
+      }
+      MarkNotAccessed(transfer->Urb->UrbIsochronousTransfer);
+    }
+    if (!TakeFromCanceller(*transfer)) return false;
+    ended.push_back(*transfer);
+    return true;
+  });
+  // An abort ends behind the transfers that it took back.
+  std::erase_if(notices_, [&](Notice& notice) {
+    if (notice.AbortedPipe == nullptr) {
+      notice.Urb->UrbGetCurrentFrameNumber.FrameNumber = FrameNumber(FrameAt(now));
+    } else if (std::any_of(transfers_.begin(), transfers_.end(), [&](const auto& transfer) {
+                 return transfer->Pipe == notice.AbortedPipe && transfer->IsAborted;
+               })) {
+      return false;
+    }
+    notice.Status = device_.IsGone ? USBD_STATUS_DEVICE_GONE : USBD_STATUS_SUCCESS;
+    ended.push_back(notice);
+    return true;
+  });
+  return ended;
+}
+
+IsochronousTransfer* IsochronousSchedule::FindNext() {
+  IsochronousTransfer* next = nullptr;
+  for (const auto& transfer : transfers_) {
+    if (transfer->IsSilent || transfer->Status != USBD_STATUS_PENDING) continue;
+    if (next == nullptr || transfer->EndTime < next->EndTime) next = transfer.get();
+  }
+  return next;
+}
+
+void IsochronousSchedule::Read(IsochronousTransfer& transfer) {
+  const USBD_STATUS status =
+      ReadTransfer(device_.Bus, transfer, transfer.Urb->UrbIsochronousTransfer);
+  bool isGone = false;
+  {
+    const SpinLockGuard guard(device_.Lock);
+    transfer.Status = status;
+    transfer.IsSilent = status == USBD_STATUS_PENDING;
+    isGone = status == USBD_STATUS_DEVICE_GONE && !device_.IsGone;
+    if (isGone) device_.IsGone = true;
+    if (status == USBD_STATUS_STALL_PID) {
+      if (UsbPipe* const pipe = device_.Configuration.FindPipe(transfer.Pipe)) {
+        pipe->HasStalled = true;
+      }
+    }
+  }
+  if (isGone) device_.Wake();
+}
+
+void IsochronousSchedule::WaitForWork() {
+  KeWaitForSingleObject(&device_.ScheduleWork, Executive, KernelMode, FALSE, nullptr);
+}
+
+void IsochronousSchedule::WaitUntil(LONGLONG time) {
+  LARGE_INTEGER limit{};
+  limit.QuadPart = device_.Options.Now() - time;
+  if (limit.QuadPart >= 0) return;
+  KeWaitForSingleObject(&device_.ScheduleWork, Executive, KernelMode, FALSE, &limit);
+}
+
+}  // namespace lidcam::host

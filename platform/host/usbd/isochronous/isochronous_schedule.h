@@ -1,0 +1,63 @@
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "platform/host/usbd/configuration/usb_device_state.h"
+#include "platform/host/usbd/isochronous/isochronous_transfer.h"
+
+namespace lidcam::host {
+
+/// The isochronous transfers of a device in their frames, and all that has to do with frames: the
+/// frame number, and aborts.
+///
+/// Frames of 1 ms are counted by the stack's time; packets are microframes of 125 us. A transfer takes
+/// whole frames, is read from the bus when its last microframe is over and is completed then, at
+/// DISPATCH_LEVEL, by Run()'s thread.
+class IsochronousSchedule {
+ public:
+  explicit IsochronousSchedule(UsbDeviceState& device) : device_(device) {}
+
+  // All of these but Run() under the device's lock.
+
+  /// @return USBD_STATUS_PENDING, or why the URB is refused; it is the caller's to complete then
+  USBD_STATUS SubmitTransfer(PIRP irp, URB& urb, PDRIVER_CANCEL cancel);
+
+  /// Takes back all transfers of a pipe; the URB is completed behind them.
+  USBD_STATUS SubmitAbort(PIRP irp, URB& urb);
+
+  USBD_STATUS SubmitFrameNumber(PIRP irp, URB& urb);
+
+  /// @return whether the pipe had transfers to take back
+  bool AbortPipe(USBD_PIPE_HANDLE pipe);
+
+  [[nodiscard]] bool HasTransfers(USBD_PIPE_HANDLE pipe) const;
+  bool MarkCancelled(PIRP irp);
+
+  /// What the schedule's thread does until the stack stops.
+  void Run();
+
+ private:
+  enum class Step { Again, Over };
+  struct Notice : UsbRequest {
+    USBD_PIPE_HANDLE AbortedPipe = nullptr;
+  };
+
+  USBD_STATUS PlaceTransfer(UsbPipe& pipe, _URB_ISOCH_TRANSFER& urb, IsochronousTransfer& transfer);
+  [[nodiscard]] ULONG FrameNumber(LONGLONG frame) const;
+  void AcceptNotice(const Notice& notice);
+  Step RunOnce();
+  std::vector<UsbRequest> TakeEnded(LONGLONG now);
+  [[nodiscard]] IsochronousTransfer* FindNext();
+  /// Moves what lies behind a transfer by the time that this was late.
+  void PutOffBehind(const IsochronousTransfer& late, LONGLONG lost);
+  void Read(IsochronousTransfer& transfer);
+  void WaitUntil(LONGLONG time);
+  void WaitForWork();
+
+  UsbDeviceState& device_;
+  std::vector<std::unique_ptr<IsochronousTransfer>> transfers_;  ///< in the order of submission
+  std::vector<Notice> notices_;
+};
+
+}  // namespace lidcam::host

@@ -1,0 +1,134 @@
+// What applications do with their steps.
+
+#include "scenarios/clients/application.h"
+#include "scenarios/clients/client_stage.h"
+
+namespace lidcam::scenarios {
+
+void Application::DoOneThing() {
+  if (chance_.OneIn(4)) Sleep(40 * kMillisecond);
+  if (stream_ != nullptr && !chance_.OneIn(3)) return DoOneThingWithStream();
+  if (!camera_) return OpenCamera();
+  switch (chance_.Below(9)) {
+    case 0:
+      return AskSupport();
+    case 1:
+      return ListFormats();
+    case 2:
+      return Intersect();
+    case 3:
+      return ChangeLevel();
+    case 4:
+      return chance_.OneIn(3) ? CloseCamera() : AskAnything();
+    case 5:
+    case 6:
+      if (stream_ == nullptr) return Connect();
+      return AskAnything();
+    default:
+      return AskAnything();
+  }
+}
+
+void Application::DoOneThingWithStream() {
+  switch (chance_.Below(14)) {
+    case 0:
+    case 1:
+      return ChangeState();
+    case 2:
+    case 3:
+    case 4:
+      RunStream();
+      return TakeFrames(6);
+    case 5:
+      return StopStream();
+    case 6:
+      return UseClock();
+    case 7:
+      return chance_.OneIn(2) ? LookAtStream() : ChangeFormat();
+    case 8:
+      return AskPin();
+    case 9:
+      if (chance_.OneIn(3)) return stream_->CancelBuffers();
+      return chance_.OneIn(3) ? Disconnect() : SetAnyState(KSSTATE_PAUSE);
+    default:
+      return TakeFrames(5);
+  }
+}
+
+void Application::DoAnything(std::uint64_t steps) {
+  for (std::uint64_t i = 0; i < steps; ++i) DoOneThing();
+}
+
+void Application::Stream(std::uint64_t steps) {
+  for (std::uint64_t i = 0; i < steps; ++i) {
+    if (!camera_) {
+      OpenCamera();
+    } else if (stream_ == nullptr) {
+      Connect();
+    } else if (stream_->IsStopped()) {
+      if (chance_.OneIn(3)) UseClock();
+      RunStream();
+      if (stream_->IsStopped()) Sleep(60 * kMillisecond);
+    } else {
+      TakeFrames(4);
+      if (chance_.OneIn(2)) StopStream();
+    }
+  }
+}
+
+void Application::TurnControls(std::uint64_t steps) {
+  OpenOnly();
+  for (std::uint64_t i = 0; i < steps; ++i) {
+    if (chance_.OneIn(3)) Sleep(10 * kMillisecond);
+    chance_.OneIn(3) ? ChangeLevel() : ChangeLight();
+  }
+}
+
+void Application::TurnLight(std::uint64_t steps) {
+  OpenOnly();
+  for (std::uint64_t i = 0; i < steps; ++i) {
+    Sleep(15 * kMillisecond);  // the frame path gets on the bus only between
+    ChangeLight();
+  }
+}
+
+void Application::StreamOn() {
+  OpenOnly();
+  ConnectOnly();
+  RunStream();
+  while (!clients_.IsGoing() && !clients_.IsRestarted()) TakeFrame();
+}
+
+bool Application::FirstStream() {
+  Connect();
+  if (stream_ == nullptr) return false;
+  UseClock();
+  RunStream();
+  TakeFrames(3);
+  ChangeLevel();
+  LookAtStream();
+  SetAnyState(KSSTATE_PAUSE);
+  RunStream();
+  TakeFrames(2);
+  return true;
+}
+
+void Application::SecondStream() {
+  StopStream();
+  ChangeFormat();
+  RunStream();
+  TakeFrames(2);
+}
+
+void Application::Everyday() {
+  OpenCamera();
+  if (!camera_) return;
+  ListFormats();
+  AskSupport();
+  ChangeLevel();
+  AskAnything();
+  if (FirstStream()) SecondStream();
+  End();
+}
+
+}  // namespace lidcam::scenarios

@@ -1,0 +1,182 @@
+#include "scenarios/clients/checked_stream.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "platform/host/client/client_error.h"
+
+namespace lidcam::scenarios {
+namespace {
+
+constexpr LONGLONG kFirstNumber = 2;  // two calls are skipped, and count
+
+// Transfers of a start lie apart, and what the camera sends in between is lost.
+constexpr std::uint64_t kUnevenFrames = 12;
+
+// A client may ask for any interval; beyond these a sum of times wraps or stands still.
+constexpr LONGLONG kLongestInterval = LONGLONG{1} << 40;
+
+constexpr ULONG kStamped = KSSTREAM_HEADER_OPTIONSF_SPLICEPOINT |
+                           KSSTREAM_HEADER_OPTIONSF_TIMEVALID |
+                           KSSTREAM_HEADER_OPTIONSF_DURATIONVALID;
+
+template <typename Action>
+NTSTATUS StatusOf(Action action) {
+  try {
+    action();
+  } catch (const client::ClientError& error) {
+    return error.Status();
+  }
+  return STATUS_SUCCESS;
+}
+
+}  // namespace
+
+CheckedStream::CheckedStream(Stage& stage, bool isSound, const client::Camera& camera,
+                             const client::VideoFormat& format, std::size_t buffers)
+    : stage_(stage),
+      isSound_(isSound),
+      format_(format),
+      room_(format.ImageBytes()),
+      pin_(std::make_unique<client::Stream>(camera, format,
+                                            client::StreamOptions{.Buffers = buffers})) {}
+
+// Whatever failed, the pin tells where it stands; one that can't be asked any more delivers nothing.
+void CheckedStream::LookAtState() {
+  KSSTATE state = KSSTATE_STOP;
+  const NTSTATUS status = StatusOf([&] { state = pin_->State(); });
+  isStopped_ = NT_SUCCESS(status) && state == KSSTATE_STOP;
+  isRunning_ = NT_SUCCESS(status) && state == KSSTATE_RUN;
+  if (!NT_SUCCESS(status)) ForgetFrames();
+  if (!isStopped_) return;
+  isFirst_ = true;
+  isFresh_ = true;
+  nextNumber_.reset();
+}
+
+void CheckedStream::NoteState(KSSTATE wanted, NTSTATUS status) {
+  LookAtState();
+  if (wanted == KSSTATE_RUN) framesSinceRun_ = 0;
+  // A pause that failed leaves a stream that is run as if it never had been.
+  if (!NT_SUCCESS(status) && !isStopped_) ForgetFrames();
+}
+
+// The next frame may be any.
+void CheckedStream::ForgetFrames() {
+  isFirst_ = true;
+  isFresh_ = false;
+  nextNumber_.reset();
+}
+
+NTSTATUS CheckedStream::SetState(KSSTATE state) {
+  const NTSTATUS status = pin_->SetState(state);
+  NoteState(state, status);
+  return status;
+}
+
+NTSTATUS CheckedStream::Run() {
+  const NTSTATUS status = StatusOf([this] { pin_->Run(); });
+  NoteState(KSSTATE_RUN, status);
+  return status;
+}
+
+NTSTATUS CheckedStream::Stop() {
+  const NTSTATUS status = StatusOf([this] { pin_->Stop(); });
+  NoteState(KSSTATE_STOP, status);
+  stage_.RequireAlways(pin_->Queued() == 0, "a stopped stream keeps buffers");
+  return status;
+}
+
+NTSTATUS CheckedStream::SetFormat(const client::VideoFormat& format) {
+  const NTSTATUS status = pin_->SetFormat(format);
+  if (NT_SUCCESS(status)) {
+    stage_.Require(isStopped_, "a stream that isn't stopped takes a format");
+    format_ = format;
+  }
+  return status;
+}
+
+NTSTATUS CheckedStream::UseClock() {
+  const NTSTATUS status = StatusOf([this] { pin_->UseClock(); });
+  if (!NT_SUCCESS(status)) return status;
+  stage_.Require(isStopped_, "a stream that isn't stopped takes a clock");
+  hasClock_ = true;
+  return status;
+}
+
+void CheckedStream::CancelBuffers() {
+  pin_->CancelBuffers();
+  nextNumber_.reset();
+}
+
+// Nothing that can end the run is done while the driver's buffer is lent out.
+NTSTATUS CheckedStream::Take(LONGLONG timeout) {
+  Frame seen{};
+  {
+    const client::NextFrame next = pin_->Next(timeout);
+    if (next.Status != STATUS_SUCCESS) {
+      if (next.Status != STATUS_TIMEOUT) nextNumber_.reset();
+      return next.Status;
+    }
+    const client::Frame& frame = *next.Picture;
+    seen = {frame.PresentationTime(), frame.Duration(),     frame.PictureNumber(),
+            frame.DropCount(),        frame.OptionsFlags(), IsWhole(frame.Bytes()),
+            frame.Bytes().size()};
+  }
+  Check(seen);
+  return STATUS_SUCCESS;
+}
+
+// Every pixel of a picture has the stamp of a frame that the camera has sent, resampled or not.
+bool CheckedStream::IsWhole(std::span<const std::byte> picture) const {
+  const auto pixels =
+      static_cast<std::size_t>(format_.Width()) * static_cast<std::size_t>(format_.Height()) * 2;
+  const auto seen = picture.first(std::min(pixels, picture.size()));
+  if (seen.empty()) return true;
+  const auto stamp = std::to_integer<std::uint8_t>(seen.front());
+  return stage_.Camera().HasSent(stamp) &&
+         std::ranges::all_of(seen, [&seen](std::byte byte) { return byte == seen.front(); });
+}
+
+void CheckedStream::Check(const Frame& frame) {
+  const bool isBeginning = framesSinceRun_++ < kUnevenFrames;
+  stage_.CountFrame(frame.IsWhole);
+  stage_.Require(frame.IsWhole || isBeginning || stage_.AllowsDisturbedFrames(),
+                 "a client gets a torn frame from a camera that nobody disturbs");
+  stage_.Require(frame.Duration == format_.FrameInterval(), "a frame has another duration");
+  stage_.Require(frame.Options == (hasClock_ ? kStamped : KSSTREAM_HEADER_OPTIONSF_SPLICEPOINT),
+                 "a frame has other options");
+  stage_.Require(frame.Bytes == std::min(room_, format_.ImageBytes()),
+                 "a frame has another number of bytes");
+  if (hasClock_) {
+    CheckNumbers(frame);
+  } else {
+    stage_.Require(frame.Time == 0 && frame.Picture == 0 && frame.Drop == 0,
+                   "a frame without a clock is stamped");
+  }
+}
+
+// Of the two numbers one follows from the other: how many frames have gone out.
+void CheckedStream::CheckNumbers(const Frame& frame) {
+  const LONGLONG interval = format_.FrameInterval();
+  const LONGLONG number = frame.Picture - frame.Drop;
+  const bool isUsual = interval > 0 && interval < kLongestInterval;
+  if (isUsual) {
+    const LONGLONG due = frame.Time >= interval ? frame.Time / interval : 0;
+    stage_.Require(frame.Drop == std::max<LONGLONG>(0, due - number), "a drop count is wrong");
+    stage_.Require(isFirst_ || frame.Time > lastTime_, "a presentation time doesn't rise");
+    stage_.Require(isFirst_ || frame.Picture >= lastPicture_, "a picture number falls");
+  }
+  stage_.Require(number >= kFirstNumber, "a frame is delivered that is to be skipped");
+  if (nextNumber_) stage_.Require(number == *nextNumber_, "a frame is lost between two");
+  if (isFresh_ && isSound_) {
+    stage_.Require(number == kFirstNumber, "a stream's first frame has another number");
+  }
+  isFirst_ = false;
+  isFresh_ = false;
+  nextNumber_ = number + 1;
+  lastTime_ = frame.Time;
+  lastPicture_ = frame.Picture;
+}
+
+}  // namespace lidcam::scenarios

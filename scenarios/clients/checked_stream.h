@@ -1,0 +1,73 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "platform/host/client/stream.h"
+#include "scenarios/stage/stage.h"
+
+namespace lidcam::scenarios {
+
+/// A client's stream whose frames are compared with what the pin's rules say about them.
+class CheckedStream {
+ public:
+  /// @param isSound  nothing disturbs the camera, so that frames are whole and counts start at 2
+  CheckedStream(Stage& stage, bool isSound, const client::Camera& camera,
+                const client::VideoFormat& format, std::size_t buffers);
+
+  [[nodiscard]] client::Stream& Pin() { return *pin_; }
+
+  NTSTATUS SetState(KSSTATE state);
+  /// With all buffers handed in on the way.
+  NTSTATUS Run();
+  NTSTATUS Stop();
+  NTSTATUS SetFormat(const client::VideoFormat& format);
+  NTSTATUS UseClock();
+  void CancelBuffers();
+  /// Somebody else may have changed the stream's state.
+  void LookAtState();
+
+  /// Waits for a frame and checks it.
+  /// @return as client::NextFrame has it
+  NTSTATUS Take(LONGLONG timeout);
+
+  /// Frames are to come: it runs, and buffers are with the driver.
+  [[nodiscard]] bool IsToDeliver() const { return isRunning_ && pin_->Queued() != 0; }
+  [[nodiscard]] bool IsStopped() const { return isStopped_; }
+
+ private:
+  /// What a frame's header said about it.
+  struct Frame {
+    LONGLONG Time;
+    LONGLONG Duration;
+    LONGLONG Picture;
+    LONGLONG Drop;
+    ULONG Options;
+    bool IsWhole;
+    std::size_t Bytes;
+  };
+
+  [[nodiscard]] bool IsWhole(std::span<const std::byte> picture) const;
+  void Check(const Frame& frame);
+  void CheckNumbers(const Frame& frame);
+  void ForgetFrames();
+  void NoteState(KSSTATE wanted, NTSTATUS status);
+
+  Stage& stage_;
+  const bool isSound_;
+  client::VideoFormat format_;
+  const std::uint32_t room_;  ///< of each buffer: the pin's framing stays that of the first format
+  std::unique_ptr<client::Stream> pin_;
+  bool hasClock_ = false;
+  bool isStopped_ = true;
+  bool isRunning_ = false;
+  std::uint64_t framesSinceRun_ = 0;
+  LONGLONG lastTime_ = 0;
+  LONGLONG lastPicture_ = 0;
+  bool isFirst_ = true;                 ///< no frame to compare the next one with
+  bool isFresh_ = true;                 ///< no frame has come since the stream was stopped
+  std::optional<LONGLONG> nextNumber_;  ///< the next frame's, if none can have been lost
+};
+
+}  // namespace lidcam::scenarios

@@ -1,0 +1,21 @@
+#pragma once
+
+#include "scenarios/stage/stage.h"
+
+namespace lidcam::scenarios {
+
+// Scenarios of an installed camera and the applications that use it: one to three threads that open,
+// ask, connect and stream in no order, while plug and play, power or the bus do what they want.
+
+void Clients(Stage& stage);
+void TwoClients(Stage& stage);
+void WildClients(Stage& stage);
+void ClientsAndPower(Stage& stage);
+void ClientsAndRestarts(Stage& stage);
+void ClientsAndRemoval(Stage& stage);
+void ClientsAndFaults(Stage& stage);
+void OutOfMemoryClient(Stage& stage);
+void Controls(Stage& stage);
+void StoppedRead(Stage& stage);
+
+}  // namespace lidcam::scenarios

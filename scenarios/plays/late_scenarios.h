@@ -1,0 +1,16 @@
+#pragma once
+
+#include "scenarios/stage/transport_stage.h"
+
+namespace lidcam::scenarios {
+
+// Scenarios of a processor that stops for long at one of the places where the stream's threads meet,
+// while the stream is paused, released and started anew, or the device is stopped and removed.
+
+void LateCompletion(TransportStage& camera);
+void LateFailure(TransportStage& camera);
+void LateTick(TransportStage& camera);
+void LateFrameThread(TransportStage& camera);
+void LateRecovery(TransportStage& camera);
+
+}  // namespace lidcam::scenarios

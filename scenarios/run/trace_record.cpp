@@ -1,0 +1,68 @@
+#include "scenarios/run/trace_record.h"
+
+#include <array>
+#include <cstdarg>
+#include <cstdio>
+
+#include "driver/core/base/camera_trace.h"
+#include "platform/host/nt/scheduling/thread.h"
+
+namespace lidcam::scenarios {
+namespace {
+
+constexpr std::uint64_t kFnvOffset = 0xCBF29CE484222325;
+constexpr std::uint64_t kFnvPrime = 0x100000001B3;
+constexpr std::size_t kLinesKept = 100;
+
+constinit TraceRecord* g_record = nullptr;
+
+[[gnu::format(printf, 1, 0)]] void Take(const char* format, std::va_list arguments) {
+  std::array<char, 240> line{};
+  std::vsnprintf(line.data(), line.size(), format, arguments);
+  if (g_record != nullptr) g_record->Add(line.data());
+}
+
+}  // namespace
+
+TraceRecord::TraceRecord(bool keepsAll) : keepsAll_(keepsAll), hash_(kFnvOffset) {
+  g_record = this;
+  SetCameraTraceSink(Take);
+}
+
+TraceRecord::~TraceRecord() {
+  SetCameraTraceSink(nullptr);
+  g_record = nullptr;
+}
+
+void TraceRecord::Add(std::string_view line) {
+  for (const char letter : line) {
+    hash_ = (hash_ ^ static_cast<unsigned char>(letter)) * kFnvPrime;
+  }
+  hash_ = (hash_ ^ '\n') * kFnvPrime;
+  Look(line);
+  lines_.emplace_back(line);
+  if (!keepsAll_ && lines_.size() > kLinesKept) lines_.pop_front();
+}
+
+void TraceRecord::Look(std::string_view line) {
+  if (line.starts_with("recovery ends")) ++recoveries_;
+  if (line == "recovery has no work item") hasLostWorkItem_ = true;
+  if (line.starts_with("drain abort")) hasFailedDrain_ = !line.ends_with("=00000000");
+  if (line == "drain ends status=00000102") hasFailedDrain_ = true;
+  if (line.starts_with("bus  read") && line.ends_with("stops for good")) NoteStoppedReader();
+}
+
+// The line is the thread's last one: it spins from here on, and time is not to be spent on that.
+void TraceRecord::NoteStoppedReader() {
+  host::Thread& self = host::CurrentThread();
+  self.SpinsForGood = true;
+  stoppedReader_ = &self;
+}
+
+std::string TraceRecord::Text() const {
+  std::string text;
+  for (const std::string& line : lines_) text += line + "\n";
+  return text;
+}
+
+}  // namespace lidcam::scenarios

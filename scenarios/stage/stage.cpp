@@ -1,0 +1,110 @@
+#include "scenarios/stage/stage.h"
+
+#include "platform/host/nt/memory/pool.h"
+#include "platform/host/nt/scheduling/scheduler.h"
+#include "platform/host/nt/scheduling/violation.h"
+#include "platform/host/nt/verifier/kernel_faults.h"
+
+namespace lidcam::scenarios {
+
+Stage::Stage(const RunKey& key, TraceRecord& trace)
+    : RunChecks(key.Seed), key_(key), trace_(trace), chance_(key.Seed, 1) {
+  if (key.Options.HasStalls) RunStalls().BeginAnywhere();
+  if (key.Options.HasExposure) around_ = std::make_unique<Surroundings>(key.Seed);
+}
+
+void Stage::Sleep(LONGLONG time) {
+  LARGE_INTEGER interval{};
+  interval.QuadPart = -time;
+  KeDelayExecutionThread(KernelMode, FALSE, &interval);
+}
+
+void Stage::SleepAWhile(LONGLONG longest) {
+  if (chance_.OneIn(3)) return;
+  Sleep(static_cast<LONGLONG>(chance_.Between(1, static_cast<std::uint64_t>(longest))));
+}
+
+std::u16string Stage::DriverKey() const {
+  return around_ != nullptr ? around_->DriverKey() : std::u16string();
+}
+
+void Stage::SaveSettings(PDEVICE_OBJECT physicalDevice) {
+  if (around_ != nullptr) around_->SaveSettings(physicalDevice);
+}
+
+bus::UsbBus& Stage::LayBus(const PlugOptions& options) {
+  constexpr LONGLONG kUnitsInMicrosecond = 10;
+  StampedCameraOptions camera = options.Camera;
+  camera.Around = around_.get();
+  camera_ = std::make_unique<StampedCamera>(camera);
+  faults_ = std::make_unique<bus::FaultBus>(
+      *camera_, bus::FaultBusOptions{.Script = options.Script,
+                                     .Sleep =
+                                         [](std::uint64_t time) {
+                                           Sleep(static_cast<LONGLONG>(time) * kUnitsInMicrosecond);
+                                         },
+                                     .Observer = {}});
+  interposer_ = std::make_unique<Interposer>();
+  return *faults_;
+}
+
+void Stage::TakeUpBus() {
+  interposer_.reset();
+  faults_.reset();
+}
+
+LONGLONG Stage::AtSwitchPoint(const host::SwitchPlace& place) {
+  if (place.Number == unplugAt_ && camera_ != nullptr) {
+    camera_->Unplug();
+    reachedFault_ = true;
+  }
+  return RunStalls().At(place, host::CurrentWorld().Now());
+}
+
+void Stage::FailAllocation(std::uint64_t number) {
+  isFaultSet_ = true;
+  host::FailPoolAllocation(static_cast<std::uint32_t>(number));
+}
+
+void Stage::FailCall(const char* function, std::uint64_t number, NTSTATUS status) {
+  isFaultSet_ = true;
+  host::FailKernelCall(function, static_cast<std::uint32_t>(number), status);
+}
+
+void Stage::EndFaults() {
+  if (!isFaultSet_) return;
+  isFaultSet_ = false;
+  reachedFault_ =
+      reachedFault_ || (!host::IsPoolFailureToCome() && !host::IsKernelCallFaultToCome());
+  host::FailPoolAllocation(0);
+  host::ClearKernelCallFaults();
+}
+
+RunCounts Stage::Counts() const {
+  RunCounts counts = counts_;
+  counts.Steps = Steps();
+  counts.Recoveries = trace_.RecoveriesEnded();
+  return counts;
+}
+
+// Guards that see an exception on its way leave the kernel alone.
+void Stage::Abandon() {
+  struct Dropper {
+    ~Dropper() { Guest.reset(); }
+    std::unique_ptr<StageGuest> Guest;
+  };
+  ForgetOthers();
+  try {
+    const Dropper dropper{std::move(guest_)};
+    throw host::KernelStopped{};
+  } catch (const host::KernelStopped&) {
+  }
+}
+
+UsbDeviceRecord* Stage::Device() const {
+  const UsbCaptureDevice* const usb = guest_ != nullptr ? guest_->Usb() : nullptr;
+  if (usb == nullptr) return nullptr;
+  return usb->UsbDevice;
+}
+
+}  // namespace lidcam::scenarios

@@ -1,0 +1,129 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "bus/faults/fault_bus.h"
+#include "scenarios/camera/interposer.h"
+#include "scenarios/camera/stamped_camera.h"
+#include "scenarios/camera/surroundings.h"
+#include "scenarios/run/random.h"
+#include "scenarios/run/run_result.h"
+#include "scenarios/run/status_text.h"
+#include "scenarios/run/trace_record.h"
+#include "scenarios/stage/run_checks.h"
+#include "scenarios/stage/stage_guest.h"
+#include "testbed/transport_testbed.h"
+
+namespace lidcam::scenarios {
+
+inline constexpr LONGLONG kMillisecond = testbed::kMillisecond;
+inline constexpr LONGLONG kSecond = testbed::kSecond;
+
+/// What is plugged in.
+struct PlugOptions {
+  StampedCameraOptions Camera{};
+  bus::FaultScript Script{};
+};
+
+/// The world of one run as a scenario sees it: a camera on its bus, with all that can go wrong there and in
+/// the kernel, for a guest that brings the host, and the checks of the run.
+///
+/// All calls but UnplugAt()'s come from the scenario's thread, which is how the platform calls a driver: one
+/// change of a pin's or the device's state at a time.
+class Stage final : public RunChecks {
+ public:
+  Stage(const RunKey& key, TraceRecord& trace);
+
+  [[nodiscard]] Random& Chance() { return chance_; }
+  [[nodiscard]] const RunKey& Key() const { return key_; }
+  [[nodiscard]] TraceRecord& Trace() { return trace_; }
+
+  static void Sleep(LONGLONG time);
+  /// Sleeps up to `longest`; often not at all.
+  void SleepAWhile(LONGLONG longest);
+
+  /// Does one step of the scenario, and notes its status in the trace.
+  template <typename Operation>
+  NTSTATUS Do(const char* name, Operation operation) {
+    Begin(name);
+    const NTSTATUS status = operation();
+    trace_.Add(StepLine(name, status));
+    return status;
+  }
+
+  // ---- The camera on its bus.
+
+  /// For scenarios that need the exposure loop.
+  [[nodiscard]] Surroundings& Around() { return *around_; }
+  [[nodiscard]] StampedCamera& Camera() { return *camera_; }
+  [[nodiscard]] Interposer& Between() { return *interposer_; }
+  [[nodiscard]] bool HasKeptRequest() const {
+    return interposer_ != nullptr && interposer_->HasKeptRequest();
+  }
+
+  /// The bus with its faults, and the camera on it.
+  bus::UsbBus& LayBus(const PlugOptions& options);
+  /// Takes the bus up again. The camera stays, so that it can be looked at.
+  void TakeUpBus();
+  /// Of the camera; empty if it has none.
+  [[nodiscard]] std::u16string DriverKey() const;
+  /// The settings that the camera's user has saved before.
+  void SaveSettings(PDEVICE_OBJECT physicalDevice);
+
+  // ---- What fails.
+
+  /// Pulls the plug at the `number`-th switch point of the run.
+  void UnplugAt(std::uint64_t number) { unplugAt_ = number; }
+  LONGLONG AtSwitchPoint(const host::SwitchPlace& place);
+  /// The `number`-th allocation from now on fails; the `number`-th call of a kernel function.
+  void FailAllocation(std::uint64_t number);
+  void FailCall(const char* function, std::uint64_t number, NTSTATUS status);
+  /// Takes back what has not failed by now.
+  void EndFaults();
+  [[nodiscard]] bool ReachedFault() const { return reachedFault_; }
+
+  // ---- Frames.
+
+  /// From now on a frame may be torn or of a wrong size.
+  void AllowDisturbedFrames() { allowsDisturbed_ = true; }
+  [[nodiscard]] bool AllowsDisturbedFrames() const {
+    return allowsDisturbed_ || WasStalled() || camera_->HasMixedAccesses();
+  }
+  void CountFrame(bool isWhole) { ++(isWhole ? counts_.Frames : counts_.Disturbed); }
+  [[nodiscard]] RunCounts Counts() const;
+
+  // ---- The guest.
+
+  /// In place of the guest before.
+  void Receive(std::unique_ptr<StageGuest> guest) {
+    ForgetOthers();
+    guest_ = std::move(guest);
+  }
+  /// The scenario has been played.
+  void EndGuest() {
+    if (guest_ != nullptr) guest_->End();
+  }
+  /// The world has stopped: lets go of the guest as the world's threads did of what was theirs.
+  void Abandon();
+  /// Of the guest's camera; null if nothing is plugged in.
+  [[nodiscard]] UsbDeviceRecord* Device() const;
+
+ private:
+  const RunKey key_;
+  TraceRecord& trace_;
+  Random chance_;
+  std::unique_ptr<Surroundings> around_;
+  std::unique_ptr<StampedCamera> camera_;
+  std::unique_ptr<bus::FaultBus> faults_;
+  std::unique_ptr<Interposer> interposer_;
+  std::unique_ptr<StageGuest> guest_;
+  std::uint64_t unplugAt_ = 0;
+  bool allowsDisturbed_ = false;
+  RunCounts counts_;
+  bool isFaultSet_ = false;
+  bool reachedFault_ = false;
+};
+
+}  // namespace lidcam::scenarios
