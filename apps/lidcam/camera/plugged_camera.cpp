@@ -135,11 +135,11 @@ void TellNotice(const bus::PluggedDevice& device, bus::UsbNotice notice, std::st
 
 // Without a file there is nothing to wait for: the device was found some other way.
 void AwaitPermission(const bus::PluggedDevice& device) {
-  constexpr std::chrono::milliseconds kRetry{50};
+  constexpr std::chrono::milliseconds kPause{50};
   const auto deadline = std::chrono::steady_clock::now() + kLongestGrant;
   while (::access(device.Node().c_str(), R_OK | W_OK) != 0 && errno == EACCES &&
          std::chrono::steady_clock::now() < deadline) {
-    std::this_thread::sleep_for(kRetry);
+    std::this_thread::sleep_for(kPause);
   }
 }
 
