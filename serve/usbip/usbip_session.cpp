@@ -13,7 +13,7 @@ constexpr std::chrono::seconds kImportLimit{5};
 // Room for the longest request and more behind it.
 constexpr std::size_t kInputLimit = 192 * 1024;
 
-constexpr std::uint8_t kIn = 0x80;
+constexpr std::uint8_t kDeviceToHost = 0x80;
 constexpr std::uint32_t kHighestEndpoint = 15;
 constexpr std::int32_t kUnlinked = -104;  // ECONNRESET
 
@@ -167,13 +167,13 @@ bool UsbipSession::TakeRequest(Time now) {
 }
 
 void UsbipSession::Submit(Request request, Time now) {
-  const auto direction = IsOut(request.Header) ? std::uint8_t{0} : kIn;
+  const auto direction = IsOut(request.Header) ? std::uint8_t{0} : kDeviceToHost;
   const auto address = static_cast<std::uint8_t>(request.Header.Endpoint | direction);
   const EndpointKind kind = camera_->Camera().KindOf(address);
   const bool isStream = kind == EndpointKind::Isochronous && !request.Packets.empty();
   if (kind == EndpointKind::Control && request.Packets.empty()) {
     SubmitControl(std::move(request));
-  } else if (isStream && direction == kIn) {
+  } else if (isStream && direction == kDeviceToHost) {
     pending_->AddTransfer(std::move(request), now);
   } else if (kind == EndpointKind::Interrupt && request.Packets.empty()) {
     pending_->AddUnanswered(request.Header.SequenceNumber);

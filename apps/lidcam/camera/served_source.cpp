@@ -6,6 +6,7 @@
 #include <system_error>
 
 #include "apps/lidcam/base/command_error.h"
+#include "apps/lidcam/camera/frame_faults.h"
 #include "apps/lidcam/camera/plugged_camera.h"
 #include "bus/capture/replay/capture_bus.h"
 #include "bus/faults/fault_source.h"
@@ -47,10 +48,15 @@ serve::CameraSupply::Options ServedCameras(const CameraChoice& choice,
   if (!path) {
     CameraChoice free = choice;
     free.IsFast = true;
-    options.Plug = [free] { return OpenCamera(free); };
+    options.Plug = [free, script = options.Faults] {
+      auto bus = OpenCamera(free);
+      if (script) DisturbFrames(*bus, *script);
+      return bus;
+    };
     return options;
   }
   RequireFile(*path);
+  if (options.Faults) RefuseFrameFaults(*options.Faults);
   const bus::CaptureSource source = OpenCapture(*path, choice.Device);
   TellNotes(source);
   options.Plug = [source] { return std::make_unique<bus::CaptureBus>(source); };

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "apps/lidcam/base/command_error.h"
+#include "apps/lidcam/camera/frame_faults.h"
 #include "apps/lidcam/frames/replay_pipeline.h"
 #include "base/time_units.h"
 #include "bus/faults/fault_source.h"
@@ -26,10 +27,6 @@ void SleepInWorld(std::uint64_t microseconds) {
 
 void TraceFault(const std::string& line) {
   TraceCamera("%s", line.c_str());
-}
-
-bool IsOfFrame(const bus::BusFault& fault) {
-  return fault.Place == bus::FaultPlace::Frame;
 }
 
 }  // namespace
@@ -56,26 +53,13 @@ FaultyPort::FaultyPort(std::unique_ptr<bus::UsbBus> bus, const std::optional<std
   if (faults->empty()) throw UsageError("faults '' are none: give a script, a file or seed=N");
   try {
     const bus::FaultScript script = bus::LoadFaults(*faults, duration);
-    DisturbFrames(script);
+    simulated_ = DisturbFrames(*bus_, script, TraceFault);
     faults_ = std::make_unique<bus::FaultBus>(
         *bus_,
         bus::FaultBusOptions{.Script = script, .Sleep = SleepInWorld, .Observer = TraceFault});
   } catch (const bus::FaultScriptError& error) {
     throw UsageError(error.what());
   }
-}
-
-void FaultyPort::DisturbFrames(const bus::FaultScript& script) {
-  const auto fault = std::ranges::find_if(script.Faults, IsOfFrame);
-  if (fault == script.Faults.end()) return;
-  simulated_ = dynamic_cast<bus::SimulatedBus*>(bus_.get());
-  if (simulated_ == nullptr) {
-    throw UsageError(
-        "fault '" + bus::ToText(*fault) +
-        "' needs a simulated camera, whose frames can be told apart; right for any other "
-        "would be at TIME");
-  }
-  simulated_->DisturbFrames(script, TraceFault);
 }
 
 std::string FaultyPort::Account() const {

@@ -36,9 +36,6 @@ class FaultyPort {
   [[nodiscard]] std::string Account() const;
 
  private:
-  /// Throws UsageError for a fault of frames on a bus that has none.
-  void DisturbFrames(const bus::FaultScript& script);
-
   std::unique_ptr<bus::UsbBus> bus_;
   bus::SimulatedBus* simulated_ = nullptr;  ///< bus_, if it is to disturb its frames
   std::unique_ptr<bus::FaultBus> faults_;

@@ -250,9 +250,7 @@ TEST(UsbredirSession, AStalledStreamIsToldAndEnds) {
   CameraSupply::Options options;
   options.Plug = [] {
     auto bus = bus::MakeSimulatedBus({}, bus::Pacing::FreeRunning);
-    bus->WithCamera([](camera_model::UsbDevice& camera) {
-      camera.Stream().Faults().Add({.Packet = 10, .Kind = camera_model::FaultKind::Stall});
-    });
+    bus->DisturbFrames(bus::ParseFaultScript("frame 1 packet 10 stall"));
     return bus;
   };
   Connection connection(options);

@@ -121,7 +121,11 @@ class ServeTest(CommandLineTest):
         busy = socket.create_server(("127.0.0.1", 0))
         self.addCleanup(busy.close)
         address = f"127.0.0.1:{busy.getsockname()[1]}"
+        capture = self.path("bus.pcap")
+        self.lidcam("record", "--fast", "--frames", "1", "-o", capture)
         for status, arguments, words in (
+                (2, ("--camera", "capture:" + capture, "--faults", "frame 1 lose"),
+                 ("'frame 1", "needs a simulated camera")),
                 (1, ("--listen", address), (address, "Address already in use")),
                 (2, ("--listen", "3240"), ("'3240'", "ADDRESS:PORT")),
                 (2, ("--camera", "sim:1234:5678"), ("1234:5678",)),
