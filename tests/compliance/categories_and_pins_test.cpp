@@ -5,7 +5,7 @@
 #include <cstring>
 
 #include "platform/host/client/client_error.h"
-#include "tests/compliance/compliance_world.h"
+#include "tests/compliance/support/compliance_world.h"
 
 namespace lidcam::compliance {
 namespace {

@@ -7,7 +7,7 @@
 #include "camera_model/bus_adapter/simulated_bus.h"
 #include "platform/host/nt/memory/pool.h"
 #include "testbed/worlds.h"
-#include "tests/compliance/compliance_world.h"
+#include "tests/compliance/support/compliance_world.h"
 
 namespace lidcam::compliance {
 namespace {

@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/compliance/compliance_world.h"
-#include "tests/compliance/frame_rules.h"
+#include "tests/compliance/support/compliance_world.h"
+#include "tests/compliance/support/frame_rules.h"
 
 namespace lidcam::compliance {
 namespace {

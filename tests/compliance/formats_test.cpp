@@ -6,8 +6,8 @@
 #include <tuple>
 
 #include "platform/host/client/client_error.h"
-#include "tests/compliance/compliance_world.h"
-#include "tests/compliance/frame_rules.h"
+#include "tests/compliance/support/compliance_world.h"
+#include "tests/compliance/support/frame_rules.h"
 
 namespace lidcam::compliance {
 namespace {

@@ -4,8 +4,8 @@
 
 #include <vector>
 
-#include "tests/compliance/compliance_world.h"
-#include "tests/compliance/frame_rules.h"
+#include "tests/compliance/support/compliance_world.h"
+#include "tests/compliance/support/frame_rules.h"
 
 namespace lidcam::compliance {
 namespace {

@@ -7,8 +7,8 @@
 #include <array>
 
 #include "scenarios/camera/stamped_camera.h"
-#include "tests/compliance/compliance_world.h"
-#include "tests/compliance/frame_rules.h"
+#include "tests/compliance/support/compliance_world.h"
+#include "tests/compliance/support/frame_rules.h"
 
 namespace lidcam::compliance {
 namespace {

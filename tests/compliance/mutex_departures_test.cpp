@@ -10,7 +10,7 @@
 #include "platform/host/nt/io/plug_and_play.h"
 #include "platform/host/nt/system/wdm_version.h"
 #include "testbed/mutex_departures.h"
-#include "tests/compliance/compliance_world.h"
+#include "tests/compliance/support/compliance_world.h"
 
 namespace lidcam::compliance {
 namespace {

@@ -3,9 +3,9 @@
 #include "platform/host/nt/io/plug_and_play.h"
 
 #include <gtest/gtest.h>
-#include "tests/compliance/compliance_world.h"
-#include "tests/compliance/frame_rules.h"
-#include "tests/compliance/property_table.h"
+#include "tests/compliance/support/compliance_world.h"
+#include "tests/compliance/support/frame_rules.h"
+#include "tests/compliance/support/property_table.h"
 
 namespace lidcam::compliance {
 namespace {

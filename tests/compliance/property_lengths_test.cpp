@@ -5,8 +5,8 @@
 
 #include <cstring>
 
-#include "tests/compliance/compliance_world.h"
-#include "tests/compliance/property_table.h"
+#include "tests/compliance/support/compliance_world.h"
+#include "tests/compliance/support/property_table.h"
 
 namespace lidcam::compliance {
 namespace {

@@ -8,8 +8,8 @@
 #include <string>
 
 #include "driver/exposure/exposure_table.h"
-#include "tests/driver/exposure/exposure_bench.h"
-#include "tests/driver/exposure/operating_points.h"
+#include "tests/driver/exposure/support/exposure_bench.h"
+#include "tests/driver/exposure/support/operating_points.h"
 
 namespace lidcam::test {
 namespace {

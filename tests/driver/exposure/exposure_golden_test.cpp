@@ -7,7 +7,7 @@
 
 #include "driver/exposure/auto_exposure.h"
 #include "driver/exposure/light_state.h"
-#include "tests/driver/exposure/exposure_bench.h"
+#include "tests/driver/exposure/support/exposure_bench.h"
 
 namespace lidcam::test {
 namespace {

@@ -15,8 +15,8 @@
 #include "driver/exposure/frame_exposure_control.h"
 #include "driver/exposure/light_state.h"
 #include "platform/host/nt/system/debug_print.h"
-#include "tests/driver/exposure/exposure_bench.h"
-#include "tests/driver/exposure/exposure_model.h"
+#include "tests/driver/exposure/support/exposure_bench.h"
+#include "tests/driver/exposure/support/exposure_model.h"
 
 namespace lidcam::test {
 namespace {

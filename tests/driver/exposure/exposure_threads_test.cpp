@@ -13,8 +13,8 @@
 #include "driver/exposure/frame_exposure_control.h"
 #include "driver/exposure/light_state.h"
 #include "driver/sensor/registers/register_access.h"
-#include "tests/driver/exposure/exposure_bench.h"
-#include "tests/driver/exposure/operating_points.h"
+#include "tests/driver/exposure/support/exposure_bench.h"
+#include "tests/driver/exposure/support/operating_points.h"
 
 namespace lidcam::test {
 namespace {

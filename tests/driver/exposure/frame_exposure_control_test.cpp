@@ -14,7 +14,7 @@
 #include "driver/exposure/auto_exposure.h"
 #include "driver/exposure/light_state.h"
 #include "driver/sensor/modes/mode_programming.h"
-#include "tests/driver/exposure/exposure_bench.h"
+#include "tests/driver/exposure/support/exposure_bench.h"
 #include "tests/driver/support/record_bytes.h"
 
 namespace lidcam::test {

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "driver/exposure/light_state.h"
-#include "tests/driver/exposure/light_camera.h"
+#include "tests/driver/exposure/support/light_camera.h"
 
 namespace lidcam::test {
 namespace {

@@ -8,7 +8,7 @@
 
 #include "driver/exposure/light_state.h"
 #include "driver/exposure/light_transitions.h"
-#include "tests/driver/exposure/light_camera.h"
+#include "tests/driver/exposure/support/light_camera.h"
 
 namespace lidcam::test {
 namespace {

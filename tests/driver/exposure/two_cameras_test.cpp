@@ -8,8 +8,8 @@
 #include "driver/exposure/auto_exposure.h"
 #include "driver/exposure/frame_exposure_control.h"
 #include "driver/exposure/light_state.h"
-#include "tests/driver/core/bring_up_world.h"
-#include "tests/driver/exposure/exposure_bench.h"
+#include "tests/driver/core/control/bring_up_world.h"
+#include "tests/driver/exposure/support/exposure_bench.h"
 #include "tests/driver/support/register_space.h"
 
 namespace lidcam::test {

@@ -12,7 +12,7 @@
 #include "platform/host/client/camera.h"
 #include "platform/host/client/client_error.h"
 #include "platform/host/nt/io/device_object.h"
-#include "tests/platform/simulation_support.h"
+#include "tests/platform/nt/simulation/simulation_support.h"
 
 namespace lidcam::client {
 namespace {

@@ -11,7 +11,7 @@
 
 #include "platform/host/ks/device/device_block.h"
 #include "tests/platform/ks/class_world.h"
-#include "tests/platform/simulation_support.h"
+#include "tests/platform/nt/simulation/simulation_support.h"
 
 namespace lidcam::host {
 namespace {

@@ -10,7 +10,7 @@
 #include "platform/host/ks/pin/requests/streaming_pin.h"
 #include "platform/host/nt/io/device_object.h"
 #include "platform/host/nt/memory/pool.h"
-#include "tests/platform/simulation_support.h"
+#include "tests/platform/nt/simulation/simulation_support.h"
 
 namespace lidcam::host {
 namespace {

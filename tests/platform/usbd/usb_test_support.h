@@ -13,7 +13,7 @@
 #include "platform/host/nt/verifier/irp_tracker.h"
 #include "platform/host/nt/verifier/kernel_faults.h"
 #include "platform/host/usbd/device/usb_device_stack.h"
-#include "tests/platform/simulation_support.h"
+#include "tests/platform/nt/simulation/simulation_support.h"
 
 namespace lidcam::host {
 

@@ -8,7 +8,7 @@
 
 #include "apps/lidcam/register_sets/set_compiler.h"
 #include "apps/lidcam/register_sets/set_disassembler.h"
-#include "tests/driver/sensor/register_set_bytes.h"
+#include "tests/driver/sensor/register_sets/register_set_bytes.h"
 
 namespace lidcam::app {
 namespace {

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/driver/sensor/register_set_bytes.h"
+#include "tests/driver/sensor/register_sets/register_set_bytes.h"
 
 namespace lidcam::app {
 namespace {

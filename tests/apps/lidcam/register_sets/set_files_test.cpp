@@ -9,7 +9,7 @@
 
 #include "apps/lidcam/register_sets/set_checker.h"
 #include "apps/lidcam/register_sets/set_compiler.h"
-#include "tests/driver/sensor/register_set_bytes.h"
+#include "tests/driver/sensor/register_sets/register_set_bytes.h"
 #include "tests/driver/support/system_root.h"
 
 namespace lidcam::app {

@@ -13,7 +13,7 @@
 #include "driver/avstream/pin/capture_pin.h"
 #include "tests/driver/avstream/support/fake_streaming_class.h"
 #include "tests/driver/avstream/support/stub_device.h"
-#include "tests/platform/simulation_support.h"
+#include "tests/platform/nt/simulation/simulation_support.h"
 
 namespace lidcam::test {
 

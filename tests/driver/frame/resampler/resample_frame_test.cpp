@@ -8,7 +8,7 @@
 #include "platform/host/nt/memory/pool.h"
 #include "platform/host/nt/processor/floating_point_state.h"
 #include "platform/kernel.h"
-#include "tests/driver/frame/resampler/literal_resize.h"
+#include "tests/driver/frame/resampler/support/literal_resize.h"
 
 namespace lidcam {
 namespace {

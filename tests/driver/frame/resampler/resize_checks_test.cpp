@@ -9,7 +9,7 @@
 
 #include "driver/frame/resampler/image_resampler.h"
 #include "driver/frame/resampler/jobs/resize_arguments.h"
-#include "tests/driver/frame/resampler/literal_resize.h"
+#include "tests/driver/frame/resampler/support/literal_resize.h"
 
 namespace lidcam {
 namespace {

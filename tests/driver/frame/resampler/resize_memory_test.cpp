@@ -12,7 +12,7 @@
 #include "driver/frame/resampler/scale_kernels.h"
 #include "driver/frame/resampler/yuy2_scale.h"
 #include "platform/host/nt/memory/pool.h"
-#include "tests/driver/frame/resampler/literal_resize.h"
+#include "tests/driver/frame/resampler/support/literal_resize.h"
 
 namespace lidcam {
 namespace {

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "driver/frame/resampler/image_resampler.h"
-#include "tests/driver/frame/resampler/literal_resize.h"
+#include "tests/driver/frame/resampler/support/literal_resize.h"
 
 namespace lidcam {
 namespace {

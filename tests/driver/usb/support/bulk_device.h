@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "driver/usb/transfers/bulk_transfers.h"
-#include "tests/platform/irp_support.h"
+#include "tests/platform/nt/io/irp_support.h"
 
 namespace lidcam::test {
 

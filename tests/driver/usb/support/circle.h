@@ -13,7 +13,7 @@
 #include "driver/usb/transfers/iso_transfers.h"
 #include "driver/usb/transfers/stream_recovery.h"
 #include "tests/driver/support/register_space.h"
-#include "tests/platform/irp_support.h"
+#include "tests/platform/nt/io/irp_support.h"
 
 namespace lidcam::test {
 

@@ -1,0 +1,219 @@
+#include "driver/avstream/device/rundown.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <new>
+
+#include "tests/platform/nt/simulation/simulation_support.h"
+
+namespace lidcam::test {
+namespace {
+
+using host::kMillisecond;
+
+TEST(Rundown, LetsEverybodyInUntilItIsClosedAndAgainOnceItIsOpen) {
+  host::Simulate({}, [] {
+    Rundown gate;
+    EXPECT_TRUE(gate.Enter());
+    EXPECT_TRUE(gate.Enter());
+    gate.Leave();
+    gate.Leave();
+    gate.Close();
+    EXPECT_FALSE(gate.Enter());
+    gate.Open();
+    EXPECT_TRUE(gate.Enter());
+    gate.Leave();
+  });
+}
+
+TEST(Rundown, ClosingWaitsForTheLastOneInside) {
+  host::Simulate({}, [] {
+    Rundown gate;
+    ASSERT_TRUE(gate.Enter());
+    ASSERT_TRUE(gate.Enter());
+    LONGLONG closedAt = 0;
+    host::TestThread closer([&] {
+      gate.Close();
+      closedAt = host::Now();
+    });
+    host::Sleep(3 * kMillisecond);
+    EXPECT_FALSE(gate.Enter()) << "closed already";
+    gate.Leave();
+    host::Sleep(4 * kMillisecond);
+    EXPECT_EQ(closedAt, 0);
+    gate.Leave();
+    closer.Join();
+    EXPECT_EQ(closedAt, 7 * kMillisecond);
+  });
+}
+
+// A start closes the gate under the device's mutex. Whoever enters it and then takes the mutex may meet
+// that start, and none of the two goes on.
+TEST(Rundown, ALockThatIsTakenInsideAndHeldWhileClosingIsAViolation) {
+  const std::string violation = host::ViolationOf([] {
+    Rundown gate;
+    KMUTEX mutex{};
+    KeInitializeMutex(&mutex, 0);
+    {
+      const RundownHold hold(gate);
+      host::WaitForever(&mutex);
+      KeReleaseMutex(&mutex, FALSE);
+    }
+    host::WaitForever(&mutex);
+    gate.Close();
+  });
+  EXPECT_THAT(violation, testing::StartsWith("rundown: "));
+  EXPECT_THAT(violation, testing::HasSubstr("the other way round"));
+}
+
+TEST(Rundown, TheLockFirstOnBothSidesIsInOrder) {
+  host::Simulate({}, [] {
+    Rundown gate;
+    KMUTEX mutex{};
+    KeInitializeMutex(&mutex, 0);
+    for (int i = 0; i < 2; ++i) {
+      host::WaitForever(&mutex);
+      { const RundownHold hold(gate); }
+      gate.Close();
+      gate.Open();
+      KeReleaseMutex(&mutex, FALSE);
+    }
+  });
+}
+
+TEST(Rundown, ClosingFromWithinIsAViolation) {
+  EXPECT_THAT(host::ViolationOf([] {
+                Rundown gate;
+                const RundownHold hold(gate);
+                gate.Close();
+              }),
+              testing::StartsWith("rundown: "));
+}
+
+TEST(Rundown, AHoldThatWasNotLetInLeavesNothing) {
+  host::Simulate({}, [] {
+    Rundown gate;
+    gate.Close();
+    {
+      const RundownHold hold(gate);
+      EXPECT_FALSE(hold.IsInside());
+    }
+    gate.Open();
+    {
+      const RundownHold hold(gate);
+      EXPECT_TRUE(hold.IsInside());
+    }
+    gate.Close();
+  });
+}
+
+TEST(Rundown, ClosingDoesNotWaitForOneThatHasStoppedForGood) {
+  host::Simulate({}, [] {
+    Rundown gate;
+    ASSERT_TRUE(gate.Enter());
+    gate.Abandon();
+    gate.Close();
+    gate.Open();
+    ASSERT_TRUE(gate.Enter());
+    LONGLONG closedAt = 0;
+    host::TestThread closer([&] {
+      gate.Close();
+      closedAt = host::Now();
+    });
+    host::Sleep(3 * kMillisecond);
+    EXPECT_EQ(closedAt, 0) << "the one that entered since is waited for";
+    gate.Leave();
+    closer.Join();
+    EXPECT_EQ(closedAt, 3 * kMillisecond);
+  });
+}
+
+TEST(Rundown, ClosingEndsAsTheLastOneInsideStopsForGood) {
+  host::Simulate({}, [] {
+    Rundown gate;
+    ASSERT_TRUE(gate.Enter());
+    ASSERT_TRUE(gate.Enter());
+    LONGLONG closedAt = 0;
+    host::TestThread closer([&] {
+      gate.Close();
+      closedAt = host::Now();
+    });
+    host::Sleep(3 * kMillisecond);
+    gate.Leave();
+    host::Sleep(4 * kMillisecond);
+    gate.Abandon();
+    closer.Join();
+    EXPECT_EQ(closedAt, 7 * kMillisecond);
+  });
+}
+
+// Whoever closes may take the gate away, and those that leave or stop touch it no more then.
+TEST(Rundown, IsNotTouchedBehindTheCloseByThoseThatLeaveOrStop) {
+  for (std::uint64_t seed = 1; seed <= 300; ++seed) {
+    const auto close = [] {
+      void* const memory = ExAllocatePoolWithTag(NonPagedPool, sizeof(Rundown), 0x65746147);
+      auto* const gate = new (memory) Rundown;
+      constexpr LONG kUsers = 3;
+      KSEMAPHORE inside;
+      KeInitializeSemaphore(&inside, 0, kUsers);
+      const auto enter = [gate, &inside] {
+        EXPECT_TRUE(gate->Enter());
+        KeReleaseSemaphore(&inside, IO_NO_INCREMENT, 1, FALSE);
+      };
+      const auto use = [gate, enter] {
+        enter();
+        gate->Leave();
+      };
+      host::TestThread first(use);
+      host::TestThread second(use);
+      host::TestThread third([gate, enter] {
+        enter();
+        gate->Abandon();
+      });
+      for (LONG user = 0; user < kUsers; ++user) {
+        KeWaitForSingleObject(&inside, Executive, KernelMode, FALSE, nullptr);
+      }
+      gate->Close();
+      ExFreePool(gate);
+    };
+    EXPECT_EQ(host::ViolationOf(close, {.Seed = seed, .HasPreemptionPoints = true}), "")
+        << "seed " << seed;
+  }
+}
+
+// Nobody is inside while the gate is closed, whatever the order in which all of them get on, and
+// nobody waits for a wake-up that has come already.
+TEST(Rundown, NobodyIsInsideBehindACloseUnderAnySchedule) {
+  LONG entered = 0;
+  host::UnderManySeeds(
+      [&entered] {
+        Rundown gate;
+        volatile LONG inside = 0;
+        const auto use = [&] {
+          for (int i = 0; i < 6; ++i) {
+            const RundownHold hold(gate);
+            if (!hold.IsInside()) continue;
+            InterlockedIncrement(&inside);
+            ++entered;
+            if (i % 2 != 0) host::Sleep(kMillisecond / 10);
+            InterlockedDecrement(&inside);
+          }
+        };
+        host::TestThread first(use);
+        host::TestThread second(use);
+        for (int i = 0; i < 5; ++i) {
+          gate.Close();
+          EXPECT_EQ(InterlockedCompareExchange(&inside, 0, 0), 0);
+          gate.Open();
+          host::Sleep(kMillisecond / 10);
+        }
+        first.Join();
+        second.Join();
+      },
+      200);
+  EXPECT_GT(entered, 200);
+}
+
+}  // namespace
+}  // namespace lidcam::test

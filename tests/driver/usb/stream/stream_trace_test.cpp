@@ -1,0 +1,109 @@
+// The lines that a stream leaves in the camera's trace, without the register accesses.
+
+#include <gtest/gtest.h>
+
+#include <cstdarg>
+#include <cstdio>
+
+#include "driver/core/base/camera_trace.h"
+#include "tests/driver/usb/support/transport_world.h"
+
+namespace lidcam::test {
+namespace {
+
+std::vector<std::string>* g_lines = nullptr;
+
+[[gnu::format(printf, 1, 0)]] void Note(const char* format, std::va_list arguments) {
+  char text[200];
+  std::vsnprintf(text, sizeof(text), format, arguments);
+  const std::string line = text;
+  if (g_lines != nullptr && line.rfind("bus ", 0) != 0) g_lines->push_back(line);
+}
+
+class TraceLines {
+ public:
+  TraceLines() {
+    g_lines = &lines_;
+    SetCameraTraceSink(Note);
+  }
+  TraceLines(const TraceLines&) = delete;
+  TraceLines& operator=(const TraceLines&) = delete;
+  ~TraceLines() {
+    SetCameraTraceSink(nullptr);
+    g_lines = nullptr;
+  }
+
+  std::size_t Remove(const std::string& line) { return std::erase(lines_, line); }
+
+  // The lines since the last call, a line each.
+  std::string Take() {
+    std::string text;
+    for (const std::string& line : lines_) text += line + "\n";
+    lines_.clear();
+    return text;
+  }
+
+ private:
+  std::vector<std::string> lines_;
+};
+
+TEST(StreamTrace, TellsEachStepOfAStreamOnce) {
+  InWorld([](TransportWorld& world) {
+    ASSERT_EQ(world.Start(), STATUS_SUCCESS);
+    TraceLines trace;
+    CameraUsbDevice& device = world.Device();
+    EXPECT_EQ(world.Acquire(), STATUS_SUCCESS);
+    host::Sleep(host::kMillisecond);
+    // The thread begins when it likes.
+    EXPECT_EQ(trace.Remove("frame thread runs"), 1U);
+    EXPECT_EQ(trace.Take(),
+              "usb  setting 7 -> selected\n"
+              "stream on\n"
+              "stream setting=7 size-mode=1 frame-bytes=614466\n"
+              "stream acquire -> 00000000\n");
+    EXPECT_EQ(device.RunStream(), STATUS_SUCCESS);
+    EXPECT_EQ(trace.Take(),
+              "iso start frame=1010 pipe=1\n"
+              "iso started status=00000000\n"
+              "stream run -> 00000000\n");
+    EXPECT_EQ(device.PauseStream(), STATUS_SUCCESS);
+    EXPECT_EQ(trace.Take(),
+              "drain abort status=00000000\n"
+              "watchdog stop idle\n"
+              "drain ends status=00000000\n"
+              "stream pause -> 00000000\n");
+    EXPECT_EQ(device.OnDeviceGone(0), STATUS_SUCCESS);
+    EXPECT_EQ(trace.Take(),
+              "device gone reason=0\n"
+              "frame thread ends dropped=0\n"
+              "stream release -> 00000000\n");
+    EXPECT_EQ(device.StopHardware(), STATUS_SUCCESS);
+    EXPECT_EQ(trace.Take(), "stream hardware stop -> 00000000\n");
+  });
+}
+
+TEST(StreamTrace, TellsEachStepOfARecoveryOnce) {
+  InWorld([](TransportWorld& world) {
+    ASSERT_EQ(world.Start() | world.Acquire() | world.Device().RunStream(), 0);
+    host::Sleep(host::kMillisecond);
+    TraceLines trace;
+    world.Stack.CompleteIso(USBD_STATUS_XACT_ERROR);
+    host::Sleep(600 * host::kMillisecond);
+    EXPECT_EQ(trace.Take(),
+              "iso halted transfer=0 urb status=C0000011\n"
+              "recovery scheduled\n"
+              "recovery abort status=00000000\n"
+              "recovery under way\n"
+              "watchdog reset idle\n"
+              "recovery idle status=00000000\n"
+              "recovery reset status=00000000\n"
+              "stream off\n"
+              "stream setting=7 size-mode=1 frame-bytes=614466\n"
+              "iso start frame=1010 pipe=0\n"
+              "iso started status=00000000\n"
+              "recovery ends status=00000000\n");
+  });
+}
+
+}  // namespace
+}  // namespace lidcam::test

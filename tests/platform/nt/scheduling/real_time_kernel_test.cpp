@@ -1,0 +1,208 @@
+// The same kernel on the machine's threads and clock.
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <thread>
+#include <vector>
+
+#include "tests/platform/nt/simulation/simulation_support.h"
+
+namespace lidcam::host {
+namespace {
+
+using namespace std::chrono_literals;
+
+TEST(RealTimeKernel, PassesItemsBetweenThreadsUnderALock) {
+  constexpr int kItems = 500;
+  struct Item {
+    LIST_ENTRY Link;
+  };
+  LIST_ENTRY list;
+  KSPIN_LOCK lock;
+  KSEMAPHORE ready;
+  InitializeListHead(&list);
+  KeInitializeSpinLock(&lock);
+  KeInitializeSemaphore(&ready, 0, 0x7FFFFFFF);
+  std::vector<Item> items(2 * kItems);
+  LONG count = 0;
+  const auto produce = [&](std::size_t from) {
+    for (std::size_t i = from; i < from + kItems; ++i) {
+      ExInterlockedInsertTailList(&list, &items[i].Link, &lock);
+      InterlockedIncrement(&count);
+      KeReleaseSemaphore(&ready, 0, 1, FALSE);
+    }
+  };
+  TestThread first([&] { produce(0); });
+  TestThread second([&] { produce(kItems); });
+  for (int i = 0; i < 2 * kItems; ++i) {
+    WaitForever(&ready);
+    EXPECT_NE(ExInterlockedRemoveHeadList(&list, &lock), nullptr);
+    InterlockedDecrement(&count);
+  }
+  first.Join();
+  second.Join();
+  EXPECT_EQ(count, 0);
+}
+
+TEST(RealTimeKernel, KeepsThreadsApartWithASpinLock) {
+  KSPIN_LOCK lock;
+  KeInitializeSpinLock(&lock);
+  int counter = 0;
+  const auto count = [&] {
+    for (int i = 0; i < 1000; ++i) {
+      KIRQL level = HIGH_LEVEL;
+      KeAcquireSpinLock(&lock, &level);
+      EXPECT_EQ(level, PASSIVE_LEVEL);
+      EXPECT_EQ(KeGetCurrentIrql(), DISPATCH_LEVEL);
+      ++counter;
+      KeReleaseSpinLock(&lock, level);
+    }
+  };
+  TestThread first(count);
+  TestThread second(count);
+  first.Join();
+  second.Join();
+  EXPECT_EQ(counter, 2000);
+}
+
+TEST(RealTimeKernel, KeepsThreadsApartWithAMutex) {
+  KMUTEX mutex;
+  KeInitializeMutex(&mutex, 0);
+  int counter = 0;
+  const auto count = [&] {
+    for (int i = 0; i < 1000; ++i) {
+      WaitForever(&mutex);
+      ++counter;
+      KeReleaseMutex(&mutex, FALSE);
+    }
+  };
+  std::thread first(count);
+  std::thread second(count);
+  first.join();
+  second.join();
+  EXPECT_EQ(counter, 2000);
+}
+
+TEST(RealTimeKernel, FiresATimersDpcNotAheadOfItsTime) {
+  struct Tick {
+    static void NTAPI Run(PKDPC, PVOID context, PVOID, PVOID) {
+      auto& self = *static_cast<Tick*>(context);
+      self.Level = KeGetCurrentIrql();
+      self.At = Now();
+      KeSetEvent(&self.Done, 0, FALSE);
+    }
+    KDPC Dpc;
+    KTIMER Timer;
+    KEVENT Done;
+    KIRQL Level = 0;
+    LONGLONG At = 0;
+  } tick;
+  KeInitializeDpc(&tick.Dpc, Tick::Run, &tick);
+  KeInitializeTimerEx(&tick.Timer, SynchronizationTimer);
+  KeInitializeEvent(&tick.Done, SynchronizationEvent, FALSE);
+  const LONGLONG before = Now();
+  KeSetTimer(&tick.Timer, Time(-20 * kMillisecond), &tick.Dpc);
+  WaitForever(&tick.Done);
+  EXPECT_EQ(tick.Level, DISPATCH_LEVEL);
+  EXPECT_GE(tick.At - before, 20 * kMillisecond);
+  KeSetTimerEx(&tick.Timer, Time(-kMillisecond), 1, &tick.Dpc);
+  for (int i = 0; i < 5; ++i) WaitForever(&tick.Done);
+  EXPECT_TRUE(KeCancelTimer(&tick.Timer));
+  Sleep(50 * kMillisecond);  // a tick may be under way
+}
+
+TEST(RealTimeKernel, RunsWorkItemsAtPassiveLevel) {
+  struct Work {
+    static void NTAPI Run(PDEVICE_OBJECT, PVOID context) {
+      auto& self = *static_cast<Work*>(context);
+      self.Level = KeGetCurrentIrql();
+      KeSetEvent(&self.Done, 0, FALSE);
+    }
+    KEVENT Done;
+    KIRQL Level = HIGH_LEVEL;
+  } work;
+  KeInitializeEvent(&work.Done, SynchronizationEvent, FALSE);
+  const PIO_WORKITEM item = IoAllocateWorkItem(nullptr);
+  for (int i = 0; i < 100; ++i) {
+    IoQueueWorkItem(item, Work::Run, CriticalWorkQueue, &work);
+    WaitForever(&work.Done);
+  }
+  IoFreeWorkItem(item);
+  EXPECT_EQ(work.Level, PASSIVE_LEVEL);
+}
+
+TEST(RealTimeKernel, TellsTheSystemTimeOfTheMachine) {
+  constexpr LONGLONG kUnixEpoch = 116'444'736'000'000'000;
+  LARGE_INTEGER time{};
+  KeQuerySystemTime(&time);
+  const auto machine = std::chrono::duration_cast<std::chrono::seconds>(
+                           std::chrono::system_clock::now().time_since_epoch())
+                           .count();
+  EXPECT_NEAR(static_cast<double>((time.QuadPart - kUnixEpoch) / kSecond),
+              static_cast<double>(machine), 5.0);
+}
+
+TEST(RealTimeKernel, WaitsForAThreadThatEndsItself) {
+  const auto end = [](PVOID context) {
+    *static_cast<std::atomic<bool>*>(context) = true;
+    PsTerminateSystemThread(STATUS_SUCCESS);
+  };
+  for (int i = 0; i < 50; ++i) {
+    std::atomic<bool> isDone = false;
+    HANDLE handle = nullptr;
+    PsCreateSystemThread(&handle, 0, nullptr, nullptr, nullptr, end, &isDone);
+    PVOID object = nullptr;
+    ObReferenceObjectByHandle(handle, 0, nullptr, KernelMode, &object, nullptr);
+    ZwClose(handle);
+    WaitForever(object);
+    EXPECT_TRUE(isDone);
+    ObDereferenceObject(object);
+  }
+}
+
+TEST(RealTimeKernel, EndsOnlyTheRoutineThatMadeAViolation) {
+  const VerifierCapture capture;
+  KEVENT done;
+  KDPC bad;
+  KDPC good;
+  KeInitializeEvent(&done, SynchronizationEvent, FALSE);
+  KeInitializeDpc(
+      &bad, [](PKDPC, PVOID, PVOID, PVOID) { Sleep(1); }, nullptr);
+  KeInitializeDpc(
+      &good,
+      [](PKDPC, PVOID context, PVOID, PVOID) {
+        KeSetEvent(static_cast<PRKEVENT>(context), 0, FALSE);
+      },
+      &done);
+  for (std::size_t i = 0; i < 4; ++i) {
+    KeInsertQueueDpc(&bad, nullptr, nullptr);
+    KeInsertQueueDpc(&good, nullptr, nullptr);
+    EXPECT_EQ(WaitForever(&done), STATUS_SUCCESS);
+    // The two run at once: the bad one may still be queued when the good one is over.
+    while (capture.Violations().size() <= i) std::this_thread::sleep_for(1ms);
+  }
+}
+
+// A machine thread that the simulation didn't make can't be part of it.
+TEST(RealTimeKernel, RefusesAMachineThreadBesideASimulation) {
+  const VerifierCapture capture;
+  bool isRefused = false;
+  Simulate({}, [&] {
+    std::thread stranger([&] {
+      try {
+        KeGetCurrentIrql();
+      } catch (const KernelStopped&) {
+        isRefused = true;
+      }
+    });
+    stranger.join();
+  });
+  EXPECT_TRUE(isRefused);
+  EXPECT_EQ(capture.Violations().at(0).What,
+            "a machine thread that no simulation made runs beside one");
+}
+
+}  // namespace
+}  // namespace lidcam::host

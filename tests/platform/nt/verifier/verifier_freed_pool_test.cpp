@@ -1,0 +1,153 @@
+// Uses of pool memory that was freed. Under a sanitizer such a use ends the process by itself.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "platform/host/nt/memory/pool.h"
+#include "tests/driver/support/sanitizers.h"
+#include "tests/platform/nt/simulation/simulation_support.h"
+
+namespace lidcam::host {
+namespace {
+
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::MatchesRegex;
+
+constexpr ULONG kTestTag = 0x74736554;  // "Test"
+
+class FreedPool : public testing::Test {
+ protected:
+  void SetUp() override {
+    if (test::kIsSanitized) GTEST_SKIP() << "the sanitizer owns the memory";
+  }
+};
+
+UCHAR* Allocate(SIZE_T size) {
+  auto* const memory = static_cast<UCHAR*>(ExAllocatePoolWithTag(NonPagedPool, size, kTestTag));
+  std::memset(memory, 0x11, size);
+  return memory;
+}
+
+UCHAR Read(const UCHAR* memory, std::size_t offset) {
+  return static_cast<const volatile UCHAR*>(memory)[offset];
+}
+
+TEST_F(FreedPool, ReadOfItIsFoundAtTheNextCall) {
+  EXPECT_THAT(ViolationOf([] {
+                const UCHAR* const memory = Allocate(5000);
+                ExFreePool(const_cast<UCHAR*>(memory));
+                static_cast<void>(Read(memory, 4711));
+                KeGetCurrentIrql();
+                ADD_FAILURE() << "the thread got on";
+              }),
+              MatchesRegex("KeGetCurrentIrql: ahead of it memory 0x.* .5000 bytes, tag 'Test'. was "
+                           "used at byte 4711 after it had been freed"));
+}
+
+TEST_F(FreedPool, WriteToItIsFoundByAThreadThatSpins) {
+  EXPECT_THAT(ViolationOf([] {
+                auto* const memory = static_cast<volatile UCHAR*>(Allocate(300));
+                ExFreePool(const_cast<UCHAR*>(memory));
+                memory[0] = 1;
+                YieldProcessor();
+              }),
+              AllOf(HasSubstr("YieldProcessor: "), HasSubstr("was used at byte 0 after")));
+}
+
+TEST_F(FreedPool, LastUseOfAThreadIsFoundAtItsEnd) {
+  EXPECT_THAT(ViolationOf([] {
+                const UCHAR* const memory = Allocate(300);
+                ExFreePool(const_cast<UCHAR*>(memory));
+                TestThread user([&] { static_cast<void>(Read(memory, 8)); });
+              }),
+              AllOf(HasSubstr("thread: "), HasSubstr("was used at byte 8 after")));
+  EXPECT_THAT(ViolationOf([] {
+                const UCHAR* const memory = Allocate(300);
+                ExFreePool(const_cast<UCHAR*>(memory));
+                static_cast<void>(Read(memory, 8));
+              }),
+              AllOf(HasSubstr("end of the simulation: "), HasSubstr("was used at byte 8 after")));
+}
+
+TEST_F(FreedPool, StillHoldsItsBytesForTheThreadThatUsesIt) {
+  UCHAR read = 0;
+  EXPECT_NE(ViolationOf([&] {
+              const UCHAR* const memory = Allocate(300);
+              ExFreePool(const_cast<UCHAR*>(memory));
+              read = Read(memory, 8);
+            }),
+            "");
+  EXPECT_EQ(read, 0x11);
+}
+
+// Those of one page become inaccessible together.
+TEST_F(FreedPool, UseOfASmallBlockIsFoundOnceItsNeighboursAreFreedToo) {
+  constexpr std::size_t kMoreThanAPage = 200;
+  EXPECT_THAT(ViolationOf([] {
+                std::vector<UCHAR*> blocks;
+                while (blocks.size() < kMoreThanAPage) blocks.push_back(Allocate(24));
+                for (UCHAR* const block : blocks) ExFreePool(block);
+                static_cast<void>(Read(blocks[3], 23));
+              }),
+              HasSubstr("(24 bytes, tag 'Test') was used at byte 23 after it had been freed"));
+}
+
+TEST_F(FreedPool, AddressIsNeverGivenOutAgain) {
+  Simulate({}, [] {
+    std::set<const UCHAR*> addresses;
+    for (std::size_t size = 1; size <= 2000; ++size) {
+      UCHAR* const memory = Allocate(size);
+      EXPECT_TRUE(addresses.insert(memory).second) << size;
+      EXPECT_EQ(reinterpret_cast<std::uintptr_t>(memory) % 16, 0U);
+      ExFreePool(memory);
+    }
+  });
+}
+
+// A hundred MiB, of which the world keeps the last 64.
+TEST_F(FreedPool, LongFreedMemoryIsStillFoundAndReadsAsZeros) {
+  constexpr std::size_t kSize = std::size_t{1} << 20;
+  UCHAR read = 0x77;
+  EXPECT_THAT(ViolationOf([&] {
+                const UCHAR* const first = Allocate(kSize);
+                UCHAR* const kept = Allocate(kSize);
+                ExFreePool(const_cast<UCHAR*>(first));
+                for (int i = 0; i < 100; ++i) ExFreePool(Allocate(kSize));
+                EXPECT_EQ(Read(kept, kSize - 1), 0x11);
+                ExFreePool(kept);
+                read = Read(first, 4096);
+              }),
+              HasSubstr("was used at byte 4096 after"));
+  EXPECT_EQ(read, 0);
+}
+
+TEST_F(FreedPool, IsOrdinaryMemoryForAWorldThatLivesLong) {
+  EXPECT_EQ(ViolationOf(
+                [] {
+                  EXPECT_EQ(CurrentWorld().Arena(), nullptr);
+                  ExFreePool(Allocate(300));
+                },
+                {.KeepsFreedPool = false}),
+            "");
+}
+
+using FreedPoolDeathTest = FreedPool;
+
+TEST_F(FreedPoolDeathTest, AccessThatIsNoUseOfItEndsTheProcessAsEver) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(Simulate({},
+                       [] {
+                         const auto* volatile nowhere = reinterpret_cast<const UCHAR*>(16);
+                         static_cast<void>(Read(nowhere, 0));
+                       }),
+              testing::KilledBySignal(SIGSEGV), "");
+}
+
+}  // namespace
+}  // namespace lidcam::host
