@@ -124,7 +124,7 @@ class ServeTest(CommandLineTest):
         capture = self.path("bus.pcap")
         self.lidcam("record", "--fast", "--frames", "1", "-o", capture)
         for status, arguments, words in (
-                (2, ("--camera", "capture:" + capture, "--faults", "frame 1 lose"),
+                (2, ("--camera", "capture:" + capture, "--faults", "frame 1 packet 5 lose"),
                  ("'frame 1", "needs a simulated camera")),
                 (1, ("--listen", address), (address, "Address already in use")),
                 (2, ("--listen", "3240"), ("'3240'", "ADDRESS:PORT")),
