@@ -114,9 +114,9 @@ TEST(RealTimeKernel, FiresATimersDpcNotAheadOfItsTime) {
 }
 
 TEST(RealTimeKernel, RunsWorkItemsAtPassiveLevel) {
-  struct Work {
+  struct LevelAtWork {
     static void NTAPI Run(PDEVICE_OBJECT, PVOID context) {
-      auto& self = *static_cast<Work*>(context);
+      auto& self = *static_cast<LevelAtWork*>(context);
       self.Level = KeGetCurrentIrql();
       KeSetEvent(&self.Done, 0, FALSE);
     }
@@ -126,7 +126,7 @@ TEST(RealTimeKernel, RunsWorkItemsAtPassiveLevel) {
   KeInitializeEvent(&work.Done, SynchronizationEvent, FALSE);
   const PIO_WORKITEM item = IoAllocateWorkItem(nullptr);
   for (int i = 0; i < 100; ++i) {
-    IoQueueWorkItem(item, Work::Run, CriticalWorkQueue, &work);
+    IoQueueWorkItem(item, LevelAtWork::Run, CriticalWorkQueue, &work);
     WaitForever(&work.Done);
   }
   IoFreeWorkItem(item);
