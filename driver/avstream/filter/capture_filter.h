@@ -15,7 +15,8 @@ class CaptureFilter {
 
   /// Links the object to its filter and adds the pin with the formats that the camera has.
   ///
-  /// A camera whose start has failed half-way is opened like any other, if need be without formats.
+  /// The filter of a camera whose start failed half-way can be opened too, possibly without
+  /// formats.
   ///
   /// @return STATUS_DEVICE_DATA_ERROR as long as nothing is known of the device, formats included
   /// @par Callable at passive level only; takes the filter's control mutex

@@ -150,7 +150,7 @@ ULONG PropertyBlockBytes(const CameraProperty& property, PropertyDirection direc
 
 NTSTATUS TranslateSet(const CameraProperty& property, const void* data, ControlRecord& record) {
   if (property.Translation == nullptr) {
-    // A foreign set's value is the block's address, as far as it fits.
+    // For an unknown set the value is the block's address, cut to 32 bits.
     record.Code = property.Id;
     record.Value = static_cast<std::int32_t>(
         static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(data)));
