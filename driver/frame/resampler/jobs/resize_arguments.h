@@ -21,13 +21,13 @@ struct ResizeArguments {
   std::int32_t Interpolation;
 };
 
-/// What a pixel format asks of the arguments.
+/// A pixel format's requirements on the arguments.
 struct ResizeRules {
-  bool IsPaired;  ///< pixels share chroma by pairs, which nothing may cut
+  bool IsPaired;  ///< pixels share chroma in pairs, which must not be split
   bool (*TakesInterpolation)(const ResizeArguments& arguments);
 };
 
-/// Checks all arguments; the first offence in the order of the checks gives the status.
+/// Checks all arguments; the first check that fails gives the status.
 ResizeStatus CheckResizeArguments(const ResizeArguments& arguments, const ResizeRules& rules);
 
 /// Cuts off what sticks out of the source.
@@ -41,7 +41,7 @@ std::int32_t OutputCount(std::int32_t count, double factor, std::int32_t room, s
 /// Truncates toward zero; what 32 bits don't hold becomes their largest or smallest value.
 std::int32_t TruncateSaturated(double value);
 
-/// What makes up for positions that end a hair below the whole number that they mean.
+/// Added to positions, which rounding may have left slightly below the intended whole number.
 inline constexpr double kPositionSlack = 0.0000001;
 
 }  // namespace lidcam
