@@ -23,7 +23,7 @@ std::uint32_t BitsOf(std::int32_t setting) {
   return static_cast<std::uint32_t>(setting);
 }
 
-// The shadow changes ahead of the write, so that a failed write is made good by the next one.
+// The shadow changes before the write, so that the next write also repairs a failed one.
 Status WriteShadowBits(CameraContext& context, ShadowField shadow, RegisterAddress address,
                        std::uint32_t bits, bool set) {
   const std::uint8_t before = context.*shadow;
