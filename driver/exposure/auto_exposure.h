@@ -38,7 +38,7 @@ extern constinit Shared<std::uint32_t> AeRatio;
 /// @param output     receives the new row
 /// @param lightMode  what bounds the index: LightModeNormal 54, LightModeDummy 76, other values 80.
 ///                   An index above a bound that has just fallen stays until the next step, which
-///                   pulls it down to the bound whichever way it goes
+///                   lowers it to the bound, whatever the step's direction
 /// @return true if `output` has a row to be written to the sensor
 /// @par Callable at any level
 bool AutoExposureStep(std::uint32_t luma, AeOutputRecord& output, std::uint32_t lightMode);

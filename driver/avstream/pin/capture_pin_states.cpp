@@ -55,7 +55,7 @@ void CapturePin::GiveUpStream() {
   ReleaseClock();
 }
 
-// A stream that never ran is not released: it stays prepared until the device goes.
+// A stream that never ran is not released: it stays prepared until the device is removed.
 NTSTATUS CapturePin::StopStream() {
   NTSTATUS result = STATUS_SUCCESS;
   if (StreamState != KSSTATE_STOP) {

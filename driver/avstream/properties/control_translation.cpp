@@ -58,7 +58,7 @@ void TakeCameraControl(ULONG, const void* data, ControlRecord& record) {
                  ((block.Flags & kRelative.Property) != 0 ? kRelative.Record : 0U);
 }
 
-// What is relative now counts as what can be relative.
+// The capabilities report relative values exactly while the value is relative.
 void GiveCameraControl(ULONG, const ControlRecord& record, void* data) {
   auto& block = *static_cast<KSPROPERTY_CAMERACONTROL_S*>(data);
   const std::uint32_t relative = (record.Flags & kRelative.Record) != 0 ? kRelative.Property : 0U;

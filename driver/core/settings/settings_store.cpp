@@ -94,7 +94,7 @@ KEY_VALUE_FULL_INFORMATION* QueryValue(HANDLE key, UNICODE_STRING& name, ULONG l
   }
 }
 
-// `limit` decides whether the value is taken, `room` how many of its bytes are kept.
+// `limit` decides whether the value is accepted, `room` how many of its bytes are stored.
 Status ReadOpenKey(HANDLE key, const WCHAR* name, void* destination, std::size_t room,
                    std::uint32_t& limit) {
   UNICODE_STRING valueName;

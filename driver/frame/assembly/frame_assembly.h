@@ -31,7 +31,7 @@ struct FrameAssembly {
   Shared<std::uint8_t> DiscardFrame;  ///< stream control | frame thread: packets are not stored
   /// stream control | frame thread: the frame end just seen was a bad one; lives for one packet
   Shared<std::uint8_t> BadFrameEnd;
-  std::uint8_t ForcePublish;     ///< the frame end to come is published whatever the state
+  std::uint8_t ForcePublish;     ///< the next frame end is published in any state
   std::uint8_t* RawBuffers;      ///< one block of two raw buffers
   std::uint8_t* ReadyBuffer;     ///< the raw buffer last handed out; at first the first half
   std::uint8_t* FillBuffer;      ///< the raw buffer being filled; at first the second half

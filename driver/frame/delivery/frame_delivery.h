@@ -6,7 +6,7 @@
 
 namespace lidcam {
 
-/// What a delivered frame's stream header says about time and number.
+/// Time and number in a delivered frame's stream header.
 struct FrameStamp {
   Time100ns Time;              ///< presentation time
   Time100ns LastTime;          ///< to be passed to the next call
@@ -50,7 +50,7 @@ Status DeliverFrame(CameraContext& context, std::uint8_t* destination,
                     std::uint32_t destinationSize, std::uint8_t* rawFrame,
                     std::uint32_t rawFrameSize, std::uint32_t& bytesWritten);
 
-/// Where a frame goes.
+/// An application's buffer for a frame.
 struct DeliveryBuffer {
   std::uint8_t* Data;
   std::uint32_t Room;  ///< bytes at `Data`

@@ -9,7 +9,7 @@ namespace {
 /// Bytes by which a frame may miss its expected size and still be good.
 constexpr std::uint32_t kSizeTolerance = 10;
 
-/// Values of `FrameSettleCount`. Only 0 has an effect; from it the count goes 4, 5 and stays.
+/// Values of `FrameSettleCount`. Only 0 has an effect; then the count becomes 4, and stays at 5.
 constexpr std::uint32_t kSettleWanted = 0;
 constexpr std::uint32_t kSettleTaken = 4;
 constexpr std::uint32_t kSettleLast = 5;

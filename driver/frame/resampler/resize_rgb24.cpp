@@ -1,4 +1,4 @@
-// Three bytes a pixel. No camera frame comes this way: the plain form is enough.
+// Three bytes a pixel. No camera frame uses this format: the plain form is enough.
 
 #include <algorithm>
 

@@ -181,7 +181,7 @@ Status ApplyEffect(CameraContext& context) {
   return WriteBridgeRegister(context, BridgeRegister::EffectTint2, isTinted ? 0xA0 : 0);
 }
 
-// The LED is switched off once more, whatever the table of situations did with it.
+// The LED is switched off once more, whatever the light and LED table set.
 Status ApplyLDMode(CameraContext& context) {
   ApplyLightAndLed(context, StreamStart::No, LDModeChange::Yes);
   if (context.LED == LedPolicyOn || context.LDMode == 1) return 0;

@@ -29,7 +29,7 @@ enum class StreamStart : std::uint32_t { No = 0, Yes = 1 };
 enum class LDModeChange : std::uint32_t { No = 0, Yes = 1 };
 
 /// Sets the power bits. Ends without a write if the read fails.
-/// @par It takes the waiting primitives
+/// @par It uses the waiting primitives
 _IRQL_requires_max_(PASSIVE_LEVEL)
 void SetPowerBits(CameraContext& context, SensorPower power);
 
