@@ -20,7 +20,7 @@ constexpr std::uint32_t kPacketsPerTransfer = 32;
 constexpr std::size_t kTransfersInFlight = 7;
 constexpr std::uint8_t kPixel = 0x80;
 
-/// What one transfer of a frame carries: full packets, at the frame's end a rest and empty ones.
+/// The packets of one transfer of a frame: full ones; at the frame's end a rest and empty ones.
 struct TransferPlan {
   std::vector<TransferPacket> Packets;
   std::uint32_t Bytes;
@@ -41,10 +41,11 @@ std::vector<TransferPlan> PlanFrame(std::uint32_t packetSize) {
   return plans;
 }
 
-/// Seven transfers in a circle and the two raw buffers, as in a running stream.
+/// Seven transfers that circulate and the two raw buffers, as in a running stream.
 ///
-/// The camera's part, writing the packets, shrinks to the two bytes at a transfer's head that make
-/// it a frame start or not, so that both contestants read what the other has read before.
+/// Writing the packets, which is the camera's part, is reduced to the two bytes at a transfer's
+/// head that make it a frame start or not, so that both contestants read memory that the other has
+/// read before.
 class Stream {
  public:
   explicit Stream(std::uint32_t packetSize)
@@ -114,7 +115,7 @@ void MeasureAssembly(benchmark::State& state, std::uint32_t packetSize, double g
     timing.Measure(
         state, [&stream] { stream->AssembleFrame(); }, [&stream] { stream->CopyFrame(); });
   }
-  // The last frame is still in the making.
+  // The last frame is not complete yet.
   if (stream->FramesPublished() + 1 != static_cast<std::uint32_t>(state.iterations())) {
     state.SkipWithError("not every frame was published");
   }

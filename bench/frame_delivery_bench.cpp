@@ -1,7 +1,7 @@
-// Delivery of a whole frame against the bare copy or resampling of it over the same buffers: what
-// exposure control, still capture and the choice of the way cost a frame when none of them has
-// anything to do. The sensor is VGA0708 with its automatic exposure off, a steady bright picture
-// and an exposure that stands still, committed now and then as in a stream.
+// Delivery of a whole frame against the bare copy or resampling of it over the same buffers: the
+// cost per frame of exposure control, still capture and the choice of copy or resampling when none
+// of them has anything to do. The sensor is VGA0708 with its automatic exposure off, a steady
+// bright picture and a constant exposure, committed now and then as in a stream.
 
 #include <benchmark/benchmark.h>
 
@@ -20,7 +20,7 @@ namespace {
 constexpr std::size_t kHeaderBytes = 64;
 constexpr std::size_t kRawBufferSize = 921666;
 constexpr std::size_t kApplicationBuffers = 3;
-constexpr std::uint32_t kSmallestRunBytes = 614400;  // so that reading the clock weighs nothing
+constexpr std::uint32_t kSmallestRunBytes = 614400;  // so that reading the clock costs little
 
 struct Size {
   std::int32_t Width;

@@ -10,8 +10,8 @@ namespace lidcam::bench {
 
 /// Compares a subject with a reference that moves the same bytes over the same memory.
 ///
-/// The two run in turn, changing who goes first, so that a busy machine, its clock rate and the
-/// state of the caches meet both alike. What counts is the median of the single runs.
+/// The two run in turn, with alternating order, so that load, clock rate and cache state of the
+/// machine affect both alike. The result is the median of the single runs.
 class PairedTiming {
  public:
   /// @param bytes  bytes that one run of either moves
@@ -27,8 +27,8 @@ class PairedTiming {
     state.SetIterationTime(subjectTimes_.back());
   }
 
-  /// Sets the counters "GBps", "reference_GBps", "ratio" (time over the reference's time) and "goal",
-  /// the ratio not to be exceeded, or 0 if there is none.
+  /// Sets the counters "GBps", "reference_GBps", "ratio" (time over the reference's time) and
+  /// "goal", the highest acceptable ratio, or 0 if there is none.
   void Report(benchmark::State& state, double goal);
 
  private:

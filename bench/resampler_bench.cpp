@@ -1,7 +1,8 @@
 // The resampler's kernels against other libraries' bilinear scalers and against memcpy.
 //
 // All subjects take turns, one scale at a time, so that clock rate, caches and other work on the
-// machine meet them alike. Ours pay for their tables in every scale, as in the driver.
+// machine affect them alike. The driver's kernels build their tables in every scale, as in the
+// driver.
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -61,8 +62,8 @@ double Part(std::vector<double> values, std::size_t quarters) {
   return values[values.size() * quarters / 4];
 }
 
-// How many times as fast as another, turn by turn: a machine that changes its pace between turns
-// changes it for both.
+// Speed as a multiple of another's, turn by turn: a change of the machine's speed between turns
+// affects both.
 double TimesAsFast(const Timing& subject, const Timing& other) {
   std::vector<double> ratios;
   for (std::size_t turn = 0; turn < subject.Turns.size(); ++turn) {
@@ -121,7 +122,7 @@ class PageBuffer {
   std::uint8_t* start_;
 };
 
-/// Every subject of one conversion, and the pictures they work on.
+/// Every subject of one conversion, with its pictures.
 class Contest {
  public:
   explicit Contest(const Conversion& conversion)
@@ -302,7 +303,7 @@ int Run(const std::string& filter, const std::string& outFile, int turns) {
 }  // namespace
 }  // namespace lidcam::bench
 
-// Takes the options of the other benchmark programs as far as they make sense here.
+// Accepts the options of the other benchmark programs as far as they apply here.
 int main(int argc, char** argv) {
   CLI::App app{"Compares the resampler's kernels with other libraries' bilinear scalers."};
   std::string filter = ".";

@@ -1,10 +1,11 @@
 // What a stream of 640x480 costs from the packets on the bus to the published frame, all included: USB
 // stack, transfers, completion, frame thread and assembly; "delivered" is with the pin's delivery.
 //
-// The stream runs in real time, 30 frames a second, over a bus whose packets lie ready in memory: the
-// bus's part is one copy of them, as a host controller would write them. What counts is the processor
-// time of all threads, so that other work on the machine matters little. The reference is memcpy of
-// as many bytes, taken in the same run. What a stream holds of the pool is printed behind it.
+// The stream runs in real time, 30 frames a second, over a bus whose packets lie ready in memory:
+// the bus's part is one copy of them, as a host controller would write them. The result is the
+// processor time of all threads, so that other work on the machine matters little. The reference is
+// memcpy of as many bytes, measured in the same run. The stream's use of the pool is printed after
+// it.
 
 #include <benchmark/benchmark.h>
 
@@ -90,7 +91,7 @@ double CopySeconds() {
   return *middle;
 }
 
-/// @return processor seconds a frame; 0 if the stream doesn't come up
+/// @return processor seconds a frame; 0 if the stream doesn't start
 double SecondsPerFrame(testbed::TransportTestbed& camera) {
   if (!NT_SUCCESS(camera.Start()) || !NT_SUCCESS(camera.Acquire({})) || !NT_SUCCESS(camera.Run())) {
     return 0;
@@ -118,7 +119,7 @@ void MeasureStream(benchmark::State& state, bool isDelivered) {
     state.SetIterationTime(perFrame);
   }
   if (perFrame <= 0) {
-    state.SkipWithError("the stream does not come up");
+    state.SkipWithError("the stream does not start");
     return;
   }
   const double copy = CopySeconds();
@@ -135,7 +136,7 @@ void AsStream(benchmark::internal::Benchmark* benchmark) {
 BENCHMARK_CAPTURE(MeasureStream, published, false)->Name("frame published")->Apply(AsStream);
 BENCHMARK_CAPTURE(MeasureStream, delivered, true)->Name("frame delivered")->Apply(AsStream);
 
-/// What stands in the pool, told by tag: at rest, and for a running stream of 640x480.
+/// Use of the pool by tag: at rest, and for a running stream of 640x480.
 void PrintMemory() {
   bus::SimulatedBus bus({});
   testbed::RunInVirtualTime({.Seed = 1, .KeepsFreedPool = false}, [&bus] {

@@ -33,8 +33,8 @@ struct Rung {
   std::int32_t Step;
 };
 
-// The first rung that holds decides. The far ends are outside what a luminance byte can give below,
-// and bound what AeRatio shows.
+// The first matching rung counts. The first two limit AeRatio; no luminance byte gives a ratio
+// below 128.
 constexpr Rung kLadder[] = {
     {Ratio::Above, 9012, Store::Bound, +24}, {Ratio::Below, 128, Store::Bound, -24},
     {Ratio::Above, 3584, Store::Ratio, +24}, {Ratio::Above, 2560, Store::Ratio, +16},
@@ -85,8 +85,8 @@ std::int32_t WantedStep(std::uint32_t luma) {
   return rung.Step;
 }
 
-// The index as read at the start decides throughout, whatever another camera makes of it meanwhile:
-// the row taken is in the table.
+// The index read at the start is used throughout, whatever another camera changes meanwhile: the
+// row taken is in the table.
 std::int32_t MoveIndex(std::int32_t index, std::int32_t step, std::int32_t limit) {
   const std::int32_t sum = index + step;
   AeIndex = sum;
@@ -121,7 +121,7 @@ bool AutoExposureStep(std::uint32_t luma, AeOutputRecord& output, std::uint32_t 
 
   const std::int32_t step = WantedStep(luma);
   const std::int32_t index = AeIndex;
-  // Equality, not a comparison: an index above the limit is free to move, which brings it down.
+  // Tests for equality only: an index above the limit may move, and then falls to the limit.
   if (index == (step > 0 ? limit : 0)) return false;
   const std::int32_t row = MoveIndex(index, step, limit);
   NT_ASSERT(row >= 0 && row < static_cast<std::int32_t>(kAeTableRows));

@@ -14,8 +14,9 @@ struct AeOutputRecord {
   Shared<std::uint8_t> FineGain;    ///< frame path | frame path, of two cameras
 };
 
-// The state of the exposure loop is one for the whole system: the frame paths of all cameras share it,
-// unguarded, and it outlives streams, so that a stream starts where the last one ended.
+// The state of the exposure loop exists once for the whole system: the frame paths of all cameras
+// share it without a lock, and it outlives streams, so that a stream starts where the last one
+// ended.
 
 /// Calls still to pass before the next step.
 extern constinit Shared<std::uint16_t> AeHoldOff;
@@ -27,7 +28,7 @@ extern constinit Shared<std::int32_t> AeIndex;
 /// Row last chosen; zeros until the first step.
 extern constinit AeOutputRecord AeOutput;
 
-/// Target over measured luminance at the last step wanted, 1024 standing for 1.0. For readers of a
+/// Target over measured luminance when a step was last computed, 1024 for 1.0. For readers of a
 /// memory dump.
 extern constinit Shared<std::uint32_t> AeRatio;
 
@@ -37,8 +38,8 @@ extern constinit Shared<std::uint32_t> AeRatio;
 /// @param output     receives the new row
 /// @param lightMode  what bounds the index: LightModeNormal 54, LightModeDummy 76, other values 80.
 ///                   An index above a bound that has just fallen stays until the next step, which
-///                   pulls it down to the bound whichever way it goes
-/// @return true: `output` has a row that the sensor must be given
+///                   lowers it to the bound, whatever the step's direction
+/// @return true if `output` has a row to be written to the sensor
 /// @par Callable at any level
 bool AutoExposureStep(std::uint32_t luma, AeOutputRecord& output, std::uint32_t lightMode);
 

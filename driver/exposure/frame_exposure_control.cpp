@@ -17,8 +17,8 @@ constinit Shared<std::uint32_t> AeLightMode{0};
 
 namespace {
 
-// A standing exposure is committed soon after it came to stand, and then again and again; a long
-// one more often.
+// A standing exposure is committed soon after its last change, and then repeatedly; a long one more
+// often.
 constexpr std::uint16_t kFirstCommit = 2;
 constexpr std::uint16_t kNextCommit = 45;
 constexpr std::uint16_t kNextCommitOfLongExposure = 25;
@@ -70,7 +70,7 @@ void CommitStandingExposure(CameraContext& context) {
     return;
   }
   if (IsCommitDue(context.CommitCount, current)) {
-    // The waiting path, unlike all else here.
+    // On the waiting path, unlike all other accesses here.
     WriteSensorRegister(context, SensorRegister::Commit, kCommitExposure);
     context.CommitCount = kCountAtCommit;
   }

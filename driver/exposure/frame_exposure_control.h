@@ -13,17 +13,17 @@ extern constinit Shared<std::uint32_t> AppliedExposureLines;
 /// readers of a memory dump.
 extern constinit Shared<std::uint8_t> LastWrittenExposure;
 
-/// The light mode that bounds the exposure index: what the light state machine said when the
+/// The light mode that bounds the exposure index: the light state machine's result when the
 /// exposure loop last ran. Shared by all cameras.
 extern constinit Shared<std::uint32_t> AeLightMode;
 
-/// Steers exposure and light by the statistics in the header of a raw frame. To be called once for
-/// every frame delivered, ahead of any copying of the frame.
+/// Controls exposure and light by the statistics in the header of a raw frame. To be called once
+/// for every frame delivered, before the frame is copied.
 ///
 /// The exposure loop runs on SensorTypeVGA0708 with `AutoExposure` exactly 1 and `Flicker` other
-/// than 0; elsewhere the sensor exposes by itself. The light state machine sees every frame, and a
+/// than 0; elsewhere the sensor exposes by itself. The light state machine gets every frame, and a
 /// standing exposure is committed to SensorTypeVGA0708 now and then whether the loop runs or not.
-/// No failure of a register access is reported: the sensor then stays behind until the next step.
+/// Failed register accesses are not reported: the sensor keeps the old values until the next step.
 ///
 /// Each step writes one trace line, ahead of its register accesses:
 /// "exposure index=54 exposure=7 coarse=3 fine=142 lines=1218".

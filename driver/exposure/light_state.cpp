@@ -104,7 +104,8 @@ void Take(CameraContext& context, const LightTransition& transition, LightReadin
   }
 }
 
-// A transition that is given up for years counts on past the largest number, which is defined here.
+// A transition that is given up for years wraps its count past the largest number, which is defined
+// here.
 void Increment(Shared<std::int32_t>& count) {
   const auto frames = static_cast<std::uint32_t>(static_cast<std::int32_t>(count));
   count = static_cast<std::int32_t>(frames + 1);
@@ -176,7 +177,7 @@ std::uint32_t UpdateLightState(CameraContext& context, std::uint8_t exposure, st
   if (state == LightStateNormal || state == LightStateLowLight) {
     ServeState(context, static_cast<LightState>(state), reading);
   }
-  // A trial entered just now is judged by the frame that opened it.
+  // The frame that opened a trial judges it as well.
   const std::uint32_t now = context.LightState;
   if (now == LightStateDummy) {
     ServeState(context, LightStateDummy, reading);

@@ -14,20 +14,20 @@ enum LightModeNumber : std::uint32_t {
   LightModeDummy = 2,
 };
 
-/// Mode of the state entered last, by whichever camera: all share it, unguarded. While a camera is
-/// Initial it keeps its value.
+/// Mode of the state entered last, by any camera: all share it without a lock. A camera in Initial
+/// doesn't change it.
 extern constinit Shared<std::uint32_t> LightMode;
 
 /// Returns the light state machine to Initial, at each stream start, and sets the limits that the
 /// sensor family has.
 void ResetLightState(CameraContext& context);
 
-/// Shows the light state machine the two numbers of a frame. To be called for every frame
+/// Runs the light state machine with the two numbers of a frame. To be called for every frame
 /// delivered; does nothing on sensors other than SensorTypeVGA0708 and while LDMode is 1.
 ///
-/// Normal and LowLight are left for Dummy, a trial with registers between theirs, which is judged
-/// by the same frame at once. A transition that meets an application access on the bus is given up
-/// for this frame. Register accesses may fail or be refused: the state has moved all the same.
+/// Normal and LowLight are left for Dummy, a trial with registers between theirs, which the same
+/// frame already judges. A transition that meets an application access on the bus is given up for
+/// this frame. Register accesses may fail or be refused: the state changes all the same.
 ///
 /// Trace lines, each ahead of the transition's register accesses: "light Normal -> Dummy exposure=7
 /// luma=41", or instead "light Normal -> Dummy given up: application on the bus". States are named

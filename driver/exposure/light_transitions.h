@@ -10,13 +10,13 @@
 
 namespace lidcam {
 
-/// What the light state machine sees of a frame.
+/// Input of the light state machine from a frame.
 struct LightReading {
   std::uint8_t Exposure;
   std::uint8_t Luma;
 };
 
-// --- What brings a state about -------------------------------------------------------------------
+// --- Entering a state ----------------------------------------------------------------------------
 
 enum class LightRegisters : std::uint8_t { NormalList, LowLightList, TrialPoint };
 
@@ -44,8 +44,8 @@ struct LightRegisterWrite {
   std::uint8_t Value;
 };
 
-/// The trial point, between the register lists of Normal and LowLight, in writing order. It stands
-/// above what the user has set; the normal list brings the user's values back.
+/// The trial point, between the register lists of Normal and LowLight, in writing order. It
+/// overrides the user's settings; the normal list restores them.
 inline constexpr LightRegisterWrite kTrialPoint[] = {
     // Between the 0x2F of Normal and the 0x1F of LowLight.
     {DriverWriteSensorRegister, SensorRegister::Vga0708FrameLength, 0x25},
@@ -88,13 +88,14 @@ inline constexpr LightArrival kInitialLowLight = {
 
 // --- From then on --------------------------------------------------------------------------------
 
-/// What becomes of a transition that meets an application access on the bus.
+/// What a transition does when it meets an application access on the bus.
 enum class LightGiveUp : std::uint8_t {
-  CountAnew,    ///< so many frames again
-  SayAndRetry,  ///< a message, and the next qualifying frame tries again
+  CountAnew,    ///< counts the same number of frames again
+  SayAndRetry,  ///< writes a message; the next qualifying frame tries again
 };
 
-/// A way out of a state, taken by the frame after `Frames` consecutive ones that qualify as well.
+/// A transition out of a state, made by the frame after `Frames` consecutive ones that qualifies as
+/// well.
 struct LightTransition {
   LightState From;
   bool (*Qualifies)(LightReading reading);
@@ -105,8 +106,8 @@ struct LightTransition {
   LightArrival To;
 };
 
-/// Of the ways out of one state a frame counts for the first that it qualifies for; the counts of
-/// the others begin anew. The LED switches on the way into the trial, not at its end.
+/// A frame counts for the first transition of its state that it qualifies for; the counts of the
+/// others restart. The LED switches on the way into the trial, not at its end.
 inline constexpr LightTransition kLightTransitions[] = {
     {
         LightStateNormal,

@@ -31,7 +31,7 @@ constexpr ULONG kPinFlags =
 constexpr ULONG kYuy2Code = 0x32595559;  // "YUY2"
 constexpr WORD kBitsPerPixel = 16;
 
-// The rates a format claims. Those it keeps are the stream mode's business.
+// The frame rates that a format claims. The actual ones depend on the stream mode.
 constexpr LONG kSlowestRate = 1;  // frames a second
 constexpr LONG kUsualRate = 30;
 constexpr LONG kFastestRate = 100;
@@ -93,8 +93,8 @@ constexpr KS_DATARANGE_VIDEO Yuy2Format(LONG width, LONG height) {
   KS_DATARANGE_VIDEO format{};
   format.DataRange = Yuy2Range(imageSize);
   format.bFixedSizeSamples = 1;
-  // Set though nothing is compressed over time: the intersection compares the word, so clients that
-  // know this camera present it set.
+  // Set although nothing is compressed over time: the intersection compares the word, and existing
+  // clients of this camera have it set.
   format.bTemporalCompression = 1;
   format.StreamDescriptionFlags = KS_VIDEOSTREAM_CAPTURE;
   format.ConfigCaps = OneSize(width, height);

@@ -5,9 +5,9 @@
 #include "driver/avstream/properties/property_ids.h"
 #include "platform/kernel.h"
 
-// The records by which the camera tells the platform's streaming class what it is: one device, one
-// filter in two categories, one output pin with its formats, and how its buffers lie. What calls into
-// the camera comes from the code behind it and is handed in.
+// The records that describe the camera to the platform's streaming class: one device, one filter in
+// two categories, one output pin with its formats, and the framing of its buffers. The callbacks
+// are defined by the code of filter and pin and passed in.
 
 namespace lidcam {
 
@@ -19,8 +19,8 @@ inline constexpr GUID kYuy2Subtype =
 
 /// The lists of formats, by GetFormatListIndex(). Every entry is the head of a KS_DATARANGE_VIDEO.
 ///
-/// List 0 has room for 17, of which five are filled and the rest null; the first is the preferred
-/// one. List 1 has one entry, and no camera chooses it.
+/// List 0 has 17 entries, of which the first five are set and the rest null; the first is the
+/// default format. List 1 has one entry; no camera uses it.
 extern const PKSDATARANGE* const CameraFormatList[2];
 
 // ---- Device.
@@ -55,7 +55,7 @@ void FillFilterDescriptor(const KSFILTER_DISPATCH& dispatch, const KSAUTOMATION_
 
 // ---- Pin.
 
-/// The pin brings neither a clock nor an allocator: it uses what the platform gives it.
+/// The pin has neither a clock nor an allocator of its own: it uses the platform's.
 constexpr KSPIN_DISPATCH PinDispatchOf(PFNKSPINIRP create, PFNKSPIN process,
                                        PFNKSPINSETDATAFORMAT setDataFormat,
                                        PFNKSPINSETDEVICESTATE setDeviceState) {
@@ -68,8 +68,8 @@ inline constexpr GUID kStillTriggerEvents = GuidOf(STATIC_KSEVENTSETID_VIDCAPTOS
 
 /// The pin's property and event: `Table`.
 ///
-/// The object stays where it was made, its records point into each other. The event is listed though
-/// the add handler refuses everybody: clients find a camera with a still trigger that never fires.
+/// Must not be moved or copied: its records point into each other. The event is listed although the
+/// add handler always fails: clients find a camera with a still trigger that never fires.
 class PinAutomation {
  public:
   constexpr PinAutomation(PFNKSHANDLER getDroppedFrames, PFNKSADDEVENT addEvent)
@@ -106,15 +106,15 @@ class PinAutomation {
   KSAUTOMATION_TABLE Table{};
 };
 
-/// How a pin's buffers are asked for before there is a format. Every pin has a copy of its own.
+/// Allocator framing of a pin before it has a format. Every pin has its own copy.
 extern const KSALLOCATOR_FRAMING_EX kPinFraming;
 
-/// Makes a pin's own copy of kPinFraming ask for five buffers of one picture each.
+/// Changes a pin's own copy of kPinFraming to request five buffers of one picture each.
 /// @param imageSize  bytes of a picture of the connection's format
 /// @par Callable at any level
 void FitFraming(std::uint32_t imageSize, KSALLOCATOR_FRAMING_EX& framing);
 
-/// What the code behind the pin brings into its descriptor. The first two outlive the filter.
+/// The parts of a pin's descriptor that the pin's code defines. The first two outlive the filter.
 struct PinEntries {
   const KSPIN_DISPATCH* Dispatch;
   const KSAUTOMATION_TABLE* AutomationTable;
@@ -124,7 +124,7 @@ struct PinEntries {
 /// Fills every field.
 ///
 /// @param formatList   0 or 1, into CameraFormatList
-/// @param formatCount  0 up to the room in that list; an empty place is passed on as it stands
+/// @param formatCount  0 to the length of that list; null entries are passed on
 /// @par Callable at any level
 void FillPinDescriptor(const PinEntries& entries, std::int32_t formatList, std::int32_t formatCount,
                        KSPIN_DESCRIPTOR_EX& descriptor);

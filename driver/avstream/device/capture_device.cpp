@@ -12,7 +12,7 @@
 namespace lidcam {
 namespace {
 
-// A camera record that a failed start has left behind goes with the object.
+// A camera record that a failed start has left is freed with the object.
 void NTAPI DestroyCaptureDevice(PVOID object) {
   CameraContext* const camera = static_cast<CaptureDevice*>(object)->Camera;
   if (camera != nullptr) DestroyCameraContext(camera);
@@ -25,11 +25,11 @@ struct PlatformLevel {
   std::int32_t WdmLevel;
 };
 
-// Asked in this order; the first yes counts.
+// Queried in this order; the first supported level counts.
 constexpr PlatformLevel kPlatformLevels[] = {{1, 0x20, 4}, {1, 0x10, 3}, {1, 5, 2}, {1, 0, 1}};
 constexpr std::int32_t kUnknownPlatformLevel = 5;
 
-// Below it the hardware can't start before the platform has finished the start itself.
+// Below this level the hardware can't start before the platform has finished the start itself.
 constexpr std::int32_t kStartsInStart = 3;
 
 std::int32_t AskPlatformLevel() {
@@ -75,7 +75,7 @@ NTSTATUS CaptureDevice::Bind(PKSDEVICE device) {
   return status;
 }
 
-// A block that the bag doesn't take is nobody's.
+// A block that the bag refuses has no owner: it is freed here.
 NTSTATUS CaptureDevice::PublishFilter(PKSDEVICE device) {
   const NTSTATUS status = KsAddItemToObjectBag(device->Bag, FilterDescriptor, nullptr);
   if (!NT_SUCCESS(status)) {
@@ -125,7 +125,7 @@ NTSTATUS CaptureDevice::PnpQueryRemove(PKSDEVICE, PIRP) {
 
 void CaptureDevice::PnpCancelRemove(PKSDEVICE, PIRP) {}
 
-// Hardware that failed to start anew may have left a recovery of the start before.
+// A failed restart of the hardware may have left a recovery of the previous start.
 void CaptureDevice::PnpRemove(PKSDEVICE, PIRP) {
   if (HardwareStarted == 0) {
     WaitForWorkItems();
@@ -221,7 +221,7 @@ std::uint8_t* CaptureDevice::HoldRawFrame(std::uint32_t& size, ReferenceCountedM
   if (held != nullptr && frame != nullptr) Hold(*held);
   KeReleaseSpinLock(&frameMemoryLock_, before);
   if (held == nullptr || frame == nullptr) return nullptr;
-  // A frame published by the stream before lies elsewhere.
+  // A frame published by the previous stream lies in other memory.
   const auto begin = reinterpret_cast<std::uintptr_t>(held->Block);
   const auto at = reinterpret_cast<std::uintptr_t>(frame);
   if (at < begin || at - begin >= held->Size) {

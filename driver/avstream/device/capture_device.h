@@ -13,23 +13,23 @@ namespace lidcam {
 
 struct TransportRecord;
 
-/// What the device's side needs of the pin that consumes its frames. The pins' code sets it; without
-/// it nobody consumes.
+/// Operations of the pin that consumes the device's frames, called by the device. Set by the pins'
+/// code; without it no frame is consumed.
 struct PinOperations {
   /// Nonzero while the pin reads a raw frame. Any thread.
   std::uint8_t (*IsProcessing)(PKSPIN pin);
-  /// Gives the pin the format that stands in its ConnectionFormat. Passive level.
+  /// Applies the format in the pin's ConnectionFormat. Passive level.
   NTSTATUS (*ApplyFormat)(PKSPIN pin);
 };
 
-/// What stands behind the filter that the device shows to applications. The filter's code sets it.
+/// Handlers of the filter that the device shows to applications. Set by the filter's code.
 struct FilterEntries {
   const KSFILTER_DISPATCH* Dispatch;
   const KSAUTOMATION_TABLE* AutomationTable;
 };
 
-/// The device as plug and play, power and the pins see it: what is independent of the bus. All
-/// hardware work is left to the virtual operations.
+/// The part of the device that is independent of the bus, as plug and play, power and the pins use
+/// it. All hardware work is done by the virtual operations.
 ///
 /// The order of the virtual operations is part of the design: slots 0 to 27 here. No virtual
 /// destructor, which would take a slot: the object is destroyed by the platform's object bag.
@@ -44,9 +44,9 @@ class CaptureDevice {
 
   /// Brings the hardware up and creates the camera record. Passive level, once per device start.
   virtual NTSTATUS StartHardware(PKSDEVICE device) = 0;
-  /// Saves the settings, destroys the camera record and takes the hardware's state down.
+  /// Saves the settings, destroys the camera record and releases the hardware's state.
   virtual NTSTATUS StopHardware() = 0;
-  /// @param reason  0 removed, 3 surprise removal: nothing reaches the device from here, and a
+  /// @param reason  0 removed, 3 surprise removal: nothing is sent to the device from now on, and a
   ///                prepared stream is paused and released; 1 and 2 do nothing; above 3
   ///                STATUS_NOT_IMPLEMENTED
   virtual NTSTATUS OnDeviceGone(std::uint32_t reason) = 0;
@@ -59,21 +59,23 @@ class CaptureDevice {
   virtual NTSTATUS ReleaseStream() = 0;
   /// Runs a stream that was paused; 0 for any other.
   virtual NTSTATUS ResumeStream() = 0;
-  /// Brings all transfers home.
+  /// Drains the stream's transfers.
   virtual NTSTATUS PauseStream() = 0;
 
   virtual NTSTATUS PowerDown(DEVICE_POWER_STATE state, DEVICE_POWER_STATE from) = 0;
   virtual NTSTATUS PowerUp(DEVICE_POWER_STATE state, DEVICE_POWER_STATE from,
                            PKS_VIDEOINFOHEADER videoInfo) = 0;
 
-  /// Gives the object to the device's bag, links it to the device and finds out the platform's level.
+  /// Adds the object to the device's bag, links it to the device and determines the platform's
+  /// level.
   virtual NTSTATUS Bind(PKSDEVICE device);
 
   /// Shows the filter to applications and, unless the platform has to finish its own start first,
   /// starts the hardware. `Filter` is set by then.
   ///
-  /// @return STATUS_DEVICE_DATA_ERROR for a device that is started already; what the hardware said if
-  ///         it was started here, also if there is no filter: a failed filter goes unreported then
+  /// @return STATUS_DEVICE_DATA_ERROR for a device that is started already; the status of
+  ///         StartHardware() if it was called here, even if there is no filter: a failed filter is
+  ///         not reported then
   virtual NTSTATUS PnpStart(PKSDEVICE device, PIRP irp, PCM_RESOURCE_LIST translated,
                             PCM_RESOURCE_LIST untranslated);
   virtual NTSTATUS PnpPostStart(PKSDEVICE device);
@@ -90,13 +92,13 @@ class CaptureDevice {
   virtual NTSTATUS PowerQuery(PKSDEVICE device, PIRP irp, DEVICE_POWER_STATE deviceTo,
                               DEVICE_POWER_STATE deviceFrom, SYSTEM_POWER_STATE systemTo,
                               SYSTEM_POWER_STATE systemFrom, POWER_ACTION action);
-  /// Has no result: what fails inside is not reported, and DevicePowerState moves on regardless.
+  /// Returns nothing: failures are not reported, and DevicePowerState changes regardless.
   virtual void PowerSet(PKSDEVICE device, PIRP irp, DEVICE_POWER_STATE to, DEVICE_POWER_STATE from);
 
-  /// A request for one of the camera's properties, see property_requests.h. It keeps the camera's
-  /// record; the hardware is stopped only when it has been answered.
+  /// A request for one of the camera's properties, see property_requests.h. It holds the camera's
+  /// record; the hardware is stopped only after the request has been answered.
   ///
-  /// @param request  a KSIDENTIFIER with what belongs to the property behind it
+  /// @param request  a KSIDENTIFIER, followed by the data that belong to the property
   /// @param data     the value block, as long as the request's OutputBufferLength
   /// @return STATUS_UNSUCCESSFUL while the hardware has not started
   /// @par Callable at passive level only
@@ -109,42 +111,43 @@ class CaptureDevice {
   NTSTATUS AcquireStreamSlot(PKSPIN pin, PKS_VIDEOINFOHEADER videoInfo);
   void ReleaseStreamSlot();
 
-  /// The camera's record, which stays until LetGoOfCamera(); null without a camera. Not for a thread that
-  /// stops the hardware. The device's mutex, if wanted, is taken first: a holder never waits for it. See
-  /// CameraHold.
+  /// The camera's record, which stays valid until LetGoOfCamera(); null without a camera. Not for a
+  /// thread that stops the hardware. A thread that needs the device's mutex takes it first: a
+  /// holder never waits for it. See CameraHold.
   /// @par Callable at dispatch level and below
   CameraContext* HoldCamera();
   void LetGoOfCamera();
 
-  /// The calling thread has stopped for good while it held the record: TakeCamera() no longer waits for it.
+  /// For a thread that has stopped for good while it held the record: TakeCamera() no longer waits
+  /// for it.
   ///
   /// A thread without a hold, such as a recovery's, is counted as well. It stops with the device's mutex
   /// held, and a removal waits for that mutex before it takes the record out of use.
   /// @par Callable at passive level only
   void AbandonCamera();
 
-  /// Stores a finished raw frame; null and 0 take back whatever was shown.
+  /// Stores a finished raw frame; null and 0 withdraw the frame published before.
   /// @par Any thread
   void PublishRawFrame(std::uint8_t* buffer, std::uint32_t size) {
     lidcam::PublishRawFrame(Published, buffer, size);
   }
 
   /// The raw frame last published, or null. It stays published.
-  /// @par Any thread; who reads the frame's bytes takes HoldRawFrame()
+  /// @par Any thread; to read the frame's bytes, use HoldRawFrame()
   std::uint8_t* GetRawFrame(std::uint32_t& size) const {
     return lidcam::GetRawFrame(Published, size);
   }
 
-  /// As GetRawFrame(), with a hold on the memory that the frame lies in: it stays readable until the
-  /// caller lets go, whatever becomes of the stream.
+  /// As GetRawFrame(), with a reference to the frame's memory: it stays readable until the caller
+  /// releases it, even if the stream ends.
   ///
-  /// @param memory  to be let go of by the caller; null if there is no frame
+  /// @param memory  to be released by the caller; null if there is no frame
   /// @return null if there is no frame
   /// @par Callable at dispatch level and below
   std::uint8_t* HoldRawFrame(std::uint32_t& size, ReferenceCountedMemory*& memory);
 
-  /// Says which memory the raw frames lie in from now on; null for none. The owner gives a memory up
-  /// only after it was taken back here.
+  /// Sets the memory that holds the raw frames from now on; null for none. The owner releases a
+  /// memory only after it has been replaced here.
   /// @par Callable at dispatch level and below
   void SetFrameMemory(ReferenceCountedMemory* memory);
 
@@ -152,11 +155,10 @@ class CaptureDevice {
   Shared<DEVICE_POWER_STATE> DevicePowerState{PowerDeviceD0};
   PKSDEVICE KsDevice;
   KSFILTER_DESCRIPTOR* FilterDescriptor = nullptr;  ///< built at start, owned by the device's bag
-  /// stream control | power: of the pin that has the stream slot
+  /// stream control | power: of the pin that holds the stream slot
   Shared<PKS_VIDEOINFOHEADER> StreamVideoInfo{nullptr};
-  Shared<CameraContext*> Camera{nullptr};  ///< stream control | requests, frame path
-  lidcam::TransportRecord* TransportRecord =
-      nullptr;  ///< what the camera record knows as its transport
+  Shared<CameraContext*> Camera{nullptr};              ///< stream control | requests, frame path
+  lidcam::TransportRecord* TransportRecord = nullptr;  ///< the camera record's transport context
   PublishedFrame Published{};
   Shared<std::uint8_t> HardwareStarted{0};  ///< stream control | requests
   volatile LONG StreamSlot = 0;             ///< 1 while a pin holds the single stream
@@ -168,9 +170,10 @@ class CaptureDevice {
   explicit CaptureDevice(PKSDEVICE device);
   ~CaptureDevice() = default;
 
-  /// Takes the camera's record out of use: returns it, or null, when nobody holds it any more.
-  /// @par Callable at passive level only, with or without the device's mutex, once that mutex has been
-  /// taken: it waits for requests, and doesn't count on one that stopped for good under the mutex
+  /// Takes the camera's record out of use: waits for its holders and returns it, or null if there
+  /// is none.
+  /// @par Callable at passive level only. The caller has acquired the device's mutex first, and may
+  /// have released it since: see AbandonCamera()
   CameraContext* TakeCamera();
 
   /// Waits, without a limit, until no work item of the device's is queued or runs: the records that it
@@ -179,7 +182,7 @@ class CaptureDevice {
   void WaitForWorkItems();
 
   volatile LONG workItems_ =
-      0;  ///< raised before one is queued, lowered by its last access to our data
+      0;  ///< incremented before one is queued, decremented by its last access to our data
 
  private:
   NTSTATUS PublishFilter(PKSDEVICE device);

@@ -3,7 +3,7 @@
 namespace lidcam {
 namespace {
 
-// Of the state: users count in its low bits, those of them that have stopped above.
+// Layout of the state: the low bits count the users, the bits above those users that have stopped.
 constexpr LONG kStopped = 0x8000;
 constexpr LONG kUsers = kStopped - 1;
 constexpr LONG kClosed = 0x40000000;
@@ -17,7 +17,7 @@ LONG Read(volatile LONG& state) {
   return InterlockedCompareExchange(&state, 0, 0);
 }
 
-// One atomic step from what `state` is to `change` more of it; what it was before.
+// Adds `change` to `state` atomically; returns the value before.
 LONG Add(volatile LONG& state, LONG change) {
   for (LONG seen = Read(state);;) {
     const LONG before = InterlockedCompareExchange(&state, seen + change, seen);
@@ -45,8 +45,8 @@ bool Rundown::Enter() {
   return false;
 }
 
-// Behind the step that made `state`. The memory may be gone unless Close() waits for this very step:
-// exactly one of the users that leave or stop finds no other one left.
+// Called after the step that made `state`. The memory may be freed already, unless Close() waits
+// for this very step: exactly one of the users that leave or stop finds no other one left.
 void Rundown::WakeCloser(LONG state) {
   const bool isClosed = (state & kClosed) != 0;
   if (isClosed && Awaited(state) == 0) KeSetEvent(&empty_, IO_NO_INCREMENT, FALSE);
@@ -62,7 +62,7 @@ void Rundown::Abandon() {
   WakeCloser(Add(state_, kStopped) + kStopped);
 }
 
-// No user comes in once it is closed, so that the last one leaves once: exactly then the event is set.
+// No user enters after the close, so there is exactly one last user, which sets the event.
 void Rundown::Close() {
   NoteHoldsAwaited(this);
   const LONG before = Add(state_, kClosed);

@@ -19,13 +19,14 @@ class Rundown {
   /// @par Callable at dispatch level and below
   void Leave();
 
-  /// A user stops for good and will never leave: Close() no longer waits for it. Also for a thread that is no
-  /// user, if it holds a lock that is taken ahead of every Close(): then there is no Close() to mislead.
+  /// For a user that has stopped for good and will never leave: Close() no longer waits for it. A
+  /// thread that is no user may call it too, if it holds a lock that every caller of Close() takes
+  /// first: then no Close() is under way.
   /// @par Callable at dispatch level and below
   void Abandon();
 
-  /// Refuses new users, and returns when the last one has left or stopped. One caller at a time, and no
-  /// user.
+  /// Refuses new users, and returns when the last one has left or stopped. One caller at a time,
+  /// which is not a user itself.
   /// @par Callable at passive level only: it waits without limit
   void Close();
 
@@ -39,7 +40,7 @@ class Rundown {
   KEVENT empty_;             ///< set once per Close() that found users
 };
 
-/// A use for a scope, unless the rundown is closed.
+/// Enters a rundown for a scope, unless it is closed.
 class RundownHold {
  public:
   explicit RundownHold(Rundown& rundown) : rundown_(rundown), isInside_(rundown.Enter()) {}

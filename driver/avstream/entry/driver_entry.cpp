@@ -44,7 +44,7 @@ void NTAPI SetDevicePower(PKSDEVICE device, PIRP irp, DEVICE_POWER_STATE to,
   CaptureDeviceOf(device)->PowerSet(device, irp, to, from);
 }
 
-// The platform's own default answers what is null here.
+// Null entries get the platform's default handling.
 constexpr KSDEVICE_DISPATCH CaptureDeviceDispatch{
     AddDevice,
     StartDevice,

@@ -2,7 +2,7 @@
 
 #include "platform/kernel.h"
 
-/// What the platform calls when it has loaded the driver.
-/// @return what the streaming class says to the driver's descriptor
+/// The entry point that the platform calls after it has loaded the driver.
+/// @return the status of the streaming class's initialization
 /// @par Callable at passive level only
 extern "C" NTSTATUS NTAPI DriverEntry(PDRIVER_OBJECT driver, PUNICODE_STRING registryPath);

@@ -16,7 +16,7 @@ void NTAPI DestroyCaptureFilter(PVOID object) {
   ExFreePool(object);
 }
 
-// What the bag has taken it frees itself.
+// The bag frees the object once it owns it.
 NTSTATUS NTAPI CreateFilter(PKSFILTER filter, PIRP irp) {
   void* const memory = ExAllocatePoolWithTag(NonPagedPool, sizeof(CaptureFilter), kFilterTag);
   if (memory == nullptr) return STATUS_INSUFFICIENT_RESOURCES;

@@ -15,9 +15,10 @@ class CaptureFilter {
 
   /// Links the object to its filter and adds the pin with the formats that the camera has.
   ///
-  /// A camera whose start has failed half-way is opened like any other, if need be without formats.
+  /// Succeeds before the hardware has started, too, and after a start that failed half-way: the pin
+  /// then has the formats known so far, possibly none.
   ///
-  /// @return STATUS_DEVICE_DATA_ERROR as long as nothing is known of the device, formats included
+  /// @return the status of the bag or of the pin factory's creation
   /// @par Callable at passive level only; takes the filter's control mutex
   virtual NTSTATUS Create(PKSFILTER filter, PIRP irp);
 

@@ -14,8 +14,8 @@ namespace {
 constexpr ULONG kPinTag = 0x774E434B;   // "KCNw"
 constexpr ULONG kEditTag = 0x56417251;  // "QrAV"
 
-// A pin may be closed without the stop that follows a refused acquire: the slot and the clock that it
-// still has would be lost to every later pin.
+// A pin may be closed without the stop that follows a refused acquire: slot and clock, if not
+// released here, would be lost to every later pin.
 void NTAPI DestroyCapturePin(PVOID object) {
   static_cast<CapturePin*>(object)->GiveUpStream();
   ExFreePool(object);
@@ -25,7 +25,7 @@ CapturePin& PinOf(PKSPIN pin) {
   return *static_cast<CapturePin*>(pin->Context);
 }
 
-// Replaces a record that the platform shows the pin by the pin's own copy.
+// Replaces a record that the platform has set in the pin by the pin's own copy.
 template <typename T>
 NTSTATUS MakeOwn(KSOBJECT_BAG bag, const T*& record) {
   PVOID item = const_cast<T*>(record);
@@ -36,7 +36,7 @@ NTSTATUS MakeOwn(KSOBJECT_BAG bag, const T*& record) {
 
 // ---- Entries.
 
-// What the bag has taken it frees itself.
+// The bag frees the object once it owns it.
 NTSTATUS NTAPI CreatePin(PKSPIN pin, PIRP irp) {
   void* const memory = ExAllocatePoolWithTag(NonPagedPool, sizeof(CapturePin), kPinTag);
   if (memory == nullptr) return STATUS_INSUFFICIENT_RESOURCES;
@@ -51,7 +51,7 @@ NTSTATUS NTAPI ProcessPin(PKSPIN pin) {
   return PinOf(pin).Process(pin);
 }
 
-// A format for a pin that is being created is only checked: the pin takes its copy when it is there.
+// A format for a pin that is being created is only checked: the pin copies it after its creation.
 NTSTATUS ChangeFormat(PKSPIN pin, PKSDATAFORMAT oldFormat, PKSMULTIPLE_ITEM oldAttributes,
                       const KSDATARANGE* dataRange, const KSATTRIBUTE_LIST* attributeRange) {
   const NTSTATUS check = CheckVideoFormat(*pin->ConnectionFormat, *dataRange);
@@ -109,7 +109,7 @@ CapturePin::CapturePin(PKSPIN pin, CaptureDevice* device) : Pin(pin), Device(dev
   KeInitializeSpinLock(&numbersLock_);
 }
 
-// Earlier copies stay in the bag: a frame under way may still read the one before.
+// Earlier copies stay in the bag: a frame under way may still read the previous one.
 KS_VIDEOINFOHEADER* CapturePin::CopyVideoInfo() {
   const KSDATAFORMAT& format = *Pin->ConnectionFormat;
   const ULONG bytes = VideoHeaderBytes(format);

@@ -11,11 +11,10 @@
 
 namespace lidcam {
 
-/// The object behind a connected pin: it agrees on the format, takes the stream through the
-/// platform's states, and delivers the frames. Allocated by the pin's create entry, owned by the
-/// pin's bag.
+/// The object behind a connected pin: it checks the format, takes the stream through the platform's
+/// states, and delivers the frames. Allocated by the pin's create entry, owned by the pin's bag.
 ///
-/// State changes come one at a time, and Process() one at a time, but the two run beside each other.
+/// State changes come one at a time, and Process() one at a time, but the two run concurrently.
 /// The order of the virtual operations is part of the design.
 class CapturePin {
  public:
@@ -23,9 +22,9 @@ class CapturePin {
   CapturePin(const CapturePin&) = delete;
   CapturePin& operator=(const CapturePin&) = delete;
 
-  /// Links the object to its pin and asks for buffers of one picture each.
-  /// @return STATUS_INSUFFICIENT_RESOURCES, or what the platform said. Before the pin's Context is
-  ///         this object its memory is the caller's to free, afterwards the bag's.
+  /// Links the object to its pin and requests buffers of one picture each.
+  /// @return STATUS_INSUFFICIENT_RESOURCES, or the platform's status. Until the pin's Context is
+  ///         this object the caller frees its memory, afterwards the bag does.
   /// @par Callable at passive level only
   virtual NTSTATUS Create(PKSPIN pin, PIRP irp);
 
@@ -45,7 +44,7 @@ class CapturePin {
 
   virtual void Reset(PKSPIN pin);
 
-  /// Takes the format over that stands in the connection, and that was checked.
+  /// Takes over the connection's format, which has been checked.
   /// @return STATUS_INSUFFICIENT_RESOURCES, with the old format kept
   virtual NTSTATUS SetDataFormat(PKSPIN pin, PKSDATAFORMAT oldFormat,
                                  PKSMULTIPLE_ITEM oldAttributes, const KSDATARANGE* dataRange,
@@ -64,27 +63,27 @@ class CapturePin {
   /// The pin's event can't be enabled: always STATUS_NOT_SUPPORTED.
   virtual NTSTATUS AddEvent(PIRP irp, PKSEVENTDATA eventData, KSEVENT_ENTRY* eventEntry);
 
-  /// Gives up the device's stream slot and the clock, as far as the pin has them. Waits for a frame that
-  /// reads the clock.
+  /// Releases the device's stream slot and the clock, if the pin has them. Waits for a frame that
+  /// is reading the clock.
   /// @par Callable at passive level only
   void GiveUpStream();
 
   PKSPIN Pin;
   CaptureDevice* Device;
-  /// stream control | frame path: own copy of the connection's, whole at least
+  /// stream control | frame path: own copy of the connection's, at least a whole structure
   Shared<PKS_VIDEOINFOHEADER> VideoInfo{nullptr};
   IKsReferenceClock* Clock = nullptr;         ///< referenced while HasClock is set
-  KS_FRAME_INFO FrameInfo{};                  ///< what the next frame's header gets
+  KS_FRAME_INFO FrameInfo{};                  ///< copied into the next frame's header
   Shared<KSSTATE> StreamState{KSSTATE_STOP};  ///< stream control | frame path: stop, pause or run
   std::uint8_t Acquired = 0;                  ///< this pin holds the device's stream slot
   std::uint8_t HasClock = 0;
-  CameraContext* Camera = nullptr;       ///< to be used with a hold on the device's only
+  CameraContext* Camera = nullptr;       ///< used only while the device's record is held
   std::uint32_t PublishedFrameSize = 0;  ///< bytes, of the raw frame last seen
   volatile LONG ProcessingCount = 0;     ///< nonzero while a raw frame is being read
-  LONGLONG* FrameCounter = nullptr;      ///< two skipped calls, then frames; since the last start
+  LONGLONG* FrameCounter = nullptr;      ///< since the last start: two skipped calls, then frames
   Time100ns LastPresentationTime = 0;
-  Time100ns ExpectedFrameTime = 0;  ///< a sum that nothing reads
-  Time100ns LastClockTime = 0;      ///< read by nothing
+  Time100ns ExpectedFrameTime = 0;  ///< a sum that is never read
+  Time100ns LastClockTime = 0;      ///< never read
 
  protected:
   ~CapturePin() = default;
@@ -109,14 +108,14 @@ class CapturePin {
   NTSTATUS DeliverRawFrame(PKSSTREAM_POINTER& frame);
   KS_FRAME_INFO CompleteHeader(KSSTREAM_HEADER& header, IKsReferenceClock* clock);
 
-  KSPIN_LOCK numbersLock_;  ///< of counts, times and FrameInfo
-  Rundown clockUse_;        ///< frames that read the clock
+  KSPIN_LOCK numbersLock_;  ///< protects counts, times and FrameInfo
+  Rundown clockUse_;        ///< its users are frames that read the clock
 };
 
-/// What the filter needs to give itself this kind of pin.
+/// The pin's parts of the descriptor that the filter adds.
 extern const PinEntries kPinEntries;
 
-/// What the device's side calls of the pin.
+/// The pin's operations for the device.
 extern const PinOperations kPinOperations;
 
 }  // namespace lidcam

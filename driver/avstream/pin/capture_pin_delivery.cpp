@@ -34,7 +34,7 @@ class RawFrameHold {
   std::uint8_t* const frame_;
 };
 
-/// Counts the pin busy for a scope: the frame thread leaves the raw frame alone meanwhile.
+/// Counts the pin busy for a scope: the frame thread doesn't overwrite the raw frame meanwhile.
 class BusyHold {
  public:
   explicit BusyHold(volatile LONG& count) : count_(count) { InterlockedIncrement(&count_); }
@@ -56,7 +56,7 @@ Time100ns TimeOf(IKsReferenceClock& clock) {
   return clock.GetCorrelatedTime(&systemTime);
 }
 
-// Null if an application has left no room for it behind its header.
+// Null if an application's header has no room for it.
 KS_FRAME_INFO* FrameInfoOf(KSSTREAM_HEADER& header) {
   if (header.Size < kWholeHeader) return nullptr;
   void* const behind = &header + 1;
@@ -78,13 +78,13 @@ void CapturePin::NoteClockTime(Time100ns now, Time100ns interval) {
   if (StreamState == KSSTATE_RUN) LastClockTime = now;
 }
 
-// What may hold the raw frame and the camera's record may not hold them longer than they are read.
+// Raw frame and camera record are held only while they are read.
 NTSTATUS CapturePin::DeliverRawFrame(PKSSTREAM_POINTER& frame) {
   const BusyHold busy(ProcessingCount);
   const CameraHold camera(*Device);
   const RawFrameHold raw(*Device);
   PublishedFrameSize = raw.Size();
-  // The device may have been started anew, with another record, since the pin was made.
+  // The device may have been restarted, with another record, since the pin was created.
   Camera = camera.Camera();
   if (raw.Frame() == nullptr || Camera == nullptr) {
     TraceCamera("pin frame none");
@@ -108,7 +108,7 @@ NTSTATUS CapturePin::DeliverRawFrame(PKSSTREAM_POINTER& frame) {
   return result == -1 ? STATUS_CANCELLED : STATUS_PENDING;
 }
 
-// The counts of the frame, as its header has them.
+// Completes the header; returns the frame's counts.
 KS_FRAME_INFO CapturePin::CompleteHeader(KSSTREAM_HEADER& header, IKsReferenceClock* clock) {
   const PKS_VIDEOINFOHEADER video = VideoInfo;
   const Time100ns interval = video->AvgTimePerFrame;

@@ -28,12 +28,12 @@ const KS_VIDEOINFOHEADER& HeaderAt(const KSDATAFORMAT& block, ULONG offset) {
   return *static_cast<const KS_VIDEOINFOHEADER*>(header);
 }
 
-// In more bits than the numbers have: a sum that would wrap is larger than any block.
+// In 64 bits: a sum that would wrap is larger than any block.
 bool IsHeaderInside(ULONG biSize, ULONG headerAt, ULONG blockSize) {
   return std::uint64_t{biSize} + kBitmapAt + headerAt <= blockSize;
 }
 
-// Null for a range that has no header at all.
+// Null for a range without a header.
 const KS_VIDEOINFOHEADER* HeaderOfRange(const KSDATARANGE& range, const KSDATAFORMAT& format) {
   const bool isFormat = &range == &format || range.FormatSize < sizeof(KS_DATARANGE_VIDEO);
   if (!isFormat) return &HeaderAt(range, kHeaderInRange);
@@ -56,7 +56,7 @@ bool HasSameConfigCaps(const KS_DATARANGE_VIDEO& a, const KS_DATARANGE_VIDEO& b)
   return std::memcmp(&a.ConfigCaps, &b.ConfigCaps, sizeof(a.ConfigCaps)) == 0;
 }
 
-// A field of a header that says to be so long; 0 if the header ends before the field does.
+// A field of a header of the given length; 0 if the header ends before the field does.
 template <typename T>
 T FieldOf(const std::uint8_t* bitmap, ULONG biSize, std::size_t offset) {
   T value{};
@@ -64,8 +64,8 @@ T FieldOf(const std::uint8_t* bitmap, ULONG biSize, std::size_t offset) {
   return value;
 }
 
-// Bytes of a picture whose lines are whole 32-bit words. Products beyond 32 bits wrap: the sizes that
-// the checks let through are far from it.
+// Bytes of a picture whose lines are whole 32-bit words. Products beyond 32 bits wrap: the sizes
+// that pass the checks are far below.
 ULONG ImageSizeOf(LONG width, LONG height, WORD bitCount) {
   const ULONG bits = bitCount * static_cast<ULONG>(width) + 31;
   const ULONG stride = bits / 8 & ~ULONG{3};

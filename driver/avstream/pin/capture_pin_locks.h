@@ -5,8 +5,8 @@
 
 namespace lidcam {
 
-/// Holds the pin's counts and times still for a scope: they are wider than a machine's word, and a
-/// state change resets them beside a frame under way.
+/// Locks the pin's counts and times for a scope: they are wider than a machine word, and a state
+/// change resets them while a frame may be under way.
 class CapturePin::NumbersLock {
  public:
   explicit NumbersLock(CapturePin& pin) : lock_(pin.numbersLock_) {
@@ -21,9 +21,9 @@ class CapturePin::NumbersLock {
   KIRQL before_{};
 };
 
-/// Keeps the pin's clock for a scope, if it has one: a stop waits for that before it gives the pin's
-/// reference up. The clock's own reference count is left alone: nothing says at which level it may be
-/// counted.
+/// Protects the pin's clock for a scope, if it has one: a stop waits for that before it releases
+/// the pin's reference. The clock's own reference count is not used: its documentation does not say
+/// at which level it may be changed.
 class CapturePin::ClockHold {
  public:
   explicit ClockHold(CapturePin& pin) : hold_(pin.clockUse_) {

@@ -55,7 +55,7 @@ void CapturePin::GiveUpStream() {
   ReleaseClock();
 }
 
-// A stream that never ran is not released: it stays prepared until the device goes.
+// A stream that never ran is not released: it stays prepared until the device is removed.
 NTSTATUS CapturePin::StopStream() {
   NTSTATUS result = STATUS_SUCCESS;
   if (StreamState != KSSTATE_STOP) {
@@ -66,7 +66,7 @@ NTSTATUS CapturePin::StopStream() {
   return result;
 }
 
-// A clock that is assigned later goes unnoticed until the next time.
+// A clock that is assigned later is not noticed until the next acquire.
 NTSTATUS CapturePin::AcquireStream() {
   NTSTATUS result = STATUS_SUCCESS;
   if (Acquired == 0) {
@@ -120,7 +120,7 @@ NTSTATUS CapturePin::SetDeviceState(PKSPIN, KSSTATE to, KSSTATE from) {
       break;
     case PinStep::Start: {
       {
-        // Ahead of the first frame, which is one of those to be skipped.
+        // Before the first frame, which is one of those to be skipped.
         const NumbersLock lock(*this);
         *FrameCounter = 0;
       }

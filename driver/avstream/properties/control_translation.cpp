@@ -58,7 +58,7 @@ void TakeCameraControl(ULONG, const void* data, ControlRecord& record) {
                  ((block.Flags & kRelative.Property) != 0 ? kRelative.Record : 0U);
 }
 
-// What is relative now counts as what can be relative.
+// The capabilities report relative values exactly while the value is relative.
 void GiveCameraControl(ULONG, const ControlRecord& record, void* data) {
   auto& block = *static_cast<KSPROPERTY_CAMERACONTROL_S*>(data);
   const std::uint32_t relative = (record.Flags & kRelative.Record) != 0 ? kRelative.Property : 0U;
@@ -150,7 +150,7 @@ ULONG PropertyBlockBytes(const CameraProperty& property, PropertyDirection direc
 
 NTSTATUS TranslateSet(const CameraProperty& property, const void* data, ControlRecord& record) {
   if (property.Translation == nullptr) {
-    // A foreign set's value is the block's address, as far as it fits.
+    // For an unknown set the value is the block's address, cut to 32 bits.
     record.Code = property.Id;
     record.Value = static_cast<std::int32_t>(
         static_cast<std::uint32_t>(reinterpret_cast<std::uintptr_t>(data)));

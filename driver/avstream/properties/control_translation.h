@@ -6,9 +6,9 @@
 
 namespace lidcam {
 
-// A property request and a control record: each says the other's. Pure functions of what they are
-// given, at any level and on any thread. A request whose set is none of the camera's four goes on
-// under its own id; the platform lets none through.
+// Translation between property requests and control records. Pure functions, for any level and
+// thread. A request with an unknown property set is passed on under its own id; the platform lets
+// none through.
 
 enum class PropertyDirection { Set, Get };
 
@@ -17,10 +17,10 @@ struct PropertyTranslation;
 /// A property request, looked up.
 struct CameraProperty {
   ULONG Id;
-  const PropertyTranslation* Translation;  ///< null for a set that is none of the camera's
-  const PropertyCode* Code;                ///< null for an id that the camera doesn't have
+  const PropertyTranslation* Translation;  ///< null for an unknown set
+  const PropertyCode* Code;                ///< null for an unknown id
 
-  /// kRefusedCode for a property that can't be set, or asked.
+  /// kRefusedCode for a property that can't be set or read, respectively.
   [[nodiscard]] ControlCode SetCode() const {
     return Code != nullptr ? Code->SetCode : kRefusedCode;
   }
@@ -29,31 +29,31 @@ struct CameraProperty {
   }
 };
 
-/// Looks a request up, once for all that is then done about it.
+/// Looks a request up once; all steps below use the result.
 CameraProperty FindCameraProperty(const KSIDENTIFIER& request);
 
 /// Bytes of the value block that a translation of the request reads or writes.
 ///
-/// @return 0 for a request that has no translation in that direction, and for one that no control
-///         answers
+/// @return 0 for a request without a translation in that direction, and for one without a control
 ULONG PropertyBlockBytes(const CameraProperty& property, PropertyDirection direction);
 
-/// Puts a set into the record: the code, and those words that the property has a value for. All other
-/// words stay as they came.
+/// Puts a set into the record: the code, and those words that the property has a value for. All
+/// other words are unchanged.
 ///
 /// @param data  PropertyBlockBytes() of value block; aligned to 8 bytes
 /// @return STATUS_NOT_SUPPORTED, with nothing read or written, if the camera can't set the property
 NTSTATUS TranslateSet(const CameraProperty& property, const void* data, ControlRecord& record);
 
-/// Puts a get into the record: the code, and for a register read the register. All other words stay
-/// as they came.
+/// Puts a get into the record: the code, and for a register read the register. All other words are
+/// unchanged.
 ///
 /// @param data  as for TranslateSet()
-/// @return STATUS_NOT_SUPPORTED, with nothing read or written, if no control answers the property
+/// @return STATUS_NOT_SUPPORTED, with nothing read or written, if the property has no control to
+///         read
 NTSTATUS TranslateGet(const CameraProperty& property, const void* data, ControlRecord& record);
 
-/// Puts the answer that GetControl() left in the record into the value block. Words that the property
-/// has no answer for stay as they are.
+/// Puts the answer that GetControl() left in the record into the value block. Words that the
+/// property has no answer for are unchanged.
 ///
 /// @param data  as for TranslateSet()
 void TranslateReply(const CameraProperty& property, const ControlRecord& record, void* data);

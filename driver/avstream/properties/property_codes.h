@@ -8,10 +8,10 @@
 
 namespace lidcam {
 
-/// In place of a code in a direction that no control answers.
+/// The code of a direction that no control handles.
 inline constexpr ControlCode kRefusedCode{0xFFFFFFFF};
 
-/// What a property asks of the camera.
+/// Control codes and block sizes of a property.
 struct PropertyCode {
   ULONG Id;
   ControlCode SetCode;
@@ -44,7 +44,7 @@ inline constexpr PropertyCode kVideoProcAmpCodes[] = {
     LevelCode(KSPROPERTY_VIDEOPROCAMP_BACKLIGHT_COMPENSATION, ControlCode::BackLight),
 };
 
-// The exposure alone has an item in the filter's tables and a control behind its code.
+// Of these only the exposure has an item in the filter's tables and a control for its code.
 inline constexpr PropertyCode kCameraControlCodes[] = {
     LevelCode(KSPROPERTY_CAMERACONTROL_PAN, ControlCode::PanOrTilt),
     LevelCode(KSPROPERTY_CAMERACONTROL_TILT, ControlCode::PanOrTilt),
@@ -54,7 +54,7 @@ inline constexpr PropertyCode kCameraControlCodes[] = {
     LevelCode(KSPROPERTY_CAMERACONTROL_FOCUS, ControlCode::Focus),
 };
 
-// The list of frame rates is no control's: it depends on the request alone.
+// The list of frame rates has no control: it depends on the request alone.
 inline constexpr PropertyCode kVideoControlCodes[] = {
     {KSPROPERTY_VIDEOCONTROL_CAPS, kRefusedCode, ControlCode::TriggerCapabilities, 0,
      sizeof(KSPROPERTY_VIDEOCONTROL_CAPS_S)},
@@ -94,13 +94,13 @@ inline constexpr PropertyCodes kPropertyCodes[] = {
     {&PROPSETID_CAMERA_PRIVATE, kPrivateCodes},
 };
 
-/// A property as a client names it.
+/// The set and id by which a client names a property.
 struct PropertyName {
   const GUID* Set;
   ULONG Id;
 };
 
-/// The property by which a client asks for a control; a null set if there is none.
+/// The property of a control; a null set if there is none.
 /// @par Any thread, and at compile time
 constexpr PropertyName PropertyOf(ControlCode control) {
   for (const PropertyCodes& set : kPropertyCodes) {

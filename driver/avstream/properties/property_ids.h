@@ -4,7 +4,7 @@
 
 namespace lidcam {
 
-/// A GUID of the numbers that the platform publishes as STATIC_ and the GUID's name.
+/// A GUID made of the numbers that the platform publishes as STATIC_ and the GUID's name.
 constexpr GUID GuidOf(ULONG data1, USHORT data2, USHORT data3, UCHAR b0, UCHAR b1, UCHAR b2,
                       UCHAR b3, UCHAR b4, UCHAR b5, UCHAR b6, UCHAR b7) {
   return {data1, data2, data3, {b0, b1, b2, b3, b4, b5, b6, b7}};
@@ -16,13 +16,13 @@ inline constexpr GUID kCameraControlSet = GuidOf(STATIC_PROPSETID_VIDCAP_CAMERAC
 inline constexpr GUID kVideoControlSet = GuidOf(STATIC_PROPSETID_VIDCAP_VIDEOCONTROL);
 inline constexpr GUID kGeneralPropertyTypes = GuidOf(STATIC_KSPROPTYPESETID_General);
 
-/// What no published set has: orientation, mains frequency, light and LED, raw registers, stills.
+/// The camera's private set: orientation, mains frequency, light and LED, raw registers, stills.
 inline constexpr GUID PROPSETID_CAMERA_PRIVATE =
     GuidOf(0xA4C6088B, 0x6B7D, 0x4F4C, 0x98, 0x19, 0xDC, 0x3A, 0x3C, 0xAD, 0x13, 0x0E);
 
 /// Ids of PROPSETID_CAMERA_PRIVATE. There is no 12.
 enum PrivateProperty : ULONG {
-  PrivatePropertyUnused = 10,  ///< can't be asked, and a set does nothing
+  PrivatePropertyUnused = 10,  ///< can't be read, and a set does nothing
   PrivatePropertyEffect = 11,
   PrivatePropertyFlicker = 13,
   PrivatePropertyMirror = 14,
@@ -30,7 +30,7 @@ enum PrivateProperty : ULONG {
   PrivatePropertyRegister = 16,  ///< reads or writes a register under the select in force
   PrivatePropertyClearOnRead = 17,
   PrivatePropertyLight = 18,  ///< light mode and LED
-  PrivatePropertyStill = 19,  ///< a set arms a still, a get tells whether the camera streams
+  PrivatePropertyStill = 19,  ///< a set arms a still, a get reports whether the camera streams
   PrivatePropertyStored44 = 20,
   PrivatePropertyStored45 = 21,
   PrivatePropertyStored46 = 22,
@@ -38,8 +38,8 @@ enum PrivateProperty : ULONG {
 
 /// The value block of every private property, in the client's memory.
 ///
-/// The property's head stands as words: the platform's type is aligned to 8 bytes, which would round
-/// the block up to 56.
+/// The property's head is declared as words: the platform's type is aligned to 8 bytes, which would
+/// round the block up to 56.
 struct PrivatePropertyBlock {
   ULONG Property[6];  ///< a KSPROPERTY
   LONG Value;
@@ -52,7 +52,7 @@ static_assert(sizeof(KSPROPERTY) == 24);
 static_assert(sizeof(PrivatePropertyBlock) == 52);
 
 /// Where a read of PrivatePropertyRegister takes the register from: far behind the block, so that
-/// its clients hand in kRegisterReadBytes at least.
+/// clients pass kRegisterReadBytes at least.
 inline constexpr ULONG kRegisterReadOffset = 128;
 inline constexpr ULONG kRegisterReadBytes = kRegisterReadOffset + sizeof(LONG);
 

@@ -22,7 +22,7 @@ NTSTATUS RequireBytes(const PropertyBuffer& buffer, ULONG needed) {
   return STATUS_BUFFER_TOO_SMALL;
 }
 
-// For clients that ask first how long the answer is.
+// For clients that first query the length of the answer.
 NTSTATUS TellOrRequireBytes(const PropertyBuffer& buffer, ULONG needed) {
   const NTSTATUS status = RequireBytes(buffer, needed);
   return buffer.Length == 0 ? STATUS_BUFFER_OVERFLOW : status;

@@ -7,15 +7,15 @@
 
 namespace lidcam {
 
-/// A default that the platform reads anew with every request.
+/// A default that the platform reads again with every request.
 struct DefaultWord {
   const LONG* Place;
 };
 
-/// What a client is told of a property's values: a range in steps of 1 and a default. Information
-/// only: nobody holds a value to it.
+/// The values that a property reports to clients: a range in steps of 1 and a default. Informative
+/// only: no value is checked against it.
 ///
-/// The platform's records point into each other; an object stays where it was made.
+/// Must not be moved or copied: the platform's records point into each other.
 class PropertyRange {
  public:
   constexpr PropertyRange(LONG minimum, LONG maximum, LONG defaultValue)
@@ -50,7 +50,7 @@ class PropertyRange {
   KSPROPERTY_VALUES values_;
 };
 
-/// Default of PrivatePropertyStored44, in a word that could be changed. Nothing changes it.
+/// Default of PrivatePropertyStored44, in writable data. Nothing changes it.
 extern LONG DefaultOfStored44;
 
 // The defaults for clients, which are not those that a camera without stored settings starts with.
@@ -76,7 +76,7 @@ constexpr KSPROPERTY_SET PropertySetOf(const GUID& set, const KSPROPERTY_ITEM (&
 
 /// The four property sets of the filter, as its automation table lists them: `Sets`.
 ///
-/// The object stays where it was made. The items stand in the order in which a client lists them; the
+/// Must not be moved or copied. The items stand in the order in which a client lists them; the
 /// platform finds an item by its id.
 class CameraPropertySets {
  public:
@@ -109,7 +109,7 @@ class CameraPropertySets {
                 Own(get, set, PrivatePropertyStored44, kStored44Range),
                 Own(get, set, PrivatePropertyStored45, kStored45Range),
                 Own(get, set, PrivatePropertyStored46, kStored46Range),
-                // Listed a second time and never reached: the first one answers.
+                // Listed a second time and never reached: the first item is found.
                 Own(get, set, PrivatePropertyRegister, kSharedPrivateRange)},
         Sets{PropertySetOf(kVideoProcAmpSet, VideoProcAmp),
              PropertySetOf(kCameraControlSet, CameraControl),

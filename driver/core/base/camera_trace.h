@@ -13,12 +13,12 @@ using CameraTraceSink = void (*)(const char* format, std::va_list arguments);
 ///
 /// One canonical line is written per register access ("bus  write bridge FF0A=11", "bus  read  sensor
 /// FF0B -> 76"), state change ("stream on", "power off") and frame decision ("frame end bytes=614466
-/// expected=614466 good"): the same lines in every world.
+/// expected=614466 good"): the same lines on Windows and on the host.
 /// @par Callable at any level
 void SetCameraTraceSink(CameraTraceSink sink);
 
 /// Writes one line if the trace is on; costs one load if it is off.
-/// @par Callable at any level that the sink can stand
+/// @par Callable at any level that the sink supports
 [[gnu::format(printf, 1, 2)]] void TraceCamera(const char* format, ...);
 
 }  // namespace lidcam

@@ -8,38 +8,38 @@
 
 namespace lidcam {
 
-/// Memory that several parties use and none of them may free under another: it goes, with the
-/// request that belongs to it, when the last one lets go.
+/// Memory with several users: the last release frees it, together with the IRP that belongs to it.
 ///
-/// A stream gives its transfers and raw buffers up in a fixed order, while the USB stack may still
-/// fill one, the frame thread walk it, or an application's frame be copied out of it. The record
-/// stands behind the memory itself, in the same allocation.
+/// A stream releases its transfers and raw buffers in a fixed order, while the USB stack may still
+/// fill one, the frame thread walk it, or an application's frame be copied out of it. This record
+/// lies behind the memory, in the same allocation.
 struct ReferenceCountedMemory {
   void* Block;       ///< the memory; zero-filled when allocated
   std::size_t Size;  ///< bytes at `Block`
   PIRP Irp;          ///< freed before the memory; may be null
-  void* Owner;       ///< whatever the owner wants to find again
-  /// owner | completions, frame thread: nobody is to begin anything with it
+  void* Owner;       ///< for the owner's use
+  /// owner | completions, frame thread: the owner has released it; no new use may begin
   Shared<std::uint8_t> GivenUp;
   volatile LONG Holds;
-  volatile LONG Completions;  ///< completion routines that work on the owner's records at present
+  volatile LONG Completions;  ///< completion routines that are using the owner's records
 };
 
-/// Takes nonpaged memory, held once, by the caller.
+/// Allocates nonpaged memory with one reference, the caller's.
 ///
-/// @return null if the pool has no room, or `size` none
+/// @return null if the pool has no room, or `size` is 0
 _IRQL_requires_max_(DISPATCH_LEVEL)
 [[nodiscard]] ReferenceCountedMemory* AllocateReferenceCountedMemory(std::size_t size);
 
-/// Holds it once more. The caller holds it already, or keeps the owner from letting go meanwhile.
+/// Adds a reference. The caller has one already, or keeps the owner from releasing its own
+/// meanwhile.
 /// @par Callable at any level
 void Hold(ReferenceCountedMemory& memory);
 
-/// Lets go once: the last one frees request and memory.
+/// Releases a reference; the last release frees IRP and memory.
 _IRQL_requires_max_(DISPATCH_LEVEL)
 void LetGo(ReferenceCountedMemory& memory);
 
-/// The owner's letting go: from now on GivenUp.
+/// Releases the owner's reference and sets GivenUp.
 _IRQL_requires_max_(DISPATCH_LEVEL)
 void GiveUp(ReferenceCountedMemory& memory);
 

@@ -9,14 +9,14 @@ namespace lidcam {
 
 /// A field that threads share without a lock.
 ///
-/// The camera's paths read and write such fields as they find them, and every interleaving of whole
+/// The camera's threads read and write such fields at any time, and every interleaving of whole
 /// loads and stores is accepted. The accesses are relaxed atomics: plain loads and stores in
 /// machine code, but defined ones. Read-modify-write operations are a load and a store, not one
 /// atomic step.
 ///
 /// For a field that two contexts touch without a lock in common, and its comment names them, "requests | frame
 /// path: ...", in the words of CameraContext; completions are the USB stack's, ticks those of the watchdog.
-/// What one context has to itself, or what is written before others know of it, is plain.
+/// A field that one context uses alone, or that is written before others can reach it, is plain.
 ///
 /// @tparam T  a number of at most the machine's word, a pointer, or a structure of that size
 template <typename T>
@@ -41,7 +41,7 @@ class Shared {
   }
   Shared& operator=(const Shared& other) { return *this = static_cast<T>(other); }
 
-  /// What a pointer leads to at this moment.
+  /// Dereferences the present pointer.
   T operator->() const requires std::is_pointer_v<T> { return *this; }
   decltype(auto) operator*() const requires std::is_pointer_v<T> { return *static_cast<T>(*this); }
 

@@ -39,7 +39,7 @@ Status StreamIdle(CameraContext& context);
 /// Notes that the device is powered down. Always 0.
 Status SuspendCamera(CameraContext& context);
 
-/// Programs the camera anew after a power-down. Always 0.
+/// Programs the camera again after a power-down. Always 0.
 _IRQL_requires_max_(PASSIVE_LEVEL)
 Status ResumeCamera(CameraContext& context);
 

@@ -23,13 +23,13 @@ Status Accept(const Control&, CameraContext&, const ControlRecord&) {
   return 0;
 }
 
-// What is stored stays, also if the step fails.
+// The stored value stays, even if the step fails.
 Status Store(const Control& control, CameraContext& context, const ControlRecord& record) {
   control.Field.Store(context, record.Value);
   return control.Step == ImageControlNoStep ? 0 : ApplyImageControl(control.Step, context);
 }
 
-// The brightness register lags one change behind: it gets the value that is about to be replaced.
+// The brightness register lags one change behind: it gets the value that is being replaced.
 Status ApplyThenStore(const Control& control, CameraContext& context, const ControlRecord& record) {
   const Status status = ApplyImageControl(control.Step, context);
   if (status == 0) control.Field.Store(context, record.Value);
@@ -56,7 +56,7 @@ Status StoreRawRegister(const Control& control, CameraContext& context,
   return Store(control, context, record);
 }
 
-// One change a request: a request for both changes the light mode only.
+// One change per request: a request for both changes the light mode only.
 Status StoreLightOrLed(const Control&, CameraContext& context, const ControlRecord& record) {
   const auto led = static_cast<std::int32_t>(record.Caps);
   if (record.Value != context.LDMode) {
@@ -118,10 +118,10 @@ Status ReportTriggerCapabilities(const Control&, CameraContext&, ControlRecord& 
   return 0;
 }
 
-// The long table also answers for a camera without the long configuration.
+// The long table is used for a camera without the long configuration, too.
 Status ReportFrameInterval(const Control&, CameraContext& context, ControlRecord& record) {
   const std::uint32_t row = context.MaxAlternateSetting;
-  // Only 0, 3 and 7 occur; a row that isn't there counts as 0.
+  // Only 0, 3 and 7 occur; an absent row counts as 0.
   record.Value = row < std::size(kLongBandwidthTable)
                      ? static_cast<std::int32_t>(kLongBandwidthTable[row].Interval)
                      : 0;
@@ -213,7 +213,7 @@ struct ControlOperations {
   GetOperation Get;
 };
 
-// Controls that are not simply stored and told.
+// Controls that need more than a stored value.
 constexpr ControlOperations kOperations[] = {
     {ControlCode::Brightness, ApplyThenStore, Report},
     {ControlCode::WhiteBalanceMode, Accept, ReportWhiteBalanceMode},
@@ -241,8 +241,8 @@ const ControlOperations& OperationsOf(const Control& control) {
   return kStoreAndReport;
 }
 
-// Manual unless a code says otherwise, also for codes that don't exist; the codes around the still
-// sizes leave the two words to the caller.
+// Manual unless a code sets otherwise, also for unknown codes; the codes around the still sizes
+// leave the two words to the caller.
 void PresetFlagsAndCaps(ControlRecord& record) {
   if (record.Code >= kFirstListCode && record.Code <= kLastListCode) return;
   record.Flags = kControlFlagManual;

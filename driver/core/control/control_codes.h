@@ -8,9 +8,9 @@
 
 namespace lidcam {
 
-/// The one way from a property to the core, 32-bit words in this order.
+/// The only interface from a property to the core, 32-bit words in this order.
 ///
-/// The names tell what the words mean in most codes; the code for the still sizes uses all words
+/// The names give the words' meaning in most codes; the code for the still sizes uses all words
 /// from `Value2` on as a count and a list.
 struct ControlRecord {
   std::uint32_t Code;  ///< a lidcam::ControlCode, or any other number
@@ -30,12 +30,12 @@ inline constexpr Status kUnknownControlCode = -1;
 
 /// Stores a setting and runs its hardware step.
 ///
-/// What each code stores and which step it runs stands in kControls.
+/// kControls lists what each code stores and which step it runs.
 /// @return 0, kUnknownControlCode, or what the step returned
 _IRQL_requires_max_(PASSIVE_LEVEL)
 Status SetControl(CameraContext& context, const ControlRecord& record);
 
-/// Answers from the record alone, but for the raw register code, which reads the hardware.
+/// Reads a value from the record; only the raw register code reads the hardware.
 ///
 /// @param record  `Code` (and for the raw register `Value`) in, the answer out
 Status GetControl(CameraContext& context, ControlRecord& record);

@@ -12,7 +12,7 @@ namespace {
 constexpr Time100ns kShortestFrameInterval = 333333;
 constexpr Time100ns kLongestFrameInterval = 10000000;
 
-// Three bytes a pixel of the largest picture, and room behind it.
+// Three bytes a pixel of the largest picture, and 66 bytes more.
 constexpr std::uint32_t kVgaBufferSize = 640 * 480 * 3 + 66;
 constexpr std::uint32_t kLargeBufferSize = 1280 * 1024 * 3 + 66;
 
@@ -50,8 +50,8 @@ struct RawFrameSizeRow {
   std::uint32_t Bytes[kRawSizeModes];  // of RawMode640x480 and up
 };
 
-// Exact lengths of the raw frames, header included. They follow no formula, and the odd ones are
-// no slips.
+// Exact lengths of the raw frames, header included. They follow no formula; the odd ones are
+// intended.
 constexpr RawFrameSizeRow kRawFrameSizes[] = {
     {SensorTypeVGA0408, {614466, 153666, 76866, 38466, 19266, kKeeps}},
     {SensorTypeVGA0708, {614466, 153666, 76866, 38466, 19266, kKeeps}},

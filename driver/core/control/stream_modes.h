@@ -10,7 +10,7 @@ namespace lidcam {
 /// What an alternate setting of the isochronous pipe carries.
 struct BandwidthRow {
   std::uint32_t AlternateSetting;
-  std::uint32_t PacketSize;  ///< bytes; documentation of the row
+  std::uint32_t PacketSize;  ///< bytes; informative
   Time100ns Interval;        ///< frame interval
 };
 
@@ -31,7 +31,7 @@ inline constexpr BandwidthRow kShortBandwidthTable[] = {
 /// Bytes of a raw frame of a sensor in a raw mode, header included; 0 for a pair that has no size.
 [[nodiscard]] std::uint32_t RawFrameBytes(std::int32_t sensorType, std::uint32_t rawSizeMode);
 
-/// Keeps the requested format, clamps the frame interval, and says what the USB side needs.
+/// Stores the requested format, clamps the frame interval, and returns what the USB side needs.
 ///
 /// @param bufferSize        bytes of one raw buffer
 /// @param alternateSetting  the setting to try first: the widest

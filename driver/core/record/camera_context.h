@@ -44,15 +44,15 @@ enum FlickerSetting : std::int32_t {
   Flicker60Hz = 2,
 };
 
-/// What the `LED` control asks of the LED.
+/// Values of the `LED` control.
 enum LedPolicy : std::int32_t {
   LedPolicyOn = 2,
   LedPolicyOff = 3,
   LedPolicyFollowLight = 4,  ///< lit while the light state is not normal
 };
 
-/// Size of the raw frames, as the record and the length table count it. No stream asks for 3 and 5,
-/// which the table has lengths for.
+/// Size of the raw frames, as the record and the length table count it. No stream uses 3 and 5,
+/// although the table has lengths for them.
 enum RawMode : std::uint32_t {
   RawMode640x480 = 1,
   RawMode320x240 = 2,
@@ -88,22 +88,22 @@ using VendorRequestFunction = Status (*)(void* transportContext, std::uint32_t r
 /// never calls it.
 using StreamReconfigureFunction = Status (*)(void* transportContext, std::uint32_t* swap);
 
-/// Told by a thread that is about to stop for good, see ReadBridgeRegister(): it uses the camera's
-/// record and the transport no more.
+/// Called by a thread that is about to stop for good, see ReadBridgeRegister(): it no longer uses
+/// the camera's record and the transport.
 /// @par Callable at passive level only
 using ThreadStopsFunction = void (*)(void* transportContext);
 
-/// What the device layer hands in at creation: the core's only way to the USB.
+/// Passed by the device layer at creation: the core's only access to the USB.
 struct CameraTransport {
   void* TransportContext;  ///< opaque first argument of the callbacks
   VendorRequestFunction WriteRequest;
   VendorRequestFunction ReadRequest;
   StreamReconfigureFunction StreamReconfigure;
-  ThreadStopsFunction ThreadStops = nullptr;  ///< null: no need to know
+  ThreadStopsFunction ThreadStops = nullptr;  ///< null: not called
 };
 
-/// What the core tells the device layer at creation. All values follow from the length of the
-/// configuration descriptor alone.
+/// Returned to the device layer at creation. All values follow from the length of the configuration
+/// descriptor alone.
 struct CameraCapabilities {
   std::uint32_t DeviceClass;            ///< 1; other than 1 to 3 fails the device's start
   std::uint32_t SpeedClass;             ///< 2 with the long configuration, else 1
@@ -114,9 +114,9 @@ struct CameraCapabilities {
   std::uint32_t FormatCount;            ///< formats of that list on offer
 };
 
-/// One register write of a set file, as it stands in the file.
+/// One register write of a set file, in the file's layout.
 struct RegisterSetEntry {
-  std::uint8_t Marker;    ///< kSensorEntryMarker or kBridgeEntryMarker; any other is passed over
+  std::uint8_t Marker;    ///< kSensorEntryMarker or kBridgeEntryMarker; others are ignored
   std::uint8_t Register;  ///< address 0xFF00 + Register
   std::uint8_t Value;
 };
@@ -135,8 +135,8 @@ struct RegisterSetTable {
   RegisterSetEntry Entries[kRegisterSetCapacity];
 };
 
-/// What an application asks of a stream, as the device layer takes it from the video format in
-/// force.
+/// The stream that an application requests, taken by the device layer from the present video
+/// format.
 struct FormatRequest {
   std::int32_t Width;              ///< pixels
   std::int32_t Height;             ///< pixels
@@ -156,7 +156,7 @@ inline constexpr std::uint32_t kFormatTagRgb24 = 0xE436EB7D;
 
 /// The one record per camera.
 ///
-/// It has no lock. What two contexts touch is Shared, and says which two meet there:
+/// It has no lock. A field that two contexts use is Shared, and its comment names the two:
 ///
 /// - requests: property requests, which come through several handles at a time
 /// - stream control: creation and destruction, changes of the pin's state, and recoveries; those that start
@@ -166,20 +166,20 @@ inline constexpr std::uint32_t kFormatTagRgb24 = 0xE436EB7D;
 ///   the second one's first may meet
 /// - frame thread: the assembly of frames; a stream's thread has ended before the next one's starts
 ///
-/// All else is plain: written before the record is known to others and read by any of them, or left to one
-/// context. The record starts zeroed; values other than zero after creation are in CreateCameraContext() and in
-/// the settings' defaults. Fields that this system writes and never reads are kept for readers of a
-/// memory dump and stay in place.
+/// All other fields are plain: written before the record is shared and then only read, or used by
+/// one context. The record starts zeroed; values other than zero after creation are in
+/// CreateCameraContext() and in the settings' defaults. Fields that this system writes and never
+/// reads are kept for readers of a memory dump and stay in place.
 struct CameraContext {
   void* TransportContext;
-  char Signature[4];  ///< "INTE"; tested by nothing
+  char Signature[4];  ///< "INTE"; never checked
   VendorRequestFunction WriteRequest;
   VendorRequestFunction ReadRequest;
   StreamReconfigureFunction StreamReconfigure;
   ThreadStopsFunction ThreadStops;
 
   // The format in force.
-  /// stream control | requests, frame path: what the application asked for; 800 stays 800 here
+  /// stream control | requests, frame path: as the application requested it; 800 stays 800 here
   Shared<std::int32_t> RequestedWidth;
   Shared<std::int32_t> RequestedHeight;  ///< stream control | frame path
   std::uint32_t RequestedBitCount;
@@ -193,8 +193,8 @@ struct CameraContext {
   Time100ns FrameInterval;               ///< clamped
   /// stream control | requests: first word of the negotiated media subtype
   Shared<std::uint32_t> FormatTag;
-  Shared<std::int32_t> CaptureWidth;   ///< stream control | requests: 640 when 800 was asked for
-  Shared<std::int32_t> CaptureHeight;  ///< stream control | requests: 480 when 800 was asked for
+  Shared<std::int32_t> CaptureWidth;   ///< stream control | requests: 640 for a request of 800
+  Shared<std::int32_t> CaptureHeight;  ///< stream control | requests: 480 for a request of 800
   Shared<std::uint32_t> MaxAlternateSetting;  ///< stream control | requests: 7 or 3
 
   // Image controls, as the settings store loads them and the control codes change them.
@@ -291,7 +291,7 @@ struct CameraContext {
   Shared<std::uint8_t> WideLow;     ///< requests | stream control
   Shared<std::uint8_t> WideHigh;    ///< requests | stream control
   Shared<std::uint8_t> BridgeMode;  ///< stream control | power: copy of bridge 0xFF0A for a resume
-  /// frame path | frame thread: 0 asks for a settling discard
+  /// frame path | frame thread: 0 requests a settling discard
   Shared<std::uint32_t> FrameSettleCount;
   Shared<std::uint16_t> CommitCount;     ///< frame path | frame path
   Shared<std::uint32_t> CommitExposure;  ///< frame path | frame path

@@ -7,8 +7,8 @@
 
 namespace lidcam {
 
-/// Numbers by which the camera's controls are set and asked. A request may come with any other number,
-/// which is no control's.
+/// Codes by which the camera's controls are set and read. A request may have any other number: an
+/// unknown code.
 enum class ControlCode : std::uint32_t {
   Brightness = 0,
   Contrast = 1,
@@ -37,7 +37,7 @@ enum class ControlCode : std::uint32_t {
   Flicker = 40,
   LightAndLed = 41,
   ClearOnRead = 42,
-  Still = 43,  ///< a set asks for a still; its value goes with the picture
+  Still = 43,  ///< a set requests a still; its value is stored in the picture
   Stored44 = 44,
   Stored45 = 45,
   Stored46 = 46,
@@ -72,12 +72,12 @@ enum ImageControlStep : std::uint32_t {
 /// A control of the camera.
 struct Control {
   ControlCode Code;
-  SettingField Field;  ///< what a set stores and a get tells; none for a control that does neither
-  ImageControlStep Step;  ///< brings the value to the hardware
-  const char* Name;       ///< as users of the command line know it; empty for what is not for them
+  SettingField Field;     ///< what a set stores and a get returns; empty if neither does
+  ImageControlStep Step;  ///< writes the value to the hardware
+  const char* Name;       ///< on the command line; empty for controls not offered there
 };
 
-/// Every code that is answered in one direction at least.
+/// Every code that can be set or read.
 inline constexpr Control kControls[] = {
     {ControlCode::Brightness, &CameraContext::Brightness, ImageControlBrightness, "Brightness"},
     {ControlCode::Contrast, &CameraContext::Contrast, ImageControlContrast, "Contrast"},
@@ -111,7 +111,7 @@ inline constexpr Control kControls[] = {
     {ControlCode::Effect, &CameraContext::Effect, ImageControlEffect, "Effect"},
 };
 
-/// The control of a code; null for a number that is no control's.
+/// The control of a code; null for an unknown code.
 /// @par Any thread, and at compile time
 constexpr const Control* FindControl(ControlCode code) {
   for (const Control& control : kControls) {

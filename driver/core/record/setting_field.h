@@ -6,8 +6,8 @@
 
 namespace lidcam {
 
-/// A 32-bit field of the record, signed or not, as the signed value that a control carries. A field
-/// that names none may be neither loaded nor stored.
+/// A 32-bit field of the record, signed or not, as the signed value that a control carries. An
+/// empty one may be neither loaded nor stored.
 /// @par Any thread
 class SettingField {
  public:

@@ -14,7 +14,7 @@ inline LARGE_INTEGER RelativeTime(Time100ns units) {
   return time;
 }
 
-/// Sleeps between two looks at something that sets no event.
+/// Sleeps between two polls of a condition that sets no event.
 /// @par Callable at passive level only
 inline void SleepOnePoll() {
   LARGE_INTEGER time = RelativeTime(kPollPeriod);

@@ -12,7 +12,7 @@ constexpr ACCESS_MASK kKeyAccess = 0xF003F;
 constexpr ULONG kStoreAttributes = OBJ_CASE_INSENSITIVE | OBJ_KERNEL_HANDLE;
 static_assert(kStoreAttributes == 0x240);
 
-// Head and padding of what the platform tells of a value, next to its name and its data.
+// Head and padding of the platform's record of a value, besides its name and its data.
 constexpr ULONG kValueInformationRoom = 24;
 
 constexpr std::size_t kScratchSize = 256;
@@ -26,8 +26,8 @@ struct SavedSetting {
   SettingField Field;
 };
 
-// In the order of writing. The gains and WhiteBalanceAuto are for tools that look at the key; they
-// are not read back.
+// In writing order. The gains and WhiteBalanceAuto are for tools that read the key; they are not
+// loaded.
 constexpr SavedSetting kSavedSettings[] = {
     {KERNEL_TEXT("Brightness"), &CameraContext::Brightness},
     {KERNEL_TEXT("Contrast"), &CameraContext::Contrast},
@@ -62,7 +62,7 @@ Status CreateKey(HANDLE root, ACCESS_MASK access, UNICODE_STRING& path, ULONG at
   return ZwCreateKey(&key, access, &object, 0, nullptr, 0, nullptr);
 }
 
-// The platform makes only the last key of a path: this makes those above it, one by one.
+// The platform creates only the last key of a path: this creates those above it, one by one.
 Status CreatePrefixes(HANDLE root, ACCESS_MASK access, const WCHAR* path, ULONG attributes) {
   UNICODE_STRING prefix;
   RtlInitUnicodeString(&prefix, path);
@@ -78,8 +78,8 @@ Status CreatePrefixes(HANDLE root, ACCESS_MASK access, const WCHAR* path, ULONG 
   return 0;
 }
 
-// Asks for a value until the block that receives it is large enough; the value may grow between
-// two questions. Null when the value can't be had.
+// Queries a value until the block that receives it is large enough; the value may grow between two
+// queries. Null if the value can't be read.
 KEY_VALUE_FULL_INFORMATION* QueryValue(HANDLE key, UNICODE_STRING& name, ULONG length) {
   for (;;) {
     void* const block = AllocateCameraMemory(length);
@@ -94,7 +94,7 @@ KEY_VALUE_FULL_INFORMATION* QueryValue(HANDLE key, UNICODE_STRING& name, ULONG l
   }
 }
 
-// `limit` decides whether the value is taken, `room` how many of its bytes are kept.
+// `limit` decides whether the value is accepted, `room` how many of its bytes are stored.
 Status ReadOpenKey(HANDLE key, const WCHAR* name, void* destination, std::size_t room,
                    std::uint32_t& limit) {
   UNICODE_STRING valueName;
@@ -116,8 +116,8 @@ Status ReadOpenKey(HANDLE key, const WCHAR* name, void* destination, std::size_t
   return isTaken ? 0 : -1;
 }
 
-// ReadSettingValue() with the true room at `destination` apart from the limit, which can grow past
-// it when one word of limit is shared by several reads.
+// ReadSettingValue() with the true room at `destination` apart from the limit, which can grow
+// beyond it when several reads share one limit word.
 Status ReadBounded(HANDLE root, const WCHAR* subkey, const WCHAR* name, void* destination,
                    std::size_t room, std::uint32_t& limit) {
   if (!NT_SUCCESS(CreatePrefixes(root, kKeyAccess, subkey, kStoreAttributes))) return -1;
@@ -133,7 +133,8 @@ Status ReadBounded(HANDLE root, const WCHAR* subkey, const WCHAR* name, void* de
   return status;
 }
 
-// A value of fewer than 4 bytes replaces the low bytes of the field; one of none leaves it alone.
+// A value of fewer than 4 bytes replaces the low bytes of the field; an empty one leaves it
+// unchanged.
 void LoadSetting(CameraContext& context, HANDLE root, const WCHAR* subkey,
                  const LoadedSetting& setting, std::uint32_t& sharedSize) {
   std::int32_t value = setting.Field.Load(context);
@@ -158,7 +159,7 @@ HANDLE OpenMachineRoot(const WCHAR* name) {
   if (buffer == nullptr) return nullptr;
   UNICODE_STRING path{0, kMachinePathCapacity, buffer};
   RtlAppendUnicodeToString(&path, kMachineBasePath);
-  // A name without room is left out: the base key opens then.
+  // A name that doesn't fit is left out: the base key is opened then.
   RtlAppendUnicodeToString(&path, name);
   HANDLE root = nullptr;
   const Status status = CreateKey(nullptr, kKeyAccess, path, kStoreAttributes, root);
@@ -184,8 +185,8 @@ Status LoadSettings(CameraContext& context, const WCHAR* subkey) {
   RequireLevelAtMost(PASSIVE_LEVEL);
   HANDLE root = OpenSettingsRoot(DeviceOf(context), nullptr, SettingsRootDevice);
   if (root == nullptr) return 0;
-  // One word for all reads, as each leaves it: an absent value makes it 0, and the value after that
-  // one doesn't fit and is lost too.
+  // One word for all reads, as each leaves it: an absent value makes it 0, and the next value
+  // doesn't fit and is lost too.
   std::uint32_t sharedSize = sizeof(std::uint32_t);
   for (const LoadedSetting& setting : kLoadedSettings) {
     LoadSetting(context, root, subkey, setting, sharedSize);
@@ -196,15 +197,15 @@ Status LoadSettings(CameraContext& context, const WCHAR* subkey) {
 
 Status SaveSettings(CameraContext& context, const WCHAR* subkey) {
   RequireLevelAtMost(PASSIVE_LEVEL);
-  // Without a root there is no status to tell, and callers ignore what they get: they get what the
-  // status starts as, the record's address.
+  // Without a root there is no status to return, and callers ignore the result: the status keeps
+  // its initial value, the record's address.
   auto status = static_cast<Status>(reinterpret_cast<std::uintptr_t>(&context) & 0xFFFFFFFF);
   HANDLE root = OpenSettingsRoot(DeviceOf(context), nullptr, SettingsRootDevice);
   if (root != nullptr) {
     status = SaveBelow(context, root, subkey);
     CloseSettingsKey(root);
   }
-  // Every save asks for this block once and gives it back, saved or not.
+  // Every save allocates this block once and frees it, saved or not.
   FreeCameraMemory(AllocateCameraMemory(kScratchSize));
   return status;
 }

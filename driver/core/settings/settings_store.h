@@ -19,7 +19,7 @@ struct TransportRecordHead {
 };
 
 enum SettingsRootKind : std::uint32_t {
-  SettingsRootMachine = 1,  ///< a machine-wide key; nothing asks for it
+  SettingsRootMachine = 1,  ///< a machine-wide key; unused
   SettingsRootDevice = 2,   ///< the device's driver key
 };
 
@@ -27,11 +27,11 @@ enum SettingsRootKind : std::uint32_t {
 struct LoadedSetting {
   const WCHAR* Name;
   SettingField Field;
-  std::int32_t Default;  ///< taken where the store has no value
+  std::int32_t Default;  ///< used if the store has no value
 };
 
-/// In the order of reading, on which it depends what an unreadable value costs. The one place that
-/// holds the defaults of the image controls.
+/// In reading order, which decides what an unreadable value affects. The only place that holds the
+/// defaults of the image controls.
 inline constexpr LoadedSetting kLoadedSettings[] = {
     {KERNEL_TEXT("Exposure"), &CameraContext::Exposure, 1},
     {KERNEL_TEXT("Brightness"), &CameraContext::Brightness, 20},
@@ -60,9 +60,9 @@ constexpr std::int32_t DefaultOfSetting(SettingField field) {
   return 0;
 }
 
-/// Loads the picture settings into the record. A value that can't be read takes its default, and
-/// costs the value after it as well (the size word is shared by all reads). Without a root nothing
-/// changes. Touches no hardware.
+/// Loads the picture settings into the record. A value that can't be read gets its default, and the
+/// value after it is lost as well (all reads share the size word). Without a root nothing changes.
+/// Touches no hardware.
 ///
 /// @return 0 always
 _IRQL_requires_max_(PASSIVE_LEVEL)
@@ -71,7 +71,7 @@ Status LoadSettings(CameraContext& context, const WCHAR* subkey);
 /// Saves the picture settings.
 ///
 /// @return the status of the last value's write, or of the key's creation; meaningless without a
-///         root. Callers don't look at it.
+///         root. Callers ignore it.
 _IRQL_requires_max_(PASSIVE_LEVEL)
 Status SaveSettings(CameraContext& context, const WCHAR* subkey);
 
@@ -90,8 +90,8 @@ HANDLE OpenSettingsRoot(const TransportRecordHead* device, const WCHAR* name, st
 /// @param destination  receives the data on success
 /// @param size         in: room at `destination`; out: length of the stored data, 0 if there is
 ///                     none
-/// @return 0, or -1 with nothing copied: the subkey or the value can't be had, the value is longer
-///         than `size`, or `destination` is null
+/// @return 0, or -1 with nothing copied: the subkey or the value can't be opened or read, the value
+///         is longer than `size`, or `destination` is null
 _IRQL_requires_max_(PASSIVE_LEVEL)
 Status ReadSettingValue(HANDLE root, const WCHAR* subkey, const WCHAR* name, std::uint32_t type,
                         void* destination, std::uint32_t& size);

@@ -7,8 +7,8 @@
 
 namespace lidcam {
 
-/// The assembler's only way out: what it needs of the consumer of its frames. All four are called
-/// on the frame thread, once per finished frame at most.
+/// The assembler's interface to the consumer of its frames. All four are called on the frame
+/// thread, once per finished frame at most.
 struct FrameSink {
   void* Context;  ///< first argument of the four
   /// Nonzero while the consumer reads a raw frame.
@@ -17,7 +17,7 @@ struct FrameSink {
   void (*PublishRawFrame)(void* context, std::uint8_t* buffer, std::uint32_t size);
   /// Nonzero while the stream runs: decides whether the consumer is woken.
   std::uint8_t (*StreamRunning)(void* context);
-  /// Asks the consumer to run soon, and returns.
+  /// Schedules the consumer, and returns.
   void (*WakeConsumer)(void* context);
 };
 
@@ -31,7 +31,7 @@ struct FrameAssembly {
   Shared<std::uint8_t> DiscardFrame;  ///< stream control | frame thread: packets are not stored
   /// stream control | frame thread: the frame end just seen was a bad one; lives for one packet
   Shared<std::uint8_t> BadFrameEnd;
-  std::uint8_t ForcePublish;     ///< the frame end to come is published whatever the state
+  std::uint8_t ForcePublish;     ///< the next frame end is published in any state
   std::uint8_t* RawBuffers;      ///< one block of two raw buffers
   std::uint8_t* ReadyBuffer;     ///< the raw buffer last handed out; at first the first half
   std::uint8_t* FillBuffer;      ///< the raw buffer being filled; at first the second half
@@ -53,8 +53,8 @@ struct PublishedFrame {
   Shared<std::uint32_t> PublishedRawFrameSize;  ///< frame thread | frame path
 };
 
-/// Stores a frame, buffer first. Null and 0 take back whatever was shown, so that no stream shows
-/// the last frame of the one before.
+/// Stores a frame, buffer first. Null and 0 withdraw the frame published before, so that no stream
+/// shows the last frame of the previous one.
 /// @par Callable on any thread
 void PublishRawFrame(PublishedFrame& published, std::uint8_t* buffer, std::uint32_t size);
 
@@ -71,17 +71,17 @@ std::uint8_t* GetRawFrame(const PublishedFrame& published, std::uint32_t& size);
 /// @par Callable while no packets come
 void PlaceRawBuffers(FrameAssembly& assembly, std::uint8_t* block, std::uint32_t size);
 
-/// Prepares for a stream's packets: what comes before the first frame start is a frame's tail.
+/// Prepares for a stream's packets: those before the first frame start are the rest of a cut frame.
 ///
-/// The bytes counted in the camera record stay: the first start marker of a stream measures what
-/// the stream before has left, and is bad unless that happens to be a whole frame.
+/// The byte count of the camera record is kept: the first start marker of a stream measures the
+/// bytes of the previous stream, and is bad unless they happen to be a whole frame.
 void BeginAssembly(FrameAssembly& assembly);
 
 /// Hands the finished frame over and wakes the consumer.
 ///
 /// While the consumer reads, the frame stays in FillBuffer and is overwritten by the next one: the
-/// consumer keeps its older frame undisturbed. Between that test and the swap the consumer may
-/// begin to read; it then gets a frame torn by the packets of the next one.
+/// consumer's older frame is unchanged. Between that test and the swap the consumer may begin to
+/// read; it then gets a frame torn by the packets of the next one.
 /// @par Callable on the frame thread only
 void PublishFrame(FrameAssembly& assembly);
 
@@ -91,13 +91,13 @@ void PublishFrame(FrameAssembly& assembly);
 /// of a wrong size is therefore published as it is, and the frame after it is thrown away whole. A
 /// packet that does not fit the raw buffer is dropped and later ones that fit are stored.
 ///
-/// @param data  as ParseRawPacket() wants it
+/// @param data  as ParseRawPacket() requires it
 /// @par Callable on the frame thread only; neither allocates nor locks
 void AssemblePacket(FrameAssembly& assembly, CameraContext& context, const std::uint8_t* data,
                     std::uint32_t length);
 
-/// Walks the packets of one completed transfer in order. A packet counts by its length alone: what
-/// the bus said about it is not looked at.
+/// Walks the packets of one completed transfer in order. Only a packet's length counts: its status
+/// on the bus is ignored.
 ///
 /// @param buffer      the transfer's data
 /// @param bufferSize  bytes at `buffer`; a packet that reaches beyond them counts as empty

@@ -10,9 +10,9 @@
 
 namespace lidcam {
 
-/// What decides the meaning of a packet: see ParseRawPacket(). Another camera's parser may ask for a
-/// frame to be published whatever the state, and may have a packet stored in part: `offset` and the
-/// bytes returned then name a piece inside the packet.
+/// Decides the meaning of a packet: see ParseRawPacket(). Another camera's parser may force a frame
+/// to be published, and may have a packet stored in part: `offset` and the bytes returned then name
+/// a piece inside the packet.
 using PacketParser = std::uint32_t (*)(CameraContext& context, const std::uint8_t* data,
                                        std::uint32_t length, std::uint8_t& frameEnd,
                                        std::uint32_t& flags, std::uint32_t& offset);
@@ -29,21 +29,21 @@ class PacketWalk {
   PacketWalk(FrameAssembly& assembly, CameraContext& context)
       : assembly_(assembly), context_(context) {}
 
-  /// Takes one packet; `data` as the parser wants it.
+  /// Takes one packet; `data` as the parser requires it.
   void Take(const std::uint8_t* data, std::uint32_t length);
 
-  /// Moves to the raw buffer what has its place there.
+  /// Copies all pending bytes to the raw buffer.
   void Flush();
 
  private:
-  /// The bytes to store of a packet; none and null of an empty one.
+  /// The bytes of a packet to store; 0 and null if it is empty.
   struct Payload {
     const std::uint8_t* Bytes;
     std::uint32_t Size;
   };
 
-  /// Bytes that have their place in the raw buffer and are still to be moved there. Full packets lie
-  /// end to end in a transfer as they do in the frame, so that many of them are one copy.
+  /// Bytes with a place in the raw buffer that are still to be copied there. Full packets lie end
+  /// to end in a transfer as they do in the frame, so that many of them are one copy.
   struct PendingCopy {
     const std::uint8_t* Source;
     std::uint8_t* Destination;
@@ -99,7 +99,7 @@ void PacketWalk<kParse>::TurnFrame(Payload payload, bool isBad) {
   BeginFrame(payload);
 }
 
-// A frame whose start was discarded has nothing to show, unless it was asked for all the same.
+// A frame whose start was discarded is published only if that is forced.
 template <PacketParser kParse>
 void PacketWalk<kParse>::FinishFrame() {
   if (assembly_.ForcePublish != 0) {
@@ -113,7 +113,7 @@ void PacketWalk<kParse>::FinishFrame() {
   }
 }
 
-// A start packet too large for the whole buffer is counted although it is not stored.
+// A start packet too large for the whole buffer is counted but not stored.
 template <PacketParser kParse>
 void PacketWalk<kParse>::BeginFrame(Payload payload) {
   assembly_.FillOffset = 0;
@@ -158,7 +158,7 @@ void TakeTransfer(PacketWalk<kParse>& walk, const std::uint8_t* buffer, std::uin
     if (packet.Length == 0 || !liesInside) {
       walk.Take(nullptr, 0);
     } else if (packet.Length == 1 && packet.Offset + 1 == bufferSize) {
-      // No byte follows in the buffer for the parser to look at: a zero stands for it.
+      // The buffer has no byte behind this packet, but the parser reads one: it gets zero.
       const std::uint8_t lastByte[2] = {buffer[packet.Offset], 0};
       walk.Take(lastByte, 1);
       walk.Flush();

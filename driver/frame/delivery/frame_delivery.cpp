@@ -53,7 +53,7 @@ std::uint32_t Yuy2Bytes(const RequestedSize& size) {
          kYuy2BytesPerPixel;
 }
 
-// The resampler takes no other size than a positive one.
+// The resampler takes positive sizes only.
 bool HasRoomFor(const DeliveryBuffer& buffer, const RequestedSize& size) {
   if (size.Width <= 0 || size.Height <= 0) return true;
   const auto pixels =

@@ -9,13 +9,13 @@ namespace {
 /// Bytes by which a frame may miss its expected size and still be good.
 constexpr std::uint32_t kSizeTolerance = 10;
 
-/// Values of `FrameSettleCount`. Only 0 has an effect; from it the count goes 4, 5 and stays.
+/// Values of `FrameSettleCount`. Only 0 has an effect; then the count becomes 4, and stays at 5.
 constexpr std::uint32_t kSettleWanted = 0;
 constexpr std::uint32_t kSettleTaken = 4;
 constexpr std::uint32_t kSettleLast = 5;
 
-// Unsigned to the end: an expected size below the tolerance wraps the lower bound and no frame is
-// good, which keeps a camera without a size table entry from publishing splinters as frames.
+// Unsigned on purpose: an expected size below the tolerance wraps the lower bound and no frame is
+// good, which keeps a camera without a size table entry from publishing fragments as frames.
 bool HasExpectedSize(std::uint32_t received, std::uint32_t expected) {
   return received <= expected + kSizeTolerance && received >= expected - kSizeTolerance;
 }
@@ -25,7 +25,7 @@ void PrintWrongSize(std::uint32_t received, std::uint32_t expected) {
   DbgPrint("Correct RawFrameBuffer = %d", static_cast<std::int32_t>(expected));
 }
 
-// One load and one store: the light state machine may ask for a settling in between, and loses.
+// One load and one store: a settling that the light state machine requests in between is lost.
 bool TakeSettling(CameraContext& context) {
   const std::uint32_t count = context.FrameSettleCount;
   if (count == kSettleWanted) {

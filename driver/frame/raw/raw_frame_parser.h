@@ -9,7 +9,7 @@ namespace lidcam {
 /// Bytes of header ahead of the pixels of a raw frame.
 inline constexpr std::uint32_t kRawFrameHeaderSize = 64;
 
-/// Bytes of the header that tell about the picture.
+/// Offsets of the picture's statistics in the header.
 inline constexpr std::uint32_t kRawFrameLevelOffset = 16;  ///< exposure level of the sensor's own
                                                            ///< automatic exposure
 inline constexpr std::uint32_t kRawFrameLumaOffset = 23;   ///< average luminance
@@ -17,8 +17,8 @@ inline constexpr std::uint32_t kRawFrameLumaOffset = 23;   ///< average luminanc
 /// Flags of a parsed packet.
 inline constexpr std::uint32_t kPacketFlagBadFrame = 2;      ///< the frame it closes, or the one in
                                                              ///< progress, must not be kept
-inline constexpr std::uint32_t kPacketFlagForcePublish = 8;  ///< publish whatever the state; for a
-                                                             ///< parser that wants it, not for this
+inline constexpr std::uint32_t kPacketFlagForcePublish = 8;  ///< publish in any state; not set by
+                                                             ///< this parser
 
 inline constexpr std::uint8_t kFrameMarker[] = {0xFF, 0xD8};
 
@@ -30,15 +30,15 @@ void CloseRawFrame(CameraContext& context, std::uint8_t& frameEnd, std::uint32_t
 /// Decides what one isochronous packet means.
 ///
 /// The stream has no structure but this: a packet that begins with 0xFF 0xD8 starts a frame. Only
-/// there is the frame before it known to be whole, so there its bytes are measured against
-/// `RawFrameSize`, with a tolerance of 10 bytes to either side, and told to the debug output when
-/// they are wrong. A payload that happens to begin with the two bytes ends the frame as well; the
-/// size test then rejects what was cut.
+/// then is the size of the frame before it known: its bytes are compared with `RawFrameSize`, with
+/// a tolerance of 10 bytes to either side, and a wrong size is printed to the debug output. A
+/// payload that happens to begin with the two bytes ends the frame as well; the size test then
+/// finds both pieces bad.
 ///
 /// A start marker that finds `FrameSettleCount` 0 closes nothing: the light state has just changed,
 /// and neither the frame before nor the frame after it has one exposure throughout.
 ///
-/// Inline because it runs for every packet, thousands a second, and but one in hundreds is a
+/// Inline because it runs for every packet, thousands a second, of which only one in hundreds is a
 /// marker.
 ///
 /// @param data      null for an empty packet. Two bytes must be readable even if `length` is 1: the

@@ -11,7 +11,7 @@ struct RawPictureSize {
   std::uint32_t Mode;  ///< value of RawSizeMode
   std::int32_t Width;
   std::int32_t Height;
-  std::uint32_t StillIndex;  ///< what the mark in a still calls it
+  std::uint32_t StillIndex;  ///< its index in the mark of a still
   bool IsDelivered;          ///< streams get frames of it; else no stream format has it
 };
 

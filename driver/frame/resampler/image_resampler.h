@@ -31,8 +31,8 @@ std::uint32_t ResampleFrame(std::uint8_t* destination, const std::uint8_t* sourc
 /// scale from column 0. A read that would leave the source's rows (`sourceStep` times the height)
 /// gets the nearest byte instead.
 ///
-/// Where the factors ask for more than `destinationSize` the output is cut to that size; where they
-/// ask for less it is smaller. Sources below 4 by 2 pixels are scaled by nearest neighbour.
+/// An output that the factors make larger than `destinationSize` is cut to that size; a smaller one
+/// stays smaller. Sources below 4 by 2 pixels are scaled by nearest neighbour.
 ///
 /// @param sourceStep       bytes from row to row; a row has no more bytes than that
 /// @param destinationStep  bytes from row to row; what a row holds beyond that is not written

@@ -10,7 +10,7 @@ namespace {
 constexpr std::int32_t kYuy2PixelBytes = 2;
 constexpr std::int32_t kRgb24PixelBytes = 3;
 
-// A row too long for its step to be told is refused like one of no bytes.
+// A row too long for a 32-bit step is refused like an empty one.
 std::int32_t PackedStep(std::int32_t width, std::int32_t pixelBytes) {
   const std::int64_t step = std::int64_t{width} * pixelBytes;
   return step <= std::numeric_limits<std::int32_t>::max() ? static_cast<std::int32_t>(step) : 0;

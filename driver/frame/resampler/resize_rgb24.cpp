@@ -1,4 +1,4 @@
-// Three bytes a pixel. No camera frame comes this way: the plain form is enough.
+// Three bytes a pixel. No camera frame uses this format: the plain form is enough.
 
 #include <algorithm>
 
@@ -61,7 +61,7 @@ void ScaleLinearly(const ResizeArguments& arguments, const AxisTable& rows,
   }
 }
 
-// What has no neighbour in one direction can't be blended.
+// Pixels without a neighbour in one direction can't be blended.
 bool IsTooSmall(ImageSize source) {
   return source.Width < 2 || source.Height < 2;
 }

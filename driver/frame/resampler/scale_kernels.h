@@ -6,7 +6,7 @@
 
 namespace lidcam {
 
-/// One way of scaling. All give the same bytes for every job that they are fit for.
+/// One way of scaling. All give the same bytes for every job that they can take.
 struct ScaleKernel {
   const char* Name;       ///< "reference", "SSE2", "SSSE3", "AVX2", "AVX-512", "AVX-512 VBMI"
   bool (*IsSupported)();  ///< whether this processor and system can run it
@@ -17,7 +17,7 @@ struct ScaleKernel {
 /// and which alone is fit for jobs whose reads have to be clamped to [ReadBegin, ReadEnd).
 [[nodiscard]] std::span<const ScaleKernel> ScaleKernels();
 
-/// The fastest supported kernel. Asks the processor once.
+/// The fastest supported kernel. Queries the processor once.
 [[nodiscard]] const ScaleKernel& ChosenScaleKernel();
 
 }  // namespace lidcam

@@ -46,7 +46,7 @@ bool ReadsStayInside(const ScaleJob& job) {
   const std::int32_t firstRow = job.Rows.Index[0];
   if (firstRow < 0 || job.Luma.Index[0] < 0 || job.Chroma.Index[0] < 0) return false;
   const std::int64_t lastRow = std::int64_t{job.Rows.Index[job.Rows.Count - 1]} + 1;
-  // Kernels load pixels whole: of the last one the chroma byte behind its luma, too.
+  // Kernels load whole pixels: of the last one also the chroma byte behind its luma.
   const std::int64_t pixels = std::int64_t{job.Luma.Index[job.Luma.Count - 1]} + 2;
   const std::int64_t pairs = std::int64_t{job.Chroma.Index[job.Chroma.Count - 1]} + 2;
   const std::int64_t rowEnd = std::max(pixels * kScaledPixelBytes, pairs * kYuy2PairBytes);

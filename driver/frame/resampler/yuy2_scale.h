@@ -28,7 +28,7 @@ class Yuy2Scale {
 };
 
 /// Whether a job is regular: every pixel that is read lies whole within the source, and destination
-/// rows lie apart from each other and from the source. Any other is the reference kernel's alone.
+/// rows lie apart from each other and from the source. Only the reference kernel takes other jobs.
 [[nodiscard]] bool SuitsEveryKernel(const ScaleJob& job);
 
 }  // namespace lidcam

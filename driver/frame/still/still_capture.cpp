@@ -38,7 +38,7 @@ void StoreMark(std::uint8_t* place, std::uint32_t mark) {
   place[1] = static_cast<std::uint8_t>(mark >> 8 & 0xFF);
 }
 
-// A mark that would lie ahead of the picture is left out.
+// A mark that would lie in front of the picture is left out.
 void MarkPicture(std::uint8_t* pixels, std::uint32_t size, std::uint32_t value,
                  std::uint32_t sizeIndex) {
   if (size >= kMarksSize) StoreMark(pixels + size - kMarksSize, sizeIndex);
@@ -51,7 +51,7 @@ struct DriverModelLevel {
   bool IsOpenGuarded;
 };
 
-// In the order in which the platform is asked.
+// In query order.
 constexpr DriverModelLevel kDriverModelLevels[] = {
     {1, 0x10, true},
     {1, 0x20, true},
@@ -108,7 +108,7 @@ Status WriteStillFile(CameraContext&, std::uint8_t* pixels, std::uint32_t width,
   const DriverModelLevel* const level = FindDriverModelLevel();
   if (level == nullptr) return 0;
 
-  // Null rather than undetermined: a failed open that is passed over leaves it, and the write fails.
+  // Null rather than undefined: a failed open that is ignored leaves it, and the write fails.
   HANDLE file = nullptr;
   const NTSTATUS opened = OpenForReplacing(file);
   if (level->IsOpenGuarded && opened != STATUS_SUCCESS) return opened;

@@ -60,7 +60,8 @@ constexpr GammaRow MakeRow(std::uint32_t row) {
   return made;
 }
 
-// One constant each, so that the compiler's limit on the work behind a constant is met row by row.
+// One constant per row, so that the compiler's limit on constant evaluation applies to each row
+// alone.
 template <std::uint32_t row>
 constexpr GammaRow kRow = MakeRow(row);
 

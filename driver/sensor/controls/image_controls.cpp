@@ -23,7 +23,7 @@ std::uint32_t BitsOf(std::int32_t setting) {
   return static_cast<std::uint32_t>(setting);
 }
 
-// The shadow changes ahead of the write, so that a failed write is made good by the next one.
+// The shadow changes before the write, so that the next write also repairs a failed one.
 Status WriteShadowBits(CameraContext& context, ShadowField shadow, RegisterAddress address,
                        std::uint32_t bits, bool set) {
   const std::uint8_t before = context.*shadow;
@@ -181,7 +181,7 @@ Status ApplyEffect(CameraContext& context) {
   return WriteBridgeRegister(context, BridgeRegister::EffectTint2, isTinted ? 0xA0 : 0);
 }
 
-// The LED is switched off once more, whatever the table of situations did with it.
+// The LED is switched off once more, whatever the light and LED table set.
 Status ApplyLDMode(CameraContext& context) {
   ApplyLightAndLed(context, StreamStart::No, LDModeChange::Yes);
   if (context.LED == LedPolicyOn || context.LDMode == 1) return 0;

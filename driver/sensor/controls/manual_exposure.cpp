@@ -20,14 +20,14 @@ constexpr std::uint32_t Bits(std::int32_t value) {
   return static_cast<std::uint32_t>(value);
 }
 
-// The divider is 0 until BridgeRegister::Mode was written, which the first replay may not await.
+// The divider is 0 until BridgeRegister::Mode was written; the first replay may come before that.
 std::int32_t PerClockDivider(const CameraContext& context, std::int32_t value) {
   const std::int32_t divider = context.ClockDivider;
   return divider > 0 ? value / divider : 0;
 }
 
-// Whole bands only, and at least one: a fraction would show as moving stripes. A band of no lines
-// only raises what is negative; there is nothing to divide by.
+// Whole bands only, and at least one: a fraction would show as moving stripes. With a band of 0
+// lines, by which nothing can be divided, negative values become 0.
 std::int32_t CutToBands(std::int32_t lines, std::int32_t band) {
   if (lines < band) return band;
   return band != 0 ? lines - lines % band : lines;
@@ -175,7 +175,7 @@ Status SetExposureMi1318(CameraContext& context) {
   const bool isAutomatic = context.AutoExposure != 0;
   SwitchOwnExposureOfMi1318(context, isAutomatic);
   if (isAutomatic) return 0;
-  // The latch is cleared once here, once with the page.
+  // The latch is cleared here, and again with the page.
   WriteBridgeRegister(context, BridgeRegister::LowByteLatch, 0);
   SelectSensorPage(context, 0);
   const std::uint32_t lines = Bits(LinesOfMi1318(context));

@@ -10,7 +10,7 @@
 namespace lidcam {
 namespace {
 
-// What becomes of BridgeRegister::Orientation: the bits kept, by format, and the bits set. Formats other
+// Changes of BridgeRegister::Orientation: the bits kept, by format, and the bits set. Formats other
 // than YUY2 also lose bits 0, 1 and 3 in all but the flipped row.
 struct OrientationRow {
   bool Mirror;

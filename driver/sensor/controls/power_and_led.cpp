@@ -24,7 +24,7 @@ enum class Led : std::uint8_t { Leave, On, Off, FollowLight };
 
 struct LightAndLedRow {
   List Registers;
-  bool RestartsLight;  // the light state machine begins anew
+  bool RestartsLight;  // the light state machine restarts
   Led AtPolicyOn;
   Led AtPolicyOff;
   Led Otherwise;

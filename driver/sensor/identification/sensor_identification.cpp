@@ -125,7 +125,7 @@ bool DecideByFirstAttempt(CameraContext& context, SensorVersion found) {
   }
 }
 
-// By elimination: takes every sensor that answers nothing useful, too.
+// By elimination: every sensor without a known identity counts as this one, too.
 void DecideDh10(CameraContext& context) {
   context.SensorDH10 = 1;
   Decide(context, SensorTypeOV7660);
@@ -160,7 +160,7 @@ void IdentifyWideFamily(CameraContext& context) {
   }
 }
 
-// 1B17:6100, 1B17:6101 and 1B17:6110 are taken on trust.
+// 1B17:6100, 1B17:6101 and 1B17:6110 are accepted without a check.
 void TrustReserved3(CameraContext& context) {
   Decide(context, SensorTypeReserved3);
 }
@@ -171,7 +171,7 @@ void TrustVga7648(CameraContext& context) {
   Decide(context, SensorTypeVGA7648);
 }
 
-// 1B17:6111: one attempt, no messages, and only the OV7660 and OV7663 are told apart.
+// 1B17:6111: one attempt, no messages, and only the OV7660 and OV7663 are distinguished.
 void IdentifyOvFamilySilently(CameraContext& context) {
   context.SensorDH10 = 0;
   WriteAll(context, kOpenSensorBus);

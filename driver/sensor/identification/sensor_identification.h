@@ -7,12 +7,12 @@
 
 namespace lidcam {
 
-/// Finds out which sensor stands behind the bridge and stores it in `SensorType`, which must hold
+/// Identifies the sensor behind the bridge and stores it in `SensorType`, which must hold
 /// SensorTypeVGA0408 on entry and keeps it when nothing is found.
 ///
-/// The USB identity decides how to ask; on some identities identity registers of the sensor decide
-/// the rest. Cannot fail: a read that fails takes the path of a sensor that does not match. The
-/// findings go to the debug output.
+/// The USB identity selects the method; for some identities the sensor's identity registers decide.
+/// Cannot fail: a read that fails takes the path of a sensor that does not match. The findings go
+/// to the debug output.
 ///
 /// @param deviceDescriptor  as the device sent it; idVendor (offset 8) and idProduct (offset 10)
 ///                          are used

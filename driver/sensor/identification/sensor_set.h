@@ -25,8 +25,8 @@ class SensorSet {
 /// The sensors that share the OV register layout.
 inline constexpr SensorSet kOVFamily{SensorTypeOV7660, SensorTypeOV7663, SensorTypeOV7670};
 
-/// The first row of a sensor; the last row of a table holds for all sensors that no row names,
-/// whatever its own set says.
+/// The first row that names a sensor; the last row of a table is for all other sensors, whatever
+/// its own set.
 template <typename Row, std::size_t Count>
 constexpr const Row& RowFor(std::int32_t type, const Row (&table)[Count]) {
   for (std::size_t row = 0; row + 1 < Count; ++row) {

@@ -21,7 +21,7 @@ struct SmallPictureRow {
   std::uint8_t LineTimeHigh;  // for SensorRegister::VgaLineTimeHigh; 0 writes nothing
 };
 
-// The negotiated highest setting is 7 or 3, so the rows for 2 wait for a device that has no 3.
+// The negotiated highest setting is 7 or 3: the rows for 2 are for a device that has no 3.
 constexpr SmallPictureRow kSmallPictureRows[] = {
     {SensorTypeVGA0408, Pipe::ShortUpTo3, 9, 1}, {SensorTypeVGA0408, Pipe::ShortUpTo2, 9, 6},
     {SensorTypeVGA0408, Pipe::Otherwise, 8, 0},  {SensorTypeVGA0708, Pipe::ShortUpTo3, 9, 1},
@@ -45,7 +45,7 @@ Pipe PipeOf(const CameraContext& context) {
   return highest == 2 ? Pipe::ShortUpTo2 : Pipe::Otherwise;
 }
 
-// The row of the very case, else the sensor's row for all other cases, which stands after it.
+// The row of this exact case, else the sensor's row for all other cases, which stands after it.
 const SmallPictureRow& FindSmallPictureRow(const CameraContext& context) {
   const Pipe pipe = PipeOf(context);
   for (const SmallPictureRow& row : kSmallPictureRows) {

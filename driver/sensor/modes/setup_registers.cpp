@@ -25,7 +25,7 @@ void WriteEntry(CameraContext& context, const RegisterSetEntry& entry) {
   }
 }
 
-// A full table is written, unlike a full list; what a file had past the room was not stored.
+// A full table is written, unlike a full list; entries of a file beyond the table were not stored.
 void WriteTable(CameraContext& context, const RegisterSetTable& table) {
   if (table.Present == 0) return;
   for (std::uint32_t i = 0; i < table.Count && i < kRegisterSetCapacity; ++i) {

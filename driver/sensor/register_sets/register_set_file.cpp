@@ -17,7 +17,7 @@ constexpr std::size_t kSectionHeaderSize = 8;
 constexpr std::uint32_t kReadBufferSize = 2000;
 constexpr std::uint32_t kLongestBody = 1980;
 
-// What a read brought: the first `Size` bytes at `Bytes` may be looked at.
+// The result of a read: the first `Size` bytes at `Bytes` are valid.
 struct SetBody {
   const std::uint8_t* Bytes;
   std::size_t Size;
@@ -38,7 +38,7 @@ NTSTATUS OpenForReading(const WCHAR* path, HANDLE& file) {
                       FILE_SHARE_READ, FILE_OPEN, FILE_SYNCHRONOUS_IO_NONALERT, nullptr, 0);
 }
 
-// Goes on where the read before ended. `received` is set on success only.
+// Continues at the end of the previous read. `received` is set on success only.
 NTSTATUS ReadNext(HANDLE file, std::uint8_t* buffer, std::uint32_t length, std::size_t& received) {
   IO_STATUS_BLOCK io{};
   const NTSTATUS status =
@@ -56,8 +56,8 @@ NTSTATUS ReadBodyLength(HANDLE file, std::uint32_t& length) {
   return status;
 }
 
-// The body is asked for by its length as it stands in the file, as far as the buffer goes. A failed
-// read may have filled the buffer all the same, and is walked like any other.
+// Reads the body by the length in the file, as far as the buffer goes. A failed read may have
+// filled the buffer all the same, and is walked like any other.
 NTSTATUS ReadBody(HANDLE file, std::uint8_t* buffer, std::uint32_t length, SetBody& body) {
   const std::uint32_t asked = length < kReadBufferSize ? length : kReadBufferSize;
   ZeroCameraMemory(buffer, kReadBufferSize);
@@ -78,16 +78,16 @@ RegisterSetTable* TableOfSection(CameraContext& context, std::uint32_t sectionTy
   }
 }
 
-// `Count` tells what the section had; entries past the room of the table are not stored.
+// `Count` is that of the section; entries beyond the end of the table are not stored.
 void StoreSection(RegisterSetTable& table, const std::uint8_t* payload, std::uint32_t size) {
   table.Present = size != 0 ? 1 : 0;
   table.Count = static_cast<std::uint32_t>(size / sizeof(RegisterSetEntry));
   std::memcpy(table.Entries, payload, size < sizeof(table.Entries) ? size : sizeof(table.Entries));
 }
 
-// Takes the section at `offset` and steps past it. False ends the walk: at a type without a table, which
-// is told, or at a section that is not whole within the body. A length below the header's own wraps
-// to a payload that no body holds.
+// Takes the section at `offset` and steps past it. False ends the walk: at a type without a table,
+// which prints a message, or at a section that is not whole within the body. A length below the
+// header's own wraps to a payload larger than any body.
 bool TakeSection(CameraContext& context, const SetBody& body, std::size_t& offset,
                  std::uint32_t& remaining, NTSTATUS& status) {
   if (body.Size - offset < kSectionHeaderSize) return false;
@@ -108,7 +108,7 @@ bool TakeSection(CameraContext& context, const SetBody& body, std::size_t& offse
   return true;
 }
 
-// Only a remainder of exactly 0 is the end: a section longer than it wraps, and the walk goes on.
+// Ends only at a remainder of exactly 0: a longer section wraps it, and the walk continues.
 void WalkSections(CameraContext& context, const SetBody& body, std::uint32_t bodyLength,
                   NTSTATUS& status) {
   std::size_t offset = 0;

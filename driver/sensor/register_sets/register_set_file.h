@@ -12,8 +12,8 @@ namespace lidcam {
 
 /// Reads one register set file into the record's three tables.
 ///
-/// The walk over the sections ends where the body's length comes out exactly. Lengths that don't
-/// add up walk on; a section of unknown type, or one that reaches past what was read, prints
+/// The walk over the sections ends where their lengths add up to the body's exactly, and continues
+/// otherwise; a section of unknown type, or one that reaches beyond the bytes read, prints
 /// " This is error type\n" and ends the file. Of a section the first 600 entries are stored.
 ///
 /// @param path  as the platform names files, "\\SystemRoot\\..."

@@ -43,7 +43,7 @@ std::uint8_t KeepUserSaturation(const CameraContext& context, std::uint8_t) {
 
 enum class Lists : std::uint8_t { Both, Normal };
 
-// An entry whose value gives way to what the user has set.
+// An entry whose value is replaced by the user's setting.
 struct EntryPatch {
   constexpr EntryPatch(std::uint8_t marker, RegisterAddress address, Lists lists,
                        std::uint8_t (*valueFor)(const CameraContext& context, std::uint8_t value))

@@ -9,8 +9,8 @@ namespace lidcam {
 
 enum class RegisterList : std::uint32_t { Normal = 0, LowLight = 1 };
 
-/// Writes the normal or the low-light register list, with the registers patched that carry what the
-/// user has set.
+/// Writes the normal or the low-light register list, with the user's settings patched into their
+/// registers.
 ///
 /// @param path  on the application path a fixed tail follows on SensorTypeVGA0708
 /// @return the status of the list's last write; 0 for an absent or overlong list, which writes

@@ -18,7 +18,7 @@ const char* ChipName(Chip chip) {
   return chip == Chip::Bridge ? "bridge" : "sensor";
 }
 
-// What the select register takes: bit 1 chooses the sensor, bit 0 a read.
+// Values of the select register: bit 1 chooses the sensor, bit 0 a read.
 constexpr std::uint32_t SelectForWrite(Chip chip) {
   return chip == Chip::Bridge ? 0 : 2;
 }
@@ -89,8 +89,8 @@ Status FramePathWrite(CameraContext& context, Chip chip, RegisterAddress address
   return status;
 }
 
-// Nobody waits any more for this user of the record, which may go: nothing of it is touched behind the
-// call. The volatile access keeps the endless loop defined.
+// After the call the record may be freed, since this user of it is no longer waited for: nothing of
+// it is touched. The volatile access keeps the endless loop defined.
 [[noreturn]] void StopForGood(CameraContext& context, RegisterAddress address) {
   TraceCamera("bus  read  bridge %04X stops for good", address);
   if (context.ThreadStops != nullptr) context.ThreadStops(context.TransportContext);
@@ -101,7 +101,7 @@ Status FramePathWrite(CameraContext& context, Chip chip, RegisterAddress address
   }
 }
 
-// Where a bridge register that later read-modify-write steps start from has its shadow.
+// A bridge register that later read-modify-write steps start from, and its shadow.
 struct BridgeShadow {
   constexpr BridgeShadow(RegisterAddress address, Shared<std::uint8_t> CameraContext::*field)
       : Register(RegisterNumberOf(address)), Field(field) {}
@@ -183,7 +183,7 @@ Status DriverWriteSensorRegister(CameraContext& context, RegisterAddress address
 }
 
 Status ReadBridgeRegister(CameraContext& context, RegisterAddress address, std::uint8_t& result) {
-  // One reading, on purpose: a read that finds the frame path on the bus never goes on.
+  // Read once, on purpose: a read that finds the frame path on the bus never continues.
   if (context.DriverRegisterBusy != 0) StopForGood(context, address);
   context.AppRegisterBusy = 1;
   const Status status = ReadSelected(context, Chip::Bridge, address, result);

@@ -13,13 +13,14 @@ inline constexpr Status kRegisterAccessRefused = 1;
 /// Which chip a register belongs to.
 enum class Chip : std::uint8_t { Bridge = 0, Sensor = 1 };
 
-/// Who accesses registers: by the waiting primitives, or by those of the frame path, which refuse.
+/// The path of a register access: the application's primitives wait, those of the frame path
+/// refuse.
 enum class RegisterPath : std::uint32_t { Frame = 0, Application = 1 };
 
-// Every access is a pair of vendor requests: a write of the select register 0xFFFF, which says what
-// the next request means, then the request itself. `address` is 0xFF00 + n for register n of bridge
-// and sensor alike; of `value` the low 8 bits are sent. The result is that of the second transfer:
-// 0, or what the request callback returned. A failed select is not seen.
+// Every access is a pair of vendor requests: a write of the select register 0xFFFF, which sets the
+// meaning of the next request, then the request itself. `address` is 0xFF00 + n for register n of
+// bridge and sensor alike; of `value` the low 8 bits are sent. The result is that of the second
+// transfer: 0, or what the request callback returned. A failed select is not noticed.
 
 /// Writes a bridge register on the application path.
 ///
@@ -43,9 +44,9 @@ Status DriverWriteSensorRegister(CameraContext& context, RegisterAddress address
 
 /// Reads a bridge register on the application path.
 ///
-/// Looks at the frame path's busy flag once: a read that meets a frame-path access in progress
-/// stops there for good. It tells the transport so (CameraContext::ThreadStops) and uses the record no
-/// more; whatever else its thread holds stays held.
+/// Reads the frame path's busy flag once: a read that meets a frame-path access in progress stops
+/// there for good. It reports that to the transport (CameraContext::ThreadStops) and no longer uses
+/// the record; whatever else its thread holds stays held.
 /// @param result  keeps what it held if the read fails
 Status ReadBridgeRegister(CameraContext& context, RegisterAddress address, std::uint8_t& result);
 

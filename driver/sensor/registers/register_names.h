@@ -6,9 +6,9 @@
 
 namespace lidcam {
 
-// Registers by the address that goes over the bus; docs/hardware.md tells what they do. A register whose use
-// is open has no name: the driver's tables have its bare address. Where a name ends in the register's
-// number, the use is known and what its bits mean is not.
+// Registers by the address that goes over the bus, described in docs/hardware.md. A register of
+// unknown use has no name: the driver's tables have its bare address. Where a name ends in the
+// register's number, the use is known and the meaning of its bits is not.
 
 /// Registers of the bridge.
 namespace BridgeRegister {

@@ -13,9 +13,9 @@ namespace lidcam {
 Status WriteWideSensorRegister(CameraContext& context, RegisterAddress address,
                                std::uint16_t value);
 
-/// Chooses which page the 16-bit registers of SensorTypeK82 and SensorTypeMi1318 lie in.
+/// Selects the page of the 16-bit registers of SensorTypeK82 and SensorTypeMi1318.
 ///
-/// The page register is another one on each of the two; the page is a wide write like any other.
+/// The two have different page registers; the page is a wide write like any other.
 /// @return the status of the second write
 Status SelectSensorPage(CameraContext& context, std::uint16_t page);
 

@@ -17,7 +17,7 @@ struct IsoPipeline;
 struct UsbDeviceRecord;
 struct UsbStreamRecord;
 
-/// What the camera core knows as its transport context and hands back on every request.
+/// The camera core's transport context, which it passes with every request.
 struct TransportRecord {
   TransportRecordHead Head;  ///< "SYQR" and the three device objects, copied from the KSDEVICE
   UsbDeviceRecord* Device;
@@ -54,40 +54,40 @@ struct BulkTransfer {
   void (*Callback)(CameraContext* camera, void* context, NTSTATUS status);
   void* CallbackContext;
   UsbDeviceRecord* Device;
-  UsbStreamRecord* Stream;  ///< null: the transfer stands for itself
+  UsbStreamRecord* Stream;  ///< null: a standalone transfer
   std::uint32_t Room;       ///< bytes of the caller's memory at UserBuffer
 };
 
-/// One of the isochronous transfers that circle between the USB stack and the frame thread.
+/// One of the isochronous transfers that circulate between the USB stack and the frame thread.
 ///
-/// What the USB stack and the frame thread use of it is `Memory`: the data bytes and behind them the
-/// URB (together the memory's block), and the IRP. The stream gives it up at its release. The
-/// completion routine's context is the ReferenceCountedMemory, whose Owner is this record, so that a transfer
-/// that comes home after its stream has gone is told from one of the next stream: once the memory is
-/// given up, the record, and even the device, may be gone.
+/// What the USB stack and the frame thread use of it is `Memory`: the data bytes and behind them
+/// the URB (together the memory's block), and the IRP. The stream's release gives it up. The
+/// completion routine's context is the ReferenceCountedMemory, whose Owner is this record, so that
+/// a transfer that completes after its stream's release can be told from one of the next stream:
+/// once the memory is given up, this record, and even the device, may be gone.
 struct IsoTransfer {
-  char Signature[4];  ///< "ISQR"; tested by nothing
+  char Signature[4];  ///< "ISQR"; never checked
   LIST_ENTRY Link;    ///< in the pipeline's CompletedList
   volatile LONG
       InFlight;  ///< above 0 while the USB stack owns it; a send that fails lowers it twice
-  void* Buffer;  ///< start of the data bytes; keeps its value over the release
+  void* Buffer;  ///< start of the data bytes; the release doesn't change it
   _URB_ISOCH_TRANSFER* Urb;  ///< null once released
   PIRP Irp;                  ///< null once released
   UsbDeviceRecord* Device;
   UsbStreamRecord* Stream;
-  IsoPipeline* Pipeline;   ///< lives as long as the device, also when the hardware was stopped
+  IsoPipeline* Pipeline;   ///< lives as long as the device, even after the hardware has stopped
   std::uint32_t DataSize;  ///< bytes at `Buffer`, up to the URB
-  ReferenceCountedMemory* Memory;  ///< keeps its value over the release, for who still holds it
+  ReferenceCountedMemory* Memory;  ///< the release doesn't change it, for its other holders
   std::uint8_t OwnsMemory;         ///< the stream has not given `Memory` up
 };
 
-/// The circle of transfers. Stands behind the stream record, with the transfers behind itself.
+/// The isochronous pipeline. Lies behind the stream record, with the transfers behind it.
 struct IsoPipeline {
   std::uint32_t PacketsPerTransfer;  ///< 32, or 4 on old platforms
   /// stream control | frame thread: the thread is to end; set under CompletedLock
   Shared<std::uint8_t> StopRequested;
   PVOID Thread;                  ///< referenced thread object; null if there is none
-  LIST_ENTRY CompletedList;      ///< IsoTransfers that came home, oldest first
+  LIST_ENTRY CompletedList;      ///< completed IsoTransfers, oldest first
   KSPIN_LOCK CompletedLock;      ///< protects the list; nests in nothing
   KSEMAPHORE WakeSemaphore;      ///< a count for each queued transfer, one more for the stop
   KSEMAPHORE DoneSemaphore;      ///< released by the frame thread as its last act
@@ -98,7 +98,7 @@ struct IsoPipeline {
 
 /// All USB state of a device.
 struct UsbDeviceRecord {
-  char Signature[4];  ///< "DVQR"; tested by nothing
+  char Signature[4];  ///< "DVQR"; never checked
   UsbStreamRecord* Stream;
   volatile LONG ResetGuard;  ///< recoveries under way minus 1; 0 until the descriptors are read
   std::int32_t WdmLevel;     ///< 1 to 5
@@ -120,8 +120,8 @@ struct UsbDeviceRecord {
   Shared<KSPIN*> Pin;              ///< stream control | frame thread: of the stream; never cleared
   CameraContext* Camera;
   std::uint32_t LongConfigDescriptor;  ///< 1: wTotalLength was 193
-  PipeRecord* PipeTable;               ///< may be null; given up with the device
-  volatile LONG* WorkItems;            ///< of the device's object: not run to their end yet
+  PipeRecord* PipeTable;               ///< may be null; freed with the device
+  volatile LONG* WorkItems;            ///< of the device's object: count of those not finished
 };
 
 /// Bits of UsbStreamRecord::WaitFlags. Read and written without atomic steps from several threads.
@@ -137,16 +137,16 @@ struct StreamResetItem {
   UsbStreamRecord* Stream;
 };
 
-/// The one stream of a device: there is one record, used anew by each stream.
+/// The one stream of a device: all its streams use the same record in turn.
 struct UsbStreamRecord {
-  char Signature[4];  ///< "CHQR"; tested by nothing
+  char Signature[4];  ///< "CHQR"; never checked
   UsbDeviceRecord* Device;
   Shared<std::uint32_t> WaitFlags;  ///< stream control | ticks, completions: lidcam::WaitFlag bits
-  /// completions | ticks, stream control: the circle is broken, nothing queues any more
+  /// completions | ticks, stream control: a transfer has failed, nothing is queued any more
   Shared<std::uint8_t> Halted;
   /// stream control | recoveries: a pause stopped the transfers, a start rebuilds them
   Shared<std::uint8_t> RestartPending;
-  /// stream control | completions, ticks, frame thread: transfers circle
+  /// stream control | completions, ticks, frame thread: transfers circulate
   Shared<std::uint8_t> StreamRunning;
   /// stream control | recoveries: thread, buffers and transfers exist
   Shared<std::uint8_t> Opened;
@@ -155,11 +155,11 @@ struct UsbStreamRecord {
   KEVENT StopEvent;
   KTIMER WatchdogTimer;
   KDPC WatchdogDpc;
-  volatile LONG WatchdogChain;  ///< 1 while a tick is still to come that arms itself again
+  volatile LONG WatchdogChain;  ///< 1 while a tick that arms itself again is still to come
   volatile LONG RunningTicks;   ///< ticks that have begun and may still use this record
   /// recoveries | frame thread: entry of InterfaceInformation; 1 until a recovery
   Shared<std::uint32_t> PipeIndex;
-  StreamResetItem* ResetWorkItem;  ///< the last one; not to be followed
+  StreamResetItem* ResetWorkItem;  ///< the last one; may be freed already
   std::uint32_t NextStartFrame;
   FormatRequest StreamFormat;     ///< in force, with the alternate setting that the interface has
   Shared<IsoPipeline*> Pipeline;  ///< stream control | ticks: null once the hardware was stopped
@@ -178,7 +178,7 @@ inline bool IsDeviceUsable(const UsbDeviceRecord& device) {
   return device.DeviceOpen != 0 && device.Connected != 0;
 }
 
-/// Sets and clears bits of WaitFlags: a load and a store, as all its users do it.
+/// Sets and clears bits of WaitFlags: a load and a store, as in all its users.
 inline void SetWaitFlag(UsbStreamRecord& stream, WaitFlag flag) {
   const std::uint32_t flags = stream.WaitFlags;
   stream.WaitFlags = flags | flag;

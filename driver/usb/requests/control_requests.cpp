@@ -8,8 +8,8 @@
 namespace lidcam {
 namespace {
 
-// The waiter for the bus's turn is woken with a boost, so that a register write of the frame path
-// comes in between two of an application.
+// The thread that waits for its turn is woken with a boost, so that a register write of the frame
+// path comes between two of an application.
 constexpr KPRIORITY kUrbLockIncrement = 16;
 
 constexpr UCHAR kInvokeAlways = SL_INVOKE_ON_SUCCESS | SL_INVOKE_ON_ERROR | SL_INVOKE_ON_CANCEL;
@@ -24,7 +24,7 @@ void FillStackLocation(PIRP irp, void* urb, PIO_COMPLETION_ROUTINE routine, void
   location.Control = kInvokeAlways;
 }
 
-// The IRP lives on this thread's behalf only: it must be home before the event goes.
+// The IRP uses this thread's event: it must be completed before the event goes out of scope.
 NTSTATUS AwaitUrb(PIRP irp, KEVENT& done) {
   LARGE_INTEGER limit = RelativeTime(kUrbTimeLimit);
   if (KeWaitForSingleObject(&done, Executive, KernelMode, FALSE, &limit) != STATUS_TIMEOUT) {
@@ -47,7 +47,7 @@ NTSTATUS SendUrbInTurn(UsbDeviceRecord& device, void* urb) {
   return status;
 }
 
-// One allocation: the data bytes, behind them the URB at its own alignment.
+// Offset of the URB, at its own alignment, behind the data bytes in one allocation.
 constexpr std::size_t UrbOffset(std::uint32_t size) {
   constexpr std::size_t kAlignment = alignof(_URB_CONTROL_VENDOR_OR_CLASS_REQUEST);
   return (std::size_t{size} + kAlignment - 1) & ~(kAlignment - 1);

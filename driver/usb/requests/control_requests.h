@@ -12,9 +12,9 @@ inline constexpr Time100ns kUrbTimeLimit = 50'000'000;
 
 /// Sends an URB and waits until it has been carried out. All of a device's requests go one at a time.
 ///
-/// @return what the USB stack gave; STATUS_DEVICE_DATA_ERROR if the device is not open or gone,
-///         STATUS_UNSUCCESSFUL without an IRP, STATUS_IO_TIMEOUT after kUrbTimeLimit and the cancel.
-///         What the URB's own status says is the caller's to read.
+/// @return the USB stack's status; STATUS_DEVICE_DATA_ERROR if the device is not open or gone,
+///         STATUS_UNSUCCESSFUL without an IRP, STATUS_IO_TIMEOUT after kUrbTimeLimit and the
+///         cancel. The caller reads the URB's own status.
 _IRQL_requires_max_(PASSIVE_LEVEL)
 NTSTATUS SendUrb(UsbDeviceRecord& device, void* urb);
 
@@ -35,12 +35,12 @@ Status UsbWriteRequest(void* transport, std::uint32_t request, std::uint32_t ind
 Status UsbReadRequest(void* transport, std::uint32_t request, std::uint32_t index,
                       std::uint32_t value, void* buffer, std::uint32_t* length);
 
-/// Brings home everything that is out on a pipe.
+/// Aborts all requests of a pipe.
 /// @return the status of SendUrb(), or STATUS_INSUFFICIENT_RESOURCES
 _IRQL_requires_max_(PASSIVE_LEVEL)
 NTSTATUS AbortPipe(UsbDeviceRecord& device, USBD_PIPE_HANDLE pipeHandle);
 
-/// What becomes of a pipe.
+/// The two requests for a pipe.
 enum class PipeRequest : std::uint8_t { Reset = 0, Abort = 1 };
 
 /// Resets or aborts the stream's pipe.
@@ -59,7 +59,7 @@ _IRQL_requires_max_(DISPATCH_LEVEL)
 PIRP CreateUrbIrp(UsbDeviceRecord& device, void* context, void* urb,
                   PIO_COMPLETION_ROUTINE completionRoutine);
 
-/// Makes an IRP that came home ready to go down again. Its status stays as it is.
+/// Prepares a completed IRP for being sent again. Its status is unchanged.
 _IRQL_requires_max_(DISPATCH_LEVEL)
 void RearmIrp(void* context, PIRP irp, void* urb, PIO_COMPLETION_ROUTINE completionRoutine);
 

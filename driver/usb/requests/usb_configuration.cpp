@@ -16,7 +16,7 @@ constexpr ULONG kDeviceDescriptorSize = 18;
 // Room for the configuration descriptor of any camera of this kind; a longer one is read twice.
 constexpr ULONG kFirstConfigurationRoom = 521;
 
-// Tells the camera with eight alternate settings from the one with four.
+// Distinguishes the camera with eight alternate settings from the one with four.
 constexpr ULONG kLongConfigurationLength = 193;
 
 constexpr std::int32_t kDefaultFormatListIndex = 0;
@@ -32,7 +32,8 @@ void FillDescriptorRequest(_URB_CONTROL_DESCRIPTOR_REQUEST& urb, UCHAR type, voi
   urb.DescriptorType = type;
 }
 
-// Zero-filled: what the device doesn't send is not what somebody else has left there.
+// Zero-filled: bytes that the device doesn't send must not be those of an earlier user of the
+// memory.
 std::uint8_t* AllocateZeroed(std::size_t size) {
   void* const memory = AllocateCameraMemory(size);
   if (memory != nullptr) ZeroCameraMemory(memory, size);
@@ -67,8 +68,8 @@ struct ConfigurationReply {
   ULONG Room;
 };
 
-// Reads into a buffer that grows until the descriptor fits. The length is looked at whatever came of
-// the request.
+// Reads into a buffer that grows until the descriptor fits. The length is used even if the request
+// failed.
 ConfigurationReply FetchConfiguration(UsbDeviceRecord& device,
                                       _URB_CONTROL_DESCRIPTOR_REQUEST& urb) {
   ConfigurationReply reply{STATUS_INSUFFICIENT_RESOURCES, nullptr, kFirstConfigurationRoom};
@@ -99,7 +100,7 @@ bool HasInterface(const _URB_SELECT_CONFIGURATION& urb) {
          urb.Interface.Length >= kHead;
 }
 
-// What the stack has written over the interface information, no more than the memory there holds.
+// The interface information that the stack has written, at most the size of the memory there.
 void TakeInterfaceInformation(USBD_INTERFACE_INFORMATION& information,
                               const std::uint8_t* selected) {
   const USHORT length = information.Length;
@@ -262,7 +263,8 @@ NTSTATUS ChooseStreamFormat(UsbStreamRecord& stream, const KS_VIDEOINFOHEADER& v
   UsbDeviceRecord& device = *stream.Device;
   std::uint32_t rawBufferSize = 0;
   NegotiateFormat(*device.Camera, format, rawBufferSize, wanted);
-  // A stream that is prepared already may be filling its buffers: the same number is not written anew.
+  // A stream that is prepared already may be filling its buffers: an equal size is not written
+  // again.
   if (stream.Assembly.RawBufferSize != rawBufferSize) stream.Assembly.RawBufferSize = rawBufferSize;
   NTSTATUS status = STATUS_SUCCESS;
   if (format.AlternateSetting != wanted) {

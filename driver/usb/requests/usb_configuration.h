@@ -7,20 +7,21 @@
 
 namespace lidcam {
 
-/// Reads what the device says of itself and configures it: device descriptor, configuration
-/// descriptor, select configuration. Lets recoveries be scheduled from then on.
+/// Reads the device's descriptors and configures it: device descriptor, configuration descriptor,
+/// select configuration. Recoveries can be scheduled from then on.
 ///
 /// @return the status of the step that failed
 _IRQL_requires_max_(PASSIVE_LEVEL)
 NTSTATUS ReadDeviceDescriptors(UsbDeviceRecord& device);
 
 /// Reads the whole configuration descriptor, however long, and selects the configuration. Sets
-/// LongConfigDescriptor, whatever came of the request.
+/// LongConfigDescriptor, even if the request failed.
 _IRQL_requires_max_(PASSIVE_LEVEL)
 NTSTATUS ReadConfiguration(UsbDeviceRecord& device);
 
-/// Selects the configuration with all its interfaces as they stand first, and keeps handle, interface
-/// information and pipe table. The latter two may stay null without memory; that is not reported.
+/// Selects the configuration with all its interfaces in their first settings, and keeps handle,
+/// interface information and pipe table. The latter two may stay null without memory; that is not
+/// reported.
 ///
 /// @param configurationDescriptor  wTotalLength bytes
 /// @return STATUS_INSUFFICIENT_RESOURCES for every failure
@@ -28,7 +29,7 @@ _IRQL_requires_max_(PASSIVE_LEVEL)
 NTSTATUS SelectConfiguration(UsbDeviceRecord& device,
                              PUSB_CONFIGURATION_DESCRIPTOR configurationDescriptor);
 
-/// Selects the alternate setting that stands in InterfaceInformation, and updates it on success.
+/// Selects the alternate setting in InterfaceInformation, and updates it on success.
 ///
 /// @return the request's status; STATUS_INSUFFICIENT_RESOURCES without memory or without an
 ///         InterfaceInformation. A status in the URB alone is not reported.
@@ -46,7 +47,7 @@ NTSTATUS SelectAlternateSetting(UsbDeviceRecord& device, std::uint8_t setting);
 _IRQL_requires_max_(PASSIVE_LEVEL)
 NTSTATUS ChooseStreamFormat(UsbStreamRecord& stream, const KS_VIDEOINFOHEADER& videoInfo);
 
-/// Takes what the camera core says about this camera into the record.
+/// Stores the camera core's capabilities in the record.
 void StoreCapabilities(UsbDeviceRecord& device, const CameraCapabilities& capabilities);
 
 }  // namespace lidcam

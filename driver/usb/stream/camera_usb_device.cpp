@@ -31,7 +31,7 @@ void CameraUsbDevice::AttachPipeline() {
   Pipeline->PacketsPerTransfer = WdmLevel <= kHighestOldLevel ? kPacketsOnOldPlatforms : kPackets;
 }
 
-// An acquisition that failed may have left transfers that no stream has owned since.
+// A failed acquisition may have left transfers that no stream has owned since.
 void CameraUsbDevice::DetachPipeline() {
   for (IsoTransfer& transfer : TransfersOf(*UsbStream)) ReleaseIsoTransfer(transfer);
   Pipeline = nullptr;
@@ -72,7 +72,7 @@ NTSTATUS CameraUsbDevice::ReleaseStreamResources() {
   return STATUS_SUCCESS;
 }
 
-// RawBuffers keeps its value; whether there is something to free is RawMemory's to say.
+// RawBuffers keeps its value; RawMemory shows whether there is something to free.
 void CameraUsbDevice::ReleaseRawBuffers() {
   ReferenceCountedMemory* const memory = UsbStream->RawMemory;
   if (memory == nullptr) return;

@@ -29,7 +29,7 @@ class CameraUsbDevice final : public UsbCaptureDevice {
   void ReleaseRawBuffers();
 };
 
-/// Creates the object for a device that plug and play has found, and binds it.
+/// Creates the object for a device found by plug and play, and binds it.
 /// @return STATUS_INSUFFICIENT_RESOURCES, or what Bind() gave
 _IRQL_requires_max_(PASSIVE_LEVEL)
 NTSTATUS AddCameraDevice(PKSDEVICE device);

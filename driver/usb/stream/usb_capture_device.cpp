@@ -40,7 +40,7 @@ T* AllocateRecord() {
   return memory != nullptr ? ::new (memory) T{} : nullptr;
 }
 
-// The pipeline's place behind the stream record.
+// Offset of the pipeline behind the stream record.
 constexpr std::size_t PipelineOffset() {
   return (sizeof(UsbStreamRecord) + alignof(IsoPipeline) - 1) & ~(alignof(IsoPipeline) - 1);
 }
@@ -100,7 +100,7 @@ std::int32_t UsbCaptureDevice::GetFormatCount() {
   return UsbDevice != nullptr ? UsbDevice->FormatCount : 0;
 }
 
-// What the bag has taken it keeps: only what it has not is freed here.
+// The bag keeps what it has accepted: only the other records are freed here.
 NTSTATUS UsbCaptureDevice::AllocateRecords(PKSDEVICE device) {
   auto* const transport = AllocateRecord<lidcam::TransportRecord>();
   if (transport == nullptr) return STATUS_INSUFFICIENT_RESOURCES;
@@ -138,8 +138,8 @@ void UsbCaptureDevice::FillRecords(PKSDEVICE device) {
   record.DeviceOpen = 1;
 }
 
-// Nothing frees the pipe table while the device lives; it goes with the device's records. What the
-// bag doesn't take nobody uses.
+// The pipe table is freed with the device's records, not earlier. A table that the bag refuses is
+// not used.
 void UsbCaptureDevice::KeepPipeTable() {
   PipeRecord* const table = UsbDevice->PipeTable;
   if (table == nullptr) return;
@@ -206,7 +206,7 @@ void UsbCaptureDevice::ResetStreamState() {
 void UsbCaptureDevice::FreeDescriptors() {
   FreeCameraMemory(UsbDevice->DeviceDescriptor);
   FreeCameraMemory(UsbDevice->InterfaceInformation);
-  // Nobody is to follow them any more, so that they need not stay as they are.
+  // Nothing reads them any more, so they need not keep their values.
   UsbDevice->DeviceDescriptor = nullptr;
   UsbDevice->InterfaceInformation = nullptr;
 }
@@ -217,10 +217,11 @@ void UsbCaptureDevice::FailStart() {
   FreeDescriptors();
 }
 
-// Stopping a device for its resources leaves the hardware's state alone: it goes when the device starts
-// anew, with whatever stream there is, and the settings as they were saved last. The platform holds
-// the device's mutex meanwhile, so that a recovery which waits for the mutex is not waited for here.
-// It will find its stream released; the device's removal waits for it, and its records stay till then.
+// Stopping a device for its resources leaves the hardware's state alone: it is released when the
+// device starts anew, with the stream if there is one, and the settings as they were saved last.
+// The platform holds the device's mutex meanwhile, so that a recovery which waits for the mutex
+// can't be waited for here. That recovery will find its stream released; the device's removal waits
+// for it, and its records stay till then.
 void UsbCaptureDevice::EndLastStart() {
   if (UsbDevice == nullptr) return;
   OnDeviceGone(0);
@@ -287,7 +288,7 @@ NTSTATUS UsbCaptureDevice::OnDeviceGone(std::uint32_t reason) {
   if (reason != 0 && reason != kSurpriseRemoved) return STATUS_SUCCESS;
   if (UsbDevice != nullptr) {
     UsbDevice->Connected = 0;
-    // A stream that is being prepared is there, or has been refused, behind the mutex.
+    // Behind the mutex, a stream under preparation is either prepared or refused.
     const DeviceMutex mutex(KsDevice);
   }
   TraceCamera("device gone reason=%u", reason);
@@ -321,8 +322,8 @@ NTSTATUS UsbCaptureDevice::AcquireStream(PKSPIN pin, PKS_VIDEOINFOHEADER videoIn
   return Traced("acquire", status);
 }
 
-// A device that goes meanwhile has been told so before this, or finds the stream prepared. Whatever
-// else fails, the caller learns of no memory only.
+// A removal under way has either cleared Connected before this, or finds the stream prepared. All
+// later failures are returned as lack of memory.
 NTSTATUS UsbCaptureDevice::PrepareStream() {
   if (UsbDevice->Connected == 0) return STATUS_DEVICE_DATA_ERROR;
   if (UsbStream->Opened != 0 || UsbStream->StreamRunning != 0) return STATUS_UNSUCCESSFUL;
@@ -371,8 +372,8 @@ NTSTATUS UsbCaptureDevice::PauseStream() {
   return Traced("pause", PauseLocked());
 }
 
-// A pause beside another one finds the stream paused: a second drain would wait for nothing. One that
-// waited for a start of the device may find no stream at all: that start released it, and then failed.
+// A concurrent second pause finds the stream paused: it must not drain again. If it has waited for
+// a start of the device, there may be no stream: that start released it, and then failed.
 NTSTATUS UsbCaptureDevice::PauseLocked() {
   const DeviceMutex mutex(KsDevice);
   UsbStreamRecord* const stream = UsbStream;
@@ -417,7 +418,7 @@ NTSTATUS UsbCaptureDevice::UnprepareStream() {
   return status;
 }
 
-// A refusal of setting 0 is of no consequence: the next stream then finds the setting it left.
+// A refusal of setting 0 has no effect: the next stream starts from the setting still in force.
 void UsbCaptureDevice::IdleInterface() {
   CameraContext& camera = *UsbDevice->Camera;
   EndStream(camera);

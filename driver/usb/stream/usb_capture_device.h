@@ -9,14 +9,14 @@
 
 namespace lidcam {
 
-/// A capture device on the USB: the order in which its hardware and its stream come up and go. What
-/// concerns the isochronous pipeline itself is left to slots 29 to 36.
+/// A capture device on the USB: the order in which its hardware and its stream start and stop. The
+/// isochronous pipeline itself is left to slots 29 to 36.
 ///
-/// All operations are for passive level; stream control comes from one pin's state changes, one at a
-/// time, and meets a recovery at the device's mutex. The mutex is taken ahead of a hold on the camera's
-/// record: a start, under the mutex, waits for all holds. (PowerDown() is called with the mutex held.)
-/// A start beside an open pin exchanges the stream's record and may leave none: whatever waited for the
-/// mutex looks at `UsbStream` again.
+/// All operations are for passive level; stream control comes from one pin's state changes, one at
+/// a time, and meets a recovery at the device's mutex. The mutex is taken ahead of a hold on the
+/// camera's record: a start, under the mutex, waits for all holds. (PowerDown() is called with the
+/// mutex held.) A start beside an open pin exchanges the stream's record and may leave none: after
+/// waiting for the mutex, read `UsbStream` again.
 class UsbCaptureDevice : public CaptureDevice {
  public:
   std::int32_t GetFormatListIndex() override;
@@ -39,7 +39,7 @@ class UsbCaptureDevice : public CaptureDevice {
   /// Bytes of an IsoPipeline with the device's number of transfers.
   virtual std::size_t GetPipelineSize() = 0;
   virtual std::uint8_t AnyTransferInFlight() = 0;
-  /// Takes the pipeline that stands behind the stream record into use.
+  /// Initializes the pipeline that lies behind the stream record.
   virtual void AttachPipeline() = 0;
   virtual void DetachPipeline() = 0;
   /// Frame thread, raw buffers and transfers. Under the device's mutex.
@@ -48,8 +48,8 @@ class UsbCaptureDevice : public CaptureDevice {
   virtual NTSTATUS StartTransfers() = 0;
   virtual NTSTATUS DrainTransfers() = 0;
 
-  // A start on top of a start exchanges them beside the stream control of open pins. The records of every
-  // start live as long as the device's bag.
+  // A start on top of a start exchanges them while open pins' stream control may run. The records
+  // of every start live as long as the device's bag.
   /// start | stream control of open pins: null until StartHardware()
   Shared<UsbDeviceRecord*> UsbDevice{nullptr};
   /// start | stream control of open pins: null until StartHardware()

@@ -13,8 +13,8 @@ namespace {
 constexpr char kBulkSignature[4] = {'B', 'U', 'Q', 'R'};
 constexpr std::uint8_t kWaiterWantsEvent = 8;  // in BulkTransfer::Flags
 
-// Work for a stream's transfer that is done. The third word is the queued item; it is here, so that
-// there is always one to queue.
+// Work after a stream's transfer is done. The third word points to the queued item, which is stored
+// here, so that queueing it needs no memory.
 struct BulkDoneWork {
   BulkTransfer* Transfer;
   UsbStreamRecord* Stream;
@@ -77,8 +77,9 @@ bool IsIn(const USBD_PIPE_INFORMATION& pipe) {
   return (pipe.EndpointAddress & USB_ENDPOINT_DIRECTION_MASK) != 0;
 }
 
-// A device may send a whole packet where less is wanted: such a read ends in a packet of our own. So
-// does one begun anew with the length of such a packet, which is more than its caller has room for.
+// A device may send a whole packet where less was requested: such a read ends in a packet of our
+// own. So does a restarted one with the length of such a packet, which is more than its caller has
+// room for.
 bool ChooseBounce(BulkTransfer& transfer, const USBD_PIPE_INFORMATION& pipe) {
   const std::uint32_t packet = pipe.MaximumPacketSize;
   transfer.Bounced =
@@ -184,7 +185,7 @@ NTSTATUS Begin(UsbDeviceRecord& device, UsbStreamRecord* stream, BulkTransfer* g
   return SendChunk(*transfer, *pipe);
 }
 
-// Takes over what a chunk has brought. More than was asked for never reaches the caller.
+// Takes over the data of a chunk. The caller never gets more than was requested.
 // @return whether the chunk ended the transfer by being short
 bool TakeChunk(BulkTransfer& transfer) {
   const std::uint32_t moved = SmallerOf(transfer.Urb->TransferBufferLength, transfer.ChunkSize);
@@ -230,7 +231,7 @@ void ContinueTransfer(BulkTransfer& transfer) {
   const USBD_PIPE_INFORMATION* const pipe =
       PipeInformationOf(transfer.Device->InterfaceInformation, transfer.PipeNumber);
   const bool wasShort = TakeChunk(transfer);
-  // An empty chunk, which is what a write of less than a packet comes to, would repeat for ever.
+  // An empty chunk, such as that of a write of less than a packet, would repeat for ever.
   if (wasShort || transfer.Remaining == 0 || transfer.ChunkSize == 0 || pipe == nullptr) {
     FinishTransfer(transfer);
     return;
@@ -244,7 +245,7 @@ void ContinueTransfer(BulkTransfer& transfer) {
   }
 }
 
-// A waiter keeps the transfer, however it ended.
+// With a waiter the transfer stays allocated, however it ended.
 void EndUnfinished(BulkTransfer& transfer, NTSTATUS irpStatus) {
   const USBD_STATUS status = transfer.Urb->Hdr.Status;
   const bool isCleanEnd = status == USBD_STATUS_CANCELED || irpStatus == STATUS_CANCELLED;

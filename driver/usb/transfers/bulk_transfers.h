@@ -11,11 +11,11 @@ using BulkCallback = void (*)(CameraContext* camera, void* context, NTSTATUS sta
 
 /// Moves a buffer of any length over a bulk or interrupt pipe, in chunks.
 ///
-/// @param stream    null for a transfer that stands for itself: it is allocated, and frees itself
-/// @param transfer  used with a stream; not looked at without one
+/// @param stream    null for a standalone transfer: it is allocated, and frees itself
+/// @param transfer  used with a stream; ignored without one
 /// @param pipe      entry of the pipe table
-/// @param callback  called when a transfer that stands for itself is done; may be null
-/// @param repeat    nonzero: start the same transfer anew when it is done
+/// @param callback  called when a standalone transfer is done; may be null
+/// @param repeat    nonzero: restart the same transfer when it is done
 _IRQL_requires_max_(DISPATCH_LEVEL)
 NTSTATUS StartBulkTransfer(UsbDeviceRecord& device, UsbStreamRecord* stream, BulkTransfer* transfer,
                            std::uint8_t* buffer, std::uint32_t length, std::uint32_t pipe,
@@ -25,11 +25,10 @@ NTSTATUS StartBulkTransfer(UsbDeviceRecord& device, UsbStreamRecord* stream, Bul
 /// @return STATUS_MORE_PROCESSING_REQUIRED always
 NTSTATUS NTAPI BulkTransferCompleted(PDEVICE_OBJECT device, PIRP irp, PVOID context);
 
-/// Starts a transfer anew with the length of its last chunk, and frees the old one if it stands for
-/// itself.
+/// Restarts a transfer with the length of its last chunk; the old one is freed if standalone.
 NTSTATUS RestartBulkTransfer(UsbDeviceRecord& device, std::uint32_t pipe, BulkTransfer& transfer);
 
-/// Restarts what stands in the pipes' pending lists.
+/// Restarts the transfers in the pipes' pending lists.
 /// @return the last restart's status, or 0
 /// @par Callable at passive level only
 NTSTATUS RestartPendingTransfers(UsbDeviceRecord& device);

@@ -8,15 +8,16 @@
 namespace lidcam {
 namespace {
 
-// Every right that all platforms know: THREAD_ALL_ACCESS of a newer one names more than an old one has.
+// The rights known to all platforms: THREAD_ALL_ACCESS of a newer one has more than an old one
+// knows.
 constexpr ACCESS_MASK kThreadAccess = 0x1F03FF;
 
 IsoTransfer& TransferAt(LIST_ENTRY& link) {
   return *CONTAINING_RECORD(&link, IsoTransfer, Link);
 }
 
-// Counted under the lock: what stands in the queue when the thread is told to end has been counted.
-// The thread finds the memory by the transfer: it has to be the one that was completed.
+// Counted under the lock: the count includes every transfer queued before the thread is stopped.
+// The thread finds the memory by the transfer, so it has to be the one that was completed.
 bool Append(IsoPipeline& pipeline, IsoTransfer& transfer, const ReferenceCountedMemory& memory) {
   KIRQL before{};
   KeAcquireSpinLock(&pipeline.CompletedLock, &before);
@@ -42,7 +43,7 @@ IsoTransfer* TakeOldest(IsoPipeline& pipeline) {
   return &TransferAt(*link);
 }
 
-// Nothing is parsed and nothing goes back: the stream is over.
+// Nothing is parsed or resubmitted: the stream is over.
 void DropQueue(IsoPipeline& pipeline) {
   std::uint32_t dropped = 0;
   while (InterlockedCompareExchange(&pipeline.CompletedCount, 0, 0) > 0) {
@@ -64,8 +65,8 @@ void WalkPackets(UsbStreamRecord& stream, CameraContext& camera, const IsoTransf
                transfer.Pipeline->PacketsPerTransfer);
 }
 
-// Behind its last act the thread still runs a few instructions of this image, which may be unloaded as
-// soon as the device has gone: its object says when it has left them.
+// After it has released the semaphore the thread still runs a few instructions of this image, which
+// may be unloaded as soon as the device is gone. The thread object is signalled after those.
 void WaitForThread(IsoPipeline& pipeline) {
   KeWaitForSingleObject(&pipeline.DoneSemaphore, Executive, KernelMode, FALSE, nullptr);
   if (pipeline.Thread == nullptr) return;

@@ -8,25 +8,25 @@
 namespace lidcam {
 
 /// Start routine of the one thread that assembles frames; `context` is the UsbDeviceRecord. Takes
-/// completed transfers from the queue, walks their packets and sends them down again.
+/// completed transfers from the queue, walks their packets and resubmits them.
 void NTAPI RawFrameThread(PVOID context);
 
-/// Hands a completed transfer to the frame thread, with the hold that its trip had on `memory`. Nothing
-/// is queued once the thread is to end, the stream has given the memory up, or the transfer has
-/// another memory: the hold is let go then. Neither allocates nor waits.
+/// Hands a completed transfer to the frame thread, with its hold on `memory`. Nothing is queued
+/// once the thread is to end, the stream has given the memory up, or the transfer has another
+/// memory: the hold is released then. Neither allocates nor waits.
 ///
-/// @param memory  what was completed
+/// @param memory  that of the completed request
 /// @return 0 always
 _IRQL_requires_max_(DISPATCH_LEVEL)
 NTSTATUS QueueCompletedTransfer(IsoTransfer& transfer, ReferenceCountedMemory& memory);
 
-/// Makes queue and thread.
-/// @return what the thread's creation gave
+/// Creates queue and thread.
+/// @return the status of the thread's creation
 _IRQL_requires_max_(PASSIVE_LEVEL)
 NTSTATUS StartFrameThread(UsbStreamRecord& stream);
 
-/// Ends the thread and waits for its end, without a limit. A thread that was never made is not waited
-/// for. The queue is empty afterwards.
+/// Ends the thread and waits for its end, without a limit; not for a thread that was never created.
+/// The queue is empty afterwards.
 /// @par Callable at passive level only
 void StopFrameThread(UsbStreamRecord& stream);
 

@@ -13,7 +13,7 @@ namespace {
 
 constexpr char kIsochronousSignature[4] = {'I', 'S', 'Q', 'R'};
 
-// The URB's pointers want their own alignment, which four packets of an odd size don't end at.
+// The URB's pointers need their own alignment, which four packets of an odd size don't end at.
 std::uint32_t DataSizeFor(std::uint32_t packets, std::uint32_t packetSize) {
   constexpr std::uint32_t kAlignment = alignof(_URB_ISOCH_TRANSFER);
   return (packets * packetSize + kAlignment - 1) & ~(kAlignment - 1);
@@ -49,8 +49,9 @@ void Rebuild(const IsoTransfer& transfer, ReferenceCountedMemory& memory) {
   BuildUrbOf(transfer, memory);
 }
 
-// The stack may be done with the memory, and the stream too, before the send returns: only the record
-// is touched afterwards. A send that fails at once has lowered InFlight already, when it completed.
+// The stack may be done with the memory, and the stream with the transfer, before the send returns:
+// only the record is touched afterwards. A send that fails at once has lowered InFlight already,
+// when it completed.
 NTSTATUS Send(IsoTransfer& transfer, const ReferenceCountedMemory& memory) {
   InterlockedIncrement(&transfer.InFlight);
   const NTSTATUS status = IofCallDriver(transfer.Device->KsDevice->NextDeviceObject, memory.Irp);
@@ -74,8 +75,8 @@ NTSTATUS StartTransfer(IsoTransfer& transfer, bool rebuild) {
   return status == STATUS_PENDING ? STATUS_SUCCESS : status;
 }
 
-// A transfer that comes home while somebody waits for all of them, or while the circle is broken,
-// stays there.
+// A transfer that completes while a stop or a recovery waits for all transfers, or after one has
+// failed, is not resubmitted.
 bool StaysHome(const UsbStreamRecord& stream) {
   return HasWaitFlag(stream, StopWaitArmed) || HasWaitFlag(stream, ResetWaitArmed) ||
          stream.Halted != 0;

@@ -51,8 +51,8 @@ void EndStopWait(UsbStreamRecord& stream) {
   KeSetEvent(&stream.StopEvent, EVENT_INCREMENT, FALSE);
 }
 
-// The order of the tests decides who gets on: nobody while a transfer is out, and a stop before the
-// recovery that it makes needless.
+// The order of the tests is the priority: no wait ends while a transfer is in flight, and a stop
+// prevents a recovery, which it makes needless.
 void LookAtCircle(UsbStreamRecord& stream) {
   if (IsAllWell(stream)) return;
   if (AnyTransferInFlight(stream) != 0) {
@@ -92,14 +92,13 @@ NTSTATUS AbortStreamPipe(UsbDeviceRecord& device, const UsbStreamRecord& stream)
   return AbortPipe(device, pipe->PipeHandle);
 }
 
-// A camera whose pipe could not be reset is programmed anew all the same, but not put to rest before.
+// After a failed pipe reset the camera is programmed too, but its stream is not ended first.
 bool ProgramCameraAnew(CameraContext& camera, const UsbStreamRecord& stream, bool endStream) {
   if (endStream && EndStream(camera) != 0) return false;
   return SelectStreamMode(camera, stream.StreamFormat) == 0;
 }
 
-// Whatever a recovery comes to after the reset, the reset's status is what it tells, unless the camera
-// refused.
+// Returns the pipe reset's status, whatever follows, unless the camera refuses.
 NTSTATUS RestartCircle(UsbDeviceRecord& device, UsbStreamRecord& stream, NTSTATUS reset) {
   if (stream.StreamRunning == 0) return reset;
   if (!ProgramCameraAnew(*device.Camera, stream, NT_SUCCESS(reset))) return STATUS_UNSUCCESSFUL;
@@ -133,14 +132,14 @@ bool IsLastTickUnderWay(UsbStreamRecord& stream) {
          InterlockedCompareExchange(&stream.WatchdogChain, kNoTick, kNoTick) == kTicksOn;
 }
 
-// A tick that has set its timer anew may be behind a disarming that cancelled that timer and so ended
-// the chain: it still looks at the record.
+// A tick that has set its timer again may still use the record after a disarming has cancelled that
+// timer and so ended the chain.
 bool IsTickRunning(UsbStreamRecord& stream) {
   return InterlockedCompareExchange(&stream.RunningTicks, 0, 0) != 0;
 }
 
-// The watchdog may be called off, and armed for the next stream, at any moment of a tick. Whoever ends
-// the chain of ticks - this, or who cancelled the timer - looks once more whether a stream wants it.
+// The watchdog may be disarmed, and armed for the next stream, at any moment of a tick: a tick that
+// ends the chain of ticks checks once more whether a stream needs the watchdog.
 void EndTick(UsbStreamRecord& stream) {
   do {
     if (HasWaitFlag(stream, WatchdogRunning)) {
@@ -187,7 +186,7 @@ std::uint8_t ScheduleStreamReset(UsbDeviceRecord& device, UsbStreamRecord& strea
   item->Stream = &stream;
   item->WorkItem = IoAllocateWorkItem(device.KsDevice->NextDeviceObject);
   if (item->WorkItem == nullptr) {
-    // The guard stays raised: no recovery from now on, and the device can't be stopped.
+    // The guard stays raised: no recovery can be scheduled, and the device can't be stopped.
     FreeCameraMemory(item);
     TraceCamera("recovery has no work item");
     return 1;
@@ -235,9 +234,9 @@ void WaitForTicks(UsbStreamRecord& stream) {
   while (IsLastTickUnderWay(stream) || IsTickRunning(stream)) SleepOnePoll();
 }
 
-// A stop whose drain failed leaves the watchdog on. And the flags' bits have no lock: a tick that ends a
-// stop's wait as its time runs out may write the flags back as it had read them, WatchdogRunning with them,
-// behind the disarming.
+// A stop whose drain failed leaves the watchdog armed. Also, the flags have no lock: a tick that
+// ends a stop's wait just as its time runs out may write back the flags as it had read them,
+// WatchdogRunning included, after the disarming.
 void EndWatchdog(UsbStreamRecord& stream) {
   RequireLevelAtMost(PASSIVE_LEVEL);
   do {
@@ -246,7 +245,7 @@ void EndWatchdog(UsbStreamRecord& stream) {
   } while (HasWaitFlag(stream, WatchdogRunning));
 }
 
-// The ticks first: the last one may schedule a recovery.
+// The ticks first: the last tick may schedule a recovery.
 void WaitForRecovery(UsbDeviceRecord& device) {
   RequireLevelAtMost(PASSIVE_LEVEL);
   KsAcquireDevice(device.KsDevice);

@@ -5,7 +5,7 @@
 namespace lidcam {
 namespace {
 
-// ReferenceCountedMemory::Holds of a transfer, and beside the count the flag of a start that waits.
+// ReferenceCountedMemory::Holds of a transfer, with the flag of a start's request above the count.
 constexpr LONG kAtHome = 1;
 constexpr LONG kOnItsWay = 2;
 constexpr LONG kStartWanted = 0x10000;
@@ -45,7 +45,7 @@ bool PutAwayUnlessWanted(ReferenceCountedMemory& memory) {
   RequireLevelAtMost(DISPATCH_LEVEL);
   if (Exchange(memory, kOnItsWay, kAtHome)) return false;
   if (memory.GivenUp == 0) {
-    // The owner is there, so that it is the wish which is in the way.
+    // The owner has not given it up, so the flag of a start made the exchange fail.
     ForgetStart(memory);
     return true;
   }
@@ -53,7 +53,7 @@ bool PutAwayUnlessWanted(ReferenceCountedMemory& memory) {
   return false;
 }
 
-// Counted before the look: an owner that gives the memory up either is seen here or sees the count.
+// Counted before the test: an owner that gives the memory up is either seen here or sees the count.
 bool BeginCompletion(ReferenceCountedMemory& memory) {
   RequireLevelAtMost(DISPATCH_LEVEL);
   InterlockedIncrement(&memory.Completions);
@@ -82,7 +82,7 @@ void PutAway(ReferenceCountedMemory& memory) {
     if ((holds & ~kStartWanted) == kAtHome) break;
     if (Exchange(memory, holds, (holds & ~kStartWanted) - 1)) return;
   }
-  // The owner has given it up: nobody else is left to wish for it.
+  // The owner has given it up: no start can need it any more.
   ForgetStart(memory);
   LetGo(memory);
 }

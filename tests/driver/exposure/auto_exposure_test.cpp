@@ -154,7 +154,7 @@ TEST(AutoExposure, NothingMovesInTheDeadBand) {
     EXPECT_FALSE(loop.Step(luma, 0)) << luma;
     EXPECT_EQ(AeIndex, 30);
     EXPECT_EQ(AeHoldOff, 0);
-    EXPECT_EQ(AeRatio, 77U) << "the ratio is not even computed";
+    EXPECT_EQ(AeRatio, 77U) << "the ratio is not computed";
   }
 }
 
@@ -235,7 +235,7 @@ TEST(AutoExposure, FiveCallsAfterAStepReturnAtOnceAndTheSixthMayStep) {
     EXPECT_FALSE(loop.Step(0, 0));
     EXPECT_EQ(AeHoldOff, left);
     EXPECT_EQ(AeIndex, 31);
-    EXPECT_EQ(AeRatio, 77U) << "the luminance is not looked at";
+    EXPECT_EQ(AeRatio, 77U) << "the luminance is not used";
   }
   EXPECT_TRUE(loop.Step(79, 0));
   EXPECT_EQ(AeIndex, 32);
@@ -251,7 +251,7 @@ TEST(AutoExposure, HoldOffCountsDownInTheDeadBandToo) {
 }
 
 // Another camera's step may leave the index outside the table for a moment, a step below 0 or above
-// 80 at most: whoever reads it then still takes a row of the table.
+// 80 at most: a reader at that moment still takes a row of the table.
 TEST_P(LumaTable, IndexReadOutsideTheTableGivesARowInsideIt) {
   const auto [mode, limit] = GetParam();
   for (int luma = 0; luma <= 255; ++luma) {

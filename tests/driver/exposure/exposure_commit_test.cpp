@@ -54,7 +54,7 @@ TEST(ExposureCommit, Exposure7IsNotYetLongAnd20Is) {
   EXPECT_THAT(StillCamera(20).CommitsOf(100), ElementsAre(4, 26, 48, 70, 92));
 }
 
-// Before the first step the exposure is 0 as the record's copy is: nothing has changed.
+// Before the first step the exposure is 0, like the record's copy: nothing has changed.
 TEST(ExposureCommit, Exposure0OfANewCameraStandsFromItsFirstFrame) {
   EXPECT_THAT(StillCamera(0).CommitsOf(100), ElementsAre(3, 45, 87));
 }
@@ -120,7 +120,7 @@ TEST(ExposureCommit, AllBitsOfTheExposureCountAsAChange) {
   EXPECT_EQ(camera.Count(), 0);
 }
 
-// A new gain with the same exposure does not hold a commit up.
+// A new gain with the same exposure does not delay a commit.
 TEST(ExposureCommit, NewGainAloneDoesNotStartTheCountAnew) {
   StillCamera camera(7);
   AeIndex = 52;
@@ -168,8 +168,8 @@ TEST(ExposureCommit, TakesTheApplicationPath) {
   EXPECT_EQ(camera.Context().AppRegisterBusy, 0U);
 }
 
-// The application path knows no refusal: the commit goes out beside the application's own access,
-// and puts that one's flag down.
+// The application path is never refused: the commit is sent during the application's own access,
+// and clears that access's flag.
 TEST(ExposureCommit, IsNotRefusedByAnApplicationAccess) {
   StillCamera camera(0);
   camera.Context().CommitCount = 2;

@@ -1,4 +1,4 @@
-// The trace of steps and light transitions, line by line, as the golden files have it.
+// The trace of steps and light transitions, line by line, against the golden files.
 
 #include <gtest/gtest.h>
 
@@ -12,7 +12,7 @@
 namespace lidcam::test {
 namespace {
 
-// Lines that begin with ';' are for the reader.
+// Lines that begin with ';' are comments.
 std::string Golden(const std::string& name) {
   const std::string path = LIDCAM_SOURCE_ROOT "/tests/driver/exposure/golden/" + name + ".txt";
   std::ifstream file(path);

@@ -23,7 +23,7 @@ namespace {
 
 constexpr int kFramesPerSeed = 125000;
 
-// A camera of the driver whose bus keeps the diary that the model keeps.
+// A camera of the driver whose bus records what the model records.
 class RealCamera {
  public:
   RealCamera() {
@@ -254,7 +254,7 @@ TEST_P(ExposureAgainstModel, AgreesInEveryVariableRequestAndMessageAfterEveryFra
   }
   host::SetDebugPrintSink(nullptr);
 
-  // The streams have been everywhere.
+  // The streams have made every transition.
   EXPECT_THAT(model.Made, testing::Each(testing::Ge(20)));
   EXPECT_THAT(model.GivenUp, testing::Each(testing::Ge(5)));
   EXPECT_GE(model.Steps, 1000);

@@ -1,5 +1,5 @@
-// Cameras that stream at once share the exposure without a lock: whatever the interleaving, what
-// comes out is made of the table's values.
+// Cameras that stream at the same time share the exposure without a lock: under any interleaving,
+// the values written are those of the table.
 
 #include <gtest/gtest.h>
 
@@ -21,7 +21,7 @@ namespace {
 
 constexpr int kFrames = 200000;
 
-// Looks at what arrives at the sensor and keeps nothing.
+// Checks what arrives at the sensor and stores nothing.
 class WatchedCamera {
  public:
   WatchedCamera() {
@@ -68,7 +68,7 @@ class WatchedCamera {
     *static_cast<std::uint8_t*>(buffer) = 0;
     return 0;
   }
-  // The two gain registers are written by nobody but the exposure loop.
+  // Only the exposure loop writes the two gain registers.
   void Look(std::uint32_t index, std::uint32_t value) {
     if (index != 0xFF60 && index != 0xFF5D) return;
     gainWrites_ = gainWrites_ + 1;
@@ -84,7 +84,7 @@ class WatchedCamera {
   std::atomic<int> gainWrites_ = 0;
 };
 
-// What one test's cameras leave in the shared variables is nothing of the next one's.
+// Restores the shared variables, so that each test starts from the same values.
 class ExposureThreads : public testing::Test {
  protected:
   ExposureThreads() { ResetSharedExposure(); }

@@ -93,7 +93,7 @@ TEST(FrameExposure, RefusedWritesLeaveTheSensorBehindTheIndexAndTheNextStepGoesO
   camera.OnTrace = [&](const std::string& line) {
     if (!line.ends_with(" refused")) return;
     ++refused;
-    EXPECT_EQ(camera.Context().DriverRegisterBusy, 1U) << "the bus is held all the while";
+    EXPECT_EQ(camera.Context().DriverRegisterBusy, 1U) << "the bus is held throughout";
   };
   camera.Deliver(79);
   EXPECT_EQ(refused, 4);
@@ -105,7 +105,7 @@ TEST(FrameExposure, RefusedWritesLeaveTheSensorBehindTheIndexAndTheNextStepGoesO
   EXPECT_EQ(camera.Context().DriverRegisterBusy, 0U);
 
   camera.Context().AppRegisterBusy = 0;
-  camera.Context().CommitExposure = 0;  // keeps commits out of the picture
+  camera.Context().CommitExposure = 0;  // prevents commits
   camera.Deliver(79, 0, 1);
   camera.Context().CommitCount = 10;
   camera.Deliver(79, 0, 5);
@@ -153,7 +153,7 @@ TEST_P(LoopCondition, DecidesWhetherTheIndexMoves) {
   camera.Deliver(0);
   EXPECT_EQ(AeIndex, row.Runs ? 54 : 30);
   EXPECT_EQ(AeHoldOff, row.Runs ? 5 : 0);
-  EXPECT_EQ(AeLightMode, row.Runs ? 1U : 2U) << "left alone where the loop is off";
+  EXPECT_EQ(AeLightMode, row.Runs ? 1U : 2U) << "unchanged where the loop is off";
   EXPECT_EQ(camera.Packets().empty(), !row.Runs);
 }
 
@@ -288,7 +288,7 @@ TEST(FrameExposure, SurvivesTheStartAndTheEndOfAStream) {
     camera.Context().LightState = LightStateDummy;
     MarkStreaming(camera.Context());
     ProgramStreamMode(camera.Context());
-    EXPECT_EQ(camera.Context().LightState, 2U) << "the start itself did take place";
+    EXPECT_EQ(camera.Context().LightState, 2U) << "the start did take place";
     EXPECT_EQ(SharedExposure::Now(), before) << "start, mode " << mode;
     EndStream(camera.Context());
     EXPECT_EQ(SharedExposure::Now(), before) << "end, mode " << mode;

@@ -18,7 +18,7 @@ using ::testing::IsEmpty;
 class BusyLightCamera : public LightCamera {
  public:
   explicit BusyLightCamera(LightState state) : LightCamera(state) { Context().AppRegisterBusy = 1; }
-  // Nothing has changed but counts, whatever was given up.
+  // Only counts have changed, whatever was given up.
   void ExpectStandstill(LightState state) {
     EXPECT_EQ(State(), state);
     EXPECT_EQ(LightMode, 7U);
@@ -98,7 +98,7 @@ TEST(LightStateGivenUp, InitialStaysAndSaysItsStateOnEveryFrame) {
   EXPECT_THAT(camera.Messages(), ElementsAre(kInitial, kInitial, kInitial, kInitial));
 }
 
-// A transition given up so often that its count reaches the largest number goes on from the least.
+// A transition given up so often that its count reaches the largest number wraps to the least.
 TEST(LightStateGivenUp, CountGoesOnPastTheLargestNumber) {
   BusyLightCamera camera(LightStateLowLight);
   camera.Context().LightTransitionCount = 0x7FFFFFFF;

@@ -1,4 +1,4 @@
-// The LED bit as the light state machine asks for it.
+// The LED bit as the light state machine sets it.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -54,8 +54,8 @@ TEST(LightState, LedIsAskedOnFromNormalAndOffFromLowLight) {
   EXPECT_TRUE(kInitialLowLight.LedOn);
 }
 
-// No camera shows the argument on its bus, so a sensor that turns into another one in the middle of
-// the transition does.
+// No camera's bus shows the argument, so the test changes the sensor type in the middle of the
+// transition.
 TEST(LightState, LedBitThatATransitionAsksForReachesASensorThatWritesIt) {
   struct Row {
     LightState From;

@@ -179,7 +179,7 @@ TEST_P(StateTable, OtherLedSettingsLeaveTheLedAlone) {
   }
 }
 
-// The new state stands while its registers are written; the mode follows at the end.
+// The new state is stored while its registers are written; the mode follows at the end.
 TEST_P(StateTable, StateMovesAheadOfTheWritesAndTheModeBehindThem) {
   const StateRow& row = GetParam();
   LightCamera camera(row.From);
@@ -197,7 +197,7 @@ TEST_P(StateTable, StateMovesAheadOfTheWritesAndTheModeBehindThem) {
   EXPECT_EQ(requests, row.Written == Trial ? 20 : row.Commit ? 6 : 4);
 }
 
-// An application access that begins after the look at the flag: what it keeps off the bus is lost.
+// An application access that begins after the test of the flag: the writes that it blocks are lost.
 TEST_P(StateTable, RefusedWritesAreLostAndTheStateMovesAllTheSame) {
   const StateRow& row = GetParam();
   LightCamera camera(row.From);
@@ -207,7 +207,7 @@ TEST_P(StateTable, RefusedWritesAreLostAndTheStateMovesAllTheSame) {
     if (line.starts_with("light ")) camera.Context().AppRegisterBusy = 1;
     if (!line.ends_with(" refused")) return;
     ++refused;
-    EXPECT_EQ(camera.Context().DriverRegisterBusy, 1U) << "the bus is held all the while";
+    EXPECT_EQ(camera.Context().DriverRegisterBusy, 1U) << "the bus is held throughout";
     EXPECT_EQ(camera.State(), row.To);
   };
   camera.Light(row.Exposure, row.Luma, row.Frames);
@@ -234,7 +234,7 @@ TEST_P(StateTable, FailingWritesStopNothing) {
 INSTANTIATE_TEST_SUITE_P(LightState, StateTable, testing::ValuesIn(kStateRows),
                          [](const auto& row) { return std::string(row.param.Name); });
 
-// What follows a state's registers, in order. The traffic shows the commit and no more of it.
+// The writes after a state's registers, in order. Of the closing the traffic shows the commit only.
 TEST(LightState, EveryTransitionClosesInItsOwnOrder) {
   using enum LightClosing;
   const std::vector<LightClosing> fromNormal = {Commit, FreeBus, ClearCount, SetMode,
@@ -372,7 +372,7 @@ TEST(LightState, ChainOfStatesRunsFromNormalToLowLightAndBack) {
               ElementsAre(kInitial, kFromNormal, kToLowLight, kFromLowLight, kToNormal));
 }
 
-// A frame that leaves Dummy is not looked at again by the state it leads to.
+// A frame that leaves Dummy is not evaluated again by the new state.
 TEST(LightState, FrameThatLeavesDummyIsNotCountedInTheNewState) {
   LightCamera camera(LightStateDummy);
   camera.Context().LightTransitionCount = 10;

@@ -108,7 +108,7 @@ TEST(TwoCameras, LightModeOfTheOneBoundsTheIndexOfBoth) {
 }
 
 // Streaming with its chip's own exposure, a camera changes LightMode and not AeLightMode; the other
-// takes the mode over with its next frame.
+// takes over the mode with its next frame.
 TEST(TwoCameras, CameraWithoutTheLoopLiftsTheBoundByWayOfTheOther) {
   Pair cameras(0);
   cameras.First.StandIn(LightStateNormal);
@@ -149,7 +149,7 @@ TEST(TwoCameras, EachHasALightStateOfItsOwn) {
   cameras.Second.Deliver(88);
   EXPECT_EQ(cameras.First.Context().LightState, 0U);
   EXPECT_EQ(cameras.Second.Context().LightState, 1U);
-  EXPECT_EQ(LightMode, 1U) << "whoever moved last";
+  EXPECT_EQ(LightMode, 1U) << "the mode of the last transition";
 }
 
 TEST(TwoCameras, ApplicationAccessOfTheOneRefusesNothingOfTheOther) {

@@ -6,7 +6,7 @@
 
 namespace lidcam::test {
 
-/// Files may not grow any further while it lives, as on a disk that fills up.
+/// While it lives, files can't grow any further, as on a disk that fills up.
 class FileSizeLimit {
  public:
   explicit FileSizeLimit(rlim_t bytes) : handler_(std::signal(SIGXFSZ, SIG_IGN)) {

@@ -10,7 +10,7 @@
 namespace lidcam::test {
 
 /// Gives every byte behind the callbacks the same value, so that each store into the record shows,
-/// zeros too. The two busy flags are put down: who waits for them would wait for good.
+/// zeros too. The two busy flags are cleared: a wait for them would never end.
 inline void FillRecord(CameraContext& context, std::uint8_t value) {
   auto* const bytes = reinterpret_cast<std::uint8_t*>(&context);
   std::fill(bytes + offsetof(CameraContext, RequestedWidth), bytes + sizeof(context), value);

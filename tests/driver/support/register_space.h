@@ -16,12 +16,12 @@ namespace lidcam::test {
 /// Bytes of a SETUP packet in wire order.
 using WirePacket = std::array<std::uint8_t, 8>;
 
-/// What `RegisterSpace::Failure` answers where any failure will do.
+/// Status returned by `RegisterSpace::Failure` where any failure will do.
 inline constexpr Status kRequestFailed = -1;
 
 /// A camera's register space behind the two request callbacks: 256 bridge and 256 sensor registers
-/// that hold what is written, with everything that passes written down twice, as SETUP packets and
-/// as one line per access.
+/// that store what is written, with all traffic recorded twice, as SETUP packets and as one line
+/// per access.
 ///
 /// It decodes the select register on its own: a request that a select precedes makes a line like
 /// "write bridge FF0A=11" or "read sensor FF0B -> 76"; one without is "write raw 1234=00FF". A
@@ -41,14 +41,14 @@ class RegisterSpace {
   std::array<std::uint8_t, 256> Bridge{};
   std::array<std::uint8_t, 256> Sensor{};
 
-  /// Answers for a sensor register, taken one a read before `Sensor` is asked.
+  /// Answers for a sensor register, one per read, used before `Sensor`.
   std::map<std::uint8_t, std::deque<std::uint8_t>> SensorAnswers;
 
-  /// Nonzero for an access that shall fail, with the status to give; asked with the access's line
-  /// without the value read ("write bridge FF0A=11", "read sensor FF0B").
+  /// Returns nonzero to make an access fail with that status; called with the access's line without
+  /// the value read ("write bridge FF0A=11", "read sensor FF0B").
   std::function<Status(const std::string& access)> Failure;
 
-  /// Runs ahead of each request, with its SETUP packet.
+  /// Called before each request, with its SETUP packet.
   std::function<void(const WirePacket& packet)> OnRequest;
 
   [[nodiscard]] const std::vector<WirePacket>& Packets() const { return packets_; }
@@ -86,7 +86,7 @@ class RegisterSpace {
   CameraContext context_{};
   std::vector<WirePacket> packets_;
   std::vector<std::string> accesses_;
-  std::uint8_t select_ = 0;  // what the chip's select register holds
+  std::uint8_t select_ = 0;  // content of the chip's select register
   bool isSelected_ = false;  // the request before was a select
 };
 

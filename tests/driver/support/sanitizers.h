@@ -2,8 +2,8 @@
 
 namespace lidcam::test {
 
-/// A sanitizer watches the program under test: what it slows down too much takes a sample. Told when the
-/// tests are linked, since their own code may be compiled once for several builds.
+/// True if a sanitizer is active in the program under test: slow tests then take a sample. Set when
+/// the tests are linked, since their own code may be compiled once for several builds.
 extern const bool kIsSanitized;
 
 }  // namespace lidcam::test

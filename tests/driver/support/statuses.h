@@ -1,7 +1,7 @@
 #pragma once
 
-// The statuses that tests hand to the driver and expect of it, in numbers: callers compare the numbers,
-// whatever a header calls them.
+// The statuses that tests pass to the driver and expect from it, as numbers: callers compare the
+// numbers, not a header's names.
 
 #include "platform/kernel.h"
 

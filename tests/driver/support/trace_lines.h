@@ -10,8 +10,8 @@
 
 namespace lidcam::test {
 
-/// The lines of the camera's trace while the object lives; one at a time. Those of register accesses are
-/// left out unless asked for.
+/// The lines of the camera's trace while the object lives; one at a time. Those of register
+/// accesses are left out unless requested.
 class TraceLines {
  public:
   enum class Accesses { LeftOut, Kept };

@@ -9,11 +9,11 @@
 
 namespace lidcam::test {
 
-/// Gives up the superuser's rights while it lives, so that a test meets protections as a user does.
-/// Where the test runs without them there is nothing to give up.
+/// Drops the superuser's rights while it lives, so that protections apply as for a user. Does
+/// nothing where the test runs without those rights.
 class UnprivilegedUser {
  public:
-  /// @param folder  becomes the unprivileged user's with all that is in it
+  /// @param folder  becomes the unprivileged user's, with all its content
   explicit UnprivilegedUser(const std::filesystem::path& folder) {
     if (::geteuid() != 0) return;
     Own(folder);
@@ -28,7 +28,8 @@ class UnprivilegedUser {
     if (isChanged_ && ::seteuid(0) != 0) std::terminate();
   }
 
-  /// False where the system lets the superuser be nobody else: protections can't be met there.
+  /// False where the system doesn't let the superuser change its user: protections can't be tested
+  /// there.
   [[nodiscard]] bool IsUnprivileged() const { return ::geteuid() != 0; }
 
  private:

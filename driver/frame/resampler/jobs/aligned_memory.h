@@ -12,7 +12,7 @@ class AlignedMemory {
  public:
   static constexpr std::size_t kAlignment = 64;
 
-  /// The whole nonpaged pool of a 32-bit system. What asks for more is not worth the attempt.
+  /// The whole nonpaged pool of a 32-bit system. Larger sizes fail without an attempt.
   static constexpr std::uint64_t kLargest = std::uint64_t{256} << 20U;
 
   explicit AlignedMemory(std::uint64_t size) {

@@ -33,7 +33,7 @@ constexpr std::uint32_t kLeaf1EcxSystemSaves = 1U << 27;  // XGETBV is there
 constexpr std::uint32_t kLeaf7EbxAvx2 = 1U << 5;
 constexpr std::uint32_t kLeaf7EbxAvx512 = (1U << 16) | (1U << 30) | (1U << 31);  // F, BW, VL
 constexpr std::uint32_t kLeaf7EcxVbmi = 1U << 1;
-// What the system keeps for every thread.
+// Registers that the system saves for every thread.
 constexpr std::uint32_t kSaved256Bits = 0x06;
 constexpr std::uint32_t kSaved512Bits = 0xE6;
 
@@ -83,7 +83,7 @@ std::uint32_t AskProcessor() {
 
 #endif
 
-// Threads that ask at the same time all store the same.
+// Threads that query at the same time all store the same.
 constinit std::atomic<std::uint32_t> g_features{0};
 
 bool Has(Feature feature) {

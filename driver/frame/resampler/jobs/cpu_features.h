@@ -3,11 +3,11 @@
 namespace lidcam {
 
 /// Whether this processor has 64-bit floating point that rounds after every operation. Only a
-/// 32-bit x86 processor without SSE2 has not.
+/// 32-bit x86 processor without SSE2 lacks it.
 [[nodiscard]] bool CpuHasDoubles();
 
-// What the processor offers and the system keeps for every thread. The processor is asked once.
-// All false off x86.
+// Features that the processor has and whose registers the system saves for every thread. The
+// processor is queried once. All false on processors other than x86.
 
 [[nodiscard]] bool CpuHasSse2();
 [[nodiscard]] bool CpuHasSsse3();

@@ -10,7 +10,7 @@ struct ImageSize {
   std::int32_t Height;
 };
 
-/// Part of a picture, in pixels. What sticks out of the picture is cut off.
+/// Part of a picture, in pixels. It is clipped to the picture.
 struct ImageRegion {
   std::int32_t X;
   std::int32_t Y;

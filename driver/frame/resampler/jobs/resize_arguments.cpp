@@ -26,7 +26,7 @@ bool CutsNoPair(const ResizeArguments& arguments) {
          !IsOdd(arguments.Region.X) && arguments.DestinationSize.Width >= 2;
 }
 
-// Not a number counts as a bad factor too: it is not above 0.
+// NaN is a bad factor too: it is not above 0.
 bool HasFactors(const ResizeArguments& arguments) {
   return arguments.XFactor > 0.0 && arguments.YFactor > 0.0;
 }

@@ -21,27 +21,27 @@ struct ResizeArguments {
   std::int32_t Interpolation;
 };
 
-/// What a pixel format asks of the arguments.
+/// A pixel format's requirements on the arguments.
 struct ResizeRules {
-  bool IsPaired;  ///< pixels share chroma by pairs, which nothing may cut
+  bool IsPaired;  ///< pixels share chroma in pairs, which must not be split
   bool (*TakesInterpolation)(const ResizeArguments& arguments);
 };
 
-/// Checks all arguments; the first offence in the order of the checks gives the status.
+/// Checks all arguments; the first check that fails gives the status.
 ResizeStatus CheckResizeArguments(const ResizeArguments& arguments, const ResizeRules& rules);
 
-/// Cuts off what sticks out of the source.
+/// The part of the region that lies inside the source.
 ImageRegion ClipRegion(const ResizeArguments& arguments);
 
-/// Output samples of an axis: what the factor makes of `count`, but at most `room`. Where it makes
-/// less than `least` samples, half a sample less rounds up.
+/// Output samples of an axis: `count` times the factor, but at most `room`. If that is less than
+/// `least` samples, half a sample less rounds up.
 /// @return 0 when the scaled size rounds to nothing
 std::int32_t OutputCount(std::int32_t count, double factor, std::int32_t room, std::int32_t least);
 
-/// Truncates toward zero; what 32 bits don't hold becomes their largest or smallest value.
+/// Truncates toward zero; values beyond 32 bits become the largest or smallest one.
 std::int32_t TruncateSaturated(double value);
 
-/// What makes up for positions that end a hair below the whole number that they mean.
+/// Added to positions, which rounding may have left slightly below the intended whole number.
 inline constexpr double kPositionSlack = 0.0000001;
 
 }  // namespace lidcam

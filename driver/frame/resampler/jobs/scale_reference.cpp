@@ -111,7 +111,7 @@ void WriteRow(const LineBuffer& upper, const LineBuffer& lower, std::uint32_t we
   }
 }
 
-// The bytes of a pair that a narrow destination row cuts.
+// Writes the bytes of a pair that a narrow destination row cuts.
 void WriteCutPair(const LineBuffer& upper, const LineBuffer& lower, std::uint32_t weight,
                   std::uint32_t pair, std::uint32_t bytes, std::uint8_t* destination) {
   if (bytes == 0) return;
@@ -128,8 +128,8 @@ LineBuffer LineAt(std::uint8_t* memory, std::uint64_t pairs) {
 
 }  // namespace
 
-// Where destination rows are narrower than what is to be written, each row's excess is what the
-// next row overwrites: it is left out, and so is that of the last row.
+// Where destination rows are narrower than the pixels, each row's excess would be overwritten by
+// the next row: it is not written, and neither is that of the last row.
 ResizeStatus ScaleByReference(const ScaleJob& job) {
   const std::uint64_t pairs = job.Chroma.Count;
   const std::uint64_t lineBytes = AlignedMemory::Padded(4 * pairs * sizeof(std::uint16_t));

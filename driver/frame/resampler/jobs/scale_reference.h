@@ -4,7 +4,8 @@
 
 namespace lidcam {
 
-/// The arbiter of all kernels, on every machine and for every job: reads are clamped to [ReadBegin, ReadEnd).
+/// The reference for all kernels, on every machine and for every job: reads are clamped to
+/// [ReadBegin, ReadEnd).
 ResizeStatus ScaleByReference(const ScaleJob& job);
 
 }  // namespace lidcam

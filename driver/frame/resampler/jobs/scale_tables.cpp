@@ -12,7 +12,7 @@ namespace {
 // side. A multiple of what an aligned boundary holds of either column.
 constexpr std::size_t kBlockEntries = 32;
 
-// Positions beyond what an index holds are held here, far outside any picture.
+// Positions beyond the range of an index are clamped to this, far outside any picture.
 constexpr double kFarthestPosition = 2147483646.0;
 
 struct TableBuilder {

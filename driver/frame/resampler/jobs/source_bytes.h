@@ -24,7 +24,7 @@ struct SourceBytes {
 inline SourceBytes BytesOf(const ResizeArguments& arguments, std::int32_t columnBytes) {
   const std::int64_t step = arguments.SourceStep;
   const std::int64_t length = step * arguments.SourceSize.Height;
-  // The address space's end bounds what a wrong size claims to be there.
+  // A wrong size may claim more bytes than the address space has: its end is the bound.
   const auto space = std::numeric_limits<std::uintptr_t>::max() -
                      reinterpret_cast<std::uintptr_t>(arguments.Source);
   const std::uint64_t held = std::min<std::uint64_t>(

@@ -7,7 +7,7 @@
 
 namespace lidcam {
 
-// What the kernels with byte shuffles find out about a picture before they touch a pixel.
+// What the kernels with byte shuffles determine about a picture before they touch a pixel.
 //
 // A lane is 16 bytes of a register: eight 16-bit samples, which are the bytes Y0 U Y1 V Y0 U Y1 V of
 // two neighbouring output pairs. Every sample comes from two source bytes, two apart for luma and
@@ -29,14 +29,14 @@ enum class Gather : std::uint8_t {
   None,       ///< the pairs are too far apart, or the picture is too small
 };
 
-/// What a kernel brings along.
+/// Properties of a kernel.
 struct SimdShape {
   std::size_t Lanes;    ///< in a register
   bool WindowShuffles;  ///< shuffles reach across lanes: windows instead of loads
 };
 
 /// The blocks of a row in the order in which they are computed: first those whose lanes need one
-/// load, then those with two. Sorted, so that no processor has to guess which block is which.
+/// load, then those with two. Sorted, so that the branch between them is predictable.
 struct BlockRow {
   std::size_t Blocks;
   std::size_t OneLoadBlocks;
@@ -64,7 +64,7 @@ struct SimdPlan {
 /// Copies a picture that IsPlainCopy().
 void CopyPicture(const ScaleJob& job);
 
-/// Fills the tables of a plan. With Kind None, the job is one for another kernel.
+/// Fills the tables of a plan. Kind None leaves the job to another kernel.
 /// @param memory  SimdPlanBytes(), on a boundary of 64 bytes; has to outlive the plan
 void MakeSimdPlan(const ScaleJob& job, const SimdShape& shape, std::uint8_t* memory,
                   SimdPlan& plan);
@@ -72,7 +72,7 @@ void MakeSimdPlan(const ScaleJob& job, const SimdShape& shape, std::uint8_t* mem
 /// Bytes that the tables and line buffers of a plan take.
 [[nodiscard]] std::size_t SimdPlanBytes(const ScaleJob& job, const SimdShape& shape);
 
-/// Scales a picture by a plan. False, with nothing written, if the plan is none for it.
+/// Scales a picture by a plan. False, with nothing written, if it can't use the plan.
 using PlannedScale = bool (*)(const ScaleJob& job, const SimdPlan& plan);
 
 /// Plans a picture and scales it. What `scale` can't do goes to `other`: pictures that are too

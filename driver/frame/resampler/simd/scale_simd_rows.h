@@ -6,7 +6,7 @@
 #include "driver/frame/resampler/jobs/scale_job.h"
 #include "driver/frame/resampler/simd/scale_simd_plan.h"
 
-// The way through the rows of a picture that all vector kernels share. Each kernel brings its
+// The loop over the rows of a picture that all vector kernels share. Each kernel brings its
 // operations (`Isa`) and its way of scaling a row horizontally (`Rows`), both with internal linkage,
 // so that nothing in here is ever shared between kernels built for different processors.
 //

@@ -117,7 +117,7 @@ void ScalePlanned(const ScaleJob& job, const SimdPlan& plan) {
 }
 
 /// Scales with shuffles inside lanes.
-/// @return false if the plan is none for this
+/// @return false if it can't use the plan
 template <typename Isa>
 bool ScaleByShuffles(const ScaleJob& job, const SimdPlan& plan) {
   switch (plan.Kind) {
@@ -133,7 +133,7 @@ bool ScaleByShuffles(const ScaleJob& job, const SimdPlan& plan) {
 }
 
 /// Scales with shuffles across lanes.
-/// @return false if the plan is none for this
+/// @return false if it can't use the plan
 template <typename Isa>
 bool ScaleByWindows(const ScaleJob& job, const SimdPlan& plan) {
   switch (plan.Kind) {

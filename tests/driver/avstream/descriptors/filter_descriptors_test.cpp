@@ -14,7 +14,7 @@ constexpr ULONG By(ULONG on32Bits, ULONG on64Bits) {
   return sizeof(void*) == 4 ? on32Bits : on64Bits;
 }
 
-// Entries that are only looked at, and never called.
+// Entries that are only compared, and never called.
 NTSTATUS NTAPI CreateFilter(PKSFILTER, PIRP) {
   return STATUS_SUCCESS;
 }
@@ -51,7 +51,7 @@ constexpr KSPIN_DISPATCH kPinDispatch =
     PinDispatchOf(CreatePin, ProcessPin, SetPinFormat, SetPinState);
 constinit const PinAutomation kPinAutomation{GetProperty, AddEvent};
 
-// Filled over old bytes: what is left of them is a field that nobody wrote.
+// Filled over old bytes, so that a field which is not written shows.
 template <class Descriptor>
 Descriptor OldBytes() {
   Descriptor descriptor;

@@ -7,7 +7,7 @@
 
 namespace lidcam::test {
 
-/// A GUID as people write it, in capitals and without braces.
+/// A GUID in its usual notation, in capitals and without braces.
 inline std::string Text(const GUID& guid) {
   char text[40];
   std::snprintf(text, sizeof(text), "%08X-%04X-%04X-%02X%02X-%02X%02X%02X%02X%02X%02X", guid.Data1,

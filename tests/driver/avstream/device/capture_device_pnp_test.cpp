@@ -64,7 +64,7 @@ TEST(DeviceStart, WithoutMemoryForTheDescriptorNothingStarts) {
 TEST(DeviceStart, ADescriptorThatTheBagRefusesIsFreedAndForgotten) {
   InSurface([](SurfaceWorld& world) {
     world.Ks.FailBagAt = 1;
-    EXPECT_EQ(StartDevice(world), STATUS_SUCCESS) << "what the hardware says";
+    EXPECT_EQ(StartDevice(world), STATUS_SUCCESS) << "the hardware's status";
     EXPECT_EQ(world.Device.FilterDescriptor, nullptr);
     EXPECT_THAT(world.Ks.Calls,
                 ElementsAre("acquire device", "bag", "release device", "start hardware"));
@@ -165,7 +165,7 @@ TEST(DeviceBind, ABagThatRefusesLeavesTheDeviceUnlinked) {
     world.Ks.FailBagAt = 1;
     EXPECT_EQ(world.Device.Bind(&world.Ks.Device), world.Ks.Failure);
     EXPECT_EQ(world.Ks.Device.Context, nullptr);
-    EXPECT_EQ(world.Device.WdmLevel, 4) << "not asked for";
+    EXPECT_EQ(world.Device.WdmLevel, 4) << "not queried";
   });
 }
 
@@ -241,7 +241,7 @@ struct PowerRow {
   int After;
 };
 
-// The state before comes from the platform and is handed on: 5 here.
+// The previous state comes from the platform and is passed on: 5 here.
 const PowerRow kPowerRows[] = {
     {1, 1, true, {}, 1},
     {1, 2, true, {}, 2},

@@ -48,8 +48,8 @@ TEST(Rundown, ClosingWaitsForTheLastOneInside) {
   });
 }
 
-// A start closes the gate under the device's mutex. Whoever enters it and then takes the mutex may meet
-// that start, and none of the two goes on.
+// A start closes the gate under the device's mutex. A thread that enters the gate and then takes
+// the mutex may deadlock with that start.
 TEST(Rundown, ALockThatIsTakenInsideAndHeldWhileClosingIsAViolation) {
   const std::string violation = host::ViolationOf([] {
     Rundown gate;
@@ -122,7 +122,7 @@ TEST(Rundown, ClosingDoesNotWaitForOneThatHasStoppedForGood) {
       closedAt = host::Now();
     });
     host::Sleep(3 * kMillisecond);
-    EXPECT_EQ(closedAt, 0) << "the one that entered since is waited for";
+    EXPECT_EQ(closedAt, 0) << "the user that entered since is waited for";
     gate.Leave();
     closer.Join();
     EXPECT_EQ(closedAt, 3 * kMillisecond);
@@ -148,7 +148,7 @@ TEST(Rundown, ClosingEndsAsTheLastOneInsideStopsForGood) {
   });
 }
 
-// Whoever closes may take the gate away, and those that leave or stop touch it no more then.
+// The closing thread may free the gate afterwards: those that leave or stop no longer touch it.
 TEST(Rundown, IsNotTouchedBehindTheCloseByThoseThatLeaveOrStop) {
   for (std::uint64_t seed = 1; seed <= 300; ++seed) {
     const auto close = [] {
@@ -182,8 +182,8 @@ TEST(Rundown, IsNotTouchedBehindTheCloseByThoseThatLeaveOrStop) {
   }
 }
 
-// Nobody is inside while the gate is closed, whatever the order in which all of them get on, and
-// nobody waits for a wake-up that has come already.
+// No user is inside while the gate is closed, under any order of the threads, and no thread waits
+// for a wake-up that has come already.
 TEST(Rundown, NobodyIsInsideBehindACloseUnderAnySchedule) {
   LONG entered = 0;
   host::UnderManySeeds(

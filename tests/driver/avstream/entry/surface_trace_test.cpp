@@ -1,4 +1,4 @@
-// The lines that plug and play, power, filters and pins leave in the camera's trace.
+// The trace lines of plug and play, power, filters and pins.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

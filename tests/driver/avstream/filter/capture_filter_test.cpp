@@ -73,7 +73,7 @@ TEST(FilterCreate, AFilterOfADeviceOfWhichNothingIsKnownOffersNoFormat) {
 }
 
 // A start that failed half-way leaves the filter in place, and it can be opened: with the formats
-// that were found out until then.
+// that were known by then.
 TEST(FilterCreate, AFilterOfAFailedStartIsOpenedEvenWithoutFormats) {
   InSurface([](SurfaceWorld& world) {
     world.Device.FormatCount = 0;

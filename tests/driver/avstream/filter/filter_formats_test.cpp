@@ -187,7 +187,7 @@ TEST_P(FilterFormats, EveryFieldOfAFormatStandsAsTabled) {
   EXPECT_EQ(header.bmiHeader.biClrImportant, 0U);
 }
 
-// The intersection compares the bytes of these records, so that no byte may be left over.
+// The intersection compares the bytes of these records, so every byte matters.
 TEST_P(FilterFormats, EveryByteOfAFormatStandsAsTabled) {
   EXPECT_THAT(WordsOf(RecordAt(0, GetParam().Position)), ElementsAreArray(WordsOf(GetParam())));
 }
@@ -235,7 +235,7 @@ struct CameraRow {
 
 class CreatedCamera : public testing::TestWithParam<CameraRow> {
  protected:
-  // The pin that a camera of this kind offers after its creation.
+  // The pin of a camera of this kind after its creation.
   void SetUp() override {
     if (GetParam().IsVga0708) world_.BeVga0708();
     camera_ = world_.Create(GetParam().LongConfig);
@@ -278,7 +278,7 @@ INSTANTIATE_TEST_SUITE_P(Kinds, CreatedCamera,
                                          CameraRow{"Vga0708Long", true, 1}),
                          [](const auto& row) { return row.param.Name; });
 
-// The list's empty places reach the platform then. No camera's creation asks for it.
+// The list's null entries reach the platform then. No camera's creation selects it.
 TEST(FilterFormatLists, AnUnknownChoiceOfListWouldOfferSeventeenPlacesTwelveOfThemEmpty) {
   CameraCapabilities unknown{};
   unknown.FormatListIndex = 2;

@@ -109,8 +109,8 @@ Reply DirectSet(PropertyCamera& camera, const GUID& set, ULONG id, Block block, 
 
 using Ask = Reply (*)(PropertyCamera& camera, const GUID& set, ULONG id, Block block, LONG width);
 
-// What the translation answers by itself, and does to the camera, is tested where it lives: here it is
-// the same in a request, information and block and traffic included.
+// The translation's own results are tested with the translation: here a request gives the same,
+// information and block and traffic included.
 void ExpectSameAsDirect(SurfaceWorld& world, PFNKSHANDLER handler, Ask direct, const GUID& set,
                         ULONG id, std::size_t length, LONG width) {
   SCOPED_TRACE(::testing::Message() << "set " << set.Data1 << " id " << id << " length " << length);
@@ -158,7 +158,7 @@ TEST(FilterProperties, BeforeTheHardwareHasStartedAGetOfBrightnessIsUnsuccessful
     Request set(kClientVideoProcAmp, 0, ClientBlock(40), 0);
     EXPECT_EQ(set.Ask(SetHandler()).Status, kUnsuccessful);
     Request unknown(kForeignSet, 99, ClientBlock(0), 0);
-    EXPECT_EQ(unknown.Ask(GetHandler()).Status, kUnsuccessful) << "whatever is asked for";
+    EXPECT_EQ(unknown.Ask(GetHandler()).Status, kUnsuccessful) << "for any property";
   });
 }
 
@@ -200,8 +200,8 @@ TEST(FilterProperties, ADeviceWithoutAnObjectIsUnsuccessful) {
   });
 }
 
-// The camera's record stays for as long as a request works on it: a removal waits, and what comes
-// behind it is refused.
+// The camera's record stays for as long as a request works on it: a removal waits, and later
+// requests are refused.
 TEST(FilterProperties, ARemovalWaitsForTheRequestUnderWayAndRefusesTheNext) {
   InSurface([](SurfaceWorld& world) {
     StartedCamera camera(world);

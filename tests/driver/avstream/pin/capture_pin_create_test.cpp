@@ -49,7 +49,7 @@ TEST(PinCreate, TheFramingAsksForFiveBuffersOfOnePictureEach) {
     WorldPin pin(world, MakeFormat(352, 288));
     ASSERT_EQ(pin.Create(), STATUS_SUCCESS);
     EXPECT_NE(pin.Pin.Descriptor, &pin.Descriptor);
-    EXPECT_EQ(pin.Descriptor.AllocatorFraming, &kPinFraming) << "the original stays";
+    EXPECT_EQ(pin.Descriptor.AllocatorFraming, &kPinFraming) << "the original is unchanged";
     const KS_FRAMING_ITEM& item = pin.Pin.Descriptor->AllocatorFraming->FramingItem[0];
     EXPECT_EQ(item.Frames, 5U);
     EXPECT_EQ(item.PhysicalRange.MinFrameSize, 202752U);
@@ -98,7 +98,7 @@ TEST(PinCreate, AnyBagThatRefusesFailsTheCreationAndLeavesNothing) {
     InSurface([n](SurfaceWorld& world) {
       WorldPin pin(world);
       world.Ks.FailBagAt = n;
-      // A header that the bag doesn't take is a failed copy.
+      // A header that the bag refuses is a failed copy.
       EXPECT_EQ(pin.Create(), n == 2 ? kNoMemory : world.Ks.Failure);
       EXPECT_EQ(world.Ks.FailBagAt, 0);
     });
@@ -209,8 +209,8 @@ TEST(PinSetDataFormat, ACopyThatFailsKeepsTheOldOne) {
   });
 }
 
-// What a stream that is restarted with another format does: the connection's is old format and range
-// at once, and as the pin runs, it is checked and refused.
+// A stream that is restarted with another format does this: the connection's format is both old
+// format and range, and as the pin runs, it is checked and refused.
 TEST(PinSetDataFormat, ApplyingTheConnectionsOwnFormatIsRefusedWhileThePinRuns) {
   InSurface([](SurfaceWorld& world) {
     WorldPin pin(world, MakeFormat(480, 640));

@@ -99,7 +99,7 @@ TEST(PinProcess, TheFirstTwoCallsTouchNothingButTheCounter) {
   });
 }
 
-// The comparison is one of all 64 bits.
+// The counter is compared in all 64 bits.
 TEST(PinProcess, CountersBeyond32BitsSkipNothingAndNegativeOnesDo) {
   InSurface([](SurfaceWorld& world) {
     ProcessWorld stream(world);
@@ -214,7 +214,7 @@ TEST(PinProcess, ACallWithNothingToDeliverLeavesNoGapInTheCount) {
     world.Device.PublishRawFrame(stream.Raw(), 0);
     EXPECT_EQ(stream.Pin().Process(), kNothing);
     EXPECT_EQ(stream.Object().PublishedFrameSize, 0U);
-    EXPECT_TRUE(world.Ks.Calls.empty()) << "no buffer is asked for";
+    EXPECT_TRUE(world.Ks.Calls.empty()) << "no buffer is requested";
     EXPECT_EQ(*stream.Object().FrameCounter, 2);
     EXPECT_EQ(stream.Object().ProcessingCount, 0);
     EXPECT_EQ(stream.RawMemory().Holds, 1);
@@ -275,7 +275,7 @@ TEST(PinProcess, ThePinIsBusyExactlyWhileTheRawFrameIsRead) {
   });
 }
 
-// Whoever takes the hardware down waits for the frame that is being delivered, and no other begins.
+// Taking the hardware down waits for the frame that is being delivered, and no other begins.
 TEST(PinProcess, TheCamerasRecordStaysUntilTheFrameIsDelivered) {
   InSurface([](SurfaceWorld& world) {
     ProcessWorld stream(world);
@@ -351,8 +351,8 @@ TEST(PinProcess, ASmallerFormatIsResampledFromTheNativeSize) {
   });
 }
 
-// An application chooses biSizeImage and the extent of its buffers; only the picture's own size bounds
-// what is written.
+// An application chooses biSizeImage and the extent of its buffers; only the picture's own size
+// bounds the bytes written.
 TEST(PinProcess, APictureLargerThanItsBufferIsNotWritten) {
   for (const ULONG extent : {0U, 1U, 614398U, 614399U, 614400U}) {
     InSurface([extent](SurfaceWorld& world) {
@@ -361,7 +361,7 @@ TEST(PinProcess, APictureLargerThanItsBufferIsNotWritten) {
       FakeFrame frame(extent);
       EXPECT_EQ(stream.Deliver(frame), kPending);
       EXPECT_EQ(frame.IsUntouched(), extent < kPicture) << extent;
-      EXPECT_EQ(stream.Camera().LastRawFrame, stream.Raw()) << "the exposure control has seen it";
+      EXPECT_EQ(stream.Camera().LastRawFrame, stream.Raw()) << "the exposure control ran on it";
       EXPECT_EQ(frame.Header().DataUsed, kPicture);
       EXPECT_EQ(frame.Header().OptionsFlags, 0x111U);
       EXPECT_EQ(frame.Info().PictureNumber, 2);
@@ -370,7 +370,7 @@ TEST(PinProcess, APictureLargerThanItsBufferIsNotWritten) {
   }
 }
 
-// An application's header may lack the room; only whoever reads the counts misses them.
+// An application's header may lack the room; then only the counts are missing.
 TEST(PinProcess, AHeaderWithoutRoomForTheFrameInfoGetsNone) {
   for (const ULONG size : {56U, 64U, 127U}) {
     InSurface([size](SurfaceWorld& world) {
@@ -426,7 +426,7 @@ TEST(PinProcess, ACameraThatHasGoneDeliversNothing) {
   });
 }
 
-// Whether the new record lies where the old one lay must make no difference.
+// The result must not depend on whether the new record has the old one's address.
 TEST(PinProcess, ADeviceThatWasStartedAnewDeliversFromItsNewRecord) {
   InSurface([](SurfaceWorld& world) {
     ProcessWorld stream(world);
@@ -446,8 +446,8 @@ TEST(PinProcess, ADeviceThatWasStartedAnewDeliversFromItsNewRecord) {
   });
 }
 
-// A stop that comes meanwhile waits for it. Frames may be asked for at dispatch level, where a reference
-// of a clock may not be counted.
+// A stop meanwhile waits for it. A frame may be delivered at dispatch level, where a clock's
+// references may not be counted.
 TEST(PinProcess, AFrameKeepsItsClockForAsLongAsItTakes) {
   InSurface([](SurfaceWorld& world) {
     ProcessWorld stream(world);

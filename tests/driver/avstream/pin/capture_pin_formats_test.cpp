@@ -11,7 +11,8 @@ namespace {
 constexpr auto kTooSmall = static_cast<NTSTATUS>(0xC0000023);
 constexpr auto kOverflow = static_cast<NTSTATUS>(0x80000005);
 
-// Where fields lie in a format; in a range everything behind the format's head lies 144 bytes later.
+// Offsets of fields in a format; in a range all fields behind the format's head lie 144 bytes
+// later.
 constexpr std::size_t kSpecifierAt = 48;
 constexpr std::size_t kBiSizeAt = 64 + 48;
 constexpr std::size_t kWidthAt = kBiSizeAt + 4;
@@ -23,7 +24,7 @@ const KSDATARANGE& VgaRange() {
   return *CameraFormatList[0][0];
 }
 
-/// A client's range: one of the camera's own, in memory of its own and of so many bytes.
+/// A client's range: a copy of one of the camera's ranges, cut to so many bytes.
 ExactBlock MakeRange(std::size_t bytes = 296) {
   ExactBlock range(bytes, 0xCD);
   std::memcpy(range.Data(), &VgaRange(), bytes < 296 ? bytes : 296);
@@ -101,7 +102,7 @@ TEST(PinFormat, TheChecksComeInOrder) {
   EXPECT_EQ(Check(MakeFormat(800, 600, 40, 152)), kNoMatch);
 }
 
-// A format that is applied anew is its own range: its header lies where a format has it, also in one
+// A format that is applied again is its own range: its header has a format's offset, also in one
 // that is as long as a range.
 TEST(PinFormat, AFormatAsItsOwnRangeMatchesItself) {
   for (const ULONG size : {152U, 295U, 296U, 400U}) {

@@ -24,10 +24,10 @@ struct Case {
   bool SlotTaken;
   bool ClockAssigned;
   bool Powered;
-  bool Fails;  // whatever the device is asked for
+  bool Fails;  // every operation of the device
 };
 
-/// What becomes of it.
+/// The expected result.
 struct Outcome {
   NTSTATUS Status = 0;
   std::vector<std::string> Steps{};
@@ -39,7 +39,7 @@ struct Outcome {
   bool CountsZeroed = false;
 };
 
-// The state table, once more and in another shape.
+// The state table again, written in another form.
 Outcome Expected(const Case& c) {
   Outcome out{.StreamState = c.StreamState, .Acquired = c.Acquired, .HasClock = c.HasClock};
   const NTSTATUS answer = c.Fails ? kRefused : 0;
@@ -250,10 +250,10 @@ TEST(PinStates, AStreamThatNeverRanIsNotReleasedAtStopThoughSlotAndClockAre) {
     EXPECT_THAT(world.Device.Steps, ElementsAre("acquire stream"));
     EXPECT_EQ(world.Device.StreamSlot, 0);
     EXPECT_EQ(clock.References, 0);
-    world.Device.Acquire = STATUS_UNSUCCESSFUL;  // the USB side finds the stream prepared
+    world.Device.Acquire = STATUS_UNSUCCESSFUL;  // as if the USB side found the stream prepared
     EXPECT_EQ(pin.SetState(1, 0), STATUS_UNSUCCESSFUL);
     EXPECT_EQ(pin.Object().Acquired, 1);
-    EXPECT_EQ(pin.Object().HasClock, 0) << "a failed acquire looks for no clock";
+    EXPECT_EQ(pin.Object().HasClock, 0) << "a failed acquire queries no clock";
     EXPECT_EQ(pin.SetState(0, 1), STATUS_SUCCESS);
     EXPECT_EQ(world.Device.StreamSlot, 0);
   });

@@ -20,7 +20,7 @@ inline constexpr GUID kClientVideoControl = {
 inline constexpr GUID kClientPrivate = {
     0xA4C6088B, 0x6B7D, 0x4F4C, {0x98, 0x19, 0xDC, 0x3A, 0x3C, 0xAD, 0x13, 0x0E}};
 
-/// The private set but for its last bit.
+/// The private set with its last bit changed.
 inline constexpr GUID kForeignSet = {
     0xA4C6088B, 0x6B7D, 0x4F4C, {0x98, 0x19, 0xDC, 0x3A, 0x3C, 0xAD, 0x13, 0x0F}};
 
@@ -29,12 +29,12 @@ inline constexpr auto kNotSupported = static_cast<NTSTATUS>(0xC00000BB);
 inline constexpr auto kTooSmall = static_cast<NTSTATUS>(0xC0000023);
 inline constexpr auto kOverflow = static_cast<NTSTATUS>(0x80000005);
 
-/// Information that nobody has touched, and the byte that fresh blocks are filled with.
+/// Value that shows an untouched information, and the byte that new blocks are filled with.
 inline constexpr ULONG_PTR kUntouched = 0x5A5A;
 inline constexpr std::uint8_t kFresh = 0xEE;
 inline constexpr std::uint32_t kFreshWord = 0xEEEEEEEE;
 
-/// A client's value block of an exact length, so that a memory checker sees each byte too far.
+/// A client's value block of an exact length, so that a memory checker finds any access beyond it.
 class Block {
  public:
   explicit Block(std::size_t bytes) : bytes_(bytes, kFresh) {}

@@ -1,4 +1,4 @@
-// Controls, the properties by which clients ask for them, and the names by which users do.
+// Controls, the properties of clients for them, and their names on the command line.
 
 #include "driver/avstream/properties/property_codes.h"
 

@@ -73,7 +73,7 @@ const Needs kVideoProcAmpNeeds = {{0, {40, kSuccess}}, {1, {40, kSuccess}}, {3, 
                                   {4, {40, kSuccess}}, {5, {40, kSuccess}}, {6, {40, kSuccess}},
                                   {7, {40, kSuccess}}, {8, {40, kSuccess}}};
 
-// Codes that the camera doesn't have are refused by the control, behind the check of the length.
+// Unknown codes are refused by the control, after the check of the length.
 const Needs kCameraControlNeeds = {{0, {40, kNotSupported}}, {1, {40, kNotSupported}},
                                    {3, {40, kNotSupported}}, {4, {40, kSuccess}},
                                    {5, {40, kNotSupported}}, {6, {40, kNotSupported}}};

@@ -152,7 +152,7 @@ TEST(PropertyTables, PlatformChecksExactlyTheBytesThatATranslationNeeds) {
       const ULONG toGet = PropertyBlockBytes(request, PropertyDirection::Get);
       EXPECT_EQ(toSet, item.SetPropertyHandler != nullptr ? item.MinData : 0);
       if (set.Set == &PROPSETID_CAMERA_PRIVATE && item.PropertyId == 10) {
-        EXPECT_EQ(toGet, 0U) << "can't be asked";
+        EXPECT_EQ(toGet, 0U) << "can't be read";
       } else if (set.Set == &PROPSETID_CAMERA_PRIVATE && item.PropertyId == 16) {
         EXPECT_EQ(toGet, 132U) << "the register lies behind the block";
       } else {

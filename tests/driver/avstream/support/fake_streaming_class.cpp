@@ -118,7 +118,7 @@ NTSTATUS NTAPI KsAddItemToObjectBag(KSOBJECT_BAG bag, PVOID item, PFNKSFREE free
 }
 
 ULONG NTAPI KsRemoveItemFromObjectBag(KSOBJECT_BAG, PVOID, BOOLEAN) {
-  ADD_FAILURE() << "nobody takes anything out of a bag";
+  ADD_FAILURE() << "unexpected removal from a bag";
   return 0;
 }
 

@@ -29,7 +29,7 @@ class FakeBag {
   std::vector<std::pair<PVOID, PFNKSFREE>> items_;
 };
 
-/// A clock that gives the times it was told, the last one for ever.
+/// A clock that returns the given times, the last one for ever.
 class FakeClock final : public IKsReferenceClock {
  public:
   std::deque<LONGLONG> Times{0};
@@ -74,8 +74,8 @@ class FakeFrame {
   std::vector<std::uint8_t> picture_;
 };
 
-/// What the streaming class does for a driver, with every call written down and every result to
-/// choose. One at a time; all Ks functions of the test's program lead to it.
+/// A test double of the streaming class, with every call recorded and every result selectable. One
+/// at a time; all Ks functions of the test's program are linked to it.
 class FakeStreamingClass {
  public:
   FakeStreamingClass();
@@ -106,7 +106,7 @@ class FakeStreamingClass {
   PKSPIN RequestPin = nullptr;
   FakeClock* Clock = nullptr;      ///< assigned to the pin
   std::deque<FakeFrame*> Frames;   ///< queued
-  std::function<void()> OnEdge;    ///< runs when the pin asks for a buffer
+  std::function<void()> OnEdge;    ///< runs when the pin requests a buffer
   std::function<void()> OnUnlock;  ///< runs when the pin gives one back
   int DeviceMutex = 0;
   int ControlMutex = 0;

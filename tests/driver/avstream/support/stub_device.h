@@ -11,7 +11,7 @@ namespace lidcam::test {
 
 inline constexpr NTSTATUS kRefused = STATUS_IO_TIMEOUT;
 
-/// A device whose hardware does nothing but to write its calls down, with results to choose.
+/// A device whose hardware only records its calls, with selectable results.
 class StubDevice final : public CaptureDevice {
  public:
   explicit StubDevice(PKSDEVICE device) : CaptureDevice(device) {}

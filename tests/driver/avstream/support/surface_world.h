@@ -17,7 +17,8 @@
 
 namespace lidcam::test {
 
-/// A block of an exact length in memory of its own, so that a memory checker sees each byte too far.
+/// A block of an exact length in memory of its own, so that a memory checker finds any access
+/// beyond it.
 class ExactBlock {
  public:
   explicit ExactBlock(std::size_t bytes, std::uint8_t fill = 0) : bytes_(bytes, fill) {}
@@ -50,7 +51,7 @@ inline constexpr GUID kClientDroppedFrames = {
     0xC6E13344, 0x30AC, 0x11D0, {0xA1, 0x8C, 0x00, 0xA0, 0xC9, 0x11, 0x89, 0x56}};
 inline constexpr ULONG kClientYuy2 = 0x32595559;
 
-/// A connection's format of so many bytes; what of a header doesn't fit is left out.
+/// A connection's format of so many bytes; the part of a header that doesn't fit is left out.
 ExactBlock MakeFormat(LONG width, LONG height, ULONG biSize = 40, ULONG formatSize = 152);
 
 /// Streaming class, device, filter and a pin, with the hardware's side stubbed.

@@ -1,4 +1,4 @@
-// Calls that a driver must not make end with a violation that names the operation.
+// Calls that a driver must not make are reported as violations that name the operation.
 
 #include <gtest/gtest.h>
 

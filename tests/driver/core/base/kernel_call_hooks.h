@@ -7,7 +7,7 @@
 
 namespace lidcam::test {
 
-/// What a wait of the driver's was asked for.
+/// Arguments of one of the driver's waits.
 struct WaitCall {
   PVOID Object;
   KWAIT_REASON Reason;
@@ -16,8 +16,8 @@ struct WaitCall {
   std::optional<LONGLONG> Timeout;  ///< none: without a limit
 };
 
-/// Sees the driver's calls of three kernel functions while the object lives; one at a time. The linker
-/// leads those calls here (--wrap), so that the host's kernel needs no hook for them.
+/// Observes the driver's calls of three kernel functions while the object lives; one at a time. The
+/// linker redirects those calls here (--wrap), so that the host's kernel needs no hook for them.
 class KernelCallHooks {
  public:
   KernelCallHooks();
@@ -25,7 +25,7 @@ class KernelCallHooks {
   KernelCallHooks& operator=(const KernelCallHooks&) = delete;
   ~KernelCallHooks();
 
-  /// Ahead of each wait; a status is given to the driver in the wait's place.
+  /// Before each wait; a status is returned to the driver instead of waiting.
   std::function<std::optional<NTSTATUS>(const WaitCall& call)> OnWait;
 
   /// After each allocation from the pool.

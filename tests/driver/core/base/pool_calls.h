@@ -8,8 +8,8 @@
 
 namespace lidcam::test {
 
-/// The driver's allocations from the pool while it lives; one at a time. The linker leads them here
-/// (--wrap).
+/// Observes the driver's allocations from the pool while it lives; one at a time. The linker
+/// redirects them here (--wrap).
 class PoolCalls {
  public:
   struct Allocation {

@@ -1,13 +1,13 @@
-// Everything that passes over the bus from power-up to the start and end of a stream, for each
-// sensor type, configuration and alternate setting, against golden files that were worked out apart
-// from the driver.
+// All traffic on the bus from power-up to the start and end of a stream, for each sensor type,
+// configuration and alternate setting, against golden files that were worked out apart from the
+// driver.
 //
 // Without set files the traffic is the driver's own, with the default settings. Each start negotiates
 // 640 by 480 in YUY2. The settings follow one another upwards on one camera, so that setting 1 shows
 // the size that creation left, and the registers what the start before left.
 //
-// With set files all eight lie on the disk, each with values of its own, so that a wrong file or a
-// wrong section shows. The starts then take other sizes and formats too.
+// With set files all eight are on the disk, each with values of its own, so that a wrong file or a
+// wrong section shows. The starts then use other sizes and formats too.
 
 #include <gtest/gtest.h>
 
@@ -55,7 +55,7 @@ const Identity kIdentities[] = {
     {"ov7670", 11, 0x1AF0, 0x6010, {{0x0A, 0x76}, {0x0B, 0x73}}},
 };
 
-// Values at power-up that make every read-modify-write step show what it keeps.
+// Values at power-up that show which bits every read-modify-write step keeps.
 const Registers kBridgeAtPowerUp = {{0x09, 0x11}, {0x0A, 0x12}, {0x0D, 0xC4}, {0x26, 0x4D},
                                     {0x42, 0x99}, {0x64, 0x2A}, {0x68, 0x32}};
 const Registers kSensorAtPowerUp = {{0x06, 0x21}, {0x0C, 0x8B}, {0x13, 0xF1},
@@ -71,7 +71,7 @@ struct StreamFormat {
 
 constexpr StreamFormat kVgaInYuy2 = {"640 by 480 in YUY2", 640, 480, 16, kFourccYuy2};
 
-// A camera at power-up on a machine that has never seen it.
+// A camera at power-up on a machine without settings for it.
 class FreshCamera {
  public:
   explicit FreshCamera(const Identity& identity, std::uint32_t longConfig)
@@ -261,7 +261,7 @@ struct Start {
   std::int32_t LDMode;
 };
 
-// With the lists as the settings patch them, then in low light, then sizes and formats that change
+// First the lists as the settings patch them, then low light, then sizes and formats that change
 // the mode on some of the sensors.
 constexpr Start kStartsWithSets[] = {
     {7, kVgaInYuy2, 1, 0},

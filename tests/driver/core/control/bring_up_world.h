@@ -22,9 +22,8 @@ struct CameraDeleter {
 };
 using CameraPointer = std::unique_ptr<CameraContext, CameraDeleter>;
 
-/// All that a camera's bring-up meets: register space, registry, set files and pool. The camera is
-/// unknown (type 1) unless told otherwise, has an installed driver key in an empty registry, and no
-/// set files.
+/// All that a camera's bring-up uses: register space, registry, set files and pool. By default the
+/// camera is unknown (type 1), has an installed driver key in an empty registry, and no set files.
 class BringUpWorld {
  public:
   BringUpWorld();

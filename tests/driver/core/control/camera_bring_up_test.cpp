@@ -1,4 +1,4 @@
-// The camera's creation: what it does in which order, and what fails it.
+// The camera's creation: the order of its steps, and what makes it fail.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -62,7 +62,7 @@ TEST(CameraCapabilities, AreFilledBeforeTheHardwareIsTouched) {
   EXPECT_TRUE(isFilled);
 }
 
-// The whole order in one picture: mode register, settings, identity, set file, replay, shadows.
+// The whole order.
 TEST(CameraBringUp, GoesFromTheModeRegisterOverSettingsIdentityAndSetFileToTheShadows) {
   BringUpWorld world;
   world.BeVga0708();
@@ -135,8 +135,8 @@ TEST(CameraBringUp, WithoutASettingsRootLeavesTheImageControlsZero) {
   EXPECT_EQ(world.Space.Accesses().at(1), "write bridge FF77=00");
 }
 
-// What the setup table implied for the divider is gone after the bring-up; the next write of the
-// mode register brings it back.
+// The divider from the setup table is lost after the bring-up; the next write of the mode register
+// restores it.
 TEST(CameraBringUp, SetsTheClockDividerTo1WhateverTheSetupTableImplied) {
   BringUpWorld world;
   world.BeVga0708();
@@ -236,7 +236,7 @@ TEST(CameraBringUp, IgnoresAFailedReadOfTheModeRegister) {
   EXPECT_EQ(camera->BridgeMode, 0);
 }
 
-// Record and spare block are needed; what the settings allocate for themselves is not.
+// Record and spare block are needed; the settings' own allocations are not.
 TEST(CameraBringUp, FailsForLackOfMemoryOnlyAtItsFirstTwoAllocations) {
   for (std::uint32_t failing = 1; failing <= 60; ++failing) {
     BringUpWorld world;

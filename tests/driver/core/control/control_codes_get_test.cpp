@@ -1,4 +1,4 @@
-// Asking by control code.
+// Reading by control code.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -14,7 +14,7 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-// All words of a record as they come out; words nobody touches keep 0xA0 and up.
+// All words of a record after a get; untouched words keep 0xA0 and up.
 struct Answer {
   Status Result;
   std::int32_t Value;

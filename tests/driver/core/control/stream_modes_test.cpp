@@ -449,8 +449,8 @@ TEST_F(StreamModes, SelectionSetsStreamingByItself) {
   EXPECT_EQ(camera_.Streaming, 1);
 }
 
-// What comes before the registers are written: on the widest setting the setup registers' replay is the
-// first to write.
+// What must be set before the registers are written: on the widest setting the setup registers'
+// replay writes first.
 TEST_F(StreamModes, SettingAndModeStandBeforeTheSetupRegistersAndTheFrameSizeBeforeTheProgramming) {
   camera_.SensorType = SensorTypeVGA0708;
   camera_.CaptureWidth = 640;

@@ -133,7 +133,7 @@ const std::vector<FieldRow>& AllFields() {
       Place("SetupRegisters", &C::SetupRegisters, 8 + 600 * 3),
       Place("NormalRegisters", &C::NormalRegisters, 8 + 600 * 3),
       Place("LowLightRegisters", &C::LowLightRegisters, 8 + 600 * 3),
-      Row("ShadowFF0D", &C::ShadowFF0D, 1, 0x03),  // the replay's exposure step left that
+      Row("ShadowFF0D", &C::ShadowFF0D, 1, 0x03),  // left by the replay's exposure step
       Row("ShadowFF26", &C::ShadowFF26, 1, 0),
       Row("ShadowFF42", &C::ShadowFF42, 1, 0),
       Row("ShadowFF64", &C::ShadowFF64, 1, 0),
@@ -198,7 +198,7 @@ TEST(CameraFields, CountSensorsMainsLedSizesAndLightByTheseNumbers) {
   EXPECT_EQ(modes, (std::vector<std::uint32_t>{1U, 2U, 3U, 4U, 5U, 6U, 0U, 1U, 2U, 3U}));
 }
 
-// What the bring-up may have left in these fields is replaced once it is over.
+// The values that the bring-up leaves in these fields are replaced at its end.
 TEST(CameraAfterBringUp, HasItsStateWhateverTheBringUpLeft) {
   BringUpWorld world;
   CameraContext* camera = nullptr;
@@ -218,7 +218,7 @@ TEST(CameraAfterBringUp, HasItsStateWhateverTheBringUpLeft) {
     camera->LightState = LightStateDummy;
     camera->ReceivedFrameBytes = 7;
     AeIndex = 7;
-    // The last read, sensor register 0xFF0C, has the bus by now.
+    // The last read, sensor register 0xFF0C, is on the bus by now.
     const std::vector<std::string>& accesses = world.Space.Accesses();
     const bool isLast = !accesses.empty() && accesses.back().starts_with("read bridge FF68");
     if (isLast && packet[1] == 0xA1) camera->DriverRegisterBusy = 1;
@@ -294,7 +294,7 @@ TEST_F(NewCamera, ReadsZeroForTheGainsThatNothingWrites) {
 constexpr const WCHAR* kUnwrittenValues[] = {KERNEL_TEXT("Rgain"), KERNEL_TEXT("Ggain"),
                                              KERNEL_TEXT("Bgain"), KERNEL_TEXT("WhiteBalanceAuto")};
 
-// The stored value of a setting, or what shows that there is none.
+// The stored value of a setting, or a marker if there is none.
 std::uint32_t StoredValue(HANDLE root, const WCHAR* name) {
   std::uint32_t value = 0xBAD;
   std::uint32_t size = sizeof(value);

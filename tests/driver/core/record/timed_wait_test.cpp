@@ -18,7 +18,7 @@ TEST(TimedWait, ARelativeTimeIsNegative) {
   EXPECT_EQ(RelativeTime(80'000'000).QuadPart, -80'000'000);
 }
 
-// Nobody can alert the driver's threads, and none sleeps on a user's behalf.
+// The driver's threads can't be alerted, and all of them wait in kernel mode.
 TEST(TimedWait, APollSleeps2MillisecondsForTheKernel) {
   Sleep sleep;
   g_sleep = &sleep;

@@ -133,7 +133,7 @@ class SettingsWorld : public ::testing::Test {
   }
   void Put(std::u16string_view name, std::uint32_t number) { Put(name, 4, Dword(number).Data); }
 
-  /// Stores 1000, 1001, ... as the values of load, in its order.
+  /// Stores 1000, 1001, ... as the values to load, in their order.
   void PutAll() {
     for (std::size_t i = 0; i < kLoadTable.size(); ++i) {
       Put(kLoadTable[i].Name, static_cast<std::uint32_t>(1000 + i));

@@ -11,7 +11,7 @@ namespace {
 using ::testing::Each;
 using SettingsArguments = SettingsWorld;
 
-// What the host's registry makes nothing of.
+// Arguments that the host's registry ignores.
 struct UnusedArguments {
   ULONG TitleIndex;
   PUNICODE_STRING Class;

@@ -46,7 +46,7 @@ class SettingsCalls : public SettingsWorld {
     return STATUS_SUCCESS;
   }
 
-  /// Lets the next calls whose line holds `text` give a status.
+  /// Makes the next calls whose line contains `text` return a status.
   void Fail(const std::string& text, NTSTATUS status, int count = 1) {
     failing_ = text;
     failure_ = status;
@@ -120,8 +120,8 @@ TEST_F(SettingsCalls, SaveWithoutARootGivesTheRecordsAddress) {
   EXPECT_EQ(SaveSettings(context_, kSettings), address);
 }
 
-// The block of 256 bytes that each save takes and gives back: exactly one allocation, and its
-// failure fails nothing.
+// Each save allocates and frees a block of 256 bytes: exactly one allocation, whose failure has no
+// effect.
 TEST_F(SettingsCalls, EverySaveAllocatesOnceAndStandsItsFailure) {
   const auto allocate = [] {
     void* const memory = AllocateCameraMemory(1);
@@ -133,10 +133,10 @@ TEST_F(SettingsCalls, EverySaveAllocatesOnceAndStandsItsFailure) {
     host::FailPoolAllocation(1);
     const Status status = SaveSettings(context_, kSettings);
     EXPECT_EQ(status == 0, transport != nullptr);
-    EXPECT_TRUE(allocate()) << "save took the failure";
+    EXPECT_TRUE(allocate()) << "save used up the failure";
     host::FailPoolAllocation(2);
     SaveSettings(context_, kSettings);
-    EXPECT_FALSE(allocate()) << "save took one allocation only";
+    EXPECT_FALSE(allocate()) << "save made one allocation only";
   }
 }
 
@@ -191,7 +191,8 @@ TEST_F(SettingsCalls, AnAbsentValueGivesLengthZero) {
   });
 }
 
-// Both statuses of a block that is too small repeat the question with the length that was told.
+// After either status for a block that is too small, the query is repeated with the length
+// returned.
 TEST_F(SettingsCalls, AValueLargerThanTheBlockIsAskedForAgainWithItsLength) {
   Put(u"Big", 3, std::vector<std::uint8_t>(1000, 0x5A));
   WithRoot([this](HANDLE root) {
@@ -213,7 +214,7 @@ TEST_F(SettingsCalls, BothStatusesOfASmallBlockRepeatTheQuestionAndOthersDont) {
       Fail("ZwQueryValueKey", Code(status));
       std::uint32_t value = 0;
       std::uint32_t size = 4;
-      // The refused call told no length, so that the block of the second one is empty.
+      // The refused call returned no length, so that the block of the second one is empty.
       EXPECT_EQ(ReadSettingValue(root, kSettings, KERNEL_TEXT("LED"), 3, &value, size), 0);
       EXPECT_EQ(value, 6U);
       EXPECT_EQ(size, 4U);
@@ -248,7 +249,7 @@ TEST_F(SettingsCalls, NoMemoryForEitherBlockOfAReadGivesLengthZero) {
   });
 }
 
-// As an absent value does, a value without memory costs the one after it too.
+// As with an absent value, a value without memory also loses the one after it.
 TEST_F(SettingsCalls, NoMemoryAtAnyReadOfALoadCostsThatValueAndTheNext) {
   PutAll();
   for (std::uint32_t failing = 1; failing <= 16; ++failing) {

@@ -31,7 +31,7 @@ class SettingsFile : public SettingsWorld {
     }
   }
 
-  // Loads in a process's place that starts anew.
+  // Loads as a newly started process would.
   void ExpectAll(std::uint32_t base, const std::string& when) {
     Reopen();
     LoadSettings(context_, kSettings);
@@ -91,7 +91,7 @@ TEST_F(SettingsFile, PowerLossAtAnyByteOfASaveLeavesTheOldOrTheNewSettingsWhole)
   const std::size_t size = ReadBytes(folder_.File()).size();
   ASSERT_GT(size, 1000U);
   // The new file is as long as the old: numbers have eight digits.
-  // A process that a sanitizer watches takes its time to fork.
+  // A process under a sanitizer forks slowly.
   const std::size_t kStep = kIsSanitized ? 7 : 1;
   for (std::size_t cut = 0; cut < size; cut += kStep) {
     InOtherProcess([&] {

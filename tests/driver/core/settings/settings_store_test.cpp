@@ -70,7 +70,7 @@ TEST_F(Settings, AFirstStartTakesAllDefaultsAndMakesTheKeyWithTheFirstRead) {
   HANDLE key = nullptr;
   ULONG disposition = 0;
   EXPECT_EQ(ZwCreateKey(&key, 0xF003F, &attributes, 0, nullptr, 0, &disposition), 0);
-  EXPECT_EQ(disposition, 2U) << "it is there already";
+  EXPECT_EQ(disposition, 2U) << "it exists already";
   CloseSettingsKey(key);
   CloseSettingsKey(root);
 }
@@ -119,7 +119,7 @@ TEST_F(Settings, FourBytesOfGammaLoadWhateverTheirType) {
   }
 }
 
-// The room that a query asks for tells the shared size: 24 bytes and the name go on top of it.
+// The room of a query shows the shared size: 24 bytes and the name are added to it.
 TEST_F(Settings, AnEightByteSharpnessTakesItsDefaultAndPassesEightOnToWhiteBalance) {
   PutAll();
   Put(u"Sharpness", 3, {1, 2, 3, 4, 5, 6, 7, 8});

@@ -43,7 +43,7 @@ class ExposureBench : public RegisterSpace {
   /// Delivers `frames` frames with these statistics in their headers.
   void Deliver(std::uint8_t luma, std::uint8_t level = 0, int frames = 1);
 
-  /// The same without the exposure loop: what the light state machine alone sees.
+  /// The same without the exposure loop: the light state machine alone.
   void Light(std::uint8_t exposure, std::uint8_t luma, int frames = 1);
 
   /// The camera in a state that it has been in for a while.

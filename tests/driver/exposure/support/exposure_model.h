@@ -75,15 +75,14 @@ struct ModelWrite {
   std::uint8_t Value;
 };
 
-/// What goes wrong on the bus in one frame, by the number of the request in it; 0 is the first and
-/// -1 none.
+/// Faults on the bus in one frame, by the number of the request in it; 0 is the first and -1 none.
 struct ModelDisturbance {
-  int ApplicationArrivesAt = -1;  ///< the application's flag goes up at this request
+  int ApplicationArrivesAt = -1;  ///< the application sets its flag at this request
   int FailsAt = -1;               ///< this request fails
 };
 
-/// Exposure and light control once more, in another shape than the driver's: steps by ranges of
-/// luminance, transitions by ranges of both numbers, and a bus that keeps a diary.
+/// Exposure and light control again, written in another form than the driver's: steps by ranges of
+/// luminance, transitions by ranges of both numbers, and a bus that records its requests.
 class ExposureModel {
  public:
   ModelShared Shared;

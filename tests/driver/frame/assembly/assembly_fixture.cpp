@@ -37,7 +37,7 @@ void Wake(void* context) {
   fixture.FillOffsetsAtWake.push_back(fixture.Assembly.FillOffset);
 }
 
-// The bytes stored are those up to the fill position, which the handover resets only afterwards.
+// The bytes stored are those up to the fill position, which the handover resets afterwards.
 void OnPublish(void* context, std::uint8_t* buffer, std::uint32_t size) {
   AssemblyFixture& fixture = Of(context);
   fixture.Log.push_back("publish " + std::to_string(size));

@@ -25,17 +25,17 @@ Packet Body(std::size_t length, std::uint8_t fill);
 /// The bytes of packets, end to end: a frame as it lies in a raw buffer.
 Packet Joined(const std::vector<Packet>& packets);
 
-/// A frame as the consumer was given it.
+/// A frame as the consumer received it.
 struct PublishedCopy {
   Packet Bytes;
   std::uint32_t Size;
   friend bool operator==(const PublishedCopy&, const PublishedCopy&) = default;
 };
 
-/// How packets reach the assembly; both ways must come to the same.
+/// How packets reach the assembly; both ways must give the same result.
 enum class Entry { Packets, Transfers };
 
-/// An assembly over two small raw buffers with a consumer that writes everything down.
+/// An assembly over two small raw buffers with a consumer that records everything.
 ///
 /// `Log` holds debug messages and trace lines as they stand, and the consumer's calls as
 /// "publish 100" and "wake", all in order. One lives at a time: the two outputs are global.
@@ -49,7 +49,7 @@ class AssemblyFixture {
   AssemblyFixture& operator=(const AssemblyFixture&) = delete;
   ~AssemblyFixture();
 
-  /// As a stream starts: discards, and wants a settling if `settleCount` is 0.
+  /// Begins a stream: discards, and requests a settling if `settleCount` is 0.
   void BeginStream(std::uint32_t settleCount);
 
   /// Feeds packets: one by one, or end to end in one transfer of exactly their size.
@@ -60,7 +60,7 @@ class AssemblyFixture {
   void FeedFrom(const std::vector<std::uint8_t>& buffer,
                 const std::vector<TransferPacket>& packets);
 
-  /// Takes the log so far and empties it.
+  /// Returns the log so far and empties it.
   Lines TakeLog();
 
   /// The bytes stored of the frame in progress.
@@ -72,7 +72,7 @@ class AssemblyFixture {
   bool Running = true;
   Lines Log;
   std::vector<PublishedCopy> Published;
-  std::vector<std::uint32_t> FillOffsetsAtWake;  ///< write position as the woken consumer finds it
+  std::vector<std::uint32_t> FillOffsetsAtWake;  ///< write position when the consumer is woken
 
  private:
   const Entry entry_;

@@ -19,7 +19,7 @@ std::vector<Packet> Frame(std::uint8_t fill) {
   return {Start(40, fill), Body(40, fill), Body(20, fill)};
 }
 
-/// A frame of 100 bytes with some added to its last packet, or taken from it.
+/// A frame of 100 bytes with its last packet lengthened or shortened.
 std::vector<Packet> FrameOf(std::uint32_t bytes, std::uint8_t fill) {
   return {Start(40, fill), Body(40, fill), Body(bytes - 80, fill)};
 }

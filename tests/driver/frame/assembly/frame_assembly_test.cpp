@@ -30,7 +30,7 @@ struct StateRow {
 
 class FrameState : public ::testing::TestWithParam<std::tuple<StateRow, Entry>> {};
 
-// Twenty bytes of the frame in progress lie in the buffer when the packet of thirty comes.
+// With twenty bytes of the frame in progress in the buffer, a packet of thirty comes.
 TEST_P(FrameState, DecidesWhatAPacketDoes) {
   const auto& [row, entry] = GetParam();
   const bool isMarker = row.Packet != Arriving::NoMarker;
@@ -118,7 +118,7 @@ TEST_P(FrameStorage, AStreamBeginsByDiscardingAndWithoutABadFrameEnd) {
   BeginAssembly(camera.Assembly);
   EXPECT_EQ(camera.Assembly.DiscardFrame, 1);
   EXPECT_EQ(camera.Assembly.BadFrameEnd, 0);
-  EXPECT_EQ(camera.Context.ReceivedFrameBytes, 33U) << "bytes of the stream before stay counted";
+  EXPECT_EQ(camera.Context.ReceivedFrameBytes, 33U) << "the previous stream's bytes stay counted";
 }
 
 TEST(RawBuffers, TheFirstHalfIsReadyAndTheSecondIsFilledFromItsBegin) {
@@ -179,7 +179,7 @@ TEST_P(FrameStorage, TheConsumerIsNotWokenWhileTheStreamIsNotRunning) {
   EXPECT_EQ(camera.Log, (GoodEnd(100, 100) + Lines{"frame published bytes=100", "publish 100"}));
 }
 
-// A consumer that runs at once must not find the write position of a frame not yet begun.
+// A consumer that runs at once must not read the write position of a frame not yet begun.
 TEST_P(FrameStorage, TheConsumerIsWokenAheadOfTheWritePositionsReturn) {
   AssemblyFixture camera(kFrame, kBuffer, GetParam());
   camera.Feed(Body(kFrame, 1));
@@ -306,7 +306,7 @@ TEST_P(RawBufferBound, AStartPacketLargerThanTheBufferIsCountedAndNotStored) {
   EXPECT_EQ(camera.Published.back(), (PublishedCopy{Body(40, 2), 100}));
 }
 
-// The bytes are never touched: a length close to 2^32 must not come out as a place in the buffer.
+// The bytes are never touched: a length close to 2^32 must not wrap to a place in the buffer.
 TEST_P(RawBufferBound, APacketLengthCloseToTheEndOfThirtyTwoBitsDoesNotWrap) {
   AssemblyFixture camera(kFrame, 50);
   camera.Feed(Body(20, 1));

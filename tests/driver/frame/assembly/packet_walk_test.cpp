@@ -1,5 +1,5 @@
-// The packet walk with another parser than the camera's: one that asks for forced publishes and has
-// packets stored in part.
+// The packet walk with a parser other than the camera's: one that forces publishing and has packets
+// stored in part.
 
 #include "driver/frame/assembly/packet_walk.h"
 
@@ -17,7 +17,7 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-/// Bytes at a packet's head that say what is to be answered: frame end, flags, offset, size.
+/// Bytes at a packet's head that give the parser's answer: frame end, flags, offset, size.
 constexpr std::uint32_t kTagBytes = 4;
 
 std::uint32_t ParseTaggedPacket(CameraContext&, const std::uint8_t* data, std::uint32_t length,

@@ -49,7 +49,7 @@ void OnRefusedStore(int) {
   _exit(stored == &g_frameByte ? 0 : 1);
 }
 
-// The size lies on a page that refuses the store, so that the publish is seen half done.
+// The size lies on a page that can't be written, so that the publishing stops half-way.
 [[noreturn]] void PublishWithUnwritableSize() {
   const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
   void* const pages =

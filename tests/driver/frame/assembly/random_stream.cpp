@@ -56,7 +56,7 @@ void Disturb(SeededNumbers& random, std::vector<Packet>& packets, Packet packet)
     case 3:  // a marker where none belongs
       if (!packet.empty()) SetMarker(packet, 0);
       break;
-    case 4:  // a marker that nobody may see
+    case 4:  // a marker inside a packet, which the parser must ignore
       if (packet.size() > 3)
         SetMarker(packet, 1 + random.Below(static_cast<std::uint32_t>(packet.size()) - 2));
       break;

@@ -16,10 +16,10 @@ struct RecordedTransfer {
   bool SettlingWanted;  ///< the light state changed
 };
 
-/// A whole stream of transfers and the circumstances it meets.
+/// A whole stream of transfers with its initial state and events.
 struct RecordedStream {
   std::vector<RecordedTransfer> Transfers;
-  std::vector<bool> Busy;  ///< the consumer's answer at the n-th finished frame, in a circle
+  std::vector<bool> Busy;  ///< the consumer's answer at the n-th finished frame, repeated
   bool Running;
   std::uint32_t RawFrameSize;
   std::uint32_t RawBufferSize;
@@ -27,7 +27,7 @@ struct RecordedStream {
   std::uint32_t FrameSettleCount;    ///< left by the stream before
 };
 
-/// A frame as it was handed over.
+/// A frame as it was published.
 struct HandedFrame {
   std::uint32_t Size;
   std::vector<std::uint8_t> Stored;
@@ -35,7 +35,7 @@ struct HandedFrame {
   friend bool operator==(const HandedFrame&, const HandedFrame&) = default;
 };
 
-/// Everything a stream leaves behind.
+/// The result of a stream.
 struct StreamOutcome {
   std::vector<std::string> Events;  ///< debug messages, "publish", "busy", "wake"
   std::vector<HandedFrame> Frames;
@@ -49,7 +49,8 @@ struct StreamOutcome {
   friend bool operator==(const StreamOutcome&, const StreamOutcome&) = default;
 };
 
-/// A stream of frames with every disturbance a bus and a camera can do to it, from its seed alone.
+/// A stream of frames with every disturbance that a bus and a camera can cause, from its seed
+/// alone.
 RecordedStream MakeRandomStream(std::uint64_t seed);
 
 }  // namespace lidcam::test

@@ -1,4 +1,4 @@
-// The assembly against a second account of its rules, over many random streams.
+// The assembly against a second implementation of its rules, over many random streams.
 
 #include "tests/driver/frame/assembly/random_stream.h"
 
@@ -65,7 +65,7 @@ class StreamRun {
                      static_cast<std::uint32_t>(transfer.Packets.size()));
   }
 
-  // Each from a block of its own, with the one byte behind it that the parser may look at.
+  // Each from a block of its own, with the one byte behind it that the parser may read.
   void TakePacket(const std::vector<std::uint8_t>& buffer, const TransferPacket& packet) {
     if (packet.Length == 0) {
       AssemblePacket(assembly_, context_, nullptr, 0);
@@ -133,7 +133,7 @@ std::string FirstDifference(const StreamOutcome& assembled, const StreamOutcome&
   return "counters" + counters(assembled) + ", predicted" + counters(predicted);
 }
 
-/// How often the streams reached what they are made for.
+/// How often the streams reached the cases that they are made for.
 struct Coverage {
   std::size_t Published = 0;
   std::size_t Busy = 0;

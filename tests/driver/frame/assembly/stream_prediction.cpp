@@ -12,7 +12,7 @@ namespace {
 struct Slice {
   std::size_t Begin;
   std::size_t End;
-  int SecondByte;  ///< of the packet; behind a packet of one byte, that which follows in its buffer
+  int SecondByte;  ///< of the packet; for a packet of one byte, the byte behind it in its buffer
 };
 
 /// All bytes of a stream end to end, where they were cut, and what happened between the cuts.
@@ -20,7 +20,7 @@ struct FlatStream {
   std::vector<std::uint8_t> Bytes;
   std::vector<Slice> Slices;
   std::vector<std::size_t> Starts;     ///< slices ahead of which the stream was started again
-  std::vector<std::size_t> Settlings;  ///< slices ahead of which a settling was asked for
+  std::vector<std::size_t> Settlings;  ///< slices ahead of which a settling was requested
 };
 
 FlatStream Flatten(const RecordedStream& stream) {
@@ -48,7 +48,7 @@ bool HasPlaceWithin(const std::vector<std::size_t>& places, std::optional<std::s
   });
 }
 
-/// What lies between one start marker and the next, or the stream's end.
+/// The part from one start marker to the next, or to the stream's end.
 struct Section {
   std::size_t Marker;        ///< slice of its start marker
   std::size_t Next;          ///< slice of the next, or the number of slices

@@ -4,7 +4,7 @@
 
 namespace lidcam::test {
 
-/// What the assembly rules make of a recorded stream, worked out from the whole of it: from the
+/// The result of the assembly rules for a recorded stream, computed from the whole of it: from the
 /// places of the start markers, and not packet by packet.
 StreamOutcome PredictStream(const RecordedStream& stream);
 

@@ -87,7 +87,7 @@ TEST(DeliveredStill, OfAResampledStreamHasTheRawSizeAndItsMarksGoThroughTheResam
   const Bytes unmarked = RawPixels(614400);
   Bytes otherwise(352 * 288 * 2);
   ASSERT_EQ(ResampleFrame(otherwise.data(), unmarked.data(), 640, 480, 352, 288, 1), 1U);
-  EXPECT_FALSE(resampled == otherwise) << "the marks are to be seen in the output";
+  EXPECT_FALSE(resampled == otherwise) << "the marks show in the output";
 }
 
 TEST(DeliveredStill, StaysAskedForWhileTheFormatIsNotYuy2) {
@@ -138,7 +138,7 @@ TEST(DeliveredStill, ThatFailsLeavesTheFrameMarkedAndDelivered) {
   EXPECT_EQ(stream.Context.StillRequested, 0U);
 }
 
-/// The camera whose exposure the host steers, on the first frame of a stream.
+/// The camera with host-controlled exposure, on the first frame of a stream.
 class SteeredStream : public StillStream {
  public:
   SteeredStream() : StillStream(4, 160, 120) {

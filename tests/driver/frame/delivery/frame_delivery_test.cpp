@@ -103,7 +103,7 @@ TEST(FrameStamp, CountersThatNoStreamReachesStayDefined) {
     std::int64_t DropCount;
     std::int64_t PictureNumber;
   };
-  // A lag beyond 63 bits wraps below 0, which counts as none.
+  // A lag beyond 63 bits wraps below 0, which counts as 0.
   for (const Row& row : {Row{kLeast, 0, kLeast}, Row{-1, 0, -1}, Row{-2, 0, -2},
                          Row{0, kLatest, kLatest}, Row{kLatest, 0, kLatest}}) {
     const FrameStamp stamp = StampFrame(row.Counter, kLatest, 0, 1);
@@ -220,7 +220,7 @@ struct ResampledRow {
   StreamSize Size;
 };
 
-// All but the sizes that are copied.
+// All sizes except those that are copied.
 std::vector<ResampledRow> ResampledRows() {
   std::vector<ResampledRow> rows;
   for (const NativeRow& native : kNativeRows) {

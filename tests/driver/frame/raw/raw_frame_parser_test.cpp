@@ -19,7 +19,7 @@ using ::testing::IsEmpty;
 constexpr std::array<std::uint8_t, 8> kStart = {0xFF, 0xD8, 1, 2, 3, 4, 5, 6};
 constexpr std::array<std::uint8_t, 8> kBody = {7, 0xD8, 0xFF, 0xD8, 3, 4, 5, 6};
 
-/// What the parser says of a packet; starts with values that it must replace.
+/// The parser's results for a packet; starts with values that it must replace.
 struct Parsed {
   std::uint32_t Size = 77;
   std::uint8_t FrameEnd = 77;
@@ -175,7 +175,7 @@ TEST(FrameSettle, TheCountGoesFromZeroToFourToFiveAndStays) {
   EXPECT_THAT(counts, ElementsAre(4, 5, 5, 5));
 }
 
-// No count of frames to wait: only 0 holds a frame back.
+// Not a count of frames to wait: only 0 holds a frame back.
 TEST(FrameSettle, CountsThatNobodySetsGoUpByOneAndCloseLikeAnyOther) {
   for (const std::uint32_t count : {1U, 2U, 3U}) {
     ReceivingCamera camera(100, 100);

@@ -25,7 +25,7 @@ struct Frame {
   }
 };
 
-const Frame* g_frame = nullptr;  // looked at when the thread gets its registers back
+const Frame* g_frame = nullptr;  // compared when the thread's registers are restored
 bool g_wasUntouched = false;
 
 class ResampleFrameTest : public testing::Test {
@@ -58,7 +58,7 @@ TEST_F(ResampleFrameTest, GivesZeroForANullPointerWithoutAnyCall) {
   EXPECT_EQ(Saves(), 1U);
 }
 
-// As the oldest 32-bit processors are.
+// Like the oldest 32-bit processors.
 TEST_F(ResampleFrameTest, GivesZeroOnAProcessorWithoutDoublesAndSavesNothing) {
   Frame frame;
   g_hasDoubles = false;
@@ -183,7 +183,7 @@ TEST_F(ResampleFrameTest, WritesNothingWhenTheFloatingPointStateCannotBeSaved) {
 }  // namespace
 }  // namespace lidcam
 
-// The linker leads the question for the processor and the registers' return here (--wrap).
+// The linker redirects the processor query and the registers' restoring to here (--wrap).
 // NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
 extern "C" bool __real__ZN6lidcam13CpuHasDoublesEv();
 extern "C" bool __wrap__ZN6lidcam13CpuHasDoublesEv();

@@ -1,4 +1,4 @@
-// The checks of both resize entries: every offence, and which of two is told.
+// The checks of both resize entries: every offence, and which of two is reported.
 
 #include <gtest/gtest.h>
 
@@ -61,7 +61,7 @@ struct Offence {
 #field " = " #value, #field, status, [](ResizeArguments & a) { a.field = value; }, true \
   }
 
-// In the order in which they are found.
+// In the order of the checks.
 const std::vector<Offence> kOffences = {
     OFFENCE(Source, nullptr, -8),
     OFFENCE(Destination, nullptr, -8),

@@ -44,7 +44,7 @@ class ResizeMemory : public testing::Test {
                  a.DestinationSize, a.XFactor, a.YFactor, a.Interpolation);
   }
 
-  // Lets each allocation fail in turn until none is left; how many there were.
+  // Makes each allocation fail in turn until none is left; returns their number.
   template <typename Scale>
   std::uint32_t FailEachAllocationOf(Scale scale) {
     const std::vector<std::uint8_t> before = destination_;
@@ -89,7 +89,8 @@ TEST_F(ResizeMemory, LackOfAnyAllocationOfAnyKernelLeavesTheDestinationAndThePoo
   }
 }
 
-// Too narrow for the wide registers, too far apart for a shuffle: it goes from kernel to kernel.
+// Too narrow for the wide registers, too far apart for a shuffle: the job is passed from kernel to
+// kernel.
 TEST_F(ResizeMemory, LackOfAnyAllocationOnTheWayToAnotherKernelLeavesTheDestinationAsItWas) {
   arguments_.DestinationSize = {8, 30};
   arguments_.XFactor = 8.0 / 64;

@@ -231,7 +231,7 @@ TEST(ResizeYuy2, TakesTheNearestSampleNoFurtherThanARegionsLastRowAndColumn) {
   EXPECT_EQ(destination, (std::vector<std::uint8_t>{row[2], row[5], row[6], row[7]}));
 }
 
-// Codes 4 and 8 ask for filters that no frame needs.
+// Codes 4 and 8 select filters that no frame needs.
 TEST(ResizeYuy2, ScalesCodes4And8LinearlyAndCode1ByNearestNeighbour) {
   const Picture source = RandomYuy2(16, 8, 11);
   const auto result = [&source](std::int32_t code) {

@@ -52,7 +52,7 @@ TEST_F(SuitedJobs, ReadNothingBeforeTheSource) {
   EXPECT_FALSE(SuitsEveryKernel(job));
 }
 
-// Of the last pixel a kernel reads the chroma byte behind its luma, too.
+// Of the last pixel a kernel also reads the chroma byte behind its luma.
 TEST_F(SuitedJobs, ReadThePixelBehindTheLastSampleWhole) {
   luma_[3] = 7;
   EXPECT_FALSE(SuitsEveryKernel(Job()));

@@ -198,7 +198,7 @@ TEST(StillTrace, TellsSizeValueAndTheStatusOfTheFile) {
   const TraceLines trace;
   Bytes pixels = Picture(614400);
   CaptureStill(still.Context, pixels.data());
-  EXPECT_THAT(trace.Lines(), IsEmpty()) << "nobody asked";
+  EXPECT_THAT(trace.Lines(), IsEmpty()) << "no still was requested";
   still.Ask(1, 0);
   CaptureStill(still.Context, pixels.data());
   still.Ask(2, 0x12345);
@@ -215,7 +215,7 @@ TEST(StillTrace, TellsSizeValueAndTheStatusOfTheFile) {
                                          "still 160x120 index=1 value=7 status=C00000BA"));
 }
 
-// --- The platform's part ---------------------------------------------------------------------------
+// --- Calls of the platform -----------------------------------------------------------------------
 
 TEST(StillFile, IsOpenedToBeReplacedAndWrittenFromItsStart) {
   StillFixture still;
@@ -286,7 +286,7 @@ TEST_P(StillLevels, AFailedOpenEndsItOnTheNewerLevelsOnly) {
   const LevelRow& row = GetParam();
   EXPECT_EQ(WriteStillFile(still_.Context, pixels_.data(), 160, 120, 5, 1), row.StatusOfFailedOpen);
   EXPECT_EQ(calls_.Opens.size(), 1U);
-  // On the older ones the write goes to the handle that the failed open left: none.
+  // On the older ones the write uses the handle that the failed open left: null.
   ASSERT_EQ(calls_.Writes.size(), row.Writes);
   for (const WriteCall& write : calls_.Writes) EXPECT_EQ(write.File, nullptr);
   EXPECT_EQ(calls_.Closes.size(), row.Writes);

@@ -12,7 +12,7 @@ namespace lidcam::test {
 
 using WdmLevel = std::pair<unsigned, unsigned>;  ///< major, minor
 
-/// What an open of the driver's was asked for.
+/// Arguments of one of the driver's opens.
 struct OpenCall {
   std::u16string Name;
   ULONG AttributesLength;
@@ -30,7 +30,7 @@ struct OpenCall {
   friend bool operator==(const OpenCall&, const OpenCall&) = default;
 };
 
-/// What a write of the driver's was asked for.
+/// Arguments of one of the driver's writes.
 struct WriteCall {
   HANDLE File;
   bool HasEvent;
@@ -40,8 +40,8 @@ struct WriteCall {
   std::optional<LONGLONG> Offset;
 };
 
-/// Writes down the driver's file calls and its questions for the driver model while it lives, and
-/// lets them through; one at a time. The linker leads those calls here (--wrap).
+/// Records the driver's file calls and its queries of the driver model while it lives, and passes
+/// them on; one at a time. The linker redirects those calls here (--wrap).
 class StillFileCalls {
  public:
   StillFileCalls();
@@ -49,10 +49,10 @@ class StillFileCalls {
   StillFileCalls& operator=(const StillFileCalls&) = delete;
   ~StillFileCalls();
 
-  /// Answers a question for a driver model level in the host's place.
+  /// Answers a query of a driver model level in the host's place.
   std::function<bool(WdmLevel level)> OnLevel;
 
-  /// Runs ahead of an open.
+  /// Runs before an open.
   std::function<void()> OnOpen;
 
   std::vector<WdmLevel> Levels;

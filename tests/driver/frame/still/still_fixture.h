@@ -37,7 +37,7 @@ inline Bytes WithMarks(Bytes pixels, const Bytes& marks) {
   return pixels;
 }
 
-/// What a still says of itself while it is written.
+/// The messages written during a still.
 inline Messages StillMessages(const std::string& width, const std::string& height,
                               const std::string& index, bool isWritten) {
   Messages messages = {"ulWidth = " + width + ", ulHeight = " + height};

@@ -1,4 +1,4 @@
-// Backlight, colour, effect, and the orientation and flicker steps' way to their operations.
+// Backlight, colour, effect, and the dispatch of the orientation and flicker steps.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -41,7 +41,7 @@ TEST(BackLightStep, TheShadowFollowsEvenIfTheWriteFails) {
   EXPECT_EQ(camera.Context().ShadowFF64, 0x88);
 }
 
-// Its bytes are its own: the exposure step's copies of the same register stay.
+// It has bytes of its own: the exposure step's copies of the same register stay.
 TEST(BackLightStep, LeavesTheExposureCopiesOfTheWideRegisterAlone) {
   for (const SensorType type : {SensorTypeK82, SensorTypeMi1318}) {
     BacklightCamera camera(type);

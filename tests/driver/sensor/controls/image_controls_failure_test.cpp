@@ -1,5 +1,5 @@
-// What a step does and answers when its n-th register operation fails: the rest goes on, and the
-// answer is that of the last operation or 0, as the step and the sensor have it.
+// Effect and result of a step when its n-th register operation fails: the rest goes on, and the
+// result is that of the last operation or 0, depending on step and sensor.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -24,12 +24,12 @@ TEST(GammaTableTest, ItsTellingRowsHoldTheTunedLevels) {
               ElementsAre(2, 4, 9, 13, 18, 27, 35, 43, 52, 68, 84, 100, 132, 163, 194));
 }
 
-// At level 8 these rows meet a whole number, and the camera wants one less.
+// At level 8 these rows meet a whole number, and the camera is tuned one below it.
 TEST(GammaTableTest, Rows8And12And16HoldOneLessAtInputLevel8) {
   EXPECT_EQ(GammaTable[8].Levels[2], 63);
   EXPECT_EQ(GammaTable[12].Levels[2], 31);
   EXPECT_EQ(GammaTable[16].Levels[2], 15);
-  EXPECT_EQ(GammaTable[4].Levels[2], 128) << "the fourth such row is left alone";
+  EXPECT_EQ(GammaTable[4].Levels[2], 128) << "the fourth such row is unchanged";
 }
 
 TEST(GammaTableTest, AllTwentyRowsFollowTheCurve) {

@@ -205,7 +205,7 @@ std::array<std::uint8_t, 15> GammaReference(int row) {
   constexpr int kInputLevels[15] = {2, 4, 8, 12, 16, 24, 32, 40, 48, 64, 80, 96, 128, 160, 192};
   std::array<std::uint8_t, 15> levels{};
   for (std::size_t at = 0; at < 15; ++at) {
-    // Where the curve meets a whole number the power may come out a trifle below it.
+    // Where the curve meets a whole number the computed power may be slightly below it.
     constexpr double kTrifle = 1e-9;
     const double level = 256.0 * std::pow(kInputLevels[at] / 256.0, row / 20.0) + kTrifle;
     levels[at] = static_cast<std::uint8_t>(std::min(level, 255.0));

@@ -31,7 +31,7 @@ inline constexpr std::array<NamedSensor, 9> kSensors = {{
 /// A field of the record, or a register as "bridge:FF09" or "sensor:FF06", and its value.
 using Assignment = std::pair<std::string, std::int64_t>;
 
-/// One combination of values and what the step writes and reads then.
+/// One combination of values and the step's writes and reads for it.
 struct GoldenCase {
   std::uint32_t Step = 0;
   std::vector<Assignment> Values;
@@ -41,8 +41,8 @@ struct GoldenCase {
   [[nodiscard]] std::string Key() const;
 };
 
-/// The golden file of a sensor, with sections for several values taken apart into single cases and
-/// gamma rows written out.
+/// The golden file of a sensor, with sections for several values split into single cases and gamma
+/// rows written out.
 class GoldenFile {
  public:
   /// Throws std::runtime_error, naming file and line, for a file that it can't read.
@@ -53,7 +53,7 @@ class GoldenFile {
   /// The case of that key; throws if there is none.
   [[nodiscard]] const GoldenCase& Case(std::string_view key) const;
 
-  /// Makes the camera stand as the file's given values and then the case's say.
+  /// Sets the camera to the file's given values and then to the case's.
   void Prepare(RegisterSpace& camera, const GoldenCase& golden) const;
 
  private:
@@ -71,12 +71,12 @@ class GoldenFile {
   SensorType type_;
   std::vector<Assignment> given_;
   std::vector<ListEntry> lists_;
-  std::vector<GoldenCase> section_;  // the cases of the heading at hand
+  std::vector<GoldenCase> section_;  // the cases of the current heading
   std::vector<GoldenCase> cases_;
 };
 
-/// Row `row` of the gamma table, -1 the one ahead of it, found with floating-point powers: another
-/// way than the driver's.
+/// Row `row` of the gamma table, -1 the one ahead of it, computed with floating-point powers,
+/// unlike the driver's.
 std::array<std::uint8_t, 15> GammaReference(int row);
 
 /// The 45 writes of a gamma row.

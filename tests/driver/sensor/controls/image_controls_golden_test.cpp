@@ -25,8 +25,8 @@ struct CasesOfAStep {
 
 const std::vector<std::int64_t> kFormatTags = {0x32595559, 0xE436EB7D, 0x30323449};
 
-// What a golden file must hold: each control at its least, default and largest value and one beyond
-// at either end, and whatever else the step looks at.
+// Required content of a golden file: each control at its least, default and largest value and one
+// beyond at either end, and every other input of the step.
 const std::vector<CasesOfAStep>& RequiredCases() {
   static const std::vector<CasesOfAStep> kRequired = {
       {1, {{"Brightness", {-101, -100, 20, 100, 101}}}},
@@ -100,7 +100,7 @@ TEST_P(ImageControlTrace, EveryStepWritesWhatTheFileSays) {
   }
 }
 
-// Steps 10 and 13 have sections of their own for these three, and no other step looks at them.
+// Steps 10 and 13 have sections of their own for these three, and no other step uses them.
 TEST_P(ImageControlTrace, OnlyExposureAndFlickerDependOnExposureModeFlickerAndClockDivider) {
   const GoldenFile file(GetParam());
   for (const GoldenCase& golden : file.Cases()) {

@@ -128,7 +128,7 @@ TEST(LightAndLedSwitch, TheRegisterIsReadAndNeverWrittenOnVGA0708) {
   EXPECT_THAT(camera.Accesses(), ElementsAre("read bridge FF09 -> A5"));
 }
 
-// The light state is there anew before the LED asks for anything.
+// The light state is reset before the LED's state is computed.
 TEST(LightAndLedSwitch, LeavingLDModeRestartsTheLightStateAheadOfTheLed) {
   LightAndLedCamera camera(SensorTypeOV7660);
   CameraContext& context = camera.Context();

@@ -1,4 +1,5 @@
-// Which sensor each USB identity and each answer of the sensor makes, and what is sent to find out.
+// The sensor type for each USB identity and each answer of the sensor, and the requests sent for
+// it.
 
 #include "driver/sensor/identification/sensor_identification.h"
 
@@ -53,7 +54,7 @@ const Packets kSecondAttempt = BridgeWrite(0x09, 0x02) + kVersionReads;
 
 constexpr int kFlagBefore = 0x5A;  // shows whether SensorDH10 was touched
 
-/// What an identification leaves behind.
+/// The result of an identification.
 struct Finding {
   int Type = 0;
   int Dh10 = 0;
@@ -157,7 +158,7 @@ Finding FoundBySecondAttempt() {
   return finding;
 }
 
-// All versions and products of the first attempt; the sensor is mute in the second.
+// All versions and products of the first attempt; the sensor doesn't answer in the second.
 TEST(Camera1AF0_6010, FirstAttemptKnowsThreeVersionsOfProduct76) {
   for (unsigned product = 0; product < 256; ++product) {
     for (unsigned version = 0; version < 256; ++version) {
@@ -207,7 +208,7 @@ TEST(Camera1AF0_6010, OddRevision20GivesOv7660WithTheWarningAndNotByElimination)
               ElementsAre("Warning!!! Read odd sensor value, set sensor type OV7660\n"));
 }
 
-// All versions and products of the second attempt, after a first that said nothing useful.
+// All versions and products of the second attempt, after a first without a result.
 TEST(Camera1AF0_6010, SecondAttemptKnowsTheOv7670Only) {
   for (unsigned product = 0; product < 256; ++product) {
     for (unsigned version = 0; version < 256; ++version) {
@@ -379,7 +380,7 @@ TEST(UnknownCamera, KeepsType1WithoutTrafficWhateverThePair) {
   }
 }
 
-// The finding of the identification before is gone by the first request.
+// The result of the previous identification is cleared before the first request.
 TEST(SensorDH10, IsClearedBeforeTheBusIsTouchedOnThreeIdentities) {
   struct Row {
     unsigned Vendor;

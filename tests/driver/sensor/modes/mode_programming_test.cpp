@@ -85,7 +85,7 @@ Programmed SmallPicture(std::int32_t sensor, int shortMaximum) {
   }
 }
 
-// What stands in the mode register before, so that a raw size without a mode of its own shows.
+// Content of the mode register before, so that a raw size without a mode of its own shows.
 constexpr std::uint8_t kModeBefore = 0x36;
 
 Programmed ExpectedMode(std::int32_t sensor, std::uint32_t rawSize, int shortMaximum) {
@@ -293,8 +293,8 @@ TEST_F(ModeProgramming, ListAndLedOfTheStreamStartComeBetweenFlickerAndPower) {
                   "read bridge FF09 -> 11", "write bridge FF09=12", "write sensor FF2F=85"));
 }
 
-// The frames that still come count light with the limits of the stream before until the flicker's
-// registers are written, and with the new ones from the list and the LED on.
+// Frames that arrive meanwhile count light with the limits of the previous stream until the
+// flicker's registers are written, and with the new ones from the list and the LED on.
 TEST_F(ModeProgramming, LightLimitsAreResetBetweenTheFlickerAndTheList) {
   camera_.SensorType = 7;
   camera_.LightLimitCeiling = 1;

@@ -1,5 +1,5 @@
-// Set files that nobody should install: whatever stands in them, the load stores into the tables
-// that the file names and nowhere else.
+// Malformed set files: whatever they contain, the load stores into the tables that the file names
+// and nowhere else.
 
 #include <gtest/gtest.h>
 
@@ -42,8 +42,8 @@ Bytes RandomBytes(Dice& dice) {
   return file;
 }
 
-// True mostly; else one that cuts the section, reaches past the body or past everything. Never below
-// 8: read as a type, such a length would name a table.
+// Mostly the true length; else one that cuts the section, or reaches beyond the body or beyond
+// everything. Never below 8: read as a type, such a length would name a table.
 std::uint32_t SectionLength(Dice& dice, std::uint32_t payload) {
   switch (dice.Below(8)) {
     case 0:
@@ -57,8 +57,8 @@ std::uint32_t SectionLength(Dice& dice, std::uint32_t payload) {
   }
 }
 
-// Sections of one type, with lengths that may lie. As no byte of a payload is 0, a walk that went
-// astray finds no section of another type there.
+// Sections of one type, with lengths that may be wrong. As no byte of a payload is 0, a walk that
+// has lost its place finds no section of another type there.
 Bytes FileOfType(Dice& dice, std::uint32_t type) {
   Bytes body;
   const std::uint32_t sections = 1 + dice.Below(30);
@@ -85,7 +85,7 @@ Bytes FileWithBytesChanged(Dice& dice) {
 
 class HostileSetFile : public ::testing::Test {
  protected:
-  // Loads the file over a record full of canaries.
+  // Loads the file into a record filled with canaries.
   void Load(const Bytes& file) {
     disk_.Write("S001.set", file);
     FillRecord(*context_, kCanary);
@@ -142,7 +142,7 @@ TEST_F(HostileSetFile, SectionsOfOneTypeLeaveTheOtherTablesUntouched) {
     EXPECT_TRUE(type == 3 || IsUntouched(Context().NormalRegisters));
     if (!IsUntouched(TableOf(type))) ++filled;
   }
-  EXPECT_GT(filled, kFiles / 8) << "the files are to reach the tables, not to be refused ahead";
+  EXPECT_GT(filled, kFiles / 8) << "too few files fill a table";
 }
 
 }  // namespace

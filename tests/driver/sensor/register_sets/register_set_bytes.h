@@ -47,7 +47,7 @@ inline Bytes SetFile(std::initializer_list<Bytes> sections) {
   return Join({LittleEndian(static_cast<std::uint32_t>(body.size())), body});
 }
 
-/// A file that tells another body length than it has.
+/// A file whose header gives a wrong body length.
 inline Bytes SetFileTelling(std::uint32_t bodyLength, std::initializer_list<Bytes> sections) {
   return Join({LittleEndian(bodyLength), Join(sections)});
 }

@@ -281,7 +281,7 @@ TEST_F(RegisterSetFile, SectionsThatEndAtTheClampEndTheWalkThere) {
             0);
   EXPECT_EQ(LowLightTable().Count, 157U);
   EXPECT_THAT(Messages(), ElementsAre(kErrorMessage));
-  // One byte more and the second section ends at byte 1980: what follows is not looked at.
+  // With one byte more the second section ends at byte 1980: the rest is not read.
   EXPECT_EQ(Load(SetFile({Section(1, Bytes(1492, 0x22)), Section(2, Bytes(472, 0x22)),
                           Section(3, {0x33, 9, 9})})),
             0);

@@ -119,7 +119,7 @@ TEST_F(RegisterSetList, RefusedEntryDoesNotStopTheList) {
                                       "write bridge FF05=06"));
 }
 
-// --- What the user has set survives -----------------------------------------------------------
+// --- The user's settings are kept ---------------------------------------------------------------
 
 struct PatchCase {
   const char* Name;

@@ -1,4 +1,4 @@
-// What each register primitive sends, gives back and keeps.
+// The requests, results and shadows of each register primitive.
 
 #include "driver/sensor/registers/register_access.h"
 
@@ -103,7 +103,7 @@ Flags FlagsOf(const CameraContext& context) {
   return {context.AppRegisterBusy, context.DriverRegisterBusy};
 }
 
-// A flag is up during both transfers of a pair, and down after it however it ended.
+// A flag is set during both transfers of a pair, and clear after it however it ended.
 TEST_P(EveryPrimitive, HoldsTheFlagOfItsPathDuringItsTransfersOnly) {
   const Flags expected = {GetParam().Path == RegisterPath::Application ? 1U : 0U,
                           GetParam().Path == RegisterPath::Frame ? 1U : 0U};

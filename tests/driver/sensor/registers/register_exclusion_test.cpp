@@ -1,4 +1,4 @@
-// How the application's path and the frame path keep out of each other's pairs of transfers.
+// How the application's path and the frame path are excluded from each other's pairs of transfers.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -55,7 +55,7 @@ TEST_P(ReplayPipelinePrimitive, IsNotHeldOffByAnotherFramePathAccess) {
   EXPECT_THAT(space.Packets(), ElementsAreArray(GetParam().Packets));
 }
 
-// A batch raises the flag once; its protection lasts until its first primitive has ended.
+// A batch sets the flag once; its protection lasts until its first primitive has ended.
 TEST_P(ReplayPipelinePrimitive, ClearsAFlagThatABatchHadRaised) {
   RegisterSpace space;
   space.Context().DriverRegisterBusy = 1;
@@ -113,7 +113,7 @@ TEST_P(UnguardedPrimitive, LooksAtNeitherFlagAndLeavesBoth) {
   EXPECT_EQ(camera.DriverRegisterBusy, 1U);
 }
 
-// While such an access runs no flag is up, so that anything may land between its transfers.
+// During such an access no flag is set, so that any access may come between its transfers.
 TEST_P(UnguardedPrimitive, HoldsNobodyOff) {
   for (const Primitive& arrival : AllPrimitives()) {
     RegisterSpace space;
@@ -153,7 +153,7 @@ TEST_P(ApplicationPathWrite, SpinsUntilTheFramePathHasEndedAndIsThenSent) {
   EXPECT_THAT(space.Packets(), ElementsAreArray(GetParam().Packets));
 }
 
-// What became of an access that met a raised DriverRegisterBusy, some time after it was cleared.
+// Result of an access that met a set DriverRegisterBusy, some time after it was cleared.
 enum class Outcome { WentOn, StoppedForGood, Unknown };
 
 constexpr auto kTimeToMeetTheFlag = 200ms;

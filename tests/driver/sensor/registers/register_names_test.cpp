@@ -1,4 +1,4 @@
-// docs/hardware.md and the driver's names of registers know the same registers.
+// docs/hardware.md and the driver's register names list the same registers.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -19,7 +19,7 @@ std::string ReadText(const std::string& path) {
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
-// Of what stands between two headings or lines.
+// The text between two headings or lines.
 std::string Between(const std::string& text, const std::string& begin, const std::string& end) {
   const std::size_t from = text.find(begin);
   const std::size_t to = text.find(end, from + begin.size());
@@ -39,7 +39,7 @@ std::vector<std::string> AddressesIn(const std::string& text, const std::string&
   return found;
 }
 
-// "0xFF31 to 0xFF3F" counts by its first; a register whose use is open has no name.
+// "0xFF31 to 0xFF3F" counts by its first; a register of unknown use has no name.
 std::vector<std::string> DocumentedIn(const std::string& section, std::size_t column) {
   std::vector<std::string> found;
   const std::regex cell(R"(\|([^|]*))");

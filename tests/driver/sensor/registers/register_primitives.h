@@ -17,7 +17,7 @@ namespace lidcam::test {
 
 enum class RegisterPath { Application, Frame, None };
 
-/// One register primitive under test, with what the wire shows of it.
+/// One register primitive under test, with its packets on the bus.
 struct Primitive {
   const char* Name;
   RegisterPath Path;

@@ -1,4 +1,4 @@
-// A bridge read that meets the frame path never returns, and needs nothing any more.
+// A bridge read that meets the frame path never returns, and uses nothing any more.
 
 #include <gtest/gtest.h>
 
@@ -38,7 +38,7 @@ void NTAPI Read(PVOID context) {
   ADD_FAILURE() << "a read that meets the frame path returns";
 }
 
-// The record is gone by the time that the thread spins.
+// The record is freed by the time that the thread spins.
 TEST(RegisterStop, TellsTheTransportOnceAndTouchesTheRecordNoMore) {
   for (std::uint64_t seed = 1; seed <= 20; ++seed) {
     KEVENT stops;
@@ -53,7 +53,7 @@ TEST(RegisterStop, TellsTheTransportOnceAndTouchesTheRecordNoMore) {
       ExFreePool(camera);
       EXPECT_EQ(host::WaitFor(&stops, -host::kSecond), STATUS_TIMEOUT);
     };
-    // All that the thread does from then on.
+    // The only call that the thread makes from then on.
     EXPECT_EQ(host::ViolationOf(
                   stop, {.Seed = seed, .LongestStandstill = 5000, .HasPreemptionPoints = true}),
               "YieldProcessor: livelock: 5000 switch points at one time");

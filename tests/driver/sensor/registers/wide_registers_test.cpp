@@ -1,4 +1,4 @@
-// The 16-bit registers of two of the sensors: what their two halves send, give back and keep.
+// The 16-bit registers of two of the sensors: requests, results and shadows of their two halves.
 
 #include "driver/sensor/registers/wide_registers.h"
 

@@ -17,7 +17,7 @@ TransportRecord& TransportOf(TransportWorld& world) {
   return *world.Device().TransportRecord;
 }
 
-// Keeps what the driver said in its last vendor request, and answers it.
+// Records the driver's last vendor request, and answers it.
 struct VendorEar {
   explicit VendorEar(TransportWorld& world) {
     world.Stack.Decide = [this](URB& urb) -> std::optional<Verdict> {
@@ -248,7 +248,7 @@ TEST(ControlRequests, AnAnswerThatComesInTheLastMomentIsTheIrpsStatus) {
   });
 }
 
-// A recovery stands behind a register access under way, and that has its full time.
+// A recovery waits for a register access under way, which may take its full time.
 TEST(ControlRequests, AnAbortWaitsForTheVendorRequestUnderWay) {
   InWorld([](TransportWorld& world) {
     ASSERT_EQ(world.Start(), STATUS_SUCCESS);

@@ -1,4 +1,4 @@
-// One request at a time: how a caller gets the turn, and how it is handed on.
+// One request at a time: how a caller gets its turn, and how the turn is passed on.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -43,7 +43,7 @@ TEST(RequestTurn, IsWaitedForEvenByWhatADeviceThatIsGoneRefuses) {
     ASSERT_EQ(world.Start(), STATUS_SUCCESS);
     UsbDeviceRecord& record = world.Record();
     record.Connected = 0;
-    host::WaitForever(&record.UrbLock);  // somebody has the turn
+    host::WaitForever(&record.UrbLock);  // another caller has the turn
     NTSTATUS status = STATUS_SUCCESS;
     bool isOver = false;
     host::TestThread caller([&] {

@@ -88,7 +88,7 @@ TEST(UsbConfiguration, AConfigurationOf521BytesIsReadInOnePass) {
   });
 }
 
-// A reply that came is measured whatever its status says: the longer read follows a failed one too.
+// The reply's length counts whatever its status: the longer read follows a failed one too.
 TEST(UsbConfiguration, AFailedRequestWhoseReplyTellsOfMoreThan521BytesIsRepeatedAllTheSame) {
   InWorld([](TransportWorld& world) {
     ASSERT_EQ(world.Start(), STATUS_SUCCESS);
@@ -135,7 +135,7 @@ TEST(UsbConfiguration, AReplyOf0BytesEndsTheReadWithItsStatusWhateverLengthItTel
   }
 }
 
-// The length counts even of a reply whose request failed.
+// The length counts even if the request failed.
 TEST(UsbConfiguration, AFailedConfigurationRequestStillTellsWhetherItIsTheLongOne) {
   InWorld([](TransportWorld& world) {
     ASSERT_EQ(world.Start(), STATUS_SUCCESS);
@@ -347,7 +347,8 @@ TEST(UsbConfiguration, TheUpwardWalkStartsAtItsLimitAndSendsNothing) {
     EXPECT_EQ(SetFormat(world), STATUS_SUCCESS);
     EXPECT_TRUE(world.Stack.SettingsAsked.empty());
     EXPECT_EQ(world.Stream().StreamFormat.AlternateSetting, 0U);
-    // With room above the wanted setting it would walk, and the last refusal is no memory.
+    // With room above the requested setting it would try others, and the last refusal is returned
+    // as lack of memory.
     world.Record().AlternateSettingLimit = 9;
     world.Stack.Decide = RefuseSettingsAbove(0);
     EXPECT_EQ(SetFormat(world), kNoMemory);

@@ -1,4 +1,4 @@
-// What a step of start or stream that fails leaves as it stands.
+// State after a failed step of start or stream.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -33,7 +33,7 @@ TEST(FailedSteps, AStartThatFailsBehindTheCamerasCreationKeepsTheCamera) {
     CameraContext* const camera = world.Record().Camera;
     EXPECT_NE(camera, nullptr);
     EXPECT_EQ(static_cast<CameraContext*>(world.Device().Camera), camera);
-    // The removal takes it down.
+    // Released by the removal.
     EXPECT_EQ(world.Device().StopHardware(), STATUS_SUCCESS);
     EXPECT_EQ(static_cast<CameraContext*>(world.Device().Camera), nullptr);
   });
@@ -141,7 +141,7 @@ TEST(FailedSteps, ARunThatFailsLeavesTheCircleHaltedThroughTheRelease) {
     EXPECT_EQ(world.Device().RunStream(), kUnsuccessful);
     EXPECT_EQ(world.Stream().Opened, 0);
     EXPECT_EQ(world.Stream().Halted, 1);
-    // Neither does the next stream's preparation mend it.
+    // The next stream's preparation doesn't repair it either.
     world.Stack.Decide = nullptr;
     while (world.Stack.IsoOut() != 0) world.Stack.CompleteIso(USBD_STATUS_CANCELED);
     EXPECT_EQ(world.Acquire(), STATUS_SUCCESS);

@@ -72,7 +72,7 @@ TEST(HardwareStart, OldPlatformsPut4PacketsIntoATransferAndOthers32) {
   host::SetWdmVersion(0x0130);
 }
 
-// The simulation itself reports what is left at its end.
+// The simulation itself reports leaks at its end.
 TEST(HardwareStart, AStartThatRunsOutOfMemoryAnywhereFailsAndLeaksNothing) {
   unsigned failures = 0;
   unsigned withoutInterface = 0;
@@ -82,7 +82,7 @@ TEST(HardwareStart, AStartThatRunsOutOfMemoryAnywhereFailsAndLeaksNothing) {
       const NTSTATUS status = world.Start();
       host::FailPoolAllocation(0);
       if (status == STATUS_SUCCESS) {
-        // Only an interface that could not be copied is missed later.
+        // Only an interface that could not be copied shows later.
         const bool isWhole = world.Record().InterfaceInformation != nullptr;
         EXPECT_EQ(world.Acquire(), isWhole ? STATUS_SUCCESS : kNoMemory) << n;
         withoutInterface += isWhole ? 0U : 1U;
@@ -131,7 +131,7 @@ TEST(HardwareStart, ABagThatRefusesFailsTheStart) {
   }
 }
 
-// A device that was stopped for its resources keeps its hardware's state until it starts anew.
+// A device that was stopped for its resources keeps its hardware's state until it is started again.
 TEST(HardwareStart, AStartOnTopOfARunningStreamTakesTheLastStartDown) {
   InWorld([](TransportWorld& world) {
     ASSERT_EQ(world.Start() | world.Acquire() | world.Device().RunStream(), 0);
@@ -149,8 +149,8 @@ TEST(HardwareStart, AStartOnTopOfARunningStreamTakesTheLastStartDown) {
   });
 }
 
-// The platform holds the mutex during a start: who waited for a recovery that waits for it would never
-// go on.
+// The platform holds the mutex during a start: waiting for a recovery that waits for the mutex
+// would never end.
 TEST(HardwareStart, AStartUnderTheMutexDoesNotWaitForARecoveryThatWaitsForTheMutex) {
   host::UnderManySeeds([] {
     TransportWorld world;

@@ -1,4 +1,4 @@
-// Streams on the machine's own threads and clock, for ThreadSanitizer to see.
+// Streams on the machine's own threads and clock, for ThreadSanitizer.
 
 #include <gtest/gtest.h>
 
@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::uint32_t kTag = 0x206D6457;  // "Wdm "
 
-// A bus that brings a transfer home every half millisecond, with an error now and then.
+// A bus that completes a transfer every half millisecond, with an error now and then.
 class Bus {
  public:
   Bus(ScriptedStack& stack, unsigned errorEvery)

@@ -37,7 +37,7 @@ std::function<std::optional<Verdict>(URB&)> RefuseIso(unsigned from) {
   };
 }
 
-// Checked by hand: the order of each sequence is the design.
+// Worked out by hand: the order of each sequence is part of the design.
 TEST(StreamControl, EachSequenceGoesInItsOrder) {
   InWorld([](TransportWorld& world) {
     CameraUsbDevice& device = world.Device();
@@ -152,7 +152,7 @@ TEST(StreamControl, ADeviceThatIsGoneRefusesEverything) {
     EXPECT_EQ(world.Device().OnDeviceGone(2), STATUS_SUCCESS);
     EXPECT_EQ(world.Device().OnDeviceGone(4), static_cast<NTSTATUS>(0xC0000002));
     EXPECT_EQ(FlagsOf(world), kRunning);
-    // Nothing reaches the stack any more: the transfers come home by themselves.
+    // Nothing reaches the stack any more: the transfers complete by themselves.
     const host::TestThread home([&] {
       host::Sleep(10 * host::kMillisecond);
       while (world.Stack.IsoOut() != 0) world.Stack.CompleteIso(USBD_STATUS_CANCELED);
@@ -175,7 +175,7 @@ TEST(StreamControl, APauseFollowedByARunRebuildsTheTransfersToo) {
   InWorld([](TransportWorld& world) {
     ASSERT_EQ(world.Start() | world.Acquire() | world.Device().RunStream(), 0);
     ASSERT_EQ(world.Device().PauseStream(), 0);
-    // What the trip before has left in an URB goes with the rebuild.
+    // The URB's content from its last use is replaced by the rebuild.
     IsoTransfer* const transfers = world.Device().Pipeline->Transfers;
     for (int i = 0; i < 7; ++i) transfers[i].Urb->ErrorCount = 99;
     EXPECT_EQ(world.Device().RunStream(), STATUS_SUCCESS);
@@ -199,14 +199,14 @@ TEST(StreamControl, ADrainThatTakes8SecondsCountsAsDone) {
     ASSERT_EQ(world.Start() | world.Acquire() | world.Device().RunStream(), 0);
     world.Stack.Decide = [](URB& urb) -> std::optional<Verdict> {
       if (urb.UrbHeader.Function != 2) return std::nullopt;
-      return Verdict{};  // the abort succeeds and brings nothing home
+      return Verdict{};  // the abort succeeds and completes nothing
     };
     const LONGLONG begin = host::Now();
     EXPECT_EQ(world.Device().PauseStream(), STATUS_TIMEOUT);
     EXPECT_EQ(host::Now() - begin, 80'000'000);
     EXPECT_EQ(FlagsOf(world), kPaused);
     EXPECT_EQ(world.Stream().WaitFlags, 5U);
-    // Released with the stack still holding all of them: they live until it lets go.
+    // Released with the stack still holding all of them: they live until it releases them.
     EXPECT_EQ(world.Device().ReleaseStream(), STATUS_SUCCESS);
     EXPECT_EQ(world.Stack.IsoOut(), 7U);
     while (world.Stack.IsoOut() != 0) world.Stack.CompleteIso(USBD_STATUS_CANCELED);
@@ -222,7 +222,7 @@ TEST(StreamControl, AStartThatFailsHalfwayReleasesTheStream) {
     EXPECT_EQ(FlagsOf(world), kFree);
     EXPECT_EQ(world.Stack.IsoOut(), 4U);
     world.Stack.Decide = nullptr;
-    // What it sent is still out, and the next stream has transfers of its own.
+    // Its transfers are still in flight, and the next stream has transfers of its own.
     EXPECT_EQ(world.Acquire(), STATUS_SUCCESS);
     while (world.Stack.IsoOut() != 0) world.Stack.CompleteIso(0);
     EXPECT_EQ(world.Device().RunStream(), STATUS_SUCCESS);
@@ -337,8 +337,8 @@ TEST(StreamControl, PowerDownPausesARunningStreamAndPowerUpDoesNotRestartIt) {
   });
 }
 
-// Plug and play doesn't wait for a pin's state changes: whichever comes first, nothing is prepared any
-// more behind the removal, and the camera's record stays until the state change has left it.
+// Plug and play doesn't wait for a pin's state changes: in either order, nothing is prepared any
+// more after the removal, and the camera's record stays until the state change has ended.
 TEST(StreamControl, ARemovalBesideAStreamsStartLeavesNothingPrepared) {
   host::UnderManySeeds([] {
     TransportWorld world;

@@ -1,4 +1,4 @@
-// What each step of stream control leaves in the records, and when.
+// The fields that each step of stream control sets, and when.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -12,7 +12,7 @@ namespace {
 
 using testing::ElementsAre;
 
-// A raw frame that somebody published earlier.
+// A raw frame that was published earlier.
 class StaleFrame {
  public:
   explicit StaleFrame(TransportWorld& world) : device_(world.Device()) {
@@ -125,7 +125,7 @@ TEST(StreamFlags, AnAcquireTakesTheStaleFrameAway) {
   });
 }
 
-// The format comes first, then the frame goes, then the stream is prepared.
+// The format comes first, then the frame is withdrawn, then the stream is prepared.
 TEST(StreamFlags, AnAcquireTakesTheStaleFrameAwayBetweenFormatAndPreparation) {
   InWorld([](TransportWorld& world) {
     ASSERT_EQ(world.Start(), STATUS_SUCCESS);

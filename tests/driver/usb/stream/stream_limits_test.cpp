@@ -1,4 +1,4 @@
-// What stream control does at the edges: time limits, refusals and odd statuses.
+// Stream control in border cases: time limits, refusals and unusual statuses.
 
 #include <gtest/gtest.h>
 
@@ -46,7 +46,7 @@ TEST(StreamLimits, ARunWhoseLastSendGivesAPositiveStatusReturnsItAndRunsOn) {
     world.Stream().RestartPending = 1;
     world.Stack.Decide = AnswerTheLastTransfer(kOddSuccess);
     EXPECT_EQ(world.Device().RunStream(), kOddSuccess);
-    // The release that follows is refused, since the stream runs by then; what it does besides stays.
+    // The release that follows is refused, since the stream runs by then; its other effects stay.
     EXPECT_EQ(world.Stream().StreamRunning, 1);
     EXPECT_EQ(world.Stream().Opened, 1);
     EXPECT_EQ(world.Stream().RestartPending, 0);
@@ -136,12 +136,12 @@ TEST(StreamLimits, ARecoveryQueuedJustBeforeAPauseHoldsUpTheReleaseForItsFull8Se
   });
 }
 
-// The transfers that the pause waited for in vain come home into the next run: they stay there, and
+// The transfers of the timed-out pause complete during the next run: they are not resubmitted, and
 // the run has sent none of its own.
 TEST(StreamLimits, AStreamAfterADrainThatTimedOutStaysSilentUntilAPauseAndARun) {
   InWorld([](TransportWorld& world) {
     ASSERT_EQ(StartAndRun(world), STATUS_SUCCESS);
-    world.Stack.Decide = AnswerFunction(0x02, {});  // the abort brings nothing home
+    world.Stack.Decide = AnswerFunction(0x02, {});  // the abort completes nothing
     EXPECT_EQ(world.Device().PauseStream(), STATUS_TIMEOUT);
     world.Stack.Decide = nullptr;
     EXPECT_EQ(world.Device().ResumeStream(), STATUS_SUCCESS);
@@ -163,8 +163,8 @@ TEST(StreamLimits, AStreamAfterADrainThatTimedOutStaysSilentUntilAPauseAndARun) 
   });
 }
 
-// Those that come home before the next run find no stream running and break its circle: the first tick
-// that finds them home ends the old wait, the second one repairs.
+// Those that complete before the next run find no stream running, which counts as a failure: the
+// first tick that finds none in flight ends the old wait, the second one recovers.
 TEST(StreamLimits, TransfersThatComeHomeBetweenATimedOutDrainAndARunLetThatRunRecover) {
   InWorld([](TransportWorld& world) {
     ASSERT_EQ(StartAndRun(world), STATUS_SUCCESS);

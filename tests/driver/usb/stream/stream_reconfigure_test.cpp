@@ -1,4 +1,4 @@
-// The restart of a running stream with width and height exchanged, over a pin that a test makes up.
+// The restart of a running stream with width and height exchanged, over a pin of the test's own.
 
 #include "driver/usb/stream/stream_reconfigure.h"
 #include "tests/driver/support/statuses.h"
@@ -11,7 +11,7 @@
 namespace lidcam::test {
 namespace {
 
-// Applied formats, as the size that stood in the pin's format and whether the stream was open then.
+// Applied formats: the size in the pin's format, and whether the stream was open then.
 struct Applied {
   LONG Width;
   LONG Height;
@@ -31,7 +31,7 @@ NTSTATUS NoteFormat(PKSPIN pin) {
 
 constexpr PinOperations kPins = {[](PKSPIN) -> std::uint8_t { return 0; }, NoteFormat};
 
-// A stream of 640x480 on a pin whose format says so.
+// A stream of 640x480 on a pin with that format.
 class RunningStream {
  public:
   explicit RunningStream(TransportWorld& world) : world_(world) {

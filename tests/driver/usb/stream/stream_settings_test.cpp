@@ -13,8 +13,8 @@ namespace {
 
 using testing::ElementsAre;
 
-// A registry that the camera's settings are in; the first value of each load and the last of each save
-// are a line of the log.
+// A registry with the camera's settings; the first value of each load and the last of each save are
+// a line of the log.
 class LoggedRegistry {
  public:
   explicit LoggedRegistry(TransportWorld& world) {
@@ -81,7 +81,7 @@ TEST(StreamSettings, AStopSavesThemBeforeTheCameraGoes) {
   });
 }
 
-// A camera that is gone has nothing to be told, and its settings were saved with the stream before.
+// No requests go to a camera that is gone, and its settings were saved with the stream before.
 TEST(StreamSettings, AReleaseOfACameraThatIsGoneSavesNothing) {
   InWorld([](TransportWorld& world) {
     const LoggedRegistry registry(world);

@@ -1,4 +1,4 @@
-// The lines that a stream leaves in the camera's trace, without the register accesses.
+// The trace lines of a stream, without the register accesses.
 
 #include <gtest/gtest.h>
 
@@ -54,7 +54,7 @@ TEST(StreamTrace, TellsEachStepOfAStreamOnce) {
     CameraUsbDevice& device = world.Device();
     EXPECT_EQ(world.Acquire(), STATUS_SUCCESS);
     host::Sleep(host::kMillisecond);
-    // The thread begins when it likes.
+    // The thread may begin at any time.
     EXPECT_EQ(trace.Remove("frame thread runs"), 1U);
     EXPECT_EQ(trace.Take(),
               "usb  setting 7 -> selected\n"

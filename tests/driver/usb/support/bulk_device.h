@@ -47,7 +47,7 @@ class BulkDevice {
     return StartBulkTransfer(Record, nullptr, nullptr, buffer, length, 0, callback, repeat);
   }
 
-  /// Ends the chunk that is out with `bytes` of data counting up.
+  /// Completes the chunk in flight with `bytes` of data counting up.
   void Answer(std::uint32_t bytes, USBD_STATUS status = USBD_STATUS_SUCCESS,
               NTSTATUS irpStatus = STATUS_SUCCESS) {
     PIRP const irp = Kept.front();

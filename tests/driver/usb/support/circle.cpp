@@ -150,7 +150,7 @@ void Circle::ComeHome(std::size_t sent, USBD_STATUS status, NTSTATUS irpStatus) 
 }
 
 void Circle::AllComeHome(USBD_STATUS status) {
-  // Others take some home meanwhile, and send new ones.
+  // Other threads complete some meanwhile, and send new ones.
   for (std::size_t left = Kept.size(); left != 0 && !Kept.empty(); --left) ComeHome(0, status);
 }
 

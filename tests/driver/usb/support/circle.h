@@ -17,14 +17,14 @@
 
 namespace lidcam::test {
 
-/// What the lower device does with a transfer that is sent to it.
+/// The lower device's treatment of a transfer that is sent to it.
 struct LowerAnswer {
   bool Pends = true;                            ///< keeps it; otherwise completes it at once
   NTSTATUS Status = STATUS_SUCCESS;             ///< of the IRP, if at once
   USBD_STATUS UrbStatus = USBD_STATUS_SUCCESS;  ///< of the URB, if at once
 };
 
-/// A transfer as it came down.
+/// A transfer as the lower device received it.
 struct SentTransfer {
   std::uint32_t StartFrame;
   std::uint32_t Flags;
@@ -34,8 +34,8 @@ struct SentTransfer {
   bool operator==(const SentTransfer&) const = default;
 };
 
-/// One stream's records over a lower device that does what a test says, in the simulation that the
-/// test runs in. There is no device object: the test is the stream control.
+/// One stream's records over a lower device controlled by the test, in the simulation that the test
+/// runs in. There is no device object: the test is the stream control.
 ///
 /// The pipes are two: entry 0 with 16 bytes a packet, entry 1 with 1024, handles 0x100 and 0x101.
 class Circle {
@@ -58,17 +58,17 @@ class Circle {
   /// Prepares, starts thread and watchdog, and sends the transfers, as an acquire and a run do.
   void Run();
 
-  /// What a pause does.
+  /// Does what a pause does.
   NTSTATUS Pause();
 
-  /// What a release does; nothing on a stream that is not open.
+  /// Does what a release does; nothing on a stream that is not open.
   void Release();
 
   /// Completes a transfer that the lower device keeps, at dispatch level.
   void ComeHome(std::size_t sent, USBD_STATUS status = USBD_STATUS_SUCCESS,
                 NTSTATUS irpStatus = STATUS_SUCCESS);
 
-  /// Completes all that it keeps, oldest first.
+  /// Completes all transfers that the lower device keeps, oldest first.
   void AllComeHome(USBD_STATUS status = USBD_STATUS_SUCCESS);
 
   /// Lets the watchdog's routine run now, as the timer's deferred call.
@@ -95,7 +95,7 @@ class Circle {
   RegisterSpace Registers;
 
   std::vector<SentTransfer> Sent;
-  std::vector<PIRP> Kept;  ///< transfers that the lower device has
+  std::vector<PIRP> Kept;  ///< transfers in flight at the lower device
   std::deque<LowerAnswer> Answers;
   bool AbortBringsHome = true;
   NTSTATUS AbortStatus = STATUS_SUCCESS;

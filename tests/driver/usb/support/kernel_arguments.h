@@ -7,8 +7,8 @@
 
 namespace lidcam::test {
 
-/// Writes down what the driver hands to those calls of the kernel whose arguments show in nothing that
-/// they do, while it lives; one at a time. The linker leads those calls here (--wrap).
+/// Records the driver's arguments of those kernel calls whose effects don't show them, while it
+/// lives; one at a time. The linker redirects those calls here (--wrap).
 class KernelArguments {
  public:
   KernelArguments();
@@ -39,7 +39,7 @@ class KernelArguments {
     BOOLEAN Alertable;
   };
 
-  /// Runs ahead of each setting of an event.
+  /// Called before each setting of an event.
   std::function<void(PRKEVENT event)> OnEventSet;
 
   std::vector<SemaphoreRelease> SemaphoreReleases;

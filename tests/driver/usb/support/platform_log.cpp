@@ -14,7 +14,8 @@ std::vector<std::string>* g_lines = nullptr;
 std::map<PVOID, std::string> g_memory;
 std::set<PIRP> g_irps;
 
-// The core's record and the descriptors are smaller than a transfer, and that than the raw buffers.
+// The core's record and the descriptors are smaller than a transfer, and a transfer is smaller than
+// the raw buffers.
 constexpr SIZE_T kTransferSize = 100'000;
 constexpr ULONG kCameraTag = 0x206D6457;
 constexpr SIZE_T kRawBuffersSize = 1'000'000;
@@ -179,7 +180,7 @@ LONG_PTR __wrap_ObfDereferenceObject(PVOID object) {
 BOOLEAN __real_KeSetTimer(PKTIMER timer, LARGE_INTEGER due, PKDPC dpc);
 BOOLEAN __wrap_KeSetTimer(PKTIMER timer, LARGE_INTEGER due, PKDPC dpc);
 BOOLEAN __wrap_KeSetTimer(PKTIMER timer, LARGE_INTEGER due, PKDPC dpc) {
-  // The watchdog's own ticks come when they come; its arming is part of a sequence.
+  // The watchdog's own ticks come at any time; only its arming is part of a sequence.
   if (KeGetCurrentIrql() == PASSIVE_LEVEL) {
     PlatformLog::Add("set timer " + std::to_string(due.QuadPart));
   }
@@ -197,7 +198,7 @@ PVOID __real_ExAllocatePoolWithTag(POOL_TYPE type, SIZE_T size, ULONG tag);
 PVOID __wrap_ExAllocatePoolWithTag(POOL_TYPE type, SIZE_T size, ULONG tag);
 PVOID __wrap_ExAllocatePoolWithTag(POOL_TYPE type, SIZE_T size, ULONG tag) {
   PVOID const memory = __real_ExAllocatePoolWithTag(type, size, tag);
-  // The kernel gives memory as its last user left it.
+  // The kernel returns memory with the content left by its last user.
   if (memory != nullptr) std::memset(memory, 0xA5, size);
   lidcam::test::NoteMemory(memory, size, tag);
   return memory;

@@ -7,9 +7,9 @@
 
 namespace lidcam::test {
 
-/// Lines of what the driver asks of the platform, while one lives: device mutex, object bag, threads and
-/// their handles, timers, large memory and its release; the scripted stack adds a line for each request. The linker
-/// leads those calls here (--wrap).
+/// Lines of the driver's calls of the platform, while one lives: device mutex, object bag, threads
+/// and their handles, timers, large memory and its release; the scripted stack adds a line for each
+/// request. The linker redirects those calls here (--wrap).
 class PlatformLog {
  public:
   PlatformLog();
@@ -17,14 +17,14 @@ class PlatformLog {
   PlatformLog& operator=(const PlatformLog&) = delete;
   ~PlatformLog();
 
-  /// Hundreds of register accesses in a row are one line.
+  /// Hundreds of successive register accesses are one line.
   static void Add(const std::string& line);
 
   /// Lets the object bag refuse the n-th item from now on; 0 turns it off.
   static void RefuseBagItem(unsigned countdown);
   static bool IsBagItemRefused();
 
-  /// An IRP whose release is worth a line.
+  /// An IRP whose release is logged.
   static void WatchIrp(PIRP irp);
 
   void Clear() { lines_.clear(); }

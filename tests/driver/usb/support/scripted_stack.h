@@ -13,22 +13,22 @@
 
 namespace lidcam::test {
 
-/// What the stack does with one request.
+/// The stack's result for one request.
 struct Verdict {
   NTSTATUS Status = STATUS_SUCCESS;  ///< of the IRP
   USBD_STATUS UrbStatus = USBD_STATUS_SUCCESS;
   bool IsSilent = false;  ///< keeps the request until it is cancelled or AnswerSilent()
 };
 
-/// The lower end of the device stack: answers URBs as a camera with `Configuration` would, one line
-/// of the log each. Isochronous transfers stay out until an abort or CompleteIso().
+/// The lower end of the device stack: answers URBs as a camera with `Configuration` would, with one
+/// log line each. Isochronous transfers stay in flight until an abort or CompleteIso().
 class ScriptedStack {
  public:
   ScriptedStack();
 
   [[nodiscard]] PDEVICE_OBJECT Device() { return driver_.Device(); }
 
-  /// Decides about a request ahead of the normal answer; none: answer normally.
+  /// Decides about a request before the normal answer; none: answer normally.
   std::function<std::optional<Verdict>(URB& urb)> Decide;
 
   std::vector<std::uint8_t> DeviceDescriptor;
@@ -36,12 +36,12 @@ class ScriptedStack {
   std::map<std::uint8_t, USHORT> PacketSizes;  ///< of the second pipe, by alternate setting
   std::uint32_t FrameNumber = 1000;
 
-  /// Packet size of what the device is set to, and all settings asked for, in order.
+  /// Packet size of the device's present setting, and all settings requested, in order.
   std::vector<unsigned> SettingsAsked;
 
   [[nodiscard]] std::size_t IsoOut() const;
 
-  /// Completes the oldest isochronous transfer at dispatch level; nothing if none is out.
+  /// Completes the oldest isochronous transfer at dispatch level; nothing if none is in flight.
   /// @return whether there was one
   bool CompleteIso(USBD_STATUS status);
 
@@ -69,7 +69,7 @@ class ScriptedStack {
 [[nodiscard]] std::vector<std::uint8_t> DeviceDescriptorBytes();
 [[nodiscard]] std::vector<std::uint8_t> ConfigurationBytes(unsigned settings);
 
-/// A line that tells an URB.
+/// A line that describes an URB.
 [[nodiscard]] std::string DescribeUrb(const URB& urb);
 
 }  // namespace lidcam::test

@@ -48,7 +48,7 @@ NTSTATUS TransportWorld::Acquire(LONG width, LONG height) {
 }
 
 void TransportWorld::ExpectGolden(const std::string& name, const std::function<void()>& action) {
-  host::Sleep(host::kMillisecond);  // a tick that has woken the caller comes to its end
+  host::Sleep(host::kMillisecond);  // until a tick that has woken the caller ends
   Log.Clear();
   action();
   const std::string path =

@@ -32,7 +32,7 @@ class TransportWorld {
   [[nodiscard]] UsbDeviceRecord& Record() const { return *Device().UsbDevice; }
   [[nodiscard]] UsbStreamRecord& Stream() const { return *Device().UsbStream; }
 
-  /// What the platform was asked for while `action` ran, compared with a golden file.
+  /// Compares the platform calls made while `action` runs with a golden file.
   void ExpectGolden(const std::string& name, const std::function<void()>& action);
 
   PlatformLog Log;
@@ -44,7 +44,7 @@ class TransportWorld {
   std::unique_ptr<host::StreamingDevice> ks_;
 };
 
-/// Runs a test of the transport in a simulation, with nothing left in it at the end.
+/// Runs a test of the transport in a simulation, which must end without leaks.
 void InWorld(const std::function<void(TransportWorld&)>& test);
 
 [[nodiscard]] KS_VIDEOINFOHEADER VideoInfo(LONG width, LONG height);

@@ -1,4 +1,4 @@
-// What a bulk transfer's record holds on its way, and what its end leaves.
+// The record of a bulk transfer while it runs and after its end.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

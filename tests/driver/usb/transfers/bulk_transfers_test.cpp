@@ -205,7 +205,7 @@ TEST(BulkTransfer, EveryAllocationThatFailsEndsItWithNothingLeft) {
   }
 }
 
-// A stream's transfer: what each end leaves in the stream's flags.
+// A stream's transfer: the effect of each end on the stream's flags.
 struct StreamRow {
   std::uint8_t Running;
   std::uint32_t WaitFlags;
@@ -230,7 +230,7 @@ TEST_P(BulkStream, EndsAsItsRowSays) {
     EXPECT_EQ(device.Stream.Halted, row.HaltedAfter);
     EXPECT_EQ(transfer.Outstanding, 0U);
     EXPECT_TRUE(IsListEmpty(&device.Lists(0).ActiveList));
-    // The work of one that is done has a block of its own, and frees it.
+    // The work item of a completed transfer has a block of its own, and frees it.
     const bool isDone = row.UrbStatus == USBD_STATUS_SUCCESS && row.Running != 0;
     EXPECT_EQ(host::PoolUsageOfTag(kTag).Blocks, isDone ? 2U : 1U);
     host::Sleep(1);

@@ -1,4 +1,4 @@
-// The thread that walks completed transfers and sends them down again.
+// The thread that walks completed transfers and resubmits them.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -113,15 +113,15 @@ TEST(FrameThread, LeavesTheTransferIdleWhenTheStreamHasStopped) {
   });
 }
 
-// The thread sends a transfer down again as long as the stream runs, a stop under way or not: that
-// transfer then holds the stop up until it is home.
+// The thread resubmits a transfer as long as the stream runs, even while a stop is under way: the
+// stop then waits for its completion.
 TEST(FrameThread, TransferInItsHandsHoldsUpAStopUntilItIsHomeAgain) {
   Simulate({}, [] {
     Circle circle(1);
     circle.Device.Camera->RawFrameSize = 100;
     circle.Device.Camera->ReceivedFrameBytes = 100;
     circle.Stream.Assembly.Sink.IsProcessing = [](void*) -> std::uint8_t {
-      Sleep(10 * kMillisecond);  // the walk takes its time
+      Sleep(10 * kMillisecond);  // the walk is still under way
       return 0;
     };
     circle.Run();
@@ -168,7 +168,7 @@ TEST(FrameThread, ResubmissionThatFailsHaltsTheCircleAndSchedulesNothing) {
     EXPECT_EQ(circle.Stream.Halted, 1);
     EXPECT_EQ(circle.Transfer(0).InFlight, -1);
     EXPECT_THAT(circle.Lines, ElementsAre("iso halted transfer=0 send status=C000009D"));
-    // The first tick that finds the others home does it.
+    // The first tick that finds no other transfer in flight does it.
     Sleep(300 * kMillisecond);
     EXPECT_EQ(circle.Lines.back(), "watchdog waits for transfers");
     circle.Forget();
@@ -186,13 +186,13 @@ TEST(FrameThread, StopThrowsAwayWhatIsQueuedUnparsed) {
     circle.Run();
     circle.Sent.clear();
     for (int i = 0; i < 3; ++i) PutPackets(circle, {kMarker});
-    // The thread finds the stop and the transfers at the same time.
+    // The thread wakes with the stop and the transfers set at the same time.
     KSPIN_LOCK& lock = circle.Pipeline->CompletedLock;
     KIRQL before{};
     KeAcquireSpinLock(&lock, &before);
     circle.Pipeline->StopRequested = 1;
     for (std::size_t i = 0; i < 3; ++i) {
-      // As the completion routine does, under the lock that it takes.
+      // As the completion routine does, under the same lock.
       InsertTailList(&circle.Pipeline->CompletedList, &circle.Transfer(i).Link);
       InterlockedIncrement(&circle.Pipeline->CompletedCount);
     }
@@ -209,7 +209,7 @@ TEST(FrameThread, StopThrowsAwayWhatIsQueuedUnparsed) {
   });
 }
 
-// Its last act is not its last instruction, and the driver may be unloaded once the stop returns.
+// Its last act is not its last instruction: the driver may be unloaded once the stop returns.
 TEST(FrameThread, HasEndedAndNotOnlySaidSoWhenAStopReturns) {
   host::UnderManySeeds([] {
     Circle circle(1);
@@ -244,7 +244,7 @@ TEST(FrameThread, ThatCouldNotBeCreatedIsNotWaitedFor) {
   });
 }
 
-// What a stop does at each level and on each platform: whether it waited for the thread's end.
+// A stop at each level and on each platform: whether it waited for the thread's end.
 struct StopRow {
   std::int32_t WdmLevel;
   KIRQL Irql;
@@ -270,7 +270,7 @@ TEST_P(FrameThreadStop, WaitsUnlessAnOldPlatformIsAtARaisedLevel) {
       EXPECT_THAT(circle.Lines, ElementsAre("frame thread ends dropped=0"));
       EXPECT_EQ(circle.Pipeline->DoneSemaphore.Header.SignalState, 0);
     } else {
-      // It ends by itself, and nobody has taken its word yet.
+      // It ends by itself; its end has not been waited for yet.
       EXPECT_EQ(host::WaitForever(&circle.Pipeline->DoneSemaphore), STATUS_SUCCESS);
     }
   });
@@ -341,8 +341,8 @@ TEST(FrameThread, TransferReleasedInItsHandsLivesUntilItsWalkEndsAndIsNotSentAga
       300);
 }
 
-// A pause finds all transfers at home while the thread still has some in its queue; the next run must
-// neither send those a second time nor lose them.
+// A pause finds no transfer in flight while the thread still has some in its queue; the next run
+// must neither send those a second time nor lose them.
 TEST(FrameThread, TransferThatAStartFindsInItsHandsGoesRoundWithTheOthers) {
   host::UnderManySeeds(
       [] {
@@ -350,10 +350,10 @@ TEST(FrameThread, TransferThatAStartFindsInItsHandsGoesRoundWithTheOthers) {
         circle.Run();
         for (int round = 0; round < 5; ++round) {
           for (int i = 0; i < 4; ++i) circle.ComeHome(0);
-          circle.Stream.StreamRunning = 0;  // a stop that needed to wait for nobody
+          circle.Stream.StreamRunning = 0;  // a stop that did not have to wait
           circle.Stream.RestartPending = 1;
           KsAcquireDevice(&circle.KsDevice);
-          // Those that the thread has sent down again already come home into the stop.
+          // Those that the thread has resubmitted already complete during the stop.
           circle.Stream.WaitFlags = WatchdogRunning | StopWaitArmed;
           circle.AllComeHome(USBD_STATUS_CANCELED);
           circle.Stream.WaitFlags = WatchdogRunning;

@@ -1,4 +1,4 @@
-// Transfers between the camera and the USB stack: how they are made, started and taken home.
+// Transfers between the camera and the USB stack: creation, start and completion.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -86,7 +86,7 @@ TEST(IsoTransfer, NoIrpFailsAndLeavesTheBlockUntilTheRelease) {
   });
 }
 
-// The URB of a transfer, for both numbers of packets and both pipes of a pipe's life.
+// The URB of a transfer, for both numbers of packets and both packet sizes of a pipe.
 class IsoUrb : public testing::TestWithParam<std::tuple<std::uint32_t, std::uint32_t>> {};
 
 TEST_P(IsoUrb, HasEveryFieldOfTheTable) {
@@ -251,7 +251,7 @@ TEST(StartTransfers, SendsNothingToADeviceThatIsGoneButConsumesTheSlots) {
   }
 }
 
-// The thread still walks it: whoever has a transfer, a device that is gone gets none.
+// The thread still walks it: a transfer in use is not sent to a device that is gone, either.
 TEST(StartTransfers, OfADeviceThatIsGoneFailsForATransferInTheThreadsHandsToo) {
   Simulate({}, [] {
     Circle circle(1);
@@ -290,7 +290,7 @@ TEST(IsoTransfer, SendThatFailsAtOnceEndsAtMinusOneAndIsInvisibleFromThenOn) {
   });
 }
 
-// Its IRP is with the USB stack, whatever its InFlight says: a second send would be the end of it.
+// Its IRP is with the USB stack, whatever its InFlight says: a second send would be a fatal error.
 TEST(IsoTransfer, InvisibleTransferIsNotSentASecondTime) {
   Simulate({}, [] {
     Circle circle(1);
@@ -319,13 +319,13 @@ TEST(IsoTransfer, RebuildsOnlyAfterAPauseOrInARunningStream) {
   });
 }
 
-// One row for each combination of flags that a completion can meet.
+// One row for each combination of flags at a completion.
 struct HomeRow {
   std::uint8_t Running;
   std::uint8_t Halted;
   std::uint32_t WaitFlags;
   USBD_STATUS UrbStatus;
-  // then
+  // afterwards
   std::uint8_t HaltedAfter;
   LONG Queued;
   std::uint8_t Recovers;
@@ -355,7 +355,7 @@ TEST_P(IsoCompletion, QueuesOrStaysHomeAsItsRowSays) {
     const bool recovers = circle.Text().find("recovery scheduled") != std::string::npos;
     EXPECT_EQ(recovers, row.Recovers != 0) << circle.Text();
     if (row.Queued != 0) {
-      // Nobody takes it here.
+      // No frame thread takes it here.
       RemoveHeadList(&circle.Pipeline->CompletedList);
       LetGo(*circle.Transfer(0).Memory);
     }
@@ -381,7 +381,7 @@ TEST(IsoCompletion, TwoUrbFailuresInARowScheduleOneRecovery) {
     circle.Forget();
     circle.ComeHome(0, kBad);
     EXPECT_EQ(circle.Device.ResetGuard, 0);
-    circle.Stream.Halted = 0;  // so that the second gets as far as the guard
+    circle.Stream.Halted = 0;  // so that the second reaches the guard
     circle.ComeHome(0, kBad);
     EXPECT_EQ(circle.Device.ResetGuard, 0);
     EXPECT_THAT(

@@ -1,4 +1,4 @@
-// The order in which a tick ends the waits, and where the recovery is queued.
+// The order in which a tick ends the waits, and the queue of the recovery.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -32,7 +32,7 @@ TEST(WatchdogOrder, TheRecoverysWaitEndsBeforeTheStops) {
   });
 }
 
-// Who wakes may look at once: the flags have changed by then.
+// A waiter may read the flags as soon as it wakes: they must have changed by then.
 TEST(WatchdogOrder, AWaitEndsWithItsFlagsChanged) {
   Simulate({}, [] {
     Circle circle(1);
@@ -63,7 +63,7 @@ TEST(WatchdogOrder, ARecoveryOnAPipeThatTheInterfaceLacksAbortsNothing) {
   });
 }
 
-// Nobody can alert the driver's threads, and no wait is on a user's behalf.
+// The driver's threads can't be alerted, and all of them wait in kernel mode.
 TEST(Waits, OfARecoveryAndAStopAreForTheKernelAndNotAlertable) {
   Simulate({}, [] {
     Circle circle(2);

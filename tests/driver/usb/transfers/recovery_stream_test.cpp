@@ -1,4 +1,4 @@
-// Recoveries and stops of the circle: order, time limits and every way out.
+// Recoveries and stops of a stream: order, time limits and every way to end.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -176,7 +176,7 @@ TEST(Recovery, EndsUnsuccessfullyWhereTheCameraRefuses) {
   }
 }
 
-// The camera that could not be put to rest is not asked to, so that only its mode counts.
+// The stream is not ended after a failed reset, so only the camera's mode counts.
 TEST(Recovery, AfterAResetThatFailsDoesNotAskForTheEndOfTheStream) {
   Simulate({}, [] {
     Circle circle(1);
@@ -319,7 +319,7 @@ TEST(Drain, ThatTimedOutLeavesTheNextRunSilentUntilAPauseAndARun) {
   });
 }
 
-// Each state of the circle as its flags show it, met one after the other.
+// The flags in each state of the stream, one after the other.
 TEST(Circle, ShowsItsStatesInItsFlags) {
   Simulate({}, [] {
     Circle circle(2);
@@ -329,7 +329,7 @@ TEST(Circle, ShowsItsStatesInItsFlags) {
     circle.AbortBringsHome = false;
     KsAcquireDevice(&circle.KsDevice);
     circle.ComeHome(0, kBad);
-    EXPECT_EQ(circle.Flags(), "running halted wait=4");  // broken
+    EXPECT_EQ(circle.Flags(), "running halted wait=4");  // failed
     KsReleaseDevice(&circle.KsDevice);
     Sleep(kMillisecond);
     EXPECT_EQ(circle.Flags(), "running halted wait=6");  // recovering

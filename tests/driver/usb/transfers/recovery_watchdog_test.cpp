@@ -1,4 +1,4 @@
-// The watchdog: what a tick decides, and when it ticks.
+// The watchdog: the decisions of a tick, and the times of the ticks.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -20,7 +20,7 @@ using host::TestThread;
 using host::UnderManySeeds;
 using testing::ElementsAre;
 
-// What a tick finds, and what it leaves behind.
+// The state before a tick and after it.
 struct TickRow {
   const char* Name;
   std::uint8_t Running;
@@ -28,7 +28,7 @@ struct TickRow {
   std::uint32_t WaitFlags;
   std::uint8_t Connected;
   LONG InFlight;
-  // then
+  // afterwards
   std::uint8_t HaltedAfter;
   std::uint32_t WaitFlagsAfter;
   bool Schedules;
@@ -91,7 +91,7 @@ TEST(WaitFlags, HaveTheirBits) {
   EXPECT_EQ(WatchdogRunning, 4U);
 }
 
-// When the watchdog looked at a broken circle during the time to come.
+// Times at which the watchdog checked a stream with a failed transfer, over the given period.
 std::vector<LONGLONG> TicksOf(Circle& circle, LONGLONG milliseconds) {
   circle.Forget();
   Sleep(milliseconds * kMillisecond);
@@ -174,7 +174,7 @@ TEST(Watchdog, FlagClearedAloneMakesTheNextTickTheLast) {
   });
 }
 
-// A stream that is acquired while the last tick of the one before is under way: one watchdog, and
+// A stream that is acquired while the last tick of the previous one is under way: one watchdog, and
 // never a timer that is initialized while it is set.
 TEST(Watchdog, CalledOffAndArmedAgainAtAnyMomentOfATickGoesOnTickingOnce) {
   host::UnderManySeeds(
@@ -216,8 +216,8 @@ TEST(Watchdog, ATickIsCountedAsLongAsItMayUseTheRecord) {
   });
 }
 
-// Such a tick has set its timer, and a disarming has cancelled that timer: nothing but the count tells
-// that it still looks at the record. And it may have scheduled a recovery.
+// Such a tick has set its timer, and a disarming has cancelled that timer: only the count shows
+// that the tick still uses the record. And it may have scheduled a recovery.
 TEST(Watchdog, StoppingTheHardwareWaitsForATickBehindACancelledTimerAndThenForItsRecovery) {
   UnderManySeeds([] {
     Circle circle(1);
@@ -239,7 +239,7 @@ TEST(Watchdog, StoppingTheHardwareWaitsForATickBehindACancelledTimerAndThenForIt
   });
 }
 
-// A drain that failed leaves it on, and so does a tick that wrote the flags back as it had read them.
+// A failed drain leaves it armed, and so does a tick that wrote the flags back as it had read them.
 TEST(Watchdog, EndsWithTheHardwareHoweverItCameToBeOn) {
   Simulate({}, [] {
     Circle circle(1);
@@ -268,7 +268,8 @@ TEST(ScheduleStreamReset, WithoutMemoryLowersTheGuardAndTheNextTickTriesAgain) {
   });
 }
 
-// Until its last instruction: what it uses, and the driver itself, may go when it is counted out.
+// Until its last instruction: the memory it uses, and the driver itself, may be freed after the
+// count has fallen.
 TEST(ScheduleStreamReset, CountsItsWorkItemUntilAllOfItIsFreed) {
   UnderManySeeds([] {
     Circle circle(1);

@@ -1,4 +1,4 @@
-// What a completion routine may touch, and until when.
+// The records that a completion routine may use, and until when.
 
 #include "driver/usb/transfers/transfer_ownership.h"
 
@@ -38,7 +38,8 @@ TEST(TransferOwnership, ACompletionThatHasBegunHoldsTheGivingUpBack) {
   });
 }
 
-// One is at its end while the frame thread has sent the transfer again and the next one begins.
+// One routine is at its end while the frame thread has resubmitted the transfer and the next one
+// begins.
 TEST(TransferOwnership, TwoCompletionsOfOneTransferAreBothWaitedFor) {
   UnderManySeeds([] {
     ReferenceCountedMemory& memory = *AllocateReferenceCountedMemory(64);
@@ -56,8 +57,8 @@ TEST(TransferOwnership, TwoCompletionsOfOneTransferAreBothWaitedFor) {
   });
 }
 
-// The processor stops in the middle of the routine for as long as a whole new stream takes. Without the
-// wait the routine would count down, and queue, a transfer of the new stream.
+// The processor stops in the middle of the routine for as long as a whole new stream takes. Without
+// the wait the routine would decrement, and queue, a transfer of the new stream.
 TEST(TransferOwnership, AReleaseWaitsForACompletionRoutineThatHasBegun) {
   UnderManySeeds([] {
     Circle circle(1);
@@ -91,7 +92,7 @@ TEST(TransferOwnership, AReleaseWaitsForACompletionRoutineThatHasBegun) {
   });
 }
 
-// The thread finds the memory by the transfer: another one must never come out of the queue.
+// The thread finds the memory by the transfer: any other must never come out of the queue.
 TEST(TransferOwnership, OnlyTheTransfersOwnMemoryIsQueued) {
   Simulate({}, [] {
     Circle circle(1);
@@ -105,12 +106,12 @@ TEST(TransferOwnership, OnlyTheTransfersOwnMemoryIsQueued) {
     EXPECT_TRUE(IsListEmpty(&circle.Pipeline->CompletedList));
     EXPECT_EQ(circle.Pipeline->CompletedCount, 0);
     EXPECT_EQ(circle.Pipeline->WakeSemaphore.Header.SignalState, 0);
-    EXPECT_EQ(stale.Holds, 1);  // the trip's is gone
+    EXPECT_EQ(stale.Holds, 1);  // the request's hold is released
     LetGo(stale);
   });
 }
 
-// Sent down again, it does what the start wanted: a stop that comes next is not to send it once more.
+// Resubmitted, it has done what the start requested: a later stop must not make it sent once more.
 TEST(TransferOwnership, AResubmissionForgetsTheStartThatWantedIt) {
   host::Simulate({}, [] {
     Circle circle(1);

@@ -1,5 +1,5 @@
-// What a processor is taken for, over processors of the test's own: the source is compiled here once
-// more, with its questions led to them.
+// The features found for a processor, over the test's own processors: the source is compiled here
+// once more, with its queries redirected to them.
 
 #include <cpuid.h>
 #include <gtest/gtest.h>
@@ -10,7 +10,7 @@
 
 namespace {
 
-// What a processor answers, and what its system keeps for every thread (XCR0).
+// A processor's answers, and the registers that its system saves for every thread (XCR0).
 struct Processor {
   const char* Name;
   std::uint32_t HighestLeaf;

@@ -1,5 +1,5 @@
-// Every kernel against the reference, between guard pages. A kernel that this processor can't run is
-// skipped, which a test of its own tells by name.
+// Every kernel against the reference, between guard pages. A kernel that this processor can't run
+// is skipped; a test of its own reports its name.
 
 #include "driver/frame/resampler/scale_kernels.h"
 #include "driver/frame/resampler/jobs/scale_reference.h"
@@ -20,7 +20,7 @@
 namespace lidcam {
 namespace {
 
-// Sanitizers see a quarter of the pairs, every pair of widths and every pair of heights among them.
+// Sanitizers run a quarter of the pairs, every pair of widths and every pair of heights among them.
 const std::uint32_t kSizePairs = test::kIsSanitized ? 27500 : 110000;
 
 constexpr std::size_t kLargestPicture = std::size_t{1280} * 1024 * 2 + 4096;

@@ -1,4 +1,4 @@
-// How the kernels with byte shuffles reach a picture's bytes: the narrowest way that holds them.
+// How the kernels with byte shuffles load a picture's bytes: the narrowest gather that holds them.
 
 #include "driver/frame/resampler/simd/scale_simd_plan.h"
 
@@ -14,7 +14,7 @@
 namespace lidcam {
 namespace {
 
-// A scale of whole pictures, without a picture.
+// A scale of whole pictures, without pixels.
 class Scale {
  public:
   Scale(ImageSize from, ImageSize to)
@@ -75,7 +75,7 @@ std::int32_t SpanOf(const ScaleJob& job, std::size_t first, std::size_t last) {
   return end - begin;
 }
 
-// What is to come of a job that halves nothing, with `lanes` lanes of two pairs in a register and
+// The expected plan of a job that halves nothing, with `lanes` lanes of two pairs in a register and
 // blocks of two registers, the last one moved back to end with the row.
 Planned ExpectedOf(const ScaleJob& job, std::size_t lanes, bool windows) {
   const std::size_t pairs = job.Chroma.Count;

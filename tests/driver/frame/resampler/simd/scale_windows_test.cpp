@@ -1,4 +1,4 @@
-// Shuffles across lanes are rare among processors, so what surrounds them is tested without them.
+// Shuffles across lanes are rare among processors, so the code around them is tested without them.
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,5 @@
-// The kernels work in 16 bits where the scale is defined in 32. That the two forms agree is proven
-// here number by number: the 16-bit operations are spelled out as the processors do them.
+// The kernels work in 16 bits where the scale is defined in 32. These tests prove for every number
+// that the two forms agree: the 16-bit operations are written as the processors do them.
 
 #include <gtest/gtest.h>
 

@@ -11,7 +11,7 @@ struct Sample {
   long Weight;
 };
 
-// Entry `number` of an axis, walked to from the start.
+// Entry `number` of an axis, counted from the start.
 Sample SampleAt(long number, long count, double factor, long last) {
   const double scaled = static_cast<double>(count) * factor;
   double step = 0.0;

@@ -7,11 +7,12 @@
 
 namespace lidcam {
 
-/// What lies in a destination before a call that must not change it, or not all of it.
+/// Content of a destination before a call that must not change it, or not all of it.
 inline constexpr std::uint8_t kUntouched = 0xA5;
 
-/// ResizeYuy2() told a second time, sample by sample, without tables or line buffers: `destination`
-/// is changed as the destination buffer has to be. For steps wide enough for their rows only.
+/// A second implementation of ResizeYuy2(), sample by sample, without tables or line buffers:
+/// `destination` gets the content that the destination buffer must have. Only for steps wide enough
+/// for their rows.
 ResizeStatus LiteralResizeYuy2(const ResizeArguments& arguments,
                                std::vector<std::uint8_t>& destination);
 
