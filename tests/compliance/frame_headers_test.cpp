@@ -62,7 +62,7 @@ TEST_P(FrameHeaders, BeginAnewWithEachStart) {
   });
 }
 
-TEST_P(FrameHeaders, CountTheFramesForWhichNobodyHadABuffer) {
+TEST_P(FrameHeaders, CountTheFramesWithoutABuffer) {
   Run([](Host& host) {
     const Camera camera = host.Open();
     Stream stream(camera, camera.FormatOf(160, 120), {.Buffers = 3});

@@ -25,7 +25,7 @@ void ExpectFailure(const RunResult& result, const std::string& what) {
   EXPECT_EQ(ReplayCommand(result.Key), "lidcam simulate --scenario broken --seed 7");
 }
 
-TEST(SimulationChecks, RequestThatNobodyFreesIsFound) {
+TEST(SimulationChecks, RequestThatIsNotFreedIsFound) {
   ExpectFailure(Play([](Stage&) { static_cast<void>(IoAllocateIrp(1, FALSE)); }),
                 "was never freed");
 }
@@ -40,7 +40,7 @@ TEST(SimulationChecks, RequestThatARemovedCameraLeavesIsFound) {
                 "a removed camera has left 1 request(s) (at step 'remove')");
 }
 
-TEST(SimulationChecks, MemoryThatNobodyFreesIsFound) {
+TEST(SimulationChecks, MemoryThatIsNotFreedIsFound) {
   ExpectFailure(
       Play([](Stage&) { static_cast<void>(ExAllocatePoolWithTag(NonPagedPool, 48, 0x206D6457)); }),
       "never freed: 1 block(s) of 48 bytes with tag 'Wdm '");

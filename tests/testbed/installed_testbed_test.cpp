@@ -177,7 +177,7 @@ TEST(InstalledTestbed, AnswersVideoControlAndItsOwnSetWhileItStreams) {
   });
 }
 
-TEST(InstalledTestbed, RefusesASetThatNobodyKnows) {
+TEST(InstalledTestbed, RefusesAnUnknownSet) {
   WithInstalledTestbed([](InstalledTestbed& installed) {
     const Camera camera = Camera::Open(installed.TopDevice());
     LONG value = 0;

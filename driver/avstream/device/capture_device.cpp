@@ -32,7 +32,7 @@ constexpr std::int32_t kUnknownPlatformLevel = 5;
 // Below this level the hardware can't start before the platform has finished the start itself.
 constexpr std::int32_t kStartsInStart = 3;
 
-std::int32_t AskPlatformLevel() {
+std::int32_t QueryPlatformLevel() {
   for (const PlatformLevel& level : kPlatformLevels) {
     if (IoIsWdmVersionAvailable(level.Major, level.Minor) != FALSE) return level.WdmLevel;
   }
@@ -71,7 +71,7 @@ NTSTATUS CaptureDevice::Bind(PKSDEVICE device) {
   KsReleaseDevice(device);
   if (!NT_SUCCESS(status)) return status;
   device->Context = this;
-  WdmLevel = AskPlatformLevel();
+  WdmLevel = QueryPlatformLevel();
   return status;
 }
 

@@ -76,7 +76,7 @@ void WaitForThread(IsoPipeline& pipeline) {
 void HandleTransfer(UsbStreamRecord& stream, CameraContext& camera, IsoTransfer& transfer) {
   ReferenceCountedMemory& memory = *transfer.Memory;
   WalkPackets(stream, camera, transfer, memory);
-  const bool goesOn = stream.StreamRunning != 0 || PutAwayUnlessWanted(memory);
+  const bool goesOn = stream.StreamRunning != 0 || ReleaseUnlessRequested(memory);
   if (goesOn) ResubmitTransfer(transfer, memory);
 }
 

@@ -77,17 +77,17 @@ NTSTATUS StartTransfer(IsoTransfer& transfer, bool rebuild) {
 
 // A transfer that completes while a stop or a recovery waits for all transfers, or after one has
 // failed, is not resubmitted.
-bool StaysHome(const UsbStreamRecord& stream) {
+bool IsNotResubmitted(const UsbStreamRecord& stream) {
   return HasWaitFlag(stream, StopWaitArmed) || HasWaitFlag(stream, ResetWaitArmed) ||
          stream.Halted != 0;
 }
 
-void TakeHome(IsoTransfer& transfer, ReferenceCountedMemory& memory) {
+void CompleteTransfer(IsoTransfer& transfer, ReferenceCountedMemory& memory) {
   UsbStreamRecord& stream = *transfer.Stream;
   const USBD_STATUS status = UrbOf(transfer, memory)->Hdr.Status;
   if (stream.StreamRunning == 0) Halt(transfer, "stopped", status);
   InterlockedDecrement(&transfer.InFlight);
-  if (StaysHome(stream)) {
+  if (IsNotResubmitted(stream)) {
     PutAway(memory);
   } else if (status != USBD_STATUS_SUCCESS) {
     Halt(transfer, "urb", status);
@@ -199,7 +199,7 @@ void ResubmitTransfer(IsoTransfer& transfer, ReferenceCountedMemory& memory) {
 NTSTATUS NTAPI IsoTransferCompleted(PDEVICE_OBJECT, PIRP, PVOID context) {
   auto& memory = *static_cast<ReferenceCountedMemory*>(context);
   if (BeginCompletion(memory)) {
-    TakeHome(*static_cast<IsoTransfer*>(memory.Owner), memory);
+    CompleteTransfer(*static_cast<IsoTransfer*>(memory.Owner), memory);
     EndCompletion(memory);
   } else {
     PutAway(memory);

@@ -53,7 +53,7 @@ void EndStopWait(UsbStreamRecord& stream) {
 
 // The order of the tests is the priority: no wait ends while a transfer is in flight, and a stop
 // prevents a recovery, which it makes needless.
-void LookAtCircle(UsbStreamRecord& stream) {
+void CheckPipeline(UsbStreamRecord& stream) {
   if (IsAllWell(stream)) return;
   if (AnyTransferInFlight(stream) != 0) {
     TraceCamera("watchdog waits for transfers");
@@ -99,7 +99,7 @@ bool ProgramCameraAnew(CameraContext& camera, const UsbStreamRecord& stream, boo
 }
 
 // Returns the pipe reset's status, whatever follows, unless the camera refuses.
-NTSTATUS RestartCircle(UsbDeviceRecord& device, UsbStreamRecord& stream, NTSTATUS reset) {
+NTSTATUS RestartPipeline(UsbDeviceRecord& device, UsbStreamRecord& stream, NTSTATUS reset) {
   if (stream.StreamRunning == 0) return reset;
   if (!ProgramCameraAnew(*device.Camera, stream, NT_SUCCESS(reset))) return STATUS_UNSUCCESSFUL;
   stream.PipeIndex = device.RecoveryPipeIndex;
@@ -118,7 +118,7 @@ NTSTATUS RecoverLocked(UsbDeviceRecord& device, UsbStreamRecord& stream) {
   if (wait == STATUS_TIMEOUT) return wait;
   const NTSTATUS reset = ResetPipe(device, stream, device.InterfaceInformation, PipeRequest::Reset);
   TraceCamera("recovery reset status=%08X", Hex(reset));
-  return RestartCircle(device, stream, reset);
+  return RestartPipeline(device, stream, reset);
 }
 
 void ForgetStarts(const UsbStreamRecord& stream) {
@@ -156,7 +156,7 @@ void EndTick(UsbStreamRecord& stream) {
 void NTAPI TransferWatchdog(PKDPC, PVOID context, PVOID, PVOID) {
   UsbStreamRecord& stream = *static_cast<UsbStreamRecord*>(context);
   InterlockedIncrement(&stream.RunningTicks);
-  LookAtCircle(stream);
+  CheckPipeline(stream);
   EndTick(stream);
   InterlockedDecrement(&stream.RunningTicks);
 }

@@ -6,9 +6,9 @@ namespace lidcam {
 namespace {
 
 // ReferenceCountedMemory::Holds of a transfer, with the flag of a start's request above the count.
-constexpr LONG kAtHome = 1;
-constexpr LONG kOnItsWay = 2;
-constexpr LONG kStartWanted = 0x10000;
+constexpr LONG kIdle = 1;
+constexpr LONG kInFlight = 2;
+constexpr LONG kStartRequested = 0x10000;
 
 LONG HoldsOf(ReferenceCountedMemory& memory) {
   return InterlockedCompareExchange(&memory.Holds, 0, 0);
@@ -24,9 +24,9 @@ bool TakeForStart(ReferenceCountedMemory& memory) {
   RequireLevelAtMost(DISPATCH_LEVEL);
   for (;;) {
     const LONG holds = HoldsOf(memory);
-    if (holds == kAtHome) {
-      if (Exchange(memory, kAtHome, kOnItsWay)) return true;
-    } else if (Exchange(memory, holds, holds | kStartWanted)) {
+    if (holds == kIdle) {
+      if (Exchange(memory, kIdle, kInFlight)) return true;
+    } else if (Exchange(memory, holds, holds | kStartRequested)) {
       return false;
     }
   }
@@ -36,14 +36,14 @@ void ForgetStart(ReferenceCountedMemory& memory) {
   RequireLevelAtMost(DISPATCH_LEVEL);
   for (;;) {
     const LONG holds = HoldsOf(memory);
-    if ((holds & kStartWanted) == 0) return;
-    if (Exchange(memory, holds, holds & ~kStartWanted)) return;
+    if ((holds & kStartRequested) == 0) return;
+    if (Exchange(memory, holds, holds & ~kStartRequested)) return;
   }
 }
 
-bool PutAwayUnlessWanted(ReferenceCountedMemory& memory) {
+bool ReleaseUnlessRequested(ReferenceCountedMemory& memory) {
   RequireLevelAtMost(DISPATCH_LEVEL);
-  if (Exchange(memory, kOnItsWay, kAtHome)) return false;
+  if (Exchange(memory, kInFlight, kIdle)) return false;
   if (memory.GivenUp == 0) {
     // The owner has not given it up, so the flag of a start made the exchange fail.
     ForgetStart(memory);
@@ -79,8 +79,8 @@ void PutAway(ReferenceCountedMemory& memory) {
   RequireLevelAtMost(DISPATCH_LEVEL);
   for (;;) {
     const LONG holds = HoldsOf(memory);
-    if ((holds & ~kStartWanted) == kAtHome) break;
-    if (Exchange(memory, holds, (holds & ~kStartWanted) - 1)) return;
+    if ((holds & ~kStartRequested) == kIdle) break;
+    if (Exchange(memory, holds, (holds & ~kStartRequested) - 1)) return;
   }
   // The owner has given it up: no start can need it any more.
   ForgetStart(memory);

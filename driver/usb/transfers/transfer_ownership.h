@@ -26,7 +26,7 @@ void ForgetStart(ReferenceCountedMemory& memory);
 ///
 /// @return true if the caller still has it and is to send it
 _IRQL_requires_max_(DISPATCH_LEVEL)
-[[nodiscard]] bool PutAwayUnlessWanted(ReferenceCountedMemory& memory);
+[[nodiscard]] bool ReleaseUnlessRequested(ReferenceCountedMemory& memory);
 
 /// Begins a completion routine's work on the owner's records. The caller holds the memory.
 ///

@@ -205,7 +205,7 @@ TEST(ExposureLatch, PowerPutsThePowerUpValuesInForceAtOnce) {
   EXPECT_EQ(bench.WholeFrame()[kLevel], 3);
 }
 
-TEST(ExposureLatch, FramesThatNobodyFetchedHaveLatchedToo) {
+TEST(ExposureLatch, FramesThatWereNotReadHaveLatchedToo) {
   SteeredCamera bench;
   (void)bench.WholeFrame();
   bench.WriteLines(1044);

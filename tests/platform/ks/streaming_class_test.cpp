@@ -240,7 +240,7 @@ NTSTATUS NTAPI Process(PKSPIN pin) {
   return STATUS_SUCCESS;
 }
 
-TEST(StreamingPin, ProcessesOnItsOwnWorkerAtPassiveLevelWhoeverAsks) {
+TEST(StreamingPin, ProcessesOnItsOwnWorkerAtPassiveLevelForAnyCaller) {
   UnderManySeeds([] {
     StreamingWorld world;
     KSDATAFORMAT format{};

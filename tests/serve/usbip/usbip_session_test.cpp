@@ -478,7 +478,7 @@ TEST(UsbipSession, UnlinkedTransfersAreNoLongerKept) {
 }
 
 // A client that sends and never reads makes the server stop reading rather than keep its answers.
-TEST(UsbipSession, AnswersThatNobodyReadsStopTheReading) {
+TEST(UsbipSession, AnswersThatAreNotReadStopTheReading) {
   Client client;
   client.Attach();
   Bytes requests;

@@ -307,7 +307,7 @@ TEST(UsbredirSession, AClientWithoutAHelloIsLeftAfterFiveSeconds) {
   EXPECT_TRUE(session.IsOver());
 }
 
-TEST(UsbredirSession, BusTimeStandsStillWhileNobodyReads) {
+TEST(UsbredirSession, BusTimeStandsStillWhileNothingIsRead) {
   Connection connection;
   (void)connection.Exchange();
   (void)connection.Configure();

@@ -61,7 +61,7 @@ TEST_F(DeliveryWatchTest, AFrameOfAnotherSizeIsBad) {
   EXPECT_FALSE(watch.Take(4)->IsGood);
 }
 
-TEST_F(DeliveryWatchTest, FramesThatNobodyAskedForGoWithTheNextThatIs) {
+TEST_F(DeliveryWatchTest, FramesThatWereNotRequestedAreCountedWithTheNextOne) {
   DeliveryWatch watch(*context_, [] { return std::uint64_t{0}; });
   TraceCamera("pin frame picture=1 drop=0 bytes=614466");
   TraceCamera("pin frame picture=2 drop=0 bytes=614466");

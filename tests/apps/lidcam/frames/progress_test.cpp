@@ -27,7 +27,7 @@ TEST(Progress, TellsTheFramesPlaceAsItsHeadersDo) {
             "45 frames  30.0/s  picture 54 at 1.640 s  7 lost  exposure auto  light low light");
 }
 
-TEST(Progress, TellsNothingThatNobodyKnows) {
+TEST(Progress, ReportsNothingUnknown) {
   EXPECT_EQ(ToText({}, kWide), "0 frames");
 }
 

@@ -281,7 +281,7 @@ TEST_F(Replay, BusTimeFollowsTheRecordedGapsButNeverRunsBackwards) {
   EXPECT_EQ(bus.FrameNumber(), 9016U / 8);
 }
 
-TEST_F(Replay, UnpluggedEveryRequestFindsNobody) {
+TEST_F(Replay, AfterUnpluggingEveryRequestFindsNoDevice) {
   camera_.Packets = {{Hex("01"), UsbStatus::Ok}};
   Record(1);
   CaptureBus& bus = Play();

@@ -335,7 +335,7 @@ TEST(CaptureSource, PcapngIsReadAsWell) {
 }
 
 // The head of a descriptor, as hosts ask for it first, ends before the identity.
-TEST(CaptureSource, HeadOfADescriptorIdentifiesNobody) {
+TEST(CaptureSource, HeadOfADescriptorIdentifiesNoDevice) {
   const TemporaryFolder folder;
   ScriptedBus camera;
   camera.Say({0x80, 6, 0x0100, 0, 8}, {UsbStatus::Ok, Hex("12 01 00 02 00 00 00 40")});

@@ -161,7 +161,7 @@ TEST(PinDescriptor, DroppedFramesCanBeReadAndNotSet) {
   EXPECT_EQ(item.SerializedSize, 0U);
 }
 
-TEST(PinDescriptor, TheStillTriggerEventIsListedThoughNobodyCanEnableIt) {
+TEST(PinDescriptor, TheStillTriggerEventIsListedThoughItCannotBeEnabled) {
   const KSEVENT_SET& set = kPinAutomation.Table.EventSets[0];
   EXPECT_EQ(Text(*set.Set), "DB47DE20-F628-11D1-BA41-00A0C90D2B05");
   ASSERT_EQ(set.EventsCount, 1U);

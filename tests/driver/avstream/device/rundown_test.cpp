@@ -184,7 +184,7 @@ TEST(Rundown, IsNotTouchedBehindTheCloseByThoseThatLeaveOrStop) {
 
 // No user is inside while the gate is closed, under any order of the threads, and no thread waits
 // for a wake-up that has come already.
-TEST(Rundown, NobodyIsInsideBehindACloseUnderAnySchedule) {
+TEST(Rundown, NoUserIsInsideAfterACloseUnderAnySchedule) {
   LONG entered = 0;
   host::UnderManySeeds(
       [&entered] {

@@ -176,7 +176,7 @@ TEST(FrameSettle, TheCountGoesFromZeroToFourToFiveAndStays) {
 }
 
 // Not a count of frames to wait: only 0 holds a frame back.
-TEST(FrameSettle, CountsThatNobodySetsGoUpByOneAndCloseLikeAnyOther) {
+TEST(FrameSettle, CountsThatAreNeverSetGoUpByOneAndCloseLikeAnyOther) {
   for (const std::uint32_t count : {1U, 2U, 3U}) {
     ReceivingCamera camera(100, 100);
     camera.Context.FrameSettleCount = count;

@@ -31,7 +31,7 @@ TEST(ImageControlSteps, UnusedAndUnknownStepsDoNothing) {
   }
 }
 
-TEST(ImageControlSteps, ASensorNobodyKnowsIsTreatedLikeTheOthers) {
+TEST(ImageControlSteps, AnUnknownSensorIsTreatedLikeTheOthers) {
   PictureCamera camera(SensorTypeVGA0408);
   CameraContext& context = camera.Context();
   for (const std::int32_t type : {0, 2, 4, 12, 31, 32, 33, 105, -1, -31}) {

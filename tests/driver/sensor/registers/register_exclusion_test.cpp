@@ -114,7 +114,7 @@ TEST_P(UnguardedPrimitive, LooksAtNeitherFlagAndLeavesBoth) {
 }
 
 // During such an access no flag is set, so that any access may come between its transfers.
-TEST_P(UnguardedPrimitive, HoldsNobodyOff) {
+TEST_P(UnguardedPrimitive, DelaysNoOther) {
   for (const Primitive& arrival : AllPrimitives()) {
     RegisterSpace space;
     bool isNested = false;

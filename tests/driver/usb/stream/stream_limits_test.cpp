@@ -28,7 +28,7 @@ Decision AnswerTheLastTransfer(NTSTATUS status) {
   };
 }
 
-void AllComeHome(TransportWorld& world, USBD_STATUS status = USBD_STATUS_SUCCESS) {
+void CompleteAllTransfers(TransportWorld& world, USBD_STATUS status = USBD_STATUS_SUCCESS) {
   for (std::size_t left = world.Stack.IsoOut(); left != 0; --left) world.Stack.CompleteIso(status);
 }
 
@@ -147,7 +147,7 @@ TEST(StreamLimits, AStreamAfterADrainThatTimedOutStaysSilentUntilAPauseAndARun) 
     EXPECT_EQ(world.Device().ResumeStream(), STATUS_SUCCESS);
     EXPECT_EQ(world.Stack.IsoOut(), 7U);
     EXPECT_EQ(world.Stream().WaitFlags, 5U);
-    AllComeHome(world);
+    CompleteAllTransfers(world);
     host::Sleep(60 * host::kSecond);
     EXPECT_EQ(world.Stack.IsoOut(), 0U);
     EXPECT_EQ(world.Stream().StreamRunning, 1);
@@ -156,7 +156,7 @@ TEST(StreamLimits, AStreamAfterADrainThatTimedOutStaysSilentUntilAPauseAndARun) 
 
     EXPECT_EQ(world.Device().PauseStream(), STATUS_SUCCESS);
     EXPECT_EQ(world.Device().RunStream(), STATUS_SUCCESS);
-    AllComeHome(world);
+    CompleteAllTransfers(world);
     host::Sleep(host::kMillisecond);
     EXPECT_EQ(world.Stack.IsoOut(), 7U);
     EXPECT_EQ(world.Stream().PipeIndex, 1U);
@@ -165,16 +165,16 @@ TEST(StreamLimits, AStreamAfterADrainThatTimedOutStaysSilentUntilAPauseAndARun) 
 
 // Those that complete before the next run find no stream running, which counts as a failure: the
 // first tick that finds none in flight ends the old wait, the second one recovers.
-TEST(StreamLimits, TransfersThatComeHomeBetweenATimedOutDrainAndARunLetThatRunRecover) {
+TEST(StreamLimits, TransfersThatCompleteBetweenATimedOutDrainAndARunLetThatRunRecover) {
   InWorld([](TransportWorld& world) {
     ASSERT_EQ(StartAndRun(world), STATUS_SUCCESS);
     world.Stack.Decide = AnswerFunction(0x02, {});
     EXPECT_EQ(world.Device().PauseStream(), STATUS_TIMEOUT);
     world.Stack.Decide = nullptr;
-    AllComeHome(world, USBD_STATUS_CANCELED);
+    CompleteAllTransfers(world, USBD_STATUS_CANCELED);
     EXPECT_EQ(world.Stream().Halted, 1);
     EXPECT_EQ(world.Device().RunStream(), STATUS_SUCCESS);
-    AllComeHome(world);
+    CompleteAllTransfers(world);
     EXPECT_EQ(world.Stack.IsoOut(), 0U);
     host::Sleep(host::kSecond);
     EXPECT_EQ(world.Stack.IsoOut(), 7U);

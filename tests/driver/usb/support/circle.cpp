@@ -92,7 +92,7 @@ Circle::Circle(std::uint32_t transfers, std::uint32_t packets)
 Circle::~Circle() {
   AbortBringsHome = true;
   Stream.StreamRunning = 0;
-  AllComeHome(USBD_STATUS_CANCELED);
+  CompleteAllTransfers(USBD_STATUS_CANCELED);
   Release();
   while (Stream.WatchdogChain != 0) host::Sleep(host::kMillisecond);
   for (IsoTransfer& transfer : TransfersOf(Stream)) ReleaseIsoTransfer(transfer);
@@ -141,7 +141,7 @@ void Circle::Release() {
   KsReleaseDevice(&KsDevice);
 }
 
-void Circle::ComeHome(std::size_t sent, USBD_STATUS status, NTSTATUS irpStatus) {
+void Circle::CompleteTransfer(std::size_t sent, USBD_STATUS status, NTSTATUS irpStatus) {
   PIRP const irp = Kept.at(sent);
   Kept.erase(Kept.begin() + static_cast<std::ptrdiff_t>(sent));
   static_cast<URB*>(IoGetCurrentIrpStackLocation(irp)->Parameters.Others.Argument1)
@@ -149,9 +149,10 @@ void Circle::ComeHome(std::size_t sent, USBD_STATUS status, NTSTATUS irpStatus) 
   CompleteAtDispatch(irp, irpStatus);
 }
 
-void Circle::AllComeHome(USBD_STATUS status) {
+void Circle::CompleteAllTransfers(USBD_STATUS status) {
   // Other threads complete some meanwhile, and send new ones.
-  for (std::size_t left = Kept.size(); left != 0 && !Kept.empty(); --left) ComeHome(0, status);
+  for (std::size_t left = Kept.size(); left != 0 && !Kept.empty(); --left)
+    CompleteTransfer(0, status);
 }
 
 void Circle::Tick() {
@@ -222,7 +223,7 @@ NTSTATUS Circle::AnswerRequest(PIRP irp, URB& urb) {
     case 0x0002:
       Lines.push_back("urb abort pipe=" + pipe());
       status = AbortStatus;
-      if (AbortBringsHome && NT_SUCCESS(status)) AllComeHome(USBD_STATUS_CANCELED);
+      if (AbortBringsHome && NT_SUCCESS(status)) CompleteAllTransfers(USBD_STATUS_CANCELED);
       break;
     case 0x001E:
       Lines.push_back("urb reset pipe=" + pipe());

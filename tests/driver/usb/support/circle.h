@@ -65,11 +65,11 @@ class Circle {
   void Release();
 
   /// Completes a transfer that the lower device keeps, at dispatch level.
-  void ComeHome(std::size_t sent, USBD_STATUS status = USBD_STATUS_SUCCESS,
-                NTSTATUS irpStatus = STATUS_SUCCESS);
+  void CompleteTransfer(std::size_t sent, USBD_STATUS status = USBD_STATUS_SUCCESS,
+                        NTSTATUS irpStatus = STATUS_SUCCESS);
 
   /// Completes all transfers that the lower device keeps, oldest first.
-  void AllComeHome(USBD_STATUS status = USBD_STATUS_SUCCESS);
+  void CompleteAllTransfers(USBD_STATUS status = USBD_STATUS_SUCCESS);
 
   /// Lets the watchdog's routine run now, as the timer's deferred call.
   void Tick();

@@ -43,8 +43,8 @@ TEST(FrameThread, SendsEachTransferDownAgainAsSoonAsPossible) {
     Circle circle(3);
     circle.Run();
     circle.Sent.clear();
-    circle.ComeHome(1);
-    circle.ComeHome(0);
+    circle.CompleteTransfer(1);
+    circle.CompleteTransfer(0);
     Sleep(kMillisecond);
     const SentTransfer again{0, 5, 32 * 1024, circle.Pipe(1).PipeHandle};
     EXPECT_THAT(circle.Sent, ElementsAre(again, again));
@@ -71,7 +71,7 @@ TEST(FrameThread, CountsPacketsByTheirLengthWhateverTheBusSaysOfThem) {
     CameraContext& camera = *circle.Device.Camera;
     camera.ReceivedFrameBytes = 0;
     PutPackets(circle, {kMarker, {}, {3, 4, 5}, {6}}, USBD_STATUS_XACT_ERROR);
-    circle.ComeHome(0, USBD_STATUS_SUCCESS, STATUS_UNSUCCESSFUL);
+    circle.CompleteTransfer(0, USBD_STATUS_SUCCESS, STATUS_UNSUCCESSFUL);
     Sleep(kMillisecond);
     EXPECT_EQ(camera.FrameStartCount, 1U);
     EXPECT_EQ(camera.FramePacketCount, 3U);
@@ -87,9 +87,9 @@ TEST(FrameThread, AssemblesAFrameOutOfTheTransfersInTheirOrder) {
     circle.Device.Camera->ReceivedFrameBytes = 10;
     circle.Run();
     PutPackets(circle, {kMarker, {10, 11, 12}});
-    circle.ComeHome(0);
+    circle.CompleteTransfer(0);
     PutPackets(circle, {{13, 14, 15}, kMarker});
-    circle.ComeHome(0);
+    circle.CompleteTransfer(0);
     Sleep(kMillisecond);
     const std::uint8_t* const frame = circle.Stream.Assembly.ReadyBuffer;
     EXPECT_EQ(std::vector<std::uint8_t>(frame, frame + 10),
@@ -103,7 +103,7 @@ TEST(FrameThread, LeavesTheTransferIdleWhenTheStreamHasStopped) {
     Circle circle(1);
     circle.Run();
     circle.Sent.clear();
-    circle.ComeHome(0);
+    circle.CompleteTransfer(0);
     circle.Stream.StreamRunning = 0;
     Sleep(kMillisecond);
     EXPECT_TRUE(circle.Sent.empty());
@@ -115,7 +115,7 @@ TEST(FrameThread, LeavesTheTransferIdleWhenTheStreamHasStopped) {
 
 // The thread resubmits a transfer as long as the stream runs, even while a stop is under way: the
 // stop then waits for its completion.
-TEST(FrameThread, TransferInItsHandsHoldsUpAStopUntilItIsHomeAgain) {
+TEST(FrameThread, TransferThatItProcessesDelaysAStopUntilItIsIdleAgain) {
   Simulate({}, [] {
     Circle circle(1);
     circle.Device.Camera->RawFrameSize = 100;
@@ -126,13 +126,13 @@ TEST(FrameThread, TransferInItsHandsHoldsUpAStopUntilItIsHomeAgain) {
     };
     circle.Run();
     PutPackets(circle, {kMarker, std::vector<std::uint8_t>(96), kMarker});
-    circle.ComeHome(0);
+    circle.CompleteTransfer(0);
     Sleep(kMillisecond);
     host::TestThread home([&circle] {
       Sleep(400 * kMillisecond);
       EXPECT_EQ(circle.Flags(), "running wait=5");
       EXPECT_EQ(circle.Kept.size(), 1U);
-      circle.AllComeHome();
+      circle.CompleteAllTransfers();
     });
     EXPECT_EQ(circle.Pause(), STATUS_SUCCESS);
     EXPECT_EQ(host::Now(), 5'000'000);
@@ -141,12 +141,12 @@ TEST(FrameThread, TransferInItsHandsHoldsUpAStopUntilItIsHomeAgain) {
   });
 }
 
-TEST(FrameThread, LeavesTheTransferHomeWithoutAFlagWhenTheDeviceIsGone) {
+TEST(FrameThread, LeavesTheTransferIdleWithoutAFlagWhenTheDeviceIsGone) {
   Simulate({}, [] {
     Circle circle(1);
     circle.Run();
     circle.Sent.clear();
-    circle.ComeHome(0);
+    circle.CompleteTransfer(0);
     circle.Device.Connected = 0;
     Sleep(kMillisecond);
     EXPECT_TRUE(circle.Sent.empty());
@@ -162,7 +162,7 @@ TEST(FrameThread, ResubmissionThatFailsHaltsTheCircleAndSchedulesNothing) {
     circle.Run();
     circle.Forget();
     circle.Answers = {{false, STATUS_DEVICE_NOT_CONNECTED, USBD_STATUS_SUCCESS}};
-    circle.ComeHome(0);
+    circle.CompleteTransfer(0);
     circle.Stream.Halted = 1;
     Sleep(kMillisecond);
     EXPECT_EQ(circle.Stream.Halted, 1);
@@ -172,7 +172,7 @@ TEST(FrameThread, ResubmissionThatFailsHaltsTheCircleAndSchedulesNothing) {
     Sleep(300 * kMillisecond);
     EXPECT_EQ(circle.Lines.back(), "watchdog waits for transfers");
     circle.Forget();
-    circle.AllComeHome();
+    circle.CompleteAllTransfers();
     Sleep(250 * kMillisecond);
     EXPECT_EQ(circle.Lines.front(), "recovery scheduled");
     WaitForRecovery(circle.Device);
@@ -312,7 +312,7 @@ TEST(FrameThread, NothingIsQueuedOnceItIsToEnd) {
     Circle circle(1);
     circle.Run();
     StopFrameThread(circle.Stream);
-    circle.ComeHome(0);
+    circle.CompleteTransfer(0);
     EXPECT_EQ(circle.Pipeline->CompletedCount, 0);
     EXPECT_EQ(circle.Transfer(0).Memory->Holds, 1);
     circle.Stream.StreamRunning = 0;
@@ -328,11 +328,11 @@ TEST(FrameThread, TransferReleasedInItsHandsLivesUntilItsWalkEndsAndIsNotSentAga
         circle.Sent.clear();
         for (int i = 0; i < 3; ++i) {
           PutPackets(circle, {kMarker, {1, 2, 3}});
-          circle.ComeHome(0);
+          circle.CompleteTransfer(0);
         }
         circle.Release();
         const std::size_t released = circle.Sent.size();
-        circle.AllComeHome(USBD_STATUS_CANCELED);
+        circle.CompleteAllTransfers(USBD_STATUS_CANCELED);
         Sleep(kMillisecond);
         EXPECT_EQ(circle.Sent.size(), released);
         EXPECT_EQ(host::PoolUsageOfTag(kTag).Blocks, 0U);
@@ -349,13 +349,13 @@ TEST(FrameThread, TransferThatAStartFindsInItsHandsGoesRoundWithTheOthers) {
         Circle circle(4);
         circle.Run();
         for (int round = 0; round < 5; ++round) {
-          for (int i = 0; i < 4; ++i) circle.ComeHome(0);
+          for (int i = 0; i < 4; ++i) circle.CompleteTransfer(0);
           circle.Stream.StreamRunning = 0;  // a stop that did not have to wait
           circle.Stream.RestartPending = 1;
           KsAcquireDevice(&circle.KsDevice);
           // Those that the thread has resubmitted already complete during the stop.
           circle.Stream.WaitFlags = WatchdogRunning | StopWaitArmed;
-          circle.AllComeHome(USBD_STATUS_CANCELED);
+          circle.CompleteAllTransfers(USBD_STATUS_CANCELED);
           circle.Stream.WaitFlags = WatchdogRunning;
           circle.Stream.Halted = 0;
           KsReleaseDevice(&circle.KsDevice);
@@ -389,7 +389,7 @@ TEST(FrameThread, CirclesUnderAnySchedule) {
         circle.Run();
         for (int i = 0; i < 50; ++i) {
           while (circle.Kept.empty()) Sleep(1);
-          circle.ComeHome(0);
+          circle.CompleteTransfer(0);
         }
         Sleep(kMillisecond);
         EXPECT_EQ(circle.Kept.size(), 7U);

@@ -312,7 +312,7 @@ TEST(IsoTransfer, RebuildsOnlyAfterAPauseOrInARunningStream) {
     circle.Transfer(0).Urb->ErrorCount = 99;
     StartTransfers(circle.Stream);
     EXPECT_EQ(circle.Transfer(0).Urb->ErrorCount, 99U);
-    circle.AllComeHome();
+    circle.CompleteAllTransfers();
     circle.Stream.RestartPending = 1;
     StartTransfers(circle.Stream);
     EXPECT_EQ(circle.Transfer(0).Urb->ErrorCount, 0U);
@@ -333,7 +333,7 @@ struct HomeRow {
 
 class IsoCompletion : public testing::TestWithParam<HomeRow> {};
 
-TEST_P(IsoCompletion, QueuesOrStaysHomeAsItsRowSays) {
+TEST_P(IsoCompletion, IsQueuedOrNotAsItsRowSays) {
   const HomeRow& row = GetParam();
   Simulate({}, [&row] {
     Circle circle(1);
@@ -347,7 +347,7 @@ TEST_P(IsoCompletion, QueuesOrStaysHomeAsItsRowSays) {
     circle.Stream.Halted = row.Halted;
     circle.Stream.WaitFlags = row.WaitFlags;
     circle.Forget();
-    circle.ComeHome(0, row.UrbStatus, STATUS_UNSUCCESSFUL);
+    circle.CompleteTransfer(0, row.UrbStatus, STATUS_UNSUCCESSFUL);
     EXPECT_EQ(circle.Transfer(0).InFlight, 0);
     EXPECT_EQ(circle.Stream.Halted, row.HaltedAfter);
     EXPECT_EQ(circle.Pipeline->CompletedCount, row.Queued);
@@ -379,10 +379,10 @@ TEST(IsoCompletion, TwoUrbFailuresInARowScheduleOneRecovery) {
     Circle circle(2);
     circle.Run();
     circle.Forget();
-    circle.ComeHome(0, kBad);
+    circle.CompleteTransfer(0, kBad);
     EXPECT_EQ(circle.Device.ResetGuard, 0);
     circle.Stream.Halted = 0;  // so that the second reaches the guard
-    circle.ComeHome(0, kBad);
+    circle.CompleteTransfer(0, kBad);
     EXPECT_EQ(circle.Device.ResetGuard, 0);
     EXPECT_THAT(
         circle.Lines,
@@ -400,16 +400,16 @@ TEST(IsoCompletion, NeitherAllocatesNorWaitsOnAnyWay) {
     const host::NoAllocationInCompletions scope;
     Circle circle(3);
     circle.Run();
-    circle.ComeHome(0);
+    circle.CompleteTransfer(0);
     circle.Stream.Halted = 1;
-    circle.ComeHome(0);
+    circle.CompleteTransfer(0);
     circle.Stream.StreamRunning = 0;
-    circle.AllComeHome();
+    circle.CompleteAllTransfers();
     circle.Release();
   });
 }
 
-TEST(IsoTransfer, ReleasedWhileTheStackHasItLivesUntilItComesHome) {
+TEST(IsoTransfer, ReleasedInFlightLivesUntilItsCompletion) {
   Simulate({}, [] {
     Circle circle(1);
     circle.Prepare();
@@ -422,7 +422,7 @@ TEST(IsoTransfer, ReleasedWhileTheStackHasItLivesUntilItComesHome) {
     EXPECT_EQ(transfer.Buffer, buffer);
     EXPECT_EQ(PoolUsageOfTag(kTag).Blocks, 1U);
     EXPECT_EQ(IrpUsageOfWorld().Allocated, 1U);
-    circle.ComeHome(0);
+    circle.CompleteTransfer(0);
     EXPECT_EQ(PoolUsageOfTag(kTag).Blocks, 0U);
     EXPECT_EQ(IrpUsageOfWorld().Allocated, 0U);
   });
@@ -437,7 +437,7 @@ TEST(IsoTransfer, LateOneOfTheStreamBeforeDoesNotTouchTheNextStreams) {
     circle.Prepare();
     StartTransfers(circle.Stream);
     ASSERT_EQ(circle.Kept.size(), 2U);
-    circle.ComeHome(0);
+    circle.CompleteTransfer(0);
     EXPECT_EQ(circle.Transfer(0).InFlight, 1);
     EXPECT_EQ(circle.Stream.Halted, 0);
     EXPECT_EQ(PoolUsageOfTag(kTag).Blocks, 1U);

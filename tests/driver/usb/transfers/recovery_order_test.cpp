@@ -69,7 +69,7 @@ TEST(Waits, OfARecoveryAndAStopAreForTheKernelAndNotAlertable) {
     Circle circle(2);
     const KernelArguments arguments;
     circle.Run();
-    circle.ComeHome(0, USBD_STATUS_XACT_ERROR);
+    circle.CompleteTransfer(0, USBD_STATUS_XACT_ERROR);
     host::Sleep(600 * host::kMillisecond);
     circle.Pause();
     circle.Release();

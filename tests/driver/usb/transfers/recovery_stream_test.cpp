@@ -33,7 +33,7 @@ TEST(Recovery, GoesInItsOrder) {
     Circle circle(2);
     circle.Run();
     circle.Forget();
-    circle.ComeHome(0, kBad);
+    circle.CompleteTransfer(0, kBad);
     Sleep(600 * kMillisecond);
     EXPECT_EQ(circle.Text(),
               "iso halted transfer=0 urb status=C0000011\n"
@@ -60,7 +60,7 @@ TEST(Recovery, RestartsOnPipeEntryZeroWithItsLengthsAndTheSamePacketCount) {
     Circle circle(2);
     circle.Run();
     circle.Sent.clear();
-    circle.ComeHome(0, kBad);
+    circle.CompleteTransfer(0, kBad);
     Sleep(600 * kMillisecond);
     EXPECT_EQ(circle.Stream.PipeIndex, 0U);
     ASSERT_EQ(circle.Sent.size(), 2U);
@@ -80,7 +80,7 @@ TEST(Recovery, LengthsStayInsideTheBlockWhenEntryZeroHasLargerPackets) {
     circle.Run();
     circle.Pipe(0).MaximumPacketSize = 5120;
     circle.Sent.clear();
-    circle.ComeHome(0, kBad);
+    circle.CompleteTransfer(0, kBad);
     Sleep(600 * kMillisecond);
     ASSERT_EQ(circle.Sent.size(), 1U);
     EXPECT_EQ(circle.Sent[0].Bytes, 32U * 1024);
@@ -129,11 +129,11 @@ TEST(Recovery, GivesUpAfterExactlyEightSecondsAndStaysHalted) {
     EXPECT_EQ(Now() - begin, 80'000'000);
     EXPECT_EQ(circle.Flags(), "running halted wait=4");
     circle.Stream.StreamRunning = 0;
-    circle.AllComeHome();
+    circle.CompleteAllTransfers();
   });
 }
 
-TEST(Recovery, WaitsForATickEvenWhenTheAbortBroughtAllHomeAtOnce) {
+TEST(Recovery, WaitsForATickEvenWhenTheAbortCompletedAllAtOnce) {
   Simulate({}, [] {
     Circle circle(1);
     circle.Run();
@@ -217,7 +217,7 @@ TEST(Recovery, OfAStreamThatHasStoppedMeanwhileEndsAfterTheReset) {
   });
 }
 
-TEST(Drain, EndsWithTheNextTickOnceAllAreHome) {
+TEST(Drain, EndsWithTheNextTickOnceNoneIsInFlight) {
   Simulate({}, [] {
     Circle circle(3);
     circle.Run();
@@ -245,15 +245,15 @@ TEST(Drain, GivesUpAfterExactlyEightSecondsAndStaysArmed) {
     EXPECT_EQ(Now() - begin, 80'000'000);
     EXPECT_EQ(circle.Flags(), "running wait=5");
     circle.Stream.StreamRunning = 0;
-    circle.AllComeHome();
+    circle.CompleteAllTransfers();
   });
 }
 
-TEST(Drain, OfADeviceThatIsGoneEndsAtTheNextTickWithAllHome) {
+TEST(Drain, OfADeviceThatIsGoneEndsAtTheNextTickWithNoneInFlight) {
   Simulate({}, [] {
     Circle circle(2);
     circle.Run();
-    circle.AllComeHome(USBD_STATUS_DEVICE_GONE);
+    circle.CompleteAllTransfers(USBD_STATUS_DEVICE_GONE);
     circle.Device.Connected = 0;
     circle.Forget();
     Sleep(260 * kMillisecond);
@@ -279,7 +279,7 @@ TEST(Recovery, QueuedJustBeforeAPauseHoldsTheDeviceForItsFullEightSeconds) {
     Circle circle(1);
     circle.Run();
     KsAcquireDevice(&circle.KsDevice);
-    circle.ComeHome(0, kBad);
+    circle.CompleteTransfer(0, kBad);
     EXPECT_EQ(circle.Pause(), 0);
     const LONGLONG begin = Now();
     KsReleaseDevice(&circle.KsDevice);
@@ -297,14 +297,14 @@ TEST(Drain, ThatTimedOutLeavesTheNextRunSilentUntilAPauseAndARun) {
     circle.Run();
     circle.AbortBringsHome = false;
     EXPECT_EQ(circle.Pause(), 0x102);
-    circle.AllComeHome(USBD_STATUS_CANCELED);
+    circle.CompleteAllTransfers(USBD_STATUS_CANCELED);
     circle.Stream.Halted = 0;
     circle.AbortBringsHome = true;
     circle.Sent.clear();
 
     circle.Stream.RestartPending = 1;
     circle.Run();
-    circle.AllComeHome();
+    circle.CompleteAllTransfers();
     Sleep(10 * kSecond);
     EXPECT_EQ(circle.Sent.size(), 2U);  // the start's, and nothing since
     EXPECT_EQ(circle.Flags(), "running wait=4");
@@ -312,7 +312,7 @@ TEST(Drain, ThatTimedOutLeavesTheNextRunSilentUntilAPauseAndARun) {
     EXPECT_EQ(circle.Pause(), 0);
     circle.Stream.RestartPending = 1;
     circle.Run();
-    circle.AllComeHome();
+    circle.CompleteAllTransfers();
     Sleep(kMillisecond);
     EXPECT_EQ(circle.Sent.size(), 6U);  // the start's, and the thread's
     EXPECT_EQ(circle.Pause(), 0);
@@ -328,19 +328,19 @@ TEST(Circle, ShowsItsStatesInItsFlags) {
 
     circle.AbortBringsHome = false;
     KsAcquireDevice(&circle.KsDevice);
-    circle.ComeHome(0, kBad);
+    circle.CompleteTransfer(0, kBad);
     EXPECT_EQ(circle.Flags(), "running halted wait=4");  // failed
     KsReleaseDevice(&circle.KsDevice);
     Sleep(kMillisecond);
     EXPECT_EQ(circle.Flags(), "running halted wait=6");  // recovering
-    circle.AllComeHome(USBD_STATUS_CANCELED);
+    circle.CompleteAllTransfers(USBD_STATUS_CANCELED);
     Sleep(300 * kMillisecond);
     EXPECT_EQ(circle.Flags(), "running wait=4");  // running again
 
     host::TestThread stop([&circle] { circle.Pause(); });
     Sleep(kMillisecond);
     EXPECT_EQ(circle.Flags(), "running wait=5");  // stopping
-    circle.AllComeHome(USBD_STATUS_CANCELED);
+    circle.CompleteAllTransfers(USBD_STATUS_CANCELED);
     stop.Join();
     EXPECT_EQ(circle.Flags(), "wait=4");  // idle
 
@@ -355,8 +355,8 @@ TEST(Recovery, BringsFramesBackAfterEachKindOfFailureUnderAnySchedule) {
         Circle circle(3);
         circle.Run();
         for (const USBD_STATUS status : {kBad, USBD_STATUS_CANCELED, USBD_STATUS_NOT_ACCESSED}) {
-          circle.ComeHome(0, status);
-          if (!circle.Kept.empty()) circle.ComeHome(0);  // the abort may have been faster
+          circle.CompleteTransfer(0, status);
+          if (!circle.Kept.empty()) circle.CompleteTransfer(0);  // the abort may have been faster
           Sleep(kSecond);
           EXPECT_EQ(circle.Flags(), "running wait=4");
           ASSERT_EQ(circle.Kept.size(), 3U) << circle.Text();

@@ -134,14 +134,14 @@ TEST(Watchdog, TickWithTransfersOutDoesNothingHoweverLongTheyStayOut) {
   Simulate({}, [] {
     Circle circle(2);
     circle.Run();
-    circle.ComeHome(0, USBD_STATUS_XACT_ERROR);
+    circle.CompleteTransfer(0, USBD_STATUS_XACT_ERROR);
     circle.AbortBringsHome = false;
     Sleep(10 * 60 * host::kSecond);  // the recovery gives up after 8 s
     EXPECT_EQ(circle.Flags(), "running halted wait=4");
     EXPECT_EQ(circle.Text().find("watchdog reset"), std::string::npos);
     EXPECT_EQ(circle.Sent.size(), 2U);
     circle.Stream.StreamRunning = 0;
-    circle.AllComeHome();
+    circle.CompleteAllTransfers();
   });
 }
 
@@ -352,7 +352,7 @@ TEST(WaitForRecovery, LetsARunningRecoveryFinishFirst) {
   Simulate({}, [] {
     Circle circle(1);
     circle.Run();
-    circle.ComeHome(0, USBD_STATUS_XACT_ERROR);
+    circle.CompleteTransfer(0, USBD_STATUS_XACT_ERROR);
     WaitForRecovery(circle.Device);
     EXPECT_NE(circle.Text().find("recovery ends status=00000000"), std::string::npos);
     EXPECT_EQ(circle.Device.ResetGuard, -1);

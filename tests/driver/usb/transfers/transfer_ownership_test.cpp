@@ -70,7 +70,7 @@ TEST(TransferOwnership, AReleaseWaitsForACompletionRoutineThatHasBegun) {
       isInside = true;
       while (!goesOn) YieldProcessor();
     };
-    TestThread processor([&] { circle.ComeHome(0, USBD_STATUS_DEV_NOT_RESPONDING); });
+    TestThread processor([&] { circle.CompleteTransfer(0, USBD_STATUS_DEV_NOT_RESPONDING); });
     while (!isInside) YieldProcessor();
     bool isReleased = false;
     TestThread client([&] {
@@ -124,7 +124,7 @@ TEST(TransferOwnership, AResubmissionForgetsTheStartThatWantedIt) {
     ResubmitTransfer(transfer, memory);
     EXPECT_EQ(circle.Kept.size(), 1U);
     EXPECT_EQ(memory.Holds, 2);
-    EXPECT_FALSE(PutAwayUnlessWanted(memory));
+    EXPECT_FALSE(ReleaseUnlessRequested(memory));
     EXPECT_EQ(memory.Holds, 1);
     Hold(memory);
   });

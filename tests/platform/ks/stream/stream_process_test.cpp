@@ -92,7 +92,7 @@ TEST(Processing, GoesOnAfterSuccessWhileFramesAreQueuedAndWaitsAfterAnythingElse
   }
 }
 
-TEST(Processing, RunsAtPassiveLevelOnceAtATimeWhoeverAsks) {
+TEST(Processing, RunsAtPassiveLevelOnceAtATimeForAnyCaller) {
   WithPin(
       [](PinWorld& world) {
         const Filler filler(world, kMillisecond);

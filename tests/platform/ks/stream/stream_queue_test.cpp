@@ -261,7 +261,7 @@ TEST(Stream, OtherRequestsAreNotForAPin) {
 }
 
 // A filler, a canceller and a stop at once: each request comes back exactly once, whole or cancelled.
-TEST(Stream, RequestsComeBackOnceWhoeverIsFirst) {
+TEST(Stream, RequestsCompleteOnceInAnyOrder) {
   WithPin(
       [](PinWorld& world) {
         world.SetState(KSSTATE_PAUSE);

@@ -155,7 +155,7 @@ TEST(PlugAndPlay, AddsNoCapabilityToAUsbDevice) {
   });
 }
 
-TEST(PlugAndPlay, LetsNobodyOpenAUsbDeviceWithoutADriver) {
+TEST(PlugAndPlay, RefusesToOpenAUsbDeviceWithoutADriver) {
   WithUsbDevice([](PDEVICE_OBJECT physical) {
     std::unique_ptr<DeviceFile> file;
     EXPECT_FALSE(NT_SUCCESS(DeviceFile::Open(physical, u"", nullptr, file)));

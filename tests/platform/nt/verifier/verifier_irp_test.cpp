@@ -92,7 +92,7 @@ TEST(IrpVerifier, RefusesACompletionThatGoesOnAfterItsRoutineSentTheRequestAgain
                            "completion routine freed it or sent it again"));
 }
 
-TEST(IrpVerifier, RefusesARequestThatNobodyKeepsAtItsEnd) {
+TEST(IrpVerifier, RefusesACompletedRequestWithoutAnOwner) {
   EXPECT_THAT(ViolationOf([] {
                 TestDriver driver(Answer(STATUS_SUCCESS));
                 Request request(1, [](PDEVICE_OBJECT, PIRP) { return STATUS_CONTINUE_COMPLETION; });
@@ -359,7 +359,7 @@ TEST(IrpVerifier, RefusesACancelRoutineThatKeepsTheLockOrTheLevel) {
                            "of 0"));
 }
 
-TEST(IrpVerifier, RefusesACancelRoutineOfNobody) {
+TEST(IrpVerifier, RefusesACancelRoutineWithoutAnOwner) {
   EXPECT_THAT(ViolationOf([] {
                 Request request;
                 IoSetCancelRoutine(request.Irp(), [](PDEVICE_OBJECT, PIRP) {});
@@ -416,7 +416,7 @@ TEST(IrpVerifier, RefusesRoutinesThatReturnAtAnotherLevel) {
                            "0, returned at level 2"));
 }
 
-TEST(IrpVerifier, FindsARequestThatNobodyFreed) {
+TEST(IrpVerifier, FindsARequestThatWasNotFreed) {
   EXPECT_THAT(ViolationOf([] { Request request; }),
               MatchesRegex("end of the simulation: IRP 0x.* was never freed"));
   EXPECT_THAT(ViolationOf([] {
@@ -429,7 +429,7 @@ TEST(IrpVerifier, FindsARequestThatNobodyFreed) {
                            "freed"));
 }
 
-TEST(IrpVerifier, RefusesARequestOfAnotherWorldAndOneOfNobody) {
+TEST(IrpVerifier, RefusesARequestOfAnotherWorldAndAnUnknownOne) {
   Request request;
   EXPECT_THAT(ViolationOf([&] { IoReuseIrp(request.Irp(), STATUS_SUCCESS); }),
               MatchesRegex("IoReuseIrp: IRP 0x.* belongs to another world"));

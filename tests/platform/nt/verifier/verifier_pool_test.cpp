@@ -80,7 +80,7 @@ TEST(PoolVerifier, TellsApartTheWorldsThatAllocated) {
   EXPECT_EQ(DescribePoolOfWorld(CurrentWorld()), "");
 }
 
-TEST(PoolVerifier, FindsADeviceThatNobodyDeleted) {
+TEST(PoolVerifier, FindsADeviceThatWasNotDeleted) {
   DRIVER_OBJECT driver{};
   PDEVICE_OBJECT device = nullptr;
   EXPECT_EQ(ViolationOf([&] { IoCreateDevice(&driver, 24, nullptr, 0x22, 0, FALSE, &device); }),

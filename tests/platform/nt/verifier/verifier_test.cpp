@@ -218,7 +218,7 @@ TEST(Verifier, RefusesASemaphoreOverItsLimit) {
               MatchesRegex("KeInitializeSemaphore: semaphore 0x.* with count 2 and limit 1"));
 }
 
-TEST(Verifier, RefusesObjectsThatNobodyInitialised) {
+TEST(Verifier, RefusesUninitialisedObjects) {
   const Pooled<KEVENT> event;
   const Pooled<KSEMAPHORE> semaphore;
   const Pooled<KTIMER> timer;
@@ -264,7 +264,7 @@ TEST(Verifier, RefusesAnObjectOfAnotherWorld) {
               MatchesRegex("KeSetEvent: event 0x.* was initialised in another world"));
 }
 
-TEST(Verifier, RefusesToFreeAnEventThatSomebodyWaitsFor) {
+TEST(Verifier, RefusesToFreeAnEventWithWaiters) {
   EXPECT_THAT(ViolationOf([] {
                 const Pooled<KEVENT> event;
                 KeInitializeEvent(event.Get(), NotificationEvent, FALSE);
