@@ -1,6 +1,6 @@
 #pragma once
 
-// What stands behind the published objects of the streaming class, and the calls between its files.
+// The class's own data behind the published objects, and the calls between its files.
 //
 // The class is kernel code: no exceptions, no run-time library, memory from the pool only, and no
 // kernel interface but those of platform/kernel.h, so that it can be built as an image of its own.
@@ -17,7 +17,7 @@ struct PinBlock;
 
 enum class KsObjectKind : ULONG { FilterFactory, Filter, Pin, Clock };
 
-/// Stands directly before a published object, and is what a file object's FsContext points to.
+/// Directly precedes a published object; a file object's FsContext points to it.
 struct alignas(16) ObjectHead {
   KsObjectKind Kind;
   DeviceBlock* Device;
@@ -56,7 +56,7 @@ struct FilterFactoryBlock {
   LIST_ENTRY Link;
   UNICODE_STRING ReferenceString;  ///< in the pool
   ULONG CreateItemFlags;
-  BOOLEAN IsEnabled;  ///< applications are told of it: the device is started
+  BOOLEAN IsEnabled;  ///< applications can find it: the device is started
   BOOLEAN IsDropped;  ///< goes with the last filter that it gave, and gives none; under Device
   LONG OpenFilters;   ///< under Device
 };
@@ -81,7 +81,7 @@ struct FilterBlock {
   volatile LONG References;  ///< its file and its pins
 };
 
-/// Keeps a filter's control mutex around calls of the driver's.
+/// Holds a filter's control mutex around calls of the driver.
 class ControlCall {
  public:
   ControlCall(FilterBlock& filter, ClassCall call) : filter_(filter) {
@@ -103,7 +103,7 @@ class ControlCall {
 /// Fills the class's part of a device: mutex, bag, lists.
 /// @return STATUS_INSUFFICIENT_RESOURCES
 NTSTATUS InitializeDeviceBlock(DeviceBlock& device);
-/// Hands back all frames of the device's pins with STATUS_CANCELLED: the device is gone, and pins
+/// Completes all frames of the device's pins with STATUS_CANCELLED: the device is gone, and pins
 /// refuse further ones by its IsGone. Passive level, no mutex held.
 void ReturnFramesOfAllPins(DeviceBlock& device);
 /// Drops the factories and frees what the bag holds. The mutex is not held then.
@@ -112,10 +112,10 @@ void CleanUpDeviceBlock(DeviceBlock& device);
 /// A bag under the device's mutex.
 /// @return null without memory
 ObjectBag* CreateObjectBag(DeviceBlock& device);
-/// Frees the bag with all that is in it, no mutex held; null does nothing. Passive level.
+/// Frees the bag with all its items, no mutex held; null is allowed. Passive level.
 void DestroyObjectBag(ObjectBag* bag);
 
-/// Keeps a filter while one of its pins lives: the filter's file may be closed before the pin's.
+/// Keeps a filter alive for one of its pins: the filter's file may be closed before the pin's.
 void ReferenceFilter(FilterBlock& filter);
 /// The last reference frees the filter. Passive level, no mutex held.
 void ReleaseFilter(FilterBlock& filter);
@@ -128,18 +128,18 @@ PinFactoryBlock* FindPinFactory(FilterBlock& filter, ULONG pinId);
 /// with ranges and defaults is answered from the table where the item has no handler for it.
 ///
 /// @param tables  null ones are passed over
-/// @return the status; nothing is completed
+/// @return the status; the request is not completed
 NTSTATUS AnswerProperty(PIRP irp, const KSAUTOMATION_TABLE* const* tables, ULONG tablesCount);
 
 /// Answers IOCTL_KS_ENABLE_EVENT likewise.
 NTSTATUS AnswerEnableEvent(PIRP irp, const KSAUTOMATION_TABLE* const* tables, ULONG tablesCount);
 
-/// Completes a request with what AnswerProperty() and the like have given, unless that is
+/// Completes a request with the status of AnswerProperty() or another handler, unless that is
 /// STATUS_PENDING.
 /// @return the status
 NTSTATUS CompleteRequest(PIRP irp, NTSTATUS status);
 
-// ---- pin_requests.cpp and what belongs to it
+// ---- pin_requests.cpp and its parts
 
 /// Opens a pin of the filter for the request's file object.
 /// @param connect       a copy in the pool, whose format follows it; the caller's to free
@@ -153,13 +153,13 @@ NTSTATUS DispatchPinControl(ObjectHead& pin, PIRP irp);
 NTSTATUS DispatchClockControl(ObjectHead& clock, PIRP irp);
 /// IRP_MJ_CLEANUP: brings the pin to a stop and hands all its frames back.
 void CleanUpPin(ObjectHead& pin);
-/// IRP_MJ_CLOSE: the object goes.
+/// IRP_MJ_CLOSE: destroys the object.
 void ClosePin(ObjectHead& pin, PIRP irp);
 void CloseClock(ObjectHead& clock);
 /// The filter of a pin.
 FilterBlock& FilterOfPin(ObjectHead& pin);
 
-/// KSPROPSETID_Pin, which is asked of filters: kinds of pins, their ranges and intersections.
+/// KSPROPSETID_Pin, a property set of filters: kinds of pins, their ranges and intersections.
 extern const KSPROPERTY_SET kPinPropertySet;
 
 }  // namespace lidcam::host

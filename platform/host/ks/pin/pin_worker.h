@@ -15,7 +15,7 @@ class PinWorker {
 
   /// Starts the thread, with processing not allowed. Passive level.
   NTSTATUS Start();
-  /// Ends it. Passive level; after that nothing is processed any more.
+  /// Ends the thread: no process call begins afterwards. Passive level.
   void End();
 
   /// Asks for processing; without effect while it isn't allowed. Up to DISPATCH_LEVEL.
@@ -25,7 +25,7 @@ class PinWorker {
   void Allow();
   /// No process call begins after that; one may still run.
   void Forbid();
-  /// Waits for the process call that still runs. Passive level, without the device's mutex, which the
+  /// Waits for a process call in progress. Passive level, without the device's mutex, which the
   /// process routine may need. Not from the process routine.
   void WaitUntilIdle();
 

@@ -10,19 +10,19 @@
 namespace lidcam::host {
 
 /// The pool memory of one simulated world. No address is given out twice, and freed memory becomes
-/// inaccessible: the signal that a use of it raises is answered by noting the use and letting the
-/// thread go on with the bytes that were there, so that the world can report it at the thread's next
+/// inaccessible: an access to it raises a signal, whose handler notes the use and lets the thread
+/// continue with the bytes that were there, so that the world can report it at the thread's next
 /// kernel call.
 ///
-/// Memory that is taken alone has pages of its own. What is taken among others, for less cost, shares
-/// a page with its neighbours, and becomes inaccessible with the last of them. The last 64 MiB of freed
-/// memory keep their bytes; what was freed before that reads as zeros.
+/// Memory from TakeAlone() has pages of its own. Memory from TakeAmongOthers(), which costs less,
+/// shares a page with its neighbours, and becomes inaccessible with the last of them. The last 64
+/// MiB of freed memory keep their bytes; memory freed before that reads as zeros.
 /// @par One thread at a time, as the threads of a simulated world run
 class PoolArena {
  public:
   static constexpr std::size_t kLargestAmongOthers = 1024;
 
-  /// @return null where there is no room for one, and under a sanitizer, which sees such uses by itself
+  /// @return null without address space, and under a sanitizer, which detects such uses itself
   [[nodiscard]] static std::shared_ptr<PoolArena> Make();
 
   PoolArena(const PoolArena&) = delete;
@@ -37,13 +37,12 @@ class PoolArena {
 
   void Free(void* memory);
 
-  /// The world has ended. What is still allocated stays accessible until it is freed; nothing else is
-  /// looked after any more.
+  /// The world has ended. Allocated memory stays accessible until it is freed; further uses of
+  /// freed memory are not detected.
   void Retire();
 
-  /// For the signal handler: lets an access to freed memory go on.
-  ///
-  /// @return false if `address` doesn't lie in any
+  /// For the signal handler: lets an access to freed memory continue.
+  /// // @return false if `address` lies in no arena
   [[nodiscard]] bool Revive(const void* address, FreedUse& use) noexcept;
 
  private:

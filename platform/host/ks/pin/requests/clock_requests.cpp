@@ -11,7 +11,7 @@ namespace {
 
 constexpr ULONG kClockFileTag = 0x6643534B;  // "KSCf"
 
-/// An opened clock. The time itself is shared with the pin, which may go before.
+/// An opened clock. The time is shared with the pin, which may be destroyed first.
 struct ClockBlock : ObjectHead {
   PinClock* Clock;
 };

@@ -5,7 +5,7 @@
 
 namespace lidcam::host {
 
-/// A pin of a streaming device that nobody opens: it has neither states nor frames, only a worker that
+/// A pin of a streaming device without a file: it has neither states nor frames, only a worker that
 /// runs its process routine. Made and destroyed at passive level.
 class StreamingPin : public PinBlock {
  public:
@@ -21,7 +21,7 @@ class StreamingPin : public PinBlock {
   StreamingPin(const StreamingPin&) = delete;
   StreamingPin& operator=(const StreamingPin&) = delete;
 
-  /// Waits until the process routine doesn't run any more, and empties the bag.
+  /// Waits for a process call in progress, and empties the bag.
   ~StreamingPin() noexcept(false);
 };
 

@@ -20,7 +20,7 @@ struct FreedUse {
 /// "'Test'": a tag is four letters, the first in the lowest byte.
 [[nodiscard]] std::string TagText(std::uint32_t tag);
 
-/// A block of the pool as reports give it.
+/// A block of the pool, as reports name it.
 [[nodiscard]] std::string BlockText(const void* memory, std::size_t size, std::uint32_t tag);
 
 }  // namespace lidcam::host
