@@ -14,7 +14,7 @@
 namespace lidcam::host {
 namespace {
 
-constexpr mode_t kNewFileMode = 0666;  // the user's mask takes its part
+constexpr mode_t kNewFileMode = 0666;  // restricted by the user's umask
 constexpr int kMostDamagedFiles = 10000;
 
 std::string FolderOf(const std::string& path) {
