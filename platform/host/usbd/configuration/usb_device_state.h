@@ -8,11 +8,11 @@
 
 namespace lidcam::host {
 
-/// What happens to the frames of a machine that is late.
+/// Treatment of frames on a machine that is late.
 enum class FrameRule : std::uint8_t {
-  Strict,   ///< they pass: a start frame that has gone by is refused, and late transfers catch up
-  Patient,  ///< they wait, for a device whose time stands still until it is read: a stream begins
-            ///< later, a transfer that is late moves, and all behind it with it
+  Strict,   ///< frames pass: a start frame in the past is refused, and late transfers catch up
+  Patient,  ///< frames wait, for a device whose time halts until it is read: a stream begins
+            ///< later, and a late transfer delays all behind it
 };
 
 /// Interrupt time in 100 ns.
@@ -37,7 +37,7 @@ struct UsbDeviceState {
     KeInitializeEvent(&ScheduleWork, SynchronizationEvent, FALSE);
   }
 
-  /// Lets both threads look at what there is to do.
+  /// Wakes both threads to look for work.
   void Wake() {
     KeSetEvent(&ControlWork, IO_NO_INCREMENT, FALSE);
     KeSetEvent(&ScheduleWork, IO_NO_INCREMENT, FALSE);
