@@ -14,12 +14,12 @@ enum class RandomFaultMix : std::uint8_t {
   Everything,  ///< reads that are never answered and, for every other seed, pulling the plug
 };
 
-/// Makes a script out of a number: about four faults a second of bus time, 10000 at most.
+/// Makes a script from a seed: about four faults per second of bus time, 10000 at most.
 ///
 /// Equal arguments give an equal script on every platform.
 ///
-/// @param duration  bus time that the faults spread over: at least 1 ms, at most kLatestFaultTime;
-///                  what is beyond counts as the limit
+/// @param duration  bus time over which the faults are distributed: limited to the range of 1 ms to
+///                  kLatestFaultTime
 [[nodiscard]] FaultScript RandomFaults(std::uint64_t seed, std::chrono::microseconds duration,
                                        RandomFaultMix mix = RandomFaultMix::Requests);
 

@@ -13,7 +13,7 @@
 
 namespace lidcam::bus {
 
-/// Where a device sits in a capture. Written "bus.device" in decimal.
+/// A device's bus and address in a capture. Written "bus.device" in decimal.
 struct DeviceAddress {
   std::uint16_t Bus = 0;
   std::uint16_t Device = 0;
@@ -23,7 +23,7 @@ struct DeviceAddress {
 
 [[nodiscard]] std::string ToString(const DeviceAddress& address);
 
-/// Reads "bus.device". Throws CaptureError, naming the text and the form wanted.
+/// Reads "bus.device". Throws CaptureError, naming the text and the expected form.
 [[nodiscard]] DeviceAddress ParseDeviceAddress(const std::string& text);
 
 enum class TransferType : std::uint8_t {
@@ -40,8 +40,8 @@ enum class RecordEvent : std::uint8_t {
   Refused,   ///< the controller did not take the transfer
 };
 
-/// Which part of a control transfer a record tells. usbmon writes one record for each direction of
-/// the host's call, older USBPcap one for each stage.
+/// The part of a control transfer that a record describes. usbmon writes one record for the
+/// submission and one for the completion, older USBPcap one for each stage.
 enum class ControlStage : std::uint8_t { Setup = 0, Data = 1, Status = 2, Complete = 3 };
 
 /// One microframe in a record. `Offset` counts from the begin of the record's data.
@@ -78,7 +78,7 @@ struct UsbRecord {
   [[nodiscard]] bool IsIn() const { return (Endpoint & 0x80) != 0; }
 };
 
-/// What the record holds of one of its isochronous packets.
+/// The captured bytes of one of the record's isochronous packets.
 [[nodiscard]] std::span<const std::uint8_t> PacketData(const UsbRecord& record,
                                                        const RecordedPacket& packet);
 
@@ -89,22 +89,22 @@ struct UsbRecord {
 
 /// Decodes a record of link type 220: 64-byte header, packet descriptors, data at its offsets.
 ///
-/// @param originalLength  bytes before the capture system cut the record: packets that lie behind
-///                        the cut have `Captured` below `Length`. In a record that was not cut,
-///                        anything that passes its end is an error.
+/// @param originalLength  bytes before the capture system cut the record: packets beyond the cut
+///                        have `Captured` below `Length`. In a record that was not cut, data
+///                        beyond its end are an error.
 /// @param record          all fields are overwritten
-/// Throws CaptureError with the reason if the record contradicts itself.
+/// Throws CaptureError with the reason if the record is inconsistent.
 void DecodeUsbmonRecord(std::span<const std::uint8_t> bytes, std::size_t originalLength,
                         UsbRecord& record);
 
 /// Decodes a record of link type 249: packed header, control stage or isochronous part, data.
-/// Start frames, in milliseconds there, and status words become those of UsbRecord.
-/// Cut records and errors as with DecodeUsbmonRecord().
+/// Start frames, which are milliseconds there, and status codes are converted to those of
+/// UsbRecord. Cut records and errors as with DecodeUsbmonRecord().
 void DecodeUsbpcapRecord(std::span<const std::uint8_t> bytes, std::size_t originalLength,
                          std::int64_t timeMicroseconds, UsbRecord& record);
 
 /// Encodes a record for link type 220. The length of an isochronous transfer is the sum of its
-/// packets; `Data` must reach to the end of the last packet where the record carries data.
+/// packets; if the record carries data, `Data` must reach to the end of the last packet.
 ///
 /// @param bytes  replaced by the encoded record
 void EncodeUsbmonRecord(const UsbRecord& record, std::vector<std::uint8_t>& bytes);

@@ -16,16 +16,17 @@
 
 namespace lidcam::bus {
 
-/// A camera that answers what it answered in a capture.
+/// A camera whose answers are those of a capture.
 ///
-/// Control transfers are matched by setup packet and OUT data, register reads by the select value in
-/// force as well. Of several equal ones the next behind the last match is taken, then the first not
-/// yet used, and at last the last one again: a host that asks more often than the recorded one hears
-/// what the recorded one heard last. Descriptor requests also match a recorded request of another
-/// length that brought enough. Reads give the recorded packets without waiting for their time.
+/// Control transfers are matched by setup packet and OUT data, register reads by the current select
+/// value as well. Of several matches the next one after the last answer is used, then the first not
+/// yet used, and finally the last one again: a host that repeats a request more often than the
+/// recorded one gets the last recorded answer. Descriptor requests also match a recorded request of
+/// another length with a sufficient answer. Reads return the recorded packets without waiting for
+/// their time.
 class CaptureBus final : public UsbBus {
  public:
-  /// Reads all control transfers of the camera; packets are read as the stream asks for them.
+  /// Reads all control transfers of the camera; packets are read when the stream requests them.
   ///
   /// Throws CaptureError if the file can't be read.
   explicit CaptureBus(const CaptureSource& source);
@@ -33,19 +34,19 @@ class CaptureBus final : public UsbBus {
   /// UsbStatus::NotRecorded for a request that the capture doesn't contain.
   ControlResult ControlTransfer(const SetupPacket& setup, std::span<std::uint8_t> data) override;
 
-  /// UsbStatus::NoBandwidth for a setting that the recorded host was not given. Setting 0, which
-  /// needs no bandwidth, is always given, as is every setting if the capture contains no selection.
+  /// UsbStatus::NoBandwidth for a setting that was refused to the recorded host. Setting 0, which
+  /// needs no bandwidth, always succeeds, as do all settings if the capture contains no selection.
   UsbStatus SelectSetting(std::uint8_t interface, std::uint8_t alternateSetting) override;
 
-  /// A read that outlasts the capture is filled up with empty packets of UsbStatus::EndOfCapture;
-  /// the next one ends with that status. UsbStatus::NotRecorded for an endpoint not recorded,
-  /// UsbStatus::Failed when the file has become unreadable.
+  /// A read beyond the capture's end is filled up with empty packets of UsbStatus::EndOfCapture;
+  /// the next one ends with that status. UsbStatus::NotRecorded for an endpoint that is not in the
+  /// capture, UsbStatus::Failed if the file has become unreadable.
   IsochronousResult ReadIsochronous(std::uint8_t endpoint, std::span<std::uint8_t> buffer,
                                     std::span<IsochronousPacket> packets) override;
 
   void Abort(std::uint8_t endpoint) override;
 
-  /// Recorded bus time of the next packet; it stands still while nobody reads.
+  /// Recorded bus time of the next packet; it advances only with reads.
   [[nodiscard]] std::uint32_t FrameNumber() override;
 
   void Unplug() override;
@@ -53,11 +54,11 @@ class CaptureBus final : public UsbBus {
   /// The recorded host's requests up to the first packet, in their order.
   [[nodiscard]] std::vector<SetupPacket> RequestsAheadOfStream() const;
 
-  /// Answers from here on as if nothing had been asked so far. Before the first read of packets.
+  /// Forgets all earlier matches of requests. Before the first read of packets.
   void ForgetRequests();
 
  private:
-  /// What two control transfers share that are the same question.
+  /// Control transfers with an equal key are repetitions of one request.
   struct Question {
     std::optional<std::uint16_t> Select;  ///< of register reads only
     SetupPacket Setup;
