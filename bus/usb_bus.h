@@ -15,10 +15,10 @@ enum class UsbStatus {
   NoBandwidth,   ///< the bus has no room for the alternate setting
   Disconnected,  ///< the device is gone
   TimedOut,      ///< no answer within the host's limit
-  Aborted,       ///< taken back by the host
-  EndOfCapture,  ///< a recorded bus has nothing more to give
-  NotRecorded,   ///< a recorded bus never saw this request
-  Silent,        ///< the device was asked and never answers: the request is the caller's to give up
+  Aborted,       ///< cancelled by the host
+  EndOfCapture,  ///< the recorded traffic has ended
+  NotRecorded,   ///< the capture doesn't contain the request
+  Silent,        ///< the device never answers: the caller must cancel the request
   Failed,        ///< any other failure on the wire
 };
 
@@ -26,7 +26,7 @@ enum class UsbStatus {
 
 struct ControlResult {
   UsbStatus Status = UsbStatus::Ok;
-  std::uint32_t Transferred = 0;  ///< bytes of the data stage that moved
+  std::uint32_t Transferred = 0;  ///< bytes transferred in the data stage
 
   friend bool operator==(const ControlResult&, const ControlResult&) = default;
 };

@@ -62,7 +62,7 @@ class FaultAgenda {
   [[nodiscard]] std::vector<PendingFault>& BegunBefore(std::uint64_t end);
 
  private:
-  std::vector<PendingFault> waiting_;  ///< the last begins first
+  std::vector<PendingFault> waiting_;  ///< in descending order of their begin
   std::vector<PendingFault> begun_;
 };
 

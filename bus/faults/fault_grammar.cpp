@@ -38,7 +38,7 @@ std::optional<std::uint64_t> ParseWhole(std::string_view text) {
 struct TimeUnit {
   std::string_view Word;
   std::uint64_t Microseconds;
-  std::size_t Decimals;  ///< that a microsecond needs
+  std::size_t Decimals;  ///< needed for a microsecond
 };
 // "s" is a suffix of the others too and is tried last.
 constexpr TimeUnit kTimeUnits[] = {{"us", 1, 0}, {"ms", 1'000, 3}, {"s", 1'000'000, 6}};

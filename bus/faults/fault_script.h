@@ -15,7 +15,7 @@ enum class FaultPlace : std::uint8_t {
   Control,  ///< a control request, counted from 1 since the bus was made
   Setting,  ///< the selection of an alternate setting
   Time,     ///< the isochronous reads from a bus time on
-  Frame,    ///< a packet of the frames that a simulated camera sends; other buses know no frames
+  Frame,    ///< a packet of a simulated camera's frames; other buses have no frames
 };
 inline constexpr std::size_t kFaultPlaceCount = 4;
 
@@ -25,16 +25,16 @@ enum class FaultKind : std::uint8_t {
   Silent,      ///< the request or the whole read is never answered
   Late,        ///< the answer waits for `Amount` microseconds
   Short,       ///< the answer is cut to `Amount` bytes, a packet to a part of its length
-  Corrupt,     ///< bits of the answer or the packet are flipped, and nothing tells of it
+  Corrupt,     ///< bits of the answer or the packet are flipped, without an error status
   Refuse,      ///< the bus has no room for the setting
-  Lose,        ///< the packet's bytes are gone, and nothing tells of it
+  Lose,        ///< the packet's bytes are lost, without an error status
   Oversize,    ///< the packet fills its share of the read's buffer
-  Marker,      ///< the bytes that begin a frame stand within the packet
+  Marker,      ///< the bytes of a frame's begin appear within the packet
   FalseStart,  ///< the packet begins like a frame
   Error,       ///< the packet comes with a bus error
   Silence,     ///< the device sends nothing for `Amount` microseconds
   Unplug,
-  Pause,  ///< the frame stands still for `Amount` microseconds, and none of it is lost
+  Pause,  ///< the frame pauses for `Amount` microseconds, and none of it is lost
 };
 inline constexpr std::size_t kFaultKindCount = 15;
 
@@ -44,7 +44,7 @@ struct BusFault {
   FaultKind Kind = FaultKind::Stall;
   /// Number of the request, number of the setting, microseconds, or FramePacket().
   std::uint64_t At = 0;
-  std::uint64_t Amount = 0;  ///< microseconds or bytes, where the kind wants them
+  std::uint64_t Amount = 0;  ///< microseconds or bytes, if the kind has an amount
   std::uint32_t Count = 1;  ///< requests, packets or reads in a row; 0 is every time (Setting only)
 
   friend bool operator==(const BusFault&, const BusFault&) = default;
@@ -52,7 +52,7 @@ struct BusFault {
 
 /// All faults of a bus. The text form is described in docs/faults.md.
 struct FaultScript {
-  std::uint64_t Bits = 0;  ///< chooses flipped bits, cut lengths and places of markers
+  std::uint64_t Bits = 0;  ///< determines flipped bits, cut lengths and positions of markers
   std::vector<BusFault> Faults{};
 
   friend bool operator==(const FaultScript&, const FaultScript&) = default;

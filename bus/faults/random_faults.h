@@ -9,9 +9,9 @@ namespace lidcam::bus {
 
 /// Which faults a seed may choose. Each row includes the rows above it.
 enum class RandomFaultMix : std::uint8_t {
-  Packets,     ///< what packets and reads suffer and a stream gets over by itself
-  Requests,    ///< control requests and settings as well
-  Everything,  ///< reads that are never answered and, for every other seed, pulling the plug
+  Packets,     ///< faults of packets and reads from which a stream recovers by itself
+  Requests,    ///< also faults of control requests and settings
+  Everything,  ///< also reads that are never answered and, for every other seed, an unplugging
 };
 
 /// Makes a script from a seed: about four faults per second of bus time, 10000 at most.

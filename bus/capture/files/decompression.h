@@ -20,8 +20,8 @@ using ByteSource = std::function<std::ptrdiff_t(std::span<std::uint8_t> buffer)>
 
 /// How the compressed data ended.
 struct DecompressionEnd {
-  bool IsCut = false;  ///< there should be more
-  std::string Damage;  ///< why they can't be read any further; empty if they can
+  bool IsCut = false;  ///< the data are incomplete
+  std::string Damage;  ///< why the rest can't be read; empty if it can
 };
 
 /// Bytes at the begin of a file that show whether it is compressed.

@@ -25,7 +25,7 @@ inline constexpr std::size_t kLargestRecord = 262144;
 /// One record of a capture file. The reader owns `Bytes`, which are valid until its next record.
 struct PcapPacket {
   std::int64_t TimeMicroseconds = 0;    ///< since 1970
-  std::span<const std::uint8_t> Bytes;  ///< what was captured
+  std::span<const std::uint8_t> Bytes;  ///< the captured part
   std::size_t OriginalLength = 0;       ///< bytes on the wire; more than captured if cut
 };
 
@@ -110,9 +110,9 @@ class PcapWriter {
   void Discard();
   [[noreturn]] void Fail(int error);
 
-  std::string path_;  ///< as messages tell it
+  std::string path_;  ///< the name in messages
   std::string finalPath_;
-  base::FileReplacement replacement_;  ///< not open when written directly
+  base::FileReplacement replacement_;  ///< not open if the path is written to directly
   std::unique_ptr<pcap, Closer> file_;
   pcap_dumper* dumper_ = nullptr;
 };

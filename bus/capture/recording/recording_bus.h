@@ -14,11 +14,11 @@
 namespace lidcam::bus {
 
 struct RecordingOptions {
-  DeviceAddress Address{1, 2};  ///< where the recording shows the camera
+  DeviceAddress Address{1, 2};  ///< the camera's address in the recording
   /// Time stamps in microseconds since 1970. Empty: bus time from `StartMicroseconds` on, so that
   /// equal traffic gives equal files.
   std::function<std::int64_t()> Clock;
-  std::int64_t StartMicroseconds = 0;  ///< time of bus frame 0 where there is no clock
+  std::int64_t StartMicroseconds = 0;  ///< time of bus frame 0 without a clock
 };
 
 /// Passes all calls on to another bus and writes a usbmon capture of them.

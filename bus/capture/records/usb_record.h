@@ -31,12 +31,12 @@ enum class TransferType : std::uint8_t {
   Interrupt = 1,
   Control = 2,
   Bulk = 3,
-  Other = 4,  ///< a capture system's notes of its own, without USB traffic
+  Other = 4,  ///< notes of the capture system itself, without USB traffic
 };
 
 enum class RecordEvent : std::uint8_t {
-  Submit,    ///< the host hands the transfer to its controller
-  Complete,  ///< the transfer is over
+  Submit,    ///< the host submits the transfer to its controller
+  Complete,  ///< the transfer is completed
   Refused,   ///< the controller did not take the transfer
 };
 
@@ -48,32 +48,32 @@ enum class ControlStage : std::uint8_t { Setup = 0, Data = 1, Status = 2, Comple
 struct RecordedPacket {
   std::int32_t Status = 0;  ///< negative errno or 0
   std::uint32_t Offset = 0;
-  std::uint32_t Length = 0;    ///< bytes asked for (submit) or moved (complete)
-  std::uint32_t Captured = 0;  ///< bytes of it that the record holds; set by the decoders
+  std::uint32_t Length = 0;    ///< bytes requested (submit) or transferred (complete)
+  std::uint32_t Captured = 0;  ///< bytes of it in the record; set by the decoders
 
   friend bool operator==(const RecordedPacket&, const RecordedPacket&) = default;
 };
 
 /// One event on the bus, independent of the system that captured it.
 struct UsbRecord {
-  std::uint64_t Id = 0;  ///< the same in a transfer's records; used again after its end
+  std::uint64_t Id = 0;  ///< equal in all records of a transfer; reused after its end
   std::int64_t TimeMicroseconds = 0;
   RecordEvent Event = RecordEvent::Submit;
   TransferType Type = TransferType::Control;
   DeviceAddress Address;
   std::uint8_t Endpoint = 0;         ///< endpoint address, bit 7 set for IN
   std::int32_t Status = 0;           ///< negative errno or 0; -EINPROGRESS at submission
-  std::uint32_t TransferLength = 0;  ///< bytes asked for (submit) or moved (complete)
+  std::uint32_t TransferLength = 0;  ///< bytes requested (submit) or transferred (complete)
   ControlStage Stage = ControlStage::Setup;
   std::optional<SetupPacket> Setup;
   std::uint32_t Interval = 0;         ///< microframes between two packets; 0 for control
-  std::uint32_t StartMicroframe = 0;  ///< bus time of the first packet; 0 if not told
+  std::uint32_t StartMicroframe = 0;  ///< bus time of the first packet; 0 if unknown
   std::uint32_t ErrorCount = 0;       ///< packets that failed
   std::uint32_t TransferFlags = 0;
   std::vector<RecordedPacket> Packets;
-  std::span<const std::uint8_t> Data;  ///< within the bytes decoded, and alive as long as they
+  std::span<const std::uint8_t> Data;  ///< part of the decoded bytes, and valid as long as they are
   std::size_t OriginalLength = 0;      ///< of the whole record, before the capture system cut it
-  std::size_t MissingBytes = 0;        ///< of these, what it cut off
+  std::size_t MissingBytes = 0;        ///< bytes that the capture system cut off
 
   [[nodiscard]] bool IsIn() const { return (Endpoint & 0x80) != 0; }
 };

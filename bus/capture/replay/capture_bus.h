@@ -69,7 +69,7 @@ class CaptureBus final : public UsbBus {
 
   struct Answers {
     std::vector<std::size_t> All;  ///< positions in `exchanges_`, in the order of recording
-    std::set<std::size_t> Unused;  ///< of these
+    std::set<std::size_t> Unused;  ///< those not yet used as an answer
   };
 
   void AddExchange(const ControlExchange& exchange, std::optional<std::uint16_t>& select);
@@ -82,17 +82,17 @@ class CaptureBus final : public UsbBus {
 
   std::mutex controlMutex_;  ///< guards the control side
   std::vector<ControlExchange> exchanges_;
-  std::size_t aheadOfStream_ = 0;  ///< of the exchanges, those before the first packet
+  std::size_t aheadOfStream_ = 0;  ///< number of exchanges before the first packet
   std::map<Question, Answers> answers_;
-  std::set<Answers*> touched_;  ///< of these, those that were given
+  std::set<Answers*> touched_;  ///< those used as an answer
   std::optional<std::uint16_t> select_;
-  std::size_t position_ = 0;  ///< behind the last match
+  std::size_t position_ = 0;  ///< after the last match
   bool settingsRecorded_ = false;
   std::set<std::pair<std::uint16_t, std::uint16_t>> settings_;  ///< interface, alternate setting
 
   std::mutex streamMutex_;  ///< guards the stream side
   std::optional<std::uint8_t> endpoint_;
-  bool isCutOff_ = false;  ///< the capture, from the start
+  bool isCutOff_ = false;  ///< the capture is incomplete at its end
   std::optional<IsochronousPacketReader> packets_;
   std::optional<IsochronousPayload> next_;  ///< read ahead, for its bus time
   UsbStatus streamStatus_ = UsbStatus::Ok;

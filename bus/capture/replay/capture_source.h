@@ -21,7 +21,7 @@ struct UsbIdentity {
 struct RecordedStream {
   std::uint64_t Packets = 0;
   std::uint64_t Bytes = 0;
-  std::uint32_t FirstMicroframe = 0;  ///< bus time of the first packet; 0 if not told
+  std::uint32_t FirstMicroframe = 0;  ///< bus time of the first packet; 0 if unknown
 
   friend bool operator==(const RecordedStream&, const RecordedStream&) = default;
 };
@@ -35,9 +35,9 @@ struct RecordedDevice {
   std::uint64_t RegisterRequests = 0;              ///< vendor requests in the camera's form
   std::uint64_t SettingRequests = 0;               ///< SET_INTERFACE
   std::map<std::uint8_t, RecordedStream> Streams;  ///< by endpoint address
-  std::uint64_t CutRecords = 0;                    ///< of which data are missing
-  std::uint64_t MissingBytes = 0;                  ///< of these
-  std::size_t SnapLength = 0;                      ///< what is left of the longest that was cut
+  std::uint64_t CutRecords = 0;                    ///< with missing data
+  std::uint64_t MissingBytes = 0;                  ///< in these records
+  std::size_t SnapLength = 0;                      ///< captured bytes of the longest cut record
   std::size_t LongestRecord = 0;                   ///< bytes, before it was cut
 
   /// Endpoint with the most isochronous IN data, the lowest of equals; absent without any.
@@ -51,8 +51,8 @@ struct RecordedDevice {
 struct CaptureSurvey {
   std::vector<RecordedDevice> Devices;  ///< by address
   std::uint64_t WholeRecords = 0;       ///< of all devices
-  bool IsCutOff = false;             ///< it ends within a record, or its compressed data too early
-  std::uint64_t UselessRecords = 0;  ///< of which too little is left to tell what they were
+  bool IsCutOff = false;             ///< it ends within a record, or within its compressed data
+  std::uint64_t UselessRecords = 0;  ///< too short to decode
 };
 
 /// Reads a whole capture, holding one record at a time. Traffic to address 0, which every device

@@ -13,7 +13,7 @@ struct ControlExchange {
   SetupPacket Setup;
   std::vector<std::uint8_t> Data;  ///< of the data stage, in the direction of `Setup`
   std::int32_t Status = 0;         ///< negative errno or 0
-  bool Completed = false;          ///< the capture holds the end of it
+  bool Completed = false;          ///< the capture contains its completion
 };
 
 /// Collects the control transfers of one device, in the order in which they were submitted.

@@ -14,7 +14,7 @@ namespace lidcam::bus {
 struct IsochronousPayload {
   std::span<const std::uint8_t> Data;  ///< empty for a microframe without data
   UsbStatus Status = UsbStatus::Ok;
-  std::uint32_t Microframe = 0;  ///< bus time; never runs backwards within a capture
+  std::uint32_t Microframe = 0;  ///< bus time; never decreases within a capture
 };
 
 /// Gives the isochronous IN packets of a recorded device in bus order.
@@ -55,7 +55,7 @@ class IsochronousPacketReader {
 struct FrameSizeEstimate {
   std::uint64_t Bytes = 0;        ///< most frequent distance between two start markers
   std::uint64_t Occurrences = 0;  ///< frames of that size
-  std::uint64_t Frames = 0;       ///< frames that lie between two start markers
+  std::uint64_t Frames = 0;       ///< frames between two start markers
 
   friend bool operator==(const FrameSizeEstimate&, const FrameSizeEstimate&) = default;
 };

@@ -117,7 +117,7 @@ class Stream {
   std::vector<std::unique_ptr<StreamBuffer>> buffers_;
   std::deque<StreamBuffer*> queued_;  ///< in the order in which the driver fills them
   bool isQueuing_ = false;            ///< released buffers go back to the driver
-  NTSTATUS end_ = STATUS_SUCCESS;     ///< of the first buffer that came back without a frame
+  NTSTATUS end_ = STATUS_SUCCESS;     ///< status of the first buffer that came back without a frame
 };
 
 }  // namespace lidcam::client

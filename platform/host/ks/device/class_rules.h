@@ -23,7 +23,7 @@ enum class ClassCall : ULONG {
   FilterRequest,
   PinCreate,
   PinClose,
-  PinRequest,  ///< changes of state and format among them
+  PinRequest,  ///< including changes of state and format
   Count,
 };
 
@@ -31,7 +31,7 @@ enum class ClassCall : ULONG {
 enum class ClassRule : ULONG {
   DeviceMutexOnce,      ///< "cannot be obtained recursively"
   ControlMutexOnce,     ///< "cannot be obtained recursively"
-  DeviceBeforeControl,  ///< the holder of a control mutex should not take the device's
+  DeviceBeforeControl,  ///< the owner of a control mutex should not take the device's
   Count,
 };
 
@@ -41,7 +41,7 @@ struct ClassMutex {
   LIST_ENTRY Held;  ///< of control mutexes: in HeldControls, while it is held
   PKTHREAD Holder;
   ULONG Depth;
-  ClassCall Call;  ///< of the outermost holder
+  ClassCall Call;  ///< of the outermost hold
 };
 
 /// A device's record: what its class has observed.

@@ -31,21 +31,21 @@ inline ObjectHead& HeadOf(PVOID publishedObject) {
 struct PinLink {
   LIST_ENTRY Entry;
   PinBlock* Pin;
-  void (*ReturnFrames)(PinBlock& pin);  ///< hands all of them back with STATUS_CANCELLED
+  void (*ReturnFrames)(PinBlock& pin);  ///< completes all of them with STATUS_CANCELLED
 };
 
 /// The device. The extension of its functional device object begins with its address.
 struct DeviceBlock : KSDEVICE {
   ClassMutex Device;   ///< of KsAcquireDevice(), and of all object bags
-  ClassRecord Record;  ///< what the driver did with the class's mutexes
+  ClassRecord Record;  ///< the driver's use of the class's mutexes
   ObjectBag* Items;
   LIST_ENTRY Factories;      ///< of FilterFactoryBlock, the oldest first; under Device
   LIST_ENTRY Pins;           ///< of PinLink, all open ones; under Device
-  volatile LONG Users;       ///< the stack it stands in, open files, and requests being worked on
-  volatile LONG Requests;    ///< that are being worked on, and one until the device is removed
-  KEVENT RequestsEnded;      ///< Requests has come to 0
-  volatile LONG IsStarting;  ///< its start is under way: nothing can be opened yet
-  volatile LONG IsGone;      ///< nothing can be opened or streamed any more: (surprise) removal
+  volatile LONG Users;       ///< references: the device stack, open files, and requests in progress
+  volatile LONG Requests;    ///< in progress, plus one until the device is removed
+  KEVENT RequestsEnded;      ///< set when Requests reaches 0
+  volatile LONG IsStarting;  ///< its start is in progress: nothing can be opened yet
+  volatile LONG IsGone;      ///< no opening or streaming any more: (surprise) removal
   volatile LONG IsRemoved;   ///< files can only be closed
 };
 
@@ -57,7 +57,7 @@ struct FilterFactoryBlock {
   UNICODE_STRING ReferenceString;  ///< in the pool
   ULONG CreateItemFlags;
   BOOLEAN IsEnabled;  ///< applications can find it: the device is started
-  BOOLEAN IsDropped;  ///< goes with the last filter that it gave, and gives none; under Device
+  BOOLEAN IsDropped;  ///< makes no filters, and is freed with the last of its filters; under Device
   LONG OpenFilters;   ///< under Device
 };
 

@@ -12,7 +12,7 @@ struct DriverRecord {
   const KSDEVICE_DESCRIPTOR* Descriptor;
 };
 
-UCHAR g_driverRecordId = 0;  ///< only its address counts
+UCHAR g_driverRecordId = 0;  ///< only its address is used
 
 NTSTATUS NTAPI PassOn(PDEVICE_OBJECT functionalDevice, PIRP irp) {
   return Forward(BlockOf(functionalDevice), irp);

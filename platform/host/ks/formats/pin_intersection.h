@@ -8,7 +8,7 @@ namespace lidcam::host {
 struct IntersectionQuery {
   PKSFILTER Filter;
   PIRP Irp;
-  PKSP_PIN Request;  ///< the class's copy: a list of ranges follows, of whatever bytes
+  PKSP_PIN Request;  ///< the class's copy: a list of ranges follows, which may be invalid
   PVOID Data;
 };
 

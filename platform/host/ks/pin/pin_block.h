@@ -19,7 +19,7 @@ struct PinBlock : ObjectHead, KSPIN {
   FilterBlock* Filter = nullptr;
   PinFactoryBlock* Factory = nullptr;
   PFILE_OBJECT File = nullptr;
-  const KSDATARANGE* Range = nullptr;  ///< of the descriptor, that the connection's format fits
+  const KSDATARANGE* Range = nullptr;  ///< the descriptor's range of the connection's format
 
   PFNKSPIN Process = nullptr;
   bool ProcessesWithoutFrames = false;
@@ -28,9 +28,9 @@ struct PinBlock : ObjectHead, KSPIN {
   ObjectBag Items;
   FrameQueue Frames;
   PinWorker Worker;
-  PinClock* Clock = nullptr;  ///< the pin's own, for others to go by
+  PinClock* Clock = nullptr;  ///< the pin's own, which other pins may use
   IKsReferenceClock* MasterClock = nullptr;
-  HANDLE MasterClockHandle = nullptr;  ///< as the application gave it
+  HANDLE MasterClockHandle = nullptr;  ///< the application's handle
 };
 
 inline PinBlock& PinOf(ObjectHead& head) {

@@ -34,7 +34,7 @@ class PinClock final : public IKsReferenceClock {
   KSPIN_LOCK lock_{};
   volatile LONG references_ = 1;
   KSSTATE state_ = KSSTATE_STOP;
-  LONGLONG elapsed_ = 0;  ///< 100 ns that the pin has run before this run
+  LONGLONG elapsed_ = 0;  ///< 100 ns of running time before the current run
   LONGLONG runningSince_ = 0;
 };
 

@@ -43,7 +43,7 @@ class FrameQueue {
 
   KSPIN_LOCK lock_{};
   LIST_ENTRY frames_{};    ///< of StreamFrame
-  LIST_ENTRY requests_{};  ///< of StreamRequest that still have frames here
+  LIST_ENTRY requests_{};  ///< of StreamRequest with frames left in the queue
   StreamFrame* locked_ = nullptr;
   KSSTREAM_POINTER edge_{};
 };

@@ -23,9 +23,9 @@ struct StreamRequest {
   ULONG HeaderBytes;
   LIST_ENTRY Link;
   FrameQueue* Queue;
-  NTSTATUS Status;       ///< STATUS_CANCELLED once a frame has gone back unfilled
-  bool IsAborted;        ///< frames that get unlocked don't stay
-  bool IsCancelHandled;  ///< the cancel routine has had its turn, or won't come
+  NTSTATUS Status;       ///< STATUS_CANCELLED after a frame was returned unfilled
+  bool IsAborted;        ///< a locked frame is returned when it is unlocked
+  bool IsCancelHandled;  ///< the cancel routine has run, or will not run
   ULONG FramesLeft;
   ULONG FramesCount;
   StreamFrame Frames[1];
@@ -33,7 +33,7 @@ struct StreamRequest {
 
 /// A pin's requirements on frames.
 struct FrameLimits {
-  ULONG HeaderSize;     ///< bytes of a header with what follows it
+  ULONG HeaderSize;     ///< minimum bytes of a header including its extension
   ULONG MinimumExtent;  ///< bytes of a buffer
 };
 

@@ -54,7 +54,7 @@ struct HostFile : FILE_OBJECT {
   const Scheduler* World = &CurrentThread().World;
   std::u16string Name;
   std::atomic<LONG> References{1};
-  bool IsOpening = true;  ///< the driver hasn't answered yet; under the files' lock
+  bool IsOpening = true;  ///< the driver hasn't completed the create yet; under the files' lock
 };
 
 namespace {

@@ -58,7 +58,7 @@ class DeviceRequest {
   static NTSTATUS NTAPI CameBack(PDEVICE_OBJECT device, PIRP irp, PVOID context);
 
   KEVENT back_{};
-  PIRP irp_ = nullptr;  ///< null if the kernel had none
+  PIRP irp_ = nullptr;  ///< null if its allocation failed
   HostFile* const keptFile_;
 };
 

@@ -23,8 +23,8 @@ struct Block {
   POOL_TYPE Type;
   std::size_t Size;
   std::uint32_t Tag;
-  const Scheduler* World;            ///< that allocated it; null if that is gone
-  std::shared_ptr<PoolArena> Arena;  ///< that it lies in; null: memory of malloc()
+  const Scheduler* World;            ///< that allocated it; null if the world has ended
+  std::shared_ptr<PoolArena> Arena;  ///< that contains it; null: memory of malloc()
 };
 
 // Never destroyed: drivers may free memory during static destruction.

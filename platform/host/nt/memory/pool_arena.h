@@ -50,7 +50,7 @@ class PoolArena {
   struct Run {
     std::size_t Page;
     std::size_t Pages;
-    std::size_t Users;  ///< allocations that have not been freed, and one while the run takes more
+    std::size_t Users;  ///< allocations not yet freed, plus one while the run can take more
   };
   struct Allocation {
     std::byte* Start;
@@ -74,11 +74,11 @@ class PoolArena {
   std::size_t reservedBytes_;
   std::vector<Run> runs_;                ///< by address
   std::vector<Allocation> allocations_;  ///< by address
-  std::size_t sharedRun_ = kNone;        ///< that takes more
-  std::size_t sharedBytes_ = 0;          ///< of it that have been given out
+  std::size_t sharedRun_ = kNone;        ///< the run that can take more
+  std::size_t sharedBytes_ = 0;          ///< bytes of it that are allocated
   std::size_t usedPages_ = 0;
-  std::size_t openPages_ = 0;       ///< that have been made accessible
-  std::size_t dropped_ = 0;         ///< of so many first runs the freed ones have no bytes
+  std::size_t openPages_ = 0;       ///< made accessible so far
+  std::size_t dropped_ = 0;         ///< number of first runs whose freed ones have lost their bytes
   std::size_t freedWithBytes_ = 0;  ///< pages
   bool isRetired_ = false;
 

@@ -32,7 +32,7 @@ int CloseRegistry();
 /// One registry call, as the driver made it. Fields that the call doesn't have are 0 or empty.
 struct RegistryCall {
   const char* Name = "";   ///< "ZwCreateKey", ...
-  std::u16string Path{};   ///< full path of the key; the wanted one for the calls that open a key
+  std::u16string Path{};   ///< full path of the key; for calls that open a key, the requested one
   std::u16string Value{};  ///< name of the value
   ACCESS_MASK Access = 0;
   ULONG Attributes = 0;  ///< OBJ_ flags

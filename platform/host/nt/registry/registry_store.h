@@ -21,7 +21,7 @@ struct RegistryOptions {
   std::string File;             ///< in the exchange format; empty keeps the registry in memory only
   RegistryMessageSink Message;  ///< null: standard error
   base::FileReplacementSteps Steps;
-  RegistryTree Content{};  ///< what a registry in memory holds at first
+  RegistryTree Content{};  ///< initial content of a registry in memory
 };
 
 /// The registry's content, in memory or over one file.

@@ -11,7 +11,7 @@ namespace lidcam::host {
 /// Where and why a text is not in the exchange format.
 struct RegistryTextError {
   std::size_t Line = 0;  ///< from 1; 0 if it concerns the text's encoding
-  std::string What;      ///< for people, without the line
+  std::string What;      ///< for users, without the line number
 };
 
 /// Reads a text of the platform's exchange format, "Windows Registry Editor Version 5.00".

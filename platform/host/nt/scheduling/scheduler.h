@@ -22,12 +22,12 @@ struct Thread;
 /// A thread's operation at a switch point.
 struct PointSubject {
   const char* Name = "";         ///< the kernel call; "load" or "store" of a shared field
-  const void* Object = nullptr;  ///< the call's object, or the field; may be null, and be gone
+  const void* Object = nullptr;  ///< the call's object, or the field; may be null or freed
 };
 
 enum class SwitchKind {
-  Call,  ///< a kernel call: the thread gets on
-  Spin,  ///< a turn of a spin loop: the thread waits for another
+  Call,  ///< a kernel call: the thread makes progress
+  Spin,  ///< a turn of a spin loop: the thread waits for another thread
 };
 
 /// A world of threads, time, deferred calls and work items, and the only mechanism by which its

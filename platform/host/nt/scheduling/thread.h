@@ -26,8 +26,8 @@ namespace lidcam::host {
 
 /// Events of a thread's object, for the verifier.
 struct ThreadObjectEvents {
-  void (*Ended)(KTHREAD& object);  ///< it is signalled. Under the world's lock
-  void (*Gone)(KTHREAD& object);   ///< nothing refers to it any more
+  void (*Ended)(KTHREAD& object);  ///< the object is signalled. Under the world's lock
+  void (*Gone)(KTHREAD& object);   ///< the last reference is released
 };
 
 /// A kernel thread: made by the kernel, or a machine thread that calls it.
@@ -40,14 +40,14 @@ struct Thread {
   enum class RunState { Ready, Blocked, Ended };
 
   KTHREAD Object;
-  const ThreadObjectEvents* ObjectEvents = nullptr;  ///< null: drivers don't know the object
+  const ThreadObjectEvents* ObjectEvents = nullptr;  ///< null: unknown to drivers
   Scheduler& World;
-  const std::uint32_t Number;  ///< in its world, in the order of creation
+  const std::uint32_t Number;  ///< within its world, in the order of creation
   const std::string Name;
   bool IsService = false;  ///< one of the kernel's own, which never ends
   KIRQL Level = PASSIVE_LEVEL;
   std::atomic<KPRIORITY> Priority{8};
-  std::atomic<LONG> References{1};  ///< the first is the running thread's own
+  std::atomic<LONG> References{1};  ///< the first is held by the running thread itself
 
   // The locks it holds, oldest first.
   std::vector<const void*> Held;
@@ -68,9 +68,9 @@ struct Thread {
   RunState State = RunState::Ready;
   bool IsWoken = false;
   unsigned Spins = 0;
-  LONGLONG StalledUntil = 0;  ///< interrupt time; it doesn't run before
-  bool SpinsForGood = false;  ///< its next turn of a spin loop is the first of endlessly many
-  bool HasStopped = false;    ///< it does so: it isn't run any more
+  LONGLONG StalledUntil = 0;  ///< interrupt time; the thread doesn't run before
+  bool SpinsForGood = false;  ///< its next turn of a spin loop begins an endless loop
+  bool HasStopped = false;    ///< the endless loop has begun: the thread isn't run any more
 };
 
 /// The calling thread.

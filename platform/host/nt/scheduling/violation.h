@@ -8,8 +8,8 @@ namespace lidcam::host {
 
 /// A use of the kernel that the platform doesn't allow.
 struct Violation {
-  std::string Call;    ///< the kernel call that it was found in
-  std::string What;    ///< what is wrong, naming the object
+  std::string Call;    ///< the kernel call that detected it
+  std::string What;    ///< the violated rule, naming the object
   std::string Report;  ///< both, then the world, its threads and its last calls
 };
 

@@ -48,7 +48,7 @@ struct SimulationOptions {
 struct SimulationOutcome {
   std::uint64_t TraceHash = 0;       ///< FNV-1a over (thread, call) of every switch point
   std::uint64_t ScheduleLength = 0;  ///< switch points passed
-  LONGLONG Time = 0;                 ///< virtual time that went by, 100 ns
+  LONGLONG Time = 0;                 ///< virtual time elapsed, 100 ns
 
   bool operator==(const SimulationOutcome&) const = default;
 };

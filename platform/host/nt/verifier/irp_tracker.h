@@ -19,13 +19,13 @@ struct IrpPassage {
   bool HasReturned = false;
   NTSTATUS Returned = STATUS_SUCCESS;
   bool IsCompleted = false;
-  bool WasMarkedPending = false;  ///< as of its completion
+  bool WasMarkedPending = false;  ///< at its completion
 };
 
 /// The work at one stack location of a request that is being completed.
 struct CompletionStep {
-  bool IsEnd = false;                        ///< there was no location left
-  PIO_COMPLETION_ROUTINE Routine = nullptr;  ///< null if it isn't to be called
+  bool IsEnd = false;                        ///< no location is left
+  PIO_COMPLETION_ROUTINE Routine = nullptr;  ///< null if none must be called
   PVOID Context = nullptr;
   PDEVICE_OBJECT Device = nullptr;  ///< the routine's; null above the topmost location
 };

@@ -10,13 +10,13 @@ namespace lidcam::host {
 
 /// An open endpoint of the configured device.
 struct UsbPipe {
-  USBD_PIPE_HANDLE Handle = nullptr;  ///< never used again for another pipe of the same device
+  USBD_PIPE_HANDLE Handle = nullptr;  ///< never reused for another pipe of the same device
   std::uint8_t Interface = 0;
   std::uint8_t Endpoint = 0;  ///< address with the direction bit
   USBD_PIPE_TYPE Type = UsbdPipeTypeControl;
   ULONG BytesPerMicroframe = 0;
-  LONGLONG NextFrame = 0;   ///< of the frame clock: the first that no queued transfer has
-  bool HasStalled = false;  ///< an isochronous endpoint that showed a stall needs it cleared
+  LONGLONG NextFrame = 0;   ///< of the frame clock: the first after all queued transfers
+  bool HasStalled = false;  ///< an isochronous endpoint that showed a stall must be cleared
 };
 
 /// The setting of one interface, as requested by a driver and described by a descriptor.

@@ -51,8 +51,8 @@ struct UsbDeviceState {
   KEVENT ScheduleWork{};  ///< for the thread of the isochronous schedule
 
   // Under the lock.
-  bool IsGone = false;      ///< unplugged: everything ends with USBD_STATUS_DEVICE_GONE
-  bool IsStopping = false;  ///< the stack goes: its threads are to end
+  bool IsGone = false;      ///< unplugged: all requests end with USBD_STATUS_DEVICE_GONE
+  bool IsStopping = false;  ///< the stack is being destroyed: its threads must end
   UsbConfiguration Configuration;
 };
 

@@ -18,8 +18,8 @@ struct IsochronousTransfer : UsbRequest {
   USBD_PIPE_HANDLE Pipe = nullptr;
   std::uint8_t Endpoint = 0;
   ULONG BytesPerMicroframe = 0;
-  LONGLONG EndTime = 0;    ///< interrupt time at which the last microframe is over
-  bool IsAborted = false;  ///< an abort has taken its pipe's transfers back
+  LONGLONG EndTime = 0;    ///< interrupt time of the end of the last microframe
+  bool IsAborted = false;  ///< an abort has cancelled its pipe's transfers
 };
 
 /// Checks a URB's own fields, without the bus: length, buffer and packets.

@@ -13,7 +13,7 @@ struct UsbRequest {
   USBD_STATUS Status = USBD_STATUS_PENDING;
   bool IsCancellable = false;
   bool IsCancelled = false;  ///< its cancel routine has run
-  bool IsSilent = false;     ///< the device was asked and never answers
+  bool IsSilent = false;     ///< the device received the request and never answers
 };
 
 /// Accepts a request: it is pending from here on, and `cancel` may cancel it; with null it can't be

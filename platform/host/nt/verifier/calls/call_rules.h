@@ -12,7 +12,7 @@ struct CallRule {
   const char* Name;
   KIRQL Highest = DISPATCH_LEVEL;
   KIRQL Lowest = PASSIVE_LEVEL;
-  CallEffect Effect = CallEffect::None;  ///< whatever its arguments
+  CallEffect Effect = CallEffect::None;  ///< for any arguments
 };
 
 namespace calls {
