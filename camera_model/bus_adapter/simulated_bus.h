@@ -20,7 +20,7 @@ namespace lidcam::bus {
 
 /// How a simulated bus advances its time.
 enum class Pacing : std::uint8_t {
-  FreeRunning,  ///< time passes only by isochronous reads, which return at once
+  FreeRunning,  ///< time advances only with isochronous reads, which return at once
   RealTime,     ///< a microframe takes 125 us of the machine's steady clock
 };
 

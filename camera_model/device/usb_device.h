@@ -21,7 +21,7 @@ namespace lidcam::camera_model {
 struct UsbDeviceOptions {
   std::uint16_t VendorId = 0x1AF0;
   std::uint16_t ProductId = 0x0511;
-  std::optional<SensorModel> Sensor{};  ///< nothing: the usual sensor of the identity
+  std::optional<SensorModel> Sensor{};  ///< nothing: the identity's default sensor
   ConfigurationKind Configuration = ConfigurationKind::Long;
   std::uint64_t Seed = 1;
   std::shared_ptr<Scene> View{};  ///< null: the test card

@@ -10,7 +10,7 @@ namespace lidcam::camera_model {
 
 /// The part of the sensor's picture in a raw frame.
 enum class RawSize : std::uint8_t {
-  Full,     ///< 640 by 480, or what the sensor has for it
+  Full,     ///< 640 by 480, or the sensor's nearest size
   Half,     ///< every second pixel and line
   Third,    ///< about 240 by 160
   Quarter,  ///< every fourth pixel and line
@@ -26,7 +26,7 @@ inline constexpr std::uint32_t kRawClosingBytes = 2;
 
 struct RawFrameGeometry {
   std::uint32_t Width = 0;   ///< pixels of a line, even
-  std::uint32_t Height = 0;  ///< lines, the last one perhaps cut
+  std::uint32_t Height = 0;  ///< lines, the last one may be incomplete
   /// Header, pixels and closing bytes. Some sensors send fewer pixels than Width times Height.
   std::uint32_t TotalBytes = 0;
 

@@ -78,7 +78,7 @@ class RawFrameStream {
   double nextFrameAt_ = 0;       ///< in microframes
   double period_ = 0;            ///< of the last frame, in microframes
   std::uint64_t framesBegun_ = 0;
-  std::uint64_t viewNumber_ = 0;  ///< frames the sensor has taken, sent or not
+  std::uint64_t viewNumber_ = 0;  ///< frames rendered, sent or not
   std::uint64_t packetOfFrame_ = 0;
   std::uint64_t pausedUntil_ = 0;
   std::uint64_t silentUntil_ = 0;

@@ -32,14 +32,14 @@ struct SceneLight {
 struct SensorExposure {
   /// Light collected and amplified in steady light, 1.0 for a well exposed picture of the scene.
   double Relative = 1.0;
-  double Sensitivity = 1.0;        ///< what Relative is for light of strength 1.0
+  double Sensitivity = 1.0;        ///< Relative for light of strength 1.0
   double Seconds = 0.03;           ///< time for which each line collects light
   double LineSeconds = 0.0000573;  ///< from one line's start to the next one's
-  double Gain = 1.0;               ///< amplification, against that of the power-up registers
+  double Gain = 1.0;               ///< amplification relative to the power-up registers
   unsigned ExtraLines = 0;         ///< lines that the frame length register adds to each frame
   /// Exposure time in half cycles of 50 Hz light, 1 to 20: the level in a raw frame's header.
   std::uint8_t Level = 3;
-  bool IsAutomatic = true;  ///< the chip chose the exposure by itself
+  bool IsAutomatic = true;  ///< the bridge's automatic exposure is on
 };
 
 /// Computes an exposure from the registers of bridge and sensor.

@@ -61,7 +61,7 @@ class PictureProcessor {
  private:
   using Curve = std::array<std::uint8_t, 256>;
   struct Curves {
-    int Exposure = 0;  ///< as StepOf tells it
+    int Exposure = 0;  ///< as returned by StepOf
     std::array<Curve, 3> Channels{};
   };
 

@@ -12,9 +12,9 @@ namespace lidcam::camera_model {
 /// pixel adds a constant one (read noise). The amplifier scales both with the picture.
 struct PixelNoise {
   double LightOfElectron =
-      0;  ///< what one electron stands for behind the amplifier; 0: no shot noise
+      0;  ///< value of one electron after the amplifier; 0: no shot noise
   double ReadVariance = 0;
-  double DarkLight = 0;  ///< what the pixels gather without light
+  double DarkLight = 0;  ///< dark current
 
   [[nodiscard]] double Variance(double light) const {
     return light * LightOfElectron + ReadVariance;
