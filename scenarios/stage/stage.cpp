@@ -87,7 +87,7 @@ RunCounts Stage::Counts() const {
   return counts;
 }
 
-// Guards that see an exception on its way leave the kernel alone.
+// Guards do not call the kernel while an exception unwinds.
 void Stage::Abandon() {
   struct Dropper {
     ~Dropper() { Guest.reset(); }
