@@ -1,4 +1,4 @@
-// The seven identities that the camera comes under.
+// The camera's seven identities.
 
 #include <gtest/gtest.h>
 
@@ -45,7 +45,7 @@ std::string NameOfIdentity(const ::testing::TestParamInfo<Identity>& identity) {
 
 INSTANTIATE_TEST_SUITE_P(, CameraOfIdentity, ::testing::ValuesIn(kIdentities), NameOfIdentity);
 
-// Nobody knows how long a raw frame of the sensor is that is taken on trust: none is ever whole.
+// For the sensor that can't be identified the raw frame size is unknown: no frame is ever complete.
 bool KnowsItsFrames() {
   return CameraOfIdentity::GetParam().Product != 0x6100;
 }
