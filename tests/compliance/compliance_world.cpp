@@ -79,7 +79,7 @@ void RunRecorded(const Scenario& scenario, const ScenarioOptions& options) {
   }
   bus::CaptureBus replay{bus::CaptureSource(file.Path())};
   EXPECT_EQ(RunOver(replay, scenario, options.Seed), recorded)
-      << "the replay didn't take the recording's course";
+      << "the replay differs from the recording";
 }
 
 }  // namespace

@@ -48,11 +48,11 @@ TEST_P(PictureOrigin, IsOneMomentOfTheSceneAndLaterThanTheOneBefore) {
       ASSERT_EQ(next.Status, STATUS_SUCCESS);
       rules.Take(*next.Picture);
       const int stamp = StampOf(next.Picture->Bytes());
-      ASSERT_NE(stamp, -1) << "frame " << i << " is of several pictures, or of none";
+      ASSERT_NE(stamp, -1) << "frame " << i << " is torn, or no picture";
       if (last != -1) {
         const int advance = (stamp - last + kStamps) % kStamps;
-        EXPECT_GE(advance, 1) << "frame " << i << " came twice";
-        EXPECT_LE(advance, 3) << "frame " << i << " came late";
+        EXPECT_GE(advance, 1) << "frame " << i << " was delivered twice";
+        EXPECT_LE(advance, 3) << "frame " << i << " was delivered late";
       }
       last = stamp;
     }

@@ -169,7 +169,7 @@ TEST(TransportTestbed, EndsWithWhatTheFrameHandlerThrew) {
                      ASSERT_EQ(camera.Acquire(kSmall), STATUS_SUCCESS);
                      ASSERT_EQ(camera.Run(), STATUS_SUCCESS);
                      camera.WaitForFrames(5, kSecond);
-                     ADD_FAILURE() << "the handler's error got lost";
+                     ADD_FAILURE() << "the handler's error was lost";
                    },
                    [](const HostedFrame&) { throw std::out_of_range("the disk is full"); }),
                std::out_of_range);

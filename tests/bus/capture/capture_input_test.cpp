@@ -182,7 +182,7 @@ TEST(CaptureFromAPipe, ForWhichThereIsNoRoomIsToldSo) {
   std::signal(SIGPIPE, handler);
   unsetenv("TMPDIR");
   EXPECT_THAT(error, HasSubstr("no room for a copy of it in the folder of temporary files: "));
-  EXPECT_THAT(folder.Names(), testing::ElementsAre("pipe")) << "nothing is left there";
+  EXPECT_THAT(folder.Names(), testing::ElementsAre("pipe")) << "no temporary file is left";
 }
 
 TEST(CaptureName, OfADashIsStandardInput) {
