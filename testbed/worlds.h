@@ -8,7 +8,8 @@
 namespace lidcam::testbed {
 
 /// Runs `body` as a kernel thread in the machine's own time: for a bus that keeps real time.
-/// // Exceptions of `body` are rethrown.
+///
+/// Exceptions of `body` are rethrown.
 void RunInRealTime(const std::function<void()>& body);
 
 /// Runs `body` as thread 0 of a world of its own, whose schedule is a function of the seed and

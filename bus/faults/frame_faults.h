@@ -31,7 +31,7 @@ class FrameFaults {
   /// Injects the faults of a packet that is sent.
   ///
   /// @param share  the packet's part of the buffer, a microframe long; its data are at the
-  /// beginning
+  ///               beginning
   void Disturb(std::uint64_t at, std::span<std::uint8_t> share, IsochronousPacket& packet);
 
   [[nodiscard]] const FaultCounts& Counts() const { return counts_; }

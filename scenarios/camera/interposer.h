@@ -30,7 +30,8 @@ class Interposer final : public testbed::DeviceFilter {
   void Detach() override;
 
   /// The next `count` isochronous transfers are refused in the driver's own call.
-  /// // @param urbStatus  success for a driver in between that refuses without changing the URB
+  ///
+  /// @param urbStatus  success for a driver in between that refuses without changing the URB
   void RefuseTransfers(std::uint32_t count, USBD_STATUS urbStatus = USBD_STATUS_BAD_START_FRAME) {
     refusedTransfers_ = count;
     urbStatus_ = urbStatus;

@@ -50,7 +50,8 @@ struct LoopSetup {
 
 /// A simulated camera of the kind whose exposure the host controls, and a stream from it by the
 /// driver.
-/// // It has a world of virtual time, on a thread of its own. World and bus halt between the calls
+///
+/// It has a world of virtual time, on a thread of its own. World and bus halt between the calls
 /// of this object.
 class ClosedLoop {
  public:

@@ -51,7 +51,8 @@ class PcapReader {
   [[nodiscard]] std::string LinkTypeName() const;
 
   /// Reads the next record. False at the end of the file, also if that is within a record.
-  /// // Throws CaptureError, with the record's number, for an invalid record.
+  ///
+  /// Throws CaptureError, with the record's number, for an invalid record.
   bool Next(PcapPacket& packet);
 
   /// After the end has been reached: whether the last record is incomplete.

@@ -23,7 +23,8 @@ class CaptureReader {
   [[nodiscard]] std::uint64_t UselessRecords() const { return uselessRecords_; }
 
   /// Reads the next event; its data are valid until the next call. False at the end of the file.
-  /// // A record that the capture system cut comes with the remaining data; one that is too short
+  ///
+  /// A record that the capture system cut comes with the remaining data; one that is too short
   /// to decode is skipped. Throws CaptureError, with file, record number and reason, for a
   /// malformed record.
   bool Next(UsbRecord& record);

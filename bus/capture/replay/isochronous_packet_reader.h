@@ -29,7 +29,8 @@ class IsochronousPacketReader {
   IsochronousPacketReader(const std::string& path, DeviceAddress address, std::uint8_t endpoint);
 
   /// Reads the next packet; its data are valid until the next call. False at the end.
-  /// // A packet that the capture system cut comes with its remaining data and UsbStatus::Failed.
+  ///
+  /// A packet that the capture system cut comes with its remaining data and UsbStatus::Failed.
   /// Throws CaptureError for a malformed record.
   bool Next(IsochronousPayload& payload);
 

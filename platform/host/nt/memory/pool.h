@@ -34,7 +34,8 @@ void ForgetPoolOfWorld(const Scheduler& world);
 
 /// Allocates the kernel's own objects that drivers get: memory of the pool, without a driver's
 /// call.
-/// // @return null without memory, or for an injected failure
+///
+/// @return null without memory, or for an injected failure
 [[nodiscard]] void* AllocatePoolBlock(POOL_TYPE type, std::size_t size, std::uint32_t tag);
 
 /// Frees a block, which must not be overrun or contain objects in use; `call` is named in reports.

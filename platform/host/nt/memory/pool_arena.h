@@ -42,7 +42,8 @@ class PoolArena {
   void Retire();
 
   /// For the signal handler: lets an access to freed memory continue.
-  /// // @return false if `address` lies in no arena
+  ///
+  /// @return false if `address` lies in no arena
   [[nodiscard]] bool Revive(const void* address, FreedUse& use) noexcept;
 
  private:

@@ -16,7 +16,8 @@ class HandleObject {
   virtual ~HandleObject() = default;
 
   /// Called once by ZwClose(), after the handle was removed from the table and with no lock held.
-  /// // @return the status of ZwClose(); the handle is closed in any case
+  ///
+  /// @return the status of ZwClose(); the handle is closed in any case
   virtual NTSTATUS Close() { return STATUS_SUCCESS; }
 
   /// For ObReferenceObjectByHandle(): the kernel object behind the handle, with one more reference;
