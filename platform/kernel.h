@@ -85,7 +85,7 @@ inline void NoteHoldsAwaited(const void*) {}
 #define NT_ASSERT(condition) \
   ((condition) ? static_cast<void>(0) : lidcam::ReportFailedAssertion(#condition))
 
-/// A wide string literal of the platform's character type: 16 bits, whatever wchar_t is here.
+/// A wide string literal of the platform's character type: always 16 bits, unlike wchar_t here.
 #define KERNEL_TEXT(text) u##text
 
 #endif

@@ -46,7 +46,7 @@ struct SoakCounts {
   std::uint64_t ByPause = 0;    ///< ... by a pause and a resume
   std::uint64_t ByAcquire = 0;  ///< ... by a release and a new acquire
   std::uint64_t ByPlug = 0;     ///< ... by plugging the camera in again
-  std::uint64_t Lost = 0;       ///< streams that did not come back
+  std::uint64_t Lost = 0;       ///< streams that did not recover
   std::uint64_t FailedStarts = 0;
 };
 

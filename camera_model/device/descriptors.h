@@ -9,7 +9,7 @@
 
 namespace lidcam::camera_model {
 
-/// The camera comes with many alternate settings (long) or few (short).
+/// The camera exists with many alternate settings (long) or few (short).
 enum class ConfigurationKind : std::uint8_t { Long, Short };
 
 inline constexpr std::uint8_t kInterruptEndpoint = 0x81;

@@ -113,7 +113,7 @@ void RawFrameStream::CatchUp(std::uint64_t microframe) {
 }
 
 void RawFrameStream::BeginFrame(std::uint64_t microframe, std::uint32_t limit) {
-  // Frames whose packets were not read are rendered all the same.
+  // Frames whose packets were not read are also rendered.
   CatchUp(microframe);
   bridge_.StartFrame();
   const RawFrameGeometry geometry =

@@ -82,7 +82,7 @@ struct UsbRecord {
 [[nodiscard]] std::span<const std::uint8_t> PacketData(const UsbRecord& record,
                                                        const RecordedPacket& packet);
 
-/// Negative errno for a status, as usbmon has it, and back. An errno without a counterpart is
+/// Converts a status to usbmon's negative errno, and back. An errno without a counterpart gives
 /// UsbStatus::Failed.
 [[nodiscard]] std::int32_t ErrnoFromStatus(UsbStatus status);
 [[nodiscard]] UsbStatus StatusFromErrno(std::int32_t status);

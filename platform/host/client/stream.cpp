@@ -7,7 +7,7 @@
 
 namespace lidcam::client {
 
-/// A buffer with the headers that go to the driver and come back filled.
+/// A buffer, with its stream headers, which the driver fills.
 struct StreamBuffer {
   struct Headers {
     KSSTREAM_HEADER Header;

@@ -9,7 +9,7 @@
 namespace lidcam::wine {
 namespace {
 
-constinit EnabledInterface* g_enabled = nullptr;  ///< plug and play asks one thing at a time
+constinit EnabledInterface* g_enabled = nullptr;  ///< requests of plug and play come one at a time
 
 void Free(EnabledInterface* one) {
   RtlFreeUnicodeString(&one->Link);

@@ -106,7 +106,7 @@ NTSTATUS InitializeDeviceBlock(DeviceBlock& device);
 /// Completes all frames of the device's pins with STATUS_CANCELLED: the device is gone, and pins
 /// refuse further ones by its IsGone. Passive level, no mutex held.
 void ReturnFramesOfAllPins(DeviceBlock& device);
-/// Drops the factories and frees what the bag holds. The mutex is not held then.
+/// Drops the factories and frees the bag's items. The mutex must not be held.
 void CleanUpDeviceBlock(DeviceBlock& device);
 
 /// A bag under the device's mutex.
@@ -151,7 +151,7 @@ NTSTATUS CreateClock(ObjectHead& pin, PIRP irp);
 // Of file objects that are pins and clocks. They complete the request themselves.
 NTSTATUS DispatchPinControl(ObjectHead& pin, PIRP irp);
 NTSTATUS DispatchClockControl(ObjectHead& clock, PIRP irp);
-/// IRP_MJ_CLEANUP: brings the pin to a stop and hands all its frames back.
+/// IRP_MJ_CLEANUP: stops the pin and completes all its frames.
 void CleanUpPin(ObjectHead& pin);
 /// IRP_MJ_CLOSE: destroys the object.
 void ClosePin(ObjectHead& pin, PIRP irp);

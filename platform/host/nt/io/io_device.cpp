@@ -1,4 +1,4 @@
-// Devices, and the stacks that they stand in.
+// Devices, and their device stacks.
 
 #include <cstring>
 #include <memory>

@@ -25,8 +25,8 @@ struct PoolUsage {
 /// Blocks and bytes of all tags.
 [[nodiscard]] PoolUsage PoolUsageOfAll();
 
-/// What a world allocated and has not freed, as "2 block(s) of 48 bytes with tag 'Test'" for each
-/// tag; empty if nothing.
+/// A world's allocations that were not freed, as "2 block(s) of 48 bytes with tag 'Test'" for each
+/// tag; empty if none.
 [[nodiscard]] std::string DescribePoolOfWorld(const Scheduler& world);
 
 /// Drops the blocks of a world that ends: they belong to no world any more.

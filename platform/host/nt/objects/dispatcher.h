@@ -65,7 +65,7 @@ void WakeWaiters(DISPATCHER_HEADER& header);
 NTSTATUS WaitForObjects(const CallRule& rule, std::span<const PVOID> objects, WAIT_TYPE type,
                         const LARGE_INTEGER* limit);
 
-/// Starts a timer, or starts it anew. Under the lock.
+/// Starts a timer, or restarts it. Under the lock.
 ///
 /// @return whether it was set before
 bool SetTimer(Scheduler& world, PKTIMER timer, LONGLONG due);

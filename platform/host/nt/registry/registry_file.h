@@ -27,7 +27,7 @@ class RegistryFileLock {
   int error_ = 0;
 };
 
-/// Bytes of the largest registry file that is read: a thousand times what all cameras' settings take.
+/// Size limit of a registry file: a thousand times the size of all cameras' settings.
 inline constexpr std::size_t kLargestRegistryFile = std::size_t{16} << 20;
 
 /// A file as it was read. It is kept open, so that no later file can be mistaken for it by getting

@@ -29,7 +29,7 @@ struct UsbStackOptions {
   LONGLONG (*Now)() = InterruptTime;
 };
 
-/// What the stack's parts share about the device: its bus, its lock and all that the lock guards.
+/// Shared by the stack's parts: the device's bus, its lock and all that the lock guards.
 struct UsbDeviceState {
   UsbDeviceState(bus::UsbBus& bus, const UsbStackOptions& options) : Bus(bus), Options(options) {
     KeInitializeSpinLock(&Lock);

@@ -101,7 +101,7 @@ using PUSB_ENDPOINT_DESCRIPTOR = USB_ENDPOINT_DESCRIPTOR*;
 #define USBD_START_ISO_TRANSFER_ASAP 0x00000004U
 #define USBD_DEFAULT_PIPE_TRANSFER 0x00000008U
 
-/// Frames into the past or the future that a start frame may lie.
+/// Largest distance of a start frame from the present one, in frames, past or future.
 #define USBD_ISO_START_FRAME_RANGE 1024
 #define USBD_DEFAULT_MAXIMUM_TRANSFER_SIZE 0xFFFFFFFFU
 

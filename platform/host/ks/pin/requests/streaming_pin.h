@@ -12,9 +12,8 @@ class StreamingPin : public PinBlock {
   using ProcessRoutine = PFNKSPIN;
 
   /// @param process  run on the pin's worker at passive level: once for any number of
-  ///                 KsPinAttemptProcessing() before it begins, and once more for those that come
-  ///                 while it runs. Its result says whether there is more to do, which only the next
-  ///                 attempt finds out.
+  ///                 KsPinAttemptProcessing() before it begins, and once more for those during the
+  ///                 call. Its result has no effect: only an attempt causes another call.
   /// @param format   of the connection; outlives the pin
   /// @throws std::runtime_error if the kernel gives no thread
   StreamingPin(StreamingDevice& device, ProcessRoutine process, PKSDATAFORMAT format);

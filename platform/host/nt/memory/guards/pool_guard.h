@@ -23,7 +23,7 @@ namespace lidcam::host {
 /// The reverse: the memory behind the guard at `start`.
 [[nodiscard]] const void* MemoryBehindGuard(const void* start);
 
-/// @return what was overwritten ("byte 24 behind its end"), empty if nothing was
+/// @return the first overwritten guard byte ("byte 24 behind its end"), empty if none was
 [[nodiscard]] std::string FindOverrun(const void* memory, std::size_t size);
 
 }  // namespace lidcam::host
