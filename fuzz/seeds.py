@@ -310,7 +310,7 @@ def bulk_completions(stream):
         for length, ends in ((64, done), (19998, done * 8), (64, cancelled), (8000, done + cancelled),
                              (8000, done + failed), (64, done)):
             steps += b"\x0a" + struct.pack("<HHBB", length, 0, 0, waits) + ends
-        # Every request of the driver is passed on, except for bulk transfers, which are kept pending.
+        # All requests of the driver are passed on, except for bulk transfers, which stay pending.
         yield bytes((0, len(steps))) + steps + b"\0" + b"\6" * 600
         yield bytes((1, len(steps))) + steps.replace(b"\0\0\0\0", b"\0\1\0\0") + b"\0" + b"\6" * 600
 

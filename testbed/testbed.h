@@ -14,8 +14,8 @@ namespace lidcam::testbed {
 
 /// The port that a camera is plugged into.
 struct PortOptions {
-  std::u16string DriverKey{};  ///< of the camera's settings in the registry; empty: no settings
-  ULONG FirstBusFrame = 0;     ///< bus frame number at interrupt time 0
+  std::u16string DriverKey{};      ///< of the camera's settings in the registry; empty: no settings
+  ULONG FirstBusFrame = 0;         ///< bus frame number at interrupt time 0
   DeviceFilter* Filter = nullptr;  ///< attached below the driver's device; outlives the camera
 };
 

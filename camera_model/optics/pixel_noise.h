@@ -11,8 +11,7 @@ namespace lidcam::camera_model {
 /// The number of electrons has a standard deviation of its square root (shot noise); reading the
 /// pixel adds a constant one (read noise). The amplifier scales both with the picture.
 struct PixelNoise {
-  double LightOfElectron =
-      0;  ///< value of one electron after the amplifier; 0: no shot noise
+  double LightOfElectron = 0;  ///< value of one electron after the amplifier; 0: no shot noise
   double ReadVariance = 0;
   double DarkLight = 0;  ///< dark current
 

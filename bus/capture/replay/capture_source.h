@@ -51,8 +51,8 @@ struct RecordedDevice {
 struct CaptureSurvey {
   std::vector<RecordedDevice> Devices;  ///< by address
   std::uint64_t WholeRecords = 0;       ///< of all devices
-  bool IsCutOff = false;             ///< it ends within a record, or within its compressed data
-  std::uint64_t UselessRecords = 0;  ///< too short to decode
+  bool IsCutOff = false;                ///< it ends within a record, or within its compressed data
+  std::uint64_t UselessRecords = 0;     ///< too short to decode
 };
 
 /// Reads a whole capture, holding one record at a time. Traffic to address 0, which every device

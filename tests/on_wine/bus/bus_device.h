@@ -49,11 +49,11 @@ class BusDevice final : public DeviceRole {
   bool hasLink_ = false;
 
   std::mutex
-      mutex_;  ///< guards what follows; never held while the kernel or a camera is waited for
+      mutex_;  ///< guards the members below; not held during a wait for the kernel or a camera
   std::unique_ptr<CameraDevice> camera_;
-  bool isPresent_ = false;       ///< the camera is plugged in
-  bool isKnown_ = false;         ///< enumerated by plug and play: it needs a removal request
-  std::uint64_t timesTold_ = 0;  ///< how often the kernel has queried the children
+  bool isPresent_ = false;            ///< the camera is plugged in
+  bool isKnown_ = false;              ///< enumerated by plug and play: it needs a removal request
+  std::uint64_t timesTold_ = 0;       ///< how often the kernel has queried the children
   std::condition_variable progress_;  ///< a camera was removed, or the kernel has queried
 };
 
