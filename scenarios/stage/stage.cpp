@@ -87,7 +87,7 @@ RunCounts Stage::Counts() const {
   return counts;
 }
 
-// Guards do not call the kernel while an exception unwinds.
+// Destroyed during unwinding, the guest's guards do not call the kernel.
 void Stage::Abandon() {
   struct Dropper {
     ~Dropper() { Guest.reset(); }

@@ -39,8 +39,8 @@ TEST(FailedStart, OfASilentCameraLeavesAFilterThatOffersNothing) {
   });
 }
 
-// Each allocation fails once. After the filter factory's own, the filter exists, but nothing else
-// needs to.
+// Each allocation fails once. A failure after the filter factory's allocations leaves a filter that
+// can be opened, whatever else is missing.
 TEST(FailedStart, WithoutMemoryLeavesAFilterThatTellsSo) {
   int opened = 0;
   for (std::uint32_t number = 1; number <= 60; ++number) {

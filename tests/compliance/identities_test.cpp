@@ -45,7 +45,8 @@ std::string NameOfIdentity(const ::testing::TestParamInfo<Identity>& identity) {
 
 INSTANTIATE_TEST_SUITE_P(, CameraOfIdentity, ::testing::ValuesIn(kIdentities), NameOfIdentity);
 
-// For the sensor that can't be identified the raw frame size is unknown: no frame is ever complete.
+// The sensor of this identity is assumed without a check, and its raw frame size unknown: no frame
+// is ever complete.
 bool KnowsItsFrames() {
   return CameraOfIdentity::GetParam().Product != 0x6100;
 }
