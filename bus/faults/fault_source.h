@@ -13,7 +13,7 @@ namespace lidcam::bus {
 /// another mix than the default; the name of a file gives the script in it; anything else is the
 /// script itself.
 ///
-/// @param duration  bus time that the faults of a seed spread over
+/// @param duration  bus time over which the faults of a seed are distributed
 /// Throws FaultScriptError.
 [[nodiscard]] FaultScript LoadFaults(const std::string& argument,
                                      std::chrono::microseconds duration);

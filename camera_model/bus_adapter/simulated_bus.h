@@ -31,7 +31,7 @@ struct SimulatedBusOptions {
   std::uint32_t BandwidthLimit = std::numeric_limits<std::uint32_t>::max();
 };
 
-/// A bus with one simulated camera on it. All operations may be called from any thread.
+/// A bus with one simulated camera. Any thread.
 class SimulatedBus final : public UsbBus {
  public:
   /// @throws std::invalid_argument as camera_model::UsbDevice does

@@ -37,7 +37,7 @@ constexpr GeometryRow kGeometry[] = {
     {OV7670, RawSize::Third, {238, 159, 75750}},
     {OV7670, RawSize::Quarter, {160, 120, 38466}},
     {OV7670, RawSize::Sixth, {120, 80, 19266}},
-    // K82 ends some sizes a few pixels early.
+    // K82 sends a few pixels less at the end of some sizes.
     {K82, RawSize::Full, {640, 480, 614458}},
     {K82, RawSize::Half, {320, 240, 153666}},
     {K82, RawSize::Third, {238, 160, 76226}},

@@ -28,7 +28,7 @@ using LightSchedule = std::vector<LightStep>;
 [[nodiscard]] LightSchedule ParseLightSchedule(std::string_view text);
 
 /// Light at a time; a step's own time belongs to the step.
-/// @return kRoomLux for an empty schedule; the first step's light before the schedule's begin
+/// @return kRoomLux for an empty schedule; before the first step, that step's light
 [[nodiscard]] double LuxAt(const LightSchedule& schedule, double seconds);
 
 }  // namespace lidcam::camera_model

@@ -25,7 +25,7 @@ class HostileStack final : public testbed::DeviceFilter {
   void Detach() override;
 
   /// From now on the input decides; before, and after its end, everything is passed on.
-  /// @param decisions  outlives the hostility
+  /// @param decisions  used until TurnHarmless()
   void TurnHostile(Input& decisions) { decisions_ = &decisions; }
 
   /// Passes everything on from now on, and completes the pending requests, including those sent
@@ -39,7 +39,7 @@ class HostileStack final : public testbed::DeviceFilter {
   /// A request that is in flight for the driver.
   struct Waiting {
     PIRP Irp;
-    bool IsDone = false;  ///< the real stack is done with it: it keeps its results
+    bool IsDone = false;  ///< the USB stack has completed it: its results are kept
     bool CanBeCancelled = false;
   };
 

@@ -43,7 +43,7 @@ Status AcceptRead(void*, std::uint32_t, std::uint32_t, std::uint32_t, void* buff
   return 0;
 }
 
-// A file in memory that the set files of the system folder are links to.
+// A file in memory; the set files of the system folder are links to it.
 class SetFileInMemory {
  public:
   SetFileInMemory() : file_(::memfd_create("set", 0)) {

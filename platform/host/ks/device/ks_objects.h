@@ -127,7 +127,7 @@ PinFactoryBlock* FindPinFactory(FilterBlock& filter, ULONG pinId);
 /// checked, the request and the value are copied into memory of the class's own, and basic support
 /// with ranges and defaults is answered from the table where the item has no handler for it.
 ///
-/// @param tables  null ones are passed over
+/// @param tables  null ones are skipped
 /// @return the status; the request is not completed
 NTSTATUS AnswerProperty(PIRP irp, const KSAUTOMATION_TABLE* const* tables, ULONG tablesCount);
 
@@ -142,13 +142,13 @@ NTSTATUS CompleteRequest(PIRP irp, NTSTATUS status);
 // ---- pin_requests.cpp and its parts
 
 /// Opens a pin of the filter for the request's file object.
-/// @param connect       a copy in the pool, whose format follows it; the caller's to free
+/// @param connect       a copy in the pool, whose format follows it; the caller frees it
 /// @param connectBytes  of both: at least a KSPIN_CONNECT with a KSDATAFORMAT
 NTSTATUS CreatePin(FilterBlock& filter, PIRP irp, const KSPIN_CONNECT& connect, ULONG connectBytes);
 /// Opens a pin's clock for the request's file object.
 NTSTATUS CreateClock(ObjectHead& pin, PIRP irp);
 
-// Of file objects that are pins and clocks. They complete the request themselves.
+// Control requests to file objects of pins and clocks. They complete the request themselves.
 NTSTATUS DispatchPinControl(ObjectHead& pin, PIRP irp);
 NTSTATUS DispatchClockControl(ObjectHead& clock, PIRP irp);
 /// IRP_MJ_CLEANUP: stops the pin and completes all its frames.

@@ -15,7 +15,7 @@ class StreamingDevice : public DeviceBlock {
   StreamingDevice(const StreamingDevice&) = delete;
   StreamingDevice& operator=(const StreamingDevice&) = delete;
 
-  /// Empties the bag and takes the device object off the stack.
+  /// Empties the bag, detaches the device object from the stack and deletes it.
   ~StreamingDevice() noexcept(false);
 
   /// The mutex of KsAcquireDevice().

@@ -106,7 +106,7 @@ NTSTATUS NTAPI GetKindsCount(PIRP irp, PKSIDENTIFIER, PVOID data) {
 
 using PinAnswer = NTSTATUS (*)(PIRP irp, const PinFactoryBlock& pin, PVOID data);
 
-/// A property that names its pin.
+/// Handles a property whose request names a pin.
 template <PinAnswer kAnswer>
 NTSTATUS NTAPI GetOfPin(PIRP irp, PKSIDENTIFIER request, PVOID data) {
   const auto& wanted = *reinterpret_cast<const KSP_PIN*>(request);

@@ -13,7 +13,7 @@ class PinWorker {
   PinWorker(const PinWorker&) = delete;
   PinWorker& operator=(const PinWorker&) = delete;
 
-  /// Starts the thread, with processing not allowed. Passive level.
+  /// Starts the thread; processing is forbidden at first. Passive level.
   NTSTATUS Start();
   /// Ends the thread: no process call begins afterwards. Passive level.
   void End();
@@ -23,7 +23,7 @@ class PinWorker {
 
   /// Process calls may begin.
   void Allow();
-  /// No process call begins after that; one may still run.
+  /// No process call begins afterwards; one may still be in progress.
   void Forbid();
   /// Waits for a process call in progress. Passive level, without the device's mutex, which the
   /// process routine may need. Not from the process routine.

@@ -1,4 +1,4 @@
-// The way of a request: down through the dispatch routines, up through the completion routines.
+// The path of a request: down through the dispatch routines, up through the completion routines.
 
 #include <string>
 

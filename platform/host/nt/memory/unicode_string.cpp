@@ -5,7 +5,7 @@
 #include "platform/host/nt/declarations/nt_declarations.h"
 
 #if defined(__clang__) && __clang_major__ < 14
-// This compiler leaves the constructor from two pointers to the library, which has none for this character.
+// The compiler expects this constructor in the library, which has none for this character type.
 template void std::u16string::_M_construct(const char16_t*, const char16_t*,
                                            std::forward_iterator_tag);
 #endif

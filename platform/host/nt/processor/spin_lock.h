@@ -9,7 +9,7 @@ namespace lidcam::host {
 /// caller is at DISPATCH_LEVEL.
 void AcquireKernelLock(const CallRule& rule, Thread& self, PKSPIN_LOCK lock);
 
-/// Releases it; the level stays.
+/// Releases it; the level is unchanged.
 void ReleaseKernelLock(const CallRule& rule, Thread& self, PKSPIN_LOCK lock);
 
 }  // namespace lidcam::host

@@ -72,7 +72,7 @@ int RegistryFileReader::Read(const std::string& path, std::string& content) {
     if (count == 0) return 0;
     if (count > 0) content.append(piece.data(), static_cast<std::size_t>(count));
     if (count < 0 && errno != EINTR) error = errno;
-    if (content.size() > kLargestRegistryFile) error = EOVERFLOW;  // it grows
+    if (content.size() > kLargestRegistryFile) error = EOVERFLOW;  // it has grown
   }
   content.clear();
   Forget();

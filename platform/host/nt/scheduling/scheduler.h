@@ -82,7 +82,7 @@ class Scheduler {
   /// Lines for a report: how to reproduce this state, and the threads.
   [[nodiscard]] virtual std::string Describe() const { return {}; }
 
-  /// Makes a thread of the kernel's and starts it. Under the lock.
+  /// Makes a kernel thread and starts it. Under the lock.
   Thread& StartThread(const std::string& name, bool isService, std::function<void()> body);
 
   [[nodiscard]] std::mutex& Lock() { return lock_; }

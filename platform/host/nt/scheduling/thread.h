@@ -82,7 +82,7 @@ struct Thread {
 
 /// Makes `thread` the calling machine thread's kernel thread; null removes it.
 ///
-/// @return the one before
+/// @return the previous one
 Thread* SetCurrentThread(Thread* thread);
 
 /// Until the call with -1, a machine thread that belongs to no world mustn't call the kernel: it

@@ -70,7 +70,7 @@ constexpr KSAUTOMATION_TABLE kClockAutomation = {
     .EventSets = nullptr,
 };
 
-// The headers of mingw-w64 declare the imported variable with one pointer too many.
+// The headers of mingw-w64 declare the imported variable with one level of pointers too many.
 POBJECT_TYPE FileObjectType() {
   return reinterpret_cast<POBJECT_TYPE>(IoFileObjectType);
 }

@@ -33,7 +33,7 @@ NTSTATUS CheckConnection(const PinFactoryBlock& factory, const KSPIN_CONNECT& co
       !IsAmong(connect.Medium, descriptor.Mediums, descriptor.MediumsCount)) {
     return STATUS_NO_MATCH;
   }
-  // Applications take the frames; no other filter's pin can be on the other side.
+  // Applications read the frames; a connection to another filter's pin is unsupported.
   if (connect.PinToHandle != nullptr) return STATUS_CONNECTION_REFUSED;
   return formatBytes >= sizeof(KSDATAFORMAT) && IsWholeFormat(FormatBehind(connect), formatBytes)
              ? STATUS_SUCCESS
