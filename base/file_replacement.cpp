@@ -14,7 +14,7 @@
 namespace lidcam::base {
 namespace {
 
-constexpr mode_t kNewFileMode = 0666;  // the user's mask takes its part
+constexpr mode_t kNewFileMode = 0666;  // restricted by the user's umask
 constexpr mode_t kPermissionBits = 07777;
 
 std::string TemporaryName(const std::string& path, int attempt) {
@@ -50,7 +50,7 @@ FileReplacement::~FileReplacement() {
   Discard();
 }
 
-// A name that an earlier program left behind is passed over.
+// A temporary file left behind by an earlier process: try the next name.
 int FileReplacement::Open(const std::string& path) {
   constexpr int kAttempts = 100;
   path_ = FollowLink(path);
@@ -92,7 +92,7 @@ int FileReplacement::Append(std::string_view content) {
                                        : write(file_, content.data(), content.size());
     if (count < 0 && errno == EINTR) continue;
     if (count < 0) return errno;
-    if (count == 0) return EIO;  // the file takes no more and does not say why
+    if (count == 0) return EIO;  // the file accepts no more bytes, and the system gives no reason
     content.remove_prefix(static_cast<std::size_t>(count));
   }
   return 0;
@@ -102,14 +102,14 @@ int FileReplacement::Append(std::span<const std::uint8_t> content) {
   return Append({reinterpret_cast<const char*>(content.data()), content.size()});
 }
 
-// File systems that have no such operation answer with EINVAL or ENOTSUP.
+// File systems without this operation return EINVAL or ENOTSUP.
 int FileReplacement::Sync(int file) const {
   const int result = steps_.Sync ? steps_.Sync(file) : fsync(file);
   return result == 0 || errno == EINVAL || errno == ENOTSUP ? 0 : errno;
 }
 
-// Some file systems tell only at the close what they could not store: of a duplicate, so that the file
-// stays locked until it has its name.
+// Some file systems report only at close what they could not store: a duplicate is closed, so that
+// the file stays locked until it is renamed.
 int FileReplacement::Flush() {
   if (const int error = Sync(file_); error != 0) return error;
   const int duplicate = fcntl(file_, F_DUPFD_CLOEXEC, 0);
@@ -125,7 +125,7 @@ int FileReplacement::Rename() {
   return SyncFolder();
 }
 
-// A folder that may be written to and not be read can't be flushed.
+// A folder that is writable but not readable can't be flushed.
 int FileReplacement::SyncFolder() const {
   const int folder = open(FolderOf(path_).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (folder < 0) return errno == EACCES ? 0 : errno;

@@ -12,59 +12,61 @@
 namespace lidcam::base {
 
 /// The steps that make a replacement durable, each with the meaning and the result of the system
-/// call that it stands for. Null is that call. Set to stop a replacement where a power cut would.
+/// call of its name. Null is that call. Tests set one to stop a replacement at any step, as a power
+/// failure would.
 struct FileReplacementSteps {
   std::function<ssize_t(int file, const char* bytes, std::size_t count)> Write;
   std::function<int(int file)> Sync;
   std::function<int(const char* from, const char* to)> Rename;
 };
 
-/// The file that a name leads to, with a link at its end followed: what replaces the name itself would
-/// leave a user without the link. The file need not be there.
+/// The path of the file behind a name, with symbolic links resolved: replacing the link itself
+/// would leave the user without it. The file need not exist.
 [[nodiscard]] std::string FollowLink(const std::string& path);
 
-/// Replaces a file in one step, or makes it: the new content goes to a temporary file beside it, which is
-/// flushed and renamed, and the folder is flushed. A cut at any moment leaves the old file or the new
-/// one, whole, and beside it at most the temporary one. The file keeps its permissions; a new one has what
-/// the user's mask leaves. Operations return 0 or the error number of the step that they are named for.
+/// Replaces or creates a file in one step: the new content is written to a temporary file in the
+/// same folder, which is flushed and renamed, and the folder is flushed. An interruption at any
+/// moment leaves the old file or the new one, whole, and at most the temporary file in addition.
+/// The file keeps its permissions; a new one gets those that the user's umask allows. Operations
+/// return 0 or the error number of the failed step.
 ///
-/// Open(), Append() and Flush() leave the old file as it is. One thread at a time.
+/// Open(), Append() and Flush() do not touch the old file. One thread at a time.
 class FileReplacement {
  public:
   explicit FileReplacement(FileReplacementSteps steps = {});
   FileReplacement(const FileReplacement&) = delete;
   FileReplacement& operator=(const FileReplacement&) = delete;
-  /// Removes a temporary file that was neither renamed nor kept.
+  /// Removes the temporary file unless it was renamed or kept.
   ~FileReplacement();
 
-  /// Makes the temporary file: ".NAME.PROCESS.part", or a free name like it. Other programs see it locked
-  /// for as long as it is written, and by that tell it from one that a killed program left.
+  /// Creates the temporary file: ".NAME.PROCESS.part", or a similar free name. It is locked while
+  /// it is written, which distinguishes it from one that a killed process left.
   [[nodiscard]] int Open(const std::string& path);
 
-  /// The same under a name of the caller's, who keeps all others from it by a lock of its own: what is
-  /// left there is removed.
+  /// The same with the caller's temporary name, which a lock of the caller's reserves: an existing
+  /// file there is removed.
   [[nodiscard]] int OpenAs(const std::string& path, const std::string& temporary);
 
   [[nodiscard]] bool IsOpen() const { return file_ >= 0; }
-  /// Of the temporary file, for reading and writing; -1 unless it is open.
+  /// File descriptor of the temporary file, for reading and writing; -1 unless it is open.
   [[nodiscard]] int Descriptor() const { return file_; }
 
-  /// Writes every byte, or tells why not.
+  /// Writes all bytes, or returns the error.
   [[nodiscard]] int Append(std::string_view content);
   [[nodiscard]] int Append(std::span<const std::uint8_t> content);
 
-  /// Brings what was written to the disk.
+  /// Flushes the written bytes to the disk.
   [[nodiscard]] int Flush();
 
-  /// Gives the file its name and flushes the folder. If the name can't be had the temporary file is open
-  /// as before; if only the folder's flush fails, the file has its name.
+  /// Renames the file and flushes the folder. If the renaming fails the temporary file stays open;
+  /// if only the folder's flush fails, the file is renamed.
   [[nodiscard]] int Rename();
 
-  /// Leaves the temporary file where it is.
+  /// Keeps the temporary file under its temporary name.
   /// @return its path
   std::string Keep();
 
-  /// Removes the temporary file, if there is one.
+  /// Removes the temporary file, if any.
   void Discard();
 
  private:
@@ -80,7 +82,7 @@ class FileReplacement {
   int file_ = -1;
 };
 
-/// Replaces a file by `content`, all steps in one.
+/// Replaces a file by `content`, all steps in one call.
 /// @return 0 or the error number; the file is then the old one, unless only the folder's flush failed
 [[nodiscard]] int ReplaceFile(const std::string& path, std::span<const std::uint8_t> content);
 

@@ -4,13 +4,12 @@
 
 namespace lidcam::base {
 
-/// SplitMix64: the same numbers from every compiler and library, so that a seed means the same
-/// everywhere.
+/// SplitMix64: gives the same numbers with every compiler and library, so that a seed is portable.
 class SplitMix {
  public:
   constexpr explicit SplitMix(std::uint64_t seed) : state_(seed) {}
 
-  /// The sequence of seed 0 behind its first `count` numbers.
+  /// The sequence of seed 0 after its first `count` numbers.
   static constexpr SplitMix Behind(std::uint64_t count) { return SplitMix{count * kStep}; }
 
   constexpr std::uint64_t Next() {

@@ -4,8 +4,8 @@
 
 namespace lidcam::base {
 
-// Seconds in the units that times are counted in: microseconds in captures and scripts, microframes on the bus,
-// and 100 ns by the platform, where they are called units.
+// A second in the units of times: microseconds in captures and scripts, microframes on the bus, and
+// the platform's 100 ns, called units here.
 
 inline constexpr std::int64_t kMicrosecondsPerSecond = 1'000'000;
 

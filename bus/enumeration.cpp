@@ -31,7 +31,7 @@ std::uint16_t Word(std::span<const std::uint8_t> bytes, std::size_t at) {
   return static_cast<std::uint16_t>(bytes[at] | (bytes[at + 1] << 8));
 }
 
-/// Walks the descriptors of a configuration in their order.
+/// Parses the descriptors of a configuration in their order.
 class ConfigurationParser {
  public:
   explicit ConfigurationParser(std::span<const std::uint8_t> bytes) : bytes_(bytes) {}
@@ -125,7 +125,7 @@ class ConfigurationParser {
   std::size_t endpoints_ = 0;
 };
 
-/// Fills `data` with a descriptor of the device or fails.
+/// Fills `data` with a descriptor of the device, or throws.
 void ReadDescriptor(UsbBus& bus, DescriptorType type, const char* name,
                     std::span<std::uint8_t> data) {
   const auto length = static_cast<std::uint16_t>(data.size());

@@ -10,8 +10,8 @@
 
 namespace lidcam::bus {
 
-/// A device could not be enumerated. what() is one line: the request and how it ended, or the byte
-/// of the descriptor that is wrong.
+/// A device could not be enumerated. what() is one line: the request and its status, or the offset
+/// of the wrong byte in the descriptor.
 class EnumerationError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
@@ -37,14 +37,14 @@ struct UsbDeviceInfo {
 
 /// Reads the alternate settings of a configuration.
 ///
-/// @param configuration  the configuration descriptor and all that belong to it, whole
-/// Throws EnumerationError at the first byte that contradicts the standard or the rest: lengths,
-/// numbers of interfaces and endpoints, packet sizes beyond those of high speed.
+/// @param configuration  the configuration descriptor and all that belong to it, complete
+/// Throws EnumerationError at the first byte that violates the standard or contradicts the rest:
+/// lengths, numbers of interfaces and endpoints, packet sizes beyond those of high speed.
 [[nodiscard]] std::vector<AlternateSetting> ParseConfiguration(
     std::span<const std::uint8_t> configuration);
 
-/// Does what a host does with a new device: reads the device descriptor, the head of the
-/// configuration descriptor and then all of it, and selects the configuration.
+/// Enumerates a device as a host does: reads the device descriptor, the head of the configuration
+/// descriptor and then all of it, and selects the configuration.
 ///
 /// Throws EnumerationError if a request fails or a descriptor is malformed; the configuration is
 /// then not selected.

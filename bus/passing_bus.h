@@ -4,9 +4,9 @@
 
 namespace lidcam::bus {
 
-/// Passes everything on to another bus. A decorator derives from it and overrides what it changes.
+/// Passes all calls on to another bus. A decorator derives from it and overrides some of them.
 ///
-/// Threads may use it as they may use the other bus.
+/// Threads as for the other bus.
 class PassingBus : public UsbBus {
  public:
   /// @param bus  outlives this one

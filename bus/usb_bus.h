@@ -15,10 +15,10 @@ enum class UsbStatus {
   NoBandwidth,   ///< the bus has no room for the alternate setting
   Disconnected,  ///< the device is gone
   TimedOut,      ///< no answer within the host's limit
-  Aborted,       ///< taken back by the host
-  EndOfCapture,  ///< a recorded bus has nothing more to give
-  NotRecorded,   ///< a recorded bus never saw this request
-  Silent,        ///< the device was asked and never answers: the request is the caller's to give up
+  Aborted,       ///< cancelled by the host
+  EndOfCapture,  ///< the recorded traffic has ended
+  NotRecorded,   ///< the capture doesn't contain the request
+  Silent,        ///< the device never answers: the caller must cancel the request
   Failed,        ///< any other failure on the wire
 };
 
@@ -26,13 +26,13 @@ enum class UsbStatus {
 
 struct ControlResult {
   UsbStatus Status = UsbStatus::Ok;
-  std::uint32_t Transferred = 0;  ///< bytes of the data stage that moved
+  std::uint32_t Transferred = 0;  ///< bytes transferred in the data stage
 
   friend bool operator==(const ControlResult&, const ControlResult&) = default;
 };
 
-/// One microframe's worth of an isochronous read. Data lie at `Offset` of the read's buffer; a
-/// microframe without data has length 0.
+/// The packet of one microframe of an isochronous read. Its data are at `Offset` in the read's
+/// buffer; a microframe without data has length 0.
 struct IsochronousPacket {
   std::uint32_t Offset = 0;
   std::uint32_t Length = 0;
@@ -48,11 +48,11 @@ struct IsochronousResult {
   friend bool operator==(const IsochronousResult&, const IsochronousResult&) = default;
 };
 
-/// One USB device as its host controller reaches it.
+/// One USB device, as seen by its host controller.
 ///
 /// The implementations are a simulated camera, a recorded capture and, with hardware, a real port.
-/// All calls block until the request has been carried out. Control requests and isochronous reads
-/// may come from two threads at once; two requests of one kind may not.
+/// All calls block until the request is completed. Control requests and isochronous reads may come
+/// from two threads at once; two requests of one kind may not.
 class UsbBus {
  public:
   UsbBus() = default;
@@ -62,30 +62,30 @@ class UsbBus {
 
   /// Runs one control transfer on endpoint 0.
   ///
-  /// @param setup  SET_INTERFACE does not come this way: see SelectSetting()
+  /// @param setup  any request except SET_INTERFACE: see SelectSetting()
   /// @param data   the data stage; at least `setup.Length` bytes. Read or written by direction.
   virtual ControlResult ControlTransfer(const SetupPacket& setup, std::span<std::uint8_t> data) = 0;
 
-  /// Moves an interface to an alternate setting, with the SET_INTERFACE request and the bandwidth
-  /// reservation that belong to it.
+  /// Selects an alternate setting of an interface, with the SET_INTERFACE request and the bandwidth
+  /// reservation.
   virtual UsbStatus SelectSetting(std::uint8_t interface, std::uint8_t alternateSetting) = 0;
 
   /// Reads one packet per microframe from an isochronous IN endpoint, in bus order.
   ///
   /// @param endpoint  endpoint address, bit 7 set
-  /// @param buffer    cut evenly: packet i owns `buffer.size() / packets.size()` bytes at
+  /// @param buffer    cut evenly: packet i has `buffer.size() / packets.size()` bytes at
   ///                  i times that size. That share must hold the endpoint's bytes per microframe.
   /// @param packets   filled for every microframe, also on a status other than Ok (length 0 then)
   virtual IsochronousResult ReadIsochronous(std::uint8_t endpoint, std::span<std::uint8_t> buffer,
                                             std::span<IsochronousPacket> packets) = 0;
 
-  /// Ends the endpoint's read in progress with UsbStatus::Aborted. Callable from any thread.
+  /// Ends the endpoint's read in progress with UsbStatus::Aborted. Any thread.
   virtual void Abort(std::uint8_t endpoint) = 0;
 
   /// Number of the current 1 ms bus frame.
   [[nodiscard]] virtual std::uint32_t FrameNumber() = 0;
 
-  /// Pulls the plug: from here on every request ends with UsbStatus::Disconnected.
+  /// Unplugs the device: from here on every request ends with UsbStatus::Disconnected.
   virtual void Unplug() = 0;
 };
 

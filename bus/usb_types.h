@@ -6,7 +6,7 @@
 
 namespace lidcam::bus {
 
-/// The eight bytes that open a USB control transfer, decoded.
+/// The eight bytes of a USB control transfer's setup stage, decoded.
 struct SetupPacket {
   std::uint8_t RequestType = 0;  ///< bmRequestType: direction, type and recipient
   std::uint8_t Request = 0;      ///< bRequest
@@ -18,7 +18,7 @@ struct SetupPacket {
 
   [[nodiscard]] constexpr bool IsDeviceToHost() const { return (RequestType & 0x80) != 0; }
 
-  /// The packet as it stands on the wire, words in little-endian order.
+  /// The packet's bytes on the wire, words in little-endian order.
   [[nodiscard]] constexpr std::array<std::uint8_t, 8> ToBytes() const {
     const auto low = [](std::uint16_t word) { return static_cast<std::uint8_t>(word & 0xFF); };
     const auto high = [](std::uint16_t word) { return static_cast<std::uint8_t>(word >> 8); };

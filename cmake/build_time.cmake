@@ -1,8 +1,8 @@
-# What keeps a build from nothing short. A build without it compiles every source by itself, which
-# shows that each includes what it needs.
+# Shortens builds without an effect on the product. A build without it compiles every source by
+# itself, which shows that each includes all that it uses.
 option(LIDCAM_SHARED_COMPILES "Precompile headers, and compile some sources together" ON)
 
-# lidcam_compile_together(TARGET source...): sources of a target as one.
+# lidcam_compile_together(TARGET source...): compiles sources of a target as one.
 function(lidcam_compile_together target)
   if(LIDCAM_SHARED_COMPILES)
     set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_MODE GROUP)
@@ -10,8 +10,8 @@ function(lidcam_compile_together target)
   endif()
 endfunction()
 
-# lidcam_compile_rooms_together(TARGET...): the sources of each folder as one, but for those that have compiler
-# flags or a group of their own.
+# lidcam_compile_rooms_together(TARGET...): compiles the sources of each folder as one, except for
+# those with compiler flags or a group of their own.
 function(lidcam_compile_rooms_together)
   if(NOT LIDCAM_SHARED_COMPILES)
     return()
@@ -39,10 +39,10 @@ function(lidcam_compile_rooms_together)
   endforeach()
 endfunction()
 
-# A precompiled header holds the system's headers as they were. A package's files bear the time when they
-# were packaged, which may lie before the last build: neither the build tool nor the compiler's own
-# dependencies show an update of them, and clang++ then refuses the precompiled header. This header, the
-# first in each precompiled one, is written anew when a package changes.
+# A precompiled header contains copies of the system's headers. A package's files have the time of
+# its packaging, which may be before the last build: neither the build tool nor the compiler's own
+# dependencies detect an update of them, and clang++ then refuses the precompiled header. This
+# header, the first in each precompiled one, is rewritten when a package changes.
 if(LIDCAM_SHARED_COMPILES AND NOT WIN32)
   set(lidcam_system_headers "${CMAKE_BINARY_DIR}/system_headers.h")
   add_custom_target(lidcam_system_headers
@@ -52,8 +52,8 @@ if(LIDCAM_SHARED_COMPILES AND NOT WIN32)
     VERBATIM)
 endif()
 
-# lidcam_host_headers(TARGET...): these have the library's headers that most sources of the host world
-# include compiled once.
+# lidcam_host_headers(TARGET...): precompiles the library's headers that most sources of the host
+# include.
 function(lidcam_host_headers)
   if(NOT LIDCAM_SHARED_COMPILES)
     return()

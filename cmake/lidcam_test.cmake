@@ -1,23 +1,23 @@
-# The tests' own code is not worth optimising: most of it runs once, and the assertions' code is what
-# the compiler would spend most of a build on.
+# The tests' own code is compiled without optimisation: most of it runs once, and a build would
+# spend most of its time on the assertions' code.
 set(lidcam_test_code $<$<CONFIG:Debug>:-O0>)
 
-# Most of a build's time is the tests' own code. It can be compiled once, by a build of its own, and
-# linked against the product of several: as g++ makes it, and with sanitizers in it.
+# Most of a build's time is the tests' own code. It can be compiled once, by a build of its own with
+# g++ and sanitizers, and linked in several other builds.
 option(LIDCAM_TEST_OBJECTS_ONLY "Compile the tests' own code, for other builds to link, and nothing else" OFF)
 set(LIDCAM_TEST_OBJECTS "" CACHE PATH
   "A build with LIDCAM_TEST_OBJECTS_ONLY whose objects are linked, in place of compiling the tests")
 
-# The program's own code under sanitizers is that of LIDCAM_TEST_OBJECTS, too: without sanitizers, over a
-# driver and a kernel that have them.
+# The program's own code in a build with sanitizers also comes from LIDCAM_TEST_OBJECTS: without
+# sanitizers, linked with a driver and a kernel that have them.
 set(LIDCAM_PROGRAM_OBJECTS OFF)
 if(LIDCAM_TEST_OBJECTS AND LIDCAM_SANITIZE)
   set(LIDCAM_PROGRAM_OBJECTS ON)
 endif()
 
-# The headers that every test includes, compiled once.
+# Precompiles the headers that every test includes.
 function(lidcam_test_headers)
-  # Those tests that use threads, for ThreadSanitizer.
+  # The tests that use threads, for ThreadSanitizer.
   add_custom_target(threaded_tests)
   add_custom_target(test_objects)
   if(NOT LIDCAM_SHARED_COMPILES OR LIDCAM_TEST_OBJECTS)
@@ -33,8 +33,8 @@ function(lidcam_test_headers)
     <array> <cstdint> <map> <span> <string> <vector> <gmock/gmock.h> <gtest/gtest.h>)
 endfunction()
 
-# How a test's sources are compiled, whether into a program or into objects for one. All of them together:
-# what the library's templates make, the compiler then makes once.
+# How a test's sources are compiled, for a program or for objects of one. All as one source: the
+# library's templates are then instantiated once.
 function(lidcam_compile_test target optimized libraries)
   target_link_libraries(${target} PRIVATE lidcam_warnings ${libraries} GTest::gmock GTest::gtest)
   target_compile_definitions(${target} PRIVATE LIDCAM_SOURCE_ROOT="${CMAKE_SOURCE_DIR}")
@@ -49,7 +49,7 @@ function(lidcam_compile_test target optimized libraries)
   endif()
 endfunction()
 
-# lidcam_list_objects(TARGET): the list of its objects for the builds that link them.
+# lidcam_list_objects(TARGET): writes the list of its objects for the builds that link them.
 function(lidcam_list_objects name)
   file(GENERATE OUTPUT "${CMAKE_BINARY_DIR}/objects/${name}.txt"
     CONTENT "$<JOIN:$<TARGET_OBJECTS:${name}>,\n>\n")
@@ -84,10 +84,10 @@ function(lidcam_link_test_objects name)
 endfunction()
 
 # lidcam_test(NAME [THREADS] [OPTIMIZED] [SHARDS count] SOURCES file... LIBRARIES target...): one
-# GoogleTest executable. THREADS marks tests that ThreadSanitizer is to see, OPTIMIZED those whose own code
-# runs long, SHARDS those whose cases are dealt out to several ctest entries, which run at the same time and
-# before all others. All but THREADS run on one processor: the threads of a simulated world take turns, and
-# handing on the turn to another processor takes twice as long.
+# GoogleTest executable. THREADS marks tests to be run with ThreadSanitizer, OPTIMIZED those whose
+# own code runs long, SHARDS those whose cases are divided into several ctest entries, which run
+# concurrently and before all others. All except THREADS run on one processor: the threads of a
+# simulated world take turns, and a turn on another processor takes twice as long.
 function(lidcam_test name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "THREADS;OPTIMIZED" "SHARDS" "SOURCES;LIBRARIES")
   if(LIDCAM_TEST_OBJECTS_ONLY)

@@ -1,7 +1,7 @@
-# Each room of docs/rooms.txt is a library, room_FOLDER, that links the rooms below its own and no others;
-# link_FOLDER shows that it needs no more. The target `rooms` builds them all, out of the objects that the
-# libraries of the tree have anyway. Where scripts/check-layers sees what a file includes, this sees what it
-# calls: a function may be declared in a low room and defined in a high one.
+# Each room of docs/rooms.txt is a library, room_FOLDER, that links the rooms below its own and no
+# others; link_FOLDER shows that it needs no more. The target `rooms` builds them all, from the
+# objects that the libraries of the tree contain anyway. scripts/check-layers checks includes; this
+# checks calls: a function may be declared in a low room and defined in a high one.
 
 # Sets buildings, below_BUILDING, heights_BUILDING, rooms_BUILDING_HEIGHT and, from the ground up, rooms in the
 # caller.
@@ -30,8 +30,8 @@ function(lidcam_read_rooms file)
   set(rooms "${rooms}" PARENT_SCOPE)
 endfunction()
 
-# Sets objects_FOLDER in the caller for each folder that has sources of the targets. What several folders'
-# sources are compiled together to belongs to the highest of them.
+# Sets objects_FOLDER in the caller for each folder that has sources of the targets. An object
+# compiled from sources of several folders belongs to the highest of them.
 function(lidcam_sort_objects)
   set(folders "")
   foreach(target ${ARGN})
@@ -89,7 +89,7 @@ function(lidcam_sort_objects)
   endforeach()
 endfunction()
 
-# One room and the proof of it. `below` is all that it may link.
+# One room and its link check. `below` is all that it may link.
 function(lidcam_room room below objects)
   string(REPLACE "/" "." name "${room}")
   if(NOT objects)
@@ -109,7 +109,7 @@ function(lidcam_room room below objects)
   add_dependencies(rooms link_${name})
 endfunction()
 
-# lidcam_rooms(TARGET...): the libraries that the rooms' objects are taken of.
+# lidcam_rooms(TARGET...): the libraries whose objects the rooms consist of.
 function(lidcam_rooms)
   lidcam_read_rooms("${CMAKE_SOURCE_DIR}/docs/rooms.txt")
   lidcam_sort_objects(${ARGN})

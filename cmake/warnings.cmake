@@ -1,6 +1,6 @@
-# One interface target carries the warnings, so that every target has the same ones. The presets make
-# them errors (CMAKE_COMPILE_WARNING_AS_ERROR): another compiler or level of optimisation than ours may
-# give false warnings.
+# One interface target has the warnings, so that every target has the same ones. The presets make
+# them errors (CMAKE_COMPILE_WARNING_AS_ERROR): another compiler or level of optimisation than ours
+# may give false warnings.
 add_library(lidcam_warnings INTERFACE)
 target_compile_options(lidcam_warnings INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wundef -Wcast-qual

@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
-"""Prints how many lines of a fuzz target's subject were run.
+"""Prints how many lines of the code that a fuzz target tests were run.
 
   fuzz/coverage.py TARGET PROGRAM PROFILE [--lines]
 
-PROGRAM is the target, PROFILE what `llvm-profdata merge` made of its counts. With --lines every line
-that was not run follows.
+PROGRAM is the target, PROFILE the output of `llvm-profdata merge` for its counts. With --lines it
+also prints every line that was not run.
 """
 
 import json
@@ -18,7 +18,7 @@ import program_end  # noqa: E402
 
 AIM = 95.0
 
-# What each target is to run all lines of: files below the tree's root, "!" takes some out again.
+# The files that each target tests, relative to the tree's root; "!" excludes some again.
 SUBJECTS = {
     "usbip_client": [
         "serve/device/*.cpp",
@@ -41,7 +41,7 @@ SUBJECTS = {
         "bus/capture/records/usbmon_record.cpp",
         "bus/capture/records/usbpcap_record.cpp",
     ],
-    # Pipes and temporary files depend on the system and not on a capture's bytes (capture_input.cpp).
+    # capture_input.cpp: pipes and temporary files do not depend on a capture's bytes.
     "capture_replay": [
         "bus/capture/**/*.cpp",
         "!bus/capture/files/capture_input.cpp",
@@ -124,7 +124,7 @@ def export(program, profile, files, *options):
 
 
 def is_constexpr(name, first):
-    """Whether the declaration that ends in the line with the function's brace says so."""
+    """Whether the declaration that ends with the function's brace contains constexpr."""
     text = pathlib.Path(name).read_text().splitlines()
     start = first - 1
     while start > 0 and text[start - 1].strip() and text[start - 1].rstrip()[-1] not in ";{}:>":

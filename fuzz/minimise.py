@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Chooses few and small inputs that run as much as all of them: a corpus for the tree.
+"""Chooses few and small inputs with the features of all of them: a corpus for the tree.
 
   fuzz/minimise.py CONTROL FOLDER
 
@@ -35,7 +35,7 @@ def read_control(path):
 
 
 def choose(inputs):
-    """Greedy: the next is the one that adds most for its size, as long as there is room."""
+    """Greedy: adds the input with the most new features for its size, up to the size limit."""
     chosen, seen, left = [], set(), MOST_BYTES
     while len(chosen) < MOST_INPUTS:
         fitting = [one for one in inputs if one[1] <= left and one[2] - seen]

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Makes the inputs that the fuzz targets start from: a folder for each target.
+"""Makes the initial inputs of the fuzz targets: a folder for each target.
 
   fuzz/seeds.py LIDCAM FOLDER
 
@@ -48,7 +48,7 @@ def recorded(lidcam, scratch):
 
 
 def usbpcap_of(record):
-    """The same as the other capture system writes it."""
+    """The same record in the format of the other capture system."""
     identity, event, kind, endpoint, device, bus = struct.unpack_from("<QcBBBH", record)
     status, data = struct.unpack_from("<i", record, 28)[0], record[64:]
     done = 0 if event == b"S" else 1
@@ -68,7 +68,7 @@ def usbpcap_of(record):
 
 
 def capture_records(records):
-    """The target wants one record, behind two bytes: its decoder and how much of it was cut off."""
+    """The target expects two bytes ahead of one record: its decoder and the number of bytes cut off."""
     left = {2: CONTROL_RECORDS, 0: ISOCHRONOUS_RECORDS}
     for record in records:
         kind = record[9]
@@ -95,7 +95,7 @@ def pcap(link, records, order="<", magic=0xA1B2C3D4, lengths=None):
 
 
 def zstandard(data):
-    """One frame of one block that is stored as it is."""
+    """One frame with one uncompressed block."""
     assert len(data) < 1 << 17
     return (struct.pack("<IBI", 0xFD2FB528, 0xA0, len(data))
             + struct.pack("<I", len(data) << 3 | 1)[:3] + data)
@@ -119,7 +119,7 @@ def begins_frame(record):
 
 
 def captures(records):
-    """Whole files: with frames, without, of either system, in all formats, and wrong ones."""
+    """Whole files: with and without frames, of either system, in all formats, and invalid ones."""
     control = [record for record in records if record[9] != 0]
     starts = [number for number, record in enumerate(records) if begins_frame(record)]
     frame = records[starts[0] : starts[1] + 1]
@@ -137,11 +137,11 @@ def captures(records):
     yield pcap(1, control[:2])
     yield pcap(220, [])
     yield b""
-    # Two devices, of which one is to be chosen, and one that nothing is known of.
+    # Two devices, of which one must be chosen, and one that is unknown.
     other = [record[:11] + bytes((record[11] + 1,)) + record[12:] for record in control[:12]]
     yield pcap(220, control[:12] + other)
     yield pcap(220, [record for record in control if record[8:9] == b"S"][20:30])
-    # Cut records, one that is longer than any, and another link type than the records have.
+    # Cut records, one with an implausible length, and another link type than the records'.
     cut = [record[:48] for record in control[:6]] + [record[:70] for record in frame[:3]]
     yield pcap(220, cut, lengths=[len(record) for record in control[:6] + frame[:3]])
     yield pcap(249, control[:6])
@@ -208,7 +208,7 @@ def fault_scripts():
 
 
 def property_requests():
-    """How they are asked, then requests: set and flags, id, and request and value with their lengths."""
+    """The receiver, then requests: set and flags, id, and request and value with their lengths."""
     # Of each set: its ids, and the bytes of a request and a value.
     sets = ((range(0, 11), 40, 40), (range(0, 8), 40, 40), (range(0, 5), 56, 132),
             (range(10, 24), 52, 132), (range(0, 2), 48, 48), (range(0, 15), 32, 200),
@@ -218,7 +218,7 @@ def property_requests():
     for kind, (ids, request, value) in enumerate(sets):
         for number in ids:
             for flags in range(4):
-                # A value stands in the block that is request and value both, or by itself.
+                # A value is in the block that is both request and value, or in one of its own.
                 block = bytes(24) + struct.pack("<Iii", 5, 1, 1) + bytes(value)
                 asked.append(bytes((kind | flags << 4, number, request)) + block[:request]
                              + bytes((value,)) + block[:value])
@@ -229,7 +229,7 @@ def property_requests():
             yield bytes((how,)) + b"".join(asked[at : at + 24])
     for at in range(0, len(asked), 23):
         yield b"\2" + b"".join(b"\0" + request for request in asked[at : at + 23])
-    # A still is asked for while frames come: private property 19.
+    # A request for a still while frames come: private property 19.
     still = bytes((0x13, 19, 52)) + bytes(52) + bytes((52,)) + bytes(52)
     yield b"\2" + b"\0" + still + b"".join(b"\0" + request for request in asked[:20])
     for value in (0, 1, 3, 50, 255):
@@ -252,7 +252,7 @@ def property_requests():
 
 
 def data_formats():
-    """Operations: intersect, connect, change the format, look, stream; see the target for the bytes."""
+    """Operations: intersect, connect, change the format, query, stream; see the target for the bytes."""
     unchanged = b"\2\0"
     for size in range(5):
         connect = bytes((1, size)) + unchanged + b"\1"
@@ -272,7 +272,7 @@ def data_formats():
 
 
 def usb_descriptors():
-    """What is done, then an answer to each descriptor request: see the target for the kinds."""
+    """The operations, then an answer to each descriptor request: see the target for the kinds."""
     for done in range(4):
         yield bytes((done,))
         for kind in range(1, 8):
@@ -280,7 +280,7 @@ def usb_descriptors():
             yield bytes((done, 0, kind)) + chance.randbytes(400)
             yield bytes((done, kind)) + chance.randbytes(400)
             yield bytes((done, 0, 0, 0, kind)) + chance.randbytes(100)
-    # Configurations with one mistake each, which stay as they are when they are read again.
+    # Configurations with one error each, unchanged when they are read again.
     interface, endpoint = bytes((9, 4, 0, 0, 1, 255, 0, 0, 0)), bytes((7, 5, 0x82, 1, 0, 2, 1))
     for count, kind, tail in ((1, 2, interface + endpoint), (2, 2, interface + endpoint),
                               (1, 3, interface + endpoint), (1, 2, interface + b"\0\0"),
@@ -293,9 +293,9 @@ def usb_descriptors():
         yield b"\0\0" + raw + b"\10" * 3
     yield b"\1\0\3\4\0" + bytes((9, 2, 4, 0))
     yield b"\1\3" + struct.pack("<H", 18) + bytes((18, 2)) + bytes(16)
-    # The longest that a descriptor can say, each time it is read longer than before.
+    # The longest possible length, larger each time that the descriptor is read.
     yield b"\0\0" + b"".join(b"\7" + struct.pack("<H", total) for total in range(600, 2000, 100))
-    # One interface, two endpoints and as many settings as there can be.
+    # One interface, two endpoints and the highest number of settings.
     for settings in (0, 3, 7):
         interface = b"\1\0" + struct.pack("<H", settings)
         interface += (b"\2\0" + b"\0" + b"\0\0" * 2) * (settings + 1)
@@ -310,13 +310,13 @@ def bulk_completions(stream):
         for length, ends in ((64, done), (19998, done * 8), (64, cancelled), (8000, done + cancelled),
                              (8000, done + failed), (64, done)):
             steps += b"\x0a" + struct.pack("<HHBB", length, 0, 0, waits) + ends
-        # Every request of the driver is passed on but for bulk transfers, which are kept.
+        # All requests of the driver are passed on, except for bulk transfers, which stay pending.
         yield bytes((0, len(steps))) + steps + b"\0" + b"\6" * 600
         yield bytes((1, len(steps))) + steps.replace(b"\0\0\0\0", b"\0\1\0\0") + b"\0" + b"\6" * 600
 
 
 def completions():
-    """What is done, the steps, the completions beside them, then what becomes of each request."""
+    """The operations, the steps, the concurrent completions, then the result of each request."""
     acquire, run, pause, resume, release = b"\1\0\0", b"\2", b"\3", b"\4", b"\5"
     frames = b"\x0d\x40"  # 128 ms
     ticks = b"\x0d\xff"  # two of the watchdog
@@ -470,7 +470,7 @@ FRAME_ROW = "1,0.3,40,3,53,3,0,27,1530,Normal,Normal,0,0,0,300"
 
 
 def command_lines():
-    """A word a line; "~" is a blank within a word. Behind a zero stands the file "given"."""
+    """One word per line; "~" is a blank within a word. After a zero comes the file "given"."""
     for rows in ("", "\n", f"\n{FRAME_ROW}\n", f"\n{FRAME_ROW}\n{FRAME_ROW}\n", "\n1,2,3\n",
                  f"\n{FRAME_ROW}\n2,0.1{FRAME_ROW[5:]}\n", f"\n{FRAME_ROW.replace('40', '400')}\n",
                  f"\n{FRAME_ROW.replace('Normal', 'Other')}\n", f"\n{FRAME_ROW.replace('0.3', 'x')}\n"):

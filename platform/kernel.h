@@ -1,12 +1,12 @@
 #pragma once
 
-/// The one header through which driver/ sees the platform.
+/// The only header by which driver/ includes the platform.
 ///
-/// The published kernel interfaces stand here under their published names and with their published
-/// layouts: from the platform's own headers on Windows, from the declarations under host/
-/// everywhere else. Nothing in driver/ may ask which of the two it got.
+/// The published kernel interfaces are declared here with their published names and layouts: by the
+/// platform's own headers on Windows, by the declarations under host/ everywhere else. Code in
+/// driver/ must not depend on which of the two it uses.
 
-// LIDCAM_HOST_DECLARATIONS takes our declarations on Windows too: only to check their layouts there.
+// LIDCAM_HOST_DECLARATIONS includes our declarations on Windows too, only to check their layouts.
 #if defined(_WIN32) && !defined(LIDCAM_HOST_DECLARATIONS)
 
 // The platform headers clash with the compiler's intrinsics on these two names.
@@ -19,8 +19,8 @@
 #include <ntddk.h>
 #include <windef.h>
 
-// The streaming headers declare a clock's interface only behind the one that all interfaces derive
-// from, whose header expects these three.
+// The streaming headers declare a clock's interface only if the base interface's header is
+// included, which expects these three.
 #if !defined(DECLSPEC_NOVTABLE)
 #define DECLSPEC_NOVTABLE
 #endif
@@ -38,12 +38,12 @@ extern "C" {
 #include <usbioctl.h>
 }
 
-// The platform's headers take this word for themselves; USB devices have interfaces.
+// The platform's headers define this word as a macro; USB devices have interfaces.
 #undef interface
 
 #if defined(_WIN64)
-// The platform's headers give these inline: there is nothing to do where the system keeps every
-// thread's registers. Those of mingw-w64 lack them.
+// The platform's headers define these inline: they do nothing where the system saves every thread's
+// registers. Those of mingw-w64 lack them.
 inline NTSTATUS KeSaveFloatingPointState(PKFLOATING_SAVE) {
   return STATUS_SUCCESS;
 }
@@ -55,7 +55,8 @@ inline NTSTATUS KeRestoreFloatingPointState(PKFLOATING_SAVE) {
 // The annotations of interrupt levels, which the platform's analysis reads.
 #include <driverspecs.h>
 
-// The host's verifier looks at the order of holds and locks, and at interrupt levels; here nothing does.
+// Only the host's verifier checks the order of holds and locks, and interrupt levels; here these do
+// nothing.
 namespace lidcam {
 inline void RequireLevelAtMost(KIRQL) {}
 inline void NoteHoldTaken(const void*) {}
@@ -84,7 +85,7 @@ inline void NoteHoldsAwaited(const void*) {}
 #define NT_ASSERT(condition) \
   ((condition) ? static_cast<void>(0) : lidcam::ReportFailedAssertion(#condition))
 
-/// A wide string literal of the platform's character type: 16 bits, whatever wchar_t is here.
+/// A wide string literal of the platform's character type: always 16 bits, unlike wchar_t here.
 #define KERNEL_TEXT(text) u##text
 
 #endif

@@ -1,5 +1,5 @@
-// Sizes and offsets of the published structures that the driver uses, compiled in every world, so
-// that the declarations can't drift apart. 32-bit numbers for 32-bit targets, 64-bit for 64-bit.
+// Sizes and offsets of the published structures that the driver uses, compiled for every platform,
+// so that the declarations can't diverge. 32-bit numbers for 32-bit targets, 64-bit for 64-bit.
 
 #include <cstddef>
 #include <initializer_list>
@@ -12,7 +12,7 @@ constexpr std::size_t BitsDependent(std::size_t on32Bits, std::size_t on64Bits) 
   return sizeof(void*) == 4 ? on32Bits : on64Bits;
 }
 
-// A published GUID's numbers against its text, in two halves.
+// Compares a published GUID's numbers with its text, in two halves.
 constexpr bool GuidReads(unsigned long long head, unsigned long long tail, ULONG data1,
                          USHORT data2, USHORT data3, UCHAR b0, UCHAR b1, UCHAR b2, UCHAR b3,
                          UCHAR b4, UCHAR b5, UCHAR b6, UCHAR b7) {
@@ -136,7 +136,7 @@ static_assert(offsetof(DEVICE_OBJECT, Dpc) == BitsDependent(116, 200));
 static_assert(offsetof(DEVICE_OBJECT, SecurityDescriptor) == BitsDependent(152, 272));
 static_assert(offsetof(DEVICE_OBJECT, DeviceLock) == BitsDependent(156, 280));
 static_assert(offsetof(DEVICE_OBJECT, DeviceObjectExtension) == BitsDependent(176, 312));
-// Its last member: headers differ in what they pad the end to, and only the platform makes one.
+// Its last member: headers differ in the padding at the end, and only the platform allocates one.
 static_assert(offsetof(DEVICE_OBJECT, Reserved) == BitsDependent(180, 320));
 
 static_assert(sizeof(DRIVER_OBJECT) == BitsDependent(168, 336));
@@ -159,7 +159,7 @@ static_assert(IO_TYPE_DEVICE == 3 && IO_TYPE_DRIVER == 4 && IO_TYPE_IRP == 6);
 static_assert(DO_DEVICE_INITIALIZING == 0x80 && DO_POWER_PAGABLE == 0x2000);
 static_assert(CTL_CODE(FILE_DEVICE_UNKNOWN, 0, METHOD_NEITHER, FILE_ANY_ACCESS) == 0x220003);
 
-// What reaches a driver from applications, plug and play and the power manager.
+// Structures that a driver receives from applications, plug and play and the power manager.
 static_assert(sizeof(FILE_OBJECT) == BitsDependent(128, 216));
 static_assert(offsetof(FILE_OBJECT, DeviceObject) == BitsDependent(4, 8));
 static_assert(offsetof(FILE_OBJECT, FsContext) == BitsDependent(12, 24));
@@ -208,7 +208,7 @@ static_assert(offsetof(KEY_VALUE_FULL_INFORMATION, DataLength) == 12);
 static_assert(offsetof(KEY_VALUE_FULL_INFORMATION, NameLength) == 16);
 static_assert(offsetof(KEY_VALUE_FULL_INFORMATION, Name) == 20);
 
-// USB: URBs and what stands in them.
+// USB: URBs and their members.
 static_assert(sizeof(USB_DEVICE_DESCRIPTOR) == 18);
 static_assert(offsetof(USB_DEVICE_DESCRIPTOR, idVendor) == 8);
 static_assert(sizeof(USB_CONFIGURATION_DESCRIPTOR) == 9);
@@ -297,7 +297,7 @@ static_assert(offsetof(KSPIN, Context) == BitsDependent(8, 16));
 static_assert(offsetof(KSPIN, ConnectionFormat) == BitsDependent(80, 96));
 static_assert(offsetof(KSPIN, DeviceState) == BitsDependent(96, 120));
 
-// Streaming: properties, events and the tables of them.
+// Streaming: properties, events and their tables.
 static_assert(sizeof(GUID) == 16 && sizeof(SIZE) == 8 && sizeof(KSMULTIPLE_ITEM) == 8);
 static_assert(sizeof(KSPROPERTY) == 24 && alignof(KSPROPERTY) == 8);
 static_assert(offsetof(KSPROPERTY, Id) == 16 && offsetof(KSPROPERTY, Flags) == 20);
@@ -507,7 +507,7 @@ static_assert(IOCTL_KS_RESET_STATE == 0x2F001B);
 static_assert(KSSTATE_ACQUIRE == 1 && KSSTATE_PAUSE == 2 && KSSTATE_RUN == 3);
 static_assert(KSINTERFACE_STANDARD_STREAMING == 0 && KSMEDIUM_TYPE_ANYINSTANCE == 0);
 
-// Published values, as numbers: the driver's requests carry them.
+// Published values, as numbers: the driver's requests contain them.
 static_assert(NonPagedPool == 0);
 static_assert(NotificationEvent == 0 && SynchronizationEvent == 1);
 static_assert(Executive == 0 && KernelMode == 0);

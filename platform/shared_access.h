@@ -1,7 +1,7 @@
 #pragma once
 
-/// What stands ahead of each access to a field that threads share without a lock: nothing in a Windows
-/// image. On the host a simulation may let other threads run there.
+/// Precedes each access to a field that threads share without a lock: nothing in a Windows image.
+/// On the host it is a switch point of a simulation.
 
 #if defined(_WIN32)
 

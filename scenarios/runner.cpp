@@ -15,11 +15,11 @@
 namespace lidcam::scenarios {
 namespace {
 
-// No operation takes longer, whatever its requests suffer one after the other.
+// No operation takes longer, even if all its requests have faults.
 constexpr LONGLONG kLongestStep = 120 * kSecond;
 constexpr LONGLONG kLook = 10 * kSecond;
 
-// Ends all faults that the run may have left behind.
+// Ends all faults of the run that are left.
 class FaultsOff {
  public:
   FaultsOff() { Clear(); }
@@ -34,7 +34,7 @@ class FaultsOff {
   }
 };
 
-// The scenario has its own thread, so that thread 0 sees when it gets no further.
+// The scenario has its own thread, so that thread 0 detects when it hangs.
 class Player {
  public:
   Player(const Scenario& scenario, Stage& stage, RunResult& result)

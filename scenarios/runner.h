@@ -9,14 +9,14 @@
 
 namespace lidcam::scenarios {
 
-/// Plays a scenario once, in a world of its own. A function of the key alone. One at a time in a
+/// Runs a scenario once, in a world of its own. A function of the key alone. One at a time in a
 /// process.
 [[nodiscard]] RunResult RunScenario(const Scenario& scenario, const RunKey& key,
                                     bool keepsTrace = false);
 
-/// Plays a scenario that has steps with step 1, 2, 3 ... up to the first one that it doesn't reach.
+/// Runs a scenario that has steps with step 1, 2, 3 ... until one that it doesn't reach.
 ///
-/// @param seen  gets each result; false ends it
+/// @param seen  receives each result; false ends the loop
 /// @return the number of steps that were reached
 std::uint64_t RunAllSteps(const Scenario& scenario, std::uint64_t seed, const RunOptions& options,
                           const std::function<bool(const RunResult&)>& seen);

@@ -1,5 +1,5 @@
-// Streams in real time from a camera on a bad bus, for as long as wanted, and tells whether memory
-// stays where it was and every stream came back.
+// Streams in real time from a camera on a bus with faults, for any duration, and reports whether
+// memory use stayed constant and every stream recovered.
 
 #include <atomic>
 #include <charconv>
@@ -46,7 +46,7 @@ struct SoakCounts {
   std::uint64_t ByPause = 0;    ///< ... by a pause and a resume
   std::uint64_t ByAcquire = 0;  ///< ... by a release and a new acquire
   std::uint64_t ByPlug = 0;     ///< ... by plugging the camera in again
-  std::uint64_t Lost = 0;       ///< streams that did not come back
+  std::uint64_t Lost = 0;       ///< streams that did not recover
   std::uint64_t FailedStarts = 0;
 };
 
@@ -69,7 +69,7 @@ class Soak {
  public:
   Soak(std::uint64_t seed, Clock::time_point end) : random_(seed), end_(end) {}
 
-  /// One camera, plugged in and out again.
+  /// Plugs one camera in, streams, and removes it.
   void PlayRound();
 
   SoakCounts Counts;
@@ -101,7 +101,7 @@ void Soak::Count(TransportTestbed& camera) {
   Counts.BadFrames += counts.Bad;
 }
 
-// What a user does about a picture that stands still, the mildest thing first.
+// A user's remedies for a picture that has stopped, the mildest first.
 bool Soak::Mend(TransportTestbed& camera) {
   camera.Pause();
   if (camera.Resume() == STATUS_SUCCESS && FramesCome(camera)) {
@@ -152,7 +152,7 @@ void Soak::PlayRound() {
     camera.Close();
   }
   Counts.BusFaults += bus.Counts().Total();
-  // Plugged in again, on a bus that behaves, every camera streams.
+  // Plugged in again, on a bus without faults, every camera streams.
   bus::SimulatedBus goodBus(options);
   TransportTestbed camera(goodBus, {});
   ++(Begin(camera) && FramesCome(camera) ? Counts.ByPlug : Counts.Lost);
@@ -176,7 +176,7 @@ int Run(std::chrono::seconds time, std::uint64_t seed) {
   SetCameraTraceSink(CountRecoveries);
   const Clock::time_point begin = Clock::now();
   Soak soak(seed, begin + time);
-  // The first round fills what is filled once.
+  // The first round makes the allocations that are made only once.
   soak.PlayRound();
   const Memory before;
   Print("start", before);

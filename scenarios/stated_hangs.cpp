@@ -9,7 +9,7 @@
 namespace lidcam::scenarios {
 namespace {
 
-// A start takes down what the one before has left.
+// A start first ends the previous one.
 constexpr std::array<std::string_view, 5> kStops{"stop", "remove", "surprise removal", "start",
                                                  "restart"};
 
@@ -18,8 +18,8 @@ bool StopsDevice(const Stage& stage) {
                              [&stage](std::string_view step) { return stage.IsDoing(step); });
 }
 
-// The thread itself, or the holder of the mutex that it waits for, or the holder of what that one waits
-// for, and so on: there are no more mutexes to be had than these.
+// Whether `thread` is `stopped`, or waits for a mutex owned by it, or for one whose owner waits for
+// such a mutex, and so on: no longer chain of mutexes is possible.
 bool WaitsFor(const host::Thread* thread, const host::Thread& stopped) {
   constexpr int kMutexes = 8;
   for (int i = 0; i < kMutexes && thread != nullptr && thread != &stopped; ++i) {
@@ -29,13 +29,13 @@ bool WaitsFor(const host::Thread* thread, const host::Thread& stopped) {
   return thread == &stopped;
 }
 
-// The streaming class, too, waits for its requests before it lets a device go.
+// The streaming class also waits for its requests before it removes a device.
 bool IsHeldUpByStoppedReader(Stage& stage, const Activity& activity) {
   const host::Thread* const stopped = stage.Trace().StoppedReader();
   return stopped != nullptr && (WaitsFor(activity.Thread, *stopped) || activity.Step == "remove");
 }
 
-// As long as another thread does something, it may come to its end or hang without a right to.
+// As long as another thread makes progress, it may end, or hang without permission.
 bool IsAllHeldUpByStoppedReader(Stage& stage) {
   if (stage.Trace().StoppedReader() == nullptr) return false;
   return std::ranges::all_of(stage.Activities(), [&stage](const Activity* activity) {

@@ -6,20 +6,20 @@
 
 namespace lidcam::scenarios {
 
-/// A place at which the driver's own rules let it wait for ever.
+/// A place where the driver's own rules let it wait forever.
 struct StatedHang {
   std::string_view Name;
   std::string_view Cause;
-  bool (*IsIt)(Stage& stage);  ///< looks at the run that hangs; calls no kernel
+  bool (*IsIt)(Stage& stage);  ///< checks the hanging run; makes no kernel calls
 };
 
-/// All of them.
+/// All known ones.
 [[nodiscard]] std::span<const StatedHang> StatedHangs();
 
-/// @return null if a run that hangs has no right to
+/// @return null for a hang that is a defect
 [[nodiscard]] const StatedHang* RecognizeHang(Stage& stage);
 
-/// What takes longest and has no right to.
+/// The longest operation that no stated hang explains.
 [[nodiscard]] const Activity& LongestUnexplained(Stage& stage);
 
 }  // namespace lidcam::scenarios

@@ -94,7 +94,7 @@ void InstalledTestbed::WithCamera(const std::function<void(CameraContext& camera
   if (hold.Camera() != nullptr) use(*hold.Camera());
 }
 
-// The extension of a device of the streaming class begins with the address of what the driver sees.
+// A streaming class's device extension begins with the address of the object that drivers see.
 CaptureDevice& InstalledTestbed::Driver() const {
   return *CaptureDeviceOf(*static_cast<PKSDEVICE*>(FunctionalDevice()->DeviceExtension));
 }

@@ -11,47 +11,48 @@
 namespace lidcam::testbed {
 
 struct InstalledTestbedOptions {
-  /// As TransportTestbedOptions have it.
+  /// As in TransportTestbedOptions.
   std::u16string DriverKey{};
   ULONG FirstBusFrame = 0;         ///< bus frame number at interrupt time 0
-  DeviceFilter* Filter = nullptr;  ///< stands below the driver's device; outlives the camera
+  DeviceFilter* Filter = nullptr;  ///< attached below the driver's device; outlives the camera
 };
 
-/// The entrance of applications: the host has the camera's driver as its image brings it, which plug and
-/// play has told of the device. Applications open it by TopDevice().
+/// The interface of applications: the host has the camera's driver as loaded from its image, and
+/// plug and play has reported the device to it. Applications open it by TopDevice().
 ///
-/// What plug and play says comes from one thread at a time.
+/// Requests of plug and play come from one thread at a time.
 class InstalledTestbed final : public Testbed {
  public:
   /// Loads the driver and adds the device; it is started by Start().
   ///
   /// @param bus  outlives the camera
-  /// @throws std::runtime_error if the driver or the kernel has no room; nothing is left
+  /// @throws std::runtime_error if the driver or the kernel has no memory; nothing is left
   InstalledTestbed(bus::UsbBus& bus, InstalledTestbedOptions options);
 
-  /// As Close(), unless it is destroyed by an exception: the world stops then.
+  /// As Close(), except when an exception destroys it: the world stops then.
   ~InstalledTestbed() noexcept(false);
 
-  // Each gives the drivers' status.
+  // Each returns the drivers' status.
 
   NTSTATUS Start();
   NTSTATUS PowerDown();
   NTSTATUS PowerUp();
-  /// The device leaves in order, or what is left of it after a surprise. The driver's own device stays
-  /// for files that are still open, and goes with the last one.
+  /// Removes the device, also after a surprise removal. The driver's own device stays for files
+  /// that are still open, and is deleted with the last one.
   NTSTATUS Remove();
 
-  /// PullPlug(), and plug and play tells the driver.
+  /// PullPlug(), and reports it to the driver.
   NTSTATUS SurpriseRemove();
 
-  /// Removes the device, unloads the driver and takes the stack down. Files are closed before.
+  /// Removes the device, unloads the driver and destroys the stack. Files must be closed before.
   void Close();
 
-  /// For applications. The bus's own device once the driver's has been removed.
+  /// For applications. The bus's own device after the driver's has been removed.
   [[nodiscard]] PDEVICE_OBJECT TopDevice() const;
-  /// What the driver keeps of the device; for looking at it, until Remove().
+  /// The driver's data of the device, for inspection, until Remove().
   [[nodiscard]] const CaptureDevice& Device() const;
-  /// Lets `use` work on the camera's record beside the driver; nothing if there is none any more.
+  /// Calls `use` with the camera's record, concurrently with the driver; no effect without a
+  /// record.
   void WithCamera(const std::function<void(CameraContext& camera)>& use) const;
 
  private:

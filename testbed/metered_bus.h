@@ -8,24 +8,24 @@
 
 namespace lidcam::testbed {
 
-/// How the isochronous side of a bus has come to its end.
+/// How the isochronous traffic of a bus ended.
 enum class BusEnd : std::uint8_t {
-  None,          ///< it goes on
+  None,          ///< it has not ended
   EndOfCapture,  ///< a recording has no more packets
   Unplugged,     ///< the device is gone
 };
 
-/// What went over the isochronous side of a bus so far.
+/// The isochronous traffic of a bus so far.
 struct BusMeter {
   std::uint64_t Bytes = 0;        ///< of all packets
   std::uint64_t Microframes = 0;  ///< bus time that was read
 };
 
-/// Passes everything on to another bus, counts what is read, and notes the device's end.
+/// Passes all calls on to another bus, counts what is read, and notes the device's end.
 class MeteredBus final : public bus::PassingBus {
  public:
   /// @param bus    outlives this one
-  /// @param ended  called once, on the thread of the request that found the device gone
+  /// @param ended  called once, on the thread of the request that detected that the device is gone
   MeteredBus(bus::UsbBus& bus, std::function<void()> ended)
       : PassingBus(bus), ended_(std::move(ended)) {}
 

@@ -8,17 +8,17 @@
 
 namespace lidcam::testbed {
 
-/// A rule of the streaming class's manual that the camera's driver does not keep, and why it can't.
+/// A rule of the streaming class's manual that the camera's driver breaks, and why it must.
 struct MutexDeparture {
   host::ClassRule Rule;
   host::ClassCall Call;
   std::string_view Reason;
 };
 
-/// All departures that the driver needs. There is no other.
+/// All departures that the driver needs.
 [[nodiscard]] std::span<const MutexDeparture> RequiredDepartures();
 
-/// A departure that was seen.
+/// An observed departure.
 struct SeenDeparture {
   host::ClassRule Rule;
   host::ClassCall Call;
@@ -26,11 +26,11 @@ struct SeenDeparture {
   bool operator==(const SeenDeparture&) const = default;
 };
 
-/// What the class has seen of a device's driver, by rule and call.
+/// The departures of a device's driver that the class observed, by rule and call.
 /// @param functionalDevice  of the streaming class
 [[nodiscard]] std::vector<SeenDeparture> DeparturesSeen(PDEVICE_OBJECT functionalDevice);
 
-/// Whether the driver needs this one.
+/// Whether the driver needs this departure.
 [[nodiscard]] bool IsRequired(const SeenDeparture& departure);
 
 }  // namespace lidcam::testbed

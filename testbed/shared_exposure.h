@@ -6,8 +6,8 @@
 
 namespace lidcam::testbed {
 
-/// Puts the variables that all cameras share to what they are when the system is loaded and a
-/// camera was created: nothing else undoes what earlier streams of this process left there.
+/// Resets the variables that all cameras share to their values after loading the driver and
+/// creating a camera: they would otherwise keep the values of earlier streams of this process.
 inline void ResetSharedExposure() {
   AeHoldOff = 0;
   AeIndex = 30;

@@ -4,7 +4,7 @@
 
 namespace lidcam::testbed {
 
-// Nothing of the kernel is taken down while an exception unwinds.
+// No kernel object is destroyed while an exception unwinds.
 void Testbed::Build(const std::function<void()>& bringDriver,
                     const std::function<void()>& takeDriverDown) {
   std::exception_ptr error;

@@ -12,43 +12,43 @@
 
 namespace lidcam::testbed {
 
-/// Where a camera is plugged in.
+/// The port that a camera is plugged into.
 struct PortOptions {
-  std::u16string DriverKey{};  ///< of the camera's settings in the registry; empty: there are none
-  ULONG FirstBusFrame = 0;     ///< bus frame number at interrupt time 0
-  DeviceFilter* Filter = nullptr;  ///< stands below the driver's device; outlives the camera
+  std::u16string DriverKey{};      ///< of the camera's settings in the registry; empty: no settings
+  ULONG FirstBusFrame = 0;         ///< bus frame number at interrupt time 0
+  DeviceFilter* Filter = nullptr;  ///< attached below the driver's device; outlives the camera
 };
 
-/// One camera plugged into one host: a bus, the host's USB stack on it, and a driver above, which one of the
-/// two entrances brings: the device's operations (TransportTestbed) or an application's files
+/// One camera plugged into one host: a bus, the host's USB stack on it, and a driver above, used in
+/// one of two ways: by the device's operations (TransportTestbed) or by an application's files
 /// (InstalledTestbed).
 ///
-/// It belongs to the world of the thread that makes it (see worlds.h). All calls are for passive level;
+/// It belongs to the world of the thread that makes it (see worlds.h). Passive level, except that
 /// PullPlug() may come from any thread of the world.
 class Testbed {
  public:
   Testbed(const Testbed&) = delete;
   Testbed& operator=(const Testbed&) = delete;
 
-  /// The cable is pulled: the bus and the USB stack know.
+  /// Unplugs the camera, as seen by the bus and the USB stack.
   void PullPlug() { stack_->Unplug(); }
-  /// How the bus ended, if it did. Any thread.
+  /// How the bus ended, if so. Any thread.
   [[nodiscard]] BusEnd End() const { return meter_.End(); }
   /// What was read from the bus. Any thread.
   [[nodiscard]] BusMeter Meter() const { return meter_.Meter(); }
 
  protected:
-  /// Nothing is plugged in yet.
+  /// Makes a host without a camera.
   ///
   /// @param bus    outlives the camera
-  /// @param ended  called once, on the thread of the request that found the device gone
+  /// @param ended  called once, on the thread of the request that detected that the device is gone
   Testbed(bus::UsbBus& bus, PortOptions options, std::function<void()> ended)
       : options_(std::move(options)), meter_(bus, std::move(ended)) {}
   ~Testbed() = default;
 
-  /// Plugs the camera in and brings its driver; takes everything down and throws again what either throws.
+  /// Plugs the camera in and starts its driver; if either throws, destroys everything and rethrows.
   void Build(const std::function<void()>& bringDriver, const std::function<void()>& takeDriverDown);
-  /// Takes the driver and then the stack down.
+  /// Destroys the driver and then the stack.
   void TakeDown(const std::function<void()>& takeDriverDown);
 
   [[nodiscard]] bool IsPluggedIn() const { return stack_ != nullptr; }

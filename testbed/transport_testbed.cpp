@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::uint32_t kSurpriseRemoved = 3;
 
-// Raw frames deviate from the expected size by a few bytes; the assembler calls them good, too.
+// The size of raw frames varies by a few bytes; the assembler accepts these, too.
 constexpr std::int64_t kSizeTolerance = 10;
 
 KS_DATAFORMAT_VIDEOINFOHEADER FormatFor(const StreamRequest& request) {
@@ -73,7 +73,7 @@ std::size_t PictureBytes(const CameraContext& camera) {
 
 }  // namespace
 
-/// What the driver's side and the streaming class call of the pin.
+/// The calls of the pin by the driver and the streaming class.
 struct HostedPin {
   static TransportTestbed& CameraOf(PKSPIN pin) {
     return *static_cast<TransportTestbed*>(pin->Context);
@@ -86,7 +86,7 @@ struct HostedPin {
                                      0xFF);
   }
 
-  // The format stands in the connection already, and the picture's memory follows the camera's record.
+  // The connection already has the format, and the picture's memory follows the camera's record.
   static NTSTATUS ApplyFormat(PKSPIN) { return STATUS_SUCCESS; }
 
   static constexpr PinOperations kOperations{IsProcessing, ApplyFormat};
@@ -237,7 +237,7 @@ bool TransportTestbed::WaitForFrames(std::uint64_t delivered, LONGLONG limit) {
   }
 }
 
-// Frames that were begun and never delivered show here only.
+// Frames that were begun and never delivered are counted here only.
 void TransportTestbed::NoteFrameStarts() {
   const CameraContext* const camera = Device().Camera;
   if (camera == nullptr) return;
@@ -257,14 +257,14 @@ FrameCounts TransportTestbed::Counts() const {
   const BusMeter meter = SinceAcquired();
   counts.BusBytes = meter.Bytes;
   counts.Microframes = meter.Microframes;
-  // The frame that is still being received counts neither way.
+  // The frame that is being received is not counted.
   const std::uint32_t starts = frameStarts_ - firstFrameStart_;
   const std::uint64_t ended = starts == 0 ? 0 : starts - 1U;
   counts.Dropped = ended > counts.Delivered() ? ended - counts.Delivered() : 0;
   return counts;
 }
 
-// As the streaming class's pins do it: the frame thread sees the pin busy from before the frame is
+// As in the streaming class's pins: for the frame thread the pin is busy from before the frame is
 // fetched until it has been read.
 NTSTATUS TransportTestbed::Process() {
   const MutexHold hold(consumer_);

@@ -5,7 +5,7 @@
 namespace lidcam::testbed {
 namespace {
 
-// Everything else unwinds threads of a world that stops, and is not to be held up.
+// Other exceptions unwind threads of a world that stops, and must not be caught.
 std::exception_ptr ErrorOf(const std::function<void()>& use) {
   try {
     use();

@@ -7,22 +7,23 @@
 
 namespace lidcam::testbed {
 
-/// Runs `body` as a kernel thread of the machine's own time: for a bus that keeps real time.
+/// Runs `body` as a kernel thread in the machine's own time: for a bus that keeps real time.
 ///
-/// What `body` throws comes out of it.
+/// Exceptions of `body` are rethrown.
 void RunInRealTime(const std::function<void()>& body);
 
-/// Runs `body` as thread 0 of a world of its own, whose schedule is a function of the seed and whose
-/// time is virtual: it moves only when everybody waits, as fast as the machine can. For a bus that
-/// runs freely or a recorded one.
+/// Runs `body` as thread 0 of a world of its own, whose schedule is a function of the seed and
+/// whose time is virtual: it advances only when all threads wait, as fast as the machine can. For a
+/// free-running bus or a recorded one.
 ///
-/// Whatever `body` makes in the kernel must be gone when it returns. A std::exception that it throws
-/// comes out of this once the world has been checked for what is left, too.
+/// All kernel objects that `body` makes must be gone when it returns. A std::exception of `body` is
+/// rethrown after the world has been checked for leaks, too.
 host::SimulationOutcome RunInVirtualTime(const host::SimulationOptions& options,
                                          const std::function<void()>& body);
 
-/// Runs `use`, then `end`, and only then lets out what `use` threw: kernel objects are not taken down
-/// while an exception unwinds, since that is how a world that stops leaves them alone.
+/// Runs `use`, then `end`, and only then rethrows the exception of `use`: kernel objects must not
+/// be destroyed while an exception unwinds, since a world that stops unwinds its threads without
+/// releasing anything.
 void RunThenEnd(const std::function<void()>& use, const std::function<void()>& end);
 
 }  // namespace lidcam::testbed

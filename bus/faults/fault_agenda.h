@@ -12,20 +12,20 @@ namespace lidcam::bus {
 
 inline constexpr std::uint64_t kMicrosecondsPerMicroframe = 125;
 
-/// Bus time of a fault in microframes; the microframe in which the time falls.
+/// Microframe in which the time of a fault falls.
 [[nodiscard]] constexpr std::uint64_t MicroframeOf(std::uint64_t microseconds) {
   return microseconds / kMicrosecondsPerMicroframe;
 }
 
-/// Microframes that a length of time takes, the last one in part perhaps.
+/// Microframes that a duration takes, rounded up.
 [[nodiscard]] constexpr std::uint64_t MicroframesIn(std::uint64_t microseconds) {
   return (microseconds + kMicrosecondsPerMicroframe - 1) / kMicrosecondsPerMicroframe;
 }
 
-/// A fault of the script that is not yet, or not wholly, carried out.
+/// A fault of the script that is not yet, or not completely, injected.
 class PendingFault {
  public:
-  /// @param index  place in the script
+  /// @param index  position in the script
   /// @param bits   the script's Bits
   PendingFault(const BusFault& fault, std::size_t index, std::uint64_t bits);
 
@@ -33,14 +33,14 @@ class PendingFault {
   /// Number of the request, bus time in microframes, or FramePacket().
   [[nodiscard]] std::uint64_t Begin() const { return begin_; }
   [[nodiscard]] bool IsSpent() const { return isSpent_; }
-  /// @return true at the first call
+  /// @return true only at the first call
   [[nodiscard]] bool TakeFirst() { return std::exchange(isUntold_, false); }
 
-  /// Takes one of the fault's count.
+  /// Subtracts one from the fault's remaining count.
   void CarryOut();
   void End() { isSpent_ = true; }
 
-  /// Bits that depend on the script and on how often this fault was carried out, and on nothing else.
+  /// Bits that depend only on the script and on how often this fault was injected.
   [[nodiscard]] base::SplitMix Random() const;
 
  private:
@@ -52,21 +52,21 @@ class PendingFault {
   bool isSpent_ = false;
 };
 
-/// The faults of one place in the order in which they begin, so that a request looks only at those
-/// that concern it.
+/// The faults of one place, ordered by their begin, so that a request examines only the faults that
+/// concern it.
 class FaultAgenda {
  public:
   FaultAgenda(const FaultScript& script, FaultPlace place);
 
-  /// @return the faults that began before `end` and are not spent, in the order of their beginning
+  /// @return the faults that began before `end` and have a count left, ordered by their begin
   [[nodiscard]] std::vector<PendingFault>& BegunBefore(std::uint64_t end);
 
  private:
-  std::vector<PendingFault> waiting_;  ///< the last begins first
+  std::vector<PendingFault> waiting_;  ///< in descending order of their begin
   std::vector<PendingFault> begun_;
 };
 
-/// The faults of one place as the script has them.
+/// The script's faults of one place.
 [[nodiscard]] std::vector<PendingFault> FaultsOf(const FaultScript& script, FaultPlace place);
 
 }  // namespace lidcam::bus

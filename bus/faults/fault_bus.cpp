@@ -145,7 +145,7 @@ UsbStatus FaultBus::Begin(const Plan& plan) {
   return UsbStatus::Disconnected;
 }
 
-// The host's buffer beyond a short answer stays as it was.
+// The host's buffer beyond a short answer is left unchanged.
 void FaultBus::DisturbAnswer(const Plan& plan, ControlResult& result, std::span<std::uint8_t> data,
                              std::span<const std::uint8_t> before) {
   for (const PendingFault& pending : plan.OfAnswer) {
@@ -164,7 +164,8 @@ void FaultBus::DisturbAnswer(const Plan& plan, ControlResult& result, std::span<
   }
 }
 
-// Between reads the bus tells only whole frames of time; a read in which the time falls cuts exactly.
+// Between reads the bus gives its time in whole frames only; a read that contains the time is cut
+// exactly.
 void FaultBus::UnplugWhenDue() {
   const std::optional<std::uint64_t> time = timed_.UnplugTime();
   if (!time) return;

@@ -17,21 +17,21 @@ namespace lidcam::bus {
 
 struct FaultBusOptions {
   FaultScript Script{};
-  /// Waits for so many microseconds in the time that the bus lives in. Needed for late answers; empty:
-  /// they come at once.
+  /// Waits for a number of microseconds in the bus's time. Needed for late answers; empty: they are
+  /// not delayed.
   std::function<void(std::uint64_t microseconds)> Sleep{};
-  /// Gets one line for each request that a fault meets and for each fault of the stream when it
-  /// begins, such as "bus  fault control 12 stall". Called on the thread of the request, perhaps on
-  /// two at once, and free to wait.
+  /// Receives one line for each request that a fault affects and for each fault of the stream when
+  /// it begins, such as "bus  fault control 12 stall". Called on the thread of the request,
+  /// possibly on two concurrently, and may wait.
   std::function<void(const std::string& line)> Observer{};
 };
 
-/// Passes everything on to another bus and lets go wrong what a script says, but for the faults of frames,
-/// which only a camera can have.
+/// Passes all calls on to another bus and injects the faults of a script, except for the faults of
+/// frames, which only a camera can inject.
 ///
 /// Equal scripts over equal traffic give equal faults: requests are counted, the stream's time is
-/// the bus's own, and flipped bits follow from the script. A request that the other bus refuses keeps its
-/// refusal. Threads may use it as they may use the other bus.
+/// the bus's own, and flipped bits follow from the script. A request that the other bus refuses
+/// keeps its status. Threads as for the other bus.
 class FaultBus final : public PassingBus {
  public:
   /// @param bus  outlives this one
@@ -43,11 +43,11 @@ class FaultBus final : public PassingBus {
                                     std::span<IsochronousPacket> packets) override;
   void Unplug() override;
 
-  /// What was carried out so far.
+  /// The faults injected so far.
   [[nodiscard]] FaultCounts Counts() const;
 
  private:
-  /// What one request has to suffer.
+  /// The faults of one request.
   struct Plan {
     std::uint64_t Number = 0;          ///< of the request or the setting
     UsbStatus Status = UsbStatus::Ok;  ///< other than Ok: the device never sees the request
@@ -60,7 +60,7 @@ class FaultBus final : public PassingBus {
   [[nodiscard]] Plan PlanControl();
   [[nodiscard]] Plan PlanSetting(std::uint8_t alternateSetting);
   void Add(Plan& plan, PendingFault& pending);
-  /// Pulls the plug and waits as planned; the status that stands without the device.
+  /// Unplugs the device and waits as planned; the status if the device is gone.
   UsbStatus Begin(const Plan& plan);
   void DisturbAnswer(const Plan& plan, ControlResult& result, std::span<std::uint8_t> data,
                      std::span<const std::uint8_t> before);

@@ -11,7 +11,7 @@
 
 namespace lidcam::bus {
 
-/// How often each fault was carried out: requests, settings, packets or reads that suffered it.
+/// How often each fault was injected: number of requests, settings, packets or reads affected.
 class FaultCounts {
  public:
   void Add(FaultPlace place, FaultKind kind) { ++counts_[Index(place, kind)]; }

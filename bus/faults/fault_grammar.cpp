@@ -18,7 +18,7 @@ constexpr std::string_view kBlanks = " \t\r\v\f";
 constexpr std::string_view kPlaces =
     "control NUMBER, setting NUMBER, at TIME, frame NUMBER packet NUMBER or bits NUMBER";
 
-// An error stays one line whatever bytes the script holds.
+// An error message is one line, whatever bytes the script contains.
 std::string Quoted(std::string_view word) {
   std::string text = "'";
   for (const char letter : word.substr(0, kLongestQuote)) {
@@ -38,12 +38,12 @@ std::optional<std::uint64_t> ParseWhole(std::string_view text) {
 struct TimeUnit {
   std::string_view Word;
   std::uint64_t Microseconds;
-  std::size_t Decimals;  ///< that a microsecond needs
+  std::size_t Decimals;  ///< needed for a microsecond
 };
-// "s" ends the others too and is tried last.
+// "s" is a suffix of the others too and is tried last.
 constexpr TimeUnit kTimeUnits[] = {{"us", 1, 0}, {"ms", 1'000, 3}, {"s", 1'000'000, 6}};
 
-// Whole numbers only: a time must mean the same on every platform.
+// Whole numbers only: a time must be the same on every platform.
 std::optional<std::uint64_t> ParseAmountOf(const TimeUnit& unit, std::string_view text) {
   const std::size_t point = text.find('.');
   const auto whole = ParseWhole(text.substr(0, point));
@@ -96,7 +96,7 @@ std::string_view Sufferer(FaultPlace place) {
   return "isochronous reads";
 }
 
-/// The words of one fault and the place for its errors.
+/// The words of one fault, and its line for error messages.
 class Statement {
  public:
   Statement(std::string_view text, const std::string& name, std::size_t line)
@@ -219,7 +219,7 @@ void ReadStatement(Statement statement, FaultScript& script) {
   statement.ExpectOver("the line is complete before it; ';' or a new line begins another fault");
 }
 
-/// Cuts the text before the separator off.
+/// Removes and returns the text before the separator.
 std::string_view CutOff(std::string_view& text, char separator) {
   const std::size_t end = std::min(text.find(separator), text.size());
   const std::string_view part = text.substr(0, end);

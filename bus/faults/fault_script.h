@@ -10,12 +10,12 @@
 
 namespace lidcam::bus {
 
-/// Where on the bus a fault waits.
+/// The place on the bus where a fault is injected.
 enum class FaultPlace : std::uint8_t {
   Control,  ///< a control request, counted from 1 since the bus was made
   Setting,  ///< the selection of an alternate setting
   Time,     ///< the isochronous reads from a bus time on
-  Frame,    ///< a packet of the frames that a simulated camera sends; other buses know no frames
+  Frame,    ///< a packet of a simulated camera's frames; other buses have no frames
 };
 inline constexpr std::size_t kFaultPlaceCount = 4;
 
@@ -25,47 +25,47 @@ enum class FaultKind : std::uint8_t {
   Silent,      ///< the request or the whole read is never answered
   Late,        ///< the answer waits for `Amount` microseconds
   Short,       ///< the answer is cut to `Amount` bytes, a packet to a part of its length
-  Corrupt,     ///< bits of the answer or the packet are flipped, and nothing tells of it
+  Corrupt,     ///< bits of the answer or the packet are flipped, without an error status
   Refuse,      ///< the bus has no room for the setting
-  Lose,        ///< the packet's bytes are gone, and nothing tells of it
+  Lose,        ///< the packet's bytes are lost, without an error status
   Oversize,    ///< the packet fills its share of the read's buffer
-  Marker,      ///< the bytes that begin a frame stand within the packet
+  Marker,      ///< the bytes of a frame's begin appear within the packet
   FalseStart,  ///< the packet begins like a frame
   Error,       ///< the packet comes with a bus error
   Silence,     ///< the device sends nothing for `Amount` microseconds
   Unplug,
-  Pause,  ///< the frame stands still for `Amount` microseconds, and none of it is lost
+  Pause,  ///< the frame pauses for `Amount` microseconds, and none of it is lost
 };
 inline constexpr std::size_t kFaultKindCount = 15;
 
-/// One thing that goes wrong.
+/// One fault.
 struct BusFault {
   FaultPlace Place = FaultPlace::Control;
   FaultKind Kind = FaultKind::Stall;
   /// Number of the request, number of the setting, microseconds, or FramePacket().
   std::uint64_t At = 0;
-  std::uint64_t Amount = 0;  ///< microseconds or bytes, where the kind wants them
+  std::uint64_t Amount = 0;  ///< microseconds or bytes, if the kind has an amount
   std::uint32_t Count = 1;  ///< requests, packets or reads in a row; 0 is every time (Setting only)
 
   friend bool operator==(const BusFault&, const BusFault&) = default;
 };
 
-/// All that is to go wrong on a bus. Its text is described in docs/faults.md.
+/// All faults of a bus. The text form is described in docs/faults.md.
 struct FaultScript {
-  std::uint64_t Bits = 0;  ///< chooses flipped bits, cut lengths and places of markers
+  std::uint64_t Bits = 0;  ///< determines flipped bits, cut lengths and positions of markers
   std::vector<BusFault> Faults{};
 
   friend bool operator==(const FaultScript&, const FaultScript&) = default;
 };
 
-/// A fault script can't be read or used. what() is one line for the user: where, which word, why,
-/// and what would be right.
+/// A fault script can't be read or used. what() is one line for the user: the line, the word, the
+/// reason and the expected form.
 class FaultScriptError : public std::runtime_error {
  public:
   FaultScriptError(const std::string& what, std::size_t line)
       : std::runtime_error(what), line_(line) {}
 
-  /// Line of the text, from 1; 0 where the error is in none.
+  /// Line of the text, from 1; 0 if the error concerns no single line.
   [[nodiscard]] std::size_t Line() const { return line_; }
 
  private:
@@ -80,7 +80,7 @@ inline constexpr std::size_t kMostFaults = 100'000;
 inline constexpr std::uint64_t kHighestFrame = 1'000'000'000;
 inline constexpr std::uint64_t kHighestPacketOfFrame = 1'000'000'000;
 
-/// Where a packet stands among all that a camera sends.
+/// A packet's position in the camera's whole stream.
 ///
 /// @param frame   counted from 1 since the camera was plugged in
 /// @param packet  of the frame, from 1; the first one begins with the marker
@@ -96,21 +96,22 @@ inline constexpr std::uint64_t kHighestPacketOfFrame = 1'000'000'000;
 
 /// Reads a script.
 ///
-/// @param name  stands in the errors for where the text came from
+/// @param name  the text's origin, for error messages
 /// Throws FaultScriptError.
 [[nodiscard]] FaultScript ParseFaultScript(std::string_view text,
                                            const std::string& name = "faults");
 
-/// The script in the words that ParseFaultScript() reads, a fault a line; reads back as an equal one.
+/// The script in the form that ParseFaultScript() reads, one fault per line; reads back as an equal
+/// one.
 [[nodiscard]] std::string ToText(const FaultScript& script);
 
 /// One line of a script, without its end.
 [[nodiscard]] std::string ToText(const BusFault& fault);
 
-/// What a fault's kind wants behind its word.
+/// The parameter that follows a fault's kind.
 enum class FaultAmount : std::uint8_t { None, Time, Bytes };
 
-/// A row of the grammar: a kind that can happen in a place.
+/// A row of the grammar: a kind that is possible in a place.
 struct FaultForm {
   FaultPlace Place;
   FaultKind Kind;
@@ -118,13 +119,13 @@ struct FaultForm {
   bool HasCount = true;
 };
 
-/// The whole grammar, the faults of a place in a row.
+/// The whole grammar, the faults of a place in consecutive rows.
 [[nodiscard]] std::span<const FaultForm> FaultForms();
 
 [[nodiscard]] std::string_view WordOf(FaultKind kind);
 [[nodiscard]] std::string_view WordOf(FaultPlace place);
 
-/// The count that a line without one means.
+/// The default count.
 [[nodiscard]] constexpr std::uint32_t UsualCount(FaultPlace place) {
   return place == FaultPlace::Setting ? 0 : 1;
 }

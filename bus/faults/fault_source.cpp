@@ -72,7 +72,7 @@ bool IsFile(const std::string& argument) {
 FaultScript LoadFaults(const std::string& argument, std::chrono::microseconds duration) {
   if (argument.starts_with(kSeedWord)) return FromSeed(argument, duration);
   if (IsFile(argument)) return FromFile(argument);
-  // One word is no script; it was meant to be a file.
+  // One word is no script; a file name was intended.
   if (!argument.empty() && argument.find_first_of(" \t\n;#") == std::string::npos) {
     throw FaultScriptError("faults '" + argument +
                                "': there is no such file; right would be a file, seed=N, or a "

@@ -12,29 +12,30 @@
 
 namespace lidcam::bus {
 
-/// The faults of a camera's frames, for the camera to carry out: it alone knows where its frames begin,
-/// and can stand still in one.
+/// The faults of a camera's frames, injected by the camera: only the camera knows where its frames
+/// begin, and can pause within one.
 ///
-/// What is asked for comes in the order of the packets. Not safe for two threads.
+/// Packets must be queried in their order. One thread at a time.
 class FrameFaults {
  public:
   FrameFaults() : FrameFaults(FaultScript{}) {}
   explicit FrameFaults(const FaultScript& script);
 
-  /// What keeps a packet from being sent: a pause, a silence or a stall.
+  /// The fault that delays a packet: a pause, a silence or a stall.
   ///
   /// @param at  FramePacket() of the packet
   [[nodiscard]] std::optional<BusFault> TakeInterruption(std::uint64_t at);
 
-  /// True if a packet that is sent may be another than the camera's.
+  /// True if a fault may change the packet.
   [[nodiscard]] bool IsDisturbed(std::uint64_t at);
-  /// Disturbs a packet that is sent.
+  /// Injects the faults of a packet that is sent.
   ///
-  /// @param share  bytes that a microframe has room for; the packet's lie at its beginning
+  /// @param share  the packet's part of the buffer, a microframe long; its data are at the
+  ///               beginning
   void Disturb(std::uint64_t at, std::span<std::uint8_t> share, IsochronousPacket& packet);
 
   [[nodiscard]] const FaultCounts& Counts() const { return counts_; }
-  /// The faults that packets were the first to suffer since the last call, with the packets' places.
+  /// The faults that have begun since the last call, each with its first packet.
   [[nodiscard]] std::vector<BusFault> TakeBegun();
 
  private:

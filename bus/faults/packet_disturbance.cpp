@@ -30,7 +30,7 @@ std::uint32_t ShortestPacketFor(FaultKind kind) {
 
 }  // namespace
 
-// Bits that lie behind each other by one step each: no two are the same.
+// Positions of the bits with a constant distance: no two are equal.
 void FlipBits(std::span<std::uint8_t> bytes, base::SplitMix random) {
   const std::uint64_t bits = bytes.size() * 8;
   if (bits == 0) return;

@@ -10,17 +10,17 @@
 
 namespace lidcam::bus {
 
-/// Flips one to eight bits; at least one is wrong afterwards, unless there are none.
+/// Flips one to eight different bits; none if `bytes` is empty.
 void FlipBits(std::span<std::uint8_t> bytes, base::SplitMix random);
 
-/// A packet that a fault is possible on: it has the bytes for it, and lies within its share.
+/// Whether a fault is possible on a packet: it is long enough, and within its share.
 [[nodiscard]] bool IsFitFor(FaultKind kind, std::span<const std::uint8_t> share,
                             const IsochronousPacket& packet);
 
-/// Does to a packet what a fault of the stream does.
+/// Changes a packet by a fault of the stream.
 ///
 /// @param share  the packet's part of the read's buffer
-/// @param packet one that IsFitFor() the fault
+/// @param packet one for which IsFitFor() the fault is true
 void DisturbPacket(FaultKind kind, std::span<std::uint8_t> share, IsochronousPacket& packet,
                    base::SplitMix random);
 

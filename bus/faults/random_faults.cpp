@@ -13,12 +13,12 @@ constexpr std::uint64_t kMillisecond = 1'000;
 constexpr std::uint64_t kSecond = 1'000'000;
 constexpr std::uint64_t kTimeOfOneFault = 250 * kMillisecond;
 constexpr std::uint64_t kMostRandomFaults = 10'000;
-// Bringing a camera up takes some hundred requests; exposure control about fifty a second.
+// Starting a camera takes some hundred requests; exposure control about fifty per second.
 constexpr std::uint64_t kRequestsAtStart = 300;
 constexpr std::uint64_t kRequestsInOneSecond = 50;
 constexpr std::uint64_t kHighestRandomSetting = 7;
 
-/// How much of a fault a seed may choose; `Weight` is its share among the rows.
+/// The limits of a fault that a seed may choose; `Weight` is its share among the rows.
 struct Choice {
   RandomFaultMix Mix;
   FaultPlace Place;
@@ -90,7 +90,7 @@ std::uint64_t DrawPlace(base::SplitMix& random, FaultPlace place, std::uint64_t 
   return DrawTime(random, length);
 }
 
-// The order of the draws is part of what a seed means.
+// The order of the draws must not change: it determines the script of a seed.
 BusFault DrawFault(base::SplitMix& random, RandomFaultMix mix, std::uint64_t length) {
   const Choice& choice = Draw(random, mix);
   BusFault fault;

@@ -7,7 +7,7 @@
 namespace lidcam::bus {
 namespace {
 
-/// A read as the faults see it.
+/// An isochronous read, for the faults.
 struct Read {
   std::uint64_t Start;
   std::span<std::uint8_t> Buffer;
@@ -16,7 +16,7 @@ struct Read {
   FaultCounts& Counts;
   std::vector<BusFault>& Begun;
 
-  /// The packet's part of the buffer; what lies outside of the buffer is not part of it.
+  /// The packet's part of the buffer, limited to the buffer.
   [[nodiscard]] std::span<std::uint8_t> ShareOf(const IsochronousPacket& packet) const {
     const std::size_t offset = std::min<std::size_t>(packet.Offset, Buffer.size());
     const std::size_t size = std::max<std::size_t>(ShareSize, packet.Length);
@@ -43,7 +43,7 @@ void Empty(std::span<IsochronousPacket> packets, UsbStatus status) {
   }
 }
 
-// A silence ends by time, whatever fell into it; the other faults end by their count.
+// A silence ends at a time; the other faults end after their count.
 void ApplySilence(PendingFault& pending, const Read& read) {
   const std::uint64_t end = pending.Begin() + MicroframesIn(pending.Fault().Amount);
   std::uint64_t microframe = read.Start;

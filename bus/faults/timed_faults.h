@@ -12,22 +12,23 @@
 
 namespace lidcam::bus {
 
-/// The faults of bus time, and what they make of isochronous reads.
+/// The faults of bus time, and their effects on isochronous reads.
 ///
-/// What becomes of a packet depends on the script and the packets before it, not on how the host
-/// cuts the stream into reads; only the faults of a whole read do. Not safe for two threads.
+/// The fault of a packet depends on the script and the packets before it, not on how the host
+/// divides the stream into reads; only the faults of a whole read depend on that. One thread at a
+/// time.
 class TimedFaults {
  public:
   explicit TimedFaults(const FaultScript& script);
 
-  /// Bus time in microframes at which the plug is pulled.
+  /// Bus time in microframes at which the device is unplugged.
   [[nodiscard]] std::optional<std::uint64_t> UnplugTime() const { return unplugTime_; }
 
-  /// Disturbs a read that went well.
+  /// Injects the faults of a successful read.
   ///
-  /// @param counts   gets what was carried out, but for pulling the plug
-  /// @param begun    gets the faults that this read is the first to suffer, with the time of it
-  /// @return the read's status: Disconnected if the plug is pulled in or before it
+  /// @param counts   gets the injected faults, except for the unplugging
+  /// @param begun    gets the faults that begin in this read, with its time
+  /// @return the read's status: Disconnected if the device is unplugged in or before it
   UsbStatus Disturb(std::uint64_t start, std::span<std::uint8_t> buffer,
                     std::span<IsochronousPacket> packets, FaultCounts& counts,
                     std::vector<BusFault>& begun);

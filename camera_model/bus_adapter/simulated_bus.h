@@ -18,20 +18,20 @@
 
 namespace lidcam::bus {
 
-/// How a simulated bus keeps time.
+/// How a simulated bus advances its time.
 enum class Pacing : std::uint8_t {
-  FreeRunning,  ///< time passes only by isochronous reads, which return at once
+  FreeRunning,  ///< time advances only with isochronous reads, which return at once
   RealTime,     ///< a microframe takes 125 us of the machine's steady clock
 };
 
 struct SimulatedBusOptions {
   camera_model::UsbDeviceOptions Camera{};
   Pacing Pace = Pacing::FreeRunning;
-  /// Bytes per microframe that the bus has room for; settings that need more are refused.
+  /// Bytes per microframe available on the bus; settings that need more are refused.
   std::uint32_t BandwidthLimit = std::numeric_limits<std::uint32_t>::max();
 };
 
-/// A bus with one simulated camera on it. All operations may be called from any thread.
+/// A bus with one simulated camera. Any thread.
 class SimulatedBus final : public UsbBus {
  public:
   /// @throws std::invalid_argument as camera_model::UsbDevice does
@@ -39,32 +39,32 @@ class SimulatedBus final : public UsbBus {
 
   ControlResult ControlTransfer(const SetupPacket& setup, std::span<std::uint8_t> data) override;
   UsbStatus SelectSetting(std::uint8_t interface, std::uint8_t alternateSetting) override;
-  /// Reads follow each other without a gap. In real time, a reader that is later than what a host
-  /// controller queues (128 ms) begins with the present microframe; those before it have gone by.
+  /// Reads follow each other without a gap. In real time, a reader that is later than the queue of
+  /// a host controller (128 ms) continues with the present microframe; those before it are lost.
   IsochronousResult ReadIsochronous(std::uint8_t endpoint, std::span<std::uint8_t> buffer,
                                     std::span<IsochronousPacket> packets) override;
   void Abort(std::uint8_t endpoint) override;
   [[nodiscard]] std::uint32_t FrameNumber() override;
   void Unplug() override;
 
-  /// Lets go wrong what a script says of the camera's frames, in place of what went wrong before. What it
-  /// says of requests and times is for a FaultBus in front of this one.
+  /// Injects the script's faults of frames, in place of the previous script. Its faults of requests
+  /// and times need a FaultBus in front of this bus.
   ///
-  /// @param observer  gets one line for each fault when it begins, such as
-  ///                  "bus  fault frame 3 packet 5 lose", on the thread of the read; free to wait
+  /// @param observer  receives one line for each fault when it begins, such as
+  ///                  "bus  fault frame 3 packet 5 lose", on the thread of the read; may wait
   void DisturbFrames(const FaultScript& script,
                      std::function<void(const std::string& line)> observer = {});
-  /// What the camera's frames have suffered so far.
+  /// The faults of frames injected so far.
   [[nodiscard]] FaultCounts FrameFaultCounts();
 
-  /// Lets `look` at the camera while nothing else uses it: to change the light, to disturb packets,
-  /// to see the LED.
+  /// Calls `look` with exclusive access to the camera: to change the light, to disturb packets, to
+  /// read the LED.
   void WithCamera(const std::function<void(camera_model::UsbDevice&)>& look);
 
  private:
   [[nodiscard]] std::uint64_t Now() const;
   [[nodiscard]] std::uint64_t BeginRead();
-  /// Waits until the microframe has gone by; Ok, Aborted or Disconnected.
+  /// Waits for the end of the microframe; Ok, Aborted or Disconnected.
   [[nodiscard]] UsbStatus WaitFor(std::uint64_t microframe);
   UsbStatus ReadSome(std::uint64_t microframe, std::size_t share, std::uint32_t offset,
                      std::span<std::uint8_t> buffer, std::span<IsochronousPacket> packets);

@@ -11,21 +11,21 @@ struct PowerUpRow {
 constexpr PowerUpRow kPowerUp[] = {
     {0x09, 0x02},  // sensor running, LED off
     {0x0A, 0x00},  // whole picture, undivided clock
-    {0x0D, 0x3B},  // the chip exposes by itself
+    {0x0D, 0x3B},  // automatic exposure of the bridge
     {0x0F, 0x80},  // contrast 1.0
     {0x13, 0xA0},  // contrast of the shadows 1.0
     {0x14, 0xD0},  // contrast of the highlights 1.0
     {0x26, 0x20},  // colour phase of a picture read upright and unmirrored
     {0x2B, 0x42},  // serial address of the 8-bit sensors
-    {0x43, 0x40},  // sharpening on, by nothing
+    {0x43, 0x40},  // sharpening on, strength 0
     {0x68, 0x96},  // lines in a half cycle of the mains
     {0x78, 0xA0},  // saturation 1.0, blue difference
     {0x79, 0xA0},  // saturation 1.0, red difference
     {0x7E, 0x01},  // one data byte in a serial transaction
 };
 
-// Exponent 0.45 at the levels 2, 4, 8, 12, 16, 24, 32, 40, 48, 64, 80, 96, 128, 160 and 192: what a
-// screen undoes.
+// Exponent 0.45 at the levels 2, 4, 8, 12, 16, 24, 32, 40, 48, 64, 80, 96, 128, 160 and 192: the
+// inverse of a screen's curve.
 constexpr std::uint8_t kPowerUpGamma[] = {28,  39,  53,  64,  73,  88,  100, 111,
                                           120, 137, 151, 164, 187, 207, 224};
 constexpr std::uint8_t kGammaBanks[] = {0x31, 0x81, 0x91};

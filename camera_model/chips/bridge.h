@@ -10,9 +10,9 @@
 
 namespace lidcam::camera_model {
 
-/// Odd behaviour of a module, to stand for parts that answer late or not at all.
+/// Unusual behaviour of a module, for tests.
 struct BridgeOptions {
-  /// The sensor keeps its power-down pin the other way round: it answers only while bit 2 of bridge
+  /// The sensor's power-down pin has the opposite polarity: it answers only while bit 2 of bridge
   /// register 0x09 is clear.
   bool SensorNeedsPowerBit2Clear = false;
 };
@@ -21,19 +21,20 @@ struct BridgeOptions {
 /// bus to the sensor's registers.
 ///
 /// A sensor that is addressed wrongly (bus address in register 0x2B, data bytes in 0x7E) does not
-/// answer: it reads as 0xFF, the level of an idle bus, and writes are lost. Neither shows on USB.
+/// answer: it reads as 0xFF, the level of an idle bus, and writes are lost. Neither is visible on
+/// USB.
 class Bridge {
  public:
   explicit Bridge(Sensor& sensor, BridgeOptions options = {});
 
-  /// Serves a vendor request.
+  /// Carries out a vendor request.
   /// @param data  the data stage; a read stores its byte at the front
-  /// @return bytes of the data stage, or nothing where the chip stalls: any request but 0xA0 out with
+  /// @return bytes of the data stage, or nothing if the chip stalls: any request but 0xA0 out with
   ///         no data and 0xA1 in with one byte, and addresses below 0xFF00
   std::optional<std::uint32_t> VendorRequest(const bus::SetupPacket& setup,
                                              std::span<std::uint8_t> data);
 
-  /// Looks into a register of the bridge without a request.
+  /// Reads a register of the bridge without a request.
   [[nodiscard]] std::uint8_t Peek(std::uint8_t address) const { return registers_[address]; }
   [[nodiscard]] const Sensor& AttachedSensor() const { return sensor_; }
 
@@ -44,7 +45,7 @@ class Bridge {
   /// Divisor of the pixel clock, from the low two bits of register 0x0A: 1, 2, 4 or 8.
   [[nodiscard]] unsigned ClockDivisor() const { return 1U << (registers_[0x0A] & 0x03U); }
 
-  /// The sensor's frame clock, seen from the bridge.
+  /// Passes the sensor the begin of a frame.
   void StartFrame() { sensor_.StartFrame(); }
   void SettleExposure() { sensor_.SettleExposure(); }
 

@@ -4,8 +4,8 @@
 
 namespace lidcam::camera_model {
 
-/// The registers that make up one exposure of VGA0708. They belong together: a picture with the time
-/// of one and the gain of another would be wrongly exposed.
+/// The registers of one exposure of VGA0708. They are applied together: a picture with the time of
+/// one and the gain of another would be wrongly exposed.
 struct ExposureRegisters {
   std::uint16_t Lines = 0;       ///< 0x03 and 0x04, 12 bits
   std::uint8_t CoarseGain = 0;   ///< 0x60
@@ -15,14 +15,14 @@ struct ExposureRegisters {
   friend bool operator==(const ExposureRegisters&, const ExposureRegisters&) = default;
 };
 
-/// The way of exposure registers from the serial bus to a picture.
+/// The stages of exposure registers between the serial bus and a picture.
 ///
-/// What the bus writes is held back until a commit. At a frame's start the sensor latches what was
-/// committed last: with it, it begins to expose the next frame, while it reads out the frame that
-/// starts, whose light was collected with what was latched one start before.
+/// Values written on the bus are held back until a commit. At a frame's start the sensor latches
+/// the last committed values: they expose the next frame, while the sensor reads out the frame that
+/// starts, whose light was collected with the values latched one start before.
 class ExposureBanks {
  public:
-  /// Puts one set of values in force at once, as power does.
+  /// Applies one set of values at once, as at power-up.
   void Reset(const ExposureRegisters& values) { committed_ = exposing_ = beingRead_ = values; }
 
   void Commit(const ExposureRegisters& values) { committed_ = values; }
@@ -33,13 +33,13 @@ class ExposureBanks {
     exposing_ = committed_;
   }
 
-  /// Brings what is committed in force throughout, as two frames that nobody sees do.
+  /// Applies the committed values to both stages, as two frames without a reader do.
   void Settle() { exposing_ = beingRead_ = committed_; }
 
   [[nodiscard]] const ExposureRegisters& Committed() const { return committed_; }
-  /// With these values the next frame's light is collected; they set the present frame's length.
+  /// The values that expose the next frame; they determine the present frame's length.
   [[nodiscard]] const ExposureRegisters& Exposing() const { return exposing_; }
-  /// With these values the light of the frame that is being sent was collected.
+  /// The values that exposed the frame that is being sent.
   [[nodiscard]] const ExposureRegisters& BeingRead() const { return beingRead_; }
 
  private:

@@ -31,18 +31,18 @@ inline constexpr std::array kAllSensorModels{
 
 [[nodiscard]] std::string_view NameOf(SensorModel model);
 
-/// @return nothing for a name that no model has; names are compared exactly
+/// @return nothing for an unknown name; names are compared exactly
 [[nodiscard]] std::optional<SensorModel> SensorModelByName(std::string_view name);
 
-/// A register value that differs from the model's power-up value, to stand for an odd part.
+/// A register value that differs from the model's power-up value, for unusual modules.
 struct SensorRegisterOverride {
   std::uint8_t Register = 0;
   std::uint16_t Value = 0;
   std::uint8_t Page = 0;  ///< 16-bit sensors only
 };
 
-/// A sensor as its serial bus shows it: a file of registers, eight bits each, or sixteen bits each
-/// in pages.
+/// A sensor as seen on its serial bus: a register file, eight bits each, or sixteen bits each in
+/// pages.
 class Sensor {
  public:
   explicit Sensor(SensorModel model, std::span<const SensorRegisterOverride> overrides = {});
@@ -52,25 +52,25 @@ class Sensor {
   /// Data bytes of one bus transaction: 1 or 2.
   [[nodiscard]] std::uint8_t DataWidth() const;
 
-  /// One read transaction. A 16-bit sensor gives the high byte and keeps the low one for register
-  /// 0xF1, which gives the low byte of the register read before.
+  /// One read transaction. A 16-bit sensor returns the high byte and keeps the low one for register
+  /// 0xF1, which returns the low byte of the last register read.
   [[nodiscard]] std::uint8_t Read(std::uint8_t address);
 
   /// One write transaction; an 8-bit sensor takes the low byte of `value`.
   void Write(std::uint8_t address, std::uint16_t value);
 
-  /// Looks into a register without a bus transaction.
+  /// Reads a register without a bus transaction.
   [[nodiscard]] std::uint16_t Peek(std::uint8_t address, std::uint8_t page = 0) const;
 
-  /// Sets every register to its power-up value, and puts these values in force.
+  /// Sets every register to its power-up value, and applies these values.
   void Reset();
 
-  /// Where the exposure registers of VGA0708 stand on their way to a picture. Other sensors have no
-  /// such banks: what is written counts at once.
+  /// The stages of VGA0708's exposure registers. Other sensors have none: values take effect at
+  /// once.
   [[nodiscard]] const ExposureBanks& Exposure() const { return exposure_; }
   /// A frame starts: exposure registers are latched.
   void StartFrame() { exposure_.StartFrame(); }
-  /// Frames have gone by unseen: what was committed is in force.
+  /// Frames have passed without a stream: the committed values are in effect.
   void SettleExposure() { exposure_.Settle(); }
 
  private:

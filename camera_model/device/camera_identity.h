@@ -11,7 +11,7 @@ namespace lidcam::camera_model {
 struct CameraIdentity {
   std::uint16_t VendorId = 0;
   std::uint16_t ProductId = 0;
-  /// The usual sensor first.
+  /// The default sensor first.
   std::span<const SensorModel> Sensors;
 
   [[nodiscard]] bool MayHave(SensorModel model) const;
@@ -20,7 +20,7 @@ struct CameraIdentity {
 /// The seven identities, in ascending order.
 [[nodiscard]] std::span<const CameraIdentity> AllIdentities();
 
-/// @return null for a pair that no camera has
+/// @return null for an unknown pair
 [[nodiscard]] const CameraIdentity* FindIdentity(std::uint16_t vendorId, std::uint16_t productId);
 
 }  // namespace lidcam::camera_model

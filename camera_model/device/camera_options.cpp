@@ -54,7 +54,7 @@ std::optional<Number> ParseNumber(std::string_view text, int base) {
   return number;
 }
 
-/// Takes the part before the separator off the front of `text`.
+/// Removes and returns the part of `text` before the separator.
 std::string_view TakePart(std::string_view& text, char separator) {
   const std::size_t at = text.find(separator);
   const std::string_view part = text.substr(0, at);

@@ -11,7 +11,7 @@
 
 namespace lidcam::camera_model {
 
-/// A simulated camera as a user describes it in one word.
+/// A simulated camera, described by a user in one word.
 struct CameraOptions {
   std::uint16_t VendorId = 0x1AF0;
   std::uint16_t ProductId = 0x0511;
@@ -28,7 +28,7 @@ struct CameraOptions {
 /// Reads "sim[:vid:pid[,sensor=NAME][,config=long|short][,seed=N][,scene=FILE][,mains=50Hz|60Hz]
 /// [,light=LIGHT@TIME;...]]" (one word); the options may also follow "sim" alone. A scene's file
 /// name ends at the next comma. The steps of the light are those of ParseLightSchedule, separated by ';' here.
-/// @throws std::invalid_argument telling what is wrong and what would be right
+/// @throws std::invalid_argument with the error and the expected form
 [[nodiscard]] CameraOptions ParseCameraOptions(std::string_view text);
 
 /// Opens the scene and checks that the sensor fits the identity.

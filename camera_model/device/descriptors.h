@@ -9,7 +9,7 @@
 
 namespace lidcam::camera_model {
 
-/// The camera comes with many alternate settings (long) or few (short).
+/// The camera exists with many alternate settings (long) or few (short).
 enum class ConfigurationKind : std::uint8_t { Long, Short };
 
 inline constexpr std::uint8_t kInterruptEndpoint = 0x81;
@@ -27,7 +27,7 @@ inline constexpr std::uint8_t kIsochronousEndpoint = 0x82;
 /// Configuration, interface and endpoint descriptors as one block: 193 or 101 bytes.
 [[nodiscard]] std::vector<std::uint8_t> ConfigurationDescriptor(ConfigurationKind kind);
 
-/// @param index  0 lists the languages, 1 the maker, 2 the product
+/// @param index  0: languages, 1: maker, 2: product
 /// @return nothing for an index without a string
 [[nodiscard]] std::optional<std::vector<std::uint8_t>> StringDescriptor(std::uint8_t index);
 

@@ -17,11 +17,11 @@
 
 namespace lidcam::camera_model {
 
-/// Which camera, and what stands before it.
+/// The camera, and the scene and light in front of it.
 struct UsbDeviceOptions {
   std::uint16_t VendorId = 0x1AF0;
   std::uint16_t ProductId = 0x0511;
-  std::optional<SensorModel> Sensor{};  ///< nothing: the usual sensor of the identity
+  std::optional<SensorModel> Sensor{};  ///< nothing: the identity's default sensor
   ConfigurationKind Configuration = ConfigurationKind::Long;
   std::uint64_t Seed = 1;
   std::shared_ptr<Scene> View{};  ///< null: the test card
@@ -30,18 +30,18 @@ struct UsbDeviceOptions {
   BridgeOptions Bridge{};
 };
 
-/// The camera as it hangs on the bus: descriptors, standard requests, vendor requests to the bridge,
-/// and the isochronous stream microframe by microframe. Not synchronized; time comes from outside.
+/// The camera on the bus: descriptors, standard requests, vendor requests to the bridge, and the
+/// isochronous stream microframe by microframe. Not synchronized; the caller provides the time.
 class UsbDevice {
  public:
-  /// @throws std::invalid_argument for an identity that no camera has, or a sensor that is never
+  /// @throws std::invalid_argument for an unknown identity, or a sensor that is never
   ///         fitted behind it
   explicit UsbDevice(const UsbDeviceOptions& options);
 
-  /// Serves a request on endpoint 0.
+  /// Carries out a request on endpoint 0.
   /// @param data        the data stage, at least `setup.Length` bytes
   /// @param microframe  bus time of the request
-  /// @return bytes of the data stage, or nothing where the device stalls
+  /// @return bytes of the data stage, or nothing if the device stalls
   std::optional<std::uint32_t> Control(const bus::SetupPacket& setup, std::span<std::uint8_t> data,
                                        std::uint64_t microframe);
 
@@ -51,13 +51,13 @@ class UsbDevice {
     bool IsStalled = false;
   };
 
-  /// Gives one microframe's packet of the isochronous endpoint.
+  /// Returns one microframe's packet of the isochronous endpoint.
   /// @param out  at least BytesPerMicroframe() bytes
   IsochronousAnswer Isochronous(std::uint64_t microframe, std::span<std::uint8_t> out);
 
-  /// Bytes that the setting in force gives each microframe; 0 without a stream.
+  /// Bytes per microframe of the selected setting; 0 without a stream.
   [[nodiscard]] std::uint32_t BytesPerMicroframe() const;
-  /// Bytes that an alternate setting would give; 0 for one that does not exist.
+  /// Bytes per microframe of an alternate setting; 0 for an unknown one.
   [[nodiscard]] std::uint32_t BytesPerMicroframe(std::uint8_t alternateSetting) const;
 
   [[nodiscard]] std::uint8_t AlternateSetting() const { return alternateSetting_; }

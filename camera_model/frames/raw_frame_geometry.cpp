@@ -37,18 +37,18 @@ constexpr GeometryRow kGeometry[] = {
     {OV7670, RawSize::Third, {238, 159, 75750}},
     {OV7670, RawSize::Quarter, {160, 120, 38466}},
     {OV7670, RawSize::Sixth, {120, 80, 19266}},
-    // K82 ends some sizes a few pixels early.
+    // K82 sends a few pixels less at the end of some sizes.
     {K82, RawSize::Full, {640, 480, 614458}},
     {K82, RawSize::Half, {320, 240, 153666}},
     {K82, RawSize::Third, {238, 160, 76226}},
     {K82, RawSize::Quarter, {160, 120, 38462}},
     {K82, RawSize::Sixth, {120, 80, 19106}},
-    // Mi1318 keeps the 5:4 shape of its 1280 by 1024 pixels.
+    // Mi1318 keeps the 5:4 aspect ratio of its 1280 by 1024 pixels.
     {Mi1318, RawSize::Full, {640, 512, 655426}},
     {Mi1318, RawSize::Half, {320, 256, 163906}},
     {Mi1318, RawSize::Quarter, {160, 128, 41022}},
     {Mi1318, RawSize::Mega, {1280, 1024, 2621506}},
-    // VGA7648 has four lines less.
+    // VGA7648 has four lines fewer.
     {VGA7648, RawSize::Full, {640, 476, 609346}},
     {VGA7648, RawSize::Half, {320, 238, 152386}},
     {VGA7648, RawSize::Quarter, {160, 119, 38146}},

@@ -8,9 +8,9 @@
 
 namespace lidcam::camera_model {
 
-/// How much of the sensor's picture a raw frame keeps.
+/// The part of the sensor's picture in a raw frame.
 enum class RawSize : std::uint8_t {
-  Full,     ///< 640 by 480, or what the sensor has for it
+  Full,     ///< 640 by 480, or the sensor's nearest size
   Half,     ///< every second pixel and line
   Third,    ///< about 240 by 160
   Quarter,  ///< every fourth pixel and line
@@ -26,7 +26,7 @@ inline constexpr std::uint32_t kRawClosingBytes = 2;
 
 struct RawFrameGeometry {
   std::uint32_t Width = 0;   ///< pixels of a line, even
-  std::uint32_t Height = 0;  ///< lines, the last one perhaps cut
+  std::uint32_t Height = 0;  ///< lines, the last one may be incomplete
   /// Header, pixels and closing bytes. Some sensors send fewer pixels than Width times Height.
   std::uint32_t TotalBytes = 0;
 
@@ -39,9 +39,9 @@ struct RawFrameGeometry {
 /// @return the full size's geometry for a size that the sensor does not have
 [[nodiscard]] RawFrameGeometry GeometryOf(SensorModel model, RawSize size);
 
-/// Reads the size that the bridge is set to: register 0x0A bits 2 to 4, in force while the reducer
-/// (register 0x5D bit 7) is on. Without it the sensor's whole picture is sent, on Mi1318 with all its
-/// pixels if register 0x0A bit 2 is set.
+/// The size set in the bridge: register 0x0A bits 2 to 4, in effect while the reducer (register
+/// 0x5D bit 7) is on. Without it the sensor's whole picture is sent, on Mi1318 with all its pixels
+/// if register 0x0A bit 2 is set.
 [[nodiscard]] RawSize SelectedRawSize(const Bridge& bridge);
 
 }  // namespace lidcam::camera_model

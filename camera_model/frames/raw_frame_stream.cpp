@@ -81,7 +81,7 @@ StreamPacket RawFrameStream::Interrupt(const bus::BusFault& fault, std::uint32_t
     return {{}, false, true};
   }
   if (fault.Kind == bus::FaultKind::Pause) {
-    // The pause counts as a packet; the bytes go out after it, under the next number.
+    // The pause counts as a packet; the bytes are sent after it, under the next number.
     pausedUntil_ = end;
     return {};
   }
@@ -113,7 +113,7 @@ void RawFrameStream::CatchUp(std::uint64_t microframe) {
 }
 
 void RawFrameStream::BeginFrame(std::uint64_t microframe, std::uint32_t limit) {
-  // Frames that nobody fetched have been taken all the same.
+  // Frames whose packets were not read are also rendered.
   CatchUp(microframe);
   bridge_.StartFrame();
   const RawFrameGeometry geometry =
@@ -122,7 +122,7 @@ void RawFrameStream::BeginFrame(std::uint64_t microframe, std::uint32_t limit) {
   const double start = static_cast<double>(microframe - startedAt_) / kMicroframesPerSecond;
   const SensorExposure exposure = ExposureWith(banks.BeingRead(), bridge_, light_.At(start));
 
-  // While this frame is read out the next one collects its light: that is what takes the time.
+  // While this frame is read out the next one collects its light, which determines the duration.
   const SensorExposure next = ExposureWith(banks.Exposing(), bridge_, light_.At(start));
   const double wirePeriod = (geometry.TotalBytes + limit - 1) / limit + 1;
   period_ = std::max(FrameSeconds(bridge_, next) * kMicroframesPerSecond, wirePeriod);
@@ -149,7 +149,7 @@ void RawFrameStream::BeginFrame(std::uint64_t microframe, std::uint32_t limit) {
 
 void RawFrameStream::ExposeLines(const SensorExposure& exposure, double start,
                                  std::uint32_t lines) {
-  // A line is read out when its turn comes, and has collected light up to then.
+  // A line collects light until it is read out.
   const double lineSeconds = exposure.LineSeconds * 480 / std::max<std::uint32_t>(lines, 1);
   const double firstLight = start - exposure.Seconds;
   if (IsSteady(light_, firstLight, start + lines * lineSeconds)) {

@@ -13,40 +13,41 @@
 
 namespace lidcam::camera_model {
 
-/// What one microframe carries.
+/// The contents of one microframe.
 struct StreamPacket {
   std::span<const std::uint8_t> Bytes;  ///< valid until the next packet; empty in the blanking
   bool HasBusError = false;
   bool IsStalled = false;
 };
 
-/// Makes raw frames of the scene and cuts them into one packet per microframe.
+/// Makes raw frames of the scene and divides them into one packet per microframe.
 ///
-/// A frame is taken at its first packet, with size and picture settings as the registers stand at that
-/// moment, and with the exposure that the sensor has collected up to then (ExposureBanks). Its first
-/// packet begins with the marker and its last one is as short as its rest; the microframes to the next
-/// frame carry nothing. The bytes depend on seed, registers, scene, light and microframe numbers alone.
+/// A frame is rendered at its first packet, with the size and picture settings in the registers at
+/// that moment, and with the exposure that the sensor has collected by then (ExposureBanks). Its
+/// first packet begins with the marker and its last one is as short as its rest; the microframes
+/// until the next frame are empty. The bytes depend only on seed, registers, scene, light and
+/// microframe numbers.
 class RawFrameStream {
  public:
   RawFrameStream(Bridge& bridge, Scene& scene, std::uint64_t seed);
 
-  /// Drops the frame under way and begins with a new one a little after `microframe`, from which the
-  /// light's time counts. The sensor has gone on without a stream, so that what is committed is in
-  /// force from the first frame on.
+  /// Drops the frame in progress and begins a new one a little after `microframe`, from which the
+  /// light's time counts. The sensor has continued without a stream, so that the committed exposure
+  /// is in effect from the first frame on.
   void Restart(std::uint64_t microframe);
 
-  /// Gives the packet of one microframe. Microframes left out have gone by with their bytes.
+  /// Returns the packet of one microframe. The bytes of skipped microframes are lost.
   /// @param limit  bytes per microframe of the alternate setting, above 0
   [[nodiscard]] StreamPacket Packet(std::uint64_t microframe, std::uint32_t limit);
 
   void SetLight(const SceneLight& light) { light_ = light; }
-  /// Faults of frames that the stream is to have from here on, in place of those before.
+  /// Sets the faults of frames, in place of the previous ones.
   void SetFaults(const bus::FaultScript& script) { faults_ = bus::FrameFaults(script); }
   [[nodiscard]] bus::FrameFaults& Faults() { return faults_; }
-  /// Ends a stall that a fault began.
+  /// Ends a stall caused by a fault.
   void ClearStall() { isStalled_ = false; }
 
-  /// Frames begun since the camera got power.
+  /// Frames begun since power-up.
   [[nodiscard]] std::uint64_t FramesBegun() const { return framesBegun_; }
 
  private:
@@ -77,7 +78,7 @@ class RawFrameStream {
   double nextFrameAt_ = 0;       ///< in microframes
   double period_ = 0;            ///< of the last frame, in microframes
   std::uint64_t framesBegun_ = 0;
-  std::uint64_t viewNumber_ = 0;  ///< frames the sensor has taken, sent or not
+  std::uint64_t viewNumber_ = 0;  ///< frames rendered, sent or not
   std::uint64_t packetOfFrame_ = 0;
   std::uint64_t pausedUntil_ = 0;
   std::uint64_t silentUntil_ = 0;

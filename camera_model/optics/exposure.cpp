@@ -17,7 +17,7 @@ constexpr double kNominalFrameSeconds = 1.0 / 30;
 constexpr double kHighestAutomaticGain = 1.5;
 constexpr double kBacklightFactor = 1.4;
 
-// The VGA pair clocks 860 pixels and a programmable rest for each line, at 15 MHz.
+// The VGA pair clocks 860 pixels and a programmable blanking for each line, at 15 MHz.
 constexpr double kVgaPixelRate = 15e6;
 constexpr unsigned kVgaLineClocks = 860;
 constexpr double kVgaFineGainUnit = 128;
@@ -26,13 +26,14 @@ constexpr double kVgaFineGainUnit = 128;
 // of 3 to 5 per cent then, as between two neighbouring fine gains.
 constexpr double kVgaCoarseGain[] = {1.0, 1.0, 1.16, 1.53};
 constexpr double kVga0708PowerUpGain = 156 / kVgaFineGainUnit;
-// The counter of lines starts at the frame length register, in units of 16 lines, and ends at a fixed
-// count: less in the register is a longer frame. The picture's own lines leave no room for more.
+// The counter of lines starts at the frame length register, in units of 16 lines, and ends at a
+// fixed count: a smaller register value is a longer frame. Larger values would cut the picture's
+// lines.
 constexpr unsigned kShortestFrameRegister = 0x2F;
 constexpr unsigned kLinesOfFrameStep = 16;
 
-// A luma sample comes of the four pixels of a colour cell. Each holds 10000 electrons at white with
-// power-up gain, loses its count by 3 when read, and makes 20 in a second without light.
+// A luma sample is made from the four pixels of a colour cell. Each holds 10000 electrons at white
+// with power-up gain, has a read noise of 3 electrons, and a dark current of 20 per second.
 constexpr double kPixelsOfSample = 4;
 constexpr double kElectronsAtWhite = kPixelsOfSample * 10000;
 constexpr double kReadNoiseElectrons = 3;
@@ -125,7 +126,7 @@ bool IsBacklightCompensated(const Bridge& bridge) {
   }
 }
 
-// Against the gain of the power-up registers, for which the picture is well exposed.
+// Relative to the gain of the power-up registers, at which the picture is well exposed.
 double ProgrammedGain(const ExposureRegisters& registers, const Sensor& sensor) {
   if (sensor.Model() != VGA0708) return 1.0;
   const double fine = registers.FineGain / kVgaFineGainUnit;
@@ -147,7 +148,7 @@ unsigned ExtraLines(const ExposureRegisters& registers, const Sensor& sensor) {
   return (kShortestFrameRegister - registers.FrameLength) * kLinesOfFrameStep;
 }
 
-/// Light of strength 1.0 gathered from the time 0 on, with the swelling of the mains.
+/// Integral of light of strength 1.0 since time 0, with the modulation by the mains.
 double GatheredUntil(const SceneLight& light, double seconds) {
   if (light.MainsRate == 0) return seconds;
   const double turns = 2 * std::numbers::pi * light.MainsRate;

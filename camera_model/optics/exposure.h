@@ -11,15 +11,16 @@ namespace lidcam::camera_model {
 
 /// The light in front of the camera.
 struct SceneLight {
-  /// Factor on all light: 1.0 with a schedule of kRoomLux, or none, is the room for which the power-up
-  /// exposure is right.
+  /// Factor on all light: 1.0 with a schedule of kRoomLux, or without one, is the room in which the
+  /// power-up exposure is correct.
   double Level = 1.0;
-  /// Rate at which the light swells, twice the mains frequency: 100, 120, or 0 for steady light.
+  /// Frequency of the light's modulation, twice the mains frequency: 100, 120, or 0 for steady
+  /// light.
   unsigned MainsRate = 0;
-  /// Strength over time, counted from the stream's start; empty: kRoomLux for ever.
+  /// Strength over time, counted from the stream's start; empty: constantly kRoomLux.
   LightSchedule Schedule{};
 
-  /// Strength at one moment of the stream, 1.0 for the usual room.
+  /// Strength at a time of the stream, 1.0 for the usual room.
   [[nodiscard]] double At(double seconds) const {
     return Level * LuxAt(Schedule, seconds) / kRoomLux;
   }
@@ -27,21 +28,21 @@ struct SceneLight {
   friend bool operator==(const SceneLight&, const SceneLight&) = default;
 };
 
-/// What the sensor makes of the light with the registers that stand in it.
+/// The exposure that the sensor's registers give in a light.
 struct SensorExposure {
   /// Light collected and amplified in steady light, 1.0 for a well exposed picture of the scene.
   double Relative = 1.0;
-  double Sensitivity = 1.0;        ///< what Relative is for light of strength 1.0
+  double Sensitivity = 1.0;        ///< Relative for light of strength 1.0
   double Seconds = 0.03;           ///< time for which each line collects light
   double LineSeconds = 0.0000573;  ///< from one line's start to the next one's
-  double Gain = 1.0;               ///< amplification, against that of the power-up registers
+  double Gain = 1.0;               ///< amplification relative to the power-up registers
   unsigned ExtraLines = 0;         ///< lines that the frame length register adds to each frame
-  /// Exposure time in half cycles of 50 Hz light, 1 to 20: the level that a raw frame's header tells.
+  /// Exposure time in half cycles of 50 Hz light, 1 to 20: the level in a raw frame's header.
   std::uint8_t Level = 3;
-  bool IsAutomatic = true;  ///< the chip chose the exposure by itself
+  bool IsAutomatic = true;  ///< the bridge's automatic exposure is on
 };
 
-/// Works out an exposure from the registers of bridge and sensor.
+/// Computes an exposure from the registers of bridge and sensor.
 ///
 /// With the chip's automatic exposure on, the picture stays well exposed as far as the longest time
 /// and the highest gain reach. With it off, time and gain are those in the sensor's registers.
@@ -50,19 +51,19 @@ struct SensorExposure {
 [[nodiscard]] SensorExposure ExposureWith(const ExposureRegisters& registers, const Bridge& bridge,
                                           double strength);
 
-/// The exposure that the committed registers ask for in the light of a stream's start.
+/// The exposure of the committed registers in the light of a stream's start.
 [[nodiscard]] SensorExposure ReadExposure(const Bridge& bridge, const SceneLight& light);
 
-/// Time from one frame's start to the next one's. An exposure longer than the sensor's clock has it
-/// stretches the frame.
+/// Time from one frame's start to the next one's. An exposure longer than the frame stretches the
+/// frame.
 [[nodiscard]] double FrameSeconds(const Bridge& bridge, const SensorExposure& exposure);
 
-/// Mean strength of the light, with its swelling, while a line collects it.
+/// Mean strength of the light, with its modulation, while a line collects it.
 /// @param from     seconds since the stream's start at which the line begins to collect
-/// @param seconds  for how long; 0 gives the light of one moment
+/// @param seconds  duration; 0 gives the light of one moment
 [[nodiscard]] double MeanLight(const SceneLight& light, double from, double seconds);
 
-/// @return true if every moment between the two has the same light
+/// @return true if the light is constant between the two times
 [[nodiscard]] bool IsSteady(const SceneLight& light, double from, double to);
 
 /// Noise of the sensor's pixels for an exposure.

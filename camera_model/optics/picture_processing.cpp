@@ -23,7 +23,7 @@ constexpr std::uint8_t kRelief = 0x08;
 constexpr std::uint8_t kTint = 0x20;
 constexpr std::uint8_t kMonochrome = 0x40;
 
-// Luma of black and white, ahead of the controls.
+// Luma of black and white, before the controls.
 constexpr double kBlackLuma = 16;
 constexpr double kWhiteLuma = 235;
 
@@ -31,7 +31,7 @@ constexpr std::uint8_t ToPixel(int value) {
   return static_cast<std::uint8_t>(std::clamp(value, 1, 254));
 }
 
-// What a screen value stands for as light, 0 to 1.
+// The light that a screen value represents, 0 to 1.
 const std::array<double, 256>& LightOfScreenValue() {
   static const auto table = [] {
     std::array<double, 256> light{};
@@ -43,7 +43,7 @@ const std::array<double, 256>& LightOfScreenValue() {
   return table;
 }
 
-// The straight lines through the knots, from 0 at no light to 256 at full light.
+// Linear interpolation between the knots, from 0 at no light to 256 at full light.
 double GammaAt(const std::array<std::uint8_t, 15>& knots, double level) {
   double fromLevel = 0;
   double fromValue = 0;
@@ -60,8 +60,8 @@ double GammaAt(const std::array<std::uint8_t, 15>& knots, double level) {
   return 256.0;
 }
 
-// Exposures in steps of 1/256 of a doubling, a quarter of a per cent each, which no eye and no 8 bits
-// tell apart in the dark or in the sun.
+// Exposures in steps of 1/256 of a doubling, a quarter of a per cent each: smaller than a step of
+// the eight bits at any level.
 constexpr int kStepsOfDoubling = 256;
 constexpr int kNoLight = -32 * kStepsOfDoubling;
 constexpr int kNotExposed = kNoLight - 1;
@@ -105,13 +105,13 @@ PictureSettings ReadPictureSettings(const Bridge& bridge) {
   const Sensor& sensor = bridge.AttachedSensor();
   const bool isVga0708 = sensor.Model() == SensorModel::VGA0708;
   if (isVga0708 || sensor.Model() == SensorModel::VGA0408) {
-    // The lens stands the picture on its head: reading both ways round is what makes it upright.
+    // The lens turns the picture upside down: reading in both directions reversed makes it upright.
     settings.IsMirrored = (sensor.Peek(0x0C) & 0x20) == 0;
     settings.IsFlipped = (sensor.Peek(0x0C) & 0x40) == 0;
   }
   if (isVga0708) {
-    // Reading the other way round begins with another colour of the filter mosaic. The bridge is told
-    // by two bits: the direction in a row, and whether the two directions differ.
+    // Reading in the reverse direction begins with another colour of the filter mosaic. Two bits of
+    // the bridge say so: the direction in a row, and whether the two directions differ.
     const bool toldMirrored = (bridge.Peek(0x26) & 0x20) == 0;
     const bool toldFlipped = ((bridge.Peek(0x26) & 0x10) != 0) != toldMirrored;
     settings.RedAndBlueSwapped =
@@ -147,8 +147,8 @@ void PictureProcessor::BuildTables() {
 }
 
 void PictureProcessor::BuildNoise() {
-  // How far a luma strays: the light's noise times the steepness of the green curve there. A pixel
-  // that is full to the brim strays no more.
+  // Standard deviation of a luma: the light's noise times the slope of the green curve there. A
+  // saturated pixel has no noise.
   LumaNoise::Deviations deviations{};
   constexpr double kBlack = 16;
   constexpr double kLumaOfFullValue = 220.0 / 256;

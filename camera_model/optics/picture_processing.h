@@ -11,7 +11,7 @@
 
 namespace lidcam::camera_model {
 
-/// What the registers of bridge and sensor ask of the picture.
+/// The picture settings in the registers of bridge and sensor.
 struct PictureSettings {
   /// Three curves (red, green, blue) of 15 knots each.
   std::array<std::array<std::uint8_t, 15>, 3> GammaKnots{};
@@ -34,16 +34,16 @@ struct PictureSettings {
 
 [[nodiscard]] PictureSettings ReadPictureSettings(const Bridge& bridge);
 
-/// Turns the light of a scene into the YUY2 picture that the bridge sends.
+/// Converts the light of a scene to the YUY2 picture that the bridge sends.
 ///
-/// Light and noise become a luma, which is filtered, and then shaped by the controls. Rows whose light
-/// and settings have not changed since the last picture are kept up to the noise, so that a still
-/// scene costs little.
+/// Light and noise give a luma, which is filtered and then changed by the controls. Rows whose
+/// light and settings have not changed since the last picture are cached without the noise, so that
+/// a still scene costs little.
 class PictureProcessor {
  public:
-  /// @param scene     the view as a screen shows it; taken back to linear light first
-  /// @param exposure  factor on the light for each row, 1.0 for right; one entry for all rows or one
-  ///                  for each
+  /// @param scene     the scene in screen values; converted to linear light first
+  /// @param exposure  factor on the light for each row, 1.0 for a correct exposure; one entry for
+  ///                  all rows or one for each
   /// @param noise     of the sensor's pixels
   /// @param seed      the same seed gives the same noise
   void Process(const RgbImage& scene, const PictureSettings& settings,
@@ -54,14 +54,14 @@ class PictureProcessor {
   /// only the head of a frame can look like its marker.
   [[nodiscard]] std::span<const std::uint8_t> Yuy2() const { return picture_; }
 
-  /// Mean luminance of the picture as the sensor gave it, noise and all, before filters and controls:
+  /// Mean luminance of the picture as the sensor gave it, with noise, before filters and controls:
   /// 0 for black to 255 for white, rounded down.
   [[nodiscard]] std::uint8_t MeanLuminance() const;
 
  private:
   using Curve = std::array<std::uint8_t, 256>;
   struct Curves {
-    int Exposure = 0;  ///< as StepOf tells it
+    int Exposure = 0;  ///< as returned by StepOf
     std::array<Curve, 3> Channels{};
   };
 

@@ -22,8 +22,8 @@ double BellBelow(double x) {
   return 0.5 * std::erfc(-x / std::sqrt(2.0));
 }
 
-// Values of the bell curve that lie equally likely apart, so that an even draw from the table is a
-// draw from the curve.
+// Quantiles of the normal distribution at equal probabilities, so that a uniform draw from the
+// table is a normal one.
 const std::array<std::int32_t, kDraws>& BellDraws() {
   static const auto table = [] {
     std::array<std::int32_t, kDraws> draws{};

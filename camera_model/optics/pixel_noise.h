@@ -6,15 +6,14 @@
 
 namespace lidcam::camera_model {
 
-/// How a sensor's pixels stray, in parts of the light that gives white.
+/// Noise of a sensor's pixels, as a fraction of the light that gives white.
 ///
-/// Light comes in single electrons, whose number strays by its root (shot noise); reading the pixel
-/// adds the same again and again (read noise). The amplifier makes both larger with the picture.
+/// The number of electrons has a standard deviation of its square root (shot noise); reading the
+/// pixel adds a constant one (read noise). The amplifier scales both with the picture.
 struct PixelNoise {
-  double LightOfElectron =
-      0;  ///< what one electron stands for behind the amplifier; 0: no shot noise
+  double LightOfElectron = 0;  ///< value of one electron after the amplifier; 0: no shot noise
   double ReadVariance = 0;
-  double DarkLight = 0;  ///< what the pixels gather without light
+  double DarkLight = 0;  ///< dark current
 
   [[nodiscard]] double Variance(double light) const {
     return light * LightOfElectron + ReadVariance;
@@ -22,7 +21,7 @@ struct PixelNoise {
   friend bool operator==(const PixelNoise&, const PixelNoise&) = default;
 };
 
-/// Deviations of luma samples, in steps of the eight bits, from a table of how far each luma strays.
+/// Deviations of luma samples, in steps of the eight bits, from a table of standard deviations.
 class LumaNoise {
  public:
   /// Standard deviation for each luma.
@@ -31,10 +30,11 @@ class LumaNoise {
   LumaNoise() = default;
   explicit LumaNoise(const Deviations& deviations);
 
-  /// @return true if no sample can be moved by a whole step
+  /// @return true if no sample can change by a whole step
   [[nodiscard]] bool IsSilent() const { return isSilent_; }
 
-  /// Adds noise to a line. Less than a whole step is cored away; nothing leaves 16 to 235.
+  /// Adds noise to a line. Deviations below a whole step are dropped; results stay within 16 to
+  /// 235.
   /// @param seed  the same seed gives the same noise
   void AddTo(std::span<std::uint8_t> luma, std::uint64_t seed) const;
 

@@ -30,8 +30,8 @@ void CheckSize(const std::string& path, std::uint64_t width, std::uint64_t heigh
   }
 }
 
-/// Fills `to` from `from`: each pixel is the mean of the source pixels that it covers, or the nearest
-/// one where it covers none.
+/// Scales `from` to the size of `to`: each pixel is the mean of the source pixels that it covers,
+/// or the nearest one if it covers none.
 void ScaleTo(const RgbImage& from, RgbImage& to) {
   const auto edges = [](std::uint32_t count, std::uint32_t source) {
     std::vector<std::uint32_t> at(count + 1);
@@ -93,12 +93,12 @@ void LeaveJpeg(j_common_ptr info) {
   std::longjmp(errors->Return, 1);
 }
 
-// A damaged file is refused rather than shown with grey patches.
+// A damaged file is refused, not shown with grey patches.
 void LeaveJpegOnWarning(j_common_ptr info, int level) {
   if (level < 0) LeaveJpeg(info);
 }
 
-// The library leaves by longjmp on an error, so nothing with a destructor may begin in here.
+// The library leaves by longjmp on an error: no object with a destructor may be created in here.
 bool DecodeJpeg(std::FILE* file, RgbImage& image, JpegErrors& errors) {
   jpeg_decompress_struct jpeg;
   std::memset(&jpeg, 0, sizeof jpeg);
@@ -157,7 +157,7 @@ class PictureScene final : public Scene {
   RgbImage scaled_;
 };
 
-/// A file of uncompressed 4:2:0, 4:2:2 or 4:4:4 frames, read as they are needed.
+/// A file of uncompressed 4:2:0, 4:2:2 or 4:4:4 frames, read on demand.
 class VideoScene final : public Scene {
  public:
   explicit VideoScene(const std::string& path) : path_(path), file_(path, std::ios::binary) {

@@ -7,7 +7,7 @@
 
 namespace lidcam::camera_model {
 
-/// Pixels as a screen shows them: red, green and blue of eight bits each, rows without padding.
+/// Screen values: red, green and blue of eight bits each, rows without padding.
 struct RgbImage {
   std::uint32_t Width = 0;
   std::uint32_t Height = 0;
@@ -23,7 +23,7 @@ struct RgbImage {
   [[nodiscard]] std::size_t RowOffset(std::uint32_t y) const { return std::size_t{y} * Width * 3; }
 };
 
-/// What stands in front of the lens.
+/// The scene in front of the lens.
 class Scene {
  public:
   Scene() = default;
@@ -31,13 +31,14 @@ class Scene {
   Scene& operator=(const Scene&) = delete;
   virtual ~Scene() = default;
 
-  /// Gives the view at one moment.
-  /// @param frame  the sensor's frame counter, 30 to the second
-  /// @param image  its size tells the wanted size; every pixel is written
+  /// Renders the scene at one frame.
+  /// @param frame  the sensor's frame counter, 30 per second
+  /// @param image  has the requested size; every pixel is written
   virtual void Render(std::uint64_t frame, RgbImage& image) = 0;
 };
 
-/// Opens a picture (PNG, JPEG) or video (Y4M, repeated without end) as a scene, known by its content.
+/// Opens a picture (PNG, JPEG) or video (Y4M, repeated endlessly) as a scene, recognised by its
+/// content.
 /// @throws std::runtime_error naming the file and the reason
 [[nodiscard]] std::unique_ptr<Scene> OpenSceneFile(const std::string& path);
 

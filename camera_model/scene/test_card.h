@@ -6,9 +6,8 @@
 
 namespace lidcam::camera_model {
 
-/// The picture of a camera that looks at nothing in particular: eight colour bars, a grey ramp, a
-/// zone plate, the word UP with an arrow, a ball that goes from left to right in four seconds, and
-/// the frame number in large digits.
+/// The default scene: eight colour bars, a grey ramp, a zone plate, the word UP with an arrow, a
+/// ball that moves from left to right in four seconds, and the frame number in large digits.
 class TestCard final : public Scene {
  public:
   void Render(std::uint64_t frame, RgbImage& image) override;

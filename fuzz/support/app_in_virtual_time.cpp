@@ -19,7 +19,7 @@ void InterruptAfter(std::uint32_t polls) {
   g_polls = polls;
 }
 
-// Each operation as the linker knows it, and what stands in for it.
+// Each operation by its linker name, with its replacement.
 
 host::SimulationOutcome
 RealRunInVirtualTime(const host::SimulationOptions& options, const std::function<void()>& body) asm(
@@ -56,7 +56,7 @@ std::unique_ptr<bus::SimulatedBus> MakeSimulatedBus(const camera_model::CameraOp
   return RealMakeSimulatedBus(options, bus::Pacing::FreeRunning);
 }
 
-// What gnuplot makes of a script is not the program's.
+// Results of gnuplot are outside of the program.
 std::string RunGnuplot(const std::string& script) asm(
     "__wrap__ZN6lidcam3app10RunGnuplotERKNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEE");
 
@@ -84,7 +84,7 @@ std::string InterruptText() {
   return g_polls == 0 ? "interrupted" : "";
 }
 
-// The engine has handlers of its own.
+// The engine installs handlers of its own.
 void WatchForInterrupt() asm("__wrap__ZN6lidcam3app17WatchForInterruptEv");
 
 void WatchForInterrupt() {}

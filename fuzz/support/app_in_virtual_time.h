@@ -4,11 +4,12 @@
 
 namespace lidcam::fuzz {
 
-// The linker leads calls of the command line here (--wrap): whatever a command does takes place in
-// virtual time, under a limit of steps, over simulated cameras that run freely; and it is interrupted
-// in order when it has asked often enough whether it is.
+// The linker redirects calls of the command line here (--wrap): each command runs in virtual time,
+// under a limit of steps, over free-running simulated cameras; and it is interrupted regularly
+// after a number of polls for an interrupt.
 
-/// Lets the next command ask so often before it is interrupted, which is how often its loops turn.
+/// Sets how many polls the next command may make before it is interrupted: the number of its loops'
+/// turns.
 void InterruptAfter(std::uint32_t polls);
 
 }  // namespace lidcam::fuzz

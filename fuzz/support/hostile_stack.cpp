@@ -37,7 +37,7 @@ USBD_STATUS AnyUrbStatus(Input& input) {
                            : kUrbStatuses[chosen % std::size(kUrbStatuses)];
 }
 
-// As the USB stack does it.
+// As the USB stack does.
 void CompleteAtDispatch(PIRP irp) {
   const host::DispatchLevelGuard level;
   IofCompleteRequest(irp, IO_NO_INCREMENT);
@@ -110,8 +110,8 @@ NTSTATUS HostileStack::DispatchTransfer(PIRP irp, URB& urb) {
   }
 }
 
-// A bulk chunk that succeeded within the call would be followed by the next one within that call, and so
-// on down the stack: the USB stack never does that.
+// If a bulk chunk succeeded within the call, the next one would be sent within that call, and so
+// on, each deeper on the stack: the USB stack never does that.
 NTSTATUS HostileStack::DispatchBulk(PIRP irp, URB& urb) {
   if (decisions_->OneIn(8)) return CompleteNow(irp, urb, STATUS_UNSUCCESSFUL, false);
   return decisions_->OneIn(8) ? Forward(irp) : Keep(irp);
@@ -119,7 +119,7 @@ NTSTATUS HostileStack::DispatchBulk(PIRP irp, URB& urb) {
 
 NTSTATUS HostileStack::DispatchAbort(PIRP irp, URB& urb) {
   switch (decisions_->Take<std::uint8_t>() % 4) {
-    case 1:  // says that it is done, and brings nothing back
+    case 1:  // reports success without any data
       urb.UrbHeader.Status = USBD_STATUS_SUCCESS;
       irp->IoStatus.Status = STATUS_SUCCESS;
       return Finish(irp);
@@ -162,7 +162,7 @@ NTSTATUS HostileStack::CameUp(PDEVICE_OBJECT, PIRP irp, PVOID context) {
   if (self.decisions_ == nullptr) return STATUS_CONTINUE_COMPLETION;
   URB& urb = UrbOf(irp);
   self.Tamper(urb, irp);
-  // One that the driver waits for may come late, but not never.
+  // A request that the driver waits for may be completed late, but must be completed.
   const bool isTransfer = urb.UrbHeader.Function == URB_FUNCTION_ISOCH_TRANSFER;
   if (!isTransfer || !self.decisions_->OneIn(4)) return STATUS_CONTINUE_COMPLETION;
   self.waiting_.push_back({.Irp = irp, .IsDone = true});
@@ -208,7 +208,7 @@ NTSTATUS HostileStack::Finish(PIRP irp) {
 void HostileStack::Complete(std::size_t index, USBD_STATUS urbStatus, NTSTATUS status) {
   const Waiting waiting = waiting_[index];
   waiting_.erase(waiting_.begin() + static_cast<std::ptrdiff_t>(index));
-  // A cancel routine that is gone runs, and completes it.
+  // If the cancel routine was taken already, it runs and completes the request.
   if (waiting.CanBeCancelled && IoSetCancelRoutine(waiting.Irp, nullptr) == nullptr) return;
   if (!waiting.IsDone) {
     UrbOf(waiting.Irp).UrbHeader.Status = urbStatus;
@@ -218,7 +218,7 @@ void HostileStack::Complete(std::size_t index, USBD_STATUS urbStatus, NTSTATUS s
   CompleteAtDispatch(waiting.Irp);
 }
 
-// What comes down meanwhile is left for later.
+// Requests that arrive meanwhile are left for later.
 void HostileStack::CompleteAll(USBD_STATUS status) {
   for (std::size_t left = waiting_.size(); left != 0 && !waiting_.empty(); --left) {
     const bool takesLast = decisions_ != nullptr && decisions_->OneIn(2);
@@ -274,7 +274,8 @@ void HostileStack::Tamper(URB& urb, PIRP irp) {
   }
 }
 
-// Packets that begin a frame stand where the input wants them, so that frames of any length end.
+// The input determines the positions of packets that begin a frame, so that frames of any length
+// end.
 void HostileStack::TamperWithPackets(_URB_ISOCH_TRANSFER& urb) {
   if (urb.NumberOfPackets == 0) return;
   auto* const data = static_cast<std::uint8_t*>(urb.TransferBuffer);

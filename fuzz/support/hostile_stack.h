@@ -10,11 +10,11 @@
 
 namespace lidcam::fuzz {
 
-/// A device between the camera's driver and the USB stack that completes the driver's requests as an
-/// input says: kept, put into another order, refused, completed within the call, with any status, length
-/// and offset, and aborts that do nothing. It keeps to the rules of the platform alone: each request is
-/// completed once, one that waits is given up when it is cancelled, and nothing is written where the
-/// driver gave no room.
+/// A device between the camera's driver and the USB stack that completes the driver's requests as
+/// an input determines: delayed, reordered, refused, completed within the call, with any status,
+/// length and offset, and with aborts that do nothing. It keeps only the rules of the platform:
+/// each request is completed once, a pending one is completed when it is cancelled, and nothing is
+/// written beyond the driver's buffers.
 class HostileStack final : public testbed::DeviceFilter {
  public:
   HostileStack();
@@ -24,22 +24,22 @@ class HostileStack final : public testbed::DeviceFilter {
   void Attach(PDEVICE_OBJECT below) override;
   void Detach() override;
 
-  /// From now on the input decides; until then, and behind its end, everything is passed on.
-  /// @param decisions  outlives the hostility
+  /// From now on the input decides; before, and after its end, everything is passed on.
+  /// @param decisions  used until TurnHarmless()
   void TurnHostile(Input& decisions) { decisions_ = &decisions; }
 
-  /// Passes everything on from now on, and completes what it has, with whatever comes of it meanwhile.
-  /// At passive level.
+  /// Passes everything on from now on, and completes the pending requests, including those sent
+  /// meanwhile. Passive level.
   void TurnHarmless();
 
-  /// Completes one of the requests that it has: `choice` says which and how. At passive level.
+  /// Completes one of the pending requests: `choice` determines which and how. Passive level.
   void CompleteOne(Input& choice);
 
  private:
-  /// A request that the driver believes to be with the USB stack.
+  /// A request that is in flight for the driver.
   struct Waiting {
     PIRP Irp;
-    bool IsDone = false;  ///< the real stack is done with it: it keeps its results
+    bool IsDone = false;  ///< the USB stack has completed it: its results are kept
     bool CanBeCancelled = false;
   };
 

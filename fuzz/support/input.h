@@ -8,14 +8,14 @@
 
 namespace lidcam::fuzz {
 
-/// Ends the process, which is how a target tells the engine of a finding.
+/// Ends the process unless `holds`, which reports a finding to the engine.
 inline void Require(bool holds, const char* file = __builtin_FILE(), int line = __builtin_LINE()) {
   if (holds) return;
   std::fprintf(stderr, "%s:%d: what must hold does not\n", file, line);
   std::abort();
 }
 
-/// Reads an input from its front; behind its end everything is 0.
+/// Reads an input from its front; after its end all values are 0.
 class Input {
  public:
   Input(const std::uint8_t* data, std::size_t size) : at_(data), left_(size) {}
@@ -36,7 +36,7 @@ class Input {
     return static_cast<std::uint32_t>(number % (std::uint64_t{most} + 1));
   }
 
-  /// Holds for one number in `count`, and not behind the input's end.
+  /// True for one number in `count`, and false after the input's end.
   bool OneIn(std::uint8_t count) { return Take<std::uint8_t>() % count == count - 1; }
 
   void TakeInto(void* to, std::size_t bytes) {
@@ -46,7 +46,7 @@ class Input {
     left_ -= some;
   }
 
-  /// The next `bytes`, or what is left, as an input of its own.
+  /// The next `bytes`, or the rest, as a separate input.
   Input Split(std::size_t bytes) {
     const std::size_t some = bytes < left_ ? bytes : left_;
     const Input part(at_, some);

@@ -30,7 +30,7 @@ inline client::Block TakeBlock(Input& input, std::size_t bytes) {
   return block;
 }
 
-/// An empty folder that "\SystemRoot" maps to while the object lives.
+/// An empty folder that "\SystemRoot" maps to during the object's lifetime.
 class TemporarySystemRoot {
  public:
   TemporarySystemRoot() {
@@ -52,9 +52,9 @@ class TemporarySystemRoot {
   std::filesystem::path root_;
 };
 
-/// An installed camera in virtual time that one application has open: with a driver key for its
-/// settings and a folder for its files. Inputs share one, which is taken down and looked through for
-/// what is left behind every so many inputs, and at the process's end.
+/// An installed camera in virtual time that one application has open, with a driver key for its
+/// settings and a folder for its files. Inputs share one, which is destroyed and checked for leaks
+/// after a number of inputs, and at the process's end.
 class InstalledWorld {
  public:
   InstalledWorld() {
@@ -67,7 +67,7 @@ class InstalledWorld {
   InstalledWorld(const InstalledWorld&) = delete;
   InstalledWorld& operator=(const InstalledWorld&) = delete;
 
-  /// Everything is closed, and nothing is left.
+  /// Closes everything, and checks that nothing is left.
   ~InstalledWorld() {
     client_.reset();
     camera_->Close();
@@ -97,20 +97,20 @@ class InstalledWorld {
     ZwClose(root);
   }
 
-  /// The device goes to sleep and wakes, which loads the settings.
+  /// The device is powered down and up, which loads the settings.
   void Wake() const {
     Require(camera_->PowerDown() == STATUS_SUCCESS);
     Require(camera_->PowerUp() == STATUS_SUCCESS);
   }
 
-  /// How the settings store reaches the camera's driver key.
+  /// The head by which the settings store opens the camera's driver key.
   [[nodiscard]] TransportRecordHead Transport() {
     TransportRecordHead head{};
     head.PhysicalDeviceObject = &installed_;
     return head;
   }
 
-  /// Lets `use` work on the camera's record.
+  /// Calls `use` with the camera's record.
   template <typename Use>
   void WithRecord(const Use& use) const {
     camera_->WithCamera(use);
@@ -146,8 +146,8 @@ class InstalledWorld {
 
   StepLimit limit_;
   TemporarySystemRoot root_;
-  host::HostDevice installed_{host::ImagingDriverKey(0)};  // what names the driver's key
-  // Threads change seldom under this seed: what is looked for here is no race.
+  host::HostDevice installed_{host::ImagingDriverKey(0)};  // has the driver's key
+  // Threads switch rarely with this seed: races are not the purpose here.
   host::SimulatedScheduler world_{limit_.WorldOptions(7)};
   scenarios::StampedCamera bus_{{}};
   std::unique_ptr<testbed::InstalledTestbed> camera_;

@@ -20,7 +20,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Seconds that one input may take, on a slow machine and with sanitizers.
+// Time limit of one input in seconds, for a slow machine and sanitizers.
 constexpr unsigned int kLimit = 60;
 
 extern "C" void TellLimit(int) {
@@ -29,7 +29,7 @@ extern "C" void TellLimit(int) {
   std::abort();
 }
 
-// Whole paths: a target may work in a folder of its own.
+// Absolute paths: a target may change the working folder.
 std::vector<fs::path> FilesOf(const fs::path& given) {
   const fs::path place = fs::absolute(given);
   if (!fs::is_directory(place)) return {place};
@@ -41,14 +41,14 @@ std::vector<fs::path> FilesOf(const fs::path& given) {
   return files;
 }
 
-// The input has a block of exactly its size: a sanitizer sees a read behind its end.
+// The input has a block of exactly its size: a sanitizer detects a read beyond its end.
 bool Run(const fs::path& path) {
   std::ifstream file(path, std::ios::binary);
   const std::vector<char> bytes(std::istreambuf_iterator<char>(file), {});
   if (!file) return false;
   const auto exact = std::make_unique<std::uint8_t[]>(bytes.size());
   std::ranges::copy(bytes, exact.get());
-  // The last name printed is that of an input that ends the process.
+  // If an input ends the process, its name is the last one printed.
   std::printf("%s\n", path.c_str());
   std::fflush(stdout);
   ::alarm(kLimit);

@@ -8,15 +8,15 @@
 
 namespace lidcam::fuzz {
 
-/// The time limit of an input in virtual time, where waiting costs nothing: switch points. An input
-/// that passes more ends the process with what every thread does, so that a hang is a finding and not
-/// a wait.
+/// The limit of an input in virtual time, where waiting costs nothing: a number of switch points.
+/// An input that exceeds it ends the process with a list of the threads' states, so that a hang is
+/// a finding.
 class StepLimit {
  public:
-  /// Far above what any input of the corpora takes, and below what a slow machine does in a minute.
+  /// Far above the need of all inputs of the corpora, and less than a minute on a slow machine.
   static constexpr std::uint64_t kSteps = 3'000'000;
 
-  /// The options of a world that lives under this limit.
+  /// The options of a world with this limit.
   [[nodiscard]] host::SimulationOptions WorldOptions(std::uint64_t seed) {
     return {.Seed = seed, .AtSwitchPoint = [this](const host::SwitchPlace& place) {
               Look(place.Number);
@@ -24,7 +24,7 @@ class StepLimit {
             }};
   }
 
-  /// The limit holds anew.
+  /// Restarts the count.
   void BeginInput() { first_ = last_; }
 
  private:

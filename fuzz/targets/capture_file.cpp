@@ -18,7 +18,7 @@ bool LiesWithin(std::span<const std::uint8_t> part, std::span<const std::uint8_t
          (part.data() >= whole.data() && part.data() + part.size() <= whole.data() + whole.size());
 }
 
-/// Nothing that a record shows may lie outside the bytes it was decoded from.
+/// All views of a record must be within the bytes it was decoded from.
 void CheckViews(const UsbRecord& record, std::span<const std::uint8_t> bytes) {
   if (!LiesWithin(record.Data, bytes)) std::abort();
   for (const auto& packet : record.Packets) {
@@ -26,7 +26,7 @@ void CheckViews(const UsbRecord& record, std::span<const std::uint8_t> bytes) {
   }
 }
 
-/// What was decoded is decoded alike after encoding, where the record was whole.
+/// A whole record must be equal after encoding and decoding.
 void CheckRoundTrip(const UsbRecord& record) {
   if (record.TimeMicroseconds < 0) std::abort();
   for (const auto& packet : record.Packets) {
@@ -61,7 +61,7 @@ void CheckExchange(const lidcam::bus::ControlExchange& exchange) {
   if (lidcam::bus::StatusFromErrno(lidcam::bus::ErrnoFromStatus(status)) != status) std::abort();
 }
 
-/// Several records of one device, each behind its length in two bytes.
+/// Several records of one device, each preceded by its length in two bytes.
 void CheckHistory(std::span<const std::uint8_t> bytes, Decoder* decode) {
   lidcam::bus::ControlHistory history;
   while (bytes.size() >= 2) {
@@ -88,7 +88,7 @@ void Survive(const Call& call) {
 
 }  // namespace
 
-/// The first two bytes choose the decoder and how much of the record was cut off.
+/// The first two bytes choose the decoder and the number of bytes cut off the record.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size < 2) return 0;
   const std::span<const std::uint8_t> bytes{data + 2, size - 2};

@@ -1,6 +1,6 @@
-// Whole capture files, of any bytes: listed, written anew, searched for a camera, asked what was not
-// recorded, and replayed through the driver in virtual time. Whatever is wrong with a file is told with one
-// line that names it.
+// Whole capture files, of any bytes: listed, rewritten, searched for a camera, queried for requests
+// that were not recorded, and replayed through the driver in virtual time. Each error in a file is
+// reported in one line that names the file.
 
 #include <sys/mman.h>
 #include <unistd.h>
@@ -57,7 +57,7 @@ class FileInMemory {
   }
 
   [[nodiscard]] std::string Path() const { return "/proc/self/fd/" + std::to_string(file_); }
-  /// Where another file may be written.
+  /// A path for a copy of the file.
   [[nodiscard]] std::string CopyPath() const { return (folder_ / "copy.pcap").string(); }
 
  private:
@@ -88,8 +88,7 @@ void List(const std::string& path) {
   }
 }
 
-// What was read of a file comes back from one that is written, whether it was completed or kept as far
-// as it went.
+// A rewritten file must have the same contents, whether it was completed or kept after a failure.
 void WriteAnew(const std::string& path, const std::string& copy, bool isCompleted) {
   std::remove(copy.c_str());
   bus::PcapReader reader(path);
@@ -113,7 +112,7 @@ void WriteAnew(const std::string& path, const std::string& copy, bool isComplete
   Require(!second.Next(other) && !second.IsCutOff());
 }
 
-// A host that does other things than the recorded one.
+// A host whose requests differ from the recorded one's.
 void AskOtherwise(const bus::CaptureSource& source) {
   bus::CaptureBus recorded(source);
   try {
@@ -165,7 +164,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   } catch (const bus::CaptureError& error) {
     fuzz::RequireOneLine(error.what(), path, file.CopyPath());
   } catch (const app::CommandError& error) {
-    // Not every failure behind the file's reading names it: the camera that comes up has no path.
+    // Failures after the file was read need not name it: the camera in the driver has no path.
     fuzz::Require(std::string_view(error.what()).find('\n') == std::string_view::npos);
   }
   return 0;

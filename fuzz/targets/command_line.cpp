@@ -1,7 +1,7 @@
-// Command lines of the program, whole: any words for any command, one a line of the input, in a folder
-// that holds a file of each kind that commands read, and one with what follows the words. What runs, runs
-// in virtual time and is interrupted soon. Whatever the words are, the program ends with 0, 1 or 2, says why unless it is 0, and leaves no
-// unfinished file behind.
+// Whole command lines of the program: any words for any command, one per line of the input, in a
+// folder with a file of each kind that commands read, and one with the rest of the input. Commands
+// run in virtual time and are interrupted soon. For any words the program ends with 0, 1 or 2,
+// gives a reason unless it is 0, and leaves no incomplete file.
 
 #include <fcntl.h>
 #include <stdlib.h>
@@ -26,7 +26,7 @@
 #include "platform/host/nt/registry/registry.h"
 #include "platform/host/nt/system/debug_print.h"
 
-// The program's own entry, under a name that leaves the engine's alone.
+// The program's own entry, under another name than the engine's.
 extern "C" int LidcamMain(int argc, char** argv);
 
 namespace lidcam::fuzz {
@@ -36,19 +36,19 @@ namespace fs = std::filesystem;
 
 constexpr std::size_t kMostWords = 40;
 constexpr std::size_t kLongestWord = 4096;
-constexpr std::uint32_t kShort = 12;  // polls: nothing comes of a stream
-constexpr std::uint32_t kLong = 400;  // polls: some frames come
+constexpr std::uint32_t kShort = 12;  // polls: streams deliver nothing
+constexpr std::uint32_t kLong = 400;  // polls: streams deliver some frames
 constexpr std::uint32_t kNoLimit = 1U << 30;
-constexpr char kLongMark = '+';  // ahead of the words: lets streams run on
+constexpr char kLongMark = '+';  // ahead of the words: kLong instead of kShort
 
-/// What a run of the program said and how it ended.
+/// A run's output and exit status.
 struct Ending {
   int Status = 0;
   std::string Errors;
 };
 
-// Where the program's output goes in place of the streams, which the engine and the sanitizers use. What
-// a run left behind may still print in a later one: these never close.
+// Receives the program's output in place of the standard streams, which the engine and the
+// sanitizers use. Threads of an earlier run may still print in a later one: these are never closed.
 class Outputs {
  public:
   Outputs() : out_(Open(outText_)), errors_(Open(errorText_)) {
@@ -91,7 +91,7 @@ class Outputs {
   const int null_ = ::open("/dev/null", O_RDWR | O_CLOEXEC);
 };
 
-// Nothing comes from standard input; what the program prints while the object lives is put aside.
+// Standard input is empty; the program's output is discarded during the object's lifetime.
 class OutputAside {
  public:
   OutputAside() : oldOut_(stdout), oldErrors_(stderr) {
@@ -141,7 +141,7 @@ Ending RunProgram(std::vector<std::string> words, std::uint32_t polls) {
   return ending;
 }
 
-// What the last command opened or set would otherwise reach into the next.
+// Resets all that the last command opened or set, so that the next one is independent of it.
 void ForgetLastRun() {
   SetCameraTraceSink(nullptr);
   host::SetRegistryFile({});
@@ -153,7 +153,7 @@ void WriteText(const fs::path& path, std::string_view text) {
   std::ofstream(path, std::ios::binary) << text;
 }
 
-/// A folder for the program to work in, the same at each run's begin.
+/// A working folder for the program, with the same contents at the begin of each run.
 class Workplace {
  public:
   Workplace() {
@@ -210,7 +210,7 @@ class Workplace {
   fs::path root_;
 };
 
-// No word leads out of the folder.
+// No path leads out of the folder.
 std::vector<std::string> WordsOf(std::string_view text) {
   std::vector<std::string> words;
   std::size_t begin = 0;
@@ -235,7 +235,7 @@ void Run(std::string_view text) {
   if (end != text.size()) WriteText("given", text.substr(end + 1));
   text = text.substr(0, end);
   const std::vector<std::string> words = WordsOf(text);
-  // Between two polls of a simulation lies a whole run of it.
+  // Between two polls of a simulation is a whole run of it.
   const bool isSimulation = std::ranges::find(words, "simulate") != words.end();
   const Ending ending = RunProgram(words, runsLong && !isSimulation ? kLong : kShort);
   ForgetLastRun();

@@ -1,8 +1,9 @@
-// The USB side of the driver over a stack that completes its requests in any way and order: kept,
-// reordered, refused, completed within the call, with any status, length and offset, aborts that do
-// nothing; while streams are acquired, run, paused, resumed, released and restarted in another size, the
-// device sleeps and wakes, loses its plug, stops and starts again, and bulk transfers go round. Whatever
-// comes, every call returns, and once the stack has let go of everything nothing is left of the device.
+// The USB side of the driver over a stack that completes its requests in any way and order:
+// delayed, reordered, refused, completed within the call, with any status, length and offset, and
+// with aborts that do nothing; while streams are acquired, run, paused, resumed, released and
+// restarted in another size, the device is powered down and up, unplugged, stopped and restarted,
+// and bulk transfers are sent. In all cases every call returns, and once the stack has completed
+// all requests nothing is left of the device.
 
 #include <array>
 #include <cstdint>
@@ -34,7 +35,7 @@ void Sleep(LONGLONG milliseconds) {
   KeDelayExecutionThread(KernelMode, FALSE, &time);
 }
 
-// Bulk transfers of the device, which no part of the driver starts.
+// Bulk transfers of the device, which the rest of the driver never starts.
 class BulkClient {
  public:
   explicit BulkClient(testbed::TransportTestbed& camera) : camera_(camera) {
@@ -57,13 +58,13 @@ class BulkClient {
                         input.OneIn(4) ? 1 : 0);
       return;
     }
-    // The stream's transfer goes round once at a time, and may wait for the device to wake.
+    // The stream has one transfer at a time, which may wait for the device to be powered up.
     if (transfer_.Outstanding != 0 || waitsIn_ != nullptr) return;
     transfer_.Flags = input.OneIn(2) ? kWaiterWantsEvent : 0;
     StartBulkTransfer(*device, device->Stream, &transfer_, memory.data(), length, pipe, nullptr, 0);
   }
 
-  /// Lets the stream's transfer wait for the device to wake.
+  /// Lets the stream's transfer wait for the device to be powered up.
   void WaitForWake(Input& input) {
     UsbDeviceRecord* const device = camera_.Device().UsbDevice;
     const std::uint32_t pipe = input.UpTo(1);
@@ -77,14 +78,14 @@ class BulkClient {
     InsertTailList(&waitsIn_->PendingList, &transfer_.Link);
   }
 
-  /// The device woke, if it could.
+  /// Checks the transfer after an attempt to power up.
   void LookWhetherWoken() {
     if (waitsIn_ == nullptr) return;
     const host::SpinLockGuard guard(waitsIn_->Lock);
     if (IsListEmpty(&waitsIn_->PendingList) != FALSE) waitsIn_ = nullptr;
   }
 
-  /// Once the stack has let go of everything.
+  /// After the stack has completed all requests.
   void FreeParts() {
     if (transfer_.Irp != nullptr) IoFreeIrp(transfer_.Irp);
     FreeCameraMemory(transfer_.Urb);
@@ -98,7 +99,7 @@ class BulkClient {
   std::vector<std::vector<std::uint8_t>> memory_;
 };
 
-// What plug and play, power and one pin make of a device, in any order.
+// Calls of plug and play, power and one pin to a device, in any order.
 class Client {
  public:
   Client(Input& steps, testbed::TransportTestbed& camera, HostileStack& stack)
@@ -203,7 +204,7 @@ class Client {
   BulkClient bulk_;
 };
 
-// The stack completes requests while the client waits in a call, too.
+// The stack also completes requests while the client waits in a call.
 void CompleteNowAndThen(Input& input, HostileStack& stack) {
   while (!input.IsEmpty()) {
     Sleep(input.Take<std::uint8_t>() * 2);
@@ -218,7 +219,7 @@ void Play(Input& input, std::uint8_t chosen) {
   HostileStack stack;
   testbed::TransportTestbed camera(
       bus, {.DriverKey = {}, .Frames = {}, .FirstBusFrame = chosen, .Filter = &stack});
-  // Most inputs begin with a device that has come up.
+  // Most inputs begin with a started device.
   if ((chosen & 2U) != 0) stack.TurnHostile(input);
   camera.Start();
   stack.TurnHostile(input);

@@ -1,6 +1,6 @@
-// Formats as hostile clients write them: data ranges to be intersected, connection formats and changes
-// of format, right but for some words or anything at all, with lengths that tell the truth or not; then
-// a short stream into buffers whose size the client chooses. Whatever comes, nothing is written outside
+// Formats of hostile clients: intersections of data ranges, connection formats and changes of
+// format, correct except for some words or entirely arbitrary, with true or false lengths; then a
+// short stream into buffers whose size the client chooses. In all cases nothing is written outside
 // of a buffer, every buffer comes back, and nothing of a refused connection is left.
 
 #include <algorithm>
@@ -26,7 +26,7 @@ constexpr std::pair<std::int32_t, std::int32_t> kSizes[] = {
 constexpr char16_t kPinName[] = u"{146F1A80-4791-11D0-A5D6-28DB04C10000}\\";
 constexpr char16_t kClockName[] = u"{53172480-4791-11D0-A5D6-28DB04C10000}";
 
-// `known` with some words changed, and longer or shorter; or anything.
+// `known` with some words changed, and lengthened or shortened; or arbitrary bytes.
 Block AnyBlock(Input& input, std::span<const std::byte> known) {
   const auto kind = input.Take<std::uint8_t>();
   if (kind % 8 == 0) return TakeBlock(input, input.Take<std::uint16_t>() % kLongest);
@@ -40,7 +40,7 @@ Block AnyBlock(Input& input, std::span<const std::byte> known) {
   return block;
 }
 
-// A frame whose buffer has exactly the size that its header tells.
+// A frame whose buffer has exactly the size in its header.
 struct Buffer {
   struct {
     KSSTREAM_HEADER Header;
@@ -141,7 +141,7 @@ class Client {
     Require(NT_SUCCESS(status) == (pin != nullptr));
   }
 
-  // The filter has one pin at a time.
+  // The filter allows one pin at a time.
   void ConnectSecond() {
     std::unique_ptr<host::DeviceFile> second;
     Connect(second);
@@ -188,7 +188,7 @@ class Client {
     AskForTrigger();
   }
 
-  // The event that the pin lists and refuses to everybody.
+  // The pin lists this event and refuses every request for it.
   void AskForTrigger() {
     KSIDENTIFIER request{};
     request.Set = KSEVENTSETID_VIDCAPTOSTI;
@@ -205,7 +205,7 @@ class Client {
                                              state);
   }
 
-  // Through any states, but runs ahead of each stop. The number behind the last state is invalid.
+  // Any states, with a run before each stop. The number after the last state is invalid.
   void WanderThroughStates() {
     for (std::uint32_t left = input_.UpTo(3); left != 0; --left) {
       const auto state = static_cast<KSSTATE>(input_.UpTo(KSSTATE_RUN + 1));
@@ -239,7 +239,7 @@ class Client {
     return record.FramingItem[0].FramingRange.Range.MinFrameSize;
   }
 
-  // A stream that was prepared has to run before it stops: otherwise it stays prepared.
+  // A prepared stream must run before it stops: otherwise it stays prepared.
   void Stream() {
     if (pin_ == nullptr) return;
     std::array<Buffer, kBuffers> buffers;
@@ -252,7 +252,7 @@ class Client {
     }
     Require(SetState(KSSTATE_STOP) == STATUS_SUCCESS);
     for (Buffer& buffer : buffers) {
-      // A stop hands back what was queued; one that never was prepared isn't stopped.
+      // A stop completes all queued buffers; a stream that was never prepared isn't stopped.
       if (!NT_SUCCESS(prepared)) buffer.Request->Cancel();
       LARGE_INTEGER now{};
       Require(buffer.Request->Wait(&now));
@@ -277,8 +277,8 @@ void Run(Input& input) {
 }  // namespace
 }  // namespace lidcam::fuzz
 
-// The world that inputs share would be searched for leaks after each of them. What the driver loses shows
-// in the pool after each input, and when the world ends.
+// No leak check: it would search the inputs' shared world after each of them. Leaks of the driver
+// show in the pool after each input, and at the end of the world.
 extern "C" const char* __asan_default_options();   // NOLINT(bugprone-reserved-identifier)
 extern "C" const char* __asan_default_options() {  // NOLINT(bugprone-reserved-identifier)
   return "detect_leaks=0";

@@ -1,5 +1,5 @@
-// Any bytes are read as a fault script or refused with one line; what was read comes back from its
-// text, and a stream that suffers it stays inside its buffer.
+// Any bytes are parsed as a fault script or refused with one line; a parsed script is equal after
+// formatting and parsing, and its faults leave a stream within its buffer.
 
 #include <algorithm>
 #include <cstddef>

@@ -1,6 +1,6 @@
 // Transfers as a hostile bus could complete them: any lengths, offsets and payloads, with stream
-// starts, settlings and a consumer that is busy at any time. Whatever comes, the assembly stays
-// inside its buffers and never hands out the buffer it fills.
+// starts, settlings and a consumer that is busy at any time. In all cases the assembly stays inside
+// its buffers and never publishes the buffer it fills.
 
 #include <cstdint>
 #include <memory>
@@ -24,7 +24,7 @@ class Stream {
         size_(1 + input.UpTo(1999)),
         first_(std::make_unique<std::uint8_t[]>(size_)),
         second_(std::make_unique<std::uint8_t[]>(size_)) {
-    // Two allocations rather than one of both halves, so that a step from one into the other shows.
+    // Two allocations rather than one of both halves, so that an access beyond one is detected.
     assembly_.ReadyBuffer = first_.get();
     assembly_.FillBuffer = second_.get();
     assembly_.RawBufferSize = size_;
@@ -77,7 +77,7 @@ class Stream {
     const FrameAssembly& assembly = stream.assembly_;
     Require(buffer == assembly.ReadyBuffer && buffer != assembly.FillBuffer);
     Require(size == assembly.FillFrameBytes);
-    // A frame that was stored from its start on begins with the marker.
+    // A frame that was stored from its start begins with the marker.
     if (!stream.wasForced_ && size != 0 && size == assembly.FillOffset) Require(buffer[0] == 0xFF);
     ++stream.published_;
     if (!stream.wasForced_) Require(stream.published_ <= stream.context_.FrameStartCount);
@@ -89,7 +89,7 @@ class Stream {
 
   static void Wake(void* context) { ++Of(context).woken_; }
 
-  // Says of a packet whatever the input says, as long as it stays inside.
+  // A parser with any result that stays within the packet.
   static std::uint32_t ParseAnything(CameraContext&, const std::uint8_t* data, std::uint32_t length,
                                      std::uint8_t& frameEnd, std::uint32_t& flags,
                                      std::uint32_t& offset) {
@@ -112,7 +112,7 @@ class Stream {
     assembly_.BadFrameEnd = 0;
   }
 
-  // The parser looks at two bytes of a packet that has one.
+  // The parser reads two bytes, if the packet has them.
   void TakeOnePacket() {
     const std::uint32_t length = input_.UpTo(kLongestPacket);
     const auto packet = std::make_unique<std::uint8_t[]>(length + (length == 1 ? 1 : 0));
@@ -120,7 +120,7 @@ class Stream {
     AssemblePacket(assembly_, context_, length != 0 ? packet.get() : nullptr, length);
   }
 
-  // One transfer in a block of exactly its size. A descriptor is either true or anything at all.
+  // One transfer in a block of exactly its size. A descriptor is either correct or arbitrary.
   void Complete() {
     std::vector<TransferPacket> packets;
     std::uint32_t bytes = 0;

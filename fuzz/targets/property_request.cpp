@@ -1,10 +1,9 @@
-// Property requests of any kind, several in a row, to an installed camera and to a pin of it, at rest and
-// while a stream delivers frames: any set, id and flags, requests and values of any length and content;
-// requests for events; settings of any type and length in the registry, which a camera loads when it
-// wakes; and what the core behind the tables would take. Whatever
-// comes, the answer stays inside its buffer, a refused request changes nothing in the client's memory, a
-// pin that was brought to any state comes to a stop again, and the next client finds a camera that
-// answers.
+// Property requests of any kind, several in sequence, to an installed camera and to its pin, at
+// rest and while a stream delivers frames: any set, id and flags, requests and values of any length
+// and content; requests for events; settings of any type and length in the registry, which a camera
+// loads when it is powered up; and direct calls of the core behind the tables. In all cases the
+// answer stays inside its buffer, a refused request changes nothing in the client's memory, a pin
+// in any state can be stopped, and the camera answers the next client.
 
 #include <cstdint>
 
@@ -42,10 +41,10 @@ constexpr ULONG kEventFlags[] = {KSEVENT_TYPE_ENABLE, KSEVENT_TYPE_ONESHOT, KSEV
 constexpr ULONG kFlags[] = {KSPROPERTY_TYPE_GET, KSPROPERTY_TYPE_SET, KSPROPERTY_TYPE_BASICSUPPORT,
                             KSPROPERTY_TYPE_SETSUPPORT};
 
-// 100 ns. Longer than the camera takes for its first frame.
+// 100 ns. Longer than the time to the camera's first frame.
 constexpr LONGLONG kFrameLimit = 20'000'000;
 
-// Leading byte: the set, or one of the input's own; the flags likewise.
+// First byte: a known set, or one from the input; the flags likewise.
 void Ask(Input& input, const client::PropertyClient& properties) {
   const auto kind = input.Take<std::uint8_t>();
   const std::size_t set = kind % 16U;
@@ -65,7 +64,7 @@ void Ask(Input& input, const client::PropertyClient& properties) {
   }
 }
 
-// The pin lists one event and refuses it to everybody; for the rest the streaming class answers.
+// The pin lists one event and refuses every request for it; the streaming class answers the rest.
 void AskForEvent(Input& input, const host::DeviceFile& file) {
   const auto kind = input.Take<std::uint8_t>();
   const ULONG id = input.Take<std::uint8_t>();
@@ -104,13 +103,13 @@ void AskCamera(Input& input, const client::Camera& camera) {
 void AskPin(Input& input, const client::Camera& camera) {
   client::Stream stream(camera, camera.FormatOf(160, 120));
   for (int i = 0; i < kMost && !input.IsEmpty(); ++i) Ask(input, stream.Properties());
-  // Leaves the camera without a stream that was prepared and never run: nobody would get one.
+  // Runs a prepared stream that never ran: otherwise it would stay prepared for all later clients.
   const NTSTATUS status = stream.SetState(KSSTATE_RUN);
   Require(status == STATUS_SUCCESS);
   Require(stream.SetState(KSSTATE_STOP) == STATUS_SUCCESS);
 }
 
-// What a request does to a stream is the camera's affair: a register that it writes may end the frames.
+// A request may affect the stream: a register that it writes may end the frames.
 void AskWhileFramesCome(Input& input, const client::Camera& camera) {
   client::Stream stream(camera, camera.FormatOf(160, 120));
   if (input.OneIn(2)) stream.UseClock();
@@ -134,8 +133,8 @@ void WakeWithSettings(Input& input, InstalledWorld& world) {
   world.Wake();
 }
 
-// What no table of the filter leads to: codes and foreign sets, as the core and its translation take
-// them. The block is as long as the translation says.
+// Codes and foreign sets that no table of the filter contains, as arguments of the core and its
+// translation. The block is as long as the translation requires.
 void AskCore(Input& input, CameraContext& camera) {
   for (int i = 0; i < 4 * kMost && !input.IsEmpty(); ++i) {
     const auto way = input.Take<std::uint8_t>();
@@ -162,7 +161,7 @@ void AskCore(Input& input, CameraContext& camera) {
   }
 }
 
-// Keys and values as somebody may ask the settings store for them.
+// Any keys and values in calls of the settings store.
 void AskStore(Input& input, const TransportRecordHead& device) {
   for (int i = 0; i < kMost && !input.IsEmpty(); ++i) {
     const std::uint32_t kind = input.Take<std::uint8_t>() % 4U;
@@ -225,8 +224,8 @@ void Run(Input& input) {
 }  // namespace
 }  // namespace lidcam::fuzz
 
-// The world that inputs share would be searched for leaks after each of them. What the driver loses shows
-// in the pool after each input, and when the world ends.
+// No leak check: it would search the inputs' shared world after each of them. Leaks of the driver
+// show in the pool after each input, and at the end of the world.
 extern "C" const char* __asan_default_options();   // NOLINT(bugprone-reserved-identifier)
 extern "C" const char* __asan_default_options() {  // NOLINT(bugprone-reserved-identifier)
   return "detect_leaks=0";

@@ -1,5 +1,5 @@
 // Any bytes as a register set file: neither the camera's loader and appliers nor the tools for set
-// files may go outside their memory.
+// files may access memory outside of theirs.
 
 #include <sys/mman.h>
 #include <unistd.h>
@@ -43,7 +43,7 @@ Status AcceptRead(void*, std::uint32_t, std::uint32_t, std::uint32_t, void* buff
   return 0;
 }
 
-// A file in memory that the set files of the system folder are links to.
+// A file in memory; the set files of the system folder are links to it.
 class SetFileInMemory {
  public:
   SetFileInMemory() : file_(::memfd_create("set", 0)) {
@@ -73,7 +73,7 @@ class SetFileInMemory {
   std::filesystem::path root_;
 };
 
-// The load stores into the three tables and nowhere else in the record.
+// The load writes into the three tables only, within the record.
 void LoadOverCanaries() {
   const auto context = std::make_unique<CameraContext>();
   test::FillRecord(*context, 0x5A);
@@ -107,7 +107,7 @@ bool HasFault(const std::vector<app::SetFinding>& findings) {
   return false;
 }
 
-// A source never takes the compiler outside its memory. A file without faults that the tools show is
+// The compiler stays within its memory for any source. A file that the tools show without errors is
 // compiled back to itself, unless it replaces its own sections.
 void ShowAndCheck(std::span<const std::uint8_t> file) {
   const std::vector<app::SetFinding> findings = app::CheckRegisterSet(file);

@@ -1,5 +1,5 @@
-// Any bytes are read as a registry file or refused, and what was read comes back from its text and is
-// found in its tree.
+// Any bytes are parsed as a registry file or refused, and a parsed tree is equal after writing and
+// parsing, and all its entries are found.
 
 #include <cstddef>
 #include <cstdint>
@@ -14,8 +14,8 @@ namespace {
 
 using lidcam::fuzz::Require;
 
-// What stands in a tree is found under its name, in letters of either case, stored anew without a
-// change, and gone when it is deleted.
+// Every entry of a tree is found by its name, in upper or lower case, is unchanged by storing it
+// again, and is gone after its deletion.
 void LookAround(const lidcam::host::RegistryTree& tree) {
   lidcam::host::RegistryTree copy = tree;
   for (const auto& [path, values] : tree.Keys()) {

@@ -1,5 +1,5 @@
-// Any arguments of either entry, wild ones among them, leave everything outside the buffers alone;
-// and every kernel gives the bytes of the reference.
+// Any arguments of either entry, also implausible ones, leave everything outside the buffers
+// unchanged; and every kernel gives the bytes of the reference.
 
 #include <algorithm>
 #include <cstddef>
@@ -21,7 +21,7 @@ using namespace lidcam;
 constexpr std::int64_t kMostBytes = 1 << 17;
 constexpr std::int64_t kMostSamples = 1 << 13;  // so that a run stays short
 
-/// The input, number by number; zeroes behind its end.
+/// The input, number by number; zeroes after its end.
 class Numbers {
  public:
   Numbers(const std::uint8_t* data, std::size_t size) : data_(data), left_(size) {}
@@ -36,7 +36,7 @@ class Numbers {
     return value;
   }
 
-  /// Mostly a size of the everyday kind, sometimes any number.
+  /// Mostly a usual size, sometimes any number.
   std::int32_t Size() {
     const auto kind = Next<std::uint8_t>();
     if (kind >= 0xF0) return Next<std::int32_t>();
@@ -64,7 +64,7 @@ class Numbers {
   std::abort();
 }
 
-// Blocks of their exact size: AddressSanitizer sees what leaves them.
+// Blocks of their exact size: AddressSanitizer detects accesses beyond them.
 class Block {
  public:
   explicit Block(std::int64_t size)

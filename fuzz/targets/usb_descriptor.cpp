@@ -1,7 +1,7 @@
-// A device with hostile descriptors under the whole driver: wrong types and lengths, totals that lie,
-// interfaces and endpoints that are not there, descriptors that change each time they are read, requests
-// that are refused. Whatever the device says of itself, the driver starts or doesn't, a client may try
-// to stream, and nothing is left once the device has been removed.
+// A device with hostile descriptors under the whole driver: wrong types and lengths, wrong totals,
+// missing interfaces and endpoints, descriptors that change between reads, refused requests. For
+// any descriptors, the driver starts or refuses, a client may try to stream, and nothing is left
+// once the device has been removed.
 
 #include <algorithm>
 #include <cstdint>
@@ -33,7 +33,7 @@ constexpr bus::UsbStatus kRefusals[] = {bus::UsbStatus::Stalled,    bus::UsbStat
                                         bus::UsbStatus::Silent,     bus::UsbStatus::Failed,
                                         bus::UsbStatus::NoBandwidth};
 
-// The simulated camera, but for what it says of itself.
+// The simulated camera with other descriptors.
 class HostileDevice final : public bus::PassingBus {
  public:
   HostileDevice(bus::UsbBus& camera, Input& input) : PassingBus(camera), input_(input) {}
@@ -45,7 +45,7 @@ class HostileDevice final : public bus::PassingBus {
     const bool isChoice = setup.RequestType == 0 && setup.Request == kSetConfiguration;
     if (isChoice) {
       if (input_.OneIn(8)) return {AnyRefusal(), 0};
-      // The camera knows its own configuration only, whatever number the descriptor gave it.
+      // The camera has only its own configuration, whatever number the descriptor gave it.
       return PassingBus::ControlTransfer(
           {0, kSetConfiguration, setup.Value != 0 ? kUsual : kNone, 0, 0}, {});
     }
@@ -94,7 +94,7 @@ class HostileDevice final : public bus::PassingBus {
       case 7:
         if (answer.size() >= 4) input_.TakeInto(answer.data() + 2, 2);
         break;
-      case 8:  // what it said before
+      case 8:  // unchanged
         if (!last.empty()) answer = last;
         break;
       default:
@@ -106,7 +106,7 @@ class HostileDevice final : public bus::PassingBus {
     return {bus::UsbStatus::Ok, static_cast<std::uint32_t>(sent)};
   }
 
-  // A configuration that is made as they are made, of any parts. Its head may say something else.
+  // A configuration of the usual form with any parts. Its head may contradict them.
   Bytes AnyConfiguration() {
     Bytes bytes{9, 2, 0, 0, 0, 1, 0, 0x80, 250};
     const std::uint32_t interfaces = input_.UpTo(4);
@@ -139,7 +139,7 @@ class HostileDevice final : public bus::PassingBus {
   Bytes lastConfiguration_;
 };
 
-// What the tools do with a device, which refuse it with one line.
+// The tools' enumeration, which refuses a device with one line.
 void Enumerate(bus::UsbBus& bus) {
   try {
     const bus::UsbDeviceInfo info = bus::EnumerateDevice(bus);
@@ -155,7 +155,7 @@ void Sleep(LONGLONG milliseconds) {
   KeDelayExecutionThread(KernelMode, FALSE, &time);
 }
 
-// The device may have no pipe to stream from: the driver then tells so.
+// The device may have no pipe for a stream: the driver then returns an error.
 void TryToStream(PDEVICE_OBJECT device) {
   try {
     const client::Camera camera = client::Camera::Open(device);
@@ -179,7 +179,7 @@ void Run(Input& input) {
     testbed::InstalledTestbed camera(device, {});
     const bool isUp = camera.Start() == STATUS_SUCCESS;
     if (isUp) TryToStream(camera.TopDevice());
-    // The platform starts a device anew on top of a start when it moves resources.
+    // The platform restarts a started device when it changes resources.
     if (isUp && (chosen & 2U) != 0 && camera.Start() == STATUS_SUCCESS) {
       TryToStream(camera.TopDevice());
     }

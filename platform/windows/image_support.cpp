@@ -1,11 +1,11 @@
-// What the compiler asks of a kernel image by itself, and the image's entry.
+// Functions that the compiler calls implicitly in a kernel image, and the image's entry.
 
 #include "driver/avstream/entry/driver_entry.h"
 #include "platform/kernel.h"
 
 namespace {
 
-// Codes of the platform's stops for these two mistakes, so that a dump names them.
+// The platform's bug check codes for these two errors, so that a dump names them.
 constexpr ULONG kOverranStackBuffer = 0xF7;
 constexpr ULONG kDriverViolation = 0xC4;
 
@@ -31,7 +31,7 @@ void* __stack_chk_guard = nullptr;
   Stop(kDriverViolation, kPureVirtualCall);
 }
 
-// Not every release of the 32-bit kernel offers it.
+// Not every release of the 32-bit kernel exports it.
 int memcmp(const void* a, const void* b, size_t length) {
   const auto* first = static_cast<const UCHAR*>(a);
   const auto* second = static_cast<const UCHAR*>(b);
@@ -41,8 +41,8 @@ int memcmp(const void* a, const void* b, size_t length) {
   return 0;
 }
 
-/// Entry of the image: gives the stack's guard a value that nobody can know in advance. No function
-/// that checks the guard may be on the stack then. Its memory is given back once it has returned.
+/// Entry of the image: sets the stack guard to an unpredictable value. No function that checks the
+/// guard may be on the stack then. Its memory is freed after it has returned.
 __attribute__((section("INIT"), optimize("no-stack-protector"))) NTSTATUS NTAPI
 ImageEntry(PDRIVER_OBJECT driver, PUNICODE_STRING registryPath) {
   const LARGE_INTEGER counter = KeQueryPerformanceCounter(nullptr);

@@ -10,15 +10,16 @@
 
 namespace lidcam::scenarios {
 
-/// A transfer that another processor completes than the one that the USB stack runs on.
+/// A transfer completed on another processor than the USB stack's.
 struct CompletionElsewhere {
   bool Fails = false;             ///< with an error of the URB
-  std::function<void()> Ahead{};  ///< on that processor at DISPATCH_LEVEL, ahead of the completion
+  std::function<void()> Ahead{};  ///< at DISPATCH_LEVEL on that processor, before the completion
   std::function<void()> Behind{};
 };
 
-/// A device between the camera's driver and the USB stack that lets requests go wrong in ways in
-/// which no bus can: refused before they are sent, kept for ever, or completed beside all others.
+/// A device between the camera's driver and the USB stack that injects faults which no bus can
+/// cause: requests refused before they are sent, kept forever, or completed concurrently with all
+/// others.
 class Interposer final : public testbed::DeviceFilter {
  public:
   Interposer();
@@ -28,18 +29,18 @@ class Interposer final : public testbed::DeviceFilter {
   void Attach(PDEVICE_OBJECT below) override;
   void Detach() override;
 
-  /// From now on so many isochronous transfers are refused in the driver's own call.
+  /// The next `count` isochronous transfers are refused in the driver's own call.
   ///
-  /// @param urbStatus  success for a driver in between that refuses without a look at the URB
+  /// @param urbStatus  success for a driver in between that refuses without changing the URB
   void RefuseTransfers(std::uint32_t count, USBD_STATUS urbStatus = USBD_STATUS_BAD_START_FRAME) {
     refusedTransfers_ = count;
     urbStatus_ = urbStatus;
   }
 
-  /// The next isochronous transfer is completed elsewhere; one at a time.
+  /// The next isochronous transfer is completed on another processor; one at a time.
   void CompleteElsewhere(CompletionElsewhere completion) { elsewhere_ = std::move(completion); }
 
-  /// From now on so many control requests are taken in and never completed, not even when they are
+  /// The next `count` control requests are accepted and never completed, even if they are
   /// cancelled.
   void KeepRequests(std::uint32_t count) { keptRequests_ = count; }
   [[nodiscard]] bool HasKeptRequest() const { return hasKept_; }
@@ -60,7 +61,7 @@ class Interposer final : public testbed::DeviceFilter {
   std::uint32_t keptRequests_ = 0;
   bool hasKept_ = false;
   std::optional<CompletionElsewhere> elsewhere_;
-  bool isOut_ = false;  ///< a transfer that is to be completed elsewhere
+  bool isOut_ = false;  ///< a transfer to be completed on another processor
   KDPC completer_{};
   KEVENT completed_{};
 };

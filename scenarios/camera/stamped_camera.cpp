@@ -27,7 +27,7 @@ constexpr std::size_t kNumberAt = 2;
 constexpr std::size_t kLevelAt = 16;
 constexpr std::size_t kLumaAt = 23;
 
-// No byte of a stamp can be taken for a frame's marker.
+// No byte of a stamp equals one of a frame's marker.
 std::uint8_t StampOf(std::uint32_t number) {
   return static_cast<std::uint8_t>(number & 0x7F);
 }
@@ -77,7 +77,7 @@ void StampedCamera::TakeTime() {
   KeDelayExecutionThread(KernelMode, FALSE, &time);
 }
 
-// The light changes slowly, so that the exposure control has something to do.
+// The light changes slowly, so that the exposure control has work.
 std::uint8_t StampedCamera::LumaOf(std::uint32_t number, std::uint64_t microframe) {
   if (options_.Around != nullptr) return options_.Around->LumaAt(microframe);
   return static_cast<std::uint8_t>(20 + number / 4 % 80);
@@ -106,7 +106,7 @@ bus::ControlResult StampedCamera::ControlTransfer(const bus::SetupPacket& setup,
   return {bus::UsbStatus::Ok, *moved};
 }
 
-// The first endpoint of each setting gets the kind and the size of the second.
+// Gives the first endpoint of each setting the kind and the size of the second.
 void StampedCamera::JoinPipes(std::span<std::uint8_t> configuration) const {
   std::uint8_t* first = nullptr;
   for (std::size_t at = 0; at + 7 <= configuration.size() && configuration[at] != 0;

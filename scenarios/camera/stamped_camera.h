@@ -13,30 +13,30 @@
 
 namespace lidcam::scenarios {
 
-/// What a raw frame's bytes say about it.
+/// The contents of a raw frame, by its bytes.
 enum class FrameContent : std::uint8_t {
   Whole,  ///< all of one frame and nothing else
-  Torn,   ///< bytes of several frames, or bytes that no camera sent
+  Torn,   ///< bytes of several frames, or bytes that the camera never sent
   Short,  ///< no header
 };
 
 struct StampedCameraOptions {
-  /// Bytes per microframe that the bus has room for; settings that need more are refused.
+  /// Bytes per microframe available on the bus; settings that need more are refused.
   std::uint32_t BandwidthLimit = 512;
-  /// Both pipes of the interface carry the picture. The real camera's first one is an interrupt pipe,
-  /// and a stream that a recovery has put there is silent.
+  /// Both pipes of the interface carry the picture. On the real camera the first one is an
+  /// interrupt pipe, and a stream that a recovery has moved to it is silent.
   bool HasTwinPipes = false;
-  /// How long control requests take, and what light it is; null: no time, and light that changes
-  /// slowly. Outlives the camera.
+  /// Duration of control requests, and the light; null: no duration, and light that changes slowly.
+  /// Outlives the camera.
   Surroundings* Around = nullptr;
 };
 
-/// A camera that costs next to nothing: descriptors and registers are the simulated camera's, and its
-/// frames are stamped, not seen: each byte behind the header tells the frame's number, so that
-/// whoever gets a frame can tell whether it is one.
+/// A camera that costs almost no time: descriptors and registers are the simulated camera's, and
+/// its frames are stamped, not rendered: each byte after the header identifies the frame, so that a
+/// torn frame is recognised.
 ///
-/// It lives in virtual time: bus time is that of the world of the calling thread. Its faults begin
-/// when a scenario says so, unlike those of a bus::FaultBus, which stand in a script.
+/// Its time is virtual: bus time is that of the calling thread's world. Its faults begin when a
+/// scenario calls for them, unlike those of a bus::FaultBus, which are in a script.
 class StampedCamera final : public bus::UsbBus {
  public:
   explicit StampedCamera(const StampedCameraOptions& options);
@@ -48,32 +48,31 @@ class StampedCamera final : public bus::UsbBus {
                                          std::span<bus::IsochronousPacket> packets) override;
   void Abort(std::uint8_t) override {}
   [[nodiscard]] std::uint32_t FrameNumber() override;
-  /// Callable at any level and under any lock.
+  /// Any level, under any lock.
   void Unplug() override { isUnplugged_ = true; }
 
   [[nodiscard]] bool IsUnplugged() const { return isUnplugged_; }
 
-  /// From now on so many reads fail, or are never answered.
+  /// The next `count` reads fail, or are never answered.
   void FailReads(std::uint32_t count) { failingReads_ = count; }
   void SilenceReads(std::uint32_t count) { silentReads_ = count; }
-  /// From now on so many reads bring a byte that the camera never sent, and nothing tells of it.
+  /// The next `count` reads contain a byte that the camera never sent, without an error status.
   void CorruptReads(std::uint32_t count) { corruptReads_ = count; }
-  /// From now on so many control requests are never answered, or refused.
+  /// The next `count` control requests are never answered, or refused.
   void SilenceRequests(std::uint32_t count) { silentRequests_ = count; }
   void StallRequests(std::uint32_t count) { stalledRequests_ = count; }
 
-  /// A select of the bridge was followed by another one: register accesses of two threads have mixed,
-  /// from which the driver's application path is not kept, and each may have got the other's register.
-  /// Nobody knows what the camera sends from then on.
+  /// A select of the bridge was followed by another one: register accesses of two threads have
+  /// mixed, which the driver does not prevent for its application path, and each may have accessed
+  /// the other's register. The frames are unpredictable from then on.
   [[nodiscard]] bool HasMixedAccesses() const { return hasMixedAccesses_; }
 
-  /// The byte that all pixels of a frame have which the camera has sent since the stream's setting was
-  /// selected.
+  /// Whether the camera has sent a frame with this stamp since the stream's setting was selected.
   [[nodiscard]] bool HasSent(std::uint8_t stamp) const {
     return stamp < sent_.size() && sent_.test(stamp);
   }
 
-  /// Looks at a raw frame that the driver has published.
+  /// Checks a raw frame that the driver has published.
   [[nodiscard]] static FrameContent Check(std::span<const std::uint8_t> rawFrame);
 
  private:
@@ -97,7 +96,7 @@ class StampedCamera final : public bus::UsbBus {
   std::uint32_t corruptReads_ = 0;
   std::uint32_t silentRequests_ = 0;
   std::uint32_t stalledRequests_ = 0;
-  bool isSelected_ = false;  ///< the register access that belongs to a select is still to come
+  bool isSelected_ = false;  ///< the register access after a select is still to come
   bool hasMixedAccesses_ = false;
 };
 

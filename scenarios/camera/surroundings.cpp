@@ -12,12 +12,12 @@ constexpr std::uint64_t kChoicePurpose = 3;
 constexpr std::uint64_t kTimePurpose = 4;
 constexpr std::uint64_t kLightPurpose = 5;
 
-// 100 ns each. Most requests are answered in the next few microframes; a sensor behind its slow bus may
-// take longer.
+// 100 ns each. Most requests are answered within a few microframes; the sensor, on its slow bus,
+// may take longer.
 constexpr std::uint64_t kShortestRequest = 1'000;
 constexpr std::uint64_t kLongestRequests[] = {3'000, 3'000, 10'000, 50'000};
 
-// Dark enough, and for long enough, that the loop goes to its end and the light state follows; around
+// Dark enough, and for long enough, that the loop reaches its end and the light state follows; near
 // its target; far too bright.
 constexpr std::uint64_t kLumas[] = {4, 12, 30, 60, 88, 88, 120, 180, 240};
 

@@ -10,10 +10,10 @@
 
 namespace lidcam::scenarios {
 
-/// What keeps the exposure loop busy: settings that turn it on, light that changes, and control
-/// requests that take time. A function of the seed.
+/// Inputs of the exposure loop: settings that enable it, light that changes, and control requests
+/// that take time. A function of the seed.
 ///
-/// While it lives the registry is the run's own, in memory.
+/// During its lifetime the registry is the run's own, in memory.
 class Surroundings {
  public:
   explicit Surroundings(std::uint64_t seed);
@@ -21,22 +21,22 @@ class Surroundings {
   Surroundings& operator=(const Surroundings&) = delete;
   ~Surroundings();
 
-  /// The loop has something to do all the time, whatever the seed says: the settings are the usual ones,
-  /// and the light changes several times a second.
+  /// Keeps the loop active for any seed: the settings are the defaults, and the light changes
+  /// several times a second.
   void KeepLoopBusy();
 
-  /// The driver key of the camera; under every fourth seed it has none.
+  /// The driver key of the camera; for every fourth seed it has none.
   [[nodiscard]] std::u16string DriverKey() const;
 
-  /// Saves settings for a device as if it had been used before: none, so that the driver takes its
-  /// usual ones, or any values under every fourth seed.
-  /// @par Callable at passive level only
+  /// Saves settings for a device as if it had been used before: none, so that the driver uses its
+  /// defaults, or, for every fourth seed, arbitrary values.
+  /// @par Passive level
   void SaveSettings(PDEVICE_OBJECT physicalDevice);
 
-  /// How long the next control request takes, 100 ns: 100 us to 5 ms.
+  /// Duration of the next control request, 100 ns: 100 us to 5 ms.
   [[nodiscard]] LONGLONG NextRequestTime();
 
-  /// Luminance of a frame that begins at a time; times don't fall.
+  /// Luminance of a frame that begins at a time; times must not decrease.
   /// @param microframe  bus time
   [[nodiscard]] std::uint8_t LumaAt(std::uint64_t microframe);
 

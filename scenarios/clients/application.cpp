@@ -34,10 +34,10 @@ constexpr LONGLONG kIntervals[] = {333333, 333333, 1000000, 666666,           10
 constexpr LONGLONG kPatience = 3 * kSecond;
 constexpr ULONG kLongestImage = 1U << 20;
 
-// Whatever is asked after a removal.
+// Status of all requests after a removal.
 constexpr NTSTATUS kRemoved = STATUS_DELETE_PENDING;
 
-// Of requests that are no requests.
+// Statuses of invalid requests.
 constexpr std::array kRefusals{
     STATUS_SUCCESS,           STATUS_BUFFER_OVERFLOW,   STATUS_BUFFER_TOO_SMALL,
     STATUS_INVALID_PARAMETER, STATUS_NOT_SUPPORTED,     STATUS_INVALID_DEVICE_REQUEST,
@@ -70,7 +70,7 @@ void Application::RequireAlways(bool holds, const std::string& what) {
   stage_.RequireAlways(holds, name_ + ", " + doing_.Step + ": " + what);
 }
 
-// A device that is stopped, or whose hardware didn't start, opens nothing.
+// A device that is stopped, or whose hardware failed to start, refuses openings.
 bool Application::IsOutOfOrder(NTSTATUS status) const {
   if (clients_.Rules().LacksMemory && status == STATUS_INSUFFICIENT_RESOURCES) return true;
   if (!clients_.Rules().HasTrouble) return false;
@@ -78,7 +78,7 @@ bool Application::IsOutOfOrder(NTSTATUS status) const {
          status == STATUS_OBJECT_NAME_NOT_FOUND;
 }
 
-// Nothing but the application itself can be a reason for a refusal.
+// Without faults, only the application itself can cause a refusal.
 bool Application::IsSound() const {
   return !clients_.Rules().HasTrouble && !clients_.Rules().LacksMemory;
 }
@@ -131,7 +131,7 @@ void Application::OpenCamera() {
     return Require(status == kRemoved, "a camera that is gone answers " + HexOf(status));
   if (isWrong) return Require(!NT_SUCCESS(status), "a name that nobody has is opened");
   if (IsSound()) return Require(NT_SUCCESS(status), "answers " + HexOf(status));
-  // The bus's own device stands alone once the driver's has gone, and knows no files.
+  // After the driver's device is removed, the bus's own device is left, which supports no files.
   const bool isAllowed = NT_SUCCESS(status) || clients_.IsGoing() || IsOutOfOrder(status);
   Require(isAllowed, "answers " + HexOf(status));
 }
@@ -148,7 +148,7 @@ std::optional<VideoFormat> Application::AnyFormat() {
   const Size size = chance_.OneOf(kSizes);
   const LONGLONG interval = chance_.OneIn(2) ? 333333 : chance_.OneOf(kIntervals);
   std::optional<VideoFormat> format;
-  // A filter that was opened while the hardware was down has no formats.
+  // A filter that was opened while the hardware had failed has no formats.
   const NTSTATUS none = IsSound() ? STATUS_SUCCESS : STATUS_NO_MATCH;
   DoAllowing("choose a format", {STATUS_SUCCESS, none}, [&] {
     format.emplace(camera_->FormatOf(size.Width, size.Height, interval));
@@ -157,7 +157,7 @@ std::optional<VideoFormat> Application::AnyFormat() {
   return format;
 }
 
-// Some bytes are others, but for the length, by which the client itself goes.
+// Changes some bytes, except for the length, which the client itself uses.
 VideoFormat Application::Mutated(const VideoFormat& format) {
   Block bytes(format.Bytes());
   const std::uint64_t count = chance_.Between(1, 4);
@@ -275,8 +275,8 @@ void Application::TakeFrame() {
           "answers " + HexOf(status));
 }
 
-// A format for another picture than that of the pin's framing may leave no room for the picture, which
-// then isn't written.
+// A format for a picture other than that of the pin's framing may leave too little room for the
+// picture, which then isn't written.
 void Application::ChangeFormat() {
   if (!camera_) return;
   std::optional<VideoFormat> format = AnyFormat();
@@ -344,7 +344,7 @@ void Application::AskAnything() {
   Ask(camera_->Properties());
 }
 
-// A request that sets the state is one, too.
+// A request that sets the state changes the stream's state, too.
 void Application::AskPin() {
   Ask(stream_->Pin().Properties());
   stream_->LookAtState();
@@ -420,7 +420,7 @@ void Application::Intersect() {
       });
 }
 
-// ---- What must succeed.
+// ---- Operations that must succeed.
 
 void Application::RequireSuccess(NTSTATUS status) {
   Require(status == STATUS_SUCCESS, "answers " + HexOf(status));

@@ -15,37 +15,37 @@ namespace lidcam::scenarios {
 
 class ClientStage;
 
-/// What the applications of a run may do, and what may happen to them.
+/// What the applications of a run may do, and the faults they must expect.
 struct ApplicationRules {
-  bool WritesRegisters = false;  ///< any register of the camera: nobody knows what it sends then
-  bool HasTrouble = false;       ///< plug and play, power or the bus may get in between
+  bool WritesRegisters = false;  ///< any register of the camera: its frames are unpredictable then
+  bool HasTrouble = false;       ///< plug and play, power or the bus may interfere
   bool LacksMemory = false;      ///< an allocation fails
 };
 
-/// One application: its thread opens the camera, asks it, streams from it, and does all that in no
-/// order. Each answer is compared with those that may come at that time.
+/// One application: its thread opens the camera, sends it requests and streams from it, in random
+/// order. Each status is compared with those that are allowed at that time.
 class Application {
  public:
-  /// @param number  from 1; tells the applications of a run apart
+  /// @param number  from 1; identifies the application in the run
   Application(ClientStage& clients, std::uint64_t number);
   Application(const Application&) = delete;
   Application& operator=(const Application&) = delete;
 
-  /// Does so many things, whatever the seed says.
+  /// Performs `steps` random operations.
   void DoAnything(std::uint64_t steps);
-  /// Looks for the stream and streams, mostly.
+  /// Mostly opens the stream and streams.
   void Stream(std::uint64_t steps);
-  /// Turns the picture controls and the light, one after the other.
+  /// Changes the picture controls and the light, one after the other.
   void TurnControls(std::uint64_t steps);
-  /// Turns the light again and again.
+  /// Changes the light again and again.
   void TurnLight(std::uint64_t steps);
-  /// Streams until the camera goes or is started anew.
+  /// Streams until the camera is removed or restarted.
   void StreamOn();
-  /// A good day, the same on all days: gives up where something fails.
+  /// A fixed sequence of ordinary operations, which ends at the first failure.
   void Everyday();
   /// Opens the camera and streams, which must work.
   void RequireFrames();
-  /// Closes whatever is open.
+  /// Closes all that is open.
   void End();
 
   [[nodiscard]] const Activity& Doing() const { return doing_; }

@@ -1,4 +1,4 @@
-// What applications do with their steps.
+// The sequences of operations that applications perform.
 
 #include "scenarios/clients/application.h"
 #include "scenarios/clients/client_stage.h"
@@ -87,7 +87,7 @@ void Application::TurnControls(std::uint64_t steps) {
 void Application::TurnLight(std::uint64_t steps) {
   OpenOnly();
   for (std::uint64_t i = 0; i < steps; ++i) {
-    Sleep(15 * kMillisecond);  // the frame path gets on the bus only between
+    Sleep(15 * kMillisecond);  // the frame path gets access to the bus only in between
     ChangeLight();
   }
 }

@@ -8,12 +8,12 @@
 namespace lidcam::scenarios {
 namespace {
 
-constexpr LONGLONG kFirstNumber = 2;  // two calls are skipped, and count
+constexpr LONGLONG kFirstNumber = 2;  // two calls are skipped, and counted
 
-// Transfers of a start lie apart, and what the camera sends in between is lost.
+// The transfers of a start are not contiguous: data that the camera sends in between are lost.
 constexpr std::uint64_t kUnevenFrames = 12;
 
-// A client may ask for any interval; beyond these a sum of times wraps or stands still.
+// A client may request any interval; beyond this one a sum of times overflows or doesn't increase.
 constexpr LONGLONG kLongestInterval = LONGLONG{1} << 40;
 
 constexpr ULONG kStamped = KSSTREAM_HEADER_OPTIONSF_SPLICEPOINT |
@@ -41,7 +41,7 @@ CheckedStream::CheckedStream(Stage& stage, bool isSound, const client::Camera& c
       pin_(std::make_unique<client::Stream>(camera, format,
                                             client::StreamOptions{.Buffers = buffers})) {}
 
-// Whatever failed, the pin tells where it stands; one that can't be asked any more delivers nothing.
+// After any failure the pin reports its state; one that fails this request too delivers nothing.
 void CheckedStream::LookAtState() {
   KSSTATE state = KSSTATE_STOP;
   const NTSTATUS status = StatusOf([&] { state = pin_->State(); });
@@ -57,11 +57,11 @@ void CheckedStream::LookAtState() {
 void CheckedStream::NoteState(KSSTATE wanted, NTSTATUS status) {
   LookAtState();
   if (wanted == KSSTATE_RUN) framesSinceRun_ = 0;
-  // A pause that failed leaves a stream that is run as if it never had been.
+  // A stream whose pause failed behaves at its next run like a new one.
   if (!NT_SUCCESS(status) && !isStopped_) ForgetFrames();
 }
 
-// The next frame may be any.
+// The next frame may have any number.
 void CheckedStream::ForgetFrames() {
   isFirst_ = true;
   isFresh_ = false;
@@ -109,7 +109,7 @@ void CheckedStream::CancelBuffers() {
   nextNumber_.reset();
 }
 
-// Nothing that can end the run is done while the driver's buffer is lent out.
+// Nothing that can end the run happens while the driver's buffer is in use.
 NTSTATUS CheckedStream::Take(LONGLONG timeout) {
   Frame seen{};
   {
@@ -127,7 +127,7 @@ NTSTATUS CheckedStream::Take(LONGLONG timeout) {
   return STATUS_SUCCESS;
 }
 
-// Every pixel of a picture has the stamp of a frame that the camera has sent, resampled or not.
+// Every pixel of a picture has the stamp of a frame that the camera sent, also after resampling.
 bool CheckedStream::IsWhole(std::span<const std::byte> picture) const {
   const auto pixels =
       static_cast<std::size_t>(format_.Width()) * static_cast<std::size_t>(format_.Height()) * 2;
@@ -156,7 +156,7 @@ void CheckedStream::Check(const Frame& frame) {
   }
 }
 
-// Of the two numbers one follows from the other: how many frames have gone out.
+// The two numbers must agree on how many frames were delivered.
 void CheckedStream::CheckNumbers(const Frame& frame) {
   const LONGLONG interval = format_.FrameInterval();
   const LONGLONG number = frame.Picture - frame.Drop;

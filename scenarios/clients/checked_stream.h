@@ -9,35 +9,35 @@
 
 namespace lidcam::scenarios {
 
-/// A client's stream whose frames are compared with what the pin's rules say about them.
+/// A client's stream whose frames are checked against the pin's rules.
 class CheckedStream {
  public:
-  /// @param isSound  nothing disturbs the camera, so that frames are whole and counts start at 2
+  /// @param isSound  without faults: frames are whole and counts start at 2
   CheckedStream(Stage& stage, bool isSound, const client::Camera& camera,
                 const client::VideoFormat& format, std::size_t buffers);
 
   [[nodiscard]] client::Stream& Pin() { return *pin_; }
 
   NTSTATUS SetState(KSSTATE state);
-  /// With all buffers handed in on the way.
+  /// Also queues all buffers.
   NTSTATUS Run();
   NTSTATUS Stop();
   NTSTATUS SetFormat(const client::VideoFormat& format);
   NTSTATUS UseClock();
   void CancelBuffers();
-  /// Somebody else may have changed the stream's state.
+  /// Reads the state, which another client may have changed.
   void LookAtState();
 
   /// Waits for a frame and checks it.
-  /// @return as client::NextFrame has it
+  /// @return the status of client::NextFrame
   NTSTATUS Take(LONGLONG timeout);
 
-  /// Frames are to come: it runs, and buffers are with the driver.
+  /// Whether frames must come: the stream runs, and the driver has buffers.
   [[nodiscard]] bool IsToDeliver() const { return isRunning_ && pin_->Queued() != 0; }
   [[nodiscard]] bool IsStopped() const { return isStopped_; }
 
  private:
-  /// What a frame's header said about it.
+  /// Fields of a frame's header.
   struct Frame {
     LONGLONG Time;
     LONGLONG Duration;

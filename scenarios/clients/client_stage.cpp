@@ -129,7 +129,7 @@ void ClientStage::BeginApplications(std::uint64_t count,
 
 void ClientStage::WaitForApplications() {
   stage_.WaitForOthers();
-  for (auto& thread : threads_) delete thread.release();  // lets out that the world stops
+  for (auto& thread : threads_) delete thread.release();  // may throw when the world stops
   threads_.clear();
 }
 

@@ -13,13 +13,13 @@
 
 namespace lidcam::scenarios {
 
-/// One installed camera, the applications that use it, and what plug and play tells it meanwhile.
+/// One installed camera, the applications that use it, and plug and play.
 ///
-/// Plug and play speaks from the scenario's thread, each application has one of its own. What doesn't
-/// hold ends the run by a violation.
+/// Plug and play runs on the scenario's thread, each application on one of its own. A failed check
+/// ends the run by a violation.
 class ClientStage final : public StageGuest {
  public:
-  /// Makes one that lives with the stage.
+  /// Makes one with the lifetime of the stage.
   static ClientStage& On(Stage& stage, const ApplicationRules& rules);
 
   ClientStage(Stage& stage, const ApplicationRules& rules) : stage_(stage), rules_(rules) {}
@@ -29,10 +29,10 @@ class ClientStage final : public StageGuest {
   [[nodiscard]] const UsbCaptureDevice* Usb() const override;
   [[nodiscard]] PDEVICE_OBJECT TopDevice() const { return installed_->TopDevice(); }
 
-  /// @return false if the kernel had no room for the driver and its device
+  /// @return false if the kernel had no memory for the driver and its device
   bool PlugIn(const PlugOptions& options);
 
-  // What plug and play and the power manager say, each with the driver's status.
+  // Requests of plug and play and the power manager, each with the driver's status.
 
   NTSTATUS Start();
   NTSTATUS PowerDown();
@@ -41,30 +41,30 @@ class ClientStage final : public StageGuest {
   NTSTATUS SurpriseRemove();
   /// The device is stopped for its resources and started again.
   NTSTATUS Restart();
-  /// It is asked whether it may be removed, and may stay.
+  /// A query for removal, followed by its cancellation.
   NTSTATUS ThinkOfRemoval();
-  /// The cable is pulled, and nobody has told the driver yet.
+  /// Unplugs the device, without a report to the driver.
   void PullPlug();
 
-  /// Applications begin, each on its thread; `live` is what each does.
+  /// Starts applications, each on its thread; `live` is the body of each.
   void BeginApplications(std::uint64_t count, const std::function<void(Application&)>& live);
-  /// One that lives on the scenario's thread.
+  /// An application on the scenario's thread.
   Application& OwnApplication();
   void WaitForApplications();
-  /// The application of a number has nothing open any more.
+  /// The application of a number has closed everything.
   [[nodiscard]] bool HasEnded(std::size_t number) const {
     return applications_[number - 1]->Doing().IsOver;
   }
 
-  /// Takes the camera out of the host; nothing may be left of it then.
+  /// Removes the camera from the host, and checks that nothing is left of it.
   void Close();
 
-  /// A removal has begun: whatever is asked may be refused for it from here on.
+  /// A removal has begun: from here on all requests may be refused.
   [[nodiscard]] bool IsGoing() const { return isGoing_; }
-  /// The driver has been told that the device is gone, or been stopped for good.
+  /// The driver has processed the removal, or the final stop.
   [[nodiscard]] bool IsGone() const { return isGone_; }
   [[nodiscard]] bool IsRemoved() const { return isRemoved_; }
-  /// A stop for resources is on, or has been: the driver may have no camera for a while.
+  /// A stop for resources has begun: the driver may have no camera for a while.
   [[nodiscard]] bool IsRestarted() const { return isRestarted_; }
 
  private:

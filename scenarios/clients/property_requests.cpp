@@ -9,7 +9,7 @@ namespace {
 
 constexpr std::uint64_t kLongest = 200;
 
-// The camera's sets stand several times: they are what is to be asked.
+// The camera's sets are listed several times, to be chosen more often.
 constexpr GUID kSets[] = {
     GuidOf(STATIC_PROPSETID_VIDCAP_VIDEOPROCAMP),
     GuidOf(STATIC_PROPSETID_VIDCAP_VIDEOPROCAMP),

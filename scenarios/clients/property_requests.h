@@ -5,7 +5,7 @@
 
 namespace lidcam::scenarios {
 
-/// A property request as a client may send it: right, nearly right, or anything at all.
+/// A property request as a client may send it: valid, almost valid, or arbitrary.
 struct PropertyRequest {
   GUID Set{};
   ULONG Id = 0;
@@ -14,13 +14,13 @@ struct PropertyRequest {
   client::Block Value;
 };
 
-/// A request for one of the camera's four sets or one of the streaming class's, of any id, with any
-/// bytes up to a length of 200 as request and value.
+/// A request for one of the camera's four sets or one of the streaming class's, with any id, and up
+/// to 200 arbitrary bytes as request and as value.
 ///
-/// @param writesRegisters  a client may write any register of the camera, too
+/// @param writesRegisters  may also write any register of the camera
 [[nodiscard]] PropertyRequest AnyPropertyRequest(Random& chance, bool writesRegisters);
 
-/// Fills a block of `bytes` bytes with anything, mostly small numbers.
+/// A block of `bytes` random bytes, mostly small numbers.
 [[nodiscard]] client::Block AnyBytes(Random& chance, std::size_t bytes);
 
 }  // namespace lidcam::scenarios

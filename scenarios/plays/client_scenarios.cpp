@@ -14,7 +14,7 @@ namespace {
 
 constexpr std::uint64_t kSteps = 30;
 
-/// A camera that is started, with applications on it.
+/// A started camera, with applications.
 ClientStage& BeginClients(Stage& stage, const ApplicationRules& rules, const PlugOptions& options) {
   ClientStage& clients = ClientStage::On(stage, rules);
   stage.Require(clients.PlugIn(options), "nothing can be plugged in");
@@ -24,7 +24,7 @@ ClientStage& BeginClients(Stage& stage, const ApplicationRules& rules, const Plu
   return clients;
 }
 
-// A stream that was prepared and never run stays prepared: nobody gets one any more.
+// A stream that was prepared and never run stays prepared: no client can stream any more.
 bool IsStreamLeftPrepared(const ClientStage& clients) {
   return clients.Usb()->UsbStream->Opened != 0;
 }
@@ -51,7 +51,8 @@ void Trouble(ClientStage& clients, std::uint64_t times,
   }
 }
 
-// The driver is told at last, one way or the other, and the applications find out for themselves.
+// The driver is finally informed, in one of two ways; the applications learn it from their
+// requests.
 void RemoveUnder(ClientStage& clients) {
   Stage& stage = clients.Host();
   Random& chance = stage.Chance();
@@ -95,7 +96,7 @@ void ClientsAndPower(Stage& stage) {
   clients.Close();
 }
 
-// Some starts find a camera that refuses its first requests, and fail.
+// During some starts the camera refuses its first requests, and the start fails.
 void ClientsAndRestarts(Stage& stage) {
   stage.AllowDisturbedFrames();
   ClientStage& clients = BeginClients(stage, {.HasTrouble = true}, SomeCamera(stage));
@@ -141,7 +142,7 @@ void ClientsAndFaults(Stage& stage) {
   clients.Close();
 }
 
-// One streams, mostly, while others turn controls.
+// One application mostly streams, while others change controls.
 void Controls(Stage& stage) {
   ClientStage& clients = ClientStage::On(stage, {});
   stage.Require(clients.PlugIn(SomeCamera(stage)), "nothing can be plugged in");
@@ -158,8 +159,8 @@ void SleepUntil(Stage& stage, const std::function<bool()>& isSo, const char* oth
   stage.Require(isSo(), otherwise);
 }
 
-// What takes the device out of use goes on without the request that has stopped; only the request
-// itself is never answered.
+// Operations that take the device out of use continue without the request that has stopped; only
+// the request itself is never completed.
 void StoppedRead(Stage& stage) {
   stage.AllowDisturbedFrames();
   stage.Around().KeepLoopBusy();
@@ -198,7 +199,7 @@ void OutOfMemoryClient(Stage& stage) {
   if (stage.Chance().OneIn(2)) clients.SurpriseRemove();
   clients.Close();
   if (!stage.Chance().OneIn(8)) return;
-  // Whatever failed, it was that once.
+  // The injected fault occurs only once.
   stage.EndFaults();
   ClientStage& again = ClientStage::On(stage, {});
   stage.Require(again.PlugIn(SomeCamera(stage)), "nothing can be plugged in");

@@ -4,8 +4,9 @@
 
 namespace lidcam::scenarios {
 
-// Scenarios of an installed camera and the applications that use it: one to three threads that open,
-// ask, connect and stream in no order, while plug and play, power or the bus do what they want.
+// Scenarios of an installed camera and the applications that use it: one to three threads that
+// open, send requests, connect and stream in random order, during events of plug and play, power or
+// the bus.
 
 void Clients(Stage& stage);
 void TwoClients(Stage& stage);

@@ -9,7 +9,7 @@
 namespace lidcam::scenarios {
 namespace {
 
-// A pause ends with the watchdog's next tick, and all else within a few milliseconds of it.
+// A pause ends by the watchdog's next tick, and everything else within a few milliseconds of it.
 constexpr std::uint64_t kShortest = 300 * kMillisecond;
 constexpr std::uint64_t kLongest = 3 * kSecond;
 
@@ -45,7 +45,7 @@ void WaitForItsEnd(Stage& stage) {
   stage.Sleep(end - now + 50 * kMillisecond);
 }
 
-// With a stream behind it that has the records of the one before, or without anything.
+// Continues with a new stream that has the records of the previous one, or without any.
 void GoOnMeanwhile(TransportStage& camera) {
   Stage& stage = camera.Host();
   WaitForStall(stage);
@@ -94,7 +94,7 @@ void LateTick(TransportStage& camera) {
   GoOnMeanwhile(camera);
 }
 
-// It is the one thread that asks for a priority of its own.
+// The frame thread is the only one that sets its own priority.
 void LateFrameThread(TransportStage& camera) {
   Stage& stage = camera.Host();
   BeginStream(camera);

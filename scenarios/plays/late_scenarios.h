@@ -4,8 +4,9 @@
 
 namespace lidcam::scenarios {
 
-// Scenarios of a processor that stops for long at one of the places where the stream's threads meet,
-// while the stream is paused, released and started anew, or the device is stopped and removed.
+// Scenarios of a processor that is stalled for long at one of the places where the stream's threads
+// interact, while the stream is paused, released and restarted, or the device is stopped and
+// removed.
 
 void LateCompletion(TransportStage& camera);
 void LateFailure(TransportStage& camera);

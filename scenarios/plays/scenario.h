@@ -7,23 +7,23 @@
 
 namespace lidcam::scenarios {
 
-/// One kind of trouble.
+/// One kind of run.
 struct Scenario {
   std::string_view Name;
   std::string_view Purpose;  ///< one line for the user
   void (*Play)(Stage& stage);
 
-  /// The scenario can be told which of the calls it counts is to fail: RunKey::Step.
+  /// RunKey::Step may choose which of the counted calls fails.
   bool HasSteps = false;
 
-  /// What the scenario has whether or not it is asked for.
+  /// Options that the scenario always has.
   RunOptions Needs{};
 };
 
-/// All of them, in the order in which they are listed.
+/// All scenarios, in the order in which they are listed.
 [[nodiscard]] std::span<const Scenario> Scenarios();
 
-/// @return null if there is none of this name
+/// @return null for an unknown name
 [[nodiscard]] const Scenario* FindScenario(std::string_view name);
 
 }  // namespace lidcam::scenarios

@@ -138,7 +138,7 @@ void Everyday(TransportStage& camera) {
   }
   camera.Remove();
   if (!stage.Chance().OneIn(8)) return;
-  // Whatever failed, it was that once.
+  // The injected fault occurs only once.
   stage.EndFaults();
   camera.PlugInAndStream();
   stage.Require(camera.FramesCome(), "no frames come from a camera plugged in again");

@@ -23,7 +23,7 @@ constexpr std::string_view kFailingCall = "failing-";
 struct FailingCall {
   const char* Function;
   NTSTATUS Status;
-  std::uint64_t Often;  ///< calls in an everyday life, about
+  std::uint64_t Often;  ///< approximate number of calls in Everyday()
 };
 
 constexpr std::array kFailingCalls{
@@ -37,7 +37,7 @@ constexpr std::array kFailingCalls{
     FailingCall{"ZwWriteFile", STATUS_UNSUCCESSFUL, 2},
 };
 
-// A folder of the run's own for stills, so that there are files to fail on.
+// A folder for the run's stills, so that file operations can fail.
 class StillFolder {
  public:
   StillFolder()
@@ -78,8 +78,8 @@ void StartAndStop(TransportStage& camera) {
     stage.Require(Succeeded(camera.Run()), "a running stream can't be run");
     stage.SleepAWhile(400 * kMillisecond);
     if (stage.Chance().OneIn(3)) camera.RequireFramesOrFirstPipe();
-    if (stage.Chance().OneIn(6)) break;             // the device goes with the stream still running
-    if (stage.Chance().OneIn(6)) camera.Release();  // refused: it runs
+    if (stage.Chance().OneIn(6)) break;             // the device is removed while streaming
+    if (stage.Chance().OneIn(6)) camera.Release();  // refused: the stream runs
     camera.Pause();
     stage.SleepAWhile(100 * kMillisecond);
     camera.Release();
@@ -106,9 +106,9 @@ void PauseStorm(TransportStage& camera) {
   camera.Release();
 }
 
-// A second acquire asks for the widest setting again before it is refused. Where the bus has no room
-// for that one, the first stream's setting is selected anew under it: its transfers end, and those
-// that were built for the pipe before can't be sent.
+// A second acquire selects the widest setting again before it is refused. If the bus has no room
+// for that one, the first stream's setting is selected again: its transfers end, and those that
+// were built for the previous pipe can't be sent.
 void SecondPin(TransportStage& camera) {
   Stage& stage = camera.Host();
   PlugOptions options = SomeCamera(stage);
@@ -183,7 +183,7 @@ void UrbErrors(TransportStage& camera) {
       stage.Camera().FailReads(0);
       if (!Succeeded(camera.Resume())) return ExpectFirstPipe(camera);
       camera.RequireFramesOrFirstPipe();
-      continue;  // the pause may have ended what the recovery was for
+      continue;  // the pause may have ended what needed the recovery
     }
     ExpectRecovery(camera, options.Camera.HasTwinPipes);
   }
@@ -237,8 +237,8 @@ void LostCompletions(TransportStage& camera) {
     const bool refuses = stage.Chance().OneIn(3);
     if (refuses) stage.Between().RefuseTransfers(1, USBD_STATUS_SUCCESS);
     stage.Sleep(550 * kMillisecond);
-    // A transfer that never comes home keeps the watchdog from mending what a refused one has broken;
-    // but one that was refused before is out of its sight, wherever it is.
+    // While a transfer is never completed, the watchdog does not repair the effects of a refused
+    // one; but one that was refused earlier is no longer counted.
     stage.Require(hasRefused || stage.Trace().RecoveriesEnded() == recoveries,
                   "a stream recovers while a transfer is out");
     hasRefused = hasRefused || refuses;
@@ -274,7 +274,7 @@ void SilentRequests(TransportStage& camera) {
   if (stage.Chance().OneIn(4)) SilenceSome(stage);
 }
 
-// ---- Pulled plugs.
+// ---- Unplugging.
 
 void UnplugAnywhere(TransportStage& camera) {
   Stage& stage = camera.Host();
@@ -293,7 +293,7 @@ void UnplugAnywhere(TransportStage& camera) {
   camera.Stop();
 }
 
-// ---- Want of memory, and the platform's refusals.
+// ---- Lack of memory, and refusals of the platform.
 
 void OutOfMemory(TransportStage& camera) {
   Stage& stage = camera.Host();
@@ -316,7 +316,7 @@ void FailingCallOfName(TransportStage& camera) {
   Everyday(camera);
 }
 
-// ---- Everything at once.
+// ---- All faults mixed.
 
 void Mixture(TransportStage& camera) {
   Stage& stage = camera.Host();
@@ -334,7 +334,7 @@ void Mixture(TransportStage& camera) {
   if (stage.Chance().OneIn(3)) camera.TellGone();
 }
 
-// ---- What the driver's own rules let hang.
+// ---- Hangs that the driver's own rules allow.
 
 void LostWorkItem(TransportStage& camera) {
   Stage& stage = camera.Host();
@@ -345,7 +345,7 @@ void LostWorkItem(TransportStage& camera) {
   stage.Sleep(600 * kMillisecond);
   stage.EndFaults();
   stage.Require(stage.Trace().HasLostWorkItem(), "no recovery was tried");
-  // The stream itself can be ended and begun anew; only the device can't be stopped.
+  // The stream can be ended and restarted; only the device can't be stopped.
   camera.Pause();
   if (stage.Chance().OneIn(2) && Succeeded(camera.Resume())) {
     camera.RequireFramesOrFirstPipe();

@@ -4,8 +4,8 @@
 
 namespace lidcam::scenarios {
 
-// Scenarios of the driver's operations, in orders that the platform may call them in, over a bus, a kernel
-// and a stack below that may fail.
+// Scenarios of the driver's operations, in any order that the platform may call them in, over a
+// bus, a kernel and a USB stack with faults.
 
 void StartAndStop(TransportStage& camera);
 void PauseStorm(TransportStage& camera);

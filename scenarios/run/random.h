@@ -8,10 +8,10 @@
 
 namespace lidcam::scenarios {
 
-/// The numbers that one run is made of: equal on every platform for equal seeds.
+/// A run's random numbers: equal on every platform for equal seeds.
 class Random {
  public:
-  /// @param purpose  keeps streams of numbers from the same seed apart
+  /// @param purpose  selects one of several independent sequences of a seed
   explicit Random(std::uint64_t seed, std::uint64_t purpose = 0)
       : numbers_(seed * 0xD1342543DE82EF95 + purpose) {}
 

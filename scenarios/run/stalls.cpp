@@ -12,11 +12,11 @@ namespace {
 constexpr std::uint64_t kPurpose = 2;
 constexpr std::uint64_t kMost = 3;
 
-// 100 ns each: less than a frame, up to a few ticks of the watchdog, and longer than a stream takes to
-// be paused, released and started again.
+// 100 ns each: less than a frame, up to a few ticks of the watchdog, and longer than a stream takes
+// to be paused, released and started again.
 constexpr std::uint64_t kLengths[] = {200'000, 6'000'000, 40'000'000};
 
-/// Threads among which one is chosen, and within how many of their switch points.
+/// A group of threads, and the number of their switch points among which one is chosen.
 struct Place {
   bool (*Meant)(const host::Thread& thread);
   std::uint64_t Points;
@@ -26,7 +26,7 @@ bool IsAnyThread(const host::Thread&) {
   return true;
 }
 
-// Completion routines, deferred calls, and whoever has a spin lock.
+// Completion routines, deferred calls, and owners of a spin lock.
 bool IsAtDispatchLevel(const host::Thread& thread) {
   return thread.Level == DISPATCH_LEVEL;
 }

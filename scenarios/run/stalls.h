@@ -9,38 +9,39 @@
 
 namespace lidcam::scenarios {
 
-/// Whether a thread is one of those that are to stand still.
+/// Selects the threads to be stalled.
 using IsMeant = std::function<bool(const host::Thread& thread)>;
 
-/// The stalls of one run: a thread stands still at some switch point, with whatever it holds, while time
-/// goes on for all others.
+/// The stalls of one run: a thread halts at a switch point, with all its locks, while time advances
+/// for all others.
 class Stalls {
  public:
   explicit Stalls(std::uint64_t seed);
 
-  /// From now on up to three stalls at places that the seed says, of any thread, or of those at which the
-  /// stream's threads meet; for a moment, or for as long as a stream takes to be stopped and started again.
+  /// From now on up to three stalls at places that the seed chooses, of any thread, or of those at
+  /// which the stream's threads interact; for a moment, or for as long as a stream takes to be
+  /// stopped and restarted.
   void BeginAnywhere();
 
-  /// One stall of a thread that `isMeant`, at the `point`-th switch point that such threads come to from
-  /// now on. In place of the plan before.
+  /// One stall of a thread that `isMeant`, at the `point`-th switch point of such threads from now
+  /// on. Replaces the previous plan.
   void PlanOne(IsMeant isMeant, std::uint64_t point, LONGLONG length);
-  /// Takes it back if it hasn't begun.
+  /// Cancels the plan if its stall hasn't begun.
   void ForgetPlan() { planned_.Meant = nullptr; }
 
-  /// @return for how long the thread that has come there stands still, 100 ns; 0: not at all
+  /// @return how long the calling thread is stalled there, 100 ns; 0: not at all
   LONGLONG At(const host::SwitchPlace& place, LONGLONG now);
 
   [[nodiscard]] bool HaveBegun() const { return end_ != kNever; }
 
-  /// When the last one so far ends, or has ended; before all time if there was none.
+  /// End of the last stall so far, past or future; the earliest time if there was none.
   [[nodiscard]] LONGLONG End() const { return end_; }
 
  private:
   static constexpr LONGLONG kNever = std::numeric_limits<LONGLONG>::min();
 
   struct Plan {
-    IsMeant Meant{};  ///< null: there is no plan
+    IsMeant Meant{};  ///< null: no plan
     std::uint64_t Points = 0;
     LONGLONG Length = 0;
 
@@ -50,7 +51,7 @@ class Stalls {
   void PlanNextAnywhere();
 
   Random chance_;
-  std::uint64_t left_ = 0;  ///< stalls anywhere behind the planned one
+  std::uint64_t left_ = 0;  ///< remaining random stalls after the planned one
   Plan anywhere_;
   Plan planned_;
   LONGLONG end_ = kNever;

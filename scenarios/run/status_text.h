@@ -10,11 +10,11 @@ namespace lidcam::scenarios {
 /// "0xC0000001"
 [[nodiscard]] std::string HexOf(NTSTATUS status);
 
-/// "step <name> -> 0xC0000001": how an operation ended, as the trace tells it.
+/// "step <name> -> 0xC0000001": an operation's status, as in the trace.
 [[nodiscard]] std::string StepLine(std::string_view name, NTSTATUS status);
 
-/// Success, or a status of the USB stack or of a request that could not be sent, which every operation
-/// that goes over the bus hands on.
+/// Success, or a status of the USB stack or of a request that could not be sent, which every
+/// operation that uses the bus passes on.
 [[nodiscard]] bool IsBusStatus(NTSTATUS status);
 
 }  // namespace lidcam::scenarios

@@ -52,7 +52,7 @@ void TraceRecord::Look(std::string_view line) {
   if (line.starts_with("bus  read") && line.ends_with("stops for good")) NoteStoppedReader();
 }
 
-// The line is the thread's last one: it spins from here on, and time is not to be spent on that.
+// The line is the thread's last one: it spins from here on and need not be run.
 void TraceRecord::NoteStoppedReader() {
   host::Thread& self = host::CurrentThread();
   self.SpinsForGood = true;

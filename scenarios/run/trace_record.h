@@ -11,29 +11,31 @@ struct Thread;
 
 namespace lidcam::scenarios {
 
-/// The canonical trace of one run: its hash, and what of it a reader and the checks want. While it
-/// lives the driver's trace goes here; one at a time, in a simulation, where threads take turns.
+/// The canonical trace of one run: its hash, and the facts that the checks and users need. It
+/// receives the driver's trace during its lifetime; one at a time, in a simulation, where threads
+/// take turns.
 class TraceRecord {
  public:
-  /// @param keepsAll  all lines are kept, and not the last hundred
+  /// @param keepsAll  keeps all lines instead of the last hundred
   explicit TraceRecord(bool keepsAll);
   TraceRecord(const TraceRecord&) = delete;
   TraceRecord& operator=(const TraceRecord&) = delete;
   ~TraceRecord();
 
-  /// Adds a line of the simulation's own.
+  /// Adds a line of the simulation itself.
   void Add(std::string_view line);
 
   [[nodiscard]] std::uint64_t Hash() const { return hash_; }
   [[nodiscard]] std::string Text() const;
 
-  /// Recoveries that came to an end so far.
+  /// Recoveries ended so far.
   [[nodiscard]] std::uint64_t RecoveriesEnded() const { return recoveries_; }
-  /// A recovery could not be scheduled for want of a work item: from then on none can.
+  /// A recovery could not be scheduled because no work item could be allocated: from then on none
+  /// can.
   [[nodiscard]] bool HasLostWorkItem() const { return hasLostWorkItem_; }
-  /// The thread whose read met the frame path and stops for good; null if there is none.
+  /// The thread whose read coincided with the frame path and never continues; null if none.
   [[nodiscard]] const host::Thread* StoppedReader() const { return stoppedReader_; }
-  /// The latest drain ran into its limit, or its abort failed.
+  /// The latest drain timed out, or its abort failed.
   [[nodiscard]] bool HasFailedDrain() const { return hasFailedDrain_; }
 
  private:

@@ -87,7 +87,7 @@ RunCounts Stage::Counts() const {
   return counts;
 }
 
-// Guards that see an exception on its way leave the kernel alone.
+// Destroyed during unwinding, the guest's guards do not call the kernel.
 void Stage::Abandon() {
   struct Dropper {
     ~Dropper() { Guest.reset(); }

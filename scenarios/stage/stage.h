@@ -21,17 +21,17 @@ namespace lidcam::scenarios {
 inline constexpr LONGLONG kMillisecond = testbed::kMillisecond;
 inline constexpr LONGLONG kSecond = testbed::kSecond;
 
-/// What is plugged in.
+/// The camera to be plugged in.
 struct PlugOptions {
   StampedCameraOptions Camera{};
   bus::FaultScript Script{};
 };
 
-/// The world of one run as a scenario sees it: a camera on its bus, with all that can go wrong there and in
-/// the kernel, for a guest that brings the host, and the checks of the run.
+/// The world of one run for a scenario: a camera on its bus, with all faults of the bus and of the
+/// kernel, for a guest that provides the host, and the checks of the run.
 ///
-/// All calls but UnplugAt()'s come from the scenario's thread, which is how the platform calls a driver: one
-/// change of a pin's or the device's state at a time.
+/// All calls except UnplugAt()'s come from the scenario's thread, as the platform calls a driver:
+/// one change of a pin's or the device's state at a time.
 class Stage final : public RunChecks {
  public:
   Stage(const RunKey& key, TraceRecord& trace);
@@ -44,7 +44,7 @@ class Stage final : public RunChecks {
   /// Sleeps up to `longest`; often not at all.
   void SleepAWhile(LONGLONG longest);
 
-  /// Does one step of the scenario, and notes its status in the trace.
+  /// Performs one step of the scenario, and adds its status to the trace.
   template <typename Operation>
   NTSTATUS Do(const char* name, Operation operation) {
     Begin(name);
@@ -63,30 +63,30 @@ class Stage final : public RunChecks {
     return interposer_ != nullptr && interposer_->HasKeptRequest();
   }
 
-  /// The bus with its faults, and the camera on it.
+  /// Makes the bus with its faults, and the camera on it.
   bus::UsbBus& LayBus(const PlugOptions& options);
-  /// Takes the bus up again. The camera stays, so that it can be looked at.
+  /// Destroys the bus. The camera is kept for checks.
   void TakeUpBus();
-  /// Of the camera; empty if it has none.
+  /// The camera's driver key; empty if it has none.
   [[nodiscard]] std::u16string DriverKey() const;
-  /// The settings that the camera's user has saved before.
+  /// The settings that the camera's user saved earlier.
   void SaveSettings(PDEVICE_OBJECT physicalDevice);
 
-  // ---- What fails.
+  // ---- Faults.
 
-  /// Pulls the plug at the `number`-th switch point of the run.
+  /// Unplugs the device at the `number`-th switch point of the run.
   void UnplugAt(std::uint64_t number) { unplugAt_ = number; }
   LONGLONG AtSwitchPoint(const host::SwitchPlace& place);
-  /// The `number`-th allocation from now on fails; the `number`-th call of a kernel function.
+  /// Makes the `number`-th allocation from now on fail; the `number`-th call of a kernel function.
   void FailAllocation(std::uint64_t number);
   void FailCall(const char* function, std::uint64_t number, NTSTATUS status);
-  /// Takes back what has not failed by now.
+  /// Cancels the faults that have not occurred yet.
   void EndFaults();
   [[nodiscard]] bool ReachedFault() const { return reachedFault_; }
 
   // ---- Frames.
 
-  /// From now on a frame may be torn or of a wrong size.
+  /// From now on a frame may be torn or have a wrong size.
   void AllowDisturbedFrames() { allowsDisturbed_ = true; }
   [[nodiscard]] bool AllowsDisturbedFrames() const {
     return allowsDisturbed_ || WasStalled() || camera_->HasMixedAccesses();
@@ -96,18 +96,18 @@ class Stage final : public RunChecks {
 
   // ---- The guest.
 
-  /// In place of the guest before.
+  /// Replaces the previous guest.
   void Receive(std::unique_ptr<StageGuest> guest) {
     ForgetOthers();
     guest_ = std::move(guest);
   }
-  /// The scenario has been played.
+  /// The scenario has ended.
   void EndGuest() {
     if (guest_ != nullptr) guest_->End();
   }
-  /// The world has stopped: lets go of the guest as the world's threads did of what was theirs.
+  /// The world has stopped: abandons the guest without releasing its kernel objects.
   void Abandon();
-  /// Of the guest's camera; null if nothing is plugged in.
+  /// The guest's camera; null if nothing is plugged in.
   [[nodiscard]] UsbDeviceRecord* Device() const;
 
  private:

@@ -4,8 +4,8 @@
 
 namespace lidcam::scenarios {
 
-/// The host that a scenario plugs the stage's camera into, and those who use it there: it lives until the
-/// world has ended or stopped.
+/// The host into which a scenario plugs the stage's camera, and its clients: exists until the world
+/// has ended or stopped.
 class StageGuest {
  public:
   StageGuest() = default;
@@ -16,7 +16,7 @@ class StageGuest {
   /// The USB side of the guest's camera; null if it has none.
   [[nodiscard]] virtual const UsbCaptureDevice* Usb() const = 0;
 
-  /// The scenario has been played.
+  /// The scenario has ended.
   virtual void End() {}
 };
 

@@ -1,4 +1,4 @@
-// What must hold behind each operation of the driver.
+// Checks after each operation of the driver.
 
 #include "driver/usb/requests/control_requests.h"
 #include "platform/host/nt/scheduling/scheduler.h"
@@ -10,9 +10,9 @@ namespace {
 
 constexpr NTSTATUS kDeviceGone = STATUS_DEVICE_DATA_ERROR;
 
-// The first seven transfers of a start are sent for frames that lie 32 ms apart and take 4 ms each:
-// what the camera sends in between is lost, and the frame that it belongs to is torn, and one more
-// may be by the time that the transfers follow each other.
+// The first seven transfers of a start are sent for frames that are 32 ms apart and take 4 ms each:
+// data that the camera sends in between are lost, and the frame that they belong to is torn, and
+// possibly one more before the transfers are contiguous.
 constexpr LONGLONG kUnevenStart = (10 + 7 * 32 + 2 * 34) * kMillisecond;
 
 }  // namespace
@@ -22,7 +22,7 @@ void TransportStage::RequireAnswerOfGone(const char* operation, NTSTATUS status)
   if (!IsBusStatus(status)) stage_.RequireStatus(operation, status, {});
 }
 
-// Nothing of the bus is reached any more, and nothing is asked for.
+// The bus is not reachable any more, and is not used.
 void TransportStage::RequireRequestsFail() {
   if (stage_.Device() == nullptr) return;
   TransportRecord* const transport = hosted_->Device().TransportRecord;
@@ -55,7 +55,7 @@ void TransportStage::RequireNothingOf(const UsbStreamRecord& stream) {
                        "a released stream shows a frame");
 }
 
-// One that the frame thread sent as the stream was paused comes home by itself.
+// A request that the frame thread sent during the pause completes by itself.
 void TransportStage::RequireAllHome() {
   const LONGLONG began = host::CurrentWorld().Now();
   while (host::IrpUsageOfWorld().Known != 0 &&

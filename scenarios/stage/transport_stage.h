@@ -8,24 +8,24 @@
 
 namespace lidcam::scenarios {
 
-/// A host with one camera, and every operation of the camera's driver, each of whose answers is checked
-/// against those that it may give.
+/// A host with one camera, and all operations of the camera's driver; each status is compared with
+/// those that are allowed.
 ///
-/// All calls come from the scenario's thread. What doesn't hold ends the run by a violation.
+/// All calls come from the scenario's thread. A failed check ends the run by a violation.
 class TransportStage final : public StageGuest {
  public:
-  /// Makes one that lives with the stage.
+  /// Makes one with the lifetime of the stage.
   static TransportStage& On(Stage& stage);
 
   explicit TransportStage(Stage& stage) : stage_(stage) {}
 
   [[nodiscard]] Stage& Host() { return stage_; }
 
-  /// @return false if the kernel had no room for the device stack
+  /// @return false if the kernel had no memory for the device stack
   bool PlugIn(const PlugOptions& options = {});
   /// PlugIn(), Start(), Acquire() and Run(), which must all succeed.
   void PlugInAndStream(const PlugOptions& options = {});
-  /// The operations of the driver, with the status that each gave.
+  /// The operations of the driver, each with its status.
   NTSTATUS Start();
   NTSTATUS Acquire(std::int32_t width = 160, std::int32_t height = 120);
   NTSTATUS Run();
@@ -35,9 +35,9 @@ class TransportStage final : public StageGuest {
   NTSTATUS Stop();
   void PowerDown();
   void PowerUp();
-  /// Plug and play has noticed that the device is gone: stack and driver are told.
+  /// Plug and play has detected that the device is gone: informs stack and driver.
   void TellGone();
-  /// Takes the camera out of the host in order; nothing may be left of it then.
+  /// Removes the camera from the host in order, and checks that nothing is left of it.
   void Remove();
   /// Removes what is still plugged in.
   void End() override;
@@ -46,12 +46,12 @@ class TransportStage final : public StageGuest {
   [[nodiscard]] const UsbCaptureDevice* Usb() const override;
   [[nodiscard]] UsbStreamRecord* Stream() const { return hosted_->Device().UsbStream; }
 
-  /// Waits for more frames than there are. The limit counts from the end of the last stall.
+  /// Waits for `count` more frames. The limit counts from the end of the last stall.
   [[nodiscard]] bool FramesCome(std::uint64_t count = 2, LONGLONG limit = 2 * kSecond);
-  /// Frames come, or the stream is where a recovery puts it: on the first pipe, in silence.
+  /// Frames come, or the stream is on the first pipe after a recovery, and silent.
   void RequireFramesOrFirstPipe();
 
-  /// Transfers may stay with the bus until the device goes.
+  /// Transfers may stay in flight until the device is removed.
   void AllowLateTransfers() { allowsLateTransfers_ = true; }
 
  private:
@@ -69,7 +69,7 @@ class TransportStage final : public StageGuest {
   LONGLONG beganStream_ = 0;
 };
 
-/// Plays a scenario that calls the driver's operations.
+/// Runs a scenario that calls the driver's operations.
 template <void (*Play)(TransportStage& camera)>
 void OnTransport(Stage& stage) {
   Play(TransportStage::On(stage));

@@ -59,7 +59,7 @@ class FileReplacementTest : public ::testing::Test {
     return status.st_mode & kPermissions;
   }
 
-  // All steps; the error number of the first that fails.
+  // Performs all steps; returns the error number of the first that fails.
   static int Replace(FileReplacement& replacement, const std::string& path,
                      std::string_view content) {
     int error = replacement.Open(path);
@@ -72,7 +72,7 @@ class FileReplacementTest : public ::testing::Test {
   fs::path folder_;
 };
 
-// A step that fails with an error number, and the others as the system has them.
+// One step fails with an error number, the others are the system's.
 FileReplacementSteps Failing(const std::string& step, int error) {
   FileReplacementSteps steps;
   const auto fail = [error] {
@@ -261,7 +261,7 @@ TEST_F(FileReplacementTest, AFolderThatIsMissingIsTold) {
   EXPECT_EQ(ReplaceFile(PathOf("missing/a"), {}), ENOENT);
 }
 
-// Without the right to read it, a folder can't be opened for the flush.
+// Without read permission, a folder can't be opened for the flush.
 TEST_F(FileReplacementTest, AFolderThatMayOnlyBeWrittenToTakesTheFile) {
   constexpr uid_t kOther = 65534;
   fs::create_directory(PathOf("box"));

@@ -11,7 +11,7 @@
 
 namespace lidcam::camera_model {
 
-/// Bridge and sensor on a bench, driven by the requests as they stand on the wire.
+/// Bridge and sensor, controlled by requests as on the wire.
 class CameraBench {
  public:
   explicit CameraBench(SensorModel model, std::vector<SensorRegisterOverride> overrides = {},
@@ -35,13 +35,13 @@ class CameraBench {
     Send({0x40, 0xA0, value, 0x00, address, 0xFF, 0x00, 0x00});
   }
 
-  /// Gives the exposure registers of VGA0708 free for the next frame start.
+  /// Commits VGA0708's exposure registers for the next frame start.
   void CommitExposure() { WriteSensor(0x2F, 0x83); }
 
   std::uint8_t ReadBridge(std::uint8_t address) { return Read(1, address); }
   std::uint8_t ReadSensor(std::uint8_t address) { return Read(3, address); }
 
-  /// Makes a 16-bit sensor answer.
+  /// Sets the bridge up for a 16-bit sensor.
   void OpenWideBus() {
     WriteBridge(0x7E, 2);
     WriteBridge(0x2B, 0xBA);

@@ -78,7 +78,7 @@ ClosedLoop::~ClosedLoop() {
   thread_.join();
 }
 
-// The thread's whole life is one world.
+// The thread runs one world from begin to end.
 void ClosedLoop::Live() {
   std::exception_ptr error;
   try {

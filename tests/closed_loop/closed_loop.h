@@ -20,8 +20,8 @@
 
 namespace lidcam::app {
 
-/// The driver's platform on a new folder of its own, with the simulated cameras' set files and no
-/// settings yet: every control has its default. The folder goes when this goes.
+/// The driver's platform in a new folder of its own, with the simulated cameras' set files and no
+/// settings yet: every control has its default. The folder is removed with the object.
 class LoopEnvironment {
  public:
   LoopEnvironment();
@@ -38,7 +38,7 @@ struct LoopSetup {
   camera_model::LightSchedule Light;         ///< empty: a lit office
   unsigned MainsHertz = 50;                  ///< 50, 60, or 0 for steady light
   std::int32_t Flicker = 1;                  ///< the control: 1 matches 50 Hz, 2 matches 60 Hz
-  std::optional<std::int32_t> StartIndex{};  ///< nothing: what is in force
+  std::optional<std::int32_t> StartIndex{};  ///< nothing: unchanged
   PictureSize Size{160, 120};
   std::shared_ptr<camera_model::Scene> View{};  ///< null: the test card
 };
@@ -48,16 +48,17 @@ struct LoopSetup {
   return hertz == 60 ? 2 : 1;
 }
 
-/// A simulated camera of the kind whose exposure the host steers, and a stream from it under the driver.
+/// A simulated camera of the kind whose exposure the host controls, and a stream from it by the
+/// driver.
 ///
-/// It has a world of virtual time to itself, on a thread of its own that stands still, and the bus with it,
-/// while nothing is asked of the loop.
+/// It has a world of virtual time, on a thread of its own. World and bus halt between the calls
+/// of this object.
 class ClosedLoop {
  public:
   using PictureHandler = std::function<void(const DeliveredFrame& frame)>;
 
-  /// Streams from here on; what the camera or the driver refuses is thrown.
-  /// @param pictures  sees every delivered frame; may be empty
+  /// Starts the stream; throws the errors of the camera or the driver.
+  /// @param pictures  receives every delivered frame; may be empty
   explicit ClosedLoop(const LoopSetup& setup, PictureHandler pictures = {});
   ClosedLoop(const ClosedLoop&) = delete;
   ClosedLoop& operator=(const ClosedLoop&) = delete;
@@ -77,7 +78,7 @@ class ClosedLoop {
 
   void Live();
   void Serve(testbed::TransportTestbed& camera);
-  /// Has the loop's thread do something, and throws what that throws.
+  /// Runs work on the loop's thread, and rethrows its exceptions.
   void Ask(Work work);
   void WaitForAnswer(std::unique_lock<std::mutex>& lock);
   void Take(const testbed::HostedFrame& frame);
@@ -88,10 +89,10 @@ class ClosedLoop {
   ExposureEventCounter events_;
   std::vector<FrameRow> rows_;
 
-  std::mutex mutex_;  ///< guards what follows
+  std::mutex mutex_;  ///< guards the members below
   std::condition_variable turn_;
   Work work_;
-  bool isAsked_ = true;  ///< at first, to begin
+  bool isAsked_ = true;  ///< at first, for the start
   std::exception_ptr error_;
   std::thread thread_;
 };

@@ -1,4 +1,4 @@
-// Bands of mains light in the delivered picture, over the whole chain: lamps, sensor lines, bus,
+// Bands of mains light in the delivered picture, through the whole chain: lamps, sensor lines, bus,
 // driver, delivered frame.
 
 #include <gmock/gmock.h>
@@ -18,7 +18,7 @@ namespace {
 
 constexpr PictureSize kSize{640, 480};
 
-// A wall without a mark: what differs from row to row is the light.
+// A uniform wall: differences between rows are caused by the light only.
 class GreyWall final : public camera_model::Scene {
  public:
   void Render(std::uint64_t, camera_model::RgbImage& image) override {
@@ -40,7 +40,7 @@ std::vector<double> RowMeans(std::span<const std::uint8_t> yuy2) {
   return means;
 }
 
-// From the darkest to the brightest row, as a part of the mean luminance of the picture.
+// Difference of the darkest and the brightest row, as a fraction of the picture's mean luminance.
 double Ripple(std::span<const std::uint8_t> yuy2) {
   const std::vector<double> means = RowMeans(yuy2);
   double sum = 0;
@@ -49,13 +49,13 @@ double Ripple(std::span<const std::uint8_t> yuy2) {
   return (brightest - darkest) / (sum / static_cast<double>(means.size()));
 }
 
-// A light, and the flicker periods for which the loop exposes the wall in it, whichever they are.
+// A light, and the flicker periods for which the loop exposes the wall in it.
 struct WallLight {
   double Lux;
   std::uint32_t Periods;
 };
 
-// The strongest ripple of the last frames of a stream, when exposure has long been chosen.
+// The strongest ripple of the last frames of a stream, long after the exposure has settled.
 double RippleOf(unsigned hertz, std::int32_t flicker, const WallLight& light) {
   constexpr std::size_t kFrames = 90;
   constexpr std::size_t kJudged = 15;
@@ -73,7 +73,7 @@ double RippleOf(unsigned hertz, std::int32_t flicker, const WallLight& light) {
   return *std::max_element(ripples.end() - kJudged, ripples.end());
 }
 
-// An eye sees slow bands from about 1 % of the luminance on.
+// Slow bands become visible at about 1 % of the luminance.
 constexpr double kInvisible = 0.005;
 constexpr double kPlain = 0.015;
 

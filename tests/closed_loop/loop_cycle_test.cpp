@@ -1,4 +1,4 @@
-// The light states reached by light alone: no test here touches a counter or a state.
+// Light states reached by changes of light only: no test here writes a counter or a state.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -68,8 +68,8 @@ TEST_F(LoopCycle, DuskEndsInDummy) {
               ElementsAre(LightStateNormal, LightStateDummy, LightStateNormal));
 }
 
-// The camera measures ahead of the controls that shape the picture: a user who wants it darker gets
-// it darker, and neither the loop nor the light state works against that.
+// The camera measures before the controls that change the picture: a darker picture that the user
+// selects stays darker, and neither the loop nor the light state compensates it.
 TEST_F(LoopCycle, TheUsersBrightnessAndContrastDoNotMoveTheLoop) {
   const LoopSetup setup{.Light = {{0, 300}, {3, 0.5}, {20, 300}}};
   ClosedLoop usual(setup);
@@ -78,7 +78,7 @@ TEST_F(LoopCycle, TheUsersBrightnessAndContrastDoNotMoveTheLoop) {
   ClosedLoop dark(setup);
   constexpr std::uint32_t kBrightness = 0;
   constexpr std::uint32_t kContrast = 1;
-  // The first change of the brightness writes the value before it.
+  // The first change of the brightness writes the previous value.
   dark.Set(kBrightness, -40);
   dark.Set(kBrightness, -40);
   dark.Set(kContrast, 8);
@@ -86,14 +86,15 @@ TEST_F(LoopCycle, TheUsersBrightnessAndContrastDoNotMoveTheLoop) {
   EXPECT_EQ(dark.Rows(), usual.Rows());
 }
 
-// In twelve dark frames the loop gets to the longest exposure of Normal, not to eleven frames of it.
+// In twelve dark frames the loop reaches the longest exposure of Normal, but does not stay there
+// for eleven frames.
 TEST_F(LoopCycle, AShortDarknessLeavesTheStateAlone) {
   ClosedLoop loop({.Light = {{0, 300}, {3, 0.5}, {3.4, 300}}});
   loop.RunFrames(250);
   EXPECT_THAT(StatesInOrder(loop.Rows()), ElementsAre(LightStateNormal));
 }
 
-// Each camera's light moves the index that the other one has: 16 rows down, then 24 up.
+// Both cameras' lights move one shared index: 16 rows down, then 24 up.
 TEST_F(LoopCycle, TwoCamerasStreamingAtOnceStepOneIndex) {
   ClosedLoop bright({.Light = {{0, 2200}}});
   ClosedLoop dark({.Light = {{0, 1}}});
@@ -101,7 +102,7 @@ TEST_F(LoopCycle, TwoCamerasStreamingAtOnceStepOneIndex) {
   bright.RunFrames(1);
   EXPECT_EQ(std::int32_t{AeIndex}, 14);
   EXPECT_EQ(bright.Rows().back().Events.Steps, 1U);
-  // The bright camera's step holds the dark one's off, too: five calls, whoever makes them.
+  // The bright camera's step delays the dark one's, too: five calls of either camera.
   for (int frame = 0; frame < 5; ++frame) {
     dark.RunFrames(1);
     EXPECT_EQ(dark.Rows().back().Events.Steps, 0U) << frame;

@@ -9,7 +9,7 @@
 namespace lidcam::app {
 namespace {
 
-// Thirds of a decade, to two digits: one, two, five would be uneven.
+// Thirds of a decade, rounded to two digits: 1, 2, 5 would be uneven.
 constexpr std::array kLux = {0.46,  1.0,   2.2,   4.6,    10.0,   22.0,  46.0,
                              100.0, 220.0, 460.0, 1000.0, 2200.0, 4600.0};
 
@@ -17,7 +17,7 @@ bool IsMove(const FrameRow& before, const FrameRow& row) {
   return row.Events.Steps != 0 || row.State != before.State;
 }
 
-// Why a loop that takes no step takes none.
+// Why a loop takes no step.
 Rest RestOf(const FrameRow& row) {
   constexpr std::uint32_t kDarkestGood = 80;
   constexpr std::uint32_t kBrightestGood = 96;
@@ -25,7 +25,7 @@ Rest RestOf(const FrameRow& row) {
   return row.Luma > kBrightestGood ? Rest::AtTheBottom : Rest::InDeadBand;
 }
 
-// The first frame behind the last move before a rest of full length.
+// The first frame after the last step before a complete rest.
 std::optional<std::size_t> FindRest(const std::vector<FrameRow>& rows) {
   std::size_t begin = rows[0].Events.Steps != 0 ? 1 : 0;
   for (std::size_t i = 1; i < rows.size(); ++i) {
@@ -68,7 +68,7 @@ const char* TextOf(Rest rest) {
   return "-";
 }
 
-// A loop that only steps now and then keeps its registers; one that changes its state does not.
+// A loop with rare steps has constant registers in between; one that changes its state does not.
 const char* VerdictOn(const LoopOutcome& outcome) {
   if (outcome.Transitions != 0) return "swings";
   return outcome.Steps != 0 ? "steps" : "stays";

@@ -17,20 +17,20 @@ struct LoopCase {
   std::int32_t StartIndex = 30;
 };
 
-/// How the loop came to stand.
+/// How the loop came to rest.
 enum class Rest {
-  None,         ///< it did not, within kLongestWait frames
+  None,         ///< not at rest within kLongestWait frames
   InDeadBand,   ///< luminance 80 to 96
   AtTheBottom,  ///< too bright for row 0
   AtTheTop,     ///< too dark for the last row that the light mode allows
 };
 
-/// What one run came to.
+/// The outcome of one run.
 struct LoopOutcome {
   Rest How = Rest::None;
-  std::size_t StandsAt = 0;  ///< frame from which on it stands, counted from 1
+  std::size_t StandsAt = 0;  ///< first frame of the rest, counted from 1
   FrameRow AtRest;  ///< the last frame of the rest's kFramesOfRest: all is committed by then
-  // In the kWatchedFrames frames from there on, or behind kLongestWait if it never stood:
+  // Within the kWatchedFrames frames from there, or after kLongestWait without a rest:
   std::uint32_t Steps = 0;
   std::uint32_t Transitions = 0;
   std::int32_t LowestIndex = 0;
@@ -40,8 +40,9 @@ struct LoopOutcome {
   std::vector<std::uint32_t> States;  ///< in the order in which they were first seen
 };
 
-/// The loop stands at a frame if from it on, for so many frames, it takes no step and the light
-/// state does not change. A gain may wait 42 frames for its commit: a shorter rest could be none.
+/// The loop is at rest from a frame on if during this many frames it takes no step and the light
+/// state does not change. A gain may wait 42 frames for its commit: a shorter period may be no
+/// rest.
 inline constexpr std::size_t kFramesOfRest = 60;
 inline constexpr std::size_t kLongestWait = 600;
 inline constexpr std::size_t kWatchedFrames = 600;
@@ -50,7 +51,7 @@ inline constexpr std::size_t kWatchedFrames = 600;
 /// indexes 0, 30 and 80.
 [[nodiscard]] std::vector<LoopCase> AllLoopCases();
 
-/// Runs one case from the state that a freshly loaded system has, the index apart.
+/// Runs one case from the state after loading the driver, except for the index.
 [[nodiscard]] LoopOutcome RunLoopCase(const LoopCase& loopCase);
 
 /// Heading of the table, two lines.

@@ -21,13 +21,13 @@ std::vector<std::string> GoldenLines() {
 }
 
 constexpr std::size_t kLoopCases = 78;
-// Under sanitizers, some of each light, mains and first index.
+// Under sanitizers, a sample of all lights, mains and first indexes.
 const std::size_t kStep = test::kIsSanitized ? 5 : 1;
 
 class LoopTableLines : public ::testing::TestWithParam<std::size_t> {};
 
-// Each line comes out of the whole chain: light, sensor, bus, driver, registers, sensor. A change
-// of any of them that moves the loop shows here; print_loop_table prints the table anew.
+// Each line is a result of the whole chain: light, sensor, bus, driver, registers, sensor. A change
+// in any of them that affects the loop changes a line; print_loop_table prints a new table.
 TEST_P(LoopTableLines, TheLoopComesToRestOrSwingsAsRecorded) {
   const LoopCase loopCase = AllLoopCases().at(GetParam());
   EXPECT_EQ(LoopTableLine(loopCase, RunLoopCase(loopCase)), GoldenLines().at(GetParam() + 2));
@@ -51,7 +51,7 @@ TEST(LoopTable, StandsInTheDocumentation) {
   EXPECT_THAT(text, ::testing::HasSubstr("```text\n" + table + "```\n"));
 }
 
-// The same case twice, with another one between them that leaves other values behind.
+// The same case twice, with another one in between that leaves other values behind.
 TEST(LoopTable, ARunTellsNothingOfTheRunBefore) {
   const LoopCase loopCase{46, 50, 30};
   const std::string before = LoopTableLine(loopCase, RunLoopCase(loopCase));

@@ -1,4 +1,4 @@
-// Prints what the exposure loop comes to at each light, as the golden table holds it.
+// Prints the exposure loop's outcome at each light, in the form of the golden table.
 
 #include <cstdio>
 

@@ -1,4 +1,4 @@
-// Two cameras streaming at once, each on a thread of its own, as two applications have them.
+// Two cameras streaming at once, each on its own thread, as with two applications.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-// What the camera is, before anybody streams.
+// The camera's categories and pins, without a stream.
 
 #include <gtest/gtest.h>
 

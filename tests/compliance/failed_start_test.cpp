@@ -1,4 +1,4 @@
-// A camera whose start failed: what its applications find.
+// A camera whose start failed, as seen by applications.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -39,7 +39,8 @@ TEST(FailedStart, OfASilentCameraLeavesAFilterThatOffersNothing) {
   });
 }
 
-// Each allocation fails once. Behind the filter's own there is a filter, be it that nothing else is.
+// Each allocation fails once. A failure after the filter factory's allocations leaves a filter that
+// can be opened, whatever else is missing.
 TEST(FailedStart, WithoutMemoryLeavesAFilterThatTellsSo) {
   int opened = 0;
   for (std::uint32_t number = 1; number <= 60; ++number) {

@@ -1,4 +1,4 @@
-// A connected stream gets another format.
+// Changes of a connected stream's format.
 
 #include <gtest/gtest.h>
 
@@ -57,7 +57,7 @@ TEST_P(FormatChanges, AreRefusedInEveryStateButStop) {
   });
 }
 
-// Buffers stay as the connection's framing has them, which a change doesn't touch.
+// The size of buffers is that of the connection's framing, which a change of format keeps.
 TEST_P(FormatChanges, ToALargerPictureFillTheBuffersAndNothingBehindThem) {
   Run([](Host& host) {
     const Camera camera = host.Open();

@@ -1,4 +1,4 @@
-// Each picture size as it is offered and delivered, and everything that is no picture size.
+// Each picture size as offered and delivered, and requests for other sizes.
 
 #include <gtest/gtest.h>
 
@@ -33,7 +33,7 @@ constexpr Size kSizes[] = {
     {160, 120, 38400, 307200, 30720000, 9216000},
 };
 
-// The kinds of pictures and words that a client knows the camera's by, typed anew.
+// The identifiers by which clients recognise the camera's pictures, typed again.
 constexpr ULONG kYuy2 = 0x32595559;
 constexpr GUID kVideo = {
     0x73646976, 0x0000, 0x0010, {0x80, 0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71}};

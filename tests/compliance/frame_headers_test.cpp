@@ -1,4 +1,4 @@
-// What the headers of frames say, with a clock and without, and when frames are lost.
+// The headers of frames, with a clock and without, and after lost frames.
 
 #include <gtest/gtest.h>
 
@@ -53,7 +53,7 @@ TEST_P(FrameHeaders, BeginAnewWithEachStart) {
       FrameRules rules(38400, 333333, true);
       stream.Run();
       ASSERT_EQ(TakeFrames(stream, 1, rules), STATUS_SUCCESS);
-      // The camera takes about as long each time.
+      // The camera needs about the same time in each round.
       if (round == 0) firstTime = rules.LastTime();
       EXPECT_LT(rules.LastTime(), firstTime + kSecond);
       EXPECT_EQ(TakeFrames(stream, 5, rules), STATUS_SUCCESS);
@@ -82,7 +82,7 @@ TEST_P(FrameHeaders, CountTheFramesWithoutABuffer) {
     const LONGLONG before = rules.LastDropCount();
     const LONGLONG numberBefore = rules.LastNumber();
     ASSERT_EQ(TakeFrames(stream, 1, rules), STATUS_SUCCESS);
-    // Sixty frames long, of which the one that came and the interval before it are none.
+    // Sixty frames long, minus the delivered frame and the interval before it.
     EXPECT_GE(rules.LastDropCount(), before + 58);
     EXPECT_LE(rules.LastDropCount(), before + 70);
     EXPECT_GE(rules.LastNumber(), numberBefore + 59);
@@ -118,7 +118,7 @@ TEST_P(FrameHeaders, GoOnWithTheirNumbersBehindAPause) {
     EXPECT_EQ(stream.ClockTime(), paused);
     stream.Run();
     EXPECT_EQ(TakeFrames(stream, 10, rules), STATUS_SUCCESS);
-    // The clock stood, so that the pause itself drops nothing.
+    // The clock was halted, so that the pause itself drops nothing.
     EXPECT_LT(rules.LastDropCount(), 60);
   });
 }

@@ -1,5 +1,5 @@
-// A delivered picture is one that the camera took: a camera whose pictures tell their own number is
-// asked for them.
+// A delivered picture is one that the camera sent: the pictures of this camera contain their
+// number.
 
 #include <gtest/gtest.h>
 
@@ -18,7 +18,7 @@ using client::Stream;
 
 constexpr int kStamps = 128;
 
-/// The one number that a picture consists of; -1 if it isn't one.
+/// The number of which a picture consists; -1 if it isn't uniform.
 int StampOf(std::span<const std::byte> picture) {
   const bool isOne = std::ranges::all_of(
       picture, [&picture](std::byte value) { return value == picture.front(); });
@@ -28,7 +28,7 @@ int StampOf(std::span<const std::byte> picture) {
 struct Case {
   std::int32_t Width;
   std::int32_t Height;
-  std::uint32_t Bandwidth;  ///< narrow ones make the camera send less, which is enlarged
+  std::uint32_t Bandwidth;  ///< a low one makes the camera send less, which is enlarged
 };
 
 class PictureOrigin : public ::testing::TestWithParam<Case> {};
@@ -48,11 +48,11 @@ TEST_P(PictureOrigin, IsOneMomentOfTheSceneAndLaterThanTheOneBefore) {
       ASSERT_EQ(next.Status, STATUS_SUCCESS);
       rules.Take(*next.Picture);
       const int stamp = StampOf(next.Picture->Bytes());
-      ASSERT_NE(stamp, -1) << "frame " << i << " is of several pictures, or of none";
+      ASSERT_NE(stamp, -1) << "frame " << i << " is torn, or no picture";
       if (last != -1) {
         const int advance = (stamp - last + kStamps) % kStamps;
-        EXPECT_GE(advance, 1) << "frame " << i << " came twice";
-        EXPECT_LE(advance, 3) << "frame " << i << " came late";
+        EXPECT_GE(advance, 1) << "frame " << i << " was delivered twice";
+        EXPECT_LE(advance, 3) << "frame " << i << " was delivered late";
       }
       last = stamp;
     }

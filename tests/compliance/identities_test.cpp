@@ -1,4 +1,4 @@
-// The seven identities that the camera comes under.
+// The camera's seven identities.
 
 #include <gtest/gtest.h>
 
@@ -45,7 +45,8 @@ std::string NameOfIdentity(const ::testing::TestParamInfo<Identity>& identity) {
 
 INSTANTIATE_TEST_SUITE_P(, CameraOfIdentity, ::testing::ValuesIn(kIdentities), NameOfIdentity);
 
-// Nobody knows how long a raw frame of the sensor is that is taken on trust: none is ever whole.
+// The sensor of this identity is assumed without a check, and its raw frame size unknown: no frame
+// is ever complete.
 bool KnowsItsFrames() {
   return CameraOfIdentity::GetParam().Product != 0x6100;
 }

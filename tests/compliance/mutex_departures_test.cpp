@@ -1,4 +1,4 @@
-// The streaming class's mutexes: where the driver departs from their manual, and that it does nowhere
+// The streaming class's mutexes: the driver breaks the manual's rules in known places, and nowhere
 // else.
 
 #include <gtest/gtest.h>
@@ -59,7 +59,7 @@ bool Has(const std::vector<SeenDeparture>& seen, ClassRule rule, ClassCall call)
   return std::ranges::find(seen, SeenDeparture{rule, call}) != seen.end();
 }
 
-// Typed anew: a departure that joins the list has to join it here, too.
+// Typed again: an addition to the list must be added here, too.
 TEST(MutexDepartures, OfTheDriverAreTheseSix) {
   const std::vector<SeenDeparture> expected{
       {ClassRule::DeviceMutexOnce, ClassCall::Start},

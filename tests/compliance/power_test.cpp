@@ -1,4 +1,4 @@
-// The machine sleeps and wakes, with and without a stream.
+// Power down and power up, with and without a stream.
 
 #include "platform/host/nt/io/plug_and_play.h"
 

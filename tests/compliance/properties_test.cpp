@@ -1,4 +1,4 @@
-// Every property that holds a value: what the camera tells of it, and that it holds.
+// Every property with a value: its range, default and flags, and that it keeps a value that is set.
 
 #include <gtest/gtest.h>
 
@@ -64,7 +64,7 @@ TEST_P(Property, HoldsItsLeastItsMostAndItsMiddleAndIsRestored) {
   });
 }
 
-// Ranges are for clients to know: nobody holds a value to them.
+// Ranges inform clients: the driver does not enforce them.
 TEST_P(Property, HoldsAValueOutsideOfItsRangeAsItCame) {
   Run([](Host& host, const PropertyRow& row) {
     const Camera camera = host.Open();
@@ -94,7 +94,8 @@ TEST_P(Property, HoldsOverARemovalIfItIsASetting) {
   });
 }
 
-// A value that no stream's end and no removal has saved is loaded over.
+// A value that was saved neither by the end of a stream nor by a removal is overwritten by the
+// load.
 TEST_P(Property, IsForgottenByAPowerUpUnlessItIsSaved) {
   Run([](Host& host, const PropertyRow& row) {
     const LONG value = row.First == row.Maximum ? row.Minimum : row.Maximum;

@@ -1,4 +1,4 @@
-// Requests whose blocks have lengths of their own.
+// Requests whose blocks have unusual lengths.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -28,7 +28,7 @@ void PrintTo(const Answer& answer, std::ostream* out) {
        << answer.Information;
 }
 
-/// Asks for frame rates of a width with a block of a length.
+/// Reads the frame rates of a width with a block of a length.
 Answer FrameRates(const Camera& camera, std::int32_t width, std::size_t bytes, Block& value) {
   KSPROPERTY_VIDEOCONTROL_FRAME_RATES_S asked{};
   asked.Dimensions = {width, 480};
@@ -123,7 +123,7 @@ TEST_P(PropertyLengths, OfLevelsBelowTheirBlockAreRefused) {
   });
 }
 
-// A register is named far behind the block that its read answers in.
+// The register's address is far beyond the part of the block that contains the answer.
 TEST_P(PropertyLengths, OfARegisterReadAreAHundredAndThirtyTwo) {
   Run([](Host& host) {
     const Camera camera = host.Open();

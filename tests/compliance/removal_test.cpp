@@ -1,4 +1,4 @@
-// The camera goes, in every state that a stream can be in.
+// Removal of the camera, in every state of a stream.
 
 #include <gtest/gtest.h>
 
@@ -19,7 +19,7 @@ using client::Stream;
 enum class Way {
   Orderly,
   Surprise,
-  Unnoticed,  ///< the plug is pulled, and plug and play learns of it a while later
+  Unnoticed,  ///< unplugged; plug and play detects it later
 };
 
 constexpr std::pair<Way, const char*> kWays[] = {
@@ -46,7 +46,7 @@ void TakeAway(Host& host, Way way) {
   }
 }
 
-/// A read request of an application of its own, beside those of the stream.
+/// A read request of an application in addition to those of the stream.
 class OwnRead {
  public:
   explicit OwnRead(const Stream& stream) : data_(38400) {
@@ -57,7 +57,7 @@ class OwnRead {
                                           {.Output = &frame_, .OutputBytes = sizeof(frame_)});
   }
 
-  /// @return STATUS_TIMEOUT while it is out
+  /// @return STATUS_TIMEOUT while it is pending
   [[nodiscard]] NTSTATUS Status() {
     LARGE_INTEGER now{};
     return request_->Wait(&now) ? request_->Status() : STATUS_TIMEOUT;

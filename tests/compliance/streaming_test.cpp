@@ -1,4 +1,4 @@
-// Frames for as long as somebody wants them, and no longer.
+// Frames are delivered while the stream runs and has buffers, and not otherwise.
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-// Applications that stop more often than they start, or stop before they have begun.
+// Applications that stop more often than they start, or stop before they start.
 
 #include <gtest/gtest.h>
 
@@ -48,7 +48,7 @@ TEST_P(UnbalancedStops, FromARunningStreamLeadToAnAcquisitionThatSucceeds) {
   });
 }
 
-// What was prepared and never ran stays prepared, which the next acquisition finds.
+// A stream that was prepared and never ran stays prepared, and bars the next acquisition.
 TEST_P(UnbalancedStops, FromAPauseThatNeverRanBarTheStreamUntilTheCameraIsRemoved) {
   Run([](Host& host) {
     {
@@ -99,7 +99,7 @@ TEST_P(UnbalancedStops, ClosingAPinInAnyStateLeavesTheCameraToTheNextOne) {
         }
       }
       Stream next(camera, camera.FormatOf(320, 240));
-      // The same bar as after a stop: closing steps the pin down.
+      // Barred as after a stop: closing steps the pin down.
       const bool isBarred = state == KSSTATE_ACQUIRE || state == KSSTATE_PAUSE;
       EXPECT_EQ(next.SetState(KSSTATE_ACQUIRE), isBarred ? STATUS_UNSUCCESSFUL : STATUS_SUCCESS);
       if (isBarred) return;

@@ -1,4 +1,4 @@
-// The means of the scenarios in which a processor stops at one place.
+// The stalls of the scenarios in which a processor stops at one place.
 
 #include <gtest/gtest.h>
 
@@ -79,7 +79,7 @@ TEST(LateScenarios, RemovalWaitsForATransferThatIsStillBeingCompletedElsewhere) 
   EXPECT_TRUE(isCompleted);
 }
 
-// At its third switch point from then on; others go on meanwhile.
+// At its third switch point from then on; other threads continue meanwhile.
 TEST(LateScenarios, OneThreadStandsStillAtThePointThatWasPlanned) {
   const RunResult result = PlayLate(
       [](Stage& stage) {

@@ -1,4 +1,4 @@
-// Switch points between the calls, stalls and the exposure loop: what each adds to a run.
+// Effects of switch points between the calls, of stalls and of the exposure loop on a run.
 
 #include <gtest/gtest.h>
 
@@ -72,7 +72,7 @@ TEST(RunOptions, EachMakesAnotherRunOfASeed) {
 
 // ---- Switch points.
 
-// Two threads add one to a field that they share, each in a load and a store.
+// Two threads increment a shared field, each with a load and a store.
 void AddTwice(Stage& stage) {
   static int sum;
   sum = 0;
@@ -169,7 +169,7 @@ TEST(Exposure, BringUpTakesTheTimeOfItsRequests) {
   EXPECT_GT(PlayBody(start, 1, kExposure).Time, 20 * kMillisecond);
 }
 
-// What one run leaves in the variables that all cameras share is none of the next one's.
+// The variables that all cameras share are reset between runs.
 TEST(Exposure, RunDoesNotDependOnTheOneBefore) {
   const RunResult alone = Play("clients", 3, kExposure);
   static_cast<void>(Play("two-clients", 4, kExposure));

@@ -1,4 +1,4 @@
-// Every scenario under some seeds. Many more are played by scripts/simulate.
+// Every scenario with some seeds. scripts/simulate runs many more.
 
 #include <gtest/gtest.h>
 
@@ -60,7 +60,7 @@ std::string NameOf(const testing::TestParamInfo<Scenario>& scenario) {
 
 INSTANTIATE_TEST_SUITE_P(All, EachScenario, testing::ValuesIn(Scenarios()), NameOf);
 
-// A failure at the first, the second, the third call ... until there are no more.
+// Fails the first, the second, the third call ... until no more follow.
 class EachFailingCall : public testing::TestWithParam<const char*> {};
 
 TEST_P(EachFailingCall, HoldsAtEveryCallThatIsReached) {
@@ -95,7 +95,7 @@ TEST(StatedHang, StopHardwareWaitsForEverAfterTheWorkItemCouldNotBeAllocated) {
   }
 }
 
-// The second wait of a request has no limit, and it holds the turn that all others wait for.
+// The second wait of a request has no limit, and blocks the turn that all others wait for.
 TEST(StatedHang, RequestThatNeverComesBackFromItsCancelHoldsTheReleaseUpForEver) {
   for (std::uint64_t seed = 1; seed <= 5; ++seed) {
     const RunResult result = Play("kept-request", seed);
@@ -105,7 +105,7 @@ TEST(StatedHang, RequestThatNeverComesBackFromItsCancelHoldsTheReleaseUpForEver)
   }
 }
 
-// The device is removed, or stopped and started and streams anew, beside the request that has stopped.
+// The device is removed, or stopped, restarted and streams again, while the request is stopped.
 TEST(StatedHang, ReadThatMeetsTheFramePathIsNeverAnsweredAndHoldsNoRemovalUp) {
   for (std::uint64_t seed = 1; seed <= 5; ++seed) {
     const RunResult result = Play("stopped-read", seed);

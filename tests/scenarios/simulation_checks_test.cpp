@@ -1,5 +1,4 @@
-// What a broken driver would look like: each check of the simulation can fail, and tells how to see it
-// again.
+// Broken drivers: each check of the simulation can fail, and reports how to repeat the run.
 
 #include <gtest/gtest.h>
 
@@ -94,7 +93,7 @@ TEST(SimulationChecks, StreamThatStaysSilentWithoutARecoveryIsFound) {
                 "no frames come");
 }
 
-// Behind the first frames of a run, of which any may be torn.
+// After the first frames of a run, which may be torn.
 TEST(SimulationChecks, TornFrameThatAClientGetsIsFound) {
   ExpectFailure(Play([](Stage& stage) {
                   ClientStage& clients = ClientStage::On(stage, {});
@@ -140,7 +139,7 @@ TEST(SimulationChecks, ClientThatHangsIsFoundBesideOthersThatGoOn) {
                 "hangs at step 'open the camera'");
 }
 
-// A read that stops explains what waits for its thread, and nothing else.
+// A read that stops explains only hangs of its thread's waiters.
 TEST(SimulationChecks, HangBesideAReadThatHasStoppedIsAFailure) {
   const auto play = [](Stage& stage) {
     stage.Around().KeepLoopBusy();
@@ -172,7 +171,7 @@ TEST(SimulationChecks, FileThatAClientLeavesOpenIsFound) {
         clients.Start();
         std::unique_ptr<host::DeviceFile> file;
         static_cast<void>(host::DeviceFile::Open(clients.TopDevice(), u"", nullptr, file));
-        // Something still points to it, so that nobody but the world's end complains.
+        // Still referenced, so that only the check at the world's end detects it.
         static const host::DeviceFile* leftOpen = nullptr;
         leftOpen = file.release();
         EXPECT_NE(leftOpen, nullptr);

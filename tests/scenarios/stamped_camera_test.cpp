@@ -53,7 +53,7 @@ TEST(StampedCamera, AccessesOneAfterTheOtherAreNotMixed) {
     Write(camera, 0xFFFF, 0);
     Write(camera, 0xFF26, 0x20);
   }
-  Write(camera, 0xFF26, 0x20);  // under the select in force, as a client may ask for
+  Write(camera, 0xFF26, 0x20);  // under the current select, as a client may request
   EXPECT_FALSE(camera.HasMixedAccesses());
 }
 

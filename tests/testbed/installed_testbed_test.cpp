@@ -1,4 +1,5 @@
-// The camera as any video application meets it: an installed driver, reached by requests to files only.
+// The camera as seen by a video application: an installed driver, reached only by requests to
+// files.
 
 #include "testbed/installed_testbed.h"
 

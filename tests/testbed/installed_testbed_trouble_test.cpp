@@ -1,4 +1,5 @@
-// What applications, plug and play and a want of memory do to an installed camera in the worst order.
+// Effects of applications, plug and play and a lack of memory on an installed camera in
+// unfavourable orders.
 
 #include <gtest/gtest.h>
 
@@ -23,7 +24,8 @@ using client::Stream;
 
 const std::uint64_t kSeeds = test::kIsSanitized ? 10 : 60;
 
-// The pin's ranges are tried one after the other: those that don't match say nothing of the state.
+// The pin's ranges are tried one after the other: a range that doesn't match does not check the
+// state.
 TEST(InstalledTestbed, RefusesAFormatOfEverySizeForTheStateWhileItStreams) {
   WithInstalledTestbed([](InstalledTestbed& installed) {
     const Camera camera = Camera::Open(installed.TopDevice());
@@ -37,7 +39,7 @@ TEST(InstalledTestbed, RefusesAFormatOfEverySizeForTheStateWhileItStreams) {
   });
 }
 
-// A frame that is let go of after the stop goes back to the driver, which keeps it until the stream runs.
+// A frame released after the stop goes back to the driver, which keeps it until the stream runs.
 TEST(InstalledTestbed, RunsAgainAfterABufferCameToAStoppedStream) {
   WithInstalledTestbed([](InstalledTestbed& installed) {
     const Camera camera = Camera::Open(installed.TopDevice());
@@ -56,7 +58,7 @@ TEST(InstalledTestbed, RunsAgainAfterABufferCameToAStoppedStream) {
   });
 }
 
-// An opening that is under way when the device is removed comes to its end first.
+// An opening in progress when the device is removed ends first.
 TEST(InstalledTestbed, IsRemovedBehindTheOpeningsThatAreUnderWay) {
   std::uint64_t opened = 0;
   std::uint64_t refused = 0;

@@ -1,4 +1,4 @@
-// One camera in one host on the machine's threads and clock: what ThreadSanitizer is to see.
+// One camera in one host on the machine's threads and clock, for ThreadSanitizer.
 
 #include <gtest/gtest.h>
 

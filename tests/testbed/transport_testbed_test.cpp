@@ -1,4 +1,4 @@
-// One camera in one host, in virtual time: every state of its stream, and what interrupts it.
+// One camera in one host, in virtual time: every state of its stream, and its interruptions.
 
 #include "testbed/transport_testbed.h"
 
@@ -42,7 +42,7 @@ TEST(TransportTestbed, DeliversFramesFromStartToStop) {
         EXPECT_TRUE(camera.WaitForFrames(3, kSecond));
         EXPECT_EQ(camera.Counts().Good, 3U);
         EXPECT_EQ(camera.Counts().Bad, 0U);
-        EXPECT_EQ(camera.Counts().Dropped, 1U);  // the first, by which the stream settles
+        EXPECT_EQ(camera.Counts().Dropped, 1U);  // the first, during which the stream settles
         EXPECT_EQ(camera.Pause(), STATUS_SUCCESS);
         EXPECT_EQ(camera.Release(), STATUS_SUCCESS);
         EXPECT_EQ(camera.Stop(), STATUS_SUCCESS);
@@ -169,7 +169,7 @@ TEST(TransportTestbed, EndsWithWhatTheFrameHandlerThrew) {
                      ASSERT_EQ(camera.Acquire(kSmall), STATUS_SUCCESS);
                      ASSERT_EQ(camera.Run(), STATUS_SUCCESS);
                      camera.WaitForFrames(5, kSecond);
-                     ADD_FAILURE() << "the handler's error got lost";
+                     ADD_FAILURE() << "the handler's error was lost";
                    },
                    [](const HostedFrame&) { throw std::out_of_range("the disk is full"); }),
                std::out_of_range);
@@ -196,7 +196,7 @@ TEST(TransportTestbed, WithoutRoomForItsDeviceObjectsLeavesNothing) {
   }
 }
 
-/// What tells one run of a seed from another.
+/// Distinguishes one run of a seed from another.
 struct RunAccount {
   host::SimulationOutcome Outcome;
   std::vector<std::uint8_t> LastPicture;

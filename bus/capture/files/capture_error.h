@@ -7,7 +7,7 @@
 namespace lidcam::bus {
 
 /// A capture can't be read, written or used. what() is one line for the user: the file, the reason
-/// and, where there is one, what would be right.
+/// and, if there is one, the remedy.
 class CaptureError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;

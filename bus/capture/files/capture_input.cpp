@@ -52,7 +52,7 @@ struct stat StatusOf(const std::string& path, const Descriptor& file) {
   return status;
 }
 
-/// A file without a name, which is gone when it is closed.
+/// A file without a name, deleted when it is closed.
 SharedDescriptor MakeTemporary(const std::string& path) {
   std::error_code error;
   const std::filesystem::path folder = std::filesystem::temp_directory_path(error);
@@ -87,7 +87,7 @@ SharedDescriptor CopyOf(const std::string& path, const Descriptor& pipe) {
   }
 }
 
-/// What came out of the pipes that were read so far, by their names.
+/// Copies of the pipes read so far, by their names.
 class PipeCopies {
  public:
   SharedDescriptor Find(const std::string& path) {
@@ -108,14 +108,14 @@ class PipeCopies {
   std::map<std::string, SharedDescriptor> copies_;
 };
 
-/// A file whose bytes can be read again from any place.
+/// A file that can be read again from any offset.
 SharedDescriptor OpenRereadable(const std::string& path) {
   static PipeCopies copies;
   if (SharedDescriptor copy = copies.Find(path)) return copy;
   SharedDescriptor file = Open(path);
   const mode_t mode = StatusOf(path, *file).st_mode;
   if (S_ISDIR(mode)) Fail(path, std::string("is a directory") + kWantedCapture);
-  // Standard input may have been read from before.
+  // Part of standard input may have been read already.
   if (S_ISREG(mode) && path != kStandardInput) return file;
   return copies.Add(path, *file);
 }

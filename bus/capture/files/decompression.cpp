@@ -27,13 +27,13 @@ struct ArchiveCloser {
   void operator()(archive* reader) const { archive_read_free(reader); }
 };
 
-/// The library's reader of one compressed file, which it takes for an archive of a single entry.
+/// The library's reader of one compressed file, read as an archive with a single entry.
 class Decompressor {
  public:
   Decompressor(ByteSource source, DecompressionEnd& end)
       : source_(std::move(source)), block_(kBlockSize), end_(end), reader_(archive_read_new()) {}
 
-  /// False if there is no memory for it.
+  /// False without memory.
   bool Open() {
     if (!reader_) return false;
     archive_read_support_filter_gzip(reader_.get());
@@ -61,8 +61,8 @@ class Decompressor {
     int result = archive_read_open(reader_.get(), this, nullptr, ReadBlock, nullptr);
     if (result == ARCHIVE_OK) result = archive_read_next_header(reader_.get(), &entry);
     const bool isOpen = result == ARCHIVE_OK || result == ARCHIVE_WARN;
-    // Cut within its header, a compressed file is nothing that the library knows: it gives the bytes as
-    // they are.
+    // The library does not recognise a compressed file that is cut within its header, and returns
+    // its bytes unchanged.
     const bool isKnown = archive_filter_count(reader_.get()) > 1;
     if (isOpen && isKnown) return;
     isOver_ = true;
@@ -73,7 +73,8 @@ class Decompressor {
     }
   }
 
-  // The library needed bytes behind the file's end: there are none, whatever else may be wrong.
+  // If the library has requested bytes beyond the file's end, the file is cut, whatever the
+  // library's error.
   void NoteError() {
     if (isAtEnd_) {
       end_.IsCut = true;

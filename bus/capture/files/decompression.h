@@ -15,30 +15,31 @@ struct StreamCloser {
 };
 using StreamHandle = std::unique_ptr<std::FILE, StreamCloser>;
 
-/// Gives the next bytes of a file: how many, 0 at its end, -1 with errno on an error.
+/// Reads the next bytes of a file: returns their number, 0 at its end, -1 with errno on an error.
 using ByteSource = std::function<std::ptrdiff_t(std::span<std::uint8_t> buffer)>;
 
-/// How compressed data came to their end, once they have.
+/// How the compressed data ended.
 struct DecompressionEnd {
-  bool IsCut = false;  ///< there should be more
-  std::string Damage;  ///< why they can't be read any further; empty if they can
+  bool IsCut = false;  ///< the data are incomplete
+  std::string Damage;  ///< why the rest can't be read; empty if it can
 };
 
-/// Bytes at a file's begin that tell whether it is compressed.
+/// Bytes at the begin of a file that show whether it is compressed.
 inline constexpr std::size_t kCompressionMarkSize = 6;
 
-/// Whether a file that begins so is compressed by gzip, xz or Zstandard.
+/// Whether a file with this begin is compressed by gzip, xz or Zstandard.
 [[nodiscard]] bool IsCompressed(std::span<const std::uint8_t> head);
 
-/// A stream of what a compressed file holds.
+/// A stream of the decompressed content of a file.
 ///
-/// Data that are cut end early, and damaged ones with an error of the stream; `end` then tells.
+/// Incomplete data end the stream early, damaged data end it with an error; `end` then has the
+/// cause.
 /// @param source  from the file's begin on; kept as long as the stream
 /// @param end     outlives the stream
-/// @return null if there is no memory for it
+/// @return null without memory
 [[nodiscard]] StreamHandle OpenDecompressed(ByteSource source, DecompressionEnd& end);
 
-/// A stream of a file's bytes as they are. Null if there is no memory for it.
+/// A stream of a file's bytes, unchanged. Null without memory.
 [[nodiscard]] StreamHandle OpenPlain(ByteSource source);
 
 }  // namespace lidcam::bus

@@ -30,7 +30,7 @@ bool IsDeviceOrPipe(const std::string& path) {
   return stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode);
 }
 
-/// Bytes up to the end of the last whole record, by the lengths in the records' headers.
+/// File offset of the end of the last whole record, by the lengths in the records' headers.
 off_t LengthOfWholeRecords(int file) {
   constexpr off_t kFileHeader = 24;
   struct stat status {};
@@ -47,12 +47,12 @@ off_t LengthOfWholeRecords(int file) {
   return whole > kFileHeader ? whole : 0;
 }
 
-/// Brings the data to the disk where the file has one; pipes and devices refuse with these errors.
+/// Flushes a file to the disk; pipes and devices fail with these errors.
 int FlushDirectly(int descriptor) {
   const bool isFlushed =
       fsync(descriptor) == 0 || errno == EINVAL || errno == ENOTSUP || errno == EROFS;
   if (!isFlushed) return errno;
-  // pcap_dump_close() keeps the result of closing to itself: a duplicate is closed before it.
+  // pcap_dump_close() does not return the result of closing: a duplicate is closed before it.
   const int duplicate = dup(descriptor);
   return duplicate >= 0 && close(duplicate) == 0 ? 0 : errno;
 }
@@ -133,9 +133,9 @@ void PcapWriter::Closer::operator()(pcap* file) const {
 
 PcapWriter::PcapWriter(const std::string& path, int linkType)
     : path_(path == kStandardOutput ? "standard output" : path), finalPath_(path) {
-  // Found out at the end, it would cost all that was captured.
+  // Checked now: at the end, the failure would lose all captured data.
   if (std::error_code ignored; std::filesystem::is_directory(finalPath_, ignored)) Fail(EISDIR);
-  // The dead handle carries link type and limit into the file header.
+  // The handle without a device gives the file header its link type and record limit.
   file_.reset(pcap_open_dead(linkType, static_cast<int>(kLargestRecord)));
   if (!file_) throw CaptureError(path_ + ": no memory for the capture file");
   OpenDumper(linkType);
@@ -222,7 +222,7 @@ void PcapWriter::KeepWhole() {
                      "; what was captured is in " + place);
 }
 
-// What its buffer holds is written as far as it goes.
+// Writes as much of the buffer as possible.
 void PcapWriter::EndDump() {
   if (dumper_ != nullptr) pcap_dump_close(dumper_);
   dumper_ = nullptr;

@@ -15,31 +15,31 @@ struct pcap_dumper;
 
 namespace lidcam::bus {
 
-/// Link types of the two USB capture systems, as they stand in the file header.
+/// Link types of the two USB capture systems, as in the file header.
 inline constexpr int kLinkTypeUsbmon = 220;
 inline constexpr int kLinkTypeUsbpcap = 249;
 
-/// Largest record that we write: the limit of the common tools for USB captures of Linux.
+/// Largest record that is written: the limit of the common tools for USB captures of Linux.
 inline constexpr std::size_t kLargestRecord = 262144;
 
-/// One record of a capture file. `Bytes` belongs to the reader and lives until its next record.
+/// One record of a capture file. The reader owns `Bytes`, which are valid until its next record.
 struct PcapPacket {
   std::int64_t TimeMicroseconds = 0;    ///< since 1970
-  std::span<const std::uint8_t> Bytes;  ///< what was captured
+  std::span<const std::uint8_t> Bytes;  ///< the captured part
   std::size_t OriginalLength = 0;       ///< bytes on the wire; more than captured if cut
 };
 
 /// Combines seconds and microseconds of a capture.
 ///
-/// Throws CaptureError if the time can't be that of a capture: more than a million microseconds, or
-/// more seconds than an unsigned 32-bit count holds four times over.
+/// Throws CaptureError for an implausible time: more than a million microseconds, or more than four
+/// times the range of an unsigned 32-bit count of seconds.
 [[nodiscard]] std::int64_t CaptureTime(std::int64_t seconds, std::int64_t microseconds);
 
 /// Reads a pcap or pcapng file, or pipe, record by record; never holds more than one record.
 class PcapReader {
  public:
   /// @param path  "-" for standard input
-  /// Throws CaptureError if the file is missing, empty, cut within its header or no capture.
+  /// Throws CaptureError if the file is missing, empty, cut within its header or not a capture.
   explicit PcapReader(std::string path);
   ~PcapReader();
   PcapReader(const PcapReader&) = delete;
@@ -47,18 +47,18 @@ class PcapReader {
 
   [[nodiscard]] const std::string& Path() const { return path_; }
   [[nodiscard]] int LinkType() const;
-  /// Name of the link type for messages, its number where it has no name.
+  /// Name of the link type for messages, or its number if it has no name.
   [[nodiscard]] std::string LinkTypeName() const;
 
-  /// Moves to the next record. False at the end of the file, also where that is within a record.
+  /// Reads the next record. False at the end of the file, also if that is within a record.
   ///
-  /// Throws CaptureError, with the record's number, if the record can't be one.
+  /// Throws CaptureError, with the record's number, for an invalid record.
   bool Next(PcapPacket& packet);
 
-  /// Once the end has been reached: whether the file was cut off there.
+  /// After the end has been reached: whether the last record is incomplete.
   [[nodiscard]] bool IsCutOff() const { return isCutOff_; }
 
-  /// Number of the record read last, from 1 as other tools count them; 0 before the first.
+  /// Number of the last record read, from 1 as in other tools; 0 before the first.
   [[nodiscard]] std::uint64_t RecordNumber() const { return recordNumber_; }
 
  private:
@@ -75,16 +75,16 @@ class PcapReader {
   bool isCutOff_ = false;
 };
 
-/// Writes a pcap file that appears under its name only when it is whole.
+/// Writes a pcap file that gets its name only when it is complete.
 ///
-/// The records go to a temporary file in the same folder, which other programs see locked; Close()
-/// brings it to the disk and renames it. A writer destroyed before that leaves nothing behind and a file
-/// that stood under the name before as it was; of one that failed, KeepWhole() keeps what it has. A
-/// device or pipe under the name is written to directly, as is standard output.
+/// The records go to a temporary file in the same folder, which is locked against other programs;
+/// Close() flushes it to the disk and renames it. A writer destroyed before that leaves no new
+/// file, and an existing file of the name unchanged; after a failure, KeepWhole() keeps the
+/// complete records. A device or pipe of the name is written to directly, as is standard output.
 class PcapWriter {
  public:
   /// @param path  "-" for standard output
-  /// Throws CaptureError if the file can't be made.
+  /// Throws CaptureError if the file can't be created.
   PcapWriter(const std::string& path, int linkType);
   ~PcapWriter();
   PcapWriter(const PcapWriter&) = delete;
@@ -96,8 +96,8 @@ class PcapWriter {
   /// Completes the file. Throws CaptureError if any byte of it did not reach the disk.
   void Close();
 
-  /// After a failure: brings the records that reached the file whole under its name. Nothing if there are
-  /// none, or for a device or pipe. Throws CaptureError if the file can't be had.
+  /// After a failure: renames the file with the complete records that reached the disk. No effect
+  /// without records, or for a device or pipe. Throws CaptureError if the file can't be renamed.
   void KeepWhole();
 
  private:
@@ -111,9 +111,9 @@ class PcapWriter {
   void Discard();
   [[noreturn]] void Fail(int error);
 
-  std::string path_;  ///< as messages tell it
+  std::string path_;  ///< the name in messages
   std::string finalPath_;
-  base::FileReplacement replacement_;  ///< not open when written directly
+  base::FileReplacement replacement_;  ///< not open if the path is written to directly
   std::unique_ptr<pcap, Closer> file_;
   pcap_dumper* dumper_ = nullptr;
 };

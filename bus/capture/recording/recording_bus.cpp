@@ -14,7 +14,7 @@ constexpr std::uint8_t kControlOut = 0x00;
 constexpr std::uint32_t kTransferIsIn = 0x0200;
 constexpr std::uint32_t kAsSoonAsPossible = 0x0002;
 
-// Both are limits of the capture system whose format the records have.
+// Both are limits of usbmon, whose format the records have.
 constexpr std::size_t kMostPackets = 128;
 constexpr std::size_t kMostPacketBytes = kLargestRecord - 64 - kMostPackets * 16;
 
@@ -183,7 +183,7 @@ void RecordingBus::CompleteIsochronous(std::uint8_t endpoint, const std::vector<
 
 void RecordingBus::Write(UsbRecord& record, std::int64_t time) {
   if (!writer_ || !failure_.empty()) return;
-  // The two threads of the traffic take their times before they take their turn here.
+  // The traffic's two threads read the clock before they take the lock here.
   lastTime_ = std::max(lastTime_, time);
   record.TimeMicroseconds = lastTime_;
   try {

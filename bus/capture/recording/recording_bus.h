@@ -14,23 +14,23 @@
 namespace lidcam::bus {
 
 struct RecordingOptions {
-  DeviceAddress Address{1, 2};  ///< where the recording shows the camera
-  /// Time stamps in microseconds since 1970. Empty: they count bus time from `StartMicroseconds`, so
-  /// that equal traffic gives equal files.
+  DeviceAddress Address{1, 2};  ///< the camera's address in the recording
+  /// Time stamps in microseconds since 1970. Empty: bus time from `StartMicroseconds` on, so that
+  /// equal traffic gives equal files.
   std::function<std::int64_t()> Clock;
-  std::int64_t StartMicroseconds = 0;  ///< time of bus frame 0 where there is no clock
+  std::int64_t StartMicroseconds = 0;  ///< time of bus frame 0 without a clock
 };
 
-/// Passes everything on to another bus and writes a usbmon capture of it.
+/// Passes all calls on to another bus and writes a usbmon capture of them.
 ///
-/// A recording that is to be found and replayed begins with EnumerateDevice() through this bus. A
-/// recording that can't be written stops; the traffic goes on, and Failure() and Finish() tell.
+/// A recording that a replay can identify begins with EnumerateDevice() through this bus. A write
+/// error stops the recording; the traffic continues, and Failure() and Finish() report the error.
 class RecordingBus final : public PassingBus {
  public:
   /// @param bus  outlives the recording
-  /// Throws CaptureError if the file can't be made.
+  /// Throws CaptureError if the file can't be created.
   RecordingBus(UsbBus& bus, const std::string& path, RecordingOptions options = {});
-  /// Without Finish() before, no recording is left under the path.
+  /// Leaves no recording under the path unless Finish() was called.
   ~RecordingBus() override;
 
   ControlResult ControlTransfer(const SetupPacket& setup, std::span<std::uint8_t> data) override;
@@ -38,17 +38,17 @@ class RecordingBus final : public PassingBus {
   IsochronousResult ReadIsochronous(std::uint8_t endpoint, std::span<std::uint8_t> buffer,
                                     std::span<IsochronousPacket> packets) override;
 
-  /// Ends the recording and brings the file under its name. Requests that follow still pass, but
-  /// are not recorded.
+  /// Ends the recording and gives the file its name. Later requests are passed on, but not
+  /// recorded.
   ///
-  /// Throws CaptureError if any of it could not be written; what was written whole is kept.
+  /// Throws CaptureError if part of it could not be written; the complete records are kept.
   void Finish();
 
-  /// Why the recording has stopped; empty while it goes on. Any thread.
+  /// Why the recording has stopped; empty while it continues. Any thread.
   [[nodiscard]] std::string Failure();
 
  private:
-  /// The part of an isochronous read that goes into one record.
+  /// The part of an isochronous read that fits into one record.
   struct Piece {
     std::uint64_t Id;
     std::size_t FirstPacket;

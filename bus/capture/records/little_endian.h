@@ -7,7 +7,7 @@
 
 namespace lidcam::bus {
 
-/// Reads an integer in little-endian order; the caller has checked that `bytes` reaches that far.
+/// Reads an integer in little-endian order; the caller has checked that `bytes` is long enough.
 template <typename Integer>
 [[nodiscard]] constexpr Integer LoadLittle(std::span<const std::uint8_t> bytes, std::size_t at) {
   std::make_unsigned_t<Integer> value = 0;
@@ -17,7 +17,7 @@ template <typename Integer>
   return static_cast<Integer>(value);
 }
 
-/// Writes an integer in little-endian order; the caller has made the room.
+/// Writes an integer in little-endian order; `bytes` must be long enough.
 template <typename Integer>
 constexpr void StoreLittle(std::span<std::uint8_t> bytes, std::size_t at, Integer value) {
   auto rest = static_cast<std::uint64_t>(static_cast<std::make_unsigned_t<Integer>>(value));

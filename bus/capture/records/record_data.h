@@ -8,17 +8,17 @@
 
 namespace lidcam::bus {
 
-/// Whether the record is the one of its transfer that brings the payload along: the completion of an
-/// IN transfer, the submission of an OUT transfer.
+/// Whether the record carries the payload of its transfer: the completion of an IN transfer, the
+/// submission of an OUT transfer.
 [[nodiscard]] bool CarriesData(const UsbRecord& record);
 
 /// Checks the packets of a record that carries data against its data and sets their `Captured`.
 ///
 /// @param originalDataLength  bytes of data before the capture system cut the record
-/// Throws CaptureError if a packet ends behind that.
+/// Throws CaptureError if a packet ends beyond that.
 void PlacePackets(UsbRecord& record, std::size_t originalDataLength);
 
-/// Cuts what stands behind a header to the announced length.
+/// Returns the data behind a header, of the announced length or less.
 ///
 /// @param originalLength  bytes behind the header before the capture system cut the record
 /// Throws CaptureError if the announced length is more than that.

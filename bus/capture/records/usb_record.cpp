@@ -13,7 +13,7 @@ struct StatusRow {
   std::int32_t Errno;
 };
 
-/// The first row of a status is the one written.
+/// The first row of a status is used for writing.
 constexpr std::array kStatusTable{
     StatusRow{UsbStatus::Ok, 0},
     StatusRow{UsbStatus::Stalled, -EPIPE},

@@ -39,7 +39,7 @@ enum HeaderField : std::size_t {
   kDescriptorCount = 60,
 };
 
-// The flags are 0 when what they announce is there, else a letter that says why not.
+// The flags are 0 if the part is present, else a letter for the reason why not.
 constexpr std::uint8_t kPresent = 0;
 constexpr std::uint8_t kNoSetup = '-';
 constexpr std::uint8_t kDataComesLater = '<';
@@ -103,7 +103,7 @@ void DecodeHeader(std::span<const std::uint8_t> bytes, UsbRecord& record) {
   }
 }
 
-/// Takes the descriptors off the head of `rest`.
+/// Removes the packet descriptors from the front of `rest`.
 void DecodePackets(std::span<const std::uint8_t>& rest, std::uint32_t count, UsbRecord& record) {
   record.Packets.clear();
   if (count == 0) return;

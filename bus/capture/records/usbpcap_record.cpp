@@ -39,7 +39,7 @@ struct WindowsStatus {
   std::int32_t Errno;
 };
 
-/// USBD_STATUS words that say more than that the transfer failed.
+/// USBD_STATUS codes with a more precise meaning than "failed".
 constexpr std::array kWindowsStatusTable{
     WindowsStatus{0x00000000, 0},             // success
     WindowsStatus{0x40000000, -EINPROGRESS},  // pending

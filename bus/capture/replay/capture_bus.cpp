@@ -7,7 +7,7 @@
 namespace lidcam::bus {
 namespace {
 
-/// Whether the capture holds enough of an exchange to answer with it.
+/// Whether the captured part of an exchange is enough for an answer.
 bool IsUsable(const ControlExchange& exchange) {
   return exchange.Completed || !exchange.Setup.IsDeviceToHost();
 }
@@ -123,7 +123,7 @@ const ControlExchange* CaptureBus::FindDescriptor(const SetupPacket& setup) cons
     SetupPacket other = exchange.Setup;
     other.Length = setup.Length;
     if (other != setup || !exchange.Completed || exchange.Status != 0) return false;
-    // An answer shorter than asked for is the whole descriptor.
+    // An answer shorter than requested is the whole descriptor.
     return exchange.Data.size() >= setup.Length || exchange.Data.size() < exchange.Setup.Length;
   };
   const auto found = std::ranges::find_if(exchanges_, answers);
@@ -150,7 +150,7 @@ void CaptureBus::ReadAhead() {
       streamStatus_ = isShortened ? UsbStatus::Failed : UsbStatus::EndOfCapture;
     }
   } catch (const CaptureError&) {
-    // The file was read to its end when the bus was made; it has been changed since.
+    // The file could be read to its end when the bus was made; it has been changed since.
     streamStatus_ = UsbStatus::Failed;
   }
 }
@@ -192,7 +192,7 @@ IsochronousResult CaptureBus::ReadIsochronous(std::uint8_t endpoint, std::span<s
 }
 
 void CaptureBus::Abort(std::uint8_t /*endpoint*/) {
-  // A read never waits, so there is none in progress to end.
+  // A read never waits: none can be in progress.
 }
 
 std::uint32_t CaptureBus::FrameNumber() {

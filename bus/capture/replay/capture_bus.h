@@ -16,16 +16,17 @@
 
 namespace lidcam::bus {
 
-/// A camera that answers what it answered in a capture.
+/// A camera whose answers are those of a capture.
 ///
-/// Control transfers are matched by setup packet and OUT data, register reads by the select value in
-/// force as well. Of several equal ones the next behind the last match is taken, then the first not
-/// yet used, and at last the last one again: a host that asks more often than the recorded one hears
-/// what the recorded one heard last. Descriptor requests also match a recorded request of another
-/// length that brought enough. Reads give the recorded packets without waiting for their time.
+/// Control transfers are matched by setup packet and OUT data, register reads by the current select
+/// value as well. Of several matches the next one after the last answer is used, then the first not
+/// yet used, and finally the last one again: a host that repeats a request more often than the
+/// recorded one gets the last recorded answer. Descriptor requests also match a recorded request of
+/// another length with a sufficient answer. Reads return the recorded packets without waiting for
+/// their time.
 class CaptureBus final : public UsbBus {
  public:
-  /// Reads all control transfers of the camera; packets are read as the stream asks for them.
+  /// Reads all control transfers of the camera; packets are read when the stream requests them.
   ///
   /// Throws CaptureError if the file can't be read.
   explicit CaptureBus(const CaptureSource& source);
@@ -33,19 +34,19 @@ class CaptureBus final : public UsbBus {
   /// UsbStatus::NotRecorded for a request that the capture doesn't contain.
   ControlResult ControlTransfer(const SetupPacket& setup, std::span<std::uint8_t> data) override;
 
-  /// UsbStatus::NoBandwidth for a setting that the recorded host was not given. Setting 0, which
-  /// needs no bandwidth, is always given, as is every setting if the capture contains no selection.
+  /// UsbStatus::NoBandwidth for a setting that was refused to the recorded host. Setting 0, which
+  /// needs no bandwidth, always succeeds, as do all settings if the capture contains no selection.
   UsbStatus SelectSetting(std::uint8_t interface, std::uint8_t alternateSetting) override;
 
-  /// A read that outlasts the capture is filled up with empty packets of UsbStatus::EndOfCapture;
-  /// the next one ends with that status. UsbStatus::NotRecorded for an endpoint not recorded,
-  /// UsbStatus::Failed when the file has become unreadable.
+  /// A read beyond the capture's end is filled up with empty packets of UsbStatus::EndOfCapture;
+  /// the next one ends with that status. UsbStatus::NotRecorded for an endpoint that is not in the
+  /// capture, UsbStatus::Failed if the file has become unreadable.
   IsochronousResult ReadIsochronous(std::uint8_t endpoint, std::span<std::uint8_t> buffer,
                                     std::span<IsochronousPacket> packets) override;
 
   void Abort(std::uint8_t endpoint) override;
 
-  /// Recorded bus time of the next packet; it stands still while nobody reads.
+  /// Recorded bus time of the next packet; it advances only with reads.
   [[nodiscard]] std::uint32_t FrameNumber() override;
 
   void Unplug() override;
@@ -53,11 +54,11 @@ class CaptureBus final : public UsbBus {
   /// The recorded host's requests up to the first packet, in their order.
   [[nodiscard]] std::vector<SetupPacket> RequestsAheadOfStream() const;
 
-  /// Answers from here on as if nothing had been asked so far. Before the first read of packets.
+  /// Forgets all earlier matches of requests. Before the first read of packets.
   void ForgetRequests();
 
  private:
-  /// What two control transfers share that are the same question.
+  /// Control transfers with an equal key are repetitions of one request.
   struct Question {
     std::optional<std::uint16_t> Select;  ///< of register reads only
     SetupPacket Setup;
@@ -68,7 +69,7 @@ class CaptureBus final : public UsbBus {
 
   struct Answers {
     std::vector<std::size_t> All;  ///< positions in `exchanges_`, in the order of recording
-    std::set<std::size_t> Unused;  ///< of these
+    std::set<std::size_t> Unused;  ///< those not yet used as an answer
   };
 
   void AddExchange(const ControlExchange& exchange, std::optional<std::uint16_t>& select);
@@ -81,17 +82,17 @@ class CaptureBus final : public UsbBus {
 
   std::mutex controlMutex_;  ///< guards the control side
   std::vector<ControlExchange> exchanges_;
-  std::size_t aheadOfStream_ = 0;  ///< of the exchanges, those before the first packet
+  std::size_t aheadOfStream_ = 0;  ///< number of exchanges before the first packet
   std::map<Question, Answers> answers_;
-  std::set<Answers*> touched_;  ///< of these, those that were given
+  std::set<Answers*> touched_;  ///< those used as an answer
   std::optional<std::uint16_t> select_;
-  std::size_t position_ = 0;  ///< behind the last match
+  std::size_t position_ = 0;  ///< after the last match
   bool settingsRecorded_ = false;
   std::set<std::pair<std::uint16_t, std::uint16_t>> settings_;  ///< interface, alternate setting
 
   std::mutex streamMutex_;  ///< guards the stream side
   std::optional<std::uint8_t> endpoint_;
-  bool isCutOff_ = false;  ///< the capture, from the start
+  bool isCutOff_ = false;  ///< the capture is incomplete at its end
   std::optional<IsochronousPacketReader> packets_;
   std::optional<IsochronousPayload> next_;  ///< read ahead, for its bus time
   UsbStatus streamStatus_ = UsbStatus::Ok;

@@ -11,22 +11,22 @@ namespace lidcam::bus {
 /// Reads the USB events of a capture of either system, one at a time.
 class CaptureReader {
  public:
-  /// Throws CaptureError if the file is no capture, or one of something else than USB.
+  /// Throws CaptureError if the file is no capture, or not a USB capture.
   explicit CaptureReader(const std::string& path);
 
   [[nodiscard]] const std::string& Path() const { return file_.Path(); }
   [[nodiscard]] std::uint64_t RecordNumber() const { return file_.RecordNumber(); }
 
-  /// Once the end has been reached: whether the file was cut off there.
+  /// After the end has been reached: whether the last record is incomplete.
   [[nodiscard]] bool IsCutOff() const { return file_.IsCutOff(); }
-  /// Records so far of which the capture system left too little to tell what they were.
+  /// Number of records so far that the capture system cut so short that they can't be decoded.
   [[nodiscard]] std::uint64_t UselessRecords() const { return uselessRecords_; }
 
-  /// Moves to the next event; its data live until the next call. False at the end of the file.
+  /// Reads the next event; its data are valid until the next call. False at the end of the file.
   ///
-  /// A record that the capture system cut brings what is left of it; one of which too little is left
-  /// is passed over. Throws CaptureError, with file, record number and reason, on a record that is
-  /// malformed.
+  /// A record that the capture system cut comes with the remaining data; one that is too short
+  /// to decode is skipped. Throws CaptureError, with file, record number and reason, for a
+  /// malformed record.
   bool Next(UsbRecord& record);
 
  private:

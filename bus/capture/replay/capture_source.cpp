@@ -26,7 +26,7 @@ constexpr std::size_t kProductAt = 10;
 constexpr std::size_t kDeviceDescriptorSize = 18;
 constexpr std::uint8_t kDeviceDescriptorType = 1;
 
-/// Gathers what a capture tells about its devices.
+/// Collects a capture's information about its devices.
 class DeviceSurvey {
  public:
   void Add(const UsbRecord& record) {
@@ -59,7 +59,7 @@ class DeviceSurvey {
       return;
     }
     if (record.Event != RecordEvent::Complete || descriptorRequests_.erase(key) == 0) return;
-    // The first request may ask for the head of the descriptor only.
+    // The first request may read only the head of the descriptor.
     if (record.Data.size() < kProductAt + 2 || record.Data[0] != kDeviceDescriptorSize ||
         record.Data[1] != kDeviceDescriptorType) {
       return;
@@ -107,7 +107,7 @@ std::string Join(const std::vector<std::string>& parts) {
   return joined;
 }
 
-/// Addresses with identities, to choose one from.
+/// Addresses with identities, for the user to choose one.
 std::string Addresses(const std::vector<RecordedDevice>& devices) {
   std::vector<std::string> parts;
   for (const RecordedDevice& device : devices) {
@@ -117,7 +117,7 @@ std::string Addresses(const std::vector<RecordedDevice>& devices) {
   return parts.empty() ? "none" : Join(parts);
 }
 
-/// How a capture is made that has nothing cut off.
+/// How to make a capture without cut records.
 std::string Remedy(std::size_t longestRecord) {
   const std::string length = std::to_string(std::max(longestRecord, kLargestRecord));
   return "capture again with a snapshot length of " + length + " (tcpdump -s " + length +
@@ -239,7 +239,7 @@ CaptureSource::CaptureSource(const std::string& path, std::optional<DeviceAddres
   try {
     device_ = address ? FindDevice(name, devices, *address) : FindCamera(name, devices);
   } catch (const CaptureError& error) {
-    // What is missing may be the reason.
+    // The missing part may be the cause.
     std::string text = error.what();
     for (const std::string& note : notes_) text += "; " + note;
     throw CaptureError(text);

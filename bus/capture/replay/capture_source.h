@@ -21,12 +21,12 @@ struct UsbIdentity {
 struct RecordedStream {
   std::uint64_t Packets = 0;
   std::uint64_t Bytes = 0;
-  std::uint32_t FirstMicroframe = 0;  ///< bus time of the first packet; 0 if not told
+  std::uint32_t FirstMicroframe = 0;  ///< bus time of the first packet; 0 if unknown
 
   friend bool operator==(const RecordedStream&, const RecordedStream&) = default;
 };
 
-/// What a capture tells about one device.
+/// A capture's information about one device.
 struct RecordedDevice {
   DeviceAddress Address;
   std::optional<UsbIdentity> Identity;  ///< absent if the capture began after enumeration
@@ -35,63 +35,63 @@ struct RecordedDevice {
   std::uint64_t RegisterRequests = 0;              ///< vendor requests in the camera's form
   std::uint64_t SettingRequests = 0;               ///< SET_INTERFACE
   std::map<std::uint8_t, RecordedStream> Streams;  ///< by endpoint address
-  std::uint64_t CutRecords = 0;                    ///< of which data are missing
-  std::uint64_t MissingBytes = 0;                  ///< of these
-  std::size_t SnapLength = 0;                      ///< what is left of the longest that was cut
+  std::uint64_t CutRecords = 0;                    ///< with missing data
+  std::uint64_t MissingBytes = 0;                  ///< in these records
+  std::size_t SnapLength = 0;                      ///< captured bytes of the longest cut record
   std::size_t LongestRecord = 0;                   ///< bytes, before it was cut
 
   /// Endpoint with the most isochronous IN data, the lowest of equals; absent without any.
   [[nodiscard]] std::optional<std::uint8_t> StreamEndpoint() const;
 };
 
-/// Whether the identity is one of the seven that the camera comes under.
+/// Whether the identity is one of the camera's seven.
 [[nodiscard]] bool IsCameraIdentity(const UsbIdentity& identity);
 
-/// What a capture holds.
+/// A capture's contents.
 struct CaptureSurvey {
   std::vector<RecordedDevice> Devices;  ///< by address
   std::uint64_t WholeRecords = 0;       ///< of all devices
-  bool IsCutOff = false;             ///< it ends within a record, or its compressed data too early
-  std::uint64_t UselessRecords = 0;  ///< of which too little is left to tell what they were
+  bool IsCutOff = false;                ///< it ends within a record, or within its compressed data
+  std::uint64_t UselessRecords = 0;     ///< too short to decode
 };
 
-/// Reads a capture from begin to end, holding one record at a time. Traffic to address 0, which every
-/// device has until it gets its own, belongs to none of them.
+/// Reads a whole capture, holding one record at a time. Traffic to address 0, which every device
+/// has until it is given its own, is assigned to none of them.
 ///
 /// @param path  "-" for standard input
 /// Throws CaptureError if the file can't be read to its end as a USB capture.
 [[nodiscard]] CaptureSurvey SurveyCapture(const std::string& path);
 
-/// What is missing in a capture, a line each for the user, with the remedy: its end, or what was cut
-/// off its records.
+/// The capture's missing parts, one line each for the user, with the remedy: its end, or the ends
+/// of records.
 [[nodiscard]] std::vector<std::string> NotesOn(const CaptureSurvey& survey);
 
-/// What was cut off the records of a device, in the same way.
+/// The same for the missing ends of one device's records.
 [[nodiscard]] std::vector<std::string> NotesOn(const RecordedDevice& device);
 
-/// One line for the user: address, identity, amounts of traffic, and what can't be known.
+/// One line for the user: address, identity, amounts of traffic, and unknown properties.
 [[nodiscard]] std::string Describe(const RecordedDevice& device);
 
-/// What a replay of the device has to do without, for the user: identity, sensor, picture format.
-/// Empty if the capture tells all of them.
+/// The properties that a replay of the device lacks, for the user: identity, sensor, picture
+/// format. Empty if the capture contains all of them.
 [[nodiscard]] std::vector<std::string> UnknownOf(const RecordedDevice& device);
 
 /// A capture file and the camera found in it.
 class CaptureSource {
  public:
   /// Finds the camera by its descriptors, else by its register requests, else by isochronous IN
-  /// traffic; a device known to be something else is passed over.
+  /// traffic; a device known to be another one is skipped.
   ///
   /// @param path     "-" for standard input
-  /// @param address  names the device; nothing is then asked of it
-  /// Throws CaptureError if the file can't be read, holds no such device or more than one.
+  /// @param address  selects the device, without any further check
+  /// Throws CaptureError if the file can't be read, or contains no such device or several.
   explicit CaptureSource(const std::string& path, std::optional<DeviceAddress> address = {});
 
   [[nodiscard]] const std::string& Path() const { return path_; }
   [[nodiscard]] const RecordedDevice& Device() const { return device_; }
-  /// Whether the capture ends before it should.
+  /// Whether the capture is incomplete at its end.
   [[nodiscard]] bool IsCutOff() const { return isCutOff_; }
-  /// What is missing in the capture and of the device, a line each for the user.
+  /// The missing parts of the capture and of the device, one line each for the user.
   [[nodiscard]] const std::vector<std::string>& Notes() const { return notes_; }
 
   /// The endpoint of the picture stream. Throws CaptureError if the device sent no isochronous data.

@@ -5,7 +5,7 @@
 namespace lidcam::bus {
 namespace {
 
-// A host doesn't look at what it took back.
+// A host ignores the data of a transfer that it cancelled.
 bool IsTakenBack(const UsbRecord& record) {
   return StatusFromErrno(record.Status) == UsbStatus::Aborted;
 }
@@ -45,7 +45,7 @@ bool IsochronousPacketReader::NextRecord() {
       record_.Packets.clear();
       continue;
     }
-    // Host controllers count a few seconds and begin anew; some count nothing at all.
+    // Host controllers wrap around after a few seconds; some count nothing at all.
     if (record_.StartMicroframe > microframe_) microframe_ = record_.StartMicroframe;
     return true;
   }

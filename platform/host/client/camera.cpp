@@ -12,7 +12,7 @@ namespace {
 
 constexpr std::size_t kListAlignment = 8;
 
-/// The camera's own blocks and the published ones of the two sets of levels agree in this much.
+/// The fields in which the camera's own level blocks and the published ones agree.
 struct LevelBlock {
   ULONG Property[6];
   LONG Value;

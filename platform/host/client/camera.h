@@ -11,11 +11,11 @@
 
 namespace lidcam::client {
 
-/// What the paths of the camera's interfaces end in, as its INF has it.
+/// The end of the paths of the camera's interfaces, as in its INF.
 inline constexpr char16_t kFilterName[] = u"\\{86D5B265-6B04-4838-ADAE-9718707A7BDC}";
 
-/// A camera as a video application opens it: the filter of an installed driver, reached by requests to
-/// its file only. Passive level, one thread at a time; whatever it throws is a ClientError.
+/// A camera as a video application opens it: the filter of an installed driver, reached only by
+/// requests to its file. Passive level, one thread at a time; throws ClientError only.
 class Camera {
  public:
   /// @param device  any of the camera's device stack
@@ -23,15 +23,15 @@ class Camera {
 
   [[nodiscard]] std::vector<GUID> Categories() const;
   [[nodiscard]] ULONG PinCount() const;
-  /// What a pin can be connected with. A range of another kind than video is an error.
+  /// The data ranges that a pin can be connected with. Throws for a range that isn't video.
   [[nodiscard]] std::vector<KS_DATARANGE_VIDEO> Ranges(ULONG pin = 0) const;
 
   /// The format that the driver makes of one of the pin's own ranges.
-  /// @param interval  100 ns a frame; none: the range's
+  /// @param interval  100 ns per frame; none: that of the range
   [[nodiscard]] VideoFormat Intersect(const KS_DATARANGE_VIDEO& range,
                                       std::optional<LONGLONG> interval = {}, ULONG pin = 0) const;
-  /// The same for the range of a picture size.
-  /// @throws ClientError (STATUS_NO_MATCH) too if there is no range of the size
+  /// The same for the data range with this picture size.
+  /// @throws ClientError (also STATUS_NO_MATCH if no range has the size)
   [[nodiscard]] VideoFormat FormatOf(std::int32_t width, std::int32_t height,
                                      std::optional<LONGLONG> interval = {}, ULONG pin = 0) const;
 

@@ -7,7 +7,7 @@
 
 namespace lidcam::client {
 
-/// A request that a driver has refused; the text names both.
+/// A request that a driver refused; the text names the request and the status.
 class ClientError : public std::runtime_error {
  public:
   ClientError(const std::string& what, NTSTATUS status);

@@ -5,7 +5,7 @@
 namespace lidcam::client {
 namespace {
 
-/// Reads records out of a block, as long as they lie in it.
+/// Reads consecutive records from a block, within its bounds.
 class BlockReader {
  public:
   explicit BlockReader(const Block& block) : left_(block.Bytes()) {}

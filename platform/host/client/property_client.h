@@ -11,7 +11,7 @@
 
 namespace lidcam::client {
 
-/// What basic support tells of a property.
+/// The result of a property's basic support.
 struct PropertySupport {
   struct Range {
     LONG Minimum;
@@ -33,23 +33,23 @@ struct Level {
   bool operator==(const Level&) const = default;
 };
 
-/// Asks an open file for properties. Passive level, one thread at a time.
+/// Sends property requests to an open file. Passive level, one thread at a time.
 class PropertyClient {
  public:
   /// @param file  outlives this
   explicit PropertyClient(const host::DeviceFile& file) : file_(&file) {}
 
-  /// One request as it is, of a head that gets `flags` and a value of any length.
-  /// @param request  begins with a KSPROPERTY, whose fields are written
+  /// Sends one request as it is: `flags` go into its KSPROPERTY, the value may have any length.
+  /// @param request  begins with a KSPROPERTY, whose fields are overwritten
   NTSTATUS Ask(const GUID& set, ULONG id, ULONG flags, Block& request, Block& value,
                ULONG_PTR& information) const;
 
-  /// A value whose length is the driver's to tell.
+  /// Reads a value whose length the driver determines.
   /// @param request  as for Ask()
   NTSTATUS GetSized(const GUID& set, ULONG id, Block request, Block& value) const;
   [[nodiscard]] Block GetSized(const GUID& set, ULONG id) const;
 
-  /// A value that stands by itself.
+  /// A value without a KSPROPERTY ahead of it.
   template <typename Value>
   [[nodiscard]] NTSTATUS Get(const GUID& set, ULONG id, Value& value) const {
     return Exchange(set, id, KSPROPERTY_TYPE_GET, sizeof(KSPROPERTY), value);
@@ -59,8 +59,8 @@ class PropertyClient {
     return Exchange(set, id, KSPROPERTY_TYPE_SET, sizeof(KSPROPERTY), value);
   }
 
-  /// A block that begins with a KSPROPERTY and is request and value both, as those of the video
-  /// capture sets are.
+  /// A block that begins with a KSPROPERTY and is both request and value, as in the video capture
+  /// sets.
   template <typename Value>
   [[nodiscard]] NTSTATUS GetBlock(const GUID& set, ULONG id, Value& value) const {
     return Exchange(set, id, KSPROPERTY_TYPE_GET, sizeof(Value), value);

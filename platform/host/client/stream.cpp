@@ -7,7 +7,7 @@
 
 namespace lidcam::client {
 
-/// A buffer with the headers that go to the driver and come back filled.
+/// A buffer, with its stream headers, which the driver fills.
 struct StreamBuffer {
   struct Headers {
     KSSTREAM_HEADER Header;
@@ -39,7 +39,7 @@ std::u16string TextOf(const GUID& guid) {
   return text + u'}';
 }
 
-/// What names a pin of a filter, with the connection behind it.
+/// The name under which a filter's pin is opened, with the connection behind it.
 std::u16string PinName(const VideoFormat& format, ULONG pin) {
   KSPIN_CONNECT connect{};
   connect.Interface.Set = KSINTERFACESETID_Standard;
@@ -95,8 +95,8 @@ Stream::Stream(const Camera& camera, const VideoFormat& format, const StreamOpti
   }
 }
 
-// The pin's cleanup hands all buffers back. They are let go of before the file, which stays open for
-// its requests.
+// The pin's cleanup completes all requests of buffers. They are released before the file, which
+// stays open for its requests.
 Stream::~Stream() noexcept(false) {
   clock_.reset();
   for (const auto& buffer : buffers_) buffer->Request.reset();
@@ -225,7 +225,7 @@ void Stream::TakeBack() {
 
 void Stream::QueueAll() {
   if (!NT_SUCCESS(end_)) {
-    CancelBuffers();  // one may have been queued anew since the stream was stopped
+    CancelBuffers();  // a buffer may have been queued since the stop
     TakeBack();
   }
   end_ = STATUS_SUCCESS;

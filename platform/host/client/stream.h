@@ -16,8 +16,8 @@ namespace lidcam::client {
 struct StreamBuffer;
 class Stream;
 
-/// A filled buffer. It goes back to the driver when it is released, and is released before its stream
-/// goes.
+/// A filled buffer. It goes back to the driver when it is released, which must be before its stream
+/// is destroyed.
 class Frame {
  public:
   Frame(Frame&& other) noexcept
@@ -44,7 +44,7 @@ class Frame {
   StreamBuffer* buffer_;
 };
 
-/// What a wait for a frame has come to.
+/// The result of a wait for a frame.
 struct NextFrame {
   /// STATUS_SUCCESS with a frame, STATUS_TIMEOUT, or why no more frames come: STATUS_CANCELLED after a
   /// stop or the device's removal, STATUS_DEVICE_NOT_CONNECTED for a device that is gone.
@@ -57,26 +57,26 @@ struct StreamOptions {
   ULONG Pin = 0;
 };
 
-/// A connection to one of a camera's pins. Passive level, one thread at a time; it waits by kernel
-/// events only. Whatever it throws is a ClientError.
+/// A connection to one of a camera's pins. Passive level, one thread at a time; it waits only for
+/// kernel events. Throws ClientError only.
 class Stream {
  public:
   /// Opens the pin.
   Stream(const Camera& camera, const VideoFormat& format, const StreamOptions& options = {});
   Stream(const Stream&) = delete;
   Stream& operator=(const Stream&) = delete;
-  /// Gives all buffers back, and the pin.
+  /// Takes all buffers back and closes the pin.
   ~Stream() noexcept(false);
 
   [[nodiscard]] KSSTATE State() const;
-  /// All buffers have come back when it returns from a stop that succeeded.
-  /// @return the driver's status, of whichever step failed
+  /// A successful stop returns once all buffers have come back.
+  /// @return the driver's status of the step that failed, if any
   NTSTATUS SetState(KSSTATE state);
 
   /// Hands all buffers to the driver and runs.
   void Run();
   void Pause();
-  /// All buffers have come back when it returns.
+  /// Returns once all buffers have come back.
   void Stop();
 
   [[nodiscard]] VideoFormat Format() const;
@@ -85,7 +85,7 @@ class Stream {
   [[nodiscard]] KSALLOCATOR_FRAMING_EX Framing() const;
   [[nodiscard]] KSPROPERTY_DROPPEDFRAMES_CURRENT_S DroppedFrames() const;
 
-  /// Stamps the frames by the pin's own clock from now on. While the stream is stopped only.
+  /// Frames are stamped by the pin's own clock from now on. Only while the stream is stopped.
   void UseClock();
   /// 100 ns, of the clock in use.
   [[nodiscard]] LONGLONG ClockTime() const;
@@ -94,12 +94,12 @@ class Stream {
   /// @param timeout  100 ns; 0 doesn't wait
   [[nodiscard]] NextFrame Next(LONGLONG timeout);
 
-  /// Asks the driver for all buffers back; Next() tells when they have come.
+  /// Cancels the requests of all buffers; Next() reports when they have come back.
   void CancelBuffers();
 
   [[nodiscard]] PropertyClient Properties() const { return PropertyClient(*pin_); }
   [[nodiscard]] const host::DeviceFile& File() const { return *pin_; }
-  /// Buffers that are with the driver.
+  /// Buffers that the driver has.
   [[nodiscard]] std::size_t Queued() const { return queued_.size(); }
 
  private:
@@ -109,7 +109,7 @@ class Stream {
   void Queue(StreamBuffer& buffer);
   void QueueAll();
   void TakeBack();
-  /// The buffer that has come back first is no longer queued.
+  /// Removes the buffer that came back first from the queue.
   StreamBuffer& TakeFirst();
 
   std::unique_ptr<host::DeviceFile> pin_;
@@ -117,7 +117,7 @@ class Stream {
   std::vector<std::unique_ptr<StreamBuffer>> buffers_;
   std::deque<StreamBuffer*> queued_;  ///< in the order in which the driver fills them
   bool isQueuing_ = false;            ///< released buffers go back to the driver
-  NTSTATUS end_ = STATUS_SUCCESS;     ///< of the first buffer that came back without a frame
+  NTSTATUS end_ = STATUS_SUCCESS;     ///< status of the first buffer that came back without a frame
 };
 
 }  // namespace lidcam::client

@@ -9,7 +9,7 @@
 
 namespace lidcam::client {
 
-/// Memory of a request: a number of bytes that begins at a multiple of 8.
+/// Memory of a request: any number of bytes, aligned to 8.
 class Block {
  public:
   explicit Block(std::size_t bytes = 0)
@@ -23,7 +23,7 @@ class Block {
   }
   [[nodiscard]] std::span<const std::byte> Bytes() const { return {Data(), bytes_}; }
 
-  /// Drops what is behind the first `bytes`.
+  /// Cuts the block after the first `bytes`.
   void Shorten(std::size_t bytes);
 
  private:
@@ -31,7 +31,7 @@ class Block {
   std::size_t bytes_;
 };
 
-/// A whole KS_DATAFORMAT_VIDEOINFOHEADER, with what may follow it.
+/// A whole KS_DATAFORMAT_VIDEOINFOHEADER and any bytes after it.
 class VideoFormat {
  public:
   /// @throws ClientError (STATUS_INVALID_BUFFER_SIZE) if the bytes aren't a whole format

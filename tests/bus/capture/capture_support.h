@@ -21,10 +21,10 @@ namespace lidcam::bus::test {
 
 using Bytes = std::vector<std::uint8_t>;
 
-/// Bytes typed as pairs of hexadecimal digits; blanks and line ends count nothing.
+/// Bytes written as pairs of hexadecimal digits; blanks and line ends are ignored.
 Bytes Hex(std::string_view text);
 
-/// A folder that lives as long as the test.
+/// A folder with the lifetime of the test.
 class TemporaryFolder {
  public:
   TemporaryFolder();
@@ -41,7 +41,7 @@ class TemporaryFolder {
   std::filesystem::path folder_;
 };
 
-/// Lets files grow to a size only, as a full disk does.
+/// Limits the size of files, as a full disk does.
 class FileSizeLimit {
  public:
   explicit FileSizeLimit(rlim_t bytes) : handler_(std::signal(SIGXFSZ, SIG_IGN)) {
@@ -65,7 +65,7 @@ class FileSizeLimit {
 void WriteFile(const std::string& path, std::span<const std::uint8_t> bytes);
 Bytes ReadFile(const std::string& path);
 
-/// A pcap file put together byte by byte, without the library under test.
+/// A pcap file assembled byte by byte, without the library under test.
 class PcapImage {
  public:
   explicit PcapImage(std::uint32_t linkType);
@@ -81,7 +81,7 @@ class PcapImage {
   std::set<std::size_t> boundaries_;
 };
 
-/// A camera that says what it was told to say, and remembers what it was asked.
+/// A camera with scripted answers that records the requests to it.
 class ScriptedBus final : public UsbBus {
  public:
   struct Answer {
@@ -93,7 +93,8 @@ class ScriptedBus final : public UsbBus {
     UsbStatus Status = UsbStatus::Ok;
   };
 
-  /// Answers to a request in their order; the last one stays. A request without any is accepted.
+  /// Answers to a request in their order; the last one is repeated. A request without any is
+  /// accepted.
   void Say(const SetupPacket& setup, Answer answer) {
     answers_[setup].push_back(std::move(answer));
   }
@@ -117,8 +118,9 @@ class ScriptedBus final : public UsbBus {
   std::map<SetupPacket, std::deque<Answer>> answers_;
 };
 
-/// Lets the device answer enumeration: identity and the short configuration, one interface with the
-/// settings 0 and 1, each with an interrupt and an isochronous IN endpoint (0x82, 0 and 3072 bytes).
+/// Scripts the answers to an enumeration: identity and the short configuration, one interface with
+/// the settings 0 and 1, each with an interrupt and an isochronous IN endpoint (0x82, 0 and 3072
+/// bytes).
 void SayDescriptors(ScriptedBus& bus, std::uint16_t vendor, std::uint16_t product);
 
 // The camera's register accesses, as their two transfers.

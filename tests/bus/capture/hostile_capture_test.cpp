@@ -13,14 +13,14 @@
 namespace lidcam::bus::test {
 namespace {
 
-/// What came of a capture: the records read before its end or its error.
+/// The result of reading a capture: the records before its end or its error.
 struct Outcome {
   std::size_t Records = 0;
   bool IsCutOff = false;
   std::string Error;
 };
 
-/// Reads a capture in every way that the command line does.
+/// Reads a capture in all ways of the command line.
 Outcome ReadAll(const std::string& path) {
   Outcome outcome;
   outcome.Error = ErrorOf([&] {
@@ -29,7 +29,7 @@ Outcome ReadAll(const std::string& path) {
     while (reader.Next(record)) {
       ++outcome.Records;
       for (const RecordedPacket& packet : record.Packets) {
-        // Touches every byte, for the checkers.
+        // Reads every byte, for the sanitizers.
         const auto data = PacketData(record, packet);
         static_cast<void>(Bytes(data.begin(), data.end()));
       }
@@ -122,8 +122,8 @@ TEST(HostileCapture, UsbpcapCutAtAnyByteGivesTheWholeRecordsBefore) {
   CutEverywhere(WholeUsbpcapCapture());
 }
 
-/// Spoils each byte in turn: the records before it are read all the same, and whatever comes of the
-/// rest is a reading or an error in one line.
+/// Damages each byte in turn: the records before it are still read, and the rest is either read or
+/// gives an error in one line.
 void SpoilEverywhere(const Bytes& image) {
   constexpr std::array<std::uint8_t, 5> kValues{0x00, 0x01, 0x7F, 0x80, 0xFF};
   const TemporaryFolder folder;

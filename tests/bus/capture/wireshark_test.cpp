@@ -10,7 +10,7 @@
 namespace lidcam::bus::test {
 namespace {
 
-/// What an independent decoder of the same formats makes of our files.
+/// Decodes our files by an independent implementation of the same formats.
 class Wireshark : public testing::Test {
  protected:
   void SetUp() override {
@@ -82,7 +82,7 @@ TEST_F(Wireshark, PairsEachCompletionWithItsSubmission) {
   EXPECT_EQ(Decode("-Y \"usb.urb_type == 'C' && !usb.request_in\""), "");
 }
 
-// The number of packets stands twice in the header, and is shown for both.
+// The number of packets is in the header twice, and shown for both.
 TEST_F(Wireshark, SeesThePacketsOfARead) {
   RecordTraffic();
   EXPECT_EQ(Decode("-Y \"usb.transfer_type == 0\" -T fields -E separator=/s -e usb.urb_len -e "

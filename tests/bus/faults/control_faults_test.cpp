@@ -32,7 +32,7 @@ struct StatusCase {
 
 class ControlFaultStatus : public testing::TestWithParam<StatusCase> {};
 
-// Requests count from 1; the device sees neither the second nor the third.
+// Requests count from 1; the second and third do not reach the device.
 TEST_P(ControlFaultStatus, EndsTheSecondAndThirdRequestWithoutTheDevice) {
   DisturbedBus camera{"control 2 " + std::string(GetParam().Word) + " 2"};
   EXPECT_EQ(camera.Ask().Status, UsbStatus::Ok);

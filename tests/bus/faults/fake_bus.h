@@ -13,7 +13,7 @@
 namespace lidcam::bus::test {
 
 /// A device that answers every request with 0x10, 0x11 ... and sends a packet of 0x40, 0x41 ... in
-/// every microframe of which `IsEmpty` does not say otherwise.
+/// every microframe, except if `IsEmpty`.
 class FakeBus final : public UsbBus {
  public:
   ControlResult ControlTransfer(const SetupPacket& setup, std::span<std::uint8_t> data) override {
@@ -70,7 +70,7 @@ constexpr std::uint8_t kStreamEndpoint = 0x82;
 constexpr std::size_t kShare = 32;
 constexpr std::uint8_t kUntouched = 0xEE;
 
-/// The fake device behind a script.
+/// The fake device with the faults of a script.
 class DisturbedBus {
  public:
   explicit DisturbedBus(const std::string& script)
@@ -78,7 +78,7 @@ class DisturbedBus {
             {ParseFaultScript(script), [this](std::uint64_t time) { Sleeps.push_back(time); },
              [this](const std::string& line) { Lines.push_back(line); }}} {}
 
-  /// Asks for four bytes.
+  /// Requests four bytes.
   ControlResult Ask() {
     Answer.assign(6, kUntouched);
     return bus.ControlTransfer({0xC0, 0xA1, 1, 0xFF00, 4}, Answer);
@@ -104,7 +104,7 @@ class DisturbedBus {
     const auto begin = Buffer.begin() + static_cast<std::ptrdiff_t>(Packets[index].Offset);
     return {begin, begin + static_cast<std::ptrdiff_t>(Packets[index].Length)};
   }
-  /// Bits in which the packet differs from what the device sent.
+  /// Number of bits by which the packet differs from the one sent.
   [[nodiscard]] int WrongBits(std::size_t index) const {
     int bits = 0;
     std::uint8_t sent = 0x40;

@@ -114,7 +114,7 @@ class FaultScriptMistake : public testing::TestWithParam<ErrorCase> {};
 TEST_P(FaultScriptMistake, NamesLineWordReasonAndWhatIsRight) {
   try {
     (void)ParseFaultScript("\nat 1s lose\n" + GetParam().Text, "bad.txt");
-    FAIL() << "was read";
+    FAIL() << "was accepted";
   } catch (const FaultScriptError& error) {
     EXPECT_EQ(error.what(), "bad.txt:3: " + GetParam().What);
     EXPECT_EQ(error.Line(), 3U);
@@ -203,7 +203,7 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(FaultScriptText, LongWordIsNamedByItsBeginning) {
   try {
     (void)ParseFaultScript(std::string(5000, 'x'));
-    FAIL() << "was read";
+    FAIL() << "was accepted";
   } catch (const FaultScriptError& error) {
     EXPECT_THAT(error.what(),
                 testing::StartsWith("faults:1: '" + std::string(40, 'x') + "...' is"));

@@ -62,7 +62,7 @@ TEST(RandomFaultScripts, MixesHoldWhatTheyPromise) {
   for (const auto& [place, kind] : requests) EXPECT_NE(kind, FaultKind::Unplug);
 }
 
-// What a seed means may not change: people keep them with their bugs.
+// The script of a seed must not change: seeds are kept to reproduce failures.
 TEST(RandomFaultScripts, SeedSevenMeansTheSameEverywhere) {
   EXPECT_EQ(ToText(RandomFaults(7, 2s)),
             "bits 7191089600892374487\n"

@@ -1,4 +1,5 @@
-// The simulated camera behind a script, its control requests and its stream on two threads.
+// The simulated camera with the faults of a script, its control requests and its stream on two
+// threads.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -18,7 +19,7 @@ using namespace std::chrono_literals;
 
 constexpr std::uint8_t kEndpoint = 0x82;
 
-/// A camera, configured past the script (so that `control 1` is the test's first), and its stream.
+/// A configured camera (so that `control 1` is the test's first request), and its stream.
 class Desk {
  public:
   explicit Desk(FaultScript script)
@@ -84,7 +85,7 @@ TEST(FaultsOfSimulatedCamera, EqualSeedsGiveEqualStreams) {
   EXPECT_EQ(first.bus.Counts(), second.bus.Counts());
 }
 
-// What the stream suffers does not depend on the requests that run beside it.
+// The faults of the stream do not depend on concurrent requests.
 TEST(FaultsOfSimulatedCamera, RequestsAndStreamRunOnTwoThreads) {
   const FaultScript script = RandomFaults(3, 1s);
   Desk alone{script};

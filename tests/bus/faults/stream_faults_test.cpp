@@ -133,7 +133,7 @@ struct WholeReadCase {
 
 class WholeReadFault : public testing::TestWithParam<WholeReadCase> {};
 
-// 500us is microframe 4: the second read of four holds it.
+// 500us is microframe 4: it is in the second read of four.
 TEST_P(WholeReadFault, TakesTheReadThatHoldsItsTimeAndTheNext) {
   DisturbedBus camera{"at 500us " + std::string(GetParam().Word) + " 2"};
   EXPECT_EQ(camera.Read(4).Status, UsbStatus::Ok);

@@ -20,7 +20,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::uint8_t kEndpoint = 0x82;
 
-/// A configured camera and room for the packets of one read.
+/// A configured camera and a buffer for the packets of one read.
 class Desk {
  public:
   explicit Desk(SimulatedBusOptions options = {}) : bus{std::move(options)} {

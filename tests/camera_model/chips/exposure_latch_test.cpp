@@ -9,11 +9,11 @@ namespace {
 
 constexpr int kLevel = 16;
 constexpr int kLuma = 23;
-// The mean of a wall's noise falls to one side or the other of a whole number.
+// Noise may move the mean of a uniform wall across a rounding limit.
 constexpr int kGrain = 1;
 constexpr double kMicroframesOfLine = 860 / 15e6 * 8000;
 
-/// VGA0708 before a grey wall, steered by the host.
+/// VGA0708 in front of a grey wall, with its exposure controlled by the host.
 class SteeredCamera : public StreamBench {
  public:
   explicit SteeredCamera(SensorModel model = SensorModel::VGA0708)
@@ -31,7 +31,7 @@ struct RegisterRow {
 
 class LatchedRegister : public testing::TestWithParam<RegisterRow> {};
 
-// The power-up value is 0x020A lines; a gain leaves the level where it was.
+// The power-up value is 0x020A lines; a gain does not change the level.
 INSTANTIATE_TEST_SUITE_P(Registers, LatchedRegister,
                          testing::Values(RegisterRow{"LinesHigh", 0x03, 0x04, 6},
                                          RegisterRow{"LinesLow", 0x04, 0xFF, 4},

@@ -66,7 +66,7 @@ TEST(UsbDevice, DeviceDescriptorTellsTheIdentity) {
   }
 }
 
-// An interface descriptor and its two endpoints, as every setting has them.
+// An interface descriptor and its two endpoints, as in every setting.
 std::vector<std::uint8_t> Setting(std::uint8_t number, std::uint8_t sizeLow,
                                   std::uint8_t sizeHigh) {
   return {0x09, 0x04, 0x00, number, 0x02, 0xFF, 0x00, 0x00, 0x00,    0x07,     0x05, 0x81,

@@ -29,7 +29,7 @@ TEST_P(RawTotals, PacketsSumToTheTotalAndTheHeaderIsTrue) {
     EXPECT_EQ(frame[0], 0xFF);
     EXPECT_EQ(frame[1], 0xD8);
     EXPECT_EQ(frame[16], 3);
-    // Some sizes send a line less than the sensor took.
+    // For some sizes one line less is sent than the sensor takes.
     EXPECT_NEAR(frame[23], MeanLuminance(frame), 1);
     for (std::size_t i = 0; i + 1 < bench.packets.size(); ++i) ASSERT_EQ(bench.packets[i], 3072U);
     EXPECT_EQ(bench.packets.back(), row.Total - (bench.packets.size() - 1) * 3072);
@@ -222,7 +222,7 @@ TEST(RawFrameStream, MainsLightBandsThePictureUnlessTheExposureFits) {
   bench.camera.WriteSensor(0x03, 0x00);
   bench.camera.WriteSensor(0x04, 87);  // half of a half cycle
   EXPECT_GT(spread(bench), 10);
-  bench.camera.WriteSensor(0x04, 174);  // one half cycle, but for a fraction of a line
+  bench.camera.WriteSensor(0x04, 174);  // one half cycle, except for a fraction of a line
   EXPECT_LE(spread(bench), 2);
 }
 

@@ -12,7 +12,7 @@
 
 namespace lidcam::camera_model {
 
-/// A wall of one grey.
+/// A uniform grey wall.
 class GreyWall final : public Scene {
  public:
   explicit GreyWall(std::uint8_t grey) : grey_{grey} {}
@@ -24,7 +24,7 @@ class GreyWall final : public Scene {
   std::uint8_t grey_;
 };
 
-/// The stream of a camera on a bench, collected packet by packet.
+/// The stream of a camera, collected packet by packet.
 class StreamBench {
  public:
   explicit StreamBench(SensorModel model = SensorModel::VGA0708, std::uint64_t seed = 1,
@@ -35,7 +35,7 @@ class StreamBench {
 
   StreamPacket Next() { return stream.Packet(++now, limit); }
 
-  /// Collects from the next marker to the byte before the marker after it.
+  /// Collects the bytes from the next marker up to the one after it.
   std::vector<std::uint8_t> Frame() {
     while (head_.empty()) TakeHead();
     std::vector<std::uint8_t> frame = std::move(head_);
@@ -53,7 +53,7 @@ class StreamBench {
     }
   }
 
-  /// Collects the next frame that starts, to its last byte, without beginning the one after it.
+  /// Collects the next frame to its last byte, without beginning the one after it.
   std::vector<std::uint8_t> WholeFrame() {
     std::vector<std::uint8_t> frame;
     while (true) {
@@ -93,8 +93,8 @@ class StreamBench {
   std::vector<std::uint8_t> head_;
 };
 
-/// What the header has to tell of a frame that the controls left as it was: the mean of its luma, from
-/// 0 at black (16) to 255 at white (235), rounded down.
+/// The header's luminance for a frame that no control changed: the mean of its luma, from 0 at
+/// black (16) to 255 at white (235), rounded down.
 inline int MeanLuminance(const std::vector<std::uint8_t>& frame) {
   std::uint64_t sum = 0;
   std::uint64_t count = 0;

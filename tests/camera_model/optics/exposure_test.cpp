@@ -267,7 +267,7 @@ TEST(Exposure, NoiseAndDarkLightGrowWithTheGain) {
   const PixelNoise amplified = NoiseOf(exposure);
   EXPECT_NEAR(amplified.ReadVariance, 4 * usual.ReadVariance, 1e-15);
   EXPECT_NEAR(amplified.DarkLight, 2 * usual.DarkLight, 1e-15);
-  // The same picture, made of half the light.
+  // The same picture, from half the light.
   EXPECT_NEAR(amplified.Variance(0.5) - amplified.ReadVariance,
               2 * (usual.Variance(0.5) - usual.ReadVariance), 1e-15);
   exposure.Gain = 1;

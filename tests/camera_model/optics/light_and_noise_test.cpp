@@ -290,7 +290,7 @@ TEST(Header, TellsTheMeanLuminanceOfTheFrameThatIsSent) {
     const auto frame = bench.WholeFrame();
     EXPECT_EQ(frame[23], MeanLuminance(frame)) << count;
     EXPECT_EQ(frame[16], count == 0 ? 3 : level) << count;
-    // What is committed now is shown by the frame after the next one.
+    // Values committed now appear in the frame after the next one.
     if (count > 0) level = (count - 1) % 6 + 1;
     bench.WriteLines(static_cast<unsigned>(174 * (count % 6 + 1)));
     bench.camera.CommitExposure();

@@ -17,7 +17,7 @@ struct Yuv {
   int V = 0;
 };
 
-/// A camera before a wall of one colour, or before a picture.
+/// A camera in front of a wall of one colour, or of a picture.
 class Studio {
  public:
   explicit Studio(SensorModel model = SensorModel::VGA0708) : bench{model} {}
@@ -356,7 +356,7 @@ TEST(PictureProcessing, NoByteCanBelongToAMarker) {
   EXPECT_EQ(std::count(picture.begin(), picture.end(), 0xFF), 0);
 }
 
-// Rows that are kept from the last picture must be those that a fresh start would give.
+// Cached rows must equal those of a new picture processor.
 TEST(PictureProcessing, KeptRowsEqualFreshOnes) {
   Studio kept;
   RgbImage view = FourCorners();

@@ -40,7 +40,7 @@ TEST(LumaNoise, HasTheAskedDeviationAroundTheSameMean) {
     }
     const double count = static_cast<double>(line.size());
     EXPECT_NEAR(sum / count, 0, deviation * 0.02);
-    // Coring takes half a step off each deviation on the mean.
+    // Coring reduces each deviation by half a step on average.
     EXPECT_NEAR(std::sqrt(squares / count), deviation, 0.6);
   }
 }

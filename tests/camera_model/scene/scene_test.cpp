@@ -158,7 +158,7 @@ TEST(TestCard, RampRisesFromLeftToRight) {
   EXPECT_GT(At(image, 639, 270).R, At(image, 0, 270).R + 200);
 }
 
-// The digit that stands at a place of the counter, told by its ink alone.
+// Amount of ink of the counter's digit at a place, which identifies the digit.
 std::size_t InkOf(const RgbImage& image, std::uint32_t place) {
   std::size_t ink = 0;
   for (std::uint32_t y = 384; y < 460; ++y) {

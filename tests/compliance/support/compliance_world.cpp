@@ -20,13 +20,13 @@
 namespace lidcam::compliance {
 namespace {
 
-// Packets lost, cut, broken and failed, within the first second and a half of streaming, and late
-// answers: all that a stream has to live with. No request fails, so that none may be refused.
+// Packets lost, cut, corrupted and failed, within the first second and a half of streaming, and
+// late answers: faults that a stream must survive. No request fails, so that none may be refused.
 constexpr const char* kMildFaults =
     "control 30 late 2ms 4; control 200 late 5ms; at 150ms lose 2; at 300ms error; "
     "at 450ms corrupt 2; at 600ms short; at 800ms marker; at 1s silence 40ms; at 1200ms oversize";
 
-/// The settings of one scenario.
+/// An empty registry for one scenario.
 class FreshRegistry {
  public:
   FreshRegistry() { host::OpenRegistry({}); }
@@ -79,7 +79,7 @@ void RunRecorded(const Scenario& scenario, const ScenarioOptions& options) {
   }
   bus::CaptureBus replay{bus::CaptureSource(file.Path())};
   EXPECT_EQ(RunOver(replay, scenario, options.Seed), recorded)
-      << "the replay didn't take the recording's course";
+      << "the replay differs from the recording";
 }
 
 }  // namespace

@@ -24,14 +24,14 @@ inline bool IsSame(const GUID& one, const GUID& other) {
 
 inline constexpr LONGLONG kMillisecond = 10'000;  // 100 ns
 inline constexpr LONGLONG kSecond = 1000 * kMillisecond;
-/// Nobody waits longer for a frame of a camera that runs, be it disturbed.
+/// Longest wait for a frame of a running camera, also with faults.
 inline constexpr LONGLONG kFrameWait = 3 * kSecond;
 
-/// What stands behind the driver.
+/// The kind of device behind the driver.
 enum class CameraKind {
   Simulated,
   Recorded,   ///< the scenario is recorded from the simulated camera first, then replayed
-  Disturbed,  ///< the simulated camera on a bus of mild faults
+  Disturbed,  ///< the simulated camera on a bus with mild faults
 };
 
 [[nodiscard]] std::string NameOf(CameraKind kind);
@@ -48,10 +48,10 @@ class Host {
     return client::Camera::Open(installed_->TopDevice());
   }
 
-  /// The camera is taken out in order and plugged in again, into the same place. Files are closed.
+  /// Removes the camera in order and plugs it into the same port again. Files must be closed.
   void Replug();
 
-  /// Takes the camera and the driver away; expects that nothing is left of them.
+  /// Removes the camera and the driver; expects that nothing is left of them.
   void Close();
 
  private:
@@ -68,18 +68,18 @@ struct ScenarioOptions {
 
 using Scenario = std::function<void(Host&)>;
 
-/// Runs a scenario in virtual time on a host that has never seen the camera: settings have their
-/// defaults and are kept. A recorded camera runs it twice, and must take the same course.
+/// Runs a scenario in virtual time on a host without any earlier installation of the camera:
+/// settings have their defaults and are saved. A recorded camera runs it twice, with equal results.
 void RunOn(CameraKind kind, const Scenario& scenario, const ScenarioOptions& options = {});
 
 /// Runs a scenario over any bus, as RunOn() does.
-/// @return what the world came to
+/// @return the world's outcome
 host::SimulationOutcome RunOver(bus::UsbBus& bus, const Scenario& scenario, std::uint64_t seed = 1);
 
 /// Lets virtual time pass, 100 ns.
 void Sleep(LONGLONG time);
 
-/// The status with which an action is refused; STATUS_SUCCESS if it isn't.
+/// The status of an action's failure; STATUS_SUCCESS without one.
 [[nodiscard]] NTSTATUS StatusOf(const std::function<void()>& action);
 
 /// The same test on every kind of camera.

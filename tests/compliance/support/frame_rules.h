@@ -7,11 +7,11 @@
 
 namespace lidcam::compliance {
 
-/// What holds for the headers of every frame of a run from stop on, whatever is behind the driver.
-/// The frames come in their order; each one is expected to keep the rules.
+/// Rules for the headers of every frame of a run that began with a stop, for any device. The frames
+/// must be passed in their order.
 class FrameRules {
  public:
-  /// @param interval  100 ns, as the format has it
+  /// @param interval  100 ns, from the format
   FrameRules(std::uint32_t imageBytes, LONGLONG interval, bool hasClock)
       : imageBytes_(imageBytes), interval_(interval), hasClock_(hasClock) {}
 
@@ -35,19 +35,19 @@ class FrameRules {
   LONGLONG lastDropCount_ = 0;
 };
 
-/// The picture is of something: of many brightnesses, and of more than one line.
+/// The picture is plausible: it has many luminances, and different lines.
 void ExpectSanePicture(std::span<const std::byte> yuy2, std::int32_t width);
 
-/// Takes frames until `count` of them have come, by the rules.
-/// @return what ended it: STATUS_SUCCESS, or why there are no more
+/// Takes and checks `count` frames.
+/// @return STATUS_SUCCESS, or why no more frames come
 NTSTATUS TakeFrames(client::Stream& stream, int count, FrameRules& rules);
 NTSTATUS TakeFrames(client::Stream& stream, int count);
 
-/// Takes what a stream that no longer runs still has, by the rules.
+/// Takes and checks the remaining frames of a stream that no longer runs.
 void TakeFramesUntilQuiet(client::Stream& stream, FrameRules& rules);
 
-/// Takes and drops whatever comes until `quiet` (100 ns) goes by without a frame or no more can come.
-/// @return STATUS_TIMEOUT, or why there are no more
+/// Takes and drops frames until none comes for `quiet` (100 ns) or no more can come.
+/// @return STATUS_TIMEOUT, or why no more frames come
 NTSTATUS DrainFrames(client::Stream& stream, LONGLONG quiet);
 
 }  // namespace lidcam::compliance

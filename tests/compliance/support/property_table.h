@@ -7,18 +7,18 @@
 
 namespace lidcam::compliance {
 
-/// A property as a client finds it: what the camera tells of it, and what it holds when it is new.
+/// A property as a client finds it: its basic support, and its first value.
 struct PropertyRow {
   const char* Name;
   const GUID* Set;
   ULONG Id;
   LONG Minimum;
   LONG Maximum;
-  LONG Default;  ///< as told
-  LONG First;    ///< of a camera that nobody has touched
+  LONG Default;  ///< by basic support
+  LONG First;    ///< of a new camera
   ULONG Flags;   ///< of the first value: 1 automatic, 2 manual; 0 for the camera's own set
   ULONG Capabilities;
-  bool IsKept;  ///< by the settings, over a removal
+  bool IsKept;  ///< saved in the settings, across a removal
 };
 
 inline void PrintTo(const PropertyRow& row, std::ostream* out) {
@@ -30,8 +30,8 @@ extern const GUID kCameraControl;
 extern const GUID kVideoControl;
 extern const GUID kPrivate;
 
-/// Those with a range and a value that can be set and is then held: all but the white balance, which
-/// ignores a set, and what the tests tell by themselves.
+/// The properties with a range and a value that can be set and is then kept: all except the white
+/// balance, which ignores a set, and those with tests of their own.
 [[nodiscard]] std::span<const PropertyRow> PropertyRows();
 
 }  // namespace lidcam::compliance

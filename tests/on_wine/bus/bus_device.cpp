@@ -21,13 +21,13 @@ UNICODE_STRING TextOf(const wchar_t* text) {
   return result;
 }
 
-/// The text that comes with a buffered request.
+/// The text of a buffered request.
 std::string_view InputOf(PIRP irp) {
   return {static_cast<const char*>(irp->AssociatedIrp.SystemBuffer),
           IoGetCurrentIrpStackLocation(irp)->Parameters.DeviceIoControl.InputBufferLength};
 }
 
-/// Requests of user mode come one at a time: none waits longer.
+/// Requests of user mode are processed one at a time: this is the longest wait.
 constexpr std::chrono::seconds kPatience{10};
 
 NTSTATUS AskForUnload(std::string_view service) {
@@ -94,7 +94,7 @@ NTSTATUS BusDevice::PlugAndPlay(PIRP irp) {
   }
 }
 
-// The device below is one of the kernel's own making: there is no hardware to be waited for.
+// The kernel itself made the device below: there is no hardware to wait for.
 NTSTATUS BusDevice::Start(PIRP irp) {
   UNICODE_STRING link = TextOf(kLinkName);
   UNICODE_STRING name = TextOf(kDeviceName);
@@ -186,8 +186,8 @@ std::unique_ptr<CameraDevice> BusDevice::TakePulledOut() {
   return std::move(camera_);
 }
 
-// When the camera's device has got its last request, the drivers above are still at work. The kernel
-// asks for the children on the thread of its removals: when it does, the one before is over.
+// After the last request to the camera's device, the drivers above are still at work. The kernel
+// queries the children on the thread of its removals: when it does, the previous removal is over.
 bool BusDevice::WaitForRemoval() {
   std::uint64_t told = 0;
   {

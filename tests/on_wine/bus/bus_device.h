@@ -11,12 +11,12 @@
 
 namespace lidcam::wine {
 
-/// The bus itself: the functional device of this driver, which has room for one camera. User mode
-/// knows it as "\\.\LidcamBus".
+/// The bus itself: the functional device of this driver, with one port. User mode opens it as
+/// "\\.\LidcamBus".
 class BusDevice final : public DeviceRole {
  public:
   /// Attaches a bus to the device that plug and play has found.
-  /// @throws std::runtime_error if the kernel has no room for it
+  /// @throws std::runtime_error if the kernel has no memory for it
   BusDevice(PDRIVER_OBJECT driver, PDEVICE_OBJECT physicalDevice);
   ~BusDevice() override;
 
@@ -25,7 +25,8 @@ class BusDevice final : public DeviceRole {
   NTSTATUS SystemControl(PIRP irp) override { return Forward(irp); }
   NTSTATUS DeviceControl(PIRP irp) override;
 
-  /// Hands over a camera whose last request has come: it was pulled out, and its driver has gone.
+  /// Returns a camera whose last request is completed: it was pulled out, and its driver has
+  /// detached.
   /// @return null while it is still plugged in
   [[nodiscard]] std::unique_ptr<CameraDevice> TakePulledOut();
 
@@ -38,7 +39,7 @@ class BusDevice final : public DeviceRole {
   NTSTATUS PullOut();
   NTSTATUS UnloadDriver(std::string_view service);
   /// Waits until the removal of a camera that was pulled out is over.
-  /// @return whether it came to that
+  /// @return false after the time limit
   [[nodiscard]] bool WaitForRemoval();
 
   PDRIVER_OBJECT const driver_;
@@ -48,12 +49,12 @@ class BusDevice final : public DeviceRole {
   bool hasLink_ = false;
 
   std::mutex
-      mutex_;  ///< guards what follows; never held while the kernel or a camera is waited for
+      mutex_;  ///< guards the members below; not held during a wait for the kernel or a camera
   std::unique_ptr<CameraDevice> camera_;
-  bool isPresent_ = false;       ///< the camera is plugged in
-  bool isKnown_ = false;         ///< plug and play has seen the camera: it goes by way of a removal
-  std::uint64_t timesTold_ = 0;  ///< the kernel has asked for the children
-  std::condition_variable progress_;  ///< a camera has gone, or the kernel has asked
+  bool isPresent_ = false;            ///< the camera is plugged in
+  bool isKnown_ = false;              ///< enumerated by plug and play: it needs a removal request
+  std::uint64_t timesTold_ = 0;       ///< how often the kernel has queried the children
+  std::condition_variable progress_;  ///< a camera was removed, or the kernel has queried
 };
 
 }  // namespace lidcam::wine

@@ -1,4 +1,4 @@
-// The driver of a USB bus with a simulated camera on it, for kernels that are processes of their own.
+// The driver of a USB bus with a simulated camera, for kernels that are processes.
 
 #include <exception>
 
@@ -20,7 +20,7 @@ NTSTATUS NTAPI AgreeToFile(PDEVICE_OBJECT, PIRP irp) {
 
 NTSTATUS NTAPI AddDevice(PDRIVER_OBJECT driver, PDEVICE_OBJECT physicalDevice) {
   try {
-    new BusDevice(driver, physicalDevice);  // its own removal takes it down
+    new BusDevice(driver, physicalDevice);  // deleted by its own removal
     return STATUS_SUCCESS;
   } catch (const std::exception& error) {
     DbgPrint("camera_bus: %s\n", error.what());
@@ -28,7 +28,7 @@ NTSTATUS NTAPI AddDevice(PDRIVER_OBJECT driver, PDEVICE_OBJECT physicalDevice) {
   }
 }
 
-// The last device has gone before: nothing is left to be done.
+// All devices are removed before: nothing is left to do.
 void NTAPI Unload(PDRIVER_OBJECT) {}
 
 }  // namespace

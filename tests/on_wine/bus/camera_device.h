@@ -12,22 +12,22 @@ namespace lidcam::wine {
 
 class BusDevice;
 
-/// A simulated camera on the bus: the physical device that the camera's driver stands on.
+/// A simulated camera on the bus: the physical device below the camera's driver.
 ///
-/// Its time passes only while the driver reads from it, so that no frame depends on how busy the
-/// machine is; what is read is handed over no faster than a real camera would.
+/// Its time advances only while the driver reads from it, so that no frame depends on the machine's
+/// load; reads are completed no faster than by a real camera.
 class CameraDevice final : public DeviceRole {
  public:
   /// @param options  as camera_model::ParseCameraOptions() reads them; empty: the default camera
   /// @throws std::invalid_argument, std::runtime_error with a text for the user
   CameraDevice(PDRIVER_OBJECT driver, BusDevice& bus, std::string_view options);
 
-  /// Drivers have detached from it.
+  /// Drivers must have detached from it.
   ~CameraDevice() override;
 
   [[nodiscard]] PDEVICE_OBJECT PhysicalDevice() const { return device_; }
 
-  /// All requests that are out end with USBD_STATUS_DEVICE_GONE, and so do those that still come.
+  /// All pending and later requests end with USBD_STATUS_DEVICE_GONE.
   void PullPlug() { server_.Unplug(); }
 
   NTSTATUS PlugAndPlay(PIRP irp) override;

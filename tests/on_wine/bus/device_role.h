@@ -4,12 +4,12 @@
 
 namespace lidcam::wine {
 
-/// Completes a request packet. It may not be touched after that.
+/// Completes a request packet, which must not be touched afterwards.
 /// @return `status`
 NTSTATUS Complete(PIRP irp, NTSTATUS status);
 
-/// What a device object of this driver is. Each gets the requests for its device, completes them or
-/// passes them down, and returns their status.
+/// The function of a device object of this driver. Each gets the requests for its device, completes
+/// them or passes them down, and returns their status.
 class DeviceRole {
  public:
   DeviceRole() = default;
@@ -20,9 +20,9 @@ class DeviceRole {
   virtual NTSTATUS PlugAndPlay(PIRP irp) = 0;
   virtual NTSTATUS Power(PIRP irp) = 0;
   virtual NTSTATUS SystemControl(PIRP irp) = 0;
-  /// From user mode.
+  /// Requests from user mode.
   virtual NTSTATUS DeviceControl(PIRP irp) { return Complete(irp, STATUS_INVALID_DEVICE_REQUEST); }
-  /// From drivers above.
+  /// Requests from drivers above.
   virtual NTSTATUS InternalDeviceControl(PIRP irp) {
     return Complete(irp, STATUS_INVALID_DEVICE_REQUEST);
   }
@@ -33,8 +33,8 @@ class DeviceRole {
   }
 
  protected:
-  /// Makes a device object that plays this role; it has no name where `name` is null.
-  /// @throws std::runtime_error if the kernel gives none
+  /// Makes a device object with this role; it has no name if `name` is null.
+  /// @throws std::runtime_error if the kernel can't make one
   [[nodiscard]] PDEVICE_OBJECT CreateDevice(PDRIVER_OBJECT driver, const wchar_t* name,
                                             DEVICE_TYPE type, ULONG characteristics);
 };

@@ -46,8 +46,8 @@ DeviceTexts ReadDeviceTexts(bus::UsbBus& bus) {
   const std::wstring zero(1, L'\0');
   return {
       .DeviceId = device,
-      // The camera has no serial number, and the bus one port: a camera that is plugged in again
-      // is the same one, and finds its settings.
+      // The camera has no serial number, and the bus one port: a camera that is plugged in again is
+      // the same device, with its settings.
       .InstanceId = L"1",
       .HardwareIds = device + L"&REV_" + descriptor.Word(12) + zero + device + zero,
       .CompatibleIds = protocol + zero + subClass + zero + deviceClass + zero,

@@ -6,19 +6,19 @@
 
 namespace lidcam::wine {
 
-/// What plug and play is told about a USB device, in its own notation. Lists have a zero behind each
-/// of their texts.
+/// The texts that identify a USB device to plug and play, in its own notation. Lists have a zero
+/// after each of their texts.
 struct DeviceTexts {
   std::wstring DeviceId;
   std::wstring InstanceId;
-  std::wstring HardwareIds;    ///< a list, the most special first
+  std::wstring HardwareIds;    ///< a list, the most specific first
   std::wstring CompatibleIds;  ///< a list
   std::wstring Description;
   std::wstring Location;
 };
 
-/// Asks the device for its descriptor, as a hub does with a new device.
-/// @throws std::runtime_error if the device doesn't give it
+/// Reads the device's descriptor, as a hub does with a new device.
+/// @throws std::runtime_error if that fails
 [[nodiscard]] DeviceTexts ReadDeviceTexts(bus::UsbBus& bus);
 
 }  // namespace lidcam::wine

@@ -1,5 +1,5 @@
-// The image's entry. Kernels that are a process take an image that needs a process's libraries for a
-// library: they enter it as one first, and then as a driver.
+// The image's entry. Kernels that are a process treat an image that imports a process's libraries
+// as a library: they call its entry first as a library's, and then as a driver's.
 
 #include "platform/kernel.h"
 
@@ -8,7 +8,7 @@ extern "C" {
 extern const UCHAR __ImageBase;
 DRIVER_INITIALIZE DriverEntry;
 
-/// The run-time's own entry of a library: constructors, destructors, threads that end.
+/// The run-time library's own entry of a library: constructors, destructors, ends of threads.
 BOOL WINAPI DllMainCRTStartup(HANDLE image, DWORD reason, PVOID reserved);
 
 #if defined(_WIN64)
@@ -26,9 +26,9 @@ ULONG_PTR NTAPI ImageEntry(PVOID first, PVOID second, PVOID reserved) {
 
 #else
 
-// A library's entry takes one argument more than a driver's, and each takes its own off the stack: only
-// a jump can end in either.
-// The first argument is the image itself, if it is entered as a library; its driver object otherwise.
+// A library's entry takes one argument more than a driver's, and each removes its own from the
+// stack: only a jump can end in either.
+// The first argument is the image itself for a call as a library, else its driver object.
 __asm__(
     ".globl _ImageEntry\n"
     "_ImageEntry:\n"

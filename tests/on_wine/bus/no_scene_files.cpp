@@ -1,4 +1,4 @@
-// Pictures as scenes need libraries that this build does without.
+// Pictures as scenes need libraries that this build lacks.
 
 #include <stdexcept>
 

@@ -6,7 +6,7 @@
 
 namespace lidcam::wine {
 
-/// The interfaces by which applications look for a camera.
+/// The interfaces by which applications find a camera.
 struct CameraInterfaces {
   std::wstring Capture;  ///< paths; empty while there is none
   std::wstring Video;
@@ -20,14 +20,14 @@ class BusPort {
  public:
   BusPort();
 
-  /// Plugs a camera in, once the port is free, and waits until its driver shows the interfaces.
+  /// Plugs a camera in, once the port is free, and waits until its driver enables the interfaces.
   /// @param options  as `lidcam stream --camera` takes them
   CameraInterfaces PlugIn(const std::string& options) const;
   /// Pulls the camera out and waits until the interfaces are gone. The port is free once the driver
-  /// has let go of the camera.
+  /// has released the camera.
   void PullOut() const;
 
-  /// Has the kernel unload the camera's driver, which has let go of its last camera.
+  /// Requests the unloading of the camera's driver, after its last camera was removed.
   void UnloadCameraDriver() const;
 
  private:

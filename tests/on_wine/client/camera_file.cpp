@@ -11,7 +11,7 @@ namespace {
 constexpr auto kNotConnected = static_cast<NTSTATUS>(0xC000009D);
 constexpr auto kBufferOverflow = static_cast<NTSTATUS>(0x80000005);
 
-/// The camera's own blocks and those of the two published sets of levels agree in this much.
+/// The fields in which the camera's own level blocks and the published ones agree.
 struct LevelBlock {
   ULONG Property[6];
   LONG Value;
@@ -22,14 +22,14 @@ struct LevelBlock {
 };
 static_assert(sizeof(LevelBlock) == 52);
 
-/// What follows the head in a request of a pin.
+/// Follows the head of a request to a pin.
 struct PinOfRequest {
   ULONG PinId;
   ULONG Reserved;
 };
 static_assert(sizeof(KSPROPERTY) + sizeof(PinOfRequest) == sizeof(KSP_PIN));
 
-/// What basic support tells of a level with a range and a default.
+/// Basic support of a level with a range and a default.
 struct LevelDescription {
   KSPROPERTY_DESCRIPTION Head;
   KSPROPERTY_MEMBERSHEADER RangeHead;
@@ -37,7 +37,7 @@ struct LevelDescription {
   KSPROPERTY_MEMBERSHEADER DefaultHead;
   LONG Default;
 };
-// The answer ends with the default, without the padding behind it.
+// The answer ends with the default, without the padding after it.
 constexpr std::size_t kLevelDescriptionBytes = offsetof(LevelDescription, Default) + sizeof(LONG);
 
 template <typename Record>

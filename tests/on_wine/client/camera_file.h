@@ -14,7 +14,7 @@ namespace lidcam::wine {
 struct Level {
   LONG Value = 0;
   ULONG Flags = 0;  ///< KSPROPERTY_VIDEOPROCAMP_FLAGS_*
-  ULONG Led = 0;    ///< of the camera's own property of light and LED; others' capabilities
+  ULONG Led = 0;    ///< of the camera's own property of light and LED; for others, the capabilities
 
   friend bool operator==(const Level&, const Level&) = default;
 };
@@ -26,7 +26,7 @@ struct LevelRange {
   LONG Default;
 };
 
-/// What the stand-in makes of a question.
+/// A reply of the streaming class's test double.
 struct Answer {
   NTSTATUS Status;
   std::vector<std::byte> Value;
@@ -40,14 +40,14 @@ class CameraFile {
 
   [[nodiscard]] const DeviceFile& File() const { return file_; }
 
-  /// One property request as it is; STATUS_DEVICE_NOT_CONNECTED for one that reaches no camera.
-  /// @param request  a KSPROPERTY, with what follows it
+  /// One property request, unchanged; STATUS_DEVICE_NOT_CONNECTED for one that reaches no camera.
+  /// @param request  a KSPROPERTY, with any bytes after it
   [[nodiscard]] Answer AskProperty(Target whom, std::span<const std::byte> request,
                                    std::span<const std::byte> value) const;
 
   [[nodiscard]] ULONG PinCount() const;
   [[nodiscard]] std::vector<KS_DATARANGE_VIDEO> Ranges() const;
-  /// The format that the driver makes of a range: a KS_DATAFORMAT_VIDEOINFOHEADER.
+  /// The driver's format for a range: a KS_DATAFORMAT_VIDEOINFOHEADER.
   [[nodiscard]] std::vector<std::byte> Intersect(const KS_DATARANGE_VIDEO& range) const;
   /// Frame intervals of a picture size, 100 ns.
   [[nodiscard]] std::vector<LONGLONG> FrameIntervals(LONG width, LONG height) const;
@@ -55,11 +55,11 @@ class CameraFile {
   /// @return the driver's status
   [[nodiscard]] NTSTATUS GetLevel(const GUID& set, ULONG id, Level& level) const;
   [[nodiscard]] NTSTATUS SetLevel(const GUID& set, ULONG id, const Level& level) const;
-  /// Range and default that the driver tells of a property.
+  /// Range and default of a property.
   [[nodiscard]] LevelRange RangeOf(const GUID& set, ULONG id) const;
 
  private:
-  /// A value whose length is the driver's to tell.
+  /// A value whose length the driver determines.
   [[nodiscard]] std::vector<std::byte> GetSized(const GUID& set, ULONG id,
                                                 std::span<const std::byte> behindHead,
                                                 const std::string& what) const;
@@ -67,7 +67,7 @@ class CameraFile {
   DeviceFile file_;
 };
 
-/// A request of a KSPROPERTY and what follows it.
+/// A request with a KSPROPERTY and the bytes after it.
 [[nodiscard]] std::vector<std::byte> PropertyRequest(const GUID& set, ULONG id, ULONG flags,
                                                      std::span<const std::byte> behindHead = {});
 

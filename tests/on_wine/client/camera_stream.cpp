@@ -44,7 +44,7 @@ CameraStream::~CameraStream() {
   try {
     Close();
   } catch (const Failure&) {
-    // What went wrong before is what there is to tell.
+    // An earlier error is the one to report.
   }
 }
 

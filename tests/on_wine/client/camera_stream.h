@@ -11,32 +11,32 @@
 
 namespace lidcam::wine {
 
-/// One frame as it came back, or a buffer without one.
+/// A completed frame, or a buffer without one.
 struct ReadFrame {
   DWORD Error = 0;  ///< of a buffer without a frame: ERROR_OPERATION_ABORTED, or worse
   FrameAnswer Head{};
   std::vector<std::byte> Picture;
 };
 
-/// A connection to the camera's pin, with its own clock. Whatever fails throws Failure.
+/// A connection to the camera's pin, with its own clock. Throws Failure.
 class CameraStream {
  public:
   /// @param camera  outlives this
-  /// @param format  as CameraFile::Intersect() gives it
+  /// @param format  the result of CameraFile::Intersect()
   CameraStream(const CameraFile& camera, std::span<const std::byte> format);
   CameraStream(const CameraStream&) = delete;
   CameraStream& operator=(const CameraStream&) = delete;
-  /// As far as it goes: the camera may be gone.
+  /// Ignores errors: the camera may be gone.
   ~CameraStream();
 
   void SetState(KSSTATE state) const;
   [[nodiscard]] KSSTATE State() const;
 
-  /// Hands the driver one more buffer.
+  /// Sends the driver one more buffer.
   void Queue();
-  /// Waits for the buffer that was handed over first.
+  /// Waits for the oldest queued buffer.
   ReadFrame Next();
-  /// Buffers that are with the driver.
+  /// Buffers that the driver has.
   [[nodiscard]] std::size_t Queued() const { return queued_.size(); }
 
   void Close();

@@ -79,7 +79,7 @@ void RequireRange(const CameraFile& camera, const Control& control) {
           std::string("range of ") + control.Name);
 }
 
-// A change of brightness reaches the hardware with the set after it: the last one comes twice.
+// A change of brightness is written to the hardware at the next set: the last value is set twice.
 void TryControl(const CameraFile& camera, const Control& control) {
   RequireRange(camera, control);
   RequireValue(camera, control, control.First);
@@ -101,7 +101,7 @@ void TryRefusals(const CameraFile& camera) {
   }
 }
 
-// The camera takes any value and keeps its own.
+// The camera accepts any value and keeps its own.
 void TryWhiteBalance(const CameraFile& camera) {
   const NTSTATUS status = camera.SetLevel(kVideoAmplifier, kWhiteBalanceId, {1, 1, 0});
   Require(status >= 0, "set the white balance: status " + Text(status));

@@ -6,33 +6,33 @@
 
 namespace lidcam::wine {
 
-/// A control as the camera's documentation has it.
+/// A control, from the camera's documentation.
 struct Control {
   const char* Name;  ///< also of the saved value; see IsKept
   const GUID* Set;
   ULONG Id;
   LONG Minimum;
   LONG Maximum;
-  LONG Default;  ///< as told
-  LONG First;    ///< of a camera that nobody has touched
-  LONG Kept;     ///< one that differs from both, for the trial of the settings
+  LONG Default;  ///< by basic support
+  LONG First;    ///< of a new camera
+  LONG Kept;     ///< differs from both, for the test of the settings
   bool IsKept;   ///< saved as a setting
 };
 
-/// Those with a range and a value that is held.
+/// The controls with a range and a value that is kept.
 [[nodiscard]] std::span<const Control> Controls();
 
-/// Range, default and first value of each control as told; sets of its least, its most and its
-/// middle are held, and so are those out of range; restored. Properties that the camera has not are
-/// refused.
+/// Checks range, default and first value of each control; that sets of its minimum, maximum and
+/// middle are kept, as well as values out of range; and restores it. Properties that the camera
+/// lacks must be refused.
 void TryControls(const CameraFile& camera);
 
-/// Sets the controls that are saved to values that no new camera has.
+/// Sets the saved controls to values that differ from a new camera's.
 void SetKeptControls(const CameraFile& camera);
 /// Requires the values of SetKeptControls().
 void CheckKeptControls(const CameraFile& camera);
-/// Sets all controls as a new camera has them, but leaves the exposure in the user's hands: by
-/// itself it would depend on how fast frames are looked at.
+/// Sets all controls to a new camera's values, except for a manual exposure: an automatic one would
+/// depend on how fast frames are read.
 void SetFirstControls(const CameraFile& camera);
 
 }  // namespace lidcam::wine

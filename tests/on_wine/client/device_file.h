@@ -11,10 +11,10 @@
 
 namespace lidcam::wine {
 
-/// Milliseconds that any one request may take before the trial is given up.
+/// Time limit of each request in milliseconds, after which the test fails.
 inline constexpr DWORD kRequestLimit = 30'000;
 
-/// A handle that is closed with its owner.
+/// A handle that its owner closes.
 class Handle {
  public:
   explicit Handle(HANDLE handle = nullptr) : handle_(handle) {}
@@ -32,8 +32,8 @@ class Handle {
   HANDLE handle_;
 };
 
-/// A request under way. It has to have come back before it is destroyed, or the trial ends there:
-/// its buffers are still written to.
+/// A request in flight. It must be completed before it is destroyed, otherwise the test ends there:
+/// its buffers may still be written to.
 class PendingRequest {
  public:
   /// @param file  outlives this
@@ -64,11 +64,11 @@ class PendingRequest {
   bool isPending_ = false;
 };
 
-/// An open device, which takes requests. One thread at a time.
+/// An open device. One thread at a time.
 class DeviceFile {
  public:
-  /// Waits for a device that isn't there yet.
-  /// @throws Failure if it hasn't come by kRequestLimit
+  /// Waits for a device that doesn't exist yet.
+  /// @throws Failure if it doesn't exist within kRequestLimit
   explicit DeviceFile(const std::wstring& path);
 
   /// @return the answer

@@ -10,7 +10,7 @@
 namespace lidcam::wine {
 namespace {
 
-/// The interfaces of a category whose devices are there.
+/// The interfaces of a category whose devices are present.
 class InterfaceList {
  public:
   explicit InterfaceList(const GUID& category)
@@ -23,7 +23,7 @@ class InterfaceList {
   InterfaceList& operator=(const InterfaceList&) = delete;
   ~InterfaceList() { SetupDiDestroyDeviceInfoList(devices_); }
 
-  /// @return whether there is another one
+  /// @return false after the last one
   [[nodiscard]] bool Next() {
     return SetupDiEnumDeviceInterfaces(devices_, nullptr, &category_, next_++, &found_) != FALSE;
   }

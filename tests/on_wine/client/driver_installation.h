@@ -4,11 +4,11 @@
 
 namespace lidcam::wine {
 
-/// Makes the camera's driver known: its INF, with lidcam.sys beside it.
+/// Installs the camera's driver package: its INF, and lidcam.sys in the same folder.
 /// @param folder  ends with a backslash
 void InstallCameraDriver(const std::wstring& folder);
 
-/// Makes the simulated bus a device of the machine and installs its driver.
+/// Creates a device for the simulated bus and installs its driver.
 /// @param folder  of camera_bus.inf and camera_bus.sys; ends with a backslash
 void InstallBus(const std::wstring& folder);
 

@@ -1,4 +1,4 @@
-// Takes the camera's driver through its life on a machine, by what programs in user mode can do.
+// Runs the whole tour of the camera's driver, by means of user mode only.
 
 #include <cstdio>
 #include <exception>

@@ -1,6 +1,6 @@
 #pragma once
 
-/// The platform's headers for a program in user mode, in the one order in which they get on.
+/// The platform's headers for a program in user mode, in the only order in which they compile.
 
 #include <windows.h>
 //

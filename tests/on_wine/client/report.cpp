@@ -37,7 +37,7 @@ std::string Hex(std::uint32_t number) {
   return text.data();
 }
 
-// Names and paths of the trial are plain letters.
+// Names and paths of the test are ASCII.
 std::string Narrow(const std::wstring& text) {
   std::string narrow;
   for (const wchar_t letter : text) narrow += letter < 0x80 ? static_cast<char>(letter) : '?';

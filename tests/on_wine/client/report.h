@@ -7,13 +7,13 @@
 
 namespace lidcam::wine {
 
-/// A step that went wrong; the text says which and how.
+/// A failed step; the text gives the step and the reason.
 class Failure : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
-/// Tells of a step that is done: a line "ok WHAT".
+/// Reports a completed step: a line "ok WHAT".
 void Ok(const std::string& what);
 
 /// @throws Failure unless `isMet`
@@ -22,9 +22,9 @@ void Require(bool isMet, const std::string& what);
 /// @throws Failure with the calling thread's last error, unless `isDone`
 void RequireCall(bool isDone, const std::string& what);
 
-/// Asks again and again, with a rest in between, until it is so.
+/// Polls, with a pause in between, until `isMet`.
 /// @param limit  milliseconds
-/// @return whether it has become so by then
+/// @return whether it was met within the limit
 [[nodiscard]] bool WaitUntil(const std::function<bool()>& isMet, std::uint32_t limit);
 
 [[nodiscard]] std::string Hex(std::uint32_t number);

@@ -10,7 +10,7 @@
 #include "tests/on_wine/client/control_trial.h"
 #include "tests/on_wine/client/report.h"
 
-// User mode's headers leave these two out.
+// User mode's headers lack these two.
 extern "C" {
 NTSTATUS NTAPI NtOpenKey(PHANDLE key, ACCESS_MASK access, POBJECT_ATTRIBUTES object);
 NTSTATUS NTAPI NtQueryValueKey(HANDLE key, PUNICODE_STRING name, int informationClass,
@@ -70,7 +70,8 @@ class RegistryKey {
   HANDLE key_ = nullptr;
 };
 
-// Saved beside the controls: the exposure's mode, and what no control of the trial changes.
+// Saved in addition to the controls: the exposure's mode, and values that no control of the test
+// changes.
 struct OtherValue {
   const wchar_t* Name;
   DWORD Value;

@@ -6,7 +6,7 @@
 
 namespace lidcam::wine {
 
-/// Path of the camera's driver key, as the kernel names keys. The camera need not be there.
+/// Path of the camera's driver key, in the kernel's form. The camera need not be present.
 [[nodiscard]] std::wstring DriverKeyPath();
 
 /// Reads the camera's saved settings from the registry with NtQueryValueKey, prints them, and

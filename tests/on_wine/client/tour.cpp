@@ -16,10 +16,10 @@
 namespace lidcam::wine {
 namespace {
 
-// The default camera, as the Linux run opens it.
+// The default camera, as in the Linux run.
 constexpr char kCamera[] = "sim";
 
-// The class of filters that stand for drivers of the streaming class, and the camera's name.
+// The class of filters for drivers of the streaming class, and the camera's name.
 constexpr wchar_t kProxyClass[] = L"{17CCA71B-ECD7-11D0-B908-00A0C9223196}";
 constexpr wchar_t kFriendlyName[] = L"USB2.0 Notebook Camera";
 
@@ -95,7 +95,7 @@ std::int64_t TakeFrames(CameraStream& stream, FrameRecord& record, int count) {
   return time;
 }
 
-// The driver gives all that it hasn't filled back.
+// The driver returns all buffers that it hasn't filled.
 void TakeBackBuffers(CameraStream& stream) {
   int unfilled = 0;
   while (stream.Queued() != 0) {
@@ -126,7 +126,7 @@ void RecordStream(const CameraFile& camera, const Size& size, const std::wstring
   record.MarkPause();
   Sleep(kPauseMilliseconds);
   stream.SetState(KSSTATE_RUN);
-  // The first one may have been filled ahead of the pause.
+  // The first one may have been filled before the pause.
   const std::int64_t behind = TakeFrames(stream, record, 2);
   Require(behind - before < kPauseMilliseconds * kUnitsPerMillisecond,
           "the stream's clock goes on in a pause");
@@ -138,7 +138,7 @@ void RecordStream(const CameraFile& camera, const Size& size, const std::wstring
      " frames, paused after " + std::to_string(kFramesToPause));
 }
 
-// Of the interface that is opened: the INF's names go to the one with its reference string.
+// Checks the opened interface: the INF's names belong to the one with its reference string.
 void CheckInterface(const GUID& category, const std::wstring& path) {
   Ok("interface " + Narrow(path));
   const InterfaceNames names = ReadInterfaceNames(category, path);
@@ -221,7 +221,7 @@ class Tour {
     PutSet(L"usual");
   }
 
-  // The files are closed after the camera has gone.
+  // The files are closed after the camera was removed.
   void PullOutWhileStreaming() {
     const CameraFile camera(PlugIn().Capture);
     CameraStream stream(camera, FormatOf(camera, kSizes[4]));
@@ -233,7 +233,7 @@ class Tour {
     PullOut();
     TakeBackBuffers(stream);
     Ok("the removal in mid-stream gave all buffers back");
-    // The driver may still be on its way out.
+    // The driver may still be unloading.
     const auto isRefused = [&] {
       Level level;
       return camera.GetLevel(PROPSETID_VIDCAP_VIDEOPROCAMP, 0, level) < 0;
@@ -251,7 +251,7 @@ class Tour {
     PullOut();
   }
 
-  // A driver that is out of the kernel is loaded anew for the next camera.
+  // A driver that was unloaded is loaded again for the next camera.
   void Unload() {
     bus_->UnloadCameraDriver();
     Ok("the driver is unloaded");

@@ -1,5 +1,5 @@
-// The kernel's mutexes fail when threads compete for one: those that wait are let in only when the
-// thread that had it ends. Its events don't: they are made of these, in the mutexes' memory.
+// The kernel's mutexes fail when threads compete for one: a waiter acquires it only when the owner
+// thread ends. Its events work: the mutexes are built from these, in the mutexes' memory.
 
 #include "platform/host/ks/objects/class_mutex.h"
 
@@ -9,7 +9,7 @@ namespace {
 struct EventMutex {
   KEVENT IsFree;
   volatile HANDLE Holder;  ///< a thread's id
-  ULONG Depth;             ///< how often the holder has it
+  ULONG Depth;             ///< number of acquisitions by the holder
 };
 static_assert(sizeof(EventMutex) <= sizeof(KMUTEX));
 

@@ -9,7 +9,7 @@
 namespace lidcam::wine {
 namespace {
 
-constinit EnabledInterface* g_enabled = nullptr;  ///< plug and play asks one thing at a time
+constinit EnabledInterface* g_enabled = nullptr;  ///< requests of plug and play come one at a time
 
 void Free(EnabledInterface* one) {
   RtlFreeUnicodeString(&one->Link);
@@ -41,7 +41,7 @@ void EnableCategory(const host::DeviceBlock& device, const GUID& category,
 }
 
 void EnableCategories(const host::DeviceBlock& device, const host::FilterFactoryBlock& factory) {
-  // The kernel looks for a zero behind the string.
+  // The kernel expects a zero after the string.
   const USHORT length = factory.ReferenceString.Length;
   auto* const text = static_cast<PWSTR>(host::AllocateZeroed(length + sizeof(WCHAR)));
   if (text == nullptr) return;

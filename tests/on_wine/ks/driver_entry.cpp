@@ -1,5 +1,5 @@
-// What the stand-in adds to the class for the drivers that it serves: their devices' interfaces, the
-// private requests, and what the kernel lacks.
+// Additions to the class for the drivers that use it: their devices' interfaces, the private
+// requests, and functions that the kernel lacks.
 
 #include "platform/host/ks/device/device_requests.h"
 #include "platform/host/ks/device/ks_objects.h"
@@ -12,7 +12,7 @@
 namespace lidcam::wine {
 namespace {
 
-constinit PDRIVER_UNLOAD g_unload = nullptr;  ///< the class's own, the same for every driver
+constinit PDRIVER_UNLOAD g_unload = nullptr;  ///< the class's own, equal for every driver
 
 NTSTATUS NTAPI PlugAndPlay(PDEVICE_OBJECT functionalDevice, PIRP irp) {
   const UCHAR request = IoGetCurrentIrpStackLocation(irp)->MinorFunction;
@@ -45,7 +45,7 @@ using namespace lidcam::wine;
 
 extern "C" {
 
-/// What drivers import as KsInitializeDriver.
+/// Drivers import it as KsInitializeDriver.
 NTSTATUS NTAPI InitializeDriver(PDRIVER_OBJECT driver, PUNICODE_STRING registryPath,
                                 const KSDEVICE_DESCRIPTOR* descriptor) {
   FillKernelGaps(driver);

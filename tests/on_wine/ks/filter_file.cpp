@@ -111,7 +111,7 @@ NTSTATUS NTAPI CreateFilterFile(PDEVICE_OBJECT functionalDevice, PIRP irp) {
   if (NT_SUCCESS(status)) {
     InsertTailList(&g_files.All, &filter->Link);
   } else {
-    ExFreePool(filter);  // its file goes by itself
+    ExFreePool(filter);  // its file is closed separately
   }
   return status;
 }

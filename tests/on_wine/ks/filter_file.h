@@ -5,8 +5,8 @@
 
 namespace lidcam::wine {
 
-/// A program's file of a device's interface, which is a filter: the second context of the file object,
-/// for which the class has no use. The stand-in's own files have none.
+/// A program's file of a device's interface, which is a filter: the second context of the file
+/// object, which the class does not use. The test double's own files have none.
 struct FilterFile {
   LIST_ENTRY Link;
   PDEVICE_OBJECT Device;
@@ -14,7 +14,7 @@ struct FilterFile {
   PinConnection* Pin;  ///< null while it isn't open
 };
 
-/// While the files are looked at and worked with. A thread may take it again.
+/// Held while the files are used. A thread may acquire it again.
 class FilterFilesLock {
  public:
   FilterFilesLock();
@@ -23,24 +23,25 @@ class FilterFilesLock {
   ~FilterFilesLock();
 };
 
-/// Before anything else here.
+/// Called before anything else here.
 void InitializeFilterFiles();
 
-// This kernel removes a device while files of it are open and requests for them are on their way, which
-// the platform doesn't: requests look under the lock whether their device is still served.
+// Unlike the platform, this kernel removes a device while it has open files and requests in flight:
+// requests check under the lock whether their device is still served.
 
-/// Of a device that is about to start.
+/// Called before a device starts.
 void ServeDevice(PDEVICE_OBJECT functionalDevice);
-/// Of a device that is about to be removed: closes its files, for which this kernel lets no request
-/// through any more, not even their closing.
+/// Called before a device is removed: closes its files, because this kernel no longer sends
+/// requests for them, not even the close.
 void EndService(PDEVICE_OBJECT functionalDevice);
 /// Under the lock. A request for a device that isn't served must not touch it.
 bool IsServed(PDEVICE_OBJECT functionalDevice);
 
-/// The record of a request's file; null for a file of the stand-in's own, or one that is closed.
+/// The record of a request's file; null for a file of the test double's own, or a closed one.
 FilterFile* FilterFileOf(PIRP irp);
 
-// The class's own routines, with the record, the pin and the clock that belong to a file. Passive level.
+// The class's own routines, and additionally the record, the pin and the clock of a file. Passive
+// level.
 
 NTSTATUS NTAPI CreateFilterFile(PDEVICE_OBJECT functionalDevice, PIRP irp);
 NTSTATUS NTAPI CleanUpFilterFile(PDEVICE_OBJECT functionalDevice, PIRP irp);

@@ -8,7 +8,7 @@
 namespace lidcam::wine {
 namespace {
 
-/// A program's request with the one that the class knows.
+/// A program's request and the class's corresponding one.
 struct FrameRead {
   FrameRead(PDEVICE_OBJECT device, PinConnection& connection, PIRP irp)
       : Connection(connection),
@@ -56,8 +56,8 @@ void CompleteRead(FrameRead* read) {
   connection.EndFrame();
 }
 
-/// Of a request whose cancel routine has been called, both that routine and the end of the frame use
-/// the record: the second of them to come here completes it.
+/// If the cancel routine of a request was called, both that routine and the end of the frame use
+/// the record: the second of them completes the request.
 void EndHalf(FrameRead* read) {
   if (InterlockedIncrement(&read->Ends) == 2) CompleteRead(read);
 }
@@ -120,7 +120,7 @@ NTSTATUS ReadFrame(PDEVICE_OBJECT device, PinConnection& connection, PIRP irp) {
   IoMarkIrpPending(irp);
   irp->Tail.Overlay.DriverContext[0] = read;
   IoSetCancelRoutine(irp, CancelRead);
-  // Cancelled before there was a routine: the class finds the frame cancelled when it gets it.
+  // Cancelled before a cancel routine was set: the class sees the cancelled request at once.
   if (irp->Cancel != FALSE) IoCancelIrp(&read->Inner.Packet());
   read->Inner.Start(FrameIsBack, read);
   return STATUS_PENDING;

@@ -4,7 +4,7 @@
 
 namespace lidcam::wine {
 
-/// Answers kReadFrame: the request is pending until its frame has come back. Passive level.
+/// Carries out kReadFrame: the request is pending until its frame is completed. Passive level.
 NTSTATUS ReadFrame(PDEVICE_OBJECT device, PinConnection& connection, PIRP irp);
 
 }  // namespace lidcam::wine

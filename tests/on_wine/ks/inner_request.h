@@ -4,8 +4,7 @@
 
 namespace lidcam::wine {
 
-/// A request that the stand-in makes of a device by itself, for one of the files that it opens itself.
-/// Passive level.
+/// A request that the test double makes itself, for one of the files that it opens. Passive level.
 class InnerRequest {
  public:
   InnerRequest(PDEVICE_OBJECT device, FILE_OBJECT& file, UCHAR majorFunction);
@@ -13,19 +12,19 @@ class InnerRequest {
   InnerRequest& operator=(const InnerRequest&) = delete;
   ~InnerRequest();
 
-  /// False without memory: nothing may be put into it then, or started.
+  /// False without memory: it must not be filled in or started then.
   [[nodiscard]] bool IsMade() const { return irp_ != nullptr; }
 
   [[nodiscard]] IRP& Packet() { return *irp_; }
-  /// What the device will see. Only before it is sent.
+  /// The stack location for the device. Only before it is sent.
   [[nodiscard]] IO_STACK_LOCATION& Location() { return *IoGetNextIrpStackLocation(irp_); }
 
-  /// Sends it and waits for its end.
+  /// Sends it and waits for its completion.
   /// @return its status; STATUS_INSUFFICIENT_RESOURCES without memory
   NTSTATUS Send();
 
-  /// Sends it; the completion routine has to give STATUS_MORE_PROCESSING_REQUIRED, and may end the
-  /// life of this object.
+  /// Sends it; the completion routine must return STATUS_MORE_PROCESSING_REQUIRED, and may destroy
+  /// this object.
   void Start(PIO_COMPLETION_ROUTINE completed, PVOID context);
 
  private:

@@ -9,7 +9,7 @@ constexpr WCHAR kClasses[] =
     L"\\Registry\\Machine\\System\\CurrentControlSet\\Control\\DeviceClasses\\";
 constexpr USHORT kPrefixLetters = 4;  ///< of "\??\"
 constexpr USHORT kGuidLetters = 38;
-constexpr USHORT kMoreBytes = 64;  ///< of a key's name than those of its parts
+constexpr USHORT kMoreBytes = 64;  ///< longer than the total of its parts
 constexpr ULONG kLongestDeviceName = 256;
 
 UNICODE_STRING Part(const UNICODE_STRING& text, USHORT from, USHORT to) {
@@ -21,7 +21,7 @@ USHORT LettersOf(const UNICODE_STRING& text) {
   return static_cast<USHORT>(text.Length / sizeof(WCHAR));
 }
 
-/// Where the backslash ahead of the reference string stands.
+/// Position of the backslash ahead of the reference string.
 USHORT ReferenceAt(const UNICODE_STRING& link) {
   USHORT at = kPrefixLetters;
   while (at < LettersOf(link) && link.Buffer[at] != '\\') ++at;
@@ -56,7 +56,7 @@ NTSTATUS MakeLink(EnabledInterface& one, PDEVICE_OBJECT physicalDevice) {
   return status;
 }
 
-/// Of "\??\usb#...#{class}\{reference}" it is "...\{class}\##?#usb#...#{class}\#{reference}".
+/// For "\??\usb#...#{class}\{reference}" appends "...\{class}\##?#usb#...#{class}\#{reference}".
 void AppendKeyName(UNICODE_STRING& name, const UNICODE_STRING& link) {
   const USHORT reference = ReferenceAt(link);
   const auto category = static_cast<USHORT>(reference - kGuidLetters);

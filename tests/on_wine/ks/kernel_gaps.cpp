@@ -37,7 +37,7 @@ PVOID NTAPI GetDriverExtension(PDRIVER_OBJECT driver, PVOID id) {
   return nullptr;
 }
 
-// ---- "\SystemRoot" is no name that files are found by.
+// ---- Files can't be opened by names that begin with "\SystemRoot".
 
 constexpr WCHAR kSystemRoot[] = L"\\SystemRoot\\";
 constexpr WCHAR kSystemFolder[] = L"\\??\\C:\\windows\\";
@@ -75,8 +75,8 @@ NTSTATUS NTAPI CreateFileInSystemRoot(PHANDLE file, ACCESS_MASK access,
   return status;
 }
 
-// ---- KeSaveFloatingPointState() and KeRestoreFloatingPointState(), which x86 drivers import, aren't
-// there. Each thread of a process has registers of its own, which none expects back from a call.
+// ---- KeSaveFloatingPointState() and KeRestoreFloatingPointState(), which x86 drivers import, are
+// missing. Each thread of a process has registers of its own, which a call need not preserve.
 
 NTSTATUS NTAPI KeepFloatingPointState(PKFLOATING_SAVE) {
   return STATUS_SUCCESS;
@@ -152,8 +152,8 @@ void FreeDriverExtensions(PDRIVER_OBJECT driver) {
 
 }  // namespace lidcam::wine
 
-// The class calls these through the pointers that its imports would be: the linker takes them from here.
-// On x86 their names carry the size of their arguments.
+// The class calls these through import pointers, which the linker takes from here. On x86 their
+// names contain the size of their arguments.
 #if defined(_WIN64)
 #define IMPORT_NAME(function, bytes) __asm__("__imp_" #function)
 #else

@@ -4,11 +4,11 @@
 
 namespace lidcam::wine {
 
-/// Gives a driver's image what its kernel lacks, in place of what it imports: the image in memory is
-/// changed, never its file. Passive level, before anything else of the driver runs.
+/// Replaces imports of a driver's image that its kernel lacks: changes the image in memory, never
+/// its file. Passive level, before any other code of the driver runs.
 void FillKernelGaps(PDRIVER_OBJECT driver);
 
-/// Frees what IoAllocateDriverObjectExtension() has given for a driver that goes.
+/// Frees the memory of IoAllocateDriverObjectExtension() for a driver that is unloaded.
 void FreeDriverExtensions(PDRIVER_OBJECT driver);
 
 }  // namespace lidcam::wine

@@ -17,7 +17,7 @@ constexpr ULONG kPinKindLength = sizeof(kPinKind) - sizeof(WCHAR);
 constexpr USHORT kClockKindLength = sizeof(kClockKind) - sizeof(WCHAR);
 constexpr ULONG kLongestName = 0xFFFE;
 
-/// The name of a pin in the pool: its kind, and what is to be connected behind that.
+/// The name of a pin in the pool: its kind, and the connection after it.
 NTSTATUS MakePinName(const VOID* connect, ULONG bytes, UNICODE_STRING& name) {
   if (bytes > kLongestName - kPinKindLength) return STATUS_INVALID_BUFFER_SIZE;
   auto* const text = static_cast<PUCHAR>(host::AllocateZeroed(kPinKindLength + bytes));
@@ -108,7 +108,7 @@ NTSTATUS PinConnection::OpenFile(FILE_OBJECT& file, FILE_OBJECT& related, UNICOD
   return status;
 }
 
-// By the class's own way for its property, but for the handle: the file has none.
+// Sets the class's property, but without a handle: the file has none.
 NTSTATUS PinConnection::SetMasterClock() {
   host::PinBlock& pin = host::PinOf(*static_cast<host::ObjectHead*>(pin_.FsContext));
   IKsReferenceClock* clock = nullptr;

@@ -5,26 +5,26 @@
 
 namespace lidcam::wine {
 
-/// A filter's pin and the pin's clock, opened for a program that can't name them: files that the kernel
-/// knows nothing of. The requests of one filter come one at a time, from one thread of the kernel; the
-/// frames come back on any.
+/// A filter's pin and the pin's clock, opened for a program that can't open them by name: file
+/// objects unknown to the kernel. The requests of one filter come one at a time, from one thread of
+/// the kernel; the frames are completed on any.
 class PinConnection {
  public:
   /// Opens a pin.
-  /// @param connect  a KSPIN_CONNECT with the format behind it
+  /// @param connect  a KSPIN_CONNECT followed by the format
   static NTSTATUS Open(PDEVICE_OBJECT device, FILE_OBJECT& filter, const VOID* connect, ULONG bytes,
                        PinConnection** connection);
 
-  /// Closes the clock and the pin, which hands all frames back, and frees the connection.
+  /// Closes the clock and the pin, which completes all frames, and frees the connection.
   void Close();
 
   /// Opens the pin's clock and makes it the pin's master clock.
   NTSTATUS UseClock();
 
-  /// The file that is the pin or its clock; null for a clock that isn't open.
+  /// The file object of the pin or its clock; null for a clock that isn't open.
   FILE_OBJECT* FileOf(Target target);
 
-  /// A frame goes to the pin, which isn't closed before the frame has come back.
+  /// A frame is sent to the pin, which isn't closed before the frame is completed.
   void BeginFrame();
   void EndFrame();
 
@@ -37,7 +37,7 @@ class PinConnection {
   FILE_OBJECT& filter_;
   FILE_OBJECT pin_{};
   FILE_OBJECT clock_{};
-  volatile LONG frames_ = 1;  ///< that are out, and one until the pin is closed
+  volatile LONG frames_ = 1;  ///< in flight, plus one until the pin is closed
   KEVENT framesAreBack_{};
 };
 

@@ -11,7 +11,7 @@
 namespace lidcam::wine {
 namespace {
 
-/// A private request, taken apart.
+/// A private request, decoded.
 struct PrivateCall {
   PDEVICE_OBJECT Device;
   PIRP Irp;
@@ -56,7 +56,7 @@ bool IsWellFormed(const PrivateCall& call) {
          call.OutputLength - sizeof(PropertyAnswer) >= question.ValueBytes;
 }
 
-/// The request and the value stand in the program's buffer; the class copies both.
+/// The request and the value are in the program's buffer; the class copies both.
 NTSTATUS AskProperty(const PrivateCall& call) {
   if (!IsWellFormed(call)) return STATUS_INVALID_PARAMETER;
   const auto question = *reinterpret_cast<const PropertyQuestion*>(call.Buffer);

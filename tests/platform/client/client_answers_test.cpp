@@ -1,4 +1,4 @@
-// A client in front of a driver that answers anything.
+// A client of a driver with arbitrary answers.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -30,7 +30,7 @@ Bytes BytesOf(const Records&... records) {
   return bytes;
 }
 
-/// Answers every property with the same bytes, as far as there is room.
+/// Answers every property with the same bytes, cut to the buffer.
 class AnsweringDriver {
  public:
   AnsweringDriver() {

@@ -1,5 +1,5 @@
-// The class's mutexes: which of the driver's entries are called under them, and what the class notes of a
-// driver that takes them otherwise than their manual says.
+// The class's mutexes: which of the driver's entries are called under them, and what the class
+// records of a driver that breaks their rules.
 
 #include "platform/host/ks/device/class_rules.h"
 
@@ -131,7 +131,7 @@ TEST(ClassRules, TheControlTakenAgainAndTheDeviceTakenUnderItAreNotedWithTheirCa
     DeviceBlock& device = BlockOfDevice(world.Device);
     EXPECT_EQ(DeparturesOf(device, ClassRule::ControlMutexOnce, ClassCall::FilterCreate), 1U);
     EXPECT_EQ(DeparturesOf(device, ClassRule::DeviceBeforeControl, ClassCall::FilterCreate), 1U);
-    // Another thread that holds no control departs from nothing.
+    // Another thread, which holds no control mutex, breaks no rule.
     TestThread other([&world] {
       KsAcquireDevice(world.Device);
       KsReleaseDevice(world.Device);
@@ -143,7 +143,7 @@ TEST(ClassRules, TheControlTakenAgainAndTheDeviceTakenUnderItAreNotedWithTheirCa
   });
 }
 
-// A world stops wherever its threads are: also as one lets go of a mutex of the class.
+// A world may stop at any point of its threads, also while one releases a mutex of the class.
 TEST(ClassRules, AWorldThatStopsUnwindsThreadsThatAreInTheClass) {
   for (std::uint64_t seed = 1; seed <= 60; ++seed) {
     const auto stop = [seed] {

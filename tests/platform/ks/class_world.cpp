@@ -98,7 +98,7 @@ constexpr KSPROPERTY_MEMBERSLIST kMembers[] = {
 constexpr KSPROPERTY_VALUES kValues = {
     {GuidOf(STATIC_KSPROPTYPESETID_General), VT_I4, 0}, 2, kMembers};
 
-// Items as a driver may have them, longer than the published ones.
+// A driver's items, longer than the published ones.
 struct LongItem {
   KSPROPERTY_ITEM Item;
   ULONG_PTR Own[2];
@@ -160,7 +160,7 @@ constexpr KSFILTER_DESCRIPTOR TestFilterDescriptor() {
   return descriptor;
 }
 
-// The device below: notes what comes, and answers it.
+// The device below: records and completes requests.
 NTSTATUS NTAPI AnswerBelow(PDEVICE_OBJECT, PIRP irp) {
   const IO_STACK_LOCATION& location = *IoGetCurrentIrpStackLocation(irp);
   Note("below " + std::to_string(location.MajorFunction) + "." +

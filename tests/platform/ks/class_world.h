@@ -19,7 +19,7 @@ namespace lidcam::host {
 
 inline constexpr ULONG kTestTag = 0x20747354;  // "Tst "
 
-/// What is done when the class asks; a lambda that isn't set succeeds. What happened stands in Log.
+/// The entries that the class calls; one that isn't set succeeds. Log records the calls.
 struct DriverScript {
   std::vector<std::string> Log;
   std::function<NTSTATUS(PKSDEVICE)> Add;
@@ -33,7 +33,7 @@ struct DriverScript {
   std::function<NTSTATUS(PIRP, PVOID)> AddEvent;
 
   NTSTATUS Below = STATUS_SUCCESS;  ///< of the device below
-  bool IsBelowSlow = false;         ///< it answers a millisecond later, from another thread
+  bool IsBelowSlow = false;         ///< completes a millisecond later, from another thread
 };
 
 inline DriverScript* g_script = nullptr;
@@ -44,7 +44,7 @@ extern const KSDEVICE_DESCRIPTOR kBareDevice;
 
 /// Two categories, a create and a close entry, and the properties of property_requests_test.cpp.
 extern const KSFILTER_DESCRIPTOR kTestFilter;
-/// What a file of that filter is called, if its factory has no other name.
+/// The name of a file of that filter, if its factory has no other name.
 inline constexpr char16_t kTestFilterName[] = u"\\{33333333-0002-ABCD-0405-060708090A0B}";
 extern const GUID kTestSet;       ///< of properties
 extern const GUID kTestEventSet;  ///< of events
@@ -59,7 +59,7 @@ inline void PrintTo(const Reply& reply, std::ostream* out) {
        << reply.Information << " bytes";
 }
 
-/// Sends a request down a stack and waits for its end; `fill` writes the first location.
+/// Sends a request down a stack and waits for its completion; `fill` writes the first location.
 Reply SendRequest(PDEVICE_OBJECT top, const std::function<void(PIRP, IO_STACK_LOCATION&)>& fill);
 
 class ClassWorld {

@@ -221,7 +221,7 @@ TEST(ObjectBag, EditsACopyOfItsOwnThatGrowsWithWhatIsAskedFor) {
   });
 }
 
-// What a pin's process routine saw; the pin's Context leads to it.
+// The record of a pin's process routine; the pin's Context points to it.
 struct ProcessLog {
   LONG Calls = 0;
   LONG Running = 0;

@@ -1,4 +1,4 @@
-// The helpers that take a configuration descriptor apart and make the request for it.
+// The functions that parse a configuration descriptor and build the request for it.
 
 #include "platform/host/usbd/configuration/configuration_descriptor.h"
 
@@ -23,7 +23,7 @@ PUSB_CONFIGURATION_DESCRIPTOR Configuration(Bytes& bytes) {
   return reinterpret_cast<PUSB_CONFIGURATION_DESCRIPTOR>(bytes.data());
 }
 
-// Offset of what is found; -1 if nothing is.
+// Offset of the descriptor found; -1 if none is.
 int Find(Bytes& bytes, std::size_t start, LONG number, LONG setting, LONG deviceClass = -1,
          LONG subClass = -1, LONG protocol = -1) {
   const auto* const found = USBD_ParseConfigurationDescriptorEx(
@@ -51,7 +51,7 @@ TEST(ConfigurationDescriptor, FindsNothingBehindTheEndNorInBrokenDescriptors) {
   EXPECT_EQ(USBD_ParseConfigurationDescriptorEx(Configuration(bytes), bytes.data() + 46, -1, -1, -1,
                                                 -1, -1),
             nullptr);
-  bytes[9] = 0;  // a descriptor of no length would be walked for ever
+  bytes[9] = 0;  // a descriptor of length 0 would cause an endless loop
   EXPECT_EQ(Find(bytes, 0, -1, -1), -1);
   bytes = TwoInterfaces();
   bytes[2] = 33;  // the second interface is cut off
@@ -66,7 +66,7 @@ TEST(ConfigurationDescriptor, FindsTheEndpointsUpToTheNextInterface) {
   EXPECT_EQ(endpoints[0].bEndpointAddress, 0x81);
   EXPECT_EQ(endpoints[1].bEndpointAddress, 0x82);
   EXPECT_EQ(unsigned{endpoints[1].wMaxPacketSize}, 0x0A00U);
-  bytes[36] = 3;  // says more than there are
+  bytes[36] = 3;  // more than there are endpoints
   EXPECT_EQ(EndpointsOf(bytes, interface).size(), 2U);
   bytes[36] = 1;
   EXPECT_EQ(EndpointsOf(bytes, interface).size(), 1U);

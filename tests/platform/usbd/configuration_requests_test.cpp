@@ -1,4 +1,4 @@
-// Configuration, alternate settings and pipes, as a driver asks for them.
+// Configuration, alternate settings and pipes, as requested by a driver.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -49,7 +49,7 @@ TEST(SelectConfiguration, RefusedByTheDeviceFails) {
   });
 }
 
-// What is wrong with the request itself never reaches the bus.
+// An invalid request never reaches the bus.
 USBD_STATUS StatusOfBadConfiguration(const std::function<void(Bytes&, Bytes&)>& spoil) {
   USBD_STATUS status = 0;
   Simulate({}, [&] {
@@ -217,7 +217,7 @@ TEST(ResetPipe, RefusedByTheDeviceFails) {
   });
 }
 
-// No bus moves bulk or interrupt data: said at once, and honestly.
+// No bus supports bulk or interrupt transfers: refused at once, with the true reason.
 TEST(BulkTransfer, IsNotSupportedOnItsPipesAndInvalidOnOthers) {
   WithConfiguredDevice([](ScriptedBus&, UsbWorld& world) {
     SentUrb sent(world.Device());

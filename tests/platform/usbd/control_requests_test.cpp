@@ -1,4 +1,4 @@
-// Requests on endpoint 0: what goes over the wire, what comes back, and in which order.
+// Requests on endpoint 0: the bytes on the wire, the answers, and their order.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -15,7 +15,7 @@ using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-// A bus that answers every control request in the same way.
+// Sets the bus's answer to every control request.
 void Answer(ScriptedBus& bus, UsbStatus status, std::uint32_t transferred) {
   bus.OnControl = [=](const SetupPacket&, std::span<std::uint8_t> data) {
     std::fill_n(data.begin(), std::min<std::size_t>(transferred, data.size()), 0x5A);
@@ -219,7 +219,7 @@ TEST(SilentDevice, ThatIsUnpluggedEndsItsRequest) {
   });
 }
 
-// Whoever wins, the request ends once and nothing of it stays.
+// In either order, the request is completed once and nothing of it is left.
 TEST(ControlRequests, CanBeCancelledAtAnyMoment) {
   int cancelled = 0;
   int finished = 0;

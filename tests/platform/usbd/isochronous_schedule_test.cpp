@@ -1,4 +1,4 @@
-// Isochronous transfers in their frames. Time is virtual, so that every end is exact.
+// Isochronous transfers in their frames. Time is virtual, so that every completion time is exact.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -78,7 +78,7 @@ TEST(IsochronousTransfer, AsSoonAsPossibleBehindOthersFollowsTheLastFrame) {
 TEST(IsochronousTransfer, StartsInTheFrameThatTheDriverChose) {
   WithConfiguredDevice(
       [](ScriptedBus&, UsbWorld& world) {
-        // As the stream's first transfers do: ten frames ahead, 32 apart.
+        // As in the stream's first transfers: ten frames ahead, 32 apart.
         std::vector<std::unique_ptr<IsochronousRead>> reads;
         for (ULONG i = 0; i < 7; ++i) {
           reads.push_back(std::make_unique<IsochronousRead>(world.Device(), world.Pipe(1), 32));
@@ -113,7 +113,7 @@ TEST(IsochronousTransfer, MayStartFromTheNextFrameToTheEndOfTheRange) {
     EXPECT_EQ(statusAt(101), USBD_STATUS_SUCCESS);
     EXPECT_EQ(statusAt(1124), USBD_STATUS_SUCCESS);
     EXPECT_EQ(statusAt(1125), USBD_STATUS_BAD_START_FRAME);
-    // Frame 200 is before what the pipe was promised last.
+    // Frame 200 is before the pipe's last scheduled frame.
     EXPECT_EQ(statusAt(200), USBD_STATUS_BAD_START_FRAME);
   });
 }
@@ -317,7 +317,7 @@ TEST(AbortPipe, TakesAllTransfersBackBeforeItEndsItself) {
       reads.back()->Sent.OnCompletion = [i, &order] { order.push_back(i); };
       EXPECT_EQ(reads.back()->Sent.Send(), STATUS_PENDING);
     }
-    Sleep(7 * kMillisecond);  // the first is over, the second on the bus
+    Sleep(7 * kMillisecond);  // the first is completed, the second in progress
     SentUrb abort(world.Device());
     abort.OnCompletion = [&order] { order.push_back(99); };
     MakePipeRequest(abort, URB_FUNCTION_ABORT_PIPE, world.Pipe(1).PipeHandle);
@@ -422,7 +422,7 @@ TEST(Unplugging, ThatOnlyTheBusNoticesEndsEverythingToo) {
   }
 }
 
-// Every transfer ends exactly once, whoever takes it back and whenever.
+// Every transfer is completed exactly once, for any time and kind of cancellation.
 TEST(IsochronousTransfer, CanBeTakenBackAtAnyMoment) {
   int succeeded = 0;
   int takenBack = 0;
@@ -434,7 +434,7 @@ TEST(IsochronousTransfer, CanBeTakenBackAtAnyMoment) {
           EXPECT_EQ(first.Sent.Send(), STATUS_PENDING);
           EXPECT_EQ(second.Sent.Send(), STATUS_PENDING);
           TestThread taker([&] {
-            Sleep(3 * kMillisecond);  // just when the first one ends
+            Sleep(3 * kMillisecond);  // just at the end of the first one
             if (way == 0) IoCancelIrp(first.Sent.Irp());
             if (way == 1) world.Stack.Unplug();
             if (way == 2) world.SelectSetting(0);

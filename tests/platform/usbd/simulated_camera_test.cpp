@@ -33,7 +33,8 @@ struct Streamed {
   LONGLONG LastTransferAt = 0;
 };
 
-// Lets some transfers circle, as the driver's do, and counts the bytes of `transfers` of them.
+// Resubmits some transfers in a circle, as the driver does, and counts the bytes of `transfers` of
+// them.
 Streamed Stream(UsbWorld& world, int transfers) {
   std::vector<std::unique_ptr<IsochronousRead>> reads;
   std::atomic<int> left = transfers;

@@ -34,7 +34,7 @@ inline Bytes SmallConfiguration() {
   return all;
 }
 
-/// A bus that does what a test says, and notes what it was asked.
+/// A scripted bus that records its requests.
 class ScriptedBus : public bus::UsbBus {
  public:
   std::function<bus::ControlResult(const bus::SetupPacket&, std::span<std::uint8_t>)> OnControl;
@@ -77,7 +77,7 @@ class ScriptedBus : public bus::UsbBus {
   void Unplug() override { IsUnplugged = true; }
 };
 
-/// A URB of a driver's, with its IRP: sent, waited for, looked at.
+/// A driver's URB with its IRP: sent, waited for, inspected.
 class SentUrb {
  public:
   explicit SentUrb(PDEVICE_OBJECT device, std::size_t size = sizeof(URB))
@@ -112,7 +112,7 @@ class SentUrb {
     return irp_->IoStatus.Status;
   }
 
-  /// Sends it and waits; what is pending must be completed at DISPATCH_LEVEL.
+  /// Sends it and waits; a pending request must be completed at DISPATCH_LEVEL.
   NTSTATUS Run() {
     const NTSTATUS sent = Send();
     const NTSTATUS status = Await();
@@ -208,7 +208,7 @@ class IsochronousRead {
   Bytes Data;
 };
 
-/// A USB stack over a bus, and a driver's first steps on it.
+/// A USB stack over a bus, and the first requests of a driver.
 class UsbWorld {
  public:
   explicit UsbWorld(bus::UsbBus& bus, const UsbStackOptions& options = {}) : Stack(bus, options) {}
@@ -239,7 +239,7 @@ class UsbWorld {
     SentUrb sent(Device(), 1024);
     _URB_SELECT_INTERFACE& request = sent.Urb().UrbSelectInterface;
     Interface().AlternateSetting = setting;
-    request.Hdr.Length = 0x0BAD & 3;  // drivers leave it to chance
+    request.Hdr.Length = 0x0BAD & 3;  // some drivers leave it unset
     request.Hdr.Function = URB_FUNCTION_SELECT_INTERFACE;
     request.ConfigurationHandle = ConfigurationHandle;
     std::memcpy(static_cast<void*>(&request.Interface), information_.data(), information_.size());
@@ -265,8 +265,8 @@ class UsbWorld {
   Bytes information_;
 };
 
-/// Runs `test` with a scripted bus and a stack on it, configured and in setting 1, under some seeds.
-/// Nothing of the pool is left behind.
+/// Runs `test` with a scripted bus and a stack on it, configured and in setting 1, for some seeds.
+/// Checks that no pool memory is left.
 inline void WithConfiguredDevice(const std::function<void(ScriptedBus&, UsbWorld&)>& test,
                                  const UsbStackOptions& options = {}, std::uint64_t seeds = 20) {
   const std::size_t blocks = PoolUsageOfAll().Blocks;

@@ -147,25 +147,26 @@ extern "C" {
 void NTAPI KsAcquireDevice(PKSDEVICE device);
 void NTAPI KsReleaseDevice(PKSDEVICE device);
 
-/// Gives `item` to the bag, which frees it when it goes itself: by `free`, or to the pool if that
+/// Adds `item` to the bag, which frees it at its own destruction: by `free`, or to the pool if that
 /// is null. Takes the device's mutex itself; the caller may hold it.
 NTSTATUS NTAPI KsAddItemToObjectBag(KSOBJECT_BAG bag, PVOID item, PFNKSFREE free);
 
-/// Takes `item` back out of the bag, and frees it then if asked to and if it was in once. Takes the
+/// Removes `item` from the bag, and frees it if it was in the bag and `free` is set. Takes the
 /// device's mutex itself; the caller may hold it.
 ///
 /// @return how often the item was in the bag; 0 if it wasn't
 ULONG NTAPI KsRemoveItemFromObjectBag(KSOBJECT_BAG bag, PVOID item, BOOLEAN free);
 
-/// Replaces `*item` by a copy of the driver's own in the bag, which it may write to: the first
-/// `oldSize` bytes of it, the rest of `newSize` zero. An item that lies in the bag already and is
-/// large enough by `oldSize` stays; one that isn't is freed. Takes the device's mutex itself.
+/// Replaces `*item` by a writable copy in the bag: the first `oldSize` bytes of it, the rest of
+/// `newSize` zero. An item that is in the bag already stays if `oldSize` is large enough, and is
+/// freed otherwise. Takes the device's mutex itself.
 ///
-/// @return STATUS_INSUFFICIENT_RESOURCES: `*item` is as it was
+/// @return STATUS_INSUFFICIENT_RESOURCES: `*item` is unchanged
 NTSTATUS NTAPI _KsEdit(KSOBJECT_BAG bag, PVOID* item, ULONG newSize, ULONG oldSize, ULONG tag);
 
-/// Asks the pin's process routine to run, and returns: it runs on the pin's own worker at passive
-/// level, whatever `asynchronous` says, and never twice at once. Up to DISPATCH_LEVEL.
+/// Schedules a call of the pin's process routine and returns: the routine runs on the pin's own
+/// worker at passive level, even if `asynchronous` is FALSE, and never twice at once. Up to
+/// DISPATCH_LEVEL.
 void NTAPI KsPinAttemptProcessing(PKSPIN pin, BOOLEAN asynchronous);
 
 }  // extern "C"

@@ -1,7 +1,7 @@
 #pragma once
 
-// Published descriptors by which a driver tells the streaming class what it is: device, filter, pin,
-// formats and buffers, with the entries the class calls.
+// Published descriptors by which a driver describes itself to the streaming class: device, filter,
+// pin, formats and buffers, with the entries the class calls.
 
 #include "platform/host/ks/declarations/ks_declarations.h"
 #include "platform/host/ks/declarations/ks_property_declarations.h"

@@ -2,8 +2,8 @@
 
 // Published names of the streaming class: sets, categories, formats and kinds of memory.
 //
-// As on the platform each name comes twice: STATIC_<name> is the list of its numbers, for data that
-// must be built at compile time, and <name> the object.
+// As on the platform there are two forms of each name: STATIC_<name> is the list of its numbers,
+// for data that must be built at compile time, and <name> the object.
 
 #include "platform/host/ks/declarations/guid_of.h"
 
@@ -27,7 +27,7 @@
 #define STATIC_KSMEMORY_TYPE_KERNEL_NONPAGED \
   0x4A6D5FC4, 0x7895, 0x11D1, 0xB0, 0x69, 0x00, 0xA0, 0xC9, 0x06, 0x28, 0x02
 
-// ---- What an application opens on a filter or a pin.
+// ---- Objects that an application opens on a filter or a pin.
 
 #define STATIC_KSNAME_Pin 0x146F1A80, 0x4791, 0x11D0, 0xA5, 0xD6, 0x28, 0xDB, 0x04, 0xC1, 0x00, 0x00
 #define STATIC_KSNAME_Clock \

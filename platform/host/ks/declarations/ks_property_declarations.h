@@ -56,7 +56,7 @@ struct KSMULTIPLE_ITEM {
 
 using PFNKSHANDLER = NTSTATUS(NTAPI*)(PIRP irp, PKSIDENTIFIER request, PVOID data);
 
-// ---- What basic support tells of a property.
+// ---- Results of basic support.
 
 /// The variant type of a signed 32-bit integer.
 enum VARENUM { VT_EMPTY = 0, VT_NULL = 1, VT_I2 = 2, VT_I4 = 3 };
@@ -162,7 +162,7 @@ struct KSMETHOD_ITEM {
 };
 using PKSMETHOD_ITEM = KSMETHOD_ITEM*;
 
-// What a client hands in to enable an event; drivers pass it on unread. Its size counts.
+// A client's data for an event that it enables; drivers pass it on unread. Its size matters.
 struct KSEVENTDATA {
   struct EventHandleData {
     HANDLE Event;

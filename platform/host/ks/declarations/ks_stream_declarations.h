@@ -1,7 +1,7 @@
 #pragma once
 
-// Published interfaces of a running stream: the frames that go to and fro between an application and
-// a pin, their clock, and what a driver calls of the streaming class.
+// Published interfaces of a running stream: the frames exchanged between an application and a pin,
+// their clock, and the calls of the streaming class that a driver makes.
 
 #include "platform/host/ks/declarations/ks_declarations.h"
 #include "platform/host/ks/declarations/ks_filter_declarations.h"
@@ -15,7 +15,7 @@ struct KSTIME {
 };
 
 struct KSSTREAM_HEADER {
-  ULONG Size;  // with what follows it
+  ULONG Size;  // including any bytes after it
   ULONG TypeSpecificFlags;
   KSTIME PresentationTime;
   LONGLONG Duration;
@@ -33,7 +33,7 @@ using PKSSTREAM_HEADER = KSSTREAM_HEADER*;
 #define KSSTREAM_HEADER_OPTIONSF_TIMEVALID 0x00000010U
 #define KSSTREAM_HEADER_OPTIONSF_DURATIONVALID 0x00000100U
 
-/// Stands behind the header of every frame of a video pin.
+/// Follows the header of every frame of a video pin.
 struct KS_FRAME_INFO {
   ULONG ExtendedHeaderSize;
   DWORD dwFrameFlags;
@@ -81,7 +81,7 @@ struct KSRESOLUTION {
 };
 using PKSRESOLUTION = KSRESOLUTION*;
 
-/// What all interfaces derive from.
+/// The base of all interfaces.
 struct IUnknown {
   virtual NTSTATUS NTAPI QueryInterface(const GUID& id, PVOID* object) = 0;
   virtual ULONG NTAPI AddRef() = 0;
@@ -107,7 +107,7 @@ using PIKSREFERENCECLOCK = IKsReferenceClock*;
 
 // ---- Connecting, and a connection's own properties.
 
-/// Behind the name of a pin that is to be opened; a KSDATAFORMAT follows.
+/// Follows the name of a pin that is to be opened; a KSDATAFORMAT follows it.
 struct KSPIN_CONNECT {
   KSPIN_INTERFACE Interface;
   KSPIN_MEDIUM Medium;
@@ -184,8 +184,8 @@ extern "C" {
 NTSTATUS NTAPI KsInitializeDriver(PDRIVER_OBJECT driver, PUNICODE_STRING registryPath,
                                   const KSDEVICE_DESCRIPTOR* descriptor);
 
-/// Makes the device's filters available to applications. Without a reference string the descriptor's
-/// ReferenceGuid is it, as text in braces. The descriptor is used as long as the factory lives.
+/// Makes the device's filters available to applications. Without a reference string, the text of
+/// the descriptor's ReferenceGuid in braces is used. The descriptor must outlive the factory.
 NTSTATUS NTAPI KsCreateFilterFactory(PDEVICE_OBJECT device, const KSFILTER_DESCRIPTOR* descriptor,
                                      PWSTR referenceString, PVOID securityDescriptor, ULONG flags,
                                      PFNKSFILTERFACTORYPOWER sleepCallback,
@@ -205,22 +205,22 @@ void NTAPI KsReleaseControl(PVOID object);
 NTSTATUS NTAPI KsFilterCreatePinFactory(PKSFILTER filter, const KSPIN_DESCRIPTOR_EX* descriptor,
                                         PULONG pinId);
 
-/// The filter, or the pin, that a request was made of; null if it was made of something else. The
-/// filter of a request to one of its pins is that pin's.
+/// The filter, or the pin, that a request was sent to; null if it was sent to another object. A
+/// request to a pin gives that pin's filter.
 PKSFILTER NTAPI KsGetFilterFromIrp(PIRP irp);
 PKSPIN NTAPI KsGetPinFromIrp(PIRP irp);
 
 // ---- Streaming. Up to DISPATCH_LEVEL, but for the clock.
 
-/// The next frame that the pin is to work on; null if there is none. It stays the application's to
-/// cancel until it is locked.
+/// The oldest frame that the pin has not processed; null if the queue is empty. Its application can
+/// cancel it until it is locked.
 PKSSTREAM_POINTER NTAPI KsPinGetLeadingEdgeStreamPointer(PKSPIN pin, KSSTREAM_POINTER_STATE state);
 
-/// @param eject  moves the edge on: the frame is done and goes back to the application
+/// @param eject  advances the leading edge: the frame is done and goes back to the application
 void NTAPI KsStreamPointerUnlock(PKSSTREAM_POINTER pointer, BOOLEAN eject);
 
 /// A reference to the clock that was assigned to the pin. Passive level.
-/// @return a failure if there is none
+/// @return a failure status if the pin has no clock
 NTSTATUS NTAPI KsPinGetReferenceClockInterface(PKSPIN pin, PIKSREFERENCECLOCK* clock);
 
 }  // extern "C"

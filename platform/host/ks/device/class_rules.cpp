@@ -16,7 +16,7 @@ void Enter(ClassMutex& mutex, ClassCall call) {
   mutex.Call = call;
 }
 
-/// @return true if that was the outermost holder
+/// @return true if this ended the outermost hold
 bool Leave(ClassMutex& mutex) {
   if (--mutex.Depth != 0) return false;
   mutex.Holder = nullptr;

@@ -1,6 +1,6 @@
 #pragma once
 
-// What the class's manual says of its mutexes, and how often a driver departs from it.
+// The class manual's rules for its mutexes, and how often a driver breaks them.
 
 #include "platform/host/ks/objects/class_mutex.h"
 #include "platform/kernel.h"
@@ -9,7 +9,7 @@ namespace lidcam::host {
 
 struct DeviceBlock;
 
-/// What the class is calling the driver for, while it holds one of its mutexes.
+/// The driver entry that the class calls while it holds one of its mutexes.
 enum class ClassCall : ULONG {
   None,
   Start,
@@ -23,7 +23,7 @@ enum class ClassCall : ULONG {
   FilterRequest,
   PinCreate,
   PinClose,
-  PinRequest,  ///< changes of state and format among them
+  PinRequest,  ///< including changes of state and format
   Count,
 };
 
@@ -31,20 +31,20 @@ enum class ClassCall : ULONG {
 enum class ClassRule : ULONG {
   DeviceMutexOnce,      ///< "cannot be obtained recursively"
   ControlMutexOnce,     ///< "cannot be obtained recursively"
-  DeviceBeforeControl,  ///< the holder of a control mutex should not take the device's
+  DeviceBeforeControl,  ///< the owner of a control mutex should not take the device's
   Count,
 };
 
-/// One of the class's two mutexes, and who holds it for what.
+/// One of the class's two mutexes, with its owner and the call that it is held for.
 struct ClassMutex {
   KMUTEX Mutex;
   LIST_ENTRY Held;  ///< of control mutexes: in HeldControls, while it is held
   PKTHREAD Holder;
   ULONG Depth;
-  ClassCall Call;  ///< of the outermost holder
+  ClassCall Call;  ///< of the outermost hold
 };
 
-/// Of a device, what its class has seen.
+/// A device's record: what its class has observed.
 struct ClassRecord {
   KSPIN_LOCK Lock;          ///< of HeldControls
   LIST_ENTRY HeldControls;  ///< of ClassMutex
@@ -55,14 +55,14 @@ struct ClassRecord {
 void InitializeClassMutex(ClassMutex& mutex);
 void InitializeClassRecord(ClassRecord& record);
 
-/// Of the device's mutex and of a filter's control: by the class around a call of the driver's, or by
-/// the driver with ClassCall::None. A recursion passes. Passive level.
+/// Acquires the device's mutex or a filter's control mutex: by the class around a call of the
+/// driver, or by the driver with ClassCall::None. The owner may acquire it again. Passive level.
 void AcquireDeviceFor(DeviceBlock& device, ClassCall call);
 void ReleaseDeviceOf(DeviceBlock& device);
 void AcquireControlFor(DeviceBlock& device, ClassMutex& control, ClassCall call);
 void ReleaseControlOf(DeviceBlock& device, ClassMutex& control);
 
-/// Keeps the device's mutex around one call of the driver's.
+/// Holds the device's mutex around one call of the driver.
 class DeviceCall {
  public:
   DeviceCall(DeviceBlock& device, ClassCall call) : device_(device) {
@@ -79,7 +79,7 @@ class DeviceCall {
   DeviceBlock& device_;
 };
 
-/// How often the device's driver has departed from a rule during a call. Any thread.
+/// How often the device's driver has broken a rule during a call. Any thread.
 [[nodiscard]] ULONG DeparturesOf(DeviceBlock& device, ClassRule rule, ClassCall call);
 
 }  // namespace lidcam::host

@@ -1,14 +1,14 @@
 #pragma once
 
-// The device of the class's own requests: who uses it, and until when it lives.
+// The device as the class's own requests see it: its users, and its lifetime.
 
 #include "platform/host/ks/device/ks_objects.h"
 #include "platform/host/ks/objects/class_mutex.h"
 
 namespace lidcam::host {
 
-/// What a functional device object of a device with plug and play has as its extension. That of one
-/// without has the address only.
+/// The device extension of a functional device object with plug and play. Without plug and play it
+/// is the address only.
 struct DeviceExtension {
   DeviceBlock* Block;
   DeviceBlock Own;
@@ -18,7 +18,7 @@ inline DeviceBlock& BlockOf(PDEVICE_OBJECT functionalDevice) {
   return **static_cast<DeviceBlock**>(functionalDevice->DeviceExtension);
 }
 
-// The class's own short holds, during which it calls no driver.
+// Short holds by the class itself, during which it calls no driver.
 inline void AcquireMutex(DeviceBlock& device) {
   AcquireMutex(device.Device.Mutex);
 }
@@ -26,27 +26,27 @@ inline void ReleaseMutex(DeviceBlock& device) {
   ReleaseMutex(device.Device.Mutex);
 }
 
-/// The device entries of the driver; those it doesn't have are null.
+/// The device entries of the driver; missing ones are null.
 const KSDEVICE_DISPATCH& EntriesOf(const DeviceBlock& device);
 
-/// Keeps the device for an open file, or for a request while it is worked on.
+/// Takes a reference for an open file, or for a request in progress.
 void HoldDevice(DeviceBlock& device);
-/// The last user of a removed device deletes it. Passive level.
+/// Releases a reference; the last one deletes a removed device. Passive level.
 void LetGoOfDevice(DeviceBlock& device);
 
-/// A request's work begins. Its end lets a removal go on that waits for it, and may delete the device:
-/// nothing of the device is touched after it.
+/// Begins and ends the work on a request. The end lets a waiting removal continue, and may delete
+/// the device: the caller must not touch it afterwards.
 void BeginRequest(DeviceBlock& device);
 void EndRequest(DeviceBlock& device);
-/// Of the thread that removes the device: waits until no request is worked on any more.
+/// Called by the thread that removes the device: waits until no request is in progress.
 void WaitForRequests(DeviceBlock& device);
 
 inline bool IsSet(volatile LONG& flag) {
   return InterlockedCompareExchange(&flag, 0, 0) != 0;
 }
 
-/// Sends a request to the device below and waits until that has completed it.
-/// @return its status; the request is the caller's again, to be completed
+/// Sends a request to the device below and waits for its completion.
+/// @return its status; the caller owns the request again and completes it
 NTSTATUS ForwardAndWait(DeviceBlock& device, PIRP irp);
 /// Sends a request to the device below, which completes it.
 NTSTATUS Forward(DeviceBlock& device, PIRP irp);

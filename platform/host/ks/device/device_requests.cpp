@@ -1,4 +1,5 @@
-// Plug and play of a device: what the driver is asked, and in which order with the device below.
+// Plug and play of a device: the driver's entries that are called, and their order relative to the
+// device below.
 
 #include "platform/host/ks/device/device_requests.h"
 
@@ -27,8 +28,8 @@ void TellDriver(DeviceBlock& device, PIRP irp, PFNKSDEVICEIRPVOID entry, ClassCa
   entry(&device, irp);
 }
 
-// The manual names no mutex for removals, and a driver that waits in one for what waits for the mutex
-// would never return.
+// The manual names no mutex for removals. Under the mutex, a driver that waits for a thread that
+// needs the mutex would deadlock.
 void TellOfRemoval(DeviceBlock& device, PIRP irp, PFNKSDEVICEIRPVOID entry) {
   if (entry != nullptr) entry(&device, irp);
 }
@@ -41,8 +42,8 @@ NTSTATUS StartDriver(DeviceBlock& device, PIRP irp) {
   return start(&device, irp, resources.AllocatedResourcesTranslated, resources.AllocatedResources);
 }
 
-// The platform leaves the end of a start to a worker that runs when the start is over. Done here,
-// whoever starts the device finds it either with its hardware up or with that failed.
+// The platform leaves the end of a start to a worker that runs after the start. Here it runs at
+// once, so that after a start the hardware is either up or has failed.
 NTSTATUS StartDriverToEnd(DeviceBlock& device, PIRP irp) {
   const NTSTATUS status = StartDriver(device, irp);
   if (!NT_SUCCESS(status)) return status;
@@ -55,8 +56,8 @@ NTSTATUS StartDriverToEnd(DeviceBlock& device, PIRP irp) {
   return STATUS_SUCCESS;
 }
 
-/// A failed start leaves the factories that the driver has made meanwhile: their filters can be opened
-/// and tell of the failure. While the start is under way there is nothing to be opened.
+/// A failed start keeps the factories that the driver has made: their filters can be opened and
+/// report the failure. During the start nothing can be opened.
 NTSTATUS Start(DeviceBlock& device, PIRP irp) {
   NTSTATUS status = ForwardAndWait(device, irp);
   if (!NT_SUCCESS(status)) return CompleteRequest(irp, status);
@@ -80,7 +81,7 @@ NTSTATUS QueryRemove(DeviceBlock& device, PIRP irp) {
   return AskAndForward(device, irp, EntriesOf(device).QueryRemove, ClassCall::RemoveQuery);
 }
 
-/// The driver goes on only when those below do.
+/// The driver is called only if the devices below have succeeded.
 NTSTATUS ForwardAndTell(DeviceBlock& device, PIRP irp, PFNKSDEVICEIRPVOID entry, ClassCall which) {
   irp->IoStatus.Status = STATUS_SUCCESS;
   const NTSTATUS status = ForwardAndWait(device, irp);
@@ -104,7 +105,7 @@ NTSTATUS Stop(DeviceBlock& device, PIRP irp) {
   return ForwardWith(device, irp, STATUS_SUCCESS);
 }
 
-/// Openings look at it under the mutex: none succeeds from here on.
+/// Openings check it under the mutex: all fail from here on.
 void RefuseOpenings(DeviceBlock& device) {
   AcquireMutex(device);
   InterlockedExchange(&device.IsGone, 1);
@@ -119,8 +120,7 @@ NTSTATUS SurpriseRemoval(DeviceBlock& device, PIRP irp) {
   return ForwardWith(device, irp, STATUS_SUCCESS);
 }
 
-/// The device object and the bag stay for the files that are still open; the last one to be closed
-/// takes them along.
+/// The device object and the bag stay until the last open file is closed.
 NTSTATUS Remove(DeviceBlock& device, PIRP irp) {
   RefuseOpenings(device);
   TellOfRemoval(device, irp, EntriesOf(device).Remove);
@@ -146,7 +146,7 @@ NTSTATUS QueryCapabilities(DeviceBlock& device, PIRP irp) {
   return CompleteRequest(irp, status);
 }
 
-/// A driver that doesn't know the interface leaves it to those below.
+/// A query for an interface that the driver does not know is sent on to the devices below.
 NTSTATUS QueryInterface(DeviceBlock& device, PIRP irp) {
   const PFNKSDEVICEIRP query = EntriesOf(device).QueryInterface;
   if (query == nullptr) return Forward(device, irp);

@@ -9,7 +9,7 @@ namespace {
 
 constexpr ULONG kLongestReference = 512;  // bytes
 
-/// Pins come by KsFilterCreatePinFactory() only, and a filter is one piece.
+/// Pins are made by KsFilterCreatePinFactory() only, and a filter has no nodes.
 bool IsSupported(const KSFILTER_DESCRIPTOR& descriptor) {
   return descriptor.PinDescriptorsCount == 0 && descriptor.NodeDescriptorsCount == 0 &&
          descriptor.ConnectionsCount == 0;
@@ -81,8 +81,8 @@ NTSTATUS CreateFactory(DeviceBlock& device, const KSFILTER_DESCRIPTOR& descripto
   return status;
 }
 
-/// Takes the first factory off the list that is to go; null if there is none. `isUnused` tells whether
-/// it can be freed.
+/// Removes the first factory to be dropped from the list; null if none is left. `isUnused` says
+/// whether it can be freed.
 FilterFactoryBlock* DropOne(DeviceBlock& device, FactoriesDropped which, bool& isUnused) {
   for (LIST_ENTRY* link = device.Factories.Flink; link != &device.Factories; link = link->Flink) {
     FilterFactoryBlock* const factory = BlockOfLink(link);

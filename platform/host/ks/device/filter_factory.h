@@ -4,7 +4,7 @@
 
 namespace lidcam::host {
 
-/// The device has started, or stopped: applications are told of its filters, or not any more.
+/// The device has started or stopped: its filters are announced to applications, or withdrawn.
 void EnableFactories(DeviceBlock& device, BOOLEAN isEnabled);
 
 enum class FactoriesDropped {
@@ -12,17 +12,17 @@ enum class FactoriesDropped {
   All
 };
 
-/// Factories give no filters any more; each goes with the last filter that it gave. Passive level, no
-/// mutex held.
+/// Factories create no more filters; each is freed with its last filter. Passive level, no mutex
+/// held.
 void DropFactories(DeviceBlock& device, FactoriesDropped which);
 
-/// Counts a filter in to the factory that a file's name tells, the oldest for an empty name.
-/// Reference strings come back from applications in lower case, so that case doesn't count.
+/// Adds a filter to the count of the factory named by a file's name, or of the oldest factory for
+/// an empty name. Applications return reference strings in lower case, so case is ignored.
 ///
-/// @return STATUS_OBJECT_NAME_NOT_FOUND, or STATUS_DELETE_PENDING for a device that is gone
+/// @return STATUS_OBJECT_NAME_NOT_FOUND, or STATUS_DELETE_PENDING for a removed device
 NTSTATUS FindFactory(DeviceBlock& device, const UNICODE_STRING& name, FilterFactoryBlock*& factory);
 
-/// Counts the filter out. Passive level, no mutex held.
+/// Subtracts a filter from the count. Passive level, no mutex held.
 void ReleaseFactory(FilterFactoryBlock& factory);
 
 }  // namespace lidcam::host

@@ -1,4 +1,4 @@
-// Power of a device. Going up the device below is first, going down the driver is.
+// Power of a device. On the way up the device below comes first, on the way down the driver.
 
 #include "platform/host/ks/device/device_block.h"
 #include "platform/host/ks/device/device_requests.h"

@@ -9,13 +9,13 @@ namespace lidcam::host {
 class StreamingDevice : public DeviceBlock {
  public:
   /// @param driver          of the functional device object
-  /// @param physicalDevice  what the device stack stands on
+  /// @param physicalDevice  the bottom of the device stack
   /// @throws std::runtime_error if the kernel gives no device object, or no memory
   StreamingDevice(PDRIVER_OBJECT driver, PDEVICE_OBJECT physicalDevice);
   StreamingDevice(const StreamingDevice&) = delete;
   StreamingDevice& operator=(const StreamingDevice&) = delete;
 
-  /// Empties the bag and takes the device object off the stack.
+  /// Empties the bag, detaches the device object from the stack and deletes it.
   ~StreamingDevice() noexcept(false);
 
   /// The mutex of KsAcquireDevice().

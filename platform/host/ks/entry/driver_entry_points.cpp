@@ -1,4 +1,4 @@
-// What the class puts into a driver object, and how it adds devices for it.
+// The entries that the class sets in a driver object, and how it adds devices for the driver.
 
 #include "platform/host/ks/device/device_block.h"
 #include "platform/host/ks/device/device_requests.h"
@@ -7,18 +7,18 @@
 namespace lidcam::host {
 namespace {
 
-/// What the class keeps with a driver.
+/// The class's data about a driver.
 struct DriverRecord {
   const KSDEVICE_DESCRIPTOR* Descriptor;
 };
 
-UCHAR g_driverRecordId = 0;  ///< only its address counts
+UCHAR g_driverRecordId = 0;  ///< only its address is used
 
 NTSTATUS NTAPI PassOn(PDEVICE_OBJECT functionalDevice, PIRP irp) {
   return Forward(BlockOf(functionalDevice), irp);
 }
 
-void NTAPI Unload(PDRIVER_OBJECT) {}  // the record goes with the driver object
+void NTAPI Unload(PDRIVER_OBJECT) {}  // the record is freed with the driver object
 
 /// The class's own part, then the driver's.
 NTSTATUS Add(DeviceBlock& device) {
@@ -67,7 +67,7 @@ using namespace lidcam::host;
 NTSTATUS NTAPI KsInitializeDriver(PDRIVER_OBJECT driver, PUNICODE_STRING,
                                   const KSDEVICE_DESCRIPTOR* descriptor) {
   if (descriptor == nullptr || driver->DriverExtension == nullptr) return STATUS_INVALID_PARAMETER;
-  // Filters come by KsCreateFilterFactory() only.
+  // Filters are made by KsCreateFilterFactory() only.
   if (descriptor->FilterDescriptorsCount != 0) return STATUS_NOT_SUPPORTED;
   PVOID memory = nullptr;
   const NTSTATUS status =

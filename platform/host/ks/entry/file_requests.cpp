@@ -20,8 +20,8 @@ FilterBlock& FilterOf(ObjectHead& head) {
   return *CONTAINING_RECORD(&head, FilterBlock, Head);
 }
 
-/// A name that belongs to no other file: a filter by its factory, "\" and the reference string, or
-/// nothing.
+/// A name of no other kind of object: a filter by its factory, "\" and the reference string, or an
+/// empty name.
 NTSTATUS OpenFilter(DeviceBlock& device, PIRP irp, const UNICODE_STRING& name) {
   UNICODE_STRING reference = name;
   if (reference.Length != 0) {
@@ -33,7 +33,7 @@ NTSTATUS OpenFilter(DeviceBlock& device, PIRP irp, const UNICODE_STRING& name) {
   return CreateFilter(device, irp, reference);
 }
 
-/// What is to be connected stands in the name as it comes, at any address.
+/// The connection follows the name in place and may be unaligned.
 NTSTATUS OpenPin(FilterBlock& filter, PIRP irp, const RelativeName& name) {
   if (name.ParametersLength < sizeof(KSPIN_CONNECT) + sizeof(KSDATAFORMAT)) {
     return STATUS_INVALID_BUFFER_SIZE;
@@ -69,7 +69,7 @@ NTSTATUS Open(DeviceBlock& device, PIRP irp) {
   return OpenRelative(*related, irp, file->FileName);
 }
 
-/// Takes the object off its file: nothing reaches it any more.
+/// Detaches the object from its file: no request reaches it any more.
 void Close(ObjectHead& head, PIRP irp) {
   switch (head.Kind) {
     case KsObjectKind::Filter:
@@ -131,7 +131,7 @@ NTSTATUS NTAPI DispatchClose(PDEVICE_OBJECT functionalDevice, PIRP irp) {
   if (head != nullptr) {
     Close(*head, irp);
     file->FsContext = nullptr;
-    LetGoOfDevice(device);  // the file's hold
+    LetGoOfDevice(device);  // the file's reference
   }
   const NTSTATUS status = CompleteRequest(irp, STATUS_SUCCESS);
   EndRequest(device);

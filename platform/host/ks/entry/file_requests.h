@@ -4,11 +4,11 @@
 
 namespace lidcam::host {
 
-// Requests of applications' files, which are filters, pins and clocks: FsContext of the file object is
-// the object's head.
+// Requests of applications' files, which are filters, pins and clocks: FsContext of the file object
+// points to the object's head.
 //
-// Files can be opened until the device goes, and work until it is removed (STATUS_DELETE_PENDING);
-// closing them always works. Passive level.
+// Files can be opened until the device is gone, and requests work until it is removed
+// (STATUS_DELETE_PENDING); closing always works. Passive level.
 
 NTSTATUS NTAPI DispatchCreate(PDEVICE_OBJECT functionalDevice, PIRP irp);
 NTSTATUS NTAPI DispatchCleanup(PDEVICE_OBJECT functionalDevice, PIRP irp);

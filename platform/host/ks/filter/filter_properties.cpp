@@ -29,7 +29,7 @@ NTSTATUS NTAPI GetCategories(PIRP irp, PKSIDENTIFIER, PVOID data) {
                            descriptor.CategoriesCount);
 }
 
-/// Of nodes and of connections: factories take no descriptor that has any.
+/// Nodes and connections: factories refuse descriptors with any.
 NTSTATUS NTAPI GetNone(PIRP irp, PKSIDENTIFIER, PVOID data) {
   return ReplyMultipleItem(irp, data, nullptr, 0, 0);
 }

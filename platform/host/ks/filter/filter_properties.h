@@ -4,7 +4,7 @@
 
 namespace lidcam::host {
 
-// What every filter answers by itself, behind the driver's own sets.
+// Properties that every filter has, after the driver's own sets.
 
 extern const KSAUTOMATION_TABLE kFilterTable;     ///< topology and general
 extern const KSAUTOMATION_TABLE kFilterPinTable;  ///< kPinPropertySet

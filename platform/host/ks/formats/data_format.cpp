@@ -69,7 +69,7 @@ NTSTATUS RangeReader::Next(PKSDATARANGE* range) {
     isWhole_ = false;
     return STATUS_INVALID_BUFFER_SIZE;
   }
-  // The last one needs no filling up to the next.
+  // The last one needs no padding to the next.
   const ULONG padding =
       AlignedRangeSize(found->FormatSize % kRangeAlignment) - found->FormatSize % kRangeAlignment;
   const ULONG behind = bytesLeft_ - found->FormatSize;

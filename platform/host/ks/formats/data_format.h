@@ -4,7 +4,7 @@
 
 namespace lidcam::host {
 
-/// Data ranges stand one behind the other at multiples of this.
+/// Data ranges follow each other at multiples of this.
 inline constexpr ULONG kRangeAlignment = 8;
 
 constexpr ULONG AlignedRangeSize(ULONG formatSize) {
@@ -25,10 +25,10 @@ bool IsWholeFormat(const KSDATAFORMAT& format, ULONG bytes);
 /// A copy of a whole format in the pool; null without memory.
 PKSDATAFORMAT CopyFormat(const KSDATAFORMAT& format);
 
-/// The data ranges of a caller, whatever bytes they are made of.
+/// Iterates over a caller's data ranges, whose bytes may be invalid.
 class RangeReader {
  public:
-  /// @param bytes  behind the list's address, with itself
+  /// @param bytes  from the list's address, the list's head included
   RangeReader(PKSMULTIPLE_ITEM list, ULONG bytes);
 
   /// @param range  null at the end

@@ -4,15 +4,15 @@
 
 namespace lidcam::host {
 
-// The mutexes of the class: a device's, and those of filters' controls. Their holder may take them
+// The class's mutexes: a device's, and filters' control mutexes. Their owner may acquire them
 // again. Passive level.
 
 void InitializeMutex(KMUTEX& mutex);
 void AcquireMutex(KMUTEX& mutex);
 void ReleaseMutex(KMUTEX& mutex);
 
-/// How many exceptions unwind the calling thread. A simulated world that stops unwinds its threads, and
-/// lets go of nothing then.
+/// Number of exceptions that unwind the calling thread. A simulated world that stops unwinds its
+/// threads; locks are not released then.
 int Unwindings();
 
 }  // namespace lidcam::host

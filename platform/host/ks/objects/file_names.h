@@ -12,7 +12,7 @@ class GuidText {
   explicit GuidText(const GUID& guid);
 
   [[nodiscard]] const WCHAR* Letters() const { return letters_; }
-  /// As long as this lives.
+  /// Valid as long as this object.
   [[nodiscard]] UNICODE_STRING AsString();
 
  private:
@@ -26,15 +26,15 @@ class GuidText {
 /// Compares names without regard to the case of the letters A to Z.
 bool IsSameName(const UNICODE_STRING& one, const UNICODE_STRING& other);
 
-/// The name of a file that an application opens relative to another: what kind of object it wants, and
-/// the bytes behind that, of which it says more.
+/// The name of a file that an application opens relative to another: the kind of the object, and
+/// the bytes after it that describe it.
 struct RelativeName {
   const UCHAR* Parameters;
   ULONG ParametersLength;
 };
 
-/// Takes a name apart that begins with `kind` as text, "{...}" with a backslash. The backslash may be
-/// missing if nothing follows.
+/// Parses a name that begins with `kind` as text, "{...}" with a backslash. The backslash may be
+/// missing at the end of the name.
 /// @return false for another beginning
 bool ParseRelativeName(const UNICODE_STRING& name, const GUID& kind, RelativeName& parsed);
 

@@ -25,7 +25,8 @@ BagItem* Find(LIST_ENTRY& items, PVOID item) {
   return nullptr;
 }
 
-/// An entry that is out of the list goes. No mutex held by the bag: what is freed may be the driver's.
+/// Frees an entry that has left the list. The bag holds no mutex: the driver's free routine may be
+/// called.
 void Drop(BagItem* entry, bool free) {
   const BagItem dropped = *entry;
   ExFreePool(entry);

@@ -4,9 +4,9 @@
 
 namespace lidcam::host {
 
-/// What stands behind a KSOBJECT_BAG: items that go with the object that has the bag, the youngest
-/// first. Each operation takes `mutex`, the device's, itself; callers may hold it. Items are freed
-/// without it, unless the caller holds it. Passive level.
+/// The object behind a KSOBJECT_BAG: items that are freed with the bag's owner, the youngest first.
+/// Each operation takes `mutex`, the device's, itself; callers may hold it. Items are freed without
+/// it, unless the caller holds it. Passive level.
 class ObjectBag {
  public:
   explicit ObjectBag(KMUTEX& mutex) : mutex_(mutex) { InitializeListHead(&items_); }
@@ -23,7 +23,7 @@ class ObjectBag {
   /// _KsEdit().
   NTSTATUS Edit(PVOID& item, ULONG newSize, ULONG oldSize, ULONG tag);
 
-  /// Frees all that is in the bag.
+  /// Frees all items.
   void Empty();
 
  private:

@@ -9,8 +9,8 @@ namespace lidcam::host {
 
 inline constexpr ULONG kStreamingPoolTag = 0x7253534B;  // "KSSr"
 
-/// Zeroed nonpaged memory of the class's own.
-/// @return null if there is none
+/// Zeroed nonpaged memory of the class.
+/// @return null without memory
 inline PVOID AllocateZeroed(SIZE_T size) {
   PVOID const memory = ExAllocatePoolWithTag(NonPagedPool, size, kStreamingPoolTag);
   if (memory != nullptr) std::memset(memory, 0, size);

@@ -7,9 +7,10 @@
 
 namespace lidcam::host {
 
-/// A pin: what its file object leads to, the published object directly behind that, and the stream.
+/// A pin: the head that its file object points to, the published object directly after it, and the
+/// stream.
 struct PinBlock : ObjectHead, KSPIN {
-  /// A pin at a stop, with neither format nor thread.
+  /// A stopped pin without a format and a thread.
   explicit PinBlock(DeviceBlock& device);
   PinBlock(const PinBlock&) = delete;
   PinBlock& operator=(const PinBlock&) = delete;
@@ -18,7 +19,7 @@ struct PinBlock : ObjectHead, KSPIN {
   FilterBlock* Filter = nullptr;
   PinFactoryBlock* Factory = nullptr;
   PFILE_OBJECT File = nullptr;
-  const KSDATARANGE* Range = nullptr;  ///< of the descriptor, that the connection's format fits
+  const KSDATARANGE* Range = nullptr;  ///< the descriptor's range of the connection's format
 
   PFNKSPIN Process = nullptr;
   bool ProcessesWithoutFrames = false;
@@ -27,9 +28,9 @@ struct PinBlock : ObjectHead, KSPIN {
   ObjectBag Items;
   FrameQueue Frames;
   PinWorker Worker;
-  PinClock* Clock = nullptr;  ///< the pin's own, for others to go by
+  PinClock* Clock = nullptr;  ///< the pin's own, which other pins may use
   IKsReferenceClock* MasterClock = nullptr;
-  HANDLE MasterClockHandle = nullptr;  ///< as the application gave it
+  HANDLE MasterClockHandle = nullptr;  ///< the application's handle
 };
 
 inline PinBlock& PinOf(ObjectHead& head) {
@@ -49,11 +50,11 @@ inline const KSPIN_DISPATCH* DispatchOf(const PinBlock& pin) {
   return pin.Descriptor != nullptr ? pin.Descriptor->Dispatch : nullptr;
 }
 
-/// Finds the data range that the connection's format is of: the first that fits it and that the driver
+/// Finds the data range of the connection's format: the first that fits it and that the driver
 /// accepts. Under the filter's control mutex.
 ///
 /// @param oldFormat  null when the pin is made
-/// @return STATUS_NO_MATCH if none fits, else what the driver said last
+/// @return STATUS_NO_MATCH if no range fits, else the driver's last status
 NTSTATUS ChooseRange(PinBlock& pin, PKSDATAFORMAT oldFormat);
 
 }  // namespace lidcam::host

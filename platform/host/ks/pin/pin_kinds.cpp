@@ -1,4 +1,4 @@
-// KSPROPSETID_Pin: what applications ask a filter about the pins that they could open.
+// KSPROPSETID_Pin: properties of a filter that describe the pins that can be opened.
 
 #include <cstring>
 
@@ -90,7 +90,7 @@ NTSTATUS AnswerCategory(PIRP irp, const PinFactoryBlock& pin, PVOID data) {
   return category != nullptr ? AnswerWith(irp, data, *category) : STATUS_NOT_FOUND;
 }
 
-// The text of a pin's name is the installation's to know.
+// Only the installation knows the text of a pin's name.
 NTSTATUS AnswerName(PIRP, const PinFactoryBlock&, PVOID) {
   return STATUS_NOT_SUPPORTED;
 }
@@ -106,7 +106,7 @@ NTSTATUS NTAPI GetKindsCount(PIRP irp, PKSIDENTIFIER, PVOID data) {
 
 using PinAnswer = NTSTATUS (*)(PIRP irp, const PinFactoryBlock& pin, PVOID data);
 
-/// A property that names its pin.
+/// Handles a property whose request names a pin.
 template <PinAnswer kAnswer>
 NTSTATUS NTAPI GetOfPin(PIRP irp, PKSIDENTIFIER request, PVOID data) {
   const auto& wanted = *reinterpret_cast<const KSP_PIN*>(request);

@@ -13,9 +13,9 @@ class PinWorker {
   PinWorker(const PinWorker&) = delete;
   PinWorker& operator=(const PinWorker&) = delete;
 
-  /// Starts the thread, with processing not allowed. Passive level.
+  /// Starts the thread; processing is forbidden at first. Passive level.
   NTSTATUS Start();
-  /// Ends it. Passive level; after that nothing is processed any more.
+  /// Ends the thread: no process call begins afterwards. Passive level.
   void End();
 
   /// Asks for processing; without effect while it isn't allowed. Up to DISPATCH_LEVEL.
@@ -23,9 +23,9 @@ class PinWorker {
 
   /// Process calls may begin.
   void Allow();
-  /// No process call begins after that; one may still run.
+  /// No process call begins afterwards; one may still be in progress.
   void Forbid();
-  /// Waits for the process call that still runs. Passive level, without the device's mutex, which the
+  /// Waits for a process call in progress. Passive level, without the device's mutex, which the
   /// process routine may need. Not from the process routine.
   void WaitUntilIdle();
 

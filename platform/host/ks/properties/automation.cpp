@@ -5,7 +5,7 @@
 namespace lidcam::host {
 namespace {
 
-/// A request, copied so that an application that changes it meanwhile changes nothing.
+/// A request, copied so that changes by the application meanwhile have no effect.
 struct ControlCall {
   PIRP Irp;
   PKSIDENTIFIER Request;
@@ -36,7 +36,7 @@ bool IsError(NTSTATUS status) {
   return (static_cast<ULONG>(status) >> 30) == 3;
 }
 
-/// The application's value is copied in for every direction: a get may be told more by it.
+/// The application's value is copied in for every direction: a get may depend on it.
 NTSTATUS CopyValue(const ControlCall& call, PVOID& value) {
   value = nullptr;
   if (call.ValueLength == 0) return STATUS_SUCCESS;
@@ -46,7 +46,7 @@ NTSTATUS CopyValue(const ControlCall& call, PVOID& value) {
   return STATUS_SUCCESS;
 }
 
-/// Gives the application what was answered, and frees the copy.
+/// Copies the answer to the application's buffer, and frees the copy.
 void ReturnValue(const ControlCall& call, NTSTATUS status, PVOID value) {
   if (value == nullptr) return;
   const ULONG_PTR told = call.Irp->IoStatus.Information;
@@ -63,7 +63,7 @@ const Set* FindSet(const Set* sets, ULONG count, const GUID& id) {
   return nullptr;
 }
 
-/// @param stride  of the items, as the table tells it; drivers' items may be longer than ours
+/// @param stride  of the items, from the table; drivers' items may be longer than ours
 template <typename Item>
 const Item* FindItem(const Item* items, ULONG count, ULONG stride, ULONG Item::*id, ULONG wanted) {
   if (stride < sizeof(Item)) stride = sizeof(Item);
@@ -93,7 +93,7 @@ FoundProperty FindProperty(Tables tables, ULONG count, const KSIDENTIFIER& reque
   return found;
 }
 
-/// @param isGet  what the handler gives is as long as the buffer until it says otherwise
+/// @param isGet  the result's length is the buffer's unless the handler sets another
 NTSTATUS CallHandler(const ControlCall& call, PFNKSHANDLER handler, bool isGet) {
   PVOID value = nullptr;
   NTSTATUS status = CopyValue(call, value);
@@ -102,7 +102,7 @@ NTSTATUS CallHandler(const ControlCall& call, PFNKSHANDLER handler, bool isGet) 
   const ULONG_PTR preset = isGet ? call.ValueLength : 0;
   information = preset;
   status = handler(call.Irp, call.Request, value);
-  // A handler that failed and told no size has given nothing.
+  // A failed handler that set no size has given no data.
   if (IsError(status) && information == preset) information = 0;
   ReturnValue(call, status, value);
   return status;
@@ -130,7 +130,7 @@ NTSTATUS DescribeProperty(const ControlCall& call, const KSPROPERTY_ITEM& item) 
   return status;
 }
 
-/// One thing is asked at a time. Nodes are no part of any filter here.
+/// Exactly one of the request types must be set. Filters here have no nodes.
 NTSTATUS CheckPropertyType(ULONG flags) {
   constexpr ULONG kUnsupported = KSPROPERTY_TYPE_RELATIONS | KSPROPERTY_TYPE_SERIALIZESET |
                                  KSPROPERTY_TYPE_UNSERIALIZESET | KSPROPERTY_TYPE_SERIALIZERAW |
@@ -181,7 +181,7 @@ FoundEvent FindEvent(Tables tables, ULONG count, const KSIDENTIFIER& request) {
   return found;
 }
 
-/// The class keeps no entries of events: a handler that wanted one to be kept gets none.
+/// The class keeps no entries of events: handlers are called with a null entry.
 NTSTATUS AddEvent(const ControlCall& call, const KSEVENT_ITEM& item) {
   if (item.AddHandler == nullptr) return STATUS_INVALID_DEVICE_REQUEST;
   if (call.ValueLength < item.DataInput) return STATUS_BUFFER_TOO_SMALL;

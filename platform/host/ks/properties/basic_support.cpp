@@ -1,4 +1,4 @@
-// Basic support: what a property's table entry tells applications of its range and default.
+// Basic support: a property's access, range and default from its table entry.
 
 #include <cstring>
 

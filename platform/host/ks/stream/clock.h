@@ -4,9 +4,10 @@
 
 namespace lidcam::host {
 
-/// A pin's presentation time: 0 at a stop, runs while the pin runs, stands in pause. Lives in the pool
-/// as long as it is referenced: by its pin, by the files that opened it and by other pins' drivers.
-/// The reference clock's operations are safe up to DISPATCH_LEVEL against a change of state.
+/// A pin's presentation time: 0 when stopped, advances while the pin runs, halts in pause.
+/// Allocated from the pool and reference counted: by its pin, by the files that opened it and by
+/// other pins' drivers. The reference clock's operations are safe up to DISPATCH_LEVEL against a
+/// change of state.
 class PinClock final : public IKsReferenceClock {
  public:
   /// @return the clock with one reference; null without memory
@@ -19,7 +20,7 @@ class PinClock final : public IKsReferenceClock {
   ULONG NTAPI AddRef() override;
   ULONG NTAPI Release() override;
   LONGLONG NTAPI GetTime() override;
-  /// The time that the clock is made from, which never stands.
+  /// The time that the clock is derived from, which never halts.
   LONGLONG NTAPI GetPhysicalTime() override;
   LONGLONG NTAPI GetCorrelatedTime(LONGLONG* systemTime) override;
   LONGLONG NTAPI GetCorrelatedPhysicalTime(LONGLONG* systemTime) override;
@@ -33,7 +34,7 @@ class PinClock final : public IKsReferenceClock {
   KSPIN_LOCK lock_{};
   volatile LONG references_ = 1;
   KSSTATE state_ = KSSTATE_STOP;
-  LONGLONG elapsed_ = 0;  ///< 100 ns that the pin has run before this run
+  LONGLONG elapsed_ = 0;  ///< 100 ns of running time before the current run
   LONGLONG runningSince_ = 0;
 };
 

@@ -37,7 +37,7 @@ void FrameQueue::Add(StreamRequest* request) {
     InsertTailList(&frames_, &request->Frames[i].Link);
   }
   IoSetCancelRoutine(irp, CancelStreamRequest);
-  // Cancelled before there was a routine: nobody else would call it.
+  // Cancelled before a cancel routine was set: complete it here.
   if (WasCancelled(irp) && IoSetCancelRoutine(irp, nullptr) != nullptr) {
     request->IsCancelHandled = true;
     Abort(*request, false);
@@ -111,7 +111,7 @@ void FrameQueue::Cancel(StreamRequest& request) {
   KeAcquireSpinLock(&lock_, &before);
   request.IsCancelHandled = true;
   if (request.FramesLeft == 0) {
-    isOver = true;  // its last frame went meanwhile, and it was left for this call to complete
+    isOver = true;  // its last frame is completed; the request was left to this call
   } else {
     Abort(request, false);
     isOver = IsOver(request);
@@ -140,8 +140,8 @@ void FrameQueue::Abort(StreamRequest& request, bool lockedToo) {
   }
 }
 
-// Takes a request without frames out of the queue. True if it is the caller's to complete: otherwise
-// its cancel routine is on its way, and does it.
+// Removes a request without frames from the queue. True if the caller completes it: otherwise its
+// cancel routine is running, and does.
 bool FrameQueue::IsOver(StreamRequest& request) {
   if (request.FramesLeft != 0) return false;
   RemoveEntryList(&request.Link);

@@ -4,35 +4,35 @@
 
 namespace lidcam::host {
 
-/// The buffers that wait at a pin, the oldest first, and the one stream pointer that its driver has:
-/// the leading edge. A spin lock guards it all; requests are completed outside of it.
+/// The buffers queued at a pin, the oldest first, and the driver's only stream pointer: the leading
+/// edge. A spin lock guards all of it; requests are completed outside of it.
 ///
-/// A locked frame is the driver's: neither its application nor a reset takes it back, only a stop,
-/// which comes when the driver doesn't process any more.
+/// The driver owns a locked frame: neither its application nor a reset takes it back, only a stop,
+/// which comes when the driver no longer processes.
 class FrameQueue {
  public:
   explicit FrameQueue(PKSPIN pin);
   FrameQueue(const FrameQueue&) = delete;
   FrameQueue& operator=(const FrameQueue&) = delete;
 
-  /// Takes the request over and marks it pending; one that was cancelled before goes back at once.
+  /// Takes the request over and marks it pending; one that is cancelled already is completed at
+  /// once.
   void Add(StreamRequest* request);
 
-  /// There is a frame to work on.
+  /// Whether a frame is queued.
   bool HasFrame();
 
-  /// KsPinGetLeadingEdgeStreamPointer(). A pointer to an unlocked frame tells no header: it may go at
-  /// any time. An edge that is locked already stays so.
+  /// KsPinGetLeadingEdgeStreamPointer(). A pointer to an unlocked frame has no header: the frame
+  /// may be cancelled at any time. A locked edge stays locked.
   PKSSTREAM_POINTER LeadingEdge(KSSTREAM_POINTER_STATE state);
 
-  /// KsStreamPointerUnlock(). Nothing if the edge isn't locked, as after a stop.
+  /// KsStreamPointerUnlock(). No effect if the edge isn't locked, as after a stop.
   void Unlock(bool eject);
 
-  /// Gives all requests back; those with a locked frame as soon as that is unlocked, unless locked
-  /// frames go too.
+  /// Completes all requests; those with a locked frame when that is unlocked, unless `lockedToo`.
   void HandBack(bool lockedToo);
 
-  /// The cancel routine's way in.
+  /// Called by the cancel routine.
   void Cancel(StreamRequest& request);
 
  private:
@@ -43,7 +43,7 @@ class FrameQueue {
 
   KSPIN_LOCK lock_{};
   LIST_ENTRY frames_{};    ///< of StreamFrame
-  LIST_ENTRY requests_{};  ///< of StreamRequest that still have frames here
+  LIST_ENTRY requests_{};  ///< of StreamRequest with frames left in the queue
   StreamFrame* locked_ = nullptr;
   KSSTREAM_POINTER edge_{};
 };

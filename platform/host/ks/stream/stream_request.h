@@ -7,7 +7,7 @@ namespace lidcam::host {
 class FrameQueue;
 struct StreamRequest;
 
-/// One buffer of an application, from its arrival until it goes back.
+/// One buffer of an application, from its arrival to its completion.
 struct StreamFrame {
   LIST_ENTRY Link;  ///< in the pin's queue
   StreamRequest* Request;
@@ -15,25 +15,25 @@ struct StreamFrame {
   bool IsQueued;
 };
 
-/// An IOCTL_KS_READ_STREAM with the class's own copy of its headers: the application may write to its
-/// own while the driver works. All but the first three fields under the queue's lock.
+/// An IOCTL_KS_READ_STREAM with the class's own copy of its headers: the application may change its
+/// own while the driver works. All but the first three fields are under the queue's lock.
 struct StreamRequest {
   PIRP Irp;
   PUCHAR Headers;
   ULONG HeaderBytes;
   LIST_ENTRY Link;
   FrameQueue* Queue;
-  NTSTATUS Status;       ///< STATUS_CANCELLED once a frame has gone back unfilled
-  bool IsAborted;        ///< frames that get unlocked don't stay
-  bool IsCancelHandled;  ///< the cancel routine has had its turn, or won't come
+  NTSTATUS Status;       ///< STATUS_CANCELLED after a frame was returned unfilled
+  bool IsAborted;        ///< a locked frame is returned when it is unlocked
+  bool IsCancelHandled;  ///< the cancel routine has run, or will not run
   ULONG FramesLeft;
   ULONG FramesCount;
   StreamFrame Frames[1];
 };
 
-/// What a pin asks of the frames that it is sent.
+/// A pin's requirements on frames.
 struct FrameLimits {
-  ULONG HeaderSize;     ///< bytes of a header with what follows it
+  ULONG HeaderSize;     ///< minimum bytes of a header including its extension
   ULONG MinimumExtent;  ///< bytes of a buffer
 };
 

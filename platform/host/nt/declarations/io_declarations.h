@@ -1,7 +1,7 @@
 #pragma once
 
 // Published kernel interfaces of devices, drivers and I/O request packets. Included by
-// nt_declarations.h, on whose types they stand.
+// nt_declarations.h, whose types they use.
 
 #include "platform/host/nt/declarations/nt_declarations.h"
 #include "platform/host/nt/declarations/power_declarations.h"
@@ -127,7 +127,7 @@ using PDRIVER_CANCEL = DRIVER_CANCEL*;
 using IO_COMPLETION_ROUTINE = NTSTATUS NTAPI(PDEVICE_OBJECT device, PIRP irp, PVOID context);
 using PIO_COMPLETION_ROUTINE = IO_COMPLETION_ROUTINE*;
 
-/// One opening of a device by an application.
+/// An application's open file of a device.
 struct FILE_OBJECT {
   CSHORT Type;
   CSHORT Size;
@@ -411,17 +411,17 @@ BOOLEAN NTAPI IoCancelIrp(PIRP irp);
 NTSTATUS FASTCALL IofCallDriver(PDEVICE_OBJECT device, PIRP irp);
 void FASTCALL IofCompleteRequest(PIRP irp, CCHAR priorityBoost);
 
-/// On Windows an interlocked exchange of the request's CancelRoutine; here a kernel call, which the
-/// scheduler can switch at.
+/// On Windows an interlocked exchange of the request's CancelRoutine; here a kernel call, so that
+/// the scheduler can switch there.
 PDRIVER_CANCEL NTAPI IoSetCancelRoutine(PIRP irp, PDRIVER_CANCEL routine);
 void NTAPI IoAcquireCancelSpinLock(PKIRQL before);
 void NTAPI IoReleaseCancelSpinLock(KIRQL before);
 
-/// Gives a driver object memory of `size` zero bytes, under an address that tells it from that of
-/// others who add to the same driver. It goes with the driver object.
+/// Gives a driver object `size` zeroed bytes under `id`, which distinguishes them from those of
+/// others that use the same driver object. They are freed with the driver object.
 NTSTATUS NTAPI IoAllocateDriverObjectExtension(PDRIVER_OBJECT driver, PVOID id, ULONG size,
                                                PVOID* extension);
-/// Null if there is none of this id.
+/// Null for an unknown id.
 PVOID NTAPI IoGetDriverObjectExtension(PDRIVER_OBJECT driver, PVOID id);
 
 NTSTATUS NTAPI IoCreateDevice(PDRIVER_OBJECT driver, ULONG extensionSize, PUNICODE_STRING name,

@@ -176,7 +176,7 @@ using KPROCESSOR_MODE = CCHAR;
 
 enum POOL_TYPE { NonPagedPool = 0, PagedPool = 1 };
 
-// On 64-bit targets the platform keeps every thread's registers by itself.
+// On 64-bit targets the platform saves every thread's registers itself.
 struct KFLOATING_SAVE {
 #if UINTPTR_MAX > 0xFFFFFFFF
   ULONG Dummy;
@@ -243,13 +243,13 @@ NTSTATUS NTAPI IoOpenDeviceRegistryKey(PDEVICE_OBJECT device, ULONG type, ACCESS
 
 namespace lidcam::host {
 
-/// A turn of a spin loop, for the calling thread's scheduler: what it waits for may need another
-/// thread to run.
+/// One turn of a spin loop, reported to the calling thread's scheduler: another thread may have to
+/// run before the loop can end.
 void SpinOnce();
 
 }  // namespace lidcam::host
 
-/// Tells the processor that the caller spins.
+/// A hint to the processor that the caller spins.
 inline void YieldProcessor() {
   lidcam::host::SpinOnce();
 }

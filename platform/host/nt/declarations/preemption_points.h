@@ -5,24 +5,24 @@
 
 namespace lidcam::host {
 
-// Switch points beside those at the beginning of each kernel call: places between two calls at which a
-// processor may stop as well. Only a simulation that asks for them has any
-// (SimulationOptions::HasPreemptionPoints).
+// Switch points in addition to those at the beginning of each kernel call: places between two calls
+// where a processor may be preempted as well. Only simulations with
+// SimulationOptions::HasPreemptionPoints have them.
 
 enum class PreemptionKind : std::uint8_t {
   Load,     ///< ahead of a load of a shared field
   Store,    ///< ahead of a store to one
-  Release,  ///< behind a kernel call that wakes a thread, lets go of a lock or hands something over
+  Release,  ///< behind a kernel call that wakes a thread, releases a lock or hands something over
 };
 
-/// How many simulations with preemption points there are.
+/// Number of simulations with preemption points.
 extern constinit std::atomic<int> g_preemptiveSimulations;
 
 /// Lets other threads of the caller's world run.
 ///
 /// @param name    the call; "load" or "store" of a shared field
-/// @param object  the call's object, or the field; not looked at
-/// @par Callable in destructors: never throws. A thread that is to stop does so at its next call.
+/// @param object  the call's object, or the field; not accessed
+/// @par Callable in destructors: never throws. A thread that must stop does so at its next call.
 void PreemptAt(const char* name, const void* object, PreemptionKind kind) noexcept;
 
 inline void PreemptAheadOfLoad(const void* field) {
@@ -37,7 +37,7 @@ inline void PreemptAheadOfStore(const void* field) {
   PreemptAt("store", field, PreemptionKind::Store);
 }
 
-/// Stands in a kernel call, ahead of its guards: a preemption point behind the call.
+/// Declared in a kernel call, ahead of its guards: a preemption point behind the call.
 class PreemptionBehind {
  public:
   PreemptionBehind(const char* call, const void* object) : call_(call), object_(object) {}

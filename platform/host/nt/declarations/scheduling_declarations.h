@@ -1,7 +1,7 @@
 #pragma once
 
 // Published kernel interfaces of threads, time, interrupt levels and locks. Included by
-// nt_declarations.h, on whose types they stand.
+// nt_declarations.h, whose types they use.
 
 #include "platform/host/nt/declarations/nt_declarations.h"
 
@@ -137,7 +137,7 @@ using POBJECT_TYPE = OBJECT_TYPE*;
 struct OBJECT_HANDLE_INFORMATION;
 using POBJECT_HANDLE_INFORMATION = OBJECT_HANDLE_INFORMATION*;
 
-// Handles know their objects' types themselves here: none needs to be told.
+// Handles here know the types of their objects: callers pass none.
 inline constexpr POBJECT_TYPE* IoFileObjectType = nullptr;
 
 enum TIMER_TYPE { NotificationTimer = 0, SynchronizationTimer = 1 };

@@ -21,7 +21,7 @@
 namespace lidcam::host {
 namespace {
 
-// Never destroyed: a driver may use files while statics go away.
+// Never destroyed: a driver may use files during static destruction.
 struct FileSystem {
   std::mutex Lock;
   std::filesystem::path Root;
@@ -44,7 +44,7 @@ NTSTATUS StatusOfError(int error) {
   switch (error) {
     case ENOENT:
       return STATUS_OBJECT_NAME_NOT_FOUND;
-    case EBADF:  // closed while another thread was about to use it
+    case EBADF:  // closed by another thread just before the use
       return STATUS_INVALID_HANDLE;
     case ENOTDIR:
       return STATUS_OBJECT_PATH_NOT_FOUND;
@@ -105,8 +105,8 @@ NTSTATUS SplitPath(std::u16string_view path, std::vector<std::filesystem::path>&
   }
 }
 
-// The entry of `folder` that `name` means: one spelled the same before one that differs in case.
-// `folder / name` where there is neither.
+// The entry of `folder` named `name`: one spelled the same before one that differs in case. `folder
+// / name` if neither exists.
 std::filesystem::path FindInFolder(const std::filesystem::path& folder,
                                    const std::filesystem::path& name) {
   std::filesystem::path exact = folder / name;
@@ -143,7 +143,7 @@ class HostFile final : public HandleObject {
   HostFile(int descriptor, ACCESS_MASK access) : descriptor_(descriptor), access_(access) {}
   ~HostFile() override { HostFile::Close(); }
 
-  // Some disks tell only here that they had no room for what was written.
+  // Some file systems report only here that they had no room for the data.
   NTSTATUS Close() override {
     const std::lock_guard guard(lock_);
     const int descriptor = std::exchange(descriptor_, kClosed);
@@ -183,9 +183,9 @@ class HostFile final : public HandleObject {
     return true;
   }
 
-  // The system may move less than asked at a time. The platform's reads go on to the end of the file
-  // or of the buffer, its writes until all is written. `atNothing` is what it means that the system
-  // moves no byte at all: the end of the file, or a disk that takes no more.
+  // The system may move less than requested at a time. The platform's reads continue to the end of
+  // the file or of the buffer, its writes until all is written. `atNothing` is the status if the
+  // system moves no byte: the end of the file, or a full disk.
   template <typename Transfer>
   NTSTATUS ForEachPiece(std::size_t length, std::size_t& done, NTSTATUS atNothing,
                         Transfer transfer) {
@@ -209,7 +209,7 @@ class HostFile final : public HandleObject {
   LONGLONG position_ = 0;
 };
 
-// To empty a file is to write to it, whatever the handle is good for afterwards.
+// Emptying a file is a write, regardless of the handle's access.
 int OpenFlags(ACCESS_MASK access, ULONG disposition) {
   const bool replaces = disposition == FILE_OVERWRITE_IF;
   const bool writes = replaces || (access & FILE_WRITE_DATA) != 0;
@@ -219,7 +219,7 @@ int OpenFlags(ACCESS_MASK access, ULONG disposition) {
   return direction | O_CLOEXEC | O_NONBLOCK | (replaces ? O_CREAT | O_TRUNC : 0);
 }
 
-// What is no file is not opened at all: that alone has effects on some devices.
+// Other kinds than files are not opened at all: opening alone has effects on some devices.
 NTSTATUS RequireFile(const struct stat& status) {
   if (S_ISDIR(status.st_mode)) return STATUS_FILE_IS_A_DIRECTORY;
   return S_ISREG(status.st_mode) ? STATUS_SUCCESS : STATUS_OBJECT_TYPE_MISMATCH;
@@ -240,7 +240,7 @@ NTSTATUS OpenFile(std::u16string_view name, ACCESS_MASK access, ULONG dispositio
   const int descriptor = ::open(path.c_str(), OpenFlags(access, disposition), kNewFileMode);
   if (descriptor < 0) return StatusOfError(errno);
   auto file = std::make_shared<HostFile>(descriptor, access);
-  // Something else may have come to the name meanwhile.
+  // The name may refer to something else by now.
   if (::fstat(descriptor, &found) != 0) return StatusOfError(errno);
   const NTSTATUS opened = RequireFile(found);
   if (!NT_SUCCESS(opened)) return opened;
@@ -264,7 +264,7 @@ void TellTrouble(std::u16string_view name, NTSTATUS status) {
   sink(path, status);
 }
 
-// The status that a read reports: `status`, unless its turn to fail has come.
+// The status that a read reports: `status`, or the injected fault if it is due.
 NTSTATUS WithReadFault(NTSTATUS status) {
   FileSystem& fileSystem = TheFileSystem();
   const std::lock_guard guard(fileSystem.Lock);

@@ -8,7 +8,7 @@
 
 namespace lidcam::host {
 
-/// Maps "\SystemRoot" to a folder of the user's. Files opened before stay open where they are.
+/// Maps "\SystemRoot" to a folder of the user. Files that are open already are not affected.
 ///
 /// Names below it are looked up as the platform does, without regard to the case of the letters A to
 /// Z. Nothing above the folder can be named. Sharing is not enforced. A pipe, a device or a socket in
@@ -23,16 +23,16 @@ void SetSystemRoot(const std::filesystem::path& folder);
 /// @par Any thread
 [[nodiscard]] std::filesystem::path SystemRoot();
 
-/// Told of a file that a driver wanted to read and could not open.
+/// Receives each file that a driver tried to read and could not open.
 ///
 /// @param path  as the driver named it, below the folder that "\SystemRoot" maps to
 using FileTroubleSink = std::function<void(const std::filesystem::path& path, NTSTATUS status)>;
 
-/// Sets where such troubles are told, on the thread that opens; null tells nobody, which is the
-/// initial state.
+/// Sets the receiver of such failures, called on the thread that opens; null ignores them, which is
+/// the initial state.
 void SetFileTroubleSink(FileTroubleSink sink);
 
-/// Lets the `countdown`-th ZwReadFile() from now on report `status`, once, after it has filled the
+/// Makes the `countdown`-th ZwReadFile() from now on report `status`, once, after it has filled the
 /// caller's buffer: 1 is the very next. 0 turns it off. All threads count together.
 void FailFileRead(std::uint32_t countdown, NTSTATUS status);
 

@@ -16,7 +16,7 @@
 namespace lidcam::host {
 namespace {
 
-// Never destroyed: a world may be looked at while statics go away.
+// Never destroyed: a world may be inspected during static destruction.
 struct OpenFiles {
   std::mutex Lock;
   std::set<const HostFile*> All;
@@ -29,7 +29,7 @@ OpenFiles& TheOpenFiles() {
 
 }  // namespace
 
-/// A file object with what belongs to it.
+/// A file object with the host's own data.
 struct HostFile : FILE_OBJECT {
   HostFile(PDEVICE_OBJECT device, std::u16string name, PFILE_OBJECT related)
       : FILE_OBJECT{}, Name(std::move(name)) {
@@ -54,14 +54,14 @@ struct HostFile : FILE_OBJECT {
   const Scheduler* World = &CurrentThread().World;
   std::u16string Name;
   std::atomic<LONG> References{1};
-  bool IsOpening = true;  ///< the driver hasn't answered yet; under the files' lock
+  bool IsOpening = true;  ///< the driver hasn't completed the create yet; under the files' lock
 };
 
 namespace {
 
-/// For destructors, which exceptions of an application may run, too: those of a world that stops leave
-/// everything as it stands. Applications keep these objects in pointers whose destructors let nothing
-/// out: a world that stops meanwhile stops the thread at its next kernel call.
+/// For destructors, which may also run while an exception of the application unwinds: in a world
+/// that stops they leave everything as it is. They must not throw, because applications keep these
+/// objects in smart pointers; a stopping world stops the thread at its next kernel call.
 template <typename Action>
 void UnlessTheWorldStops(const Action& action) {
   if (CurrentThread().World.IsStopping()) return;
@@ -92,7 +92,7 @@ IO_STACK_LOCATION ControlRequest(HostFile& file, ULONG code, const ControlBuffer
   return location;
 }
 
-/// A file that is being opened keeps its device; null if that is being removed.
+/// A file that is being opened keeps its device; null if the device is being removed.
 std::unique_ptr<HostFile> BeginOpening(PDEVICE_OBJECT device, std::u16string name,
                                        PFILE_OBJECT related) {
   auto made = std::make_unique<HostFile>(device, std::move(name), related);
@@ -129,7 +129,7 @@ void Pause() {
   KeDelayExecutionThread(KernelMode, FALSE, &interval);
 }
 
-/// What ends something can't fail for want of memory: the platform keeps some for it.
+/// Requests that end something can't fail for lack of memory: the platform reserves some for them.
 bool MustBeSent(const IO_STACK_LOCATION& request) {
   const bool isRemoval = request.MinorFunction == IRP_MN_REMOVE_DEVICE ||
                          request.MinorFunction == IRP_MN_SURPRISE_REMOVAL;
@@ -137,7 +137,7 @@ bool MustBeSent(const IO_STACK_LOCATION& request) {
          (request.MajorFunction == IRP_MJ_PNP && isRemoval);
 }
 
-/// A handle is a reference of its own.
+/// A handle holds a reference of its own.
 class FileHandle final : public HandleObject {
  public:
   explicit FileHandle(HostFile& file) : file_(file) { ++file_.References; }
@@ -195,7 +195,7 @@ DeviceRequest::~DeviceRequest() noexcept(false) {
   });
 }
 
-// The request is kept for whoever sent it to look at.
+// The request is kept for its sender to read.
 NTSTATUS DeviceRequest::CameBack(PDEVICE_OBJECT, PIRP, PVOID context) {
   KeSetEvent(&static_cast<DeviceRequest*>(context)->back_, IO_NO_INCREMENT, FALSE);
   return STATUS_MORE_PROCESSING_REQUIRED;
@@ -227,8 +227,8 @@ LONG DereferenceFileObject(PVOID object) {
   HostFile& file = *static_cast<HostFile*>(static_cast<PFILE_OBJECT>(object));
   const LONG left = --file.References;
   if (left != 0) return left;
-  // The driver may delete a device that has gone while it closes its last file: nothing of the device
-  // is touched after that, and IoDeleteDevice() finds out one that is deleted earlier.
+  // The driver may delete a removed device while it closes the last file: the device must not be
+  // touched afterwards. IoDeleteDevice() detects a device that is deleted earlier.
   LetGoOfDevice(file);
   SendAndWait(file.DeviceObject, FileRequest(IRP_MJ_CLOSE, file));
   delete &file;
@@ -270,7 +270,7 @@ DeviceFile::DeviceFile(HostFile* file)
 
 NTSTATUS DeviceFile::Open(PDEVICE_OBJECT device, std::u16string name, const DeviceFile* related,
                           std::unique_ptr<DeviceFile>& file) {
-  // The driver that opens the file closes it, even if its device has left the stack by then.
+  // The driver that opened the file closes it, even if its device has left the stack meanwhile.
   std::unique_ptr<HostFile> made =
       BeginOpening(TopOf(device), std::move(name), related != nullptr ? related->file_ : nullptr);
   if (made == nullptr) return STATUS_DELETE_PENDING;

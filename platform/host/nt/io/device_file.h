@@ -11,8 +11,8 @@ namespace lidcam::host {
 class Scheduler;
 struct HostFile;
 
-/// What an application hands in with a request, and where the answer goes. The memory is the
-/// application's and outlives the request.
+/// Input and output buffers of an application's request. The application owns the memory, which
+/// outlives the request.
 struct ControlBuffers {
   PVOID Input = nullptr;
   ULONG InputBytes = 0;
@@ -20,55 +20,55 @@ struct ControlBuffers {
   ULONG OutputBytes = 0;
 };
 
-/// A request that is sent and may take its time. Passive level.
+/// A request in flight. Passive level.
 class DeviceRequest {
  public:
   DeviceRequest(const DeviceRequest&) = delete;
   DeviceRequest& operator=(const DeviceRequest&) = delete;
 
-  /// Cancels the request if it is still out, and waits for it.
+  /// Cancels the request if it is in flight, and waits for its completion.
   ~DeviceRequest() noexcept(false);
 
-  /// Waits until the request has come back.
+  /// Waits for the completion of the request.
   ///
   /// @param timeout  as KeWaitForSingleObject() takes it; null waits without limit
-  /// @return false if it is still out
+  /// @return false if it is still in flight
   [[nodiscard]] bool Wait(PLARGE_INTEGER timeout = nullptr);
 
-  /// Asks the driver to give it back; it may take a while, or come back done.
+  /// Cancels the request; its completion may take a while, or may have succeeded already.
   void Cancel();
 
-  /// Of a request that has come back.
+  /// Of a completed request.
   [[nodiscard]] NTSTATUS Status() const;
   [[nodiscard]] ULONG_PTR Information() const;
 
-  /// Signalled while the request is back.
+  /// Signalled when the request is completed.
   [[nodiscard]] PKEVENT Event() { return &back_; }
 
  private:
   friend class DeviceFile;
   friend NTSTATUS SendAndWait(PDEVICE_OBJECT device, const IO_STACK_LOCATION& parameters);
 
-  /// @param parameters  what the top driver finds in its stack location
+  /// @param parameters  the stack location of the topmost driver
   /// @param output      becomes the request's UserBuffer
-  /// @param keptFile    stays open until the request has come back; may be null
+  /// @param keptFile    stays open until the request is completed; may be null
   DeviceRequest(PDEVICE_OBJECT device, const IO_STACK_LOCATION& parameters, PVOID output,
                 HostFile* keptFile);
 
   static NTSTATUS NTAPI CameBack(PDEVICE_OBJECT device, PIRP irp, PVOID context);
 
   KEVENT back_{};
-  PIRP irp_ = nullptr;  ///< null if the kernel had none
+  PIRP irp_ = nullptr;  ///< null if its allocation failed
   HostFile* const keptFile_;
 };
 
-/// An application's opening of a device. Passive level; from several threads, but for the end.
+/// An application's open file of a device. Passive level; any thread, except for the destructor.
 class DeviceFile {
  public:
   /// Opens a device.
   ///
-  /// @param device   any of its stack: the topmost driver is asked
-  /// @param name     what follows the device's own name; the bytes may be anything
+  /// @param device   any of its stack: the topmost driver gets the request
+  /// @param name     what follows the device's own name; any bytes
   /// @param related  the file that `name` is relative to; may be null
   /// @param file     is set on success only
   /// @return the driver's status, or STATUS_INSUFFICIENT_RESOURCES
@@ -78,13 +78,13 @@ class DeviceFile {
   DeviceFile(const DeviceFile&) = delete;
   DeviceFile& operator=(const DeviceFile&) = delete;
 
-  /// Lets the driver clean up, and closes the file once nobody refers to it, of whom requests that are
-  /// still out are some. Files that are relative to it may outlive it.
+  /// Sends the driver the cleanup, and closes the file when its last reference is released, of
+  /// which each request in flight holds one. Files opened relative to it may outlive it.
   ~DeviceFile() noexcept(false);
 
-  /// Sends a device control request and waits for its end.
+  /// Sends a device control request and waits for its completion.
   ///
-  /// @param information  what the driver says of its answer, on success mostly bytes
+  /// @param information  the driver's IoStatus.Information, on success mostly a number of bytes
   NTSTATUS Control(ULONG code, const ControlBuffers& buffers, ULONG_PTR& information) const;
 
   /// Sends a device control request.
@@ -104,22 +104,22 @@ class DeviceFile {
   const HANDLE handle_;
 };
 
-/// Nobody can open the device from now on; returns once those who are at it have come to an end. As
-/// the platform does it, a device is removed behind the openings that it was asked for before.
+/// Refuses all further openings of the device, and returns when those in progress have ended. As on
+/// the platform, a device is removed after the openings that began before.
 void CloseToOpenings(PDEVICE_OBJECT device);
 
 /// Files that are open, or still referred to, in the calling thread's world.
 [[nodiscard]] std::size_t OpenFileCount();
 
-/// A file of this world that is still open or referred to; empty if none.
+/// A file of this world that is still open or referenced; empty if none.
 [[nodiscard]] std::string FindOpenFile(const Scheduler& world);
 
-/// All files of a world that goes.
+/// Forgets all files of a world that ends.
 void ForgetFilesOfWorld(const Scheduler& world);
 
-/// Sends a request of no file to the top of a device's stack and waits for its end: plug and play,
-/// power.
-/// @return its status; STATUS_NOT_SUPPORTED if no driver gave one
+/// Sends a request without a file to the top of a device's stack and waits for its completion: plug
+/// and play, power.
+/// @return its status; STATUS_NOT_SUPPORTED if no driver set one
 NTSTATUS SendAndWait(PDEVICE_OBJECT device, const IO_STACK_LOCATION& parameters);
 
 /// ObfDereferenceObject() of a file object: the last reference closes the file.

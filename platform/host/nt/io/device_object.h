@@ -6,8 +6,8 @@
 
 namespace lidcam::host {
 
-/// A device of the host: the published object, and behind it what the host alone needs to know.
-/// IoCreateDevice() makes them; a test that only wants a device with settings declares one.
+/// A device of the host: the published object, followed by the host's own data. IoCreateDevice()
+/// makes them; a test that needs only a device with settings declares one.
 struct HostDevice : DEVICE_OBJECT {
   HostDevice() : HostDevice(std::u16string()) {}
   explicit HostDevice(std::u16string driverKey);
@@ -17,7 +17,7 @@ struct HostDevice : DEVICE_OBJECT {
   DEVOBJ_EXTENSION Extension{};
 
   /// Full path of the registry key that holds the device's driver settings, in the kernel's form
-  /// (\Registry\Machine\...). Empty for a device that nobody installed: it has no settings.
+  /// (\Registry\Machine\...). Empty for a device that was not installed: it has no settings.
   std::u16string DriverKey;
 
   /// Plug and play removes the device: it can't be opened any more.
@@ -28,8 +28,8 @@ struct HostDevice : DEVICE_OBJECT {
 [[nodiscard]] HostDevice* FindHostDevice(PDEVICE_OBJECT device);
 
 /// Fills a driver object as the platform does before it calls the driver's entry: every request is
-/// answered with STATUS_INVALID_DEVICE_REQUEST until the driver puts in its own routines. One that was
-/// filled before at this address is gone, with all that was added to it.
+/// completed with STATUS_INVALID_DEVICE_REQUEST until the driver sets its own routines. Forgets a
+/// driver object that was filled at this address before, with all that was added to it.
 void InitializeDriverObject(DRIVER_OBJECT& driver);
 
 /// The driver key of the imaging device with this number in the platform's class of imaging devices:

@@ -1,4 +1,4 @@
-// Driver objects, and what others keep with them.
+// Driver objects, and their extensions.
 
 #include <algorithm>
 #include <map>
@@ -23,8 +23,7 @@ struct DriverRecord {
   std::map<PVOID, ClientMemory> Clients;
 };
 
-// Never destroyed: driver objects are plain memory of whoever loads the driver, and nobody tells when
-// they go.
+// Never destroyed: a driver object is plain memory of its loader, and its end is not reported.
 struct Drivers {
   std::mutex Lock;
   std::map<const DRIVER_OBJECT*, std::unique_ptr<DriverRecord>> Records;

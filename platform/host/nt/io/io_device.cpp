@@ -1,4 +1,4 @@
-// Devices, and the stacks that they stand in.
+// Devices, and their device stacks.
 
 #include <cstring>
 #include <memory>
@@ -14,7 +14,7 @@ namespace {
 
 constexpr ULONG kDeviceTag = 0x69766544;  // "Devi"
 
-// Of at least a byte: its block shows a device that nobody deleted.
+// At least one byte: the block shows a device that was not deleted.
 void* AllocateExtension(ULONG size) {
   void* const extension = AllocatePoolBlock(NonPagedPool, size, kDeviceTag);
   if (extension != nullptr) std::memset(extension, 0, size);

@@ -1,4 +1,4 @@
-// The way of a request: down through the dispatch routines, up through the completion routines.
+// The path of a request: down through the dispatch routines, up through the completion routines.
 
 #include <string>
 
@@ -10,7 +10,7 @@
 namespace lidcam::host {
 namespace {
 
-// Drivers must hand the level back as they got it.
+// Drivers must return at the interrupt level at which they were called.
 void ExpectLevel(const CallRule& rule, PIRP irp, const char* routine, KIRQL before) {
   const KIRQL now = CurrentThread().Level;
   if (now == before) return;
@@ -20,7 +20,7 @@ void ExpectLevel(const CallRule& rule, PIRP irp, const char* routine, KIRQL befo
                          ", returned at level " + std::to_string(now));
 }
 
-// True if the driver above takes the request back.
+// True if the routine stops the completion (STATUS_MORE_PROCESSING_REQUIRED).
 bool CallCompletionRoutine(const CallRule& rule, PIRP irp, const CompletionStep& step) {
   const KIRQL level = CurrentThread().Level;
   NoteIrp(irp, "completion routine's context", step.Context);
@@ -58,7 +58,7 @@ void IofCompleteRequest(PIRP irp, CCHAR) {
     if (step.IsEnd) break;
     if (step.Routine != nullptr && CallCompletionRoutine(rule, irp, step)) return;
   }
-  // Requests are made by drivers here: there is no thread of an application to hand it to.
+  // Requests are made by drivers here: no application's thread waits for the request.
   ReportIrpViolation(
       rule.Name, irp,
       DescribeObject("IRP", irp) + " came to its end, and no completion routine kept it");

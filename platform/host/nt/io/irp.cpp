@@ -1,4 +1,4 @@
-// The lives of requests: allocated or initialised, reused, freed.
+// The lifetime of requests: allocated or initialised, reused, freed.
 
 #include <cstring>
 #include <string>

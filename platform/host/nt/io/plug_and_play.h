@@ -3,8 +3,9 @@
 #include "platform/host/nt/declarations/nt_declarations.h"
 #include "platform/host/nt/declarations/pnp_declarations.h"
 
-// What the plug and play manager and the power manager tell a device's drivers. `device` is any of its
-// stack: the topmost driver is asked. Each gives the drivers' status. Passive level.
+// Requests of the plug and play manager and the power manager to a device's drivers. `device` is
+// any of its stack: the topmost driver gets the request. Each returns the drivers' status. Passive
+// level.
 
 namespace lidcam::host {
 
@@ -14,10 +15,10 @@ NTSTATUS StopDevice(PDEVICE_OBJECT device);
 NTSTATUS QueryRemoveDevice(PDEVICE_OBJECT device);
 NTSTATUS SurpriseRemoveDevice(PDEVICE_OBJECT device);
 
-/// The drivers above the bus's own have gone from the stack when it returns.
+/// On return the drivers above the bus driver have left the stack.
 NTSTATUS RemoveDevice(PDEVICE_OBJECT device);
 
-/// @param capabilities  what the drivers set is added to it
+/// @param capabilities  the drivers add theirs
 NTSTATUS QueryCapabilities(PDEVICE_OBJECT device, DEVICE_CAPABILITIES& capabilities);
 
 NTSTATUS SetDevicePower(PDEVICE_OBJECT device, DEVICE_POWER_STATE state);

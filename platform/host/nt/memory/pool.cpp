@@ -23,11 +23,11 @@ struct Block {
   POOL_TYPE Type;
   std::size_t Size;
   std::uint32_t Tag;
-  const Scheduler* World;            ///< that allocated it; null if that is gone
-  std::shared_ptr<PoolArena> Arena;  ///< that it lies in; null: memory of malloc()
+  const Scheduler* World;            ///< that allocated it; null if the world has ended
+  std::shared_ptr<PoolArena> Arena;  ///< that contains it; null: memory of malloc()
 };
 
-// Never destroyed: drivers may free memory while statics go away.
+// Never destroyed: drivers may free memory during static destruction.
 struct Pool {
   std::mutex Lock;
   std::unordered_map<void*, Block> Blocks;
@@ -66,14 +66,14 @@ void CheckOverrun(const char* call, const void* memory, const Block& block) {
   }
 }
 
-// Requests and their URBs are taken and freed thousands of times in a run. Uses of a freed request are
-// seen by the calls that it goes through.
+// Requests and their URBs are allocated and freed thousands of times in a run. A use of a freed
+// request is detected by the calls that it is passed to.
 bool IsTakenAmongOthers(std::size_t size, std::uint32_t tag) {
-  constexpr std::size_t kLargestUrb = 176;  // with its marks
+  constexpr std::size_t kLargestUrb = 176;  // with its guards
   return size <= (tag == kIrpTag ? PoolArena::kLargestAmongOthers : kLargestUrb);
 }
 
-// An arena that has given out all its addresses leaves the rest to malloc().
+// When an arena has no addresses left, malloc() is used.
 void* TakeMemory(std::shared_ptr<PoolArena>& arena, std::size_t size, std::uint32_t tag) {
   const std::size_t bytes = GuardedBytes(size);
   if (bytes == 0) return nullptr;

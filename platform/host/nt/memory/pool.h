@@ -9,10 +9,10 @@
 
 namespace lidcam::host {
 
-/// Of request packets: "Irp ".
+/// Tag of request packets: "Irp ".
 inline constexpr std::uint32_t kIrpTag = 0x20707249;
 
-/// What stands in the host's pool, of both types unless a member says otherwise.
+/// The contents of the host's pool, of both types unless a member says otherwise.
 struct PoolUsage {
   std::size_t Blocks = 0;
   std::size_t Bytes = 0;
@@ -25,26 +25,27 @@ struct PoolUsage {
 /// Blocks and bytes of all tags.
 [[nodiscard]] PoolUsage PoolUsageOfAll();
 
-/// What a world allocated and has not freed, as "2 block(s) of 48 bytes with tag 'Test'" for each
-/// tag; empty if nothing.
+/// A world's allocations that were not freed, as "2 block(s) of 48 bytes with tag 'Test'" for each
+/// tag; empty if none.
 [[nodiscard]] std::string DescribePoolOfWorld(const Scheduler& world);
 
-/// A world goes: its blocks are nobody's.
+/// Drops the blocks of a world that ends: they belong to no world any more.
 void ForgetPoolOfWorld(const Scheduler& world);
 
-/// For the kernel's own objects that drivers get: memory of the pool, without a call of the driver's.
+/// Allocates the kernel's own objects that drivers get: memory of the pool, without a driver's
+/// call.
 ///
-/// @return null if there is none, or if the allocation is to fail
+/// @return null without memory, or for an injected failure
 [[nodiscard]] void* AllocatePoolBlock(POOL_TYPE type, std::size_t size, std::uint32_t tag);
 
-/// Frees a block, which must not be overrun, or hold objects in use; `call` is who reports it.
+/// Frees a block, which must not be overrun or contain objects in use; `call` is named in reports.
 void FreePoolBlock(const char* call, void* memory);
 
-/// Lets the `countdown`-th allocation from now on fail, once: 1 is the very next. 0 turns it off.
+/// Makes the `countdown`-th allocation from now on fail, once: 1 is the very next. 0 turns it off.
 /// All threads count together.
 void FailPoolAllocation(std::uint32_t countdown);
 
-/// The failure that FailPoolAllocation() asked for is still to come.
+/// Whether the failure of FailPoolAllocation() is still to come.
 [[nodiscard]] bool IsPoolFailureToCome();
 
 }  // namespace lidcam::host

@@ -25,7 +25,7 @@ namespace {
 constexpr std::size_t kAlignment = 16;
 constexpr std::size_t kFreedBytesKept = std::size_t{64} << 20;
 
-// Made accessible together, so that few allocations are calls of the system.
+// Made accessible together, so that few allocations need a system call.
 constexpr std::size_t kPagesOpenedAtOnce = 1024;
 
 std::size_t PageSize() {
@@ -39,7 +39,7 @@ constexpr std::size_t kReservedBytes = std::size_t{4} << 30;
 
 struct sigaction g_handlerBefore {};
 
-// What is no use of freed memory happens again, without us.
+// Any other access raises the signal again, with the previous action.
 void OnRefusedAccess(int, siginfo_t* info, void*) {
   Thread* const self = FindCurrentThread();
   PoolArena* const arena = self != nullptr ? self->World.Arena().get() : nullptr;
@@ -102,7 +102,7 @@ bool PoolArena::NewRun(std::size_t bytes) {
   return true;
 }
 
-// Allocations stand by their address, so that a page that is shared ends with the next run.
+// Allocations are kept in the order of their addresses: a new run ends the shared page.
 void* PoolArena::TakeAlone(std::size_t size, std::uint32_t tag) {
   if (sharedRun_ != kNone) LetGo(std::exchange(sharedRun_, kNone));
   if (!NewRun(size)) return nullptr;
@@ -127,7 +127,7 @@ void* PoolArena::TakeAmongOthers(std::size_t size, std::uint32_t tag) {
   return start;
 }
 
-// The last one that begins at or ahead of the address.
+// The last allocation that begins at or before the address.
 const PoolArena::Allocation& PoolArena::Find(const void* address) const {
   const auto* const at = static_cast<const std::byte*>(address);
   return *std::prev(std::ranges::upper_bound(allocations_, at, std::less<>{}, &Allocation::Start));
@@ -153,7 +153,7 @@ void PoolArena::DropBytes(std::size_t page, std::size_t pages) {
   if (pages != 0) madvise(PageAt(page), pages * PageSize(), MADV_DONTNEED);
 }
 
-// Neighbours go together: most of what is old has been freed.
+// Neighbours are dropped together: most old memory has been freed.
 void PoolArena::DropBytesUpTo(std::size_t end) {
   std::size_t first = 0;
   std::size_t pages = 0;

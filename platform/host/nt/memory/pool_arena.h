@@ -10,19 +10,19 @@
 namespace lidcam::host {
 
 /// The pool memory of one simulated world. No address is given out twice, and freed memory becomes
-/// inaccessible: the signal that a use of it raises is answered by noting the use and letting the
-/// thread go on with the bytes that were there, so that the world can report it at the thread's next
+/// inaccessible: an access to it raises a signal, whose handler notes the use and lets the thread
+/// continue with the bytes that were there, so that the world can report it at the thread's next
 /// kernel call.
 ///
-/// Memory that is taken alone has pages of its own. What is taken among others, for less cost, shares
-/// a page with its neighbours, and becomes inaccessible with the last of them. The last 64 MiB of freed
-/// memory keep their bytes; what was freed before that reads as zeros.
+/// Memory from TakeAlone() has pages of its own. Memory from TakeAmongOthers(), which costs less,
+/// shares a page with its neighbours, and becomes inaccessible with the last of them. The last 64
+/// MiB of freed memory keep their bytes; memory freed before that reads as zeros.
 /// @par One thread at a time, as the threads of a simulated world run
 class PoolArena {
  public:
   static constexpr std::size_t kLargestAmongOthers = 1024;
 
-  /// @return null where there is no room for one, and under a sanitizer, which sees such uses by itself
+  /// @return null without address space, and under a sanitizer, which detects such uses itself
   [[nodiscard]] static std::shared_ptr<PoolArena> Make();
 
   PoolArena(const PoolArena&) = delete;
@@ -37,13 +37,13 @@ class PoolArena {
 
   void Free(void* memory);
 
-  /// The world has ended. What is still allocated stays accessible until it is freed; nothing else is
-  /// looked after any more.
+  /// The world has ended. Allocated memory stays accessible until it is freed; further uses of
+  /// freed memory are not detected.
   void Retire();
 
-  /// For the signal handler: lets an access to freed memory go on.
+  /// For the signal handler: lets an access to freed memory continue.
   ///
-  /// @return false if `address` doesn't lie in any
+  /// @return false if `address` lies in no arena
   [[nodiscard]] bool Revive(const void* address, FreedUse& use) noexcept;
 
  private:
@@ -51,7 +51,7 @@ class PoolArena {
   struct Run {
     std::size_t Page;
     std::size_t Pages;
-    std::size_t Users;  ///< allocations that have not been freed, and one while the run takes more
+    std::size_t Users;  ///< allocations not yet freed, plus one while the run can take more
   };
   struct Allocation {
     std::byte* Start;
@@ -75,11 +75,11 @@ class PoolArena {
   std::size_t reservedBytes_;
   std::vector<Run> runs_;                ///< by address
   std::vector<Allocation> allocations_;  ///< by address
-  std::size_t sharedRun_ = kNone;        ///< that takes more
-  std::size_t sharedBytes_ = 0;          ///< of it that have been given out
+  std::size_t sharedRun_ = kNone;        ///< the run that can take more
+  std::size_t sharedBytes_ = 0;          ///< bytes of it that are allocated
   std::size_t usedPages_ = 0;
-  std::size_t openPages_ = 0;       ///< that have been made accessible
-  std::size_t dropped_ = 0;         ///< of so many first runs the freed ones have no bytes
+  std::size_t openPages_ = 0;       ///< made accessible so far
+  std::size_t dropped_ = 0;         ///< number of first runs whose freed ones have lost their bytes
   std::size_t freedWithBytes_ = 0;  ///< pages
   bool isRetired_ = false;
 

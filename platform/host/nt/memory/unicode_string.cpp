@@ -5,14 +5,14 @@
 #include "platform/host/nt/declarations/nt_declarations.h"
 
 #if defined(__clang__) && __clang_major__ < 14
-// This compiler leaves the constructor from two pointers to the library, which has none for this character.
+// The compiler expects this constructor in the library, which has none for this character type.
 template void std::u16string::_M_construct(const char16_t*, const char16_t*,
                                            std::forward_iterator_tag);
 #endif
 
 namespace {
 
-// Strings are counted in 16 bits; the longest that still has room for a terminator.
+// Lengths are 16 bits; the longest string that still has room for a terminator.
 constexpr std::size_t kLongestString = 0xFFFC;
 
 }  // namespace
@@ -26,7 +26,7 @@ void RtlInitUnicodeString(PUNICODE_STRING destination, PCWSTR source) {
       std::min(std::u16string_view(source).size() * sizeof(WCHAR), kLongestString);
   destination->Length = static_cast<USHORT>(bytes);
   destination->MaximumLength = static_cast<USHORT>(bytes + sizeof(WCHAR));
-  // The published structure has no room for const; nobody writes through it.
+  // The published structure has no room for const; the buffer is never written.
   destination->Buffer = const_cast<PWSTR>(source);
 }
 

@@ -127,7 +127,7 @@ void RunDeferredCall(PVOID item) {
   dpc->DpcData = nullptr;
   SetObjectInUse(dpc, nullptr);
   guard.unlock();
-  // From here on the owner may queue, free or initialise it again.
+  // From here on the owner may queue, free or reinitialise it.
   call.DeferredRoutine(dpc, call.DeferredContext, call.SystemArgument1, call.SystemArgument2);
 }
 
@@ -176,7 +176,7 @@ void WakeWaiters(DISPATCHER_HEADER& header) {
     link = link->Flink;
     if (!TrySatisfy(wait)) continue;
     Complete(wait);
-    // One wait can stand in the queue more than once: what followed may have gone with it.
+    // One wait may be in the queue more than once: the next entry may have been removed with it.
     link = head->Flink;
   }
 }

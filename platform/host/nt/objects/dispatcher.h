@@ -10,7 +10,7 @@
 
 namespace lidcam::host {
 
-/// The numbers that the platform gives the kinds of dispatcher objects in DISPATCHER_HEADER.Type.
+/// The platform's numbers of the kinds of dispatcher objects in DISPATCHER_HEADER.Type.
 enum DispatcherType : UCHAR {
   kNotificationEventType = 0,
   kSynchronizationEventType = 1,
@@ -23,14 +23,14 @@ enum DispatcherType : UCHAR {
 
 struct Wait;
 
-/// A thread's place in the queue of one object that it waits for.
+/// A thread's entry in the queue of one object that it waits for.
 struct WaitEntry {
   LIST_ENTRY Link{};
   Wait* Owner = nullptr;
   DISPATCHER_HEADER* Object = nullptr;
 };
 
-/// One wait of one thread. It lives on the thread's stack; others touch it under the world's lock.
+/// One wait of one thread, on the thread's stack; other threads access it under the world's lock.
 struct Wait {
   Thread& Self;
   WAIT_TYPE Type;
@@ -44,8 +44,8 @@ struct Wait {
 /// Fills the header of a fresh object.
 void InitializeHeader(DISPATCHER_HEADER& header, UCHAR type, std::size_t size, LONG state);
 
-/// A semaphore that is made with a count and a limit of 1 is used as a lock: its order with others counts,
-/// and the thread that takes it gives it back.
+/// A semaphore with a count and a limit of 1 is used as a lock: its order with other locks is
+/// checked, and the thread that takes it releases it.
 inline void MarkAsLock(KSEMAPHORE& semaphore, bool isLock) {
   semaphore.Header.Absolute = isLock ? 1 : 0;
 }
@@ -53,19 +53,19 @@ inline bool IsLock(const DISPATCHER_HEADER& header) {
   return header.Type == kSemaphoreType && header.Absolute != 0;
 }
 
-/// Hands the object's signal to those that wait for it, first come first served, as long as there
-/// is any. Under the world's lock.
+/// Passes the object's signal to its waiters, first come first served, as long as it is signalled.
+/// Under the world's lock.
 void WakeWaiters(DISPATCHER_HEADER& header);
 
-/// The interrupt time that a time limit or a timer's time means: negative ones count from now,
-/// others are system times. Times beyond a hundred years are cut there.
+/// The interrupt time of a time limit or a timer's time: negative ones count from now, others are
+/// system times. Limited to a hundred years.
 [[nodiscard]] LONGLONG DueTime(const Scheduler& world, const LARGE_INTEGER& time);
 
-/// Waits for one or all of `objects`, or for none but the time limit.
+/// Waits for one or all of `objects`; without objects, for the time limit only.
 NTSTATUS WaitForObjects(const CallRule& rule, std::span<const PVOID> objects, WAIT_TYPE type,
                         const LARGE_INTEGER* limit);
 
-/// Starts a timer, or starts it anew. Under the lock.
+/// Starts a timer, or restarts it. Under the lock.
 ///
 /// @return whether it was set before
 bool SetTimer(Scheduler& world, PKTIMER timer, LONGLONG due);

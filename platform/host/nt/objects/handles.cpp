@@ -10,7 +10,7 @@
 namespace lidcam::host {
 namespace {
 
-// Never destroyed: a driver may close handles while statics go away.
+// Never destroyed: a driver may close handles during static destruction.
 struct HandleTable {
   std::mutex Lock;
   std::unordered_map<std::uintptr_t, std::shared_ptr<HandleObject>> Objects;

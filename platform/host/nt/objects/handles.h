@@ -7,7 +7,7 @@
 
 namespace lidcam::host {
 
-/// Something that a kernel handle stands for: an open file, an open registry key.
+/// The object behind a kernel handle: an open file, an open registry key.
 class HandleObject {
  public:
   HandleObject() = default;
@@ -15,22 +15,22 @@ class HandleObject {
   HandleObject& operator=(const HandleObject&) = delete;
   virtual ~HandleObject() = default;
 
-  /// Called once by ZwClose(), after the handle has gone from the table and with no lock held.
+  /// Called once by ZwClose(), after the handle was removed from the table and with no lock held.
   ///
-  /// @return the status that ZwClose() gives; the handle is gone whatever it is
+  /// @return the status of ZwClose(); the handle is closed in any case
   virtual NTSTATUS Close() { return STATUS_SUCCESS; }
 
-  /// For ObReferenceObjectByHandle(): the kernel object behind the handle, with a reference more; null
-  /// if drivers can't refer to it.
+  /// For ObReferenceObjectByHandle(): the kernel object behind the handle, with one more reference;
+  /// null if drivers can't refer to it.
   virtual PVOID Reference() { return nullptr; }
 };
 
-/// Gives `object` a handle. Handles are never null, are multiples of 4 and are not soon used again,
-/// so that a handle used after its close is found out.
+/// Gives `object` a handle. Handles are never null, are multiples of 4 and are not reused soon, so
+/// that the use of a closed handle is detected.
 /// @par Any thread
 [[nodiscard]] HANDLE OpenHandle(std::shared_ptr<HandleObject> object);
 
-/// What `handle` stands for; null for a handle that isn't open.
+/// The object of `handle`; null for a handle that isn't open.
 /// @par Any thread
 [[nodiscard]] std::shared_ptr<HandleObject> FindHandle(HANDLE handle);
 
@@ -46,7 +46,7 @@ template <typename Kind>
   return object != nullptr ? STATUS_SUCCESS : STATUS_OBJECT_TYPE_MISMATCH;
 }
 
-/// Handles that are open now: what a driver leaks when it forgets a ZwClose().
+/// Number of open handles, which grows if a driver forgets a ZwClose().
 [[nodiscard]] std::size_t OpenHandleCount();
 
 }  // namespace lidcam::host

@@ -10,7 +10,7 @@
 namespace lidcam::host {
 namespace {
 
-// A handle of a thread object. It is a reference of its own.
+// A handle of a thread object, with a reference of its own.
 class ThreadHandle : public HandleObject {
  public:
   explicit ThreadHandle(Thread& thread) : thread_(thread) { ++thread.References; }

@@ -3,7 +3,7 @@
 #include "platform/host/nt/verifier/kernel_faults.h"
 #include "platform/host/nt/verifier/object_tracker.h"
 
-/// The work item that drivers get from the kernel. The platform keeps its layout to itself.
+/// A work item as drivers get it from the kernel. The platform does not publish its layout.
 struct IO_WORKITEM {
   WORK_QUEUE_ITEM Item;
   PDEVICE_OBJECT Device;
@@ -25,7 +25,7 @@ void RunWorkItem(PVOID item) {
   call.WorkerRoutine(call.Parameter);
 }
 
-// An item's first link tells whether it is queued, as on the platform.
+// An item's first link shows whether it is queued, as on the platform.
 void QueueItem(Scheduler& world, const char* call, PWORK_QUEUE_ITEM item) {
   std::unique_lock guard(world.Lock());
   if (item->List.Flink != nullptr) {
@@ -65,7 +65,7 @@ void IoQueueWorkItem(PIO_WORKITEM item, PIO_WORKITEM_ROUTINE routine, WORK_QUEUE
   ExpectObject(rule.Name, ObjectKind::WorkItem, item);
   WORK_QUEUE_ITEM& work = item->Item;
   {
-    // A queued item keeps what it was queued with; QueueItem() tells.
+    // A queued item keeps its routine and context; QueueItem() reports the second queueing.
     const std::lock_guard guard(self.World.Lock());
     if (work.List.Flink == nullptr) {
       item->Routine = routine;
@@ -88,7 +88,7 @@ void ExQueueWorkItem(PWORK_QUEUE_ITEM item, WORK_QUEUE_TYPE) {
   const CallRule& rule = calls::kExQueueWorkItem;
   Thread& self = EnterKernelCall(rule, item);
   const PreemptionBehind behind(rule.Name, item);
-  // Drivers keep these in memory of their own, known to us only while they are queued.
+  // Such an item is in memory of the driver, and registered only while it is queued.
   if (item->List.Flink == nullptr) {
     RegisterObject(rule.Name, ObjectKind::QueueItem, item, sizeof(*item));
   }

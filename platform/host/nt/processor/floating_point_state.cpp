@@ -27,7 +27,7 @@ void FailFloatingPointSave(std::uint32_t countdown) {
 
 }  // namespace lidcam::host
 
-// User mode keeps every thread's registers anyway.
+// User mode preserves every thread's registers anyway.
 NTSTATUS KeSaveFloatingPointState(PKFLOATING_SAVE state) {
   const auto& rule = lidcam::host::calls::kKeSaveFloatingPointState;
   lidcam::host::EnterKernelCall(rule, state);

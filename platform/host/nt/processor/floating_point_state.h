@@ -12,7 +12,7 @@ struct FloatingPointUse {
 
 [[nodiscard]] FloatingPointUse FloatingPointUseSoFar();
 
-/// Lets the `countdown`-th save from now on fail, once: 1 is the very next. 0 turns it off.
+/// Makes the `countdown`-th save from now on fail, once: 1 is the very next. 0 turns it off.
 void FailFloatingPointSave(std::uint32_t countdown);
 
 }  // namespace lidcam::host

@@ -1,4 +1,4 @@
-// One atomic step each, and a place where a simulation may switch threads.
+// Each is one atomic step, and a switch point of a simulation.
 
 #include "platform/host/nt/scheduling/thread.h"
 
@@ -8,7 +8,7 @@ using lidcam::host::calls::kInterlocked;
 
 namespace {
 
-// For the history, and for those who look at switch points.
+// For the history, and for the hooks at switch points.
 const void* Plain(LONG volatile* word) {
   return const_cast<const LONG*>(word);
 }

@@ -10,10 +10,10 @@
 
 namespace lidcam::host {
 
-// Guards of the host's own drivers (USB stack, streaming class) around kernel calls. A world that
-// stops unwinds its threads: nothing is let go of then, and no kernel is called.
+// Guards around kernel calls of the host's own drivers (USB stack, streaming class). A world that
+// stops unwinds its threads: nothing is released then, and the kernel is not called.
 
-/// Tells a guard's destructor whether it runs because its scope was left by an exception.
+/// Shows a guard's destructor whether it runs because an exception left its scope.
 class UnwindCheck {
  public:
   [[nodiscard]] bool IsUnwinding() const { return std::uncaught_exceptions() != before_; }
@@ -53,10 +53,10 @@ class DispatchLevelGuard {
   KIRQL before_ = PASSIVE_LEVEL;
 };
 
-/// A system thread that serves its maker, which waits for its end when it goes itself.
+/// A system thread that serves its owner, whose destructor waits for the thread's end.
 class ServiceThread {
  public:
-  /// @param body  ends by itself once its maker has told it to
+  /// @param body  returns after its owner has requested it
   /// @throws std::runtime_error if the kernel gives no thread; `body` doesn't run then
   explicit ServiceThread(std::function<void()> body) {
     auto start = std::make_unique<Start>(std::move(body));
@@ -65,7 +65,7 @@ class ServiceThread {
     const NTSTATUS status =
         PsCreateSystemThread(&handle, THREAD_ALL_ACCESS, nullptr, nullptr, nullptr, Run, &gate);
     if (!NT_SUCCESS(status)) throw std::runtime_error("the kernel gives no system thread");
-    static_cast<void>(start.release());  // the thread's now
+    static_cast<void>(start.release());  // owned by the thread now
     const NTSTATUS referenced = ObReferenceObjectByHandle(handle, THREAD_ALL_ACCESS, nullptr,
                                                           KernelMode, &object_, nullptr);
     ZwClose(handle);
@@ -82,7 +82,7 @@ class ServiceThread {
   }
 
  private:
-  // The thread waits until its maker is sure of it.
+  // The thread does not start its body before its owner holds a reference to it.
   struct Start {
     explicit Start(std::function<void()> body) : Body(std::move(body)) {
       KeInitializeEvent(&Open, NotificationEvent, FALSE);

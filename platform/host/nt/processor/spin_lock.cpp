@@ -1,4 +1,4 @@
-// Spin locks hold the owner's address while they are held, so that their misuse can be told.
+// A held spin lock contains its owner's address, so that misuse can be detected.
 
 #include <atomic>
 #include <vector>
@@ -63,7 +63,7 @@ void CheckLinks(const CallRule& rule, const LIST_ENTRY& entry) {
   ReportViolation(rule.Name, DescribeObject("list entry", &entry) + " is corrupted");
 }
 
-// The interlocked list operations are one step to the caller, at whatever level it is.
+// The interlocked list operations are atomic for the caller, at any level.
 class ListGuard {
  public:
   ListGuard(const CallRule& rule, Thread& self, PKSPIN_LOCK lock)

@@ -5,11 +5,11 @@
 
 namespace lidcam::host {
 
-/// Takes a lock without asking whether a driver initialised it: for those of the kernel's own. The
+/// Acquires a lock without the check that a driver initialised it: for the kernel's own locks. The
 /// caller is at DISPATCH_LEVEL.
 void AcquireKernelLock(const CallRule& rule, Thread& self, PKSPIN_LOCK lock);
 
-/// Releases it; the level stays.
+/// Releases it; the level is unchanged.
 void ReleaseKernelLock(const CallRule& rule, Thread& self, PKSPIN_LOCK lock);
 
 }  // namespace lidcam::host

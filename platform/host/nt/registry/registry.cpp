@@ -17,7 +17,7 @@
 namespace lidcam::host {
 namespace {
 
-// Never destroyed: keys may be closed while statics go away.
+// Never destroyed: keys may be closed during static destruction.
 struct Registry {
   std::mutex Lock;
   std::shared_ptr<RegistryStore> Store;
@@ -35,7 +35,7 @@ std::shared_ptr<RegistryStore> CurrentStore() {
   return registry.Store;
 }
 
-// Runs outside of the lock: hooks may make calls.
+// Runs outside of the lock: hooks may make registry calls.
 template <typename MakeCall>
 NTSTATUS AskHook(MakeCall makeCall) {
   std::shared_ptr<const RegistryCallHook> hook;
@@ -95,7 +95,7 @@ constexpr std::array<RootName, 2> kRoots = {{
     {u"\\Registry\\User", u"HKEY_USERS"},
 }};
 
-// Keys that no installation is without.
+// Keys that every installation has.
 constexpr std::array<std::u16string_view, 4> kSystemKeys = {
     u"HKEY_LOCAL_MACHINE",
     u"HKEY_LOCAL_MACHINE\\Software",
@@ -143,7 +143,7 @@ NTSTATUS CheckKeyNames(std::u16string_view path) {
   return STATUS_SUCCESS;
 }
 
-// A key that a call names: in which registry, and where.
+// The key that a call names: its registry and its path.
 struct Place {
   std::shared_ptr<RegistryStore> Store;
   std::u16string Path;
@@ -166,12 +166,12 @@ NTSTATUS FindPlace(const OBJECT_ATTRIBUTES& attributes, Place& place) {
     if (!name.empty()) (place.Path += u'\\') += name;
   }
   if (status != STATUS_SUCCESS) return status;
-  // One separator at the end means nothing.
+  // One trailing separator is ignored.
   if (place.Path.ends_with(u'\\')) place.Path.pop_back();
   return CheckKeyNames(place.Path);
 }
 
-// Only the last key of a path is made by a create.
+// A create makes only the last key of a path.
 bool HasParent(RegistryStore& store, std::u16string_view path) {
   const std::size_t end = path.rfind(u'\\');
   if (end == path.npos) return true;
@@ -192,7 +192,7 @@ constexpr std::size_t DataOffsetFor(std::size_t nameBytes) {
   return (kFullHeader + nameBytes + kAlignment - 1) / kAlignment * kAlignment;
 }
 
-// The whole answer, of which the caller gets as much as there is room for.
+// The whole answer; the caller gets as much as its buffer holds.
 std::vector<std::uint8_t> FullInformation(std::u16string_view name, const RegistryValue& value) {
   const std::size_t nameBytes = name.size() * sizeof(WCHAR);
   const std::size_t dataOffset = DataOffsetFor(nameBytes);
@@ -268,8 +268,8 @@ using lidcam::host::AskHook;
 using lidcam::host::OpenKey;
 using lidcam::host::RegistryCall;
 
-// The class's name and the options make no difference to a registry without volatile keys; the
-// kernel's own callers are not checked for access.
+// The class's name and the options have no effect in a registry without volatile keys; access of
+// kernel callers is not checked.
 NTSTATUS ZwCreateKey(PHANDLE key, ACCESS_MASK access, POBJECT_ATTRIBUTES attributes, ULONG,
                      PUNICODE_STRING, ULONG, PULONG disposition) {
   lidcam::host::EnterKernelCall(lidcam::host::calls::kZwCreateKey, attributes);
@@ -345,13 +345,13 @@ NTSTATUS ZwSetValueKey(HANDLE handle, PUNICODE_STRING name, ULONG, ULONG type, P
   return STATUS_SUCCESS;
 }
 
-// The driver key comes with the device's installation: opening it makes it, with all above it.
+// The driver key belongs to the device's installation: opening it creates it and its parents.
 NTSTATUS IoOpenDeviceRegistryKey(PDEVICE_OBJECT device, ULONG type, ACCESS_MASK access,
                                  PHANDLE handle) {
   lidcam::host::EnterKernelCall(lidcam::host::calls::kIoOpenDeviceRegistryKey, device);
   lidcam::host::Place place;
   place.Store = lidcam::host::CurrentStore();
-  // Ahead of the device: without a registry callers may have no real one.
+  // Checked ahead of the device: without a registry callers may have no device of the host.
   if (place.Store == nullptr) return STATUS_OBJECT_NAME_NOT_FOUND;
   const auto* const hostDevice = lidcam::host::FindHostDevice(device);
   if (hostDevice == nullptr || hostDevice->DriverKey.empty()) return STATUS_OBJECT_NAME_NOT_FOUND;

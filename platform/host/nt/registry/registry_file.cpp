@@ -14,7 +14,7 @@
 namespace lidcam::host {
 namespace {
 
-constexpr mode_t kNewFileMode = 0666;  // the user's mask takes its part
+constexpr mode_t kNewFileMode = 0666;  // restricted by the user's umask
 constexpr int kMostDamagedFiles = 10000;
 
 std::string FolderOf(const std::string& path) {
@@ -72,7 +72,7 @@ int RegistryFileReader::Read(const std::string& path, std::string& content) {
     if (count == 0) return 0;
     if (count > 0) content.append(piece.data(), static_cast<std::size_t>(count));
     if (count < 0 && errno != EINTR) error = errno;
-    if (content.size() > kLargestRegistryFile) error = EOVERFLOW;  // it grows
+    if (content.size() > kLargestRegistryFile) error = EOVERFLOW;  // it has grown
   }
   content.clear();
   Forget();

@@ -10,8 +10,8 @@
 
 namespace lidcam::host {
 
-/// Keeps other processes, and other locks of this one, from changing the file at `path` while it
-/// lives. It locks a file of its own beside it, `path` + ".lock", since the file itself is replaced.
+/// Keeps other processes, and other locks of this process, from changing the file at `path` during
+/// its lifetime. It locks a separate file, `path` + ".lock", because the file itself is replaced.
 class RegistryFileLock {
  public:
   explicit RegistryFileLock(const std::string& path);
@@ -27,11 +27,11 @@ class RegistryFileLock {
   int error_ = 0;
 };
 
-/// Bytes of the largest registry file that is read: a thousand times what all cameras' settings take.
+/// Size limit of a registry file: a thousand times the size of all cameras' settings.
 inline constexpr std::size_t kLargestRegistryFile = std::size_t{16} << 20;
 
-/// A file as it was read. It is kept open, so that no later file can pass for it by getting its
-/// inode number.
+/// A file as it was read. It is kept open, so that no later file can be mistaken for it by getting
+/// its inode number.
 class RegistryFileReader {
  public:
   RegistryFileReader() = default;
@@ -41,12 +41,12 @@ class RegistryFileReader {
 
   /// Reads the whole file.
   ///
-  /// @return 0; ENOENT if there is none; EINVAL if it is no regular file; EOVERFLOW if it is larger
-  ///         than kLargestRegistryFile; else the error number
+  /// @return 0; ENOENT if it does not exist; EINVAL if it is no regular file; EOVERFLOW if it is
+  ///         larger than kLargestRegistryFile; else the error number
   [[nodiscard]] int Read(const std::string& path, std::string& content);
 
-  /// Whether `path` still is what the last Read() saw, by identity, size and times. What couldn't
-  /// be read is never current.
+  /// Whether `path` is still the file that the last Read() saw, by identity, size and times. False
+  /// after a Read() that failed.
   [[nodiscard]] bool IsCurrent(const std::string& path) const;
 
  private:
@@ -57,16 +57,16 @@ class RegistryFileReader {
   bool wasAbsent_ = false;
 };
 
-/// Replaces the file at `path`, or makes it, by way of a file beside it (`path` + ".new"). A cut at any
-/// moment leaves the old file or the new one, whole. The caller holds the lock.
+/// Replaces or creates the file at `path` by way of a temporary file (`path` + ".new"). An
+/// interruption at any moment leaves the old file or the new one, whole. The caller holds the lock.
 ///
 /// @return 0 or the error number of the step that failed; the file is then the old one, unless only
 ///         the folder's flush failed
 [[nodiscard]] int ReplaceRegistryFile(const std::string& path, std::string_view content,
                                       const base::FileReplacementSteps& steps);
 
-/// Renames a file that makes no sense to the first free of `path` + ".damaged-1", "-2", ... and
-/// never over another file. The caller holds the lock.
+/// Renames an invalid file to the first free of `path` + ".damaged-1", "-2", ... and never over
+/// another file. The caller holds the lock.
 ///
 /// @param aside  receives the new path
 /// @return 0 or the error number

@@ -12,7 +12,7 @@
 namespace lidcam::host {
 namespace {
 
-// Replacing a link would cut the file that it leads to off.
+// Replacing a symbolic link would disconnect the file that it points to.
 RegistryOptions WithResolvedFile(RegistryOptions options) {
   if (options.File.empty()) return options;
   std::error_code error;
@@ -144,8 +144,8 @@ void RegistryStore::Refresh() {
   Report(ReadBase(), "read");
 }
 
-// Most readings take no lock: the file is replaced in one step. A file that makes no sense is looked
-// at again under the lock, since another process may be about to set it aside too.
+// Most reads take no lock: the file is replaced in one step. An invalid file is read again under
+// the lock, because another process may be about to set it aside too.
 int RegistryStore::ReadBase() {
   std::string content;
   const int error = reader_.Read(options_.File, content);
@@ -195,7 +195,7 @@ void RegistryStore::RebuildView() {
   for (const auto& [id, batch] : batches_) Apply(batch, view_);
 }
 
-// Each trouble is told once, until it is over.
+// Each error is reported once, until it is over.
 int RegistryStore::Report(int error, const char* deed) {
   if (error != 0 && error != reported_) {
     Say("registry: can't " + std::string(deed) + " " + options_.File + ": " + ReasonOf(error));

@@ -14,27 +14,27 @@
 
 namespace lidcam::host {
 
-/// Receives a message for the user, without a line end, on the thread that found the trouble.
+/// Receives a message for the user, without a line end, on the thread that detected the error.
 using RegistryMessageSink = std::function<void(const std::string& message)>;
 
 struct RegistryOptions {
   std::string File;             ///< in the exchange format; empty keeps the registry in memory only
   RegistryMessageSink Message;  ///< null: standard error
   base::FileReplacementSteps Steps;
-  RegistryTree Content{};  ///< what a registry in memory holds at first
+  RegistryTree Content{};  ///< initial content of a registry in memory
 };
 
 /// The registry's content, in memory or over one file.
 ///
-/// Changes belong to a batch, one per open key. They are seen by everyone in the process at once and
-/// reach the file together, when the batch is committed, in one replacement. So what a driver writes
-/// through one key stands in the file whole or not at all, wherever the power is cut, and a save of
-/// twenty values flushes the disk once. A commit reads the file again under a lock and puts only its
-/// own changes into it, so that processes that write at once lose no value of each other's; a commit
-/// that changes nothing writes nothing.
+/// Changes belong to a batch, one per open key. They are visible in the whole process at once and
+/// reach the file together, when the batch is committed, in one replacement. So the values that a
+/// driver writes through one key are in the file completely or not at all, even after a power
+/// failure, and a save of twenty values flushes the disk once. A commit reads the file again under
+/// a lock and adds only its own changes, so that processes that write at the same time keep each
+/// other's values; a commit that changes nothing writes nothing.
 ///
-/// A file that makes no sense is set aside, with a message, and never overwritten; one that can't be
-/// read is left alone, and commits fail.
+/// An invalid file is set aside, with a message, and never overwritten; one that can't be read is
+/// left alone, and commits fail.
 /// @par Any thread
 class RegistryStore {
  public:
@@ -50,27 +50,27 @@ class RegistryStore {
   [[nodiscard]] std::optional<RegistryValue> FindValue(std::u16string_view path,
                                                        std::u16string_view name);
 
-  /// Makes a key and all above it. False if it was there.
+  /// Creates a key and all above it. False if it existed.
   bool CreateKey(BatchId batch, std::u16string_view path);
 
-  /// Stores a value, making its key if someone deleted it. Of two batches that hold one value the
-  /// later store wins, whichever is committed first.
+  /// Stores a value, creating its key if it was deleted. Of two batches with the same value the
+  /// later store wins, in whichever order they are committed.
   void SetValue(BatchId batch, std::u16string_view path, std::u16string_view name,
                 RegistryValue value);
 
   /// Ends a batch and makes its changes durable.
   ///
-  /// @return 0 or the error number; what failed is kept and goes with the next commit
+  /// @return 0 or the error number; failed changes are kept and are part of the next commit
   [[nodiscard]] int Commit(BatchId batch);
 
-  /// Commits all batches, the ones still open too: for the end of the process.
+  /// Commits all batches, also the open ones: for the end of the process.
   [[nodiscard]] int CommitAll();
 
-  /// The content as everyone in this process sees it.
+  /// The content as visible in this process.
   [[nodiscard]] RegistryTree Snapshot();
 
  private:
-  // Without a name: the creation of the key.
+  // Without a name: the key was created.
   struct Change {
     std::u16string Path;
     std::optional<std::u16string> Name;
@@ -100,7 +100,7 @@ class RegistryStore {
   RegistryTree view_;  // base_ and all batches
   std::map<BatchId, Batch> batches_;
   BatchId nextBatch_ = 1;
-  int reported_ = 0;  // the error that the last message told
+  int reported_ = 0;  // the error of the last message
 };
 
 }  // namespace lidcam::host

@@ -42,7 +42,7 @@ constexpr std::array<Utf8Form, 4> kUtf8Forms = {{
     {0xF8, 0xF0, 4, 0x10000},
 }};
 
-// Takes one character off the front; none for anything but its shortest form.
+// Removes one character from the front; none for any other than its shortest encoding.
 std::optional<char32_t> TakeUtf8(std::string_view& bytes) {
   const unsigned lead = ByteAt(bytes, 0);
   const auto form = std::ranges::find_if(
@@ -68,7 +68,7 @@ bool DecodeUtf8(std::string_view bytes, std::u16string& text) {
   return true;
 }
 
-// Null on success, else what is wrong.
+// Null on success, else the error.
 const char* Decode(std::string_view bytes, std::u16string& text) {
   if (bytes.starts_with("\xFE\xFF")) return "the bytes of each character are in the wrong order";
   if (!bytes.starts_with("\xFF\xFE")) {
@@ -109,7 +109,7 @@ class Parser {
     return false;
   }
 
-  // False at the end of the text, and with an error for a line without an end.
+  // False at the end of the text, and with an error for an incomplete last line.
   bool NextLine() {
     if (rest_.empty()) return false;
     ++lineNumber_;
@@ -143,7 +143,7 @@ class Parser {
     return Take(u'[') ? ParseKey() : ParseValue();
   }
 
-  // A key's name may hold brackets: the last one of the line ends it.
+  // A key's name may contain brackets: the last one of the line ends it.
   bool ParseKey() {
     const std::size_t end = line_.find_last_not_of(u" \t");
     if (end == line_.npos || line_[end] != u']') return Fail("a key without its closing bracket");
@@ -244,7 +244,7 @@ class Parser {
     return true;
   }
 
-  // A backslash at the end of a line continues the list in the next one.
+  // A backslash at the end of a line continues the list on the next one.
   bool SkipContinuation() {
     SkipBlanks();
     while (Take(u'\\')) {

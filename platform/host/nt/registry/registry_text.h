@@ -8,26 +8,25 @@
 
 namespace lidcam::host {
 
-/// Where and why a text isn't one of the exchange format.
+/// Where and why a text is not in the exchange format.
 struct RegistryTextError {
   std::size_t Line = 0;  ///< from 1; 0 if it concerns the text's encoding
-  std::string What;      ///< for people, without the line
+  std::string What;      ///< for users, without the line number
 };
 
 /// Reads a text of the platform's exchange format, "Windows Registry Editor Version 5.00".
 ///
 /// UTF-16LE with a byte order mark, as the platform writes it, or UTF-8 with or without one. Lines
-/// may end in CR LF, LF or CR, and the last one must end too: that is how a text that was cut inside
-/// a line is told from a whole one. A deleting line ("[-key]", "name"=-) takes back what the text
-/// said before it.
+/// may end in CR LF, LF or CR, and the last one must have an end too: this detects a text that was
+/// cut inside a line. A deleting line ("[-key]", "name"=-) removes what earlier lines added.
 ///
-/// @param tree   replaced; on failure what it holds is of no use
+/// @param tree   replaced; on failure its content is unspecified
 /// @param error  filled on failure
 [[nodiscard]] bool ParseRegistryText(std::string_view bytes, RegistryTree& tree,
                                      RegistryTextError& error);
 
 /// Writes the text of a tree: UTF-16LE with a byte order mark and CR LF, keys and values sorted by
-/// name, a key without values only if nothing stands below it. The platform can import it.
+/// name, a key without values only if it has no subkeys. The platform can import it.
 ///
 /// @param tree  names without the characters that IsRegistryTextName() refuses
 [[nodiscard]] std::string WriteRegistryText(const RegistryTree& tree);

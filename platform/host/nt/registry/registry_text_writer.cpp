@@ -27,8 +27,8 @@ void AppendQuoted(std::u16string& text, std::u16string_view content) {
   text.push_back(u'"');
 }
 
-// The characters of a value that can stand in quotes: terminated once, at the end, and without
-// characters that the format has no escape for.
+// The characters of a value that can be written in quotes: with one terminator, at the end, and
+// without characters that the format can't escape.
 bool IsQuotable(const RegistryValue& value, std::u16string& content) {
   if (value.Type != kRegistryString || value.Data.size() < 2 || value.Data.size() % 2 != 0)
     return false;

@@ -8,8 +8,8 @@ namespace {
 
 constexpr char16_t kSeparator = u'\\';
 
-// The capital letter of a small one: the platform's comparison, for the alphabets whose letters
-// stand at a fixed distance.
+// The capital letter of a small one: the platform's comparison, for the alphabets with a fixed
+// distance between the two.
 constexpr char16_t Upcase(char16_t letter) {
   const auto moved = [letter](int by) { return static_cast<char16_t>(letter - by); };
   if (letter < u'a') return letter;
@@ -28,7 +28,7 @@ constexpr char16_t SortWeight(char16_t letter) {
 
 }  // namespace
 
-// The two comparisons are the registry's inner loops: equal letters take the short way.
+// The two comparisons are the registry's inner loops: equal letters take the fast path.
 bool RegistryNameLess::operator()(std::u16string_view left, std::u16string_view right) const {
   const std::size_t common = std::min(left.size(), right.size());
   for (std::size_t i = 0; i < common; ++i) {
@@ -61,8 +61,8 @@ const RegistryValue* RegistryTree::FindValue(std::u16string_view path,
   return value != key->second.end() ? &value->second : nullptr;
 }
 
-// Built up from the root with the letters of the keys that are there already, so that a subkey's
-// path always begins with its parent's.
+// Built up from the root with the spelling of the existing keys, so that a subkey's path always
+// begins with its parent's.
 bool RegistryTree::CreateKey(std::u16string_view path) {
   if (keys_.contains(path)) return false;
   std::u16string key;

@@ -8,7 +8,7 @@
 
 namespace lidcam::host {
 
-/// What stands under a value's name: a type number of the platform and bytes, whatever the type.
+/// The data of a value: a type number of the platform and bytes, which may not fit the type.
 struct RegistryValue {
   std::uint32_t Type = 0;
   std::vector<std::uint8_t> Data;
@@ -16,13 +16,13 @@ struct RegistryValue {
   bool operator==(const RegistryValue&) const = default;
 };
 
-/// Types of values that the exchange format has a form of its own for.
+/// Types of values with a notation of their own in the exchange format.
 inline constexpr std::uint32_t kRegistryString = 1;
 inline constexpr std::uint32_t kRegistryBinary = 3;
 inline constexpr std::uint32_t kRegistryDword = 4;
 
-/// Orders names and paths as the registry tells them apart: upper and lower case are the same (for
-/// the Latin, Greek and Cyrillic letters), and what stands below a key follows it directly.
+/// Orders names and paths by the registry's rules: upper and lower case are equal (for the Latin,
+/// Greek and Cyrillic letters), and subkeys follow their key directly.
 struct RegistryNameLess {
   using is_transparent = void;
   bool operator()(std::u16string_view left, std::u16string_view right) const;
@@ -31,7 +31,7 @@ struct RegistryNameLess {
 using RegistryValues = std::map<std::u16string, RegistryValue, RegistryNameLess>;
 
 /// Keys and their values by full path, root first, components separated by backslashes:
-/// HKEY_LOCAL_MACHINE\System\... Names keep the letters they were first written with.
+/// HKEY_LOCAL_MACHINE\System\... Names keep the spelling they were first written with.
 class RegistryTree {
  public:
   using KeyMap = std::map<std::u16string, RegistryValues, RegistryNameLess>;
@@ -41,10 +41,10 @@ class RegistryTree {
                                                std::u16string_view name) const;
   [[nodiscard]] const KeyMap& Keys() const { return keys_; }
 
-  /// Makes the key and all above it. True if the tree changed.
+  /// Creates the key and all above it. True if the tree changed.
   bool CreateKey(std::u16string_view path);
 
-  /// Stores a value, making its key. True if the tree changed.
+  /// Stores a value, creating its key. True if the tree changed.
   bool SetValue(std::u16string_view path, std::u16string_view name, RegistryValue value);
 
   void DeleteValue(std::u16string_view path, std::u16string_view name);
@@ -61,7 +61,7 @@ class RegistryTree {
 /// Whether `path` is below `key`, at any depth.
 [[nodiscard]] bool IsBelowKey(std::u16string_view path, std::u16string_view key);
 
-/// Whether two names mean the same to the registry.
+/// Whether two names are equal to the registry.
 [[nodiscard]] bool SameRegistryName(std::u16string_view left, std::u16string_view right);
 
 }  // namespace lidcam::host

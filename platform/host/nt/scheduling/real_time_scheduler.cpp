@@ -71,7 +71,7 @@ void RealTimeScheduler::StartMachine(Thread&, std::function<void()> body) {
 }
 
 void RealTimeScheduler::RunClock() {
-  // Longer sleeps than a standard library may be able to count are cut.
+  // Limits sleeps to a length that every standard library can represent.
   constexpr Units kLongestSleep = std::chrono::hours(1);
   std::unique_lock guard(Lock());
   while (true) {

@@ -14,7 +14,8 @@ namespace lidcam::host {
 /// this world unless a simulation made it.
 class RealTimeScheduler final : public Scheduler {
  public:
-  /// The one of this process. It is never destroyed: drivers may call while statics go away.
+  /// The process's only instance. It is never destroyed: drivers may call during static
+  /// destruction.
   static RealTimeScheduler& The();
 
   /// A kernel thread for the calling machine thread; the caller owns it.

@@ -50,7 +50,7 @@ void ServicePool::RunOne(Thread& self, const Item& item) {
                                  DescribeObject("lock", self.Held.front()) + " held");
     }
   } catch (const KernelStopped&) {
-    // In a world that goes on, the routine is all that ends.
+    // In a world that goes on, a violation ends only the routine, not this thread.
     if (self.World.IsStopping()) throw;
     self.Level = level_;
     self.Held.clear();

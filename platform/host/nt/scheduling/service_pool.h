@@ -11,8 +11,8 @@ namespace lidcam::host {
 class Scheduler;
 struct Thread;
 
-/// A queue and the kernel's own threads that serve it: deferred calls, work items. The threads are
-/// made when the first item comes. There are two, so that two items can run at once, as they do on
+/// A queue of deferred calls or work items, and the kernel's own threads that serve it. The threads
+/// are made when the first item is queued. There are two, so that two items can run at once, as on
 /// machines with more than one processor.
 class ServicePool {
  public:
@@ -26,10 +26,10 @@ class ServicePool {
 
   /// Queues an item. Under the world's lock.
   ///
-  /// @param run  runs the item, which is out of the queue by then
+  /// @param run  runs the item, which has been removed from the queue by then
   void Put(Scheduler& world, RunItem run, PVOID item);
 
-  /// Items that wait to be run. Under the world's lock.
+  /// Items that have not begun to run. Under the world's lock.
   [[nodiscard]] std::size_t Waiting() const { return items_.size(); }
 
  private:

@@ -40,7 +40,7 @@ void EndThread(Thread& self) {
   self.Object.Header.SignalState = 1;
   if (!world.IsStopping() && self.ObjectEvents != nullptr) self.ObjectEvents->Ended(self.Object);
   world.ThreadEnds(self, guard);
-  // Still under the lock: whoever runs next may be the world's end.
+  // Still under the lock: the next thread may end the world.
   t_current = nullptr;
   DereferenceThread(self);
 }

@@ -16,7 +16,7 @@ namespace lidcam::host {
 struct Thread;
 }
 
-/// The thread object that drivers wait for. The platform keeps its layout to itself.
+/// The thread object that drivers wait for. The platform does not publish its layout.
 struct KTHREAD {
   DISPATCHER_HEADER Header;
   lidcam::host::Thread* Host;
@@ -24,13 +24,13 @@ struct KTHREAD {
 
 namespace lidcam::host {
 
-/// What becomes of a thread's object, for those that know it.
+/// Events of a thread's object, for the verifier.
 struct ThreadObjectEvents {
-  void (*Ended)(KTHREAD& object);  ///< it is signalled. Under the world's lock
-  void (*Gone)(KTHREAD& object);   ///< nothing refers to it any more
+  void (*Ended)(KTHREAD& object);  ///< the object is signalled. Under the world's lock
+  void (*Gone)(KTHREAD& object);   ///< the last reference is released
 };
 
-/// A kernel thread: one that the kernel made, or a machine thread that calls it.
+/// A kernel thread: made by the kernel, or a machine thread that calls it.
 struct Thread {
   Thread(Scheduler& world, std::uint32_t number, std::string name);
   Thread(const Thread&) = delete;
@@ -40,37 +40,37 @@ struct Thread {
   enum class RunState { Ready, Blocked, Ended };
 
   KTHREAD Object;
-  const ThreadObjectEvents* ObjectEvents = nullptr;  ///< null: drivers don't know the object
+  const ThreadObjectEvents* ObjectEvents = nullptr;  ///< null: unknown to drivers
   Scheduler& World;
-  const std::uint32_t Number;  ///< in its world, in the order of creation
+  const std::uint32_t Number;  ///< within its world, in the order of creation
   const std::string Name;
   bool IsService = false;  ///< one of the kernel's own, which never ends
   KIRQL Level = PASSIVE_LEVEL;
   std::atomic<KPRIORITY> Priority{8};
-  std::atomic<LONG> References{1};  ///< the first is the running thread's own
+  std::atomic<LONG> References{1};  ///< the first is held by the running thread itself
 
   // The locks it holds, oldest first.
   std::vector<const void*> Held;
 
-  // The path that it is on, if that must not allocate or wait.
+  // The path in progress, if it must not allocate or wait.
   const char* AllocationFreePath = nullptr;
 
-  // Of the last kernel call, for reports.
+  // The last kernel call, for reports.
   const char* LastCall = "";
   const void* LastObject = nullptr;
 
-  // Its first use of freed pool memory that nobody has reported yet.
+  // Its first use of freed pool memory that has not been reported.
   FreedUse UsedFreed;
 
-  // The scheduler's.
+  // Used by the scheduler.
   std::condition_variable Resumed;
   std::binary_semaphore Baton{0};
   RunState State = RunState::Ready;
   bool IsWoken = false;
   unsigned Spins = 0;
-  LONGLONG StalledUntil = 0;  ///< interrupt time; it doesn't run before
-  bool SpinsForGood = false;  ///< its next turn of a spin loop is the first of endlessly many
-  bool HasStopped = false;    ///< it does so: it isn't run any more
+  LONGLONG StalledUntil = 0;  ///< interrupt time; the thread doesn't run before
+  bool SpinsForGood = false;  ///< its next turn of a spin loop begins an endless loop
+  bool HasStopped = false;    ///< the endless loop has begun: the thread isn't run any more
 };
 
 /// The calling thread.
@@ -80,25 +80,25 @@ struct Thread {
 /// @par Callable in signal handlers
 [[nodiscard]] Thread* FindCurrentThread();
 
-/// Makes `thread` the calling machine thread's kernel thread; null forgets it.
+/// Makes `thread` the calling machine thread's kernel thread; null removes it.
 ///
-/// @return the one before
+/// @return the previous one
 Thread* SetCurrentThread(Thread* thread);
 
-/// From now on, and until the call with -1, a machine thread that no world knows mustn't call the
-/// kernel: it would run beside a simulation that knows nothing of it.
+/// Until the call with -1, a machine thread that belongs to no world mustn't call the kernel: it
+/// would run concurrently with a simulation that doesn't schedule it.
 void CountSimulations(int change);
 
-/// What a machine thread does for a kernel thread: `body`, then the thread object's end.
+/// Body of a machine thread for a kernel thread: runs `body`, then signals the thread object.
 void RunThread(Thread& thread, const std::function<void()>& body);
 
 /// Checks that a thread that ends is at passive level and holds no lock.
 void CheckThreadEnd(const char* call, const Thread& self);
 
-/// Drops a reference; the last one deletes the thread.
+/// Releases a reference; the last one deletes the thread.
 LONG_PTR DereferenceThread(Thread& thread);
 
-/// Unwinds a thread that ends itself up to RunThread().
+/// Thrown by a thread that ends itself, to unwind it up to RunThread().
 struct ThreadExit {};
 
 }  // namespace lidcam::host

@@ -12,7 +12,7 @@ namespace lidcam::host {
 
 class Scheduler;
 
-/// What is to happen when a time comes, and to what: a wait gives up, a timer expires.
+/// The action at a time, and its object: a wait times out, a timer expires.
 struct TimerEntry {
   void (*Expire)(Scheduler& world, void* object);  ///< under the world's lock
   void* Object;
@@ -22,20 +22,20 @@ struct TimerEntry {
 /// @par Under the world's lock
 class TimerQueue {
  public:
-  /// An object stands there once.
+  /// An object has at most one entry.
   void Insert(LONGLONG due, std::uint64_t tie, const TimerEntry& entry);
 
-  /// Takes an object out. False if it isn't there.
+  /// Removes an object's entry. False if it has none.
   bool Remove(const void* object);
 
-  /// The earliest time that something is due at.
+  /// The earliest due time.
   [[nodiscard]] std::optional<LONGLONG> Earliest() const;
 
-  /// Takes out the first entry that is due at `now` or before.
+  /// Removes the first entry that is due at `now` or before.
   [[nodiscard]] std::optional<TimerEntry> TakeDue(LONGLONG now);
 
  private:
-  /// Where an entry stands among the others: by its time, and at one time by its tie number.
+  /// An entry's position: by its time, and at equal times by its tie number.
   struct Key {
     LONGLONG Due = 0;  ///< interrupt time, 100 ns
     std::uint64_t Tie = 0;

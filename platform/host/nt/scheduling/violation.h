@@ -8,13 +8,13 @@ namespace lidcam::host {
 
 /// A use of the kernel that the platform doesn't allow.
 struct Violation {
-  std::string Call;    ///< the kernel call that it was found in
-  std::string What;    ///< what is wrong, naming the object
+  std::string Call;    ///< the kernel call that detected it
+  std::string What;    ///< the violated rule, naming the object
   std::string Report;  ///< both, then the world, its threads and its last calls
 };
 
-/// Unwinds a thread that can't go on, after a violation or EndWorld(): the one that made it and, in a
-/// simulation, all others.
+/// Unwinds a thread that can't continue, after a violation or EndWorld(): the one that caused it
+/// and, in a simulation, all others.
 struct KernelStopped {};
 
 /// Ends the caller: prints the report and aborts or, while there is a ViolationSink, throws
@@ -24,11 +24,11 @@ struct KernelStopped {};
 [[noreturn]] void ReportViolation(const char* call, const std::string& what,
                                   const std::string& history = {});
 
-/// Ends the caller's world without a violation: nothing of it is to go on.
+/// Ends the caller's world without a violation: none of its threads continues.
 /// @throws KernelStopped
 [[noreturn]] void EndWorld();
 
-/// Takes violations in place of the end of the process. One at a time.
+/// Receives violations in place of the end of the process. One at a time.
 class ViolationSink {
  public:
   ViolationSink() = default;
@@ -40,8 +40,8 @@ class ViolationSink {
   virtual void Take(const Violation& violation) = 0;
 };
 
-/// From now on violations go to `sink`; null ends that. No violation is on its way to the one before when
-/// this returns.
+/// Violations now go to `sink`; null removes it. On return no call of the previous sink is in
+/// progress.
 void SetViolationSink(ViolationSink* sink);
 
 }  // namespace lidcam::host

@@ -22,11 +22,11 @@ constexpr std::uint64_t kFnvPrime = 0x100000001B3;
 // The first of January 2020.
 constexpr LONGLONG kSystemTimeAtStart = 132'223'104'000'000'000;
 
-// Turns of its loop after which a spinning thread counts as one that waits. Loops with a limit of
-// their own are shorter.
+// Turns of its loop after which a spinning thread counts as waiting. Loops with a limit of their
+// own are shorter.
 constexpr unsigned kSpinsOfAWaiter = 64;
 
-// Some races need many switches, others a thread that runs long undisturbed: the seed chooses.
+// Some races need many switches, others a thread that runs long without one: the seed chooses.
 constexpr std::array<std::uint64_t, 4> kSwitchOneIn{1, 2, 4, 16};
 
 std::uint64_t HashByte(std::uint64_t hash, unsigned byte) {
@@ -38,7 +38,7 @@ const char* StateText(const Thread& thread) {
   return thread.State == Thread::RunState::Blocked ? "waits" : "ready";
 }
 
-// An exception on its way must not meet another.
+// A destructor that runs during unwinding must not throw a second exception.
 bool IsUnwinding() {
   return std::uncaught_exceptions() != 0;
 }
@@ -56,7 +56,7 @@ SimulatedScheduler::SimulatedScheduler(const SimulationOptions& options)
       threads_{&main_} {
   if (options.KeepsFreedPool) arena_ = PoolArena::Make();
   if (options.HasPreemptionPoints) ++g_preemptiveSimulations;
-  // Another world may have had its lock here.
+  // A lock of an earlier world may have had this address.
   ForgetLockOrder(CancelLock());
   CountSimulations(1);
 }
@@ -67,7 +67,7 @@ SimulatedScheduler::~SimulatedScheduler() {
     StopOthers(guard);
   }
   for (std::thread& machine : machines_) machine.join();
-  // After a violation nobody lets go of them any more.
+  // After a violation their references are never released.
   for (const void* const object : ThreadObjectsOfWorld(*this)) {
     if (object != &main_.Object) delete static_cast<const KTHREAD*>(object)->Host;
   }
@@ -98,7 +98,7 @@ void SimulatedScheduler::Trace(const Thread& self, const char* call) {
   ++outcome_.ScheduleLength;
 }
 
-// It may be what the spinning ones wait for.
+// Spinning threads may be waiting for this progress.
 void SimulatedScheduler::NoteProgress() {
   for (Thread* const thread : threads_) thread->Spins = 0;
 }
@@ -115,7 +115,7 @@ bool SimulatedScheduler::KeepsBaton() {
   return switchOneIn_ != 1 && random_.Next() % switchOneIn_ != 0;
 }
 
-// Whether the thread is stalled there.
+// @return whether the thread is stalled at the point
 bool SimulatedScheduler::BeginPoint(Thread& self, const PointSubject& subject) {
   if (!options_.AtSwitchPoint) return false;
   const LONGLONG time = options_.AtSwitchPoint({outcome_.ScheduleLength + 1, self, subject});
@@ -143,8 +143,8 @@ void SimulatedScheduler::SwitchPoint(Thread& self, const char* call, SwitchKind 
   PassBatonAndGoOn(self, ChooseNext(guard), guard);
 }
 
-// The caller can run or is stalled: there is always somebody to go on, and nothing to report. What
-// stands still is reported at the next call.
+// The caller can run or is stalled: a thread that can run always exists, and nothing is reported. A
+// standstill is reported at the next call.
 void SimulatedScheduler::PreemptionPoint(Thread& self, const PointSubject& subject,
                                          PreemptionKind kind) noexcept {
   if (isStopping_ || !options_.HasPreemptionPoints) return;
@@ -171,7 +171,7 @@ void SimulatedScheduler::Wake(Thread& thread) {
   thread.State = Thread::RunState::Ready;
 }
 
-// The next one is woken with the lock free: it would meet it at once.
+// The next thread is woken without the lock held: it takes the lock at once.
 void SimulatedScheduler::PassBaton(Thread& self, Thread& next, Guard& guard) {
   running_ = &next;
   if (&next == &self) return;
@@ -188,7 +188,7 @@ void SimulatedScheduler::PassBatonAndGoOn(Thread& self, Thread& next, Guard& gua
   if (!IsUnwinding()) throw KernelStopped{};
 }
 
-// Of the first one that ends; none if no thread is stalled.
+// End of the stall that ends first; none if no thread is stalled.
 std::optional<LONGLONG> SimulatedScheduler::EndOfStalls() const {
   std::optional<LONGLONG> end;
   for (const Thread* const thread : threads_) {
@@ -198,7 +198,7 @@ std::optional<LONGLONG> SimulatedScheduler::EndOfStalls() const {
   return end;
 }
 
-// Virtual time goes straight to what is due next.
+// Virtual time advances directly to the next due time.
 bool SimulatedScheduler::MoveTime() {
   std::optional<LONGLONG> due = Timers().Earliest();
   const std::optional<LONGLONG> stallEnds = EndOfStalls();
@@ -214,7 +214,7 @@ bool SimulatedScheduler::MoveTime() {
 }
 
 Thread& SimulatedScheduler::ChooseNext(Guard& guard) {
-  // The youngest ends first: threads use objects of those that made them.
+  // The youngest ends first: threads use objects of the threads that made them.
   if (isStopping_) return *threads_.back();
   while (true) {
     std::vector<Thread*> ready;
@@ -228,7 +228,7 @@ Thread& SimulatedScheduler::ChooseNext(Guard& guard) {
     if (!eager.empty()) return PickOf(eager);
     if (ready.empty() && isFinishing_ && !EndOfStalls()) return main_;
     if (MoveTime()) continue;
-    // Threads that only spin may come to an end of it; the standstill's limit tells if not.
+    // Threads that only spin may leave their loops; the limit of the standstill detects if not.
     if (!ready.empty()) return PickOf(ready);
     ReportUnderLock("scheduler", "deadlock: every thread waits and no time limit runs", guard);
   }
@@ -247,7 +247,7 @@ void SimulatedScheduler::ThreadEnds(Thread& self, Guard& guard) {
   std::erase(threads_, &self);
   try {
     running_ = &ChooseNext(guard);
-  } catch (const KernelStopped&) {  // nobody was left to run
+  } catch (const KernelStopped&) {  // no thread could run any more
     running_ = threads_.back();
   }
   running_->Baton.release();

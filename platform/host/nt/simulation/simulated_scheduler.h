@@ -15,7 +15,7 @@
 
 namespace lidcam::host {
 
-/// A switch point that a thread has come to.
+/// A switch point that a thread has reached.
 struct SwitchPlace {
   std::uint64_t Number = 0;  ///< of the switch point in this world, from 1
   const Thread& Self;        ///< the thread
@@ -25,52 +25,53 @@ struct SwitchPlace {
 struct SimulationOptions {
   std::uint64_t Seed = 1;
 
-  /// Switch points in a row at one virtual time after which the simulation counts as livelocked.
+  /// Number of consecutive switch points at one virtual time that counts as a livelock.
   std::uint64_t LongestStandstill = 1'000'000;
 
-  /// Pool memory that was freed is never given out again, and its use is a violation. For worlds that
-  /// live a short time: each allocation takes pages of its own.
+  /// Freed pool memory is never given out again, and its use is a violation. For short-lived
+  /// worlds: each allocation takes pages of its own.
   bool KeepsFreedPool = true;
 
-  /// There are switch points between the kernel calls, too: ahead of each access to a shared field,
-  /// and behind each call that wakes a thread, lets go of a lock or hands something over.
+  /// Adds switch points between the kernel calls: ahead of each access to a shared field, and
+  /// behind each call that wakes a thread, releases a lock or hands something over.
   bool HasPreemptionPoints = false;
 
-  /// Told of each switch point, on the thread that comes to it: to let something outside of the kernel
-  /// happen there, or to stall the thread. It may stand under any lock and at any level, and mustn't
+  /// Called at each switch point, on the thread that reaches it: to inject an event from outside of
+  /// the kernel, or to stall the thread. May be called under any lock and at any level, and mustn't
   /// call the kernel.
   ///
-  /// @return for how long the thread stands still there while time goes on, 100 ns; 0: not at all
+  /// @return how long the thread is stalled there while time advances, 100 ns; 0: not at all
   std::function<LONGLONG(const SwitchPlace& place)> AtSwitchPoint{};
 };
 
-/// What tells one run from another.
+/// Distinguishes one run from another.
 struct SimulationOutcome {
   std::uint64_t TraceHash = 0;       ///< FNV-1a over (thread, call) of every switch point
   std::uint64_t ScheduleLength = 0;  ///< switch points passed
-  LONGLONG Time = 0;                 ///< virtual time that went by, 100 ns
+  LONGLONG Time = 0;                 ///< virtual time elapsed, 100 ns
 
   bool operator==(const SimulationOutcome&) const = default;
 };
 
-/// A world that is a function of its seed. One thread runs at a time; at every kernel call, every
-/// interlocked operation and every turn of a spin loop the seed decides who goes on, and time moves
-/// only when everybody waits or is stalled, straight to what is due next.
+/// A world whose course is a function of its seed. One thread runs at a time; at every kernel call,
+/// every interlocked operation and every turn of a spin loop the seed decides which thread runs
+/// next, and time advances only when all threads wait or are stalled, directly to the next due
+/// time.
 ///
-/// The machine thread that makes it belongs to it, as thread 0, for as long as it lives; all objects
-/// of the simulation must be initialised within. Each thread is a machine thread, and they pass on
-/// one baton, so that sanitizers see nothing out of the ordinary.
+/// The machine thread that makes it belongs to it, as thread 0, during its lifetime; all objects of
+/// the simulation must be initialised within. Each thread is a machine thread that runs only while
+/// it has the one baton, so that sanitizers see ordinary synchronisation.
 class SimulatedScheduler final : public Scheduler {
  public:
   explicit SimulatedScheduler(const SimulationOptions& options);
   ~SimulatedScheduler() override;
 
   /// Ends the simulation: lets all others run until they end or wait, and checks that nothing is
-  /// left: no thread that goes on, no referenced thread object, no set timer, nothing queued, no
-  /// work item. Called by thread 0.
+  /// left: no running thread, no referenced thread object, no set timer, nothing queued, no work
+  /// item. Called by thread 0.
   SimulationOutcome Finish();
 
-  /// What the simulation came to, up to a violation as well. Called by thread 0.
+  /// The simulation's outcome so far, also after a violation. Called by thread 0.
   [[nodiscard]] SimulationOutcome OutcomeSoFar() const;
 
   [[nodiscard]] LONGLONG Now() const override { return now_; }

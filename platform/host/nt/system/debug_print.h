@@ -12,7 +12,7 @@ using DebugPrintSink = std::function<void(const std::string& message)>;
 /// Sets where debug messages go; null drops them, which is the initial state.
 void SetDebugPrintSink(DebugPrintSink sink);
 
-/// Collects the debug messages that are printed while it lives, and puts the sink before it back.
+/// Collects the debug messages printed during its lifetime, and restores the previous sink.
 class DebugPrintCapture {
  public:
   DebugPrintCapture();

@@ -7,7 +7,7 @@
 
 namespace lidcam::host {
 
-/// What a status means, for people: "the device is gone". Empty for one that nothing here gives.
+/// A status in words for users: "the device is gone". Empty for one that the host never returns.
 [[nodiscard]] std::string_view WordsOf(NTSTATUS status);
 
 /// "status C000009D (the device is gone)".

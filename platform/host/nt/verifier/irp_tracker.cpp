@@ -37,11 +37,11 @@ constexpr std::size_t kKeptTombstones = 64;
 
 using Address = const char*;
 
-// Never destroyed: requests can be freed while statics go away.
+// Never destroyed: requests can be freed during static destruction.
 struct Registry {
   std::mutex Lock;
   std::map<Address, Record, std::less<>> Records;
-  // The histories of those that are gone, for reports of their use.
+  // The histories of freed requests, for reports of their use.
   std::deque<std::pair<Address, Record>> Tombstones;
   std::uint64_t NextSerial = 1;
 };
@@ -111,7 +111,7 @@ void Bury(Registry& registry, std::map<Address, Record, std::less<>>::iterator r
   registry.Records.erase(record);
 }
 
-// What a driver's turn tells once both its end and its dispatch routine's are known.
+// The error of a passage that is completed and whose dispatch routine has returned.
 std::string WrongReturn(const IrpPassage& passage) {
   const std::string who = DescribeObject("the dispatch routine of device", passage.Device);
   if (passage.Returned == STATUS_PENDING && !passage.WasMarkedPending) {
@@ -123,8 +123,8 @@ std::string WrongReturn(const IrpPassage& passage) {
   return {};
 }
 
-// The same while the request is still in the driver's hands. One that was sent on may yet be marked, or
-// just be being marked, by the completion of what was sent.
+// The same before the completion. A request that was sent on may be marked later, or at this
+// moment, by the completion of the driver below.
 std::string WrongReturnWithoutCompletion(PIRP irp, const IrpPassage& passage) {
   const bool isMarked = !passage.WasForwarded &&
                         (LocationOf(irp, passage.Location).Control & SL_PENDING_RETURNED) != 0;
@@ -175,7 +175,7 @@ std::string WrongCompletion(PIRP irp) {
   return {};
 }
 
-// Drivers above must not find what those below left.
+// Drivers above must not see the leftovers of those below.
 void ClearLocation(IO_STACK_LOCATION& location) {
   location.MinorFunction = 0;
   location.Flags = 0;
@@ -191,8 +191,8 @@ bool IsWanted(PIRP irp, UCHAR control) {
          ((control & SL_INVOKE_ON_CANCEL) != 0 && isCancelled);
 }
 
-// One location's end: the request moves up, and so does the mark of being pending if nobody at the
-// location above is asked.
+// Ends one location: the request moves up, and so does the pending mark if the location above has
+// no completion routine to call.
 CompletionStep MoveUp(PIRP irp) {
   IO_STACK_LOCATION& location = *IoGetCurrentIrpStackLocation(irp);
   const UCHAR control = location.Control;
@@ -208,7 +208,7 @@ CompletionStep MoveUp(PIRP irp) {
   return step;
 }
 
-// Ends the passage at the present location; empty if nothing is wrong with it.
+// Ends the passage at the present location; returns an error, or empty.
 std::string EndPassageAt(PIRP irp, Record& record) {
   const auto& passage = record.Passages[static_cast<std::size_t>(irp->CurrentLocation)];
   if (!IsLive(passage)) return {};
@@ -238,7 +238,7 @@ std::string HistoryText(PIRP irp) {
   return text;
 }
 
-// Runs `look` on the record under the lock; what it says is wrong is reported.
+// Runs `look` on the record under the lock and reports the error it returns.
 template <typename Look>
 void WithRecord(const char* call, PIRP irp, Look look) {
   Registry& registry = TheRegistry();

@@ -17,7 +17,7 @@ struct FaultPoint {
   NTSTATUS Status = STATUS_SUCCESS;
 };
 
-// Each function that asks KernelCallFault().
+// Each function that calls KernelCallFault().
 struct FaultPoints {
   std::mutex Lock;
   std::array<FaultPoint, 9> Points{{

@@ -16,7 +16,7 @@ namespace {
 using Lock = const char*;
 using LockSet = std::set<Lock, std::less<>>;
 
-// For each lock those that were taken while it was held. Never destroyed, like the registry.
+// For each lock, those that were taken while it was held. Never destroyed, like the registry.
 struct Orders {
   std::mutex Mutex;
   std::map<Lock, LockSet, std::less<>> Next;
@@ -41,7 +41,7 @@ bool LeadsTo(const Orders& orders, Lock from, Lock to) {
   return false;
 }
 
-// The held lock that has been taken after `lock` before, directly or over others; null if none.
+// The held lock that was taken after `lock` before, directly or over others; null if none.
 Lock FindInversion(const Thread& self, Lock lock) {
   Orders& orders = TheOrders();
   const std::lock_guard guard(orders.Mutex);
@@ -53,7 +53,7 @@ Lock FindInversion(const Thread& self, Lock lock) {
   return nullptr;
 }
 
-// One hold of several: the others stay.
+// Releases one hold of several: the others stay.
 void ReleaseHold(Thread& self, const void* rundown) {
   const auto held = std::find(self.Held.rbegin(), self.Held.rend(), rundown);
   if (held != self.Held.rend()) self.Held.erase(std::next(held).base());
@@ -88,7 +88,7 @@ void ForgetLockOrders(const void* memory, std::size_t size) {
 
 namespace lidcam {
 
-// Taking a hold never waits: no order follows from what is held by then.
+// Taking a hold never waits: the locks held at that time imply no order.
 void NoteHoldTaken(const void* rundown) {
   host::CurrentThread().Held.push_back(rundown);
 }

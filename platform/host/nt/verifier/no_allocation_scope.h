@@ -2,8 +2,8 @@
 
 namespace lidcam::host {
 
-/// While it lives, a kernel call of the calling thread that allocates memory or may wait is a
-/// violation: to show that a path needs neither. Taking a spin lock is no wait, nor is one with a
+/// During its lifetime, a kernel call of the calling thread that allocates memory or may wait is a
+/// violation: to show that a path does neither. Taking a spin lock is no wait, nor is a wait with a
 /// time limit of 0. Scopes nest.
 class NoAllocationScope {
  public:
@@ -17,7 +17,7 @@ class NoAllocationScope {
   const char* const before_;
 };
 
-/// While it lives, every completion routine runs in a NoAllocationScope, in all threads.
+/// During its lifetime, every completion routine runs in a NoAllocationScope, in all threads.
 class NoAllocationInCompletions {
  public:
   NoAllocationInCompletions();
@@ -26,7 +26,7 @@ class NoAllocationInCompletions {
   ~NoAllocationInCompletions();
 };
 
-/// The I/O manager's, around a completion routine.
+/// Used by the I/O manager around a completion routine.
 class CompletionScope {
  public:
   CompletionScope();

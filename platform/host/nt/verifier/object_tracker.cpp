@@ -23,7 +23,7 @@ struct ObjectRecord {
 
 using Address = const char*;
 
-// Never destroyed: a driver may use objects while statics go away.
+// Never destroyed: a driver may use objects during static destruction.
 struct ObjectRegistry {
   std::mutex Lock;
   std::map<Address, ObjectRecord, std::less<>> Records;
@@ -73,7 +73,7 @@ bool HasHeader(ObjectKind kind) {
   }
 }
 
-// Why an object can't go now; empty if it can.
+// Why an object can't be freed now; empty if it can.
 std::string UseOf(Address object, const ObjectRecord& record) {
   const std::string name = DescribeObject(NameOf(record.Kind), object);
   if (record.InUse != nullptr) return name + " " + record.InUse;
@@ -83,7 +83,7 @@ std::string UseOf(Address object, const ObjectRecord& record) {
   return {};
 }
 
-// Removes the records that lie in a range and tells the first use of one, if any.
+// Removes the records within a range and returns the first use of one, if any.
 std::string ForgetRange(ObjectRegistry& registry, Address begin, std::size_t size) {
   std::string use;
   auto record = registry.Records.lower_bound(begin);
@@ -98,7 +98,7 @@ std::string ForgetRange(ObjectRegistry& registry, Address begin, std::size_t siz
   return use;
 }
 
-// What is wrong with the use of an object, apart from its kind; empty if nothing is.
+// The error in the use of an object, apart from its kind; empty if none.
 std::string WrongUse(const void* object, const ObjectRecord& record) {
   const std::string name = DescribeObject(NameOf(record.Kind), object);
   if (record.World != &CurrentWorld()) return name + " was initialised in another world";

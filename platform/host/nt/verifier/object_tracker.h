@@ -7,7 +7,7 @@
 
 namespace lidcam::host {
 
-/// What drivers make out of memory of their own, or get from the kernel, and may misuse.
+/// Objects that drivers initialise in their own memory, or get from the kernel, and may misuse.
 enum class ObjectKind {
   Event,
   Semaphore,
@@ -20,12 +20,12 @@ enum class ObjectKind {
   QueueItem
 };
 
-/// Writes down that an object was initialised by the calling thread. Doing so again is allowed, but
-/// not while somebody uses the object.
+/// Notes that an object was initialised by the calling thread. Doing so again is allowed, but not
+/// while the object is in use.
 void RegisterObject(const char* call, ObjectKind kind, const void* object, std::size_t size);
 
-/// Checks that `object` was initialised as one of `kind`, in the world that uses it now, and wasn't
-/// overwritten since.
+/// Checks that `object` was initialised as one of `kind`, in the calling thread's world, and has
+/// not been overwritten since.
 void ExpectObject(const char* call, ObjectKind kind, const void* object);
 
 /// As ExpectObject(), for any of the kinds that can be waited for.
@@ -33,26 +33,26 @@ void ExpectObject(const char* call, ObjectKind kind, const void* object);
 /// @return the kind
 ObjectKind ExpectDispatcherObject(const char* call, const void* object);
 
-/// Says why the object must stay as it is for now ("is still set"); null ends that. The text is kept
-/// by its address.
+/// Sets why the object must not be freed now ("is still set"); null clears it. The text must
+/// outlive the object.
 void SetObjectInUse(const void* object, const char* why);
 
-/// Counts the threads that wait for an object.
+/// Changes the number of threads that wait for an object.
 void CountWaiters(const void* object, int change);
 
-/// The object is no more.
+/// Removes the object's record.
 void ForgetObject(const void* object);
 
-/// Memory goes: no object in it may be in use. They are forgotten.
+/// Memory is freed: no object in it may be in use. Removes their records.
 void CheckFreedMemory(const char* call, const void* memory, std::size_t size);
 
-/// Thread objects of a world that somebody still refers to.
+/// Thread objects of a world that are still referenced.
 [[nodiscard]] std::vector<const void*> ThreadObjectsOfWorld(const Scheduler& world);
 
-/// All objects of a world that goes.
+/// Removes the records of all objects of a world that ends.
 void ForgetWorld(const Scheduler& world);
 
-/// A thread or work item of this world that nobody has let go of, with its kind; empty if none.
+/// A thread or work item of this world that was not released, with its kind; empty if none.
 [[nodiscard]] std::string FindKeptObject(const Scheduler& world);
 
 /// A timer, deferred call or work item of this world that still is to run; empty if none.

@@ -10,8 +10,8 @@
 
 namespace lidcam::host {
 
-/// Collects violations while it lives instead of ending the process: for tests of violations. One at
-/// a time.
+/// Collects violations during its lifetime instead of ending the process: for tests of violations.
+/// One at a time.
 class VerifierCapture final : private ViolationSink {
  public:
   VerifierCapture();
@@ -21,8 +21,8 @@ class VerifierCapture final : private ViolationSink {
 
   [[nodiscard]] std::vector<Violation> Violations() const;
 
-  /// Runs `action` and tells the first violation that it made, as "call: what"; empty if none. The
-  /// caller's interrupt level and locks are then as they were before.
+  /// Runs `action` and returns the first violation that it caused, as "call: what"; empty if none.
+  /// The caller's interrupt level and locks are restored afterwards.
   std::string Of(const std::function<void()>& action) const;
 
  private:

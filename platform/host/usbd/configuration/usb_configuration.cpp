@@ -62,7 +62,7 @@ void UsbConfiguration::Open(const UsbInterfaceSetting& setting,
                 .Endpoint = endpoint.bEndpointAddress,
                 .Type = static_cast<USBD_PIPE_TYPE>(endpoint.bmAttributes & USB_ENDPOINT_TYPE_MASK),
                 .BytesPerMicroframe = bus::BytesPerMicroframe(endpoint.wMaxPacketSize)});
-    // MaximumTransferSize and PipeFlags are the driver's to set.
+    // The driver sets MaximumTransferSize and PipeFlags.
     shown->MaximumPacketSize = static_cast<USHORT>(pipe.BytesPerMicroframe);
     shown->EndpointAddress = pipe.Endpoint;
     shown->Interval = endpoint.bInterval;

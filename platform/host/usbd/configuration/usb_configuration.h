@@ -10,23 +10,23 @@ namespace lidcam::host {
 
 /// An open endpoint of the configured device.
 struct UsbPipe {
-  USBD_PIPE_HANDLE Handle = nullptr;  ///< never used again for another pipe of the same device
+  USBD_PIPE_HANDLE Handle = nullptr;  ///< never reused for another pipe of the same device
   std::uint8_t Interface = 0;
   std::uint8_t Endpoint = 0;  ///< address with the direction bit
   USBD_PIPE_TYPE Type = UsbdPipeTypeControl;
   ULONG BytesPerMicroframe = 0;
-  LONGLONG NextFrame = 0;   ///< of the frame clock: the first that no queued transfer has
-  bool HasStalled = false;  ///< an isochronous endpoint that showed a stall needs it cleared
+  LONGLONG NextFrame = 0;   ///< of the frame clock: the first after all queued transfers
+  bool HasStalled = false;  ///< an isochronous endpoint that showed a stall must be cleared
 };
 
-/// The setting of one interface, as a driver asks for it and a descriptor describes it.
+/// The setting of one interface, as requested by a driver and described by a descriptor.
 struct UsbInterfaceSetting {
   USB_INTERFACE_DESCRIPTOR Descriptor{};
   std::vector<USB_ENDPOINT_DESCRIPTOR> Endpoints;
 };
 
-/// What a driver has configured: the descriptor that it chose, and the pipes that are open. Not
-/// synchronized: under the stack's lock.
+/// A driver's configuration: the selected descriptor, and the open pipes. Not synchronized: under
+/// the stack's lock.
 class UsbConfiguration {
  public:
   struct FoundSetting {
@@ -34,9 +34,9 @@ class UsbConfiguration {
     UsbInterfaceSetting Setting{};
   };
 
-  /// Looks up the setting that a URB asks for.
+  /// Looks up the setting that a URB requests.
   ///
-  /// @param wanted  the URB's interface, of which `room` bytes are there
+  /// @param wanted  the URB's interface, `room` bytes long
   /// @return the setting, or why it can't be selected
   [[nodiscard]] static FoundSetting FindSetting(const std::vector<std::uint8_t>& descriptor,
                                                 const USBD_INTERFACE_INFORMATION& wanted,
@@ -50,7 +50,7 @@ class UsbConfiguration {
   /// @return its handle
   USBD_CONFIGURATION_HANDLE Set(std::vector<std::uint8_t> descriptor);
 
-  /// Closes the interface's pipes, opens those of `setting` and tells the driver about them.
+  /// Closes the interface's pipes, opens those of `setting` and fills in their information.
   void Open(const UsbInterfaceSetting& setting, USBD_INTERFACE_INFORMATION& information);
 
   [[nodiscard]] UsbPipe* FindPipe(USBD_PIPE_HANDLE handle);

@@ -8,12 +8,12 @@
 
 namespace lidcam::host {
 
-/// What happens to the frames of a machine that is late.
+/// Treatment of frames on a machine that is late.
 enum class FrameRule : std::uint8_t {
-  Strict,  ///< they pass: a start frame that has gone by is refused, and late transfers catch up
-  AsSoonAsPossible,  ///< they pass, and a start frame that has gone by means the next one
-  Patient,  ///< they wait, for a device whose time stands still until it is read: a stream begins
-            ///< later, a transfer that is late moves, and all behind it with it
+  Strict,  ///< frames pass: a start frame in the past is refused, and late transfers catch up
+  AsSoonAsPossible,  ///< frames pass, and a start frame in the past means the next one
+  Patient,  ///< frames wait, for a device whose time halts until it is read: a stream begins
+            ///< later, and a late transfer delays all behind it
 };
 
 /// Interrupt time in 100 ns.
@@ -30,7 +30,7 @@ struct UsbStackOptions {
   LONGLONG (*Now)() = InterruptTime;
 };
 
-/// What the stack's parts share about the device: its bus, its lock and all that the lock guards.
+/// Shared by the stack's parts: the device's bus, its lock and all that the lock guards.
 struct UsbDeviceState {
   UsbDeviceState(bus::UsbBus& bus, const UsbStackOptions& options) : Bus(bus), Options(options) {
     KeInitializeSpinLock(&Lock);
@@ -38,7 +38,7 @@ struct UsbDeviceState {
     KeInitializeEvent(&ScheduleWork, SynchronizationEvent, FALSE);
   }
 
-  /// Lets both threads look at what there is to do.
+  /// Wakes both threads to look for work.
   void Wake() {
     KeSetEvent(&ControlWork, IO_NO_INCREMENT, FALSE);
     KeSetEvent(&ScheduleWork, IO_NO_INCREMENT, FALSE);
@@ -52,8 +52,8 @@ struct UsbDeviceState {
   KEVENT ScheduleWork{};  ///< for the thread of the isochronous schedule
 
   // Under the lock.
-  bool IsGone = false;      ///< unplugged: everything ends with USBD_STATUS_DEVICE_GONE
-  bool IsStopping = false;  ///< the stack goes: its threads are to end
+  bool IsGone = false;      ///< unplugged: all requests end with USBD_STATUS_DEVICE_GONE
+  bool IsStopping = false;  ///< the stack is being destroyed: its threads must end
   UsbConfiguration Configuration;
 };
 

@@ -1,5 +1,4 @@
-// The helpers that the platform gives drivers for taking descriptors apart and putting URBs together.
-// A kernel that has them needs no others.
+// The platform's library functions that parse descriptors and build URBs, for kernels without them.
 
 #include <cstring>
 #include <span>
@@ -49,7 +48,7 @@ PURB USBD_CreateConfigurationRequestEx(PUSB_CONFIGURATION_DESCRIPTOR configurati
     length += InterfaceInformationSize(entry->InterfaceDescriptor->bNumEndpoints);
   }
   if (length > UINT16_MAX) return nullptr;
-  // Without interfaces there still is the room of one: drivers look at the first.
+  // Without interfaces there is still room for one: drivers look at the first.
   const std::size_t size =
       length < sizeof(_URB_SELECT_CONFIGURATION) ? sizeof(_URB_SELECT_CONFIGURATION) : length;
   auto* const urb = static_cast<URB*>(ExAllocatePoolWithTag(NonPagedPool, size, kPoolTag));

@@ -133,7 +133,7 @@ USBD_STATUS ControlRequests::OpenInterfaces(const std::vector<UsbInterfaceSettin
   auto* place = reinterpret_cast<std::uint8_t*>(&urb.Interface);
   for (const UsbInterfaceSetting& setting : settings) {
     const USB_INTERFACE_DESCRIPTOR& descriptor = setting.Descriptor;
-    // A device comes up with setting 0 of every interface.
+    // A configured device has setting 0 of every interface selected.
     if (descriptor.bAlternateSetting != 0) {
       const USBD_STATUS status = FromBus(
           device_.Bus.SelectSetting(descriptor.bInterfaceNumber, descriptor.bAlternateSetting));
@@ -157,7 +157,7 @@ USBD_STATUS ControlRequests::SelectInterface(_URB_SELECT_INTERFACE& urb) {
     }
     descriptor = device_.Configuration.Descriptor();
   }
-  // Drivers are known that leave the URB's own length to chance: the interface's counts.
+  // Some drivers leave the URB's own length unset: the interface's length is used.
   const auto found = UsbConfiguration::FindSetting(descriptor, urb.Interface, urb.Interface.Length);
   if (found.Status != USBD_STATUS_SUCCESS) return found.Status;
   const USB_INTERFACE_DESCRIPTOR& wanted = found.Setting.Descriptor;

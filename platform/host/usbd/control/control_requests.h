@@ -11,14 +11,14 @@
 
 namespace lidcam::host {
 
-/// Carries out the requests that concern endpoint 0 and the configuration, one at a time. Each of
-/// its functions blocks as the bus does, and is called without the lock at passive level.
+/// Carries out the requests that concern endpoint 0 and the configuration, one at a time. Each
+/// function blocks as long as the bus does; call without the lock at passive level.
 class ControlRequests {
  public:
   ControlRequests(UsbDeviceState& device, IsochronousSchedule& schedule)
       : device_(device), schedule_(schedule) {}
 
-  /// @return how the URB ends; USBD_STATUS_PENDING if the device stays silent
+  /// @return the URB's status; USBD_STATUS_PENDING if the device stays silent
   USBD_STATUS Execute(URB& urb);
 
  private:
@@ -39,20 +39,21 @@ class ControlRequests {
 };
 
 /// The queue of those requests: strictly in the order of submission, completed at DISPATCH_LEVEL by
-/// Run()'s thread. One that the device never answers holds all behind it until it is cancelled.
+/// Run()'s thread. A request that the device never answers blocks all behind it until it is
+/// cancelled.
 class ControlQueue {
  public:
   ControlQueue(UsbDeviceState& device, ControlRequests& requests)
       : device_(device), requests_(requests) {}
 
-  // All of these but Run() under the device's lock.
+  // All of these except Run() under the device's lock.
 
-  /// @return USBD_STATUS_PENDING, or why the URB is refused; it is the caller's to complete then
+  /// @return USBD_STATUS_PENDING, or why the URB is refused; the caller completes it then
   USBD_STATUS Submit(PIRP irp, URB& urb, PDRIVER_CANCEL cancel);
 
   bool MarkCancelled(PIRP irp);
 
-  /// What the queue's thread does until the stack stops.
+  /// Body of the queue's thread; returns when the stack stops.
   void Run();
 
  private:

@@ -1,12 +1,12 @@
 #pragma once
 
 // Published USB interfaces, declared for builds without the platform's headers: descriptors, URBs
-// and the helpers that take configuration descriptors apart. Names, values and layouts are the
+// and the functions that parse configuration descriptors. Names, values and layouts are the
 // platform's (platform/layout_checks.cpp asserts the sizes).
 
 #include "platform/host/nt/declarations/nt_declarations.h"
 
-// ---- Descriptors: as they stand on the wire, without gaps.
+// ---- Descriptors: packed, as on the wire.
 
 #pragma pack(push, 1)
 
@@ -101,7 +101,7 @@ using PUSB_ENDPOINT_DESCRIPTOR = USB_ENDPOINT_DESCRIPTOR*;
 #define USBD_START_ISO_TRANSFER_ASAP 0x00000004U
 #define USBD_DEFAULT_PIPE_TRANSFER 0x00000008U
 
-/// Frames into the past or the future that a start frame may lie.
+/// Largest distance of a start frame from the present one, in frames, past or future.
 #define USBD_ISO_START_FRAME_RANGE 1024
 #define USBD_DEFAULT_MAXIMUM_TRANSFER_SIZE 0xFFFFFFFFU
 
@@ -307,14 +307,15 @@ using PURB = URB*;
 
 extern "C" {
 
-/// Finds the first interface descriptor at or behind `start` that fits; -1 fits everything. Null if
-/// there is none.
+/// Finds the first interface descriptor at or behind `start` that matches; -1 matches everything.
+/// Null if none does.
 PUSB_INTERFACE_DESCRIPTOR NTAPI USBD_ParseConfigurationDescriptorEx(
     PUSB_CONFIGURATION_DESCRIPTOR configuration, PVOID start, LONG interfaceNumber,
     LONG alternateSetting, LONG interfaceClass, LONG interfaceSubClass, LONG interfaceProtocol);
 
-/// Makes a select configuration URB for the listed interfaces, in pool that the caller frees with
-/// ExFreePool(), and points each entry's `Interface` into it. The list ends with a null descriptor.
+/// Makes a select configuration URB for the listed interfaces, in pool memory that the caller frees
+/// with ExFreePool(), and sets each entry's `Interface` to its part. The list ends with a null
+/// descriptor.
 PURB NTAPI USBD_CreateConfigurationRequestEx(PUSB_CONFIGURATION_DESCRIPTOR configuration,
                                              PUSBD_INTERFACE_LIST_ENTRY list);
 

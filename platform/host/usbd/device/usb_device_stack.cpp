@@ -55,8 +55,8 @@ UsbDeviceStack::~UsbDeviceStack() noexcept(false) {
   IoDeleteDevice(physicalDevice_);
 }
 
-// The device comes and goes with the stack itself: there is nothing to do but to agree. What only a
-// driver above can know is left as it came.
+// The device exists as long as the stack itself: these requests all succeed. Data that only a
+// driver above can fill in is left unchanged.
 NTSTATUS UsbDeviceStack::AnswerPlugAndPlay(PDEVICE_OBJECT, PIRP irp) {
   switch (IoGetCurrentIrpStackLocation(irp)->MinorFunction) {
     case IRP_MN_START_DEVICE:

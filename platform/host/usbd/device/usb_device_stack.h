@@ -7,8 +7,8 @@
 namespace lidcam::host {
 
 /// A USB device as drivers see it: a physical device object that takes URBs
-/// (IOCTL_INTERNAL_USB_SUBMIT_URB) and has them carried out over a UsbBus by a UsbRequestServer, whose
-/// threads belong to the world of the thread that makes the stack.
+/// (IOCTL_INTERNAL_USB_SUBMIT_URB), which a UsbRequestServer carries out over a UsbBus. The
+/// server's threads belong to the world of the thread that makes the stack.
 class UsbDeviceStack {
  public:
   /// @param bus  outlives the stack
@@ -17,13 +17,13 @@ class UsbDeviceStack {
   UsbDeviceStack(const UsbDeviceStack&) = delete;
   UsbDeviceStack& operator=(const UsbDeviceStack&) = delete;
 
-  /// Completes all that is out with USBD_STATUS_DEVICE_GONE and ends the threads. Drivers above have
-  /// detached by then. Passive level.
+  /// Completes all pending requests with USBD_STATUS_DEVICE_GONE and ends the threads. Drivers
+  /// above must have detached. Passive level.
   ~UsbDeviceStack() noexcept(false);
 
   [[nodiscard]] PDEVICE_OBJECT PhysicalDeviceObject() const { return physicalDevice_; }
 
-  /// Pulls the plug: all that is out ends with USBD_STATUS_DEVICE_GONE, and so does what comes later.
+  /// Unplugs the device: all pending and later requests are completed with USBD_STATUS_DEVICE_GONE.
   void Unplug() { server_.Unplug(); }
 
  private:

@@ -7,7 +7,7 @@
 namespace lidcam::host {
 namespace {
 
-/// Bytes that a URB of this function must have, isochronous packets aside.
+/// Minimum length of a URB of this function, without isochronous packets.
 std::size_t SmallestLength(USHORT function) {
   switch (function) {
     case URB_FUNCTION_GET_DESCRIPTOR_FROM_DEVICE:
@@ -23,12 +23,12 @@ std::size_t SmallestLength(USHORT function) {
       return sizeof(_URB_GET_CURRENT_FRAME_NUMBER);
     case URB_FUNCTION_BULK_OR_INTERRUPT_TRANSFER:
       return sizeof(_URB_BULK_OR_INTERRUPT_TRANSFER);
-    default:  // drivers are known that leave the length of SELECT_INTERFACE to chance
+    default:  // some drivers leave the length of SELECT_INTERFACE unset
       return 0;
   }
 }
 
-/// Whether the data stage of a control request is one that the stack can move.
+/// Whether the stack supports the data stage of a control request.
 template <typename Request>
 bool HasDataStage(const Request& request) {
   return request.TransferBufferLength <= UINT16_MAX && request.TransferBufferMDL == nullptr &&
@@ -99,7 +99,7 @@ void UsbRequestServer::Cancel(PIRP irp) {
 }
 
 NTSTATUS UsbRequestServer::Submit(PIRP irp, URB& urb) {
-  // An accepted URB may be gone as soon as the lock is free.
+  // An accepted URB may be completed and freed as soon as the lock is released.
   const bool isAbort = urb.UrbHeader.Function == URB_FUNCTION_ABORT_PIPE;
   std::optional<std::uint8_t> abortedEndpoint;
   USBD_STATUS status = USBD_STATUS_DEVICE_GONE;
@@ -154,7 +154,7 @@ USBD_STATUS UsbRequestServer::RefuseBulkTransfer(const _URB_BULK_OR_INTERRUPT_TR
   const UsbPipe* const pipe = state_.Configuration.FindPipe(urb.PipeHandle);
   const bool isRightKind =
       pipe != nullptr && (pipe->Type == UsbdPipeTypeBulk || pipe->Type == UsbdPipeTypeInterrupt);
-  // No UsbBus moves bulk or interrupt data.
+  // A UsbBus supports neither bulk nor interrupt transfers.
   return isRightKind ? USBD_STATUS_NOT_SUPPORTED : USBD_STATUS_INVALID_PIPE_HANDLE;
 }
 

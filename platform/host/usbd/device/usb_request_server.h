@@ -10,12 +10,13 @@
 
 namespace lidcam::host {
 
-/// Carries out the URBs of one USB device over a UsbBus, whoever owns the device object that they are
-/// sent to.
+/// Carries out the URBs of one USB device over a UsbBus. The device object that receives them may
+/// belong to any driver.
 ///
-/// What can be refused at once is completed in the driver's call; all else is pending and is
-/// completed later, at DISPATCH_LEVEL, by two system threads of the server's own: one for control
-/// requests, one for what has its time in frames. All bus calls but Abort() and Unplug() are theirs.
+/// URBs that can be refused at once are completed in the driver's call; all others are pending and
+/// completed later, at DISPATCH_LEVEL, by two system threads of the server: one for control
+/// requests, one for requests that are timed in frames. Only these threads call the bus, except for
+/// Abort() and Unplug().
 class UsbRequestServer {
  public:
   /// @param bus     outlives the server
@@ -25,21 +26,21 @@ class UsbRequestServer {
   UsbRequestServer& operator=(const UsbRequestServer&) = delete;
 
   /// Makes the threads. Nothing may be submitted before.
-  /// @throws std::runtime_error if the kernel gives no thread; there is none then
+  /// @throws std::runtime_error if the kernel gives no thread; none is left then
   void Start();
 
-  /// Completes all that is out with USBD_STATUS_DEVICE_GONE and ends the threads. Drivers have
-  /// detached by then. Passive level; also after a Start() that failed, and more than once.
+  /// Completes all pending requests with USBD_STATUS_DEVICE_GONE and ends the threads. Drivers must
+  /// have detached. Passive level; also after a failed Start(), and more than once.
   void Stop();
 
-  /// Takes a request packet of the device's internal device control.
+  /// Takes a request of the device's internal device control.
   /// @return its status, STATUS_PENDING if it is completed later
   NTSTATUS Dispatch(PIRP irp);
 
-  /// What a cancel routine does with its packet: lets go of the cancel lock, and ends the request.
+  /// Work of a cancel routine: releases the cancel lock, and ends the request.
   void Cancel(PIRP irp);
 
-  /// Pulls the plug: all that is out ends with USBD_STATUS_DEVICE_GONE, and so does what comes later.
+  /// Unplugs the device: all pending and later requests are completed with USBD_STATUS_DEVICE_GONE.
   void Unplug();
 
  private:

@@ -6,15 +6,15 @@
 namespace lidcam::host {
 namespace {
 
-/// Frames that the controller needs between the present one and the first that it can still serve.
+/// Frames between the present one and the first that the controller can still schedule.
 constexpr LONGLONG kLeadFrames = 2;
 
-/// Frames by which the patient rule lets a stream begin later: a driver counts on the time from its
-/// first transfer's start to that transfer's end, and may lose it on a machine that is late.
+/// Frames by which the patient rule delays a stream's begin: a driver relies on the time between
+/// the start and the end of its first transfer, which a late machine may otherwise use up.
 constexpr LONGLONG kPatientLeadFrames = 300;
 
-/// Frames that are made up for even by the patient rule: waits end a little late as a rule, and the
-/// stream keeps its pace all the same.
+/// Largest delay in frames that the patient rule still makes up for: waits usually end a little
+/// late, and the stream must keep its rate.
 constexpr LONGLONG kCaughtUpFrames = 4;
 
 LONGLONG FrameAt(LONGLONG time) {
@@ -37,7 +37,7 @@ USBD_STATUS IsochronousSchedule::PlaceTransfer(UsbPipe& pipe, _URB_ISOCH_TRANSFE
   const LONGLONG present = FrameAt(device_.Options.Now());
   LONGLONG start = std::max(pipe.NextFrame, present + kLeadFrames);
   if ((urb.TransferFlags & USBD_START_ISO_TRANSFER_ASAP) == 0) {
-    // Frame numbers wrap around: what counts is the way from the present one.
+    // Frame numbers wrap around: only the distance from the present one counts.
     const LONG ahead = static_cast<LONG>(urb.StartFrame - FrameNumber(present));
     if (ahead > USBD_ISO_START_FRAME_RANGE) return USBD_STATUS_BAD_START_FRAME;
     const bool isLate = ahead <= 0 || present + ahead < pipe.NextFrame;
@@ -79,7 +79,7 @@ USBD_STATUS IsochronousSchedule::SubmitTransfer(PIRP irp, URB& urb, PDRIVER_CANC
 
 void IsochronousSchedule::AcceptNotice(const Notice& notice) {
   notices_.push_back(notice);
-  // Without a cancel routine a request is always taken in.
+  // Without a cancel routine a request is always accepted.
   static_cast<void>(AcceptRequest(notices_.back(), nullptr));
 }
 
@@ -179,7 +179,7 @@ std::vector<UsbRequest> IsochronousSchedule::TakeEnded(LONGLONG now) {
     ended.push_back(*transfer);
     return true;
   });
-  // An abort ends behind the transfers that it took back.
+  // An abort completes after the transfers that it aborted.
   std::erase_if(notices_, [&](Notice& notice) {
     if (notice.AbortedPipe == nullptr) {
       notice.Urb->UrbGetCurrentFrameNumber.FrameNumber = FrameNumber(FrameAt(now));

@@ -8,33 +8,33 @@
 
 namespace lidcam::host {
 
-/// The isochronous transfers of a device in their frames, and all that has to do with frames: the
-/// frame number, and aborts.
+/// The scheduled isochronous transfers of a device, and all other operations on frames: the frame
+/// number, and aborts.
 ///
-/// Frames of 1 ms are counted by the stack's time; packets are microframes of 125 us. A transfer takes
-/// whole frames, is read from the bus when its last microframe is over and is completed then, at
+/// Frames of 1 ms are counted by the stack's time; packets are microframes of 125 us. A transfer
+/// takes whole frames, is read from the bus after its last microframe and is completed then, at
 /// DISPATCH_LEVEL, by Run()'s thread.
 class IsochronousSchedule {
  public:
   explicit IsochronousSchedule(UsbDeviceState& device) : device_(device) {}
 
-  // All of these but Run() under the device's lock.
+  // All of these except Run() under the device's lock.
 
-  /// @return USBD_STATUS_PENDING, or why the URB is refused; it is the caller's to complete then
+  /// @return USBD_STATUS_PENDING, or why the URB is refused; the caller completes it then
   USBD_STATUS SubmitTransfer(PIRP irp, URB& urb, PDRIVER_CANCEL cancel);
 
-  /// Takes back all transfers of a pipe; the URB is completed behind them.
+  /// Aborts all transfers of a pipe; the URB is completed after them.
   USBD_STATUS SubmitAbort(PIRP irp, URB& urb);
 
   USBD_STATUS SubmitFrameNumber(PIRP irp, URB& urb);
 
-  /// @return whether the pipe had transfers to take back
+  /// @return whether the pipe had transfers to abort
   bool AbortPipe(USBD_PIPE_HANDLE pipe);
 
   [[nodiscard]] bool HasTransfers(USBD_PIPE_HANDLE pipe) const;
   bool MarkCancelled(PIRP irp);
 
-  /// What the schedule's thread does until the stack stops.
+  /// Body of the schedule's thread; returns when the stack stops.
   void Run();
 
  private:
@@ -49,7 +49,7 @@ class IsochronousSchedule {
   Step RunOnce();
   std::vector<UsbRequest> TakeEnded(LONGLONG now);
   [[nodiscard]] IsochronousTransfer* FindNext();
-  /// Moves what lies behind a transfer by the time that this was late.
+  /// Delays the transfers behind a late one by the same time.
   void PutOffBehind(const IsochronousTransfer& late, LONGLONG lost);
   void Read(IsochronousTransfer& transfer);
   void WaitUntil(LONGLONG time);

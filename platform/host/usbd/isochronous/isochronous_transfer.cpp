@@ -15,7 +15,7 @@ std::span<USBD_ISO_PACKET_DESCRIPTOR> PacketsOf(_URB_ISOCH_TRANSFER& urb) {
   return {&urb.IsoPacket[0], urb.NumberOfPackets};
 }
 
-/// The bytes that a packet has for its data: up to where the next one begins.
+/// Bytes available for a packet: up to the offset of the next one.
 ULONG RoomOf(const _URB_ISOCH_TRANSFER& urb, ULONG packet) {
   const USBD_ISO_PACKET_DESCRIPTOR* const packets = &urb.IsoPacket[0];
   const ULONG end =
@@ -23,7 +23,7 @@ ULONG RoomOf(const _URB_ISOCH_TRANSFER& urb, ULONG packet) {
   return end - packets[packet].Offset;
 }
 
-/// Whether the bus can read right into the driver's buffer: it cuts it evenly.
+/// Whether the bus can read directly into the driver's buffer: all packets are equally long.
 bool IsCutEvenly(_URB_ISOCH_TRANSFER& urb, ULONG bytesPerMicroframe) {
   const ULONG share = urb.TransferBufferLength / urb.NumberOfPackets;
   ULONG offset = 0;
@@ -34,7 +34,7 @@ bool IsCutEvenly(_URB_ISOCH_TRANSFER& urb, ULONG bytesPerMicroframe) {
   return share >= bytesPerMicroframe;
 }
 
-/// Moves what the bus read elsewhere into the driver's packets.
+/// Copies data that was read into another buffer to the driver's packets.
 void CopyPackets(_URB_ISOCH_TRANSFER& urb, std::span<const std::uint8_t> read,
                  std::span<bus::IsochronousPacket> packets) {
   for (ULONG i = 0; i < urb.NumberOfPackets; ++i) {
@@ -46,7 +46,7 @@ void CopyPackets(_URB_ISOCH_TRANSFER& urb, std::span<const std::uint8_t> read,
   }
 }
 
-/// Tells the driver about its packets.
+/// Writes the packets' lengths and statuses into the URB.
 void TellPackets(_URB_ISOCH_TRANSFER& urb, std::span<const bus::IsochronousPacket> packets) {
   urb.ErrorCount = 0;
   for (ULONG i = 0; i < urb.NumberOfPackets; ++i) {

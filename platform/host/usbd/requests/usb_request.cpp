@@ -8,7 +8,7 @@ bool AcceptRequest(UsbRequest& request, PDRIVER_CANCEL cancel) {
   if (cancel != nullptr) {
     request.IsCancellable = true;
     IoSetCancelRoutine(request.Irp, cancel);
-    // A canceller that came before the routine was set has left its mark only.
+    // A cancellation before the routine was set only sets the request's Cancel.
     if (__atomic_load_n(&request.Irp->Cancel, __ATOMIC_RELAXED) != FALSE &&
         IoSetCancelRoutine(request.Irp, nullptr) != nullptr) {
       return false;

@@ -5,11 +5,11 @@
 
 namespace lidcam::host {
 
-/// What a driver is told about a request that ended on the bus with `status`. A silent bus gives
+/// The URB status of a request that ended on the bus with `status`. A silent bus gives
 /// USBD_STATUS_PENDING: the request hasn't ended.
 [[nodiscard]] USBD_STATUS FromBus(bus::UsbStatus status);
 
-/// The request packet's status that goes with a URB's.
+/// The status of the request packet that corresponds to a URB's.
 [[nodiscard]] NTSTATUS ToNtStatus(USBD_STATUS status);
 
 }  // namespace lidcam::host

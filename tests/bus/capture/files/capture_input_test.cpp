@@ -22,7 +22,7 @@ namespace {
 using lidcam::test::FileSizeLimit;
 using testing::HasSubstr;
 
-/// All that a capture's stream gives.
+/// Reads a capture's whole stream.
 Bytes Read(CaptureInput& input) {
   const StreamHandle stream = input.TakeStream();
   Bytes bytes;
@@ -33,7 +33,7 @@ Bytes Read(CaptureInput& input) {
   return bytes;
 }
 
-/// Bytes that compress, but not to nothing.
+/// Bytes that can be compressed a little.
 Bytes SomeBytes(std::size_t count) {
   Bytes bytes(count);
   std::uint32_t state = 1;
@@ -72,7 +72,7 @@ class CompressedCapture : public testing::TestWithParam<Form> {
 
   TemporaryFolder folder_;
   const Bytes content_ = SomeBytes(300'000);
-  const std::string path_ = folder_.Path("a");  // whatever its ending
+  const std::string path_ = folder_.Path("a");  // the file's suffix does not matter
   Bytes compressed_;
 };
 
@@ -99,7 +99,7 @@ TEST_P(CompressedCapture, CutAnywhereIsSurvived) {
     WriteFile(path_, std::span(compressed_).first(length));
     CaptureInput input{path_};
     const Bytes begin = Read(input);
-    // What is too short to be known as compressed is taken as it is.
+    // Data too short to be recognised as compressed are returned unchanged.
     if (length > kCompressionMarkSize) {
       EXPECT_TRUE(input.IsCut()) << length;
       EXPECT_LT(begin.size(), content_.size()) << length;
@@ -122,7 +122,7 @@ INSTANTIATE_TEST_SUITE_P(Forms, CompressedCapture,
                                          Form{"Zstandard", "zstd -c -q"}),
                          [](const auto& tested) { return std::string(tested.param.Name); });
 
-// Each block of these has a check sum of its own, so that damage is found.
+// Each block of these formats has a check sum, so that damage is detected.
 TEST(DamagedCapture, IsNamedWithTheReason) {
   if (!RunCommand("command -v xz").Succeeded) GTEST_SKIP() << "no xz here";
   const TemporaryFolder folder;
@@ -171,7 +171,7 @@ TEST(CaptureFromAPipe, ForWhichThereIsNoRoomIsToldSo) {
   const std::string path = folder.Path("pipe");
   ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
   setenv("TMPDIR", folder.Path("").c_str(), 1);
-  const auto handler = std::signal(SIGPIPE, SIG_IGN);  // the pipe is closed ahead of its end
+  const auto handler = std::signal(SIGPIPE, SIG_IGN);  // the pipe is closed before its end
   std::thread writer([&] { WriteFile(path, SomeBytes(300'000)); });
   std::string error;
   {
@@ -182,7 +182,7 @@ TEST(CaptureFromAPipe, ForWhichThereIsNoRoomIsToldSo) {
   std::signal(SIGPIPE, handler);
   unsetenv("TMPDIR");
   EXPECT_THAT(error, HasSubstr("no room for a copy of it in the folder of temporary files: "));
-  EXPECT_THAT(folder.Names(), testing::ElementsAre("pipe")) << "nothing is left there";
+  EXPECT_THAT(folder.Names(), testing::ElementsAre("pipe")) << "no temporary file is left";
 }
 
 TEST(CaptureName, OfADashIsStandardInput) {

@@ -147,7 +147,7 @@ TEST(PcapFile, DiskThatIsFullAtTheLastByteIsReportedAtTheClose) {
   {
     const FileSizeLimit limit{30};
     PcapWriter writer{folder.Path("a.pcap"), kLinkTypeUsbmon};
-    writer.Write(kTime, Hex("01"));  // rests in the buffer
+    writer.Write(kTime, Hex("01"));  // stays in the buffer
     error = ErrorOf([&] { writer.Close(); });
   }
   EXPECT_EQ(error, folder.Path("a.pcap") + ": can't write the capture: File too large");
@@ -205,7 +205,7 @@ TEST(PcapFile, FolderInThePlaceOfTheFileIsReportedAheadOfTheFirstRecord) {
   EXPECT_THAT(folder.Names(), ElementsAre("a.pcap"));
 }
 
-// A folder comes to the name while the capture is written.
+// A folder of the same name is created during the capture.
 TEST(PcapFile, WhatCannotHaveItsNameIsKeptBesideIt) {
   const TemporaryFolder folder;
   PcapWriter writer{folder.Path("a.pcap"), kLinkTypeUsbmon};

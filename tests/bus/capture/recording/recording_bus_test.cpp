@@ -18,7 +18,7 @@ using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-/// The records of a file, their data kept.
+/// The records of a file, with copies of their data.
 struct KeptRecord {
   UsbRecord Record;
   Bytes Data;
@@ -202,7 +202,7 @@ TEST(RecordingBus, AddressAndStartOfTimeAreThoseAskedFor) {
   EXPECT_EQ(records[0].Record.TimeMicroseconds, 1'700'000'001'000'000);
 }
 
-// 200 microframes of 3072 bytes are more than a record of the capture format holds.
+// 200 microframes of 3072 bytes exceed a record of the capture format.
 TEST(RecordingBus, LongReadIsRecordedInPiecesOfTheFormatsSize) {
   const TemporaryFolder folder;
   ScriptedBus camera;
@@ -302,7 +302,7 @@ TEST(RecordingBus, ReadWithoutPacketsIsNotRecorded) {
   EXPECT_THAT(Records(folder.Path("a.pcap")), IsEmpty());
 }
 
-/// Answers from any thread at once.
+/// A bus that may be called from any thread.
 class PatientBus final : public UsbBus {
  public:
   ControlResult ControlTransfer(const SetupPacket& /*setup*/,

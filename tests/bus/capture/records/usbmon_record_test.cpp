@@ -19,7 +19,7 @@ const Bytes kControlSubmit =
         "00 00 00 00  00 00 00 00  40 A0 03 00 FF FF 00 00"
         "00 00 00 00  00 00 00 00  00 00 00 00  00 00 00 00");
 
-// The byte 76 read by C0 A1 01 00 0B FF 01 00 comes home.
+// The completion with the byte 76 read by C0 A1 01 00 0B FF 01 00.
 const Bytes kControlComplete =
     Hex("40 88 12 34 00 88 FF FF  43 02 80 05  01 00 2D 00"
         "E8 03 00 00 00 00 00 00  BD E2 01 00  00 00 00 00"
@@ -38,7 +38,7 @@ const Bytes kIsochronousComplete =
         "00 00 00 00  10 00 00 00  03 00 00 00  00 00 00 00"
         "FF D8 01 02 00 00 00 00  00 00 00 00 00 00 00 00  03 04 05");
 
-// The same transfer on its way out: the lengths are those asked for, no data.
+// The submission of the same transfer: requested lengths, no data.
 const Bytes kIsochronousSubmit =
     Hex("80 88 12 34 00 88 FF FF  53 00 82 05  01 00 2D 3C"
         "E8 03 00 00 00 00 00 00  3F 42 0F 00  8D FF FF FF"
@@ -48,7 +48,7 @@ const Bytes kIsochronousSubmit =
         "EE FF FF FF  08 00 00 00  08 00 00 00  00 00 00 00"
         "EE FF FF FF  10 00 00 00  08 00 00 00  00 00 00 00");
 
-// OUT data of a control transfer go with its submission and leave a mark in its completion.
+// OUT data of a control transfer are in its submission, and flagged in its completion.
 const Bytes kControlOutSubmit =
     Hex("01 00 00 00 00 00 00 00  53 02 00 05  01 00 00 00"
         "00 00 00 00 00 00 00 00  00 00 00 00  8D FF FF FF"

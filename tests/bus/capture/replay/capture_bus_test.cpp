@@ -24,7 +24,7 @@ SetupPacket RegisterRead(std::uint8_t address) {
   return {0xC0, 0xA1, 1, static_cast<std::uint16_t>(0xFF00 | address), 1};
 }
 
-/// A scripted camera, recorded and given back.
+/// A scripted camera, recorded and replayed.
 class Replay : public testing::Test {
  protected:
   Replay() {
@@ -120,8 +120,8 @@ TEST_F(Replay, SameAddressIsAnotherRegisterUnderAnotherSelect) {
   EXPECT_EQ(ReadRegister(bus, kSensorRead, 0x0B), 0x76);
 }
 
-// Read of A at the begin and at the end, a read of B between: after B the later A comes first, then
-// the one passed over.
+// Reads A at the begin and at the end, and B in between: after B the later A is returned first,
+// then the earlier one, which was skipped.
 TEST_F(Replay, SearchGoesForwardFromTheLastMatchAndThenFromTheBegin) {
   camera_.Say(RegisterRead(0x0A), {UsbStatus::Ok, Hex("A1")});
   camera_.Say(RegisterRead(0x0A), {UsbStatus::Ok, Hex("A2")});
@@ -163,13 +163,13 @@ TEST_F(Replay, RecordedFailureFailsAgain) {
   EXPECT_EQ(ReadRegister(Play(), kBridgeRead, 0x0A), 256 + static_cast<int>(UsbStatus::Stalled));
 }
 
-// Another host asks for 521 bytes at once; the camera answers with the 55 it has.
+// Another host requests 521 bytes at once; the camera answers with its 55.
 TEST_F(Replay, WholeDescriptorAnswersRequestsOfAnyLength) {
   CaptureBus& bus = Play();
   Bytes data(521);
   EXPECT_EQ(bus.ControlTransfer({0x80, 0x06, 0x0200, 0, 4}, data),
             (ControlResult{UsbStatus::Ok, 4}));
-  // The request for exactly 55 bytes does not show that there are no more.
+  // A request for exactly 55 bytes does not show that the descriptor ends there.
   EXPECT_EQ(bus.ControlTransfer({0x80, 0x06, 0x0200, 0, 521}, data).Status, UsbStatus::NotRecorded);
 }
 
@@ -269,7 +269,7 @@ TEST_F(Replay, BusTimeFollowsTheRecordedGapsButNeverRunsBackwards) {
   Record(8);
   camera_.Microframe = 9000;
   Record(8);
-  camera_.Microframe = 16;  // the host controller's counter begins anew
+  camera_.Microframe = 16;  // the host controller's counter wraps around
   Record(8);
   CaptureBus& bus = Play();
   Bytes buffer(64);
@@ -312,7 +312,7 @@ TEST_F(Replay, FileThatChangesUnderTheStreamFailsIt) {
   EXPECT_EQ(given, 39);
 }
 
-// What was recorded of a replay is the recording again, but for the transfers' times and ids.
+// The recording of a replay equals the original, except for the transfers' times and ids.
 TEST_F(Replay, CanBeRecordedAndReplayedAgain) {
   camera_.Say(RegisterRead(0x0B), {UsbStatus::Ok, Hex("76")});
   camera_.Packets = {{Hex("FF D8 01"), UsbStatus::Ok}, {Hex("02"), UsbStatus::Failed}};

@@ -21,7 +21,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-/// What a device of a capture does in it.
+/// A device of a capture, and its traffic.
 struct Actor {
   DeviceAddress Address;
   std::uint16_t Vendor = 0;  ///< 0: was enumerated before the capture
@@ -250,7 +250,7 @@ TEST(CaptureSource, UsbpcapIsReadAsWell) {
   EXPECT_EQ(source.Device().Streams.at(0x82), (RecordedStream{2, 7, 8000}));
 }
 
-/// The records of an image, as a capture program keeps them that cuts each to a length.
+/// The records of an image, cut to a length as by a capture program.
 PcapImage CutTo(std::size_t snapLength, const std::vector<Bytes>& records) {
   PcapImage image{249};
   for (const Bytes& record : records) {
@@ -260,7 +260,7 @@ PcapImage CutTo(std::size_t snapLength, const std::vector<Bytes>& records) {
   return image;
 }
 
-/// A transfer of one packet with 120 bytes behind its header of 51.
+/// A transfer of one packet with 120 bytes after its header of 51.
 Bytes UsbpcapTransfer() {
   Bytes record = Hex(
       "33 00  02 00 00 00 00 00 00 00  00 00 00 00  0A 00  01  02 00  07 00  82  00  78 00 00 00"
@@ -284,8 +284,8 @@ TEST(CaptureSource, RecordsThatWereCutAreNamedWithTheRemedy) {
                   "snapshot length)"));
 }
 
-// What the usual capture program of Windows keeps of a record, if nothing else is said, is less than one
-// transfer of a camera.
+// By default, the usual capture program of Windows keeps less of a record than one transfer of a
+// camera.
 TEST(CaptureSource, TheRemedyIsLongEnoughForTheLongestRecord) {
   const TemporaryFolder folder;
   PcapImage image{249};
@@ -334,7 +334,7 @@ TEST(CaptureSource, PcapngIsReadAsWell) {
             (UsbIdentity{0x1AF0, 0x6010}));
 }
 
-// The head of a descriptor, as hosts ask for it first, ends before the identity.
+// The head of a descriptor, which hosts read first, ends before the identity.
 TEST(CaptureSource, HeadOfADescriptorIdentifiesNoDevice) {
   const TemporaryFolder folder;
   ScriptedBus camera;

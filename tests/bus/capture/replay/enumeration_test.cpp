@@ -138,7 +138,7 @@ TEST(Enumeration, EveryShorterConfigurationIsRefused) {
   }
 }
 
-// With 32 bytes setting 0 is whole, and a configuration of its own.
+// Cut after 32 bytes, setting 0 is complete, and a valid configuration by itself.
 TEST(Enumeration, ConfigurationCutAnywhereElseThanBehindASettingIsRefused) {
   for (std::size_t length = 9; length < kConfiguration.size(); ++length) {
     Bytes bytes(kConfiguration.begin(),
@@ -178,7 +178,7 @@ TEST(Enumeration, ConfigurationThatIsShorterThanItsOwnHeadIsRefused) {
   ScriptedBus bus;
   SayDescriptors(bus, 0x1AF0, 0x0511);
   bus.Say({0x80, 6, 0x0200, 0, 9}, {UsbStatus::Ok, Hex("09 02 08 00 01 01 00 80 FA")});
-  static_cast<void>(EnumerateDevice(bus));  // uses up the good answer
+  static_cast<void>(EnumerateDevice(bus));  // uses up the valid answer
   EXPECT_EQ(RefusalOf(bus), "configuration descriptor, byte 2: total length 8 is below 9");
 }
 

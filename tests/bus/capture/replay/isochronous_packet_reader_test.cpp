@@ -11,7 +11,7 @@ namespace {
 
 using testing::ElementsAre;
 
-/// A recorded stream and nothing else.
+/// A capture with a stream only.
 class RecordedPackets : public testing::Test {
  protected:
   void Record(const std::vector<Bytes>& payloads, std::size_t perTransfer = 4) {
@@ -73,7 +73,7 @@ TEST_F(RecordedPackets, WithoutAnyTheReaderIsRefused) {
             path_ + ": device 1.2 sent no isochronous data; record it while the camera streams");
 }
 
-// A host that stops a stream takes its last transfers back and doesn't look at them.
+// A host that stops a stream cancels its last transfers and ignores their data.
 TEST_F(RecordedPackets, OfATransferThatTheHostTookBackAreLeftOut) {
   const auto transfer = [](const char* status) {
     return Hex(std::string("01 00 00 00 00 00 00 00  43 00 82 05  01 00 2D 00"
@@ -87,7 +87,7 @@ TEST_F(RecordedPackets, OfATransferThatTheHostTookBackAreLeftOut) {
   PcapImage image{220};
   image.Add(transfer("00 00 00 00"));
   image.Add(transfer("FE FF FF FF"));  // unlinked
-  image.Add(transfer("98 FF FF FF"));  // unlinked while it was waited for
+  image.Add(transfer("98 FF FF FF"));  // unlinked during a wait for it
   WriteFile(path_, image.Image());
   IsochronousPacketReader reader{CaptureSource{path_}};
   IsochronousPayload payload;
@@ -126,7 +126,7 @@ TEST_F(RecordedPackets, CutByTheCaptureSystemBringWhatIsLeftAndAreCounted) {
 TEST_F(RecordedPackets, FrameSizeIsTheMostFrequentDistanceOfMarkers) {
   const Bytes marker = Hex("FF D8 01 02");
   const Bytes more = Hex("03 04 05");
-  // The first rest and the last frame are not whole; one frame lost a packet.
+  // The first part and the last frame are incomplete; one frame lost a packet.
   Record({more,
           marker,
           more,

@@ -1,4 +1,4 @@
-// Filters as files of applications: opening, closing, and what a removal leaves of them.
+// Filters as files of applications: opening, closing, and their state after a removal.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -201,7 +201,7 @@ TEST(KsFilter, IsUndoneWhicheverAllocationOfItsOpeningFails) {
     while (true) {
       const std::size_t before = PoolUsageOfAll().Blocks;
       TestFile file(world.Top());
-      // The request itself takes the first one.
+      // The request itself makes the first allocation.
       FailPoolAllocation(failed + 2);
       const NTSTATUS status = file.Open(u"");
       if (IsPoolFailureToCome()) {
@@ -286,7 +286,7 @@ TEST(KsFilter, IsClosedByItsHandleAfterTheDeviceHasGone) {
     ClassWorld world;
     world.Start();
     std::unique_ptr<DeviceFile> file;
-    // The name of a device leads to the one that the bus made.
+    // The device's name belongs to the device that the bus made.
     EXPECT_EQ(DeviceFile::Open(world.Physical, kTestFilterName, nullptr, file), STATUS_SUCCESS);
     EXPECT_EQ(SurpriseRemoveDevice(world.Physical), STATUS_SUCCESS);
     EXPECT_EQ(RemoveDevice(world.Physical), STATUS_SUCCESS);
@@ -334,7 +334,7 @@ TEST(KsDevice, SurvivesARemovalThatMeetsItsUsers) {
         world.Start();
         PDEVICE_OBJECT const device = world.Top();
         std::optional<TestFile> held;
-        held.emplace(device);  // as an application's handle keeps the device object
+        held.emplace(device);  // as an application's handle references the device object
         EXPECT_EQ(held->Open(u""), STATUS_SUCCESS);
         const auto use = [device] {
           for (int i = 0; i < 3; ++i) {
@@ -371,7 +371,7 @@ TEST(KsFilter, KnowsWhatIsOpenedOnIt) {
     for (std::size_t length = 0; length <= needed; length += 2) {
       SCOPED_TRACE(length);
       std::vector<UCHAR> connect(length);
-      // No pin of any id is there.
+      // No pin with any id exists.
       EXPECT_EQ(pin.OpenBytes(PinName(), connect, file),
                 length < needed ? STATUS_INVALID_BUFFER_SIZE : STATUS_INVALID_PARAMETER);
     }
@@ -383,7 +383,7 @@ TEST(KsFilter, KnowsWhatIsOpenedOnIt) {
               STATUS_OBJECT_NAME_NOT_FOUND);
     EXPECT_EQ(pin.Open(u"{146f1a80-4791-11d0-a5d6-28db04c10000}\\", &file),
               STATUS_INVALID_BUFFER_SIZE);
-    // A file that is no object of the class.
+    // A file of no object of the class.
     TestFile nothing(world.Top());
     EXPECT_EQ(pin.Open(PinName(), &nothing), STATUS_INVALID_PARAMETER);
     EXPECT_EQ(PoolUsageOfAll().Blocks, before);
@@ -429,7 +429,7 @@ TEST(KsFilter, LivesAsLongAsItsPin) {
     KsAcquireControl(published);
     KsReleaseControl(published);
     file.Close();
-    // Its filter answers for it still.
+    // The filter still answers for it.
     KSSTATE state = KSSTATE_RUN;
     EXPECT_EQ(pin.Property(KSPROPSETID_Connection, KSPROPERTY_CONNECTION_STATE, KSPROPERTY_TYPE_GET,
                            &state, sizeof(state))

@@ -1,4 +1,4 @@
-// Opening a pin: what is checked, what the driver is asked, and what a refusal leaves.
+// Opening a pin: the checks, the calls of the driver, and the state after a refusal.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

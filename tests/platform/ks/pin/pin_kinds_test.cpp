@@ -131,7 +131,7 @@ NTSTATUS NTAPI NoteIntersection(PVOID context, PIRP, PKSP_PIN pin, PKSDATARANGE 
                                 PKSDATARANGE range, ULONG length, PVOID data, PULONG size) {
   EXPECT_EQ(pin->PinId, 0U);
   std::vector<UCHAR> whole(callerRange->FormatSize);
-  std::memcpy(whole.data(), callerRange, whole.size());  // all of it may be read
+  std::memcpy(whole.data(), callerRange, whole.size());  // checks that all of it is readable
   g_asked.push_back({context, callerRange->SubFormat.Data1, range, length});
   return g_intersect(g_asked.size(), data, size);
 }
@@ -285,7 +285,7 @@ TEST(Intersection, AnyBytesAreSafe) {
   });
 }
 
-// ---- Formats and ranges themselves.
+// ---- Formats and ranges.
 
 TEST(DataFormat, FitsARangeWhereThatNamesSomething) {
   const KSDATAFORMAT format = FormatOf(kSubFormat);
@@ -298,7 +298,7 @@ TEST(DataFormat, FitsARangeWhereThatNamesSomething) {
     EXPECT_FALSE(DoRangesMeet(format, range));
     range.*part = GUID_NULL;
     EXPECT_TRUE(FitsRange(format, range));
-    EXPECT_FALSE(FitsRange(range, format));  // a format names everything
+    EXPECT_FALSE(FitsRange(range, format));  // a format has no wildcards
     EXPECT_TRUE(DoRangesMeet(format, range));
     EXPECT_TRUE(DoRangesMeet(range, format));
   }

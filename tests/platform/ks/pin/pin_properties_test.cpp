@@ -1,4 +1,5 @@
-// What the class itself answers of a pin: state, priority, format, framing, master clock.
+// Properties of a pin that the class itself answers: state, priority, format, framing, master
+// clock.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-// The way of a pin from state to state.
+// A pin's changes of state.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

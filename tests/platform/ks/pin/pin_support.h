@@ -30,7 +30,7 @@ inline KSDATAFORMAT FormatOf(const GUID& subFormat, ULONG size = sizeof(KSDATAFO
   return format;
 }
 
-/// What a driver's pin entries were called with, and what they answer.
+/// The calls of a driver's pin entries, and their results.
 struct FakePinDriver {
   using Step = std::pair<KSSTATE, KSSTATE>;  // to, from
 
@@ -74,7 +74,7 @@ inline constexpr KSPIN_DISPATCH kFakeDispatch = {
     .Allocator = nullptr,
 };
 
-/// One request of an application. Its memory lives until the request has come back.
+/// One request of an application. Its memory must outlive the request.
 struct PinRequest {
   PinRequest() : Packet(1) {}
   PinRequest(const PinRequest&) = delete;
@@ -90,7 +90,7 @@ struct PinRequest {
   alignas(8) std::array<UCHAR, 2048> Output{};
 };
 
-/// What a request got, as a value.
+/// A request's output as a value.
 template <typename Value>
 Value ValueOf(const PinRequest& request, std::size_t offset = 0) {
   Value value{};
@@ -98,14 +98,14 @@ Value ValueOf(const PinRequest& request, std::size_t offset = 0) {
   return value;
 }
 
-/// An output buffer of some length, and how a request with it ends.
+/// An output buffer of some length, and the expected status of a request with it.
 struct Room {
   ULONG Length;
   NTSTATUS Status;
   ULONG Information;
 };
 
-/// A filter with one kind of pin, and a file for the pin, a clock and the filter itself.
+/// A filter with one kind of pin, and file objects for the pin, a clock and the filter itself.
 class PinWorld {
  public:
   PinWorld() {
@@ -141,7 +141,7 @@ class PinWorld {
     IoDeleteDevice(physical_);
   }
 
-  /// Opens the pin with Connect and Format; `bytes` of both are given.
+  /// Opens the pin with Connect and Format, of which `bytes` are passed.
   NTSTATUS Create(ULONG bytes = sizeof(KSPIN_CONNECT) + sizeof(KSDATAFORMAT)) {
     alignas(8) std::array<UCHAR, sizeof(KSPIN_CONNECT) + sizeof(KSDATAFORMAT)> both{};
     std::memcpy(both.data(), &Connect, sizeof(Connect));
@@ -169,7 +169,7 @@ class PinWorld {
   [[nodiscard]] ObjectHead& Head() const { return *static_cast<ObjectHead*>(PinFile.FsContext); }
   [[nodiscard]] PinBlock& Pin() const { return PinOf(Head()); }
 
-  /// Runs `action` on a packet with a file, which it answers with its status.
+  /// Runs `action` on a packet with a file; `action` returns the packet's status.
   NTSTATUS Do(FILE_OBJECT& file, const std::function<NTSTATUS(PIRP)>& action) {
     PinRequest request;
     action_ = [&action](PIRP irp) { return host::Complete(irp, action(irp)); };
@@ -205,7 +205,7 @@ class PinWorld {
     return Send(request, file);
   }
 
-  /// A property of a set. The value comes from the request's output, and goes there.
+  /// A property of a set. The value is the request's output buffer, for get and set.
   NTSTATUS Property(PinRequest& request, FILE_OBJECT& file, const GUID& set, ULONG id, ULONG flags,
                     ULONG outputLength, ULONG inputLength = sizeof(KSPROPERTY)) {
     KSPROPERTY property{};
@@ -293,12 +293,12 @@ class PinWorld {
   KSPIN_MEDIUM medium_{};
   std::function<NTSTATUS(PIRP)> action_;
   TestDriver device_{[this](PDEVICE_OBJECT, PIRP irp) {
-    const auto action = action_;  // another thread may send the next one
+    const auto action = action_;  // another thread may send the next request
     return action(irp);
   }};
 };
 
-/// Runs `test` in a pin's world that must leave no memory behind, with the pin opened.
+/// Runs `test` with the pin opened, and checks that no memory is left.
 inline void WithPin(const std::function<void(PinWorld&)>& test, std::uint64_t seeds = 1) {
   UnderManySeeds(
       [&test] {
@@ -313,7 +313,7 @@ inline void WithPin(const std::function<void(PinWorld&)>& test, std::uint64_t se
       seeds);
 }
 
-/// The same with the pin still to be opened.
+/// The same without opening the pin.
 inline void WithFilter(const std::function<void(PinWorld&)>& test) {
   Simulate({}, [&test] {
     const std::size_t before = PoolUsageOfAll().Blocks;

@@ -36,7 +36,7 @@ void WithFilter(const std::function<void(ClassWorld&, TestFile&)>& body) {
   });
 }
 
-/// A buffer of exactly this size, so that an access behind it is found.
+/// A buffer of exactly this size, so that an access beyond it is detected.
 std::vector<UCHAR> Bytes(std::size_t size, UCHAR value = 0xEE) {
   std::vector<UCHAR> bytes(size, value);
   bytes.shrink_to_fit();
@@ -52,7 +52,7 @@ TEST(KsProperty, GivesTheHandlerCopiesAndTheApplicationWhatItAnswered) {
       EXPECT_EQ(request->Id, 1U);
       EXPECT_EQ(request->Flags, kGet);
       EXPECT_NE(data, value.data());
-      EXPECT_EQ(std::memcmp(data, value.data(), 8), 0);  // a get may be told more by the value
+      EXPECT_EQ(std::memcmp(data, value.data(), 8), 0);  // a get may depend on the value
       EXPECT_EQ(irp->IoStatus.Information, 8U);
       std::memset(data, 0x22, 8);
       irp->IoStatus.Information = 4;
@@ -121,7 +121,7 @@ TEST(KsProperty, RunsItsHandlerUnderTheFiltersControlMutex) {
         KsReleaseControl(filter);
       });
       Sleep(kMillisecond);
-      KsAcquireControl(filter);  // its holder may take it again
+      KsAcquireControl(filter);  // its owner may acquire it again
       KsReleaseControl(filter);
       Sleep(kMillisecond);
       EXPECT_EQ(takenAt, -1);
@@ -217,7 +217,7 @@ TEST(KsProperty, RefusesMissingAndOverlongBuffers) {
   });
 }
 
-// The test's table: a range of 16 bytes and a default of 4, each behind a header of 16.
+// The test's table: a range of 16 bytes and a default of 4, each after a header of 16.
 constexpr ULONG kDescriptionSize = 40;
 constexpr ULONG kWholeSize = 40 + 16 + 16 + 16 + 4;
 
@@ -378,7 +378,7 @@ TEST(KsEvent, AnswersWhatIsntThereByWhatIsMissing) {
   });
 }
 
-// ---- What every filter answers by itself.
+// ---- Properties that every filter answers by itself.
 
 struct TopologyCase {
   ULONG Id;

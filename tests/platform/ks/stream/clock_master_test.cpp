@@ -1,4 +1,5 @@
-// A pin and its clock as applications open them: by name, with the clock given to the pin by handle.
+// A pin and its clock opened as by applications: by name, with the clock given to the pin by
+// handle.
 
 #include "platform/host/nt/io/device_file.h"
 

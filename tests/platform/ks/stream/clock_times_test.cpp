@@ -1,4 +1,4 @@
-// A pin's clock: its time in each state, what applications ask it, and how long it lives.
+// A pin's clock: its time in each state, its properties, and its lifetime.
 
 #include <gtest/gtest.h>
 
@@ -128,7 +128,7 @@ TEST(OpenedClock, ReferencesOutliveFileAndPin) {
     ASSERT_EQ(world.OpenClock(), STATUS_SUCCESS);
     PinClock& clock = *world.Pin().Clock;
     clock.AddRef();
-    world.Pin().MasterClock = &clock;  // a pin may go by its own clock
+    world.Pin().MasterClock = &clock;  // a pin may use its own clock
     PIKSREFERENCECLOCK reference = nullptr;
     EXPECT_EQ(KsPinGetReferenceClockInterface(&world.Pin(), &reference), STATUS_SUCCESS);
     EXPECT_EQ(reference, &clock);

@@ -1,4 +1,4 @@
-// When a pin's process routine runs, and what waits for it.
+// When a pin's process routine is called, and what waits for it.
 
 #include <gtest/gtest.h>
 
@@ -7,7 +7,7 @@
 namespace lidcam::host {
 namespace {
 
-// Delivers a frame as the camera's driver does: one a call, PENDING when it went out.
+// Delivers a frame as the camera's driver does: one per call, PENDING when it was ejected.
 struct Filler {
   explicit Filler(PinWorld& world, LONGLONG duration = 0) : Duration(duration) {
     world.Driver.OnProcess = [this](PKSPIN pin) { return Process(pin); };

@@ -1,5 +1,5 @@
-// Frames of an application at a pin: faults of requests, cancelling, resets, and what a stop hands
-// back.
+// Frames of an application at a pin: invalid requests, cancelling, resets, and the completions at a
+// stop.
 
 #include <gtest/gtest.h>
 
@@ -260,7 +260,8 @@ TEST(Stream, OtherRequestsAreNotForAPin) {
   });
 }
 
-// A filler, a canceller and a stop at once: each request comes back exactly once, whole or cancelled.
+// A filler, a canceller and a stop concurrently: each request is completed exactly once, filled or
+// cancelled.
 TEST(Stream, RequestsCompleteOnceInAnyOrder) {
   WithPin(
       [](PinWorld& world) {

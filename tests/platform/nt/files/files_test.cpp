@@ -22,13 +22,13 @@
 
 namespace {
 
-// What the system answers in place of its own; the linker leads the calls here (--wrap).
+// Results in place of the system's; the linker redirects the calls here (--wrap).
 bool g_takesNothing = false;
 int g_closeError = 0;
 
 }  // namespace
 
-// The linker makes these names.
+// The linker requires these names.
 // NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
 extern "C" {
 
@@ -86,7 +86,7 @@ class Files : public ::testing::Test {
                         nullptr, 0);
   }
 
-  // Opens a path that must not be there and closes what came all the same.
+  // Opens a path that must not exist; closes the file if it does.
   NTSTATUS OpenAndClose(const std::u16string& path) {
     const NTSTATUS status = Open(path);
     if (NT_SUCCESS(status)) Close();
@@ -333,7 +333,7 @@ TEST_F(Files, WriteThatTheSystemTakesNothingOfMeansAFullDisk) {
   EXPECT_EQ(ContentOf("a.dat"), "abc");
 }
 
-// Disks over a network may keep what they could not store for the close.
+// Network file systems may report at close what they could not store.
 TEST_F(Files, DiskThatTellsOfItsEndAtTheCloseIsHeard) {
   ASSERT_EQ(Open(kDrivers + u"a.dat", kWriteAccess, kOverwriteIf), 0);
   EXPECT_EQ(Write("abc"), 0);
@@ -341,7 +341,7 @@ TEST_F(Files, DiskThatTellsOfItsEndAtTheCloseIsHeard) {
   const NTSTATUS status = ZwClose(Handle());
   g_closeError = 0;
   EXPECT_EQ(status, kDiskFull);
-  EXPECT_EQ(ZwClose(Handle()), kInvalidHandle) << "the handle is gone all the same";
+  EXPECT_EQ(ZwClose(Handle()), kInvalidHandle) << "the handle is closed despite the error";
 }
 
 TEST_F(Files, InterruptedCloseIsDone) {

@@ -1,4 +1,4 @@
-// What an application's file does to the device that it opens.
+// Requests to a device by an application's file.
 
 #include "platform/host/nt/io/device_file.h"
 
@@ -17,7 +17,7 @@
 namespace lidcam::host {
 namespace {
 
-/// A driver that writes down what reaches it, keeps requests of code 1, and fails openings on demand.
+/// A driver that records its requests, keeps those of code 1 pending, and fails openings on demand.
 struct FileDriver {
   FileDriver() {
     InitializeDriverObject(Object);
@@ -137,7 +137,7 @@ TEST(DeviceFile, NamesWhatFollowsTheDeviceOrTheFileThatItIsRelativeTo) {
     ASSERT_EQ(DeviceFile::Open(driver.Device, u"pin", file.get(), relative), STATUS_SUCCESS);
     EXPECT_EQ(driver.Name, u"pin");
     EXPECT_EQ(driver.Related, first);
-    // Only the opening knows the other file.
+    // The related file is set during the opening only.
     EXPECT_EQ(driver.File->RelatedFileObject, nullptr);
     file.reset();
     ULONG_PTR information = 0;

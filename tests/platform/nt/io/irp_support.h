@@ -45,18 +45,18 @@ inline NTSTATUS Complete(PIRP irp, NTSTATUS status) {
   return status;
 }
 
-/// Answers at once.
+/// Completes the request at once.
 inline TestDriver::Dispatch Answer(NTSTATUS status) {
   return [status](PDEVICE_OBJECT, PIRP irp) { return Complete(irp, status); };
 }
 
-/// Keeps the request.
+/// Keeps the request pending.
 inline NTSTATUS Pend(PDEVICE_OBJECT, PIRP irp) {
   IoMarkIrpPending(irp);
   return STATUS_PENDING;
 }
 
-/// A request and the lambda that is its completion routine.
+/// A request whose completion routine is a lambda.
 class Request {
  public:
   using Done = std::function<NTSTATUS(PDEVICE_OBJECT, PIRP)>;
@@ -70,7 +70,7 @@ class Request {
   PIRP operator->() const { return irp_; }
   void Free() { IoFreeIrp(irp_); }
 
-  /// Fills the next location, to be told of every end.
+  /// Fills the next location, with the routine called in all cases.
   void Arm() {
     IoGetNextIrpStackLocation(irp_)->MajorFunction = kMajor;
     IoSetCompletionRoutine(irp_, Completed, this, TRUE, TRUE, TRUE);
@@ -93,7 +93,7 @@ class Request {
   Done done_;
 };
 
-/// A completion routine that is a lambda, for the drivers in between. It lives as long as the test.
+/// A lambda as the completion routine of a driver in between. It must outlive the request.
 struct Completion {
   std::function<NTSTATUS(PDEVICE_OBJECT, PIRP)> Body;
 

@@ -1,4 +1,4 @@
-// Requests on their way through stacks of devices, in both worlds.
+// Requests in stacks of devices, in both worlds.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -95,7 +95,7 @@ struct InvokeRow {
   bool IsInvoked;
 };
 
-// The topmost routine always keeps the request; the row is about the one below it.
+// The topmost routine always stops the completion; the row is about the one below it.
 TEST_P(Irp, CallsACompletionRoutineForTheEndsThatItAskedFor) {
   InWorld([] {
     const InvokeRow rows[] = {
@@ -327,7 +327,7 @@ TEST_P(Irp, IsInitialisedInMemoryOfTheDrivers) {
   });
 }
 
-// What a driver with a cancel routine does: whoever takes the routine away completes the request.
+// A driver with a cancel routine: the request is completed by the thread that removes the routine.
 class CancelableDriver {
  public:
   CancelableDriver()
@@ -407,7 +407,7 @@ TEST_P(Irp, CancelAndCompletionRaceAndOneOfThemWins) {
   }
 }
 
-// A completion at DISPATCH_LEVEL in one thread, the request's end in another that waits for it.
+// A completion at DISPATCH_LEVEL in one thread, while another waits for the request's end.
 TEST_P(Irp, IsFreedByTheThreadThatItsCompletionWakes) {
   InWorld([] {
     PIRP kept = nullptr;
@@ -442,7 +442,7 @@ TEST_P(Irp, IsFreedByTheThreadThatItsCompletionWakes) {
   });
 }
 
-// The driver in between still returns STATUS_PENDING while its completion routine marks the request.
+// The driver in between returns STATUS_PENDING while its completion routine marks the request.
 TEST_P(Irp, IsMarkedPendingByACompletionThatOvertakesTheDispatchRoutine) {
   InWorld([] {
     PIRP kept = nullptr;

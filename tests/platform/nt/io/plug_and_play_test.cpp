@@ -1,5 +1,5 @@
-// What plug and play and the power manager say to a device's drivers, and how a USB device that no
-// driver has taken answers.
+// Requests of plug and play and the power manager to a device's drivers, and the completions of a
+// USB device without a driver.
 
 #include "platform/host/nt/io/plug_and_play.h"
 
@@ -21,7 +21,7 @@
 namespace lidcam::host {
 namespace {
 
-/// A driver on top of a device, which writes down what it is told.
+/// A driver on top of a device, which records its requests.
 class TopDriver {
  public:
   explicit TopDriver(PDEVICE_OBJECT below) : below_(below) {
@@ -45,7 +45,7 @@ class TopDriver {
 
   std::vector<std::pair<int, int>> Told;  ///< major and minor
   IO_STACK_LOCATION Last{};
-  NTSTATUS Before = STATUS_SUCCESS;  ///< that the request came with
+  NTSTATUS Before = STATUS_SUCCESS;  ///< status that the request arrived with
   NTSTATUS Status = STATUS_SUCCESS;
 
  private:

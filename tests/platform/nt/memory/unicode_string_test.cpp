@@ -43,7 +43,7 @@ TEST(CountedString, IsCutAtWhatSixteenBitsCanCount) {
 
 struct Room {
   std::array<WCHAR, 8> Text{u'a', u'b', u'!', u'!', u'!', u'!', u'!', u'!'};
-  UNICODE_STRING String{4, 10, Text.data()};  // "ab" in room for five characters
+  UNICODE_STRING String{4, 10, Text.data()};  // "ab" in a buffer for five characters
 };
 
 TEST(CountedString, AppendsWhatFitsAndTerminates) {

@@ -134,7 +134,7 @@ TEST(SimulatedMutex, IsTakenAgainByItsOwnerAndFreedByTheLastRelease) {
   });
 }
 
-// The camera's time limits, to the unit of 100 ns, at no cost in real time.
+// The camera's time limits, exact to 100 ns, without real waiting.
 TEST(SimulatedWait, EndsAtItsLimitExactly) {
   for (const LONGLONG limit : {LONGLONG{1}, LONGLONG{20000}, 250 * kMillisecond, 5 * kSecond,
                                8 * kSecond, 24 * 3600 * kSecond}) {
@@ -233,7 +233,7 @@ TEST(SimulatedWait, ForAnyOfTwoLeavesTheOtherQueueBehind) {
     waiter.Join();
     EXPECT_EQ(status, STATUS_WAIT_0 + 1);
     KeSetEvent(&first, 0, FALSE);
-    EXPECT_EQ(KeReadStateEvent(&first), 1);  // nobody is left to take it
+    EXPECT_EQ(KeReadStateEvent(&first), 1);  // no thread is left to take it
   });
 }
 

@@ -102,7 +102,8 @@ TEST(HostEvent, SynchronizationWakesOneOfTwoWaitersAtATime) {
   EXPECT_EQ(through, 2);
 }
 
-// The longest relative time that can be written is still a wait, and ends when the event is set.
+// The longest relative time that can be represented is still a wait, and ends when the event is
+// set.
 TEST(HostEvent, WaitsThroughTheLongestTimeoutUntilSet) {
   KEVENT event;
   KeInitializeEvent(&event, NotificationEvent, FALSE);

@@ -1,4 +1,4 @@
-// Compiled as the driver is: without exceptions.
+// Compiled like the driver: without exceptions.
 
 #include "tests/platform/nt/objects/terminating_thread.h"
 

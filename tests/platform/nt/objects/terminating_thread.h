@@ -4,7 +4,7 @@
 
 namespace lidcam::host {
 
-/// What RunTerminatingThread() works on.
+/// Context of RunTerminatingThread().
 struct TerminatingThread {
   KEVENT Ending;
 };

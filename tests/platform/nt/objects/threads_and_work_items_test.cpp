@@ -85,7 +85,7 @@ TEST(SimulatedThread, HasAHandleOfItsOwnKind) {
   });
 }
 
-// A work item that its routine frees, as a recovery's does.
+// A work item whose routine frees it, as a recovery does.
 struct Work {
   static void NTAPI Run(PDEVICE_OBJECT device, PVOID context) {
     auto& self = *static_cast<Work*>(context);
@@ -156,7 +156,7 @@ TEST(SimulatedWorkItem, OfTheOldKindRunsFromTheCallersMemory) {
   });
 }
 
-// One item that blocks mustn't hold up the next.
+// An item that blocks mustn't delay the next.
 TEST(SimulatedWorkItem, RunsBesideOneThatWaits) {
   UnderManySeeds([] {
     struct Blocking {

@@ -10,7 +10,7 @@
 namespace lidcam::host {
 namespace {
 
-// A deferred call that notes when and how it ran.
+// A deferred call that records when and at which level it ran.
 struct Ticker {
   Ticker() { KeInitializeDpc(&Dpc, Routine, this); }
 
@@ -132,7 +132,7 @@ TEST(SimulatedTimer, FiresInTheOrderOfDueTimes) {
   });
 }
 
-// Which of two waits that end at the same time gives up first is the seed's choice.
+// The seed chooses which of two waits that end at the same time times out first.
 TEST(SimulatedTimer, OrdersWhatIsDueAtOneTimeByTheSeed) {
   std::set<bool> firstWentAhead;
   for (std::uint64_t seed = 1; seed <= 50; ++seed) {
@@ -154,7 +154,8 @@ TEST(SimulatedTimer, OrdersWhatIsDueAtOneTimeByTheSeed) {
   EXPECT_EQ(firstWentAhead.size(), 2U);
 }
 
-// As the watchdog does: it initialises timer and call anew in each tick, after the timer has fired.
+// As in the watchdog, which initialises timer and call again in each tick, after the timer has
+// expired.
 TEST(SimulatedTimer, IsInitialisedAndSetAnewByItsOwnDpc) {
   struct Watchdog {
     static void NTAPI Tick(PKDPC, PVOID context, PVOID, PVOID) {

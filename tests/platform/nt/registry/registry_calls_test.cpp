@@ -20,7 +20,7 @@ namespace {
 constexpr ULONG kAttributes = 0x240;
 
 struct Status : ::testing::Test {
-  // What the numbers are that the calls promise.
+  // The documented numbers of the calls' statuses.
   static NTSTATUS Code(std::uint32_t number) { return static_cast<NTSTATUS>(number); }
 };
 
@@ -103,7 +103,7 @@ TEST_F(RegistryCalls, WithoutARegistryNoKeyOpens) {
   EXPECT_EQ(IoOpenDeviceRegistryKey(&device_, 2, 0x1F0000, &root), Code(0xC0000034));
   EXPECT_EQ(Create(nullptr, u"\\Registry\\Machine\\Software\\A"), Code(0xC0000034));
   EXPECT_EQ(root, nullptr);
-  // A device that isn't one is not even looked at.
+  // Without a registry the device is not accessed.
   alignas(DEVICE_OBJECT) std::array<unsigned char, sizeof(DEVICE_OBJECT)> noDevice{};
   EXPECT_EQ(IoOpenDeviceRegistryKey(reinterpret_cast<PDEVICE_OBJECT>(noDevice.data()), 2, 0, &root),
             Code(0xC0000034));

@@ -31,7 +31,7 @@ std::u16string Name(unsigned number) {
   return name;
 }
 
-/// The messages of a store over a folder's file.
+/// The messages of a store with a file in a folder.
 class RegistryFileStore : public ::testing::Test {
  protected:
   RegistryOptions Options(base::FileReplacementSteps steps = {}) {
@@ -194,7 +194,7 @@ TEST_F(RegistryFileStore, ThreadsAtOnceLoseNoValue) {
 
 struct PowerCut {};
 
-// The machine stops at the given byte, or at the given step behind the last byte.
+// The machine stops at the given byte, or at the given step after the last byte.
 base::FileReplacementSteps CutAt(std::size_t bytes, int stepsAfter) {
   struct Budget {
     std::size_t Bytes;

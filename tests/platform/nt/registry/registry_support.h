@@ -16,7 +16,7 @@
 
 namespace lidcam::test {
 
-/// A folder that goes with the object, with a registry file's place in it.
+/// A folder for a registry file, removed with the object.
 class RegistryFolder {
  public:
   RegistryFolder() {
@@ -47,14 +47,14 @@ inline void WriteBytes(const std::string& path, std::string_view bytes) {
       .write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
 }
 
-/// A value of type 4 as the registry holds it.
+/// A value of type 4, as in the registry.
 inline host::RegistryValue Dword(std::uint32_t number) {
   host::RegistryValue value{4, {}};
   for (int i = 0; i < 4; ++i) value.Data.push_back(static_cast<std::uint8_t>(number >> (8 * i)));
   return value;
 }
 
-/// A counted string over its own characters.
+/// A counted string with its own characters.
 class CountedString {
  public:
   explicit CountedString(std::u16string_view text) : text_(text) {

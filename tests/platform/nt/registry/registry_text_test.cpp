@@ -197,14 +197,14 @@ INSTANTIATE_TEST_SUITE_P(
         Damage{HEAD "[HKEY_A]\n\"a\"=- -\n", 3, "more than one"},
         Damage{HEAD "[HKEY_A]\n[-HKEY_A]\n\"a\"=dword:1\n", 4, "outside"}));
 
-// A cut inside a line is always found; one between lines leaves what stands before it.
+// A cut inside a line is always detected; one between lines keeps the lines before it.
 TEST(RegistryText, ACutTextIsDamagedOrEndsBetweenLines) {
   RegistryTree tree;
   tree.SetValue(u"HKEY_USERS\\Camera", u"Gamma", Dword(11));
   tree.SetValue(u"HKEY_USERS\\Camera", u"Bytes", Bytes(3, std::vector<std::uint8_t>(60, 7)));
   tree.SetValue(u"HKEY_USERS\\Camera", u"Text", Bytes(1, {'a', 0, 0, 0}));
   const std::string whole = WriteRegistryText(tree);
-  // The character that many ahead of a cut.
+  // The character `count` places before a cut.
   const auto before = [&whole](std::size_t size, std::size_t count) {
     return size >= 2 * count && size % 2 == 0 ? whole[size - 2 * count] : '?';
   };

@@ -110,7 +110,7 @@ TEST(RealTimeKernel, FiresATimersDpcNotAheadOfItsTime) {
   KeSetTimerEx(&tick.Timer, Time(-kMillisecond), 1, &tick.Dpc);
   for (int i = 0; i < 5; ++i) WaitForever(&tick.Done);
   EXPECT_TRUE(KeCancelTimer(&tick.Timer));
-  Sleep(50 * kMillisecond);  // a tick may be under way
+  Sleep(50 * kMillisecond);  // a tick may be in progress
 }
 
 TEST(RealTimeKernel, RunsWorkItemsAtPassiveLevel) {
@@ -180,12 +180,12 @@ TEST(RealTimeKernel, EndsOnlyTheRoutineThatMadeAViolation) {
     KeInsertQueueDpc(&bad, nullptr, nullptr);
     KeInsertQueueDpc(&good, nullptr, nullptr);
     EXPECT_EQ(WaitForever(&done), STATUS_SUCCESS);
-    // The two run at once: the bad one may still be queued when the good one is over.
+    // The two run concurrently: the bad one may still be queued when the good one has ended.
     while (capture.Violations().size() <= i) std::this_thread::sleep_for(1ms);
   }
 }
 
-// A machine thread that the simulation didn't make can't be part of it.
+// A machine thread that the simulation didn't make can't take part in it.
 TEST(RealTimeKernel, RefusesAMachineThreadBesideASimulation) {
   const VerifierCapture capture;
   bool isRefused = false;

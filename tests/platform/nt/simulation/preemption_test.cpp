@@ -1,4 +1,4 @@
-// Switch points between two kernel calls, and threads that stand still while time goes on.
+// Switch points between two kernel calls, and stalled threads while time advances.
 
 #include <gtest/gtest.h>
 
@@ -13,7 +13,7 @@
 namespace lidcam::host {
 namespace {
 
-/// A field as drivers share it.
+/// A field as drivers share it between threads.
 class Field {
  public:
   [[nodiscard]] int Load() const {
@@ -31,7 +31,7 @@ class Field {
 
 constexpr std::uint64_t kSeeds = 60;
 
-/// Seeds under which `body` deadlocks.
+/// Number of seeds with which `body` deadlocks.
 int DeadlocksOf(const std::function<void()>& body, bool hasPreemptionPoints) {
   int deadlocks = 0;
   for (std::uint64_t seed = 1; seed <= kSeeds; ++seed) {
@@ -44,7 +44,7 @@ int DeadlocksOf(const std::function<void()>& body, bool hasPreemptionPoints) {
   return deadlocks;
 }
 
-// Who waits raises the flag first; who ends waits takes it back too late.
+// The waiter raises the flag first; the other thread clears it too late.
 template <typename Raise, typename IsRaised, typename TakeBack>
 void WaitTwice(Raise raise, IsRaised isRaised, TakeBack takeBack) {
   KEVENT event;
@@ -118,7 +118,7 @@ TEST(Preemption, IsTheSameRunForTheSameSeed) {
   }
 }
 
-// The spinning thread's own loads are nothing that another spinning one waits for.
+// A spinning thread's own loads are no progress that another spinning thread waits for.
 TEST(Preemption, SpinningThreadThatLooksAtAFieldLetsTimeGoOn) {
   for (std::uint64_t seed = 1; seed <= kSeeds; ++seed) {
     Simulate({.Seed = seed, .HasPreemptionPoints = true}, [] {
@@ -172,7 +172,7 @@ TEST(Preemption, FieldsOfTheRealWorldHaveNoPoints) {
 
 // ---- Stalls.
 
-/// Stalls the first thread that comes to a call about an object.
+/// Stalls the first thread that reaches a call with an object.
 struct StallOnce {
   const char* Call;
   const void* Object;
@@ -269,7 +269,7 @@ TEST(Stall, IsTheSameRunForTheSameSeed) {
   }
 }
 
-// Eighty of its turns at each point of time would be all that a long run does.
+// Otherwise eighty of its turns at each point of time would use up a long run.
 TEST(Stall, ThreadThatSpinsForGoodIsNotRunAnyMore) {
   std::uint64_t points = 0;
   const VerifierCapture capture;

@@ -41,7 +41,7 @@ inline LONGLONG Now() {
   return static_cast<LONGLONG>(KeQueryInterruptTime());
 }
 
-/// A system thread that runs a lambda, and is waited for and let go of at the end.
+/// A system thread that runs a lambda; the destructor waits for its end and releases it.
 class TestThread {
  public:
   explicit TestThread(std::function<void()> body) : body_(std::move(body)) {
@@ -82,7 +82,7 @@ inline void UnderManySeeds(const std::function<void()>& test, std::uint64_t seed
   }
 }
 
-/// The first violation of a simulation, as "call: what"; empty if there is none.
+/// The first violation of a simulation, as "call: what"; empty without one.
 inline std::string ViolationOf(const std::function<void()>& body,
                                const SimulationOptions& options = {}) {
   const VerifierCapture capture;

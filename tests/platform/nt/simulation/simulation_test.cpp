@@ -1,4 +1,4 @@
-// Simulations as such: what a seed fixes, and how a simulation that can't go on ends.
+// Simulations in general: what a seed determines, and how a simulation that can't continue ends.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -14,8 +14,8 @@ namespace {
 using testing::AllOf;
 using testing::HasSubstr;
 
-// Two producers and a consumer around a list, a lock and a semaphore, as the transfers' completions
-// and the frame thread are.
+// Two producers and a consumer with a list, a lock and a semaphore, as in the transfers'
+// completions and the frame thread.
 struct Exchange {
   struct Item {
     LIST_ENTRY Link;
@@ -82,7 +82,7 @@ TEST(Simulation, GivesTheSameTraceForTheSameSeedAndOthersForOthers) {
   EXPECT_EQ(orders.size(), 6U);  // all merges of two pairs
 }
 
-// A read and a write with a switch between: the known way to lose an update.
+// A read and a write with a switch in between, which loses updates.
 int RacyCount() {
   int counter = 0;
   const auto count = [&] {
@@ -255,7 +255,7 @@ TEST(Simulation, ReportsAReferencedThreadATimerAndAWorkItemThatAreLeft) {
                 KeSetTimer(&timer, Time(-kSecond), nullptr);
               }),
               testing::MatchesRegex("end of the simulation: timer 0x.* is still pending"));
-  // The item itself is the simulation's to lose: only the violation is looked at.
+  // The simulation may leak the item: only the violation is checked.
   PIO_WORKITEM item = nullptr;
   EXPECT_THAT(ViolationOf([&] { item = IoAllocateWorkItem(nullptr); }),
               testing::MatchesRegex("end of the simulation: work item 0x.* was never let go"));

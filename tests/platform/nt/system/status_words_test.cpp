@@ -12,7 +12,7 @@
 namespace lidcam::test {
 namespace {
 
-/// The statuses that a header declares.
+/// The statuses that a header defines.
 std::set<NTSTATUS> StatusesOf(const std::string& header) {
   std::ifstream file(std::string(LIDCAM_SOURCE_ROOT "/platform/host/nt/declarations/") + header);
   const std::string text{std::istreambuf_iterator<char>(file), {}};

@@ -1,4 +1,4 @@
-// Uses of pool memory that was freed. Under a sanitizer such a use ends the process by itself.
+// Uses of freed pool memory. Under a sanitizer such a use ends the process by itself.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -44,7 +44,7 @@ TEST_F(FreedPool, ReadOfItIsFoundAtTheNextCall) {
                 ExFreePool(const_cast<UCHAR*>(memory));
                 static_cast<void>(Read(memory, 4711));
                 KeGetCurrentIrql();
-                ADD_FAILURE() << "the thread got on";
+                ADD_FAILURE() << "the thread continued";
               }),
               MatchesRegex("KeGetCurrentIrql: ahead of it memory 0x.* .5000 bytes, tag 'Test'. was "
                            "used at byte 4711 after it had been freed"));
@@ -86,7 +86,7 @@ TEST_F(FreedPool, StillHoldsItsBytesForTheThreadThatUsesIt) {
   EXPECT_EQ(read, 0x11);
 }
 
-// Those of one page become inaccessible together.
+// Blocks of one page become inaccessible together.
 TEST_F(FreedPool, UseOfASmallBlockIsFoundOnceItsNeighboursAreFreedToo) {
   constexpr std::size_t kMoreThanAPage = 200;
   EXPECT_THAT(ViolationOf([] {

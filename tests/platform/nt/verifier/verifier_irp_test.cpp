@@ -1,4 +1,4 @@
-// Each misuse of a request that the kernel refuses, and what it says then.
+// Each misuse of a request that the kernel refuses, with its report.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -243,7 +243,7 @@ TEST(IrpVerifier, RefusesPendingWithoutTheMark) {
   constexpr char kExpected[] =
       "Iof.*: IRP 0x.*: the dispatch routine of device 0x.* returned STATUS_PENDING without "
       "IoMarkIrpPending";
-  // The request is kept.
+  // The request is kept pending.
   EXPECT_THAT(ViolationOf([] {
                 TestDriver driver([](PDEVICE_OBJECT, PIRP) { return STATUS_PENDING; });
                 Request request;

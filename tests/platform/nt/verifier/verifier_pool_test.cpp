@@ -1,4 +1,4 @@
-// Writes beyond the ends of pool memory, and memory that nobody frees.
+// Writes beyond the ends of pool memory, and memory that is never freed.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -17,7 +17,7 @@ using testing::MatchesRegex;
 constexpr ULONG kTag = 0x74736554;    // "Test"
 constexpr ULONG kOther = 0x656E6F43;  // "Cone"
 
-// As a driver would that no sanitizer watches.
+// An access as in a driver built without a sanitizer.
 __attribute__((no_sanitize("address"), noinline)) void Overwrite(PVOID memory,
                                                                  std::ptrdiff_t offset) {
   static_cast<volatile UCHAR*>(memory)[offset] = 0;

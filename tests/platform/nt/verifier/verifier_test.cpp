@@ -1,4 +1,4 @@
-// Each use of the kernel that it refuses, and what it says then.
+// Each misuse of the kernel that it refuses, with its report.
 
 #include "platform/host/nt/verifier/verifier.h"
 
@@ -62,7 +62,7 @@ struct LevelRow {
   std::function<void()> Make;
 };
 
-// The highest level of each call that has one below DISPATCH_LEVEL.
+// The highest level of each call that is limited below DISPATCH_LEVEL.
 TEST(Verifier, KnowsTheCallsOfLowLevels) {
   IO_STATUS_BLOCK io{};
   OBJECT_ATTRIBUTES attributes{};

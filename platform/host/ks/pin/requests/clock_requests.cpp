@@ -11,7 +11,7 @@ namespace {
 
 constexpr ULONG kClockFileTag = 0x6643534B;  // "KSCf"
 
-/// An opened clock. The time itself is shared with the pin, which may go before.
+/// An opened clock. The time is shared with the pin, which may be destroyed first.
 struct ClockBlock : ObjectHead {
   PinClock* Clock;
 };
@@ -70,7 +70,7 @@ constexpr KSAUTOMATION_TABLE kClockAutomation = {
     .EventSets = nullptr,
 };
 
-// The headers of mingw-w64 declare the imported variable with one pointer too many.
+// The headers of mingw-w64 declare the imported variable with one level of pointers too many.
 POBJECT_TYPE FileObjectType() {
   return reinterpret_cast<POBJECT_TYPE>(IoFileObjectType);
 }

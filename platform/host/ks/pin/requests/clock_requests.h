@@ -12,8 +12,8 @@ namespace lidcam::host {
 NTSTATUS ReferenceClockOfFile(const FILE_OBJECT& file, const FILE_OBJECT& sibling,
                               IKsReferenceClock** clock);
 
-/// The same for the file that an application's handle stands for. Passive level.
-/// @return also what the handle itself failed with
+/// The same for the file of an application's handle. Passive level.
+/// @return also the failure of the handle itself
 NTSTATUS ReferenceClockOfHandle(HANDLE handle, KPROCESSOR_MODE mode, const FILE_OBJECT& sibling,
                                 IKsReferenceClock** clock);
 

@@ -1,4 +1,4 @@
-// Making a pin for an application, and letting it go.
+// Creation and destruction of a pin for an application.
 
 #include <new>
 
@@ -33,7 +33,7 @@ NTSTATUS CheckConnection(const PinFactoryBlock& factory, const KSPIN_CONNECT& co
       !IsAmong(connect.Medium, descriptor.Mediums, descriptor.MediumsCount)) {
     return STATUS_NO_MATCH;
   }
-  // Applications take the frames; no other filter's pin can be on the other side.
+  // Applications read the frames; a connection to another filter's pin is unsupported.
   if (connect.PinToHandle != nullptr) return STATUS_CONNECTION_REFUSED;
   return formatBytes >= sizeof(KSDATAFORMAT) && IsWholeFormat(FormatBehind(connect), formatBytes)
              ? STATUS_SUCCESS
@@ -77,7 +77,7 @@ NTSTATUS LetDriverCreate(PinBlock& pin, PIRP irp) {
                                                             : STATUS_SUCCESS;
 }
 
-// The device's list is how its removal finds the pins.
+// A device's removal finds its pins by this list.
 void LinkToDevice(PinBlock& pin) {
   AcquireMutex(*pin.Device);
   InsertTailList(&pin.Device->Pins, &pin.InDevice.Entry);
@@ -144,7 +144,7 @@ NTSTATUS ChooseRange(PinBlock& pin, PKSDATAFORMAT oldFormat) {
     status = dispatch != nullptr && dispatch->SetDataFormat != nullptr
                  ? dispatch->SetDataFormat(&pin, oldFormat, nullptr, range, nullptr)
                  : STATUS_SUCCESS;
-    // A range that the driver refuses for another reason than that it doesn't match is the one.
+    // With any other failure the range matched, and the driver refused the connection.
     if (status == STATUS_NO_MATCH) continue;
     if (NT_SUCCESS(status)) pin.Range = range;
     return status;

@@ -14,7 +14,7 @@ NTSTATUS NTAPI GetState(PIRP irp, PKSIDENTIFIER, PVOID data) {
 }
 
 NTSTATUS NTAPI SetState(PIRP irp, PKSIDENTIFIER, PVOID data) {
-  // As a number: the application may have sent any.
+  // Read as a number: the application may have sent any.
   const ULONG state = *static_cast<const ULONG*>(data);
   if (state > KSSTATE_RUN) return STATUS_INVALID_PARAMETER;
   PinBlock& pin = PinOf(irp);
@@ -31,7 +31,7 @@ NTSTATUS NTAPI GetFormat(PIRP irp, PKSIDENTIFIER, PVOID data) {
   return AnswerWithBytes(irp, data, &format, format.FormatSize);
 }
 
-// The driver is asked with the new format in place, and finds the old one in place if it refuses.
+// The driver is called with the new format in place; a refusal restores the old one.
 NTSTATUS NTAPI SetFormat(PIRP irp, PKSIDENTIFIER, PVOID data) {
   const ULONG bytes =
       IoGetCurrentIrpStackLocation(irp)->Parameters.DeviceIoControl.OutputBufferLength;
@@ -56,7 +56,8 @@ NTSTATUS NTAPI GetFraming(PIRP irp, PKSIDENTIFIER, PVOID data) {
   return AnswerWithBytes(irp, data, framing, size);
 }
 
-// The handle as it was given, for the application to compare: it may have been closed since.
+// Returns the handle as it was given, for the application to compare: it may have been closed
+// since.
 NTSTATUS NTAPI GetMasterClock(PIRP irp, PKSIDENTIFIER, PVOID data) {
   return AnswerWith(irp, data, PinOf(irp).MasterClockHandle);
 }

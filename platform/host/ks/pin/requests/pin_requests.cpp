@@ -1,4 +1,4 @@
-// What applications ask of a pin that they have opened.
+// Requests of applications to an open pin.
 
 #include "platform/host/ks/device/device_block.h"
 #include "platform/host/ks/pin/pin_block.h"
@@ -28,7 +28,7 @@ NTSTATUS ReadStream(PinBlock& pin, PIRP irp) {
   if (!NT_SUCCESS(status)) return status;
   pin.Frames.Add(request);
   if ((pin.Descriptor->Flags & KSPIN_FLAG_DO_NOT_INITIATE_PROCESSING) == 0) pin.Worker.Attempt();
-  // The device may have gone while the frames were on their way into the queue.
+  // The device may have been removed while the frames were being queued.
   if (IsDeviceGone(pin)) pin.Frames.HandBack(false);
   return STATUS_PENDING;
 }
@@ -75,7 +75,7 @@ NTSTATUS DispatchPinControl(ObjectHead& head, PIRP irp) {
     const ControlCall control(*pin.Filter, ClassCall::PinRequest);
     status = Answer(pin, irp);
   }
-  // A pending request is the queue's, or gone already.
+  // The queue owns a pending request, or has completed it already.
   return status == STATUS_PENDING ? status : CompleteRequest(irp, status);
 }
 

@@ -31,7 +31,7 @@ NTSTATUS StepDown(PinBlock& pin) {
   const KSSTATE from = pin.DeviceState;
   const auto to = static_cast<KSSTATE>(from - 1);
   if (from == pin.ProcessesFrom) pin.Worker.Forbid();
-  // What a stop takes away may be in use by the last process call.
+  // The last process call may still use what a stop frees.
   if (to == KSSTATE_STOP) pin.Worker.WaitUntilIdle();
   const NTSTATUS status = TellDriver(pin, to, from);
   Reach(pin, to);

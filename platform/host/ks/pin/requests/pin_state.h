@@ -4,18 +4,18 @@
 
 namespace lidcam::host {
 
-/// Takes a pin to a state, one step at a time, each of which its driver is told. Under the filter's
-/// control mutex, and without the device's.
+/// Takes a pin to a state, one step at a time, and calls the driver at each step. Under the
+/// filter's control mutex, and without the device's.
 ///
-/// A step up that the driver refuses is the end of the way; a pin refused at its first step is told to
-/// stop at once, for the driver to let go of what it has claimed. The way down is gone in any case.
+/// A refusal on the way up ends it; after a refusal of the first step the driver is called with the
+/// stop at once, to release what it has claimed. The way down continues despite refusals.
 ///
-/// Frames go back at a stop, after the last process call has returned.
+/// Frames are completed at a stop, after the last process call has returned.
 ///
 /// @return the first refusal
 NTSTATUS SetPinState(PinBlock& pin, KSSTATE target);
 
-/// Brings the pin to a stop and hands all its frames back, also those that were sent to a stopped pin.
+/// Stops the pin and completes all its frames, also those that were sent to a stopped pin.
 void StopPin(PinBlock& pin);
 
 }  // namespace lidcam::host

@@ -8,9 +8,9 @@ namespace lidcam::host {
 
 /// A use of memory that had been freed.
 struct FreedUse {
-  const void* Block = nullptr;  ///< start of the memory; null: there was none
-  std::size_t Offset = 0;       ///< of the byte that was used
-  std::size_t Size = 0;         ///< of the memory, as it was taken
+  const void* Block = nullptr;  ///< start of the memory; null: no use
+  std::size_t Offset = 0;       ///< of the byte used
+  std::size_t Size = 0;         ///< of the memory, as allocated
   std::uint32_t Tag = 0;
 };
 
@@ -20,7 +20,7 @@ struct FreedUse {
 /// "'Test'": a tag is four letters, the first in the lowest byte.
 [[nodiscard]] std::string TagText(std::uint32_t tag);
 
-/// A block of the pool as reports give it.
+/// A block of the pool, as reports name it.
 [[nodiscard]] std::string BlockText(const void* memory, std::size_t size, std::uint32_t tag);
 
 }  // namespace lidcam::host

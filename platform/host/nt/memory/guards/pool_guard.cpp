@@ -21,7 +21,7 @@ namespace {
 constexpr std::size_t kGuard = 16;  // keeps malloc's alignment
 constexpr unsigned char kGuardByte = 0xFD;
 
-// What fresh memory holds, so that nothing comes to rely on zeroes.
+// The content of fresh memory, so that no code relies on zeroes.
 constexpr int kFreshByte = 0xCD;
 
 void Poison([[maybe_unused]] const void* guard) {

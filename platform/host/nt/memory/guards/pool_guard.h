@@ -5,25 +5,25 @@
 
 namespace lidcam::host {
 
-// Memory with marked bytes before and behind it, which tell writes beyond its ends when it is freed.
-// Under AddressSanitizer the marks are poisoned besides, so that it tells at once.
+// Memory with guard bytes before and behind it, which show writes beyond its ends when it is freed.
+// Under AddressSanitizer the guards are poisoned too, so that it reports such a write at once.
 
-/// What memory of `size` bytes takes with its marks; 0 if there is no such number.
+/// Size of a block of `size` bytes with its guards; 0 if it can't be represented.
 [[nodiscard]] std::size_t GuardedBytes(std::size_t size);
 
-/// Lays the marks and fills what is between them with bytes that aren't zero.
+/// Writes the guards and fills the memory between them with bytes that aren't zero.
 ///
 /// @param start  GuardedBytes(size) bytes, aligned to 16
-/// @return the memory between the marks, aligned to 16
+/// @return the memory between the guards, aligned to 16
 [[nodiscard]] void* LayGuards(void* start, std::size_t size);
 
-/// What LayGuards() was given.
+/// The `start` that LayGuards() was called with.
 [[nodiscard]] void* StartOfGuarded(void* memory);
 
-/// The other way round: the memory that begins there.
+/// The reverse: the memory behind the guard at `start`.
 [[nodiscard]] const void* MemoryBehindGuard(const void* start);
 
-/// @return what was overwritten ("byte 24 behind its end"), empty if nothing was
+/// @return the first overwritten guard byte ("byte 24 behind its end"), empty if none was
 [[nodiscard]] std::string FindOverrun(const void* memory, std::size_t size);
 
 }  // namespace lidcam::host

@@ -6,13 +6,13 @@ namespace lidcam::host {
 
 enum class CallEffect { None, Allocates, Waits };
 
-/// A kernel call's name, as reports and traces give it, the interrupt levels it is allowed at, and
-/// what it does that time-critical paths must not.
+/// A kernel call's name, as in reports and traces, the interrupt levels it is allowed at, and its
+/// effects that time-critical paths must not have.
 struct CallRule {
   const char* Name;
   KIRQL Highest = DISPATCH_LEVEL;
   KIRQL Lowest = PASSIVE_LEVEL;
-  CallEffect Effect = CallEffect::None;  ///< whatever its arguments
+  CallEffect Effect = CallEffect::None;  ///< for any arguments
 };
 
 namespace calls {
@@ -27,7 +27,8 @@ inline constexpr CallRule kKeReleaseSemaphore{"KeReleaseSemaphore"};
 inline constexpr CallRule kKeInitializeMutex{"KeInitializeMutex", HIGH_LEVEL};
 inline constexpr CallRule kKeReleaseMutex{"KeReleaseMutex"};
 
-// At DISPATCH_LEVEL with a time limit of 0 only: a caller that may block is held to APC_LEVEL.
+// At DISPATCH_LEVEL with a time limit of 0 only: a caller that may block must be at APC_LEVEL or
+// below.
 inline constexpr CallRule kKeWaitForSingleObject{"KeWaitForSingleObject"};
 inline constexpr CallRule kKeWaitForMultipleObjects{"KeWaitForMultipleObjects"};
 inline constexpr CallRule kKeDelayExecutionThread{"KeDelayExecutionThread", APC_LEVEL};
