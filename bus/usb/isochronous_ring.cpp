@@ -17,7 +17,8 @@ constexpr std::chrono::seconds kLongestTrial{1};
 // Limit of unread transfers: a reader that keeps up with the clock has one or two.
 constexpr std::uint32_t kLargestBacklog = 4;
 
-// Short, so that the trial costs little; a longer transfer would reserve the same bandwidth.
+// One frame: enough for the host controller to reserve bandwidth, and as short as an ordinary
+// transfer can be.
 constexpr std::uint32_t kTrialPackets = 8;
 
 struct DeviceMemory {
