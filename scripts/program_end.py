@@ -57,7 +57,7 @@ def run(main):
         print(f"{NAME}: {error}", file=sys.stderr)
         status = 2
     except BrokenPipeError:
-        # The reader has gone: there is nobody to tell, and no more to write at the end.
+        # The reader has closed the pipe: no message can be written, and nothing more at the end.
         os.dup2(os.open(os.devnull, os.O_WRONLY), sys.stdout.fileno())
         status = 1
     except Exception as error:  # pylint: disable=broad-except

@@ -26,7 +26,7 @@ std::string ListOf(const std::vector<std::string>& words) {
   return list;
 }
 
-/// The innermost command that the arguments name, and how far they led to it.
+/// The innermost command that the arguments name, and how many arguments name it.
 struct NamedCommand {
   const CLI::App* Command;
   std::string Words{};  ///< "registers read"; empty for none
@@ -68,14 +68,14 @@ std::string ReasonOf(const CLI::App& app, const NamedCommand& named, const CLI::
                     : std::string("a command is missing")) +
            ": use one of " + commands;
   }
-  // The options that convert at all take numbers.
+  // All options with a conversion take numbers.
   constexpr std::string_view kConversion = "Could not convert: ";
   const std::string text = error.what();
   if (text.starts_with(kConversion)) return text.substr(kConversion.size()) + " is no number";
   return text;
 }
 
-// The parser tells of the option alone: here the command is named, too.
+// The parser's message only has the option: this adds the command.
 std::string DescribeWrongUse(const CLI::App& app, const CLI::Error& error,
                              const std::vector<std::string>& arguments) {
   const NamedCommand named = CommandOf(app);

@@ -39,7 +39,7 @@ std::uint64_t FrameClock::Reap(std::uint32_t packets, Time time) {
   return first;
 }
 
-// The packets are the bus's own time: it is the steady clock's origin that moves.
+// The packets define the bus's time: the correction moves the origin of the steady clock.
 void FrameClock::Correct() {
   origin_ += smallestLag_ * kMicroframe;
   reaped_ = 0;

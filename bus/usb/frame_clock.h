@@ -5,12 +5,12 @@
 
 namespace lidcam::bus {
 
-/// The time of a bus whose host tells no frame numbers: a count of the packets that came, corrected by
-/// the machine's steady clock. Not synchronized.
+/// The time of a bus whose host reports no frame numbers: a count of the packets received,
+/// corrected by the machine's steady clock. Not synchronized.
 ///
 /// A transfer is reaped at its end or later, never earlier. So the smallest lag of a second's transfers is
-/// what the two clocks differ by, and a lag longer than what the host had queued means that microframes
-/// went by without a transfer.
+/// the difference of the two clocks, and a lag longer than the host's queue means that microframes
+/// passed without a transfer.
 class FrameClock {
  public:
   using Time = std::chrono::steady_clock::time_point;

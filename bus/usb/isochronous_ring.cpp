@@ -8,16 +8,17 @@
 namespace lidcam::bus {
 namespace {
 
-// A transfer takes 4 ms whatever the device does: a host controller that is silent for so long is dead, and not
-// just a machine that is busy.
+// A transfer takes 4 ms, independent of the device: after so long without one the host controller
+// is dead, not just the machine busy.
 constexpr std::chrono::seconds kLongestSilence{3};
 
 constexpr std::chrono::seconds kLongestTrial{1};
 
-// Transfers that may lie unread: a reader that comes by the clock has one or two.
+// Limit of unread transfers: a reader that keeps up with the clock has one or two.
 constexpr std::uint32_t kLargestBacklog = 4;
 
-// Short enough for any reservation to be tried, as long as an ordinary transfer is at least.
+// One frame: enough for the host controller to reserve bandwidth, and as short as an ordinary
+// transfer can be.
 constexpr std::uint32_t kTrialPackets = 8;
 
 struct DeviceMemory {
@@ -26,7 +27,7 @@ struct DeviceMemory {
   void operator()(std::uint8_t* bytes) const { libusb_dev_mem_free(Device, bytes, Size); }
 };
 
-// Memory of the device's spares the kernel a copy; not every kernel gives it.
+// Memory allocated through the device saves the kernel a copy; not every kernel supports it.
 std::shared_ptr<std::uint8_t> AllocateBuffers(libusb_device_handle* device, std::size_t size) {
   if (std::uint8_t* const bytes = libusb_dev_mem_alloc(device, size)) {
     return {bytes, DeviceMemory{device, size}};
@@ -105,7 +106,7 @@ void IsochronousRing::Stop() {
   lost_ += lost;
   isRunning_ = false;
   isOpen_ = false;
-  // What libusb keeps shares its memory: the others begin anew.
+  // A transfer that libusb keeps shares this memory, so all transfers get a new block.
   if (lost != 0) MakeTransfers();
 }
 
@@ -153,7 +154,7 @@ UsbStatus IsochronousRing::Start() {
 UsbStatus IsochronousRing::Await() {
   std::unique_lock lock(port_->Mutex);
   const auto isOver = [&] { return port_->IsGone || port_->IsAborted || Current().IsDone(); };
-  // One that could not be sent again never comes.
+  // A transfer that could not be resubmitted never completes.
   if (!isOver() && !Current().IsInFlight()) return UsbStatus::Failed;
   port_->Changed.wait_for(lock, kLongestSilence, isOver);
   if (port_->IsGone) return UsbStatus::Disconnected;
@@ -187,7 +188,7 @@ UsbStatus IsochronousRing::Open() {
     case LIBUSB_TRANSFER_STALL:
       return UsbStatus::Stalled;
     default:
-      // Also a transfer that was cancelled by nobody here: its packets say that they are whole.
+      // Also a transfer that this code did not cancel: its packets report success.
       isTransferFailed_ = true;
       return UsbStatus::Ok;
   }
@@ -208,8 +209,8 @@ void IsochronousRing::CopyPacket(std::span<std::uint8_t> share, IsochronousPacke
   packet.Status = shown.status == LIBUSB_TRANSFER_COMPLETED ? UsbStatus::Ok : UsbStatus::Failed;
 }
 
-// A transfer that is read out goes down again; where that fails, the ring stands still when it comes to
-// this place again.
+// Resubmits a transfer that has been read. If that fails, reads end when the ring reaches this
+// transfer again.
 void IsochronousRing::Advance() {
   if (++packet_ < kPackets) return;
   isOpen_ = false;
@@ -234,7 +235,7 @@ IsochronousResult IsochronousRing::Read(std::span<std::uint8_t> buffer,
   while (status == UsbStatus::Ok && count < packets.size()) {
     if (!isOpen_) {
       status = Open();
-      // A failure to send one again may be over.
+      // The reason for which a resubmission failed may be gone.
       if (status == UsbStatus::Failed && !isRestarted) {
         isRestarted = true;
         status = Start();

@@ -11,13 +11,13 @@
 
 namespace lidcam::bus {
 
-/// Why transfers could not be sent, as far as libusb tells.
+/// Why transfers could not be submitted, as far as libusb reports it.
 enum class SubmitFailure {
   None,
   Gone,
   NoBandwidth,  ///< the host controller refuses the reservation
-  NoMemory,     ///< usbfs gives no more
-  Unclear,      ///< libusb has one answer for both
+  NoMemory,     ///< the limit of usbfs is reached
+  Unclear,      ///< libusb has one error for both
   Failed,
 };
 
@@ -25,12 +25,12 @@ enum class SubmitFailure {
 /// @param systemError  errno as the call left it
 [[nodiscard]] SubmitFailure FailureOf(int error, int systemError);
 
-/// The isochronous transfers of one endpoint, 64 ms of the bus in flight: each is read out by the thread
-/// that reads, and sent again. One thread at a time.
+/// The isochronous transfers of one endpoint, 64 ms of the bus in flight: the reading thread reads
+/// each one and resubmits it. One thread at a time.
 ///
-/// Where the machine's clock, by which a reader comes, is slower than the bus's, transfers pile up unread.
-/// A reader that is behind is not given empty microframes until it has caught up: they carry nothing, and
-/// nothing of a picture is lost.
+/// If the machine's clock, by which the reader runs, is slower than the bus's, unread transfers
+/// accumulate. For a reader that is behind, empty microframes are skipped until it has caught up:
+/// they have no data, so no picture is damaged.
 class IsochronousRing {
  public:
   static constexpr std::uint32_t kTransfers = 16;
@@ -56,12 +56,12 @@ class IsochronousRing {
   /// Reads as UsbBus::ReadIsochronous() does; the first read starts the transfers.
   IsochronousResult Read(std::span<std::uint8_t> buffer, std::span<IsochronousPacket> packets);
 
-  /// Takes all transfers back, in bounded time. The next read starts them anew.
+  /// Cancels all transfers, in bounded time. The next read starts them again.
   void Stop();
 
   /// How the last start went.
   [[nodiscard]] SubmitFailure LastFailure() const { return lastFailure_; }
-  /// Transfers that libusb never gave back: the device must not be closed.
+  /// Transfers that libusb never completed: the device must not be closed.
   [[nodiscard]] bool HasLost() const { return lost_ != 0; }
 
  private:
@@ -88,10 +88,10 @@ class IsochronousRing {
   std::array<std::shared_ptr<PendingTransfer>, kTransfers> transfers_{};
 
   bool isRunning_ = false;
-  std::uint32_t active_ = 0;  ///< transfers that could be sent
+  std::uint32_t active_ = 0;  ///< transfers that could be submitted
   std::uint32_t current_ = 0;
   std::uint32_t packet_ = 0;  ///< of the current transfer; those before have been read
-  bool isOpen_ = false;       ///< the current transfer is back, and is being read
+  bool isOpen_ = false;       ///< the current transfer has completed and is being read
   bool isBehind_ = false;
   bool isTransferFailed_ = false;
   std::uint64_t microframe_ = 0;  ///< of the current transfer's first packet

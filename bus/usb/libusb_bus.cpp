@@ -8,10 +8,10 @@
 namespace lidcam::bus {
 namespace {
 
-// What usbfs moves in one control request.
+// The largest control request of usbfs, bytes.
 constexpr std::size_t kLargestDataStage = 4096;
 
-// By which libusb's own time limit may be late.
+// How late libusb's own time limit may be.
 constexpr std::chrono::milliseconds kControlGrace{500};
 
 constexpr std::uint8_t kStandardDeviceOut = 0x00;
@@ -36,7 +36,7 @@ UsbStatus StatusOf(libusb_transfer_status status) {
     case LIBUSB_TRANSFER_TIMED_OUT:
     case LIBUSB_TRANSFER_CANCELLED:
       return UsbStatus::TimedOut;
-    default:  // babble, and whatever else went wrong on the wire
+    default:  // babble and other errors on the wire
       return UsbStatus::Failed;
   }
 }
@@ -57,7 +57,7 @@ UsbStatus StatusOfError(int error) {
   }
 }
 
-// libusb folds what usb_set_interface() answers into one error: the system's own tells more.
+// libusb maps all errors of usb_set_interface() to one: errno distinguishes them.
 UsbStatus StatusOfSetting(int error, int systemError) {
   if (error != LIBUSB_ERROR_OTHER) return StatusOfError(error);
   switch (systemError) {
@@ -119,7 +119,7 @@ void LibusbBus::Close() {
 }
 
 void LibusbBus::Claim() {
-  // Where the system has no kernel drivers to detach, there is none in the way.
+  // A system that can't detach kernel drivers has none on the interface.
   libusb_set_auto_detach_kernel_driver(device_, 1);
   int configuration = 0;
   if (libusb_get_configuration(device_, &configuration) == 0 && configuration == 0) {
@@ -188,7 +188,8 @@ void LibusbBus::Tell(UsbNotice notice, const std::string& line) const {
 ControlResult LibusbBus::ControlTransfer(const SetupPacket& setup, std::span<std::uint8_t> data) {
   if (IsGone()) return {UsbStatus::Disconnected, 0};
   if (data.size() < setup.Length) return {UsbStatus::Failed, 0};
-  // What changes the host's own state is asked of the host, or the two would disagree.
+  // Requests that change the host's own state go through the host, or device and host would
+  // disagree.
   if (setup.RequestType == kStandardDeviceOut && setup.Request == kSetConfiguration) {
     return {NoteStatus(SelectConfiguration(setup.Value)), 0};
   }
@@ -205,8 +206,9 @@ ControlResult LibusbBus::ControlTransfer(const SetupPacket& setup, std::span<std
   return Send(setup, data);
 }
 
-// The host has configured the device before any program sees it, and other programs rely on that: the
-// configuration in force is entered anew by its settings alone, and none is never selected.
+// The host configures the device before any program sees it, and other programs rely on that: the
+// current configuration is not selected again, only its settings; configuration 0 is never
+// selected.
 UsbStatus LibusbBus::SelectConfiguration(int configuration) {
   EndReading();
   int present = 0;
@@ -234,7 +236,7 @@ UsbStatus LibusbBus::ClearHalt(std::uint8_t endpoint) {
 }
 
 ControlResult LibusbBus::Send(const SetupPacket& setup, std::span<std::uint8_t> data) {
-  // One that libusb keeps has the buffer with it.
+  // A transfer that libusb keeps also keeps its buffer.
   if (control_ == nullptr) {
     const auto memory =
         std::make_shared<std::vector<std::uint8_t>>(LIBUSB_CONTROL_SETUP_SIZE + kLargestDataStage);
@@ -291,7 +293,7 @@ UsbStatus LibusbBus::SetInterface(int interface, int setting) {
   return error == 0 ? UsbStatus::Ok : StatusOfSetting(error, errno);
 }
 
-// A host controller of the older kind reserves bandwidth only when a transfer is sent.
+// Older host controllers reserve bandwidth only when a transfer is submitted.
 UsbStatus LibusbBus::Reserve(const AlternateSetting& setting) {
   try {
     ring_ = std::make_unique<IsochronousRing>(device_, port_, clock_, setting.IsochronousEndpoint,
@@ -335,7 +337,7 @@ void LibusbBus::TellRefusal(const AlternateSetting& setting, SubmitFailure failu
     if (!std::exchange(isMemoryTold_, true)) Tell(UsbNotice::NoMemory, kMemoryRemedy);
     return;
   }
-  // A walk down the settings meets one refusal after the other.
+  // A walk down the settings may be refused several times: the user gets one line.
   if (std::exchange(isNarrowed_, true)) return;
   std::string line =
       "the bus has no room for alternate setting " + std::to_string(setting.Setting) + " with " +
@@ -400,7 +402,7 @@ IsochronousResult LibusbBus::ReadIsochronous(std::uint8_t endpoint, std::span<st
 }
 
 void LibusbBus::Abort(std::uint8_t endpoint) {
-  static_cast<void>(endpoint);  // there is one that is read
+  static_cast<void>(endpoint);  // only one endpoint is read
   const std::lock_guard lock(port_->Mutex);
   port_->IsStale = true;
   if (!port_->IsReading) return;

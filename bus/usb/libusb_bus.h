@@ -19,8 +19,8 @@ namespace lidcam::bus {
 
 /// An opened device with its interfaces claimed.
 ///
-/// Aborts and unplugging only leave a note: what libusb is asked to do, the thread of the request asks. A
-/// device that is closed while libusb has a transfer of it stays open until the program ends.
+/// Aborts and unplugging only set a flag: all calls of libusb are made by the request's thread. A
+/// device that is closed while libusb keeps one of its transfers stays open until the program ends.
 class LibusbBus final : public UsbBus {
  public:
   /// @param device   closed by this bus
@@ -65,12 +65,12 @@ class LibusbBus final : public UsbBus {
   std::vector<AlternateSetting> settings_;
 
   std::shared_ptr<PendingTransfer> control_;
-  bool hasLost_ = false;  ///< libusb has a transfer that it never gave back
+  bool hasLost_ = false;  ///< libusb has a transfer that it never completed
 
   FrameClock clock_;      ///< under the port's mutex
-  std::mutex readMutex_;  ///< held over a read, and by those that end it for good
+  std::mutex readMutex_;  ///< held over a read, and by the calls that stop the transfers
   std::unique_ptr<IsochronousRing> ring_;
-  bool isNarrowed_ = false;  ///< the walk under way has met a refusal, which was told
+  bool isNarrowed_ = false;  ///< the current walk was refused once, and the user has been told
   bool isMemoryTold_ = false;
 };
 

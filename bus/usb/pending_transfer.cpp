@@ -10,7 +10,7 @@ namespace {
 
 constexpr std::chrono::seconds kLongestCancel{1};
 
-// A callback may come at any time: nothing of these transfers is ever freed.
+// A callback may come at any time, so these transfers are never freed.
 void KeepForEver(std::shared_ptr<PendingTransfer> transfer) {
   static std::mutex mutex;
   static auto* const kept = new std::vector<std::shared_ptr<PendingTransfer>>;
@@ -67,7 +67,7 @@ void LIBUSB_CALL PendingTransfer::Completed(libusb_transfer* transfer) {
   port->Changed.notify_all();
 }
 
-// What libusb answers to a cancel tells nothing about the callback, which alone counts.
+// The result of libusb's cancel doesn't matter: only the callback ends a transfer.
 std::size_t TakeBack(PortState& port, std::span<std::shared_ptr<PendingTransfer>> transfers) {
   for (const auto& transfer : transfers) {
     bool isInFlight = false;

@@ -10,21 +10,21 @@
 
 namespace lidcam::bus {
 
-/// What the transfers of one device share with those that wait for them. The mutex is never held over a
-/// call of libusb.
+/// State shared by the transfers of one device and the threads that wait for them. The mutex is
+/// never held over a call of libusb.
 struct PortState {
   std::mutex Mutex;
-  std::condition_variable Changed;  ///< a transfer is back, or one of the flags has been set
+  std::condition_variable Changed;  ///< a transfer has completed, or one of the flags has been set
   bool IsGone = false;              ///< unplugged, or closed
   bool IsReading = false;
   bool IsAborted = false;  ///< the read in progress is to end
-  bool IsStale = false;    ///< what is in flight belongs to a stream that has been given up
+  bool IsStale = false;    ///< the transfers in flight belong to a stream that has ended
 
   void MarkGone();
 };
 
-/// One libusb transfer that is sent again and again. Its completion is a note; all work is done by the
-/// thread that waits for it.
+/// One libusb transfer that is resubmitted again and again. Its completion only sets a flag; all
+/// work is done by the thread that waits for it.
 class PendingTransfer {
  public:
   using Clock = std::chrono::steady_clock;
@@ -40,7 +40,7 @@ class PendingTransfer {
   /// To fill in and to read while it is not in flight; user data and callback stay.
   [[nodiscard]] libusb_transfer& Transfer() { return *transfer_; }
 
-  /// Sends it. Not with the port's mutex held.
+  /// Submits it. Not with the port's mutex held.
   /// @return 0 or a libusb error; in flight only with 0
   int Submit();
 
@@ -63,8 +63,8 @@ class PendingTransfer {
   Clock::time_point doneAt_{};
 };
 
-/// Takes back what is in flight of these transfers and waits until each has come back, for 1 s at most. What
-/// has not come by then libusb may still use: it is kept for as long as the program runs.
+/// Cancels those of the transfers that are in flight and waits until each has completed, for 1 s at
+/// most. libusb may still use the others: they are kept until the program ends.
 ///
 /// @return how many are kept so; their places are empty
 std::size_t TakeBack(PortState& port, std::span<std::shared_ptr<PendingTransfer>> transfers);

@@ -6,11 +6,11 @@
 
 namespace lidcam::bus {
 
-/// A device that is plugged in, as the host's enumeration tells it.
+/// A device that is plugged in, as the host enumerates it.
 struct PluggedDevice {
   std::string Path{};        ///< bus and ports, as Linux names them: "1-2.3"
   unsigned Bus = 0;          ///< number of the bus
-  unsigned Address = 0;      ///< device number, another one after each plugging in
+  unsigned Address = 0;      ///< device number, a new one each time it is plugged in
   std::uint16_t Vendor = 0;  ///< idVendor
   std::uint16_t Product = 0;
   unsigned Megabits = 0;  ///< signalling rate, 480 for high speed; 0 if unknown
@@ -30,7 +30,7 @@ enum class UsbObstacle {
   Other,
 };
 
-/// A device could not be opened. what() is one line that tells what libusb answered.
+/// A device could not be opened. what() is one line with libusb's error.
 class UsbError : public std::runtime_error {
  public:
   UsbError(UsbObstacle obstacle, const std::string& text)

@@ -60,7 +60,7 @@ PluggedDevice Describe(libusb_device* device) {
           .Megabits = MegabitsOf(libusb_get_device_speed(device))};
 }
 
-/// All devices that libusb sees, given back at the end.
+/// All devices that libusb enumerates; releases them in the destructor.
 class DeviceList {
  public:
   explicit DeviceList(libusb_context* context)

@@ -11,33 +11,33 @@
 
 namespace lidcam::bus {
 
-/// What a line for the user is about.
+/// The subject of a line for the user.
 enum class UsbNotice {
   NoRoom,    ///< the bus refuses an alternate setting
   HasRoom,   ///< and takes a narrower one
-  NoMemory,  ///< the kernel gives no memory for transfers
+  NoMemory,  ///< the kernel refuses memory for transfers
 };
 
 struct UsbPortOptions {
-  /// Gets a line for the user where a request was refused for a reason that the user can mend. On the
-  /// thread of the request; may be empty.
+  /// Gets a line for the user when a request was refused for a reason that the user can remove. On
+  /// the thread of the request; may be empty.
   std::function<void(UsbNotice notice, const std::string& line)> Tell{};
   /// How long a control request may take: as long as the hosts of this camera wait.
   std::chrono::milliseconds ControlLimit{5000};
 };
 
-/// The USB of this machine, through libusb: what is plugged in, and a UsbBus to each of it.
+/// The USB of this machine, through libusb: the devices plugged in, and a UsbBus to each.
 ///
 /// One thread handles the events of all devices opened through it. Any thread may call.
 class UsbHost {
  public:
-  /// Never fails: a machine without USB has no devices, and Obstacle() tells why.
+  /// Never fails: a machine without USB has no devices, and Obstacle() returns the reason.
   UsbHost();
   UsbHost(const UsbHost&) = delete;
   UsbHost& operator=(const UsbHost&) = delete;
   ~UsbHost();
 
-  /// Why no device can be seen at all; empty if they can.
+  /// Why devices can't be enumerated; empty if they can.
   [[nodiscard]] std::string Obstacle() const;
 
   /// What is plugged in now, hubs included, in the order of bus and ports.
@@ -46,9 +46,9 @@ class UsbHost {
   /// Opens a device and claims its interfaces. A kernel driver that holds one is detached, and
   /// attached again when the bus is destroyed.
   ///
-  /// The bus keeps what it needs of this host. Its requests end in bounded time whatever the device
-  /// or libusb do: a control request once its limit is over, a read once 3 s have brought no packet.
-  /// Throws UsbError.
+  /// The bus keeps its own references to this host's state. Its requests end in bounded time even
+  /// if the device or libusb hang: a control request at its time limit, a read after 3 s without a
+  /// packet. Throws UsbError.
   [[nodiscard]] std::unique_ptr<UsbBus> Open(const PluggedDevice& device, UsbPortOptions options);
 
   /// Waits until something has been plugged in or unplugged since the last call, or for so long.

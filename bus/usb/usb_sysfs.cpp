@@ -22,7 +22,7 @@ std::string ReadAll(const fs::path& file) {
 std::string ReadLine(const fs::path& file) {
   std::string text = ReadAll(file);
   text.erase(std::find(text.begin(), text.end(), '\n'), text.end());
-  // A device's own words: none of them may reach a terminal as a command.
+  // Text from the device: it must not reach a terminal as a control sequence.
   std::ranges::replace_if(
       text, [](char letter) { return static_cast<unsigned char>(letter) < 0x20 || letter == 0x7F; },
       '?');
@@ -37,7 +37,7 @@ unsigned NumberOf(const std::string& text) {
   return number;
 }
 
-/// Entries of a folder; none where it can't be read.
+/// Entries of a folder; empty if it can't be read.
 std::vector<fs::path> EntriesOf(const fs::path& folder) {
   std::vector<fs::path> entries;
   std::error_code error;
@@ -75,7 +75,7 @@ std::uint32_t ShareOf(const std::uint8_t* endpoint, bool isHighSpeed) {
   return (BytesPerMicroframe(packetSize) + period - 1) / period;
 }
 
-// The descriptors' file alone tells packet sizes with their multiplier.
+// Only the descriptors' file has packet sizes with their multiplier.
 std::uint32_t ReservedBy(const fs::path& device) {
   const std::string text = ReadAll(device / "descriptors");
   const auto* const bytes = reinterpret_cast<const std::uint8_t*>(text.data());

@@ -89,7 +89,7 @@ def choose(places, random):
 
 
 def _changeable_tokens(source):
-    """Tokens outside of what the compiler alone looks at."""
+    """Tokens that are not compile-time only."""
     tokens = source.tokens
     at = 0
     while at < len(tokens):

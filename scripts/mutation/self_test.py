@@ -147,7 +147,7 @@ def _outcomes(output, place):
 
 
 def run_self_test():
-    """Exit status: 0 if the tool tells what is known of the small tree, else 1."""
+    """Exit status: 0 if the tool reports the known results of the small tree, else 1."""
     with tempfile.TemporaryDirectory() as folder:
         root = pathlib.Path(folder)
         _make_tree(root)

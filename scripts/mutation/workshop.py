@@ -162,7 +162,7 @@ class Workshop:
         return str(folder)
 
     def _make(self, tests):
-        """Builds tests; what the compiler said if it failed, else null."""
+        """Builds tests; returns the compiler's output if it failed, else None."""
         targets = [str(test.relative_to(self._build)) for test in tests]
         done = subprocess.run(["ninja", "-C", self._build, *targets], stdout=subprocess.PIPE,
                               stderr=subprocess.STDOUT, text=True, check=False)

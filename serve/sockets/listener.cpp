@@ -69,7 +69,7 @@ bool IsLoopback(const sockaddr_storage& address) {
   return host >> 24 == kLoopbackNet;
 }
 
-/// Whether somebody listens at the path.
+/// Whether a process listens at the path.
 bool IsServed(const sockaddr_un& address) {
   const Descriptor probe(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   const auto* const where = reinterpret_cast<const sockaddr*>(&address);
@@ -129,7 +129,7 @@ Listener Listener::OnPath(const std::string& path) {
   std::memcpy(address.sun_path, path.data(), path.size());
   Descriptor listening(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   if (!listening.IsOpen()) Fail(path, errno);
-  // What a server that was killed has left.
+  // Left by a server that was killed.
   if (IsSocket(path) && !IsServed(address)) unlink(path.c_str());
   if (bind(listening.Number(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0 ||
       listen(listening.Number(), kBacklog) != 0) {

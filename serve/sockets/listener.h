@@ -7,13 +7,13 @@
 
 namespace lidcam::serve {
 
-/// A socket could not be had. what() names the address and the reason.
+/// A socket could not be opened. what() names the address and the reason.
 class SocketError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
-/// A file descriptor that is closed at the end.
+/// A file descriptor; the destructor closes it.
 class Descriptor {
  public:
   explicit Descriptor(int number = -1) : number_(number) {}
@@ -31,12 +31,12 @@ class Descriptor {
 /// A socket that clients connect to.
 class Listener {
  public:
-  /// @param address  "127.0.0.1:3240", "[::1]:3240", "localhost:3240"; port 0 is any that is free
-  /// Throws std::invalid_argument for what names no address, and SocketError.
+  /// @param address  "127.0.0.1:3240", "[::1]:3240", "localhost:3240"; port 0 is any free port
+  /// Throws std::invalid_argument for an invalid address, and SocketError.
   [[nodiscard]] static Listener OnAddress(const std::string& address);
 
-  /// @param path  of a socket in the file system, which is removed at the end; one that nobody listens at is
-  ///              replaced
+  /// @param path  of a socket in the file system, which is removed at the end; an existing one
+  ///              without a listening process is replaced
   /// Throws SocketError.
   [[nodiscard]] static Listener OnPath(const std::string& path);
 
@@ -48,11 +48,11 @@ class Listener {
   Listener& operator=(Listener&&) = delete;
   ~Listener();
 
-  /// Does not block: a descriptor that is not open if nobody has come.
+  /// Does not block: returns a closed descriptor if no client is waiting.
   [[nodiscard]] Descriptor Accept(std::string& peer) const;
 
   [[nodiscard]] int Number() const { return socket_.Number(); }
-  /// The address, with the port that it really has, or the path.
+  /// The address, with the actual port, or the path.
   [[nodiscard]] const std::string& Name() const { return name_; }
   /// Whether other machines can reach it.
   [[nodiscard]] bool IsReachable() const { return isReachable_; }

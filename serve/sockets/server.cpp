@@ -54,7 +54,7 @@ class ConnectionLoop {
     const bool takesInput = !session_.IsOver() && session_.InputRoom() > 0;
     const auto events = static_cast<short>((takesInput ? POLLIN : 0) | (hasOutput ? POLLOUT : 0));
     std::array<pollfd, 2> descriptors{{{socket_, events, 0}, {stop_, POLLIN, 0}}};
-    // With output under way, what is due next waits for it.
+    // Pending output is sent before the session's next timed work.
     const auto deadline = hasOutput ? std::nullopt : session_.Deadline();
     if (WaitFor(descriptors, deadline) < 0 && errno != EINTR) {
       end_ = std::generic_category().message(errno);
@@ -114,7 +114,7 @@ Server::~Server() {
 void Server::Stop() {
   isStopped_ = true;
   const std::uint64_t one = 1;
-  // It can't fail before it has counted to 2 to the 64th.
+  // It can only fail if the counter would reach 2 to the 64th.
   (void)!write(stop_.Number(), &one, sizeof(one));
 }
 

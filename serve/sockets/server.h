@@ -18,7 +18,7 @@ namespace lidcam::serve {
 class Server {
  public:
   using Log = std::function<void(const std::string& line)>;
-  /// Makes the session of a client. The log tells of that client.
+  /// Creates the session of a client. The log is for messages about that client.
   using MakeSession = std::function<std::unique_ptr<Session>(Session::Time now, Log log)>;
 
   struct Options {
@@ -34,7 +34,8 @@ class Server {
 
   [[nodiscard]] const Listener& Door() const { return listener_; }
 
-  /// Serves until `isOver`, which is asked ten times a second, or Stop(), and closes all connections.
+  /// Serves until `isOver`, which is called ten times a second, or Stop(), and closes all
+  /// connections.
   void Run(const std::function<bool()>& isOver);
 
   /// Callable from any thread.

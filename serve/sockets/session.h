@@ -12,13 +12,13 @@
 
 namespace lidcam::serve {
 
-/// A client sent what its protocol doesn't know. what() names the field and the value.
+/// A client violated its protocol. what() names the field and the value.
 class ProtocolError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
-/// One client's protocol: bytes in, bytes out, and time, which comes from outside. It knows no sockets and
+/// One client's protocol: bytes in, bytes out, and the time as a parameter. It uses no sockets and
 /// never waits. Not synchronized.
 class Session {
  public:
@@ -32,17 +32,17 @@ class Session {
   /// Takes what the client sent: at most InputRoom() bytes.
   virtual void Receive(std::span<const std::uint8_t> bytes) = 0;
 
-  /// How much Receive() may be given; 0 while enough is waiting to be carried out.
+  /// The most bytes that Receive() accepts; 0 while enough requests are pending.
   [[nodiscard]] virtual std::size_t InputRoom() const = 0;
 
-  /// Carries out what can be and what is due. Throws ProtocolError, after which the connection is to be
-  /// closed.
+  /// Processes the input and all work that is due. Throws ProtocolError, after which the connection
+  /// must be closed.
   virtual void Advance(Time now) = 0;
 
-  /// When Advance() has something to do, though nothing comes in or goes out.
+  /// When Advance() has work to do even without input or output.
   [[nodiscard]] virtual std::optional<Time> Deadline() const = 0;
 
-  /// What goes to the client. The sender erases from its front what has gone.
+  /// Bytes for the client. The sender erases the sent ones from its front.
   [[nodiscard]] std::vector<std::uint8_t>& Output() { return output_; }
 
   /// Whether the connection is to be closed once the output has gone.

@@ -59,7 +59,7 @@ std::array<std::uint8_t, 3> ClassOf(const bus::UsbDeviceInfo& device, std::uint8
 void AppendHeader(std::vector<std::uint8_t>& to, Command command, std::uint32_t sequenceNumber) {
   AppendLong(to, static_cast<std::uint32_t>(command));
   AppendLong(to, sequenceNumber);
-  // Device, direction and endpoint are the client's to know.
+  // Device, direction and endpoint stay 0: the client knows them.
   to.insert(to.end(), 12, 0);
 }
 

@@ -11,13 +11,14 @@
 #include "bus/enumeration.h"
 #include "bus/usb_types.h"
 
-// The USB/IP protocol, version 1.1.1, as the kernel's documentation lays it out. All numbers are big-endian.
+// The USB/IP protocol, version 1.1.1, as the kernel's documentation defines it. All numbers are
+// big-endian.
 namespace lidcam::serve::usbip {
 
 inline constexpr std::uint16_t kVersion = 0x0111;
 inline constexpr std::size_t kBusIdSize = 32;
 
-// Ahead of the import.
+// Messages before the import.
 
 inline constexpr std::size_t kOperationHeaderSize = 8;
 
@@ -41,7 +42,7 @@ struct OperationHeader {
 void AppendOperationHeader(std::vector<std::uint8_t>& to, Operation operation,
                            OperationStatus status);
 
-/// How a served device is called.
+/// Names and numbers of a served device.
 struct DeviceName {
   std::string_view Path;
   std::string_view BusId;
@@ -56,11 +57,12 @@ struct DeviceName {
 void AppendDevice(std::vector<std::uint8_t>& to, const DeviceName& name,
                   const bus::UsbDeviceInfo& device);
 
-/// The device list behind its header: the number of devices, one device, and 4 bytes for each interface.
+/// The device list without its header: the number of devices, one device, and 4 bytes for each
+/// interface.
 void AppendDeviceList(std::vector<std::uint8_t>& to, const DeviceName& name,
                       const bus::UsbDeviceInfo& device);
 
-// Behind the import.
+// Messages after the import.
 
 inline constexpr std::size_t kHeaderSize = 48;
 inline constexpr std::size_t kPacketDescriptorSize = 16;
@@ -99,7 +101,7 @@ struct PacketDescriptor {
 [[nodiscard]] PacketDescriptor DecodePacketDescriptor(std::span<const std::uint8_t> bytes);
 void AppendPacketDescriptor(std::vector<std::uint8_t>& to, const PacketDescriptor& packet);
 
-/// What a completed transfer's header tells.
+/// The header's fields of a completed transfer.
 struct SubmitReply {
   std::uint32_t SequenceNumber = 0;
   std::int32_t Status = 0;  ///< 0 or a negative errno

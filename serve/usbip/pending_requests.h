@@ -26,11 +26,11 @@ struct Request {
   }
 };
 
-/// The requests of one camera that its client waits for.
+/// The pending requests of one camera's client.
 ///
 /// Control requests are answered in their order. A stream's transfers follow each other on the bus without
 /// a gap, and each is answered once the time has passed that its packets take, however late it was
-/// submitted. The camera's interrupt endpoint has nothing to tell: its transfers pend.
+/// submitted. The camera's interrupt endpoint never sends data: its transfers pend.
 class PendingRequests {
  public:
   using Time = std::chrono::steady_clock::time_point;
@@ -51,10 +51,10 @@ class PendingRequests {
   /// Takes a transfer that never ends by itself.
   void AddUnanswered(std::uint32_t sequenceNumber) { unanswered_.push_back(sequenceNumber); }
 
-  /// Takes a request back. @return whether it was pending
+  /// Cancels a request. @return whether it was pending
   bool Unlink(std::uint32_t sequenceNumber);
 
-  /// Answers one request that is due, or finds that it never is answered.
+  /// Answers one request that is due, or marks one that a fault keeps from completing.
   /// @return false if there is none, or the camera is gone
   bool AnswerOne(Time now, std::vector<std::uint8_t>& output);
 
@@ -82,7 +82,7 @@ class PendingRequests {
   bool isUnplugged_ = false;
 };
 
-/// The negative errno that Linux's USB stack has for a status; 0 for Ok.
+/// The negative errno of Linux's USB stack for a status; 0 for Ok.
 [[nodiscard]] std::int32_t ErrorNumber(bus::UsbStatus status);
 
 }  // namespace lidcam::serve::usbip

@@ -7,7 +7,7 @@
 namespace lidcam::serve::usbip {
 namespace {
 
-// A client that has imported nothing by then has nothing to say.
+// A client that hasn't imported the device after this time is disconnected.
 constexpr std::chrono::seconds kImportLimit{5};
 
 // Room for the longest request and more behind it.
@@ -85,7 +85,7 @@ std::span<const std::uint8_t> UsbipSession::Unread() const {
 
 void UsbipSession::Advance(Time now) {
   while (HasOutputRoom() && (pending_ ? TakeRequest(now) : TakeOperation())) {
-    // Requests that come together are no more pending than those that come one by one.
+    // Requests that are received together count like requests that are received one by one.
     if (pending_) (void)pending_->AnswerOne(now, Output());
   }
   input_.erase(input_.begin(), input_.begin() + static_cast<std::ptrdiff_t>(read_));

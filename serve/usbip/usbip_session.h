@@ -14,10 +14,10 @@
 
 namespace lidcam::serve::usbip {
 
-/// The one device that each client can import, and gets a camera of its own for.
+/// The one device that each client can import; each client gets a camera of its own.
 inline constexpr DeviceName kCameraName{"/lidcam/1-1", "1-1", 1, 2};
 
-/// Bounds of what one client can make the server keep.
+/// Limits of the memory that one client can make the server use.
 inline constexpr std::size_t kMostPackets = 1024;  ///< of a transfer, as Linux has it
 inline constexpr std::size_t kMostPendingRequests = 1024;
 inline constexpr std::size_t kMostKeptBytes = 4 * 1024 * 1024;
@@ -26,8 +26,8 @@ inline constexpr std::uint32_t kMostInBytes = 4 * 1024 * 1024;
 
 /// One USB/IP connection: a device list, or an import and then the requests to the camera.
 ///
-/// Memory is bounded whatever comes: a client that goes beyond a bound, or sends what the protocol
-/// doesn't know, ends its connection (ProtocolError).
+/// Memory is bounded: the connection of a client that exceeds a limit, or violates the
+/// protocol, ends (ProtocolError).
 class UsbipSession final : public Session {
  public:
   using Log = std::function<void(const std::string& line)>;

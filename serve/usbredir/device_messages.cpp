@@ -19,7 +19,7 @@ std::uint16_t Word(std::uint8_t low, std::uint8_t high) {
   return static_cast<std::uint16_t>(high << 8 | low);
 }
 
-/// The place of an endpoint in the message: those IN are the upper half.
+/// The index of an endpoint in the message: those IN are the upper half.
 std::size_t PlaceOf(std::uint8_t address) {
   return static_cast<std::size_t>((address & 0x80U) >> 3 | (address & 0x0FU));
 }

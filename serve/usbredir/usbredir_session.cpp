@@ -14,10 +14,11 @@ namespace {
 
 using bus::UsbStatus;
 
-// A client that has not said hello by then has nothing to say.
+// A client that hasn't sent hello after this time is disconnected.
 constexpr std::chrono::seconds kGreetingLimit{5};
 constexpr std::chrono::milliseconds kFrame{1};
-// Time that went by while the client read nothing, or the machine was busy, is not made up for beyond this.
+// If the client read nothing for longer than this, or the machine was busy, the rest of that time
+// is skipped.
 constexpr std::chrono::milliseconds kCatchUp{30};
 
 // At most so many requests come at once that none of them is one too many.
@@ -46,7 +47,7 @@ std::uint8_t StatusOf(UsbStatus status) {
 
 }  // namespace
 
-/// What the parser calls: nothing may be thrown through it.
+/// Wraps the parser's callbacks: exceptions must not pass through the parser.
 struct Callbacks {
   template <typename Call>
   static void Guard(void* session, const Call& call) noexcept {
@@ -131,7 +132,7 @@ void Callbacks::Install(usbredirparser& parser) {
     });
     usbredirparser_free_packet_data(static_cast<UsbredirSession*>(session)->parser_.get(), data);
   };
-  // The camera has neither bulk endpoints nor endpoints OUT: what is sent to them goes nowhere.
+  // The camera has neither bulk endpoints nor endpoints OUT: data for them are dropped.
   parser.bulk_packet_func = [](void* session, std::uint64_t, usb_redir_bulk_packet_header*,
                                std::uint8_t* data, int) {
     usbredirparser_free_packet_data(static_cast<UsbredirSession*>(session)->parser_.get(), data);
@@ -209,7 +210,7 @@ void UsbredirSession::Parse() {
   if (status != 0) throw ProtocolError("malformed: a message that the protocol doesn't know");
 }
 
-// The parser itself would make room for a message of any length that a header tells.
+// The parser itself would allocate memory for any length in a header.
 void UsbredirSession::CheckMessage(std::span<const std::uint8_t> bytes) {
   while (!bytes.empty()) {
     const std::size_t skipped = std::min<std::size_t>(messageLeft_, bytes.size());
@@ -281,7 +282,7 @@ void UsbredirSession::Cancel(std::uint64_t id) {
     if (is) cancelled = asked;
     return is;
   };
-  // One that has been answered is no longer there to be cancelled.
+  // A request that has been answered can't be cancelled.
   if (controls_.Cancel(isIt)) AnswerCancelled(*cancelled);
 }
 
@@ -375,7 +376,7 @@ void UsbredirSession::SendStreamStatus(std::uint64_t id, std::uint8_t endpoint,
   usbredirparser_send_iso_stream_status(parser_.get(), id, &message);
 }
 
-// It is received from, and nothing ever comes.
+// The interrupt endpoint accepts the start of receiving, and never sends data.
 void UsbredirSession::AnswerInterrupt(std::uint64_t id, std::uint8_t endpoint) {
   const bool isThere =
       camera_ != nullptr && camera_->Camera().KindOf(endpoint | kIn) == EndpointKind::Interrupt;

@@ -16,7 +16,7 @@ struct usbredirparser;
 
 namespace lidcam::serve::usbredir {
 
-/// Bounds of what one client can make the server keep.
+/// Limits of the memory that one client can make the server use.
 inline constexpr std::uint32_t kMostMessageBytes =
     80 * 1024;  ///< a control request and its data stage
 inline constexpr std::size_t kMostPendingRequests = 1024;
@@ -24,10 +24,10 @@ inline constexpr std::size_t kMostKeptBytes = 4 * 1024 * 1024;
 
 /// One usbredir connection, on the side of the device: what qemu's usb-redir connects to.
 ///
-/// The camera is plugged in when the client has said hello. Once the client has started the stream, packets are
-/// sent by the clock, eight each millisecond; while the client doesn't read them, bus time stands still.
-/// A client that goes beyond a bound, or sends what the protocol doesn't know, ends its connection
-/// (ProtocolError).
+/// The camera is plugged in when the client has sent hello. Once the client has started the stream,
+/// packets are sent by the clock, eight each millisecond; while the client doesn't read them, bus
+/// time stands still. The connection of a client that exceeds a limit, or violates the protocol,
+/// ends (ProtocolError).
 class UsbredirSession final : public Session {
  public:
   using Log = std::function<void(const std::string& line)>;
@@ -64,7 +64,7 @@ class UsbredirSession final : public Session {
     std::uint64_t Sent = 0;
   };
 
-  // What the parser calls.
+  // The parser's callbacks.
   int TakeInput(std::span<std::uint8_t> into);
   void Greet();
   void Ask(Asked asked, std::span<const std::uint8_t> data = {});
@@ -94,8 +94,8 @@ class UsbredirSession final : public Session {
   Time now_;
   const Time greetingLimit_;
   std::vector<std::uint8_t> input_;
-  std::uint32_t messageLeft_ = 0;     ///< bytes of the message under way behind its header
-  std::vector<std::uint8_t> header_;  ///< what has come of the next one's
+  std::uint32_t messageLeft_ = 0;     ///< bytes to come of the current message, without header
+  std::vector<std::uint8_t> header_;  ///< bytes received of the next message's header
   std::string failure_;               ///< of a callback
   std::unique_ptr<CameraSupply::Lease> camera_;
   ControlQueue<Asked> controls_;

@@ -12,8 +12,8 @@ class CommandError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-/// A command was asked for something that can't be meant: exit status 2. what() is one line that
-/// names the input, the reason and what would be right.
+/// Invalid arguments of a command: exit status 2. what() is one line that
+/// names the input, the reason and what is expected.
 class UsageError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;

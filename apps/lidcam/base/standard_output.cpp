@@ -15,7 +15,7 @@ namespace lidcam::app {
 void KeepStandardStreamsApart() {
   for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream) {
     if (::fcntl(stream, F_GETFD) != -1 || errno != EBADF) continue;
-    // The lowest number that is free is this one.
+    // open() returns the lowest free number, which is this one.
     const int opened = ::open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY);
     if (opened != stream && opened >= 0) ::close(opened);
   }

@@ -69,7 +69,7 @@ bus::IsochronousResult RecordedDevice::ReadIsochronous(std::uint8_t endpoint,
   return result;
 }
 
-// The host that was recorded knew the length when it asked.
+// The recorded host requested the descriptor with its exact length.
 bus::ControlResult RecordedDevice::ReadConfiguration(bus::SetupPacket setup,
                                                      std::span<std::uint8_t> data) {
   const std::uint16_t asked = setup.Length;

@@ -10,18 +10,18 @@
 
 namespace lidcam::app {
 
-/// Has room for chosen alternate settings only. The driver takes the widest that it is given: this is
-/// how a user chooses what the camera sends.
+/// Accepts chosen alternate settings only. The driver uses the widest one that is accepted: this is
+/// how a user chooses the raw size.
 class SettingGate final : public bus::PassingBus {
  public:
   using bus::PassingBus::PassingBus;
 
-  /// From here on these settings, and 0, are let through; before the first call, all are.
+  /// From now on these settings, and 0, are accepted; before the first call, all are.
   void Allow(std::vector<std::uint8_t> settings) { allowed_ = std::move(settings); }
 
   bus::UsbStatus SelectSetting(std::uint8_t interface, std::uint8_t alternateSetting) override;
 
-  /// How the last selection that was let through ended.
+  /// The result of the last accepted selection.
   [[nodiscard]] bus::UsbStatus LastStatus() const { return lastStatus_; }
 
  private:
@@ -29,16 +29,16 @@ class SettingGate final : public bus::PassingBus {
   bus::UsbStatus lastStatus_ = bus::UsbStatus::NoBandwidth;
 };
 
-/// Ends what the camera sends at a moment that the host chooses. From there on microframes are empty
-/// and the bus isn't read: what was read before, and no more, is what the stream's frames are made of,
-/// however late they are taken.
+/// Ends the camera's data at a time that the host chooses. From then on microframes are empty
+/// and the bus isn't read: the stream's frames consist of exactly the data read before,
+/// however late they are delivered.
 class StreamGate final : public bus::PassingBus {
  public:
   using bus::PassingBus::PassingBus;
 
-  /// Lets reads through until they have had this many microframes. Before the first read.
+  /// Limits reads to this many microframes in total. Before the first read.
   void EndAfter(std::uint64_t microframes) { end_ = microframes; }
-  /// Lets no further read through. Any thread.
+  /// Stops all further reads. Any thread.
   void End() { end_ = 0; }
 
   bus::IsochronousResult ReadIsochronous(std::uint8_t endpoint, std::span<std::uint8_t> buffer,
@@ -46,12 +46,13 @@ class StreamGate final : public bus::PassingBus {
 
  private:
   std::atomic<std::uint64_t> end_ = std::numeric_limits<std::uint64_t>::max();
-  std::uint64_t microframes_ = 0;  ///< that were let through; one read comes at a time
+  std::uint64_t microframes_ = 0;  ///< read so far; one read at a time
 };
 
-/// Answers for a recorded camera what every USB device answers alike and a recorded host did not ask:
-/// standard requests without a data stage succeed, and a configuration descriptor is as long as it is
-/// whatever was asked for. Where the recorded packets say that the camera was unplugged, it is.
+/// Answers, for a recorded camera, requests that the recorded host did not make and every USB
+/// device answers alike: standard requests without a data stage succeed, and a configuration
+/// descriptor has its full length for any requested length. The camera is unplugged where the
+/// recorded packets say so.
 class RecordedDevice final : public bus::PassingBus {
  public:
   using bus::PassingBus::PassingBus;

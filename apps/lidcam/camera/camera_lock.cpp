@@ -47,7 +47,7 @@ std::string OwnCommand() {
   return words.substr(0, kLongestText);
 }
 
-/// The process that has a camera, as its lock's file tells: number and command.
+/// The process that has a camera open, from the lock's file: number and command.
 struct Holder {
   pid_t Process = 0;
   std::string Command{};
@@ -58,7 +58,8 @@ struct Holder {
   [[nodiscard]] std::string Text() const { return std::to_string(Process) + " (" + Command + ")"; }
 };
 
-// Nothing while the process that has the lock has not written yet: what stands there is of an earlier one.
+// Nothing while the lock's holder has not yet written to the file: its contents are of an earlier
+// process.
 std::optional<Holder> ReadHolder(int file) {
   std::array<char, kLongestText + 40> bytes{};
   const ssize_t length = ::pread(file, bytes.data(), bytes.size(), 0);
@@ -73,7 +74,7 @@ std::optional<Holder> ReadHolder(int file) {
   return holder;
 }
 
-// For those who are refused. Without room for it the lock holds all the same.
+// For the error messages of other processes. The lock also works if this can't be written.
 void WriteHolder(int file) {
   const std::string text = std::to_string(::getpid()) + " " + OwnCommand() + "\n";
   if (::ftruncate(file, 0) != 0) return;
@@ -86,7 +87,7 @@ bool TryLock(int file, const std::string& name) {
   throw CommandError("lock '" + name + "' can't be taken: " + std::strerror(errno));
 }
 
-/// Waits for a lock as long as the command's patience, and the other's kind, allow.
+/// Waits for a lock for as long as this command's options and the holder's command allow.
 class Wait {
  public:
   Wait(const CameraChoice& choice, const LockPatience& patience)
@@ -122,7 +123,7 @@ class Wait {
 CameraLock::CameraLock(const CameraChoice& choice, const LockPatience& patience) {
   const std::optional<std::string> unit = UnitOf(choice);
   if (!unit) return;
-  constexpr mode_t kMode = 0666;  // the user's mask takes its part
+  constexpr mode_t kMode = 0666;  // reduced by the umask
   const std::string name = (HomeFolder() / ("camera-" + *unit + ".lock")).string();
   file_ = ::open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kMode);
   if (file_ < 0) {

@@ -4,19 +4,20 @@
 
 namespace lidcam::app {
 
-/// How a command meets a camera that another process has.
+/// What a command does if another process has the camera open.
 struct LockPatience {
   bool Waits = false;    ///< until it is free; else it is refused
-  bool IsQuiet = false;  ///< waits without a word
+  bool IsQuiet = false;  ///< waits without a message
 };
 
-/// The right to open a camera and change it, which one process has at a time, as one driver has the
-/// hardware. It ends with the process, however that ends. Recordings need none.
+/// The exclusive lock under which a process opens a camera and changes it, as one driver owns the
+/// hardware. It ends with the process, even a killed one. Recordings need none.
 class CameraLock {
  public:
-  /// Whoever only waits for another command that is done at once, such as set, is not refused.
+  /// If the lock's holder is a short command, such as set, the constructor waits and does not fail.
   ///
-  /// Throws CommandError that tells which process has the camera, or if it is interrupted while it waits.
+  /// Throws CommandError that names the process with the camera, or if it is interrupted while it
+  /// waits.
   CameraLock(const CameraChoice& choice, const LockPatience& patience);
   CameraLock(const CameraLock&) = delete;
   CameraLock& operator=(const CameraLock&) = delete;

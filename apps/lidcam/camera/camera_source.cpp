@@ -21,7 +21,7 @@ bool IsSimulated(const std::string& camera) {
   return camera == "sim" || camera.starts_with("sim:") || camera.starts_with("sim,");
 }
 
-// The camera's text may light the scene itself; both at once would leave one of them unheard.
+// The camera's name may set the scene's light itself; with both, one would be ignored.
 void RefuseTwoLights(const CameraChoice& choice, const char* option, const std::string& word) {
   if (choice.Camera.find("," + word) == std::string::npos) return;
   throw UsageError(std::string(option) + " and " + word + " in camera '" + choice.Camera +

@@ -13,17 +13,17 @@
 
 namespace lidcam::app {
 
-/// Which camera a command works on, as the user names it.
+/// The camera of a command, as the user names it.
 struct CameraChoice {
   /// "sim[:vid:pid[,sensor=NAME]...]", "capture:FILE" or "usb[:BUS-PORT][:VID:PID]".
   std::string Camera = "sim";
   std::optional<std::string> Device;  ///< "bus.device" within a capture
   std::optional<std::string> Light;   ///< "300lx@0s,5lx@4s": light on a simulated scene
   std::optional<std::string> Mains;   ///< "50Hz" or "60Hz": lamps on a simulated scene
-  bool IsFast = false;                ///< simulated bus time runs as fast as the machine
+  bool IsFast = false;                ///< simulated bus time runs as fast as the machine can
 };
 
-/// Opens the camera's bus. Throws UsageError for a name that can't be meant and CommandError for a
+/// Opens the camera's bus. Throws UsageError for an invalid name and CommandError for a
 /// camera that can't be opened.
 [[nodiscard]] std::unique_ptr<bus::UsbBus> OpenCamera(const CameraChoice& choice);
 
@@ -31,23 +31,23 @@ struct CameraChoice {
 /// Throws as OpenCamera() does.
 [[nodiscard]] std::optional<camera_model::LightSchedule> LightOn(const CameraChoice& choice);
 
-/// What tells a camera from all others, as part of a file's name: identity and seed, or the port that it is
-/// plugged into. Nothing for a recording, of which every reader has one of its own. Throws as OpenCamera() does for a name that can't
-/// be meant.
+/// A unique key of a camera, as part of a file's name: identity and seed, or the port that it is
+/// plugged into. Nothing for a recording, of which every reader has its own copy. Throws as
+/// OpenCamera() does for an invalid name.
 [[nodiscard]] std::optional<std::string> UnitOf(const CameraChoice& choice);
 
-/// The files that the camera is made of: a capture, or a simulated scene. Throws as OpenCamera() does for
-/// a name that can't be meant.
+/// The input files of the camera: a capture, or a simulated scene. Throws as OpenCamera() does for
+/// an invalid name.
 [[nodiscard]] std::vector<InputRole> FilesOf(const CameraChoice& choice);
 
 /// Opens a capture and finds the camera in it. Throws CommandError or UsageError.
 [[nodiscard]] bus::CaptureSource OpenCapture(const std::string& path,
                                              const std::optional<std::string>& device);
 
-/// Tells the user what is missing in a capture.
+/// Warns the user of missing parts of a capture.
 void TellNotes(const bus::CaptureSource& source);
 
-/// The set files that fit the camera.
+/// The set files that the camera uses.
 [[nodiscard]] SetFiles SetFilesFor(const CameraChoice& choice);
 
 /// The file of a "capture:FILE" name, or nothing.

@@ -14,7 +14,7 @@ namespace lidcam::app {
 
 /// The camera core brought up over a bus, without a host around it: enumeration, then CreateCameraContext()
 /// with request callbacks that become control transfers. Destroyed, it saves the settings and frees the
-/// record. For those who bring it up again and again to see what it asks; all others use a testbed.
+/// record. For repeated bring-ups whose requests are compared; all other code uses a testbed.
 class CoreCamera {
  public:
   /// Throws CommandError if the device does not answer or the bring-up fails.

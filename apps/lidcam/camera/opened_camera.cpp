@@ -12,7 +12,7 @@
 namespace lidcam::app {
 namespace {
 
-// Any will do: with one number, equal commands give equal bytes.
+// Any constant seed: equal commands then give equal bytes.
 constexpr std::uint64_t kSeed = 1;
 
 void StartCamera(testbed::InstalledTestbed& camera, const bus::UsbDeviceInfo& device) {

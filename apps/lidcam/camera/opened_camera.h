@@ -17,7 +17,7 @@ namespace lidcam::app {
 [[nodiscard]] bool IsInRealTime(const CameraChoice& choice);
 
 /// Runs `body` in the time that the camera's bus keeps: the machine's for a bus that is paced, virtual
-/// time for one that runs freely and for recordings. What it throws comes out.
+/// time for one that runs freely and for recordings. Passes its exceptions on.
 void RunInTimeOf(const CameraChoice& choice, const std::function<void()>& body);
 void RunInVirtualTime(const std::function<void()>& body);
 
@@ -44,12 +44,13 @@ class OpenedCamera {
   [[nodiscard]] const client::Camera& Camera() const { return camera_; }
   [[nodiscard]] const bus::UsbDeviceInfo& Device() const { return device_; }
   [[nodiscard]] std::int32_t SensorType() const { return sensorType_; }
-  /// What decides which alternate settings a stream gets.
+  /// Selects the alternate settings that a stream can get.
   [[nodiscard]] SettingGate& Gate() { return gates_.Setting; }
-  /// What ends a stream's data.
+  /// Ends a stream's data.
   [[nodiscard]] StreamGate& Sending() { return gates_.Stream; }
 
-  /// Lets `use` look at the camera's record beside the driver. Nothing once the device is gone.
+  /// Calls `use` with the camera's record, which the driver is using. Not called once the device is
+  /// gone.
   void WithContext(const std::function<void(CameraContext& context)>& use) const {
     installed_.WithCamera(use);
   }
@@ -59,7 +60,7 @@ class OpenedCamera {
   [[nodiscard]] testbed::BusEnd End() const { return installed_.End(); }
   [[nodiscard]] bool IsUnplugged() const { return End() == testbed::BusEnd::Unplugged; }
 
-  /// Plug and play tells the driver that its device is gone, once.
+  /// Sends the driver the surprise removal, once.
   void TellGone();
   [[nodiscard]] bool IsToldGone() const { return isToldGone_; }
 
@@ -73,7 +74,7 @@ class OpenedCamera {
 };
 
 /// Plugs the camera in, installs its driver, opens it for `use`, and takes everything down in order,
-/// whatever `use` throws: the driver saves its settings then. Within a world of the bus's time.
+/// also if `use` throws: the driver saves its settings then. Within a world of the bus's time.
 ///
 /// Throws CommandError if the camera doesn't come up.
 void WithOpenedCamera(bus::UsbBus& bus, const std::function<void(OpenedCamera& opened)>& use);

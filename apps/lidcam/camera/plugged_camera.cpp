@@ -26,7 +26,7 @@ constexpr std::string_view kPrefix = "usb:";
 constexpr const char* kRule = "70-lidcam.rules";
 constexpr const char* kGroup = "plugdev";
 
-// What udev needs to make a new device's file and to give it to its users.
+// The time that udev needs to create a new device's file and to set its permissions.
 constexpr std::chrono::seconds kLongestGrant{3};
 
 bool IsCamera(const bus::PluggedDevice& device) {
@@ -133,7 +133,7 @@ void TellNotice(const bus::PluggedDevice& device, bus::UsbNotice notice, std::st
   std::fprintf(stderr, "lidcam: %s: %s\n", NameOf(device).c_str(), line.c_str());
 }
 
-// Without a file there is nothing to wait for: the device was found some other way.
+// Without a file there is no permission to wait for: the device was found some other way.
 void AwaitPermission(const bus::PluggedDevice& device) {
   constexpr std::chrono::milliseconds kPause{50};
   const auto deadline = std::chrono::steady_clock::now() + kLongestGrant;
@@ -214,7 +214,7 @@ std::optional<bus::PluggedDevice> AwaitPluggedCamera(const PluggedName& name,
   constexpr std::chrono::milliseconds kRound{100};
   constexpr int kRoundsOfAHost = 10;
   while (true) {
-    // Where nobody tells libusb of new devices, a new look finds them.
+    // If libusb gets no hotplug events, a new enumeration finds new devices.
     bus::UsbHost host;
     for (int round = 0; round < kRoundsOfAHost; ++round) {
       for (const bus::PluggedDevice& device : host.Devices()) {

@@ -15,7 +15,7 @@ namespace lidcam::app {
 /// Whether a camera's name means one that is plugged in: "usb[:BUS-PORT][:VID:PID]".
 [[nodiscard]] bool IsPluggedIn(const std::string& camera);
 
-/// What such a name asks for; what it leaves open is empty.
+/// The parts of such a name; parts that it omits are empty.
 struct PluggedName {
   std::string Path{};  ///< "1-2.3"
   std::optional<std::uint16_t> Vendor{};
@@ -38,18 +38,19 @@ struct PluggedName {
 
 /// Waits until a camera that the name fits is plugged in and may be opened.
 ///
-/// @param goesOn  asked several times a second
-/// @return nothing if it did not come while `goesOn` said so
+/// @param goesOn  called several times a second
+/// @return nothing if `goesOn` returned false before it was plugged in
 [[nodiscard]] std::optional<bus::PluggedDevice> AwaitPluggedCamera(
     const PluggedName& name, const std::function<bool()>& goesOn);
 
-/// Opens the camera that the name means. What the user can mend while it streams is told on standard error.
+/// Opens the camera of that name. Conditions that the user can correct during a stream are printed
+/// on standard error.
 ///
-/// Throws as FindPluggedCamera() does, and CommandError that tells how to mend what is in the way.
+/// Throws as FindPluggedCamera() does, and CommandError with the reason and its remedy.
 [[nodiscard]] std::unique_ptr<bus::UsbBus> OpenPluggedCamera(const std::string& camera);
 
-/// Who has the device or an interface of it, for a person: "uvcvideo", "process 1234 (lidcam)"; empty for
-/// nobody.
+/// The driver or process that uses the device or an interface of it, as text: "uvcvideo",
+/// "process 1234 (lidcam)"; empty if it is free.
 [[nodiscard]] std::string HolderOf(const bus::PluggedDevice& device);
 
 }  // namespace lidcam::app

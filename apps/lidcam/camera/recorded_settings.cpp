@@ -22,15 +22,15 @@
 namespace lidcam::app {
 namespace {
 
-/// What decides on the exposure loop and the light states.
+/// The settings that control the exposure loop and the light states.
 struct ExposureSettings {
   std::uint32_t AutoExposure;
   std::int32_t Flicker;
   std::int32_t LightMode;
 };
 
-// The usual ones first: of several that fit as well, these are taken. The two frequencies of the mains
-// differ in the exposure times only.
+// The usual ones first: of several that fit equally well, the first is used. The two frequencies of
+// the mains differ in the exposure times only.
 constexpr std::array kChoices = {
     ExposureSettings{1, Flicker50Hz, 0}, ExposureSettings{1, FlickerOff, 0},
     ExposureSettings{0, Flicker50Hz, 0}, ExposureSettings{0, FlickerOff, 0},
@@ -38,7 +38,7 @@ constexpr std::array kChoices = {
     ExposureSettings{0, Flicker50Hz, 1}, ExposureSettings{0, FlickerOff, 1},
 };
 
-// The camera's record saves its settings when it goes.
+// The camera's record saves its settings when it is destroyed.
 void Store(bus::UsbBus& bus, const ExposureSettings& settings) {
   CoreCamera camera(bus);
   camera.Context().AutoExposure = settings.AutoExposure;
@@ -46,7 +46,7 @@ void Store(bus::UsbBus& bus, const ExposureSettings& settings) {
   camera.Context().LDMode = settings.LightMode;
 }
 
-/// The widest setting that the recorded host was given.
+/// The widest setting that the recorded host selected successfully.
 std::uint32_t GivenSetting(bus::UsbBus& bus) {
   constexpr std::uint8_t kWidest = 7;
   for (std::uint8_t setting = kWidest; setting > 0; --setting) {
@@ -63,7 +63,7 @@ struct BringUp {
   Requests Start;     ///< of the stream, behind it
 };
 
-/// Keeps the requests that go by.
+/// Records the requests that pass through.
 class RequestKeeper final : public bus::PassingBus {
  public:
   using bus::PassingBus::PassingBus;
@@ -105,8 +105,8 @@ void Change(CameraContext& context, const ExposureSettings& to) {
   }
 }
 
-/// What the driver asks with the settings in the registry, and with those that an application changes
-/// ahead of the first frame.
+/// The driver's requests with the settings in the registry, and with those that an application
+/// changes before the first frame.
 BringUp OwnBringUp(bus::CaptureBus& bus, const ExposureSettings& changed) {
   bus.ForgetRequests();
   RequestKeeper keeper(bus);
@@ -126,7 +126,7 @@ BringUp OwnBringUp(bus::CaptureBus& bus, const ExposureSettings& changed) {
   return own;
 }
 
-/// Requests that one of two hosts would have to leave out or to add, to make them in the other's order.
+/// Edit distance of two hosts' requests: how many would have to be deleted or inserted.
 std::size_t Difference(const Requests& one, const Requests& other) {
   std::vector<std::size_t> before(other.size() + 1);
   std::iota(before.begin(), before.end(), std::size_t{0});
@@ -141,13 +141,13 @@ std::size_t Difference(const Requests& one, const Requests& other) {
   return before.back();
 }
 
-/// The registers alone: a value may come from another setting than those that are looked for.
+/// Only the registers: a value may depend on settings other than those compared here.
 Requests WithoutValues(Requests requests) {
   for (bus::SetupPacket& request : requests) request.Value = 0;
   return requests;
 }
 
-/// How far two hosts are from each other: in the registers first, then in the values.
+/// The difference of two hosts: in the registers first, then in the values.
 std::pair<std::size_t, std::size_t> Distance(const BringUp& one, const BringUp& other) {
   return {Difference(WithoutValues(one.Creation), WithoutValues(other.Creation)) +
               Difference(WithoutValues(one.Start), WithoutValues(other.Start)),
@@ -185,7 +185,7 @@ void AdoptRecordedSettings(bus::CaptureBus& bus) {
   try {
     RunInVirtualTime([&bus] { Adopt(bus); });
   } catch (const CommandError&) {
-    // What can't be brought up fails in the stream, too, and is told there.
+    // A failed bring-up also fails in the stream, which reports it.
   }
   bus.ForgetRequests();
 }

@@ -4,12 +4,12 @@
 
 namespace lidcam::app {
 
-/// Gives a recorded camera those settings of the recorded host on which frames the exposure control
-/// leaves out: whether and by whom the picture is exposed. A capture tells them by its register
-/// accesses: the settings are those with which the driver brings the camera up by the same ones.
+/// Gives a recorded camera the recorded host's settings that determine which frames the exposure
+/// control discards: whether the loop runs, and with which options. They are found by a capture's
+/// register accesses: with these settings the driver's bring-up makes the same ones.
 ///
-/// The camera's key in the registry has them from here on, which is to be one that is not kept. A
-/// capture that does not tell leaves the default settings. The bus is as new then.
+/// They are stored in the camera's registry key, which must be one that is not saved. If the
+/// capture doesn't determine them, the default settings stay. The bus is reset to its start.
 void AdoptRecordedSettings(bus::CaptureBus& bus);
 
 }  // namespace lidcam::app

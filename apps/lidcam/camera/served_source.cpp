@@ -14,7 +14,7 @@
 namespace lidcam::app {
 namespace {
 
-// A server has no end that the faults of a seed could spread over.
+// A server has no duration over which a seed's faults could be spread.
 constexpr std::chrono::minutes kFaultySpan{10};
 
 std::optional<bus::FaultScript> ScriptOf(const std::optional<std::string>& faults) {
@@ -30,7 +30,7 @@ std::optional<bus::FaultScript> ScriptOf(const std::optional<std::string>& fault
 void RequireFile(const std::string& path) {
   std::error_code ignored;
   if (std::filesystem::is_regular_file(path, ignored)) return;
-  if (path != "-" && !std::filesystem::exists(path, ignored)) return;  // told when it is opened
+  if (path != "-" && !std::filesystem::exists(path, ignored)) return;  // fails when it is opened
   throw UsageError("capture '" + path +
                    "' is no file: each client reads it anew, and a pipe can be read only once");
 }

@@ -8,9 +8,9 @@
 
 namespace lidcam::app {
 
-/// Cameras for clients elsewhere: each gets one of its own, in bus time that its requests let pass.
+/// Cameras for remote clients: each gets its own, whose bus time advances with its requests.
 ///
-/// @param faults  script, file or seed of what goes wrong on the bus of each
+/// @param faults  script, file or seed of the faults on the bus of each
 /// Throws as OpenCamera() does, UsageError for a script that can't be read and for a capture that can be
 /// read only once, and CommandError for a camera that does not enumerate.
 [[nodiscard]] serve::CameraSupply::Options ServedCameras(const CameraChoice& choice,

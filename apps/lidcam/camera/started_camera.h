@@ -7,9 +7,9 @@
 
 namespace lidcam::app {
 
-/// Plugs the camera in, lets its driver start the hardware, lends the camera's record to `use`, and takes
-/// everything down in order, whatever `use` throws. No application and no stream. Within a world of the
-/// bus's time.
+/// Plugs the camera in, lets its driver start the hardware, passes the camera's record to `use`,
+/// and takes everything down in order, also if `use` throws. No application and no stream. Within a
+/// world of the bus's time.
 ///
 /// Throws CommandError if the device does not answer or the camera doesn't come up.
 void WithStartedCamera(bus::UsbBus& bus, const std::function<void(CameraContext& camera)>& use);

@@ -31,8 +31,8 @@ void WithCamera(const ControlsCommand& command,
   WithOpenedCameraOf(command.Common.Camera, use);
 }
 
-// What the hardware holds of a control, read back now. The driver's own register property reads under
-// whatever register select is in force, which is not for an application to know.
+// The control's value in the hardware, read back now. The driver's own register property reads
+// under the current register select, which an application doesn't know.
 std::string ReadReport(const OpenedCamera& opened, const CameraControl& control) {
   const auto report = ReportOf(control.Name, opened.SensorType());
   if (!report) return "-";
@@ -132,7 +132,7 @@ void RunGet(const ControlsCommand& command) {
   PrintValues(values, command.Common.IsJson);
 }
 
-// Empty if the camera has the value now: it may take a setting without a change.
+// Empty if the camera has the value now: it may accept a setting without changing it.
 std::string WhyNotTaken(const OpenedCamera& opened, const ControlAssignment& assignment) {
   const std::int32_t value = ValueOf(opened.Camera(), *assignment.Control);
   if (value == assignment.Value) return {};
@@ -152,7 +152,7 @@ void TellWithoutEffect(const OpenedCamera& opened, const CameraControl& control)
 void RunSet(const ControlsCommand& command) {
   const CameraChoice& camera = command.Common.Camera;
   RefuseControlsOfRecording(camera);
-  // All are read before the first is set: a mistake in one changes nothing.
+  // All are parsed before the first is set: an error in one leaves all unchanged.
   const std::vector<ControlAssignment> assignments = ParseAssignments(command.Names);
   const CameraLock lock(camera, command.Common.Patience());
   const RunSettings settings = OpenHostEnvironment(command.Common.Output, SetFilesFor(camera));

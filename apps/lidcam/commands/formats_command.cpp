@@ -113,7 +113,7 @@ void PrintTable(const std::vector<FormatLine>& lines) {
   }
 }
 
-/// What the formats don't tell of the camera's sensor, a line each.
+/// Properties of the camera's sensor that the formats don't show, a line each.
 std::vector<std::string> NotesOn(std::int32_t sensor, const CameraChoice& choice) {
   const std::string obstacle =
       CaptureFileOf(choice.Camera) || IsPluggedIn(choice.Camera)

@@ -81,10 +81,10 @@ nlohmann::json ToJson(const camera_model::CameraIdentity& identity) {
           {"cannotStream", obstacles}};
 }
 
-/// A plugged-in camera with what Linux tells of it and its bus.
+/// A plugged-in camera with Linux's data about it and its bus.
 struct PluggedListing {
   bus::PluggedDevice Device;
-  std::string Holder;          ///< empty if nobody has it
+  std::string Holder;          ///< empty if it is free
   std::uint32_t Reserved = 0;  ///< bytes a microframe, by all devices of its bus
   std::string OthersOnBus;
 };

@@ -40,7 +40,7 @@ std::string HexadecimalRows(std::span<const std::uint8_t> bytes) {
   return text;
 }
 
-/// What a setting's packets were.
+/// Statistics of a setting's packets.
 struct PacketCounts {
   std::uint64_t Reads = 0;
   std::uint64_t Microframes = 0;

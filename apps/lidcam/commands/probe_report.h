@@ -9,7 +9,7 @@
 
 namespace lidcam::app {
 
-/// What is to be known of a unit that nobody has seen before, as text for a person and for a bug report. Each
+/// A report on an unknown unit, as text for a person and for a bug report. Each
 /// section that fails says so in its place, and the rest goes on.
 class ProbeReport {
  public:

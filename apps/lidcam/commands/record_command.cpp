@@ -22,8 +22,8 @@ struct RecordCommand {
   std::optional<std::string> Faults;
 };
 
-/// The recording as what a stream's frames go to: a recording that can't be written ends the stream at the
-/// next frame.
+/// The recording as a consumer of a stream's frames: a recording that can't be written ends the
+/// stream at the next frame.
 class RecordingWriter : public FrameWriter {
  public:
   RecordingWriter(bus::RecordingBus& recording, std::string path)
@@ -46,7 +46,7 @@ class RecordingWriter : public FrameWriter {
     }
   }
 
-  // Of a device or a pipe nothing is left that could be pointed to.
+  // A device or a pipe leaves no file that could be named.
   [[nodiscard]] std::string Place() const override {
     const bool isKept = frames_ > 0 && (!isTold_ || std::filesystem::is_regular_file(path_));
     return isKept ? path_ : std::string();
@@ -59,7 +59,7 @@ class RecordingWriter : public FrameWriter {
   bool isTold_ = false;
 };
 
-/// Counts the frames that a replay of the recorded packets delivers: all that the driver puts together,
+/// Counts the frames that a replay of the recorded packets delivers: all that the driver assembles,
 /// but for the first two, which no stream delivers.
 class RecordedFrames {
  public:
@@ -78,7 +78,7 @@ class RecordedFrames {
   TraceObserver observer_;
 };
 
-// In real time a busy machine may be late for a frame, which is in the recording all the same.
+// In real time a busy machine may be too late to deliver a frame that is in the recording.
 void TellDifference(const StreamResult& result, std::uint64_t recorded) {
   if (result.Counts.Delivered() == recorded) return;
   std::fprintf(

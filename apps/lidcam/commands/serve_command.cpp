@@ -66,7 +66,7 @@ std::unique_ptr<serve::CameraSupply> SupplyOf(const ServeCommand& command) {
 using MakeSession = std::function<std::unique_ptr<serve::Session>(
     serve::CameraSupply& supply, serve::Session::Time now, serve::Server::Log log)>;
 
-/// @param name  what clients call the camera, behind the address in what is told
+/// @param name  the clients' name of the camera, printed after the address
 void Serve(const ServeCommand& command, const std::string& name, const MakeSession& make) {
   const std::unique_ptr<serve::CameraSupply> supply = SupplyOf(command);
   const bool isQuiet = command.Common.Output.IsQuiet;

@@ -46,7 +46,7 @@ struct SimulateCommand {
   bool IsQuiet = false;
 };
 
-/// What many runs came to.
+/// The sums of many runs.
 struct Tally {
   std::uint64_t Runs = 0;
   std::uint64_t Hangs = 0;
@@ -207,7 +207,7 @@ void PrintTally(const Tally& tally, const SimulateCommand& command) {
       static_cast<unsigned long long>(tally.Recoveries), seconds, rate);
 }
 
-// Half of the seeds with what finds the most, the others with less beside it.
+// Half of the seeds have the options that find the most, the others fewer.
 scenarios::RunOptions OptionsOf(const SimulateCommand& command, std::uint64_t seed) {
   if (!command.IsMixed) return command.Options;
   constexpr std::array kMix{

@@ -70,13 +70,13 @@ void Run(const StreamCommand& command) {
           });
       return streamed;
     };
-    // A script that pulls the plug means it: the camera is still there.
+    // An unplug of the script is the stream's end: the camera itself is still plugged in.
     result = command.Faults && !command.Common.Waits
                  ? part(choice, limits, true)
                  : StreamOverReplugs(command.Common, limits, part);
     if (!IsInRealTime(choice)) result.ProcessorSeconds.reset();
   } catch (...) {
-    // A stream that failed is the one whose log is wanted most.
+    // The log is most useful after a failed stream.
     if (log) log->Finish();
     throw;
   }

@@ -29,8 +29,8 @@ DeliveryWatch::DeliveryWatch(const CameraContext& context,
   observer_.emplace([this](std::string_view line) { See(line); });
 }
 
-// A stream's first start of a frame ends none, and the trace tells of an end without a byte. Of a
-// settling the driver throws away what is under way and the frame behind it.
+// A stream's first frame start ends no frame, and the trace has an end of 0 bytes. When the driver
+// settles, it drops the current frame and the one after it.
 void SentFrameCounter::See(std::string_view line) {
   if (line.starts_with("frame end ")) {
     if (NumberBehind<std::uint32_t>(line, " bytes=").value_or(0) == 0) return;
@@ -44,7 +44,7 @@ void SentFrameCounter::See(std::string_view line) {
   }
 }
 
-// The raw frame is whole until the next one is published, a frame's time from here.
+// The raw frame stays unchanged until the next one is published, a frame's time later.
 void DeliveryWatch::See(std::string_view line) {
   sent_.See(line);
   if (!line.starts_with("pin frame ")) return;

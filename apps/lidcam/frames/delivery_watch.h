@@ -14,7 +14,8 @@
 
 namespace lidcam::app {
 
-/// What the driver knows of a frame at the end of its delivery, and the frame's header doesn't tell.
+/// Data about a frame from the driver's state at the end of its delivery, which the header doesn't
+/// have.
 struct DeliveryReport {
   std::int64_t PictureNumber = 0;
   std::uint32_t RawBytes = 0;  ///< of the raw frame that the picture was made of
@@ -22,7 +23,7 @@ struct DeliveryReport {
   bool IsAutoExposure = false;
   SentFrames Sent{};             ///< up to this frame
   std::uint64_t Microframe = 0;  ///< bus time since the stream's start
-  FrameRow Loop{};  ///< the exposure loop; frame number and light are told by nobody here
+  FrameRow Loop{};               ///< the exposure loop; frame number and light are not set here
 };
 
 /// Counts in the trace what a camera sends. Lines of all cameras count.

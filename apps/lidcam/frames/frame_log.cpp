@@ -32,7 +32,7 @@ std::optional<std::uint32_t> NumberIn(std::span<const std::string_view> names,
   return static_cast<std::uint32_t>(found - names.begin());
 }
 
-// A frame cut short within its header tells nothing.
+// A frame that was cut short within its header has no statistics.
 std::uint32_t HeaderByte(std::span<const std::uint8_t> rawFrame, std::size_t offset) {
   return offset < rawFrame.size() ? rawFrame[offset] : 0;
 }

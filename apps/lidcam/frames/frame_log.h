@@ -36,7 +36,7 @@ struct FrameRow {
   std::uint32_t State = LightStateInitial;  ///< a lidcam::LightState
   std::uint32_t Mode = 0;                   ///< the light state machine's result
   ExposureEvents Events{};
-  std::optional<double> Lux{};  ///< light on the scene at delivery; nothing with a camera of glass
+  std::optional<double> Lux{};  ///< light on the scene at delivery; simulated cameras only
 
   friend bool operator==(const FrameRow&, const FrameRow&) = default;
 };

@@ -10,7 +10,7 @@
 
 namespace lidcam::app {
 
-/// Where a frame stands in its stream, as its headers tell it.
+/// A frame's position in its stream, from its headers.
 struct FramePosition {
   std::int64_t PictureNumber = 0;     ///< place among the frames that the stream's time has
   std::int64_t DropCount = 0;         ///< of those, how many the application hasn't got
@@ -33,7 +33,7 @@ struct StreamProgress {
 /// @param columns  that the line may have
 [[nodiscard]] std::string ToText(const StreamProgress& progress, std::size_t columns);
 
-/// The line at the foot of a terminal that tells how a stream goes; nothing in a pipe.
+/// The progress line of a stream on a terminal; nothing in a pipe.
 class ProgressLine {
  public:
   /// @param isWanted  false keeps silent on a terminal, too

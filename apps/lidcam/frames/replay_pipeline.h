@@ -28,7 +28,7 @@ struct StreamCounts {
   std::uint64_t Good = 0;      ///< delivered with the size that the sensor's frames have
   std::uint64_t Bad = 0;       ///< delivered with another size
   std::uint64_t StartUp = 0;   ///< sent ahead of the first delivered frame
-  std::uint64_t Settling = 0;  ///< sent behind it, and thrown away as SentFrames tells
+  std::uint64_t Settling = 0;  ///< sent after it, and dropped (see SentFrames)
   std::uint64_t Lost = 0;      ///< sent behind it, and not delivered for any other reason
 
   std::uint64_t BusBytes = 0;     ///< bytes of all packets
@@ -93,7 +93,7 @@ class ReplayPipeline {
 /// Nominal frame period of the camera.
 inline constexpr std::chrono::microseconds kFramePeriod{33333};
 
-/// What the record has to hold for recorded frames when nobody negotiates.
+/// Sets the record's fields for recorded frames, without a format negotiation.
 ///
 /// @param rawFrameSize  bytes of a raw frame as it was recorded
 /// @return bytes of a raw buffer: room for such frames and for all pixels of the raw size

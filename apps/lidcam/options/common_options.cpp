@@ -35,7 +35,7 @@ void Say(const CommonOptions& options, const std::string& line) {
   std::fprintf(stderr, "lidcam: %s\n", line.c_str());
 }
 
-// The plugged-in camera's full name: from here on it means this one alone.
+// Replaces the name by the plugged-in camera's full one, which fits only this camera.
 void SettlePluggedCamera(CommonOptions& options) {
   CameraChoice& choice = options.Camera;
   if (choice.IsFast) {

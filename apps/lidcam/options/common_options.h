@@ -20,7 +20,7 @@ namespace lidcam::app {
 struct CommonOptions {
   CameraChoice Camera;
   bool IsCameraNamed = false;  ///< by --camera or by the environment
-  bool IsPortNamed = false;    ///< the user wants a plugged-in camera at its port, and no other
+  bool IsPortNamed = false;    ///< the user has named the port: no camera at another one is used
   Verbosity Output;
   bool IsJson = false;
   bool Waits = false;  ///< for a camera that another process has
@@ -93,7 +93,7 @@ struct StreamLimits {
   std::optional<std::uint64_t> Frames{};
   std::optional<std::chrono::microseconds> Duration{};  ///< of bus time
   bool ToleratesSilence = false;     ///< a recorded camera may pause; a live one is then gone
-  bool ToleratesUnplugging = false;  ///< the caller tells of it, or goes on when the camera is back
+  bool ToleratesUnplugging = false;  ///< the caller reports it, or continues after a replug
   bool EndsByItself = false;         ///< a recording: who interrupts it has not seen all of it
 
   /// Whether an end is foreseen: without one, Ctrl-C is the regular end.

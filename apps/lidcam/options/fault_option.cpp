@@ -18,7 +18,7 @@ namespace {
 
 constexpr std::chrono::minutes kUnlimited{10};
 
-// Late answers are late in the time that the driver lives in.
+// Late answers are delayed in the driver's time, real or virtual.
 void SleepInWorld(std::uint64_t microseconds) {
   LARGE_INTEGER time{};
   time.QuadPart = -static_cast<std::int64_t>(microseconds) * base::kUnitsPerMicrosecond;

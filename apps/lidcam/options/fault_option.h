@@ -21,7 +21,7 @@ void AddFaultOption(CLI::App& command, std::optional<std::string>& faults);
 /// The file that a fault script comes from; nothing for one in the command line.
 [[nodiscard]] std::vector<InputRole> FilesOfFaults(const std::optional<std::string>& faults);
 
-/// A camera's bus, with the faults that the user asked for in front of it.
+/// A camera's bus with the user's fault injection in front of it.
 class FaultyPort {
  public:
   /// @param faults    script, file or seed; nothing: the bus is as it is

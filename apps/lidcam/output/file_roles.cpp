@@ -21,11 +21,12 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// Which file a name leads to. One that there is not yet is known by its folder and its name.
+/// The file that a name refers to. One that doesn't exist yet is identified by its folder and its
+/// name.
 struct FileIdentity {
   dev_t Device;
   ino_t Number;
-  std::string Name{};  ///< within the folder that the numbers tell; empty for a file that there is
+  std::string Name{};  ///< within the folder of these numbers; empty for an existing file
 
   friend bool operator==(const FileIdentity&, const FileIdentity&) = default;
 };
@@ -39,8 +40,8 @@ std::optional<FileIdentity> IdentityOf(const struct stat& status) {
   return FileIdentity{status.st_dev, status.st_ino};
 }
 
-// Nothing for what can't be lost: a device, a folder, a place that there is not. The standard stream is
-// what "-" stands for.
+// Nothing for a path that can't be overwritten: a device, a folder, a missing folder. The standard
+// stream is the one that "-" stands for.
 std::optional<FileIdentity> IdentityOf(const std::string& path, int standardStream) {
   struct stat status {};
   if (path == "-") {
@@ -57,7 +58,7 @@ bool IsNumber(std::string_view text) {
          std::ranges::all_of(text, [](unsigned char letter) { return std::isdigit(letter) != 0; });
 }
 
-// What is left of a text between its begin and its end; nothing if it has others.
+// The text between a prefix and a suffix; nothing if it has others.
 std::optional<std::string_view> Between(std::string_view text, std::string_view begin,
                                         std::string_view end) {
   const bool fits =
@@ -83,7 +84,7 @@ std::vector<fs::path> Neighbours(const OutputRole& output) {
   return names;
 }
 
-/// The files that an output is or would be: of a series, the pictures that there are.
+/// The files of an output, existing or not: of a series, the existing pictures.
 std::vector<FileIdentity> FilesOf(const OutputRole& output) {
   std::vector<FileIdentity> files;
   if (!output.IsSeries) {
@@ -122,7 +123,7 @@ void RequireApart(const std::vector<InputRole>& inputs, const std::vector<Output
   }
 }
 
-// As FileReplacement names its temporary files.
+// The names of FileReplacement's temporary files.
 bool IsPartOf(const OutputRole& output, std::string_view part) {
   const auto hidden = Between(part, ".", ".part");
   const std::size_t dot = hidden ? hidden->rfind('.') : std::string_view::npos;
@@ -134,7 +135,7 @@ bool IsPartOf(const OutputRole& output, std::string_view part) {
   return of == fs::path(base::FollowLink(output.Path)).filename().string();
 }
 
-// A program that is alive holds its file's lock.
+// A running program holds its file's lock.
 bool IsLeftBehind(const fs::path& path) {
   const int file = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC);
   if (file < 0) return false;

@@ -122,7 +122,7 @@ OutputForm FormOfOutput(const std::string& path) {
   for (const Ending& ending : kEndings) {
     if (extension == ending.Text) return ending.Form;
   }
-  // A device or pipe has no ending to tell its form by.
+  // A device or pipe has no file extension that gives the format.
   std::error_code ignored;
   if (const auto status = std::filesystem::status(path, ignored);
       std::filesystem::exists(status) && std::filesystem::is_other(status)) {

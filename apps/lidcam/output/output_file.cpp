@@ -18,7 +18,7 @@
 namespace lidcam::app {
 namespace {
 
-// What would be right, where the reason alone does not say it.
+// The remedy, if the reason alone doesn't show it.
 const char* HintFor(int error) {
   switch (error) {
     case ENOENT:
@@ -109,7 +109,7 @@ int OutputFile::Append(std::span<const std::uint8_t> bytes) {
     const ssize_t count = ::write(file_, bytes.data(), piece);
     if (count < 0 && errno == EINTR) continue;
     if (count < 0) return errno;
-    if (count == 0) return EIO;  // the file takes no more and does not say why
+    if (count == 0) return EIO;  // nothing was written, without an error number
     written_ += count;
     bytes = bytes.subspan(static_cast<std::size_t>(count));
   }
@@ -130,7 +130,7 @@ void OutputFile::Commit() {
   if (hasFailed_ && whole_ == 0) return replacement_.Discard();
   int error = hasFailed_ && ::ftruncate(replacement_.Descriptor(), whole_) != 0 ? errno : 0;
   if (error == 0) error = replacement_.Flush();
-  // What has no whole parts is of no use if the disk has not taken all of it.
+  // An output without separate parts is useless if it was not written completely.
   if (error != 0 && whole_ == 0) {
     replacement_.Discard();
   } else if (const int reason = replacement_.Rename(); reason != 0) {

@@ -25,7 +25,7 @@ class OutputFile {
   ~OutputFile();
 
   /// Appends. Throws CommandError, naming the path, if not every byte was taken; so it does when the
-  /// reader of a pipe takes nothing and the program is asked to end.
+  /// reader of a pipe takes nothing and the end of the program is requested.
   void Write(std::span<const std::uint8_t> bytes);
   void Write(std::string_view text);
 

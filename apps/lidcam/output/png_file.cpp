@@ -28,7 +28,7 @@ std::vector<std::uint8_t> EncodePng(const std::string& path, PictureSize size,
   return encoded;
 }
 
-// In memory first: the file is then written by the one piece of code that knows how to fail.
+// In memory first: all files are then written by the same code, which handles the errors.
 void WritePng(const std::string& path, PictureSize size, std::span<const std::uint8_t> rgb) {
   const std::vector<std::uint8_t> encoded = EncodePng(path, size, rgb);
   OutputFile file(path);

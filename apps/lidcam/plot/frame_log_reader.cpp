@@ -15,10 +15,10 @@
 namespace lidcam::app {
 namespace {
 
-// A row's text is no longer than this unless the file is something else.
+// A longer row means that the file is not a log.
 constexpr std::size_t kLongestQuote = 60;
 
-// Where in which log the reader is, for errors.
+// The current log and line, for errors.
 struct Place {
   const std::string& Name;
   std::uint64_t Line;
@@ -62,7 +62,7 @@ class RowFields {
     Number value{};
     const auto [end, error] = std::from_chars(field.data(), field.data() + field.size(), value);
     const bool isWhole = error == std::errc{} && end == field.data() + field.size();
-    // Written so that a value that is no number is refused as well.
+    // This form of the comparison also refuses NaN.
     if (!isWhole || !(value >= lowest && value <= highest)) {
       Refuse("no number from " + Text(lowest) + " to " + Text(highest));
     }

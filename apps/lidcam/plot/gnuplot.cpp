@@ -23,7 +23,7 @@ namespace {
   throw CommandError(std::string("gnuplot can't be run: ") + std::strerror(error));
 }
 
-/// A file in memory that a child process may have as one of its own.
+/// A file in memory that a child process can inherit.
 class MemoryFile {
  public:
   explicit MemoryFile(const char* name) : file_(memfd_create(name, MFD_CLOEXEC)) {

@@ -22,7 +22,7 @@ std::string Number(double value) {
   return text.data();
 }
 
-// At most two decimals, as a reader wants it.
+// At most two decimals, for readability.
 std::string ShortNumber(double value) {
   std::array<char, 40> text{};
   std::snprintf(text.data(), text.size(), "%.2f", value);
@@ -120,7 +120,7 @@ std::string CountsOfLanes(std::span<const LoopEvent> events) {
   return counts;
 }
 
-// Whole decades around the light; darkness has no place on a logarithmic scale.
+// Whole decades around the light; 0 can't be shown on a logarithmic scale.
 std::string LightRange(std::span<const FrameRow> rows) {
   double lowest = 1e6;
   double highest = 0.1;

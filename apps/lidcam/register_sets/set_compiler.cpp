@@ -208,7 +208,8 @@ class Compiler {
   std::vector<SourceError> errors_;
 };
 
-// A file of another kind has a control character soon; each of its lines would be an error.
+// A binary file is recognised by a control character; otherwise each of its lines would be an
+// error.
 std::optional<SourceError> WhyNoText(std::string_view source) {
   const auto found = std::ranges::find_if(source, [](char letter) {
     constexpr std::string_view kOfText = "\t\n\v\f\r";

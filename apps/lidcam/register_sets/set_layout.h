@@ -17,7 +17,7 @@ inline constexpr std::size_t kSetLengthSize = 4;
 inline constexpr std::size_t kSetHeadSize = 8;
 inline constexpr std::size_t kSetEntrySize = 3;
 
-/// Bytes of a body beyond which the camera does not find its end.
+/// The largest body, in bytes: of a longer one the camera does not find the end.
 inline constexpr std::size_t kLongestSetBody = 1980;
 
 inline constexpr std::uint8_t kSetSensorMarker = 0x33;
@@ -44,10 +44,10 @@ inline constexpr SetSectionKind kSetSectionKinds[] = {
 /// @return null for a name that is no section's
 [[nodiscard]] const SetSectionKind* SetSectionOfName(std::string_view name);
 
-/// Something to say about a set file, at a byte of it.
+/// A finding about a set file, at a byte of it.
 struct SetFinding {
   enum class Weight : std::uint8_t {
-    Note,  ///< the camera can do with it
+    Note,  ///< the camera can use the file nevertheless
     Fault  ///< the camera loads or applies the file in part, or not at all
   };
 
@@ -66,7 +66,7 @@ struct SetSectionView {
 /// frame that they make: the body's length, the sections' lengths and types. The views point into
 /// `file`.
 struct SetLayout {
-  std::uint32_t BodyLength = 0;  ///< as the file tells it
+  std::uint32_t BodyLength = 0;  ///< as stated in the file
   std::vector<SetSectionView> Sections;
   std::vector<SetFinding> Findings;
 };

@@ -79,11 +79,11 @@ fs::path SimulatedRoot(const fs::path& home) {
   return root;
 }
 
-/// Tells of the set files that the driver wants and can't read, each once: it goes without them and says
-/// nothing.
+/// Warns of set files that the driver can't read, each once: the driver runs without them and
+/// doesn't report it.
 class UnreadableSets {
  public:
-  /// @param isTreeNamed  the user names the tree: then a set file that isn't there is told, too
+  /// @param isTreeNamed  the user names the tree: then a missing set file is reported, too
   explicit UnreadableSets(bool isTreeNamed) : isTreeNamed_(isTreeNamed) {}
 
   void Tell(const fs::path& path, NTSTATUS status) {
@@ -129,7 +129,7 @@ RunSettings OpenHostEnvironment(const Verbosity& verbosity, SetFiles setFiles) {
   host::SetSystemRoot(isSimulated   ? SimulatedRoot(home)
                       : isPluggedIn ? NamedRoot().value_or(home / "system-root")
                                     : home / "system-root");
-  // A simulated camera has its own set files, and a recorded one had its host's.
+  // A simulated camera has its own set files; a recorded one used those of its host.
   TellUnreadableSets(isPluggedIn || (isSimulated && NamedRoot().has_value()));
   if (verbosity.ShowsTrace) PrintTraceTo(stderr);
   if (verbosity.ShowsDebug) host::SetDebugPrintSink(PrintDebugMessage);

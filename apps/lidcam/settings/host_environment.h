@@ -6,7 +6,7 @@
 
 namespace lidcam::app {
 
-/// What a command says on top of its own output.
+/// A command's messages in addition to its own output.
 struct Verbosity {
   bool IsQuiet = false;
   bool ShowsTrace = false;  ///< canonical trace lines, on standard error
@@ -30,7 +30,8 @@ enum class SetFiles {
 /// tree in use. Recordings begin with the default settings.
 /// Throws CommandError.
 ///
-/// @return the settings of this run: what the driver changes in them is gone with it, unless it is stored
+/// @return the settings of this run: the driver's changes of them are lost with it, unless they are
+///         stored
 RunSettings OpenHostEnvironment(const Verbosity& verbosity, SetFiles setFiles);
 
 /// The folder; created when missing. Throws CommandError.

@@ -37,7 +37,7 @@ bool IsInitial(std::u16string_view name, const RegistryValue& value) {
          std::memcmp(value.Data.data(), &setting->Default, sizeof(setting->Default)) == 0;
 }
 
-/// Whether a value of a run's copy belongs into the user's settings.
+/// Whether a value of a run's copy must be written to the user's settings.
 ///
 /// @param before  the setting when the run began; null if there was none
 /// @param now     the setting as it is now; null if there is still no value
@@ -56,7 +56,7 @@ RunSettings::RunSettings(std::filesystem::path file)
 
 void RunSettings::Store() const {
   if (file_.empty()) return;
-  // From the reading to the writing: what is missing meanwhile is not written twice.
+  // Locked from the read to the write, so that no other process's change is lost.
   const host::RegistryFileLock lock((file_.parent_path() / "settings").string());
   if (lock.Error() != 0) {
     throw CommandError("the settings are not stored: '" + file_.string() +

@@ -8,7 +8,7 @@
 namespace lidcam::app {
 
 /// The settings of a run: a copy of the user's, in which the driver loads and saves as it always does.
-/// It goes with the run, unless it is stored.
+/// It is discarded at the end of the run, unless it is stored.
 class RunSettings {
  public:
   /// Opens the registry with the copy.
@@ -16,8 +16,8 @@ class RunSettings {
   /// @param file  the user's settings; empty for a camera that begins with the default settings
   explicit RunSettings(std::filesystem::path file);
 
-  /// Puts what the run has changed, and nothing else, into the user's settings as they are now: other
-  /// runs change them meanwhile. Throws CommandError.
+  /// Writes only the run's changes into the user's current settings, which other runs may have
+  /// changed meanwhile. Throws CommandError.
   void Store() const;
 
  private:

@@ -15,11 +15,11 @@ inline constexpr PictureSize kRawSizes[] = {{640, 480}, {320, 240}, {160, 120}};
 inline constexpr PictureSize kStreamSizes[] = {
     {640, 480}, {352, 288}, {320, 240}, {176, 144}, {160, 120}};
 
-/// What a stream delivers and what the camera sends for it.
+/// The size that a stream delivers, and the raw size that the camera sends for it.
 struct StreamSize {
   PictureSize Delivered;
-  std::optional<PictureSize> Raw{};  ///< none: whatever the widest setting that the bus has gives
-  /// A recorded camera was told its raw size and knows no other: the stream starts as one of that
+  std::optional<PictureSize> Raw{};  ///< none: that of the widest setting that the bus accepts
+  /// A recorded camera has only its recorded raw size: the stream starts with that
   /// size and delivers its own from the first frame on.
   bool StartsAsRaw = false;
 };
@@ -30,13 +30,13 @@ struct StreamSize {
 /// Reads a raw size. Throws UsageError, listing the sizes, for one that the hardware doesn't send.
 [[nodiscard]] PictureSize ParseRawSize(const std::string& text);
 
-/// What the camera's record has as RawSizeMode for one of kRawSizes.
+/// RawSizeMode in the camera's record for one of kRawSizes.
 [[nodiscard]] std::uint32_t RawSizeModeOf(PictureSize rawSize);
 
 /// The size that a RawSizeMode stands for; nothing for a mode that no stream here uses.
 [[nodiscard]] std::optional<PictureSize> RawSizeOf(std::uint32_t rawSizeMode);
 
-/// What decides which raw size an alternate setting gives.
+/// Determines the raw size of an alternate setting.
 struct CameraKind {
   std::int32_t SensorType;
   bool HasLongConfiguration;

@@ -5,12 +5,13 @@
 
 namespace lidcam::app {
 
-/// Sees the driver's trace lines, those of all cameras, for as long as it lives.
+/// Receives the trace lines of all cameras' drivers for as long as it exists.
 ///
-/// The driver knows one trace sink; this lets a program print the trace and count in it at once.
-/// Lines come on the thread that the traced event happens on, one at a time over all threads, and
-/// go to the observers in the order of their making. Nothing else may call SetCameraTraceSink()
-/// while an observer lives. A handler must neither make nor destroy an observer.
+/// The driver has one trace sink; this lets a program print the trace and count in it at the same
+/// time. Lines come on the thread that the traced event happens on, one at a time over all threads,
+/// and go to the observers in the order of their creation. No other code may call
+/// SetCameraTraceSink() while an observer exists. A handler must neither create nor destroy an
+/// observer.
 class TraceObserver {
  public:
   using Handler = std::function<void(std::string_view line)>;
@@ -26,8 +27,8 @@ class TraceObserver {
   Handler handler_;
 };
 
-/// Keeps trace lines from all observers for as long as it lives: for what a program does beside the
-/// camera that the user means. One lives at a time.
+/// Suppresses trace lines for all observers for as long as it exists: for a program's work with
+/// other cameras than the user's. At most one exists at a time.
 class TracePause {
  public:
   TracePause();

@@ -42,7 +42,7 @@ bool TellsBringUp(const bus::RecordedDevice& device) {
   return device.Identity.has_value() && device.RegisterRequests > 0;
 }
 
-// Nothing is known of the camera but its frames: a record of its own carries the format.
+// Only the camera's frames are known: a separate record holds the format.
 StreamResult ReplayFramesOnly(const bus::CaptureSource& source, const ReplaySize& size,
                               const StreamLimits& limits, FrameWriter* writer,
                               const Verbosity& verbosity) {

@@ -18,9 +18,9 @@ struct ReplaySize {
 /// CommandError if there are too few of them or they are of no known size.
 [[nodiscard]] PictureSize EstimateRawSize(const bus::CaptureSource& source);
 
-/// Makes a stream's size one that the camera can serve: a recorded camera sends what it was recorded
-/// with, whatever is delivered. Other cameras' sizes stay as they are. Throws CommandError if the
-/// capture is of no known size, or of another than the raw size asked for.
+/// Adapts a stream's size to the camera: a recorded camera sends its recorded raw size
+/// for any delivered size. Other cameras' sizes stay unchanged. Throws CommandError if the
+/// capture has an unknown size, or another than the requested raw size.
 [[nodiscard]] StreamSize FitToCamera(const StreamSize& size, const CameraChoice& camera);
 
 /// Replays a capture through bring-up, assembly and delivery, without timing. A capture that began

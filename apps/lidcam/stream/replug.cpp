@@ -19,7 +19,7 @@ using Clock = std::chrono::steady_clock;
 constexpr std::chrono::seconds kReset{2};
 constexpr std::chrono::seconds kWake{15};
 
-// A camera that leaves again without a frame in between is broken.
+// A camera that is unplugged again without a frame in between is broken.
 constexpr int kMostFruitless = 3;
 
 constexpr std::chrono::microseconds kMicroframe{125};
@@ -51,7 +51,7 @@ void Tell(const CommonOptions& options, const std::string& line) {
   if (!options.Output.IsQuiet) std::fprintf(stderr, "lidcam: %s\n", line.c_str());
 }
 
-/// One stream of a plugged-in camera with what it takes to go on.
+/// One stream of a plugged-in camera with the state needed to continue it.
 class ReplugRun {
  public:
   ReplugRun(const CommonOptions& options, const StreamLimits& limits, const StreamPart& stream)

@@ -9,8 +9,8 @@ namespace lidcam::app {
 
 /// Opens the camera and streams from it.
 /// @param camera   which; its port may be another one than before
-/// @param limits   what is left of the stream's
-/// @param isFirst  false: the camera has come back, and the stream goes on
+/// @param limits   the rest of the stream's
+/// @param isFirst  false: the camera is plugged in again, and the stream continues
 using StreamPart = std::function<StreamResult(const CameraChoice& camera,
                                               const StreamLimits& limits, bool isFirst)>;
 
@@ -19,11 +19,11 @@ using StreamPart = std::function<StreamResult(const CameraChoice& camera,
 /// machine has slept. Other cameras stream once.
 ///
 /// @param start  the options' camera settled
-/// @return all parts together; a trouble tells of a camera that has not come back
+/// @return all parts together; with a trouble if the camera was not plugged in again
 [[nodiscard]] StreamResult StreamOverReplugs(const CommonOptions& start, const StreamLimits& limits,
                                              const StreamPart& stream);
 
-/// What a stream and its continuation came to together.
+/// The combined result of a stream and its continuation.
 [[nodiscard]] StreamCounts Together(const StreamCounts& before, const StreamCounts& behind);
 
 }  // namespace lidcam::app

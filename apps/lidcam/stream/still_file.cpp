@@ -44,7 +44,7 @@ std::uint16_t MarkAt(const std::vector<std::uint8_t>& bytes, std::size_t offset)
   return static_cast<std::uint16_t>(bytes[offset] | bytes[offset + 1] << 8);
 }
 
-// What went wrong and what would be right, as far as the status tells.
+// The error and its remedy, as far as the status shows them.
 std::string ReasonOf(std::uint32_t status) {
   if (status == static_cast<std::uint32_t>(STATUS_DISK_FULL)) {
     return "its disk is full; free some space on it";
@@ -117,7 +117,7 @@ void ClearStillFile() {
 
 StillPicture ReadStillFile(std::uint32_t value) {
   std::ifstream file(StillFilePath(), std::ios::binary);
-  // A driver that knows none of the platform's levels counts a still that it leaves out as written.
+  // On an unknown platform level the driver writes no still, and counts it as written.
   if (!file && errno == ENOENT) {
     Fail("was not written by the driver: the platform has none of the levels that it writes on");
   }

@@ -12,7 +12,7 @@
 
 namespace lidcam::app {
 
-/// A still as the driver wrote it, and what the marks in its last four bytes say.
+/// A still as the driver wrote it, and the fields of the mark in its last four bytes.
 struct StillPicture {
   std::vector<std::uint8_t> Yuy2;  ///< the whole file, marks included
   PictureSize Size;
@@ -20,11 +20,11 @@ struct StillPicture {
   std::uint16_t Value = 0;  ///< low 16 bits of the request's value
 };
 
-/// The right to take a still, which one run of this program has at a time: the driver knows one file
+/// The exclusive lock for taking a still: the driver has one file
 /// for all.
 class StillLock {
  public:
-  /// Throws CommandError if another run has the right.
+  /// Throws CommandError if another run has the lock.
   ///
   /// @param home  the folder that the runs share
   explicit StillLock(const std::filesystem::path& home);
@@ -36,7 +36,7 @@ class StillLock {
   int descriptor_;
 };
 
-/// Learns from the driver's trace how the still went that is taken while this lives.
+/// Gets from the driver's trace the result of the still that is taken while this exists.
 class StillReport {
  public:
   StillReport();
@@ -69,7 +69,7 @@ void ClearStillFile();
 /// @param value  the request's; the file's mark has to agree
 [[nodiscard]] StillPicture ReadStillFile(std::uint32_t value);
 
-/// Decodes a still file's bytes by their marks. Throws CommandError if they are none: no known
+/// Decodes a still file's bytes by their marks. Throws CommandError if they are invalid: an unknown
 /// size, another length than the size has, or another value.
 [[nodiscard]] StillPicture DecodeStill(std::vector<std::uint8_t> bytes, std::uint32_t value);
 

@@ -155,7 +155,7 @@ std::string WhyWithoutFrame(const StreamResult& result, const std::string& from)
   return from + " gave no whole frame of " + ToString(result.Size);
 }
 
-// Trouble at the end of one output is no reason to leave another one undone.
+// If one output can't be completed, the others still are.
 template <typename Output>
 void Finish(Output* output, StreamResult& result) {
   if (output == nullptr) return;
@@ -180,7 +180,7 @@ bool RunToLimit(CameraStream& stream, const StreamLimits& limits, const Verbosit
 
 /// Runs a stream until a limit, an interrupt, or its own end, and takes the frames that are on their way
 /// by then.
-/// @return false if it was asked to end ahead of that
+/// @return false if its end was requested earlier
 bool RunToEnd(CameraStream& stream, const StreamLimits& limits, const Verbosity& verbosity) {
   const bool isComplete = RunToLimit(stream, limits, verbosity);
   if (!HasAllFrames(limits, stream.Counts())) stream.TakeRest();
@@ -234,7 +234,7 @@ StreamResult RunStream(bus::UsbBus& bus, const StreamSize& size, const StreamLim
   }
   result.Written = limitedWriter.Written();
   if (result.Counts.Delivered() == 0) return result;
-  // A recording tells how its camera ended.
+  // A recording contains its camera's end.
   if (result.IsUnplugged && !limits.ToleratesSilence && !limits.ToleratesUnplugging) {
     result.Troubles.push_back("the camera was unplugged" + AfterFrames(result));
   }

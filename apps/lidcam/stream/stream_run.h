@@ -15,23 +15,23 @@
 
 namespace lidcam::app {
 
-/// What a run of a stream came to.
+/// The result of a stream's run.
 struct StreamResult {
   StreamCounts Counts{};
   PictureSize Size{};
   PictureSize RawSize{};   ///< of the frames that the camera sent for it
-  std::string Identity{};  ///< empty if the capture does not tell
-  std::string Sensor{};    ///< empty if the capture does not tell
+  std::string Identity{};  ///< empty if the capture doesn't contain it
+  std::string Sensor{};    ///< empty if the capture doesn't contain it
   std::string Place{};     ///< where the frames are; empty without an output
   std::string Note{};      ///< on lines that the sensor sends too few or too many of; or empty
-  std::string Faults{};    ///< what was carried out of a fault script; empty without one
+  std::string Faults{};    ///< counts of the injected faults; empty without a script
   /// Frames in the output; nothing where an output holds no frames as such.
   std::optional<std::uint64_t> Written{};
   bool IsUnplugged = false;  ///< the camera was gone before the end
-  /// What cut the stream short, or was in the way of its output, in the order of happening. Each is a
-  /// line for the user; without any, all that was asked for is there.
+  /// The reasons for which the stream was cut short or its output failed, in order. Each is a
+  /// line for the user; if there are none, the stream is complete.
   std::vector<std::string> Troubles{};
-  /// Processor time of the whole process while the stream ran; told for streams in real time only.
+  /// Processor time of the whole process while the stream ran; for streams in real time only.
   std::optional<double> ProcessorSeconds{};
 };
 
@@ -49,7 +49,8 @@ struct StreamResult {
                                      FrameWriter* writer, const Verbosity& verbosity,
                                      FrameLog* log = nullptr);
 
-/// Gives a writer the frames up to a limit. Without a writer, or beyond the limit, frames go by.
+/// Gives a writer the frames up to a limit. Without a writer, or beyond the limit, frames are
+/// ignored.
 class LimitedWriter {
  public:
   LimitedWriter(FrameWriter* writer, const StreamLimits& limits)
@@ -67,7 +68,7 @@ class LimitedWriter {
 /// "86 frames delivered, 29.97 a second; none lost, 2 of a wrong size".
 [[nodiscard]] std::string ToText(const StreamCounts& counts);
 
-/// What a stream's result goes to; each may be missing.
+/// The outputs of a stream's result; each may be missing.
 struct StreamOutputs {
   FrameWriter* Writer = nullptr;
   FrameLog* Log = nullptr;
@@ -82,10 +83,10 @@ struct StreamOutputs {
 void ConcludeStream(StreamResult& result, const StreamOutputs& outputs, const std::string& from,
                     const CommonOptions& options);
 
-/// Keeps what the stream's run has changed of the settings; the result tells if it can't.
+/// Stores the settings that the stream's run has changed; the result has a trouble if that fails.
 void StoreSettings(const RunSettings& settings, StreamResult& result);
 
-/// Notes in the result that the stream was asked to end ahead of the end that was foreseen.
+/// Notes in the result that the stream's end was requested before its limit.
 void NoteInterrupt(StreamResult& result, const StreamLimits& limits);
 
 }  // namespace lidcam::app

@@ -54,7 +54,7 @@ TEST(ServedCamera, ALateAnswerIsToldByHowMuchAndWaitsForNothing) {
   EXPECT_EQ(lease->Camera().Control(kSetConfiguration, {}).Delay, std::chrono::seconds(0));
 }
 
-// What the server asks for itself counts for no script.
+// The server's own requests don't count in fault scripts.
 TEST(ServedCamera, TheFirstRequestOfAScriptIsTheClientsFirst) {
   CameraSupply supply(Simulated("sim", "control 1 stall"));
   const auto lease = supply.Take();
@@ -62,7 +62,7 @@ TEST(ServedCamera, TheFirstRequestOfAScriptIsTheClientsFirst) {
   EXPECT_EQ(lease->Camera().Control(kSetConfiguration, {}).Status, UsbStatus::Ok);
 }
 
-/// A recording in which nothing was asked for.
+/// A recording without control requests.
 class EmptyRecording final : public bus::UsbBus {
  public:
   bus::ControlResult ControlTransfer(const SetupPacket&, std::span<std::uint8_t>) override {

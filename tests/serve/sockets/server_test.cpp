@@ -115,7 +115,7 @@ TEST(Listener, APathThatIsTooLongIsToldSo) {
   }
 }
 
-/// Sends back what comes, and ends with a full stop.
+/// Echoes its input, and ends after a full stop.
 class EchoSession final : public Session {
  public:
   void Receive(std::span<const std::uint8_t> bytes) override {

@@ -49,7 +49,7 @@ class Connection {
     return true;
   }
 
-  /// Reads `count` bytes, or fewer if the server closes the connection ahead of them.
+  /// Reads `count` bytes, or fewer if the server closes the connection earlier.
   [[nodiscard]] Bytes Receive(std::size_t count) const {
     Bytes bytes(count);
     std::size_t got = 0;
@@ -194,7 +194,8 @@ TEST(UsbipServer, AHundredConnectionsOfRubbishDisturbNoClient) {
     Connection connection(server.Port());
     Bytes rubbish(1 + random() % 5000);
     for (std::uint8_t& each : rubbish) each = static_cast<std::uint8_t>(byte(random));
-    // A third goes astray before the import, a third behind it, and a third is cut off and stays open.
+    // A third sends invalid bytes before the import, a third after it, and a third is cut off and
+    // stays open.
     if (i % 3 == 1) connection.Send(wire::ImportRequest());
     if (i % 3 == 2) rubbish = {0x01, 0x11, 0x80};
     connection.Send(rubbish);

@@ -218,7 +218,7 @@ TEST(UsbipSession, ATransferOfTheStreamIsAnsweredWhenItsPacketsHavePassed) {
 TEST(UsbipSession, DataAreCompactedAndPacketsKeepTheirPlaces) {
   Client client;
   client.StartStream();
-  // 200 bytes are asked for each microframe, of which 128 come.
+  // 200 bytes are requested for each microframe, of which 128 are received.
   client.Send(wire::Stream(3, 8, 200));
   client.Pass(1ms);
   const Bytes reply = client.Take();

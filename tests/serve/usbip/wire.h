@@ -76,7 +76,7 @@ inline Bytes SetInterface(std::uint32_t sequenceNumber, std::uint8_t setting) {
   return ControlOut(sequenceNumber, {0x01, 11, setting, 0, 0, 0, 0, 0});
 }
 
-/// A transfer of the stream: packets of equal length, one behind the other.
+/// A transfer of the stream: contiguous packets of equal length.
 inline Bytes Stream(std::uint32_t sequenceNumber, std::uint32_t packets,
                     std::uint32_t packetLength) {
   Bytes bytes = Submit({.SequenceNumber = sequenceNumber,

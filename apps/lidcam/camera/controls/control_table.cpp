@@ -30,7 +30,7 @@ constexpr CameraControl Named(ControlCode code, std::int32_t minimum, std::int32
           .Meaning = meaning};
 }
 
-// A published level, whose range the driver tells.
+// A published level, whose range the driver reports.
 constexpr CameraControl Level(ControlCode code, const PropertyRange& range,
                               std::string_view meaning) {
   return Named(code, range.Minimum(), range.Maximum(), range.Default(), meaning);
@@ -47,7 +47,7 @@ constexpr CameraControl WithPart(CameraControl control, ControlPart part) {
   return control;
 }
 
-// What stands beside the value of a control.
+// The other members of a control's property value.
 constexpr CameraControl Beside(ControlCode code, ControlPart part, std::string_view name,
                                SettingField field, std::int32_t minimum, std::int32_t maximum,
                                std::string_view meaning) {
@@ -62,8 +62,8 @@ constexpr CameraControl WithOlderName(CameraControl control, std::string_view na
   return control;
 }
 
-// The published levels first, then the camera's own. The core's brightness step writes the value of the
-// change before: the same value once more brings it in.
+// The published levels first, then the camera's own. The core's brightness step writes the previous
+// value: a second set with the same value makes it take effect.
 constexpr std::array kShown = {
     WithPart(Level(ControlCode::Brightness, kBrightnessRange, "added to the luminance"),
              ControlPart::Twice),

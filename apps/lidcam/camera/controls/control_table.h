@@ -15,7 +15,7 @@ namespace lidcam::app {
 /// Which part of a property's value a control is.
 enum class ControlPart : std::uint8_t {
   Value,
-  Twice,  ///< the value, which the driver takes over with the set after it
+  Twice,  ///< the value, which takes effect with the next set
   Mode,   ///< 1: automatic, 0: by hand
   Light,  ///< the value of a property that has an LED beside it
   Led,
@@ -28,18 +28,18 @@ struct CameraControl {
   const GUID* Set;
   ULONG Id;
   ControlPart Part;
-  // What a command takes. The driver tells the range of its published levels; of its own ones it tells
-  // one range for all, which says nothing.
+  // The range that a command accepts. The driver reports the range of its published levels; for its
+  // own controls it reports one range for all, which is useless.
   std::int32_t Minimum;
   std::int32_t Maximum;
   std::int32_t Default;
   std::string_view Meaning;
 
-  /// Whether the driver tells range and default of this control.
+  /// Whether the driver reports range and default of this control.
   [[nodiscard]] bool IsTold() const;
 };
 
-/// A control's range as the driver tells it, and from the table where that says nothing.
+/// A control's range as the driver reports it, otherwise from the table.
 struct ControlRange {
   std::int32_t Minimum;
   std::int32_t Maximum;
@@ -55,18 +55,18 @@ struct ControlRange {
 [[nodiscard]] std::int32_t ValueOf(const client::Camera& camera, const CameraControl& control);
 void SetValue(const client::Camera& camera, const CameraControl& control, std::int32_t value);
 
-/// Where a control's value shows in the hardware: a bridge register, or an 8-bit sensor register.
+/// The register that holds a control's value: a bridge register, or an 8-bit sensor register.
 struct ControlReport {
   bool IsSensor;
   RegisterAddress Address;
 };
 
-/// The register that a control of this name moves on this sensor; nothing where it moves none, or
+/// The register that a control of this name changes on this sensor; nothing if it changes none, or
 /// none that can be read by itself.
 [[nodiscard]] std::optional<ControlReport> ReportOf(std::string_view name, std::int32_t sensorType);
 
-/// Whether a control of this name changes anything on this sensor. The camera keeps the value all the
-/// same.
+/// Whether a control of this name has an effect on this sensor. The camera keeps the value in any
+/// case.
 [[nodiscard]] bool HasEffect(std::string_view name, std::int32_t sensorType);
 
 /// All controls, in the order in which they are shown.

@@ -17,7 +17,8 @@ namespace {
 // The time of one transfer.
 constexpr LONGLONG kStep = 4 * base::kUnitsPerMillisecond;
 
-// What is on its way from the bus to the application when the bus ends has arrived after that.
+// After this time, data on the way from the bus to the application at the bus's end have been
+// delivered.
 constexpr LONGLONG kSettlingTime = 100 * base::kUnitsPerMillisecond;
 
 // Longer than any recovery takes.
@@ -153,7 +154,7 @@ void CameraStream::Stop() {
   try {
     pin_.Stop();
   } catch (const client::ClientError&) {
-    // All frames are there, and closing the pin takes it down: a camera that refused costs nothing.
+    // All frames have been delivered, and closing the pin stops it: the result doesn't matter.
   }
 }
 
@@ -163,8 +164,8 @@ bool CameraStream::Advance() {
   return true;
 }
 
-// The driver is told that its device is gone only when nothing comes any more: it hands the buffers
-// back then.
+// The driver gets the surprise removal only when no more frames arrive, because it then completes
+// all buffers.
 bool CameraStream::DrainAtEnd() {
   while (TakeNext(kSettlingTime)) {
   }

@@ -59,7 +59,7 @@ TEST_F(StreamGateTest, LetsThroughUntilItEnds) {
   EXPECT_EQ(Read(), 32U);
   gate_.End();
   EXPECT_EQ(Read(), 0U);
-  EXPECT_EQ(camera_.Reads, 1) << "what nobody gets is not read";
+  EXPECT_EQ(camera_.Reads, 1) << "undelivered data are not read";
 }
 
 TEST_F(StreamGateTest, EndsBehindTheReadThatHasTheLastMicroframe) {

@@ -102,8 +102,8 @@ TEST(ControlTable, AReportIsARegisterThatTheControlWrites) {
   }
 }
 
-// What a camera gets that is told the control's lowest and its highest value differs, or the control does
-// nothing. The white balance is told only, and light and LED show in a stream.
+// The requests for a control's lowest and its highest value differ, or the control has no effect.
+// The white balance is only reported, and light and LED show in a stream.
 TEST(ControlTable, AControlHasAnEffectWhereItsValuesReachTheCamera) {
   constexpr std::int32_t kTypes[] = {1, 3, 5, 6, 7, 8, 9, 10, 11};
   for (const std::int32_t type : kTypes) {

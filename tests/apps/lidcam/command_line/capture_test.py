@@ -25,7 +25,7 @@ def records(content):
 
 
 def cut_records(content, snap_length):
-    """The file as a capture program leaves it that keeps so much of each record."""
+    """The file as written by a capture program that limits each record to this length."""
     result, found = records(content)
     for head, data in found:
         kept = data[:snap_length]
@@ -215,7 +215,7 @@ class CaptureTest(CommandLineTest):
         whole = self.record("--frames", "1")
         with open(whole, "rb") as source:
             content = source.read()
-        # Another vendor in the device descriptor, no register requests: a device of somebody else.
+        # Another vendor in the device descriptor, no register requests: a device of another vendor.
         content = content.replace(bytes.fromhex("f01a1105"), bytes.fromhex("34121105"))
         with open(foreign, "wb") as file:
             file.write(content)

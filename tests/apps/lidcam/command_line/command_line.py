@@ -10,10 +10,10 @@ import sys
 import tempfile
 import unittest
 
-# Taken from the arguments: what is left is unittest's.
+# Taken from the arguments: the others are for unittest.
 LIDCAM = os.path.abspath(sys.argv.pop(1))
 
-# A camera that is plugged into this machine is none of these tests'.
+# These tests must not use a camera that is plugged into this machine.
 os.environ["LIDCAM_CAMERA"] = "sim"
 
 # Each picture size with the raw size that the camera sends for it.

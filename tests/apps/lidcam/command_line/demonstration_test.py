@@ -1,4 +1,4 @@
-"""The demonstration in README.md does what it says, in its order and on one home."""
+"""The demonstration in README.md works as described, in its order and with one LIDCAM_HOME."""
 
 import csv
 import os
@@ -12,7 +12,7 @@ README = os.path.join(os.path.dirname(os.path.abspath(__file__)), "../../../../R
 
 
 def commands():
-    """The lines of the block behind the table of commands, with their comments."""
+    """The lines of the block after the table of commands, with their comments."""
     with open(README, encoding="utf-8") as file:
         text = file.read()
     block = text.split("Every command has `--help`")[1].split("```sh\n")[1].split("```")[0]

@@ -1,4 +1,4 @@
-"""What goes wrong is named, and nothing is lost."""
+"""Errors are reported with their cause, and no data are lost."""
 
 import json
 import os

@@ -1,4 +1,4 @@
-"""Which files a command takes for what, and what it finds beside them."""
+"""The roles of a command's files, and leftover files beside them."""
 
 import os
 import signal
@@ -101,7 +101,7 @@ class OverwritingTest(CommandLineTest):
 
 class LeftPartsTest(CommandLineTest):
     def kill(self, *arguments):
-        """Kills lidcam while it writes and returns the name of what it leaves."""
+        """Kills lidcam while it writes and returns the name of the leftover file."""
         environment = dict(os.environ, LIDCAM_HOME=self.path("home"))
         before = set(os.listdir(self.folder))
         with subprocess.Popen([LIDCAM, *arguments, "--trace"], stderr=subprocess.PIPE,

@@ -1,4 +1,4 @@
-"""Formats, the list of cameras, and what every command says of itself."""
+"""Formats, the list of cameras, and the help of every command."""
 
 import json
 import unittest
@@ -70,7 +70,7 @@ class FormatsTest(CommandLineTest):
             self.assertIn(words, answer["note"])
         self.assertNotIn("note", json.loads(self.lidcam("stream", "--fast", "--frames", "1", "--json")))
 
-    # What the note says is what the picture shows.
+    # The note describes the actual picture.
     def test_the_strip_below_the_last_line_is_green(self):
         file = self.path("frames.yuy2")
         self.lidcam("stream", "--fast", "--frames", "1", "--camera", "sim:1b17:6110", "-o", file)

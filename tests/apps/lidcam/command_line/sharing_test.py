@@ -1,4 +1,4 @@
-"""Several processes on one home."""
+"""Several processes with one LIDCAM_HOME."""
 
 import os
 import signal

@@ -101,7 +101,7 @@ class StreamTest(CommandLineTest):
             lines = []
             for line in process.stderr:
                 lines.append(line.decode().rstrip("\n"))
-                # The trace is ahead of the application, which has the frames before the third by now.
+                # The trace is ahead of the application, which has at least the frames before the third.
                 if sum(line.startswith("pin frame picture=") for line in lines) == 3:
                     process.send_signal(signal.SIGINT)
                     break
@@ -141,7 +141,7 @@ class StreamTest(CommandLineTest):
                       lines[-2])
 
     def test_frames_that_do_not_arrive_behind_the_first_are_lost(self):
-        # The frame behind a damaged one is thrown away, and the damaged one was two.
+        # The frame after a damaged one is dropped, and the damaged one consists of two.
         answer = json.loads(self.lidcam("stream", "--fast", "--duration", "3s", "--json", "--faults",
                                         "at 1s lose 5; at 2s corrupt 1"))
         self.assertEqual((answer["frames"]["bad"], answer["frames"]["lost"]), (1, 1))

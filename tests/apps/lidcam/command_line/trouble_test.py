@@ -1,4 +1,4 @@
-"""Streams that something cuts short: what came until then is kept, told and not taken for all of it."""
+"""Streams that are cut short: the frames so far are kept, and the output is reported as incomplete."""
 
 import json
 import os
@@ -25,7 +25,7 @@ class TroubleTest(CommandLineTest):
         return size // PICTURE
 
     def assert_cut_short(self, error, frames, *words):
-        """A summary that counts the frames, and a last line that tells why there are no more."""
+        """A summary that counts the frames, and a last line with the reason for the early end."""
         lines = error.strip().split("\n")
         self.assertIn(f": {frames} frame", lines[0], error)
         self.assertTrue(lines[-1].startswith("lidcam: "), error)
@@ -33,7 +33,7 @@ class TroubleTest(CommandLineTest):
             self.assertIn(word, lines[-1])
 
     def wait_for_frame(self, process, count):
-        """Reads the trace up to a frame; what follows it is read, too, so that nothing stands still."""
+        """Reads the trace up to a frame; the rest is read, too, so that the pipe doesn't block."""
         for line in process.stderr:
             count -= line.startswith(b"pin frame picture=")
             if count == 0:

@@ -1,4 +1,4 @@
-// What the driver's trace tells of delivered frames.
+// Data about delivered frames from the driver's trace.
 
 #include "apps/lidcam/frames/delivery_watch.h"
 

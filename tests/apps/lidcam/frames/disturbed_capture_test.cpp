@@ -63,7 +63,7 @@ RunAccount StreamOver(bus::UsbBus& bus) {
   return account;
 }
 
-/// A fault and what it does to the frames; a frame is 37 packets of 1024 bytes and one of 578.
+/// A fault and its effect on the frames; a frame is 37 packets of 1024 bytes and one of 578.
 struct FaultRow {
   std::string Name;
   std::string Faults;      ///< of the fourth frame
@@ -143,7 +143,7 @@ TEST_P(DisturbedCapture, IsReplayedWithTheDecisionsOfTheLiveStream) {
   Lines expected = UpToTheDisturbedFrame() + row.Consequence;
   if (!row.BreaksOff) {
     while (expected.size() < live.Frames.size()) expected = expected + Good();
-    EXPECT_GE(live.Frames.size(), 20U) << "frames behind the disturbed one are to be seen";
+    EXPECT_GE(live.Frames.size(), 20U) << "frames after the disturbed one are expected";
   }
   EXPECT_THAT(live.Frames, ElementsAreArray(expected));
   EXPECT_THAT(replayed.Frames, ElementsAreArray(live.Frames));
@@ -166,7 +166,7 @@ INSTANTIATE_TEST_SUITE_P(
         FaultRow{"MarkerInside", "frame 4 packet 6 marker", Good()},
         FaultRow{"EmptyRun", "frame 4 packet 6 pause 875us", Good()},
         FaultRow{"Silence", "frame 4 packet 6 silence 875us", Bad("31298") + GoodDiscarded()},
-        // More than a transfer behind the marker: the transfer that halts brings none.
+        // More than a transfer after the marker: the transfer that halts delivers no packets.
         FaultRow{"Stall", "frame 4 packet 36 stall", {}, true}),
     NameOf);
 

@@ -26,7 +26,7 @@ TEST(Utf8Text, ShowsEachByteThatIsNoneByItsNumber) {
   EXPECT_EQ(Utf8Text("\xC0\x80"), "\\xC0\\x80") << "longer than it need be";
   EXPECT_EQ(Utf8Text("\xE0\x80\x80"), "\\xE0\\x80\\x80");
   EXPECT_EQ(Utf8Text("\xED\xA0\x80"), "\\xED\\xA0\\x80") << "half of a pair";
-  EXPECT_EQ(Utf8Text("\xF4\x90\x80\x80"), "\\xF4\\x90\\x80\\x80") << "behind the last one";
+  EXPECT_EQ(Utf8Text("\xF4\x90\x80\x80"), "\\xF4\\x90\\x80\\x80") << "beyond the last character";
   EXPECT_EQ(Utf8Text("\xEF\xBF\xBF"), "\\xEF\\xBF\\xBF") << "no character";
 }
 

@@ -86,7 +86,7 @@ TEST(StillFile, OfBeforeIsGoneBeforeANewOneIsTaken) {
 
 // --- What the driver reports ---------------------------------------------------------------------
 
-/// Takes a still of 160x120 with the value 5 while a report lives, and gives the report's error.
+/// Takes a still of 160x120 with the value 5 while a report exists, and returns the report's error.
 std::string ErrorOfStill() {
   const StillReport report;
   const auto context = std::make_unique<CameraContext>();
@@ -143,7 +143,7 @@ TEST(StillReport, WithoutAStillSaysThatNoneWasTaken) {
   EXPECT_THAT(ErrorOf([&] { report.RequireWritten(); }), HasSubstr("was not taken"));
 }
 
-// The driver counts a still that it leaves out for the platform's level as written.
+// The driver counts a still as written that it skips because of the platform's level.
 TEST(StillFile, LeftOutForThePlatformsLevelIsToldWithTheReason) {
   const test::TemporarySystemRoot disk;
   host::SetWdmVersion(0);
