@@ -17,6 +17,10 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
 SCRIPTS = ROOT / "scripts"
 
 
+# Scripts that do their work without an argument.
+WITH_DEFAULTS = ("check-kernel-objects", "check-layers", "test-changed", "test-usb")
+
+
 def python_scripts():
     """All files of the project that Python runs, but for the tests."""
     for folder in (SCRIPTS, ROOT / "fuzz"):
@@ -66,7 +70,7 @@ class ProgramEndTest(unittest.TestCase):
     def test_wrong_arguments_end_every_script_with_status_2(self):
         for path in python_scripts():
             self.assert_ends(self.run_script(path, "--no-such-option"), 2)
-            if path.name not in ("check-kernel-objects", "check-layers"):  # which have defaults
+            if path.name not in WITH_DEFAULTS:
                 self.assert_ends(self.run_script(path), 2)
 
     def test_missing_files_are_named(self):

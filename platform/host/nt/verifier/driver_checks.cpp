@@ -1,3 +1,4 @@
+#include <exception>
 #include <string>
 
 #include "platform/host/nt/declarations/verifier_declarations.h"
@@ -5,10 +6,18 @@
 #include "platform/host/nt/verifier/verifier.h"
 
 namespace lidcam {
+namespace {
+
+// After a violation a thread unwinds at the level that it had, through destructors that call the driver.
+bool IsUnwinding() {
+  return std::uncaught_exceptions() != 0;
+}
+
+}  // namespace
 
 void RequireLevelAtMost(KIRQL level, const char* operation) {
   const KIRQL current = host::CurrentThread().Level;
-  if (current <= level) return;
+  if (current <= level || IsUnwinding()) return;
   host::ReportViolation(operation, "called at interrupt level " + std::to_string(current) +
                                        ", above " + std::to_string(level));
 }
