@@ -124,7 +124,8 @@ TEST(Faults, MarkersStandWhereTheyAreAskedFor) {
   EXPECT_EQ(seen[5].Bytes[1], 0xD8);
   EXPECT_NE(seen[6].Bytes[0], 0xFF);
   constexpr std::array<std::uint8_t, 2> kMarker{0xFF, 0xD8};
-  EXPECT_TRUE(std::ranges::search(seen[6].Bytes, kMarker));
+  const auto& bytes = seen[6].Bytes;
+  EXPECT_NE(std::search(bytes.begin(), bytes.end(), kMarker.begin(), kMarker.end()), bytes.end());
   EXPECT_EQ(Bytes(seen), 153666U);
 }
 
