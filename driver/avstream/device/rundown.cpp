@@ -17,10 +17,12 @@ LONG Read(volatile LONG& state) {
   return InterlockedCompareExchange(&state, 0, 0);
 }
 
-// Adds `change` to `state` atomically; returns the value before.
+// Adds `change` to `state` atomically; returns the value before. The sum wraps: a second close, which
+// the caller asserts against, is no undefined behaviour.
 LONG Add(volatile LONG& state, LONG change) {
   for (LONG seen = Read(state);;) {
-    const LONG before = InterlockedCompareExchange(&state, seen + change, seen);
+    const auto sum = static_cast<LONG>(static_cast<ULONG>(seen) + static_cast<ULONG>(change));
+    const LONG before = InterlockedCompareExchange(&state, sum, seen);
     if (before == seen) return before;
     seen = before;
   }
