@@ -276,7 +276,7 @@ UsbStatus LibusbBus::AwaitControl() {
     if (isDone) control_->Forget();
   }
   if (isDone) return isGone ? UsbStatus::Disconnected : StatusOf(control_->Transfer().status);
-  hasLost_ |= TakeBack(*port_, {&control_, 1}) != 0;
+  if (TakeBack(*port_, {&control_, 1}) != 0) hasLost_ = true;
   return isGone ? UsbStatus::Disconnected : UsbStatus::TimedOut;
 }
 
@@ -302,7 +302,7 @@ UsbStatus LibusbBus::Reserve(const AlternateSetting& setting) {
     return UsbStatus::Failed;
   }
   const SubmitFailure failure = ring_->Try();
-  hasLost_ |= ring_->HasLost();
+  if (ring_->HasLost()) hasLost_ = true;
   if (failure == SubmitFailure::None) return UsbStatus::Ok;
   ring_.reset();
   if (failure == SubmitFailure::Gone) return UsbStatus::Disconnected;
@@ -355,7 +355,7 @@ void LibusbBus::EndReading() {
   const std::lock_guard lock(readMutex_);
   if (ring_ == nullptr) return;
   ring_->Stop();
-  hasLost_ |= ring_->HasLost();
+  if (ring_->HasLost()) hasLost_ = true;
   ring_.reset();
 }
 
@@ -393,7 +393,7 @@ IsochronousResult LibusbBus::ReadIsochronous(std::uint8_t endpoint, std::span<st
     port_->IsReading = false;
     port_->IsAborted = false;
   }
-  hasLost_ |= ring_->HasLost();
+  if (ring_->HasLost()) hasLost_ = true;
   if (ring_->LastFailure() == SubmitFailure::NoMemory && !std::exchange(isMemoryTold_, true)) {
     Tell(UsbNotice::NoMemory, kMemoryRemedy);
   }

@@ -2,6 +2,7 @@
 
 #include <libusb.h>
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -65,7 +66,8 @@ class LibusbBus final : public UsbBus {
   std::vector<AlternateSetting> settings_;
 
   std::shared_ptr<PendingTransfer> control_;
-  bool hasLost_ = false;  ///< libusb has a transfer that it never completed
+  /// libusb has a transfer that it never completed. Set by requests and by reads.
+  std::atomic<bool> hasLost_ = false;
 
   FrameClock clock_;      ///< under the port's mutex
   std::mutex readMutex_;  ///< held over a read, and by the calls that stop the transfers
