@@ -2,8 +2,8 @@
 # spend most of its time on the assertions' code.
 set(lidcam_test_code $<$<CONFIG:Debug>:-O0>)
 
-# Most of a build's time is the tests' own code. It can be compiled once, by a build of its own with
-# g++ and sanitizers, and linked in several other builds.
+# Most of a build's time is the tests' own code. It can be compiled once, by a build of its own, and
+# linked in several others: with the product by g++, and with the product under sanitizers.
 option(LIDCAM_TEST_OBJECTS_ONLY "Compile the tests' own code, for other builds to link, and nothing else" OFF)
 set(LIDCAM_TEST_OBJECTS "" CACHE PATH
   "A build with LIDCAM_TEST_OBJECTS_ONLY whose objects are linked, in place of compiling the tests")
@@ -78,7 +78,6 @@ endfunction()
 
 function(lidcam_link_test_objects name)
   lidcam_read_objects(${name} objects)
-  set_source_files_properties(${objects} PROPERTIES EXTERNAL_OBJECT TRUE)
   add_executable(${name} ${objects})
   set_target_properties(${name} PROPERTIES LINKER_LANGUAGE CXX)
 endfunction()
