@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "apps/lidcam/base/command_error.h"
+#include "bus/faults/fault_source.h"
 
 namespace lidcam::app {
 namespace {
@@ -13,6 +14,15 @@ bool IsOfFrame(const bus::BusFault& fault) {
 }
 
 }  // namespace
+
+bus::FaultScript FaultsOfOption(const std::string& value, std::chrono::microseconds duration) {
+  if (value.empty()) throw UsageError("faults '' are none: give a script, a file or seed=N");
+  try {
+    return bus::LoadFaults(value, duration);
+  } catch (const bus::FaultScriptError& error) {
+    throw UsageError(error.what());
+  }
+}
 
 void RefuseFrameFaults(const bus::FaultScript& script) {
   const auto fault = std::ranges::find_if(script.Faults, IsOfFrame);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <string>
 
@@ -7,6 +8,13 @@
 #include "camera_model/bus_adapter/simulated_bus.h"
 
 namespace lidcam::app {
+
+/// The faults of an option's value: a script, a file with one, or seed=N.
+///
+/// @param duration  bus time over which a seed's faults are spread
+/// Throws UsageError for a value that can't be read.
+[[nodiscard]] bus::FaultScript FaultsOfOption(const std::string& value,
+                                              std::chrono::microseconds duration);
 
 /// Throws UsageError if a script has faults of frames, which only a simulated camera can carry out.
 void RefuseFrameFaults(const bus::FaultScript& script);

@@ -9,23 +9,12 @@
 #include "apps/lidcam/camera/frame_faults.h"
 #include "apps/lidcam/camera/plugged_camera.h"
 #include "bus/capture/replay/capture_bus.h"
-#include "bus/faults/fault_source.h"
 
 namespace lidcam::app {
 namespace {
 
 // A server has no duration over which a seed's faults could be spread.
 constexpr std::chrono::minutes kFaultySpan{10};
-
-std::optional<bus::FaultScript> ScriptOf(const std::optional<std::string>& faults) {
-  if (!faults) return std::nullopt;
-  if (faults->empty()) throw UsageError("faults '' are none: give a script, a file or seed=N");
-  try {
-    return bus::LoadFaults(*faults, kFaultySpan);
-  } catch (const bus::FaultScriptError& error) {
-    throw UsageError(error.what());
-  }
-}
 
 void RequireFile(const std::string& path) {
   std::error_code ignored;
@@ -39,7 +28,8 @@ void RequireFile(const std::string& path) {
 
 serve::CameraSupply::Options ServedCameras(const CameraChoice& choice,
                                            const std::optional<std::string>& faults) {
-  serve::CameraSupply::Options options{.Faults = ScriptOf(faults)};
+  serve::CameraSupply::Options options;
+  if (faults) options.Faults = FaultsOfOption(*faults, kFaultySpan);
   const auto path = CaptureFileOf(choice.Camera);
   if (IsPluggedIn(choice.Camera)) {
     throw UsageError("camera '" + choice.Camera +

@@ -9,7 +9,6 @@
 #include "apps/lidcam/camera/frame_faults.h"
 #include "apps/lidcam/frames/replay_pipeline.h"
 #include "base/time_units.h"
-#include "bus/faults/fault_source.h"
 #include "driver/core/base/camera_trace.h"
 #include "platform/host/nt/declarations/nt_declarations.h"
 
@@ -50,16 +49,10 @@ FaultyPort::FaultyPort(std::unique_ptr<bus::UsbBus> bus, const std::optional<std
                        std::chrono::microseconds duration)
     : bus_(std::move(bus)) {
   if (!faults) return;
-  if (faults->empty()) throw UsageError("faults '' are none: give a script, a file or seed=N");
-  try {
-    const bus::FaultScript script = bus::LoadFaults(*faults, duration);
-    simulated_ = DisturbFrames(*bus_, script, TraceFault);
-    faults_ = std::make_unique<bus::FaultBus>(
-        *bus_,
-        bus::FaultBusOptions{.Script = script, .Sleep = SleepInWorld, .Observer = TraceFault});
-  } catch (const bus::FaultScriptError& error) {
-    throw UsageError(error.what());
-  }
+  const bus::FaultScript script = FaultsOfOption(*faults, duration);
+  simulated_ = DisturbFrames(*bus_, script, TraceFault);
+  faults_ = std::make_unique<bus::FaultBus>(
+      *bus_, bus::FaultBusOptions{.Script = script, .Sleep = SleepInWorld, .Observer = TraceFault});
 }
 
 std::string FaultyPort::Account() const {
