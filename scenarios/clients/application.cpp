@@ -129,7 +129,7 @@ void Application::OpenCamera() {
   if (wasRemoved_) return Require(!NT_SUCCESS(status), "a removed camera is opened");
   if (wasGone_)
     return Require(status == kRemoved, "a camera that is gone answers " + HexOf(status));
-  if (isWrong) return Require(!NT_SUCCESS(status), "a name that nobody has is opened");
+  if (isWrong) return Require(!NT_SUCCESS(status), "an unknown name is opened");
   if (IsSound()) return Require(NT_SUCCESS(status), "answers " + HexOf(status));
   // After the driver's device is removed, the bus's own device is left, which supports no files.
   const bool isAllowed = NT_SUCCESS(status) || clients_.IsGoing() || IsOutOfOrder(status);

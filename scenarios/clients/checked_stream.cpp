@@ -142,7 +142,7 @@ void CheckedStream::Check(const Frame& frame) {
   const bool isBeginning = framesSinceRun_++ < kUnevenFrames;
   stage_.CountFrame(frame.IsWhole);
   stage_.Require(frame.IsWhole || isBeginning || stage_.AllowsDisturbedFrames(),
-                 "a client gets a torn frame from a camera that nobody disturbs");
+                 "a client gets a torn frame from a camera without faults");
   stage_.Require(frame.Duration == format_.FrameInterval(), "a frame has another duration");
   stage_.Require(frame.Options == (hasClock_ ? kStamped : KSSTREAM_HEADER_OPTIONSF_SPLICEPOINT),
                  "a frame has other options");

@@ -189,9 +189,9 @@ void AddControlsCommand(CLI::App& app) {
   CLI::App* const sub =
       AddCommand(app, command, "controls", "picture controls: range, default, value, register");
   sub->footer(
-      "Range and default of the published controls are those that the driver tells\n"
+      "Range and default of the published controls are those that the driver reports\n"
       "applications. A camera without stored settings starts with values of its own, a few\n"
-      "of which differ. For its private controls, Mirror to LED, the driver tells one range\n"
+      "of which differ. For its private controls, Mirror to LED, the driver reports one range\n"
       "for all, 0 to 500: what is shown here is what each takes.\n"
       "Example:\n"
       "  lidcam controls --camera sim:1af0:6010");

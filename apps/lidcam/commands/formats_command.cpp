@@ -158,7 +158,7 @@ void AddFormatsCommand(CLI::App& app) {
   sub->footer(
       "A row for each format that the camera's pin offers: bytes are those of one\n"
       "picture, frames/s is the range of the format, and last comes what the camera names\n"
-      "for pictures of the width. What there really is, lidcam stream tells.\n"
+      "for pictures of the width. lidcam stream shows what is delivered.\n"
       "Examples:\n"
       "  lidcam formats\n"
       "  lidcam formats --json --camera sim:1af0:6010");

@@ -58,7 +58,7 @@ void AddProbeCommand(CLI::App& app) {
   sub->add_flag("-q,--quiet", command->Common.Output.IsQuiet, "say nothing of camera and file");
   sub->footer(
       "Descriptors, identity registers and all others, what comes in each alternate setting,\n"
-      "and a second of frames at each size. What fails is told in its place, and the exit\n"
+      "and a second of frames at each size. A failure is reported in its place, and the exit\n"
       "status is then 1. The report holds no pictures and nothing of the user's.\n"
       "Example:\n"
       "  lidcam probe --camera usb:1-2 -o unit.txt");

@@ -108,7 +108,7 @@ void ProbeReport::AddMachine() {
   AddLine(Format("  bytes a microframe that the bus's devices reserve: %u of %u",
                  bus::ReservedBytesOf(onBus), bus::kReservableBytes));
   const std::string others = bus::NamesOf(onBus, device.Path);
-  AddLine("  also on this bus: " + (others.empty() ? "nothing that Linux tells of" : others));
+  AddLine("  also on this bus: " + (others.empty() ? "nothing that Linux lists" : others));
 }
 
 void ProbeReport::AddDescriptors() {

@@ -100,7 +100,7 @@ std::vector<const Scenario*> ChosenScenarios(const std::string& name) {
   }
   const Scenario* const scenario = scenarios::FindScenario(name);
   if (scenario == nullptr) {
-    throw UsageError("--scenario " + name + ": there is none of this name (--list shows them)");
+    throw UsageError("--scenario " + name + ": no scenario has this name (--list shows them)");
   }
   return {scenario};
 }

@@ -109,7 +109,7 @@ void AddStreamCommand(CLI::App& app) {
       "Lost frames are those that the camera sent behind the first one and that did not\n"
       "arrive; a camera that sends fewer in the dark loses none. When the light state\n"
       "changes the driver leaves two frames out. Frames of a wrong size came from a damaged\n"
-      "raw frame. Processor time is told of streams in real time only.\n"
+      "raw frame. Processor time is reported for streams in real time only.\n"
       "One process at a time has a camera; simulated ones differ by identity and seed.\n"
       "Examples:\n"
       "  lidcam stream --frames 5 -o picture.png\n"

@@ -90,7 +90,7 @@ class Compiler {
     if (line.back() == ']') kind = SetSectionOfName(Trimmed(line.substr(1, line.size() - 2)));
     if (kind == nullptr) {
       isInBadSection_ = true;
-      AddError("'" + std::string(line) + "' is none of [setup], [low light] and [normal]");
+      AddError("'" + std::string(line) + "' is not [setup], [low light] or [normal]");
       return;
     }
     isInBadSection_ = false;
@@ -119,7 +119,7 @@ class Compiler {
     } else if (chip == "raw") {
       CompileRaw(words);
     } else {
-      AddError("'" + std::string(chip) + "' is none of bridge, sensor, wide, raw and a section");
+      AddError("'" + std::string(chip) + "' is not bridge, sensor, wide, raw or a section");
     }
   }
 

@@ -71,7 +71,7 @@ class LayoutReader {
       return false;
     }
     if (SetSectionOfType(type) == nullptr) {
-      AddFault(offset + 4, FormatText("section type %u is none of 1 (setup), 2 (low light) and 3 "
+      AddFault(offset + 4, FormatText("section type %u is not 1 (setup), 2 (low light) or 3 "
                                       "(normal): loading stops here",
                                       type));
     }

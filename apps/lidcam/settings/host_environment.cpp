@@ -92,7 +92,7 @@ class UnreadableSets {
     if (isMissing && !isTreeNamed_) return;
     const std::lock_guard lock(mutex_);
     if (!told_.insert(path).second) return;
-    std::fprintf(stderr, "lidcam: set file '%s' can't be read, the camera goes without it: %s\n",
+    std::fprintf(stderr, "lidcam: set file '%s' can't be read, the camera starts without it: %s\n",
                  path.c_str(), host::StatusText(status).c_str());
   }
 

@@ -54,7 +54,7 @@ RecordEvent DecodeEvent(std::uint8_t letter) {
     case 'E':
       return RecordEvent::Refused;
     default:
-      throw CaptureError("event type " + std::to_string(letter) + " is none of S, C and E");
+      throw CaptureError("event type " + std::to_string(letter) + " is not S, C or E");
   }
 }
 

@@ -72,7 +72,7 @@ constexpr std::array kShown = {
     Level(ControlCode::Sharpness, kSharpnessRange, "edge enhancement"),
     Level(ControlCode::Gamma, kGammaRange, "lower brightens the shadows"),
     Level(ControlCode::WhiteBalanceMode, kWhiteBalanceRange,
-          "told only: the camera takes any value and keeps its own"),
+          "reported only: the camera accepts any value and keeps its own"),
     WithOlderName(Level(ControlCode::BackLight, kBacklightRange, "1: light comes from behind"),
                   "BackLight"),
     Level(ControlCode::ColorEnable, kColorEnableRange, "0: monochrome"),

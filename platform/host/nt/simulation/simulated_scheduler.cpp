@@ -278,7 +278,7 @@ void SimulatedScheduler::CheckNothingLeft() const {
   const std::string pending = FindPendingObject(*this);
   if (!pending.empty()) ReportViolation("end of the simulation", pending + " is still pending");
   const std::string kept = FindKeptObject(*this);
-  if (!kept.empty()) ReportViolation("end of the simulation", kept + " was never let go");
+  if (!kept.empty()) ReportViolation("end of the simulation", kept + " was never released");
   const std::string file = FindOpenFile(*this);
   if (!file.empty()) ReportViolation("end of the simulation", file + " was never closed");
   const std::string request = FindKeptIrp(*this);

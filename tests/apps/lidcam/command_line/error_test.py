@@ -148,7 +148,7 @@ class ErrorTest(CommandLineTest):
         drivers = self.path("tree/system32/drivers")
         os.makedirs(drivers)
         self.assert_one_line_error(stream(self.path("tree")), 0, f"{drivers}/S001.set",
-                                   "goes without it", "there is none of this name")
+                                   "starts without it", "no object has this name")
         os.mkfifo(f"{drivers}/S001.set")
         self.assert_one_line_error(stream(self.path("tree")), 0, f"{drivers}/S001.set", "such as a pipe")
         os.remove(f"{drivers}/S001.set")

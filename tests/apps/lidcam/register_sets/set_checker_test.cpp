@@ -82,8 +82,8 @@ TEST(SetChecker, NamesSectionsThatDoNotAddUp) {
 
 TEST(SetChecker, NamesAnUnknownTypeAndGoesOn) {
   EXPECT_THAT(FaultsOf(SetFile({Section(4, {}), Section(3, {0x22, 0x0A, 0x01})})),
-              ElementsAre("S001.set: offset 8: fault: section type 4 is none of 1 (setup), 2 (low "
-                          "light) and 3 (normal): loading stops here",
+              ElementsAre("S001.set: offset 8: fault: section type 4 is not 1 (setup), 2 (low "
+                          "light) or 3 (normal): loading stops here",
                           "S001.set: offset 20: fault: marker 22 is neither 33 (sensor) nor 11 "
                           "(bridge): the entry is passed over"));
 }
@@ -136,7 +136,7 @@ TEST(SetDisassembler, ShowsABrokenFileWithItsFaults) {
                 99, {Section(4, {0x11, 0x0A, 0x01}), Section(1, {0x22, 0x0A, 0x01, 0x11})})),
             "# 27 bytes, body length 99\n"
             "# fault at offset 0: body length 99, but only 23 bytes follow\n"
-            "# fault at offset 8: section type 4 is none of 1 (setup), 2 (low light) and 3 "
+            "# fault at offset 8: section type 4 is not 1 (setup), 2 (low light) or 3 "
             "(normal): loading stops here\n"
             "# fault at offset 15: 4 bytes of entries are not a multiple of 3\n"
             "# fault at offset 23: marker 22 is neither 33 (sensor) nor 11 (bridge): the entry is "

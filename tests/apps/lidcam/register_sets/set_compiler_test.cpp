@@ -57,13 +57,13 @@ TEST(SetCompiler, NamesEachErrorWithItsLine) {
                        "raw 22 0A\n"
                        "[setup]\n"),
               ElementsAre("a.txt:1: an entry ahead of the first section",
-                          "a.txt:2: '[dark]' is none of [setup], [low light] and [normal]",
+                          "a.txt:2: '[dark]' is not [setup], [low light] or [normal]",
                           "a.txt:5: register 'FFFF' is not in FF00 to FFFE",
                           "a.txt:6: register 'FE0A' is not in FF00 to FFFE",
                           "a.txt:6: value '0' is not two hexadecimal digits",
                           "a.txt:7: an entry reads like: bridge FF0A = 01",
                           "a.txt:8: value '1DD' is not four hexadecimal digits",
-                          "a.txt:9: 'poke' is none of bridge, sensor, wide, raw and a section",
+                          "a.txt:9: 'poke' is not bridge, sensor, wide, raw or a section",
                           "a.txt:10: a raw entry reads like: raw 22 0A 01",
                           "a.txt:11: there is a section [setup] already, in line 4"));
 }

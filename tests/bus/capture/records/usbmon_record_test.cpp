@@ -181,7 +181,7 @@ TEST(UsbmonRecord, EveryShorterHeadIsRefused) {
 }
 
 TEST(UsbmonRecord, EveryContradictionIsNamed) {
-  EXPECT_EQ(RefusalOfUsbmon(kControlSubmit, 8, Hex("54")), "event type 84 is none of S, C and E");
+  EXPECT_EQ(RefusalOfUsbmon(kControlSubmit, 8, Hex("54")), "event type 84 is not S, C or E");
   EXPECT_EQ(RefusalOfUsbmon(kControlSubmit, 9, Hex("04")), "transfer type 4 is above 3");
   EXPECT_EQ(RefusalOfUsbmon(kControlSubmit, 16, Hex("FF FF FF FF FF FF FF FF")),
             "time stamp of -1 s and 123456 us");

@@ -248,7 +248,7 @@ TEST(Simulation, ReportsAReferencedThreadATimerAndAWorkItemThatAreLeft) {
                 ObReferenceObjectByHandle(handle, 0, nullptr, KernelMode, &object, nullptr);
                 ZwClose(handle);
               }),
-              testing::MatchesRegex("end of the simulation: thread 0x.* was never let go"));
+              testing::MatchesRegex("end of the simulation: thread 0x.* was never released"));
   EXPECT_THAT(ViolationOf([] {
                 static KTIMER timer;
                 KeInitializeTimer(&timer);
@@ -258,7 +258,7 @@ TEST(Simulation, ReportsAReferencedThreadATimerAndAWorkItemThatAreLeft) {
   // The simulation may leak the item: only the violation is checked.
   PIO_WORKITEM item = nullptr;
   EXPECT_THAT(ViolationOf([&] { item = IoAllocateWorkItem(nullptr); }),
-              testing::MatchesRegex("end of the simulation: work item 0x.* was never let go"));
+              testing::MatchesRegex("end of the simulation: work item 0x.* was never released"));
   ::operator delete(item);
 }
 
