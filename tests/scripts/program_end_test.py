@@ -23,7 +23,7 @@ WITH_DEFAULTS = ("check-kernel-objects", "check-layers", "test-changed", "test-u
 
 def python_scripts():
     """All files of the project that Python runs, but for the tests."""
-    for folder in (SCRIPTS, ROOT / "fuzz"):
+    for folder in (SCRIPTS, SCRIPTS / "windows", ROOT / "fuzz"):
         for path in sorted(folder.iterdir()):
             if path.is_file() and path.name != "program_end.py":
                 with open(path, "rb") as file:
@@ -75,9 +75,9 @@ class ProgramEndTest(unittest.TestCase):
 
     def test_missing_files_are_named(self):
         missing = self.path("missing")
-        for script, arguments in (("check-kernel-image", (missing,)),
-                                  ("finish-kernel-image", (missing, self.path("out"))),
-                                  ("make-catalogue", (self.path("out"), missing)),
+        for script, arguments in (("windows/check-kernel-image", (missing,)),
+                                  ("windows/finish-kernel-image", (missing, self.path("out"))),
+                                  ("windows/make-catalogue", (self.path("out"), missing)),
                                   ("compare-frames", ("640x480", missing, missing)),
                                   ("gallery.py", (missing, "sim", self.path("out"))),
                                   ("draw-exposure-loop", (missing,)),
@@ -85,14 +85,14 @@ class ProgramEndTest(unittest.TestCase):
             self.assert_one_line(self.run_script(SCRIPTS / script, *arguments), 1, missing)
         self.assert_one_line(self.run_script(ROOT / "fuzz" / "seeds.py", missing, self.path("out")), 1,
                              missing)
-        self.assert_ends(self.run_script(SCRIPTS / "check-kernel-objects", missing), 2, missing)
+        self.assert_ends(self.run_script(SCRIPTS / "windows" / "check-kernel-objects", missing), 2, missing)
 
     def test_files_of_another_kind_are_told(self):
         text = self.path("text")
         with open(text, "w", encoding="ascii") as file:
             file.write("no image\n")
-        for script, arguments in (("check-kernel-image", (text,)),
-                                  ("finish-kernel-image", (text, self.path("out"))),
+        for script, arguments in (("windows/check-kernel-image", (text,)),
+                                  ("windows/finish-kernel-image", (text, self.path("out"))),
                                   ("simulate", ("10", "/bin/false")),
                                   ("simulate", ("10", "/bin/echo"))):
             self.assert_one_line(self.run_script(SCRIPTS / script, *arguments), 1)
