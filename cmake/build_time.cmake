@@ -10,6 +10,13 @@ function(lidcam_compile_together target)
   endif()
 endfunction()
 
+# lidcam_position_independent(TARGET...): objects that a shared library can contain too, with none of their
+# names visible outside of it.
+function(lidcam_position_independent)
+  set_target_properties(${ARGN} PROPERTIES POSITION_INDEPENDENT_CODE ON
+    CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON)
+endfunction()
+
 # lidcam_compile_rooms_together(TARGET...): compiles the sources of each folder as one, except for
 # those with compiler flags or a group of their own.
 function(lidcam_compile_rooms_together)
