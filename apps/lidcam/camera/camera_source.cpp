@@ -88,12 +88,10 @@ std::optional<std::string> UnitOf(const CameraChoice& choice) {
   return std::string(identity.data()) + "-seed" + std::to_string(options.Seed);
 }
 
-std::vector<InputRole> FilesOf(const CameraChoice& choice) {
-  if (const auto capture = CaptureFileOf(choice.Camera)) return {{"capture", *capture}};
-  if (!IsSimulated(choice.Camera)) return {};
+std::optional<std::string> SceneFileOf(const CameraChoice& choice) {
+  if (!IsSimulated(choice.Camera)) return std::nullopt;
   const std::string scene = OptionsOf(choice).SceneFile;
-  if (scene.empty()) return {};
-  return {{"scene", scene}};
+  return scene.empty() ? std::nullopt : std::optional(scene);
 }
 
 SetFiles SetFilesFor(const CameraChoice& choice) {

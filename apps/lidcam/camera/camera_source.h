@@ -3,9 +3,7 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <vector>
 
-#include "apps/lidcam/output/file_roles.h"
 #include "apps/lidcam/settings/host_environment.h"
 #include "bus/capture/replay/capture_source.h"
 #include "bus/usb_bus.h"
@@ -36,9 +34,8 @@ struct CameraChoice {
 /// OpenCamera() does for an invalid name.
 [[nodiscard]] std::optional<std::string> UnitOf(const CameraChoice& choice);
 
-/// The input files of the camera: a capture, or a simulated scene. Throws as OpenCamera() does for
-/// an invalid name.
-[[nodiscard]] std::vector<InputRole> FilesOf(const CameraChoice& choice);
+/// The file of a simulated camera's scene, if it has one. Throws as OpenCamera() does for an invalid name.
+[[nodiscard]] std::optional<std::string> SceneFileOf(const CameraChoice& choice);
 
 /// Opens a capture and finds the camera in it. Throws CommandError or UsageError.
 [[nodiscard]] bus::CaptureSource OpenCapture(const std::string& path,

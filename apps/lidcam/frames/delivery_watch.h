@@ -7,7 +7,7 @@
 #include <optional>
 #include <string_view>
 
-#include "apps/lidcam/frames/frame_log.h"
+#include "apps/lidcam/frames/frame_row.h"
 #include "apps/lidcam/frames/replay_pipeline.h"
 #include "apps/lidcam/settings/trace_observer.h"
 #include "driver/core/record/camera_context.h"

@@ -11,6 +11,7 @@
 #include "apps/lidcam/camera/camera_lock.h"
 #include "apps/lidcam/camera/camera_source.h"
 #include "apps/lidcam/camera/controls/control_table.h"
+#include "apps/lidcam/output/file_roles.h"
 #include "apps/lidcam/settings/host_environment.h"
 #include "apps/lidcam/settings/stream_size.h"
 

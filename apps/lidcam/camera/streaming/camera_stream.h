@@ -9,8 +9,8 @@
 #include "apps/lidcam/camera/controls/control_table.h"
 #include "apps/lidcam/camera/opened_camera.h"
 #include "apps/lidcam/frames/delivery_watch.h"
-#include "apps/lidcam/frames/progress.h"
 #include "apps/lidcam/frames/replay_pipeline.h"
+#include "apps/lidcam/frames/stream_progress.h"
 #include "apps/lidcam/settings/stream_size.h"
 #include "platform/host/client/stream.h"
 
