@@ -5,9 +5,9 @@
 #include <string>
 #include <string_view>
 
-#include "apps/lidcam/frames/frame_row.h"
 #include "apps/lidcam/output/output_file.h"
 #include "camera_model/optics/light_schedule.h"
+#include "library/frames/frame_row.h"
 
 namespace lidcam::app {
 

@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <string>
 
-#include "apps/lidcam/frames/stream_progress.h"
+#include "library/frames/stream_progress.h"
 
 namespace lidcam::app {
 

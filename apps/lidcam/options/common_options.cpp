@@ -4,10 +4,10 @@
 #include <cstdio>
 #include <string>
 
-#include "apps/lidcam/base/command_error.h"
-#include "apps/lidcam/base/interrupt.h"
-#include "apps/lidcam/camera/plugged_camera.h"
 #include "apps/lidcam/output/frame_writer.h"
+#include "library/base/command_error.h"
+#include "library/base/interrupt.h"
+#include "library/camera/plugged_camera.h"
 
 namespace lidcam::app {
 

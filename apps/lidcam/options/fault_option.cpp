@@ -5,11 +5,11 @@
 #include <system_error>
 #include <utility>
 
-#include "apps/lidcam/base/command_error.h"
-#include "apps/lidcam/camera/frame_faults.h"
-#include "apps/lidcam/frames/replay_pipeline.h"
 #include "base/time_units.h"
 #include "driver/core/base/camera_trace.h"
+#include "library/base/command_error.h"
+#include "library/camera/frame_faults.h"
+#include "library/frames/replay_pipeline.h"
 #include "platform/host/nt/declarations/nt_declarations.h"
 
 namespace lidcam::app {
