@@ -100,7 +100,8 @@ class Wait {
     }
     const bool isBrief = (!holder || holder->IsBrief()) && Clock::now() < begin_ + kBriefWait;
     if (!patience_.Waits && !isBrief) {
-      throw CommandError(camera_ + " is in use by " + text + ": --wait waits until it is free");
+      throw CommandError(camera_ + " is in use by " + text + ": --wait waits until it is free",
+                         Failure::InUse);
     }
     if (!isBrief && !isTold_ && !patience_.IsQuiet) {
       std::fprintf(stderr, "lidcam: waiting for %s, in use by %s\n", camera_.c_str(), text.c_str());

@@ -2,7 +2,9 @@
 
 #include <array>
 #include <cstdio>
+#include <filesystem>
 #include <stdexcept>
+#include <system_error>
 
 #include "bus/capture/files/capture_input.h"
 #include "bus/capture/replay/capture_bus.h"
@@ -110,7 +112,9 @@ bus::CaptureSource OpenCapture(const std::string& path, const std::optional<std:
   try {
     return bus::CaptureSource(path, address);
   } catch (const bus::CaptureError& error) {
-    throw CommandError(error.what());
+    std::error_code ignored;
+    const bool isThere = path == "-" || std::filesystem::exists(path, ignored);
+    throw CommandError(error.what(), isThere ? Failure::Other : Failure::NotFound);
   }
 }
 

@@ -19,7 +19,9 @@ void StartCamera(testbed::InstalledTestbed& camera, const bus::UsbDeviceInfo& de
   const NTSTATUS status = camera.Start();
   if (NT_SUCCESS(status)) return;
   const std::string failure = "camera " + IdentityText(device) + " did not come up: ";
-  if (camera.End() == testbed::BusEnd::Unplugged) throw CommandError(failure + "it was unplugged");
+  if (camera.End() == testbed::BusEnd::Unplugged) {
+    throw CommandError(failure + "it was unplugged", Failure::Unplugged);
+  }
   throw CommandError(failure + host::StatusText(status));
 }
 

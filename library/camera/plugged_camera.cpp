@@ -115,6 +115,19 @@ std::string ReasonOf(const bus::PluggedDevice& device, const bus::UsbError& erro
   }
 }
 
+Failure FailureOf(const bus::UsbError& error) {
+  switch (error.Obstacle()) {
+    case bus::UsbObstacle::NoPermission:
+      return Failure::NoPermission;
+    case bus::UsbObstacle::Busy:
+      return Failure::InUse;
+    case bus::UsbObstacle::Gone:
+      return Failure::Unplugged;
+    default:
+      return Failure::Other;
+  }
+}
+
 void TellDriver(const bus::PluggedDevice& device) {
   for (const std::string& driver : bus::UsbSysfs().Device(device.Path).Drivers) {
     if (driver == "usbfs") continue;
@@ -200,13 +213,15 @@ bus::PluggedDevice FindPluggedCamera(const std::string& camera) {
                      "' fits several that are plugged in, name one: " + NamesOfAll(fitting));
   }
   std::string text = "camera '" + camera + "' is not plugged in";
-  if (!host.Obstacle().empty()) throw CommandError(text + ": " + host.Obstacle());
+  if (!host.Obstacle().empty()) {
+    throw CommandError(text + ": " + host.Obstacle(), Failure::NotFound);
+  }
   const auto other = std::ranges::find_if(
       all, [&](const auto& device) { return !name.Path.empty() && device.Path == name.Path; });
   if (other != all.end()) text += ": " + NameOf(*other) + " is another device";
   std::erase_if(all, [](const auto& device) { return !IsCamera(device); });
   if (!all.empty()) text += "; plugged in: " + NamesOfAll(all);
-  throw CommandError(text);
+  throw CommandError(text, Failure::NotFound);
 }
 
 std::optional<bus::PluggedDevice> AwaitPluggedCamera(const PluggedName& name,
@@ -237,7 +252,8 @@ std::unique_ptr<bus::UsbBus> OpenPluggedCamera(const std::string& camera) {
                                  TellNotice(device, notice, line);
                                }});
   } catch (const bus::UsbError& error) {
-    throw CommandError("camera " + NameOf(device) + " can't be opened: " + ReasonOf(device, error));
+    throw CommandError("camera " + NameOf(device) + " can't be opened: " + ReasonOf(device, error),
+                       FailureOf(error));
   }
 }
 

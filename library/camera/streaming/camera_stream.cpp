@@ -47,7 +47,7 @@ client::VideoFormat FormatFor(const client::Camera& camera, const StreamSize& si
 void Prepare(OpenedCamera& opened, client::Stream& pin, const StreamSize& size) {
   const NTSTATUS status = pin.SetState(KSSTATE_ACQUIRE);
   if (NT_SUCCESS(status)) return;
-  if (opened.IsUnplugged()) throw CommandError("the camera was unplugged");
+  if (opened.IsUnplugged()) throw CommandError("the camera was unplugged", Failure::Unplugged);
   const bus::UsbStatus setting = opened.Gate().LastStatus();
   if (setting != bus::UsbStatus::Ok) {
     throw CommandError(SizeText(size) + ": no alternate setting for it was given: " +
@@ -141,9 +141,8 @@ void CameraStream::Run() {
   try {
     pin_.Run();
   } catch (const client::ClientError& error) {
-    throw CommandError(opened_.IsUnplugged()
-                           ? "the camera was unplugged"
-                           : "the stream can't be started: " + host::StatusText(error.Status()));
+    if (opened_.IsUnplugged()) throw CommandError("the camera was unplugged", Failure::Unplugged);
+    throw CommandError("the stream can't be started: " + host::StatusText(error.Status()));
   }
 }
 
