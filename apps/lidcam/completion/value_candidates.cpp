@@ -9,11 +9,11 @@
 #include <utility>
 #include <vector>
 
-#include "apps/lidcam/base/units.h"
-#include "apps/lidcam/camera/controls/control_table.h"
-#include "apps/lidcam/camera/plugged_camera.h"
-#include "apps/lidcam/settings/stream_size.h"
 #include "camera_model/device/camera_identity.h"
+#include "library/base/units.h"
+#include "library/camera/controls/control_table.h"
+#include "library/camera/plugged_camera.h"
+#include "library/settings/stream_size.h"
 #include "scenarios/plays/scenario.h"
 
 namespace lidcam::app {
