@@ -127,6 +127,7 @@ int Run(int argc, char** argv) {
   lidcam::app::AddSimulateCommand(app);
   lidcam::app::AddServeCommand(app);
   app.footer("Exit status: 0 done, 1 failed, 2 wrong use.");
+  app.get_formatter()->column_width(32);
   if (IsCompletion(arguments)) return PrintCompletion(app, arguments);
   int status = kDone;
   try {
