@@ -4,7 +4,6 @@
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
-#include <semaphore>
 #include <string>
 #include <vector>
 
@@ -23,6 +22,8 @@ struct KTHREAD {
 };
 
 namespace lidcam::host {
+
+class ExecutionContext;
 
 /// Events of a thread's object, for the verifier.
 struct ThreadObjectEvents {
@@ -64,7 +65,7 @@ struct Thread {
 
   // Used by the scheduler.
   std::condition_variable Resumed;
-  std::binary_semaphore Baton{0};
+  ExecutionContext* Context = nullptr;  ///< in a simulation
   RunState State = RunState::Ready;
   bool IsWoken = false;
   unsigned Spins = 0;

@@ -46,6 +46,7 @@ bool IsUnwinding() {
 }  // namespace
 
 SimulatedScheduler::SimulatedScheduler(const SimulationOptions& options)
+  main_.Context = &mainContext_;
     : options_(options),
       random_(options.Seed),
       switchOneIn_(kSwitchOneIn[random_.Next() % kSwitchOneIn.size()]),
@@ -66,7 +67,7 @@ SimulatedScheduler::~SimulatedScheduler() {
     Guard guard(Lock());
     StopOthers(guard);
   }
-  for (std::thread& machine : machines_) machine.join();
+  contexts_.clear();
   // After a violation their references are never released.
   for (const void* const object : ThreadObjectsOfWorld(*this)) {
     if (object != &main_.Object) delete static_cast<const KTHREAD*>(object)->Host;
@@ -171,13 +172,13 @@ void SimulatedScheduler::Wake(Thread& thread) {
   thread.State = Thread::RunState::Ready;
 }
 
-// The next thread is woken without the lock held: it takes the lock at once.
+// The next thread runs without the lock held: it takes the lock at once.
 void SimulatedScheduler::PassBaton(Thread& self, Thread& next, Guard& guard) {
   running_ = &next;
   if (&next == &self) return;
   guard.unlock();
-  next.Baton.release();
-  self.Baton.acquire();
+  self.Context->SwitchTo(*next.Context);
+  SetCurrentThread(&self);
   guard.lock();
 }
 
@@ -236,10 +237,12 @@ Thread& SimulatedScheduler::ChooseNext(Guard& guard) {
 
 void SimulatedScheduler::StartMachine(Thread& thread, std::function<void()> body) {
   threads_.push_back(&thread);
-  machines_.emplace_back([&thread, run = std::move(body)] {
-    thread.Baton.acquire();
-    run();
-  });
+  contexts_.push_back(
+      std::make_unique<ExecutionContext>([this, run = std::move(body)]() -> ExecutionContext& {
+        run();
+        return *running_->Context;
+      }));
+  thread.Context = contexts_.back().get();
 }
 
 void SimulatedScheduler::ThreadEnds(Thread& self, Guard& guard) {
@@ -250,7 +253,6 @@ void SimulatedScheduler::ThreadEnds(Thread& self, Guard& guard) {
   } catch (const KernelStopped&) {  // no thread could run any more
     running_ = threads_.back();
   }
-  running_->Baton.release();
 }
 
 void SimulatedScheduler::RunOthersToRest() {

@@ -1,17 +1,17 @@
 #pragma once
 
-#include <condition_variable>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "base/split_mix.h"
 #include "platform/host/nt/scheduling/scheduler.h"
 #include "platform/host/nt/scheduling/thread.h"
+#include "platform/host/nt/simulation/execution_context.h"
 
 namespace lidcam::host {
 
@@ -59,8 +59,8 @@ struct SimulationOutcome {
 /// time.
 ///
 /// The machine thread that makes it belongs to it, as thread 0, during its lifetime; all objects of
-/// the simulation must be initialised within. Each thread is a machine thread that runs only while
-/// it has the one baton, so that sanitizers see ordinary synchronisation.
+/// the simulation must be initialised within. Each other thread has a context of its own (a fiber),
+/// which runs only while it has the one baton.
 class SimulatedScheduler final : public Scheduler {
  public:
   explicit SimulatedScheduler(const SimulationOptions& options);
@@ -121,7 +121,8 @@ class SimulatedScheduler final : public Scheduler {
   Thread* previous_;
   Thread* running_;
   std::vector<Thread*> threads_;  // all that haven't ended, by number
-  std::vector<std::thread> machines_;
+  ExecutionContext mainContext_;
+  std::vector<std::unique_ptr<ExecutionContext>> contexts_;  // of all other threads, ended or not
 };
 
 /// Runs `body` as thread 0 of a simulation and ends it.
