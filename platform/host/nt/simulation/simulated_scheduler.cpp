@@ -16,9 +16,6 @@
 namespace lidcam::host {
 namespace {
 
-constexpr std::uint64_t kFnvOffset = 0xCBF29CE484222325;
-constexpr std::uint64_t kFnvPrime = 0x100000001B3;
-
 // The first of January 2020.
 constexpr LONGLONG kSystemTimeAtStart = 132'223'104'000'000'000;
 
@@ -28,10 +25,6 @@ constexpr unsigned kSpinsOfAWaiter = 64;
 
 // Some races need many switches, others a thread that runs long without one: the seed chooses.
 constexpr std::array<std::uint64_t, 4> kSwitchOneIn{1, 2, 4, 16};
-
-std::uint64_t HashByte(std::uint64_t hash, unsigned byte) {
-  return (hash ^ byte) * kFnvPrime;
-}
 
 const char* StateText(const Thread& thread) {
   if (thread.HasStopped) return "has stopped";
@@ -50,7 +43,6 @@ SimulatedScheduler::SimulatedScheduler(const SimulationOptions& options)
     : options_(options),
       random_(options.Seed),
       switchOneIn_(kSwitchOneIn[random_.Next() % kSwitchOneIn.size()]),
-      outcome_{.TraceHash = kFnvOffset},
       main_(*this, nextThread_++, "main"),
       previous_(SetCurrentThread(&main_)),
       running_(&main_),
@@ -91,12 +83,8 @@ Thread& SimulatedScheduler::PickOf(const std::vector<Thread*>& threads) {
 }
 
 void SimulatedScheduler::Trace(const Thread& self, const char* call) {
-  std::uint64_t hash = HashByte(outcome_.TraceHash, self.Number & 0xFF);
-  for (const char* letter = call; *letter != '\0'; ++letter) {
-    hash = HashByte(hash, static_cast<unsigned char>(*letter));
-  }
-  outcome_.TraceHash = hash;
-  ++outcome_.ScheduleLength;
+  traceHash_.Add(self.Number, call);
+  ++scheduleLength_;
 }
 
 // Spinning threads may be waiting for this progress.
@@ -119,7 +107,7 @@ bool SimulatedScheduler::KeepsBaton() {
 // @return whether the thread is stalled at the point
 bool SimulatedScheduler::BeginPoint(Thread& self, const PointSubject& subject) {
   if (!options_.AtSwitchPoint) return false;
-  const LONGLONG time = options_.AtSwitchPoint({outcome_.ScheduleLength + 1, self, subject});
+  const LONGLONG time = options_.AtSwitchPoint({scheduleLength_ + 1, self, subject});
   if (time <= 0) return false;
   self.StalledUntil = now_ + time;
   return true;
@@ -296,9 +284,7 @@ SimulationOutcome SimulatedScheduler::Finish() {
 }
 
 SimulationOutcome SimulatedScheduler::OutcomeSoFar() const {
-  SimulationOutcome outcome = outcome_;
-  outcome.Time = now_;
-  return outcome;
+  return {.TraceHash = traceHash_.Value(), .ScheduleLength = scheduleLength_, .Time = now_};
 }
 
 // Thread 0 unwinds last: the others use objects on its stack.
@@ -335,7 +321,7 @@ const Thread* SimulatedScheduler::HolderOf(const void* lock) const {
 
 std::string SimulatedScheduler::Describe() const {
   std::string text = "simulation with seed " + std::to_string(options_.Seed) + ", " +
-                     std::to_string(outcome_.ScheduleLength) + " switch points\n";
+                     std::to_string(scheduleLength_) + " switch points\n";
   for (const Thread* const thread : threads_) {
     std::array<char, 200> line{};
     std::snprintf(line.data(), line.size(),

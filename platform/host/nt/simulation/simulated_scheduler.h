@@ -12,6 +12,7 @@
 #include "platform/host/nt/scheduling/scheduler.h"
 #include "platform/host/nt/scheduling/thread.h"
 #include "platform/host/nt/simulation/execution_context.h"
+#include "platform/host/nt/simulation/trace_hash.h"
 
 namespace lidcam::host {
 
@@ -113,7 +114,8 @@ class SimulatedScheduler final : public Scheduler {
   std::uint64_t switchOneIn_;
   LONGLONG now_ = 0;
   std::uint64_t standstill_ = 0;
-  SimulationOutcome outcome_;
+  TraceHash traceHash_;
+  std::uint64_t scheduleLength_ = 0;
   bool isStopping_ = false;
   bool isFinishing_ = false;
   bool isReportingUnderLock_ = false;
