@@ -68,10 +68,11 @@ struct Thread {
   ExecutionContext* Context = nullptr;  ///< in a simulation
   RunState State = RunState::Ready;
   bool IsWoken = false;
-  unsigned Spins = 0;
-  LONGLONG StalledUntil = 0;  ///< interrupt time; the thread doesn't run before
-  bool SpinsForGood = false;  ///< its next turn of a spin loop begins an endless loop
-  bool HasStopped = false;    ///< the endless loop has begun: the thread isn't run any more
+  unsigned Spins = 0;            ///< since the last progress that it has seen
+  std::uint64_t SpinsSince = 0;  ///< number of that progress
+  LONGLONG StalledUntil = 0;     ///< interrupt time; the thread doesn't run before
+  bool SpinsForGood = false;     ///< its next turn of a spin loop begins an endless loop
+  bool HasStopped = false;       ///< the endless loop has begun: the thread isn't run any more
 };
 
 /// The calling thread.

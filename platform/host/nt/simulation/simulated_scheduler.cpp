@@ -39,7 +39,6 @@ bool IsUnwinding() {
 }  // namespace
 
 SimulatedScheduler::SimulatedScheduler(const SimulationOptions& options)
-  main_.Context = &mainContext_;
     : options_(options),
       random_(options.Seed),
       switchOneIn_(kSwitchOneIn[random_.Next() % kSwitchOneIn.size()]),
@@ -47,6 +46,7 @@ SimulatedScheduler::SimulatedScheduler(const SimulationOptions& options)
       previous_(SetCurrentThread(&main_)),
       running_(&main_),
       threads_{&main_} {
+  main_.Context = &mainContext_;
   if (options.KeepsFreedPool) arena_ = PoolArena::Make();
   if (options.HasPreemptionPoints) ++g_preemptiveSimulations;
   // A lock of an earlier world may have had this address.
@@ -78,8 +78,22 @@ LONGLONG SimulatedScheduler::SystemTimeAtStart() const {
   return kSystemTimeAtStart;
 }
 
-Thread& SimulatedScheduler::PickOf(const std::vector<Thread*>& threads) {
-  return *threads[static_cast<std::size_t>(random_.Next() % threads.size())];
+// One of the threads that fulfil a condition; null if none does.
+template <typename Condition>
+Thread* SimulatedScheduler::PickWhere(Condition condition) {
+  candidates_.clear();
+  std::ranges::copy_if(threads_, std::back_inserter(candidates_), condition);
+  if (candidates_.empty()) return nullptr;
+  return candidates_[static_cast<std::size_t>(random_.Next() % candidates_.size())];
+}
+
+bool SimulatedScheduler::IsReady(const Thread& thread) const {
+  return thread.State == Thread::RunState::Ready && thread.StalledUntil <= now_ &&
+         !thread.HasStopped;
+}
+
+bool SimulatedScheduler::OnlySpins(const Thread& thread) const {
+  return thread.SpinsSince == progress_ && thread.Spins >= kSpinsOfAWaiter;
 }
 
 void SimulatedScheduler::Trace(const Thread& self, const char* call) {
@@ -87,17 +101,18 @@ void SimulatedScheduler::Trace(const Thread& self, const char* call) {
   ++scheduleLength_;
 }
 
-// Spinning threads may be waiting for this progress.
+// Spinning threads may be waiting for this progress: their spins are counted anew.
 void SimulatedScheduler::NoteProgress() {
-  for (Thread* const thread : threads_) thread->Spins = 0;
+  ++progress_;
 }
 
 void SimulatedScheduler::NoteSpin(Thread& self, SwitchKind kind) {
-  if (kind == SwitchKind::Spin) {
-    ++self.Spins;
-  } else {
+  if (kind != SwitchKind::Spin) {
     NoteProgress();
+    return;
   }
+  if (std::exchange(self.SpinsSince, progress_) != progress_) self.Spins = 0;
+  ++self.Spins;
 }
 
 bool SimulatedScheduler::KeepsBaton() {
@@ -197,7 +212,7 @@ bool SimulatedScheduler::MoveTime() {
     now_ = *due;
     standstill_ = 0;
   }
-  for (Thread* const thread : threads_) thread->Spins = 0;
+  NoteProgress();
   ExpireTimers(*this);
   return true;
 }
@@ -206,19 +221,14 @@ Thread& SimulatedScheduler::ChooseNext(Guard& guard) {
   // The youngest ends first: threads use objects of the threads that made them.
   if (isStopping_) return *threads_.back();
   while (true) {
-    std::vector<Thread*> ready;
-    std::ranges::copy_if(threads_, std::back_inserter(ready), [this](const Thread* thread) {
-      return thread->State == Thread::RunState::Ready && thread->StalledUntil <= now_ &&
-             !thread->HasStopped;
-    });
-    std::vector<Thread*> eager;
-    std::ranges::copy_if(ready, std::back_inserter(eager),
-                         [](const Thread* thread) { return thread->Spins < kSpinsOfAWaiter; });
-    if (!eager.empty()) return PickOf(eager);
-    if (ready.empty() && isFinishing_ && !EndOfStalls()) return main_;
+    Thread* const eager =
+        PickWhere([this](const Thread* thread) { return IsReady(*thread) && !OnlySpins(*thread); });
+    if (eager != nullptr) return *eager;
+    const auto isReady = [this](const Thread* thread) { return IsReady(*thread); };
+    if (isFinishing_ && std::ranges::none_of(threads_, isReady) && !EndOfStalls()) return main_;
     if (MoveTime()) continue;
     // Threads that only spin may leave their loops; the limit of the standstill detects if not.
-    if (!ready.empty()) return PickOf(ready);
+    if (Thread* const spinning = PickWhere(isReady)) return *spinning;
     ReportUnderLock("scheduler", "deadlock: every thread waits and no time limit runs", guard);
   }
 }

@@ -93,7 +93,10 @@ class SimulatedScheduler final : public Scheduler {
  private:
   using Guard = std::unique_lock<std::mutex>;
 
-  Thread& PickOf(const std::vector<Thread*>& threads);
+  template <typename Condition>
+  Thread* PickWhere(Condition condition);
+  [[nodiscard]] bool IsReady(const Thread& thread) const;
+  [[nodiscard]] bool OnlySpins(const Thread& thread) const;
   Thread& ChooseNext(Guard& guard);
   [[nodiscard]] std::optional<LONGLONG> EndOfStalls() const;
   bool MoveTime();
@@ -114,6 +117,7 @@ class SimulatedScheduler final : public Scheduler {
   std::uint64_t switchOneIn_;
   LONGLONG now_ = 0;
   std::uint64_t standstill_ = 0;
+  std::uint64_t progress_ = 1;  // counts what ends the waiting of spinning threads
   TraceHash traceHash_;
   std::uint64_t scheduleLength_ = 0;
   bool isStopping_ = false;
@@ -123,6 +127,7 @@ class SimulatedScheduler final : public Scheduler {
   Thread* previous_;
   Thread* running_;
   std::vector<Thread*> threads_;  // all that haven't ended, by number
+  std::vector<Thread*> candidates_;
   ExecutionContext mainContext_;
   std::vector<std::unique_ptr<ExecutionContext>> contexts_;  // of all other threads, ended or not
 };
