@@ -10,6 +10,9 @@ namespace lidcam::app {
 ///
 /// They are stored in the camera's registry key, which must be one that is not saved. If the
 /// capture doesn't determine them, the default settings stay. The bus is reset to its start.
-void AdoptRecordedSettings(bus::CaptureBus& bus);
+///
+/// @return false if the capture doesn't contain the whole bring-up: a descriptor or a register is read
+///         to which it has no answer, as when it began later
+[[nodiscard]] bool AdoptRecordedSettings(bus::CaptureBus& bus);
 
 }  // namespace lidcam::app

@@ -5,6 +5,7 @@ Usage: python3 plugged_camera_test.py LIDCAM_OVER_STAND_IN COMMAND_LINE_FOLDER [
 
 import json
 import os
+import re
 import sys
 import unittest
 
@@ -141,6 +142,23 @@ class PluggedCameraTest(command_line.CommandLineTest):
         self.machine(CAMERA, "at 1500 unplug 1")
         text = self.lines("stream", "--duration", "60s", status=1)
         self.assertRegex(text, "the camera was unplugged after frame [0-9]+")
+
+    def test_an_unplugged_camera_ends_a_recording_which_keeps_what_came(self):
+        self.machine(CAMERA, "at 1500 unplug 1")
+        text = self.lines("record", "--duration", "60s", "-o", self.path("bus.pcap"), status=1)
+        told = re.search("the camera was unplugged after frame ([0-9]+)", text)
+        self.assertIsNotNone(told, text)
+        self.machine()
+        replayed = self.lines("replay", self.path("bus.pcap"), "-o", self.path("clip.yuy2"))
+        self.assertIn("1af0:0511 VGA0708", replayed)
+        self.assertGreaterEqual(os.path.getsize(self.path("clip.yuy2")), int(told[1]) * 640 * 480 * 2)
+
+    def test_an_unplugged_camera_ends_a_still_which_leaves_no_file(self):
+        self.machine(CAMERA, "at 1500 unplug 1")
+        self.assert_one_line_error(
+            self.run_lidcam("still", "--settle", "1000", "-q", "-o", self.path("still.png")), 1,
+            "the camera was unplugged: no still was taken")
+        self.assert_nothing_left()
 
     def test_with_wait_the_stream_goes_on_when_the_camera_is_back(self):
         self.machine(CAMERA, "at 1500 unplug 1", "at 2500 " + CAMERA)
