@@ -130,7 +130,7 @@ std::unique_ptr<bus::UsbBus> OpenCamera(const CameraChoice& choice) {
     const bus::CaptureSource source = OpenCapture(*path, choice.Device);
     TellNotes(source);
     auto recorded = std::make_unique<bus::CaptureBus>(source);
-    AdoptRecordedSettings(*recorded);
+    AdoptRecordedSettings(*recorded, choice.DriverKey);
     return recorded;
   }
   if (choice.Device) {
@@ -148,6 +148,12 @@ std::unique_ptr<bus::UsbBus> OpenCamera(const CameraChoice& choice) {
 std::optional<camera_model::LightSchedule> LightOn(const CameraChoice& choice) {
   if (!IsSimulated(choice.Camera)) return std::nullopt;
   return OptionsOf(choice).Light;
+}
+
+void RefuseControlsOfRecording(const CameraChoice& camera) {
+  if (!CaptureFileOf(camera.Camera)) return;
+  throw UsageError("camera '" + camera.Camera +
+                   "' is a recording: its pictures are taken, and no control changes them");
 }
 
 }  // namespace lidcam::app

@@ -122,7 +122,7 @@ fs::path SettingsFile() {
   return HomeFolder() / "registry.reg";
 }
 
-RunSettings OpenHostEnvironment(const Verbosity& verbosity, SetFiles setFiles) {
+void UseSystemRoot(SetFiles setFiles) {
   const fs::path home = HomeFolder();
   const bool isSimulated = setFiles == SetFiles::OfSimulatedCameras;
   const bool isPluggedIn = setFiles == SetFiles::OfPluggedCameras;
@@ -131,9 +131,17 @@ RunSettings OpenHostEnvironment(const Verbosity& verbosity, SetFiles setFiles) {
                                     : home / "system-root");
   // A simulated camera has its own set files; a recorded one used those of its host.
   TellUnreadableSets(isPluggedIn || (isSimulated && NamedRoot().has_value()));
+}
+
+fs::path SettingsFileFor(SetFiles setFiles) {
+  return setFiles == SetFiles::OfHardware ? fs::path() : SettingsFile();
+}
+
+RunSettings OpenHostEnvironment(const Verbosity& verbosity, SetFiles setFiles) {
+  UseSystemRoot(setFiles);
   if (verbosity.ShowsTrace) PrintTraceTo(stderr);
   if (verbosity.ShowsDebug) host::SetDebugPrintSink(PrintDebugMessage);
-  return RunSettings(isSimulated || isPluggedIn ? SettingsFile() : fs::path());
+  return RunSettings(SettingsFileFor(setFiles));
 }
 
 void TraceToStandardOutput() {
