@@ -11,7 +11,6 @@
 #include <charconv>
 #include <chrono>
 #include <csignal>
-#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -23,6 +22,7 @@
 
 #include "library/base/command_error.h"
 #include "library/base/interrupt.h"
+#include "library/base/notices.h"
 #include "library/settings/host_environment.h"
 
 namespace lidcam::app {
@@ -105,7 +105,7 @@ class Wait {
       throw CommandError(camera_ + " is in use by " + text + patience_.HowToWait, Failure::InUse);
     }
     if (!isBrief && !isTold_ && !patience_.IsQuiet) {
-      std::fprintf(stderr, "lidcam: waiting for %s, in use by %s\n", camera_.c_str(), text.c_str());
+      TellUser("waiting for " + camera_ + ", in use by " + text);
       isTold_ = true;
     }
     std::this_thread::sleep_for(kRetry);
@@ -120,13 +120,25 @@ class Wait {
   bool isTold_ = false;
 };
 
+std::string LockFileOf(const std::string& unit) {
+  return (HomeFolder() / ("camera-" + unit + ".lock")).string();
+}
+
 }  // namespace
+
+std::string LockHolderOf(const std::string& unit) {
+  const int file = ::open(LockFileOf(unit).c_str(), O_RDONLY | O_CLOEXEC);
+  if (file < 0) return {};
+  const std::optional<Holder> holder = ReadHolder(file);
+  ::close(file);
+  return holder ? holder->Text() : std::string();
+}
 
 CameraLock::CameraLock(const CameraChoice& choice, const LockPatience& patience) {
   const std::optional<std::string> unit = UnitOf(choice);
   if (!unit) return;
   constexpr mode_t kMode = 0666;  // reduced by the umask
-  const std::string name = (HomeFolder() / ("camera-" + *unit + ".lock")).string();
+  const std::string name = LockFileOf(*unit);
   file_ = ::open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kMode);
   if (file_ < 0) {
     throw CommandError("lock '" + name + "' can't be taken: " + std::strerror(errno));

@@ -16,6 +16,11 @@ struct LockPatience {
   std::optional<std::chrono::milliseconds> Limit{};  ///< of the wait; none: until it is free
 };
 
+/// The process that has a camera open: "1234 (lidcam stream)"; empty if none has.
+///
+/// @param unit  as UnitOf() names it
+[[nodiscard]] std::string LockHolderOf(const std::string& unit);
+
 /// The exclusive lock under which a process opens a camera and changes it, as one driver owns the
 /// hardware. It ends with the process, even a killed one. Recordings need none.
 class CameraLock {

@@ -11,6 +11,7 @@
 #include "camera_model/bus_adapter/simulated_bus.h"
 #include "camera_model/device/camera_options.h"
 #include "library/base/command_error.h"
+#include "library/base/notices.h"
 #include "library/camera/plugged_camera.h"
 #include "library/camera/recorded_settings.h"
 
@@ -120,7 +121,7 @@ bus::CaptureSource OpenCapture(const std::string& path, const std::optional<std:
 
 void TellNotes(const bus::CaptureSource& source) {
   for (const std::string& note : source.Notes()) {
-    std::fprintf(stderr, "lidcam: %s: %s\n", bus::CaptureName(source.Path()).c_str(), note.c_str());
+    TellUser(bus::CaptureName(source.Path()) + ": " + note);
   }
 }
 

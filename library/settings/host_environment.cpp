@@ -14,6 +14,7 @@
 #include <system_error>
 
 #include "library/base/command_error.h"
+#include "library/base/notices.h"
 #include "library/register_sets/set_files.h"
 #include "library/settings/trace_observer.h"
 #include "platform/host/nt/files/files.h"
@@ -92,8 +93,8 @@ class UnreadableSets {
     if (isMissing && !isTreeNamed_) return;
     const std::lock_guard lock(mutex_);
     if (!told_.insert(path).second) return;
-    std::fprintf(stderr, "lidcam: set file '%s' can't be read, the camera goes without it: %s\n",
-                 path.c_str(), host::StatusText(status).c_str());
+    TellUser("set file '" + path.string() +
+             "' can't be read, the camera goes without it: " + host::StatusText(status));
   }
 
  private:

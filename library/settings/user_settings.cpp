@@ -1,11 +1,11 @@
 #include "library/settings/user_settings.h"
 
-#include <cstdio>
 #include <cstring>
 #include <vector>
 
 #include "driver/core/settings/settings_store.h"
 #include "library/base/command_error.h"
+#include "library/base/notices.h"
 #include "platform/host/nt/registry/registry_file.h"
 
 namespace lidcam::app {
@@ -41,7 +41,7 @@ void ChangeUserSettings(const std::filesystem::path& file,
     const std::string reason = messages.empty() ? std::strerror(error) : messages.back();
     throw CommandError("the settings are not stored: " + reason);
   }
-  for (const std::string& message : messages) std::fprintf(stderr, "%s\n", message.c_str());
+  for (const std::string& message : messages) TellUser(message);
 }
 
 void KeepSettings(const std::filesystem::path& file, const std::u16string& driverKey,
