@@ -6,6 +6,7 @@
 #include <numeric>
 #include <optional>
 #include <span>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -40,8 +41,8 @@ constexpr std::array kChoices = {
 };
 
 // The camera's record saves its settings when it is destroyed.
-void Store(bus::UsbBus& bus, const ExposureSettings& settings) {
-  CoreCamera camera(bus);
+void Store(bus::UsbBus& bus, const std::u16string& driverKey, const ExposureSettings& settings) {
+  CoreCamera camera(bus, driverKey);
   camera.Context().AutoExposure = settings.AutoExposure;
   camera.Context().Flicker = settings.Flicker;
   camera.Context().LDMode = settings.LightMode;
@@ -108,10 +109,11 @@ void Change(CameraContext& context, const ExposureSettings& to) {
 
 /// The driver's requests with the settings in the registry, and with those that an application
 /// changes before the first frame.
-BringUp OwnBringUp(bus::CaptureBus& bus, const ExposureSettings& changed) {
+BringUp OwnBringUp(bus::CaptureBus& bus, const std::u16string& driverKey,
+                   const ExposureSettings& changed) {
   bus.ForgetRequests();
   RequestKeeper keeper(bus);
-  CoreCamera camera(keeper);
+  CoreCamera camera(keeper, driverKey);
   BringUp own{.Creation = keeper.Take(), .Start = {}};
   MarkStreaming(camera.Context());
   SelectStreamMode(camera.Context(), {.Width = 640,
@@ -180,11 +182,11 @@ struct RecordedSensor {
   std::optional<std::int32_t> Type{};  ///< nothing if the bring-up failed
 };
 
-RecordedSensor SensorOf(bus::CaptureBus& bus) {
+RecordedSensor SensorOf(bus::CaptureBus& bus, const std::u16string& driverKey) {
   AnswerWatch watch(bus);
   RecordedSensor sensor;
   try {
-    CoreCamera camera(watch);
+    CoreCamera camera(watch, driverKey);
     sensor.Type = camera.Context().SensorType;
   } catch (const CommandError&) {
     // A bring-up that failed when it was recorded also fails in the stream, which reports it.
@@ -193,33 +195,33 @@ RecordedSensor SensorOf(bus::CaptureBus& bus) {
   return sensor;
 }
 
-void Adopt(bus::CaptureBus& bus) {
+void Adopt(bus::CaptureBus& bus, const std::u16string& driverKey) {
   const BringUp recorded = RecordedBringUp(bus);
   const ExposureSettings* best = nullptr;
   std::pair<std::size_t, std::size_t> least;
   for (const ExposureSettings& stored : kChoices) {
     for (const ExposureSettings& changed : kChoices) {
-      Store(bus, stored);
-      const auto distance = Distance(OwnBringUp(bus, changed), recorded);
+      Store(bus, driverKey, stored);
+      const auto distance = Distance(OwnBringUp(bus, driverKey, changed), recorded);
       if (best != nullptr && distance >= least) continue;
       best = &changed;
       least = distance;
     }
   }
-  Store(bus, *best);
+  Store(bus, driverKey, *best);
 }
 
 }  // namespace
 
-bool AdoptRecordedSettings(bus::CaptureBus& bus) {
+bool AdoptRecordedSettings(bus::CaptureBus& bus, const std::u16string& driverKey) {
   const TracePause trace;
   const host::DebugPrintCapture debug;
   RecordedSensor sensor;
   try {
     RunInVirtualTime([&] {
-      sensor = SensorOf(bus);
+      sensor = SensorOf(bus, driverKey);
       // All others expose by themselves, and discard nothing.
-      if (sensor.IsRecorded && sensor.Type == SensorTypeVGA0708) Adopt(bus);
+      if (sensor.IsRecorded && sensor.Type == SensorTypeVGA0708) Adopt(bus, driverKey);
     });
   } catch (const CommandError&) {
     // A failed bring-up also fails in the stream, which reports it.

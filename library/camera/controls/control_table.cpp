@@ -24,6 +24,7 @@ constexpr CameraControl Named(ControlCode code, std::int32_t minimum, std::int32
           .Set = property.Set,
           .Id = property.Id,
           .Part = ControlPart::Value,
+          .Field = FindControl(code)->Field,
           .Minimum = minimum,
           .Maximum = maximum,
           .Default = initial,
@@ -54,6 +55,7 @@ constexpr CameraControl Beside(ControlCode code, ControlPart part, std::string_v
   CameraControl control = Named(code, minimum, maximum, DefaultOfSetting(field), meaning);
   control.Name = name;
   control.Part = part;
+  control.Field = field;
   return control;
 }
 
@@ -240,6 +242,19 @@ void SetValue(const client::Camera& camera, const CameraControl& control, std::i
   } catch (const client::ClientError& error) {
     Refuse(control, "set", error.Status());
   }
+}
+
+// Exposure by hand turns the automatic one off.
+std::vector<NamedSetting> SettingsOf(const CameraControl& control, const CameraContext& context) {
+  const SettingField exposure = &CameraContext::Exposure;
+  const SettingField autoExposure = &CameraContext::AutoExposure;
+  std::vector<NamedSetting> settings;
+  for (const LoadedSetting& setting : kLoadedSettings) {
+    const bool isChanged = setting.Field == control.Field ||
+                           (control.Field == exposure && setting.Field == autoExposure);
+    if (isChanged) settings.push_back({setting.Name, setting.Field.Load(context)});
+  }
+  return settings;
 }
 
 std::span<const CameraControl> AllControls() {
