@@ -7,7 +7,7 @@
 #include <string_view>
 #include <system_error>
 
-#include "apps/lidcam/base/command_error.h"
+#include "library/base/command_error.h"
 
 namespace lidcam::app {
 namespace {

@@ -11,7 +11,7 @@ extern "C" {
 #include <span>
 #include <utility>
 
-#include "apps/lidcam/base/command_error.h"
+#include "library/base/command_error.h"
 
 namespace lidcam::app {
 namespace {

@@ -4,9 +4,9 @@
 #include <memory>
 #include <string>
 
-#include "apps/lidcam/base/units.h"
 #include "apps/lidcam/output/frame_writer.h"
 #include "apps/lidcam/output/output_form.h"
+#include "library/base/units.h"
 
 namespace lidcam::app {
 

@@ -10,8 +10,8 @@
 #include <csetjmp>
 #include <cstdlib>
 
-#include "apps/lidcam/base/command_error.h"
 #include "apps/lidcam/output/yuy2.h"
+#include "library/base/command_error.h"
 
 namespace lidcam::app {
 namespace {

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "apps/lidcam/base/command_error.h"
 #include "apps/lidcam/output/output_form.h"
 #include "apps/lidcam/output/pipeline/constant_rate.h"
 #include "apps/lidcam/output/pipeline/picture_stamp.h"
@@ -12,6 +11,7 @@
 #include "apps/lidcam/output/pipeline/timestamp_file.h"
 #include "apps/lidcam/output/writers/file_writers.h"
 #include "apps/lidcam/output/writers/series_writer.h"
+#include "library/base/command_error.h"
 #ifdef LIDCAM_HAS_FILM
 #include "apps/lidcam/output/film/film_writer.h"
 #endif

@@ -7,8 +7,8 @@
 #include <optional>
 #include <string>
 
-#include "apps/lidcam/base/units.h"
 #include "apps/lidcam/output/frame_writer.h"
+#include "library/base/units.h"
 
 namespace lidcam::app {
 

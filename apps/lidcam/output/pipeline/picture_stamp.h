@@ -10,8 +10,8 @@
 #include <utility>
 #include <vector>
 
-#include "apps/lidcam/base/units.h"
 #include "apps/lidcam/output/frame_writer.h"
+#include "library/base/units.h"
 
 namespace lidcam::app {
 

@@ -3,9 +3,9 @@
 #include <memory>
 #include <utility>
 
-#include "apps/lidcam/base/interrupt.h"
 #include "apps/lidcam/output/output_form.h"
 #include "apps/lidcam/output/writers/series_writer.h"
+#include "library/base/interrupt.h"
 
 namespace lidcam::app {
 

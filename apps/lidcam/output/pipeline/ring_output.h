@@ -9,10 +9,10 @@
 #include <string>
 #include <vector>
 
-#include "apps/lidcam/base/units.h"
 #include "apps/lidcam/output/frame_writer.h"
 #include "apps/lidcam/output/pipeline/motion.h"
 #include "apps/lidcam/output/pipeline/segmented_output.h"
+#include "library/base/units.h"
 
 namespace lidcam::app {
 

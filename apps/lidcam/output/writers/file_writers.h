@@ -4,8 +4,8 @@
 #include <memory>
 #include <string>
 
-#include "apps/lidcam/base/units.h"
 #include "apps/lidcam/output/frame_writer.h"
+#include "library/base/units.h"
 
 namespace lidcam::app {
 
