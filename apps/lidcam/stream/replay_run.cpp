@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "apps/lidcam/frames/progress.h"
+#include "base/time_units.h"
 #include "bus/capture/files/capture_input.h"
 #include "bus/capture/replay/capture_bus.h"
 #include "bus/capture/replay/isochronous_packet_reader.h"
@@ -39,8 +40,10 @@ StreamResult ReplayFramesOnly(const bus::CaptureSource& source, const ReplaySize
   const auto rawBytes = static_cast<std::uint32_t>(EstimateRawBytes(source));
   const std::uint32_t bufferSize = SetRecordedFormat(*context, size.Delivered, size.Raw, rawBytes);
   LimitedWriter limited(writer, limits);
-  ReplayPipeline path(*context, bufferSize, size.Delivered,
-                      [&limited](const DeliveredFrame& frame) { limited.Write(frame.Yuy2); });
+  ReplayPipeline path(
+      *context, bufferSize, size.Delivered, [&limited](const DeliveredFrame& frame) {
+        limited.Write({.Yuy2 = frame.Yuy2, .Time = base::TimeOfMicroframes(frame.Microframe)});
+      });
   bus::IsochronousPacketReader reader(source);
   bus::IsochronousPayload payload;
   ProgressLine progress(!verbosity.IsQuiet);
