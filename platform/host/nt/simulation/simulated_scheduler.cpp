@@ -23,7 +23,7 @@ constexpr LONGLONG kSystemTimeAtStart = 132'223'104'000'000'000;
 // own are shorter.
 constexpr unsigned kSpinsOfAWaiter = 64;
 
-// Some races need many switches, others a thread that runs long without one: the seed chooses.
+// Some races need many switches, others a thread that runs long without one: the seed chooses. Powers of two.
 constexpr std::array<std::uint64_t, 4> kSwitchOneIn{1, 2, 4, 16};
 
 const char* StateText(const Thread& thread) {
@@ -116,7 +116,7 @@ void SimulatedScheduler::NoteSpin(Thread& self, SwitchKind kind) {
 }
 
 bool SimulatedScheduler::KeepsBaton() {
-  return switchOneIn_ != 1 && random_.Next() % switchOneIn_ != 0;
+  return switchOneIn_ != 1 && (random_.Next() & (switchOneIn_ - 1)) != 0;
 }
 
 // @return whether the thread is stalled at the point
