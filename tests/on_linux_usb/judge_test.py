@@ -19,16 +19,14 @@ GUESTS = pathlib.Path(sys.argv.pop(1))
 CAMERAS = [(identity, kind) for identity in judge.IDENTITIES for kind in ("long", "short")]
 
 
+HOME = tempfile.TemporaryDirectory(prefix="lidcam-judge-")
+HERE = steps.Program(PROGRAM, HOME.name)
+
+
 class SpoiltCopy(unittest.TestCase):
     """A copy of a step's folder, and the changes that the judge has to notice."""
 
     STEP = ""
-
-    @classmethod
-    def setUpClass(cls):
-        cls.home = tempfile.TemporaryDirectory(prefix="lidcam-judge-")
-        cls.addClassCleanup(cls.home.cleanup)
-        cls.program = steps.Program(PROGRAM, cls.home.name)
 
     def setUp(self):
         self.folder = pathlib.Path(tempfile.mkdtemp(prefix="lidcam-judge-"))
@@ -101,7 +99,7 @@ class StreamsTest(SpoiltCopy):
     STEP = "vhci/results/streams"
 
     def judge(self):
-        steps.judge_streams(self.folder, self.program)
+        steps.judge_streams(self.folder, HERE)
 
     def test_a_wrong_bit_of_each_size_is_noticed(self):
         for size in steps.SIZES:
@@ -140,7 +138,7 @@ class CaptureTest(SpoiltCopy):
     STEP = "vhci/results/streams"
 
     def judge(self):
-        steps.judge_captures(self.folder, self.program)
+        steps.judge_captures(self.folder, HERE)
 
     def change_records(self, name, change):
         """Puts change(number, record) in the place of each record of a capture."""
@@ -184,7 +182,7 @@ class ControlsTest(SpoiltCopy):
     STEP = "vhci/results/controls"
 
     def judge(self):
-        steps.judge_controls(self.folder, self.program)
+        steps.judge_controls(self.folder, HERE)
 
     def test_a_setting_that_a_replug_forgets_is_noticed(self):
         self.spoil("get.out", "Contrast=12", "Contrast=10")
@@ -227,7 +225,7 @@ class ReplugsTest(SpoiltCopy):
     STEP = "replugs/results/replugs"
 
     def judge(self):
-        steps.judge_replugs(self.folder, self.program)
+        steps.judge_replugs(self.folder, HERE)
 
     def test_wrong_pictures_are_noticed(self):
         for path in sorted(self.folder.glob("*.yuy2")):
@@ -261,7 +259,7 @@ class StallTest(SpoiltCopy):
     STEP = "replugs/results/stall"
 
     def judge(self):
-        steps.judge_stall(self.folder, self.program)
+        steps.judge_stall(self.folder, HERE)
 
     def test_a_stall_that_is_not_told_is_noticed(self):
         self.spoil("stalled.out", "no whole frame", "")
