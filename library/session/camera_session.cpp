@@ -107,8 +107,9 @@ void CameraSession::ReadFacts(const OpenedCamera& opened) {
   facts_.Sensor = SensorName(opened.SensorType());
   for (const KS_DATARANGE_VIDEO& range : opened.Camera().Ranges()) {
     const KS_BITMAPINFOHEADER& bitmap = range.VideoInfoHeader.bmiHeader;
-    const std::vector<LONGLONG> intervals =
+    std::vector<LONGLONG> intervals =
         opened.Camera().FrameIntervals(bitmap.biWidth, bitmap.biHeight);
+    std::ranges::sort(intervals);
     facts_.Formats.push_back({.Size = {bitmap.biWidth, bitmap.biHeight},
                               .ImageBytes = bitmap.biSizeImage,
                               .Intervals = {intervals.begin(), intervals.end()},

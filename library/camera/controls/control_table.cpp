@@ -28,7 +28,8 @@ constexpr CameraControl Named(ControlCode code, std::int32_t minimum, std::int32
           .Minimum = minimum,
           .Maximum = maximum,
           .Default = initial,
-          .Meaning = meaning};
+          .Meaning = meaning,
+          .IsMenu = false};
 }
 
 // A published level, whose range the driver reports.
@@ -59,6 +60,11 @@ constexpr CameraControl Beside(ControlCode code, ControlPart part, std::string_v
   return control;
 }
 
+constexpr CameraControl AsMenu(CameraControl control) {
+  control.IsMenu = true;
+  return control;
+}
+
 constexpr CameraControl WithOlderName(CameraControl control, std::string_view name) {
   control.OlderName = name;
   return control;
@@ -83,12 +89,12 @@ constexpr std::array kShown = {
            0, 1, "1: chip or host exposes by itself"),
     Own(ControlCode::Mirror, 0, 1, "1: left and right exchanged"),
     Own(ControlCode::Vertical, 0, 1, "1: upside down"),
-    Own(ControlCode::Flicker, 0, 2, "mains light: 0 none, 1 50 Hz, 2 60 Hz"),
-    Own(ControlCode::Effect, 0, 5, "picture effect, 0 none"),
+    AsMenu(Own(ControlCode::Flicker, 0, 2, "mains light: 0 none, 1 50 Hz, 2 60 Hz")),
+    AsMenu(Own(ControlCode::Effect, 0, 5, "picture effect, 0 none")),
     WithPart(Own(ControlCode::LightAndLed, 0, 1, "1: holds the low-light registers"),
              ControlPart::Light),
-    Beside(ControlCode::LightAndLed, ControlPart::Led, "LED", &CameraContext::LED, 2, 4,
-           "2 on, 3 off, 4 follows the light"),
+    AsMenu(Beside(ControlCode::LightAndLed, ControlPart::Led, "LED", &CameraContext::LED, 2, 4,
+                  "2 on, 3 off, 4 follows the light")),
 };
 
 // Sensors as bits, so that a row holds for several.

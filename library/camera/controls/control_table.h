@@ -37,6 +37,7 @@ struct CameraControl {
   std::int32_t Maximum;
   std::int32_t Default;
   std::string_view Meaning;
+  bool IsMenu = false;  ///< each value means something of its own
 
   /// Whether the driver reports range and default of this control.
   [[nodiscard]] bool IsTold() const;
