@@ -110,6 +110,7 @@ int Run(int argc, char** argv) {
   lidcam::app::AddPlotCommand(app);
   lidcam::app::AddProbeCommand(app);
   lidcam::app::AddSimulateCommand(app);
+  lidcam::app::AddStatusCommand(app);
   lidcam::app::AddServeCommand(app);
   app.footer("Exit status: 0 done, 1 failed, 2 wrong use.");
   int status = kDone;

@@ -9,6 +9,7 @@
 
 #include "apps/lidcam/frames/progress.h"
 #include "apps/lidcam/output/utf8_text.h"
+#include "apps/lidcam/stream/offered_stream.h"
 #include "base/time_units.h"
 #include "library/base/command_error.h"
 #include "library/base/interrupt.h"
@@ -166,12 +167,14 @@ void Finish(Output* output, StreamResult& result) {
   }
 }
 
-bool RunToLimit(CameraStream& stream, const StreamLimits& limits, const Verbosity& verbosity) {
+bool RunToLimit(CameraStream& stream, const StreamLimits& limits, const Verbosity& verbosity,
+                OfferedStream* offered) {
   ProgressLine progress(!verbosity.IsQuiet);
   SilenceWatch silence;
   while (!IsReached(limits, stream.Counts())) {
     if (IsInterrupted()) return false;
     if (!stream.Advance()) break;
+    if (offered != nullptr) offered->Serve();
     progress.Show(stream.Progress());
     if (!limits.ToleratesSilence) silence.Check(stream.Counts(), stream.Seconds());
   }
@@ -181,8 +184,9 @@ bool RunToLimit(CameraStream& stream, const StreamLimits& limits, const Verbosit
 /// Runs a stream until a limit, an interrupt, or its own end, and takes the frames that are on their way
 /// by then.
 /// @return false if its end was requested earlier
-bool RunToEnd(CameraStream& stream, const StreamLimits& limits, const Verbosity& verbosity) {
-  const bool isComplete = RunToLimit(stream, limits, verbosity);
+bool RunToEnd(CameraStream& stream, const StreamLimits& limits, const Verbosity& verbosity,
+              OfferedStream* offered) {
+  const bool isComplete = RunToLimit(stream, limits, verbosity, offered);
   if (!HasAllFrames(limits, stream.Counts())) stream.TakeRest();
   return isComplete;
 }
@@ -197,7 +201,7 @@ void LimitedWriter::Write(std::span<const std::uint8_t> yuy2) {
 
 StreamResult RunStream(bus::UsbBus& bus, const StreamSize& size, const StreamLimits& limits,
                        std::span<const ControlAssignment> controls, FrameWriter* writer,
-                       const Verbosity& verbosity, FrameLog* log) {
+                       const Verbosity& verbosity, FrameLog* log, const CameraChoice* offer) {
   StreamResult result;
   result.Size = size.Delivered;
   LimitedLog limitedLog(log, limits);
@@ -214,12 +218,16 @@ StreamResult RunStream(bus::UsbBus& bus, const StreamSize& size, const StreamLim
     stream.Opened().WithContext(
         [&](const CameraContext& context) { result.Note = PictureNoteOf(context); });
     const double processorAtRun = ProcessorSeconds();
-    testbed::RunThenEnd([&] { isComplete = RunToEnd(stream, limits, verbosity); },
-                        [&] {
-                          result.ProcessorSeconds = ProcessorSeconds() - processorAtRun;
-                          result.Counts = stream.Counts();
-                          result.IsUnplugged = stream.IsUnplugged();
-                        });
+    std::optional<OfferedStream> offered;
+    if (offer != nullptr) offered.emplace(stream, *offer);
+    testbed::RunThenEnd(
+        [&] { isComplete = RunToEnd(stream, limits, verbosity, offered ? &*offered : nullptr); },
+        [&] {
+          offered.reset();
+          result.ProcessorSeconds = ProcessorSeconds() - processorAtRun;
+          result.Counts = stream.Counts();
+          result.IsUnplugged = stream.IsUnplugged();
+        });
   };
   const StreamSetup setup{.Size = size,
                           .Controls = controls,
