@@ -120,6 +120,7 @@ int Run(int argc, char** argv) {
   lidcam::app::AddControlsCommand(app);
   lidcam::app::AddGetCommand(app);
   lidcam::app::AddSetCommand(app);
+  lidcam::app::AddResetCommand(app);
   lidcam::app::AddRegistersCommand(app);
   lidcam::app::AddSetsCommand(app);
   lidcam::app::AddPlotCommand(app);

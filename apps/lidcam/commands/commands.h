@@ -16,6 +16,7 @@ void AddReplayCommand(CLI::App& app);
 void AddControlsCommand(CLI::App& app);
 void AddGetCommand(CLI::App& app);
 void AddSetCommand(CLI::App& app);
+void AddResetCommand(CLI::App& app);
 void AddRegistersCommand(CLI::App& app);
 void AddSetsCommand(CLI::App& app);
 void AddPlotCommand(CLI::App& app);

@@ -67,6 +67,13 @@ std::vector<ControlLine> ReadLines(const OpenedCamera& opened) {
   return lines;
 }
 
+// None of the controls has a physical unit: all count the levels or choices of a register.
+std::string UnitOf(const ControlLine& line) {
+  if (line.Range.Minimum == 0 && line.Range.Maximum == 1) return "switch";
+  const std::string_view name = line.Control->Name;
+  return name == "Flicker" || name == "Effect" || name == "LED" ? "choice" : "level";
+}
+
 nlohmann::json ToJson(const ControlLine& line) {
   return {{"name", std::string(line.Control->Name)},
           {"minimum", line.Range.Minimum},
@@ -74,6 +81,7 @@ nlohmann::json ToJson(const ControlLine& line) {
           {"step", line.Range.Step},
           {"default", line.Range.Default},
           {"value", line.Value},
+          {"unit", UnitOf(line)},
           {"reports", line.Reports},
           {"hasEffect", line.HasEffect},
           {"meaning", std::string(line.Control->Meaning)}};
@@ -117,12 +125,18 @@ void PrintValues(const ControlValues& controls, bool isJson) {
   if (isJson) std::cout << JsonText(values) << std::endl;
 }
 
-void RunGet(const ControlsCommand& command) {
+/// The controls of these names; all if there is none.
+std::vector<const CameraControl*> ControlsNamed(const std::vector<std::string>& names) {
   std::vector<const CameraControl*> controls;
-  for (const std::string& name : command.Names) controls.push_back(&FindControl(name));
+  for (const std::string& name : names) controls.push_back(&FindControl(name));
   if (controls.empty()) {
     for (const CameraControl& control : AllControls()) controls.push_back(&control);
   }
+  return controls;
+}
+
+void RunGet(const ControlsCommand& command) {
+  const std::vector<const CameraControl*> controls = ControlsNamed(command.Names);
   ControlValues values;
   WithCamera(command, [&](OpenedCamera& opened) {
     for (const CameraControl* const control : controls) {
@@ -167,6 +181,31 @@ void RunSet(const ControlsCommand& command) {
     }
     for (const ControlAssignment& assignment : assignments) {
       values.emplace_back(assignment.Control, ValueOf(opened.Camera(), *assignment.Control));
+    }
+  });
+  settings.Store();
+  PrintValues(values, command.Common.IsJson);
+  FailForTroubles(troubles);
+}
+
+// A control that isn't named may keep a value of the camera's own.
+void RunReset(const ControlsCommand& command) {
+  const CameraChoice& camera = command.Common.Camera;
+  RefuseControlsOfRecording(camera);
+  const std::vector<const CameraControl*> controls = ControlsNamed(command.Names);
+  const CameraLock lock(camera, command.Common.Patience());
+  const RunSettings settings = OpenHostEnvironment(command.Common.Output, SetFilesFor(camera));
+  ControlValues values;
+  std::vector<std::string> troubles;
+  WithOpenedCameraOf(camera, [&](OpenedCamera& opened) {
+    for (const CameraControl* const control : controls) {
+      const ControlAssignment assignment{control, RangeOf(opened.Camera(), *control).Default};
+      Apply(opened.Camera(), assignment);
+      const std::string reason = WhyNotTaken(opened, assignment);
+      if (!reason.empty() && !command.Names.empty()) troubles.push_back(reason);
+    }
+    for (const CameraControl* const control : controls) {
+      values.emplace_back(control, ValueOf(opened.Camera(), *control));
     }
   });
   settings.Store();
@@ -227,6 +266,25 @@ void AddSetCommand(CLI::App& app) {
   sub->callback([command] {
     ChooseCamera(command->Common);
     RunSet(*command);
+  });
+}
+
+void AddResetCommand(CLI::App& app) {
+  const auto command = std::make_shared<ControlsCommand>();
+  CLI::App* const sub = AddCommand(app, command, "reset",
+                                   "put picture controls back to their defaults; they persist");
+  sub->add_option("names", command->Names, "controls; all if none is named")->type_name("NAME");
+  AddWaitOption(*sub, command->Common);
+  sub->footer(
+      "What the camera holds then is printed. The exit status is 1 if a named control did not "
+      "take\n"
+      "its default, or if one could not be stored.\n"
+      "Examples:\n"
+      "  lidcam reset\n"
+      "  lidcam reset Brightness Contrast");
+  sub->callback([command] {
+    ChooseCamera(command->Common);
+    RunReset(*command);
   });
 }
 
