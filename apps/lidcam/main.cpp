@@ -10,6 +10,7 @@
 #include "apps/lidcam/base/standard_output.h"
 #include "apps/lidcam/commands/commands.h"
 #include "apps/lidcam/completion/completer.h"
+#include "apps/lidcam/options/configuration_file.h"
 #include "library/base/command_error.h"
 #include "library/base/interrupt.h"
 
@@ -127,6 +128,7 @@ int Run(int argc, char** argv) {
   lidcam::app::AddProbeCommand(app);
   lidcam::app::AddSimulateCommand(app);
   lidcam::app::AddServeCommand(app);
+  lidcam::app::AddConfigurationFile(app);
   app.footer("Exit status: 0 done, 1 failed, 2 wrong use.");
   app.get_formatter()->column_width(32);
   if (IsCompletion(arguments)) return PrintCompletion(app, arguments);
