@@ -128,6 +128,8 @@ int Run(int argc, char** argv) {
   lidcam::app::AddProbeCommand(app);
   lidcam::app::AddSimulateCommand(app);
   lidcam::app::AddServeCommand(app);
+  lidcam::app::AddDoctorCommand(app);
+  lidcam::app::AddReportCommand(app);
   lidcam::app::AddConfigurationFile(app);
   app.footer("Exit status: 0 done, 1 failed, 2 wrong use.");
   app.get_formatter()->column_width(32);

@@ -23,5 +23,7 @@ void AddPlotCommand(CLI::App& app);
 void AddProbeCommand(CLI::App& app);
 void AddSimulateCommand(CLI::App& app);
 void AddServeCommand(CLI::App& app);
+void AddDoctorCommand(CLI::App& app);
+void AddReportCommand(CLI::App& app);
 
 }  // namespace lidcam::app
