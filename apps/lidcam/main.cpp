@@ -10,6 +10,7 @@
 #include "apps/lidcam/base/standard_output.h"
 #include "apps/lidcam/commands/commands.h"
 #include "apps/lidcam/completion/completer.h"
+#include "apps/lidcam/options/configuration_file.h"
 #include "library/base/command_error.h"
 #include "library/base/interrupt.h"
 
@@ -120,6 +121,7 @@ int Run(int argc, char** argv) {
   lidcam::app::AddControlsCommand(app);
   lidcam::app::AddGetCommand(app);
   lidcam::app::AddSetCommand(app);
+  lidcam::app::AddResetCommand(app);
   lidcam::app::AddRegistersCommand(app);
   lidcam::app::AddSetsCommand(app);
   lidcam::app::AddPlotCommand(app);
@@ -127,6 +129,9 @@ int Run(int argc, char** argv) {
   lidcam::app::AddSimulateCommand(app);
   lidcam::app::AddStatusCommand(app);
   lidcam::app::AddServeCommand(app);
+  lidcam::app::AddDoctorCommand(app);
+  lidcam::app::AddReportCommand(app);
+  lidcam::app::AddConfigurationFile(app);
   app.footer("Exit status: 0 done, 1 failed, 2 wrong use.");
   app.get_formatter()->column_width(32);
   if (IsCompletion(arguments)) return PrintCompletion(app, arguments);

@@ -91,18 +91,6 @@ bool IsInGroup() {
          ::getegid() == wanted->gr_gid;
 }
 
-/// The one command after which the user may open the device.
-std::string PermissionRemedy(const bus::PluggedDevice& device) {
-  if (!HasRule()) {
-    return "sudo chmod a+rw " + device.Node() +
-           " (until it is unplugged; the udev rule that comes with lidcam's installation does it "
-           "for "
-           "good)";
-  }
-  if (!IsInGroup()) return std::string("sudo usermod -aG ") + kGroup + " $USER, and log in again";
-  return "sudo udevadm trigger --action=add /sys/bus/usb/devices/" + device.Path;
-}
-
 std::string ReasonOf(const bus::PluggedDevice& device, const bus::UsbError& error) {
   switch (error.Obstacle()) {
     case bus::UsbObstacle::NoPermission:
@@ -157,6 +145,17 @@ void AwaitPermission(const bus::PluggedDevice& device) {
 }
 
 }  // namespace
+
+std::string PermissionRemedy(const bus::PluggedDevice& device) {
+  if (!HasRule()) {
+    return "sudo chmod a+rw " + device.Node() +
+           " (until it is unplugged; the udev rule that comes with lidcam's installation does it "
+           "for "
+           "good)";
+  }
+  if (!IsInGroup()) return std::string("sudo usermod -aG ") + kGroup + " $USER, and log in again";
+  return "sudo udevadm trigger --action=add /sys/bus/usb/devices/" + device.Path;
+}
 
 bool IsPluggedIn(const std::string& camera) {
   return camera == "usb" || camera.starts_with(kPrefix);

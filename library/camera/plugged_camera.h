@@ -49,6 +49,9 @@ struct PluggedName {
 /// Throws as FindPluggedCamera() does, and CommandError with the reason and its remedy.
 [[nodiscard]] std::unique_ptr<bus::UsbBus> OpenPluggedCamera(const std::string& camera);
 
+/// The one command after which the user may open the device.
+[[nodiscard]] std::string PermissionRemedy(const bus::PluggedDevice& device);
+
 /// The driver or process that uses the device or an interface of it, as text: "uvcvideo",
 /// "process 1234 (lidcam)"; empty if it is free.
 [[nodiscard]] std::string HolderOf(const bus::PluggedDevice& device);

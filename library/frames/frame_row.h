@@ -33,7 +33,8 @@ struct FrameRow {
   std::uint32_t State = LightStateInitial;  ///< a lidcam::LightState
   std::uint32_t Mode = 0;                   ///< the light state machine's result
   ExposureEvents Events{};
-  std::optional<double> Lux{};  ///< light on the scene at delivery; simulated cameras only
+  std::optional<double> Lux{};       ///< light on the scene at delivery; simulated cameras only
+  std::optional<double> LuxSince{};  ///< bus time at which that light began
 
   friend bool operator==(const FrameRow&, const FrameRow&) = default;
 };

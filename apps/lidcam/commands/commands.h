@@ -16,6 +16,7 @@ void AddReplayCommand(CLI::App& app);
 void AddControlsCommand(CLI::App& app);
 void AddGetCommand(CLI::App& app);
 void AddSetCommand(CLI::App& app);
+void AddResetCommand(CLI::App& app);
 void AddRegistersCommand(CLI::App& app);
 void AddSetsCommand(CLI::App& app);
 void AddPlotCommand(CLI::App& app);
@@ -23,5 +24,7 @@ void AddProbeCommand(CLI::App& app);
 void AddSimulateCommand(CLI::App& app);
 void AddStatusCommand(CLI::App& app);
 void AddServeCommand(CLI::App& app);
+void AddDoctorCommand(CLI::App& app);
+void AddReportCommand(CLI::App& app);
 
 }  // namespace lidcam::app

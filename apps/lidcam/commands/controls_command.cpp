@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cstdio>
 #include <functional>
 #include <iostream>
@@ -90,12 +91,18 @@ ControlValues ReadValues(const nlohmann::json& values) {
   return controls;
 }
 
-void RunGet(const ControlsCommand& command) {
+/// The controls of these names; all if there is none.
+std::vector<const CameraControl*> ControlsNamed(const std::vector<std::string>& names) {
   std::vector<const CameraControl*> controls;
-  for (const std::string& name : command.Names) controls.push_back(&FindControl(name));
+  for (const std::string& name : names) controls.push_back(&FindControl(name));
   if (controls.empty()) {
     for (const CameraControl& control : AllControls()) controls.push_back(&control);
   }
+  return controls;
+}
+
+void RunGet(const ControlsCommand& command) {
+  const std::vector<const CameraControl*> controls = ControlsNamed(command.Names);
   ControlValues values;
   RunWhereOpen(
       command.Common,
@@ -163,6 +170,50 @@ void RunSet(const ControlsCommand& command) {
   FailForTroubles(outcome.Troubles);
 }
 
+// A control that isn't named may keep a value of the camera's own.
+SetOutcome ResetHere(const ControlsCommand& command) {
+  const CameraChoice& camera = command.Common.Camera;
+  const std::vector<const CameraControl*> controls = ControlsNamed(command.Names);
+  const CameraLock lock(camera, command.Common.Patience());
+  const RunSettings settings = OpenHostEnvironment(command.Common.Output, SetFilesFor(camera));
+  SetOutcome outcome;
+  WithOpenedCameraOf(camera, [&](OpenedCamera& opened) {
+    for (const CameraControl* const control : controls) {
+      const ControlChange change =
+          ChangeControl(opened, {control, RangeOf(opened.Camera(), *control).Default});
+      if (!change.Trouble.empty()) outcome.Troubles.push_back(change.Trouble);
+    }
+    for (const CameraControl* const control : controls) {
+      outcome.Values.emplace_back(control, ValueOf(opened.Camera(), *control));
+    }
+  });
+  settings.Store();
+  return outcome;
+}
+
+SetOutcome ResetThere(const ControlsCommand& command, ControlClient& client) {
+  const std::vector<const CameraControl*> controls = ControlsNamed(command.Names);
+  ControlsCommand defaults = command;
+  defaults.Names.clear();
+  for (const nlohmann::json& row : client.Ask({{"do", "controls"}}).at("controls")) {
+    const CameraControl& control = FindControl(TextOf(row, "name"));
+    if (std::ranges::find(controls, &control) == controls.end()) continue;
+    defaults.Names.push_back(TextOf(row, "name") + "=" +
+                             std::to_string(row.at("default").get<int>()));
+  }
+  return SetThere(defaults, client);
+}
+
+void RunReset(const ControlsCommand& command) {
+  RefuseControlsOfRecording(command.Common.Camera);
+  SetOutcome outcome;
+  RunWhereOpen(
+      command.Common, [&](ControlClient& client) { outcome = ResetThere(command, client); },
+      [&] { outcome = ResetHere(command); });
+  PrintValues(outcome.Values, command.Common.IsJson);
+  if (!command.Names.empty()) FailForTroubles(outcome.Troubles);
+}
+
 CLI::App* AddCommand(CLI::App& app, const std::shared_ptr<ControlsCommand>& command,
                      const std::string& name, const std::string& description) {
   CLI::App* const sub = app.add_subcommand(name, description);
@@ -216,6 +267,25 @@ void AddSetCommand(CLI::App& app) {
   sub->callback([command] {
     ChooseCamera(command->Common);
     RunSet(*command);
+  });
+}
+
+void AddResetCommand(CLI::App& app) {
+  const auto command = std::make_shared<ControlsCommand>();
+  CLI::App* const sub = AddCommand(app, command, "reset",
+                                   "put picture controls back to their defaults; they persist");
+  sub->add_option("names", command->Names, "controls; all if none is named")->type_name("NAME");
+  AddWaitOption(*sub, command->Common);
+  sub->footer(
+      "What the camera holds then is printed. The exit status is 1 if a named control did not "
+      "take\n"
+      "its default, or if one could not be stored.\n"
+      "Examples:\n"
+      "  lidcam reset\n"
+      "  lidcam reset Brightness Contrast");
+  sub->callback([command] {
+    ChooseCamera(command->Common);
+    RunReset(*command);
   });
 }
 

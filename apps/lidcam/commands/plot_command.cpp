@@ -23,27 +23,24 @@ struct PlotCommand {
   std::string Title = "Exposure loop";
 };
 
-bool IsDrawingOutput(const std::string& path) {
-  if (path == "-") return true;
+PlotForm FormOfDrawing(const std::string& path) {
   std::string ending = std::filesystem::path(path).extension().string();
   std::ranges::transform(ending, ending.begin(),
                          [](unsigned char letter) { return std::tolower(letter); });
+  if (ending == ".png") return PlotForm::Png;
   std::error_code ignored;
-  return ending == ".svg" || std::filesystem::is_other(path, ignored);
-}
-
-void RequireDrawingOutput(const std::string& path) {
-  if (IsDrawingOutput(path)) return;
+  if (path == "-" || ending == ".svg" || std::filesystem::is_other(path, ignored)) {
+    return PlotForm::Svg;
+  }
   throw UsageError("output '" + path +
-                   "' is no file for a drawing: use .svg, or - for standard output; other programs "
-                   "make a PNG of it, such as rsvg-convert");
+                   "' is no file for a drawing: use .svg, .png, or - for SVG on standard output");
 }
 
 void Run(const PlotCommand& command) {
   LookAtFiles({{"log", command.Log}}, {{"-o", command.Output}});
-  RequireDrawingOutput(command.Output);
+  const PlotForm form = FormOfDrawing(command.Output);
   const std::vector<FrameRow> rows = ReadFrameLog(command.Log);
-  const std::string drawing = RunGnuplot(LoopPlotScript(rows, command.Title));
+  const std::string drawing = RunGnuplot(LoopPlotScript(rows, command.Title, form));
   OutputFile file(command.Output);
   file.Write(drawing);
   file.Commit();
@@ -56,7 +53,8 @@ void AddPlotCommand(CLI::App& app) {
   CLI::App* const sub =
       app.add_subcommand("plot", "a drawing of what the exposure loop did in a stream");
   sub->add_option("log", command->Log, "CSV of lidcam stream --log")->type_name("FILE")->required();
-  sub->add_option("-o,--output", command->Output, "an SVG file, or - for standard output")
+  sub->add_option("-o,--output", command->Output,
+                  "an SVG or PNG file, or - for SVG on standard output")
       ->type_name("FILE")
       ->required();
   sub->add_option("--title", command->Title, "heading of the drawing")

@@ -1,3 +1,4 @@
+#include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <iostream>
@@ -14,6 +15,7 @@
 #include "apps/lidcam/options/running_camera.h"
 #include "apps/lidcam/output/output_file.h"
 #include "apps/lidcam/output/output_form.h"
+#include "apps/lidcam/output/pictures/exif_block.h"
 #include "apps/lidcam/output/pictures/jpeg_file.h"
 #include "apps/lidcam/output/png_file.h"
 #include "apps/lidcam/output/utf8_text.h"
@@ -88,27 +90,62 @@ struct StillCamera {
   std::string Identity;
   std::string Sensor;
   std::string Note;  ///< as StreamResult has it
+  FrameRow Loop{};   ///< the exposure loop at the newest frame
+  bool IsSteeredByHost = false;
+  std::int32_t Flicker = FlickerOff;
+  std::chrono::system_clock::time_point Taken{};
+  bool IsLoopKnown = true;  ///< not of a camera that another process has open
 };
 
 StillCamera TakeStill(bus::UsbBus& bus, const StillCommand& command, const StreamSize& size,
                       std::uint32_t value, const StillReport& report) {
   StillCamera camera;
-  WithStream(bus, {.Size = size}, [&](CameraStream& stream) {
+  FrameRow loop;
+  const auto see = [&loop](const StreamFrame& frame) { loop = frame.Report.Loop; };
+  WithStream(bus, {.Size = size, .Frames = see}, [&](CameraStream& stream) {
     const OpenedCamera& opened = stream.Opened();
-    camera = {IdentityText(opened.Device()), std::string(SensorName(opened.SensorType())), {}};
-    opened.WithContext([&](const CameraContext& context) { camera.Note = PictureNoteOf(context); });
+    camera = {.Identity = IdentityText(opened.Device()),
+              .Sensor = std::string(SensorName(opened.SensorType())),
+              .Note = {}};
+    camera.IsSteeredByHost = opened.SensorType() == SensorTypeVGA0708;
+    opened.WithContext([&](const CameraContext& context) {
+      camera.Note = PictureNoteOf(context);
+      camera.Flicker = context.Flicker;
+    });
     StreamRunner runner(stream, command);
     runner.RunUntil([&] { return stream.Counts().Delivered() >= command.SettleFrames; });
     AskForStill(opened, value);
     runner.RunUntil([&] { return report.Status().has_value(); });
+    camera.Taken = std::chrono::system_clock::now();
   });
+  camera.Loop = loop;
   return camera;
 }
 
-void WritePicture(OutputFile& file, const StillPicture& still) {
+// The sensor exposes as it was brought up until the loop's first step.
+constexpr std::uint32_t kPeriodsAtBringUp = 3;
+constexpr std::uint32_t kCoarseGainAtBringUp = 3;
+constexpr std::uint32_t kFineGainAtBringUp = 156;
+
+PictureFacts FactsOf(const StillCamera& camera) {
+  PictureFacts facts{.Camera = camera.Identity + " " + camera.Sensor, .Taken = camera.Taken};
+  if (!camera.IsLoopKnown) return facts;
+  facts.Comment = "luma=" + std::to_string(camera.Loop.Luma);
+  if (!camera.IsSteeredByHost) return facts;
+  const bool hasStepped = camera.Loop.Exposure != 0;
+  // Brought up for 50 Hz light, whatever the control says.
+  facts.PeriodsASecond = hasStepped && camera.Flicker == Flicker60Hz ? 120 : 100;
+  facts.ExposurePeriods = hasStepped ? camera.Loop.Exposure : kPeriodsAtBringUp;
+  facts.Comment +=
+      " coarse_gain=" + std::to_string(hasStepped ? camera.Loop.CoarseGain : kCoarseGainAtBringUp) +
+      " fine_gain=" + std::to_string(hasStepped ? camera.Loop.FineGain : kFineGainAtBringUp);
+  return facts;
+}
+
+void WritePicture(OutputFile& file, const StillPicture& still, const StillCamera& camera) {
   const OutputForm form = FormOfOutput(file.Path());
   if (form == OutputForm::JpegSeries) {
-    file.Write(EncodeJpeg(file.Path(), still.Size, still.Yuy2));
+    file.Write(EncodeJpeg(file.Path(), still.Size, still.Yuy2, MakeExif(FactsOf(camera))));
   } else if (form == OutputForm::PngSeries) {
     std::vector<std::uint8_t> rgb;
     ConvertToRgb(still.Yuy2, still.Size, rgb);
@@ -174,7 +211,7 @@ void TakeHere(const StillCommand& command, const StreamSize& size, std::uint32_t
   RunInTimeOf(choice, [&] { taker = TakeStill(port.Bus(), command, fitting, value, report); });
   report.RequireWritten();
   const StillPicture still = ReadStillFile(value);
-  WritePicture(file, still);
+  WritePicture(file, still, taker);
   PrintStill(command, taker, still);
 }
 
@@ -185,12 +222,13 @@ void TakeThere(const StillCommand& command, ControlClient& client, std::uint32_t
   auto yuy2 = FromBase64(answer.at("yuy2").get<std::string>());
   if (!yuy2) throw CommandError("the process that has the camera open sent no picture");
   const StillPicture still = DecodeStill(std::move(*yuy2), value);
-  WritePicture(file, still);
-  PrintStill(command,
-             {.Identity = answer.at("identity").get<std::string>(),
-              .Sensor = answer.at("sensor").get<std::string>(),
-              .Note = {}},
-             still);
+  const StillCamera taker{.Identity = answer.at("identity").get<std::string>(),
+                          .Sensor = answer.at("sensor").get<std::string>(),
+                          .Note = {},
+                          .Taken = std::chrono::system_clock::now(),
+                          .IsLoopKnown = false};
+  WritePicture(file, still, taker);
+  PrintStill(command, taker, still);
 }
 
 // Whether the still is to be one of a running stream as well as of one of this process.
@@ -237,9 +275,10 @@ void AddStillCommand(CLI::App& app) {
                 "don't wait for bus time: as fast as this machine can");
   AddWaitOption(*sub, command->Common);
   AddFaultOption(*sub, command->Faults);
-  sub->add_option("-o,--output", command->Output,
-                  ".png, or .yuy2 for the bytes as the driver wrote them; both show the driver's "
-                  "two marks in the last two pixels")
+  sub->add_option(
+         "-o,--output", command->Output,
+         ".png, .jpg with time, exposure, gain and camera as Exif, or .yuy2 for the bytes "
+         "as the driver wrote them; all show the driver's two marks in the last two pixels")
       ->type_name("FILE")
       ->required();
   AddOutputOptions(*sub, command->Common);

@@ -16,6 +16,18 @@ std::string ShortestText(double value) {
   return {text.data(), result.ptr};
 }
 
+std::string TextOf(std::optional<double> value) {
+  return value ? ShortestText(*value) : std::string();
+}
+
+double BeginOf(const camera_model::LightSchedule& light, double seconds) {
+  double begin = 0;
+  for (const camera_model::LightStep& step : light) {
+    if (step.Seconds <= seconds) begin = step.Seconds;
+  }
+  return begin;
+}
+
 }  // namespace
 
 std::string ToCsv(const FrameRow& row) {
@@ -28,7 +40,7 @@ std::string ToCsv(const FrameRow& row) {
                 row.Lines, static_cast<int>(state.size()), state.data(),
                 static_cast<int>(mode.size()), mode.data(), row.Events.Steps, row.Events.Commits,
                 row.Events.Refused);
-  return text.data() + (row.Lux ? ShortestText(*row.Lux) : std::string());
+  return text.data() + TextOf(row.Lux) + "," + TextOf(row.LuxSince);
 }
 
 FrameLog::FrameLog(const std::string& path, std::optional<camera_model::LightSchedule> light)
@@ -39,7 +51,10 @@ FrameLog::FrameLog(const std::string& path, std::optional<camera_model::LightSch
 
 void FrameLog::Add(FrameRow row) {
   row.Frame = ++frames_;
-  if (light_) row.Lux = camera_model::LuxAt(*light_, row.Seconds);
+  if (light_) {
+    row.Lux = camera_model::LuxAt(*light_, row.Seconds);
+    row.LuxSince = BeginOf(*light_, row.Seconds);
+  }
   file_.Write(ToCsv(row) + "\n");
   file_.MarkWhole();
 }

@@ -14,7 +14,7 @@ namespace lidcam::app {
 /// First line of a log, without its line end.
 inline constexpr std::string_view kFrameLogHeader =
     "frame,time_s,luma,level,index,exposure,coarse_gain,fine_gain,lines,light_state,light_mode,"
-    "steps,commits,refused,lux";
+    "steps,commits,refused,lux,lux_since_s";
 
 /// One row in the order of the header, without a line end.
 [[nodiscard]] std::string ToCsv(const FrameRow& row);

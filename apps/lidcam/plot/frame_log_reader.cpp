@@ -18,6 +18,9 @@ namespace {
 // A longer row means that the file is not a log.
 constexpr std::size_t kLongestQuote = 60;
 
+// Logs of before didn't say when the light began.
+constexpr std::string_view kOlderHeader = kFrameLogHeader.substr(0, kFrameLogHeader.rfind(','));
+
 // The current log and line, for errors.
 struct Place {
   const std::string& Name;
@@ -49,8 +52,8 @@ std::vector<std::string_view> Split(std::string_view line) {
 // The fields of one row, taken from left to right.
 class RowFields {
  public:
-  RowFields(const Place& place, std::string_view line)
-      : place_(place), names_(Split(kFrameLogHeader)), fields_(Split(line)) {
+  RowFields(const Place& place, std::string_view header, std::string_view line)
+      : place_(place), names_(Split(header)), fields_(Split(line)) {
     if (fields_.size() == names_.size()) return;
     place_.Refuse("there are " + std::to_string(fields_.size()) + " fields in place of " +
                   std::to_string(names_.size()));
@@ -78,7 +81,13 @@ class RowFields {
     return *number;
   }
 
-  [[nodiscard]] bool IsNextEmpty() const { return fields_[next_].empty(); }
+  /// Nothing for an empty field, and for one that the log doesn't have.
+  std::optional<double> TakeIfAny(double lowest, double highest) {
+    if (next_ == fields_.size()) return std::nullopt;
+    if (!fields_[next_].empty()) return Take<double>(lowest, highest);
+    ++next_;
+    return std::nullopt;
+  }
 
  private:
   template <typename Number>
@@ -101,8 +110,8 @@ constexpr std::uint32_t kMostPerFrame = 1000;  // bus accesses of one frame's ex
 constexpr double kLongestSeconds = 1e7;
 constexpr double kMostLux = 1e6;
 
-FrameRow ParseRow(const Place& place, std::string_view line) {
-  RowFields fields(place, line);
+FrameRow ParseRow(const Place& place, std::string_view header, std::string_view line) {
+  RowFields fields(place, header, line);
   FrameRow row;
   row.Frame = fields.Take<std::uint64_t>(1, UINT64_MAX);
   row.Seconds = fields.Take<double>(0, kLongestSeconds);
@@ -118,7 +127,8 @@ FrameRow ParseRow(const Place& place, std::string_view line) {
   row.Events.Steps = fields.Take<std::uint32_t>(0, kMostPerFrame);
   row.Events.Commits = fields.Take<std::uint32_t>(0, kMostPerFrame);
   row.Events.Refused = fields.Take<std::uint32_t>(0, kMostPerFrame);
-  if (!fields.IsNextEmpty()) row.Lux = fields.Take<double>(0, kMostLux);
+  row.Lux = fields.TakeIfAny(0, kMostLux);
+  row.LuxSince = fields.TakeIfAny(0, kLongestSeconds);
   return row;
 }
 
@@ -146,13 +156,14 @@ std::vector<FrameRow> ReadFrameLog(std::istream& input, const std::string& name)
   Place place{name, 1};
   std::string line;
   if (!ReadLine(input, line)) place.Refuse("the file is empty; lidcam stream --log writes one");
-  if (WithoutByteOrderMark(line) != kFrameLogHeader) {
+  const std::string header(WithoutByteOrderMark(line));
+  if (header != kFrameLogHeader && header != kOlderHeader) {
     place.Refuse("the header is " + Quoted(line) + " in place of " + std::string(kFrameLogHeader));
   }
   std::vector<FrameRow> rows;
   while (ReadLine(input, line)) {
     ++place.Line;
-    const FrameRow row = ParseRow(place, line);
+    const FrameRow row = ParseRow(place, header, line);
     CheckOrder(place, rows, row);
     rows.push_back(row);
   }

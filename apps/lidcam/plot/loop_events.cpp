@@ -9,7 +9,9 @@ constexpr std::int32_t kIndexOfNewCamera = 30;
 
 void AddEvents(const FrameRow* before, const FrameRow& row, std::vector<LoopEvent>& events) {
   const auto add = [&](LoopEventKind kind) { events.push_back({kind, row.Seconds}); };
-  if (before != nullptr && before->Lux != row.Lux) add(LoopEventKind::LightChange);
+  if (before != nullptr && before->Lux != row.Lux) {
+    events.push_back({LoopEventKind::LightChange, row.LuxSince.value_or(row.Seconds)});
+  }
   const std::uint32_t stateBefore = before != nullptr ? before->State : LightStateInitial;
   if (stateBefore != row.State) add(LoopEventKind::Transition);
   const std::int32_t indexBefore = before != nullptr ? before->Index : kIndexOfNewCamera;

@@ -1,18 +1,28 @@
 # The drawing of an exposure loop. Ahead of this stand, from the log:
-#   heading, summary   texts
+#   drawing            the form: svg, pngcairo
+#   heading, summary   texts, the first of several lines
+#   has_loop           whether the host steers this sensor's exposure
 #   end                seconds at the right edge
 #   has_light, lux_low, lux_high
 #   $frames            seconds, light, luminance, index, exposure, fine gain, coarse gain
 #   $states            from, to, number of the light state
 #   $lights            seconds, light, text
+#   $light_curve       seconds, light
 #   $events            seconds, lane
 #   $moments           of those, what all panels show: lanes 0 and 1
 #   counts             events of each lane
 
 width = 1200
-height = has_light ? 990 : 878
-set terminal svg size width, height font 'sans-serif,12' background '#ffffff'
+# Lines of the heading behind the first one move everything down.
+top = 26 * (|heading| - 1)
+height = (has_light ? 990 : 878) + top
 set encoding utf8
+if (drawing eq 'svg') {
+  set terminal svg size width, height font 'sans-serif,12' background '#ffffff'
+} else {
+  # Its letters count in points, of which 72 make 96 pixels.
+  set terminal pngcairo size width, height font 'sans-serif,12' fontscale 0.75 background '#ffffff'
+}
 
 # Colours that stay apart without red or green: they differ in lightness as well.
 ink = '#1f2328'
@@ -40,7 +50,7 @@ array tint[4] = ['#f1f8fd', '#e6e3ef', '#f2f2f2', '#fdf4db']
 array upon[4] = ['#1f2328', '#ffffff', '#1f2328', '#1f2328']
 
 x_of(pixels) = pixels / (1.0 * width)
-y_of(pixels) = 1 - pixels / (1.0 * height)
+y_of(pixels) = 1 - (pixels + top) / (1.0 * height)
 pixels_of(seconds) = seconds * 1000.0 / end
 width_of(text, size) = strlen(text) * size * 0.56
 field(line, column) = real(word(line, column))
@@ -59,7 +69,10 @@ unset xtics
 unset ytics
 unset border
 
-set label heading at screen x_of(100), y_of(27) left font 'sans-serif:Bold,21' textcolor rgb ink
+do for [i = 1:|heading|] {
+  set label heading[i] at screen x_of(100), y_of(27 - top + 26 * (i - 1)) left font 'sans-serif:Bold,21' \
+    textcolor rgb ink
+}
 set label summary at screen x_of(100), y_of(51) left font ',13.5' textcolor rgb faint
 h = 100
 @panel
@@ -144,7 +157,7 @@ if (has_light) {
       free_from = pixels_of(at) + width_of(amount, 12) + 11
     }
   }
-  plot $frames using 1:($2 > lux_low ? $2 : lux_low) with steps @light_line notitle
+  plot $light_curve using 1:($2 > lux_low ? $2 : lux_low) with steps @light_line notitle
   unset label
   unset logscale y
   set format y '%g'
@@ -170,8 +183,14 @@ set y2range [0:84]
 set y2tics (0, 20, 40, 54, 76) scale 0 font ',12' textcolor rgb index_colour
 set label 'exposure (periods)' @left_title textcolor rgb exposure_colour
 set label 'index' @right_title textcolor rgb index_colour
-plot $frames using 1:4 axes x1y2 with steps @index_line notitle, \
-     $frames using 1:5 with steps @exposure_line notitle
+no_loop = 'this sensor exposes by itself: the host has no loop over it'
+if (has_loop) {
+  plot $frames using 1:4 axes x1y2 with steps @index_line notitle, \
+       $frames using 1:5 with steps @exposure_line notitle
+} else {
+  set label no_loop at graph 0.5, graph 0.5 center font ',15' textcolor rgb faint
+  plot NaN notitle
+}
 unset label
 
 h = 110
@@ -182,8 +201,13 @@ set y2range [0:3.6]
 set y2tics (0, 1, 2, 3) textcolor rgb coarse_colour
 set label 'fine gain' @left_title textcolor rgb fine_colour
 set label 'coarse gain' @right_title textcolor rgb coarse_colour
-plot $frames using 1:7 axes x1y2 with steps @coarse_line notitle, \
-     $frames using 1:6 with steps @fine_line notitle
+if (has_loop) {
+  plot $frames using 1:7 axes x1y2 with steps @coarse_line notitle, \
+       $frames using 1:6 with steps @fine_line notitle
+} else {
+  set label no_loop at graph 0.5, graph 0.5 center font ',15' textcolor rgb faint
+  plot NaN notitle
+}
 unset label
 unset object
 unset arrow
@@ -199,7 +223,7 @@ set ytics ('light change' 0.5, 'transition' 1.5, 'step up' 2.5, 'step down' 3.5,
 set y2tics (word(counts, 1) 0.5, word(counts, 2) 1.5, word(counts, 3) 2.5, word(counts, 4) 3.5, \
   word(counts, 5) 4.5, word(counts, 6) 5.5) font ',12.5' textcolor rgb faint
 set xtics nomirror out scale 0.5 offset 0, 0.4 font ',12' textcolor rgb ink
-set label "time since the stream's start (s)" at graph 0.5, screen y_of(height - 14) center \
+set label "time since the stream's start (s)" at graph 0.5, screen y_of(height - top - 14) center \
   font 'sans-serif:Bold,13' textcolor rgb ink
 in_lane(lane) = $2 == lane ? lane + 0.5 : NaN
 lanes = 'plot NaN notitle'

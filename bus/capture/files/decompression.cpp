@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -27,7 +28,7 @@ struct ArchiveCloser {
   void operator()(archive* reader) const { archive_read_free(reader); }
 };
 
-/// The library's reader of one compressed file, read as an archive with a single entry.
+/// The library's reader of one compressed file: of an archive, which a report is, its recording, otherwise the whole.
 class Decompressor {
  public:
   Decompressor(ByteSource source, DecompressionEnd& end)
@@ -39,6 +40,7 @@ class Decompressor {
     archive_read_support_filter_gzip(reader_.get());
     archive_read_support_filter_xz(reader_.get());
     archive_read_support_filter_zstd(reader_.get());
+    archive_read_support_format_tar(reader_.get());
     archive_read_support_format_raw(reader_.get());
     archive_read_support_format_empty(reader_.get());
     return true;
@@ -59,7 +61,7 @@ class Decompressor {
     hasBegun_ = true;
     archive_entry* entry = nullptr;
     int result = archive_read_open(reader_.get(), this, nullptr, ReadBlock, nullptr);
-    if (result == ARCHIVE_OK) result = archive_read_next_header(reader_.get(), &entry);
+    if (result == ARCHIVE_OK) result = FindCapture(entry);
     const bool isOpen = result == ARCHIVE_OK || result == ARCHIVE_WARN;
     // The library does not recognise a compressed file that is cut within its header, and returns
     // its bytes unchanged.
@@ -70,6 +72,22 @@ class Decompressor {
       end_.IsCut = true;
     } else if (result != ARCHIVE_EOF) {
       NoteError();
+    }
+  }
+
+  int FindCapture(archive_entry*& entry) {
+    bool isArchive = false;
+    while (true) {
+      const int result = archive_read_next_header(reader_.get(), &entry);
+      if (result == ARCHIVE_EOF && isArchive) {
+        end_.Damage = "the archive contains no recording, which ends in .pcap";
+      }
+      if (result != ARCHIVE_OK && result != ARCHIVE_WARN) return result;
+      isArchive = archive_format(reader_.get()) != ARCHIVE_FORMAT_RAW;
+      const char* const name = archive_entry_pathname(entry);
+      if (!isArchive || (name != nullptr && std::string_view(name).ends_with(".pcap"))) {
+        return result;
+      }
     }
   }
 

@@ -30,6 +30,23 @@ class ControlsTest(CommandLineTest):
             self.lidcam("set", "AutoExposure=1", "Contrast=10")
         self.assert_one_line_error(self.run_lidcam("stream", "--save"), 2, "--save", "--set")
 
+    def test_reset_puts_the_named_controls_back_to_their_defaults_or_all(self):
+        self.lidcam("set", "Contrast=12", "Mirror=1", "Exposure=30")
+        self.assertEqual(self.lidcam("reset", "Contrast"), "Contrast=10\n")
+        self.assertEqual(self.lidcam("get", "Contrast", "Mirror", "Exposure"),
+                         "Contrast=10\nMirror=1\nExposure=30\n")
+        self.lidcam("reset")
+        for row in json.loads(self.lidcam("controls", "--json")):
+            if row["name"] != "WhiteBalance":  # of which the camera keeps its own value
+                self.assertEqual(row["value"], row["default"], row["name"])
+
+    def test_a_script_gets_range_step_default_value_and_unit_of_each_control(self):
+        rows = {row["name"]: row for row in json.loads(self.lidcam("controls", "--json"))}
+        contrast = rows["Contrast"]
+        self.assertEqual([contrast[key] for key in ("minimum", "maximum", "step", "default", "value",
+                                                    "unit")], [1, 16, 1, 10, 10, "level"])
+        self.assertEqual((rows["Mirror"]["unit"], rows["Flicker"]["unit"]), ("switch", "choice"))
+
     def test_only_set_and_save_write_settings(self):
         for arguments in (("get",), ("controls",), ("formats",), ("registers", "dump", "bridge"),
                           ("registers", "write", "bridge", "0x77", "0x21"),

@@ -10,7 +10,7 @@ from command_line import CommandLineTest
 ROOT = os.path.join(os.path.dirname(os.path.abspath(__file__)), "../../../..")
 
 # Programs of other packages, without which a line can't be run here.
-OTHERS = ("tshark", "editcap", "gnuplot", "ffplay", "xz")
+OTHERS = ("tshark", "editcap", "gnuplot", "ffplay", "ffmpeg", "xz")
 
 
 def lines_of(document):
@@ -35,6 +35,9 @@ class DocumentsTest(CommandLineTest):
             expected = 1 if "# ends with 1" in line else 0
             self.assertEqual(result.returncode, expected,
                              f"{document}: {line}\n{result.stderr.decode()[-500:]}")
+
+    def test_the_recipes_of_the_cookbook(self):
+        self.assert_works("docs/cookbook.md", 9)
 
     def test_the_first_commands_of_the_readme(self):
         self.assert_works("README.md", 2)

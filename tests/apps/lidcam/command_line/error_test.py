@@ -66,7 +66,7 @@ class ErrorTest(CommandLineTest):
                 (("list", ""), ("''", "names no file")),
                 (("record", "--fast", "--frames", "1", "-o", ""), ("''", "names no file")),
                 (("plot", "frames.csv", "-o", ""), ("''", ".svg")),
-                (("plot", "frames.csv", "-o", self.path("a.png")), ("a.png", ".svg", "PNG")),
+                (("plot", "frames.csv", "-o", self.path("a.pdf")), ("a.pdf", ".svg", ".png")),
                 (("stream", "--fast", "--frames", "1", "--faults", ""), ("''", "seed=N"))):
             self.assert_one_line_error(self.run_lidcam(*arguments), 2, *words)
         self.assert_nothing_left("bus.pcap")

@@ -8,7 +8,7 @@ from command_line import CommandLineTest
 
 class ExposureLoopTest(CommandLineTest):
     HEADER = ("frame,time_s,luma,level,index,exposure,coarse_gain,fine_gain,lines,light_state,"
-              "light_mode,steps,commits,refused,lux")
+              "light_mode,steps,commits,refused,lux,lux_since_s")
 
     def log(self, *arguments):
         file = self.path("frames.csv")
@@ -70,7 +70,7 @@ class ExposureLoopTest(CommandLineTest):
         with open(broken, "w", encoding="ascii") as file:
             file.write(self.HEADER + "\n1,2,3\n")
         self.assert_one_line_error(self.run_lidcam("plot", broken, "-o", drawing), 1, broken,
-                                   "line 2", "3 fields in place of 15")
+                                   "line 2", "3 fields in place of 16")
         with open(drawing, encoding="ascii") as after:
             self.assertEqual(after.read(), "precious")
         self.lidcam("plot", self.path("frames.csv"), "-o", drawing)

@@ -12,6 +12,24 @@ import unittest
 from command_line import CommandLineTest, SIZES
 
 
+def exif_of(jpeg):
+    """The values of a JPEG's Exif block by their tags, as bytes."""
+    tiff = jpeg[12:]
+    values = {}
+
+    def read(offset):
+        for entry in range(struct.unpack_from("<H", tiff, offset)[0]):
+            at = offset + 2 + 12 * entry
+            tag, kind, count = struct.unpack_from("<HHI", tiff, at)
+            size = {1: 1, 2: 1, 3: 2, 4: 4, 5: 8, 7: 1}[kind] * count
+            place = at + 8 if size <= 4 else struct.unpack_from("<I", tiff, at + 8)[0]
+            values[tag] = tiff[place:place + size]
+
+    read(struct.unpack_from("<I", tiff, 4)[0])
+    read(struct.unpack("<I", values[0x8769])[0])
+    return values
+
+
 class StillTest(CommandLineTest):
     def still_file(self):
         return self.path("home/simulated-root/system32/drivers/SnapFile.dat")
@@ -38,6 +56,26 @@ class StillTest(CommandLineTest):
         answer = json.loads(self.lidcam("still", "--fast", "--settle", "0", "--size", "352x288",
                                         "--json", "-o", self.path("picture.png")))
         self.assertEqual((answer["width"], answer["height"]), (640, 480))
+
+    def test_a_jpeg_says_when_and_how_it_was_taken(self):
+        picture = self.path("picture.jpg")
+        self.lidcam("still", "--fast", "-o", picture, "--light", "1lx@0s", "--settle", "60",
+                    "--raw-size", "320x240")
+        with open(picture, "rb") as file:
+            jpeg = file.read()
+        self.assertEqual(jpeg[:4], b"\xFF\xD8\xFF\xE1")
+        exif = exif_of(jpeg)
+        self.assertEqual(exif[0x0110], b"1af0:0511 VGA0708\0")  # model
+        self.assertRegex(exif[0x9003], rb"^20\d\d:\d\d:\d\d \d\d:\d\d:\d\d\0$")
+        # In the dark the exposure has reached its end: 20 periods of 1/100 s.
+        self.assertEqual(struct.unpack("<II", exif[0x829A]), (20, 100))
+        self.assertRegex(exif[0x9286], rb"^ASCII\0\0\0luma=\d+ coarse_gain=\d fine_gain=\d+$")
+
+    def test_a_jpeg_of_a_camera_that_exposes_by_itself_has_no_exposure(self):
+        picture = self.path("picture.jpg")
+        self.lidcam("still", "--fast", "--settle", "2", "-o", picture, "--camera", "sim:1af0:6010")
+        with open(picture, "rb") as file:
+            self.assertNotIn(0x829A, exif_of(file.read()))
 
     def test_raw_output_is_the_drivers_file(self):
         picture = self.path("picture.yuy2")

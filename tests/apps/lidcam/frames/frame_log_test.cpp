@@ -27,15 +27,16 @@ TEST(FrameLog, ARowHasTheFieldsInTheOrderOfTheHeader) {
                      .State = LightStateDummy,
                      .Mode = 2,
                      .Events = {.Steps = 1, .Commits = 2, .Refused = 3},
-                     .Lux = 0.5};
+                     .Lux = 0.5,
+                     .LuxSince = 0.25};
   EXPECT_EQ(kFrameLogHeader,
             "frame,time_s,luma,level,index,exposure,coarse_gain,fine_gain,lines,light_state,"
-            "light_mode,steps,commits,refused,lux");
-  EXPECT_EQ(ToCsv(row), "17,0.639875,41,7,54,7,3,142,1218,Dummy,Dummy,1,2,3,0.5");
+            "light_mode,steps,commits,refused,lux,lux_since_s");
+  EXPECT_EQ(ToCsv(row), "17,0.639875,41,7,54,7,3,142,1218,Dummy,Dummy,1,2,3,0.5,0.25");
 }
 
 TEST(FrameLog, ACameraOfGlassHasNoLux) {
-  EXPECT_EQ(ToCsv({.Frame = 1}), "1,0.000000,0,0,0,0,0,0,0,Initial,Normal,0,0,0,");
+  EXPECT_EQ(ToCsv({.Frame = 1}), "1,0.000000,0,0,0,0,0,0,0,Initial,Normal,0,0,0,,");
 }
 
 TEST(FrameLog, StatesAndModesHaveNumbersOfTheirOwn) {

@@ -18,7 +18,9 @@ namespace {
 using ::testing::HasSubstr;
 using ::testing::Not;
 
-const std::string kLogHeader = std::string(kFrameLogHeader) + "\n";
+// As logs of before had it, without the time at which the light began.
+const std::string kLogHeader =
+    std::string(kFrameLogHeader.substr(0, kFrameLogHeader.rfind(','))) + "\n";
 const std::string kGoodRow = "1,0.064,104,3,29,3,1,156,522,Normal,Normal,1,0,0,300\n";
 
 std::vector<FrameRow> Read(const std::string& text) {
@@ -41,16 +43,17 @@ TEST(FrameLogReader, ReadsBackWhatTheLogWrote) {
                     .State = static_cast<std::uint32_t>(frame % 4),
                     .Mode = static_cast<std::uint32_t>(frame % 3),
                     .Events = {.Steps = 1, .Commits = 2, .Refused = 4},
-                    .Lux = frame == 3 ? std::nullopt : std::optional(0.1)});
+                    .Lux = frame == 3 ? std::nullopt : std::optional(0.1),
+                    .LuxSince = frame == 3 ? std::nullopt : std::optional(0.05)});
   }
-  std::string text = kLogHeader;
+  std::string text = std::string(kFrameLogHeader) + "\n";
   for (const FrameRow& row : rows) text += ToCsv(row) + "\n";
   EXPECT_EQ(Read(text), rows);
 }
 
 TEST(FrameLogReader, LinesMayEndAsOnWindows) {
-  EXPECT_EQ(Read(std::string(kFrameLogHeader) + "\r\n" + kGoodRow.substr(0, kGoodRow.size() - 1) +
-                 "\r\n"),
+  EXPECT_EQ(Read(kLogHeader.substr(0, kLogHeader.size() - 1) + "\r\n" +
+                 kGoodRow.substr(0, kGoodRow.size() - 1) + "\r\n"),
             Read(kLogHeader + kGoodRow));
 }
 
@@ -123,6 +126,48 @@ std::vector<FrameRow> TwoStates() {
 
 std::string Draw(const std::vector<FrameRow>& rows, const std::string& title) {
   return RunGnuplot(LoopPlotScript(rows, title));
+}
+
+TEST(LoopPlot, ExposureAndGainsBeginWithTheFirstFrame) {
+  const std::string script =
+      LoopPlotScript(Read(kLogHeader + "1,0.5,93,3,30,0,0,0,0,Normal,Normal,0,0,0,300\n" +
+                          "2,1,30,3,53,7,3,134,1218,Normal,Normal,1,1,0,5\n"),
+                     "Loop");
+  EXPECT_THAT(script, HasSubstr("\n0.5 300 93 30 3 156 3\n1 5 30 53 7 134 3\nEOD\n"));
+}
+
+TEST(LoopPlot, ASensorWithoutALoopHasANoteInPlaceOfExposureAndGains) {
+  const std::string noted = ">this sensor exposes by itself: the host has no loop over it<";
+  EXPECT_EQ(CountOf(Draw(Read(kLogHeader + "1,1,104,3,30,0,0,0,0,Initial,Normal,0,0,0,300\n"), ""),
+                    noted),
+            2U);
+  EXPECT_EQ(CountOf(Draw(TwoStates(), ""), noted), 0U);
+}
+
+TEST(LoopPlot, TheLightChangesAtItsOwnTime) {
+  const std::string script =
+      LoopPlotScript(Read(std::string(kFrameLogHeader) + "\n" +
+                          "1,0.5,93,3,30,0,0,0,0,Normal,Normal,0,0,0,300,0\n" +
+                          "2,1.2,93,3,30,0,0,0,0,Normal,Normal,0,0,0,5,0.9\n"),
+                     "Loop");
+  EXPECT_THAT(script, HasSubstr("$light_curve << EOD\n0 300\n0.9 5\n1.2 5\nEOD\n"));
+  EXPECT_THAT(script, HasSubstr("$events << EOD\n0.5 1\n0.9 0\nEOD\n"));
+}
+
+TEST(LoopPlot, ALongTitleTakesSeveralLines) {
+  const std::string drawing = Draw(
+      TwoStates(), std::string(60, 'a') + " " + std::string(60, 'b') + " " + std::string(100, 'c'));
+  EXPECT_THAT(drawing, HasSubstr(">" + std::string(60, 'a') + "<"));
+  EXPECT_THAT(drawing, HasSubstr(">" + std::string(60, 'b') + "<"));
+  EXPECT_THAT(drawing, HasSubstr(">" + std::string(84, 'c') + "<"));
+  EXPECT_THAT(drawing, HasSubstr(">" + std::string(16, 'c') + "<"));
+  EXPECT_THAT(drawing, HasSubstr("viewBox=\"0 0 1200 1068\""));
+}
+
+TEST(LoopPlot, ADrawingCanBeAPng) {
+  const std::string drawing = RunGnuplot(LoopPlotScript(TwoStates(), "Loop", PlotForm::Png));
+  EXPECT_EQ(drawing.substr(0, 8), "\x89PNG\r\n\x1a\n");
+  EXPECT_EQ(drawing.substr(16, 8), std::string("\0\0\x04\xB0\0\0\x03\xDE", 8)) << "1200x990";
 }
 
 TEST(LoopPlot, EqualLogsGiveEqualBytes) {
