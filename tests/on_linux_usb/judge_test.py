@@ -164,7 +164,8 @@ class CaptureTest(SpoiltCopy):
 
     def test_missing_transfers_are_noticed(self):
         self.change_records("bus", lambda number, record: b"" if len(record) > 20000 and number % 8 == 0 else record)
-        self.assert_noticed("transfers", "is none that the camera sends")
+        # Either pictures are missing, or the frames have no size any more.
+        self.assert_noticed("transfers")
 
     def test_a_malformed_packet_is_noticed(self):
         def spoil(_, record):
