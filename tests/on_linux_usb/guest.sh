@@ -235,6 +235,7 @@ replugs() {
   plug 3400
   while [ $others -eq 0 ] && [ $streams -lt 30 ]; do
     streams=$((streams + 1))
+    replugged=0
     rm -f "$folder/leaks"
     start_stream all-$streams --wait
     while goes_on; do

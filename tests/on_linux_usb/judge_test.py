@@ -164,7 +164,8 @@ class CaptureTest(SpoiltCopy):
 
     def test_missing_transfers_are_noticed(self):
         self.change_records("bus", lambda number, record: b"" if len(record) > 20000 and number % 8 == 0 else record)
-        self.assert_noticed("transfers", "is none that the camera sends")
+        # Either pictures are missing, or the frames have no size any more.
+        self.assert_noticed("transfers")
 
     def test_a_malformed_packet_is_noticed(self):
         def spoil(_, record):
@@ -245,14 +246,17 @@ class ReplugsTest(SpoiltCopy):
         self.assert_noticed("told", "a server that died")
 
     def test_leaks_are_noticed(self):
-        *before, last = (self.folder / "leaks").read_text().splitlines(keepends=True)
-        name, files, threads, memory = last.split()
-        for change in ((int(files) + 1, threads, memory), (files, int(threads) + 1, memory),
-                       (files, threads, int(memory) + 2000)):
-            (self.folder / "leaks").write_text("".join(before) + " ".join(map(str, (name, *change))) + "\n")
-            self.assert_noticed(str(change), "leak: the")
-        (self.folder / "leaks").write_text("".join(before[:2]))
-        self.assert_noticed("samples", "were sampled")
+        lines = (self.folder / "leaks").read_text().splitlines()
+        samples = [[name, *map(int, values)] for name, *values in map(str.split, lines)]
+        for what in (1, 2, 3):
+            for leaking in ("stream", "server"):
+                step = 300 if what == 3 else 1
+                grown = [[*each[:what], each[what] + step * (number if each[0] == leaking else 0), *each[what + 1:]]
+                         for number, each in enumerate(samples)]
+                (self.folder / "leaks").write_text("".join(" ".join(map(str, each)) + "\n" for each in grown))
+                self.assert_noticed(f"{what}", f"leak: the {leaking}")
+        (self.folder / "leaks").write_text("\n".join(lines[:-2]) + "\n")
+        self.assert_noticed("samples", "too few samples")
 
 
 class StallTest(SpoiltCopy):

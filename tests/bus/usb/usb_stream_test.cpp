@@ -109,7 +109,7 @@ TEST_F(UsbStream, SixtyFourMillisecondsAreInFlightAndNoMoreIsAllocatedForThem) {
   IsochronousResult result;
   bus_->Abort(kEndpoint);
   std::thread reader([&] { result = read_.ReadFrom(*bus_); });
-  EXPECT_TRUE(Comes([] { return Look().PacketsInFlight == 64 * 8; }));
+  EXPECT_TRUE(Comes([] { return Look().PacketsInFlight == std::size_t{64} * 8; }));
   bus_->Unplug();
   reader.join();
   SetScript({});

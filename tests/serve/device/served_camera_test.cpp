@@ -39,9 +39,10 @@ TEST(ServedCamera, ASettingsPacketsIncludeAdditionalTransactions) {
   EXPECT_EQ(camera.BytesPerMicroframe(kStream), 0U);
   EXPECT_EQ(camera.Control(kSetConfiguration, {}).Status, UsbStatus::Ok);
   const std::array<std::uint32_t, 8> sizes{0, 128, 512, 1024, 1536, 2048, 2688, 3072};
-  for (std::uint16_t setting = 0; setting < sizes.size(); ++setting) {
-    EXPECT_EQ(camera.Control(SetInterface(setting), {}).Status, UsbStatus::Ok);
-    EXPECT_EQ(camera.BytesPerMicroframe(kStream), sizes[setting]);
+  std::uint16_t setting = 0;
+  for (const std::uint32_t size : sizes) {
+    EXPECT_EQ(camera.Control(SetInterface(setting++), {}).Status, UsbStatus::Ok);
+    EXPECT_EQ(camera.BytesPerMicroframe(kStream), size);
   }
   EXPECT_EQ(camera.Control(kSetConfiguration, {}).Status, UsbStatus::Ok);
   EXPECT_EQ(camera.BytesPerMicroframe(kStream), 0U);

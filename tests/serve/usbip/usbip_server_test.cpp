@@ -148,7 +148,7 @@ Bytes ExpectedStream(std::uint32_t transfers) {
   (void)bus->ControlTransfer({0x00, 9, 1, 0, 0}, {});
   (void)bus->SelectSetting(0, 7);
   Bytes data;
-  Bytes buffer(32 * 3072);
+  Bytes buffer(std::size_t{32} * 3072);
   std::vector<bus::IsochronousPacket> packets(32);
   for (std::uint32_t i = 0; i < transfers; ++i) {
     (void)bus->ReadIsochronous(0x82, buffer, packets);
@@ -172,6 +172,7 @@ TEST(UsbipServer, EveryClientHasACameraOfItsOwn) {
   const Bytes expected = ExpectedStream(20);
   std::vector<Bytes> streams(3);
   std::vector<std::thread> clients;
+  clients.reserve(streams.size());
   for (Bytes& stream : streams) {
     clients.emplace_back([&] { stream = StreamOf(server.Port(), 20); });
   }
