@@ -2,6 +2,13 @@
 # itself, which shows that each includes all that it uses.
 option(LIDCAM_SHARED_COMPILES "Precompile headers, and compile some sources together" ON)
 
+# Most links of a build with tests are tests', and GNU ld takes three times as long for them.
+find_program(LIDCAM_LLD ld.lld)
+mark_as_advanced(LIDCAM_LLD)
+if(LIDCAM_LLD AND BUILD_TESTING AND NOT WIN32)
+  add_link_options(-fuse-ld=lld)
+endif()
+
 # lidcam_compile_together(TARGET source...): compiles sources of a target as one.
 function(lidcam_compile_together target)
   if(LIDCAM_SHARED_COMPILES)

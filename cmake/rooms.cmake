@@ -120,6 +120,7 @@ function(lidcam_rooms)
   find_package(JPEG REQUIRED)
   add_library(lidcam_rooms_libraries INTERFACE)
   target_link_libraries(lidcam_rooms_libraries INTERFACE PNG::PNG JPEG::JPEG pcap archive Threads::Threads
+    $<TARGET_NAME_IF_EXISTS:Boost::context>
     $<TARGET_NAME_IF_EXISTS:PkgConfig::LIBUSB> $<TARGET_NAME_IF_EXISTS:PkgConfig::USBREDIRPARSER>
     $<TARGET_NAME_IF_EXISTS:PkgConfig::LIBAV> $<TARGET_NAME_IF_EXISTS:PkgConfig::LIBEXIF>)
 

@@ -230,6 +230,8 @@ void PoolArena::DropOldBytes() {
 void PoolArena::Retire() {
   isRetired_ = true;
   DropBytesUpTo(runs_.size());
+  // Pages that only an earlier world has used.
+  DropBytes(usedPages_, openPages_ - usedPages_);
   const std::size_t opened = openPages_ * PageSize();
   mprotect(base_, opened, PROT_READ | PROT_WRITE);
   munmap(base_ + opened, reservedBytes_ - opened);

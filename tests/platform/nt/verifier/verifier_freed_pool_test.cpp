@@ -2,8 +2,10 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstring>
+#include <fstream>
 #include <set>
 #include <string>
 #include <vector>
@@ -78,6 +80,25 @@ TEST_F(FreedPool, OfALaterSimulationIsFreshAndIsWatchedLikeThatOfTheFirst) {
                 HasSubstr("was used at byte 17 after"));
   }
   EXPECT_EQ(addresses.size(), 1U);
+}
+
+std::size_t ResidentBytes() {
+  std::size_t pages = 0;
+  std::ifstream("/proc/self/statm") >> pages >> pages;
+  return pages * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+}
+
+// The pages that it has taken over from the simulation before it, too.
+TEST_F(FreedPool, OfASimulationThatLeavesABlockTakesNoMemoryAnyMore) {
+  constexpr std::size_t kLarge = 16'000'000;
+  std::vector<UCHAR*> left;
+  const std::size_t before = ResidentBytes();
+  for (int run = 0; run < 20; ++run) {
+    Simulate({}, [] { ExFreePool(Allocate(kLarge)); });
+    EXPECT_THAT(ViolationOf([&] { left.push_back(Allocate(300)); }), HasSubstr("never freed: "));
+  }
+  EXPECT_LT(ResidentBytes(), before + 5 * kLarge);
+  for (UCHAR* const memory : left) ExFreePool(memory);
 }
 
 TEST_F(FreedPool, LastUseOfAThreadIsFoundAtItsEnd) {
