@@ -213,7 +213,8 @@ void LimitedWriter::Write(const OutputFrame& frame) {
 
 StreamResult RunStream(bus::UsbBus& bus, const StreamSize& size, const StreamLimits& limits,
                        std::span<const ControlAssignment> controls, FrameWriter* writer,
-                       const Verbosity& verbosity, FrameLog* log) {
+                       const Verbosity& verbosity, FrameLog* log,
+                       std::optional<std::int64_t> frameInterval) {
   StreamResult result;
   result.Size = size.Delivered;
   LimitedLog limitedLog(log, limits);
@@ -243,6 +244,7 @@ StreamResult RunStream(bus::UsbBus& bus, const StreamSize& size, const StreamLim
                           .Controls = controls,
                           .Frames = take,
                           .MostFrames = limits.Frames,
+                          .FrameInterval = frameInterval,
                           .Duration = limits.Duration};
   try {
     WithStream(bus, setup, use);

@@ -44,11 +44,13 @@ struct StreamResult {
 ///
 /// @param controls  set before the first frame, in this order
 /// @param log       may be null
+/// @param frameInterval  100 ns, that the pin is asked for; nothing: the camera's usual one
 [[nodiscard]] StreamResult RunStream(bus::UsbBus& bus, const StreamSize& size,
                                      const StreamLimits& limits,
                                      std::span<const ControlAssignment> controls,
                                      FrameWriter* writer, const Verbosity& verbosity,
-                                     FrameLog* log = nullptr);
+                                     FrameLog* log = nullptr,
+                                     std::optional<std::int64_t> frameInterval = {});
 
 /// Gives a writer the frames up to a limit. Without a writer, or beyond the limit, frames are
 /// ignored.
