@@ -1,5 +1,9 @@
+#include <cmath>
+#include <cstdint>
 #include <memory>
 #include <optional>
+#include <span>
+#include <string>
 
 #include "apps/lidcam/commands/commands.h"
 #include "apps/lidcam/options/common_options.h"
@@ -8,6 +12,8 @@
 #include "apps/lidcam/stream/replay_run.h"
 #include "apps/lidcam/stream/replug.h"
 #include "apps/lidcam/stream/stream_run.h"
+#include "base/time_units.h"
+#include "driver/avstream/properties/frame_rates.h"
 #include "library/base/command_error.h"
 #include "testbed/worlds.h"
 
@@ -20,7 +26,39 @@ struct StreamCommand {
   FrameOutputOptions Output;
   std::optional<std::string> Log;
   std::optional<std::string> Faults;
+  std::optional<std::uint64_t> Fps;
 };
+
+std::uint64_t WholeRateOf(std::int64_t interval) {
+  return static_cast<std::uint64_t>((base::kUnitsPerSecond + interval / 2) / interval);
+}
+
+/// The frame interval in 100 ns of a rate that the pin offers. Throws UsageError, listing those, for another one.
+std::optional<std::int64_t> IntervalOf(const StreamCommand& command, PictureSize size) {
+  if (!command.Fps) return std::nullopt;
+  std::string rates;
+  const std::span<const LONGLONG> intervals = FrameRatesFor(size.Width);
+  for (const LONGLONG& interval : intervals) {
+    if (WholeRateOf(interval) == *command.Fps) return interval;
+    const bool isLast = &interval == &intervals.back();
+    rates += (rates.empty() ? "" : isLast ? " or " : ", ") + std::to_string(WholeRateOf(interval));
+  }
+  throw UsageError("frame rate '" + std::to_string(*command.Fps) +
+                   "' is none that the pin offers for " + ToString(size) + ": use " + rates);
+}
+
+// The camera keeps the rate of its exposure, whatever the pin was asked for.
+void NoteRate(const StreamCommand& command, StreamResult& result) {
+  constexpr double kTolerance = 0.05;
+  const std::optional<double> rate = result.Counts.Rate();
+  if (!command.Fps || !rate) return;
+  const auto asked = static_cast<double>(*command.Fps);
+  if (std::abs(*rate - asked) <= kTolerance * asked) return;
+  result.Note += std::string(result.Note.empty() ? "" : "; ") + "the camera was asked for " +
+                 std::to_string(*command.Fps) +
+                 " frames a second and keeps its own rate; --constant-rate writes as many as were "
+                 "asked for";
+}
 
 void LookAtFilesOf(const StreamCommand& command) {
   std::vector<OutputRole> outputs = FrameOutputsOf(command.Common, command.Output);
@@ -40,14 +78,17 @@ void Run(const StreamCommand& command) {
   if (command.Log == "-" && (command.Common.IsJson || command.Output.Output == "-")) {
     throw UsageError("the log '-' wants standard output, which is taken: name a file");
   }
+  const std::optional<std::int64_t> interval = IntervalOf(command, size.Delivered);
+  const std::chrono::microseconds period =
+      interval ? std::chrono::microseconds(*interval / base::kUnitsPerMicrosecond) : kFramePeriod;
   LookAtFilesOf(command);
   const CameraChoice& choice = command.Common.Camera;
   const CameraLock lock(choice, command.Common.Patience());
   const RunSettings settings = OpenHostEnvironment(command.Common.Output, SetFilesFor(choice));
   std::optional<FaultyPort> port;
   port.emplace(OpenCamera(choice), command.Faults, LikelyDuration(limits));
-  const std::unique_ptr<FrameOutput> writer = OpenFrameOutput(
-      command.Common, command.Output, size.Delivered, kFramePeriod, IsInRealTime(choice));
+  const std::unique_ptr<FrameOutput> writer =
+      OpenFrameOutput(command.Common, command.Output, size.Delivered, period, IsInRealTime(choice));
   std::optional<FrameLog> log;
   if (command.Log) log.emplace(*command.Log, LightOn(choice));
   StreamResult result;
@@ -63,7 +104,7 @@ void Run(const StreamCommand& command) {
           [&] {
             RunInTimeOf(camera, [&] {
               streamed = RunStream(port->Bus(), fitting, left, controls, writer.get(),
-                                   command.Common.Output, log ? &*log : nullptr, &camera);
+                                   command.Common.Output, log ? &*log : nullptr, interval, &camera);
             });
           },
           [&] {
@@ -82,6 +123,7 @@ void Run(const StreamCommand& command) {
     if (log) log->Finish();
     throw;
   }
+  NoteRate(command, result);
   if (command.Stream.Saves) StoreSettings(settings, result);
   ConcludeStream(result, {.Writer = writer.get(), .Log = log ? &*log : nullptr},
                  "camera '" + choice.Camera + "'", command.Common);
@@ -91,13 +133,20 @@ void Run(const StreamCommand& command) {
 
 void AddStreamCommand(CLI::App& app) {
   const auto command = std::make_shared<StreamCommand>();
-  CLI::App* const sub = app.add_subcommand("stream", "frames to a file, a PNG series or a pipe");
+  CLI::App* const sub =
+      app.add_subcommand("stream", "frames to a film, a series of pictures or a pipe");
   AddCameraOptions(*sub, command->Common);
   AddLightOptions(*sub, command->Common);
   AddStreamOptions(*sub, command->Common, command->Stream);
   AddFaultOption(*sub, command->Faults);
   AddFrameOutputOptions(*sub, command->Output);
   AddRingOptions(*sub, command->Output);
+  sub->add_option(
+         "--fps", command->Fps,
+         "frame rate that the pin is asked for, one that it offers for the size: see lidcam "
+         "formats")
+      ->check(WholeNumberFrom(1))
+      ->type_name("N");
   sub->add_option("--log", command->Log,
                   "what the exposure loop did at each delivered frame, as CSV; see lidcam plot")
       ->type_name("FILE");

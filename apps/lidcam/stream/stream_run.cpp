@@ -217,7 +217,8 @@ void LimitedWriter::Write(const OutputFrame& frame) {
 
 StreamResult RunStream(bus::UsbBus& bus, const StreamSize& size, const StreamLimits& limits,
                        std::span<const ControlAssignment> controls, FrameWriter* writer,
-                       const Verbosity& verbosity, FrameLog* log, const CameraChoice* offer) {
+                       const Verbosity& verbosity, FrameLog* log,
+                       std::optional<std::int64_t> frameInterval, const CameraChoice* offer) {
   StreamResult result;
   result.Size = size.Delivered;
   LimitedLog limitedLog(log, limits);
@@ -251,6 +252,7 @@ StreamResult RunStream(bus::UsbBus& bus, const StreamSize& size, const StreamLim
                           .Controls = controls,
                           .Frames = take,
                           .MostFrames = limits.Frames,
+                          .FrameInterval = frameInterval,
                           .Duration = limits.Duration};
   try {
     WithStream(bus, setup, use);

@@ -61,7 +61,7 @@ std::int64_t TicksOf(std::chrono::microseconds time) {
 }  // namespace
 
 FilmEncoder::FilmEncoder(std::string path, FilmCodec codec, PictureSize size, bool hasGlobalHeader)
-    : path_(std::move(path)), size_(size) {
+    : FilmEncoder(std::move(path), size) {
   Open(codec, hasGlobalHeader);
   MakePicture();
 }

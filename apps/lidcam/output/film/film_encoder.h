@@ -3,6 +3,7 @@
 #include <chrono>
 #include <functional>
 #include <string>
+#include <utility>
 
 #include "apps/lidcam/output/frame_writer.h"
 #include "library/base/units.h"
@@ -40,6 +41,9 @@ class FilmEncoder {
   void Flush(const PacketHandler& packets);
 
  private:
+  /// Makes nothing yet: what a constructor behind this one has made is freed if it throws.
+  FilmEncoder(std::string path, PictureSize size) : path_(std::move(path)), size_(size) {}
+
   void Open(FilmCodec kind, bool hasGlobalHeader);
   void MakePicture();
   void Take(const AVFrame* picture, const PacketHandler& packets);

@@ -43,7 +43,7 @@ class ReportTest(CommandLineTest):
         self.assertTrue(files["machine.txt"].startswith(b"lidcam "))
         self.assertIn(b"note camera: none is plugged in", files["machine.txt"])
         self.assertIn(b"Contrast=12 (1 to 16, default 10)\n", files["controls.txt"])
-        self.assertIn(b"Windows Registry Editor Version 5.00", files["settings.reg"])
+        self.assertIn("Windows Registry Editor Version 5.00", files["settings.reg"].decode("utf-16"))
         self.assertIn(b"Descriptors\n  device\n", files["camera.txt"])
         self.assertIn(b"  sensor VGA0708\n", files["camera.txt"])
         self.assertRegex(files["faults.txt"], rb"^5\d frames delivered, .*; none lost, none of a wrong")

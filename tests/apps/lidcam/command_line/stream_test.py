@@ -168,6 +168,22 @@ class StreamTest(CommandLineTest):
         self.assertTrue(any(line.startswith("frame end bytes=614466 expected=614466 good")
                             for line in lines))
 
+    def test_the_pin_is_asked_for_a_frame_rate_that_it_offers(self):
+        file = self.path("clip.y4m")
+        stream = ("stream", "--fast", "--duration", "3s", "-o", file)
+        answer = json.loads(self.lidcam(*stream, "--fps", "15", "--constant-rate", "--json"))
+        self.assertIn("asked for 15 frames a second and keeps its own rate", answer["note"])
+        # From the first frame at 0.136 s to the last at 2.968 s: 42 periods of 1/15 s.
+        self.assertEqual(answer["written"], 43)
+        with open(file, "rb") as film:
+            self.assertIn(b" F1000000:66666 ", film.readline())
+        self.assertNotIn("note", json.loads(self.lidcam(*stream, "--size", "320x240", "--fps", "30",
+                                                        "--json")))
+        for arguments, rates in (((), "6, 10, 12 or 15"),
+                                 (("--size", "320x240"), "10, 12, 15, 18, 20, 25 or 30")):
+            self.assert_one_line_error(self.run_lidcam("stream", *arguments, "--fps", "24"), 2, "'24'",
+                                       "use " + rates)
+
     def test_every_identity_and_sensor_streams(self):
         cameras = json.loads(self.lidcam("list", "--json"))
         self.assertEqual(len(cameras), 7)

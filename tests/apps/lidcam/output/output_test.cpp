@@ -8,7 +8,9 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "apps/lidcam/output/frame_writer.h"
@@ -164,6 +166,29 @@ TEST_F(OutputTest, RawOutputIsTheFramesBytes) {
   writer->Write({.Yuy2 = std::array<std::uint8_t, 4>{'e', 'f', 'g', 'h'}});
   writer->Finish();
   EXPECT_EQ(ContentOf("a.yuy2"), "abcdefgh");
+}
+
+// A camera that is plugged in again begins at 0, and the film goes on.
+TEST_F(OutputTest, TimesOfAStreamThatContinuesCountFromTheFirstOnesStart) {
+  FrameOutput output({.Path = PathOf("a.yuy2"),
+                      .Size = {2, 1},
+                      .FramePeriod = kPeriod,
+                      .Timestamps = PathOf("times.txt")});
+  constexpr std::array<std::uint8_t, 4> kYuy2{};
+  output.BeginPart();
+  output.Write({.Yuy2 = kYuy2, .Time = std::chrono::milliseconds(100)});
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  output.BeginPart();
+  output.Write({.Yuy2 = kYuy2, .Time = std::chrono::milliseconds(50)});
+  output.Finish();
+  std::istringstream times(ContentOf("times.txt"));
+  std::string header;
+  double first = 0;
+  double second = 0;
+  std::getline(times, header);
+  times >> first >> second;
+  EXPECT_EQ(first, 100);
+  EXPECT_GE(second, 350);
 }
 
 TEST_F(OutputTest, APngSeriesIsNumbered) {
