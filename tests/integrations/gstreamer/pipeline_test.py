@@ -1,10 +1,11 @@
 """The plugin in other programs: GStreamer's own tools, and OpenCV.
 
-Usage: python3 pipeline_test.py LIDCAM PLUGIN_FOLDER [unittest arguments]
+Usage: python3 pipeline_test.py LIDCAM PLUGIN_FOLDER CMAKE BUILD_FOLDER [unittest arguments]
 """
 
 import hashlib
 import os
+import pathlib
 import re
 import shutil
 import signal
@@ -15,6 +16,8 @@ import unittest
 
 LIDCAM = os.path.abspath(sys.argv.pop(1))
 PLUGINS = os.path.abspath(sys.argv.pop(1))
+CMAKE = sys.argv.pop(1)
+BUILD = os.path.abspath(sys.argv.pop(1))
 GOLDEN = os.path.join(os.path.dirname(os.path.abspath(__file__)), "golden")
 
 SIZES = {"640x480": 614400, "352x288": 202752, "320x240": 153600, "176x144": 50688,
@@ -105,6 +108,17 @@ class PipelineTest(unittest.TestCase):
                       flags=re.M)
         with open(os.path.join(GOLDEN, "gst-inspect.txt"), encoding="utf-8") as golden:
             self.assertEqual(text, golden.read())
+
+    def test_the_installed_plugin_is_found_and_runs_with_the_installed_library(self):
+        self.program(CMAKE, "--install", BUILD, "--prefix", self.path("prefix"))
+        (plugin,) = pathlib.Path(self.path("prefix")).rglob("gstreamer-1.0/libgstlidcam.so")
+        self.environment["GST_PLUGIN_PATH"] = str(plugin.parent)
+        text = self.program("gst-inspect-1.0", "--no-colors", "lidcamsrc")
+        self.assertIn(f"Filename                 {plugin}\n", text)
+        libraries = self.program("ldd", str(plugin))
+        (library,) = re.findall(r"liblidcam\.so\.0 => (\S+)", libraries)
+        self.assertTrue(os.path.samefile(os.path.dirname(library), plugin.parent.parent), library)
+        self.launch("lidcamsrc", "camera=sim", "num-buffers=1", "!", "fakesink")
 
     def test_the_device_monitor_lists_the_simulated_cameras(self):
         text = self.program("gst-device-monitor-1.0", "Video/Source:video/x-raw")
