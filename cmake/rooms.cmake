@@ -122,7 +122,8 @@ function(lidcam_rooms)
   target_link_libraries(lidcam_rooms_libraries INTERFACE PNG::PNG JPEG::JPEG pcap archive Threads::Threads
     $<TARGET_NAME_IF_EXISTS:Boost::context>
     $<TARGET_NAME_IF_EXISTS:PkgConfig::LIBUSB> $<TARGET_NAME_IF_EXISTS:PkgConfig::USBREDIRPARSER>
-    $<TARGET_NAME_IF_EXISTS:PkgConfig::LIBAV> $<TARGET_NAME_IF_EXISTS:PkgConfig::LIBEXIF>)
+    $<TARGET_NAME_IF_EXISTS:PkgConfig::LIBAV> $<TARGET_NAME_IF_EXISTS:PkgConfig::LIBEXIF>
+    $<TARGET_NAME_IF_EXISTS:PkgConfig::GSTREAMER> $<TARGET_NAME_IF_EXISTS:PkgConfig::GSTREAMER_RTSP>)
 
   # The driver includes the platform's declarations only, and is linked with the platform itself.
   set(linked_driver kernel streaming_class usb_stack)

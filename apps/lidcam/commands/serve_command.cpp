@@ -8,6 +8,7 @@
 
 #include "apps/lidcam/camera/served_source.h"
 #include "apps/lidcam/commands/commands.h"
+#include "apps/lidcam/commands/serve_rtsp_command.h"
 #include "apps/lidcam/options/common_options.h"
 #include "apps/lidcam/options/fault_option.h"
 #include "bus/capture/files/capture_error.h"
@@ -158,11 +159,12 @@ void AddUsbredir(CLI::App& serve) {
 }  // namespace
 
 void AddServeCommand(CLI::App& app) {
-  CLI::App* const sub =
-      app.add_subcommand("serve", "the camera as a USB device, for other systems to plug in");
+  CLI::App* const sub = app.add_subcommand(
+      "serve", "the camera for other systems: as a USB device, as a stream for viewers");
   sub->require_subcommand(1);
   AddUsbip(*sub);
   AddUsbredir(*sub);
+  AddServeRtspCommand(*sub);
 }
 
 }  // namespace lidcam::app
