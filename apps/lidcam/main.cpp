@@ -6,10 +6,10 @@
 #include <string_view>
 #include <vector>
 
-#include "apps/lidcam/base/command_error.h"
-#include "apps/lidcam/base/interrupt.h"
 #include "apps/lidcam/base/standard_output.h"
 #include "apps/lidcam/commands/commands.h"
+#include "library/base/command_error.h"
+#include "library/base/interrupt.h"
 
 namespace {
 

@@ -16,7 +16,6 @@
 #include <system_error>
 #include <vector>
 
-#include "apps/lidcam/base/command_error.h"
 #include "apps/lidcam/stream/replay_run.h"
 #include "bus/capture/files/pcap_file.h"
 #include "bus/capture/replay/capture_bus.h"
@@ -24,6 +23,7 @@
 #include "bus/enumeration.h"
 #include "fuzz/support/app_in_virtual_time.h"
 #include "fuzz/support/input.h"
+#include "library/base/command_error.h"
 #include "platform/host/nt/system/debug_print.h"
 
 namespace lidcam::fuzz {

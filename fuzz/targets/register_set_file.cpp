@@ -13,13 +13,13 @@
 #include <system_error>
 #include <vector>
 
-#include "apps/lidcam/register_sets/set_checker.h"
-#include "apps/lidcam/register_sets/set_compiler.h"
-#include "apps/lidcam/register_sets/set_disassembler.h"
 #include "driver/sensor/modes/setup_registers.h"
 #include "driver/sensor/register_sets/register_set_file.h"
 #include "driver/sensor/register_sets/register_set_list.h"
 #include "fuzz/support/input.h"
+#include "library/register_sets/set_checker.h"
+#include "library/register_sets/set_compiler.h"
+#include "library/register_sets/set_disassembler.h"
 #include "platform/host/nt/files/files.h"
 #include "platform/host/nt/memory/pool.h"
 #include "platform/host/nt/objects/handles.h"

@@ -5,11 +5,11 @@
 #include <stdexcept>
 #include <utility>
 
-#include "apps/lidcam/camera/bus_gates.h"
-#include "apps/lidcam/settings/host_environment.h"
-#include "apps/lidcam/settings/stream_size.h"
 #include "driver/core/control/control_codes.h"
 #include "driver/exposure/auto_exposure.h"
+#include "library/camera/bus_gates.h"
+#include "library/settings/host_environment.h"
+#include "library/settings/stream_size.h"
 #include "platform/host/nt/io/device_object.h"
 #include "platform/host/nt/registry/registry.h"
 #include "platform/host/nt/system/status_words.h"

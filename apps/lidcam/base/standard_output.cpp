@@ -8,7 +8,7 @@
 #include <cstring>
 #include <string>
 
-#include "apps/lidcam/base/command_error.h"
+#include "library/base/command_error.h"
 
 namespace lidcam::app {
 

@@ -5,10 +5,10 @@
 #include <memory>
 #include <system_error>
 
-#include "apps/lidcam/base/command_error.h"
-#include "apps/lidcam/camera/frame_faults.h"
-#include "apps/lidcam/camera/plugged_camera.h"
 #include "bus/capture/replay/capture_bus.h"
+#include "library/base/command_error.h"
+#include "library/camera/frame_faults.h"
+#include "library/camera/plugged_camera.h"
 
 namespace lidcam::app {
 namespace {

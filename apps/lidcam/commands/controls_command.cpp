@@ -8,14 +8,14 @@
 #include <utility>
 #include <vector>
 
-#include "apps/lidcam/base/command_error.h"
-#include "apps/lidcam/camera/controls/control_table.h"
-#include "apps/lidcam/camera/core_camera.h"
-#include "apps/lidcam/camera/opened_camera.h"
 #include "apps/lidcam/commands/commands.h"
 #include "apps/lidcam/options/common_options.h"
 #include "apps/lidcam/output/utf8_text.h"
 #include "driver/sensor/registers/register_access.h"
+#include "library/base/command_error.h"
+#include "library/camera/controls/control_table.h"
+#include "library/camera/core_camera.h"
+#include "library/camera/opened_camera.h"
 
 namespace lidcam::app {
 namespace {

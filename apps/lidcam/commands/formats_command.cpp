@@ -7,14 +7,14 @@
 #include <string>
 #include <vector>
 
-#include "apps/lidcam/camera/controls/sensor_notes.h"
-#include "apps/lidcam/camera/opened_camera.h"
-#include "apps/lidcam/camera/plugged_camera.h"
 #include "apps/lidcam/commands/commands.h"
 #include "apps/lidcam/options/common_options.h"
 #include "apps/lidcam/output/utf8_text.h"
 #include "base/time_units.h"
 #include "driver/core/control/stream_modes.h"
+#include "library/camera/controls/sensor_notes.h"
+#include "library/camera/opened_camera.h"
+#include "library/camera/plugged_camera.h"
 
 namespace lidcam::app {
 namespace {

@@ -8,9 +8,6 @@
 #include <string>
 #include <vector>
 
-#include "apps/lidcam/base/command_error.h"
-#include "apps/lidcam/camera/controls/sensor_notes.h"
-#include "apps/lidcam/camera/plugged_camera.h"
 #include "apps/lidcam/commands/commands.h"
 #include "apps/lidcam/options/common_options.h"
 #include "apps/lidcam/output/utf8_text.h"
@@ -19,6 +16,9 @@
 #include "bus/usb/usb_sysfs.h"
 #include "camera_model/device/camera_identity.h"
 #include "camera_model/device/camera_options.h"
+#include "library/base/command_error.h"
+#include "library/camera/controls/sensor_notes.h"
+#include "library/camera/plugged_camera.h"
 
 namespace lidcam::app {
 namespace {

@@ -6,13 +6,13 @@
 #include <system_error>
 #include <vector>
 
-#include "apps/lidcam/base/command_error.h"
 #include "apps/lidcam/commands/commands.h"
 #include "apps/lidcam/output/file_roles.h"
 #include "apps/lidcam/output/output_file.h"
 #include "apps/lidcam/plot/frame_log_reader.h"
 #include "apps/lidcam/plot/gnuplot.h"
 #include "apps/lidcam/plot/loop_plot.h"
+#include "library/base/command_error.h"
 
 namespace lidcam::app {
 namespace {

@@ -2,11 +2,11 @@
 #include <memory>
 #include <string>
 
-#include "apps/lidcam/base/command_error.h"
-#include "apps/lidcam/camera/plugged_camera.h"
 #include "apps/lidcam/commands/commands.h"
 #include "apps/lidcam/commands/probe_report.h"
 #include "apps/lidcam/output/output_file.h"
+#include "library/base/command_error.h"
+#include "library/camera/plugged_camera.h"
 
 namespace lidcam::app {
 namespace {

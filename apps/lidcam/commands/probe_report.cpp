@@ -7,14 +7,14 @@
 #include <cstdio>
 #include <span>
 
-#include "apps/lidcam/base/command_error.h"
-#include "apps/lidcam/camera/core_camera.h"
-#include "apps/lidcam/camera/opened_camera.h"
-#include "apps/lidcam/camera/plugged_camera.h"
-#include "apps/lidcam/settings/trace_observer.h"
 #include "apps/lidcam/stream/stream_run.h"
 #include "bus/usb/usb_sysfs.h"
 #include "driver/sensor/registers/register_access.h"
+#include "library/base/command_error.h"
+#include "library/camera/core_camera.h"
+#include "library/camera/opened_camera.h"
+#include "library/camera/plugged_camera.h"
+#include "library/settings/trace_observer.h"
 
 namespace lidcam::app {
 namespace {

@@ -5,13 +5,13 @@
 #include <string_view>
 #include <utility>
 
-#include "apps/lidcam/base/command_error.h"
 #include "apps/lidcam/commands/commands.h"
 #include "apps/lidcam/options/common_options.h"
 #include "apps/lidcam/options/fault_option.h"
-#include "apps/lidcam/settings/trace_observer.h"
 #include "apps/lidcam/stream/stream_run.h"
 #include "bus/capture/recording/recording_bus.h"
+#include "library/base/command_error.h"
+#include "library/settings/trace_observer.h"
 
 namespace lidcam::app {
 namespace {

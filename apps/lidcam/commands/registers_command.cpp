@@ -3,12 +3,12 @@
 #include <memory>
 #include <string>
 
-#include "apps/lidcam/base/command_error.h"
-#include "apps/lidcam/camera/started_camera.h"
-#include "apps/lidcam/camera/streaming/camera_stream.h"
 #include "apps/lidcam/commands/commands.h"
 #include "apps/lidcam/options/common_options.h"
 #include "driver/sensor/registers/register_access.h"
+#include "library/base/command_error.h"
+#include "library/camera/started_camera.h"
+#include "library/camera/streaming/camera_stream.h"
 
 namespace lidcam::app {
 namespace {

@@ -1,9 +1,9 @@
 #include <memory>
 
-#include "apps/lidcam/base/command_error.h"
 #include "apps/lidcam/commands/commands.h"
 #include "apps/lidcam/options/common_options.h"
 #include "apps/lidcam/stream/replay_run.h"
+#include "library/base/command_error.h"
 
 namespace lidcam::app {
 namespace {

@@ -6,13 +6,13 @@
 #include <string>
 #include <utility>
 
-#include "apps/lidcam/base/command_error.h"
-#include "apps/lidcam/base/interrupt.h"
 #include "apps/lidcam/camera/served_source.h"
 #include "apps/lidcam/commands/commands.h"
 #include "apps/lidcam/options/common_options.h"
 #include "apps/lidcam/options/fault_option.h"
 #include "bus/capture/files/capture_error.h"
+#include "library/base/command_error.h"
+#include "library/base/interrupt.h"
 #include "serve/device/camera_supply.h"
 #include "serve/sockets/server.h"
 #include "serve/usbip/usbip_session.h"

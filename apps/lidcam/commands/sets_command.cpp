@@ -5,13 +5,13 @@
 #include <string>
 #include <vector>
 
-#include "apps/lidcam/base/command_error.h"
 #include "apps/lidcam/commands/commands.h"
 #include "apps/lidcam/output/file_roles.h"
-#include "apps/lidcam/register_sets/set_checker.h"
-#include "apps/lidcam/register_sets/set_disassembler.h"
-#include "apps/lidcam/register_sets/set_files.h"
-#include "apps/lidcam/register_sets/set_layout.h"
+#include "library/base/command_error.h"
+#include "library/register_sets/set_checker.h"
+#include "library/register_sets/set_disassembler.h"
+#include "library/register_sets/set_files.h"
+#include "library/register_sets/set_layout.h"
 
 namespace lidcam::app {
 namespace {

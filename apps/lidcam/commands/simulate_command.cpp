@@ -9,13 +9,13 @@
 #include <string_view>
 #include <vector>
 
-#include "apps/lidcam/base/command_error.h"
-#include "apps/lidcam/base/interrupt.h"
 #include "apps/lidcam/base/standard_output.h"
 #include "apps/lidcam/commands/commands.h"
 #include "apps/lidcam/options/common_options.h"
 #include "apps/lidcam/output/utf8_text.h"
 #include "base/time_units.h"
+#include "library/base/command_error.h"
+#include "library/base/interrupt.h"
 #include "scenarios/runner.h"
 #include "scenarios/stated_hangs.h"
 

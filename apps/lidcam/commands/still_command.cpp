@@ -6,12 +6,6 @@
 #include <string>
 #include <vector>
 
-#include "apps/lidcam/base/command_error.h"
-#include "apps/lidcam/base/interrupt.h"
-#include "apps/lidcam/camera/controls/sensor_notes.h"
-#include "apps/lidcam/camera/core_camera.h"
-#include "apps/lidcam/camera/streaming/camera_stream.h"
-#include "apps/lidcam/camera/streaming/silence_watch.h"
 #include "apps/lidcam/commands/commands.h"
 #include "apps/lidcam/frames/progress.h"
 #include "apps/lidcam/options/common_options.h"
@@ -22,8 +16,14 @@
 #include "apps/lidcam/output/utf8_text.h"
 #include "apps/lidcam/output/yuy2.h"
 #include "apps/lidcam/stream/replay_run.h"
-#include "apps/lidcam/stream/still_file.h"
 #include "driver/avstream/properties/property_ids.h"
+#include "library/base/command_error.h"
+#include "library/base/interrupt.h"
+#include "library/camera/controls/sensor_notes.h"
+#include "library/camera/core_camera.h"
+#include "library/camera/streaming/camera_stream.h"
+#include "library/camera/streaming/silence_watch.h"
+#include "library/still/still_file.h"
 
 namespace lidcam::app {
 namespace {

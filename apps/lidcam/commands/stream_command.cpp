@@ -1,13 +1,13 @@
 #include <memory>
 #include <optional>
 
-#include "apps/lidcam/base/command_error.h"
 #include "apps/lidcam/commands/commands.h"
 #include "apps/lidcam/options/common_options.h"
 #include "apps/lidcam/options/fault_option.h"
 #include "apps/lidcam/stream/replay_run.h"
 #include "apps/lidcam/stream/replug.h"
 #include "apps/lidcam/stream/stream_run.h"
+#include "library/base/command_error.h"
 #include "testbed/worlds.h"
 
 namespace lidcam::app {

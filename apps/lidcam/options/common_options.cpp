@@ -4,10 +4,10 @@
 #include <cstdio>
 #include <string>
 
-#include "apps/lidcam/base/command_error.h"
-#include "apps/lidcam/base/interrupt.h"
-#include "apps/lidcam/camera/plugged_camera.h"
 #include "apps/lidcam/output/frame_writer.h"
+#include "library/base/command_error.h"
+#include "library/base/interrupt.h"
+#include "library/camera/plugged_camera.h"
 
 namespace lidcam::app {
 
@@ -106,7 +106,11 @@ void AddOutputOptions(CLI::App& command, CommonOptions& options) {
 
 std::vector<InputRole> InputsOf(const CommonOptions& options,
                                 const std::vector<InputRole>& others) {
-  std::vector<InputRole> inputs = FilesOf(options.Camera);
+  std::vector<InputRole> inputs;
+  if (const auto capture = CaptureFileOf(options.Camera.Camera)) {
+    inputs.push_back({"capture", *capture});
+  }
+  if (const auto scene = SceneFileOf(options.Camera)) inputs.push_back({"scene", *scene});
   inputs.insert(inputs.end(), others.begin(), others.end());
   inputs.push_back({"settings", SettingsFile().string()});
   return inputs;

@@ -7,12 +7,13 @@
 #include <string>
 #include <vector>
 
-#include "apps/lidcam/base/units.h"
-#include "apps/lidcam/camera/camera_lock.h"
-#include "apps/lidcam/camera/camera_source.h"
-#include "apps/lidcam/camera/controls/control_table.h"
-#include "apps/lidcam/settings/host_environment.h"
-#include "apps/lidcam/settings/stream_size.h"
+#include "apps/lidcam/output/file_roles.h"
+#include "library/base/units.h"
+#include "library/camera/camera_lock.h"
+#include "library/camera/camera_source.h"
+#include "library/camera/controls/control_table.h"
+#include "library/settings/host_environment.h"
+#include "library/settings/stream_size.h"
 
 namespace lidcam::app {
 

@@ -3,30 +3,13 @@
 #include <algorithm>
 #include <filesystem>
 #include <system_error>
-#include <utility>
 
-#include "apps/lidcam/base/command_error.h"
-#include "apps/lidcam/camera/frame_faults.h"
-#include "apps/lidcam/frames/replay_pipeline.h"
-#include "base/time_units.h"
-#include "driver/core/base/camera_trace.h"
-#include "platform/host/nt/declarations/nt_declarations.h"
+#include "library/frames/replay_pipeline.h"
 
 namespace lidcam::app {
 namespace {
 
 constexpr std::chrono::minutes kUnlimited{10};
-
-// Late answers are delayed in the driver's time, real or virtual.
-void SleepInWorld(std::uint64_t microseconds) {
-  LARGE_INTEGER time{};
-  time.QuadPart = -static_cast<std::int64_t>(microseconds) * base::kUnitsPerMicrosecond;
-  KeDelayExecutionThread(KernelMode, FALSE, &time);
-}
-
-void TraceFault(const std::string& line) {
-  TraceCamera("%s", line.c_str());
-}
 
 }  // namespace
 
@@ -43,23 +26,6 @@ std::vector<InputRole> FilesOfFaults(const std::optional<std::string>& faults) {
   std::error_code ignored;
   if (!faults || !std::filesystem::is_regular_file(*faults, ignored)) return {};
   return {{"fault script", *faults}};
-}
-
-FaultyPort::FaultyPort(std::unique_ptr<bus::UsbBus> bus, const std::optional<std::string>& faults,
-                       std::chrono::microseconds duration)
-    : bus_(std::move(bus)) {
-  if (!faults) return;
-  const bus::FaultScript script = FaultsOfOption(*faults, duration);
-  simulated_ = DisturbFrames(*bus_, script, TraceFault);
-  faults_ = std::make_unique<bus::FaultBus>(
-      *bus_, bus::FaultBusOptions{.Script = script, .Sleep = SleepInWorld, .Observer = TraceFault});
-}
-
-std::string FaultyPort::Account() const {
-  if (!faults_) return {};
-  bus::FaultCounts counts = faults_->Counts();
-  if (simulated_ != nullptr) counts.Add(simulated_->FrameFaultCounts());
-  return bus::ToText(counts);
 }
 
 std::chrono::microseconds LikelyDuration(const StreamLimits& limits) {

@@ -13,8 +13,8 @@
 #include <string_view>
 #include <system_error>
 
-#include "apps/lidcam/base/command_error.h"
 #include "base/file_replacement.h"
+#include "library/base/command_error.h"
 
 namespace lidcam::app {
 namespace {

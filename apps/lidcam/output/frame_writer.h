@@ -6,7 +6,7 @@
 #include <span>
 #include <string>
 
-#include "apps/lidcam/base/units.h"
+#include "library/base/units.h"
 
 namespace lidcam::app {
 

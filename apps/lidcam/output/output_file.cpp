@@ -12,8 +12,8 @@
 #include <filesystem>
 #include <utility>
 
-#include "apps/lidcam/base/command_error.h"
-#include "apps/lidcam/base/interrupt.h"
+#include "library/base/command_error.h"
+#include "library/base/interrupt.h"
 
 namespace lidcam::app {
 namespace {

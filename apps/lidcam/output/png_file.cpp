@@ -5,8 +5,8 @@
 #include <cstring>
 #include <vector>
 
-#include "apps/lidcam/base/command_error.h"
 #include "apps/lidcam/output/output_file.h"
+#include "library/base/command_error.h"
 
 namespace lidcam::app {
 

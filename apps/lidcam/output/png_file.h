@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "apps/lidcam/base/units.h"
+#include "library/base/units.h"
 
 namespace lidcam::app {
 

@@ -4,7 +4,7 @@
 #include <span>
 #include <vector>
 
-#include "apps/lidcam/base/units.h"
+#include "library/base/units.h"
 
 namespace lidcam::app {
 

@@ -9,8 +9,8 @@
 #include <fstream>
 #include <string_view>
 
-#include "apps/lidcam/base/command_error.h"
-#include "apps/lidcam/register_sets/text_format.h"
+#include "library/base/command_error.h"
+#include "library/register_sets/text_format.h"
 
 namespace lidcam::app {
 namespace {

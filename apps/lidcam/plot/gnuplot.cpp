@@ -10,7 +10,7 @@
 #include <cstring>
 #include <string_view>
 
-#include "apps/lidcam/base/command_error.h"
+#include "library/base/command_error.h"
 
 namespace lidcam::app {
 namespace {

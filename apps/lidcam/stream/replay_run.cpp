@@ -6,12 +6,12 @@
 #include <string>
 #include <vector>
 
-#include "apps/lidcam/base/command_error.h"
-#include "apps/lidcam/base/interrupt.h"
-#include "apps/lidcam/camera/recorded_settings.h"
 #include "apps/lidcam/frames/progress.h"
 #include "bus/capture/replay/capture_bus.h"
 #include "bus/capture/replay/isochronous_packet_reader.h"
+#include "library/base/command_error.h"
+#include "library/base/interrupt.h"
+#include "library/camera/recorded_settings.h"
 
 namespace lidcam::app {
 namespace {

@@ -2,9 +2,9 @@
 
 #include <string>
 
-#include "apps/lidcam/camera/camera_source.h"
 #include "apps/lidcam/stream/stream_run.h"
 #include "bus/capture/replay/capture_source.h"
+#include "library/camera/camera_source.h"
 
 namespace lidcam::app {
 

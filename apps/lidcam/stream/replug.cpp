@@ -6,9 +6,9 @@
 #include <ctime>
 #include <iterator>
 
-#include "apps/lidcam/base/command_error.h"
-#include "apps/lidcam/base/interrupt.h"
-#include "apps/lidcam/camera/plugged_camera.h"
+#include "library/base/command_error.h"
+#include "library/base/interrupt.h"
+#include "library/camera/plugged_camera.h"
 
 namespace lidcam::app {
 namespace {

@@ -7,15 +7,15 @@
 #include <cstdio>
 #include <iostream>
 
-#include "apps/lidcam/base/command_error.h"
-#include "apps/lidcam/base/interrupt.h"
-#include "apps/lidcam/camera/controls/sensor_notes.h"
-#include "apps/lidcam/camera/core_camera.h"
-#include "apps/lidcam/camera/plugged_camera.h"
-#include "apps/lidcam/camera/streaming/silence_watch.h"
 #include "apps/lidcam/frames/progress.h"
 #include "apps/lidcam/output/utf8_text.h"
 #include "base/time_units.h"
+#include "library/base/command_error.h"
+#include "library/base/interrupt.h"
+#include "library/camera/controls/sensor_notes.h"
+#include "library/camera/core_camera.h"
+#include "library/camera/plugged_camera.h"
+#include "library/camera/streaming/silence_watch.h"
 #include "testbed/worlds.h"
 
 namespace lidcam::app {

@@ -6,12 +6,12 @@
 #include <string>
 #include <vector>
 
-#include "apps/lidcam/camera/controls/control_table.h"
-#include "apps/lidcam/camera/streaming/camera_stream.h"
 #include "apps/lidcam/frames/frame_log.h"
-#include "apps/lidcam/frames/replay_pipeline.h"
 #include "apps/lidcam/options/common_options.h"
 #include "apps/lidcam/output/frame_writer.h"
+#include "library/camera/controls/control_table.h"
+#include "library/camera/streaming/camera_stream.h"
+#include "library/frames/replay_pipeline.h"
 
 namespace lidcam::app {
 

@@ -12,12 +12,12 @@
 #include <string_view>
 #include <vector>
 
-#include "apps/lidcam/camera/streaming/camera_stream.h"
-#include "apps/lidcam/settings/host_environment.h"
-#include "apps/lidcam/settings/trace_observer.h"
 #include "bus/capture/recording/recording_bus.h"
 #include "bus/capture/replay/capture_bus.h"
 #include "camera_model/bus_adapter/simulated_bus.h"
+#include "library/camera/streaming/camera_stream.h"
+#include "library/settings/host_environment.h"
+#include "library/settings/trace_observer.h"
 #include "platform/host/nt/registry/registry.h"
 #include "platform/host/nt/system/debug_print.h"
 

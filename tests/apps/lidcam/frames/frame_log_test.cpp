@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "apps/lidcam/settings/trace_observer.h"
 #include "driver/core/base/camera_trace.h"
+#include "library/settings/trace_observer.h"
 
 namespace lidcam::app {
 namespace {

@@ -11,10 +11,10 @@
 #include <string>
 #include <vector>
 
-#include "apps/lidcam/base/command_error.h"
 #include "apps/lidcam/output/frame_writer.h"
 #include "apps/lidcam/output/output_file.h"
 #include "apps/lidcam/output/yuy2.h"
+#include "library/base/command_error.h"
 
 namespace lidcam::app {
 namespace {

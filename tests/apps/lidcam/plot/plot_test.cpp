@@ -6,11 +6,11 @@
 #include <string>
 #include <vector>
 
-#include "apps/lidcam/base/command_error.h"
 #include "apps/lidcam/frames/frame_log.h"
 #include "apps/lidcam/plot/frame_log_reader.h"
 #include "apps/lidcam/plot/gnuplot.h"
 #include "apps/lidcam/plot/loop_plot.h"
+#include "library/base/command_error.h"
 
 namespace lidcam::app {
 namespace {

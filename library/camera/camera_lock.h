@@ -1,0 +1,30 @@
+#pragma once
+
+#include "library/camera/camera_source.h"
+
+namespace lidcam::app {
+
+/// What a command does if another process has the camera open.
+struct LockPatience {
+  bool Waits = false;    ///< until it is free; else it is refused
+  bool IsQuiet = false;  ///< waits without a message
+};
+
+/// The exclusive lock under which a process opens a camera and changes it, as one driver owns the
+/// hardware. It ends with the process, even a killed one. Recordings need none.
+class CameraLock {
+ public:
+  /// If the lock's holder is a short command, such as set, the constructor waits and does not fail.
+  ///
+  /// Throws CommandError that names the process with the camera, or if it is interrupted while it
+  /// waits.
+  CameraLock(const CameraChoice& choice, const LockPatience& patience);
+  CameraLock(const CameraLock&) = delete;
+  CameraLock& operator=(const CameraLock&) = delete;
+  ~CameraLock();
+
+ private:
+  int file_ = -1;
+};
+
+}  // namespace lidcam::app

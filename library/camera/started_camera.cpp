@@ -1,0 +1,36 @@
+#include "library/camera/started_camera.h"
+
+#include "library/base/command_error.h"
+#include "library/camera/bus_gates.h"
+#include "library/camera/core_camera.h"
+#include "platform/host/nt/system/status_words.h"
+#include "testbed/transport_testbed.h"
+
+namespace lidcam::app {
+namespace {
+
+bus::UsbDeviceInfo Enumerate(bus::UsbBus& bus) {
+  try {
+    return bus::EnumerateDevice(bus);
+  } catch (const bus::EnumerationError& error) {
+    throw CommandError(error.what());
+  }
+}
+
+}  // namespace
+
+void WithStartedCamera(bus::UsbBus& bus, const std::function<void(CameraContext& camera)>& use) {
+  const bus::UsbDeviceInfo device = Enumerate(bus);
+  RecordedDevice plugged(bus);
+  testbed::WithTransportTestbed(
+      plugged, {.DriverKey = DriverKeyOf(device)}, [&](testbed::TransportTestbed& camera) {
+        const NTSTATUS status = camera.Start();
+        if (!NT_SUCCESS(status)) {
+          throw CommandError("camera " + IdentityText(device) +
+                             " did not come up: " + host::StatusText(status));
+        }
+        camera.WithCamera(use);
+      });
+}
+
+}  // namespace lidcam::app

@@ -1,0 +1,101 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <span>
+
+#include "library/camera/controls/control_table.h"
+#include "library/camera/opened_camera.h"
+#include "library/frames/delivery_watch.h"
+#include "library/frames/replay_pipeline.h"
+#include "library/frames/stream_progress.h"
+#include "library/settings/stream_size.h"
+#include "platform/host/client/stream.h"
+
+namespace lidcam::app {
+
+/// One frame as it comes to an application. The bytes live until the handler returns.
+struct StreamFrame {
+  std::span<const std::uint8_t> Yuy2;  ///< the picture in the stream's size
+  FramePosition Position;              ///< as the frame's headers tell it
+  DeliveryReport Report;
+};
+
+/// Called on the thread that runs the stream, one frame at a time. What it throws comes out of
+/// Advance().
+using StreamFrameHandler = std::function<void(const StreamFrame& frame)>;
+
+struct StreamSetup {
+  StreamSize Size;
+  std::span<const ControlAssignment> Controls{};  ///< set before the first frame, in this order
+  StreamFrameHandler Frames{};
+  std::optional<std::uint64_t>
+      MostFrames{};  ///< the camera's data end with the delivery of the last
+  std::optional<std::chrono::microseconds> Duration{};  ///< of bus time: the camera's data end then
+};
+
+/// A stream of a camera from top to bottom: a pin of the installed driver, read as any application
+/// reads it. It runs when it is handed out.
+class CameraStream {
+ public:
+  CameraStream(OpenedCamera& opened, client::Stream& pin, PictureSize rawSize,
+               const StreamSetup& setup);
+  CameraStream(const CameraStream&) = delete;
+  CameraStream& operator=(const CameraStream&) = delete;
+
+  /// Runs the stream, whose time begins now. Throws CommandError.
+  void Run();
+
+  /// Waits a little for the next frame. False when the camera is gone or a recording has no more, and
+  /// all frames that there were have been taken. Throws what the handler threw, and CommandError for a
+  /// stream whose transfers have come to a standstill.
+  bool Advance();
+
+  /// Ends the camera's data here, and takes the frames that are still on their way to the application:
+  /// these are then all that the data hold. Throws as Advance() does.
+  void TakeRest();
+
+  /// Ends the run in order: all buffers are back. Nothing if the device is gone.
+  void Stop();
+
+  [[nodiscard]] StreamCounts Counts() const;
+  [[nodiscard]] bool IsUnplugged() const { return opened_.IsUnplugged(); }
+  /// World time since the stream ran.
+  [[nodiscard]] double Seconds() const;
+  /// What the camera sends, whatever is delivered.
+  [[nodiscard]] PictureSize RawSize() const { return rawSize_; }
+  [[nodiscard]] OpenedCamera& Opened() { return opened_; }
+  [[nodiscard]] StreamProgress Progress() const;
+
+ private:
+  bool TakeNext(LONGLONG timeout);
+  void Take(const client::Frame& frame);
+  bool DrainAtEnd();
+  void WatchTransfers();
+  [[nodiscard]] testbed::BusMeter SinceRun() const;
+
+  OpenedCamera& opened_;
+  client::Stream& pin_;
+  PictureSize picture_;  ///< what the frames are, which may be less than the pin's buffers hold
+  PictureSize rawSize_;
+  StreamFrameHandler frames_;
+  testbed::BusMeter atRun_;
+  std::optional<DeliveryWatch> watch_;
+  StreamCounts counts_;  ///< of frames; the bus's share comes from its meter
+  StreamProgress last_;  ///< of the newest frame
+  DeliveryReport newest_;
+  LONGLONG start_ = 0;
+  std::uint64_t microframes_ = 0;
+  LONGLONG lastRead_ = 0;
+};
+
+/// Plugs the camera in, brings a stream up, hands it to `use`, and takes everything down in order,
+/// whatever `use` throws. Within a world of the bus's time.
+///
+/// Throws CommandError if the camera doesn't come up, or has no such stream.
+void WithStream(bus::UsbBus& bus, const StreamSetup& setup,
+                const std::function<void(CameraStream& stream)>& use);
+
+}  // namespace lidcam::app

@@ -1,0 +1,62 @@
+#include "library/settings/trace_observer.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdarg>
+#include <cstdio>
+#include <mutex>
+#include <utility>
+#include <vector>
+
+#include "driver/core/base/camera_trace.h"
+
+namespace lidcam::app {
+
+struct TraceObservers {
+  std::mutex Mutex;
+  std::vector<TraceObserver*> List;
+  bool IsPaused = false;
+
+  // Never destroyed: an observer may live to the very end of the program.
+  static TraceObservers& Instance() {
+    static auto* const observers = new TraceObservers;
+    return *observers;
+  }
+
+  [[gnu::format(printf, 1, 0)]] static void PassOn(const char* format, std::va_list arguments) {
+    std::array<char, 160> line{};
+    std::vsnprintf(line.data(), line.size(), format, arguments);
+    TraceObservers& observers = Instance();
+    const std::lock_guard lock(observers.Mutex);
+    if (observers.IsPaused) return;
+    for (const TraceObserver* observer : observers.List) observer->handler_(line.data());
+  }
+};
+
+TraceObserver::TraceObserver(Handler handler) : handler_(std::move(handler)) {
+  TraceObservers& observers = TraceObservers::Instance();
+  const std::lock_guard lock(observers.Mutex);
+  observers.List.push_back(this);
+  SetCameraTraceSink(TraceObservers::PassOn);
+}
+
+TraceObserver::~TraceObserver() {
+  TraceObservers& observers = TraceObservers::Instance();
+  const std::lock_guard lock(observers.Mutex);
+  std::erase(observers.List, this);
+  if (observers.List.empty()) SetCameraTraceSink(nullptr);
+}
+
+TracePause::TracePause() {
+  TraceObservers& observers = TraceObservers::Instance();
+  const std::lock_guard lock(observers.Mutex);
+  observers.IsPaused = true;
+}
+
+TracePause::~TracePause() {
+  TraceObservers& observers = TraceObservers::Instance();
+  const std::lock_guard lock(observers.Mutex);
+  observers.IsPaused = false;
+}
+
+}  // namespace lidcam::app
