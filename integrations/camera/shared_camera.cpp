@@ -144,6 +144,7 @@ void SharedCamera::Run() {
 void SharedCamera::Rest() {
   StopStream();
   told_.clear();
+  receiver_.CameraRests();
   std::unique_lock lock(mutex_);
   const auto hasNews = [this] { return hasNews_; };
   if (camera_ && changed_.wait_for(lock, options_.Linger, hasNews)) return;

@@ -42,6 +42,8 @@ class PictureReceiver {
   virtual ~PictureReceiver() = default;
   /// A picture of the camera, or a notice that says why there is none. On the camera's own thread.
   virtual void TakePicture(const StreamShape& shape, const Picture& picture) = 0;
+  /// Nobody looks any more: no picture comes until somebody does. On the camera's own thread.
+  virtual void CameraRests() {}
   /// Controls have other values, or one was refused and keeps its own. On the camera's own thread.
   virtual void ControlsChanged() = 0;
 };
