@@ -6,6 +6,7 @@
 #include <optional>
 #include <thread>
 
+#include "integrations/camera/share_lock.h"
 #include "integrations/pipewire/camera_node.h"
 
 namespace lidcam::integrations::pipewire {
@@ -28,6 +29,7 @@ void ShareWithPipeWire(const CameraAddress& address,
                        const std::function<bool()>& isEnding) {
   const std::optional<CameraDescription> camera = DescribeCamera(address, tell, isEnding);
   if (!camera) return;
+  const ShareLock lock(*camera, "through PipeWire");
   const PipeWireLibrary library;
   CameraNode node({.Camera = *camera, .Tell = tell});
   tell("camera '" + camera->Address.Text + "' is shared through PipeWire as '" + camera->Text +

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "integrations/camera/notice_picture.h"
+#include "integrations/camera/share_lock.h"
 #include "integrations/camera/shared_camera.h"
 #include "integrations/v4l2/device_lookers.h"
 
@@ -92,6 +93,7 @@ void ShareWithV4l2(const ShareOptions& options,
       DescribeCamera(options.Address, tell, isEnding);
   if (!description) return;
   RequireSize(options.Size, description->Sizes);
+  const ShareLock lock(*description, "as " + options.Device);
   LoopbackDevice device({.Path = options.Device, .Size = options.Size, .Tell = tell}, calls);
   DeviceLookers lookers(options.Device);
   DeviceReceiver receiver(device, options.Size);
