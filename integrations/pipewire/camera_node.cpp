@@ -82,6 +82,12 @@ const pw_core_events CameraNode::kCoreEvents = {
     .remove_mem = nullptr,
 };
 
+const pw_registry_events CameraNode::kRegistryEvents = {
+    .version = PW_VERSION_REGISTRY_EVENTS,
+    .global = OnObjectAdded,
+    .global_remove = OnObjectRemoved,
+};
+
 void CameraNode::EndLoop::operator()(pw_thread_loop* loop) const {
   pw_thread_loop_stop(loop);
   pw_thread_loop_destroy(loop);
@@ -111,6 +117,9 @@ void CameraNode::Connect() {
   core_.reset(pw_context_connect(context_.get(), nullptr, 0));
   if (!core_) FailWithErrno("PipeWire cannot be reached (does it run, as this user?)");
   pw_core_add_listener(core_.get(), &coreHook_, &kCoreEvents, this);
+  registry_.reset(pw_core_get_registry(core_.get(), PW_VERSION_REGISTRY, 0));
+  if (!registry_) FailWithErrno("PipeWire's objects cannot be watched");
+  pw_registry_add_listener(registry_.get(), &registryHook_, &kRegistryEvents, this);
   stream_.reset(
       pw_stream_new(core_.get(), options_.Camera.Text.c_str(), NodeProperties(options_.Camera)));
   if (!stream_) FailWithErrno("a PipeWire node cannot be made");
@@ -137,6 +146,29 @@ void CameraNode::OnCoreError(void* user, std::uint32_t id, int, int result, cons
   // Of other objects: an application's link that failed, say.
   if (id != PW_ID_CORE || result != -EPIPE) return;
   static_cast<CameraNode*>(user)->End(std::string("PipeWire has ended: ") + message);
+}
+
+void CameraNode::OnObjectAdded(void* user, std::uint32_t id, std::uint32_t, const char* type,
+                               std::uint32_t, const spa_dict* properties) {
+  auto& self = *static_cast<CameraNode*>(user);
+  self.objects_.Add(id, type, properties);
+  self.TellOfLookers();
+}
+
+void CameraNode::OnObjectRemoved(void* user, std::uint32_t id) {
+  auto& self = *static_cast<CameraNode*>(user);
+  self.objects_.Remove(id);
+  self.TellOfLookers();
+}
+
+void CameraNode::TellOfLookers() {
+  std::vector<std::string> lookers =
+      objects_.LookersAt(stream_ ? pw_stream_get_node_id(stream_.get()) : PW_ID_ANY);
+  if (lookers == lookers_) return;
+  lookers_ = std::move(lookers);
+  std::string names;
+  for (const std::string& looker : lookers_) names += (names.empty() ? "" : ", ") + looker;
+  options_.Tell((names.empty() ? "nobody" : names) + " looks through PipeWire");
 }
 
 void CameraNode::OnStateChanged(void* user, pw_stream_state, pw_stream_state now,

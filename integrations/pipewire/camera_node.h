@@ -7,9 +7,11 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "integrations/camera/camera_description.h"
 #include "integrations/camera/shared_camera.h"
+#include "integrations/pipewire/looker_table.h"
 #include "integrations/pipewire/pods.h"
 
 namespace lidcam::integrations::pipewire {
@@ -47,14 +49,23 @@ class CameraNode : private PictureReceiver {
   struct Disconnect {
     void operator()(pw_core* core) const { pw_core_disconnect(core); }
   };
+  struct DestroyRegistry {
+    void operator()(pw_registry* registry) const {
+      pw_proxy_destroy(reinterpret_cast<pw_proxy*>(registry));
+    }
+  };
   struct DestroyStream {
     void operator()(pw_stream* stream) const { pw_stream_destroy(stream); }
   };
 
   static const pw_stream_events kStreamEvents;
   static const pw_core_events kCoreEvents;
+  static const pw_registry_events kRegistryEvents;
   static void OnCoreError(void* user, std::uint32_t id, int sequence, int result,
                           const char* message);
+  static void OnObjectAdded(void* user, std::uint32_t id, std::uint32_t permissions,
+                            const char* type, std::uint32_t version, const spa_dict* properties);
+  static void OnObjectRemoved(void* user, std::uint32_t id);
   static void OnStateChanged(void* user, pw_stream_state before, pw_stream_state now,
                              const char* error);
   static void OnParamChanged(void* user, std::uint32_t id, const spa_pod* param);
@@ -62,6 +73,7 @@ class CameraNode : private PictureReceiver {
   void Connect();
   void ChangeFormat(const spa_pod* format);
   void ChangeState(pw_stream_state state, const char* error);
+  void TellOfLookers();
   void Offer(const std::vector<PictureSize>& sizes);
   void Update(const Pods& pods);
   void End(const std::string& reason);
@@ -74,12 +86,16 @@ class CameraNode : private PictureReceiver {
   std::unique_ptr<pw_thread_loop, EndLoop> loop_;
   std::unique_ptr<pw_context, DestroyContext> context_;
   std::unique_ptr<pw_core, Disconnect> core_;
+  std::unique_ptr<pw_registry, DestroyRegistry> registry_;
   std::unique_ptr<pw_stream, DestroyStream> stream_;
   spa_hook coreHook_{};
+  spa_hook registryHook_{};
   spa_hook streamHook_{};
   // Of the loop's thread.
   std::optional<StreamShape> format_;
   bool isStreaming_ = false;
+  LookerTable objects_;
+  std::vector<std::string> lookers_;
   std::string endReason_;
 
   std::unique_ptr<SharedCamera> camera_;
