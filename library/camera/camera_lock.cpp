@@ -11,7 +11,6 @@
 #include <charconv>
 #include <chrono>
 #include <csignal>
-#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -23,6 +22,7 @@
 
 #include "library/base/command_error.h"
 #include "library/base/interrupt.h"
+#include "library/base/notices.h"
 #include "library/settings/host_environment.h"
 
 namespace lidcam::app {
@@ -32,14 +32,15 @@ constexpr std::chrono::milliseconds kRetry{20};
 constexpr std::chrono::seconds kBriefWait{10};
 constexpr std::size_t kLongestText = 300;
 
-// "lidcam stream --fast", on one line that a terminal shows as it is.
+// "lidcam stream --fast", or a program that uses the library, on one line that a terminal shows as it is.
 std::string OwnCommand() {
   std::ifstream file("/proc/self/cmdline", std::ios::binary);
   std::string words{std::istreambuf_iterator<char>(file), {}};
   if (words.empty()) return "lidcam";
   words.pop_back();  // the last word's end
   const std::size_t end = std::min(words.find('\0'), words.size());
-  words.replace(0, end, "lidcam");
+  const std::string program = std::filesystem::path(words.substr(0, end)).filename();
+  words.replace(0, end, program.starts_with("lidcam") ? "lidcam" : program);
   for (char& letter : words) {
     if (letter == '\0') letter = ' ';
     if (std::iscntrl(static_cast<unsigned char>(letter)) != 0) letter = '?';
@@ -99,12 +100,12 @@ class Wait {
       throw CommandError(InterruptText() + " while " + camera_ + " was in use by " + text);
     }
     const bool isBrief = (!holder || holder->IsBrief()) && Clock::now() < begin_ + kBriefWait;
-    if (!patience_.Waits && !isBrief) {
-      throw CommandError(camera_ + " is in use by " + text + ": --wait waits until it is free",
-                         Failure::InUse);
+    const bool isOver = patience_.Limit && Clock::now() >= begin_ + *patience_.Limit;
+    if ((!patience_.Waits || isOver) && !isBrief) {
+      throw CommandError(camera_ + " is in use by " + text + patience_.HowToWait, Failure::InUse);
     }
     if (!isBrief && !isTold_ && !patience_.IsQuiet) {
-      std::fprintf(stderr, "lidcam: waiting for %s, in use by %s\n", camera_.c_str(), text.c_str());
+      TellUser("waiting for " + camera_ + ", in use by " + text);
       isTold_ = true;
     }
     std::this_thread::sleep_for(kRetry);
@@ -119,13 +120,25 @@ class Wait {
   bool isTold_ = false;
 };
 
+std::string LockFileOf(const std::string& unit) {
+  return (HomeFolder() / ("camera-" + unit + ".lock")).string();
+}
+
 }  // namespace
+
+std::string LockHolderOf(const std::string& unit) {
+  const int file = ::open(LockFileOf(unit).c_str(), O_RDONLY | O_CLOEXEC);
+  if (file < 0) return {};
+  const std::optional<Holder> holder = ReadHolder(file);
+  ::close(file);
+  return holder ? holder->Text() : std::string();
+}
 
 CameraLock::CameraLock(const CameraChoice& choice, const LockPatience& patience) {
   const std::optional<std::string> unit = UnitOf(choice);
   if (!unit) return;
   constexpr mode_t kMode = 0666;  // reduced by the umask
-  const std::string name = (HomeFolder() / ("camera-" + *unit + ".lock")).string();
+  const std::string name = LockFileOf(*unit);
   file_ = ::open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kMode);
   if (file_ < 0) {
     throw CommandError("lock '" + name + "' can't be taken: " + std::strerror(errno));

@@ -1,5 +1,9 @@
 #pragma once
 
+#include <chrono>
+#include <optional>
+#include <string>
+
 #include "library/camera/camera_source.h"
 
 namespace lidcam::app {
@@ -8,7 +12,14 @@ namespace lidcam::app {
 struct LockPatience {
   bool Waits = false;    ///< until it is free; else it is refused
   bool IsQuiet = false;  ///< waits without a message
+  std::string HowToWait = ": --wait waits until it is free";  ///< the end of the refusal
+  std::optional<std::chrono::milliseconds> Limit{};  ///< of the wait; none: until it is free
 };
+
+/// The process that has a camera open: "1234 (lidcam stream)"; empty if none has.
+///
+/// @param unit  as UnitOf() names it
+[[nodiscard]] std::string LockHolderOf(const std::string& unit);
 
 /// The exclusive lock under which a process opens a camera and changes it, as one driver owns the
 /// hardware. It ends with the process, even a killed one. Recordings need none.

@@ -11,6 +11,7 @@
 #include "camera_model/bus_adapter/simulated_bus.h"
 #include "camera_model/device/camera_options.h"
 #include "library/base/command_error.h"
+#include "library/base/notices.h"
 #include "library/camera/plugged_camera.h"
 #include "library/camera/recorded_settings.h"
 
@@ -120,7 +121,7 @@ bus::CaptureSource OpenCapture(const std::string& path, const std::optional<std:
 
 void TellNotes(const bus::CaptureSource& source) {
   for (const std::string& note : source.Notes()) {
-    std::fprintf(stderr, "lidcam: %s: %s\n", bus::CaptureName(source.Path()).c_str(), note.c_str());
+    TellUser(bus::CaptureName(source.Path()) + ": " + note);
   }
 }
 
@@ -130,7 +131,7 @@ std::unique_ptr<bus::UsbBus> OpenCamera(const CameraChoice& choice) {
     const bus::CaptureSource source = OpenCapture(*path, choice.Device);
     TellNotes(source);
     auto recorded = std::make_unique<bus::CaptureBus>(source);
-    AdoptRecordedSettings(*recorded);
+    AdoptRecordedSettings(*recorded, choice.DriverKey);
     return recorded;
   }
   if (choice.Device) {
@@ -148,6 +149,12 @@ std::unique_ptr<bus::UsbBus> OpenCamera(const CameraChoice& choice) {
 std::optional<camera_model::LightSchedule> LightOn(const CameraChoice& choice) {
   if (!IsSimulated(choice.Camera)) return std::nullopt;
   return OptionsOf(choice).Light;
+}
+
+void RefuseControlsOfRecording(const CameraChoice& camera) {
+  if (!CaptureFileOf(camera.Camera)) return;
+  throw UsageError("camera '" + camera.Camera +
+                   "' is a recording: its pictures are taken, and no control changes them");
 }
 
 }  // namespace lidcam::app

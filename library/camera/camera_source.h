@@ -19,6 +19,7 @@ struct CameraChoice {
   std::optional<std::string> Light;   ///< "300lx@0s,5lx@4s": light on a simulated scene
   std::optional<std::string> Mains;   ///< "50Hz" or "60Hz": lamps on a simulated scene
   bool IsFast = false;                ///< simulated bus time runs as fast as the machine can
+  std::u16string DriverKey{};         ///< of the settings; empty: that of the camera's identity
 };
 
 /// Opens the camera's bus. Throws UsageError for an invalid name and CommandError for a
@@ -49,5 +50,8 @@ void TellNotes(const bus::CaptureSource& source);
 
 /// The file of a "capture:FILE" name, or nothing.
 [[nodiscard]] std::optional<std::string> CaptureFileOf(const std::string& camera);
+
+/// Throws UsageError if controls are to be set on a recording, which holds the pictures as they are.
+void RefuseControlsOfRecording(const CameraChoice& camera);
 
 }  // namespace lidcam::app

@@ -78,14 +78,14 @@ void CoreCamera::ContextDeleter::operator()(CameraContext* context) const {
   DestroyCameraContext(context);
 }
 
-CoreCamera::CoreCamera(bus::UsbBus& bus) {
+CoreCamera::CoreCamera(bus::UsbBus& bus, const std::u16string& driverKey) {
   try {
     device_ = bus::EnumerateDevice(bus);
   } catch (const bus::EnumerationError& error) {
     throw CommandError(error.what());
   }
   transport_.reset(new Transport);
-  transport_->Device.DriverKey = DriverKeyOf(device_);
+  transport_->Device.DriverKey = driverKey.empty() ? DriverKeyOf(device_) : driverKey;
   transport_->Head.PhysicalDeviceObject = &transport_->Device;
   transport_->Bus = &bus;
 

@@ -19,8 +19,9 @@ class CoreCamera {
  public:
   /// Throws CommandError if the device does not answer or the bring-up fails.
   ///
-  /// @param bus  must outlive the camera
-  explicit CoreCamera(bus::UsbBus& bus);
+  /// @param bus        must outlive the camera
+  /// @param driverKey  where its settings are; empty: the key of its identity
+  explicit CoreCamera(bus::UsbBus& bus, const std::u16string& driverKey = {});
   CoreCamera(const CoreCamera&) = delete;
   CoreCamera& operator=(const CoreCamera&) = delete;
   ~CoreCamera();

@@ -56,7 +56,8 @@ void OpenedCamera::TellGone() {
   installed_.SurpriseRemove();
 }
 
-void WithOpenedCamera(bus::UsbBus& bus, const std::function<void(OpenedCamera& opened)>& use) {
+void WithOpenedCamera(bus::UsbBus& bus, const std::function<void(OpenedCamera& opened)>& use,
+                      const DriverKeyChoice& key) {
   bus::UsbDeviceInfo device;
   try {
     device = bus::EnumerateDevice(bus);
@@ -64,7 +65,8 @@ void WithOpenedCamera(bus::UsbBus& bus, const std::function<void(OpenedCamera& o
     throw CommandError(error.what());
   }
   CameraGates gates(bus);
-  testbed::InstalledTestbed installed(gates.Setting, {.DriverKey = DriverKeyOf(device)});
+  testbed::InstalledTestbed installed(gates.Setting,
+                                      {.DriverKey = key ? key(device) : DriverKeyOf(device)});
   const auto open = [&] {
     StartCamera(installed, device);
     const client::Camera camera = client::Camera::Open(installed.TopDevice());

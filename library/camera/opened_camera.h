@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <string>
 
 #include "bus/enumeration.h"
 #include "driver/core/record/camera_context.h"
@@ -73,11 +74,17 @@ class OpenedCamera {
   bool isToldGone_ = false;
 };
 
+/// Chooses the driver key of a camera, with its settings, once its identity is known.
+using DriverKeyChoice = std::function<std::u16string(const bus::UsbDeviceInfo& device)>;
+
 /// Plugs the camera in, installs its driver, opens it for `use`, and takes everything down in order,
 /// also if `use` throws: the driver saves its settings then. Within a world of the bus's time.
 ///
 /// Throws CommandError if the camera doesn't come up.
-void WithOpenedCamera(bus::UsbBus& bus, const std::function<void(OpenedCamera& opened)>& use);
+///
+/// @param key  none: the key of the camera's identity
+void WithOpenedCamera(bus::UsbBus& bus, const std::function<void(OpenedCamera& opened)>& use,
+                      const DriverKeyChoice& key = {});
 
 /// Takes what a command opens: the bus of its camera, in virtual time unless the camera is plugged in, for
 /// commands that don't stream.

@@ -18,6 +18,7 @@
 #include "bus/usb/usb_sysfs.h"
 #include "camera_model/device/camera_identity.h"
 #include "library/base/command_error.h"
+#include "library/base/notices.h"
 
 namespace lidcam::app {
 namespace {
@@ -131,9 +132,8 @@ Failure FailureOf(const bus::UsbError& error) {
 void TellDriver(const bus::PluggedDevice& device) {
   for (const std::string& driver : bus::UsbSysfs().Device(device.Path).Drivers) {
     if (driver == "usbfs") continue;
-    std::fprintf(
-        stderr, "lidcam: the kernel's driver %s is detached from %s, and gets it back at the end\n",
-        driver.c_str(), NameOf(device).c_str());
+    TellUser("the kernel's driver " + driver + " is detached from " + NameOf(device) +
+             ", and gets it back at the end");
   }
 }
 
@@ -143,7 +143,7 @@ void TellNotice(const bus::PluggedDevice& device, bus::UsbNotice notice, std::st
     line += others.empty() ? "; nothing else is on bus " + std::to_string(device.Bus)
                            : "; also on bus " + std::to_string(device.Bus) + ": " + others;
   }
-  std::fprintf(stderr, "lidcam: %s: %s\n", NameOf(device).c_str(), line.c_str());
+  TellUser(NameOf(device) + ": " + line);
 }
 
 // Without a file there is no permission to wait for: the device was found some other way.

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <numeric>
 #include <span>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -39,8 +40,8 @@ constexpr std::array kChoices = {
 };
 
 // The camera's record saves its settings when it is destroyed.
-void Store(bus::UsbBus& bus, const ExposureSettings& settings) {
-  CoreCamera camera(bus);
+void Store(bus::UsbBus& bus, const std::u16string& driverKey, const ExposureSettings& settings) {
+  CoreCamera camera(bus, driverKey);
   camera.Context().AutoExposure = settings.AutoExposure;
   camera.Context().Flicker = settings.Flicker;
   camera.Context().LDMode = settings.LightMode;
@@ -107,10 +108,11 @@ void Change(CameraContext& context, const ExposureSettings& to) {
 
 /// The driver's requests with the settings in the registry, and with those that an application
 /// changes before the first frame.
-BringUp OwnBringUp(bus::CaptureBus& bus, const ExposureSettings& changed) {
+BringUp OwnBringUp(bus::CaptureBus& bus, const std::u16string& driverKey,
+                   const ExposureSettings& changed) {
   bus.ForgetRequests();
   RequestKeeper keeper(bus);
-  CoreCamera camera(keeper);
+  CoreCamera camera(keeper, driverKey);
   BringUp own{.Creation = keeper.Take(), .Start = {}};
   MarkStreaming(camera.Context());
   SelectStreamMode(camera.Context(), {.Width = 640,
@@ -154,36 +156,36 @@ std::pair<std::size_t, std::size_t> Distance(const BringUp& one, const BringUp& 
           Difference(one.Creation, other.Creation) + Difference(one.Start, other.Start)};
 }
 
-std::int32_t SensorOf(bus::CaptureBus& bus) {
-  CoreCamera camera(bus);
+std::int32_t SensorOf(bus::CaptureBus& bus, const std::u16string& driverKey) {
+  CoreCamera camera(bus, driverKey);
   return camera.Context().SensorType;
 }
 
-void Adopt(bus::CaptureBus& bus) {
+void Adopt(bus::CaptureBus& bus, const std::u16string& driverKey) {
   // All others expose by themselves, and discard nothing.
-  if (SensorOf(bus) != SensorTypeVGA0708) return;
+  if (SensorOf(bus, driverKey) != SensorTypeVGA0708) return;
   const BringUp recorded = RecordedBringUp(bus);
   const ExposureSettings* best = nullptr;
   std::pair<std::size_t, std::size_t> least;
   for (const ExposureSettings& stored : kChoices) {
     for (const ExposureSettings& changed : kChoices) {
-      Store(bus, stored);
-      const auto distance = Distance(OwnBringUp(bus, changed), recorded);
+      Store(bus, driverKey, stored);
+      const auto distance = Distance(OwnBringUp(bus, driverKey, changed), recorded);
       if (best != nullptr && distance >= least) continue;
       best = &changed;
       least = distance;
     }
   }
-  Store(bus, *best);
+  Store(bus, driverKey, *best);
 }
 
 }  // namespace
 
-void AdoptRecordedSettings(bus::CaptureBus& bus) {
+void AdoptRecordedSettings(bus::CaptureBus& bus, const std::u16string& driverKey) {
   const TracePause trace;
   const host::DebugPrintCapture debug;
   try {
-    RunInVirtualTime([&bus] { Adopt(bus); });
+    RunInVirtualTime([&] { Adopt(bus, driverKey); });
   } catch (const CommandError&) {
     // A failed bring-up also fails in the stream, which reports it.
   }

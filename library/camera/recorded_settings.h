@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string>
+
 #include "bus/capture/replay/capture_bus.h"
 
 namespace lidcam::app {
@@ -10,6 +12,8 @@ namespace lidcam::app {
 ///
 /// They are stored in the camera's registry key, which must be one that is not saved. If the
 /// capture doesn't determine them, the default settings stay. The bus is reset to its start.
-void AdoptRecordedSettings(bus::CaptureBus& bus);
+///
+/// @param driverKey  empty: the key of the camera's identity
+void AdoptRecordedSettings(bus::CaptureBus& bus, const std::u16string& driverKey = {});
 
 }  // namespace lidcam::app

@@ -14,6 +14,7 @@
 #include <system_error>
 
 #include "library/base/command_error.h"
+#include "library/base/notices.h"
 #include "library/register_sets/set_files.h"
 #include "library/settings/trace_observer.h"
 #include "platform/host/nt/files/files.h"
@@ -92,8 +93,8 @@ class UnreadableSets {
     if (isMissing && !isTreeNamed_) return;
     const std::lock_guard lock(mutex_);
     if (!told_.insert(path).second) return;
-    std::fprintf(stderr, "lidcam: set file '%s' can't be read, the camera starts without it: %s\n",
-                 path.c_str(), host::StatusText(status).c_str());
+    TellUser("set file '" + path.string() +
+             "' can't be read, the camera starts without it: " + host::StatusText(status));
   }
 
  private:
@@ -122,7 +123,7 @@ fs::path SettingsFile() {
   return HomeFolder() / "registry.reg";
 }
 
-RunSettings OpenHostEnvironment(const Verbosity& verbosity, SetFiles setFiles) {
+void UseSystemRoot(SetFiles setFiles) {
   const fs::path home = HomeFolder();
   const bool isSimulated = setFiles == SetFiles::OfSimulatedCameras;
   const bool isPluggedIn = setFiles == SetFiles::OfPluggedCameras;
@@ -131,9 +132,17 @@ RunSettings OpenHostEnvironment(const Verbosity& verbosity, SetFiles setFiles) {
                                     : home / "system-root");
   // A simulated camera has its own set files; a recorded one used those of its host.
   TellUnreadableSets(isPluggedIn || (isSimulated && NamedRoot().has_value()));
+}
+
+fs::path SettingsFileFor(SetFiles setFiles) {
+  return setFiles == SetFiles::OfHardware ? fs::path() : SettingsFile();
+}
+
+RunSettings OpenHostEnvironment(const Verbosity& verbosity, SetFiles setFiles) {
+  UseSystemRoot(setFiles);
   if (verbosity.ShowsTrace) PrintTraceTo(stderr);
   if (verbosity.ShowsDebug) host::SetDebugPrintSink(PrintDebugMessage);
-  return RunSettings(isSimulated || isPluggedIn ? SettingsFile() : fs::path());
+  return RunSettings(SettingsFileFor(setFiles));
 }
 
 void TraceToStandardOutput() {

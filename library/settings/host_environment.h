@@ -34,6 +34,14 @@ enum class SetFiles {
 ///         stored
 RunSettings OpenHostEnvironment(const Verbosity& verbosity, SetFiles setFiles);
 
+/// The part of OpenHostEnvironment() that is about files: the tree that \SystemRoot stands for, in which the
+/// driver finds set files when a camera starts and writes stills.
+void UseSystemRoot(SetFiles setFiles);
+
+/// The user's settings for such cameras; empty for recordings, which begin with the default ones. Throws
+/// CommandError.
+[[nodiscard]] std::filesystem::path SettingsFileFor(SetFiles setFiles);
+
 /// The folder; created when missing. Throws CommandError.
 [[nodiscard]] std::filesystem::path HomeFolder();
 

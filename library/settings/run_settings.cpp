@@ -2,17 +2,13 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
-#include <string>
 #include <string_view>
 #include <utility>
-#include <vector>
 
 #include "driver/core/settings/settings_store.h"
-#include "library/base/command_error.h"
+#include "library/settings/user_settings.h"
 #include "platform/host/nt/registry/registry.h"
-#include "platform/host/nt/registry/registry_file.h"
 #include "platform/host/nt/registry/registry_store.h"
 
 namespace lidcam::app {
@@ -20,12 +16,6 @@ namespace {
 
 using host::RegistryTree;
 using host::RegistryValue;
-
-RegistryTree ContentOf(const std::filesystem::path& file) {
-  if (file.empty()) return {};
-  host::RegistryStore store({.File = file.string(), .Message = nullptr, .Steps = {}});
-  return store.Snapshot();
-}
 
 // What a camera without this setting has begun with, and saved.
 bool IsInitial(std::u16string_view name, const RegistryValue& value) {
@@ -50,29 +40,13 @@ bool IsToStore(std::u16string_view name, const RegistryValue& value, const Regis
 }  // namespace
 
 RunSettings::RunSettings(std::filesystem::path file)
-    : file_(std::move(file)), before_(ContentOf(file_)) {
+    : file_(std::move(file)), before_(ReadUserSettings(file_)) {
   host::OpenRegistry({.File = {}, .Message = nullptr, .Steps = {}, .Content = before_});
 }
 
 void RunSettings::Store() const {
   if (file_.empty()) return;
-  // Locked from the read to the write, so that no other process's change is lost.
-  const host::RegistryFileLock lock((file_.parent_path() / "settings").string());
-  if (lock.Error() != 0) {
-    throw CommandError("the settings are not stored: '" + file_.string() +
-                       "' can't be locked: " + std::strerror(lock.Error()));
-  }
-  std::vector<std::string> messages;
-  host::RegistryStore store(
-      {.File = file_.string(),
-       .Message = [&](const std::string& message) { messages.push_back(message); },
-       .Steps = {}});
-  const int error = WriteChanges(store);
-  if (error != 0) {
-    const std::string reason = messages.empty() ? std::strerror(error) : messages.back();
-    throw CommandError("the settings are not stored: " + reason);
-  }
-  for (const std::string& message : messages) std::fprintf(stderr, "%s\n", message.c_str());
+  ChangeUserSettings(file_, [this](host::RegistryStore& store) { return WriteChanges(store); });
 }
 
 int RunSettings::WriteChanges(host::RegistryStore& store) const {

@@ -16,11 +16,11 @@
 #include "apps/lidcam/output/utf8_text.h"
 #include "apps/lidcam/output/yuy2.h"
 #include "apps/lidcam/stream/replay_run.h"
-#include "driver/avstream/properties/property_ids.h"
 #include "library/base/command_error.h"
 #include "library/base/interrupt.h"
 #include "library/camera/controls/sensor_notes.h"
 #include "library/camera/core_camera.h"
+#include "library/camera/still_request.h"
 #include "library/camera/streaming/camera_stream.h"
 #include "library/camera/streaming/silence_watch.h"
 #include "library/still/still_file.h"
@@ -36,16 +36,6 @@ struct StillCommand {
   std::string Output;
   std::optional<std::string> Faults;
 };
-
-void AskForStill(const OpenedCamera& opened, std::uint32_t value) {
-  PrivatePropertyBlock block{};
-  block.Value = static_cast<LONG>(value);
-  const NTSTATUS status =
-      opened.Camera().Properties().SetBlock(PROPSETID_CAMERA_PRIVATE, PrivatePropertyStill, block);
-  if (NT_SUCCESS(status)) return;
-  throw CommandError(opened.IsUnplugged() ? "the camera was unplugged: no still was taken"
-                                          : "the camera refuses to take a still");
-}
 
 // Less settling helps only where a frame came that could have been the still.
 [[noreturn]] void FailAtEndOfCapture(std::uint64_t delivered, std::uint64_t settleFrames) {

@@ -79,12 +79,6 @@ void AddWaitOption(CLI::App& command, CommonOptions& options) {
       "fail");
 }
 
-void RefuseControlsOfRecording(const CameraChoice& camera) {
-  if (!CaptureFileOf(camera.Camera)) return;
-  throw UsageError("camera '" + camera.Camera +
-                   "' is a recording: its pictures are taken, and no control changes them");
-}
-
 void AddLightOptions(CLI::App& command, CommonOptions& options) {
   command
       .add_option(

@@ -42,9 +42,6 @@ void ChooseCamera(CommonOptions& options);
 /// Adds --wait, for commands that lock their camera.
 void AddWaitOption(CLI::App& command, CommonOptions& options);
 
-/// Throws UsageError if controls are to be set on a recording, which holds the pictures as they are.
-void RefuseControlsOfRecording(const CameraChoice& camera);
-
 /// Adds --light and --mains, which light the scene of a simulated camera.
 void AddLightOptions(CLI::App& command, CommonOptions& options);
 

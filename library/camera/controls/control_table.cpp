@@ -24,10 +24,12 @@ constexpr CameraControl Named(ControlCode code, std::int32_t minimum, std::int32
           .Set = property.Set,
           .Id = property.Id,
           .Part = ControlPart::Value,
+          .Field = FindControl(code)->Field,
           .Minimum = minimum,
           .Maximum = maximum,
           .Default = initial,
-          .Meaning = meaning};
+          .Meaning = meaning,
+          .IsMenu = false};
 }
 
 // A published level, whose range the driver reports.
@@ -54,6 +56,12 @@ constexpr CameraControl Beside(ControlCode code, ControlPart part, std::string_v
   CameraControl control = Named(code, minimum, maximum, DefaultOfSetting(field), meaning);
   control.Name = name;
   control.Part = part;
+  control.Field = field;
+  return control;
+}
+
+constexpr CameraControl AsMenu(CameraControl control) {
+  control.IsMenu = true;
   return control;
 }
 
@@ -81,12 +89,12 @@ constexpr std::array kShown = {
            0, 1, "1: chip or host exposes by itself"),
     Own(ControlCode::Mirror, 0, 1, "1: left and right exchanged"),
     Own(ControlCode::Vertical, 0, 1, "1: upside down"),
-    Own(ControlCode::Flicker, 0, 2, "mains light: 0 none, 1 50 Hz, 2 60 Hz"),
-    Own(ControlCode::Effect, 0, 5, "picture effect, 0 none"),
+    AsMenu(Own(ControlCode::Flicker, 0, 2, "mains light: 0 none, 1 50 Hz, 2 60 Hz")),
+    AsMenu(Own(ControlCode::Effect, 0, 5, "picture effect, 0 none")),
     WithPart(Own(ControlCode::LightAndLed, 0, 1, "1: holds the low-light registers"),
              ControlPart::Light),
-    Beside(ControlCode::LightAndLed, ControlPart::Led, "LED", &CameraContext::LED, 2, 4,
-           "2 on, 3 off, 4 follows the light"),
+    AsMenu(Beside(ControlCode::LightAndLed, ControlPart::Led, "LED", &CameraContext::LED, 2, 4,
+                  "2 on, 3 off, 4 follows the light")),
 };
 
 // Sensors as bits, so that a row holds for several.
@@ -240,6 +248,19 @@ void SetValue(const client::Camera& camera, const CameraControl& control, std::i
   } catch (const client::ClientError& error) {
     Refuse(control, "set", error.Status());
   }
+}
+
+// Exposure by hand turns the automatic one off.
+std::vector<NamedSetting> SettingsOf(const CameraControl& control, const CameraContext& context) {
+  const SettingField exposure = &CameraContext::Exposure;
+  const SettingField autoExposure = &CameraContext::AutoExposure;
+  std::vector<NamedSetting> settings;
+  for (const LoadedSetting& setting : kLoadedSettings) {
+    const bool isChanged = setting.Field == control.Field ||
+                           (control.Field == exposure && setting.Field == autoExposure);
+    if (isChanged) settings.push_back({setting.Name, setting.Field.Load(context)});
+  }
+  return settings;
 }
 
 std::span<const CameraControl> AllControls() {

@@ -8,6 +8,8 @@
 #include <vector>
 
 #include "driver/core/record/camera_context.h"
+#include "driver/core/record/setting_field.h"
+#include "library/settings/user_settings.h"
 #include "platform/host/client/camera.h"
 
 namespace lidcam::app {
@@ -28,12 +30,14 @@ struct CameraControl {
   const GUID* Set;
   ULONG Id;
   ControlPart Part;
+  SettingField Field;  ///< holds the value
   // The range that a command accepts. The driver reports the range of its published levels; for its
   // own controls it reports one range for all, which is useless.
   std::int32_t Minimum;
   std::int32_t Maximum;
   std::int32_t Default;
   std::string_view Meaning;
+  bool IsMenu = false;  ///< each value means something of its own
 
   /// Whether the driver reports range and default of this control.
   [[nodiscard]] bool IsTold() const;
@@ -68,6 +72,10 @@ struct ControlReport {
 /// Whether a control of this name has an effect on this sensor. The camera keeps the value in any
 /// case.
 [[nodiscard]] bool HasEffect(std::string_view name, std::int32_t sensorType);
+
+/// The settings that a set of a control changes, with their present values: what persists.
+[[nodiscard]] std::vector<NamedSetting> SettingsOf(const CameraControl& control,
+                                                   const CameraContext& context);
 
 /// All controls, in the order in which they are shown.
 [[nodiscard]] std::span<const CameraControl> AllControls();

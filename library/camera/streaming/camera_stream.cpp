@@ -36,9 +36,10 @@ PictureSize StartedSizeOf(const StreamSize& size) {
 }
 
 // A stream that starts as one of another size needs buffers for what it delivers later.
-client::VideoFormat FormatFor(const client::Camera& camera, const StreamSize& size) {
+client::VideoFormat FormatFor(const client::Camera& camera, const StreamSetup& setup) {
+  const StreamSize& size = setup.Size;
   const PictureSize started = StartedSizeOf(size);
-  client::VideoFormat format = camera.FormatOf(started.Width, started.Height);
+  client::VideoFormat format = camera.FormatOf(started.Width, started.Height, setup.FrameInterval);
   auto& imageBytes = format.Header().VideoInfoHeader.bmiHeader.biSizeImage;
   imageBytes = std::max(imageBytes, static_cast<DWORD>(size.Delivered.Yuy2Bytes()));
   return format;
@@ -127,8 +128,10 @@ CameraStream::CameraStream(OpenedCamera& opened, client::Stream& pin, PictureSiz
     if (most && count >= *most) opened_.Sending().End();
   };
   opened_.WithContext([&](const CameraContext& context) {
-    watch_.emplace(
-        context, [this] { return SinceRun().Microframes; }, endAtLast);
+    if (setup.Watching == DeliveryWatching::EachDelivery) {
+      watch_.emplace(
+          context, [this] { return SinceRun().Microframes; }, endAtLast);
+    }
     last_.IsAutoExposure = context.AutoExposure != 0;
     last_.LightState = context.LightState;
   });
@@ -183,25 +186,39 @@ void CameraStream::TakeRest() {
 }
 
 bool CameraStream::TakeNext(LONGLONG timeout) {
-  const client::NextFrame next = pin_.Next(timeout);
+  client::NextFrame next = pin_.Next(timeout);
   if (!next.Picture) return false;
   Take(*next.Picture);
   return true;
 }
 
-void CameraStream::Take(const client::Frame& frame) {
+// Nothing of a device that is gone.
+std::optional<DeliveryReport> CameraStream::LoopNow() const {
+  std::optional<DeliveryReport> report;
+  opened_.WithContext([&](const CameraContext& context) {
+    report = DeliveryReport{
+        .IsGood = true,
+        .IsAutoExposure = context.AutoExposure != 0,
+        .Loop = ReadFrameRow(context, {.Yuy2 = {}, .RawFrame = {}, .Microframe = 0}, {}),
+    };
+  });
+  return report;
+}
+
+void CameraStream::Take(client::Frame& frame) {
   const auto bytes = frame.Bytes();
   const std::size_t size = std::min(bytes.size(), picture_.Yuy2Bytes());
   const FramePosition position{.PictureNumber = frame.PictureNumber(),
                                .DropCount = frame.DropCount(),
                                .PresentationTime = frame.PresentationTime()};
-  std::optional<DeliveryReport> report;
-  if (watch_) report = watch_->Take(position.PictureNumber);
+  const std::optional<DeliveryReport> report =
+      watch_ ? watch_->Take(position.PictureNumber) : LoopNow();
   if (report) newest_ = *report;
   const StreamFrame taken{
       .Yuy2 = {reinterpret_cast<const std::uint8_t*>(bytes.data()), size},
       .Position = position,
       .Report = report.value_or(DeliveryReport{}),
+      .Buffer = frame,
   };
   counts_.Deliver(taken.Report.IsGood, newest_.Sent, newest_.Microframe);
   last_.Position = position;
@@ -249,17 +266,21 @@ double CameraStream::Seconds() const {
 
 void WithStream(bus::UsbBus& bus, const StreamSetup& setup,
                 const std::function<void(CameraStream& stream)>& use) {
-  WithOpenedCamera(bus, [&](OpenedCamera& opened) {
-    client::Stream pin(opened.Camera(), FormatFor(opened.Camera(), setup.Size));
-    const PictureSize rawSize = BringUp(opened, pin, setup);
-    CameraStream stream(opened, pin, rawSize, setup);
-    testbed::RunThenEnd(
-        [&] {
-          stream.Run();
-          use(stream);
-        },
-        [&] { stream.Stop(); });
-  });
+  WithOpenedCamera(bus, [&](OpenedCamera& opened) { WithStreamOf(opened, setup, use); });
+}
+
+void WithStreamOf(OpenedCamera& opened, const StreamSetup& setup,
+                  const std::function<void(CameraStream& stream)>& use) {
+  client::Stream pin(opened.Camera(), FormatFor(opened.Camera(), setup),
+                     {.Buffers = setup.Buffers});
+  const PictureSize rawSize = BringUp(opened, pin, setup);
+  CameraStream stream(opened, pin, rawSize, setup);
+  testbed::RunThenEnd(
+      [&] {
+        stream.Run();
+        use(stream);
+      },
+      [&] { stream.Stop(); });
 }
 
 }  // namespace lidcam::app

@@ -21,18 +21,29 @@ struct StreamFrame {
   std::span<const std::uint8_t> Yuy2;  ///< the picture in the stream's size
   FramePosition Position;              ///< as the frame's headers tell it
   DeliveryReport Report;
+  client::Frame&
+      Buffer;  ///< a handler that moves it keeps the bytes longer, within the stream's life
 };
 
 /// Called on the thread that runs the stream, one frame at a time. What it throws comes out of
 /// Advance().
 using StreamFrameHandler = std::function<void(const StreamFrame& frame)>;
 
+/// Which of the driver's events a stream observes.
+enum class DeliveryWatching : std::uint8_t {
+  EachDelivery,  ///< by the driver's trace, while one camera streams
+  None,          ///< a frame's report has only the exposure loop as it is when the frame is taken
+};
+
 struct StreamSetup {
   StreamSize Size;
   std::span<const ControlAssignment> Controls{};  ///< set before the first frame, in this order
   StreamFrameHandler Frames{};
   std::optional<std::uint64_t>
-      MostFrames{};  ///< the camera's data end with the delivery of the last
+      MostFrames{};                         ///< the camera's data end with the delivery of the last
+  std::optional<LONGLONG> FrameInterval{};  ///< 100 ns; none: the camera's usual one
+  std::size_t Buffers = client::StreamOptions{}.Buffers;
+  DeliveryWatching Watching = DeliveryWatching::EachDelivery;
   std::optional<std::chrono::microseconds> Duration{};  ///< of bus time: the camera's data end then
 };
 
@@ -68,10 +79,15 @@ class CameraStream {
   [[nodiscard]] PictureSize RawSize() const { return rawSize_; }
   [[nodiscard]] OpenedCamera& Opened() { return opened_; }
   [[nodiscard]] StreamProgress Progress() const;
+  /// The stream's time now, by which its frames are stamped: 100 ns.
+  [[nodiscard]] LONGLONG Time() const { return pin_.ClockTime(); }
+  /// Whether the driver has a buffer to fill.
+  [[nodiscard]] bool HasBuffers() const { return pin_.Queued() != 0; }
 
  private:
   bool TakeNext(LONGLONG timeout);
-  void Take(const client::Frame& frame);
+  void Take(client::Frame& frame);
+  [[nodiscard]] std::optional<DeliveryReport> LoopNow() const;
   bool DrainAtEnd();
   void WatchTransfers();
   [[nodiscard]] testbed::BusMeter SinceRun() const;
@@ -97,5 +113,9 @@ class CameraStream {
 /// Throws CommandError if the camera doesn't come up, or has no such stream.
 void WithStream(bus::UsbBus& bus, const StreamSetup& setup,
                 const std::function<void(CameraStream& stream)>& use);
+
+/// The same of a camera that is open.
+void WithStreamOf(OpenedCamera& opened, const StreamSetup& setup,
+                  const std::function<void(CameraStream& stream)>& use);
 
 }  // namespace lidcam::app

@@ -84,6 +84,12 @@ std::span<const std::byte> Frame::Bytes() const {
   return std::span(buffer_->Data).first(used < buffer_->Data.size() ? used : buffer_->Data.size());
 }
 
+// The buffer stays lent, so that it isn't queued again.
+std::vector<std::byte> Frame::TakeMemory() {
+  std::exchange(stream_, nullptr);
+  return std::move(buffer_->Data);
+}
+
 Stream::Stream(const Camera& camera, const VideoFormat& format, const StreamOptions& options) {
   Check(host::DeviceFile::Open(camera.File().Device(), PinName(format, options.Pin), &camera.File(),
                                pin_),

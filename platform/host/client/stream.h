@@ -36,6 +36,10 @@ class Frame {
   [[nodiscard]] LONGLONG DropCount() const;
   [[nodiscard]] std::span<const std::byte> Bytes() const;
 
+  /// Takes the buffer's memory, with the bytes where they are: they may then outlive the stream. The buffer
+  /// doesn't go back to the driver. The frame is as one that was moved from.
+  [[nodiscard]] std::vector<std::byte> TakeMemory();
+
  private:
   friend class Stream;
   Frame(Stream& stream, StreamBuffer& buffer) : stream_(&stream), buffer_(&buffer) {}

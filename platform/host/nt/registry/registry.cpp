@@ -236,6 +236,17 @@ RegistryTree SnapshotRegistry() {
   return store != nullptr ? store->Snapshot() : RegistryTree{};
 }
 
+void MergeIntoRegistry(const RegistryTree& content) {
+  const std::shared_ptr<RegistryStore> store = CurrentStore();
+  if (store == nullptr) return;
+  const RegistryStore::BatchId batch = store->NewBatch();
+  for (const auto& [key, values] : content.Keys()) {
+    store->CreateKey(batch, key);
+    for (const auto& [name, value] : values) store->SetValue(batch, key, name, value);
+  }
+  static_cast<void>(store->Commit(batch));
+}
+
 int CloseRegistry() {
   Registry& registry = TheRegistry();
   std::shared_ptr<RegistryStore> store;

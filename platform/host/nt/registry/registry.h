@@ -24,6 +24,10 @@ void SetRegistryFile(const std::string& path);
 /// @par Any thread
 [[nodiscard]] RegistryTree SnapshotRegistry();
 
+/// Adds keys and values to the open registry and commits them; no effect without one.
+/// @par Any thread
+void MergeIntoRegistry(const RegistryTree& content);
+
 /// Closes the registry: no device has settings then, which is the initial state.
 ///
 /// @return 0, or the error number of the last commit
