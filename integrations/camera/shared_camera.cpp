@@ -123,7 +123,7 @@ void SharedCamera::Run() {
       if (isEnding_) break;
       hasNews_ = false;
       wanted = wanted_;
-      for (const auto& [name, value] : asked_) changedControls_[name] = {value, false};
+      for (const auto& [name, value] : asked_) pending_[name] = value;
       asked_.clear();
       isControlEvent = std::exchange(isControlEvent_, false);
       if (std::exchange(isCameraListChanged_, false)) nextTry_ = {};
@@ -199,7 +199,9 @@ bool SharedCamera::Open(const std::string& address) {
   camera_.reset(camera);
   nextTry_ = {};
   lidcam_set_event_handler(camera, OnEvent, this);
-  for (auto& [name, control] : changedControls_) control.IsApplied = false;
+  // Those that were lost with the camera's plug.
+  pending_.merge(unsaved_);
+  unsaved_.clear();
   // Between the last close and now another program may have set them.
   if (ReadControls()) receiver_.ControlsChanged();
   ApplyControls();
@@ -257,36 +259,31 @@ void SharedCamera::ShowNotice(const StreamShape& shape) {
 }
 
 void SharedCamera::ApplyControls() {
-  bool isAsked = false;
-  for (const auto& [name, control] : changedControls_) isAsked = isAsked || !control.IsApplied;
   // Values for a camera that is away wait until it is back.
-  if (!isAsked || isLost_) return;
+  if (pending_.empty() || isLost_) return;
   if (!camera_) {
     if (Clock::now() >= nextTry_) EnsureOpen();
     return;
   }
-  for (auto entry = changedControls_.begin(); entry != changedControls_.end();) {
-    auto& [name, control] = *entry;
-    const lidcam_status status =
-        control.IsApplied ? LIDCAM_OK
-                          : lidcam_control_set(camera_.get(), name.c_str(), control.Value);
+  while (!pending_.empty()) {
+    const auto& [name, value] = *pending_.begin();
+    const lidcam_status status = lidcam_control_set(camera_.get(), name.c_str(), value);
     if (status == LIDCAM_ERROR_UNPLUGGED) return;
-    control.IsApplied = true;
     if (status >= LIDCAM_OK) {
-      ++entry;
+      unsaved_[name] = value;
     } else {
       Tell(lidcam_error_text());
-      entry = changedControls_.erase(entry);
     }
+    pending_.erase(pending_.begin());
   }
   if (ReadControls()) receiver_.ControlsChanged();
 }
 
 void SharedCamera::SaveControls() {
-  for (const auto& [name, control] : changedControls_) {
+  for (const auto& [name, value] : unsaved_) {
     if (lidcam_control_save(camera_.get(), name.c_str()) < LIDCAM_OK) Tell(lidcam_error_text());
   }
-  changedControls_.clear();
+  unsaved_.clear();
 }
 
 bool SharedCamera::ReadControls() {

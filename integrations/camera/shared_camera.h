@@ -87,11 +87,6 @@ class SharedCamera {
   struct CloseCamera {
     void operator()(lidcam_camera* camera) const { lidcam_close(camera); }
   };
-  struct ChangedControl {
-    std::int32_t Value = 0;
-    bool IsApplied = false;
-  };
-
   static void OnEvent(lidcam_camera* camera, const lidcam_event* event, void* user);
   static void OnCamerasChanged(void* user);
 
@@ -129,8 +124,9 @@ class SharedCamera {
   // Of the thread alone.
   std::unique_ptr<lidcam_camera, CloseCamera> camera_;
   std::optional<StreamShape> running_;
-  bool isLost_ = false;  ///< open, and unplugged since
-  std::map<std::string, ChangedControl> changedControls_;
+  bool isLost_ = false;                          ///< open, and unplugged since
+  std::map<std::string, std::int32_t> pending_;  ///< values that the camera is to get
+  std::map<std::string, std::int32_t> unsaved_;  ///< values that it got while it was open
   std::string notice_;  ///< why there are no pictures; empty while there are
   std::string told_;
   Clock::time_point nextTry_{};

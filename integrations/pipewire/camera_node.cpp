@@ -105,6 +105,13 @@ CameraNode::CameraNode(Options options) : options_(std::move(options)) {
 }
 
 CameraNode::~CameraNode() {
+  {
+    const LoopLock lock(loop_.get());
+    // The end of the stream changes its state once more, when the camera isn't there any more.
+    spa_hook_remove(&streamHook_);
+    spa_hook_remove(&registryHook_);
+    spa_hook_remove(&coreHook_);
+  }
   // Its thread takes the loop's lock.
   camera_.reset();
   pw_thread_loop_stop(loop_.get());

@@ -252,6 +252,18 @@ TEST_F(SharedCameraTest, AnswersARefusedValueWithTheOneThatHolds) {
   EXPECT_THAT(stand_.Saved, ElementsAre());
 }
 
+TEST_F(SharedCameraTest, KeepsTheValueBeforeARefusedOne) {
+  Share();
+  camera_->Show(kLarge);
+  ASSERT_TRUE(AwaitPicture());
+  camera_->SetControl("Brightness", 20);
+  ASSERT_TRUE(stand_.Await([](StandIn& stand) { return stand.Values["Brightness"] == 20; }));
+  camera_->SetControl("Brightness", 1000);
+  ASSERT_TRUE(stand_.Await([&](StandIn&) { return !told_.ends_with("480\n"); }));
+  camera_.reset();
+  EXPECT_THAT(stand_.Saved, ElementsAre("Brightness"));
+}
+
 TEST_F(SharedCameraTest, GetsAValueAgainThatItLostByAReplug) {
   Share();
   camera_->Show(kLarge);
