@@ -22,5 +22,6 @@ void AddPlotCommand(CLI::App& app);
 void AddProbeCommand(CLI::App& app);
 void AddSimulateCommand(CLI::App& app);
 void AddServeCommand(CLI::App& app);
+void AddShareCommand(CLI::App& app);
 
 }  // namespace lidcam::app
