@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 
 namespace lidcam::base {
@@ -24,6 +25,11 @@ constexpr double SecondsOfUnits(std::int64_t units) {
 
 constexpr double SecondsOfMicroframes(std::uint64_t microframes) {
   return static_cast<double>(microframes) / static_cast<double>(kMicroframesPerSecond);
+}
+
+constexpr std::chrono::microseconds TimeOfMicroframes(std::uint64_t microframes) {
+  return std::chrono::microseconds(static_cast<std::int64_t>(microframes) *
+                                   kMicrosecondsPerMicroframe);
 }
 
 }  // namespace lidcam::base

@@ -178,7 +178,8 @@ UsbDeviceInfo EnumerateDevice(UsbBus& bus) {
   ReadConfigurationDescriptor(bus, info);
   const SetupPacket select{0x00, 0x09, info.Configuration[5], 0, 0};
   const ControlResult result = bus.ControlTransfer(select, {});
-  if (result.Status != UsbStatus::Ok) {
+  // A recording that began after plug-in doesn't contain this request: its camera was configured.
+  if (result.Status != UsbStatus::Ok && result.Status != UsbStatus::NotRecorded) {
     throw EnumerationError("configuration " + std::to_string(info.Configuration[5]) +
                            ": selecting it ended with " + std::string(ToString(result.Status)));
   }

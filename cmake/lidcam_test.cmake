@@ -85,8 +85,7 @@ endfunction()
 # lidcam_test(NAME [THREADS] [OPTIMIZED] [SHARDS count] SOURCES file... LIBRARIES target...): one
 # GoogleTest executable. THREADS marks tests to be run with ThreadSanitizer, OPTIMIZED those whose
 # own code runs long, SHARDS those whose cases are divided into several ctest entries, which run
-# concurrently and before all others. All except THREADS run on one processor: the threads of a
-# simulated world take turns, and a turn on another processor takes twice as long.
+# concurrently and before all others.
 function(lidcam_test name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "THREADS;OPTIMIZED" "SHARDS" "SOURCES;LIBRARIES")
   if(LIDCAM_TEST_OBJECTS_ONLY)
@@ -122,16 +121,14 @@ function(lidcam_test name)
     endif()
     if(arg_THREADS)
       set_tests_properties(${test} PROPERTIES LABELS threads)
-    else()
-      set_tests_properties(${test} PROPERTIES PROCESSOR_AFFINITY ON)
     endif()
   endforeach()
 endfunction()
 
-# lidcam_python_test(NAME SCRIPT argument...): a test of the program by a script, on one processor.
+# lidcam_python_test(NAME SCRIPT argument...): a test of the program by a script.
 find_package(Python3 REQUIRED COMPONENTS Interpreter)
 function(lidcam_python_test name script)
   add_test(NAME ${name}
     COMMAND Python3::Interpreter -B "${CMAKE_CURRENT_SOURCE_DIR}/${script}" ${ARGN})
-  set_tests_properties(${name} PROPERTIES TIMEOUT 900 PROCESSOR_AFFINITY ON)
+  set_tests_properties(${name} PROPERTIES TIMEOUT 900)
 endfunction()

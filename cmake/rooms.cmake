@@ -121,7 +121,7 @@ function(lidcam_rooms)
   add_library(lidcam_rooms_libraries INTERFACE)
   target_link_libraries(lidcam_rooms_libraries INTERFACE PNG::PNG JPEG::JPEG pcap archive Threads::Threads
     $<TARGET_NAME_IF_EXISTS:PkgConfig::LIBUSB> $<TARGET_NAME_IF_EXISTS:PkgConfig::USBREDIRPARSER>
-    $<TARGET_NAME_IF_EXISTS:PkgConfig::PIPEWIRE>)
+    $<TARGET_NAME_IF_EXISTS:PkgConfig::LIBAV> $<TARGET_NAME_IF_EXISTS:PkgConfig::PIPEWIRE>)
 
   # The driver includes the platform's declarations only, and is linked with the platform itself.
   set(linked_driver kernel streaming_class usb_stack)

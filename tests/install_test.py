@@ -85,6 +85,23 @@ class InstallTest(unittest.TestCase):
         for link in links:
             self.assertTrue(os.path.exists(os.path.join(documents, link)), link)
 
+    def test_every_command_has_a_manual_page_of_what_its_help_prints(self):
+        program = self.install()
+        listed = run(program, "--help").split("Subcommands:\n")[1].split("\n\n")[0].split("\n")
+        for name in (line.split()[0] for line in listed):
+            path = self.path(f"prefix/share/man/man1/lidcam-{name}.1")
+            page = run("man", "--warnings", "-E", "UTF-8", "-l", path, env=dict(os.environ, MANWIDTH="300"))
+            for option in re.findall(r"^  +(?:-\w,)?(--[\w-]+)", run(program, name, "--help"), re.M):
+                self.assertIn(option, page, name)
+            self.assertEqual(subprocess.run(["man", "--warnings", "-l", path], capture_output=True,
+                                            text=True, check=True).stderr, "", name)
+
+    def test_the_shells_find_their_completion(self):
+        self.install()
+        for file in ("bash-completion/completions/lidcam", "zsh/site-functions/_lidcam",
+                     "fish/vendor_completions.d/lidcam.fish"):
+            self.assertTrue(os.path.exists(self.path("prefix/share/" + file)), file)
+
     def test_warnings_are_errors_in_the_presets_only(self):
         def stops_at_warnings(folder):
             with open(os.path.join(folder, "compile_commands.json"), encoding="utf-8") as file:

@@ -2,12 +2,14 @@
 #include <algorithm>
 #include <cstdio>
 #include <exception>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "apps/lidcam/base/standard_output.h"
 #include "apps/lidcam/commands/commands.h"
+#include "apps/lidcam/completion/completer.h"
 #include "library/base/command_error.h"
 #include "library/base/interrupt.h"
 
@@ -85,6 +87,19 @@ std::string DescribeWrongUse(const CLI::App& app, const CLI::Error& error,
          "--help tells more)\n";
 }
 
+// What the shells' completion scripts call with the words of a line. It isn't a command: its arguments are words
+// of others, whole or in part, which the parser must not see.
+bool IsCompletion(const std::vector<std::string>& arguments) {
+  return !arguments.empty() && arguments.front() == "__complete";
+}
+
+int PrintCompletion(const CLI::App& app, const std::vector<std::string>& arguments) {
+  const auto words = std::span(arguments).subspan(1);
+  std::fputs(lidcam::app::ToText(lidcam::app::CompletionOf(app, words)).c_str(), stdout);
+  lidcam::app::RequireStandardOutput();
+  return kDone;
+}
+
 int Run(int argc, char** argv) {
   CLI::App app(
       "The driver of a USB 2.0 notebook camera, in user mode over a simulated camera or a "
@@ -113,6 +128,8 @@ int Run(int argc, char** argv) {
   lidcam::app::AddServeCommand(app);
   lidcam::app::AddShareCommand(app);
   app.footer("Exit status: 0 done, 1 failed, 2 wrong use.");
+  app.get_formatter()->column_width(32);
+  if (IsCompletion(arguments)) return PrintCompletion(app, arguments);
   int status = kDone;
   try {
     app.parse(argc, argv);

@@ -22,6 +22,7 @@ std::vector<PluggedDevice> UsbHost::Devices() const {
   return {};
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): with libusb, the options are moved
 std::unique_ptr<UsbBus> UsbHost::Open(const PluggedDevice&, UsbPortOptions) {
   throw UsbError(UsbObstacle::NotBuiltIn, kNotBuiltIn);
 }

@@ -14,6 +14,8 @@ constexpr std::int64_t kTogether = 200;  // ms
 
 std::atomic<std::int64_t> g_askedAt = 0;  // ms of the machine's clock; 0: not yet
 std::atomic<int> g_signal = 0;
+std::atomic<bool> g_isSaveAsked = false;
+static_assert(decltype(g_isSaveAsked)::is_always_lock_free);
 static_assert(decltype(g_askedAt)::is_always_lock_free && decltype(g_signal)::is_always_lock_free);
 
 std::int64_t Now() {
@@ -35,6 +37,10 @@ extern "C" void NoteInterrupt(int signal) {
     raise(signal);
   }
   errno = error;
+}
+
+extern "C" void NoteSaveRequest(int) {
+  g_isSaveAsked = true;
 }
 
 bool IsIgnored(int signal) {
@@ -73,6 +79,17 @@ std::string InterruptText() {
     default:
       return "ended by SIGTERM";
   }
+}
+
+void WatchForSaveRequest() {
+  struct sigaction action {};
+  action.sa_handler = NoteSaveRequest;
+  action.sa_flags = SA_RESTART;
+  sigaction(SIGUSR1, &action, nullptr);
+}
+
+bool TakeSaveRequest() {
+  return g_isSaveAsked.exchange(false);
 }
 
 }  // namespace lidcam::app

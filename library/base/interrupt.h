@@ -20,4 +20,10 @@ void WatchForInterrupt();
 /// How it was requested: "interrupted", "ended by SIGTERM". Empty if it was not.
 [[nodiscard]] std::string InterruptText();
 
+/// After this call SIGUSR1 requests a save.
+void WatchForSaveRequest();
+
+/// Whether a save was requested since the last call. Several requests count as one.
+[[nodiscard]] bool TakeSaveRequest();
+
 }  // namespace lidcam::app

@@ -131,7 +131,11 @@ std::unique_ptr<bus::UsbBus> OpenCamera(const CameraChoice& choice) {
     const bus::CaptureSource source = OpenCapture(*path, choice.Device);
     TellNotes(source);
     auto recorded = std::make_unique<bus::CaptureBus>(source);
-    AdoptRecordedSettings(*recorded, choice.DriverKey);
+    if (!AdoptRecordedSettings(*recorded, choice.DriverKey)) {
+      throw CommandError(
+          bus::CaptureName(*path) +
+          ": the camera's whole bring-up is not in it: lidcam replay gives its frames");
+    }
     return recorded;
   }
   if (choice.Device) {

@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdint>
 #include <numeric>
+#include <optional>
 #include <span>
 #include <string>
 #include <utility>
@@ -156,14 +157,45 @@ std::pair<std::size_t, std::size_t> Distance(const BringUp& one, const BringUp& 
           Difference(one.Creation, other.Creation) + Difference(one.Start, other.Start)};
 }
 
-std::int32_t SensorOf(bus::CaptureBus& bus, const std::u16string& driverKey) {
-  CoreCamera camera(bus, driverKey);
-  return camera.Context().SensorType;
+/// Notes whether the recording lacks the answer to a request with data. A write says nothing: it may
+/// have another value with other settings.
+class AnswerWatch final : public bus::PassingBus {
+ public:
+  using bus::PassingBus::PassingBus;
+
+  bus::ControlResult ControlTransfer(const bus::SetupPacket& setup,
+                                     std::span<std::uint8_t> data) override {
+    const bus::ControlResult result = PassingBus::ControlTransfer(setup, data);
+    if (setup.IsDeviceToHost() && result.Status == bus::UsbStatus::NotRecorded) isMissing_ = true;
+    return result;
+  }
+
+  [[nodiscard]] bool IsMissing() const { return isMissing_; }
+
+ private:
+  bool isMissing_ = false;
+};
+
+/// The sensor of a recorded camera, as the driver's bring-up identifies it.
+struct RecordedSensor {
+  bool IsRecorded = true;
+  std::optional<std::int32_t> Type{};  ///< nothing if the bring-up failed
+};
+
+RecordedSensor SensorOf(bus::CaptureBus& bus, const std::u16string& driverKey) {
+  AnswerWatch watch(bus);
+  RecordedSensor sensor;
+  try {
+    CoreCamera camera(watch, driverKey);
+    sensor.Type = camera.Context().SensorType;
+  } catch (const CommandError&) {
+    // A bring-up that failed when it was recorded also fails in the stream, which reports it.
+  }
+  sensor.IsRecorded = !watch.IsMissing();
+  return sensor;
 }
 
 void Adopt(bus::CaptureBus& bus, const std::u16string& driverKey) {
-  // All others expose by themselves, and discard nothing.
-  if (SensorOf(bus, driverKey) != SensorTypeVGA0708) return;
   const BringUp recorded = RecordedBringUp(bus);
   const ExposureSettings* best = nullptr;
   std::pair<std::size_t, std::size_t> least;
@@ -181,15 +213,21 @@ void Adopt(bus::CaptureBus& bus, const std::u16string& driverKey) {
 
 }  // namespace
 
-void AdoptRecordedSettings(bus::CaptureBus& bus, const std::u16string& driverKey) {
+bool AdoptRecordedSettings(bus::CaptureBus& bus, const std::u16string& driverKey) {
   const TracePause trace;
   const host::DebugPrintCapture debug;
+  RecordedSensor sensor;
   try {
-    RunInVirtualTime([&] { Adopt(bus, driverKey); });
+    RunInVirtualTime([&] {
+      sensor = SensorOf(bus, driverKey);
+      // All others expose by themselves, and discard nothing.
+      if (sensor.IsRecorded && sensor.Type == SensorTypeVGA0708) Adopt(bus, driverKey);
+    });
   } catch (const CommandError&) {
     // A failed bring-up also fails in the stream, which reports it.
   }
   bus.ForgetRequests();
+  return sensor.IsRecorded;
 }
 
 }  // namespace lidcam::app

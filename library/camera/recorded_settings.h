@@ -14,6 +14,9 @@ namespace lidcam::app {
 /// capture doesn't determine them, the default settings stay. The bus is reset to its start.
 ///
 /// @param driverKey  empty: the key of the camera's identity
-void AdoptRecordedSettings(bus::CaptureBus& bus, const std::u16string& driverKey = {});
+/// @return false if the capture doesn't contain the whole bring-up: a descriptor or a register is read
+///         to which it has no answer, as when it began later
+[[nodiscard]] bool AdoptRecordedSettings(bus::CaptureBus& bus,
+                                         const std::u16string& driverKey = {});
 
 }  // namespace lidcam::app

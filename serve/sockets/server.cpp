@@ -18,7 +18,7 @@
 namespace lidcam::serve {
 namespace {
 
-constexpr std::size_t kReadAtOnce = 64 * 1024;
+constexpr std::size_t kReadAtOnce = std::size_t{64} * 1024;
 
 /// Waits in whole nanoseconds, as packets are due within less than a millisecond.
 int WaitFor(std::span<pollfd> descriptors, std::optional<Session::Time> deadline) {

@@ -11,7 +11,7 @@ namespace {
 constexpr std::chrono::seconds kImportLimit{5};
 
 // Room for the longest request and more behind it.
-constexpr std::size_t kInputLimit = 192 * 1024;
+constexpr std::size_t kInputLimit = std::size_t{192} * 1024;
 
 constexpr std::uint8_t kDeviceToHost = 0x80;
 constexpr std::uint32_t kHighestEndpoint = 15;

@@ -20,7 +20,7 @@ inline constexpr DeviceName kCameraName{"/lidcam/1-1", "1-1", 1, 2};
 /// Limits of the memory that one client can make the server use.
 inline constexpr std::size_t kMostPackets = 1024;  ///< of a transfer, as Linux has it
 inline constexpr std::size_t kMostPendingRequests = 1024;
-inline constexpr std::size_t kMostKeptBytes = 4 * 1024 * 1024;
+inline constexpr std::size_t kMostKeptBytes = std::size_t{4} * 1024 * 1024;
 inline constexpr std::uint32_t kMostOutBytes = 65535;  ///< the longest data stage
 inline constexpr std::uint32_t kMostInBytes = 4 * 1024 * 1024;
 
@@ -54,7 +54,7 @@ class UsbipSession final : public Session {
   void AnswerStalled(const Request& request);
   [[nodiscard]] std::span<const std::uint8_t> Unread() const;
 
-  static constexpr std::size_t kOutputEnough = 256 * 1024;
+  static constexpr std::size_t kOutputEnough = std::size_t{256} * 1024;
 
   CameraSupply& supply_;
   const Time start_;

@@ -22,8 +22,8 @@ constexpr std::chrono::milliseconds kFrame{1};
 constexpr std::chrono::milliseconds kCatchUp{30};
 
 // At most so many requests come at once that none of them is one too many.
-constexpr std::size_t kInputLimit = 16 * 1024;
-constexpr std::size_t kOutputEnough = 256 * 1024;
+constexpr std::size_t kInputLimit = std::size_t{16} * 1024;
+constexpr std::size_t kOutputEnough = std::size_t{256} * 1024;
 
 constexpr std::size_t kHeaderSize = 12;  // type, length, and an id of 32 bits
 constexpr std::uint8_t kIn = 0x80;

@@ -20,7 +20,7 @@ namespace lidcam::serve::usbredir {
 inline constexpr std::uint32_t kMostMessageBytes =
     80 * 1024;  ///< a control request and its data stage
 inline constexpr std::size_t kMostPendingRequests = 1024;
-inline constexpr std::size_t kMostKeptBytes = 4 * 1024 * 1024;
+inline constexpr std::size_t kMostKeptBytes = std::size_t{4} * 1024 * 1024;
 
 /// One usbredir connection, on the side of the device: what qemu's usb-redir connects to.
 ///

@@ -1,5 +1,6 @@
-# What the guest does: each step leaves what it saw in a folder of its own, and scripts/test-usb judges it.
-# /tmp/results/given says: LIDCAM, the program; CAMERAS, those that are to be enumerated.
+# What a guest does: each step leaves what it saw in a folder of its own, and steps.py judges it.
+# /tmp/results/given says: MACHINE, which of the three guests it is; LIDCAM, the program; CAMERAS, those that are to be
+# enumerated; STREAMED, the one that is streamed from, with FRAMES pictures of each of the SIZES.
 set -u
 results=/tmp/results
 . "$results/given"
@@ -106,34 +107,65 @@ patiently() {
   done
 }
 
+# start_monitor NAME: what usbmon sees of the bus goes into a capture.
+start_monitor() {
+  python3 "$TREE/tests/on_linux_usb/usbmon.py" 1 "$folder/$1.pcap" >"$folder/$1.usbmon" 2>&1 &
+  monitor=$!
+  wait_for 60 grep -q ready "$folder/$1.usbmon"
+}
+end_monitor() {
+  [ -z "$monitor" ] || { kill $monitor; wait $monitor; }
+  monitor=
+}
+monitor=
+
+# plug_pair PORT: as plug, over a socket pair.
+plug_pair() {
+  python3 "$TREE/tests/on_linux_usb/attach_pair.py" "$1" &
+  relay=$!
+  wait_for 60 has_configured 1
+  udevadm settle --timeout 60
+}
+
+# Before the first size usbmon sees the camera plugged in, before the second it begins later; the last comes over
+# a socket pair.
 streams() {
-  local size
+  local size relay
   folder=$results/streams
   mkdir -m 777 "$folder"
   serve 3400 --camera "$STREAMED"
-  python3 "$TREE/tests/on_linux_usb/usbmon.py" 1 "$folder/bus.pcap" >"$folder/usbmon" 2>&1 &
-  local monitor=$!
-  wait_for 60 grep -q ready "$folder/usbmon"
-  plug 3400
-  "${as_user[@]}" "$LIDCAM" list >"$folder/list" 2>&1
+  set -- $SIZES
   for size in $SIZES; do
+    if [ "$size" = "$1" ]; then start_monitor bus; fi
+    if [ "$size" = "$5" ]; then plug_pair 3400; echo "$size" >"$folder/pair"; else plug 3400; fi
+    if [ "$size" = "$2" ]; then start_monitor later; fi
     patiently "$size" "${as_user[@]}" "$LIDCAM" stream --camera usb --size "$size" --frames "$FRAMES" -q \
       -o "$folder/$size.yuy2"
-    [ -z "$monitor" ] || { kill $monitor; wait $monitor; monitor=; }
+    end_monitor
     unplug
-    plug 3400
   done
+  wait $relay
+}
+
+measure() {
+  folder=$results/processor
+  mkdir -m 777 "$folder"
+  plug 3400
+  "${as_user[@]}" "$LIDCAM" list >"$folder/list" 2>&1
+  patiently plugged "${as_user[@]}" "$LIDCAM" stream --camera usb --frames "$FRAMES" --json
+  patiently simulated "${as_user[@]}" "$LIDCAM" stream --camera "$STREAMED" --frames "$FRAMES" --json
 }
 
 controls() {
   folder=$results/controls
   mkdir -m 777 "$folder"
   note set "${as_user[@]}" "$LIDCAM" set --camera usb Contrast=12
-  note still "${as_user[@]}" "$LIDCAM" still --camera usb -q -o "$folder/still.png"
+  note still "${as_user[@]}" "$LIDCAM" still --camera usb --settle 5 -q -o "$folder/still.yuy2"
   unplug
   plug 3400
   note get "${as_user[@]}" "$LIDCAM" get --camera usb Contrast
   note reset "${as_user[@]}" "$LIDCAM" set --camera usb Contrast=10
+  unplug
 }
 
 PICTURE=$((160 * 120 * 2))
@@ -180,18 +212,43 @@ end_stream() {
   done
 }
 
+# sample NAME PROCESS: its open files, threads and memory in KiB.
+sample() {
+  echo "$1 $(ls "/proc/$2/fd" | wc -l) $(ls "/proc/$2/task" | wc -l)" \
+    "$(sed -n 's/^RssAnon:[^0-9]*\([0-9]*\).*/\1/p' "/proc/$2/status")" >>"$folder/leaks"
+}
+
+# The server dies, and another one takes its place.
+replace_server() {
+  kill -KILL $servers
+  wait $servers
+  servers=
+  wait_for 60 has_configured 0
+  serve 3400 --camera "$STREAMED"
+}
+
 replugs() {
-  local replugged=0 streams=0
+  local replugged=0 streams=0 others=0
   folder=$results/replugs
   mkdir -m 777 "$folder"
-  while [ $replugged -lt 10 ] && [ $streams -lt 30 ]; do
+  serve 3400 --camera "$STREAMED"
+  plug 3400
+  while [ $others -eq 0 ] && [ $streams -lt 30 ]; do
     streams=$((streams + 1))
+    rm -f "$folder/leaks"
     start_stream all-$streams --wait
     while goes_on; do
-      [ $replugged -lt 10 ] || { end_stream; break; }
-      unplug
+      [ $others -eq 0 ] || { end_stream; break; }
+      sample stream $stream
+      sample server $servers
+      if [ $replugged -lt 10 ]; then
+        unplug
+        replugged=$((replugged + 1))
+      else
+        replace_server
+        others=1
+      fi
       plug 3400
-      replugged=$((replugged + 1))
     done
     wait $stream
     echo $? >"$folder/all.status"
@@ -199,7 +256,7 @@ replugs() {
     unplug
     plug 3400
   done
-  echo "$replugged replugs in $streams streams" >"$folder/replugged"
+  [ $others -eq 0 ] || echo "$replugged replugs and another server in $streams streams" >"$folder/replugged"
 
   for streams in 1 2 3 4 5; do
     start_stream cut-$streams
@@ -217,6 +274,17 @@ replugs() {
   servers=
 }
 
+# A camera whose control endpoint stalls once, which does no harm, and then its stream.
+stall() {
+  folder=$results/stall
+  mkdir -m 777 "$folder"
+  serve 3401 --camera "$STREAMED" --faults 'control 100 stall; frame 15 packet 10 stall'
+  plug 3401
+  note stalled "${as_user[@]}" "$LIDCAM" stream --camera usb --size 160x120 --frames 100 -o "$folder/stalled.yuy2"
+  unplug
+  end_servers
+}
+
 # What qemu's usb-redir has plugged into its EHCI. The camera came ahead of udev, which is asked to look again.
 ehci() {
   local event
@@ -230,18 +298,29 @@ ehci() {
 }
 is_allowed() { [ -n "$(find /dev/bus/usb -type c -group plugdev)" ]; }
 
-if [ "$MACHINE" = ehci ]; then
-  start_udev
-  ehci
-  exit
-fi
-say "lidcam: enumeration"
-enumerate
-start_udev
-say "lidcam: streams"
-streams
-say "lidcam: controls"
-controls
-say "lidcam: replugs"
-replugs
+# step NAME: the step of that name, told in the kernel's messages, which are judged from the first one on.
+step() {
+  say "lidcam: $1"
+  "$1"
+}
+
+case "$MACHINE" in
+  vhci)
+    step enumerate
+    start_udev
+    step streams
+    step measure
+    step controls
+    end_servers
+    ;;
+  replugs)
+    start_udev
+    step replugs
+    step stall
+    ;;
+  ehci)
+    start_udev
+    step ehci
+    ;;
+esac
 say "lidcam: end"

@@ -1,4 +1,4 @@
-"""A small machine with Debian's kernel, under qemu without acceleration.
+"""Small machines with Debian's kernel, under qemu without acceleration.
 
 The kernel's package is taken apart, not installed. The guest's root is that of this machine, read-only; its own are
 /tmp and /run, and what it leaves in /tmp/results.
@@ -94,35 +94,41 @@ def make_initramfs(modules, folder):
     return archive
 
 
-def boot(folder, script, given, limit, devices=()):
-    """Boots the guest, lets it run a script of this machine's root, and waits for its end.
+class Machine:
+    """Debian's kernel and the first files of a guest, from which any number can be booted at a time."""
 
-    given    shell variables that the script finds in /tmp/results/given
-    devices  more of qemu's options
-    limit    seconds
-    Gives the folder of results.
-    """
-    image, modules = unpack_kernel(folder / "kernel")
-    initramfs = make_initramfs(modules, folder)
-    results = folder / "results"
-    shutil.rmtree(results, ignore_errors=True)
-    results.mkdir()
-    words = [f"{name}={shlex.quote(value)}\n" for name, value in given.items()]
-    (results / "given").write_text("".join(words))
-    share = "local,security_model=none,multidevs=remap"
-    console = folder / "console"
-    command = [
-        "qemu-system-x86_64", "-accel", "tcg,thread=multi", "-smp", "2", "-m", "768",
-        "-display", "none", "-nodefaults", "-no-reboot", "-serial", f"file:{console}",
-        "-kernel", str(image), "-initrd", str(initramfs),
-        "-append", f"console=ttyS0 quiet panic=-1 mitigations=off guest_script={script}",
-        "-virtfs", f"{share},path=/,mount_tag=machine,readonly=on",
-        "-virtfs", f"{share},path={results},mount_tag=results", *devices]
-    try:
-        run(*command, timeout=limit)
-    except subprocess.TimeoutExpired:
-        raise MachineError(f"the guest did not end within {limit} s: {console}") from None
-    status = results / "status"
-    if not status.exists():
-        raise MachineError(f"the guest did not reach the script's end: {console}")
-    return results
+    def __init__(self, folder):
+        self._image, modules = unpack_kernel(folder / "kernel")
+        self._initramfs = make_initramfs(modules, folder)
+
+    def boot(self, folder, script, given, limit, devices=()):
+        """Boots a guest, lets it run a script of this machine's root, and waits for its end.
+
+        folder   for its console and its results
+        given    shell variables that the script finds in /tmp/results/given
+        devices  more of qemu's options
+        limit    seconds
+        Gives the folder of results.
+        """
+        results = folder / "results"
+        shutil.rmtree(results, ignore_errors=True)
+        results.mkdir(parents=True)
+        words = [f"{name}={shlex.quote(value)}\n" for name, value in given.items()]
+        (results / "given").write_text("".join(words))
+        share = "local,security_model=none,multidevs=remap"
+        console = folder / "console"
+        command = [
+            "qemu-system-x86_64", "-accel", "tcg,thread=multi", "-smp", "2", "-m", "768",
+            "-display", "none", "-nodefaults", "-no-reboot", "-serial", f"file:{console}",
+            "-kernel", str(self._image), "-initrd", str(self._initramfs),
+            "-append", f"console=ttyS0 quiet panic=-1 mitigations=off guest_script={script}",
+            "-virtfs", f"{share},path=/,mount_tag=machine,readonly=on",
+            "-virtfs", f"{share},path={results},mount_tag=results", *devices]
+        try:
+            run(*command, timeout=limit)
+        except subprocess.TimeoutExpired:
+            raise MachineError(f"the guest did not end within {limit} s: {console}") from None
+        status = results / "status"
+        if not status.exists():
+            raise MachineError(f"the guest did not reach the script's end: {console}")
+        return results

@@ -47,8 +47,7 @@ void Run(const ProbeCommand& command) {
 
 void AddProbeCommand(CLI::App& app) {
   const auto command = std::make_shared<ProbeCommand>();
-  CLI::App* const sub =
-      app.add_subcommand("probe", "what there is to know of an unknown unit, in one report file");
+  CLI::App* const sub = app.add_subcommand("probe", "a report on an unknown unit, in one file");
   AddCameraOptions(*sub, command->Common);
   AddWaitOption(*sub, command->Common);
   sub->add_option("-o,--output", command->Output, "the report, or - for standard output")

@@ -19,6 +19,7 @@ namespace {
 struct RecordCommand {
   CommonOptions Common;
   StreamOptions Stream;
+  std::string Output;
   std::optional<std::string> Faults;
 };
 
@@ -29,7 +30,7 @@ class RecordingWriter : public FrameWriter {
   RecordingWriter(bus::RecordingBus& recording, std::string path)
       : recording_(recording), path_(std::move(path)) {}
 
-  void Write(std::span<const std::uint8_t>) override {
+  void Write(const OutputFrame&) override {
     const std::string failure = recording_.Failure();
     isTold_ = !failure.empty();
     if (isTold_) throw CommandError(failure);
@@ -90,17 +91,17 @@ void TellDifference(const StreamResult& result, std::uint64_t recorded) {
 }
 
 void Run(const RecordCommand& command) {
-  if (command.Common.IsJson && command.Stream.Output == "-") {
+  if (command.Common.IsJson && command.Output == "-") {
     throw UsageError("--json and the output '-' both want standard output: use one of them");
   }
-  if (command.Stream.Output->empty()) {
+  if (command.Output.empty()) {
     throw UsageError("output '' names no file; - is standard output");
   }
   const StreamSize size = SizeOf(command.Stream.Sizes);
   const StreamLimits limits = LimitsOf(command.Stream);
   const std::vector<ControlAssignment> controls = ControlsOf(command.Common, command.Stream);
   LookAtFiles(InputsOf(command.Common, FilesOfFaults(command.Faults)),
-              OutputsOf(command.Common, command.Stream.Output));
+              OutputsOf(command.Common, command.Output));
   const CameraLock lock(command.Common.Camera, command.Common.Patience());
   const RunSettings settings =
       OpenHostEnvironment(command.Common.Output, SetFilesFor(command.Common.Camera));
@@ -108,8 +109,8 @@ void Run(const RecordCommand& command) {
   StreamResult result;
   const RecordedFrames recorded;
   try {
-    bus::RecordingBus recording(port.Bus(), *command.Stream.Output);
-    RecordingWriter writer(recording, *command.Stream.Output);
+    bus::RecordingBus recording(port.Bus(), command.Output);
+    RecordingWriter writer(recording, command.Output);
     RunInTimeOf(command.Common.Camera, [&] {
       result = RunStream(recording, size, limits, controls, &writer, command.Common.Output);
     });
@@ -134,8 +135,7 @@ void AddRecordCommand(CLI::App& app) {
   AddCameraOptions(*sub, command->Common);
   AddStreamOptions(*sub, command->Common, command->Stream);
   AddFaultOption(*sub, command->Faults);
-  sub->add_option("-o,--output", command->Stream.Output,
-                  "capture file, pcap, or - for standard output")
+  sub->add_option("-o,--output", command->Output, "capture file, pcap, or - for standard output")
       ->type_name("FILE")
       ->required();
   AddOutputOptions(*sub, command->Common);

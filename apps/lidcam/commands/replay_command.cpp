@@ -2,6 +2,7 @@
 
 #include "apps/lidcam/commands/commands.h"
 #include "apps/lidcam/options/common_options.h"
+#include "apps/lidcam/options/frame_output_options.h"
 #include "apps/lidcam/stream/replay_run.h"
 #include "library/base/command_error.h"
 
@@ -13,7 +14,7 @@ struct ReplayCommand {
   std::string Capture;
   std::optional<std::string> Size;
   std::optional<std::uint64_t> Frames;
-  std::optional<std::string> Output;
+  FrameOutputOptions Output;
 };
 
 void Run(const ReplayCommand& command) {
@@ -26,12 +27,12 @@ void Run(const ReplayCommand& command) {
     TellNotes(source);
     const PictureSize raw = EstimateRawSize(source);
     const ReplaySize sizes{.Delivered = size.value_or(raw), .Raw = raw};
-    std::unique_ptr<FrameWriter> writer;
-    if (command.Output) {
-      writer = MakeFrameWriter(*command.Output, sizes.Delivered, kFramePeriod);
-    }
-    const StreamLimits limits{
-        .Frames = command.Frames, .Duration = {}, .ToleratesSilence = true, .EndsByItself = true};
+    const std::unique_ptr<FrameOutput> writer =
+        OpenFrameOutput(command.Common, command.Output, sizes.Delivered, kFramePeriod, false);
+    const StreamLimits limits{.Frames = FramesFor(command.Frames, command.Output),
+                              .Duration = {},
+                              .ToleratesSilence = true,
+                              .EndsByItself = true};
     StreamResult result = RunReplay(source, sizes, limits, writer.get(), command.Common.Output);
     ConcludeStream(result, {.Writer = writer.get()}, "capture '" + command.Capture + "'",
                    command.Common);
@@ -57,9 +58,7 @@ void AddReplayCommand(CLI::App& app) {
   sub->add_option("--size", command->Size, "picture size; that of the recorded frames if not given")
       ->type_name("WxH");
   AddFrameLimit(*sub, command->Frames);
-  sub->add_option("-o,--output", command->Output,
-                  ".y4m, .yuy2, .png (a numbered series), or - for Y4M on standard output")
-      ->type_name("FILE");
+  AddFrameOutputOptions(*sub, command->Output);
   AddOutputOptions(*sub, command->Common);
   sub->footer(
       "Examples:\n"

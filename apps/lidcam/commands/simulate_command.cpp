@@ -267,8 +267,9 @@ void Run(const SimulateCommand& command) {
 void AddSimulateCommand(CLI::App& app) {
   const auto command = std::make_shared<SimulateCommand>();
   CLI::App* const sub = app.add_subcommand(
-      "simulate", "the driver in virtual time, under every trouble that a seed can think of");
-  sub->add_option("--scenario", command->ScenarioName, "which trouble, or all")->type_name("NAME");
+      "simulate",
+      "the driver in virtual time, under random schedules and faults that a seed determines");
+  sub->add_option("--scenario", command->ScenarioName, "which scenario, or all")->type_name("NAME");
   CLI::Option* const seeds =
       sub->add_option("--seeds", command->Seeds, "play these seeds, such as 1..1000")
           ->type_name("A..B");

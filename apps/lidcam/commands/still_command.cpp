@@ -10,8 +10,9 @@
 #include "apps/lidcam/frames/progress.h"
 #include "apps/lidcam/options/common_options.h"
 #include "apps/lidcam/options/fault_option.h"
-#include "apps/lidcam/output/frame_writer.h"
 #include "apps/lidcam/output/output_file.h"
+#include "apps/lidcam/output/output_form.h"
+#include "apps/lidcam/output/pictures/jpeg_file.h"
 #include "apps/lidcam/output/png_file.h"
 #include "apps/lidcam/output/utf8_text.h"
 #include "apps/lidcam/output/yuy2.h"
@@ -102,7 +103,10 @@ StillCamera TakeStill(bus::UsbBus& bus, const StillCommand& command, const Strea
 }
 
 void WritePicture(OutputFile& file, const StillPicture& still) {
-  if (FormOfOutput(file.Path()) == OutputForm::PngSeries) {
+  const OutputForm form = FormOfOutput(file.Path());
+  if (form == OutputForm::JpegSeries) {
+    file.Write(EncodeJpeg(file.Path(), still.Size, still.Yuy2));
+  } else if (form == OutputForm::PngSeries) {
     std::vector<std::uint8_t> rgb;
     ConvertToRgb(still.Yuy2, still.Size, rgb);
     file.Write(EncodePng(file.Path(), still.Size, rgb));
@@ -137,7 +141,8 @@ void PrintStill(const StillCommand& command, const StillCamera& camera, const St
 bool IsStillOutput(const std::string& path) {
   if (path == "-") return false;
   try {
-    return FormOfOutput(path) != OutputForm::Y4m;
+    const OutputForm form = FormOfOutput(path);
+    return IsSeries(form) || form == OutputForm::RawYuy2;
   } catch (const UsageError&) {
     return false;
   }
@@ -145,9 +150,10 @@ bool IsStillOutput(const std::string& path) {
 
 void RequireStillOutput(const std::string& path) {
   if (IsStillOutput(path)) return;
-  throw UsageError("output '" + path +
-                   "' is no file for a still: use .png, or .yuy2 for the bytes as the driver wrote "
-                   "them");
+  throw UsageError(
+      "output '" + path +
+      "' is no file for a still: use .png, .jpg, or .yuy2 for the bytes as the driver wrote "
+      "them");
 }
 
 void Run(const StillCommand& command) {

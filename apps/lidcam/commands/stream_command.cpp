@@ -4,6 +4,7 @@
 #include "apps/lidcam/commands/commands.h"
 #include "apps/lidcam/options/common_options.h"
 #include "apps/lidcam/options/fault_option.h"
+#include "apps/lidcam/options/frame_output_options.h"
 #include "apps/lidcam/stream/replay_run.h"
 #include "apps/lidcam/stream/replug.h"
 #include "apps/lidcam/stream/stream_run.h"
@@ -16,12 +17,13 @@ namespace {
 struct StreamCommand {
   CommonOptions Common;
   StreamOptions Stream;
+  FrameOutputOptions Output;
   std::optional<std::string> Log;
   std::optional<std::string> Faults;
 };
 
 void LookAtFilesOf(const StreamCommand& command) {
-  std::vector<OutputRole> outputs = FrameOutputsOf(command.Common, command.Stream.Output);
+  std::vector<OutputRole> outputs = FrameOutputsOf(command.Common, command.Output);
   if (command.Log) outputs.push_back({"--log", *command.Log});
   LookAtFiles(InputsOf(command.Common, FilesOfFaults(command.Faults)), outputs);
 }
@@ -29,12 +31,13 @@ void LookAtFilesOf(const StreamCommand& command) {
 void Run(const StreamCommand& command) {
   const StreamSize size = SizeOf(command.Stream.Sizes);
   StreamLimits limits = LimitsOf(command.Stream);
+  limits.Frames = FramesFor(limits.Frames, command.Output);
   limits.EndsByItself = CaptureFileOf(command.Common.Camera.Camera).has_value();
   const std::vector<ControlAssignment> controls = ControlsOf(command.Common, command.Stream);
-  if (command.Common.IsJson && command.Stream.Output == "-") {
+  if (command.Common.IsJson && command.Output.Output == "-") {
     throw UsageError("--json and the output '-' both want standard output: use one of them");
   }
-  if (command.Log == "-" && (command.Common.IsJson || command.Stream.Output == "-")) {
+  if (command.Log == "-" && (command.Common.IsJson || command.Output.Output == "-")) {
     throw UsageError("the log '-' wants standard output, which is taken: name a file");
   }
   LookAtFilesOf(command);
@@ -43,10 +46,8 @@ void Run(const StreamCommand& command) {
   const RunSettings settings = OpenHostEnvironment(command.Common.Output, SetFilesFor(choice));
   std::optional<FaultyPort> port;
   port.emplace(OpenCamera(choice), command.Faults, LikelyDuration(limits));
-  std::unique_ptr<FrameWriter> writer;
-  if (command.Stream.Output) {
-    writer = MakeFrameWriter(*command.Stream.Output, size.Delivered, kFramePeriod);
-  }
+  const std::unique_ptr<FrameOutput> writer = OpenFrameOutput(
+      command.Common, command.Output, size.Delivered, kFramePeriod, IsInRealTime(choice));
   std::optional<FrameLog> log;
   if (command.Log) log.emplace(*command.Log, LightOn(choice));
   StreamResult result;
@@ -55,6 +56,7 @@ void Run(const StreamCommand& command) {
     const StreamPart part = [&](const CameraChoice& camera, const StreamLimits& left,
                                 bool isFirst) {
       // A script's faults are those of the first part.
+      if (writer) writer->BeginPart();
       if (!isFirst) port.emplace(OpenCamera(camera), std::nullopt, LikelyDuration(left));
       StreamResult streamed;
       testbed::RunThenEnd(
@@ -94,9 +96,8 @@ void AddStreamCommand(CLI::App& app) {
   AddLightOptions(*sub, command->Common);
   AddStreamOptions(*sub, command->Common, command->Stream);
   AddFaultOption(*sub, command->Faults);
-  sub->add_option("-o,--output", command->Stream.Output,
-                  ".y4m, .yuy2, .png (a numbered series), or - for Y4M on standard output")
-      ->type_name("FILE");
+  AddFrameOutputOptions(*sub, command->Output);
+  AddRingOptions(*sub, command->Output);
   sub->add_option("--log", command->Log,
                   "what the exposure loop did at each delivered frame, as CSV; see lidcam plot")
       ->type_name("FILE");

@@ -4,7 +4,6 @@
 #include <cstdio>
 #include <string>
 
-#include "apps/lidcam/output/frame_writer.h"
 #include "library/base/command_error.h"
 #include "library/base/interrupt.h"
 #include "library/camera/plugged_camera.h"
@@ -115,13 +114,6 @@ std::vector<OutputRole> OutputsOf(const CommonOptions& options,
   std::vector<OutputRole> outputs;
   if (output) outputs.push_back({"-o", *output});
   if (options.IsJson) outputs.push_back({"--json", "-"});
-  return outputs;
-}
-
-std::vector<OutputRole> FrameOutputsOf(const CommonOptions& options,
-                                       const std::optional<std::string>& output) {
-  std::vector<OutputRole> outputs = OutputsOf(options, output);
-  if (output) outputs.front().IsSeries = FormOfOutput(*output) == OutputForm::PngSeries;
   return outputs;
 }
 

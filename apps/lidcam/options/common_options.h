@@ -63,10 +63,6 @@ struct SizeOptions {
 [[nodiscard]] std::vector<OutputRole> OutputsOf(const CommonOptions& options,
                                                 const std::optional<std::string>& output);
 
-/// The same for frames, which a name may number. Throws UsageError.
-[[nodiscard]] std::vector<OutputRole> FrameOutputsOf(const CommonOptions& options,
-                                                     const std::optional<std::string>& output);
-
 /// Adds --size and --raw-size.
 void AddSizeOptions(CLI::App& command, SizeOptions& options);
 
@@ -80,7 +76,6 @@ struct StreamOptions {
   std::optional<std::string> Duration;
   std::vector<std::string> Controls;  ///< NAME=VALUE, set once the stream runs
   bool Saves = false;                 ///< what is set outlives the run
-  std::optional<std::string> Output;
 };
 
 /// Adds --size, --raw-size, --frames, --duration, --set, --save, --fast and --wait.

@@ -67,8 +67,9 @@ std::optional<std::string_view> Between(std::string_view text, std::string_view 
   return text.substr(begin.size(), text.size() - begin.size() - end.size());
 }
 
-bool IsPictureName(const OutputRole& series, std::string_view name) {
-  const auto number = Between(name, fs::path(series.Path).stem().string() + "-", ".png");
+bool IsNumberedName(const OutputRole& series, std::string_view name) {
+  const fs::path path(series.Path);
+  const auto number = Between(name, path.stem().string() + "-", path.extension().string());
   return number && IsNumber(*number);
 }
 
@@ -92,7 +93,7 @@ std::vector<FileIdentity> FilesOf(const OutputRole& output) {
     return files;
   }
   for (const fs::path& path : Neighbours(output)) {
-    if (!IsPictureName(output, path.filename().string())) continue;
+    if (!IsNumberedName(output, path.filename().string())) continue;
     if (const auto file = IdentityOf(path.string(), STDOUT_FILENO)) files.push_back(*file);
   }
   return files;
@@ -131,7 +132,7 @@ bool IsPartOf(const OutputRole& output, std::string_view part) {
   const std::string_view number = hidden->substr(dot + 1);
   if (!IsNumber(number.substr(0, number.find('-')))) return false;
   const std::string_view of = hidden->substr(0, dot);
-  if (output.IsSeries) return IsPictureName(output, of);
+  if (output.IsSeries) return IsNumberedName(output, of);
   return of == fs::path(base::FollowLink(output.Path)).filename().string();
 }
 

@@ -15,7 +15,7 @@ struct InputRole {
 struct OutputRole {
   std::string Option;     ///< that names it: "-o", "--log"
   std::string Path;       ///< "-" is standard output
-  bool IsSeries = false;  ///< numbered pictures: shot.png stands for shot-0001.png and so on
+  bool IsSeries = false;  ///< numbered files: shot.png stands for shot-0001.png and so on
 };
 
 /// Looks at a command's files before any of them is opened.

@@ -2,15 +2,21 @@
 
 #include <chrono>
 #include <cstdint>
-#include <memory>
+#include <optional>
 #include <span>
 #include <string>
 
-#include "library/base/units.h"
-
 namespace lidcam::app {
 
-/// Takes delivered frames one by one.
+/// One delivered frame on its way to an output. The bytes live as long as the call that hands it over.
+struct OutputFrame {
+  std::span<const std::uint8_t> Yuy2;  ///< rows top to bottom without padding
+  std::chrono::microseconds Time{};    ///< bus time since the stream's start
+  std::uint64_t Number = 0;            ///< of the delivered frames, from 1 on; 0: not counted yet
+  bool IsGood = true;                  ///< made of a raw frame of the right size
+};
+
+/// Takes delivered frames one by one. One thread at a time.
 class FrameWriter {
  public:
   FrameWriter() = default;
@@ -18,30 +24,24 @@ class FrameWriter {
   FrameWriter& operator=(const FrameWriter&) = delete;
   virtual ~FrameWriter() = default;
 
-  /// Writes one frame in YUY2 order, rows top to bottom without padding. Throws CommandError.
-  virtual void Write(std::span<const std::uint8_t> yuy2) = 0;
+  /// Writes one frame, whose time is not before that of the one before. Throws CommandError.
+  virtual void Write(const OutputFrame& frame) = 0;
 
   /// Completes the output: the frames that were written whole stand under its final name from here on,
   /// also after a write that failed. Throws CommandError.
   virtual void Finish() = 0;
 
-  /// Where the frames are, in words for a person.
+  /// Where the frames are, in words for a person. Empty if there are none.
   [[nodiscard]] virtual std::string Place() const = 0;
+
+  /// The stream ends by a fault. Ahead of Finish().
+  virtual void NoteFault() {}
+
+  /// Frames in the output, if they are others than those that were written to it.
+  [[nodiscard]] virtual std::optional<std::uint64_t> Kept() const { return std::nullopt; }
+
+  /// What a person should know of the output once it is finished, as a line; or empty.
+  [[nodiscard]] virtual std::string Note() const { return {}; }
 };
-
-/// What the name of an output says about its form.
-enum class OutputForm { Y4m, RawYuy2, PngSeries };
-
-/// ".y4m" and "-" give Y4M, ".yuy2", ".yuv" and ".raw" raw YUY2, ".png" a PNG series. Throws
-/// UsageError for any other ending.
-[[nodiscard]] OutputForm FormOfOutput(const std::string& path);
-
-/// Makes the writer for a name. A PNG series numbers its pictures: "shot.png" gives shot-0001.png
-/// and so on.
-///
-/// @param framePeriod  the stream's nominal frame period, for forms that tell it
-[[nodiscard]] std::unique_ptr<FrameWriter> MakeFrameWriter(const std::string& path,
-                                                           PictureSize size,
-                                                           std::chrono::microseconds framePeriod);
 
 }  // namespace lidcam::app

@@ -116,6 +116,20 @@ int OutputFile::Append(std::span<const std::uint8_t> bytes) {
   return 0;
 }
 
+void OutputFile::Overwrite(std::int64_t at, std::span<const std::uint8_t> bytes) {
+  while (!bytes.empty()) {
+    const ssize_t count = ::pwrite(file_, bytes.data(), bytes.size(), at);
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) {
+      const int error = count < 0 ? errno : EIO;
+      hasFailed_ = true;
+      Fail("can't be written", error);
+    }
+    at += count;
+    bytes = bytes.subspan(static_cast<std::size_t>(count));
+  }
+}
+
 void OutputFile::MarkWhole() {
   whole_ = written_;
 }

@@ -29,6 +29,13 @@ class OutputFile {
   void Write(std::span<const std::uint8_t> bytes);
   void Write(std::string_view text);
 
+  /// Whether bytes that were written can be replaced later.
+  [[nodiscard]] bool IsSeekable() const { return replacement_.IsOpen(); }
+  /// Bytes that were appended.
+  [[nodiscard]] std::int64_t Size() const { return written_; }
+  /// Replaces bytes that were written, all of which lie within Size(). Throws as Write() does.
+  void Overwrite(std::int64_t at, std::span<const std::uint8_t> bytes);
+
   /// What was written up to here can stand alone: Commit() keeps it even if a later write fails.
   void MarkWhole();
 

@@ -88,6 +88,7 @@ nlohmann::json ToJson(const StreamResult& result) {
   }
   if (!result.Place.empty() && result.Written) answer["written"] = *result.Written;
   if (!result.Note.empty()) answer["note"] = result.Note;
+  if (!result.OutputNote.empty()) answer["outputNote"] = result.OutputNote;
   if (!result.Faults.empty()) answer["faults"] = result.Faults;
   if (!result.Troubles.empty()) answer["troubles"] = result.Troubles;
   return answer;
@@ -142,6 +143,7 @@ void PrintSummary(const StreamResult& result, const CommonOptions& options) {
   if (!result.Note.empty()) std::fprintf(stderr, "%s\n", result.Note.c_str());
   if (!result.Faults.empty())
     std::fprintf(stderr, "faults on the bus: %s\n", result.Faults.c_str());
+  if (!result.OutputNote.empty()) std::fprintf(stderr, "%s\n", result.OutputNote.c_str());
   if (result.Place.empty() || result.Place == "-") return;
   const std::uint64_t written = result.Written.value_or(counts.Delivered());
   std::fprintf(stderr, "written to %s", result.Place.c_str());
@@ -164,6 +166,20 @@ void Finish(Output* output, StreamResult& result) {
   } catch (const CommandError& error) {
     result.Troubles.emplace_back(error.what());
   }
+}
+
+void NoteFault(FrameWriter& writer, StreamResult& result) {
+  try {
+    writer.NoteFault();
+  } catch (const CommandError& error) {
+    result.Troubles.emplace_back(error.what());
+  }
+}
+
+void TellOutput(const FrameWriter& writer, StreamResult& result) {
+  if (const auto kept = writer.Kept()) result.Written = *kept;
+  if (result.Written != 0U) result.Place = writer.Place();
+  result.OutputNote = writer.Note();
 }
 
 bool RunToLimit(CameraStream& stream, const StreamLimits& limits, const Verbosity& verbosity) {
@@ -189,9 +205,9 @@ bool RunToEnd(CameraStream& stream, const StreamLimits& limits, const Verbosity&
 
 }  // namespace
 
-void LimitedWriter::Write(std::span<const std::uint8_t> yuy2) {
+void LimitedWriter::Write(const OutputFrame& frame) {
   if (writer_ == nullptr || (frames_ && written_ >= *frames_)) return;
-  writer_->Write(yuy2);
+  writer_->Write(frame);
   ++written_;
 }
 
@@ -204,7 +220,9 @@ StreamResult RunStream(bus::UsbBus& bus, const StreamSize& size, const StreamLim
   LimitedWriter limitedWriter(writer, limits);
   const auto take = [&](const StreamFrame& frame) {
     limitedLog.Add(frame.Report.Loop);
-    limitedWriter.Write(frame.Yuy2);
+    limitedWriter.Write({.Yuy2 = frame.Yuy2,
+                         .Time = base::TimeOfMicroframes(frame.Report.Microframe),
+                         .IsGood = frame.Report.IsGood});
   };
   bool isComplete = true;
   const auto use = [&](CameraStream& stream) {
@@ -261,8 +279,9 @@ void ConcludeStream(StreamResult& result, const StreamOutputs& outputs, const st
   if (result.Counts.Delivered() == 0) {
     result.Troubles.push_back(WhyWithoutFrame(result, from));
   } else {
+    if (outputs.Writer != nullptr && !result.Troubles.empty()) NoteFault(*outputs.Writer, result);
     Finish(outputs.Writer, result);
-    if (outputs.Writer != nullptr && result.Written != 0U) result.Place = outputs.Writer->Place();
+    if (outputs.Writer != nullptr) TellOutput(*outputs.Writer, result);
     PrintSummary(result, options);
   }
   FailForTroubles(result.Troubles);

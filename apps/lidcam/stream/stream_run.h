@@ -19,12 +19,13 @@ namespace lidcam::app {
 struct StreamResult {
   StreamCounts Counts{};
   PictureSize Size{};
-  PictureSize RawSize{};   ///< of the frames that the camera sent for it
-  std::string Identity{};  ///< empty if the capture doesn't contain it
-  std::string Sensor{};    ///< empty if the capture doesn't contain it
-  std::string Place{};     ///< where the frames are; empty without an output
-  std::string Note{};      ///< on lines that the sensor sends too few or too many of; or empty
-  std::string Faults{};    ///< counts of the injected faults; empty without a script
+  PictureSize RawSize{};     ///< of the frames that the camera sent for it
+  std::string Identity{};    ///< empty if the capture doesn't contain it
+  std::string Sensor{};      ///< empty if the capture doesn't contain it
+  std::string Place{};       ///< where the frames are; empty without an output
+  std::string Note{};        ///< on lines that the sensor sends too few or too many of; or empty
+  std::string OutputNote{};  ///< on the output, as FrameWriter::Note() has it
+  std::string Faults{};      ///< counts of the injected faults; empty without a script
   /// Frames in the output; nothing where an output holds no frames as such.
   std::optional<std::uint64_t> Written{};
   bool IsUnplugged = false;  ///< the camera was gone before the end
@@ -56,7 +57,7 @@ class LimitedWriter {
   LimitedWriter(FrameWriter* writer, const StreamLimits& limits)
       : writer_(writer), frames_(limits.Frames) {}
 
-  void Write(std::span<const std::uint8_t> yuy2);
+  void Write(const OutputFrame& frame);
   [[nodiscard]] std::uint64_t Written() const { return written_; }
 
  private:

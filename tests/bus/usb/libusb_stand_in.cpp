@@ -35,7 +35,6 @@ struct StandInHotplugEvent {
 namespace {
 
 using lidcam::bus::UsbStatus;
-using lidcam::stand_in::Failure;
 using lidcam::stand_in::Record;
 using lidcam::stand_in::Script;
 

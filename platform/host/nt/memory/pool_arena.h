@@ -62,6 +62,8 @@ class PoolArena {
 
   PoolArena(std::byte* base, std::size_t bytes) : base_(base), reservedBytes_(bytes) {}
 
+  [[nodiscard]] static std::shared_ptr<PoolArena> TakeSpare();
+  [[nodiscard]] bool BecomeSpare();
   [[nodiscard]] std::byte* PageAt(std::size_t page) const;
   [[nodiscard]] const Allocation& Find(const void* address) const;
   bool NewRun(std::size_t bytes);

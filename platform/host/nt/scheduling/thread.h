@@ -4,7 +4,6 @@
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
-#include <semaphore>
 #include <string>
 #include <vector>
 
@@ -23,6 +22,8 @@ struct KTHREAD {
 };
 
 namespace lidcam::host {
+
+class ExecutionContext;
 
 /// Events of a thread's object, for the verifier.
 struct ThreadObjectEvents {
@@ -64,13 +65,14 @@ struct Thread {
 
   // Used by the scheduler.
   std::condition_variable Resumed;
-  std::binary_semaphore Baton{0};
+  ExecutionContext* Context = nullptr;  ///< in a simulation
   RunState State = RunState::Ready;
   bool IsWoken = false;
-  unsigned Spins = 0;
-  LONGLONG StalledUntil = 0;  ///< interrupt time; the thread doesn't run before
-  bool SpinsForGood = false;  ///< its next turn of a spin loop begins an endless loop
-  bool HasStopped = false;    ///< the endless loop has begun: the thread isn't run any more
+  unsigned Spins = 0;            ///< since the last progress that it has seen
+  std::uint64_t SpinsSince = 0;  ///< number of that progress
+  LONGLONG StalledUntil = 0;     ///< interrupt time; the thread doesn't run before
+  bool SpinsForGood = false;     ///< its next turn of a spin loop begins an endless loop
+  bool HasStopped = false;       ///< the endless loop has begun: the thread isn't run any more
 };
 
 /// The calling thread.

@@ -16,9 +16,6 @@
 namespace lidcam::host {
 namespace {
 
-constexpr std::uint64_t kFnvOffset = 0xCBF29CE484222325;
-constexpr std::uint64_t kFnvPrime = 0x100000001B3;
-
 // The first of January 2020.
 constexpr LONGLONG kSystemTimeAtStart = 132'223'104'000'000'000;
 
@@ -26,12 +23,8 @@ constexpr LONGLONG kSystemTimeAtStart = 132'223'104'000'000'000;
 // own are shorter.
 constexpr unsigned kSpinsOfAWaiter = 64;
 
-// Some races need many switches, others a thread that runs long without one: the seed chooses.
+// Some races need many switches, others a thread that runs long without one: the seed chooses. Powers of two.
 constexpr std::array<std::uint64_t, 4> kSwitchOneIn{1, 2, 4, 16};
-
-std::uint64_t HashByte(std::uint64_t hash, unsigned byte) {
-  return (hash ^ byte) * kFnvPrime;
-}
 
 const char* StateText(const Thread& thread) {
   if (thread.HasStopped) return "has stopped";
@@ -49,11 +42,11 @@ SimulatedScheduler::SimulatedScheduler(const SimulationOptions& options)
     : options_(options),
       random_(options.Seed),
       switchOneIn_(kSwitchOneIn[random_.Next() % kSwitchOneIn.size()]),
-      outcome_{.TraceHash = kFnvOffset},
       main_(*this, nextThread_++, "main"),
       previous_(SetCurrentThread(&main_)),
       running_(&main_),
       threads_{&main_} {
+  main_.Context = &mainContext_;
   if (options.KeepsFreedPool) arena_ = PoolArena::Make();
   if (options.HasPreemptionPoints) ++g_preemptiveSimulations;
   // A lock of an earlier world may have had this address.
@@ -66,7 +59,7 @@ SimulatedScheduler::~SimulatedScheduler() {
     Guard guard(Lock());
     StopOthers(guard);
   }
-  for (std::thread& machine : machines_) machine.join();
+  contexts_.clear();
   // After a violation their references are never released.
   for (const void* const object : ThreadObjectsOfWorld(*this)) {
     if (object != &main_.Object) delete static_cast<const KTHREAD*>(object)->Host;
@@ -85,40 +78,51 @@ LONGLONG SimulatedScheduler::SystemTimeAtStart() const {
   return kSystemTimeAtStart;
 }
 
-Thread& SimulatedScheduler::PickOf(const std::vector<Thread*>& threads) {
-  return *threads[static_cast<std::size_t>(random_.Next() % threads.size())];
+// One of the threads that fulfil a condition; null if none does.
+template <typename Condition>
+Thread* SimulatedScheduler::PickWhere(Condition condition) {
+  candidates_.clear();
+  std::ranges::copy_if(threads_, std::back_inserter(candidates_), condition);
+  if (candidates_.empty()) return nullptr;
+  return candidates_[static_cast<std::size_t>(random_.Next() % candidates_.size())];
+}
+
+bool SimulatedScheduler::IsReady(const Thread& thread) const {
+  return thread.State == Thread::RunState::Ready && thread.StalledUntil <= now_ &&
+         !thread.HasStopped;
+}
+
+bool SimulatedScheduler::OnlySpins(const Thread& thread) const {
+  return thread.SpinsSince == progress_ && thread.Spins >= kSpinsOfAWaiter;
 }
 
 void SimulatedScheduler::Trace(const Thread& self, const char* call) {
-  std::uint64_t hash = HashByte(outcome_.TraceHash, self.Number & 0xFF);
-  for (const char* letter = call; *letter != '\0'; ++letter) {
-    hash = HashByte(hash, static_cast<unsigned char>(*letter));
-  }
-  outcome_.TraceHash = hash;
-  ++outcome_.ScheduleLength;
+  traceHash_.Add(self.Number, call);
+  ++scheduleLength_;
 }
 
-// Spinning threads may be waiting for this progress.
+// Spinning threads may be waiting for this progress: their spins are counted anew.
 void SimulatedScheduler::NoteProgress() {
-  for (Thread* const thread : threads_) thread->Spins = 0;
+  ++progress_;
 }
 
 void SimulatedScheduler::NoteSpin(Thread& self, SwitchKind kind) {
-  if (kind == SwitchKind::Spin) {
-    ++self.Spins;
-  } else {
+  if (kind != SwitchKind::Spin) {
     NoteProgress();
+    return;
   }
+  if (std::exchange(self.SpinsSince, progress_) != progress_) self.Spins = 0;
+  ++self.Spins;
 }
 
 bool SimulatedScheduler::KeepsBaton() {
-  return switchOneIn_ != 1 && random_.Next() % switchOneIn_ != 0;
+  return switchOneIn_ != 1 && (random_.Next() & (switchOneIn_ - 1)) != 0;
 }
 
 // @return whether the thread is stalled at the point
 bool SimulatedScheduler::BeginPoint(Thread& self, const PointSubject& subject) {
   if (!options_.AtSwitchPoint) return false;
-  const LONGLONG time = options_.AtSwitchPoint({outcome_.ScheduleLength + 1, self, subject});
+  const LONGLONG time = options_.AtSwitchPoint({scheduleLength_ + 1, self, subject});
   if (time <= 0) return false;
   self.StalledUntil = now_ + time;
   return true;
@@ -171,13 +175,13 @@ void SimulatedScheduler::Wake(Thread& thread) {
   thread.State = Thread::RunState::Ready;
 }
 
-// The next thread is woken without the lock held: it takes the lock at once.
+// The next thread runs without the lock held: it takes the lock at once.
 void SimulatedScheduler::PassBaton(Thread& self, Thread& next, Guard& guard) {
   running_ = &next;
   if (&next == &self) return;
   guard.unlock();
-  next.Baton.release();
-  self.Baton.acquire();
+  self.Context->SwitchTo(*next.Context);
+  SetCurrentThread(&self);
   guard.lock();
 }
 
@@ -208,7 +212,7 @@ bool SimulatedScheduler::MoveTime() {
     now_ = *due;
     standstill_ = 0;
   }
-  for (Thread* const thread : threads_) thread->Spins = 0;
+  NoteProgress();
   ExpireTimers(*this);
   return true;
 }
@@ -217,29 +221,26 @@ Thread& SimulatedScheduler::ChooseNext(Guard& guard) {
   // The youngest ends first: threads use objects of the threads that made them.
   if (isStopping_) return *threads_.back();
   while (true) {
-    std::vector<Thread*> ready;
-    std::ranges::copy_if(threads_, std::back_inserter(ready), [this](const Thread* thread) {
-      return thread->State == Thread::RunState::Ready && thread->StalledUntil <= now_ &&
-             !thread->HasStopped;
-    });
-    std::vector<Thread*> eager;
-    std::ranges::copy_if(ready, std::back_inserter(eager),
-                         [](const Thread* thread) { return thread->Spins < kSpinsOfAWaiter; });
-    if (!eager.empty()) return PickOf(eager);
-    if (ready.empty() && isFinishing_ && !EndOfStalls()) return main_;
+    Thread* const eager =
+        PickWhere([this](const Thread* thread) { return IsReady(*thread) && !OnlySpins(*thread); });
+    if (eager != nullptr) return *eager;
+    const auto isReady = [this](const Thread* thread) { return IsReady(*thread); };
+    if (isFinishing_ && std::ranges::none_of(threads_, isReady) && !EndOfStalls()) return main_;
     if (MoveTime()) continue;
     // Threads that only spin may leave their loops; the limit of the standstill detects if not.
-    if (!ready.empty()) return PickOf(ready);
+    if (Thread* const spinning = PickWhere(isReady)) return *spinning;
     ReportUnderLock("scheduler", "deadlock: every thread waits and no time limit runs", guard);
   }
 }
 
 void SimulatedScheduler::StartMachine(Thread& thread, std::function<void()> body) {
   threads_.push_back(&thread);
-  machines_.emplace_back([&thread, run = std::move(body)] {
-    thread.Baton.acquire();
-    run();
-  });
+  contexts_.push_back(
+      std::make_unique<ExecutionContext>([this, run = std::move(body)]() -> ExecutionContext& {
+        run();
+        return *running_->Context;
+      }));
+  thread.Context = contexts_.back().get();
 }
 
 void SimulatedScheduler::ThreadEnds(Thread& self, Guard& guard) {
@@ -250,7 +251,6 @@ void SimulatedScheduler::ThreadEnds(Thread& self, Guard& guard) {
   } catch (const KernelStopped&) {  // no thread could run any more
     running_ = threads_.back();
   }
-  running_->Baton.release();
 }
 
 void SimulatedScheduler::RunOthersToRest() {
@@ -294,9 +294,7 @@ SimulationOutcome SimulatedScheduler::Finish() {
 }
 
 SimulationOutcome SimulatedScheduler::OutcomeSoFar() const {
-  SimulationOutcome outcome = outcome_;
-  outcome.Time = now_;
-  return outcome;
+  return {.TraceHash = traceHash_.Value(), .ScheduleLength = scheduleLength_, .Time = now_};
 }
 
 // Thread 0 unwinds last: the others use objects on its stack.
@@ -333,7 +331,7 @@ const Thread* SimulatedScheduler::HolderOf(const void* lock) const {
 
 std::string SimulatedScheduler::Describe() const {
   std::string text = "simulation with seed " + std::to_string(options_.Seed) + ", " +
-                     std::to_string(outcome_.ScheduleLength) + " switch points\n";
+                     std::to_string(scheduleLength_) + " switch points\n";
   for (const Thread* const thread : threads_) {
     std::array<char, 200> line{};
     std::snprintf(line.data(), line.size(),

@@ -1,17 +1,18 @@
 #pragma once
 
-#include <condition_variable>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "base/split_mix.h"
 #include "platform/host/nt/scheduling/scheduler.h"
 #include "platform/host/nt/scheduling/thread.h"
+#include "platform/host/nt/simulation/execution_context.h"
+#include "platform/host/nt/simulation/trace_hash.h"
 
 namespace lidcam::host {
 
@@ -59,8 +60,8 @@ struct SimulationOutcome {
 /// time.
 ///
 /// The machine thread that makes it belongs to it, as thread 0, during its lifetime; all objects of
-/// the simulation must be initialised within. Each thread is a machine thread that runs only while
-/// it has the one baton, so that sanitizers see ordinary synchronisation.
+/// the simulation must be initialised within. Each other thread has a context of its own (a fiber),
+/// which runs only while it has the one baton.
 class SimulatedScheduler final : public Scheduler {
  public:
   explicit SimulatedScheduler(const SimulationOptions& options);
@@ -92,7 +93,10 @@ class SimulatedScheduler final : public Scheduler {
  private:
   using Guard = std::unique_lock<std::mutex>;
 
-  Thread& PickOf(const std::vector<Thread*>& threads);
+  template <typename Condition>
+  Thread* PickWhere(Condition condition);
+  [[nodiscard]] bool IsReady(const Thread& thread) const;
+  [[nodiscard]] bool OnlySpins(const Thread& thread) const;
   Thread& ChooseNext(Guard& guard);
   [[nodiscard]] std::optional<LONGLONG> EndOfStalls() const;
   bool MoveTime();
@@ -113,7 +117,9 @@ class SimulatedScheduler final : public Scheduler {
   std::uint64_t switchOneIn_;
   LONGLONG now_ = 0;
   std::uint64_t standstill_ = 0;
-  SimulationOutcome outcome_;
+  std::uint64_t progress_ = 1;  // counts what ends the waiting of spinning threads
+  TraceHash traceHash_;
+  std::uint64_t scheduleLength_ = 0;
   bool isStopping_ = false;
   bool isFinishing_ = false;
   bool isReportingUnderLock_ = false;
@@ -121,7 +127,9 @@ class SimulatedScheduler final : public Scheduler {
   Thread* previous_;
   Thread* running_;
   std::vector<Thread*> threads_;  // all that haven't ended, by number
-  std::vector<std::thread> machines_;
+  std::vector<Thread*> candidates_;
+  ExecutionContext mainContext_;
+  std::vector<std::unique_ptr<ExecutionContext>> contexts_;  // of all other threads, ended or not
 };
 
 /// Runs `body` as thread 0 of a simulation and ends it.

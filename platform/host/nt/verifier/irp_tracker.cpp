@@ -4,7 +4,6 @@
 #include <array>
 #include <cstdio>
 #include <deque>
-#include <map>
 #include <mutex>
 #include <utility>
 #include <vector>
@@ -12,6 +11,7 @@
 #include "base/time_units.h"
 #include "platform/host/nt/scheduling/thread.h"
 #include "platform/host/nt/scheduling/violation.h"
+#include "platform/host/nt/verifier/address_map.h"
 
 namespace lidcam::host {
 namespace {
@@ -40,7 +40,7 @@ using Address = const char*;
 // Never destroyed: requests can be freed during static destruction.
 struct Registry {
   std::mutex Lock;
-  std::map<Address, Record, std::less<>> Records;
+  AddressMap<Record> Records;
   // The histories of freed requests, for reports of their use.
   std::deque<std::pair<Address, Record>> Tombstones;
   std::uint64_t NextSerial = 1;
@@ -53,11 +53,6 @@ Registry& TheRegistry() {
 
 Address AddressOf(const void* memory) {
   return static_cast<Address>(memory);
-}
-
-Record* Find(Registry& registry, PIRP irp) {
-  const auto found = registry.Records.find(AddressOf(irp));
-  return found != registry.Records.end() ? &found->second : nullptr;
 }
 
 void AddEvent(Record& record, const char* what, const void* object) {
@@ -94,31 +89,31 @@ std::string HexStatus(NTSTATUS status) {
 }
 
 std::string WrongLife(Registry& registry, PIRP irp) {
-  const Record* const record = Find(registry, irp);
+  const Record* const record = registry.Records.Find(irp);
+  if (record != nullptr && record->World == &CurrentWorld()) return {};
   const std::string name = DescribeObject("IRP", irp);
   if (record == nullptr) {
     const auto gone =
         std::ranges::find(registry.Tombstones, AddressOf(irp), &std::pair<Address, Record>::first);
     return name + (gone != registry.Tombstones.end() ? " was freed" : " was never initialised");
   }
-  if (record->World != &CurrentWorld()) return name + " belongs to another world";
-  return {};
+  return name + " belongs to another world";
 }
 
-void Bury(Registry& registry, std::map<Address, Record, std::less<>>::iterator record) {
+AddressMap<Record>::Iterator Bury(Registry& registry, AddressMap<Record>::Iterator record) {
   registry.Tombstones.emplace_front(record->first, std::move(record->second));
   if (registry.Tombstones.size() > kKeptTombstones) registry.Tombstones.pop_back();
-  registry.Records.erase(record);
+  return registry.Records.Erase(record);
 }
 
 // The error of a passage that is completed and whose dispatch routine has returned.
 std::string WrongReturn(const IrpPassage& passage) {
-  const std::string who = DescribeObject("the dispatch routine of device", passage.Device);
+  const auto who = [&] { return DescribeObject("the dispatch routine of device", passage.Device); };
   if (passage.Returned == STATUS_PENDING && !passage.WasMarkedPending) {
-    return who + " returned STATUS_PENDING without IoMarkIrpPending";
+    return who() + " returned STATUS_PENDING without IoMarkIrpPending";
   }
   if (passage.Returned != STATUS_PENDING && passage.WasMarkedPending) {
-    return who + " returned " + HexStatus(passage.Returned) + " after IoMarkIrpPending";
+    return who() + " returned " + HexStatus(passage.Returned) + " after IoMarkIrpPending";
   }
   return {};
 }
@@ -128,13 +123,13 @@ std::string WrongReturn(const IrpPassage& passage) {
 std::string WrongReturnWithoutCompletion(PIRP irp, const IrpPassage& passage) {
   const bool isMarked = !passage.WasForwarded &&
                         (LocationOf(irp, passage.Location).Control & SL_PENDING_RETURNED) != 0;
-  const std::string who = DescribeObject("the dispatch routine of device", passage.Device);
+  const auto who = [&] { return DescribeObject("the dispatch routine of device", passage.Device); };
   if (passage.Returned != STATUS_PENDING) {
-    return who + " returned " + HexStatus(passage.Returned) +
+    return who() + " returned " + HexStatus(passage.Returned) +
            (isMarked ? " after IoMarkIrpPending" : " and has not completed the request");
   }
   if (isMarked || passage.WasForwarded) return {};
-  return who + " returned STATUS_PENDING without IoMarkIrpPending";
+  return who() + " returned STATUS_PENDING without IoMarkIrpPending";
 }
 
 // A canceller may exchange it at this moment.
@@ -143,7 +138,7 @@ bool HasCancelRoutine(PIRP irp) {
 }
 
 std::string WrongSend(PIRP irp, PDEVICE_OBJECT device, const Record& record) {
-  const std::string name = DescribeObject("IRP", irp);
+  const auto name = [&] { return DescribeObject("IRP", irp); };
   const auto holds = [&](const std::shared_ptr<IrpPassage>& passage) {
     return IsLive(passage) && passage->Device == device;
   };
@@ -151,26 +146,26 @@ std::string WrongSend(PIRP irp, PDEVICE_OBJECT device, const Record& record) {
   if (isThere || (irp->CurrentLocation <= 1 && LowestPassage(record) != nullptr)) {
     return InFlightText(irp, record) + " and is sent again";
   }
-  if (irp->CurrentLocation <= 1) return name + " has no next stack location";
-  if (irp->CurrentLocation > irp->StackCount + 1) return name + " has no such stack location";
-  if (HasCancelRoutine(irp)) return name + " is sent while its cancel routine is set";
+  if (irp->CurrentLocation <= 1) return name() + " has no next stack location";
+  if (irp->CurrentLocation > irp->StackCount + 1) return name() + " has no such stack location";
+  if (HasCancelRoutine(irp)) return name() + " is sent while its cancel routine is set";
   if (device == nullptr || device->DriverObject == nullptr) {
-    return name + " is sent to " + DescribeObject("device", device) + ", which has no driver";
+    return name() + " is sent to " + DescribeObject("device", device) + ", which has no driver";
   }
   const UCHAR major = IoGetNextIrpStackLocation(irp)->MajorFunction;
   if (major > IRP_MJ_MAXIMUM_FUNCTION || device->DriverObject->MajorFunction[major] == nullptr) {
-    return name + " asks for major function " + std::to_string(major) + ", which " +
+    return name() + " asks for major function " + std::to_string(major) + ", which " +
            DescribeObject("device", device) + " has no routine for";
   }
   return {};
 }
 
 std::string WrongCompletion(PIRP irp) {
-  const std::string name = DescribeObject("IRP", irp);
-  if (irp->CurrentLocation > irp->StackCount) return name + " is completed already";
-  if (irp->IoStatus.Status == STATUS_PENDING) return name + " is completed with STATUS_PENDING";
+  const auto name = [&] { return DescribeObject("IRP", irp); };
+  if (irp->CurrentLocation > irp->StackCount) return name() + " is completed already";
+  if (irp->IoStatus.Status == STATUS_PENDING) return name() + " is completed with STATUS_PENDING";
   if (HasCancelRoutine(irp)) {
-    return name + " is completed while its cancel routine is set";
+    return name() + " is completed while its cancel routine is set";
   }
   return {};
 }
@@ -221,7 +216,7 @@ std::string EndPassageAt(PIRP irp, Record& record) {
 std::string HistoryText(PIRP irp) {
   Registry& registry = TheRegistry();
   const std::lock_guard guard(registry.Lock);
-  const Record* record = Find(registry, irp);
+  const Record* record = registry.Records.Find(irp);
   if (record == nullptr) {
     const auto gone =
         std::ranges::find(registry.Tombstones, AddressOf(irp), &std::pair<Address, Record>::first);
@@ -244,7 +239,7 @@ void WithRecord(const char* call, PIRP irp, Look look) {
   Registry& registry = TheRegistry();
   std::unique_lock guard(registry.Lock);
   std::string wrong = WrongLife(registry, irp);
-  if (wrong.empty()) wrong = look(*Find(registry, irp));
+  if (wrong.empty()) wrong = look(*registry.Records.Find(irp));
   guard.unlock();
   if (!wrong.empty()) ReportIrpViolation(call, irp, wrong);
 }
@@ -281,11 +276,10 @@ std::size_t IrpsInFlightAt(PDEVICE_OBJECT device) {
 void RegisterIrp(const char* call, PIRP irp, bool isAllocated) {
   Registry& registry = TheRegistry();
   const std::lock_guard guard(registry.Lock);
-  const auto before = registry.Records.find(AddressOf(irp));
-  if (before != registry.Records.end()) registry.Records.erase(before);
+  registry.Records.Erase(irp);
   std::erase_if(registry.Tombstones,
                 [&](const auto& entry) { return entry.first == AddressOf(irp); });
-  Record& record = registry.Records[AddressOf(irp)];
+  Record& record = registry.Records.At(irp);
   record.Serial = registry.NextSerial++;
   record.World = &CurrentWorld();
   record.IsAllocated = isAllocated;
@@ -304,7 +298,7 @@ void ExpectIdleIrp(const char* call, PIRP irp) {
 void CheckIrpIsIdleIfKnown(const char* call, PIRP irp) {
   Registry& registry = TheRegistry();
   std::unique_lock guard(registry.Lock);
-  const Record* const record = Find(registry, irp);
+  const Record* const record = registry.Records.Find(irp);
   const std::string use = record != nullptr ? InFlightText(irp, *record) : std::string();
   guard.unlock();
   if (!use.empty()) ReportIrpViolation(call, irp, use + " and is initialised again");
@@ -319,7 +313,7 @@ void ForgetIrp(const char* call, PIRP irp) {
     }
     AddEvent(record, call, nullptr);
     Registry& registry = TheRegistry();
-    Bury(registry, registry.Records.find(AddressOf(irp)));
+    Bury(registry, registry.Records.From(irp));
     return std::string();
   });
 }
@@ -330,7 +324,7 @@ void CheckFreedIrps(const char* call, const void* memory, std::size_t size) {
   const Address end = AddressOf(memory) + size;
   std::string wrong;
   PIRP culprit = nullptr;
-  auto record = registry.Records.lower_bound(AddressOf(memory));
+  auto record = registry.Records.From(memory);
   while (record != registry.Records.end() && record->first < end && wrong.empty()) {
     culprit = reinterpret_cast<PIRP>(const_cast<char*>(record->first));
     wrong = InFlightText(culprit, record->second);
@@ -340,7 +334,7 @@ void CheckFreedIrps(const char* call, const void* memory, std::size_t size) {
       wrong = DescribeObject("IRP", culprit) + " is not to be freed as memory";
     } else {
       AddEvent(record->second, call, nullptr);
-      Bury(registry, record++);
+      record = Bury(registry, record);
     }
   }
   guard.unlock();
@@ -415,7 +409,7 @@ CompletionStep CompleteLocation(const char* call, PIRP irp, const IrpLife& life)
 void NoteIrp(PIRP irp, const char* what, const void* object) {
   Registry& registry = TheRegistry();
   const std::lock_guard guard(registry.Lock);
-  if (Record* const record = Find(registry, irp)) AddEvent(*record, what, object);
+  if (Record* const record = registry.Records.Find(irp)) AddEvent(*record, what, object);
 }
 
 void ReportIrpViolation(const char* call, PIRP irp, const std::string& what) {
@@ -439,7 +433,7 @@ std::string FindKeptIrp(const Scheduler& world) {
 void ForgetIrpsOfWorld(const Scheduler& world) {
   Registry& registry = TheRegistry();
   const std::lock_guard guard(registry.Lock);
-  std::erase_if(registry.Records, [&](const auto& entry) { return entry.second.World == &world; });
+  registry.Records.EraseIf([&](const Record& record) { return record.World == &world; });
 }
 
 }  // namespace lidcam::host

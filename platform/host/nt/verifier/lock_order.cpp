@@ -20,6 +20,7 @@ using LockSet = std::set<Lock, std::less<>>;
 struct Orders {
   std::mutex Mutex;
   std::map<Lock, LockSet, std::less<>> Next;
+  LockSet Known;  // all locks above: most memory that is freed holds none
 };
 
 Orders& TheOrders() {
@@ -47,8 +48,12 @@ Lock FindInversion(const Thread& self, Lock lock) {
   const std::lock_guard guard(orders.Mutex);
   for (const void* const held : self.Held) {
     if (held == lock) return lock;  // a rundown that waits for its own thread's hold
+    const auto known = orders.Next.find(static_cast<Lock>(held));
+    // An order is kept only if the opposite one isn't.
+    if (known != orders.Next.end() && known->second.contains(lock)) continue;
     if (LeadsTo(orders, lock, static_cast<Lock>(held))) return static_cast<Lock>(held);
     orders.Next[static_cast<Lock>(held)].insert(lock);
+    orders.Known.insert({static_cast<Lock>(held), lock});
   }
   return nullptr;
 }
@@ -78,6 +83,10 @@ void ForgetLockOrders(const void* memory, std::size_t size) {
   Orders& orders = TheOrders();
   const auto begin = static_cast<Lock>(memory);
   const std::lock_guard guard(orders.Mutex);
+  const auto first = orders.Known.lower_bound(begin);
+  const auto end = orders.Known.lower_bound(begin + size);
+  if (first == end) return;
+  orders.Known.erase(first, end);
   orders.Next.erase(orders.Next.lower_bound(begin), orders.Next.lower_bound(begin + size));
   for (auto& [lock, next] : orders.Next) {
     next.erase(next.lower_bound(begin), next.lower_bound(begin + size));

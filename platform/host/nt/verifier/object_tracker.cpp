@@ -1,22 +1,21 @@
 #include "platform/host/nt/verifier/object_tracker.h"
 
-#include <functional>
-#include <map>
 #include <mutex>
 #include <optional>
 
 #include "platform/host/nt/scheduling/thread.h"
 #include "platform/host/nt/scheduling/violation.h"
+#include "platform/host/nt/verifier/address_map.h"
 
 namespace lidcam::host {
 namespace {
 
 struct ObjectRecord {
-  ObjectKind Kind;
-  std::size_t Size;
-  const Scheduler* World;
-  UCHAR HeaderType;
-  UCHAR HeaderSize;
+  ObjectKind Kind{};
+  std::size_t Size = 0;
+  const Scheduler* World = nullptr;
+  UCHAR HeaderType = 0;
+  UCHAR HeaderSize = 0;
   int Waiters = 0;
   const char* InUse = nullptr;
 };
@@ -26,7 +25,7 @@ using Address = const char*;
 // Never destroyed: a driver may use objects during static destruction.
 struct ObjectRegistry {
   std::mutex Lock;
-  std::map<Address, ObjectRecord, std::less<>> Records;
+  AddressMap<ObjectRecord> Records;
 };
 
 ObjectRegistry& TheObjectRegistry() {
@@ -75,37 +74,35 @@ bool HasHeader(ObjectKind kind) {
 
 // Why an object can't be freed now; empty if it can.
 std::string UseOf(Address object, const ObjectRecord& record) {
+  if (record.InUse == nullptr && record.Waiters == 0) return {};
   const std::string name = DescribeObject(NameOf(record.Kind), object);
   if (record.InUse != nullptr) return name + " " + record.InUse;
-  if (record.Waiters != 0) {
-    return name + " is waited for by " + std::to_string(record.Waiters) + " thread(s)";
-  }
-  return {};
+  return name + " is waited for by " + std::to_string(record.Waiters) + " thread(s)";
 }
 
 // Removes the records within a range and returns the first use of one, if any.
 std::string ForgetRange(ObjectRegistry& registry, Address begin, std::size_t size) {
   std::string use;
-  auto record = registry.Records.lower_bound(begin);
+  auto record = registry.Records.From(begin);
   if (record != registry.Records.begin()) {
     const auto before = std::prev(record);
     if (before->first + before->second.Size > begin) record = before;
   }
   while (record != registry.Records.end() && record->first < begin + size) {
     if (use.empty()) use = UseOf(record->first, record->second);
-    record = registry.Records.erase(record);
+    record = registry.Records.Erase(record);
   }
   return use;
 }
 
 // The error in the use of an object, apart from its kind; empty if none.
 std::string WrongUse(const void* object, const ObjectRecord& record) {
-  const std::string name = DescribeObject(NameOf(record.Kind), object);
-  if (record.World != &CurrentWorld()) return name + " was initialised in another world";
+  const auto name = [&] { return DescribeObject(NameOf(record.Kind), object); };
+  if (record.World != &CurrentWorld()) return name() + " was initialised in another world";
   if (!HasHeader(record.Kind)) return {};
   const auto& header = *static_cast<const DISPATCHER_HEADER*>(object);
   if (header.Type == record.HeaderType && header.Size == record.HeaderSize) return {};
-  return name + " was overwritten since its initialisation";
+  return name() + " was overwritten since its initialisation";
 }
 
 std::string WrongKind(const char* wanted, const void* object, const ObjectRecord* record) {
@@ -116,9 +113,8 @@ std::string WrongKind(const char* wanted, const void* object, const ObjectRecord
 std::optional<ObjectRecord> FindRecord(const void* object) {
   ObjectRegistry& registry = TheObjectRegistry();
   const std::lock_guard guard(registry.Lock);
-  const auto found = registry.Records.find(AddressOfObject(object));
-  if (found == registry.Records.end()) return std::nullopt;
-  return found->second;
+  const ObjectRecord* const found = registry.Records.Find(object);
+  return found != nullptr ? std::optional(*found) : std::nullopt;
 }
 
 template <typename Wanted>
@@ -146,7 +142,7 @@ void RegisterObject(const char* call, ObjectKind kind, const void* object, std::
   }
   std::unique_lock guard(registry.Lock);
   const std::string use = ForgetRange(registry, AddressOfObject(object), size);
-  registry.Records.emplace(AddressOfObject(object), record);
+  registry.Records.At(object) = record;
   guard.unlock();
   if (!use.empty()) ReportViolation(call, use + " and is initialised again");
 }
@@ -177,21 +173,19 @@ ObjectKind ExpectDispatcherObject(const char* call, const void* object) {
 void SetObjectInUse(const void* object, const char* why) {
   ObjectRegistry& registry = TheObjectRegistry();
   const std::lock_guard guard(registry.Lock);
-  const auto found = registry.Records.find(AddressOfObject(object));
-  if (found != registry.Records.end()) found->second.InUse = why;
+  if (ObjectRecord* const found = registry.Records.Find(object)) found->InUse = why;
 }
 
 void CountWaiters(const void* object, int change) {
   ObjectRegistry& registry = TheObjectRegistry();
   const std::lock_guard guard(registry.Lock);
-  const auto found = registry.Records.find(AddressOfObject(object));
-  if (found != registry.Records.end()) found->second.Waiters += change;
+  if (ObjectRecord* const found = registry.Records.Find(object)) found->Waiters += change;
 }
 
 void ForgetObject(const void* object) {
   ObjectRegistry& registry = TheObjectRegistry();
   const std::lock_guard guard(registry.Lock);
-  registry.Records.erase(AddressOfObject(object));
+  registry.Records.Erase(object);
 }
 
 void CheckFreedMemory(const char* call, const void* memory, std::size_t size) {
@@ -215,7 +209,7 @@ std::vector<const void*> ThreadObjectsOfWorld(const Scheduler& world) {
 void ForgetWorld(const Scheduler& world) {
   ObjectRegistry& registry = TheObjectRegistry();
   const std::lock_guard guard(registry.Lock);
-  std::erase_if(registry.Records, [&](const auto& entry) { return entry.second.World == &world; });
+  registry.Records.EraseIf([&](const ObjectRecord& record) { return record.World == &world; });
 }
 
 std::string FindKeptObject(const Scheduler& world) {

@@ -33,6 +33,23 @@ def cut_records(content, snap_length):
     return result
 
 
+def without_requests(content, requests, count=-1):
+    """The file without the first `count` control requests, or all, whose setup packets begin so."""
+    result, found = records(content)
+    open_ids = set()
+    for head, data in found:
+        is_control = data[9] == 2
+        is_setup = is_control and data[8:9] == b"S" and data[14] == 0
+        if is_setup and data[40:48].startswith(requests) and count != 0:
+            open_ids.add(data[:8])
+            count -= 1
+        elif is_control and not is_setup and data[:8] in open_ids:
+            open_ids.discard(data[:8])
+        else:
+            result += head + data
+    return result
+
+
 class CaptureTest(CommandLineTest):
     def record(self, *arguments):
         file = self.path("bus.pcap")
@@ -132,6 +149,35 @@ class CaptureTest(CommandLineTest):
         answer = json.loads(self.lidcam("stream", "--camera", f"capture:{cut}", "--json"))
         self.assertEqual(answer["frames"]["good"] * 614400, len(begin))
         self.assertIn("cut off behind record 1250", self.lidcam("list", cut))
+
+    def test_a_capture_that_began_after_plug_in_gives_the_same_frames(self):
+        whole = self.record("--frames", "8", "--camera", "sim,light=1lx@0s;300lx@100ms")
+        self.lidcam("replay", whole, "-o", self.path("whole.yuy2"))
+        # What Linux's kernel does before any program sees the camera.
+        later = self.write("later.pcap", without_requests(self.read("bus.pcap"), b"\x00\x09"))
+        for arguments in (("replay", later), ("stream", "--camera", f"capture:{later}")):
+            result = self.run_lidcam(*arguments, "-o", self.path("later.yuy2"))
+            self.assertEqual(result.returncode, 0, result.stderr)
+            self.assertIn(b"1af0:0511 VGA0708", result.stderr)
+            self.assertEqual(self.read("later.yuy2") == self.read("whole.yuy2"), True, arguments)
+
+    def test_a_capture_that_began_after_the_bring_up_gives_its_frames_and_tells(self):
+        self.record("--frames", "8", "--camera", "sim:1af0:6010")
+        whole = self.read("bus.pcap")
+        self.lidcam("replay", self.path("bus.pcap"), "-o", self.path("whole.yuy2"))
+        frames = self.read("whole.yuy2")
+        vendor = (b"\x40\xa0", b"\xc0\xa1")
+        for content in (without_requests(whole, vendor, 30), without_requests(whole, vendor, 400),
+                        without_requests(whole, b"\x80\x06\x00\x02")):
+            later = self.write("later.pcap", content)
+            result = self.run_lidcam("replay", later, "-o", self.path("later.yuy2"))
+            self.assertEqual(result.returncode, 0, result.stderr)
+            self.assertIn(f"lidcam: {later}: the camera's whole bring-up is not in it: its frames are replayed",
+                          result.stderr.decode())
+            self.assertRegex(result.stderr.decode(), "1af0:6010 unknown sensor .* frames delivered")
+            self.assertEqual(frames in self.read("later.yuy2"), True)
+            self.assert_one_line_error(self.run_lidcam("stream", "--camera", f"capture:{later}"), 1, later,
+                                       "whole bring-up is not in it", "lidcam replay")
 
     def test_compressed_captures_are_read_whatever_they_are_called(self):
         content = self.read(os.path.basename(self.record("--frames", "3")))

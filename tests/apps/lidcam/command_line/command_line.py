@@ -39,6 +39,16 @@ class CommandLineTest(unittest.TestCase):
         self.assertEqual(result.returncode, 0, result.stderr.decode(errors="replace"))
         return result.stdout.decode()
 
+    def run_line(self, line):
+        """Runs a line of a document as a person does, lidcam among the user's programs."""
+        os.makedirs(self.path("bin"), exist_ok=True)
+        if not os.path.exists(self.path("bin/lidcam")):
+            os.symlink(LIDCAM, self.path("bin/lidcam"))
+        environment = dict(os.environ, LIDCAM_HOME=self.path("home"),
+                           PATH=self.path("bin") + ":" + os.environ["PATH"])
+        return subprocess.run(["bash", "-o", "pipefail", "-c", line], cwd=self.folder, env=environment,
+                              capture_output=True, timeout=300, check=False)
+
     def assert_one_line_error(self, result, status, *words):
         text = result.stderr.decode()
         self.assertEqual(result.returncode, status, text)

@@ -1,19 +1,18 @@
-"""The demonstration in README.md works as described, in its order and with one LIDCAM_HOME."""
+"""The demonstration in docs/command-line.md works as described, in its order and with one LIDCAM_HOME."""
 
 import csv
 import os
 import re
-import subprocess
 import unittest
 
-from command_line import CommandLineTest, LIDCAM
+from command_line import CommandLineTest
 
-README = os.path.join(os.path.dirname(os.path.abspath(__file__)), "../../../../README.md")
+DOCUMENT = os.path.join(os.path.dirname(os.path.abspath(__file__)), "../../../../docs/command-line.md")
 
 
 def commands():
     """The lines of the block after the table of commands, with their comments."""
-    with open(README, encoding="utf-8") as file:
+    with open(DOCUMENT, encoding="utf-8") as file:
         text = file.read()
     block = text.split("Every command has `--help`")[1].split("```sh\n")[1].split("```")[0]
     return [line for line in block.split("\n") if line]
@@ -25,15 +24,6 @@ def shortened(line):
 
 
 class DemonstrationTest(CommandLineTest):
-    def run_line(self, line):
-        os.makedirs(self.path("bin"), exist_ok=True)
-        if not os.path.exists(self.path("bin/lidcam")):
-            os.symlink(LIDCAM, self.path("bin/lidcam"))
-        environment = dict(os.environ, LIDCAM_HOME=self.path("home"),
-                           PATH=self.path("bin") + ":" + os.environ["PATH"])
-        return subprocess.run(["bash", "-c", line], cwd=self.folder, env=environment,
-                              capture_output=True, timeout=300, check=False)
-
     def test_every_line_does_its_work_behind_those_before_it(self):
         lines = [shortened(line) for line in commands()]
         self.assertGreater(len(lines), 8)

@@ -1,12 +1,14 @@
 """The camera served to other systems."""
 
 import os
+import random
 import re
 import shutil
 import signal
 import socket
 import struct
 import subprocess
+import threading
 import time
 import unittest
 
@@ -14,6 +16,11 @@ from command_line import CommandLineTest, LIDCAM
 
 IMPORT = struct.pack(">HHI32s", 0x0111, 0x8003, 0, b"1-1")
 IMPORT_REPLY = 8 + 312
+GET_DEVICE_DESCRIPTOR = struct.pack(">IIIIIIIIII8s", 1, 1, 1 << 16 | 2, 1, 0, 0, 18, 0, 0, 0,
+                                    bytes.fromhex("8006000100001200"))
+
+# usbredir: type, length and id; a version of 64 bytes and a word of abilities.
+HELLO = struct.pack("<III64sI", 0, 68, 0, b"test", 0)
 
 
 def end(server):
@@ -22,15 +29,47 @@ def end(server):
     server.stderr.close()
 
 
+def most_memory(server):
+    """The most that the process ever had, in MiB."""
+    with open(f"/proc/{server.pid}/status", encoding="ascii") as file:
+        return int(re.search(r"VmHWM:\s+(\d+) kB", file.read())[1]) // 1024
+
+
+def rubbish_from(port, seed, greeting):
+    """A client that sends what is nothing, behind a greeting or not, and leaves its answers unread.
+
+    @return its connection; a third of them is kept open
+    """
+    numbers = random.Random(seed)
+    client = socket.create_connection(("127.0.0.1", port), timeout=60)
+    sent = numbers.randbytes(numbers.randrange(1, 65536))
+    if seed % 4 == 1:
+        sent = greeting + sent
+    if seed % 4 == 2:  # the greeting is cut off
+        sent = greeting[:numbers.randrange(1, len(greeting))]
+    if seed % 4 == 3:  # as many answers as possible
+        sent = greeting + GET_DEVICE_DESCRIPTOR * 20000
+    try:
+        client.sendall(sent)
+    except OSError:
+        pass  # the server has ended the connection
+    if seed % 3 == 0:
+        return client
+    client.close()
+    return None
+
+
 class ServeTest(CommandLineTest):
-    def serve(self, *arguments):
+    def serve(self, *arguments, protocol="usbip"):
         """A server on a free port; its process and that port."""
         environment = dict(os.environ, LIDCAM_HOME=self.path("home"))
-        server = subprocess.Popen([LIDCAM, "serve", "usbip", "--listen", "127.0.0.1:0", *arguments],
+        server = subprocess.Popen([LIDCAM, "serve", protocol, "--listen", "127.0.0.1:0", *arguments],
                                   stderr=subprocess.PIPE, env=environment)
         self.addCleanup(end, server)
         line = server.stderr.readline().decode()
-        port = re.fullmatch(r"lidcam: camera '.*' is served at 127\.0\.0\.1:(\d+) as device 1-1\n",
+        if "built without" in line:
+            self.skipTest(line)
+        port = re.fullmatch(r"lidcam: camera '.*' is served at 127\.0\.0\.1:(\d+)( as device 1-1)?\n",
                             line)
         self.assertIsNotNone(port, line)
         return server, int(port.group(1))
@@ -39,23 +78,58 @@ class ServeTest(CommandLineTest):
         client = socket.create_connection(("127.0.0.1", port), timeout=60)
         self.addCleanup(client.close)
         client.sendall(IMPORT)
-        reply = b""
-        while len(reply) < IMPORT_REPLY:
-            more = client.recv(IMPORT_REPLY - len(reply))
-            self.assertTrue(more)
-            reply += more
-        return client, reply
+        return client, self.read_from(client, IMPORT_REPLY)
 
-    def test_sigterm_and_ctrl_c_end_it_while_a_client_is_attached(self):
+    def read_from(self, client, size):
+        data = b""
+        while len(data) < size:
+            more = client.recv(size - len(data))
+            self.assertTrue(more)
+            data += more
+        return data
+
+    def test_sigterm_and_ctrl_c_end_it_within_a_second_while_a_client_is_attached(self):
         for request in (signal.SIGTERM, signal.SIGINT):
-            server, port = self.serve()
+            spent = []
+            # A busy machine may be late, but not each time.
+            while not spent or (min(spent) > 1 and len(spent) < 10):
+                server, port = self.serve()
+                client, _ = self.attach(port)
+                begin = time.monotonic()
+                server.send_signal(request)
+                self.assertEqual(server.wait(60), 0)
+                spent.append(time.monotonic() - begin)
+                self.assertEqual(client.recv(1), b"")
+            self.assertLess(min(spent), 1)
+
+    def assert_it_answers(self, protocol, port):
+        if protocol == "usbip":
             client, _ = self.attach(port)
-            begin = time.monotonic()
-            server.send_signal(request)
+            client.sendall(GET_DEVICE_DESCRIPTOR)
+            answer = self.read_from(client, 48 + 18)
+            self.assertEqual(answer[48:48 + 4], bytes.fromhex("12010002"))
+        else:
+            client = socket.create_connection(("127.0.0.1", port), timeout=60)
+            client.sendall(HELLO)
+            self.assertEqual(self.read_from(client, 12), struct.pack("<III", 0, 68, 0))
+        client.close()
+
+    def test_a_hundred_clients_that_send_rubbish_neither_end_it_nor_fill_its_memory(self):
+        for protocol, greeting in (("usbip", IMPORT), ("usbredir", HELLO)):
+            server, port = self.serve(protocol=protocol)
+            lines = []
+            reader = threading.Thread(target=lambda pipe=server.stderr: lines.extend(pipe), daemon=True)
+            reader.start()
+            before = most_memory(server)
+            clients = [rubbish_from(port, seed, greeting) for seed in range(100)]
+            self.assert_it_answers(protocol, port)
+            self.assertLess(most_memory(server) - before, 64)
+            server.send_signal(signal.SIGTERM)
             self.assertEqual(server.wait(60), 0)
-            # On an idle machine it may take one second.
-            self.assertLess(time.monotonic() - begin, 20)
-            self.assertEqual(client.recv(1), b"")
+            reader.join()
+            self.assertTrue(all(line.startswith(b"lidcam: 127.0.0.1:") for line in lines), lines[-5:])
+            for client in filter(None, clients):
+                client.close()
 
     def test_clients_are_told_of(self):
         server, port = self.serve()

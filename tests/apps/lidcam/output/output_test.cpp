@@ -13,6 +13,8 @@
 
 #include "apps/lidcam/output/frame_writer.h"
 #include "apps/lidcam/output/output_file.h"
+#include "apps/lidcam/output/output_form.h"
+#include "apps/lidcam/output/pipeline/frame_output.h"
 #include "apps/lidcam/output/yuy2.h"
 #include "library/base/command_error.h"
 
@@ -147,9 +149,9 @@ TEST_F(OutputTest, FoldersAndMissingFoldersAreRefused) {
 }
 
 TEST_F(OutputTest, Y4mSeparatesThePlanes) {
-  const auto writer = MakeFrameWriter(PathOf("a.y4m"), {2, 2}, kPeriod);
+  const auto writer = MakeFileWriter(PathOf("a.y4m"), {2, 2}, kPeriod);
   const std::array<std::uint8_t, 8> yuy2 = {1, 10, 2, 20, 3, 30, 4, 40};
-  writer->Write(yuy2);
+  writer->Write({.Yuy2 = yuy2});
   writer->Finish();
   EXPECT_EQ(ContentOf("a.y4m"),
             "YUV4MPEG2 W2 H2 F1000000:33333 Ip A1:1 C422\nFRAME\n"
@@ -157,16 +159,16 @@ TEST_F(OutputTest, Y4mSeparatesThePlanes) {
 }
 
 TEST_F(OutputTest, RawOutputIsTheFramesBytes) {
-  const auto writer = MakeFrameWriter(PathOf("a.yuy2"), {2, 1}, kPeriod);
-  writer->Write(std::array<std::uint8_t, 4>{'a', 'b', 'c', 'd'});
-  writer->Write(std::array<std::uint8_t, 4>{'e', 'f', 'g', 'h'});
+  const auto writer = MakeFileWriter(PathOf("a.yuy2"), {2, 1}, kPeriod);
+  writer->Write({.Yuy2 = std::array<std::uint8_t, 4>{'a', 'b', 'c', 'd'}});
+  writer->Write({.Yuy2 = std::array<std::uint8_t, 4>{'e', 'f', 'g', 'h'}});
   writer->Finish();
   EXPECT_EQ(ContentOf("a.yuy2"), "abcdefgh");
 }
 
 TEST_F(OutputTest, APngSeriesIsNumbered) {
-  const auto writer = MakeFrameWriter(PathOf("shot.png"), {2, 1}, kPeriod);
-  for (int frame = 0; frame < 2; ++frame) writer->Write(std::array<std::uint8_t, 4>{});
+  const auto writer = MakeFileWriter(PathOf("shot.png"), {2, 1}, kPeriod);
+  for (int frame = 0; frame < 2; ++frame) writer->Write({.Yuy2 = std::array<std::uint8_t, 4>{}});
   writer->Finish();
   EXPECT_THAT(Names(), ::testing::UnorderedElementsAre("shot-0001.png", "shot-0002.png"));
   EXPECT_EQ(writer->Place(), PathOf("shot-0001.png") + " to " + PathOf("shot-0002.png"));
@@ -180,7 +182,12 @@ TEST(OutputForms, FollowTheEndingInAnyCase) {
   EXPECT_EQ(FormOfOutput("a.raw"), OutputForm::RawYuy2);
   EXPECT_EQ(FormOfOutput("a.b/c.Png"), OutputForm::PngSeries);
   EXPECT_EQ(FormOfOutput("/dev/null"), OutputForm::Y4m);
-  EXPECT_THROW((void)FormOfOutput("a.jpg"), UsageError);
+  EXPECT_EQ(FormOfOutput("a.jpg"), OutputForm::JpegSeries);
+  EXPECT_EQ(FormOfOutput("a.MKV"), OutputForm::Matroska);
+  EXPECT_EQ(FormOfOutput("a.mp4"), OutputForm::Mp4);
+  EXPECT_EQ(FormOfOutput("a.avi"), OutputForm::Avi);
+  EXPECT_EQ(FormOfOutput("a.mjpeg"), OutputForm::Mjpeg);
+  EXPECT_THROW((void)FormOfOutput("a.gif"), UsageError);
   EXPECT_THROW((void)FormOfOutput("a"), UsageError);
 }
 

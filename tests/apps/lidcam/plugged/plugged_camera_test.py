@@ -1,12 +1,21 @@
 """The command line with cameras that are plugged in, over a stand-in for libusb.
 
 Usage: python3 plugged_camera_test.py LIDCAM_OVER_STAND_IN COMMAND_LINE_FOLDER [unittest arguments]
+
+Without unittest arguments several tests run at once, each in a process of its own: these cameras keep real time,
+and nearly all of the tests' time is waiting for their frames.
 """
 
+import concurrent.futures
 import json
 import os
+import re
+import subprocess
 import sys
 import unittest
+
+PROGRAM_AND_FOLDER = sys.argv[1:3]
+TESTS_AT_ONCE = 4
 
 sys.path.insert(0, sys.argv.pop(2))
 import command_line  # noqa: E402
@@ -142,6 +151,23 @@ class PluggedCameraTest(command_line.CommandLineTest):
         text = self.lines("stream", "--duration", "60s", status=1)
         self.assertRegex(text, "the camera was unplugged after frame [0-9]+")
 
+    def test_an_unplugged_camera_ends_a_recording_which_keeps_what_came(self):
+        self.machine(CAMERA, "at 1500 unplug 1")
+        text = self.lines("record", "--duration", "60s", "-o", self.path("bus.pcap"), status=1)
+        told = re.search("the camera was unplugged after frame ([0-9]+)", text)
+        self.assertIsNotNone(told, text)
+        self.machine()
+        replayed = self.lines("replay", self.path("bus.pcap"), "-o", self.path("clip.yuy2"))
+        self.assertIn("1af0:0511 VGA0708", replayed)
+        self.assertGreaterEqual(os.path.getsize(self.path("clip.yuy2")), int(told[1]) * 640 * 480 * 2)
+
+    def test_an_unplugged_camera_ends_a_still_which_leaves_no_file(self):
+        self.machine(CAMERA, "at 1500 unplug 1")
+        self.assert_one_line_error(
+            self.run_lidcam("still", "--settle", "1000", "-q", "-o", self.path("still.png")), 1,
+            "the camera was unplugged: no still was taken")
+        self.assert_nothing_left()
+
     def test_with_wait_the_stream_goes_on_when_the_camera_is_back(self):
         self.machine(CAMERA, "at 1500 unplug 1", "at 2500 " + CAMERA)
         result = self.run_lidcam("stream", "--wait", "--frames", "60", "-o", self.path("clip.yuy2"))
@@ -205,5 +231,25 @@ class PluggedCameraTest(command_line.CommandLineTest):
         self.assert_one_line_error(self.run_lidcam("get", "--camera", ""), 2, "''", "usb")
 
 
+def run_alone(test):
+    """Exit status and output of one test."""
+    done = subprocess.run([sys.executable, "-B", __file__, *PROGRAM_AND_FOLDER, f"PluggedCameraTest.{test}"],
+                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, check=False)
+    return done.returncode, done.stdout
+
+
+def run_at_once():
+    tests = unittest.defaultTestLoader.getTestCaseNames(PluggedCameraTest)
+    with concurrent.futures.ThreadPoolExecutor(TESTS_AT_ONCE) as pool:
+        results = list(pool.map(run_alone, tests))
+    for status, output in results:
+        if status != 0:
+            print(output)
+    print(f"{len(results)} tests, {sum(status != 0 for status, _ in results)} failed")
+    return any(status != 0 for status, _ in results) or not results
+
+
 if __name__ == "__main__":
+    if len(sys.argv) == 1:
+        sys.exit(run_at_once())
     unittest.main(argv=[sys.argv[0], *sys.argv[1:]])

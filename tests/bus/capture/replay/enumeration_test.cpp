@@ -182,6 +182,14 @@ TEST(Enumeration, ConfigurationThatIsShorterThanItsOwnHeadIsRefused) {
   EXPECT_EQ(RefusalOf(bus), "configuration descriptor, byte 2: total length 8 is below 9");
 }
 
+// A kernel configures a device when it is plugged in; the recording began later.
+TEST(Enumeration, CameraThatWasConfiguredBeforeTheRecordingIsEnumerated) {
+  ScriptedBus bus;
+  SayDescriptors(bus, 0x1AF0, 0x0511);
+  bus.Say({0x00, 9, 1, 0, 0}, {UsbStatus::NotRecorded, {}});
+  EXPECT_EQ(EnumerateDevice(bus).Product, 0x0511);
+}
+
 TEST(Enumeration, RefusedConfigurationIsAnError) {
   ScriptedBus bus;
   SayDescriptors(bus, 0x1AF0, 0x0511);

@@ -60,6 +60,26 @@ TEST_F(FreedPool, WriteToItIsFoundByAThreadThatSpins) {
               AllOf(HasSubstr("YieldProcessor: "), HasSubstr("was used at byte 0 after")));
 }
 
+// The pages of an ended simulation serve the next one.
+TEST_F(FreedPool, OfALaterSimulationIsFreshAndIsWatchedLikeThatOfTheFirst) {
+  std::set<const UCHAR*> addresses;
+  for (int run = 0; run < 5; ++run) {
+    EXPECT_THAT(ViolationOf([&] {
+                  auto* const memory =
+                      static_cast<UCHAR*>(ExAllocatePoolWithTag(NonPagedPool, 5000, kTestTag));
+                  EXPECT_EQ(Read(memory, 0), 0xCD);
+                  EXPECT_EQ(Read(memory, 4999), 0xCD);
+                  std::memset(memory, 0x11, 5000);
+                  addresses.insert(memory);
+                  ExFreePool(memory);
+                  static_cast<void>(Read(memory, 17));
+                  KeGetCurrentIrql();
+                }),
+                HasSubstr("was used at byte 17 after"));
+  }
+  EXPECT_EQ(addresses.size(), 1U);
+}
+
 TEST_F(FreedPool, LastUseOfAThreadIsFoundAtItsEnd) {
   EXPECT_THAT(ViolationOf([] {
                 const UCHAR* const memory = Allocate(300);
