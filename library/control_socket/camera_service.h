@@ -51,6 +51,8 @@ class CameraService {
 
   /// Takes no more requests. Doesn't wait.
   void Withdraw() { server_.Withdraw(); }
+  /// Withdraws, and waits for the answer in progress, which the camera's thread may have to give.
+  void End() { server_.End(); }
 
   /// The answer to a line; empty for one that is no request.
   [[nodiscard]] std::string Answer(const std::string& line);

@@ -8,6 +8,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -74,10 +75,14 @@ ControlServer::ControlServer(const std::string& unit, Handler handler)
 }
 
 ControlServer::~ControlServer() {
-  Withdraw();
-  if (thread_.joinable()) thread_.join();
+  End();
   if (listening_ >= 0) ::close(listening_);
   if (wake_ >= 0) ::close(wake_);
+}
+
+void ControlServer::End() {
+  Withdraw();
+  if (thread_.joinable()) thread_.join();
 }
 
 bool ControlServer::Listen() {
@@ -109,9 +114,10 @@ void ControlServer::Run() {
   while (!isWithdrawn_) {
     std::vector<pollfd> waits = {{wake_, POLLIN, 0}, {listening_, POLLIN, 0}};
     for (const Client& client : clients_) waits.push_back({client.Socket, POLLIN, 0});
-    if (::poll(waits.data(), waits.size(), -1) < 0 || isWithdrawn_) continue;
+    if (::poll(waits.data(), waits.size(), HasRequest() ? 0 : -1) < 0 || isWithdrawn_) continue;
     for (std::size_t i = clients_.size(); i-- > 0;) {
-      if (waits[i + 2].revents == 0 || Receive(clients_[i])) continue;
+      Client& client = clients_[i];
+      if ((waits[i + 2].revents == 0 || Receive(client)) && Answer(client)) continue;
       ::close(clients_[i].Socket);
       clients_.erase(clients_.begin() + static_cast<std::ptrdiff_t>(i));
     }
@@ -131,23 +137,30 @@ void ControlServer::Accept() {
   clients_.push_back({socket});
 }
 
+// More is received once the lines have their answers.
 bool ControlServer::Receive(Client& client) {
+  if (client.Received.find('\n') != std::string::npos) return true;
   std::array<char, 4096> bytes;
   const ssize_t count = ::recv(client.Socket, bytes.data(), bytes.size(), MSG_DONTWAIT);
   if (count < 0) return errno == EAGAIN || errno == EINTR;
   if (count == 0) return false;
   client.Received.append(bytes.data(), static_cast<std::size_t>(count));
-  return Answer(client) && client.Received.size() <= kLongestLine;
+  return client.Received.size() <= kLongestLine;
 }
 
+bool ControlServer::HasRequest() const {
+  return std::ranges::any_of(clients_, [](const Client& client) {
+    return client.Received.find('\n') != std::string::npos;
+  });
+}
+
+// One line at a time: the clients take turns.
 bool ControlServer::Answer(Client& client) {
-  for (std::size_t end = client.Received.find('\n'); end != std::string::npos;
-       end = client.Received.find('\n')) {
-    const std::string answer = handler_(client.Received.substr(0, end));
-    client.Received.erase(0, end + 1);
-    if (answer.empty() || !SendAll(client.Socket, answer + "\n") || isWithdrawn_) return false;
-  }
-  return true;
+  const std::size_t end = client.Received.find('\n');
+  if (end == std::string::npos) return true;
+  const std::string answer = handler_(client.Received.substr(0, end));
+  client.Received.erase(0, end + 1);
+  return !answer.empty() && SendAll(client.Socket, answer + "\n");
 }
 
 }  // namespace lidcam::app

@@ -22,11 +22,12 @@ class ControlServer {
   ControlServer(const std::string& unit, Handler handler);
   ControlServer(const ControlServer&) = delete;
   ControlServer& operator=(const ControlServer&) = delete;
-  /// Waits for the answer in progress.
   ~ControlServer();
 
-  /// Removes the socket, and takes no more requests. Doesn't wait.
+  /// Removes the socket, and takes no more requests. Doesn't wait. Any thread.
   void Withdraw();
+  /// Withdraws, and waits for the answer in progress. One thread, as the destructor.
+  void End();
 
   static constexpr std::size_t kLongestLine = 64 * 1024;
   static constexpr std::size_t kMostClients = 16;
@@ -40,8 +41,9 @@ class ControlServer {
   bool Listen();
   void Run();
   void Accept();
-  bool Receive(Client& client);
+  static bool Receive(Client& client);
   bool Answer(Client& client);
+  [[nodiscard]] bool HasRequest() const;
 
   const std::string path_;
   const Handler handler_;

@@ -42,7 +42,7 @@ CameraSession::CameraSession(SessionOptions options)
 }
 
 CameraSession::~CameraSession() {
-  service_.reset();  // the camera's thread still answers
+  service_->End();  // the camera's thread still answers
   {
     const std::lock_guard lock(signal_->Mutex);
     isClosing_ = true;
