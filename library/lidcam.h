@@ -25,7 +25,8 @@
 /// thread of the library: they should return soon, must not throw, and what they may call is said with
 /// ::lidcam_frame_handler and ::lidcam_event_handler.
 ///
-/// **Processes.** One process at a time has a camera open. It does not survive fork(): a child process may only
+/// **Processes.** One process at a time has a camera open; `lidcam set`, `get`, `controls`, `still` and `status`
+/// reach it there, if $XDG_RUNTIME_DIR is set. An open camera does not survive fork(): a child process may only
 /// call exec. The library ignores no signals and installs no handlers.
 ///
 /// **Compatibility.** Structures that the library fills grow at their end only, and are always handed out by
@@ -37,6 +38,7 @@
 #include <stdint.h>
 
 #if defined(__GNUC__)
+/// Marks the functions of the library.
 #define LIDCAM_API __attribute__((visibility("default")))
 #else
 #define LIDCAM_API
@@ -83,10 +85,11 @@ LIDCAM_API void lidcam_set_notice_handler(lidcam_notice_handler handler, void* u
 
 // ------------------------------------------------------------------------------------------------ cameras
 
+/// What a camera is.
 typedef enum lidcam_camera_kind {
   LIDCAM_KIND_PLUGGED_IN = 0,
   LIDCAM_KIND_SIMULATED = 1,
-  LIDCAM_KIND_RECORDING = 2
+  LIDCAM_KIND_RECORDING = 2  ///< a capture of the bus traffic
 } lidcam_camera_kind;
 
 /// A camera that can be opened.
@@ -131,6 +134,7 @@ LIDCAM_API void lidcam_watch_end(lidcam_watch* watch);
 /// An open camera.
 typedef struct lidcam_camera lidcam_camera;
 
+/// How a camera is opened.
 typedef struct lidcam_open_options {
   size_t struct_size;  ///< set by LIDCAM_OPEN_OPTIONS_INIT
   /// Waits this long for a camera that another process has open; negative: for ever.
@@ -142,6 +146,7 @@ typedef struct lidcam_open_options {
   const char* faults;
 } lidcam_open_options;
 
+/// The options by default.
 #define LIDCAM_OPEN_OPTIONS_INIT \
   { sizeof(lidcam_open_options), 0, NULL, NULL }
 
@@ -163,6 +168,12 @@ LIDCAM_API const lidcam_camera_info* lidcam_camera_get_info(const lidcam_camera*
 
 /// The name of its sensor: "VGA0708"; valid until it is closed.
 LIDCAM_API const char* lidcam_camera_sensor(const lidcam_camera* camera);
+
+/// Says who looks at the camera, and through which way, for `lidcam status` in other processes:
+/// "PipeWire: firefox (1234)".
+///
+/// @param viewers  array of texts with a null behind the last; null: nobody
+LIDCAM_API lidcam_status lidcam_set_viewers(lidcam_camera* camera, const char* const* viewers);
 
 // ----------------------------------------------------------------------------------------------- streaming
 
@@ -230,6 +241,7 @@ typedef struct lidcam_frame {
 /// and lidcam_close() with its camera, which fail with ::LIDCAM_ERROR_WRONG_STATE there.
 typedef void (*lidcam_frame_handler)(lidcam_camera* camera, const lidcam_frame* frame, void* user);
 
+/// What a stream is like.
 typedef struct lidcam_stream_options {
   size_t struct_size;  ///< set by LIDCAM_STREAM_OPTIONS_INIT
   uint32_t width;
@@ -242,6 +254,7 @@ typedef struct lidcam_stream_options {
   void* user;                    ///< for the handler
 } lidcam_stream_options;
 
+/// The options by default: 640x480, 30 frames a second, frames by lidcam_next_frame().
 #define LIDCAM_STREAM_OPTIONS_INIT \
   { sizeof(lidcam_stream_options), 640, 480, 0, 0, NULL, NULL }
 
@@ -269,6 +282,7 @@ LIDCAM_API void lidcam_frame_release(const lidcam_frame* frame);
 
 // -------------------------------------------------------------------------------------------------- events
 
+/// What an event tells.
 typedef enum lidcam_event_kind {
   LIDCAM_EVENT_UNPLUGGED =
       1,  ///< the camera is gone: all that can be done with it is lidcam_close()
@@ -279,6 +293,7 @@ typedef enum lidcam_event_kind {
   LIDCAM_EVENT_LIGHT = 5  ///< another light state: `value` is a ::lidcam_light_state
 } lidcam_event_kind;
 
+/// What happened to a camera.
 typedef struct lidcam_event {
   lidcam_event_kind kind;
   const char* address;  ///< of the camera; after a replug the one to open, possibly at another port

@@ -3,6 +3,7 @@
 #include <memory>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "library/api_error.h"
 #include "library/camera_handle.h"
@@ -79,6 +80,16 @@ const lidcam_camera_info* lidcam_camera_get_info(const lidcam_camera* camera) {
 
 const char* lidcam_camera_sensor(const lidcam_camera* camera) {
   return camera != nullptr ? camera->Session->Facts().Sensor.c_str() : "";
+}
+
+lidcam_status lidcam_set_viewers(lidcam_camera* camera, const char* const* viewers) {
+  if (camera == nullptr) return FailForNull("camera");
+  return Guard([&] {
+    std::vector<std::string> texts;
+    for (; viewers != nullptr && *viewers != nullptr; ++viewers) texts.emplace_back(*viewers);
+    camera->Session->SetViewers(std::move(texts));
+    return LIDCAM_OK;
+  });
 }
 
 lidcam_status lidcam_formats_list(lidcam_camera* camera, const lidcam_format* const** formats,

@@ -59,6 +59,8 @@ struct lidcam_watch {
   std::atomic<bool> IsEnding = false;
   std::thread Thread{};
 
+  lidcam_watch(lidcam_cameras_handler handler, void* user) : Handler(handler), User(user) {}
+
   void Run() {
     constexpr std::chrono::milliseconds kRound{100};
     lidcam::bus::UsbHost host;

@@ -125,6 +125,7 @@ int Run(int argc, char** argv) {
   lidcam::app::AddPlotCommand(app);
   lidcam::app::AddProbeCommand(app);
   lidcam::app::AddSimulateCommand(app);
+  lidcam::app::AddStatusCommand(app);
   lidcam::app::AddServeCommand(app);
   lidcam::app::AddShareCommand(app);
   app.footer("Exit status: 0 done, 1 failed, 2 wrong use.");

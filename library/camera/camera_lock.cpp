@@ -32,22 +32,6 @@ constexpr std::chrono::milliseconds kRetry{20};
 constexpr std::chrono::seconds kBriefWait{10};
 constexpr std::size_t kLongestText = 300;
 
-// "lidcam stream --fast", or a program that uses the library, on one line that a terminal shows as it is.
-std::string OwnCommand() {
-  std::ifstream file("/proc/self/cmdline", std::ios::binary);
-  std::string words{std::istreambuf_iterator<char>(file), {}};
-  if (words.empty()) return "lidcam";
-  words.pop_back();  // the last word's end
-  const std::size_t end = std::min(words.find('\0'), words.size());
-  const std::string program = std::filesystem::path(words.substr(0, end)).filename();
-  words.replace(0, end, program.starts_with("lidcam") ? "lidcam" : program);
-  for (char& letter : words) {
-    if (letter == '\0') letter = ' ';
-    if (std::iscntrl(static_cast<unsigned char>(letter)) != 0) letter = '?';
-  }
-  return words.substr(0, kLongestText);
-}
-
 /// The process that has a camera open, from the lock's file: number and command.
 struct Holder {
   pid_t Process = 0;
@@ -125,6 +109,21 @@ std::string LockFileOf(const std::string& unit) {
 }
 
 }  // namespace
+
+std::string OwnCommand() {
+  std::ifstream file("/proc/self/cmdline", std::ios::binary);
+  std::string words{std::istreambuf_iterator<char>(file), {}};
+  if (words.empty()) return "lidcam";
+  words.pop_back();  // the last word's end
+  const std::size_t end = std::min(words.find('\0'), words.size());
+  const std::string program = std::filesystem::path(words.substr(0, end)).filename();
+  words.replace(0, end, program.starts_with("lidcam") ? "lidcam" : program);
+  for (char& letter : words) {
+    if (letter == '\0') letter = ' ';
+    if (std::iscntrl(static_cast<unsigned char>(letter)) != 0) letter = '?';
+  }
+  return words.substr(0, kLongestText);
+}
 
 std::string LockHolderOf(const std::string& unit) {
   const int file = ::open(LockFileOf(unit).c_str(), O_RDONLY | O_CLOEXEC);

@@ -16,6 +16,9 @@ struct LockPatience {
   std::optional<std::chrono::milliseconds> Limit{};  ///< of the wait; none: until it is free
 };
 
+/// The command line of this process, as others are told of it: "lidcam stream --fast".
+[[nodiscard]] std::string OwnCommand();
+
 /// The process that has a camera open: "1234 (lidcam stream)"; empty if none has.
 ///
 /// @param unit  as UnitOf() names it

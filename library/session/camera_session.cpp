@@ -9,7 +9,7 @@
 #include "library/camera/core_camera.h"
 #include "library/camera/faulty_port.h"
 #include "library/camera/plugged_camera.h"
-#include "library/session/environment_turn.h"
+#include "library/settings/environment_turn.h"
 #include "library/settings/settings_copy.h"
 
 namespace lidcam::app {
@@ -42,6 +42,7 @@ CameraSession::CameraSession(SessionOptions options)
 }
 
 CameraSession::~CameraSession() {
+  service_->End();  // the camera's thread still answers
   {
     const std::lock_guard lock(signal_->Mutex);
     isClosing_ = true;
@@ -126,6 +127,7 @@ void CameraSession::ReadFacts(const OpenedCamera& opened) {
 void CameraSession::Serve(OpenedCamera& opened) {
   ReadFacts(opened);
   tasks_.Adopt(&opened);
+  Offer();
   {
     const std::lock_guard lock(signal_->Mutex);
     phase_ = Phase::Open;
@@ -144,6 +146,7 @@ void CameraSession::Serve(OpenedCamera& opened) {
       return tasks_.HasPending() || isClosing_ || stream_ == StreamPhase::Starting;
     });
   }
+  service_->Withdraw();
   tasks_.Adopt(nullptr);
   const std::lock_guard lock(signal_->Mutex);
   if (!isClosing_) phase_ = Phase::Gone;

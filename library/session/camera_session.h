@@ -17,6 +17,7 @@
 #include "library/camera/controls/control_table.h"
 #include "library/camera/opened_camera.h"
 #include "library/camera/streaming/camera_stream.h"
+#include "library/control_socket/camera_service.h"
 #include "library/session/camera_tasks.h"
 #include "library/session/lent_frame.h"
 #include "library/still/still_file.h"
@@ -119,7 +120,11 @@ class CameraSession {
   /// Writes the control's present value into the user's settings.
   void SaveControl(const std::string& name);
 
-  [[nodiscard]] StillPicture TakeStill();
+  /// @param value  marked in the still, the low 16 bits
+  [[nodiscard]] StillPicture TakeStill(std::uint32_t value = 0);
+
+  /// Who looks at the camera, and through which way: for other processes that ask.
+  void SetViewers(std::vector<std::string> viewers);
 
   /// The handler before is not called any more when this returns.
   void SetEventHandler(SessionEventHandler handler);
@@ -150,9 +155,12 @@ class CameraSession {
   [[nodiscard]] StreamSetup SetupOf(const SessionStream& stream);
   void Take(const StreamFrame& frame);
   void TellLight(std::uint32_t state);
+  void NoteStatus(const FrameFacts& facts);
   void EndStream(OpenedCamera& opened, const std::exception_ptr& error);
-  StillPicture TakeStillOn(OpenedCamera& opened);
-  void AdvanceForStill(CameraStream& stream, double end);
+  StillPicture TakeStillOn(OpenedCamera& opened, std::uint32_t value);
+  void MakeRoom(CameraStream& stream);
+  void Offer();
+  void TellChange(const CameraControl& control, std::int32_t value);
 
   void Tell(const SessionEvent& event);
   void RefuseOwnThread(const char* what) const;
@@ -171,6 +179,7 @@ class CameraSession {
   std::exception_ptr startError_;
   std::exception_ptr streamError_;
   std::deque<std::unique_ptr<LentFrame>> ready_;
+  ServedStatus status_;
 
   // Written before the opening ends.
   SessionFacts facts_;
@@ -186,6 +195,8 @@ class CameraSession {
   std::unique_ptr<bus::UsbHost> hotplug_;
   std::optional<std::pair<std::string, unsigned>>
       place_;  ///< path and number of a plugged-in camera
+
+  std::unique_ptr<CameraService> service_;  ///< written before the opening ends
 
   std::thread thread_;
 };

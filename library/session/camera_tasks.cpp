@@ -8,6 +8,15 @@ void CameraTasks::Adopt(OpenedCamera* opened) {
   opened_ = opened;
 }
 
+void CameraTasks::Close() {
+  {
+    const std::lock_guard lock(signal_->Mutex);
+    isClosed_ = true;
+    opened_ = nullptr;
+  }
+  RunPending();
+}
+
 bool CameraTasks::IsOwnThread() const {
   const std::lock_guard lock(signal_->Mutex);
   return thread_ == std::this_thread::get_id();
@@ -20,6 +29,11 @@ void CameraTasks::Run(const Task& task) {
   }
   Entry entry{.Work = &task};
   std::unique_lock lock(signal_->Mutex);
+  if (isClosed_) {
+    lock.unlock();
+    task(nullptr);
+    return;
+  }
   pending_.push_back(&entry);
   signal_->Changed.notify_all();
   signal_->Changed.wait(lock, [&] { return entry.IsDone; });

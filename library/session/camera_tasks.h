@@ -40,6 +40,10 @@ class CameraTasks {
   /// Runs a task on the camera's thread, and rethrows its exception. At once if that is the calling thread.
   void Run(const Task& task);
 
+  /// Lets the tasks that wait, and all later ones, run without the camera: at once, on the threads that ask. On the
+  /// camera's thread.
+  void Close();
+
   /// Whether the calling thread is the camera's.
   [[nodiscard]] bool IsOwnThread() const;
 
@@ -59,6 +63,7 @@ class CameraTasks {
 
   const std::shared_ptr<SessionSignal> signal_;
   std::thread::id thread_{};        ///< under the signal's mutex
+  bool isClosed_ = false;           ///< under the signal's mutex
   OpenedCamera* opened_ = nullptr;  ///< on the camera's thread
   std::deque<Entry*> pending_;      ///< under the signal's mutex
 };

@@ -1,33 +1,24 @@
-#include <array>
+#include <chrono>
+#include <memory>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <utility>
 #include <vector>
 
 #include "library/base/command_error.h"
-#include "library/camera/still_request.h"
+#include "library/camera/controls/control_lines.h"
+#include "library/camera/streaming/running_still.h"
+#include "library/camera/streaming/silence_watch.h"
 #include "library/session/camera_session.h"
-#include "library/session/environment_turn.h"
 #include "library/settings/host_environment.h"
 #include "library/settings/user_settings.h"
-#include "library/still/still_file.h"
 
 namespace lidcam::app {
 namespace {
 
 // In which the exposure settles.
 constexpr std::uint64_t kSettleFrames = 30;
-
-// Of a camera that sends: its slowest setting takes under a second a frame.
-constexpr double kLongestStill = 10;
-
-std::vector<std::int32_t> ValuesOf(const OpenedCamera& opened) {
-  std::vector<std::int32_t> values;
-  for (const CameraControl& control : AllControls()) {
-    values.push_back(ValueOf(opened.Camera(), control));
-  }
-  return values;
-}
 
 }  // namespace
 
@@ -59,24 +50,18 @@ void CameraSession::ResetControl(const std::string& name) {
       [&](OpenedCamera& opened) { Change(opened, *control.Control, control.Range.Default); });
 }
 
-// A set may change other controls, too: exposure by hand turns the automatic one off.
 void CameraSession::Change(OpenedCamera& opened, const CameraControl& control, std::int32_t value) {
-  const std::vector<std::int32_t> before = ValuesOf(opened);
-  SetValue(opened.Camera(), control, value);
-  const std::vector<std::int32_t> after = ValuesOf(opened);
-  for (std::size_t i = 0; i < after.size(); ++i) {
-    if (after[i] == before[i]) continue;
-    const std::string_view name = AllControls()[i].Name;
-    Tell({.Kind = SessionEventKind::Control,
-          .Camera = Name(),
-          .Control = name,
-          .Value = after[i],
-          .Text = std::string(name) + "=" + std::to_string(after[i])});
-  }
-  const std::int32_t now = ValueOf(opened.Camera(), control);
-  if (now == value) return;
-  throw UsageError(std::string(control.Name) + " stays " + std::to_string(now) +
-                   ": the camera took " + std::to_string(value) + " and kept its own");
+  const ControlChange change = ChangeControl(opened, {&control, value});
+  for (const auto& [changed, now] : change.Changed) TellChange(*changed, now);
+  if (!change.Trouble.empty()) throw UsageError(change.Trouble);
+}
+
+void CameraSession::TellChange(const CameraControl& control, std::int32_t value) {
+  Tell({.Kind = SessionEventKind::Control,
+        .Camera = Name(),
+        .Control = control.Name,
+        .Value = value,
+        .Text = std::string(control.Name) + "=" + std::to_string(value)});
 }
 
 void CameraSession::SaveControl(const std::string& name) {
@@ -90,41 +75,33 @@ void CameraSession::SaveControl(const std::string& name) {
   KeepSettings(SettingsFileFor(SetFilesFor(options_.Choice)), identityKey_, settings);
 }
 
-StillPicture CameraSession::TakeStill() {
+StillPicture CameraSession::TakeStill(std::uint32_t value) {
   RefuseOwnThread("a still can't be taken");
   StillPicture still;
-  WithCamera([&](OpenedCamera& opened) { still = TakeStillOn(opened); });
+  WithCamera([&](OpenedCamera& opened) { still = TakeStillOn(opened, value); });
   return still;
 }
 
-StillPicture CameraSession::TakeStillOn(OpenedCamera& opened) {
-  constexpr std::uint32_t kValue = 0;
-  const EnvironmentTurn turn;
-  UseSystemRoot(SetFilesFor(options_.Choice));
-  const StillLock lock(HomeFolder());
-  ClearStillFile();
-  const StillReport report;
-  const auto take = [&](CameraStream& stream) {
-    AskForStill(opened, kValue);
-    const double end = stream.Seconds() + kLongestStill;
-    while (!report.Status()) AdvanceForStill(stream, end);
-  };
+StillPicture CameraSession::TakeStillOn(OpenedCamera& opened, std::uint32_t value) {
+  const SetFiles sets = SetFilesFor(options_.Choice);
   if (current_ != nullptr) {
-    take(*current_);
-  } else {
-    StreamSetup setup = SetupOf({});
-    setup.Frames = {};
-    WithStreamOf(opened, setup, [&](CameraStream& stream) {
-      while (stream.Counts().Delivered() < kSettleFrames) AdvanceForStill(stream, kLongestStill);
-      take(stream);
-    });
+    return TakeStillOf(*current_, sets, value, [this] { MakeRoom(*current_); });
   }
-  report.RequireWritten();
-  return ReadStillFile(kValue);
+  StillPicture still;
+  StreamSetup setup = SetupOf({});
+  setup.Frames = {};
+  WithStreamOf(opened, setup, [&](CameraStream& stream) {
+    SilenceWatch silence;
+    while (stream.Counts().Delivered() < kSettleFrames && stream.Advance()) {
+      silence.Check(stream.Counts(), stream.Seconds());
+    }
+    still = TakeStillOf(stream, sets, value);
+  });
+  return still;
 }
 
-// The still is of a frame that is delivered, which takes a buffer.
-void CameraSession::AdvanceForStill(CameraStream& stream, double end) {
+// A still is of a frame that is delivered, which takes a buffer.
+void CameraSession::MakeRoom(CameraStream& stream) {
   std::unique_ptr<LentFrame> oldest;
   if (!stream.HasBuffers()) {
     const std::lock_guard lock(signal_->Mutex);
@@ -134,14 +111,30 @@ void CameraSession::AdvanceForStill(CameraStream& stream, double end) {
     }
   }
   oldest.reset();
-  if (ledger_ != nullptr) ledger_->ReturnBuffers();
+  ledger_->ReturnBuffers();
   if (!stream.HasBuffers()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  if (stream.Seconds() > end) {
-    throw CommandError("camera '" + Name() + "' gave no frame for the still");
-  }
-  if (!stream.Advance()) {
-    throw CommandError("camera '" + Name() + "' ended before the still");
-  }
+}
+
+// On the camera's thread, ahead of its first task.
+void CameraSession::Offer() {
+  service_ = std::make_unique<CameraService>(
+      ServedCamera{
+          .Choice = options_.Choice,
+          .Unit = facts_.Unit,
+          .Run = [this](const std::function<void(OpenedCamera&)>& use) { WithCamera(use); },
+          .Still = [this](std::uint32_t value) { return TakeStill(value); },
+          .Changed = [this](const CameraControl& control,
+                            std::int32_t value) { TellChange(control, value); },
+      },
+      [this] {
+        const std::lock_guard lock(signal_->Mutex);
+        return status_;
+      });
+}
+
+void CameraSession::SetViewers(std::vector<std::string> viewers) {
+  const std::lock_guard lock(signal_->Mutex);
+  status_.Viewers = std::move(viewers);
 }
 
 }  // namespace lidcam::app

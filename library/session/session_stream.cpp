@@ -118,6 +118,9 @@ void CameraSession::RunPump(CameraStream& stream) {
   {
     const std::lock_guard lock(signal_->Mutex);
     stream_ = StreamPhase::Running;
+    status_.IsStreaming = true;
+    status_.Size = request_.Size;
+    status_.Frames = 0;
   }
   signal_->Changed.notify_all();
   testbed::RunThenEnd([&] { Pump(stream); },
@@ -161,6 +164,7 @@ void CameraSession::Take(const StreamFrame& frame) {
       .Loop = frame.Report.Loop,
   };
   TellLight(facts.Loop.State);
+  NoteStatus(facts);
   auto lent = std::make_unique<LentFrame>(ledger_, std::move(frame.Buffer), facts);
   if (request_.Handler) {
     request_.Handler(std::move(lent));
@@ -171,6 +175,16 @@ void CameraSession::Take(const StreamFrame& frame) {
     ready_.push_back(std::move(lent));
   }
   signal_->Changed.notify_all();
+}
+
+void CameraSession::NoteStatus(const FrameFacts& facts) {
+  const std::lock_guard lock(signal_->Mutex);
+  ++status_.Frames;
+  status_.Size = facts.Size;
+  status_.Drops = facts.Position.DropCount;
+  status_.IsAutoExposure = facts.IsAutoExposure;
+  status_.Exposure = facts.Loop.Exposure;
+  status_.LightState = LightStateName(facts.Loop.State);
 }
 
 void CameraSession::TellLight(std::uint32_t state) {
@@ -195,6 +209,7 @@ void CameraSession::EndStream(OpenedCamera& opened, const std::exception_ptr& er
       isFailed = true;
     }
     stream_ = StreamPhase::Ended;
+    status_.IsStreaming = false;
   }
   signal_->Changed.notify_all();
   if (!isFailed) return;

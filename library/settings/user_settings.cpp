@@ -48,8 +48,13 @@ void KeepSettings(const std::filesystem::path& file, const std::u16string& drive
                   std::span<const NamedSetting> settings) {
   ChangeUserSettings(file, [&](RegistryStore& store) {
     const RegistryStore::BatchId batch = store.NewBatch();
+    const std::u16string key = SettingsKeyOf(driverKey);
+    for (const LoadedSetting& setting : kLoadedSettings) {
+      if (store.FindValue(key, setting.Name)) continue;
+      store.SetValue(batch, key, setting.Name, ValueOfSetting(setting.Default));
+    }
     for (const NamedSetting& setting : settings) {
-      store.SetValue(batch, SettingsKeyOf(driverKey), setting.Name, ValueOfSetting(setting.Value));
+      store.SetValue(batch, key, setting.Name, ValueOfSetting(setting.Value));
     }
     return store.Commit(batch);
   });

@@ -28,7 +28,8 @@ struct NamedSetting {
   std::int32_t Value = 0;
 };
 
-/// Writes settings of one camera.
+/// Writes settings of one camera. Those that it lacks get their defaults: a driver that finds no value of a setting
+/// loses the one behind it, too.
 ///
 /// @param driverKey  of the camera's identity, as DriverKeyOf() gives it
 /// Throws CommandError.

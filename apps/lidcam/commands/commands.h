@@ -21,6 +21,7 @@ void AddSetsCommand(CLI::App& app);
 void AddPlotCommand(CLI::App& app);
 void AddProbeCommand(CLI::App& app);
 void AddSimulateCommand(CLI::App& app);
+void AddStatusCommand(CLI::App& app);
 void AddServeCommand(CLI::App& app);
 void AddShareCommand(CLI::App& app);
 

@@ -10,12 +10,14 @@
 
 #include "apps/lidcam/commands/commands.h"
 #include "apps/lidcam/options/common_options.h"
+#include "apps/lidcam/options/running_camera.h"
 #include "apps/lidcam/output/utf8_text.h"
-#include "driver/sensor/registers/register_access.h"
 #include "library/base/command_error.h"
+#include "library/base/notices.h"
+#include "library/camera/controls/control_lines.h"
 #include "library/camera/controls/control_table.h"
-#include "library/camera/core_camera.h"
 #include "library/camera/opened_camera.h"
+#include "library/control_socket/control_rows.h"
 
 namespace lidcam::app {
 namespace {
@@ -31,78 +33,40 @@ void WithCamera(const ControlsCommand& command,
   WithOpenedCameraOf(command.Common.Camera, use);
 }
 
-// The control's value in the hardware, read back now. The driver's own register property reads
-// under the current register select, which an application doesn't know.
-std::string ReadReport(const OpenedCamera& opened, const CameraControl& control) {
-  const auto report = ReportOf(control.Name, opened.SensorType());
-  if (!report) return "-";
-  std::optional<std::uint8_t> answer;
-  opened.WithContext([&](CameraContext& context) {
-    std::uint8_t value = 0;
-    const Status status = report->IsSensor ? ReadSensorRegister(context, report->Address, value)
-                                           : ReadBridgeRegister(context, report->Address, value);
-    if (status == 0) answer = value;
-  });
-  if (!answer) return "no answer";
-  char text[24];
-  std::snprintf(text, sizeof(text), "%s %04X=%02X", report->IsSensor ? "sensor" : "bridge",
-                unsigned{report->Address}, unsigned{*answer});
-  return text;
+std::string TextOf(const nlohmann::json& row, const char* member) {
+  return row.at(member).get<std::string>();
 }
 
-struct ControlLine {
-  const CameraControl* Control;
-  ControlRange Range;
-  std::int32_t Value;
-  std::string Reports;
-  bool HasEffect;  ///< on this sensor
-};
-
-std::vector<ControlLine> ReadLines(const OpenedCamera& opened) {
-  std::vector<ControlLine> lines;
-  for (const CameraControl& control : AllControls()) {
-    lines.push_back({&control, RangeOf(opened.Camera(), control), ValueOf(opened.Camera(), control),
-                     ReadReport(opened, control), HasEffect(control.Name, opened.SensorType())});
-  }
-  return lines;
+std::string MeaningOf(const nlohmann::json& row) {
+  return (row.at("hasEffect").get<bool>() ? "" : "nothing on this sensor; elsewhere ") +
+         TextOf(row, "meaning");
 }
 
-nlohmann::json ToJson(const ControlLine& line) {
-  return {{"name", std::string(line.Control->Name)},
-          {"minimum", line.Range.Minimum},
-          {"maximum", line.Range.Maximum},
-          {"step", line.Range.Step},
-          {"default", line.Range.Default},
-          {"value", line.Value},
-          {"reports", line.Reports},
-          {"hasEffect", line.HasEffect},
-          {"meaning", std::string(line.Control->Meaning)}};
-}
-
-std::string MeaningOf(const ControlLine& line) {
-  return (line.HasEffect ? "" : "nothing on this sensor; elsewhere ") +
-         std::string(line.Control->Meaning);
-}
-
-void PrintTable(const std::vector<ControlLine>& lines) {
+void PrintTable(const nlohmann::json& rows) {
   std::printf("%-21s %5s %5s %5s %8s %6s  %-15s  %s\n", "name", "min", "max", "step", "default",
               "value", "camera reports", "meaning");
-  for (const ControlLine& line : lines) {
-    std::printf("%-21s %5d %5d %5u %8d %6d  %-15s  %s\n", std::string(line.Control->Name).c_str(),
-                line.Range.Minimum, line.Range.Maximum, line.Range.Step, line.Range.Default,
-                line.Value, line.Reports.c_str(), MeaningOf(line).c_str());
+  for (const nlohmann::json& row : rows) {
+    std::printf("%-21s %5d %5d %5u %8d %6d  %-15s  %s\n", TextOf(row, "name").c_str(),
+                row.at("minimum").get<int>(), row.at("maximum").get<int>(),
+                row.at("step").get<unsigned>(), row.at("default").get<int>(),
+                row.at("value").get<int>(), TextOf(row, "reports").c_str(), MeaningOf(row).c_str());
   }
 }
 
 void RunControls(const ControlsCommand& command) {
-  std::vector<ControlLine> lines;
-  WithCamera(command, [&](OpenedCamera& opened) { lines = ReadLines(opened); });
+  nlohmann::json rows;
+  RunWhereOpen(
+      command.Common,
+      [&](ControlClient& client) {
+        rows = client.Ask({{"do", "controls"}}).at("controls");
+      },
+      [&] {
+        WithCamera(command, [&](OpenedCamera& opened) { rows = ToJson(ReadLines(opened)); });
+      });
   if (!command.Common.IsJson) {
-    PrintTable(lines);
+    PrintTable(rows);
     return;
   }
-  nlohmann::json rows = nlohmann::json::array();
-  for (const ControlLine& line : lines) rows.push_back(ToJson(line));
   std::cout << JsonText(rows) << std::endl;
 }
 
@@ -117,6 +81,15 @@ void PrintValues(const ControlValues& controls, bool isJson) {
   if (isJson) std::cout << JsonText(values) << std::endl;
 }
 
+ControlValues ReadValues(const nlohmann::json& values) {
+  ControlValues controls;
+  for (const nlohmann::json& pair : values) {
+    controls.emplace_back(&FindControl(pair.at(0).get<std::string>()),
+                          pair.at(1).get<std::int32_t>());
+  }
+  return controls;
+}
+
 void RunGet(const ControlsCommand& command) {
   std::vector<const CameraControl*> controls;
   for (const std::string& name : command.Names) controls.push_back(&FindControl(name));
@@ -124,54 +97,70 @@ void RunGet(const ControlsCommand& command) {
     for (const CameraControl& control : AllControls()) controls.push_back(&control);
   }
   ControlValues values;
-  WithCamera(command, [&](OpenedCamera& opened) {
-    for (const CameraControl* const control : controls) {
-      values.emplace_back(control, ValueOf(opened.Camera(), *control));
-    }
-  });
+  RunWhereOpen(
+      command.Common,
+      [&](ControlClient& client) {
+        values = ReadValues(client.Ask({{"do", "get"}, {"names", command.Names}}).at("values"));
+      },
+      [&] {
+        WithCamera(command, [&](OpenedCamera& opened) {
+          for (const CameraControl* const control : controls) {
+            values.emplace_back(control, ValueOf(opened.Camera(), *control));
+          }
+        });
+      });
   PrintValues(values, command.Common.IsJson);
 }
 
-// Empty if the camera has the value now: it may accept a setting without changing it.
-std::string WhyNotTaken(const OpenedCamera& opened, const ControlAssignment& assignment) {
-  const std::int32_t value = ValueOf(opened.Camera(), *assignment.Control);
-  if (value == assignment.Value) return {};
-  return std::string(assignment.Control->Name) + " stays " + std::to_string(value) +
-         ": the camera took " + std::to_string(assignment.Value) + " and kept its own";
-}
+/// What a set did, wherever the camera is open.
+struct SetOutcome {
+  ControlValues Values;
+  std::vector<std::string> Troubles;
+  std::vector<std::string> Notes;
+};
 
-void TellWithoutEffect(const OpenedCamera& opened, const CameraControl& control) {
-  if (HasEffect(control.Name, opened.SensorType())) return;
-  std::fprintf(stderr,
-               "lidcam: %s does nothing on this camera, whose sensor is %s: the value is kept, and "
-               "nothing changes\n",
-               std::string(control.Name).c_str(),
-               std::string(SensorName(opened.SensorType())).c_str());
-}
-
-void RunSet(const ControlsCommand& command) {
+SetOutcome SetHere(const ControlsCommand& command,
+                   const std::vector<ControlAssignment>& assignments) {
   const CameraChoice& camera = command.Common.Camera;
-  RefuseControlsOfRecording(camera);
-  // All are parsed before the first is set: an error in one leaves all unchanged.
-  const std::vector<ControlAssignment> assignments = ParseAssignments(command.Names);
   const CameraLock lock(camera, command.Common.Patience());
   const RunSettings settings = OpenHostEnvironment(command.Common.Output, SetFilesFor(camera));
-  ControlValues values;
-  std::vector<std::string> troubles;
+  SetOutcome outcome;
   WithOpenedCameraOf(camera, [&](OpenedCamera& opened) {
     for (const ControlAssignment& assignment : assignments) {
-      Apply(opened.Camera(), assignment);
-      const std::string reason = WhyNotTaken(opened, assignment);
-      if (!reason.empty()) troubles.push_back(reason);
-      if (!command.Common.Output.IsQuiet) TellWithoutEffect(opened, *assignment.Control);
+      const ControlChange change = ChangeControl(opened, assignment);
+      if (!change.Trouble.empty()) outcome.Troubles.push_back(change.Trouble);
+      const std::string note = NoteOfEffect(opened, *assignment.Control);
+      if (!note.empty()) outcome.Notes.push_back(note);
     }
     for (const ControlAssignment& assignment : assignments) {
-      values.emplace_back(assignment.Control, ValueOf(opened.Camera(), *assignment.Control));
+      outcome.Values.emplace_back(assignment.Control,
+                                  ValueOf(opened.Camera(), *assignment.Control));
     }
   });
   settings.Store();
-  PrintValues(values, command.Common.IsJson);
-  FailForTroubles(troubles);
+  return outcome;
+}
+
+SetOutcome SetThere(const ControlsCommand& command, ControlClient& client) {
+  const nlohmann::json answer = client.Ask({{"do", "set"}, {"set", command.Names}});
+  return {.Values = ReadValues(answer.at("values")),
+          .Troubles = answer.at("troubles").get<std::vector<std::string>>(),
+          .Notes = answer.at("notes").get<std::vector<std::string>>()};
+}
+
+void RunSet(const ControlsCommand& command) {
+  RefuseControlsOfRecording(command.Common.Camera);
+  // All are parsed before the first is set: an error in one leaves all unchanged.
+  const std::vector<ControlAssignment> assignments = ParseAssignments(command.Names);
+  SetOutcome outcome;
+  RunWhereOpen(
+      command.Common, [&](ControlClient& client) { outcome = SetThere(command, client); },
+      [&] { outcome = SetHere(command, assignments); });
+  if (!command.Common.Output.IsQuiet) {
+    for (const std::string& note : outcome.Notes) TellUser(note);
+  }
+  PrintValues(outcome.Values, command.Common.IsJson);
+  FailForTroubles(outcome.Troubles);
 }
 
 CLI::App* AddCommand(CLI::App& app, const std::shared_ptr<ControlsCommand>& command,

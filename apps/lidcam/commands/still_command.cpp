@@ -4,12 +4,14 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "apps/lidcam/commands/commands.h"
 #include "apps/lidcam/frames/progress.h"
 #include "apps/lidcam/options/common_options.h"
 #include "apps/lidcam/options/fault_option.h"
+#include "apps/lidcam/options/running_camera.h"
 #include "apps/lidcam/output/output_file.h"
 #include "apps/lidcam/output/output_form.h"
 #include "apps/lidcam/output/pictures/jpeg_file.h"
@@ -24,6 +26,7 @@
 #include "library/camera/still_request.h"
 #include "library/camera/streaming/camera_stream.h"
 #include "library/camera/streaming/silence_watch.h"
+#include "library/control_socket/base64.h"
 #include "library/still/still_file.h"
 
 namespace lidcam::app {
@@ -156,12 +159,7 @@ void RequireStillOutput(const std::string& path) {
       "them");
 }
 
-void Run(const StillCommand& command) {
-  RequireStillOutput(command.Output);
-  const StreamSize size = SizeOf(command.Sizes);
-  const std::uint32_t value = ParseNumber(command.Value, 0xFFFFFFFF, "value");
-  LookAtFiles(InputsOf(command.Common, FilesOfFaults(command.Faults)),
-              OutputsOf(command.Common, command.Output));
+void TakeHere(const StillCommand& command, const StreamSize& size, std::uint32_t value) {
   const CameraChoice& choice = command.Common.Camera;
   const CameraLock camera(choice, command.Common.Patience());
   OpenHostEnvironment(command.Common.Output, SetFilesFor(choice));
@@ -178,6 +176,42 @@ void Run(const StillCommand& command) {
   const StillPicture still = ReadStillFile(value);
   WritePicture(file, still);
   PrintStill(command, taker, still);
+}
+
+// The stream there has its own size and has settled.
+void TakeThere(const StillCommand& command, ControlClient& client, std::uint32_t value) {
+  OutputFile file(command.Output);
+  const nlohmann::json answer = client.Ask({{"do", "still"}, {"value", value}});
+  auto yuy2 = FromBase64(answer.at("yuy2").get<std::string>());
+  if (!yuy2) throw CommandError("the process that has the camera open sent no picture");
+  const StillPicture still = DecodeStill(std::move(*yuy2), value);
+  WritePicture(file, still);
+  PrintStill(command,
+             {.Identity = answer.at("identity").get<std::string>(),
+              .Sensor = answer.at("sensor").get<std::string>(),
+              .Note = {}},
+             still);
+}
+
+// Whether the still is to be one of a running stream as well as of one of this process.
+bool IsPlain(const StillCommand& command) {
+  return !command.Faults && !command.Sizes.RawSize && !command.Common.Camera.Light &&
+         !command.Common.Camera.Mains && !command.Common.Camera.IsFast;
+}
+
+void Run(const StillCommand& command) {
+  RequireStillOutput(command.Output);
+  const StreamSize size = SizeOf(command.Sizes);
+  const std::uint32_t value = ParseNumber(command.Value, 0xFFFFFFFF, "value");
+  LookAtFiles(InputsOf(command.Common, FilesOfFaults(command.Faults)),
+              OutputsOf(command.Common, command.Output));
+  if (!IsPlain(command)) {
+    TakeHere(command, size, value);
+    return;
+  }
+  RunWhereOpen(
+      command.Common, [&](ControlClient& client) { TakeThere(command, client, value); },
+      [&] { TakeHere(command, size, value); });
 }
 
 }  // namespace

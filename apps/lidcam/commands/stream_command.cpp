@@ -63,7 +63,7 @@ void Run(const StreamCommand& command) {
           [&] {
             RunInTimeOf(camera, [&] {
               streamed = RunStream(port->Bus(), fitting, left, controls, writer.get(),
-                                   command.Common.Output, log ? &*log : nullptr);
+                                   command.Common.Output, log ? &*log : nullptr, &camera);
             });
           },
           [&] {

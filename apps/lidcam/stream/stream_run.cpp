@@ -9,6 +9,7 @@
 
 #include "apps/lidcam/frames/progress.h"
 #include "apps/lidcam/output/utf8_text.h"
+#include "apps/lidcam/stream/offered_stream.h"
 #include "base/time_units.h"
 #include "library/base/command_error.h"
 #include "library/base/interrupt.h"
@@ -182,12 +183,14 @@ void TellOutput(const FrameWriter& writer, StreamResult& result) {
   result.OutputNote = writer.Note();
 }
 
-bool RunToLimit(CameraStream& stream, const StreamLimits& limits, const Verbosity& verbosity) {
+bool RunToLimit(CameraStream& stream, const StreamLimits& limits, const Verbosity& verbosity,
+                OfferedStream* offered) {
   ProgressLine progress(!verbosity.IsQuiet);
   SilenceWatch silence;
   while (!IsReached(limits, stream.Counts())) {
     if (IsInterrupted()) return false;
     if (!stream.Advance()) break;
+    if (offered != nullptr) offered->Serve();
     progress.Show(stream.Progress());
     if (!limits.ToleratesSilence) silence.Check(stream.Counts(), stream.Seconds());
   }
@@ -197,8 +200,9 @@ bool RunToLimit(CameraStream& stream, const StreamLimits& limits, const Verbosit
 /// Runs a stream until a limit, an interrupt, or its own end, and takes the frames that are on their way
 /// by then.
 /// @return false if its end was requested earlier
-bool RunToEnd(CameraStream& stream, const StreamLimits& limits, const Verbosity& verbosity) {
-  const bool isComplete = RunToLimit(stream, limits, verbosity);
+bool RunToEnd(CameraStream& stream, const StreamLimits& limits, const Verbosity& verbosity,
+              OfferedStream* offered) {
+  const bool isComplete = RunToLimit(stream, limits, verbosity, offered);
   if (!HasAllFrames(limits, stream.Counts())) stream.TakeRest();
   return isComplete;
 }
@@ -213,7 +217,7 @@ void LimitedWriter::Write(const OutputFrame& frame) {
 
 StreamResult RunStream(bus::UsbBus& bus, const StreamSize& size, const StreamLimits& limits,
                        std::span<const ControlAssignment> controls, FrameWriter* writer,
-                       const Verbosity& verbosity, FrameLog* log) {
+                       const Verbosity& verbosity, FrameLog* log, const CameraChoice* offer) {
   StreamResult result;
   result.Size = size.Delivered;
   LimitedLog limitedLog(log, limits);
@@ -232,12 +236,16 @@ StreamResult RunStream(bus::UsbBus& bus, const StreamSize& size, const StreamLim
     stream.Opened().WithContext(
         [&](const CameraContext& context) { result.Note = PictureNoteOf(context); });
     const double processorAtRun = ProcessorSeconds();
-    testbed::RunThenEnd([&] { isComplete = RunToEnd(stream, limits, verbosity); },
-                        [&] {
-                          result.ProcessorSeconds = ProcessorSeconds() - processorAtRun;
-                          result.Counts = stream.Counts();
-                          result.IsUnplugged = stream.IsUnplugged();
-                        });
+    std::optional<OfferedStream> offered;
+    if (offer != nullptr) offered.emplace(stream, *offer);
+    testbed::RunThenEnd(
+        [&] { isComplete = RunToEnd(stream, limits, verbosity, offered ? &*offered : nullptr); },
+        [&] {
+          offered.reset();
+          result.ProcessorSeconds = ProcessorSeconds() - processorAtRun;
+          result.Counts = stream.Counts();
+          result.IsUnplugged = stream.IsUnplugged();
+        });
   };
   const StreamSetup setup{.Size = size,
                           .Controls = controls,

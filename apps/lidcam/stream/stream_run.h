@@ -44,11 +44,12 @@ struct StreamResult {
 ///
 /// @param controls  set before the first frame, in this order
 /// @param log       may be null
+/// @param offer     the camera that other processes may reach meanwhile; null for none
 [[nodiscard]] StreamResult RunStream(bus::UsbBus& bus, const StreamSize& size,
                                      const StreamLimits& limits,
                                      std::span<const ControlAssignment> controls,
                                      FrameWriter* writer, const Verbosity& verbosity,
-                                     FrameLog* log = nullptr);
+                                     FrameLog* log = nullptr, const CameraChoice* offer = nullptr);
 
 /// Gives a writer the frames up to a limit. Without a writer, or beyond the limit, frames are
 /// ignored.

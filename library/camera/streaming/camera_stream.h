@@ -75,6 +75,10 @@ class CameraStream {
   [[nodiscard]] bool IsUnplugged() const { return opened_.IsUnplugged(); }
   /// World time since the stream ran.
   [[nodiscard]] double Seconds() const;
+  /// What is delivered.
+  [[nodiscard]] PictureSize Size() const { return picture_; }
+  /// The exposure loop with the newest frame.
+  [[nodiscard]] const FrameRow& NewestLoop() const { return newest_.Loop; }
   /// What the camera sends, whatever is delivered.
   [[nodiscard]] PictureSize RawSize() const { return rawSize_; }
   [[nodiscard]] OpenedCamera& Opened() { return opened_; }

@@ -6,6 +6,7 @@
 #include <thread>
 #include <vector>
 
+#include "library/control_socket/control_client.h"
 #include "tests/library/api/api_fixture.h"
 
 namespace lidcam::api {
@@ -81,6 +82,31 @@ TEST_F(CameraTest, TheFormatsAreThoseOfThePin) {
   }
 }
 
+TEST_F(CameraTest, AnotherProcessSeesWhoLooksAndSetsAControlThatPersists) {
+  {
+    const OpenCamera camera("sim");
+    const char* const viewers[] = {"PipeWire: firefox (1234)", nullptr};
+    ASSERT_EQ(lidcam_set_viewers(camera, viewers), LIDCAM_OK);
+    ASSERT_EQ(lidcam_start(camera, nullptr), LIDCAM_OK);
+    ASSERT_TRUE(Skip(camera));
+    const auto client = app::ControlClient::Connect(lidcam_camera_get_info(camera)->unit);
+    ASSERT_NE(client, nullptr);
+    const nlohmann::json status = client->Ask({{"do", "status"}});
+    EXPECT_EQ(status.at("viewers"), nlohmann::json({"PipeWire: firefox (1234)"}));
+    EXPECT_EQ(status.at("size"), "640x480");
+    const nlohmann::json answer = client->Ask({{"do", "set"}, {"set", {"Contrast=12"}}});
+    EXPECT_EQ(answer.at("values"), nlohmann::json::parse(R"([["Contrast",12]])"));
+    std::int32_t value = 0;
+    ASSERT_EQ(lidcam_control_get(camera, "Contrast", &value), LIDCAM_OK);
+    EXPECT_EQ(value, 12);
+    EXPECT_EQ(client->Ask({{"do", "still"}}).at("width"), 640);
+  }
+  const OpenCamera again("sim");
+  std::int32_t value = 0;
+  ASSERT_EQ(lidcam_control_get(again, "Contrast", &value), LIDCAM_OK);
+  EXPECT_EQ(value, 12);
+}
+
 struct EventLog {
   std::mutex Mutex;
   std::vector<std::string> Lines;
@@ -107,7 +133,7 @@ struct EventLog {
 
 TEST_F(CameraTest, AnUnpluggedCameraIsAnEventAndCanBeOpenedAgain) {
   lidcam_open_options options = LIDCAM_OPEN_OPTIONS_INIT;
-  options.faults = "at 500ms unplug";
+  options.faults = "at 3s unplug";
   EventLog log;
   const OpenCamera camera("sim", &options);
   ASSERT_EQ(lidcam_set_event_handler(camera, EventLog::Take, &log), LIDCAM_OK);

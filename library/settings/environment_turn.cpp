@@ -1,4 +1,4 @@
-#include "library/session/environment_turn.h"
+#include "library/settings/environment_turn.h"
 
 #include <condition_variable>
 #include <mutex>

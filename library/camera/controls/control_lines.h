@@ -1,0 +1,41 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "library/camera/controls/control_table.h"
+#include "library/camera/opened_camera.h"
+
+namespace lidcam::app {
+
+/// What there is to know of a control of an open camera.
+struct ControlLine {
+  const CameraControl* Control;
+  ControlRange Range;
+  std::int32_t Value;
+  std::string Reports;  ///< its register as the camera reads it back now: "bridge FF0F=10"
+  bool HasEffect;       ///< on this sensor
+};
+
+/// All controls in the order in which they are shown. Throws CommandError.
+[[nodiscard]] std::vector<ControlLine> ReadLines(const OpenedCamera& opened);
+
+/// What a set of a control did.
+struct ControlChange {
+  std::vector<std::pair<const CameraControl*, std::int32_t>>
+      Changed{};  ///< controls with other values now
+  std::string
+      Trouble{};  ///< empty if the camera has the value now: it may accept a setting without changing it
+};
+
+/// Sets a control, and compares all of them with before: exposure by hand turns the automatic one off. Throws
+/// CommandError.
+[[nodiscard]] ControlChange ChangeControl(const OpenedCamera& opened,
+                                          const ControlAssignment& assignment);
+
+/// What the user is told of a control without effect on this camera; empty if it has one.
+[[nodiscard]] std::string NoteOfEffect(const OpenedCamera& opened, const CameraControl& control);
+
+}  // namespace lidcam::app
