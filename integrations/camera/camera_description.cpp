@@ -107,7 +107,7 @@ std::optional<CameraDescription> DescribeCamera(
   if (!camera) return std::nullopt;
   const lidcam_camera_info& info = *lidcam_camera_get_info(camera.get());
   CameraDescription description{.Address = std::move(address),
-                                .Unit = info.unit,
+                                .Unit = *info.unit != '\0' ? info.unit : "recording",
                                 .Text = info.description,
                                 .Sizes = ReadSizes(camera.get()),
                                 .Controls = ReadCameraControls(camera.get())};

@@ -79,6 +79,16 @@ void SharedCamera::Hide() {
   changed_.notify_one();
 }
 
+void SharedCamera::SetViewers(std::vector<std::string> viewers) {
+  {
+    const std::lock_guard lock(mutex_);
+    viewers_ = std::move(viewers);
+    areViewersChanged_ = true;
+    hasNews_ = true;
+  }
+  changed_.notify_one();
+}
+
 void SharedCamera::SetControl(const std::string& name, std::int32_t value) {
   {
     const std::lock_guard lock(mutex_);
@@ -118,6 +128,7 @@ void SharedCamera::Run() {
   while (true) {
     std::optional<StreamShape> wanted;
     bool isControlEvent = false;
+    bool areViewersChanged = false;
     {
       const std::lock_guard lock(mutex_);
       if (isEnding_) break;
@@ -126,10 +137,12 @@ void SharedCamera::Run() {
       for (const auto& [name, value] : asked_) pending_[name] = value;
       asked_.clear();
       isControlEvent = std::exchange(isControlEvent_, false);
+      areViewersChanged = std::exchange(areViewersChanged_, false);
       if (std::exchange(isCameraListChanged_, false)) nextTry_ = {};
     }
     ApplyControls();
     if (isControlEvent && ReadControls()) receiver_.ControlsChanged();
+    if (areViewersChanged && camera_) PassViewersOn();
     if (!wanted) {
       Rest();
     } else if (EnsureStream(*wanted)) {
@@ -172,6 +185,7 @@ bool SharedCamera::EnsureStream(const StreamShape& shape) {
     return false;
   }
   running_ = shape;
+  started_ = Clock::now();
   Tell("camera on, " + ShapeText(shape));
   return true;
 }
@@ -198,7 +212,9 @@ bool SharedCamera::Open(const std::string& address) {
   }
   camera_.reset(camera);
   nextTry_ = {};
+  isRecording_ = lidcam_camera_get_info(camera)->kind == LIDCAM_KIND_RECORDING;
   lidcam_set_event_handler(camera, OnEvent, this);
+  PassViewersOn();
   // Those that were lost with the camera's plug.
   pending_.merge(unsaved_);
   unsaved_.clear();
@@ -233,9 +249,10 @@ void SharedCamera::TakeFrame() {
       return;
     case LIDCAM_OK:
       notice_.clear();
+      if (isRecording_) AwaitRecordedTime(frame->stream_time);
       receiver_.TakePicture(*running_, {.Data = {frame->data, frame->size},
                                         .Stride = frame->stride,
-                                        .Time = frame->monotonic_ns,
+                                        .Time = isRecording_ ? MonotonicNow() : frame->monotonic_ns,
                                         .Number = frame->picture_number});
       lidcam_frame_release(frame);
       return;
@@ -243,6 +260,7 @@ void SharedCamera::TakeFrame() {
       return Lose();
     case LIDCAM_END:
       StopStream();
+      if (isRecording_) return;
       return Fail(kUnavailable, "camera '" + options_.Address.Text + "' sends no more pictures");
     default:
       const std::string reason = lidcam_error_text();
@@ -251,11 +269,30 @@ void SharedCamera::TakeFrame() {
   }
 }
 
+void SharedCamera::AwaitRecordedTime(std::int64_t streamTime) {
+  constexpr std::int64_t kNanosecondsPerUnit = 100;
+  std::unique_lock lock(mutex_);
+  changed_.wait_until(lock, started_ + std::chrono::nanoseconds(kNanosecondsPerUnit * streamTime),
+                      [this] { return hasNews_; });
+}
+
 void SharedCamera::ShowNotice(const StreamShape& shape) {
   const std::vector<std::uint8_t> notice = DrawNotice(shape.Width, shape.Height, notice_);
   receiver_.TakePicture(shape, {.Data = notice, .Stride = 2 * shape.Width, .Time = MonotonicNow()});
   std::unique_lock lock(mutex_);
   changed_.wait_for(lock, kNoticeInterval, [this] { return hasNews_; });
+}
+
+void SharedCamera::PassViewersOn() {
+  std::vector<std::string> viewers;
+  {
+    const std::lock_guard lock(mutex_);
+    viewers = viewers_;
+  }
+  std::vector<const char*> texts;
+  for (const std::string& viewer : viewers) texts.push_back(viewer.c_str());
+  texts.push_back(nullptr);
+  lidcam_set_viewers(camera_.get(), texts.data());
 }
 
 void SharedCamera::ApplyControls() {

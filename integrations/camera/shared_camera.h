@@ -52,7 +52,7 @@ class PictureReceiver {
 ///
 /// While it is away, its lookers get five pictures a second that say so. It is closed, and free for other
 /// programs, some seconds after the last looker has gone. All operations return at once: a thread of its own
-/// does the work. They may be called from any thread.
+/// does the work. They may be called from any thread. A recording is played at its own speed, and again from its end.
 class SharedCamera {
  public:
   struct Options {
@@ -74,6 +74,9 @@ class SharedCamera {
 
   /// Nobody looks any more.
   void Hide();
+
+  /// Says who looks, for `lidcam status`: "PipeWire: firefox (1234)", one each.
+  void SetViewers(std::vector<std::string> viewers);
 
   /// Sets a control, also while nobody looks. The camera's answer comes by PictureReceiver::ControlsChanged().
   /// Values persist, as those of `lidcam set`.
@@ -98,7 +101,9 @@ class SharedCamera {
   void StopStream();
   void Close();
   void TakeFrame();
+  void AwaitRecordedTime(std::int64_t streamTime);
   void ShowNotice(const StreamShape& shape);
+  void PassViewersOn();
   void ApplyControls();
   void SaveControls();
   bool ReadControls();
@@ -116,6 +121,8 @@ class SharedCamera {
       false;  ///< of the members up to the empty line, since the thread looked at them last
   std::optional<StreamShape> wanted_;
   std::map<std::string, std::int32_t> asked_;
+  std::vector<std::string> viewers_;
+  bool areViewersChanged_ = false;
   std::string replugged_;  ///< address
   bool isControlEvent_ = false;
   bool isCameraListChanged_ = false;
@@ -124,6 +131,8 @@ class SharedCamera {
   // Of the thread alone.
   std::unique_ptr<lidcam_camera, CloseCamera> camera_;
   std::optional<StreamShape> running_;
+  Clock::time_point started_{};
+  bool isRecording_ = false;
   bool isLost_ = false;                          ///< open, and unplugged since
   std::map<std::string, std::int32_t> pending_;  ///< values that the camera is to get
   std::map<std::string, std::int32_t> unsaved_;  ///< values that it got while it was open

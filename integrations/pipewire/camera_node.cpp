@@ -175,6 +175,9 @@ void CameraNode::TellOfLookers() {
   lookers_ = std::move(lookers);
   std::string names;
   for (const std::string& looker : lookers_) names += (names.empty() ? "" : ", ") + looker;
+  std::vector<std::string> viewers;
+  for (const std::string& looker : lookers_) viewers.push_back("PipeWire: " + looker);
+  camera_->SetViewers(std::move(viewers));
   options_.Tell((names.empty() ? "nobody" : names) + " looks through PipeWire");
 }
 

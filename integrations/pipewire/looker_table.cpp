@@ -32,7 +32,7 @@ void LookerTable::Add(std::uint32_t id, std::string_view type, const spa_dict* p
   } else if (type == PW_TYPE_INTERFACE_Client) {
     const std::string process = TextOf(properties, PW_KEY_SEC_PID);
     clients_[id] =
-        TextOf(properties, PW_KEY_APP_NAME) + (process.empty() ? "" : " (process " + process + ")");
+        TextOf(properties, PW_KEY_APP_NAME) + (process.empty() ? "" : " (" + process + ")");
   }
 }
 

@@ -17,7 +17,7 @@ class LookerTable {
   void Add(std::uint32_t id, std::string_view type, const spa_dict* properties);
   void Remove(std::uint32_t id);
 
-  /// The programs that get a node's pictures, in order: "firefox (process 1234)".
+  /// The programs that get a node's pictures, in order: "firefox (1234)".
   [[nodiscard]] std::vector<std::string> LookersAt(std::uint32_t node) const;
 
  private:

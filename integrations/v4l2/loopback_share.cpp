@@ -74,14 +74,19 @@ void RequireSize(const PictureSize& size, const std::vector<PictureSize>& sizes)
                         std::to_string(size.Height) + ", but " + list);
 }
 
-std::string TextOf(const std::vector<DeviceLooker>& lookers) {
-  if (lookers.empty()) return "nobody";
-  std::string text;
+/// "ffmpeg (1234)", one each.
+std::vector<std::string> NamesOf(const std::vector<DeviceLooker>& lookers) {
+  std::vector<std::string> names;
   for (const DeviceLooker& looker : lookers) {
-    text += (text.empty() ? "" : ", ") + looker.Program + " (process " +
-            std::to_string(looker.Process) + ")";
+    names.push_back(looker.Program + " (" + std::to_string(looker.Process) + ")");
   }
-  return text;
+  return names;
+}
+
+std::string ListOf(const std::vector<std::string>& names) {
+  std::string list;
+  for (const std::string& name : names) list += (list.empty() ? "" : ", ") + name;
+  return list.empty() ? "nobody" : list;
 }
 
 }  // namespace
@@ -105,7 +110,10 @@ void ShareWithV4l2(const ShareOptions& options,
     if (!reason.empty()) throw ShareError(reason);
     const auto now = lookers.AwaitChange(kLook);
     if (!now) continue;
-    tell(TextOf(*now) + " looks at " + options.Device);
+    std::vector<std::string> names = NamesOf(*now);
+    tell(ListOf(names) + " looks at " + options.Device);
+    for (std::string& name : names) name.insert(0, "V4L2 " + options.Device + ": ");
+    camera.SetViewers(std::move(names));
     if (now->empty()) {
       camera.Hide();
     } else {

@@ -23,6 +23,15 @@ constexpr lidcam_camera_info kInfo = {.address = "usb:1-2:1af0:0511",
                                       .product_id = 0x0511,
                                       .in_use_by = ""};
 
+constexpr std::int64_t kRecordedInterval = 500'000;  // 100 ns
+constexpr lidcam_camera_info kRecording = {.address = "capture:bus.pcap",
+                                           .description = "Recording",
+                                           .unit = "",
+                                           .kind = LIDCAM_KIND_RECORDING,
+                                           .vendor_id = 0x1AF0,
+                                           .product_id = 0x0511,
+                                           .in_use_by = ""};
+
 constexpr lidcam_format FormatOf(std::uint32_t width, std::uint32_t height) {
   return {.pixels = LIDCAM_PIXELS_YUY2,
           .width = width,
@@ -78,6 +87,7 @@ BorrowedFrame* MakeFrame(StandIn& stand) {
   borrowed->Frame.height = stand.Stream.height;
   borrowed->Frame.stride = 2 * stand.Stream.width;
   borrowed->Frame.picture_number = number;
+  borrowed->Frame.stream_time = kRecordedInterval * (number + 1);
   borrowed->Frame.monotonic_ns = 1'000'000 * (number + 1);
   ++stand.BorrowedFrames;
   return borrowed;
@@ -98,9 +108,11 @@ void StandIn::Reset() {
   IsLost = IsOpen = IsStreaming = IsBroken = false;
   OpenStatus = LIDCAM_OK;
   Opened.clear();
+  RecordedFrames = 0;
   Starts = 0;
   Values = {{"Brightness", 0}, {"Mirror", 0}};
   Saved.clear();
+  Viewers.clear();
   FrameNumber = 0;
   BorrowedFrames = 0;
 }
@@ -206,7 +218,16 @@ void lidcam_close(lidcam_camera* camera) {
 }
 
 const lidcam_camera_info* lidcam_camera_get_info(const lidcam_camera*) {
-  return &kInfo;
+  return StandIn::The().RecordedFrames == 0 ? &kInfo : &kRecording;
+}
+
+lidcam_status lidcam_set_viewers(lidcam_camera*, const char* const* viewers) {
+  StandIn& stand = StandIn::The();
+  const std::lock_guard lock(stand.Mutex);
+  stand.Viewers.clear();
+  for (; *viewers != nullptr; ++viewers) stand.Viewers.emplace_back(*viewers);
+  stand.Changed.notify_all();
+  return LIDCAM_OK;
 }
 
 lidcam_status lidcam_formats_list(lidcam_camera*, const lidcam_format* const** formats,
@@ -224,6 +245,7 @@ lidcam_status lidcam_start(lidcam_camera*, const lidcam_stream_options* options)
   stand.Stream = *options;
   stand.IsStreaming = true;
   stand.IsBroken = false;
+  if (stand.RecordedFrames != 0) stand.FrameNumber = 0;
   ++stand.Starts;
   stand.Changed.notify_all();
   return LIDCAM_OK;
@@ -243,7 +265,8 @@ lidcam_status lidcam_next_frame(lidcam_camera*, int32_t, const lidcam_frame** fr
   stand.Changed.wait_for(lock, kFrameInterval, [&] { return stand.IsLost || stand.IsBroken; });
   if (stand.IsLost) return Fail(LIDCAM_ERROR_UNPLUGGED, "the camera is unplugged");
   if (stand.IsBroken) return Fail(LIDCAM_ERROR_FAILED, "the stream broke off");
-  if (!stand.IsStreaming) return LIDCAM_END;
+  const bool isOver = stand.RecordedFrames != 0 && stand.FrameNumber >= stand.RecordedFrames;
+  if (!stand.IsStreaming || isOver) return LIDCAM_END;
   *frame = &MakeFrame(stand)->Frame;
   return LIDCAM_OK;
 }

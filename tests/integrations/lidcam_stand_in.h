@@ -48,12 +48,14 @@ class StandIn {
   bool IsOpen = false;
   bool IsStreaming = false;
   bool IsBroken = false;
+  std::int64_t RecordedFrames = 0;  ///< of a recording, 50 ms apart; 0: it is none
   lidcam_status OpenStatus = LIDCAM_OK;
   lidcam_stream_options Stream{};
   std::vector<std::string> Opened;  ///< addresses
   int Starts = 0;
   std::map<std::string, std::int32_t> Values;
   std::vector<std::string> Saved;  ///< names
+  std::vector<std::string> Viewers;
   std::int64_t FrameNumber = 0;
   int BorrowedFrames = 0;
   lidcam_event_handler OnEvent = nullptr;

@@ -289,6 +289,30 @@ TEST_F(SharedCameraTest, TellsOfAControlThatAnotherProcessChanges) {
   EXPECT_EQ(ValueOf("Mirror"), 1);
 }
 
+TEST_F(SharedCameraTest, ThatIsARecordingKeepsItsTimeAndIsPlayedAgainFromItsEnd) {
+  stand_.RecordedFrames = 4;
+  Share();
+  const auto begin = std::chrono::steady_clock::now();
+  camera_->Show(kLarge);
+  ASSERT_TRUE(stand_.Await([&](StandIn&) { return looker_.Numbers.size() == 6; }));
+  // Six frames of 50 ms. A machine that is busy takes longer, but never less.
+  EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds{300});
+  camera_.reset();
+  EXPECT_EQ(stand_.Starts, 2);
+  EXPECT_EQ(looker_.Notices, 0);
+}
+
+TEST_F(SharedCameraTest, SaysWhoLooksFromTheOpeningOnAndWhenThatChanges) {
+  Share();
+  camera_->SetViewers({"PipeWire: obs (7)"});
+  camera_->Show(kLarge);
+  ASSERT_TRUE(stand_.Await([](const StandIn& stand) {
+    return stand.Viewers == std::vector<std::string>{"PipeWire: obs (7)"};
+  }));
+  camera_->SetViewers({"PipeWire: obs (7)", "PipeWire: firefox (8)"});
+  EXPECT_TRUE(stand_.Await([](const StandIn& stand) { return stand.Viewers.size() == 2; }));
+}
+
 TEST_F(SharedCameraTest, IsWaitedForWhenItIsNotThereAtTheStart) {
   stand_.Unplug();
   int looks = 0;

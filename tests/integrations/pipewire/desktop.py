@@ -52,6 +52,9 @@ class Process:
         if self.said().count(text) < count:
             raise AssertionError(f"not '{text}', but: {self.said()}")
 
+    def number(self):
+        return self._process.pid
+
     def is_running(self):
         return self._process.poll() is None
 

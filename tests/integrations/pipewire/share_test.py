@@ -85,6 +85,17 @@ class ShareTest(unittest.TestCase):
             self.assertEqual(looker.wait(), 0, looker.said())
             share.wait_until_it_says("camera off", turn)
 
+    def test_status_names_who_looks_and_through_which_way(self):
+        share = self.desk.share("--camera", CAMERA)
+        _, looker = self.look((160, 120), 100000, "pictures")
+        share.wait_until_it_says("camera on")
+
+        def viewers():
+            said = self.desk.lidcam("status", "--camera", CAMERA, "--json", check=False).stdout
+            return json.loads(said).get("viewers") if said else None
+
+        self.assertEqual(desktop.wait_for(viewers, "a viewer"), [f"PipeWire: gst-launch-1.0 ({looker.number()})"])
+
     def test_several_look_at_once_and_the_first_ones_size_holds(self):
         share = self.desk.share("--camera", CAMERA)
         first_output, first = self.look((320, 240), 100, "first")

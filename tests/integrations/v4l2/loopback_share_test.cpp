@@ -84,6 +84,14 @@ TEST_F(LoopbackShareTest, EveryPictureOfTheCameraIsWrittenWhileSomebodyLooks) {
   }
 }
 
+TEST_F(LoopbackShareTest, TheProgramThatLooksIsNamedAsAViewer) {
+  Share();
+  const OtherProcess looker(loopback_.Path());
+  const std::vector<std::string> expected = {"V4L2 " + loopback_.Path() + ": sleep (" +
+                                             std::to_string(looker.Number()) + ")"};
+  EXPECT_TRUE(stand_.Await([&](const StandIn& stand) { return stand.Viewers == expected; }));
+}
+
 TEST_F(LoopbackShareTest, TheCameraGoesOffWithTheLastLookerAndLeavesNoPictureBehind) {
   Share();
   auto looker = std::make_unique<OtherProcess>(loopback_.Path());
