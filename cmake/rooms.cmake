@@ -123,7 +123,8 @@ function(lidcam_rooms)
     $<TARGET_NAME_IF_EXISTS:Boost::context>
     $<TARGET_NAME_IF_EXISTS:PkgConfig::LIBUSB> $<TARGET_NAME_IF_EXISTS:PkgConfig::USBREDIRPARSER>
     $<TARGET_NAME_IF_EXISTS:PkgConfig::LIBAV> $<TARGET_NAME_IF_EXISTS:PkgConfig::LIBEXIF>
-    $<TARGET_NAME_IF_EXISTS:PkgConfig::GSTREAMER> $<TARGET_NAME_IF_EXISTS:PkgConfig::GSTREAMER_RTSP>)
+    $<TARGET_NAME_IF_EXISTS:PkgConfig::GSTREAMER> $<TARGET_NAME_IF_EXISTS:PkgConfig::GSTREAMER_RTSP>
+    $<TARGET_NAME_IF_EXISTS:PkgConfig::PIPEWIRE>)
 
   # The driver includes the platform's declarations only, and is linked with the platform itself.
   set(linked_driver kernel streaming_class usb_stack)

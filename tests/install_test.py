@@ -61,6 +61,15 @@ class InstallTest(unittest.TestCase):
                                                if camera["kind"] == "simulated"))
         self.assertEqual(len(named), 7)
 
+    def test_the_systemd_unit_runs_a_command_that_the_installed_program_has(self):
+        program = self.install()
+        unit = self.path("prefix/lib/systemd/user/lidcam-share.service")
+        if not os.path.exists(unit):
+            self.skipTest("built without libpipewire-0.3")
+        with open(unit, encoding="utf-8") as lines:
+            command = re.search(r"^ExecStart=lidcam (.*)$", lines.read(), re.M)[1]
+        self.assertIn("share", run(program, *command.split(), "--help"))
+
     def test_the_installed_program_tells_the_projects_version(self):
         with open(os.path.join(BUILD, "CMakeCache.txt"), encoding="utf-8") as cache:
             version = re.search(r"^CMAKE_PROJECT_VERSION:STATIC=(.*)$", cache.read(), re.M)[1]

@@ -26,5 +26,6 @@ void AddStatusCommand(CLI::App& app);
 void AddServeCommand(CLI::App& app);
 void AddDoctorCommand(CLI::App& app);
 void AddReportCommand(CLI::App& app);
+void AddShareCommand(CLI::App& app);
 
 }  // namespace lidcam::app

@@ -1,0 +1,250 @@
+#include "integrations/pipewire/camera_node.h"
+
+#include <spa/buffer/meta.h>
+#include <spa/param/param.h>
+
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+namespace lidcam::integrations::pipewire {
+namespace {
+
+/// Locks a loop's thread out.
+class LoopLock {
+ public:
+  explicit LoopLock(pw_thread_loop* loop) : loop_(loop) { pw_thread_loop_lock(loop_); }
+  LoopLock(const LoopLock&) = delete;
+  LoopLock& operator=(const LoopLock&) = delete;
+  ~LoopLock() { pw_thread_loop_unlock(loop_); }
+
+ private:
+  pw_thread_loop* const loop_;
+};
+
+[[noreturn]] void FailWithErrno(const std::string& what) {
+  throw ShareError(what + ": " + std::strerror(errno));
+}
+
+pw_properties* NodeProperties(const CameraDescription& camera) {
+  const std::string name = "lidcam." + camera.Unit;
+  return pw_properties_new(PW_KEY_MEDIA_TYPE, "Video", PW_KEY_MEDIA_CATEGORY, "Capture",
+                           PW_KEY_MEDIA_ROLE, "Camera", PW_KEY_MEDIA_CLASS, "Video/Source",
+                           PW_KEY_NODE_NAME, name.c_str(), PW_KEY_NODE_DESCRIPTION,
+                           camera.Text.c_str(), PW_KEY_NODE_NICK, camera.Text.c_str(), nullptr);
+}
+
+/// Copies a picture into a buffer that all lookers share.
+void Fill(pw_buffer& buffer, const Picture& picture) {
+  spa_data& data = buffer.buffer->datas[0];
+  const std::size_t size = std::min<std::size_t>(picture.Data.size(), data.maxsize);
+  std::memcpy(data.data, picture.Data.data(), size);
+  data.chunk->offset = 0;
+  data.chunk->size = static_cast<std::uint32_t>(size);
+  data.chunk->stride = static_cast<std::int32_t>(picture.Stride);
+  data.chunk->flags = 0;
+  auto* const header = static_cast<spa_meta_header*>(
+      spa_buffer_find_meta_data(buffer.buffer, SPA_META_Header, sizeof(spa_meta_header)));
+  if (header == nullptr) return;
+  header->flags = 0;
+  header->offset = 0;
+  header->pts = picture.Time;
+  header->dts_offset = 0;
+  header->seq = static_cast<std::uint64_t>(picture.Number);
+}
+
+}  // namespace
+
+const pw_stream_events CameraNode::kStreamEvents = {
+    .version = PW_VERSION_STREAM_EVENTS,
+    .destroy = nullptr,
+    .state_changed = OnStateChanged,
+    .control_info = nullptr,
+    .io_changed = nullptr,
+    .param_changed = OnParamChanged,
+    .add_buffer = nullptr,
+    .remove_buffer = nullptr,
+    .process = nullptr,
+    .drained = nullptr,
+    .command = nullptr,
+    .trigger_done = nullptr,
+};
+
+const pw_core_events CameraNode::kCoreEvents = {
+    .version = PW_VERSION_CORE_EVENTS,
+    .info = nullptr,
+    .done = nullptr,
+    .ping = nullptr,
+    .error = OnCoreError,
+    .remove_id = nullptr,
+    .bound_id = nullptr,
+    .add_mem = nullptr,
+    .remove_mem = nullptr,
+};
+
+const pw_registry_events CameraNode::kRegistryEvents = {
+    .version = PW_VERSION_REGISTRY_EVENTS,
+    .global = OnObjectAdded,
+    .global_remove = OnObjectRemoved,
+};
+
+void CameraNode::EndLoop::operator()(pw_thread_loop* loop) const {
+  pw_thread_loop_stop(loop);
+  pw_thread_loop_destroy(loop);
+}
+
+CameraNode::CameraNode(Options options) : options_(std::move(options)) {
+  loop_.reset(pw_thread_loop_new("lidcam", nullptr));
+  if (!loop_) FailWithErrno("a thread for PipeWire cannot be started");
+  camera_ = std::make_unique<SharedCamera>(
+      SharedCamera::Options{.Address = options_.Camera.Address, .Tell = options_.Tell},
+      options_.Camera.Controls, static_cast<PictureReceiver&>(*this));
+  Connect();
+  if (pw_thread_loop_start(loop_.get()) < 0)
+    FailWithErrno("a thread for PipeWire cannot be started");
+}
+
+CameraNode::~CameraNode() {
+  {
+    const LoopLock lock(loop_.get());
+    // The end of the stream changes its state once more, when the camera isn't there any more.
+    spa_hook_remove(&streamHook_);
+    spa_hook_remove(&registryHook_);
+    spa_hook_remove(&coreHook_);
+  }
+  // Its thread takes the loop's lock.
+  camera_.reset();
+  pw_thread_loop_stop(loop_.get());
+}
+
+void CameraNode::Connect() {
+  context_.reset(pw_context_new(pw_thread_loop_get_loop(loop_.get()),
+                                pw_properties_new(PW_KEY_APP_NAME, "lidcam", nullptr), 0));
+  if (!context_) FailWithErrno("PipeWire cannot be used");
+  core_.reset(pw_context_connect(context_.get(), nullptr, 0));
+  if (!core_) FailWithErrno("PipeWire cannot be reached (does it run, as this user?)");
+  pw_core_add_listener(core_.get(), &coreHook_, &kCoreEvents, this);
+  registry_.reset(pw_core_get_registry(core_.get(), PW_VERSION_REGISTRY, 0));
+  if (!registry_) FailWithErrno("PipeWire's objects cannot be watched");
+  pw_registry_add_listener(registry_.get(), &registryHook_, &kRegistryEvents, this);
+  stream_.reset(
+      pw_stream_new(core_.get(), options_.Camera.Text.c_str(), NodeProperties(options_.Camera)));
+  if (!stream_) FailWithErrno("a PipeWire node cannot be made");
+  pw_stream_add_listener(stream_.get(), &streamHook_, &kStreamEvents, this);
+  Pods pods = FormatPods(options_.Camera.Sizes);
+  pods.Add(ControlDescriptions(options_.Camera.Controls));
+  pods.Add(ControlValues(options_.Camera.Controls));
+  std::vector<const spa_pod*> addresses = pods.Addresses();
+  const int result = pw_stream_connect(
+      stream_.get(), PW_DIRECTION_OUTPUT, PW_ID_ANY,
+      static_cast<pw_stream_flags>(PW_STREAM_FLAG_DRIVER | PW_STREAM_FLAG_MAP_BUFFERS),
+      addresses.data(), static_cast<std::uint32_t>(addresses.size()));
+  if (result < 0) {
+    throw ShareError(std::string("PipeWire takes no camera: ") + std::strerror(-result));
+  }
+}
+
+std::string CameraNode::EndReason() const {
+  const LoopLock lock(loop_.get());
+  return endReason_;
+}
+
+void CameraNode::OnCoreError(void* user, std::uint32_t id, int, int result, const char* message) {
+  // Of other objects: an application's link that failed, say.
+  if (id != PW_ID_CORE || result != -EPIPE) return;
+  static_cast<CameraNode*>(user)->End(std::string("PipeWire has ended: ") + message);
+}
+
+void CameraNode::OnObjectAdded(void* user, std::uint32_t id, std::uint32_t, const char* type,
+                               std::uint32_t, const spa_dict* properties) {
+  auto& self = *static_cast<CameraNode*>(user);
+  self.objects_.Add(id, type, properties);
+  self.TellOfLookers();
+}
+
+void CameraNode::OnObjectRemoved(void* user, std::uint32_t id) {
+  auto& self = *static_cast<CameraNode*>(user);
+  self.objects_.Remove(id);
+  self.TellOfLookers();
+}
+
+void CameraNode::TellOfLookers() {
+  std::vector<std::string> lookers =
+      objects_.LookersAt(stream_ ? pw_stream_get_node_id(stream_.get()) : PW_ID_ANY);
+  if (lookers == lookers_) return;
+  lookers_ = std::move(lookers);
+  std::string names;
+  for (const std::string& looker : lookers_) names += (names.empty() ? "" : ", ") + looker;
+  std::vector<std::string> viewers;
+  for (const std::string& looker : lookers_) viewers.push_back("PipeWire: " + looker);
+  camera_->SetViewers(std::move(viewers));
+  options_.Tell((names.empty() ? "nobody" : names) + " looks through PipeWire");
+}
+
+void CameraNode::OnStateChanged(void* user, pw_stream_state, pw_stream_state now,
+                                const char* error) {
+  static_cast<CameraNode*>(user)->ChangeState(now, error);
+}
+
+void CameraNode::OnParamChanged(void* user, std::uint32_t id, const spa_pod* param) {
+  auto& self = *static_cast<CameraNode*>(user);
+  if (id == SPA_PARAM_Format) self.ChangeFormat(param);
+  if (id != SPA_PARAM_Props || param == nullptr) return;
+  for (const NewValue& value : ReadNewValues(param, self.options_.Camera.Controls)) {
+    self.camera_->SetControl(value.Name, value.Value);
+  }
+}
+
+void CameraNode::ChangeFormat(const spa_pod* format) {
+  format_ = format != nullptr ? ReadFormat(format) : std::nullopt;
+  if (format_) Update(BufferPods(*format_));
+}
+
+void CameraNode::ChangeState(pw_stream_state state, const char* error) {
+  if (state == PW_STREAM_STATE_ERROR) {
+    return End(std::string("PipeWire has ended the camera's node: ") +
+               (error != nullptr ? error : "no reason given"));
+  }
+  const bool isStreaming = state == PW_STREAM_STATE_STREAMING && format_;
+  if (isStreaming == isStreaming_) return;
+  isStreaming_ = isStreaming;
+  if (isStreaming) {
+    camera_->Show(*format_);
+    Offer({{.Width = format_->Width, .Height = format_->Height}});
+  } else {
+    camera_->Hide();
+    Offer(options_.Camera.Sizes);
+  }
+}
+
+void CameraNode::Offer(const std::vector<PictureSize>& sizes) {
+  Update(FormatPods(sizes));
+}
+
+void CameraNode::Update(const Pods& pods) {
+  std::vector<const spa_pod*> addresses = pods.Addresses();
+  pw_stream_update_params(stream_.get(), addresses.data(),
+                          static_cast<std::uint32_t>(addresses.size()));
+}
+
+void CameraNode::End(const std::string& reason) {
+  if (endReason_.empty()) endReason_ = reason;
+}
+
+void CameraNode::TakePicture(const StreamShape& shape, const Picture& picture) {
+  const LoopLock lock(loop_.get());
+  if (!isStreaming_ || format_ != shape) return;
+  // All buffers are with lookers that are behind: they miss a picture.
+  pw_buffer* const buffer = pw_stream_dequeue_buffer(stream_.get());
+  if (buffer == nullptr) return;
+  Fill(*buffer, picture);
+  pw_stream_queue_buffer(stream_.get(), buffer);
+  pw_stream_trigger_process(stream_.get());
+}
+
+void CameraNode::ControlsChanged() {
+  const LoopLock lock(loop_.get());
+  if (stream_) Update(ControlValues(camera_->Controls()));
+}
+
+}  // namespace lidcam::integrations::pipewire
