@@ -18,7 +18,7 @@ class CompletionTest(CommandLineTest):
 
     def test_commands_with_what_they_do(self):
         self.assertIn("stream\t", self.lidcam("__complete", ""))
-        self.assertEqual(self.candidates("st"), ["stream", "still"])
+        self.assertEqual(self.candidates("st"), ["stream", "still", "status"])
         self.assertEqual(self.candidates("serve", "usbi"), ["usbip"])
 
     def test_every_command_of_the_help_is_one(self):
@@ -65,7 +65,7 @@ class CompletionTest(CommandLineTest):
 
     @unittest.skipUnless(os.path.exists(BASH_COMPLETION), "bash-completion is not installed")
     def test_bash_completes_words_with_colons_and_equals_signs(self):
-        for line, expected in (("lidcam st", ["stream", "still"]),
+        for line, expected in (("lidcam st", ["stream", "still", "status"]),
                                ("lidcam set Contrast=1", ["10", "1", "16"]),
                                ("lidcam still --camera sim:1af0:601", ["6010", "6011"])):
             self.assertEqual(self.completed_by_bash(line), expected, line)
