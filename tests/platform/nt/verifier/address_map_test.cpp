@@ -57,7 +57,9 @@ TEST(AddressMap, AgreesWithAMapOverRandomOperations) {
         const int* const found = records.Find(object);
         const auto wanted = model.find(object);
         ASSERT_EQ(found != nullptr, wanted != model.end());
-        if (found != nullptr) ASSERT_EQ(*found, wanted->second);
+        if (found != nullptr) {
+          ASSERT_EQ(*found, wanted->second);
+        }
       }
     }
   }
