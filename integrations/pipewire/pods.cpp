@@ -1,6 +1,7 @@
 #include "integrations/pipewire/pods.h"
 
 #include <linux/videodev2.h>
+#include <spa/buffer/buffer.h>
 #include <spa/buffer/meta.h>
 #include <spa/param/buffers.h>
 #include <spa/param/param.h>
@@ -64,13 +65,6 @@ std::optional<std::uint32_t> PropertyOf(std::string_view name) {
     if (property.Name == name) return property.Id;
   }
   return std::nullopt;
-}
-
-const CameraControl* ControlOf(std::uint32_t property, const std::vector<CameraControl>& controls) {
-  for (const CameraControl& control : controls) {
-    if (PropertyOf(control.Name) == property) return &control;
-  }
-  return nullptr;
 }
 
 /// Builds one parameter.
@@ -140,7 +134,7 @@ std::optional<std::int32_t> NumberOf(const spa_pod* value) {
 }  // namespace
 
 void Pods::Add(const spa_pod* pod) {
-  const std::size_t size = SPA_POD_SIZE(pod);
+  const std::size_t size = sizeof(spa_pod) + pod->size;
   std::vector<std::uint64_t>& copy =
       pods_.emplace_back((size + sizeof(std::uint64_t) - 1) / sizeof(std::uint64_t));
   std::memcpy(copy.data(), pod, size);
@@ -246,12 +240,12 @@ std::vector<NewValue> ReadNewValues(const spa_pod* properties,
                                     const std::vector<CameraControl>& controls) {
   std::vector<NewValue> values;
   if (!spa_pod_is_object_type(properties, SPA_TYPE_OBJECT_Props)) return values;
-  const auto* const object = reinterpret_cast<const spa_pod_object*>(properties);
-  const spa_pod_prop* property = nullptr;
-  SPA_POD_OBJECT_FOREACH(object, property) {
-    const CameraControl* const control = ControlOf(property->key, controls);
+  for (const CameraControl& control : controls) {
+    const std::optional<std::uint32_t> id = PropertyOf(control.Name);
+    const spa_pod_prop* const property = id ? spa_pod_find_prop(properties, nullptr, *id) : nullptr;
+    if (property == nullptr) continue;
     const std::optional<std::int32_t> value = NumberOf(&property->value);
-    if (control != nullptr && value) values.push_back({.Name = control->Name, .Value = *value});
+    if (value) values.push_back({.Name = control.Name, .Value = *value});
   }
   return values;
 }

@@ -27,7 +27,7 @@ struct ShareCommand {
 };
 
 void ShareThroughPipeWire(const ShareCommand& command,
-                          const std::function<void(const std::string&)>& tell) {
+                          [[maybe_unused]] const std::function<void(const std::string&)>& tell) {
   if (command.Size) {
     throw UsageError("share: --size belongs to --v4l2: PipeWire's applications choose their own");
   }

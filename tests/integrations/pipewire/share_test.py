@@ -96,6 +96,12 @@ class ShareTest(unittest.TestCase):
 
         self.assertEqual(desktop.wait_for(viewers, "a viewer"), [f"PipeWire: gst-launch-1.0 ({looker.number()})"])
 
+    def test_a_camera_that_is_shared_is_not_shared_a_second_time(self):
+        share = self.desk.share("--camera", CAMERA)
+        second = self.desk.lidcam("share", "--camera", CAMERA, check=False)
+        self.assertEqual(second.returncode, 1)
+        self.assertIn(f"is shared already, by process {share.number()} through PipeWire", second.stderr)
+
     def test_several_look_at_once_and_the_first_ones_size_holds(self):
         share = self.desk.share("--camera", CAMERA)
         first_output, first = self.look((320, 240), 100, "first")
