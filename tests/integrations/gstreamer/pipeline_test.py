@@ -148,6 +148,19 @@ class PipelineTest(unittest.TestCase):
         self.assertRegex(result.stderr, r"gst-launch|process \d+")
         self.assertIn(str(first.pid), result.stderr)
 
+    def test_a_control_set_by_another_process_is_notified_as_a_property(self):
+        process = subprocess.Popen(
+            ["gst-launch-1.0", "-v", "lidcamsrc", "camera=sim", "!", "video/x-raw,width=160", "!",
+             "filesink", "location=" + self.path("pictures.yuy2")],
+            stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, env=self.environment)
+        self.addCleanup(process.stdout.close)
+        self.addCleanup(process.wait)
+        self.addCleanup(process.kill)
+        lines = iter(process.stdout)
+        self.assertTrue(any("caps = " in line for line in lines))
+        self.program(LIDCAM, "set", "--camera", "sim", "Contrast=14")
+        self.assertTrue(any(re.search(r"lidcamsrc\d+: contrast = 14$", line) for line in lines))
+
     def test_ctrl_c_ends_a_stream_in_order(self):
         process = subprocess.Popen(["gst-launch-1.0", "-e", "lidcamsrc", "camera=sim", "!", "fdsink"],
                                    stdout=subprocess.PIPE, stderr=subprocess.DEVNULL,

@@ -353,15 +353,16 @@ std::vector<std::string> LiveObjects() {
       static_cast<std::vector<std::string>*>(list)->push_back(line);
     }
   };
-  gst_debug_remove_log_function(gst_debug_log_default);
-  gst_debug_add_log_function(collect, &objects, nullptr);
+  // In parentheses these are functions; the macros of the same names compare pointers of two kinds.
+  (gst_debug_remove_log_function)(gst_debug_log_default);
+  (gst_debug_add_log_function)(collect, &objects, nullptr);
   gst_debug_set_threshold_for_name("GST_TRACER", GST_LEVEL_TRACE);
   GList* const tracers = gst_tracing_get_active_tracers();
   g_signal_emit_by_name(tracers->data, "log-live-objects");
   g_list_free_full(tracers, gst_object_unref);
   gst_debug_unset_threshold_for_name("GST_TRACER");
-  gst_debug_remove_log_function(collect);
-  gst_debug_add_log_function(gst_debug_log_default, nullptr, nullptr);
+  (gst_debug_remove_log_function)(collect);
+  (gst_debug_add_log_function)(gst_debug_log_default, nullptr, nullptr);
   return objects;
 }
 
