@@ -25,7 +25,9 @@ class StandardOutputTest(CommandLineTest):
                 ("record", "--fast", "--frames", "2", "--json", "-o", capture),
                 ("probe", "-o", "-"), ("replay", capture, "--json"), ("replay", capture, "-o", "-"),
                 ("controls",), ("controls", "--json"), ("get",), ("get", "--json"),
-                ("set", "Contrast=11"), ("set", "--json", "Contrast=12"),
+                ("set", "Contrast=11"), ("set", "--json", "Contrast=12"), ("reset",), ("reset", "--json"),
+                ("status",), ("status", "--json"), ("doctor",), ("doctor", "--json"),
+                ("report", "-o", "-"),
                 ("registers", "read", "bridge", "0x77"),
                 ("registers", "write", "bridge", "0x77", "0x20"),
                 ("registers", "dump", "sensor"), ("registers", "trace"), ("sets", "show", sets),
@@ -47,7 +49,7 @@ class StandardOutputTest(CommandLineTest):
         tried = {arguments[0] for arguments in self.commands()}
         listed = self.lidcam("--help").split("Subcommands:\n")[1].split("\n\n")[0]
         names = set(re.findall(r"^  (\w+) ", listed, re.MULTILINE))
-        silent = {"serve"}  # has nothing for standard output, and ends on a signal only
+        silent = {"serve", "share"}  # have nothing for standard output, and end on a signal only
         self.assertEqual(tried - {"--help"}, names - silent)
 
     def test_a_full_standard_output_fails_every_command(self):
