@@ -7,6 +7,11 @@
 #include <cstring>
 #include <utility>
 
+#ifdef __clang__
+// PipeWire's calls are macros of this kind.
+#pragma clang diagnostic ignored "-Wgnu-statement-expression"
+#endif
+
 namespace lidcam::integrations::pipewire {
 namespace {
 
