@@ -168,9 +168,11 @@ def check_leaks(folder):
         judge.require(last[:2] == first[:2],
                       f"leak: the {name} has {last[0]} files and {last[1]} threads, after one replug "
                       f"{first[0]} and {first[1]}")
-        # A sample may meet a buffer of the moment: the least of several doesn't.
-        half = len(values) // 2
-        before, behind = (min(value[2] for value in part) for part in (values[:half], values[half:]))
+        # The next two fill the heap of each thread. A sample may meet a buffer of the moment: the least of several
+        # doesn't.
+        memory = [value[2] for value in values[2:]]
+        half = len(memory) // 2
+        before, behind = min(memory[:half]), min(memory[half:])
         judge.require(behind - before <= MOST_GROWTH,
                       f"leak: the {name} has {behind} KiB in the second half of the replugs, {before} in the first")
         found.append(f"{name} {before} to {behind} KiB")
