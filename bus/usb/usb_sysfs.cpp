@@ -7,6 +7,7 @@
 #include <map>
 #include <system_error>
 
+#include "base/folder_entries.h"
 #include "bus/usb_types.h"
 
 namespace lidcam::bus {
@@ -37,23 +38,11 @@ unsigned NumberOf(const std::string& text) {
   return number;
 }
 
-/// Entries of a folder; empty if it can't be read.
-std::vector<fs::path> EntriesOf(const fs::path& folder) {
-  std::vector<fs::path> entries;
-  std::error_code error;
-  for (fs::directory_iterator entry(folder, error), end; !error && entry != end;
-       entry.increment(error)) {
-    entries.push_back(entry->path());
-  }
-  std::ranges::sort(entries);
-  return entries;
-}
-
 /// The interfaces of a device: number and alternate setting in force.
 std::map<unsigned, unsigned> SettingsInForce(const fs::path& device) {
   std::map<unsigned, unsigned> settings;
   const std::string prefix = device.filename().string() + ":";
-  for (const fs::path& entry : EntriesOf(device)) {
+  for (const fs::path& entry : base::EntriesOf(device)) {
     const std::string name = entry.filename().string();
     const std::size_t dot = name.rfind('.');
     if (!name.starts_with(prefix) || dot == std::string::npos) continue;
@@ -103,7 +92,7 @@ std::uint32_t ReservedBy(const fs::path& device) {
 std::vector<std::string> DriversOf(const fs::path& device) {
   std::vector<std::string> drivers;
   const std::string prefix = device.filename().string() + ":";
-  for (const fs::path& entry : EntriesOf(device)) {
+  for (const fs::path& entry : base::EntriesOf(device)) {
     if (!entry.filename().string().starts_with(prefix)) continue;
     std::error_code error;
     const fs::path target = fs::read_symlink(entry / "driver", error);
@@ -130,7 +119,7 @@ std::vector<UsbDeviceFiles> UsbSysfs::DevicesOnBus(unsigned bus) const {
   constexpr unsigned kHubClass = 9;
   std::vector<UsbDeviceFiles> devices;
   const std::string prefix = std::to_string(bus) + "-";
-  for (const fs::path& entry : EntriesOf(devices_)) {
+  for (const fs::path& entry : base::EntriesOf(devices_)) {
     const std::string name = entry.filename().string();
     if (!name.starts_with(prefix) || name.find(':') != std::string::npos) continue;
     if (NumberOf(ReadLine(entry / "bDeviceClass")) == kHubClass) continue;
@@ -141,9 +130,9 @@ std::vector<UsbDeviceFiles> UsbSysfs::DevicesOnBus(unsigned bus) const {
 
 std::vector<std::string> UsbSysfs::UsersOf(const std::string& node) const {
   std::vector<std::string> users;
-  for (const fs::path& process : EntriesOf(processes_)) {
+  for (const fs::path& process : base::EntriesOf(processes_)) {
     if (NumberOf(process.filename().string()) == 0) continue;
-    for (const fs::path& file : EntriesOf(process / "fd")) {
+    for (const fs::path& file : base::EntriesOf(process / "fd")) {
       std::error_code error;
       if (fs::read_symlink(file, error) != node || error) continue;
       users.push_back(process.filename().string() + " (" + ReadLine(process / "comm") + ")");

@@ -9,6 +9,7 @@
 #include <optional>
 #include <system_error>
 
+#include "base/folder_entries.h"
 #include "bus/usb/plugged_device.h"
 #include "bus/usb/usb_sysfs.h"
 #include "camera_model/device/camera_identity.h"
@@ -41,17 +42,6 @@ std::optional<unsigned> ReadNumber(const fs::path& file, int base = 10) {
   return number;
 }
 
-std::vector<fs::path> EntriesOf(const fs::path& folder) {
-  std::vector<fs::path> entries;
-  std::error_code error;
-  for (fs::directory_iterator entry(folder, error), end; !error && entry != end;
-       entry.increment(error)) {
-    entries.push_back(entry->path());
-  }
-  std::ranges::sort(entries);
-  return entries;
-}
-
 fs::path DevicesOf(const Machine& machine) {
   return machine.Root / "sys/bus/usb/devices";
 }
@@ -65,7 +55,7 @@ bool IsCamera(unsigned vendor, unsigned product) {
 std::vector<bus::PluggedDevice> CamerasOf(const Machine& machine) {
   constexpr int kHexadecimal = 16;
   std::vector<bus::PluggedDevice> cameras;
-  for (const fs::path& entry : EntriesOf(DevicesOf(machine))) {
+  for (const fs::path& entry : base::EntriesOf(DevicesOf(machine))) {
     const auto vendor = ReadNumber(entry / "idVendor", kHexadecimal);
     const auto product = ReadNumber(entry / "idProduct", kHexadecimal);
     if (!vendor || !product || !IsCamera(*vendor, *product)) continue;
@@ -194,7 +184,7 @@ std::optional<std::string> FaultOf(const fs::path& file) {
 
 Finding SetFilesOf(const Machine& machine) {
   std::size_t count = 0;
-  for (const fs::path& file : EntriesOf(machine.SetFolder)) {
+  for (const fs::path& file : base::EntriesOf(machine.SetFolder)) {
     if (file.extension() != ".set") continue;
     ++count;
     if (const auto fault = FaultOf(file)) {

@@ -14,6 +14,7 @@
 #include <system_error>
 
 #include "base/file_replacement.h"
+#include "base/folder_entries.h"
 #include "library/base/command_error.h"
 
 namespace lidcam::app {
@@ -75,14 +76,8 @@ bool IsNumberedName(const OutputRole& series, std::string_view name) {
 
 /// The names in an output's folder; none for standard output, or if it can't be read.
 std::vector<fs::path> Neighbours(const OutputRole& output) {
-  std::vector<fs::path> names;
-  if (output.Path == "-") return names;
-  std::error_code error;
-  for (fs::directory_iterator entry(FolderOf(base::FollowLink(output.Path)), error), end;
-       !error && entry != end; entry.increment(error)) {
-    names.push_back(entry->path());
-  }
-  return names;
+  if (output.Path == "-") return {};
+  return base::EntriesOf(FolderOf(base::FollowLink(output.Path)));
 }
 
 /// The files of an output, existing or not: of a series, the existing pictures.
