@@ -6,35 +6,14 @@
 
 #include "base/time_units.h"
 #include "driver/core/control/camera_lifecycle.h"
-#include "driver/core/control/stream_modes.h"
 #include "driver/frame/delivery/frame_delivery.h"
+#include "library/frames/stream_format.h"
 
 namespace lidcam::app {
 namespace {
 
 // Room behind the frames of a recording for those that are longer than most.
 constexpr std::uint32_t kRawBufferMargin = 4096;
-
-// 30 frames a second, as the camera's formats say it.
-constexpr Time100ns kFrameInterval100ns = 333333;
-
-FormatRequest RequestFor(PictureSize size) {
-  return {
-      .Width = size.Width,
-      .Height = size.Height,
-      .BitCount = 16,
-      .Compression = kFourccYuy2,
-      .ImageSize = static_cast<std::uint32_t>(size.Yuy2Bytes()),
-      .Spare = 0,
-      .AvgTimePerFrame = kFrameInterval100ns,
-      .AlternateSetting = 0,
-  };
-}
-
-void NegotiateSize(CameraContext& context, PictureSize size, std::uint32_t& rawBufferSize) {
-  std::uint8_t widestSetting = 0;
-  NegotiateFormat(context, RequestFor(size), rawBufferSize, widestSetting);
-}
 
 }  // namespace
 
@@ -66,8 +45,7 @@ bool IsGoodRawFrame(const CameraContext& context, std::uint32_t rawBytes) {
 
 std::uint32_t SetRecordedFormat(CameraContext& context, PictureSize delivered, PictureSize raw,
                                 std::uint32_t rawFrameSize) {
-  std::uint32_t bufferSize = 0;
-  NegotiateSize(context, delivered, bufferSize);
+  const std::uint32_t bufferSize = DeliverAs(context, delivered);
   context.RawSizeMode = RawSizeModeOf(raw);
   context.RawFrameSize = rawFrameSize;
   return std::max(bufferSize, rawFrameSize + kRawBufferMargin);

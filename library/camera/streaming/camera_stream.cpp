@@ -5,9 +5,9 @@
 #include <utility>
 
 #include "base/time_units.h"
-#include "driver/core/control/stream_modes.h"
 #include "library/base/command_error.h"
 #include "library/camera/core_camera.h"
+#include "library/frames/stream_format.h"
 #include "platform/host/nt/system/status_words.h"
 #include "testbed/worlds.h"
 
@@ -23,9 +23,6 @@ constexpr LONGLONG kSettlingTime = 100 * base::kUnitsPerMillisecond;
 
 // Longer than any recovery takes.
 constexpr LONGLONG kLongestStandstill = 20 * base::kUnitsPerSecond;
-
-// 30 frames a second, as the camera's formats say it.
-constexpr Time100ns kFrameInterval = 333333;
 
 std::string SizeText(const StreamSize& size) {
   return "size " + ToString(size.Delivered) + (size.Raw ? " from " + ToString(*size.Raw) : "");
@@ -73,23 +70,6 @@ PictureSize RawSizeFor(const OpenedCamera& opened, const StreamSize& size) {
                        " has no known frame size: it can't be streamed");
   }
   return *rawSize;
-}
-
-// The raw buffers fit any size.
-void DeliverAs(CameraContext& context, PictureSize size) {
-  const FormatRequest request{
-      .Width = size.Width,
-      .Height = size.Height,
-      .BitCount = 16,
-      .Compression = kFourccYuy2,
-      .ImageSize = static_cast<std::uint32_t>(size.Yuy2Bytes()),
-      .Spare = 0,
-      .AvgTimePerFrame = kFrameInterval,
-      .AlternateSetting = 0,
-  };
-  std::uint32_t bufferSize = 0;
-  std::uint8_t widestSetting = 0;
-  NegotiateFormat(context, request, bufferSize, widestSetting);
 }
 
 std::uint64_t MicroframesOf(std::chrono::microseconds time) {
