@@ -91,7 +91,7 @@ ControlValues ReadValues(const nlohmann::json& values) {
   return controls;
 }
 
-/// The controls of these names; all if there is none.
+/// The controls of these names; all controls if no name is given.
 std::vector<const CameraControl*> ControlsNamed(const std::vector<std::string>& names) {
   std::vector<const CameraControl*> controls;
   for (const std::string& name : names) controls.push_back(&FindControl(name));
