@@ -12,7 +12,7 @@
 #include <thread>
 #include <vector>
 
-#include "apps/lidcam/frames/frame_log.h"
+#include "library/frames/frame_row.h"
 #include "camera_model/bus_adapter/simulated_bus.h"
 #include "camera_model/optics/light_schedule.h"
 #include "camera_model/scene/scene.h"
