@@ -4,7 +4,7 @@
 #include <string>
 
 #include "library/base/command_error.h"
-#include "library/camera/core_camera.h"
+#include "library/camera/camera_identity.h"
 #include "library/camera/plugged_camera.h"
 #include "platform/host/nt/system/status_words.h"
 #include "testbed/worlds.h"

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <numeric>
 #include <optional>
 #include <span>
@@ -16,8 +17,8 @@
 #include "driver/sensor/controls/image_controls.h"
 #include "library/base/command_error.h"
 #include "library/camera/bus_gates.h"
-#include "library/camera/core_camera.h"
 #include "library/camera/opened_camera.h"
+#include "library/camera/started_camera.h"
 #include "library/settings/trace_observer.h"
 #include "platform/host/nt/system/debug_print.h"
 
@@ -40,12 +41,21 @@ constexpr std::array kChoices = {
     ExposureSettings{0, Flicker50Hz, 1}, ExposureSettings{0, FlickerOff, 1},
 };
 
-// The camera's record saves its settings when it is destroyed.
+void Give(CameraContext& camera, const ExposureSettings& settings) {
+  camera.AutoExposure = settings.AutoExposure;
+  camera.Flicker = settings.Flicker;
+  camera.LDMode = settings.LightMode;
+}
+
+/// One run of the driver, from plug-in to unplugging, in virtual time of its own.
+void Run(bus::UsbBus& bus, const std::u16string& driverKey,
+         const std::function<void(CameraContext& camera)>& use) {
+  RunInVirtualTime([&] { WithStartedCamera(bus, use, driverKey); });
+}
+
+// The driver saves its settings when it stops the hardware.
 void Store(bus::UsbBus& bus, const std::u16string& driverKey, const ExposureSettings& settings) {
-  CoreCamera camera(bus, driverKey);
-  camera.Context().AutoExposure = settings.AutoExposure;
-  camera.Context().Flicker = settings.Flicker;
-  camera.Context().LDMode = settings.LightMode;
+  Run(bus, driverKey, [&](CameraContext& camera) { Give(camera, settings); });
 }
 
 /// The widest setting that the recorded host selected successfully.
@@ -107,25 +117,28 @@ void Change(CameraContext& context, const ExposureSettings& to) {
   }
 }
 
-/// The driver's requests with the settings in the registry, and with those that an application
-/// changes before the first frame.
+/// The driver's requests with the settings in the registry, `stored`, and with those that an application
+/// changes before the first frame. The registry's stay.
 BringUp OwnBringUp(bus::CaptureBus& bus, const std::u16string& driverKey,
-                   const ExposureSettings& changed) {
+                   const ExposureSettings& stored, const ExposureSettings& changed) {
   bus.ForgetRequests();
   RequestKeeper keeper(bus);
-  CoreCamera camera(keeper, driverKey);
-  BringUp own{.Creation = keeper.Take(), .Start = {}};
-  MarkStreaming(camera.Context());
-  SelectStreamMode(camera.Context(), {.Width = 640,
-                                      .Height = 480,
-                                      .BitCount = 16,
-                                      .Compression = kFourccYuy2,
-                                      .ImageSize = 640 * 480 * 2,
-                                      .Spare = 0,
-                                      .AvgTimePerFrame = 0,
-                                      .AlternateSetting = GivenSetting(bus)});
-  Change(camera.Context(), changed);
-  own.Start = keeper.Take();
+  BringUp own;
+  Run(keeper, driverKey, [&](CameraContext& camera) {
+    own.Creation = keeper.Take();
+    MarkStreaming(camera);
+    SelectStreamMode(camera, {.Width = 640,
+                              .Height = 480,
+                              .BitCount = 16,
+                              .Compression = kFourccYuy2,
+                              .ImageSize = 640 * 480 * 2,
+                              .Spare = 0,
+                              .AvgTimePerFrame = 0,
+                              .AlternateSetting = GivenSetting(bus)});
+    Change(camera, changed);
+    own.Start = keeper.Take();
+    Give(camera, stored);
+  });
   return own;
 }
 
@@ -183,11 +196,11 @@ struct RecordedSensor {
 };
 
 RecordedSensor SensorOf(bus::CaptureBus& bus, const std::u16string& driverKey) {
-  AnswerWatch watch(bus);
+  RecordedDevice plugged(bus);
+  AnswerWatch watch(plugged);
   RecordedSensor sensor;
   try {
-    CoreCamera camera(watch, driverKey);
-    sensor.Type = camera.Context().SensorType;
+    Run(watch, driverKey, [&](CameraContext& camera) { sensor.Type = camera.SensorType; });
   } catch (const CommandError&) {
     // A bring-up that failed when it was recorded also fails in the stream, which reports it.
   }
@@ -200,9 +213,9 @@ void Adopt(bus::CaptureBus& bus, const std::u16string& driverKey) {
   const ExposureSettings* best = nullptr;
   std::pair<std::size_t, std::size_t> least;
   for (const ExposureSettings& stored : kChoices) {
+    Store(bus, driverKey, stored);
     for (const ExposureSettings& changed : kChoices) {
-      Store(bus, driverKey, stored);
-      const auto distance = Distance(OwnBringUp(bus, driverKey, changed), recorded);
+      const auto distance = Distance(OwnBringUp(bus, driverKey, stored, changed), recorded);
       if (best != nullptr && distance >= least) continue;
       best = &changed;
       least = distance;
@@ -218,11 +231,9 @@ bool AdoptRecordedSettings(bus::CaptureBus& bus, const std::u16string& driverKey
   const host::DebugPrintCapture debug;
   RecordedSensor sensor;
   try {
-    RunInVirtualTime([&] {
-      sensor = SensorOf(bus, driverKey);
-      // All others expose by themselves, and discard nothing.
-      if (sensor.IsRecorded && sensor.Type == SensorTypeVGA0708) Adopt(bus, driverKey);
-    });
+    sensor = SensorOf(bus, driverKey);
+    // All others expose by themselves, and discard nothing.
+    if (sensor.IsRecorded && sensor.Type == SensorTypeVGA0708) Adopt(bus, driverKey);
   } catch (const CommandError&) {
     // A failed bring-up also fails in the stream, which reports it.
   }

@@ -2,7 +2,7 @@
 
 #include "library/base/command_error.h"
 #include "library/camera/bus_gates.h"
-#include "library/camera/core_camera.h"
+#include "library/camera/camera_identity.h"
 #include "platform/host/nt/system/status_words.h"
 #include "testbed/transport_testbed.h"
 
@@ -19,11 +19,13 @@ bus::UsbDeviceInfo Enumerate(bus::UsbBus& bus) {
 
 }  // namespace
 
-void WithStartedCamera(bus::UsbBus& bus, const std::function<void(CameraContext& camera)>& use) {
+void WithStartedCamera(bus::UsbBus& bus, const std::function<void(CameraContext& camera)>& use,
+                       const std::u16string& driverKey) {
   const bus::UsbDeviceInfo device = Enumerate(bus);
   RecordedDevice plugged(bus);
   testbed::WithTransportTestbed(
-      plugged, {.DriverKey = DriverKeyOf(device)}, [&](testbed::TransportTestbed& camera) {
+      plugged, {.DriverKey = driverKey.empty() ? DriverKeyOf(device) : driverKey},
+      [&](testbed::TransportTestbed& camera) {
         const NTSTATUS status = camera.Start();
         if (!NT_SUCCESS(status)) {
           throw CommandError("camera " + IdentityText(device) +

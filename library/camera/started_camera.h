@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <string>
 
 #include "bus/usb_bus.h"
 #include "driver/core/record/camera_context.h"
@@ -12,6 +13,9 @@ namespace lidcam::app {
 /// world of the bus's time.
 ///
 /// Throws CommandError if the device does not answer or the camera doesn't come up.
-void WithStartedCamera(bus::UsbBus& bus, const std::function<void(CameraContext& camera)>& use);
+///
+/// @param driverKey  where its settings are in the registry; empty: the key of its identity
+void WithStartedCamera(bus::UsbBus& bus, const std::function<void(CameraContext& camera)>& use,
+                       const std::u16string& driverKey = {});
 
 }  // namespace lidcam::app

@@ -6,7 +6,7 @@
 
 #include "bus/usb/usb_host.h"
 #include "library/base/command_error.h"
-#include "library/camera/core_camera.h"
+#include "library/camera/camera_identity.h"
 #include "library/camera/faulty_port.h"
 #include "library/camera/plugged_camera.h"
 #include "library/settings/environment_turn.h"

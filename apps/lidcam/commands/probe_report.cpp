@@ -11,9 +11,10 @@
 #include "bus/usb/usb_sysfs.h"
 #include "driver/sensor/registers/register_access.h"
 #include "library/base/command_error.h"
-#include "library/camera/core_camera.h"
+#include "library/camera/camera_identity.h"
 #include "library/camera/opened_camera.h"
 #include "library/camera/plugged_camera.h"
+#include "library/camera/started_camera.h"
 #include "library/settings/trace_observer.h"
 
 namespace lidcam::app {
@@ -66,14 +67,14 @@ void Count(const std::vector<bus::IsochronousPacket>& packets,
   }
 }
 
-std::string RegisterTable(CoreCamera& camera, bool isSensor) {
+std::string RegisterTable(CameraContext& camera, bool isSensor) {
   std::string text;
   for (unsigned number = 0; number < 0xFF; ++number) {
     if (number % 16 == 0) text += Format("%s  FF%02X ", number == 0 ? "" : "\n", number);
     const auto address = static_cast<RegisterAddress>(0xFF00U + number);
     std::uint8_t value = 0;
-    const Status status = isSensor ? ReadSensorRegister(camera.Context(), address, value)
-                                   : ReadBridgeRegister(camera.Context(), address, value);
+    const Status status = isSensor ? ReadSensorRegister(camera, address, value)
+                                   : ReadBridgeRegister(camera, address, value);
     text += status == 0 ? Format(" %02X", unsigned{value}) : std::string(" ??");
   }
   return text;
@@ -137,13 +138,16 @@ void ProbeReport::AddRegisters() {
     std::optional<TraceObserver> observer(std::in_place, [&trace](std::string_view line) {
       trace.append("  ").append(line).append("\n");
     });
-    CoreCamera camera(bus_);
-    observer.reset();
-    AddLine("  sensor " + std::string(SensorName(camera.Context().SensorType)));
-    AddLine("  bridge");
-    AddLine(RegisterTable(camera, false));
-    AddLine("  sensor");
-    AddLine(RegisterTable(camera, true));
+    RunInTimeOf(choice_, [&] {
+      WithStartedCamera(bus_, [&](CameraContext& camera) {
+        observer.reset();
+        AddLine("  sensor " + std::string(SensorName(camera.SensorType)));
+        AddLine("  bridge");
+        AddLine(RegisterTable(camera, false));
+        AddLine("  sensor");
+        AddLine(RegisterTable(camera, true));
+      });
+    });
   } catch (const CommandError& error) {
     AddFailure("bring-up", error.what());
   }

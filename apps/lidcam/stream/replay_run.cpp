@@ -14,7 +14,7 @@
 #include "bus/capture/replay/isochronous_packet_reader.h"
 #include "library/base/command_error.h"
 #include "library/base/interrupt.h"
-#include "library/camera/core_camera.h"
+#include "library/camera/camera_identity.h"
 #include "library/camera/recorded_settings.h"
 
 namespace lidcam::app {

@@ -5,7 +5,7 @@
 
 #include "camera_model/bus_adapter/simulated_bus.h"
 #include "driver/core/control/stream_modes.h"
-#include "library/camera/core_camera.h"
+#include "library/camera/camera_identity.h"
 #include "library/camera/opened_camera.h"
 #include "library/camera/started_camera.h"
 #include "library/settings/stream_size.h"
