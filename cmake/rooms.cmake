@@ -119,7 +119,7 @@ function(lidcam_rooms)
   find_package(PNG REQUIRED)
   find_package(JPEG REQUIRED)
   add_library(lidcam_rooms_libraries INTERFACE)
-  target_link_libraries(lidcam_rooms_libraries INTERFACE PNG::PNG JPEG::JPEG pcap archive Threads::Threads
+  target_link_libraries(lidcam_rooms_libraries INTERFACE PNG::PNG JPEG::JPEG Threads::Threads
     $<TARGET_NAME_IF_EXISTS:Boost::context>
     $<TARGET_NAME_IF_EXISTS:PkgConfig::LIBUSB> $<TARGET_NAME_IF_EXISTS:PkgConfig::USBREDIRPARSER>
     $<TARGET_NAME_IF_EXISTS:PkgConfig::LIBAV> $<TARGET_NAME_IF_EXISTS:PkgConfig::LIBEXIF>

@@ -44,6 +44,16 @@ class InstallTest(unittest.TestCase):
         self.assertEqual(sorted(os.listdir(self.path("elsewhere"))),
                          ["card-0001.png", "card-0002.png"])
 
+    def test_the_installed_program_finds_its_modules(self):
+        program = self.install()
+        modules = [name for _, _, names in os.walk(self.path("prefix/lib")) for name in names
+                   if name.startswith("lidcam-") and name.endswith(".so")]
+        if "lidcam-film.so" not in modules:
+            self.skipTest("built without films")
+        film = self.path("clip.mkv")
+        run(program, "stream", "--fast", "--frames", "2", "-o", film, env={"HOME": self.folder})
+        self.assertGreater(os.path.getsize(film), 1000)
+
     def test_the_udev_rule_gives_every_identity_to_users_before_seats_are_looked_at(self):
         folder = os.path.join(self.installed, "lib/udev/rules.d")
         (name,) = os.listdir(folder)

@@ -7,6 +7,7 @@
 #include <map>
 #include <system_error>
 
+#include "base/file_users.h"
 #include "base/folder_entries.h"
 #include "bus/usb_types.h"
 
@@ -130,14 +131,8 @@ std::vector<UsbDeviceFiles> UsbSysfs::DevicesOnBus(unsigned bus) const {
 
 std::vector<std::string> UsbSysfs::UsersOf(const std::string& node) const {
   std::vector<std::string> users;
-  for (const fs::path& process : base::EntriesOf(processes_)) {
-    if (NumberOf(process.filename().string()) == 0) continue;
-    for (const fs::path& file : base::EntriesOf(process / "fd")) {
-      std::error_code error;
-      if (fs::read_symlink(file, error) != node || error) continue;
-      users.push_back(process.filename().string() + " (" + ReadLine(process / "comm") + ")");
-      break;
-    }
+  for (const base::FileUser& user : base::UsersOf(node, processes_)) {
+    users.push_back(std::to_string(user.Process) + " (" + user.Program + ")");
   }
   return users;
 }

@@ -7,9 +7,11 @@
 
 #include <array>
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <optional>
+
+#include "base/run_time_folder.h"
 
 namespace lidcam::integrations {
 namespace {
@@ -43,9 +45,9 @@ void WriteLine(int file, const std::string& line) {
 }  // namespace
 
 ShareLock::ShareLock(const CameraDescription& camera, const std::string& way) {
-  const char* const runtime = std::getenv("XDG_RUNTIME_DIR");
-  if (runtime == nullptr || *runtime == '\0') return;
-  file_ = OpenFile(fs::path(runtime) / "lidcam" / (camera.Unit + ".share"));
+  const std::optional<fs::path> path = base::RunTimeFile(camera.Unit + ".share");
+  if (!path) return;
+  file_ = OpenFile(*path);
   if (flock(file_, LOCK_EX | LOCK_NB) == 0) {
     WriteLine(file_, "process " + std::to_string(getpid()) + " " + way + "\n");
     return;

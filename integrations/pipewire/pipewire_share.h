@@ -14,4 +14,8 @@ void ShareWithPipeWire(const CameraAddress& address,
                        const std::function<void(const std::string& line)>& tell,
                        const std::function<bool()>& isEnding);
 
+/// The module's function that does so.
+inline constexpr const char* kShareWithPipeWire = "lidcam_share_with_pipewire";
+using ShareWithPipeWireFunction = decltype(ShareWithPipeWire);
+
 }  // namespace lidcam::integrations::pipewire

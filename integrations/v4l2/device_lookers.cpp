@@ -2,16 +2,13 @@
 
 #include <poll.h>
 #include <sys/inotify.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <charconv>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <system_error>
 
 #include "integrations/camera/camera_description.h"
@@ -42,39 +39,6 @@ int Watch(const std::string& path) {
   throw ShareError("who looks at '" + path + "' cannot be watched: " + reason);
 }
 
-bool IsSameFile(const struct stat& one, const struct stat& other) {
-  if (S_ISCHR(one.st_mode)) return S_ISCHR(other.st_mode) && one.st_rdev == other.st_rdev;
-  return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
-}
-
-/// Whether a process has a file open. One that ends meanwhile, or belongs to somebody else, has not.
-bool HasOpen(const fs::path& process, const fs::path& name, const struct stat& file) {
-  std::error_code error;
-  for (fs::directory_iterator entry(process / "fd", error), end; !error && entry != end;
-       entry.increment(error)) {
-    // By the name first: to ask for the file behind a descriptor may take long where that is on a network.
-    std::error_code gone;
-    if (fs::read_symlink(entry->path(), gone).filename() != name || gone) continue;
-    struct stat opened {};
-    if (stat(entry->path().c_str(), &opened) == 0 && IsSameFile(file, opened)) return true;
-  }
-  return false;
-}
-
-std::optional<int> ProcessNumber(const fs::path& folder) {
-  const std::string name = folder.filename();
-  int number = 0;
-  const auto [end, error] = std::from_chars(name.data(), name.data() + name.size(), number);
-  if (error != std::errc{} || end != name.data() + name.size()) return std::nullopt;
-  return number;
-}
-
-std::string ProgramOf(const fs::path& process) {
-  std::string program;
-  std::getline(std::ifstream(process / "comm"), program);
-  return program;
-}
-
 }  // namespace
 
 DeviceLookers::DeviceLookers(const std::string& path)
@@ -84,7 +48,7 @@ DeviceLookers::~DeviceLookers() {
   close(watch_);
 }
 
-std::optional<std::vector<DeviceLooker>> DeviceLookers::AwaitChange(
+std::optional<std::vector<base::FileUser>> DeviceLookers::AwaitChange(
     std::chrono::milliseconds limit) {
   const Clock::time_point end = Clock::now() + limit;
   while (true) {
@@ -96,26 +60,16 @@ std::optional<std::vector<DeviceLooker>> DeviceLookers::AwaitChange(
     if (ready > 0 && TakeEvents() && !scanAt_) scanAt_ = Clock::now() + kSettled;
     if (scanAt_ && Clock::now() >= *scanAt_) {
       scanAt_.reset();
-      std::vector<DeviceLooker> now = Scan();
+      std::vector<base::FileUser> now = Scan();
       if (now != lookers_) return lookers_ = std::move(now);
     }
     if (Clock::now() >= end) return std::nullopt;
   }
 }
 
-std::vector<DeviceLooker> DeviceLookers::Scan() const {
-  std::vector<DeviceLooker> lookers;
-  struct stat file {};
-  if (stat(path_.c_str(), &file) != 0) return lookers;
-  const fs::path name = fs::path(path_).filename();
-  std::error_code error;
-  for (fs::directory_iterator entry("/proc", error), end; !error && entry != end;
-       entry.increment(error)) {
-    const std::optional<int> process = ProcessNumber(entry->path());
-    if (!process || *process == getpid() || !HasOpen(entry->path(), name, file)) continue;
-    lookers.push_back({.Process = *process, .Program = ProgramOf(entry->path())});
-  }
-  std::ranges::sort(lookers, {}, &DeviceLooker::Process);
+std::vector<base::FileUser> DeviceLookers::Scan() const {
+  std::vector<base::FileUser> lookers = base::UsersOf(path_);
+  std::erase_if(lookers, [](const base::FileUser& user) { return user.Process == getpid(); });
   return lookers;
 }
 

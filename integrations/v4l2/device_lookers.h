@@ -5,15 +5,9 @@
 #include <string>
 #include <vector>
 
+#include "base/file_users.h"
+
 namespace lidcam::integrations::v4l2 {
-
-/// A process that has a device open.
-struct DeviceLooker {
-  int Process = 0;
-  std::string Program;  ///< at most 15 characters, as Linux keeps it
-
-  bool operator==(const DeviceLooker&) const = default;
-};
 
 /// Who else has a device node open.
 ///
@@ -33,16 +27,16 @@ class DeviceLookers {
   ///
   /// @return who looks now, by process number, if somebody has come or gone; nothing if the time limit is over or a
   ///         signal came
-  [[nodiscard]] std::optional<std::vector<DeviceLooker>> AwaitChange(
+  [[nodiscard]] std::optional<std::vector<base::FileUser>> AwaitChange(
       std::chrono::milliseconds limit);
 
  private:
-  [[nodiscard]] std::vector<DeviceLooker> Scan() const;
+  [[nodiscard]] std::vector<base::FileUser> Scan() const;
   bool TakeEvents();
 
   const std::string path_;
   const int watch_;
-  std::vector<DeviceLooker> lookers_;
+  std::vector<base::FileUser> lookers_;
   std::optional<Clock::time_point> scanAt_;
 };
 

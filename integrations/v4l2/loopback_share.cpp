@@ -75,9 +75,9 @@ void RequireSize(const PictureSize& size, const std::vector<PictureSize>& sizes)
 }
 
 /// "ffmpeg (1234)", one each.
-std::vector<std::string> NamesOf(const std::vector<DeviceLooker>& lookers) {
+std::vector<std::string> NamesOf(const std::vector<base::FileUser>& lookers) {
   std::vector<std::string> names;
-  for (const DeviceLooker& looker : lookers) {
+  for (const base::FileUser& looker : lookers) {
     names.push_back(looker.Program + " (" + std::to_string(looker.Process) + ")");
   }
   return names;

@@ -3,28 +3,11 @@
 #include <gst/rtsp-server/rtsp-server.h>
 
 #include <atomic>
-#include <cstdint>
-#include <functional>
 #include <memory>
-#include <optional>
-#include <string>
+
+#include "serve/rtsp/rtsp_service.h"
 
 namespace lidcam::serve::rtsp {
-
-/// How pictures are sent.
-enum class Codec { H264, MotionJpeg };
-
-/// What viewers get.
-struct CameraMedia {
-  std::string Camera;                 ///< as `--camera` takes it
-  std::optional<std::string> Faults;  ///< as `--faults` takes them
-  std::uint32_t Width = 640;
-  std::uint32_t Height = 480;
-  Codec Encoding = Codec::H264;
-};
-
-/// Receives what happens to the camera, as lines for a person, on any thread.
-using Tell = std::function<void(const std::string& line)>;
 
 /// How many pipelines with the camera there are: one while there are viewers.
 using MediaCount = std::shared_ptr<std::atomic<int>>;

@@ -12,12 +12,6 @@
 
 namespace lidcam::serve::rtsp {
 
-/// Who may see the camera.
-struct Viewer {
-  std::string User;
-  std::string Password;
-};
-
 /// Serves one camera to any number of viewers, at the path `/camera`.
 class RtspServer {
  public:

@@ -15,8 +15,9 @@
 #include "library/base/interrupt.h"
 #include "library/settings/stream_size.h"
 #ifdef LIDCAM_HAS_RTSP
+#include "apps/lidcam/modules/module.h"
 #include "library/lidcam.h"
-#include "serve/rtsp/rtsp_server.h"
+#include "serve/rtsp/rtsp_service.h"
 #endif
 
 namespace lidcam::app {
@@ -87,18 +88,24 @@ void PrintLine(const std::string& line) {
   std::fprintf(stderr, "lidcam: %s\n", line.c_str());
 }
 
-serve::rtsp::RtspServer NewServer(const ServeRtspCommand& command, serve::Listener listener,
-                                  const std::optional<serve::rtsp::Viewer>& viewer) {
-  try {
-    return serve::rtsp::RtspServer(std::move(listener), MediaOf(command), viewer, PrintLine);
-  } catch (const std::runtime_error& error) {
-    throw CommandError(std::string("serve rtsp: ") + error.what());
-  }
+serve::rtsp::RtspService ServiceOf(const ServeRtspCommand& command,
+                                   const std::optional<serve::rtsp::Viewer>& viewer) {
+  return {.Media = MediaOf(command),
+          .OnlyViewer = viewer,
+          .Log = PrintLine,
+          .IsServing =
+              [&command](const std::string& address) {
+                if (command.Common.Output.IsQuiet) return;
+                PrintLine("camera '" + command.Common.Camera.Camera + "' is served at " + address);
+              },
+          .IsOver = IsInterrupted};
 }
 
 void RunServeRtsp(ServeRtspCommand& command) {
   const std::optional<serve::rtsp::Viewer> viewer = ViewerOf(command);
   MediaOf(command);
+  const auto serve = FunctionOfModule<serve::rtsp::ServeRtspFunction>("serve rtsp", kRtspModule,
+                                                                      serve::rtsp::kServeRtsp);
   serve::Listener listener = ListenOn(command.Address);
   if (listener.IsReachable() && !viewer) {
     throw UsageError("serve rtsp: " + listener.Name() +
@@ -106,11 +113,11 @@ void RunServeRtsp(ServeRtspCommand& command) {
   }
   ChooseCamera(command.Common);
   TryCamera(command.Common.Camera.Camera);
-  serve::rtsp::RtspServer server = NewServer(command, std::move(listener), viewer);
-  if (!command.Common.Output.IsQuiet) {
-    PrintLine("camera '" + command.Common.Camera.Camera + "' is served at " + server.Address());
+  try {
+    serve(listener, ServiceOf(command, viewer));
+  } catch (const std::runtime_error& error) {
+    throw CommandError(std::string("serve rtsp: ") + error.what());
   }
-  server.Run(IsInterrupted);
 }
 
 #else

@@ -13,6 +13,7 @@
 #include "library/base/interrupt.h"
 #include "library/settings/stream_size.h"
 #ifdef LIDCAM_HAS_PIPEWIRE
+#include "apps/lidcam/modules/module.h"
 #include "integrations/pipewire/pipewire_share.h"
 #endif
 
@@ -32,7 +33,11 @@ void ShareThroughPipeWire(const ShareCommand& command,
     throw UsageError("share: --size belongs to --v4l2: PipeWire's applications choose their own");
   }
 #ifdef LIDCAM_HAS_PIPEWIRE
-  integrations::pipewire::ShareWithPipeWire(command.Address, tell, IsInterrupted);
+  using integrations::pipewire::kShareWithPipeWire;
+  using integrations::pipewire::ShareWithPipeWireFunction;
+  const auto share =
+      FunctionOfModule<ShareWithPipeWireFunction>("share", kPipeWireModule, kShareWithPipeWire);
+  share(command.Address, tell, IsInterrupted);
 #else
   throw CommandError(
       "share: this lidcam was built without libpipewire-0.3; --v4l2 DEVICE does without it");

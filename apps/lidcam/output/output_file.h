@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "apps/lidcam/output/byte_output.h"
 #include "base/file_replacement.h"
 
 namespace lidcam::app {
@@ -16,34 +17,22 @@ namespace lidcam::app {
 /// Bytes go to a temporary file in the same folder, which other programs see locked; Commit() flushes
 /// and renames it. Destroyed before that, it leaves nothing behind. Standard output ("-") and devices or
 /// pipes under the name are written to directly.
-class OutputFile {
+class OutputFile final : public ByteOutput {
  public:
   /// Throws CommandError if the file can't be made.
   explicit OutputFile(std::string path);
-  OutputFile(const OutputFile&) = delete;
-  OutputFile& operator=(const OutputFile&) = delete;
-  ~OutputFile();
+  ~OutputFile() override;
 
-  /// Appends. Throws CommandError, naming the path, if not every byte was taken; so it does when the
-  /// reader of a pipe takes nothing and the end of the program is requested.
-  void Write(std::span<const std::uint8_t> bytes);
+  void Write(std::span<const std::uint8_t> bytes) override;
   void Write(std::string_view text);
 
-  /// Whether bytes that were written can be replaced later.
-  [[nodiscard]] bool IsSeekable() const { return replacement_.IsOpen(); }
-  /// Bytes that were appended.
-  [[nodiscard]] std::int64_t Size() const { return written_; }
-  /// Replaces bytes that were written, all of which lie within Size(). Throws as Write() does.
-  void Overwrite(std::int64_t at, std::span<const std::uint8_t> bytes);
+  [[nodiscard]] bool IsSeekable() const override { return replacement_.IsOpen(); }
+  [[nodiscard]] std::int64_t Size() const override { return written_; }
+  void Overwrite(std::int64_t at, std::span<const std::uint8_t> bytes) override;
+  void MarkWhole() override;
+  void Commit() override;
 
-  /// What was written up to here can stand alone: Commit() keeps it even if a later write fails.
-  void MarkWhole();
-
-  /// Completes the file. After a failed write it keeps what was marked as whole, and nothing without a
-  /// mark. Throws CommandError if any byte of it did not reach its place.
-  void Commit();
-
-  [[nodiscard]] const std::string& Path() const { return path_; }
+  [[nodiscard]] const std::string& Path() const override { return path_; }
 
  private:
   /// Appends as far as possible.

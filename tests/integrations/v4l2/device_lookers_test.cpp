@@ -29,7 +29,7 @@ class DeviceLookersTest : public ::testing::Test {
 TEST_F(DeviceLookersTest, AProcessThatHasTheDeviceOpenIsNamedUntilItEnds) {
   DeviceLookers lookers(loopback_.Path());
   auto other = std::make_unique<OtherProcess>(loopback_.Path());
-  const DeviceLooker expected{.Process = other->Number(), .Program = "sleep"};
+  const base::FileUser expected{.Process = other->Number(), .Program = "sleep"};
   auto now = lookers.AwaitChange(seconds{20});
   ASSERT_TRUE(now.has_value());
   EXPECT_THAT(*now, ElementsAre(expected));

@@ -36,18 +36,18 @@ void RequireAv(int result, const std::string& path, const std::string& what) {
   throw CommandError("output '" + path + "': " + what + ": " + reason.data());
 }
 
-FilmFile::FilmFile(const std::string& path, const char* format, bool flushesEach)
-    : file_(path), flushesEach_(flushesEach) {
+FilmFile::FilmFile(std::unique_ptr<ByteOutput> file, const char* format, bool flushesEach)
+    : file_(std::move(file)), flushesEach_(flushesEach) {
   KeepLibraryQuiet();
-  RequireAv(avformat_alloc_output_context2(&format_, nullptr, format, nullptr), path,
+  RequireAv(avformat_alloc_output_context2(&format_, nullptr, format, nullptr), Path(),
             "no such container");
   auto* const buffer = static_cast<std::uint8_t*>(av_malloc(kAccessBuffer));
   access_ = avio_alloc_context(buffer, kAccessBuffer, 1, this, nullptr, TakeBytes,
-                               file_.IsSeekable() ? MoveTo : nullptr);
+                               file_->IsSeekable() ? MoveTo : nullptr);
   if (access_ == nullptr) {
     av_free(buffer);
     avformat_free_context(format_);
-    RequireAv(AVERROR(ENOMEM), path, "the container can't be made");
+    RequireAv(AVERROR(ENOMEM), Path(), "the container can't be made");
   }
   format_->pb = access_;
   // Equal frames give equal bytes: no random numbers, no version of the library.
@@ -88,7 +88,7 @@ void FilmFile::Write(AVPacket& packet, int ticksNumerator, int ticksDenominator)
   if (result >= 0 && flushesEach_) result = av_write_frame(format_, nullptr);
   avio_flush(access_);
   Require(result, "a frame can't be written");
-  file_.MarkWhole();
+  file_->MarkWhole();
 }
 
 void FilmFile::Finish() {
@@ -96,9 +96,9 @@ void FilmFile::Finish() {
     const int result = av_write_trailer(format_);
     avio_flush(access_);
     Require(result, "the end can't be written");
-    file_.MarkWhole();
+    file_->MarkWhole();
   }
-  file_.Commit();
+  file_->Commit();
 }
 
 int FilmFile::TakeBytes(void* self, std::uint8_t* bytes, int count) {
@@ -116,22 +116,22 @@ int FilmFile::TakeBytes(void* self, std::uint8_t* bytes, int count) {
 
 void FilmFile::Take(const std::uint8_t* bytes, std::size_t count) {
   std::span<const std::uint8_t> rest(bytes, count);
-  const std::int64_t behind = file_.Size() - position_;
+  const std::int64_t behind = file_->Size() - position_;
   const auto replaced = static_cast<std::size_t>(
       std::clamp<std::int64_t>(behind, 0, static_cast<std::int64_t>(count)));
-  if (replaced > 0) file_.Overwrite(position_, rest.first(replaced));
+  if (replaced > 0) file_->Overwrite(position_, rest.first(replaced));
   rest = rest.subspan(replaced);
-  if (!rest.empty()) file_.Write(rest);
+  if (!rest.empty()) file_->Write(rest);
   position_ += static_cast<std::int64_t>(count);
 }
 
 std::int64_t FilmFile::MoveTo(void* self, std::int64_t offset, int whence) {
   auto& film = *static_cast<FilmFile*>(self);
-  if (whence == AVSEEK_SIZE) return film.file_.Size();
+  if (whence == AVSEEK_SIZE) return film.file_->Size();
   std::int64_t place = offset;
   if (whence == SEEK_CUR) place += film.position_;
-  if (whence == SEEK_END) place += film.file_.Size();
-  if (place < 0 || place > film.file_.Size()) return AVERROR(EINVAL);
+  if (whence == SEEK_END) place += film.file_->Size();
+  if (place < 0 || place > film.file_->Size()) return AVERROR(EINVAL);
   film.position_ = place;
   return place;
 }

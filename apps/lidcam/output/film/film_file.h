@@ -6,7 +6,7 @@
 #include <memory>
 #include <string>
 
-#include "apps/lidcam/output/output_file.h"
+#include "apps/lidcam/output/byte_output.h"
 
 struct AVDictionary;
 struct AVFormatContext;
@@ -27,7 +27,7 @@ class FilmFile {
  public:
   /// @param format       libavformat's name: "matroska", "mp4", "avi"
   /// @param flushesEach  what the format has collected is written with each packet
-  FilmFile(const std::string& path, const char* format, bool flushesEach);
+  FilmFile(std::unique_ptr<ByteOutput> file, const char* format, bool flushesEach);
   FilmFile(const FilmFile&) = delete;
   FilmFile& operator=(const FilmFile&) = delete;
   ~FilmFile();
@@ -50,7 +50,7 @@ class FilmFile {
 
   /// Whether a write has failed: packets are refused from then on.
   [[nodiscard]] bool HasFailed() const { return hasFailed_; }
-  [[nodiscard]] const std::string& Path() const { return file_.Path(); }
+  [[nodiscard]] const std::string& Path() const { return file_->Path(); }
 
  private:
   static int TakeBytes(void* self, std::uint8_t* bytes, int count);
@@ -60,7 +60,7 @@ class FilmFile {
   /// Throws what the file threw, else for a negative result.
   void Require(int result, const std::string& what);
 
-  OutputFile file_;
+  const std::unique_ptr<ByteOutput> file_;
   const bool flushesEach_;
   AVFormatContext* format_ = nullptr;
   AVIOContext* access_ = nullptr;

@@ -8,6 +8,7 @@ extern "C" {
 #include <libavformat/avformat.h>
 }
 
+#include <utility>
 #include <vector>
 
 #include "apps/lidcam/output/pictures/jpeg_file.h"
@@ -33,9 +34,10 @@ class ContainerOptions {
 /// Frames that are encoded, at their own times.
 class EncodedWriter : public FrameWriter {
  public:
-  EncodedWriter(const std::string& path, PictureSize size, const char* container, FilmCodec codec)
-      : film_(path, container, codec == FilmCodec::Ffv1),
-        encoder_(path, codec, size, film_.WantsGlobalHeader()) {
+  EncodedWriter(std::unique_ptr<ByteOutput> file, PictureSize size, const char* container,
+                FilmCodec codec)
+      : film_(std::move(file), container, codec == FilmCodec::Ffv1),
+        encoder_(film_.Path(), codec, size, film_.WantsGlobalHeader()) {
     ContainerOptions options;
     // An ordinary MP4 has its index at the end, and without it nothing plays. A fragment has its own, and lies in
     // the file once the next frame comes.
@@ -44,8 +46,8 @@ class EncodedWriter : public FrameWriter {
     options.Set("use_editlist", "0");
     film_.Begin(
         [&](AVStream& stream) {
-          RequireAv(avcodec_parameters_from_context(stream.codecpar, &encoder_.Codec()), path,
-                    "the stream can't be described");
+          RequireAv(avcodec_parameters_from_context(stream.codecpar, &encoder_.Codec()),
+                    film_.Path(), "the stream can't be described");
           stream.time_base = encoder_.Codec().time_base;
           stream.sample_aspect_ratio = encoder_.Codec().sample_aspect_ratio;
         },
@@ -73,8 +75,11 @@ class EncodedWriter : public FrameWriter {
 /// Pictures in JPEG, one a frame period.
 class AviWriter : public FrameWriter {
  public:
-  AviWriter(const std::string& path, PictureSize size, std::chrono::microseconds framePeriod)
-      : size_(size), period_(static_cast<int>(framePeriod.count())), film_(path, "avi", false) {
+  AviWriter(std::unique_ptr<ByteOutput> file, PictureSize size,
+            std::chrono::microseconds framePeriod)
+      : size_(size),
+        period_(static_cast<int>(framePeriod.count())),
+        film_(std::move(file), "avi", false) {
     film_.Begin(
         [this](AVStream& stream) {
           stream.codecpar->codec_type = AVMEDIA_TYPE_VIDEO;
@@ -118,14 +123,15 @@ class AviWriter : public FrameWriter {
 
 }  // namespace
 
-std::unique_ptr<FrameWriter> MakeFilmWriter(const std::string& path, PictureSize size,
+std::unique_ptr<FrameWriter> MakeFilmWriter(std::unique_ptr<ByteOutput> file, PictureSize size,
                                             OutputForm form,
                                             std::chrono::microseconds framePeriod) {
-  if (form == OutputForm::Avi) return std::make_unique<AviWriter>(path, size, framePeriod);
+  if (form == OutputForm::Avi)
+    return std::make_unique<AviWriter>(std::move(file), size, framePeriod);
   if (form == OutputForm::Mp4) {
-    return std::make_unique<EncodedWriter>(path, size, "mp4", FilmCodec::H264);
+    return std::make_unique<EncodedWriter>(std::move(file), size, "mp4", FilmCodec::H264);
   }
-  return std::make_unique<EncodedWriter>(path, size, "matroska", FilmCodec::Ffv1);
+  return std::make_unique<EncodedWriter>(std::move(file), size, "matroska", FilmCodec::Ffv1);
 }
 
 }  // namespace lidcam::app

@@ -13,7 +13,9 @@
 #include "apps/lidcam/output/writers/series_writer.h"
 #include "library/base/command_error.h"
 #ifdef LIDCAM_HAS_FILM
+#include "apps/lidcam/modules/module.h"
 #include "apps/lidcam/output/film/film_writer.h"
+#include "apps/lidcam/output/output_file.h"
 #endif
 
 namespace lidcam::app {
@@ -27,7 +29,10 @@ std::unique_ptr<FrameWriter> MakeFilm([[maybe_unused]] const std::string& path,
                                       [[maybe_unused]] OutputForm form,
                                       [[maybe_unused]] std::chrono::microseconds framePeriod) {
 #ifdef LIDCAM_HAS_FILM
-  return MakeFilmWriter(path, size, form, framePeriod);
+  const auto make = FunctionOfModule<MakeFilmWriterFunction>("output '" + path + "'", kFilmModule,
+                                                             kMakeFilmWriter);
+  std::unique_ptr<ByteOutput> file = std::make_unique<OutputFile>(path);
+  return std::unique_ptr<FrameWriter>(make(file, size, form, framePeriod));
 #else
   throw CommandError("output '" + path +
                      "': this lidcam was built without libavformat, libavcodec and libswscale; use "
