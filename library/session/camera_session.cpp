@@ -6,9 +6,9 @@
 
 #include "bus/usb/usb_host.h"
 #include "library/base/command_error.h"
-#include "library/camera/camera_identity.h"
-#include "library/camera/faulty_port.h"
-#include "library/camera/plugged_camera.h"
+#include "library/camera/bring_up/camera_identity.h"
+#include "library/camera/gates/faulty_port.h"
+#include "library/camera/source/plugged_camera.h"
 #include "library/settings/environment_turn.h"
 #include "library/settings/settings_copy.h"
 

@@ -12,10 +12,10 @@
 #include <thread>
 #include <vector>
 
-#include "library/camera/camera_lock.h"
-#include "library/camera/camera_source.h"
 #include "library/camera/controls/control_table.h"
 #include "library/camera/opened_camera.h"
+#include "library/camera/source/camera_lock.h"
+#include "library/camera/source/camera_source.h"
 #include "library/camera/streaming/camera_stream.h"
 #include "library/control_socket/camera_service.h"
 #include "library/session/camera_tasks.h"

@@ -4,7 +4,7 @@
 
 #include "base/time_units.h"
 #include "library/base/command_error.h"
-#include "library/camera/recorded_size.h"
+#include "library/camera/source/recorded_size.h"
 #include "library/session/camera_session.h"
 #include "testbed/worlds.h"
 

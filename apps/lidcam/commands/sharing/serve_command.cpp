@@ -8,7 +8,7 @@
 
 #include "apps/lidcam/camera/served_source.h"
 #include "apps/lidcam/commands/commands.h"
-#include "apps/lidcam/commands/serve_rtsp_command.h"
+#include "apps/lidcam/commands/sharing/serve_rtsp_command.h"
 #include "apps/lidcam/options/common_options.h"
 #include "apps/lidcam/options/fault_option.h"
 #include "bus/capture/files/capture_error.h"

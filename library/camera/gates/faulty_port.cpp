@@ -1,11 +1,11 @@
-#include "library/camera/faulty_port.h"
+#include "library/camera/gates/faulty_port.h"
 
 #include <cstdint>
 #include <utility>
 
 #include "base/time_units.h"
 #include "driver/core/base/camera_trace.h"
-#include "library/camera/frame_faults.h"
+#include "library/camera/gates/frame_faults.h"
 #include "platform/host/nt/declarations/nt_declarations.h"
 
 namespace lidcam::app {

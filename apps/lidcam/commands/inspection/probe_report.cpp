@@ -1,4 +1,4 @@
-#include "apps/lidcam/commands/probe_report.h"
+#include "apps/lidcam/commands/inspection/probe_report.h"
 
 #include <sys/utsname.h>
 
@@ -11,10 +11,10 @@
 #include "bus/usb/usb_sysfs.h"
 #include "driver/sensor/registers/register_access.h"
 #include "library/base/command_error.h"
-#include "library/camera/camera_identity.h"
+#include "library/camera/bring_up/camera_identity.h"
+#include "library/camera/bring_up/started_camera.h"
 #include "library/camera/opened_camera.h"
-#include "library/camera/plugged_camera.h"
-#include "library/camera/started_camera.h"
+#include "library/camera/source/plugged_camera.h"
 #include "library/settings/trace_observer.h"
 
 namespace lidcam::app {

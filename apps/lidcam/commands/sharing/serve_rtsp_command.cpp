@@ -1,4 +1,4 @@
-#include "apps/lidcam/commands/serve_rtsp_command.h"
+#include "apps/lidcam/commands/sharing/serve_rtsp_command.h"
 
 #include <cstdint>
 #include <cstdio>

@@ -7,7 +7,8 @@
 #include "apps/lidcam/options/common_options.h"
 #include "driver/sensor/registers/register_access.h"
 #include "library/base/command_error.h"
-#include "library/camera/started_camera.h"
+#include "library/camera/bring_up/started_camera.h"
+#include "library/camera/bring_up/virtual_time.h"
 #include "library/camera/streaming/camera_stream.h"
 
 namespace lidcam::app {

@@ -1,4 +1,4 @@
-#include "library/camera/plugged_camera.h"
+#include "library/camera/source/plugged_camera.h"
 
 #include <grp.h>
 #include <unistd.h>

@@ -4,7 +4,7 @@
 
 #include "bus/capture/replay/capture_source.h"
 #include "library/base/units.h"
-#include "library/camera/camera_source.h"
+#include "library/camera/source/camera_source.h"
 #include "library/settings/stream_size.h"
 
 namespace lidcam::app {

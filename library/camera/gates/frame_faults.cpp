@@ -1,4 +1,4 @@
-#include "library/camera/frame_faults.h"
+#include "library/camera/gates/frame_faults.h"
 
 #include <algorithm>
 #include <utility>

@@ -23,7 +23,7 @@
 #include "apps/lidcam/stream/replay_run.h"
 #include "library/base/command_error.h"
 #include "library/base/interrupt.h"
-#include "library/camera/camera_identity.h"
+#include "library/camera/bring_up/camera_identity.h"
 #include "library/camera/controls/sensor_notes.h"
 #include "library/camera/still_request.h"
 #include "library/camera/streaming/camera_stream.h"

@@ -14,7 +14,7 @@
 #include "driver/core/control/stream_modes.h"
 #include "library/camera/controls/sensor_notes.h"
 #include "library/camera/opened_camera.h"
-#include "library/camera/plugged_camera.h"
+#include "library/camera/source/plugged_camera.h"
 
 namespace lidcam::app {
 namespace {

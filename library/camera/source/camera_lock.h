@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "library/camera/camera_source.h"
+#include "library/camera/source/camera_source.h"
 
 namespace lidcam::app {
 

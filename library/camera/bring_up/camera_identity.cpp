@@ -1,4 +1,4 @@
-#include "library/camera/camera_identity.h"
+#include "library/camera/bring_up/camera_identity.h"
 
 #include <array>
 #include <cstdio>

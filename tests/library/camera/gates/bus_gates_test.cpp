@@ -1,4 +1,4 @@
-#include "library/camera/bus_gates.h"
+#include "library/camera/gates/bus_gates.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "library/camera/recorded_size.h"
+#include "library/camera/source/recorded_size.h"
 
 #include <cstdlib>
 #include <string>

@@ -1,4 +1,4 @@
-#include "library/camera/recorded_settings.h"
+#include "library/camera/source/recorded_settings.h"
 
 #include <algorithm>
 #include <array>
@@ -16,9 +16,9 @@
 #include "driver/core/control/stream_modes.h"
 #include "driver/sensor/controls/image_controls.h"
 #include "library/base/command_error.h"
-#include "library/camera/bus_gates.h"
-#include "library/camera/opened_camera.h"
-#include "library/camera/started_camera.h"
+#include "library/camera/bring_up/started_camera.h"
+#include "library/camera/bring_up/virtual_time.h"
+#include "library/camera/gates/bus_gates.h"
 #include "library/settings/trace_observer.h"
 #include "platform/host/nt/system/debug_print.h"
 

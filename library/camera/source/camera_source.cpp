@@ -1,4 +1,4 @@
-#include "library/camera/camera_source.h"
+#include "library/camera/source/camera_source.h"
 
 #include <array>
 #include <cstdio>
@@ -12,8 +12,8 @@
 #include "camera_model/device/camera_options.h"
 #include "library/base/command_error.h"
 #include "library/base/notices.h"
-#include "library/camera/plugged_camera.h"
-#include "library/camera/recorded_settings.h"
+#include "library/camera/source/plugged_camera.h"
+#include "library/camera/source/recorded_settings.h"
 
 namespace lidcam::app {
 namespace {

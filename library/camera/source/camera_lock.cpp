@@ -1,4 +1,4 @@
-#include "library/camera/camera_lock.h"
+#include "library/camera/source/camera_lock.h"
 
 #include <fcntl.h>
 #include <sys/file.h>

@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "apps/lidcam/commands/commands.h"
-#include "apps/lidcam/commands/probe_report.h"
+#include "apps/lidcam/commands/inspection/probe_report.h"
 #include "apps/lidcam/doctor/machine_checks.h"
 #include "apps/lidcam/frames/frame_log.h"
 #include "apps/lidcam/options/common_options.h"

@@ -18,7 +18,7 @@
 #include "camera_model/device/camera_options.h"
 #include "library/base/command_error.h"
 #include "library/camera/controls/sensor_notes.h"
-#include "library/camera/plugged_camera.h"
+#include "library/camera/source/plugged_camera.h"
 
 namespace lidcam::app {
 namespace {

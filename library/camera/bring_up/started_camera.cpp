@@ -1,8 +1,8 @@
-#include "library/camera/started_camera.h"
+#include "library/camera/bring_up/started_camera.h"
 
 #include "library/base/command_error.h"
-#include "library/camera/bus_gates.h"
-#include "library/camera/camera_identity.h"
+#include "library/camera/bring_up/camera_identity.h"
+#include "library/camera/gates/bus_gates.h"
 #include "platform/host/nt/system/status_words.h"
 #include "testbed/transport_testbed.h"
 

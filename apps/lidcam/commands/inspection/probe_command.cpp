@@ -3,10 +3,10 @@
 #include <string>
 
 #include "apps/lidcam/commands/commands.h"
-#include "apps/lidcam/commands/probe_report.h"
+#include "apps/lidcam/commands/inspection/probe_report.h"
 #include "apps/lidcam/output/output_file.h"
 #include "library/base/command_error.h"
-#include "library/camera/plugged_camera.h"
+#include "library/camera/source/plugged_camera.h"
 
 namespace lidcam::app {
 namespace {
