@@ -102,6 +102,12 @@ typedef struct lidcam_camera_info {
   uint16_t product_id;
   const char*
       in_use_by;  ///< "process 1234 (lidcam stream)", "kernel driver uvcvideo"; empty if it is free
+  /// "process 1234 through PipeWire" while `lidcam share` gives it to applications, which then find it there; empty
+  /// otherwise
+  const char* shared_by;
+  /// Why no picture of it can be streamed, whatever its sensor: "its frame size is not known"; empty if there is no
+  /// known reason
+  const char* obstacle;
 } lidcam_camera_info;
 
 /// Lists the cameras that are plugged in, then the simulated ones.
@@ -115,14 +121,14 @@ LIDCAM_API lidcam_status lidcam_cameras_list(const lidcam_camera_info* const** c
 /// Frees a list; null is allowed.
 LIDCAM_API void lidcam_cameras_free(const lidcam_camera_info* const* cameras);
 
-/// Called when cameras were plugged in or unplugged, on a thread of the library. It may call everything
-/// except lidcam_watch_end().
+/// Called when cameras were plugged in or unplugged, or `lidcam share` has begun or ended with one, on a thread of the
+/// library. It may call everything except lidcam_watch_end().
 typedef void (*lidcam_cameras_handler)(void* user);
 
 /// A watch for cameras that come and go.
 typedef struct lidcam_watch lidcam_watch;
 
-/// Calls `handler` after each change of the plugged-in cameras, until lidcam_watch_end().
+/// Calls `handler` after each change of the plugged-in cameras and of the shared ones, until lidcam_watch_end().
 LIDCAM_API lidcam_status lidcam_watch_cameras(lidcam_cameras_handler handler, void* user,
                                               lidcam_watch** watch);
 
