@@ -231,7 +231,9 @@ typedef struct lidcam_frame {
   int64_t monotonic_ns;  ///< the same on CLOCK_MONOTONIC; 0 for a recording, whose time is its own
   int64_t duration;  ///< 100 ns, the stream's frame interval; in the dark frames come less often
   int64_t picture_number;  ///< place among the frames that the stream's time has
-  int64_t drop_count;      ///< of those, how many the application has not got so far
+  /// Frames behind the stream's first one that the camera has sent and the application has not got. A time at which a
+  /// camera sends none, as in the dark, counts in `picture_number` only.
+  int64_t drop_count;
 
   // The exposure loop when the picture was taken over from the driver.
   int32_t auto_exposure;  ///< 1: the camera exposes by itself
@@ -264,7 +266,8 @@ typedef struct lidcam_stream_options {
 #define LIDCAM_STREAM_OPTIONS_INIT \
   { sizeof(lidcam_stream_options), 640, 480, 0, 0, NULL, NULL }
 
-/// Starts a stream. A camera has one at a time.
+/// Starts a stream. A camera has one at a time. A recording that is over is closed and opened again to be played
+/// again.
 ///
 /// @param options  null: 640x480, 30 frames a second
 LIDCAM_API lidcam_status lidcam_start(lidcam_camera* camera, const lidcam_stream_options* options);
