@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <utility>
 
+#include "library/camera/controls/sensor_notes.h"
+
 namespace app = lidcam::app;
 
 namespace {
@@ -33,6 +35,7 @@ void lidcam_camera::Describe() {
   Entry.Address = Address;
   Entry.Description = lidcam::api::DescriptionOf(Address, facts.Vendor, facts.Product);
   Entry.Unit = facts.Unit;
+  Entry.Obstacle = app::StreamObstacleOf(facts.Vendor, facts.Product);
   Entry.Finish(lidcam::api::KindOf(Address), facts.Vendor, facts.Product);
 }
 

@@ -1,10 +1,13 @@
 #include "library/camera_list.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 
 #include "camera_model/device/camera_identity.h"
+#include "library/camera/controls/sensor_notes.h"
 #include "library/camera/source/camera_lock.h"
+#include "library/camera/source/camera_share.h"
 #include "library/camera/source/camera_source.h"
 #include "library/camera/source/plugged_camera.h"
 
@@ -27,6 +30,8 @@ void Add(std::vector<std::unique_ptr<CameraEntry>>& entries, const std::string& 
   entry->Unit = app::UnitOf(choice).value_or("");
   const std::string user = app::LockHolderOf(entry->Unit);
   entry->Holder = user.empty() ? holder : "process " + user;
+  entry->Sharer = app::SharerOf(entry->Unit);
+  entry->Obstacle = app::StreamObstacleOf(vendor, product);
   entry->Finish(KindOf(address), vendor, product);
   entries.push_back(std::move(entry));
 }
@@ -40,7 +45,9 @@ void CameraEntry::Finish(lidcam_camera_kind kind, std::uint16_t vendor, std::uin
           .kind = kind,
           .vendor_id = vendor,
           .product_id = product,
-          .in_use_by = Holder.c_str()};
+          .in_use_by = Holder.c_str(),
+          .shared_by = Sharer.c_str(),
+          .obstacle = Obstacle.c_str()};
 }
 
 lidcam_camera_kind KindOf(const std::string& address) {
@@ -57,7 +64,11 @@ std::string DescriptionOf(const std::string& address, std::uint16_t vendor, std:
 
 std::string UsualAddress() {
   const auto plugged = app::PluggedCameras();
-  return plugged.empty() ? "sim" : app::NameOf(plugged.front());
+  if (plugged.empty()) return "sim";
+  const auto streamable = std::ranges::find_if(plugged, [](const bus::PluggedDevice& device) {
+    return app::StreamObstacleOf(device.Vendor, device.Product).empty();
+  });
+  return app::NameOf(streamable == plugged.end() ? plugged.front() : *streamable);
 }
 
 std::vector<std::unique_ptr<CameraEntry>> ListCameras() {

@@ -16,6 +16,8 @@ struct CameraEntry {
   std::string Description;
   std::string Unit;
   std::string Holder;
+  std::string Sharer;
+  std::string Obstacle;
   lidcam_camera_info Info{};
 
   CameraEntry() = default;
@@ -37,7 +39,8 @@ struct CameraEntry {
 [[nodiscard]] std::string DescriptionOf(const std::string& address, std::uint16_t vendor,
                                         std::uint16_t product);
 
-/// The camera that no address stands for: one that is plugged in, otherwise the simulated one.
+/// The camera that no address stands for: one that is plugged in, if possible one that can be streamed, otherwise the
+/// simulated one.
 [[nodiscard]] std::string UsualAddress();
 
 }  // namespace lidcam::api

@@ -102,6 +102,12 @@ typedef struct lidcam_camera_info {
   uint16_t product_id;
   const char*
       in_use_by;  ///< "process 1234 (lidcam stream)", "kernel driver uvcvideo"; empty if it is free
+  /// "process 1234 through PipeWire" while `lidcam share` gives it to applications, which then find it there; empty
+  /// otherwise
+  const char* shared_by;
+  /// Why no picture of it can be streamed, whatever its sensor: "its frame size is not known"; empty if there is no
+  /// known reason
+  const char* obstacle;
 } lidcam_camera_info;
 
 /// Lists the cameras that are plugged in, then the simulated ones.
@@ -115,14 +121,14 @@ LIDCAM_API lidcam_status lidcam_cameras_list(const lidcam_camera_info* const** c
 /// Frees a list; null is allowed.
 LIDCAM_API void lidcam_cameras_free(const lidcam_camera_info* const* cameras);
 
-/// Called when cameras were plugged in or unplugged, on a thread of the library. It may call everything
-/// except lidcam_watch_end().
+/// Called when cameras were plugged in or unplugged, or `lidcam share` has begun or ended with one, on a thread of the
+/// library. It may call everything except lidcam_watch_end().
 typedef void (*lidcam_cameras_handler)(void* user);
 
 /// A watch for cameras that come and go.
 typedef struct lidcam_watch lidcam_watch;
 
-/// Calls `handler` after each change of the plugged-in cameras, until lidcam_watch_end().
+/// Calls `handler` after each change of the plugged-in cameras and of the shared ones, until lidcam_watch_end().
 LIDCAM_API lidcam_status lidcam_watch_cameras(lidcam_cameras_handler handler, void* user,
                                               lidcam_watch** watch);
 
@@ -225,7 +231,9 @@ typedef struct lidcam_frame {
   int64_t monotonic_ns;  ///< the same on CLOCK_MONOTONIC; 0 for a recording, whose time is its own
   int64_t duration;  ///< 100 ns, the stream's frame interval; in the dark frames come less often
   int64_t picture_number;  ///< place among the frames that the stream's time has
-  int64_t drop_count;      ///< of those, how many the application has not got so far
+  /// Frames behind the stream's first one that the camera has sent and the application has not got. A time at which a
+  /// camera sends none, as in the dark, counts in `picture_number` only.
+  int64_t drop_count;
 
   // The exposure loop when the picture was taken over from the driver.
   int32_t auto_exposure;  ///< 1: the camera exposes by itself
@@ -258,7 +266,8 @@ typedef struct lidcam_stream_options {
 #define LIDCAM_STREAM_OPTIONS_INIT \
   { sizeof(lidcam_stream_options), 640, 480, 0, 0, NULL, NULL }
 
-/// Starts a stream. A camera has one at a time.
+/// Starts a stream. A camera has one at a time. A recording that is over is closed and opened again to be played
+/// again.
 ///
 /// @param options  null: 640x480, 30 frames a second
 LIDCAM_API lidcam_status lidcam_start(lidcam_camera* camera, const lidcam_stream_options* options);

@@ -7,6 +7,7 @@
 #include "bus/usb/usb_host.h"
 #include "library/api_error.h"
 #include "library/base/notices.h"
+#include "library/camera/source/camera_share.h"
 #include "library/camera/source/plugged_camera.h"
 #include "library/camera_list.h"
 #include "library/lidcam.h"
@@ -64,18 +65,22 @@ struct lidcam_watch {
   void Run() {
     constexpr std::chrono::milliseconds kRound{100};
     lidcam::bus::UsbHost host;
-    std::vector<std::string> before = Names();
+    std::vector<std::string> pluggedBefore = PluggedNames();
+    std::vector<std::string> sharedBefore = lidcam::app::SharedUnits();
     while (!IsEnding) {
-      if (!host.WaitForChange(kRound)) continue;
-      std::vector<std::string> now = Names();
-      if (now == before) continue;
-      before = std::move(now);
+      // Nothing tells of those that are shared.
+      std::vector<std::string> plugged =
+          host.WaitForChange(kRound) ? PluggedNames() : pluggedBefore;
+      std::vector<std::string> shared = lidcam::app::SharedUnits();
+      if (plugged == pluggedBefore && shared == sharedBefore) continue;
+      pluggedBefore = std::move(plugged);
+      sharedBefore = std::move(shared);
       Handler(User);
     }
   }
 
   // The number distinguishes a camera that was plugged in again.
-  static std::vector<std::string> Names() {
+  static std::vector<std::string> PluggedNames() {
     std::vector<std::string> names;
     for (const lidcam::bus::PluggedDevice& device : lidcam::app::PluggedCameras()) {
       names.push_back(lidcam::app::NameOf(device) + " " + std::to_string(device.Address));

@@ -46,7 +46,7 @@ const lidcam_frame* HandOut(std::unique_ptr<app::LentFrame> frame) {
       .monotonic_ns = facts.MonotonicNanoseconds,
       .duration = facts.Duration,
       .picture_number = facts.Position.PictureNumber,
-      .drop_count = facts.Position.DropCount,
+      .drop_count = facts.LostCount,
       .auto_exposure = facts.IsAutoExposure ? 1 : 0,
       .exposure = facts.Loop.Exposure,
       .coarse_gain = facts.Loop.CoarseGain,

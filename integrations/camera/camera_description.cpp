@@ -106,6 +106,10 @@ std::optional<CameraDescription> DescribeCamera(
   const OpenedCamera camera = OpenWhenThere(address, tell, isEnding);
   if (!camera) return std::nullopt;
   const lidcam_camera_info& info = *lidcam_camera_get_info(camera.get());
+  if (*info.obstacle != '\0') {
+    throw ShareError("camera '" + std::string(info.address) +
+                     "' can't be streamed: " + info.obstacle);
+  }
   CameraDescription description{.Address = std::move(address),
                                 .Unit = *info.unit != '\0' ? info.unit : "recording",
                                 .Text = info.description,

@@ -31,7 +31,7 @@ struct ServedStatus {
   bool IsStreaming = false;
   PictureSize Size{};
   std::uint64_t Frames = 0;  ///< delivered
-  std::int64_t Drops = 0;
+  std::int64_t Drops = 0;    ///< frames that the camera has sent, and that were not delivered
   bool IsAutoExposure = false;
   std::uint32_t Exposure = 0;
   std::string LightState{};

@@ -148,6 +148,7 @@ class CameraSession {
   [[nodiscard]] const SessionControl& ControlOf(const std::string& name) const;
   void Change(OpenedCamera& opened, const CameraControl& control, std::int32_t value);
 
+  void RequireMore(const OpenedCamera& opened) const;
   void RunStream(OpenedCamera& opened);
   void RunPump(CameraStream& stream);
   void Pump(CameraStream& stream);

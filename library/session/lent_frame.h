@@ -48,6 +48,7 @@ class FrameLedger {
 struct FrameFacts {
   PictureSize Size{};
   FramePosition Position{};
+  std::int64_t LostCount = 0;             ///< as StreamFrame has it
   std::int64_t MonotonicNanoseconds = 0;  ///< 0 in virtual time
   std::int64_t Duration = 0;              ///< 100 ns
   bool IsAutoExposure = false;

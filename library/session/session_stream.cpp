@@ -100,10 +100,18 @@ StreamSetup CameraSession::SetupOf(const SessionStream& stream) {
           .Watching = DeliveryWatching::None};
 }
 
+// A recording's camera is gone at its end.
+void CameraSession::RequireMore(const OpenedCamera& opened) const {
+  if (opened.End() == testbed::BusEnd::None || opened.IsUnplugged()) return;
+  throw CommandError("camera '" + Name() +
+                     "': the recording is over; open it again to play it again");
+}
+
 void CameraSession::RunStream(OpenedCamera& opened) {
   light_.reset();
   std::exception_ptr error;
   try {
+    RequireMore(opened);
     WithStreamOf(opened, SetupOf(request_), [this](CameraStream& stream) { RunPump(stream); });
   } catch (const std::exception&) {
     error = std::current_exception();
@@ -121,6 +129,7 @@ void CameraSession::RunPump(CameraStream& stream) {
     status_.IsStreaming = true;
     status_.Size = request_.Size;
     status_.Frames = 0;
+    status_.Drops = 0;
   }
   signal_->Changed.notify_all();
   testbed::RunThenEnd([&] { Pump(stream); },
@@ -157,6 +166,7 @@ void CameraSession::Take(const StreamFrame& frame) {
   const FrameFacts facts{
       .Size = request_.Size,
       .Position = frame.Position,
+      .LostCount = frame.LostCount,
       .MonotonicNanoseconds =
           isRealTime_ ? frame.Position.PresentationTime * kNanosecondsPerUnit + clockOffset_ : 0,
       .Duration = frame.Buffer.Duration(),
@@ -181,7 +191,7 @@ void CameraSession::NoteStatus(const FrameFacts& facts) {
   const std::lock_guard lock(signal_->Mutex);
   ++status_.Frames;
   status_.Size = facts.Size;
-  status_.Drops = facts.Position.DropCount;
+  status_.Drops = facts.LostCount;
   status_.IsAutoExposure = facts.IsAutoExposure;
   status_.Exposure = facts.Loop.Exposure;
   status_.LightState = LightStateName(facts.Loop.State);

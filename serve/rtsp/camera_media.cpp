@@ -71,6 +71,7 @@ struct Context {
   CameraMedia Media;
   rtsp::Tell Tell;
   MediaCount Count;
+  rtsp::Viewers Viewers;
 };
 
 using SharedContext = std::shared_ptr<const Context>;
@@ -130,6 +131,7 @@ GType MediaType() {
 void EndMedia(gpointer contextPointer) {
   auto* const context = static_cast<SharedContext*>(contextPointer);
   --*(*context)->Count;
+  (*context)->Viewers->SetCamera(nullptr);
   delete context;
 }
 
@@ -142,6 +144,7 @@ void ConfigureMedia(GstRTSPMediaFactory*, GstRTSPMedia* media, gpointer contextP
   GstElement* const camera = gst_bin_get_by_name(GST_BIN(pipeline), "camera");
   g_object_set(camera, "camera", context->Media.Camera.c_str(), "faults",
                context->Media.Faults ? context->Media.Faults->c_str() : nullptr, nullptr);
+  context->Viewers->SetCamera(camera);
   gst_object_unref(camera);
   gst_object_unref(pipeline);
 }
@@ -149,7 +152,7 @@ void ConfigureMedia(GstRTSPMediaFactory*, GstRTSPMedia* media, gpointer contextP
 }  // namespace
 
 GstRTSPMediaFactory* NewCameraFactory(const CameraMedia& media, const Tell& tell,
-                                      const MediaCount& count) {
+                                      const MediaCount& count, const Viewers& viewers) {
   const std::string pipeline = PipelineOf(media);
   GstRTSPMediaFactory* const factory = gst_rtsp_media_factory_new();
   gst_rtsp_media_factory_set_launch(factory, pipeline.c_str());
@@ -161,7 +164,7 @@ GstRTSPMediaFactory* NewCameraFactory(const CameraMedia& media, const Tell& tell
                                   G_TYPE_BOOLEAN, TRUE, GST_RTSP_PERM_MEDIA_FACTORY_CONSTRUCT,
                                   G_TYPE_BOOLEAN, TRUE, nullptr);
   auto* const context =
-      new SharedContext(std::make_shared<const Context>(Context{media, tell, count}));
+      new SharedContext(std::make_shared<const Context>(Context{media, tell, count, viewers}));
   g_signal_connect_data(
       factory, "media-configure", G_CALLBACK(ConfigureMedia), context,
       [](gpointer data, GClosure*) { delete static_cast<SharedContext*>(data); },

@@ -6,11 +6,14 @@
 #include <memory>
 
 #include "serve/rtsp/rtsp_service.h"
+#include "serve/rtsp/viewer_list.h"
 
 namespace lidcam::serve::rtsp {
 
 /// How many pipelines with the camera there are: one while there are viewers.
 using MediaCount = std::shared_ptr<std::atomic<int>>;
+
+using Viewers = std::shared_ptr<ViewerList>;
 
 /// The role that may see the camera, where a password is asked for.
 inline constexpr const char* kViewerRole = "viewer";
@@ -21,8 +24,10 @@ inline constexpr const char* kViewerRole = "viewer";
 /// Throws std::runtime_error if GStreamer lacks an element that is needed.
 ///
 /// @param tell   called until the factory and all that it has made are gone
-/// @param count  kept up to date
+/// @param count    kept up to date
+/// @param viewers  told to the camera
 [[nodiscard]] GstRTSPMediaFactory* NewCameraFactory(const CameraMedia& media, const Tell& tell,
-                                                    const MediaCount& count);
+                                                    const MediaCount& count,
+                                                    const Viewers& viewers);
 
 }  // namespace lidcam::serve::rtsp

@@ -43,7 +43,29 @@ void EndSessions(GstRTSPClient* client, gpointer) {
   g_object_unref(pool);
 }
 
-void WatchClient(GstRTSPServer*, GstRTSPClient* client, gpointer) {
+std::string NameOf(GstRTSPClient* client) {
+  const GstRTSPUrl* const url = gst_rtsp_connection_get_url(gst_rtsp_client_get_connection(client));
+  return std::string("RTSP: ") + url->host + ":" + std::to_string(url->port);
+}
+
+void BeginViewing(GstRTSPClient* client, GstRTSPContext*, gpointer viewers) {
+  static_cast<ViewerList*>(viewers)->Add(client, NameOf(client));
+}
+
+void PauseViewing(GstRTSPClient* client, GstRTSPContext*, gpointer viewers) {
+  static_cast<ViewerList*>(viewers)->Remove(client);
+}
+
+void EndViewing(GstRTSPClient* client, gpointer viewers) {
+  static_cast<ViewerList*>(viewers)->Remove(client);
+}
+
+// The list outlives the clients, all of which the server closes at its end.
+void WatchClient(GstRTSPServer*, GstRTSPClient* client, gpointer viewers) {
+  g_signal_connect(client, "play-request", G_CALLBACK(BeginViewing), viewers);
+  g_signal_connect(client, "pause-request", G_CALLBACK(PauseViewing), viewers);
+  g_signal_connect(client, "teardown-request", G_CALLBACK(PauseViewing), viewers);
+  g_signal_connect(client, "closed", G_CALLBACK(EndViewing), viewers);
   g_signal_connect(client, "closed", G_CALLBACK(EndSessions), nullptr);
 }
 
@@ -61,11 +83,11 @@ RtspServer::RtspServer(Listener listener, const CameraMedia& media,
       context_(g_main_context_new()),
       server_(NewServer()),
       mediaCount_(std::make_shared<std::atomic<int>>(0)) {
-  GstRTSPMediaFactory* const factory = NewCameraFactory(media, tell, mediaCount_);
+  GstRTSPMediaFactory* const factory = NewCameraFactory(media, tell, mediaCount_, viewers_);
   GstRTSPMountPoints* const mounts = gst_rtsp_server_get_mount_points(server_.get());
   gst_rtsp_mount_points_add_factory(mounts, kPath, factory);
   g_object_unref(mounts);
-  g_signal_connect(server_.get(), "client-connected", G_CALLBACK(WatchClient), nullptr);
+  g_signal_connect(server_.get(), "client-connected", G_CALLBACK(WatchClient), viewers_.get());
   if (viewer) RequirePassword(*viewer);
 }
 

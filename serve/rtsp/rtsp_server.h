@@ -38,6 +38,7 @@ class RtspServer {
   void CloseConnections();
 
   Listener listener_;
+  Viewers viewers_ = std::make_shared<ViewerList>();  ///< outlives the clients of server_
   std::unique_ptr<GMainContext, Unref> context_;
   std::unique_ptr<GstRTSPServer, Unref> server_;
   MediaCount mediaCount_;

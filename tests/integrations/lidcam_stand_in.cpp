@@ -21,7 +21,9 @@ constexpr lidcam_camera_info kInfo = {.address = "usb:1-2:1af0:0511",
                                       .kind = LIDCAM_KIND_PLUGGED_IN,
                                       .vendor_id = 0x1AF0,
                                       .product_id = 0x0511,
-                                      .in_use_by = ""};
+                                      .in_use_by = "",
+                                      .shared_by = "",
+                                      .obstacle = ""};
 
 constexpr std::int64_t kRecordedInterval = 500'000;  // 100 ns
 constexpr lidcam_camera_info kRecording = {.address = "capture:bus.pcap",
@@ -30,7 +32,9 @@ constexpr lidcam_camera_info kRecording = {.address = "capture:bus.pcap",
                                            .kind = LIDCAM_KIND_RECORDING,
                                            .vendor_id = 0x1AF0,
                                            .product_id = 0x0511,
-                                           .in_use_by = ""};
+                                           .in_use_by = "",
+                                           .shared_by = "",
+                                           .obstacle = ""};
 
 constexpr lidcam_format FormatOf(std::uint32_t width, std::uint32_t height) {
   return {.pixels = LIDCAM_PIXELS_YUY2,

@@ -47,7 +47,7 @@ void OfferedStream::Serve() {
     status_.IsStreaming = true;
     status_.Size = stream_.Size();
     status_.Frames = progress.Counts.Delivered();
-    status_.Drops = progress.Position ? progress.Position->DropCount : 0;
+    status_.Drops = static_cast<std::int64_t>(progress.Counts.Lost);
     status_.IsAutoExposure = progress.IsAutoExposure.value_or(false);
     status_.Exposure = stream_.NewestLoop().Exposure;
     status_.LightState = progress.LightState ? LightStateName(*progress.LightState) : "";

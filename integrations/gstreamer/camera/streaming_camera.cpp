@@ -39,6 +39,7 @@ lidcam_status StreamingCamera::OpenAt(const char* address, const char* faults) {
     camera_ = camera;
   }
   ApplyControls();
+  ApplyViewers();
   return lidcam_set_event_handler(
       camera,
       [](lidcam_camera*, const lidcam_event* event, void* session) {
@@ -157,6 +158,25 @@ void StreamingCamera::Resume() {
 bool StreamingCamera::IsInterrupted() const {
   const std::scoped_lock lock(events_);
   return isInterrupted_;
+}
+
+void StreamingCamera::SetViewers(std::vector<std::string> viewers) {
+  {
+    const std::scoped_lock lock(wanted_);
+    viewers_ = std::move(viewers);
+  }
+  ApplyViewers();
+}
+
+void StreamingCamera::ApplyViewers() {
+  // One change at a time, so that the last one holds.
+  const std::scoped_lock lock(wanted_);
+  std::vector<const char*> texts;
+  for (const std::string& viewer : viewers_) texts.push_back(viewer.c_str());
+  texts.push_back(nullptr);
+  With([&](lidcam_camera* camera) {
+    if (camera != nullptr) lidcam_set_viewers(camera, texts.data());
+  });
 }
 
 lidcam_status StreamingCamera::SetControl(const char* name, std::int32_t value) {

@@ -58,6 +58,9 @@ class StreamingCamera {
   void Resume();
   [[nodiscard]] bool IsInterrupted() const;
 
+  /// Who sees the frames, for other processes that ask: of the open camera, and of each one that is opened later.
+  void SetViewers(std::vector<std::string> viewers);
+
   /// Sets a control of the open camera, and of each one that is opened later.
   lidcam_status SetControl(const char* name, std::int32_t value);
 
@@ -68,6 +71,7 @@ class StreamingCamera {
  private:
   lidcam_status OpenAt(const char* address, const char* faults);
   void ApplyControls();
+  void ApplyViewers();
   lidcam_status StartStream(const StreamFormat& format);
   void StopStream();
   bool WaitForPlug(std::chrono::steady_clock::time_point until);
@@ -91,6 +95,7 @@ class StreamingCamera {
   std::string address_;  ///< of the camera, or where it is back
 
   mutable std::mutex wanted_;
+  std::vector<std::string> viewers_;
   std::vector<std::pair<std::string, std::int32_t>> controls_;  ///< in the order of SetControl()
 };
 

@@ -86,6 +86,8 @@ std::vector<GstDevice*> PresentDevices(GstDeviceProvider* provider) {
     return devices;
   }
   for (const lidcam_camera_info* camera : std::span(cameras, count)) {
+    // A shared camera is in choosers by that other way, and one without a known frame size gives no pictures.
+    if (*camera->shared_by != '\0' || *camera->obstacle != '\0') continue;
     devices.push_back(NewDevice(*camera));
   }
   lidcam_cameras_free(cameras);

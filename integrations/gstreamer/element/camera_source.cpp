@@ -6,6 +6,8 @@
 #include <limits>
 #include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "integrations/gstreamer/camera/control_properties.h"
 #include "integrations/gstreamer/element/color_balance.h"
@@ -245,6 +247,10 @@ SourceState& StateOf(gpointer element) {
 GType CameraSourceType() {
   static const GType type = RegisterType();
   return type;
+}
+
+void SetViewers(GstElement* source, std::vector<std::string> viewers) {
+  reinterpret_cast<CameraSource*>(source)->State->Session.SetViewers(std::move(viewers));
 }
 
 }  // namespace lidcam::gstreamer

@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "camera_model/bus_adapter/simulated_bus.h"
+#include "camera_model/device/camera_identity.h"
 #include "driver/core/control/stream_modes.h"
 #include "library/camera/bring_up/camera_identity.h"
 #include "library/camera/bring_up/started_camera.h"
@@ -68,6 +69,18 @@ std::string PictureNoteOf(const CameraContext& context) {
 
 std::string StreamObstacle(std::int32_t sensorType) {
   return RawFrameBytes(sensorType, RawMode640x480) == 0 ? "its frame size is not known" : "";
+}
+
+std::string StreamObstacleOf(std::uint16_t vendor, std::uint16_t product) {
+  const camera_model::CameraIdentity* const identity = camera_model::FindIdentity(vendor, product);
+  std::string obstacle;
+  if (identity == nullptr) return obstacle;
+  for (const camera_model::SensorModel model : identity->Sensors) {
+    const std::optional<std::int32_t> type = SensorTypeOf(camera_model::NameOf(model));
+    obstacle = type ? StreamObstacle(*type) : std::string();
+    if (obstacle.empty()) return obstacle;
+  }
+  return obstacle;
 }
 
 std::string StreamObstacle(const camera_model::CameraOptions& options) {

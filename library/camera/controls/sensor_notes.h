@@ -25,6 +25,9 @@ namespace lidcam::app {
 /// Why a camera that is taken for one with this sensor can't be streamed; empty if it can.
 [[nodiscard]] std::string StreamObstacle(std::int32_t sensorType);
 
+/// Why no camera of an identity can be streamed, whatever its sensor; empty if there is no such reason.
+[[nodiscard]] std::string StreamObstacleOf(std::uint16_t vendor, std::uint16_t product);
+
 /// Why a simulated camera can't be streamed; empty if it can. Brings the camera up, in a world of its
 /// own.
 [[nodiscard]] std::string StreamObstacle(const camera_model::CameraOptions& options);

@@ -185,6 +185,17 @@ std::optional<DeliveryReport> CameraStream::LoopNow() const {
   return report;
 }
 
+// Nothing new of a device that is gone.
+std::int64_t CameraStream::CountLost(const FramePosition& position) {
+  std::int64_t count = lostCount_;
+  opened_.WithContext([&](const CameraContext& context) {
+    count = lost_.Take({.FrameStarts = context.FrameStartCount,
+                        .MissingTimes = position.DropCount,
+                        .LightState = context.LightState});
+  });
+  return lostCount_ = count;
+}
+
 void CameraStream::Take(client::Frame& frame) {
   const auto bytes = frame.Bytes();
   const std::size_t size = std::min(bytes.size(), picture_.Yuy2Bytes());
@@ -198,6 +209,7 @@ void CameraStream::Take(client::Frame& frame) {
       .Yuy2 = {reinterpret_cast<const std::uint8_t*>(bytes.data()), size},
       .Position = position,
       .Report = report.value_or(DeliveryReport{}),
+      .LostCount = CountLost(position),
       .Buffer = frame,
   };
   counts_.Deliver(taken.Report.IsGood, newest_.Sent, newest_.Microframe);

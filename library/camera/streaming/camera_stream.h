@@ -9,6 +9,7 @@
 #include "library/camera/controls/control_table.h"
 #include "library/camera/opened_camera.h"
 #include "library/frames/delivery_watch.h"
+#include "library/frames/lost_frames.h"
 #include "library/frames/replay_pipeline.h"
 #include "library/frames/stream_progress.h"
 #include "library/settings/stream_size.h"
@@ -21,6 +22,7 @@ struct StreamFrame {
   std::span<const std::uint8_t> Yuy2;  ///< the picture in the stream's size
   FramePosition Position;              ///< as the frame's headers tell it
   DeliveryReport Report;
+  std::int64_t LostCount = 0;  ///< frames behind the first one that the application hasn't got
   client::Frame&
       Buffer;  ///< a handler that moves it keeps the bytes longer, within the stream's life
 };
@@ -92,6 +94,7 @@ class CameraStream {
   bool TakeNext(LONGLONG timeout);
   void Take(client::Frame& frame);
   [[nodiscard]] std::optional<DeliveryReport> LoopNow() const;
+  [[nodiscard]] std::int64_t CountLost(const FramePosition& position);
   bool DrainAtEnd();
   void WatchTransfers();
   [[nodiscard]] testbed::BusMeter SinceRun() const;
@@ -104,6 +107,8 @@ class CameraStream {
   testbed::BusMeter atRun_;
   std::optional<DeliveryWatch> watch_;
   StreamCounts counts_;  ///< of frames; the bus's share comes from its meter
+  LostFrames lost_;
+  std::int64_t lostCount_ = 0;
   StreamProgress last_;  ///< of the newest frame
   DeliveryReport newest_;
   LONGLONG start_ = 0;

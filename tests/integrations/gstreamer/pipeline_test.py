@@ -131,6 +131,24 @@ class PipelineTest(unittest.TestCase):
         self.assertIn("lidcam.kind = simulated", text)
         self.assertIn("video/x-raw, format=YUY2, width=640, height=480", text)
 
+    def monitor(self):
+        return self.program("gst-device-monitor-1.0", "Video/Source:video/x-raw")
+
+    def test_a_camera_that_lidcam_share_shares_is_not_listed_a_second_time(self):
+        os.makedirs(self.path("lidcam"))
+        with open(self.path("lidcam/1af0-6010-seed1.share"), "w", encoding="utf-8") as lock:
+            lock.write(f"process {os.getpid()} through PipeWire\n")
+        text = self.monitor()
+        self.assertNotIn("device.path = sim:1af0:6010", text)
+        self.assertIn("device.path = sim:1af0:0511", text)
+        os.remove(self.path("lidcam/1af0-6010-seed1.share"))
+        self.assertIn("device.path = sim:1af0:6010", self.monitor())
+
+    def test_a_camera_that_cannot_be_streamed_is_not_listed(self):
+        text = self.monitor()
+        self.assertNotIn("1b17:6100", text)
+        self.assertIn("1b17:6101", text)
+
     def test_errors_name_the_camera_and_the_reason(self):
         result = self.run_program("gst-launch-1.0", "lidcamsrc", "camera=usb:250-9", "!", "fakesink")
         self.assertNotEqual(result.returncode, 0)

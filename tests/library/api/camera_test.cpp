@@ -1,7 +1,11 @@
 #include <atomic>
+#include <chrono>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <memory>
 #include <mutex>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -33,6 +37,73 @@ TEST_F(CameraTest, TheListHasTheSimulatedCamerasAndWhoUsesThem) {
   }
   EXPECT_TRUE(isFound);
   lidcam_cameras_free(cameras);
+}
+
+/// A camera of the list; the list stays.
+const lidcam_camera_info& Listed(const std::string& address) {
+  const lidcam_camera_info* const* cameras = nullptr;
+  EXPECT_EQ(lidcam_cameras_list(&cameras, nullptr), LIDCAM_OK) << lidcam_error_text();
+  static std::shared_ptr<const lidcam_camera_info* const> list;
+  list.reset(cameras, lidcam_cameras_free);
+  while (*cameras != nullptr && address != (*cameras)->address) ++cameras;
+  if (*cameras == nullptr) throw std::runtime_error(address + " is not in the list");
+  return **cameras;
+}
+
+void WriteShareLine(const std::filesystem::path& folder, const std::string& line) {
+  std::filesystem::create_directory(folder / "lidcam");
+  std::ofstream(folder / "lidcam" / "1af0-6010-seed1.share") << line << "\n";
+}
+
+TEST_F(CameraTest, TheListSaysByWhichOtherWayApplicationsGetACamera) {
+  EXPECT_STREQ(Listed("sim:1af0:6010").shared_by, "");
+  const std::string line = "process " + std::to_string(::getpid()) + " through PipeWire";
+  WriteShareLine(Folder(), line);
+  EXPECT_EQ(Listed("sim:1af0:6010").shared_by, line);
+  EXPECT_STREQ(Listed("sim:1af0:0511").shared_by, "");
+}
+
+TEST_F(CameraTest, AProcessThatWasKilledSharesNothingAnyMore) {
+  constexpr int kBeyondEveryProcess = 0x7FFFFFF;
+  WriteShareLine(Folder(), "process " + std::to_string(kBeyondEveryProcess) + " through PipeWire");
+  EXPECT_STREQ(Listed("sim:1af0:6010").shared_by, "");
+}
+
+TEST_F(CameraTest, TheListSaysWhichCameraCannotBeStreamed) {
+  EXPECT_STREQ(Listed("sim:1b17:6100").obstacle, "its frame size is not known");
+  EXPECT_STREQ(Listed("sim:1b17:6111").obstacle, "");
+  EXPECT_STREQ(Listed("sim:1af0:0511").obstacle, "");
+  EXPECT_STREQ(lidcam_camera_get_info(OpenCamera("sim:1b17:6100"))->obstacle,
+               "its frame size is not known");
+}
+
+TEST_F(CameraTest, AWatchTellsWhenACameraIsSharedAndWhenItIsNotAnyMore) {
+  std::atomic<int> changes = 0;
+  const auto count = [](void* user) { ++*static_cast<std::atomic<int>*>(user); };
+  const auto reach = [&changes](int number) {
+    for (int round = 0; round < 1000 && changes < number; ++round) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return changes.load();
+  };
+  lidcam_watch* watch = nullptr;
+  ASSERT_EQ(lidcam_watch_cameras(count, &changes, &watch), LIDCAM_OK) << lidcam_error_text();
+  std::this_thread::sleep_for(std::chrono::milliseconds(500));  // it knows how it was before
+  WriteShareLine(Folder(), "process " + std::to_string(::getpid()) + " through PipeWire");
+  EXPECT_EQ(reach(1), 1);
+  WriteShareLine(Folder(), "");
+  EXPECT_EQ(reach(2), 2);
+  lidcam_watch_end(watch);
+  WriteShareLine(Folder(), "process " + std::to_string(::getpid()) + " through PipeWire");
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  EXPECT_EQ(changes, 2);
+}
+
+TEST_F(CameraTest, AWatchNeedsAHandlerAndAPlace) {
+  lidcam_watch* watch = nullptr;
+  EXPECT_EQ(lidcam_watch_cameras(nullptr, nullptr, &watch), LIDCAM_ERROR_INVALID_ARGUMENT);
+  EXPECT_EQ(lidcam_watch_cameras([](void*) {}, nullptr, nullptr), LIDCAM_ERROR_INVALID_ARGUMENT);
+  lidcam_watch_end(nullptr);
 }
 
 TEST_F(CameraTest, ACameraSaysWhatItIs) {

@@ -113,6 +113,41 @@ class RtspTest(unittest.TestCase):
         # Several megabytes, more than the silent connection has room for.
         self.assertEqual(len(other.packets(6000)), 6000)
 
+    def viewers(self):
+        result = self.run_program(LIDCAM, "status", "--camera", "sim", "--json")
+        self.assertEqual(result.returncode, 0, result.stderr)
+        return json.loads(result.stdout).get("viewers", [])
+
+    def await_viewers(self, count):
+        for _ in range(300):
+            viewers = self.viewers()
+            if len(viewers) == count:
+                return viewers
+            time.sleep(0.1)
+        self.fail(f"not {count} but {viewers}")
+
+    def test_the_status_names_each_viewer_until_it_leaves(self):
+        _, address = self.serve("--size", "160x120")
+        self.assertEqual(self.viewers(), [])
+        first = self.view(address)
+        first.play()
+        second = self.view(address)
+        second.play()
+        viewers = self.await_viewers(2)
+        for viewer in viewers:
+            self.assertRegex(viewer, r"^RTSP: 127\.0\.0\.1:\d+$")
+        self.assertEqual(len(set(viewers)), 2)
+        second.close()
+        self.assertIn(self.await_viewers(1)[0], viewers)
+
+    def test_the_status_names_a_viewer_of_a_camera_that_was_unplugged_meanwhile(self):
+        server, address = self.serve("--size", "160x120", "--faults", "at 1s unplug")
+        viewer = self.view(address)
+        viewer.play()
+        viewer.packets(60)
+        self.assertEqual(len(self.await_viewers(1)), 1)
+        self.stop(server)
+
     def test_the_camera_is_free_when_the_last_viewer_has_left(self):
         _, address = self.serve("--size", "160x120")
         viewer = Viewer(address)

@@ -18,6 +18,7 @@
 #include "camera_model/device/camera_options.h"
 #include "library/base/command_error.h"
 #include "library/camera/controls/sensor_notes.h"
+#include "library/camera/source/camera_share.h"
 #include "library/camera/source/plugged_camera.h"
 
 namespace lidcam::app {
@@ -85,6 +86,8 @@ nlohmann::json ToJson(const camera_model::CameraIdentity& identity) {
 struct PluggedListing {
   bus::PluggedDevice Device;
   std::string Holder;          ///< empty if it is free
+  std::string Sharer;          ///< "process 12 through PipeWire"; empty if it isn't shared
+  std::string Obstacle;        ///< why it can't be streamed; empty if there is no known reason
   std::uint32_t Reserved = 0;  ///< bytes a microframe, by all devices of its bus
   std::string OthersOnBus;
 };
@@ -93,8 +96,14 @@ std::vector<PluggedListing> ReadPlugged() {
   std::vector<PluggedListing> listings;
   for (const bus::PluggedDevice& device : PluggedCameras()) {
     const auto onBus = bus::UsbSysfs().DevicesOnBus(device.Bus);
-    listings.push_back(
-        {device, HolderOf(device), bus::ReservedBytesOf(onBus), bus::NamesOf(onBus, device.Path)});
+    CameraChoice choice;
+    choice.Camera = NameOf(device);
+    listings.push_back({.Device = device,
+                        .Holder = HolderOf(device),
+                        .Sharer = SharerOf(UnitOf(choice).value_or("")),
+                        .Obstacle = StreamObstacleOf(device.Vendor, device.Product),
+                        .Reserved = bus::ReservedBytesOf(onBus),
+                        .OthersOnBus = bus::NamesOf(onBus, device.Path)});
   }
   return listings;
 }
@@ -113,6 +122,8 @@ nlohmann::json ToJson(const PluggedListing& listing) {
           {"megabitsPerSecond", device.Megabits},
           {"node", device.Node()},
           {"heldBy", listing.Holder},
+          {"sharedBy", listing.Sharer},
+          {"cannotStream", listing.Obstacle},
           {"bytesPerMicroframeLeft", BytesLeft(listing)},
           {"othersOnBus", listing.OthersOnBus}};
 }
@@ -126,6 +137,10 @@ void PrintPlugged(const std::vector<PluggedListing>& listings) {
     const bus::PluggedDevice& device = listing.Device;
     std::printf("  %s  %u Mbit/s, %s\n", NameOf(device).c_str(), device.Megabits,
                 listing.Holder.empty() ? "free" : ("in use by " + listing.Holder).c_str());
+    if (!listing.Sharer.empty()) std::printf("    shared by %s\n", listing.Sharer.c_str());
+    if (!listing.Obstacle.empty()) {
+      std::printf("    can't be streamed: %s\n", listing.Obstacle.c_str());
+    }
     std::printf(
         "    bus %u has %u of %u bytes a microframe left%s\n", device.Bus, BytesLeft(listing),
         bus::kReservableBytes,

@@ -112,7 +112,8 @@ void Run(const RecordCommand& command) {
     bus::RecordingBus recording(port.Bus(), command.Output);
     RecordingWriter writer(recording, command.Output);
     RunInTimeOf(command.Common.Camera, [&] {
-      result = RunStream(recording, size, limits, controls, &writer, command.Common.Output);
+      result = RunStream(recording, size, limits, controls, &writer, command.Common.Output, nullptr,
+                         {}, &command.Common.Camera);
     });
     if (!IsInRealTime(command.Common.Camera)) result.ProcessorSeconds.reset();
     result.Faults = port.Account();

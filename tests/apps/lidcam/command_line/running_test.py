@@ -77,6 +77,24 @@ class RunningTest(CommandLineTest):
         self.end(process)
         self.assertEqual(self.lidcam("get", "Contrast", "Mirror"), "Contrast=12\nMirror=1\n")
 
+    def test_a_camera_that_is_recorded_takes_requests_too(self):
+        environment = dict(os.environ, LIDCAM_HOME=self.path("home"))
+        process = subprocess.Popen([LIDCAM, "record", "-q", "--size", "160x120", "-o", self.path("bus.pcap")],
+                                   env=environment, stderr=subprocess.PIPE, text=True)
+        self.addCleanup(process.stderr.close)
+        self.addCleanup(process.wait)
+        self.addCleanup(process.kill)
+        self.await_socket(process)
+        self.assertEqual(self.lidcam("set", "Contrast=12"), "Contrast=12\n")
+        status = json.loads(self.lidcam("status", "--json"))
+        self.assertTrue(status["streams"])
+        self.assertIn("lidcam record", status["command"])
+        while json.loads(self.lidcam("status", "--json"))["frames"] == 0:
+            time.sleep(0.05)
+        self.end(process)
+        self.assertEqual(process.returncode, 0)
+        self.assertGreater(os.path.getsize(self.path("bus.pcap")), 10000)
+
     def test_a_set_persists_when_the_stream_is_killed_behind_it(self):
         process = self.stream()
         self.lidcam("set", "Contrast=12")

@@ -33,6 +33,12 @@ class SharingTest(CommandLineTest):
             _, error = process.communicate(timeout=60)
             self.assertEqual((process.returncode, error), (0, b""))
 
+    def test_a_camera_that_cannot_be_streamed_is_not_shared(self):
+        result = self.run_lidcam("share", "--camera", "sim:1b17:6100")
+        if b"built without" in result.stderr:
+            self.skipTest("built without PipeWire")
+        self.assert_one_line_error(result, 1, "sim:1b17:6100", "can't be streamed", "its frame size is not known")
+
     def test_two_values_that_are_set_at_once_are_both_stored(self):
         for value in range(1, 21):
             self.all_done([self.start("set", f"Brightness={value}"),
