@@ -219,7 +219,7 @@ void CameraSession::AwaitReturn() {
   } while (AwaitTick());
 }
 
-void CameraSession::WithCamera(const std::function<void(OpenedCamera& opened)>& use) {
+void CameraSession::Use(const std::function<void(OpenedCamera& opened)>& use) {
   tasks_.Run([&](OpenedCamera* opened) {
     const CommandError gone("camera '" + Name() + "' was unplugged", Failure::Unplugged);
     if (opened == nullptr) throw gone;

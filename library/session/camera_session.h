@@ -113,6 +113,10 @@ class CameraSession {
   [[nodiscard]] NextResult Next(std::optional<std::chrono::milliseconds> timeout,
                                 std::unique_ptr<LentFrame>& frame);
 
+  /// Calls `use` with the open camera on its thread, and waits. Throws what it throws, and CommandError once the camera
+  /// is gone.
+  void Use(const std::function<void(OpenedCamera& opened)>& use);
+
   [[nodiscard]] std::int32_t GetControl(const std::string& name);
   /// Throws also if the camera keeps another value.
   void SetControl(const std::string& name, std::int32_t value);
@@ -144,7 +148,6 @@ class CameraSession {
   bool AwaitTick();
 
   [[nodiscard]] bool IsGone(const OpenedCamera& opened);
-  void WithCamera(const std::function<void(OpenedCamera& opened)>& use);
   [[nodiscard]] const SessionControl& ControlOf(const std::string& name) const;
   void Change(OpenedCamera& opened, const CameraControl& control, std::int32_t value);
 
