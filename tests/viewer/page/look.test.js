@@ -9,7 +9,7 @@ import { after, before, test } from 'node:test';
 import { firstPicture, launch, openPage, until } from './support/browser.js';
 import { Program } from './support/program.js';
 
-const PICTURES = process.env.LIDCAM_PICTURES;
+const PICTURES = process.env.VIEWER_TEST_PICTURES;
 const axeSource = await readFile(createRequire(import.meta.url).resolve('axe-core/axe.min.js'), 'utf8');
 
 let program;

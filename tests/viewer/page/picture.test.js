@@ -124,14 +124,16 @@ test('histogram and waveform have the luminance of the picture', async () => {
   }
 });
 
+const canvasWidth = (page) => page.evaluate(() => document.querySelector('canvas.picture').width);
+
 test('the camera sends another size when it is chosen', async () => {
   const { page } = opened;
   await page.getByLabel('Picture size').selectOption('320x240');
-  await page.waitForFunction(() => document.querySelector('canvas.picture').width === 320);
+  await until(async () => await canvasWidth(page) === 320, 'pictures 320 wide');
   const before = await shownNumber(page);
   await frameAfter(page, before);
   await page.getByLabel('Picture size').selectOption('640x480');
-  await page.waitForFunction(() => document.querySelector('canvas.picture').width === 640);
+  await until(async () => await canvasWidth(page) === 640, 'pictures 640 wide');
 });
 
 test('a page that is loaded anew has its picture again, without the token', async () => {

@@ -9,7 +9,7 @@ import { promisify } from 'node:util';
 import { difference, firstPicture, frameAfter, launch, openPage, pictureSample, shownNumber, until } from './support/browser.js';
 import { Program } from './support/program.js';
 
-const PICTURES = process.env.LIDCAM_PICTURES;
+const PICTURES = process.env.VIEWER_TEST_PICTURES;
 const run = promisify(execFile);
 
 let browser;
@@ -17,8 +17,9 @@ let browser;
 before(async () => { browser = await launch(); });
 after(async () => { await browser?.close(); });
 
-test('several cameras are side by side, and the panels belong to the one that is chosen', async () => {
+test('several cameras are side by side, and the panels belong to the one that is chosen', async (t) => {
   const program = await Program.start(['sim:1af0:0511,seed=817', 'sim:1af0:6010,sensor=OV7670,seed=818']);
+  t.after(() => program.close());
   const { page, context, watch } = await openPage(browser, program);
   await firstPicture(page, 0);
   await firstPicture(page, 1);
@@ -35,15 +36,16 @@ test('several cameras are side by side, and the panels belong to the one that is
   assert.equal(await page.locator('.tile:visible').count(), 1);
   watch.assertClean();
   await context.close();
-  await program.close();
 });
 
-test('a capture has a time line that is scrubbed, paused and stepped', async () => {
+test('a capture has a time line that is scrubbed, paused and stepped', async (t) => {
   const folder = await mkdtemp(join(tmpdir(), 'lidcam-page-'));
+  t.after(() => rm(folder, { recursive: true }));
   const capture = join(folder, 'bus.pcap');
-  await run(process.env.LIDCAM_PROGRAM, ['record', '--camera', 'sim:1af0:0511,seed=819', '--fast', '--size', '320x240', '--duration', '4s', '-q', '-o', capture],
+  await run(process.env.VIEWER_TEST_PROGRAM, ['record', '--camera', 'sim:1af0:0511,seed=819', '--fast', '--size', '320x240', '--duration', '4s', '-q', '-o', capture],
     { env: { ...process.env, LIDCAM_HOME: folder } });
   const program = await Program.start([`capture:${capture}`]);
+  t.after(() => program.close());
   const { page, context, watch } = await openPage(browser, program);
   await firstPicture(page);
   const slider = page.getByLabel('Time in the capture');
@@ -66,6 +68,4 @@ test('a capture has a time line that is scrubbed, paused and stepped', async () 
   await frameAfter(page, await shownNumber(page));
   watch.assertClean();
   await context.close();
-  await program.close();
-  await rm(folder, { recursive: true });
 });

@@ -3,7 +3,7 @@
 import assert from 'node:assert/strict';
 import { chromium } from 'playwright-core';
 
-const EXECUTABLE = process.env.LIDCAM_CHROMIUM ?? '/usr/bin/chromium';
+const EXECUTABLE = process.env.VIEWER_TEST_CHROMIUM ?? '/usr/bin/chromium';
 
 /** Many times what anything takes on a quiet machine. */
 export const LIMIT = 20000;
@@ -48,23 +48,22 @@ function watchOver(page, program) {
   };
 }
 
-/** Waits until a camera's picture is on its canvas. */
-export async function firstPicture(page, index = 0) {
-  await page.waitForFunction((at) => document.querySelectorAll('canvas.picture')[at]?.dataset.number, index, { timeout: LIMIT });
+/** The number of the frame on the canvas; NaN before the first. */
+export function shownNumber(page, index = 0) {
+  return page.evaluate((at) => Number(document.querySelectorAll('canvas.picture')[at]?.dataset.number), index);
 }
 
-/** The number of the frame on the canvas. */
-export function shownNumber(page, index = 0) {
-  return page.evaluate((at) => Number(document.querySelectorAll('canvas.picture')[at].dataset.number), index);
+/** Waits until a camera's picture is on its canvas. */
+export async function firstPicture(page, index = 0) {
+  await until(async () => !Number.isNaN(await shownNumber(page, index)), 'a picture');
 }
 
 /** Waits until a later frame than `number` is shown. */
 export async function frameAfter(page, number, index = 0) {
-  await page.waitForFunction(([at, before]) => Number(document.querySelectorAll('canvas.picture')[at].dataset.number) > before,
-    [index, number], { timeout: LIMIT });
+  await until(async () => await shownNumber(page, index) > number, `a frame after ${number}`);
 }
 
-/** Mean luminance of the canvas, or of a part of it in thousandths. */
+/** Mean luminance of the canvas. */
 export function meanLuminance(page, index = 0) {
   return page.evaluate((at) => {
     const canvas = document.querySelectorAll('canvas.picture')[at];
@@ -90,7 +89,10 @@ export function difference(a, b) {
   return a.reduce((sum, value, i) => sum + Math.abs(value - b[i]), 0) / a.length;
 }
 
-/** Waits until a condition outside of the page holds. @param {() => Promise<boolean>} holds @param {string} what */
+/**
+ * Waits until a condition holds. (The page's policy forbids the waiting inside of it that playwright has.)
+ * @param {() => Promise<boolean>} holds @param {string} what
+ */
 export async function until(holds, what) {
   for (const begun = Date.now(); Date.now() - begun < LIMIT;) {
     if (await holds()) return;

@@ -6,11 +6,11 @@ import { tmpdir } from 'node:os';
 import { join } from 'node:path';
 import { promisify } from 'node:util';
 
-const PROGRAM = process.env.LIDCAM_PROGRAM;
+const PROGRAM = process.env.VIEWER_TEST_PROGRAM;
 const START_LIMIT = 20000;  // milliseconds
 const END_LIMIT = 10000;
 
-if (!PROGRAM) throw new Error('LIDCAM_PROGRAM has to name the program: run scripts/test-viewer');
+if (!PROGRAM) throw new Error('VIEWER_TEST_PROGRAM has to name the program: run scripts/test-viewer');
 
 const run = promisify(execFile);
 
@@ -28,6 +28,7 @@ export class Program {
   async launch(options = []) {
     const chosen = this.cameras.flatMap((camera) => ['--camera', camera]);
     this.child = spawn(PROGRAM, ['view', '--no-browser', ...chosen, ...options], { env: this.environment(), stdio: ['ignore', 'ignore', 'pipe'] });
+    process.once('exit', () => this.child.kill('SIGKILL'));
     this.messages = '';
     this.child.stderr.on('data', (data) => { this.messages += data; });
     this.ended = new Promise((resolve) => { this.child.once('exit', (status, signal) => resolve({ status, signal })); });
