@@ -55,12 +55,15 @@ export class Controls {
     return this.ask({ do: 'reset', camera: this.stage.selected, ...(name ? { name } : {}) }, name ? words(name) : 'Reset');
   }
 
+  /** @returns {Promise<boolean>} whether the camera has taken it */
   async ask(message, subject) {
     try {
       await this.connection.ask(message);
+      return true;
     } catch (error) {
       this.announce(`${subject}: ${error.message}`);
       this.show();
+      return false;
     }
   }
 }
@@ -73,6 +76,7 @@ class Control {
     this.row = row;
     this.pending = null;  // value to send when the last one has been answered
     this.waits = false;
+    this.isOutdated = false;  // rows came while it waited
     const id = freshId('control');
     this.value = element('output', { class: 'value', for: id });
     this.resetButton = button('Reset', reset, { class: 'reset', 'aria-label': `Reset ${words(row.name)} to ${row.default}`,
@@ -95,13 +99,15 @@ class Control {
   /** While a slider moves, only its last place is sent when the camera has taken the one before. */
   async sendPending() {
     this.waits = true;
+    this.isOutdated = false;
+    let isTaken = true;
     while (this.pending !== null) {
       const value = this.pending;
       this.pending = null;
-      await this.send(value);
+      isTaken = await this.send(value);
     }
     this.waits = false;
-    this.show(this.row);
+    if (this.isOutdated || !isTaken) this.show(this.row);
   }
 
   /** @param {ControlRow} row */
@@ -112,6 +118,7 @@ class Control {
     this.element.classList.toggle('unsaved', isUnsaved(row));
     setText(this.note, noteOf(row, this.input.nameOf, this.input.kind === 'slider'));
     this.input.mark(row);
+    this.isOutdated = this.waits;  // what is being moved isn't moved back below the hand
     if (this.waits) return;
     this.input.show(row.value);
     this.showValue(row.value);

@@ -55,7 +55,9 @@ for (const { name, mouse, least } of SLIDERS) {
     await stores(name, value + (mouse === 1 ? -1 : 1));
     await row(name).getByRole('button', { name: 'Reset' }).click();
     await until(async () => await row(name).getByRole('button', { name: 'Reset', includeHidden: true }).isDisabled(), `${name} is at its default`);
-    assert.match(await row(name).locator('.note').innerText(), new RegExp(`default ${await program.stored(name)}$`.replace('-', '−')));
+    const [, lowest, most, normal] = (await row(name).locator('.note').innerText()).replaceAll('−', '-').match(/^(-?\d+) to (-?\d+) · default (-?\d+)/);
+    assert.deepEqual([lowest, most], [await slider.getAttribute('min'), await slider.getAttribute('max')]);
+    await stores(name, Number(normal));
   });
 }
 
@@ -99,6 +101,15 @@ test('every control has a row with its name, its meaning and its default, and ca
     assert.ok(/default|no effect/.test(text), text);
     assert.ok(await row(control.name).locator('input').first().evaluate((input) => input.tabIndex === 0));
   }
+});
+
+test('a value that is not yet saved is told apart from the saved one', async () => {
+  const slider = row('Saturation').getByRole('slider');
+  await stores('Saturation', Number(await slider.inputValue()));
+  await slider.press('End');
+  await until(async () => /· saved \d+$/.test(await row('Saturation').locator('.note').innerText()), 'the saved value beside it');
+  await stores('Saturation', 255);
+  await until(async () => !/saved/.test(await row('Saturation').locator('.note').innerText()), 'saved');
 });
 
 test('a change by lidcam set shows on the page', async () => {

@@ -43,11 +43,13 @@ export async function countersSent(page, count) {
   return new Map(cells.map(([number, luminance]) => [number, readCounter(luminance)]));
 }
 
-/** Runs in the page. */
+/** Runs in the page. One question for each row of cells: the program answers for a limited number of pixels. */
 function gatherFromCamera({ count, area, centres }) {
+  const rows = [...new Set(centres.map(({ y }) => y))];
   return new Promise((resolve, reject) => {
     const socket = new WebSocket(`${location.origin.replace(/^http/, 'ws')}/live`);
-    const found = new Map();
+    const found = new Map();   // number to luminance by row
+    const asked = new Map();   // question to row
     socket.binaryType = 'arraybuffer';
     const send = (message) => socket.send(JSON.stringify(message));
     socket.onopen = () => send({ do: 'watch', cameras: [0], scale: 1 });
@@ -59,16 +61,23 @@ function gatherFromCamera({ count, area, centres }) {
     const shown = (data) => {
       const length = new DataView(data).getUint32(0, true);
       const { number } = JSON.parse(new TextDecoder().decode(new Uint8Array(data, 4, length)));
-      send({ do: 'pixels', id: number, camera: 0, number, ...area });
+      for (const row of rows) {
+        asked.set(asked.size + 1, { row, number });
+        send({ do: 'pixels', id: asked.size, camera: 0, number, x: area.x, y: area.y + row, width: area.width, height: 1 });
+      }
     };
     const answered = (message) => {
       if (message.error) reject(new Error(message.error));
       if (message.answer === undefined) return;
-      found.set(message.number, centres.map(({ x, y }) => message.y[y * area.width + x]));
-      send({ do: 'shown', camera: 0, number: message.answer });
+      const { row, number } = asked.get(message.answer);
+      if (!found.has(number)) found.set(number, new Map());
+      if (message.number === number) found.get(number).set(row, message.y);
+      if (row !== rows.at(-1)) return;
+      send({ do: 'shown', camera: 0, number });
       if (found.size < count) return;
       socket.close();
-      resolve([...found]);
+      const whole = [...found].filter(([, lines]) => lines.size === rows.length);
+      resolve(whole.map(([frame, lines]) => [frame, centres.map(({ x, y }) => lines.get(y)[x])]));
     };
   });
 }
