@@ -1,6 +1,6 @@
 /** The light states, which of them the camera is in, and what would change it. */
 
-import { drawing, element, setText } from './dom.js';
+import { drawing, element } from './dom.js';
 
 const WIDTH = 76;
 const HEIGHT = 28;
@@ -47,7 +47,6 @@ export class LightMachine {
       const [to, ...condition] = exit.split(' ');
       return element('li', {}, element('strong', {}, `→ ${to}`), ` ${condition.join(' ')}`);
     }));
-    setText(this.element.firstChild, 'Light state');
   }
 }
 

@@ -1,6 +1,6 @@
 /** One camera's live picture on a canvas. */
 
-import { element, setText } from './dom.js';
+import { element } from './dom.js';
 import { PanZoom } from './pan_zoom.js';
 
 const RATE_OVER = 2000;     // milliseconds that the rate is taken over
@@ -137,7 +137,6 @@ export class Picture extends EventTarget {
 export function describe(picture) {
   const { camera, header } = picture;
   const size = header ? `${header.width} by ${header.height}` : 'no frame yet';
-  setText(picture.canvas, '');
   picture.canvas.setAttribute('aria-label', `Live picture of ${camera.info.unit}, ${size}`);
 }
 

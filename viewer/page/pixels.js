@@ -1,4 +1,4 @@
-/** The pixels around the pointer, with the values that the camera really sent: the JPEG on the page only comes close. */
+/** The pixels around the place that was pointed at last, with the values that the camera really sent: the JPEG on the page only comes close. */
 
 import { element, setText } from './dom.js';
 import { prepare } from './plot.js';
@@ -18,16 +18,16 @@ export class Pixels {
     this.waits = false;
     this.lastAsked = 0;
     this.canvas = element('canvas', { role: 'img', 'aria-label': 'Pixels around the pointer' });
-    this.where = element('span', { class: 'where' }, 'point at the picture');
+    this.where = element('span', { class: 'where' });
     this.values = element('output', { class: 'values', 'aria-label': 'Values of the pixel' });
     this.figure = element('figure', { class: 'scope loupe' },
       element('figcaption', {}, element('h2', {}, 'Pixel'), this.where), this.canvas, this.values);
     place.append(this.figure);
     stage.place.addEventListener('pointermove', (event) => this.pointed(event));
     stage.place.addEventListener('pointerdown', (event) => this.pointed(event));
-    stage.place.addEventListener('pointerleave', () => { this.point = null; });
+    stage.addEventListener('selected', () => { this.point = null; });
     stage.addEventListener('shown', () => this.ask());
-    this.drawEmpty();
+    setText(this.values, 'Y –  U –  V –');
   }
 
   pointed(event) {
@@ -36,18 +36,19 @@ export class Pixels {
     const place = picture.view.placeOf(event);
     const { x, y } = picture.view.pointBelow(place.x, place.y);
     const inside = x >= 0 && y >= 0 && x < picture.canvas.width && y < picture.canvas.height;
-    this.point = inside ? { x: Math.floor(x), y: Math.floor(y) } : null;
+    if (!inside) return;
+    this.point = { x: Math.floor(x), y: Math.floor(y) };
     this.ask();
   }
 
   /** One question at a time, of the frame that is on the canvas. */
   async ask() {
     const { picture } = this.stage;
-    if (!this.point || !picture?.header || this.waits) return;
+    if (!picture?.header || this.waits || this.figure.offsetParent === null) return;
     if (performance.now() - this.lastAsked < PERIOD) return;
     this.waits = true;
     this.lastAsked = performance.now();
-    const area = areaAround(this.point, picture.canvas);
+    const area = areaAround(this.point ?? middleOf(picture.canvas), picture.canvas);
     try {
       const answer = await this.connection.ask({ do: 'pixels', camera: this.stage.selected, number: picture.header.number, ...area });
       this.show(area, answer);
@@ -81,10 +82,11 @@ export class Pixels {
     context.lineWidth = 2;
     context.strokeRect(left + column * cell - 0.5, row * cell - 0.5, cell, cell);
   }
+}
 
-  drawEmpty() {
-    setText(this.values, 'Y –  U –  V –');
-  }
+/** Before anything was pointed at. */
+function middleOf(canvas) {
+  return { x: canvas.width >> 1, y: canvas.height >> 1 };
 }
 
 function areaAround(point, canvas) {
