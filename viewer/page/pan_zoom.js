@@ -92,11 +92,8 @@ export class PanZoom {
 
   /** No more empty space at a side than a fitted picture has. */
   keepInside(factor) {
-    for (const [axis, window, length] of [['x', this.element.clientWidth, this.canvas.width],
-      ['y', this.element.clientHeight, this.canvas.height]]) {
-      const half = Math.min(0.5, window / 2 / (length * factor));
-      this.centre[axis] = Math.min(1 - half, Math.max(half, this.centre[axis]));
-    }
+    const half = Math.min(0.5, this.fitted() / factor / 2);
+    for (const axis of ['x', 'y']) this.centre[axis] = Math.min(1 - half, Math.max(half, this.centre[axis]));
   }
 
   wheel(event) {
