@@ -15,7 +15,7 @@ export class LoopChart {
     this.cursor = null;  // seconds of performance.now() below the pointer
     this.lastDrawn = 0;
     this.lanes = [
-      new Lane('luminance', 'Luminance', drawLuminance, (step) => [fixed(step.luminance, 0), `target ${fixed(step.target, 0)}, ${fixed(step.low, 0)} to ${fixed(step.high, 0)}`]),
+      new Lane('luminance', 'Luminance', drawLuminance, (step) => [fixed(step.luminance ?? NaN, 0), `target ${fixed(step.target, 0)}, ${fixed(step.low, 0)} to ${fixed(step.high, 0)}`]),
       new Lane('exposure', 'Exposure', drawExposure, (step) => [fixed(step.exposure, 0), `half cycles · ${fixed(step.exposureLines, 0)} lines`]),
       new Lane('gain', 'Gain', drawGain, (step) => [`${fixed(step.coarseGain, 0)} × ${fixed(step.fineGain / 128, 2)}`, `coarse ${fixed(step.coarseGain, 0)}, fine ${fixed(step.fineGain, 0)}`]),
       new Lane('states', 'Light', drawStates, (step) => [step.light, '']),
@@ -104,7 +104,7 @@ function drawLuminance({ context, width, height, colours, steps, x }) {
   context.strokeStyle = colours.ink;
   context.lineWidth = 1.5;
   context.lineJoin = 'round';
-  strokeSteps(context, steps, (step) => step.luminance, x, y);
+  strokeSteps(context, steps.filter((step) => step.luminance !== null), (step) => step.luminance, x, y);
 }
 
 function drawExposure({ context, width, height, colours, steps, x }) {

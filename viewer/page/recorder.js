@@ -46,7 +46,7 @@ export class Recorder {
     try {
       const answer = await this.connection.ask({ do: 'stop', camera, recording });
       this.finished.set(camera, answer);
-      this.announce(`Recorded ${answer.frames} frames`);
+      this.announce(`Recorded ${answer.frames} frames${answer.lost > 0 ? `; ${answer.lost} were lost` : ''}`);
     } catch (error) {
       this.announce(`The recording failed: ${error.message}`);
     }

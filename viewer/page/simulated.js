@@ -34,8 +34,8 @@ export class SimulatedCamera {
     this.place.replaceChildren();
     if (!panel) return;
     if (panel.light) this.place.append(this.lightRow(panel.light));
-    if (panel.mains !== undefined) this.place.append(this.mainsRow());
-    if (panel.noise !== undefined) this.place.append(this.noiseRow());
+    if (panel.mains) this.place.append(this.mainsRow(panel.mains));
+    if (panel.noise) this.place.append(this.noiseRow(panel.noise));
     if (panel.scene) this.place.append(this.sceneRow());
     if (panel.unplug) this.place.append(this.plugRow());
     if (panel.faults) this.place.append(this.faultRow(panel.faults));
@@ -72,27 +72,29 @@ export class SimulatedCamera {
       element('div', { class: 'track' }, input), ticks);
   }
 
-  mainsRow() {
-    const choice = segmented('Lamps on the mains', [[50, '50 Hz'], [60, '60 Hz']], (mains) => this.simulate({ mains }));
-    this.refresh.push(({ mains }) => choice.show(mains));
-    return row('Lamps on the mains', choice.element, 'A wrong Flicker setting shows as moving bands.');
+  mainsRow({ values }) {
+    const choices = values.map((rate) => [rate, rate === 0 ? 'daylight' : `${rate} Hz`]);
+    const choice = segmented('Lamps on the mains', choices, (mains) => this.simulate({ mains }));
+    this.refresh.push(({ mains }) => choice.show(mains.value));
+    return row('Lamps on the mains', choice.element, 'A Flicker setting that doesn’t fit shows as moving bands.');
   }
 
-  noiseRow() {
+  noiseRow({ minimum, maximum }) {
     const id = freshId('noise');
     const value = element('output', { class: 'value', for: id });
-    const input = element('input', { type: 'range', id, min: 0, max: 10, step: 0.5, input: () => {
+    const input = element('input', { type: 'range', id, min: minimum, max: maximum, step: (maximum - minimum) / 20, input: () => {
       this.latest('noise', input.valueAsNumber);
       showNoise(input.valueAsNumber);
     } });
     const showNoise = (noise) => {
       setText(value, `${noise} ×`);
-      input.style.setProperty('--part', noise / 10);
+      input.setAttribute('aria-valuetext', `${noise} times that of the sensor`);
+      input.style.setProperty('--part', (noise - minimum) / (maximum - minimum));
     };
     this.refresh.push(({ noise }) => {
       if (this.sending.has('noise')) return;
-      input.value = noise;
-      showNoise(noise);
+      input.value = noise.value;
+      showNoise(noise.value);
     });
     return element('div', { class: 'control slider' },
       element('div', { class: 'head' }, element('label', { for: id, class: 'name' }, 'Noise of the sensor'), value),
@@ -100,7 +102,7 @@ export class SimulatedCamera {
   }
 
   sceneRow() {
-    const file = element('input', { type: 'file', class: 'unseen', accept: '.png,.ppm,.pgm,image/png', 'aria-label': 'Picture file for the scene',
+    const file = element('input', { type: 'file', class: 'unseen', accept: '.png,.jpg,.jpeg,.y4m,image/png,image/jpeg', 'aria-label': 'Picture file for the scene',
       change: () => { this.upload(file.files[0]); file.value = ''; } });
     const drop = element('div', { class: 'drop',
       dragover: (event) => { event.preventDefault(); drop.classList.add('over'); },
@@ -109,7 +111,7 @@ export class SimulatedCamera {
     element('span', {}, 'Drop a picture here'),
     element('span', { class: 'buttons' }, file, button('Choose…', () => file.click()),
       button('Test card', () => this.simulate({ scene: null }))));
-    return row('Scene', drop, 'PNG, PPM or PGM, up to 16 MiB.');
+    return row('Scene', drop, 'PNG, JPEG or Y4M, up to 16 MiB.');
   }
 
   plugRow() {
@@ -126,9 +128,9 @@ export class SimulatedCamera {
     const script = element('input', { type: 'text', 'aria-label': 'Script of faults', spellcheck: 'false', placeholder: 'at 0s lose 40; at 1s error 3' });
     const form = element('form', { class: 'script', submit: (event) => { event.preventDefault(); this.simulate({ faults: script.value }); } },
       script, element('button', {}, 'Begin'));
-    const ready = faults.map((fault) => (typeof fault === 'string' ? { name: fault, script: fault } : fault))
-      .map((fault) => button(fault.name, () => this.simulate({ faults: fault.script }), { title: fault.script }));
-    return row('Faults on the bus', element('div', { class: 'faults' }, element('div', { class: 'buttons' }, ...ready), form),
+    const ready = faults.map((fault) => button(fault.name, () => this.simulate({ faults: fault.script }), { title: fault.script }));
+    const end = button('End all', () => this.simulate({ faults: '' }), { class: 'quiet' });
+    return row('Faults on the bus', element('div', { class: 'faults' }, element('div', { class: 'buttons' }, ...ready, end), form),
       'They begin when pressed; times count from there.');
   }
 
@@ -165,7 +167,7 @@ export class SimulatedCamera {
     }
     try {
       const answer = await fetch(`/scene?camera=${this.stage.selected}`, { method: 'POST', body: file });
-      if (!answer.ok) throw new Error(await answer.text());
+      if (!answer.ok) throw new Error((await answer.text()).trim() || answer.statusText);
       this.announce(`The scene is ${file.name}`);
     } catch (error) {
       this.announce(`${file.name}: ${error.message}`);

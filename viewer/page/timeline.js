@@ -20,14 +20,17 @@ export class Timeline {
       input: () => this.seek(this.slider.valueAsNumber) });
     this.time = element('output', { class: 'time' });
     place.append(this.playButton, element('div', { class: 'track' }, this.slider), this.time);
-    stage.addEventListener('selected', () => this.show());
-    for (const kind of ['position', 'camera']) {
-      store.addEventListener(kind, (event) => event.detail === stage.selected && this.show());
-    }
+    stage.addEventListener('selected', () => this.show(true));
+    store.addEventListener('position', (event) => event.detail === stage.selected && this.show());
+    store.addEventListener('camera', (event) => event.detail === stage.selected && this.show(true));
   }
 
   async play(on) {
     await this.connection.ask({ do: 'play', camera: this.stage.selected, on }).catch(() => {});
+    this.showPlaying(on);
+  }
+
+  showPlaying(on) {
     this.playing = on;
     setText(this.playButton, on ? 'Pause' : 'Play');
   }
@@ -46,12 +49,14 @@ export class Timeline {
     this.waits = false;
   }
 
-  show() {
+  /** @param {boolean} [whole] also whether it plays, which a position doesn't tell */
+  show(whole = false) {
     const camera = this.stage.camera;
-    const seconds = camera?.info.kind === 'recording' ? camera.info.panel?.seconds : undefined;
+    const { seconds, playing } = camera?.info.kind === 'recording' ? camera.info.panel ?? {} : {};
     this.place.hidden = seconds === undefined;
     if (seconds === undefined) return;
     this.slider.max = seconds;
+    if (whole && playing !== undefined) this.showPlaying(playing);
     if (this.waits || this.slider.matches(':active')) return;
     this.slider.value = camera.position;
     this.showTime(camera.position);

@@ -55,6 +55,10 @@ export class TracePanel {
     this.dirty = true;
   }
 
+  emptyText() {
+    return this.store.cameras.size > 1 ? 'The trace is there where lidcam view shows one camera only.' : 'No line yet.';
+  }
+
   show() {
     if (!this.dirty || this.paused || !this.isSeen()) return;
     this.dirty = false;
@@ -63,7 +67,7 @@ export class TracePanel {
     const wanted = this.filter.value.trim().toLowerCase();
     const lines = wanted ? camera.trace.filter((line) => line.toLowerCase().includes(wanted)) : camera.trace;
     const atEnd = this.scroll.scrollTop + this.scroll.clientHeight > this.scroll.scrollHeight - 30;
-    setText(this.text, lines.length > 0 ? lines.slice(-SHOWN).join('\n') : 'No line yet.');
+    setText(this.text, lines.length > 0 ? lines.slice(-SHOWN).join('\n') : this.emptyText());
     if (atEnd) this.scroll.scrollTop = this.scroll.scrollHeight;
     const skipped = camera.traceSkipped > 0 ? `, ${whole(camera.traceSkipped)} left out` : '';
     setText(this.count, `${whole(lines.length)} lines${skipped}`);
