@@ -4,9 +4,14 @@ import { element, setText } from './dom.js';
 import { age, dataRate, whole } from './format.js';
 import { firstSince, prepare } from './plot.js';
 
-const SPAN = 180;  // seconds
+const SPAN = 180; // seconds
 const ONE_CAMERA = 'Frames and recoveries are counted where lidcam view shows one camera only.';
-const FRAMES = [['good', 'good'], ['short', 'short'], ['long', 'long'], ['discarded', 'discarded']];
+const FRAMES = [
+  ['good', 'good'],
+  ['short', 'short'],
+  ['long', 'long'],
+  ['discarded', 'discarded'],
+];
 
 export class BusPanel {
   /** @param {HTMLElement} place @param {import('./stage.js').Stage} stage @param {import('./store.js').Store} store @param {() => boolean} isSeen */
@@ -23,11 +28,19 @@ export class BusPanel {
     this.events = element('ol', { class: 'events' });
     place.append(
       element('div', { class: 'rates' }, ...this.rates.map((rate) => rate.element)),
-      element('div', { class: 'frames' }, element('h3', {}, 'Frames'), this.frames.element,
-        element('dl', { class: 'counts' }, ...this.counts.map((count) => count.element)), this.reasons),
-      element('div', { class: 'recovery' }, element('h3', {}, 'Recovery'), this.events));
+      element(
+        'div',
+        { class: 'frames' },
+        element('h3', {}, 'Frames'),
+        this.frames.element,
+        element('dl', { class: 'counts' }, ...this.counts.map((count) => count.element)),
+        this.reasons,
+      ),
+      element('div', { class: 'recovery' }, element('h3', {}, 'Recovery'), this.events),
+    );
     stage.addEventListener('selected', () => this.show());
-    for (const kind of ['bus', 'recovery']) store.addEventListener(kind, (event) => event.detail === stage.selected && this.show());
+    for (const kind of ['bus', 'recovery'])
+      store.addEventListener(kind, (event) => event.detail === stage.selected && this.show());
   }
 
   show() {
@@ -37,14 +50,21 @@ export class BusPanel {
     const seconds = camera.bus.slice(firstSince(camera.bus, now - SPAN));
     for (const rate of this.rates) rate.show(seconds, now);
     for (const count of this.counts) count.show(camera.totals);
-    this.frames.show(seconds, camera.recoveries.filter((event) => event.at > now - SPAN), now);
+    this.frames.show(
+      seconds,
+      camera.recoveries.filter((event) => event.at > now - SPAN),
+      now,
+    );
     this.showReasons(camera.totals.reasons);
     this.showEvents(camera.recoveries, now);
   }
 
   showReasons(reasons) {
-    this.reasons.replaceChildren(...[...reasons].map(([reason, count]) =>
-      element('li', {}, element('span', {}, reason), element('b', {}, whole(count)))));
+    this.reasons.replaceChildren(
+      ...[...reasons].map(([reason, count]) =>
+        element('li', {}, element('span', {}, reason), element('b', {}, whole(count))),
+      ),
+    );
   }
 
   /** The driver's trace, which they come from, doesn't tell several cameras apart. */
@@ -54,8 +74,10 @@ export class BusPanel {
   }
 
   showEvents(events, now) {
-    const rows = events.slice(-50).reverse().map((event) => element('li', {},
-      element('time', {}, age(now - event.at)), element('span', {}, event.text)));
+    const rows = events
+      .slice(-50)
+      .reverse()
+      .map((event) => element('li', {}, element('time', {}, age(now - event.at)), element('span', {}, event.text)));
     const empty = element('li', { class: 'empty' }, this.countsFrames() ? 'Nothing had to be recovered.' : ONE_CAMERA);
     this.events.replaceChildren(...(rows.length > 0 ? rows : [empty]));
   }
@@ -67,8 +89,13 @@ class Rate {
     Object.assign(this, { valueOf, format });
     this.value = element('strong', {}, '–');
     this.canvas = element('canvas', { role: 'img', 'aria-label': `${title} over the last minutes` });
-    this.element = element('div', { class: 'rate' }, element('h3', {}, title),
-      element('p', {}, this.value, element('span', { class: 'unit' }, unit)), this.canvas);
+    this.element = element(
+      'div',
+      { class: 'rate' },
+      element('h3', {}, title),
+      element('p', {}, this.value, element('span', { class: 'unit' }, unit)),
+      this.canvas,
+    );
   }
 
   show(seconds, now) {
@@ -89,7 +116,11 @@ class Rate {
 /** The frames of each second: the good ones, above them those that failed, and where something was recovered. */
 class FrameBars {
   constructor() {
-    this.element = element('canvas', { class: 'frame-bars', role: 'img', 'aria-label': 'Frames of each second over the last three minutes' });
+    this.element = element('canvas', {
+      class: 'frame-bars',
+      role: 'img',
+      'aria-label': 'Frames of each second over the last three minutes',
+    });
   }
 
   show(seconds, events, now) {
@@ -108,7 +139,8 @@ class FrameBars {
       context.fillRect(x, bottom - good - failed, bar, failed);
     });
     context.fillStyle = colours.warn;
-    for (const event of events) context.fillRect(Math.round(width - ((now - event.at) / SPAN) * width) - 1, bottom + 3, 2, 5);
+    for (const event of events)
+      context.fillRect(Math.round(width - ((now - event.at) / SPAN) * width) - 1, bottom + 3, 2, 5);
   }
 }
 

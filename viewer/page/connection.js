@@ -1,6 +1,6 @@
 /** The WebSocket to the server: messages, answers, frames, and a new connection when one is lost. */
 
-const FIRST_RETRY = 0.5;  // seconds
+const FIRST_RETRY = 0.5; // seconds
 const LAST_RETRY = 5;
 const ANSWER_LIMIT = 10;
 

@@ -40,7 +40,11 @@ export class Controls {
 
   rowFor(row) {
     if (!this.rows.has(row.name)) {
-      const control = new Control(row, (value) => this.set(row.name, value), () => this.reset(row.name));
+      const control = new Control(
+        row,
+        (value) => this.set(row.name, value),
+        () => this.reset(row.name),
+      );
       this.rows.set(row.name, control);
       this.list.append(control.element);
     }
@@ -52,7 +56,10 @@ export class Controls {
   }
 
   reset(name) {
-    return this.ask({ do: 'reset', camera: this.stage.selected, ...(name ? { name } : {}) }, name ? words(name) : 'Reset');
+    return this.ask(
+      { do: 'reset', camera: this.stage.selected, ...(name ? { name } : {}) },
+      name ? words(name) : 'Reset',
+    );
   }
 
   /** @returns {Promise<boolean>} whether the camera has taken it */
@@ -74,20 +81,27 @@ class Control {
   constructor(row, send, reset) {
     this.send = send;
     this.row = row;
-    this.pending = null;  // value to send when the last one has been answered
+    this.pending = null; // value to send when the last one has been answered
     this.waits = false;
-    this.isOutdated = false;  // rows came while it waited
+    this.isOutdated = false; // rows came while it waited
     const id = freshId('control');
     this.value = element('output', { class: 'value', for: id });
-    this.resetButton = button('Reset', reset, { class: 'reset', 'aria-label': `Reset ${words(row.name)} to ${row.default}`,
-      title: `Back to ${row.default}` });
+    this.resetButton = button('Reset', reset, {
+      class: 'reset',
+      'aria-label': `Reset ${words(row.name)} to ${row.default}`,
+      title: `Back to ${row.default}`,
+    });
     this.note = element('span', { class: 'note', id: `${id}-note` });
     this.meaning = element('span', { class: 'meaning', id: `${id}-meaning` }, sentence(row.meaning));
     this.input = makeInput(row, id, (value) => this.changed(value));
     this.input.describe(`${id}-meaning ${id}-note`);
-    this.element = element('div', { class: `control ${this.input.kind}`, 'data-name': row.name },
+    this.element = element(
+      'div',
+      { class: `control ${this.input.kind}`, 'data-name': row.name },
       element('div', { class: 'head' }, this.input.label, this.value, this.resetButton),
-      this.input.element, element('p', { class: 'foot' }, this.meaning, this.note));
+      this.input.element,
+      element('p', { class: 'foot' }, this.meaning, this.note),
+    );
   }
 
   changed(value) {
@@ -118,7 +132,7 @@ class Control {
     this.element.classList.toggle('unsaved', isUnsaved(row));
     setText(this.note, noteOf(row, this.input.nameOf, this.input.kind === 'slider'));
     this.input.mark(row);
-    this.isOutdated = this.waits;  // what is being moved isn't moved back below the hand
+    this.isOutdated = this.waits; // what is being moved isn't moved back below the hand
     if (this.waits) return;
     this.input.show(row.value);
     this.showValue(row.value);
@@ -149,7 +163,9 @@ function makeInput(row, id, changed) {
 
 /** "mains light: 0 none, 1 50 Hz, 2 60 Hz": a name for each value, or null. */
 function namedValues(row) {
-  const names = new Map([...row.meaning.matchAll(/(?:^|[,:] ?)(\d+) ([^,]+)/g)].map(([, value, name]) => [Number(value), name]));
+  const names = new Map(
+    [...row.meaning.matchAll(/(?:^|[,:] ?)(\d+) ([^,]+)/g)].map(([, value, name]) => [Number(value), name]),
+  );
   const count = (row.maximum - row.minimum) / row.step + 1;
   return names.size === count && count <= 4 ? names : null;
 }
@@ -159,8 +175,14 @@ function labelFor(row, id) {
 }
 
 function sliderInput(row, id, changed) {
-  const input = element('input', { type: 'range', id, min: row.minimum, max: row.maximum, step: row.step,
-    input: () => changed(input.valueAsNumber) });
+  const input = element('input', {
+    type: 'range',
+    id,
+    min: row.minimum,
+    max: row.maximum,
+    step: row.step,
+    input: () => changed(input.valueAsNumber),
+  });
   const marks = { default: element('i', { class: 'mark default' }), saved: element('i', { class: 'mark saved' }) };
   const part = (value) => (value - row.minimum) / (row.maximum - row.minimum);
   return {
@@ -183,32 +205,52 @@ function sliderInput(row, id, changed) {
 }
 
 function switchInput(row, id, changed) {
-  const input = element('input', { type: 'checkbox', role: 'switch', id, change: () => changed(input.checked ? 1 : 0) });
+  const input = element('input', {
+    type: 'checkbox',
+    role: 'switch',
+    id,
+    change: () => changed(input.checked ? 1 : 0),
+  });
   return {
     kind: 'switch',
     label: labelFor(row, id),
     element: input,
     describe: (ids) => input.setAttribute('aria-describedby', ids),
     nameOf: (value) => (value ? 'on' : 'off'),
-    show: (value) => { input.checked = value !== 0; },
+    show: (value) => {
+      input.checked = value !== 0;
+    },
     mark: () => {},
   };
 }
 
 function choiceInput(row, id, choices, changed) {
   const radios = [...choices].map(([value, name], i) => {
-    const input = element('input', { type: 'radio', name: id, id: i === 0 ? id : `${id}-${value}`, value, change: () => changed(value) });
+    const input = element('input', {
+      type: 'radio',
+      name: id,
+      id: i === 0 ? id : `${id}-${value}`,
+      value,
+      change: () => changed(value),
+    });
     return { value, input, element: element('label', {}, input, element('span', {}, name)) };
   });
   const label = element('span', { class: 'name', id: `${id}-name` }, words(row.name));
-  const group = element('div', { class: 'choice', role: 'radiogroup', 'aria-labelledby': `${id}-name` }, ...radios.map((radio) => radio.element));
+  const group = element(
+    'div',
+    { class: 'choice', role: 'radiogroup', 'aria-labelledby': `${id}-name` },
+    ...radios.map((radio) => radio.element),
+  );
   return {
     kind: 'choices',
     label,
     element: group,
     describe: (ids) => group.setAttribute('aria-describedby', ids),
     nameOf: (value) => choices.get(value) ?? `${value}`,
-    show: (value) => radios.forEach((radio) => { radio.input.checked = radio.value === value; }),
+    show: (value) =>
+      radios.forEach((radio) => {
+        radio.input.checked = radio.value === value;
+      }),
     mark: () => {},
   };
 }

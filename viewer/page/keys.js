@@ -2,7 +2,7 @@
 
 import { button, element } from './dom.js';
 
-const PAN = 60;  // screen pixels
+const PAN = 60; // screen pixels
 
 /** @param {import('./stage.js').Stage} stage @param {import('./tools.js').Tools} tools @param {import('./recorder.js').Recorder} recorder */
 function keysOf(stage, tools, recorder) {
@@ -43,9 +43,16 @@ export function listenForKeys(stage, tools, recorder, helpButton) {
 }
 
 function helpDialog(keys) {
-  const rows = keys.filter((key) => key.name).map((key) => element('div', {}, element('dt', {}, element('kbd', {}, key.name)), element('dd', {}, key.meaning)));
-  const dialog = element('dialog', { class: 'help', 'aria-label': 'Keys' }, element('h2', {}, 'Keys'), element('dl', {}, ...rows),
+  const rows = keys
+    .filter((key) => key.name)
+    .map((key) => element('div', {}, element('dt', {}, element('kbd', {}, key.name)), element('dd', {}, key.meaning)));
+  const dialog = element(
+    'dialog',
+    { class: 'help', 'aria-label': 'Keys' },
+    element('h2', {}, 'Keys'),
+    element('dl', {}, ...rows),
     element('p', {}, 'The wheel enlarges below the pointer; a double click enlarges four times, and back.'),
-    button('Close', () => dialog.close(), { autofocus: true }));
+    button('Close', () => dialog.close(), { autofocus: true }),
+  );
   return dialog;
 }

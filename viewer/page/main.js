@@ -22,7 +22,7 @@ import { Timeline } from './timeline.js';
 import { Tools } from './tools.js';
 import { TracePanel } from './trace_panel.js';
 
-const ANNOUNCEMENT = 4000;  // milliseconds
+const ANNOUNCEMENT = 4000; // milliseconds
 
 const at = (id) => document.getElementById(id);
 

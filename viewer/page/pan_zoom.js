@@ -2,16 +2,16 @@
 
 import { element } from './dom.js';
 
-const MOST = 48;         // screen pixels for one of the picture
+const MOST = 48; // screen pixels for one of the picture
 const STEP = 1.25;
-const PIXELS_FROM = 2;   // enlarged more than this, the pixels are shown as squares
+const PIXELS_FROM = 2; // enlarged more than this, the pixels are shown as squares
 
 export class PanZoom {
   /** @param {HTMLCanvasElement} canvas @param {() => void} changed after each change of scale or place */
   constructor(canvas, changed) {
     this.canvas = canvas;
     this.changed = changed;
-    this.scale = 0;  // 0: fitted
+    this.scale = 0; // 0: fitted
     this.centre = { x: 0.5, y: 0.5 };
     this.element = element('div', { class: 'window' }, canvas);
     this.element.addEventListener('wheel', (event) => this.wheel(event), { passive: false });
@@ -53,8 +53,10 @@ export class PanZoom {
       return;
     }
     this.scale = Math.min(MOST, scale);
-    this.centre.x = point.x / this.canvas.width - (place.x - this.element.clientWidth / 2) / this.scale / this.canvas.width;
-    this.centre.y = point.y / this.canvas.height - (place.y - this.element.clientHeight / 2) / this.scale / this.canvas.height;
+    this.centre.x =
+      point.x / this.canvas.width - (place.x - this.element.clientWidth / 2) / this.scale / this.canvas.width;
+    this.centre.y =
+      point.y / this.canvas.height - (place.y - this.element.clientHeight / 2) / this.scale / this.canvas.height;
     this.refit();
   }
 
@@ -83,7 +85,9 @@ export class PanZoom {
     const left = this.element.clientWidth / 2 - this.centre.x * width;
     const top = this.element.clientHeight / 2 - this.centre.y * height;
     Object.assign(this.canvas.style, {
-      width: `${width}px`, height: `${height}px`, transform: `translate(${left}px, ${top}px)`,
+      width: `${width}px`,
+      height: `${height}px`,
+      transform: `translate(${left}px, ${top}px)`,
     });
     this.canvas.classList.toggle('pixels', factor > PIXELS_FROM);
     this.element.classList.toggle('enlarged', !this.isFitted);

@@ -3,8 +3,8 @@
 import { element } from './dom.js';
 import { PanZoom } from './pan_zoom.js';
 
-const RATE_OVER = 2000;     // milliseconds that the rate is taken over
-const LATENCIES_KEPT = 60;  // frames
+const RATE_OVER = 2000; // milliseconds that the rate is taken over
+const LATENCIES_KEPT = 60; // frames
 
 /**
  * Events: `shown` (detail: the frame's header; it is on the canvas), `view` (zoom or place changed), `frozen`.
@@ -28,7 +28,7 @@ export class Picture extends EventTarget {
     this.view = new PanZoom(this.canvas, () => this.dispatchEvent(new CustomEvent('view')));
     this.element = this.view.element;
     this.frozen = false;
-    this.queue = [];        // frames that arrived and aren't drawn
+    this.queue = []; // frames that arrived and aren't drawn
     this.drawing = false;
     this.header = null;
     this.leftOut = 0;
@@ -145,6 +145,9 @@ function nextPaint() {
   if (document.hidden) return Promise.resolve();
   return new Promise((resolve) => {
     const timer = setTimeout(resolve, 250);
-    requestAnimationFrame(() => { clearTimeout(timer); resolve(); });
+    requestAnimationFrame(() => {
+      clearTimeout(timer);
+      resolve();
+    });
   });
 }

@@ -3,8 +3,8 @@
 import { element, setText } from './dom.js';
 import { prepare } from './plot.js';
 
-const SIDE = 9;        // pixels across and down
-const PERIOD = 100;    // milliseconds between two questions
+const SIDE = 9; // pixels across and down
+const PERIOD = 100; // milliseconds between two questions
 
 export class Pixels {
   /**
@@ -20,12 +20,19 @@ export class Pixels {
     this.canvas = element('canvas', { role: 'img', 'aria-label': 'Pixels around the pointer' });
     this.where = element('span', { class: 'where' });
     this.values = element('output', { class: 'values', 'aria-label': 'Values of the pixel' });
-    this.figure = element('figure', { class: 'scope loupe' },
-      element('figcaption', {}, element('h2', {}, 'Pixel'), this.where), this.canvas, this.values);
+    this.figure = element(
+      'figure',
+      { class: 'scope loupe' },
+      element('figcaption', {}, element('h2', {}, 'Pixel'), this.where),
+      this.canvas,
+      this.values,
+    );
     place.append(this.figure);
     stage.place.addEventListener('pointermove', (event) => this.pointed(event));
     stage.place.addEventListener('pointerdown', (event) => this.pointed(event));
-    stage.addEventListener('selected', () => { this.point = null; });
+    stage.addEventListener('selected', () => {
+      this.point = null;
+    });
     stage.addEventListener('shown', () => this.ask());
     setText(this.values, 'Y –  U –  V –');
   }
@@ -50,7 +57,12 @@ export class Pixels {
     this.lastAsked = performance.now();
     const area = areaAround(this.point ?? middleOf(picture.canvas), picture.canvas);
     try {
-      const answer = await this.connection.ask({ do: 'pixels', camera: this.stage.selected, number: picture.header.number, ...area });
+      const answer = await this.connection.ask({
+        do: 'pixels',
+        camera: this.stage.selected,
+        number: picture.header.number,
+        ...area,
+      });
       this.show(area, answer);
     } catch (error) {
       setText(this.values, error.message);

@@ -1,7 +1,17 @@
 /** What all drawings on a canvas share: their size in the screen's pixels, and the page's colours. */
 
-const NAMES = { ink: '--ink', ink2: '--ink-2', ink3: '--ink-3', line: '--line', accent: '--accent', band: '--band',
-  bad: '--bad', warn: '--warn', panel: '--panel', font: '--sans' };
+const NAMES = {
+  ink: '--ink',
+  ink2: '--ink-2',
+  ink3: '--ink-3',
+  line: '--line',
+  accent: '--accent',
+  band: '--band',
+  bad: '--bad',
+  warn: '--warn',
+  panel: '--panel',
+  font: '--sans',
+};
 
 let colours = null;
 
@@ -10,7 +20,9 @@ function readColours() {
   return Object.fromEntries(Object.entries(NAMES).map(([key, name]) => [key, style.getPropertyValue(name).trim()]));
 }
 
-matchMedia('(prefers-color-scheme: dark)').addEventListener('change', () => { colours = null; });
+matchMedia('(prefers-color-scheme: dark)').addEventListener('change', () => {
+  colours = null;
+});
 
 /**
  * Clears a canvas, in the size that it has on the page.

@@ -21,18 +21,31 @@ export class ForOtherPrograms {
     const still = `${location.origin}/snapshot.jpg?${query}`;
     const stream = `${location.origin}/stream.mjpg?${query}`;
     this.place.replaceChildren(
-      element('p', { class: 'lead' }, 'Stable addresses of this camera’s picture. Their token opens these two and nothing else.'),
+      element(
+        'p',
+        { class: 'lead' },
+        'Stable addresses of this camera’s picture. Their token opens these two and nothing else.',
+      ),
       this.entry('One picture', still, 'For scripts, home automation, a time-lapse.'),
       this.entry('A stream of JPEG pictures', stream, 'For an <img>, a media player, OpenCV.'),
       this.entry('To watch it', `ffplay '${stream}'`),
-      this.entry('To save a picture', `curl -o picture.jpg '${still}'`));
+      this.entry('To save a picture', `curl -o picture.jpg '${still}'`),
+    );
   }
 
   entry(name, text, meaning = '') {
-    return element('div', { class: 'address' },
-      element('div', { class: 'head' }, element('span', { class: 'name' }, name),
-        button('Copy', () => this.copy(text), { class: 'quiet', 'aria-label': `Copy: ${name}` })),
-      element('code', {}, text), meaning ? element('p', { class: 'meaning' }, meaning) : null);
+    return element(
+      'div',
+      { class: 'address' },
+      element(
+        'div',
+        { class: 'head' },
+        element('span', { class: 'name' }, name),
+        button('Copy', () => this.copy(text), { class: 'quiet', 'aria-label': `Copy: ${name}` }),
+      ),
+      element('code', {}, text),
+      meaning ? element('p', { class: 'meaning' }, meaning) : null,
+    );
   }
 
   /** Only a secure context has a clipboard; elsewhere the text can be selected. */

@@ -12,10 +12,14 @@ export class Recorder {
    */
   constructor(stage, store, connection, announce) {
     Object.assign(this, { stage, store, connection, announce });
-    this.running = new Map();   // camera to {recording, begun}
-    this.finished = new Map();  // camera to {href, frames}
+    this.running = new Map(); // camera to {recording, begun}
+    this.finished = new Map(); // camera to {href, frames}
     this.form = element('select', { 'aria-label': 'File format of recordings' });
-    this.recordButton = button('Record', () => this.toggle(), { class: 'record', 'aria-pressed': 'false', 'aria-keyshortcuts': 'R' });
+    this.recordButton = button('Record', () => this.toggle(), {
+      class: 'record',
+      'aria-pressed': 'false',
+      'aria-keyshortcuts': 'R',
+    });
     this.result = element('span', { class: 'recorded' });
     this.element = element('div', { class: 'group' }, this.recordButton, this.form, this.result);
     store.addEventListener('hello', () => this.showForms());

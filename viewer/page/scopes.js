@@ -3,9 +3,9 @@
 import { element, setText } from './dom.js';
 import { prepare } from './plot.js';
 
-const COLUMNS = 192;  // samples of the picture, across and down: enough for the shapes
+const COLUMNS = 192; // samples of the picture, across and down: enough for the shapes
 const ROWS = 144;
-const PERIOD = 100;   // milliseconds between two drawings
+const PERIOD = 100; // milliseconds between two drawings
 
 export class Scopes {
   /** @param {HTMLElement} place @param {import('./stage.js').Stage} stage */
@@ -15,11 +15,15 @@ export class Scopes {
     this.sampler.imageSmoothingEnabled = false;
     this.lastDrawn = 0;
     this.histogram = element('canvas', { role: 'img', 'aria-label': 'Histogram of the luminance' });
-    this.waveform = element('canvas', { role: 'img', 'aria-label': 'Waveform of the luminance, from the left of the picture to its right' });
+    this.waveform = element('canvas', {
+      role: 'img',
+      'aria-label': 'Waveform of the luminance, from the left of the picture to its right',
+    });
     this.summary = element('output', { 'aria-label': 'Mean luminance, and pixels at black or white' });
     place.append(
       panel('Histogram', this.histogram, 'histogram', this.summary),
-      panel('Waveform', this.waveform, 'waveform'));
+      panel('Waveform', this.waveform, 'waveform'),
+    );
     stage.addEventListener('shown', () => this.shown());
   }
 
@@ -57,7 +61,7 @@ export class Scopes {
       const bar = Math.min(1, Math.sqrt(count / most)) * (height - 1);
       context.fillRect(x, height - bar, Math.round(((i + 1) * width) / counts.length) - x, bar);
     });
-    this.showSummary(sum / luminance.length, (counts[0]) / luminance.length, (counts[127]) / luminance.length);
+    this.showSummary(sum / luminance.length, counts[0] / luminance.length, counts[127] / luminance.length);
   }
 
   showSummary(mean, black, white) {
@@ -75,7 +79,12 @@ export class Scopes {
         const count = counts[column * 128 + level];
         if (count === 0) continue;
         context.globalAlpha = Math.min(1, 0.18 + count / 24);
-        context.fillRect((column * width) / COLUMNS, height - ((level + 1) * height) / 128, width / COLUMNS + 0.3, Math.max(1, height / 128));
+        context.fillRect(
+          (column * width) / COLUMNS,
+          height - ((level + 1) * height) / 128,
+          width / COLUMNS + 0.3,
+          Math.max(1, height / 128),
+        );
       }
     }
     context.globalAlpha = 1;
@@ -83,7 +92,12 @@ export class Scopes {
 }
 
 function panel(title, canvas, name, note = null) {
-  return element('figure', { class: `scope ${name}` }, element('figcaption', {}, element('h2', {}, title), note), canvas);
+  return element(
+    'figure',
+    { class: `scope ${name}` },
+    element('figcaption', {}, element('h2', {}, title), note),
+    canvas,
+  );
 }
 
 /** One level that fills half of the picture would flatten all the others. */

@@ -1,7 +1,7 @@
 /** The server's clock, as seen from here: what a frame's latency is measured with. */
 
-const PERIOD = 2000;  // milliseconds between two questions
-const KEPT = 16;      // half a minute: clocks drift little in it
+const PERIOD = 2000; // milliseconds between two questions
+const KEPT = 16; // half a minute: clocks drift little in it
 
 export class ServerClock {
   /** @param {import('./connection.js').Connection} connection */

@@ -22,7 +22,7 @@ export class SimulatedCamera {
 
   show() {
     const info = this.stage.camera?.info;
-    const panel = info?.kind === 'simulated' ? info.panel ?? {} : null;
+    const panel = info?.kind === 'simulated' ? (info.panel ?? {}) : null;
     const shape = panel ? `${info.camera} ${Object.keys(panel).join()} ${(panel.faults ?? []).length}` : '';
     if (shape !== this.shape) this.rebuild(panel);
     this.shape = shape;
@@ -47,10 +47,17 @@ export class SimulatedCamera {
     const value = element('output', { class: 'value', for: id });
     const span = Math.log(maximum / minimum);
     const luxAt = (part) => minimum * Math.exp(part * span);
-    const input = element('input', { type: 'range', id, min: 0, max: 1, step: 0.005, input: () => {
-      this.latest('light', Number(luxAt(input.valueAsNumber).toPrecision(3)));
-      showLight(luxAt(input.valueAsNumber));
-    } });
+    const input = element('input', {
+      type: 'range',
+      id,
+      min: 0,
+      max: 1,
+      step: 0.005,
+      input: () => {
+        this.latest('light', Number(luxAt(input.valueAsNumber).toPrecision(3)));
+        showLight(luxAt(input.valueAsNumber));
+      },
+    });
     const showLight = (lux) => {
       setText(value, light(lux));
       input.setAttribute('aria-valuetext', light(lux));
@@ -62,14 +69,22 @@ export class SimulatedCamera {
       showLight(now.value);
     });
     const scale = [1, 10, 100, 1000, 10000].filter((lux) => lux > minimum && lux < maximum);
-    const ticks = element('div', { class: 'ticks', 'aria-hidden': 'true' }, ...scale.map((lux) => {
-      const tick = element('span', {}, lux >= 1000 ? `${lux / 1000}k` : `${lux}`);
-      tick.style.setProperty('--part', Math.log(lux / minimum) / span);
-      return tick;
-    }));
-    return element('div', { class: 'control slider light' },
+    const ticks = element(
+      'div',
+      { class: 'ticks', 'aria-hidden': 'true' },
+      ...scale.map((lux) => {
+        const tick = element('span', {}, lux >= 1000 ? `${lux / 1000}k` : `${lux}`);
+        tick.style.setProperty('--part', Math.log(lux / minimum) / span);
+        return tick;
+      }),
+    );
+    return element(
+      'div',
+      { class: 'control slider light' },
       element('div', { class: 'head' }, element('label', { for: id, class: 'name' }, 'Light on the scene'), value),
-      element('div', { class: 'track' }, input), ticks);
+      element('div', { class: 'track' }, input),
+      ticks,
+    );
   }
 
   mainsRow({ values }) {
@@ -82,10 +97,17 @@ export class SimulatedCamera {
   noiseRow({ minimum, maximum }) {
     const id = freshId('noise');
     const value = element('output', { class: 'value', for: id });
-    const input = element('input', { type: 'range', id, min: minimum, max: maximum, step: (maximum - minimum) / 20, input: () => {
-      this.latest('noise', input.valueAsNumber);
-      showNoise(input.valueAsNumber);
-    } });
+    const input = element('input', {
+      type: 'range',
+      id,
+      min: minimum,
+      max: maximum,
+      step: (maximum - minimum) / 20,
+      input: () => {
+        this.latest('noise', input.valueAsNumber);
+        showNoise(input.valueAsNumber);
+      },
+    });
     const showNoise = (noise) => {
       setText(value, `${noise} ×`);
       input.setAttribute('aria-valuetext', `${noise} times that of the sensor`);
@@ -96,26 +118,58 @@ export class SimulatedCamera {
       input.value = noise.value;
       showNoise(noise.value);
     });
-    return element('div', { class: 'control slider' },
+    return element(
+      'div',
+      { class: 'control slider' },
       element('div', { class: 'head' }, element('label', { for: id, class: 'name' }, 'Noise of the sensor'), value),
-      element('div', { class: 'track' }, input));
+      element('div', { class: 'track' }, input),
+    );
   }
 
   sceneRow() {
-    const file = element('input', { type: 'file', class: 'unseen', accept: '.png,.jpg,.jpeg,.y4m,image/png,image/jpeg', 'aria-label': 'Picture file for the scene',
-      change: () => { this.upload(file.files[0]); file.value = ''; } });
-    const drop = element('div', { class: 'drop',
-      dragover: (event) => { event.preventDefault(); drop.classList.add('over'); },
-      dragleave: () => drop.classList.remove('over'),
-      drop: (event) => { event.preventDefault(); drop.classList.remove('over'); this.upload(event.dataTransfer.files[0]); } },
-    element('span', {}, 'Drop a picture here'),
-    element('span', { class: 'buttons' }, file, button('Choose…', () => file.click()),
-      button('Test card', () => this.simulate({ scene: null }))));
+    const file = element('input', {
+      type: 'file',
+      class: 'unseen',
+      accept: '.png,.jpg,.jpeg,.y4m,image/png,image/jpeg',
+      'aria-label': 'Picture file for the scene',
+      change: () => {
+        this.upload(file.files[0]);
+        file.value = '';
+      },
+    });
+    const drop = element(
+      'div',
+      {
+        class: 'drop',
+        dragover: (event) => {
+          event.preventDefault();
+          drop.classList.add('over');
+        },
+        dragleave: () => drop.classList.remove('over'),
+        drop: (event) => {
+          event.preventDefault();
+          drop.classList.remove('over');
+          this.upload(event.dataTransfer.files[0]);
+        },
+      },
+      element('span', {}, 'Drop a picture here'),
+      element(
+        'span',
+        { class: 'buttons' },
+        file,
+        button('Choose…', () => file.click()),
+        button('Test card', () => this.simulate({ scene: null })),
+      ),
+    );
     return row('Scene', drop, 'PNG, JPEG or Y4M, up to 16 MiB.');
   }
 
   plugRow() {
-    const plug = button('Unplug', () => this.simulate(plug.dataset.plugged === 'true' ? { unplug: true } : { plug: true }), { class: 'plug' });
+    const plug = button(
+      'Unplug',
+      () => this.simulate(plug.dataset.plugged === 'true' ? { unplug: true } : { plug: true }),
+      { class: 'plug' },
+    );
     this.refresh.push((_, info) => {
       const plugged = info.state !== 'unplugged';
       plug.dataset.plugged = plugged;
@@ -125,13 +179,33 @@ export class SimulatedCamera {
   }
 
   faultRow(faults) {
-    const script = element('input', { type: 'text', 'aria-label': 'Script of faults', spellcheck: 'false', placeholder: 'at 0s lose 40; at 1s error 3' });
-    const form = element('form', { class: 'script', submit: (event) => { event.preventDefault(); this.simulate({ faults: script.value }); } },
-      script, element('button', {}, 'Begin'));
-    const ready = faults.map((fault) => button(fault.name, () => this.simulate({ faults: fault.script }), { title: fault.script }));
+    const script = element('input', {
+      type: 'text',
+      'aria-label': 'Script of faults',
+      spellcheck: 'false',
+      placeholder: 'at 0s lose 40; at 1s error 3',
+    });
+    const form = element(
+      'form',
+      {
+        class: 'script',
+        submit: (event) => {
+          event.preventDefault();
+          this.simulate({ faults: script.value });
+        },
+      },
+      script,
+      element('button', {}, 'Begin'),
+    );
+    const ready = faults.map((fault) =>
+      button(fault.name, () => this.simulate({ faults: fault.script }), { title: fault.script }),
+    );
     const end = button('End all', () => this.simulate({ faults: '' }), { class: 'quiet' });
-    return row('Faults on the bus', element('div', { class: 'faults' }, element('div', { class: 'buttons' }, ...ready, end), form),
-      'They begin when pressed; times count from there.');
+    return row(
+      'Faults on the bus',
+      element('div', { class: 'faults' }, element('div', { class: 'buttons' }, ...ready, end), form),
+      'They begin when pressed; times count from there.',
+    );
   }
 
   /** While a slider moves, only its last place is sent when the one before was answered. */
@@ -176,8 +250,13 @@ export class SimulatedCamera {
 }
 
 function row(name, content, meaning) {
-  return element('div', { class: 'control' }, element('div', { class: 'head' }, element('span', { class: 'name' }, name)),
-    content, element('p', { class: 'foot' }, element('span', { class: 'meaning' }, meaning)));
+  return element(
+    'div',
+    { class: 'control' },
+    element('div', { class: 'head' }, element('span', { class: 'name' }, name)),
+    content,
+    element('p', { class: 'foot' }, element('span', { class: 'meaning' }, meaning)),
+  );
 }
 
 function segmented(label, choices, changed) {
@@ -187,7 +266,14 @@ function segmented(label, choices, changed) {
     return { value, input, element: element('label', {}, input, element('span', {}, text)) };
   });
   return {
-    element: element('div', { class: 'choice', role: 'radiogroup', 'aria-label': label }, ...radios.map((radio) => radio.element)),
-    show: (value) => radios.forEach((radio) => { radio.input.checked = radio.value === value; }),
+    element: element(
+      'div',
+      { class: 'choice', role: 'radiogroup', 'aria-label': label },
+      ...radios.map((radio) => radio.element),
+    ),
+    show: (value) =>
+      radios.forEach((radio) => {
+        radio.input.checked = radio.value === value;
+      }),
   };
 }

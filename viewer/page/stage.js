@@ -84,8 +84,13 @@ export class Stage extends EventTarget {
     picture.element.setAttribute('role', 'group');
     const message = element('div', { class: 'message' });
     const caption = element('p', { class: 'caption' }, camera.info.unit);
-    const tile = element('div', { class: 'tile', pointerdown: () => this.choose(camera.number),
-      focusin: () => this.choose(camera.number) }, picture.element, message, caption);
+    const tile = element(
+      'div',
+      { class: 'tile', pointerdown: () => this.choose(camera.number), focusin: () => this.choose(camera.number) },
+      picture.element,
+      message,
+      caption,
+    );
     this.place.append(tile);
     return { picture, tile, message, caption };
   }

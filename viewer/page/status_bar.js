@@ -3,7 +3,7 @@
 import { button, element, setText } from './dom.js';
 import { fixed } from './format.js';
 
-const PERIOD = 500;  // milliseconds: figures that change faster can't be read
+const PERIOD = 500; // milliseconds: figures that change faster can't be read
 
 const STATE_WORDS = { off: 'off', opening: 'starting', on: 'live', unplugged: 'unplugged', failed: 'failed' };
 
@@ -43,7 +43,7 @@ export class StatusBar {
     const frozen = this.stage.picture?.frozen && info.state === 'on';
     setText(this.name, info.description || info.unit);
     setText(this.sensor, info.sensor ?? '');
-    setText(this.state, frozen ? 'frozen' : STATE_WORDS[info.state] ?? info.state);
+    setText(this.state, frozen ? 'frozen' : (STATE_WORDS[info.state] ?? info.state));
     this.state.dataset.state = frozen ? 'frozen' : info.state;
     document.title = `${info.unit} – lidcam`;
   }
@@ -68,14 +68,22 @@ export class StatusBar {
       ended: 'This page’s session has ended. Open the address that lidcam view prints.',
     }[state];
     if (state === 'connecting' && link.textContent !== '') return;
-    link.replaceChildren(...(text ? [text] : []), ...(state === 'lost' ? [button('Now', () => this.connection.openUnlessRefused())] : []));
+    link.replaceChildren(
+      ...(text ? [text] : []),
+      ...(state === 'lost' ? [button('Now', () => this.connection.openUnlessRefused())] : []),
+    );
   }
 }
 
 function figure(name, unit, meaning) {
   const value = element('b', {}, '–');
   return {
-    element: element('div', { title: meaning, class: name.toLowerCase().replace(' ', '-') }, element('dt', {}, name), element('dd', {}, value, unit ? element('span', {}, ` ${unit}`) : null)),
+    element: element(
+      'div',
+      { title: meaning, class: name.toLowerCase().replace(' ', '-') },
+      element('dt', {}, name),
+      element('dd', {}, value, unit ? element('span', {}, ` ${unit}`) : null),
+    ),
     show: (text) => setText(value, text),
   };
 }

@@ -1,9 +1,9 @@
 /** What the server has told of its cameras. */
 
-const LOOP_KEPT = 600;      // seconds
+const LOOP_KEPT = 600; // seconds
 const BUS_KEPT = 600;
 const EVENTS_KEPT = 200;
-const TRACE_KEPT = 5000;    // lines
+const TRACE_KEPT = 5000; // lines
 
 /** @typedef {{at: number, luminance: number, target: number, low: number, high: number, exposure: number,
  *   exposureLines: number, coarseGain: number, fineGain: number, light: string, wrote: boolean}} LoopStep
@@ -68,21 +68,32 @@ const APPLY = {
     store.viewers = count;
     store.tell('viewers');
   },
-  camera: (store, info) => change(store, 'camera', info, (camera) => { camera.info = info; }),
-  controls: (store, change_) => change(store, 'controls', change_, (camera) => { camera.info.controls = change_.rows; }),
+  camera: (store, info) =>
+    change(store, 'camera', info, (camera) => {
+      camera.info = info;
+    }),
+  controls: (store, change_) =>
+    change(store, 'controls', change_, (camera) => {
+      camera.info.controls = change_.rows;
+    }),
   loop: (store, step) => change(store, 'loop', step, (camera) => addTimed(camera.loop, step, LOOP_KEPT)),
   bus: (store, second) => change(store, 'bus', second, (camera) => addSecond(camera, second)),
-  recovery: (store, event) => change(store, 'recovery', event, (camera) => {
-    camera.recoveries.push({ ...event, at: now() });
-    limit(camera.recoveries, EVENTS_KEPT);
-  }),
+  recovery: (store, event) =>
+    change(store, 'recovery', event, (camera) => {
+      camera.recoveries.push({ ...event, at: now() });
+      limit(camera.recoveries, EVENTS_KEPT);
+    }),
   registers: (store, batch) => change(store, 'registers', batch, (camera) => addRegisters(camera, batch.changed)),
-  trace: (store, batch) => change(store, 'trace', batch, (camera) => {
-    camera.trace.push(...batch.lines);
-    camera.traceSkipped += batch.skipped ?? 0;
-    limit(camera.trace, TRACE_KEPT);
-  }),
-  position: (store, place) => change(store, 'position', place, (camera) => { camera.position = place.seconds; }),
+  trace: (store, batch) =>
+    change(store, 'trace', batch, (camera) => {
+      camera.trace.push(...batch.lines);
+      camera.traceSkipped += batch.skipped ?? 0;
+      limit(camera.trace, TRACE_KEPT);
+    }),
+  position: (store, place) =>
+    change(store, 'position', place, (camera) => {
+      camera.position = place.seconds;
+    }),
 };
 
 /** What is known of a camera outlives a lost connection. */

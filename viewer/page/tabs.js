@@ -7,7 +7,12 @@ export class Tabs extends EventTarget {
   /** @param {HTMLElement} place @param {string} label */
   constructor(place, label) {
     super();
-    this.list = element('div', { class: 'tabs', role: 'tablist', 'aria-label': label, keydown: (event) => this.key(event) });
+    this.list = element('div', {
+      class: 'tabs',
+      role: 'tablist',
+      'aria-label': label,
+      keydown: (event) => this.key(event),
+    });
     this.place = place;
     this.tabs = new Map();
     this.chosen = null;
@@ -17,10 +22,26 @@ export class Tabs extends EventTarget {
   /** @param {string} name @param {string} label @returns {HTMLElement} the panel */
   add(name, label) {
     const id = freshId('tab');
-    const tab = element('button', { type: 'button', role: 'tab', id, 'aria-controls': `${id}-panel`,
-      'aria-selected': 'false', tabindex: '-1', click: () => this.choose(name) }, label);
-    const panel = element('div', { class: `panel ${name}`, role: 'tabpanel', id: `${id}-panel`, 'aria-labelledby': id,
-      hidden: true });
+    const tab = element(
+      'button',
+      {
+        type: 'button',
+        role: 'tab',
+        id,
+        'aria-controls': `${id}-panel`,
+        'aria-selected': 'false',
+        tabindex: '-1',
+        click: () => this.choose(name),
+      },
+      label,
+    );
+    const panel = element('div', {
+      class: `panel ${name}`,
+      role: 'tabpanel',
+      id: `${id}-panel`,
+      'aria-labelledby': id,
+      hidden: true,
+    });
     this.list.append(tab);
     this.place.append(panel);
     this.tabs.set(name, { tab, panel });

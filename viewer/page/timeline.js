@@ -16,8 +16,14 @@ export class Timeline {
     this.seeking = null;
     this.waits = false;
     this.playButton = button('Pause', () => this.play(!this.playing));
-    this.slider = element('input', { type: 'range', min: 0, step: 0.01, value: 0, 'aria-label': 'Time in the capture',
-      input: () => this.seek(this.slider.valueAsNumber) });
+    this.slider = element('input', {
+      type: 'range',
+      min: 0,
+      step: 0.01,
+      value: 0,
+      'aria-label': 'Time in the capture',
+      input: () => this.seek(this.slider.valueAsNumber),
+    });
     this.time = element('output', { class: 'time' });
     place.append(this.playButton, element('div', { class: 'track' }, this.slider), this.time);
     stage.addEventListener('selected', () => this.show(true));
@@ -52,7 +58,7 @@ export class Timeline {
   /** @param {boolean} [whole] also whether it plays, which a position doesn't tell */
   show(whole = false) {
     const camera = this.stage.camera;
-    const { seconds, playing } = camera?.info.kind === 'recording' ? camera.info.panel ?? {} : {};
+    const { seconds, playing } = camera?.info.kind === 'recording' ? (camera.info.panel ?? {}) : {};
     this.place.hidden = seconds === undefined;
     if (seconds === undefined) return;
     this.slider.max = seconds;

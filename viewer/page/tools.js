@@ -13,19 +13,38 @@ export class Tools {
    */
   constructor(place, stage, store, recorder, page) {
     Object.assign(this, { stage, store, page });
-    this.freezeButton = button('Freeze', () => this.freeze(), { 'aria-pressed': 'false', 'aria-keyshortcuts': 'Space' });
+    this.freezeButton = button('Freeze', () => this.freeze(), {
+      'aria-pressed': 'false',
+      'aria-keyshortcuts': 'Space',
+    });
     this.stepButton = button('Step', () => this.step(), { 'aria-keyshortcuts': '.' });
     this.snapshotButton = button('Snapshot', () => this.snapshot(), { 'aria-keyshortcuts': 'S' });
-    this.scale = button('', () => this.stage.picture?.view.fit(), { class: 'scale', title: 'Fit to the window', 'aria-keyshortcuts': '0' });
+    this.scale = button('', () => this.stage.picture?.view.fit(), {
+      class: 'scale',
+      title: 'Fit to the window',
+      'aria-keyshortcuts': '0',
+    });
     this.size = element('select', { 'aria-label': 'Picture size', change: () => this.changeSize() });
     this.sideBySide = button('Side by side', () => this.arrange(), { hidden: true });
     place.append(
       element('div', { class: 'group' }, this.freezeButton, this.stepButton, this.snapshotButton),
       recorder.element,
-      element('div', { class: 'group end' }, this.sideBySide, this.size,
-        button('−', () => this.zoom(-1), { 'aria-label': 'Zoom out', class: 'glyph' }), this.scale,
+      element(
+        'div',
+        { class: 'group end' },
+        this.sideBySide,
+        this.size,
+        button('−', () => this.zoom(-1), { 'aria-label': 'Zoom out', class: 'glyph' }),
+        this.scale,
         button('+', () => this.zoom(1), { 'aria-label': 'Zoom in', class: 'glyph' }),
-        button('', () => this.fullScreen(), { class: 'glyph full-screen', 'aria-label': 'Full screen', title: 'Full screen', 'aria-keyshortcuts': 'F' })));
+        button('', () => this.fullScreen(), {
+          class: 'glyph full-screen',
+          'aria-label': 'Full screen',
+          title: 'Full screen',
+          'aria-keyshortcuts': 'F',
+        }),
+      ),
+    );
     place.querySelector('.full-screen').append(corners());
     stage.addEventListener('selected', () => this.showAll());
     stage.addEventListener('view', () => this.showScale());
@@ -54,7 +73,9 @@ export class Tools {
       return;
     }
     const { number } = picture.header;
-    const blob = await new Promise((resolve) => { picture.canvas.toBlob(resolve, 'image/png'); });
+    const blob = await new Promise((resolve) => {
+      picture.canvas.toBlob(resolve, 'image/png');
+    });
     save(blob, `lidcam-${picture.camera.info.unit.replace(/[^\w-]+/g, '-')}-${number}.png`);
     this.page.announce(`Frame ${number} saved as a PNG file`);
   }
@@ -114,8 +135,16 @@ export class Tools {
 }
 
 function corners() {
-  return drawing('svg', { viewBox: '0 0 16 16', width: 16, height: 16, 'aria-hidden': 'true' },
-    drawing('path', { d: 'M2 6V2h4M10 2h4v4M14 10v4h-4M6 14H2v-4', fill: 'none', stroke: 'currentColor', 'stroke-width': 1.6 }));
+  return drawing(
+    'svg',
+    { viewBox: '0 0 16 16', width: 16, height: 16, 'aria-hidden': 'true' },
+    drawing('path', {
+      d: 'M2 6V2h4M10 2h4v4M14 10v4h-4M6 14H2v-4',
+      fill: 'none',
+      stroke: 'currentColor',
+      'stroke-width': 1.6,
+    }),
+  );
 }
 
 function save(blob, name) {

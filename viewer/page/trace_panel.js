@@ -3,8 +3,8 @@
 import { button, element, setText } from './dom.js';
 import { whole } from './format.js';
 
-const SHOWN = 400;     // lines
-const PERIOD = 200;    // milliseconds
+const SHOWN = 400; // lines
+const PERIOD = 200; // milliseconds
 
 export class TracePanel {
   /**
@@ -19,17 +19,41 @@ export class TracePanel {
     this.asked = null;
     this.paused = false;
     this.dirty = true;
-    this.filter = element('input', { type: 'search', placeholder: 'words that a line contains', 'aria-label': 'Filter of the trace', input: () => { this.dirty = true; } });
+    this.filter = element('input', {
+      type: 'search',
+      placeholder: 'words that a line contains',
+      'aria-label': 'Filter of the trace',
+      input: () => {
+        this.dirty = true;
+      },
+    });
     this.pauseButton = button('Pause', () => this.pause(), { 'aria-pressed': 'false' });
     this.count = element('span', { class: 'count' });
     this.text = element('pre', { class: 'lines' });
     this.scroll = element('div', { class: 'scroll', tabindex: '0', role: 'region', 'aria-label': 'Trace' }, this.text);
-    place.append(element('div', { class: 'bar-row' }, this.filter, this.pauseButton, button('Clear', () => this.clear()), this.count), this.scroll);
-    store.addEventListener('trace', () => { this.dirty = true; });
+    place.append(
+      element(
+        'div',
+        { class: 'bar-row' },
+        this.filter,
+        this.pauseButton,
+        button('Clear', () => this.clear()),
+        this.count,
+      ),
+      this.scroll,
+    );
+    store.addEventListener('trace', () => {
+      this.dirty = true;
+    });
     stage.addEventListener('selected', () => this.ask());
-    connection.addEventListener('link', () => { this.asked = null; });
+    connection.addEventListener('link', () => {
+      this.asked = null;
+    });
     document.addEventListener('visibilitychange', () => this.ask());
-    setInterval(() => { this.ask(); this.show(); }, PERIOD);
+    setInterval(() => {
+      this.ask();
+      this.show();
+    }, PERIOD);
   }
 
   /** Lines are sent only while they are looked at. */

@@ -29,12 +29,15 @@ test('a lost connection is told and tried again, and the state comes back', asyn
     };
   });
   await firstPicture(page);
-  await frameAfter(page, await shownNumber(page) + 2);
+  await frameAfter(page, (await shownNumber(page)) + 2);
   await page.evaluate(() => window.sockets.at(-1).close());
   await until(async () => /Connection lost/.test(await page.locator('#link').innerText()), 'told');
-  await until(async () => await page.locator('#link').innerText() === '', 'connected again');
+  await until(async () => (await page.locator('#link').innerText()) === '', 'connected again');
   await program.command('set', 'Brightness=5');
-  await until(async () => await page.locator('.control[data-name="Brightness"] .value').innerText() === '5', 'its state');
+  await until(
+    async () => (await page.locator('.control[data-name="Brightness"] .value').innerText()) === '5',
+    'its state',
+  );
   await frameAfter(page, await shownNumber(page));
   opened.watch.assertClean();
   await opened.context.close();
@@ -47,7 +50,10 @@ test('a page of a program that was started anew is told to open the new address'
   await program.end();
   await until(async () => /Connection lost/.test(await opened.page.locator('#link').innerText()), 'told');
   await program.launch(['--listen', `127.0.0.1:${port}`]);
-  await until(async () => /session has ended/.test(await opened.page.locator('#link').innerText()), 'told to open the address');
+  await until(
+    async () => /session has ended/.test(await opened.page.locator('#link').innerText()),
+    'told to open the address',
+  );
   opened.watch.assertClean(/^console: (WebSocket connection|Failed to load resource)/);
   await opened.context.close();
 });
@@ -61,7 +67,7 @@ test('the addresses for other programs work without the page’s session, and no
   const picture = await fetch(still);
   assert.equal(picture.status, 200);
   assert.equal(picture.headers.get('content-type'), 'image/jpeg');
-  assert.deepEqual([...new Uint8Array(await picture.arrayBuffer()).slice(0, 2)], [0xFF, 0xD8]);
+  assert.deepEqual([...new Uint8Array(await picture.arrayBuffer()).slice(0, 2)], [0xff, 0xd8]);
   const controller = new AbortController();
   const moving = await fetch(stream, { signal: controller.signal });
   assert.match(moving.headers.get('content-type'), /multipart\/x-mixed-replace/);

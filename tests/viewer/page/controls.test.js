@@ -31,7 +31,7 @@ async function drag(name, part) {
 }
 
 async function stores(name, value) {
-  await until(async () => await program.stored(name) === value, `lidcam get ${name}: ${value}`);
+  await until(async () => (await program.stored(name)) === value, `lidcam get ${name}: ${value}`);
 }
 
 /** Controls that show in a bright, coloured picture at once, where each of them ends, and how much of it changes. */
@@ -54,8 +54,13 @@ for (const { name, mouse, least } of SLIDERS) {
     await slider.press(mouse === 1 ? 'ArrowLeft' : 'ArrowRight');
     await stores(name, value + (mouse === 1 ? -1 : 1));
     await row(name).getByRole('button', { name: 'Reset' }).click();
-    await until(async () => await row(name).getByRole('button', { name: 'Reset', includeHidden: true }).isDisabled(), `${name} is at its default`);
-    const [, lowest, most, normal] = (await row(name).locator('.note').innerText()).replaceAll('−', '-').match(/^(-?\d+) to (-?\d+) · default (-?\d+)/);
+    await until(
+      async () => await row(name).getByRole('button', { name: 'Reset', includeHidden: true }).isDisabled(),
+      `${name} is at its default`,
+    );
+    const [, lowest, most, normal] = (await row(name).locator('.note').innerText())
+      .replaceAll('−', '-')
+      .match(/^(-?\d+) to (-?\d+) · default (-?\d+)/);
     assert.deepEqual([lowest, most], [await slider.getAttribute('min'), await slider.getAttribute('max')]);
     await stores(name, Number(normal));
   });
@@ -99,7 +104,12 @@ test('every control has a row with its name, its meaning and its default, and ca
     const text = await row(control.name).innerText();
     assert.ok(text.toLowerCase().includes(control.meaning.toLowerCase()), text);
     assert.ok(/default|no effect/.test(text), text);
-    assert.ok(await row(control.name).locator('input').first().evaluate((input) => input.tabIndex === 0));
+    assert.ok(
+      await row(control.name)
+        .locator('input')
+        .first()
+        .evaluate((input) => input.tabIndex === 0),
+    );
   }
 });
 
@@ -107,14 +117,17 @@ test('a value that is not yet saved is told apart from the saved one', async () 
   const slider = row('Saturation').getByRole('slider');
   await stores('Saturation', Number(await slider.inputValue()));
   await slider.press('End');
-  await until(async () => /· saved \d+$/.test(await row('Saturation').locator('.note').innerText()), 'the saved value beside it');
+  await until(
+    async () => /· saved \d+$/.test(await row('Saturation').locator('.note').innerText()),
+    'the saved value beside it',
+  );
   await stores('Saturation', 255);
   await until(async () => !/saved/.test(await row('Saturation').locator('.note').innerText()), 'saved');
 });
 
 test('a change by lidcam set shows on the page', async () => {
   await program.command('set', 'Brightness=-37');
-  await until(async () => await row('Brightness').locator('.value').innerText() === '−37', 'the new value');
+  await until(async () => (await row('Brightness').locator('.value').innerText()) === '−37', 'the new value');
   assert.equal(await row('Brightness').getByRole('slider').inputValue(), '-37');
 });
 
@@ -122,7 +135,10 @@ test('a change on one page shows on the other', async () => {
   const other = await openPage(browser, program);
   await firstPicture(other.page);
   await row('Contrast').getByRole('slider').press('End');
-  await until(async () => await other.page.locator('.control[data-name="Contrast"] .value').innerText() === '16', 'the new value');
+  await until(
+    async () => (await other.page.locator('.control[data-name="Contrast"] .value').innerText()) === '16',
+    'the new value',
+  );
   other.watch.assertClean();
   await other.context.close();
 });

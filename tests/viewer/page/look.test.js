@@ -30,8 +30,10 @@ async function violations(context, page) {
   const session = await context.newCDPSession(page);
   await session.send('Runtime.evaluate', { expression: axeSource });
   const { result } = await session.send('Runtime.evaluate', {
-    expression: 'axe.run().then((found) => JSON.stringify(found.violations.map(({ id, nodes }) => [id, ...nodes.map((node) => node.html.slice(0, 120))])))',
-    awaitPromise: true, returnByValue: true,
+    expression:
+      'axe.run().then((found) => JSON.stringify(found.violations.map(({ id, nodes }) => [id, ...nodes.map((node) => node.html.slice(0, 120))])))',
+    awaitPromise: true,
+    returnByValue: true,
   });
   return JSON.parse(result.value);
 }
@@ -40,8 +42,20 @@ const LOOKS = {
   wide: { viewport: { width: 1440, height: 900 }, colorScheme: 'dark' },
   light: { viewport: { width: 1440, height: 900 }, colorScheme: 'light' },
   laptop: { viewport: { width: 1280, height: 760 }, colorScheme: 'dark' },
-  phone: { viewport: { width: 390, height: 844 }, colorScheme: 'light', deviceScaleFactor: 2, isMobile: true, hasTouch: true },
-  'phone-dark': { viewport: { width: 390, height: 844 }, colorScheme: 'dark', deviceScaleFactor: 2, isMobile: true, hasTouch: true },
+  phone: {
+    viewport: { width: 390, height: 844 },
+    colorScheme: 'light',
+    deviceScaleFactor: 2,
+    isMobile: true,
+    hasTouch: true,
+  },
+  'phone-dark': {
+    viewport: { width: 390, height: 844 },
+    colorScheme: 'dark',
+    deviceScaleFactor: 2,
+    isMobile: true,
+    hasTouch: true,
+  },
 };
 
 for (const [name, options] of Object.entries(LOOKS)) {
@@ -67,7 +81,7 @@ test('every tab is kept as a picture', async () => {
   await firstPicture(page);
   await page.getByRole('tab', { name: 'Simulation' }).click();
   await page.getByLabel('Light on the scene').press('Home');
-  await until(async () => await page.locator('.machine').getAttribute('data-state') === 'LowLight', 'LowLight');
+  await until(async () => (await page.locator('.machine').getAttribute('data-state')) === 'LowLight', 'LowLight');
   for (const tab of ['Exposure loop', 'Bus', 'Registers', 'Trace']) {
     await page.getByRole('tab', { name: tab }).click();
     await page.waitForTimeout(1200);
@@ -90,6 +104,6 @@ test('the keys are listed in a dialog that Escape closes', async () => {
   await page.getByRole('dialog').waitFor();
   assert.deepEqual(await violations(context, page), []);
   await page.keyboard.press('Escape');
-  await until(async () => !await page.getByRole('dialog').isVisible(), 'closed');
+  await until(async () => !(await page.getByRole('dialog').isVisible()), 'closed');
   await context.close();
 });

@@ -2,7 +2,16 @@ import assert from 'node:assert/strict';
 import { readFile } from 'node:fs/promises';
 import { after, before, test } from 'node:test';
 
-import { difference, firstPicture, frameAfter, launch, openPage, pictureSample, shownNumber, until } from './support/browser.js';
+import {
+  difference,
+  firstPicture,
+  frameAfter,
+  launch,
+  openPage,
+  pictureSample,
+  shownNumber,
+  until,
+} from './support/browser.js';
 import { Program } from './support/program.js';
 import { countersOnCanvas, countersSent } from './support/watching.js';
 
@@ -29,7 +38,10 @@ test('the picture moves, and each frame on the canvas is the one that the camera
   assert.ok(numbers.length >= 5, `frames on both sides: ${numbers.length}`);
   for (const number of numbers) assert.equal(canvas.get(number), sent.get(number), `frame ${number}`);
   const counters = [...canvas].sort(([a], [b]) => a - b).map(([, counter]) => counter);
-  assert.ok(counters.every((counter, i) => i === 0 || counter > counters[i - 1]), counters.join());
+  assert.ok(
+    counters.every((counter, i) => i === 0 || counter > counters[i - 1]),
+    counters.join(),
+  );
 });
 
 test('rate and latency of the picture are shown', async () => {
@@ -62,7 +74,10 @@ test('a snapshot is the picture that is shown, with every pixel', async () => {
   const { page } = opened;
   await page.getByRole('button', { name: 'Freeze' }).click();
   await page.waitForTimeout(300);
-  const [download] = await Promise.all([page.waitForEvent('download'), page.getByRole('button', { name: 'Snapshot' }).click()]);
+  const [download] = await Promise.all([
+    page.waitForEvent('download'),
+    page.getByRole('button', { name: 'Snapshot' }).click(),
+  ]);
   assert.match(download.suggestedFilename(), new RegExp(`^lidcam-.*-${await shownNumber(page)}\\.png$`));
   const file = await readFile(await download.path());
   assert.deepEqual([file.readUInt32BE(16), file.readUInt32BE(20)], [640, 480]);
@@ -118,8 +133,12 @@ test('histogram and waveform have the luminance of the picture', async () => {
   });
   assert.ok(Math.abs(shown - mean) < 6, `${shown}, ${mean}`);
   for (const name of ['histogram', 'waveform']) {
-    const painted = await page.locator(`.${name} canvas`).evaluate((canvas) => canvas.getContext('2d')
-      .getImageData(0, 0, canvas.width, canvas.height).data.some((value) => value > 60));
+    const painted = await page.locator(`.${name} canvas`).evaluate((canvas) =>
+      canvas
+        .getContext('2d')
+        .getImageData(0, 0, canvas.width, canvas.height)
+        .data.some((value) => value > 60),
+    );
     assert.ok(painted, name);
   }
 });
@@ -132,7 +151,10 @@ test('the picture fills the screen, and leaves it', async () => {
   await page.locator('.window').focus();
   await page.keyboard.press('f');
   await until(() => page.evaluate(() => document.fullscreenElement?.id === 'stage'), 'full screen');
-  const [picture, screen] = await page.evaluate(() => [document.querySelector('canvas.picture').getBoundingClientRect().height, window.innerHeight]);
+  const [picture, screen] = await page.evaluate(() => [
+    document.querySelector('canvas.picture').getBoundingClientRect().height,
+    window.innerHeight,
+  ]);
   assert.ok(Math.abs(picture - screen) < 2, `${picture} of ${screen}`);
   await page.keyboard.press('f');
   await until(() => page.evaluate(() => document.fullscreenElement === null), 'back on the page');
@@ -141,11 +163,11 @@ test('the picture fills the screen, and leaves it', async () => {
 test('the camera sends another size when it is chosen', async () => {
   const { page } = opened;
   await page.getByLabel('Picture size').selectOption('320x240');
-  await until(async () => await canvasWidth(page) === 320, 'pictures 320 wide');
+  await until(async () => (await canvasWidth(page)) === 320, 'pictures 320 wide');
   const before = await shownNumber(page);
   await frameAfter(page, before);
   await page.getByLabel('Picture size').selectOption('640x480');
-  await until(async () => await canvasWidth(page) === 640, 'pictures 640 wide');
+  await until(async () => (await canvasWidth(page)) === 640, 'pictures 640 wide');
 });
 
 test('a page that is loaded anew has its picture again, without the token', async () => {
@@ -170,7 +192,7 @@ test('two pages have the same camera, and a slow one holds up neither the camera
   assert.equal(await opened.page.locator('#figures .viewers b').innerText(), '2');
   other.watch.assertClean();
   await other.context.close();
-  await until(async () => await opened.page.locator('#figures .viewers b').innerText() === '1', 'one viewer');
+  await until(async () => (await opened.page.locator('#figures .viewers b').innerText()) === '1', 'one viewer');
 });
 
 test('a hidden page asks for no frames, and for frames again when it is seen', async () => {
@@ -201,10 +223,11 @@ async function openHidden(page, asked) {
       return send.call(this, text);
     };
   });
-  return (hidden) => page.evaluate((now) => {
-    Object.defineProperty(document, 'hidden', { configurable: true, get: () => now });
-    document.dispatchEvent(new Event('visibilitychange'));
-  }, hidden);
+  return (hidden) =>
+    page.evaluate((now) => {
+      Object.defineProperty(document, 'hidden', { configurable: true, get: () => now });
+      document.dispatchEvent(new Event('visibilitychange'));
+    }, hidden);
 }
 
 test('the pages print no error and ask no other origin for anything', () => {

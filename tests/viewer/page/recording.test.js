@@ -29,7 +29,7 @@ async function record(form) {
   await page.getByLabel('File format of recordings').selectOption(form);
   const begin = await shownNumber(page);
   await page.locator('.record').click();
-  await until(async () => await page.locator('.record').innerText() === 'Stop', 'recording');
+  await until(async () => (await page.locator('.record').innerText()) === 'Stop', 'recording');
   await frameAfter(page, begin + 20);
   await page.locator('.record').click();
   const link = page.getByRole('link', { name: /^Save \d+ frames$/ });
@@ -43,17 +43,38 @@ async function record(form) {
 test('a recording from the page plays, with the frames that the page counts', async () => {
   const { frames, path } = await record('mkv');
   assert.ok(frames >= 10, `${frames} frames`);
-  const { stdout } = await run('ffprobe', ['-v', 'error', '-count_frames', '-select_streams', 'v:0',
-    '-show_entries', 'stream=width,height,nb_read_frames', '-of', 'json', path]);
+  const { stdout } = await run('ffprobe', [
+    '-v',
+    'error',
+    '-count_frames',
+    '-select_streams',
+    'v:0',
+    '-show_entries',
+    'stream=width,height,nb_read_frames',
+    '-of',
+    'json',
+    path,
+  ]);
   const [stream] = JSON.parse(stdout).streams;
   assert.deepEqual([stream.width, stream.height, Number(stream.nb_read_frames)], [640, 480, frames]);
 });
 
 test('every format that is offered plays', async () => {
-  const forms = await opened.page.getByLabel('File format of recordings').locator('option').evaluateAll((all) => all.map((option) => option.value));
+  const forms = await opened.page
+    .getByLabel('File format of recordings')
+    .locator('option')
+    .evaluateAll((all) => all.map((option) => option.value));
   for (const form of forms.filter((other) => other !== 'mkv')) {
     const { path } = await record(form);
-    const { stdout } = await run('ffprobe', ['-v', 'error', '-show_entries', 'stream=width,height', '-of', 'json', path]);
+    const { stdout } = await run('ffprobe', [
+      '-v',
+      'error',
+      '-show_entries',
+      'stream=width,height',
+      '-of',
+      'json',
+      path,
+    ]);
     assert.deepEqual(JSON.parse(stdout).streams[0], { width: 640, height: 480 }, form);
   }
 });

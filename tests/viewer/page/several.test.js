@@ -6,7 +6,16 @@ import { join } from 'node:path';
 import { after, before, test } from 'node:test';
 import { promisify } from 'node:util';
 
-import { difference, firstPicture, frameAfter, launch, openPage, pictureSample, shownNumber, until } from './support/browser.js';
+import {
+  difference,
+  firstPicture,
+  frameAfter,
+  launch,
+  openPage,
+  pictureSample,
+  shownNumber,
+  until,
+} from './support/browser.js';
 import { Program } from './support/program.js';
 
 const PICTURES = process.env.VIEWER_TEST_PICTURES;
@@ -14,8 +23,12 @@ const run = promisify(execFile);
 
 let browser;
 
-before(async () => { browser = await launch(); });
-after(async () => { await browser?.close(); });
+before(async () => {
+  browser = await launch();
+});
+after(async () => {
+  await browser?.close();
+});
 
 test('several cameras are side by side, and the panels belong to the one that is chosen', async (t) => {
   const program = await Program.start(['sim:1af0:0511,seed=817', 'sim:1af0:6010,sensor=OV7670,seed=818']);
@@ -24,7 +37,7 @@ test('several cameras are side by side, and the panels belong to the one that is
   await firstPicture(page, 0);
   await firstPicture(page, 1);
   await page.locator('.window').nth(1).click();
-  await until(async () => await page.locator('.identity .sensor').innerText() === 'OV7670', 'the second camera');
+  await until(async () => (await page.locator('.identity .sensor').innerText()) === 'OV7670', 'the second camera');
   await frameAfter(page, await shownNumber(page, 0), 0);
   await frameAfter(page, await shownNumber(page, 1), 1);
   const calm = await pictureSample(page, 0);
@@ -42,8 +55,23 @@ test('a capture has a time line that is scrubbed, paused and stepped', async (t)
   const folder = await mkdtemp(join(tmpdir(), 'lidcam-page-'));
   t.after(() => rm(folder, { recursive: true }));
   const capture = join(folder, 'bus.pcap');
-  await run(process.env.VIEWER_TEST_PROGRAM, ['record', '--camera', 'sim:1af0:0511,seed=819', '--fast', '--size', '320x240', '--duration', '4s', '-q', '-o', capture],
-    { env: { ...process.env, LIDCAM_HOME: folder } });
+  await run(
+    process.env.VIEWER_TEST_PROGRAM,
+    [
+      'record',
+      '--camera',
+      'sim:1af0:0511,seed=819',
+      '--fast',
+      '--size',
+      '320x240',
+      '--duration',
+      '4s',
+      '-q',
+      '-o',
+      capture,
+    ],
+    { env: { ...process.env, LIDCAM_HOME: folder } },
+  );
   const program = await Program.start([`capture:${capture}`]);
   t.after(() => program.close());
   const { page, context, watch } = await openPage(browser, program);
@@ -56,7 +84,7 @@ test('a capture has a time line that is scrubbed, paused and stepped', async (t)
     const box = await slider.boundingBox();
     const before = await shownNumber(page);
     await page.mouse.click(box.x + 8 + part * (box.width - 16), box.y + box.height / 2);
-    await until(async () => await shownNumber(page) !== before, 'the picture of that time');
+    await until(async () => (await shownNumber(page)) !== before, 'the picture of that time');
     await page.waitForTimeout(500);
     return pictureSample(page);
   };

@@ -43,7 +43,10 @@ function watchOver(page, program) {
   return {
     /** @param {RegExp} [expected] what a test brings about itself */
     assertClean(expected = /^$/) {
-      assert.deepEqual(faults.filter((fault) => !expected.test(fault)), []);
+      assert.deepEqual(
+        faults.filter((fault) => !expected.test(fault)),
+        [],
+      );
     },
   };
 }
@@ -60,7 +63,7 @@ export async function firstPicture(page, index = 0) {
 
 /** Waits until a later frame than `number` is shown. */
 export async function frameAfter(page, number, index = 0) {
-  await until(async () => await shownNumber(page, index) > number, `a frame after ${number}`);
+  await until(async () => (await shownNumber(page, index)) > number, `a frame after ${number}`);
 }
 
 /** Mean luminance of the canvas. */
@@ -94,9 +97,11 @@ export function difference(a, b) {
  * @param {() => Promise<boolean>} holds @param {string} what
  */
 export async function until(holds, what) {
-  for (const begun = Date.now(); Date.now() - begun < LIMIT;) {
+  for (const begun = Date.now(); Date.now() - begun < LIMIT; ) {
     if (await holds()) return;
-    await new Promise((resolve) => { setTimeout(resolve, 50); });
+    await new Promise((resolve) => {
+      setTimeout(resolve, 50);
+    });
   }
   assert.fail(`never: ${what}`);
 }

@@ -7,7 +7,7 @@ import { join } from 'node:path';
 import { promisify } from 'node:util';
 
 const PROGRAM = process.env.VIEWER_TEST_PROGRAM;
-const START_LIMIT = 20000;  // milliseconds
+const START_LIMIT = 20000; // milliseconds
 const END_LIMIT = 10000;
 
 if (!PROGRAM) throw new Error('VIEWER_TEST_PROGRAM has to name the program: run scripts/test-viewer');
@@ -27,21 +27,30 @@ export class Program {
   /** @param {string[]} options */
   async launch(options = []) {
     const chosen = this.cameras.flatMap((camera) => ['--camera', camera]);
-    this.child = spawn(PROGRAM, ['view', '--no-browser', ...chosen, ...options], { env: this.environment(), stdio: ['ignore', 'ignore', 'pipe'] });
+    this.child = spawn(PROGRAM, ['view', '--no-browser', ...chosen, ...options], {
+      env: this.environment(),
+      stdio: ['ignore', 'ignore', 'pipe'],
+    });
     process.once('exit', () => this.child.kill('SIGKILL'));
     this.messages = '';
-    this.child.stderr.on('data', (data) => { this.messages += data; });
-    this.ended = new Promise((resolve) => { this.child.once('exit', (status, signal) => resolve({ status, signal })); });
+    this.child.stderr.on('data', (data) => {
+      this.messages += data;
+    });
+    this.ended = new Promise((resolve) => {
+      this.child.once('exit', (status, signal) => resolve({ status, signal }));
+    });
     this.address = await this.printedAddress();
     this.origin = new URL(this.address).origin;
   }
 
   async printedAddress() {
-    for (const begun = Date.now(); Date.now() - begun < START_LIMIT;) {
+    for (const begun = Date.now(); Date.now() - begun < START_LIMIT; ) {
       const found = this.messages.match(/http:\/\/\S+token=\S+/);
       if (found) return found[0];
       if (this.child.exitCode !== null) break;
-      await new Promise((resolve) => { setTimeout(resolve, 20); });
+      await new Promise((resolve) => {
+        setTimeout(resolve, 20);
+      });
     }
     throw new Error(`lidcam view printed no address: ${this.messages}`);
   }

@@ -9,7 +9,10 @@ import { cellCentres, counterArea, readCounter } from './counter.js';
  * @returns {Promise<Map<number, number>>} counter by the frame's number
  */
 export async function countersOnCanvas(page, count) {
-  const { width, height } = await page.locator('canvas.picture').first().evaluate(({ width, height }) => ({ width, height }));
+  const { width, height } = await page
+    .locator('canvas.picture')
+    .first()
+    .evaluate(({ width, height }) => ({ width, height }));
   const area = counterArea(width, height);
   const cells = await page.evaluate(gatherFromCanvas, { count, area, centres: cellCentres(area.width, area.height) });
   return new Map(cells.map(([number, luminance]) => [number, readCounter(luminance)]));
@@ -23,9 +26,14 @@ async function gatherFromCanvas({ count, area, centres }) {
     const number = Number(canvas.dataset.number);
     if (!found.has(number)) {
       const { data } = canvas.getContext('2d').getImageData(area.x, area.y, area.width, area.height);
-      found.set(number, centres.map(({ x, y }) => data[4 * (y * area.width + x) + 1]));
+      found.set(
+        number,
+        centres.map(({ x, y }) => data[4 * (y * area.width + x) + 1]),
+      );
     }
-    await new Promise((resolve) => { requestAnimationFrame(resolve); });
+    await new Promise((resolve) => {
+      requestAnimationFrame(resolve);
+    });
   }
   return [...found];
 }
@@ -37,7 +45,10 @@ async function gatherFromCanvas({ count, area, centres }) {
  * @returns {Promise<Map<number, number>>} counter by the frame's number
  */
 export async function countersSent(page, count) {
-  const { width, height } = await page.locator('canvas.picture').first().evaluate(({ width, height }) => ({ width, height }));
+  const { width, height } = await page
+    .locator('canvas.picture')
+    .first()
+    .evaluate(({ width, height }) => ({ width, height }));
   const area = counterArea(width, height);
   const cells = await page.evaluate(gatherFromCamera, { count, area, centres: cellCentres(area.width, area.height) });
   return new Map(cells.map(([number, luminance]) => [number, readCounter(luminance)]));
@@ -48,8 +59,8 @@ function gatherFromCamera({ count, area, centres }) {
   const rows = [...new Set(centres.map(({ y }) => y))];
   return new Promise((resolve, reject) => {
     const socket = new WebSocket(`${location.origin.replace(/^http/, 'ws')}/live`);
-    const found = new Map();   // number to luminance by row
-    const asked = new Map();   // question to row
+    const found = new Map(); // number to luminance by row
+    const asked = new Map(); // question to row
     socket.binaryType = 'arraybuffer';
     const send = (message) => socket.send(JSON.stringify(message));
     socket.onopen = () => send({ do: 'watch', cameras: [0], scale: 1 });
@@ -63,7 +74,16 @@ function gatherFromCamera({ count, area, centres }) {
       const { number } = JSON.parse(new TextDecoder().decode(new Uint8Array(data, 4, length)));
       for (const row of rows) {
         asked.set(asked.size + 1, { row, number });
-        send({ do: 'pixels', id: asked.size, camera: 0, number, x: area.x, y: area.y + row, width: area.width, height: 1 });
+        send({
+          do: 'pixels',
+          id: asked.size,
+          camera: 0,
+          number,
+          x: area.x,
+          y: area.y + row,
+          width: area.width,
+          height: 1,
+        });
       }
     };
     const answered = (message) => {
