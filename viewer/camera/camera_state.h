@@ -1,7 +1,7 @@
 #pragma once
 
 #include <cstdint>
-#include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -19,6 +19,13 @@ struct ControlState {
   std::int32_t Saved = 0;  ///< in the user's settings
 };
 
+/// What a simulated camera looks at.
+struct SimulationState {
+  double Lux = 0;
+  unsigned Mains = 0;  ///< Hz; 0: steady light
+  double Noise = 1;    ///< factor on the sensor's own
+};
+
 /// What is known of a camera, as a value that threads pass to each other.
 struct CameraState {
   std::string Address;  ///< as the user named it
@@ -31,6 +38,9 @@ struct CameraState {
   app::PictureSize Size{640, 480};
   std::vector<app::PictureSize> Sizes{};
   std::vector<ControlState> Controls{};
+  std::optional<SimulationState> Simulation{};
+  std::optional<double> Length{};  ///< seconds, of a recording
+  bool IsPlaying = true;           ///< of a recording
 };
 
 /// A picture, and what the camera's driver knew when it was delivered.

@@ -13,7 +13,9 @@ namespace {
 
 constexpr std::chrono::seconds kRetryInterval{1};
 constexpr std::chrono::seconds kLongestWait{1};
+constexpr std::chrono::seconds kLongestSilence{5};
 constexpr std::size_t kBuffers = 8;
+constexpr const char* kSimulated = "simulated";
 
 double MonotonicNow() {
   timespec now{};
@@ -41,9 +43,23 @@ std::shared_ptr<const Picture> PictureOf(const app::LentFrame& frame) {
               .Light = facts.Loop.State});
 }
 
+LoopStep LoopOf(const app::FrameFacts& facts, double monotonic, bool isOnly) {
+  constexpr double kSecondsPerMillisecond = 1e-3;
+  const app::FrameRow& loop = facts.Loop;
+  LoopStep step{.Time = monotonic * kSecondsPerMillisecond,
+                .Exposure = loop.Exposure,
+                .Lines = loop.Lines,
+                .CoarseGain = loop.CoarseGain,
+                .FineGain = loop.FineGain,
+                .Light = loop.State,
+                .HasWritten = loop.Events.Steps != 0};
+  if (isOnly) step.Luminance = loop.Luma;
+  return step;
+}
+
 std::string KindOf(const std::string& address) {
   if (app::IsPluggedIn(address)) return "plugged-in";
-  return app::CaptureFileOf(address) ? "recording" : "simulated";
+  return app::CaptureFileOf(address) ? "recording" : kSimulated;
 }
 
 std::vector<ControlState> ControlsOf(app::CameraSession& session) {
@@ -54,6 +70,15 @@ std::vector<ControlState> ControlsOf(app::CameraSession& session) {
     }
   });
   return controls;
+}
+
+// The bus's time of all packets of the picture stream.
+double LengthOf(const std::string& file) {
+  constexpr double kSecondsPerMicroframe = 125e-6;
+  const bus::CaptureSource source = app::OpenCapture(file, std::nullopt);
+  const auto stream = source.Device().Streams.find(source.StreamEndpoint());
+  if (stream == source.Device().Streams.end()) return 0;
+  return static_cast<double>(stream->second.Packets) * kSecondsPerMicroframe;
 }
 
 void ReadFacts(app::CameraSession& session, CameraState& state) {
@@ -69,7 +94,10 @@ void ReadFacts(app::CameraSession& session, CameraState& state) {
 }  // namespace
 
 CameraState StateOf(const std::string& address) {
-  return {.Address = address, .Description = address, .Kind = KindOf(address)};
+  CameraState state{.Address = address, .Description = address, .Kind = KindOf(address)};
+  if (state.Kind == kSimulated) state.Simulation = SimulationPanel(address).Now();
+  if (const auto file = app::CaptureFileOf(address)) state.Length = LengthOf(*file);
+  return state;
 }
 
 CameraState DescribeCamera(const app::SessionOptions& options) {
@@ -85,6 +113,9 @@ ViewedCamera::ViewedCamera(Options options, CameraState state, Executor executor
       isRecording_(app::CaptureFileOf(options_.Session.Choice.Camera).has_value()),
       executor_(std::move(executor)),
       listener_(listener),
+      panel_(isRecording_ || app::IsPluggedIn(options_.Session.Choice.Camera)
+                 ? std::string()
+                 : options_.Session.Choice.Camera),
       state_(std::move(state)) {
   thread_ = std::thread([this] { Run(); });
 }
@@ -130,7 +161,16 @@ void ViewedCamera::SetViewers(std::vector<std::string> viewers) {
 void ViewedCamera::Do(Work work, Done done) {
   {
     const std::lock_guard lock(mutex_);
-    tasks_.push_back({.Run = std::move(work), .Tell = std::move(done)});
+    tasks_.push_back({.Run = std::move(work), .Aside = {}, .Tell = std::move(done)});
+    hasNews_ = true;
+  }
+  changed_.notify_all();
+}
+
+void ViewedCamera::DoAside(std::function<void()> work, Done done) {
+  {
+    const std::lock_guard lock(mutex_);
+    tasks_.push_back({.Run = {}, .Aside = std::move(work), .Tell = std::move(done)});
     hasNews_ = true;
   }
   changed_.notify_all();
@@ -151,6 +191,7 @@ void ViewedCamera::Run() {
     RunTasks();
     SaveControls(false);
     Settle(isWanted, size);
+    NoticeSilence();
     if (running_ && isRecording_) {
       PlayRecording();
     } else {
@@ -173,7 +214,10 @@ void ViewedCamera::RunTasks() {
 void ViewedCamera::RunTask(const Task& task) {
   std::string error;
   try {
-    if (EnsureOpen()) {
+    if (task.Aside) {
+      task.Aside();
+    } else if (EnsureOpen()) {
+      unusedSince_ = Clock::now();
       task.Run(*session_);
     } else {
       error = state_.Error;
@@ -181,7 +225,6 @@ void ViewedCamera::RunTask(const Task& task) {
   } catch (const std::exception& failure) {
     error = failure.what();
   }
-  unusedSince_ = Clock::now();
   if (task.Tell) executor_([tell = task.Tell, error] { tell(error); });
 }
 
@@ -229,6 +272,7 @@ void ViewedCamera::EnsureStream(app::PictureSize size) {
   if (running_ == size || !EnsureOpen()) return;
   StopStream();
   app::SessionStream stream{.Size = size, .Buffers = kBuffers};
+  if (options_.IsOnly) stream.Watching = app::DeliveryWatching::EachDelivery;
   if (!isRecording_) {
     stream.Handler = [this](std::unique_ptr<app::LentFrame> frame) { TakeFrame(std::move(frame)); };
   }
@@ -239,16 +283,32 @@ void ViewedCamera::EnsureStream(app::PictureSize size) {
     return;
   }
   running_ = size;
-  started_ = Clock::now();
+  begin_.reset();
+  {
+    const std::lock_guard lock(mutex_);
+    lastFrame_ = Clock::now();
+  }
   state_.Size = size;
   Enter(CameraPhase::On);
+}
+
+// The driver may try to recover for ever; a stream that begins anew often helps.
+void ViewedCamera::NoticeSilence() {
+  if (!running_ || isRecording_) return;
+  {
+    const std::lock_guard lock(mutex_);
+    if (Clock::now() < lastFrame_ + kLongestSilence) return;
+  }
+  StopStream();
+  nextTry_ = Clock::now() + kRetryInterval;
+  Enter(CameraPhase::Failed, "camera '" + state_.Address + "' has sent no whole frame for 5 s");
 }
 
 bool ViewedCamera::EnsureOpen() {
   std::string address = state_.Address;
   {
     const std::lock_guard lock(mutex_);
-    if (isGone_ && replugged_.empty()) return false;
+    if (isHeldAway_ || (isGone_ && replugged_.empty())) return false;
     if (session_ && !isGone_) return true;
     if (isGone_) address = replugged_;
   }
@@ -257,11 +317,17 @@ bool ViewedCamera::EnsureOpen() {
   Enter(CameraPhase::Opening);
   app::SessionOptions options = options_.Session;
   options.Choice.Camera = address;
+  options.Open = [this](const app::CameraChoice& choice) { return OpenBus(choice); };
   try {
+    if (options_.IsOnly) {
+      trace_.emplace([this](std::string_view line) { telemetry_.NoteLine(line); });
+    }
     session_ = std::make_unique<app::CameraSession>(options);
     session_->SetEventHandler([this](const app::SessionEvent& event) { OnEvent(event); });
     ReadFacts(*session_, state_);
   } catch (const std::exception& error) {
+    session_.reset();
+    trace_.reset();
     Fail(error);
     return false;
   }
@@ -293,6 +359,7 @@ void ViewedCamera::Close() {
   StopStream();
   SaveControls(true);
   session_.reset();
+  trace_.reset();
   const std::lock_guard lock(mutex_);
   isGone_ = false;
   replugged_.clear();
@@ -306,28 +373,6 @@ void ViewedCamera::Await(bool isWanted) {
   if (session_ && !isWanted) until = std::min(until, unusedSince_ + options_.Linger);
   std::unique_lock lock(mutex_);
   changed_.wait_until(lock, until, [this] { return hasNews_; });
-}
-
-// A recording goes on as its frames are taken, each at its own time.
-void ViewedCamera::PlayRecording() {
-  std::unique_ptr<app::LentFrame> frame;
-  try {
-    if (session_->Next(std::chrono::milliseconds(100), frame) == app::NextResult::End) {
-      StopStream();
-      return;
-    }
-  } catch (const std::exception& error) {
-    StopStream();
-    Fail(error);
-    return;
-  }
-  if (!frame) return;
-  const std::chrono::nanoseconds due{100 * frame->Facts().Position.PresentationTime};
-  {
-    std::unique_lock lock(mutex_);
-    changed_.wait_until(lock, started_ + due, [this] { return hasNews_; });
-  }
-  TakeFrame(std::move(frame));
 }
 
 // On the camera's thread, which must not wait for this object's own.
@@ -357,25 +402,31 @@ void ViewedCamera::OnEvent(const app::SessionEvent& event) {
 
 // The newest picture takes the place of one that the pages' thread has not fetched yet.
 void ViewedCamera::TakeFrame(std::unique_ptr<app::LentFrame> frame) {
+  const std::shared_ptr<const Picture> picture = PictureOf(*frame);
+  telemetry_.NoteLoop(LoopOf(frame->Facts(), picture->Monotonic, options_.IsOnly));
+  frame.reset();  // its buffer goes back to the driver
   bool isFirst = false;
   {
     const std::lock_guard lock(mutex_);
+    for (const auto& recording : recordings_) recording->Take(picture);
     isFirst = newest_ == nullptr;
-    newest_.swap(frame);
+    newest_ = picture;
+    lastFrame_ = Clock::now();
   }
   if (isFirst) executor_([this] { PassPictureOn(); });
 }
 
 void ViewedCamera::PassPictureOn() {
-  std::unique_ptr<app::LentFrame> frame;
+  std::shared_ptr<const Picture> picture;
   {
     const std::lock_guard lock(mutex_);
-    frame.swap(newest_);
+    picture.swap(newest_);
   }
-  if (frame) listener_.PictureCame(options_.Number, PictureOf(*frame));
+  if (picture) listener_.PictureCame(options_.Number, std::move(picture));
 }
 
 void ViewedCamera::Enter(CameraPhase phase, const std::string& error) {
+  if (state_.Kind == kSimulated) state_.Simulation = panel_.Now();
   state_.Phase = phase;
   state_.Error = error;
   executor_([this, state = state_] { listener_.CameraChanged(options_.Number, state); });

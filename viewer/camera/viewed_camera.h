@@ -12,7 +12,12 @@
 #include <thread>
 
 #include "library/session/camera_session.h"
+#include "library/settings/trace_observer.h"
 #include "viewer/camera/camera_state.h"
+#include "viewer/camera/camera_telemetry.h"
+#include "viewer/camera/picture_recording.h"
+#include "viewer/camera/simulation_panel.h"
+#include "viewer/camera/viewed_bus.h"
 
 namespace lidcam::viewer {
 
@@ -50,6 +55,9 @@ class ViewedCamera {
   struct Options {
     std::size_t Number = 0;  ///< passed on to the listener
     app::SessionOptions Session;
+    /// No other camera of this process runs. The driver's trace doesn't say which camera it is of: what is read from it
+    /// is then this camera's.
+    bool IsOnly = true;
     /// Kept open for this long when no page looks: a page that is loaded again finds it open.
     std::chrono::milliseconds Linger{2000};
   };
@@ -77,13 +85,40 @@ class ViewedCamera {
   void SetControl(const std::string& name, std::int32_t value, Done done);
   /// @param name  empty: all
   void ResetControls(const std::string& name, Done done);
+  /// Does something that needs no camera, such as reading a file, on the camera's thread.
+  void DoAside(std::function<void()> work, Done done);
+
+  /// Unplugs a simulated camera; it stays away until Plug().
+  void Unplug(Done done);
+  void Plug(Done done);
+  /// Begins the faults of a script now, on the open camera's bus.
+  void BeginFaults(const std::string& script, Done done);
+  /// Changes what a simulated camera looks at.
+  void Simulate(std::function<void(SimulationPanel& panel)> change, Done done);
+
+  /// Reads a register, after it was written if there is a value.
+  void AccessRegister(RegisterChip chip, std::uint16_t address, std::optional<std::uint8_t> value,
+                      std::function<void(std::uint8_t value)> answer, Done done);
+
+  // Of a recording.
+  void Seek(double seconds);
+  void Play(bool isPlaying);
+  void Step();
+
+  /// Every picture from now on goes to a recording too, until it is removed.
+  void AddRecording(const std::shared_ptr<PictureRecording>& recording);
+  void RemoveRecording(const std::shared_ptr<PictureRecording>& recording);
+
+  [[nodiscard]] CameraTelemetry& Telemetry() { return telemetry_; }
+
   /// For `lidcam status` in other processes.
   void SetViewers(std::vector<std::string> viewers);
 
  private:
   using Clock = std::chrono::steady_clock;
   struct Task {
-    Work Run;
+    Work Run;                     ///< with the open camera
+    std::function<void()> Aside;  ///< without it
     Done Tell;
   };
 
@@ -93,6 +128,7 @@ class ViewedCamera {
   void HandleEvents();
   void Settle(bool isWanted, app::PictureSize size);
   void EnsureStream(app::PictureSize size);
+  void NoticeSilence();
   bool EnsureOpen();
   void StopStream();
   void Close();
@@ -100,6 +136,9 @@ class ViewedCamera {
   void Save(const std::string& name);
   void Await(bool isWanted);
   void PlayRecording();
+  void Rewind();
+  [[nodiscard]] std::unique_ptr<bus::UsbBus> OpenBus(const app::CameraChoice& choice);
+  [[nodiscard]] std::shared_ptr<ViewedBus> OpenedBus();
   void Fail(const std::exception& error);
 
   void OnEvent(const app::SessionEvent& event);
@@ -113,6 +152,8 @@ class ViewedCamera {
   const bool isRecording_;
   const Executor executor_;
   CameraListener& listener_;
+  CameraTelemetry telemetry_;
+  SimulationPanel panel_;
 
   std::mutex mutex_;
   std::condition_variable changed_;
@@ -127,13 +168,23 @@ class ViewedCamera {
   std::string replugged_;  ///< address
   std::string streamError_;
   bool areControlsChanged_ = false;
-  std::unique_ptr<app::LentFrame> newest_;  ///< not yet passed on
+  std::shared_ptr<const Picture> newest_;  ///< not yet passed on
+  std::weak_ptr<ViewedBus> bus_;           ///< while the camera is open
+  bool isHeldAway_ = false;                ///< unplugged, and not to be plugged in by itself
+  Clock::time_point lastFrame_{};
+  std::vector<std::shared_ptr<PictureRecording>> recordings_;
+  // Of a recording that is played.
+  bool isPlaying_ = true;
+  bool isStepping_ = false;
+  std::optional<double> seek_;
 
   // Of the thread alone.
   CameraState state_;
   std::unique_ptr<app::CameraSession> session_;
   std::optional<app::PictureSize> running_;
-  Clock::time_point started_{};  ///< of a recording's playing
+  double position_ = 0;                       ///< seconds, of a recording
+  std::optional<Clock::time_point> begin_{};  ///< when its first frame would have been played
+  std::optional<app::TraceObserver> trace_;
   Clock::time_point unusedSince_{};
   Clock::time_point nextTry_{};
   std::map<std::string, Clock::time_point> unsaved_;  ///< and when to save them

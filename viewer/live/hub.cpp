@@ -10,10 +10,14 @@ namespace lidcam::viewer {
 using nlohmann::json;
 
 Hub::Hub(Options options, const Executor& executor)
-    : version_(std::move(options.Version)), snapshotToken_(std::move(options.SnapshotToken)) {
+    : version_(std::move(options.Version)),
+      snapshotToken_(std::move(options.SnapshotToken)),
+      recordings_(std::move(options.Forms), std::move(options.MakeWriter)) {
   for (HubCamera& camera : options.Cameras) cameras_.push_back({.State = camera.State});
   for (std::size_t i = 0; i < cameras_.size(); ++i) {
-    ViewedCamera::Options view{.Number = i, .Session = std::move(options.Cameras[i].Session)};
+    ViewedCamera::Options view{.Number = i,
+                               .Session = std::move(options.Cameras[i].Session),
+                               .IsOnly = cameras_.size() == 1};
     cameras_[i].View =
         std::make_unique<ViewedCamera>(std::move(view), cameras_[i].State, executor, *this);
   }
@@ -39,16 +43,26 @@ void Hub::Reconsider() {
     cameras_[i].IsWanted = isWanted;
     cameras_[i].View->Show(isWanted);
   }
+  for (std::size_t i = 0; i < cameras_.size(); ++i) {
+    cameras_[i].View->Telemetry().KeepLines(std::ranges::any_of(
+        watchers_, [i](const Watcher* watcher) { return watcher->WantsTrace(i); }));
+  }
 }
 
-std::string Hub::Hello() const {
+std::vector<std::string> Hub::Hello() const {
   json cameras = json::array();
   for (std::size_t i = 0; i < cameras_.size(); ++i) cameras.push_back(ToJson(i, cameras_[i].State));
-  return TextOf({{"hello",
-                  {{"version", version_},
-                   {"forms", json::array()},
-                   {"snapshotToken", snapshotToken_},
-                   {"cameras", std::move(cameras)}}}});
+  std::vector<std::string> messages{TextOf({{"hello",
+                                             {{"version", version_},
+                                              {"forms", recordings_.Forms()},
+                                              {"snapshotToken", snapshotToken_},
+                                              {"cameras", std::move(cameras)}}}})};
+  for (std::size_t i = 0; i < cameras_.size(); ++i) {
+    const auto values = cameras_[i].View->Telemetry().AllRegisters();
+    if (values.empty()) continue;
+    messages.push_back(TextOf({{"registers", ToJson(i, values, cameras_[i].State.Sensor)}}));
+  }
+  return messages;
 }
 
 void Hub::CameraChanged(std::size_t camera, const CameraState& state) {
@@ -62,6 +76,7 @@ void Hub::ControlsChanged(std::size_t camera, const std::vector<ControlState>& c
 }
 
 void Hub::PictureCame(std::size_t camera, std::shared_ptr<const Picture> picture) {
+  if (cameras_[camera].State.Length) cameras_[camera].Position = picture->Seconds;
   const auto shared = std::make_shared<SharedPicture>(std::move(picture), encoder_);
   // One that takes its last picture leaves.
   const std::vector<Watcher*> watchers(watchers_.begin(), watchers_.end());

@@ -3,8 +3,11 @@
 #include <cstddef>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "viewer/camera/camera_state.h"
+#include "viewer/camera/camera_telemetry.h"
 
 namespace lidcam::viewer {
 
@@ -21,6 +24,15 @@ namespace lidcam::viewer {
 ///
 /// @param sent  ms of CLOCK_MONOTONIC
 [[nodiscard]] std::string PictureHeader(std::size_t camera, const Picture& picture, double sent);
+
+// What pages see of a camera's inside.
+
+[[nodiscard]] nlohmann::json ToJson(std::size_t camera, const LoopStep& step);
+/// @param time  seconds of CLOCK_MONOTONIC
+[[nodiscard]] nlohmann::json ToJson(std::size_t camera, const BusCounts& counts, double time);
+/// @param sensor  whose registers have names of their own
+[[nodiscard]] nlohmann::json ToJson(std::size_t camera, const std::vector<RegisterValue>& values,
+                                    std::string_view sensor);
 
 /// ms of CLOCK_MONOTONIC.
 [[nodiscard]] double MonotonicMilliseconds();

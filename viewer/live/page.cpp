@@ -8,31 +8,27 @@
 #include "viewer/live/messages.h"
 
 namespace lidcam::viewer {
-namespace {
-
-/// A message that can't be carried out. what() is for the person at the page.
-class MessageError : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
-};
-
-}  // namespace
-
 const Page::Request Page::kRequests[] = {
-    {"watch", &Page::Watch},   {"shown", &Page::Shown}, {"clock", &Page::TellClock},
-    {"set", &Page::Set},       {"reset", &Page::Reset}, {"size", &Page::Size},
-    {"pixels", &Page::Pixels},
+    {"watch", &Page::Watch},       {"shown", &Page::Shown},   {"clock", &Page::TellClock},
+    {"set", &Page::Set},           {"reset", &Page::Reset},   {"size", &Page::Size},
+    {"pixels", &Page::Pixels},     {"record", &Page::Record}, {"stop", &Page::Stop},
+    {"register", &Page::Register}, {"trace", &Page::Trace},   {"simulate", &Page::Simulate},
+    {"seek", &Page::Seek},         {"play", &Page::Play},     {"step", &Page::Step},
 };
 
 void Page::Enter() {
   isOpen_ = true;
-  link_.SendText(hub_.Hello());
+  for (std::string& message : hub_.Hello()) link_.SendText(std::move(message));
   hub_.Add(*this);
 }
 
 void Page::Leave() {
   isOpen_ = false;
   watched_.clear();
+  traced_.clear();
+  while (!films_.empty()) {
+    EndRecording(films_.begin()->first, {});
+  }
   hub_.Remove(*this);
 }
 
@@ -42,7 +38,8 @@ bool Page::Receive(std::string_view text) {
   const std::string name = message["do"];
   const auto* const request = std::ranges::find(kRequests, name, &Request::Name);
   try {
-    if (request == std::end(kRequests)) throw MessageError("there is no request '" + name + "'");
+    if (request == std::end(kRequests))
+      throw std::runtime_error("there is no request '" + name + "'");
     (this->*request->Handle)(message);
   } catch (const Json::exception& error) {
     Answer(message, {{"error", "request '" + name + "' is incomplete: " + error.what()}});
@@ -53,11 +50,18 @@ bool Page::Receive(std::string_view text) {
 }
 
 bool Page::Wants(std::size_t camera) const {
-  return watched_.contains(camera);
+  const auto isOfCamera = [camera](const auto& film) { return film.second.Camera == camera; };
+  return watched_.contains(camera) || std::ranges::any_of(films_, isOfCamera);
+}
+
+bool Page::WantsTrace(std::size_t camera) const {
+  return traced_.contains(camera);
 }
 
 void Page::Offer(std::size_t camera, const std::shared_ptr<SharedPicture>& picture) {
-  Watched& watched = watched_.at(camera);
+  const auto found = watched_.find(camera);
+  if (found == watched_.end()) return;
+  Watched& watched = found->second;
   if (watched.Unshown.size() < kMostUnshown) {
     Send(camera, watched, picture);
   } else {
@@ -70,7 +74,7 @@ void Page::Send(std::size_t camera, Watched& watched,
   watched.Waiting.reset();
   watched.Unshown.push_back(picture->Raw().Number);
   watched.Sent.push_back(picture);
-  if (watched.Sent.size() > kMostUnshown) watched.Sent.pop_front();
+  if (watched.Sent.size() > kMostUnshown + 1) watched.Sent.pop_front();
   static_cast<void>(picture->Jpeg());  // first: what is sent is when it leaves
   link_.SendPicture(PictureHeader(camera, picture->Raw(), MonotonicMilliseconds()), picture);
 }
@@ -84,11 +88,19 @@ void Page::Tell(const std::string& message) {
   link_.SendText(message);
 }
 
+void Page::TellPassing(const std::string& message) {
+  if (isOpen_ && link_.PendingBytes() < kMuchPending) link_.SendText(message);
+}
+
+ViewedCamera& Page::CameraIn(const Json& message) const {
+  return hub_.Camera(CameraOf(message));
+}
+
 std::size_t Page::CameraOf(const Json& message) const {
   const auto& number = message.at("camera");
   const bool isThere =
       number.is_number_unsigned() && number.get<std::size_t>() < hub_.CameraCount();
-  if (!isThere) throw MessageError("there is no camera " + number.dump());
+  if (!isThere) throw std::runtime_error("there is no camera " + number.dump());
   return number.get<std::size_t>();
 }
 
@@ -127,20 +139,21 @@ void Page::TellClock(const Json& message) {
 }
 
 void Page::Set(const Json& message) {
-  hub_.Camera(CameraOf(message))
-      .SetControl(message.at("name").get<std::string>(), message.at("value").get<std::int32_t>(),
-                  AnswerLater(message));
+  CameraIn(message).SetControl(message.at("name").get<std::string>(),
+                               message.at("value").get<std::int32_t>(), AnswerLater(message));
 }
 
 void Page::Reset(const Json& message) {
-  hub_.Camera(CameraOf(message))
-      .ResetControls(message.value("name", std::string()), AnswerLater(message));
+  CameraIn(message).ResetControls(message.value("name", std::string()), AnswerLater(message));
 }
 
 void Page::Size(const Json& message) {
   const app::PictureSize size{message.at("width").get<std::int32_t>(),
                               message.at("height").get<std::int32_t>()};
-  hub_.Camera(CameraOf(message)).SetSize(app::ParseStreamSize(app::ToString(size)));
+  if (hub_.IsRecording(CameraOf(message))) {
+    throw std::runtime_error("the size stays while the camera is recorded: stop that first");
+  }
+  CameraIn(message).SetSize(app::ParseStreamSize(app::ToString(size)));
   Answer(message, Json::object());
 }
 
@@ -148,7 +161,7 @@ void Page::Pixels(const Json& message) {
   constexpr std::int32_t kMostPixels = 4096;
   const auto found = watched_.find(CameraOf(message));
   if (found == watched_.end() || found->second.Sent.empty()) {
-    throw MessageError("this page has got no picture of the camera yet");
+    throw std::runtime_error("this page has got no picture of the camera yet");
   }
   const auto& sent = found->second.Sent;
   std::shared_ptr<SharedPicture> picture = sent.back();
@@ -164,8 +177,8 @@ void Page::Pixels(const Json& message) {
   const bool isInside = x >= 0 && y >= 0 && width > 0 && height > 0 &&
                         x <= raw.Size.Width - width && y <= raw.Size.Height - height;
   if (!isInside || width > kMostPixels / height) {
-    throw MessageError("pixels outside of the picture, or more than " +
-                       std::to_string(kMostPixels));
+    throw std::runtime_error("pixels outside of the picture, or more than " +
+                             std::to_string(kMostPixels));
   }
   Json luma = Json::array();
   Json blue = Json::array();

@@ -6,6 +6,7 @@
 #include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <set>
 #include <string>
 #include <string_view>
 
@@ -48,10 +49,14 @@ class Page final : public Watcher, public std::enable_shared_from_this<Page> {
   [[nodiscard]] bool Wants(std::size_t camera) const override;
   void Offer(std::size_t camera, const std::shared_ptr<SharedPicture>& picture) override;
   void Tell(const std::string& message) override;
+  void TellPassing(const std::string& message) override;
+  [[nodiscard]] bool WantsTrace(std::size_t camera) const override;
   [[nodiscard]] bool IsPage() const override { return true; }
 
   /// A page that has this much pending is not read any more: it is closed.
   static constexpr std::size_t kMostPending = 8 * 1024 * 1024;
+  /// A page with this much pending misses what passes.
+  static constexpr std::size_t kMuchPending = 256 * 1024;
   /// Pictures that were sent and not shown yet.
   static constexpr std::size_t kMostUnshown = 2;
 
@@ -76,7 +81,17 @@ class Page final : public Watcher, public std::enable_shared_from_this<Page> {
   void Reset(const Json& message);
   void Size(const Json& message);
   void Pixels(const Json& message);
+  void Record(const Json& message);
+  void Stop(const Json& message);
+  void Register(const Json& message);
+  void Trace(const Json& message);
+  void Simulate(const Json& message);
+  void Seek(const Json& message);
+  void Play(const Json& message);
+  void Step(const Json& message);
 
+  [[nodiscard]] ViewedCamera& CameraIn(const Json& message) const;
+  void EndRecording(std::uint64_t id, const std::function<void(const Json& answer)>& tell);
   [[nodiscard]] std::size_t CameraOf(const Json& message) const;
   void Send(std::size_t camera, Watched& watched, const std::shared_ptr<SharedPicture>& picture);
   void Answer(const Json& message, Json answer);
@@ -87,6 +102,12 @@ class Page final : public Watcher, public std::enable_shared_from_this<Page> {
   PageLink& link_;
   bool isOpen_ = false;
   std::map<std::size_t, Watched> watched_;
+  std::set<std::size_t> traced_;
+  struct Film {
+    std::size_t Camera;
+    std::shared_ptr<PictureRecording> Recording;
+  };
+  std::map<std::uint64_t, Film> films_;
 };
 
 }  // namespace lidcam::viewer

@@ -13,6 +13,14 @@ namespace lidcam::viewer {
 namespace {
 
 constexpr std::string_view kPageFolder = "/page/";
+constexpr std::string_view kRecordings = "/recordings/";
+
+std::optional<std::uint64_t> NumberIn(const std::string& text) {
+  std::uint64_t number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
+  return number;
+}
 
 struct FileType {
   std::string_view Ending;
@@ -195,6 +203,10 @@ Reaction Site::ReactInside(const WebRequest& request, const Parts& parts) const 
     return RootRedirection();
   }
   if (parts.Path == "/") return FileAnswer("index.html");
+  if (parts.Path.starts_with(kRecordings)) {
+    const std::optional<std::uint64_t> id = NumberIn(parts.Path.substr(kRecordings.size()));
+    if (id) return RecordingRequest{*id};
+  }
   if (parts.Path.starts_with(kPageFolder)) return FileAnswer(parts.Path.substr(kPageFolder.size()));
   return ErrorAnswer(404, "there is nothing here");
 }
@@ -215,13 +227,10 @@ WebAnswer Site::FileAnswer(const std::string& name) const {
 }
 
 std::optional<std::size_t> Site::CameraOf(const Parts& parts) const {
-  const std::string text = parts.Parameters.contains("camera") ? parts.Of("camera") : "0";
-  std::size_t camera = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), camera);
-  if (error != std::errc() || end != text.data() + text.size() || camera >= cameras_) {
-    return std::nullopt;
-  }
-  return camera;
+  const std::optional<std::uint64_t> camera =
+      NumberIn(parts.Parameters.contains("camera") ? parts.Of("camera") : "0");
+  if (!camera || *camera >= cameras_) return std::nullopt;
+  return static_cast<std::size_t>(*camera);
 }
 
 }  // namespace lidcam::viewer

@@ -46,13 +46,18 @@ struct SnapshotRequest {
 struct StreamRequest {
   std::size_t Camera;
 };
+/// A recording's file.
+struct RecordingRequest {
+  std::uint64_t Id;
+};
 /// A body of at most `Most` bytes, for a camera's scene.
 struct SceneUpload {
   std::size_t Camera;
   std::size_t Most;
 };
 
-using Reaction = std::variant<WebAnswer, LiveRequest, SnapshotRequest, StreamRequest, SceneUpload>;
+using Reaction = std::variant<WebAnswer, LiveRequest, SnapshotRequest, StreamRequest,
+                              RecordingRequest, SceneUpload>;
 
 /// Decides what a request gets. Nothing is given before the request's Host, and then its cookie or token, are right.
 class Site {

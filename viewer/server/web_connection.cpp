@@ -5,7 +5,7 @@
 #include <boost/asio/write.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/core/tcp_stream.hpp>
-#include <boost/beast/http/empty_body.hpp>
+#include <boost/beast/http/file_body.hpp>
 #include <boost/beast/http/parser.hpp>
 #include <boost/beast/http/read.hpp>
 #include <boost/beast/http/string_body.hpp>
@@ -163,9 +163,50 @@ class WebConnection final : public std::enable_shared_from_this<WebConnection> {
                        if (error == http::error::body_limit) {
                          self->Send(ErrorAnswer(413, "a picture may have 16 MiB at most"), true);
                        } else if (!error) {
-                         self->Send(ErrorAnswer(501, "scenes can't be changed yet"), false);
+                         self->ShowScene(upload.Camera);
                        }
                      });
+  }
+
+  void ShowScene(std::size_t camera) {
+    stream_.expires_never();
+    hub_.ShowScene(camera, std::move(parser_->get().body()),
+                   [self = shared_from_this()](const std::string& error) {
+                     if (error.empty()) {
+                       self->Send({.Status = 204}, false);
+                     } else {
+                       self->Send(ErrorAnswer(400, error), false);
+                     }
+                   });
+  }
+
+  void Carry(const RecordingRequest& request) {
+    const auto file = hub_.Films().Find(request.Id);
+    beast::error_code error;
+    if (file) file_.body().open(file->Path.c_str(), beast::file_mode::scan, error);
+    if (!file || error) {
+      Send(ErrorAnswer(404, "there is no such recording"), !parser_->is_done());
+      return;
+    }
+    Describe(file_, false);
+    file_.set(http::field::content_type, "application/octet-stream");
+    file_.set(http::field::content_disposition, "attachment; filename=\"" + file->Name + "\"");
+    file_.prepare_payload();
+    fileWriter_.emplace(file_);
+    WriteFile();
+  }
+
+  // In pieces, each with a time limit of its own: a film may take a slow network minutes.
+  void WriteFile() {
+    stream_.expires_after(kIdleTime);
+    http::async_write_some(stream_, *fileWriter_,
+                           [self = shared_from_this()](error_code error, std::size_t) {
+                             if (!error && !self->fileWriter_->is_done()) {
+                               self->WriteFile();
+                             } else {
+                               self->Sent(error, false);
+                             }
+                           });
   }
 
   void Watch(std::size_t camera, bool isStream) {
@@ -245,16 +286,21 @@ class WebConnection final : public std::enable_shared_from_this<WebConnection> {
                       });
   }
 
+  template <typename Message>
+  static void Describe(Message& message, bool keeps) {
+    message.set(http::field::server, "lidcam");
+    for (const auto& [name, value] : CommonFields()) message.set(name, value);
+    message.keep_alive(keeps);
+  }
+
   void Send(WebAnswer answer, bool isLast) {
     const bool hasRequest = parser_ && parser_->is_header_done();
     const bool keeps = !isLast && hasRequest && parser_->keep_alive();
     answer_ = Answer(static_cast<http::status>(answer.Status), 11);
-    answer_.set(http::field::server, "lidcam");
-    for (const auto& [name, value] : CommonFields()) answer_.set(name, value);
+    Describe(answer_, keeps);
     if (!answer.Type.empty()) answer_.set(http::field::content_type, answer.Type);
     for (const auto& [name, value] : answer.Fields) answer_.set(name, value);
     answer_.body() = std::move(answer.Body);
-    answer_.keep_alive(keeps);
     answer_.prepare_payload();
     stream_.expires_after(kIdleTime);
     http::async_write(stream_, answer_,
@@ -280,6 +326,8 @@ class WebConnection final : public std::enable_shared_from_this<WebConnection> {
   beast::flat_buffer buffer_{kMostHeaderBytes + 64 * 1024};
   std::optional<http::request_parser<http::string_body>> parser_;
   Answer answer_;
+  http::response<http::file_body> file_;
+  std::optional<http::response_serializer<http::file_body>> fileWriter_;
   std::unique_ptr<Program> program_;
   std::size_t camera_ = 0;
   bool isStream_ = false;

@@ -29,7 +29,9 @@ struct WebServer::Parts {
         Pages(Rules, options.Cameras.size(), std::move(options.PageFolder)),
         Cameras({.Cameras = std::move(options.Cameras),
                  .Version = std::move(options.Version),
-                 .SnapshotToken = Rules.SnapshotToken()},
+                 .SnapshotToken = Rules.SnapshotToken(),
+                 .Forms = std::move(options.Forms),
+                 .MakeWriter = std::move(options.MakeWriter)},
                 [this](std::function<void()> work) { asio::post(Context, std::move(work)); }),
         Acceptor(Context),
         Retry(Context),
@@ -63,8 +65,9 @@ struct WebServer::Parts {
   }
 
   void Watch(const std::function<bool()>& isOver) {
-    Tick.expires_after(std::chrono::milliseconds(100));
+    Tick.expires_after(Hub::kTickInterval);
     Tick.async_wait([this, &isOver](error_code) {
+      Cameras.Tick();
       if (isOver()) {
         Context.stop();
       } else {

@@ -22,6 +22,8 @@ class WebServer {
     std::optional<std::string> Password{};
     /// The page's files, in place of the program's own: to work on the page.
     std::optional<std::filesystem::path> PageFolder{};
+    std::vector<std::string> Forms{};  ///< of recordings: "mkv"
+    MakePictureWriter MakeWriter{};
     std::size_t MostConnections = 512;
   };
 
@@ -33,7 +35,7 @@ class WebServer {
   /// What a browser opens: "http://127.0.0.1:8080/?token=...".
   [[nodiscard]] std::string Address() const;
 
-  /// Serves until `isOver`, which is called ten times a second, then closes cameras and connections. Once.
+  /// Serves until `isOver`, which is called twenty times a second, then closes cameras and connections. Once.
   void Run(const std::function<bool()>& isOver);
 
  private:

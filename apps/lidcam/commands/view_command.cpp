@@ -1,3 +1,5 @@
+#include <chrono>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -10,8 +12,10 @@
 
 #include "apps/lidcam/commands/commands.h"
 #include "apps/lidcam/options/common_options.h"
+#include "apps/lidcam/output/pipeline/frame_output.h"
 #include "library/base/command_error.h"
 #include "library/base/interrupt.h"
+#include "library/frames/replay_pipeline.h"
 #ifdef LIDCAM_HAS_VIEWER
 #include "viewer/server/web_server.h"
 #endif
@@ -82,6 +86,30 @@ std::vector<viewer::HubCamera> ViewCameras(const ViewCommand& command) {
   return cameras;
 }
 
+/// A file of a page's recording, as `lidcam stream` writes it.
+class ViewWriter final : public viewer::PictureWriter {
+ public:
+  ViewWriter(const std::string& path, PictureSize size)
+      : output_(MakeFileWriter(path, size, kFramePeriod)) {}
+
+  void Write(const viewer::Picture& picture, std::chrono::microseconds time) override {
+    output_->Write({.Yuy2 = picture.Yuy2, .Time = time, .Number = ++number_});
+  }
+  void Finish() override { output_->Finish(); }
+
+ private:
+  const std::unique_ptr<FrameWriter> output_;
+  std::uint64_t number_ = 0;
+};
+
+std::vector<std::string> ViewForms() {
+#ifdef LIDCAM_HAS_FILM
+  return {"mkv", "mp4", "avi", "mjpeg", "y4m"};
+#else
+  return {"mjpeg", "y4m"};
+#endif
+}
+
 void RunView(const ViewCommand& command) {
   const std::optional<std::string> password = ViewPassword(command);
   serve::Listener listener = ViewListener(command.Address);
@@ -90,10 +118,15 @@ void RunView(const ViewCommand& command) {
         "view: " + listener.Name() +
         " can be reached by other machines: give --password-file or LIDCAM_VIEW_PASSWORD");
   }
-  viewer::WebServer server(std::move(listener), {.Cameras = ViewCameras(command),
-                                                 .Version = LIDCAM_VERSION,
-                                                 .Password = password,
-                                                 .PageFolder = command.PageFolder});
+  viewer::WebServer server(std::move(listener),
+                           {.Cameras = ViewCameras(command),
+                            .Version = LIDCAM_VERSION,
+                            .Password = password,
+                            .PageFolder = command.PageFolder,
+                            .Forms = ViewForms(),
+                            .MakeWriter = [](const std::string& path, PictureSize size) {
+                              return std::make_unique<ViewWriter>(path, size);
+                            }});
   std::fprintf(stderr, "lidcam: %s\n", server.Address().c_str());
   server.Run(IsInterrupted);
 }
