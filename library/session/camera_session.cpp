@@ -85,7 +85,8 @@ void CameraSession::RunCamera() {
     hotplug_ = std::make_unique<bus::UsbHost>();
   }
   facts_.Unit = UnitOf(choice).value_or("");
-  FaultyPort port(OpenCamera(choice), options_.Faults, kFaultySpan);
+  FaultyPort port(options_.Open ? options_.Open(choice) : OpenCamera(choice), options_.Faults,
+                  kFaultySpan);
   const DriverKeyChoice key = [&](const bus::UsbDeviceInfo& device) {
     identityKey_ = DriverKeyOf(device);
     if (!CaptureFileOf(choice.Camera)) settings.Fill(SettingsFileFor(kind), identityKey_);
@@ -219,7 +220,7 @@ void CameraSession::AwaitReturn() {
   } while (AwaitTick());
 }
 
-void CameraSession::WithCamera(const std::function<void(OpenedCamera& opened)>& use) {
+void CameraSession::Use(const std::function<void(OpenedCamera& opened)>& use) {
   tasks_.Run([&](OpenedCamera* opened) {
     const CommandError gone("camera '" + Name() + "' was unplugged", Failure::Unplugged);
     if (opened == nullptr) throw gone;

@@ -97,7 +97,7 @@ StreamSetup CameraSession::SetupOf(const SessionStream& stream) {
           .Frames = [this](const StreamFrame& frame) { Take(frame); },
           .FrameInterval = stream.FrameInterval,
           .Buffers = stream.Buffers,
-          .Watching = DeliveryWatching::None};
+          .Watching = stream.Watching};
 }
 
 // A recording's camera is gone at its end.
