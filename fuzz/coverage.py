@@ -95,7 +95,7 @@ SUBJECTS = {
     ],
     "completion_sequence": ["driver/usb/*.cpp", "!driver/usb/requests/usb_configuration.cpp"],
     "command_line": [
-        "library/camera/camera_source.cpp",
+        "library/camera/source/camera_source.cpp",
         "apps/lidcam/commands/*.cpp",
         "apps/lidcam/options/fault_option.cpp",
         "apps/lidcam/main.cpp",

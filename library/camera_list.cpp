@@ -5,11 +5,11 @@
 #include <cstdio>
 
 #include "camera_model/device/camera_identity.h"
-#include "library/camera/camera_lock.h"
-#include "library/camera/camera_share.h"
-#include "library/camera/camera_source.h"
 #include "library/camera/controls/sensor_notes.h"
-#include "library/camera/plugged_camera.h"
+#include "library/camera/source/camera_lock.h"
+#include "library/camera/source/camera_share.h"
+#include "library/camera/source/camera_source.h"
+#include "library/camera/source/plugged_camera.h"
 
 namespace lidcam::api {
 namespace {

@@ -7,8 +7,8 @@
 #include "bus/usb/usb_host.h"
 #include "library/api_error.h"
 #include "library/base/notices.h"
-#include "library/camera/camera_share.h"
-#include "library/camera/plugged_camera.h"
+#include "library/camera/source/camera_share.h"
+#include "library/camera/source/plugged_camera.h"
 #include "library/camera_list.h"
 #include "library/lidcam.h"
 

@@ -97,7 +97,8 @@ std::string_view ToString(Verdict verdict) {
 RunOptions operator|(const RunOptions& a, const RunOptions& b) {
   return {.HasPoints = a.HasPoints || b.HasPoints,
           .HasStalls = a.HasStalls || b.HasStalls,
-          .HasExposure = a.HasExposure || b.HasExposure};
+          .HasExposure = a.HasExposure || b.HasExposure,
+          .Scheduler = b.Scheduler != host::SchedulerKind::Walk ? b.Scheduler : a.Scheduler};
 }
 
 std::string ToString(const RunOptions& options) {
@@ -105,6 +106,9 @@ std::string ToString(const RunOptions& options) {
   if (options.HasPoints) text += " --points";
   if (options.HasStalls) text += " --stalls";
   if (options.HasExposure) text += " --exposure";
+  if (options.Scheduler != host::SchedulerKind::Walk) {
+    text.append(" --scheduler ").append(host::ToString(options.Scheduler));
+  }
   return text;
 }
 
@@ -128,6 +132,7 @@ RunResult RunScenario(const Scenario& scenario, const RunKey& key, bool keepsTra
   std::uint64_t schedule = 0;
   {
     host::SimulatedScheduler world({.Seed = key.Seed,
+                                    .Kind = played.Options.Scheduler,
                                     .HasPreemptionPoints = played.Options.HasPoints,
                                     .AtSwitchPoint = [&stage](const host::SwitchPlace& place) {
                                       return stage.AtSwitchPoint(place);

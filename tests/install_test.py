@@ -23,6 +23,13 @@ def run(*arguments, **options):
 
 
 class InstallTest(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.installed = tempfile.mkdtemp(prefix="lidcam-installed-")
+        cls.addClassCleanup(shutil.rmtree, cls.installed)
+        run(CMAKE, "--install", BUILD, "--prefix", cls.installed)
+        cls.program = os.path.join(cls.installed, "bin/lidcam")
+
     def setUp(self):
         self.folder = tempfile.mkdtemp(prefix="lidcam-test-")
         self.addCleanup(shutil.rmtree, self.folder)
@@ -30,31 +37,24 @@ class InstallTest(unittest.TestCase):
     def path(self, name):
         return os.path.join(self.folder, name)
 
-    def install(self):
-        run(CMAKE, "--install", BUILD, "--prefix", self.path("prefix"))
-        return self.path("prefix/bin/lidcam")
-
     def test_the_installed_program_runs_from_another_folder(self):
-        program = self.install()
         os.mkdir(self.path("elsewhere"))
-        run(program, "stream", "--fast", "--frames", "2", "-o", "card.png",
+        run(self.program, "stream", "--fast", "--frames", "2", "-o", "card.png",
             cwd=self.path("elsewhere"), env={"HOME": self.folder})
         self.assertEqual(sorted(os.listdir(self.path("elsewhere"))),
                          ["card-0001.png", "card-0002.png"])
 
     def test_the_installed_program_finds_its_modules(self):
-        program = self.install()
-        modules = [name for _, _, names in os.walk(self.path("prefix/lib")) for name in names
+        modules = [name for _, _, names in os.walk(os.path.join(self.installed, "lib")) for name in names
                    if name.startswith("lidcam-") and name.endswith(".so")]
         if "lidcam-film.so" not in modules:
             self.skipTest("built without films")
         film = self.path("clip.mkv")
-        run(program, "stream", "--fast", "--frames", "2", "-o", film, env={"HOME": self.folder})
+        run(self.program, "stream", "--fast", "--frames", "2", "-o", film, env={"HOME": self.folder})
         self.assertGreater(os.path.getsize(film), 1000)
 
     def test_the_udev_rule_gives_every_identity_to_users_before_seats_are_looked_at(self):
-        program = self.install()
-        folder = self.path("prefix/lib/udev/rules.d")
+        folder = os.path.join(self.installed, "lib/udev/rules.d")
         name = min(os.listdir(folder))
         self.assertTrue("60" <= name[:2] <= "72", name)
         with open(os.path.join(folder, name), encoding="utf-8") as rules:
@@ -67,19 +67,18 @@ class InstallTest(unittest.TestCase):
             vendor = re.search(r'idVendor}=="([^"]*)"', line)[1]
             products = re.search(r'idProduct}=="([^"]*)"', line)[1]
             named += [f"{vendor}:{product}" for product in products.split("|")]
-        cameras = json.loads(run(program, "list", "--json"))
+        cameras = json.loads(run(self.program, "list", "--json"))
         self.assertEqual(sorted(named), sorted(camera["identity"] for camera in cameras
                                                if camera["kind"] == "simulated"))
         self.assertEqual(len(named), 7)
 
     def test_the_systemd_unit_runs_a_command_that_the_installed_program_has(self):
-        program = self.install()
-        unit = self.path("prefix/lib/systemd/user/lidcam-share.service")
+        unit = os.path.join(self.installed, "lib/systemd/user/lidcam-share.service")
         if not os.path.exists(unit):
             self.skipTest("built without libpipewire-0.3")
         with open(unit, encoding="utf-8") as lines:
             command = re.search(r"^ExecStart=lidcam (.*)$", lines.read(), re.M)[1]
-        self.assertIn("share", run(program, *command.split(), "--help"))
+        self.assertIn("share", run(self.program, *command.split(), "--help"))
 
     def starts_of_a_session(self, unit):
         """What the user's systemd would start with a unit: it only plans, as a user without privileges."""
@@ -94,13 +93,13 @@ class InstallTest(unittest.TestCase):
         return started
 
     def test_a_camera_that_is_plugged_in_is_shared_only_where_its_user_has_asked_for_it(self):
-        self.install()
-        units = self.path("prefix/lib/systemd/user")
+        units = os.path.join(self.installed, "lib/systemd/user")
         if not os.path.exists(units):
             self.skipTest("built without libpipewire-0.3")
         if not os.path.exists("/lib/systemd/systemd") or not shutil.which("setpriv"):
             self.skipTest("systemd is not installed")
-        with open(self.path("prefix/lib/udev/rules.d/71-lidcam-share.rules"), encoding="utf-8") as rules:
+        share_rules = os.path.join(self.installed, "lib/udev/rules.d/71-lidcam-share.rules")
+        with open(share_rules, encoding="utf-8") as rules:
             target = re.search(r'SYSTEMD_USER_WANTS}\+="([^"]+)"', rules.read())[1]
         for folder in ("run", "config/systemd/user", "units"):
             os.makedirs(self.path(folder))
@@ -117,8 +116,8 @@ class InstallTest(unittest.TestCase):
         self.assertIn("lidcam-share.service", self.starts_of_a_session(target))
 
     def test_udev_names_what_a_session_may_start_with_a_camera_and_with_no_other_device(self):
-        self.install()
-        rules = self.path("prefix/lib/udev/rules.d")
+        rules = self.path("rules.d")
+        shutil.copytree(os.path.join(self.installed, "lib/udev/rules.d"), rules)
         if not os.path.exists(os.path.join(rules, "71-lidcam-share.rules")):
             self.skipTest("built without libpipewire-0.3")
         # udev reads rules of the system only: these are there for one program.
@@ -135,11 +134,10 @@ class InstallTest(unittest.TestCase):
         with open(os.path.join(BUILD, "CMakeCache.txt"), encoding="utf-8") as cache:
             version = re.search(r"^CMAKE_PROJECT_VERSION:STATIC=(.*)$", cache.read(), re.M)[1]
         self.assertRegex(version, r"^\d+\.\d+\.\d+$")
-        self.assertEqual(run(self.install(), "--version"), f"lidcam {version}\n")
+        self.assertEqual(run(self.program, "--version"), f"lidcam {version}\n")
 
     def test_the_licence_and_the_documents_are_installed(self):
-        self.install()
-        documents = self.path("prefix/share/doc/lidcam")
+        documents = os.path.join(self.installed, "share/doc/lidcam")
         with open(os.path.join(documents, "README.md"), encoding="utf-8") as readme:
             links = re.findall(r"\]\((?!http)([^)#]+)", readme.read())
         self.assertIn("LICENSE", links)
@@ -147,23 +145,21 @@ class InstallTest(unittest.TestCase):
             self.assertTrue(os.path.exists(os.path.join(documents, link)), link)
 
     def test_every_command_has_a_manual_page_of_what_its_help_prints(self):
-        program = self.install()
-        listed = run(program, "--help").split("Subcommands:\n")[1].split("\n\n")[0].split("\n")
+        listed = run(self.program, "--help").split("Subcommands:\n")[1].split("\n\n")[0].split("\n")
         for name in (line.split()[0] for line in listed):
-            path = self.path(f"prefix/share/man/man1/lidcam-{name}.1")
+            path = os.path.join(self.installed, f"share/man/man1/lidcam-{name}.1")
             page = run("man", "--warnings", "-E", "UTF-8", "-l", path, env=dict(os.environ, MANWIDTH="300"))
-            for option in re.findall(r"^  +(?:-\w,)?(--[\w-]+)", run(program, name, "--help"), re.M):
+            for option in re.findall(r"^  +(?:-\w,)?(--[\w-]+)", run(self.program, name, "--help"), re.M):
                 self.assertIn(option, page, name)
             self.assertEqual(subprocess.run(["man", "--warnings", "-l", path], capture_output=True,
                                             text=True, check=True).stderr, "", name)
 
     def test_the_shells_find_their_completion(self):
-        self.install()
         for file in ("bash-completion/completions/lidcam", "zsh/site-functions/_lidcam",
                      "fish/vendor_completions.d/lidcam.fish"):
-            self.assertTrue(os.path.exists(self.path("prefix/share/" + file)), file)
+            self.assertTrue(os.path.exists(os.path.join(self.installed, "share/" + file)), file)
 
-    def test_warnings_are_errors_in_the_presets_only(self):
+    def test_a_build_without_a_preset_is_optimised_and_stops_at_no_warning(self):
         def stops_at_warnings(folder):
             with open(os.path.join(folder, "compile_commands.json"), encoding="utf-8") as file:
                 return {bool(re.search(r" -Werror( |$)", entry["command"]))
@@ -171,6 +167,10 @@ class InstallTest(unittest.TestCase):
 
         run(CMAKE, "-S", SOURCE, "-B", self.path("build"), "-DBUILD_TESTING=OFF")
         self.assertEqual(stops_at_warnings(self.path("build")), {False})
+        with open(self.path("build/CMakeCache.txt"), encoding="utf-8") as cache:
+            self.assertIn("CMAKE_BUILD_TYPE:STRING=RelWithDebInfo\n", cache.read())
+
+    def test_warnings_are_errors_in_every_preset(self):
         with open(os.path.join(SOURCE, "CMakePresets.json"), encoding="utf-8") as file:
             presets = {preset["name"]: preset for preset in json.load(file)["configurePresets"]}
         self.assertEqual(presets["base"]["cacheVariables"], {"CMAKE_COMPILE_WARNING_AS_ERROR": "ON"})
@@ -178,11 +178,6 @@ class InstallTest(unittest.TestCase):
             self.assertTrue(name == "base" or preset["inherits"] in presets, name)
             self.assertEqual(name == "base",
                              "CMAKE_COMPILE_WARNING_AS_ERROR" in preset["cacheVariables"], name)
-
-    def test_a_build_without_a_type_is_optimised(self):
-        run(CMAKE, "-S", SOURCE, "-B", self.path("build"), "-DBUILD_TESTING=OFF")
-        with open(self.path("build/CMakeCache.txt"), encoding="utf-8") as cache:
-            self.assertIn("CMAKE_BUILD_TYPE:STRING=RelWithDebInfo\n", cache.read())
 
 
 if __name__ == "__main__":

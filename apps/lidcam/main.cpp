@@ -132,6 +132,7 @@ int Run(int argc, char** argv) {
   lidcam::app::AddDoctorCommand(app);
   lidcam::app::AddReportCommand(app);
   lidcam::app::AddShareCommand(app);
+  lidcam::app::AddViewCommand(app);
   lidcam::app::AddConfigurationFile(app);
   app.footer("Exit status: 0 done, 1 failed, 2 wrong use.");
   app.get_formatter()->column_width(32);

@@ -9,6 +9,12 @@
 namespace lidcam::camera_model {
 namespace {
 
+PixelNoise Multiplied(PixelNoise noise, double factor) {
+  noise.LightOfElectron *= factor * factor;
+  noise.ReadVariance *= factor * factor;
+  return noise;
+}
+
 constexpr auto kMicroframesPerSecond = static_cast<double>(base::kMicroframesPerSecond);
 constexpr std::uint64_t kStartDelay = 8;
 
@@ -132,8 +138,8 @@ void RawFrameStream::BeginFrame(std::uint64_t microframe, std::uint32_t limit) {
   scene_.Render(viewNumber_, view_);
   ExposeLines(exposure, start, geometry.Height);
   const std::uint64_t noiseSeed = (seed_ ^ (viewNumber_ * 0x9E3779B97F4A7C15U)) << 12;
-  processor_.Process(view_, ReadPictureSettings(bridge_), lineExposure_, NoiseOf(exposure),
-                     noiseSeed);
+  processor_.Process(view_, ReadPictureSettings(bridge_), lineExposure_,
+                     Multiplied(NoiseOf(exposure), noise_), noiseSeed);
 
   frame_.assign(geometry.TotalBytes, 0);
   const auto picture = processor_.Yuy2();

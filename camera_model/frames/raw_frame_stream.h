@@ -41,6 +41,8 @@ class RawFrameStream {
   [[nodiscard]] StreamPacket Packet(std::uint64_t microframe, std::uint32_t limit);
 
   void SetLight(const SceneLight& light) { light_ = light; }
+  /// Multiplies the deviations of the pixels' noise: 1 is the sensor's own, 0 none.
+  void SetNoise(double factor) { noise_ = factor; }
   /// Sets the faults of frames, in place of the previous ones.
   void SetFaults(const bus::FaultScript& script) { faults_ = bus::FrameFaults(script); }
   [[nodiscard]] bus::FrameFaults& Faults() { return faults_; }
@@ -66,6 +68,7 @@ class RawFrameStream {
   Scene& scene_;
   std::uint64_t seed_;
   SceneLight light_;
+  double noise_ = 1;
   bus::FrameFaults faults_;
   PictureProcessor processor_;
   RgbImage view_;

@@ -16,8 +16,6 @@ constinit Shared<std::uint32_t> AeRatio{0};
 
 namespace {
 
-constexpr std::uint32_t kTargetLuma = 88;
-constexpr std::uint32_t kDeadBand = 8;
 constexpr std::uint32_t kRatioOne = 1024;
 
 // The sensor's statistic shows a new exposure only after some frames.

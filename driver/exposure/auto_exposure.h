@@ -32,7 +32,11 @@ extern constinit AeOutputRecord AeOutput;
 /// memory dump.
 extern constinit Shared<std::uint32_t> AeRatio;
 
-/// Moves AeIndex one step toward the target luminance of 88, at most at every sixth call.
+/// The luminance that the loop keeps, and how far from it a frame may be without a step.
+inline constexpr std::uint32_t kTargetLuma = 88;
+inline constexpr std::uint32_t kDeadBand = 8;
+
+/// Moves AeIndex one step toward the target luminance, at most at every sixth call.
 ///
 /// @param luma       average luminance of the frame, 0 to 255
 /// @param output     receives the new row

@@ -4,16 +4,14 @@
 #include <string>
 
 #include "library/base/command_error.h"
-#include "library/camera/core_camera.h"
-#include "library/camera/plugged_camera.h"
+#include "library/camera/bring_up/camera_identity.h"
+#include "library/camera/bring_up/virtual_time.h"
+#include "library/camera/source/plugged_camera.h"
 #include "platform/host/nt/system/status_words.h"
 #include "testbed/worlds.h"
 
 namespace lidcam::app {
 namespace {
-
-// Any constant seed: equal commands then give equal bytes.
-constexpr std::uint64_t kSeed = 1;
 
 void StartCamera(testbed::InstalledTestbed& camera, const bus::UsbDeviceInfo& device) {
   const NTSTATUS status = camera.Start();
@@ -38,10 +36,6 @@ void RunInTimeOf(const CameraChoice& choice, const std::function<void()>& body) 
   } else {
     RunInVirtualTime(body);
   }
-}
-
-void RunInVirtualTime(const std::function<void()>& body) {
-  testbed::RunInVirtualTime({.Seed = kSeed, .KeepsFreedPool = false}, body);
 }
 
 OpenedCamera::OpenedCamera(testbed::InstalledTestbed& installed, const client::Camera& camera,

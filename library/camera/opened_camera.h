@@ -6,8 +6,8 @@
 
 #include "bus/enumeration.h"
 #include "driver/core/record/camera_context.h"
-#include "library/camera/bus_gates.h"
-#include "library/camera/camera_source.h"
+#include "library/camera/gates/bus_gates.h"
+#include "library/camera/source/camera_source.h"
 #include "platform/host/client/camera.h"
 #include "testbed/installed_testbed.h"
 #include "testbed/metered_bus.h"
@@ -20,7 +20,6 @@ namespace lidcam::app {
 /// Runs `body` in the time that the camera's bus keeps: the machine's for a bus that is paced, virtual
 /// time for one that runs freely and for recordings. Passes its exceptions on.
 void RunInTimeOf(const CameraChoice& choice, const std::function<void()>& body);
-void RunInVirtualTime(const std::function<void()>& body);
 
 /// The buses between the host and a camera's.
 struct CameraGates {

@@ -7,8 +7,8 @@
 #include <utility>
 
 #include "library/base/command_error.h"
-#include "library/camera/camera_lock.h"
-#include "library/camera/core_camera.h"
+#include "library/camera/bring_up/camera_identity.h"
+#include "library/camera/source/camera_lock.h"
 #include "library/control_socket/base64.h"
 #include "library/control_socket/control_rows.h"
 #include "library/settings/host_environment.h"

@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "library/camera/camera_source.h"
 #include "library/camera/controls/control_lines.h"
 #include "library/camera/opened_camera.h"
+#include "library/camera/source/camera_source.h"
 #include "library/control_socket/control_server.h"
 #include "library/still/still_file.h"
 

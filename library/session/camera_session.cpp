@@ -6,9 +6,9 @@
 
 #include "bus/usb/usb_host.h"
 #include "library/base/command_error.h"
-#include "library/camera/core_camera.h"
-#include "library/camera/faulty_port.h"
-#include "library/camera/plugged_camera.h"
+#include "library/camera/bring_up/camera_identity.h"
+#include "library/camera/gates/faulty_port.h"
+#include "library/camera/source/plugged_camera.h"
 #include "library/settings/environment_turn.h"
 #include "library/settings/settings_copy.h"
 
@@ -85,7 +85,8 @@ void CameraSession::RunCamera() {
     hotplug_ = std::make_unique<bus::UsbHost>();
   }
   facts_.Unit = UnitOf(choice).value_or("");
-  FaultyPort port(OpenCamera(choice), options_.Faults, kFaultySpan);
+  FaultyPort port(options_.Open ? options_.Open(choice) : OpenCamera(choice), options_.Faults,
+                  kFaultySpan);
   const DriverKeyChoice key = [&](const bus::UsbDeviceInfo& device) {
     identityKey_ = DriverKeyOf(device);
     if (!CaptureFileOf(choice.Camera)) settings.Fill(SettingsFileFor(kind), identityKey_);
@@ -219,7 +220,7 @@ void CameraSession::AwaitReturn() {
   } while (AwaitTick());
 }
 
-void CameraSession::WithCamera(const std::function<void(OpenedCamera& opened)>& use) {
+void CameraSession::Use(const std::function<void(OpenedCamera& opened)>& use) {
   tasks_.Run([&](OpenedCamera* opened) {
     const CommandError gone("camera '" + Name() + "' was unplugged", Failure::Unplugged);
     if (opened == nullptr) throw gone;

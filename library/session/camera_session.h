@@ -12,10 +12,10 @@
 #include <thread>
 #include <vector>
 
-#include "library/camera/camera_lock.h"
-#include "library/camera/camera_source.h"
 #include "library/camera/controls/control_table.h"
 #include "library/camera/opened_camera.h"
+#include "library/camera/source/camera_lock.h"
+#include "library/camera/source/camera_source.h"
 #include "library/camera/streaming/camera_stream.h"
 #include "library/control_socket/camera_service.h"
 #include "library/session/camera_tasks.h"
@@ -33,6 +33,9 @@ struct SessionOptions {
   CameraChoice Choice;
   LockPatience Patience{};
   std::optional<std::string> Faults{};  ///< a script, a file or a seed
+  /// Opens the camera's bus, as a program that watches or disturbs it has it; empty: OpenCamera(). On the session's
+  /// thread.
+  std::function<std::unique_ptr<bus::UsbBus>(const CameraChoice& choice)> Open{};
 };
 
 /// A picture format of the camera's pin.
@@ -79,6 +82,8 @@ struct SessionStream {
   std::optional<LONGLONG> FrameInterval{};  ///< 100 ns; none: the camera's usual one
   std::size_t Buffers = 6;
   LentFrameHandler Handler{};  ///< empty: frames are taken by Next()
+  /// Which of the driver's events a frame's facts tell: see there.
+  DeliveryWatching Watching = DeliveryWatching::None;
 };
 
 /// A call at the wrong time, such as a start of a stream that runs.
@@ -113,6 +118,10 @@ class CameraSession {
   [[nodiscard]] NextResult Next(std::optional<std::chrono::milliseconds> timeout,
                                 std::unique_ptr<LentFrame>& frame);
 
+  /// Calls `use` with the open camera on its thread, and waits. Throws what it throws, and CommandError once the camera
+  /// is gone.
+  void Use(const std::function<void(OpenedCamera& opened)>& use);
+
   [[nodiscard]] std::int32_t GetControl(const std::string& name);
   /// Throws also if the camera keeps another value.
   void SetControl(const std::string& name, std::int32_t value);
@@ -144,7 +153,6 @@ class CameraSession {
   bool AwaitTick();
 
   [[nodiscard]] bool IsGone(const OpenedCamera& opened);
-  void WithCamera(const std::function<void(OpenedCamera& opened)>& use);
   [[nodiscard]] const SessionControl& ControlOf(const std::string& name) const;
   void Change(OpenedCamera& opened, const CameraControl& control, std::int32_t value);
 

@@ -33,21 +33,20 @@ const SessionControl& CameraSession::ControlOf(const std::string& name) const {
 std::int32_t CameraSession::GetControl(const std::string& name) {
   const CameraControl& control = FindControl(name);
   std::int32_t value = 0;
-  WithCamera([&](OpenedCamera& opened) { value = ValueOf(opened.Camera(), control); });
+  Use([&](OpenedCamera& opened) { value = ValueOf(opened.Camera(), control); });
   return value;
 }
 
 void CameraSession::SetControl(const std::string& name, std::int32_t value) {
   RefuseControlsOfRecording(options_.Choice);
   const ControlAssignment assignment = ParseAssignment(name + "=" + std::to_string(value));
-  WithCamera([&](OpenedCamera& opened) { Change(opened, *assignment.Control, value); });
+  Use([&](OpenedCamera& opened) { Change(opened, *assignment.Control, value); });
 }
 
 void CameraSession::ResetControl(const std::string& name) {
   const SessionControl& control = ControlOf(name);
   RefuseControlsOfRecording(options_.Choice);
-  WithCamera(
-      [&](OpenedCamera& opened) { Change(opened, *control.Control, control.Range.Default); });
+  Use([&](OpenedCamera& opened) { Change(opened, *control.Control, control.Range.Default); });
 }
 
 void CameraSession::Change(OpenedCamera& opened, const CameraControl& control, std::int32_t value) {
@@ -68,7 +67,7 @@ void CameraSession::SaveControl(const std::string& name) {
   const CameraControl& control = FindControl(name);
   RefuseControlsOfRecording(options_.Choice);
   std::vector<NamedSetting> settings;
-  WithCamera([&](OpenedCamera& opened) {
+  Use([&](OpenedCamera& opened) {
     opened.WithContext(
         [&](const CameraContext& context) { settings = SettingsOf(control, context); });
   });
@@ -78,7 +77,7 @@ void CameraSession::SaveControl(const std::string& name) {
 StillPicture CameraSession::TakeStill(std::uint32_t value) {
   RefuseOwnThread("a still can't be taken");
   StillPicture still;
-  WithCamera([&](OpenedCamera& opened) { still = TakeStillOn(opened, value); });
+  Use([&](OpenedCamera& opened) { still = TakeStillOn(opened, value); });
   return still;
 }
 
@@ -121,7 +120,7 @@ void CameraSession::Offer() {
       ServedCamera{
           .Choice = options_.Choice,
           .Unit = facts_.Unit,
-          .Run = [this](const std::function<void(OpenedCamera&)>& use) { WithCamera(use); },
+          .Run = [this](const std::function<void(OpenedCamera&)>& use) { Use(use); },
           .Still = [this](std::uint32_t value) { return TakeStill(value); },
           .Changed = [this](const CameraControl& control,
                             std::int32_t value) { TellChange(control, value); },

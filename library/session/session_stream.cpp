@@ -4,7 +4,7 @@
 
 #include "base/time_units.h"
 #include "library/base/command_error.h"
-#include "library/camera/recorded_size.h"
+#include "library/camera/source/recorded_size.h"
 #include "library/session/camera_session.h"
 #include "testbed/worlds.h"
 
@@ -97,7 +97,7 @@ StreamSetup CameraSession::SetupOf(const SessionStream& stream) {
           .Frames = [this](const StreamFrame& frame) { Take(frame); },
           .FrameInterval = stream.FrameInterval,
           .Buffers = stream.Buffers,
-          .Watching = DeliveryWatching::None};
+          .Watching = stream.Watching};
 }
 
 // A recording's camera is gone at its end.

@@ -85,6 +85,7 @@ void Interposer::CompleteDone(PKDPC, PVOID context, PVOID irp, PVOID) {
 
 NTSTATUS Interposer::Dispatch(PIRP irp) {
   URB& urb = UrbOf(irp);
+  if (look_) look_(irp, urb);
   const USHORT function = urb.UrbHeader.Function;
   if (function == URB_FUNCTION_ISOCH_TRANSFER && refusedTransfers_ != 0) {
     --refusedTransfers_;

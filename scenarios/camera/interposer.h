@@ -45,6 +45,10 @@ class Interposer final : public testbed::DeviceFilter {
   void KeepRequests(std::uint32_t count) { keptRequests_ = count; }
   [[nodiscard]] bool HasKeptRequest() const { return hasKept_; }
 
+  /// Calls `look` with each URB that the driver sends, ahead of everything that happens to it, on the sender's
+  /// thread.
+  void Watch(std::function<void(PIRP irp, const URB& urb)> look) { look_ = std::move(look); }
+
  private:
   static NTSTATUS NTAPI PassOn(PDEVICE_OBJECT device, PIRP irp);
   static NTSTATUS NTAPI Enter(PDEVICE_OBJECT device, PIRP irp);
@@ -56,6 +60,7 @@ class Interposer final : public testbed::DeviceFilter {
   DRIVER_OBJECT driver_{};
   PDEVICE_OBJECT device_ = nullptr;
   PDEVICE_OBJECT below_ = nullptr;
+  std::function<void(PIRP irp, const URB& urb)> look_;
   std::uint32_t refusedTransfers_ = 0;
   USBD_STATUS urbStatus_ = USBD_STATUS_SUCCESS;
   std::uint32_t keptRequests_ = 0;

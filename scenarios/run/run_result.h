@@ -22,11 +22,12 @@ struct RunOptions {
   bool HasPoints = false;    ///< switch points also between the kernel calls
   bool HasStalls = false;    ///< threads are stalled while time advances
   bool HasExposure = false;  ///< the exposure loop runs: see Surroundings
+  host::SchedulerKind Scheduler = host::SchedulerKind::Walk;
 
   bool operator==(const RunOptions&) const = default;
 };
 
-/// The options of both.
+/// The options of both; the scheduler is that of the second unless it is the walk.
 [[nodiscard]] RunOptions operator|(const RunOptions& a, const RunOptions& b);
 
 /// As options of the command line, each preceded by a space: " --points"; empty without options.

@@ -45,11 +45,28 @@ void TraceRecord::Add(std::string_view line) {
 }
 
 void TraceRecord::Look(std::string_view line) {
-  if (line.starts_with("recovery ends")) ++recoveries_;
+  LookForRecoveries(line);
+  if (line.starts_with("iso halted") && line.find(" send ") != std::string_view::npos) {
+    hasFailedSend_ = true;
+  }
   if (line == "recovery has no work item") hasLostWorkItem_ = true;
   if (line.starts_with("drain abort")) hasFailedDrain_ = !line.ends_with("=00000000");
   if (line == "drain ends status=00000102") hasFailedDrain_ = true;
   if (line.starts_with("bus  read") && line.ends_with("stops for good")) NoteStoppedReader();
+}
+
+// One that is scheduled while the device goes ends without a line, and the device's next start has a record of its
+// own.
+void TraceRecord::LookForRecoveries(std::string_view line) {
+  if (line.starts_with("recovery ends")) {
+    ++recoveries_;
+    isRecovering_ = false;
+  } else if (line == "recovery scheduled") {
+    hasTwoRecoveries_ = hasTwoRecoveries_ || isRecovering_;
+    isRecovering_ = true;
+  } else if (line.starts_with("device gone")) {
+    isRecovering_ = false;
+  }
 }
 
 // The line is the thread's last one: it spins from here on and need not be run.

@@ -35,17 +35,25 @@ class TraceRecord {
   [[nodiscard]] bool HasLostWorkItem() const { return hasLostWorkItem_; }
   /// The thread whose read coincided with the frame path and never continues; null if none.
   [[nodiscard]] const host::Thread* StoppedReader() const { return stoppedReader_; }
+  /// A second recovery was scheduled before the first had ended.
+  [[nodiscard]] bool HasTwoRecoveries() const { return hasTwoRecoveries_; }
+  /// The USB stack, or a driver between, has refused a transfer.
+  [[nodiscard]] bool HasFailedSend() const { return hasFailedSend_; }
   /// The latest drain timed out, or its abort failed.
   [[nodiscard]] bool HasFailedDrain() const { return hasFailedDrain_; }
 
  private:
   void Look(std::string_view line);
+  void LookForRecoveries(std::string_view line);
   void NoteStoppedReader();
 
   const bool keepsAll_;
   std::uint64_t hash_;
   std::deque<std::string> lines_;
   std::uint64_t recoveries_ = 0;
+  bool isRecovering_ = false;
+  bool hasTwoRecoveries_ = false;
+  bool hasFailedSend_ = false;
   bool hasLostWorkItem_ = false;
   bool hasFailedDrain_ = false;
   const host::Thread* stoppedReader_ = nullptr;

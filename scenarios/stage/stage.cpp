@@ -45,7 +45,15 @@ bus::UsbBus& Stage::LayBus(const PlugOptions& options) {
                                          },
                                      .Observer = {}});
   interposer_ = std::make_unique<Interposer>();
+  interposer_->Watch([this](PIRP irp, const URB& urb) { CheckRequest(irp, urb); });
   return *faults_;
+}
+
+// Also asserts what can change with requests only, and needs no look at each switch point.
+void Stage::CheckRequest(PIRP irp, const URB& urb) {
+  const std::string wrong = requests_.WrongSend(irp, urb, trace_.HasFailedSend());
+  RequireAlways(wrong.empty(), wrong);
+  RequireAlways(!trace_.HasTwoRecoveries(), "a recovery is scheduled while one is under way");
 }
 
 void Stage::TakeUpBus() {

@@ -12,6 +12,7 @@
 #include "scenarios/run/run_result.h"
 #include "scenarios/run/status_text.h"
 #include "scenarios/run/trace_record.h"
+#include "scenarios/stage/request_checks.h"
 #include "scenarios/stage/run_checks.h"
 #include "scenarios/stage/stage_guest.h"
 #include "testbed/transport_testbed.h"
@@ -111,6 +112,8 @@ class Stage final : public RunChecks {
   [[nodiscard]] UsbDeviceRecord* Device() const;
 
  private:
+  void CheckRequest(PIRP irp, const URB& urb);
+
   const RunKey key_;
   TraceRecord& trace_;
   Random chance_;
@@ -118,6 +121,7 @@ class Stage final : public RunChecks {
   std::unique_ptr<StampedCamera> camera_;
   std::unique_ptr<bus::FaultBus> faults_;
   std::unique_ptr<Interposer> interposer_;
+  RequestChecks requests_;
   std::unique_ptr<StageGuest> guest_;
   std::uint64_t unplugAt_ = 0;
   bool allowsDisturbed_ = false;

@@ -7,7 +7,7 @@
 
 #include "driver/core/control/control_codes.h"
 #include "driver/exposure/auto_exposure.h"
-#include "library/camera/bus_gates.h"
+#include "library/camera/gates/bus_gates.h"
 #include "library/settings/host_environment.h"
 #include "library/settings/stream_size.h"
 #include "platform/host/nt/io/device_object.h"

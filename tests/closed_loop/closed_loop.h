@@ -12,10 +12,10 @@
 #include <thread>
 #include <vector>
 
-#include "apps/lidcam/frames/frame_log.h"
 #include "camera_model/bus_adapter/simulated_bus.h"
 #include "camera_model/optics/light_schedule.h"
 #include "camera_model/scene/scene.h"
+#include "library/frames/frame_row.h"
 #include "testbed/transport_testbed.h"
 
 namespace lidcam::app {

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "apps/lidcam/frames/frame_log.h"
+#include "library/frames/frame_row.h"
 
 namespace lidcam::app {
 

@@ -8,7 +8,7 @@
 
 #include "camera_model/bus_adapter/simulated_bus.h"
 #include "driver/exposure/auto_exposure.h"
-#include "library/camera/bus_gates.h"
+#include "library/camera/gates/bus_gates.h"
 #include "testbed/transport_testbed.h"
 #include "testbed/worlds.h"
 #include "tests/closed_loop/closed_loop.h"

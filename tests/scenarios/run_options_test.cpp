@@ -16,6 +16,8 @@ namespace {
 constexpr RunOptions kPoints{.HasPoints = true};
 constexpr RunOptions kStalls{.HasStalls = true};
 constexpr RunOptions kExposure{.HasExposure = true};
+constexpr RunOptions kBurst{.Scheduler = host::SchedulerKind::Burst};
+constexpr RunOptions kPriorities{.Scheduler = host::SchedulerKind::Priorities};
 constexpr RunOptions kAll{.HasPoints = true, .HasStalls = true, .HasExposure = true};
 
 RunResult Play(const Scenario& scenario, std::uint64_t seed, const RunOptions& options) {
@@ -35,7 +37,7 @@ class EachScenarioWithOptions : public testing::TestWithParam<Scenario> {};
 TEST_P(EachScenarioWithOptions, HoldsUnderItsFirstSeedsAndIsTheSameRunAgain) {
   const std::uint64_t kSeeds = test::kIsSanitized ? 1 : 2;
   for (std::uint64_t seed = 1; seed <= kSeeds; ++seed) {
-    for (const RunOptions& options : {kPoints, kAll}) {
+    for (const RunOptions& options : {kPoints, kAll, kPoints | kBurst, kAll | kPriorities}) {
       const RunResult result = Play(GetParam(), seed, options);
       EXPECT_NE(result.Outcome, Verdict::Failed) << ReplayCommand(result.Key) << "\n"
                                                  << result.What << "\n"
@@ -59,15 +61,20 @@ INSTANTIATE_TEST_SUITE_P(All, EachScenarioWithOptions, testing::ValuesIn(Scenari
 TEST(RunOptions, StandInTheCommandThatPlaysTheRunAgain) {
   EXPECT_EQ(ReplayCommand({"unplug", 17, 3, kAll}),
             "lidcam simulate --scenario unplug --seed 17 --step 3 --points --stalls --exposure");
+  EXPECT_EQ(ReplayCommand({"unplug", 17, 0, kPoints | kBurst}),
+            "lidcam simulate --scenario unplug --seed 17 --points --scheduler burst");
+  EXPECT_EQ(ReplayCommand({"unplug", 17, 0, kPriorities}),
+            "lidcam simulate --scenario unplug --seed 17 --scheduler priorities");
   EXPECT_EQ(ReplayCommand({"unplug", 17, 0, {}}), "lidcam simulate --scenario unplug --seed 17");
 }
 
 TEST(RunOptions, EachMakesAnotherRunOfASeed) {
   std::set<std::uint64_t> hashes;
-  for (const RunOptions& options : {RunOptions{}, kPoints, kStalls, kExposure, kAll}) {
+  for (const RunOptions& options :
+       {RunOptions{}, kPoints, kStalls, kExposure, kAll, kBurst, kPriorities}) {
     hashes.insert(Play("urb-errors", 2, options).Hash);
   }
-  EXPECT_EQ(hashes.size(), 5U);
+  EXPECT_EQ(hashes.size(), 7U);
 }
 
 // ---- Switch points.

@@ -4,6 +4,7 @@
 
 #include <memory>
 
+#include "driver/usb/requests/control_requests.h"
 #include "platform/host/nt/io/device_file.h"
 #include "scenarios/clients/checked_stream.h"
 #include "scenarios/clients/client_stage.h"
@@ -189,6 +190,66 @@ TEST(SimulationChecks, RunThatIsSoundPassesAfterAllOfThem) {
     camera.Release();
   });
   EXPECT_EQ(result.Outcome, Verdict::Passed) << result.Report;
+}
+
+// ---- Requests to the USB stack.
+
+void SendOutOfTurn(UsbDeviceRecord& device) {
+  _URB_PIPE_REQUEST urb{};
+  urb.Hdr.Length = sizeof(urb);
+  urb.Hdr.Function = URB_FUNCTION_ABORT_PIPE;
+  KEVENT done;
+  KeInitializeEvent(&done, SynchronizationEvent, FALSE);
+  PIRP const irp = CreateUrbIrp(device, &done, &urb, UrbDone);
+  IofCallDriver(device.KsDevice->NextDeviceObject, irp);
+  KeWaitForSingleObject(&done, Executive, KernelMode, FALSE, nullptr);
+  IoFreeIrp(irp);
+}
+
+TEST(SimulationChecks, SecondSynchronousRequestAtATimeIsFound) {
+  ExpectFailure(Play([](Stage& stage) {
+                  TransportStage& camera = TransportStage::On(stage);
+                  camera.PlugIn();
+                  camera.Start();
+                  SendOutOfTurn(*stage.Device());
+                  stage.Trace().Add("one after the other is allowed");
+                  stage.Camera().SilenceRequests(1);
+                  const host::ServiceThread asking([&] {
+                    std::uint8_t value = 0;
+                    std::uint32_t length = 1;
+                    UsbReadRequest(camera.Hosted().Device().TransportRecord, 0xA1, 0xFF0A, 0,
+                                   &value, &length);
+                  });
+                  stage.Sleep(kMillisecond);
+                  SendOutOfTurn(*stage.Device());
+                }),
+                "a synchronous request is sent while another one is under way (at step 'start')");
+}
+
+TEST(SimulationChecks, TransferThatIsInFlightTwiceIsFound) {
+  ExpectFailure(Play([](Stage& stage) {
+                  TransportStage& camera = TransportStage::On(stage);
+                  camera.PlugInAndStream();
+                  for (IsoTransfer& transfer : TransfersOf(*camera.Stream())) {
+                    InterlockedIncrement(&transfer.InFlight);
+                  }
+                  stage.Sleep(500 * kMillisecond);
+                }),
+                "a transfer is sent that is in flight 2 times");
+}
+
+TEST(SimulationChecks, RecoveryThatIsScheduledDuringAnotherIsFound) {
+  ExpectFailure(Play([](Stage& stage) {
+                  TransportStage& camera = TransportStage::On(stage);
+                  camera.PlugInAndStream();
+                  stage.Trace().Add("recovery scheduled");
+                  stage.Trace().Add("recovery ends status=00000000");
+                  stage.Trace().Add("recovery scheduled");
+                  stage.Sleep(500 * kMillisecond);
+                  stage.Trace().Add("recovery scheduled");
+                  stage.Sleep(500 * kMillisecond);
+                }),
+                "a recovery is scheduled while one is under way");
 }
 
 }  // namespace

@@ -7,8 +7,8 @@
 
 #include "bus/capture/replay/capture_bus.h"
 #include "library/base/command_error.h"
-#include "library/camera/frame_faults.h"
-#include "library/camera/plugged_camera.h"
+#include "library/camera/gates/frame_faults.h"
+#include "library/camera/source/plugged_camera.h"
 
 namespace lidcam::app {
 namespace {

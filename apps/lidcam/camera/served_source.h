@@ -3,7 +3,7 @@
 #include <optional>
 #include <string>
 
-#include "library/camera/camera_source.h"
+#include "library/camera/source/camera_source.h"
 #include "serve/device/camera_supply.h"
 
 namespace lidcam::app {

@@ -27,5 +27,6 @@ void AddServeCommand(CLI::App& app);
 void AddDoctorCommand(CLI::App& app);
 void AddReportCommand(CLI::App& app);
 void AddShareCommand(CLI::App& app);
+void AddViewCommand(CLI::App& app);
 
 }  // namespace lidcam::app

@@ -39,6 +39,7 @@ struct SimulateCommand {
   std::optional<std::uint64_t> Step;
   bool HasAllSteps = false;
   scenarios::RunOptions Options;
+  std::string Scheduler = "walk";
   bool IsMixed = false;
   bool IsList = false;
   bool IsJson = false;
@@ -151,6 +152,7 @@ void PrintJson(const RunResult& result) {
   if (result.Key.Options.HasPoints) json["points"] = true;
   if (result.Key.Options.HasStalls) json["stalls"] = true;
   if (result.Key.Options.HasExposure) json["exposure"] = true;
+  json["scheduler"] = std::string(host::ToString(result.Key.Options.Scheduler));
   if (!result.Hang.empty()) json["hang"] = result.Hang;
   if (result.Outcome == Verdict::Failed) {
     json["what"] = result.What;
@@ -207,16 +209,32 @@ void PrintTally(const Tally& tally, const SimulateCommand& command) {
       static_cast<unsigned long long>(tally.Recoveries), seconds, rate);
 }
 
-// Half of the seeds have the options that find the most, the others fewer.
+constexpr std::array kSchedulers{host::SchedulerKind::Walk, host::SchedulerKind::Burst,
+                                 host::SchedulerKind::Priorities};
+
+host::SchedulerKind SchedulerOf(const SimulateCommand& command, std::uint64_t seed) {
+  const auto named =
+      std::ranges::find(kSchedulers, command.Scheduler,
+                        [](host::SchedulerKind kind) { return host::ToString(kind); });
+  return named != kSchedulers.end() ? *named : kSchedulers[seed % kSchedulers.size()];
+}
+
+// A quarter of the seeds is played as without options. The others have a third each of the schedulers.
 scenarios::RunOptions OptionsOf(const SimulateCommand& command, std::uint64_t seed) {
-  if (!command.IsMixed) return command.Options;
+  if (!command.IsMixed) {
+    scenarios::RunOptions options = command.Options;
+    options.Scheduler = SchedulerOf(command, seed);
+    return options;
+  }
   constexpr std::array kMix{
       scenarios::RunOptions{.HasPoints = true, .HasStalls = true, .HasExposure = true},
       scenarios::RunOptions{},
       scenarios::RunOptions{.HasPoints = true},
       scenarios::RunOptions{.HasPoints = true, .HasExposure = true},
   };
-  return kMix[seed % kMix.size()];
+  scenarios::RunOptions options = kMix[seed % kMix.size()];
+  if (options.HasPoints) options.Scheduler = kSchedulers[seed % kSchedulers.size()];
+  return options;
 }
 
 void Play(const Scenario& scenario, std::uint64_t seed, const SimulateCommand& command,
@@ -290,8 +308,15 @@ void AddSimulateCommand(CLI::App& app) {
   sub->add_flag(
       "--exposure", command->Options.HasExposure,
       "the exposure loop runs: settings, changing light, control requests that take time");
-  sub->add_flag("--mix", command->IsMixed, "seed by seed with none, some or all of these three")
-      ->excludes("--points", "--stalls", "--exposure");
+  sub->add_option("--scheduler", command->Scheduler,
+                  "how the next thread is chosen: at random, by priorities that last for a while, "
+                  "by a priority for "
+                  "each operation; mix: seed by seed one of these")
+      ->check(CLI::IsMember(std::vector<std::string>{"walk", "burst", "priorities", "mix"}))
+      ->type_name("walk|burst|priorities|mix");
+  sub->add_flag("--mix", command->IsMixed,
+                "seed by seed with none, some or all of these three, and with each scheduler")
+      ->excludes("--points", "--stalls", "--exposure", "--scheduler");
   sub->add_flag("--list", command->IsList,
                 "list the scenarios, and the hangs that are no failures");
   sub->add_flag("--json", command->IsJson, "one JSON object a run");

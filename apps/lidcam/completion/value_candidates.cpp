@@ -12,7 +12,7 @@
 #include "camera_model/device/camera_identity.h"
 #include "library/base/units.h"
 #include "library/camera/controls/control_table.h"
-#include "library/camera/plugged_camera.h"
+#include "library/camera/source/plugged_camera.h"
 #include "library/settings/stream_size.h"
 #include "scenarios/plays/scenario.h"
 

@@ -13,7 +13,7 @@
 #include "bus/usb/plugged_device.h"
 #include "bus/usb/usb_sysfs.h"
 #include "camera_model/device/camera_identity.h"
-#include "library/camera/plugged_camera.h"
+#include "library/camera/source/plugged_camera.h"
 #include "library/register_sets/set_checker.h"
 #include "library/register_sets/set_files.h"
 #include "library/settings/host_environment.h"

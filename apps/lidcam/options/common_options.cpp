@@ -6,7 +6,7 @@
 
 #include "library/base/command_error.h"
 #include "library/base/interrupt.h"
-#include "library/camera/plugged_camera.h"
+#include "library/camera/source/plugged_camera.h"
 
 namespace lidcam::app {
 

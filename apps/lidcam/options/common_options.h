@@ -9,9 +9,9 @@
 
 #include "apps/lidcam/output/file_roles.h"
 #include "library/base/units.h"
-#include "library/camera/camera_lock.h"
-#include "library/camera/camera_source.h"
 #include "library/camera/controls/control_table.h"
+#include "library/camera/source/camera_lock.h"
+#include "library/camera/source/camera_source.h"
 #include "library/settings/host_environment.h"
 #include "library/settings/stream_size.h"
 

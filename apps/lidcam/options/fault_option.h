@@ -8,7 +8,7 @@
 
 #include "apps/lidcam/options/common_options.h"
 #include "apps/lidcam/output/file_roles.h"
-#include "library/camera/faulty_port.h"
+#include "library/camera/gates/faulty_port.h"
 
 namespace lidcam::app {
 

@@ -14,8 +14,9 @@
 #include "bus/capture/replay/isochronous_packet_reader.h"
 #include "library/base/command_error.h"
 #include "library/base/interrupt.h"
-#include "library/camera/core_camera.h"
-#include "library/camera/recorded_settings.h"
+#include "library/camera/bring_up/camera_identity.h"
+#include "library/camera/bring_up/virtual_time.h"
+#include "library/camera/source/recorded_settings.h"
 
 namespace lidcam::app {
 namespace {

@@ -4,8 +4,8 @@
 
 #include "apps/lidcam/stream/stream_run.h"
 #include "bus/capture/replay/capture_source.h"
-#include "library/camera/camera_source.h"
-#include "library/camera/recorded_size.h"
+#include "library/camera/source/camera_source.h"
+#include "library/camera/source/recorded_size.h"
 
 namespace lidcam::app {
 

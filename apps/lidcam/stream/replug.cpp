@@ -8,7 +8,7 @@
 
 #include "library/base/command_error.h"
 #include "library/base/interrupt.h"
-#include "library/camera/plugged_camera.h"
+#include "library/camera/source/plugged_camera.h"
 
 namespace lidcam::app {
 namespace {

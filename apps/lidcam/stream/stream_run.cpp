@@ -13,9 +13,9 @@
 #include "base/time_units.h"
 #include "library/base/command_error.h"
 #include "library/base/interrupt.h"
+#include "library/camera/bring_up/camera_identity.h"
 #include "library/camera/controls/sensor_notes.h"
-#include "library/camera/core_camera.h"
-#include "library/camera/plugged_camera.h"
+#include "library/camera/source/plugged_camera.h"
 #include "library/camera/streaming/silence_watch.h"
 #include "testbed/worlds.h"
 

@@ -167,10 +167,12 @@ void CaptureDevice::PowerSet(PKSDEVICE, PIRP, DEVICE_POWER_STATE to, DEVICE_POWE
 }
 
 NTSTATUS CaptureDevice::SetCameraProperty(PIRP irp, void* request, void* data) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   return AnswerProperty(*this, lidcam::SetCameraProperty, irp, request, data);
 }
 
 NTSTATUS CaptureDevice::GetCameraProperty(PIRP irp, void* request, void* data) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   return AnswerProperty(*this, lidcam::GetCameraProperty, irp, request, data);
 }
 
@@ -186,6 +188,7 @@ void CaptureDevice::ReleaseStreamSlot() {
 }
 
 CameraContext* CaptureDevice::HoldCamera() {
+  RequireLevelAtMost(DISPATCH_LEVEL);
   if (!cameraUse_.Enter()) return nullptr;
   CameraContext* const camera = Camera;
   if (camera == nullptr) cameraUse_.Leave();
@@ -193,14 +196,17 @@ CameraContext* CaptureDevice::HoldCamera() {
 }
 
 void CaptureDevice::LetGoOfCamera() {
+  RequireLevelAtMost(DISPATCH_LEVEL);
   cameraUse_.Leave();
 }
 
 void CaptureDevice::AbandonCamera() {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   cameraUse_.Abandon();
 }
 
 CameraContext* CaptureDevice::TakeCamera() {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   cameraUse_.Close();
   CameraContext* const camera = Camera;
   Camera = nullptr;
@@ -209,10 +215,12 @@ CameraContext* CaptureDevice::TakeCamera() {
 }
 
 void CaptureDevice::WaitForWorkItems() {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   while (InterlockedCompareExchange(&workItems_, 0, 0) != 0) SleepOnePoll();
 }
 
 std::uint8_t* CaptureDevice::HoldRawFrame(std::uint32_t& size, ReferenceCountedMemory*& memory) {
+  RequireLevelAtMost(DISPATCH_LEVEL);
   memory = nullptr;
   KIRQL before = 0;
   KeAcquireSpinLock(&frameMemoryLock_, &before);
@@ -233,6 +241,7 @@ std::uint8_t* CaptureDevice::HoldRawFrame(std::uint32_t& size, ReferenceCountedM
 }
 
 void CaptureDevice::SetFrameMemory(ReferenceCountedMemory* memory) {
+  RequireLevelAtMost(DISPATCH_LEVEL);
   KIRQL before = 0;
   KeAcquireSpinLock(&frameMemoryLock_, &before);
   frameMemory_ = memory;

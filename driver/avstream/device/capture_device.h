@@ -101,8 +101,9 @@ class CaptureDevice {
   /// @param request  a KSIDENTIFIER, followed by the data that belong to the property
   /// @param data     the value block, as long as the request's OutputBufferLength
   /// @return STATUS_UNSUCCESSFUL while the hardware has not started
-  /// @par Callable at passive level only
+  _IRQL_requires_max_(PASSIVE_LEVEL)
   virtual NTSTATUS SetCameraProperty(PIRP irp, void* request, void* data);
+  _IRQL_requires_max_(PASSIVE_LEVEL)
   virtual NTSTATUS GetCameraProperty(PIRP irp, void* request, void* data);
 
   /// Claims the device's single stream for a pin.
@@ -114,8 +115,9 @@ class CaptureDevice {
   /// The camera's record, which stays valid until LetGoOfCamera(); null without a camera. Not for a
   /// thread that stops the hardware. A thread that needs the device's mutex takes it first: a
   /// holder never waits for it. See CameraHold.
-  /// @par Callable at dispatch level and below
+  _IRQL_requires_max_(DISPATCH_LEVEL)
   CameraContext* HoldCamera();
+  _IRQL_requires_max_(DISPATCH_LEVEL)
   void LetGoOfCamera();
 
   /// For a thread that has stopped for good while it held the record: TakeCamera() no longer waits
@@ -123,7 +125,7 @@ class CaptureDevice {
   ///
   /// A thread without a hold, such as a recovery's, is counted as well. It stops with the device's mutex
   /// held, and a removal waits for that mutex before it takes the record out of use.
-  /// @par Callable at passive level only
+  _IRQL_requires_max_(PASSIVE_LEVEL)
   void AbandonCamera();
 
   /// Stores a finished raw frame; null and 0 withdraw the frame published before.
@@ -143,12 +145,12 @@ class CaptureDevice {
   ///
   /// @param memory  to be released by the caller; null if there is no frame
   /// @return null if there is no frame
-  /// @par Callable at dispatch level and below
+  _IRQL_requires_max_(DISPATCH_LEVEL)
   std::uint8_t* HoldRawFrame(std::uint32_t& size, ReferenceCountedMemory*& memory);
 
   /// Sets the memory that holds the raw frames from now on; null for none. The owner releases a
   /// memory only after it has been replaced here.
-  /// @par Callable at dispatch level and below
+  _IRQL_requires_max_(DISPATCH_LEVEL)
   void SetFrameMemory(ReferenceCountedMemory* memory);
 
   /// power | stream control: last state taken over
@@ -172,13 +174,15 @@ class CaptureDevice {
 
   /// Takes the camera's record out of use: waits for its holders and returns it, or null if there
   /// is none.
-  /// @par Callable at passive level only. The caller has acquired the device's mutex first, and may
+  /// @par The caller has acquired the device's mutex first, and may
   /// have released it since: see AbandonCamera()
+  _IRQL_requires_max_(PASSIVE_LEVEL)
   CameraContext* TakeCamera();
 
   /// Waits, without a limit, until no work item of the device's is queued or runs: the records that it
   /// uses, and this image, stay until then.
-  /// @par Callable at passive level only, without the device's mutex
+  /// @par Without the device's mutex
+  _IRQL_requires_max_(PASSIVE_LEVEL)
   void WaitForWorkItems();
 
   volatile LONG workItems_ =

@@ -35,6 +35,7 @@ Rundown::Rundown() {
 }
 
 bool Rundown::Enter() {
+  RequireLevelAtMost(DISPATCH_LEVEL);
   LONG seen = Read(state_);
   while ((seen & kClosed) == 0) {
     const LONG before = InterlockedCompareExchange(&state_, seen + 1, seen);
@@ -55,17 +56,20 @@ void Rundown::WakeCloser(LONG state) {
 }
 
 void Rundown::Leave() {
+  RequireLevelAtMost(DISPATCH_LEVEL);
   NoteHoldReleased(this);
   WakeCloser(InterlockedDecrement(&state_));
 }
 
 void Rundown::Abandon() {
+  RequireLevelAtMost(DISPATCH_LEVEL);
   NoteHoldReleased(this);
   WakeCloser(Add(state_, kStopped) + kStopped);
 }
 
 // No user enters after the close, so there is exactly one last user, which sets the event.
 void Rundown::Close() {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   NoteHoldsAwaited(this);
   const LONG before = Add(state_, kClosed);
   NT_ASSERT((before & kClosed) == 0);

@@ -13,21 +13,22 @@ class Rundown {
   Rundown& operator=(const Rundown&) = delete;
 
   /// @return false if the rundown is closed; otherwise Leave() has to follow
-  /// @par Callable at dispatch level and below
+  _IRQL_requires_max_(DISPATCH_LEVEL)
   [[nodiscard]] bool Enter();
 
-  /// @par Callable at dispatch level and below
+  _IRQL_requires_max_(DISPATCH_LEVEL)
   void Leave();
 
   /// For a user that has stopped for good and will never leave: Close() no longer waits for it. A
   /// thread that is no user may call it too, if it holds a lock that every caller of Close() takes
   /// first: then no Close() is under way.
-  /// @par Callable at dispatch level and below
+  _IRQL_requires_max_(DISPATCH_LEVEL)
   void Abandon();
 
   /// Refuses new users, and returns when the last one has left or stopped. One caller at a time,
   /// which is not a user itself.
-  /// @par Callable at passive level only: it waits without limit
+  /// @par It waits without limit
+  _IRQL_requires_max_(PASSIVE_LEVEL)
   void Close();
 
   /// After Close().

@@ -68,6 +68,7 @@ constexpr KSDEVICE_DESCRIPTOR CaptureDeviceDescriptor = DeviceDescriptorOf(Captu
 }  // namespace lidcam
 
 extern "C" NTSTATUS NTAPI DriverEntry(PDRIVER_OBJECT driver, PUNICODE_STRING registryPath) {
+  lidcam::RequireLevelAtMost(PASSIVE_LEVEL);
   DbgPrint(" The USB2.0 Notebook Camera Driver version is 1.3.19.50612 VGA adjdummy\n");
   return KsInitializeDriver(driver, registryPath, &lidcam::CaptureDeviceDescriptor);
 }

@@ -53,6 +53,7 @@ constexpr KSAUTOMATION_TABLE kFilterAutomation = FilterAutomationOf(kPropertySet
 constinit const FilterEntries kFilterEntries{&CaptureFilterDispatch, &kFilterAutomation};
 
 NTSTATUS CaptureFilter::Create(PKSFILTER filter, PIRP) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   NTSTATUS status = KsAddItemToObjectBag(filter->Bag, this, DestroyCaptureFilter);
   if (!NT_SUCCESS(status)) return status;
   filter->Context = this;

@@ -19,7 +19,8 @@ class CaptureFilter {
   /// then has the formats known so far, possibly none.
   ///
   /// @return the status of the bag or of the pin factory's creation
-  /// @par Callable at passive level only; takes the filter's control mutex
+  /// @par Takes the filter's control mutex
+  _IRQL_requires_max_(PASSIVE_LEVEL)
   virtual NTSTATUS Create(PKSFILTER filter, PIRP irp);
 
   PKSFILTER Filter;

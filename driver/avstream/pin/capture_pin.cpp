@@ -151,6 +151,7 @@ NTSTATUS CapturePin::EditDescriptor() {
 }
 
 NTSTATUS CapturePin::Create(PKSPIN pin, PIRP) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   NTSTATUS status = KsAddItemToObjectBag(pin->Bag, this, DestroyCapturePin);
   if (!NT_SUCCESS(status)) return status;
   pin->Context = this;

@@ -25,7 +25,7 @@ class CapturePin {
   /// Links the object to its pin and requests buffers of one picture each.
   /// @return STATUS_INSUFFICIENT_RESOURCES, or the platform's status. Until the pin's Context is
   ///         this object the caller frees its memory, afterwards the bag does.
-  /// @par Callable at passive level only
+  _IRQL_requires_max_(PASSIVE_LEVEL)
   virtual NTSTATUS Create(PKSPIN pin, PIRP irp);
 
   /// Nonzero while a raw frame is being read. Any thread.
@@ -51,7 +51,7 @@ class CapturePin {
                                  const KSATTRIBUTE_LIST* attributeRange);
 
   /// See capture_pin_states.h.
-  /// @par Callable at passive level only
+  _IRQL_requires_max_(PASSIVE_LEVEL)
   virtual NTSTATUS SetDeviceState(PKSPIN pin, KSSTATE to, KSSTATE from);
 
   virtual NTSTATUS SetProperty(PIRP irp, PKSIDENTIFIER request, PVOID data);
@@ -65,7 +65,7 @@ class CapturePin {
 
   /// Releases the device's stream slot and the clock, if the pin has them. Waits for a frame that
   /// is reading the clock.
-  /// @par Callable at passive level only
+  _IRQL_requires_max_(PASSIVE_LEVEL)
   void GiveUpStream();
 
   PKSPIN Pin;

@@ -48,6 +48,7 @@ void CapturePin::ReleaseClock() {
 }
 
 void CapturePin::GiveUpStream() {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   if (Acquired != 0) {
     Device->ReleaseStreamSlot();
     Acquired = 0;
@@ -99,6 +100,7 @@ NTSTATUS CapturePin::RunStream(NTSTATUS result) {
 }
 
 NTSTATUS CapturePin::SetDeviceState(PKSPIN, KSSTATE to, KSSTATE from) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   NTSTATUS result = STATUS_SUCCESS;
   switch (StepFor(to, from, StreamState, Device->DevicePowerState)) {
     case PinStep::Refuse:

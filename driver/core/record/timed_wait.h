@@ -15,8 +15,9 @@ inline LARGE_INTEGER RelativeTime(Time100ns units) {
 }
 
 /// Sleeps between two polls of a condition that sets no event.
-/// @par Callable at passive level only
+_IRQL_requires_max_(PASSIVE_LEVEL)
 inline void SleepOnePoll() {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   LARGE_INTEGER time = RelativeTime(kPollPeriod);
   KeDelayExecutionThread(KernelMode, FALSE, &time);
 }

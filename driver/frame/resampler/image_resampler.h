@@ -39,7 +39,8 @@ std::uint32_t ResampleFrame(std::uint8_t* destination, const std::uint8_t* sourc
 /// @param xFactor,yFactor  output pixels per source pixel, above 0; infinity is a large number
 /// @return a ResizeStatus; the destination is touched with ResizeDone only. A step that is not
 ///         above 0 is a bad size, found after all other arguments.
-/// @par Callable at dispatch level and below, with the floating-point state saved
+/// @par With the floating-point state saved
+_IRQL_requires_max_(DISPATCH_LEVEL)
 ResizeStatus ResizeYuy2(const std::uint8_t* source, ImageSize sourceSize, std::int32_t sourceStep,
                         ImageRegion region, std::uint8_t* destination, std::int32_t destinationStep,
                         ImageSize destinationSize, double xFactor, double yFactor,

@@ -10,6 +10,7 @@ ResizeStatus ResizeYuy2(const std::uint8_t* source, ImageSize sourceSize, std::i
                         ImageRegion region, std::uint8_t* destination, std::int32_t destinationStep,
                         ImageSize destinationSize, double xFactor, double yFactor,
                         std::int32_t interpolation) {
+  RequireLevelAtMost(DISPATCH_LEVEL);
   const ResizeArguments arguments{source,      sourceSize,      sourceStep,      region,
                                   destination, destinationStep, destinationSize, xFactor,
                                   yFactor,     interpolation};

@@ -236,6 +236,7 @@ void UsbCaptureDevice::EndLastStart() {
 }
 
 NTSTATUS UsbCaptureDevice::StartHardware(PKSDEVICE device) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   EndLastStart();
   NTSTATUS status = AllocateRecords(device);
   if (!NT_SUCCESS(status)) return Traced("hardware start", status);
@@ -256,6 +257,7 @@ NTSTATUS UsbCaptureDevice::StartHardware(PKSDEVICE device) {
 }
 
 NTSTATUS UsbCaptureDevice::StopHardware() {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   CameraContext* const camera = TakeCamera();
   if (camera != nullptr) {
     SaveSettings(*camera, kSettingsSubkey);
@@ -284,6 +286,7 @@ void UsbCaptureDevice::CloseDeviceRecord() {
 }
 
 NTSTATUS UsbCaptureDevice::OnDeviceGone(std::uint32_t reason) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   if (reason > kSurpriseRemoved) return STATUS_NOT_IMPLEMENTED;
   if (reason != 0 && reason != kSurpriseRemoved) return STATUS_SUCCESS;
   if (UsbDevice != nullptr) {
@@ -300,6 +303,7 @@ NTSTATUS UsbCaptureDevice::OnDeviceGone(std::uint32_t reason) {
 }
 
 NTSTATUS UsbCaptureDevice::SetStreamFormat(PKS_VIDEOINFOHEADER videoInfo) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   return ChooseStreamFormat(*UsbStream, *videoInfo);
 }
 
@@ -309,6 +313,7 @@ bool UsbCaptureDevice::IsConnected() const {
 }
 
 NTSTATUS UsbCaptureDevice::AcquireStream(PKSPIN pin, PKS_VIDEOINFOHEADER videoInfo) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   if (!IsConnected()) return STATUS_DEVICE_DATA_ERROR;
   const DeviceMutex mutex(KsDevice);
   const CameraHold hold(*this);
@@ -342,6 +347,7 @@ NTSTATUS UsbCaptureDevice::PrepareStream() {
 }
 
 NTSTATUS UsbCaptureDevice::RunStream() {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   UsbStreamRecord* const stream = UsbStream;
   if (!IsConnected() || stream == nullptr) return STATUS_DEVICE_DATA_ERROR;
   if (stream->StreamRunning != 0) return STATUS_SUCCESS;
@@ -366,6 +372,7 @@ NTSTATUS UsbCaptureDevice::StartLocked() {
 }
 
 NTSTATUS UsbCaptureDevice::PauseStream() {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   UsbStreamRecord* const stream = UsbStream;
   if (stream == nullptr || stream->StreamRunning == 0) return STATUS_SUCCESS;
   stream->RestartPending = 1;
@@ -388,6 +395,7 @@ NTSTATUS UsbCaptureDevice::PauseLocked() {
 }
 
 NTSTATUS UsbCaptureDevice::ResumeStream() {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   UsbStreamRecord* const stream = UsbStream;
   if (!IsConnected() || stream == nullptr) return STATUS_DEVICE_DATA_ERROR;
   if (stream->RestartPending == 0) return STATUS_SUCCESS;
@@ -397,6 +405,7 @@ NTSTATUS UsbCaptureDevice::ResumeStream() {
 }
 
 NTSTATUS UsbCaptureDevice::ReleaseStream() {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   UsbStreamRecord* const stream = UsbStream;
   NTSTATUS status = STATUS_SUCCESS;
   if (stream != nullptr && stream->Opened != 0) status = UnprepareStream();
@@ -430,6 +439,7 @@ void UsbCaptureDevice::IdleInterface() {
 }
 
 NTSTATUS UsbCaptureDevice::PowerDown(DEVICE_POWER_STATE, DEVICE_POWER_STATE) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   const CameraHold hold(*this);
   if (hold.Camera() == nullptr) return STATUS_DEVICE_DATA_ERROR;
   CameraContext& camera = *hold.Camera();
@@ -440,6 +450,7 @@ NTSTATUS UsbCaptureDevice::PowerDown(DEVICE_POWER_STATE, DEVICE_POWER_STATE) {
 }
 
 NTSTATUS UsbCaptureDevice::PowerUp(DEVICE_POWER_STATE, DEVICE_POWER_STATE, PKS_VIDEOINFOHEADER) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   const CameraHold hold(*this);
   if (hold.Camera() == nullptr) return STATUS_DEVICE_DATA_ERROR;
   CameraContext& camera = *hold.Camera();

@@ -12,7 +12,7 @@ namespace lidcam {
 /// A capture device on the USB: the order in which its hardware and its stream start and stop. The
 /// isochronous pipeline itself is left to slots 29 to 36.
 ///
-/// All operations are for passive level; stream control comes from one pin's state changes, one at
+/// Stream control comes from one pin's state changes, one at
 /// a time, and meets a recovery at the device's mutex. The mutex is taken ahead of a hold on the
 /// camera's record: a start, under the mutex, waits for all holds. (PowerDown() is called with the
 /// mutex held.) A start beside an open pin exchanges the stream's record and may leave none: after
@@ -21,19 +21,30 @@ class UsbCaptureDevice : public CaptureDevice {
  public:
   std::int32_t GetFormatListIndex() override;
   std::int32_t GetFormatCount() override;
+  _IRQL_requires_max_(PASSIVE_LEVEL)
   NTSTATUS StartHardware(PKSDEVICE device) override;
+  _IRQL_requires_max_(PASSIVE_LEVEL)
   NTSTATUS StopHardware() override;
+  _IRQL_requires_max_(PASSIVE_LEVEL)
   NTSTATUS OnDeviceGone(std::uint32_t reason) override;
+  _IRQL_requires_max_(PASSIVE_LEVEL)
   NTSTATUS AcquireStream(PKSPIN pin, PKS_VIDEOINFOHEADER videoInfo) override;
+  _IRQL_requires_max_(PASSIVE_LEVEL)
   NTSTATUS RunStream() override;
+  _IRQL_requires_max_(PASSIVE_LEVEL)
   NTSTATUS ReleaseStream() override;
+  _IRQL_requires_max_(PASSIVE_LEVEL)
   NTSTATUS ResumeStream() override;
+  _IRQL_requires_max_(PASSIVE_LEVEL)
   NTSTATUS PauseStream() override;
+  _IRQL_requires_max_(PASSIVE_LEVEL)
   NTSTATUS PowerDown(DEVICE_POWER_STATE state, DEVICE_POWER_STATE from) override;
+  _IRQL_requires_max_(PASSIVE_LEVEL)
   NTSTATUS PowerUp(DEVICE_POWER_STATE state, DEVICE_POWER_STATE from,
                    PKS_VIDEOINFOHEADER videoInfo) override;
 
   /// Takes over a video format and chooses the alternate setting for it.
+  _IRQL_requires_max_(PASSIVE_LEVEL)
   virtual NTSTATUS SetStreamFormat(PKS_VIDEOINFOHEADER videoInfo);
 
   /// Bytes of an IsoPipeline with the device's number of transfers.

@@ -319,6 +319,7 @@ NTSTATUS RestartBulkTransfer(UsbDeviceRecord& device, std::uint32_t pipe, BulkTr
 }
 
 NTSTATUS RestartPendingTransfers(UsbDeviceRecord& device) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   NTSTATUS status = STATUS_SUCCESS;
   for (std::uint32_t pipe = 0;; ++pipe) {
     PipeRecord* const record = PipeRecordOf(device, pipe);

@@ -30,7 +30,7 @@ NTSTATUS RestartBulkTransfer(UsbDeviceRecord& device, std::uint32_t pipe, BulkTr
 
 /// Restarts the transfers in the pipes' pending lists.
 /// @return the last restart's status, or 0
-/// @par Callable at passive level only
+_IRQL_requires_max_(PASSIVE_LEVEL)
 NTSTATUS RestartPendingTransfers(UsbDeviceRecord& device);
 
 }  // namespace lidcam

@@ -27,7 +27,7 @@ NTSTATUS StartFrameThread(UsbStreamRecord& stream);
 
 /// Ends the thread and waits for its end, without a limit; not for a thread that was never created.
 /// The queue is empty afterwards.
-/// @par Callable at passive level only
+_IRQL_requires_max_(PASSIVE_LEVEL)
 void StopFrameThread(UsbStreamRecord& stream);
 
 }  // namespace lidcam

@@ -4,7 +4,7 @@
 #include <optional>
 
 #include "driver/sensor/registers/register_access.h"
-#include "library/camera/core_camera.h"
+#include "library/camera/bring_up/camera_identity.h"
 
 namespace lidcam::app {
 namespace {

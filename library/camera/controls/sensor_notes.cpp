@@ -1,4 +1,5 @@
 #include "library/camera/controls/sensor_notes.h"
+#include "library/camera/bring_up/virtual_time.h"
 
 #include <memory>
 #include <string_view>
@@ -6,9 +7,9 @@
 #include "camera_model/bus_adapter/simulated_bus.h"
 #include "camera_model/device/camera_identity.h"
 #include "driver/core/control/stream_modes.h"
-#include "library/camera/core_camera.h"
+#include "library/camera/bring_up/camera_identity.h"
+#include "library/camera/bring_up/started_camera.h"
 #include "library/camera/opened_camera.h"
-#include "library/camera/started_camera.h"
 #include "library/settings/stream_size.h"
 
 namespace lidcam::app {

@@ -6,7 +6,7 @@
 
 #include "base/time_units.h"
 #include "library/base/command_error.h"
-#include "library/camera/core_camera.h"
+#include "library/camera/bring_up/camera_identity.h"
 #include "library/frames/stream_format.h"
 #include "platform/host/nt/system/status_words.h"
 #include "testbed/worlds.h"

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 #include <cstring>
 
-#include <cstring>
 #include <functional>
 #include <memory>
 #include <string>

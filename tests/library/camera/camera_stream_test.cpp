@@ -1,6 +1,7 @@
 // Streams of every size over buses of every width.
 
 #include "library/camera/streaming/camera_stream.h"
+#include "library/camera/bring_up/virtual_time.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

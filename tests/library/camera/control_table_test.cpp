@@ -1,4 +1,5 @@
 #include "library/camera/controls/control_table.h"
+#include "library/camera/bring_up/virtual_time.h"
 
 #include <gtest/gtest.h>
 

@@ -178,7 +178,7 @@ NTSTATUS NTAPI AnswerBelow(PDEVICE_OBJECT, PIRP irp) {
   };
   auto* const later = new Later{irp, status};
   HANDLE thread = nullptr;
-  const PKSTART_ROUTINE complete = [](PVOID context) {
+  const PKSTART_ROUTINE complete = [](PVOID context) NTAPI {
     const std::unique_ptr<Later> self(static_cast<Later*>(context));
     Sleep(kMillisecond);
     Note("below is done");

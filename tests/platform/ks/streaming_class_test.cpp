@@ -174,7 +174,7 @@ TEST(ObjectBag, FreesItsItemsWithoutTheMutexWhenItsObjectGoes) {
     wasFree = false;
     StreamingWorld world;
     device = &*world.Device;
-    KsAddItemToObjectBag(device->Bag, &world, [](PVOID) {
+    KsAddItemToObjectBag(device->Bag, &world, [](PVOID) NTAPI {
       TestThread other([] {
         KsAcquireDevice(device);
         wasFree = true;

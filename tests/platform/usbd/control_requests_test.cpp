@@ -257,9 +257,8 @@ TEST(ControlRequests, EndAtAnyMomentOfAnUnplugging) {
 TEST(UsbDeviceStack, RefusesWhatIsNoUrb) {
   WithConfiguredDevice([](ScriptedBus&, UsbWorld& world) {
     PIRP irp = IoAllocateIrp(world.Device()->StackSize, FALSE);
-    const auto keep = [](PDEVICE_OBJECT, PIRP, PVOID) -> NTSTATUS {
-      return STATUS_MORE_PROCESSING_REQUIRED;
-    };
+    const auto keep = [](PDEVICE_OBJECT, PIRP, PVOID)
+                          NTAPI -> NTSTATUS { return STATUS_MORE_PROCESSING_REQUIRED; };
     for (const UCHAR major : {UCHAR{IRP_MJ_INTERNAL_DEVICE_CONTROL}, UCHAR{IRP_MJ_READ}}) {
       IO_STACK_LOCATION& next = *IoGetNextIrpStackLocation(irp);
       next.MajorFunction = major;

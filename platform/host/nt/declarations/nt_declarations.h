@@ -36,8 +36,14 @@ using NTSTATUS = LONG;
 using ACCESS_MASK = ULONG;
 using KPRIORITY = LONG;
 
+// 64-bit Windows has one calling convention. With it the host kernel serves a driver compiled here and the
+// shipped image alike.
+#if defined(__x86_64__) && !defined(_WIN32)
+#define NTAPI __attribute__((ms_abi))
+#else
 #define NTAPI
-#define FASTCALL
+#endif
+#define FASTCALL NTAPI
 #define TRUE 1
 #define FALSE 0
 
@@ -117,7 +123,7 @@ struct IO_STATUS_BLOCK {
   ULONG_PTR Information;
 };
 using PIO_STATUS_BLOCK = IO_STATUS_BLOCK*;
-using PIO_APC_ROUTINE = void (*)(PVOID context, PIO_STATUS_BLOCK status, ULONG reserved);
+using PIO_APC_ROUTINE = void(NTAPI*)(PVOID context, PIO_STATUS_BLOCK status, ULONG reserved);
 
 #define FILE_READ_DATA 0x0001U
 #define FILE_WRITE_DATA 0x0002U
@@ -211,7 +217,7 @@ NTSTATUS NTAPI KeRestoreFloatingPointState(PKFLOATING_SAVE state);
 
 BOOLEAN NTAPI IoIsWdmVersionAvailable(UCHAR major, UCHAR minor);
 
-ULONG DbgPrint(PCSTR format, ...) __attribute__((format(printf, 1, 2)));
+ULONG NTAPI DbgPrint(PCSTR format, ...) __attribute__((format(printf, 1, 2)));
 
 void NTAPI RtlInitUnicodeString(PUNICODE_STRING destination, PCWSTR source);
 NTSTATUS NTAPI RtlAppendUnicodeToString(PUNICODE_STRING destination, PCWSTR source);

@@ -37,7 +37,7 @@ void QueueItem(Scheduler& world, const char* call, PWORK_QUEUE_ITEM item) {
   world.WorkItems().Put(world, RunWorkItem, item);
 }
 
-void RunIoWorkItem(PVOID parameter) {
+void NTAPI RunIoWorkItem(PVOID parameter) {
   // A copy: the routine may free its item.
   const IO_WORKITEM item = *static_cast<PIO_WORKITEM>(parameter);
   item.Routine(item.Device, item.Context);

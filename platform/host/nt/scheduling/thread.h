@@ -70,9 +70,12 @@ struct Thread {
   bool IsWoken = false;
   unsigned Spins = 0;            ///< since the last progress that it has seen
   std::uint64_t SpinsSince = 0;  ///< number of that progress
-  LONGLONG StalledUntil = 0;     ///< interrupt time; the thread doesn't run before
-  bool SpinsForGood = false;     ///< its next turn of a spin loop begins an endless loop
-  bool HasStopped = false;       ///< the endless loop has begun: the thread isn't run any more
+  std::uint64_t Rank = 0;  ///< among threads that can run: the highest runs first; 0: not drawn
+  std::uint64_t RankedSince = 0;     ///< number of the advance of time before the rank was drawn
+  const void* NextObject = nullptr;  ///< of the operation ahead of which it is suspended
+  LONGLONG StalledUntil = 0;         ///< interrupt time; the thread doesn't run before
+  bool SpinsForGood = false;         ///< its next turn of a spin loop begins an endless loop
+  bool HasStopped = false;           ///< the endless loop has begun: the thread isn't run any more
 };
 
 /// The calling thread.

@@ -23,9 +23,6 @@ constexpr LONGLONG kSystemTimeAtStart = 132'223'104'000'000'000;
 // own are shorter.
 constexpr unsigned kSpinsOfAWaiter = 64;
 
-// Some races need many switches, others a thread that runs long without one: the seed chooses. Powers of two.
-constexpr std::array<std::uint64_t, 4> kSwitchOneIn{1, 2, 4, 16};
-
 const char* StateText(const Thread& thread) {
   if (thread.HasStopped) return "has stopped";
   return thread.State == Thread::RunState::Blocked ? "waits" : "ready";
@@ -41,7 +38,7 @@ bool IsUnwinding() {
 SimulatedScheduler::SimulatedScheduler(const SimulationOptions& options)
     : options_(options),
       random_(options.Seed),
-      switchOneIn_(kSwitchOneIn[random_.Next() % kSwitchOneIn.size()]),
+      chooser_(MakeThreadChooser(options.Kind, random_)),
       main_(*this, nextThread_++, "main"),
       previous_(SetCurrentThread(&main_)),
       running_(&main_),
@@ -78,13 +75,13 @@ LONGLONG SimulatedScheduler::SystemTimeAtStart() const {
   return kSystemTimeAtStart;
 }
 
-// One of the threads that fulfil a condition; null if none does.
+// The chosen one of the threads that fulfil a condition; null if none does.
 template <typename Condition>
 Thread* SimulatedScheduler::PickWhere(Condition condition) {
   candidates_.clear();
   std::ranges::copy_if(threads_, std::back_inserter(candidates_), condition);
   if (candidates_.empty()) return nullptr;
-  return candidates_[static_cast<std::size_t>(random_.Next() % candidates_.size())];
+  return &chooser_->Choose(candidates_);
 }
 
 bool SimulatedScheduler::IsReady(const Thread& thread) const {
@@ -109,14 +106,12 @@ void SimulatedScheduler::NoteProgress() {
 void SimulatedScheduler::NoteSpin(Thread& self, SwitchKind kind) {
   if (kind != SwitchKind::Spin) {
     NoteProgress();
+    chooser_->Reach(self, self.LastObject);
     return;
   }
+  chooser_->Spin(self);
   if (std::exchange(self.SpinsSince, progress_) != progress_) self.Spins = 0;
   ++self.Spins;
-}
-
-bool SimulatedScheduler::KeepsBaton() {
-  return switchOneIn_ != 1 && (random_.Next() & (switchOneIn_ - 1)) != 0;
 }
 
 // @return whether the thread is stalled at the point
@@ -143,7 +138,7 @@ void SimulatedScheduler::SwitchPoint(Thread& self, const char* call, SwitchKind 
         "livelock: " + std::to_string(options_.LongestStandstill) + " switch points at one time",
         guard);
   }
-  if (!isStalled && kind == SwitchKind::Call && KeepsBaton()) return;
+  if (!isStalled && kind == SwitchKind::Call && chooser_->KeepsBaton()) return;
   PassBatonAndGoOn(self, ChooseNext(guard), guard);
 }
 
@@ -157,7 +152,9 @@ void SimulatedScheduler::PreemptionPoint(Thread& self, const PointSubject& subje
   Trace(self, subject.Name);
   if (kind != PreemptionKind::Load) NoteProgress();
   ++standstill_;
-  if (!isStalled && KeepsBaton()) return;
+  // What follows a call that has ended is unknown.
+  chooser_->Reach(self, kind == PreemptionKind::Release ? nullptr : subject.Object);
+  if (!isStalled && chooser_->KeepsBaton()) return;
   PassBaton(self, ChooseNext(guard), guard);
   if (isStopping_) self.State = Thread::RunState::Ready;
 }
@@ -168,6 +165,7 @@ void SimulatedScheduler::Block(Thread& self, Guard& guard) {
     throw KernelStopped{};
   }
   self.State = Thread::RunState::Blocked;
+  chooser_->Reach(self, nullptr);
   PassBatonAndGoOn(self, ChooseNext(guard), guard);
 }
 
@@ -211,6 +209,7 @@ bool SimulatedScheduler::MoveTime() {
   if (*due > now_) {
     now_ = *due;
     standstill_ = 0;
+    chooser_->MoveTime();
   }
   NoteProgress();
   ExpireTimers(*this);

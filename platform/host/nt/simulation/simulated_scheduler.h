@@ -12,6 +12,7 @@
 #include "platform/host/nt/scheduling/scheduler.h"
 #include "platform/host/nt/scheduling/thread.h"
 #include "platform/host/nt/simulation/execution_context.h"
+#include "platform/host/nt/simulation/thread_chooser.h"
 #include "platform/host/nt/simulation/trace_hash.h"
 
 namespace lidcam::host {
@@ -25,6 +26,8 @@ struct SwitchPlace {
 
 struct SimulationOptions {
   std::uint64_t Seed = 1;
+
+  SchedulerKind Kind = SchedulerKind::Walk;
 
   /// Number of consecutive switch points at one virtual time that counts as a livelock.
   std::uint64_t LongestStandstill = 1'000'000;
@@ -106,7 +109,6 @@ class SimulatedScheduler final : public Scheduler {
   bool BeginPoint(Thread& self, const PointSubject& subject);
   void NoteSpin(Thread& self, SwitchKind kind);
   void NoteProgress();
-  bool KeepsBaton();
   void RunOthersToRest();
   void CheckNothingLeft() const;
   [[noreturn]] void ReportUnderLock(const char* call, const std::string& what, Guard& guard);
@@ -114,7 +116,7 @@ class SimulatedScheduler final : public Scheduler {
 
   const SimulationOptions options_;
   base::SplitMix random_;
-  std::uint64_t switchOneIn_;
+  std::unique_ptr<ThreadChooser> chooser_;
   LONGLONG now_ = 0;
   std::uint64_t standstill_ = 0;
   std::uint64_t progress_ = 1;  // counts what ends the waiting of spinning threads

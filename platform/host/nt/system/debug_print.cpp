@@ -1,12 +1,15 @@
 #include "platform/host/nt/system/debug_print.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdarg>
 #include <cstdio>
 #include <mutex>
+#include <string>
 #include <utility>
 
 #include "platform/host/nt/declarations/nt_declarations.h"
+#include "platform/host/nt/system/message_format.h"
 
 namespace lidcam::host {
 namespace {
@@ -53,6 +56,25 @@ std::vector<std::string> DebugPrintCapture::Messages() const {
 
 }  // namespace lidcam::host
 
+#if defined(__x86_64__)
+
+// The platform's list of variable arguments is a pointer to them.
+ULONG DbgPrint(PCSTR format, ...) {
+  auto& output = lidcam::host::TheOutput();
+  const std::lock_guard guard(output.Lock);
+  if (!output.Sink) return 0;
+  __builtin_ms_va_list arguments;
+  __builtin_ms_va_start(arguments, format);
+  std::string text =
+      lidcam::host::FormatMessage(format, reinterpret_cast<const std::uint64_t*>(arguments));
+  __builtin_ms_va_end(arguments);
+  text.resize(std::min(text.size(), lidcam::host::kLongestMessage - 1));
+  output.Sink(text);
+  return 0;
+}
+
+#else
+
 ULONG DbgPrint(PCSTR format, ...) {
   auto& output = lidcam::host::TheOutput();
   const std::lock_guard guard(output.Lock);
@@ -65,3 +87,5 @@ ULONG DbgPrint(PCSTR format, ...) {
   output.Sink(text.data());
   return 0;
 }
+
+#endif

@@ -260,6 +260,13 @@ IrpUsage IrpUsageOfWorld() {
   return usage;
 }
 
+bool IsIrpInFlight(const IRP* irp) {
+  Registry& registry = TheRegistry();
+  const std::lock_guard guard(registry.Lock);
+  const Record* const record = registry.Records.Find(irp);
+  return record != nullptr && LowestPassage(*record) != nullptr;
+}
+
 std::size_t IrpsInFlightAt(PDEVICE_OBJECT device) {
   const Scheduler& world = CurrentWorld();
   Registry& registry = TheRegistry();

@@ -45,6 +45,9 @@ struct IrpUsage {
 /// The requests of the calling thread's world.
 [[nodiscard]] IrpUsage IrpUsageOfWorld();
 
+/// Whether a driver has the request now. It may be freed.
+[[nodiscard]] bool IsIrpInFlight(const IRP* irp);
+
 /// The requests that a driver has now, in the calling thread's world.
 [[nodiscard]] std::size_t IrpsInFlightAt(PDEVICE_OBJECT device);
 

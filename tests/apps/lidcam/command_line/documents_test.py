@@ -12,6 +12,9 @@ ROOT = os.path.join(os.path.dirname(os.path.abspath(__file__)), "../../../..")
 # Programs of other packages, without which a line can't be run here.
 OTHERS = ("tshark", "editcap", "gnuplot", "ffplay", "ffmpeg", "xz")
 
+# Recordings are compressed here as quickly as xz can: how small they get is not tested.
+os.environ["XZ_OPT"] = "-0"
+
 
 def lines_of(document):
     with open(os.path.join(ROOT, document), encoding="utf-8") as file:

@@ -7,6 +7,7 @@
 #include <fstream>
 #include <functional>
 #include <iterator>
+#include <map>
 #include <regex>
 #include <string>
 
@@ -127,24 +128,30 @@ std::ptrdiff_t Count(const std::string& text, const std::string& pattern) {
   return std::distance(std::sregex_iterator(text.begin(), text.end(), regex), {});
 }
 
-TEST(DriverChecks, EveryAnnotatedLevelIsCheckedWhereTheOperationBegins) {
+/// The sources of each folder of the driver as one text.
+std::map<std::filesystem::path, std::string> TextsOfFolders() {
+  std::map<std::filesystem::path, std::string> texts;
   const std::filesystem::path driver = std::filesystem::path(LIDCAM_SOURCE_ROOT) / "driver";
-  std::ptrdiff_t annotations = 0;
   for (const auto& entry : std::filesystem::recursive_directory_iterator(driver)) {
-    if (entry.path().extension() != ".h") continue;
-    const std::string header = ReadText(entry.path());
-    const std::string source =
-        ReadText(std::filesystem::path(entry.path()).replace_extension("cpp"));
-    for (const char* const level : {"PASSIVE_LEVEL", "DISPATCH_LEVEL"}) {
-      const std::ptrdiff_t annotated =
-          Count(header, std::string("_IRQL_requires_max_\\(") + level + "\\)");
-      annotations += annotated;
-      EXPECT_EQ(Count(source, std::string("\\{\n  RequireLevelAtMost\\(") + level + "\\);"),
-                annotated)
-          << entry.path();
+    const auto extension = entry.path().extension();
+    if (extension == ".h" || extension == ".cpp") {
+      texts[entry.path().parent_path()] += ReadText(entry.path());
     }
   }
-  EXPECT_GT(annotations, 60);
+  return texts;
+}
+
+TEST(DriverChecks, EveryAnnotatedLevelIsCheckedWhereTheOperationBegins) {
+  std::ptrdiff_t annotations = 0;
+  for (const auto& [folder, text] : TextsOfFolders()) {
+    for (const std::string level : {"PASSIVE_LEVEL", "DISPATCH_LEVEL"}) {
+      const std::ptrdiff_t annotated = Count(text, "_IRQL_requires_max_\\(" + level + "\\)");
+      annotations += annotated;
+      EXPECT_EQ(Count(text, "\\{\n  (lidcam::)?RequireLevelAtMost\\(" + level + "\\);"), annotated)
+          << folder;
+    }
+  }
+  EXPECT_GT(annotations, 100);
 }
 
 }  // namespace

@@ -23,30 +23,30 @@ KernelCallHooks::~KernelCallHooks() {
 // NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
 extern "C" {
 
-PVOID __real_ExAllocatePoolWithTag(POOL_TYPE type, SIZE_T size, ULONG tag);
-PVOID __wrap_ExAllocatePoolWithTag(POOL_TYPE type, SIZE_T size, ULONG tag);
-void __real_ExFreePool(PVOID memory);
-void __wrap_ExFreePool(PVOID memory);
-NTSTATUS __real_KeWaitForSingleObject(PVOID object, KWAIT_REASON reason, KPROCESSOR_MODE mode,
-                                      BOOLEAN alertable, PLARGE_INTEGER timeout);
-NTSTATUS __wrap_KeWaitForSingleObject(PVOID object, KWAIT_REASON reason, KPROCESSOR_MODE mode,
-                                      BOOLEAN alertable, PLARGE_INTEGER timeout);
+PVOID NTAPI __real_ExAllocatePoolWithTag(POOL_TYPE type, SIZE_T size, ULONG tag);
+PVOID NTAPI __wrap_ExAllocatePoolWithTag(POOL_TYPE type, SIZE_T size, ULONG tag);
+void NTAPI __real_ExFreePool(PVOID memory);
+void NTAPI __wrap_ExFreePool(PVOID memory);
+NTSTATUS NTAPI __real_KeWaitForSingleObject(PVOID object, KWAIT_REASON reason, KPROCESSOR_MODE mode,
+                                            BOOLEAN alertable, PLARGE_INTEGER timeout);
+NTSTATUS NTAPI __wrap_KeWaitForSingleObject(PVOID object, KWAIT_REASON reason, KPROCESSOR_MODE mode,
+                                            BOOLEAN alertable, PLARGE_INTEGER timeout);
 
-PVOID __wrap_ExAllocatePoolWithTag(POOL_TYPE type, SIZE_T size, ULONG tag) {
+PVOID NTAPI __wrap_ExAllocatePoolWithTag(POOL_TYPE type, SIZE_T size, ULONG tag) {
   PVOID const memory = __real_ExAllocatePoolWithTag(type, size, tag);
   lidcam::test::KernelCallHooks* const hooks = lidcam::test::g_hooks;
   if (hooks != nullptr && hooks->OnAllocate) hooks->OnAllocate(memory, size);
   return memory;
 }
 
-void __wrap_ExFreePool(PVOID memory) {
+void NTAPI __wrap_ExFreePool(PVOID memory) {
   lidcam::test::KernelCallHooks* const hooks = lidcam::test::g_hooks;
   if (hooks != nullptr && hooks->OnFree) hooks->OnFree(memory);
   __real_ExFreePool(memory);
 }
 
-NTSTATUS __wrap_KeWaitForSingleObject(PVOID object, KWAIT_REASON reason, KPROCESSOR_MODE mode,
-                                      BOOLEAN alertable, PLARGE_INTEGER timeout) {
+NTSTATUS NTAPI __wrap_KeWaitForSingleObject(PVOID object, KWAIT_REASON reason, KPROCESSOR_MODE mode,
+                                            BOOLEAN alertable, PLARGE_INTEGER timeout) {
   lidcam::test::KernelCallHooks* const hooks = lidcam::test::g_hooks;
   if (hooks != nullptr && hooks->OnWait) {
     lidcam::test::WaitCall call{object, reason, mode, alertable, std::nullopt};

@@ -26,9 +26,9 @@ void PoolCalls::Add(const Allocation& allocation) {
 // NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
 extern "C" {
 
-PVOID __real_ExAllocatePoolWithTag(POOL_TYPE type, SIZE_T size, ULONG tag);
-PVOID __wrap_ExAllocatePoolWithTag(POOL_TYPE type, SIZE_T size, ULONG tag);
-PVOID __wrap_ExAllocatePoolWithTag(POOL_TYPE type, SIZE_T size, ULONG tag) {
+PVOID NTAPI __real_ExAllocatePoolWithTag(POOL_TYPE type, SIZE_T size, ULONG tag);
+PVOID NTAPI __wrap_ExAllocatePoolWithTag(POOL_TYPE type, SIZE_T size, ULONG tag);
+PVOID NTAPI __wrap_ExAllocatePoolWithTag(POOL_TYPE type, SIZE_T size, ULONG tag) {
   if (lidcam::test::g_calls != nullptr) lidcam::test::g_calls->Add({type, size, tag});
   return __real_ExAllocatePoolWithTag(type, size, tag);
 }

@@ -37,13 +37,13 @@ TEST(TimedWait, APollSleeps2MillisecondsForTheKernel) {
 // NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
 extern "C" {
 
-NTSTATUS __real_KeDelayExecutionThread(KPROCESSOR_MODE mode, BOOLEAN alertable,
-                                       PLARGE_INTEGER interval);
-NTSTATUS __wrap_KeDelayExecutionThread(KPROCESSOR_MODE mode, BOOLEAN alertable,
-                                       PLARGE_INTEGER interval);
+NTSTATUS NTAPI __real_KeDelayExecutionThread(KPROCESSOR_MODE mode, BOOLEAN alertable,
+                                             PLARGE_INTEGER interval);
+NTSTATUS NTAPI __wrap_KeDelayExecutionThread(KPROCESSOR_MODE mode, BOOLEAN alertable,
+                                             PLARGE_INTEGER interval);
 
-NTSTATUS __wrap_KeDelayExecutionThread(KPROCESSOR_MODE mode, BOOLEAN alertable,
-                                       PLARGE_INTEGER interval) {
+NTSTATUS NTAPI __wrap_KeDelayExecutionThread(KPROCESSOR_MODE mode, BOOLEAN alertable,
+                                             PLARGE_INTEGER interval) {
   lidcam::test::Sleep* const sleep = lidcam::test::g_sleep;
   if (sleep == nullptr) return __real_KeDelayExecutionThread(mode, alertable, interval);
   *sleep = {sleep->Count + 1, mode, alertable, interval->QuadPart};

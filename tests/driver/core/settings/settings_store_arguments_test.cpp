@@ -41,28 +41,28 @@ TEST_F(SettingsArguments, KeysAndValuesHaveNoTitleNoClassAndNoOptions) {
 // NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
 extern "C" {
 
-NTSTATUS __real_ZwCreateKey(PHANDLE key, ACCESS_MASK access, POBJECT_ATTRIBUTES attributes,
-                            ULONG titleIndex, PUNICODE_STRING keyClass, ULONG options,
-                            PULONG disposition);
-NTSTATUS __wrap_ZwCreateKey(PHANDLE key, ACCESS_MASK access, POBJECT_ATTRIBUTES attributes,
-                            ULONG titleIndex, PUNICODE_STRING keyClass, ULONG options,
-                            PULONG disposition);
-NTSTATUS __real_ZwSetValueKey(HANDLE key, PUNICODE_STRING name, ULONG titleIndex, ULONG type,
-                              PVOID data, ULONG size);
-NTSTATUS __wrap_ZwSetValueKey(HANDLE key, PUNICODE_STRING name, ULONG titleIndex, ULONG type,
-                              PVOID data, ULONG size);
+NTSTATUS NTAPI __real_ZwCreateKey(PHANDLE key, ACCESS_MASK access, POBJECT_ATTRIBUTES attributes,
+                                  ULONG titleIndex, PUNICODE_STRING keyClass, ULONG options,
+                                  PULONG disposition);
+NTSTATUS NTAPI __wrap_ZwCreateKey(PHANDLE key, ACCESS_MASK access, POBJECT_ATTRIBUTES attributes,
+                                  ULONG titleIndex, PUNICODE_STRING keyClass, ULONG options,
+                                  PULONG disposition);
+NTSTATUS NTAPI __real_ZwSetValueKey(HANDLE key, PUNICODE_STRING name, ULONG titleIndex, ULONG type,
+                                    PVOID data, ULONG size);
+NTSTATUS NTAPI __wrap_ZwSetValueKey(HANDLE key, PUNICODE_STRING name, ULONG titleIndex, ULONG type,
+                                    PVOID data, ULONG size);
 
-NTSTATUS __wrap_ZwCreateKey(PHANDLE key, ACCESS_MASK access, POBJECT_ATTRIBUTES attributes,
-                            ULONG titleIndex, PUNICODE_STRING keyClass, ULONG options,
-                            PULONG disposition) {
+NTSTATUS NTAPI __wrap_ZwCreateKey(PHANDLE key, ACCESS_MASK access, POBJECT_ATTRIBUTES attributes,
+                                  ULONG titleIndex, PUNICODE_STRING keyClass, ULONG options,
+                                  PULONG disposition) {
   if (lidcam::test::g_unused != nullptr) {
     lidcam::test::g_unused->push_back({titleIndex, keyClass, options, disposition});
   }
   return __real_ZwCreateKey(key, access, attributes, titleIndex, keyClass, options, disposition);
 }
 
-NTSTATUS __wrap_ZwSetValueKey(HANDLE key, PUNICODE_STRING name, ULONG titleIndex, ULONG type,
-                              PVOID data, ULONG size) {
+NTSTATUS NTAPI __wrap_ZwSetValueKey(HANDLE key, PUNICODE_STRING name, ULONG titleIndex, ULONG type,
+                                    PVOID data, ULONG size) {
   if (lidcam::test::g_unused != nullptr) {
     lidcam::test::g_unused->push_back({titleIndex, nullptr, 0, nullptr});
   }

@@ -191,9 +191,9 @@ extern "C" bool __wrap__ZN6lidcam13CpuHasDoublesEv() {
   return lidcam::g_hasDoubles && __real__ZN6lidcam13CpuHasDoublesEv();
 }
 
-extern "C" NTSTATUS __real_KeRestoreFloatingPointState(PKFLOATING_SAVE state);
-extern "C" NTSTATUS __wrap_KeRestoreFloatingPointState(PKFLOATING_SAVE state);
-extern "C" NTSTATUS __wrap_KeRestoreFloatingPointState(PKFLOATING_SAVE state) {
+extern "C" NTSTATUS NTAPI __real_KeRestoreFloatingPointState(PKFLOATING_SAVE state);
+extern "C" NTSTATUS NTAPI __wrap_KeRestoreFloatingPointState(PKFLOATING_SAVE state);
+extern "C" NTSTATUS NTAPI __wrap_KeRestoreFloatingPointState(PKFLOATING_SAVE state) {
   if (lidcam::g_frame != nullptr) lidcam::g_wasUntouched = lidcam::g_frame->IsUntouched();
   return __real_KeRestoreFloatingPointState(state);
 }

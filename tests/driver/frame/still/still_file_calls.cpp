@@ -23,36 +23,36 @@ using lidcam::test::g_calls;
 // NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
 extern "C" {
 
-BOOLEAN __real_IoIsWdmVersionAvailable(UCHAR major, UCHAR minor);
-BOOLEAN __wrap_IoIsWdmVersionAvailable(UCHAR major, UCHAR minor);
-NTSTATUS __real_ZwCreateFile(PHANDLE file, ACCESS_MASK access, POBJECT_ATTRIBUTES attributes,
-                             PIO_STATUS_BLOCK status, PLARGE_INTEGER allocationSize,
-                             ULONG fileAttributes, ULONG shareAccess, ULONG disposition,
-                             ULONG options, PVOID extendedAttributes, ULONG extendedLength);
-NTSTATUS __wrap_ZwCreateFile(PHANDLE file, ACCESS_MASK access, POBJECT_ATTRIBUTES attributes,
-                             PIO_STATUS_BLOCK status, PLARGE_INTEGER allocationSize,
-                             ULONG fileAttributes, ULONG shareAccess, ULONG disposition,
-                             ULONG options, PVOID extendedAttributes, ULONG extendedLength);
-NTSTATUS __real_ZwWriteFile(HANDLE file, HANDLE event, PIO_APC_ROUTINE routine, PVOID context,
-                            PIO_STATUS_BLOCK status, PVOID buffer, ULONG length,
-                            PLARGE_INTEGER offset, PULONG key);
-NTSTATUS __wrap_ZwWriteFile(HANDLE file, HANDLE event, PIO_APC_ROUTINE routine, PVOID context,
-                            PIO_STATUS_BLOCK status, PVOID buffer, ULONG length,
-                            PLARGE_INTEGER offset, PULONG key);
-NTSTATUS __real_ZwClose(HANDLE handle);
-NTSTATUS __wrap_ZwClose(HANDLE handle);
+BOOLEAN NTAPI __real_IoIsWdmVersionAvailable(UCHAR major, UCHAR minor);
+BOOLEAN NTAPI __wrap_IoIsWdmVersionAvailable(UCHAR major, UCHAR minor);
+NTSTATUS NTAPI __real_ZwCreateFile(PHANDLE file, ACCESS_MASK access, POBJECT_ATTRIBUTES attributes,
+                                   PIO_STATUS_BLOCK status, PLARGE_INTEGER allocationSize,
+                                   ULONG fileAttributes, ULONG shareAccess, ULONG disposition,
+                                   ULONG options, PVOID extendedAttributes, ULONG extendedLength);
+NTSTATUS NTAPI __wrap_ZwCreateFile(PHANDLE file, ACCESS_MASK access, POBJECT_ATTRIBUTES attributes,
+                                   PIO_STATUS_BLOCK status, PLARGE_INTEGER allocationSize,
+                                   ULONG fileAttributes, ULONG shareAccess, ULONG disposition,
+                                   ULONG options, PVOID extendedAttributes, ULONG extendedLength);
+NTSTATUS NTAPI __real_ZwWriteFile(HANDLE file, HANDLE event, PIO_APC_ROUTINE routine, PVOID context,
+                                  PIO_STATUS_BLOCK status, PVOID buffer, ULONG length,
+                                  PLARGE_INTEGER offset, PULONG key);
+NTSTATUS NTAPI __wrap_ZwWriteFile(HANDLE file, HANDLE event, PIO_APC_ROUTINE routine, PVOID context,
+                                  PIO_STATUS_BLOCK status, PVOID buffer, ULONG length,
+                                  PLARGE_INTEGER offset, PULONG key);
+NTSTATUS NTAPI __real_ZwClose(HANDLE handle);
+NTSTATUS NTAPI __wrap_ZwClose(HANDLE handle);
 
-BOOLEAN __wrap_IoIsWdmVersionAvailable(UCHAR major, UCHAR minor) {
+BOOLEAN NTAPI __wrap_IoIsWdmVersionAvailable(UCHAR major, UCHAR minor) {
   if (g_calls == nullptr) return __real_IoIsWdmVersionAvailable(major, minor);
   g_calls->Levels.emplace_back(major, minor);
   if (g_calls->OnLevel) return g_calls->OnLevel({major, minor}) ? TRUE : FALSE;
   return __real_IoIsWdmVersionAvailable(major, minor);
 }
 
-NTSTATUS __wrap_ZwCreateFile(PHANDLE file, ACCESS_MASK access, POBJECT_ATTRIBUTES attributes,
-                             PIO_STATUS_BLOCK status, PLARGE_INTEGER allocationSize,
-                             ULONG fileAttributes, ULONG shareAccess, ULONG disposition,
-                             ULONG options, PVOID extendedAttributes, ULONG extendedLength) {
+NTSTATUS NTAPI __wrap_ZwCreateFile(PHANDLE file, ACCESS_MASK access, POBJECT_ATTRIBUTES attributes,
+                                   PIO_STATUS_BLOCK status, PLARGE_INTEGER allocationSize,
+                                   ULONG fileAttributes, ULONG shareAccess, ULONG disposition,
+                                   ULONG options, PVOID extendedAttributes, ULONG extendedLength) {
   if (g_calls != nullptr) {
     if (g_calls->OnOpen) g_calls->OnOpen();
     const UNICODE_STRING& name = *attributes->ObjectName;
@@ -73,9 +73,9 @@ NTSTATUS __wrap_ZwCreateFile(PHANDLE file, ACCESS_MASK access, POBJECT_ATTRIBUTE
                              shareAccess, disposition, options, extendedAttributes, extendedLength);
 }
 
-NTSTATUS __wrap_ZwWriteFile(HANDLE file, HANDLE event, PIO_APC_ROUTINE routine, PVOID context,
-                            PIO_STATUS_BLOCK status, PVOID buffer, ULONG length,
-                            PLARGE_INTEGER offset, PULONG key) {
+NTSTATUS NTAPI __wrap_ZwWriteFile(HANDLE file, HANDLE event, PIO_APC_ROUTINE routine, PVOID context,
+                                  PIO_STATUS_BLOCK status, PVOID buffer, ULONG length,
+                                  PLARGE_INTEGER offset, PULONG key) {
   if (g_calls != nullptr) {
     std::optional<LONGLONG> from;
     if (offset != nullptr) from = offset->QuadPart;
@@ -84,7 +84,7 @@ NTSTATUS __wrap_ZwWriteFile(HANDLE file, HANDLE event, PIO_APC_ROUTINE routine, 
   return __real_ZwWriteFile(file, event, routine, context, status, buffer, length, offset, key);
 }
 
-NTSTATUS __wrap_ZwClose(HANDLE handle) {
+NTSTATUS NTAPI __wrap_ZwClose(HANDLE handle) {
   if (g_calls != nullptr) g_calls->Closes.push_back(handle);
   return __real_ZwClose(handle);
 }

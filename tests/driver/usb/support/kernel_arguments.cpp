@@ -35,19 +35,19 @@ using lidcam::test::Note;
 // NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
 extern "C" {
 
-LONG __real_KeReleaseSemaphore(PRKSEMAPHORE semaphore, KPRIORITY increment, LONG adjustment,
-                               BOOLEAN wait);
-LONG __wrap_KeReleaseSemaphore(PRKSEMAPHORE semaphore, KPRIORITY increment, LONG adjustment,
-                               BOOLEAN wait);
-LONG __wrap_KeReleaseSemaphore(PRKSEMAPHORE semaphore, KPRIORITY increment, LONG adjustment,
-                               BOOLEAN wait) {
+LONG NTAPI __real_KeReleaseSemaphore(PRKSEMAPHORE semaphore, KPRIORITY increment, LONG adjustment,
+                                     BOOLEAN wait);
+LONG NTAPI __wrap_KeReleaseSemaphore(PRKSEMAPHORE semaphore, KPRIORITY increment, LONG adjustment,
+                                     BOOLEAN wait);
+LONG NTAPI __wrap_KeReleaseSemaphore(PRKSEMAPHORE semaphore, KPRIORITY increment, LONG adjustment,
+                                     BOOLEAN wait) {
   Note(&KernelArguments::SemaphoreReleases, {semaphore, increment, adjustment, wait});
   return __real_KeReleaseSemaphore(semaphore, increment, adjustment, wait);
 }
 
-LONG __real_KeSetEvent(PRKEVENT event, KPRIORITY increment, BOOLEAN wait);
-LONG __wrap_KeSetEvent(PRKEVENT event, KPRIORITY increment, BOOLEAN wait);
-LONG __wrap_KeSetEvent(PRKEVENT event, KPRIORITY increment, BOOLEAN wait) {
+LONG NTAPI __real_KeSetEvent(PRKEVENT event, KPRIORITY increment, BOOLEAN wait);
+LONG NTAPI __wrap_KeSetEvent(PRKEVENT event, KPRIORITY increment, BOOLEAN wait);
+LONG NTAPI __wrap_KeSetEvent(PRKEVENT event, KPRIORITY increment, BOOLEAN wait) {
   if (lidcam::test::g_arguments != nullptr && lidcam::test::g_arguments->OnEventSet) {
     lidcam::test::g_arguments->OnEventSet(event);
   }
@@ -55,36 +55,36 @@ LONG __wrap_KeSetEvent(PRKEVENT event, KPRIORITY increment, BOOLEAN wait) {
   return __real_KeSetEvent(event, increment, wait);
 }
 
-PIO_WORKITEM __real_IoAllocateWorkItem(PDEVICE_OBJECT device);
-PIO_WORKITEM __wrap_IoAllocateWorkItem(PDEVICE_OBJECT device);
-PIO_WORKITEM __wrap_IoAllocateWorkItem(PDEVICE_OBJECT device) {
+PIO_WORKITEM NTAPI __real_IoAllocateWorkItem(PDEVICE_OBJECT device);
+PIO_WORKITEM NTAPI __wrap_IoAllocateWorkItem(PDEVICE_OBJECT device);
+PIO_WORKITEM NTAPI __wrap_IoAllocateWorkItem(PDEVICE_OBJECT device) {
   Note(&KernelArguments::WorkItemDevices, device);
   return __real_IoAllocateWorkItem(device);
 }
 
-void __real_IoQueueWorkItem(PIO_WORKITEM item, PIO_WORKITEM_ROUTINE routine, WORK_QUEUE_TYPE queue,
-                            PVOID context);
-void __wrap_IoQueueWorkItem(PIO_WORKITEM item, PIO_WORKITEM_ROUTINE routine, WORK_QUEUE_TYPE queue,
-                            PVOID context);
-void __wrap_IoQueueWorkItem(PIO_WORKITEM item, PIO_WORKITEM_ROUTINE routine, WORK_QUEUE_TYPE queue,
-                            PVOID context) {
+void NTAPI __real_IoQueueWorkItem(PIO_WORKITEM item, PIO_WORKITEM_ROUTINE routine,
+                                  WORK_QUEUE_TYPE queue, PVOID context);
+void NTAPI __wrap_IoQueueWorkItem(PIO_WORKITEM item, PIO_WORKITEM_ROUTINE routine,
+                                  WORK_QUEUE_TYPE queue, PVOID context);
+void NTAPI __wrap_IoQueueWorkItem(PIO_WORKITEM item, PIO_WORKITEM_ROUTINE routine,
+                                  WORK_QUEUE_TYPE queue, PVOID context) {
   Note(&KernelArguments::WorkItemQueues, queue);
   __real_IoQueueWorkItem(item, routine, queue, context);
 }
 
-void __real_ExQueueWorkItem(PWORK_QUEUE_ITEM item, WORK_QUEUE_TYPE queue);
-void __wrap_ExQueueWorkItem(PWORK_QUEUE_ITEM item, WORK_QUEUE_TYPE queue);
-void __wrap_ExQueueWorkItem(PWORK_QUEUE_ITEM item, WORK_QUEUE_TYPE queue) {
+void NTAPI __real_ExQueueWorkItem(PWORK_QUEUE_ITEM item, WORK_QUEUE_TYPE queue);
+void NTAPI __wrap_ExQueueWorkItem(PWORK_QUEUE_ITEM item, WORK_QUEUE_TYPE queue);
+void NTAPI __wrap_ExQueueWorkItem(PWORK_QUEUE_ITEM item, WORK_QUEUE_TYPE queue) {
   Note(&KernelArguments::WorkItemQueues, queue);
   __real_ExQueueWorkItem(item, queue);
 }
 
-NTSTATUS __real_KeWaitForSingleObject(PVOID object, KWAIT_REASON reason, KPROCESSOR_MODE mode,
-                                      BOOLEAN alertable, PLARGE_INTEGER timeout);
-NTSTATUS __wrap_KeWaitForSingleObject(PVOID object, KWAIT_REASON reason, KPROCESSOR_MODE mode,
-                                      BOOLEAN alertable, PLARGE_INTEGER timeout);
-NTSTATUS __wrap_KeWaitForSingleObject(PVOID object, KWAIT_REASON reason, KPROCESSOR_MODE mode,
-                                      BOOLEAN alertable, PLARGE_INTEGER timeout) {
+NTSTATUS NTAPI __real_KeWaitForSingleObject(PVOID object, KWAIT_REASON reason, KPROCESSOR_MODE mode,
+                                            BOOLEAN alertable, PLARGE_INTEGER timeout);
+NTSTATUS NTAPI __wrap_KeWaitForSingleObject(PVOID object, KWAIT_REASON reason, KPROCESSOR_MODE mode,
+                                            BOOLEAN alertable, PLARGE_INTEGER timeout);
+NTSTATUS NTAPI __wrap_KeWaitForSingleObject(PVOID object, KWAIT_REASON reason, KPROCESSOR_MODE mode,
+                                            BOOLEAN alertable, PLARGE_INTEGER timeout) {
   Note(&KernelArguments::Waits, {object, reason, mode, alertable});
   return __real_KeWaitForSingleObject(object, reason, mode, alertable, timeout);
 }

@@ -112,74 +112,80 @@ using lidcam::test::PlatformLog;
 
 extern "C" {
 
-void __real_KsAcquireDevice(PKSDEVICE device);
-void __wrap_KsAcquireDevice(PKSDEVICE device);
-void __wrap_KsAcquireDevice(PKSDEVICE device) {
+void NTAPI __real_KsAcquireDevice(PKSDEVICE device);
+void NTAPI __wrap_KsAcquireDevice(PKSDEVICE device);
+void NTAPI __wrap_KsAcquireDevice(PKSDEVICE device) {
   __real_KsAcquireDevice(device);
   PlatformLog::Add("acquire device");
 }
 
-void __real_KsReleaseDevice(PKSDEVICE device);
-void __wrap_KsReleaseDevice(PKSDEVICE device);
-void __wrap_KsReleaseDevice(PKSDEVICE device) {
+void NTAPI __real_KsReleaseDevice(PKSDEVICE device);
+void NTAPI __wrap_KsReleaseDevice(PKSDEVICE device);
+void NTAPI __wrap_KsReleaseDevice(PKSDEVICE device) {
   PlatformLog::Add("release device");
   __real_KsReleaseDevice(device);
 }
 
-NTSTATUS __real_KsAddItemToObjectBag(KSOBJECT_BAG bag, PVOID item, PFNKSFREE free);
-NTSTATUS __wrap_KsAddItemToObjectBag(KSOBJECT_BAG bag, PVOID item, PFNKSFREE free);
-NTSTATUS __wrap_KsAddItemToObjectBag(KSOBJECT_BAG bag, PVOID item, PFNKSFREE free) {
+NTSTATUS NTAPI __real_KsAddItemToObjectBag(KSOBJECT_BAG bag, PVOID item, PFNKSFREE free);
+NTSTATUS NTAPI __wrap_KsAddItemToObjectBag(KSOBJECT_BAG bag, PVOID item, PFNKSFREE free);
+NTSTATUS NTAPI __wrap_KsAddItemToObjectBag(KSOBJECT_BAG bag, PVOID item, PFNKSFREE free) {
   PlatformLog::Add(free == nullptr ? "add record to bag" : "add object to bag");
   if (PlatformLog::IsBagItemRefused()) return STATUS_INSUFFICIENT_RESOURCES;
   return __real_KsAddItemToObjectBag(bag, item, free);
 }
 
-NTSTATUS __real_PsCreateSystemThread(PHANDLE thread, ULONG access, POBJECT_ATTRIBUTES attributes,
-                                     HANDLE process, PCLIENT_ID client, PKSTART_ROUTINE routine,
-                                     PVOID context);
-NTSTATUS __wrap_PsCreateSystemThread(PHANDLE thread, ULONG access, POBJECT_ATTRIBUTES attributes,
-                                     HANDLE process, PCLIENT_ID client, PKSTART_ROUTINE routine,
-                                     PVOID context);
-NTSTATUS __wrap_PsCreateSystemThread(PHANDLE thread, ULONG access, POBJECT_ATTRIBUTES attributes,
-                                     HANDLE process, PCLIENT_ID client, PKSTART_ROUTINE routine,
-                                     PVOID context) {
+NTSTATUS NTAPI __real_PsCreateSystemThread(PHANDLE thread, ULONG access,
+                                           POBJECT_ATTRIBUTES attributes, HANDLE process,
+                                           PCLIENT_ID client, PKSTART_ROUTINE routine,
+                                           PVOID context);
+NTSTATUS NTAPI __wrap_PsCreateSystemThread(PHANDLE thread, ULONG access,
+                                           POBJECT_ATTRIBUTES attributes, HANDLE process,
+                                           PCLIENT_ID client, PKSTART_ROUTINE routine,
+                                           PVOID context);
+NTSTATUS NTAPI __wrap_PsCreateSystemThread(PHANDLE thread, ULONG access,
+                                           POBJECT_ATTRIBUTES attributes, HANDLE process,
+                                           PCLIENT_ID client, PKSTART_ROUTINE routine,
+                                           PVOID context) {
   const bool isPlain =
       access == 0 && attributes == nullptr && process == nullptr && client == nullptr;
   PlatformLog::Add(isPlain ? "create thread" : "create thread with rights or in a process");
   return __real_PsCreateSystemThread(thread, access, attributes, process, client, routine, context);
 }
 
-NTSTATUS __real_ObReferenceObjectByHandle(HANDLE handle, ACCESS_MASK access, POBJECT_TYPE type,
-                                          KPROCESSOR_MODE mode, PVOID* object,
-                                          POBJECT_HANDLE_INFORMATION information);
-NTSTATUS __wrap_ObReferenceObjectByHandle(HANDLE handle, ACCESS_MASK access, POBJECT_TYPE type,
-                                          KPROCESSOR_MODE mode, PVOID* object,
-                                          POBJECT_HANDLE_INFORMATION information);
-NTSTATUS __wrap_ObReferenceObjectByHandle(HANDLE handle, ACCESS_MASK access, POBJECT_TYPE type,
-                                          KPROCESSOR_MODE mode, PVOID* object,
-                                          POBJECT_HANDLE_INFORMATION information) {
+NTSTATUS NTAPI __real_ObReferenceObjectByHandle(HANDLE handle, ACCESS_MASK access,
+                                                POBJECT_TYPE type, KPROCESSOR_MODE mode,
+                                                PVOID* object,
+                                                POBJECT_HANDLE_INFORMATION information);
+NTSTATUS NTAPI __wrap_ObReferenceObjectByHandle(HANDLE handle, ACCESS_MASK access,
+                                                POBJECT_TYPE type, KPROCESSOR_MODE mode,
+                                                PVOID* object,
+                                                POBJECT_HANDLE_INFORMATION information);
+NTSTATUS NTAPI __wrap_ObReferenceObjectByHandle(HANDLE handle, ACCESS_MASK access,
+                                                POBJECT_TYPE type, KPROCESSOR_MODE mode,
+                                                PVOID* object,
+                                                POBJECT_HANDLE_INFORMATION information) {
   PlatformLog::Add("reference thread access=" + std::to_string(access) +
                    " mode=" + std::to_string(mode));
   return __real_ObReferenceObjectByHandle(handle, access, type, mode, object, information);
 }
 
-NTSTATUS __real_ZwClose(HANDLE handle);
-NTSTATUS __wrap_ZwClose(HANDLE handle);
-NTSTATUS __wrap_ZwClose(HANDLE handle) {
+NTSTATUS NTAPI __real_ZwClose(HANDLE handle);
+NTSTATUS NTAPI __wrap_ZwClose(HANDLE handle);
+NTSTATUS NTAPI __wrap_ZwClose(HANDLE handle) {
   PlatformLog::Add("close handle");
   return __real_ZwClose(handle);
 }
 
-LONG_PTR __real_ObfDereferenceObject(PVOID object);
-LONG_PTR __wrap_ObfDereferenceObject(PVOID object);
-LONG_PTR __wrap_ObfDereferenceObject(PVOID object) {
+LONG_PTR NTAPI __real_ObfDereferenceObject(PVOID object);
+LONG_PTR NTAPI __wrap_ObfDereferenceObject(PVOID object);
+LONG_PTR NTAPI __wrap_ObfDereferenceObject(PVOID object) {
   PlatformLog::Add("let go of thread");
   return __real_ObfDereferenceObject(object);
 }
 
-BOOLEAN __real_KeSetTimer(PKTIMER timer, LARGE_INTEGER due, PKDPC dpc);
-BOOLEAN __wrap_KeSetTimer(PKTIMER timer, LARGE_INTEGER due, PKDPC dpc);
-BOOLEAN __wrap_KeSetTimer(PKTIMER timer, LARGE_INTEGER due, PKDPC dpc) {
+BOOLEAN NTAPI __real_KeSetTimer(PKTIMER timer, LARGE_INTEGER due, PKDPC dpc);
+BOOLEAN NTAPI __wrap_KeSetTimer(PKTIMER timer, LARGE_INTEGER due, PKDPC dpc);
+BOOLEAN NTAPI __wrap_KeSetTimer(PKTIMER timer, LARGE_INTEGER due, PKDPC dpc) {
   // The watchdog's own ticks come at any time; only its arming is part of a sequence.
   if (KeGetCurrentIrql() == PASSIVE_LEVEL) {
     PlatformLog::Add("set timer " + std::to_string(due.QuadPart));
@@ -187,16 +193,16 @@ BOOLEAN __wrap_KeSetTimer(PKTIMER timer, LARGE_INTEGER due, PKDPC dpc) {
   return __real_KeSetTimer(timer, due, dpc);
 }
 
-BOOLEAN __real_KeCancelTimer(PKTIMER timer);
-BOOLEAN __wrap_KeCancelTimer(PKTIMER timer);
-BOOLEAN __wrap_KeCancelTimer(PKTIMER timer) {
+BOOLEAN NTAPI __real_KeCancelTimer(PKTIMER timer);
+BOOLEAN NTAPI __wrap_KeCancelTimer(PKTIMER timer);
+BOOLEAN NTAPI __wrap_KeCancelTimer(PKTIMER timer) {
   if (KeGetCurrentIrql() == PASSIVE_LEVEL) PlatformLog::Add("cancel timer");
   return __real_KeCancelTimer(timer);
 }
 
-PVOID __real_ExAllocatePoolWithTag(POOL_TYPE type, SIZE_T size, ULONG tag);
-PVOID __wrap_ExAllocatePoolWithTag(POOL_TYPE type, SIZE_T size, ULONG tag);
-PVOID __wrap_ExAllocatePoolWithTag(POOL_TYPE type, SIZE_T size, ULONG tag) {
+PVOID NTAPI __real_ExAllocatePoolWithTag(POOL_TYPE type, SIZE_T size, ULONG tag);
+PVOID NTAPI __wrap_ExAllocatePoolWithTag(POOL_TYPE type, SIZE_T size, ULONG tag);
+PVOID NTAPI __wrap_ExAllocatePoolWithTag(POOL_TYPE type, SIZE_T size, ULONG tag) {
   PVOID const memory = __real_ExAllocatePoolWithTag(type, size, tag);
   // The kernel returns memory with the content left by its last user.
   if (memory != nullptr) std::memset(memory, 0xA5, size);
@@ -204,16 +210,16 @@ PVOID __wrap_ExAllocatePoolWithTag(POOL_TYPE type, SIZE_T size, ULONG tag) {
   return memory;
 }
 
-void __real_ExFreePool(PVOID memory);
-void __wrap_ExFreePool(PVOID memory);
-void __wrap_ExFreePool(PVOID memory) {
+void NTAPI __real_ExFreePool(PVOID memory);
+void NTAPI __wrap_ExFreePool(PVOID memory);
+void NTAPI __wrap_ExFreePool(PVOID memory) {
   lidcam::test::NoteFree(memory);
   __real_ExFreePool(memory);
 }
 
-void __real_IoFreeIrp(PIRP irp);
-void __wrap_IoFreeIrp(PIRP irp);
-void __wrap_IoFreeIrp(PIRP irp) {
+void NTAPI __real_IoFreeIrp(PIRP irp);
+void NTAPI __wrap_IoFreeIrp(PIRP irp);
+void NTAPI __wrap_IoFreeIrp(PIRP irp) {
   lidcam::test::NoteIrpFree(irp);
   __real_IoFreeIrp(irp);
 }

@@ -73,7 +73,7 @@ TEST(KsFilterFactory, TakesNoDescriptorThatTheClassCantServe) {
     KSFILTER_DESCRIPTOR connections = kTestFilter;
     connections.ConnectionsCount = 1;
     EXPECT_EQ(make(&connections), STATUS_NOT_SUPPORTED);
-    EXPECT_EQ(make(&kTestFilter, [](PKSFILTERFACTORY, DEVICE_POWER_STATE) {}),
+    EXPECT_EQ(make(&kTestFilter, [](PKSFILTERFACTORY, DEVICE_POWER_STATE) NTAPI {}),
               STATUS_NOT_SUPPORTED);
   });
 }

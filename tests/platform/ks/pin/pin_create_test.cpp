@@ -137,7 +137,7 @@ TEST(PinCreation, DriversRefusalEmptiesTheBag) {
     static int freed;
     freed = 0;
     world.Driver.OnCreate = [](PKSPIN pin) {
-      KsAddItemToObjectBag(pin->Bag, &freed, [](PVOID) { ++freed; });
+      KsAddItemToObjectBag(pin->Bag, &freed, [](PVOID) NTAPI { ++freed; });
       return STATUS_SHARING_VIOLATION;
     };
     EXPECT_EQ(world.Create(), STATUS_SHARING_VIOLATION);
@@ -169,7 +169,7 @@ TEST(PinClosing, StopsTheStreamTellsTheDriverAndEmptiesTheBag) {
   WithPin([](PinWorld& world) {
     static int freed;
     freed = 0;
-    KsAddItemToObjectBag(world.Pin().Bag, &freed, [](PVOID) { ++freed; });
+    KsAddItemToObjectBag(world.Pin().Bag, &freed, [](PVOID) NTAPI { ++freed; });
     ASSERT_EQ(world.SetState(KSSTATE_PAUSE), STATUS_SUCCESS);
     world.Driver.Steps.clear();
     world.Close();

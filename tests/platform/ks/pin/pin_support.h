@@ -47,24 +47,24 @@ struct FakePinDriver {
 inline FakePinDriver* g_pinDriver = nullptr;
 
 inline constexpr KSPIN_DISPATCH kFakeDispatch = {
-    .Create = [](PKSPIN pin, PIRP) -> NTSTATUS {
+    .Create = [](PKSPIN pin, PIRP) NTAPI -> NTSTATUS {
       pin->StreamHeaderSize = kHeaderSize;
       return g_pinDriver->OnCreate ? g_pinDriver->OnCreate(pin) : STATUS_SUCCESS;
     },
-    .Close = [](PKSPIN, PIRP) -> NTSTATUS {
+    .Close = [](PKSPIN, PIRP) NTAPI -> NTSTATUS {
       ++g_pinDriver->Closes;
       return STATUS_SUCCESS;
     },
-    .Process = [](PKSPIN pin) -> NTSTATUS {
+    .Process = [](PKSPIN pin) NTAPI -> NTSTATUS {
       return g_pinDriver->OnProcess ? g_pinDriver->OnProcess(pin) : STATUS_PENDING;
     },
-    .Reset = [](PKSPIN) { ++g_pinDriver->Resets; },
+    .Reset = [](PKSPIN) NTAPI { ++g_pinDriver->Resets; },
     .SetDataFormat = [](PKSPIN pin, PKSDATAFORMAT oldFormat, PKSMULTIPLE_ITEM,
-                        const KSDATARANGE* range, const KSATTRIBUTE_LIST*) -> NTSTATUS {
+                        const KSDATARANGE* range, const KSATTRIBUTE_LIST*) NTAPI -> NTSTATUS {
       g_pinDriver->Formats.emplace_back(range, oldFormat);
       return g_pinDriver->OnFormat ? g_pinDriver->OnFormat(pin, range) : STATUS_SUCCESS;
     },
-    .SetDeviceState = [](PKSPIN, KSSTATE to, KSSTATE from) -> NTSTATUS {
+    .SetDeviceState = [](PKSPIN, KSSTATE to, KSSTATE from) NTAPI -> NTSTATUS {
       g_pinDriver->Steps.emplace_back(to, from);
       return g_pinDriver->OnStep ? g_pinDriver->OnStep(to, from) : STATUS_SUCCESS;
     },

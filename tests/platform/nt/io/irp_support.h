@@ -51,7 +51,7 @@ inline TestDriver::Dispatch Answer(NTSTATUS status) {
 }
 
 /// Keeps the request pending.
-inline NTSTATUS Pend(PDEVICE_OBJECT, PIRP irp) {
+inline NTSTATUS NTAPI Pend(PDEVICE_OBJECT, PIRP irp) {
   IoMarkIrpPending(irp);
   return STATUS_PENDING;
 }

@@ -146,7 +146,7 @@ TEST(SimulatedWorkItem, OfTheOldKindRunsFromTheCallersMemory) {
     KeInitializeEvent(&old.Done, NotificationEvent, FALSE);
     ExInitializeWorkItem(
         &old.Item,
-        [](PVOID parameter) {
+        [](PVOID parameter) NTAPI {
           EXPECT_EQ(KeGetCurrentIrql(), PASSIVE_LEVEL);
           KeSetEvent(&static_cast<Old*>(parameter)->Done, 0, FALSE);
         },
@@ -166,7 +166,7 @@ TEST(SimulatedWorkItem, RunsBesideOneThatWaits) {
     KeInitializeEvent(&blocking.Release, NotificationEvent, FALSE);
     KeInitializeEvent(&blocking.Ended, NotificationEvent, FALSE);
     const PIO_WORKITEM waiter = IoAllocateWorkItem(nullptr);
-    const auto wait = [](PDEVICE_OBJECT, PVOID context) {
+    const auto wait = [](PDEVICE_OBJECT, PVOID context) NTAPI {
       WaitForever(&static_cast<Blocking*>(context)->Release);
       KeSetEvent(&static_cast<Blocking*>(context)->Ended, 0, FALSE);
     };
@@ -189,7 +189,7 @@ TEST(KernelFault, FailsTheThreadCreationThatTheCountdownNames) {
       TestThread first([] {});
       HANDLE handle = nullptr;
       EXPECT_EQ(PsCreateSystemThread(
-                    &handle, 0, nullptr, nullptr, nullptr, [](PVOID) {}, nullptr),
+                    &handle, 0, nullptr, nullptr, nullptr, [](PVOID) NTAPI {}, nullptr),
                 STATUS_INSUFFICIENT_RESOURCES);
       EXPECT_EQ(handle, nullptr);
       TestThread third([] {});

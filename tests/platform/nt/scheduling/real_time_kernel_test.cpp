@@ -145,7 +145,7 @@ TEST(RealTimeKernel, TellsTheSystemTimeOfTheMachine) {
 }
 
 TEST(RealTimeKernel, WaitsForAThreadThatEndsItself) {
-  const auto end = [](PVOID context) {
+  const auto end = [](PVOID context) NTAPI {
     *static_cast<std::atomic<bool>*>(context) = true;
     PsTerminateSystemThread(STATUS_SUCCESS);
   };
@@ -169,12 +169,11 @@ TEST(RealTimeKernel, EndsOnlyTheRoutineThatMadeAViolation) {
   KDPC good;
   KeInitializeEvent(&done, SynchronizationEvent, FALSE);
   KeInitializeDpc(
-      &bad, [](PKDPC, PVOID, PVOID, PVOID) { Sleep(1); }, nullptr);
+      &bad, [](PKDPC, PVOID, PVOID, PVOID) NTAPI { Sleep(1); }, nullptr);
   KeInitializeDpc(
       &good,
-      [](PKDPC, PVOID context, PVOID, PVOID) {
-        KeSetEvent(static_cast<PRKEVENT>(context), 0, FALSE);
-      },
+      [](PKDPC, PVOID context, PVOID, PVOID)
+          NTAPI { KeSetEvent(static_cast<PRKEVENT>(context), 0, FALSE); },
       &done);
   for (std::size_t i = 0; i < 4; ++i) {
     KeInsertQueueDpc(&bad, nullptr, nullptr);

@@ -238,15 +238,15 @@ TEST(Stall, KeepsTheLocksThatTheThreadHolds) {
 TEST(Stall, OfAPreemptionPointIsWaitedForByTheEndOfTheSimulation) {
   Field field;
   StallOnce stall{"store", &field, 7 * kSecond};
-  const SimulationOutcome outcome =
-      Simulate({.HasPreemptionPoints = true,
-                .AtSwitchPoint = [&](const SwitchPlace& place) { return stall.At(place); }},
-               [&] {
-                 HANDLE handle = nullptr;
-                 const auto run = [](PVOID context) { static_cast<Field*>(context)->Store(1); };
-                 PsCreateSystemThread(&handle, 0, nullptr, nullptr, nullptr, run, &field);
-                 ZwClose(handle);
-               });
+  const SimulationOutcome outcome = Simulate(
+      {.HasPreemptionPoints = true,
+       .AtSwitchPoint = [&](const SwitchPlace& place) { return stall.At(place); }},
+      [&] {
+        HANDLE handle = nullptr;
+        const auto run = [](PVOID context) NTAPI { static_cast<Field*>(context)->Store(1); };
+        PsCreateSystemThread(&handle, 0, nullptr, nullptr, nullptr, run, &field);
+        ZwClose(handle);
+      });
   EXPECT_EQ(outcome.Time, 7 * kSecond);
   EXPECT_EQ(field.Load(), 1);
 }
@@ -280,7 +280,7 @@ TEST(Stall, ThreadThatSpinsForGoodIsNotRunAnyMore) {
                              }},
                         [] {
                           HANDLE handle = nullptr;
-                          const auto spin = [](PVOID) {
+                          const auto spin = [](PVOID) NTAPI {
                             CurrentThread().SpinsForGood = true;
                             for (;;) YieldProcessor();
                           };

@@ -220,7 +220,7 @@ TEST(Simulation, ReportsAThreadThatStillRunsAtTheEnd) {
                 static KEVENT event;
                 KeInitializeEvent(&event, NotificationEvent, FALSE);
                 HANDLE handle = nullptr;
-                const auto wait = [](PVOID) { WaitForever(&event); };
+                const auto wait = [](PVOID) NTAPI { WaitForever(&event); };
                 PsCreateSystemThread(&handle, 0, nullptr, nullptr, nullptr, wait, nullptr);
                 ZwClose(handle);
               }),
@@ -230,7 +230,7 @@ TEST(Simulation, ReportsAThreadThatStillRunsAtTheEnd) {
 TEST(Simulation, LetsThreadsThatAreAboutToEndComeToTheirEnd) {
   UnderManySeeds([] {
     HANDLE handle = nullptr;
-    const auto end = [](PVOID) {
+    const auto end = [](PVOID) NTAPI {
       KeGetCurrentIrql();
       PsTerminateSystemThread(STATUS_SUCCESS);
     };
@@ -243,7 +243,7 @@ TEST(Simulation, ReportsAReferencedThreadATimerAndAWorkItemThatAreLeft) {
   EXPECT_THAT(ViolationOf([] {
                 HANDLE handle = nullptr;
                 PsCreateSystemThread(
-                    &handle, 0, nullptr, nullptr, nullptr, [](PVOID) {}, nullptr);
+                    &handle, 0, nullptr, nullptr, nullptr, [](PVOID) NTAPI {}, nullptr);
                 PVOID object = nullptr;
                 ObReferenceObjectByHandle(handle, 0, nullptr, KernelMode, &object, nullptr);
                 ZwClose(handle);

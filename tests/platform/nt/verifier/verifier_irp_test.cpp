@@ -38,7 +38,7 @@ TEST(IrpVerifier, RefusesACompletionAfterTheCancelRoutineMadeOne) {
   EXPECT_THAT(ViolationOf([] {
                 TestDriver driver([](PDEVICE_OBJECT, PIRP irp) {
                   IoMarkIrpPending(irp);
-                  IoSetCancelRoutine(irp, [](PDEVICE_OBJECT, PIRP cancelled) {
+                  IoSetCancelRoutine(irp, [](PDEVICE_OBJECT, PIRP cancelled) NTAPI {
                     IoReleaseCancelSpinLock(cancelled->CancelIrql);
                     Complete(cancelled, STATUS_CANCELLED);
                   });
@@ -315,7 +315,7 @@ TEST(IrpVerifier, RefusesACancelRoutineThatIsStillSet) {
   const auto setting = [](bool isCompleted) {
     return [isCompleted](PDEVICE_OBJECT, PIRP irp) {
       IoMarkIrpPending(irp);
-      IoSetCancelRoutine(irp, [](PDEVICE_OBJECT, PIRP) {});
+      IoSetCancelRoutine(irp, [](PDEVICE_OBJECT, PIRP) NTAPI {});
       if (isCompleted) Complete(irp, STATUS_SUCCESS);
       return STATUS_PENDING;
     };
@@ -351,18 +351,19 @@ TEST(IrpVerifier, RefusesACancelRoutineThatKeepsTheLockOrTheLevel) {
       IoCancelIrp(request.Irp());
     });
   };
-  EXPECT_THAT(violationWith([](PDEVICE_OBJECT, PIRP) {}),
+  EXPECT_THAT(violationWith([](PDEVICE_OBJECT, PIRP) NTAPI {}),
               MatchesRegex("IoCancelIrp: IRP 0x.*: the cancel routine returned with the cancel "
                            "spin lock held"));
-  EXPECT_THAT(violationWith([](PDEVICE_OBJECT, PIRP) { IoReleaseCancelSpinLock(DISPATCH_LEVEL); }),
-              MatchesRegex("IoCancelIrp: IRP 0x.*: the cancel routine returned at level 2 instead "
-                           "of 0"));
+  EXPECT_THAT(
+      violationWith([](PDEVICE_OBJECT, PIRP) NTAPI { IoReleaseCancelSpinLock(DISPATCH_LEVEL); }),
+      MatchesRegex("IoCancelIrp: IRP 0x.*: the cancel routine returned at level 2 instead "
+                   "of 0"));
 }
 
 TEST(IrpVerifier, RefusesACancelRoutineWithoutAnOwner) {
   EXPECT_THAT(ViolationOf([] {
                 Request request;
-                IoSetCancelRoutine(request.Irp(), [](PDEVICE_OBJECT, PIRP) {});
+                IoSetCancelRoutine(request.Irp(), [](PDEVICE_OBJECT, PIRP) NTAPI {});
                 IoCancelIrp(request.Irp());
               }),
               MatchesRegex("IoCancelIrp: IRP 0x.* has a cancel routine and no driver that could "

@@ -73,7 +73,7 @@ TEST(Verifier, KnowsTheCallsOfLowLevels) {
       {"PsCreateSystemThread", 0,
        [&] {
          PsCreateSystemThread(
-             &handle, 0, nullptr, nullptr, nullptr, [](PVOID) {}, nullptr);
+             &handle, 0, nullptr, nullptr, nullptr, [](PVOID) NTAPI {}, nullptr);
        }},
       {"PsTerminateSystemThread", 0, [] { PsTerminateSystemThread(STATUS_SUCCESS); }},
       {"ObReferenceObjectByHandle", 0,
@@ -295,7 +295,7 @@ TEST(Verifier, RefusesToFreeATimerThatIsSetAndADpcThatIsQueued) {
         [] {
           const Pooled<Watchdog> watchdog;
           KeInitializeDpc(
-              &watchdog->Dpc, [](PKDPC, PVOID, PVOID, PVOID) {}, nullptr);
+              &watchdog->Dpc, [](PKDPC, PVOID, PVOID, PVOID) NTAPI {}, nullptr);
           KeInsertQueueDpc(&watchdog->Dpc, nullptr, nullptr);
           watchdog.Free();
         },
@@ -335,7 +335,7 @@ TEST(Verifier, RefusesToFreeLocksThatAreHeld) {
 }
 
 TEST(Verifier, RefusesAWorkItemThatIsQueuedTwiceOrFreedInTheQueue) {
-  const auto routine = [](PDEVICE_OBJECT, PVOID) {};
+  const auto routine = [](PDEVICE_OBJECT, PVOID) NTAPI {};
   std::string twice;
   std::string freed;
   for (std::uint64_t seed = 1; seed <= 20; ++seed) {
@@ -391,7 +391,7 @@ TEST(Verifier, RefusesADpcThatReturnsAtAnotherLevel) {
   EXPECT_EQ(ViolationOf([] {
               KDPC dpc;
               KeInitializeDpc(
-                  &dpc, [](PKDPC, PVOID, PVOID, PVOID) { KeLowerIrql(0); }, nullptr);
+                  &dpc, [](PKDPC, PVOID, PVOID, PVOID) NTAPI { KeLowerIrql(0); }, nullptr);
               KeInsertQueueDpc(&dpc, nullptr, nullptr);
               Sleep(1);
             }),
@@ -402,7 +402,7 @@ TEST(Verifier, RefusesADpcThatWaits) {
   EXPECT_EQ(ViolationOf([] {
               KDPC dpc;
               KeInitializeDpc(
-                  &dpc, [](PKDPC, PVOID, PVOID, PVOID) { Sleep(1); }, nullptr);
+                  &dpc, [](PKDPC, PVOID, PVOID, PVOID) NTAPI { Sleep(1); }, nullptr);
               KeInsertQueueDpc(&dpc, nullptr, nullptr);
               Sleep(1);
             }),

@@ -1,0 +1,18 @@
+# Writes OUTPUT from TEMPLATE with the files of FOLDER as arrays of their bytes.
+file(GLOB files "${FOLDER}/*.html" "${FOLDER}/*.css" "${FOLDER}/*.js" "${FOLDER}/*.svg" "${FOLDER}/*.png")
+set(LIDCAM_PAGE_ARRAYS "")
+set(LIDCAM_PAGE_ROWS "")
+set(number 0)
+foreach(file IN LISTS files)
+  cmake_path(GET file FILENAME name)
+  file(READ "${file}" digits HEX)
+  string(REGEX REPLACE "(..)" "\\\\x\\1" bytes "${digits}")
+  # A literal may be followed by another: the compiler joins them.
+  string(REGEX REPLACE "((\\\\x..)(\\\\x..)(\\\\x..)(\\\\x..)(\\\\x..)(\\\\x..)(\\\\x..)(\\\\x..))" "\\1\"\n    \"" bytes "${bytes}")
+  string(LENGTH "${digits}" length)
+  math(EXPR length "${length} / 2")
+  string(APPEND LIDCAM_PAGE_ARRAYS "constexpr char kFile${number}[] =\n    \"${bytes}\";\n\n")
+  string(APPEND LIDCAM_PAGE_ROWS "    {\"${name}\", {kFile${number}, ${length}}},\n")
+  math(EXPR number "${number} + 1")
+endforeach()
+configure_file("${TEMPLATE}" "${OUTPUT}" @ONLY)
