@@ -575,6 +575,15 @@ def write(folder, seeds):
         (folder / f"seed-{number:03}").write_bytes(seed)
 
 
+def control_requests():
+    yield b'{"do":"status"}\n{"do":"controls"}\n{"do":"get"}\n{"do":"still","value":7}\n'
+    yield b'{"do":"get","names":["Brightness","mirror"]}\n{"do":"set","set":["Contrast=12","Mirror=1"]}\n'
+    yield b'{"do":"set","set":["Brightness=999"]}\n{"do":"set","set":["Nothing=1"]}\n{"do":"set"}\n'
+    yield b'{"do":"get","names":[1]}\n{"do":"still","value":"x"}\n{"do":"other"}\n{"do":3}\n'
+    yield b'{"do":"set","set":["AutoExposure=0","Exposure=3","Gain=5"]}\n{"do":"controls"}\n'
+    yield b"[" * 20000 + b"\n"
+
+
 def main():
     if len(sys.argv) != 3:
         raise program_end.WrongUse("usage: fuzz/seeds.py LIDCAM FOLDER")
@@ -594,6 +603,7 @@ def main():
     write(folder / "usb_descriptor", usb_descriptors())
     write(folder / "completion_sequence", completions())
     write(folder / "command_line", command_lines())
+    write(folder / "control_request", control_requests())
     write(folder / "usbip_client", usbip_clients())
     write(folder / "usbredir_client", usbredir_clients())
 

@@ -45,18 +45,17 @@ class InstallTest(unittest.TestCase):
                          ["card-0001.png", "card-0002.png"])
 
     def test_the_installed_program_finds_its_modules(self):
-        program = self.install()
-        modules = [name for _, _, names in os.walk(self.path("prefix/lib")) for name in names
+        modules = [name for _, _, names in os.walk(os.path.join(self.installed, "lib")) for name in names
                    if name.startswith("lidcam-") and name.endswith(".so")]
         if "lidcam-film.so" not in modules:
             self.skipTest("built without films")
         film = self.path("clip.mkv")
-        run(program, "stream", "--fast", "--frames", "2", "-o", film, env={"HOME": self.folder})
+        run(self.program, "stream", "--fast", "--frames", "2", "-o", film, env={"HOME": self.folder})
         self.assertGreater(os.path.getsize(film), 1000)
 
     def test_the_udev_rule_gives_every_identity_to_users_before_seats_are_looked_at(self):
         folder = os.path.join(self.installed, "lib/udev/rules.d")
-        (name,) = os.listdir(folder)
+        name = min(os.listdir(folder))
         self.assertTrue("60" <= name[:2] <= "72", name)
         with open(os.path.join(folder, name), encoding="utf-8") as rules:
             lines = [line for line in rules if "idVendor" in line]
@@ -64,6 +63,7 @@ class InstallTest(unittest.TestCase):
         for line in lines:
             self.assertIn('TAG+="uaccess"', line)
             self.assertIn('GROUP="plugdev", MODE="0660"', line)
+            self.assertIn('ENV{LIDCAM_CAMERA}="1"', line)
             vendor = re.search(r'idVendor}=="([^"]*)"', line)[1]
             products = re.search(r'idProduct}=="([^"]*)"', line)[1]
             named += [f"{vendor}:{product}" for product in products.split("|")]
@@ -79,6 +79,56 @@ class InstallTest(unittest.TestCase):
         with open(unit, encoding="utf-8") as lines:
             command = re.search(r"^ExecStart=lidcam (.*)$", lines.read(), re.M)[1]
         self.assertIn("share", run(self.program, *command.split(), "--help"))
+
+    def starts_of_a_session(self, unit):
+        """What the user's systemd would start with a unit: it only plans, as a user without privileges."""
+        run("chmod", "-R", "a+rX", self.folder)
+        as_nobody = ["setpriv", "--reuid", "65534", "--clear-groups"] if os.getuid() == 0 else []
+        environment = dict(os.environ, XDG_RUNTIME_DIR=self.path("run"), XDG_CONFIG_HOME=self.path("config"),
+                           SYSTEMD_UNIT_PATH=f"{self.path('config/systemd/user')}:{self.path('units')}:")
+        plan = subprocess.run([*as_nobody, "/lib/systemd/systemd", "--user", "--test", "--unit", unit],
+                              capture_output=True, text=True, timeout=60, check=False, env=environment).stdout
+        started = re.findall(r"Action: (\S+) -> start", plan)
+        self.assertIn(unit, started)
+        return started
+
+    def test_a_camera_that_is_plugged_in_is_shared_only_where_its_user_has_asked_for_it(self):
+        units = os.path.join(self.installed, "lib/systemd/user")
+        if not os.path.exists(units):
+            self.skipTest("built without libpipewire-0.3")
+        if not os.path.exists("/lib/systemd/systemd") or not shutil.which("setpriv"):
+            self.skipTest("systemd is not installed")
+        share_rules = os.path.join(self.installed, "lib/udev/rules.d/71-lidcam-share.rules")
+        with open(share_rules, encoding="utf-8") as rules:
+            target = re.search(r'SYSTEMD_USER_WANTS}\+="([^"]+)"', rules.read())[1]
+        for folder in ("run", "config/systemd/user", "units"):
+            os.makedirs(self.path(folder))
+        os.chmod(self.path("run"), 0o777)
+        for name in os.listdir(units):
+            shutil.copy(os.path.join(units, name), self.path("units"))
+        with open(self.path("units/pipewire.service"), "w", encoding="utf-8") as unit:
+            unit.write("[Service]\nExecStart=/bin/true\n")
+        self.assertNotIn("lidcam-share.service", self.starts_of_a_session(target))
+        # What systemctl --user add-wants does.
+        os.makedirs(self.path(f"config/systemd/user/{target}.wants"))
+        os.symlink(self.path("units/lidcam-share.service"),
+                   self.path(f"config/systemd/user/{target}.wants/lidcam-share.service"))
+        self.assertIn("lidcam-share.service", self.starts_of_a_session(target))
+
+    def test_udev_names_what_a_session_may_start_with_a_camera_and_with_no_other_device(self):
+        rules = self.path("rules.d")
+        shutil.copytree(os.path.join(self.installed, "lib/udev/rules.d"), rules)
+        if not os.path.exists(os.path.join(rules, "71-lidcam-share.rules")):
+            self.skipTest("built without libpipewire-0.3")
+        # udev reads rules of the system only: these are there for one program.
+        test = ["unshare", "-m", "sh", "-c", "mkdir -p /etc/udev/rules.d && mount --bind \"$0\" /etc/udev/rules.d && "
+                "udevadm test --action=add /sys/class/mem/null 2>&1", rules]
+        if os.getuid() != 0 or subprocess.run(test, capture_output=True, timeout=60, check=False).returncode != 0:
+            self.skipTest("udev's rules can't be tried here")
+        self.assertNotIn("SYSTEMD_USER_WANTS", run(*test))
+        with open(os.path.join(rules, "70-as-camera.rules"), "w", encoding="utf-8") as rule:
+            rule.write('SUBSYSTEM=="mem", ENV{LIDCAM_CAMERA}="1"\n')
+        self.assertIn("SYSTEMD_USER_WANTS=lidcam-camera.target\n", run(*test))
 
     def test_the_installed_program_tells_the_projects_version(self):
         with open(os.path.join(BUILD, "CMakeCache.txt"), encoding="utf-8") as cache:

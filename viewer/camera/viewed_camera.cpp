@@ -27,7 +27,7 @@ std::shared_ptr<const Picture> PictureOf(const app::LentFrame& frame, std::int64
       Picture{.Yuy2 = {bytes, bytes + frame.Bytes().size()},
               .Size = facts.Size,
               .Number = number,
-              .Drops = facts.Position.DropCount,
+              .Drops = facts.LostCount,
               .Seconds = static_cast<double>(facts.Position.PresentationTime) * kSecondsPerUnit,
               .Monotonic = monotonic,
               .Exposure = facts.Loop.Exposure,

@@ -1,5 +1,6 @@
 #include "apps/lidcam/frames/frame_log.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cinttypes>
@@ -51,10 +52,13 @@ FrameLog::FrameLog(const std::string& path, std::optional<camera_model::LightSch
 
 void FrameLog::Add(FrameRow row) {
   row.Frame = ++frames_;
+  const double start = std::chrono::duration<double>(partStart_).count();
   if (light_) {
     row.Lux = camera_model::LuxAt(*light_, row.Seconds);
-    row.LuxSince = BeginOf(*light_, row.Seconds);
+    row.LuxSince = BeginOf(*light_, row.Seconds) + start;
   }
+  // The bus's clock may be a little ahead of this machine's, by which the parts begin.
+  row.Seconds = newest_ = std::max(row.Seconds + start, newest_);
   file_.Write(ToCsv(row) + "\n");
   file_.MarkWhole();
 }

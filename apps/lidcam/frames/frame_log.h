@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -26,6 +27,11 @@ class FrameLog {
   /// @param light  of a simulated scene; nothing leaves the column empty
   FrameLog(const std::string& path, std::optional<camera_model::LightSchedule> light);
 
+  /// A stream begins, whose times begin at 0; its light begins anew, too.
+  ///
+  /// @param start  of this one, behind the first one's; 0 for the first
+  void BeginPart(std::chrono::microseconds start) { partStart_ = start; }
+
   /// Appends a frame's row, with its number and the light of its time. Throws CommandError.
   void Add(FrameRow row);
 
@@ -36,6 +42,8 @@ class FrameLog {
  private:
   OutputFile file_;
   std::optional<camera_model::LightSchedule> light_;
+  std::chrono::microseconds partStart_{};
+  double newest_ = 0;  ///< seconds
   std::uint64_t frames_ = 0;
 };
 

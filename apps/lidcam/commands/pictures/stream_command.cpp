@@ -1,3 +1,4 @@
+#include <chrono>
 #include <cmath>
 #include <cstdint>
 #include <memory>
@@ -27,6 +28,22 @@ struct StreamCommand {
   std::optional<std::string> Log;
   std::optional<std::string> Faults;
   std::optional<std::uint64_t> Fps;
+};
+
+/// Tells when each part of a stream begins: a camera that is plugged in again counts its time anew.
+class PartClock {
+ public:
+  /// Time from the first part's begin to this one's.
+  std::chrono::microseconds BeginPart() {
+    const Clock::time_point now = Clock::now();
+    if (!start_) start_ = now;
+    return std::chrono::duration_cast<std::chrono::microseconds>(now - *start_);
+  }
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  std::optional<Clock::time_point> start_;
 };
 
 std::uint64_t WholeRateOf(std::int64_t interval) {
@@ -94,10 +111,13 @@ void Run(const StreamCommand& command) {
   StreamResult result;
   try {
     const StreamSize fitting = FitToCamera(size, choice);
+    PartClock clock;
     const StreamPart part = [&](const CameraChoice& camera, const StreamLimits& left,
                                 bool isFirst) {
       // A script's faults are those of the first part.
-      if (writer) writer->BeginPart();
+      const std::chrono::microseconds start = clock.BeginPart();
+      if (writer) writer->BeginPart(start);
+      if (log) log->BeginPart(start);
       if (!isFirst) port.emplace(OpenCamera(camera), std::nullopt, LikelyDuration(left));
       StreamResult streamed;
       testbed::RunThenEnd(

@@ -87,12 +87,6 @@ FrameOutput::FrameOutput(const FrameOutputSetup& setup)
 
 FrameOutput::~FrameOutput() = default;
 
-void FrameOutput::BeginPart() {
-  const Clock::time_point now = Clock::now();
-  if (!start_) start_ = now;
-  partStart_ = std::chrono::duration_cast<std::chrono::microseconds>(now - *start_);
-}
-
 void FrameOutput::Write(const OutputFrame& frame) {
   OutputFrame taken = frame;
   taken.Number = ++count_;

@@ -36,8 +36,10 @@ class FrameOutput : public FrameWriter {
   explicit FrameOutput(const FrameOutputSetup& setup);
   ~FrameOutput() override;
 
-  /// A stream begins. Times of one that continues an earlier one begin at 0 again, and count from here on.
-  void BeginPart();
+  /// A stream begins, whose times begin at 0.
+  ///
+  /// @param start  of this one, behind the first one's; 0 for the first
+  void BeginPart(std::chrono::microseconds start) { partStart_ = start; }
 
   void Write(const OutputFrame& frame) override;
   void Finish() override;
@@ -47,14 +49,11 @@ class FrameOutput : public FrameWriter {
   [[nodiscard]] std::string Note() const override;
 
  private:
-  using Clock = std::chrono::steady_clock;
-
   [[nodiscard]] bool IsWanted(const OutputFrame& frame);
 
   const std::uint64_t skip_;
   const std::optional<std::chrono::microseconds> every_;
   std::unique_ptr<FrameWriter> next_;
-  std::optional<Clock::time_point> start_;  ///< of the first part
   std::chrono::microseconds partStart_{};
   std::chrono::microseconds newest_{-1};
   std::chrono::microseconds due_{};  ///< of the next wanted frame

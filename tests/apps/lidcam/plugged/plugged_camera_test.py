@@ -7,9 +7,11 @@ and nearly all of the tests' time is waiting for their frames.
 """
 
 import concurrent.futures
+import csv
 import json
 import os
 import re
+import shutil
 import subprocess
 import sys
 import unittest
@@ -177,6 +179,32 @@ class PluggedCameraTest(command_line.CommandLineTest):
         self.assertIn("camera usb:1-2.3:1af0:0511 is back: the stream goes on", text)
         self.assertIn("60 frames delivered", text)
         self.assertEqual(os.path.getsize(self.path("clip.yuy2")), 60 * 640 * 480 * 2)
+
+    def test_film_and_log_go_on_in_one_time_when_the_camera_is_back(self):
+        self.machine(CAMERA, "at 1500 unplug 1", "at 2500 " + CAMERA)
+        result = self.run_lidcam("stream", "--wait", "-q", "--frames", "60", "-o", self.path("clip.mkv"), "--log",
+                                 self.path("log.csv"))
+        text = result.stderr.decode()
+        if "built without" in text:
+            self.skipTest("built without films")
+        self.assertEqual(result.returncode, 0, text)
+        with open(self.path("log.csv"), newline="", encoding="ascii") as rows:
+            logged = [float(row["time_s"]) for row in csv.DictReader(rows)]
+        self.assertEqual(len(logged), 60)
+        self.assertEqual(logged, sorted(logged))
+        # The second in which there was no camera.
+        self.assertGreater(max(after - before for before, after in zip(logged, logged[1:])), 0.9)
+        if shutil.which("ffprobe"):
+            probed = subprocess.run(
+                ["ffprobe", "-v", "error", "-show_entries", "frame=pts_time", "-of", "json", self.path("clip.mkv")],
+                capture_output=True, check=True, timeout=60)
+            times = [float(frame["pts_time"]) for frame in json.loads(probed.stdout)["frames"]]
+            self.assertEqual(len(times), 60)
+            for film, log in zip(times, logged):
+                self.assertAlmostEqual(film, log, delta=0.002)
+        if shutil.which("gnuplot"):
+            self.lidcam("plot", self.path("log.csv"), "-o", self.path("loop.svg"))
+            self.assertGreater(os.path.getsize(self.path("loop.svg")), 1000)
 
     def test_with_wait_a_camera_that_leaves_before_its_first_frame_is_waited_for(self):
         self.machine(CAMERA, "at 0 unplug 1", "at 1000 " + CAMERA)
