@@ -111,6 +111,28 @@ TEST(SimulationChecks, TornFrameThatAClientGetsIsFound) {
                 "a client gets a torn frame");
 }
 
+// The pin's buffers are those of the format that it was connected with. The camera's first frame, whose stamp is that
+// of a buffer that nobody has written, passes before the stream runs.
+TEST(SimulationChecks, PictureWithoutRoomInItsBufferIsNotATornOne) {
+  const RunResult result = Play([](Stage& stage) {
+    ClientStage& clients = ClientStage::On(stage, {});
+    clients.PlugIn({});
+    clients.Start();
+    {
+      const client::Camera camera = client::Camera::Open(clients.TopDevice());
+      CheckedStream stream(stage, true, camera, camera.FormatOf(160, 120), 5);
+      stage.Require(stream.SetFormat(camera.FormatOf(352, 288)) == STATUS_SUCCESS, "no format");
+      stage.Require(stream.SetState(KSSTATE_ACQUIRE) == STATUS_SUCCESS, "no stream");
+      stage.Sleep(100 * kMillisecond);
+      stage.Require(stream.Run() == STATUS_SUCCESS, "the stream doesn't run");
+      for (int frames = 0; frames < 30; ++frames) static_cast<void>(stream.Take(kSecond));
+      stream.Stop();
+    }
+    clients.Close();
+  });
+  EXPECT_EQ(result.Outcome, Verdict::Passed) << result.What << result.Trace;
+}
+
 TEST(SimulationChecks, FrameThatNeverComesToAClientIsFound) {
   ExpectFailure(Play([](Stage& stage) {
                   ClientStage& clients = ClientStage::On(stage, {});
