@@ -18,7 +18,8 @@ SCRIPTS = ROOT / "scripts"
 
 
 # Scripts that do their work without an argument.
-WITH_DEFAULTS = ("check-kernel-objects", "check-layers", "mutate-ordering", "test-changed", "test-usb", "test-v4l2")
+WITH_DEFAULTS = ("bench-simulation", "check-kernel-objects", "check-layers", "mutate-ordering", "test-changed",
+                 "test-usb", "test-v4l2")
 
 
 def python_scripts():
