@@ -131,12 +131,13 @@ RunResult RunScenario(const Scenario& scenario, const RunKey& key, bool keepsTra
   Stage stage(played, trace);
   std::uint64_t schedule = 0;
   {
-    host::SimulatedScheduler world({.Seed = key.Seed,
-                                    .Kind = played.Options.Scheduler,
-                                    .HasPreemptionPoints = played.Options.HasPoints,
-                                    .AtSwitchPoint = [&stage](const host::SwitchPlace& place) {
-                                      return stage.AtSwitchPoint(place);
-                                    }});
+    host::SimulatedScheduler world(
+        {.Seed = key.Seed,
+         .Kind = played.Options.Scheduler,
+         .HasPreemptionPoints = played.Options.HasPoints,
+         .AtSwitchPoint =
+             [&stage](const host::SwitchPlace& place) { return stage.AtSwitchPoint(place); },
+         .AtRest = [&stage] { return stage.WrongAtRest(); }});
     try {
       Player(scenario, stage, result).Play();
       world.Finish();

@@ -127,12 +127,13 @@ NTSTATUS CheckedStream::Take(LONGLONG timeout) {
   return STATUS_SUCCESS;
 }
 
-// Every pixel of a picture has the stamp of a frame that the camera sent, also after resampling.
+// Every pixel of a picture has the stamp of a frame that the camera sent, also after resampling. A picture that has
+// no room in its buffer isn't written at all.
 bool CheckedStream::IsWhole(std::span<const std::byte> picture) const {
   const auto pixels =
       static_cast<std::size_t>(format_.Width()) * static_cast<std::size_t>(format_.Height()) * 2;
-  const auto seen = picture.first(std::min(pixels, picture.size()));
-  if (seen.empty()) return true;
+  if (pixels == 0 || pixels > picture.size()) return true;
+  const auto seen = picture.first(pixels);
   const auto stamp = std::to_integer<std::uint8_t>(seen.front());
   return stage_.Camera().HasSent(stamp) &&
          std::ranges::all_of(seen, [&seen](std::byte byte) { return byte == seen.front(); });

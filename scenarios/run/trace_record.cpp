@@ -42,6 +42,7 @@ void TraceRecord::Add(std::string_view line) {
   Look(line);
   lines_.emplace_back(line);
   if (!keepsAll_ && lines_.size() > kLinesKept) lines_.pop_front();
+  if (look_) look_(line);
 }
 
 void TraceRecord::Look(std::string_view line) {

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -21,6 +22,9 @@ class TraceRecord {
   TraceRecord(const TraceRecord&) = delete;
   TraceRecord& operator=(const TraceRecord&) = delete;
   ~TraceRecord();
+
+  /// Calls `look` with each line, on the thread whose line it is; null ends that.
+  void Watch(std::function<void(std::string_view line)> look) { look_ = std::move(look); }
 
   /// Adds a line of the simulation itself.
   void Add(std::string_view line);
@@ -50,6 +54,7 @@ class TraceRecord {
   const bool keepsAll_;
   std::uint64_t hash_;
   std::deque<std::string> lines_;
+  std::function<void(std::string_view line)> look_;
   std::uint64_t recoveries_ = 0;
   bool isRecovering_ = false;
   bool hasTwoRecoveries_ = false;

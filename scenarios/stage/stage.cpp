@@ -4,11 +4,13 @@
 #include "platform/host/nt/scheduling/scheduler.h"
 #include "platform/host/nt/scheduling/violation.h"
 #include "platform/host/nt/verifier/kernel_faults.h"
+#include "scenarios/run/value_of.h"
 
 namespace lidcam::scenarios {
 
 Stage::Stage(const RunKey& key, TraceRecord& trace)
     : RunChecks(key.Seed), key_(key), trace_(trace), chance_(key.Seed, 1) {
+  trace_.Watch([this](std::string_view line) { CheckLine(line); });
   if (key.Options.HasStalls) RunStalls().BeginAnywhere();
   if (key.Options.HasExposure) around_ = std::make_unique<Surroundings>(key.Seed);
 }
@@ -54,6 +56,15 @@ void Stage::CheckRequest(PIRP irp, const URB& urb) {
   const std::string wrong = requests_.WrongSend(irp, urb, trace_.HasFailedSend());
   RequireAlways(wrong.empty(), wrong);
   RequireAlways(!trace_.HasTwoRecoveries(), "a recovery is scheduled while one is under way");
+}
+
+void Stage::CheckLine(std::string_view line) {
+  if (StreamChecks::IsAcquisition(line)) {
+    const UsbCaptureDevice* const usb = guest_->Usb();
+    if (usb != nullptr) streamChecks_.Begin(*ValueOf(usb->UsbStream));
+  }
+  const std::string wrong = streamChecks_.Look(line);
+  RequireAlways(wrong.empty(), wrong);
 }
 
 void Stage::TakeUpBus() {

@@ -15,6 +15,7 @@
 #include "scenarios/stage/request_checks.h"
 #include "scenarios/stage/run_checks.h"
 #include "scenarios/stage/stage_guest.h"
+#include "scenarios/stage/stream_checks.h"
 #include "testbed/transport_testbed.h"
 
 namespace lidcam::scenarios {
@@ -36,6 +37,9 @@ struct PlugOptions {
 class Stage final : public RunChecks {
  public:
   Stage(const RunKey& key, TraceRecord& trace);
+  Stage(const Stage&) = delete;
+  Stage& operator=(const Stage&) = delete;
+  ~Stage() { trace_.Watch(nullptr); }
 
   [[nodiscard]] Random& Chance() { return chance_; }
   [[nodiscard]] const RunKey& Key() const { return key_; }
@@ -78,6 +82,10 @@ class Stage final : public RunChecks {
   /// Unplugs the device at the `number`-th switch point of the run.
   void UnplugAt(std::uint64_t number) { unplugAt_ = number; }
   LONGLONG AtSwitchPoint(const host::SwitchPlace& place);
+  /// The rule that is broken while all threads wait; empty if none is.
+  [[nodiscard]] std::string WrongAtRest() const {
+    return streamChecks_.WrongAtRest(trace_.HasFailedSend(), trace_.HasFailedDrain());
+  }
   /// Makes the `number`-th allocation from now on fail; the `number`-th call of a kernel function.
   void FailAllocation(std::uint64_t number);
   void FailCall(const char* function, std::uint64_t number, NTSTATUS status);
@@ -113,6 +121,7 @@ class Stage final : public RunChecks {
 
  private:
   void CheckRequest(PIRP irp, const URB& urb);
+  void CheckLine(std::string_view line);
 
   const RunKey key_;
   TraceRecord& trace_;
@@ -122,6 +131,7 @@ class Stage final : public RunChecks {
   std::unique_ptr<bus::FaultBus> faults_;
   std::unique_ptr<Interposer> interposer_;
   RequestChecks requests_;
+  StreamChecks streamChecks_;
   std::unique_ptr<StageGuest> guest_;
   std::uint64_t unplugAt_ = 0;
   bool allowsDisturbed_ = false;

@@ -9,6 +9,7 @@
 #include "scenarios/clients/checked_stream.h"
 #include "scenarios/clients/client_stage.h"
 #include "scenarios/runner.h"
+#include "scenarios/stage/request_checks.h"
 #include "scenarios/stage/transport_stage.h"
 
 namespace lidcam::scenarios {
@@ -109,6 +110,28 @@ TEST(SimulationChecks, TornFrameThatAClientGetsIsFound) {
                   }
                 }),
                 "a client gets a torn frame");
+}
+
+// The pin's buffers are those of the format that it was connected with. The camera's first frame, whose stamp is that
+// of a buffer that nobody has written, passes before the stream runs.
+TEST(SimulationChecks, PictureWithoutRoomInItsBufferIsNotATornOne) {
+  const RunResult result = Play([](Stage& stage) {
+    ClientStage& clients = ClientStage::On(stage, {});
+    clients.PlugIn({});
+    clients.Start();
+    {
+      const client::Camera camera = client::Camera::Open(clients.TopDevice());
+      CheckedStream stream(stage, true, camera, camera.FormatOf(160, 120), 5);
+      stage.Require(stream.SetFormat(camera.FormatOf(352, 288)) == STATUS_SUCCESS, "no format");
+      stage.Require(stream.SetState(KSSTATE_ACQUIRE) == STATUS_SUCCESS, "no stream");
+      stage.Sleep(100 * kMillisecond);
+      stage.Require(stream.Run() == STATUS_SUCCESS, "the stream doesn't run");
+      for (int frames = 0; frames < 30; ++frames) static_cast<void>(stream.Take(kSecond));
+      stream.Stop();
+    }
+    clients.Close();
+  });
+  EXPECT_EQ(result.Outcome, Verdict::Passed) << result.What << result.Trace;
 }
 
 TEST(SimulationChecks, FrameThatNeverComesToAClientIsFound) {
@@ -226,16 +249,28 @@ TEST(SimulationChecks, SecondSynchronousRequestAtATimeIsFound) {
                 "a synchronous request is sent while another one is under way (at step 'start')");
 }
 
-TEST(SimulationChecks, TransferThatIsInFlightTwiceIsFound) {
-  ExpectFailure(Play([](Stage& stage) {
-                  TransportStage& camera = TransportStage::On(stage);
-                  camera.PlugInAndStream();
-                  for (IsoTransfer& transfer : TransfersOf(*camera.Stream())) {
-                    InterlockedIncrement(&transfer.InFlight);
-                  }
-                  stage.Sleep(500 * kMillisecond);
-                }),
-                "a transfer is sent that is in flight 2 times");
+TEST(RequestChecks, TransferIsInFlightOnceWhenItIsSent) {
+  const RunResult result = Play([](Stage&) {
+    IsoTransfer transfer{};
+    ReferenceCountedMemory memory{};
+    memory.Owner = &transfer;
+    PIRP const irp = IoAllocateIrp(1, FALSE);
+    IoSetNextIrpStackLocation(irp);
+    IoGetCurrentIrpStackLocation(irp)->Context = &memory;
+    URB urb{};
+    urb.UrbHeader.Function = URB_FUNCTION_ISOCH_TRANSFER;
+    RequestChecks checks;
+    transfer.InFlight = 1;
+    EXPECT_EQ(checks.WrongSend(irp, urb, false), "");
+    for (const LONG wrong : {0, 2}) {
+      transfer.InFlight = wrong;
+      EXPECT_EQ(checks.WrongSend(irp, urb, false),
+                "a transfer is sent that is in flight " + std::to_string(wrong) + " times");
+      EXPECT_EQ(checks.WrongSend(irp, urb, true), "");
+    }
+    IoFreeIrp(irp);
+  });
+  EXPECT_EQ(result.Outcome, Verdict::Passed) << result.What;
 }
 
 TEST(SimulationChecks, RecoveryThatIsScheduledDuringAnotherIsFound) {
@@ -250,6 +285,94 @@ TEST(SimulationChecks, RecoveryThatIsScheduledDuringAnotherIsFound) {
                   stage.Sleep(500 * kMillisecond);
                 }),
                 "a recovery is scheduled while one is under way");
+}
+
+// ---- The stream's records.
+
+using BreakStream = void (*)(Stage& stage, UsbStreamRecord& stream);
+
+/// What a run finds whose stream's records are broken by hand.
+RunResult PlayBroken(BreakStream breakStream) {
+  static BreakStream toBreak;
+  toBreak = breakStream;
+  return Play([](Stage& stage) {
+    TransportStage& camera = TransportStage::On(stage);
+    camera.PlugInAndStream();
+    stage.Sleep(100 * kMillisecond);
+    toBreak(stage, *camera.Stream());
+    stage.Sleep(kMillisecond / 10);
+  });
+}
+
+TEST(StreamChecks, RecoveryWhoseWaitEndsAheadOfHaltedIsFound) {
+  ExpectFailure(PlayBroken([](Stage& stage, UsbStreamRecord& stream) {
+                  stage.Trace().Add("recovery idle status=00000000");
+                  stream.Halted = 1;
+                  stage.Trace().Add("recovery idle status=00000102");
+                  stage.Trace().Add("recovery idle status=00000000");
+                }),
+                "a recovery's wait has ended, and its flag or Halted is still set");
+}
+
+TEST(StreamChecks, StopWhoseWaitEndsAheadOfItsFlagIsFound) {
+  ExpectFailure(PlayBroken([](Stage& stage, UsbStreamRecord& stream) {
+                  SetWaitFlag(stream, StopWaitArmed);
+                  stage.Trace().Add("drain ends status=00000000");
+                }),
+                "a stop's wait has ended, and its flag is still set");
+}
+
+TEST(StreamChecks, WatchdogThatDoesNotTickAgainIsFound) {
+  ExpectFailure(
+      PlayBroken([](Stage&, UsbStreamRecord& stream) { KeCancelTimer(&stream.WatchdogTimer); }),
+      "the watchdog is on and its timer isn't set");
+}
+
+TEST(StreamChecks, TimerOfAWatchdogThatIsOffIsFound) {
+  ExpectFailure(
+      PlayBroken([](Stage&, UsbStreamRecord& stream) { ClearWaitFlag(stream, WatchdogRunning); }),
+      "the watchdog is off and its timer is set");
+}
+
+TEST(StreamChecks, SecondRecoveryIsFound) {
+  ExpectFailure(PlayBroken([](Stage&, UsbStreamRecord& stream) {
+                  InterlockedExchange(&stream.Device->ResetGuard, 1);
+                }),
+                "two recoveries are under way");
+}
+
+TEST(StreamChecks, QueuedTransferOfWhichTheFrameThreadDoesNotKnowIsFound) {
+  ExpectFailure(PlayBroken([](Stage&, UsbStreamRecord& stream) {
+                  InterlockedIncrement(&stream.Pipeline->CompletedCount);
+                }),
+                "a transfer is queued, and the frame thread isn't woken");
+}
+
+TEST(StreamChecks, TransferThatIsCountedTwiceIsFound) {
+  ExpectFailure(PlayBroken([](Stage&, UsbStreamRecord& stream) {
+                  InterlockedIncrement(&TransfersOf(stream)[0].InFlight);
+                }),
+                "a transfer counts as in flight 2 times and is");
+}
+
+TEST(StreamChecks, TransferInFlightThatItsOwnerAloneReferencesIsFound) {
+  ExpectFailure(PlayBroken([](Stage&, UsbStreamRecord& stream) {
+                  InterlockedDecrement(&TransfersOf(stream)[0].Memory->Holds);
+                }),
+                "a transfer in flight has not two references");
+}
+
+TEST(StreamChecks, TransferThatNothingUsesAndThatIsReferencedTwiceIsFound) {
+  ExpectFailure(Play([](Stage& stage) {
+                  TransportStage& camera = TransportStage::On(stage);
+                  camera.PlugInAndStream();
+                  stage.Sleep(100 * kMillisecond);
+                  camera.Pause();
+                  stage.Sleep(100 * kMillisecond);
+                  InterlockedIncrement(&TransfersOf(*camera.Stream())[0].Memory->Holds);
+                  stage.Sleep(kMillisecond);
+                }),
+                "a transfer that nothing uses has a second reference");
 }
 
 }  // namespace

@@ -182,11 +182,23 @@ void PrintList() {
   }
 }
 
-void PrintTally(const Tally& tally, const SimulateCommand& command) {
+std::string OptionsText(const SimulateCommand& command) {
+  std::string text = "--scenario " + command.ScenarioName;
+  if (command.IsMixed) return text + " --mix";
+  if (command.Step) text += " --step " + std::to_string(*command.Step);
+  if (command.HasAllSteps) text += " --every-step";
+  return text + ToString(command.Options) + " --scheduler " + command.Scheduler;
+}
+
+void PrintTally(const Tally& tally, const SeedRange& seeds, const SimulateCommand& command) {
   const double seconds = tally.Seconds();
   const double rate = seconds > 0 ? static_cast<double>(tally.Runs) / seconds : 0;
   if (command.IsJson) {
-    const nlohmann::json json{{"runs", tally.Runs},
+    const nlohmann::json json{{"firstSeed", seeds.First},
+                              {"interrupted", IsInterrupted()},
+                              {"lastSeed", seeds.Last},
+                              {"options", OptionsText(command)},
+                              {"runs", tally.Runs},
                               {"failed", tally.Failures},
                               {"statedHangs", tally.Hangs},
                               {"cutShort", tally.CutShort},
@@ -270,7 +282,7 @@ void Run(const SimulateCommand& command) {
   for (std::uint64_t seed = seeds.First; seed <= seeds.Last && !IsInterrupted(); ++seed) {
     for (const Scenario* const scenario : scenarios) Play(*scenario, seed, command, tally);
   }
-  PrintTally(tally, command);
+  PrintTally(tally, seeds, command);
   if (tally.Failures != 0) {
     throw CommandError(std::to_string(tally.Failures) + " of " + std::to_string(tally.Runs) +
                        " runs failed; each can be played again by the command below it");

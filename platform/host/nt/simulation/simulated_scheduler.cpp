@@ -216,6 +216,17 @@ bool SimulatedScheduler::MoveTime() {
   return true;
 }
 
+// A thread that is in a preemption point can run or is stalled: nothing is reported in one.
+void SimulatedScheduler::CheckAtRest(Guard& guard) {
+  const bool isAtRest = std::ranges::all_of(threads_, [this](const Thread* thread) {
+    return thread->StalledUntil <= now_ &&
+           (thread->HasStopped || thread->State == Thread::RunState::Blocked);
+  });
+  if (!isAtRest) return;
+  const std::string wrong = options_.AtRest();
+  if (!wrong.empty()) ReportUnderLock("simulation", wrong, guard);
+}
+
 Thread& SimulatedScheduler::ChooseNext(Guard& guard) {
   // The youngest ends first: threads use objects of the threads that made them.
   if (isStopping_) return *threads_.back();
@@ -225,6 +236,7 @@ Thread& SimulatedScheduler::ChooseNext(Guard& guard) {
     if (eager != nullptr) return *eager;
     const auto isReady = [this](const Thread* thread) { return IsReady(*thread); };
     if (isFinishing_ && std::ranges::none_of(threads_, isReady) && !EndOfStalls()) return main_;
+    if (options_.AtRest) CheckAtRest(guard);
     if (MoveTime()) continue;
     // Threads that only spin may leave their loops; the limit of the standstill detects if not.
     if (Thread* const spinning = PickWhere(isReady)) return *spinning;

@@ -46,6 +46,12 @@ struct SimulationOptions {
   ///
   /// @return how long the thread is stalled there while time advances, 100 ns; 0: not at all
   std::function<LONGLONG(const SwitchPlace& place)> AtSwitchPoint{};
+
+  /// Called whenever all threads wait and none is stalled, before time advances, on any thread. Mustn't
+  /// call the kernel.
+  ///
+  /// @return a violation, which ends the world; empty without one
+  std::function<std::string()> AtRest{};
 };
 
 /// Distinguishes one run from another.
@@ -101,6 +107,7 @@ class SimulatedScheduler final : public Scheduler {
   [[nodiscard]] bool IsReady(const Thread& thread) const;
   [[nodiscard]] bool OnlySpins(const Thread& thread) const;
   Thread& ChooseNext(Guard& guard);
+  void CheckAtRest(Guard& guard);
   [[nodiscard]] std::optional<LONGLONG> EndOfStalls() const;
   bool MoveTime();
   void PassBaton(Thread& self, Thread& next, Guard& guard);

@@ -271,5 +271,54 @@ TEST(Simulation, LeavesTheRealTimeWorldAsItWas) {
   EXPECT_EQ(WaitFor(&event, 0), STATUS_SUCCESS);
 }
 
+TEST(Simulation, IsCheckedWheneverAllItsThreadsWait) {
+  std::vector<int> seen;
+  int state = 0;
+  Simulate({.AtRest =
+                [&] {
+                  seen.push_back(state);
+                  return std::string();
+                }},
+           [&] {
+             TestThread other([&] {
+               state = 1;
+               Sleep(3 * kMillisecond);
+               state = 2;
+             });
+             Sleep(kMillisecond);
+             state = 3;
+             other.Join();
+           });
+  EXPECT_EQ(seen, (std::vector<int>{1, 3}));
+}
+
+TEST(Simulation, EndsWithTheViolationThatThisCheckFinds) {
+  EXPECT_EQ(ViolationOf([] { Sleep(kMillisecond); },
+                        {.AtRest = [] { return std::string("a lost wake-up"); }}),
+            "simulation: a lost wake-up");
+}
+
+// Its locks may be held and its work half done.
+TEST(Simulation, IsNotCheckedWhileAThreadIsStalled) {
+  bool isStalled = false;
+  const auto stall = [&](const SwitchPlace& place) -> LONGLONG {
+    if (isStalled || place.Self.Number == 0) return 0;
+    isStalled = true;
+    return 5 * kMillisecond;
+  };
+  std::vector<LONGLONG> seen;
+  const SimulationOptions options{.AtSwitchPoint = stall, .AtRest = [&] {
+                                    seen.push_back(FindCurrentThread()->World.Now());
+                                    return std::string();
+                                  }};
+  Simulate(options, [] {
+    TestThread other([] { KeGetCurrentIrql(); });
+    for (int i = 0; i < 8; ++i) Sleep(kMillisecond);
+    other.Join();
+  });
+  ASSERT_FALSE(seen.empty());
+  EXPECT_GE(seen.front(), 5 * kMillisecond);
+}
+
 }  // namespace
 }  // namespace lidcam::host
