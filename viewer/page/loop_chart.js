@@ -199,6 +199,7 @@ function drawGain({ context, width, height, colours, steps, x }) {
   );
 }
 
+/** The stages' factors are not published: these are the simulated camera's, which fit the table of operating points. */
 const COARSE = { 1: 1, 2: 1.16, 3: 1.53 };
 
 function drawStates({ context, height, colours, steps, x, width }) {
