@@ -1,12 +1,10 @@
 #include "viewer/camera/viewed_camera.h"
 
 #include <algorithm>
-#include <ctime>
 #include <utility>
 
 #include "library/base/command_error.h"
 #include "library/camera/plugged_camera.h"
-#include "library/camera_list.h"
 
 namespace lidcam::viewer {
 namespace {
@@ -15,28 +13,22 @@ constexpr std::chrono::seconds kRetryInterval{1};
 constexpr std::chrono::seconds kLongestWait{1};
 constexpr std::chrono::seconds kLongestSilence{5};
 constexpr std::size_t kBuffers = 8;
-constexpr const char* kSimulated = "simulated";
-
-double MonotonicNow() {
-  timespec now{};
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return static_cast<double>(now.tv_sec) * 1e3 + static_cast<double>(now.tv_nsec) * 1e-6;
-}
 
 std::shared_ptr<const Picture> PictureOf(const app::LentFrame& frame) {
   constexpr double kSecondsPerUnit = 1e-7;
   constexpr double kMillisecondsPerNanosecond = 1e-6;
   const app::FrameFacts& facts = frame.Facts();
   const auto* const bytes = reinterpret_cast<const std::uint8_t*>(frame.Bytes().data());
-  const double monotonic =
-      static_cast<double>(facts.MonotonicNanoseconds) * kMillisecondsPerNanosecond;
+  constexpr double kMillisecondsPerSecond = 1e3;
+  double monotonic = static_cast<double>(facts.MonotonicNanoseconds) * kMillisecondsPerNanosecond;
+  if (monotonic == 0) monotonic = MonotonicSeconds() * kMillisecondsPerSecond;
   return std::make_shared<const Picture>(
       Picture{.Yuy2 = {bytes, bytes + frame.Bytes().size()},
               .Size = facts.Size,
               .Number = facts.Position.PictureNumber,
               .Drops = facts.Position.DropCount,
               .Seconds = static_cast<double>(facts.Position.PresentationTime) * kSecondsPerUnit,
-              .Monotonic = monotonic == 0 ? MonotonicNow() : monotonic,
+              .Monotonic = monotonic,
               .Exposure = facts.Loop.Exposure,
               .CoarseGain = facts.Loop.CoarseGain,
               .FineGain = facts.Loop.FineGain,
@@ -57,55 +49,7 @@ LoopStep LoopOf(const app::FrameFacts& facts, double monotonic, bool isOnly) {
   return step;
 }
 
-std::string KindOf(const std::string& address) {
-  if (app::IsPluggedIn(address)) return "plugged-in";
-  return app::CaptureFileOf(address) ? "recording" : kSimulated;
-}
-
-std::vector<ControlState> ControlsOf(app::CameraSession& session) {
-  std::vector<ControlState> controls;
-  session.Use([&](app::OpenedCamera& opened) {
-    for (const app::ControlLine& line : app::ReadLines(opened)) {
-      controls.push_back({.Line = line, .Saved = line.Value});
-    }
-  });
-  return controls;
-}
-
-// The bus's time of all packets of the picture stream.
-double LengthOf(const std::string& file) {
-  constexpr double kSecondsPerMicroframe = 125e-6;
-  const bus::CaptureSource source = app::OpenCapture(file, std::nullopt);
-  const auto stream = source.Device().Streams.find(source.StreamEndpoint());
-  if (stream == source.Device().Streams.end()) return 0;
-  return static_cast<double>(stream->second.Packets) * kSecondsPerMicroframe;
-}
-
-void ReadFacts(app::CameraSession& session, CameraState& state) {
-  const app::SessionFacts& facts = session.Facts();
-  state.Unit = facts.Unit;
-  state.Description = api::DescriptionOf(session.Name(), facts.Vendor, facts.Product);
-  state.Sensor = facts.Sensor;
-  state.Sizes.clear();
-  for (const app::SessionFormat& format : facts.Formats) state.Sizes.push_back(format.Size);
-  state.Controls = ControlsOf(session);
-}
-
 }  // namespace
-
-CameraState StateOf(const std::string& address) {
-  CameraState state{.Address = address, .Description = address, .Kind = KindOf(address)};
-  if (state.Kind == kSimulated) state.Simulation = SimulationPanel(address).Now();
-  if (const auto file = app::CaptureFileOf(address)) state.Length = LengthOf(*file);
-  return state;
-}
-
-CameraState DescribeCamera(const app::SessionOptions& options) {
-  app::CameraSession session(options);
-  CameraState state = StateOf(options.Choice.Camera);
-  ReadFacts(session, state);
-  return state;
-}
 
 ViewedCamera::ViewedCamera(Options options, CameraState state, Executor executor,
                            CameraListener& listener)
@@ -263,6 +207,7 @@ void ViewedCamera::Settle(bool isWanted, app::PictureSize size) {
   }
   if (running_) {
     StopStream();
+    unusedSince_ = now;
     Enter(CameraPhase::Off);
   }
   if (session_ && now >= unusedSince_ + options_.Linger) Close();
@@ -426,7 +371,7 @@ void ViewedCamera::PassPictureOn() {
 }
 
 void ViewedCamera::Enter(CameraPhase phase, const std::string& error) {
-  if (state_.Kind == kSimulated) state_.Simulation = panel_.Now();
+  if (state_.Simulation) state_.Simulation = panel_.Now();
   state_.Phase = phase;
   state_.Error = error;
   executor_([this, state = state_] { listener_.CameraChanged(options_.Number, state); });

@@ -13,6 +13,7 @@
 
 #include "library/session/camera_session.h"
 #include "library/settings/trace_observer.h"
+#include "viewer/camera/camera_description.h"
 #include "viewer/camera/camera_state.h"
 #include "viewer/camera/camera_telemetry.h"
 #include "viewer/camera/picture_recording.h"
@@ -38,12 +39,6 @@ class CameraListener {
   /// A picture; the one before may be dropped, if this thread was late.
   virtual void PictureCame(std::size_t camera, std::shared_ptr<const Picture> picture) = 0;
 };
-
-/// What is known of a camera that was never open.
-[[nodiscard]] CameraState StateOf(const std::string& address);
-
-/// Opens a camera and closes it again, to know what it is. Throws UsageError and CommandError.
-[[nodiscard]] CameraState DescribeCamera(const app::SessionOptions& options);
 
 /// A camera that is on only while pages look at it, and may be unplugged and come back.
 ///
@@ -134,6 +129,7 @@ class ViewedCamera {
   void Close();
   void SaveControls(bool areAll);
   void Save(const std::string& name);
+  void Reset(app::CameraSession& session, const std::string& name);
   void Await(bool isWanted);
   void PlayRecording();
   void Rewind();

@@ -21,16 +21,24 @@ void ViewedCamera::SetControl(const std::string& name, std::int32_t value, Done 
 }
 
 void ViewedCamera::ResetControls(const std::string& name, Done done) {
-  Do(
-      [this, name](app::CameraSession& session) {
-        for (const app::SessionControl& control : session.Facts().Controls) {
-          const std::string own(control.Control->Name);
-          if (!name.empty() && &app::FindControl(name) != control.Control) continue;
-          session.ResetControl(own);
-          unsaved_[own] = Clock::now() + kSaveDelay;
-        }
-      },
-      std::move(done));
+  Do([this, name](app::CameraSession& session) { Reset(session, name); }, std::move(done));
+}
+
+// One that is refused doesn't keep the others from their defaults.
+void ViewedCamera::Reset(app::CameraSession& session, const std::string& name) {
+  const app::CameraControl* const only = name.empty() ? nullptr : &app::FindControl(name);
+  std::string trouble;
+  for (const app::SessionControl& control : session.Facts().Controls) {
+    if (only != nullptr && only != control.Control) continue;
+    const std::string own(control.Control->Name);
+    try {
+      session.ResetControl(own);
+      unsaved_[own] = Clock::now() + kSaveDelay;
+    } catch (const app::UsageError& error) {
+      trouble = error.what();
+    }
+  }
+  if (!trouble.empty()) throw app::UsageError(trouble);
 }
 
 void ViewedCamera::SaveControls(bool areAll) {

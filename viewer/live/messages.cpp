@@ -1,7 +1,5 @@
 #include "viewer/live/messages.h"
 
-#include <ctime>
-
 #include "driver/exposure/auto_exposure.h"
 #include "library/control_socket/control_rows.h"
 #include "library/frames/frame_row.h"
@@ -171,9 +169,8 @@ std::string PictureHeader(std::size_t camera, const Picture& picture, double sen
 }
 
 double MonotonicMilliseconds() {
-  timespec now{};
-  clock_gettime(CLOCK_MONOTONIC, &now);
-  return static_cast<double>(now.tv_sec) * 1e3 + static_cast<double>(now.tv_nsec) * 1e-6;
+  constexpr double kMillisecondsPerSecond = 1e3;
+  return MonotonicSeconds() * kMillisecondsPerSecond;
 }
 
 }  // namespace lidcam::viewer
