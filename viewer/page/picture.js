@@ -31,7 +31,7 @@ export class Picture extends EventTarget {
     this.queue = []; // frames that arrived and aren't drawn
     this.drawing = false;
     this.header = null;
-    this.lastNumber = null; // of the frame received before, if the next one follows it
+    this.lastDelivered = null; // how many up to the frame received before, if the next one follows it
     this.skipped = 0;
     this.shownTimes = [];
     this.latencies = [];
@@ -39,33 +39,37 @@ export class Picture extends EventTarget {
 
   /** Takes a frame of the connection. */
   take(frame) {
-    this.countSkipped(frame.header.number);
+    this.countSkipped(frame.header);
     this.queue.push(frame);
     if (!this.frozen) this.drawNewest();
   }
 
-  /** The server numbers all frames and sends a slow page fewer of them. */
-  countSkipped(number) {
-    if (this.lastNumber !== null && number > this.lastNumber) this.skipped += number - this.lastNumber - 1;
-    this.lastNumber = this.frozen ? null : number;
+  /**
+   * A slow page is sent fewer frames than the camera delivers. Numbers also count what was not delivered, for example
+   * in the dark, where the camera sends fewer.
+   */
+  countSkipped({ number, drops }) {
+    const delivered = number - drops;
+    if (this.lastDelivered !== null) this.skipped += Math.max(0, delivered - this.lastDelivered - 1);
+    this.lastDelivered = this.frozen ? null : delivered;
   }
 
   /** A new connection owes no acknowledgement of the last one's frames. */
   forgetWaiting() {
     this.queue = [];
-    this.lastNumber = null;
+    this.lastDelivered = null;
   }
 
   /** Drops what a picture that isn't seen would draw later. */
   hide() {
     this.acknowledge(this.queue.splice(0));
-    this.lastNumber = null;
+    this.lastDelivered = null;
   }
 
   setFrozen(frozen) {
     if (frozen === this.frozen) return;
     this.frozen = frozen;
-    this.lastNumber = null;
+    this.lastDelivered = null;
     if (!frozen) this.drawNewest();
     this.dispatchEvent(new CustomEvent('frozen'));
   }
