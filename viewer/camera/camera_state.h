@@ -47,9 +47,11 @@ struct CameraState {
 struct Picture {
   std::vector<std::uint8_t> Yuy2;
   app::PictureSize Size{};
-  std::int64_t Number = 0;  ///< place among the frames that the stream's time has
-  std::int64_t Drops = 0;   ///< frames of the stream that were not delivered
-  double Seconds = 0;       ///< of the stream
+  /// Of the camera's pictures, from 1 on, also over the ends of streams: the driver's own numbers are places on the
+  /// stream's time, and two pictures may have the same one.
+  std::int64_t Number = 0;
+  std::int64_t Drops = 0;  ///< frames of the stream that were not delivered
+  double Seconds = 0;      ///< of the stream
   double Monotonic = 0;  ///< ms of CLOCK_MONOTONIC at the frame's end on the bus; 0 for a recording
   std::uint32_t Exposure = 0;  ///< flicker periods
   std::uint32_t CoarseGain = 0;

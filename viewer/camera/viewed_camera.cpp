@@ -14,7 +14,7 @@ constexpr std::chrono::seconds kLongestWait{1};
 constexpr std::chrono::seconds kLongestSilence{5};
 constexpr std::size_t kBuffers = 8;
 
-std::shared_ptr<const Picture> PictureOf(const app::LentFrame& frame) {
+std::shared_ptr<const Picture> PictureOf(const app::LentFrame& frame, std::int64_t number) {
   constexpr double kSecondsPerUnit = 1e-7;
   constexpr double kMillisecondsPerNanosecond = 1e-6;
   const app::FrameFacts& facts = frame.Facts();
@@ -25,7 +25,7 @@ std::shared_ptr<const Picture> PictureOf(const app::LentFrame& frame) {
   return std::make_shared<const Picture>(
       Picture{.Yuy2 = {bytes, bytes + frame.Bytes().size()},
               .Size = facts.Size,
-              .Number = facts.Position.PictureNumber,
+              .Number = number,
               .Drops = facts.Position.DropCount,
               .Seconds = static_cast<double>(facts.Position.PresentationTime) * kSecondsPerUnit,
               .Monotonic = monotonic,
@@ -347,7 +347,7 @@ void ViewedCamera::OnEvent(const app::SessionEvent& event) {
 
 // The newest picture takes the place of one that the pages' thread has not fetched yet.
 void ViewedCamera::TakeFrame(std::unique_ptr<app::LentFrame> frame) {
-  const std::shared_ptr<const Picture> picture = PictureOf(*frame);
+  const std::shared_ptr<const Picture> picture = PictureOf(*frame, ++pictures_);
   telemetry_.NoteLoop(LoopOf(frame->Facts(), picture->Monotonic, options_.IsOnly));
   frame.reset();  // its buffer goes back to the driver
   bool isFirst = false;

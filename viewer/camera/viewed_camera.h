@@ -174,6 +174,8 @@ class ViewedCamera {
   bool isStepping_ = false;
   std::optional<double> seek_;
 
+  std::int64_t pictures_ = 0;  ///< on the thread that takes frames
+
   // Of the thread alone.
   CameraState state_;
   std::unique_ptr<app::CameraSession> session_;

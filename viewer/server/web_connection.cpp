@@ -114,6 +114,8 @@ class WebConnection final : public std::enable_shared_from_this<WebConnection> {
   void HeaderCame(error_code error) {
     if (error == http::error::header_limit) {
       Send(ErrorAnswer(431, "the request's header is too long"), true);
+    } else if (error == http::error::body_limit) {
+      Send(ErrorAnswer(413, "a picture may have 16 MiB at most"), true);
     } else if (error &&
                error.category() == http::make_error_code(http::error::bad_method).category() &&
                error != http::error::end_of_stream && error != http::error::partial_message) {
