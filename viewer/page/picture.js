@@ -31,7 +31,7 @@ export class Picture extends EventTarget {
     this.queue = []; // frames that arrived and aren't drawn
     this.drawing = false;
     this.header = null;
-    this.lastDelivered = null; // how many up to the frame received before, if the next one follows it
+    this.lastNumber = null; // of the frame received before, if the next one follows it
     this.skipped = 0;
     this.shownTimes = [];
     this.latencies = [];
@@ -39,37 +39,33 @@ export class Picture extends EventTarget {
 
   /** Takes a frame of the connection. */
   take(frame) {
-    this.countSkipped(frame.header);
+    this.countSkipped(frame.header.number);
     this.queue.push(frame);
     if (!this.frozen) this.drawNewest();
   }
 
-  /**
-   * A slow page is sent fewer frames than the camera delivers. Numbers also count what was not delivered, for example
-   * in the dark, where the camera sends fewer.
-   */
-  countSkipped({ number, drops }) {
-    const delivered = number - drops;
-    if (this.lastDelivered !== null) this.skipped += Math.max(0, delivered - this.lastDelivered - 1);
-    this.lastDelivered = this.frozen ? null : delivered;
+  /** The server numbers the frames that the camera delivers, and sends a slow page fewer of them. */
+  countSkipped(number) {
+    if (this.lastNumber !== null) this.skipped += Math.max(0, number - this.lastNumber - 1);
+    this.lastNumber = this.frozen ? null : number;
   }
 
   /** A new connection owes no acknowledgement of the last one's frames. */
   forgetWaiting() {
     this.queue = [];
-    this.lastDelivered = null;
+    this.lastNumber = null;
   }
 
   /** Drops what a picture that isn't seen would draw later. */
   hide() {
     this.acknowledge(this.queue.splice(0));
-    this.lastDelivered = null;
+    this.lastNumber = null;
   }
 
   setFrozen(frozen) {
     if (frozen === this.frozen) return;
     this.frozen = frozen;
-    this.lastDelivered = null;
+    this.lastNumber = null;
     if (!frozen) this.drawNewest();
     this.dispatchEvent(new CustomEvent('frozen'));
   }
