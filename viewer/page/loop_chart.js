@@ -24,12 +24,12 @@ export class LoopChart {
         `target ${fixed(step.target, 0)}, ${fixed(step.low, 0)} to ${fixed(step.high, 0)}`,
       ]),
       new Lane('exposure', 'Exposure', drawExposure, (step) => [
-        fixed(step.exposure, 0),
-        `half cycles · ${fixed(step.exposureLines, 0)} lines`,
+        isChosen(step) ? fixed(step.exposure, 0) : '–',
+        isChosen(step) ? `half cycles · ${fixed(step.exposureLines, 0)} lines` : 'as brought up',
       ]),
       new Lane('gain', 'Gain', drawGain, (step) => [
-        `${fixed(step.coarseGain, 0)} × ${fixed(step.fineGain / 128, 2)}`,
-        `coarse ${fixed(step.coarseGain, 0)}, fine ${fixed(step.fineGain, 0)}`,
+        isChosen(step) ? `${fixed(step.coarseGain, 0)} × ${fixed(step.fineGain / 128, 2)}` : '–',
+        isChosen(step) ? `coarse ${fixed(step.coarseGain, 0)}, fine ${fixed(step.fineGain, 0)}` : 'as brought up',
       ]),
       new Lane('states', 'Light', drawStates, (step) => [step.light, '']),
     ];
@@ -101,6 +101,11 @@ export class LoopChart {
   }
 }
 
+/** Until its first step the loop has chosen neither exposure nor gain: the sensor's are those of its set file. */
+function isChosen(step) {
+  return step.coarseGain > 0;
+}
+
 class Lane {
   constructor(name, title, paint, words) {
     Object.assign(this, { paint, words });
@@ -158,7 +163,7 @@ function drawExposure({ context, width, height, colours, steps, x }) {
   context.lineWidth = 1.5;
   strokeSteps(
     context,
-    steps,
+    steps.filter(isChosen),
     (step) => step.exposure,
     x,
     (value) => height - 2 - (value / most) * (height - 5),
@@ -187,13 +192,14 @@ function drawGain({ context, width, height, colours, steps, x }) {
   context.lineWidth = 1.5;
   strokeSteps(
     context,
-    steps,
+    steps.filter(isChosen),
     (step) => Math.log(product(step)),
     x,
     (value) => height - 2 - (value / most) * (height - 5),
   );
 }
 
+/** The stages' factors are not published: these are the simulated camera's, which fit the table of operating points. */
 const COARSE = { 1: 1, 2: 1.16, 3: 1.53 };
 
 function drawStates({ context, height, colours, steps, x, width }) {

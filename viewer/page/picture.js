@@ -31,30 +31,41 @@ export class Picture extends EventTarget {
     this.queue = []; // frames that arrived and aren't drawn
     this.drawing = false;
     this.header = null;
-    this.leftOut = 0;
+    this.lastNumber = null; // of the frame received before, if the next one follows it
+    this.skipped = 0;
     this.shownTimes = [];
     this.latencies = [];
   }
 
   /** Takes a frame of the connection. */
   take(frame) {
+    this.countSkipped(frame.header.number);
     this.queue.push(frame);
     if (!this.frozen) this.drawNewest();
+  }
+
+  /** The server numbers the frames that the camera delivers, and sends a slow page fewer of them. */
+  countSkipped(number) {
+    if (this.lastNumber !== null) this.skipped += Math.max(0, number - this.lastNumber - 1);
+    this.lastNumber = this.frozen ? null : number;
   }
 
   /** A new connection owes no acknowledgement of the last one's frames. */
   forgetWaiting() {
     this.queue = [];
+    this.lastNumber = null;
   }
 
   /** Drops what a picture that isn't seen would draw later. */
   hide() {
     this.acknowledge(this.queue.splice(0));
+    this.lastNumber = null;
   }
 
   setFrozen(frozen) {
     if (frozen === this.frozen) return;
     this.frozen = frozen;
+    this.lastNumber = null;
     if (!frozen) this.drawNewest();
     this.dispatchEvent(new CustomEvent('frozen'));
   }
@@ -83,7 +94,7 @@ export class Picture extends EventTarget {
   drawNewest() {
     if (this.drawing || this.queue.length === 0) return;
     const frame = this.queue.pop();
-    this.leftOut += this.queue.length;
+    this.skipped += this.queue.length;
     this.acknowledge(this.queue.splice(0));
     this.draw(frame);
   }

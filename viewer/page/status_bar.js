@@ -1,7 +1,7 @@
 /** The bar above: which camera this is, how it does, and whether the program is there. */
 
 import { button, element, setText } from './dom.js';
-import { fixed } from './format.js';
+import { fixed, whole } from './format.js';
 
 const PERIOD = 500; // milliseconds: figures that change faster can't be read
 
@@ -19,7 +19,7 @@ export class StatusBar {
     this.figures = {
       rate: figure('Rate', 'frames/s', 'Frames shown a second'),
       latency: figure('Latency', 'ms', 'From the end of the frame on the bus to the screen'),
-      leftOut: figure('Left out', '', 'Frames that this page was too slow for'),
+      skipped: figure('Skipped', '', 'Frames that this page was too slow for'),
       viewers: figure('Viewers', '', 'Pages that look at this program'),
     };
     places.figures.append(...Object.values(this.figures).map((entry) => entry.element));
@@ -54,7 +54,7 @@ export class StatusBar {
     const rate = picture.frozen ? NaN : picture.rate();
     this.figures.rate.show(fixed(rate, 1));
     this.figures.latency.show(rate > 0 ? fixed(picture.latency(), 0) : '–');
-    this.figures.leftOut.show(String((picture.header?.drops ?? 0) + picture.leftOut));
+    this.figures.skipped.show(whole(picture.skipped));
     this.figures.viewers.show(String(this.store.viewers || 1));
   }
 
@@ -80,7 +80,7 @@ function figure(name, unit, meaning) {
   return {
     element: element(
       'div',
-      { title: meaning, class: name.toLowerCase().replace(' ', '-') },
+      { title: meaning, class: name.toLowerCase() },
       element('dt', {}, name),
       element('dd', {}, value, unit ? element('span', {}, ` ${unit}`) : null),
     ),

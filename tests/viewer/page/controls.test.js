@@ -1,7 +1,7 @@
 import assert from 'node:assert/strict';
 import { after, before, test } from 'node:test';
 
-import { difference, firstPicture, launch, openPage, pictureSample, until } from './support/browser.js';
+import { calmSample, difference, firstPicture, launch, openPage, pictureSample, until } from './support/browser.js';
 import { Program } from './support/program.js';
 
 let program;
@@ -45,7 +45,7 @@ const SLIDERS = [
 for (const { name, mouse, least } of SLIDERS) {
   test(`${name} moved by mouse and by keyboard changes the picture and the stored value`, async () => {
     const slider = row(name).getByRole('slider');
-    const calm = await pictureSample(opened.page);
+    const calm = await calmSample(opened.page);
     await drag(name, mouse);
     const value = Number(await slider.inputValue());
     assert.equal(value, Number(await slider.getAttribute(mouse === 1 ? 'max' : 'min')));
@@ -77,7 +77,7 @@ test('Sharpness moved by keyboard is stored', async () => {
 for (const name of ['Mirror', 'Vertical', 'ColorEnable']) {
   test(`${name} switched by mouse and by keyboard changes the picture and the stored value`, async () => {
     const input = row(name).getByRole('switch');
-    const calm = await pictureSample(opened.page);
+    const calm = await calmSample(opened.page);
     const value = Number(await input.isChecked());
     await input.click();
     await stores(name, 1 - value);
@@ -151,6 +151,11 @@ test('all controls are reset at once', async () => {
   }
 });
 
-test('the page prints no error', () => {
+test('what is set on the page is there when the program has ended', async () => {
+  await row('Contrast').getByRole('slider').press('End');
+  await until(async () => (await row('Contrast').locator('.value').innerText()) === '16', 'set');
   opened.watch.assertClean();
+  await opened.context.close();
+  await program.end();
+  assert.equal(await program.stored('Contrast'), 16);
 });

@@ -87,6 +87,18 @@ export function pictureSample(page, index = 0) {
   }, index);
 }
 
+/** A sample of a picture that has stopped changing: a control shows some frames after it was set. */
+export async function calmSample(page) {
+  let last = await pictureSample(page);
+  await until(async () => {
+    const before = last;
+    await frameAfter(page, (await shownNumber(page)) + 3);
+    last = await pictureSample(page);
+    return difference(before, last) < 1;
+  }, 'a picture that stands still');
+  return last;
+}
+
 /** Mean difference of two samples. */
 export function difference(a, b) {
   return a.reduce((sum, value, i) => sum + Math.abs(value - b[i]), 0) / a.length;

@@ -55,8 +55,9 @@ export class Program {
     throw new Error(`lidcam view printed no address: ${this.messages}`);
   }
 
+  /** Both folders are its own: `lidcam set` finds it by a socket in the second. */
   environment() {
-    return { ...process.env, LIDCAM_HOME: this.home };
+    return { ...process.env, LIDCAM_HOME: this.home, XDG_RUNTIME_DIR: this.home };
   }
 
   /** Runs another command of the program beside it, for its first camera. @returns {Promise<string>} its output */
