@@ -4,6 +4,7 @@
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -62,6 +63,9 @@ struct Thread {
 
   // Its first use of freed pool memory that has not been reported.
   FreedUse UsedFreed;
+
+  /// The stack on which the code of a loaded driver runs; null until it does.
+  std::shared_ptr<void> DriverStack;
 
   // Used by the scheduler.
   std::condition_variable Resumed;

@@ -147,6 +147,10 @@ void RegisterObject(const char* call, ObjectKind kind, const void* object, std::
   if (!use.empty()) ReportViolation(call, use + " and is initialised again");
 }
 
+bool IsRegisteredObject(const void* object) {
+  return FindRecord(object).has_value();
+}
+
 void ExpectObject(const char* call, ObjectKind kind, const void* object) {
   const auto record = FindRecord(object);
   std::string wrong;

@@ -24,6 +24,9 @@ enum class ObjectKind {
 /// while the object is in use.
 void RegisterObject(const char* call, ObjectKind kind, const void* object, std::size_t size);
 
+/// Whether an object was initialised at this address, and neither forgotten nor freed since.
+[[nodiscard]] bool IsRegisteredObject(const void* object);
+
 /// Checks that `object` was initialised as one of `kind`, in the calling thread's world, and has
 /// not been overwritten since.
 void ExpectObject(const char* call, ObjectKind kind, const void* object);

@@ -1,0 +1,19 @@
+// For processors that can't run the image.
+
+#include "platform/image/loaded_driver.h"
+
+namespace lidcam::image {
+
+TrappedCode::~TrappedCode() = default;
+
+LoadedDriver::LoadedDriver(const ImageFile& file) : file_(file) {
+  throw ImageError(file.Name() + ": is for 64-bit x86 processors, and this is another one");
+}
+
+LoadedDriver::~LoadedDriver() = default;
+
+NTSTATUS LoadedDriver::Start(PDRIVER_OBJECT, PUNICODE_STRING) {
+  return STATUS_NOT_SUPPORTED;
+}
+
+}  // namespace lidcam::image

@@ -1,0 +1,158 @@
+#include "platform/image/loaded_driver.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <set>
+
+#include "platform/host/nt/io/device_object.h"
+#include "platform/host/nt/scheduling/violation.h"
+#include "platform/host/nt/simulation/simulated_scheduler.h"
+#include "platform/host/nt/verifier/verifier.h"
+#include "tests/platform/image/made_image.h"
+
+namespace lidcam::image {
+namespace {
+
+using ::testing::ContainsRegex;
+using ::testing::HasSubstr;
+
+// A function whose address the driver gives away, as the host calls it.
+template <typename Function>
+Function Callback(const LoadedDriver& driver, MadeImage::Function number) {
+  Function function = nullptr;
+  std::memcpy(&function, driver.Base() + MadeImage::kPointers + 8 * number, sizeof(function));
+  return function;
+}
+
+void RunAsThread(PKSTART_ROUTINE routine, PVOID context) {
+  HANDLE handle = nullptr;
+  PVOID thread = nullptr;
+  ASSERT_EQ(PsCreateSystemThread(&handle, 0, nullptr, nullptr, nullptr, routine, context),
+            STATUS_SUCCESS);
+  ASSERT_EQ(ObReferenceObjectByHandle(handle, 0, nullptr, KernelMode, &thread, nullptr),
+            STATUS_SUCCESS);
+  ZwClose(handle);
+  EXPECT_EQ(KeWaitForSingleObject(thread, Executive, KernelMode, FALSE, nullptr), STATUS_SUCCESS);
+  ObDereferenceObject(thread);
+}
+
+std::string ViolationOf(MadeImage::Function function) {
+  const host::VerifierCapture capture;
+  const ImageFile file = MadeImage().File();
+  const LoadedDriver driver(file);
+  try {
+    host::Simulate({}, [&] { Callback<PKSTART_ROUTINE>(driver, function)(nullptr); });
+  } catch (const host::KernelStopped&) {
+  }
+  const auto violations = capture.Violations();
+  return violations.empty() ? "" : violations.front().Call + ": " + violations.front().What;
+}
+
+TEST(LoadedDriver, ItsEntryRunsWithTheThreadsInterruptLevel) {
+  const ImageFile file = MadeImage().File();
+  LoadedDriver driver(file);
+  host::Simulate({}, [&] {
+    DRIVER_OBJECT object{};
+    EXPECT_EQ(driver.Start(&object, nullptr), PASSIVE_LEVEL);
+    KIRQL before = 0;
+    KeRaiseIrql(DISPATCH_LEVEL, &before);
+    const auto entry = Callback<PDRIVER_INITIALIZE>(driver, MadeImage::kEntry);
+    EXPECT_EQ(entry(&object, nullptr), DISPATCH_LEVEL);
+    KeLowerIrql(before);
+  });
+}
+
+TEST(LoadedDriver, AThreadThatTheDriverEndsUnwindsThroughItsFunctions) {
+  const ImageFile file = MadeImage().File();
+  const LoadedDriver driver(file);
+  host::Simulate(
+      {}, [&] { RunAsThread(Callback<PKSTART_ROUTINE>(driver, MadeImage::kEndsThread), nullptr); });
+}
+
+TEST(LoadedDriver, ItsSpinLoopsLetOtherThreadsRun) {
+  const ImageFile file = MadeImage().File();
+  const LoadedDriver driver(file);
+  for (std::uint64_t seed = 1; seed <= 20; ++seed) {
+    host::Simulate({.Seed = seed}, [&] {
+      volatile int number = 0;
+      HANDLE handle = nullptr;
+      PsCreateSystemThread(
+          &handle, 0, nullptr, nullptr, nullptr,
+          [](PVOID context) NTAPI {
+            KeGetCurrentThread();
+            *static_cast<volatile int*>(context) = 1;
+          },
+          const_cast<int*>(&number));
+      ZwClose(handle);
+      Callback<PKSTART_ROUTINE>(driver, MadeImage::kSpins)(const_cast<int*>(&number));
+      EXPECT_EQ(number, 1);
+    });
+  }
+}
+
+TEST(LoadedDriver, AFaultIsAViolationThatNamesItsPlace) {
+  EXPECT_EQ(ViolationOf(MadeImage::kReadsNull),
+            "driver: an access to memory that isn't there (0x0) at made.sys+0x1044");
+}
+
+TEST(LoadedDriver, ACallWithAStackThatIsNotAlignedIsAViolation) {
+  EXPECT_EQ(ViolationOf(MadeImage::kMisaligned),
+            "KeQueryPerformanceCounter: the driver calls with a stack that isn't aligned");
+}
+
+TEST(LoadedDriver, ACallWithTheDirectionFlagSetIsAViolation) {
+  EXPECT_EQ(ViolationOf(MadeImage::kBackwards),
+            "KeQueryPerformanceCounter: the driver calls with the direction flag set");
+}
+
+TEST(LoadedDriver, AnImportThatTheHostLacksIsNamed) {
+  MadeImage made;
+  made.PutText(MadeImage::OffsetOf(MadeImage::kNames + 0x60), "PsTerminateOtherThreads");
+  const ImageFile file = made.File();
+  try {
+    const LoadedDriver driver(file);
+    FAIL() << "it is loaded";
+  } catch (const ImageError& error) {
+    EXPECT_THAT(error.what(),
+                HasSubstr("made.sys: imports PsTerminateOtherThreads of ntoskrnl.exe"));
+  }
+}
+
+TEST(LoadedDriver, UnwindInformationOfAnUnknownKindIsRefused) {
+  MadeImage made;
+  made.Put16(MadeImage::OffsetOf(MadeImage::kUnwind) + 4, 0x4A04);
+  const ImageFile file = made.File();
+  EXPECT_THROW(LoadedDriver{file}, ImageError);
+}
+
+TEST(LoadedDriver, ItsBaseDiffersFromLoadToLoad) {
+  const ImageFile file = MadeImage().File();
+  std::set<const void*> bases;
+  for (int i = 0; i < 10; ++i) bases.insert(LoadedDriver(file).Base());
+  EXPECT_GT(bases.size(), 1U);
+}
+
+using LoadedDriverDeathTest = ::testing::Test;
+
+TEST(LoadedDriverDeathTest, ItsImportTableAndConstantsAreReadOnly) {
+  const ImageFile file = MadeImage().File();
+  const LoadedDriver driver(file);
+  EXPECT_DEATH(driver.Base()[MadeImage::kSlots] = 0, "");
+  EXPECT_DEATH(driver.Base()[MadeImage::kPointers] = 0, "");
+  EXPECT_DEATH(driver.Base()[MadeImage::kText] = 0, "");
+}
+
+TEST(LoadedDriverDeathTest, WhatOnlyTheEntryNeedsIsGoneBehindIt) {
+  const ImageFile file = MadeImage().File();
+  LoadedDriver driver(file);
+  DRIVER_OBJECT object{};
+  EXPECT_EQ(driver.Base()[MadeImage::kRelocations], 0);
+  host::Simulate({}, [&] { driver.Start(&object, nullptr); });
+  EXPECT_DEATH(static_cast<void>(
+                   static_cast<volatile std::uint8_t*>(driver.Base())[MadeImage::kRelocations]),
+               "");
+}
+
+}  // namespace
+}  // namespace lidcam::image
