@@ -17,6 +17,7 @@
 #include "camera_model/bus_adapter/simulated_bus.h"
 #include "camera_model/device/camera_options.h"
 #include "fuzz/support/input.h"
+#include "library/camera/bring_up/virtual_time.h"
 #include "library/camera/opened_camera.h"
 #include "library/control_socket/camera_service.h"
 #include "library/settings/host_environment.h"

@@ -8,6 +8,7 @@
 #include "bus/capture/recording/recording_bus.h"
 #include "camera_model/bus_adapter/simulated_bus.h"
 #include "camera_model/device/camera_options.h"
+#include "library/camera/bring_up/virtual_time.h"
 #include "library/camera/streaming/camera_stream.h"
 #include "library/settings/host_environment.h"
 #include "testbed/worlds.h"
