@@ -34,6 +34,10 @@ SUBJECTS = {
         "serve/device/control_queue.h",
         "serve/usbredir/*.cpp",
     ],
+    "viewer_client": [
+        "viewer/live/page*.cpp",
+        "viewer/server/*.cpp",
+    ],
     "packet_stream": [
         "driver/frame/assembly/frame_assembly.cpp",
         "driver/frame/assembly/packet_walk.h",

@@ -504,6 +504,16 @@ def usbip_unlink(sequence, other):
     return struct.pack(">6I", 2, sequence, 0x10002, 0, 0, other) + bytes(24)
 
 
+def viewer_clients():
+    """The first byte: 0 bytes on a connection, 1 a request with the cookie, 2 bytes of a WebSocket, 3 its messages."""
+    for line in ("GET /", "GET /live", "GET /snapshot.jpg?camera=0", "GET /stream.mjpg", "GET /recordings/1",
+                 "GET /page/index.html", "POST /scene?camera=0", "OPTIONS *"):
+        yield b"\1" + line.encode() + b" HTTP/1.1\r\nContent-Length: 3\r\n\r\nabc"
+    for name in ("watch", "shown", "clock", "set", "reset", "size", "pixels", "record", "stop", "register",
+                 "trace", "simulate", "seek", "play", "step"):
+        yield b'\3{"do":"' + name.encode() + b'","camera":0,"id":1}'
+
+
 def usbip_clients():
     """A list, an import, and all that a client asks of the camera, under each fault."""
     attach = struct.pack(">HHI32s", 0x0111, 0x8003, 0, b"1-1")
@@ -606,6 +616,7 @@ def main():
     write(folder / "control_request", control_requests())
     write(folder / "usbip_client", usbip_clients())
     write(folder / "usbredir_client", usbredir_clients())
+    write(folder / "viewer_client", viewer_clients())
 
 
 if __name__ == "__main__":

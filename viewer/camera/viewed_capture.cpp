@@ -51,19 +51,19 @@ void ViewedCamera::PlayRecording() {
   bool isStepping = false;
   std::optional<double> seek;
   {
-    std::unique_lock lock(mutex_);
+    const std::lock_guard lock(mutex_);
     seek = seek_;
     isPlaying = isPlaying_;
     isStepping = isStepping_;
-    if (!isPlaying && !isStepping && !seek) {
-      changed_.wait_for(lock, std::chrono::seconds(1), [this] { return hasNews_; });
-      begin_.reset();
-      return;
-    }
   }
   if (isPlaying != state_.IsPlaying) {
     state_.IsPlaying = isPlaying;
     Enter(state_.Phase);
+  }
+  if (!isPlaying && !isStepping && !seek) {
+    begin_.reset();
+    Await(true);
+    return;
   }
   if (seek && *seek < position_) {
     Rewind();

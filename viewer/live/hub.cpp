@@ -76,8 +76,11 @@ void Hub::ControlsChanged(std::size_t camera, const std::vector<ControlState>& c
 }
 
 void Hub::PictureCame(std::size_t camera, std::shared_ptr<const Picture> picture) {
-  if (cameras_[camera].State.Length) cameras_[camera].Position = picture->Seconds;
   const auto shared = std::make_shared<SharedPicture>(std::move(picture), encoder_);
+  if (cameras_[camera].State.Length) {
+    cameras_[camera].Position = shared->Raw().Seconds;
+    cameras_[camera].Last = shared;
+  }
   // One that takes its last picture leaves.
   const std::vector<Watcher*> watchers(watchers_.begin(), watchers_.end());
   for (Watcher* const watcher : watchers) {

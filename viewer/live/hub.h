@@ -69,6 +69,10 @@ class Hub final : public CameraListener {
   [[nodiscard]] const CameraState& StateOf(std::size_t camera) const {
     return cameras_[camera].State;
   }
+  /// The picture at which a recording stands, also for a page that comes while it does; null for other cameras.
+  [[nodiscard]] std::shared_ptr<SharedPicture> StandingPicture(std::size_t camera) const {
+    return cameras_[camera].Last;
+  }
   /// The messages with which the server greets a page.
   [[nodiscard]] std::vector<std::string> Hello() const;
   /// A recording of a camera begins or ends.
@@ -96,7 +100,8 @@ class Hub final : public CameraListener {
     CameraState State;
     bool IsWanted = false;
     unsigned Recordings = 0;
-    std::optional<double> Position{};  ///< seconds, of a recording; told by the next tick
+    std::shared_ptr<SharedPicture> Last{};  ///< of a recording
+    std::optional<double> Position{};       ///< seconds, of a recording; told by the next tick
     std::unique_ptr<ViewedCamera> View{};
   };
 

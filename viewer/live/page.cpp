@@ -105,18 +105,15 @@ std::size_t Page::CameraOf(const Json& message) const {
 }
 
 void Page::Watch(const Json& message) {
-  std::map<std::size_t, Watched> watched;
-  for (const auto& number : message.at("cameras")) {
-    const std::size_t camera = CameraOf({{"camera", number}});
-    const auto before = watched_.find(camera);
-    if (before != watched_.end()) {
-      watched.insert(watched_.extract(before));
-    } else {
-      watched.try_emplace(camera);
-    }
+  std::set<std::size_t> wanted;
+  for (const auto& number : message.at("cameras")) wanted.insert(CameraOf({{"camera", number}}));
+  std::erase_if(watched_, [&](const auto& entry) { return !wanted.contains(entry.first); });
+  for (const std::size_t camera : wanted) {
+    if (!watched_.try_emplace(camera).second) continue;
+    if (const auto picture = hub_.StandingPicture(camera)) Offer(camera, picture);
   }
-  watched_ = std::move(watched);
   hub_.Reconsider();
+  Answer(message, Json::object());
 }
 
 void Page::Shown(const Json& message) {

@@ -91,7 +91,9 @@ class Control {
       'aria-label': `Reset ${words(row.name)} to ${row.default}`,
       title: `Back to ${row.default}`,
     });
-    this.note = element('span', { class: 'note', id: `${id}-note` });
+    this.facts = element('span', {});
+    this.saved = element('span', { class: 'saved' });
+    this.note = element('span', { class: 'note', id: `${id}-note` }, this.facts, this.saved);
     this.meaning = element('span', { class: 'meaning', id: `${id}-meaning` }, sentence(row.meaning));
     this.input = makeInput(row, id, (value) => this.changed(value));
     this.input.describe(`${id}-meaning ${id}-note`);
@@ -129,8 +131,8 @@ class Control {
     this.row = row;
     this.resetButton.disabled = row.value === row.default;
     this.element.classList.toggle('without-effect', row.hasEffect === false);
-    this.element.classList.toggle('unsaved', isUnsaved(row));
-    setText(this.note, noteOf(row, this.input.nameOf, this.input.kind === 'slider'));
+    setText(this.saved, isUnsaved(row) ? ` · saved ${this.input.nameOf(row.saved)}` : '');
+    setText(this.facts, noteOf(row, this.input.nameOf, this.input.kind === 'slider'));
     this.input.mark(row);
     this.isOutdated = this.waits; // what is being moved isn't moved back below the hand
     if (this.waits) return;
@@ -147,8 +149,7 @@ class Control {
 function noteOf(row, nameOf, hasRange) {
   if (row.hasEffect === false) return 'no effect with this sensor';
   const range = hasRange ? `${nameOf(row.minimum)} to ${nameOf(row.maximum)} · ` : '';
-  const saved = isUnsaved(row) ? ` · saved ${nameOf(row.saved)}` : '';
-  return `${range}default ${nameOf(row.default)}${saved}`;
+  return `${range}default ${nameOf(row.default)}`;
 }
 
 function isUnsaved(row) {

@@ -114,6 +114,17 @@ TEST_F(PageTest, ThatIsHiddenGetsNone) {
   EXPECT_THAT(link_.Pictures, ElementsAre(1));
 }
 
+// The others stay as they are.
+TEST_F(PageTest, ThatNamesACameraThatThereIsNotWatchesOnAsBefore) {
+  Say({{"do", "watch"}, {"cameras", {0}}});
+  Offer(1);
+  Offer(2);
+  Say({{"do", "watch"}, {"cameras", {0, 5}}});
+  EXPECT_TRUE(page_->Wants(0));
+  Offer(3);
+  EXPECT_THAT(link_.Pictures, ElementsAre(1, 2));
+}
+
 TEST_F(PageTest, ReadsTheTrueValuesOfThePictureThatItShows) {
   Say({{"do", "watch"}, {"cameras", {0}}});
   Offer(1);

@@ -105,6 +105,14 @@ test('lost packets show as short frames on the bus, with their reason', async ()
   await until(async () => (await page.locator('.reasons li').count()) > 0, 'a reason');
 });
 
+test('a camera that is silent shows as a recovery, with its time and what was done', async () => {
+  await page.getByRole('button', { name: 'silence of 300 ms' }).click();
+  const events = page.locator('.events li:not(.empty)');
+  await until(async () => (await events.count()) > 0, 'a recovery');
+  assert.match(await events.first().innerText(), /(now|ago)\s+\S+/);
+  await frameAfter(page, await shownNumber(page));
+});
+
 test('registers are shown by name, read and written', async () => {
   await tab('Registers');
   const search = page.getByLabel('Filter of registers');
@@ -117,6 +125,12 @@ test('registers are shown by name, read and written', async () => {
   const before = await cell.locator('b').innerText();
   await slider.press('End');
   await until(async () => (await cell.locator('b').innerText()) !== before, 'the register follows the control');
+  assert.match(await cell.innerText(), /was [0-9A-F]{2}/);
+  await search.fill('');
+  await page.getByLabel('changed lately').check();
+  await until(async () => (await cell.count()) > 0 && (await cell.count()) < 40, 'what changed lately');
+  await page.getByLabel('changed lately').uncheck();
+  await search.fill('Brightness');
   await cell.getByRole('button').click();
   await page.getByLabel('Value, hexadecimal').fill('00');
   await page.getByRole('button', { name: 'Write' }).click();

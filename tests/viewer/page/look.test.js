@@ -67,6 +67,7 @@ for (const [name, options] of Object.entries(LOOKS)) {
   test(`no tab of the page violates a rule of accessibility: ${name}`, async () => {
     const { page, context, watch } = await openPage(browser, program, options);
     await firstPicture(page);
+    await until(async () => Number(await page.locator('.rate b').first().innerText()) > 0, 'a rate');
     await page.screenshot({ path: join(PICTURES, `${name}.png`) });
     const session = await loadAxe(context, page);
     const found = await violations(session);

@@ -1,3 +1,10 @@
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
@@ -86,6 +93,43 @@ std::vector<viewer::HubCamera> ViewCameras(const ViewCommand& command) {
   return cameras;
 }
 
+/// Has the desktop open an address. The arguments of a process are seen by all users of the machine, and the address has
+/// the token: the browser gets a file of the user's own that leads to it, which goes with this object.
+class BrowserPage {
+ public:
+  explicit BrowserPage(const std::string& address) {
+    const char* const folder = std::getenv("XDG_RUNTIME_DIR");
+    const bool hasDesktop =
+        std::getenv("DISPLAY") != nullptr || std::getenv("WAYLAND_DISPLAY") != nullptr;
+    if (!hasDesktop || folder == nullptr || *folder != '/') return;
+    path_ = std::string(folder) + "/lidcam-view-" + std::to_string(::getpid()) + ".html";
+    const int file =
+        ::open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
+    if (file < 0) return;
+    const std::string page =
+        "<!doctype html><meta http-equiv=\"refresh\" content=\"0;url=" + address + "\">\n";
+    const bool isWritten = ::write(file, page.data(), page.size()) == std::ssize(page);
+    ::close(file);
+    if (!isWritten) return;
+    std::string program = "xdg-open";
+    std::array<char*, 3> arguments{program.data(), path_.data(), nullptr};
+    if (::posix_spawnp(&process_, program.c_str(), nullptr, nullptr, arguments.data(), environ) !=
+        0) {
+      process_ = 0;
+    }
+  }
+  BrowserPage(const BrowserPage&) = delete;
+  BrowserPage& operator=(const BrowserPage&) = delete;
+  ~BrowserPage() {
+    if (!path_.empty()) ::unlink(path_.c_str());
+    if (process_ != 0) ::waitpid(process_, nullptr, WNOHANG);
+  }
+
+ private:
+  std::string path_;
+  pid_t process_ = 0;
+};
+
 /// A file of a page's recording, as `lidcam stream` writes it.
 class ViewWriter final : public viewer::PictureWriter {
  public:
@@ -128,6 +172,8 @@ void RunView(const ViewCommand& command) {
                               return std::make_unique<ViewWriter>(path, size);
                             }});
   std::fprintf(stderr, "lidcam: %s\n", server.Address().c_str());
+  std::optional<BrowserPage> browser;
+  if (!command.HasNoBrowser) browser.emplace(server.Address());
   server.Run(IsInterrupted);
 }
 
