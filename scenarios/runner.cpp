@@ -119,13 +119,13 @@ std::string ReplayCommand(const RunKey& key) {
   return command + ToString(key.Options);
 }
 
-RunResult RunScenario(const Scenario& scenario, const RunKey& key, bool keepsTrace) {
+RunResult RunScenario(const Scenario& scenario, const RunKey& key, const RunRecords& records) {
   RunResult result;
   result.Key = key;
   const FaultsOff faultsOff;
   testbed::ResetSharedExposure();
   const host::VerifierCapture capture;
-  TraceRecord trace(keepsTrace);
+  TraceRecord trace(records.KeepsTrace);
   RunKey played = key;
   played.Options = key.Options | scenario.Needs;
   Stage stage(played, trace);
@@ -137,7 +137,9 @@ RunResult RunScenario(const Scenario& scenario, const RunKey& key, bool keepsTra
          .HasPreemptionPoints = played.Options.HasPoints,
          .AtSwitchPoint =
              [&stage](const host::SwitchPlace& place) { return stage.AtSwitchPoint(place); },
-         .AtRest = [&stage] { return stage.WrongAtRest(); }});
+         .AtRest = [&stage] { return stage.WrongAtRest(); },
+         .Follow = records.Follow,
+         .Record = records.Record});
     try {
       Player(scenario, stage, result).Play();
       world.Finish();

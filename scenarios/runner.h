@@ -9,10 +9,18 @@
 
 namespace lidcam::scenarios {
 
+struct RunRecords {
+  bool KeepsTrace = false;  ///< all lines of it, not only the last ones
+
+  /// The schedule to follow in place of the seed's, as far as it goes; null: none. Needs `Record`.
+  const host::ScheduleRecord* Follow = nullptr;
+  host::ScheduleRecord* Record = nullptr;  ///< receives the run's schedule; may be null
+};
+
 /// Runs a scenario once, in a world of its own. A function of the key alone. One at a time in a
 /// process.
 [[nodiscard]] RunResult RunScenario(const Scenario& scenario, const RunKey& key,
-                                    bool keepsTrace = false);
+                                    const RunRecords& records = {});
 
 /// Runs a scenario that has steps with step 1, 2, 3 ... until one that it doesn't reach.
 ///

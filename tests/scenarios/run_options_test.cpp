@@ -21,7 +21,8 @@ constexpr RunOptions kPriorities{.Scheduler = host::SchedulerKind::Priorities};
 constexpr RunOptions kAll{.HasPoints = true, .HasStalls = true, .HasExposure = true};
 
 RunResult Play(const Scenario& scenario, std::uint64_t seed, const RunOptions& options) {
-  return RunScenario(scenario, {std::string(scenario.Name), seed, 0, options}, true);
+  return RunScenario(scenario, {std::string(scenario.Name), seed, 0, options},
+                     {.KeepsTrace = true});
 }
 
 RunResult Play(const char* name, std::uint64_t seed, const RunOptions& options) {

@@ -180,8 +180,8 @@ TEST(SimulationChecks, HangBesideAReadThatHasStoppedIsAFailure) {
     clients.BeginApplications(1, [](Application& client) { client.TurnLight(10000); });
     clients.WaitForApplications();
   };
-  const RunResult result =
-      RunScenario({"broken", "", play, false, {.HasExposure = true}}, {"broken", 7, 0}, true);
+  const RunResult result = RunScenario({"broken", "", play, false, {.HasExposure = true}},
+                                       {"broken", 7, 0}, {.KeepsTrace = true});
   EXPECT_NE(result.Trace.find("stops for good"), std::string::npos);
   ExpectFailure(result, "hangs at step 'change");
   EXPECT_EQ(result.Hang, "");

@@ -16,6 +16,7 @@
 #include "base/time_units.h"
 #include "library/base/command_error.h"
 #include "library/base/interrupt.h"
+#include "scenarios/minimizer.h"
 #include "scenarios/runner.h"
 #include "scenarios/stated_hangs.h"
 
@@ -41,6 +42,7 @@ struct SimulateCommand {
   scenarios::RunOptions Options;
   std::string Scheduler = "walk";
   bool IsMixed = false;
+  bool IsMinimized = false;
   bool IsList = false;
   bool IsJson = false;
   bool ShowsTrace = false;
@@ -261,8 +263,29 @@ void Play(const Scenario& scenario, std::uint64_t seed, const SimulateCommand& c
     scenarios::RunAllSteps(scenario, seed, options, take);
   } else {
     const RunKey key{std::string(scenario.Name), seed, command.Step.value_or(0), options};
-    take(scenarios::RunScenario(scenario, key, command.ShowsTrace));
+    take(scenarios::RunScenario(scenario, key, {.KeepsTrace = command.ShowsTrace}));
   }
+}
+
+// Only the switches of threads that the failure needs.
+void RunMinimized(const Scenario& scenario, const RunKey& key, const SimulateCommand& command) {
+  const scenarios::MinimizedRun found =
+      scenarios::Minimize(scenario, key, [](std::size_t) { return !IsInterrupted(); });
+  if (found.Result.Outcome != Verdict::Failed) {
+    throw CommandError(scenarios::ReplayCommand(key) +
+                       (found.Runs == 1 ? " does not fail: there is nothing to minimise"
+                                        : " does not fail by its switches of threads alone"));
+  }
+  if (command.ShowsTrace) std::fputs(found.Result.Trace.c_str(), stdout);
+  std::printf(
+      "%s\n  %zu of %zu deviations from \"a thread continues until it waits, then the lowest "
+      "number runs\"%s, "
+      "after %llu runs:\n",
+      found.Result.What.c_str(), found.Schedule.Deviations.size(), found.Before,
+      found.IsMinimal ? "" : " (interrupted)", static_cast<unsigned long long>(found.Runs));
+  for (const std::string& text : found.Schedule.Texts) std::printf("  %s\n", text.c_str());
+  if (command.ShowsTrace) std::fputs(found.Result.Report.c_str(), stdout);
+  RequireStandardOutput();
 }
 
 void Run(const SimulateCommand& command) {
@@ -277,6 +300,14 @@ void Run(const SimulateCommand& command) {
   if ((command.Step || command.HasAllSteps) &&
       std::ranges::none_of(scenarios, &Scenario::HasSteps)) {
     throw UsageError("--scenario " + command.ScenarioName + " has no steps");
+  }
+  if (command.IsMinimized) {
+    if (scenarios.size() != 1 || seeds.First != seeds.Last) {
+      throw UsageError("--minimize is for one run: --scenario NAME --seed N");
+    }
+    const RunKey key{command.ScenarioName, seeds.First, command.Step.value_or(0),
+                     OptionsOf(command, seeds.First)};
+    return RunMinimized(*scenarios.front(), key, command);
   }
   Tally tally;
   for (std::uint64_t seed = seeds.First; seed <= seeds.Last && !IsInterrupted(); ++seed) {
@@ -334,6 +365,9 @@ void AddSimulateCommand(CLI::App& app) {
   sub->add_flag("--json", command->IsJson, "one JSON object a run");
   sub->add_flag("--trace", command->ShowsTrace, "print the trace of each run, and reports in full");
   sub->add_flag("--quiet", command->IsQuiet, "print failures and the sum only");
+  sub->add_flag("--minimize", command->IsMinimized,
+                "print only those switches of threads that the failure of a run needs")
+      ->excludes("--every-step", "--json", "--quiet");
   sub->footer(
       "Example:\n"
       "  lidcam simulate --seeds 1..100 --scenario urb-errors");

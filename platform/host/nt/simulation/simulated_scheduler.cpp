@@ -28,6 +28,13 @@ const char* StateText(const Thread& thread) {
   return thread.State == Thread::RunState::Blocked ? "waits" : "ready";
 }
 
+std::unique_ptr<ThreadChooser> ChooserOf(const SimulationOptions& options, base::SplitMix& random) {
+  std::unique_ptr<ThreadChooser> chooser = MakeThreadChooser(options.Kind, random);
+  if (options.Record == nullptr) return chooser;
+  return options.Follow != nullptr ? MakeFollowingChooser(*options.Follow, *options.Record)
+                                   : MakeRecordingChooser(std::move(chooser), *options.Record);
+}
+
 // A destructor that runs during unwinding must not throw a second exception.
 bool IsUnwinding() {
   return std::uncaught_exceptions() != 0;
@@ -38,7 +45,7 @@ bool IsUnwinding() {
 SimulatedScheduler::SimulatedScheduler(const SimulationOptions& options)
     : options_(options),
       random_(options.Seed),
-      chooser_(MakeThreadChooser(options.Kind, random_)),
+      chooser_(ChooserOf(options, random_)),
       main_(*this, nextThread_++, "main"),
       previous_(SetCurrentThread(&main_)),
       running_(&main_),

@@ -12,6 +12,7 @@
 #include "platform/host/nt/scheduling/scheduler.h"
 #include "platform/host/nt/scheduling/thread.h"
 #include "platform/host/nt/simulation/execution_context.h"
+#include "platform/host/nt/simulation/schedule_record.h"
 #include "platform/host/nt/simulation/thread_chooser.h"
 #include "platform/host/nt/simulation/trace_hash.h"
 
@@ -52,6 +53,12 @@ struct SimulationOptions {
   ///
   /// @return a violation, which ends the world; empty without one
   std::function<std::string()> AtRest{};
+
+  /// Chooses as this schedule did, in place of `Kind`; null: doesn't. Outlives the world.
+  const ScheduleRecord* Follow = nullptr;
+
+  /// Receives the world's schedule; null: it is not recorded. Outlives the world.
+  ScheduleRecord* Record = nullptr;
 };
 
 /// Distinguishes one run from another.
@@ -91,7 +98,7 @@ class SimulatedScheduler final : public Scheduler {
                        PreemptionKind kind) noexcept override;
   void Block(Thread& self, std::unique_lock<std::mutex>& guard) override;
   void Wake(Thread& thread) override;
-  [[nodiscard]] std::uint64_t TieNumber() override { return random_.Next(); }
+  [[nodiscard]] std::uint64_t TieNumber() override { return chooser_->Tie(random_.Next()); }
   void StartMachine(Thread& thread, std::function<void()> body) override;
   void ThreadEnds(Thread& self, std::unique_lock<std::mutex>& guard) override;
   void Stop() override;

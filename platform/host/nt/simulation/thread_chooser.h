@@ -50,6 +50,11 @@ class ThreadChooser {
 
   virtual void MoveTime() {}
 
+  /// The number that orders an entry among those that are due at the same time.
+  ///
+  /// @param number  a random one
+  [[nodiscard]] virtual std::uint64_t Tie(std::uint64_t number) { return number; }
+
   /// @param candidates  the threads that can run, by number; at least one
   [[nodiscard]] virtual Thread& Choose(std::span<Thread* const> candidates) = 0;
 };
