@@ -3,10 +3,12 @@
 #include <array>
 #include <cstdio>
 #include <exception>
+#include <optional>
 
 #include "platform/host/nt/memory/pool.h"
 #include "platform/host/nt/processor/kernel_guards.h"
 #include "platform/host/nt/simulation/simulated_scheduler.h"
+#include "platform/host/nt/system/debug_print.h"
 #include "platform/host/nt/verifier/kernel_faults.h"
 #include "platform/host/nt/verifier/verifier.h"
 #include "scenarios/stated_hangs.h"
@@ -97,7 +99,8 @@ std::string_view ToString(Verdict verdict) {
 RunOptions operator|(const RunOptions& a, const RunOptions& b) {
   return {.HasPoints = a.HasPoints || b.HasPoints,
           .HasStalls = a.HasStalls || b.HasStalls,
-          .HasExposure = a.HasExposure || b.HasExposure};
+          .HasExposure = a.HasExposure || b.HasExposure,
+          .IsSideBySide = a.IsSideBySide || b.IsSideBySide};
 }
 
 std::string ToString(const RunOptions& options) {
@@ -121,14 +124,19 @@ RunResult RunScenario(const Scenario& scenario, const RunKey& key, bool keepsTra
   const FaultsOff faultsOff;
   testbed::ResetSharedExposure();
   const host::VerifierCapture capture;
-  TraceRecord trace(keepsTrace);
   RunKey played = key;
   played.Options = key.Options | scenario.Needs;
+  TraceRecord trace(keepsTrace, !played.Options.IsSideBySide);
+  std::optional<host::DebugPrintObserver> messages;
+  if (played.Options.IsSideBySide) {
+    messages.emplace([&trace](const std::string& message) { trace.Add("message " + message); });
+  }
   Stage stage(played, trace);
   std::uint64_t schedule = 0;
   {
     host::SimulatedScheduler world({.Seed = key.Seed,
                                     .HasPreemptionPoints = played.Options.HasPoints,
+                                    .HasImportsOnly = played.Options.IsSideBySide,
                                     .AtSwitchPoint = [&stage](const host::SwitchPlace& place) {
                                       return stage.AtSwitchPoint(place);
                                     }});

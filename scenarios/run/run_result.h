@@ -23,6 +23,10 @@ struct RunOptions {
   bool HasStalls = false;    ///< threads are stalled while time advances
   bool HasExposure = false;  ///< the exposure loop runs: see Surroundings
 
+  /// Schedule and trace are the same for every compilation of the driver: no switch points at what images have as
+  /// instructions; control requests and debug messages in the trace, in place of the driver's own lines.
+  bool IsSideBySide = false;
+
   bool operator==(const RunOptions&) const = default;
 };
 
