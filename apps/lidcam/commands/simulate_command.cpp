@@ -18,6 +18,7 @@
 #include "library/base/interrupt.h"
 #include "scenarios/runner.h"
 #include "scenarios/stated_hangs.h"
+#include "testbed/installed_driver.h"
 
 namespace lidcam::app {
 namespace {
@@ -40,6 +41,7 @@ struct SimulateCommand {
   bool HasAllSteps = false;
   scenarios::RunOptions Options;
   bool IsMixed = false;
+  bool IsSideBySide = false;
   bool IsList = false;
   bool IsJson = false;
   bool ShowsTrace = false;
@@ -95,12 +97,19 @@ SeedRange ParseSeeds(const std::string& text) {
 std::vector<const Scenario*> ChosenScenarios(const std::string& name) {
   std::vector<const Scenario*> chosen;
   if (name == "all") {
-    for (const Scenario& scenario : scenarios::Scenarios()) chosen.push_back(&scenario);
+    for (const Scenario& scenario : scenarios::Scenarios()) {
+      if (!testbed::IsDriverOfImage() || IsOfApplications(scenario)) chosen.push_back(&scenario);
+    }
     return chosen;
   }
   const Scenario* const scenario = scenarios::FindScenario(name);
   if (scenario == nullptr) {
     throw UsageError("--scenario " + name + ": no scenario has this name (--list shows them)");
+  }
+  if (testbed::IsDriverOfImage() && !IsOfApplications(*scenario)) {
+    throw UsageError("--scenario " + name +
+                     ": calls operations of the driver that an image doesn't show; with --driver "
+                     "only scenarios of applications can be played");
   }
   return {scenario};
 }
@@ -219,9 +228,32 @@ scenarios::RunOptions OptionsOf(const SimulateCommand& command, std::uint64_t se
   return kMix[seed % kMix.size()];
 }
 
+// The same run with the driver of this program.
+RunResult RunCompiled(const Scenario& scenario, const RunKey& key, bool keepsTrace) {
+  const auto image = testbed::DriverImage();
+  testbed::InstallDriverOf(nullptr);
+  RunResult result = scenarios::RunScenario(scenario, key, keepsTrace);
+  testbed::InstallDriverOf(image);
+  return result;
+}
+
+// Plays the run with both drivers. A difference is a failure of the image's.
+RunResult RunSideBySide(const Scenario& scenario, const RunKey& key, bool keepsTrace) {
+  const RunResult compiled = RunCompiled(scenario, key, keepsTrace);
+  RunResult loaded = scenarios::RunScenario(scenario, key, keepsTrace);
+  if (compiled.Hash == loaded.Hash && compiled.What == loaded.What) return loaded;
+  if (keepsTrace) std::fputs(compiled.Trace.c_str(), stdout);
+  loaded.Outcome = Verdict::Failed;
+  loaded.What = "the image differs from the compiled driver: hash " + Hex(loaded.Hash) + ", not " +
+                Hex(compiled.Hash) + "; schedule " + std::to_string(loaded.ScheduleLength) +
+                ", not " + std::to_string(compiled.ScheduleLength);
+  return loaded;
+}
+
 void Play(const Scenario& scenario, std::uint64_t seed, const SimulateCommand& command,
           Tally& tally) {
-  const scenarios::RunOptions options = OptionsOf(command, seed);
+  scenarios::RunOptions options = OptionsOf(command, seed);
+  options.IsSideBySide = command.IsSideBySide;
   const auto take = [&](const RunResult& result) {
     tally.Add(result);
     Print(result, command);
@@ -231,7 +263,8 @@ void Play(const Scenario& scenario, std::uint64_t seed, const SimulateCommand& c
     scenarios::RunAllSteps(scenario, seed, options, take);
   } else {
     const RunKey key{std::string(scenario.Name), seed, command.Step.value_or(0), options};
-    take(scenarios::RunScenario(scenario, key, command.ShowsTrace));
+    take(command.IsSideBySide ? RunSideBySide(scenario, key, command.ShowsTrace)
+                              : scenarios::RunScenario(scenario, key, command.ShowsTrace));
   }
 }
 
@@ -292,6 +325,13 @@ void AddSimulateCommand(CLI::App& app) {
       "the exposure loop runs: settings, changing light, control requests that take time");
   sub->add_flag("--mix", command->IsMixed, "seed by seed with none, some or all of these three")
       ->excludes("--points", "--stalls", "--exposure");
+  AddDriverOption(*sub);
+  sub->add_flag(
+         "--side-by-side", command->IsSideBySide,
+         "with --driver: play each run with the program's own driver, too; requests, statuses, "
+         "messages and frames have to be the same")
+      ->needs("--driver")
+      ->excludes("--points");
   sub->add_flag("--list", command->IsList,
                 "list the scenarios, and the hangs that are no failures");
   sub->add_flag("--json", command->IsJson, "one JSON object a run");
