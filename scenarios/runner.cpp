@@ -3,10 +3,12 @@
 #include <array>
 #include <cstdio>
 #include <exception>
+#include <optional>
 
 #include "platform/host/nt/memory/pool.h"
 #include "platform/host/nt/processor/kernel_guards.h"
 #include "platform/host/nt/simulation/simulated_scheduler.h"
+#include "platform/host/nt/system/debug_print.h"
 #include "platform/host/nt/verifier/kernel_faults.h"
 #include "platform/host/nt/verifier/verifier.h"
 #include "scenarios/stated_hangs.h"
@@ -98,7 +100,8 @@ RunOptions operator|(const RunOptions& a, const RunOptions& b) {
   return {.HasPoints = a.HasPoints || b.HasPoints,
           .HasStalls = a.HasStalls || b.HasStalls,
           .HasExposure = a.HasExposure || b.HasExposure,
-          .Scheduler = b.Scheduler != host::SchedulerKind::Walk ? b.Scheduler : a.Scheduler};
+          .Scheduler = b.Scheduler != host::SchedulerKind::Walk ? b.Scheduler : a.Scheduler,
+          .IsSideBySide = a.IsSideBySide || b.IsSideBySide};
 }
 
 std::string ToString(const RunOptions& options) {
@@ -125,9 +128,13 @@ RunResult RunScenario(const Scenario& scenario, const RunKey& key, const RunReco
   const FaultsOff faultsOff;
   testbed::ResetSharedExposure();
   const host::VerifierCapture capture;
-  TraceRecord trace(records.KeepsTrace);
   RunKey played = key;
   played.Options = key.Options | scenario.Needs;
+  TraceRecord trace(records.KeepsTrace, !played.Options.IsSideBySide);
+  std::optional<host::DebugPrintObserver> messages;
+  if (played.Options.IsSideBySide) {
+    messages.emplace([&trace](const std::string& message) { trace.Add("message " + message); });
+  }
   Stage stage(played, trace);
   std::uint64_t schedule = 0;
   {
@@ -135,6 +142,7 @@ RunResult RunScenario(const Scenario& scenario, const RunKey& key, const RunReco
         {.Seed = key.Seed,
          .Kind = played.Options.Scheduler,
          .HasPreemptionPoints = played.Options.HasPoints,
+         .HasImportsOnly = played.Options.IsSideBySide,
          .AtSwitchPoint =
              [&stage](const host::SwitchPlace& place) { return stage.AtSwitchPoint(place); },
          .AtRest = [&stage] { return stage.WrongAtRest(); },

@@ -4,7 +4,6 @@
 #include <stdexcept>
 #include <utility>
 
-#include "driver/avstream/entry/driver_entry.h"
 #include "platform/host/nt/io/device_object.h"
 #include "platform/host/nt/io/plug_and_play.h"
 
@@ -31,13 +30,14 @@ void InstalledTestbed::Install() {
   registryPath.Buffer = key.data();
   registryPath.Length = static_cast<USHORT>(key.size() * sizeof(char16_t));
   registryPath.MaximumLength = registryPath.Length;
-  Require(DriverEntry(&DriverObject(), &registryPath), "the camera's driver can't be loaded");
+  Require(installedDriver_.Load(DriverObject(), registryPath),
+          "the camera's driver can't be loaded");
   Require(DriverObject().DriverExtension->AddDevice(&DriverObject(), PhysicalDevice()),
           "the driver has no room for the camera's device");
 }
 
 void InstalledTestbed::Unload() {
-  if (DriverObject().DriverUnload != nullptr) DriverObject().DriverUnload(&DriverObject());
+  installedDriver_.Unload(DriverObject());
 }
 
 InstalledTestbed::~InstalledTestbed() noexcept(false) {

@@ -6,6 +6,7 @@
 #include "bus/usb_bus.h"
 #include "driver/avstream/device/capture_device.h"
 #include "testbed/device_filter.h"
+#include "testbed/installed_driver.h"
 #include "testbed/testbed.h"
 
 namespace lidcam::testbed {
@@ -60,6 +61,8 @@ class InstalledTestbed final : public Testbed {
   void Unload();
   [[nodiscard]] PDEVICE_OBJECT FunctionalDevice() const;
   [[nodiscard]] CaptureDevice& Driver() const;
+
+  InstalledDriver installedDriver_;
 };
 
 }  // namespace lidcam::testbed

@@ -19,6 +19,7 @@
 #include "platform/host/nt/declarations/nt_declarations.h"
 #include "platform/host/nt/files/files.h"
 #include "platform/host/nt/system/status_words.h"
+#include "testbed/installed_driver.h"
 
 namespace lidcam::app {
 namespace {
@@ -74,7 +75,18 @@ StillLock::~StillLock() {
   ::close(descriptor_);
 }
 
-StillReport::StillReport() : observer_([this](std::string_view line) { See(line); }) {}
+StillReport::StillReport() : observer_([this](std::string_view line) { See(line); }) {
+  if (testbed::IsDriverOfImage())
+    messages_.emplace([this](const std::string& message) { SeeMessage(message); });
+}
+
+// The last message of a still is its size's number; the one of success comes before it.
+void StillReport::SeeMessage(std::string_view message) {
+  const std::lock_guard lock(mutex_);
+  if (message == "Write file true") isWritten_ = true;
+  if (!message.starts_with("srcIndex = ")) return;
+  status_ = isWritten_ ? 0 : static_cast<std::uint32_t>(STATUS_UNSUCCESSFUL);
+}
 
 void StillReport::See(std::string_view line) {
   constexpr std::string_view kStatus = " status=";

@@ -9,6 +9,7 @@
 
 #include "library/base/units.h"
 #include "library/settings/trace_observer.h"
+#include "platform/host/nt/system/debug_print.h"
 
 namespace lidcam::app {
 
@@ -50,10 +51,13 @@ class StillReport {
 
  private:
   void See(std::string_view line);
+  void SeeMessage(std::string_view message);
 
   mutable std::mutex mutex_;  ///< guards the status; never held over a kernel call
   std::optional<std::uint32_t> status_;
+  bool isWritten_ = false;
   TraceObserver observer_;
+  std::optional<host::DebugPrintObserver> messages_;  ///< of a driver without a trace
 };
 
 /// Where the driver writes stills on the system disk in use.

@@ -5,7 +5,9 @@
 #include <cstring>
 #include <string>
 
+#include "platform/host/nt/scheduling/scheduler.h"
 #include "platform/host/nt/scheduling/violation.h"
+#include "platform/host/nt/verifier/lock_order.h"
 #include "platform/host/nt/verifier/object_tracker.h"
 #include "platform/kernel.h"
 
@@ -18,13 +20,14 @@ LARGE_INTEGER NTAPI QueryPerformanceCounter(PLARGE_INTEGER frequency) {
   constexpr LONGLONG kUnitsInSecond = 10'000'000;
   if (frequency != nullptr) frequency->QuadPart = kUnitsInSecond;
   LARGE_INTEGER time{};
-  time.QuadPart = static_cast<LONGLONG>(KeQueryInterruptTime());
+  time.QuadPart = host::CurrentWorld().Now();
   return time;
 }
 
 // An image initialises a spin lock without a call: it becomes known at its first use.
 KIRQL NTAPI AcquireSpinLockRaiseToDpc(PKSPIN_LOCK lock) {
   if (*lock == 0 && !host::IsRegisteredObject(lock)) {
+    host::ForgetLockOrder(lock);
     host::RegisterObject("KeAcquireSpinLock", host::ObjectKind::SpinLock, lock, sizeof(*lock));
   }
   KIRQL before = PASSIVE_LEVEL;

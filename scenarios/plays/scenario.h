@@ -23,6 +23,10 @@ struct Scenario {
 /// All scenarios, in the order in which they are listed.
 [[nodiscard]] std::span<const Scenario> Scenarios();
 
+/// Whether the scenario's clients are applications, which any driver can serve. All others call the operations of
+/// the driver that is compiled into this program.
+[[nodiscard]] bool IsOfApplications(const Scenario& scenario);
+
 /// @return null for an unknown name
 [[nodiscard]] const Scenario* FindScenario(std::string_view name);
 

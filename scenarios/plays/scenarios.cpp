@@ -79,6 +79,13 @@ std::span<const Scenario> Scenarios() {
   return kScenarios;
 }
 
+bool IsOfApplications(const Scenario& scenario) {
+  constexpr std::array kPlays{
+      Clients,           TwoClients,       WildClients,       ClientsAndPower, ClientsAndRestarts,
+      ClientsAndRemoval, ClientsAndFaults, OutOfMemoryClient, Controls,        StoppedRead};
+  return std::ranges::find(kPlays, scenario.Play) != kPlays.end();
+}
+
 const Scenario* FindScenario(std::string_view name) {
   const auto found = std::ranges::find(kScenarios, name, &Scenario::Name);
   return found != kScenarios.end() ? &*found : nullptr;

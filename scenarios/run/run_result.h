@@ -24,6 +24,10 @@ struct RunOptions {
   bool HasExposure = false;  ///< the exposure loop runs: see Surroundings
   host::SchedulerKind Scheduler = host::SchedulerKind::Walk;
 
+  /// Schedule and trace are the same for every compilation of the driver: no switch points at what images have as
+  /// instructions; control requests and debug messages in the trace, in place of the driver's own lines.
+  bool IsSideBySide = false;
+
   bool operator==(const RunOptions&) const = default;
 };
 

@@ -19,12 +19,13 @@ constinit TraceRecord* g_record = nullptr;
 [[gnu::format(printf, 1, 0)]] void Take(const char* format, std::va_list arguments) {
   std::array<char, 240> line{};
   std::vsnprintf(line.data(), line.size(), format, arguments);
-  if (g_record != nullptr) g_record->Add(line.data());
+  if (g_record != nullptr) g_record->AddOfDriver(line.data());
 }
 
 }  // namespace
 
-TraceRecord::TraceRecord(bool keepsAll) : keepsAll_(keepsAll), hash_(kFnvOffset) {
+TraceRecord::TraceRecord(bool keepsAll, bool hasDriverLines)
+    : keepsAll_(keepsAll), hasDriverLines_(hasDriverLines), hash_(kFnvOffset) {
   g_record = this;
   SetCameraTraceSink(Take);
 }
@@ -34,12 +35,16 @@ TraceRecord::~TraceRecord() {
   g_record = nullptr;
 }
 
+void TraceRecord::AddOfDriver(std::string_view line) {
+  Look(line);
+  if (hasDriverLines_) Add(line);
+}
+
 void TraceRecord::Add(std::string_view line) {
   for (const char letter : line) {
     hash_ = (hash_ ^ static_cast<unsigned char>(letter)) * kFnvPrime;
   }
   hash_ = (hash_ ^ '\n') * kFnvPrime;
-  Look(line);
   lines_.emplace_back(line);
   if (!keepsAll_ && lines_.size() > kLinesKept) lines_.pop_front();
   if (look_) look_(line);

@@ -18,7 +18,8 @@ namespace lidcam::scenarios {
 class TraceRecord {
  public:
   /// @param keepsAll  keeps all lines instead of the last hundred
-  explicit TraceRecord(bool keepsAll);
+  /// @param hasDriverLines  the driver's own lines are part of the text and of the hash
+  explicit TraceRecord(bool keepsAll, bool hasDriverLines = true);
   TraceRecord(const TraceRecord&) = delete;
   TraceRecord& operator=(const TraceRecord&) = delete;
   ~TraceRecord();
@@ -26,11 +27,17 @@ class TraceRecord {
   /// Calls `look` with each line, on the thread whose line it is; null ends that.
   void Watch(std::function<void(std::string_view line)> look) { look_ = std::move(look); }
 
+  /// Adds a line of the driver.
+  void AddOfDriver(std::string_view line);
   /// Adds a line of the simulation itself.
   void Add(std::string_view line);
 
   [[nodiscard]] std::uint64_t Hash() const { return hash_; }
   [[nodiscard]] std::string Text() const;
+
+  /// A thread has begun a loop without an end. So does a read that coincides with the frame path; the driver of an
+  /// image has no trace that shows it.
+  void NoteStoppedReader(const host::Thread& thread) { stoppedReader_ = &thread; }
 
   /// Recoveries ended so far.
   [[nodiscard]] std::uint64_t RecoveriesEnded() const { return recoveries_; }
@@ -52,6 +59,7 @@ class TraceRecord {
   void NoteStoppedReader();
 
   const bool keepsAll_;
+  const bool hasDriverLines_;
   std::uint64_t hash_;
   std::deque<std::string> lines_;
   std::function<void(std::string_view line)> look_;

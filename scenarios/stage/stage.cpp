@@ -1,12 +1,39 @@
 #include "scenarios/stage/stage.h"
 
+#include "bus/passing_bus.h"
 #include "platform/host/nt/memory/pool.h"
 #include "platform/host/nt/scheduling/scheduler.h"
+#include "platform/host/nt/scheduling/thread.h"
 #include "platform/host/nt/scheduling/violation.h"
 #include "platform/host/nt/verifier/kernel_faults.h"
 #include "scenarios/run/value_of.h"
 
 namespace lidcam::scenarios {
+namespace {
+
+// Adds each control request, its data and its end to the trace.
+class TracedRequests final : public bus::PassingBus {
+ public:
+  TracedRequests(bus::UsbBus& bus, TraceRecord& trace) : PassingBus(bus), trace_(trace) {}
+
+  bus::ControlResult ControlTransfer(const bus::SetupPacket& setup,
+                                     std::span<std::uint8_t> data) override {
+    const bus::ControlResult result = PassingBus::ControlTransfer(setup, data);
+    std::string line = "request " + std::to_string(setup.RequestType) + " " +
+                       std::to_string(setup.Request) + " " + std::to_string(setup.Value) + " " +
+                       std::to_string(setup.Index) + " -> " +
+                       std::string(bus::ToString(result.Status));
+    for (const std::uint8_t byte : data.first(result.Transferred))
+      line += " " + std::to_string(byte);
+    trace_.Add(line);
+    return result;
+  }
+
+ private:
+  TraceRecord& trace_;
+};
+
+}  // namespace
 
 Stage::Stage(const RunKey& key, TraceRecord& trace)
     : RunChecks(key.Seed), key_(key), trace_(trace), chance_(key.Seed, 1) {
@@ -48,7 +75,9 @@ bus::UsbBus& Stage::LayBus(const PlugOptions& options) {
                                      .Observer = {}});
   interposer_ = std::make_unique<Interposer>();
   interposer_->Watch([this](PIRP irp, const URB& urb) { CheckRequest(irp, urb); });
-  return *faults_;
+  if (!key_.Options.IsSideBySide) return *faults_;
+  traced_ = std::make_unique<TracedRequests>(*faults_, trace_);
+  return *traced_;
 }
 
 // Also asserts what can change with requests only, and needs no look at each switch point.
@@ -69,6 +98,7 @@ void Stage::CheckLine(std::string_view line) {
 
 void Stage::TakeUpBus() {
   interposer_.reset();
+  traced_.reset();
   faults_.reset();
 }
 
@@ -77,6 +107,7 @@ LONGLONG Stage::AtSwitchPoint(const host::SwitchPlace& place) {
     camera_->Unplug();
     reachedFault_ = true;
   }
+  if (place.Self.HasStopped) trace_.NoteStoppedReader(place.Self);
   return RunStalls().At(place, host::CurrentWorld().Now());
 }
 

@@ -129,6 +129,7 @@ class Stage final : public RunChecks {
   std::unique_ptr<Surroundings> around_;
   std::unique_ptr<StampedCamera> camera_;
   std::unique_ptr<bus::FaultBus> faults_;
+  std::unique_ptr<bus::UsbBus> traced_;
   std::unique_ptr<Interposer> interposer_;
   RequestChecks requests_;
   StreamChecks streamChecks_;

@@ -218,6 +218,7 @@ CLI::App* AddCommand(CLI::App& app, const std::shared_ptr<ControlsCommand>& comm
                      const std::string& name, const std::string& description) {
   CLI::App* const sub = app.add_subcommand(name, description);
   AddCameraOptions(*sub, command->Common);
+  AddDriverOption(*sub);
   AddOutputOptions(*sub, command->Common);
   return sub;
 }

@@ -19,6 +19,7 @@
 #include "scenarios/minimizer.h"
 #include "scenarios/runner.h"
 #include "scenarios/stated_hangs.h"
+#include "testbed/installed_driver.h"
 
 namespace lidcam::app {
 namespace {
@@ -43,6 +44,7 @@ struct SimulateCommand {
   std::string Scheduler = "walk";
   bool IsMixed = false;
   bool IsMinimized = false;
+  bool IsSideBySide = false;
   bool IsList = false;
   bool IsJson = false;
   bool ShowsTrace = false;
@@ -98,12 +100,19 @@ SeedRange ParseSeeds(const std::string& text) {
 std::vector<const Scenario*> ChosenScenarios(const std::string& name) {
   std::vector<const Scenario*> chosen;
   if (name == "all") {
-    for (const Scenario& scenario : scenarios::Scenarios()) chosen.push_back(&scenario);
+    for (const Scenario& scenario : scenarios::Scenarios()) {
+      if (!testbed::IsDriverOfImage() || IsOfApplications(scenario)) chosen.push_back(&scenario);
+    }
     return chosen;
   }
   const Scenario* const scenario = scenarios::FindScenario(name);
   if (scenario == nullptr) {
     throw UsageError("--scenario " + name + ": no scenario has this name (--list shows them)");
+  }
+  if (testbed::IsDriverOfImage() && !IsOfApplications(*scenario)) {
+    throw UsageError("--scenario " + name +
+                     ": calls operations of the driver that an image doesn't show; with --driver "
+                     "only scenarios of applications can be played");
   }
   return {scenario};
 }
@@ -251,9 +260,32 @@ scenarios::RunOptions OptionsOf(const SimulateCommand& command, std::uint64_t se
   return options;
 }
 
+// The same run with the driver of this program.
+RunResult RunCompiled(const Scenario& scenario, const RunKey& key, bool keepsTrace) {
+  const auto image = testbed::DriverImage();
+  testbed::InstallDriverOf(nullptr);
+  RunResult result = scenarios::RunScenario(scenario, key, {.KeepsTrace = keepsTrace});
+  testbed::InstallDriverOf(image);
+  return result;
+}
+
+// Plays the run with both drivers. A difference is a failure of the image's.
+RunResult RunSideBySide(const Scenario& scenario, const RunKey& key, bool keepsTrace) {
+  const RunResult compiled = RunCompiled(scenario, key, keepsTrace);
+  RunResult loaded = scenarios::RunScenario(scenario, key, {.KeepsTrace = keepsTrace});
+  if (compiled.Hash == loaded.Hash && compiled.What == loaded.What) return loaded;
+  if (keepsTrace) std::fputs(compiled.Trace.c_str(), stdout);
+  loaded.Outcome = Verdict::Failed;
+  loaded.What = "the image differs from the compiled driver: hash " + Hex(loaded.Hash) + ", not " +
+                Hex(compiled.Hash) + "; schedule " + std::to_string(loaded.ScheduleLength) +
+                ", not " + std::to_string(compiled.ScheduleLength);
+  return loaded;
+}
+
 void Play(const Scenario& scenario, std::uint64_t seed, const SimulateCommand& command,
           Tally& tally) {
-  const scenarios::RunOptions options = OptionsOf(command, seed);
+  scenarios::RunOptions options = OptionsOf(command, seed);
+  options.IsSideBySide = command.IsSideBySide;
   const auto take = [&](const RunResult& result) {
     tally.Add(result);
     Print(result, command);
@@ -263,7 +295,9 @@ void Play(const Scenario& scenario, std::uint64_t seed, const SimulateCommand& c
     scenarios::RunAllSteps(scenario, seed, options, take);
   } else {
     const RunKey key{std::string(scenario.Name), seed, command.Step.value_or(0), options};
-    take(scenarios::RunScenario(scenario, key, {.KeepsTrace = command.ShowsTrace}));
+    take(command.IsSideBySide
+             ? RunSideBySide(scenario, key, command.ShowsTrace)
+             : scenarios::RunScenario(scenario, key, {.KeepsTrace = command.ShowsTrace}));
   }
 }
 
@@ -360,6 +394,13 @@ void AddSimulateCommand(CLI::App& app) {
   sub->add_flag("--mix", command->IsMixed,
                 "seed by seed with none, some or all of these three, and with each scheduler")
       ->excludes("--points", "--stalls", "--exposure", "--scheduler");
+  AddDriverOption(*sub);
+  sub->add_flag(
+         "--side-by-side", command->IsSideBySide,
+         "with --driver: play each run with the program's own driver, too; requests, statuses, "
+         "messages and frames have to be the same")
+      ->needs("--driver")
+      ->excludes("--points");
   sub->add_flag("--list", command->IsList,
                 "list the scenarios, and the hangs that are no failures");
   sub->add_flag("--json", command->IsJson, "one JSON object a run");

@@ -2,11 +2,14 @@
 
 #include <charconv>
 #include <cstdio>
+#include <memory>
 #include <string>
 
 #include "library/base/command_error.h"
 #include "library/base/interrupt.h"
 #include "library/camera/source/plugged_camera.h"
+#include "platform/image/image_file.h"
+#include "testbed/installed_driver.h"
 
 namespace lidcam::app {
 
@@ -76,6 +79,24 @@ void AddWaitOption(CLI::App& command, CommonOptions& options) {
       "--wait", options.Waits,
       "wait for a camera that another process has, or that is not plugged in, rather than "
       "fail");
+}
+
+void AddDriverOption(CLI::App& command) {
+  command
+      .add_option_function<std::string>(
+          "--driver",
+          [](const std::string& path) {
+            try {
+              testbed::InstallDriverOf(
+                  std::make_shared<const image::ImageFile>(image::ImageFile::Read(path)));
+            } catch (const image::ImageError& error) {
+              throw CommandError(std::string("--driver: ") + error.what());
+            }
+          },
+          "install the camera with this image of the driver, lidcam.sys for 64-bit x86, rather "
+          "than "
+          "with the driver of this program")
+      ->type_name("FILE");
 }
 
 void AddLightOptions(CLI::App& command, CommonOptions& options) {

@@ -48,6 +48,9 @@ void AddLightOptions(CLI::App& command, CommonOptions& options);
 /// Adds --json, --trace, --debug and --quiet.
 void AddOutputOptions(CLI::App& command, CommonOptions& options);
 
+/// Adds --driver, by which a camera is installed with the driver of an image.
+void AddDriverOption(CLI::App& command);
+
 /// Which sizes a stream has.
 struct SizeOptions {
   std::string Size = "640x480";

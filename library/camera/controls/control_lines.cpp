@@ -5,6 +5,7 @@
 
 #include "driver/sensor/registers/register_access.h"
 #include "library/camera/bring_up/camera_identity.h"
+#include "testbed/installed_driver.h"
 
 namespace lidcam::app {
 namespace {
@@ -13,7 +14,7 @@ namespace {
 // under the current register select, which an application doesn't know.
 std::string ReadReport(const OpenedCamera& opened, const CameraControl& control) {
   const auto report = ReportOf(control.Name, opened.SensorType());
-  if (!report) return "-";
+  if (!report || testbed::IsDriverOfImage()) return "-";
   std::optional<std::uint8_t> answer;
   opened.WithContext([&](CameraContext& context) {
     std::uint8_t value = 0;

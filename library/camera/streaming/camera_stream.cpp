@@ -9,6 +9,7 @@
 #include "library/camera/bring_up/camera_identity.h"
 #include "library/frames/stream_format.h"
 #include "platform/host/nt/system/status_words.h"
+#include "testbed/installed_driver.h"
 #include "testbed/worlds.h"
 
 namespace lidcam::app {
@@ -107,8 +108,14 @@ CameraStream::CameraStream(OpenedCamera& opened, client::Stream& pin, PictureSiz
   const auto endAtLast = [this, most = setup.MostFrames](std::uint64_t count) {
     if (most && count >= *most) opened_.Sending().End();
   };
+  if (testbed::IsDriverOfImage()) {
+    messages_.emplace([this](const std::string& message) {
+      constexpr std::string_view kReceived = "ReceivedRawFrameBuffer = ";
+      if (message.starts_with(kReceived) && message != std::string(kReceived) + "0") ++wrongSizes_;
+    });
+  }
   opened_.WithContext([&](const CameraContext& context) {
-    if (setup.Watching == DeliveryWatching::EachDelivery) {
+    if (setup.Watching == DeliveryWatching::EachDelivery && !messages_) {
       watch_.emplace(
           context, [this] { return SinceRun().Microframes; }, endAtLast);
     }
@@ -172,13 +179,15 @@ bool CameraStream::TakeNext(LONGLONG timeout) {
   return true;
 }
 
-// Nothing of a device that is gone.
-std::optional<DeliveryReport> CameraStream::LoopNow() const {
+// Nothing of a device that is gone. A driver without a trace prints a wrong size ahead of its frame.
+std::optional<DeliveryReport> CameraStream::LoopNow() {
   std::optional<DeliveryReport> report;
+  const bool isGood = std::exchange(wrongSizesSeen_, wrongSizes_.load()) == wrongSizes_;
   opened_.WithContext([&](const CameraContext& context) {
     report = DeliveryReport{
-        .IsGood = true,
+        .IsGood = isGood,
         .IsAutoExposure = context.AutoExposure != 0,
+        .Microframe = messages_ ? SinceRun().Microframes : 0,
         .Loop = ReadFrameRow(context, {.Yuy2 = {}, .RawFrame = {}, .Microframe = 0}, {}),
     };
   });

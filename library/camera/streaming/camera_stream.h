@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <functional>
@@ -14,6 +15,7 @@
 #include "library/frames/stream_progress.h"
 #include "library/settings/stream_size.h"
 #include "platform/host/client/stream.h"
+#include "platform/host/nt/system/debug_print.h"
 
 namespace lidcam::app {
 
@@ -93,7 +95,7 @@ class CameraStream {
  private:
   bool TakeNext(LONGLONG timeout);
   void Take(client::Frame& frame);
-  [[nodiscard]] std::optional<DeliveryReport> LoopNow() const;
+  [[nodiscard]] std::optional<DeliveryReport> LoopNow();
   [[nodiscard]] std::int64_t CountLost(const FramePosition& position);
   bool DrainAtEnd();
   void WatchTransfers();
@@ -106,6 +108,9 @@ class CameraStream {
   StreamFrameHandler frames_;
   testbed::BusMeter atRun_;
   std::optional<DeliveryWatch> watch_;
+  std::atomic<std::uint64_t> wrongSizes_{0};  ///< that a driver without a trace has printed
+  std::uint64_t wrongSizesSeen_ = 0;
+  std::optional<host::DebugPrintObserver> messages_;
   StreamCounts counts_;  ///< of frames; the bus's share comes from its meter
   LostFrames lost_;
   std::int64_t lostCount_ = 0;

@@ -2,7 +2,9 @@
 
 #include "tests/compliance/support/compliance_world.h"
 
+#include <cstdlib>
 #include <filesystem>
+#include <memory>
 #include <stdexcept>
 
 #include "bus/capture/recording/recording_bus.h"
@@ -14,6 +16,8 @@
 #include "platform/host/nt/memory/pool.h"
 #include "platform/host/nt/objects/handles.h"
 #include "platform/host/nt/registry/registry.h"
+#include "platform/image/image_file.h"
+#include "testbed/installed_driver.h"
 #include "testbed/worlds.h"
 #include "tests/driver/support/shared_exposure.h"
 
@@ -25,6 +29,20 @@ namespace {
 constexpr const char* kMildFaults =
     "control 30 late 2ms 4; control 200 late 5ms; at 150ms lose 2; at 300ms error; "
     "at 450ms corrupt 2; at 600ms short; at 800ms marker; at 1s silence 40ms; at 1200ms oversize";
+
+/// With LIDCAM_DRIVER, all cameras of the suite have the driver of that image.
+class DriverOfSuite : public ::testing::Environment {
+ public:
+  void SetUp() override {
+    const char* const path = std::getenv("LIDCAM_DRIVER");
+    if (path == nullptr) return;
+    testbed::InstallDriverOf(
+        std::make_shared<const image::ImageFile>(image::ImageFile::Read(path)));
+  }
+};
+
+const ::testing::Environment* const g_driverOfSuite =
+    ::testing::AddGlobalTestEnvironment(new DriverOfSuite);
 
 /// An empty registry for one scenario.
 class FreshRegistry {

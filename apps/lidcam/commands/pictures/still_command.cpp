@@ -281,6 +281,7 @@ void AddStillCommand(CLI::App& app) {
          "as the driver wrote them; all show the driver's two marks in the last two pixels")
       ->type_name("FILE")
       ->required();
+  AddDriverOption(*sub);
   AddOutputOptions(*sub, command->Common);
   sub->footer(
       "The still has the size that the camera sends, whatever the stream's size is. Its last two\n"

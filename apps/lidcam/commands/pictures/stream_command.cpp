@@ -170,6 +170,7 @@ void AddStreamCommand(CLI::App& app) {
   sub->add_option("--log", command->Log,
                   "what the exposure loop did at each delivered frame, as CSV; see lidcam plot")
       ->type_name("FILE");
+  AddDriverOption(*sub);
   AddOutputOptions(*sub, command->Common);
   sub->footer(
       "Without --frames or --duration it runs until Ctrl-C, which ends it in order. Whatever\n"

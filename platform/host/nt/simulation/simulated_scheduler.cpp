@@ -121,6 +121,21 @@ void SimulatedScheduler::NoteSpin(Thread& self, SwitchKind kind) {
   ++self.Spins;
 }
 
+namespace {
+
+bool IsInstruction(std::string_view call) {
+  constexpr std::array kInstructions{calls::kInterlocked,
+                                     calls::kKeGetCurrentIrql,
+                                     calls::kKeGetCurrentThread,
+                                     calls::kKeInitializeSpinLock,
+                                     calls::kKeSaveFloatingPointState,
+                                     calls::kKeRestoreFloatingPointState};
+  return std::ranges::any_of(kInstructions,
+                             [call](const CallRule& rule) { return call == rule.Name; });
+}
+
+}  // namespace
+
 // @return whether the thread is stalled at the point
 bool SimulatedScheduler::BeginPoint(Thread& self, const PointSubject& subject) {
   if (!options_.AtSwitchPoint) return false;
@@ -135,6 +150,7 @@ void SimulatedScheduler::SwitchPoint(Thread& self, const char* call, SwitchKind 
     if (IsUnwinding()) return;
     throw KernelStopped{};
   }
+  if (options_.HasImportsOnly && IsInstruction(call)) return;
   const bool isStalled = BeginPoint(self, {call, self.LastObject});
   Guard guard(Lock());
   Trace(self, call);

@@ -41,6 +41,10 @@ struct SimulationOptions {
   /// behind each call that wakes a thread, releases a lock or hands something over.
   bool HasPreemptionPoints = false;
 
+  /// No switch points at what 64-bit Windows has as instructions rather than as functions, so that the driver's
+  /// compiled sources and its shipped image have the same schedule.
+  bool HasImportsOnly = false;
+
   /// Called at each switch point, on the thread that reaches it: to inject an event from outside of
   /// the kernel, or to stall the thread. May be called under any lock and at any level, and mustn't
   /// call the kernel.

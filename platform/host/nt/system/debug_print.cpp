@@ -54,6 +54,22 @@ std::vector<std::string> DebugPrintCapture::Messages() const {
   return messages_;
 }
 
+DebugPrintObserver::DebugPrintObserver(DebugPrintSink see) {
+  DebugOutput& output = TheOutput();
+  const std::lock_guard guard(output.Lock);
+  previous_ = output.Sink;
+  output.Sink = [see = std::move(see), previous = previous_](const std::string& message) {
+    see(message);
+    if (previous) previous(message);
+  };
+}
+
+DebugPrintObserver::~DebugPrintObserver() {
+  DebugOutput& output = TheOutput();
+  const std::lock_guard guard(output.Lock);
+  output.Sink = std::move(previous_);
+}
+
 }  // namespace lidcam::host
 
 #if defined(__x86_64__)

@@ -28,4 +28,18 @@ class DebugPrintCapture {
   DebugPrintSink previous_;
 };
 
+/// Sees the debug messages printed during its lifetime, which go to the previous sink, too.
+class DebugPrintObserver {
+ public:
+  /// @param see  called on the thread that prints
+  explicit DebugPrintObserver(DebugPrintSink see);
+  DebugPrintObserver(const DebugPrintObserver&) = delete;
+  DebugPrintObserver& operator=(const DebugPrintObserver&) = delete;
+  /// In the reverse order of the constructions.
+  ~DebugPrintObserver();
+
+ private:
+  DebugPrintSink previous_;
+};
+
 }  // namespace lidcam::host

@@ -25,6 +25,19 @@ TEST(DebugPrint, CutsALongMessage) {
   EXPECT_EQ(debug.Messages().at(0), std::string(511, 'x'));
 }
 
+TEST(DebugPrint, AnObserverPassesMessagesOn) {
+  const DebugPrintCapture debug;
+  std::vector<std::string> seen;
+  {
+    const DebugPrintObserver observer(
+        [&seen](const std::string& message) { seen.push_back(message); });
+    DbgPrint("seen");
+  }
+  DbgPrint("later");
+  EXPECT_THAT(seen, ElementsAre("seen"));
+  EXPECT_THAT(debug.Messages(), ElementsAre("seen", "later"));
+}
+
 TEST(DebugPrint, CaptureGivesTheSinkBeforeItBack) {
   std::vector<std::string> seen;
   SetDebugPrintSink([&seen](const std::string& message) { seen.push_back(message); });

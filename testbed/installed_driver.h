@@ -1,0 +1,42 @@
+#pragma once
+
+#include <memory>
+
+#include "platform/host/nt/declarations/nt_declarations.h"
+
+namespace lidcam::image {
+class ImageFile;
+class LoadedDriver;
+}  // namespace lidcam::image
+
+namespace lidcam::testbed {
+
+/// From now on cameras are installed with the driver of this image; null: with the one compiled into this program,
+/// which is the initial choice. Not while a camera is installed.
+void InstallDriverOf(std::shared_ptr<const image::ImageFile> file);
+
+/// The image whose driver cameras are installed with; null: the compiled one.
+[[nodiscard]] std::shared_ptr<const image::ImageFile> DriverImage();
+[[nodiscard]] bool IsDriverOfImage();
+
+/// The driver of one installed camera.
+class InstalledDriver {
+ public:
+  InstalledDriver();
+  InstalledDriver(const InstalledDriver&) = delete;
+  InstalledDriver& operator=(const InstalledDriver&) = delete;
+  /// A driver that was not unloaded stays in memory until the next one is loaded by this thread: a world that stops
+  /// still has to unwind through its functions.
+  ~InstalledDriver();
+
+  /// Loads the driver and calls its entry.
+  NTSTATUS Load(DRIVER_OBJECT& driver, UNICODE_STRING& registryPath);
+  /// Nothing of the driver is in use any more.
+  void Unload(DRIVER_OBJECT& driver);
+
+ private:
+  std::shared_ptr<const image::ImageFile> file_;
+  std::unique_ptr<image::LoadedDriver> loaded_;
+};
+
+}  // namespace lidcam::testbed
