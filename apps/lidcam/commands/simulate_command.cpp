@@ -193,15 +193,16 @@ void PrintTally(const Tally& tally, const SimulateCommand& command) {
   const double seconds = tally.Seconds();
   const double rate = seconds > 0 ? static_cast<double>(tally.Runs) / seconds : 0;
   if (command.IsJson) {
-    const nlohmann::json json{{"runs", tally.Runs},
-                              {"failed", tally.Failures},
-                              {"statedHangs", tally.Hangs},
-                              {"cutShort", tally.CutShort},
-                              {"frames", tally.Frames},
-                              {"disturbedFrames", tally.Disturbed},
-                              {"recoveries", tally.Recoveries},
-                              {"seconds", seconds},
-                              {"runsPerSecond", rate}};
+    nlohmann::json json{{"runs", tally.Runs},
+                        {"failed", tally.Failures},
+                        {"statedHangs", tally.Hangs},
+                        {"cutShort", tally.CutShort},
+                        {"frames", tally.Frames},
+                        {"disturbedFrames", tally.Disturbed},
+                        {"recoveries", tally.Recoveries},
+                        {"seconds", seconds},
+                        {"runsPerSecond", rate}};
+    if (testbed::IsDriverOfImage()) json["deepestDriverStack"] = testbed::DeepestStackOfImage();
     std::printf("%s\n", JsonText(json, -1).c_str());
     return;
   }
@@ -214,6 +215,9 @@ void PrintTally(const Tally& tally, const SimulateCommand& command) {
       static_cast<unsigned long long>(tally.Frames),
       static_cast<unsigned long long>(tally.Disturbed),
       static_cast<unsigned long long>(tally.Recoveries), seconds, rate);
+  if (testbed::IsDriverOfImage()) {
+    std::printf("the driver's deepest stack: %zu bytes\n", testbed::DeepestStackOfImage());
+  }
 }
 
 // Half of the seeds have the options that find the most, the others fewer.
