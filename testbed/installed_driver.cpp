@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "driver/avstream/entry/driver_entry.h"
+#include "platform/image/driver_stack.h"
 #include "platform/image/loaded_driver.h"
 
 namespace lidcam::testbed {
@@ -29,6 +30,10 @@ std::shared_ptr<const image::ImageFile> DriverImage() {
 
 bool IsDriverOfImage() {
   return g_file != nullptr;
+}
+
+std::size_t DeepestStackOfImage() {
+  return image::DeepestDriverStack();
 }
 
 InstalledDriver::InstalledDriver() : file_(g_file) {}

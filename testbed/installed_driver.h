@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <memory>
 
 #include "platform/host/nt/declarations/nt_declarations.h"
@@ -18,6 +19,9 @@ void InstallDriverOf(std::shared_ptr<const image::ImageFile> file);
 /// The image whose driver cameras are installed with; null: the compiled one.
 [[nodiscard]] std::shared_ptr<const image::ImageFile> DriverImage();
 [[nodiscard]] bool IsDriverOfImage();
+
+/// Most bytes of a stack that a driver of an image has used so far; 0 without one.
+[[nodiscard]] std::size_t DeepestStackOfImage();
 
 /// The driver of one installed camera.
 class InstalledDriver {

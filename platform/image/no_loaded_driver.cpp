@@ -1,5 +1,6 @@
 // For processors that can't run the image.
 
+#include "platform/image/driver_stack.h"
 #include "platform/image/loaded_driver.h"
 
 namespace lidcam::image {
@@ -14,6 +15,10 @@ LoadedDriver::~LoadedDriver() = default;
 
 NTSTATUS LoadedDriver::Start(PDRIVER_OBJECT, PUNICODE_STRING) {
   return STATUS_NOT_SUPPORTED;
+}
+
+std::size_t DeepestDriverStack() {
+  return 0;
 }
 
 }  // namespace lidcam::image

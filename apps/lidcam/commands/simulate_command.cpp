@@ -205,19 +205,20 @@ void PrintTally(const Tally& tally, const SeedRange& seeds, const SimulateComman
   const double seconds = tally.Seconds();
   const double rate = seconds > 0 ? static_cast<double>(tally.Runs) / seconds : 0;
   if (command.IsJson) {
-    const nlohmann::json json{{"firstSeed", seeds.First},
-                              {"interrupted", IsInterrupted()},
-                              {"lastSeed", seeds.Last},
-                              {"options", OptionsText(command)},
-                              {"runs", tally.Runs},
-                              {"failed", tally.Failures},
-                              {"statedHangs", tally.Hangs},
-                              {"cutShort", tally.CutShort},
-                              {"frames", tally.Frames},
-                              {"disturbedFrames", tally.Disturbed},
-                              {"recoveries", tally.Recoveries},
-                              {"seconds", seconds},
-                              {"runsPerSecond", rate}};
+    nlohmann::json json{{"firstSeed", seeds.First},
+                        {"interrupted", IsInterrupted()},
+                        {"lastSeed", seeds.Last},
+                        {"options", OptionsText(command)},
+                        {"runs", tally.Runs},
+                        {"failed", tally.Failures},
+                        {"statedHangs", tally.Hangs},
+                        {"cutShort", tally.CutShort},
+                        {"frames", tally.Frames},
+                        {"disturbedFrames", tally.Disturbed},
+                        {"recoveries", tally.Recoveries},
+                        {"seconds", seconds},
+                        {"runsPerSecond", rate}};
+    if (testbed::IsDriverOfImage()) json["deepestDriverStack"] = testbed::DeepestStackOfImage();
     std::printf("%s\n", JsonText(json, -1).c_str());
     return;
   }
@@ -230,6 +231,9 @@ void PrintTally(const Tally& tally, const SeedRange& seeds, const SimulateComman
       static_cast<unsigned long long>(tally.Frames),
       static_cast<unsigned long long>(tally.Disturbed),
       static_cast<unsigned long long>(tally.Recoveries), seconds, rate);
+  if (testbed::IsDriverOfImage()) {
+    std::printf("the driver's deepest stack: %zu bytes\n", testbed::DeepestStackOfImage());
+  }
 }
 
 constexpr std::array kSchedulers{host::SchedulerKind::Walk, host::SchedulerKind::Burst,
