@@ -1,7 +1,6 @@
 #include "tests/viewer/support/web_client.h"
 
 #include <arpa/inet.h>
-#include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
