@@ -192,7 +192,7 @@ void ViewedCamera::HandleEvents() {
   }
   if (!isGone && areControlsChanged && session_) ReadControls();
   if (!isGone && !streamError.empty()) {
-    StopStream();
+    Close();
     nextTry_ = Clock::now() + kRetryInterval;
     Enter(CameraPhase::Failed, streamError);
   }
@@ -224,6 +224,7 @@ void ViewedCamera::EnsureStream(app::PictureSize size) {
   try {
     session_->Start(std::move(stream));
   } catch (const std::exception& error) {
+    Close();
     Fail(error);
     return;
   }
@@ -237,14 +238,14 @@ void ViewedCamera::EnsureStream(app::PictureSize size) {
   Enter(CameraPhase::On);
 }
 
-// The driver may try to recover for ever; a stream that begins anew often helps.
+// The driver may try to recover for ever, of an endpoint that stays halted: the camera is opened anew.
 void ViewedCamera::NoticeSilence() {
   if (!running_ || isRecording_) return;
   {
     const std::lock_guard lock(mutex_);
     if (Clock::now() < lastFrame_ + kLongestSilence) return;
   }
-  StopStream();
+  Close();
   nextTry_ = Clock::now() + kRetryInterval;
   Enter(CameraPhase::Failed, "camera '" + state_.Address + "' has sent no whole frame for 5 s");
 }

@@ -196,6 +196,7 @@ void AddViewCommand(CLI::App& app) {
          "usb[:BUS-PORT][:VID:PID], sim[:vid:pid][,NAME=VALUE...] or capture:FILE; once for "
          "each camera; if not given, a camera that is plugged in, else sim")
       ->type_name("CAMERA")
+      ->allow_extra_args(false)
       ->envname("LIDCAM_CAMERA");
   sub->add_option("--listen", command->Address,
                   "where browsers connect, a free port of 127.0.0.1 if not given")

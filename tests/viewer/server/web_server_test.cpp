@@ -257,6 +257,16 @@ TEST_F(WebServerTest, FaultsBeginWhileTheCameraRuns) {
               HasSubstr("explode"));
 }
 
+// The driver's own recovery does not end the halt.
+TEST_F(WebServerTest, ACameraWhoseEndpointHaltsIsOpenedAnew) {
+  Begin();
+  const auto page = Watcher();
+  page->AwaitPicture();
+  page->Ask({{"do", "simulate"}, {"camera", 0}, {"faults", "frame 2 packet 50 stall"}});
+  EXPECT_THAT(page->AwaitState("failed")["error"], HasSubstr("no whole frame"));
+  page->AwaitPicture();
+}
+
 TEST_F(WebServerTest, ASceneThatIsPostedIsShown) {
   Begin();
   const auto page = Watcher();

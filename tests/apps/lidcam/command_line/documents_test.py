@@ -20,8 +20,8 @@ def lines_of(document):
 
 
 def is_for_here(line):
-    """Whether the line needs no screen, no installation and no program that this machine lacks."""
-    if re.match(r"(cd|scripts/|cmake)", line) or "ffplay" in line:
+    """Whether the line needs no screen, no installation and no program that this machine lacks, and ends by itself."""
+    if re.match(r"(cd|scripts/|cmake|lidcam view)", line) or "ffplay" in line:
         return False
     return not any(re.search(rf"\b{name}\b", line) and not shutil.which(name) for name in OTHERS)
 
