@@ -81,7 +81,7 @@ test('a picture file becomes the scene, and the test card comes back', async () 
 test('a camera that is unplugged says so, and its picture continues when it is plugged in', async () => {
   await page.getByRole('button', { name: 'Unplug' }).click();
   await until(async () => (await page.locator('.identity .state').innerText()) === 'unplugged', 'unplugged');
-  assert.match(await page.locator('.message').innerText(), /Unplugged/);
+  assert.match(await page.locator('.message').innerText(), /Unplugged\s+The picture continues when/);
   const last = await shownNumber(page);
   await page.getByRole('button', { name: 'Plug in' }).click();
   await until(async () => (await page.locator('.identity .state').innerText()) === 'live', 'live');
@@ -153,6 +153,15 @@ test('the trace is text with a filter', async () => {
     lines.every((line) => line.includes('bridge FF43')),
     lines.slice(0, 3).join('\n'),
   );
+});
+
+test('a camera whose endpoint stalls is told with the reason, and comes back by itself', async () => {
+  await page.getByRole('tab', { name: 'Simulation' }).click();
+  await page.getByRole('button', { name: 'a stalled endpoint' }).click();
+  await until(async () => (await page.locator('.identity .state').innerText()) === 'failed', 'failed');
+  assert.match(await page.locator('.message:visible').innerText(), /The camera failed\s+\S+/);
+  await until(async () => (await page.locator('.identity .state').innerText()) === 'live', 'live again');
+  await until(async () => !(await page.locator('.message').isVisible()), 'nothing before the picture');
 });
 
 test('the stream goes on after all of it, and the page prints no error', async () => {
