@@ -149,7 +149,10 @@ export class Stage extends EventTarget {
     const [title, text] = STATES[info.state] ?? ['Waiting for the first picture', ''];
     const waits = info.state !== 'on' || !picture.header;
     message.hidden = !waits;
-    message.replaceChildren(element('strong', {}, title), element('span', {}, (info.state === 'failed' && info.error) || text));
+    message.replaceChildren(
+      element('strong', {}, title),
+      element('span', {}, (info.state === 'failed' && info.error) || text),
+    );
   }
 
   hideMessage(number) {

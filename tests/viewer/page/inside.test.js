@@ -15,6 +15,7 @@ before(async () => {
   opened = await openPage(browser, program);
   page = opened.page;
   await firstPicture(page);
+  await tab('Simulation');
 });
 
 after(async () => {
@@ -26,7 +27,6 @@ const tab = (name) => page.getByRole('tab', { name }).click();
 
 test('darkness leads the loop out of its state, with marks where the sensor was written', async () => {
   await until(async () => (await page.locator('.machine').getAttribute('data-state')) === 'Normal', 'Normal');
-  await tab('Simulation');
   await page.getByLabel('Light on the scene').press('Home');
   await until(
     async () => ['Dummy', 'LowLight'].includes(await page.locator('.machine').getAttribute('data-state')),
