@@ -53,7 +53,8 @@ function addDock(stage, store, connection) {
   const bus = new BusPanel(tabs.add('bus', 'Bus'), stage, store, () => tabs.isChosen('bus'));
   tabs.addEventListener('chosen', () => bus.show());
   new RegistersPanel(tabs.add('registers', 'Registers'), stage, store, connection, () => tabs.isChosen('registers'));
-  new TracePanel(tabs.add('trace', 'Trace'), stage, store, connection, () => tabs.isChosen('trace'));
+  const trace = new TracePanel(tabs.add('trace', 'Trace'), stage, store, connection, () => tabs.isChosen('trace'));
+  tabs.addEventListener('chosen', () => trace.ask());
 }
 
 function start() {

@@ -7,7 +7,7 @@ const STATES = {
   off: ['The camera is off', 'It is switched on as soon as the page looks at it.'],
   opening: ['Starting the camera', 'The first picture takes a moment.'],
   unplugged: ['Unplugged', 'The picture continues when the camera is plugged in again.'],
-  failed: ['The camera failed', ''],
+  failed: ['The camera failed', 'It is opened again in a moment.'],
 };
 
 /** Events: `selected` (another camera's panels are to be shown), `shown`, `view`, `frozen` of the selected picture. */
@@ -149,7 +149,10 @@ export class Stage extends EventTarget {
     const [title, text] = STATES[info.state] ?? ['Waiting for the first picture', ''];
     const waits = info.state !== 'on' || !picture.header;
     message.hidden = !waits;
-    message.replaceChildren(element('strong', {}, title), element('span', {}, info.error || text));
+    message.replaceChildren(
+      element('strong', {}, title),
+      element('span', {}, (info.state === 'failed' && info.error) || text),
+    );
   }
 
   hideMessage(number) {

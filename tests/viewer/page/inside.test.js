@@ -15,6 +15,7 @@ before(async () => {
   opened = await openPage(browser, program);
   page = opened.page;
   await firstPicture(page);
+  await tab('Simulation');
 });
 
 after(async () => {
@@ -26,7 +27,6 @@ const tab = (name) => page.getByRole('tab', { name }).click();
 
 test('darkness leads the loop out of its state, with marks where the sensor was written', async () => {
   await until(async () => (await page.locator('.machine').getAttribute('data-state')) === 'Normal', 'Normal');
-  await tab('Simulation');
   await page.getByLabel('Light on the scene').press('Home');
   await until(
     async () => ['Dummy', 'LowLight'].includes(await page.locator('.machine').getAttribute('data-state')),
@@ -81,7 +81,7 @@ test('a picture file becomes the scene, and the test card comes back', async () 
 test('a camera that is unplugged says so, and its picture continues when it is plugged in', async () => {
   await page.getByRole('button', { name: 'Unplug' }).click();
   await until(async () => (await page.locator('.identity .state').innerText()) === 'unplugged', 'unplugged');
-  assert.match(await page.locator('.message').innerText(), /Unplugged/);
+  assert.match(await page.locator('.message').innerText(), /Unplugged\s+The picture continues when/);
   const last = await shownNumber(page);
   await page.getByRole('button', { name: 'Plug in' }).click();
   await until(async () => (await page.locator('.identity .state').innerText()) === 'live', 'live');
@@ -143,16 +143,26 @@ test('registers are shown by name, read and written', async () => {
 test('the trace is text with a filter', async () => {
   await tab('Trace');
   await page.getByLabel('Filter of the trace').fill('bridge FF43');
-  await page.locator('.control[data-name="Sharpness"]').getByRole('slider').press('End');
-  await until(
-    async () => /bus\s+write bridge FF43=/.test(await page.locator('.lines').innerText()),
-    'the write of the sharpness',
-  );
+  const slider = page.locator('.control[data-name="Sharpness"]').getByRole('slider');
+  await until(async () => {
+    await slider.press('ArrowLeft');
+    await slider.press('ArrowRight');
+    return /bus\s+write bridge FF43=/.test(await page.locator('.lines').innerText());
+  }, 'the write of the sharpness');
   const lines = (await page.locator('.lines').innerText()).split('\n');
   assert.ok(
     lines.every((line) => line.includes('bridge FF43')),
     lines.slice(0, 3).join('\n'),
   );
+});
+
+test('a camera whose endpoint stalls is told with the reason, and comes back by itself', async () => {
+  await page.getByRole('tab', { name: 'Simulation' }).click();
+  await page.getByRole('button', { name: 'a stalled endpoint' }).click();
+  await until(async () => (await page.locator('.identity .state').innerText()) === 'failed', 'failed');
+  assert.match(await page.locator('.message:visible').innerText(), /The camera failed\s+\S+/);
+  await until(async () => (await page.locator('.identity .state').innerText()) === 'live', 'live again');
+  await until(async () => !(await page.locator('.message').isVisible()), 'nothing before the picture');
 });
 
 test('the stream goes on after all of it, and the page prints no error', async () => {
