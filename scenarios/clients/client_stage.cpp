@@ -8,6 +8,7 @@
 #include "platform/host/nt/io/plug_and_play.h"
 #include "platform/host/nt/verifier/irp_tracker.h"
 #include "scenarios/run/status_text.h"
+#include "scenarios/run/value_of.h"
 #include "testbed/mutex_departures.h"
 
 namespace lidcam::scenarios {
@@ -71,6 +72,7 @@ NTSTATUS ClientStage::SurpriseRemove() {
       stage_.Do("surprise removal", [this] { return installed_->SurpriseRemove(); });
   stage_.RequireStatus("surprise removal", status, {STATUS_SUCCESS});
   isGone_ = true;
+  RequireNoStream();
   return status;
 }
 
@@ -143,8 +145,16 @@ void ClientStage::RequireKnownDepartures() {
   }
 }
 
+// A stream whose drain failed can't be released.
+void ClientStage::RequireNoStream() {
+  const UsbStreamRecord* const stream = Usb() != nullptr ? ValueOf(Usb()->UsbStream) : nullptr;
+  if (stream == nullptr || stage_.Trace().HasFailedDrain()) return;
+  stage_.RequireAlways(ValueOf(stream->Opened) == 0, "a camera that is gone has a stream");
+}
+
 void ClientStage::Close() {
   WaitForApplications();
+  if (isGone_) RequireNoStream();
   RequireKnownDepartures();
   stage_.Do("remove", [this] {
     isGoing_ = true;

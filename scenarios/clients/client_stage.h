@@ -70,6 +70,7 @@ class ClientStage final : public StageGuest {
  private:
   void RequireSuccess(const char* operation, NTSTATUS status);
   void RequireKnownDepartures();
+  void RequireNoStream();
 
   Stage& stage_;
   const ApplicationRules rules_;

@@ -375,5 +375,17 @@ TEST(StreamChecks, TransferThatNothingUsesAndThatIsReferencedTwiceIsFound) {
                 "a transfer that nothing uses has a second reference");
 }
 
+TEST(StreamChecks, StreamOfACameraThatIsGoneIsFound) {
+  ExpectFailure(Play([](Stage& stage) {
+                  ClientStage& clients = ClientStage::On(stage, {.HasTrouble = true});
+                  clients.PlugIn({});
+                  clients.Start();
+                  clients.SurpriseRemove();
+                  clients.Usb()->UsbStream->Opened = 1;
+                  clients.Close();
+                }),
+                "a camera that is gone has a stream");
+}
+
 }  // namespace
 }  // namespace lidcam::scenarios
