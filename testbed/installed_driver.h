@@ -29,8 +29,8 @@ class InstalledDriver {
   InstalledDriver();
   InstalledDriver(const InstalledDriver&) = delete;
   InstalledDriver& operator=(const InstalledDriver&) = delete;
-  /// A driver that was not unloaded stays in memory until the next one is loaded by this thread: a world that stops
-  /// still has to unwind through its functions.
+  /// The image stays in memory until this thread loads one in another world: a world that ends still has to
+  /// unwind through its functions.
   ~InstalledDriver();
 
   /// Loads the driver and calls its entry.
@@ -39,6 +39,8 @@ class InstalledDriver {
   void Unload(DRIVER_OBJECT& driver);
 
  private:
+  void Abandon();
+
   std::shared_ptr<const image::ImageFile> file_;
   std::unique_ptr<image::LoadedDriver> loaded_;
 };

@@ -32,7 +32,7 @@ struct CodeRange {
   std::string Name;
 };
 
-constexpr std::size_t kMostDrivers = 16;
+constexpr std::size_t kMostDrivers = 64;
 std::array<CodeRange, kMostDrivers> g_ranges;
 std::mutex g_rangesLock;
 struct sigaction g_handlerBefore {};
