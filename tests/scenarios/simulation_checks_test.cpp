@@ -277,11 +277,11 @@ TEST(SimulationChecks, RecoveryThatIsScheduledDuringAnotherIsFound) {
   ExpectFailure(Play([](Stage& stage) {
                   TransportStage& camera = TransportStage::On(stage);
                   camera.PlugInAndStream();
-                  stage.Trace().Add("recovery scheduled");
-                  stage.Trace().Add("recovery ends status=00000000");
-                  stage.Trace().Add("recovery scheduled");
+                  stage.Trace().AddOfDriver("recovery scheduled");
+                  stage.Trace().AddOfDriver("recovery ends status=00000000");
+                  stage.Trace().AddOfDriver("recovery scheduled");
                   stage.Sleep(500 * kMillisecond);
-                  stage.Trace().Add("recovery scheduled");
+                  stage.Trace().AddOfDriver("recovery scheduled");
                   stage.Sleep(500 * kMillisecond);
                 }),
                 "a recovery is scheduled while one is under way");
@@ -306,10 +306,10 @@ RunResult PlayBroken(BreakStream breakStream) {
 
 TEST(StreamChecks, RecoveryWhoseWaitEndsAheadOfHaltedIsFound) {
   ExpectFailure(PlayBroken([](Stage& stage, UsbStreamRecord& stream) {
-                  stage.Trace().Add("recovery idle status=00000000");
+                  stage.Trace().AddOfDriver("recovery idle status=00000000");
                   stream.Halted = 1;
-                  stage.Trace().Add("recovery idle status=00000102");
-                  stage.Trace().Add("recovery idle status=00000000");
+                  stage.Trace().AddOfDriver("recovery idle status=00000102");
+                  stage.Trace().AddOfDriver("recovery idle status=00000000");
                 }),
                 "a recovery's wait has ended, and its flag or Halted is still set");
 }

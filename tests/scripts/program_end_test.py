@@ -18,8 +18,8 @@ SCRIPTS = ROOT / "scripts"
 
 
 # Scripts that do their work without an argument.
-WITH_DEFAULTS = ("bench-simulation", "check-kernel-objects", "check-layers", "mutate-ordering", "test-changed",
-                 "test-usb", "test-v4l2", "test-viewer")
+WITH_DEFAULTS = ("bench-simulation", "check-kernel-objects", "check-layers", "mutate-ordering", "spoil-image",
+                 "test-changed", "test-usb", "test-v4l2", "test-viewer")
 
 
 def python_scripts():

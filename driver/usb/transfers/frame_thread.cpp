@@ -133,7 +133,6 @@ NTSTATUS StartFrameThread(UsbStreamRecord& stream) {
 }
 
 void StopFrameThread(UsbStreamRecord& stream) {
-  RequireLevelAtMost(PASSIVE_LEVEL);
   IsoPipeline& pipeline = *stream.Pipeline;
   if (pipeline.StopRequested != 0) return;
   KIRQL before{};

@@ -27,7 +27,7 @@ NTSTATUS StartFrameThread(UsbStreamRecord& stream);
 
 /// Ends the thread and waits for its end, without a limit; not for a thread that was never created.
 /// The queue is empty afterwards.
-_IRQL_requires_max_(PASSIVE_LEVEL)
+/// @par Waits, at whatever level it is called: from WDM level 3 on a raised one is possible
 void StopFrameThread(UsbStreamRecord& stream);
 
 }  // namespace lidcam

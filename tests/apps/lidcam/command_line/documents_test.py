@@ -24,7 +24,7 @@ def lines_of(document):
 
 def is_for_here(line):
     """Whether the line needs no screen, no installation and no program that this machine lacks, and ends by itself."""
-    if re.match(r"(cd|scripts/|cmake|lidcam view)", line) or "ffplay" in line:
+    if re.match(r"(cd|scripts/|cmake|sudo|lidcam view)", line) or "ffplay" in line:
         return False
     return not any(re.search(rf"\b{name}\b", line) and not shutil.which(name) for name in OTHERS)
 
