@@ -1,7 +1,7 @@
 #include "testbed/installed_driver.h"
 
+#include <memory>
 #include <utility>
-#include <vector>
 
 #include "driver/avstream/entry/driver_entry.h"
 #include "platform/host/nt/scheduling/scheduler.h"
@@ -15,17 +15,9 @@ namespace {
 struct AbandonedDriver {
   std::shared_ptr<const image::ImageFile> File;
   std::unique_ptr<image::LoadedDriver> Loaded;
-  LONGLONG Time;  // of its world
 };
 
 std::shared_ptr<const image::ImageFile> g_file;
-thread_local std::vector<AbandonedDriver> t_abandoned;
-
-// A world in which it is earlier is another one, and the one before has ended.
-void ForgetDriversOfOldWorlds() {
-  const LONGLONG now = host::CurrentWorld().Now();
-  std::erase_if(t_abandoned, [now](const AbandonedDriver& driver) { return driver.Time > now; });
-}
 
 }  // namespace
 
@@ -53,7 +45,6 @@ InstalledDriver::~InstalledDriver() {
 
 NTSTATUS InstalledDriver::Load(DRIVER_OBJECT& driver, UNICODE_STRING& registryPath) {
   if (file_ == nullptr) return DriverEntry(&driver, &registryPath);
-  ForgetDriversOfOldWorlds();
   loaded_ = std::make_unique<image::LoadedDriver>(*file_);
   return loaded_->Start(&driver, &registryPath);
 }
@@ -65,11 +56,11 @@ void InstalledDriver::Unload(DRIVER_OBJECT& driver) {
 
 void InstalledDriver::Abandon() {
   if (loaded_ == nullptr) return;
-  const host::Scheduler& world = host::CurrentWorld();
+  host::Scheduler& world = host::CurrentWorld();
+  AbandonedDriver abandoned{file_, std::move(loaded_)};
+  // In real time no thread is unwound later.
   if (world.IsPunctual()) {
-    t_abandoned.push_back({file_, std::move(loaded_), world.Now()});
-  } else {
-    loaded_.reset();  // in real time no thread is unwound later
+    world.KeepUntilEnd(std::make_shared<const AbandonedDriver>(std::move(abandoned)));
   }
 }
 

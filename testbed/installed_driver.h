@@ -29,8 +29,7 @@ class InstalledDriver {
   InstalledDriver();
   InstalledDriver(const InstalledDriver&) = delete;
   InstalledDriver& operator=(const InstalledDriver&) = delete;
-  /// The image stays in memory until this thread loads one in another world: a world that ends still has to
-  /// unwind through its functions.
+  /// The image stays in memory until the world has ended, which unwinds its threads through the image's functions.
   ~InstalledDriver();
 
   /// Loads the driver and calls its entry.

@@ -5,6 +5,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/host/nt/declarations/nt_declarations.h"
@@ -96,6 +97,8 @@ class Scheduler {
   /// The world's own pool memory; null: the memory of malloc().
   [[nodiscard]] const std::shared_ptr<PoolArena>& Arena() const { return arena_; }
   [[nodiscard]] CallHistory& History() { return history_; }
+  /// Keeps an object until the world has ended, and all of its threads with it. On a thread of the world.
+  void KeepUntilEnd(std::shared_ptr<const void> object) { kept_.push_back(std::move(object)); }
   [[nodiscard]] const CallHistory& History() const { return history_; }
 
  protected:
@@ -103,6 +106,7 @@ class Scheduler {
   std::shared_ptr<PoolArena> arena_;
 
  private:
+  std::vector<std::shared_ptr<const void>> kept_;  // destroyed last
   std::mutex lock_;
   TimerQueue timers_;
   KSPIN_LOCK cancelLock_ = 0;  // of requests
