@@ -1,7 +1,7 @@
 import assert from 'node:assert/strict';
 import { after, before, test } from 'node:test';
 
-import { calmSample, difference, firstPicture, launch, openPage, pictureSample, until } from './support/browser.js';
+import { calmSample, difference, differenceOfShape, firstPicture, launch, openPage, pictureSample, until } from './support/browser.js';
 import { Program } from './support/program.js';
 
 let program;
@@ -81,10 +81,10 @@ for (const name of ['Mirror', 'Vertical', 'ColorEnable']) {
     const value = Number(await input.isChecked());
     await input.click();
     await stores(name, 1 - value);
-    await until(async () => difference(calm, await pictureSample(opened.page)) > 10, `the picture shows ${name}`);
+    await until(async () => differenceOfShape(calm, await pictureSample(opened.page)) > 10, `the picture shows ${name}`);
     await input.press(' ');
     await stores(name, value);
-    await until(async () => difference(calm, await pictureSample(opened.page)) < 8, `${name} is back`);
+    await until(async () => differenceOfShape(calm, await pictureSample(opened.page)) < 8, `${name} is back`);
   });
 }
 
