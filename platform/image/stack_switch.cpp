@@ -99,10 +99,7 @@ asm(R"(
   .endr
   .endm
 
-  .globl LidcamEnterDriver
-  .hidden LidcamEnterDriver
-  .type LidcamEnterDriver, @function
-LidcamEnterDriver:
+  .macro LIDCAM_BEGIN_FRAME
   .cfi_startproc
   pushq %rbp
   .cfi_def_cfa_offset 16
@@ -113,6 +110,13 @@ LidcamEnterDriver:
   movq %rdx, 24(%rbp)
   movq %r8, 32(%rbp)
   movq %r9, 40(%rbp)
+  .endm
+
+  .globl LidcamEnterDriver
+  .hidden LidcamEnterDriver
+  .type LidcamEnterDriver, @function
+LidcamEnterDriver:
+  LIDCAM_BEGIN_FRAME
   subq $192, %rsp
   movq %r11, -8(%rbp)
   leaq -48(%rbp), %rcx
@@ -153,16 +157,7 @@ LidcamEnterDriver:
   .hidden LidcamLeaveDriver
   .type LidcamLeaveDriver, @function
 LidcamLeaveDriver:
-  .cfi_startproc
-  pushq %rbp
-  .cfi_def_cfa_offset 16
-  .cfi_offset %rbp, -16
-  movq %rsp, %rbp
-  .cfi_def_cfa_register %rbp
-  movq %rcx, 16(%rbp)
-  movq %rdx, 24(%rbp)
-  movq %r8, 32(%rbp)
-  movq %r9, 40(%rbp)
+  LIDCAM_BEGIN_FRAME
   pushq %r11
   pushfq
   cld

@@ -10,7 +10,7 @@ namespace lidcam::image {
 /// The image's unwind information in the form that the run-time library of Linux reads, so that an exception of the
 /// host kernel passes the driver's functions: a thread that ends, or a world that stops.
 ///
-/// Vector registers are left out: nobody but the image's own functions relies on them, and none of those runs again.
+/// Vector registers are left out: only the image's own functions rely on them, and none of those runs again.
 ///
 /// @param place  address of the result in memory, relative to the image's begin
 /// @throws ImageError for a function with unwind information of an unknown kind

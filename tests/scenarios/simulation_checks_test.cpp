@@ -113,7 +113,7 @@ TEST(SimulationChecks, TornFrameThatAClientGetsIsFound) {
 }
 
 // The pin's buffers are those of the format that it was connected with. The camera's first frame, whose stamp is that
-// of a buffer that nobody has written, passes before the stream runs.
+// of a buffer that was never written, passes before the stream runs.
 TEST(SimulationChecks, PictureWithoutRoomInItsBufferIsNotATornOne) {
   const RunResult result = Play([](Stage& stage) {
     ClientStage& clients = ClientStage::On(stage, {});

@@ -6,7 +6,7 @@
 namespace lidcam::app {
 
 /// Who gives a camera to this machine's applications by another way: "process 12 through PipeWire", as `lidcam share`
-/// writes it into its lock; empty if nobody does.
+/// writes it into its lock; empty if no process does.
 ///
 /// @param unit  as UnitOf() names it
 [[nodiscard]] std::string SharerOf(const std::string& unit);

@@ -351,7 +351,7 @@ TEST_F(WebServerTest, ASnapshotOfACameraThatIsAwayIsAnErrorInWords) {
   page.AwaitState("failed");
 }
 
-// Each of them ends its own connection, and nobody else's.
+// Each of them ends its own connection and no other.
 TEST_F(WebServerTest, RubbishEndsThatConnectionOnly) {
   Begin();
   const auto page = Watcher();
