@@ -189,8 +189,9 @@ struct CameraContext {
   Time100ns RequestedFrameInterval;
   std::uint32_t StreamAlternateSetting;  ///< setting given to the last stream start
   std::uint32_t FramePacketCount;        ///< nonempty packets since the last frame start
-  std::uint32_t FrameStartCount;         ///< frame start markers seen
-  Time100ns FrameInterval;               ///< clamped
+  /// frame thread | the application's process, which counts lost frames by it: frame start markers seen
+  Shared<std::uint32_t> FrameStartCount;
+  Time100ns FrameInterval;  ///< clamped
   /// stream control | requests: first word of the negotiated media subtype
   Shared<std::uint32_t> FormatTag;
   Shared<std::int32_t> CaptureWidth;   ///< stream control | requests: 640 for a request of 800
