@@ -72,7 +72,7 @@ void RequireFormat(const lidcam_camera& camera, const app::SessionStream& stream
       return;
     }
     throw app::UsageError("frame interval " + std::to_string(*stream.FrameInterval) +
-                          " is none of camera '" + camera.Address + "': from " +
+                          " is not offered by camera '" + camera.Address + "': from " +
                           std::to_string(format.ShortestInterval) + " to " +
                           std::to_string(format.LongestInterval) + ", in units of 100 ns");
   }
@@ -80,8 +80,8 @@ void RequireFormat(const lidcam_camera& camera, const app::SessionStream& stream
   for (const app::PictureSize known : app::kStreamSizes) {
     sizes += (sizes.empty() ? "" : ", ") + app::ToString(known);
   }
-  throw app::UsageError("size " + app::ToString(size) + " is none of camera '" + camera.Address +
-                        "': " + sizes);
+  throw app::UsageError("size " + app::ToString(size) + " is not offered by camera '" +
+                        camera.Address + "': " + sizes);
 }
 
 app::SessionStream StreamOf(lidcam_camera& camera, const lidcam_stream_options* options) {

@@ -29,7 +29,7 @@ class Pods {
 /// The formats that are offered: YUY2, a size each, up to 30 frames a second.
 [[nodiscard]] Pods FormatPods(const std::vector<PictureSize>& sizes);
 
-/// Reads a format that was agreed upon; nothing for one that is none of ours.
+/// Reads a format that was agreed upon; nothing for one that the node does not offer.
 [[nodiscard]] std::optional<StreamShape> ReadFormat(const spa_pod* format);
 
 /// What buffers of a format are like: shared memory for a picture, with its header.

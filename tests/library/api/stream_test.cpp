@@ -151,12 +151,13 @@ TEST_F(StreamTest, AWrongSizeOrIntervalIsRefusedWithWhatThereIs) {
   options.width = 800;
   options.height = 600;
   EXPECT_EQ(lidcam_start(camera, &options), LIDCAM_ERROR_INVALID_ARGUMENT);
-  EXPECT_STREQ(lidcam_error_text(),
-               "size 800x600 is none of camera 'sim': 640x480, 352x288, 320x240, 176x144, 160x120");
+  EXPECT_STREQ(
+      lidcam_error_text(),
+      "size 800x600 is not offered by camera 'sim': 640x480, 352x288, 320x240, 176x144, 160x120");
   options = LIDCAM_STREAM_OPTIONS_INIT;
   options.frame_interval = 1;
   EXPECT_EQ(lidcam_start(camera, &options), LIDCAM_ERROR_INVALID_ARGUMENT);
-  EXPECT_THAT(lidcam_error_text(), testing::HasSubstr("frame interval 1 is none"));
+  EXPECT_THAT(lidcam_error_text(), testing::HasSubstr("frame interval 1 is not offered"));
   const lidcam_frame* frame = nullptr;
   EXPECT_EQ(lidcam_next_frame(camera, 0, &frame), LIDCAM_ERROR_WRONG_STATE);
 }
