@@ -2,6 +2,7 @@
 #include <cstddef>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <utility>
 
@@ -84,6 +85,19 @@ void RequireFormat(const lidcam_camera& camera, const app::SessionStream& stream
                         camera.Address + "': " + sizes);
 }
 
+std::span<std::byte> MemoryOf(const lidcam_stream_options& options, app::PictureSize size) {
+  const std::span memory(reinterpret_cast<std::byte*>(options.memory), options.memory_size);
+  if (options.buffers == 0) {
+    throw app::UsageError("memory for buffers needs their number: buffers is 0");
+  }
+  if (memory.size() / options.buffers < size.Yuy2Bytes()) {
+    throw app::UsageError("memory of " + std::to_string(memory.size()) +
+                          " bytes is too small for " + std::to_string(options.buffers) +
+                          " buffers of " + std::to_string(size.Yuy2Bytes()));
+  }
+  return memory;
+}
+
 app::SessionStream StreamOf(lidcam_camera& camera, const lidcam_stream_options* options) {
   app::SessionStream stream{.Buffers = kUsualBuffers};
   if (options == nullptr) return stream;
@@ -100,6 +114,9 @@ app::SessionStream StreamOf(lidcam_camera& camera, const lidcam_stream_options* 
                             std::to_string(kMostBuffers));
     }
     stream.Buffers = options->buffers;
+  }
+  if (LIDCAM_HAS_FIELD(options, lidcam_stream_options, memory_size) && options->memory != nullptr) {
+    stream.Memory = MemoryOf(*options, stream.Size);
   }
   if (LIDCAM_HAS_FIELD(options, lidcam_stream_options, user) && options->handler != nullptr) {
     stream.Handler = [&camera, handler = options->handler,
