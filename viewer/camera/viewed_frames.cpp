@@ -6,7 +6,7 @@ namespace lidcam::viewer {
 namespace {
 
 std::shared_ptr<const Picture> PictureOf(const app::LentFrame& frame, std::int64_t number) {
-  constexpr double kSecondsPerUnit = 1e-7;
+  constexpr double kSecondsOfUnit = 1e-7;
   constexpr double kMillisecondsPerNanosecond = 1e-6;
   const app::FrameFacts& facts = frame.Facts();
   const auto* const bytes = reinterpret_cast<const std::uint8_t*>(frame.Bytes().data());
@@ -18,7 +18,7 @@ std::shared_ptr<const Picture> PictureOf(const app::LentFrame& frame, std::int64
               .Size = facts.Size,
               .Number = number,
               .Drops = facts.LostCount,
-              .Seconds = static_cast<double>(facts.Position.PresentationTime) * kSecondsPerUnit,
+              .Seconds = static_cast<double>(facts.Position.PresentationTime) * kSecondsOfUnit,
               .Monotonic = monotonic,
               .Exposure = facts.Loop.Exposure,
               .CoarseGain = facts.Loop.CoarseGain,
