@@ -94,10 +94,10 @@ Stream::Stream(const Camera& camera, const VideoFormat& format, const StreamOpti
   Check(host::DeviceFile::Open(camera.File().Device(), PinName(format, options.Pin), &camera.File(),
                                pin_),
         "connect a stream");
-  const std::size_t bytes = Framing().FramingItem[0].FramingRange.Range.MinFrameSize;
+  bufferBytes_ = Framing().FramingItem[0].FramingRange.Range.MinFrameSize;
   for (std::size_t i = 0; i < options.Buffers; ++i) {
     buffers_.push_back(std::make_unique<StreamBuffer>());
-    buffers_.back()->Data.resize(bytes);
+    buffers_.back()->Data.resize(bufferBytes_);
   }
 }
 
