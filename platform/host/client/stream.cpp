@@ -95,16 +95,16 @@ Stream::Stream(const Camera& camera, const VideoFormat& format, const StreamOpti
   Check(host::DeviceFile::Open(camera.File().Device(), PinName(format, options.Pin), &camera.File(),
                                pin_),
         "connect a stream");
-  const std::size_t bytes = Framing().FramingItem[0].FramingRange.Range.MinFrameSize;
+  bufferBytes_ = Framing().FramingItem[0].FramingRange.Range.MinFrameSize;
   const std::size_t room = options.Memory.size() / (options.Buffers != 0 ? options.Buffers : 1);
-  if (!options.Memory.empty() && room < bytes) {
+  if (!options.Memory.empty() && room < bufferBytes_) {
     throw ClientError("fill buffers of that size", STATUS_BUFFER_TOO_SMALL);
   }
   for (std::size_t i = 0; i < options.Buffers; ++i) {
     auto buffer = std::make_unique<StreamBuffer>();
-    if (options.Memory.empty()) buffer->Own.resize(bytes);
-    buffer->Data =
-        options.Memory.empty() ? std::span(buffer->Own) : options.Memory.subspan(i * room, bytes);
+    if (options.Memory.empty()) buffer->Own.resize(bufferBytes_);
+    buffer->Data = options.Memory.empty() ? std::span(buffer->Own)
+                                          : options.Memory.subspan(i * room, bufferBytes_);
     buffers_.push_back(std::move(buffer));
   }
 }

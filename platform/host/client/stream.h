@@ -109,6 +109,8 @@ class Stream {
   [[nodiscard]] const host::DeviceFile& File() const { return *pin_; }
   /// Buffers that the driver has.
   [[nodiscard]] std::size_t Queued() const { return queued_.size(); }
+  /// Bytes of each buffer, as the driver requires them; 0 for a format without a size of a picture.
+  [[nodiscard]] std::size_t BufferBytes() const { return bufferBytes_; }
 
  private:
   friend class Frame;
@@ -122,6 +124,7 @@ class Stream {
 
   std::unique_ptr<host::DeviceFile> pin_;
   std::unique_ptr<host::DeviceFile> clock_;
+  std::size_t bufferBytes_ = 0;
   std::vector<std::unique_ptr<StreamBuffer>> buffers_;
   std::deque<StreamBuffer*> queued_;  ///< in the order in which the driver fills them
   bool isQueuing_ = false;            ///< released buffers go back to the driver
