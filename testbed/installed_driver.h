@@ -42,6 +42,7 @@ class InstalledDriver {
 
   std::shared_ptr<const image::ImageFile> file_;
   std::unique_ptr<image::LoadedDriver> loaded_;
+  bool isCompiledUser_ = false;
 };
 
 }  // namespace lidcam::testbed
