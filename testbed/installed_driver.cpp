@@ -1,6 +1,7 @@
 #include "testbed/installed_driver.h"
 
 #include <atomic>
+#include <cstdlib>
 #include <memory>
 #include <utility>
 
@@ -30,6 +31,12 @@ void InstallDriverOf(std::shared_ptr<const image::ImageFile> file) {
   g_file = std::move(file);
 }
 
+void InstallDriverOfEnvironment() {
+  const char* const path = std::getenv("LIDCAM_DRIVER");
+  if (path == nullptr) return;
+  InstallDriverOf(std::make_shared<const image::ImageFile>(image::ImageFile::Read(path)));
+}
+
 std::shared_ptr<const image::ImageFile> DriverImage() {
   return g_file;
 }
@@ -55,7 +62,8 @@ NTSTATUS InstalledDriver::Load(DRIVER_OBJECT& driver, UNICODE_STRING& registryPa
     if (g_compiledUsers.fetch_add(1) == 0) ResetSharedExposure();
     return DriverEntry(&driver, &registryPath);
   }
-  loaded_ = std::make_unique<image::LoadedDriver>(*file_);
+  loaded_ = std::make_unique<image::LoadedDriver>(
+      *file_, image::BlockCoverage::OfEnvironment(file_->Size()));
   return loaded_->Start(&driver, &registryPath);
 }
 

@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <mutex>
 #include <stdexcept>
 #include <utility>
@@ -19,6 +20,7 @@
 #include "platform/host/nt/memory/pool_arena.h"
 #include "platform/host/nt/scheduling/thread.h"
 #include "platform/host/nt/scheduling/violation.h"
+#include "platform/image/block_coverage.h"
 #include "platform/image/driver_stack.h"
 #include "platform/image/stack_switch.h"
 
@@ -30,6 +32,8 @@ struct CodeRange {
   std::atomic<std::uintptr_t> Begin{0};
   std::atomic<std::uintptr_t> End{0};
   std::string Name;
+  const ImageFile* File = nullptr;
+  const BlockBreakpoints* Blocks = nullptr;  // null: none
 };
 
 constexpr std::size_t kMostDrivers = 64;
@@ -151,6 +155,15 @@ bool ContinueWithSpin(int signal, greg_t* registers) {
   return true;
 }
 
+// A block runs for the first time.
+bool ContinueWithBlock(int signal, const CodeRange& range, greg_t* registers) {
+  if (signal != SIGTRAP || range.Blocks == nullptr) return false;
+  const auto place = static_cast<std::uintptr_t>(registers[REG_RIP]) - 1;
+  if (!range.Blocks->Take(place - range.Begin)) return false;
+  registers[REG_RIP] = static_cast<greg_t>(place);
+  return true;
+}
+
 void OnFault(int signal, siginfo_t* info, void* context);
 
 void Install(int signal, struct sigaction* before) {
@@ -177,8 +190,10 @@ bool HandlerBeforeTakes(int signal, siginfo_t* info, void* context) {
 void OnFault(int signal, siginfo_t* info, void* context) {
   greg_t* const registers = static_cast<ucontext_t*>(context)->uc_mcontext.gregs;
   const auto place = static_cast<std::uintptr_t>(registers[REG_RIP]);
-  const bool isDriver = RangeOf(place) != nullptr;
+  const CodeRange* const range = RangeOf(place);
+  const bool isDriver = range != nullptr;
   if (isDriver && signal == SIGSEGV && Answer(place, registers)) return;
+  if (isDriver && ContinueWithBlock(signal, *range, registers)) return;
   if (isDriver && ContinueWithSpin(signal, registers)) return;
   if (HandlerBeforeTakes(signal, info, context)) return;
   if (isDriver) {
@@ -228,7 +243,8 @@ struct SignalStack {
 
 }  // namespace
 
-TrappedCode::TrappedCode(const std::uint8_t* image, std::size_t size, std::string name) {
+TrappedCode::TrappedCode(const std::uint8_t* image, const ImageFile& file,
+                         const BlockBreakpoints* blocks) {
   static const bool isInstalled = InstallAll();
   static_cast<void>(isInstalled);
   const std::lock_guard guard(g_rangesLock);
@@ -236,8 +252,10 @@ TrappedCode::TrappedCode(const std::uint8_t* image, std::size_t size, std::strin
       std::ranges::find(g_ranges, 0U, [](const CodeRange& range) { return range.Begin.load(); });
   if (free == g_ranges.end()) throw std::runtime_error("too many drivers are loaded at once");
   slot_ = static_cast<std::size_t>(free - g_ranges.begin());
-  free->Name = std::move(name);
-  free->End = reinterpret_cast<std::uintptr_t>(image) + size;
+  free->Name = std::filesystem::path(file.Name()).filename().string();
+  free->File = &file;
+  free->Blocks = blocks;
+  free->End = reinterpret_cast<std::uintptr_t>(image) + file.Size();
   free->Begin = reinterpret_cast<std::uintptr_t>(image);
 }
 
