@@ -18,10 +18,12 @@
 #include <utility>
 
 #include "platform/host/nt/memory/pool_arena.h"
+#include "platform/host/nt/scheduling/scheduler.h"
 #include "platform/host/nt/scheduling/thread.h"
 #include "platform/host/nt/scheduling/violation.h"
 #include "platform/image/block_coverage.h"
 #include "platform/image/driver_stack.h"
+#include "platform/image/source_place.h"
 #include "platform/image/stack_switch.h"
 
 namespace lidcam::image {
@@ -84,6 +86,15 @@ std::string PlaceText(std::uintptr_t place) {
   return (range != nullptr ? range->Name : std::string("driver")) + offset.data();
 }
 
+// Not for signal handlers.
+std::string WholePlaceText(std::uintptr_t place) {
+  const CodeRange* const range = RangeOf(place);
+  if (range == nullptr) return PlaceText(place);
+  const std::string source =
+      SourcePlace(*range->File, static_cast<std::uint32_t>(place - range->Begin));
+  return PlaceText(place) + (source.empty() ? "" : ", " + source);
+}
+
 const char* KindOf(std::uintptr_t signal) {
   switch (static_cast<int>(signal)) {
     case SIGSEGV:
@@ -102,8 +113,12 @@ const char* KindOf(std::uintptr_t signal) {
 void NTAPI ReportFault(std::uintptr_t place, std::uintptr_t address, std::uintptr_t signal) {
   std::array<char, 24> text{};
   std::snprintf(text.data(), text.size(), "0x%llx", static_cast<unsigned long long>(address));
+  const host::PoolArena* const arena = host::CurrentWorld().Arena().get();
+  const std::string access =
+      arena != nullptr ? arena->DescribeAccess(reinterpret_cast<const void*>(address)) : "";
   host::ReportViolation(
-      "driver", std::string(KindOf(signal)) + " (" + text.data() + ") at " + PlaceText(place));
+      "driver", (access.empty() ? std::string(KindOf(signal)) + " (" + text.data() + ")" : access) +
+                    " at " + WholePlaceText(place));
 }
 
 const ImportedCall g_reportFault{reinterpret_cast<void (*)()>(&ReportFault), nullptr};
@@ -138,7 +153,7 @@ void DivertToReport(int signal, const siginfo_t& info, greg_t* registers) {
   registers[REG_RDX] = reinterpret_cast<greg_t>(info.si_addr);
   registers[REG_R8] = signal;
   registers[REG_R11] = reinterpret_cast<greg_t>(&g_reportFault);
-  registers[REG_RIP] = reinterpret_cast<greg_t>(&LidcamLeaveDriver);
+  registers[REG_RIP] = reinterpret_cast<greg_t>(&LidcamFault);
 }
 
 // The instruction by which processors wait in a spin loop has been replaced by a breakpoint and a byte.
@@ -174,6 +189,13 @@ void Install(int signal, struct sigaction* before) {
   sigaction(signal, &action, before);
 }
 
+// With guard pages a driver stops at its access to freed memory.
+bool IsToStop(bool isDriver) {
+  const host::Thread* const thread = host::FindCurrentThread();
+  return isDriver && thread != nullptr && thread->World.Arena() != nullptr &&
+         thread->World.Arena()->HasGuardPages();
+}
+
 // The handler before, which knows the uses of freed memory, gives up by removing itself.
 bool HandlerBeforeTakes(int signal, siginfo_t* info, void* context) {
   if (signal != SIGSEGV || (g_handlerBefore.sa_flags & SA_SIGINFO) == 0) return false;
@@ -195,7 +217,7 @@ void OnFault(int signal, siginfo_t* info, void* context) {
   if (isDriver && signal == SIGSEGV && Answer(place, registers)) return;
   if (isDriver && ContinueWithBlock(signal, *range, registers)) return;
   if (isDriver && ContinueWithSpin(signal, registers)) return;
-  if (HandlerBeforeTakes(signal, info, context)) return;
+  if (!IsToStop(isDriver) && HandlerBeforeTakes(signal, info, context)) return;
   if (isDriver) {
     DivertToReport(signal, *info, registers);
   } else {

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "platform/host/nt/io/device_object.h"
+#include "platform/host/nt/memory/pool_arena.h"
 #include "platform/host/nt/scheduling/violation.h"
 #include "platform/host/nt/simulation/simulated_scheduler.h"
 #include "platform/host/nt/verifier/verifier.h"
@@ -97,6 +98,39 @@ TEST(LoadedDriver, ItsSpinLoopsLetOtherThreadsRun) {
 TEST(LoadedDriver, AFaultIsAViolationThatNamesItsPlace) {
   EXPECT_EQ(ViolationOf(MadeImage::kReadsNull),
             "driver: an access to memory that isn't there (0x0) at made.sys+0x1044");
+}
+
+// What the driver's read behind a block of 24 bytes, or of a freed one, is reported as.
+std::string ViolationAtGuardPage(bool isFreed) {
+  const host::VerifierCapture capture;
+  const ImageFile file = MadeImage().File();
+  const LoadedDriver driver(file);
+  host::SetPoolGuardPages(true);
+  try {
+    host::Simulate({}, [&] {
+      auto* const block =
+          static_cast<std::uint8_t*>(ExAllocatePoolWithTag(NonPagedPool, 32, 0x74736554));
+      block[31] = 1;
+      if (isFreed) ExFreePool(block);
+      // Reads the number until it isn't zero.
+      Callback<PKSTART_ROUTINE>(driver, MadeImage::kSpins)(isFreed ? block : block + 32);
+    });
+  } catch (const host::KernelStopped&) {
+  }
+  host::SetPoolGuardPages(false);
+  const auto violations = capture.Violations();
+  return violations.empty() ? "" : violations.front().What;
+}
+
+TEST(LoadedDriver, AReadBehindABlockStopsItAtTheInstruction) {
+  EXPECT_THAT(ViolationAtGuardPage(false),
+              ContainsRegex(
+                  "memory .*\\(32 bytes, tag 'Test'\\) was used at byte 32 at made.sys\\+0x10a0"));
+}
+
+TEST(LoadedDriver, AReadOfAFreedBlockStopsItAtTheInstruction) {
+  EXPECT_THAT(ViolationAtGuardPage(true),
+              ContainsRegex("was used at byte 0 after it had been freed at made.sys\\+0x10a0"));
 }
 
 TEST(LoadedDriver, ACallWithAStackThatIsNotAlignedIsAViolation) {

@@ -67,8 +67,15 @@ bool RemoveBlock(void* memory) {
   return pool.Blocks.erase(memory) != 0;
 }
 
+// The rest of the guard behind a block is the inaccessible page.
+std::size_t BytesBehind(const PoolArena* arena, std::size_t size) {
+  if (arena == nullptr || !arena->HasGuardPages()) return GuardBytesBehind();
+  return (PoolArena::kAlignment - size % PoolArena::kAlignment) % PoolArena::kAlignment;
+}
+
 void CheckOverrun(const char* call, const void* memory, const Block& block) {
-  const std::string overrun = FindOverrun(memory, block.Size);
+  const std::string overrun =
+      FindOverrun(memory, block.Size, BytesBehind(block.Arena.get(), block.Size));
   if (!overrun.empty()) {
     ReportViolation(call, BlockText(memory, block.Size, block.Tag) + " was overrun: " + overrun);
   }
@@ -86,7 +93,9 @@ void* TakeMemory(std::shared_ptr<PoolArena>& arena, std::size_t size, std::uint3
   const std::size_t bytes = GuardedBytes(size);
   if (bytes == 0) return nullptr;
   void* start = nullptr;
-  if (arena != nullptr) {
+  if (arena != nullptr && arena->HasGuardPages()) {
+    start = arena->TakeAtGuardPage(bytes, tag);
+  } else if (arena != nullptr) {
     start = IsTakenAmongOthers(bytes, tag) ? arena->TakeAmongOthers(bytes, tag)
                                            : arena->TakeAlone(bytes, tag);
   }
@@ -94,7 +103,7 @@ void* TakeMemory(std::shared_ptr<PoolArena>& arena, std::size_t size, std::uint3
     arena.reset();
     start = std::malloc(bytes);
   }
-  return start != nullptr ? LayGuards(start, size) : nullptr;
+  return start != nullptr ? LayGuards(start, size, BytesBehind(arena.get(), size)) : nullptr;
 }
 
 void GiveBack(void* memory, const std::shared_ptr<PoolArena>& arena) {
