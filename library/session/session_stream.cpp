@@ -171,6 +171,7 @@ void CameraSession::Take(const StreamFrame& frame) {
       .MonotonicNanoseconds =
           isRealTime_ ? frame.Position.PresentationTime * kNanosecondsPerUnit + clockOffset_ : 0,
       .Duration = frame.Buffer.Duration(),
+      .IsGood = frame.Report.IsGood,
       .IsAutoExposure = frame.Report.IsAutoExposure,
       .Loop = frame.Report.Loop,
   };

@@ -5,7 +5,8 @@
 namespace lidcam::viewer {
 namespace {
 
-std::shared_ptr<const Picture> PictureOf(const app::LentFrame& frame, std::int64_t number) {
+std::shared_ptr<const Picture> PictureOf(const app::LentFrame& frame, std::int64_t number,
+                                         bool isWatched) {
   constexpr double kSecondsOfUnit = 1e-7;
   constexpr double kMillisecondsPerNanosecond = 1e-6;
   const app::FrameFacts& facts = frame.Facts();
@@ -13,11 +14,13 @@ std::shared_ptr<const Picture> PictureOf(const app::LentFrame& frame, std::int64
   constexpr double kMillisecondsPerSecond = 1e3;
   double monotonic = static_cast<double>(facts.MonotonicNanoseconds) * kMillisecondsPerNanosecond;
   if (monotonic == 0) monotonic = MonotonicSeconds() * kMillisecondsPerSecond;
+  const auto isWhole = isWatched ? std::optional(facts.IsGood) : std::nullopt;
   return std::make_shared<const Picture>(
       Picture{.Yuy2 = {bytes, bytes + frame.Bytes().size()},
               .Size = facts.Size,
               .Number = number,
               .Drops = facts.LostCount,
+              .IsWhole = isWhole,
               .Seconds = static_cast<double>(facts.Position.PresentationTime) * kSecondsOfUnit,
               .Monotonic = monotonic,
               .Exposure = facts.Loop.Exposure,
