@@ -89,8 +89,8 @@ void ImageFile::Require(bool holds, std::string_view otherwise) const {
 
 template <typename T>
 T ImageFile::FieldAt(std::size_t offset, const char* what) const {
-  if (offset > contents_.size() || contents_.size() - offset < sizeof(T))
-    throw ImageError(name_ + ": the file ends within its " + what);
+  Require(offset <= contents_.size() && contents_.size() - offset >= sizeof(T),
+          std::string("the file ends within its ").append(what));
   return Load<T>(contents_, offset);
 }
 
