@@ -97,6 +97,7 @@ StreamSetup CameraSession::SetupOf(const SessionStream& stream) {
           .Frames = [this](const StreamFrame& frame) { Take(frame); },
           .FrameInterval = stream.FrameInterval,
           .Buffers = stream.Buffers,
+          .Memory = stream.Memory,
           .Watching = stream.Watching};
 }
 

@@ -273,7 +273,7 @@ void WithStream(bus::UsbBus& bus, const StreamSetup& setup,
 void WithStreamOf(OpenedCamera& opened, const StreamSetup& setup,
                   const std::function<void(CameraStream& stream)>& use) {
   client::Stream pin(opened.Camera(), FormatFor(opened.Camera(), setup),
-                     {.Buffers = setup.Buffers});
+                     {.Buffers = setup.Buffers, .Memory = setup.Memory});
   const PictureSize rawSize = BringUp(opened, pin, setup);
   CameraStream stream(opened, pin, rawSize, setup);
   testbed::RunThenEnd(
