@@ -6,8 +6,8 @@ import { cellCentres, counterArea, readCounter } from './counter.js';
  * Reads the counter of each frame that comes onto the canvas.
  * @param {import('playwright-core').Page} page
  * @param {number} count of frames
- * @returns {Promise<{counters: Map<number, number>, whole: Set<number>}>} counter by the frame's number, and the numbers of
- *   frames that lost nothing on the bus: the end of others, with the counter, is that of an older frame
+ * @returns {Promise<{counters: Map<number, number>, whole: Set<number>}>} counter by the frame's number, and the
+ *   numbers of frames that lost nothing on the bus: the end of others, with the counter, is that of an older frame
  */
 export async function countersOnCanvas(page, count) {
   const { width, height } = await page
