@@ -90,7 +90,7 @@ void ImageFile::Require(bool holds, std::string_view otherwise) const {
 template <typename T>
 T ImageFile::FieldAt(std::size_t offset, const char* what) const {
   Require(offset <= contents_.size() && contents_.size() - offset >= sizeof(T),
-          std::string("the file ends within its ") + what);
+          std::string("the file ends within its ").append(what));
   return Load<T>(contents_, offset);
 }
 

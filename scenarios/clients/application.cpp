@@ -271,6 +271,7 @@ void Application::TakeFrame() {
   const bool isEnd = status == STATUS_CANCELLED || status == STATUS_DEVICE_NOT_CONNECTED;
   Require(status == STATUS_SUCCESS || status == STATUS_TIMEOUT || isEnd ||
               (clients_.IsGoing() && status == kRemoved) ||
+              (!stream_->HasRoom() && status == STATUS_INVALID_PARAMETER) ||
               (clients_.Rules().LacksMemory && status == STATUS_INSUFFICIENT_RESOURCES),
           "answers " + HexOf(status));
 }

@@ -33,7 +33,9 @@ class CheckedStream {
   NTSTATUS Take(LONGLONG timeout);
 
   /// Whether frames must come: the stream runs, and the driver has buffers.
-  [[nodiscard]] bool IsToDeliver() const { return isRunning_ && pin_->Queued() != 0; }
+  [[nodiscard]] bool IsToDeliver() const { return isRunning_ && pin_->Queued() != 0 && HasRoom(); }
+  /// False for a format that tells the driver no size of a picture: buffers without memory are refused.
+  [[nodiscard]] bool HasRoom() const { return pin_->BufferBytes() != 0; }
   [[nodiscard]] bool IsStopped() const { return isStopped_; }
 
  private:

@@ -3,6 +3,7 @@
 #include <string_view>
 #include <utility>
 
+#include "platform/host/nt/processor/kernel_guards.h"
 #include "platform/host/nt/scheduling/scheduler.h"
 #include "platform/host/nt/scheduling/thread.h"
 
@@ -65,7 +66,7 @@ void GoOnMeanwhile(TransportStage& camera) {
   }
 }
 
-void CompleteLate(TransportStage& camera, bool fails) {
+void StallACompletion(TransportStage& camera, bool fails) {
   Stage& stage = camera.Host();
   constexpr std::uint64_t kPointsOfACompletion = 30;
   BeginStream(camera);
@@ -74,17 +75,58 @@ void CompleteLate(TransportStage& camera, bool fails) {
        .Ahead =
            [&stage] { StallWithin(stage, Itself(host::CurrentThread()), kPointsOfACompletion); },
        .Behind = [&stage] { stage.ForgetStall(); }});
-  GoOnMeanwhile(camera);
+}
+
+// When the next tick of the watchdog is due, so that what follows happens during that tick.
+void SleepUntilTick(TransportStage& camera) {
+  const auto due = static_cast<LONGLONG>(camera.Stream()->WatchdogTimer.DueTime.QuadPart);
+  const LONGLONG left = due - host::CurrentWorld().Now();
+  if (left > 0) Stage::Sleep(left);
+}
+
+// The transfers stop circulating, and no recovery is scheduled before the next tick.
+void StopCirculation(TransportStage& camera) {
+  camera.Host().Between().RefuseTransfers(1, USBD_STATUS_SUCCESS);
+  Stage::Sleep(60 * kMillisecond);
+}
+
+// A tick that ends the chain of ticks is still under way when the next stream arms the watchdog.
+void ReplaceAtTick(TransportStage& camera) {
+  Stage& stage = camera.Host();
+  constexpr std::uint64_t kPointsOfATick = 12;
+  if (camera.Acquire() != STATUS_SUCCESS) return;
+  SleepUntilTick(camera);
+  StallWithin(stage, Named("DPC"), kPointsOfATick);
+  camera.Release();
+  if (camera.Acquire() == STATUS_SUCCESS) {
+    WaitForItsEnd(stage);
+    camera.Release();
+  }
+  stage.ForgetStall();
 }
 
 }  // namespace
 
 void LateCompletion(TransportStage& camera) {
-  CompleteLate(camera, false);
+  StallACompletion(camera, false);
+  GoOnMeanwhile(camera);
 }
 
 void LateFailure(TransportStage& camera) {
-  CompleteLate(camera, true);
+  StallACompletion(camera, true);
+  GoOnMeanwhile(camera);
+}
+
+// Ticks and recoveries go on meanwhile.
+void LateFailureAlone(TransportStage& camera) {
+  Stage& stage = camera.Host();
+  StallACompletion(camera, true);
+  WaitForStall(stage);
+  WaitForItsEnd(stage);
+  stage.Sleep(kSecond);
+  camera.RequireFramesOrFirstPipe();
+  camera.Pause();
+  camera.Release();
 }
 
 void LateTick(TransportStage& camera) {
@@ -110,6 +152,83 @@ void LateRecovery(TransportStage& camera) {
   StallWithin(stage, Named("worker"), 400);
   stage.Camera().FailReads(1);
   GoOnMeanwhile(camera);
+}
+
+// It holds a transfer while the stream is paused and resumed, and paused or removed once more: perhaps at the moment
+// when the processor goes on.
+void LateFrameThreadOverPauses(TransportStage& camera) {
+  Stage& stage = camera.Host();
+  BeginStream(camera);
+  StallWithin(
+      stage, [](const host::Thread& thread) { return thread.Priority == LOW_REALTIME_PRIORITY; },
+      400);
+  WaitForStall(stage);
+  camera.Pause();
+  if (camera.Resume() != STATUS_SUCCESS) return;
+  if (stage.Chance().OneIn(2)) {
+    const LONGLONG now = host::CurrentWorld().Now();
+    const LONGLONG left = stage.CountedFrom(now) - now;
+    if (left > 0) Stage::Sleep(left);
+  }
+  if (stage.Chance().OneIn(2)) {
+    camera.Hosted().Unplug();
+  } else {
+    camera.Pause();
+    WaitForItsEnd(stage);
+    camera.Release();
+  }
+  camera.Remove();
+}
+
+// The device goes while a processor has stopped in the preparation of a stream.
+void LateAcquisition(TransportStage& camera) {
+  Stage& stage = camera.Host();
+  stage.AllowDisturbedFrames();
+  camera.AllowLateTransfers();
+  camera.PlugIn();
+  stage.Require(camera.Start() == STATUS_SUCCESS, "the hardware doesn't start");
+  constexpr std::uint64_t kPointsAheadOfTheMutex = 12;
+  constexpr std::uint64_t kPointsOfAPreparation = 1500;
+  StallWithin(stage, Itself(host::CurrentThread()),
+              stage.Chance().OneIn(3) ? kPointsAheadOfTheMutex : kPointsOfAPreparation);
+  const bool isPulled = stage.Chance().OneIn(2);
+  {
+    const host::ServiceThread remover([&camera, &stage, isPulled] {
+      WaitForStall(stage);
+      if (isPulled) camera.Hosted().PullPlug();
+      camera.Hosted().TellGone();
+    });
+    camera.Acquire();
+    stage.ForgetStall();
+  }
+  camera.TellGone();
+  camera.Acquire();
+  camera.Run();
+  camera.Release();
+  camera.Stop();
+}
+
+// Streams end and begin during ticks of the watchdog.
+void AtTicks(TransportStage& camera) {
+  Stage& stage = camera.Host();
+  BeginStream(camera);
+  const std::uint64_t times = stage.Chance().Between(1, 4);
+  for (std::uint64_t i = 0; i < times; ++i) {
+    if (stage.Chance().OneIn(2)) StopCirculation(camera);
+    SleepUntilTick(camera);
+    camera.Pause();
+    stage.Between().RefuseTransfers(0);
+    if (stage.Chance().OneIn(2)) {
+      if (camera.Resume() != STATUS_SUCCESS) return;
+      continue;
+    }
+    camera.Release();
+    ReplaceAtTick(camera);
+    if (camera.Acquire() != STATUS_SUCCESS || camera.Run() != STATUS_SUCCESS) return;
+  }
+  SleepUntilTick(camera);
+  camera.Pause();
+  camera.Release();
 }
 
 }  // namespace lidcam::scenarios

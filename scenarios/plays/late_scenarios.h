@@ -13,5 +13,9 @@ void LateFailure(TransportStage& camera);
 void LateTick(TransportStage& camera);
 void LateFrameThread(TransportStage& camera);
 void LateRecovery(TransportStage& camera);
+void LateFailureAlone(TransportStage& camera);
+void LateFrameThreadOverPauses(TransportStage& camera);
+void LateAcquisition(TransportStage& camera);
+void AtTicks(TransportStage& camera);
 
 }  // namespace lidcam::scenarios

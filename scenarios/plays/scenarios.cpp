@@ -71,6 +71,15 @@ constexpr std::array kScenarios{
              OnTransport<LateFrameThread>, false, kPoints},
     Scenario{"late-recovery", "a processor stops in a recovery", OnTransport<LateRecovery>, false,
              kPoints},
+    Scenario{"late-failure-alone",
+             "a processor stops in a failed completion, and nothing else happens",
+             OnTransport<LateFailureAlone>, false, kPoints},
+    Scenario{"late-frame-thread-over-pauses", "the frame thread's processor stops over two pauses",
+             OnTransport<LateFrameThreadOverPauses>, false, kPoints},
+    Scenario{"late-acquisition", "the device goes while a stream's preparation has stopped",
+             OnTransport<LateAcquisition>, false, kPoints},
+    Scenario{"at-ticks", "streams end and begin during ticks of the watchdog", OnTransport<AtTicks>,
+             false, kPoints},
 };
 
 }  // namespace

@@ -95,7 +95,11 @@ void Stage::CheckLine(std::string_view line) {
     const UsbCaptureDevice* const usb = guest_->Usb();
     if (usb != nullptr) streamChecks_.Begin(*ValueOf(usb->UsbStream));
   }
-  const std::string wrong = streamChecks_.Look(line);
+  std::string wrong = streamChecks_.Look(line);
+  if (wrong.empty()) {
+    const bool isRecovery = host::CurrentThread().Name.starts_with("worker");
+    wrong = streamOrder_.Look(line, isRecovery, host::CurrentWorld().Now());
+  }
   RequireAlways(wrong.empty(), wrong);
 }
 

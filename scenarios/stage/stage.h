@@ -16,6 +16,7 @@
 #include "scenarios/stage/run_checks.h"
 #include "scenarios/stage/stage_guest.h"
 #include "scenarios/stage/stream_checks.h"
+#include "scenarios/stage/stream_order.h"
 #include "testbed/transport_testbed.h"
 
 namespace lidcam::scenarios {
@@ -133,6 +134,7 @@ class Stage final : public RunChecks {
   std::unique_ptr<Interposer> interposer_;
   RequestChecks requests_;
   StreamChecks streamChecks_;
+  StreamOrder streamOrder_;
   std::unique_ptr<StageGuest> guest_;
   std::uint64_t unplugAt_ = 0;
   bool allowsDisturbed_ = false;

@@ -7,8 +7,9 @@
 namespace lidcam::scenarios {
 namespace {
 
-constexpr LONG kCountOfHolds =
-    0xFFFF;  // of ReferenceCountedMemory::Holds; a start's request lies above
+// Parts of ReferenceCountedMemory::Holds.
+constexpr LONG kCountOfHolds = 0xFFFF;
+constexpr LONG kStartRequested = 0x10000;
 
 bool HasFlag(const UsbStreamRecord& stream, WaitFlag flag) {
   return (ValueOf(stream.WaitFlags) & flag) != 0;
@@ -42,6 +43,16 @@ std::string WrongTransfer(const IsoTransfer& transfer, bool isThreadWaiting) {
   return {};
 }
 
+bool HasStartRequest(const UsbStreamRecord& stream) {
+  const IsoPipeline* const pipeline = ValueOf(stream.Pipeline);
+  if (pipeline == nullptr) return false;
+  for (std::uint32_t i = 0; i < stream.Device->TransferCount; ++i) {
+    const IsoTransfer& transfer = pipeline->Transfers[i];
+    if (transfer.OwnsMemory != 0 && (transfer.Memory->Holds & kStartRequested) != 0) return true;
+  }
+  return false;
+}
+
 std::string WrongTransfers(const UsbStreamRecord& stream, const IsoPipeline& pipeline) {
   const bool isThreadWaiting = IsWaitingForTransfers(pipeline);
   if (isThreadWaiting && pipeline.CompletedCount != 0)
@@ -65,6 +76,10 @@ std::string StreamChecks::Look(std::string_view line) {
   }
   if (line == "drain ends status=00000000" && HasFlag(*stream_, StopWaitArmed)) {
     return "a stop's wait has ended, and its flag is still set";
+  }
+  // The device's mutex is held, so nothing can have been started since.
+  if (line.starts_with("drain ends") && HasStartRequest(*stream_)) {
+    return "a drain has left the request of a start before it";
   }
   return {};
 }

@@ -128,5 +128,11 @@ TEST(Scenarios, RecoveriesAndFramesHappenInThem) {
   EXPECT_GT(sum.Recoveries, 6U);
 }
 
+// Its bitmap header is too short for the size, so that the stream's buffers have no memory, and are refused.
+TEST(Scenarios, ApplicationWhoseFormatTellsNoPictureSizeMayGetItsBuffersRefused) {
+  const RunResult result = Play("clients-and-faults", 2001365);
+  EXPECT_EQ(result.Outcome, Verdict::Passed) << result.What;
+}
+
 }  // namespace
 }  // namespace lidcam::scenarios
