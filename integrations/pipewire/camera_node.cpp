@@ -78,7 +78,11 @@ void CameraNode::EndLoop::operator()(pw_thread_loop* loop) const {
   pw_thread_loop_destroy(loop);
 }
 
-CameraNode::CameraNode(Options options) : options_(std::move(options)) {
+CameraNode::CameraNode(Options options)
+    : options_(std::move(options)),
+      clients_([this](std::uint32_t client, std::string_view interface) {
+        objects_.SetInterface(client, interface);
+      }) {
   loop_.reset(pw_thread_loop_new("lidcam", nullptr));
   if (!loop_) FailWithErrno("a thread for PipeWire cannot be started");
   camera_ = std::make_unique<SharedCamera>(
@@ -96,6 +100,7 @@ CameraNode::~CameraNode() {
     spa_hook_remove(&streamHook_);
     spa_hook_remove(&registryHook_);
     spa_hook_remove(&coreHook_);
+    clients_.Clear();
   }
   // Its thread takes the loop's lock.
   camera_.reset();
@@ -116,7 +121,8 @@ void CameraNode::Connect() {
       pw_stream_new(core_.get(), options_.Camera.Text.c_str(), NodeProperties(options_.Camera)));
   if (!stream_) FailWithErrno("a PipeWire node cannot be made");
   pw_stream_add_listener(stream_.get(), &streamHook_, &kStreamEvents, this);
-  Pods pods = FormatPods(options_.Camera.Sizes);
+  offered_ = options_.Camera.Sizes;
+  Pods pods = FormatPods(offered_);
   pods.Add(ControlDescriptions(options_.Camera.Controls));
   pods.Add(ControlValues(options_.Camera.Controls));
   std::vector<const spa_pod*> addresses = pods.Addresses();
@@ -144,12 +150,14 @@ void CameraNode::OnObjectAdded(void* user, std::uint32_t id, std::uint32_t, cons
                                std::uint32_t, const spa_dict* properties) {
   auto& self = *static_cast<CameraNode*>(user);
   self.objects_.Add(id, type, properties);
+  self.clients_.Add(self.registry_.get(), id, type);
   self.TellOfLookers();
 }
 
 void CameraNode::OnObjectRemoved(void* user, std::uint32_t id) {
   auto& self = *static_cast<CameraNode*>(user);
   self.objects_.Remove(id);
+  self.clients_.Remove(id);
   self.TellOfLookers();
 }
 
@@ -214,6 +222,9 @@ void CameraNode::ChangeState(pw_stream_state state, const char* error) {
   isStreaming_ = isStreaming;
   if (isStreaming) {
     camera_->Show(*format_, buffers_->Memory());
+    // Formats that change make PipeWire negotiate with the looker again, which takes its buffers away: pw-v4l2 can't tell
+    // its program so, whose next call then fails.
+    if (objects_.IsSeenByV4l2(pw_stream_get_node_id(stream_.get()))) return;
     Offer({{.Width = format_->Width, .Height = format_->Height}});
   } else {
     camera_->Hide();
@@ -222,6 +233,8 @@ void CameraNode::ChangeState(pw_stream_state state, const char* error) {
 }
 
 void CameraNode::Offer(const std::vector<PictureSize>& sizes) {
+  if (sizes == offered_) return;
+  offered_ = sizes;
   Update(FormatPods(sizes));
 }
 

@@ -11,6 +11,7 @@
 
 #include "integrations/camera/camera_description.h"
 #include "integrations/camera/shared_camera.h"
+#include "integrations/pipewire/client_watch.h"
 #include "integrations/pipewire/looker_table.h"
 #include "integrations/pipewire/picture_buffers.h"
 #include "integrations/pipewire/pods.h"
@@ -97,9 +98,11 @@ class CameraNode : private PictureReceiver {
   spa_hook streamHook_{};
   // Of the loop's thread.
   std::optional<StreamShape> format_;
+  std::vector<PictureSize> offered_;
   std::unique_ptr<PictureBuffers> buffers_;  ///< of the newest format
   bool isStreaming_ = false;
   LookerTable objects_;
+  ClientWatch clients_;
   std::vector<std::string> lookers_;
   std::string endReason_;
 
