@@ -135,7 +135,8 @@ RunResult RunScenario(const Scenario& scenario, const RunKey& key, const RunReco
   if (played.Options.IsSideBySide) {
     messages.emplace([&trace](const std::string& message) { trace.Add("message " + message); });
   }
-  Stage stage(played, trace);
+  RunParts all;
+  Stage stage(played, trace, records.Parts != nullptr ? *records.Parts : all);
   std::uint64_t schedule = 0;
   {
     host::SimulatedScheduler world(
