@@ -111,7 +111,8 @@ CameraStream::CameraStream(OpenedCamera& opened, client::Stream& pin, PictureSiz
   if (testbed::IsDriverOfImage()) {
     messages_.emplace([this](const std::string& message) {
       constexpr std::string_view kReceived = "ReceivedRawFrameBuffer = ";
-      if (message.starts_with(kReceived) && message != std::string(kReceived) + "0") ++wrongSizes_;
+      const std::string_view told = message;
+      if (told.starts_with(kReceived) && told.substr(kReceived.size()) != "0") ++wrongSizes_;
     });
   }
   opened_.WithContext([&](const CameraContext& context) {
