@@ -6,6 +6,8 @@ target_compile_options(lidcam_kernel_code INTERFACE
   -fno-strict-aliasing -fno-common -fno-ident -ffunction-sections -fdata-sections
   -fno-tree-loop-distribute-patterns -mno-stack-arg-probe -fstack-protector-strong
   -fcf-protection=none -fno-omit-frame-pointer -fshort-wchar
+  # Functions and lines for the symbols beside the package: the image itself is stripped.
+  -g1 "-fdebug-prefix-map=${PROJECT_SOURCE_DIR}/=" "-fdebug-prefix-map=${PROJECT_BINARY_DIR}=."
   # The processor block that the platform's headers read is at a small offset of a segment.
   --param=min-pagesize=0
   -Werror=frame-larger-than=1024 -Werror=vla)

@@ -260,11 +260,17 @@ typedef struct lidcam_stream_options {
   uint32_t buffers;
   lidcam_frame_handler handler;  ///< null: frames are taken with lidcam_next_frame()
   void* user;                    ///< for the handler
+  /// Memory for the buffers, such as memory that is shared with another process: `buffers` parts of equal size,
+  /// each with room for a picture, which the camera fills where they are. It stays valid until the stream has
+  /// stopped and all of its frames have been released. Null: the library's own.
+  uint8_t* memory;
+  size_t
+      memory_size;  ///< bytes; the size of a part is this divided by `buffers`, which then isn't 0
 } lidcam_stream_options;
 
 /// The options by default: 640x480, 30 frames a second, frames by lidcam_next_frame().
 #define LIDCAM_STREAM_OPTIONS_INIT \
-  { sizeof(lidcam_stream_options), 640, 480, 0, 0, NULL, NULL }
+  { sizeof(lidcam_stream_options), 640, 480, 0, 0, NULL, NULL, NULL, 0 }
 
 /// Starts a stream. A camera has one at a time. A recording that is over is closed and opened again to be played
 /// again.

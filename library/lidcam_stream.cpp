@@ -2,6 +2,7 @@
 #include <cstddef>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <utility>
 
@@ -72,7 +73,7 @@ void RequireFormat(const lidcam_camera& camera, const app::SessionStream& stream
       return;
     }
     throw app::UsageError("frame interval " + std::to_string(*stream.FrameInterval) +
-                          " is none of camera '" + camera.Address + "': from " +
+                          " is not offered by camera '" + camera.Address + "': from " +
                           std::to_string(format.ShortestInterval) + " to " +
                           std::to_string(format.LongestInterval) + ", in units of 100 ns");
   }
@@ -80,8 +81,21 @@ void RequireFormat(const lidcam_camera& camera, const app::SessionStream& stream
   for (const app::PictureSize known : app::kStreamSizes) {
     sizes += (sizes.empty() ? "" : ", ") + app::ToString(known);
   }
-  throw app::UsageError("size " + app::ToString(size) + " is none of camera '" + camera.Address +
-                        "': " + sizes);
+  throw app::UsageError("size " + app::ToString(size) + " is not offered by camera '" +
+                        camera.Address + "': " + sizes);
+}
+
+std::span<std::byte> MemoryOf(const lidcam_stream_options& options, app::PictureSize size) {
+  const std::span memory(reinterpret_cast<std::byte*>(options.memory), options.memory_size);
+  if (options.buffers == 0) {
+    throw app::UsageError("memory for buffers needs their number: buffers is 0");
+  }
+  if (memory.size() / options.buffers < size.Yuy2Bytes()) {
+    throw app::UsageError("memory of " + std::to_string(memory.size()) +
+                          " bytes is too small for " + std::to_string(options.buffers) +
+                          " buffers of " + std::to_string(size.Yuy2Bytes()));
+  }
+  return memory;
 }
 
 app::SessionStream StreamOf(lidcam_camera& camera, const lidcam_stream_options* options) {
@@ -100,6 +114,9 @@ app::SessionStream StreamOf(lidcam_camera& camera, const lidcam_stream_options* 
                             std::to_string(kMostBuffers));
     }
     stream.Buffers = options->buffers;
+  }
+  if (LIDCAM_HAS_FIELD(options, lidcam_stream_options, memory_size) && options->memory != nullptr) {
+    stream.Memory = MemoryOf(*options, stream.Size);
   }
   if (LIDCAM_HAS_FIELD(options, lidcam_stream_options, user) && options->handler != nullptr) {
     stream.Handler = [&camera, handler = options->handler,

@@ -1,10 +1,12 @@
 #include "scenarios/runner.h"
 
 #include <array>
+#include <cstdint>
 #include <cstdio>
 #include <exception>
 #include <optional>
 
+#include "driver/frame/resampler/scale_kernels.h"
 #include "platform/host/nt/memory/pool.h"
 #include "platform/host/nt/processor/kernel_guards.h"
 #include "platform/host/nt/simulation/simulated_scheduler.h"
@@ -34,6 +36,23 @@ class FaultsOff {
     host::ClearKernelCallFaults();
     host::FailPoolAllocation(0);
   }
+};
+
+// A comparison with an image needs the kernels that the image has: those for 128-bit registers.
+class KernelsOfImage {
+ public:
+  explicit KernelsOfImage(bool areOfImage) : areOfImage_(areOfImage) {
+    if (areOfImage_) LimitScaleKernels(kCount);
+  }
+  KernelsOfImage(const KernelsOfImage&) = delete;
+  KernelsOfImage& operator=(const KernelsOfImage&) = delete;
+  ~KernelsOfImage() {
+    if (areOfImage_) LimitScaleKernels(SIZE_MAX);
+  }
+
+ private:
+  static constexpr std::size_t kCount = 3;  // reference, SSE2, SSSE3
+  const bool areOfImage_;
 };
 
 // The scenario has its own thread, so that thread 0 detects when it hangs.
@@ -130,10 +149,13 @@ RunResult RunScenario(const Scenario& scenario, const RunKey& key, const RunReco
   const host::VerifierCapture capture;
   RunKey played = key;
   played.Options = key.Options | scenario.Needs;
+  const KernelsOfImage kernels(played.Options.IsSideBySide);
   TraceRecord trace(records.KeepsTrace, !played.Options.IsSideBySide);
   std::optional<host::DebugPrintObserver> messages;
+  std::optional<host::PoolObserver> pool;
   if (played.Options.IsSideBySide) {
     messages.emplace([&trace](const std::string& message) { trace.Add("message " + message); });
+    pool.emplace([&trace](const host::PoolEvent& event) { trace.Add(ToString(event)); });
   }
   RunParts all;
   Stage stage(played, trace, records.Parts != nullptr ? *records.Parts : all);

@@ -1,5 +1,7 @@
 #include "testbed/installed_driver.h"
 
+#include <atomic>
+#include <cstdlib>
 #include <memory>
 #include <utility>
 
@@ -7,6 +9,7 @@
 #include "platform/host/nt/scheduling/scheduler.h"
 #include "platform/image/driver_stack.h"
 #include "platform/image/loaded_driver.h"
+#include "testbed/shared_exposure.h"
 
 namespace lidcam::testbed {
 namespace {
@@ -19,10 +22,19 @@ struct AbandonedDriver {
 
 std::shared_ptr<const image::ImageFile> g_file;
 
+// Cameras that have the compiled driver.
+constinit std::atomic<int> g_compiledUsers{0};
+
 }  // namespace
 
 void InstallDriverOf(std::shared_ptr<const image::ImageFile> file) {
   g_file = std::move(file);
+}
+
+void InstallDriverOfEnvironment() {
+  const char* const path = std::getenv("LIDCAM_DRIVER");
+  if (path == nullptr) return;
+  InstallDriverOf(std::make_shared<const image::ImageFile>(image::ImageFile::Read(path)));
 }
 
 std::shared_ptr<const image::ImageFile> DriverImage() {
@@ -44,8 +56,14 @@ InstalledDriver::~InstalledDriver() {
 }
 
 NTSTATUS InstalledDriver::Load(DRIVER_OBJECT& driver, UNICODE_STRING& registryPath) {
-  if (file_ == nullptr) return DriverEntry(&driver, &registryPath);
-  loaded_ = std::make_unique<image::LoadedDriver>(*file_);
+  if (file_ == nullptr) {
+    // The platform loads the driver anew, with fresh variables, when its last camera had gone.
+    isCompiledUser_ = true;
+    if (g_compiledUsers.fetch_add(1) == 0) ResetSharedExposure();
+    return DriverEntry(&driver, &registryPath);
+  }
+  loaded_ = std::make_unique<image::LoadedDriver>(
+      *file_, image::BlockCoverage::OfEnvironment(file_->Size()));
   return loaded_->Start(&driver, &registryPath);
 }
 
@@ -55,6 +73,7 @@ void InstalledDriver::Unload(DRIVER_OBJECT& driver) {
 }
 
 void InstalledDriver::Abandon() {
+  if (std::exchange(isCompiledUser_, false)) --g_compiledUsers;
   if (loaded_ == nullptr) return;
   host::Scheduler& world = host::CurrentWorld();
   AbandonedDriver abandoned{file_, std::move(loaded_)};

@@ -16,6 +16,11 @@ namespace lidcam::testbed {
 /// which is the initial choice. Not while a camera is installed.
 void InstallDriverOf(std::shared_ptr<const image::ImageFile> file);
 
+/// With LIDCAM_DRIVER=FILE cameras of this process are installed with the driver of that image.
+///
+/// @throws image::ImageError
+void InstallDriverOfEnvironment();
+
 /// The image whose driver cameras are installed with; null: the compiled one.
 [[nodiscard]] std::shared_ptr<const image::ImageFile> DriverImage();
 [[nodiscard]] bool IsDriverOfImage();
@@ -42,6 +47,7 @@ class InstalledDriver {
 
   std::shared_ptr<const image::ImageFile> file_;
   std::unique_ptr<image::LoadedDriver> loaded_;
+  bool isCompiledUser_ = false;
 };
 
 }  // namespace lidcam::testbed

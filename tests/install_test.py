@@ -53,6 +53,17 @@ class InstallTest(unittest.TestCase):
         run(self.program, "stream", "--fast", "--frames", "2", "-o", film, env={"HOME": self.folder})
         self.assertGreater(os.path.getsize(film), 1000)
 
+    def test_the_modules_name_the_library_whose_calls_they_need(self):
+        calls = {}
+        for folder, _, names in os.walk(os.path.join(self.installed, "lib")):
+            for name in names:
+                if name.startswith("lidcam-") and name.endswith(".so"):
+                    path = os.path.join(folder, name)
+                    if re.search(r" UND lidcam_\w+", run("readelf", "--dyn-syms", "--wide", path)):
+                        calls[name] = run("readelf", "--dynamic", path)
+        for name, needed in calls.items():
+            self.assertIn("Shared library: [liblidcam.so.0]", needed, name)
+
     def test_the_udev_rule_gives_every_identity_to_users_before_seats_are_looked_at(self):
         folder = os.path.join(self.installed, "lib/udev/rules.d")
         name = min(os.listdir(folder))

@@ -133,7 +133,7 @@ int main() {
     for (int round = 0; round < kRounds; ++round) {
       std::vector<std::vector<std::uint8_t>> jpegs;
       const double before = ProcessorTime(clock);
-      for (int i = 0; i < kPictures; ++i) jpegs.push_back(page.AwaitPicture()["jpeg"]);
+      for (int i = 0; i < kPictures; ++i) jpegs.push_back(page.AwaitPicture()["jpeg"].get_binary());
       delivered.push_back((ProcessorTime(clock) - before) / kPictures);
       std::vector<Planes> pictures;
       for (const auto& jpeg : jpegs) pictures.push_back(Decode(jpeg));

@@ -20,6 +20,7 @@
 #include "platform/host/nt/simulation/simulated_scheduler.h"
 #include "platform/host/nt/system/debug_print.h"
 #include "scenarios/camera/stamped_camera.h"
+#include "testbed/installed_driver.h"
 #include "testbed/installed_testbed.h"
 
 namespace lidcam::fuzz {
@@ -58,6 +59,8 @@ class TemporarySystemRoot {
 class InstalledWorld {
  public:
   InstalledWorld() {
+    static const bool hasDriver = (testbed::InstallDriverOfEnvironment(), true);
+    static_cast<void>(hasDriver);
     host::OpenRegistry({});
     camera_ = std::make_unique<testbed::InstalledTestbed>(
         bus_, testbed::InstalledTestbedOptions{.DriverKey = host::ImagingDriverKey(0)});

@@ -17,6 +17,7 @@
 #include "platform/host/nt/simulation/simulated_scheduler.h"
 #include "platform/host/nt/system/debug_print.h"
 #include "scenarios/camera/stamped_camera.h"
+#include "testbed/installed_driver.h"
 #include "testbed/installed_testbed.h"
 
 namespace lidcam::fuzz {
@@ -168,6 +169,8 @@ void TryToStream(PDEVICE_OBJECT device) {
 }
 
 void Run(Input& input) {
+  static const bool hasDriver = (testbed::InstallDriverOfEnvironment(), true);
+  static_cast<void>(hasDriver);
   StepLimit limit;
   const auto chosen = input.Take<std::uint8_t>();
   host::SimulatedScheduler world(limit.WorldOptions(chosen));

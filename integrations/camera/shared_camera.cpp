@@ -61,10 +61,11 @@ SharedCamera::~SharedCamera() {
   lidcam_watch_end(watch_);
 }
 
-void SharedCamera::Show(const StreamShape& shape) {
+void SharedCamera::Show(const StreamShape& shape, const CameraMemory& memory) {
   {
     const std::lock_guard lock(mutex_);
     wanted_ = shape;
+    wantedMemory_ = memory;
     hasNews_ = true;
   }
   changed_.notify_one();
@@ -74,6 +75,7 @@ void SharedCamera::Hide() {
   {
     const std::lock_guard lock(mutex_);
     wanted_.reset();
+    wantedMemory_ = {};
     hasNews_ = true;
   }
   changed_.notify_one();
@@ -127,6 +129,7 @@ void SharedCamera::OnCamerasChanged(void* user) {
 void SharedCamera::Run() {
   while (true) {
     std::optional<StreamShape> wanted;
+    CameraMemory memory;
     bool isControlEvent = false;
     bool areViewersChanged = false;
     {
@@ -134,6 +137,7 @@ void SharedCamera::Run() {
       if (isEnding_) break;
       hasNews_ = false;
       wanted = wanted_;
+      memory = wantedMemory_;
       for (const auto& [name, value] : asked_) pending_[name] = value;
       asked_.clear();
       isControlEvent = std::exchange(isControlEvent_, false);
@@ -145,7 +149,7 @@ void SharedCamera::Run() {
     if (areViewersChanged && camera_) PassViewersOn();
     if (!wanted) {
       Rest();
-    } else if (EnsureStream(*wanted)) {
+    } else if (EnsureStream(*wanted, memory)) {
       TakeFrame();
     } else {
       ShowNotice(*wanted);
@@ -167,14 +171,20 @@ void SharedCamera::Rest() {
   changed_.wait(lock, hasNews);
 }
 
-bool SharedCamera::EnsureStream(const StreamShape& shape) {
-  if (running_ == shape) return true;
+bool SharedCamera::EnsureStream(const StreamShape& shape, const CameraMemory& memory) {
+  if (running_ == shape && runningMemory_.Bytes.data() == memory.Bytes.data() &&
+      runningMemory_.Buffers == memory.Buffers) {
+    return true;
+  }
   if (Clock::now() < nextTry_ || !EnsureOpen()) return false;
   StopStream();
   lidcam_stream_options options = LIDCAM_STREAM_OPTIONS_INIT;
   options.width = shape.Width;
   options.height = shape.Height;
   options.frame_interval = shape.FrameInterval;
+  options.buffers = memory.Buffers;
+  options.memory = memory.Buffers != 0 ? memory.Bytes.data() : nullptr;
+  options.memory_size = memory.Bytes.size();
   const lidcam_status status = lidcam_start(camera_.get(), &options);
   if (status == LIDCAM_ERROR_UNPLUGGED) {
     Lose();
@@ -185,6 +195,7 @@ bool SharedCamera::EnsureStream(const StreamShape& shape) {
     return false;
   }
   running_ = shape;
+  runningMemory_ = memory;
   started_ = Clock::now();
   Tell("camera on, " + ShapeText(shape));
   return true;
@@ -228,6 +239,7 @@ void SharedCamera::StopStream() {
   if (!running_) return;
   lidcam_stop(camera_.get());
   running_.reset();
+  runningMemory_ = {};
   Tell("camera off");
 }
 
@@ -246,16 +258,9 @@ void SharedCamera::TakeFrame() {
   const lidcam_status status = lidcam_next_frame(camera_.get(), kFrameWait, &frame);
   switch (status) {
     case LIDCAM_TIMEOUT:
-      return;
+      return receiver_.LacksPictures();
     case LIDCAM_OK:
-      notice_.clear();
-      if (isRecording_) AwaitRecordedTime(frame->stream_time);
-      receiver_.TakePicture(*running_, {.Data = {frame->data, frame->size},
-                                        .Stride = frame->stride,
-                                        .Time = isRecording_ ? MonotonicNow() : frame->monotonic_ns,
-                                        .Number = frame->picture_number});
-      lidcam_frame_release(frame);
-      return;
+      return PassOn(LentPicture(frame));
     case LIDCAM_ERROR_UNPLUGGED:
       return Lose();
     case LIDCAM_END:
@@ -269,6 +274,17 @@ void SharedCamera::TakeFrame() {
   }
 }
 
+void SharedCamera::PassOn(LentPicture frame) {
+  notice_.clear();
+  if (isRecording_) AwaitRecordedTime(frame->stream_time);
+  Picture picture{.Data = {frame->data, frame->size},
+                  .Stride = frame->stride,
+                  .Time = isRecording_ ? MonotonicNow() : frame->monotonic_ns,
+                  .Number = frame->picture_number,
+                  .Lent = std::move(frame)};
+  receiver_.TakePicture(*running_, picture);
+}
+
 void SharedCamera::AwaitRecordedTime(std::int64_t streamTime) {
   constexpr std::int64_t kNanosecondsPerUnit = 100;
   std::unique_lock lock(mutex_);
@@ -278,7 +294,8 @@ void SharedCamera::AwaitRecordedTime(std::int64_t streamTime) {
 
 void SharedCamera::ShowNotice(const StreamShape& shape) {
   const std::vector<std::uint8_t> notice = DrawNotice(shape.Width, shape.Height, notice_);
-  receiver_.TakePicture(shape, {.Data = notice, .Stride = 2 * shape.Width, .Time = MonotonicNow()});
+  Picture picture{.Data = notice, .Stride = 2 * shape.Width, .Time = MonotonicNow()};
+  receiver_.TakePicture(shape, picture);
   std::unique_lock lock(mutex_);
   changed_.wait_for(lock, kNoticeInterval, [this] { return hasNews_; });
 }

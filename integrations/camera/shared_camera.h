@@ -28,12 +28,27 @@ struct StreamShape {
   bool operator==(const StreamShape&) const = default;
 };
 
-/// A picture for those who look, valid during the call that passes it.
+struct ReleaseFrame {
+  void operator()(const lidcam_frame* frame) const { lidcam_frame_release(frame); }
+};
+
+/// A picture's buffer, which goes back to the camera when this ends. On any thread.
+using LentPicture = std::unique_ptr<const lidcam_frame, ReleaseFrame>;
+
+/// A picture for those who look, valid during the call that passes it, and as long as `Lent` is kept.
 struct Picture {
   std::span<const std::uint8_t> Data;  ///< YUY2, rows without padding
   std::uint32_t Stride = 0;            ///< bytes
   std::int64_t Time = 0;               ///< ns of CLOCK_MONOTONIC
   std::int64_t Number = 0;             ///< the camera's picture number; 0 for a notice
+  LentPicture Lent{};                  ///< null for a notice
+};
+
+/// Memory that the camera fills with pictures, in equal parts.
+struct CameraMemory {
+  std::shared_ptr<void> Owner{};  ///< keeps it while the camera may write to it
+  std::span<std::uint8_t> Bytes{};
+  std::uint32_t Buffers = 0;  ///< parts; 0: the camera has memory of its own
 };
 
 /// Where a shared camera's pictures go.
@@ -41,7 +56,10 @@ class PictureReceiver {
  public:
   virtual ~PictureReceiver() = default;
   /// A picture of the camera, or a notice that says why there is none. On the camera's own thread.
-  virtual void TakePicture(const StreamShape& shape, const Picture& picture) = 0;
+  virtual void TakePicture(const StreamShape& shape, Picture& picture) = 0;
+  /// No picture has come for a tenth of a second: the camera may lack the buffers that were lent. On the camera's own
+  /// thread.
+  virtual void LacksPictures() {}
   /// Nobody looks any more: no picture comes until somebody does. On the camera's own thread.
   virtual void CameraRests() {}
   /// Controls have other values, or one was refused and keeps its own. On the camera's own thread.
@@ -70,7 +88,9 @@ class SharedCamera {
   ~SharedCamera();
 
   /// Somebody looks, from now on at this size and rate.
-  void Show(const StreamShape& shape);
+  ///
+  /// @param memory  where the pictures are to lie
+  void Show(const StreamShape& shape, const CameraMemory& memory = {});
 
   /// Nobody looks any more.
   void Hide();
@@ -95,12 +115,13 @@ class SharedCamera {
 
   void Run();
   void Rest();
-  bool EnsureStream(const StreamShape& shape);
+  bool EnsureStream(const StreamShape& shape, const CameraMemory& memory);
   bool EnsureOpen();
   bool Open(const std::string& address);
   void StopStream();
   void Close();
   void TakeFrame();
+  void PassOn(LentPicture frame);
   void AwaitRecordedTime(std::int64_t streamTime);
   void ShowNotice(const StreamShape& shape);
   void PassViewersOn();
@@ -120,6 +141,7 @@ class SharedCamera {
   bool hasNews_ =
       false;  ///< of the members up to the empty line, since the thread looked at them last
   std::optional<StreamShape> wanted_;
+  CameraMemory wantedMemory_;
   std::map<std::string, std::int32_t> asked_;
   std::vector<std::string> viewers_;
   bool areViewersChanged_ = false;
@@ -131,6 +153,7 @@ class SharedCamera {
   // Of the thread alone.
   std::unique_ptr<lidcam_camera, CloseCamera> camera_;
   std::optional<StreamShape> running_;
+  CameraMemory runningMemory_;
   Clock::time_point started_{};
   bool isRecording_ = false;
   bool isLost_ = false;                          ///< open, and unplugged since

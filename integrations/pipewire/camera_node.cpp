@@ -1,6 +1,5 @@
 #include "integrations/pipewire/camera_node.h"
 
-#include <spa/buffer/meta.h>
 #include <spa/param/param.h>
 
 #include <cerrno>
@@ -39,25 +38,6 @@ pw_properties* NodeProperties(const CameraDescription& camera) {
                            camera.Text.c_str(), PW_KEY_NODE_NICK, camera.Text.c_str(), nullptr);
 }
 
-/// Copies a picture into a buffer that all lookers share.
-void Fill(pw_buffer& buffer, const Picture& picture) {
-  spa_data& data = buffer.buffer->datas[0];
-  const std::size_t size = std::min<std::size_t>(picture.Data.size(), data.maxsize);
-  std::memcpy(data.data, picture.Data.data(), size);
-  data.chunk->offset = 0;
-  data.chunk->size = static_cast<std::uint32_t>(size);
-  data.chunk->stride = static_cast<std::int32_t>(picture.Stride);
-  data.chunk->flags = 0;
-  auto* const header = static_cast<spa_meta_header*>(
-      spa_buffer_find_meta_data(buffer.buffer, SPA_META_Header, sizeof(spa_meta_header)));
-  if (header == nullptr) return;
-  header->flags = 0;
-  header->offset = 0;
-  header->pts = picture.Time;
-  header->dts_offset = 0;
-  header->seq = static_cast<std::uint64_t>(picture.Number);
-}
-
 }  // namespace
 
 const pw_stream_events CameraNode::kStreamEvents = {
@@ -67,8 +47,8 @@ const pw_stream_events CameraNode::kStreamEvents = {
     .control_info = nullptr,
     .io_changed = nullptr,
     .param_changed = OnParamChanged,
-    .add_buffer = nullptr,
-    .remove_buffer = nullptr,
+    .add_buffer = OnBufferAdded,
+    .remove_buffer = OnBufferRemoved,
     .process = nullptr,
     .drained = nullptr,
     .command = nullptr,
@@ -98,7 +78,11 @@ void CameraNode::EndLoop::operator()(pw_thread_loop* loop) const {
   pw_thread_loop_destroy(loop);
 }
 
-CameraNode::CameraNode(Options options) : options_(std::move(options)) {
+CameraNode::CameraNode(Options options)
+    : options_(std::move(options)),
+      clients_([this](std::uint32_t client, std::string_view interface) {
+        objects_.SetInterface(client, interface);
+      }) {
   loop_.reset(pw_thread_loop_new("lidcam", nullptr));
   if (!loop_) FailWithErrno("a thread for PipeWire cannot be started");
   camera_ = std::make_unique<SharedCamera>(
@@ -116,6 +100,7 @@ CameraNode::~CameraNode() {
     spa_hook_remove(&streamHook_);
     spa_hook_remove(&registryHook_);
     spa_hook_remove(&coreHook_);
+    clients_.Clear();
   }
   // Its thread takes the loop's lock.
   camera_.reset();
@@ -136,13 +121,14 @@ void CameraNode::Connect() {
       pw_stream_new(core_.get(), options_.Camera.Text.c_str(), NodeProperties(options_.Camera)));
   if (!stream_) FailWithErrno("a PipeWire node cannot be made");
   pw_stream_add_listener(stream_.get(), &streamHook_, &kStreamEvents, this);
-  Pods pods = FormatPods(options_.Camera.Sizes);
+  offered_ = options_.Camera.Sizes;
+  Pods pods = FormatPods(offered_);
   pods.Add(ControlDescriptions(options_.Camera.Controls));
   pods.Add(ControlValues(options_.Camera.Controls));
   std::vector<const spa_pod*> addresses = pods.Addresses();
   const int result = pw_stream_connect(
       stream_.get(), PW_DIRECTION_OUTPUT, PW_ID_ANY,
-      static_cast<pw_stream_flags>(PW_STREAM_FLAG_DRIVER | PW_STREAM_FLAG_MAP_BUFFERS),
+      static_cast<pw_stream_flags>(PW_STREAM_FLAG_DRIVER | PW_STREAM_FLAG_ALLOC_BUFFERS),
       addresses.data(), static_cast<std::uint32_t>(addresses.size()));
   if (result < 0) {
     throw ShareError(std::string("PipeWire takes no camera: ") + std::strerror(-result));
@@ -164,12 +150,14 @@ void CameraNode::OnObjectAdded(void* user, std::uint32_t id, std::uint32_t, cons
                                std::uint32_t, const spa_dict* properties) {
   auto& self = *static_cast<CameraNode*>(user);
   self.objects_.Add(id, type, properties);
+  self.clients_.Add(self.registry_.get(), id, type);
   self.TellOfLookers();
 }
 
 void CameraNode::OnObjectRemoved(void* user, std::uint32_t id) {
   auto& self = *static_cast<CameraNode*>(user);
   self.objects_.Remove(id);
+  self.clients_.Remove(id);
   self.TellOfLookers();
 }
 
@@ -200,9 +188,28 @@ void CameraNode::OnParamChanged(void* user, std::uint32_t id, const spa_pod* par
   }
 }
 
+// PipeWire negotiates anew whenever somebody comes or goes. The memory of pictures of one size stays, and with it the
+// camera's stream.
 void CameraNode::ChangeFormat(const spa_pod* format) {
   format_ = format != nullptr ? ReadFormat(format) : std::nullopt;
-  if (format_) Update(BufferPods(*format_));
+  if (!format_) return;
+  const std::size_t bytes = BytesOf(*format_);
+  try {
+    if (!buffers_ || buffers_->PictureBytes() != bytes) {
+      buffers_ = std::make_unique<PictureBuffers>(bytes);
+    }
+  } catch (const ShareError& error) {
+    return End(error.what());
+  }
+  Update(BufferPods(*format_, PictureBuffers::kMost));
+}
+
+void CameraNode::OnBufferAdded(void* user, pw_buffer* buffer) {
+  static_cast<CameraNode*>(user)->buffers_->Add(*buffer);
+}
+
+void CameraNode::OnBufferRemoved(void* user, pw_buffer* buffer) {
+  static_cast<CameraNode*>(user)->buffers_->Remove(*buffer);
 }
 
 void CameraNode::ChangeState(pw_stream_state state, const char* error) {
@@ -214,7 +221,10 @@ void CameraNode::ChangeState(pw_stream_state state, const char* error) {
   if (isStreaming == isStreaming_) return;
   isStreaming_ = isStreaming;
   if (isStreaming) {
-    camera_->Show(*format_);
+    camera_->Show(*format_, buffers_->Memory());
+    // Formats that change make PipeWire negotiate with the looker again, which takes its buffers away: pw-v4l2 can't tell
+    // its program so, whose next call then fails.
+    if (objects_.IsSeenByV4l2(pw_stream_get_node_id(stream_.get()))) return;
     Offer({{.Width = format_->Width, .Height = format_->Height}});
   } else {
     camera_->Hide();
@@ -223,6 +233,8 @@ void CameraNode::ChangeState(pw_stream_state state, const char* error) {
 }
 
 void CameraNode::Offer(const std::vector<PictureSize>& sizes) {
+  if (sizes == offered_) return;
+  offered_ = sizes;
   Update(FormatPods(sizes));
 }
 
@@ -236,15 +248,16 @@ void CameraNode::End(const std::string& reason) {
   if (endReason_.empty()) endReason_ = reason;
 }
 
-void CameraNode::TakePicture(const StreamShape& shape, const Picture& picture) {
+void CameraNode::TakePicture(const StreamShape& shape, Picture& picture) {
   const LoopLock lock(loop_.get());
   if (!isStreaming_ || format_ != shape) return;
-  // All buffers are with lookers that are behind: they miss a picture.
-  pw_buffer* const buffer = pw_stream_dequeue_buffer(stream_.get());
-  if (buffer == nullptr) return;
-  Fill(*buffer, picture);
-  pw_stream_queue_buffer(stream_.get(), buffer);
+  buffers_->Show(stream_.get(), picture);
   pw_stream_trigger_process(stream_.get());
+}
+
+void CameraNode::LacksPictures() {
+  const LoopLock lock(loop_.get());
+  if (isStreaming_) buffers_->Reclaim(stream_.get());
 }
 
 void CameraNode::ControlsChanged() {

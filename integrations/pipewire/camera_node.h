@@ -11,7 +11,9 @@
 
 #include "integrations/camera/camera_description.h"
 #include "integrations/camera/shared_camera.h"
+#include "integrations/pipewire/client_watch.h"
 #include "integrations/pipewire/looker_table.h"
+#include "integrations/pipewire/picture_buffers.h"
 #include "integrations/pipewire/pods.h"
 
 namespace lidcam::integrations::pipewire {
@@ -68,6 +70,8 @@ class CameraNode : private PictureReceiver {
   static void OnObjectRemoved(void* user, std::uint32_t id);
   static void OnStateChanged(void* user, pw_stream_state before, pw_stream_state now,
                              const char* error);
+  static void OnBufferAdded(void* user, pw_buffer* buffer);
+  static void OnBufferRemoved(void* user, pw_buffer* buffer);
   static void OnParamChanged(void* user, std::uint32_t id, const spa_pod* param);
 
   void Connect();
@@ -78,7 +82,8 @@ class CameraNode : private PictureReceiver {
   void Update(const Pods& pods);
   void End(const std::string& reason);
 
-  void TakePicture(const StreamShape& shape, const Picture& picture) override;
+  void TakePicture(const StreamShape& shape, Picture& picture) override;
+  void LacksPictures() override;
   void ControlsChanged() override;
 
   const Options options_;
@@ -93,8 +98,11 @@ class CameraNode : private PictureReceiver {
   spa_hook streamHook_{};
   // Of the loop's thread.
   std::optional<StreamShape> format_;
+  std::vector<PictureSize> offered_;
+  std::unique_ptr<PictureBuffers> buffers_;  ///< of the newest format
   bool isStreaming_ = false;
   LookerTable objects_;
+  ClientWatch clients_;
   std::vector<std::string> lookers_;
   std::string endReason_;
 

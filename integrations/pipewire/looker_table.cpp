@@ -40,6 +40,11 @@ void LookerTable::Remove(std::uint32_t id) {
   links_.erase(id);
   nodes_.erase(id);
   clients_.erase(id);
+  interfaces_.erase(id);
+}
+
+void LookerTable::SetInterface(std::uint32_t client, std::string_view interface) {
+  interfaces_[client] = interface;
 }
 
 std::vector<std::string> LookerTable::LookersAt(std::uint32_t node) const {
@@ -49,6 +54,15 @@ std::vector<std::string> LookerTable::LookersAt(std::uint32_t node) const {
   }
   std::ranges::sort(lookers);
   return lookers;
+}
+
+bool LookerTable::IsSeenByV4l2(std::uint32_t node) const {
+  return std::ranges::any_of(links_, [this, node](const auto& each) {
+    const auto looker = nodes_.find(each.second.Target);
+    if (each.second.Source != node || looker == nodes_.end()) return false;
+    const auto interface = interfaces_.find(looker->second.Client);
+    return interface != interfaces_.end() && interface->second == "v4l2";
+  });
 }
 
 std::string LookerTable::NameOf(std::uint32_t node) const {

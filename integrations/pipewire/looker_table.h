@@ -17,8 +17,15 @@ class LookerTable {
   void Add(std::uint32_t id, std::string_view type, const spa_dict* properties);
   void Remove(std::uint32_t id);
 
+  /// The interface by which a client's program knows PipeWire ("v4l2"), which its information tells and the registry
+  /// does not.
+  void SetInterface(std::uint32_t client, std::string_view interface);
+
   /// The programs that get a node's pictures, in order: "firefox (1234)".
   [[nodiscard]] std::vector<std::string> LookersAt(std::uint32_t node) const;
+
+  /// Whether one of them looks by V4L2's calls, as pw-v4l2 gives them.
+  [[nodiscard]] bool IsSeenByV4l2(std::uint32_t node) const;
 
  private:
   struct Link {
@@ -35,6 +42,7 @@ class LookerTable {
   std::map<std::uint32_t, Link> links_;
   std::map<std::uint32_t, Node> nodes_;
   std::map<std::uint32_t, std::string> clients_;
+  std::map<std::uint32_t, std::string> interfaces_;
 };
 
 }  // namespace lidcam::integrations::pipewire

@@ -24,9 +24,8 @@ constexpr std::int64_t kUnitsPerSecond = 10'000'000;  // of a frame interval
 // The driver takes more, but the sensors send no more, and applications show what is offered here.
 constexpr std::uint32_t kFrameRate = 30;
 // One that the camera fills, and some that lookers hold.
-constexpr int kBufferCount = 8;
+constexpr int kBufferCount = 12;
 constexpr int kFewestBuffers = 3;
-constexpr int kMostBuffers = 32;
 constexpr std::uint32_t kBuilderBytes = 2048;
 
 /// The property of a control. PipeWire's own where it has one; otherwise the number that V4L2 gives the control,
@@ -183,16 +182,20 @@ std::optional<StreamShape> ReadFormat(const spa_pod* format) {
   return shape;
 }
 
-Pods BufferPods(const StreamShape& shape) {
+std::size_t BytesOf(const StreamShape& shape) {
+  return std::size_t{kBytesAPixel} * shape.Width * shape.Height;
+}
+
+Pods BufferPods(const StreamShape& shape, std::size_t most) {
   const auto stride = static_cast<std::int32_t>(kBytesAPixel * shape.Width);
   Builder buffers(SPA_TYPE_OBJECT_ParamBuffers, SPA_PARAM_Buffers);
-  buffers.Choice(SPA_PARAM_BUFFERS_buffers, SPA_CHOICE_Range, [](spa_pod_builder* values) {
-    for (const int count : {kBufferCount, kFewestBuffers, kMostBuffers}) {
+  buffers.Choice(SPA_PARAM_BUFFERS_buffers, SPA_CHOICE_Range, [most](spa_pod_builder* values) {
+    for (const int count : {kBufferCount, kFewestBuffers, static_cast<int>(most)}) {
       spa_pod_builder_int(values, count);
     }
   });
   buffers.Int(SPA_PARAM_BUFFERS_blocks, 1);
-  buffers.Int(SPA_PARAM_BUFFERS_size, stride * static_cast<std::int32_t>(shape.Height));
+  buffers.Int(SPA_PARAM_BUFFERS_size, static_cast<std::int32_t>(BytesOf(shape)));
   buffers.Int(SPA_PARAM_BUFFERS_stride, stride);
   buffers.Choice(SPA_PARAM_BUFFERS_dataType, SPA_CHOICE_Flags,
                  [](spa_pod_builder* values) { spa_pod_builder_int(values, 1 << SPA_DATA_MemFd); });

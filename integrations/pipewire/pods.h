@@ -2,6 +2,7 @@
 
 #include <spa/pod/pod.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -29,11 +30,16 @@ class Pods {
 /// The formats that are offered: YUY2, a size each, up to 30 frames a second.
 [[nodiscard]] Pods FormatPods(const std::vector<PictureSize>& sizes);
 
-/// Reads a format that was agreed upon; nothing for one that is none of ours.
+/// Reads a format that was agreed upon; nothing for one that the node does not offer.
 [[nodiscard]] std::optional<StreamShape> ReadFormat(const spa_pod* format);
 
+/// Of a picture.
+[[nodiscard]] std::size_t BytesOf(const StreamShape& shape);
+
 /// What buffers of a format are like: shared memory for a picture, with its header.
-[[nodiscard]] Pods BufferPods(const StreamShape& shape);
+///
+/// @param most  as many as there may be
+[[nodiscard]] Pods BufferPods(const StreamShape& shape, std::size_t most);
 
 /// What the controls are (PropInfo).
 [[nodiscard]] Pods ControlDescriptions(const std::vector<CameraControl>& controls);

@@ -26,7 +26,7 @@ class DeviceReceiver : public PictureReceiver {
     CameraRests();
   }
 
-  void TakePicture(const StreamShape&, const Picture& picture) override {
+  void TakePicture(const StreamShape&, Picture& picture) override {
     isResting_ = false;
     Write(picture.Data);
   }

@@ -1,12 +1,14 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <exception>
 #include <functional>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -81,7 +83,8 @@ struct SessionStream {
   PictureSize Size{640, 480};
   std::optional<LONGLONG> FrameInterval{};  ///< 100 ns; none: the camera's usual one
   std::size_t Buffers = 6;
-  LentFrameHandler Handler{};  ///< empty: frames are taken by Next()
+  std::span<std::byte> Memory{};  ///< of the buffers, as client::StreamOptions has it
+  LentFrameHandler Handler{};     ///< empty: frames are taken by Next()
   /// Which of the driver's events a frame's facts tell: see there.
   DeliveryWatching Watching = DeliveryWatching::None;
 };

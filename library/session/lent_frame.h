@@ -51,6 +51,8 @@ struct FrameFacts {
   std::int64_t LostCount = 0;             ///< as StreamFrame has it
   std::int64_t MonotonicNanoseconds = 0;  ///< 0 in virtual time
   std::int64_t Duration = 0;              ///< 100 ns
+  /// Made of as many bytes as the sensor's frames have; only known where each delivery is watched.
+  bool IsGood = false;
   bool IsAutoExposure = false;
   FrameRow Loop{};
 };

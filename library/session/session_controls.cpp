@@ -27,7 +27,7 @@ const SessionControl& CameraSession::ControlOf(const std::string& name) const {
   for (const SessionControl& mine : facts_.Controls) {
     if (mine.Control == &control) return mine;
   }
-  throw UsageError("control '" + name + "' is none of camera '" + Name() + "'");
+  throw UsageError("camera '" + Name() + "' has no control '" + name + "'");
 }
 
 std::int32_t CameraSession::GetControl(const std::string& name) {

@@ -97,6 +97,7 @@ StreamSetup CameraSession::SetupOf(const SessionStream& stream) {
           .Frames = [this](const StreamFrame& frame) { Take(frame); },
           .FrameInterval = stream.FrameInterval,
           .Buffers = stream.Buffers,
+          .Memory = stream.Memory,
           .Watching = stream.Watching};
 }
 
@@ -170,6 +171,7 @@ void CameraSession::Take(const StreamFrame& frame) {
       .MonotonicNanoseconds =
           isRealTime_ ? frame.Position.PresentationTime * kNanosecondsPerUnit + clockOffset_ : 0,
       .Duration = frame.Buffer.Duration(),
+      .IsGood = frame.Report.IsGood,
       .IsAutoExposure = frame.Report.IsAutoExposure,
       .Loop = frame.Report.Loop,
   };

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <filesystem>
 #include <new>
 #include <span>
 #include <string>
@@ -82,7 +81,7 @@ std::vector<AddressUse> FindFunctionAddresses(const ImageFile& file) {
   return uses;
 }
 
-LoadedDriver::LoadedDriver(const ImageFile& file) : file_(file) {
+LoadedDriver::LoadedDriver(const ImageFile& file, BlockCoverage* coverage) : file_(file) {
   calls_.reserve(file.Imports().size());
   for (const ImageImport& import : file.Imports()) {
     const KernelExport* const function = FindKernelExport(import.Library, import.Name);
@@ -104,9 +103,10 @@ LoadedDriver::LoadedDriver(const ImageFile& file) : file_(file) {
     Bind();
     DivertCallbacks();
     DivertSpinLoops();
+    if (coverage != nullptr)
+      blocks_ = std::make_unique<BlockBreakpoints>(*coverage, std::span(image_, file.Size()));
     Protect();
-    traps_ = std::make_unique<TrappedCode>(image_, file.Size(),
-                                           std::filesystem::path(file.Name()).filename().string());
+    traps_ = std::make_unique<TrappedCode>(image_, file, blocks_.get());
   } catch (...) {
     munmap(reserved_, reservedSize_);
     throw;

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "platform/host/nt/declarations/nt_declarations.h"
+#include "platform/image/block_coverage.h"
 #include "platform/image/image_file.h"
 #include "platform/image/processor_traps.h"
 #include "platform/image/stack_switch.h"
@@ -17,9 +18,10 @@ namespace lidcam::image {
 /// read-only, and nothing is writable and executable.
 class LoadedDriver {
  public:
-  /// @param file  outlives the driver
+  /// @param file      outlives the driver
+  /// @param coverage  outlives the driver; null: what has run isn't noted
   /// @throws ImageError if the image imports a function that the host doesn't have; std::bad_alloc
-  explicit LoadedDriver(const ImageFile& file);
+  explicit LoadedDriver(const ImageFile& file, BlockCoverage* coverage = nullptr);
   LoadedDriver(const LoadedDriver&) = delete;
   LoadedDriver& operator=(const LoadedDriver&) = delete;
   /// No code of the driver runs any more, and none of its memory is used.
@@ -60,6 +62,7 @@ class LoadedDriver {
   std::uint8_t* thunks_ = nullptr;
   std::size_t nextThunk_ = 0;
   std::vector<std::uintptr_t> callbackThunks_;  // parallel to callbacks_
+  std::unique_ptr<BlockBreakpoints> blocks_;
   std::unique_ptr<TrappedCode> traps_;
 };
 

@@ -7,7 +7,11 @@ namespace lidcam::image {
 
 TrappedCode::~TrappedCode() = default;
 
-LoadedDriver::LoadedDriver(const ImageFile& file) : file_(file) {
+BlockCoverage* BlockCoverage::OfEnvironment(std::size_t) {
+  return nullptr;
+}
+
+LoadedDriver::LoadedDriver(const ImageFile& file, BlockCoverage*) : file_(file) {
   throw ImageError(file.Name() + ": is for 64-bit x86 processors, and this is another one");
 }
 

@@ -12,14 +12,18 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <mutex>
 #include <stdexcept>
 #include <utility>
 
 #include "platform/host/nt/memory/pool_arena.h"
+#include "platform/host/nt/scheduling/scheduler.h"
 #include "platform/host/nt/scheduling/thread.h"
 #include "platform/host/nt/scheduling/violation.h"
+#include "platform/image/block_coverage.h"
 #include "platform/image/driver_stack.h"
+#include "platform/image/source_place.h"
 #include "platform/image/stack_switch.h"
 
 namespace lidcam::image {
@@ -30,6 +34,8 @@ struct CodeRange {
   std::atomic<std::uintptr_t> Begin{0};
   std::atomic<std::uintptr_t> End{0};
   std::string Name;
+  const ImageFile* File = nullptr;
+  const BlockBreakpoints* Blocks = nullptr;  // null: none
 };
 
 constexpr std::size_t kMostDrivers = 64;
@@ -80,6 +86,15 @@ std::string PlaceText(std::uintptr_t place) {
   return (range != nullptr ? range->Name : std::string("driver")) + offset.data();
 }
 
+// Not for signal handlers.
+std::string WholePlaceText(std::uintptr_t place) {
+  const CodeRange* const range = RangeOf(place);
+  if (range == nullptr) return PlaceText(place);
+  const std::string source =
+      SourcePlace(*range->File, static_cast<std::uint32_t>(place - range->Begin));
+  return PlaceText(place) + (source.empty() ? "" : ", " + source);
+}
+
 const char* KindOf(std::uintptr_t signal) {
   switch (static_cast<int>(signal)) {
     case SIGSEGV:
@@ -98,8 +113,12 @@ const char* KindOf(std::uintptr_t signal) {
 void NTAPI ReportFault(std::uintptr_t place, std::uintptr_t address, std::uintptr_t signal) {
   std::array<char, 24> text{};
   std::snprintf(text.data(), text.size(), "0x%llx", static_cast<unsigned long long>(address));
+  const host::PoolArena* const arena = host::CurrentWorld().Arena().get();
+  const std::string access =
+      arena != nullptr ? arena->DescribeAccess(reinterpret_cast<const void*>(address)) : "";
   host::ReportViolation(
-      "driver", std::string(KindOf(signal)) + " (" + text.data() + ") at " + PlaceText(place));
+      "driver", (access.empty() ? std::string(KindOf(signal)) + " (" + text.data() + ")" : access) +
+                    " at " + WholePlaceText(place));
 }
 
 const ImportedCall g_reportFault{reinterpret_cast<void (*)()>(&ReportFault), nullptr};
@@ -134,7 +153,7 @@ void DivertToReport(int signal, const siginfo_t& info, greg_t* registers) {
   registers[REG_RDX] = reinterpret_cast<greg_t>(info.si_addr);
   registers[REG_R8] = signal;
   registers[REG_R11] = reinterpret_cast<greg_t>(&g_reportFault);
-  registers[REG_RIP] = reinterpret_cast<greg_t>(&LidcamLeaveDriver);
+  registers[REG_RIP] = reinterpret_cast<greg_t>(&LidcamFault);
 }
 
 // The instruction by which processors wait in a spin loop has been replaced by a breakpoint and a byte.
@@ -151,6 +170,15 @@ bool ContinueWithSpin(int signal, greg_t* registers) {
   return true;
 }
 
+// A block runs for the first time.
+bool ContinueWithBlock(int signal, const CodeRange& range, greg_t* registers) {
+  if (signal != SIGTRAP || range.Blocks == nullptr) return false;
+  const auto place = static_cast<std::uintptr_t>(registers[REG_RIP]) - 1;
+  if (!range.Blocks->Take(place - range.Begin)) return false;
+  registers[REG_RIP] = static_cast<greg_t>(place);
+  return true;
+}
+
 void OnFault(int signal, siginfo_t* info, void* context);
 
 void Install(int signal, struct sigaction* before) {
@@ -159,6 +187,13 @@ void Install(int signal, struct sigaction* before) {
   action.sa_flags = SA_SIGINFO | SA_ONSTACK;
   sigemptyset(&action.sa_mask);
   sigaction(signal, &action, before);
+}
+
+// With guard pages a driver stops at its access to freed memory.
+bool IsToStop(bool isDriver) {
+  const host::Thread* const thread = host::FindCurrentThread();
+  return isDriver && thread != nullptr && thread->World.Arena() != nullptr &&
+         thread->World.Arena()->HasGuardPages();
 }
 
 // The handler before, which knows the uses of freed memory, gives up by removing itself.
@@ -177,10 +212,12 @@ bool HandlerBeforeTakes(int signal, siginfo_t* info, void* context) {
 void OnFault(int signal, siginfo_t* info, void* context) {
   greg_t* const registers = static_cast<ucontext_t*>(context)->uc_mcontext.gregs;
   const auto place = static_cast<std::uintptr_t>(registers[REG_RIP]);
-  const bool isDriver = RangeOf(place) != nullptr;
+  const CodeRange* const range = RangeOf(place);
+  const bool isDriver = range != nullptr;
   if (isDriver && signal == SIGSEGV && Answer(place, registers)) return;
+  if (isDriver && ContinueWithBlock(signal, *range, registers)) return;
   if (isDriver && ContinueWithSpin(signal, registers)) return;
-  if (HandlerBeforeTakes(signal, info, context)) return;
+  if (!IsToStop(isDriver) && HandlerBeforeTakes(signal, info, context)) return;
   if (isDriver) {
     DivertToReport(signal, *info, registers);
   } else {
@@ -228,7 +265,8 @@ struct SignalStack {
 
 }  // namespace
 
-TrappedCode::TrappedCode(const std::uint8_t* image, std::size_t size, std::string name) {
+TrappedCode::TrappedCode(const std::uint8_t* image, const ImageFile& file,
+                         const BlockBreakpoints* blocks) {
   static const bool isInstalled = InstallAll();
   static_cast<void>(isInstalled);
   const std::lock_guard guard(g_rangesLock);
@@ -236,8 +274,10 @@ TrappedCode::TrappedCode(const std::uint8_t* image, std::size_t size, std::strin
       std::ranges::find(g_ranges, 0U, [](const CodeRange& range) { return range.Begin.load(); });
   if (free == g_ranges.end()) throw std::runtime_error("too many drivers are loaded at once");
   slot_ = static_cast<std::size_t>(free - g_ranges.begin());
-  free->Name = std::move(name);
-  free->End = reinterpret_cast<std::uintptr_t>(image) + size;
+  free->Name = std::filesystem::path(file.Name()).filename().string();
+  free->File = &file;
+  free->Blocks = blocks;
+  free->End = reinterpret_cast<std::uintptr_t>(image) + file.Size();
   free->Begin = reinterpret_cast<std::uintptr_t>(image);
 }
 

@@ -2,17 +2,22 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <string>
+
+#include "platform/image/image_file.h"
 
 namespace lidcam::image {
+
+class BlockBreakpoints;
 
 /// The code of a loaded driver while this exists: its privileged instructions are answered from the state of the
 /// kernel thread that runs, and its faults are reported as violations that name the place.
 class TrappedCode {
  public:
-  /// @param image  begin of the image, from which reported places are counted
+  /// @param image   begin of the image, from which reported places are counted
+  /// @param file    of the image; outlives this
+  /// @param blocks  breakpoints of the image that are taken once; may be null; outlives this
   /// @throws std::runtime_error if too many drivers are loaded at once
-  TrappedCode(const std::uint8_t* image, std::size_t size, std::string name);
+  TrappedCode(const std::uint8_t* image, const ImageFile& file, const BlockBreakpoints* blocks);
   TrappedCode(const TrappedCode&) = delete;
   TrappedCode& operator=(const TrappedCode&) = delete;
   ~TrappedCode();

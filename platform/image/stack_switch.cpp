@@ -191,6 +191,23 @@ LidcamLeaveDriver:
   .cfi_endproc
   .size LidcamLeaveDriver, . - LidcamLeaveDriver
 
+  .globl LidcamFault
+  .hidden LidcamFault
+  .type LidcamFault, @function
+LidcamFault:
+  .cfi_startproc
+  pushq %rbp
+  .cfi_def_cfa_offset 16
+  .cfi_offset %rbp, -16
+  movq %rsp, %rbp
+  .cfi_def_cfa_register %rbp
+  andq $-16, %rsp
+  subq $128, %rsp
+  callq LidcamLeaveDriver
+  ud2
+  .cfi_endproc
+  .size LidcamFault, . - LidcamFault
+
   .globl LidcamSpin
   .hidden LidcamSpin
   .type LidcamSpin, @function

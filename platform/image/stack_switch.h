@@ -34,8 +34,9 @@ extern "C" {
 
 // For code that a signal handler continues with, as if the driver had called it. Both leave the driver's stack.
 
-/// r11 has the address of an ImportedCall, the other registers its arguments.
-void LidcamLeaveDriver();
+/// r11 has the address of an ImportedCall that doesn't return, the other registers its arguments. The stack above the
+/// return address is left as it is: it may be the driver's own return address.
+void LidcamFault();
 /// One turn of a spin loop: other threads run. Preserves all registers.
 void LidcamSpin();
 

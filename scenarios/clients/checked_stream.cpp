@@ -1,6 +1,9 @@
 #include "scenarios/clients/checked_stream.h"
 
 #include <algorithm>
+#include <functional>
+#include <string>
+#include <string_view>
 #include <utility>
 
 #include "platform/host/client/client_error.h"
@@ -28,6 +31,16 @@ NTSTATUS StatusOf(Action action) {
     return error.Status();
   }
   return STATUS_SUCCESS;
+}
+
+std::string PictureLine(const client::Frame& frame) {
+  const std::span<const std::byte> bytes = frame.Bytes();
+  const std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+  return "picture " + std::to_string(frame.PictureNumber()) + " drop " +
+         std::to_string(frame.DropCount()) + " time " + std::to_string(frame.PresentationTime()) +
+         " duration " + std::to_string(frame.Duration()) + " options " +
+         std::to_string(frame.OptionsFlags()) + " bytes " + std::to_string(bytes.size()) +
+         " hash " + std::to_string(std::hash<std::string_view>{}(text));
 }
 
 }  // namespace
@@ -123,6 +136,7 @@ NTSTATUS CheckedStream::Take(LONGLONG timeout) {
     seen = {frame.PresentationTime(), frame.Duration(),     frame.PictureNumber(),
             frame.DropCount(),        frame.OptionsFlags(), IsWhole(frame.Bytes()),
             frame.Bytes().size()};
+    if (stage_.Key().Options.IsSideBySide) stage_.Trace().Add(PictureLine(frame));
   }
   Check(seen);
   return STATUS_SUCCESS;

@@ -25,7 +25,8 @@ struct RunOptions {
   host::SchedulerKind Scheduler = host::SchedulerKind::Walk;
 
   /// Schedule and trace are the same for every compilation of the driver: no switch points at what images have as
-  /// instructions; control requests and debug messages in the trace, in place of the driver's own lines.
+  /// instructions; control requests, debug messages, pool and pictures in the trace, in place of the driver's own
+  /// lines.
   bool IsSideBySide = false;
 
   bool operator==(const RunOptions&) const = default;

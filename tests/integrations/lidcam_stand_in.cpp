@@ -84,8 +84,16 @@ BorrowedFrame* MakeFrame(StandIn& stand) {
   auto* const borrowed = new BorrowedFrame;
   const std::size_t size = std::size_t{2} * stand.Stream.width * stand.Stream.height;
   const std::int64_t number = stand.FrameNumber++;
-  borrowed->Data.assign(size, static_cast<std::uint8_t>(number));
-  borrowed->Frame.data = borrowed->Data.data();
+  std::uint8_t* data = nullptr;
+  if (stand.Stream.memory != nullptr) {
+    const auto part = static_cast<std::uint32_t>(number) % stand.Stream.buffers;
+    data = stand.Stream.memory + stand.Stream.memory_size / stand.Stream.buffers * part;
+  } else {
+    borrowed->Data.resize(size);
+    data = borrowed->Data.data();
+  }
+  std::fill_n(data, size, static_cast<std::uint8_t>(number));
+  borrowed->Frame.data = data;
   borrowed->Frame.size = size;
   borrowed->Frame.width = stand.Stream.width;
   borrowed->Frame.height = stand.Stream.height;
@@ -271,6 +279,8 @@ lidcam_status lidcam_next_frame(lidcam_camera*, int32_t, const lidcam_frame** fr
   if (stand.IsBroken) return Fail(LIDCAM_ERROR_FAILED, "the stream broke off");
   const bool isOver = stand.RecordedFrames != 0 && stand.FrameNumber >= stand.RecordedFrames;
   if (!stand.IsStreaming || isOver) return LIDCAM_END;
+  const auto most = static_cast<int>(stand.Stream.buffers);
+  if (most != 0 && stand.BorrowedFrames >= most) return LIDCAM_TIMEOUT;
   *frame = &MakeFrame(stand)->Frame;
   return LIDCAM_OK;
 }

@@ -28,5 +28,5 @@ def check_pictures(name, seen, sent):
             raise WrongPictures(f"{name}: picture {next_at} is out of its order: {next_place} behind {place}")
         unknown = next_at - at - 1
         if unknown and next_place - place - 1 < unknown + LOST_WITH_A_CUT_PICTURE:
-            raise WrongPictures(f"{name}: picture {at + 1} is none that the camera sends")
+            raise WrongPictures(f"{name}: picture {at + 1} is not one that the camera sends")
     return len(known)

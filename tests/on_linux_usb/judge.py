@@ -138,7 +138,7 @@ def check_order(what, seen, expected):
     places = {digest: place for place, digest in enumerate(expected)}
     last = -1
     for number, digest in enumerate(seen):
-        require(digest in places, f"{what}: picture {number} is none that the camera sends")
+        require(digest in places, f"{what}: picture {number} is not one that the camera sends")
         require(places[digest] > last, f"{what}: picture {number} is out of its order")
         last = places[digest]
 

@@ -104,7 +104,7 @@ class StreamsTest(SpoiltCopy):
     def test_a_wrong_bit_of_each_size_is_noticed(self):
         for size in steps.SIZES:
             self.spoil_picture(f"{size}.yuy2", size)
-            self.assert_noticed(size, size, "picture 1 is none")
+            self.assert_noticed(size, size, "picture 1 is not one")
 
     def test_wrong_order_and_number_are_noticed(self):
         size = steps.SIZES[-1]
@@ -160,7 +160,7 @@ class CaptureTest(SpoiltCopy):
 
         for name in ("bus", "later"):
             self.change_records(name, spoil)
-            self.assert_noticed(name, "is none that the camera sends")
+            self.assert_noticed(name, "is not one that the camera sends")
 
     def test_missing_transfers_are_noticed(self):
         self.change_records("bus", lambda number, record: b"" if len(record) > 20000 and number % 8 == 0 else record)
@@ -196,7 +196,7 @@ class ControlsTest(SpoiltCopy):
         self.assert_noticed("none", "0 stills")
         content[1000] ^= 1
         path.write_bytes(content)
-        self.assert_noticed("bit", "is none that the camera sends")
+        self.assert_noticed("bit", "is not one that the camera sends")
 
     def test_a_command_that_failed_is_noticed(self):
         for name in ("set", "still", "get", "reset"):

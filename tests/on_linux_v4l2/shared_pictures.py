@@ -71,7 +71,7 @@ def places_of(name, seen, sent):
     """Where pictures stand in the recording. All have to be there."""
     judge.require(seen, f"{name}: no picture of the camera")
     for number, digest in enumerate(seen):
-        judge.require(digest in sent, f"{name}: picture {number} of {len(seen)} is none that the camera sends")
+        judge.require(digest in sent, f"{name}: picture {number} of {len(seen)} is not one that the camera sends")
     return [sent.index(digest) for digest in seen]
 
 

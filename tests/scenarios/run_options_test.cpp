@@ -69,6 +69,13 @@ TEST(RunOptions, StandInTheCommandThatPlaysTheRunAgain) {
   EXPECT_EQ(ReplayCommand({"unplug", 17, 0, {}}), "lidcam simulate --scenario unplug --seed 17");
 }
 
+TEST(RunOptions, SideBySideAddsPicturesAndThePoolToTheTrace) {
+  const std::string trace = Play("controls", 1, {.IsSideBySide = true}).Trace;
+  EXPECT_NE(trace.find("\npicture 2 drop 0 time "), std::string::npos);
+  EXPECT_NE(trace.find("\npool allocated "), std::string::npos);
+  EXPECT_NE(trace.find("\npool freed "), std::string::npos);
+}
+
 TEST(RunOptions, EachMakesAnotherRunOfASeed) {
   std::set<std::uint64_t> hashes;
   for (const RunOptions& options :

@@ -14,6 +14,7 @@
 
 #include "camera_model/bus_adapter/simulated_bus.h"
 #include "driver/avstream/properties/property_ids.h"
+#include "driver/exposure/auto_exposure.h"
 #include "platform/host/client/stream.h"
 #include "testbed/worlds.h"
 #include "tests/testbed/with_installed_testbed.h"
@@ -47,6 +48,11 @@ TEST(InstalledTestbed, OffersItsFiveSizesOnOnePinInTwoCategories) {
       EXPECT_EQ(ranges[i].VideoInfoHeader.bmiHeader.biHeight, kSizes[i].Height);
     }
   });
+}
+
+TEST(InstalledTestbed, InstallsTheDriverWithFreshVariablesIfNoCameraHadIt) {
+  AeIndex = 5;
+  WithInstalledTestbed([](InstalledTestbed&) { EXPECT_EQ(AeIndex, 30); });
 }
 
 class InstalledTestbedOfSize : public ::testing::TestWithParam<Size> {};

@@ -17,7 +17,7 @@ std::string KindOf(const std::string& address) {
 std::vector<ControlState> ControlsOf(app::CameraSession& session) {
   std::vector<ControlState> controls;
   session.Use([&](app::OpenedCamera& opened) {
-    for (const app::ControlLine& line : app::ReadLines(opened)) {
+    for (const app::ControlLine& line : app::ReadLines(opened, app::RegisterReports::Left)) {
       controls.push_back({.Line = line, .Saved = line.Value});
     }
   });

@@ -15,41 +15,6 @@ constexpr std::chrono::seconds kLongestWait{1};
 constexpr std::chrono::seconds kLongestSilence{5};
 constexpr std::size_t kBuffers = 8;
 
-std::shared_ptr<const Picture> PictureOf(const app::LentFrame& frame, std::int64_t number) {
-  constexpr double kSecondsPerUnit = 1e-7;
-  constexpr double kMillisecondsPerNanosecond = 1e-6;
-  const app::FrameFacts& facts = frame.Facts();
-  const auto* const bytes = reinterpret_cast<const std::uint8_t*>(frame.Bytes().data());
-  constexpr double kMillisecondsPerSecond = 1e3;
-  double monotonic = static_cast<double>(facts.MonotonicNanoseconds) * kMillisecondsPerNanosecond;
-  if (monotonic == 0) monotonic = MonotonicSeconds() * kMillisecondsPerSecond;
-  return std::make_shared<const Picture>(
-      Picture{.Yuy2 = {bytes, bytes + frame.Bytes().size()},
-              .Size = facts.Size,
-              .Number = number,
-              .Drops = facts.LostCount,
-              .Seconds = static_cast<double>(facts.Position.PresentationTime) * kSecondsPerUnit,
-              .Monotonic = monotonic,
-              .Exposure = facts.Loop.Exposure,
-              .CoarseGain = facts.Loop.CoarseGain,
-              .FineGain = facts.Loop.FineGain,
-              .Light = facts.Loop.State});
-}
-
-LoopStep LoopOf(const app::FrameFacts& facts, double monotonic, bool isOnly) {
-  constexpr double kSecondsPerMillisecond = 1e-3;
-  const app::FrameRow& loop = facts.Loop;
-  LoopStep step{.Time = monotonic * kSecondsPerMillisecond,
-                .Exposure = loop.Exposure,
-                .Lines = loop.Lines,
-                .CoarseGain = loop.CoarseGain,
-                .FineGain = loop.FineGain,
-                .Light = loop.State,
-                .HasWritten = loop.Events.Steps != 0};
-  if (isOnly) step.Luminance = loop.Luma;
-  return step;
-}
-
 }  // namespace
 
 ViewedCamera::ViewedCamera(Options options, CameraState state, Executor executor,
@@ -345,31 +310,6 @@ void ViewedCamera::OnEvent(const app::SessionEvent& event) {
     hasNews_ = true;
   }
   changed_.notify_all();
-}
-
-// The newest picture takes the place of one that the pages' thread has not fetched yet.
-void ViewedCamera::TakeFrame(std::unique_ptr<app::LentFrame> frame) {
-  const std::shared_ptr<const Picture> picture = PictureOf(*frame, ++pictures_);
-  telemetry_.NoteLoop(LoopOf(frame->Facts(), picture->Monotonic, options_.IsOnly));
-  frame.reset();  // its buffer goes back to the driver
-  bool isFirst = false;
-  {
-    const std::lock_guard lock(mutex_);
-    for (const auto& recording : recordings_) recording->Take(picture);
-    isFirst = newest_ == nullptr;
-    newest_ = picture;
-    lastFrame_ = Clock::now();
-  }
-  if (isFirst) executor_([this] { PassPictureOn(); });
-}
-
-void ViewedCamera::PassPictureOn() {
-  std::shared_ptr<const Picture> picture;
-  {
-    const std::lock_guard lock(mutex_);
-    picture.swap(newest_);
-  }
-  if (picture) listener_.PictureCame(options_.Number, std::move(picture));
 }
 
 void ViewedCamera::Enter(CameraPhase phase, const std::string& error) {

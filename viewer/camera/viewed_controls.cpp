@@ -74,7 +74,9 @@ void ViewedCamera::Save(const std::string& name) {
 void ViewedCamera::ReadControls() {
   std::vector<app::ControlLine> lines;
   try {
-    session_->Use([&](app::OpenedCamera& opened) { lines = app::ReadLines(opened); });
+    session_->Use([&](app::OpenedCamera& opened) {
+      lines = app::ReadLines(opened, app::RegisterReports::Left);
+    });
   } catch (const app::CommandError&) {
     return;  // the camera is gone, which is an event of its own
   }

@@ -3,6 +3,7 @@
 #include "bus/passing_bus.h"
 #include "driver/sensor/registers/register_access.h"
 #include "library/base/command_error.h"
+#include "library/camera/controls/register_reading.h"
 #include "library/camera/source/camera_source.h"
 #include "library/camera/source/plugged_camera.h"
 #include "viewer/camera/viewed_camera.h"
@@ -32,11 +33,10 @@ void WriteRegister(CameraContext& camera, RegisterChip chip, RegisterAddress add
 }
 
 std::uint8_t ReadRegister(CameraContext& camera, RegisterChip chip, RegisterAddress address) {
-  std::uint8_t value = 0;
-  const Status status = chip == RegisterChip::Bridge ? ReadBridgeRegister(camera, address, value)
-                                                     : ReadSensorRegister(camera, address, value);
-  if (status != 0) throw app::CommandError("the register could not be read");
-  return value;
+  const auto value = app::ReadRegisterOfStream(
+      camera, chip == RegisterChip::Bridge ? Chip::Bridge : Chip::Sensor, address);
+  if (!value) throw app::CommandError("the register could not be read");
+  return *value;
 }
 
 }  // namespace

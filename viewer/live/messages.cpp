@@ -82,6 +82,7 @@ json ToJson(const std::vector<ControlState>& controls) {
   json rows = json::array();
   for (const ControlState& control : controls) {
     json row = app::ToJson(std::vector{control.Line}).front();
+    row.erase("reports");  // the page has the registers from the bus
     row["saved"] = control.Saved;
     rows.push_back(std::move(row));
   }
@@ -149,12 +150,15 @@ json ToJson(std::size_t camera, const std::vector<RegisterValue>& values, std::s
 
 std::string PictureHeader(std::size_t camera, const Picture& picture, double sent) {
   constexpr int kByteBits = 8;
+  json whole;
+  if (picture.IsWhole) whole = *picture.IsWhole;
   const std::string text = TextOf({{"camera", camera},
                                    {"number", picture.Number},
                                    {"time", picture.Seconds},
                                    {"monotonic", picture.Monotonic},
                                    {"sent", sent},
                                    {"drops", picture.Drops},
+                                   {"whole", std::move(whole)},
                                    {"width", picture.Size.Width},
                                    {"height", picture.Size.Height},
                                    {"exposure", picture.Exposure},

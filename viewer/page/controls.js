@@ -4,7 +4,7 @@ import { button, element, freshId, setText } from './dom.js';
 import { signed, words } from './format.js';
 
 /** @typedef {{name: string, minimum: number, maximum: number, step: number, default: number, value: number,
- *   saved?: number, unit?: string, meaning: string, hasEffect: boolean, reports?: string}} ControlRow */
+ *   saved?: number, unit?: string, meaning: string, hasEffect: boolean}} ControlRow */
 
 export class Controls {
   /**

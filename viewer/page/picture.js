@@ -124,6 +124,7 @@ export class Picture extends EventTarget {
     }
     this.context.drawImage(bitmap, 0, 0);
     this.canvas.dataset.number = header.number;
+    this.canvas.dataset.whole = header.whole;
     this.header = header;
     this.shownTimes.push(performance.now());
     this.dispatchEvent(new CustomEvent('shown', { detail: header }));

@@ -121,7 +121,7 @@ export class Stage extends EventTarget {
 
   /** Tells the server whose frames are wanted: those that are seen. */
   watch() {
-    this.connection.send({ do: 'watch', cameras: this.visible(), scale: 1 });
+    this.connection.send({ do: 'watch', cameras: this.visible() });
   }
 
   visibilityChanged() {

@@ -16,6 +16,7 @@
 #include "base/time_units.h"
 #include "library/base/command_error.h"
 #include "library/base/interrupt.h"
+#include "platform/host/nt/memory/pool_arena.h"
 #include "scenarios/minimizer.h"
 #include "scenarios/runner.h"
 #include "scenarios/stated_hangs.h"
@@ -45,6 +46,7 @@ struct SimulateCommand {
   bool IsMixed = false;
   bool IsMinimized = false;
   bool IsSideBySide = false;
+  bool HasGuardPages = false;
   bool IsList = false;
   bool IsJson = false;
   bool ShowsTrace = false;
@@ -350,6 +352,7 @@ void Run(const SimulateCommand& command) {
                      OptionsOf(command, seeds.First)};
     return RunMinimized(*scenarios.front(), key, command);
   }
+  host::SetPoolGuardPages(command.HasGuardPages);
   Tally tally;
   for (std::uint64_t seed = seeds.First; seed <= seeds.Last && !IsInterrupted(); ++seed) {
     for (const Scenario* const scenario : scenarios) Play(*scenario, seed, command, tally);
@@ -408,6 +411,9 @@ void AddSimulateCommand(CLI::App& app) {
          "messages and frames have to be the same")
       ->needs("--driver")
       ->excludes("--points");
+  sub->add_flag("--guard-pages", command->HasGuardPages,
+                "each block of the pool ends at a page that is not accessible, and freed ones are "
+                "not; the driver of an image stops at the instruction that accesses one");
   sub->add_flag("--list", command->IsList,
                 "list the scenarios, and the hangs that are no failures");
   sub->add_flag("--json", command->IsJson, "one JSON object a run");

@@ -1,5 +1,6 @@
 #include "driver/frame/resampler/scale_kernels.h"
 
+#include <algorithm>
 #include <atomic>
 
 #include "driver/frame/resampler/jobs/cpu_features.h"
@@ -26,9 +27,9 @@ constexpr ScaleKernel kKernels[] = {
 #endif
 };
 
-const ScaleKernel& FastestSupported() {
-  const ScaleKernel* fastest = &kKernels[0];
-  for (const ScaleKernel& kernel : kKernels) {
+const ScaleKernel& FastestSupported(std::span<const ScaleKernel> kernels) {
+  const ScaleKernel* fastest = &kernels.front();
+  for (const ScaleKernel& kernel : kernels) {
     if (kernel.IsSupported()) fastest = &kernel;
   }
   return *fastest;
@@ -46,10 +47,18 @@ std::span<const ScaleKernel> ScaleKernels() {
 const ScaleKernel& ChosenScaleKernel() {
   const ScaleKernel* chosen = g_chosen.load(std::memory_order_relaxed);
   if (chosen == nullptr) {
-    chosen = &FastestSupported();
+    chosen = &FastestSupported(kKernels);
     g_chosen.store(chosen, std::memory_order_relaxed);
   }
   return *chosen;
 }
+
+#ifndef _KERNEL_MODE
+void LimitScaleKernels(std::size_t count) {
+  const std::span<const ScaleKernel> kernels = kKernels;
+  g_chosen.store(&FastestSupported(kernels.first(std::min(count, kernels.size()))),
+                 std::memory_order_relaxed);
+}
+#endif
 
 }  // namespace lidcam

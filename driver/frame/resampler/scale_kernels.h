@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <span>
 
 #include "driver/frame/resampler/jobs/scale_job.h"
@@ -19,5 +20,11 @@ struct ScaleKernel {
 
 /// The fastest supported kernel. Queries the processor once.
 [[nodiscard]] const ScaleKernel& ChosenScaleKernel();
+
+#ifndef _KERNEL_MODE
+/// From now on the fastest supported one of the first `count` kernels is chosen; at least 1. The plans of the kernels
+/// take different memory: a comparison with a build that has fewer of them needs the same choice.
+void LimitScaleKernels(std::size_t count);
+#endif
 
 }  // namespace lidcam

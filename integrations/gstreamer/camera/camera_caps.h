@@ -30,7 +30,7 @@ struct StreamFormat {
 /// @param caps  taken over
 [[nodiscard]] GstCaps* FixedCaps(GstCaps* caps);
 
-/// What fixed caps ask for; nothing if they are none of the camera's.
+/// What fixed caps ask for; nothing if the camera does not have them.
 [[nodiscard]] std::optional<StreamFormat> FormatOf(const GstCaps* caps);
 
 }  // namespace lidcam::gstreamer

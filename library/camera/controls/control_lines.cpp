@@ -3,8 +3,8 @@
 #include <cstdio>
 #include <optional>
 
-#include "driver/sensor/registers/register_access.h"
 #include "library/camera/bring_up/camera_identity.h"
+#include "library/camera/controls/register_reading.h"
 #include "testbed/installed_driver.h"
 
 namespace lidcam::app {
@@ -16,11 +16,9 @@ std::string ReadReport(const OpenedCamera& opened, const CameraControl& control)
   const auto report = ReportOf(control.Name, opened.SensorType());
   if (!report || testbed::IsDriverOfImage()) return "-";
   std::optional<std::uint8_t> answer;
+  const Chip chip = report->IsSensor ? Chip::Sensor : Chip::Bridge;
   opened.WithContext([&](CameraContext& context) {
-    std::uint8_t value = 0;
-    const Status status = report->IsSensor ? ReadSensorRegister(context, report->Address, value)
-                                           : ReadBridgeRegister(context, report->Address, value);
-    if (status == 0) answer = value;
+    answer = ReadRegisterOfStream(context, chip, report->Address);
   });
   if (!answer) return "no answer";
   char text[24];
@@ -47,11 +45,12 @@ std::string WhyNotTaken(const OpenedCamera& opened, const ControlAssignment& ass
 
 }  // namespace
 
-std::vector<ControlLine> ReadLines(const OpenedCamera& opened) {
+std::vector<ControlLine> ReadLines(const OpenedCamera& opened, RegisterReports reports) {
   std::vector<ControlLine> lines;
   for (const CameraControl& control : AllControls()) {
     lines.push_back({&control, RangeOf(opened.Camera(), control), ValueOf(opened.Camera(), control),
-                     ReadReport(opened, control), HasEffect(control.Name, opened.SensorType())});
+                     reports == RegisterReports::Read ? ReadReport(opened, control) : "-",
+                     HasEffect(control.Name, opened.SensorType())});
   }
   return lines;
 }

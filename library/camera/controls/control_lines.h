@@ -15,12 +15,17 @@ struct ControlLine {
   const CameraControl* Control;
   ControlRange Range;
   std::int32_t Value;
-  std::string Reports;  ///< its register as the camera reads it back now: "bridge FF0F=10"
-  bool HasEffect;       ///< on this sensor
+  std::string
+      Reports;  ///< its register as the camera reads it back now: "bridge FF0F=10"; "-" if it was not read
+  bool HasEffect;  ///< on this sensor
 };
 
+/// Whether a control's register is read back, which takes the registers from the exposure control for that time.
+enum class RegisterReports : std::uint8_t { Read, Left };
+
 /// All controls in the order in which they are shown. Throws CommandError.
-[[nodiscard]] std::vector<ControlLine> ReadLines(const OpenedCamera& opened);
+[[nodiscard]] std::vector<ControlLine> ReadLines(const OpenedCamera& opened,
+                                                 RegisterReports reports = RegisterReports::Read);
 
 /// What a set of a control did.
 struct ControlChange {

@@ -41,7 +41,7 @@ camera_model::CameraOptions OptionsOf(const CameraChoice& choice) {
     if (choice.Mains) {
       RefuseTwoLights(choice, "--mains", "mains=");
       if (*choice.Mains != "50Hz" && *choice.Mains != "60Hz") {
-        throw UsageError("mains '" + *choice.Mains + "' is none that lamps run on: 50Hz or 60Hz");
+        throw UsageError("mains '" + *choice.Mains + "': 50Hz or 60Hz expected");
       }
       options.MainsRate = *choice.Mains == "50Hz" ? 100 : 120;
     }

@@ -111,8 +111,7 @@ CameraStream::CameraStream(OpenedCamera& opened, client::Stream& pin, PictureSiz
   if (testbed::IsDriverOfImage()) {
     messages_.emplace([this](const std::string& message) {
       constexpr std::string_view kReceived = "ReceivedRawFrameBuffer = ";
-      const std::string_view told = message;
-      if (told.starts_with(kReceived) && told.substr(kReceived.size()) != "0") ++wrongSizes_;
+      if (message.starts_with(kReceived) && message.substr(kReceived.size()) != "0") ++wrongSizes_;
     });
   }
   opened_.WithContext([&](const CameraContext& context) {
@@ -274,7 +273,7 @@ void WithStream(bus::UsbBus& bus, const StreamSetup& setup,
 void WithStreamOf(OpenedCamera& opened, const StreamSetup& setup,
                   const std::function<void(CameraStream& stream)>& use) {
   client::Stream pin(opened.Camera(), FormatFor(opened.Camera(), setup),
-                     {.Buffers = setup.Buffers});
+                     {.Buffers = setup.Buffers, .Memory = setup.Memory});
   const PictureSize rawSize = BringUp(opened, pin, setup);
   CameraStream stream(opened, pin, rawSize, setup);
   testbed::RunThenEnd(

@@ -47,6 +47,7 @@ struct StreamSetup {
       MostFrames{};                         ///< the camera's data end with the delivery of the last
   std::optional<LONGLONG> FrameInterval{};  ///< 100 ns; none: the camera's usual one
   std::size_t Buffers = client::StreamOptions{}.Buffers;
+  std::span<std::byte> Memory{};  ///< of the buffers, as client::StreamOptions has it
   DeliveryWatching Watching = DeliveryWatching::EachDelivery;
   std::optional<std::chrono::microseconds> Duration{};  ///< of bus time: the camera's data end then
 };

@@ -15,7 +15,8 @@ struct StreamBuffer {
   };
 
   Headers Head{};
-  std::vector<std::byte> Data;
+  std::vector<std::byte> Own;  ///< empty in memory of the stream's user
+  std::span<std::byte> Data;
   std::unique_ptr<host::DeviceRequest> Request;  ///< null while the buffer is the application's
   bool IsLent = false;                           ///< a Frame refers to it
 };
@@ -81,13 +82,13 @@ LONGLONG Frame::DropCount() const {
 }
 std::span<const std::byte> Frame::Bytes() const {
   const std::size_t used = buffer_->Head.Header.DataUsed;
-  return std::span(buffer_->Data).first(used < buffer_->Data.size() ? used : buffer_->Data.size());
+  return buffer_->Data.first(used < buffer_->Data.size() ? used : buffer_->Data.size());
 }
 
 // The buffer stays lent, so that it isn't queued again.
 std::vector<std::byte> Frame::TakeMemory() {
   std::exchange(stream_, nullptr);
-  return std::move(buffer_->Data);
+  return std::move(buffer_->Own);
 }
 
 Stream::Stream(const Camera& camera, const VideoFormat& format, const StreamOptions& options) {
@@ -95,9 +96,16 @@ Stream::Stream(const Camera& camera, const VideoFormat& format, const StreamOpti
                                pin_),
         "connect a stream");
   bufferBytes_ = Framing().FramingItem[0].FramingRange.Range.MinFrameSize;
+  const std::size_t room = options.Memory.size() / (options.Buffers != 0 ? options.Buffers : 1);
+  if (!options.Memory.empty() && room < bufferBytes_) {
+    throw ClientError("fill buffers of that size", STATUS_BUFFER_TOO_SMALL);
+  }
   for (std::size_t i = 0; i < options.Buffers; ++i) {
-    buffers_.push_back(std::make_unique<StreamBuffer>());
-    buffers_.back()->Data.resize(bufferBytes_);
+    auto buffer = std::make_unique<StreamBuffer>();
+    if (options.Memory.empty()) buffer->Own.resize(bufferBytes_);
+    buffer->Data = options.Memory.empty() ? std::span(buffer->Own)
+                                          : options.Memory.subspan(i * room, bufferBytes_);
+    buffers_.push_back(std::move(buffer));
   }
 }
 

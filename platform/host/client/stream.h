@@ -37,7 +37,8 @@ class Frame {
   [[nodiscard]] std::span<const std::byte> Bytes() const;
 
   /// Takes the buffer's memory, with the bytes where they are: they may then outlive the stream. The buffer
-  /// doesn't go back to the driver. The frame is as one that was moved from.
+  /// doesn't go back to the driver. The frame is as one that was moved from. Empty if the memory is the stream's
+  /// user's, where the bytes stay anyway.
   [[nodiscard]] std::vector<std::byte> TakeMemory();
 
  private:
@@ -59,6 +60,9 @@ struct NextFrame {
 struct StreamOptions {
   std::size_t Buffers = 5;
   ULONG Pin = 0;
+  /// The buffers' memory, in as many equal parts as there are buffers, each large enough for a frame; stays until the
+  /// last frame is released. Empty: the stream's own.
+  std::span<std::byte> Memory{};
 };
 
 /// A connection to one of a camera's pins. Passive level, one thread at a time; it waits only for

@@ -16,7 +16,6 @@
 #include "platform/host/nt/memory/pool.h"
 #include "platform/host/nt/objects/handles.h"
 #include "platform/host/nt/registry/registry.h"
-#include "platform/image/image_file.h"
 #include "testbed/installed_driver.h"
 #include "testbed/worlds.h"
 #include "tests/driver/support/shared_exposure.h"
@@ -30,14 +29,13 @@ constexpr const char* kMildFaults =
     "control 30 late 2ms 4; control 200 late 5ms; at 150ms lose 2; at 300ms error; "
     "at 450ms corrupt 2; at 600ms short; at 800ms marker; at 1s silence 40ms; at 1200ms oversize";
 
-/// With LIDCAM_DRIVER, all cameras of the suite have the driver of that image.
+/// With LIDCAM_DRIVER, all cameras of the suite have the driver of that image; with LIDCAM_GUARD_PAGES, its blocks of
+/// the pool end at pages that are not accessible.
 class DriverOfSuite : public ::testing::Environment {
  public:
   void SetUp() override {
-    const char* const path = std::getenv("LIDCAM_DRIVER");
-    if (path == nullptr) return;
-    testbed::InstallDriverOf(
-        std::make_shared<const image::ImageFile>(image::ImageFile::Read(path)));
+    testbed::InstallDriverOfEnvironment();
+    host::SetPoolGuardPages(std::getenv("LIDCAM_GUARD_PAGES") != nullptr);
   }
 };
 

@@ -24,17 +24,27 @@ constexpr StreamShape kSmall{.Width = 160, .Height = 120, .FrameInterval = 0};
 /// Keeps what a shared camera passes on.
 class Looker : public PictureReceiver {
  public:
-  void TakePicture(const StreamShape& shape, const Picture& picture) override {
+  void TakePicture(const StreamShape& shape, Picture& picture) override {
     const std::lock_guard lock(StandIn::The().Mutex);
     Shape = shape;
     Last.assign(picture.Data.begin(), picture.Data.end());
     LastTime = picture.Time;
+    Places.push_back(picture.Data.data());
+    if (KeepsPictures && picture.Lent) Kept.push_back(std::move(picture.Lent));
     if (std::ranges::all_of(Last, [&](std::uint8_t byte) { return byte == Last[0]; })) {
       Numbers.push_back(picture.Number);
     } else {
       ++Notices;
     }
     StandIn::The().Changed.notify_all();
+  }
+  void LacksPictures() override {
+    std::vector<LentPicture> kept;
+    {
+      const std::lock_guard lock(StandIn::The().Mutex);
+      kept.swap(Kept);
+      ++Lacks;
+    }
   }
   void ControlsChanged() override {
     const std::lock_guard lock(StandIn::The().Mutex);
@@ -47,6 +57,10 @@ class Looker : public PictureReceiver {
   std::vector<std::uint8_t> Last;
   std::int64_t LastTime = 0;
   std::vector<std::int64_t> Numbers;
+  std::vector<const std::uint8_t*> Places;
+  bool KeepsPictures = false;
+  std::vector<LentPicture> Kept;
+  int Lacks = 0;
   int Notices = 0;
   int ControlChanges = 0;
 };
@@ -129,6 +143,33 @@ TEST_F(SharedCameraTest, PassesEveryPictureInOrderWithItsTime) {
   EXPECT_EQ(looker_.LastTime, 1'000'000 * static_cast<std::int64_t>(looker_.Numbers.size()));
   EXPECT_EQ(looker_.Last.size(), 640U * 480 * 2);
   EXPECT_EQ(stand_.Stream.frame_interval, 333'333);
+  EXPECT_EQ(stand_.BorrowedFrames, 0);
+}
+
+TEST_F(SharedCameraTest, FillsTheMemoryOfTheOneThatLooks) {
+  constexpr std::size_t kPart = std::size_t{2} * 160 * 120;
+  std::vector<std::uint8_t> memory(4 * kPart);
+  Share();
+  camera_->Show(kSmall, {.Bytes = memory, .Buffers = 4});
+  ASSERT_TRUE(stand_.Await([&](StandIn&) { return looker_.Places.size() >= 5; }));
+  camera_.reset();
+  for (const std::uint8_t* const place : looker_.Places) {
+    EXPECT_GE(place, memory.data());
+    EXPECT_LT(place, memory.data() + memory.size());
+  }
+}
+
+// Four buffers that are kept leave the camera none; then it says so, and gets them back.
+TEST_F(SharedCameraTest, SaysThatItLacksPicturesWhileAllBuffersAreLent) {
+  constexpr std::size_t kPart = std::size_t{2} * 160 * 120;
+  std::vector<std::uint8_t> memory(4 * kPart);
+  looker_.KeepsPictures = true;
+  Share();
+  camera_->Show(kSmall, {.Bytes = memory, .Buffers = 4});
+  ASSERT_TRUE(stand_.Await([&](StandIn&) { return looker_.Numbers.size() >= 9; }));
+  camera_.reset();
+  EXPECT_GE(looker_.Lacks, 2);
+  looker_.Kept.clear();
   EXPECT_EQ(stand_.BorrowedFrames, 0);
 }
 

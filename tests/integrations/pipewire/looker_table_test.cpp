@@ -65,6 +65,26 @@ TEST_F(LookerTableTest, AProgramWithoutAClientHasTheNameOfItsNode) {
   EXPECT_THAT(table_.LookersAt(kCamera), ElementsAre("input"));
 }
 
+TEST_F(LookerTableTest, TheCameraIsSeenByV4l2WhileAProgramOfThatInterfaceLooks) {
+  AddProgram(40, 41, "ffmpeg", "40", "77");
+  AddProgram(50, 51, "obs", "50", "88");
+  table_.SetInterface(40, "v4l2");
+  AddLink(60, "35", "41");
+  AddLink(61, "36", "51");
+  EXPECT_FALSE(table_.IsSeenByV4l2(kCamera));
+  AddLink(62, "36", "41");
+  EXPECT_TRUE(table_.IsSeenByV4l2(kCamera));
+  table_.Remove(62);
+  EXPECT_FALSE(table_.IsSeenByV4l2(kCamera));
+}
+
+TEST_F(LookerTableTest, AProgramThatUsesAnotherInterfaceDoesNotSeeItByV4l2) {
+  AddProgram(40, 41, "recorder", "40", "77");
+  table_.SetInterface(40, "pulse");
+  AddLink(60, "36", "41");
+  EXPECT_FALSE(table_.IsSeenByV4l2(kCamera));
+}
+
 TEST_F(LookerTableTest, ObjectsWithoutPropertiesAreNoLookers) {
   table_.Add(60, PW_TYPE_INTERFACE_Link, nullptr);
   table_.Add(61, "PipeWire:Interface:Factory", nullptr);

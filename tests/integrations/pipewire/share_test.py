@@ -74,22 +74,19 @@ class ShareTest(unittest.TestCase):
         def is_closed():
             return "not open" in self.desk.lidcam("status", "--camera", CAMERA, check=False).stdout
 
-        def read():
+        size = (320, 240)
+        for _ in range(3):
             # Pictures of a second stream of one opening are at other times than those of the first.
             desktop.wait_for(is_closed, "the camera's end")
             # There every node is /dev/video0, and this machine's own devices are not seen.
             self.desk.run("pw-v4l2", "ffmpeg", "-v", "error", "-f", "v4l2", "-input_format", "yuyv422",
-                          "-video_size", "320x240", "-i", "/dev/video0", "-frames:v", "10", "-fps_mode", "passthrough",
-                          "-f", "rawvideo", "-y", str(output), check=False)
-            try:
-                self.assert_pictures(output, (320, 240), 10)
-            except (AssertionError, FileNotFoundError, sent_pictures.WrongPictures):
-                return False
-            return True
-
-        # pw-v4l2 of PipeWire 0.3.65 fails to get or to return its buffers now and then (VIDIOC_DQBUF: Invalid
-        # argument, VIDIOC_QBUF: Bad file descriptor): one run in which it doesn't is enough.
-        desktop.wait_for(read, "ten pictures by pw-v4l2")
+                          "-video_size", "320x240", "-i", "/dev/video0", "-frames:v", "10",
+                          "-fps_mode", "passthrough", "-f", "rawvideo", "-y", str(output))
+            seen = desktop.digests(output, size)
+            self.assertEqual(len(seen), 10)
+            # pw-v4l2 starts the camera, pauses it and starts it again: its buffers may be of either start.
+            sent = self.desk.camera_pictures(CAMERA, size, REFERENCE)
+            self.assertLess(len([picture for picture in seen if picture not in sent]), 5)
 
     def test_it_runs_while_somebody_looks(self):
         share = self.desk.share("--camera", CAMERA)

@@ -1,6 +1,8 @@
 #include <array>
 #include <atomic>
+#include <cstddef>
 #include <ctime>
+#include <span>
 #include <string>
 #include <thread>
 #include <vector>
@@ -87,6 +89,51 @@ TEST_F(StreamTest, ASlowReaderLosesFramesThatAreCounted) {
   lidcam_frame_release(frame);
 }
 
+TEST_F(StreamTest, PicturesAreWrittenIntoTheApplicationsMemory) {
+  constexpr std::size_t kPicture = std::size_t{2} * 160 * 120;
+  constexpr std::size_t kPart = kPicture + 100;
+  constexpr std::uint8_t kUntouched = 0xA5;
+  std::vector<std::uint8_t> memory(3 * kPart, kUntouched);
+  const OpenCamera camera("sim");
+  lidcam_stream_options options = LIDCAM_STREAM_OPTIONS_INIT;
+  options.width = 160;
+  options.height = 120;
+  options.buffers = 3;
+  options.memory = memory.data();
+  options.memory_size = memory.size();
+  ASSERT_EQ(lidcam_start(camera, &options), LIDCAM_OK) << lidcam_error_text();
+  for (int i = 0; i < 5; ++i) {
+    const lidcam_frame* frame = nullptr;
+    ASSERT_EQ(lidcam_next_frame(camera, 10'000, &frame), LIDCAM_OK) << lidcam_error_text();
+    EXPECT_EQ(frame->size, kPicture);
+    EXPECT_EQ((frame->data - memory.data()) % static_cast<std::ptrdiff_t>(kPart), 0);
+    lidcam_frame_release(frame);
+  }
+  const lidcam_frame* kept = nullptr;
+  ASSERT_EQ(lidcam_next_frame(camera, 10'000, &kept), LIDCAM_OK) << lidcam_error_text();
+  ASSERT_EQ(lidcam_stop(camera), LIDCAM_OK);
+  const std::size_t part = static_cast<std::size_t>(kept->data - memory.data()) / kPart;
+  EXPECT_LT(part, 3U);
+  lidcam_frame_release(kept);
+  for (std::size_t i = 0; i < 3; ++i) {
+    const auto behind = std::span(memory).subspan(i * kPart + kPicture, kPart - kPicture);
+    EXPECT_THAT(behind, testing::Each(kUntouched)) << i;
+  }
+}
+
+TEST_F(StreamTest, MemoryWithoutRoomOrWithoutANumberOfBuffersIsRefused) {
+  std::vector<std::uint8_t> memory(std::size_t{2} * 640 * 480 * 3 - 1);
+  const OpenCamera camera("sim");
+  lidcam_stream_options options = LIDCAM_STREAM_OPTIONS_INIT;
+  options.memory = memory.data();
+  options.memory_size = memory.size();
+  EXPECT_EQ(lidcam_start(camera, &options), LIDCAM_ERROR_INVALID_ARGUMENT);
+  EXPECT_STREQ(lidcam_error_text(), "memory for buffers needs their number: buffers is 0");
+  options.buffers = 3;
+  EXPECT_EQ(lidcam_start(camera, &options), LIDCAM_ERROR_INVALID_ARGUMENT);
+  EXPECT_STREQ(lidcam_error_text(), "memory of 1843199 bytes is too small for 3 buffers of 614400");
+}
+
 TEST_F(StreamTest, AHandlerGetsTheFramesOnTheCamerasThread) {
   struct Seen {
     std::atomic<int> Frames = 0;
@@ -151,12 +198,13 @@ TEST_F(StreamTest, AWrongSizeOrIntervalIsRefusedWithWhatThereIs) {
   options.width = 800;
   options.height = 600;
   EXPECT_EQ(lidcam_start(camera, &options), LIDCAM_ERROR_INVALID_ARGUMENT);
-  EXPECT_STREQ(lidcam_error_text(),
-               "size 800x600 is none of camera 'sim': 640x480, 352x288, 320x240, 176x144, 160x120");
+  EXPECT_STREQ(
+      lidcam_error_text(),
+      "size 800x600 is not offered by camera 'sim': 640x480, 352x288, 320x240, 176x144, 160x120");
   options = LIDCAM_STREAM_OPTIONS_INIT;
   options.frame_interval = 1;
   EXPECT_EQ(lidcam_start(camera, &options), LIDCAM_ERROR_INVALID_ARGUMENT);
-  EXPECT_THAT(lidcam_error_text(), testing::HasSubstr("frame interval 1 is none"));
+  EXPECT_THAT(lidcam_error_text(), testing::HasSubstr("frame interval 1 is not offered"));
   const lidcam_frame* frame = nullptr;
   EXPECT_EQ(lidcam_next_frame(camera, 0, &frame), LIDCAM_ERROR_WRONG_STATE);
 }

@@ -3,9 +3,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <fstream>
+#include <initializer_list>
 #include <set>
+#include <string>
 
 #include "platform/host/nt/io/device_object.h"
+#include "platform/host/nt/memory/pool_arena.h"
 #include "platform/host/nt/scheduling/violation.h"
 #include "platform/host/nt/simulation/simulated_scheduler.h"
 #include "platform/host/nt/verifier/verifier.h"
@@ -96,6 +100,39 @@ TEST(LoadedDriver, AFaultIsAViolationThatNamesItsPlace) {
             "driver: an access to memory that isn't there (0x0) at made.sys+0x1044");
 }
 
+// What the driver's read behind a block of 24 bytes, or of a freed one, is reported as.
+std::string ViolationAtGuardPage(bool isFreed) {
+  const host::VerifierCapture capture;
+  const ImageFile file = MadeImage().File();
+  const LoadedDriver driver(file);
+  host::SetPoolGuardPages(true);
+  try {
+    host::Simulate({}, [&] {
+      auto* const block =
+          static_cast<std::uint8_t*>(ExAllocatePoolWithTag(NonPagedPool, 32, 0x74736554));
+      block[31] = 1;
+      if (isFreed) ExFreePool(block);
+      // Reads the number until it isn't zero.
+      Callback<PKSTART_ROUTINE>(driver, MadeImage::kSpins)(isFreed ? block : block + 32);
+    });
+  } catch (const host::KernelStopped&) {
+  }
+  host::SetPoolGuardPages(false);
+  const auto violations = capture.Violations();
+  return violations.empty() ? "" : violations.front().What;
+}
+
+TEST(LoadedDriver, AReadBehindABlockStopsItAtTheInstruction) {
+  EXPECT_THAT(ViolationAtGuardPage(false),
+              ContainsRegex(
+                  "memory .*\\(32 bytes, tag 'Test'\\) was used at byte 32 at made.sys\\+0x10a0"));
+}
+
+TEST(LoadedDriver, AReadOfAFreedBlockStopsItAtTheInstruction) {
+  EXPECT_THAT(ViolationAtGuardPage(true),
+              ContainsRegex("was used at byte 0 after it had been freed at made.sys\\+0x10a0"));
+}
+
 TEST(LoadedDriver, ACallWithAStackThatIsNotAlignedIsAViolation) {
   EXPECT_EQ(ViolationOf(MadeImage::kMisaligned),
             "KeQueryPerformanceCounter: the driver calls with a stack that isn't aligned");
@@ -124,6 +161,48 @@ TEST(LoadedDriver, UnwindInformationOfAnUnknownKindIsRefused) {
   made.Put16(MadeImage::OffsetOf(MadeImage::kUnwind) + 4, 0x4A04);
   const ImageFile file = made.File();
   EXPECT_THROW(LoadedDriver{file}, ImageError);
+}
+
+// A coverage file in which blocks begin at the given functions.
+class CoverageFile {
+ public:
+  CoverageFile(std::size_t size, std::initializer_list<MadeImage::Function> blocks)
+      : path_(testing::TempDir() + "blocks") {
+    std::string contents(size, '\0');
+    for (const MadeImage::Function block : blocks) contents[MadeImage::AddressOf(block)] = 1;
+    std::ofstream(path_, std::ios::binary) << contents;
+  }
+  [[nodiscard]] const std::string& Path() const { return path_; }
+  [[nodiscard]] int At(MadeImage::Function block) const {
+    std::ifstream file(path_, std::ios::binary);
+    file.seekg(MadeImage::AddressOf(block));
+    return file.get();
+  }
+
+ private:
+  std::string path_;
+};
+
+TEST(LoadedDriver, ABlockThatRunsIsNotedOnceAndThoseThatDoNotRunAreLeft) {
+  const ImageFile file = MadeImage().File();
+  const CoverageFile blocks(file.Size(), {MadeImage::kEntry, MadeImage::kReadsNull});
+  BlockCoverage coverage(blocks.Path(), file.Size());
+  LoadedDriver driver(file, &coverage);
+  host::Simulate({}, [&] {
+    DRIVER_OBJECT object{};
+    EXPECT_EQ(driver.Start(&object, nullptr), PASSIVE_LEVEL);
+    const auto entry = Callback<PDRIVER_INITIALIZE>(driver, MadeImage::kEntry);
+    EXPECT_EQ(entry(&object, nullptr), PASSIVE_LEVEL);
+  });
+  EXPECT_EQ(blocks.At(MadeImage::kEntry), 2);
+  EXPECT_EQ(blocks.At(MadeImage::kReadsNull), 1);
+  EXPECT_EQ(blocks.At(MadeImage::kSpins), 0);
+  EXPECT_EQ(driver.Base()[MadeImage::AddressOf(MadeImage::kEntry)], 0x48);
+}
+
+TEST(LoadedDriver, TheCoverageOfAnotherImageIsRefused) {
+  const CoverageFile blocks(100, {});
+  EXPECT_THROW(BlockCoverage(blocks.Path(), 0x6000), ImageError);
 }
 
 TEST(LoadedDriver, ItsBaseDiffersFromLoadToLoad) {

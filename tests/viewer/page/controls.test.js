@@ -1,18 +1,27 @@
 import assert from 'node:assert/strict';
 import { after, before, test } from 'node:test';
 
-import { calmSample, difference, differenceOfShape, firstPicture, launch, openPage, pictureSample, until } from './support/browser.js';
+import { calmSample, difference, firstPicture, launch, openPage, pictureSample, until } from './support/browser.js';
 import { Program } from './support/program.js';
+import { Trace } from './support/trace.js';
 
 let program;
 let browser;
 let opened;
+let trace;
 
 before(async () => {
   program = await Program.start(['sim:1af0:0511,seed=812']);
   browser = await launch();
   opened = await openPage(browser, program);
   await firstPicture(opened.page);
+  // What a control does is told from the picture: nothing else may change it, and the loop may come to rest anywhere
+  // within its dead band.
+  await until(async () => (await opened.page.locator('.machine').getAttribute('data-state')) === 'Normal', 'Normal');
+  await calmSample(opened.page);
+  trace = await Trace.of(opened.page);
+  await trace.afterCommit();
+  await program.command('set', 'AutoExposure=0');
 });
 
 after(async () => {
@@ -46,13 +55,16 @@ for (const { name, mouse, least } of SLIDERS) {
   test(`${name} moved by mouse and by keyboard changes the picture and the stored value`, async () => {
     const slider = row(name).getByRole('slider');
     const calm = await calmSample(opened.page);
+    await trace.afterCommit();
     await drag(name, mouse);
     const value = Number(await slider.inputValue());
     assert.equal(value, Number(await slider.getAttribute(mouse === 1 ? 'max' : 'min')));
     await stores(name, value);
     await until(async () => difference(calm, await pictureSample(opened.page)) > least, `the picture shows ${name}`);
+    await trace.afterCommit();
     await slider.press(mouse === 1 ? 'ArrowLeft' : 'ArrowRight');
     await stores(name, value + (mouse === 1 ? -1 : 1));
+    await trace.afterCommit();
     await row(name).getByRole('button', { name: 'Reset' }).click();
     await until(
       async () => await row(name).getByRole('button', { name: 'Reset', includeHidden: true }).isDisabled(),
@@ -79,14 +91,72 @@ for (const name of ['Mirror', 'Vertical', 'ColorEnable']) {
     const input = row(name).getByRole('switch');
     const calm = await calmSample(opened.page);
     const value = Number(await input.isChecked());
+    await trace.afterCommit();
     await input.click();
     await stores(name, 1 - value);
-    await until(async () => differenceOfShape(calm, await pictureSample(opened.page)) > 10, `the picture shows ${name}`);
+    await until(async () => difference(calm, await pictureSample(opened.page)) > 10, `the picture shows ${name}`);
+    await trace.afterCommit();
     await input.press(' ');
     await stores(name, value);
-    await until(async () => differenceOfShape(calm, await pictureSample(opened.page)) < 8, `${name} is back`);
+    await until(async () => difference(calm, await pictureSample(opened.page)) < 4, `${name} is back`);
   });
 }
+
+test('Effect moved by mouse and by keyboard changes the picture and the stored value', async () => {
+  const slider = row('Effect').getByRole('slider');
+  const calm = await calmSample(opened.page);
+  await trace.afterCommit();
+  await drag('Effect', 0.2);
+  await stores('Effect', 1);
+  await until(async () => difference(calm, await pictureSample(opened.page)) > 10, 'the picture shows the effect');
+  await trace.afterCommit();
+  await slider.press('Home');
+  await stores('Effect', 0);
+  await until(async () => difference(calm, await pictureSample(opened.page)) < 4, 'the picture without it');
+});
+
+/** Controls that a still, bright picture hardly shows, and the register that each of them writes. */
+const REGISTERS = [
+  { name: 'BacklightCompensation', write: /write sensor FF49=/ },
+  { name: 'AutoExposure', write: /write bridge FF0D=/ },
+  { name: 'LDMode', write: /write sensor FF09=/ },
+];
+
+for (const { name, write } of REGISTERS) {
+  test(`${name} switched by mouse and by keyboard writes its register and the stored value`, async () => {
+    const input = row(name).getByRole('switch');
+    const value = Number(await input.isChecked());
+    await trace.afterCommit();
+    await trace.linesOf(write, () => input.click());
+    await stores(name, 1 - value);
+    await trace.afterCommit();
+    await trace.linesOf(write, () => input.press(' '));
+    await stores(name, value);
+  });
+}
+
+test('Exposure moved by mouse and by keyboard writes the sensor, is stored, and turns AutoExposure off', async () => {
+  await row('AutoExposure').getByRole('switch').setChecked(true);
+  await stores('AutoExposure', 1);
+  const slider = row('Exposure').getByRole('slider');
+  await trace.afterCommit();
+  await trace.linesOf(/write sensor FF04=/, () => drag('Exposure', 1));
+  await stores('Exposure', 100);
+  await trace.afterCommit();
+  await trace.linesOf(/write sensor FF04=/, () => slider.press('Home'));
+  await stores('Exposure', 1);
+  await until(async () => !(await row('AutoExposure').getByRole('switch').isChecked()), 'AutoExposure is off');
+});
+
+test('WhiteBalance, which the camera accepts and keeps as it is, goes back on the page', async () => {
+  const input = row('WhiteBalance').getByRole('switch');
+  const value = await input.isChecked();
+  for (const move of [() => input.click(), () => input.press(' ')]) {
+    await move();
+    await until(async () => (await input.isChecked()) === value, 'the value that the camera has');
+    await stores('WhiteBalance', Number(value));
+  }
+});
 
 test('Flicker and LED are chosen by their names', async () => {
   await row('Flicker').getByRole('radio', { name: '60 Hz' }).check();

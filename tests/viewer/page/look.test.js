@@ -1,16 +1,14 @@
 /** The page as it looks: without a violation of the rules of accessibility, and kept as pictures. */
 
 import assert from 'node:assert/strict';
-import { readFile } from 'node:fs/promises';
-import { createRequire } from 'node:module';
 import { join } from 'node:path';
 import { after, before, test } from 'node:test';
 
+import { loadAxe, violations } from './support/axe.js';
 import { firstPicture, launch, openPage, until } from './support/browser.js';
 import { Program } from './support/program.js';
 
 const PICTURES = process.env.VIEWER_TEST_PICTURES;
-const axeSource = await readFile(createRequire(import.meta.url).resolve('axe-core/axe.min.js'), 'utf8');
 
 let program;
 let browser;
@@ -24,24 +22,6 @@ after(async () => {
   await browser?.close();
   await program?.close();
 });
-
-/** By the debugger: the page's own policy lets no script in. */
-async function loadAxe(context, page) {
-  const session = await context.newCDPSession(page);
-  await session.send('Runtime.evaluate', { expression: axeSource });
-  return session;
-}
-
-/** @param {string} [part] selector of the part of the page that is looked at */
-async function violations(session, part = 'html') {
-  const { result } = await session.send('Runtime.evaluate', {
-    expression: `axe.run(${JSON.stringify(part)}).then((found) => JSON.stringify(
-      found.violations.map(({ id, nodes }) => [id, ...nodes.map((node) => node.html.slice(0, 120))])))`,
-    awaitPromise: true,
-    returnByValue: true,
-  });
-  return JSON.parse(result.value);
-}
 
 const LOOKS = {
   wide: { viewport: { width: 1440, height: 900 }, colorScheme: 'dark' },

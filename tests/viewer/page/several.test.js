@@ -6,6 +6,7 @@ import { join } from 'node:path';
 import { after, before, test } from 'node:test';
 import { promisify } from 'node:util';
 
+import { loadAxe, violations } from './support/axe.js';
 import {
   difference,
   firstPicture,
@@ -45,6 +46,7 @@ test('several cameras are side by side, and the panels belong to the one that is
   await until(async () => difference(calm, await pictureSample(page, 1)) > 15, 'the second picture is brighter');
   assert.ok(difference(calm, await pictureSample(page, 0)) < 10, 'the first one is as it was');
   await page.screenshot({ path: join(PICTURES, 'several.png') });
+  assert.deepEqual(await violations(await loadAxe(context, page)), []);
   await page.getByRole('button', { name: 'One camera' }).click();
   assert.equal(await page.locator('.tile:visible').count(), 1);
   watch.assertClean();
@@ -91,6 +93,7 @@ test('a capture has a time line that is scrubbed, paused and stepped', async (t)
   await seek(0.8);
   assert.match(await page.locator('.timeline .time').innerText(), /^0:03\.[0-4] \/ 0:0[34]/);
   await page.screenshot({ path: join(PICTURES, 'capture.png') });
+  assert.deepEqual(await violations(await loadAxe(context, page)), []);
   await page.getByRole('button', { name: 'Play' }).click();
   await page.getByRole('button', { name: 'Pause' }).first().waitFor();
   await frameAfter(page, await shownNumber(page));

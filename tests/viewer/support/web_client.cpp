@@ -11,7 +11,7 @@
 namespace lidcam::viewer {
 namespace {
 
-constexpr int kLongestWait = 10000;  // ms
+constexpr std::chrono::seconds kLongestWait{10};
 
 }  // namespace
 
@@ -40,7 +40,9 @@ void RawClient::Send(std::string_view bytes) const {
 
 bool RawClient::Fill() {
   pollfd wait{.fd = socket_, .events = POLLIN, .revents = 0};
-  if (::poll(&wait, 1, kLongestWait) <= 0) throw std::runtime_error("nothing came for ten seconds");
+  if (::poll(&wait, 1, static_cast<int>(LongestWait.count())) <= 0) {
+    throw std::runtime_error("nothing came for " + std::to_string(LongestWait.count()) + " ms");
+  }
   std::string bytes(65536, '\0');
   const ssize_t count = ::recv(socket_, bytes.data(), bytes.size(), 0);
   if (count <= 0) return false;
@@ -150,34 +152,50 @@ void PageClient::SendFrame(unsigned kind, const std::string& payload) {
   raw_.Send(frame + std::string(4, '\0') + payload);
 }
 
+std::optional<PageClient::Message> PageClient::HearMessage() {
+  const std::string head = raw_.Read(2);
+  if (head.size() < 2) return std::nullopt;
+  const unsigned kind = static_cast<unsigned char>(head[0]) & 0xFU;
+  std::size_t length = static_cast<unsigned char>(head[1]) & 0x7FU;
+  if (length >= 126) {
+    const std::string bytes = raw_.Read(length == 126 ? 2 : 8);
+    length = 0;
+    for (const char byte : bytes) length = length << 8 | static_cast<unsigned char>(byte);
+  }
+  std::string payload = raw_.Read(length);
+  if (kind == 8 || payload.size() < length) return std::nullopt;
+  return Message{.Kind = kind, .Payload = std::move(payload)};
+}
+
+std::string_view PageClient::HeaderOf(std::string_view picture) {
+  std::size_t length = 0;
+  for (std::size_t i = 4; i > 0; --i) {
+    length = length << 8 | static_cast<unsigned char>(picture[i - 1]);
+  }
+  return picture.substr(4, length);
+}
+
+void PageClient::SayShown(const nlohmann::json& header) {
+  Say({{"do", "shown"}, {"camera", header["camera"]}, {"number", header["number"]}});
+}
+
 std::optional<nlohmann::json> PageClient::Hear() {
-  while (true) {
-    const std::string head = raw_.Read(2);
-    if (head.size() < 2) return std::nullopt;
-    const unsigned kind = static_cast<unsigned char>(head[0]) & 0xFU;
-    std::size_t length = static_cast<unsigned char>(head[1]) & 0x7FU;
-    if (length >= 126) {
-      const std::string bytes = raw_.Read(length == 126 ? 2 : 8);
-      length = 0;
-      for (const char byte : bytes) length = length << 8 | static_cast<unsigned char>(byte);
-    }
-    const std::string payload = raw_.Read(length);
-    if (kind == 8) return std::nullopt;
-    if (kind == 1) return nlohmann::json::parse(payload);
-    if (kind != 2) continue;
-    std::size_t header = 0;
-    for (std::size_t i = 4; i > 0; --i)
-      header = header << 8 | static_cast<unsigned char>(payload[i - 1]);
-    nlohmann::json picture = nlohmann::json::parse(payload.substr(4, header));
-    const std::string jpeg = payload.substr(4 + header);
-    picture["jpeg"] = std::vector<std::uint8_t>(jpeg.begin(), jpeg.end());
-    if (Shows) Say({{"do", "shown"}, {"camera", picture["camera"]}, {"number", picture["number"]}});
+  while (const auto message = HearMessage()) {
+    if (message->Kind == 1) return nlohmann::json::parse(message->Payload);
+    if (message->Kind != 2) continue;
+    const std::string_view header = HeaderOf(message->Payload);
+    nlohmann::json picture = nlohmann::json::parse(header);
+    const std::string_view jpeg = std::string_view(message->Payload).substr(4 + header.size());
+    // Not as an array, whose many values would take most of a sanitized test's time.
+    picture["jpeg"] = nlohmann::json::binary({jpeg.begin(), jpeg.end()});
+    if (Shows) SayShown(picture);
     return picture;
   }
+  return std::nullopt;
 }
 
 nlohmann::json PageClient::Await(const std::function<bool(const nlohmann::json&)>& fits) {
-  const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(kLongestWait);
+  const auto end = std::chrono::steady_clock::now() + kLongestWait;
   while (std::chrono::steady_clock::now() < end) {
     const auto message = Hear();
     if (!message) throw std::runtime_error("the connection has ended");

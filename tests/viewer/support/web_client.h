@@ -22,10 +22,13 @@ class RawClient {
   /// Reads so many bytes; fewer if the connection ends.
   [[nodiscard]] std::string Read(std::size_t count);
   [[nodiscard]] std::string ReadLine();
-  /// Reads to the end of the connection, for ten seconds at most.
+  /// Reads to the end of the connection. As all that read, it throws when nothing came for so long.
   [[nodiscard]] std::string ReadAll();
   /// Whether the server has ended the connection, within ten seconds; what it sends until then is dropped.
   [[nodiscard]] bool IsClosed();
+
+  /// For the next bytes.
+  std::chrono::milliseconds LongestWait{10'000};
 
  private:
   bool Fill();
@@ -62,7 +65,19 @@ class PageClient {
   /// @param kind  1 text, 2 binary, 9 ping
   void SendFrame(unsigned kind, const std::string& payload);
 
-  /// A message; of a picture its header, with the bytes of the JPEG as "jpeg". Nothing when the connection ends.
+  /// A message as it came; of a picture its header's length, the header and the JPEG.
+  struct Message {
+    unsigned Kind = 0;  ///< 1 text, 2 binary, 10 pong
+    std::string Payload;
+  };
+  /// Nothing when the connection ends.
+  [[nodiscard]] std::optional<Message> HearMessage();
+  /// The header of a picture's message.
+  [[nodiscard]] static std::string_view HeaderOf(std::string_view picture);
+  /// Acknowledges a picture, as a page does that has drawn it.
+  void SayShown(const nlohmann::json& header);
+
+  /// A message; of a picture its header, with the bytes of the JPEG as the binary "jpeg". Nothing when the connection ends.
   [[nodiscard]] std::optional<nlohmann::json> Hear();
   /// Hears until a message fits. Fails the test after ten seconds or at the connection's end.
   nlohmann::json Await(const std::function<bool(const nlohmann::json&)>& fits);

@@ -61,7 +61,7 @@ std::optional<std::int64_t> IntervalOf(const StreamCommand& command, PictureSize
     rates += (rates.empty() ? "" : isLast ? " or " : ", ") + std::to_string(WholeRateOf(interval));
   }
   throw UsageError("frame rate '" + std::to_string(*command.Fps) +
-                   "' is none that the pin offers for " + ToString(size) + ": use " + rates);
+                   "' is not offered by the pin for " + ToString(size) + ": use " + rates);
 }
 
 // The camera keeps the rate of its exposure, whatever the pin was asked for.

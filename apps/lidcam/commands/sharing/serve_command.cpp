@@ -2,7 +2,6 @@
 #include <functional>
 #include <memory>
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <utility>
 
@@ -11,6 +10,7 @@
 #include "apps/lidcam/commands/sharing/serve_rtsp_command.h"
 #include "apps/lidcam/options/common_options.h"
 #include "apps/lidcam/options/fault_option.h"
+#include "apps/lidcam/options/listening_options.h"
 #include "bus/capture/files/capture_error.h"
 #include "library/base/command_error.h"
 #include "library/base/interrupt.h"
@@ -32,14 +32,7 @@ struct ServeCommand {
 };
 
 serve::Listener Listen(const ServeCommand& command) {
-  try {
-    return command.Socket ? serve::Listener::OnPath(*command.Socket)
-                          : serve::Listener::OnAddress(*command.Address);
-  } catch (const std::invalid_argument& error) {
-    throw UsageError(error.what());
-  } catch (const serve::SocketError& error) {
-    throw CommandError(error.what());
-  }
+  return command.Socket ? ListenOnPath(*command.Socket) : ListenOn(*command.Address);
 }
 
 void TellLine(const std::string& line) {

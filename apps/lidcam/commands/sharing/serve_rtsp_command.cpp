@@ -2,7 +2,6 @@
 
 #include <cstdint>
 #include <cstdio>
-#include <fstream>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -11,6 +10,7 @@
 
 #include "apps/lidcam/options/common_options.h"
 #include "apps/lidcam/options/fault_option.h"
+#include "apps/lidcam/options/listening_options.h"
 #include "library/base/command_error.h"
 #include "library/base/interrupt.h"
 #include "library/settings/stream_size.h"
@@ -35,15 +35,6 @@ struct ServeRtspCommand {
 
 #ifdef LIDCAM_HAS_RTSP
 
-std::string PasswordIn(const std::string& path) {
-  std::ifstream file(path);
-  std::string line;
-  if (!std::getline(file, line) || line.empty()) {
-    throw CommandError("--password-file '" + path + "': no password can be read in its first line");
-  }
-  return line;
-}
-
 std::optional<serve::rtsp::Viewer> ViewerOf(const ServeRtspCommand& command) {
   if (command.User.has_value() != command.PasswordFile.has_value()) {
     throw UsageError("serve rtsp: give --user and --password-file together");
@@ -53,16 +44,6 @@ std::optional<serve::rtsp::Viewer> ViewerOf(const ServeRtspCommand& command) {
     throw UsageError("--user '" + *command.User + "': a name without ':' and '\"' is expected");
   }
   return serve::rtsp::Viewer{*command.User, PasswordIn(*command.PasswordFile)};
-}
-
-serve::Listener ListenOn(const std::string& address) {
-  try {
-    return serve::Listener::OnAddress(address);
-  } catch (const std::invalid_argument& error) {
-    throw UsageError(error.what());
-  } catch (const serve::SocketError& error) {
-    throw CommandError(error.what());
-  }
 }
 
 /// The camera is opened when the first viewer comes. What is wrong with it is said now.

@@ -9,16 +9,15 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
 #include <memory>
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "apps/lidcam/commands/commands.h"
 #include "apps/lidcam/options/common_options.h"
+#include "apps/lidcam/options/listening_options.h"
 #include "apps/lidcam/output/pipeline/frame_output.h"
 #include "library/base/command_error.h"
 #include "library/base/interrupt.h"
@@ -42,26 +41,10 @@ struct ViewCommand {
 #ifdef LIDCAM_HAS_VIEWER
 
 std::optional<std::string> ViewPassword(const ViewCommand& command) {
-  if (command.PasswordFile) {
-    std::ifstream file(*command.PasswordFile);
-    std::string line;
-    if (std::getline(file, line) && !line.empty()) return line;
-    throw CommandError("--password-file '" + *command.PasswordFile +
-                       "': no password can be read in its first line");
-  }
+  if (command.PasswordFile) return PasswordIn(*command.PasswordFile);
   const char* const password = std::getenv("LIDCAM_VIEW_PASSWORD");
   if (password == nullptr || *password == '\0') return std::nullopt;
   return password;
-}
-
-serve::Listener ViewListener(const std::string& address) {
-  try {
-    return serve::Listener::OnAddress(address);
-  } catch (const std::invalid_argument& error) {
-    throw UsageError(error.what());
-  } catch (const serve::SocketError& error) {
-    throw CommandError(error.what());
-  }
 }
 
 // A camera that is away, or in use, is waited for.
@@ -156,7 +139,7 @@ std::vector<std::string> ViewForms() {
 
 void RunView(const ViewCommand& command) {
   const std::optional<std::string> password = ViewPassword(command);
-  serve::Listener listener = ViewListener(command.Address);
+  serve::Listener listener = ListenOn(command.Address);
   if (listener.IsReachable() && !password) {
     throw UsageError(
         "view: " + listener.Name() +

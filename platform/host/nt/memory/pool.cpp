@@ -7,8 +7,10 @@
 #include <mutex>
 #include <optional>
 #include <unordered_map>
+#include <utility>
 
 #include "platform/host/nt/declarations/nt_declarations.h"
+#include "platform/host/nt/memory/guards/freed_use.h"
 #include "platform/host/nt/memory/guards/pool_guard.h"
 #include "platform/host/nt/memory/pool_arena.h"
 #include "platform/host/nt/scheduling/violation.h"
@@ -32,11 +34,17 @@ struct Pool {
   std::mutex Lock;
   std::unordered_map<void*, Block> Blocks;
   std::uint32_t FailCountdown = 0;
+  std::function<void(const PoolEvent& event)> See;
 };
 
 Pool& ThePool() {
   static auto* const pool = new Pool;
   return *pool;
+}
+
+void Show(PoolEvent::Kind what, POOL_TYPE type, std::size_t size, std::uint32_t tag) {
+  const Pool& pool = ThePool();
+  if (pool.See) pool.See({what, type, size, tag});
 }
 
 void Count(const Block& block, PoolUsage& usage) {
@@ -59,8 +67,15 @@ bool RemoveBlock(void* memory) {
   return pool.Blocks.erase(memory) != 0;
 }
 
+// The rest of the guard behind a block is the inaccessible page.
+std::size_t BytesBehind(const PoolArena* arena, std::size_t size) {
+  if (arena == nullptr || !arena->HasGuardPages()) return GuardBytesBehind();
+  return (PoolArena::kAlignment - size % PoolArena::kAlignment) % PoolArena::kAlignment;
+}
+
 void CheckOverrun(const char* call, const void* memory, const Block& block) {
-  const std::string overrun = FindOverrun(memory, block.Size);
+  const std::string overrun =
+      FindOverrun(memory, block.Size, BytesBehind(block.Arena.get(), block.Size));
   if (!overrun.empty()) {
     ReportViolation(call, BlockText(memory, block.Size, block.Tag) + " was overrun: " + overrun);
   }
@@ -78,7 +93,9 @@ void* TakeMemory(std::shared_ptr<PoolArena>& arena, std::size_t size, std::uint3
   const std::size_t bytes = GuardedBytes(size);
   if (bytes == 0) return nullptr;
   void* start = nullptr;
-  if (arena != nullptr) {
+  if (arena != nullptr && arena->HasGuardPages()) {
+    start = arena->TakeAtGuardPage(bytes, tag);
+  } else if (arena != nullptr) {
     start = IsTakenAmongOthers(bytes, tag) ? arena->TakeAmongOthers(bytes, tag)
                                            : arena->TakeAlone(bytes, tag);
   }
@@ -86,7 +103,7 @@ void* TakeMemory(std::shared_ptr<PoolArena>& arena, std::size_t size, std::uint3
     arena.reset();
     start = std::malloc(bytes);
   }
-  return start != nullptr ? LayGuards(start, size) : nullptr;
+  return start != nullptr ? LayGuards(start, size, BytesBehind(arena.get(), size)) : nullptr;
 }
 
 void GiveBack(void* memory, const std::shared_ptr<PoolArena>& arena) {
@@ -153,7 +170,24 @@ void ForgetPoolOfWorld(const Scheduler& world) {
   }
 }
 
-void* AllocatePoolBlock(POOL_TYPE type, std::size_t size, std::uint32_t tag) {
+std::string ToString(const PoolEvent& event) {
+  constexpr std::array kWords{"allocated ", "failed ", "freed "};
+  return std::string("pool ") + kWords.at(static_cast<std::size_t>(event.What)) +
+         std::to_string(event.Size) + " " + TagText(event.Tag) +
+         (event.Type == NonPagedPool ? " nonpaged" : " paged");
+}
+
+PoolObserver::PoolObserver(std::function<void(const PoolEvent& event)> see) {
+  ThePool().See = std::move(see);
+}
+
+PoolObserver::~PoolObserver() {
+  ThePool().See = nullptr;
+}
+
+namespace {
+
+void* TakeBlock(POOL_TYPE type, std::size_t size, std::uint32_t tag) {
   const Scheduler& world = CurrentWorld();
   Pool& pool = ThePool();
   const std::lock_guard guard(pool.Lock);
@@ -163,6 +197,14 @@ void* AllocatePoolBlock(POOL_TYPE type, std::size_t size, std::uint32_t tag) {
   if (memory != nullptr) {
     pool.Blocks.emplace(memory, Block{type, size, tag, &world, std::move(arena)});
   }
+  return memory;
+}
+
+}  // namespace
+
+void* AllocatePoolBlock(POOL_TYPE type, std::size_t size, std::uint32_t tag) {
+  void* const memory = TakeBlock(type, size, tag);
+  Show(memory != nullptr ? PoolEvent::Kind::Allocated : PoolEvent::Kind::Failed, type, size, tag);
   return memory;
 }
 
@@ -178,6 +220,7 @@ void FreePoolBlock(const char* call, void* memory) {
     ReportViolation(call, DescribeObject("memory", memory) + " is not a block of the pool");
   }
   GiveBack(memory, block->Arena);
+  Show(PoolEvent::Kind::Freed, block->Type, block->Size, block->Tag);
 }
 
 }  // namespace lidcam::host

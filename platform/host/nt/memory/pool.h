@@ -2,8 +2,10 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 
+#include "platform/host/nt/declarations/nt_declarations.h"
 #include "platform/host/nt/memory/pool_arena.h"
 #include "platform/host/nt/scheduling/scheduler.h"
 
@@ -47,5 +49,27 @@ void FailPoolAllocation(std::uint32_t countdown);
 
 /// Whether the failure of FailPoolAllocation() is still to come.
 [[nodiscard]] bool IsPoolFailureToCome();
+
+/// A block that is allocated or freed, or an allocation that fails.
+struct PoolEvent {
+  enum class Kind : std::uint8_t { Allocated, Failed, Freed };
+  Kind What;
+  POOL_TYPE Type;
+  std::size_t Size;
+  std::uint32_t Tag;
+};
+
+/// "pool allocated 48 'Test' nonpaged"
+[[nodiscard]] std::string ToString(const PoolEvent& event);
+
+/// Sees all pool events during its lifetime; one at a time, not while threads run outside of a simulation.
+class PoolObserver {
+ public:
+  /// @param see  called on the thread that allocates or frees
+  explicit PoolObserver(std::function<void(const PoolEvent& event)> see);
+  PoolObserver(const PoolObserver&) = delete;
+  PoolObserver& operator=(const PoolObserver&) = delete;
+  ~PoolObserver();
+};
 
 }  // namespace lidcam::host

@@ -5,10 +5,12 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <functional>
 #include <mutex>
 #include <utility>
 
+#include "platform/host/nt/memory/guards/pool_guard.h"
 #include "platform/host/nt/scheduling/scheduler.h"
 #include "platform/host/nt/scheduling/thread.h"
 
@@ -23,11 +25,12 @@
 namespace lidcam::host {
 namespace {
 
-constexpr std::size_t kAlignment = 16;
 constexpr std::size_t kFreedBytesKept = std::size_t{64} << 20;
 
 // Made accessible together, so that few allocations need a system call.
 constexpr std::size_t kPagesOpenedAtOnce = 1024;
+
+constinit std::atomic<bool> g_hasGuardPages{false};
 
 std::size_t PageSize() {
   static const auto size = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
@@ -77,6 +80,13 @@ bool InstallHandler() {
 #endif
 
 }  // namespace
+
+void SetPoolGuardPages(bool has) {
+  g_hasGuardPages = has;
+}
+
+PoolArena::PoolArena(std::byte* base, std::size_t bytes)
+    : base_(base), reservedBytes_(bytes), hasGuardPages_(g_hasGuardPages) {}
 
 std::shared_ptr<PoolArena> PoolArena::Make() {
 #ifdef LIDCAM_SANITIZER_LOOKS_AFTER_MEMORY
@@ -141,10 +151,10 @@ bool PoolArena::Open(std::size_t pages) {
   return error == 0;
 }
 
-bool PoolArena::NewRun(std::size_t bytes) {
+bool PoolArena::NewRun(std::size_t bytes, std::size_t guardPages) {
   if (bytes > reservedBytes_) return false;
   const std::size_t pages = std::max<std::size_t>(1, (bytes + PageSize() - 1) / PageSize());
-  const std::size_t end = usedPages_ + pages;
+  const std::size_t end = usedPages_ + pages + guardPages;
   if (end > openPages_ && !Open(end - openPages_)) return false;
   runs_.push_back({usedPages_, pages, 1});
   usedPages_ = end;
@@ -157,6 +167,16 @@ void* PoolArena::TakeAlone(std::size_t size, std::uint32_t tag) {
   if (!NewRun(size)) return nullptr;
   allocations_.push_back({PageAt(runs_.back().Page), size, tag, runs_.size() - 1});
   return allocations_.back().Start;
+}
+
+void* PoolArena::TakeAtGuardPage(std::size_t size, std::uint32_t tag) {
+  const std::size_t bytes = (size - GuardBytesBehind() + kAlignment - 1) & ~(kAlignment - 1);
+  if (!NewRun(bytes, 1)) return nullptr;
+  const Run& run = runs_.back();
+  std::byte* const end = PageAt(run.Page + run.Pages);
+  if (mprotect(end, PageSize(), PROT_NONE) != 0) return nullptr;
+  allocations_.push_back({end - bytes, size, tag, runs_.size() - 1});
+  return end - bytes;
 }
 
 void* PoolArena::TakeAmongOthers(std::size_t size, std::uint32_t tag) {
@@ -241,12 +261,22 @@ void PoolArena::Retire() {
 bool PoolArena::Revive(const void* address, FreedUse& use) noexcept {
   const auto* const at = static_cast<const std::byte*>(address);
   if (at < base_ || at >= PageAt(usedPages_)) return false;
+  if (at < allocations_.front().Start) return false;
   const Allocation& allocation = Find(address);
   const Run& run = runs_[allocation.Run];
-  if (run.Users != 0) return false;
+  if (run.Users != 0 || at >= PageAt(run.Page + run.Pages)) return false;
   use = {allocation.Start, static_cast<std::size_t>(at - allocation.Start), allocation.Size,
          allocation.Tag};
   return mprotect(PageAt(run.Page), run.Pages * PageSize(), PROT_READ | PROT_WRITE) == 0;
+}
+
+std::string PoolArena::DescribeAccess(const void* address) const {
+  const auto* const at = static_cast<const std::byte*>(address);
+  if (at < base_ || at >= PageAt(usedPages_) || at < allocations_.front().Start) return {};
+  const Allocation& allocation = Find(address);
+  const FreedUse use{allocation.Start, static_cast<std::size_t>(at - allocation.Start),
+                     allocation.Size, allocation.Tag};
+  return runs_[allocation.Run].Users == 0 ? DescribeFreedUse(use) : DescribeOverrun(use);
 }
 
 }  // namespace lidcam::host

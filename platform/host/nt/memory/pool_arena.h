@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "platform/host/nt/memory/guards/freed_use.h"
@@ -17,10 +18,14 @@ namespace lidcam::host {
 /// Memory from TakeAlone() has pages of its own. Memory from TakeAmongOthers(), which costs less,
 /// shares a page with its neighbours, and becomes inaccessible with the last of them. The last 64
 /// MiB of freed memory keep their bytes; memory freed before that reads as zeros.
+///
+/// With guard pages (SetPoolGuardPages) each block has pages of its own, and ends at one that is never accessible. A
+/// driver's image is stopped at the instruction that accesses such a page, or freed memory.
 /// @par One thread at a time, as the threads of a simulated world run
 class PoolArena {
  public:
   static constexpr std::size_t kLargestAmongOthers = 1024;
+  static constexpr std::size_t kAlignment = 16;
 
   /// @return null without address space, and under a sanitizer, which detects such uses itself
   [[nodiscard]] static std::shared_ptr<PoolArena> Make();
@@ -35,6 +40,10 @@ class PoolArena {
   /// @param size  at most kLargestAmongOthers
   [[nodiscard]] void* TakeAmongOthers(std::size_t size, std::uint32_t tag);
 
+  [[nodiscard]] bool HasGuardPages() const { return hasGuardPages_; }
+  /// @param size  with a guard behind that is not allocated, except for what the alignment leaves of it
+  [[nodiscard]] void* TakeAtGuardPage(std::size_t size, std::uint32_t tag);
+
   void Free(void* memory);
 
   /// The world has ended. Allocated memory stays accessible until it is freed; further uses of
@@ -45,6 +54,9 @@ class PoolArena {
   ///
   /// @return false if `address` lies in no arena
   [[nodiscard]] bool Revive(const void* address, FreedUse& use) noexcept;
+
+  /// What a refused access to `address` was an access to; empty if it lies in no page of this arena's.
+  [[nodiscard]] std::string DescribeAccess(const void* address) const;
 
  private:
   /// Pages that become inaccessible together.
@@ -60,13 +72,13 @@ class PoolArena {
     std::size_t Run;
   };
 
-  PoolArena(std::byte* base, std::size_t bytes) : base_(base), reservedBytes_(bytes) {}
+  PoolArena(std::byte* base, std::size_t bytes);
 
   [[nodiscard]] static std::shared_ptr<PoolArena> TakeSpare();
   [[nodiscard]] bool BecomeSpare();
   [[nodiscard]] std::byte* PageAt(std::size_t page) const;
   [[nodiscard]] const Allocation& Find(const void* address) const;
-  bool NewRun(std::size_t bytes);
+  bool NewRun(std::size_t bytes, std::size_t guardPages = 0);
   bool Open(std::size_t pages);
   void LetGo(std::size_t run);
   void DropBytesUpTo(std::size_t end);
@@ -84,8 +96,12 @@ class PoolArena {
   std::size_t dropped_ = 0;         ///< number of first runs whose freed ones have lost their bytes
   std::size_t freedWithBytes_ = 0;  ///< pages
   bool isRetired_ = false;
+  const bool hasGuardPages_;
 
   static constexpr std::size_t kNone = SIZE_MAX;
 };
+
+/// Whether worlds that begin from now on have pools with guard pages; initially not.
+void SetPoolGuardPages(bool has);
 
 }  // namespace lidcam::host

@@ -48,8 +48,15 @@ class DocumentsTest(CommandLineTest):
     def test_recording_and_replaying(self):
         self.assert_works("docs/recording.md", 7)
 
+    def test_faults(self):
+        with open(os.path.join(ROOT, "docs/faults.md"), encoding="utf-8") as file:
+            script = re.search(r"^```\n(# A stream.*?)^```", file.read(), re.MULTILINE | re.DOTALL)[1]
+        with open(self.path("faults.txt"), "w", encoding="utf-8") as file:
+            file.write(script)
+        self.assert_works("docs/faults.md", 5)
+
     def test_troubleshooting(self):
-        self.assert_works("docs/troubleshooting.md", 9)
+        self.assert_works("docs/troubleshooting.md", 11)
 
 
 if __name__ == "__main__":

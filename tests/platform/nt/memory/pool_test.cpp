@@ -56,6 +56,17 @@ TEST(HostPool, GivesABlockOfItsOwnForNoBytes) {
   ExFreePool(memory);
 }
 
+TEST(HostPool, ShowsItsObserverEachBlockWithTypeSizeAndTag) {
+  std::vector<std::string> lines;
+  const PoolObserver observer([&](const PoolEvent& event) { lines.push_back(ToString(event)); });
+  ExFreePool(ExAllocatePoolWithTag(PagedPool, 10, kTag));
+  FailPoolAllocation(1);
+  EXPECT_EQ(ExAllocatePoolWithTag(NonPagedPool, 20, kTag), nullptr);
+  EXPECT_EQ(lines, (std::vector<std::string>{"pool allocated 10 'Test' paged",
+                                             "pool freed 10 'Test' paged",
+                                             "pool failed 20 'Test' nonpaged"}));
+}
+
 // Which of six allocations fail.
 std::vector<bool> FailuresWithCountdown(std::uint32_t countdown) {
   FailPoolAllocation(countdown);

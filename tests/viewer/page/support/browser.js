@@ -104,13 +104,6 @@ export function difference(a, b) {
   return a.reduce((sum, value, i) => sum + Math.abs(value - b[i]), 0) / a.length;
 }
 
-/** The same, whatever exposure the pictures have: within its dead band the loop may stop at another one. */
-export function differenceOfShape(a, b) {
-  const mean = (sample) => sample.reduce((sum, value) => sum + value, 0) / sample.length;
-  const scale = mean(a) / mean(b);
-  return difference(a, b.map((value) => value * scale));
-}
-
 /**
  * Waits until a condition holds. (The page's policy forbids the waiting inside of it that playwright has.)
  * @param {() => Promise<boolean>} holds @param {string} what

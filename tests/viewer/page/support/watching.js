@@ -6,7 +6,8 @@ import { cellCentres, counterArea, readCounter } from './counter.js';
  * Reads the counter of each frame that comes onto the canvas.
  * @param {import('playwright-core').Page} page
  * @param {number} count of frames
- * @returns {Promise<Map<number, number>>} counter by the frame's number
+ * @returns {Promise<{counters: Map<number, number>, whole: Set<number>}>} counter by the frame's number, and the numbers of
+ *   frames that lost nothing on the bus: the end of others, with the counter, is that of an older frame
  */
 export async function countersOnCanvas(page, count) {
   const { width, height } = await page
@@ -14,8 +15,11 @@ export async function countersOnCanvas(page, count) {
     .first()
     .evaluate(({ width, height }) => ({ width, height }));
   const area = counterArea(width, height);
-  const cells = await page.evaluate(gatherFromCanvas, { count, area, centres: cellCentres(area.width, area.height) });
-  return new Map(cells.map(([number, luminance]) => [number, readCounter(luminance)]));
+  const frames = await page.evaluate(gatherFromCanvas, { count, area, centres: cellCentres(area.width, area.height) });
+  return {
+    counters: new Map(frames.map(([number, { luminance }]) => [number, readCounter(luminance)])),
+    whole: new Set(frames.filter(([, { whole }]) => whole).map(([number]) => number)),
+  };
 }
 
 /** Runs in the page. */
@@ -26,10 +30,10 @@ async function gatherFromCanvas({ count, area, centres }) {
     const number = Number(canvas.dataset.number);
     if (!found.has(number)) {
       const { data } = canvas.getContext('2d').getImageData(area.x, area.y, area.width, area.height);
-      found.set(
-        number,
-        centres.map(({ x, y }) => data[4 * (y * area.width + x) + 1]),
-      );
+      found.set(number, {
+        whole: canvas.dataset.whole === 'true',
+        luminance: centres.map(({ x, y }) => data[4 * (y * area.width + x) + 1]),
+      });
     }
     await new Promise((resolve) => {
       requestAnimationFrame(resolve);
@@ -63,7 +67,7 @@ function gatherFromCamera({ count, area, centres }) {
     const asked = new Map(); // question to row
     socket.binaryType = 'arraybuffer';
     const send = (message) => socket.send(JSON.stringify(message));
-    socket.onopen = () => send({ do: 'watch', cameras: [0], scale: 1 });
+    socket.onopen = () => send({ do: 'watch', cameras: [0] });
     socket.onerror = () => reject(new Error('no connection'));
     socket.onmessage = ({ data }) => {
       if (typeof data === 'string') answered(JSON.parse(data));

@@ -19,13 +19,17 @@ std::string BlockText(const void* memory, std::size_t size, std::uint32_t tag) {
          TagText(tag) + ")";
 }
 
-std::string DescribeFreedUse(const FreedUse& use) {
+std::string DescribeOverrun(const FreedUse& use) {
   const void* const memory = MemoryBehindGuard(use.Block);
   const auto guard =
       static_cast<const std::byte*>(memory) - static_cast<const std::byte*>(use.Block);
   const auto offset = static_cast<std::ptrdiff_t>(use.Offset) - guard;
   return BlockText(memory, use.Size - GuardedBytes(0), use.Tag) + " was used at byte " +
-         std::to_string(offset) + " after it had been freed";
+         std::to_string(offset);
+}
+
+std::string DescribeFreedUse(const FreedUse& use) {
+  return DescribeOverrun(use) + " after it had been freed";
 }
 
 }  // namespace lidcam::host

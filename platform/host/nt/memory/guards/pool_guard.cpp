@@ -24,25 +24,25 @@ constexpr unsigned char kGuardByte = 0xFD;
 // The content of fresh memory, so that no code relies on zeroes.
 constexpr int kFreshByte = 0xCD;
 
-void Poison([[maybe_unused]] const void* guard) {
+void Poison([[maybe_unused]] const void* guard, [[maybe_unused]] std::size_t size) {
 #ifdef LIDCAM_ADDRESS_SANITIZER
-  __asan_poison_memory_region(guard, kGuard);
+  __asan_poison_memory_region(guard, size);
 #endif
 }
 
-void Unpoison([[maybe_unused]] const void* guard) {
+void Unpoison([[maybe_unused]] const void* guard, [[maybe_unused]] std::size_t size) {
 #ifdef LIDCAM_ADDRESS_SANITIZER
-  __asan_unpoison_memory_region(guard, kGuard);
+  __asan_unpoison_memory_region(guard, size);
 #endif
 }
 
-// The offset of the first byte of a guard that was overwritten, or kGuard.
-std::size_t FirstChanged(const unsigned char* guard) {
-  Unpoison(guard);
+// The offset of the first byte of a guard that was overwritten, or its size.
+std::size_t FirstChanged(const unsigned char* guard, std::size_t size) {
+  Unpoison(guard, size);
   const auto* const changed =
-      std::find_if(guard, guard + kGuard, [](unsigned char byte) { return byte != kGuardByte; });
+      std::find_if(guard, guard + size, [](unsigned char byte) { return byte != kGuardByte; });
   const auto offset = static_cast<std::size_t>(changed - guard);
-  Poison(guard);
+  Poison(guard, size);
   return offset;
 }
 
@@ -52,14 +52,18 @@ std::size_t GuardedBytes(std::size_t size) {
   return size <= SIZE_MAX - 2 * kGuard ? size + 2 * kGuard : 0;
 }
 
-void* LayGuards(void* start, std::size_t size) {
+std::size_t GuardBytesBehind() {
+  return kGuard;
+}
+
+void* LayGuards(void* start, std::size_t size, std::size_t behind) {
   auto* const before = static_cast<unsigned char*>(start);
   unsigned char* const memory = before + kGuard;
   std::memset(before, kGuardByte, kGuard);
   std::memset(memory, kFreshByte, size);
-  std::memset(memory + size, kGuardByte, kGuard);
-  Poison(before);
-  Poison(memory + size);
+  std::memset(memory + size, kGuardByte, behind);
+  Poison(before, kGuard);
+  Poison(memory + size, behind);
   return memory;
 }
 
@@ -71,11 +75,11 @@ const void* MemoryBehindGuard(const void* start) {
   return static_cast<const unsigned char*>(start) + kGuard;
 }
 
-std::string FindOverrun(const void* memory, std::size_t size) {
+std::string FindOverrun(const void* memory, std::size_t size, std::size_t behind) {
   const auto* const bytes = static_cast<const unsigned char*>(memory);
-  const std::size_t behind = FirstChanged(bytes + size);
-  if (behind != kGuard) return "byte " + std::to_string(behind) + " behind its end";
-  const std::size_t before = FirstChanged(bytes - kGuard);
+  const std::size_t changed = FirstChanged(bytes + size, behind);
+  if (changed != behind) return "byte " + std::to_string(changed) + " behind its end";
+  const std::size_t before = FirstChanged(bytes - kGuard, kGuard);
   if (before != kGuard) return "byte " + std::to_string(kGuard - before) + " ahead of its start";
   return {};
 }

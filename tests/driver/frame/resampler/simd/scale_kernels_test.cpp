@@ -331,6 +331,14 @@ TEST(ScaleKernels, ChooseTheLastOneThatIsSupported) {
   EXPECT_EQ(&ChosenScaleKernel(), fastest);
 }
 
+TEST(ScaleKernels, AreChosenOfTheFirstOnlyWhileTheyAreLimited) {
+  const ScaleKernel* const fastest = &ChosenScaleKernel();
+  LimitScaleKernels(1);
+  EXPECT_EQ(&ChosenScaleKernel(), &ScaleKernels().front());
+  LimitScaleKernels(SIZE_MAX);
+  EXPECT_EQ(&ChosenScaleKernel(), fastest);
+}
+
 #if defined(__x86_64__)
 TEST(ScaleKernels, AreOneForEachRegisterSet) {
   std::vector<std::string> names;

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <string>
+
+#include "serve/sockets/listener.h"
+
+namespace lidcam::app {
+
+/// The password in the first line of --password-file. Throws CommandError if there is none.
+[[nodiscard]] std::string PasswordIn(const std::string& path);
+
+/// Listens on --listen's HOST:PORT. Throws UsageError for a text that is not an address, CommandError for one
+/// that can't be listened on.
+[[nodiscard]] serve::Listener ListenOn(const std::string& address);
+
+/// The same on a socket in the file system.
+[[nodiscard]] serve::Listener ListenOnPath(const std::string& path);
+
+}  // namespace lidcam::app

@@ -1,0 +1,143 @@
+"""The code of the driver's x64 image: its instructions, basic blocks, functions and lines."""
+
+import bisect
+import collections
+import re
+import struct
+import subprocess
+
+TOOLS = "x86_64-w64-mingw32-"
+
+Section = collections.namedtuple("Section", "name address size offset")
+Instruction = collections.namedtuple("Instruction", "address code name operands")
+
+LINE = re.compile(r"^\s*([0-9a-f]+):\t((?:[0-9a-f]{2} )+)\s*\t(\S+)\s*(.*)$")
+TARGET = re.compile(r"^(?:0x)?([0-9a-f]+)\b")
+ENDS = ("ret", "jmp", "ud2", "int3")
+HAS_NOT_RUN, HAS_RUN = 1, 2
+PREFIXES = ("lock", "rep", "repz", "notrack", "bnd", "data16", "cs")
+
+# The simulated cameras whose sensor has a frame size, but for the usual one.
+SENSORS = ("1af0:0511,sensor=VGA0408", "1af0:0511,config=short", "1af0:6010", "1af0:6010,sensor=OV7660",
+           "1af0:6010,sensor=OV7663", "1af0:6010,sensor=VGA7648", "1af0:6011", "1af0:6011,sensor=K82", "1b17:6101",
+           "1b17:6110", "1b17:6111", "1b17:6111,sensor=OV7670")
+
+
+class Image:
+    """All addresses are relative to the image's begin."""
+
+    def __init__(self, path):
+        self.path = str(path)
+        with open(path, "rb") as file:
+            self.data = file.read()
+        signature, = struct.unpack_from("<I", self.data, 0x3C)
+        self.optional = signature + 24
+        self.base, = struct.unpack_from("<Q", self.data, self.optional + 24)
+        self.size, = struct.unpack_from("<I", self.data, self.optional + 56)
+        count, = struct.unpack_from("<H", self.data, signature + 6)
+        self.sections = []
+        for number in range(count):
+            header = self.optional + 240 + 40 * number
+            name = self.data[header:header + 8].rstrip(b"\0").decode()
+            size, address, file_size, offset = struct.unpack_from("<IIII", self.data, header + 8)
+            self.sections.append(Section(name, address, min(size, file_size), offset))
+
+    def offset_of(self, address):
+        """The place of an address in the file."""
+        for section in self.sections:
+            if section.address <= address < section.address + section.size:
+                return section.offset + address - section.address
+        raise ValueError(f"{address:x} is in no section")
+
+    def functions(self):
+        """Begin and end of each function, by address, from the unwind information."""
+        table, size = struct.unpack_from("<II", self.data, self.optional + 112 + 8 * 3)
+        place = self.offset_of(table)
+        entries = (struct.unpack_from("<III", self.data, place + at) for at in range(0, size, 12))
+        return [(begin, end) for begin, end, _ in entries if end > begin]
+
+    def instructions(self):
+        listing = subprocess.run([TOOLS + "objdump", "-d", "--insn-width=16", self.path], check=True,
+                                 capture_output=True, text=True).stdout
+        for line in listing.splitlines():
+            match = LINE.match(line)
+            if match:
+                code = bytes.fromhex(match[2].replace(" ", ""))
+                name, operands = match[3], match[4]
+                while name in PREFIXES and operands:
+                    name, _, operands = operands.partition(" ")
+                yield Instruction(int(match[1], 16) - self.base, code, name, operands.strip())
+
+    def blocks(self):
+        """The address of the first instruction of each basic block, in order."""
+        functions = self.functions()
+        begins = {begin for begin, _ in functions}
+        instructions = [one for one in self.instructions() if is_within(functions, one.address)]
+        is_next = False
+        for one in instructions:
+            if is_next:
+                begins.add(one.address)
+            is_next = one.name.startswith("j") or one.name.startswith(ENDS)
+            target = TARGET.match(one.operands)
+            if one.name.startswith("j") and target:
+                begins.add(int(target[1], 16) - self.base)
+        return without_padding(instructions, begins)
+
+
+def picture_commands(program, image, folder):
+    """Commands with the image that write pictures of every size, in changing light and of every sensor, and a still."""
+    streams = [("sim", 30, size) for size in ("640x480", "352x288", "320x240", "176x144", "160x120")]
+    streams.append(("sim,light=300lx@0s;2lx@2s;60lx@9s;3000lx@12s", 450, "160x120"))
+    streams += [(f"sim:{camera}", 3, "160x120") for camera in SENSORS]
+    for number, (camera, frames, size) in enumerate(streams):
+        yield [program, "stream", "--camera", camera, "--fast", "--frames", str(frames), "--size", size, "--quiet",
+               "--driver", str(image), "-o", str(folder / f"pictures-{number}.y4m")]
+    yield [program, "still", "--camera", "sim", "--fast", "--quiet", "--driver", str(image), "-o",
+           str(folder / "still.png")]
+
+
+def write_coverage(image, blocks, path):
+    """The file by which a loaded image is told to note the blocks that run."""
+    contents = bytearray(image.size)
+    for block in blocks:
+        contents[block] = HAS_NOT_RUN
+    path.write_bytes(contents)
+
+
+def without_padding(instructions, begins):
+    blocks = []
+    waits = False
+    for one in instructions:
+        waits = waits or one.address in begins
+        if waits and not one.name.startswith(("nop", "xchg")):
+            blocks.append(one.address)
+            waits = False
+    return blocks
+
+
+def is_within(ranges, address):
+    at = bisect.bisect_right(ranges, (address, 1 << 62)) - 1
+    return at >= 0 and address < ranges[at][1]
+
+
+def function_names(image, debug):
+    """The name of each function by its address, with its arguments."""
+    listing = subprocess.run([TOOLS + "nm", "-C", str(debug)], check=True, capture_output=True, text=True).stdout
+    names = {}
+    for line in listing.splitlines():
+        words = line.split(" ", 2)
+        if len(words) == 3 and words[0] and words[1] in "tT" and not words[2].startswith(".text"):
+            names.setdefault(int(words[0], 16) - image.base, words[2])
+    return names
+
+
+def lines_of(image, debug, addresses):
+    """For each address the function and the place in the sources, by the debug symbols; inlined code by the function
+    that it was written in."""
+    if not addresses:
+        return {}
+    text = "".join(f"{image.base + address:x}\n" for address in addresses)
+    said = subprocess.run([TOOLS + "addr2line", "-f", "-C", "-e", str(debug)], input=text, check=True,
+                          capture_output=True, text=True).stdout.splitlines()
+    return {address: (said[2 * number], said[2 * number + 1].split(" (")[0])
+            for number, address in enumerate(addresses)}
