@@ -334,6 +334,9 @@ void RunMinimized(const Scenario& scenario, const RunKey& key, const SimulateCom
       found.Result.What.c_str(), found.Schedule.Deviations.size(), found.Before,
       found.IsMinimal ? "" : " (interrupted)", static_cast<unsigned long long>(found.Runs));
   for (const std::string& text : found.Schedule.Texts) std::printf("  %s\n", text.c_str());
+  std::printf("  %zu of %zu faults, stalls and operations:\n", found.Parts.size(),
+              found.PartsBefore);
+  for (const std::string& part : found.Parts) std::printf("  %s\n", part.c_str());
   if (command.ShowsTrace) std::fputs(found.Result.Report.c_str(), stdout);
   RequireStandardOutput();
 }
@@ -427,7 +430,8 @@ void AddSimulateCommand(CLI::App& app) {
   sub->add_flag("--trace", command->ShowsTrace, "print the trace of each run, and reports in full");
   sub->add_flag("--quiet", command->IsQuiet, "print failures and the sum only");
   sub->add_flag("--minimize", command->IsMinimized,
-                "print only those switches of threads that the failure of a run needs")
+                "print only those switches of threads, faults and operations that the failure of a "
+                "run needs")
       ->excludes("--every-step", "--json", "--quiet");
   sub->footer(
       "Example:\n"
