@@ -157,7 +157,8 @@ RunResult RunScenario(const Scenario& scenario, const RunKey& key, const RunReco
     messages.emplace([&trace](const std::string& message) { trace.Add("message " + message); });
     pool.emplace([&trace](const host::PoolEvent& event) { trace.Add(ToString(event)); });
   }
-  Stage stage(played, trace);
+  RunParts all;
+  Stage stage(played, trace, records.Parts != nullptr ? *records.Parts : all);
   std::uint64_t schedule = 0;
   {
     host::SimulatedScheduler world(

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "scenarios/plays/scenario.h"
+#include "scenarios/run/run_parts.h"
 #include "scenarios/run/run_result.h"
 
 namespace lidcam::scenarios {
@@ -15,6 +16,8 @@ struct RunRecords {
   /// The schedule to follow in place of the seed's, as far as it goes; null: none. Needs `Record`.
   const host::ScheduleRecord* Follow = nullptr;
   host::ScheduleRecord* Record = nullptr;  ///< receives the run's schedule; may be null
+
+  RunParts* Parts = nullptr;  ///< what of the run is left out; null: nothing
 };
 
 /// Runs a scenario once, in a world of its own. A function of the key alone. One at a time in a

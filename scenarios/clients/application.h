@@ -60,6 +60,7 @@ class Application {
   bool IsSound() const;
   bool IsOutOfOrder(NTSTATUS status) const;
 
+  bool HasOperation(std::uint64_t step);
   void Sleep(LONGLONG longest);
   void RequireSuccess(NTSTATUS status);
   void OpenOnly();

@@ -55,12 +55,19 @@ void Application::DoOneThingWithStream() {
   }
 }
 
+bool Application::HasOperation(std::uint64_t step) {
+  return stage_.HasOperation(name_, step + 1, chance_);
+}
+
 void Application::DoAnything(std::uint64_t steps) {
-  for (std::uint64_t i = 0; i < steps; ++i) DoOneThing();
+  for (std::uint64_t i = 0; i < steps; ++i) {
+    if (HasOperation(i)) DoOneThing();
+  }
 }
 
 void Application::Stream(std::uint64_t steps) {
   for (std::uint64_t i = 0; i < steps; ++i) {
+    if (!HasOperation(i)) continue;
     if (!camera_) {
       OpenCamera();
     } else if (stream_ == nullptr) {
@@ -79,6 +86,7 @@ void Application::Stream(std::uint64_t steps) {
 void Application::TurnControls(std::uint64_t steps) {
   OpenOnly();
   for (std::uint64_t i = 0; i < steps; ++i) {
+    if (!HasOperation(i)) continue;
     if (chance_.OneIn(3)) Sleep(10 * kMillisecond);
     chance_.OneIn(3) ? ChangeLevel() : ChangeLight();
   }
@@ -87,6 +95,7 @@ void Application::TurnControls(std::uint64_t steps) {
 void Application::TurnLight(std::uint64_t steps) {
   OpenOnly();
   for (std::uint64_t i = 0; i < steps; ++i) {
+    if (!HasOperation(i)) continue;
     Sleep(15 * kMillisecond);  // the frame path gets access to the bus only in between
     ChangeLight();
   }

@@ -58,7 +58,8 @@ CheckedStream::CheckedStream(Stage& stage, bool isSound, const client::Camera& c
 void CheckedStream::LookAtState() {
   KSSTATE state = KSSTATE_STOP;
   const NTSTATUS status = StatusOf([&] { state = pin_->State(); });
-  isStopped_ = NT_SUCCESS(status) && state == KSSTATE_STOP;
+  isStateKnown_ = NT_SUCCESS(status);
+  isStopped_ = isStateKnown_ && state == KSSTATE_STOP;
   isRunning_ = NT_SUCCESS(status) && state == KSSTATE_RUN;
   if (!NT_SUCCESS(status)) ForgetFrames();
   if (!isStopped_) return;
@@ -103,7 +104,7 @@ NTSTATUS CheckedStream::Stop() {
 NTSTATUS CheckedStream::SetFormat(const client::VideoFormat& format) {
   const NTSTATUS status = pin_->SetFormat(format);
   if (NT_SUCCESS(status)) {
-    stage_.Require(isStopped_, "a stream that isn't stopped takes a format");
+    stage_.Require(isStopped_ || !isStateKnown_, "a stream that isn't stopped takes a format");
     format_ = format;
   }
   return status;
@@ -112,7 +113,7 @@ NTSTATUS CheckedStream::SetFormat(const client::VideoFormat& format) {
 NTSTATUS CheckedStream::UseClock() {
   const NTSTATUS status = StatusOf([this] { pin_->UseClock(); });
   if (!NT_SUCCESS(status)) return status;
-  stage_.Require(isStopped_, "a stream that isn't stopped takes a clock");
+  stage_.Require(isStopped_ || !isStateKnown_, "a stream that isn't stopped takes a clock");
   hasClock_ = true;
   return status;
 }

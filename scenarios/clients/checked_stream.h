@@ -62,6 +62,7 @@ class CheckedStream {
   const std::uint32_t room_;  ///< of each buffer: the pin's framing stays that of the first format
   std::unique_ptr<client::Stream> pin_;
   bool hasClock_ = false;
+  bool isStateKnown_ = true;  ///< false: the request for the state had no memory
   bool isStopped_ = true;
   bool isRunning_ = false;
   std::uint64_t framesSinceRun_ = 0;

@@ -46,6 +46,7 @@ void Trouble(ClientStage& clients, std::uint64_t times,
              void (*make)(ClientStage& clients, Random& chance)) {
   Stage& stage = clients.Host();
   for (std::uint64_t i = 0; i < times; ++i) {
+    if (!stage.HasOperation("device", i + 1, stage.Chance())) continue;
     stage.SleepAWhile(150 * kMillisecond);
     make(clients, stage.Chance());
   }

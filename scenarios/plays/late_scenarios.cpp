@@ -105,6 +105,27 @@ void ReplaceAtTick(TransportStage& camera) {
   stage.ForgetStall();
 }
 
+// It keeps the widest setting, so that the next stream needs no request for it.
+PlugOptions CameraThatKeepsItsSetting() {
+  PlugOptions options;
+  options.Camera.BandwidthLimit = 3072;
+  options.Script.Faults = {{bus::FaultPlace::Setting, bus::FaultKind::Refuse, 0, 0, 0}};
+  return options;
+}
+
+// With a processor that stops as the pause begins, or at the moment of a tick.
+void PauseAroundTick(TransportStage& camera) {
+  Stage& stage = camera.Host();
+  constexpr std::uint64_t kPointsOfABeginningPause = 48;
+  if (stage.Chance().OneIn(2)) {
+    StallWithin(stage, Itself(host::CurrentThread()), kPointsOfABeginningPause);
+  } else {
+    SleepUntilTick(camera);
+  }
+  camera.Pause();
+  stage.ForgetStall();
+}
+
 }  // namespace
 
 void LateCompletion(TransportStage& camera) {
@@ -170,8 +191,13 @@ void LateFrameThreadOverPauses(TransportStage& camera) {
     const LONGLONG left = stage.CountedFrom(now) - now;
     if (left > 0) Stage::Sleep(left);
   }
+  constexpr std::uint64_t kPointsOfABeginningDrain = 60;
   if (stage.Chance().OneIn(2)) {
+    if (stage.Chance().OneIn(2)) {
+      StallWithin(stage, Itself(host::CurrentThread()), kPointsOfABeginningDrain);
+    }
     camera.Hosted().Unplug();
+    stage.ForgetStall();
   } else {
     camera.Pause();
     WaitForItsEnd(stage);
@@ -185,8 +211,13 @@ void LateAcquisition(TransportStage& camera) {
   Stage& stage = camera.Host();
   stage.AllowDisturbedFrames();
   camera.AllowLateTransfers();
-  camera.PlugIn();
+  const bool keepsSetting = stage.Chance().OneIn(2);
+  camera.PlugIn(keepsSetting ? CameraThatKeepsItsSetting() : PlugOptions{});
   stage.Require(camera.Start() == STATUS_SUCCESS, "the hardware doesn't start");
+  if (keepsSetting) {
+    camera.Acquire();
+    camera.Release();
+  }
   constexpr std::uint64_t kPointsAheadOfTheMutex = 12;
   constexpr std::uint64_t kPointsOfAPreparation = 1500;
   StallWithin(stage, Itself(host::CurrentThread()),
@@ -215,8 +246,7 @@ void AtTicks(TransportStage& camera) {
   const std::uint64_t times = stage.Chance().Between(1, 4);
   for (std::uint64_t i = 0; i < times; ++i) {
     if (stage.Chance().OneIn(2)) StopCirculation(camera);
-    SleepUntilTick(camera);
-    camera.Pause();
+    PauseAroundTick(camera);
     stage.Between().RefuseTransfers(0);
     if (stage.Chance().OneIn(2)) {
       if (camera.Resume() != STATUS_SUCCESS) return;

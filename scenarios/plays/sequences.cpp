@@ -145,8 +145,10 @@ void Everyday(TransportStage& camera) {
 }
 
 void DoSomething(TransportStage& camera, int most, const std::function<bool()>& isEnough) {
+  Stage& stage = camera.Host();
   for (int i = 0; i < most && !isEnough(); ++i) {
-    camera.Host().SleepAWhile(150 * kMillisecond);
+    if (!stage.HasOperation("device", static_cast<std::uint64_t>(i) + 1, stage.Chance())) continue;
+    stage.SleepAWhile(150 * kMillisecond);
     DoOneThing(camera);
   }
 }

@@ -48,7 +48,7 @@ constexpr Place kPlaces[] = {
 
 }  // namespace
 
-Stalls::Stalls(std::uint64_t seed) : chance_(seed, kPurpose) {}
+Stalls::Stalls(std::uint64_t seed, RunParts& parts) : parts_(parts), chance_(seed, kPurpose) {}
 
 void Stalls::BeginAnywhere() {
   left_ = chance_.Between(0, kMost - 1);
@@ -81,7 +81,8 @@ LONGLONG Stalls::At(const host::SwitchPlace& place, LONGLONG now) {
     PlanNextAnywhere();
   }
   const LONGLONG length = std::max(anywhere, planned_.At(place.Self));
-  if (length != 0) end_ = std::max(end_, now + length);
+  if (length == 0 || !parts_.Has("stall " + std::to_string(++begun_))) return 0;
+  end_ = std::max(end_, now + length);
   return length;
 }
 

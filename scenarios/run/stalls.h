@@ -6,6 +6,7 @@
 
 #include "platform/host/nt/simulation/simulated_scheduler.h"
 #include "scenarios/run/random.h"
+#include "scenarios/run/run_parts.h"
 
 namespace lidcam::scenarios {
 
@@ -16,7 +17,8 @@ using IsMeant = std::function<bool(const host::Thread& thread)>;
 /// for all others.
 class Stalls {
  public:
-  explicit Stalls(std::uint64_t seed);
+  /// @param parts  what of the run is left out; outlives it
+  Stalls(std::uint64_t seed, RunParts& parts);
 
   /// From now on up to three stalls at places that the seed chooses, of any thread, or of those at
   /// which the stream's threads interact; for a moment, or for as long as a stream takes to be
@@ -50,8 +52,10 @@ class Stalls {
 
   void PlanNextAnywhere();
 
+  RunParts& parts_;
   Random chance_;
-  std::uint64_t left_ = 0;  ///< remaining random stalls after the planned one
+  std::uint64_t begun_ = 0;  ///< those left out included
+  std::uint64_t left_ = 0;   ///< remaining random stalls after the planned one
   Plan anywhere_;
   Plan planned_;
   LONGLONG end_ = kNever;

@@ -26,7 +26,7 @@ struct Activity {
 /// A failed check ends the run by a violation.
 class RunChecks {
  public:
-  explicit RunChecks(std::uint64_t seed) : stalls_(seed) {}
+  RunChecks(std::uint64_t seed, RunParts& parts) : stalls_(seed, parts) {}
   RunChecks(const RunChecks&) = delete;
   RunChecks& operator=(const RunChecks&) = delete;
 

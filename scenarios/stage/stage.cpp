@@ -36,8 +36,8 @@ class TracedRequests final : public bus::PassingBus {
 
 }  // namespace
 
-Stage::Stage(const RunKey& key, TraceRecord& trace)
-    : RunChecks(key.Seed), key_(key), trace_(trace), chance_(key.Seed, 1) {
+Stage::Stage(const RunKey& key, TraceRecord& trace, RunParts& parts)
+    : RunChecks(key.Seed, parts), key_(key), trace_(trace), parts_(parts), chance_(key.Seed, 1) {
   trace_.Watch([this](std::string_view line) { CheckLine(line); });
   if (key.Options.HasStalls) RunStalls().BeginAnywhere();
   if (key.Options.HasExposure) around_ = std::make_unique<Surroundings>(key.Seed);
@@ -62,13 +62,23 @@ void Stage::SaveSettings(PDEVICE_OBJECT physicalDevice) {
   if (around_ != nullptr) around_->SaveSettings(physicalDevice);
 }
 
+bus::FaultScript Stage::WithoutOmitted(const bus::FaultScript& script) {
+  bus::FaultScript left{script.Bits};
+  for (std::size_t i = 0; i < script.Faults.size(); ++i) {
+    const bus::BusFault& fault = script.Faults[i];
+    if (parts_.Has("fault " + std::to_string(i + 1) + ": " + bus::ToText(fault)))
+      left.Faults.push_back(fault);
+  }
+  return left;
+}
+
 bus::UsbBus& Stage::LayBus(const PlugOptions& options) {
   constexpr LONGLONG kUnitsInMicrosecond = 10;
   StampedCameraOptions camera = options.Camera;
   camera.Around = around_.get();
   camera_ = std::make_unique<StampedCamera>(camera);
   faults_ = std::make_unique<bus::FaultBus>(
-      *camera_, bus::FaultBusOptions{.Script = options.Script,
+      *camera_, bus::FaultBusOptions{.Script = WithoutOmitted(options.Script),
                                      .Sleep =
                                          [](std::uint64_t time) {
                                            Sleep(static_cast<LONGLONG>(time) * kUnitsInMicrosecond);
@@ -110,7 +120,7 @@ void Stage::TakeUpBus() {
 }
 
 LONGLONG Stage::AtSwitchPoint(const host::SwitchPlace& place) {
-  if (place.Number == unplugAt_ && camera_ != nullptr) {
+  if (place.Number == unplugAt_ && camera_ != nullptr && parts_.Has("the plug is pulled")) {
     camera_->Unplug();
     reachedFault_ = true;
   }
@@ -119,11 +129,13 @@ LONGLONG Stage::AtSwitchPoint(const host::SwitchPlace& place) {
 }
 
 void Stage::FailAllocation(std::uint64_t number) {
+  if (!parts_.Has("an allocation fails")) return;
   isFaultSet_ = true;
   host::FailPoolAllocation(static_cast<std::uint32_t>(number));
 }
 
 void Stage::FailCall(const char* function, std::uint64_t number, NTSTATUS status) {
+  if (!parts_.Has(std::string(function) + " fails")) return;
   isFaultSet_ = true;
   host::FailKernelCall(function, static_cast<std::uint32_t>(number), status);
 }

@@ -9,6 +9,7 @@
 #include "scenarios/camera/stamped_camera.h"
 #include "scenarios/camera/surroundings.h"
 #include "scenarios/run/random.h"
+#include "scenarios/run/run_parts.h"
 #include "scenarios/run/run_result.h"
 #include "scenarios/run/status_text.h"
 #include "scenarios/run/trace_record.h"
@@ -37,7 +38,8 @@ struct PlugOptions {
 /// one change of a pin's or the device's state at a time.
 class Stage final : public RunChecks {
  public:
-  Stage(const RunKey& key, TraceRecord& trace);
+  /// @param parts  what of the run is left out; outlives it
+  Stage(const RunKey& key, TraceRecord& trace, RunParts& parts);
   Stage(const Stage&) = delete;
   Stage& operator=(const Stage&) = delete;
   ~Stage() { trace_.Watch(nullptr); }
@@ -45,6 +47,11 @@ class Stage final : public RunChecks {
   [[nodiscard]] Random& Chance() { return chance_; }
   [[nodiscard]] const RunKey& Key() const { return key_; }
   [[nodiscard]] TraceRecord& Trace() { return trace_; }
+
+  /// Whether a thread performs its `number`-th operation; false for one that is left out of this run.
+  [[nodiscard]] bool HasOperation(const std::string& who, std::uint64_t number, Random& chance) {
+    return parts_.HasOperation(who + " operation " + std::to_string(number), chance);
+  }
 
   static void Sleep(LONGLONG time);
   /// Sleeps up to `longest`; often not at all.
@@ -121,11 +128,13 @@ class Stage final : public RunChecks {
   [[nodiscard]] UsbDeviceRecord* Device() const;
 
  private:
+  [[nodiscard]] bus::FaultScript WithoutOmitted(const bus::FaultScript& script);
   void CheckRequest(PIRP irp, const URB& urb);
   void CheckLine(std::string_view line);
 
   const RunKey key_;
   TraceRecord& trace_;
+  RunParts& parts_;
   Random chance_;
   std::unique_ptr<Surroundings> around_;
   std::unique_ptr<StampedCamera> camera_;

@@ -5,7 +5,9 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
+#include "platform/host/nt/scheduling/thread.h"
 #include "platform/shared_access.h"
 #include "scenarios/stage/transport_stage.h"
 
@@ -79,6 +81,66 @@ TEST(Minimizer, ScheduleOfTheResultIsThatRunAgain) {
   const RunResult result = RunScenario(kLosing, key, {.Follow = &found.Schedule, .Record = &again});
   EXPECT_EQ(result.Hash, found.Result.Hash);
   EXPECT_EQ(again.Deviations, found.Schedule.Deviations);
+}
+
+// Fails if its third and its seventh operation draw what they draw in the whole run, an allocation fails, and the
+// second request of the bus is refused.
+void FailByAFewParts(Stage& stage) {
+  Random whole(stage.Key().Seed, 9);
+  Random chance = whole;
+  PlugOptions options;
+  for (std::uint64_t request = 1; request <= 3; ++request) {
+    options.Script.Faults.push_back({.Place = bus::FaultPlace::Control, .At = request});
+  }
+  bus::UsbBus& bus = stage.LayBus(options);
+  stage.FailCall("ZwWriteFile", 1, STATUS_UNSUCCESSFUL);
+  stage.FailAllocation(1);
+  int same = 0;
+  for (std::uint64_t i = 1; i <= 10; ++i) {
+    const std::uint64_t drawn = whole.Next();
+    if (!stage.HasOperation("device", i, chance)) continue;
+    if (chance.Next() == drawn && (i == 3 || i == 7)) ++same;
+  }
+  bus::UsbStatus second{};
+  for (int request = 1; request <= 3; ++request) {
+    std::uint8_t descriptor[18] = {};
+    const bus::SetupPacket read{.RequestType = 0x80, .Request = 6, .Value = 0x100, .Length = 18};
+    const bus::UsbStatus status = bus.ControlTransfer(read, descriptor).Status;
+    if (request == 2) second = status;
+  }
+  void* const memory = ExAllocatePoolWithTag(NonPagedPool, 16, 0x206D6457);
+  const bool isFailing = same == 2 && memory == nullptr && second == bus::UsbStatus::Stalled;
+  if (memory != nullptr) ExFreePool(memory);
+  stage.EndFaults();
+  stage.TakeUpBus();
+  stage.Require(!isFailing, "it fails");
+}
+
+TEST(Minimizer, LeavesTheFaultsAndOperationsThatTheFailureNeeds) {
+  const Scenario scenario{"parts", "", FailByAFewParts};
+  const MinimizedRun found = Minimize(scenario, {"parts", 1, 0, kWithPoints}, GoOn);
+  EXPECT_EQ(found.Result.Outcome, Verdict::Failed);
+  EXPECT_TRUE(found.IsMinimal);
+  EXPECT_EQ(found.PartsBefore, 15U);
+  ASSERT_EQ(found.Parts.size(), 4U);
+  EXPECT_TRUE(found.Parts[0].starts_with("fault 2: ")) << found.Parts[0];
+  EXPECT_EQ(found.Parts[1], "an allocation fails");
+  EXPECT_EQ(found.Parts[2], "device operation 3");
+  EXPECT_EQ(found.Parts[3], "device operation 7");
+}
+
+// Its stall is one of its parts.
+TEST(Minimizer, StallThatTheFailureNeedsIsLeft) {
+  const Scenario scenario{"stalled", "", [](Stage& stage) {
+                            const host::Thread& self = host::CurrentThread();
+                            stage.StallOne(
+                                [&self](const host::Thread& thread) { return &thread == &self; }, 1,
+                                kSecond);
+                            KeGetCurrentIrql();
+                            stage.RequireAlways(!stage.WasStalled(), "it was stalled");
+                          }};
+  const MinimizedRun found = Minimize(scenario, {"stalled", 1, 0, kWithPoints}, GoOn);
+  EXPECT_EQ(found.Parts, std::vector<std::string>{"stall 1"});
 }
 
 TEST(Minimizer, RunThatPassesIsLeftAlone) {

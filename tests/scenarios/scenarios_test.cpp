@@ -128,6 +128,14 @@ TEST(Scenarios, RecoveriesAndFramesHappenInThem) {
   EXPECT_GT(sum.Recoveries, 6U);
 }
 
+// The only allocation that fails is that of the request for the state of a stream that was stopped.
+TEST(Scenarios, StreamWhoseStateCouldNotBeAskedForMayTakeAFormat) {
+  const RunResult result =
+      RunScenario(*FindScenario("out-of-memory-client"),
+                  {"out-of-memory-client", 2001987, 0, {.HasPoints = true, .HasExposure = true}});
+  EXPECT_NE(result.Outcome, Verdict::Failed) << result.What;
+}
+
 // Its bitmap header is too short for the size, so that the stream's buffers have no memory, and are refused.
 TEST(Scenarios, ApplicationWhoseFormatTellsNoPictureSizeMayGetItsBuffersRefused) {
   const RunResult result = Play("clients-and-faults", 2001365);
