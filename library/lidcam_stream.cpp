@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "library/api_error.h"
+#include "library/base/command_error.h"
 #include "library/camera_handle.h"
 #include "library/lidcam.h"
 #include "library/settings/stream_size.h"
