@@ -141,12 +141,21 @@ bool Answer(std::uintptr_t place, greg_t* registers) {
   std::abort();
 }
 
-void DivertToReport(int signal, const siginfo_t& info, greg_t* registers) {
-  const auto place = static_cast<std::uintptr_t>(registers[REG_RIP]);
+// The driver's call in which code of the host runs on the driver's stack; 0 if none does.
+std::uintptr_t CallOnDriverStack(const greg_t* registers) {
+  const auto* word = reinterpret_cast<const std::uintptr_t*>(registers[REG_RSP]);
+  const DriverStack* const stack = DriverStack::FindOfCurrentThread();
+  for (; stack != nullptr && stack->Contains(word); ++word) {
+    if (RangeOf(*word) != nullptr) return *word - 1;
+  }
+  return 0;
+}
+
+void DivertToReport(int signal, const siginfo_t& info, greg_t* registers, std::uintptr_t place) {
   const DriverStack* const stack = DriverStack::FindOfCurrentThread();
   if (stack == nullptr || stack->IsInGuard(info.si_addr)) EndAtOverflow(place);
   // Unwinding looks up the byte ahead of a return address.
-  const std::uintptr_t from = place + 1;
+  const std::uintptr_t from = static_cast<std::uintptr_t>(registers[REG_RIP]) + 1;
   registers[REG_RSP] -= static_cast<greg_t>(sizeof(from));
   std::memcpy(reinterpret_cast<void*>(registers[REG_RSP]), &from, sizeof(from));
   registers[REG_RCX] = static_cast<greg_t>(place);
@@ -218,8 +227,10 @@ void OnFault(int signal, siginfo_t* info, void* context) {
   if (isDriver && ContinueWithBlock(signal, *range, registers)) return;
   if (isDriver && ContinueWithSpin(signal, registers)) return;
   if (!IsToStop(isDriver) && HandlerBeforeTakes(signal, info, context)) return;
-  if (isDriver) {
-    DivertToReport(signal, *info, registers);
+  // The driver's copies and fills are calls of the host's on its own stack.
+  const std::uintptr_t blamed = isDriver ? place : CallOnDriverStack(registers);
+  if (blamed != 0) {
+    DivertToReport(signal, *info, registers, blamed);
   } else {
     ::signal(signal, SIG_DFL);  // the access is repeated
   }

@@ -17,6 +17,7 @@
 #include "library/base/command_error.h"
 #include "library/base/interrupt.h"
 #include "platform/host/nt/memory/pool_arena.h"
+#include "platform/image/image_file.h"
 #include "scenarios/minimizer.h"
 #include "scenarios/runner.h"
 #include "scenarios/stated_hangs.h"
@@ -132,6 +133,15 @@ std::string VerdictText(const RunResult& result) {
   return text;
 }
 
+// What the key of a run doesn't know belongs to its command line, too.
+std::string WholeReplayCommand(const RunResult& result, const SimulateCommand& command) {
+  std::string text = scenarios::ReplayCommand(result.Key);
+  if (testbed::IsDriverOfImage()) text += " --driver " + testbed::DriverImage()->Name();
+  if (command.IsSideBySide) text += " --side-by-side";
+  if (command.HasGuardPages) text += " --guard-pages";
+  return text;
+}
+
 void PrintText(const RunResult& result, const SimulateCommand& command) {
   const bool isFailed = result.Outcome == Verdict::Failed;
   if (command.ShowsTrace) std::fputs(result.Trace.c_str(), stdout);
@@ -147,11 +157,11 @@ void PrintText(const RunResult& result, const SimulateCommand& command) {
   }
   if (!isFailed) return;
   std::printf("  %s\n  replay: %s\n", result.What.c_str(),
-              scenarios::ReplayCommand(result.Key).c_str());
+              WholeReplayCommand(result, command).c_str());
   if (command.ShowsTrace) std::fputs(result.Report.c_str(), stdout);
 }
 
-void PrintJson(const RunResult& result) {
+void PrintJson(const RunResult& result, const SimulateCommand& command) {
   nlohmann::json json{{"scenario", result.Key.Scenario},
                       {"seed", result.Key.Seed},
                       {"schedule", result.ScheduleLength},
@@ -169,7 +179,7 @@ void PrintJson(const RunResult& result) {
   if (!result.Hang.empty()) json["hang"] = result.Hang;
   if (result.Outcome == Verdict::Failed) {
     json["what"] = result.What;
-    json["replay"] = scenarios::ReplayCommand(result.Key);
+    json["replay"] = WholeReplayCommand(result, command);
   }
   std::printf("%s\n", JsonText(json, -1).c_str());
 }
@@ -178,7 +188,7 @@ void Print(const RunResult& result, const SimulateCommand& command) {
   if (!command.IsJson) {
     PrintText(result, command);
   } else if (!command.IsQuiet || result.Outcome == Verdict::Failed) {
-    PrintJson(result);
+    PrintJson(result, command);
   }
   RequireStandardOutput();
 }

@@ -7,6 +7,7 @@
 #include <initializer_list>
 #include <set>
 #include <string>
+#include <string_view>
 
 #include "platform/host/nt/io/device_object.h"
 #include "platform/host/nt/memory/pool_arena.h"
@@ -98,6 +99,22 @@ TEST(LoadedDriver, ItsSpinLoopsLetOtherThreadsRun) {
 TEST(LoadedDriver, AFaultIsAViolationThatNamesItsPlace) {
   EXPECT_EQ(ViolationOf(MadeImage::kReadsNull),
             "driver: an access to memory that isn't there (0x0) at made.sys+0x1044");
+}
+
+TEST(LoadedDriver, AFaultInAFillThatItCallsIsAViolationThatNamesTheCall) {
+  MadeImage made;
+  made.PutText(MadeImage::OffsetOf(MadeImage::kNames + 0x60), std::string_view("memset", 7));
+  const host::VerifierCapture capture;
+  const ImageFile file = made.File();
+  const LoadedDriver driver(file);
+  using Fill = void*(NTAPI*)(void* memory, int value, SIZE_T size);
+  try {
+    host::Simulate({}, [&] { Callback<Fill>(driver, MadeImage::kEndsThread)(nullptr, 0, 8); });
+  } catch (const host::KernelStopped&) {
+  }
+  ASSERT_EQ(capture.Violations().size(), 1U);
+  EXPECT_EQ(capture.Violations().front().What,
+            "an access to memory that isn't there (0x0) at made.sys+0x102b");
 }
 
 // What the driver's read behind a block of 24 bytes, or of a freed one, is reported as.

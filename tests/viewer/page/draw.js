@@ -28,6 +28,8 @@ try {
   const picture = await page.locator('canvas.picture').boundingBox();
   await page.mouse.move(picture.x + picture.width * 0.625, picture.y + picture.height * 0.1);
   await until(async () => /^Y \d+/.test(await page.locator('.loupe .values').innerText()), 'the values of a pixel');
+  await page.getByText('30 s', { exact: true }).click();
+  await page.mouse.move(picture.x + picture.width * 0.625, picture.y + picture.height * 0.1);
   await page.screenshot({ path: file });
 } finally {
   await browser.close();

@@ -185,8 +185,7 @@ test('two pages have the same camera, and a slow one holds up neither the camera
   const other = await openPage(browser, program, { viewport: { width: 800, height: 700 } });
   await firstPicture(other.page);
   await firstPicture(opened.page);
-  const session = await other.context.newCDPSession(other.page);
-  await session.send('Emulation.setCPUThrottlingRate', { rate: 20 });
+  await other.page.evaluate(drawSlowly);
   const begun = await Promise.all([shownNumber(opened.page), shownNumber(other.page)]);
   await frameAfter(opened.page, begun[0] + 30);
   await frameAfter(other.page, begun[1]);
@@ -198,6 +197,15 @@ test('two pages have the same camera, and a slow one holds up neither the camera
   await other.context.close();
   await until(async () => (await opened.page.locator('#figures .viewers b').innerText()) === '1', 'one viewer');
 });
+
+/** Runs in the page, which then has drawn a frame only 400 ms after it came. */
+function drawSlowly() {
+  const { send } = WebSocket.prototype;
+  WebSocket.prototype.send = function delayed(text) {
+    if (JSON.parse(text).do === 'shown') setTimeout(() => send.call(this, text), 400);
+    else send.call(this, text);
+  };
+}
 
 test('a hidden page asks for no frames, and for frames again when it is seen', async () => {
   const { page } = opened;

@@ -26,7 +26,8 @@ export class Trace {
   async linesOf(pattern, action) {
     await this.page.evaluate(() => window.tracedLines.splice(0));
     await action();
-    await until(async () => (await this.page.evaluate(() => window.tracedLines)).some((line) => pattern.test(line)), `${pattern}`);
+    const lines = () => this.page.evaluate(() => window.tracedLines);
+    await until(async () => (await lines()).some((line) => pattern.test(line)), `${pattern}`);
   }
 }
 

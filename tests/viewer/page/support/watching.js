@@ -6,8 +6,8 @@ import { cellCentres, counterArea, readCounter } from './counter.js';
  * Reads the counter of each frame that comes onto the canvas.
  * @param {import('playwright-core').Page} page
  * @param {number} count of frames
- * @returns {Promise<{counters: Map<number, number>, whole: Set<number>}>} counter by the frame's number, and the numbers of
- *   frames that lost nothing on the bus: the end of others, with the counter, is that of an older frame
+ * @returns {Promise<{counters: Map<number, number>, whole: Set<number>}>} counter by the frame's number, and the
+ *   numbers of frames that lost nothing on the bus: the end of others, with the counter, is that of an older frame
  */
 export async function countersOnCanvas(page, count) {
   const { width, height } = await page
@@ -89,6 +89,8 @@ function gatherFromCamera({ count, area, centres }) {
           height: 1,
         });
       }
+      // After the questions, and ahead of their answers: a busy machine would leave most frames out.
+      send({ do: 'shown', camera: 0, number });
     };
     const answered = (message) => {
       if (message.error) reject(new Error(message.error));
@@ -96,9 +98,7 @@ function gatherFromCamera({ count, area, centres }) {
       const { row, number } = asked.get(message.answer);
       if (!found.has(number)) found.set(number, new Map());
       if (message.number === number) found.get(number).set(row, message.y);
-      if (row !== rows.at(-1)) return;
-      send({ do: 'shown', camera: 0, number });
-      if (found.size < count) return;
+      if (row !== rows.at(-1) || found.size < count) return;
       socket.close();
       const whole = [...found].filter(([, lines]) => lines.size === rows.length);
       resolve(whole.map(([frame, lines]) => [frame, centres.map(({ x, y }) => lines.get(y)[x])]));
