@@ -75,13 +75,23 @@ class Search {
       best_.Result.Outcome = Verdict::Passed;
       return std::move(best_);
     }
-    best_.IsMinimal = RemoveDeviations() && RemoveFaultsAndOperations() && RemoveDeviations();
+    best_.IsMinimal = RemoveAll();
     return std::move(best_);
   }
 
  private:
-  [[nodiscard]] bool GoesOn() const {
-    return seen_(best_.Schedule.Deviations.size() + best_.Parts.size());
+  [[nodiscard]] std::size_t Left() const {
+    return best_.Schedule.Deviations.size() + best_.Parts.size();
+  }
+  [[nodiscard]] bool GoesOn() const { return seen_(Left()); }
+
+  // What one kind leaves may make more of the other one needless. @return false if it was stopped
+  bool RemoveAll() {
+    for (std::size_t before = 0; before != Left();) {
+      before = Left();
+      if (!RemoveDeviations() || !RemoveFaultsAndOperations()) return false;
+    }
+    return true;
   }
 
   // @return false if it was stopped
