@@ -18,15 +18,15 @@ SCRIPTS = ROOT / "scripts"
 
 
 # Scripts that do their work without an argument.
-WITH_DEFAULTS = ("bench-simulation", "check-kernel-objects", "check-layers", "mutate-ordering", "spoil-image",
-                 "test-changed", "test-usb", "test-v4l2", "test-viewer")
+WITH_DEFAULTS = ("bench-simulation", "check-kernel-objects", "check-layers", "image-coverage", "mutate-ordering",
+                 "spoil-image", "test-changed", "test-usb", "test-v4l2", "test-viewer", "viewer-load")
 
 
 def python_scripts():
-    """All files of the project that Python runs, but for the tests."""
+    """All files of the project that Python runs, but for the tests and for modules of several scripts."""
     for folder in (SCRIPTS, SCRIPTS / "windows", ROOT / "fuzz"):
         for path in sorted(folder.iterdir()):
-            if path.is_file() and path.name != "program_end.py":
+            if path.is_file() and path.name not in ("image_code.py", "program_end.py"):
                 with open(path, "rb") as file:
                     if path.suffix == ".py" or b"python" in file.readline():
                         yield path
