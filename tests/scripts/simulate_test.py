@@ -39,7 +39,7 @@ class SimulateTest(unittest.TestCase):
 
     def test_results_of_runs_add_up_to_what_was_printed(self):
         results = self.path("results")
-        played = self.simulate("40", LIDCAM, "--first", "5", "--results", results)
+        played = self.simulate("50", LIDCAM, "--first", "5", "--results", results)
         self.assertEqual(played.returncode, 0, played.stderr)
         merged = self.simulate("--merge", results)
         self.assertEqual(merged.returncode, 0, merged.stderr)
