@@ -85,6 +85,40 @@ note second "$LIDCAM" share --camera "$LIVE" --v4l2 $device --size "$SIZE"
 end_service readers
 note after v4l2-ctl -d $device --info
 
+say "cost"
+# ticks PROCESS: the processor time that it has used, in hundredths of a second.
+ticks() {
+  local line
+  read -r line <"/proc/$1/stat"
+  set -- ${line##*) }
+  echo $((${12} + ${13}))
+}
+# cost_of_shared FRAMES: of the service, not of the program that reads.
+cost_of_shared() {
+  local before
+  before=$(ticks $service)
+  FRAMES=$1 read_by_v4l2_ctl /dev/null >/dev/null 2>&1
+  looks=$((looks + 1))
+  wait_for 60 said cost $looks "nobody looks"
+  echo $(($(ticks $service) - before))
+}
+cost_of_stream() {
+  TIMEFORMAT='%U %S'
+  { time "$LIDCAM" stream --quiet --camera "$LIVE" --size "$SIZE" --frames "$1" -o /dev/null >/dev/null 2>&1; } 2>&1
+}
+share cost "$LIVE"
+looks=0
+cost_of_shared 5 >/dev/null
+looks=1
+{
+  echo "shared 30 $(cost_of_shared 30)"
+  looks=2
+  echo "shared 210 $(cost_of_shared 210)"
+  echo "stream 30 $(cost_of_stream 30)"
+  echo "stream 210 $(cost_of_stream 210)"
+} >"$results/frame-cost"
+end_service cost
+
 say "unplugged"
 share unplugged "$LIVE" --faults 'at 1s unplug'
 FRAMES=80 note unplugged_reader read_by_v4l2_ctl "$results/unplugged.yuy2"
