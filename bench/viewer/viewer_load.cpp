@@ -30,7 +30,7 @@ struct Viewer {
 
 // Draws every picture at once.
 void Watch(PageClient& page, Viewer& viewer, const std::atomic<bool>& isOver) {
-  page.Raw().LongestWait = std::chrono::minutes(10);  // a busy machine is none that closes
+  page.Raw().LongestWait = std::chrono::minutes(10);  // a busy machine doesn't close a page
   try {
     page.Say({{"do", "watch"}, {"cameras", {0}}});
     while (!isOver) {

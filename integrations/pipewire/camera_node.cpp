@@ -188,7 +188,7 @@ void CameraNode::OnParamChanged(void* user, std::uint32_t id, const spa_pod* par
   }
 }
 
-// PipeWire negotiates anew whenever somebody comes or goes. The memory of pictures of one size stays, and with it the
+// PipeWire negotiates anew whenever a viewer comes or goes. The memory of pictures of one size stays, and with it the
 // camera's stream.
 void CameraNode::ChangeFormat(const spa_pod* format) {
   format_ = format != nullptr ? ReadFormat(format) : std::nullopt;

@@ -88,7 +88,7 @@ void PictureBuffers::Show(pw_stream* stream, Picture& picture) {
   pw_stream_queue_buffer(stream, slot->Buffer);
 }
 
-// A picture's own buffer may still show a notice to somebody; it then goes into another one.
+// A viewer may still read a notice from the picture's own buffer; the picture then goes into another one.
 PictureBuffers::Slot* PictureBuffers::SlotFor(const Picture& picture) {
   Slot* other = nullptr;
   for (Slot& slot : slots_) {

@@ -17,7 +17,7 @@ struct FreedUse {
 /// "memory 0x7f... (24 bytes, tag 'Test') was used at byte 8 after it had been freed"
 [[nodiscard]] std::string DescribeFreedUse(const FreedUse& use);
 
-/// "memory 0x7f... (24 bytes, tag 'Test') was used at byte 32", which is none of its bytes
+/// "memory 0x7f... (24 bytes, tag 'Test') was used at byte 32", which is not one of its bytes
 [[nodiscard]] std::string DescribeOverrun(const FreedUse& use);
 
 /// "'Test'": a tag is four letters, the first in the lowest byte.
