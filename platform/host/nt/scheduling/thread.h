@@ -54,6 +54,9 @@ struct Thread {
   // The locks it holds, oldest first.
   std::vector<const void*> Held;
 
+  // Requests of applications that it runs; one may cause another.
+  std::size_t ApplicationRequests = 0;
+
   // The path in progress, if it must not allocate or wait.
   const char* AllocationFreePath = nullptr;
 
