@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "platform/host/nt/memory/guards/paged_memory.h"
 #include "platform/host/nt/scheduling/thread.h"
 #include "platform/host/nt/scheduling/violation.h"
 
@@ -19,6 +20,14 @@ void CheckLevel(const CallRule& rule, const Thread& self) {
 void CheckFreedUse(const CallRule& rule, Thread& self) {
   if (self.UsedFreed.Block == nullptr || self.World.IsStopping()) return;
   ReportViolation(rule.Name, "ahead of it " + DescribeFreedUse(self.UsedFreed));
+}
+
+// What a call at dispatch level uses has to be resident.
+void CheckResidence(const CallRule& rule, const Thread& self, const void* object) {
+  if (self.Level < DISPATCH_LEVEL || self.World.IsStopping()) return;
+  const std::string paged = FindPagedBlock(object);
+  if (paged.empty()) return;
+  ReportViolation(rule.Name, "called at dispatch level for an object in paged " + paged);
 }
 
 const char* Verb(CallEffect effect) {
@@ -63,6 +72,7 @@ Thread& EnterKernelCall(const CallRule& rule, const void* object) {
                             .Object = object});
   CheckFreedUse(rule, self);
   CheckLevel(rule, self);
+  CheckResidence(rule, self, object);
   CheckAllocationFree(rule, self, rule.Effect);
   self.World.SwitchPoint(self, rule.Name, SwitchKind::Call);
   return self;

@@ -46,8 +46,8 @@ struct Thread {
   Scheduler& World;
   const std::uint32_t Number;  ///< within its world, in the order of creation
   const std::string Name;
-  bool IsService = false;  ///< one of the kernel's own, which never ends
-  KIRQL Level = PASSIVE_LEVEL;
+  bool IsService = false;       ///< one of the kernel's own, which never ends
+  KIRQL Level = PASSIVE_LEVEL;  ///< changed by SetLevel()
   std::atomic<KPRIORITY> Priority{8};
   std::atomic<LONG> References{1};  ///< the first is held by the running thread itself
 
@@ -100,6 +100,9 @@ Thread* SetCurrentThread(Thread* thread);
 /// Until the call with -1, a machine thread that belongs to no world mustn't call the kernel: it
 /// would run concurrently with a simulation that doesn't schedule it.
 void CountSimulations(int change);
+
+/// Raises or lowers a thread that runs. At dispatch level the world's paged memory is inaccessible.
+void SetLevel(Thread& self, KIRQL level);
 
 /// Body of a machine thread for a kernel thread: runs `body`, then signals the thread object.
 void RunThread(Thread& thread, const std::function<void()>& body);

@@ -203,6 +203,7 @@ void SimulatedScheduler::PassBaton(Thread& self, Thread& next, Guard& guard) {
   guard.unlock();
   self.Context->SwitchTo(*next.Context);
   SetCurrentThread(&self);
+  SetLevel(self, self.Level);
   guard.lock();
 }
 
