@@ -20,7 +20,11 @@ PREFIXES = ("lock", "rep", "repz", "notrack", "bnd", "data16", "cs")
 # The simulated cameras whose sensor has a frame size, but for the usual one.
 SENSORS = ("1af0:0511,sensor=VGA0408", "1af0:0511,config=short", "1af0:6010", "1af0:6010,sensor=OV7660",
            "1af0:6010,sensor=OV7663", "1af0:6010,sensor=VGA7648", "1af0:6011", "1af0:6011,sensor=K82", "1b17:6101",
-           "1b17:6110", "1b17:6111", "1b17:6111,sensor=OV7670")
+           "1b17:6110", "1b17:6111", "1b17:6111,sensor=OV7660", "1b17:6111,sensor=OV7663", "1b17:6111,sensor=OV7670")
+
+# What an application sets, for cameras whose sensors differ in it.
+SETTINGS = (("Flicker=0", "Exposure=100", "Effect=3", "Vertical=1"), ("Flicker=1", "Exposure=1"),
+            ("Flicker=2", "Exposure=70", "Mirror=0", "LDMode=1"))
 
 
 class Image:
@@ -85,13 +89,18 @@ class Image:
 
 
 def picture_commands(program, image, folder):
-    """Commands with the image that write pictures of every size, in changing light and of every sensor, and a still."""
-    streams = [("sim", 30, size) for size in ("640x480", "352x288", "320x240", "176x144", "160x120")]
-    streams.append(("sim,light=300lx@0s;2lx@2s;60lx@9s;3000lx@12s", 450, "160x120"))
-    streams += [(f"sim:{camera}", 3, "160x120") for camera in SENSORS]
-    for number, (camera, frames, size) in enumerate(streams):
+    """Commands with the image that write pictures of every size, in changing light, of every sensor and with settings
+    of the controls, and a still."""
+    streams = [("sim", 30, size, ()) for size in ("640x480", "352x288", "320x240", "176x144", "160x120")]
+    streams.append(("sim,light=300lx@0s;2lx@2s;60lx@9s;3000lx@12s", 450, "160x120", ()))
+    for camera in ("1af0:0511",) + SENSORS:
+        streams += [(f"sim:{camera}", 3, "160x120", settings) for settings in ((),) + SETTINGS]
+    for number, (camera, frames, size, settings) in enumerate(streams):
+        options = [word for setting in settings for word in ("--set", setting)]
+        if settings:
+            options += ["--set", "AutoExposure=0"]
         yield [program, "stream", "--camera", camera, "--fast", "--frames", str(frames), "--size", size, "--quiet",
-               "--driver", str(image), "-o", str(folder / f"pictures-{number}.y4m")]
+               *options, "--driver", str(image), "-o", str(folder / f"pictures-{number}.y4m")]
     yield [program, "still", "--camera", "sim", "--fast", "--quiet", "--driver", str(image), "-o",
            str(folder / "still.png")]
 
