@@ -2,6 +2,7 @@
 
 import bisect
 import collections
+import pathlib
 import re
 import struct
 import subprocess
@@ -16,6 +17,10 @@ TARGET = re.compile(r"^(?:0x)?([0-9a-f]+)\b")
 ENDS = ("ret", "jmp", "ud2", "int3")
 HAS_NOT_RUN, HAS_RUN = 1, 2
 PREFIXES = ("lock", "rep", "repz", "notrack", "bnd", "data16", "cs")
+
+# Kinds of transfers in a capture.
+ISOCHRONOUS, CONTROL = 0, 2
+PCAP, USBMON = b"\xd4\xc3\xb2\xa1", b"\xdc\0\0\0"
 
 # The simulated cameras whose sensor has a frame size, but for the usual one.
 SENSORS = ("1af0:0511,sensor=VGA0408", "1af0:0511,config=short", "1af0:6010", "1af0:6010,sensor=OV7660",
@@ -86,6 +91,36 @@ class Image:
             if one.name.startswith("j") and target:
                 begins.add(int(target[1], 16) - self.base)
         return without_padding(instructions, begins)
+
+
+def control_requests(path):
+    """A line for each control transfer of a capture by lidcam record, ahead of the first isochronous one: what the
+    camera is asked, what it is sent and what it answers."""
+    data = pathlib.Path(path).read_bytes()
+    if data[:4] != PCAP or data[20:24] != USBMON:
+        raise ValueError(f"{path}: is no capture by lidcam record")
+    at = 24
+    while at < len(data):
+        captured, = struct.unpack_from("<I", data[at:at + 16].ljust(16, b"\0"), 8)
+        packet = data[at + 16:at + 16 + captured]
+        at += 16 + captured
+        if at > len(data) or captured < 64:
+            raise ValueError(f"{path}: ends within a packet")
+        if packet[9] == ISOCHRONOUS:
+            return
+        if packet[9] == CONTROL:
+            is_request = packet[8:9] == b"S"
+            status, = struct.unpack_from("<i", packet, 28)
+            yield f"request {packet[40:48].hex()} {packet[64:].hex()}" if is_request else \
+                f"answer {status} {packet[64:].hex()}"
+
+
+def record_commands(program, image, folder):
+    """Commands with the image that record how every sensor is found and set."""
+    for number, camera in enumerate(("1af0:0511",) + SENSORS):
+        yield [program, "record", "--camera", f"sim:{camera}", "--fast", "--frames", "1", "--size", "160x120", "--quiet",
+               "--set", "AutoExposure=0", "--set", "Exposure=70", "--driver", str(image), "-o",
+               str(folder / f"requests-{number}.pcap")]
 
 
 def picture_commands(program, image, folder):
