@@ -211,7 +211,7 @@ TEST_F(CameraTest, AnUnpluggedCameraIsAnEventAndCanBeOpenedAgain) {
   ASSERT_EQ(lidcam_start(camera, nullptr), LIDCAM_OK);
   const lidcam_frame* frame = nullptr;
   lidcam_status status = LIDCAM_OK;
-  while ((status = lidcam_next_frame(camera, 10'000, &frame)) == LIDCAM_OK)
+  while ((status = lidcam_next_frame(camera, kLongestWait, &frame)) == LIDCAM_OK)
     lidcam_frame_release(frame);
   EXPECT_EQ(status, LIDCAM_ERROR_UNPLUGGED);
   EXPECT_STREQ(lidcam_error_text(), "camera 'sim' was unplugged");
