@@ -28,6 +28,9 @@ SENSORS = ("1af0:0511,sensor=VGA0408", "1af0:0511,config=short", "1af0:6010", "1
            "1b17:6110", "1b17:6111", "1b17:6111,sensor=OV7660", "1b17:6111,sensor=OV7663", "1b17:6111,sensor=OV7670")
 
 # What an application sets, for cameras whose sensors differ in it.
+EVERY_SETTING = ("Brightness=20", "Contrast=4", "Saturation=60", "Sharpness=1", "Gamma=5", "WhiteBalance=0",
+                 "BacklightCompensation=1", "ColorEnable=0", "AutoExposure=0", "Exposure=70", "Mirror=0", "Vertical=1",
+                 "Flicker=2", "Effect=3", "LDMode=1", "LED=2")
 SETTINGS = (("Flicker=0", "Exposure=100", "Effect=3", "Vertical=1"), ("Flicker=1", "Exposure=1"),
             ("Flicker=2", "Exposure=70", "Mirror=0", "LDMode=1"))
 
@@ -119,7 +122,7 @@ def record_commands(program, image, folder):
     """Commands with the image that record how every sensor is found and set."""
     for number, camera in enumerate(("1af0:0511",) + SENSORS):
         yield [program, "record", "--camera", f"sim:{camera}", "--fast", "--frames", "1", "--size", "160x120", "--quiet",
-               "--set", "AutoExposure=0", "--set", "Exposure=70", "--driver", str(image), "-o",
+               *(word for setting in EVERY_SETTING for word in ("--set", setting)), "--driver", str(image), "-o",
                str(folder / f"requests-{number}.pcap")]
 
 
