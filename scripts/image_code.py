@@ -121,8 +121,8 @@ def control_requests(path):
 def record_commands(program, image, folder):
     """Commands with the image that record how every sensor is found and set."""
     for number, camera in enumerate(("1af0:0511",) + SENSORS):
-        yield [program, "record", "--camera", f"sim:{camera}", "--fast", "--frames", "1", "--size", "160x120", "--quiet",
-               *(word for setting in EVERY_SETTING for word in ("--set", setting)), "--driver", str(image), "-o",
+        yield [program, "record", "--camera", f"sim:{camera}", "--fast", "--frames", "1", "--size", "160x120",
+               "--quiet", *(word for setting in EVERY_SETTING for word in ("--set", setting)), "--driver", str(image), "-o",
                str(folder / f"requests-{number}.pcap")]
 
 

@@ -64,8 +64,8 @@ auto ForApplication(const Action& action) {
   return result;
 }
 
-/// The object of `handle`; null for a handle that isn't open. It is a violation to look for a handle of an application's
-/// table from anywhere else.
+/// The object of `handle`; null for a handle that isn't open. It is a violation to look for one of an application's table
+/// from anywhere else.
 /// @par Any thread
 [[nodiscard]] std::shared_ptr<HandleObject> FindHandle(HANDLE handle);
 
