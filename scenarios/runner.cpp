@@ -13,6 +13,7 @@
 #include "platform/host/nt/system/debug_print.h"
 #include "platform/host/nt/verifier/kernel_faults.h"
 #include "platform/host/nt/verifier/verifier.h"
+#include "scenarios/run/swarm.h"
 #include "scenarios/stated_hangs.h"
 #include "testbed/shared_exposure.h"
 
@@ -119,6 +120,7 @@ RunOptions operator|(const RunOptions& a, const RunOptions& b) {
   return {.HasPoints = a.HasPoints || b.HasPoints,
           .HasStalls = a.HasStalls || b.HasStalls,
           .HasExposure = a.HasExposure || b.HasExposure,
+          .IsSwarm = a.IsSwarm || b.IsSwarm,
           .Scheduler = b.Scheduler != host::SchedulerKind::Walk ? b.Scheduler : a.Scheduler,
           .IsSideBySide = a.IsSideBySide || b.IsSideBySide};
 }
@@ -128,6 +130,7 @@ std::string ToString(const RunOptions& options) {
   if (options.HasPoints) text += " --points";
   if (options.HasStalls) text += " --stalls";
   if (options.HasExposure) text += " --exposure";
+  if (options.IsSwarm) text += " --swarm";
   if (options.Scheduler != host::SchedulerKind::Walk) {
     text.append(" --scheduler ").append(host::ToString(options.Scheduler));
   }
@@ -158,7 +161,8 @@ RunResult RunScenario(const Scenario& scenario, const RunKey& key, const RunReco
     pool.emplace([&trace](const host::PoolEvent& event) { trace.Add(ToString(event)); });
   }
   RunParts all;
-  Stage stage(played, trace, records.Parts != nullptr ? *records.Parts : all);
+  Swarm swarm = played.Options.IsSwarm ? Swarm(key.Seed) : Swarm();
+  Stage stage(played, trace, records.Parts != nullptr ? *records.Parts : all, swarm);
   std::uint64_t schedule = 0;
   {
     host::SimulatedScheduler world(
@@ -186,6 +190,8 @@ RunResult RunScenario(const Scenario& scenario, const RunKey& key, const RunReco
   result.Trace = trace.Text();
   stage.EndFaults();
   result.Counts = stage.Counts();
+  result.LeftOut = swarm.LeftOut();
+  result.Parameters = swarm.Parameters();
   result.ReachedFault = stage.ReachedFault();
   const auto violations = capture.Violations();
   if (violations.empty()) {

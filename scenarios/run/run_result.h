@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
+#include <set>
 #include <string>
 #include <string_view>
 
@@ -22,6 +24,7 @@ struct RunOptions {
   bool HasPoints = false;    ///< switch points also between the kernel calls
   bool HasStalls = false;    ///< threads are stalled while time advances
   bool HasExposure = false;  ///< the exposure loop runs: see Surroundings
+  bool IsSwarm = false;      ///< kinds are left out, and parameters drawn: see Swarm
   host::SchedulerKind Scheduler = host::SchedulerKind::Walk;
 
   /// Schedule and trace are the same for every compilation of the driver: no switch points at what images have as
@@ -67,6 +70,11 @@ struct RunResult {
   std::string Report;  ///< of the verifier: threads, last calls
   std::string Trace;   ///< all lines if they were requested, otherwise the last ones
   RunCounts Counts;
+
+  // Of a run that differs from its scenario's usual ones: see Swarm.
+  std::set<std::string> LeftOut;
+  std::map<std::string, std::uint64_t> Parameters;
+
   std::uint64_t Hash = 0;            ///< over the canonical trace and the schedule
   std::uint64_t ScheduleLength = 0;  ///< switch points
   LONGLONG Time = 0;                 ///< virtual time, 100 ns

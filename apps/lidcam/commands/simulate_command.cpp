@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "apps/lidcam/base/standard_output.h"
@@ -142,6 +143,19 @@ std::string WholeReplayCommand(const RunResult& result, const SimulateCommand& c
   return text;
 }
 
+// "left out: pauses, pulled plugs; applications 4, buffers 2"; empty for a usual run.
+std::string SwarmText(const RunResult& result) {
+  if (!result.Key.Options.IsSwarm) return {};
+  std::string text = result.LeftOut.empty() ? "all kinds" : "left out";
+  const char* separator = ": ";
+  for (const std::string& kind : result.LeftOut) text += std::exchange(separator, ", ") + kind;
+  separator = "; ";
+  for (const auto& [parameter, value] : result.Parameters) {
+    text += std::exchange(separator, ", ") + parameter + " " + std::to_string(value);
+  }
+  return text;
+}
+
 void PrintText(const RunResult& result, const SimulateCommand& command) {
   const bool isFailed = result.Outcome == Verdict::Failed;
   if (command.ShowsTrace) std::fputs(result.Trace.c_str(), stdout);
@@ -155,6 +169,8 @@ void PrintText(const RunResult& result, const SimulateCommand& command) {
                 static_cast<unsigned long long>(result.ScheduleLength), Hex(result.Hash).c_str(),
                 ToString(result.Key.Options).c_str(), VerdictText(result).c_str());
   }
+  const std::string swarm = SwarmText(result);
+  if (!swarm.empty() && (isFailed || !command.IsQuiet)) std::printf("  %s\n", swarm.c_str());
   if (!isFailed) return;
   std::printf("  %s\n  replay: %s\n", result.What.c_str(),
               WholeReplayCommand(result, command).c_str());
@@ -175,6 +191,10 @@ void PrintJson(const RunResult& result, const SimulateCommand& command) {
   if (result.Key.Options.HasPoints) json["points"] = true;
   if (result.Key.Options.HasStalls) json["stalls"] = true;
   if (result.Key.Options.HasExposure) json["exposure"] = true;
+  if (result.Key.Options.IsSwarm) {
+    json["leftOut"] = result.LeftOut;
+    json["parameters"] = result.Parameters;
+  }
   json["scheduler"] = std::string(host::ToString(result.Key.Options.Scheduler));
   if (!result.Hang.empty()) json["hang"] = result.Hang;
   if (result.Outcome == Verdict::Failed) {
@@ -207,7 +227,7 @@ void PrintList() {
 
 std::string OptionsText(const SimulateCommand& command) {
   std::string text = "--scenario " + command.ScenarioName;
-  if (command.IsMixed) return text + " --mix";
+  if (command.IsMixed) return text + " --mix" + (command.Options.IsSwarm ? " --swarm" : "");
   if (command.Step) text += " --step " + std::to_string(*command.Step);
   if (command.HasAllSteps) text += " --every-step";
   return text + ToString(command.Options) + " --scheduler " + command.Scheduler;
@@ -272,6 +292,7 @@ scenarios::RunOptions OptionsOf(const SimulateCommand& command, std::uint64_t se
       scenarios::RunOptions{.HasPoints = true, .HasExposure = true},
   };
   scenarios::RunOptions options = kMix[seed % kMix.size()];
+  options.IsSwarm = command.Options.IsSwarm;
   if (options.HasPoints) options.Scheduler = kSchedulers[seed % kSchedulers.size()];
   return options;
 }
@@ -414,6 +435,9 @@ void AddSimulateCommand(CLI::App& app) {
   sub->add_flag("--mix", command->IsMixed,
                 "seed by seed with none, some or all of these three, and with each scheduler")
       ->excludes("--points", "--stalls", "--exposure", "--scheduler");
+  sub->add_flag("--swarm", command->Options.IsSwarm,
+                "each seed leaves out some kinds of fault and operation, and draws its parameters: "
+                "light, settings, times, sizes, number of applications");
   AddDriverOption(*sub);
   sub->add_flag(
          "--side-by-side", command->IsSideBySide,
