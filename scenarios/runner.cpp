@@ -96,6 +96,21 @@ class Player {
   KEVENT done_{};
 };
 
+// The key's reseedings, and then those of the guide.
+std::function<std::optional<std::uint64_t>(const host::SwitchPlace&)> NewSeedsOf(
+    const RunKey& key, const RunRecords& records, const Stage& stage) {
+  if (key.Reseedings.empty() && !records.Guide) return {};
+  return [&key, &records, &stage, done = std::size_t{0}](
+             const host::SwitchPlace& place) mutable -> std::optional<std::uint64_t> {
+    if (done == key.Reseedings.size()) {
+      if (!records.Guide) return {};
+      return records.Guide(place, stage.DriverState(place.Subject.Object));
+    }
+    if (place.Number != key.Reseedings[done].Point) return {};
+    return key.Reseedings[done++].Seed;
+  };
+}
+
 std::uint64_t Mix(std::uint64_t trace, std::uint64_t schedule) {
   return Random(trace, schedule).Next();
 }
@@ -137,11 +152,20 @@ std::string ToString(const RunOptions& options) {
   return text;
 }
 
+std::string ToString(const std::vector<Reseeding>& reseedings) {
+  std::string text;
+  for (const Reseeding& each : reseedings) {
+    text += (text.empty() ? " --reseed " : ",") + std::to_string(each.Point) + ":" +
+            std::to_string(each.Seed);
+  }
+  return text;
+}
+
 std::string ReplayCommand(const RunKey& key) {
   std::string command =
       "lidcam simulate --scenario " + key.Scenario + " --seed " + std::to_string(key.Seed);
   if (key.Step != 0) command += " --step " + std::to_string(key.Step);
-  return command + ToString(key.Options);
+  return command + ToString(key.Options) + ToString(key.Reseedings);
 }
 
 RunResult RunScenario(const Scenario& scenario, const RunKey& key, const RunRecords& records) {
@@ -172,6 +196,7 @@ RunResult RunScenario(const Scenario& scenario, const RunKey& key, const RunReco
          .HasImportsOnly = played.Options.IsSideBySide,
          .AtSwitchPoint =
              [&stage](const host::SwitchPlace& place) { return stage.AtSwitchPoint(place); },
+         .NewSeed = NewSeedsOf(key, records, stage),
          .AtRest = [&stage] { return stage.WrongAtRest(); },
          .Follow = records.Follow,
          .Record = records.Record});

@@ -46,13 +46,16 @@ class StillFolder {
   }
   StillFolder(const StillFolder&) = delete;
   StillFolder& operator=(const StillFolder&) = delete;
+  // A branch of the run shares the folder with the run itself, whose process has made it.
   ~StillFolder() {
     host::SetSystemRoot({});
+    if (getpid() != owner_) return;
     std::error_code ignored;
     std::filesystem::remove_all(folder_, ignored);
   }
 
  private:
+  const pid_t owner_ = getpid();
   const std::filesystem::path folder_;
 };
 

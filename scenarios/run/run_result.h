@@ -5,6 +5,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/host/nt/simulation/simulated_scheduler.h"
 
@@ -41,6 +42,14 @@ struct RunOptions {
 /// As options of the command line, each preceded by a space: " --points"; empty without options.
 [[nodiscard]] std::string ToString(const RunOptions& options);
 
+/// From a switch point on the threads are chosen by other random numbers than those of the run's seed.
+struct Reseeding {
+  std::uint64_t Point = 0;  ///< number of the switch point, from 1
+  std::uint64_t Seed = 0;
+
+  bool operator==(const Reseeding&) const = default;
+};
+
 /// Identifies a run.
 struct RunKey {
   std::string Scenario;
@@ -51,6 +60,8 @@ struct RunKey {
   std::uint64_t Step = 0;
 
   RunOptions Options{};
+
+  std::vector<Reseeding> Reseedings{};  ///< in the order of their points
 };
 
 /// Counts of a run's events.
@@ -80,6 +91,9 @@ struct RunResult {
   LONGLONG Time = 0;                 ///< virtual time, 100 ns
   bool ReachedFault = false;         ///< of a run with a step: whether the n-th call was made
 };
+
+/// As an option of the command line, preceded by a space: " --reseed 120:7,340:9"; empty without reseedings.
+[[nodiscard]] std::string ToString(const std::vector<Reseeding>& reseedings);
 
 /// The command line that repeats this run.
 [[nodiscard]] std::string ReplayCommand(const RunKey& key);

@@ -106,6 +106,10 @@ class Stage final : public RunChecks {
   [[nodiscard]] std::string WrongAtRest() const {
     return streamChecks_.WrongAtRest(trace_.HasFailedSend(), trace_.HasFailedDrain());
   }
+  /// A number for the driver's state at a switch point, with the field of the stream that is accessed there.
+  [[nodiscard]] std::uint64_t DriverState(const void* object) const {
+    return streamChecks_.StateAt(object);
+  }
   /// Makes the `number`-th allocation from now on fail; the `number`-th call of a kernel function.
   void FailAllocation(std::uint64_t number);
   void FailCall(const char* function, std::uint64_t number, NTSTATUS status);

@@ -73,6 +73,11 @@ TEST(RunOptions, StandInTheCommandThatPlaysTheRunAgain) {
   EXPECT_EQ(ReplayCommand({"unplug", 17, 0, {}}), "lidcam simulate --scenario unplug --seed 17");
 }
 
+TEST(RunOptions, ReseedingsStandInTheCommandThatPlaysTheRunAgain) {
+  EXPECT_EQ(ReplayCommand({"unplug", 17, 0, kPoints, {{120, 7}, {340, 9}}}),
+            "lidcam simulate --scenario unplug --seed 17 --points --reseed 120:7,340:9");
+}
+
 TEST(RunOptions, SideBySideAddsPicturesAndThePoolToTheTrace) {
   const std::string trace = Play("controls", 1, {.IsSideBySide = true}).Trace;
   EXPECT_NE(trace.find("\npicture 0 drop 0 time 0 duration 1 options 1 bytes 202752 hash "),

@@ -19,6 +19,7 @@
 #include "library/base/interrupt.h"
 #include "platform/host/nt/memory/pool_arena.h"
 #include "platform/image/image_file.h"
+#include "scenarios/guide.h"
 #include "scenarios/minimizer.h"
 #include "scenarios/runner.h"
 #include "scenarios/stated_hangs.h"
@@ -45,6 +46,8 @@ struct SimulateCommand {
   bool HasAllSteps = false;
   scenarios::RunOptions Options;
   std::string Scheduler = "walk";
+  std::string Reseedings;
+  std::optional<std::size_t> Branches;
   bool IsMixed = false;
   bool IsMinimized = false;
   bool IsSideBySide = false;
@@ -99,6 +102,29 @@ SeedRange ParseSeeds(const std::string& text) {
     throw UsageError("--seeds " + text + ": the last seed is below the first");
   }
   return range;
+}
+
+// "120:7,340:9"
+std::vector<scenarios::Reseeding> ParseReseedings(const std::string& text) {
+  std::vector<scenarios::Reseeding> reseedings;
+  const char* at = text.data();
+  const char* const end = at + text.size();
+  while (at != end) {
+    scenarios::Reseeding each;
+    const auto point = std::from_chars(at, end, each.Point);
+    const bool hasSeed = point.ec == std::errc{} && point.ptr != end && *point.ptr == ':';
+    const auto seed = std::from_chars(hasSeed ? point.ptr + 1 : end, end, each.Seed);
+    const bool hasEnd = seed.ptr == end || (*seed.ptr == ',' && seed.ptr + 1 != end);
+    const bool isInOrder = each.Point > (reseedings.empty() ? 0 : reseedings.back().Point);
+    if (!hasSeed || seed.ec != std::errc{} || !hasEnd || !isInOrder) {
+      throw UsageError("--reseed " + text +
+                       ": numbers of switch points, in their order, each with a seed, such as "
+                       "120:7,340:9");
+    }
+    reseedings.push_back(each);
+    at = seed.ptr == end ? end : seed.ptr + 1;
+  }
+  return reseedings;
 }
 
 std::vector<const Scenario*> ChosenScenarios(const std::string& name) {
@@ -165,9 +191,10 @@ void PrintText(const RunResult& result, const SimulateCommand& command) {
     if (result.Key.Step != 0) {
       std::printf(" step %-5llu", static_cast<unsigned long long>(result.Key.Step));
     }
-    std::printf(" schedule %-7llu hash %s%s  %s\n",
+    std::printf(" schedule %-7llu hash %s%s%s  %s\n",
                 static_cast<unsigned long long>(result.ScheduleLength), Hex(result.Hash).c_str(),
-                ToString(result.Key.Options).c_str(), VerdictText(result).c_str());
+                ToString(result.Key.Options).c_str(), ToString(result.Key.Reseedings).c_str(),
+                VerdictText(result).c_str());
   }
   const std::string swarm = SwarmText(result);
   if (!swarm.empty() && (isFailed || !command.IsQuiet)) std::printf("  %s\n", swarm.c_str());
@@ -188,6 +215,9 @@ void PrintJson(const RunResult& result, const SimulateCommand& command) {
                       {"disturbedFrames", result.Counts.Disturbed},
                       {"recoveries", result.Counts.Recoveries}};
   if (result.Key.Step != 0) json["step"] = result.Key.Step;
+  for (const scenarios::Reseeding& each : result.Key.Reseedings) {
+    json["reseedings"].push_back({each.Point, each.Seed});
+  }
   if (result.Key.Options.HasPoints) json["points"] = true;
   if (result.Key.Options.HasStalls) json["stalls"] = true;
   if (result.Key.Options.HasExposure) json["exposure"] = true;
@@ -227,6 +257,7 @@ void PrintList() {
 
 std::string OptionsText(const SimulateCommand& command) {
   std::string text = "--scenario " + command.ScenarioName;
+  if (command.Branches) text += " --guided " + std::to_string(*command.Branches);
   if (command.IsMixed) return text + " --mix" + (command.Options.IsSwarm ? " --swarm" : "");
   if (command.Step) text += " --step " + std::to_string(*command.Step);
   if (command.HasAllSteps) text += " --every-step";
@@ -320,7 +351,7 @@ RunResult RunSideBySide(const Scenario& scenario, const RunKey& key, bool keepsT
 }
 
 void Play(const Scenario& scenario, std::uint64_t seed, const SimulateCommand& command,
-          Tally& tally) {
+          Tally& tally, scenarios::Guide* guide) {
   scenarios::RunOptions options = OptionsOf(command, seed);
   options.IsSideBySide = command.IsSideBySide;
   const auto take = [&](const RunResult& result) {
@@ -331,7 +362,9 @@ void Play(const Scenario& scenario, std::uint64_t seed, const SimulateCommand& c
   if (command.HasAllSteps && scenario.HasSteps) {
     scenarios::RunAllSteps(scenario, seed, options, take);
   } else {
-    const RunKey key{std::string(scenario.Name), seed, command.Step.value_or(0), options};
+    const RunKey key{std::string(scenario.Name), seed, command.Step.value_or(0), options,
+                     ParseReseedings(command.Reseedings)};
+    if (guide != nullptr) return guide->Play(scenario, key, take);
     take(command.IsSideBySide
              ? RunSideBySide(scenario, key, command.ShowsTrace)
              : scenarios::RunScenario(scenario, key, {.KeepsTrace = command.ShowsTrace}));
@@ -375,18 +408,31 @@ void Run(const SimulateCommand& command) {
       std::ranges::none_of(scenarios, &Scenario::HasSteps)) {
     throw UsageError("--scenario " + command.ScenarioName + " has no steps");
   }
+  const bool isOneRun = scenarios.size() == 1 && seeds.First == seeds.Last;
+  if (!command.Reseedings.empty() && !isOneRun) {
+    throw UsageError("--reseed is for one run: --scenario NAME --seed N");
+  }
+  if (command.Branches && !scenarios::Guide::IsPossible()) {
+    throw CommandError(
+        "--guided: this program's simulations have a machine thread for each of theirs, and can't "
+        "fork");
+  }
   if (command.IsMinimized) {
-    if (scenarios.size() != 1 || seeds.First != seeds.Last) {
+    if (!isOneRun) {
       throw UsageError("--minimize is for one run: --scenario NAME --seed N");
     }
     const RunKey key{command.ScenarioName, seeds.First, command.Step.value_or(0),
-                     OptionsOf(command, seeds.First)};
+                     OptionsOf(command, seeds.First), ParseReseedings(command.Reseedings)};
     return RunMinimized(*scenarios.front(), key, command);
   }
   host::SetPoolGuardPages(command.HasGuardPages);
+  std::optional<scenarios::Guide> guide;
+  if (command.Branches) guide.emplace(*command.Branches);
   Tally tally;
   for (std::uint64_t seed = seeds.First; seed <= seeds.Last && !IsInterrupted(); ++seed) {
-    for (const Scenario* const scenario : scenarios) Play(*scenario, seed, command, tally);
+    for (const Scenario* const scenario : scenarios) {
+      Play(*scenario, seed, command, tally, guide ? &*guide : nullptr);
+    }
   }
   PrintTally(tally, seeds, command);
   if (tally.Failures != 0) {
@@ -439,12 +485,24 @@ void AddSimulateCommand(CLI::App& app) {
                 "each seed leaves out some kinds of fault and operation, and draws its parameters: "
                 "light, settings, times, sizes, number of applications");
   AddDriverOption(*sub);
+  CLI::Option* const guided =
+      sub->add_option(
+             "--guided", command->Branches,
+             "branch each run up to N times, where a switch point is reached in a state of the "
+             "driver for the first time: the branch goes on with other random numbers")
+          ->check(CLI::Range(1, 10'000))
+          ->type_name("N")
+          ->excludes("--every-step", "--driver");
+  sub->add_option("--reseed", command->Reseedings,
+                  "go on with other random numbers from these switch points on: repeats a branch")
+      ->type_name("POINT:SEED,...")
+      ->excludes("--every-step", guided);
   sub->add_flag(
          "--side-by-side", command->IsSideBySide,
          "with --driver: play each run with the program's own driver, too; requests, statuses, "
          "messages and frames have to be the same")
       ->needs("--driver")
-      ->excludes("--points");
+      ->excludes("--points", "--guided");
   sub->add_flag("--guard-pages", command->HasGuardPages,
                 "each block of the pool ends at a page that is not accessible, and freed ones are "
                 "not; the driver of an image stops at the instruction that accesses one");
@@ -456,7 +514,7 @@ void AddSimulateCommand(CLI::App& app) {
   sub->add_flag("--minimize", command->IsMinimized,
                 "print only those switches of threads, faults and operations that the failure of a "
                 "run needs")
-      ->excludes("--every-step", "--json", "--quiet");
+      ->excludes("--every-step", "--json", "--quiet", "--guided");
   sub->footer(
       "Example:\n"
       "  lidcam simulate --seeds 1..100 --scenario urb-errors");
