@@ -13,6 +13,7 @@
 #include "platform/host/nt/system/debug_print.h"
 #include "platform/host/nt/verifier/kernel_faults.h"
 #include "platform/host/nt/verifier/verifier.h"
+#include "scenarios/run/swarm.h"
 #include "scenarios/stated_hangs.h"
 #include "testbed/shared_exposure.h"
 
@@ -95,6 +96,21 @@ class Player {
   KEVENT done_{};
 };
 
+// The key's reseedings, and then those of the guide.
+std::function<std::optional<std::uint64_t>(const host::SwitchPlace&)> NewSeedsOf(
+    const RunKey& key, const RunRecords& records, const Stage& stage) {
+  if (key.Reseedings.empty() && !records.Guide) return {};
+  return [&key, &records, &stage, done = std::size_t{0}](
+             const host::SwitchPlace& place) mutable -> std::optional<std::uint64_t> {
+    if (done == key.Reseedings.size()) {
+      if (!records.Guide) return {};
+      return records.Guide(place, stage.DriverState(place.Subject.Object));
+    }
+    if (place.Number != key.Reseedings[done].Point) return {};
+    return key.Reseedings[done++].Seed;
+  };
+}
+
 std::uint64_t Mix(std::uint64_t trace, std::uint64_t schedule) {
   return Random(trace, schedule).Next();
 }
@@ -119,6 +135,7 @@ RunOptions operator|(const RunOptions& a, const RunOptions& b) {
   return {.HasPoints = a.HasPoints || b.HasPoints,
           .HasStalls = a.HasStalls || b.HasStalls,
           .HasExposure = a.HasExposure || b.HasExposure,
+          .IsSwarm = a.IsSwarm || b.IsSwarm,
           .Scheduler = b.Scheduler != host::SchedulerKind::Walk ? b.Scheduler : a.Scheduler,
           .IsSideBySide = a.IsSideBySide || b.IsSideBySide};
 }
@@ -128,8 +145,18 @@ std::string ToString(const RunOptions& options) {
   if (options.HasPoints) text += " --points";
   if (options.HasStalls) text += " --stalls";
   if (options.HasExposure) text += " --exposure";
+  if (options.IsSwarm) text += " --swarm";
   if (options.Scheduler != host::SchedulerKind::Walk) {
     text.append(" --scheduler ").append(host::ToString(options.Scheduler));
+  }
+  return text;
+}
+
+std::string ToString(const std::vector<Reseeding>& reseedings) {
+  std::string text;
+  for (const Reseeding& each : reseedings) {
+    text += (text.empty() ? " --reseed " : ",") + std::to_string(each.Point) + ":" +
+            std::to_string(each.Seed);
   }
   return text;
 }
@@ -138,7 +165,7 @@ std::string ReplayCommand(const RunKey& key) {
   std::string command =
       "lidcam simulate --scenario " + key.Scenario + " --seed " + std::to_string(key.Seed);
   if (key.Step != 0) command += " --step " + std::to_string(key.Step);
-  return command + ToString(key.Options);
+  return command + ToString(key.Options) + ToString(key.Reseedings);
 }
 
 RunResult RunScenario(const Scenario& scenario, const RunKey& key, const RunRecords& records) {
@@ -158,7 +185,8 @@ RunResult RunScenario(const Scenario& scenario, const RunKey& key, const RunReco
     pool.emplace([&trace](const host::PoolEvent& event) { trace.Add(ToString(event)); });
   }
   RunParts all;
-  Stage stage(played, trace, records.Parts != nullptr ? *records.Parts : all);
+  Swarm swarm = played.Options.IsSwarm ? Swarm(key.Seed) : Swarm();
+  Stage stage(played, trace, records.Parts != nullptr ? *records.Parts : all, swarm);
   std::uint64_t schedule = 0;
   {
     host::SimulatedScheduler world(
@@ -168,6 +196,7 @@ RunResult RunScenario(const Scenario& scenario, const RunKey& key, const RunReco
          .HasImportsOnly = played.Options.IsSideBySide,
          .AtSwitchPoint =
              [&stage](const host::SwitchPlace& place) { return stage.AtSwitchPoint(place); },
+         .NewSeed = NewSeedsOf(key, records, stage),
          .AtRest = [&stage] { return stage.WrongAtRest(); },
          .Follow = records.Follow,
          .Record = records.Record});
@@ -186,6 +215,8 @@ RunResult RunScenario(const Scenario& scenario, const RunKey& key, const RunReco
   result.Trace = trace.Text();
   stage.EndFaults();
   result.Counts = stage.Counts();
+  result.LeftOut = swarm.LeftOut();
+  result.Parameters = swarm.Parameters();
   result.ReachedFault = stage.ReachedFault();
   const auto violations = capture.Violations();
   if (violations.empty()) {

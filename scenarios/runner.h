@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
+#include <optional>
 #include <string_view>
 #include <vector>
 
@@ -18,6 +20,13 @@ struct RunRecords {
   host::ScheduleRecord* Record = nullptr;  ///< receives the run's schedule; may be null
 
   RunParts* Parts = nullptr;  ///< what of the run is left out; null: nothing
+
+  /// Called at each switch point behind the key's reseedings, with a number for the state in which the driver is there.
+  ///
+  /// @return a further reseeding of the run; nothing: it goes on as it does
+  std::function<std::optional<std::uint64_t>(const host::SwitchPlace& place,
+                                             std::uint64_t driverState)>
+      Guide{};
 };
 
 /// Runs a scenario once, in a world of its own. A function of the key alone. One at a time in a

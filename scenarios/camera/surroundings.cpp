@@ -16,10 +16,21 @@ constexpr std::uint64_t kLightPurpose = 5;
 // may take longer.
 constexpr std::uint64_t kShortestRequest = 1'000;
 constexpr std::uint64_t kLongestRequests[] = {3'000, 3'000, 10'000, 50'000};
+constexpr std::string_view kKindsOfRequests[] = {"requests of 300 us", "requests of 300 us",
+                                                 "requests of 1 ms", "requests of 5 ms"};
 
 // Dark enough, and for long enough, that the loop reaches its end and the light state follows; near
 // its target; far too bright.
 constexpr std::uint64_t kLumas[] = {4, 12, 30, 60, 88, 88, 120, 180, 240};
+constexpr std::string_view kKindsOfLight[] = {"darkness",
+                                              "darkness",
+                                              "dim light",
+                                              "dim light",
+                                              "light at the target",
+                                              "light at the target",
+                                              "bright light",
+                                              "bright light",
+                                              "glaring light"};
 
 constexpr std::uint64_t kMicroframesInSecond = 8000;
 
@@ -45,16 +56,20 @@ std::uint32_t AnyValue(Random& chance) {
 
 }  // namespace
 
-Surroundings::Surroundings(std::uint64_t seed)
-    : chance_(seed, kChoicePurpose),
+Surroundings::Surroundings(std::uint64_t seed, Swarm& swarm)
+    : swarm_(swarm),
+      chance_(seed, kChoicePurpose),
       times_(seed, kTimePurpose),
       light_(seed, kLightPurpose),
       settings_([this] {
         constexpr Settings kChoices[] = {Settings::Usual, Settings::Usual, Settings::None,
                                          Settings::Any};
-        return chance_.OneOf(kChoices);
+        constexpr std::string_view kKinds[] = {"usual settings", "usual settings", "no settings",
+                                               "any settings"};
+        return kChoices[swarm_.Choose(chance_, kKinds)];
       }()),
-      longestLight_(kMicroframesInSecond) {
+      longestLight_(swarm_.Value("ms of the longest light", 1000, 60, 3000) *
+                    (kMicroframesInSecond / 1000)) {
   host::OpenRegistry({.File = {}, .Message = [](const std::string&) {}, .Steps = {}});
 }
 
@@ -88,12 +103,13 @@ void Surroundings::SaveSettings(PDEVICE_OBJECT physicalDevice) {
 }
 
 LONGLONG Surroundings::NextRequestTime() {
-  return static_cast<LONGLONG>(times_.Between(kShortestRequest, times_.OneOf(kLongestRequests)));
+  return static_cast<LONGLONG>(
+      times_.Between(kShortestRequest, kLongestRequests[swarm_.Choose(times_, kKindsOfRequests)]));
 }
 
 std::uint8_t Surroundings::LumaAt(std::uint64_t microframe) {
   while (lightChanges_ <= microframe) {
-    luma_ = static_cast<std::uint8_t>(light_.OneOf(kLumas));
+    luma_ = static_cast<std::uint8_t>(kLumas[swarm_.Choose(light_, kKindsOfLight)]);
     lightChanges_ += light_.Between(kMicroframesInSecond / 20, longestLight_);
   }
   return luma_;

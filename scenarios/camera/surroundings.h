@@ -7,6 +7,7 @@
 
 #include "platform/kernel.h"
 #include "scenarios/run/random.h"
+#include "scenarios/run/swarm.h"
 
 namespace lidcam::scenarios {
 
@@ -16,7 +17,8 @@ namespace lidcam::scenarios {
 /// During its lifetime the registry is the run's own, in memory.
 class Surroundings {
  public:
-  explicit Surroundings(std::uint64_t seed);
+  /// @param swarm  outlives it
+  Surroundings(std::uint64_t seed, Swarm& swarm);
   Surroundings(const Surroundings&) = delete;
   Surroundings& operator=(const Surroundings&) = delete;
   ~Surroundings();
@@ -43,6 +45,7 @@ class Surroundings {
  private:
   enum class Settings : std::uint8_t { Usual, None, Any };
 
+  Swarm& swarm_;
   Random chance_;
   Random times_;
   Random light_;

@@ -27,6 +27,8 @@ struct Size {
 };
 
 constexpr Size kSizes[] = {{160, 120}, {160, 120}, {176, 144}, {320, 240}, {352, 288}, {640, 480}};
+constexpr std::string_view kKindsOfSizes[] = {"160x120", "160x120", "176x144",
+                                              "320x240", "352x288", "640x480"};
 
 constexpr LONGLONG kIntervals[] = {333333, 333333, 1000000, 666666,           100000,
                                    0,      -5,     1,       LONGLONG{1} << 62};
@@ -110,7 +112,7 @@ void Application::DoAllowing(const char* name, std::initializer_list<NTSTATUS> a
 
 void Application::Sleep(LONGLONG longest) {
   doing_ = {"sleep", host::CurrentWorld().Now(), false, &host::CurrentThread()};
-  Stage::Sleep(static_cast<LONGLONG>(chance_.Between(1, static_cast<std::uint64_t>(longest))));
+  Stage::Sleep(static_cast<LONGLONG>(chance_.Between(1, stage_.LongestSleep(longest))));
 }
 
 // ---- Opening and closing.
@@ -145,7 +147,7 @@ void Application::CloseCamera() {
 
 // A format of one of the pin's own ranges; none if the camera is gone or refuses.
 std::optional<VideoFormat> Application::AnyFormat() {
-  const Size size = chance_.OneOf(kSizes);
+  const Size size = kSizes[stage_.Kinds().Choose(chance_, kKindsOfSizes)];
   const LONGLONG interval = chance_.OneIn(2) ? 333333 : chance_.OneOf(kIntervals);
   std::optional<VideoFormat> format;
   // A filter that was opened while the hardware had failed has no formats.
@@ -176,7 +178,8 @@ void Application::Connect() {
   if (!format) return;
   const bool isMutated = chance_.OneIn(6);
   if (isMutated) format.emplace(Mutated(*format));
-  const auto buffers = static_cast<std::size_t>(chance_.OneIn(4) ? chance_.Below(8) : 5);
+  const auto buffers = static_cast<std::size_t>(
+      chance_.OneIn(4) ? chance_.Below(8) : stage_.Kinds().Value("buffers", 5, 1, 12));
   const NTSTATUS status = Do("connect", [&] {
     stream_ = std::make_unique<CheckedStream>(stage_, IsSound(), *camera_, *format, buffers);
     return STATUS_SUCCESS;

@@ -4,12 +4,38 @@
 #include "scenarios/clients/client_stage.h"
 
 namespace lidcam::scenarios {
+namespace {
+
+// Of an application with an open camera, and of one with a stream.
+constexpr std::string_view kOperations[] = {
+    "asking for support", "listing formats",       "intersecting",
+    "changing levels",    "closing or asking",     "connecting",
+    "connecting",         "asking for properties", "asking for properties",
+};
+constexpr std::string_view kStreamOperations[] = {
+    "changing the state",
+    "changing the state",
+    "running",
+    "running",
+    "running",
+    "stopping",
+    "using a clock",
+    "looking or changing the format",
+    "asking the pin",
+    "cancelling or disconnecting",
+    "taking frames",
+    "taking frames",
+    "taking frames",
+    "taking frames",
+};
+
+}  // namespace
 
 void Application::DoOneThing() {
   if (chance_.OneIn(4)) Sleep(40 * kMillisecond);
   if (stream_ != nullptr && !chance_.OneIn(3)) return DoOneThingWithStream();
   if (!camera_) return OpenCamera();
-  switch (chance_.Below(9)) {
+  switch (stage_.Kinds().Choose(chance_, kOperations)) {
     case 0:
       return AskSupport();
     case 1:
@@ -30,7 +56,7 @@ void Application::DoOneThing() {
 }
 
 void Application::DoOneThingWithStream() {
-  switch (chance_.Below(14)) {
+  switch (stage_.Kinds().Choose(chance_, kStreamOperations)) {
     case 0:
     case 1:
       return ChangeState();

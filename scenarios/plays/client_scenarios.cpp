@@ -1,9 +1,7 @@
 #include "scenarios/plays/client_scenarios.h"
 
-#include <chrono>
 #include <functional>
 
-#include "bus/faults/random_faults.h"
 #include "driver/usb/stream/usb_capture_device.h"
 #include "platform/host/nt/scheduling/scheduler.h"
 #include "scenarios/clients/client_stage.h"
@@ -12,15 +10,19 @@
 namespace lidcam::scenarios {
 namespace {
 
-constexpr std::uint64_t kSteps = 30;
+// Operations of an application.
+std::uint64_t StepsOf(Stage& stage) {
+  return stage.Kinds().Value("operations of an application", 30, 5, 80);
+}
 
 /// A started camera, with applications.
 ClientStage& BeginClients(Stage& stage, const ApplicationRules& rules, const PlugOptions& options) {
   ClientStage& clients = ClientStage::On(stage, rules);
   stage.Require(clients.PlugIn(options), "nothing can be plugged in");
   clients.Start();
-  clients.BeginApplications(stage.Chance().Between(1, 3),
-                            [](Application& application) { application.DoAnything(kSteps); });
+  clients.BeginApplications(
+      stage.Kinds().Value("applications", stage.Chance().Between(1, 3), 1, 5),
+      [&stage](Application& application) { application.DoAnything(StepsOf(stage)); });
   return clients;
 }
 
@@ -45,7 +47,8 @@ void TellPower(ClientStage& clients) {
 void Trouble(ClientStage& clients, std::uint64_t times,
              void (*make)(ClientStage& clients, Random& chance)) {
   Stage& stage = clients.Host();
-  for (std::uint64_t i = 0; i < times; ++i) {
+  const std::uint64_t troubles = stage.Kinds().Value("troubles", times, 0, 8);
+  for (std::uint64_t i = 0; i < troubles; ++i) {
     if (!stage.HasOperation("device", i + 1, stage.Chance())) continue;
     stage.SleepAWhile(150 * kMillisecond);
     make(clients, stage.Chance());
@@ -57,8 +60,8 @@ void Trouble(ClientStage& clients, std::uint64_t times,
 void RemoveUnder(ClientStage& clients) {
   Stage& stage = clients.Host();
   Random& chance = stage.Chance();
-  if (chance.OneIn(3)) clients.ThinkOfRemoval();
-  if (chance.OneIn(3)) clients.PullPlug();
+  if (stage.Happens(chance, 3, "queries for removal")) clients.ThinkOfRemoval();
+  if (stage.Happens(chance, 3, "pulled plugs")) clients.PullPlug();
   stage.SleepAWhile(50 * kMillisecond);
   if (!chance.OneIn(3)) {
     clients.SurpriseRemove();
@@ -77,7 +80,9 @@ void TwoClients(Stage& stage) {
   ClientStage& clients = ClientStage::On(stage, {});
   stage.Require(clients.PlugIn(SomeCamera(stage)), "nothing can be plugged in");
   clients.Start();
-  clients.BeginApplications(2, [](Application& application) { application.Stream(kSteps); });
+  clients.BeginApplications(
+      stage.Kinds().Value("applications", 2, 2, 4),
+      [&stage](Application& application) { application.Stream(StepsOf(stage)); });
   EndSoundly(clients);
 }
 
@@ -103,7 +108,8 @@ void ClientsAndRestarts(Stage& stage) {
   ClientStage& clients = BeginClients(stage, {.HasTrouble = true}, SomeCamera(stage));
   Trouble(clients, stage.Chance().Between(1, 3), [](ClientStage& told, Random& chance) {
     StampedCamera& camera = told.Host().Camera();
-    if (chance.OneIn(3)) camera.StallRequests(1 + static_cast<std::uint32_t>(chance.Below(4)));
+    if (told.Host().Happens(chance, 3, "refused requests at a start"))
+      camera.StallRequests(1 + static_cast<std::uint32_t>(chance.Below(4)));
     told.Restart();
     camera.StallRequests(0);
   });
@@ -124,18 +130,16 @@ void ClientsAndRemoval(Stage& stage) {
 void ClientsAndFaults(Stage& stage) {
   stage.AllowDisturbedFrames();
   PlugOptions options = SomeCamera(stage);
-  constexpr bus::RandomFaultMix kMixes[] = {
-      bus::RandomFaultMix::Packets, bus::RandomFaultMix::Requests, bus::RandomFaultMix::Everything};
-  options.Script =
-      bus::RandomFaults(stage.Key().Seed, std::chrono::seconds(3), stage.Chance().OneOf(kMixes));
+  options.Script = stage.DrawFaults();
   ClientStage& clients = BeginClients(stage, {.HasTrouble = true}, options);
   Trouble(clients, stage.Chance().Below(4), [](ClientStage& told, Random& chance) {
-    if (chance.OneIn(3)) return TellPower(told);
-    if (chance.OneIn(2))
-      told.Host().Camera().FailReads(1 + static_cast<std::uint32_t>(chance.Below(8)));
-    if (chance.OneIn(3))
-      told.Host().Camera().SilenceReads(1 + static_cast<std::uint32_t>(chance.Below(3)));
-    if (chance.OneIn(6)) told.Host().Between().RefuseTransfers(1);
+    Stage& host = told.Host();
+    if (host.Happens(chance, 3, "sleeps of the device")) return TellPower(told);
+    if (host.Happens(chance, 2, "failing reads"))
+      host.Camera().FailReads(1 + static_cast<std::uint32_t>(chance.Below(8)));
+    if (host.Happens(chance, 3, "reads without an answer"))
+      host.Camera().SilenceReads(1 + static_cast<std::uint32_t>(chance.Below(3)));
+    if (host.Happens(chance, 6, "refused transfers")) host.Between().RefuseTransfers(1);
   });
   stage.SleepAWhile(500 * kMillisecond);
   if (stage.Chance().OneIn(3)) RemoveUnder(clients);
@@ -148,9 +152,11 @@ void Controls(Stage& stage) {
   ClientStage& clients = ClientStage::On(stage, {});
   stage.Require(clients.PlugIn(SomeCamera(stage)), "nothing can be plugged in");
   clients.Start();
-  clients.BeginApplications(1, [](Application& application) { application.Stream(kSteps / 2); });
-  clients.BeginApplications(stage.Chance().Between(1, 2),
-                            [](Application& application) { application.TurnControls(kSteps); });
+  clients.BeginApplications(
+      1, [&stage](Application& application) { application.Stream(StepsOf(stage) / 2); });
+  clients.BeginApplications(
+      stage.Kinds().Value("applications", stage.Chance().Between(1, 2), 1, 4),
+      [&stage](Application& application) { application.TurnControls(StepsOf(stage)); });
   EndSoundly(clients);
 }
 

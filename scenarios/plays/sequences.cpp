@@ -1,7 +1,22 @@
 #include "scenarios/plays/sequences.h"
 
+#include <cstdint>
+#include <string_view>
+
 namespace lidcam::scenarios {
 namespace {
+
+constexpr std::string_view kOperationsOfAStream[] = {
+    "pauses",
+    "resumes",
+    "runs",
+    "releases",
+    "sleeps of the device",
+    "short pauses",
+    "waits for frames",
+    "waits for frames",
+    "waits for frames",
+};
 
 bool IsOpen(const TransportStage& camera) {
   return camera.Stream() != nullptr && camera.Stream()->Opened != 0;
@@ -44,7 +59,7 @@ void DoOneThing(TransportStage& camera) {
     if (Succeeded(camera.Acquire()) && !stage.Chance().OneIn(8)) camera.Run();
     return;
   }
-  switch (stage.Chance().Below(9)) {
+  switch (stage.Kinds().Choose(stage.Chance(), kOperationsOfAStream)) {
     case 0:
       camera.Pause();
       break;
@@ -146,8 +161,10 @@ void Everyday(TransportStage& camera) {
 
 void DoSomething(TransportStage& camera, int most, const std::function<bool()>& isEnough) {
   Stage& stage = camera.Host();
-  for (int i = 0; i < most && !isEnough(); ++i) {
-    if (!stage.HasOperation("device", static_cast<std::uint64_t>(i) + 1, stage.Chance())) continue;
+  const std::uint64_t steps =
+      stage.Kinds().Value("operations of the device", static_cast<std::uint64_t>(most), 3, 30);
+  for (std::uint64_t i = 1; i <= steps && !isEnough(); ++i) {
+    if (!stage.HasOperation("device", i, stage.Chance())) continue;
     stage.SleepAWhile(150 * kMillisecond);
     DoOneThing(camera);
   }

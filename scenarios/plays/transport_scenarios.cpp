@@ -4,12 +4,10 @@
 #include <algorithm>
 #include <array>
 
-#include <chrono>
 #include <filesystem>
 #include <string>
 #include <system_error>
 
-#include "bus/faults/random_faults.h"
 #include "platform/host/nt/files/files.h"
 #include "scenarios/plays/sequences.h"
 
@@ -48,13 +46,16 @@ class StillFolder {
   }
   StillFolder(const StillFolder&) = delete;
   StillFolder& operator=(const StillFolder&) = delete;
+  // A branch of the run shares the folder with the run itself, whose process has made it.
   ~StillFolder() {
     host::SetSystemRoot({});
+    if (getpid() != owner_) return;
     std::error_code ignored;
     std::filesystem::remove_all(folder_, ignored);
   }
 
  private:
+  const pid_t owner_ = getpid();
   const std::filesystem::path folder_;
 };
 
@@ -323,15 +324,14 @@ void Mixture(TransportStage& camera) {
   stage.AllowDisturbedFrames();
   camera.AllowLateTransfers();
   PlugOptions options = SomeCamera(stage);
-  constexpr bus::RandomFaultMix kMixes[] = {
-      bus::RandomFaultMix::Packets, bus::RandomFaultMix::Requests, bus::RandomFaultMix::Everything};
-  options.Script =
-      bus::RandomFaults(stage.Key().Seed, std::chrono::seconds(3), stage.Chance().OneOf(kMixes));
+  options.Script = stage.DrawFaults();
   if (!camera.PlugIn(options)) return;
-  if (stage.Chance().OneIn(6)) stage.FailAllocation(stage.Chance().Between(600, 2500));
-  if (stage.Chance().OneIn(6)) stage.UnplugAt(stage.Chance().Between(4000, 12000));
+  Random& chance = stage.Chance();
+  if (stage.Happens(chance, 6, "failing allocations"))
+    stage.FailAllocation(chance.Between(600, 2500));
+  if (stage.Happens(chance, 6, "pulled plugs")) stage.UnplugAt(chance.Between(4000, 12000));
   DoSomething(camera, 10, [] { return false; });
-  if (stage.Chance().OneIn(3)) camera.TellGone();
+  if (stage.Happens(chance, 3, "surprise removals")) camera.TellGone();
 }
 
 // ---- Hangs that the driver's own rules allow.

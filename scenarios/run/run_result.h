@@ -1,8 +1,11 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
+#include <set>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/host/nt/simulation/simulated_scheduler.h"
 
@@ -22,6 +25,7 @@ struct RunOptions {
   bool HasPoints = false;    ///< switch points also between the kernel calls
   bool HasStalls = false;    ///< threads are stalled while time advances
   bool HasExposure = false;  ///< the exposure loop runs: see Surroundings
+  bool IsSwarm = false;      ///< kinds are left out, and parameters drawn: see Swarm
   host::SchedulerKind Scheduler = host::SchedulerKind::Walk;
 
   /// Schedule and trace are the same for every compilation of the driver: no switch points at what images have as
@@ -38,6 +42,14 @@ struct RunOptions {
 /// As options of the command line, each preceded by a space: " --points"; empty without options.
 [[nodiscard]] std::string ToString(const RunOptions& options);
 
+/// From a switch point on the threads are chosen by other random numbers than those of the run's seed.
+struct Reseeding {
+  std::uint64_t Point = 0;  ///< number of the switch point, from 1
+  std::uint64_t Seed = 0;
+
+  bool operator==(const Reseeding&) const = default;
+};
+
 /// Identifies a run.
 struct RunKey {
   std::string Scenario;
@@ -48,6 +60,8 @@ struct RunKey {
   std::uint64_t Step = 0;
 
   RunOptions Options{};
+
+  std::vector<Reseeding> Reseedings{};  ///< in the order of their points
 };
 
 /// Counts of a run's events.
@@ -67,11 +81,19 @@ struct RunResult {
   std::string Report;  ///< of the verifier: threads, last calls
   std::string Trace;   ///< all lines if they were requested, otherwise the last ones
   RunCounts Counts;
+
+  // Of a run that differs from its scenario's usual ones: see Swarm.
+  std::set<std::string> LeftOut;
+  std::map<std::string, std::uint64_t> Parameters;
+
   std::uint64_t Hash = 0;            ///< over the canonical trace and the schedule
   std::uint64_t ScheduleLength = 0;  ///< switch points
   LONGLONG Time = 0;                 ///< virtual time, 100 ns
   bool ReachedFault = false;         ///< of a run with a step: whether the n-th call was made
 };
+
+/// As an option of the command line, preceded by a space: " --reseed 120:7,340:9"; empty without reseedings.
+[[nodiscard]] std::string ToString(const std::vector<Reseeding>& reseedings);
 
 /// The command line that repeats this run.
 [[nodiscard]] std::string ReplayCommand(const RunKey& key);

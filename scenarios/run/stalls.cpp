@@ -15,6 +15,8 @@ constexpr std::uint64_t kMost = 3;
 // 100 ns each: less than a frame, up to a few ticks of the watchdog, and longer than a stream takes
 // to be paused, released and started again.
 constexpr std::uint64_t kLengths[] = {200'000, 6'000'000, 40'000'000};
+constexpr std::string_view kKindsOfLengths[] = {"stalls of a moment", "stalls of some ticks",
+                                                "stalls of seconds"};
 
 /// A group of threads, and the number of their switch points among which one is chosen.
 struct Place {
@@ -45,21 +47,26 @@ constexpr Place kPlaces[] = {
     {IsAnyThread, 2'000}, {IsAnyThread, 20'000},    {IsAtDispatchLevel, 3'000},
     {RunsWorkItems, 300}, {RunsDeferredCalls, 100},
 };
+constexpr std::string_view kKindsOfPlaces[] = {"stalls of any thread", "stalls of any thread",
+                                               "stalls at dispatch level", "stalls of work items",
+                                               "stalls of deferred calls"};
 
 }  // namespace
 
-Stalls::Stalls(std::uint64_t seed, RunParts& parts) : parts_(parts), chance_(seed, kPurpose) {}
+Stalls::Stalls(std::uint64_t seed, RunParts& parts, Swarm& swarm)
+    : parts_(parts), swarm_(swarm), chance_(seed, kPurpose) {}
 
 void Stalls::BeginAnywhere() {
-  left_ = chance_.Between(0, kMost - 1);
+  left_ = chance_.Between(0, swarm_.Value("most stalls", kMost, 1, 8) - 1);
   PlanNextAnywhere();
 }
 
 void Stalls::PlanNextAnywhere() {
-  const Place place = chance_.OneOf(kPlaces);
+  const Place place = kPlaces[swarm_.Choose(chance_, kKindsOfPlaces)];
   anywhere_ = {.Meant = place.Meant,
                .Points = chance_.Between(1, place.Points),
-               .Length = static_cast<LONGLONG>(chance_.Between(1, chance_.OneOf(kLengths)))};
+               .Length = static_cast<LONGLONG>(
+                   chance_.Between(1, kLengths[swarm_.Choose(chance_, kKindsOfLengths)]))};
 }
 
 void Stalls::PlanOne(IsMeant isMeant, std::uint64_t point, LONGLONG length) {

@@ -7,6 +7,7 @@
 #include "platform/host/nt/simulation/simulated_scheduler.h"
 #include "scenarios/run/random.h"
 #include "scenarios/run/run_parts.h"
+#include "scenarios/run/swarm.h"
 
 namespace lidcam::scenarios {
 
@@ -18,9 +19,10 @@ using IsMeant = std::function<bool(const host::Thread& thread)>;
 class Stalls {
  public:
   /// @param parts  what of the run is left out; outlives it
-  Stalls(std::uint64_t seed, RunParts& parts);
+  /// @param swarm  outlives it
+  Stalls(std::uint64_t seed, RunParts& parts, Swarm& swarm);
 
-  /// From now on up to three stalls at places that the seed chooses, of any thread, or of those at
+  /// From now on up to three stalls, or as many as the run's parameters allow, at places that the seed chooses, of any thread, or of those at
   /// which the stream's threads interact; for a moment, or for as long as a stream takes to be
   /// stopped and restarted.
   void BeginAnywhere();
@@ -53,6 +55,7 @@ class Stalls {
   void PlanNextAnywhere();
 
   RunParts& parts_;
+  Swarm& swarm_;
   Random chance_;
   std::uint64_t begun_ = 0;  ///< those left out included
   std::uint64_t left_ = 0;   ///< remaining random stalls after the planned one

@@ -26,7 +26,7 @@ struct Activity {
 /// A failed check ends the run by a violation.
 class RunChecks {
  public:
-  RunChecks(std::uint64_t seed, RunParts& parts) : stalls_(seed, parts) {}
+  RunChecks(std::uint64_t seed, RunParts& parts, Swarm& swarm) : stalls_(seed, parts, swarm) {}
   RunChecks(const RunChecks&) = delete;
   RunChecks& operator=(const RunChecks&) = delete;
 

@@ -1,5 +1,9 @@
 #include "scenarios/stage/stage.h"
 
+#include <algorithm>
+#include <chrono>
+
+#include "bus/faults/random_faults.h"
 #include "bus/passing_bus.h"
 #include "platform/host/nt/memory/pool.h"
 #include "platform/host/nt/scheduling/scheduler.h"
@@ -36,11 +40,16 @@ class TracedRequests final : public bus::PassingBus {
 
 }  // namespace
 
-Stage::Stage(const RunKey& key, TraceRecord& trace, RunParts& parts)
-    : RunChecks(key.Seed, parts), key_(key), trace_(trace), parts_(parts), chance_(key.Seed, 1) {
+Stage::Stage(const RunKey& key, TraceRecord& trace, RunParts& parts, Swarm& swarm)
+    : RunChecks(key.Seed, parts, swarm),
+      key_(key),
+      trace_(trace),
+      parts_(parts),
+      swarm_(swarm),
+      chance_(key.Seed, 1) {
   trace_.Watch([this](std::string_view line) { CheckLine(line); });
   if (key.Options.HasStalls) RunStalls().BeginAnywhere();
-  if (key.Options.HasExposure) around_ = std::make_unique<Surroundings>(key.Seed);
+  if (key.Options.HasExposure) around_ = std::make_unique<Surroundings>(key.Seed, swarm);
 }
 
 void Stage::Sleep(LONGLONG time) {
@@ -51,7 +60,12 @@ void Stage::Sleep(LONGLONG time) {
 
 void Stage::SleepAWhile(LONGLONG longest) {
   if (chance_.OneIn(3)) return;
-  Sleep(static_cast<LONGLONG>(chance_.Between(1, static_cast<std::uint64_t>(longest))));
+  Sleep(static_cast<LONGLONG>(chance_.Between(1, LongestSleep(longest))));
+}
+
+std::uint64_t Stage::LongestSleep(LONGLONG usual) {
+  const auto time = static_cast<std::uint64_t>(usual);
+  return std::max<std::uint64_t>(1, time * swarm_.Value("sleeps in percent", 100, 1, 200) / 100);
 }
 
 std::u16string Stage::DriverKey() const {
@@ -126,6 +140,18 @@ LONGLONG Stage::AtSwitchPoint(const host::SwitchPlace& place) {
   }
   if (place.Self.HasStopped) trace_.NoteStoppedReader(place.Self);
   return RunStalls().At(place, host::CurrentWorld().Now());
+}
+
+bus::FaultScript Stage::DrawFaults() {
+  constexpr bus::RandomFaultMix kMixes[] = {
+      bus::RandomFaultMix::Packets, bus::RandomFaultMix::Requests, bus::RandomFaultMix::Everything};
+  const std::chrono::milliseconds time(swarm_.Value("ms of bus faults", 3000, 500, 5000));
+  bus::FaultScript script = bus::RandomFaults(key_.Seed, time, chance_.OneOf(kMixes));
+  std::erase_if(script.Faults, [this](const bus::BusFault& fault) {
+    const std::string place(bus::WordOf(fault.Place));
+    return !swarm_.Has("fault " + place + " " + std::string(bus::WordOf(fault.Kind)));
+  });
+  return script;
 }
 
 void Stage::FailAllocation(std::uint64_t number) {

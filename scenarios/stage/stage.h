@@ -12,6 +12,7 @@
 #include "scenarios/run/run_parts.h"
 #include "scenarios/run/run_result.h"
 #include "scenarios/run/status_text.h"
+#include "scenarios/run/swarm.h"
 #include "scenarios/run/trace_record.h"
 #include "scenarios/stage/request_checks.h"
 #include "scenarios/stage/run_checks.h"
@@ -39,7 +40,8 @@ struct PlugOptions {
 class Stage final : public RunChecks {
  public:
   /// @param parts  what of the run is left out; outlives it
-  Stage(const RunKey& key, TraceRecord& trace, RunParts& parts);
+  /// @param swarm  outlives it
+  Stage(const RunKey& key, TraceRecord& trace, RunParts& parts, Swarm& swarm);
   Stage(const Stage&) = delete;
   Stage& operator=(const Stage&) = delete;
   ~Stage() { trace_.Watch(nullptr); }
@@ -47,6 +49,12 @@ class Stage final : public RunChecks {
   [[nodiscard]] Random& Chance() { return chance_; }
   [[nodiscard]] const RunKey& Key() const { return key_; }
   [[nodiscard]] TraceRecord& Trace() { return trace_; }
+  /// The kinds of fault and operation that the run has, and its parameters.
+  [[nodiscard]] Swarm& Kinds() { return swarm_; }
+  /// Whether one of the run's rare events takes place: at random, and never if its kind is left out.
+  [[nodiscard]] bool Happens(Random& chance, std::uint64_t oneIn, std::string_view kind) {
+    return chance.OneIn(oneIn) && swarm_.Has(kind);
+  }
 
   /// Whether a thread performs its `number`-th operation; false for one that is left out of this run.
   [[nodiscard]] bool HasOperation(const std::string& who, std::uint64_t number, Random& chance) {
@@ -56,6 +64,8 @@ class Stage final : public RunChecks {
   static void Sleep(LONGLONG time);
   /// Sleeps up to `longest`; often not at all.
   void SleepAWhile(LONGLONG longest);
+  /// The longest time of a sleep in this run, which may be faster or slower than usual.
+  [[nodiscard]] std::uint64_t LongestSleep(LONGLONG usual);
 
   /// Performs one step of the scenario, and adds its status to the trace.
   template <typename Operation>
@@ -87,12 +97,18 @@ class Stage final : public RunChecks {
 
   // ---- Faults.
 
+  /// A random script for the bus, of the kinds of fault that the run has.
+  [[nodiscard]] bus::FaultScript DrawFaults();
   /// Unplugs the device at the `number`-th switch point of the run.
   void UnplugAt(std::uint64_t number) { unplugAt_ = number; }
   LONGLONG AtSwitchPoint(const host::SwitchPlace& place);
   /// The rule that is broken while all threads wait; empty if none is.
   [[nodiscard]] std::string WrongAtRest() const {
     return streamChecks_.WrongAtRest(trace_.HasFailedSend(), trace_.HasFailedDrain());
+  }
+  /// A number for the driver's state at a switch point, with the field of the stream that is accessed there.
+  [[nodiscard]] std::uint64_t DriverState(const void* object) const {
+    return streamChecks_.StateAt(object);
   }
   /// Makes the `number`-th allocation from now on fail; the `number`-th call of a kernel function.
   void FailAllocation(std::uint64_t number);
@@ -135,6 +151,7 @@ class Stage final : public RunChecks {
   const RunKey key_;
   TraceRecord& trace_;
   RunParts& parts_;
+  Swarm& swarm_;
   Random chance_;
   std::unique_ptr<Surroundings> around_;
   std::unique_ptr<StampedCamera> camera_;

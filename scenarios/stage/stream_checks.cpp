@@ -1,7 +1,10 @@
 #include "scenarios/stage/stream_checks.h"
 
+#include <array>
+
 #include "platform/host/nt/scheduling/thread.h"
 #include "platform/host/nt/verifier/irp_tracker.h"
+#include "scenarios/run/random.h"
 #include "scenarios/run/value_of.h"
 
 namespace lidcam::scenarios {
@@ -82,6 +85,29 @@ std::string StreamChecks::Look(std::string_view line) {
     return "a drain has left the request of a start before it";
   }
   return {};
+}
+
+std::uint64_t StreamChecks::StateAt(const void* object) const {
+  if (stream_ == nullptr) return 0;
+  const auto offset =
+      reinterpret_cast<std::uintptr_t>(object) - reinterpret_cast<std::uintptr_t>(stream_);
+  const UsbDeviceRecord& device = *stream_->Device;
+  const std::array<std::uint64_t, 12> values{
+      1 + (offset < sizeof(UsbStreamRecord) ? offset : sizeof(UsbStreamRecord)),
+      ValueOf(stream_->WaitFlags),
+      ValueOf(stream_->Halted),
+      ValueOf(stream_->RestartPending),
+      ValueOf(stream_->StreamRunning),
+      ValueOf(stream_->Opened),
+      static_cast<std::uint64_t>(stream_->WatchdogChain),
+      static_cast<std::uint64_t>(stream_->RunningTicks),
+      ValueOf(stream_->PipeIndex),
+      static_cast<std::uint64_t>(device.ResetGuard),
+      ValueOf(device.DeviceOpen),
+      ValueOf(device.Connected)};
+  std::uint64_t state = 0;
+  for (const std::uint64_t value : values) state = Random(state, value).Next();
+  return state;
 }
 
 std::string StreamChecks::WrongAtRest(bool hasFailedSend, bool hasFailedDrain) const {

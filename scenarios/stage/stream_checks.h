@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -30,6 +31,12 @@ class StreamChecks {
   /// @param hasFailedSend   a transfer was refused in this run: it is counted wrongly from then on
   /// @param hasFailedDrain  the watchdog's flags may be wrong, which the device's stop allows for
   [[nodiscard]] std::string WrongAtRest(bool hasFailedSend, bool hasFailedDrain) const;
+
+  /// A number for the flags and counts of the stream and its device, and for the field that a thread is about to
+  /// access.
+  ///
+  /// @param object  not accessed
+  [[nodiscard]] std::uint64_t StateAt(const void* object) const;
 
  private:
   const UsbStreamRecord* stream_ = nullptr;  ///< null: not watched

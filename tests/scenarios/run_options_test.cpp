@@ -18,6 +18,7 @@ constexpr RunOptions kStalls{.HasStalls = true};
 constexpr RunOptions kExposure{.HasExposure = true};
 constexpr RunOptions kBurst{.Scheduler = host::SchedulerKind::Burst};
 constexpr RunOptions kPriorities{.Scheduler = host::SchedulerKind::Priorities};
+constexpr RunOptions kSwarm{.IsSwarm = true};
 constexpr RunOptions kAll{.HasPoints = true, .HasStalls = true, .HasExposure = true};
 
 RunResult Play(const Scenario& scenario, std::uint64_t seed, const RunOptions& options) {
@@ -38,7 +39,8 @@ class EachScenarioWithOptions : public testing::TestWithParam<Scenario> {};
 TEST_P(EachScenarioWithOptions, HoldsUnderItsFirstSeedsAndIsTheSameRunAgain) {
   const std::uint64_t kSeeds = test::kIsSanitized ? 1 : 2;
   for (std::uint64_t seed = 1; seed <= kSeeds; ++seed) {
-    for (const RunOptions& options : {kPoints, kAll, kPoints | kBurst, kAll | kPriorities}) {
+    for (const RunOptions& options :
+         {kPoints, kAll, kPoints | kBurst, kAll | kPriorities | kSwarm}) {
       const RunResult result = Play(GetParam(), seed, options);
       EXPECT_NE(result.Outcome, Verdict::Failed) << ReplayCommand(result.Key) << "\n"
                                                  << result.What << "\n"
@@ -66,7 +68,14 @@ TEST(RunOptions, StandInTheCommandThatPlaysTheRunAgain) {
             "lidcam simulate --scenario unplug --seed 17 --points --scheduler burst");
   EXPECT_EQ(ReplayCommand({"unplug", 17, 0, kPriorities}),
             "lidcam simulate --scenario unplug --seed 17 --scheduler priorities");
+  EXPECT_EQ(ReplayCommand({"unplug", 17, 0, kAll | kSwarm}),
+            "lidcam simulate --scenario unplug --seed 17 --points --stalls --exposure --swarm");
   EXPECT_EQ(ReplayCommand({"unplug", 17, 0, {}}), "lidcam simulate --scenario unplug --seed 17");
+}
+
+TEST(RunOptions, ReseedingsStandInTheCommandThatPlaysTheRunAgain) {
+  EXPECT_EQ(ReplayCommand({"unplug", 17, 0, kPoints, {{120, 7}, {340, 9}}}),
+            "lidcam simulate --scenario unplug --seed 17 --points --reseed 120:7,340:9");
 }
 
 TEST(RunOptions, SideBySideAddsPicturesAndThePoolToTheTrace) {

@@ -12,7 +12,8 @@ namespace {
 constexpr LONGLONG kMicrosecond = 10;
 
 TEST(Surroundings, RequestsTakeFromAHundredMicrosecondsToFiveMilliseconds) {
-  Surroundings around(1);
+  Swarm swarm;
+  Surroundings around(1, swarm);
   std::vector<LONGLONG> times(2000);
   std::ranges::generate(times, [&around] { return around.NextRequestTime(); });
   const auto [shortest, longest] = std::ranges::minmax(times);
@@ -23,7 +24,8 @@ TEST(Surroundings, RequestsTakeFromAHundredMicrosecondsToFiveMilliseconds) {
 }
 
 TEST(Surroundings, LightChangesWithinASecondAndBecomesDarkAndBright) {
-  Surroundings around(2);
+  Swarm swarm;
+  Surroundings around(2, swarm);
   std::set<int> lumas;
   for (std::uint64_t second = 0; second < 100; ++second) {
     lumas.insert(around.LumaAt(second * 8000));
@@ -37,7 +39,8 @@ TEST(Surroundings, AreTheSameForTheSameSeed) {
   std::vector<LONGLONG> first;
   std::vector<LONGLONG> second;
   for (std::vector<LONGLONG>* const times : {&first, &second}) {
-    Surroundings around(7);
+    Swarm swarm;
+    Surroundings around(7, swarm);
     for (std::uint64_t i = 0; i < 50; ++i) {
       times->push_back(around.NextRequestTime());
       times->push_back(around.LumaAt(i * 3000));
@@ -49,10 +52,25 @@ TEST(Surroundings, AreTheSameForTheSameSeed) {
 TEST(Surroundings, SomeSeedsHaveNoDriverKey) {
   int without = 0;
   for (std::uint64_t seed = 1; seed <= 100; ++seed) {
-    if (Surroundings(seed).DriverKey().empty()) ++without;
+    Swarm swarm;
+    if (Surroundings(seed, swarm).DriverKey().empty()) ++without;
   }
   EXPECT_GT(without, 10);
   EXPECT_LT(without, 40);
+}
+
+TEST(Surroundings, NightNeverComesWhereTheSeedLeavesDarknessOut) {
+  int without = 0;
+  for (std::uint64_t seed = 1; seed <= 20; ++seed) {
+    Swarm swarm(seed);
+    if (swarm.Has("darkness")) continue;
+    Surroundings around(seed, swarm);
+    for (std::uint64_t second = 0; second < 200; ++second) {
+      EXPECT_GE(around.LumaAt(second * 8000), 30);
+    }
+    ++without;
+  }
+  EXPECT_GT(without, 0);
 }
 
 }  // namespace

@@ -49,6 +49,14 @@ class SimulateTest(unittest.TestCase):
         self.assertEqual(min(first for first, _ in seeds), 5)
         self.assertEqual(max(last for _, last in seeds), 6)
 
+    def test_runs_that_leave_something_out_count_apart_from_the_usual_ones(self):
+        results = self.path("results")
+        for option in ((), ("--swarm",)):
+            self.assertEqual(self.simulate("20", LIDCAM, "--results", results, *option).returncode, 0)
+        lines = map(json.loads, pathlib.Path(results).read_text(encoding="utf-8").splitlines())
+        self.assertEqual({item["options"] for item in lines}, {"--scenario all --mix", "--scenario all --mix --swarm"})
+        self.assertIn("80 runs, 0 failed", self.simulate("--merge", results).stdout)
+
     def test_range_in_two_files_counts_once_and_an_interrupted_one_not_at_all(self):
         first = self.path("first", [line(1, 9, 100), line(10, 19, 50)])
         second = self.path("second", [line(10, 19, 50), line(20, 29, 7, interrupted=True), line(30, 39, 5)])

@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "apps/lidcam/base/standard_output.h"
@@ -18,6 +19,7 @@
 #include "library/base/interrupt.h"
 #include "platform/host/nt/memory/pool_arena.h"
 #include "platform/image/image_file.h"
+#include "scenarios/guide.h"
 #include "scenarios/minimizer.h"
 #include "scenarios/runner.h"
 #include "scenarios/stated_hangs.h"
@@ -44,6 +46,8 @@ struct SimulateCommand {
   bool HasAllSteps = false;
   scenarios::RunOptions Options;
   std::string Scheduler = "walk";
+  std::string Reseedings;
+  std::optional<std::size_t> Branches;
   bool IsMixed = false;
   bool IsMinimized = false;
   bool IsSideBySide = false;
@@ -100,6 +104,29 @@ SeedRange ParseSeeds(const std::string& text) {
   return range;
 }
 
+// "120:7,340:9"
+std::vector<scenarios::Reseeding> ParseReseedings(const std::string& text) {
+  std::vector<scenarios::Reseeding> reseedings;
+  const char* at = text.data();
+  const char* const end = at + text.size();
+  while (at != end) {
+    scenarios::Reseeding each;
+    const auto point = std::from_chars(at, end, each.Point);
+    const bool hasSeed = point.ec == std::errc{} && point.ptr != end && *point.ptr == ':';
+    const auto seed = std::from_chars(hasSeed ? point.ptr + 1 : end, end, each.Seed);
+    const bool hasEnd = seed.ptr == end || (*seed.ptr == ',' && seed.ptr + 1 != end);
+    const bool isInOrder = each.Point > (reseedings.empty() ? 0 : reseedings.back().Point);
+    if (!hasSeed || seed.ec != std::errc{} || !hasEnd || !isInOrder) {
+      throw UsageError("--reseed " + text +
+                       ": numbers of switch points, in their order, each with a seed, such as "
+                       "120:7,340:9");
+    }
+    reseedings.push_back(each);
+    at = seed.ptr == end ? end : seed.ptr + 1;
+  }
+  return reseedings;
+}
+
 std::vector<const Scenario*> ChosenScenarios(const std::string& name) {
   std::vector<const Scenario*> chosen;
   if (name == "all") {
@@ -142,6 +169,19 @@ std::string WholeReplayCommand(const RunResult& result, const SimulateCommand& c
   return text;
 }
 
+// "left out: pauses, pulled plugs; applications 4, buffers 2"; empty for a usual run.
+std::string SwarmText(const RunResult& result) {
+  if (!result.Key.Options.IsSwarm) return {};
+  std::string text = result.LeftOut.empty() ? "all kinds" : "left out";
+  const char* separator = ": ";
+  for (const std::string& kind : result.LeftOut) text += std::exchange(separator, ", ") + kind;
+  separator = "; ";
+  for (const auto& [parameter, value] : result.Parameters) {
+    text += std::exchange(separator, ", ") + parameter + " " + std::to_string(value);
+  }
+  return text;
+}
+
 void PrintText(const RunResult& result, const SimulateCommand& command) {
   const bool isFailed = result.Outcome == Verdict::Failed;
   if (command.ShowsTrace) std::fputs(result.Trace.c_str(), stdout);
@@ -151,10 +191,13 @@ void PrintText(const RunResult& result, const SimulateCommand& command) {
     if (result.Key.Step != 0) {
       std::printf(" step %-5llu", static_cast<unsigned long long>(result.Key.Step));
     }
-    std::printf(" schedule %-7llu hash %s%s  %s\n",
+    std::printf(" schedule %-7llu hash %s%s%s  %s\n",
                 static_cast<unsigned long long>(result.ScheduleLength), Hex(result.Hash).c_str(),
-                ToString(result.Key.Options).c_str(), VerdictText(result).c_str());
+                ToString(result.Key.Options).c_str(), ToString(result.Key.Reseedings).c_str(),
+                VerdictText(result).c_str());
   }
+  const std::string swarm = SwarmText(result);
+  if (!swarm.empty() && (isFailed || !command.IsQuiet)) std::printf("  %s\n", swarm.c_str());
   if (!isFailed) return;
   std::printf("  %s\n  replay: %s\n", result.What.c_str(),
               WholeReplayCommand(result, command).c_str());
@@ -172,9 +215,16 @@ void PrintJson(const RunResult& result, const SimulateCommand& command) {
                       {"disturbedFrames", result.Counts.Disturbed},
                       {"recoveries", result.Counts.Recoveries}};
   if (result.Key.Step != 0) json["step"] = result.Key.Step;
+  for (const scenarios::Reseeding& each : result.Key.Reseedings) {
+    json["reseedings"].push_back({each.Point, each.Seed});
+  }
   if (result.Key.Options.HasPoints) json["points"] = true;
   if (result.Key.Options.HasStalls) json["stalls"] = true;
   if (result.Key.Options.HasExposure) json["exposure"] = true;
+  if (result.Key.Options.IsSwarm) {
+    json["leftOut"] = result.LeftOut;
+    json["parameters"] = result.Parameters;
+  }
   json["scheduler"] = std::string(host::ToString(result.Key.Options.Scheduler));
   if (!result.Hang.empty()) json["hang"] = result.Hang;
   if (result.Outcome == Verdict::Failed) {
@@ -207,7 +257,8 @@ void PrintList() {
 
 std::string OptionsText(const SimulateCommand& command) {
   std::string text = "--scenario " + command.ScenarioName;
-  if (command.IsMixed) return text + " --mix";
+  if (command.Branches) text += " --guided " + std::to_string(*command.Branches);
+  if (command.IsMixed) return text + " --mix" + (command.Options.IsSwarm ? " --swarm" : "");
   if (command.Step) text += " --step " + std::to_string(*command.Step);
   if (command.HasAllSteps) text += " --every-step";
   return text + ToString(command.Options) + " --scheduler " + command.Scheduler;
@@ -275,6 +326,7 @@ scenarios::RunOptions OptionsOf(const SimulateCommand& command, std::uint64_t se
       scenarios::RunOptions{.HasPoints = true, .HasExposure = true},
   };
   scenarios::RunOptions options = kMix[seed % kMix.size()];
+  options.IsSwarm = command.Options.IsSwarm;
   if (options.HasPoints) options.Scheduler = kSchedulers[seed % kSchedulers.size()];
   return options;
 }
@@ -302,7 +354,7 @@ RunResult RunSideBySide(const Scenario& scenario, const RunKey& key, bool keepsT
 }
 
 void Play(const Scenario& scenario, std::uint64_t seed, const SimulateCommand& command,
-          Tally& tally) {
+          Tally& tally, scenarios::Guide* guide) {
   scenarios::RunOptions options = OptionsOf(command, seed);
   options.IsSideBySide = command.IsSideBySide;
   const auto take = [&](const RunResult& result) {
@@ -313,7 +365,9 @@ void Play(const Scenario& scenario, std::uint64_t seed, const SimulateCommand& c
   if (command.HasAllSteps && scenario.HasSteps) {
     scenarios::RunAllSteps(scenario, seed, options, take);
   } else {
-    const RunKey key{std::string(scenario.Name), seed, command.Step.value_or(0), options};
+    const RunKey key{std::string(scenario.Name), seed, command.Step.value_or(0), options,
+                     ParseReseedings(command.Reseedings)};
+    if (guide != nullptr) return guide->Play(scenario, key, take);
     take(command.IsSideBySide
              ? RunSideBySide(scenario, key, command.ShowsTrace)
              : scenarios::RunScenario(scenario, key, {.KeepsTrace = command.ShowsTrace}));
@@ -357,18 +411,31 @@ void Run(const SimulateCommand& command) {
       std::ranges::none_of(scenarios, &Scenario::HasSteps)) {
     throw UsageError("--scenario " + command.ScenarioName + " has no steps");
   }
+  const bool isOneRun = scenarios.size() == 1 && seeds.First == seeds.Last;
+  if (!command.Reseedings.empty() && !isOneRun) {
+    throw UsageError("--reseed is for one run: --scenario NAME --seed N");
+  }
+  if (command.Branches && !scenarios::Guide::IsPossible()) {
+    throw CommandError(
+        "--guided: this program's simulations have a machine thread for each of theirs, and can't "
+        "fork");
+  }
   if (command.IsMinimized) {
-    if (scenarios.size() != 1 || seeds.First != seeds.Last) {
+    if (!isOneRun) {
       throw UsageError("--minimize is for one run: --scenario NAME --seed N");
     }
     const RunKey key{command.ScenarioName, seeds.First, command.Step.value_or(0),
-                     OptionsOf(command, seeds.First)};
+                     OptionsOf(command, seeds.First), ParseReseedings(command.Reseedings)};
     return RunMinimized(*scenarios.front(), key, command);
   }
   host::SetPoolGuardPages(command.HasGuardPages);
+  std::optional<scenarios::Guide> guide;
+  if (command.Branches) guide.emplace(*command.Branches);
   Tally tally;
   for (std::uint64_t seed = seeds.First; seed <= seeds.Last && !IsInterrupted(); ++seed) {
-    for (const Scenario* const scenario : scenarios) Play(*scenario, seed, command, tally);
+    for (const Scenario* const scenario : scenarios) {
+      Play(*scenario, seed, command, tally, guide ? &*guide : nullptr);
+    }
   }
   PrintTally(tally, seeds, command);
   if (tally.Failures != 0) {
@@ -417,13 +484,28 @@ void AddSimulateCommand(CLI::App& app) {
   sub->add_flag("--mix", command->IsMixed,
                 "seed by seed with none, some or all of these three, and with each scheduler")
       ->excludes("--points", "--stalls", "--exposure", "--scheduler");
+  sub->add_flag("--swarm", command->Options.IsSwarm,
+                "each seed leaves out some kinds of fault and operation, and draws its parameters: "
+                "light, settings, times, sizes, number of applications");
   AddDriverOption(*sub);
+  CLI::Option* const guided =
+      sub->add_option(
+             "--guided", command->Branches,
+             "branch each run up to N times, where a switch point is reached in a state of the "
+             "driver for the first time: the branch goes on with other random numbers")
+          ->check(CLI::Range(1, 10'000))
+          ->type_name("N")
+          ->excludes("--every-step", "--driver");
+  sub->add_option("--reseed", command->Reseedings,
+                  "go on with other random numbers from these switch points on: repeats a branch")
+      ->type_name("POINT:SEED,...")
+      ->excludes("--every-step", guided);
   sub->add_flag(
          "--side-by-side", command->IsSideBySide,
          "with --driver: play each run with the program's own driver, too; requests, statuses, "
          "messages and frames have to be the same")
       ->needs("--driver")
-      ->excludes("--points");
+      ->excludes("--points", "--guided");
   sub->add_flag("--guard-pages", command->HasGuardPages,
                 "each block of the pool ends at a page that is not accessible, and freed ones are "
                 "not; the driver of an image stops at the instruction that accesses one");
@@ -435,7 +517,7 @@ void AddSimulateCommand(CLI::App& app) {
   sub->add_flag("--minimize", command->IsMinimized,
                 "print only those switches of threads, faults and operations that the failure of a "
                 "run needs")
-      ->excludes("--every-step", "--json", "--quiet");
+      ->excludes("--every-step", "--json", "--quiet", "--guided");
   sub->footer(
       "Example:\n"
       "  lidcam simulate --seeds 1..100 --scenario urb-errors");

@@ -12,6 +12,9 @@ class ExecutionContext {
   /// @return the context that runs next, when this one has ended
   using Body = std::function<ExecutionContext&()>;
 
+  /// Whether all contexts run on the machine thread of their world, so that its process can fork.
+  [[nodiscard]] static bool ShareOneMachineThread();
+
   /// The caller, which runs already.
   ExecutionContext();
 

@@ -102,6 +102,10 @@ void ExecutionContext::State::End(State& next) {
   std::abort();  // nothing jumps back
 }
 
+bool ExecutionContext::ShareOneMachineThread() {
+  return true;
+}
+
 ExecutionContext::ExecutionContext() : state_(std::make_unique<State>()) {}
 
 ExecutionContext::ExecutionContext(Body body) : state_(std::make_unique<State>(std::move(body))) {}

@@ -11,6 +11,10 @@ struct ExecutionContext::State {
   std::thread Machine;
 };
 
+bool ExecutionContext::ShareOneMachineThread() {
+  return false;
+}
+
 ExecutionContext::ExecutionContext() : state_(std::make_unique<State>()) {}
 
 ExecutionContext::ExecutionContext(Body body) : state_(std::make_unique<State>()) {

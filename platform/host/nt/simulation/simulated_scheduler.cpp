@@ -138,8 +138,13 @@ bool IsInstruction(std::string_view call) {
 
 // @return whether the thread is stalled at the point
 bool SimulatedScheduler::BeginPoint(Thread& self, const PointSubject& subject) {
-  if (!options_.AtSwitchPoint) return false;
-  const LONGLONG time = options_.AtSwitchPoint({scheduleLength_ + 1, self, subject});
+  const SwitchPlace place{scheduleLength_ + 1, self, subject};
+  const LONGLONG time = options_.AtSwitchPoint ? options_.AtSwitchPoint(place) : 0;
+  if (options_.NewSeed) {
+    if (const std::optional<std::uint64_t> seed = options_.NewSeed(place)) {
+      random_ = base::SplitMix(*seed);
+    }
+  }
   if (time <= 0) return false;
   self.StalledUntil = now_ + time;
   return true;

@@ -52,6 +52,11 @@ struct SimulationOptions {
   /// @return how long the thread is stalled there while time advances, 100 ns; 0: not at all
   std::function<LONGLONG(const SwitchPlace& place)> AtSwitchPoint{};
 
+  /// Called at each switch point, behind AtSwitchPoint and under the same rules.
+  ///
+  /// @return the seed of the random numbers that the scheduler draws from here on; nothing: it goes on with its own
+  std::function<std::optional<std::uint64_t>(const SwitchPlace& place)> NewSeed{};
+
   /// Called whenever all threads wait and none is stalled, before time advances, on any thread. Mustn't
   /// call the kernel.
   ///

@@ -51,8 +51,18 @@ class ErrorTest(CommandLineTest):
                 (("replay", "x", "--frames", "0"), ("replay: ", "--frames", "'0'", "from 1 on")),
                 (("simulate", "--seed", "-1"), ("simulate: ", "--seed", "'-1'", "from 0 on")),
                 (("simulate", "--step", "0"), ("simulate: ", "--step", "'0'", "from 1 on")),
+                (("simulate", "--guided", "0"), ("simulate: ", "--guided", "0")),
+                (("simulate", "--guided", "1", "--every-step"), ("--guided", "--every-step")),
                 (("stream", "--frames", "none"), ("stream: ", "--frames", "none", "no number"))):
             self.assert_one_line_error(self.run_lidcam(*arguments), 2, "--help tells more", *words)
+
+    def test_reseedings_are_numbers_in_their_order_for_one_run(self):
+        for arguments, words in (
+                (("--reseed", "5:1"), ("--reseed is for one run",)),
+                (("--scenario", "power", "--reseed", "9:1,5:2"), ("--reseed 9:1,5:2", "in their order")),
+                (("--scenario", "power", "--reseed", "9"), ("--reseed 9:", "120:7,340:9")),
+                (("--scenario", "power", "--reseed", "9:1,"), ("--reseed 9:1,:", "120:7,340:9"))):
+            self.assert_one_line_error(self.run_lidcam("simulate", *arguments), 2, *words)
 
     def test_names_that_are_empty_and_devices_that_are_none_are_wrong_use(self):
         capture = self.path("bus.pcap")

@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <optional>
 #include <set>
 #include <vector>
 
@@ -318,6 +320,36 @@ TEST(Simulation, IsNotCheckedWhileAThreadIsStalled) {
   });
   ASSERT_FALSE(seen.empty());
   EXPECT_GE(seen.front(), 5 * kMillisecond);
+}
+
+// Which thread reaches each switch point.
+std::vector<std::uint32_t> ThreadsAtPoints(std::uint64_t seed, std::uint64_t newSeed) {
+  std::vector<std::uint32_t> threads;
+  SimulationOptions options{.Seed = seed, .AtSwitchPoint = [&threads](const SwitchPlace& place) {
+                              threads.push_back(place.Self.Number);
+                              return LONGLONG{0};
+                            }};
+  if (newSeed != 0) {
+    options.NewSeed = [newSeed](const SwitchPlace& place) {
+      return place.Number == 12 ? std::optional(newSeed) : std::nullopt;
+    };
+  }
+  Simulate(options, [] { static_cast<void>(RunExchange()); });
+  return threads;
+}
+
+TEST(Simulation, NewSeedChangesTheScheduleFromItsPointOnOnly) {
+  int changed = 0;
+  for (std::uint64_t seed = 1; seed <= 10; ++seed) {
+    const std::vector<std::uint32_t> whole = ThreadsAtPoints(seed, 0);
+    const std::vector<std::uint32_t> other = ThreadsAtPoints(seed, 77);
+    ASSERT_GT(whole.size(), 12U);
+    ASSERT_GT(other.size(), 12U);
+    EXPECT_TRUE(std::equal(whole.begin(), whole.begin() + 12, other.begin()));
+    EXPECT_EQ(ThreadsAtPoints(seed, 77), other);
+    if (whole != other) ++changed;
+  }
+  EXPECT_GT(changed, 0);
 }
 
 }  // namespace
