@@ -42,6 +42,12 @@ void ExpireTimers(Scheduler& world) {
   }
 }
 
+void Scheduler::BlockUntil(Thread& self, std::unique_lock<WorldLock>& guard, LONGLONG due,
+                           const TimerEntry& limit) {
+  Timers().Insert(due, TieNumber(), limit);
+  Block(self, guard);
+}
+
 Thread& Scheduler::StartThread(const std::string& name, bool isService,
                                std::function<void()> body) {
   auto* const thread = new Thread(*this, nextThread_++, name);

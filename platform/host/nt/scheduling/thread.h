@@ -1,7 +1,6 @@
 #pragma once
 
 #include <atomic>
-#include <condition_variable>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -71,10 +70,9 @@ struct Thread {
   std::shared_ptr<void> DriverStack;
 
   // Used by the scheduler.
-  std::condition_variable Resumed;
+  WakeFlag Woken;
   ExecutionContext* Context = nullptr;  ///< in a simulation
   RunState State = RunState::Ready;
-  bool IsWoken = false;
   unsigned Spins = 0;            ///< since the last progress that it has seen
   std::uint64_t SpinsSince = 0;  ///< number of that progress
   std::uint64_t Rank = 0;  ///< among threads that can run: the highest runs first; 0: not drawn
