@@ -106,6 +106,9 @@ asm(R"(
   .cfi_offset %rbp, -16
   movq %rsp, %rbp
   .cfi_def_cfa_register %rbp
+  .endm
+
+  .macro LIDCAM_KEEP_ARGUMENTS
   movq %rcx, 16(%rbp)
   movq %rdx, 24(%rbp)
   movq %r8, 32(%rbp)
@@ -117,6 +120,7 @@ asm(R"(
   .type LidcamEnterDriver, @function
 LidcamEnterDriver:
   LIDCAM_BEGIN_FRAME
+  LIDCAM_KEEP_ARGUMENTS
   subq $192, %rsp
   movq %r11, -8(%rbp)
   leaq -48(%rbp), %rcx
@@ -158,6 +162,7 @@ LidcamEnterDriver:
   .type LidcamLeaveDriver, @function
 LidcamLeaveDriver:
   LIDCAM_BEGIN_FRAME
+  LIDCAM_KEEP_ARGUMENTS
   pushq %r11
   pushfq
   cld
@@ -195,12 +200,7 @@ LidcamLeaveDriver:
   .hidden LidcamFault
   .type LidcamFault, @function
 LidcamFault:
-  .cfi_startproc
-  pushq %rbp
-  .cfi_def_cfa_offset 16
-  .cfi_offset %rbp, -16
-  movq %rsp, %rbp
-  .cfi_def_cfa_register %rbp
+  LIDCAM_BEGIN_FRAME
   andq $-16, %rsp
   subq $128, %rsp
   callq LidcamLeaveDriver
@@ -212,12 +212,7 @@ LidcamFault:
   .hidden LidcamSpin
   .type LidcamSpin, @function
 LidcamSpin:
-  .cfi_startproc
-  pushq %rbp
-  .cfi_def_cfa_offset 16
-  .cfi_offset %rbp, -16
-  movq %rsp, %rbp
-  .cfi_def_cfa_register %rbp
+  LIDCAM_BEGIN_FRAME
   pushfq
   pushq %rax
   pushq %rcx

@@ -2,28 +2,14 @@
 
 #include "driver/core/base/camera_trace.h"
 #include "driver/sensor/registers/register_names.h"
+#include "driver/sensor/registers/register_requests.h"
 #include "platform/kernel.h"
 
 namespace lidcam {
 namespace {
 
-constexpr std::uint32_t kRequestWrite = 0xA0;
-constexpr std::uint32_t kRequestRead = 0xA1;
-constexpr std::uint32_t kSelectRegister = 0xFFFF;
-
-// A constant of the read request's wValue, not a length.
-constexpr std::uint32_t kReadRequestValue = 1;
-
 const char* ChipName(Chip chip) {
   return chip == Chip::Bridge ? "bridge" : "sensor";
-}
-
-// Values of the select register: bit 1 chooses the sensor, bit 0 a read.
-constexpr std::uint32_t SelectForWrite(Chip chip) {
-  return chip == Chip::Bridge ? 0 : 2;
-}
-constexpr std::uint32_t SelectForRead(Chip chip) {
-  return chip == Chip::Bridge ? 1 : 3;
 }
 
 Status SendWrite(CameraContext& context, std::uint32_t index, std::uint32_t value) {

@@ -1,16 +1,10 @@
 #include "library/camera/controls/register_reading.h"
 
+#include "driver/sensor/registers/register_requests.h"
 #include "platform/kernel.h"
 
 namespace lidcam::app {
 namespace {
-
-constexpr std::uint32_t kRequestWrite = 0xA0;
-constexpr std::uint32_t kRequestRead = 0xA1;
-constexpr std::uint32_t kSelectRegister = 0xFFFF;
-constexpr std::uint32_t kSelectBridgeRead = 1;
-constexpr std::uint32_t kSelectSensorRead = 3;
-constexpr std::uint32_t kReadRequestValue = 1;
 
 // Raised ahead of the look at the other flag: the exposure control begins no access then.
 void TakeRegisters(CameraContext& camera) {
@@ -24,9 +18,8 @@ std::optional<std::uint8_t> ReadRegisterOfStream(CameraContext& camera, Chip chi
                                                  RegisterAddress address) {
   TakeRegisters(camera);
   std::uint32_t length = 0;
-  static_cast<void>(camera.WriteRequest(
-      camera.TransportContext, kRequestWrite, kSelectRegister,
-      chip == Chip::Bridge ? kSelectBridgeRead : kSelectSensorRead, nullptr, &length));
+  static_cast<void>(camera.WriteRequest(camera.TransportContext, kRequestWrite, kSelectRegister,
+                                        SelectForRead(chip), nullptr, &length));
   std::uint8_t value = 0;
   length = 1;
   const Status status = camera.ReadRequest(camera.TransportContext, kRequestRead, address,

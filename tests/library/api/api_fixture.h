@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
@@ -10,6 +11,9 @@
 #include "library/lidcam.h"
 
 namespace lidcam::api {
+
+/// Milliseconds. Under ThreadSanitizer on a loaded machine a picture can take seconds.
+inline constexpr std::int32_t kLongestWait = 60'000;
 
 /// A folder of its own for settings and locks, and cameras that are closed at the end.
 class LibraryTest : public testing::Test {
@@ -52,7 +56,7 @@ class OpenCamera {
 /// Takes the next frame and gives it back; false without one.
 inline bool Skip(lidcam_camera* camera) {
   const lidcam_frame* frame = nullptr;
-  if (lidcam_next_frame(camera, 10'000, &frame) != LIDCAM_OK) return false;
+  if (lidcam_next_frame(camera, kLongestWait, &frame) != LIDCAM_OK) return false;
   lidcam_frame_release(frame);
   return true;
 }

@@ -56,7 +56,7 @@ TEST_F(RecordingTest, ItsFramesComeInTheirOwnTimeUpToTheEnd) {
   std::int64_t newest = -1;
   const lidcam_frame* frame = nullptr;
   lidcam_status status = LIDCAM_OK;
-  while ((status = lidcam_next_frame(camera, 20'000, &frame)) == LIDCAM_OK) {
+  while ((status = lidcam_next_frame(camera, kLongestWait, &frame)) == LIDCAM_OK) {
     ++frames;
     EXPECT_EQ(frame->size, 160U * 120 * 2);
     EXPECT_EQ(frame->monotonic_ns, 0);
@@ -77,7 +77,7 @@ TEST_F(RecordingTest, ASlowReaderOfItLosesNothing) {
   ASSERT_EQ(lidcam_start(camera, &options), LIDCAM_OK) << lidcam_error_text();
   int frames = 0;
   const lidcam_frame* frame = nullptr;
-  while (lidcam_next_frame(camera, 20'000, &frame) == LIDCAM_OK) {
+  while (lidcam_next_frame(camera, kLongestWait, &frame) == LIDCAM_OK) {
     ++frames;
     EXPECT_EQ(frame->drop_count, 0);
     lidcam_frame_release(frame);
@@ -112,7 +112,7 @@ TEST_F(RecordingTest, TheTimesAtWhichACameraInTheDarkSendsNothingAreNoLosses) {
   int frames = 0;
   bool isDark = false;
   const lidcam_frame* frame = nullptr;
-  while (lidcam_next_frame(camera, 20'000, &frame) == LIDCAM_OK) {
+  while (lidcam_next_frame(camera, kLongestWait, &frame) == LIDCAM_OK) {
     ++frames;
     missing = frame->picture_number - frames;
     drops = frame->drop_count;

@@ -9,12 +9,6 @@
 #include <stdexcept>
 
 namespace lidcam::viewer {
-namespace {
-
-constexpr std::chrono::seconds kLongestWait{10};
-
-}  // namespace
-
 RawClient::RawClient(std::uint16_t port)
     : socket_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
   sockaddr_in address{};
@@ -201,7 +195,7 @@ nlohmann::json PageClient::Await(const std::function<bool(const nlohmann::json&)
     if (!message) throw std::runtime_error("the connection has ended");
     if (fits(*message)) return *message;
   }
-  throw std::runtime_error("no such message came for ten seconds");
+  throw std::runtime_error("no such message came for a minute");
 }
 
 nlohmann::json PageClient::AwaitNamed(const std::string& name) {

@@ -10,6 +10,9 @@
 
 namespace lidcam::viewer {
 
+/// Under ThreadSanitizer on a loaded machine a picture can take seconds.
+inline constexpr std::chrono::seconds kLongestWait{60};
+
 /// A connection to the server, byte by byte: it also sends what no browser does.
 class RawClient {
  public:
@@ -24,11 +27,11 @@ class RawClient {
   [[nodiscard]] std::string ReadLine();
   /// Reads to the end of the connection. As all that read, it throws when nothing came for so long.
   [[nodiscard]] std::string ReadAll();
-  /// Whether the server has ended the connection, within ten seconds; what it sends until then is dropped.
+  /// Whether the server has ended the connection, within a minute; what it sends until then is dropped.
   [[nodiscard]] bool IsClosed();
 
   /// For the next bytes.
-  std::chrono::milliseconds LongestWait{10'000};
+  std::chrono::milliseconds LongestWait = kLongestWait;
 
  private:
   bool Fill();
@@ -79,7 +82,7 @@ class PageClient {
 
   /// A message; of a picture its header, with the bytes of the JPEG as the binary "jpeg". Nothing when the connection ends.
   [[nodiscard]] std::optional<nlohmann::json> Hear();
-  /// Hears until a message fits. Fails the test after ten seconds or at the connection's end.
+  /// Hears until a message fits. Fails the test after a minute or at the connection's end.
   nlohmann::json Await(const std::function<bool(const nlohmann::json&)>& fits);
   nlohmann::json AwaitNamed(const std::string& name);
   /// Says a message and awaits its answer.
