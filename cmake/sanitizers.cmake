@@ -14,12 +14,3 @@ if(LIDCAM_FUZZ)
   add_compile_options(-fsanitize=fuzzer-no-link -fprofile-instr-generate -fcoverage-mapping)
   add_link_options(-fprofile-instr-generate)
 endif()
-
-# lidcam_pixel_loops(SOURCE...): sources whose loops over pixels use memory of one thread only. ThreadSanitizer's
-# instrumentation of them would take most of the time of its tests. They have no atomics, whose uninstrumented inline
-# functions the linker could choose for other sources too.
-function(lidcam_pixel_loops)
-  if(LIDCAM_THREAD_SANITIZER)
-    set_source_files_properties(${ARGN} PROPERTIES COMPILE_OPTIONS -fno-sanitize=thread)
-  endif()
-endfunction()
