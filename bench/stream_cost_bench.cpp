@@ -109,8 +109,8 @@ double SecondsPerFrame(testbed::TransportTestbed& camera) {
 }
 
 void MeasureStream(benchmark::State& state, bool isDelivered) {
-  bus::SimulatedBus camera{{}};
-  ReadyBus bus{camera};
+  bus::SimulatedBus simulated{{}};
+  ReadyBus bus{simulated};
   double perFrame = 0;
   for ([[maybe_unused]] auto iteration : state) {
     testbed::WithTransportTestbed(

@@ -17,6 +17,18 @@ function(lidcam_compile_together target)
   endif()
 endfunction()
 
+# lidcam_pixel_loops(SOURCE...): sources whose loops over the samples of a picture become vectors at any level of
+# optimisation. g++ 12 ends with an internal error if the precompiled header has another level. Their memory is one
+# thread's: ThreadSanitizer's instrumentation of them would take most of the time of its tests. They have no atomics,
+# whose uninstrumented inline functions the linker could choose for other sources too.
+function(lidcam_pixel_loops)
+  set(options -O3)
+  if(LIDCAM_THREAD_SANITIZER)
+    list(APPEND options -fno-sanitize=thread)
+  endif()
+  set_source_files_properties(${ARGN} PROPERTIES COMPILE_OPTIONS "${options}" SKIP_PRECOMPILE_HEADERS ON)
+endfunction()
+
 # lidcam_position_independent(TARGET...): objects that a shared library can contain too, with none of their
 # names visible outside of it.
 function(lidcam_position_independent)

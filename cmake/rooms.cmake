@@ -121,7 +121,7 @@ function(lidcam_rooms)
   add_library(lidcam_rooms_libraries INTERFACE)
   target_link_libraries(lidcam_rooms_libraries INTERFACE PNG::PNG JPEG::JPEG Threads::Threads
     $<TARGET_NAME_IF_EXISTS:Boost::context>
-    $<TARGET_NAME_IF_EXISTS:PkgConfig::LIBUSB> $<TARGET_NAME_IF_EXISTS:PkgConfig::USBREDIRPARSER>
+    $<TARGET_NAME_IF_EXISTS:PkgConfig::LIBMD> $<TARGET_NAME_IF_EXISTS:PkgConfig::LIBUSB> $<TARGET_NAME_IF_EXISTS:PkgConfig::USBREDIRPARSER>
     $<TARGET_NAME_IF_EXISTS:PkgConfig::LIBAV> $<TARGET_NAME_IF_EXISTS:PkgConfig::LIBEXIF>
     $<TARGET_NAME_IF_EXISTS:PkgConfig::GSTREAMER> $<TARGET_NAME_IF_EXISTS:PkgConfig::GSTREAMER_RTSP>
     $<TARGET_NAME_IF_EXISTS:PkgConfig::PIPEWIRE>)

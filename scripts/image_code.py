@@ -2,6 +2,7 @@
 
 import bisect
 import collections
+import pathlib
 import re
 import struct
 import subprocess
@@ -17,10 +18,21 @@ ENDS = ("ret", "jmp", "ud2", "int3")
 HAS_NOT_RUN, HAS_RUN = 1, 2
 PREFIXES = ("lock", "rep", "repz", "notrack", "bnd", "data16", "cs")
 
+# Kinds of transfers in a capture.
+ISOCHRONOUS, CONTROL = 0, 2
+PCAP, USBMON = b"\xd4\xc3\xb2\xa1", b"\xdc\0\0\0"
+
 # The simulated cameras whose sensor has a frame size, but for the usual one.
 SENSORS = ("1af0:0511,sensor=VGA0408", "1af0:0511,config=short", "1af0:6010", "1af0:6010,sensor=OV7660",
            "1af0:6010,sensor=OV7663", "1af0:6010,sensor=VGA7648", "1af0:6011", "1af0:6011,sensor=K82", "1b17:6101",
-           "1b17:6110", "1b17:6111", "1b17:6111,sensor=OV7670")
+           "1b17:6110", "1b17:6111", "1b17:6111,sensor=OV7660", "1b17:6111,sensor=OV7663", "1b17:6111,sensor=OV7670")
+
+# What an application sets, for cameras whose sensors differ in it.
+EVERY_SETTING = ("Brightness=20", "Contrast=4", "Saturation=60", "Sharpness=1", "Gamma=5", "WhiteBalance=0",
+                 "BacklightCompensation=1", "ColorEnable=0", "AutoExposure=0", "Exposure=70", "Mirror=0", "Vertical=1",
+                 "Flicker=2", "Effect=3", "LDMode=1", "LED=2")
+SETTINGS = (("Flicker=0", "Exposure=100", "Effect=3", "Vertical=1"), ("Flicker=1", "Exposure=1"),
+            ("Flicker=2", "Exposure=70", "Mirror=0", "LDMode=1"))
 
 
 class Image:
@@ -84,14 +96,49 @@ class Image:
         return without_padding(instructions, begins)
 
 
+def control_requests(path):
+    """A line for each control transfer of a capture by lidcam record, ahead of the first isochronous one: what the
+    camera is asked, what it is sent and what it answers."""
+    data = pathlib.Path(path).read_bytes()
+    if data[:4] != PCAP or data[20:24] != USBMON:
+        raise ValueError(f"{path}: is no capture by lidcam record")
+    at = 24
+    while at < len(data):
+        captured, = struct.unpack_from("<I", data[at:at + 16].ljust(16, b"\0"), 8)
+        packet = data[at + 16:at + 16 + captured]
+        at += 16 + captured
+        if at > len(data) or captured < 64:
+            raise ValueError(f"{path}: ends within a packet")
+        if packet[9] == ISOCHRONOUS:
+            return
+        if packet[9] == CONTROL:
+            is_request = packet[8:9] == b"S"
+            status, = struct.unpack_from("<i", packet, 28)
+            yield f"request {packet[40:48].hex()} {packet[64:].hex()}" if is_request else \
+                f"answer {status} {packet[64:].hex()}"
+
+
+def record_commands(program, image, folder):
+    """Commands with the image that record how every sensor is found and set."""
+    for number, camera in enumerate(("1af0:0511",) + SENSORS):
+        yield [program, "record", "--camera", f"sim:{camera}", "--fast", "--frames", "1", "--size", "160x120",
+               "--quiet", *(word for setting in EVERY_SETTING for word in ("--set", setting)), "--driver", str(image), "-o",
+               str(folder / f"requests-{number}.pcap")]
+
+
 def picture_commands(program, image, folder):
-    """Commands with the image that write pictures of every size, in changing light and of every sensor, and a still."""
-    streams = [("sim", 30, size) for size in ("640x480", "352x288", "320x240", "176x144", "160x120")]
-    streams.append(("sim,light=300lx@0s;2lx@2s;60lx@9s;3000lx@12s", 450, "160x120"))
-    streams += [(f"sim:{camera}", 3, "160x120") for camera in SENSORS]
-    for number, (camera, frames, size) in enumerate(streams):
+    """Commands with the image that write pictures of every size, in changing light, of every sensor and with settings
+    of the controls, and a still."""
+    streams = [("sim", 30, size, ()) for size in ("640x480", "352x288", "320x240", "176x144", "160x120")]
+    streams.append(("sim,light=300lx@0s;2lx@2s;60lx@9s;3000lx@12s", 450, "160x120", ()))
+    for camera in ("1af0:0511",) + SENSORS:
+        streams += [(f"sim:{camera}", 3, "160x120", settings) for settings in ((),) + SETTINGS]
+    for number, (camera, frames, size, settings) in enumerate(streams):
+        options = [word for setting in settings for word in ("--set", setting)]
+        if settings:
+            options += ["--set", "AutoExposure=0"]
         yield [program, "stream", "--camera", camera, "--fast", "--frames", str(frames), "--size", size, "--quiet",
-               "--driver", str(image), "-o", str(folder / f"pictures-{number}.y4m")]
+               *options, "--driver", str(image), "-o", str(folder / f"pictures-{number}.y4m")]
     yield [program, "still", "--camera", "sim", "--fast", "--quiet", "--driver", str(image), "-o",
            str(folder / "still.png")]
 

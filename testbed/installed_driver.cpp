@@ -7,6 +7,8 @@
 
 #include "driver/avstream/entry/driver_entry.h"
 #include "platform/host/nt/scheduling/scheduler.h"
+#include "platform/host/nt/verifier/irp_tracker.h"
+#include "platform/host/nt/verifier/no_allocation_scope.h"
 #include "platform/image/driver_stack.h"
 #include "platform/image/loaded_driver.h"
 #include "testbed/shared_exposure.h"
@@ -24,6 +26,14 @@ std::shared_ptr<const image::ImageFile> g_file;
 
 // Cameras that have the compiled driver.
 constinit std::atomic<int> g_compiledUsers{0};
+
+// Code that the driver is required not to wait for:
+// - completions of transfers that the bus hasn't returned when a removal stops waiting for them; the bus returns them
+//   when it is taken down, behind the unloading;
+// - what is left of a completion routine behind the event that it sets.
+bool RunsBehindUnloading() {
+  return host::IrpUsageOfWorld().InFlight != 0 || host::CompletionScope::Count() != 0;
+}
 
 }  // namespace
 
@@ -69,6 +79,7 @@ NTSTATUS InstalledDriver::Load(DRIVER_OBJECT& driver, UNICODE_STRING& registryPa
 
 void InstalledDriver::Unload(DRIVER_OBJECT& driver) {
   if (driver.DriverUnload != nullptr) driver.DriverUnload(&driver);
+  if (loaded_ != nullptr && !RunsBehindUnloading()) loaded_->Unload();
   Abandon();
 }
 

@@ -1,10 +1,10 @@
 # Writes OUTPUT from TEMPLATE with the files of FOLDER as arrays of their bytes.
-file(GLOB files "${FOLDER}/*.html" "${FOLDER}/*.css" "${FOLDER}/*.js" "${FOLDER}/*.svg" "${FOLDER}/*.png")
+file(GLOB_RECURSE files "${FOLDER}/*.html" "${FOLDER}/*.css" "${FOLDER}/*.js" "${FOLDER}/*.svg" "${FOLDER}/*.png")
 set(LIDCAM_PAGE_ARRAYS "")
 set(LIDCAM_PAGE_ROWS "")
 set(number 0)
 foreach(file IN LISTS files)
-  cmake_path(GET file FILENAME name)
+  cmake_path(RELATIVE_PATH file BASE_DIRECTORY "${FOLDER}" OUTPUT_VARIABLE name)
   file(READ "${file}" digits HEX)
   string(REGEX REPLACE "(..)" "\\\\x\\1" bytes "${digits}")
   # A literal may be followed by another: the compiler joins them.

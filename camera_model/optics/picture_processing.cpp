@@ -76,6 +76,22 @@ double ExposureOf(int step) {
   return step == kNoLight ? 0.0 : std::exp2(static_cast<double>(step) / kStepsOfDoubling);
 }
 
+/// The pixels of a row, in blocks, from the first to the last one that differs.
+PixelRange ChangedPixels(const std::uint8_t* last, const std::uint8_t* now, std::size_t width) {
+  constexpr std::size_t kBlock = 32;
+  const auto differs = [&](std::size_t begin) {
+    const std::size_t count = std::min(kBlock, width - begin);
+    return std::memcmp(last + 3 * begin, now + 3 * begin, 3 * count) != 0;
+  };
+  PixelRange changed;
+  for (std::size_t begin = 0; begin < width; begin += kBlock) {
+    if (!differs(begin)) continue;
+    if (changed.IsEmpty()) changed.Begin = begin;
+    changed.End = std::min(begin + kBlock, width);
+  }
+  return changed;
+}
+
 int Scale(int value, int factor, int unit) {
   return static_cast<int>(std::lround(static_cast<double>(value) * factor / unit));
 }
@@ -216,23 +232,26 @@ void PictureProcessor::Process(const RgbImage& scene, const PictureSettings& set
   const bool isNoisy = !lumaNoise_.IsSilent();
   const bool mustFinishAll = isNoisy || pictureIsNoisy_;
   pictureIsNoisy_ = isNoisy;
-  const std::size_t sceneRowBytes = std::size_t{scene.Width} * 3;
   for (std::uint32_t y = 0; y < scene.Height; ++y) {
     const std::uint32_t from = settings_.IsFlipped ? scene.Height - 1 - y : y;
     const Curves& curves = CurvesFor(exposure[exposure.size() == 1 ? 0 : y]);
     const std::uint8_t* row = scene.Row(from);
-    const bool isNew = lastExposure_[y] != curves.Exposure ||
-                       std::memcmp(lastScene_.Row(from), row, sceneRowBytes) != 0;
-    if (isNew) {
+    std::uint8_t* const lastRow = lastScene_.Row(from);
+    const PixelRange changed = lastExposure_[y] != curves.Exposure
+                                   ? PixelRange{0, scene.Width}
+                                   : ChangedPixels(lastRow, row, scene.Width);
+    if (!changed.IsEmpty()) {
       lastExposure_[y] = curves.Exposure;
-      std::memcpy(lastScene_.Row(from), row, sceneRowBytes);
-      ExposeRow(row, curves, y);
+      std::memcpy(lastRow + 3 * changed.Begin, row + 3 * changed.Begin,
+                  3 * (changed.End - changed.Begin));
+      ExposeRow(row, changed, curves, y);
     }
-    if (isNew || mustFinishAll) FinishRow(y, seed + y);
+    if (!changed.IsEmpty() || mustFinishAll) FinishRow(y, seed + y);
   }
 }
 
-void PictureProcessor::ExposeRow(const std::uint8_t* scene, const Curves& curves, std::uint32_t y) {
+void PictureProcessor::ExposeRow(const std::uint8_t* scene, const PixelRange& changed,
+                                 const Curves& curves, std::uint32_t y) {
   const std::size_t width = luma_.size();
   std::uint8_t* luma = lumaPlane_.data() + y * width;
   std::uint8_t* out = picture_.data() + 2 * y * width;
@@ -242,7 +261,10 @@ void PictureProcessor::ExposeRow(const std::uint8_t* scene, const Curves& curves
   const Curve& greenCurve = curves.Channels[1];
   const Curve& blueCurve = curves.Channels[2];
   const bool isMirrored = settings_.IsMirrored;
-  for (std::size_t x = 0; x < width; x += 2) {
+  // Two pixels have one chroma.
+  const std::size_t begin = isMirrored ? width - changed.End : changed.Begin;
+  const std::size_t end = isMirrored ? width - changed.Begin : changed.End;
+  for (std::size_t x = begin / 2 * 2; x < end; x += 2) {
     int sumR = 0;
     int sumG = 0;
     int sumB = 0;
@@ -268,9 +290,21 @@ void PictureProcessor::FinishRow(std::uint32_t y, std::uint64_t seed) {
   std::memcpy(luma_.data(), lumaPlane_.data() + y * width, width);
   if (!lumaNoise_.IsSilent()) lumaNoise_.AddTo(luma_, seed);
   lumaSums_[y] = std::accumulate(luma_.begin(), luma_.end(), std::uint32_t{0});
-  FilterLuma();
+  const LineFilter filter = Filter();
+  if (filter.HasEffect()) {
+    FilterLine(filter, luma_, filtered_);
+  } else {
+    filtered_.swap(luma_);
+  }
   std::uint8_t* out = picture_.data() + 2 * y * width;
   for (std::size_t x = 0; x < width; ++x) out[2 * x] = lumaCurve_[filtered_[x]];
+}
+
+LineFilter PictureProcessor::Filter() const {
+  if ((settings_.Effects & kSketch) != 0) return {.Kind = LineFilterKind::Sketch};
+  if ((settings_.Effects & kRelief) != 0) return {.Kind = LineFilterKind::Relief};
+  const bool isSharpening = (settings_.Sharpness & 0x40) != 0;
+  return {.Amount = isSharpening ? settings_.Sharpness & 0x3F : 0};
 }
 
 std::uint8_t PictureProcessor::MeanLuminance() const {
@@ -279,27 +313,6 @@ std::uint8_t PictureProcessor::MeanLuminance() const {
   const double mean = static_cast<double>(sum) / static_cast<double>(lumaPlane_.size());
   const double luminance = (mean - kBlackLuma) * 255 / (kWhiteLuma - kBlackLuma);
   return static_cast<std::uint8_t>(std::clamp(luminance, 0.0, 255.0));
-}
-
-void PictureProcessor::FilterLuma() {
-  const std::size_t width = luma_.size();
-  const bool isSketch = (settings_.Effects & kSketch) != 0;
-  const bool isRelief = (settings_.Effects & kRelief) != 0;
-  const bool isSharpening = (settings_.Sharpness & 0x40) != 0;
-  const int amount = isSharpening ? settings_.Sharpness & 0x3F : 0;
-  if (amount == 0 && !isSketch && !isRelief) {
-    filtered_.swap(luma_);
-    return;
-  }
-  for (std::size_t x = 0; x < width; ++x) {
-    const int left = luma_[x == 0 ? 0 : x - 1];
-    const int here = luma_[x];
-    const int right = luma_[x + 1 == width ? x : x + 1];
-    int value = here + (2 * here - left - right) * amount / 16;
-    if (isRelief) value = 128 + (right - left) * 2;
-    if (isSketch) value = 235 - std::abs(right - left) * 4;
-    filtered_[x] = static_cast<std::uint8_t>(std::clamp(value, 0, 255));
-  }
 }
 
 }  // namespace lidcam::camera_model

@@ -1,11 +1,13 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <span>
 #include <vector>
 
 #include "camera_model/chips/bridge.h"
+#include "camera_model/optics/line_filter.h"
 #include "camera_model/optics/pixel_noise.h"
 #include "camera_model/scene/scene.h"
 
@@ -30,6 +32,14 @@ struct PictureSettings {
   bool RedAndBlueSwapped = false;
 
   friend bool operator==(const PictureSettings&, const PictureSettings&) = default;
+};
+
+/// Pixels of a row, from Begin to before End.
+struct PixelRange {
+  std::size_t Begin = 0;
+  std::size_t End = 0;
+
+  [[nodiscard]] bool IsEmpty() const { return Begin == End; }
 };
 
 [[nodiscard]] PictureSettings ReadPictureSettings(const Bridge& bridge);
@@ -68,9 +78,10 @@ class PictureProcessor {
   void BuildTables();
   void BuildNoise();
   const Curves& CurvesFor(double exposure);
-  void ExposeRow(const std::uint8_t* scene, const Curves& curves, std::uint32_t y);
+  void ExposeRow(const std::uint8_t* scene, const PixelRange& changed, const Curves& curves,
+                 std::uint32_t y);
   void FinishRow(std::uint32_t y, std::uint64_t seed);
-  void FilterLuma();
+  [[nodiscard]] LineFilter Filter() const;
 
   PictureSettings settings_;
   PixelNoise noise_;

@@ -45,22 +45,31 @@ const std::array<std::int32_t, kDraws>& BellDraws() {
 }  // namespace
 
 LumaNoise::LumaNoise(const Deviations& deviations) {
-  const std::int32_t farthest = BellDraws().back();
+  const auto& draws = BellDraws();
+  std::array<std::int32_t, 256> scales{};
   for (std::size_t luma = 0; luma < deviations.size(); ++luma) {
     const double deviation = std::clamp(deviations[luma], 0.0, kLargestDeviation);
-    scale_[luma] = static_cast<std::int32_t>(std::lround(deviation * kScaleUnit));
-    if (scale_[luma] * farthest >= kDrawUnit * kScaleUnit) isSilent_ = false;
+    scales[luma] = static_cast<std::int32_t>(std::lround(deviation * kScaleUnit));
+  }
+  if (std::ranges::max(scales) * draws.back() < kDrawUnit * kScaleUnit) return;
+  samples_.resize(scales.size() * kDraws);
+  for (std::size_t luma = 0; luma < scales.size(); ++luma) {
+    std::uint8_t* const row = samples_.data() + luma * kDraws;
+    const std::int32_t scale = scales[luma];
+    for (std::size_t i = 0; i < kDraws; ++i) {
+      const std::int32_t offset = draws[i] * scale / (kDrawUnit * kScaleUnit);
+      row[i] = static_cast<std::uint8_t>(
+          std::clamp(static_cast<std::int32_t>(luma) + offset, kBlack, kWhite));
+    }
   }
 }
 
 void LumaNoise::AddTo(std::span<std::uint8_t> luma, std::uint64_t seed) const {
-  const auto& draws = BellDraws();
+  if (IsSilent()) return;
   auto numbers = base::SplitMix::Behind(base::SplitMix::Behind(seed - 1).Next());
-  const auto move = [this, &draws](std::uint8_t& sample, std::uint64_t& bits) {
-    const std::int32_t draw = draws[bits & (kDraws - 1)];
+  const auto move = [rows = samples_.data()](std::uint8_t& sample, std::uint64_t& bits) {
+    sample = rows[(std::size_t{sample} << kBitsOfDraw) | (bits & (kDraws - 1))];
     bits >>= kBitsOfDraw;
-    const std::int32_t offset = draw * scale_[sample] / (kDrawUnit * kScaleUnit);
-    sample = static_cast<std::uint8_t>(std::clamp(sample + offset, kBlack, kWhite));
   };
   std::size_t at = 0;
   for (; at + kDrawsOfWord <= luma.size(); at += kDrawsOfWord) {

@@ -3,6 +3,7 @@
 #include <array>
 #include <cstdint>
 #include <span>
+#include <vector>
 
 namespace lidcam::camera_model {
 
@@ -31,7 +32,7 @@ class LumaNoise {
   explicit LumaNoise(const Deviations& deviations);
 
   /// @return true if no sample can change by a whole step
-  [[nodiscard]] bool IsSilent() const { return isSilent_; }
+  [[nodiscard]] bool IsSilent() const { return samples_.empty(); }
 
   /// Adds noise to a line. Deviations below a whole step are dropped; results stay within 16 to
   /// 235.
@@ -39,8 +40,8 @@ class LumaNoise {
   void AddTo(std::span<std::uint8_t> luma, std::uint64_t seed) const;
 
  private:
-  std::array<std::int32_t, 256> scale_{};
-  bool isSilent_ = true;
+  /// For each luma, and for each draw from the bell curve, the sample with its noise. Empty: no noise.
+  std::vector<std::uint8_t> samples_;
 };
 
 }  // namespace lidcam::camera_model

@@ -4,9 +4,12 @@
 #include <cctype>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <utility>
+
+#include "platform/image/catalogue.h"
 
 namespace lidcam::image {
 namespace {
@@ -32,6 +35,7 @@ enum DirectoryNumber : std::size_t {
   kExportDirectory = 0,
   kImportDirectory = 1,
   kFunctionDirectory = 3,
+  kSignatureDirectory = 4,  // the only one whose address is an offset in the file
   kRelocationDirectory = 5,
   kThreadStorageDirectory = 9,
   kDelayedImportDirectory = 13,
@@ -57,6 +61,14 @@ std::string InLowerCase(std::string text) {
   return text;
 }
 
+std::vector<std::uint8_t> ReadWhole(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  if (!file) throw ImageError(path + ": " + std::strerror(errno));
+  std::vector<std::uint8_t> contents{std::istreambuf_iterator<char>(file), {}};
+  if (file.bad()) throw ImageError(path + ": can't be read");
+  return contents;
+}
+
 }  // namespace
 
 std::uint32_t ImageChecksum(std::span<const std::uint8_t> contents, std::size_t place) {
@@ -71,11 +83,13 @@ std::uint32_t ImageChecksum(std::span<const std::uint8_t> contents, std::size_t 
 }
 
 ImageFile ImageFile::Read(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  if (!file) throw ImageError(path + ": " + std::strerror(errno));
-  std::vector<std::uint8_t> contents{std::istreambuf_iterator<char>(file), {}};
-  if (file.bad()) throw ImageError(path + ": can't be read");
-  return {path, std::move(contents)};
+  ImageFile image(path, ReadWhole(path));
+  const std::filesystem::path catalogue = std::filesystem::path(path).replace_extension(".cat");
+  std::error_code error;
+  if (catalogue == path || !std::filesystem::exists(catalogue, error)) return image;
+  RequireMember(image, catalogue.string(), ReadWhole(catalogue.string()));
+  image.isOfCatalogue_ = true;
+  return image;
 }
 
 ImageFile::ImageFile(std::string name, std::vector<std::uint8_t> contents)
@@ -146,7 +160,8 @@ void ImageFile::ReadHeaders() {
   Require(size_ != 0 && size_ % kPage == 0 && size_ <= kLargestImage, "has a wrong size in memory");
   headerSize_ = FieldAt<std::uint32_t>(optional + 60, headers);
   Require(headerSize_ <= contents_.size() && headerSize_ <= size_, "has headers of a wrong size");
-  CheckChecksum(optional + 64);
+  signature_.Checksum = optional + 64;
+  CheckChecksum(signature_.Checksum);
   Require(FieldAt<std::uint16_t>(optional + 68, headers) == kSubsystemNative, "is no driver");
   Require(FieldAt<std::uint32_t>(optional + 108, headers) == kDirectoryCount,
           "has an unknown number of directories");
@@ -155,6 +170,7 @@ void ImageFile::ReadHeaders() {
     return Directory{FieldAt<std::uint32_t>(place, headers),
                      FieldAt<std::uint32_t>(place + 4, headers)};
   };
+  NoteSignature(signature + kDirectories + kSignatureDirectory * 8, directory(kSignatureDirectory));
   Require(directory(kExportDirectory).Size == 0, "has exports");
   Require(directory(kThreadStorageDirectory).Size == 0, "has variables for each thread");
   Require(directory(kDelayedImportDirectory).Size == 0, "has delayed imports");
@@ -169,6 +185,16 @@ void ImageFile::ReadHeaders() {
 void ImageFile::CheckChecksum(std::size_t place) const {
   Require(FieldAt<std::uint32_t>(place, "headers") == ImageChecksum(contents_, place),
           "has a wrong checksum: the file was changed after it was linked");
+}
+
+void ImageFile::NoteSignature(std::size_t directory, const Directory& signature) {
+  signature_.Directory = directory;
+  signature_.Signature = signature.Address;
+  signature_.SignatureSize = signature.Size;
+  Require(signature.Size == 0 ||
+              (signature.Address >= headerSize_ && signature.Address <= contents_.size() &&
+               signature.Size == contents_.size() - signature.Address),
+          "has a signature that isn't at its end");
 }
 
 void ImageFile::ReadSections(std::size_t table, std::uint16_t count) {

@@ -42,11 +42,22 @@ struct ImageFunction {
   std::uint32_t Unwind;
 };
 
+/// What of the file a digest for a signature leaves out. Offsets in the file.
+struct SignaturePlaces {
+  std::size_t Checksum = 0;
+  std::size_t Directory = 0;      ///< of the signature's place and size
+  std::size_t Signature = 0;      ///< behind everything else
+  std::size_t SignatureSize = 0;  ///< 0: not signed
+};
+
 /// The file of a 64-bit kernel driver, checked: everything that it points to is within the file, and within the
 /// image.
 class ImageFile {
  public:
-  /// @throws ImageError if the file can't be read or is no driver for this processor
+  /// With a catalogue beside it (lidcam.cat beside lidcam.sys) the image has to be the one that the catalogue was made
+  /// for.
+  ///
+  /// @throws ImageError if the file can't be read, is no driver for this processor, or isn't its catalogue's
   [[nodiscard]] static ImageFile Read(const std::string& path);
 
   /// @param name  of the file, for messages
@@ -68,6 +79,10 @@ class ImageFile {
   /// By address.
   [[nodiscard]] const std::vector<ImageFunction>& Functions() const { return functions_; }
 
+  [[nodiscard]] const SignaturePlaces& Signature() const { return signature_; }
+  /// Whether the file was read with a catalogue that names its digest.
+  [[nodiscard]] bool IsOfCatalogue() const { return isOfCatalogue_; }
+
   /// The bytes of the file at an address, up to the end of its section; empty if there are none.
   [[nodiscard]] std::span<const std::uint8_t> At(std::uint32_t address) const;
   /// The function that contains an address; null if none does.
@@ -84,6 +99,7 @@ class ImageFile {
   void ReadSection(std::size_t header);
   void CheckEntry() const;
   void CheckChecksum(std::size_t place) const;
+  void NoteSignature(std::size_t directory, const Directory& signature);
   void ReadRelocations(const Directory& directory);
   void ReadRelocationBlock(std::uint32_t page, std::span<const std::uint8_t> entries);
   void ReadImports(const Directory& directory);
@@ -101,6 +117,8 @@ class ImageFile {
 
   const std::string name_;
   const std::vector<std::uint8_t> contents_;
+  SignaturePlaces signature_;
+  bool isOfCatalogue_ = false;
   std::uint32_t size_ = 0;
   std::uint32_t headerSize_ = 0;
   std::uint64_t preferredBase_ = 0;

@@ -237,4 +237,9 @@ NTSTATUS LoadedDriver::Start(PDRIVER_OBJECT driver, PUNICODE_STRING registryPath
   return status;
 }
 
+void LoadedDriver::Unload() {
+  traps_->NoteUnloaded();
+  SetProtection(image_, file_.Size(), PROT_NONE);
+}
+
 }  // namespace lidcam::image

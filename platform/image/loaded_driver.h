@@ -30,6 +30,10 @@ class LoadedDriver {
   /// Calls the driver's entry, and then makes inaccessible what only the entry needed.
   NTSTATUS Start(PDRIVER_OBJECT driver, PUNICODE_STRING registryPath);
 
+  /// The driver is unloaded: its image becomes inaccessible, and keeps its addresses. Code of it that runs on is a
+  /// violation; threads that wait in it for ever can be unwound.
+  void Unload();
+
   [[nodiscard]] std::uint8_t* Base() const { return image_; }
   [[nodiscard]] const ImageFile& File() const { return file_; }
 

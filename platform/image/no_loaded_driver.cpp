@@ -21,6 +21,8 @@ NTSTATUS LoadedDriver::Start(PDRIVER_OBJECT, PUNICODE_STRING) {
   return STATUS_NOT_SUPPORTED;
 }
 
+void LoadedDriver::Unload() {}
+
 std::size_t DeepestDriverStack() {
   return 0;
 }

@@ -36,6 +36,7 @@ struct CodeRange {
   std::string Name;
   const ImageFile* File = nullptr;
   const BlockBreakpoints* Blocks = nullptr;  // null: none
+  std::atomic<bool> IsUnloaded{false};
 };
 
 constexpr std::size_t kMostDrivers = 64;
@@ -95,6 +96,12 @@ std::string WholePlaceText(std::uintptr_t place) {
   return PlaceText(place) + (source.empty() ? "" : ", " + source);
 }
 
+// Instructions that run on behind the unloading are faults at their own address.
+bool RunsOn(std::uintptr_t place, std::uintptr_t address) {
+  const CodeRange* const range = RangeOf(place);
+  return range != nullptr && range->IsUnloaded && place == address;
+}
+
 const char* KindOf(std::uintptr_t signal) {
   switch (static_cast<int>(signal)) {
     case SIGSEGV:
@@ -111,6 +118,10 @@ const char* KindOf(std::uintptr_t signal) {
 
 // Runs as if the faulting instruction had called it.
 void NTAPI ReportFault(std::uintptr_t place, std::uintptr_t address, std::uintptr_t signal) {
+  if (RunsOn(place, address)) {
+    host::ReportViolation("driver",
+                          "its code runs after it was unloaded, at " + WholePlaceText(place));
+  }
   std::array<char, 24> text{};
   std::snprintf(text.data(), text.size(), "0x%llx", static_cast<unsigned long long>(address));
   const host::PoolArena* const arena = host::CurrentWorld().Arena().get();
@@ -223,7 +234,8 @@ void OnFault(int signal, siginfo_t* info, void* context) {
   const auto place = static_cast<std::uintptr_t>(registers[REG_RIP]);
   const CodeRange* const range = RangeOf(place);
   const bool isDriver = range != nullptr;
-  if (isDriver && signal == SIGSEGV && Answer(place, registers)) return;
+  const bool isLoaded = isDriver && !range->IsUnloaded;
+  if (isLoaded && signal == SIGSEGV && Answer(place, registers)) return;
   if (isDriver && ContinueWithBlock(signal, *range, registers)) return;
   if (isDriver && ContinueWithSpin(signal, registers)) return;
   if (!IsToStop(isDriver) && HandlerBeforeTakes(signal, info, context)) return;
@@ -288,8 +300,13 @@ TrappedCode::TrappedCode(const std::uint8_t* image, const ImageFile& file,
   free->Name = std::filesystem::path(file.Name()).filename().string();
   free->File = &file;
   free->Blocks = blocks;
+  free->IsUnloaded = false;
   free->End = reinterpret_cast<std::uintptr_t>(image) + file.Size();
   free->Begin = reinterpret_cast<std::uintptr_t>(image);
+}
+
+void TrappedCode::NoteUnloaded() {
+  g_ranges[slot_].IsUnloaded = true;
 }
 
 TrappedCode::~TrappedCode() {

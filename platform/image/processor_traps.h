@@ -22,6 +22,9 @@ class TrappedCode {
   TrappedCode& operator=(const TrappedCode&) = delete;
   ~TrappedCode();
 
+  /// From now on nothing of the driver may run: an instruction that does is reported so.
+  void NoteUnloaded();
+
  private:
   std::size_t slot_;
 };

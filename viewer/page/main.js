@@ -1,26 +1,26 @@
 /** Puts the page together. */
 
-import { BusPanel } from './bus_panel.js';
-import { Connection } from './connection.js';
-import { Controls } from './controls.js';
-import { setText } from './dom.js';
-import { listenForKeys } from './keys.js';
-import { LightMachine } from './light_machine.js';
-import { LoopChart } from './loop_chart.js';
-import { Pixels } from './pixels.js';
-import { ForOtherPrograms } from './programs.js';
-import { Recorder } from './recorder.js';
-import { RegistersPanel } from './registers_panel.js';
-import { Scopes } from './scopes.js';
-import { ServerClock } from './server_clock.js';
-import { SimulatedCamera } from './simulated.js';
-import { Stage } from './stage.js';
-import { StatusBar } from './status_bar.js';
-import { Store } from './store.js';
-import { Tabs } from './tabs.js';
-import { Timeline } from './timeline.js';
-import { Tools } from './tools.js';
-import { TracePanel } from './trace_panel.js';
+import { BusPanel } from './panels/bus_panel.js';
+import { Connection } from './connection/connection.js';
+import { Controls } from './panels/controls.js';
+import { setText } from './base/dom.js';
+import { listenForKeys } from './picture/keys.js';
+import { LightMachine } from './panels/light_machine.js';
+import { LoopChart } from './panels/loop_chart.js';
+import { Pixels } from './picture/pixels.js';
+import { ForOtherPrograms } from './panels/programs.js';
+import { Recorder } from './picture/recorder.js';
+import { RegistersPanel } from './panels/registers_panel.js';
+import { Scopes } from './picture/scopes.js';
+import { ServerClock } from './connection/server_clock.js';
+import { SimulatedCamera } from './panels/simulated.js';
+import { Stage } from './picture/stage.js';
+import { StatusBar } from './panels/status_bar.js';
+import { Store } from './connection/store.js';
+import { Tabs } from './panels/tabs.js';
+import { Timeline } from './picture/timeline.js';
+import { Tools } from './picture/tools.js';
+import { TracePanel } from './panels/trace_panel.js';
 
 const ANNOUNCEMENT = 4000; // milliseconds
 

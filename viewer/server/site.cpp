@@ -35,13 +35,20 @@ constexpr FileType kFileTypes[] = {
     {".png", "image/png"},
 };
 
-// Only names as the page's own files have: no folders, no hidden files.
+// Only names as the page's own files have: no hidden files.
 bool IsFileName(std::string_view name) {
   const auto isPlain = [](char letter) {
     return (letter >= 'a' && letter <= 'z') || (letter >= 'A' && letter <= 'Z') ||
            (letter >= '0' && letter <= '9') || letter == '_' || letter == '-' || letter == '.';
   };
   return !name.empty() && name.front() != '.' && std::ranges::all_of(name, isPlain);
+}
+
+// A file of the page, or of a folder in it.
+bool IsPathInPage(std::string_view path) {
+  const std::size_t slash = path.find('/');
+  if (slash == std::string_view::npos) return IsFileName(path);
+  return IsFileName(path.substr(0, slash)) && IsFileName(path.substr(slash + 1));
 }
 
 const char* TypeOf(std::string_view name) {
@@ -214,7 +221,7 @@ Reaction Site::ReactInside(const WebRequest& request, const Parts& parts) const 
 WebAnswer Site::FileAnswer(const std::string& name) const {
   const char* const type = TypeOf(name);
   const WebAnswer none = ErrorAnswer(404, "the page has no such file");
-  if (type == nullptr || !IsFileName(name)) return none;
+  if (type == nullptr || !IsPathInPage(name)) return none;
   if (pageFolder_) {
     std::optional<std::string> content = ReadFile(*pageFolder_ / name);
     if (!content) return none;

@@ -296,6 +296,9 @@ void PrintTally(const Tally& tally, const SeedRange& seeds, const SimulateComman
       static_cast<unsigned long long>(tally.Recoveries), seconds, rate);
   if (testbed::IsDriverOfImage()) {
     std::printf("the driver's deepest stack: %zu bytes\n", testbed::DeepestStackOfImage());
+    std::printf("the driver's image: %s\n", testbed::DriverImage()->IsOfCatalogue()
+                                                ? "the one of its catalogue"
+                                                : "has no catalogue beside it");
   }
 }
 

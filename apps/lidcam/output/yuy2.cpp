@@ -26,14 +26,15 @@ void SeparatePlanes(std::span<const std::uint8_t> yuy2, PictureSize size,
                     std::vector<std::uint8_t>& planar) {
   const std::size_t pixels = size.Yuy2Bytes() / 2;
   planar.resize(pixels * 2);
-  std::uint8_t* const y = planar.data();
-  std::uint8_t* const u = y + pixels;
-  std::uint8_t* const v = u + pixels / 2;
+  // One loop for each stride: the compiler makes vectors of them.
+  const std::uint8_t* const packed = yuy2.data();
+  std::uint8_t* __restrict const y = planar.data();
+  for (std::size_t pixel = 0; pixel < pixels; ++pixel) y[pixel] = packed[2 * pixel];
+  std::uint8_t* __restrict const u = y + pixels;
+  std::uint8_t* __restrict const v = u + pixels / 2;
   for (std::size_t pair = 0; pair < pixels / 2; ++pair) {
-    y[2 * pair] = yuy2[4 * pair];
-    u[pair] = yuy2[4 * pair + 1];
-    y[2 * pair + 1] = yuy2[4 * pair + 2];
-    v[pair] = yuy2[4 * pair + 3];
+    u[pair] = packed[4 * pair + 1];
+    v[pair] = packed[4 * pair + 3];
   }
 }
 

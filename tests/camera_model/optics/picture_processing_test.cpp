@@ -376,5 +376,26 @@ TEST(PictureProcessing, KeptRowsEqualFreshOnes) {
   }
 }
 
+TEST(PictureProcessing, OfASceneThatChangedInPartIsThatOfTheSceneAlone) {
+  PictureSettings settings;
+  for (const bool isMirrored : {false, true}) {
+    settings.IsMirrored = isMirrored;
+    RgbImage view;
+    view.Resize(98, 2);
+    view.Pixels.assign(view.Pixels.size(), 90);
+    const double exposure[] = {1.0};
+    PictureProcessor processor;
+    for (std::uint32_t x = 0; x < view.Width; ++x) {
+      view.Row(0)[3 * x + 1] = static_cast<std::uint8_t>(100 + x);
+      view.Row(1)[3 * (view.Width - 1 - x)] = static_cast<std::uint8_t>(200 - x);
+      if (x % 3 == 1) view.Row(1)[3 * x + 2] = 7;
+      processor.Process(view, settings, exposure);
+      PictureProcessor fresh;
+      fresh.Process(view, settings, exposure);
+      ASSERT_TRUE(std::ranges::equal(processor.Yuy2(), fresh.Yuy2())) << x;
+    }
+  }
+}
+
 }  // namespace
 }  // namespace lidcam::camera_model

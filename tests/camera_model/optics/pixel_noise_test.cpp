@@ -6,6 +6,8 @@
 #include <cmath>
 #include <vector>
 
+#include "base/split_mix.h"
+
 namespace lidcam::camera_model {
 namespace {
 
@@ -66,6 +68,42 @@ TEST(LumaNoise, TheSeedAloneMakesIt) {
   const LumaNoise noise = EvenNoise(4);
   EXPECT_EQ(Sample(noise, 100, 1), Sample(noise, 100, 1));
   EXPECT_NE(Sample(noise, 100, 1), Sample(noise, 100, 2));
+}
+
+// The reference: the quantile of each draw, times the deviation, sample by sample.
+void AddBySamples(const LumaNoise::Deviations& deviations, std::vector<std::uint8_t>& line,
+                  std::uint64_t seed) {
+  const auto quantile = [](std::uint64_t draw) {
+    double low = -8;
+    double high = 8;
+    for (int halving = 0; halving < 50; ++halving) {
+      const double middle = (low + high) / 2;
+      const double below = 0.5 * std::erfc(-middle / std::sqrt(2.0));
+      (below < (static_cast<double>(draw) + 0.5) / 1024 ? low : high) = middle;
+    }
+    return std::lround(low * 1024);
+  };
+  auto numbers = base::SplitMix::Behind(base::SplitMix::Behind(seed - 1).Next());
+  std::uint64_t bits = 0;
+  for (std::size_t x = 0; x < line.size(); ++x) {
+    bits = x % 6 == 0 ? numbers.Next() : bits >> 10;
+    const long scale = std::lround(std::clamp(deviations[line[x]], 0.0, 64.0) * 256);
+    const long moved = line[x] + quantile(bits & 1023) * scale / (1024 * 256);
+    line[x] = static_cast<std::uint8_t>(std::clamp(moved, 16L, 235L));
+  }
+}
+
+TEST(LumaNoise, MovesEachSampleByItsDrawTimesTheDeviationOfItsLuma) {
+  LumaNoise::Deviations deviations;
+  for (std::size_t luma = 0; luma < deviations.size(); ++luma) {
+    deviations[luma] = static_cast<double>(luma * 37 % 256) / 3.7;
+  }
+  std::vector<std::uint8_t> line(2003);
+  for (std::size_t x = 0; x < line.size(); ++x) line[x] = static_cast<std::uint8_t>(16 + x % 220);
+  std::vector<std::uint8_t> expected = line;
+  AddBySamples(deviations, expected, 77);
+  LumaNoise{deviations}.AddTo(line, 77);
+  EXPECT_EQ(line, expected);
 }
 
 }  // namespace

@@ -123,6 +123,8 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(
         Spoilt{"RelocationPlace", [](MadeImage& i) { i.PutDirectory(5, 0x5FF0, 0x20); },
                "the relocation table is not within a section"},
+        Spoilt{"Signature", [](MadeImage& i) { i.PutDirectory(4, 0x600, 16); },
+               "has a signature that isn't at its end"},
         Spoilt{"RelocationEnd", [](MadeImage& i) { i.PutDirectory(5, MadeImage::kRelocations, 6); },
                "the relocation table ends within a block"},
         Spoilt{"RelocationBlock", [](MadeImage& i) { i.Put32(0xC04, 0x1000); },

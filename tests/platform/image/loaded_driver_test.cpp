@@ -150,6 +150,26 @@ TEST(LoadedDriver, AReadOfAFreedBlockStopsItAtTheInstruction) {
               ContainsRegex("was used at byte 0 after it had been freed at made.sys\\+0x10a0"));
 }
 
+TEST(LoadedDriver, CodeThatRunsBehindItsUnloadingIsAViolation) {
+  const host::VerifierCapture capture;
+  const ImageFile file = MadeImage().File();
+  LoadedDriver driver(file);
+  int number = 0;
+  try {
+    host::Simulate({}, [&] {
+      const auto routine = Callback<PKSTART_ROUTINE>(driver, MadeImage::kSpins);
+      number = 1;
+      routine(&number);
+      driver.Unload();
+      routine(&number);
+    });
+  } catch (const host::KernelStopped&) {
+  }
+  ASSERT_EQ(capture.Violations().size(), 1U);
+  EXPECT_EQ(capture.Violations().front().What,
+            "its code runs after it was unloaded, at made.sys+0x10a0");
+}
+
 TEST(LoadedDriver, ACallWithAStackThatIsNotAlignedIsAViolation) {
   EXPECT_EQ(ViolationOf(MadeImage::kMisaligned),
             "KeQueryPerformanceCounter: the driver calls with a stack that isn't aligned");

@@ -190,6 +190,36 @@ TEST(IsochronousTransfer, BehindALateOneWaitsAsMuchLongerWhereTheTimeOfTheDevice
   EXPECT_THAT(readTimes(FrameRule::Patient), ElementsAre(301, 351, 352, 353));
 }
 
+int g_timesRead = 0;
+
+LONGLONG CountedTime() {
+  ++g_timesRead;
+  return InterruptTime();
+}
+
+TEST(IsochronousTransfer, BehindOthersIsReadInTimeWithoutWakingAThreadWhereThreadsRunLate) {
+  WithConfiguredDevice(
+      [](ScriptedBus&, UsbWorld& world) {
+        std::vector<std::unique_ptr<IsochronousRead>> reads;
+        const auto send = [&] {
+          reads.push_back(std::make_unique<IsochronousRead>(world.Device(), world.Pipe(1), 32));
+          EXPECT_EQ(reads.back()->Sent.Send(), STATUS_PENDING);
+          Sleep(1);
+        };
+        send();
+        const int before = g_timesRead;
+        for (int i = 1; i < 7; ++i) send();
+        // Once for the place of each transfer; a thread that looks for work reads it again.
+        EXPECT_EQ(g_timesRead - before, 6);
+        for (int i = 0; i < 7; ++i) {
+          EXPECT_EQ(reads[static_cast<std::size_t>(i)]->Sent.Await(), STATUS_SUCCESS);
+          EXPECT_EQ(reads[static_cast<std::size_t>(i)]->Sent.CompletedAt,
+                    (6 + 4 * i) * kMillisecond);
+        }
+      },
+      {.LooksAtEachRequest = false, .Now = CountedTime});
+}
+
 TEST(IsochronousTransfer, MayStartInAFrameWhoseNumberHasWrappedAround) {
   WithConfiguredDevice(
       [](ScriptedBus&, UsbWorld& world) {

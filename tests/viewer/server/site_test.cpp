@@ -131,9 +131,12 @@ TEST_F(SiteTest, CamerasThatThereAreNotAreNotFound) {
 TEST_F(SiteTest, ThePagesFilesAreGivenByTheirNamesOnly) {
   EXPECT_EQ(AnswerTo(Own("/")).Type, "text/html; charset=utf-8");
   EXPECT_EQ(StatusOf(Own("/page/index.html")), 200U);
+  EXPECT_EQ(StatusOf(Own("/page/picture/stage.js")), 200U);
   for (const char* const target :
        {"/page/", "/page/..", "/page/../CMakeLists.txt", "/page/%2e%2e/x.html", "/page//etc/passwd",
-        "/page/.index.html", "/page/none.html", "/page/index", "/index.html", "//"}) {
+        "/page//index.html", "/page/picture/", "/page/picture/../index.html",
+        "/page/picture/a/b.js", "/page/./index.html", "/page/.index.html", "/page/none.html",
+        "/page/index", "/index.html", "//"}) {
     EXPECT_EQ(StatusOf(Own(target)), 404U) << target;
   }
 }
@@ -142,6 +145,10 @@ TEST_F(SiteTest, ThePagesFilesMayComeFromAFolderAndNotFromAboveIt) {
   const std::filesystem::path folder = std::filesystem::path(LIDCAM_SOURCE_ROOT) / "viewer/page";
   const Site site(access_, 1, folder);
   EXPECT_EQ(std::get<WebAnswer>(site.React(Own("/"))).Status, 200U);
+  EXPECT_EQ(std::get<WebAnswer>(site.React(Own("/page/picture/stage.js"))).Status, 200U);
+  EXPECT_EQ(std::get<WebAnswer>(site.React(Own("/page/../embed_page.cmake"))).Status, 404U);
+  EXPECT_EQ(std::get<WebAnswer>(site.React(Own("/page/picture/../../server/access.js"))).Status,
+            404U);
   EXPECT_EQ(std::get<WebAnswer>(site.React(Own("/page/..%2fCMakeLists.txt"))).Status, 404U);
 }
 

@@ -139,6 +139,7 @@ void AddRecordCommand(CLI::App& app) {
   sub->add_option("-o,--output", command->Output, "capture file, pcap, or - for standard output")
       ->type_name("FILE")
       ->required();
+  AddDriverOption(*sub);
   AddOutputOptions(*sub, command->Common);
   sub->footer(
       "Examples:\n"

@@ -225,8 +225,8 @@ NTSTATUS RequireFile(const struct stat& status) {
   return S_ISREG(status.st_mode) ? STATUS_SUCCESS : STATUS_OBJECT_TYPE_MISMATCH;
 }
 
-NTSTATUS OpenFile(std::u16string_view name, ACCESS_MASK access, ULONG disposition, HANDLE& handle,
-                  ULONG_PTR& information) {
+NTSTATUS OpenFile(const OBJECT_ATTRIBUTES& attributes, std::u16string_view name, ACCESS_MASK access,
+                  ULONG disposition, HANDLE& handle, ULONG_PTR& information) {
   if (disposition != FILE_OPEN && disposition != FILE_OVERWRITE_IF) return STATUS_NOT_IMPLEMENTED;
   std::filesystem::path path;
   const NTSTATUS resolved = ResolvePath(name, path);
@@ -244,7 +244,7 @@ NTSTATUS OpenFile(std::u16string_view name, ACCESS_MASK access, ULONG dispositio
   if (::fstat(descriptor, &found) != 0) return StatusOfError(errno);
   const NTSTATUS opened = RequireFile(found);
   if (!NT_SUCCESS(opened)) return opened;
-  handle = OpenHandle(std::move(file));
+  handle = OpenHandleOfDriver(calls::kZwCreateFile.Name, &attributes, std::move(file));
   information = disposition == FILE_OPEN ? FILE_OPENED : existed ? FILE_OVERWRITTEN : FILE_CREATED;
   return STATUS_SUCCESS;
 }
@@ -319,7 +319,7 @@ NTSTATUS ZwCreateFile(PHANDLE file, ACCESS_MASK access, POBJECT_ATTRIBUTES attri
   }
   const std::u16string_view text(name->Buffer, name->Length / sizeof(WCHAR));
   ULONG_PTR information = 0;
-  const NTSTATUS status = OpenFile(text, access, disposition, *file, information);
+  const NTSTATUS status = OpenFile(*attributes, text, access, disposition, *file, information);
   if (!NT_SUCCESS(status) && disposition == FILE_OPEN) TellTrouble(text, status);
   return Report(io, status, information);
 }

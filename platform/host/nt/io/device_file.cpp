@@ -274,7 +274,8 @@ NTSTATUS DeviceFile::Open(PDEVICE_OBJECT device, std::u16string name, const Devi
   std::unique_ptr<HostFile> made =
       BeginOpening(TopOf(device), std::move(name), related != nullptr ? related->file_ : nullptr);
   if (made == nullptr) return STATUS_DELETE_PENDING;
-  const NTSTATUS status = SendAndWait(made->DeviceObject, FileRequest(IRP_MJ_CREATE, *made));
+  const NTSTATUS status = ForApplication(
+      [&] { return SendAndWait(made->DeviceObject, FileRequest(IRP_MJ_CREATE, *made)); });
   if (!NT_SUCCESS(status)) {
     LetGoOfDevice(*made);
     return status;
@@ -287,9 +288,11 @@ NTSTATUS DeviceFile::Open(PDEVICE_OBJECT device, std::u16string name, const Devi
 
 DeviceFile::~DeviceFile() noexcept(false) {
   UnlessTheWorldStops([this] {
-    SendAndWait(file_->DeviceObject, FileRequest(IRP_MJ_CLEANUP, *file_));
-    ZwClose(handle_);
-    DereferenceFileObject(static_cast<PFILE_OBJECT>(file_));
+    ForApplication([this] {
+      SendAndWait(file_->DeviceObject, FileRequest(IRP_MJ_CLEANUP, *file_));
+      ZwClose(handle_);
+      return DereferenceFileObject(static_cast<PFILE_OBJECT>(file_));
+    });
   });
 }
 
@@ -307,8 +310,10 @@ NTSTATUS DeviceFile::Control(ULONG code, const ControlBuffers& buffers,
 
 std::unique_ptr<DeviceRequest> DeviceFile::BeginControl(ULONG code,
                                                         const ControlBuffers& buffers) const {
-  return std::unique_ptr<DeviceRequest>(new DeviceRequest(
-      file_->DeviceObject, ControlRequest(*file_, code, buffers), buffers.Output, file_));
+  return ForApplication([&] {
+    return std::unique_ptr<DeviceRequest>(new DeviceRequest(
+        file_->DeviceObject, ControlRequest(*file_, code, buffers), buffers.Output, file_));
+  });
 }
 
 }  // namespace lidcam::host

@@ -45,7 +45,7 @@ void IoAcquireCancelSpinLock(PKIRQL before) {
   const CallRule& rule = calls::kIoAcquireCancelSpinLock;
   Thread& self = EnterKernelCall(rule, nullptr);
   *before = self.Level;
-  self.Level = DISPATCH_LEVEL;
+  SetLevel(self, DISPATCH_LEVEL);
   AcquireKernelLock(rule, self, self.World.CancelLock());
 }
 
@@ -57,7 +57,7 @@ void IoReleaseCancelSpinLock(KIRQL before) {
   if (before > self.Level) {
     ReportViolation(rule.Name, "level " + std::to_string(before) + " is above the present one");
   }
-  self.Level = before;
+  SetLevel(self, before);
 }
 
 PDRIVER_CANCEL IoSetCancelRoutine(PIRP irp, PDRIVER_CANCEL routine) {

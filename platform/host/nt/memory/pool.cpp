@@ -11,6 +11,7 @@
 
 #include "platform/host/nt/declarations/nt_declarations.h"
 #include "platform/host/nt/memory/guards/freed_use.h"
+#include "platform/host/nt/memory/guards/paged_memory.h"
 #include "platform/host/nt/memory/guards/pool_guard.h"
 #include "platform/host/nt/memory/pool_arena.h"
 #include "platform/host/nt/scheduling/violation.h"
@@ -89,15 +90,16 @@ bool IsTakenAmongOthers(std::size_t size, std::uint32_t tag) {
 }
 
 // When an arena has no addresses left, malloc() is used.
-void* TakeMemory(std::shared_ptr<PoolArena>& arena, std::size_t size, std::uint32_t tag) {
+void* TakeMemory(std::shared_ptr<PoolArena>& arena, POOL_TYPE type, std::size_t size,
+                 std::uint32_t tag) {
   const std::size_t bytes = GuardedBytes(size);
   if (bytes == 0) return nullptr;
   void* start = nullptr;
   if (arena != nullptr && arena->HasGuardPages()) {
     start = arena->TakeAtGuardPage(bytes, tag);
   } else if (arena != nullptr) {
-    start = IsTakenAmongOthers(bytes, tag) ? arena->TakeAmongOthers(bytes, tag)
-                                           : arena->TakeAlone(bytes, tag);
+    const bool isAmongOthers = type == NonPagedPool && IsTakenAmongOthers(bytes, tag);
+    start = isAmongOthers ? arena->TakeAmongOthers(bytes, tag) : arena->TakeAlone(bytes, tag);
   }
   if (start == nullptr) {
     arena.reset();
@@ -166,7 +168,9 @@ void ForgetPoolOfWorld(const Scheduler& world) {
   Pool& pool = ThePool();
   const std::lock_guard guard(pool.Lock);
   for (auto& [address, block] : pool.Blocks) {
-    if (block.World == &world) block.World = nullptr;
+    if (block.World != &world) continue;
+    block.World = nullptr;
+    RemovePagedBlock(address);
   }
 }
 
@@ -187,14 +191,26 @@ PoolObserver::~PoolObserver() {
 
 namespace {
 
+void NotePaged(void* memory, std::size_t size, std::uint32_t tag, const Scheduler& world,
+               const PoolArena* arena) {
+  PagedBlock block{.Memory = memory, .Size = size, .Tag = tag, .World = &world};
+  if (arena != nullptr) {
+    const std::span<std::byte> pages = arena->PagesOf(StartOfGuarded(memory));
+    block.Pages = pages.data();
+    block.PageBytes = pages.size();
+  }
+  AddPagedBlock(block);
+}
+
 void* TakeBlock(POOL_TYPE type, std::size_t size, std::uint32_t tag) {
   const Scheduler& world = CurrentWorld();
   Pool& pool = ThePool();
   const std::lock_guard guard(pool.Lock);
   if (pool.FailCountdown != 0 && --pool.FailCountdown == 0) return nullptr;
   std::shared_ptr<PoolArena> arena = world.Arena();
-  void* const memory = TakeMemory(arena, size, tag);
+  void* const memory = TakeMemory(arena, type, size, tag);
   if (memory != nullptr) {
+    if (type == PagedPool) NotePaged(memory, size, tag, world, arena.get());
     pool.Blocks.emplace(memory, Block{type, size, tag, &world, std::move(arena)});
   }
   return memory;
@@ -219,6 +235,7 @@ void FreePoolBlock(const char* call, void* memory) {
   if (!RemoveBlock(memory)) {
     ReportViolation(call, DescribeObject("memory", memory) + " is not a block of the pool");
   }
+  RemovePagedBlock(memory);
   GiveBack(memory, block->Arena);
   Show(PoolEvent::Kind::Freed, block->Type, block->Size, block->Tag);
 }

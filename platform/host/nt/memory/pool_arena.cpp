@@ -10,6 +10,7 @@
 #include <mutex>
 #include <utility>
 
+#include "platform/host/nt/memory/guards/paged_memory.h"
 #include "platform/host/nt/memory/guards/pool_guard.h"
 #include "platform/host/nt/scheduling/scheduler.h"
 #include "platform/host/nt/scheduling/thread.h"
@@ -62,7 +63,9 @@ void OnRefusedAccess(int, siginfo_t* info, void*) {
   Thread* const self = FindCurrentThread();
   PoolArena* const arena = self != nullptr ? self->World.Arena().get() : nullptr;
   FreedUse use;
-  if (arena == nullptr || !arena->Revive(info->si_addr, use)) {
+  const bool goesOn =
+      arena != nullptr && (arena->Revive(info->si_addr, use) || PageIn(info->si_addr, use));
+  if (!goesOn) {
     sigaction(SIGSEGV, &g_handlerBefore, nullptr);
   } else if (self->UsedFreed.Block == nullptr) {
     self->UsedFreed = use;
@@ -202,6 +205,11 @@ const PoolArena::Allocation& PoolArena::Find(const void* address) const {
   return *std::prev(std::ranges::upper_bound(allocations_, at, std::less<>{}, &Allocation::Start));
 }
 
+std::span<std::byte> PoolArena::PagesOf(const void* memory) const {
+  const Run& run = runs_[Find(memory).Run];
+  return {PageAt(run.Page), run.Pages * PageSize()};
+}
+
 void PoolArena::Free(void* memory) {
   if (!isRetired_) LetGo(Find(memory).Run);
 }
@@ -273,6 +281,7 @@ bool PoolArena::Revive(const void* address, FreedUse& use) noexcept {
 std::string PoolArena::DescribeAccess(const void* address) const {
   const auto* const at = static_cast<const std::byte*>(address);
   if (at < base_ || at >= PageAt(usedPages_) || at < allocations_.front().Start) return {};
+  if (std::string paged = DescribePagedOut(address); !paged.empty()) return paged;
   const Allocation& allocation = Find(address);
   const FreedUse use{allocation.Start, static_cast<std::size_t>(at - allocation.Start),
                      allocation.Size, allocation.Tag};

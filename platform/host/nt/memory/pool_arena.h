@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -43,6 +44,9 @@ class PoolArena {
   [[nodiscard]] bool HasGuardPages() const { return hasGuardPages_; }
   /// @param size  with a guard behind that is not allocated, except for what the alignment leaves of it
   [[nodiscard]] void* TakeAtGuardPage(std::size_t size, std::uint32_t tag);
+
+  /// The pages of memory from TakeAlone() or TakeAtGuardPage().
+  [[nodiscard]] std::span<std::byte> PagesOf(const void* memory) const;
 
   void Free(void* memory);
 

@@ -91,17 +91,13 @@ void GiveUp(Scheduler&, void* object) {
   Complete(wait);
 }
 
-void Enqueue(Wait& wait, std::optional<LONGLONG> due) {
-  Scheduler& world = wait.Self.World;
+void Enqueue(Wait& wait) {
   for (WaitEntry& entry : wait.Entries) {
     entry.Owner = &wait;
     InsertTailList(&entry.Object->WaitListHead, &entry.Link);
     CountWaiters(entry.Object, 1);
   }
-  if (due) world.Timers().Insert(*due, world.TieNumber(), {GiveUp, &wait});
-  wait.HasLimit = due.has_value();
   wait.IsQueued = true;
-  if (due) world.TimersChanged();
 }
 
 void ExpireTimer(Scheduler& world, void* object) {
@@ -197,12 +193,19 @@ NTSTATUS WaitForObjects(const CallRule& rule, std::span<const PVOID> objects, WA
     entries[i].Object = static_cast<DISPATCHER_HEADER*>(objects[i]);
   }
   std::unique_lock guard(self.World.Lock());
-  Wait wait{.Self = self, .Type = type, .Entries = {entries.data(), objects.size()}};
+  Wait wait{.Self = self,
+            .Type = type,
+            .Entries = {entries.data(), objects.size()},
+            .HasLimit = limit != nullptr};
   if (TrySatisfy(wait)) return wait.Status;
   if (!mayBlock) return STATUS_TIMEOUT;
   const QueuedWait queued(wait);
-  Enqueue(wait, limit != nullptr ? std::optional(DueTime(self.World, *limit)) : std::nullopt);
-  self.World.Block(self, guard);
+  Enqueue(wait);
+  if (limit != nullptr) {
+    self.World.BlockUntil(self, guard, DueTime(self.World, *limit), {GiveUp, &wait});
+  } else {
+    self.World.Block(self, guard);
+  }
   return wait.Status;
 }
 

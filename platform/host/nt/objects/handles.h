@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <utility>
 
 #include "platform/host/nt/declarations/nt_declarations.h"
 
@@ -30,7 +31,41 @@ class HandleObject {
 /// @par Any thread
 [[nodiscard]] HANDLE OpenHandle(std::shared_ptr<HandleObject> object);
 
-/// The object of `handle`; null for a handle that isn't open.
+/// Gives `object` a handle for a driver's call. Without OBJ_KERNEL_HANDLE a thread that runs an application's request
+/// gets one of that application's table. The application can close such a handle, and no other thread can use it:
+/// it is a violation, but for the calls that the camera's driver is required to make so.
+///
+/// @param call        the kernel call, for reports
+/// @param attributes  null: none
+[[nodiscard]] HANDLE OpenHandleOfDriver(const char* call, const OBJECT_ATTRIBUTES* attributes,
+                                        std::shared_ptr<HandleObject> object);
+
+/// While it exists, the calling thread runs an application's request.
+class ApplicationRequest {
+ public:
+  ApplicationRequest();
+  ApplicationRequest(const ApplicationRequest&) = delete;
+  ApplicationRequest& operator=(const ApplicationRequest&) = delete;
+  ~ApplicationRequest();
+
+  /// The drivers have returned: a violation if they have left a handle in the application's table.
+  void End() const;
+
+ private:
+  const std::size_t before_;
+};
+
+/// Runs `action` as a part of an application's request.
+template <typename Action>
+auto ForApplication(const Action& action) {
+  const ApplicationRequest request;
+  auto result = action();
+  request.End();
+  return result;
+}
+
+/// The object of `handle`; null for a handle that isn't open. It is a violation to look for one of an application's table
+/// from anywhere else.
 /// @par Any thread
 [[nodiscard]] std::shared_ptr<HandleObject> FindHandle(HANDLE handle);
 

@@ -56,8 +56,8 @@ KPRIORITY KeSetPriorityThread(PKTHREAD thread, KPRIORITY priority) {
   return thread->Host->Priority.exchange(priority);
 }
 
-NTSTATUS PsCreateSystemThread(PHANDLE handle, ULONG, POBJECT_ATTRIBUTES, HANDLE, PCLIENT_ID,
-                              PKSTART_ROUTINE routine, PVOID context) {
+NTSTATUS PsCreateSystemThread(PHANDLE handle, ULONG, POBJECT_ATTRIBUTES attributes, HANDLE,
+                              PCLIENT_ID, PKSTART_ROUTINE routine, PVOID context) {
   const CallRule& rule = calls::kPsCreateSystemThread;
   Scheduler& world = EnterKernelCall(rule, nullptr).World;
   const PreemptionBehind behind(rule.Name, nullptr);
@@ -66,7 +66,7 @@ NTSTATUS PsCreateSystemThread(PHANDLE handle, ULONG, POBJECT_ATTRIBUTES, HANDLE,
   Thread& thread =
       world.StartThread("system thread", false, [routine, context] { routine(context); });
   MakeKnown(rule.Name, thread);
-  *handle = OpenHandle(std::make_shared<ThreadHandle>(thread));
+  *handle = OpenHandleOfDriver(rule.Name, attributes, std::make_shared<ThreadHandle>(thread));
   return STATUS_SUCCESS;
 }
 

@@ -18,7 +18,7 @@ void KeRaiseIrql(KIRQL level, PKIRQL before) {
                                    std::to_string(self.Level));
   }
   *before = self.Level;
-  self.Level = level;
+  SetLevel(self, level);
 }
 
 void KeLowerIrql(KIRQL level) {
@@ -28,5 +28,5 @@ void KeLowerIrql(KIRQL level) {
     ReportViolation(rule.Name, "level " + std::to_string(level) + " is above the present level " +
                                    std::to_string(self.Level));
   }
-  self.Level = level;
+  SetLevel(self, level);
 }

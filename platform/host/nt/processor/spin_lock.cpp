@@ -68,7 +68,7 @@ class ListGuard {
  public:
   ListGuard(const CallRule& rule, Thread& self, PKSPIN_LOCK lock)
       : rule_(rule), self_(self), lock_(lock), level_(self.Level) {
-    if (self.Level < DISPATCH_LEVEL) self.Level = DISPATCH_LEVEL;
+    if (self.Level < DISPATCH_LEVEL) SetLevel(self, DISPATCH_LEVEL);
     Acquire(rule, self, lock);
   }
   ListGuard(const ListGuard&) = delete;
@@ -76,7 +76,7 @@ class ListGuard {
 
   void End() {
     Release(rule_, self_, lock_);
-    self_.Level = level_;
+    SetLevel(self_, level_);
   }
 
  private:
@@ -103,7 +103,7 @@ void KeAcquireSpinLock(PKSPIN_LOCK lock, PKIRQL before) {
   const CallRule& rule = calls::kKeAcquireSpinLock;
   Thread& self = EnterKernelCall(rule, lock);
   *before = self.Level;
-  self.Level = DISPATCH_LEVEL;
+  SetLevel(self, DISPATCH_LEVEL);
   Acquire(rule, self, lock);
 }
 
@@ -115,7 +115,7 @@ void KeReleaseSpinLock(PKSPIN_LOCK lock, KIRQL before) {
   if (before > self.Level) {
     ReportViolation(rule.Name, "level " + std::to_string(before) + " is above the present one");
   }
-  self.Level = before;
+  SetLevel(self, before);
 }
 
 void KeAcquireSpinLockAtDpcLevel(PKSPIN_LOCK lock) {

@@ -179,10 +179,10 @@ bool HasParent(RegistryStore& store, std::u16string_view path) {
   return IsSystemKey(parent) || store.HasKey(parent);
 }
 
-HANDLE OpenKeyHandle(const Place& place, bool& isNew) {
+std::shared_ptr<OpenKey> Open(const Place& place, bool& isNew) {
   auto key = std::make_shared<OpenKey>(place.Store, place.Path);
   isNew = !IsSystemKey(place.Path) && place.Store->CreateKey(key->Batch(), place.Path);
-  return OpenHandle(std::move(key));
+  return key;
 }
 
 // Where the data begins in a KEY_VALUE_FULL_INFORMATION: behind the name, aligned.
@@ -299,7 +299,8 @@ NTSTATUS ZwCreateKey(PHANDLE key, ACCESS_MASK access, POBJECT_ATTRIBUTES attribu
     return STATUS_OBJECT_NAME_NOT_FOUND;
   }
   bool isNew = false;
-  *key = lidcam::host::OpenKeyHandle(place, isNew);
+  *key = lidcam::host::OpenHandleOfDriver(lidcam::host::calls::kZwCreateKey.Name, attributes,
+                                          lidcam::host::Open(place, isNew));
   if (disposition != nullptr) *disposition = isNew ? REG_CREATED_NEW_KEY : REG_OPENED_EXISTING_KEY;
   return STATUS_SUCCESS;
 }
@@ -376,6 +377,6 @@ NTSTATUS IoOpenDeviceRegistryKey(PDEVICE_OBJECT device, ULONG type, ACCESS_MASK 
   });
   if (status != STATUS_SUCCESS) return status;
   bool isNew = false;
-  *handle = lidcam::host::OpenKeyHandle(place, isNew);
+  *handle = lidcam::host::OpenHandle(lidcam::host::Open(place, isNew));  // always of the kernel
   return STATUS_SUCCESS;
 }

@@ -42,6 +42,10 @@ LONGLONG RealTimeScheduler::Now() const {
   return std::chrono::duration_cast<Units>(std::chrono::steady_clock::now() - start_).count();
 }
 
+std::chrono::steady_clock::time_point RealTimeScheduler::PointOf(LONGLONG time) const {
+  return start_ + Units(std::max(time, LONGLONG{0}));
+}
+
 void RealTimeScheduler::SwitchPoint(Thread&, const char*, SwitchKind kind) {
   if (kind == SwitchKind::Call) return;
 #if defined(__x86_64__) || defined(__i386__)
@@ -51,19 +55,29 @@ void RealTimeScheduler::SwitchPoint(Thread&, const char*, SwitchKind kind) {
   ::sched_yield();
 }
 
-void RealTimeScheduler::Block(Thread& self, std::unique_lock<std::mutex>& guard) {
-  self.Resumed.wait(guard, [&self] { return self.IsWoken; });
-  self.IsWoken = false;
+void RealTimeScheduler::Block(Thread& self, std::unique_lock<WorldLock>& guard) {
+  while (!self.Woken.IsSet) SleepFor(self.Woken, guard, nullptr);
+  self.Woken.IsSet = 0;
+}
+
+void RealTimeScheduler::BlockUntil(Thread& self, std::unique_lock<WorldLock>& guard, LONGLONG due,
+                                   const TimerEntry& limit) {
+  const auto end = PointOf(due);
+  while (!self.Woken.IsSet) {
+    SleepFor(self.Woken, guard, &end);
+    if (!self.Woken.IsSet && Now() >= due) limit.Expire(*this, limit.Object);
+  }
+  self.Woken.IsSet = 0;
 }
 
 void RealTimeScheduler::Wake(Thread& thread) {
-  thread.IsWoken = true;
-  thread.Resumed.notify_one();
+  Lock().Set(thread.Woken);
 }
 
 void RealTimeScheduler::TimersChanged() {
   if (!std::exchange(hasClock_, true)) std::thread([this] { RunClock(); }).detach();
-  timersChanged_.notify_one();
+  const auto due = Timers().Earliest();
+  if (due && *due < clockWakes_) Lock().Set(timersChanged_);
 }
 
 void RealTimeScheduler::StartMachine(Thread&, std::function<void()> body) {
@@ -76,9 +90,11 @@ void RealTimeScheduler::RunClock() {
   std::unique_lock guard(Lock());
   while (true) {
     ExpireTimers(*this);
-    const auto due = Timers().Earliest();
-    const Units sleep = due ? std::min(Units(*due - Now()), kLongestSleep) : kLongestSleep;
-    timersChanged_.wait_for(guard, sleep);
+    const LONGLONG longest = Now() + kLongestSleep.count();
+    clockWakes_ = std::min(Timers().Earliest().value_or(longest), longest);
+    const auto end = PointOf(clockWakes_);
+    if (!timersChanged_.IsSet) SleepFor(timersChanged_, guard, &end);
+    timersChanged_.IsSet = 0;
   }
 }
 

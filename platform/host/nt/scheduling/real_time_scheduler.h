@@ -1,7 +1,6 @@
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <functional>
 #include <mutex>
@@ -25,21 +24,27 @@ class RealTimeScheduler final : public Scheduler {
   [[nodiscard]] bool IsPunctual() const override { return false; }
   [[nodiscard]] LONGLONG SystemTimeAtStart() const override { return systemTimeAtStart_; }
   void SwitchPoint(Thread& self, const char* call, SwitchKind kind) override;
-  void Block(Thread& self, std::unique_lock<std::mutex>& guard) override;
+  void Block(Thread& self, std::unique_lock<WorldLock>& guard) override;
+  /// The thread itself wakes at its limit: for a common clock each wait would wake one more thread.
+  void BlockUntil(Thread& self, std::unique_lock<WorldLock>& guard, LONGLONG due,
+                  const TimerEntry& limit) override;
   void Wake(Thread& thread) override;
   void TimersChanged() override;
   [[nodiscard]] std::uint64_t TieNumber() override { return 0; }
   void StartMachine(Thread& thread, std::function<void()> body) override;
-  void ThreadEnds(Thread&, std::unique_lock<std::mutex>&) override {}
+  void ThreadEnds(Thread&, std::unique_lock<WorldLock>&) override {}
 
  private:
   RealTimeScheduler();
 
   void RunClock();
+  /// @param time  interrupt time; 0 stands for all before
+  [[nodiscard]] std::chrono::steady_clock::time_point PointOf(LONGLONG time) const;
 
   const std::chrono::steady_clock::time_point start_;
   const LONGLONG systemTimeAtStart_;
-  std::condition_variable timersChanged_;
+  WakeFlag timersChanged_;   ///< a timer is due before clockWakes_
+  LONGLONG clockWakes_ = 0;  ///< interrupt time to which the clock sleeps
   bool hasClock_ = false;
 };
 

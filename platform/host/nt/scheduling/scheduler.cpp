@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "platform/host/nt/memory/guards/paged_memory.h"
 #include "platform/host/nt/scheduling/thread.h"
 #include "platform/host/nt/scheduling/violation.h"
 
@@ -21,6 +22,14 @@ void CheckFreedUse(const CallRule& rule, Thread& self) {
   ReportViolation(rule.Name, "ahead of it " + DescribeFreedUse(self.UsedFreed));
 }
 
+// What a call at dispatch level uses has to be resident.
+void CheckResidence(const CallRule& rule, const Thread& self, const void* object) {
+  if (self.Level < DISPATCH_LEVEL || self.World.IsStopping()) return;
+  const std::string paged = FindPagedBlock(object);
+  if (paged.empty()) return;
+  ReportViolation(rule.Name, "called at dispatch level for an object in paged " + paged);
+}
+
 const char* Verb(CallEffect effect) {
   return effect == CallEffect::Waits ? "waits" : "allocates";
 }
@@ -31,6 +40,12 @@ void ExpireTimers(Scheduler& world) {
   while (const auto entry = world.Timers().TakeDue(world.Now())) {
     entry->Expire(world, entry->Object);
   }
+}
+
+void Scheduler::BlockUntil(Thread& self, std::unique_lock<WorldLock>& guard, LONGLONG due,
+                           const TimerEntry& limit) {
+  Timers().Insert(due, TieNumber(), limit);
+  Block(self, guard);
 }
 
 Thread& Scheduler::StartThread(const std::string& name, bool isService,
@@ -63,6 +78,7 @@ Thread& EnterKernelCall(const CallRule& rule, const void* object) {
                             .Object = object});
   CheckFreedUse(rule, self);
   CheckLevel(rule, self);
+  CheckResidence(rule, self, object);
   CheckAllocationFree(rule, self, rule.Effect);
   self.World.SwitchPoint(self, rule.Name, SwitchKind::Call);
   return self;

@@ -12,6 +12,7 @@
 #include "platform/host/nt/declarations/preemption_points.h"
 #include "platform/host/nt/scheduling/service_pool.h"
 #include "platform/host/nt/scheduling/timer_queue.h"
+#include "platform/host/nt/scheduling/world_lock.h"
 #include "platform/host/nt/verifier/calls/call_history.h"
 #include "platform/host/nt/verifier/calls/call_rules.h"
 
@@ -58,7 +59,12 @@ class Scheduler {
 
   /// Blocks the caller until Wake(). The lock is held before and after, and released between. In a
   /// world that stops, the thread unwinds without a Wake().
-  virtual void Block(Thread& self, std::unique_lock<std::mutex>& guard) = 0;
+  virtual void Block(Thread& self, std::unique_lock<WorldLock>& guard) = 0;
+
+  /// As Block(), and at interrupt time `due` calls the limit's Expire, which ends the wait. An
+  /// earlier Wake() leaves the limit in Timers(), if it is there: the caller removes it.
+  virtual void BlockUntil(Thread& self, std::unique_lock<WorldLock>& guard, LONGLONG due,
+                          const TimerEntry& limit);
 
   /// Ends the Block() that `thread` is in. Under the lock.
   virtual void Wake(Thread& thread) = 0;
@@ -74,7 +80,7 @@ class Scheduler {
 
   /// A thread of the world has ended; its machine thread runs a little longer without accessing the
   /// world. Under the lock.
-  virtual void ThreadEnds(Thread& self, std::unique_lock<std::mutex>& guard) = 0;
+  virtual void ThreadEnds(Thread& self, std::unique_lock<WorldLock>& guard) = 0;
 
   /// Called after a violation in the calling thread: no thread of this world may continue.
   virtual void Stop() {}
@@ -89,7 +95,7 @@ class Scheduler {
   /// Makes a kernel thread and starts it. Under the lock.
   Thread& StartThread(const std::string& name, bool isService, std::function<void()> body);
 
-  [[nodiscard]] std::mutex& Lock() { return lock_; }
+  [[nodiscard]] WorldLock& Lock() { return lock_; }
   [[nodiscard]] TimerQueue& Timers() { return timers_; }
   [[nodiscard]] ServicePool& DeferredCalls() { return deferredCalls_; }
   [[nodiscard]] ServicePool& WorkItems() { return workItems_; }
@@ -107,7 +113,7 @@ class Scheduler {
 
  private:
   std::vector<std::shared_ptr<const void>> kept_;  // destroyed last
-  std::mutex lock_;
+  WorldLock lock_;
   TimerQueue timers_;
   KSPIN_LOCK cancelLock_ = 0;  // of requests
   ServicePool deferredCalls_{"DPC", DISPATCH_LEVEL};

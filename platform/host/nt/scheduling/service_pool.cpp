@@ -23,7 +23,7 @@ void ServicePool::Put(Scheduler& world, RunItem run, PVOID item) {
 
 void ServicePool::Serve(Scheduler& world) {
   Thread& self = CurrentThread();
-  self.Level = level_;
+  SetLevel(self, level_);
   std::unique_lock guard(world.Lock());
   while (true) {
     while (items_.empty()) {
@@ -52,7 +52,7 @@ void ServicePool::RunOne(Thread& self, const Item& item) {
   } catch (const KernelStopped&) {
     // In a world that goes on, a violation ends only the routine, not this thread.
     if (self.World.IsStopping()) throw;
-    self.Level = level_;
+    SetLevel(self, level_);
     self.Held.clear();
   }
 }

@@ -3,6 +3,7 @@
 #include <string>
 #include <utility>
 
+#include "platform/host/nt/memory/guards/paged_memory.h"
 #include "platform/host/nt/scheduling/real_time_scheduler.h"
 #include "platform/host/nt/scheduling/violation.h"
 
@@ -67,6 +68,11 @@ Thread* SetCurrentThread(Thread* thread) {
   return std::exchange(t_current, thread);
 }
 
+void SetLevel(Thread& self, KIRQL level) {
+  self.Level = level;
+  FollowLevel(&self.World, level);
+}
+
 void CountSimulations(int change) {
   g_simulations += change;
 }
@@ -84,6 +90,7 @@ void CheckThreadEnd(const char* call, const Thread& self) {
 
 void RunThread(Thread& thread, const std::function<void()>& body) {
   t_current = &thread;
+  SetLevel(thread, thread.Level);
   try {
     if (thread.World.IsStopping()) throw KernelStopped{};
     body();

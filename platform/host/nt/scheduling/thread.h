@@ -1,7 +1,6 @@
 #pragma once
 
 #include <atomic>
-#include <condition_variable>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -46,13 +45,16 @@ struct Thread {
   Scheduler& World;
   const std::uint32_t Number;  ///< within its world, in the order of creation
   const std::string Name;
-  bool IsService = false;  ///< one of the kernel's own, which never ends
-  KIRQL Level = PASSIVE_LEVEL;
+  bool IsService = false;       ///< one of the kernel's own, which never ends
+  KIRQL Level = PASSIVE_LEVEL;  ///< changed by SetLevel()
   std::atomic<KPRIORITY> Priority{8};
   std::atomic<LONG> References{1};  ///< the first is held by the running thread itself
 
   // The locks it holds, oldest first.
   std::vector<const void*> Held;
+
+  // Requests of applications that it runs; one may cause another.
+  std::size_t ApplicationRequests = 0;
 
   // The path in progress, if it must not allocate or wait.
   const char* AllocationFreePath = nullptr;
@@ -68,10 +70,9 @@ struct Thread {
   std::shared_ptr<void> DriverStack;
 
   // Used by the scheduler.
-  std::condition_variable Resumed;
+  WakeFlag Woken;
   ExecutionContext* Context = nullptr;  ///< in a simulation
   RunState State = RunState::Ready;
-  bool IsWoken = false;
   unsigned Spins = 0;            ///< since the last progress that it has seen
   std::uint64_t SpinsSince = 0;  ///< number of that progress
   std::uint64_t Rank = 0;  ///< among threads that can run: the highest runs first; 0: not drawn
@@ -97,6 +98,9 @@ Thread* SetCurrentThread(Thread* thread);
 /// Until the call with -1, a machine thread that belongs to no world mustn't call the kernel: it
 /// would run concurrently with a simulation that doesn't schedule it.
 void CountSimulations(int change);
+
+/// Raises or lowers a thread that runs. At dispatch level the world's paged memory is inaccessible.
+void SetLevel(Thread& self, KIRQL level);
 
 /// Body of a machine thread for a kernel thread: runs `body`, then signals the thread object.
 void RunThread(Thread& thread, const std::function<void()>& body);

@@ -208,6 +208,7 @@ void SimulatedScheduler::PassBaton(Thread& self, Thread& next, Guard& guard) {
   guard.unlock();
   self.Context->SwitchTo(*next.Context);
   SetCurrentThread(&self);
+  SetLevel(self, self.Level);
   guard.lock();
 }
 

@@ -105,18 +105,18 @@ class SimulatedScheduler final : public Scheduler {
   void SwitchPoint(Thread& self, const char* call, SwitchKind kind) override;
   void PreemptionPoint(Thread& self, const PointSubject& subject,
                        PreemptionKind kind) noexcept override;
-  void Block(Thread& self, std::unique_lock<std::mutex>& guard) override;
+  void Block(Thread& self, std::unique_lock<WorldLock>& guard) override;
   void Wake(Thread& thread) override;
   [[nodiscard]] std::uint64_t TieNumber() override { return chooser_->Tie(random_.Next()); }
   void StartMachine(Thread& thread, std::function<void()> body) override;
-  void ThreadEnds(Thread& self, std::unique_lock<std::mutex>& guard) override;
+  void ThreadEnds(Thread& self, std::unique_lock<WorldLock>& guard) override;
   void Stop() override;
   [[nodiscard]] bool IsStopping() const override { return isStopping_; }
   [[nodiscard]] const Thread* HolderOf(const void* lock) const override;
   [[nodiscard]] std::string Describe() const override;
 
  private:
-  using Guard = std::unique_lock<std::mutex>;
+  using Guard = std::unique_lock<WorldLock>;
 
   template <typename Condition>
   Thread* PickWhere(Condition condition);

@@ -12,6 +12,8 @@ std::atomic<int>& CompletionBans() {
   return bans;
 }
 
+constinit std::atomic<int> g_completionRoutines{0};
+
 const char* Enter(const char* path) {
   Thread& self = CurrentThread();
   const char* const before = self.AllocationFreePath;
@@ -40,9 +42,16 @@ NoAllocationInCompletions::~NoAllocationInCompletions() {
 }
 
 CompletionScope::CompletionScope()
-    : before_(Enter(CompletionBans() != 0 ? "a completion routine" : nullptr)) {}
+    : before_(Enter(CompletionBans() != 0 ? "a completion routine" : nullptr)) {
+  ++g_completionRoutines;
+}
+
+int CompletionScope::Count() {
+  return g_completionRoutines;
+}
 
 CompletionScope::~CompletionScope() {
+  --g_completionRoutines;
   Leave(before_);
 }
 

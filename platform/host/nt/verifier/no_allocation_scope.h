@@ -34,6 +34,9 @@ class CompletionScope {
   CompletionScope& operator=(const CompletionScope&) = delete;
   ~CompletionScope();
 
+  /// Completion routines that have not returned, in all threads.
+  [[nodiscard]] static int Count();
+
  private:
   const char* const before_;
 };

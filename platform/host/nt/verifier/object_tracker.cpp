@@ -3,6 +3,7 @@
 #include <mutex>
 #include <optional>
 
+#include "platform/host/nt/memory/guards/paged_memory.h"
 #include "platform/host/nt/scheduling/thread.h"
 #include "platform/host/nt/scheduling/violation.h"
 #include "platform/host/nt/verifier/address_map.h"
@@ -145,6 +146,9 @@ void RegisterObject(const char* call, ObjectKind kind, const void* object, std::
   registry.Records.At(object) = record;
   guard.unlock();
   if (!use.empty()) ReportViolation(call, use + " and is initialised again");
+  const std::string paged = FindPagedBlock(object);
+  if (paged.empty()) return;
+  ReportViolation(call, DescribeObject(NameOf(kind), object) + " lies in paged " + paged);
 }
 
 bool IsRegisteredObject(const void* object) {

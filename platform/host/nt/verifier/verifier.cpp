@@ -31,7 +31,7 @@ std::string VerifierCapture::Of(const std::function<void()>& action) const {
   try {
     action();
   } catch (const KernelStopped&) {
-    self.Level = level;
+    SetLevel(self, level);
     while (self.Held.size() > held) {
       ForgetObject(self.Held.back());
       self.Held.pop_back();

@@ -26,6 +26,9 @@ struct UsbStackOptions {
   /// Bus frame number at time 0.
   ULONG FirstFrame = 0;
   FrameRule Frames = FrameRule::Strict;
+  /// Whether both threads of the stack look for work at each request: a simulation then has more orders of
+  /// threads to try. Otherwise only a thread that would look too late does: each look costs two context switches.
+  bool LooksAtEachRequest = true;
   /// The time that frames are counted by, in 100 ns; any level.
   LONGLONG (*Now)() = InterruptTime;
 };

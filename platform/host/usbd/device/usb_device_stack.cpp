@@ -21,9 +21,9 @@ NTSTATUS CompleteWith(PIRP irp, NTSTATUS status) {
 // A driver names a start frame some milliseconds ahead. On a kernel its thread is there in time; on a busy
 // machine a thread is not, and the refusal would leave the stream without pictures.
 UsbStackOptions ForWorld(UsbStackOptions options) {
-  if (options.Frames == FrameRule::Strict && !CurrentWorld().IsPunctual()) {
-    options.Frames = FrameRule::AsSoonAsPossible;
-  }
+  if (CurrentWorld().IsPunctual()) return options;
+  options.LooksAtEachRequest = false;
+  if (options.Frames == FrameRule::Strict) options.Frames = FrameRule::AsSoonAsPossible;
   return options;
 }
 

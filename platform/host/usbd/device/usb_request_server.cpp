@@ -102,8 +102,10 @@ void UsbRequestServer::Cancel(PIRP irp) {
 NTSTATUS UsbRequestServer::Submit(PIRP irp, URB& urb) {
   // An accepted URB may be completed and freed as soon as the lock is released.
   const bool isAbort = urb.UrbHeader.Function == URB_FUNCTION_ABORT_PIPE;
+  const bool isTransfer = urb.UrbHeader.Function == URB_FUNCTION_ISOCH_TRANSFER;
   std::optional<std::uint8_t> abortedEndpoint;
   USBD_STATUS status = USBD_STATUS_DEVICE_GONE;
+  bool isSeenInTime = false;
   {
     const SpinLockGuard guard(state_.Lock);
     if (!state_.IsGone) {
@@ -112,11 +114,12 @@ NTSTATUS UsbRequestServer::Submit(PIRP irp, URB& urb) {
         if (pipe != nullptr) abortedEndpoint = pipe->Endpoint;
       }
       status = Route(irp, urb);
+      isSeenInTime = isTransfer && status == USBD_STATUS_PENDING && schedule_.SeesLastInTime();
     }
   }
   if (status != USBD_STATUS_PENDING) return CompleteUrb(irp, urb, status);
   if (abortedEndpoint.has_value()) state_.Bus.Abort(*abortedEndpoint);
-  state_.Wake();
+  if (state_.Options.LooksAtEachRequest || !isSeenInTime) state_.Wake();
   return STATUS_PENDING;
 }
 

@@ -126,18 +126,18 @@ void IsochronousSchedule::Run() {
 }
 
 IsochronousSchedule::Step IsochronousSchedule::RunOnce() {
-  std::vector<UsbRequest> ended;
   IsochronousTransfer* next = nullptr;
   bool isOver = false;
   const LONGLONG now = device_.Options.Now();
   {
     const SpinLockGuard guard(device_.Lock);
-    ended = TakeEnded(now);
+    TakeEnded(now);
     next = FindNext();
+    looksAgain_ = next != nullptr ? next->EndTime : std::numeric_limits<LONGLONG>::max();
     isOver = device_.IsStopping && transfers_.empty() && notices_.empty();
   }
-  if (!ended.empty()) {
-    Complete(ended);
+  if (!ended_.empty()) {
+    Complete(ended_);
   } else if (isOver) {
     return Step::Over;
   } else if (next == nullptr) {
@@ -162,8 +162,8 @@ void IsochronousSchedule::PutOffBehind(const IsochronousTransfer& late, LONGLONG
   if (UsbPipe* const pipe = device_.Configuration.FindPipe(late.Pipe)) pipe->NextFrame += frames;
 }
 
-std::vector<UsbRequest> IsochronousSchedule::TakeEnded(LONGLONG now) {
-  std::vector<UsbRequest> ended;
+void IsochronousSchedule::TakeEnded(LONGLONG now) {
+  ended_.clear();
   std::erase_if(transfers_, [&](const auto& transfer) {
     if (transfer->Status == USBD_STATUS_PENDING) {
       if (device_.IsGone) {
@@ -176,7 +176,7 @@ std::vector<UsbRequest> IsochronousSchedule::TakeEnded(LONGLONG now) {
       MarkNotAccessed(transfer->Urb->UrbIsochronousTransfer);
     }
     if (!TakeFromCanceller(*transfer)) return false;
-    ended.push_back(*transfer);
+    ended_.push_back(*transfer);
     return true;
   });
   // An abort completes after the transfers that it aborted.
@@ -189,10 +189,9 @@ std::vector<UsbRequest> IsochronousSchedule::TakeEnded(LONGLONG now) {
       return false;
     }
     notice.Status = device_.IsGone ? USBD_STATUS_DEVICE_GONE : USBD_STATUS_SUCCESS;
-    ended.push_back(notice);
+    ended_.push_back(notice);
     return true;
   });
-  return ended;
 }
 
 IsochronousTransfer* IsochronousSchedule::FindNext() {
@@ -206,7 +205,7 @@ IsochronousTransfer* IsochronousSchedule::FindNext() {
 
 void IsochronousSchedule::Read(IsochronousTransfer& transfer) {
   const USBD_STATUS status =
-      ReadTransfer(device_.Bus, transfer, transfer.Urb->UrbIsochronousTransfer);
+      ReadTransfer(device_.Bus, transfer, transfer.Urb->UrbIsochronousTransfer, packets_);
   bool isGone = false;
   {
     const SpinLockGuard guard(device_.Lock);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <limits>
 #include <memory>
 #include <vector>
 
@@ -34,6 +35,12 @@ class IsochronousSchedule {
   [[nodiscard]] bool HasTransfers(USBD_PIPE_HANDLE pipe) const;
   bool MarkCancelled(PIRP irp);
 
+  /// @return whether Run()'s thread looks for work before the end of the last accepted transfer, although nothing
+  ///         wakes it
+  [[nodiscard]] bool SeesLastInTime() const {
+    return !transfers_.empty() && transfers_.back()->EndTime >= looksAgain_;
+  }
+
   /// Body of the schedule's thread; returns when the stack stops.
   void Run();
 
@@ -47,7 +54,8 @@ class IsochronousSchedule {
   [[nodiscard]] ULONG FrameNumber(LONGLONG frame) const;
   void AcceptNotice(const Notice& notice);
   Step RunOnce();
-  std::vector<UsbRequest> TakeEnded(LONGLONG now);
+  /// Moves the requests that have ended to ended_.
+  void TakeEnded(LONGLONG now);
   [[nodiscard]] IsochronousTransfer* FindNext();
   /// Delays the transfers behind a late one by the same time.
   void PutOffBehind(const IsochronousTransfer& late, LONGLONG lost);
@@ -58,6 +66,10 @@ class IsochronousSchedule {
   UsbDeviceState& device_;
   std::vector<std::unique_ptr<IsochronousTransfer>> transfers_;  ///< in the order of submission
   std::vector<Notice> notices_;
+  std::vector<UsbRequest> ended_;  ///< of Run()'s thread: to be completed
+  std::vector<bus::IsochronousPacket>
+      packets_;  ///< of Run()'s thread: of the transfer that is read
+  LONGLONG looksAgain_ = std::numeric_limits<LONGLONG>::max();  ///< interrupt time, at the latest
 };
 
 }  // namespace lidcam::host

@@ -82,9 +82,9 @@ USBD_STATUS CheckIsochronousUrb(const _URB_ISOCH_TRANSFER& urb) {
 }
 
 USBD_STATUS ReadTransfer(bus::UsbBus& bus, const IsochronousTransfer& transfer,
-                         _URB_ISOCH_TRANSFER& urb) {
+                         _URB_ISOCH_TRANSFER& urb, std::vector<bus::IsochronousPacket>& packets) {
   const ULONG count = urb.NumberOfPackets;
-  std::vector<bus::IsochronousPacket> packets(count);
+  packets.assign(count, {});
   std::vector<std::uint8_t> aside;
   std::span<std::uint8_t> buffer;
   const bool isDirect = IsCutEvenly(urb, transfer.BytesPerMicroframe);

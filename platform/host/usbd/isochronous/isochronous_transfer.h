@@ -30,9 +30,11 @@ struct IsochronousTransfer : UsbRequest {
 /// Reads the transfer's microframes from the bus into its buffer and sets every packet's length and
 /// status. Blocks as long as the bus does.
 ///
+/// @param packets  memory for the work, kept from one transfer to the next
 /// @return the URB's status; USBD_STATUS_PENDING if the bus stays silent
 [[nodiscard]] USBD_STATUS ReadTransfer(bus::UsbBus& bus, const IsochronousTransfer& transfer,
-                                       _URB_ISOCH_TRANSFER& urb);
+                                       _URB_ISOCH_TRANSFER& urb,
+                                       std::vector<bus::IsochronousPacket>& packets);
 
 /// Marks all packets of a transfer that never reached the bus as not accessed.
 void MarkNotAccessed(_URB_ISOCH_TRANSFER& urb);

@@ -10,7 +10,8 @@ class DriverTest(CommandLineTest):
         text = self.path("text.sys")
         with open(text, "w", encoding="utf-8") as stream:
             stream.write("this is a text of more than a few bytes, and no image at all")
-        for command in (("stream", "--fast"), ("still",), ("controls",), ("simulate",)):
+        for command in (("stream", "--fast"), ("still",), ("controls",), ("simulate",),
+                        ("record", "-o", self.path("bus.pcap"))):
             with self.subTest(command=command):
                 self.assert_one_line_error(self.run_lidcam(*command, "--driver", text), 1, text,
                                            "is no executable image")

@@ -4,6 +4,8 @@
 
 #include <atomic>
 #include <chrono>
+#include <memory>
+#include <mutex>
 #include <thread>
 #include <vector>
 
@@ -44,6 +46,53 @@ TEST(RealTimeKernel, PassesItemsBetweenThreadsUnderALock) {
   first.Join();
   second.Join();
   EXPECT_EQ(count, 0);
+}
+
+void AwaitWaiter(Scheduler& world, KEVENT& event) {
+  const auto hasWaiter = [&] {
+    const std::lock_guard guard(world.Lock());
+    return IsListEmpty(&event.Header.WaitListHead) == FALSE;
+  };
+  while (!hasWaiter()) std::this_thread::yield();
+}
+
+TEST(RealTimeKernel, LeavesTheLimitOfAWaitToTheThreadThatWaits) {
+  Scheduler& world = CurrentWorld();
+  KEVENT event;
+  KeInitializeEvent(&event, NotificationEvent, FALSE);
+  const auto earliest = [&world] {
+    const std::lock_guard guard(world.Lock());
+    return world.Timers().Earliest();
+  };
+  const auto before = earliest();
+  TestThread waiter([&event] { EXPECT_EQ(WaitFor(&event, -3600 * kSecond), STATUS_SUCCESS); });
+  AwaitWaiter(world, event);
+  EXPECT_EQ(earliest(), before);
+  KeSetEvent(&event, 0, FALSE);
+  waiter.Join();
+}
+
+TEST(RealTimeKernel, WakesAnyNumberOfThreadsByOneEvent) {
+  KEVENT event;
+  KeInitializeEvent(&event, NotificationEvent, FALSE);
+  std::atomic<int> woken = 0;
+  std::vector<std::unique_ptr<TestThread>> waiters;
+  for (int i = 0; i < 20; ++i) {
+    waiters.push_back(std::make_unique<TestThread>([&] {
+      WaitForever(&event);
+      ++woken;
+    }));
+  }
+  AwaitWaiter(CurrentWorld(), event);
+  KeSetEvent(&event, 0, FALSE);
+  waiters.clear();
+  EXPECT_EQ(woken, 20);
+}
+
+TEST(RealTimeKernel, EndsAWaitWhoseLimitIsASystemTimeLongAgo) {
+  KEVENT event;
+  KeInitializeEvent(&event, NotificationEvent, FALSE);
+  EXPECT_EQ(WaitFor(&event, 1), STATUS_TIMEOUT);
 }
 
 TEST(RealTimeKernel, KeepsThreadsApartWithASpinLock) {

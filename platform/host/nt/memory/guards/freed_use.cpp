@@ -29,7 +29,9 @@ std::string DescribeOverrun(const FreedUse& use) {
 }
 
 std::string DescribeFreedUse(const FreedUse& use) {
-  return DescribeOverrun(use) + " after it had been freed";
+  if (!use.IsPagedOut) return DescribeOverrun(use) + " after it had been freed";
+  return BlockText(use.Block, use.Size, use.Tag) + " was used at byte " +
+         std::to_string(use.Offset) + " at dispatch level, where it may be paged out";
 }
 
 }  // namespace lidcam::host

@@ -1,15 +1,15 @@
 /** The row of buttons below the picture. */
 
-import { button, drawing, element, setText } from './dom.js';
-import { fixed } from './format.js';
+import { button, drawing, element, setText } from '../base/dom.js';
+import { fixed } from '../base/format.js';
 
 export class Tools {
   /**
    * @param {HTMLElement} place
    * @param {import('./stage.js').Stage} stage
-   * @param {import('./store.js').Store} store
+   * @param {import('../connection/store.js').Store} store
    * @param {import('./recorder.js').Recorder} recorder
-   * @param {{connection: import('./connection.js').Connection, announce: (text: string) => void}} page
+   * @param {{connection: import('../connection/connection.js').Connection, announce: (text: string) => void}} page
    */
   constructor(place, stage, store, recorder, page) {
     Object.assign(this, { stage, store, page });

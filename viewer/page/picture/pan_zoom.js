@@ -1,6 +1,6 @@
 /** A canvas in a window of the page: fitted to it, or enlarged and moved. */
 
-import { element } from './dom.js';
+import { element } from '../base/dom.js';
 
 const MOST = 48; // screen pixels for one of the picture
 const STEP = 1.25;

@@ -1,6 +1,6 @@
 /** Keys for what is done most, and the list of them. */
 
-import { button, element } from './dom.js';
+import { button, element } from '../base/dom.js';
 
 const PAN = 60; // screen pixels
 

@@ -1,7 +1,7 @@
 /** The registers that the driver has written or read, by name, and those that changed lately. */
 
-import { button, element, setText } from './dom.js';
-import { age, hex } from './format.js';
+import { button, element, setText } from '../base/dom.js';
+import { age, hex } from '../base/format.js';
 
 const LATELY = 10; // seconds
 const PERIOD = 500; // milliseconds
@@ -9,9 +9,9 @@ const PERIOD = 500; // milliseconds
 export class RegistersPanel {
   /**
    * @param {HTMLElement} place
-   * @param {import('./stage.js').Stage} stage
-   * @param {import('./store.js').Store} store
-   * @param {import('./connection.js').Connection} connection
+   * @param {import('../picture/stage.js').Stage} stage
+   * @param {import('../connection/store.js').Store} store
+   * @param {import('../connection/connection.js').Connection} connection
    * @param {() => boolean} isSeen
    */
   constructor(place, stage, store, connection, isSeen) {

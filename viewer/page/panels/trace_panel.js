@@ -1,7 +1,7 @@
 /** The driver's trace as text: register accesses, state changes, decisions about frames. */
 
-import { button, element, setText } from './dom.js';
-import { whole } from './format.js';
+import { button, element, setText } from '../base/dom.js';
+import { whole } from '../base/format.js';
 
 const SHOWN = 400; // lines
 const PERIOD = 200; // milliseconds
@@ -9,9 +9,9 @@ const PERIOD = 200; // milliseconds
 export class TracePanel {
   /**
    * @param {HTMLElement} place
-   * @param {import('./stage.js').Stage} stage
-   * @param {import('./store.js').Store} store
-   * @param {import('./connection.js').Connection} connection
+   * @param {import('../picture/stage.js').Stage} stage
+   * @param {import('../connection/store.js').Store} store
+   * @param {import('../connection/connection.js').Connection} connection
    * @param {() => boolean} isSeen
    */
   constructor(place, stage, store, connection, isSeen) {

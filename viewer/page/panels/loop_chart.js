@@ -1,8 +1,8 @@
 /** The exposure loop over the last minutes: what it measured, what it aimed at, what it wrote to the sensor. */
 
-import { button, element, setText } from './dom.js';
-import { age, fixed } from './format.js';
-import { firstSince, prepare, strokeSteps } from './plot.js';
+import { button, element, setText } from '../base/dom.js';
+import { age, fixed } from '../base/format.js';
+import { firstSince, prepare, strokeSteps } from '../base/plot.js';
 
 const SPANS = [
   [30, '30 s'],
@@ -12,7 +12,7 @@ const SPANS = [
 const QUIET_PERIOD = 1000; // milliseconds between two drawings where motion is not wanted
 
 export class LoopChart {
-  /** @param {HTMLElement} place @param {import('./stage.js').Stage} stage @param {() => boolean} isSeen */
+  /** @param {HTMLElement} place @param {import('../picture/stage.js').Stage} stage @param {() => boolean} isSeen */
   constructor(place, stage, isSeen) {
     Object.assign(this, { stage, isSeen });
     this.span = 120;

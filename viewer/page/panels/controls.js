@@ -1,7 +1,7 @@
 /** The camera's controls, a row each. */
 
-import { button, element, freshId, setText } from './dom.js';
-import { signed, words } from './format.js';
+import { button, element, freshId, setText } from '../base/dom.js';
+import { signed, words } from '../base/format.js';
 
 /** @typedef {{name: string, minimum: number, maximum: number, step: number, default: number, value: number,
  *   saved?: number, unit?: string, meaning: string, hasEffect: boolean}} ControlRow */
@@ -9,9 +9,9 @@ import { signed, words } from './format.js';
 export class Controls {
   /**
    * @param {HTMLElement} place
-   * @param {import('./stage.js').Stage} stage
-   * @param {import('./store.js').Store} store
-   * @param {import('./connection.js').Connection} connection
+   * @param {import('../picture/stage.js').Stage} stage
+   * @param {import('../connection/store.js').Store} store
+   * @param {import('../connection/connection.js').Connection} connection
    * @param {(text: string) => void} announce
    */
   constructor(place, stage, store, connection, announce) {

@@ -1,6 +1,6 @@
 /** One camera's live picture on a canvas. */
 
-import { element } from './dom.js';
+import { element } from '../base/dom.js';
 import { PanZoom } from './pan_zoom.js';
 
 const RATE_OVER = 2000; // milliseconds that the rate is taken over
@@ -14,9 +14,9 @@ const LATENCIES_KEPT = 60; // frames
  */
 export class Picture extends EventTarget {
   /**
-   * @param {import('./store.js').Camera} camera
-   * @param {import('./connection.js').Connection} connection
-   * @param {import('./server_clock.js').ServerClock} clock
+   * @param {import('../connection/store.js').Camera} camera
+   * @param {import('../connection/connection.js').Connection} connection
+   * @param {import('../connection/server_clock.js').ServerClock} clock
    */
   constructor(camera, connection, clock) {
     super();

@@ -1,16 +1,16 @@
 /** What only a simulated camera has: its light, its scene, its plug, and faults on demand. */
 
-import { button, element, freshId, setText } from './dom.js';
-import { light } from './format.js';
+import { button, element, freshId, setText } from '../base/dom.js';
+import { light } from '../base/format.js';
 
 const LARGEST_SCENE = 16 * 1024 * 1024;
 
 export class SimulatedCamera {
   /**
    * @param {HTMLElement} place
-   * @param {import('./stage.js').Stage} stage
-   * @param {import('./store.js').Store} store
-   * @param {import('./connection.js').Connection} connection
+   * @param {import('../picture/stage.js').Stage} stage
+   * @param {import('../connection/store.js').Store} store
+   * @param {import('../connection/connection.js').Connection} connection
    * @param {(text: string) => void} announce
    */
   constructor(place, stage, store, connection, announce) {

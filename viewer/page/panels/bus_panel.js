@@ -1,8 +1,8 @@
 /** The bus: its traffic a second, the frames that came of it, and what was done where it failed. */
 
-import { element, setText } from './dom.js';
-import { age, dataRate, whole } from './format.js';
-import { firstSince, prepare } from './plot.js';
+import { element, setText } from '../base/dom.js';
+import { age, dataRate, whole } from '../base/format.js';
+import { firstSince, prepare } from '../base/plot.js';
 
 const SPAN = 180; // seconds
 const ONE_CAMERA = 'Frames and recoveries are counted where lidcam view shows one camera only.';
@@ -14,7 +14,7 @@ const FRAMES = [
 ];
 
 export class BusPanel {
-  /** @param {HTMLElement} place @param {import('./stage.js').Stage} stage @param {import('./store.js').Store} store @param {() => boolean} isSeen */
+  /** @param {HTMLElement} place @param {import('../picture/stage.js').Stage} stage @param {import('../connection/store.js').Store} store @param {() => boolean} isSeen */
   constructor(place, stage, store, isSeen) {
     Object.assign(this, { stage, isSeen });
     this.rates = [

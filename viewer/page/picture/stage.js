@@ -1,6 +1,6 @@
 /** The pictures of all cameras, and which of them the panels belong to. */
 
-import { element, setText } from './dom.js';
+import { element, setText } from '../base/dom.js';
 import { Picture, describe } from './picture.js';
 
 const STATES = {
@@ -14,9 +14,9 @@ const STATES = {
 export class Stage extends EventTarget {
   /**
    * @param {HTMLElement} place
-   * @param {import('./store.js').Store} store
-   * @param {import('./connection.js').Connection} connection
-   * @param {import('./server_clock.js').ServerClock} clock
+   * @param {import('../connection/store.js').Store} store
+   * @param {import('../connection/connection.js').Connection} connection
+   * @param {import('../connection/server_clock.js').ServerClock} clock
    */
   constructor(place, store, connection, clock) {
     super();

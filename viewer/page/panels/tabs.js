@@ -1,6 +1,6 @@
 /** A row of tabs with their panels, for the pointer, the keyboard and screen readers. */
 
-import { element, freshId } from './dom.js';
+import { element, freshId } from '../base/dom.js';
 
 /** Event `chosen` (detail: the name of the tab). */
 export class Tabs extends EventTarget {

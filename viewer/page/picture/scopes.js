@@ -1,7 +1,7 @@
 /** Histogram and waveform of the luminance of the picture shown, and the pixels below the pointer. */
 
-import { element, setText } from './dom.js';
-import { prepare } from './plot.js';
+import { element, setText } from '../base/dom.js';
+import { prepare } from '../base/plot.js';
 
 const COLUMNS = 192; // samples of the picture, across and down: enough for the shapes
 const ROWS = 144;

@@ -1,14 +1,14 @@
 /** The time line of a recorded camera. */
 
-import { button, element, setText } from './dom.js';
-import { clockTime } from './format.js';
+import { button, element, setText } from '../base/dom.js';
+import { clockTime } from '../base/format.js';
 
 export class Timeline {
   /**
    * @param {HTMLElement} place
    * @param {import('./stage.js').Stage} stage
-   * @param {import('./store.js').Store} store
-   * @param {import('./connection.js').Connection} connection
+   * @param {import('../connection/store.js').Store} store
+   * @param {import('../connection/connection.js').Connection} connection
    */
   constructor(place, stage, store, connection) {
     Object.assign(this, { place, stage, connection });

@@ -1,7 +1,7 @@
 /** The pixels around the place that was pointed at last, with the values that the camera really sent: the JPEG on the page only comes close. */
 
-import { element, setText } from './dom.js';
-import { prepare } from './plot.js';
+import { element, setText } from '../base/dom.js';
+import { prepare } from '../base/plot.js';
 
 const SIDE = 9; // pixels across and down
 const PERIOD = 100; // milliseconds between two questions
@@ -10,7 +10,7 @@ export class Pixels {
   /**
    * @param {HTMLElement} place
    * @param {import('./stage.js').Stage} stage
-   * @param {import('./connection.js').Connection} connection
+   * @param {import('../connection/connection.js').Connection} connection
    */
   constructor(place, stage, connection) {
     Object.assign(this, { stage, connection });

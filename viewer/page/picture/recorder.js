@@ -1,13 +1,13 @@
 /** Recording what the camera sends, into a file that the program writes. */
 
-import { button, element, setText } from './dom.js';
-import { clockTime } from './format.js';
+import { button, element, setText } from '../base/dom.js';
+import { clockTime } from '../base/format.js';
 
 export class Recorder {
   /**
    * @param {import('./stage.js').Stage} stage
-   * @param {import('./store.js').Store} store
-   * @param {import('./connection.js').Connection} connection
+   * @param {import('../connection/store.js').Store} store
+   * @param {import('../connection/connection.js').Connection} connection
    * @param {(text: string) => void} announce
    */
   constructor(stage, store, connection, announce) {

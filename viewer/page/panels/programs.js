@@ -1,12 +1,12 @@
 /** Addresses of the picture for other programs. */
 
-import { button, element } from './dom.js';
+import { button, element } from '../base/dom.js';
 
 export class ForOtherPrograms {
   /**
    * @param {HTMLElement} place
-   * @param {import('./stage.js').Stage} stage
-   * @param {import('./store.js').Store} store
+   * @param {import('../picture/stage.js').Stage} stage
+   * @param {import('../connection/store.js').Store} store
    * @param {(text: string) => void} announce
    */
   constructor(place, stage, store, announce) {

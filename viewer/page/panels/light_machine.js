@@ -1,6 +1,6 @@
 /** The light states, which of them the camera is in, and what would change it. */
 
-import { drawing, element } from './dom.js';
+import { drawing, element } from '../base/dom.js';
 
 const WIDTH = 76;
 const HEIGHT = 28;
@@ -23,7 +23,7 @@ const EXITS = {
 };
 
 export class LightMachine {
-  /** @param {HTMLElement} place @param {import('./stage.js').Stage} stage @param {import('./store.js').Store} store */
+  /** @param {HTMLElement} place @param {import('../picture/stage.js').Stage} stage @param {import('../connection/store.js').Store} store */
   constructor(place, stage, store) {
     this.stage = stage;
     this.state = null;

@@ -1,7 +1,7 @@
 /** The bar above: which camera this is, how it does, and whether the program is there. */
 
-import { button, element, setText } from './dom.js';
-import { fixed, whole } from './format.js';
+import { button, element, setText } from '../base/dom.js';
+import { fixed, whole } from '../base/format.js';
 
 const PERIOD = 500; // milliseconds: figures that change faster can't be read
 
@@ -10,9 +10,9 @@ const STATE_WORDS = { off: 'off', opening: 'starting', on: 'live', unplugged: 'u
 export class StatusBar {
   /**
    * @param {{identity: HTMLElement, figures: HTMLElement, link: HTMLElement}} places
-   * @param {import('./stage.js').Stage} stage
-   * @param {import('./store.js').Store} store
-   * @param {import('./connection.js').Connection} connection
+   * @param {import('../picture/stage.js').Stage} stage
+   * @param {import('../connection/store.js').Store} store
+   * @param {import('../connection/connection.js').Connection} connection
    */
   constructor(places, stage, store, connection) {
     Object.assign(this, { places, stage, store, connection });

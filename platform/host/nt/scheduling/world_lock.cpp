@@ -1,0 +1,67 @@
+#include "platform/host/nt/scheduling/world_lock.h"
+
+#include <linux/futex.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <ctime>
+#include <span>
+
+namespace lidcam::host {
+namespace {
+
+static_assert(offsetof(WakeFlag, IsSet) == 0 && sizeof(WakeFlag::IsSet) == sizeof(std::uint32_t),
+              "the system reads the flag");
+
+// Only the address counts. If the flag is gone, nobody sleeps there, or its new user wakes once too often.
+void WakeSleeper(WakeFlag* flag) {
+  ::syscall(SYS_futex, flag, FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0);
+}
+
+timespec ToTimespec(std::chrono::steady_clock::time_point time) {
+  const auto sinceStart = time.time_since_epoch();
+  const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(sinceStart);
+  const std::chrono::nanoseconds rest = sinceStart - seconds;
+  return {.tv_sec = static_cast<std::time_t>(seconds.count()),
+          .tv_nsec = static_cast<long>(rest.count())};
+}
+
+}  // namespace
+
+void WorldLock::unlock() {
+  if (sleeperCount_ == 0) {
+    mutex_.unlock();
+    return;
+  }
+  const std::array<WakeFlag*, kMostSleepers> sleepers = sleepers_;
+  const std::size_t count = sleeperCount_;
+  sleeperCount_ = 0;
+  mutex_.unlock();
+  std::ranges::for_each(std::span(sleepers).first(count), WakeSleeper);
+}
+
+void WorldLock::Set(WakeFlag& flag) {
+  const bool wasSet = flag.IsSet.exchange(1, std::memory_order_relaxed) != 0;
+  if (wasSet || !flag.HasSleeper) return;
+  if (sleeperCount_ == kMostSleepers) {
+    WakeSleeper(&flag);
+  } else {
+    sleepers_[sleeperCount_++] = &flag;
+  }
+}
+
+void SleepFor(WakeFlag& flag, std::unique_lock<WorldLock>& guard,
+              const std::chrono::steady_clock::time_point* end) {
+  timespec limit{};
+  if (end != nullptr) limit = ToTimespec(*end);
+  flag.HasSleeper = true;
+  guard.unlock();
+  // Of steady_clock. Returns at once if the flag is set already.
+  ::syscall(SYS_futex, &flag, FUTEX_WAIT_BITSET_PRIVATE, 0, end != nullptr ? &limit : nullptr,
+            nullptr, FUTEX_BITSET_MATCH_ANY);
+  guard.lock();
+  flag.HasSleeper = false;
+}
+
+}  // namespace lidcam::host

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <mutex>
+
+namespace lidcam::host {
+
+/// A flag for which one machine thread may sleep.
+struct WakeFlag {
+  std::atomic<std::uint32_t> IsSet{0};
+  bool HasSleeper = false;  ///< under the lock
+};
+
+/// The lock of a world. Machine threads whose wait ends under it are woken after its release: one that
+/// wakes earlier finds it taken, and sleeps a second time.
+class WorldLock {
+ public:
+  WorldLock() = default;
+  WorldLock(const WorldLock&) = delete;
+  WorldLock& operator=(const WorldLock&) = delete;
+
+  // Named as the standard library's lock guards expect.
+  void lock() { mutex_.lock(); }
+  void unlock();
+
+  /// Sets a flag, and wakes the thread that sleeps for it. Under the lock. The flag may be gone by the time of the
+  /// lock's release.
+  void Set(WakeFlag& flag);
+
+ private:
+  static constexpr std::size_t kMostSleepers = 8;
+
+  std::mutex mutex_;
+  std::array<WakeFlag*, kMostSleepers> sleepers_{};
+  std::size_t sleeperCount_ = 0;
+};
+
+/// Sleeps until the flag is set or the time has come, possibly less. The lock is held before and after, and released
+/// between.
+///
+/// @param end  null: no limit
+void SleepFor(WakeFlag& flag, std::unique_lock<WorldLock>& guard,
+              const std::chrono::steady_clock::time_point* end);
+
+}  // namespace lidcam::host
