@@ -18,21 +18,21 @@ bool StopsDevice(const Stage& stage) {
                              [&stage](std::string_view step) { return stage.IsDoing(step); });
 }
 
-// Whether `thread` is `stopped`, or waits for a mutex owned by it, or for one whose owner waits for
-// such a mutex, and so on: no longer chain of mutexes is possible.
-bool WaitsFor(const host::Thread* thread, const host::Thread& stopped) {
+// Whether `thread` has stopped, or waits for a mutex owned by one that has, or for one whose owner waits for
+// such a mutex, and so on: no longer chain of mutexes is possible. Reads of several applications may have stopped.
+bool WaitsForStoppedThread(const host::Thread* thread) {
   constexpr int kMutexes = 8;
-  for (int i = 0; i < kMutexes && thread != nullptr && thread != &stopped; ++i) {
+  for (int i = 0; i < kMutexes && thread != nullptr && !thread->HasStopped; ++i) {
     const bool isBlocked = thread->State == host::Thread::RunState::Blocked;
     thread = isBlocked ? thread->World.HolderOf(thread->LastObject) : nullptr;
   }
-  return thread == &stopped;
+  return thread != nullptr && thread->HasStopped;
 }
 
 // The streaming class also waits for its requests before it removes a device.
 bool IsHeldUpByStoppedReader(Stage& stage, const Activity& activity) {
-  const host::Thread* const stopped = stage.Trace().StoppedReader();
-  return stopped != nullptr && (WaitsFor(activity.Thread, *stopped) || activity.Step == "remove");
+  if (stage.Trace().StoppedReader() == nullptr) return false;
+  return WaitsForStoppedThread(activity.Thread) || activity.Step == "remove";
 }
 
 // As long as another thread makes progress, it may end, or hang without permission.

@@ -27,10 +27,11 @@ void Testbed::PlugIn() {
   host::InitializeDriverObject(driver_);
 }
 
+// A world that stops meanwhile throws, which reset() can't pass on.
 void Testbed::TakeDown(const std::function<void()>& takeDriverDown) {
   takeDriverDown();
   if (options_.Filter != nullptr) options_.Filter->Detach();
-  stack_.reset();
+  delete stack_.release();
 }
 
 }  // namespace lidcam::testbed

@@ -121,7 +121,7 @@ void TransportTestbed::Close() {
     Release();
     Stop();
   }
-  TakeDown([this] { ksDevice_.reset(); });
+  TakeDown([this] { delete ksDevice_.release(); });
 }
 
 NTSTATUS TransportTestbed::Start() {
@@ -185,7 +185,7 @@ NTSTATUS TransportTestbed::Stop() {
   isStarted_ = false;
   Device().HardwareStarted = 0;
   Device().OnDeviceGone(0);
-  pin_.reset();
+  delete pin_.release();  // may throw, which reset() can't pass on
   return Device().StopHardware();
 }
 

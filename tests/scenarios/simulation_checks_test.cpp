@@ -66,6 +66,31 @@ TEST(SimulationChecks, HangThatNoRuleStatesIsAFailure) {
   EXPECT_EQ(result.Hang, "");
 }
 
+// A thread fails at some switch point of the camera's removal.
+void FailDuringRemoval(Stage& stage) {
+  TransportStage& camera = TransportStage::On(stage);
+  camera.PlugIn();
+  camera.Start();
+  KEVENT begun;
+  KeInitializeEvent(&begun, NotificationEvent, FALSE);
+  const std::uint64_t points = stage.Chance().Between(1, 120);
+  const host::ServiceThread failing([&stage, &begun, points] {
+    KeWaitForSingleObject(&begun, Executive, KernelMode, FALSE, nullptr);
+    for (std::uint64_t i = 0; i < points; ++i) KeGetCurrentIrql();
+    stage.RequireAlways(false, "something fails meanwhile");
+  });
+  KeSetEvent(&begun, IO_NO_INCREMENT, FALSE);
+  camera.Remove();
+}
+
+TEST(SimulationChecks, FailureWhileACameraIsRemovedEndsTheRunAndNotTheProgram) {
+  for (std::uint64_t seed = 1; seed <= 60; ++seed) {
+    const RunResult result = Play(FailDuringRemoval, seed);
+    EXPECT_EQ(result.Outcome, Verdict::Failed);
+    EXPECT_NE(result.What.find("something fails meanwhile"), std::string::npos) << result.What;
+  }
+}
+
 TEST(SimulationChecks, TornFrameOnABusWithoutFaultsIsFound) {
   ExpectFailure(Play([](Stage& stage) {
                   TransportStage& camera = TransportStage::On(stage);

@@ -107,5 +107,15 @@ TEST(Swarm, UsualRunTellsNothing) {
   EXPECT_TRUE(run.Parameters.empty());
 }
 
+// Under this seed the reads of two applications meet the frame path, and both hang as stated.
+TEST(StatedHangs, ReadsOfTwoApplicationsThatStopForGoodAreOne) {
+  RunOptions options{.HasPoints = true, .HasExposure = true, .IsSwarm = true};
+  options.Scheduler = host::SchedulerKind::Burst;
+  const RunResult run = RunScenario(*FindScenario("controls"), {"controls", 4000171, 0, options},
+                                    {.KeepsTrace = true});
+  EXPECT_EQ(run.Outcome, Verdict::StatedHang) << run.What;
+  EXPECT_EQ(run.Hang, "read-stops-for-good");
+}
+
 }  // namespace
 }  // namespace lidcam::scenarios

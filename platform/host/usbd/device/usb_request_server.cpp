@@ -63,8 +63,9 @@ void UsbRequestServer::Stop() {
     state_.IsStopping = true;
   }
   state_.Wake();
-  controlThread_.reset();
-  scheduleThread_.reset();
+  // These wait, and a world that stops ends a wait by an exception, which reset() can't pass on.
+  delete controlThread_.release();
+  delete scheduleThread_.release();
 }
 
 void UsbRequestServer::Unplug() {
