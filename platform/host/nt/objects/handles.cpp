@@ -60,7 +60,7 @@ Entry FindEntry(HANDLE handle) {
   return found != table.Entries.end() ? found->second : Entry{};
 }
 
-// A handle in the table of an application's thread; 0 if there is none.
+// A handle in the table of an application's thread; 0 without one.
 std::uintptr_t FindEntryOf(const Thread& application) {
   HandleTable& table = TheTable();
   const std::lock_guard guard(table.Lock);

@@ -14,7 +14,7 @@ namespace {
 static_assert(offsetof(WakeFlag, IsSet) == 0 && sizeof(WakeFlag::IsSet) == sizeof(std::uint32_t),
               "the system reads the flag");
 
-// Only the address counts. If the flag is gone, nobody sleeps there, or its new user wakes once too often.
+// Only the address counts. If the flag is gone, no thread sleeps there, or its new user wakes once too often.
 void WakeSleeper(WakeFlag* flag) {
   ::syscall(SYS_futex, flag, FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0);
 }
