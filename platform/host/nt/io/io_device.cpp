@@ -5,6 +5,7 @@
 
 #include "platform/host/nt/io/device_object.h"
 #include "platform/host/nt/memory/pool.h"
+#include "platform/host/nt/scheduling/thread.h"
 #include "platform/host/nt/scheduling/violation.h"
 #include "platform/host/nt/verifier/irp_tracker.h"
 #include "platform/host/nt/verifier/kernel_faults.h"
@@ -25,6 +26,19 @@ void Unlink(DRIVER_OBJECT& driver, PDEVICE_OBJECT device) {
   PDEVICE_OBJECT* link = &driver.DeviceObject;
   while (*link != nullptr && *link != device) link = &(*link)->NextDevice;
   if (*link != nullptr) *link = device->NextDevice;
+}
+
+// The threads of a simulation that stops unwind, and delete no device: it keeps them until its end. In real time none stops.
+HostDevice* Own(Scheduler& world, std::unique_ptr<HostDevice> device) {
+  if (!world.IsPunctual()) return device.release();
+  const std::shared_ptr<HostDevice> kept(std::move(device));
+  world.KeepUntilEnd(kept);
+  return kept.get();
+}
+
+void Delete(Scheduler& world, const HostDevice* device) {
+  if (world.IsPunctual()) return world.KeepNoLonger(device);
+  delete device;
 }
 
 void CheckDeletion(const CallRule& rule, PDEVICE_OBJECT device) {
@@ -55,7 +69,7 @@ using namespace lidcam::host;
 NTSTATUS IoCreateDevice(PDRIVER_OBJECT driver, ULONG extensionSize, PUNICODE_STRING, ULONG type,
                         ULONG characteristics, BOOLEAN, PDEVICE_OBJECT* device) {
   const CallRule& rule = calls::kIoCreateDevice;
-  EnterKernelCall(rule, driver);
+  Thread& self = EnterKernelCall(rule, driver);
   if (const auto fault = KernelCallFault(rule.Name)) return *fault;
   void* const extension = AllocateExtension(extensionSize);
   if (extension == nullptr) return STATUS_INSUFFICIENT_RESOURCES;
@@ -67,17 +81,17 @@ NTSTATUS IoCreateDevice(PDRIVER_OBJECT driver, ULONG extensionSize, PUNICODE_STR
   made->DeviceType = type;
   made->DeviceExtension = extension;
   driver->DeviceObject = made.get();
-  *device = made.release();
+  *device = Own(self.World, std::move(made));
   return STATUS_SUCCESS;
 }
 
 void IoDeleteDevice(PDEVICE_OBJECT device) {
   const CallRule& rule = calls::kIoDeleteDevice;
-  EnterKernelCall(rule, device);
+  Thread& self = EnterKernelCall(rule, device);
   CheckDeletion(rule, device);
   Unlink(*device->DriverObject, device);
   FreePoolBlock(rule.Name, device->DeviceExtension);
-  delete FindHostDevice(device);
+  Delete(self.World, FindHostDevice(device));
 }
 
 PDEVICE_OBJECT IoAttachDeviceToDeviceStack(PDEVICE_OBJECT source, PDEVICE_OBJECT target) {
