@@ -5,7 +5,6 @@
 
 #include "platform/host/nt/io/device_object.h"
 #include "platform/host/nt/memory/pool.h"
-#include "platform/host/nt/scheduling/thread.h"
 #include "platform/host/nt/scheduling/violation.h"
 #include "platform/host/nt/verifier/irp_tracker.h"
 #include "platform/host/nt/verifier/kernel_faults.h"
@@ -26,19 +25,6 @@ void Unlink(DRIVER_OBJECT& driver, PDEVICE_OBJECT device) {
   PDEVICE_OBJECT* link = &driver.DeviceObject;
   while (*link != nullptr && *link != device) link = &(*link)->NextDevice;
   if (*link != nullptr) *link = device->NextDevice;
-}
-
-// The threads of a simulation that stops unwind, and delete no device: it keeps them until its end. In real time none stops.
-HostDevice* Own(Scheduler& world, std::unique_ptr<HostDevice> device) {
-  if (!world.IsPunctual()) return device.release();
-  const std::shared_ptr<HostDevice> kept(std::move(device));
-  world.KeepUntilEnd(kept);
-  return kept.get();
-}
-
-void Delete(Scheduler& world, const HostDevice* device) {
-  if (world.IsPunctual()) return world.KeepNoLonger(device);
-  delete device;
 }
 
 void CheckDeletion(const CallRule& rule, PDEVICE_OBJECT device) {
@@ -69,7 +55,7 @@ using namespace lidcam::host;
 NTSTATUS IoCreateDevice(PDRIVER_OBJECT driver, ULONG extensionSize, PUNICODE_STRING, ULONG type,
                         ULONG characteristics, BOOLEAN, PDEVICE_OBJECT* device) {
   const CallRule& rule = calls::kIoCreateDevice;
-  Thread& self = EnterKernelCall(rule, driver);
+  EnterKernelCall(rule, driver);
   if (const auto fault = KernelCallFault(rule.Name)) return *fault;
   void* const extension = AllocateExtension(extensionSize);
   if (extension == nullptr) return STATUS_INSUFFICIENT_RESOURCES;
@@ -81,17 +67,17 @@ NTSTATUS IoCreateDevice(PDRIVER_OBJECT driver, ULONG extensionSize, PUNICODE_STR
   made->DeviceType = type;
   made->DeviceExtension = extension;
   driver->DeviceObject = made.get();
-  *device = Own(self.World, std::move(made));
+  *device = made.release();
   return STATUS_SUCCESS;
 }
 
 void IoDeleteDevice(PDEVICE_OBJECT device) {
   const CallRule& rule = calls::kIoDeleteDevice;
-  Thread& self = EnterKernelCall(rule, device);
+  EnterKernelCall(rule, device);
   CheckDeletion(rule, device);
   Unlink(*device->DriverObject, device);
   FreePoolBlock(rule.Name, device->DeviceExtension);
-  Delete(self.World, FindHostDevice(device));
+  delete FindHostDevice(device);
 }
 
 PDEVICE_OBJECT IoAttachDeviceToDeviceStack(PDEVICE_OBJECT source, PDEVICE_OBJECT target) {

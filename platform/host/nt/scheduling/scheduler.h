@@ -105,10 +105,6 @@ class Scheduler {
   [[nodiscard]] CallHistory& History() { return history_; }
   /// Keeps an object until the world has ended, and all of its threads with it. On a thread of the world.
   void KeepUntilEnd(std::shared_ptr<const void> object) { kept_.push_back(std::move(object)); }
-  /// Lets go of an object that KeepUntilEnd() has.
-  void KeepNoLonger(const void* object) {
-    std::erase_if(kept_, [object](const auto& kept) { return kept.get() == object; });
-  }
   [[nodiscard]] const CallHistory& History() const { return history_; }
 
  protected:
