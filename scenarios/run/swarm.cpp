@@ -1,19 +1,15 @@
 #include "scenarios/run/swarm.h"
 
+#include "base/fnv_hash.h"
+
 namespace lidcam::scenarios {
 namespace {
 
 constexpr std::uint64_t kSharePurpose = 6;
-constexpr std::uint64_t kHashOfNothing = 0xCBF29CE484222325;
-constexpr std::uint64_t kHashFactor = 0x100000001B3;
 
 // Equal on every platform, and independent for each name.
 Random NumbersOf(std::uint64_t seed, std::string_view name) {
-  std::uint64_t hash = kHashOfNothing;
-  for (const char letter : name) {
-    hash = (hash ^ static_cast<unsigned char>(letter)) * kHashFactor;
-  }
-  return Random(seed, hash);
+  return Random(seed, base::FnvHash(base::kFnvOffset, name));
 }
 
 }  // namespace

@@ -4,14 +4,13 @@
 #include <cstdarg>
 #include <cstdio>
 
+#include "base/fnv_hash.h"
 #include "driver/core/base/camera_trace.h"
 #include "platform/host/nt/scheduling/thread.h"
 
 namespace lidcam::scenarios {
 namespace {
 
-constexpr std::uint64_t kFnvOffset = 0xCBF29CE484222325;
-constexpr std::uint64_t kFnvPrime = 0x100000001B3;
 constexpr std::size_t kLinesKept = 100;
 
 constinit TraceRecord* g_record = nullptr;
@@ -25,7 +24,7 @@ constinit TraceRecord* g_record = nullptr;
 }  // namespace
 
 TraceRecord::TraceRecord(bool keepsAll, bool hasDriverLines)
-    : keepsAll_(keepsAll), hasDriverLines_(hasDriverLines), hash_(kFnvOffset) {
+    : keepsAll_(keepsAll), hasDriverLines_(hasDriverLines), hash_(base::kFnvOffset) {
   g_record = this;
   SetCameraTraceSink(Take);
 }
@@ -41,10 +40,7 @@ void TraceRecord::AddOfDriver(std::string_view line) {
 }
 
 void TraceRecord::Add(std::string_view line) {
-  for (const char letter : line) {
-    hash_ = (hash_ ^ static_cast<unsigned char>(letter)) * kFnvPrime;
-  }
-  hash_ = (hash_ ^ '\n') * kFnvPrime;
+  hash_ = base::FnvHash(base::FnvHash(hash_, line), '\n');
   lines_.emplace_back(line);
   if (!keepsAll_ && lines_.size() > kLinesKept) lines_.pop_front();
   if (look_) look_(line);

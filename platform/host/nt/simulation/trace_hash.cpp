@@ -4,21 +4,14 @@
 #include <atomic>
 #include <cstddef>
 #include <memory>
+#include <string_view>
+
+#include "base/fnv_hash.h"
 
 namespace lidcam::host {
 namespace {
 
-constexpr std::uint64_t kPrime = 0x100000001B3;
 constexpr std::size_t kLowBytes = 256;
-
-std::uint64_t HashByte(std::uint64_t hash, unsigned byte) {
-  return (hash ^ byte) * kPrime;
-}
-
-std::uint64_t HashText(std::uint64_t hash, const char* text) {
-  for (; *text != '\0'; ++text) hash = HashByte(hash, static_cast<unsigned char>(*text));
-  return hash;
-}
 
 // The effect of a name on a hash. A byte changes only the lowest byte of the hash before the multiplication, and
 // how depends on that byte alone: the rest of the hash is only multiplied, by the prime's power. So a name is one
@@ -26,9 +19,9 @@ std::uint64_t HashText(std::uint64_t hash, const char* text) {
 class NameEffect {
  public:
   explicit NameEffect(const char* name) : name_(name) {
-    for (const char* letter = name; *letter != '\0'; ++letter) factor_ *= kPrime;
+    for (const char* letter = name; *letter != '\0'; ++letter) factor_ *= base::kFnvPrime;
     for (std::size_t low = 0; low < kLowBytes; ++low) {
-      addends_[low] = HashText(low, name) - low * factor_;
+      addends_[low] = base::FnvHash(low, std::string_view(name)) - low * factor_;
     }
   }
 
@@ -66,9 +59,9 @@ const NameEffect* EffectOf(const char* name) {
 }  // namespace
 
 void TraceHash::Add(std::uint32_t thread, const char* call) {
-  const std::uint64_t hash = HashByte(value_, thread & 0xFF);
+  const std::uint64_t hash = base::FnvHash(value_, static_cast<unsigned char>(thread & 0xFF));
   const NameEffect* const effect = EffectOf(call);
-  value_ = effect != nullptr ? effect->On(hash) : HashText(hash, call);
+  value_ = effect != nullptr ? effect->On(hash) : base::FnvHash(hash, std::string_view(call));
 }
 
 }  // namespace lidcam::host

@@ -2,6 +2,8 @@
 
 #include <cstdint>
 
+#include "base/fnv_hash.h"
+
 namespace lidcam::host {
 
 /// FNV-1a over the thread's number, a byte, and the call's name of each switch point.
@@ -13,7 +15,7 @@ class TraceHash {
   [[nodiscard]] std::uint64_t Value() const { return value_; }
 
  private:
-  std::uint64_t value_ = 0xCBF29CE484222325;
+  std::uint64_t value_ = base::kFnvOffset;
 };
 
 }  // namespace lidcam::host
