@@ -5,6 +5,10 @@ set(lidcam_test_code $<$<CONFIG:Debug>:-O0>)
 # Most of a build's time is the tests' own code. It can be compiled once, by a build of its own, and
 # linked in several others: with the product by g++, and with the product under sanitizers.
 option(LIDCAM_TEST_OBJECTS_ONLY "Compile the tests' own code, for other builds to link, and nothing else" OFF)
+if(LIDCAM_TEST_OBJECTS_ONLY)
+  # The product, which no object needs, is not built before them.
+  set(CMAKE_OPTIMIZE_DEPENDENCIES ON)
+endif()
 set(LIDCAM_TEST_OBJECTS "" CACHE PATH
   "A build with LIDCAM_TEST_OBJECTS_ONLY whose objects are linked, in place of compiling the tests")
 
