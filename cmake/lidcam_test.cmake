@@ -88,8 +88,10 @@ endfunction()
 
 # lidcam_test(NAME [THREADS] [OPTIMIZED] [SHARDS count] SOURCES file... LIBRARIES target...): one
 # GoogleTest executable. THREADS marks tests to be run with ThreadSanitizer, OPTIMIZED those whose
-# own code runs long, SHARDS those whose cases are divided into several ctest entries, which run
-# concurrently and before all others.
+# own code runs long, SHARDS those whose cases are divided into several ctest entries. These run concurrently and
+# before all others; behind them come the tests with threads and those of the program, which mostly wait: one that
+# began last would leave the processors idle.
+set(lidcam_waits_long 50)
 function(lidcam_test name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "THREADS;OPTIMIZED" "SHARDS" "SOURCES;LIBRARIES")
   if(LIDCAM_TEST_OBJECTS_ONLY)
@@ -124,7 +126,7 @@ function(lidcam_test name)
       math(EXPR shard "${shard} + 1")
     endif()
     if(arg_THREADS)
-      set_tests_properties(${test} PROPERTIES LABELS threads)
+      set_tests_properties(${test} PROPERTIES LABELS threads COST ${lidcam_waits_long})
     endif()
   endforeach()
 endfunction()
@@ -134,5 +136,5 @@ find_package(Python3 REQUIRED COMPONENTS Interpreter)
 function(lidcam_python_test name script)
   add_test(NAME ${name}
     COMMAND Python3::Interpreter -B "${CMAKE_CURRENT_SOURCE_DIR}/${script}" ${ARGN})
-  set_tests_properties(${name} PROPERTIES TIMEOUT 900)
+  set_tests_properties(${name} PROPERTIES TIMEOUT 900 COST ${lidcam_waits_long})
 endfunction()
