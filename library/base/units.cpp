@@ -1,5 +1,6 @@
 #include "library/base/units.h"
 
+#include <array>
 #include <charconv>
 #include <cmath>
 #include <optional>
@@ -28,12 +29,21 @@ std::optional<double> ParseDecimal(std::string_view text) {
 
 constexpr double kLongestDurationSeconds = 1e6;
 
+struct TimeUnit {
+  std::string_view Text;
+  double Seconds;
+};
+
+// One that ends like another stands in front of it.
+constexpr std::array kTimeUnits = {TimeUnit{"ms", 0.001}, TimeUnit{"s", 1}, TimeUnit{"min", 60},
+                                   TimeUnit{"h", 3600}};
+
 std::optional<double> ParseSeconds(std::string_view text) {
-  if (text.ends_with("ms")) {
-    const auto value = ParseDecimal(text.substr(0, text.size() - 2));
-    return value ? std::optional(*value / 1000) : std::nullopt;
+  for (const TimeUnit& unit : kTimeUnits) {
+    if (!text.ends_with(unit.Text)) continue;
+    const auto value = ParseDecimal(text.substr(0, text.size() - unit.Text.size()));
+    return value ? std::optional(*value * unit.Seconds) : std::nullopt;
   }
-  if (text.ends_with("s")) return ParseDecimal(text.substr(0, text.size() - 1));
   return std::nullopt;
 }
 
@@ -57,7 +67,7 @@ std::chrono::microseconds ParseDuration(const std::string& text) {
   const auto seconds = ParseSeconds(text);
   if (!seconds || !(*seconds > 0 && *seconds <= kLongestDurationSeconds)) {
     throw UsageError("time '" + text +
-                     "' is not a time above 0 with its unit, such as 2s or 250ms");
+                     "' is not a time above 0 with its unit, such as 250ms, 2s, 10min or 1h");
   }
   return std::chrono::microseconds(std::llround(*seconds * 1e6));
 }

@@ -25,7 +25,7 @@ struct PictureSize {
 /// Reads "640x480". Throws UsageError.
 [[nodiscard]] PictureSize ParsePictureSize(const std::string& text);
 
-/// Reads a time with its unit: "2s", "250ms", "1.5s". Throws UsageError.
+/// Reads a time with its unit: "250ms", "1.5s", "10min", "1h"; at most 1,000,000 s. Throws UsageError.
 [[nodiscard]] std::chrono::microseconds ParseDuration(const std::string& text);
 
 /// Reads an integer in decimal or, with 0x, hexadecimal, from 0 to `highest`. Throws UsageError.

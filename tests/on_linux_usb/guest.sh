@@ -1,6 +1,7 @@
 # What a guest does: each step leaves what it saw in a folder of its own, and steps.py judges it.
 # /tmp/results/given says: MACHINE, which of the three guests it is; LIDCAM, the program; CAMERAS, those that are to be
-# enumerated; STREAMED, the one that is streamed from, with FRAMES pictures of each of the SIZES.
+# enumerated; STREAMED, the one that is streamed from, with FRAMES pictures of each of the SIZES;
+# RULES, the folder of the rules for udev that are installed.
 set -u
 results=/tmp/results
 . "$results/given"
@@ -69,7 +70,7 @@ as_user=(setpriv --reuid 65534 --regid 65534 --groups plugdev --inh-caps=-all --
 
 start_udev() {
   mkdir -p /run/udev/rules.d /tmp/home
-  cp "$RULES" /run/udev/rules.d/
+  cp "$RULES"/*.rules /run/udev/rules.d/
   chown 65534:65534 /tmp/home
   /lib/systemd/systemd-udevd --daemon
 }

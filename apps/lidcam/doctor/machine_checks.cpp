@@ -149,18 +149,36 @@ Finding PipeWireOf(const Machine& machine) {
   if (!machine.RuntimeFolder.empty() && fs::exists(machine.RuntimeFolder / "pipewire-0", error)) {
     return {"PipeWire", FindingLevel::Ok, "it runs in this session"};
   }
+  const bool isInstalled = fs::exists(machine.Root / "usr/bin/pipewire", error);
   return {"PipeWire", FindingLevel::Note,
-          "it doesn't run in this session: other applications get the camera by V4L2 only",
-          "systemctl --user start pipewire"};
+          std::string(isInstalled ? "it doesn't run in this session" : "it isn't installed") +
+              ": other applications get the camera by V4L2 only",
+          isInstalled ? "systemctl --user start pipewire"
+                      : "sudo apt-get install pipewire wireplumber"};
+}
+
+// Whether the running kernel can load a module of that name.
+bool HasModule(const Machine& machine, const std::string& name) {
+  const std::string release = ReadLine(machine.Root / "proc/sys/kernel/osrelease");
+  std::ifstream modules(machine.Root / "lib/modules" / release / "modules.dep");
+  const std::string file = "/" + name + ".ko";
+  for (std::string line; std::getline(modules, line);) {
+    if (line.substr(0, line.find(':')).find(file) != std::string::npos) return true;
+  }
+  return false;
 }
 
 Finding LoopbackOf(const Machine& machine) {
   const fs::path module = machine.Root / "sys/module/v4l2loopback";
   std::error_code error;
   if (!fs::exists(module, error)) {
-    return {"v4l2loopback", FindingLevel::Note,
-            "the module isn't loaded: applications that know V4L2 only don't get the camera",
-            "sudo modprobe v4l2loopback exclusive_caps=1"};
+    const bool isInstalled = HasModule(machine, "v4l2loopback");
+    return {
+        "v4l2loopback", FindingLevel::Note,
+        std::string(isInstalled ? "the module isn't loaded" : "this kernel has no such module") +
+            ": applications that know V4L2 only don't get the camera",
+        isInstalled ? "sudo modprobe v4l2loopback exclusive_caps=1"
+                    : "sudo apt-get install v4l2loopback-dkms linux-headers-amd64"};
   }
   if (ReadLine(module / "parameters/exclusive_caps").starts_with('Y')) {
     return {"v4l2loopback", FindingLevel::Ok, "the module is loaded, with exclusive_caps"};
@@ -195,9 +213,12 @@ Finding SetFilesOf(const Machine& machine) {
   if (count > 0) {
     return {"set files", FindingLevel::Ok, std::to_string(count) + " in " + folder};
   }
-  return {"set files", FindingLevel::Note,
-          "none in " + folder + ": cameras that are plugged in use the built-in registers",
-          "mkdir -p " + folder};
+  return {
+      "set files", FindingLevel::Note,
+      "none in " + folder +
+          ": cameras that are plugged in use the built-in registers, unless those that came with "
+          "the hardware are copied there",
+      "install -D -t " + folder + " *.set"};
 }
 
 }  // namespace

@@ -67,7 +67,7 @@ void AddFrameOutputOptions(CLI::App& command, FrameOutputOptions& options) {
       ->type_name("TIME");
   command
       .add_option("--segment", options.Segment,
-                  "begin another file, clip-0001.mkv and so on, after this time, such as 600s")
+                  "begin another file, clip-0001.mkv and so on, after this time, such as 10min")
       ->type_name("TIME");
   command
       .add_option("--timestamps", options.Timestamps,

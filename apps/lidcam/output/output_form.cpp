@@ -55,6 +55,11 @@ bool HasFixedRate(OutputForm form) {
   return form == OutputForm::Y4m || form == OutputForm::Mjpeg || form == OutputForm::Avi;
 }
 
+bool IsOutputDevice(const std::string& path) {
+  std::error_code ignored;
+  return std::filesystem::is_character_file(path, ignored);
+}
+
 std::string NumberedName(const std::string& path, std::uint64_t number) {
   const std::filesystem::path place(path);
   std::string digits = std::to_string(number);

@@ -28,6 +28,10 @@ enum class OutputForm : std::uint8_t {
 /// Whether all frames of the form last equally long when they are played.
 [[nodiscard]] bool HasFixedRate(OutputForm form);
 
+/// Whether what is written there can't be played later: a device such as /dev/null keeps nothing. False for files, pipes
+/// and "-".
+[[nodiscard]] bool IsOutputDevice(const std::string& path);
+
 /// The endings, for messages and help: ".mkv, .mp4, ... or - for Y4M on standard output".
 inline constexpr const char* kOutputEndings =
     ".mkv (lossless), .mp4, .avi, .mjpeg, .y4m, .yuy2, .png or .jpg (a numbered series), or - for "

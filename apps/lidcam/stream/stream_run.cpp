@@ -123,6 +123,18 @@ std::string ToText(const StreamCounts& counts) {
   return text;
 }
 
+std::string DifferenceText(std::uint64_t delivered, std::uint64_t recorded,
+                           std::optional<std::uint64_t> asked) {
+  if (delivered == recorded) return {};
+  if (asked && delivered >= *asked) {
+    return "a replay delivers " + FramesText(recorded) + ", and not " + std::to_string(*asked) +
+           ": this machine was too busy to end the recording in time";
+  }
+  return "a replay delivers " + FramesText(recorded) +
+         ": this machine was too busy to deliver more than " + std::to_string(delivered) +
+         " of them in time";
+}
+
 namespace {
 
 void PrintSummary(const StreamResult& result, const CommonOptions& options) {

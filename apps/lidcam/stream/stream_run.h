@@ -73,6 +73,14 @@ class LimitedWriter {
 /// "86 frames delivered, 29.97 a second; none lost, 2 of a wrong size".
 [[nodiscard]] std::string ToText(const StreamCounts& counts);
 
+/// Why a replay delivers other frames than the stream that was recorded; empty if it delivers as many. In real time a busy
+/// machine is late: it delivers fewer frames than the recording has, or ends the recording behind another frame.
+///
+/// @param recorded  frames that a replay delivers
+/// @param asked     as many frames as the stream was to have, if it had a limit
+[[nodiscard]] std::string DifferenceText(std::uint64_t delivered, std::uint64_t recorded,
+                                         std::optional<std::uint64_t> asked);
+
 /// The outputs of a stream's result; each may be missing.
 struct StreamOutputs {
   FrameWriter* Writer = nullptr;

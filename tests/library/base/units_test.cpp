@@ -28,10 +28,14 @@ TEST(Units, TimesHaveAUnit) {
   EXPECT_EQ(ParseDuration("250ms"), microseconds(250'000));
   EXPECT_EQ(ParseDuration("1.5s"), microseconds(1'500'000));
   EXPECT_EQ(ParseDuration("0.25ms"), microseconds(250));
+  EXPECT_EQ(ParseDuration("10min"), microseconds(600'000'000));
+  EXPECT_EQ(ParseDuration("1.5h"), microseconds(5'400'000'000));
+  EXPECT_EQ(ParseDuration("1000000s"), microseconds(1'000'000'000'000));
 }
 
 TEST(Units, TextsThatAreNoTimeAreRefused) {
-  for (const char* const text : {"", "2", "s", "ms", "-1s", "0s", "2 s", "2min", "1e3s", "nans"}) {
+  for (const char* const text : {"", "2", "s", "ms", "-1s", "0s", "2 s", "2m", "min", "2 min", "h",
+                                 "1h30min", "278h", "1000001s", "1e3s", "nans"}) {
     EXPECT_THROW((void)ParseDuration(text), UsageError) << text;
   }
 }

@@ -79,17 +79,6 @@ class RecordedFrames {
   TraceObserver observer_;
 };
 
-// In real time a busy machine may be too late to deliver a frame that is in the recording.
-void TellDifference(const StreamResult& result, std::uint64_t recorded) {
-  if (result.Counts.Delivered() == recorded) return;
-  std::fprintf(
-      stderr,
-      "lidcam: this machine was too busy: %llu frames were delivered in time, and a replay "
-      "delivers the %llu that the recording has\n",
-      static_cast<unsigned long long>(result.Counts.Delivered()),
-      static_cast<unsigned long long>(recorded));
-}
-
 void Run(const RecordCommand& command) {
   if (command.Common.IsJson && command.Output == "-") {
     throw UsageError("--json and the output '-' both want standard output: use one of them");
@@ -119,7 +108,9 @@ void Run(const RecordCommand& command) {
     result.Faults = port.Account();
     result.Written.reset();
     if (command.Stream.Saves) StoreSettings(settings, result);
-    TellDifference(result, recorded.Count());
+    const std::string difference =
+        DifferenceText(result.Counts.Delivered(), recorded.Count(), limits.Frames);
+    if (!difference.empty()) std::fprintf(stderr, "lidcam: %s\n", difference.c_str());
     ConcludeStream(result, {.Writer = &writer}, "camera '" + command.Common.Camera.Camera + "'",
                    command.Common);
   } catch (const bus::CaptureError& error) {

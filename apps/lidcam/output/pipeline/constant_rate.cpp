@@ -60,8 +60,9 @@ std::string FixedRateNotice::Note() const {
   const std::chrono::microseconds plays = period_ * (frames_ - 1);
   const auto difference = std::chrono::abs(took - plays);
   if (difference * 100 <= took * kTolerancePercent || difference <= 2 * period_) return {};
-  return next_->Place() + " has one rate for all frames: it plays in " + SecondsText(plays) +
-         " what took " + SecondsText(took) +
+  const std::string place = next_->Place();
+  return (place == "-" ? "standard output" : place) + " has one rate for all frames: it plays in " +
+         SecondsText(plays) + " what took " + SecondsText(took) +
          "; .mkv and .mp4 keep the time of each frame, and --constant-rate repeats frames";
 }
 

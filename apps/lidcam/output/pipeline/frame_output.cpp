@@ -48,7 +48,7 @@ std::unique_ptr<FrameWriter> MakeOneFile(const FrameOutputSetup& setup, const st
   if (setup.IsConstantRate) {
     return std::make_unique<ConstantRate>(std::move(writer), setup.FramePeriod);
   }
-  if (!HasFixedRate(FormOfOutput(path))) return writer;
+  if (!HasFixedRate(FormOfOutput(path)) || IsOutputDevice(path)) return writer;
   return std::make_unique<FixedRateNotice>(std::move(writer), setup.FramePeriod);
 }
 

@@ -188,6 +188,11 @@ class RatesTest(FilmTest):
                 "stream", "--fast", "--size", "160x120", "--duration", "3s", "-o",
                 self.path(name)).stderr.decode())
 
+    def test_what_nobody_plays_later_has_no_length(self):
+        dark = ("stream", "--fast", "--size", "160x120", "--duration", "10s", *DARK, "-o")
+        self.assertIn("standard output has one rate", self.run_lidcam(*dark, "-").stderr.decode())
+        self.assertNotIn("one rate", self.run_lidcam(*dark, "/dev/null").stderr.decode())
+
     def test_frames_repeated_at_a_constant_rate_make_a_film_as_long_as_the_stream(self):
         for name in ("clip.y4m", "clip.avi", "clip.mjpeg"):
             file = self.path(name)

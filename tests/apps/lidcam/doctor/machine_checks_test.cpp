@@ -126,6 +126,27 @@ TEST_F(DoctorTest, PipeWireAndV4l2loopbackAreOptional) {
   EXPECT_EQ(FindingOf("v4l2loopback").Level, FindingLevel::Note);
 }
 
+TEST_F(DoctorTest, WhatIsNotInstalledIsInstalledBeforeItIsStarted) {
+  Remove("run/pipewire-0");
+  Remove("sys/module/v4l2loopback");
+  EXPECT_THAT(FindingOf("PipeWire").Remedy, StartsWith("sudo apt-get install pipewire"));
+  EXPECT_THAT(FindingOf("v4l2loopback").Remedy, StartsWith("sudo apt-get install v4l2loopback"));
+  Write("usr/bin/pipewire", "");
+  Write("proc/sys/kernel/osrelease", "6.1.0-13-amd64");
+  Write(
+      "lib/modules/6.1.0-13-amd64/modules.dep",
+      "kernel/other.ko:\nupdates/dkms/v4l2loopback.ko: kernel/drivers/media/v4l2-core/videodev.ko");
+  EXPECT_EQ(FindingOf("PipeWire").Remedy, "systemctl --user start pipewire");
+  EXPECT_EQ(FindingOf("v4l2loopback").Remedy, "sudo modprobe v4l2loopback exclusive_caps=1");
+}
+
+TEST_F(DoctorTest, AModuleOfAnotherKernelCannotBeLoaded) {
+  Remove("sys/module/v4l2loopback");
+  Write("proc/sys/kernel/osrelease", "6.1.0-14-amd64");
+  Write("lib/modules/6.1.0-13-amd64/modules.dep", "updates/dkms/v4l2loopback.ko:");
+  EXPECT_THAT(FindingOf("v4l2loopback").Remedy, StartsWith("sudo apt-get install"));
+}
+
 TEST_F(DoctorTest, V4l2loopbackWithoutExclusiveCapsIsWrong) {
   Write("sys/module/v4l2loopback/parameters/exclusive_caps", "N,N");
   EXPECT_EQ(FindingOf("v4l2loopback").Level, FindingLevel::Wrong);
