@@ -53,18 +53,12 @@ std::size_t PlaceOf(const host::SwitchPlace& place, std::uint64_t driverState) {
 
 }  // namespace
 
-/// A branch's result, as its process leaves it.
+/// A branch's result, as its process leaves it: a view of a literal is the same in each process.
 struct Guide::Branch {
   bool IsWhole = false;
   std::size_t Depth = 0;
   std::array<Reseeding, kDeepest> Reseedings{};
-  Verdict Outcome = Verdict::Failed;
-  RunCounts Counts{};
-  std::uint64_t Hash = 0;
-  std::uint64_t ScheduleLength = 0;
-  LONGLONG Time = 0;
-  bool ReachedFault = false;
-  std::array<char, 64> Hang{};
+  RunFigures Figures{};
   std::array<char, 600> What{};
 };
 
@@ -130,13 +124,7 @@ void Guide::Play(const Scenario& scenario, const RunKey& key,
     RunResult other = result;
     const auto first = branch.Reseedings.begin();
     other.Key.Reseedings.assign(first, first + static_cast<std::ptrdiff_t>(branch.Depth));
-    other.Outcome = branch.Outcome;
-    other.Counts = branch.Counts;
-    other.Hash = branch.Hash;
-    other.ScheduleLength = branch.ScheduleLength;
-    other.Time = branch.Time;
-    other.ReachedFault = branch.ReachedFault;
-    other.Hang = branch.Hang.data();
+    static_cast<RunFigures&>(other) = branch.Figures;
     other.What = branch.What.data();
     other.Report.clear();
     other.Trace.clear();
@@ -189,7 +177,7 @@ void Guide::Await(int child, Branch& branch) {
   while (waitpid(child, &status, 0) == -1 && errno == EINTR) {
   }
   if (branch.IsWhole) return;
-  branch.Outcome = Verdict::Failed;
+  branch.Figures.Outcome = Verdict::Failed;
   Copy(WIFSIGNALED(status) ? "the process ended by signal " + std::to_string(WTERMSIG(status))
                            : "the process ended with status " + std::to_string(WEXITSTATUS(status)),
        branch.What);
@@ -198,13 +186,7 @@ void Guide::Await(int child, Branch& branch) {
 // Without the ends of what the first process has begun.
 void Guide::EndBranch(const RunResult* result) {
   if (result != nullptr) {
-    branch_->Outcome = result->Outcome;
-    branch_->Counts = result->Counts;
-    branch_->Hash = result->Hash;
-    branch_->ScheduleLength = result->ScheduleLength;
-    branch_->Time = result->Time;
-    branch_->ReachedFault = result->ReachedFault;
-    Copy(result->Hang, branch_->Hang);
+    branch_->Figures = *result;
     Copy(result->What, branch_->What);
     branch_->IsWhole = true;
   }

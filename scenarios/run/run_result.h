@@ -73,23 +73,26 @@ struct RunCounts {
   std::uint64_t Faults = 0;      ///< injected, by the scenario's own count
 };
 
-struct RunResult {
-  RunKey Key;
+/// A run's result as far as another process can leave it in shared memory.
+struct RunFigures {
   Verdict Outcome = Verdict::Passed;
-  std::string Hang;    ///< name of the stated hang
-  std::string What;    ///< the failed check, or the late operation, in one line
-  std::string Report;  ///< of the verifier: threads, last calls
-  std::string Trace;   ///< all lines if they were requested, otherwise the last ones
+  std::string_view Hang;  ///< name of the stated hang, one of StatedHangs(); empty without one
   RunCounts Counts;
-
-  // Of a run that differs from its scenario's usual ones: see Swarm.
-  std::set<std::string> LeftOut;
-  std::map<std::string, std::uint64_t> Parameters;
-
   std::uint64_t Hash = 0;            ///< over the canonical trace and the schedule
   std::uint64_t ScheduleLength = 0;  ///< switch points
   LONGLONG Time = 0;                 ///< virtual time, 100 ns
   bool ReachedFault = false;         ///< of a run with a step: whether the n-th call was made
+};
+
+struct RunResult : RunFigures {
+  RunKey Key;
+  std::string What;    ///< the failed check, or the late operation, in one line
+  std::string Report;  ///< of the verifier: threads, last calls
+  std::string Trace;   ///< all lines if they were requested, otherwise the last ones
+
+  // Of a run that differs from its scenario's usual ones: see Swarm.
+  std::set<std::string> LeftOut;
+  std::map<std::string, std::uint64_t> Parameters;
 };
 
 /// As an option of the command line, preceded by a space: " --reseed 120:7,340:9"; empty without reseedings.

@@ -155,7 +155,7 @@ std::string Hex(std::uint64_t number) {
 
 std::string VerdictText(const RunResult& result) {
   std::string text(ToString(result.Outcome));
-  if (!result.Hang.empty()) text += ": " + result.Hang;
+  if (!result.Hang.empty()) text.append(": ").append(result.Hang);
   if (result.Outcome == Verdict::CutShort) text += ": " + result.What;
   return text;
 }
@@ -226,7 +226,7 @@ void PrintJson(const RunResult& result, const SimulateCommand& command) {
     json["parameters"] = result.Parameters;
   }
   json["scheduler"] = std::string(host::ToString(result.Key.Options.Scheduler));
-  if (!result.Hang.empty()) json["hang"] = result.Hang;
+  if (!result.Hang.empty()) json["hang"] = std::string(result.Hang);
   if (result.Outcome == Verdict::Failed) {
     json["what"] = result.What;
     json["replay"] = WholeReplayCommand(result, command);
