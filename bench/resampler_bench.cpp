@@ -96,8 +96,10 @@ ResizeStatus ScaleWith(const ScaleKernel& kernel, const Conversion& c, const std
   ImageSize size{};
   const ResizeStatus status = CheckYuy2(arguments, size);
   if (status != ResizeDone) return status;
-  const Yuy2Scale scale(arguments, size);
-  return scale.Job() != nullptr ? kernel.Scale(*scale.Job()) : ResizeOutOfMemory;
+  const Yuy2Scale scale(arguments, size, kernel);
+  if (scale.Job() == nullptr) return ResizeOutOfMemory;
+  kernel.Scale(*scale.Job());
+  return ResizeDone;
 }
 
 /// Memory on a page boundary, as the buffers of a stream have it.

@@ -12,6 +12,7 @@ struct ScaleKernel {
   const char* Name;       ///< "reference", "SSE2", "SSSE3", "AVX2", "AVX-512", "AVX-512 VBMI"
   bool (*IsSupported)();  ///< whether this processor and system can run it
   ScaleFunction Scale;
+  WorkBytesFunction WorkBytes;
 };
 
 /// Every kernel of this build, slowest first; the first is the reference, which every machine runs

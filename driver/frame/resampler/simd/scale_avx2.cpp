@@ -68,8 +68,8 @@ struct Avx2 {
 
 }  // namespace
 
-ResizeStatus ScaleByAvx2(const ScaleJob& job) {
-  return ScaleWithPlan(job, kLaneShape<Avx2>, ScaleByShuffles<Avx2>, ScaleBySsse3);
+void ScaleByAvx2(const ScaleJob& job) {
+  ScaleWithPlan(job, kLaneShape<Avx2>, ScaleByShuffles<Avx2>, ScaleBySsse3);
 }
 
 }  // namespace lidcam

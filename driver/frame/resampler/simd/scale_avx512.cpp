@@ -11,9 +11,9 @@ struct InLanes {};
 
 }  // namespace
 
-ResizeStatus ScaleByAvx512(const ScaleJob& job) {
-  return ScaleWithPlan(job, kLaneShape<Avx512Operations<InLanes>>,
-                       ScaleByShuffles<Avx512Operations<InLanes>>, ScaleByAvx2);
+void ScaleByAvx512(const ScaleJob& job) {
+  ScaleWithPlan(job, kLaneShape<Avx512Operations<InLanes>>,
+                ScaleByShuffles<Avx512Operations<InLanes>>, ScaleByAvx2);
 }
 
 }  // namespace lidcam

@@ -6,10 +6,10 @@ namespace lidcam {
 
 // Each for processors that have the instructions, and for jobs whose reads stay within [ReadBegin, ReadEnd).
 
-ResizeStatus ScaleBySse2(const ScaleJob& job);
-ResizeStatus ScaleBySsse3(const ScaleJob& job);
-ResizeStatus ScaleByAvx2(const ScaleJob& job);
-ResizeStatus ScaleByAvx512(const ScaleJob& job);
-ResizeStatus ScaleByAvx512Vbmi(const ScaleJob& job);
+void ScaleBySse2(const ScaleJob& job);
+void ScaleBySsse3(const ScaleJob& job);
+void ScaleByAvx2(const ScaleJob& job);
+void ScaleByAvx512(const ScaleJob& job);
+void ScaleByAvx512Vbmi(const ScaleJob& job);
 
 }  // namespace lidcam

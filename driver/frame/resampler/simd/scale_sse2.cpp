@@ -5,7 +5,6 @@
 
 #include <cstring>
 
-#include "driver/frame/resampler/jobs/aligned_memory.h"
 #include "driver/frame/resampler/jobs/scale_reference.h"
 #include "driver/frame/resampler/simd/scale_simd_kernels.h"
 #include "driver/frame/resampler/simd/scale_simd_plan.h"
@@ -114,21 +113,20 @@ class WordRows {
 
 }  // namespace
 
-ResizeStatus ScaleBySse2(const ScaleJob& job) {
+void ScaleBySse2(const ScaleJob& job) {
   if (IsPlainCopy(job)) {
     CopyPicture(job);
-    return ResizeDone;
+    return;
   }
   const std::size_t pairs = job.Chroma.Count;
   const std::size_t blocks = BlocksOf(pairs, kBlockPairs);
-  if (blocks == 0) return ScaleByReference(job);
+  if (blocks == 0) {
+    ScaleByReference(job);
+    return;
+  }
   const std::size_t samples = 2 * blocks * Sse2::kSamples;
   const std::size_t weights = 2 * blocks * kWeightsOfRegister;
-  const AlignedMemory memory((2 * samples + weights) * sizeof(std::uint16_t) +
-                             blocks * sizeof(std::int32_t));
-  if (memory.Bytes() == nullptr) return ResizeOutOfMemory;
-
-  auto* const upper = reinterpret_cast<std::int16_t*>(memory.Bytes());
+  auto* const upper = reinterpret_cast<std::int16_t*>(job.Work);
   std::int16_t* const lower = upper + samples;
   auto* const table = reinterpret_cast<std::uint16_t*>(lower + samples);
   auto* const places = reinterpret_cast<std::int32_t*>(table + weights);
@@ -141,7 +139,6 @@ ResizeStatus ScaleBySse2(const ScaleJob& job) {
     FillWeights(job, rows.PairOf(v), table + v * kWeightsOfRegister);
   }
   PictureScaler<Sse2, WordRows>(job, rows, row, upper, lower).Run();
-  return ResizeDone;
 }
 
 }  // namespace lidcam

@@ -126,7 +126,7 @@ TEST(ScaleTables, StandOn32Bytes) {
                          .XFactor = 35.0 / 66,
                          .YFactor = 31.0 / 50,
                          .Interpolation = 2},
-                        {35, 31});
+                        {35, 31}, ChosenScaleKernel());
   ASSERT_NE(scale.Job(), nullptr);
   const ScaleJob& job = *scale.Job();
   EXPECT_EQ(job.Rows.Count, 31U);
