@@ -23,15 +23,15 @@ std::uint64_t WorkBytes(std::uint32_t pairs) {
 #endif
 
 constexpr ScaleKernel kKernels[] = {
-    {"reference", RunsEverywhere, ScaleByReference, ReferenceWorkBytes},
+    {"reference", RunsEverywhere, ScaleByReference, ReferenceWorkBytes, BuildColumns},
 #if LIDCAM_SCALE_REGISTER_BITS >= 128
-    {"SSE2", CpuHasSse2, ScaleBySse2, WorkBytes<1>},
-    {"SSSE3", CpuHasSsse3, ScaleBySsse3, WorkBytes<1>},
+    {"SSE2", CpuHasSse2, ScaleBySse2, WorkBytes<1>, BuildColumnsBySse2},
+    {"SSSE3", CpuHasSsse3, ScaleBySsse3, WorkBytes<1>, BuildColumnsBySse2},
 #endif
 #if LIDCAM_SCALE_REGISTER_BITS >= 512
-    {"AVX2", CpuHasAvx2, ScaleByAvx2, WorkBytes<2>},
-    {"AVX-512", CpuHasAvx512, ScaleByAvx512, WorkBytes<4>},
-    {"AVX-512 VBMI", CpuHasAvx512Vbmi, ScaleByAvx512Vbmi, WorkBytes<4>},
+    {"AVX2", CpuHasAvx2, ScaleByAvx2, WorkBytes<2>, BuildColumnsByAvx2},
+    {"AVX-512", CpuHasAvx512, ScaleByAvx512, WorkBytes<4>, BuildColumnsByAvx512},
+    {"AVX-512 VBMI", CpuHasAvx512Vbmi, ScaleByAvx512Vbmi, WorkBytes<4>, BuildColumnsByAvx512},
 #endif
 };
 

@@ -4,6 +4,7 @@
 #include <span>
 
 #include "driver/frame/resampler/jobs/scale_job.h"
+#include "driver/frame/resampler/jobs/scale_tables.h"
 
 namespace lidcam {
 
@@ -13,6 +14,7 @@ struct ScaleKernel {
   bool (*IsSupported)();  ///< whether this processor and system can run it
   ScaleFunction Scale;
   WorkBytesFunction WorkBytes;
+  ColumnBuilder BuildColumns;
 };
 
 /// Every kernel of this build, slowest first; the first is the reference, which every machine runs

@@ -92,7 +92,7 @@ Yuy2Scale::Yuy2Scale(const ResizeArguments& arguments, ImageSize output, const S
       memory_(AlignedMemory::Padded(TableBytes(axes_)) + kernel.WorkBytes(axes_[2].Entries)) {
   if (memory_.Bytes() == nullptr) return;
   AxisTable tables[3];
-  BuildTables(axes_, memory_.Bytes(), tables);
+  BuildTables(axes_, kernel.BuildColumns, memory_.Bytes(), tables);
   const SourceBytes source = BytesOf(arguments, kYuy2PairBytes);
   job_ = {.Source = MovedBy(source.Begin, source.First),
           .SourceStep = arguments.SourceStep,

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+
 #include "driver/frame/resampler/jobs/scale_job.h"
 
 namespace lidcam {
@@ -11,5 +13,14 @@ void ScaleBySsse3(const ScaleJob& job);
 void ScaleByAvx2(const ScaleJob& job);
 void ScaleByAvx512(const ScaleJob& job);
 void ScaleByAvx512Vbmi(const ScaleJob& job);
+
+// Builders of columns: for processors that have the instructions.
+
+void BuildColumnsBySse2(double step, std::uint32_t entries, std::int32_t* index,
+                        std::uint16_t* weight);
+void BuildColumnsByAvx2(double step, std::uint32_t entries, std::int32_t* index,
+                        std::uint16_t* weight);
+void BuildColumnsByAvx512(double step, std::uint32_t entries, std::int32_t* index,
+                          std::uint16_t* weight);
 
 }  // namespace lidcam

@@ -5,7 +5,9 @@
 
 #include <cstring>
 
+#include "driver/frame/resampler/jobs/resize_arguments.h"
 #include "driver/frame/resampler/jobs/scale_reference.h"
+#include "driver/frame/resampler/simd/scale_simd_columns.h"
 #include "driver/frame/resampler/simd/scale_simd_kernels.h"
 #include "driver/frame/resampler/simd/scale_simd_plan.h"
 #include "driver/frame/resampler/simd/scale_simd_rows.h"
@@ -111,7 +113,52 @@ class WordRows {
   const std::uint16_t* weights_;
 };
 
+/// Two positions in a register.
+struct Sse2Columns {
+  static void EvenGroup(double first, double increment, std::int32_t* index,
+                        std::uint16_t* weight) {
+    const __m128d every = _mm_set1_pd(increment);
+    const auto positions = [&](double from) {
+      const __m128d steps = _mm_setr_pd(from, from + 1);
+      return _mm_add_pd(_mm_set1_pd(first), _mm_mul_pd(every, steps));
+    };
+    Convert(positions(0), positions(2), positions(4), positions(6), index, weight);
+  }
+
+  static void Group(const double* positions, std::int32_t* index, std::uint16_t* weight) {
+    Convert(_mm_load_pd(positions), _mm_load_pd(positions + 2), _mm_load_pd(positions + 4),
+            _mm_load_pd(positions + 6), index, weight);
+  }
+
+ private:
+  // In the lower half.
+  static __m128i Whole(__m128d positions) {
+    return _mm_cvttpd_epi32(_mm_add_pd(positions, _mm_set1_pd(kPositionSlack)));
+  }
+  static __m128i Part(__m128d positions, __m128i whole) {
+    const __m128d part = _mm_sub_pd(positions, _mm_cvtepi32_pd(whole));
+    return Whole(_mm_mul_pd(part, _mm_set1_pd(kWeightOne)));
+  }
+
+  static void Convert(__m128d a, __m128d b, __m128d c, __m128d d, std::int32_t* index,
+                      std::uint16_t* weight) {
+    const __m128i wholeA = Whole(a);
+    const __m128i wholeB = Whole(b);
+    const __m128i wholeC = Whole(c);
+    const __m128i wholeD = Whole(d);
+    Sse2::Store(index, _mm_unpacklo_epi64(wholeA, wholeB));
+    Sse2::Store(index + 4, _mm_unpacklo_epi64(wholeC, wholeD));
+    Sse2::Store(weight, _mm_packs_epi32(_mm_unpacklo_epi64(Part(a, wholeA), Part(b, wholeB)),
+                                        _mm_unpacklo_epi64(Part(c, wholeC), Part(d, wholeD))));
+  }
+};
+
 }  // namespace
+
+void BuildColumnsBySse2(double step, std::uint32_t entries, std::int32_t* index,
+                        std::uint16_t* weight) {
+  BuildColumnsInGroups<Sse2Columns>(step, entries, index, weight);
+}
 
 void ScaleBySse2(const ScaleJob& job) {
   if (IsPlainCopy(job)) {
