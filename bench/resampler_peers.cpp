@@ -5,6 +5,7 @@ extern "C" {
 }
 
 #include <libyuv.h>
+#include <libyuv/scale_uv.h>
 
 #include <memory>
 #include <stdexcept>
@@ -72,13 +73,32 @@ Subject MakeYuvByArgb(const Conversion& c, const std::uint8_t* source, std::uint
           }};
 }
 
+// Of packed YUY2 every second byte is luma: two planes, the second of U and V in turn.
+Subject MakeYuvBySplit(const Conversion& c, const std::uint8_t* source, std::uint8_t* output) {
+  const auto from = std::make_shared<Planes>(c.SourceWidth, c.SourceHeight);
+  const auto to = std::make_shared<Planes>(c.Width, c.Height);
+  return {kYuvBySplit, [=] {
+            Planes& a = *from;
+            Planes& b = *to;
+            libyuv::SplitUVPlane(source, a.Width * 2, a.Y(), a.Width, a.U(), a.Width, a.Width,
+                                 a.Height);
+            libyuv::ScalePlane(a.Y(), a.Width, a.Width, a.Height, b.Y(), b.Width, b.Width, b.Height,
+                               libyuv::kFilterBilinear);
+            libyuv::UVScale(a.U(), a.Width, a.Width / 2, a.Height, b.U(), b.Width, b.Width / 2,
+                            b.Height, libyuv::kFilterBilinear);
+            libyuv::MergeUVPlane(b.Y(), b.Width, b.U(), b.Width, output, b.Width * 2, b.Width,
+                                 b.Height);
+          }};
+}
+
 }  // namespace
 
 std::vector<Subject> MakePeers(const Conversion& conversion, const std::uint8_t* source,
                                std::uint8_t* output) {
   return {MakeSwscale(kSwscaleBilinear, SWS_BILINEAR, conversion, source, output),
           MakeSwscale(kSwscaleFastBilinear, SWS_FAST_BILINEAR, conversion, source, output),
-          MakeYuvByPlanes(conversion, source, output), MakeYuvByArgb(conversion, source, output)};
+          MakeYuvByPlanes(conversion, source, output), MakeYuvByArgb(conversion, source, output),
+          MakeYuvBySplit(conversion, source, output)};
 }
 
 }  // namespace lidcam::bench

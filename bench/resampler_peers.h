@@ -33,6 +33,7 @@ inline constexpr const char* kSwscaleBilinear = "libswscale bilinear";
 inline constexpr const char* kSwscaleFastBilinear = "libswscale fast bilinear";
 inline constexpr const char* kYuvByPlanes = "libyuv by I422 planes";
 inline constexpr const char* kYuvByArgb = "libyuv by ARGB";
+inline constexpr const char* kYuvBySplit = "libyuv by Y and UV";
 
 /// The same scale through other libraries, prepared as far as they can be: contexts are made and
 /// intermediate pictures allocated beforehand.

@@ -95,7 +95,7 @@ ResizeStatus ResizeRgb24(const std::uint8_t* source, ImageSize sourceSize, std::
   const AlignedMemory memory(TableBytes(axes));
   if (memory.Bytes() == nullptr) return ResizeOutOfMemory;
   AxisTable tables[2];
-  BuildTables(axes, memory.Bytes(), tables);
+  BuildTables(axes, BuildColumns, memory.Bytes(), tables);
   ScaleLinearly(arguments, tables[0], tables[1]);
   return ResizeDone;
 }

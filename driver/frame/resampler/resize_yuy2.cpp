@@ -21,10 +21,13 @@ ResizeStatus ResizeYuy2(const std::uint8_t* source, ImageSize sourceSize, std::i
     ScaleYuy2ByNearest(arguments, output);
     return ResizeDone;
   }
-  const Yuy2Scale scale(arguments, output);
+  const ScaleKernel& kernel = ChosenScaleKernel();
+  const Yuy2Scale scale(arguments, output, kernel);
   const ScaleJob* const job = scale.Job();
   if (job == nullptr) return ResizeOutOfMemory;
-  return SuitsEveryKernel(*job) ? ChosenScaleKernel().Scale(*job) : ScaleByReference(*job);
+  const ScaleFunction run = SuitsEveryKernel(*job) ? kernel.Scale : ScaleByReference;
+  run(*job);
+  return ResizeDone;
 }
 
 }  // namespace lidcam

@@ -6,6 +6,7 @@
 #include "driver/frame/resampler/jobs/cpu_features.h"
 #include "driver/frame/resampler/jobs/scale_reference.h"
 #include "driver/frame/resampler/simd/scale_simd_kernels.h"
+#include "driver/frame/resampler/simd/scale_simd_plan.h"
 
 namespace lidcam {
 namespace {
@@ -14,16 +15,23 @@ bool RunsEverywhere() {
   return true;
 }
 
-constexpr ScaleKernel kKernels[] = {
-    {"reference", RunsEverywhere, ScaleByReference},
 #if LIDCAM_SCALE_REGISTER_BITS >= 128
-    {"SSE2", CpuHasSse2, ScaleBySse2},
-    {"SSSE3", CpuHasSsse3, ScaleBySsse3},
+template <std::size_t lanes>
+std::uint64_t WorkBytes(std::uint32_t pairs) {
+  return SimdWorkBytes(pairs, lanes);
+}
+#endif
+
+constexpr ScaleKernel kKernels[] = {
+    {"reference", RunsEverywhere, ScaleByReference, ReferenceWorkBytes, BuildColumns},
+#if LIDCAM_SCALE_REGISTER_BITS >= 128
+    {"SSE2", CpuHasSse2, ScaleBySse2, WorkBytes<1>, BuildColumnsBySse2},
+    {"SSSE3", CpuHasSsse3, ScaleBySsse3, WorkBytes<1>, BuildColumnsBySse2},
 #endif
 #if LIDCAM_SCALE_REGISTER_BITS >= 512
-    {"AVX2", CpuHasAvx2, ScaleByAvx2},
-    {"AVX-512", CpuHasAvx512, ScaleByAvx512},
-    {"AVX-512 VBMI", CpuHasAvx512Vbmi, ScaleByAvx512Vbmi},
+    {"AVX2", CpuHasAvx2, ScaleByAvx2, WorkBytes<2>, BuildColumnsByAvx2},
+    {"AVX-512", CpuHasAvx512, ScaleByAvx512, WorkBytes<4>, BuildColumnsByAvx512},
+    {"AVX-512 VBMI", CpuHasAvx512Vbmi, ScaleByAvx512Vbmi, WorkBytes<4>, BuildColumnsByAvx512},
 #endif
 };
 

@@ -4,6 +4,7 @@
 #include <span>
 
 #include "driver/frame/resampler/jobs/scale_job.h"
+#include "driver/frame/resampler/jobs/scale_tables.h"
 
 namespace lidcam {
 
@@ -12,6 +13,8 @@ struct ScaleKernel {
   const char* Name;       ///< "reference", "SSE2", "SSSE3", "AVX2", "AVX-512", "AVX-512 VBMI"
   bool (*IsSupported)();  ///< whether this processor and system can run it
   ScaleFunction Scale;
+  WorkBytesFunction WorkBytes;
+  ColumnBuilder BuildColumns;
 };
 
 /// Every kernel of this build, slowest first; the first is the reference, which every machine runs

@@ -87,12 +87,12 @@ bool NeedsNearest(const ResizeArguments& arguments) {
   return arguments.SourceSize.Width < 4 || arguments.SourceSize.Height < 2;
 }
 
-Yuy2Scale::Yuy2Scale(const ResizeArguments& arguments, ImageSize output)
+Yuy2Scale::Yuy2Scale(const ResizeArguments& arguments, ImageSize output, const ScaleKernel& kernel)
     : axes_{RowAxis(arguments, output), LumaAxis(arguments, output), ChromaAxis(arguments, output)},
-      memory_(TableBytes(axes_)) {
+      memory_(AlignedMemory::Padded(TableBytes(axes_)) + kernel.WorkBytes(axes_[2].Entries)) {
   if (memory_.Bytes() == nullptr) return;
   AxisTable tables[3];
-  BuildTables(axes_, memory_.Bytes(), tables);
+  BuildTables(axes_, kernel.BuildColumns, memory_.Bytes(), tables);
   const SourceBytes source = BytesOf(arguments, kYuy2PairBytes);
   job_ = {.Source = MovedBy(source.Begin, source.First),
           .SourceStep = arguments.SourceStep,
@@ -102,7 +102,8 @@ Yuy2Scale::Yuy2Scale(const ResizeArguments& arguments, ImageSize output)
           .DestinationStep = arguments.DestinationStep,
           .Rows = tables[0],
           .Luma = tables[1],
-          .Chroma = tables[2]};
+          .Chroma = tables[2],
+          .Work = memory_.Bytes() + AlignedMemory::Padded(TableBytes(axes_))};
 }
 
 const ScaleJob* Yuy2Scale::Job() const {

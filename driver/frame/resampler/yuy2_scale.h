@@ -1,7 +1,9 @@
 #pragma once
 
+#include "driver/frame/resampler/jobs/aligned_memory.h"
 #include "driver/frame/resampler/jobs/resize_arguments.h"
 #include "driver/frame/resampler/jobs/scale_tables.h"
+#include "driver/frame/resampler/scale_kernels.h"
 
 namespace lidcam {
 
@@ -12,13 +14,15 @@ ResizeStatus CheckYuy2(const ResizeArguments& arguments, ImageSize& output);
 /// Whether the source is too small for a linear scale.
 [[nodiscard]] bool NeedsNearest(const ResizeArguments& arguments);
 
-/// A linear scale of packed YUY2, ready for a kernel. Owns the job's tables.
+/// A linear scale of packed YUY2, ready for a kernel. Owns the job's tables and the kernel's memory, one
+/// block of the pool.
 class Yuy2Scale {
  public:
-  /// Takes checked arguments and the output size that CheckYuy2() found.
-  Yuy2Scale(const ResizeArguments& arguments, ImageSize output);
+  /// Takes checked arguments, the output size that CheckYuy2() found, and a supported kernel. The
+  /// reference can run the job, too.
+  Yuy2Scale(const ResizeArguments& arguments, ImageSize output, const ScaleKernel& kernel);
 
-  /// Null when there was no memory for the tables.
+  /// Null when there was no memory for it.
   [[nodiscard]] const ScaleJob* Job() const;
 
  private:

@@ -38,14 +38,16 @@ struct ScaleJob {
   std::ptrdiff_t DestinationStep;  ///< bytes from row to row, above 0
   AxisTable Rows;                  ///< one entry per output row
   AxisTable Luma;                  ///< one entry per output pixel; sample i is byte 2i
-  AxisTable Chroma;  ///< one entry per output pair; U is byte 4i + 1, V is byte 4i + 3
+  AxisTable Chroma;    ///< one entry per output pair; U is byte 4i + 1, V is byte 4i + 3
+  std::uint8_t* Work;  ///< what the kernel asks for in ScaleKernel::WorkBytes; 64-byte aligned
 };
 
 /// Scales one picture.
 ///
-/// Writes exactly 4 * Chroma.Count bytes to each of Rows.Count destination rows. Memory comes from
-/// AllocateCameraMemory() and is freed before the return.
-/// @return ResizeDone, or ResizeOutOfMemory with an untouched destination
-using ScaleFunction = ResizeStatus (*)(const ScaleJob& job);
+/// Writes exactly 4 * Chroma.Count bytes to each of Rows.Count destination rows. Allocates nothing.
+using ScaleFunction = void (*)(const ScaleJob& job);
+
+/// Bytes of ScaleJob::Work for rows of `pairs` output pairs.
+using WorkBytesFunction = std::uint64_t (*)(std::uint32_t pairs);
 
 }  // namespace lidcam

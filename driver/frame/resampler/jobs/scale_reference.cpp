@@ -121,6 +121,10 @@ void WriteCutPair(const LineBuffer& upper, const LineBuffer& lower, std::uint32_
   std::copy_n(whole, bytes, destination + 4 * pair);
 }
 
+std::uint64_t LineBytes(std::uint32_t pairs) {
+  return AlignedMemory::Padded(std::uint64_t{4} * pairs * sizeof(std::uint16_t));
+}
+
 LineBuffer LineAt(std::uint8_t* memory, std::uint64_t pairs) {
   auto* const samples = reinterpret_cast<std::uint16_t*>(memory);
   return {samples, samples + 2 * pairs, samples + 3 * pairs};
@@ -130,13 +134,10 @@ LineBuffer LineAt(std::uint8_t* memory, std::uint64_t pairs) {
 
 // Where destination rows are narrower than the pixels, each row's excess would be overwritten by
 // the next row: it is not written, and neither is that of the last row.
-ResizeStatus ScaleByReference(const ScaleJob& job) {
+void ScaleByReference(const ScaleJob& job) {
   const std::uint64_t pairs = job.Chroma.Count;
-  const std::uint64_t lineBytes = AlignedMemory::Padded(4 * pairs * sizeof(std::uint16_t));
-  const AlignedMemory memory(2 * lineBytes);
-  if (memory.Bytes() == nullptr) return ResizeOutOfMemory;
-  LineBuffer upper = LineAt(memory.Bytes(), pairs);
-  LineBuffer lower = LineAt(memory.Bytes() + lineBytes, pairs);
+  LineBuffer upper = LineAt(job.Work, pairs);
+  LineBuffer lower = LineAt(job.Work + LineBytes(job.Chroma.Count), pairs);
 
   const auto rowBytes = static_cast<std::uint32_t>(
       std::min<std::uint64_t>(4 * pairs, static_cast<std::uint64_t>(job.DestinationStep)));
@@ -158,7 +159,10 @@ ResizeStatus ScaleByReference(const ScaleJob& job) {
     WriteRow(upper, lower, weight, rowBytes, destination);
     WriteCutPair(upper, lower, weight, rowBytes / 4, rowBytes % 4, destination);
   }
-  return ResizeDone;
+}
+
+std::uint64_t ReferenceWorkBytes(std::uint32_t pairs) {
+  return 2 * LineBytes(pairs);
 }
 
 }  // namespace lidcam

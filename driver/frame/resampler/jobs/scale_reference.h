@@ -6,6 +6,9 @@ namespace lidcam {
 
 /// The reference for all kernels, on every machine and for every job: reads are clamped to
 /// [ReadBegin, ReadEnd).
-ResizeStatus ScaleByReference(const ScaleJob& job);
+void ScaleByReference(const ScaleJob& job);
+
+/// Its ScaleJob::Work: two line buffers. No kernel has less.
+[[nodiscard]] std::uint64_t ReferenceWorkBytes(std::uint32_t pairs);
 
 }  // namespace lidcam

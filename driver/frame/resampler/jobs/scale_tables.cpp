@@ -1,6 +1,5 @@
 #include "driver/frame/resampler/jobs/scale_tables.h"
 
-#include <algorithm>
 #include <cstddef>
 
 #include "driver/frame/resampler/jobs/resize_arguments.h"
@@ -8,52 +7,20 @@
 namespace lidcam {
 namespace {
 
-// Entries that are built together: their positions one after another, then their weights side by
-// side. A multiple of what an aligned boundary holds of either column.
+// A multiple of what an aligned boundary holds of either column, and of a group.
 constexpr std::size_t kBlockEntries = 32;
+static_assert(kBlockEntries % kGroupEntries == 0);
 
-// Positions beyond the range of an index are clamped to this, far outside any picture.
-constexpr double kFarthestPosition = 2147483646.0;
-
-struct TableBuilder {
-  double Position;
-  double Step;
-  std::int32_t* Index;
-  std::uint16_t* Weight;
-  std::size_t BlocksLeft;
-};
-
-std::uint64_t BlocksOf(const ScaleAxis& axis) {
-  return (std::uint64_t{axis.Entries} + kBlockEntries - 1) / kBlockEntries;
+std::uint64_t PaddedEntries(const ScaleAxis& axis) {
+  return (std::uint64_t{axis.Entries} + kBlockEntries - 1) / kBlockEntries * kBlockEntries;
 }
 
 std::uint64_t IndexBytes(const ScaleAxis& axis) {
-  return BlocksOf(axis) * kBlockEntries * sizeof(std::int32_t);
+  return PaddedEntries(axis) * sizeof(std::int32_t);
 }
 
 std::uint64_t WeightBytes(const ScaleAxis& axis) {
-  return BlocksOf(axis) * kBlockEntries * sizeof(std::uint16_t);
-}
-
-void BuildBlock(TableBuilder& builder) {
-  double positions[kBlockEntries];
-  double next = builder.Position;
-  for (double& position : positions) {
-    position = next;
-    next += builder.Step;
-  }
-  builder.Position = next;
-  for (std::size_t entry = 0; entry < kBlockEntries; ++entry) {
-    const double position =
-        positions[entry] < kFarthestPosition ? positions[entry] : kFarthestPosition;
-    const auto index = static_cast<std::int32_t>(position + kPositionSlack);
-    const double weight = (position - index) * kWeightOne + kPositionSlack;
-    builder.Index[entry] = index;
-    builder.Weight[entry] = static_cast<std::uint16_t>(static_cast<std::int32_t>(weight));
-  }
-  builder.Index += kBlockEntries;
-  builder.Weight += kBlockEntries;
-  --builder.BlocksLeft;
+  return PaddedEntries(axis) * sizeof(std::uint16_t);
 }
 
 // The last source sample has no right neighbour: it becomes one itself, with all the weight.
@@ -78,31 +45,28 @@ std::uint64_t TableBytes(std::span<const ScaleAxis> axes) {
   return bytes;
 }
 
-void BuildTables(std::span<const ScaleAxis> axes, std::uint8_t* memory,
+void BuildColumns(double step, std::uint32_t entries, std::int32_t* index, std::uint16_t* weight) {
+  double next = 0.0;
+  for (std::uint32_t entry = 0; entry < entries; ++entry) {
+    const double position = next < kFarthestPosition ? next : kFarthestPosition;
+    const auto whole = static_cast<std::int32_t>(position + kPositionSlack);
+    const double part = (position - whole) * kWeightOne + kPositionSlack;
+    index[entry] = whole;
+    weight[entry] = static_cast<std::uint16_t>(static_cast<std::int32_t>(part));
+    next += step;
+  }
+}
+
+void BuildTables(std::span<const ScaleAxis> axes, ColumnBuilder build, std::uint8_t* memory,
                  std::span<AxisTable> tables) {
-  constexpr std::size_t kMostAxes = 3;
-  TableBuilder builders[kMostAxes] = {};
-  std::int32_t* indexes[kMostAxes] = {};
-  std::uint16_t* weights[kMostAxes] = {};
-  std::size_t mostBlocks = 0;
-  for (std::size_t i = 0; i < axes.size() && i < kMostAxes; ++i) {
-    indexes[i] = reinterpret_cast<std::int32_t*>(memory);
+  for (std::size_t i = 0; i < axes.size(); ++i) {
+    auto* const index = reinterpret_cast<std::int32_t*>(memory);
     memory += IndexBytes(axes[i]);
-    weights[i] = reinterpret_cast<std::uint16_t*>(memory);
+    auto* const weight = reinterpret_cast<std::uint16_t*>(memory);
     memory += WeightBytes(axes[i]);
-    builders[i] = {0.0, AxisStep(axes[i]), indexes[i], weights[i],
-                   static_cast<std::size_t>(BlocksOf(axes[i]))};
-    mostBlocks = std::max(mostBlocks, builders[i].BlocksLeft);
-    tables[i] = {indexes[i], weights[i], axes[i].Entries};
-  }
-  // The axes side by side: each is one long chain of additions, and they don't wait for each other.
-  for (std::size_t block = 0; block < mostBlocks; ++block) {
-    for (TableBuilder& builder : builders) {
-      if (builder.BlocksLeft > 0) BuildBlock(builder);
-    }
-  }
-  for (std::size_t i = 0; i < axes.size() && i < kMostAxes; ++i) {
-    EndOnLastSample(axes[i], indexes[i], weights[i]);
+    build(AxisStep(axes[i]), axes[i].Entries, index, weight);
+    EndOnLastSample(axes[i], index, weight);
+    tables[i] = {index, weight, axes[i].Entries};
   }
 }
 

@@ -2,6 +2,8 @@
 
 #include <immintrin.h>
 
+#include "driver/frame/resampler/jobs/resize_arguments.h"
+#include "driver/frame/resampler/simd/scale_simd_columns.h"
 #include "driver/frame/resampler/simd/scale_simd_kernels.h"
 #include "driver/frame/resampler/simd/scale_simd_shuffles.h"
 
@@ -66,10 +68,50 @@ struct Avx2 {
   }
 };
 
+/// Four positions in a register.
+struct Avx2Columns {
+  static void EvenGroup(double first, double increment, std::int32_t* index,
+                        std::uint16_t* weight) {
+    const __m256d from = _mm256_set1_pd(first);
+    const __m256d every = _mm256_set1_pd(increment);
+    Convert(_mm256_add_pd(from, _mm256_mul_pd(every, _mm256_setr_pd(0, 1, 2, 3))),
+            _mm256_add_pd(from, _mm256_mul_pd(every, _mm256_setr_pd(4, 5, 6, 7))), index, weight);
+  }
+
+  static void Group(const double* positions, std::int32_t* index, std::uint16_t* weight) {
+    Convert(_mm256_load_pd(positions), _mm256_load_pd(positions + 4), index, weight);
+  }
+
+ private:
+  static __m128i Whole(__m256d positions) {
+    return _mm256_cvttpd_epi32(_mm256_add_pd(positions, _mm256_set1_pd(kPositionSlack)));
+  }
+  static __m128i Part(__m256d positions, __m128i whole) {
+    const __m256d part = _mm256_sub_pd(positions, _mm256_cvtepi32_pd(whole));
+    return Whole(_mm256_mul_pd(part, _mm256_set1_pd(kWeightOne)));
+  }
+  static void StoreLane(void* to, __m128i value) {
+    _mm_store_si128(static_cast<__m128i*>(to), value);
+  }
+
+  static void Convert(__m256d a, __m256d b, std::int32_t* index, std::uint16_t* weight) {
+    const __m128i wholeA = Whole(a);
+    const __m128i wholeB = Whole(b);
+    StoreLane(index, wholeA);
+    StoreLane(index + 4, wholeB);
+    StoreLane(weight, _mm_packs_epi32(Part(a, wholeA), Part(b, wholeB)));
+  }
+};
+
 }  // namespace
 
-ResizeStatus ScaleByAvx2(const ScaleJob& job) {
-  return ScaleWithPlan(job, kLaneShape<Avx2>, ScaleByShuffles<Avx2>, ScaleBySsse3);
+void BuildColumnsByAvx2(double step, std::uint32_t entries, std::int32_t* index,
+                        std::uint16_t* weight) {
+  BuildColumnsInGroups<Avx2Columns>(step, entries, index, weight);
+}
+
+void ScaleByAvx2(const ScaleJob& job) {
+  ScaleWithPlan(job, kLaneShape<Avx2>, ScaleByShuffles<Avx2>, ScaleBySsse3);
 }
 
 }  // namespace lidcam

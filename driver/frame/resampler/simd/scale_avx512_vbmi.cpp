@@ -20,8 +20,8 @@ struct AcrossLanes : Avx512Operations<AcrossLanes> {
 
 }  // namespace
 
-ResizeStatus ScaleByAvx512Vbmi(const ScaleJob& job) {
-  return ScaleWithPlan(job, kWindowShape<AcrossLanes>, ScaleByWindows<AcrossLanes>, ScaleByAvx512);
+void ScaleByAvx512Vbmi(const ScaleJob& job) {
+  ScaleWithPlan(job, kWindowShape<AcrossLanes>, ScaleByWindows<AcrossLanes>, ScaleByAvx512);
 }
 
 }  // namespace lidcam

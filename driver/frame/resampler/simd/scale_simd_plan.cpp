@@ -266,11 +266,11 @@ class Planner {
 };
 
 // Bytes of one 16-bit sample, or one byte pair, for every lane of a row.
-std::size_t RegisterBytes(std::size_t lanes) {
+std::uint64_t RegisterBytes(std::uint64_t lanes) {
   return AlignedMemory::Padded(lanes * kLaneBytes);
 }
 
-std::size_t NumberBytes(std::size_t count) {
+std::uint64_t NumberBytes(std::uint64_t count) {
   return AlignedMemory::Padded(count * sizeof(std::int32_t));
 }
 
@@ -297,17 +297,18 @@ void CopyPicture(const ScaleJob& job) {
   }
 }
 
-std::size_t SimdPlanBytes(const ScaleJob& job, const SimdShape& shape) {
-  const std::size_t blocks = BlocksOf(job.Chroma.Count, BlockPairs(shape));
-  const std::size_t lanes = 2 * blocks * shape.Lanes;
-  return 5 * RegisterBytes(lanes) + NumberBytes(2 * lanes) + NumberBytes(blocks);
+// A block has two lanes at least.
+std::uint64_t SimdWorkBytes(std::uint32_t pairs, std::size_t lanes) {
+  const std::uint64_t blockPairs = 2 * lanes * kLanePairs;
+  const std::uint64_t rowLanes = (pairs + blockPairs - 1) / blockPairs * 2 * lanes;
+  return 5 * RegisterBytes(rowLanes) + NumberBytes(2 * rowLanes) + NumberBytes(rowLanes / 2);
 }
 
-void MakeSimdPlan(const ScaleJob& job, const SimdShape& shape, std::uint8_t* memory,
-                  SimdPlan& plan) {
+void MakeSimdPlan(const ScaleJob& job, const SimdShape& shape, SimdPlan& plan) {
   const std::size_t blocks = BlocksOf(job.Chroma.Count, BlockPairs(shape));
   const std::size_t lanes = 2 * blocks * shape.Lanes;
-  const auto take = [&memory](std::size_t bytes) {
+  std::uint8_t* memory = job.Work;
+  const auto take = [&memory](std::uint64_t bytes) {
     std::uint8_t* const taken = memory;
     memory += bytes;
     return taken;
@@ -326,20 +327,15 @@ void MakeSimdPlan(const ScaleJob& job, const SimdShape& shape, std::uint8_t* mem
   plan.Kind = Planner(job, shape, plan).Fill(shape.WindowShuffles);
 }
 
-ResizeStatus ScaleWithPlan(const ScaleJob& job, const SimdShape& shape, PlannedScale scale,
-                           ScaleFunction other) {
+void ScaleWithPlan(const ScaleJob& job, const SimdShape& shape, PlannedScale scale,
+                   ScaleFunction other) {
   if (IsPlainCopy(job)) {
     CopyPicture(job);
-    return ResizeDone;
+    return;
   }
-  {
-    const AlignedMemory memory(SimdPlanBytes(job, shape));
-    if (memory.Bytes() == nullptr) return ResizeOutOfMemory;
-    SimdPlan plan;
-    MakeSimdPlan(job, shape, memory.Bytes(), plan);
-    if (scale(job, plan)) return ResizeDone;
-  }
-  return other(job);
+  SimdPlan plan;
+  MakeSimdPlan(job, shape, plan);
+  if (!scale(job, plan)) other(job);
 }
 
 }  // namespace lidcam

@@ -64,21 +64,20 @@ struct SimdPlan {
 /// Copies a picture that IsPlainCopy().
 void CopyPicture(const ScaleJob& job);
 
-/// Fills the tables of a plan. Kind None leaves the job to another kernel.
-/// @param memory  SimdPlanBytes(), on a boundary of 64 bytes; has to outlive the plan
-void MakeSimdPlan(const ScaleJob& job, const SimdShape& shape, std::uint8_t* memory,
-                  SimdPlan& plan);
+/// Fills the tables of a plan, in the job's work memory. Kind None leaves the job to another kernel.
+void MakeSimdPlan(const ScaleJob& job, const SimdShape& shape, SimdPlan& plan);
 
-/// Bytes that the tables and line buffers of a plan take.
-[[nodiscard]] std::size_t SimdPlanBytes(const ScaleJob& job, const SimdShape& shape);
+/// ScaleJob::Work of a kernel with registers of so many lanes: also enough for one with fewer, and for
+/// the reference.
+[[nodiscard]] std::uint64_t SimdWorkBytes(std::uint32_t pairs, std::size_t lanes);
 
 /// Scales a picture by a plan. False, with nothing written, if it can't use the plan.
 using PlannedScale = bool (*)(const ScaleJob& job, const SimdPlan& plan);
 
 /// Plans a picture and scales it. What `scale` can't do goes to `other`: pictures that are too
 /// narrow for its registers, and those that shrink too far.
-ResizeStatus ScaleWithPlan(const ScaleJob& job, const SimdShape& shape, PlannedScale scale,
-                           ScaleFunction other);
+void ScaleWithPlan(const ScaleJob& job, const SimdShape& shape, PlannedScale scale,
+                   ScaleFunction other);
 
 /// Blocks of a row of `pairs` output pairs; 0 if it is too narrow for one.
 [[nodiscard]] constexpr std::size_t BlocksOf(std::size_t pairs, std::size_t blockPairs) {

@@ -5,8 +5,9 @@
 
 #include <cstring>
 
-#include "driver/frame/resampler/jobs/aligned_memory.h"
+#include "driver/frame/resampler/jobs/resize_arguments.h"
 #include "driver/frame/resampler/jobs/scale_reference.h"
+#include "driver/frame/resampler/simd/scale_simd_columns.h"
 #include "driver/frame/resampler/simd/scale_simd_kernels.h"
 #include "driver/frame/resampler/simd/scale_simd_plan.h"
 #include "driver/frame/resampler/simd/scale_simd_rows.h"
@@ -112,23 +113,67 @@ class WordRows {
   const std::uint16_t* weights_;
 };
 
+/// Two positions in a register.
+struct Sse2Columns {
+  static void EvenGroup(double first, double increment, std::int32_t* index,
+                        std::uint16_t* weight) {
+    const __m128d every = _mm_set1_pd(increment);
+    const auto positions = [&](double from) {
+      const __m128d steps = _mm_setr_pd(from, from + 1);
+      return _mm_add_pd(_mm_set1_pd(first), _mm_mul_pd(every, steps));
+    };
+    Convert(positions(0), positions(2), positions(4), positions(6), index, weight);
+  }
+
+  static void Group(const double* positions, std::int32_t* index, std::uint16_t* weight) {
+    Convert(_mm_load_pd(positions), _mm_load_pd(positions + 2), _mm_load_pd(positions + 4),
+            _mm_load_pd(positions + 6), index, weight);
+  }
+
+ private:
+  // In the lower half.
+  static __m128i Whole(__m128d positions) {
+    return _mm_cvttpd_epi32(_mm_add_pd(positions, _mm_set1_pd(kPositionSlack)));
+  }
+  static __m128i Part(__m128d positions, __m128i whole) {
+    const __m128d part = _mm_sub_pd(positions, _mm_cvtepi32_pd(whole));
+    return Whole(_mm_mul_pd(part, _mm_set1_pd(kWeightOne)));
+  }
+
+  static void Convert(__m128d a, __m128d b, __m128d c, __m128d d, std::int32_t* index,
+                      std::uint16_t* weight) {
+    const __m128i wholeA = Whole(a);
+    const __m128i wholeB = Whole(b);
+    const __m128i wholeC = Whole(c);
+    const __m128i wholeD = Whole(d);
+    Sse2::Store(index, _mm_unpacklo_epi64(wholeA, wholeB));
+    Sse2::Store(index + 4, _mm_unpacklo_epi64(wholeC, wholeD));
+    Sse2::Store(weight, _mm_packs_epi32(_mm_unpacklo_epi64(Part(a, wholeA), Part(b, wholeB)),
+                                        _mm_unpacklo_epi64(Part(c, wholeC), Part(d, wholeD))));
+  }
+};
+
 }  // namespace
 
-ResizeStatus ScaleBySse2(const ScaleJob& job) {
+void BuildColumnsBySse2(double step, std::uint32_t entries, std::int32_t* index,
+                        std::uint16_t* weight) {
+  BuildColumnsInGroups<Sse2Columns>(step, entries, index, weight);
+}
+
+void ScaleBySse2(const ScaleJob& job) {
   if (IsPlainCopy(job)) {
     CopyPicture(job);
-    return ResizeDone;
+    return;
   }
   const std::size_t pairs = job.Chroma.Count;
   const std::size_t blocks = BlocksOf(pairs, kBlockPairs);
-  if (blocks == 0) return ScaleByReference(job);
+  if (blocks == 0) {
+    ScaleByReference(job);
+    return;
+  }
   const std::size_t samples = 2 * blocks * Sse2::kSamples;
   const std::size_t weights = 2 * blocks * kWeightsOfRegister;
-  const AlignedMemory memory((2 * samples + weights) * sizeof(std::uint16_t) +
-                             blocks * sizeof(std::int32_t));
-  if (memory.Bytes() == nullptr) return ResizeOutOfMemory;
-
-  auto* const upper = reinterpret_cast<std::int16_t*>(memory.Bytes());
+  auto* const upper = reinterpret_cast<std::int16_t*>(job.Work);
   std::int16_t* const lower = upper + samples;
   auto* const table = reinterpret_cast<std::uint16_t*>(lower + samples);
   auto* const places = reinterpret_cast<std::int32_t*>(table + weights);
@@ -141,7 +186,6 @@ ResizeStatus ScaleBySse2(const ScaleJob& job) {
     FillWeights(job, rows.PairOf(v), table + v * kWeightsOfRegister);
   }
   PictureScaler<Sse2, WordRows>(job, rows, row, upper, lower).Run();
-  return ResizeDone;
 }
 
 }  // namespace lidcam

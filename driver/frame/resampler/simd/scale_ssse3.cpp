@@ -55,8 +55,8 @@ struct Ssse3 {
 
 }  // namespace
 
-ResizeStatus ScaleBySsse3(const ScaleJob& job) {
-  return ScaleWithPlan(job, kLaneShape<Ssse3>, ScaleByShuffles<Ssse3>, ScaleBySse2);
+void ScaleBySsse3(const ScaleJob& job) {
+  ScaleWithPlan(job, kLaneShape<Ssse3>, ScaleByShuffles<Ssse3>, ScaleBySse2);
 }
 
 }  // namespace lidcam

@@ -2,9 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstdint>
+#include <random>
+#include <string>
 #include <vector>
 
+#include "driver/frame/resampler/simd/scale_simd_columns.h"
 #include "driver/frame/resampler/yuy2_scale.h"
 
 namespace lidcam {
@@ -19,7 +23,7 @@ Table TableOf(const ScaleAxis& axis) {
   const ScaleAxis axes[] = {axis};
   const AlignedMemory memory(TableBytes(axes));
   AxisTable built[1];
-  BuildTables(axes, memory.Bytes(), built);
+  BuildTables(axes, BuildColumns, memory.Bytes(), built);
   EXPECT_EQ(built[0].Count, axis.Entries);
   Table table;
   for (std::uint32_t n = 0; n < built[0].Count; ++n) {
@@ -126,7 +130,7 @@ TEST(ScaleTables, StandOn32Bytes) {
                          .XFactor = 35.0 / 66,
                          .YFactor = 31.0 / 50,
                          .Interpolation = 2},
-                        {35, 31});
+                        {35, 31}, ChosenScaleKernel());
   ASSERT_NE(scale.Job(), nullptr);
   const ScaleJob& job = *scale.Job();
   EXPECT_EQ(job.Rows.Count, 31U);
@@ -137,6 +141,145 @@ TEST(ScaleTables, StandOn32Bytes) {
     EXPECT_EQ(reinterpret_cast<std::uintptr_t>(table.Weight) % 32, 0U);
   }
 }
+
+#if defined(__x86_64__)
+struct NoIsa {};
+
+// Bit by bit: a position's last place rarely shows in a table.
+void ExpectPositionsOfRepeatedAddition(double step, std::uint32_t groups, std::uint32_t& even) {
+  PositionWalk<NoIsa> walk(step);
+  double position = 0.0;
+  for (std::uint32_t group = 0; group < groups; ++group) {
+    double positions[kGroupEntries];
+    if (walk.IsEven()) {
+      ++even;
+      for (std::uint32_t n = 0; n < kGroupEntries; ++n) {
+        positions[n] = walk.First() + n * walk.Increment();
+      }
+      walk.PassEven();
+    } else {
+      walk.Pass(positions);
+    }
+    for (const double each : positions) {
+      ASSERT_EQ(each, position) << "in group " << group << " of step " << step;
+      position += step;
+    }
+  }
+}
+
+// An addition rounds a tie where the step's last binary one is half a place of the sum. Which power of
+// two that is above depends on the zeros behind it.
+TEST(PositionWalk, GivesThePositionsOfRepeatedAdditionAlsoWhereAdditionsAreTies) {
+  std::mt19937_64 random(20090704);
+  std::uint32_t even = 0;
+  for (int n = 0; n < 100000; ++n) {
+    const std::uint64_t zeros = random() % 8;
+    const double odd = static_cast<double>((random() >> (11U + zeros)) | 1U);
+    const double step = std::ldexp(odd, static_cast<int>(random() % 10) - 55);
+    ExpectPositionsOfRepeatedAddition(step, 20, even);
+    if (HasFatalFailure()) return;
+  }
+  EXPECT_GT(even, 1000000U);
+}
+
+TEST(PositionWalk, GivesThePositionsOfRepeatedAdditionForAllSizes) {
+  std::uint32_t even = 0;
+  for (std::int32_t from = 2; from <= 700; ++from) {
+    for (std::uint32_t to = 2; to <= 700; ++to) {
+      ExpectPositionsOfRepeatedAddition(AxisStep(Axis(from, to)), to / kGroupEntries, even);
+      if (HasFatalFailure()) return;
+    }
+  }
+  EXPECT_GT(even, 10000000U);
+}
+#endif
+
+class ColumnsOfAKernel : public testing::TestWithParam<const ScaleKernel*> {
+ protected:
+  void SetUp() override {
+    if (!GetParam()->IsSupported()) GTEST_SKIP() << "this processor lacks " << GetParam()->Name;
+  }
+
+  void ExpectLikeReference(double step, std::uint32_t entries) {
+    const AlignedMemory memory(2 * kIndexBytes);
+    const AlignedMemory wanted(2 * kIndexBytes);
+    ASSERT_LE(entries, kMostEntries);
+    const auto index = [](const AlignedMemory& m) {
+      return reinterpret_cast<std::int32_t*>(m.Bytes());
+    };
+    const auto weight = [](const AlignedMemory& m) {
+      return reinterpret_cast<std::uint16_t*>(m.Bytes() + kIndexBytes);
+    };
+    BuildColumns(step, entries, index(wanted), weight(wanted));
+    GetParam()->BuildColumns(step, entries, index(memory), weight(memory));
+    for (std::uint32_t n = 0; n < entries; ++n) {
+      ASSERT_EQ(index(memory)[n], index(wanted)[n]) << "entry " << n << " of step " << step;
+      ASSERT_EQ(weight(memory)[n], weight(wanted)[n]) << "entry " << n << " of step " << step;
+    }
+    entries_ += entries;
+  }
+
+  std::uint64_t entries_ = 0;
+
+ private:
+  static constexpr std::uint32_t kMostEntries = 4096;
+  static constexpr std::uint64_t kIndexBytes = kMostEntries * sizeof(std::int32_t);
+};
+
+TEST_P(ColumnsOfAKernel, AreThoseOfTheReferenceForEveryTwoSizesUpTo200) {
+  for (std::int32_t from = 2; from <= 200; ++from) {
+    for (std::uint32_t to = 2; to <= 200; ++to) {
+      ExpectLikeReference(AxisStep(Axis(from, to)), to);
+      if (HasFatalFailure()) return;
+    }
+  }
+}
+
+TEST_P(ColumnsOfAKernel, AreThoseOfTheReferenceForTheSizesOfStreams) {
+  constexpr std::int32_t kSizes[] = {640, 480, 352, 320, 288, 240, 176, 160, 144, 120, 88, 80};
+  for (const std::int32_t from : kSizes) {
+    for (std::uint32_t to = 2; to <= 1280; ++to) {
+      ExpectLikeReference(AxisStep(Axis(from, to)), to);
+      if (HasFatalFailure()) return;
+    }
+  }
+}
+
+// Steps of few places: most positions are exact, among them every power of two.
+TEST_P(ColumnsOfAKernel, AreThoseOfTheReferenceForStepsThatMeetPowersOfTwo) {
+  for (std::uint32_t eighths = 0; eighths <= 200; ++eighths) {
+    const double step = eighths / 8.0;
+    for (const double each : {step, std::nextafter(step, 1e9), std::nextafter(step, 0.0)}) {
+      ExpectLikeReference(each, 4000);
+      if (HasFatalFailure()) return;
+    }
+  }
+  EXPECT_GT(entries_, 2000000U);
+}
+
+TEST_P(ColumnsOfAKernel, AreThoseOfTheReferenceForStepsBeyondAnyPicture) {
+  for (const double step : {0.0, 1e-310, 1e-300, 1e-20, 1e-7, 5e-8, 1e6, 1e8, 5e8, 2147483646.0,
+                            1e10, 1e300, 1.7e308}) {
+    for (const std::uint32_t entries : {1U, 2U, 7U, 8U, 9U, 16U, 17U, 100U, 4096U}) {
+      ExpectLikeReference(step, entries);
+      if (HasFatalFailure()) return;
+    }
+  }
+}
+
+std::vector<const ScaleKernel*> AllKernels() {
+  std::vector<const ScaleKernel*> kernels;
+  for (const ScaleKernel& kernel : ScaleKernels()) kernels.push_back(&kernel);
+  return kernels;
+}
+
+INSTANTIATE_TEST_SUITE_P(Kernels, ColumnsOfAKernel, testing::ValuesIn(AllKernels()),
+                         [](const auto& test) {
+                           std::string name = test.param->Name;
+                           std::erase_if(
+                               name, [](char letter) { return letter == '-' || letter == ' '; });
+                           return name;
+                         });
 
 }  // namespace
 }  // namespace lidcam

@@ -24,7 +24,8 @@ class SuitedJobs : public testing::Test {
             .DestinationStep = 8,
             .Rows = {rows_.data(), weights_.data(), 3},
             .Luma = {luma_.data(), weights_.data(), 4},
-            .Chroma = {chroma_.data(), weights_.data(), 2}};
+            .Chroma = {chroma_.data(), weights_.data(), 2},
+            .Work = nullptr};
   }
 
   std::array<std::uint8_t, 256> memory_{};

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "driver/frame/resampler/jobs/aligned_memory.h"
+#include "driver/frame/resampler/jobs/scale_reference.h"
 #include "driver/frame/resampler/yuy2_scale.h"
 
 namespace lidcam {
@@ -30,7 +31,7 @@ class Scale {
                 static_cast<double>(to.Width) / from.Width,
                 static_cast<double>(to.Height) / from.Height,
                 2},
-               to) {}
+               to, ScaleKernels().front()) {}
 
   [[nodiscard]] const ScaleJob& Job() const { return *scale_.Job(); }
 
@@ -52,10 +53,11 @@ struct Planned {
   }
 };
 
-Planned PlanOf(const ScaleJob& job, const SimdShape& shape) {
-  const AlignedMemory memory(std::max<std::size_t>(SimdPlanBytes(job, shape), 1));
+Planned PlanOf(ScaleJob job, const SimdShape& shape) {
+  const AlignedMemory memory(SimdWorkBytes(job.Chroma.Count, shape.Lanes));
+  job.Work = memory.Bytes();
   SimdPlan plan;
-  MakeSimdPlan(job, shape, memory.Bytes(), plan);
+  MakeSimdPlan(job, shape, plan);
   return {plan.Kind, plan.Row.Blocks, plan.Row.OneLoadBlocks};
 }
 
@@ -148,6 +150,14 @@ TEST(SimdPlan, OfAPictureNarrowerThanABlockIsNone) {
   EXPECT_EQ(PlanOf(scale.Job(), {.Lanes = 2, .WindowShuffles = false}),
             (Planned{Gather::None, 0, 0}));
   EXPECT_EQ(PlanOf(scale.Job(), {.Lanes = 1, .WindowShuffles = false}).Blocks, 2U);
+}
+
+TEST(SimdPlan, OfWiderRegistersHasTheMemoryOfNarrowerOnesToo) {
+  for (std::uint32_t pairs = 1; pairs <= 700; ++pairs) {
+    EXPECT_LE(ReferenceWorkBytes(pairs), SimdWorkBytes(pairs, 1)) << pairs;
+    EXPECT_LE(SimdWorkBytes(pairs, 1), SimdWorkBytes(pairs, 2)) << pairs;
+    EXPECT_LE(SimdWorkBytes(pairs, 2), SimdWorkBytes(pairs, 4)) << pairs;
+  }
 }
 
 }  // namespace

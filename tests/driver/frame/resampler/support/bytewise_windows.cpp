@@ -31,8 +31,8 @@ struct BytewiseWindows : Avx512Operations<BytewiseWindows> {
 
 }  // namespace
 
-ResizeStatus ScaleByBytewiseWindows(const ScaleJob& job, ScaleFunction unfit) {
-  return ScaleWithPlan(job, kWindowShape<BytewiseWindows>, ScaleByWindows<BytewiseWindows>, unfit);
+void ScaleByBytewiseWindows(const ScaleJob& job, ScaleFunction unfit) {
+  ScaleWithPlan(job, kWindowShape<BytewiseWindows>, ScaleByWindows<BytewiseWindows>, unfit);
 }
 
 }  // namespace lidcam
