@@ -266,10 +266,10 @@ void Application::TakeFrame() {
   const bool isOver = host::CurrentWorld().Now() >= stage_.CountedFrom(began) + patience;
   const bool isLate = status == STATUS_TIMEOUT && isToCome && patience != 0 && isOver;
   // After a stall the stream may have been recovered, which moves it to a pipe without a picture.
-  if (stage_.Trace().RecoveriesEnded() == 0) {
-    RequireAlways(!isLate, "no frame comes to a running stream");
-  } else {
+  if (stage_.HasRestartByRecovery()) {
     Require(!isLate, "no frame comes to a running stream");
+  } else {
+    RequireAlways(!isLate, "no frame comes to a running stream");
   }
   const bool isEnd = status == STATUS_CANCELLED || status == STATUS_DEVICE_NOT_CONNECTED;
   Require(status == STATUS_SUCCESS || status == STATUS_TIMEOUT || isEnd ||

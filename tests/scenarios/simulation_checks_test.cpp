@@ -300,6 +300,19 @@ TEST(RequestChecks, TransferIsInFlightOnceWhenItIsSent) {
   EXPECT_EQ(result.Outcome, Verdict::Passed) << result.What;
 }
 
+TEST(RequestChecks, TransfersOfARecoveryAreARestartAndThoseOfAStartAreNot) {
+  const RunResult result = Play([](Stage& stage) {
+    TransportStage& camera = TransportStage::On(stage);
+    camera.PlugInAndStream();
+    stage.Sleep(500 * kMillisecond);
+    stage.Require(!stage.HasRestartByRecovery(), "a start counts as a restart");
+    stage.Camera().FailReads(1);
+    stage.Sleep(2 * kSecond);
+    stage.Require(stage.HasRestartByRecovery(), "a recovery doesn't count as a restart");
+  });
+  EXPECT_EQ(result.Outcome, Verdict::Passed) << result.What;
+}
+
 TEST(SimulationChecks, RecoveryThatIsScheduledDuringAnotherIsFound) {
   ExpectFailure(Play([](Stage& stage) {
                   TransportStage& camera = TransportStage::On(stage);
