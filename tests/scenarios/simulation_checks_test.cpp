@@ -93,6 +93,25 @@ TEST(SimulationChecks, FailureWhileACameraIsRemovedEndsTheRunAndNotTheProgram) {
   }
 }
 
+// The camera is gone already, and while it is removed the bus's own device takes the driver's place.
+void OpenDuringRemoval(Stage& stage) {
+  ClientStage& clients = ClientStage::On(stage, {.HasTrouble = true});
+  clients.PlugIn({});
+  clients.Start();
+  clients.SurpriseRemove();
+  clients.BeginApplications(3, [](Application& application) { application.DoAnything(40); });
+  clients.Remove();
+  clients.WaitForApplications();
+  clients.Close();
+}
+
+TEST(SimulationChecks, ApplicationMayBeRefusedByTheBusWhileACameraThatIsGoneIsRemoved) {
+  for (std::uint64_t seed = 1; seed <= 100; ++seed) {
+    const RunResult result = Play(OpenDuringRemoval, seed);
+    EXPECT_EQ(result.Outcome, Verdict::Passed) << seed << ": " << result.What;
+  }
+}
+
 TEST(SimulationChecks, TornFrameOnABusWithoutFaultsIsFound) {
   ExpectFailure(Play([](Stage& stage) {
                   TransportStage& camera = TransportStage::On(stage);
