@@ -3,9 +3,11 @@
 import bisect
 import collections
 import pathlib
+import random
 import re
 import struct
 import subprocess
+import zlib
 
 TOOLS = "x86_64-w64-mingw32-"
 TOOLS_X86 = "i686-w64-mingw32-"
@@ -34,6 +36,7 @@ SENSORS = ("1af0:0511,sensor=VGA0408", "1af0:0511,config=short", "1af0:6010", "1
 EVERY_SETTING = ("Brightness=20", "Contrast=4", "Saturation=60", "Sharpness=1", "Gamma=5", "WhiteBalance=0",
                  "BacklightCompensation=1", "ColorEnable=0", "AutoExposure=0", "Exposure=70", "Mirror=0", "Vertical=1",
                  "Flicker=2", "Effect=3", "LDMode=1", "LED=2")
+SIZES = ("640x480", "352x288", "320x240", "176x144", "160x120")
 SETTINGS = (("Flicker=0", "Exposure=100", "Effect=3", "Vertical=1"), ("Flicker=1", "Exposure=1"),
             ("Flicker=2", "Exposure=70", "Mirror=0", "LDMode=1"))
 
@@ -153,10 +156,29 @@ def record_commands(program, image, folder):
                str(folder / f"requests-{number}.pcap")]
 
 
+def write_noise(path, width=640, height=480):
+    """A PNG in which each pixel has another random colour, the same each time: a scaled row that takes a pixel from the
+    wrong place, or rounds otherwise, shows."""
+    row = 3 * width
+    pixels = random.Random(1).randbytes(row * height)
+    lines = b"".join(b"\0" + pixels[at:at + row] for at in range(0, len(pixels), row))
+
+    def chunk(kind, data):
+        return struct.pack(">I", len(data)) + kind + data + struct.pack(">I", zlib.crc32(kind + data))
+
+    header = struct.pack(">IIBBBBB", width, height, 8, 2, 0, 0, 0)
+    pathlib.Path(path).write_bytes(b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", header) +
+                                   chunk(b"IDAT", zlib.compress(lines, 1)) + chunk(b"IEND", b""))
+
+
 def picture_commands(program, image, folder):
-    """Commands with the image that write pictures of every size, in changing light, of every sensor and with settings
-    of the controls, and a still."""
-    streams = [("sim", 30, size, ()) for size in ("640x480", "352x288", "320x240", "176x144", "160x120")]
+    """Commands with the image that write pictures of every size, also enlarged ones of noise, in changing light, of
+    every sensor and with settings of the controls, and a still."""
+    noise = folder / "noise.png"
+    write_noise(noise)
+    streams = [("sim", 30, size, ()) for size in SIZES]
+    # The short configuration carries small raw frames only, which the driver enlarges.
+    streams += [(f"sim:1af0:0511,config=short,scene={noise}", 2, size, ()) for size in SIZES]
     streams.append(("sim,light=300lx@0s;2lx@2s;60lx@9s;3000lx@12s", 450, "160x120", ()))
     for camera in ("1af0:0511",) + SENSORS:
         streams += [(f"sim:{camera}", 3, "160x120", settings) for settings in ((),) + SETTINGS]

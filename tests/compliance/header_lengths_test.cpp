@@ -93,7 +93,7 @@ VideoFormat LongFormat(const Camera& camera, ULONG headerBytes) {
 TEST_P(HeaderLengths, AreWhatAPinKeepsOfItsFormat) {
   Run([](Host& host) {
     const Camera camera = host.Open();
-    for (const ULONG header : {40U, 44U, 48U}) {
+    for (const ULONG header : {40U, 44U, 47U, 48U}) {
       SCOPED_TRACE(header);
       std::unique_ptr<Stream> stream;
       const std::vector<std::size_t> blocks = BlocksTakenBy(
