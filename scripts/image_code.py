@@ -1,13 +1,17 @@
-"""The code of the driver's x64 image: its instructions, basic blocks, functions and lines."""
+"""The code of the driver's image: its instructions; of the x64 one its basic blocks, functions and lines, too."""
 
 import bisect
 import collections
 import pathlib
+import random
 import re
 import struct
 import subprocess
+import zlib
 
 TOOLS = "x86_64-w64-mingw32-"
+TOOLS_X86 = "i686-w64-mingw32-"
+X86 = 0x14C
 
 Section = collections.namedtuple("Section", "name address size offset")
 Instruction = collections.namedtuple("Instruction", "address code name operands")
@@ -16,7 +20,8 @@ LINE = re.compile(r"^\s*([0-9a-f]+):\t((?:[0-9a-f]{2} )+)\s*\t(\S+)\s*(.*)$")
 TARGET = re.compile(r"^(?:0x)?([0-9a-f]+)\b")
 ENDS = ("ret", "jmp", "ud2", "int3")
 HAS_NOT_RUN, HAS_RUN = 1, 2
-PREFIXES = ("lock", "rep", "repz", "notrack", "bnd", "data16", "cs")
+# A jump of the x64 image that is a call has one of the last two, by which unwinding tells it from other jumps.
+PREFIXES = ("lock", "rep", "repz", "notrack", "bnd", "data16", "cs", "rex.W", "rex.WB")
 
 # Kinds of transfers in a capture.
 ISOCHRONOUS, CONTROL = 0, 2
@@ -31,6 +36,7 @@ SENSORS = ("1af0:0511,sensor=VGA0408", "1af0:0511,config=short", "1af0:6010", "1
 EVERY_SETTING = ("Brightness=20", "Contrast=4", "Saturation=60", "Sharpness=1", "Gamma=5", "WhiteBalance=0",
                  "BacklightCompensation=1", "ColorEnable=0", "AutoExposure=0", "Exposure=70", "Mirror=0", "Vertical=1",
                  "Flicker=2", "Effect=3", "LDMode=1", "LED=2")
+SIZES = ("640x480", "352x288", "320x240", "176x144", "160x120")
 SETTINGS = (("Flicker=0", "Exposure=100", "Effect=3", "Vertical=1"), ("Flicker=1", "Exposure=1"),
             ("Flicker=2", "Exposure=70", "Mirror=0", "LDMode=1"))
 
@@ -44,15 +50,39 @@ class Image:
             self.data = file.read()
         signature, = struct.unpack_from("<I", self.data, 0x3C)
         self.optional = signature + 24
-        self.base, = struct.unpack_from("<Q", self.data, self.optional + 24)
+        machine, count = struct.unpack_from("<HH", self.data, signature + 4)
+        self.pointer = 4 if machine == X86 else 8  # bytes
+        self.tools = TOOLS_X86 if machine == X86 else TOOLS
+        self.base, = struct.unpack_from("<I", self.data, self.optional + 28) if machine == X86 else \
+            struct.unpack_from("<Q", self.data, self.optional + 24)
         self.size, = struct.unpack_from("<I", self.data, self.optional + 56)
-        count, = struct.unpack_from("<H", self.data, signature + 6)
         self.sections = []
         for number in range(count):
-            header = self.optional + 240 + 40 * number
+            header = self.optional + (224 if machine == X86 else 240) + 40 * number
             name = self.data[header:header + 8].rstrip(b"\0").decode()
             size, address, file_size, offset = struct.unpack_from("<IIII", self.data, header + 8)
             self.sections.append(Section(name, address, min(size, file_size), offset))
+
+    def directory(self, number):
+        """Address and size of one of the tables that the header names."""
+        return struct.unpack_from("<II", self.data, self.optional + (96 if self.pointer == 4 else 112) + 8 * number)
+
+    def relocations(self):
+        """The places of all pointers."""
+        at, size = self.directory(5)
+        end = at + size
+        while at < end:
+            page, length = struct.unpack_from("<II", self.data, self.offset_of(at))
+            for place in range(at + 8, at + length, 2):
+                entry, = struct.unpack_from("<H", self.data, self.offset_of(place))
+                if entry >> 12:
+                    yield page + (entry & 0xFFF)
+            at += length
+
+    def pointer_at(self, address):
+        """Where the pointer at an address leads."""
+        code = "<I" if self.pointer == 4 else "<Q"
+        return struct.unpack_from(code, self.data, self.offset_of(address))[0] - self.base
 
     def offset_of(self, address):
         """The place of an address in the file."""
@@ -63,13 +93,13 @@ class Image:
 
     def functions(self):
         """Begin and end of each function, by address, from the unwind information."""
-        table, size = struct.unpack_from("<II", self.data, self.optional + 112 + 8 * 3)
+        table, size = self.directory(3)
         place = self.offset_of(table)
         entries = (struct.unpack_from("<III", self.data, place + at) for at in range(0, size, 12))
         return [(begin, end) for begin, end, _ in entries if end > begin]
 
     def instructions(self):
-        listing = subprocess.run([TOOLS + "objdump", "-d", "--insn-width=16", self.path], check=True,
+        listing = subprocess.run([self.tools + "objdump", "-d", "--insn-width=16", self.path], check=True,
                                  capture_output=True, text=True).stdout
         for line in listing.splitlines():
             match = LINE.match(line)
@@ -126,10 +156,29 @@ def record_commands(program, image, folder):
                str(folder / f"requests-{number}.pcap")]
 
 
+def write_noise(path, width=640, height=480):
+    """A PNG in which each pixel has another random colour, the same each time: a scaled row that takes a pixel from the
+    wrong place, or rounds otherwise, shows."""
+    row = 3 * width
+    pixels = random.Random(1).randbytes(row * height)
+    lines = b"".join(b"\0" + pixels[at:at + row] for at in range(0, len(pixels), row))
+
+    def chunk(kind, data):
+        return struct.pack(">I", len(data)) + kind + data + struct.pack(">I", zlib.crc32(kind + data))
+
+    header = struct.pack(">IIBBBBB", width, height, 8, 2, 0, 0, 0)
+    pathlib.Path(path).write_bytes(b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", header) +
+                                   chunk(b"IDAT", zlib.compress(lines, 1)) + chunk(b"IEND", b""))
+
+
 def picture_commands(program, image, folder):
-    """Commands with the image that write pictures of every size, in changing light, of every sensor and with settings
-    of the controls, and a still."""
-    streams = [("sim", 30, size, ()) for size in ("640x480", "352x288", "320x240", "176x144", "160x120")]
+    """Commands with the image that write pictures of every size, also enlarged ones of noise, in changing light, of
+    every sensor and with settings of the controls, and a still."""
+    noise = folder / "noise.png"
+    write_noise(noise)
+    streams = [("sim", 30, size, ()) for size in SIZES]
+    # The short configuration carries small raw frames only, which the driver enlarges.
+    streams += [(f"sim:1af0:0511,config=short,scene={noise}", 2, size, ()) for size in SIZES]
     streams.append(("sim,light=300lx@0s;2lx@2s;60lx@9s;3000lx@12s", 450, "160x120", ()))
     for camera in ("1af0:0511",) + SENSORS:
         streams += [(f"sim:{camera}", 3, "160x120", settings) for settings in ((),) + SETTINGS]
@@ -169,7 +218,7 @@ def is_within(ranges, address):
 
 def function_names(image, debug):
     """The name of each function by its address, with its arguments."""
-    listing = subprocess.run([TOOLS + "nm", "-C", str(debug)], check=True, capture_output=True, text=True).stdout
+    listing = subprocess.run([image.tools + "nm", "-C", str(debug)], check=True, capture_output=True, text=True).stdout
     names = {}
     for line in listing.splitlines():
         words = line.split(" ", 2)

@@ -110,6 +110,12 @@ void Application::DoAllowing(const char* name, std::initializer_list<NTSTATUS> a
   Require(isAllowed, "answers " + HexOf(status));
 }
 
+// A removal that runs meanwhile leaves the bus's own device, which refuses files with a status of its own.
+void Application::RequireRefusalOfGone(NTSTATUS status) {
+  const bool isRefused = clients_.IsBeingRemoved() ? !NT_SUCCESS(status) : status == kRemoved;
+  Require(isRefused, "a camera that is gone answers " + HexOf(status));
+}
+
 void Application::Sleep(LONGLONG longest) {
   doing_ = {"sleep", host::CurrentWorld().Now(), false, &host::CurrentThread()};
   Stage::Sleep(static_cast<LONGLONG>(chance_.Between(1, stage_.LongestSleep(longest))));
@@ -129,8 +135,7 @@ void Application::OpenCamera() {
     return STATUS_SUCCESS;
   });
   if (wasRemoved_) return Require(!NT_SUCCESS(status), "a removed camera is opened");
-  if (wasGone_)
-    return Require(status == kRemoved, "a camera that is gone answers " + HexOf(status));
+  if (wasGone_) return RequireRefusalOfGone(status);
   if (isWrong) return Require(!NT_SUCCESS(status), "an unknown name is opened");
   if (IsSound()) return Require(NT_SUCCESS(status), "answers " + HexOf(status));
   // After the driver's device is removed, the bus's own device is left, which supports no files.
@@ -185,8 +190,7 @@ void Application::Connect() {
     return STATUS_SUCCESS;
   });
   if (wasRemoved_) return Require(!NT_SUCCESS(status), "a removed camera is connected");
-  if (wasGone_)
-    return Require(status == kRemoved, "a camera that is gone answers " + HexOf(status));
+  if (wasGone_) return RequireRefusalOfGone(status);
   if (isMutated) {
     const bool isKnown = status == STATUS_SUCCESS || status == STATUS_NO_MATCH ||
                          status == STATUS_INVALID_PARAMETER || !IsSound();
@@ -266,10 +270,10 @@ void Application::TakeFrame() {
   const bool isOver = host::CurrentWorld().Now() >= stage_.CountedFrom(began) + patience;
   const bool isLate = status == STATUS_TIMEOUT && isToCome && patience != 0 && isOver;
   // After a stall the stream may have been recovered, which moves it to a pipe without a picture.
-  if (stage_.Trace().RecoveriesEnded() == 0) {
-    RequireAlways(!isLate, "no frame comes to a running stream");
-  } else {
+  if (stage_.HasRestartByRecovery()) {
     Require(!isLate, "no frame comes to a running stream");
+  } else {
+    RequireAlways(!isLate, "no frame comes to a running stream");
   }
   const bool isEnd = status == STATUS_CANCELLED || status == STATUS_DEVICE_NOT_CONNECTED;
   Require(status == STATUS_SUCCESS || status == STATUS_TIMEOUT || isEnd ||

@@ -58,6 +58,7 @@ class Application {
   void Require(bool holds, const std::string& what);
   void RequireAlways(bool holds, const std::string& what);
   bool IsSound() const;
+  void RequireRefusalOfGone(NTSTATUS status);
   bool IsOutOfOrder(NTSTATUS status) const;
 
   bool HasOperation(std::uint64_t step);

@@ -27,7 +27,7 @@ const UsbCaptureDevice* ClientStage::Usb() const {
 
 bool ClientStage::PlugIn(const PlugOptions& options) {
   stage_.Begin("plug in");
-  isStarted_ = isGoing_ = isGone_ = isRemoved_ = isRestarted_ = false;
+  isStarted_ = isGoing_ = isGone_ = isBeingRemoved_ = isRemoved_ = isRestarted_ = false;
   bus::UsbBus& bus = stage_.LayBus(options);
   try {
     installed_ = std::make_unique<testbed::InstalledTestbed>(
@@ -77,7 +77,7 @@ NTSTATUS ClientStage::SurpriseRemove() {
 }
 
 NTSTATUS ClientStage::Remove() {
-  isGoing_ = true;
+  isGoing_ = isBeingRemoved_ = true;
   const NTSTATUS status = stage_.Do("remove", [this] { return installed_->Remove(); });
   stage_.RequireStatus("remove", status, {STATUS_SUCCESS});
   isGone_ = true;

@@ -63,6 +63,8 @@ class ClientStage final : public StageGuest {
   [[nodiscard]] bool IsGoing() const { return isGoing_; }
   /// The driver has processed the removal, or the final stop.
   [[nodiscard]] bool IsGone() const { return isGone_; }
+  /// The device's removal has begun: the driver's device may be gone already, and the bus's own one answers.
+  [[nodiscard]] bool IsBeingRemoved() const { return isBeingRemoved_; }
   [[nodiscard]] bool IsRemoved() const { return isRemoved_; }
   /// A stop for resources has begun: the driver may have no camera for a while.
   [[nodiscard]] bool IsRestarted() const { return isRestarted_; }
@@ -80,6 +82,7 @@ class ClientStage final : public StageGuest {
   bool isStarted_ = false;
   bool isGoing_ = false;
   bool isGone_ = false;
+  bool isBeingRemoved_ = false;
   bool isRemoved_ = false;
   bool isRestarted_ = false;
 };

@@ -110,6 +110,7 @@ void ExpectRecovery(TransportStage& camera, bool firstPipeCarriesPicture) {
   }
   stage.Require(stage.Trace().RecoveriesEnded() != before, "a broken circle doesn't recover");
   stage.Require(camera.Stream()->PipeIndex == 0, "a recovery leaves the pipe as it was");
+  stage.Require(stage.HasRestartByRecovery(), "a recovery sends no transfers");
   stage.Camera().FailReads(0);
   stage.Between().RefuseTransfers(0);
   if (firstPipeCarriesPicture) {

@@ -17,8 +17,12 @@ class RequestChecks {
   /// @return the broken rule; empty if none is
   [[nodiscard]] std::string WrongSend(PIRP irp, const URB& urb, bool hasFailedSend);
 
+  /// A recovery has started the transfers anew. The driver's trace shows it too, and an image has none.
+  [[nodiscard]] bool HasRestart() const { return hasRestart_; }
+
  private:
   const IRP* synchronous_ = nullptr;  ///< the last synchronous request; may be freed
+  bool hasRestart_ = false;
 };
 
 }  // namespace lidcam::scenarios

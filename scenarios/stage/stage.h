@@ -82,6 +82,8 @@ class Stage final : public RunChecks {
   [[nodiscard]] Surroundings& Around() { return *around_; }
   [[nodiscard]] StampedCamera& Camera() { return *camera_; }
   [[nodiscard]] Interposer& Between() { return *interposer_; }
+  /// After it the stream may use the pipe that carries no picture.
+  [[nodiscard]] bool HasRestartByRecovery() const { return requests_.HasRestart(); }
   [[nodiscard]] bool HasKeptRequest() const {
     return interposer_ != nullptr && interposer_->HasKeptRequest();
   }

@@ -136,6 +136,16 @@ TEST(Scenarios, StreamWhoseStateCouldNotBeAskedForMayTakeAFormat) {
   EXPECT_NE(result.Outcome, Verdict::Failed) << result.What;
 }
 
+// A stall of seconds breaks the stream's circle, and the recovery moves it to the pipe that carries no picture.
+TEST(Scenarios, StreamThatARecoveryMovedAfterAStallMayGetNoFrame) {
+  const RunResult result = RunScenario(
+      *FindScenario("clients"),
+      {"clients", 7000496, 0, {.HasPoints = true, .HasStalls = true, .HasExposure = true}});
+  EXPECT_EQ(result.Outcome, Verdict::CutShort);
+  EXPECT_EQ(result.What, "client 1, take a frame: no frame comes to a running stream");
+  EXPECT_GT(result.Counts.Recoveries, 0U);
+}
+
 // Its bitmap header is too short for the size, so that the stream's buffers have no memory, and are refused.
 TEST(Scenarios, ApplicationWhoseFormatTellsNoPictureSizeMayGetItsBuffersRefused) {
   const RunResult result = Play("clients-and-faults", 2001365);

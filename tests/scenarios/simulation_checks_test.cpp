@@ -93,6 +93,25 @@ TEST(SimulationChecks, FailureWhileACameraIsRemovedEndsTheRunAndNotTheProgram) {
   }
 }
 
+// The camera is gone already, and while it is removed the bus's own device takes the driver's place.
+void OpenDuringRemoval(Stage& stage) {
+  ClientStage& clients = ClientStage::On(stage, {.HasTrouble = true});
+  clients.PlugIn({});
+  clients.Start();
+  clients.SurpriseRemove();
+  clients.BeginApplications(3, [](Application& application) { application.DoAnything(40); });
+  clients.Remove();
+  clients.WaitForApplications();
+  clients.Close();
+}
+
+TEST(SimulationChecks, ApplicationMayBeRefusedByTheBusWhileACameraThatIsGoneIsRemoved) {
+  for (std::uint64_t seed = 1; seed <= 100; ++seed) {
+    const RunResult result = Play(OpenDuringRemoval, seed);
+    EXPECT_EQ(result.Outcome, Verdict::Passed) << seed << ": " << result.What;
+  }
+}
+
 TEST(SimulationChecks, TornFrameOnABusWithoutFaultsIsFound) {
   ExpectFailure(Play([](Stage& stage) {
                   TransportStage& camera = TransportStage::On(stage);
@@ -296,6 +315,19 @@ TEST(RequestChecks, TransferIsInFlightOnceWhenItIsSent) {
       EXPECT_EQ(checks.WrongSend(irp, urb, true), "");
     }
     IoFreeIrp(irp);
+  });
+  EXPECT_EQ(result.Outcome, Verdict::Passed) << result.What;
+}
+
+TEST(RequestChecks, TransfersOfARecoveryAreARestartAndThoseOfAStartAreNot) {
+  const RunResult result = Play([](Stage& stage) {
+    TransportStage& camera = TransportStage::On(stage);
+    camera.PlugInAndStream();
+    stage.Sleep(500 * kMillisecond);
+    stage.Require(!stage.HasRestartByRecovery(), "a start counts as a restart");
+    stage.Camera().FailReads(1);
+    stage.Sleep(2 * kSecond);
+    stage.Require(stage.HasRestartByRecovery(), "a recovery doesn't count as a restart");
   });
   EXPECT_EQ(result.Outcome, Verdict::Passed) << result.What;
 }

@@ -166,6 +166,17 @@ void Sleep(LONGLONG time) {
   KeDelayExecutionThread(KernelMode, FALSE, &interval);
 }
 
+std::vector<std::size_t> BlocksTakenBy(const std::function<void()>& action) {
+  constexpr std::uint32_t kDriversTag = 0x206D6457;  // 'Wdm '
+  std::vector<std::size_t> sizes;
+  const host::PoolObserver observer([&sizes](const host::PoolEvent& event) {
+    const bool isTaken = event.What == host::PoolEvent::Kind::Allocated;
+    if (isTaken && event.Tag == kDriversTag) sizes.push_back(event.Size);
+  });
+  action();
+  return sizes;
+}
+
 NTSTATUS StatusOf(const std::function<void()>& action) {
   try {
     action();

@@ -7,6 +7,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "bus/usb_bus.h"
 #include "camera_model/device/camera_options.h"
@@ -80,6 +81,9 @@ void Sleep(LONGLONG time);
 
 /// The status of an action's failure; STATUS_SUCCESS without one.
 [[nodiscard]] NTSTATUS StatusOf(const std::function<void()>& action);
+
+/// The lengths of the blocks that the driver takes from the pool during an action.
+[[nodiscard]] std::vector<std::size_t> BlocksTakenBy(const std::function<void()>& action);
 
 /// The same test on every kind of camera.
 class EveryCamera : public ::testing::TestWithParam<CameraKind> {
