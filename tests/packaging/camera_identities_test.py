@@ -43,7 +43,7 @@ class CameraIdentitiesTest(unittest.TestCase):
         self.assert_all(sorted(f"{vendor}:{product}" for vendor, products in rules for product in products.split("|")))
 
     def test_software_centres_offer_lidcam_for_each_of_them(self):
-        metadata = text_of("packaging/metainfo/lidcam.metainfo.xml")
+        metadata = text_of("packaging/metainfo/invalid.lidcam.lidcam.metainfo.xml")
         self.assert_all(found(r"<modalias>usb:v([0-9A-F]{4})p([0-9A-F]{4})d\*</modalias>", metadata))
         self.assert_all(found(IDENTITY, metadata))
 
