@@ -92,6 +92,22 @@ TEST_F(DeliveryWatchTest, OtherLinesOfThePinAndLinesAfterTheEndAreNoFrames) {
   EXPECT_FALSE(watch.Take(0).has_value());
 }
 
+// As of two cameras that stream at once.
+TEST_F(DeliveryWatchTest, LinesOfOtherCamerasDontCount) {
+  const auto other = std::make_unique<CameraContext>();
+  DeliveryWatch watch(*context_, [] { return std::uint64_t{0}; });
+  TraceCamera(context_.get(), "frame end bytes=614466 expected=614466 good");
+  TraceCamera(context_.get(), "exposure index=54 exposure=7 coarse=3 fine=142 lines=1218");
+  TraceCamera(other.get(), "frame end bytes=38466 expected=38466 good");
+  TraceCamera(other.get(), "pin frame picture=1 drop=0 bytes=38466");
+  EXPECT_FALSE(watch.Take(1).has_value());
+  TraceCamera(context_.get(), "pin frame picture=2 drop=0 bytes=614466");
+  const auto report = watch.Take(2);
+  ASSERT_TRUE(report.has_value());
+  EXPECT_EQ(report->Loop.Events, (ExposureEvents{.Steps = 1, .Commits = 0, .Refused = 0}));
+  EXPECT_EQ(report->Sent, (SentFrames{.Ended = 1, .Settling = 0}));
+}
+
 // The first start ends no frame, and of a settling the driver throws two away.
 TEST_F(DeliveryWatchTest, AReportTellsWhatTheCameraHadSent) {
   DeliveryWatch watch(*context_, [] { return std::uint64_t{0}; });
