@@ -182,8 +182,8 @@ void ViewedCamera::Settle(bool isWanted, app::PictureSize size) {
 void ViewedCamera::EnsureStream(app::PictureSize size) {
   if (running_ == size || !EnsureOpen()) return;
   StopStream();
-  app::SessionStream stream{.Size = size, .Buffers = kBuffers};
-  if (options_.IsOnly) stream.Watching = app::DeliveryWatching::EachDelivery;
+  app::SessionStream stream{
+      .Size = size, .Buffers = kBuffers, .Watching = app::DeliveryWatching::EachDelivery};
   if (!isRecording_) {
     stream.Handler = [this](std::unique_ptr<app::LentFrame> frame) { TakeFrame(std::move(frame)); };
   }
@@ -231,10 +231,11 @@ bool ViewedCamera::EnsureOpen() {
   options.Choice.Camera = address;
   options.Open = [this](const app::CameraChoice& choice) { return OpenBus(choice); };
   try {
-    if (options_.IsOnly) {
-      trace_.emplace([this](std::string_view line) { telemetry_.NoteLine(line); });
-    }
+    trace_.emplace(options_.IsOnly, [this](std::string_view line) { telemetry_.NoteLine(line); });
     session_ = std::make_unique<app::CameraSession>(options);
+    session_->Use([this](app::OpenedCamera& opened) {
+      opened.WithContext([this](const CameraContext& context) { trace_->BelongTo(context); });
+    });
     session_->SetEventHandler([this](const app::SessionEvent& event) { OnEvent(event); });
     ReadFacts(*session_, state_);
   } catch (const std::exception& error) {

@@ -5,8 +5,7 @@
 namespace lidcam::viewer {
 namespace {
 
-std::shared_ptr<const Picture> PictureOf(const app::LentFrame& frame, std::int64_t number,
-                                         bool isWatched) {
+std::shared_ptr<const Picture> PictureOf(const app::LentFrame& frame, std::int64_t number) {
   constexpr double kSecondsOfUnit = 1e-7;
   constexpr double kMillisecondsPerNanosecond = 1e-6;
   const app::FrameFacts& facts = frame.Facts();
@@ -14,13 +13,12 @@ std::shared_ptr<const Picture> PictureOf(const app::LentFrame& frame, std::int64
   constexpr double kMillisecondsPerSecond = 1e3;
   double monotonic = static_cast<double>(facts.MonotonicNanoseconds) * kMillisecondsPerNanosecond;
   if (monotonic == 0) monotonic = MonotonicSeconds() * kMillisecondsPerSecond;
-  const auto isWhole = isWatched ? std::optional(facts.IsGood) : std::nullopt;
   return std::make_shared<const Picture>(
       Picture{.Yuy2 = {bytes, bytes + frame.Bytes().size()},
               .Size = facts.Size,
               .Number = number,
               .Drops = facts.LostCount,
-              .IsWhole = isWhole,
+              .IsWhole = facts.IsGood,
               .Seconds = static_cast<double>(facts.Position.PresentationTime) * kSecondsOfUnit,
               .Monotonic = monotonic,
               .Exposure = facts.Loop.Exposure,
@@ -29,26 +27,25 @@ std::shared_ptr<const Picture> PictureOf(const app::LentFrame& frame, std::int64
               .Light = facts.Loop.State});
 }
 
-LoopStep LoopOf(const app::FrameFacts& facts, double monotonic, bool isOnly) {
+LoopStep LoopOf(const app::FrameFacts& facts, double monotonic) {
   constexpr double kSecondsPerMillisecond = 1e-3;
   const app::FrameRow& loop = facts.Loop;
-  LoopStep step{.Time = monotonic * kSecondsPerMillisecond,
-                .Exposure = loop.Exposure,
-                .Lines = loop.Lines,
-                .CoarseGain = loop.CoarseGain,
-                .FineGain = loop.FineGain,
-                .Light = loop.State,
-                .HasWritten = loop.Events.Steps != 0};
-  if (isOnly) step.Luminance = loop.Luma;
-  return step;
+  return {.Time = monotonic * kSecondsPerMillisecond,
+          .Luminance = loop.Luma,
+          .Exposure = loop.Exposure,
+          .Lines = loop.Lines,
+          .CoarseGain = loop.CoarseGain,
+          .FineGain = loop.FineGain,
+          .Light = loop.State,
+          .HasWritten = loop.Events.Steps != 0};
 }
 
 }  // namespace
 
 // The newest picture takes the place of one that the pages' thread has not fetched yet.
 void ViewedCamera::TakeFrame(std::unique_ptr<app::LentFrame> frame) {
-  const std::shared_ptr<const Picture> picture = PictureOf(*frame, ++pictures_, options_.IsOnly);
-  telemetry_.NoteLoop(LoopOf(frame->Facts(), picture->Monotonic, options_.IsOnly));
+  const std::shared_ptr<const Picture> picture = PictureOf(*frame, ++pictures_);
+  telemetry_.NoteLoop(LoopOf(frame->Facts(), picture->Monotonic));
   frame.reset();  // its buffer goes back to the driver
   bool isFirst = false;
   {

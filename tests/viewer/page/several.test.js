@@ -47,6 +47,16 @@ test('several cameras are side by side, and the panels belong to the one that is
   assert.ok(difference(calm, await pictureSample(page, 0)) < 10, 'the first one is as it was');
   await page.screenshot({ path: join(PICTURES, 'several.png') });
   assert.deepEqual(await violations(await loadAxe(context, page)), []);
+  const good = async () => Number((await page.locator('.counts .good dd').innerText()).replace(/\D/g, ''));
+  for (const number of [1, 0]) {
+    await page.locator('.window').nth(number).click();
+    await page.getByRole('tab', { name: 'Exposure loop' }).click();
+    await until(async () => /^\d+$/.test(await page.locator('.lane.luminance strong').innerText()), 'its luminance');
+    await page.getByRole('tab', { name: 'Bus' }).click();
+    await until(async () => (await good()) > 0, 'its good frames');
+    await page.getByRole('tab', { name: 'Trace' }).click();
+    await until(async () => /^frame end /m.test(await page.locator('.lines').innerText()), 'its trace');
+  }
   await page.getByRole('button', { name: 'One camera' }).click();
   assert.equal(await page.locator('.tile:visible').count(), 1);
   watch.assertClean();

@@ -189,10 +189,29 @@ class ViewTest(CommandLineTest):
     def test_two_cameras_side_by_side(self):
         page = self.page("--camera", "sim", "--camera", "sim:1af0:6010")
         page.say(do="watch", cameras=[0, 1])
-        page.hear_until(lambda message: message.get("picture", {}).get("camera") == 0)
-        page.hear_until(lambda message: message.get("picture", {}).get("camera") == 1)
-        loop = page.hear_until(lambda message: "loop" in message)["loop"]
-        self.assertIsNone(loop["luminance"])
+        for camera in (0, 1):
+            page.hear_until(lambda message: message.get("picture", {}).get("camera") == camera)
+            loop = page.hear_until(lambda message: message.get("loop", {}).get("camera") == camera)["loop"]
+            self.assertIsInstance(loop["luminance"], int)
+            page.hear_until(lambda message: message.get("bus", {}).get("camera") == camera and message["bus"]["good"] > 0)
+
+    def test_the_traces_of_two_cameras_are_told_apart(self):
+        page = self.page("--camera", "sim:1af0:0511", "--camera", "sim:1af0:6010,sensor=OV7670")
+        for camera in (0, 1):
+            page.say(do="trace", camera=camera, on=True)
+        page.say(do="watch", cameras=[0, 1])
+        types = [set(), set()]
+        frames = [0, 0]
+
+        def is_told(message):
+            if "trace" in message:
+                camera, text = message["trace"]["camera"], "\n".join(message["trace"]["lines"])
+                types[camera].update(re.findall(r"^sensor type (\d+)$", text, re.MULTILINE))
+                frames[camera] += len(re.findall(r"^frame end bytes", text, re.MULTILINE))
+            return all(types) and min(frames) >= 5
+
+        page.hear_until(is_told)
+        self.assertEqual(types, [{"9"}, {"11"}])
 
     def test_a_control_that_another_process_sets_shows_on_the_page(self):
         runtime = self.path("runtime")
