@@ -131,9 +131,9 @@ class ViewWriter final : public viewer::PictureWriter {
 
 std::vector<std::string> ViewForms() {
 #ifdef LIDCAM_HAS_FILM
-  return {"mkv", "mp4", "avi", "mjpeg", "y4m"};
+  return {"mkv", "mp4", "avi", "mjpeg", "y4m", "yuy2"};
 #else
-  return {"mjpeg", "y4m"};
+  return {"mjpeg", "y4m", "yuy2"};
 #endif
 }
 
