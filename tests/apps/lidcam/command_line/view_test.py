@@ -138,6 +138,22 @@ class ViewTest(CommandLineTest):
                            .encode())
             self.assertIn(b"Set-Cookie: lidcam_", client.recv(4096))
 
+    def test_a_token_from_a_file_opens_the_addresses_of_other_programs(self):
+        with open(self.path("token"), "w", encoding="ascii") as file:
+            file.write("0123456789abcdef-_XY\n")
+        with open(self.path("short"), "w", encoding="ascii") as file:
+            file.write("0123456789abcde\n")
+        _, port, _ = self.view("--no-browser", "--token-file", self.path("token"))
+        address = f"http://127.0.0.1:{port}/snapshot.jpg?token=0123456789abcdef-_XY"
+        with urllib.request.urlopen(address, timeout=60) as picture:
+            self.assertEqual(picture.read(2), b"\xff\xd8")
+        with self.assertRaises(urllib.error.HTTPError) as refused:
+            urllib.request.urlopen(address[:-1], timeout=60)
+        self.assertEqual(refused.exception.code, 403)
+        refused.exception.close()
+        self.assert_one_line_error(self.run_lidcam("view", "--token-file", self.path("short")), 1, "short", "16")
+        self.assert_one_line_error(self.run_lidcam("view", "--token-file", self.path("none")), 1, "none", "token")
+
     def test_the_browser_is_started_without_the_token_in_its_arguments(self):
         programs, runtime = self.path("bin"), self.path("runtime")
         os.mkdir(programs)
