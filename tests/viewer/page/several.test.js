@@ -102,10 +102,14 @@ test('a capture has a time line that is scrubbed, paused and stepped', async (t)
   };
   await seek(0.8);
   assert.match(await page.locator('.timeline .time').innerText(), /^0:03\.[0-4] \/ 0:0[34]/);
+  assert.equal(await page.locator('.identity .state').innerText(), 'paused');
+  const overflow = await page.evaluate(() => document.documentElement.scrollWidth - window.innerWidth);
+  assert.ok(overflow <= 0, `${overflow} pixels wider than the window`);
   await page.screenshot({ path: join(PICTURES, 'capture.png') });
   assert.deepEqual(await violations(await loadAxe(context, page)), []);
   await page.getByRole('button', { name: 'Play' }).click();
   await page.getByRole('button', { name: 'Pause' }).first().waitFor();
+  await until(async () => (await page.locator('.identity .state').innerText()) === 'playing', 'playing');
   await frameAfter(page, await shownNumber(page));
   watch.assertClean();
   await context.close();
