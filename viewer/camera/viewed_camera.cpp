@@ -1,6 +1,7 @@
 #include "viewer/camera/viewed_camera.h"
 
 #include <algorithm>
+#include <string_view>
 #include <utility>
 
 #include "library/base/command_error.h"
@@ -14,6 +15,7 @@ constexpr std::chrono::seconds kRetryInterval{1};
 constexpr std::chrono::seconds kLongestWait{1};
 constexpr std::chrono::seconds kLongestSilence{5};
 constexpr std::size_t kBuffers = 8;
+constexpr std::string_view kSteeredSensor = "VGA0708";  // the exposure of others is their chip's
 
 }  // namespace
 
@@ -238,6 +240,7 @@ bool ViewedCamera::EnsureOpen() {
     });
     session_->SetEventHandler([this](const app::SessionEvent& event) { OnEvent(event); });
     ReadFacts(*session_, state_);
+    hasLoop_ = state_.Sensor == kSteeredSensor;
   } catch (const std::exception& error) {
     session_.reset();
     trace_.reset();

@@ -174,6 +174,7 @@ class ViewedCamera {
   std::optional<double> seek_;
 
   std::int64_t pictures_ = 0;  ///< on the thread that takes frames
+  bool hasLoop_ = false;       ///< the driver steers the exposure; written while no stream runs
 
   // Of the thread alone.
   CameraState state_;

@@ -5,7 +5,14 @@
 namespace lidcam::viewer {
 namespace {
 
-std::shared_ptr<const Picture> PictureOf(const app::LentFrame& frame, std::int64_t number) {
+// The driver's variables are those of the camera that it steered last, which may be another one of the process.
+app::FrameRow LoopRowOf(const app::FrameFacts& facts, bool hasLoop) {
+  if (hasLoop) return facts.Loop;
+  return {.Luma = facts.Loop.Luma, .State = facts.Loop.State};
+}
+
+std::shared_ptr<const Picture> PictureOf(const app::LentFrame& frame, const app::FrameRow& loop,
+                                         std::int64_t number) {
   constexpr double kSecondsOfUnit = 1e-7;
   constexpr double kMillisecondsPerNanosecond = 1e-6;
   const app::FrameFacts& facts = frame.Facts();
@@ -21,15 +28,14 @@ std::shared_ptr<const Picture> PictureOf(const app::LentFrame& frame, std::int64
               .IsWhole = facts.IsGood,
               .Seconds = static_cast<double>(facts.Position.PresentationTime) * kSecondsOfUnit,
               .Monotonic = monotonic,
-              .Exposure = facts.Loop.Exposure,
-              .CoarseGain = facts.Loop.CoarseGain,
-              .FineGain = facts.Loop.FineGain,
-              .Light = facts.Loop.State});
+              .Exposure = loop.Exposure,
+              .CoarseGain = loop.CoarseGain,
+              .FineGain = loop.FineGain,
+              .Light = loop.State});
 }
 
-LoopStep LoopOf(const app::FrameFacts& facts, double monotonic) {
+LoopStep LoopOf(const app::FrameRow& loop, double monotonic) {
   constexpr double kSecondsPerMillisecond = 1e-3;
-  const app::FrameRow& loop = facts.Loop;
   return {.Time = monotonic * kSecondsPerMillisecond,
           .Luminance = loop.Luma,
           .Exposure = loop.Exposure,
@@ -44,8 +50,9 @@ LoopStep LoopOf(const app::FrameFacts& facts, double monotonic) {
 
 // The newest picture takes the place of one that the pages' thread has not fetched yet.
 void ViewedCamera::TakeFrame(std::unique_ptr<app::LentFrame> frame) {
-  const std::shared_ptr<const Picture> picture = PictureOf(*frame, ++pictures_);
-  telemetry_.NoteLoop(LoopOf(frame->Facts(), picture->Monotonic));
+  const app::FrameRow loop = LoopRowOf(frame->Facts(), hasLoop_);
+  const std::shared_ptr<const Picture> picture = PictureOf(*frame, loop, ++pictures_);
+  telemetry_.NoteLoop(LoopOf(loop, picture->Monotonic));
   frame.reset();  // its buffer goes back to the driver
   bool isFirst = false;
   {

@@ -211,6 +211,20 @@ class ViewTest(CommandLineTest):
             self.assertIsInstance(loop["luminance"], int)
             page.hear_until(lambda message: message.get("bus", {}).get("camera") == camera and message["bus"]["good"] > 0)
 
+    def test_a_camera_whose_chip_exposes_has_not_the_exposure_of_the_other(self):
+        page = self.page("--camera", "sim:1af0:0511", "--camera", "sim:1af0:6010,sensor=OV7670")
+        page.say(do="watch", cameras=[0, 1])
+        page.picture()
+        page.say(do="simulate", camera=0, light=20)
+
+        def loop_of(camera, fits):
+            return page.hear_until(lambda message: message.get("loop", {}).get("camera") == camera
+                                   and fits(message["loop"]))["loop"]
+
+        self.assertGreater(loop_of(0, lambda loop: loop["exposure"] > 0)["coarseGain"], 0)
+        loop = loop_of(1, lambda loop: True)
+        self.assertEqual([loop[name] for name in ("exposure", "exposureLines", "coarseGain", "fineGain")], [0] * 4)
+
     def test_the_traces_of_two_cameras_are_told_apart(self):
         page = self.page("--camera", "sim:1af0:0511", "--camera", "sim:1af0:6010,sensor=OV7670")
         for camera in (0, 1):
