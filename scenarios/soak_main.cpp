@@ -33,7 +33,7 @@ constexpr LONGLONG kPatience = 3 * kSecond;
 
 std::atomic<std::uint64_t> g_recoveries = 0;
 
-void CountRecoveries(const char* format, std::va_list) {
+void CountRecoveries(const CameraContext*, const char* format, std::va_list) {
   if (std::strncmp(format, "recovery ends", 13) == 0) ++g_recoveries;
 }
 

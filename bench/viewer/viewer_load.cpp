@@ -70,7 +70,7 @@ void PrintRow(double seconds, double interval, const std::vector<std::unique_ptr
     rates.push_back(static_cast<double>(pictures - before[i]) / interval);
     before[i] = pictures;
     bytes += viewers[i]->Bytes;
-    closed += viewers[i]->IsClosed ? 1 : 0;
+    closed += viewers[i]->IsClosed ? 1U : 0U;
   }
   std::ranges::sort(rates);
   std::printf("%6.0f  %7zu  %6zu  %7.1f  %6.1f  %7.1f  %8.1f  %7.1f\n", seconds,

@@ -34,13 +34,13 @@ bool LoopRuns(const CameraContext& context) {
          context.Flicker != FlickerOff;
 }
 
-void TraceStep(std::uint32_t lines) {
+void TraceStep(const CameraContext& context, std::uint32_t lines) {
   const std::int32_t index = AeIndex;
   const std::uint32_t exposure = AeOutput.Exposure;
   const std::uint32_t coarse = AeOutput.CoarseGain;
   const std::uint32_t fine = AeOutput.FineGain;
-  TraceCamera("exposure index=%d exposure=%u coarse=%u fine=%u lines=%u", index, exposure, coarse,
-              fine, lines);
+  TraceCamera(&context, "exposure index=%d exposure=%u coarse=%u fine=%u lines=%u", index, exposure,
+              coarse, fine, lines);
 }
 
 void WriteOperatingPoint(CameraContext& context) {
@@ -48,7 +48,7 @@ void WriteOperatingPoint(CameraContext& context) {
   const std::uint32_t bandStep = context.FlickerBandStep;
   const std::uint32_t lines = bandStep * AeOutput.Exposure;
   AppliedExposureLines = lines;
-  TraceStep(lines);
+  TraceStep(context, lines);
   DriverWriteSensorRegister(context, SensorRegister::Vga0708CoarseGain, AeOutput.CoarseGain);
   DriverWriteSensorRegister(context, SensorRegister::Vga0708FineGain, AeOutput.FineGain);
   DriverWriteSensorRegister(context, SensorRegister::VgaExposureLow, lines & 0xFF);

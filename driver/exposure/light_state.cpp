@@ -30,8 +30,9 @@ const char* NameOf(LightState state) {
   return "Dummy";
 }
 
-void TraceGivenUp(LightState from, const LightArrival& to) {
-  TraceCamera("light %s -> %s given up: application on the bus", NameOf(from), NameOf(to.State));
+void TraceGivenUp(const CameraContext& context, LightState from, const LightArrival& to) {
+  TraceCamera(&context, "light %s -> %s given up: application on the bus", NameOf(from),
+              NameOf(to.State));
 }
 
 void WriteRegisters(CameraContext& context, LightRegisters registers) {
@@ -72,7 +73,7 @@ void Close(CameraContext& context, LightClosing closing, LightModeNumber mode, C
 
 void Enter(CameraContext& context, LightState from, const LightArrival& to, CountField count,
            LightReading reading) {
-  TraceCamera("light %s -> %s exposure=%u luma=%u", NameOf(from), NameOf(to.State),
+  TraceCamera(&context, "light %s -> %s exposure=%u luma=%u", NameOf(from), NameOf(to.State),
               unsigned{reading.Exposure}, unsigned{reading.Luma});
   context.LightState = to.State;
   context.DriverRegisterBusy = 1;
@@ -92,7 +93,7 @@ void GiveUp(CameraContext& context, const LightTransition& transition) {
       DbgPrint(" The app is modifying regs, do NOTHING!\n");
       break;
   }
-  TraceGivenUp(transition.From, transition.To);
+  TraceGivenUp(context, transition.From, transition.To);
 }
 
 void Take(CameraContext& context, const LightTransition& transition, LightReading reading) {
@@ -140,7 +141,7 @@ void LeaveInitial(CameraContext& context, LightReading reading) {
   const bool isLowLight = reading.Exposure >= kInitialExposureOfLowLight;
   const LightArrival& to = isLowLight ? kInitialLowLight : kInitialNormal;
   if (context.AppRegisterBusy != 0) {
-    TraceGivenUp(LightStateInitial, to);
+    TraceGivenUp(context, LightStateInitial, to);
   } else {
     Enter(context, LightStateInitial, to, &CameraContext::LightTransitionCount, reading);
   }

@@ -25,8 +25,13 @@ std::optional<Number> NumberBehind(std::string_view line, std::string_view name)
 
 DeliveryWatch::DeliveryWatch(const CameraContext& context,
                              std::function<std::uint64_t()> microframes, DeliveryHandler delivered)
-    : context_(context), microframes_(std::move(microframes)), delivered_(std::move(delivered)) {
-  observer_.emplace([this](std::string_view line) { See(line); });
+    : context_(context),
+      microframes_(std::move(microframes)),
+      delivered_(std::move(delivered)),
+      events_(&context) {
+  observer_.emplace([this](const CameraContext* camera, std::string_view line) {
+    if (camera == &context_) See(line);
+  });
 }
 
 // A stream's first frame start ends no frame, and the trace has an end of 0 bytes. When the driver

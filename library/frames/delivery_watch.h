@@ -26,9 +26,10 @@ struct DeliveryReport {
   FrameRow Loop{};               ///< the exposure loop; frame number and light are not set here
 };
 
-/// Counts in the trace what a camera sends. Lines of all cameras count.
+/// Counts in the trace what a camera sends.
 class SentFrameCounter {
  public:
+  /// @param line  of the camera
   void See(std::string_view line);
 
   [[nodiscard]] const SentFrames& Sent() const { return sent_; }
@@ -43,7 +44,7 @@ class SentFrameCounter {
 using DeliveryHandler = std::function<void(std::uint64_t count)>;
 
 /// Learns from the driver's trace of each frame that a pin delivers, ahead of the application that
-/// gets it. In the order of the frames; one camera streams at a time.
+/// gets it. In the order of the frames. Lines of other cameras don't count.
 class DeliveryWatch {
  public:
   /// @param context      lives until End()

@@ -35,8 +35,10 @@ std::uint32_t HeaderByte(std::span<const std::uint8_t> rawFrame, std::size_t off
 
 }  // namespace
 
-ExposureEventCounter::ExposureEventCounter()
-    : observer_([this](std::string_view line) { See(line); }) {}
+ExposureEventCounter::ExposureEventCounter(const CameraContext* camera)
+    : observer_([this, camera](const CameraContext* its, std::string_view line) {
+        if (camera == nullptr || its == camera) See(line);
+      }) {}
 
 void ExposureEventCounter::See(std::string_view line) {
   if (line.starts_with("frame ")) {

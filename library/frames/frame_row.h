@@ -39,10 +39,11 @@ struct FrameRow {
   friend bool operator==(const FrameRow&, const FrameRow&) = default;
 };
 
-/// Counts in the trace what each frame's exposure control does. Lines of all cameras count.
+/// Counts in the trace what each frame's exposure control does.
 class ExposureEventCounter {
  public:
-  ExposureEventCounter();
+  /// @param camera  whose lines count; null: those of all cameras
+  explicit ExposureEventCounter(const CameraContext* camera = nullptr);
 
   /// What happened since the newest frame ended on the bus, which is the work on that frame.
   [[nodiscard]] const ExposureEvents& OfNewestFrame() const { return events_; }

@@ -23,17 +23,25 @@ struct TraceObservers {
     return *observers;
   }
 
-  [[gnu::format(printf, 1, 0)]] static void PassOn(const char* format, std::va_list arguments) {
+  [[gnu::format(printf, 2, 0)]] static void PassOn(const CameraContext* camera, const char* format,
+                                                   std::va_list arguments) {
     std::array<char, 160> line{};
     std::vsnprintf(line.data(), line.size(), format, arguments);
     TraceObservers& observers = Instance();
     const std::lock_guard lock(observers.Mutex);
     if (observers.IsPaused) return;
-    for (const TraceObserver* observer : observers.List) observer->handler_(line.data());
+    for (const TraceObserver* observer : observers.List) {
+      observer->handler_(camera, line.data());
+    }
   }
 };
 
-TraceObserver::TraceObserver(Handler handler) : handler_(std::move(handler)) {
+TraceObserver::TraceObserver(Handler handler)
+    : TraceObserver(
+          CameraHandler([handler = std::move(handler)](
+                            const CameraContext*, std::string_view line) { handler(line); })) {}
+
+TraceObserver::TraceObserver(CameraHandler handler) : handler_(std::move(handler)) {
   TraceObservers& observers = TraceObservers::Instance();
   const std::lock_guard lock(observers.Mutex);
   observers.List.push_back(this);

@@ -3,6 +3,10 @@
 #include <functional>
 #include <string_view>
 
+namespace lidcam {
+struct CameraContext;
+}
+
 namespace lidcam::app {
 
 /// Receives the trace lines of all cameras' drivers for as long as it exists.
@@ -15,8 +19,11 @@ namespace lidcam::app {
 class TraceObserver {
  public:
   using Handler = std::function<void(std::string_view line)>;
+  /// @param camera  as the driver's sink gets it: whose line it is, or null
+  using CameraHandler = std::function<void(const CameraContext* camera, std::string_view line)>;
 
   explicit TraceObserver(Handler handler);
+  explicit TraceObserver(CameraHandler handler);
   TraceObserver(const TraceObserver&) = delete;
   TraceObserver& operator=(const TraceObserver&) = delete;
   ~TraceObserver();
@@ -24,7 +31,7 @@ class TraceObserver {
  private:
   friend struct TraceObservers;
 
-  Handler handler_;
+  CameraHandler handler_;
 };
 
 /// Suppresses trace lines for all observers for as long as it exists: for a program's work with

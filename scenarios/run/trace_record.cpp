@@ -15,7 +15,8 @@ constexpr std::size_t kLinesKept = 100;
 
 constinit TraceRecord* g_record = nullptr;
 
-[[gnu::format(printf, 1, 0)]] void Take(const char* format, std::va_list arguments) {
+[[gnu::format(printf, 2, 0)]] void Take(const CameraContext*, const char* format,
+                                        std::va_list arguments) {
   std::array<char, 240> line{};
   std::vsnprintf(line.data(), line.size(), format, arguments);
   if (g_record != nullptr) g_record->AddOfDriver(line.data());

@@ -42,7 +42,7 @@ TEST(TransportTestbedInRealTime, StreamsFromAMachineWhoseThreadsRunLate) {
   bus::SimulatedBusOptions options;
   options.Pace = bus::Pacing::RealTime;
   bus::SimulatedBus bus(options);
-  SetCameraTraceSink([](const char* format, std::va_list) {
+  SetCameraTraceSink([](const CameraContext*, const char* format, std::va_list) {
     if (std::string_view(format).starts_with("iso start frame")) {
       std::this_thread::sleep_for(std::chrono::milliseconds(100));
     }

@@ -51,8 +51,8 @@ struct Picture {
   /// stream's time, and two pictures may have the same one.
   std::int64_t Number = 0;
   std::int64_t Drops = 0;  ///< frames of the stream that were not delivered
-  /// Otherwise bytes were lost on the bus, and the end of the picture is that of an older frame. Nothing if not known.
-  std::optional<bool> IsWhole{};
+  /// Otherwise bytes were lost on the bus, and the end of the picture is that of an older frame.
+  bool IsWhole = true;
   double Seconds = 0;    ///< of the stream
   double Monotonic = 0;  ///< ms of CLOCK_MONOTONIC at the frame's end on the bus; 0 for a recording
   std::uint32_t Exposure = 0;  ///< flicker periods

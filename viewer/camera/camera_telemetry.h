@@ -4,7 +4,6 @@
 #include <deque>
 #include <map>
 #include <mutex>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -40,10 +39,9 @@ struct BusCounts {
 
 /// The exposure loop behind a frame.
 struct LoopStep {
-  double Time = 0;  ///< seconds of CLOCK_MONOTONIC
-  std::optional<std::uint32_t>
-      Luminance{};             ///< as the camera reported it; unknown where several cameras run
-  std::uint32_t Exposure = 0;  ///< flicker periods
+  double Time = 0;              ///< seconds of CLOCK_MONOTONIC
+  std::uint32_t Luminance = 0;  ///< as the camera reported it, 0 to 255
+  std::uint32_t Exposure = 0;   ///< flicker periods
   std::uint32_t Lines = 0;
   std::uint32_t CoarseGain = 0;
   std::uint32_t FineGain = 0;

@@ -35,6 +35,11 @@ PictureRecording::Result PictureRecording::Finish() {
   return result_;
 }
 
+bool PictureRecording::HasFailed() {
+  const std::lock_guard lock(mutex_);
+  return !result_.Error.empty();
+}
+
 void PictureRecording::Run() {
   std::string error;
   try {

@@ -52,6 +52,9 @@ class PictureRecording {
   /// Completes the file with the pictures so far. Waits. The second call gives the same.
   Result Finish();
 
+  /// Nothing more is written: the file could not be opened, or the disk is full. Any thread.
+  [[nodiscard]] bool HasFailed();
+
   [[nodiscard]] const std::string& Path() const { return path_; }
 
   /// Two seconds, 37 MB of the largest pictures.

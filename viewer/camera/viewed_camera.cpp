@@ -1,6 +1,7 @@
 #include "viewer/camera/viewed_camera.h"
 
 #include <algorithm>
+#include <string_view>
 #include <utility>
 
 #include "library/base/command_error.h"
@@ -14,6 +15,7 @@ constexpr std::chrono::seconds kRetryInterval{1};
 constexpr std::chrono::seconds kLongestWait{1};
 constexpr std::chrono::seconds kLongestSilence{5};
 constexpr std::size_t kBuffers = 8;
+constexpr std::string_view kSteeredSensor = "VGA0708";  // the exposure of others is their chip's
 
 }  // namespace
 
@@ -182,8 +184,8 @@ void ViewedCamera::Settle(bool isWanted, app::PictureSize size) {
 void ViewedCamera::EnsureStream(app::PictureSize size) {
   if (running_ == size || !EnsureOpen()) return;
   StopStream();
-  app::SessionStream stream{.Size = size, .Buffers = kBuffers};
-  if (options_.IsOnly) stream.Watching = app::DeliveryWatching::EachDelivery;
+  app::SessionStream stream{
+      .Size = size, .Buffers = kBuffers, .Watching = app::DeliveryWatching::EachDelivery};
   if (!isRecording_) {
     stream.Handler = [this](std::unique_ptr<app::LentFrame> frame) { TakeFrame(std::move(frame)); };
   }
@@ -231,12 +233,14 @@ bool ViewedCamera::EnsureOpen() {
   options.Choice.Camera = address;
   options.Open = [this](const app::CameraChoice& choice) { return OpenBus(choice); };
   try {
-    if (options_.IsOnly) {
-      trace_.emplace([this](std::string_view line) { telemetry_.NoteLine(line); });
-    }
+    trace_.emplace(options_.IsOnly, [this](std::string_view line) { telemetry_.NoteLine(line); });
     session_ = std::make_unique<app::CameraSession>(options);
+    session_->Use([this](app::OpenedCamera& opened) {
+      opened.WithContext([this](const CameraContext& context) { trace_->BelongTo(context); });
+    });
     session_->SetEventHandler([this](const app::SessionEvent& event) { OnEvent(event); });
     ReadFacts(*session_, state_);
+    hasLoop_ = state_.Sensor == kSteeredSensor;
   } catch (const std::exception& error) {
     session_.reset();
     trace_.reset();

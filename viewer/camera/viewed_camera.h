@@ -12,10 +12,10 @@
 #include <thread>
 
 #include "library/session/camera_session.h"
-#include "library/settings/trace_observer.h"
 #include "viewer/camera/camera_description.h"
 #include "viewer/camera/camera_state.h"
 #include "viewer/camera/camera_telemetry.h"
+#include "viewer/camera/own_trace.h"
 #include "viewer/camera/picture_recording.h"
 #include "viewer/camera/simulation_panel.h"
 #include "viewer/camera/viewed_bus.h"
@@ -50,8 +50,7 @@ class ViewedCamera {
   struct Options {
     std::size_t Number = 0;  ///< passed on to the listener
     app::SessionOptions Session;
-    /// No other camera of this process runs. The driver's trace doesn't say which camera it is of: what is read from it
-    /// is then this camera's.
+    /// No other camera of this process runs: lines of the driver's trace that name no camera are then this one's.
     bool IsOnly = true;
     /// Kept open for this long when no page looks: a page that is loaded again finds it open.
     std::chrono::milliseconds Linger{2000};
@@ -175,6 +174,7 @@ class ViewedCamera {
   std::optional<double> seek_;
 
   std::int64_t pictures_ = 0;  ///< on the thread that takes frames
+  bool hasLoop_ = false;       ///< the driver steers the exposure; written while no stream runs
 
   // Of the thread alone.
   CameraState state_;
@@ -182,7 +182,7 @@ class ViewedCamera {
   std::optional<app::PictureSize> running_;
   double position_ = 0;                       ///< seconds, of a recording
   std::optional<Clock::time_point> begin_{};  ///< when its first frame would have been played
-  std::optional<app::TraceObserver> trace_;
+  std::optional<OwnTrace> trace_;
   Clock::time_point unusedSince_{};
   Clock::time_point nextTry_{};
   std::map<std::string, Clock::time_point> unsaved_;  ///< and when to save them

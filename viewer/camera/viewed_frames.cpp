@@ -5,8 +5,14 @@
 namespace lidcam::viewer {
 namespace {
 
-std::shared_ptr<const Picture> PictureOf(const app::LentFrame& frame, std::int64_t number,
-                                         bool isWatched) {
+// The driver's variables are those of the camera that it steered last, which may be another one of the process.
+app::FrameRow LoopRowOf(const app::FrameFacts& facts, bool hasLoop) {
+  if (hasLoop) return facts.Loop;
+  return {.Luma = facts.Loop.Luma, .State = facts.Loop.State};
+}
+
+std::shared_ptr<const Picture> PictureOf(const app::LentFrame& frame, const app::FrameRow& loop,
+                                         std::int64_t number) {
   constexpr double kSecondsOfUnit = 1e-7;
   constexpr double kMillisecondsPerNanosecond = 1e-6;
   const app::FrameFacts& facts = frame.Facts();
@@ -14,41 +20,39 @@ std::shared_ptr<const Picture> PictureOf(const app::LentFrame& frame, std::int64
   constexpr double kMillisecondsPerSecond = 1e3;
   double monotonic = static_cast<double>(facts.MonotonicNanoseconds) * kMillisecondsPerNanosecond;
   if (monotonic == 0) monotonic = MonotonicSeconds() * kMillisecondsPerSecond;
-  const auto isWhole = isWatched ? std::optional(facts.IsGood) : std::nullopt;
   return std::make_shared<const Picture>(
       Picture{.Yuy2 = {bytes, bytes + frame.Bytes().size()},
               .Size = facts.Size,
               .Number = number,
               .Drops = facts.LostCount,
-              .IsWhole = isWhole,
+              .IsWhole = facts.IsGood,
               .Seconds = static_cast<double>(facts.Position.PresentationTime) * kSecondsOfUnit,
               .Monotonic = monotonic,
-              .Exposure = facts.Loop.Exposure,
-              .CoarseGain = facts.Loop.CoarseGain,
-              .FineGain = facts.Loop.FineGain,
-              .Light = facts.Loop.State});
+              .Exposure = loop.Exposure,
+              .CoarseGain = loop.CoarseGain,
+              .FineGain = loop.FineGain,
+              .Light = loop.State});
 }
 
-LoopStep LoopOf(const app::FrameFacts& facts, double monotonic, bool isOnly) {
+LoopStep LoopOf(const app::FrameRow& loop, double monotonic) {
   constexpr double kSecondsPerMillisecond = 1e-3;
-  const app::FrameRow& loop = facts.Loop;
-  LoopStep step{.Time = monotonic * kSecondsPerMillisecond,
-                .Exposure = loop.Exposure,
-                .Lines = loop.Lines,
-                .CoarseGain = loop.CoarseGain,
-                .FineGain = loop.FineGain,
-                .Light = loop.State,
-                .HasWritten = loop.Events.Steps != 0};
-  if (isOnly) step.Luminance = loop.Luma;
-  return step;
+  return {.Time = monotonic * kSecondsPerMillisecond,
+          .Luminance = loop.Luma,
+          .Exposure = loop.Exposure,
+          .Lines = loop.Lines,
+          .CoarseGain = loop.CoarseGain,
+          .FineGain = loop.FineGain,
+          .Light = loop.State,
+          .HasWritten = loop.Events.Steps != 0};
 }
 
 }  // namespace
 
 // The newest picture takes the place of one that the pages' thread has not fetched yet.
 void ViewedCamera::TakeFrame(std::unique_ptr<app::LentFrame> frame) {
-  const std::shared_ptr<const Picture> picture = PictureOf(*frame, ++pictures_, options_.IsOnly);
-  telemetry_.NoteLoop(LoopOf(frame->Facts(), picture->Monotonic, options_.IsOnly));
+  const app::FrameRow loop = LoopRowOf(frame->Facts(), hasLoop_);
+  const std::shared_ptr<const Picture> picture = PictureOf(*frame, loop, ++pictures_);
+  telemetry_.NoteLoop(LoopOf(loop, picture->Monotonic));
   frame.reset();  // its buffer goes back to the driver
   bool isFirst = false;
   {

@@ -37,6 +37,8 @@ class Watcher {
     static_cast<void>(camera);
     return false;
   }
+  /// Looks whether recordings that it has begun have failed.
+  virtual void CheckRecordings() {}
   /// Whether it counts as a page that is open.
   [[nodiscard]] virtual bool IsPage() const { return false; }
 };

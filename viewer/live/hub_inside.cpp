@@ -54,6 +54,9 @@ class UploadedFile {
 
 void Hub::Tick() {
   ++ticks_;
+  if (ticks_ % kTicksOfCounts == 0) {
+    for (Watcher* const watcher : watchers_) watcher->CheckRecordings();
+  }
   for (std::size_t i = 0; i < cameras_.size(); ++i) {
     CameraTelemetry& telemetry = cameras_[i].View->Telemetry();
     TellLoop(i);

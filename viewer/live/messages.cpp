@@ -107,11 +107,9 @@ json ToJson(std::size_t camera, const CameraState& state) {
 }
 
 json ToJson(std::size_t camera, const LoopStep& step) {
-  json luminance;
-  if (step.Luminance) luminance = *step.Luminance;
   return {{"camera", camera},
           {"time", step.Time},
-          {"luminance", std::move(luminance)},
+          {"luminance", step.Luminance},
           {"target", kTargetLuma},
           {"low", kTargetLuma - kDeadBand},
           {"high", kTargetLuma + kDeadBand},
@@ -150,15 +148,13 @@ json ToJson(std::size_t camera, const std::vector<RegisterValue>& values, std::s
 
 std::string PictureHeader(std::size_t camera, const Picture& picture, double sent) {
   constexpr int kByteBits = 8;
-  json whole;
-  if (picture.IsWhole) whole = *picture.IsWhole;
   const std::string text = TextOf({{"camera", camera},
                                    {"number", picture.Number},
                                    {"time", picture.Seconds},
                                    {"monotonic", picture.Monotonic},
                                    {"sent", sent},
                                    {"drops", picture.Drops},
-                                   {"whole", std::move(whole)},
+                                   {"whole", picture.IsWhole},
                                    {"width", picture.Size.Width},
                                    {"height", picture.Size.Height},
                                    {"exposure", picture.Exposure},

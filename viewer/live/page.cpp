@@ -131,8 +131,7 @@ void Page::Shown(const Json& message) {
 }
 
 void Page::TellClock(const Json& message) {
-  link_.SendText(
-      TextOf({{"clock", {{"sent", message.at("sent")}, {"server", MonotonicMilliseconds()}}}}));
+  Tell(TextOf({{"clock", {{"sent", message.at("sent")}, {"server", MonotonicMilliseconds()}}}}));
 }
 
 void Page::Set(const Json& message) {
@@ -198,9 +197,9 @@ void Page::Pixels(const Json& message) {
 }
 
 void Page::Answer(const Json& message, Json answer) {
-  if (!isOpen_ || !message.contains("id")) return;
+  if (!message.contains("id")) return;
   answer["answer"] = message["id"];
-  link_.SendText(TextOf(answer));
+  Tell(TextOf(answer));
 }
 
 ViewedCamera::Done Page::AnswerLater(const Json& message) {

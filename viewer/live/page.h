@@ -51,6 +51,7 @@ class Page final : public Watcher, public std::enable_shared_from_this<Page> {
   void Tell(const std::string& message) override;
   void TellPassing(const std::string& message) override;
   [[nodiscard]] bool WantsTrace(std::size_t camera) const override;
+  void CheckRecordings() override;
   [[nodiscard]] bool IsPage() const override { return true; }
 
   /// A page that has this much pending is not read any more: it is closed.

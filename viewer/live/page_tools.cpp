@@ -2,6 +2,7 @@
 #include <optional>
 #include <stdexcept>
 #include <utility>
+#include <vector>
 
 #include "library/base/command_error.h"
 #include "viewer/live/messages.h"
@@ -64,6 +65,21 @@ void Page::Stop(const Json& message) {
   });
 }
 
+// A full disk is told at once, and not when the page stops the recording an hour later.
+void Page::CheckRecordings() {
+  std::vector<std::uint64_t> failed;
+  for (const auto& [id, film] : films_) {
+    if (film.Recording->HasFailed()) failed.push_back(id);
+  }
+  for (const std::uint64_t id : failed) {
+    const Json head = {{"camera", films_.at(id).Camera}, {"recording", id}};
+    EndRecording(id, [page = weak_from_this(), head](Json ended) {
+      ended.update(head);
+      if (const auto self = page.lock()) self->Tell(TextOf({{"recordingEnded", std::move(ended)}}));
+    });
+  }
+}
+
 // The file is completed on the camera's thread, which may take a second. One that nobody waits for is not kept.
 void Page::EndRecording(std::uint64_t id, const std::function<void(const Json& answer)>& tell) {
   const Film film = films_.at(id);
@@ -84,7 +100,9 @@ void Page::EndRecording(std::uint64_t id, const std::function<void(const Json& a
                  if (!tell) return;
                  Json answer = {{"frames", result.Frames}, {"lost", result.Lost}};
                  if (result.Frames != 0) answer["href"] = "/recordings/" + std::to_string(id);
-                 if (!result.Error.empty()) answer["error"] = result.Error;
+                 if (!result.Error.empty()) {
+                   answer[result.Frames == 0 ? "error" : "failure"] = result.Error;
+                 }
                  tell(answer);
                });
 }

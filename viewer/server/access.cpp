@@ -2,8 +2,10 @@
 
 #include <sys/random.h>
 
+#include <algorithm>
 #include <array>
 #include <stdexcept>
+#include <utility>
 
 #include "library/control_socket/base64.h"
 
@@ -57,11 +59,20 @@ std::string NewSecret() {
   return text;
 }
 
-Access::Access(std::optional<std::string> password)
+bool IsFitForToken(std::string_view text) {
+  constexpr std::size_t kLeast = 16;
+  const auto isFit = [](char letter) {
+    return (letter >= 'a' && letter <= 'z') || (letter >= 'A' && letter <= 'Z') ||
+           (letter >= '0' && letter <= '9') || letter == '-' || letter == '_';
+  };
+  return text.size() >= kLeast && std::ranges::all_of(text, isFit);
+}
+
+Access::Access(std::optional<std::string> password, std::optional<std::string> programToken)
     : password_(std::move(password)),
       token_(NewSecret()),
       session_(NewSecret()),
-      snapshotToken_(NewSecret()) {}
+      snapshotToken_(programToken ? std::move(*programToken) : NewSecret()) {}
 
 bool Access::IsOwnHost(std::string_view host, const LocalAddress& local) {
   if (IsEqualWithoutCase(host, local.Text)) return true;

@@ -13,6 +13,9 @@ namespace lidcam::viewer {
 /// A secret of 128 random bits, as 32 hexadecimal digits. Throws std::runtime_error.
 [[nodiscard]] std::string NewSecret();
 
+/// Whether a text may be the token of the addresses for other programs: at least 16 letters, digits, '-' and '_'.
+[[nodiscard]] bool IsFitForToken(std::string_view text);
+
 /// Where a connection reached the server.
 struct LocalAddress {
   std::string Text;  ///< "127.0.0.1:8080", "[::1]:8080": what a Host field must name
@@ -24,8 +27,10 @@ struct LocalAddress {
 /// browser's cookie. Pages of other origins are kept away, also those that have their name resolve to this machine.
 class Access {
  public:
-  /// @param password  none: the token opens
-  explicit Access(std::optional<std::string> password);
+  /// @param password      none: the token opens
+  /// @param programToken  of the addresses for other programs; none: one that is drawn now
+  explicit Access(std::optional<std::string> password,
+                  std::optional<std::string> programToken = std::nullopt);
 
   /// Whether a Host field names the address that the connection reached: a page that rebinds its name to this
   /// machine's address names its own.

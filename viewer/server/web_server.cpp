@@ -25,7 +25,7 @@ struct WebServer::Parts {
   explicit Parts(serve::Listener listening, Options options)
       : Listening(std::move(listening)),
         Most(options.MostConnections),
-        Rules(std::move(options.Password)),
+        Rules(std::move(options.Password), std::move(options.ProgramToken)),
         Pages(Rules, options.Cameras.size(), std::move(options.PageFolder)),
         Cameras({.Cameras = std::move(options.Cameras),
                  .Version = std::move(options.Version),

@@ -20,6 +20,7 @@ class WebServer {
     std::vector<HubCamera> Cameras;
     std::string Version;
     std::optional<std::string> Password{};
+    std::optional<std::string> ProgramToken{};  ///< of the addresses for other programs
     /// The page's files, in place of the program's own: to work on the page.
     std::optional<std::filesystem::path> PageFolder{};
     std::vector<std::string> Forms{};  ///< of recordings: "mkv"

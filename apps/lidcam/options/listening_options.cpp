@@ -22,10 +22,15 @@ serve::Listener Opened(serve::Listener (*open)(const std::string& where),
 }  // namespace
 
 std::string PasswordIn(const std::string& path) {
+  return FirstLineIn(path, "--password-file", "password");
+}
+
+std::string FirstLineIn(const std::string& path, const std::string& option,
+                        const std::string& what) {
   std::ifstream file(path);
   std::string line;
   if (!std::getline(file, line) || line.empty()) {
-    throw CommandError("--password-file '" + path + "': no password can be read in its first line");
+    throw CommandError(option + " '" + path + "': no " + what + " can be read in its first line");
   }
   return line;
 }

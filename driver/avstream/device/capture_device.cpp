@@ -103,7 +103,7 @@ NTSTATUS CaptureDevice::PnpStart(PKSDEVICE device, PIRP, PCM_RESOURCE_LIST, PCM_
   KsAcquireDevice(device);
   const NTSTATUS status = PublishFilter(device);
   KsReleaseDevice(device);
-  TraceCamera("device filter -> %08X", static_cast<unsigned>(status));
+  TraceCamera(nullptr, "device filter -> %08X", static_cast<unsigned>(status));
   return WdmLevel < kStartsInStart ? status : StartAndNote(device);
 }
 
@@ -163,7 +163,7 @@ void CaptureDevice::PowerSet(PKSDEVICE, PIRP, DEVICE_POWER_STATE to, DEVICE_POWE
   if (to == PowerDeviceD0 && current == PowerDeviceD3) PowerUp(to, from, StreamVideoInfo);
   if (to == PowerDeviceD3) PowerDown(to, from);
   DevicePowerState = to;
-  TraceCamera("device power D%d", static_cast<int>(to) - static_cast<int>(PowerDeviceD0));
+  TraceCamera(nullptr, "device power D%d", static_cast<int>(to) - static_cast<int>(PowerDeviceD0));
 }
 
 NTSTATUS CaptureDevice::SetCameraProperty(PIRP irp, void* request, void* data) {

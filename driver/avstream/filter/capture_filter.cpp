@@ -23,7 +23,7 @@ NTSTATUS NTAPI CreateFilter(PKSFILTER filter, PIRP irp) {
   auto* const object = ::new (memory) CaptureFilter(filter);
   const NTSTATUS status = object->Create(filter, irp);
   if (!NT_SUCCESS(status) && filter->Context != object) DestroyCaptureFilter(object);
-  TraceCamera("filter create -> %08X", static_cast<unsigned>(status));
+  TraceCamera(nullptr, "filter create -> %08X", static_cast<unsigned>(status));
   return status;
 }
 

@@ -43,7 +43,7 @@ NTSTATUS NTAPI CreatePin(PKSPIN pin, PIRP irp) {
   auto* const object = ::new (memory) CapturePin(pin, CaptureDeviceOf(KsGetDevice(pin)));
   const NTSTATUS status = object->Create(pin, irp);
   if (!NT_SUCCESS(status) && pin->Context != object) DestroyCapturePin(object);
-  TraceCamera("pin create -> %08X", static_cast<unsigned>(status));
+  TraceCamera(nullptr, "pin create -> %08X", static_cast<unsigned>(status));
   return status;
 }
 
@@ -63,7 +63,7 @@ NTSTATUS ChangeFormat(PKSPIN pin, PKSDATAFORMAT oldFormat, PKSMULTIPLE_ITEM oldA
 NTSTATUS NTAPI SetPinFormat(PKSPIN pin, PKSDATAFORMAT oldFormat, PKSMULTIPLE_ITEM oldAttributes,
                             const KSDATARANGE* dataRange, const KSATTRIBUTE_LIST* attributeRange) {
   const NTSTATUS status = ChangeFormat(pin, oldFormat, oldAttributes, dataRange, attributeRange);
-  TraceCamera("pin format %s -> %08X", oldFormat != nullptr ? "change" : "check",
+  TraceCamera(nullptr, "pin format %s -> %08X", oldFormat != nullptr ? "change" : "check",
               static_cast<unsigned>(status));
   return status;
 }

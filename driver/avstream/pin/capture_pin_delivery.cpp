@@ -87,12 +87,12 @@ NTSTATUS CapturePin::DeliverRawFrame(PKSSTREAM_POINTER& frame) {
   // The device may have been restarted, with another record, since the pin was created.
   Camera = camera.Camera();
   if (raw.Frame() == nullptr || Camera == nullptr) {
-    TraceCamera("pin frame none");
+    TraceCamera(Camera, "pin frame none");
     return STATUS_UNSUCCESSFUL;
   }
   frame = KsPinGetLeadingEdgeStreamPointer(Pin, KSSTREAM_POINTER_STATE_LOCKED);
   if (frame == nullptr) {
-    TraceCamera("pin frame no buffer");
+    TraceCamera(Camera, "pin frame no buffer");
     return STATUS_UNSUCCESSFUL;
   }
   KSSTREAM_HEADER& header = *frame->StreamHeader;
@@ -138,7 +138,7 @@ KS_FRAME_INFO CapturePin::CompleteHeader(KSSTREAM_HEADER& header, IKsReferenceCl
 
 NTSTATUS CapturePin::Process(PKSPIN) {
   if (SkipsFrame()) {
-    TraceCamera("pin frame skipped");
+    TraceCamera(Camera, "pin frame skipped");
     return STATUS_UNSUCCESSFUL;
   }
   const ClockHold clock(*this);
@@ -150,7 +150,7 @@ NTSTATUS CapturePin::Process(PKSPIN) {
   const NTSTATUS status = DeliverRawFrame(frame);
   if (status != STATUS_PENDING) return status;
   const KS_FRAME_INFO info = CompleteHeader(*frame->StreamHeader, clock.Clock());
-  TraceCamera("pin frame picture=%lld drop=%lld bytes=%u",
+  TraceCamera(Camera, "pin frame picture=%lld drop=%lld bytes=%u",
               static_cast<long long>(info.PictureNumber), static_cast<long long>(info.DropCount),
               static_cast<unsigned>(PublishedFrameSize));
   KsStreamPointerUnlock(frame, TRUE);

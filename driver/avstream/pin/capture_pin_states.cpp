@@ -130,8 +130,8 @@ NTSTATUS CapturePin::SetDeviceState(PKSPIN, KSSTATE to, KSSTATE from) {
       break;
     }
   }
-  TraceCamera("pin state %d -> %d status=%08X", static_cast<int>(from), static_cast<int>(to),
-              static_cast<unsigned>(result));
+  TraceCamera(nullptr, "pin state %d -> %d status=%08X", static_cast<int>(from),
+              static_cast<int>(to), static_cast<unsigned>(result));
   return result;
 }
 

@@ -18,12 +18,12 @@ void SetCameraTraceSink(CameraTraceSink sink) {
   g_traceSink = Sink{sink};
 }
 
-void TraceCamera(const char* format, ...) {
+void TraceCamera(const CameraContext* camera, const char* format, ...) {
   const Sink sink = g_traceSink;
   if (sink.Function == nullptr) return;
   std::va_list arguments;
   va_start(arguments, format);
-  sink.Function(format, arguments);
+  sink.Function(camera, format, arguments);
   va_end(arguments);
 }
 

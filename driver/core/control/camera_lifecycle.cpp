@@ -145,14 +145,14 @@ void DestroyCameraContext(CameraContext* context) {
 
 Status MarkStreaming(CameraContext& context) {
   context.Streaming = 1;
-  TraceCamera("stream on");
+  TraceCamera(&context, "stream on");
   return 0;
 }
 
 Status EndStream(CameraContext& context) {
   RequireLevelAtMost(PASSIVE_LEVEL);
   context.Streaming = 0;
-  TraceCamera("stream off");
+  TraceCamera(&context, "stream off");
   PowerAndLed(context, PowerBits::Write, SensorPower::Rest, LedBit::Write, LedState::Off,
               RegisterPath::Application);
   return 0;
@@ -164,14 +164,14 @@ Status StreamIdle(CameraContext&) {
 
 Status SuspendCamera(CameraContext& context) {
   context.PowerOn = 0;
-  TraceCamera("power off");
+  TraceCamera(&context, "power off");
   return 0;
 }
 
 Status ResumeCamera(CameraContext& context) {
   RequireLevelAtMost(PASSIVE_LEVEL);
   context.PowerOn = 1;
-  TraceCamera("power on");
+  TraceCamera(&context, "power on");
   ApplySetupRegisters(context);
   WriteBridgeRegister(context, BridgeRegister::Mode, context.BridgeMode);
   return 0;

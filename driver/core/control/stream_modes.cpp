@@ -147,7 +147,7 @@ Status SelectStreamMode(CameraContext& context, const FormatRequest& request) {
   context.StreamAlternateSetting = request.AlternateSetting;
   SelectRawSize(context, request.AlternateSetting);
   StoreRawFrameSize(context);
-  TraceCamera("stream setting=%u size-mode=%u frame-bytes=%u", request.AlternateSetting,
+  TraceCamera(&context, "stream setting=%u size-mode=%u frame-bytes=%u", request.AlternateSetting,
               static_cast<std::uint32_t>(context.RawSizeMode),
               static_cast<std::uint32_t>(context.RawFrameSize));
   return ProgramStreamMode(context);

@@ -31,16 +31,16 @@ void BeginAssembly(FrameAssembly& assembly) {
   assembly.DiscardFrame = 1;
 }
 
-void PublishFrame(FrameAssembly& assembly) {
+void PublishFrame(FrameAssembly& assembly, const CameraContext* camera) {
   const FrameSink& sink = assembly.Sink;
   if (sink.IsProcessing(sink.Context) != 0) {
-    TraceCamera("frame busy bytes=%u", assembly.FillFrameBytes);
+    TraceCamera(camera, "frame busy bytes=%u", assembly.FillFrameBytes);
   } else {
     NT_ASSERT(assembly.FillBuffer != assembly.ReadyBuffer);
     std::uint8_t* const finished = assembly.FillBuffer;
     assembly.FillBuffer = assembly.ReadyBuffer;
     assembly.ReadyBuffer = finished;
-    TraceCamera("frame published bytes=%u", assembly.FillFrameBytes);
+    TraceCamera(camera, "frame published bytes=%u", assembly.FillFrameBytes);
     sink.PublishRawFrame(sink.Context, finished, assembly.FillFrameBytes);
     if (sink.StreamRunning(sink.Context) != 0) sink.WakeConsumer(sink.Context);
   }

@@ -82,8 +82,10 @@ void BeginAssembly(FrameAssembly& assembly);
 /// While the consumer reads, the frame stays in FillBuffer and is overwritten by the next one: the
 /// consumer's older frame is unchanged. Between that test and the swap the consumer may begin to
 /// read; it then gets a frame torn by the packets of the next one.
+///
+/// @param camera  whose frame it is, for the trace
 /// @par Callable on the frame thread only
-void PublishFrame(FrameAssembly& assembly);
+void PublishFrame(FrameAssembly& assembly, const CameraContext* camera);
 
 /// Takes one packet: stores it, drops it, or finishes a frame with it.
 ///

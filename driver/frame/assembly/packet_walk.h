@@ -103,13 +103,13 @@ void PacketWalk<kParse>::TurnFrame(Payload payload, bool isBad) {
 template <PacketParser kParse>
 void PacketWalk<kParse>::FinishFrame() {
   if (assembly_.ForcePublish != 0) {
-    PublishFrame(assembly_);
+    PublishFrame(assembly_, &context_);
     assembly_.ForcePublish = 0;
   } else if (assembly_.DiscardFrame != 0) {
     assembly_.DiscardFrame = 0;
-    TraceCamera("frame discarded");
+    TraceCamera(&context_, "frame discarded");
   } else {
-    PublishFrame(assembly_);
+    PublishFrame(assembly_, &context_);
   }
 }
 

@@ -99,8 +99,8 @@ Status DeliverFrameWithin(CameraContext& context, const DeliveryBuffer& destinat
     if (HasRoomFor(destination, size)) {
       DeliverPixels(destination.Data, pixels, size, *native);
     } else {
-      TraceCamera("frame too large for its buffer size=%dx%d room=%u", size.Width, size.Height,
-                  destination.Room);
+      TraceCamera(&context, "frame too large for its buffer size=%dx%d room=%u", size.Width,
+                  size.Height, destination.Room);
     }
   }
   bytesWritten = Yuy2Bytes(size);

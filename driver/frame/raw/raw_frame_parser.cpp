@@ -51,7 +51,7 @@ void CloseRawFrame(CameraContext& context, std::uint8_t& frameEnd, std::uint32_t
 
   frameEnd = isSettling ? 0 : 1;
   flags = isGood && !isSettling ? 0 : kPacketFlagBadFrame;
-  TraceCamera("frame end bytes=%u expected=%u %s", received, expected,
+  TraceCamera(&context, "frame end bytes=%u expected=%u %s", received, expected,
               isSettling ? "settling" : (isGood ? "good" : "bad"));
 }
 

@@ -96,8 +96,8 @@ void CaptureStill(CameraContext& context, std::uint8_t* pixels) {
   DbgPrint("ulWidth = %d", size.Width);
   DbgPrint("ulHeight = %d", size.Height);
   DbgPrint("srcIndex = %d", size.SizeIndex);
-  TraceCamera("still %ux%u index=%u value=%u status=%08X", size.Width, size.Height, size.SizeIndex,
-              value, static_cast<std::uint32_t>(status));
+  TraceCamera(&context, "still %ux%u index=%u value=%u status=%08X", size.Width, size.Height,
+              size.SizeIndex, value, static_cast<std::uint32_t>(status));
   context.StillRequested = 0;
 }
 

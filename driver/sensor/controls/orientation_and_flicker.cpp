@@ -240,7 +240,7 @@ void MeasureBand(CameraContext& context) {
   const std::int32_t band =
       Quotient(flicker == Flicker50Hz ? kClocksPerFlicker50 : kClocksPerFlicker60, clocks);
   context.FlickerBandStep = static_cast<std::uint8_t>(band);
-  TraceCamera("flicker band=%d line=%d divider=%d", band & 0xFF, line, divider);
+  TraceCamera(&context, "flicker band=%d line=%d divider=%d", band & 0xFF, line, divider);
 }
 
 Status Perform(CameraContext& context, const FlickerStep& step) {

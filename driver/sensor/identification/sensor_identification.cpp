@@ -65,7 +65,7 @@ SensorVersion ReadVersion(CameraContext& context) {
 
 void Decide(CameraContext& context, SensorType type) {
   context.SensorType = type;
-  TraceCamera("sensor type %d", static_cast<int>(type));
+  TraceCamera(&context, "sensor type %d", static_cast<int>(type));
 }
 
 // 1AF0:0511. The bridge of this model powers up with its serial bus ready.

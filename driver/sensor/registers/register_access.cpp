@@ -35,9 +35,10 @@ Status WriteSelected(CameraContext& context, Chip chip, RegisterAddress address,
   const Status status = SendWrite(context, address, byte);
   if (status == 0) {
     UpdateShadowRegister(context, address, byte, chip);
-    TraceCamera("bus  write %s %04X=%02X", ChipName(chip), address, byte);
+    TraceCamera(&context, "bus  write %s %04X=%02X", ChipName(chip), address, byte);
   } else {
-    TraceCamera("bus  write %s %04X=%02X failed %d", ChipName(chip), address, byte, status);
+    TraceCamera(&context, "bus  write %s %04X=%02X failed %d", ChipName(chip), address, byte,
+                status);
   }
   return status;
 }
@@ -47,9 +48,9 @@ Status ReadSelected(CameraContext& context, Chip chip, RegisterAddress address,
   SendWrite(context, kSelectRegister, SelectForRead(chip));
   const Status status = SendRead(context, address, result);
   if (status == 0) {
-    TraceCamera("bus  read  %s %04X -> %02X", ChipName(chip), address, result);
+    TraceCamera(&context, "bus  read  %s %04X -> %02X", ChipName(chip), address, result);
   } else {
-    TraceCamera("bus  read  %s %04X failed %d", ChipName(chip), address, status);
+    TraceCamera(&context, "bus  read  %s %04X failed %d", ChipName(chip), address, status);
   }
   return status;
 }
@@ -66,7 +67,7 @@ Status ApplicationWrite(CameraContext& context, Chip chip, RegisterAddress addre
 Status FramePathWrite(CameraContext& context, Chip chip, RegisterAddress address,
                       std::uint32_t value) {
   if (context.AppRegisterBusy != 0) {
-    TraceCamera("bus  write %s %04X=%02X refused", ChipName(chip), address, value & 0xFF);
+    TraceCamera(&context, "bus  write %s %04X=%02X refused", ChipName(chip), address, value & 0xFF);
     return kRegisterAccessRefused;
   }
   context.DriverRegisterBusy = 1;
@@ -78,7 +79,7 @@ Status FramePathWrite(CameraContext& context, Chip chip, RegisterAddress address
 // After the call the record may be freed, since this user of it is no longer waited for: nothing of
 // it is touched. The volatile access keeps the endless loop defined.
 [[noreturn]] void StopForGood(CameraContext& context, RegisterAddress address) {
-  TraceCamera("bus  read  bridge %04X stops for good", address);
+  TraceCamera(&context, "bus  read  bridge %04X stops for good", address);
   if (context.ThreadStops != nullptr) context.ThreadStops(context.TransportContext);
   const volatile bool isStopped = true;
   for (;;) {
@@ -180,7 +181,7 @@ Status ReadBridgeRegister(CameraContext& context, RegisterAddress address, std::
 Status DriverReadBridgeRegister(CameraContext& context, RegisterAddress address,
                                 std::uint8_t& result) {
   if (context.AppRegisterBusy != 0) {
-    TraceCamera("bus  read  bridge %04X refused", address);
+    TraceCamera(&context, "bus  read  bridge %04X refused", address);
     return kRegisterAccessRefused;
   }
   context.DriverRegisterBusy = 1;
@@ -196,9 +197,9 @@ Status ReadSensorRegister(CameraContext& context, RegisterAddress address, std::
 Status RawWriteRegister(CameraContext& context, std::uint16_t address, std::uint16_t value) {
   const Status status = SendWrite(context, address, value);
   if (status == 0) {
-    TraceCamera("bus  write raw %04X=%04X", address, value);
+    TraceCamera(&context, "bus  write raw %04X=%04X", address, value);
   } else {
-    TraceCamera("bus  write raw %04X=%04X failed %d", address, value, status);
+    TraceCamera(&context, "bus  write raw %04X=%04X failed %d", address, value, status);
   }
   return status;
 }
@@ -206,9 +207,9 @@ Status RawWriteRegister(CameraContext& context, std::uint16_t address, std::uint
 Status RawReadRegister(CameraContext& context, std::uint16_t address, std::uint8_t& result) {
   const Status status = SendRead(context, address, result);
   if (status == 0) {
-    TraceCamera("bus  read  raw %04X -> %02X", address, result);
+    TraceCamera(&context, "bus  read  raw %04X -> %02X", address, result);
   } else {
-    TraceCamera("bus  read  raw %04X failed %d", address, status);
+    TraceCamera(&context, "bus  read  raw %04X failed %d", address, status);
   }
   return status;
 }

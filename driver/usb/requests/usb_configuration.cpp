@@ -244,7 +244,8 @@ NTSTATUS SelectAlternateSetting(UsbDeviceRecord& device, std::uint8_t setting) {
     device.InterfaceInformation->AlternateSetting = setting;
   }
   const NTSTATUS status = SelectInterfaceSetting(device);
-  TraceCamera("usb  setting %u -> %s", setting, NT_SUCCESS(status) ? "selected" : "refused");
+  TraceCamera(device.Camera, "usb  setting %u -> %s", setting,
+              NT_SUCCESS(status) ? "selected" : "refused");
   return status;
 }
 

@@ -85,8 +85,12 @@ bool IsKnownDeviceClass(std::uint32_t deviceClass) {
   return deviceClass >= 1 && deviceClass <= 3;
 }
 
-NTSTATUS Traced(const char* what, NTSTATUS status) {
-  TraceCamera("stream %s -> %08X", what, static_cast<unsigned>(status));
+const CameraContext* CameraOf(const UsbDeviceRecord* device) {
+  return device != nullptr ? device->Camera : nullptr;
+}
+
+NTSTATUS Traced(const CameraContext* camera, const char* what, NTSTATUS status) {
+  TraceCamera(camera, "stream %s -> %08X", what, static_cast<unsigned>(status));
   return status;
 }
 
@@ -239,7 +243,7 @@ NTSTATUS UsbCaptureDevice::StartHardware(PKSDEVICE device) {
   RequireLevelAtMost(PASSIVE_LEVEL);
   EndLastStart();
   NTSTATUS status = AllocateRecords(device);
-  if (!NT_SUCCESS(status)) return Traced("hardware start", status);
+  if (!NT_SUCCESS(status)) return Traced(nullptr, "hardware start", status);
   FillRecords(device);
   status = ReadDeviceDescriptors(*UsbDevice);
   KeepPipeTable();
@@ -253,7 +257,7 @@ NTSTATUS UsbCaptureDevice::StartHardware(PKSDEVICE device) {
     }
   }
   if (!NT_SUCCESS(status)) FailStart();
-  return Traced("hardware start", status);
+  return Traced(CameraOf(UsbDevice), "hardware start", status);
 }
 
 NTSTATUS UsbCaptureDevice::StopHardware() {
@@ -270,7 +274,7 @@ NTSTATUS UsbCaptureDevice::StopHardware() {
   }
   WaitForWorkItems();
   if (UsbDevice != nullptr) CloseDeviceRecord();
-  return Traced("hardware stop", STATUS_SUCCESS);
+  return Traced(nullptr, "hardware stop", STATUS_SUCCESS);
 }
 
 void UsbCaptureDevice::CloseStreamRecord() {
@@ -294,7 +298,7 @@ NTSTATUS UsbCaptureDevice::OnDeviceGone(std::uint32_t reason) {
     // Behind the mutex, a stream under preparation is either prepared or refused.
     const DeviceMutex mutex(KsDevice);
   }
-  TraceCamera("device gone reason=%u", reason);
+  TraceCamera(CameraOf(UsbDevice), "device gone reason=%u", reason);
   if (UsbStream != nullptr && UsbStream->Opened != 0) {
     PauseStream();
     ReleaseStream();
@@ -319,12 +323,12 @@ NTSTATUS UsbCaptureDevice::AcquireStream(PKSPIN pin, PKS_VIDEOINFOHEADER videoIn
   const CameraHold hold(*this);
   if (hold.Camera() == nullptr || UsbStream == nullptr) return STATUS_DEVICE_DATA_ERROR;
   NTSTATUS status = SetStreamFormat(videoInfo);
-  if (!NT_SUCCESS(status)) return Traced("acquire", status);
+  if (!NT_SUCCESS(status)) return Traced(hold.Camera(), "acquire", status);
   PublishRawFrame(nullptr, 0);
   status = PrepareStream();
-  if (!NT_SUCCESS(status)) return Traced("acquire", status);
+  if (!NT_SUCCESS(status)) return Traced(hold.Camera(), "acquire", status);
   UsbDevice->Pin = pin;
-  return Traced("acquire", status);
+  return Traced(hold.Camera(), "acquire", status);
 }
 
 // A removal under way has either cleared Connected before this, or finds the stream prepared. All
@@ -357,7 +361,7 @@ NTSTATUS UsbCaptureDevice::RunStream() {
   } else {
     ReleaseStream();
   }
-  return Traced("run", status);
+  return Traced(nullptr, "run", status);
 }
 
 NTSTATUS UsbCaptureDevice::StartLocked() {
@@ -376,7 +380,7 @@ NTSTATUS UsbCaptureDevice::PauseStream() {
   UsbStreamRecord* const stream = UsbStream;
   if (stream == nullptr || stream->StreamRunning == 0) return STATUS_SUCCESS;
   stream->RestartPending = 1;
-  return Traced("pause", PauseLocked());
+  return Traced(nullptr, "pause", PauseLocked());
 }
 
 // A concurrent second pause finds the stream paused: it must not drain again. If it has waited for
@@ -411,7 +415,7 @@ NTSTATUS UsbCaptureDevice::ReleaseStream() {
   if (stream != nullptr && stream->Opened != 0) status = UnprepareStream();
   PublishRawFrame(nullptr, 0);
   if (stream != nullptr) stream->RestartPending = 0;
-  return Traced("release", status);
+  return Traced(nullptr, "release", status);
 }
 
 NTSTATUS UsbCaptureDevice::UnprepareStream() {

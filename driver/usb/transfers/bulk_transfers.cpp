@@ -120,7 +120,8 @@ void RemoveActive(PipeRecord& pipe, BulkTransfer& transfer) {
 
 void Halt(UsbStreamRecord& stream, const char* reason, NTSTATUS status) {
   stream.Halted = 1;
-  TraceCamera("bulk halted %s status=%08X", reason, static_cast<unsigned>(status));
+  TraceCamera(stream.Device->Camera, "bulk halted %s status=%08X", reason,
+              static_cast<unsigned>(status));
 }
 
 // The transfer may be done, and gone, before the send returns.

@@ -44,7 +44,7 @@ IsoTransfer* TakeOldest(IsoPipeline& pipeline) {
 }
 
 // Nothing is parsed or resubmitted: the stream is over.
-void DropQueue(IsoPipeline& pipeline) {
+void DropQueue(const UsbDeviceRecord& device, IsoPipeline& pipeline) {
   std::uint32_t dropped = 0;
   while (InterlockedCompareExchange(&pipeline.CompletedCount, 0, 0) > 0) {
     IsoTransfer* const transfer = TakeOldest(pipeline);
@@ -52,7 +52,7 @@ void DropQueue(IsoPipeline& pipeline) {
     PutAway(*transfer->Memory);
     ++dropped;
   }
-  TraceCamera("frame thread ends dropped=%u", dropped);
+  TraceCamera(device.Camera, "frame thread ends dropped=%u", dropped);
 }
 
 void WalkPackets(UsbStreamRecord& stream, CameraContext& camera, const IsoTransfer& transfer,
@@ -87,14 +87,14 @@ void NTAPI RawFrameThread(PVOID context) {
   UsbStreamRecord& stream = *device.Stream;
   IsoPipeline& pipeline = *stream.Pipeline;
   KeSetPriorityThread(KeGetCurrentThread(), LOW_REALTIME_PRIORITY);
-  TraceCamera("frame thread runs");
+  TraceCamera(device.Camera, "frame thread runs");
   for (;;) {
     KeWaitForSingleObject(&pipeline.WakeSemaphore, Executive, KernelMode, FALSE, nullptr);
     if (pipeline.StopRequested != 0) break;
     IsoTransfer* const transfer = TakeOldest(pipeline);
     if (transfer != nullptr) HandleTransfer(stream, *device.Camera, *transfer);
   }
-  DropQueue(pipeline);
+  DropQueue(device, pipeline);
   KeReleaseSemaphore(&pipeline.DoneSemaphore, IO_NO_INCREMENT, 1, FALSE);
   PsTerminateSystemThread(STATUS_SUCCESS);
 }

@@ -34,8 +34,8 @@ LONG InFlightOf(IsoTransfer& transfer) {
 
 void Halt(const IsoTransfer& transfer, const char* reason, NTSTATUS status) {
   transfer.Stream->Halted = 1;
-  TraceCamera("iso halted transfer=%u %s status=%08X", NumberOf(transfer), reason,
-              static_cast<std::uint32_t>(status));
+  TraceCamera(transfer.Stream->Device->Camera, "iso halted transfer=%u %s status=%08X",
+              NumberOf(transfer), reason, static_cast<std::uint32_t>(status));
 }
 
 void BuildUrbOf(const IsoTransfer& transfer, const ReferenceCountedMemory& memory) {
@@ -169,7 +169,7 @@ NTSTATUS StartTransfers(UsbStreamRecord& stream) {
     if (!NT_SUCCESS(reset)) return reset;
   }
   stream.NextStartFrame = GetCurrentFrame(device) + kStartFrameLead;
-  TraceCamera("iso start frame=%u pipe=%u", stream.NextStartFrame,
+  TraceCamera(device.Camera, "iso start frame=%u pipe=%u", stream.NextStartFrame,
               static_cast<std::uint32_t>(stream.PipeIndex));
   NTSTATUS status = STATUS_SUCCESS;
   for (IsoTransfer& transfer : TransfersOf(stream)) {
@@ -177,7 +177,7 @@ NTSTATUS StartTransfers(UsbStreamRecord& stream) {
     status = StartTransfer(transfer, rebuild);
     stream.NextStartFrame += stream.Pipeline->PacketsPerTransfer;
   }
-  TraceCamera("iso started status=%08X", static_cast<std::uint32_t>(status));
+  TraceCamera(device.Camera, "iso started status=%08X", static_cast<std::uint32_t>(status));
   return status;
 }
 

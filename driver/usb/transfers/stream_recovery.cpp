@@ -39,14 +39,14 @@ bool IsAllWell(const UsbStreamRecord& stream) {
 }
 
 void EndResetWait(UsbStreamRecord& stream) {
-  TraceCamera("watchdog reset idle");
+  TraceCamera(stream.Device->Camera, "watchdog reset idle");
   ClearWaitFlag(stream, ResetWaitArmed);
   stream.Halted = 0;
   KeSetEvent(&stream.ResetEvent, EVENT_INCREMENT, FALSE);
 }
 
 void EndStopWait(UsbStreamRecord& stream) {
-  TraceCamera("watchdog stop idle");
+  TraceCamera(stream.Device->Camera, "watchdog stop idle");
   ClearWaitFlag(stream, StopWaitArmed);
   KeSetEvent(&stream.StopEvent, EVENT_INCREMENT, FALSE);
 }
@@ -56,7 +56,7 @@ void EndStopWait(UsbStreamRecord& stream) {
 void CheckPipeline(UsbStreamRecord& stream) {
   if (IsAllWell(stream)) return;
   if (AnyTransferInFlight(stream) != 0) {
-    TraceCamera("watchdog waits for transfers");
+    TraceCamera(stream.Device->Camera, "watchdog waits for transfers");
     return;
   }
   if (stream.StreamRunning == 0) return;
@@ -81,7 +81,7 @@ void NTAPI RunStreamReset(PDEVICE_OBJECT, PVOID context) {
 }
 
 std::uint8_t GiveUpReset(UsbDeviceRecord& device, const char* reason) {
-  TraceCamera("recovery %s", reason);
+  TraceCamera(device.Camera, "recovery %s", reason);
   InterlockedDecrement(&device.ResetGuard);
   return 1;
 }
@@ -110,14 +110,14 @@ NTSTATUS RestartPipeline(UsbDeviceRecord& device, UsbStreamRecord& stream, NTSTA
 NTSTATUS RecoverLocked(UsbDeviceRecord& device, UsbStreamRecord& stream) {
   if (stream.Opened != 1) return STATUS_SUCCESS;
   const NTSTATUS abort = AbortStreamPipe(device, stream);
-  TraceCamera("recovery abort status=%08X", Hex(abort));
+  TraceCamera(device.Camera, "recovery abort status=%08X", Hex(abort));
   if (!NT_SUCCESS(abort)) return abort;
   NTSTATUS wait = STATUS_SUCCESS;
   WaitResetIdle(stream, wait);
-  TraceCamera("recovery idle status=%08X", Hex(wait));
+  TraceCamera(device.Camera, "recovery idle status=%08X", Hex(wait));
   if (wait == STATUS_TIMEOUT) return wait;
   const NTSTATUS reset = ResetPipe(device, stream, device.InterfaceInformation, PipeRequest::Reset);
-  TraceCamera("recovery reset status=%08X", Hex(reset));
+  TraceCamera(device.Camera, "recovery reset status=%08X", Hex(reset));
   return RestartPipeline(device, stream, reset);
 }
 
@@ -177,7 +177,7 @@ std::uint8_t ScheduleStreamReset(UsbDeviceRecord& device, UsbStreamRecord& strea
   RequireLevelAtMost(DISPATCH_LEVEL);
   if (InterlockedIncrement(&device.ResetGuard) > 0) {
     InterlockedDecrement(&device.ResetGuard);
-    TraceCamera("recovery under way");
+    TraceCamera(device.Camera, "recovery under way");
     return 0;
   }
   auto* const item = static_cast<StreamResetItem*>(AllocateCameraMemory(sizeof(StreamResetItem)));
@@ -188,10 +188,10 @@ std::uint8_t ScheduleStreamReset(UsbDeviceRecord& device, UsbStreamRecord& strea
   if (item->WorkItem == nullptr) {
     // The guard stays raised: no recovery can be scheduled, and the device can't be stopped.
     FreeCameraMemory(item);
-    TraceCamera("recovery has no work item");
+    TraceCamera(device.Camera, "recovery has no work item");
     return 1;
   }
-  TraceCamera("recovery scheduled");
+  TraceCamera(device.Camera, "recovery scheduled");
   InterlockedIncrement(device.WorkItems);
   IoQueueWorkItem(item->WorkItem, RunStreamReset, CriticalWorkQueue, item);
   return 1;
@@ -202,7 +202,7 @@ NTSTATUS RecoverStream(UsbDeviceRecord& device, UsbStreamRecord& stream, void*, 
   KsAcquireDevice(device.KsDevice);
   const NTSTATUS status = RecoverLocked(device, stream);
   KsReleaseDevice(device.KsDevice);
-  TraceCamera("recovery ends status=%08X", Hex(status));
+  TraceCamera(device.Camera, "recovery ends status=%08X", Hex(status));
   return status;
 }
 
@@ -222,10 +222,10 @@ NTSTATUS DrainTransfers(UsbStreamRecord& stream) {
   KeInitializeEvent(&stream.StopEvent, SynchronizationEvent, FALSE);
   SetWaitFlag(stream, StopWaitArmed);
   const NTSTATUS abort = AbortStreamPipe(*stream.Device, stream);
-  TraceCamera("drain abort status=%08X", Hex(abort));
+  TraceCamera(stream.Device->Camera, "drain abort status=%08X", Hex(abort));
   const NTSTATUS status =
       KeWaitForSingleObject(&stream.StopEvent, Executive, KernelMode, FALSE, &limit);
-  TraceCamera("drain ends status=%08X", Hex(status));
+  TraceCamera(stream.Device->Camera, "drain ends status=%08X", Hex(status));
   return status;
 }
 

@@ -19,7 +19,7 @@ void SleepInWorld(std::uint64_t microseconds) {
 }
 
 void TraceFault(const std::string& line) {
-  TraceCamera("%s", line.c_str());
+  TraceCamera(nullptr, "%s", line.c_str());
 }
 
 }  // namespace

@@ -35,7 +35,7 @@ using StreamFrameHandler = std::function<void(const StreamFrame& frame)>;
 
 /// Which of the driver's events a stream observes.
 enum class DeliveryWatching : std::uint8_t {
-  EachDelivery,  ///< by the driver's trace, while one camera streams
+  EachDelivery,  ///< by the driver's trace
   None,          ///< a frame's report has only the exposure loop as it is when the frame is taken
 };
 

@@ -37,7 +37,8 @@ class TraceLines {
     return current;
   }
 
-  [[gnu::format(printf, 1, 0)]] static void Keep(const char* format, std::va_list arguments) {
+  [[gnu::format(printf, 2, 0)]] static void Keep(const CameraContext*, const char* format,
+                                                 std::va_list arguments) {
     char text[200];
     std::vsnprintf(text, sizeof(text), format, arguments);
     const std::string line = text;

@@ -31,9 +31,9 @@ class DeliveryWatchTest : public ::testing::Test {
 
 TEST_F(DeliveryWatchTest, AReportHasTheRawFramesSizeAndTheLoopOfItsTime) {
   DeliveryWatch watch(*context_, [] { return std::uint64_t{8000}; });
-  TraceCamera("frame end bytes=614466 expected=614466 good");
-  TraceCamera("exposure index=54 exposure=7 coarse=3 fine=142 lines=1218");
-  TraceCamera("pin frame picture=9 drop=7 bytes=614466");
+  TraceCamera(context_.get(), "frame end bytes=614466 expected=614466 good");
+  TraceCamera(context_.get(), "exposure index=54 exposure=7 coarse=3 fine=142 lines=1218");
+  TraceCamera(context_.get(), "pin frame picture=9 drop=7 bytes=614466");
   rawFrame_[kRawFrameLumaOffset] = 99;
   const auto report = watch.Take(9);
   ASSERT_TRUE(report.has_value());
@@ -54,7 +54,7 @@ TEST_F(DeliveryWatchTest, AFrameOfAnotherSizeIsBad) {
   constexpr std::array kLines = {
       "pin frame picture=1 drop=0 bytes=614455", "pin frame picture=2 drop=0 bytes=614456",
       "pin frame picture=3 drop=0 bytes=614476", "pin frame picture=4 drop=0 bytes=614477"};
-  for (const char* const line : kLines) TraceCamera("%s", line);
+  for (const char* const line : kLines) TraceCamera(context_.get(), "%s", line);
   EXPECT_FALSE(watch.Take(1)->IsGood);
   EXPECT_TRUE(watch.Take(2)->IsGood);
   EXPECT_TRUE(watch.Take(3)->IsGood);
@@ -63,8 +63,8 @@ TEST_F(DeliveryWatchTest, AFrameOfAnotherSizeIsBad) {
 
 TEST_F(DeliveryWatchTest, FramesThatWereNotRequestedAreCountedWithTheNextOne) {
   DeliveryWatch watch(*context_, [] { return std::uint64_t{0}; });
-  TraceCamera("pin frame picture=1 drop=0 bytes=614466");
-  TraceCamera("pin frame picture=2 drop=0 bytes=614466");
+  TraceCamera(context_.get(), "pin frame picture=1 drop=0 bytes=614466");
+  TraceCamera(context_.get(), "pin frame picture=2 drop=0 bytes=614466");
   EXPECT_FALSE(watch.Take(3).has_value());
   EXPECT_TRUE(watch.Take(2).has_value());
   EXPECT_FALSE(watch.Take(1).has_value());
@@ -75,43 +75,59 @@ TEST_F(DeliveryWatchTest, DeliveriesAreCountedAsTheyHappen) {
   DeliveryWatch watch(
       *context_, [] { return std::uint64_t{0}; },
       [&counts](std::uint64_t count) { counts.push_back(count); });
-  TraceCamera("pin frame skipped");
-  TraceCamera("pin frame picture=7 drop=5 bytes=614466");
+  TraceCamera(context_.get(), "pin frame skipped");
+  TraceCamera(context_.get(), "pin frame picture=7 drop=5 bytes=614466");
   EXPECT_EQ(counts, (std::vector<std::uint64_t>{1}));
-  TraceCamera("pin frame picture=8 drop=5 bytes=614466");
+  TraceCamera(context_.get(), "pin frame picture=8 drop=5 bytes=614466");
   EXPECT_EQ(counts, (std::vector<std::uint64_t>{1, 2}));
 }
 
 TEST_F(DeliveryWatchTest, OtherLinesOfThePinAndLinesAfterTheEndAreNoFrames) {
   DeliveryWatch watch(*context_, [] { return std::uint64_t{0}; });
-  TraceCamera("pin frame skipped");
-  TraceCamera("pin frame none");
-  TraceCamera("pin frame no buffer");
+  TraceCamera(context_.get(), "pin frame skipped");
+  TraceCamera(context_.get(), "pin frame none");
+  TraceCamera(context_.get(), "pin frame no buffer");
   watch.End();
-  TraceCamera("pin frame picture=0 drop=0 bytes=614466");
+  TraceCamera(context_.get(), "pin frame picture=0 drop=0 bytes=614466");
   EXPECT_FALSE(watch.Take(0).has_value());
+}
+
+// As of two cameras that stream at once.
+TEST_F(DeliveryWatchTest, LinesOfOtherCamerasDontCount) {
+  const auto other = std::make_unique<CameraContext>();
+  DeliveryWatch watch(*context_, [] { return std::uint64_t{0}; });
+  TraceCamera(context_.get(), "frame end bytes=614466 expected=614466 good");
+  TraceCamera(context_.get(), "exposure index=54 exposure=7 coarse=3 fine=142 lines=1218");
+  TraceCamera(other.get(), "frame end bytes=38466 expected=38466 good");
+  TraceCamera(other.get(), "pin frame picture=1 drop=0 bytes=38466");
+  EXPECT_FALSE(watch.Take(1).has_value());
+  TraceCamera(context_.get(), "pin frame picture=2 drop=0 bytes=614466");
+  const auto report = watch.Take(2);
+  ASSERT_TRUE(report.has_value());
+  EXPECT_EQ(report->Loop.Events, (ExposureEvents{.Steps = 1, .Commits = 0, .Refused = 0}));
+  EXPECT_EQ(report->Sent, (SentFrames{.Ended = 1, .Settling = 0}));
 }
 
 // The first start ends no frame, and of a settling the driver throws two away.
 TEST_F(DeliveryWatchTest, AReportTellsWhatTheCameraHadSent) {
   DeliveryWatch watch(*context_, [] { return std::uint64_t{0}; });
   const auto sentAt = [&](std::int64_t picture) { return watch.Take(picture)->Sent; };
-  TraceCamera("frame end bytes=0 expected=614466 settling");
-  TraceCamera("frame end bytes=614466 expected=614466 good");
-  TraceCamera("frame published bytes=614466");
-  TraceCamera("pin frame picture=1 drop=0 bytes=614466");
+  TraceCamera(context_.get(), "frame end bytes=0 expected=614466 settling");
+  TraceCamera(context_.get(), "frame end bytes=614466 expected=614466 good");
+  TraceCamera(context_.get(), "frame published bytes=614466");
+  TraceCamera(context_.get(), "pin frame picture=1 drop=0 bytes=614466");
   EXPECT_EQ(sentAt(1), (SentFrames{.Ended = 1, .Settling = 0}));
-  TraceCamera("frame end bytes=614466 expected=614466 settling");
-  TraceCamera("frame end bytes=614466 expected=614466 good");
-  TraceCamera("frame discarded");
-  TraceCamera("frame end bytes=921666 expected=614466 bad");
-  TraceCamera("frame published bytes=921666");
-  TraceCamera("pin frame picture=2 drop=0 bytes=921666");
+  TraceCamera(context_.get(), "frame end bytes=614466 expected=614466 settling");
+  TraceCamera(context_.get(), "frame end bytes=614466 expected=614466 good");
+  TraceCamera(context_.get(), "frame discarded");
+  TraceCamera(context_.get(), "frame end bytes=921666 expected=614466 bad");
+  TraceCamera(context_.get(), "frame published bytes=921666");
+  TraceCamera(context_.get(), "pin frame picture=2 drop=0 bytes=921666");
   EXPECT_EQ(sentAt(2), (SentFrames{.Ended = 4, .Settling = 2}));
-  TraceCamera("frame end bytes=614466 expected=614466 good");
-  TraceCamera("frame discarded");
-  TraceCamera("frame end bytes=614466 expected=614466 good");
-  TraceCamera("pin frame picture=3 drop=0 bytes=614466");
+  TraceCamera(context_.get(), "frame end bytes=614466 expected=614466 good");
+  TraceCamera(context_.get(), "frame discarded");
+  TraceCamera(context_.get(), "frame end bytes=614466 expected=614466 good");
+  TraceCamera(context_.get(), "pin frame picture=3 drop=0 bytes=614466");
   EXPECT_EQ(sentAt(3), (SentFrames{.Ended = 6, .Settling = 2}));
 }
 

@@ -230,6 +230,23 @@ TEST_F(PageTest, ThatReadsNothingAtAllIsClosed) {
   EXPECT_TRUE(link_.IsClosed);
 }
 
+TEST_F(PageTest, ThatAsksWithoutReadingTheAnswersIsClosed) {
+  const json questions[] = {{{"do", "clock"}, {"sent", 1}},
+                            {{"do", "watch"}, {"id", 1}, {"cameras", {0}}},
+                            {{"do", "nothing"}, {"id", 2}}};
+  for (const json& question : questions) {
+    link_.Pending = 0;
+    link_.IsClosed = false;
+    Say(question);
+    EXPECT_FALSE(link_.IsClosed) << question.dump();
+    link_.Pending = Page::kMostPending + 1;
+    const std::size_t before = link_.Texts.size();
+    Say(question);
+    EXPECT_TRUE(link_.IsClosed) << question.dump();
+    EXPECT_EQ(link_.Texts.size(), before) << question.dump();
+  }
+}
+
 TEST_F(PageTest, TheTraceIsForThoseWhoAsk) {
   EXPECT_FALSE(page_->WantsTrace(0));
   Say({{"do", "trace"}, {"camera", 0}, {"on", true}});

@@ -47,6 +47,16 @@ test('several cameras are side by side, and the panels belong to the one that is
   assert.ok(difference(calm, await pictureSample(page, 0)) < 10, 'the first one is as it was');
   await page.screenshot({ path: join(PICTURES, 'several.png') });
   assert.deepEqual(await violations(await loadAxe(context, page)), []);
+  const good = async () => Number((await page.locator('.counts .good dd').innerText()).replace(/\D/g, ''));
+  for (const number of [1, 0]) {
+    await page.locator('.window').nth(number).click();
+    await page.getByRole('tab', { name: 'Exposure loop' }).click();
+    await until(async () => /^\d+$/.test(await page.locator('.lane.luminance strong').innerText()), 'its luminance');
+    await page.getByRole('tab', { name: 'Bus' }).click();
+    await until(async () => (await good()) > 0, 'its good frames');
+    await page.getByRole('tab', { name: 'Trace' }).click();
+    await until(async () => /^frame end /m.test(await page.locator('.lines').innerText()), 'its trace');
+  }
   await page.getByRole('button', { name: 'One camera' }).click();
   assert.equal(await page.locator('.tile:visible').count(), 1);
   watch.assertClean();
@@ -92,10 +102,14 @@ test('a capture has a time line that is scrubbed, paused and stepped', async (t)
   };
   await seek(0.8);
   assert.match(await page.locator('.timeline .time').innerText(), /^0:03\.[0-4] \/ 0:0[34]/);
+  assert.equal(await page.locator('.identity .state').innerText(), 'paused');
+  const overflow = await page.evaluate(() => document.documentElement.scrollWidth - window.innerWidth);
+  assert.ok(overflow <= 0, `${overflow} pixels wider than the window`);
   await page.screenshot({ path: join(PICTURES, 'capture.png') });
   assert.deepEqual(await violations(await loadAxe(context, page)), []);
   await page.getByRole('button', { name: 'Play' }).click();
   await page.getByRole('button', { name: 'Pause' }).first().waitFor();
+  await until(async () => (await page.locator('.identity .state').innerText()) === 'playing', 'playing');
   await frameAfter(page, await shownNumber(page));
   watch.assertClean();
   await context.close();

@@ -68,6 +68,23 @@ TEST(ViewerAccess, EachSecretOpensItsOwnDoorOnly) {
   EXPECT_FALSE(access.HasSession("lidcam_8080=" + access.Token(), 8080));
 }
 
+TEST(ViewerAccess, TheTokenOfOtherProgramsMayBeGiven) {
+  const Access access(std::nullopt, "0123456789abcdef");
+  EXPECT_EQ(access.SnapshotToken(), "0123456789abcdef");
+  EXPECT_TRUE(access.IsSnapshotToken("0123456789abcdef"));
+  EXPECT_FALSE(access.IsToken("0123456789abcdef"));
+}
+
+TEST(ViewerAccess, ATokenIsLongAndNeedsNoEscapeInAnAddress) {
+  EXPECT_TRUE(IsFitForToken("azAZ09-_azAZ09-_"));
+  EXPECT_FALSE(IsFitForToken("azAZ09-_azAZ09-"));
+  EXPECT_FALSE(IsFitForToken(""));
+  for (const char* const text :
+       {"0123456789abcde ", "0123456789abcde&", "0123456789abcde%", "0123456789abcde\r"}) {
+    EXPECT_FALSE(IsFitForToken(text)) << text;
+  }
+}
+
 TEST(ViewerAccess, WithAPasswordTheTokenOpensNothing) {
   const Access access("open sesame");
   EXPECT_TRUE(access.NeedsPassword());

@@ -37,6 +37,21 @@ class NumberWriter final : public PictureWriter {
   std::ofstream file_;
 };
 
+/// A file on a disk with room for two pictures.
+class FullDiskWriter final : public PictureWriter {
+ public:
+  explicit FullDiskWriter(const std::string& path) : file_(path) {}
+  void Write(const Picture&, std::chrono::microseconds) override {
+    if (++pictures_ > 2) throw std::runtime_error("the disk is full");
+    file_ << pictures_ << "\n";
+  }
+  void Finish() override { file_.close(); }
+
+ private:
+  std::ofstream file_;
+  int pictures_ = 0;
+};
+
 /// A server on a thread of its own, with a simulated camera.
 class WebServerTest : public testing::Test {
  protected:
@@ -56,8 +71,11 @@ class WebServerTest : public testing::Test {
     session.Choice.Camera = camera;
     options.Cameras.push_back({.Session = session, .State = StateOf(camera)});
     options.Version = "1";
-    options.Forms = {"txt"};
-    options.MakeWriter = [](const std::string& path, app::PictureSize) {
+    options.Forms = {"txt", "full", "none"};
+    options.MakeWriter = [](const std::string& path,
+                            app::PictureSize) -> std::unique_ptr<PictureWriter> {
+      if (path.ends_with(".none")) throw std::runtime_error("the module is missing");
+      if (path.ends_with(".full")) return std::make_unique<FullDiskWriter>(path);
       return std::make_unique<NumberWriter>(path);
     };
     server_ =
@@ -350,6 +368,31 @@ TEST_F(WebServerTest, ARecordingIsFetchedByTheBrowser) {
   EXPECT_THAT(film.Field("Content-Disposition"),
               StartsWith("attachment; filename=\"lidcam-1af0-0511-seed1-"));
   EXPECT_EQ(Ask(Port(), stopped["href"], {}).Status, 403U);
+}
+
+TEST_F(WebServerTest, AFullDiskEndsARecordingWhichKeepsWhatWasWritten) {
+  Begin();
+  const auto page = Watcher();
+  const json started = page->Ask({{"do", "record"}, {"camera", 0}, {"form", "full"}});
+  const json ended = page->AwaitNamed("recordingEnded");
+  EXPECT_EQ(ended["camera"], 0);
+  EXPECT_EQ(ended["recording"], started["recording"]);
+  EXPECT_EQ(ended["frames"], 2);
+  EXPECT_EQ(ended["failure"], "the disk is full");
+  EXPECT_EQ(Ask(Port(), ended["href"], CookieOf(address_)).Body, "1\n2\n");
+  const json stopped =
+      page->Ask({{"do", "stop"}, {"camera", 0}, {"recording", started["recording"]}});
+  EXPECT_TRUE(stopped.contains("error"));
+}
+
+TEST_F(WebServerTest, ARecordingThatCannotBeginIsToldAtOnce) {
+  Begin();
+  const auto page = Watcher();
+  page->Ask({{"do", "record"}, {"camera", 0}, {"form", "none"}});
+  const json ended = page->AwaitNamed("recordingEnded");
+  EXPECT_EQ(ended["frames"], 0);
+  EXPECT_EQ(ended["error"], "the module is missing");
+  EXPECT_FALSE(ended.contains("href"));
 }
 
 TEST_F(WebServerTest, APageThatDisappearsEndsItsRecordingAndTheCameraIsOff) {

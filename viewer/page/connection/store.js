@@ -133,9 +133,10 @@ function addRegisters(camera, changed) {
   const isFirst = camera.registers.size === 0;
   for (const register of changed) {
     const key = `${register.chip} ${register.address}`;
-    const before = camera.registers.get(key);
-    const changedAt = before || !isFirst ? now() : -Infinity;
-    camera.registers.set(key, { ...register, changedAt, before: before?.value });
+    const known = camera.registers.get(key);
+    if (known?.value === register.value) continue;
+    const changedAt = known || !isFirst ? now() : -Infinity;
+    camera.registers.set(key, { ...register, changedAt, before: known?.value });
   }
 }
 

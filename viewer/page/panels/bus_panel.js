@@ -5,7 +5,6 @@ import { age, dataRate, whole } from '../base/format.js';
 import { firstSince, prepare } from '../base/plot.js';
 
 const SPAN = 180; // seconds
-const ONE_CAMERA = 'Frames and recoveries are counted where lidcam view shows one camera only.';
 const FRAMES = [
   ['good', 'good'],
   ['short', 'short'],
@@ -67,18 +66,12 @@ export class BusPanel {
     );
   }
 
-  /** The driver's trace, which they come from, doesn't tell several cameras apart. */
-  countsFrames() {
-    const last = this.stage.camera.bus.at(-1);
-    return !last || last.good !== undefined;
-  }
-
   showEvents(events, now) {
     const rows = events
       .slice(-50)
       .reverse()
       .map((event) => element('li', {}, element('time', {}, age(now - event.at)), element('span', {}, event.text)));
-    const empty = element('li', { class: 'empty' }, this.countsFrames() ? 'Nothing had to be recovered.' : ONE_CAMERA);
+    const empty = element('li', { class: 'empty' }, 'Nothing had to be recovered.');
     this.events.replaceChildren(...(rows.length > 0 ? rows : [empty]));
   }
 }
@@ -125,13 +118,13 @@ class FrameBars {
 
   show(seconds, events, now) {
     const { context, width, height, colours } = prepare(this.element);
-    const bad = (second) => (second.short ?? 0) + (second.long ?? 0) + (second.discarded ?? 0);
-    const most = Math.max(30, ...seconds.map((second) => (second.good ?? 0) + bad(second)));
+    const bad = (second) => second.short + second.long + second.discarded;
+    const most = Math.max(30, ...seconds.map((second) => second.good + bad(second)));
     const bottom = height - 8;
     context.fillStyle = colours.line;
     context.fillRect(0, bottom, width, 1);
     drawBars(seconds, now, width, (second, x, bar) => {
-      const good = ((second.good ?? 0) / most) * (bottom - 1);
+      const good = (second.good / most) * (bottom - 1);
       const failed = (bad(second) / most) * (bottom - 1);
       context.fillStyle = colours.accent;
       context.fillRect(x, bottom - good, bar, good);

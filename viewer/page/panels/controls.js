@@ -2,6 +2,7 @@
 
 import { button, element, freshId, setText } from '../base/dom.js';
 import { signed, words } from '../base/format.js';
+import { sentenceOf } from './control_texts.js';
 
 /** @typedef {{name: string, minimum: number, maximum: number, step: number, default: number, value: number,
  *   saved?: number, unit?: string, meaning: string, hasEffect: boolean}} ControlRow */
@@ -94,7 +95,7 @@ class Control {
     this.facts = element('span', {});
     this.saved = element('span', { class: 'saved' });
     this.note = element('span', { class: 'note', id: `${id}-note` }, this.facts, this.saved);
-    this.meaning = element('span', { class: 'meaning', id: `${id}-meaning` }, sentence(row.meaning));
+    this.meaning = element('span', { class: 'meaning', id: `${id}-meaning` }, sentenceOf(row));
     this.input = makeInput(row, id, (value) => this.changed(value));
     this.input.describe(`${id}-meaning ${id}-note`);
     this.element = element(
@@ -254,8 +255,4 @@ function choiceInput(row, id, choices, changed) {
       }),
     mark: () => {},
   };
-}
-
-function sentence(text) {
-  return text.charAt(0).toUpperCase() + text.slice(1);
 }

@@ -20,7 +20,7 @@ export class LoopChart {
     this.lastDrawn = 0;
     this.lanes = [
       new Lane('luminance', 'Luminance', drawLuminance, (step) => [
-        fixed(step.luminance ?? NaN, 0),
+        fixed(step.luminance, 0),
         `target ${fixed(step.target, 0)}, ${fixed(step.low, 0)} to ${fixed(step.high, 0)}`,
       ]),
       new Lane('exposure', 'Exposure', drawExposure, (step) => [
@@ -147,13 +147,7 @@ function drawLuminance({ context, width, height, colours, steps, x }) {
   context.strokeStyle = colours.ink;
   context.lineWidth = 1.5;
   context.lineJoin = 'round';
-  strokeSteps(
-    context,
-    steps.filter((step) => step.luminance !== null),
-    (step) => step.luminance,
-    x,
-    y,
-  );
+  strokeSteps(context, steps, (step) => step.luminance, x, y);
 }
 
 function drawExposure({ context, width, height, colours, steps, x }) {

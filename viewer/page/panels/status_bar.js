@@ -43,7 +43,7 @@ export class StatusBar {
     const frozen = this.stage.picture?.frozen && info.state === 'on';
     setText(this.name, info.description || info.unit);
     setText(this.sensor, info.sensor ?? '');
-    setText(this.state, frozen ? 'frozen' : (STATE_WORDS[info.state] ?? info.state));
+    setText(this.state, frozen ? 'frozen' : stateOf(info));
     this.state.dataset.state = frozen ? 'frozen' : info.state;
     document.title = `${info.unit} – lidcam`;
   }
@@ -73,6 +73,12 @@ export class StatusBar {
       ...(state === 'lost' ? [button('Now', () => this.connection.openUnlessRefused())] : []),
     );
   }
+}
+
+/** A recording is not live. */
+function stateOf({ state, kind, panel }) {
+  if (kind === 'recording' && state === 'on') return panel?.playing === false ? 'paused' : 'playing';
+  return STATE_WORDS[state] ?? state;
 }
 
 function figure(name, unit, meaning) {

@@ -15,7 +15,7 @@ export class TracePanel {
    * @param {() => boolean} isSeen
    */
   constructor(place, stage, store, connection, isSeen) {
-    Object.assign(this, { stage, store, connection, isSeen });
+    Object.assign(this, { stage, connection, isSeen });
     this.asked = null;
     this.paused = false;
     this.dirty = true;
@@ -79,10 +79,6 @@ export class TracePanel {
     this.dirty = true;
   }
 
-  emptyText() {
-    return this.store.cameras.size > 1 ? 'The trace is there where lidcam view shows one camera only.' : 'No line yet.';
-  }
-
   show() {
     if (!this.dirty || this.paused || !this.isSeen()) return;
     this.dirty = false;
@@ -91,7 +87,7 @@ export class TracePanel {
     const wanted = this.filter.value.trim().toLowerCase();
     const lines = wanted ? camera.trace.filter((line) => line.toLowerCase().includes(wanted)) : camera.trace;
     const atEnd = this.scroll.scrollTop + this.scroll.clientHeight > this.scroll.scrollHeight - 30;
-    setText(this.text, lines.length > 0 ? lines.slice(-SHOWN).join('\n') : this.emptyText());
+    setText(this.text, lines.length > 0 ? lines.slice(-SHOWN).join('\n') : 'No line yet.');
     if (atEnd) this.scroll.scrollTop = this.scroll.scrollHeight;
     const skipped = camera.traceSkipped > 0 ? `, ${whole(camera.traceSkipped)} left out` : '';
     setText(this.count, `${whole(lines.length)} lines${skipped}`);

@@ -25,6 +25,7 @@ export class Recorder {
     store.addEventListener('hello', () => this.showForms());
     stage.addEventListener('selected', () => this.show());
     connection.addEventListener('link', (event) => this.linkChanged(event.detail.state));
+    connection.addEventListener('message', (event) => this.ended(event.detail.recordingEnded));
     setInterval(() => this.running.size > 0 && this.show(), 100);
   }
 
@@ -49,12 +50,26 @@ export class Recorder {
     const { recording } = this.running.get(camera);
     try {
       const answer = await this.connection.ask({ do: 'stop', camera, recording });
-      this.finished.set(camera, answer);
-      this.announce(`Recorded ${answer.frames} frames${answer.lost > 0 ? `; ${answer.lost} were lost` : ''}`);
+      this.finish(camera, answer);
     } catch (error) {
       this.announce(`The recording failed: ${error.message}`);
     }
     this.running.delete(camera);
+    this.show();
+  }
+
+  finish(camera, { frames, lost, href, failure }) {
+    this.finished.set(camera, { frames, href });
+    const until = failure ? `, then: ${failure}` : '';
+    this.announce(`Recorded ${frames} frames${lost > 0 ? `; ${lost} were lost` : ''}${until}`);
+  }
+
+  /** A recording has ended that nobody stopped, such as on a full disk. */
+  ended(recording) {
+    if (!recording) return;
+    this.running.delete(recording.camera);
+    if (recording.error) this.announce(`The recording failed: ${recording.error}`);
+    else this.finish(recording.camera, recording);
     this.show();
   }
 

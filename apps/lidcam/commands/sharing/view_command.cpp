@@ -23,6 +23,7 @@
 #include "library/base/interrupt.h"
 #include "library/frames/replay_pipeline.h"
 #ifdef LIDCAM_HAS_VIEWER
+#include "viewer/server/access.h"
 #include "viewer/server/web_server.h"
 #endif
 
@@ -33,6 +34,7 @@ struct ViewCommand {
   std::vector<std::string> Cameras;
   std::string Address = "127.0.0.1:0";
   std::optional<std::string> PasswordFile;
+  std::optional<std::string> TokenFile;
   std::optional<std::string> PageFolder;
   bool HasNoBrowser = false;
   bool IsQuiet = false;
@@ -45,6 +47,16 @@ std::optional<std::string> ViewPassword(const ViewCommand& command) {
   const char* const password = std::getenv("LIDCAM_VIEW_PASSWORD");
   if (password == nullptr || *password == '\0') return std::nullopt;
   return password;
+}
+
+std::optional<std::string> ProgramToken(const ViewCommand& command) {
+  if (!command.TokenFile) return std::nullopt;
+  std::string token = FirstLineIn(*command.TokenFile, "--token-file", "token");
+  if (!viewer::IsFitForToken(token)) {
+    throw CommandError("--token-file '" + *command.TokenFile +
+                       "': a token has at least 16 letters, digits, - and _, and nothing else");
+  }
+  return token;
 }
 
 // A camera that is away, or in use, is waited for.
@@ -131,14 +143,15 @@ class ViewWriter final : public viewer::PictureWriter {
 
 std::vector<std::string> ViewForms() {
 #ifdef LIDCAM_HAS_FILM
-  return {"mkv", "mp4", "avi", "mjpeg", "y4m"};
+  return {"mkv", "mp4", "avi", "mjpeg", "y4m", "yuy2"};
 #else
-  return {"mjpeg", "y4m"};
+  return {"mjpeg", "y4m", "yuy2"};
 #endif
 }
 
 void RunView(const ViewCommand& command) {
   const std::optional<std::string> password = ViewPassword(command);
+  const std::optional<std::string> programToken = ProgramToken(command);
   serve::Listener listener = ListenOn(command.Address);
   if (listener.IsReachable() && !password) {
     throw UsageError(
@@ -149,6 +162,7 @@ void RunView(const ViewCommand& command) {
                            {.Cameras = ViewCameras(command),
                             .Version = LIDCAM_VERSION,
                             .Password = password,
+                            .ProgramToken = programToken,
                             .PageFolder = command.PageFolder,
                             .Forms = ViewForms(),
                             .MakeWriter = [](const std::string& path, PictureSize size) {
@@ -187,6 +201,10 @@ void AddViewCommand(CLI::App& app) {
   sub->add_option("--password-file", command->PasswordFile,
                   "a file whose first line is the password; needed, or LIDCAM_VIEW_PASSWORD, where "
                   "other machines can reach the address")
+      ->type_name("FILE");
+  sub->add_option("--token-file", command->TokenFile,
+                  "a file whose first line is the token of /snapshot.jpg and /stream.mjpg; another "
+                  "one at each start if not given")
       ->type_name("FILE");
   sub->add_flag("--no-browser", command->HasNoBrowser, "only print the address");
   sub->add_flag("-q,--quiet", command->IsQuiet, "tell only the address, warnings and errors");

@@ -138,6 +138,22 @@ class ViewTest(CommandLineTest):
                            .encode())
             self.assertIn(b"Set-Cookie: lidcam_", client.recv(4096))
 
+    def test_a_token_from_a_file_opens_the_addresses_of_other_programs(self):
+        with open(self.path("token"), "w", encoding="ascii") as file:
+            file.write("0123456789abcdef-_XY\n")
+        with open(self.path("short"), "w", encoding="ascii") as file:
+            file.write("0123456789abcde\n")
+        _, port, _ = self.view("--no-browser", "--token-file", self.path("token"))
+        address = f"http://127.0.0.1:{port}/snapshot.jpg?token=0123456789abcdef-_XY"
+        with urllib.request.urlopen(address, timeout=60) as picture:
+            self.assertEqual(picture.read(2), b"\xff\xd8")
+        with self.assertRaises(urllib.error.HTTPError) as refused:
+            urllib.request.urlopen(address[:-1], timeout=60)
+        self.assertEqual(refused.exception.code, 403)
+        refused.exception.close()
+        self.assert_one_line_error(self.run_lidcam("view", "--token-file", self.path("short")), 1, "short", "16")
+        self.assert_one_line_error(self.run_lidcam("view", "--token-file", self.path("none")), 1, "none", "token")
+
     def test_the_browser_is_started_without_the_token_in_its_arguments(self):
         programs, runtime = self.path("bin"), self.path("runtime")
         os.mkdir(programs)
@@ -189,10 +205,43 @@ class ViewTest(CommandLineTest):
     def test_two_cameras_side_by_side(self):
         page = self.page("--camera", "sim", "--camera", "sim:1af0:6010")
         page.say(do="watch", cameras=[0, 1])
-        page.hear_until(lambda message: message.get("picture", {}).get("camera") == 0)
-        page.hear_until(lambda message: message.get("picture", {}).get("camera") == 1)
-        loop = page.hear_until(lambda message: "loop" in message)["loop"]
-        self.assertIsNone(loop["luminance"])
+        for camera in (0, 1):
+            page.hear_until(lambda message: message.get("picture", {}).get("camera") == camera)
+            loop = page.hear_until(lambda message: message.get("loop", {}).get("camera") == camera)["loop"]
+            self.assertIsInstance(loop["luminance"], int)
+            page.hear_until(lambda message: message.get("bus", {}).get("camera") == camera and message["bus"]["good"] > 0)
+
+    def test_a_camera_whose_chip_exposes_has_not_the_exposure_of_the_other(self):
+        page = self.page("--camera", "sim:1af0:0511", "--camera", "sim:1af0:6010,sensor=OV7670")
+        page.say(do="watch", cameras=[0, 1])
+        page.picture()
+        page.say(do="simulate", camera=0, light=20)
+
+        def loop_of(camera, fits):
+            return page.hear_until(lambda message: message.get("loop", {}).get("camera") == camera
+                                   and fits(message["loop"]))["loop"]
+
+        self.assertGreater(loop_of(0, lambda loop: loop["exposure"] > 0)["coarseGain"], 0)
+        loop = loop_of(1, lambda loop: True)
+        self.assertEqual([loop[name] for name in ("exposure", "exposureLines", "coarseGain", "fineGain")], [0] * 4)
+
+    def test_the_traces_of_two_cameras_are_told_apart(self):
+        page = self.page("--camera", "sim:1af0:0511", "--camera", "sim:1af0:6010,sensor=OV7670")
+        for camera in (0, 1):
+            page.say(do="trace", camera=camera, on=True)
+        page.say(do="watch", cameras=[0, 1])
+        types = [set(), set()]
+        frames = [0, 0]
+
+        def is_told(message):
+            if "trace" in message:
+                camera, text = message["trace"]["camera"], "\n".join(message["trace"]["lines"])
+                types[camera].update(re.findall(r"^sensor type (\d+)$", text, re.MULTILINE))
+                frames[camera] += len(re.findall(r"^frame end bytes", text, re.MULTILINE))
+            return all(types) and min(frames) >= 5
+
+        page.hear_until(is_told)
+        self.assertEqual(types, [{"9"}, {"11"}])
 
     def test_a_control_that_another_process_sets_shows_on_the_page(self):
         runtime = self.path("runtime")

@@ -55,27 +55,27 @@ TEST(FrameLog, StatesAndModesHaveNumbersOfTheirOwn) {
 
 TEST(FrameLog, EventsOfAFrameBeginAnewWithTheNextFramesEnd) {
   const ExposureEventCounter counter;
-  TraceCamera("bus  write sensor FF2F=83");
-  TraceCamera("frame end bytes=38466 expected=38466 good");
+  TraceCamera(nullptr, "bus  write sensor FF2F=83");
+  TraceCamera(nullptr, "frame end bytes=38466 expected=38466 good");
   EXPECT_EQ(counter.OfNewestFrame(), ExposureEvents{});
-  TraceCamera("exposure index=54 exposure=7 coarse=3 fine=142 lines=1218");
-  TraceCamera("bus  write sensor FF60=03");
-  TraceCamera("bus  write sensor FF5D=8E refused");
-  TraceCamera("bus  read  bridge FF09 refused");
-  TraceCamera("bus  write sensor FF2F=83");
-  TraceCamera("bus  write sensor FF2F=83");
+  TraceCamera(nullptr, "exposure index=54 exposure=7 coarse=3 fine=142 lines=1218");
+  TraceCamera(nullptr, "bus  write sensor FF60=03");
+  TraceCamera(nullptr, "bus  write sensor FF5D=8E refused");
+  TraceCamera(nullptr, "bus  read  bridge FF09 refused");
+  TraceCamera(nullptr, "bus  write sensor FF2F=83");
+  TraceCamera(nullptr, "bus  write sensor FF2F=83");
   EXPECT_EQ(counter.OfNewestFrame(), (ExposureEvents{.Steps = 1, .Commits = 2, .Refused = 2}));
-  TraceCamera("frame end bytes=38466 expected=38466 good");
+  TraceCamera(nullptr, "frame end bytes=38466 expected=38466 good");
   EXPECT_EQ(counter.OfNewestFrame(), ExposureEvents{});
 }
 
 // A commit that was refused or that failed reached no sensor.
 TEST(FrameLog, OnlyACommitThatWasWrittenIsCounted) {
   const ExposureEventCounter counter;
-  TraceCamera("bus  write sensor FF2F=83 refused");
-  TraceCamera("bus  write sensor FF2F=83 failed -1");
-  TraceCamera("bus  write bridge FF2F=83");
-  TraceCamera("bus  write sensor FF2F=82");
+  TraceCamera(nullptr, "bus  write sensor FF2F=83 refused");
+  TraceCamera(nullptr, "bus  write sensor FF2F=83 failed -1");
+  TraceCamera(nullptr, "bus  write bridge FF2F=83");
+  TraceCamera(nullptr, "bus  write sensor FF2F=82");
   EXPECT_EQ(counter.OfNewestFrame(), (ExposureEvents{.Steps = 0, .Commits = 0, .Refused = 1}));
 }
 
@@ -86,9 +86,9 @@ TEST(TraceObserver, ObserversSeeEachLineTogetherAndLeaveOneByOne) {
   {
     const TraceObserver second(
         [&](std::string_view line) { seen.push_back("2 " + std::string(line)); });
-    TraceCamera("stream on");
+    TraceCamera(nullptr, "stream on");
   }
-  TraceCamera("stream off");
+  TraceCamera(nullptr, "stream off");
   EXPECT_THAT(seen, ElementsAre("1 stream on", "2 stream on", "1 stream off"));
 }
 

@@ -476,7 +476,8 @@ TEST(PinProcess, AFrameKeepsItsClockForAsLongAsItTakes) {
 
 std::vector<std::string>* g_trace = nullptr;
 
-[[gnu::format(printf, 1, 0)]] void KeepTraceLine(const char* format, std::va_list arguments) {
+[[gnu::format(printf, 2, 0)]] void KeepTraceLine(const CameraContext*, const char* format,
+                                                 std::va_list arguments) {
   char line[200];
   std::vsnprintf(line, sizeof(line), format, arguments);
   g_trace->emplace_back(line);

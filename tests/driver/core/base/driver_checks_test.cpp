@@ -114,7 +114,7 @@ TEST(DriverChecks, AFrameIsPublishedFromOneOfTwoBuffers) {
   PlaceRawBuffers(assembly, block, 4);
   assembly.Sink.IsProcessing = [](void*) -> std::uint8_t { return 0; };
   assembly.FillBuffer = assembly.ReadyBuffer;
-  EXPECT_EQ(ViolationOf([&] { PublishFrame(assembly); }),
+  EXPECT_EQ(ViolationOf([&] { PublishFrame(assembly, nullptr); }),
             "PublishFrame: does not hold: assembly.FillBuffer != assembly.ReadyBuffer");
 }
 

@@ -16,7 +16,8 @@ namespace {
 ExposureBench* g_bench = nullptr;
 std::vector<std::string> g_trace;
 
-[[gnu::format(printf, 1, 0)]] void TakeLine(const char* format, std::va_list arguments) {
+[[gnu::format(printf, 2, 0)]] void TakeLine(const CameraContext*, const char* format,
+                                            std::va_list arguments) {
   std::array<char, 160> text{};
   std::vsnprintf(text.data(), text.size(), format, arguments);
   g_trace.emplace_back(text.data());

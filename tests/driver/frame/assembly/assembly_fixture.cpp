@@ -13,7 +13,8 @@ namespace {
 
 AssemblyFixture* g_fixture = nullptr;
 
-[[gnu::format(printf, 1, 0)]] void OnTrace(const char* format, std::va_list arguments) {
+[[gnu::format(printf, 2, 0)]] void OnTrace(const CameraContext*, const char* format,
+                                           std::va_list arguments) {
   std::array<char, 160> text{};
   std::vsnprintf(text.data(), text.size(), format, arguments);
   g_fixture->Log.emplace_back(text.data());

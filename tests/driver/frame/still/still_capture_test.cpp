@@ -186,7 +186,8 @@ class TraceLines {
   }
 
  private:
-  [[gnu::format(printf, 1, 0)]] static void Take(const char* format, std::va_list arguments) {
+  [[gnu::format(printf, 2, 0)]] static void Take(const CameraContext*, const char* format,
+                                                 std::va_list arguments) {
     char line[160];
     std::vsnprintf(line, sizeof(line), format, arguments);
     Lines().emplace_back(line);

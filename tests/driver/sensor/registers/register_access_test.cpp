@@ -414,7 +414,8 @@ std::vector<std::string>& TraceLines() {
   return lines;
 }
 
-[[gnu::format(printf, 1, 0)]] void KeepTraceLine(const char* format, std::va_list arguments) {
+[[gnu::format(printf, 2, 0)]] void KeepTraceLine(const CameraContext*, const char* format,
+                                                 std::va_list arguments) {
   std::array<char, 120> text{};
   std::vsnprintf(text.data(), text.size(), format, arguments);
   TraceLines().emplace_back(text.data());

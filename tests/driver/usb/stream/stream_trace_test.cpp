@@ -13,7 +13,8 @@ namespace {
 
 std::vector<std::string>* g_lines = nullptr;
 
-[[gnu::format(printf, 1, 0)]] void Note(const char* format, std::va_list arguments) {
+[[gnu::format(printf, 2, 0)]] void Note(const CameraContext*, const char* format,
+                                        std::va_list arguments) {
   char text[200];
   std::vsnprintf(text, sizeof(text), format, arguments);
   const std::string line = text;

@@ -174,7 +174,7 @@ std::string Circle::Text() const {
   return text;
 }
 
-void Circle::Note(const char* format, std::va_list arguments) {
+void Circle::Note(const CameraContext*, const char* format, std::va_list arguments) {
   const std::string line = Formatted(format, arguments);
   const bool isRegister = line.rfind("bus ", 0) == 0;
   if (g_circle == nullptr || isRegister) return;

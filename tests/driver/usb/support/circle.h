@@ -110,7 +110,8 @@ class Circle {
   NTSTATUS Dispatch(PIRP irp);
   NTSTATUS AnswerTransfer(PIRP irp, _URB_ISOCH_TRANSFER& urb);
   NTSTATUS AnswerRequest(PIRP irp, URB& urb);
-  [[gnu::format(printf, 1, 0)]] static void Note(const char* format, std::va_list arguments);
+  [[gnu::format(printf, 2, 0)]] static void Note(const CameraContext*, const char* format,
+                                                 std::va_list arguments);
 
   std::vector<std::uint64_t> interface_;
   std::vector<std::uint8_t> rawBuffers_;

@@ -159,7 +159,8 @@ std::vector<std::string>& TraceLines() {
   return lines;
 }
 
-[[gnu::format(printf, 1, 0)]] void KeepLine(const char* format, std::va_list arguments) {
+[[gnu::format(printf, 2, 0)]] void KeepLine(const CameraContext*, const char* format,
+                                            std::va_list arguments) {
   char text[100];
   std::vsnprintf(text, sizeof(text), format, arguments);
   TraceLines().emplace_back(text);
