@@ -43,7 +43,8 @@ bool IsUnwinding() {
 }  // namespace
 
 SimulatedScheduler::SimulatedScheduler(const SimulationOptions& options)
-    : options_(options),
+    : Scheduler(false),
+      options_(options),
       random_(options.Seed),
       chooser_(ChooserOf(options, random_)),
       main_(*this, nextThread_++, "main"),

@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/process_mutex.h"
 #include "base/time_units.h"
 #include "platform/host/nt/scheduling/thread.h"
 #include "platform/host/nt/scheduling/violation.h"
@@ -39,7 +40,7 @@ using Address = const char*;
 
 // Never destroyed: requests can be freed during static destruction.
 struct Registry {
-  std::mutex Lock;
+  base::ProcessMutex Lock;
   AddressMap<Record> Records;
   // The histories of freed requests, for reports of their use.
   std::deque<std::pair<Address, Record>> Tombstones;

@@ -7,6 +7,7 @@
 #include <set>
 #include <vector>
 
+#include "base/process_mutex.h"
 #include "platform/host/nt/declarations/verifier_declarations.h"
 #include "platform/host/nt/scheduling/violation.h"
 
@@ -18,7 +19,7 @@ using LockSet = std::set<Lock, std::less<>>;
 
 // For each lock, those that were taken while it was held. Never destroyed, like the registry.
 struct Orders {
-  std::mutex Mutex;
+  base::ProcessMutex Mutex;
   std::map<Lock, LockSet, std::less<>> Next;
   LockSet Known;  // all locks above: most memory that is freed holds none
 };

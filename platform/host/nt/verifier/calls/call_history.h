@@ -6,6 +6,7 @@
 #include <mutex>
 #include <string>
 
+#include "base/process_mutex.h"
 #include "platform/host/nt/declarations/nt_declarations.h"
 
 namespace lidcam::host {
@@ -30,7 +31,7 @@ class CallHistory {
  private:
   static constexpr std::size_t kKept = 40;
 
-  mutable std::mutex lock_;
+  mutable base::ProcessMutex lock_;
   std::array<Entry, kKept> entries_{};
   std::size_t count_ = 0;
 };
