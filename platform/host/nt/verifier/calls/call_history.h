@@ -23,7 +23,10 @@ class CallHistory {
     const void* Object = nullptr;
   };
 
-  void Add(const Entry& entry);
+  void Add(const Entry& entry) {
+    const std::lock_guard guard(lock_);
+    entries_[count_++ % kKept] = entry;
+  }
 
   /// A line for each call, oldest first.
   [[nodiscard]] std::string Text() const;
