@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdio>
 #include <exception>
+#include <span>
 #include <utility>
 
 #include "platform/host/nt/io/device_file.h"
@@ -86,10 +87,14 @@ LONGLONG SimulatedScheduler::SystemTimeAtStart() const {
 // The chosen one of the threads that fulfil a condition; null if none does.
 template <typename Condition>
 Thread* SimulatedScheduler::PickWhere(Condition condition) {
-  candidates_.clear();
-  std::ranges::copy_if(threads_, std::back_inserter(candidates_), condition);
-  if (candidates_.empty()) return nullptr;
-  return &chooser_->Choose(candidates_);
+  candidates_.resize(threads_.size());
+  std::size_t count = 0;
+  for (Thread* const thread : threads_) {
+    candidates_[count] = thread;
+    if (condition(thread)) ++count;
+  }
+  if (count == 0) return nullptr;
+  return &chooser_->Choose(std::span(candidates_).first(count));
 }
 
 bool SimulatedScheduler::IsReady(const Thread& thread) const {
