@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <latch>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -9,37 +11,39 @@
 namespace lidcam::base {
 namespace {
 
-struct Counted {
+struct Visits {
   ProcessMutex Lock;
-  int Inside = 0;
-  int Met = 0;  ///< threads that were inside together with another one
-  int Entries = 0;
+  std::atomic<int> Inside = 0;
+  std::atomic<int> Met = 0;  ///< visitors that were inside together with another one
+  int Count = 0;
 
   void Enter() {
     const std::lock_guard guard(Lock);
     if (++Inside != 1) ++Met;
     std::this_thread::yield();
     --Inside;
-    ++Entries;
+    ++Count;
   }
 };
 
 TEST(ProcessMutex, LetsOneThreadInAtATime) {
   constexpr int kThreads = 4;
-  constexpr int kRounds = 2000;
-  Counted counted;
-  counted.Enter();  // possibly without a second thread
+  constexpr int kRounds = 25;
+  Visits visits;
+  visits.Enter();  // possibly without a second thread
   {
+    std::latch start(kThreads);
     std::vector<std::jthread> threads;
     for (int i = 0; i < kThreads; ++i) {
-      threads.emplace_back([&counted] {
-        for (int round = 0; round < kRounds; ++round) counted.Enter();
+      threads.emplace_back([&] {
+        start.arrive_and_wait();
+        for (int round = 0; round < kRounds; ++round) visits.Enter();
       });
     }
   }
-  counted.Enter();
-  EXPECT_EQ(counted.Met, 0);
-  EXPECT_EQ(counted.Entries, kThreads * kRounds + 2);
+  visits.Enter();
+  EXPECT_EQ(visits.Met, 0);
+  EXPECT_EQ(visits.Count, kThreads * kRounds + 2);
 }
 
 }  // namespace
