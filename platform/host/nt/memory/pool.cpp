@@ -175,6 +175,18 @@ void ForgetPoolOfWorld(const Scheduler& world) {
   }
 }
 
+void FreePoolOfWorld(const Scheduler& world) {
+  Pool& pool = ThePool();
+  const std::lock_guard guard(pool.Lock);
+  std::erase_if(pool.Blocks, [&world](const auto& entry) {
+    const auto& [address, block] = entry;
+    if (block.World != &world) return false;
+    RemovePagedBlock(address);
+    GiveBack(address, block.Arena);
+    return true;
+  });
+}
+
 std::string ToString(const PoolEvent& event) {
   constexpr std::array kWords{"allocated ", "failed ", "freed "};
   return std::string("pool ") + kWords.at(static_cast<std::size_t>(event.What)) +

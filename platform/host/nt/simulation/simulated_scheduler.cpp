@@ -73,7 +73,11 @@ SimulatedScheduler::~SimulatedScheduler() {
   ForgetWorld(*this);
   ForgetIrpsOfWorld(*this);
   ForgetFilesOfWorld(*this);
-  ForgetPoolOfWorld(*this);
+  if (options_.FreesPoolAtEnd) {
+    FreePoolOfWorld(*this);
+  } else {
+    ForgetPoolOfWorld(*this);
+  }
   if (arena_.use_count() > 1) arena_->Retire();
   SetCurrentThread(previous_);
   CountSimulations(-1);
