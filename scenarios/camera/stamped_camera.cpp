@@ -6,6 +6,7 @@
 #include "camera_model/device/descriptors.h"
 #include "camera_model/frames/raw_frame_geometry.h"
 #include "platform/host/nt/scheduling/scheduler.h"
+#include "scenarios/run/equal_bytes.h"
 
 namespace lidcam::scenarios {
 namespace {
@@ -157,19 +158,20 @@ bus::IsochronousResult StampedCamera::ReadIsochronous(std::uint8_t endpoint,
   } else if (Take(failingReads_) || !isPicture || limit == 0 || share < limit) {
     status = bus::UsbStatus::Failed;
   }
+  const bool isSending = status == bus::UsbStatus::Ok && device_.Chip().IsSensorRunning();
+  const std::uint32_t total = FrameBytes();
   for (std::size_t i = 0; i < packets.size(); ++i) {
     packets[i] = {static_cast<std::uint32_t>(i * share), 0, status};
-    if (status != bus::UsbStatus::Ok) continue;
-    packets[i].Length = FillPacket(first + i, limit, buffer.subspan(i * share, share));
+    if (!isSending) continue;
+    packets[i].Length = FillPacket(first + i, total, limit, buffer.subspan(i * share, share));
   }
   if (!packets.empty() && packets[0].Length != 0 && Take(corruptReads_)) buffer[share / 2] ^= 1;
   return {status, static_cast<std::uint32_t>(first)};
 }
 
-std::uint32_t StampedCamera::FillPacket(std::uint64_t microframe, std::uint32_t limit,
-                                        std::span<std::uint8_t> out) {
-  if (microframe < startedAt_ || !device_.Chip().IsSensorRunning()) return 0;
-  const std::uint32_t total = FrameBytes();
+std::uint32_t StampedCamera::FillPacket(std::uint64_t microframe, std::uint32_t total,
+                                        std::uint32_t limit, std::span<std::uint8_t> out) {
+  if (microframe < startedAt_) return 0;
   const std::uint64_t period =
       std::max<std::uint64_t>(kMicroframesPerPicture, total / limit + kStartDelay);
   const auto number = static_cast<std::uint32_t>((microframe - startedAt_) / period);
@@ -188,8 +190,7 @@ FrameContent StampedCamera::Check(std::span<const std::uint8_t> rawFrame) {
   if (rawFrame.size() <= camera_model::kRawHeaderBytes) return FrameContent::Short;
   const std::uint8_t stamp = StampOf(NumberIn(rawFrame));
   const auto bytes = rawFrame.subspan(camera_model::kRawHeaderBytes);
-  const bool isOne =
-      std::all_of(bytes.begin(), bytes.end(), [stamp](std::uint8_t byte) { return byte == stamp; });
+  const bool isOne = bytes.front() == stamp && AreAllEqual(bytes);
   return rawFrame[0] == 0xFF && rawFrame[1] == 0xD8 && isOne ? FrameContent::Whole
                                                              : FrameContent::Torn;
 }

@@ -81,7 +81,8 @@ class StampedCamera final : public bus::UsbBus {
   void NoteAccess(const bus::SetupPacket& setup);
   [[nodiscard]] std::uint8_t LumaOf(std::uint32_t number, std::uint64_t microframe);
   [[nodiscard]] std::uint32_t FrameBytes() const;
-  std::uint32_t FillPacket(std::uint64_t microframe, std::uint32_t limit,
+  /// @param total  bytes of a frame
+  std::uint32_t FillPacket(std::uint64_t microframe, std::uint32_t total, std::uint32_t limit,
                            std::span<std::uint8_t> out);
   static bool Take(std::uint32_t& count);
   void JoinPipes(std::span<std::uint8_t> configuration) const;

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "platform/host/client/client_error.h"
+#include "scenarios/run/equal_bytes.h"
 
 namespace lidcam::scenarios {
 namespace {
@@ -150,8 +151,7 @@ bool CheckedStream::IsWhole(std::span<const std::byte> picture) const {
   if (pixels == 0 || pixels > picture.size()) return true;
   const auto seen = picture.first(pixels);
   const auto stamp = std::to_integer<std::uint8_t>(seen.front());
-  return stage_.Camera().HasSent(stamp) &&
-         std::ranges::all_of(seen, [&seen](std::byte byte) { return byte == seen.front(); });
+  return stage_.Camera().HasSent(stamp) && AreAllEqual(seen);
 }
 
 void CheckedStream::Check(const Frame& frame) {

@@ -3,6 +3,7 @@
 #include <array>
 #include <cstdarg>
 #include <cstdio>
+#include <utility>
 
 #include "base/fnv_hash.h"
 #include "driver/core/base/camera_trace.h"
@@ -42,8 +43,14 @@ void TraceRecord::AddOfDriver(std::string_view line) {
 
 void TraceRecord::Add(std::string_view line) {
   hash_ = base::FnvHash(base::FnvHash(hash_, line), '\n');
-  lines_.emplace_back(line);
-  if (!keepsAll_ && lines_.size() > kLinesKept) lines_.pop_front();
+  if (keepsAll_ || lines_.size() < kLinesKept) {
+    lines_.emplace_back(line);
+  } else {
+    // With the memory of the line that goes.
+    std::string last = std::move(lines_.front());
+    lines_.pop_front();
+    lines_.push_back(std::move(last.assign(line)));
+  }
   if (look_) look_(line);
 }
 

@@ -5,6 +5,7 @@
 #include <set>
 #include <string>
 
+#include "platform/host/nt/memory/pool.h"
 #include "scenarios/runner.h"
 #include "tests/driver/support/sanitizers.h"
 
@@ -114,6 +115,14 @@ TEST(StatedHang, ReadThatMeetsTheFramePathIsNeverAnsweredAndHoldsNoRemovalUp) {
     EXPECT_EQ(result.What, "simulation: hangs at step 'change the light'");
     EXPECT_NE(result.Trace.find("the device goes on"), std::string::npos) << result.Trace;
     EXPECT_NE(result.Report.find("has stopped"), std::string::npos) << result.Report;
+  }
+}
+
+TEST(StatedHang, RunThatStopsLeavesNothingInThePool) {
+  const std::size_t before = host::PoolUsageOfAll().Blocks;
+  for (const char* const name : {"lost-work-item", "kept-request", "stopped-read"}) {
+    EXPECT_EQ(Play(name, 1).Outcome, Verdict::StatedHang);
+    EXPECT_EQ(host::PoolUsageOfAll().Blocks, before) << name;
   }
 }
 

@@ -9,6 +9,7 @@
 #include <unordered_map>
 #include <utility>
 
+#include "base/process_mutex.h"
 #include "platform/host/nt/declarations/nt_declarations.h"
 #include "platform/host/nt/memory/guards/freed_use.h"
 #include "platform/host/nt/memory/guards/paged_memory.h"
@@ -32,7 +33,7 @@ struct Block {
 
 // Never destroyed: drivers may free memory during static destruction.
 struct Pool {
-  std::mutex Lock;
+  base::ProcessMutex Lock;
   std::unordered_map<void*, Block> Blocks;
   std::uint32_t FailCountdown = 0;
   std::function<void(const PoolEvent& event)> See;
@@ -172,6 +173,18 @@ void ForgetPoolOfWorld(const Scheduler& world) {
     block.World = nullptr;
     RemovePagedBlock(address);
   }
+}
+
+void FreePoolOfWorld(const Scheduler& world) {
+  Pool& pool = ThePool();
+  const std::lock_guard guard(pool.Lock);
+  std::erase_if(pool.Blocks, [&world](const auto& entry) {
+    const auto& [address, block] = entry;
+    if (block.World != &world) return false;
+    RemovePagedBlock(address);
+    GiveBack(address, block.Arena);
+    return true;
+  });
 }
 
 std::string ToString(const PoolEvent& event) {

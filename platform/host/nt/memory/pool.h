@@ -34,6 +34,9 @@ struct PoolUsage {
 /// Drops the blocks of a world that ends: they belong to no world any more.
 void ForgetPoolOfWorld(const Scheduler& world);
 
+/// Frees the blocks of a world that ends: nothing uses them any more.
+void FreePoolOfWorld(const Scheduler& world);
+
 /// Allocates the kernel's own objects that drivers get: memory of the pool, without a driver's
 /// call.
 ///

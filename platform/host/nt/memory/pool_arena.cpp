@@ -119,18 +119,19 @@ std::shared_ptr<PoolArena> PoolArena::TakeSpare() {
 #endif
 }
 
-// Keeps at most as many bytes as freed memory keeps.
+// Keeps at most as many bytes as freed memory keeps. Pages that this world hasn't used are as an earlier one left them:
+// accessible.
 bool PoolArena::BecomeSpare() {
 #ifdef LIDCAM_SANITIZER_LOOKS_AFTER_MEMORY
   return false;
 #else
   SpareArena& spare = TheSpareArena();
   const std::lock_guard guard(spare.Lock);
-  const std::size_t opened = openPages_ * PageSize();
+  const std::size_t used = usedPages_ * PageSize();
   if (isRetired_ || spare.Base != nullptr) return false;
-  if (mprotect(base_, opened, PROT_READ | PROT_WRITE) != 0) return false;
-  if (opened > kFreedBytesKept) {
-    madvise(base_ + kFreedBytesKept, opened - kFreedBytesKept, MADV_DONTNEED);
+  if (mprotect(base_, used, PROT_READ | PROT_WRITE) != 0) return false;
+  if (used > kFreedBytesKept) {
+    madvise(base_ + kFreedBytesKept, used - kFreedBytesKept, MADV_DONTNEED);
   }
   spare.Base = base_;
   spare.OpenPages = openPages_;

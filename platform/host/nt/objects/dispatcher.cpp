@@ -190,7 +190,8 @@ NTSTATUS WaitForObjects(const CallRule& rule, std::span<const PVOID> objects, WA
   CheckWaited(rule, self, objects, mayBlock);
   std::array<WaitEntry, MAXIMUM_WAIT_OBJECTS> entries;
   for (std::size_t i = 0; i < objects.size(); ++i) {
-    entries[i].Object = static_cast<DISPATCHER_HEADER*>(objects[i]);
+    entries[i] = {
+        .Link = {}, .Owner = nullptr, .Object = static_cast<DISPATCHER_HEADER*>(objects[i])};
   }
   std::unique_lock guard(self.World.Lock());
   Wait wait{.Self = self,

@@ -23,11 +23,12 @@ enum DispatcherType : UCHAR {
 
 struct Wait;
 
-/// A thread's entry in the queue of one object that it waits for.
+/// A thread's entry in the queue of one object that it waits for. Without initialisers: a wait has room for 64 of them,
+/// and uses one.
 struct WaitEntry {
-  LIST_ENTRY Link{};
-  Wait* Owner = nullptr;
-  DISPATCHER_HEADER* Object = nullptr;
+  LIST_ENTRY Link;
+  Wait* Owner;
+  DISPATCHER_HEADER* Object;
 };
 
 /// One wait of one thread, on the thread's stack; other threads access it under the world's lock.

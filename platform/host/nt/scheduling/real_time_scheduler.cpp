@@ -31,7 +31,9 @@ RealTimeScheduler& RealTimeScheduler::The() {
 }
 
 RealTimeScheduler::RealTimeScheduler()
-    : start_(std::chrono::steady_clock::now()), systemTimeAtStart_(SystemTimeNow()) {}
+    : Scheduler(true),
+      start_(std::chrono::steady_clock::now()),
+      systemTimeAtStart_(SystemTimeNow()) {}
 
 Thread* RealTimeScheduler::Adopt() {
   const std::lock_guard guard(Lock());

@@ -37,7 +37,8 @@ enum class SwitchKind {
 /// thread not made by a world belongs to the real-time one.
 class Scheduler {
  public:
-  Scheduler() = default;
+  /// @param isParallel  whether several of its threads run at the same time
+  explicit Scheduler(bool isParallel) : lock_(isParallel) {}
   Scheduler(const Scheduler&) = delete;
   Scheduler& operator=(const Scheduler&) = delete;
   virtual ~Scheduler() = default;

@@ -29,7 +29,7 @@ timespec ToTimespec(std::chrono::steady_clock::time_point time) {
 
 }  // namespace
 
-void WorldLock::unlock() {
+void WorldLock::UnlockAndWake() {
   if (sleeperCount_ == 0) {
     mutex_.unlock();
     return;

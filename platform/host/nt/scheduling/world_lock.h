@@ -19,13 +19,18 @@ struct WakeFlag {
 /// wakes earlier finds it taken, and sleeps a second time.
 class WorldLock {
  public:
-  WorldLock() = default;
+  /// @param isNeeded  false in a world of which one thread runs at a time: the lock does nothing
+  explicit WorldLock(bool isNeeded) : isNeeded_(isNeeded) {}
   WorldLock(const WorldLock&) = delete;
   WorldLock& operator=(const WorldLock&) = delete;
 
   // Named as the standard library's lock guards expect.
-  void lock() { mutex_.lock(); }
-  void unlock();
+  void lock() {
+    if (isNeeded_) mutex_.lock();
+  }
+  void unlock() {
+    if (isNeeded_) UnlockAndWake();
+  }
 
   /// Sets a flag, and wakes the thread that sleeps for it. Under the lock. The flag may be gone by the time of the
   /// lock's release.
@@ -34,6 +39,9 @@ class WorldLock {
  private:
   static constexpr std::size_t kMostSleepers = 8;
 
+  void UnlockAndWake();
+
+  const bool isNeeded_;
   std::mutex mutex_;
   std::array<WakeFlag*, kMostSleepers> sleepers_{};
   std::size_t sleeperCount_ = 0;

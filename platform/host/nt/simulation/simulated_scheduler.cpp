@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdio>
 #include <exception>
+#include <span>
 #include <utility>
 
 #include "platform/host/nt/io/device_file.h"
@@ -43,7 +44,8 @@ bool IsUnwinding() {
 }  // namespace
 
 SimulatedScheduler::SimulatedScheduler(const SimulationOptions& options)
-    : options_(options),
+    : Scheduler(false),
+      options_(options),
       random_(options.Seed),
       chooser_(ChooserOf(options, random_)),
       main_(*this, nextThread_++, "main"),
@@ -71,7 +73,11 @@ SimulatedScheduler::~SimulatedScheduler() {
   ForgetWorld(*this);
   ForgetIrpsOfWorld(*this);
   ForgetFilesOfWorld(*this);
-  ForgetPoolOfWorld(*this);
+  if (options_.FreesPoolAtEnd) {
+    FreePoolOfWorld(*this);
+  } else {
+    ForgetPoolOfWorld(*this);
+  }
   if (arena_.use_count() > 1) arena_->Retire();
   SetCurrentThread(previous_);
   CountSimulations(-1);
@@ -85,10 +91,14 @@ LONGLONG SimulatedScheduler::SystemTimeAtStart() const {
 // The chosen one of the threads that fulfil a condition; null if none does.
 template <typename Condition>
 Thread* SimulatedScheduler::PickWhere(Condition condition) {
-  candidates_.clear();
-  std::ranges::copy_if(threads_, std::back_inserter(candidates_), condition);
-  if (candidates_.empty()) return nullptr;
-  return &chooser_->Choose(candidates_);
+  candidates_.resize(threads_.size());
+  std::size_t count = 0;
+  for (Thread* const thread : threads_) {
+    candidates_[count] = thread;
+    if (condition(thread)) ++count;
+  }
+  if (count == 0) return nullptr;
+  return &chooser_->Choose(std::span(candidates_).first(count));
 }
 
 bool SimulatedScheduler::IsReady(const Thread& thread) const {

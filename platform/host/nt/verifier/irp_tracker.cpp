@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/process_mutex.h"
 #include "base/time_units.h"
 #include "platform/host/nt/scheduling/thread.h"
 #include "platform/host/nt/scheduling/violation.h"
@@ -23,23 +24,39 @@ struct Event {
   const void* Object;
 };
 
+// The last events of a request, without an allocation.
+class EventHistory {
+ public:
+  void Add(const Event& event) { events_[count_++ % kKept] = event; }
+
+  template <typename See>
+  void ForEach(See see) const {
+    for (std::size_t i = count_ - std::min(count_, kKept); i < count_; ++i) see(events_[i % kKept]);
+  }
+
+ private:
+  static constexpr std::size_t kKept = 24;
+
+  std::array<Event, kKept> events_{};
+  std::size_t count_ = 0;
+};
+
 struct Record {
   std::uint64_t Serial = 0;
   std::uint64_t Sends = 0;
   const Scheduler* World = nullptr;
   bool IsAllocated = false;
   std::vector<std::shared_ptr<IrpPassage>> Passages;  // by stack location, the first at index 1
-  std::deque<Event> History;
+  EventHistory History;
 };
 
-constexpr std::size_t kKeptEvents = 24;
 constexpr std::size_t kKeptTombstones = 64;
 
 using Address = const char*;
 
 // Never destroyed: requests can be freed during static destruction.
 struct Registry {
-  std::mutex Lock;
+  base::ProcessMutex Lock;
   AddressMap<Record> Records;
   // The histories of freed requests, for reports of their use.
   std::deque<std::pair<Address, Record>> Tombstones;
@@ -57,8 +74,7 @@ Address AddressOf(const void* memory) {
 
 void AddEvent(Record& record, const char* what, const void* object) {
   const Thread& self = CurrentThread();
-  record.History.push_back({self.World.Now(), self.Number, what, object});
-  if (record.History.size() > kKeptEvents) record.History.pop_front();
+  record.History.Add({self.World.Now(), self.Number, what, object});
 }
 
 IO_STACK_LOCATION& LocationOf(PIRP irp, int location) {
@@ -224,12 +240,12 @@ std::string HistoryText(PIRP irp) {
     record = &gone->second;
   }
   std::string text = "what happened to " + DescribeObject("IRP", irp) + ":\n";
-  for (const Event& event : record->History) {
+  record->History.ForEach([&text](const Event& event) {
     std::array<char, 160> line{};
     std::snprintf(line.data(), line.size(), "  %.7f s  thread %u  %s %p\n",
                   base::SecondsOfUnits(event.Time), event.Thread, event.What, event.Object);
     text += line.data();
-  }
+  });
   return text;
 }
 

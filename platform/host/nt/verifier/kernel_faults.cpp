@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "base/process_mutex.h"
 #include "platform/host/nt/scheduling/violation.h"
 
 namespace lidcam::host {
@@ -19,7 +20,7 @@ struct FaultPoint {
 
 // Each function that calls KernelCallFault().
 struct FaultPoints {
-  std::mutex Lock;
+  base::ProcessMutex Lock;
   std::array<FaultPoint, 9> Points{{
       {"IoAllocateDriverObjectExtension"},
       {"IoAllocateIrp"},

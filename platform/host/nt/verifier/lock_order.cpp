@@ -1,12 +1,15 @@
 #include "platform/host/nt/verifier/lock_order.h"
 
 #include <algorithm>
+#include <array>
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <mutex>
 #include <set>
 #include <vector>
 
+#include "base/process_mutex.h"
 #include "platform/host/nt/declarations/verifier_declarations.h"
 #include "platform/host/nt/scheduling/violation.h"
 
@@ -18,9 +21,23 @@ using LockSet = std::set<Lock, std::less<>>;
 
 // For each lock, those that were taken while it was held. Never destroyed, like the registry.
 struct Orders {
-  std::mutex Mutex;
+  base::ProcessMutex Mutex;
   std::map<Lock, LockSet, std::less<>> Next;
   LockSet Known;  // all locks above: most memory that is freed holds none
+
+  // Orders found last, by both locks: most locks are taken again and again in the same order.
+  struct Pair {
+    Lock Held = nullptr;
+    Lock Taken = nullptr;
+  };
+  std::array<Pair, 64> Recent{};
+
+  [[nodiscard]] Pair& RecentOf(Lock held, Lock taken) {
+    constexpr std::uint64_t kMix = 0x9E3779B97F4A7C15;
+    const auto both =
+        reinterpret_cast<std::uintptr_t>(held) * 3 + reinterpret_cast<std::uintptr_t>(taken);
+    return Recent[both / 8 * kMix >> 58U];
+  }
 };
 
 Orders& TheOrders() {
@@ -48,12 +65,16 @@ Lock FindInversion(const Thread& self, Lock lock) {
   const std::lock_guard guard(orders.Mutex);
   for (const void* const held : self.Held) {
     if (held == lock) return lock;  // a rundown that waits for its own thread's hold
-    const auto known = orders.Next.find(static_cast<Lock>(held));
+    const auto first = static_cast<Lock>(held);
+    Orders::Pair& recent = orders.RecentOf(first, lock);
+    if (recent.Held == first && recent.Taken == lock) continue;
     // An order is kept only if the opposite one isn't.
-    if (known != orders.Next.end() && known->second.contains(lock)) continue;
-    if (LeadsTo(orders, lock, static_cast<Lock>(held))) return static_cast<Lock>(held);
-    orders.Next[static_cast<Lock>(held)].insert(lock);
-    orders.Known.insert({static_cast<Lock>(held), lock});
+    if (!orders.Next[first].contains(lock)) {
+      if (LeadsTo(orders, lock, first)) return first;
+      orders.Next[first].insert(lock);
+      orders.Known.insert({first, lock});
+    }
+    recent = {first, lock};
   }
   return nullptr;
 }
@@ -84,9 +105,9 @@ void ForgetLockOrders(const void* memory, std::size_t size) {
   const auto begin = static_cast<Lock>(memory);
   const std::lock_guard guard(orders.Mutex);
   const auto first = orders.Known.lower_bound(begin);
-  const auto end = orders.Known.lower_bound(begin + size);
-  if (first == end) return;
-  orders.Known.erase(first, end);
+  if (first == orders.Known.end() || *first >= begin + size) return;
+  orders.Known.erase(first, orders.Known.lower_bound(begin + size));
+  orders.Recent = {};
   orders.Next.erase(orders.Next.lower_bound(begin), orders.Next.lower_bound(begin + size));
   for (auto& [lock, next] : orders.Next) {
     next.erase(next.lower_bound(begin), next.lower_bound(begin + size));

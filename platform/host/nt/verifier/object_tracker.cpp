@@ -3,6 +3,7 @@
 #include <mutex>
 #include <optional>
 
+#include "base/process_mutex.h"
 #include "platform/host/nt/memory/guards/paged_memory.h"
 #include "platform/host/nt/scheduling/thread.h"
 #include "platform/host/nt/scheduling/violation.h"
@@ -25,7 +26,7 @@ using Address = const char*;
 
 // Never destroyed: a driver may use objects during static destruction.
 struct ObjectRegistry {
-  std::mutex Lock;
+  base::ProcessMutex Lock;
   AddressMap<ObjectRecord> Records;
 };
 

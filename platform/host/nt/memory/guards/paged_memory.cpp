@@ -8,6 +8,8 @@
 #include <utility>
 #include <vector>
 
+#include "base/process_mutex.h"
+
 namespace lidcam::host {
 namespace {
 
@@ -17,7 +19,7 @@ struct Entry {
 };
 
 struct PagedMemory {
-  std::mutex Lock;
+  base::ProcessMutex Lock;
   std::vector<Entry> Entries;
 };
 

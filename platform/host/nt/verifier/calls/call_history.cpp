@@ -7,11 +7,6 @@
 
 namespace lidcam::host {
 
-void CallHistory::Add(const Entry& entry) {
-  const std::lock_guard guard(lock_);
-  entries_[count_++ % kKept] = entry;
-}
-
 std::string CallHistory::Text() const {
   const std::lock_guard guard(lock_);
   std::string text;

@@ -6,6 +6,7 @@
 #include <mutex>
 #include <string>
 
+#include "base/process_mutex.h"
 #include "platform/host/nt/declarations/nt_declarations.h"
 
 namespace lidcam::host {
@@ -22,7 +23,10 @@ class CallHistory {
     const void* Object = nullptr;
   };
 
-  void Add(const Entry& entry);
+  void Add(const Entry& entry) {
+    const std::lock_guard guard(lock_);
+    entries_[count_++ % kKept] = entry;
+  }
 
   /// A line for each call, oldest first.
   [[nodiscard]] std::string Text() const;
@@ -30,7 +34,7 @@ class CallHistory {
  private:
   static constexpr std::size_t kKept = 40;
 
-  mutable std::mutex lock_;
+  mutable base::ProcessMutex lock_;
   std::array<Entry, kKept> entries_{};
   std::size_t count_ = 0;
 };
