@@ -301,7 +301,8 @@ void CopyPicture(const ScaleJob& job) {
 std::uint64_t SimdWorkBytes(std::uint32_t pairs, std::size_t lanes) {
   const std::uint64_t blockPairs = 2 * lanes * kLanePairs;
   const std::uint64_t rowLanes = (pairs + blockPairs - 1) / blockPairs * 2 * lanes;
-  return 5 * RegisterBytes(rowLanes) + NumberBytes(2 * rowLanes) + NumberBytes(rowLanes / 2);
+  return (kLines + 3) * RegisterBytes(rowLanes) + NumberBytes(2 * rowLanes) +
+         NumberBytes(rowLanes / 2);
 }
 
 void MakeSimdPlan(const ScaleJob& job, const SimdShape& shape, SimdPlan& plan) {
@@ -313,8 +314,9 @@ void MakeSimdPlan(const ScaleJob& job, const SimdShape& shape, SimdPlan& plan) {
     memory += bytes;
     return taken;
   };
-  plan.Lines[0] = reinterpret_cast<std::int16_t*>(take(RegisterBytes(lanes)));
-  plan.Lines[1] = reinterpret_cast<std::int16_t*>(take(RegisterBytes(lanes)));
+  for (std::int16_t*& line : plan.Lines) {
+    line = reinterpret_cast<std::int16_t*>(take(RegisterBytes(lanes)));
+  }
   plan.Weights = reinterpret_cast<std::int16_t*>(take(RegisterBytes(lanes)));
   plan.Shuffles = take(2 * RegisterBytes(lanes));
   plan.MoreShuffles = plan.Shuffles + lanes * kLaneBytes;
