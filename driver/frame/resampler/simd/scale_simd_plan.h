@@ -72,7 +72,7 @@ void MakeSimdPlan(const ScaleJob& job, const SimdShape& shape, SimdPlan& plan);
 
 /// ScaleJob::Work of a kernel with registers of so many lanes: also enough for one with fewer, and for
 /// the reference.
-[[nodiscard]] std::uint64_t SimdWorkBytes(std::uint32_t pairs, std::size_t lanes);
+[[nodiscard]] std::uint64_t SimdWorkBytes(std::uint32_t pairs, std::uint32_t lanes);
 
 /// Scales a picture by a plan. False, with nothing written, if it can't use the plan.
 using PlannedScale = bool (*)(const ScaleJob& job, const SimdPlan& plan);

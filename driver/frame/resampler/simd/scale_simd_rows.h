@@ -226,7 +226,7 @@ class PictureScaler {
         WriteRows(row, rows, out);
       }
       row += rows;
-      out += rows * job_.DestinationStep;
+      out += static_cast<std::ptrdiff_t>(rows) * job_.DestinationStep;
     }
   }
 

@@ -3,8 +3,6 @@
 
 #include <emmintrin.h>
 
-#include <cstring>
-
 #include "driver/frame/resampler/jobs/resize_arguments.h"
 #include "driver/frame/resampler/jobs/scale_reference.h"
 #include "driver/frame/resampler/simd/scale_simd_columns.h"
@@ -38,9 +36,7 @@ struct Sse2 {
 };
 
 __m128i LoadFour(const std::uint8_t* from) {
-  std::int32_t bytes = 0;
-  std::memcpy(&bytes, from, sizeof bytes);
-  return _mm_cvtsi32_si128(bytes);
+  return _mm_loadu_si32(from);
 }
 
 __m128i LoadEight(const std::uint8_t* from) {
