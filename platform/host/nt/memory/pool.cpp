@@ -144,6 +144,7 @@ std::vector<PoolBlocks> PoolBlocksOfAll() {
   std::map<std::pair<std::size_t, std::uint32_t>, std::size_t, std::greater<>> counts;
   for (const auto& [address, block] : pool.Blocks) ++counts[{block.Size, block.Tag}];
   std::vector<PoolBlocks> blocks;
+  blocks.reserve(counts.size());
   for (const auto& [kind, count] : counts) blocks.push_back({kind.second, kind.first, count});
   return blocks;
 }
