@@ -295,11 +295,12 @@ void CopyPicture(const ScaleJob& job) {
   }
 }
 
-// A block has two lanes at least. 32 bits hold the lanes: an output has fewer than 2^30 pairs.
+// A block has two lanes at least. 32 bits are enough for the division: an output has at most 2^30 pairs.
 std::uint64_t SimdWorkBytes(std::uint32_t pairs, std::uint32_t lanes) {
   const std::uint32_t blockLanes = 2 * lanes;
   const std::uint32_t blockPairs = blockLanes * std::uint32_t{kLanePairs};
-  const std::uint64_t rowLanes = (pairs + blockPairs - 1) / blockPairs * blockLanes;
+  const std::uint32_t blocks = (pairs + blockPairs - 1) / blockPairs;
+  const std::uint64_t rowLanes = std::uint64_t{blocks} * blockLanes;
   return (kLines + 3) * RegisterBytes(rowLanes) + NumberBytes(2 * rowLanes) +
          NumberBytes(rowLanes / 2);
 }

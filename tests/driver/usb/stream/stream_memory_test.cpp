@@ -58,7 +58,7 @@ TEST(StreamMemory, IsTwoRawBuffersAndSevenTransfersWithTheirRequests) {
               testing::UnorderedElementsAre(host::PoolBlocks{kCameraTag, 2 * 921666 + 4 + 48, 1},
                                             host::PoolBlocks{kCameraTag, 32 * 3072 + 536 + 48, 7},
                                             host::PoolBlocks{host::kIrpTag, 280, 7}));
-  EXPECT_EQ(BytesOf(added) - 2 * 921666, 694228U);
+  EXPECT_EQ(BytesOf(added) - std::size_t{2} * 921666, 694228U);
 }
 
 }  // namespace
