@@ -33,7 +33,7 @@ constexpr const char* kMemcpy = "memcpy of all bytes";
 constexpr const char* kKernelWithGoals = "AVX2";
 constexpr double kMicro = 1e6;
 
-// Time over that of memcpy, the geometric mean of all conversions: not to be exceeded.
+// Time over that of memcpy, the mean of all conversions: not to be exceeded.
 const std::map<std::string, double> kMostTimesMemcpy = {{"AVX2", 1.2}, {"AVX-512 VBMI", 0.95}};
 
 struct Goals {
@@ -263,7 +263,8 @@ nlohmann::json ToJson(const Conversion& conversion, const std::vector<std::strin
 int Run(const std::string& filter, const std::string& outFile, int turns) {
   const std::regex wanted(filter);
   nlohmann::json results = nlohmann::json::array();
-  std::map<std::string, std::map<std::string, double>> logarithms;
+  std::map<std::string, double> logarithms;
+  std::map<std::string, double> timesMemcpy;
   std::size_t conversions = 0;
   std::printf(
       "Median microseconds a picture of %d; how many times as fast as libswscale bilinear,\n"
@@ -282,9 +283,8 @@ int Run(const std::string& filter, const std::string& outFile, int turns) {
     PrintTable(entry.Sizes, contest->Kernels(), timings, entry.Least);
     results.push_back(ToJson(entry.Sizes, contest->Kernels(), timings, entry.Least));
     for (const std::string& kernel : contest->Kernels()) {
-      for (const char* rival : {kSwscaleBilinear, kMemcpy}) {
-        logarithms[rival][kernel] += std::log(TimesAsFast(timings.at(kernel), timings.at(rival)));
-      }
+      logarithms[kernel] += std::log(TimesAsFast(timings.at(kernel), timings.at(kSwscaleBilinear)));
+      timesMemcpy[kernel] += 1 / TimesAsFast(timings.at(kernel), timings.at(kMemcpy));
     }
     ++conversions;
   }
@@ -292,25 +292,27 @@ int Run(const std::string& filter, const std::string& outFile, int turns) {
     std::printf("no conversion matches '%s'\n", filter.c_str());
     return 0;
   }
+  std::printf("\nGeometric mean, times as fast as libswscale bilinear:");
   nlohmann::json means;
-  for (const auto& [rival, sums] : logarithms) {
-    std::printf("\nGeometric mean, times as fast as %s:", rival.c_str());
-    for (const auto& [kernel, sum] : sums) {
-      const double mean = std::exp(sum / static_cast<double>(conversions));
-      means[rival][kernel] = mean;
-      std::printf("  %s %.2f", kernel.c_str(), mean);
-    }
+  for (const auto& [kernel, logarithm] : logarithms) {
+    means[kernel] = std::exp(logarithm / static_cast<double>(conversions));
+    std::printf("  %s %.1f", kernel.c_str(), means[kernel].get<double>());
   }
-  std::printf("\nGeometric mean of the time over that of memcpy:");
-  for (const auto& [kernel, most] : kMostTimesMemcpy) {
-    if (!means[kMemcpy].contains(kernel)) continue;
-    const double times = 1 / means[kMemcpy][kernel].get<double>();
-    std::printf("  %s %.2f (<= %.2f %s)", kernel.c_str(), times, most,
-                times <= most ? "met" : "missed");
+  std::printf("\nMean of the time over that of memcpy:");
+  nlohmann::json copies;
+  for (const auto& [kernel, sum] : timesMemcpy) {
+    const double mean = sum / static_cast<double>(conversions);
+    copies[kernel] = mean;
+    std::printf("  %s %.2f", kernel.c_str(), mean);
+    const auto most = kMostTimesMemcpy.find(kernel);
+    if (most == kMostTimesMemcpy.end()) continue;
+    std::printf(" (<= %.2f %s)", most->second, mean <= most->second ? "met" : "missed");
   }
   std::printf("\n");
-  const nlohmann::json figures = {
-      {"turns", turns}, {"conversions", std::move(results)}, {"geometric_means", std::move(means)}};
+  const nlohmann::json figures = {{"turns", turns},
+                                  {"conversions", std::move(results)},
+                                  {"geometric_mean_over_libswscale", std::move(means)},
+                                  {"mean_time_over_memcpy", std::move(copies)}};
   if (!outFile.empty() && !(std::ofstream(outFile) << figures.dump(2) << std::endl)) {
     std::fprintf(stderr, "figures can't be written to '%s'\n", outFile.c_str());
     return 1;

@@ -20,6 +20,7 @@
 
 #include "bus/passing_bus.h"
 #include "camera_model/bus_adapter/simulated_bus.h"
+#include "platform/host/nt/memory/guards/freed_use.h"
 #include "platform/host/nt/memory/pool.h"
 #include "testbed/transport_testbed.h"
 
@@ -136,18 +137,44 @@ void AsStream(benchmark::internal::Benchmark* benchmark) {
 BENCHMARK_CAPTURE(MeasureStream, published, false)->Name("frame published")->Apply(AsStream);
 BENCHMARK_CAPTURE(MeasureStream, delivered, true)->Name("frame delivered")->Apply(AsStream);
 
-/// Use of the pool by tag: at rest, and for a running stream of 640x480.
+using Blocks = std::vector<host::PoolBlocks>;
+
+/// Blocks of `now` beyond those of `before`.
+Blocks Added(const Blocks& now, const Blocks& before) {
+  Blocks added;
+  for (host::PoolBlocks blocks : now) {
+    for (const host::PoolBlocks& old : before) {
+      if (old.Tag == blocks.Tag && old.Size == blocks.Size) blocks.Count -= old.Count;
+    }
+    if (blocks.Count != 0) added.push_back(blocks);
+  }
+  return added;
+}
+
+const char* UserOf(const host::PoolBlocks& blocks, const UsbStreamRecord& stream) {
+  if (blocks.Tag == host::kIrpTag) return "requests of the transfers";
+  if (blocks.Size >= stream.RawMemory->Size) return "two raw buffers";
+  if (blocks.Size >= stream.Pipeline->Transfers[0].Memory->Size) return "transfers";
+  return "others";
+}
+
+/// Use of the pool: at rest, and block by block what a running stream of 640x480 adds.
 void PrintMemory() {
   bus::SimulatedBus bus({});
   testbed::RunInVirtualTime({.Seed = 1, .KeepsFreedPool = false}, [&bus] {
     testbed::WithTransportTestbed(bus, {}, [](testbed::TransportTestbed& camera) {
       if (!NT_SUCCESS(camera.Start())) return;
       const std::size_t atRest = host::PoolUsageOfAll().Bytes;
+      const Blocks before = host::PoolBlocksOfAll();
       if (!NT_SUCCESS(camera.Acquire({})) || !NT_SUCCESS(camera.Run())) return;
       camera.WaitForFrames(2, testbed::kSecond);
-      std::printf("pool of a started camera: %zu bytes; a running stream of 640x480 adds %zu\n",
+      std::printf("pool of a started camera: %zu bytes; a running stream of 640x480 adds %zu:\n",
                   atRest, host::PoolUsageOfAll().Bytes - atRest);
-      std::printf("while it runs: %s\n", host::DescribePoolOfWorld(host::CurrentWorld()).c_str());
+      for (const host::PoolBlocks& blocks : Added(host::PoolBlocksOfAll(), before)) {
+        std::printf("  %zu of %7zu bytes, tag %s: %7zu, %s\n", blocks.Count, blocks.Size,
+                    host::TagText(blocks.Tag).c_str(), blocks.Count * blocks.Size,
+                    UserOf(blocks, *camera.Device().UsbStream));
+      }
     });
   });
 }

@@ -13,6 +13,7 @@ TARGETS = {
     "ApplyRegisterSet": ("kFramePath", "kApplicationPath", "kTailVGA0708", "kPatches"),
     "ChangePowerAndLed": ("addresses in ChangePowerAndLed",),
     "CheckResizeArguments": ("kRules", "kYuy2Rules"),
+    "BuildTables": ("BuildColumns", "BuildColumnsBySse2"),
     "ChosenScaleKernel": ("kKernels",),
     "Enter": ("kTrialPoint",),
     "GetControl": ("kOperations", "addresses in GetControl"),
@@ -39,6 +40,7 @@ TARGETS = {
     "TranslateSet": ("kTranslations",),
     "UsbCaptureDevice::AcquireStream": ("UsbCaptureDevice::SetStreamFormat",),
     "WriteSelected": ("transport",),
+    "Yuy2Scale::Yuy2Scale": ("ReferenceWorkBytes", "unsigned long long WorkBytes<1u>"),
 }
 
 # Functions that call through a pointer which is null in an image.

@@ -16,7 +16,7 @@ bool RunsEverywhere() {
 }
 
 #if LIDCAM_SCALE_REGISTER_BITS >= 128
-template <std::size_t lanes>
+template <std::uint32_t lanes>
 std::uint64_t WorkBytes(std::uint32_t pairs) {
   return SimdWorkBytes(pairs, lanes);
 }

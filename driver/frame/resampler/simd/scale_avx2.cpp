@@ -16,9 +16,16 @@ struct Avx2 {
   static constexpr std::size_t kLanes = 2;
   static constexpr std::size_t kBytes = 32;
   static constexpr std::size_t kSamples = 16;
+  static constexpr bool kBlendsShareTables = true;
 
   static Vector Load(const void* from) {
     return _mm256_load_si256(static_cast<const Vector*>(from));
+  }
+  /// Load() into a register that is kept: the compiler would rather read a table again for each use.
+  static Vector LoadOnce(const void* from) {
+    Vector value = Load(from);
+    __asm__("" : "+x"(value));
+    return value;
   }
   static void Store(void* to, Vector value) { _mm256_store_si256(static_cast<Vector*>(to), value); }
   static Vector LoadBytes(const std::uint8_t* from) {

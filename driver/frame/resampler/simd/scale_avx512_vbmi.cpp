@@ -1,4 +1,6 @@
-// 512-bit registers with byte shuffles across all 64 or 128 bytes of one or two of them.
+// 512-bit registers with byte shuffles across all 64 or 128 bytes of one or two of them. What shrinks
+// too far for that goes to AVX2: on processors with these shuffles four loads for a register of 512
+// bits take longer than four for two of 256.
 
 #include "driver/frame/resampler/simd/scale_simd_avx512.h"
 #include "driver/frame/resampler/simd/scale_simd_kernels.h"
@@ -21,7 +23,7 @@ struct AcrossLanes : Avx512Operations<AcrossLanes> {
 }  // namespace
 
 void ScaleByAvx512Vbmi(const ScaleJob& job) {
-  ScaleWithPlan(job, kWindowShape<AcrossLanes>, ScaleByWindows<AcrossLanes>, ScaleByAvx512);
+  ScaleWithPlan(job, kWindowShape<AcrossLanes>, ScaleByWindows<AcrossLanes>, ScaleByAvx2);
 }
 
 }  // namespace lidcam

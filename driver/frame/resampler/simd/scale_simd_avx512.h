@@ -16,8 +16,15 @@ struct Avx512Operations {
   static constexpr std::size_t kLanes = 4;
   static constexpr std::size_t kBytes = 64;
   static constexpr std::size_t kSamples = 32;
+  static constexpr bool kBlendsShareTables = false;
 
   static Vector Load(const void* from) { return _mm512_load_si512(from); }
+  /// Load() into a register that is kept: the compiler would rather read a table again for each use.
+  static Vector LoadOnce(const void* from) {
+    Vector value = Load(from);
+    __asm__("" : "+v"(value));
+    return value;
+  }
   static void Store(void* to, Vector value) { _mm512_store_si512(to, value); }
   static Vector LoadBytes(const std::uint8_t* from) { return _mm512_loadu_si512(from); }
   static void StoreBytes(std::uint8_t* to, Vector value) { _mm512_storeu_si512(to, value); }

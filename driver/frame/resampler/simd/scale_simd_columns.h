@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <cstring>
 
 #include "driver/frame/resampler/jobs/scale_tables.h"
 
@@ -52,11 +51,8 @@ class PositionWalk {
   static double PowerAbove(double number) {
     constexpr std::uint64_t kExponent = 0x7FF0000000000000U;
     constexpr std::uint64_t kExponentOne = 0x0010000000000000U;
-    std::uint64_t bits = 0;
-    std::memcpy(&bits, &number, sizeof bits);
-    bits = (bits & kExponent) + kExponentOne;
-    std::memcpy(&number, &bits, sizeof number);
-    return number;
+    const auto bits = __builtin_bit_cast(std::uint64_t, number);
+    return __builtin_bit_cast(double, (bits & kExponent) + kExponentOne);
   }
 
   double step_;

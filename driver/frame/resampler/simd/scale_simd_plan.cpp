@@ -72,9 +72,7 @@ __m128i LaneShuffle(Columns columns, std::size_t pair, std::int32_t firstOffset,
 __m128i LaneWeights(Columns columns, std::size_t pair) {
   const __m128i luma =
       _mm_loadl_epi64(reinterpret_cast<const __m128i*>(columns.LumaWeight + 2 * pair));
-  std::int32_t chromaWeights = 0;
-  std::memcpy(&chromaWeights, columns.ChromaWeight + pair, sizeof chromaWeights);
-  const __m128i chroma = _mm_cvtsi32_si128(chromaWeights);
+  const __m128i chroma = _mm_loadu_si32(columns.ChromaWeight + pair);
   const __m128i weights = _mm_unpacklo_epi16(luma, _mm_unpacklo_epi16(chroma, chroma));
   return _mm_sub_epi16(_mm_setzero_si128(), _mm_add_epi16(weights, weights));
 }
@@ -291,17 +289,20 @@ bool IsPlainCopy(const ScaleJob& job) {
 
 void CopyPicture(const ScaleJob& job) {
   for (std::uint32_t row = 0; row < job.Rows.Count; ++row) {
-    const std::ptrdiff_t n = row;
+    const auto n = static_cast<std::ptrdiff_t>(row);
     std::memcpy(job.Destination + n * job.DestinationStep, job.Source + n * job.SourceStep,
                 kPairBytes * job.Chroma.Count);
   }
 }
 
-// A block has two lanes at least.
-std::uint64_t SimdWorkBytes(std::uint32_t pairs, std::size_t lanes) {
-  const std::uint64_t blockPairs = 2 * lanes * kLanePairs;
-  const std::uint64_t rowLanes = (pairs + blockPairs - 1) / blockPairs * 2 * lanes;
-  return 5 * RegisterBytes(rowLanes) + NumberBytes(2 * rowLanes) + NumberBytes(rowLanes / 2);
+// A block has two lanes at least. 32 bits are enough for the division: an output has at most 2^30 pairs.
+std::uint64_t SimdWorkBytes(std::uint32_t pairs, std::uint32_t lanes) {
+  const std::uint32_t blockLanes = 2 * lanes;
+  const std::uint32_t blockPairs = blockLanes * std::uint32_t{kLanePairs};
+  const std::uint32_t blocks = (pairs + blockPairs - 1) / blockPairs;
+  const std::uint64_t rowLanes = std::uint64_t{blocks} * blockLanes;
+  return (kLines + 3) * RegisterBytes(rowLanes) + NumberBytes(2 * rowLanes) +
+         NumberBytes(rowLanes / 2);
 }
 
 void MakeSimdPlan(const ScaleJob& job, const SimdShape& shape, SimdPlan& plan) {
@@ -313,8 +314,9 @@ void MakeSimdPlan(const ScaleJob& job, const SimdShape& shape, SimdPlan& plan) {
     memory += bytes;
     return taken;
   };
-  plan.Lines[0] = reinterpret_cast<std::int16_t*>(take(RegisterBytes(lanes)));
-  plan.Lines[1] = reinterpret_cast<std::int16_t*>(take(RegisterBytes(lanes)));
+  for (std::int16_t*& line : plan.Lines) {
+    line = reinterpret_cast<std::int16_t*>(take(RegisterBytes(lanes)));
+  }
   plan.Weights = reinterpret_cast<std::int16_t*>(take(RegisterBytes(lanes)));
   plan.Shuffles = take(2 * RegisterBytes(lanes));
   plan.MoreShuffles = plan.Shuffles + lanes * kLaneBytes;

@@ -20,6 +20,9 @@ inline constexpr std::size_t kLaneBytes = 16;
 inline constexpr std::size_t kLaneSamples = 8;
 inline constexpr std::size_t kLanePairs = 2;
 
+/// Line buffers of a picture.
+inline constexpr std::size_t kLines = 3;
+
 /// How the source bytes of a lane are reached.
 enum class Gather : std::uint8_t {
   Halving,    ///< output pair j starts at source pair 2j: one fixed shuffle of successive bytes
@@ -54,8 +57,8 @@ struct SimdPlan {
   std::uint8_t* MoreShuffles;  ///< of the second pair, from the first block with two loads on
   std::int32_t* Offsets;       ///< of the loads into the source row: per lane or per register
   std::int32_t* MoreOffsets;
-  std::int16_t* Weights;   ///< -2 times the weight of the right sample
-  std::int16_t* Lines[2];  ///< one line buffer each, as many samples as Weights
+  std::int16_t* Weights;        ///< -2 times the weight of the right sample
+  std::int16_t* Lines[kLines];  ///< line buffers, each as many samples as Weights
 };
 
 /// Whether output row and source row are the same for every row: nothing to blend.
@@ -69,7 +72,7 @@ void MakeSimdPlan(const ScaleJob& job, const SimdShape& shape, SimdPlan& plan);
 
 /// ScaleJob::Work of a kernel with registers of so many lanes: also enough for one with fewer, and for
 /// the reference.
-[[nodiscard]] std::uint64_t SimdWorkBytes(std::uint32_t pairs, std::size_t lanes);
+[[nodiscard]] std::uint64_t SimdWorkBytes(std::uint32_t pairs, std::uint32_t lanes);
 
 /// Scales a picture by a plan. False, with nothing written, if it can't use the plan.
 using PlannedScale = bool (*)(const ScaleJob& job, const SimdPlan& plan);

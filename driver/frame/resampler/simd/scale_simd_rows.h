@@ -49,8 +49,17 @@ struct RowWeights {
 /// Which of two freshly scaled rows goes into a line buffer.
 enum class Keep : std::uint8_t { Neither, Nearer, Farther };
 
+/// What register v holds of two rows.
+template <typename Isa>
+struct TwoOf {
+  typename Isa::Vector First;
+  typename Isa::Vector Second;
+};
+
 /// Inner loops over the blocks of a row. `Rows::Scaled<more>(source, v)` scales what register v
-/// holds, with two loads for each lane if `more`.
+/// holds, with two loads for each lane if `more`; `Rows::ScaledTwo<more>(first, second, v)` does so for
+/// two source rows, and reads the tables once. `Rows::kBlendsShareTables`: that is faster for two
+/// rows that are blended, too, which needs more registers.
 template <typename Isa, typename Rows>
 class BlockLoops {
  public:
@@ -72,6 +81,21 @@ class BlockLoops {
     }
   }
 
+  /// Scales two source rows into line buffers.
+  void ScaleTwoRows(const std::uint8_t* first, const std::uint8_t* second, std::int16_t* firstLine,
+                    std::int16_t* secondLine) const {
+    const Rows rows = rows_;
+    const std::size_t oneLoad = 2 * row_.OneLoadBlocks;
+    const std::size_t all = 2 * row_.Blocks;
+    const auto store = [=](std::size_t v, TwoOf<Isa> scaled) {
+      Isa::Store(firstLine + v * Isa::kSamples, scaled.First);
+      Isa::Store(secondLine + v * Isa::kSamples, scaled.Second);
+    };
+    std::size_t v = 0;
+    for (; v < oneLoad; ++v) store(v, rows.template ScaledTwo<false>(first, second, v));
+    for (; v < all; ++v) store(v, rows.template ScaledTwo<true>(first, second, v));
+  }
+
   /// Blends two source rows without a line buffer in between.
   template <Keep keep>
   void BlendRows(const std::uint8_t* nearer, const std::uint8_t* farther, std::int16_t multiplier,
@@ -79,8 +103,7 @@ class BlockLoops {
     const Rows rows = rows_;
     const Vector factor = Isa::Every(multiplier);
     ForEachBlock(out, [&]<bool more>(std::size_t v) {
-      const Vector a = rows.template Scaled<more>(nearer, v);
-      const Vector b = rows.template Scaled<more>(farther, v);
+      const auto [a, b] = BothScaled<more>(rows, nearer, farther, v);
       if constexpr (keep == Keep::Nearer) Isa::Store(kept + v * Isa::kSamples, a);
       if constexpr (keep == Keep::Farther) Isa::Store(kept + v * Isa::kSamples, b);
       return Blended(a, Isa::Subtract(a, b), factor);
@@ -144,6 +167,16 @@ class BlockLoops {
   }
 
  private:
+  template <bool more>
+  static TwoOf<Isa> BothScaled(const Rows& rows, const std::uint8_t* first,
+                               const std::uint8_t* second, std::size_t v) {
+    if constexpr (Rows::kBlendsShareTables) {
+      return rows.template ScaledTwo<more>(first, second, v);
+    } else {
+      return {rows.template Scaled<more>(first, v), rows.template Scaled<more>(second, v)};
+    }
+  }
+
   static Vector Blended(Vector nearer, Vector difference, Vector factor) {
     return Isa::RoundToBytes(Isa::Add(nearer, Isa::MultiplyHigh(difference, factor)));
   }
@@ -169,26 +202,31 @@ class BlockLoops {
 };
 
 /// The line buffers and which source rows they hold: each row is scaled once at most, for the
-/// rows of the table never go back.
+/// rows of the table never go back. The third one holds the row below the lower one, where two were
+/// scaled at a time.
 template <typename Isa, typename Rows>
 class PictureScaler {
  public:
-  PictureScaler(const ScaleJob& job, const Rows& rows, const BlockRow& row, std::int16_t* upperLine,
-                std::int16_t* lowerLine)
-      : job_(job), loops_(rows, row), upper_{upperLine, kNoRow}, lower_{lowerLine, kNoRow} {}
+  PictureScaler(const ScaleJob& job, const Rows& rows, const BlockRow& row,
+                std::int16_t* const (&lines)[kLines])
+      : job_(job),
+        loops_(rows, row),
+        upper_{lines[0], kNoRow},
+        lower_{lines[1], kNoRow},
+        below_{lines[2], kNoRow} {}
 
   void Run() {
     std::uint8_t* out = job_.Destination;
     for (std::uint32_t row = 0; row < job_.Rows.Count;) {
       const std::uint32_t rows = RowsTogether(row);
-      if (lower_.Row == job_.Rows.Index[row]) SwapLines();
+      if (lower_.Row == job_.Rows.Index[row]) MoveDown();
       if (rows == 1) {
         WriteRow(row, out);
       } else {
         WriteRows(row, rows, out);
       }
       row += rows;
-      out += rows * job_.DestinationStep;
+      out += static_cast<std::ptrdiff_t>(rows) * job_.DestinationStep;
     }
   }
 
@@ -232,8 +270,7 @@ class PictureScaler {
 
   void WriteRows(std::uint32_t row, std::uint32_t rows, std::uint8_t* out) {
     const std::int32_t upperRow = job_.Rows.Index[row];
-    Hold(upper_, upperRow);
-    Hold(lower_, upperRow + 1);
+    HoldBoth(upperRow, IsUpperOfNextRow(row + rows - 1, upperRow + 1));
     const std::uint16_t* const weights = job_.Rows.Weight + row;
     std::uint32_t uppers = 0;
     while (uppers < rows && !RowWeights<Isa>::BlendOf(weights[uppers]).LowerNearer) ++uppers;
@@ -276,16 +313,36 @@ class PictureScaler {
                                                      job_.DestinationStep);
   }
 
-  void Hold(Line& line, std::int32_t row) {
-    if (line.Row == row) return;
+  // Two source rows at a time, if the next output rows lie between the lower one and that below it.
+  void HoldBoth(std::int32_t upperRow, bool needsRowBelow) {
+    const bool hasUpper = upper_.Row == upperRow;
+    const bool hasLower = lower_.Row == upperRow + 1;
+    if (!hasUpper && !hasLower) {
+      ScaleTwo(upper_, lower_, upperRow);
+    } else if (!hasLower && needsRowBelow) {
+      ScaleTwo(lower_, below_, upperRow + 1);
+    } else {
+      if (!hasUpper) ScaleOne(upper_, upperRow);
+      if (!hasLower) ScaleOne(lower_, upperRow + 1);
+    }
+  }
+
+  void ScaleOne(Line& line, std::int32_t row) const {
     loops_.ScaleRow(SourceRow(row), line.Samples);
     line.Row = row;
   }
 
-  void SwapLines() {
+  void ScaleTwo(Line& line, Line& next, std::int32_t row) const {
+    loops_.ScaleTwoRows(SourceRow(row), SourceRow(row + 1), line.Samples, next.Samples);
+    line.Row = row;
+    next.Row = row + 1;
+  }
+
+  void MoveDown() {
     const Line line = upper_;
     upper_ = lower_;
-    lower_ = line;
+    lower_ = below_;
+    below_ = line;
   }
 
   void BlendFreshRows(std::uint32_t row, std::int32_t upperRow, RowBlend blend, std::uint8_t* out) {
@@ -329,6 +386,7 @@ class PictureScaler {
   BlockLoops<Isa, Rows> loops_;
   Line upper_;
   Line lower_;
+  Line below_;
 };
 
 }  // namespace lidcam

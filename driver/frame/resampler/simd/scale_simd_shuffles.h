@@ -20,8 +20,11 @@ class PairScaling {
   explicit PairScaling(const SimdPlan& plan) : weights_(plan.Weights) {}
 
  protected:
-  [[nodiscard]] Vector Scale(Vector bytePairs, std::size_t v) const {
-    const Vector weights = Isa::Load(weights_ + v * Isa::kSamples);
+  [[nodiscard]] const std::int16_t* WeightsOf(std::size_t v) const {
+    return weights_ + v * Isa::kSamples;
+  }
+
+  [[nodiscard]] Vector Scale(Vector bytePairs, Vector weights) const {
     const Vector difference = Isa::SumOfPairs(bytePairs, difference_);
     return Isa::Add(Isa::SumOfPairs(bytePairs, base_), Isa::MultiplyRound(difference, weights));
   }
@@ -38,16 +41,31 @@ class HalvingRows : public PairScaling<Isa> {
  public:
   using Vector = typename Isa::Vector;
 
+  static constexpr bool kBlendsShareTables = true;
+
   explicit HalvingRows(const SimdPlan& plan) : PairScaling<Isa>(plan), offsets_(plan.Offsets) {}
 
   template <bool more>
   [[nodiscard]] Vector Scaled(const std::uint8_t* source, std::size_t v) const {
-    return this->Scale(Isa::Shuffle(Isa::LoadBytes(source + offsets_[v]), shuffle_), v);
+    return this->Scale(Gathered(source, offsets_[v]), Isa::Load(this->WeightsOf(v)));
+  }
+
+  template <bool more>
+  [[nodiscard]] TwoOf<Isa> ScaledTwo(const std::uint8_t* first, const std::uint8_t* second,
+                                     std::size_t v) const {
+    const Vector weights = Isa::LoadOnce(this->WeightsOf(v));
+    const std::int32_t offset = offsets_[v];
+    return {this->Scale(Gathered(first, offset), weights),
+            this->Scale(Gathered(second, offset), weights)};
   }
 
   static Vector Pack(Vector first, Vector second) { return Isa::PackInOrder(first, second); }
 
  private:
+  [[nodiscard]] Vector Gathered(const std::uint8_t* source, std::int32_t offset) const {
+    return Isa::Shuffle(Isa::LoadBytes(source + offset), shuffle_);
+  }
+
   const std::int32_t* offsets_;
   Vector shuffle_ = Isa::HalvingShuffle();
 };
@@ -58,6 +76,8 @@ class LoadRows : public PairScaling<Isa> {
  public:
   using Vector = typename Isa::Vector;
 
+  static constexpr bool kBlendsShareTables = Isa::kBlendsShareTables;
+
   explicit LoadRows(const SimdPlan& plan)
       : PairScaling<Isa>(plan),
         offsets_(plan.Offsets),
@@ -67,18 +87,35 @@ class LoadRows : public PairScaling<Isa> {
 
   template <bool more>
   [[nodiscard]] Vector Scaled(const std::uint8_t* source, std::size_t v) const {
-    const Vector first = Gathered(source, offsets_, shuffles_, v);
-    if constexpr (!more) return this->Scale(first, v);
-    return this->Scale(Isa::Or(first, Gathered(source, moreOffsets_, moreShuffles_, v)), v);
+    Vector pairs = Gathered(source, offsets_, Isa::Load(shuffles_ + v * Isa::kBytes), v);
+    if constexpr (more) {
+      const Vector shuffle = Isa::Load(moreShuffles_ + v * Isa::kBytes);
+      pairs = Isa::Or(pairs, Gathered(source, moreOffsets_, shuffle, v));
+    }
+    return this->Scale(pairs, Isa::Load(this->WeightsOf(v)));
+  }
+
+  template <bool more>
+  [[nodiscard]] TwoOf<Isa> ScaledTwo(const std::uint8_t* first, const std::uint8_t* second,
+                                     std::size_t v) const {
+    const Vector shuffle = Isa::LoadOnce(shuffles_ + v * Isa::kBytes);
+    Vector firstPairs = Gathered(first, offsets_, shuffle, v);
+    Vector secondPairs = Gathered(second, offsets_, shuffle, v);
+    if constexpr (more) {
+      const Vector moreShuffle = Isa::LoadOnce(moreShuffles_ + v * Isa::kBytes);
+      firstPairs = Isa::Or(firstPairs, Gathered(first, moreOffsets_, moreShuffle, v));
+      secondPairs = Isa::Or(secondPairs, Gathered(second, moreOffsets_, moreShuffle, v));
+    }
+    const Vector weights = Isa::LoadOnce(this->WeightsOf(v));
+    return {this->Scale(firstPairs, weights), this->Scale(secondPairs, weights)};
   }
 
   static Vector Pack(Vector first, Vector second) { return Isa::PackAlternating(first, second); }
 
  private:
-  static Vector Gathered(const std::uint8_t* source, const std::int32_t* offsets,
-                         const std::uint8_t* shuffles, std::size_t v) {
-    return Isa::Shuffle(Isa::LoadLanes(source, offsets + v * Isa::kLanes),
-                        Isa::Load(shuffles + v * Isa::kBytes));
+  static Vector Gathered(const std::uint8_t* source, const std::int32_t* offsets, Vector shuffle,
+                         std::size_t v) {
+    return Isa::Shuffle(Isa::LoadLanes(source, offsets + v * Isa::kLanes), shuffle);
   }
 
   const std::int32_t* offsets_;
@@ -93,27 +130,42 @@ class WindowRows : public PairScaling<Isa> {
  public:
   using Vector = typename Isa::Vector;
 
+  static constexpr bool kBlendsShareTables = true;
+
   explicit WindowRows(const SimdPlan& plan)
       : PairScaling<Isa>(plan), offsets_(plan.Offsets), shuffles_(plan.Shuffles) {}
 
   template <bool more>
   [[nodiscard]] Vector Scaled(const std::uint8_t* source, std::size_t v) const {
-    const std::uint8_t* const window = source + offsets_[v];
     const Vector indices = Isa::Load(shuffles_ + v * Isa::kBytes);
-    if constexpr (windowBytes == 64) return this->Scale(Isa::ShuffleWindow64(window, indices), v);
-    return this->Scale(Isa::ShuffleWindow128(window, indices), v);
+    return this->Scale(Gathered(source + offsets_[v], indices), Isa::Load(this->WeightsOf(v)));
+  }
+
+  template <bool more>
+  [[nodiscard]] TwoOf<Isa> ScaledTwo(const std::uint8_t* first, const std::uint8_t* second,
+                                     std::size_t v) const {
+    const Vector indices = Isa::LoadOnce(shuffles_ + v * Isa::kBytes);
+    const Vector weights = Isa::LoadOnce(this->WeightsOf(v));
+    const std::int32_t offset = offsets_[v];
+    return {this->Scale(Gathered(first + offset, indices), weights),
+            this->Scale(Gathered(second + offset, indices), weights)};
   }
 
   static Vector Pack(Vector first, Vector second) { return Isa::PackInOrder(first, second); }
 
  private:
+  static Vector Gathered(const std::uint8_t* window, Vector indices) {
+    if constexpr (windowBytes == 64) return Isa::ShuffleWindow64(window, indices);
+    return Isa::ShuffleWindow128(window, indices);
+  }
+
   const std::int32_t* offsets_;
   const std::uint8_t* shuffles_;
 };
 
 template <typename Isa, typename Rows>
 void ScalePlanned(const ScaleJob& job, const SimdPlan& plan) {
-  PictureScaler<Isa, Rows>(job, Rows(plan), plan.Row, plan.Lines[0], plan.Lines[1]).Run();
+  PictureScaler<Isa, Rows>(job, Rows(plan), plan.Row, plan.Lines).Run();
 }
 
 /// Scales with shuffles inside lanes.

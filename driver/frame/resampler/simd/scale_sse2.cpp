@@ -3,8 +3,6 @@
 
 #include <emmintrin.h>
 
-#include <cstring>
-
 #include "driver/frame/resampler/jobs/resize_arguments.h"
 #include "driver/frame/resampler/jobs/scale_reference.h"
 #include "driver/frame/resampler/simd/scale_simd_columns.h"
@@ -38,9 +36,7 @@ struct Sse2 {
 };
 
 __m128i LoadFour(const std::uint8_t* from) {
-  std::int32_t bytes = 0;
-  std::memcpy(&bytes, from, sizeof bytes);
-  return _mm_cvtsi32_si128(bytes);
+  return _mm_loadu_si32(from);
 }
 
 __m128i LoadEight(const std::uint8_t* from) {
@@ -63,6 +59,8 @@ void FillWeights(const ScaleJob& job, std::size_t pair, std::uint16_t* weights) 
 /// Scales a row sample by sample.
 class WordRows {
  public:
+  static constexpr bool kBlendsShareTables = false;
+
   WordRows(const ScaleJob& job, const BlockRow& row, const std::uint16_t* weights)
       : luma_(job.Luma.Index), chroma_(job.Chroma.Index), row_(row), weights_(weights) {}
 
@@ -81,6 +79,12 @@ class WordRows {
         _mm_add_epi32(_mm_madd_epi16(ChromaPairs(source, pair), Sse2::Load(weights + 8)), rounding);
     const __m128i upperHalf = _mm_slli_epi32(_mm_srli_epi32(chroma, 8), 16);
     return _mm_or_si128(_mm_srli_epi32(luma, 8), upperHalf);
+  }
+
+  template <bool more>
+  [[nodiscard]] TwoOf<Sse2> ScaledTwo(const std::uint8_t* first, const std::uint8_t* second,
+                                      std::size_t v) const {
+    return {Scaled<more>(first, v), Scaled<more>(second, v)};
   }
 
   static __m128i Pack(__m128i first, __m128i second) { return _mm_packus_epi16(first, second); }
@@ -173,9 +177,9 @@ void ScaleBySse2(const ScaleJob& job) {
   }
   const std::size_t samples = 2 * blocks * Sse2::kSamples;
   const std::size_t weights = 2 * blocks * kWeightsOfRegister;
-  auto* const upper = reinterpret_cast<std::int16_t*>(job.Work);
-  std::int16_t* const lower = upper + samples;
-  auto* const table = reinterpret_cast<std::uint16_t*>(lower + samples);
+  auto* const line = reinterpret_cast<std::int16_t*>(job.Work);
+  std::int16_t* const lines[kLines] = {line, line + samples, line + 2 * samples};
+  auto* const table = reinterpret_cast<std::uint16_t*>(line + kLines * samples);
   auto* const places = reinterpret_cast<std::int32_t*>(table + weights);
   for (std::size_t block = 0; block < blocks; ++block) {
     places[block] = static_cast<std::int32_t>(4 * BlockStart(block, pairs, kBlockPairs));
@@ -185,7 +189,7 @@ void ScaleBySse2(const ScaleJob& job) {
   for (std::size_t v = 0; v < 2 * blocks; ++v) {
     FillWeights(job, rows.PairOf(v), table + v * kWeightsOfRegister);
   }
-  PictureScaler<Sse2, WordRows>(job, rows, row, upper, lower).Run();
+  PictureScaler<Sse2, WordRows>(job, rows, row, lines).Run();
 }
 
 }  // namespace lidcam

@@ -14,8 +14,15 @@ struct Ssse3 {
   static constexpr std::size_t kLanes = 1;
   static constexpr std::size_t kBytes = 16;
   static constexpr std::size_t kSamples = 8;
+  static constexpr bool kBlendsShareTables = false;
 
   static Vector Load(const void* from) { return _mm_load_si128(static_cast<const Vector*>(from)); }
+  /// Load() into a register that is kept: the compiler would rather read a table again for each use.
+  static Vector LoadOnce(const void* from) {
+    Vector value = Load(from);
+    __asm__("" : "+x"(value));
+    return value;
+  }
   static void Store(void* to, Vector value) { _mm_store_si128(static_cast<Vector*>(to), value); }
   static Vector LoadBytes(const std::uint8_t* from) {
     return _mm_loadu_si128(reinterpret_cast<const Vector*>(from));

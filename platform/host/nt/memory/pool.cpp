@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdlib>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -136,6 +137,17 @@ PoolUsage PoolUsageOfAll() {
   PoolUsage usage;
   for (const auto& [address, block] : pool.Blocks) Count(block, usage);
   return usage;
+}
+
+std::vector<PoolBlocks> PoolBlocksOfAll() {
+  Pool& pool = ThePool();
+  const std::lock_guard guard(pool.Lock);
+  std::map<std::pair<std::size_t, std::uint32_t>, std::size_t, std::greater<>> counts;
+  for (const auto& [address, block] : pool.Blocks) ++counts[{block.Size, block.Tag}];
+  std::vector<PoolBlocks> blocks;
+  blocks.reserve(counts.size());
+  for (const auto& [kind, count] : counts) blocks.push_back({kind.second, kind.first, count});
+  return blocks;
 }
 
 void FailPoolAllocation(std::uint32_t countdown) {

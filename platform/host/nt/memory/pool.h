@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "platform/host/nt/declarations/nt_declarations.h"
 #include "platform/host/nt/memory/pool_arena.h"
@@ -26,6 +27,18 @@ struct PoolUsage {
 
 /// Blocks and bytes of all tags.
 [[nodiscard]] PoolUsage PoolUsageOfAll();
+
+/// Blocks of the same tag and size.
+struct PoolBlocks {
+  std::uint32_t Tag = 0;
+  std::size_t Size = 0;
+  std::size_t Count = 0;
+
+  friend bool operator==(const PoolBlocks&, const PoolBlocks&) = default;
+};
+
+/// The blocks of all tags, the largest first.
+[[nodiscard]] std::vector<PoolBlocks> PoolBlocksOfAll();
 
 /// A world's allocations that were not freed, as "2 block(s) of 48 bytes with tag 'Test'" for each
 /// tag; empty if none.

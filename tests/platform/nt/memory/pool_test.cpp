@@ -29,6 +29,19 @@ TEST(HostPool, CountsBlocksAndBytesByTag) {
   EXPECT_EQ(PoolUsageOfAll().Blocks, all.Blocks);
 }
 
+TEST(HostPool, ListsBlocksOfOneTagAndSizeTogether) {
+  const std::size_t before = PoolBlocksOfAll().size();
+  void* const blocks[] = {ExAllocatePoolWithTag(NonPagedPool, 777'777, kTag),
+                          ExAllocatePoolWithTag(NonPagedPool, 777'778, kOtherTag),
+                          ExAllocatePoolWithTag(PagedPool, 777'777, kTag)};
+  const std::vector<PoolBlocks> all = PoolBlocksOfAll();
+  ASSERT_EQ(all.size(), before + 2);
+  EXPECT_EQ(all[0], (PoolBlocks{kOtherTag, 777'778, 1}));
+  EXPECT_EQ(all[1], (PoolBlocks{kTag, 777'777, 2}));
+  for (void* const block : blocks) ExFreePool(block);
+  EXPECT_EQ(PoolBlocksOfAll().size(), before);
+}
+
 TEST(HostPool, TellsNonpagedBlocksFromPagedOnes) {
   const std::size_t before = PoolUsageOfAll().NonPagedBlocks;
   void* const paged = ExAllocatePoolWithTag(PagedPool, 10, kTag);

@@ -54,7 +54,8 @@ struct Planned {
 };
 
 Planned PlanOf(ScaleJob job, const SimdShape& shape) {
-  const AlignedMemory memory(SimdWorkBytes(job.Chroma.Count, shape.Lanes));
+  const AlignedMemory memory(
+      SimdWorkBytes(job.Chroma.Count, static_cast<std::uint32_t>(shape.Lanes)));
   job.Work = memory.Bytes();
   SimdPlan plan;
   MakeSimdPlan(job, shape, plan);
