@@ -166,6 +166,15 @@ TEST_P(Power, StatesInBetweenStopNothingAndSwallowARun) {
   });
 }
 
+TEST_P(Power, UpOfACameraThatIsUpLoadsNothing) {
+  Run([](Host& host) {
+    const Camera camera = host.Open();
+    camera.SetLevel(kVideoAmplifier, 0, {-33, 2});
+    EXPECT_EQ(host.Installed().PowerUp(), STATUS_SUCCESS);
+    EXPECT_EQ(camera.GetLevel(kVideoAmplifier, 0).Value, -33);
+  });
+}
+
 // A power up from D3 loads the saved settings; one that comes by way of D1 doesn't.
 TEST_P(Power, UpByAStateInBetweenLoadsNothing) {
   Run([](Host& host) {
