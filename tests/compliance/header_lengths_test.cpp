@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstring>
 #include <memory>
@@ -24,8 +25,8 @@ constexpr std::size_t kBitmapInFormat = 112;
 class HeaderLengths : public EveryCamera {};
 LIDCAM_ON_EVERY_CAMERA(HeaderLengths);
 
-/// The format that the camera makes of its first range with a bitmap header of this length.
-Block FormatOfHeader(const Camera& camera, ULONG headerBytes) {
+/// Asks for the format that the camera makes of its first range with a bitmap header of this length.
+Block RequestOfHeader(const Camera& camera, ULONG headerBytes) {
   struct {
     KSP_PIN Pin;
     KSMULTIPLE_ITEM Head;
@@ -33,9 +34,13 @@ Block FormatOfHeader(const Camera& camera, ULONG headerBytes) {
   } asked{{}, {sizeof(KSMULTIPLE_ITEM) + sizeof(KS_DATARANGE_VIDEO), 1}, camera.Ranges()[0]};
   asked.Range.VideoInfoHeader.bmiHeader.biSize = headerBytes;
   asked.Range.VideoInfoHeader.bmiHeader.biSizeImage = 0x01020304;
+  return Block(std::as_bytes(std::span(&asked, 1)));
+}
+
+Block FormatOfHeader(const Camera& camera, ULONG headerBytes) {
   Block format;
   EXPECT_EQ(camera.Properties().GetSized(KSPROPSETID_Pin, KSPROPERTY_PIN_DATAINTERSECTION,
-                                         Block(std::as_bytes(std::span(&asked, 1))), format),
+                                         RequestOfHeader(camera, headerBytes), format),
             STATUS_SUCCESS);
   return format;
 }
@@ -75,6 +80,23 @@ TEST_P(HeaderLengths, DecideWhetherAHeaderTellsThePicturesBytes) {
     const Block without = FormatOfHeader(camera, 23);
     EXPECT_EQ(ValueAt<std::uint8_t>(without, kSizeImage), 0x04);
     EXPECT_EQ(ValueAt<USHORT>(without, kSizeImage + 1), 0x0203);
+  });
+}
+
+TEST_P(HeaderLengths, AreNotCutToTheBufferOfAFormat) {
+  Run([](Host& host) {
+    const Camera camera = host.Open();
+    Block request = RequestOfHeader(camera, 40);
+    for (const std::size_t room : {151U, 64U, 1U}) {
+      SCOPED_TRACE(room);
+      Block format(room);
+      ULONG_PTR information = 0;
+      EXPECT_EQ(camera.Properties().Ask(KSPROPSETID_Pin, KSPROPERTY_PIN_DATAINTERSECTION,
+                                        KSPROPERTY_TYPE_GET, request, format, information),
+                STATUS_BUFFER_TOO_SMALL);
+      EXPECT_TRUE(
+          std::ranges::all_of(format.Bytes(), [](std::byte byte) { return byte == std::byte{}; }));
+    }
   });
 }
 

@@ -143,5 +143,49 @@ TEST_P(Power, DownAndStopAndUpLeaveAStreamThatRuns) {
   });
 }
 
+// Nothing is stopped in D1 and D2; but a stream that is paused there isn't run again before D0.
+TEST_P(Power, StatesInBetweenStopNothingAndSwallowARun) {
+  Run([](Host& host) {
+    const Camera camera = host.Open();
+    Stream stream(camera, camera.FormatOf(160, 120));
+    stream.Run();
+    for (const DEVICE_POWER_STATE state : {PowerDeviceD1, PowerDeviceD2}) {
+      SCOPED_TRACE(static_cast<int>(state));
+      EXPECT_EQ(TakeFrames(stream, 2), STATUS_SUCCESS);
+      EXPECT_EQ(host::SetDevicePower(host.Installed().TopDevice(), state), STATUS_SUCCESS);
+      EXPECT_EQ(TakeFrames(stream, 4), STATUS_SUCCESS);
+      stream.Pause();
+      EXPECT_EQ(DrainFrames(stream, 200 * kMillisecond), STATUS_TIMEOUT);
+      stream.Run();
+      EXPECT_EQ(stream.Next(kSecond).Status, STATUS_TIMEOUT);
+      EXPECT_EQ(host.Installed().PowerUp(), STATUS_SUCCESS);
+      stream.Pause();
+      stream.Run();
+    }
+    EXPECT_EQ(TakeFrames(stream, 2), STATUS_SUCCESS);
+  });
+}
+
+TEST_P(Power, UpOfACameraThatIsUpLoadsNothing) {
+  Run([](Host& host) {
+    const Camera camera = host.Open();
+    camera.SetLevel(kVideoAmplifier, 0, {-33, 2});
+    EXPECT_EQ(host.Installed().PowerUp(), STATUS_SUCCESS);
+    EXPECT_EQ(camera.GetLevel(kVideoAmplifier, 0).Value, -33);
+  });
+}
+
+// A power up from D3 loads the saved settings; one that comes by way of D1 doesn't.
+TEST_P(Power, UpByAStateInBetweenLoadsNothing) {
+  Run([](Host& host) {
+    const Camera camera = host.Open();
+    camera.SetLevel(kVideoAmplifier, 0, {-33, 2});
+    EXPECT_EQ(host.Installed().PowerDown(), STATUS_SUCCESS);
+    EXPECT_EQ(host::SetDevicePower(host.Installed().TopDevice(), PowerDeviceD1), STATUS_SUCCESS);
+    EXPECT_EQ(host.Installed().PowerUp(), STATUS_SUCCESS);
+    EXPECT_EQ(camera.GetLevel(kVideoAmplifier, 0).Value, -33);
+  });
+}
+
 }  // namespace
 }  // namespace lidcam::compliance

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
+#include <cstring>
 #include <tuple>
 
 #include "platform/host/client/client_error.h"
@@ -208,6 +210,63 @@ TEST_P(Properties, OfTheStillTellWhetherTheCameraStreams) {
     stream.Stop();
     EXPECT_EQ(camera.GetLevel(kPrivate, 19).Value, 0);
     camera.SetLevel(kPrivate, 19, {1});
+  });
+}
+
+/// The block of the private properties, as clients lay it out; a register to be read lies behind it.
+struct PrivateBlock {
+  KSPROPERTY Property;
+  LONG Value;
+  ULONG Unused;
+  ULONG Register;
+  ULONG Led;
+  ULONG Rest[3];
+};
+static_assert(offsetof(PrivateBlock, Register) == 32);
+
+NTSTATUS WriteRaw(const Camera& camera, ULONG address, LONG value) {
+  return camera.Properties().SetBlock(
+      kPrivate, 16,
+      PrivateBlock{
+          .Property = {}, .Value = value, .Unused = 0, .Register = address, .Led = 0, .Rest = {}});
+}
+
+NTSTATUS ReadRaw(const Camera& camera, ULONG address, LONG& value) {
+  client::Block request(52);
+  client::Block block(132);
+  std::memcpy(block.Data() + 128, &address, sizeof(address));
+  ULONG_PTR information = 0;
+  const NTSTATUS status =
+      camera.Properties().Ask(kPrivate, 16, KSPROPERTY_TYPE_GET, request, block, information);
+  std::memcpy(&value, block.Data() + 24, sizeof(value));
+  return status;
+}
+
+constexpr ULONG kSelect = 0xFFFF;
+constexpr LONG kBridge = 1;
+constexpr ULONG kIdleRegister = 0xFF68;  // of the bridge: without effect on the picture
+
+TEST_P(Properties, OfARawRegisterWriteAndReadTheChipThatIsSelected) {
+  Run([](Host& host) {
+    const Camera camera = host.Open();
+    EXPECT_EQ(WriteRaw(camera, kSelect, kBridge), STATUS_SUCCESS);
+    for (const LONG value : {0x3C, 0xA5}) {
+      SCOPED_TRACE(value);
+      EXPECT_EQ(WriteRaw(camera, kIdleRegister, value), STATUS_SUCCESS);
+      LONG read = 0;
+      EXPECT_EQ(ReadRaw(camera, kIdleRegister, read), STATUS_SUCCESS);
+      EXPECT_EQ(read, value);
+    }
+  });
+}
+
+TEST(RawRegister, IsNotSupportedByAnUnpluggedCamera) {
+  RunOn(CameraKind::Simulated, [](Host& host) {
+    const Camera camera = host.Open();
+    host.Installed().PullPlug();
+    EXPECT_EQ(WriteRaw(camera, kIdleRegister, 0x3C), STATUS_NOT_SUPPORTED);
+    LONG read = 0;
+    EXPECT_EQ(ReadRaw(camera, kIdleRegister, read), STATUS_NOT_SUPPORTED);
   });
 }
 

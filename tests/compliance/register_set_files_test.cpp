@@ -80,6 +80,26 @@ TEST_F(RegisterSetFiles, OfOtherSensorsAreNotRead) {
   EXPECT_THAT(Written(), IsEmpty());
 }
 
+TEST_F(RegisterSetFiles, EndAtASectionOfNoTable) {
+  PlugIn("S001.set", test::SetFile({test::Section(1, {0x11, kRegister, 0x5B}),
+                                    test::Section(4, {0x11, kRegister, 0x66}),
+                                    test::Section(1, {0x11, kRegister, 0xA7})}));
+  EXPECT_THAT(Written(), ElementsAre(0x5B));
+}
+
+// The second section's length is that of three entries, of which the file has one.
+TEST_F(RegisterSetFiles, EndAtASectionThatIsNotWhole) {
+  test::Bytes cut = test::Section(1, {0x11, kRegister, 0xA7});
+  cut[0] = 8 + 9;
+  PlugIn("S001.set", test::SetFile({test::Section(1, {0x11, kRegister, 0x5B}), cut}));
+  EXPECT_THAT(Written(), ElementsAre(0x5B));
+}
+
+TEST_F(RegisterSetFiles, AreReadAsFarAsTheyGoIfTheyTellALongerBody) {
+  PlugIn("S001.set", test::SetFileTelling(5000, {test::Section(1, {0x11, kRegister, 0x5B})}));
+  EXPECT_THAT(Written(), ElementsAre(0x5B));
+}
+
 TEST_F(RegisterSetFiles, AreReadIntoABufferOf2000Bytes) {
   test::Bytes entries;
   for (int i = 0; i < 600; ++i)
