@@ -171,7 +171,16 @@ class Graph:
             return set().union(*(self.named(one) for one in pointers.GROUPS[name]))
         if name.startswith("addresses in "):
             return self.addresses[name.removeprefix("addresses in ")]
+        table, _, field = name.partition(".")
+        if field and table in pointers.RECORDS:
+            return self.field_of(table, field)
         return set(self.tables[name].values()) if name in self.tables else set(self.named(name))
+
+    def field_of(self, table, field):
+        """The functions in one field of a table's records, whose fields are all pointers."""
+        fields = pointers.RECORDS[table]
+        return {function for place, function in self.tables[table].items()
+                if fields[place // self.image.pointer % len(fields)] == field}
 
     def slot_of(self, one):
         """The import whose pointer an instruction reads; none if it reads something else."""

@@ -4,7 +4,9 @@
 AT_DISPATCH = ("UrbDone", "IsoTransferCompleted", "BulkTransferCompleted", "TransferWatchdog")
 
 # What a pointer may hold that is no entry of a table of virtual functions, by the functions that call through one: the
-# entries of a table, "addresses in" a function that takes them, a single function, or a group of them.
+# entries of a table, one field of its records, "addresses in" a function that takes them, a single function, or a
+# group of them.
+RECORDS = {"kKernels": ("Name", "IsSupported", "Scale", "WorkBytes", "BuildColumns")}
 GROUPS = {"transport": ("UsbReadRequest", "UsbWriteRequest")}
 TARGETS = {
     "AnswerProperty": ("GetCameraProperty", "SetCameraProperty"),
@@ -13,8 +15,8 @@ TARGETS = {
     "ApplyRegisterSet": ("kFramePath", "kApplicationPath", "kTailVGA0708", "kPatches"),
     "ChangePowerAndLed": ("addresses in ChangePowerAndLed",),
     "CheckResizeArguments": ("kRules", "kYuy2Rules"),
-    "BuildTables": ("BuildColumns", "BuildColumnsBySse2"),
-    "ChosenScaleKernel": ("kKernels",),
+    "BuildTables": ("kKernels.BuildColumns",),
+    "ChosenScaleKernel": ("kKernels.IsSupported",),
     "Enter": ("kTrialPoint",),
     "GetControl": ("kOperations", "addresses in GetControl"),
     "IdentifySensor": ("kIdentities",),
@@ -27,7 +29,7 @@ TARGETS = {
     "ReadBridgeRegister": ("AbandonCamera",),
     "ReadSelected": ("transport",),
     "ResampleWithFloatingPoint": ("addresses in ResampleWithFloatingPoint",),
-    "ResizeYuy2": ("kKernels",),
+    "ResizeYuy2": ("kKernels.Scale",),
     "ScaleByNearest": ("addresses in ScaleYuy2ByNearest", "addresses in ScaleRgb24ByNearest"),
     "ScaleWithPlan": ("addresses in ScaleBySsse3",),
     "ServeState": ("kLightTransitions",),
@@ -40,7 +42,7 @@ TARGETS = {
     "TranslateSet": ("kTranslations",),
     "UsbCaptureDevice::AcquireStream": ("UsbCaptureDevice::SetStreamFormat",),
     "WriteSelected": ("transport",),
-    "Yuy2Scale::Yuy2Scale": ("ReferenceWorkBytes", "unsigned long long WorkBytes<1u>"),
+    "Yuy2Scale::Yuy2Scale": ("kKernels.WorkBytes",),
 }
 
 # Functions that call through a pointer which is null in an image.
@@ -58,9 +60,6 @@ BY_PLATFORM = (
 
 # Functions whose address is kept, and that nothing calls.
 NOT_CALLED = ("StreamReconfigure",)
-
-# Callers through pointers that the x86 image doesn't have.
-ONLY_X64 = {"ChosenScaleKernel", "ScaleWithPlan"}
 
 # The table of the object whose virtual functions a class or a function calls; none if it is the platform's clock.
 DEVICE, PIN, CLOCK = "CameraUsbDevice", "CapturePin", ""
