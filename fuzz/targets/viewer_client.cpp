@@ -53,7 +53,10 @@ class Server {
   }
 
   /// Sends bytes on a connection of their own; what comes back until the server ends it, or falls silent.
-  [[nodiscard]] std::string Talk(std::string_view bytes) const {
+  ///
+  /// @param upgrade  a request that is sent first and whose answer is awaited: what comes ahead of that is not read as
+  ///                 part of the WebSocket
+  [[nodiscard]] std::string Talk(std::string_view bytes, const std::string& upgrade = {}) const {
     const int client = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in address{};
     address.sin_family = AF_INET;
@@ -61,6 +64,11 @@ class Server {
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     if (::connect(client, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0)
       std::abort();
+    if (!upgrade.empty()) {
+      static_cast<void>(::send(client, upgrade.data(), upgrade.size(), MSG_NOSIGNAL));
+      char first = 0;
+      static_cast<void>(::recv(client, &first, 1, 0));
+    }
     static_cast<void>(::send(client, bytes.data(), bytes.size(), MSG_NOSIGNAL));
     ::shutdown(client, SHUT_WR);
     std::string answer;
@@ -125,10 +133,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       break;
     }
     case 2:
-      static_cast<void>(server->Talk(Upgrade(*server) + std::string(bytes)));
+      static_cast<void>(server->Talk(bytes, Upgrade(*server)));
       break;
     default:
-      static_cast<void>(server->Talk(Upgrade(*server) + Frames(bytes)));
+      static_cast<void>(server->Talk(Frames(bytes), Upgrade(*server)));
       break;
   }
   return 0;
