@@ -149,7 +149,7 @@ TEST(Scenarios, StreamWhoseStateCouldNotBeAskedForMayTakeAFormat) {
 TEST(Scenarios, StreamThatARecoveryMovedAfterAStallMayGetNoFrame) {
   const RunResult result = RunScenario(
       *FindScenario("clients"),
-      {"clients", 7000496, 0, {.HasPoints = true, .HasStalls = true, .HasExposure = true}});
+      {"clients", 7000411, 0, {.HasPoints = true, .HasStalls = true, .HasExposure = true}});
   EXPECT_EQ(result.Outcome, Verdict::CutShort);
   EXPECT_EQ(result.What, "client 1, take a frame: no frame comes to a running stream");
   EXPECT_GT(result.Counts.Recoveries, 0U);
