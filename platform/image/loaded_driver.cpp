@@ -188,6 +188,23 @@ void LoadedDriver::DivertCallbacks() {
   }
 }
 
+namespace {
+
+// A spin loop's pause has a short jump behind it that leads back to it, or to a few bytes before it. The same bytes in
+// another instruction, such as a call's distance, have none.
+bool IsInSpinLoop(const std::uint8_t* pause, const std::uint8_t* codeEnd) {
+  constexpr std::ptrdiff_t kLongestLoop = 16;
+  const std::ptrdiff_t rest = std::min<std::ptrdiff_t>(codeEnd - pause - 1, kLongestLoop);
+  for (std::ptrdiff_t at = 2; at < rest; ++at) {
+    const bool isShortJump = pause[at] == 0xEB || (pause[at] & 0xF0U) == 0x70;
+    const std::ptrdiff_t target = at + 2 + static_cast<std::int8_t>(pause[at + 1]);
+    if (isShortJump && target <= 0 && target >= -kLongestLoop) return true;
+  }
+  return false;
+}
+
+}  // namespace
+
 // A short jump back, over too few bytes for a condition.
 bool LoadedDriver::IsEndless(const std::uint8_t* behindPause) {
   constexpr int kShortest = -8;
@@ -202,6 +219,7 @@ void LoadedDriver::DivertSpinLoops() {
     std::uint8_t* const code = image_ + section.Address;
     for (std::size_t at = 0; at + 3 < section.FileSize; ++at) {
       if (code[at] != 0xF3 || code[at + 1] != 0x90) continue;
+      if (!IsInSpinLoop(code + at, code + section.FileSize)) continue;
       code[at] = kBreakpoint;
       code[at + 1] = IsEndless(code + at + 2) ? kEndlessSpinMark : kSpinMark;
     }

@@ -96,6 +96,14 @@ TEST(LoadedDriver, ItsSpinLoopsLetOtherThreadsRun) {
   }
 }
 
+TEST(LoadedDriver, BytesOfAPauseInAnotherInstructionStay) {
+  const ImageFile file = MadeImage().File();
+  const LoadedDriver driver(file);
+  using Number = std::uint32_t(NTAPI*)();
+  host::Simulate({},
+                 [&] { EXPECT_EQ(Callback<Number>(driver, MadeImage::kNumber)(), 0xFFFE90F3U); });
+}
+
 TEST(LoadedDriver, AFaultIsAViolationThatNamesItsPlace) {
   EXPECT_EQ(ViolationOf(MadeImage::kReadsNull),
             "driver: an access to memory that isn't there (0x0) at made.sys+0x1044");

@@ -39,6 +39,7 @@ class MadeImage {
     kMisaligned,  // void(void*): a call with a stack that isn't aligned
     kBackwards,   // void(void*): a call with the direction flag set
     kSpins,       // void(int*): until the number isn't zero
+    kNumber,      // returns a number with the bytes of a pause
     kFunctionCount
   };
 
@@ -86,6 +87,7 @@ class MadeImage {
                  0x28, 0xC3},
                 9, 0);
     PutFunction(kSpins, {0x8B, 0x01, 0xF3, 0x90, 0x85, 0xC0, 0x74, 0xF8, 0xC3});
+    PutFunction(kNumber, {0xB8, 0xF3, 0x90, 0xFE, 0xFF, 0xC3});
     Put32(0xC00, kPointers);
     Put32(0xC04, 8 + 2 * kFunctionCount);
     for (std::uint32_t number = 0; number < kFunctionCount; ++number)
