@@ -192,7 +192,7 @@ RunResult RunScenario(const Scenario& scenario, const RunKey& key, const RunReco
     host::SimulatedScheduler world(
         {.Seed = key.Seed,
          .Kind = played.Options.Scheduler,
-         .FreesPoolAtEnd = true,
+         .FreesAllAtEnd = true,
          .HasPreemptionPoints = played.Options.HasPoints,
          .HasImportsOnly = played.Options.IsSideBySide,
          .AtSwitchPoint =

@@ -5,6 +5,7 @@
 
 #include "platform/host/nt/io/device_object.h"
 #include "platform/host/nt/memory/pool.h"
+#include "platform/host/nt/scheduling/thread.h"
 #include "platform/host/nt/scheduling/violation.h"
 #include "platform/host/nt/verifier/irp_tracker.h"
 #include "platform/host/nt/verifier/kernel_faults.h"
@@ -55,7 +56,7 @@ using namespace lidcam::host;
 NTSTATUS IoCreateDevice(PDRIVER_OBJECT driver, ULONG extensionSize, PUNICODE_STRING, ULONG type,
                         ULONG characteristics, BOOLEAN, PDEVICE_OBJECT* device) {
   const CallRule& rule = calls::kIoCreateDevice;
-  EnterKernelCall(rule, driver);
+  Thread& self = EnterKernelCall(rule, driver);
   if (const auto fault = KernelCallFault(rule.Name)) return *fault;
   void* const extension = AllocateExtension(extensionSize);
   if (extension == nullptr) return STATUS_INSUFFICIENT_RESOURCES;
@@ -67,17 +68,20 @@ NTSTATUS IoCreateDevice(PDRIVER_OBJECT driver, ULONG extensionSize, PUNICODE_STR
   made->DeviceType = type;
   made->DeviceExtension = extension;
   driver->DeviceObject = made.get();
+  self.World.NoteObject(made.get(), [](void* left) { delete static_cast<HostDevice*>(left); });
   *device = made.release();
   return STATUS_SUCCESS;
 }
 
 void IoDeleteDevice(PDEVICE_OBJECT device) {
   const CallRule& rule = calls::kIoDeleteDevice;
-  EnterKernelCall(rule, device);
+  Thread& self = EnterKernelCall(rule, device);
   CheckDeletion(rule, device);
   Unlink(*device->DriverObject, device);
   FreePoolBlock(rule.Name, device->DeviceExtension);
-  delete FindHostDevice(device);
+  HostDevice* const host = FindHostDevice(device);
+  self.World.ForgetObject(host);
+  delete host;
 }
 
 PDEVICE_OBJECT IoAttachDeviceToDeviceStack(PDEVICE_OBJECT source, PDEVICE_OBJECT target) {

@@ -1,4 +1,5 @@
 #include "platform/host/nt/objects/dispatcher.h"
+#include "platform/host/nt/scheduling/thread.h"
 #include "platform/host/nt/scheduling/violation.h"
 #include "platform/host/nt/verifier/kernel_faults.h"
 #include "platform/host/nt/verifier/object_tracker.h"
@@ -50,10 +51,11 @@ using namespace lidcam::host;
 
 PIO_WORKITEM IoAllocateWorkItem(PDEVICE_OBJECT device) {
   const CallRule& rule = calls::kIoAllocateWorkItem;
-  EnterKernelCall(rule, device);
+  Thread& self = EnterKernelCall(rule, device);
   if (KernelCallFault(rule.Name)) return nullptr;
   auto* const item = new IO_WORKITEM{.Item = {}, .Device = device, .Routine = {}, .Context = {}};
   RegisterObject(rule.Name, ObjectKind::WorkItem, item, sizeof(*item));
+  self.World.NoteObject(item, [](void* left) { delete static_cast<PIO_WORKITEM>(left); });
   return item;
 }
 
@@ -78,9 +80,10 @@ void IoQueueWorkItem(PIO_WORKITEM item, PIO_WORKITEM_ROUTINE routine, WORK_QUEUE
 
 void IoFreeWorkItem(PIO_WORKITEM item) {
   const CallRule& rule = calls::kIoFreeWorkItem;
-  EnterKernelCall(rule, item);
+  Thread& self = EnterKernelCall(rule, item);
   ExpectObject(rule.Name, ObjectKind::WorkItem, item);
   CheckFreedMemory(rule.Name, item, sizeof(*item));
+  self.World.ForgetObject(item);
   delete item;
 }
 

@@ -1,6 +1,7 @@
 #include "platform/host/nt/scheduling/scheduler.h"
 
 #include <string>
+#include <utility>
 
 #include "platform/host/nt/memory/guards/paged_memory.h"
 #include "platform/host/nt/scheduling/thread.h"
@@ -46,6 +47,20 @@ void Scheduler::BlockUntil(Thread& self, std::unique_lock<WorldLock>& guard, LON
                            const TimerEntry& limit) {
   Timers().Insert(due, TieNumber(), limit);
   Block(self, guard);
+}
+
+void Scheduler::NoteObject(void* object, void (*deleteObject)(void*)) {
+  const std::lock_guard guard(lock_);
+  objects_.emplace(object, deleteObject);
+}
+
+void Scheduler::ForgetObject(void* object) {
+  const std::lock_guard guard(lock_);
+  objects_.erase(object);
+}
+
+void Scheduler::DeleteObjectsLeft() {
+  for (const auto& [object, deleteObject] : std::exchange(objects_, {})) deleteObject(object);
 }
 
 Thread& Scheduler::StartThread(const std::string& name, bool isService,

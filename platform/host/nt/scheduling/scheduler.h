@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -108,7 +109,16 @@ class Scheduler {
   void KeepUntilEnd(std::shared_ptr<const void> object) { kept_.push_back(std::move(object)); }
   [[nodiscard]] const CallHistory& History() const { return history_; }
 
+  /// Notes an object of the kernel that a driver's call deletes, and how. A run that stops leaves it behind. Any thread
+  /// of the world, without the lock.
+  void NoteObject(void* object, void (*deleteObject)(void*));
+  /// The object is deleted by its own call. Of an object that the world doesn't know: nothing.
+  void ForgetObject(void* object);
+
  protected:
+  /// Deletes the objects that were noted and not forgotten. At the world's end, when nothing uses them any more.
+  void DeleteObjectsLeft();
+
   std::uint32_t nextThread_ = 0;
   std::shared_ptr<PoolArena> arena_;
 
@@ -120,6 +130,7 @@ class Scheduler {
   ServicePool deferredCalls_{"DPC", DISPATCH_LEVEL};
   ServicePool workItems_{"worker", PASSIVE_LEVEL};
   CallHistory history_;
+  std::map<void*, void (*)(void*)> objects_;
 };
 
 /// Processes everything that is due by now: waits time out, timers expire. Under the lock.

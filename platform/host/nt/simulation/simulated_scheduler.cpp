@@ -73,7 +73,8 @@ SimulatedScheduler::~SimulatedScheduler() {
   ForgetWorld(*this);
   ForgetIrpsOfWorld(*this);
   ForgetFilesOfWorld(*this);
-  if (options_.FreesPoolAtEnd) {
+  if (options_.FreesAllAtEnd) {
+    DeleteObjectsLeft();
     FreePoolOfWorld(*this);
   } else {
     ForgetPoolOfWorld(*this);

@@ -37,9 +37,9 @@ struct SimulationOptions {
   /// worlds: each allocation takes pages of its own.
   bool KeepsFreedPool = true;
 
-  /// Pool memory that the world leaves behind, as one does that stops, is freed with it: nothing may use it afterwards.
-  /// The next world then has its pages.
-  bool FreesPoolAtEnd = false;
+  /// What the world leaves behind, as one does that stops (pool memory, devices, work items), is freed with it: nothing
+  /// may use it afterwards. The next world then has the pool's pages.
+  bool FreesAllAtEnd = false;
 
   /// Adds switch points between the kernel calls: ahead of each access to a shared field, and
   /// behind each call that wakes a thread, releases a lock or hands something over.
