@@ -155,6 +155,13 @@ TEST(Scenarios, StreamThatARecoveryMovedAfterAStallMayGetNoFrame) {
   EXPECT_GT(result.Counts.Recoveries, 0U);
 }
 
+// A setting without a picture whose descriptor names one pipe: the pipe table has it alone, and the settings after it
+// have two.
+TEST(Scenarios, SettingsWithMorePipesThanTheFirstOneLeadBehindNoTable) {
+  const RunResult result = Play("mixture", 10003021);
+  EXPECT_NE(result.Outcome, Verdict::Failed) << result.What;
+}
+
 // Its bitmap header is too short for the size, so that the stream's buffers have no memory, and are refused.
 TEST(Scenarios, ApplicationWhoseFormatTellsNoPictureSizeMayGetItsBuffersRefused) {
   const RunResult result = Play("clients-and-faults", 2001365);

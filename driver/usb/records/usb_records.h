@@ -120,6 +120,7 @@ struct UsbDeviceRecord {
   Shared<KSPIN*> Pin;              ///< stream control | frame thread: of the stream; never cleared
   CameraContext* Camera;
   std::uint32_t LongConfigDescriptor;  ///< 1: wTotalLength was 193
+  std::uint32_t PipeCount;             ///< of PipeTable; a later setting may have more pipes
   PipeRecord* PipeTable;               ///< may be null; freed with the device
   volatile LONG* WorkItems;            ///< of the device's object: count of those not finished
 };

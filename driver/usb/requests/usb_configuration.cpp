@@ -116,6 +116,7 @@ void KeepPipeTable(UsbDeviceRecord& device, USBD_INTERFACE_INFORMATION& interfac
   auto* const table = AllocateZeroed(count * sizeof(PipeRecord));
   if (table == nullptr) return;
   device.PipeTable = ::new (table) PipeRecord[count]{};
+  device.PipeCount = interfaceInformation.NumberOfPipes;
   for (std::uint32_t i = 0; i < count; ++i) {
     const USBD_PIPE_INFORMATION& information = *PipeInformationOf(&interfaceInformation, i);
     PipeRecord& pipe = device.PipeTable[i];

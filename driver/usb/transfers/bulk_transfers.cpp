@@ -40,8 +40,9 @@ void* AllocateZeroed(std::size_t size) {
   return memory;
 }
 
+// The table has the pipes of the first setting. A device whose later setting has more of them must not lead behind it.
 PipeRecord* PipeRecordOf(const UsbDeviceRecord& device, std::uint32_t pipe) {
-  const bool isThere = device.PipeTable != nullptr &&
+  const bool isThere = device.PipeTable != nullptr && pipe < device.PipeCount &&
                        PipeInformationOf(device.InterfaceInformation, pipe) != nullptr;
   return isThere ? device.PipeTable + pipe : nullptr;
 }
@@ -172,7 +173,8 @@ NTSTATUS Begin(UsbDeviceRecord& device, UsbStreamRecord* stream, BulkTransfer* g
                const BulkRequest& request) {
   const USBD_PIPE_INFORMATION* const pipe =
       PipeInformationOf(device.InterfaceInformation, request.Pipe);
-  if (pipe == nullptr || pipe->MaximumPacketSize == 0 || device.PipeTable == nullptr) {
+  if (pipe == nullptr || pipe->MaximumPacketSize == 0 ||
+      PipeRecordOf(device, request.Pipe) == nullptr) {
     return STATUS_DEVICE_DATA_ERROR;
   }
   BulkTransfer* const transfer = stream != nullptr ? given : MakeStandalone();

@@ -21,6 +21,7 @@ class BulkDevice {
     Record.DeviceOpen = 1;
     Record.Stream = &Stream;
     Record.PipeTable = pipes_;
+    Record.PipeCount = 2;
     void* const information = interface_;
     Record.InterfaceInformation = static_cast<USBD_INTERFACE_INFORMATION*>(information);
     Record.InterfaceInformation->NumberOfPipes = 2;

@@ -192,6 +192,19 @@ TEST(BulkTransfer, PipeThatIsAbsentOrHasNoPacketsIsRefused) {
   });
 }
 
+// The table has the pipes of the setting that was selected first.
+TEST(BulkTransfer, PipeThatOnlyALaterSettingHasIsRefused) {
+  Simulate({}, [] {
+    BulkDevice device;
+    device.Record.PipeCount = 1;
+    std::uint8_t buffer[10];
+    EXPECT_EQ(StartBulkTransfer(device.Record, nullptr, nullptr, buffer, 10, 1, nullptr, 0),
+              static_cast<NTSTATUS>(0xC000009C));
+    EXPECT_EQ(device.Read(buffer, 10), STATUS_PENDING);
+    device.Answer(10);
+  });
+}
+
 TEST(BulkTransfer, EveryAllocationThatFailsEndsItWithNothingLeft) {
   for (std::uint32_t nth = 1; nth <= 3; ++nth) {
     Simulate({}, [nth] {
@@ -313,6 +326,16 @@ TEST(RestartPendingTransfers, LeavesWhatIsQueuedMeanwhileToTheNextTime) {
     EXPECT_THAT(device.Chunks, ElementsAre(64, 64, 64));
     while (!device.Kept.empty()) device.Answer(0, USBD_STATUS_CANCELED);
     for (OwnTransfer& transfer : transfers) transfer.Free();
+  });
+}
+
+TEST(RestartPendingTransfers, PipesThatOnlyALaterSettingHasAreLeftOut) {
+  Simulate({}, [] {
+    BulkDevice device;
+    device.Record.PipeCount = 1;
+    // Their entry would be behind the table: nothing has made a list of it.
+    device.Lists(1) = {};
+    EXPECT_EQ(RestartPendingTransfers(device.Record), 0);
   });
 }
 
