@@ -137,20 +137,6 @@ void AsStream(benchmark::internal::Benchmark* benchmark) {
 BENCHMARK_CAPTURE(MeasureStream, published, false)->Name("frame published")->Apply(AsStream);
 BENCHMARK_CAPTURE(MeasureStream, delivered, true)->Name("frame delivered")->Apply(AsStream);
 
-using Blocks = std::vector<host::PoolBlocks>;
-
-/// Blocks of `now` beyond those of `before`.
-Blocks Added(const Blocks& now, const Blocks& before) {
-  Blocks added;
-  for (host::PoolBlocks blocks : now) {
-    for (const host::PoolBlocks& old : before) {
-      if (old.Tag == blocks.Tag && old.Size == blocks.Size) blocks.Count -= old.Count;
-    }
-    if (blocks.Count != 0) added.push_back(blocks);
-  }
-  return added;
-}
-
 const char* UserOf(const host::PoolBlocks& blocks, const UsbStreamRecord& stream) {
   if (blocks.Tag == host::kIrpTag) return "requests of the transfers";
   if (blocks.Size >= stream.RawMemory->Size) return "two raw buffers";
@@ -165,12 +151,13 @@ void PrintMemory() {
     testbed::WithTransportTestbed(bus, {}, [](testbed::TransportTestbed& camera) {
       if (!NT_SUCCESS(camera.Start())) return;
       const std::size_t atRest = host::PoolUsageOfAll().Bytes;
-      const Blocks before = host::PoolBlocksOfAll();
+      const std::vector<host::PoolBlocks> before = host::PoolBlocksOfAll();
       if (!NT_SUCCESS(camera.Acquire({})) || !NT_SUCCESS(camera.Run())) return;
       camera.WaitForFrames(2, testbed::kSecond);
       std::printf("pool of a started camera: %zu bytes; a running stream of 640x480 adds %zu:\n",
                   atRest, host::PoolUsageOfAll().Bytes - atRest);
-      for (const host::PoolBlocks& blocks : Added(host::PoolBlocksOfAll(), before)) {
+      for (const host::PoolBlocks& blocks :
+           host::PoolBlocksAdded(host::PoolBlocksOfAll(), before)) {
         std::printf("  %zu of %7zu bytes, tag %s: %7zu, %s\n", blocks.Count, blocks.Size,
                     host::TagText(blocks.Tag).c_str(), blocks.Count * blocks.Size,
                     UserOf(blocks, *camera.Device().UsbStream));

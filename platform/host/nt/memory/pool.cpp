@@ -150,6 +150,18 @@ std::vector<PoolBlocks> PoolBlocksOfAll() {
   return blocks;
 }
 
+std::vector<PoolBlocks> PoolBlocksAdded(const std::vector<PoolBlocks>& now,
+                                        const std::vector<PoolBlocks>& before) {
+  std::vector<PoolBlocks> added;
+  for (PoolBlocks blocks : now) {
+    for (const PoolBlocks& old : before) {
+      if (old.Tag == blocks.Tag && old.Size == blocks.Size) blocks.Count -= old.Count;
+    }
+    if (blocks.Count != 0) added.push_back(blocks);
+  }
+  return added;
+}
+
 void FailPoolAllocation(std::uint32_t countdown) {
   Pool& pool = ThePool();
   const std::lock_guard guard(pool.Lock);

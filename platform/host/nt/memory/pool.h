@@ -40,6 +40,10 @@ struct PoolBlocks {
 /// The blocks of all tags, the largest first.
 [[nodiscard]] std::vector<PoolBlocks> PoolBlocksOfAll();
 
+/// Those of `now` that aren't among those of `before`.
+[[nodiscard]] std::vector<PoolBlocks> PoolBlocksAdded(const std::vector<PoolBlocks>& now,
+                                                      const std::vector<PoolBlocks>& before);
+
 /// A world's allocations that were not freed, as "2 block(s) of 48 bytes with tag 'Test'" for each
 /// tag; empty if none.
 [[nodiscard]] std::string DescribePoolOfWorld(const Scheduler& world);

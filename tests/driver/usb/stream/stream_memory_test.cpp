@@ -16,17 +16,6 @@ constexpr std::uint32_t kCameraTag = 0x206D6457;  // "Wdm "
 
 using Blocks = std::vector<host::PoolBlocks>;
 
-Blocks Added(const Blocks& now, const Blocks& before) {
-  Blocks added;
-  for (host::PoolBlocks blocks : now) {
-    for (const host::PoolBlocks& old : before) {
-      if (old.Tag == blocks.Tag && old.Size == blocks.Size) blocks.Count -= old.Count;
-    }
-    if (blocks.Count != 0) added.push_back(blocks);
-  }
-  return added;
-}
-
 std::size_t BytesOf(const Blocks& all) {
   std::size_t bytes = 0;
   for (const host::PoolBlocks& blocks : all) bytes += blocks.Count * blocks.Size;
@@ -44,7 +33,7 @@ Blocks BlocksOfStream(const StreamRequest& request) {
       ASSERT_EQ(camera.Acquire(request), STATUS_SUCCESS);
       ASSERT_EQ(camera.Run(), STATUS_SUCCESS);
       ASSERT_TRUE(camera.WaitForFrames(3, kSecond));
-      added = Added(host::PoolBlocksOfAll(), before);
+      added = host::PoolBlocksAdded(host::PoolBlocksOfAll(), before);
     });
   });
   return added;
