@@ -86,12 +86,14 @@ function(lidcam_link_test_objects name)
   set_target_properties(${name} PROPERTIES LINKER_LANGUAGE CXX)
 endfunction()
 
+# ctest's COST of tests that mostly wait: those with threads, and those of the program. One that began last would leave
+# the processors idle.
+set(lidcam_waits_long 50)
+
 # lidcam_test(NAME [THREADS] [OPTIMIZED] [SHARDS count] SOURCES file... LIBRARIES target...): one
 # GoogleTest executable. THREADS marks tests to be run with ThreadSanitizer, OPTIMIZED those whose
-# own code runs long, SHARDS those whose cases are divided into several ctest entries. These run concurrently and
-# before all others; behind them come the tests with threads and those of the program, which mostly wait: one that
-# began last would leave the processors idle.
-set(lidcam_waits_long 50)
+# own code runs long, SHARDS those whose cases are divided into several ctest entries, which run
+# concurrently and before all others.
 function(lidcam_test name)
   cmake_parse_arguments(PARSE_ARGV 1 arg "THREADS;OPTIMIZED" "SHARDS" "SOURCES;LIBRARIES")
   if(LIDCAM_TEST_OBJECTS_ONLY)
