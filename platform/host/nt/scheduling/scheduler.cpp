@@ -51,7 +51,7 @@ void Scheduler::BlockUntil(Thread& self, std::unique_lock<WorldLock>& guard, LON
 
 void Scheduler::NoteObject(void* object, void (*deleteObject)(void*)) {
   const std::lock_guard guard(lock_);
-  objects_.emplace(object, deleteObject);
+  objects_.insert_or_assign(object, deleteObject);
 }
 
 void Scheduler::ForgetObject(void* object) {
