@@ -30,6 +30,17 @@ class LoopLock {
   throw ShareError(what + ": " + std::strerror(errno));
 }
 
+// PipeWire (0.3.65) has no memory for an application's buffers before this process has answered. It knows the answer by
+// a number, which counts the messages to this process, and takes any other answer about the node for it that has the
+// same number: one to the session manager, say, whose numbers count its own messages. The application then gets
+// buffers without memory and shows nothing. Numbers begin at zero, so those of processes that are about as old are
+// alike: this process begins far above them.
+constexpr int kMessagesAhead = 20'000;
+
+void BeginAboveOtherNumbers(pw_core* core) {
+  for (int message = 0; message < kMessagesAhead; ++message) pw_core_sync(core, PW_ID_CORE, 0);
+}
+
 pw_properties* NodeProperties(const CameraDescription& camera) {
   const std::string name = "lidcam." + camera.Unit;
   return pw_properties_new(PW_KEY_MEDIA_TYPE, "Video", PW_KEY_MEDIA_CATEGORY, "Capture",
@@ -113,6 +124,7 @@ void CameraNode::Connect() {
   if (!context_) FailWithErrno("PipeWire cannot be used");
   core_.reset(pw_context_connect(context_.get(), nullptr, 0));
   if (!core_) FailWithErrno("PipeWire cannot be reached (does it run, as this user?)");
+  BeginAboveOtherNumbers(core_.get());
   pw_core_add_listener(core_.get(), &coreHook_, &kCoreEvents, this);
   registry_.reset(pw_core_get_registry(core_.get(), PW_VERSION_REGISTRY, 0));
   if (!registry_) FailWithErrno("PipeWire's objects cannot be watched");
