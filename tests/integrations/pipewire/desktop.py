@@ -116,8 +116,11 @@ class Desktop:
         return process
 
     def run(self, *arguments, check=True):
-        return subprocess.run(arguments, env=self.environment, capture_output=True, text=True, timeout=LIMIT,
-                              check=check, stdin=subprocess.DEVNULL)
+        ended = subprocess.run(arguments, env=self.environment, capture_output=True, text=True, timeout=LIMIT,
+                               check=False, stdin=subprocess.DEVNULL)
+        if check and ended.returncode != 0:
+            raise AssertionError(f"{arguments} ended with {ended.returncode}: {ended.stderr}")
+        return ended
 
     def lidcam(self, *arguments, check=True):
         return self.run(self._lidcam, *arguments, check=check)
