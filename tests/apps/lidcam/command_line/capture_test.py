@@ -116,7 +116,7 @@ class CaptureTest(CommandLineTest):
             result = self.run_lidcam("record", "-o", capture, "--json", *limit)
             self.assertEqual(result.returncode, 0, result.stderr)
             frames = json.loads(result.stdout)["frames"]["delivered"]
-            told = re.search(r"(\d+) that the recording has", result.stderr.decode())
+            told = re.search(r"a replay delivers (\d+) frame", result.stderr.decode())
             replayed = json.loads(self.lidcam("replay", capture, "--json"))["frames"]["delivered"]
             self.assertEqual(replayed, int(told[1]) if told else frames)
 
