@@ -152,8 +152,8 @@ class ShareTest(unittest.TestCase):
                          "a contrast that persists")
 
     def test_an_unplugged_camera_is_shown_as_such_and_does_not_end_the_service(self):
-        share = self.desk.share("--camera", CAMERA, "--faults", "at 1s unplug")
-        output, looker = self.look((160, 120), 60, "pictures")
+        share = self.desk.share("--camera", CAMERA, "--faults", "at 4s unplug")
+        output, looker = self.look((160, 120), 150, "pictures")
         self.assertEqual(looker.wait(), 0, looker.said())
         seen = [desktop.is_notice(picture) for picture in desktop.pictures(output, (160, 120))]
         self.assertFalse(seen[0])

@@ -141,10 +141,10 @@ class RtspTest(unittest.TestCase):
         self.assertIn(self.await_viewers(1)[0], viewers)
 
     def test_the_status_names_a_viewer_of_a_camera_that_was_unplugged_meanwhile(self):
-        server, address = self.serve("--size", "160x120", "--faults", "at 1s unplug")
+        server, address = self.serve("--size", "160x120", "--faults", "at 4s unplug")
         viewer = self.view(address)
         viewer.play()
-        viewer.packets(60)
+        viewer.packets(150)
         self.assertEqual(len(self.await_viewers(1)), 1)
         self.stop(server)
 
@@ -169,10 +169,10 @@ class RtspTest(unittest.TestCase):
             viewer.close()
 
     def test_an_unplugged_camera_does_not_end_the_stream(self):
-        server, address = self.serve("--size", "160x120", "--faults", "at 1s unplug")
+        server, address = self.serve("--size", "160x120", "--faults", "at 4s unplug")
         viewer = self.view(address)
         viewer.play()
-        viewer.packets(120)
+        viewer.packets(180)
         server.send_signal(signal.SIGTERM)
         text = server.communicate(timeout=120)[1].decode()
         self.assertIn("continues when it is plugged in again", text)
