@@ -1,4 +1,4 @@
-// The camera on platforms of every version of the driver model, which the driver asks for as it starts.
+// The thread that makes frames of transfers, on platforms of every version of the driver model: the driver asks for it.
 
 #include <gtest/gtest.h>
 
@@ -23,10 +23,10 @@ using client::Stream;
 constexpr LONGLONG kStall = 2 * kSecond;
 
 /// A version: the major one's byte and the minor one's.
-class PlatformVersion : public ::testing::TestWithParam<std::uint16_t> {
+class FrameThread : public ::testing::TestWithParam<std::uint16_t> {
  protected:
-  PlatformVersion() { host::SetWdmVersion(GetParam()); }
-  ~PlatformVersion() override { host::SetWdmVersion(0x0130); }
+  FrameThread() { host::SetWdmVersion(GetParam()); }
+  ~FrameThread() override { host::SetWdmVersion(0x0130); }
 
   /// Runs a scenario in which the driver's frame thread stops for kStall at its next call, once, after StallFrameThread().
   void RunWithFrameThread(const Scenario& scenario) {
@@ -35,7 +35,9 @@ class PlatformVersion : public ::testing::TestWithParam<std::uint16_t> {
       // The only thread of the driver's that sets its own priority.
       if (std::string_view(place.Subject.Name) == "KeSetPriorityThread")
         thread_ = place.Self.Number;
-      if (!isToStall_ || place.Self.Number != thread_) return LONGLONG{0};
+      if (place.Self.Number != thread_) return LONGLONG{0};
+      priority_ = place.Self.Priority;
+      if (!isToStall_) return LONGLONG{0};
       isToStall_ = false;
       return kStall;
     }};
@@ -46,15 +48,29 @@ class PlatformVersion : public ::testing::TestWithParam<std::uint16_t> {
   }
 
   void StallFrameThread() { isToStall_ = true; }
+  /// As of its last call.
+  [[nodiscard]] KPRIORITY Priority() const { return priority_; }
   [[nodiscard]] bool HasStalled() const { return !isToStall_; }
 
  private:
   std::uint32_t thread_ = ~0U;
+  KPRIORITY priority_ = 0;
   bool isToStall_ = false;
 };
 
+// The lowest priority that other threads' work doesn't lower.
+TEST_P(FrameThread, RunsAtPrioritySixteen) {
+  RunWithFrameThread([this](Host& host) {
+    const Camera camera = host.Open();
+    Stream stream(camera, camera.FormatOf(160, 120));
+    stream.Run();
+    EXPECT_EQ(TakeFrames(stream, 2), STATUS_SUCCESS);
+    EXPECT_EQ(Priority(), 16);
+  });
+}
+
 // What the frame thread uses is freed behind the stop.
-TEST_P(PlatformVersion, AStopEndsBehindTheFrameThread) {
+TEST_P(FrameThread, EndsAheadOfTheStopOfItsStream) {
   RunWithFrameThread([this](Host& host) {
     const Camera camera = host.Open();
     Stream stream(camera, camera.FormatOf(160, 120));
@@ -70,7 +86,7 @@ TEST_P(PlatformVersion, AStopEndsBehindTheFrameThread) {
   });
 }
 
-INSTANTIATE_TEST_SUITE_P(, PlatformVersion,
+INSTANTIATE_TEST_SUITE_P(, FrameThread,
                          ::testing::Values(0, 0x0100, 0x0105, 0x0110, 0x0120, 0x0130),
                          [](const auto& test) { return "Of" + std::to_string(test.param); });
 
