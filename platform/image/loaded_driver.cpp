@@ -190,27 +190,29 @@ void LoadedDriver::DivertCallbacks() {
 
 namespace {
 
+enum class SpinLoop : std::uint8_t { None, Conditional, Endless };
+
 // A spin loop's pause has a short jump behind it that leads back to it, or to a few bytes before it. The same bytes in
-// another instruction, such as a call's distance, have none.
-bool IsInSpinLoop(const std::uint8_t* pause, const std::uint8_t* codeEnd) {
+// another instruction, such as a call's distance, have none. A loop whose pause an unconditional jump follows at once,
+// back over too few bytes for a condition, is endless.
+SpinLoop SpinLoopAt(const std::uint8_t* pause, const std::uint8_t* codeEnd) {
+  constexpr std::ptrdiff_t kPauseBytes = 2;
   constexpr std::ptrdiff_t kLongestLoop = 16;
+  constexpr std::ptrdiff_t kLongestWithoutCondition = 4;
   const std::ptrdiff_t rest = std::min<std::ptrdiff_t>(codeEnd - pause - 1, kLongestLoop);
-  for (std::ptrdiff_t at = 2; at < rest; ++at) {
-    const bool isShortJump = pause[at] == 0xEB || (pause[at] & 0xF0U) == 0x70;
+  for (std::ptrdiff_t at = kPauseBytes; at < rest; ++at) {
+    const bool isUnconditional = pause[at] == 0xEB;
+    if (!isUnconditional && (pause[at] & 0xF0U) != 0x70) continue;
     const std::ptrdiff_t target = at + 2 + static_cast<std::int8_t>(pause[at + 1]);
-    if (isShortJump && target <= 0 && target >= -kLongestLoop) return true;
+    if (target > 0 || target < -kLongestLoop) continue;
+    const bool isEndless =
+        isUnconditional && at == kPauseBytes && target >= -kLongestWithoutCondition;
+    return isEndless ? SpinLoop::Endless : SpinLoop::Conditional;
   }
-  return false;
+  return SpinLoop::None;
 }
 
 }  // namespace
-
-// A short jump back, over too few bytes for a condition.
-bool LoadedDriver::IsEndless(const std::uint8_t* behindPause) {
-  constexpr int kShortest = -8;
-  return behindPause[0] == 0xEB && static_cast<std::int8_t>(behindPause[1]) < 0 &&
-         static_cast<std::int8_t>(behindPause[1]) >= kShortest;
-}
 
 // A thread of a simulated world that spins without a call would keep all others from running.
 void LoadedDriver::DivertSpinLoops() {
@@ -219,9 +221,10 @@ void LoadedDriver::DivertSpinLoops() {
     std::uint8_t* const code = image_ + section.Address;
     for (std::size_t at = 0; at + 3 < section.FileSize; ++at) {
       if (code[at] != 0xF3 || code[at + 1] != 0x90) continue;
-      if (!IsInSpinLoop(code + at, code + section.FileSize)) continue;
+      const SpinLoop loop = SpinLoopAt(code + at, code + section.FileSize);
+      if (loop == SpinLoop::None) continue;
       code[at] = kBreakpoint;
-      code[at + 1] = IsEndless(code + at + 2) ? kEndlessSpinMark : kSpinMark;
+      code[at + 1] = loop == SpinLoop::Endless ? kEndlessSpinMark : kSpinMark;
     }
   }
 }

@@ -44,7 +44,6 @@ class LoadedDriver {
   void Bind();
   void DivertCallbacks();
   void DivertSpinLoops();
-  static bool IsEndless(const std::uint8_t* behindPause);
   void Protect();
 
   [[nodiscard]] std::size_t ThunkCount() const {

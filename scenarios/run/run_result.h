@@ -71,6 +71,8 @@ struct RunCounts {
   std::uint64_t Disturbed = 0;   ///< delivered torn, or of a wrong size
   std::uint64_t Recoveries = 0;  ///< that have ended
   std::uint64_t Faults = 0;      ///< injected, by the scenario's own count
+
+  bool operator==(const RunCounts&) const = default;
 };
 
 /// A run's result as far as another process can leave it in shared memory.

@@ -111,5 +111,17 @@ TEST_F(RegisterSetFiles, AreReadIntoABufferOf2000Bytes) {
   EXPECT_THAT(Blocks(), Not(Contains(2001U)));
 }
 
+// A file that tells a longer body is looked at for 1,980 bytes: a section that ends there is the last one.
+TEST_F(RegisterSetFiles, AreReadFor1980BytesOfSections) {
+  constexpr std::size_t kBytes = 1980;
+  constexpr std::size_t kSectionHeader = 8;
+  test::Bytes entries;
+  while (entries.size() < kBytes - kSectionHeader)
+    entries.push_back(entries.size() % 3 == 0 ? 0x11 : kRegister);
+  PlugIn("S001.set", test::SetFileTelling(5000, {test::Section(1, entries),
+                                                 test::Section(1, {0x11, kRegister, 0xA7})}));
+  EXPECT_EQ(Written(), std::vector<std::uint16_t>(600, kRegister));
+}
+
 }  // namespace
 }  // namespace lidcam::compliance

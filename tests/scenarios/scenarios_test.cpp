@@ -137,6 +137,22 @@ TEST(Scenarios, RecoveriesAndFramesHappenInThem) {
   EXPECT_GT(sum.Recoveries, 6U);
 }
 
+// They are counted by the kernel's calls, which the driver of an image makes as well.
+TEST(Scenarios, RecoveriesAreCountedAsTheTraceTellsThem) {
+  for (std::uint64_t seed = 1; seed <= 6; ++seed) {
+    SCOPED_TRACE(seed);
+    const RunResult result =
+        RunScenario(*FindScenario("urb-errors"), {"urb-errors", seed}, {.KeepsTrace = true});
+    std::uint64_t told = 0;
+    for (std::size_t at = 0; (at = result.Trace.find("\nrecovery ends ", at)) != std::string::npos;
+         ++at) {
+      ++told;
+    }
+    EXPECT_GT(told, 0U);
+    EXPECT_EQ(result.Counts.Recoveries, told);
+  }
+}
+
 // The only allocation that fails is that of the request for the state of a stream that was stopped.
 TEST(Scenarios, StreamWhoseStateCouldNotBeAskedForMayTakeAFormat) {
   const RunResult result =

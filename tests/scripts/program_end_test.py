@@ -18,8 +18,9 @@ SCRIPTS = ROOT / "scripts"
 
 
 # Scripts that do their work without an argument.
-WITH_DEFAULTS = ("bench-simulation", "check-kernel-objects", "check-layers", "image-coverage", "mutate-ordering",
-                 "spoil-image", "test-changed", "test-usb", "test-v4l2", "test-viewer", "viewer-load")
+WITH_DEFAULTS = ("bench-simulation", "check-image-kernels", "check-kernel-objects", "check-layers", "image-coverage",
+                 "mutate-ordering", "spoil-image", "test-changed", "test-usb", "test-v4l2", "test-viewer",
+                 "viewer-load")
 
 
 def python_scripts():

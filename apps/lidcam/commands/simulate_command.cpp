@@ -344,7 +344,10 @@ RunResult RunCompiled(const Scenario& scenario, const RunKey& key, bool keepsTra
 RunResult RunSideBySide(const Scenario& scenario, const RunKey& key, bool keepsTrace) {
   const RunResult compiled = RunCompiled(scenario, key, keepsTrace);
   RunResult loaded = scenarios::RunScenario(scenario, key, {.KeepsTrace = keepsTrace});
-  if (compiled.Hash == loaded.Hash && compiled.What == loaded.What) return loaded;
+  if (compiled.Hash == loaded.Hash && compiled.What == loaded.What &&
+      compiled.Counts == loaded.Counts) {
+    return loaded;
+  }
   if (keepsTrace) std::fputs(compiled.Trace.c_str(), stdout);
   loaded.Outcome = Verdict::Failed;
   loaded.What = "the image differs from the compiled driver: hash " + Hex(loaded.Hash) + ", not " +
