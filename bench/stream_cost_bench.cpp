@@ -2,14 +2,16 @@
 // stack, transfers, completion, frame thread and assembly; "delivered" is with the pin's delivery.
 //
 // The stream runs in real time, 30 frames a second, over a bus whose packets lie ready in memory:
-// the bus's part is one copy of them, as a host controller would write them. The result is the
-// processor time of all threads, so that other work on the machine matters little. The reference is
-// memcpy of as many bytes, measured in the same run. The stream's use of the pool is printed after
-// it.
+// the bus's part is one copy of them, which a host controller would do without the processor. The
+// result is the processor time of all threads, so that other work on the machine matters little. The
+// reference is memcpy of as many bytes, measured in the same run. Of the result, the bus's part and
+// what bare copies at the stream's pace take are shown beside it. The stream's use of the pool is
+// printed after it.
 
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
@@ -33,10 +35,26 @@ constexpr std::uint64_t kMicroframesPerFrame = 267;  // 33.4 ms
 constexpr double kFramesPerSecond = 30;
 constexpr std::uint64_t kFrames = 90;
 
-double ProcessorSeconds() {
+constexpr std::size_t kPacketsPerTransfer = 32;
+
+double SecondsOf(clockid_t clock) {
   timespec time{};
-  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
+  clock_gettime(clock, &time);
   return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
+}
+
+double ProcessorSeconds() {
+  return SecondsOf(CLOCK_PROCESS_CPUTIME_ID);
+}
+
+double ThreadSeconds() {
+  return SecondsOf(CLOCK_THREAD_CPUTIME_ID);
+}
+
+double Median(std::vector<double>& seconds) {
+  const auto middle = seconds.begin() + static_cast<std::ptrdiff_t>(seconds.size() / 2);
+  std::nth_element(seconds.begin(), middle, seconds.end());
+  return *middle;
 }
 
 /// The simulated camera's answers to requests, and one frame's packets again and again.
@@ -49,6 +67,7 @@ class ReadyBus final : public bus::PassingBus {
 
   bus::IsochronousResult ReadIsochronous(std::uint8_t, std::span<std::uint8_t> buffer,
                                          std::span<bus::IsochronousPacket> packets) override {
+    const double before = ThreadSeconds();
     const std::uint32_t start = microframe_;
     const std::size_t share = buffer.size() / packets.size();
     std::size_t offset = 0;
@@ -61,8 +80,12 @@ class ReadyBus final : public bus::PassingBus {
                 bus::UsbStatus::Ok};
       offset += share;
     }
+    seconds_ = seconds_ + ThreadSeconds() - before;
     return {bus::UsbStatus::Ok, start};
   }
+
+  /// Processor time of all copies so far. Any thread.
+  [[nodiscard]] double Seconds() const { return seconds_; }
   [[nodiscard]] std::uint32_t FrameNumber() override {
     return microframe_ / bus::kMicroframesPerFrame;
   }
@@ -70,6 +93,7 @@ class ReadyBus final : public bus::PassingBus {
  private:
   std::vector<std::uint8_t> frame_;
   std::uint32_t microframe_ = 0;
+  std::atomic<double> seconds_ = 0;  ///< written by the thread that reads the bus
 };
 
 /// Seconds that memcpy takes for the bytes of a frame: the median of many, over buffers that are used
@@ -87,46 +111,99 @@ double CopySeconds() {
     benchmark::ClobberMemory();
     seconds.push_back(ProcessorSeconds() - start);
   }
-  const auto middle = seconds.begin() + kRuns / 2;
-  std::nth_element(seconds.begin(), middle, seconds.end());
-  return *middle;
+  return Median(seconds);
 }
 
-/// @return processor seconds a frame; 0 if the stream doesn't start
-double SecondsPerFrame(testbed::TransportTestbed& camera) {
+/// Bare copies of a frame as the driver makes them, at the stream's pace: the caches have lost much of
+/// the memory since the frame before.
+struct PacedCopies {
+  double ToRawFrame = 0;  ///< seconds a frame, from transfers that were just written
+  double ToPicture = 0;   ///< seconds a frame, from the raw frame at once
+};
+
+PacedCopies MeasurePacedCopies() {
+  constexpr std::size_t kRuns = 31;
+  constexpr std::size_t kTransfers = 7;
+  constexpr std::size_t kTransferBytes = kPacketsPerTransfer * kBytesPerMicroframe;
+  const std::vector<std::uint8_t> bus(kRawFrameBytes, 0x80);
+  std::vector<std::uint8_t> transfers(kTransfers * kTransferBytes);
+  std::vector<std::uint8_t> raw(2 * kRawFrameBytes);
+  std::vector<std::uint8_t> picture(kRawFrameBytes);
+  std::vector<double> toRaw;
+  std::vector<double> toPicture;
+  std::size_t transfer = 0;
+  for (std::size_t run = 0; run < kRuns; ++run) {
+    std::uint8_t* const frame = raw.data() + run % 2 * kRawFrameBytes;
+    double seconds = 0;
+    for (std::size_t at = 0; at < kRawFrameBytes; at += kTransferBytes) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(4));
+      const std::size_t bytes = std::min(kTransferBytes, kRawFrameBytes - at);
+      std::uint8_t* const packets = transfers.data() + transfer++ % kTransfers * kTransferBytes;
+      std::memcpy(packets, bus.data() + at, bytes);
+      benchmark::ClobberMemory();
+      const double start = ThreadSeconds();
+      std::memcpy(frame + at, packets, bytes);
+      benchmark::ClobberMemory();
+      seconds += ThreadSeconds() - start;
+    }
+    toRaw.push_back(seconds);
+    const double start = ThreadSeconds();
+    std::memcpy(picture.data(), frame, kRawFrameBytes);
+    benchmark::ClobberMemory();
+    toPicture.push_back(ThreadSeconds() - start);
+  }
+  return {Median(toRaw), Median(toPicture)};
+}
+
+/// Processor seconds a frame.
+struct FrameCost {
+  double Whole = 0;  ///< of all threads; 0 if the stream doesn't start
+  double Bus = 0;    ///< of it, the bus's copy of the packets
+};
+
+FrameCost CostOfFrame(testbed::TransportTestbed& camera, const ReadyBus& bus) {
   if (!NT_SUCCESS(camera.Start()) || !NT_SUCCESS(camera.Acquire({})) || !NT_SUCCESS(camera.Run())) {
-    return 0;
+    return {};
   }
   // The first round of the transfers has gaps.
   std::this_thread::sleep_for(std::chrono::milliseconds(500));
   const std::uint64_t first = camera.Counts().Microframes;
+  const double busBefore = bus.Seconds();
   const double start = ProcessorSeconds();
   while (camera.Counts().Microframes - first < kFrames * kMicroframesPerFrame) {
     std::this_thread::sleep_for(std::chrono::milliseconds(100));
   }
   const double seconds = ProcessorSeconds() - start;
+  const double busSeconds = bus.Seconds() - busBefore;
   const std::uint64_t microframes = camera.Counts().Microframes - first;
-  return seconds * static_cast<double>(kMicroframesPerFrame) / static_cast<double>(microframes);
+  const double frames =
+      static_cast<double>(microframes) / static_cast<double>(kMicroframesPerFrame);
+  return {seconds / frames, busSeconds / frames};
 }
 
 void MeasureStream(benchmark::State& state, bool isDelivered) {
   bus::SimulatedBus simulated{{}};
   ReadyBus bus{simulated};
-  double perFrame = 0;
+  FrameCost frame;
   for ([[maybe_unused]] auto iteration : state) {
     testbed::WithTransportTestbed(
         bus, {.TakesFrames = isDelivered},
-        [&perFrame](testbed::TransportTestbed& camera) { perFrame = SecondsPerFrame(camera); });
-    state.SetIterationTime(perFrame);
+        [&](testbed::TransportTestbed& camera) { frame = CostOfFrame(camera, bus); });
+    state.SetIterationTime(frame.Whole);
   }
-  if (perFrame <= 0) {
+  if (frame.Whole <= 0) {
     state.SkipWithError("the stream does not start");
     return;
   }
   const double copy = CopySeconds();
+  const PacedCopies paced = MeasurePacedCopies();
+  state.counters["bus_us"] = frame.Bus * 1e6;
+  state.counters["raw_copy_us"] = paced.ToRawFrame * 1e6;
+  if (isDelivered) state.counters["picture_copy_us"] = paced.ToPicture * 1e6;
   state.counters["memcpy_us"] = copy * 1e6;
-  state.counters["ratio"] = perFrame / copy;
-  state.counters["cameras_per_core"] = 1 / (perFrame * kFramesPerSecond);
+  state.counters["ratio"] = frame.Whole / copy;
+  state.counters["ratio_without_bus"] = (frame.Whole - frame.Bus) / copy;
+  state.counters["cameras_per_core"] = 1 / (frame.Whole * kFramesPerSecond);
 }
 
 void AsStream(benchmark::internal::Benchmark* benchmark) {

@@ -220,6 +220,63 @@ TEST(IsochronousTransfer, BehindOthersIsReadInTimeWithoutWakingAThreadWhereThrea
       {.LooksAtEachRequest = false, .Now = CountedTime});
 }
 
+/// Expects completions of transfers of four frames, each sent again at once, at these times in ms.
+void ExpectCompletions(std::size_t transfers, LONGLONG delay, const std::vector<LONGLONG>& times) {
+  WithConfiguredDevice(
+      [&](ScriptedBus& bus, UsbWorld& world) {
+        std::vector<LONGLONG> completions;
+        std::vector<std::unique_ptr<IsochronousRead>> reads;
+        for (std::size_t i = 0; i < transfers; ++i) {
+          reads.push_back(std::make_unique<IsochronousRead>(world.Device(), world.Pipe(1), 32));
+          IsochronousRead& read = *reads.back();
+          read.Sent.OnCompletion = [&] {
+            completions.push_back(InterruptTime() / kMillisecond);
+            if (completions.size() > times.size()) return;
+            EXPECT_EQ(read.Sent.Send(), STATUS_PENDING);
+          };
+          EXPECT_EQ(read.Sent.Send(), STATUS_PENDING);
+          Sleep(1);  // the schedule's thread has seen it, and waits for the first one's end
+        }
+        while (completions.size() < times.size() + transfers) Sleep(kMillisecond);
+        EXPECT_EQ(bus.ReadTimes.size(), times.size() + transfers);
+        completions.resize(times.size());
+        EXPECT_EQ(completions, times);
+      },
+      {.LooksAtEachRequest = false, .CompletionDelay = delay});
+}
+
+TEST(IsochronousTransfer, IsCompletedWithTheNextWhereThreadsAreToWakeSeldom) {
+  ExpectCompletions(7, 4 * kMillisecond, {6, 14, 14, 22, 22, 30, 30, 38, 38, 46, 46, 54, 54, 62});
+  ExpectCompletions(3, 0, {6, 10, 14, 18, 22, 26, 30, 34, 38, 42, 46, 50, 54, 58});
+}
+
+TEST(IsochronousTransfer, IsCompletedWithOthersOnlyWhileHalfOfThemAreOnTheBus) {
+  ExpectCompletions(7, 1000 * kMillisecond,
+                    {6, 18, 18, 18, 30, 30, 30, 42, 42, 42, 54, 54, 54, 66});
+  ExpectCompletions(3, 1000 * kMillisecond,
+                    {6, 10, 14, 18, 22, 26, 30, 34, 38, 42, 46, 50, 54, 58});
+}
+
+TEST(IsochronousTransfer, WhoseEndIsOverIsCancelledWhileItWaitsForTheNext) {
+  WithConfiguredDevice(
+      [](ScriptedBus& bus, UsbWorld& world) {
+        std::vector<std::unique_ptr<IsochronousRead>> reads;
+        for (int i = 0; i < 7; ++i) {
+          reads.push_back(std::make_unique<IsochronousRead>(world.Device(), world.Pipe(1), 32));
+          EXPECT_EQ(reads.back()->Sent.Send(), STATUS_PENDING);
+          if (i == 0) Sleep(1);  // the schedule's thread waits for its end
+        }
+        Sleep(11 * kMillisecond - 1);  // the second has ended, and is to be completed at 14
+        EXPECT_EQ(bus.ReadTimes.size(), 1U);
+        IoCancelIrp(reads[1]->Sent.Irp());
+        EXPECT_EQ(reads[1]->Sent.Await(), STATUS_CANCELLED);
+        EXPECT_EQ(reads[1]->Sent.CompletedAt, 11 * kMillisecond);
+        EXPECT_EQ(reads[0]->Sent.Await(), STATUS_SUCCESS);
+        for (std::size_t i = 2; i < 7; ++i) EXPECT_EQ(reads[i]->Sent.Await(), STATUS_SUCCESS);
+      },
+      {.LooksAtEachRequest = false, .CompletionDelay = 4 * kMillisecond});
+}
+
 TEST(IsochronousTransfer, MayStartInAFrameWhoseNumberHasWrappedAround) {
   WithConfiguredDevice(
       [](ScriptedBus&, UsbWorld& world) {

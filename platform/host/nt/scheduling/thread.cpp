@@ -43,6 +43,7 @@ void EndThread(Thread& self) {
   world.ThreadEnds(self, guard);
   // Still under the lock: the next thread may end the world.
   t_current = nullptr;
+  self.Late.WakeAll();
   DereferenceThread(self);
 }
 
@@ -71,6 +72,7 @@ Thread* SetCurrentThread(Thread* thread) {
 void SetLevel(Thread& self, KIRQL level) {
   self.Level = level;
   FollowLevel(&self.World, level);
+  if (level < DISPATCH_LEVEL) self.Late.WakeAll();
 }
 
 void CountSimulations(int change) {

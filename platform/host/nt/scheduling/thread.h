@@ -71,6 +71,7 @@ struct Thread {
 
   // Used by the scheduler.
   WakeFlag Woken;
+  LateWakes Late;
   ExecutionContext* Context = nullptr;  ///< in a simulation
   RunState State = RunState::Ready;
   unsigned Spins = 0;            ///< since the last progress that it has seen

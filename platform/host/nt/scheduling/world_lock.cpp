@@ -8,6 +8,8 @@
 #include <ctime>
 #include <span>
 
+#include "platform/host/nt/scheduling/thread.h"
+
 namespace lidcam::host {
 namespace {
 
@@ -38,7 +40,26 @@ void WorldLock::UnlockAndWake() {
   const std::size_t count = sleeperCount_;
   sleeperCount_ = 0;
   mutex_.unlock();
-  std::ranges::for_each(std::span(sleepers).first(count), WakeSleeper);
+  const auto flags = std::span(sleepers).first(count);
+  Thread* const self = FindCurrentThread();
+  if (self == nullptr || self->Level < DISPATCH_LEVEL) {
+    std::ranges::for_each(flags, WakeSleeper);
+  } else {
+    for (WakeFlag* const flag : flags) self->Late.Add(flag);
+  }
+}
+
+void LateWakes::Add(WakeFlag* flag) {
+  if (count_ == kMost) {
+    WakeSleeper(flag);
+  } else {
+    flags_[count_++] = flag;
+  }
+}
+
+void LateWakes::WakeAll() {
+  std::ranges::for_each(std::span(flags_).first(count_), WakeSleeper);
+  count_ = 0;
 }
 
 void WorldLock::Set(WakeFlag& flag) {
@@ -57,6 +78,7 @@ void SleepFor(WakeFlag& flag, std::unique_lock<WorldLock>& guard,
   if (end != nullptr) limit = ToTimespec(*end);
   flag.HasSleeper = true;
   guard.unlock();
+  if (Thread* const self = FindCurrentThread()) self->Late.WakeAll();
   // Of steady_clock. Returns at once if the flag is set already.
   ::syscall(SYS_futex, &flag, FUTEX_WAIT_BITSET_PRIVATE, 0, end != nullptr ? &limit : nullptr,
             nullptr, FUTEX_BITSET_MATCH_ANY);

@@ -15,8 +15,29 @@ struct WakeFlag {
   bool HasSleeper = false;  ///< under the lock
 };
 
-/// The lock of a world. Machine threads whose wait ends under it are woken after its release: one that
-/// wakes earlier finds it taken, and sleeps a second time.
+/// Flags whose sleepers a thread at DISPATCH_LEVEL has to wake when it leaves the level. A kernel runs no other thread
+/// on a processor at that level, and a thread that is woken by the first of several completions would often sleep
+/// again before the second.
+class LateWakes {
+ public:
+  LateWakes() = default;
+  LateWakes(const LateWakes&) = delete;
+  LateWakes& operator=(const LateWakes&) = delete;
+  ~LateWakes() { WakeAll(); }
+
+  /// Wakes the sleeper at once if there is no room.
+  void Add(WakeFlag* flag);
+  void WakeAll();
+
+ private:
+  static constexpr std::size_t kMost = 8;
+
+  std::array<WakeFlag*, kMost> flags_{};
+  std::size_t count_ = 0;
+};
+
+/// The lock of a world. Machine threads whose wait ends under it are woken after its release, and after the releasing
+/// thread's return from DISPATCH_LEVEL: one that wakes earlier finds the lock taken, and sleeps a second time.
 class WorldLock {
  public:
   /// @param isNeeded  false in a world of which one thread runs at a time: the lock does nothing

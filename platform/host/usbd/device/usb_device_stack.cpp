@@ -18,11 +18,17 @@ NTSTATUS CompleteWith(PIRP irp, NTSTATUS status) {
   return status;
 }
 
+// Eight frames from one completion to the next with transfers of four, as between the interrupts of a host controller at
+// its highest threshold.
+constexpr LONGLONG kCompletionDelay = 4 * kFrameTime;
+
 // A driver names a start frame some milliseconds ahead. On a kernel its thread is there in time; on a busy
-// machine a thread is not, and the refusal would leave the stream without pictures.
+// machine a thread is not, and the refusal would leave the stream without pictures. There each wake-up of a thread is a
+// cost as well.
 UsbStackOptions ForWorld(UsbStackOptions options) {
   if (CurrentWorld().IsPunctual()) return options;
   options.LooksAtEachRequest = false;
+  options.CompletionDelay = kCompletionDelay;
   if (options.Frames == FrameRule::Strict) options.Frames = FrameRule::AsSoonAsPossible;
   return options;
 }

@@ -73,7 +73,9 @@ USBD_STATUS IsochronousSchedule::SubmitTransfer(PIRP irp, URB& urb, PDRIVER_CANC
   const USBD_STATUS placed = PlaceTransfer(*pipe, request, *transfer);
   if (placed != USBD_STATUS_SUCCESS) return placed;
   if (!AcceptRequest(*transfer, cancel)) return USBD_STATUS_CANCELED;
+  if (transfers_.empty()) mostTransfers_ = 0;
   transfers_.push_back(std::move(transfer));
+  mostTransfers_ = std::max(mostTransfers_, transfers_.size());
   return USBD_STATUS_PENDING;
 }
 
@@ -133,17 +135,19 @@ IsochronousSchedule::Step IsochronousSchedule::RunOnce() {
     const SpinLockGuard guard(device_.Lock);
     TakeEnded(now);
     next = FindNext();
-    looksAgain_ = next != nullptr ? next->EndTime : std::numeric_limits<LONGLONG>::max();
+    looksAgain_ = next != nullptr ? TimeToRead(*next) : std::numeric_limits<LONGLONG>::max();
     isOver = device_.IsStopping && transfers_.empty() && notices_.empty();
   }
-  if (!ended_.empty()) {
+  const bool isOneDue = next != nullptr && next->EndTime <= now;
+  if (!ended_.empty() && !(isOneDue && device_.Options.CompletionDelay != 0)) {
     Complete(ended_);
+    ended_.clear();
   } else if (isOver) {
     return Step::Over;
   } else if (next == nullptr) {
     WaitForWork();
-  } else if (next->EndTime > now) {
-    WaitUntil(next->EndTime);
+  } else if (!isOneDue) {
+    WaitUntil(looksAgain_);
   } else {
     if (device_.Options.Frames == FrameRule::Patient) PutOffBehind(*next, now - next->EndTime);
     Read(*next);
@@ -163,7 +167,6 @@ void IsochronousSchedule::PutOffBehind(const IsochronousTransfer& late, LONGLONG
 }
 
 void IsochronousSchedule::TakeEnded(LONGLONG now) {
-  ended_.clear();
   std::erase_if(transfers_, [&](const auto& transfer) {
     if (transfer->Status == USBD_STATUS_PENDING) {
       if (device_.IsGone) {
@@ -201,6 +204,20 @@ IsochronousTransfer* IsochronousSchedule::FindNext() {
     if (next == nullptr || transfer->EndTime < next->EndTime) next = transfer.get();
   }
   return next;
+}
+
+LONGLONG IsochronousSchedule::TimeToRead(const IsochronousTransfer& next) const {
+  const auto isOnPipe = [&next](const auto& transfer) { return transfer->Pipe == next.Pipe; };
+  const LONGLONG latest = next.EndTime + device_.Options.CompletionDelay;
+  auto left = std::ranges::count_if(transfers_, isOnPipe);
+  LONGLONG time = next.EndTime;
+  std::size_t together = 0;
+  for (const auto& transfer : transfers_) {
+    if (!isOnPipe(transfer)) continue;
+    if (--left == 0 || 2 * ++together > mostTransfers_ || transfer->EndTime > latest) break;
+    time = std::max(time, transfer->EndTime);
+  }
+  return time;
 }
 
 void IsochronousSchedule::Read(IsochronousTransfer& transfer) {

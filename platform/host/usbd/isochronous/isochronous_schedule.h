@@ -54,9 +54,12 @@ class IsochronousSchedule {
   [[nodiscard]] ULONG FrameNumber(LONGLONG frame) const;
   void AcceptNotice(const Notice& notice);
   Step RunOnce();
-  /// Moves the requests that have ended to ended_.
+  /// Adds the requests that have ended to ended_.
   void TakeEnded(LONGLONG now);
   [[nodiscard]] IsochronousTransfer* FindNext();
+  /// When the transfer that ends first is to be read: at its end, or with others behind it. Several of a few
+  /// transfers would leave the bus without one too soon.
+  [[nodiscard]] LONGLONG TimeToRead(const IsochronousTransfer& next) const;
   /// Delays the transfers behind a late one by the same time.
   void PutOffBehind(const IsochronousTransfer& late, LONGLONG lost);
   void Read(IsochronousTransfer& transfer);
@@ -65,6 +68,7 @@ class IsochronousSchedule {
 
   UsbDeviceState& device_;
   std::vector<std::unique_ptr<IsochronousTransfer>> transfers_;  ///< in the order of submission
+  std::size_t mostTransfers_ = 0;                                ///< since there were none
   std::vector<Notice> notices_;
   std::vector<UsbRequest> ended_;  ///< of Run()'s thread: to be completed
   std::vector<bus::IsochronousPacket>

@@ -1,11 +1,16 @@
 // The same kernel on the machine's threads and clock.
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <array>
 #include <atomic>
 #include <chrono>
+#include <fstream>
+#include <iterator>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -87,6 +92,82 @@ TEST(RealTimeKernel, WakesAnyNumberOfThreadsByOneEvent) {
   KeSetEvent(&event, 0, FALSE);
   waiters.clear();
   EXPECT_EQ(woken, 20);
+}
+
+/// A thread's state as the system shows it: S if it sleeps.
+char StateOf(pid_t thread) {
+  std::ifstream stat("/proc/self/task/" + std::to_string(thread) + "/stat");
+  const std::string text{std::istreambuf_iterator<char>(stat), {}};
+  const std::size_t name = text.rfind(')');
+  return name != std::string::npos && name + 2 < text.size() ? text[name + 2] : '?';
+}
+
+/// A thread that sleeps for an event, and says so when it was woken.
+class Sleeper {
+ public:
+  Sleeper() {
+    KeInitializeEvent(&event_, NotificationEvent, FALSE);
+    thread_ = std::make_unique<TestThread>([this] {
+      number_ = ::gettid();
+      WaitForever(&event_);
+      isAwake_ = true;
+    });
+    AwaitWaiter(CurrentWorld(), event_);
+    while (StateOf(number_) != 'S') std::this_thread::yield();
+  }
+
+  void Wake() { KeSetEvent(&event_, 0, FALSE); }
+  void Join() { thread_->Join(); }
+  [[nodiscard]] bool IsAwake() const { return isAwake_; }
+
+ private:
+  KEVENT event_{};
+  std::atomic<pid_t> number_ = 0;
+  std::atomic<bool> isAwake_ = false;
+  std::unique_ptr<TestThread> thread_;
+};
+
+TEST(RealTimeKernel, WakesThreadsWhenTheCallerLeavesDispatchLevel) {
+  Sleeper sleeper;
+  KIRQL before{};
+  KeRaiseIrql(DISPATCH_LEVEL, &before);
+  sleeper.Wake();
+  std::this_thread::sleep_for(1ms);
+  EXPECT_FALSE(sleeper.IsAwake());
+  KeLowerIrql(before);
+  sleeper.Join();
+}
+
+TEST(RealTimeKernel, WakesAnyNumberOfThreadsAtDispatchLevel) {
+  std::array<Sleeper, 20> sleepers;
+  KIRQL before{};
+  KeRaiseIrql(DISPATCH_LEVEL, &before);
+  for (Sleeper& sleeper : sleepers) sleeper.Wake();
+  KeLowerIrql(before);
+  for (Sleeper& sleeper : sleepers) sleeper.Join();
+}
+
+TEST(RealTimeKernel, WakesThreadsForWhichTheCallerSpinsAtDispatchLevel) {
+  Sleeper sleeper;
+  KIRQL before{};
+  KeRaiseIrql(DISPATCH_LEVEL, &before);
+  sleeper.Wake();
+  while (!sleeper.IsAwake()) YieldProcessor();
+  KeLowerIrql(before);
+  sleeper.Join();
+}
+
+TEST(RealTimeKernel, WakesThreadsAtTheEndOfADeferredCall) {
+  struct Call {
+    static void NTAPI Run(PKDPC, PVOID context, PVOID, PVOID) {
+      static_cast<Sleeper*>(context)->Wake();
+    }
+  };
+  Sleeper sleeper;
+  KDPC dpc;
+  KeInitializeDpc(&dpc, Call::Run, &sleeper);
+  KeInsertQueueDpc(&dpc, nullptr, nullptr);
+  sleeper.Join();
 }
 
 TEST(RealTimeKernel, EndsAWaitWhoseLimitIsASystemTimeLongAgo) {
