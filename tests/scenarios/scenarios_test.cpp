@@ -168,5 +168,25 @@ TEST(Scenarios, ApplicationWhoseFormatTellsNoPictureSizeMayGetItsBuffersRefused)
   EXPECT_EQ(result.Outcome, Verdict::Passed) << result.What;
 }
 
+// Its stream is given a format whose bitmap header ends before the size of a picture: 8 bytes, and 19.
+TEST(Scenarios, ApplicationWhoseFormatTellsNoPictureSizeMayGetFramesOfNoBytes) {
+  const RunKey keys[] = {
+      {"out-of-memory-client",
+       10021315,
+       0,
+       {.HasPoints = true, .HasExposure = true, .Scheduler = host::SchedulerKind::Burst}},
+      {"out-of-memory-client",
+       10021532,
+       0,
+       {.HasPoints = true,
+        .HasStalls = true,
+        .HasExposure = true,
+        .Scheduler = host::SchedulerKind::Priorities}}};
+  for (const RunKey& key : keys) {
+    const RunResult result = RunScenario(*FindScenario(key.Scenario), key);
+    EXPECT_NE(result.Outcome, Verdict::Failed) << ReplayCommand(key) << "\n" << result.What;
+  }
+}
+
 }  // namespace
 }  // namespace lidcam::scenarios

@@ -179,6 +179,80 @@ TEST(SimulationChecks, PictureWithoutRoomInItsBufferIsNotATornOne) {
   EXPECT_EQ(result.Outcome, Verdict::Passed) << result.What << result.Trace;
 }
 
+client::VideoFormat WithHeaderOf(client::VideoFormat format, ULONG bytes) {
+  format.Header().VideoInfoHeader.bmiHeader.biSize = bytes;
+  return format;
+}
+
+/// Takes frames of a stream that `change` has given another format.
+RunResult TakeFramesAfter(void (*change)(Stage& stage, CheckedStream& stream,
+                                         const client::Camera& camera)) {
+  static void (*toChange)(Stage&, CheckedStream&, const client::Camera&);
+  toChange = change;
+  return Play([](Stage& stage) {
+    ClientStage& clients = ClientStage::On(stage, {});
+    clients.PlugIn({});
+    clients.Start();
+    {
+      const client::Camera camera = client::Camera::Open(clients.TopDevice());
+      CheckedStream stream(stage, true, camera, camera.FormatOf(640, 480), 5);
+      toChange(stage, stream, camera);
+      stage.Require(stream.Run() == STATUS_SUCCESS, "the stream doesn't run");
+      stage.Require(stream.Take(kSecond) == STATUS_SUCCESS, "no frame comes");
+      stream.Stop();
+    }
+    clients.Close();
+  });
+}
+
+// The size of a picture is bytes 20 to 23 of the bitmap header, and 38400, the size of a small one, is in two of them.
+TEST(SimulationChecks, FrameHasAsManyBytesAsAShortHeaderTells) {
+  const RunResult result =
+      TakeFramesAfter([](Stage& stage, CheckedStream& stream, const client::Camera& camera) {
+        for (const ULONG bytes : {8U, 19U, 21U, 22U, 24U}) {
+          const client::VideoFormat format = WithHeaderOf(camera.FormatOf(160, 120), bytes);
+          stage.Require(stream.SetFormat(format) == STATUS_SUCCESS, "no format");
+          stage.Require(stream.Run() == STATUS_SUCCESS, "the stream doesn't run");
+          stage.Require(stream.Take(kSecond) == STATUS_SUCCESS, "no frame comes");
+          stream.Stop();
+        }
+      });
+  EXPECT_EQ(result.Outcome, Verdict::Passed) << result.What << result.Trace;
+}
+
+// The check doesn't know of the format that the pin is given.
+TEST(SimulationChecks, FrameOfAnotherNumberOfBytesIsFound) {
+  ExpectFailure(
+      TakeFramesAfter([](Stage& stage, CheckedStream& stream, const client::Camera& camera) {
+        const client::VideoFormat format = WithHeaderOf(camera.FormatOf(640, 480), 20);
+        stage.Require(stream.Pin().SetFormat(format) == STATUS_SUCCESS, "no format");
+      }),
+      "a frame has another number of bytes");
+}
+
+// The pin's framing is that of its first format, whose header tells two bytes of the size: 0x6000 of 0x96000.
+TEST(SimulationChecks, FrameHasNoMoreBytesThanABufferOfAShortHeader) {
+  const RunResult result = Play([](Stage& stage) {
+    ClientStage& clients = ClientStage::On(stage, {});
+    clients.PlugIn({});
+    clients.Start();
+    {
+      const client::Camera camera = client::Camera::Open(clients.TopDevice());
+      CheckedStream stream(stage, true, camera, WithHeaderOf(camera.FormatOf(640, 480), 22), 5);
+      stage.Require(stream.Pin().BufferBytes() == 0x6000, "a buffer has another size");
+      for (const ULONG bytes : {22U, 40U}) {
+        const client::VideoFormat format = WithHeaderOf(camera.FormatOf(640, 480), bytes);
+        stage.Require(stream.SetFormat(format) == STATUS_SUCCESS, "no format");
+        stage.Require(stream.Run() == STATUS_SUCCESS, "the stream doesn't run");
+        stage.Require(stream.Take(kSecond) == STATUS_SUCCESS, "no frame comes");
+        stream.Stop();
+      }
+    }
+    clients.Close();
+  });
+  EXPECT_EQ(result.Outcome, Verdict::Passed) << result.What << result.Trace;
+}
+
 TEST(SimulationChecks, FrameThatNeverComesToAClientIsFound) {
   ExpectFailure(Play([](Stage& stage) {
                   ClientStage& clients = ClientStage::On(stage, {});
