@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 
@@ -59,13 +60,14 @@ class TransportStage final : public StageGuest {
   void RequireAnswerOfGone(const char* operation, NTSTATUS status);
   void RequireRequestsFail();
   void RequireReleased(bool allAreHome);
-  void RequireNothingOf(const UsbStreamRecord& stream);
-  void RequireAllHome();
+  std::size_t RequireNothingOf(const UsbStreamRecord& stream);
+  void RequireAllHome(std::size_t prepared);
 
   Stage& stage_;
   std::unique_ptr<testbed::TransportTestbed> hosted_;
   bool isGoneTold_ = false;
   bool allowsLateTransfers_ = false;
+  bool hasFailedPreparation_ = false;  ///< since the last stream
   LONGLONG beganStream_ = 0;
 };
 

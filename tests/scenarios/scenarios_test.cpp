@@ -162,6 +162,17 @@ TEST(Scenarios, SettingsWithMorePipesThanTheFirstOneLeadBehindNoTable) {
   EXPECT_NE(result.Outcome, Verdict::Failed) << result.What;
 }
 
+// The last acquisition fails at the memory of a transfer, and leaves those before it. Then the device goes.
+TEST(Scenarios, TransfersThatAFailedAcquisitionLeavesMayOutlastTheDevice) {
+  const RunResult result = RunScenario(
+      *FindScenario("mixture"),
+      {"mixture",
+       10022039,
+       0,
+       {.HasPoints = true, .HasExposure = true, .Scheduler = host::SchedulerKind::Priorities}});
+  EXPECT_NE(result.Outcome, Verdict::Failed) << result.What;
+}
+
 // Its bitmap header is too short for the size, so that the stream's buffers have no memory, and are refused.
 TEST(Scenarios, ApplicationWhoseFormatTellsNoPictureSizeMayGetItsBuffersRefused) {
   const RunResult result = Play("clients-and-faults", 2001365);

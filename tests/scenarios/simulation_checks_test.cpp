@@ -2,10 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <memory>
+#include <set>
 
 #include "driver/usb/requests/control_requests.h"
 #include "platform/host/nt/io/device_file.h"
+#include "platform/host/nt/memory/pool.h"
 #include "scenarios/clients/checked_stream.h"
 #include "scenarios/clients/client_stage.h"
 #include "scenarios/runner.h"
@@ -138,6 +141,77 @@ TEST(SimulationChecks, StreamThatStaysSilentWithoutARecoveryIsFound) {
                   camera.RequireFramesOrFirstPipe();
                 }),
                 "no frames come");
+}
+
+std::size_t TransfersOwnedBy(const UsbStreamRecord& stream) {
+  std::size_t owned = 0;
+  for (const IsoTransfer& transfer : TransfersOf(stream)) owned += transfer.OwnsMemory;
+  return owned;
+}
+
+// Each allocation of a stream's preparation fails in turn. The last ones are those of the seven transfers and their
+// requests: those before the one that fails stay, also when the device has gone.
+TEST(SimulationChecks, TransfersThatAFailedPreparationLeavesAreNoFailure) {
+  static std::uint32_t failing;
+  static bool hasFailed;
+  static std::set<std::size_t> left;
+  hasFailed = true;
+  left.clear();
+  for (failing = 1; hasFailed; ++failing) {
+    const RunResult result = Play([](Stage& stage) {
+      TransportStage& camera = TransportStage::On(stage);
+      camera.PlugIn();
+      camera.Start();
+      stage.FailAllocation(failing);
+      camera.Acquire();
+      hasFailed = !host::IsPoolFailureToCome();
+      stage.EndFaults();
+      if (camera.Stream()->Opened == 0) left.insert(TransfersOwnedBy(*camera.Stream()));
+      camera.Release();
+      camera.TellGone();
+    });
+    ASSERT_EQ(result.Outcome, Verdict::Passed) << failing << ": " << result.What;
+  }
+  EXPECT_EQ(left, (std::set<std::size_t>{0, 1, 2, 3, 4, 5, 6, 7}));
+}
+
+TEST(SimulationChecks, TransferThatAReleasedStreamOwnsIsFound) {
+  ExpectFailure(Play([](Stage& stage) {
+                  TransportStage& camera = TransportStage::On(stage);
+                  camera.PlugInAndStream();
+                  camera.Pause();
+                  camera.Release();
+                  TransfersOf(*camera.Stream())[3].OwnsMemory = 1;
+                  camera.Release();
+                }),
+                "a released stream owns a transfer");
+}
+
+// Nothing has sent what a failed preparation leaves.
+TEST(SimulationChecks, TransferInFlightThatAFailedPreparationLeftIsFound) {
+  ExpectFailure(Play([](Stage& stage) {
+                  TransportStage& camera = TransportStage::On(stage);
+                  camera.PlugIn();
+                  camera.Start();
+                  stage.FailCall("PsCreateSystemThread", 1, STATUS_INSUFFICIENT_RESOURCES);
+                  camera.Acquire();
+                  stage.EndFaults();
+                  TransfersOf(*camera.Stream())[0].OwnsMemory = 1;
+                  TransfersOf(*camera.Stream())[0].InFlight = 1;
+                  camera.Release();
+                }),
+                "a released stream owns a transfer");
+}
+
+TEST(SimulationChecks, RequestThatAReleasedStreamLeavesIsFound) {
+  ExpectFailure(Play([](Stage& stage) {
+                  TransportStage& camera = TransportStage::On(stage);
+                  camera.PlugInAndStream();
+                  camera.Pause();
+                  static_cast<void>(IoAllocateIrp(1, FALSE));
+                  camera.Release();
+                }),
+                "a released stream has left 1 request(s)");
 }
 
 // After the first frames of a run, which may be torn.
