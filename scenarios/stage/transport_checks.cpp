@@ -72,7 +72,7 @@ void TransportStage::RequireAllHome(std::size_t prepared) {
 }
 
 void TransportStage::RequireFramesOrFirstPipe() {
-  if (FramesCome()) return;
+  if (FramesCome() || stage_.Trace().HasStoppedRecovery()) return;
   stage_.Require(Stream()->PipeIndex == 0 && stage_.Trace().RecoveriesEnded() != 0,
                  "no frames come");
 }

@@ -118,6 +118,19 @@ TEST(StatedHang, ReadThatMeetsTheFramePathIsNeverAnsweredAndHoldsNoRemovalUp) {
   }
 }
 
+// A recovery's read of the bridge meets the exposure loop's writes: the device's mutex stays taken.
+TEST(StatedHang, RecoveryWhoseReadMeetsTheFramePathHoldsThePauseUpForEver) {
+  const RunResult result = RunScenario(*FindScenario("submit-failures"),
+                                       {"submit-failures",
+                                        10024619,
+                                        0,
+                                        {.HasPoints = true,
+                                         .HasExposure = true,
+                                         .IsSwarm = true,
+                                         .Scheduler = host::SchedulerKind::Priorities}});
+  EXPECT_NE(result.Outcome, Verdict::Failed) << result.What;
+}
+
 TEST(StatedHang, RunThatStopsLeavesNothingInThePool) {
   const std::size_t before = host::PoolUsageOfAll().Blocks;
   for (const char* const name : {"lost-work-item", "kept-request", "stopped-read"}) {

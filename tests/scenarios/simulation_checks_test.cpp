@@ -11,6 +11,7 @@
 #include "platform/host/nt/memory/pool.h"
 #include "scenarios/clients/checked_stream.h"
 #include "scenarios/clients/client_stage.h"
+#include "scenarios/plays/sequences.h"
 #include "scenarios/runner.h"
 #include "scenarios/stage/request_checks.h"
 #include "scenarios/stage/transport_stage.h"
@@ -378,6 +379,61 @@ TEST(SimulationChecks, HangBesideAReadThatHasStoppedIsAFailure) {
   EXPECT_NE(result.Trace.find("stops for good"), std::string::npos);
   ExpectFailure(result, "hangs at step 'change");
   EXPECT_EQ(result.Hang, "");
+}
+
+// The recovery's first read takes the frame path to be at work, and stops for good.
+void StopTheRecovery(Stage& stage, CameraContext& camera) {
+  camera.DriverRegisterBusy = 1;
+  stage.Camera().FailReads(1);
+}
+
+RunResult PlayAfterAStoppedRecovery(void (*play)(TransportStage& camera)) {
+  static void (*toPlay)(TransportStage & camera);
+  toPlay = play;
+  return Play([](Stage& stage) {
+    TransportStage& camera = TransportStage::On(stage);
+    stage.AllowDisturbedFrames();
+    PlugOptions options;
+    options.Camera.HasTwinPipes = true;
+    camera.PlugInAndStream(options);
+    camera.Hosted().WithCamera(
+        [&stage](CameraContext& context) { StopTheRecovery(stage, context); });
+    toPlay(camera);
+    stage.RequireAlways(stage.Trace().HasStoppedRecovery(), "the recovery goes on");
+    camera.Pause();
+  });
+}
+
+TEST(SimulationChecks, RecoveryWhoseReadStopsForGoodIsThePausesHangAndNotAMissingOne) {
+  for (const auto play : {+[](TransportStage& camera) { ExpectRecovery(camera, true); },
+                          +[](TransportStage& camera) {
+                            Stage::Sleep(kSecond);
+                            camera.RequireFramesOrFirstPipe();
+                          }}) {
+    const RunResult result = PlayAfterAStoppedRecovery(play);
+    EXPECT_EQ(result.Outcome, Verdict::StatedHang) << result.What << result.Trace;
+    EXPECT_EQ(result.Hang, "read-stops-for-good");
+    EXPECT_EQ(result.What, "simulation: hangs at step 'pause'");
+  }
+}
+
+// The stream needs the recovery after a stall of some seconds.
+TEST(SimulationChecks, ClientMayGetNoFrameOnceARecoverysReadHasStoppedAfterAStall) {
+  const RunResult result = Play([](Stage& stage) {
+    ClientStage& clients = ClientStage::On(stage, {});
+    clients.PlugIn({});
+    clients.Start();
+    clients.BeginApplications(1, [](Application& client) { client.StreamOn(); });
+    stage.Sleep(kSecond);
+    stage.StallOne([](const host::Thread& thread) { return thread.Name.starts_with("DPC"); }, 1,
+                   kSecond);
+    stage.Sleep(kSecond);
+    StopTheRecovery(stage, *clients.Usb()->UsbDevice->Camera);
+    clients.WaitForApplications();
+  });
+  EXPECT_EQ(result.Outcome, Verdict::CutShort) << result.What << result.Trace;
+  EXPECT_EQ(result.What, "client 1, take a frame: no frame comes to a running stream");
+  EXPECT_NE(result.Trace.find("stops for good"), std::string::npos) << result.Trace;
 }
 
 TEST(SimulationChecks, FileThatAClientLeavesOpenIsFound) {
