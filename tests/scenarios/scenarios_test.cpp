@@ -175,15 +175,25 @@ TEST(Scenarios, SettingsWithMorePipesThanTheFirstOneLeadBehindNoTable) {
   EXPECT_NE(result.Outcome, Verdict::Failed) << result.What;
 }
 
-// The last acquisition fails at the memory of a transfer, and leaves those before it. Then the device goes.
+// The last acquisition fails at the memory of a transfer, or at its request, and leaves those before it. Then the device
+// goes.
 TEST(Scenarios, TransfersThatAFailedAcquisitionLeavesMayOutlastTheDevice) {
-  const RunResult result = RunScenario(
-      *FindScenario("mixture"),
-      {"mixture",
-       10022039,
-       0,
-       {.HasPoints = true, .HasExposure = true, .Scheduler = host::SchedulerKind::Priorities}});
-  EXPECT_NE(result.Outcome, Verdict::Failed) << result.What;
+  for (const RunKey& key :
+       {RunKey{
+            "mixture",
+            10022039,
+            0,
+            {.HasPoints = true, .HasExposure = true, .Scheduler = host::SchedulerKind::Priorities}},
+        RunKey{"mixture",
+               10032416,
+               0,
+               {.HasPoints = true,
+               .HasStalls = true,
+               .HasExposure = true,
+               .Scheduler = host::SchedulerKind::Priorities}}}) {
+    const RunResult result = RunScenario(*FindScenario(key.Scenario), key);
+    EXPECT_NE(result.Outcome, Verdict::Failed) << ReplayCommand(key) << "\n" << result.What;
+  }
 }
 
 // Its bitmap header is too short for the size, so that the stream's buffers have no memory, and are refused.
