@@ -269,8 +269,9 @@ void Application::TakeFrame() {
   const NTSTATUS status = Do("take a frame", [&] { return stream_->Take(patience); });
   const bool isOver = host::CurrentWorld().Now() >= stage_.CountedFrom(began) + patience;
   const bool isLate = status == STATUS_TIMEOUT && isToCome && patience != 0 && isOver;
-  // After a stall the stream may have been recovered, which moves it to a pipe without a picture.
-  if (stage_.HasRestartByRecovery()) {
+  // After a stall the stream may have been recovered, which moves it to a pipe without a picture; and the recovery may
+  // have stopped for good.
+  if (stage_.HasRestartByRecovery() || stage_.Trace().HasStoppedRecovery()) {
     Require(!isLate, "no frame comes to a running stream");
   } else {
     RequireAlways(!isLate, "no frame comes to a running stream");

@@ -1,6 +1,8 @@
 #include "scenarios/clients/checked_stream.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <cstring>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -23,6 +25,17 @@ constexpr LONGLONG kLongestInterval = LONGLONG{1} << 40;
 constexpr ULONG kStamped = KSSTREAM_HEADER_OPTIONSF_SPLICEPOINT |
                            KSSTREAM_HEADER_OPTIONSF_TIMEVALID |
                            KSSTREAM_HEADER_OPTIONSF_DURATIONVALID;
+
+// The pin copies as many bytes of a format's bitmap header as the header says that it has, and the rest of its copy is 0:
+// a header that ends before the size of a picture gives pictures of no bytes.
+std::uint32_t ImageBytesOf(const client::VideoFormat& format) {
+  const KS_VIDEOINFOHEADER& header = format.Header().VideoInfoHeader;
+  KS_VIDEOINFOHEADER copy{};
+  const std::size_t bytes =
+      offsetof(KS_VIDEOINFOHEADER, bmiHeader) + std::size_t{header.bmiHeader.biSize};
+  std::memcpy(&copy, &header, std::min(bytes, sizeof(copy)));
+  return copy.bmiHeader.biSizeImage;
+}
 
 template <typename Action>
 NTSTATUS StatusOf(Action action) {
@@ -51,7 +64,7 @@ CheckedStream::CheckedStream(Stage& stage, bool isSound, const client::Camera& c
     : stage_(stage),
       isSound_(isSound),
       format_(format),
-      room_(format.ImageBytes()),
+      room_(ImageBytesOf(format)),
       pin_(std::make_unique<client::Stream>(camera, format,
                                             client::StreamOptions{.Buffers = buffers})) {}
 
@@ -162,7 +175,7 @@ void CheckedStream::Check(const Frame& frame) {
   stage_.Require(frame.Duration == format_.FrameInterval(), "a frame has another duration");
   stage_.Require(frame.Options == (hasClock_ ? kStamped : KSSTREAM_HEADER_OPTIONSF_SPLICEPOINT),
                  "a frame has other options");
-  stage_.Require(frame.Bytes == std::min(room_, format_.ImageBytes()),
+  stage_.Require(frame.Bytes == std::min(room_, ImageBytesOf(format_)),
                  "a frame has another number of bytes");
   if (hasClock_) {
     CheckNumbers(frame);

@@ -20,7 +20,7 @@ void ExpectFirstPipe(TransportStage& camera);
 
 /// The circle of transfers was broken: the watchdog detects it, the stream recovers, and is on the
 /// first pipe then. Frames are delivered again if that pipe carries the picture; otherwise no
-/// further recovery helps.
+/// further recovery helps. A recovery whose read has stopped for good doesn't end: the next operation hangs.
 void ExpectRecovery(TransportStage& camera, bool firstPipeCarriesPicture);
 
 /// Starts a stream after a recovery: the pipe stays the first one until the hardware is restarted.

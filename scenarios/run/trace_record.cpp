@@ -8,6 +8,7 @@
 #include "base/fnv_hash.h"
 #include "driver/core/base/camera_trace.h"
 #include "platform/host/nt/scheduling/thread.h"
+#include "scenarios/run/recovery_thread.h"
 
 namespace lidcam::scenarios {
 namespace {
@@ -83,7 +84,12 @@ void TraceRecord::LookForRecoveries(std::string_view line) {
 void TraceRecord::NoteStoppedReader() {
   host::Thread& self = host::CurrentThread();
   self.SpinsForGood = true;
-  stoppedReader_ = &self;
+  NoteStoppedReader(self);
+}
+
+void TraceRecord::NoteStoppedReader(const host::Thread& thread) {
+  stoppedReader_ = &thread;
+  hasStoppedRecovery_ = hasStoppedRecovery_ || IsOfRecovery(thread);
 }
 
 std::string TraceRecord::Text() const {

@@ -37,7 +37,7 @@ class TraceRecord {
 
   /// A thread has begun a loop without an end. So does a read that coincides with the frame path; the driver of an
   /// image has no trace that shows it.
-  void NoteStoppedReader(const host::Thread& thread) { stoppedReader_ = &thread; }
+  void NoteStoppedReader(const host::Thread& thread);
 
   /// Recoveries ended so far.
   [[nodiscard]] std::uint64_t RecoveriesEnded() const { return recoveries_; }
@@ -46,6 +46,8 @@ class TraceRecord {
   [[nodiscard]] bool HasLostWorkItem() const { return hasLostWorkItem_; }
   /// The thread whose read coincided with the frame path and never continues; null if none.
   [[nodiscard]] const host::Thread* StoppedReader() const { return stoppedReader_; }
+  /// It was a recovery's: the stream is silent, and each change of it hangs, and so does the device's removal.
+  [[nodiscard]] bool HasStoppedRecovery() const { return hasStoppedRecovery_; }
   /// A second recovery was scheduled before the first had ended.
   [[nodiscard]] bool HasTwoRecoveries() const { return hasTwoRecoveries_; }
   /// The USB stack, or a driver between, has refused a transfer.
@@ -70,6 +72,7 @@ class TraceRecord {
   bool hasLostWorkItem_ = false;
   bool hasFailedDrain_ = false;
   const host::Thread* stoppedReader_ = nullptr;
+  bool hasStoppedRecovery_ = false;
 };
 
 }  // namespace lidcam::scenarios

@@ -3,8 +3,8 @@
 #include <utility>
 
 #include "driver/usb/records/usb_records.h"
-#include "platform/host/nt/scheduling/thread.h"
 #include "platform/host/nt/verifier/irp_tracker.h"
+#include "scenarios/run/recovery_thread.h"
 
 namespace lidcam::scenarios {
 namespace {
@@ -16,18 +16,14 @@ LONG InFlightOfSent(PIRP irp) {
   return static_cast<const IsoTransfer*>(memory.Owner)->InFlight;
 }
 
-// The driver's only work item. All other transfers are sent by the frame thread, and by the threads of applications.
-bool IsRecovery(const host::Thread& thread) {
-  return thread.Name.starts_with("worker");
-}
-
 }  // namespace
 
 std::string RequestChecks::WrongSend(PIRP irp, const URB& urb, bool hasFailedSend) {
   const USHORT function = urb.UrbHeader.Function;
   if (function == URB_FUNCTION_BULK_OR_INTERRUPT_TRANSFER) return {};
   if (function == URB_FUNCTION_ISOCH_TRANSFER) {
-    hasRestart_ = hasRestart_ || IsRecovery(host::CurrentThread());
+    // All other transfers are sent by the frame thread, and by the threads of applications.
+    hasRestart_ = hasRestart_ || IsOfRecovery(host::CurrentThread());
     const LONG inFlight = InFlightOfSent(irp);
     if (inFlight == 1 || hasFailedSend) return {};
     return "a transfer is sent that is in flight " + std::to_string(inFlight) + " times";

@@ -7,10 +7,10 @@
 #include "bus/passing_bus.h"
 #include "platform/host/nt/memory/pool.h"
 #include "platform/host/nt/scheduling/scheduler.h"
-#include "platform/host/nt/scheduling/thread.h"
 #include "platform/host/nt/scheduling/violation.h"
 #include "platform/host/nt/verifier/calls/call_rules.h"
 #include "platform/host/nt/verifier/kernel_faults.h"
+#include "scenarios/run/recovery_thread.h"
 #include "scenarios/run/value_of.h"
 #include "testbed/installed_driver.h"
 
@@ -122,8 +122,8 @@ void Stage::CheckLine(std::string_view line) {
   }
   std::string wrong = streamChecks_.Look(line);
   if (wrong.empty()) {
-    const bool isRecovery = host::CurrentThread().Name.starts_with("worker");
-    wrong = streamOrder_.Look(line, isRecovery, host::CurrentWorld().Now());
+    wrong =
+        streamOrder_.Look(line, IsOfRecovery(host::CurrentThread()), host::CurrentWorld().Now());
   }
   RequireAlways(wrong.empty(), wrong);
 }

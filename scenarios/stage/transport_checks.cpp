@@ -37,37 +37,42 @@ void TransportStage::RequireRequestsFail() {
 void TransportStage::RequireReleased(bool allAreHome) {
   const UsbStreamRecord* const stream = Stream();
   if (stream == nullptr || stream->Pipeline == nullptr) return;
-  RequireNothingOf(*stream);
-  if (allAreHome) RequireAllHome();
+  const std::size_t prepared = RequireNothingOf(*stream);
+  if (allAreHome) RequireAllHome(prepared);
 }
 
-void TransportStage::RequireNothingOf(const UsbStreamRecord& stream) {
+// Returns the requests of a preparation that failed.
+std::size_t TransportStage::RequireNothingOf(const UsbStreamRecord& stream) {
   stage_.RequireAlways(stream.Opened == 0, "a released stream is open");
   stage_.RequireAlways(stream.RawMemory == nullptr && stream.Assembly.ReadyBuffer == nullptr &&
                            stream.Assembly.FillBuffer == nullptr,
                        "a released stream has raw buffers");
+  std::size_t prepared = 0;
   for (const IsoTransfer& transfer : TransfersOf(stream)) {
-    stage_.RequireAlways(transfer.OwnsMemory == 0 || transfer.Irp == nullptr,
+    if (transfer.OwnsMemory == 0) continue;
+    stage_.RequireAlways(hasFailedPreparation_ && transfer.InFlight == 0,
                          "a released stream owns a transfer");
+    if (transfer.Irp != nullptr) ++prepared;
   }
   std::uint32_t size = 0;
   stage_.RequireAlways(hosted_->Device().GetRawFrame(size) == nullptr && size == 0,
                        "a released stream shows a frame");
+  return prepared;
 }
 
 // A request that the frame thread sent during the pause completes by itself.
-void TransportStage::RequireAllHome() {
+void TransportStage::RequireAllHome(std::size_t prepared) {
   const LONGLONG began = host::CurrentWorld().Now();
-  while (host::IrpUsageOfWorld().Known != 0 &&
+  while (host::IrpUsageOfWorld().Known != prepared &&
          host::CurrentWorld().Now() < stage_.CountedFrom(began) + 200 * kMillisecond) {
     Stage::Sleep(5 * kMillisecond);
   }
-  const std::size_t left = host::IrpUsageOfWorld().Known;
+  const std::size_t left = host::IrpUsageOfWorld().Known - prepared;
   stage_.Require(left == 0, "a released stream has left " + std::to_string(left) + " request(s)");
 }
 
 void TransportStage::RequireFramesOrFirstPipe() {
-  if (FramesCome()) return;
+  if (FramesCome() || stage_.Trace().HasStoppedRecovery()) return;
   stage_.Require(Stream()->PipeIndex == 0 && stage_.Trace().RecoveriesEnded() != 0,
                  "no frames come");
 }

@@ -21,7 +21,7 @@ const UsbCaptureDevice* TransportStage::Usb() const {
 bool TransportStage::PlugIn(const PlugOptions& options) {
   stage_.Begin("plug in");
   bus::UsbBus& bus = stage_.LayBus(options);
-  isGoneTold_ = false;
+  isGoneTold_ = hasFailedPreparation_ = false;
   try {
     hosted_ = std::make_unique<testbed::TransportTestbed>(
         bus, testbed::TransportTestbedOptions{
@@ -51,6 +51,9 @@ NTSTATUS TransportStage::Start() {
 
 NTSTATUS TransportStage::Acquire(std::int32_t width, std::int32_t height) {
   const NTSTATUS status = stage_.Do("acquire", [&] { return hosted_->Acquire({width, height}); });
+  // The next one, or the device's stop, releases the transfers that a failed one had prepared.
+  if (NT_SUCCESS(status)) hasFailedPreparation_ = false;
+  if (status == STATUS_INSUFFICIENT_RESOURCES) hasFailedPreparation_ = true;
   RequireAnswerOfGone("acquire", status);
   return status;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 
@@ -48,7 +49,8 @@ class TransportStage final : public StageGuest {
 
   /// Waits for `count` more frames. The limit counts from the end of the last stall.
   [[nodiscard]] bool FramesCome(std::uint64_t count = 2, LONGLONG limit = 2 * kSecond);
-  /// Frames come, or the stream is on the first pipe after a recovery, and silent.
+  /// Frames come, or the stream is silent: on the first pipe after a recovery, or as a recovery's read has stopped for
+  /// good, so that the next operation hangs.
   void RequireFramesOrFirstPipe();
 
   /// Transfers may stay in flight until the device is removed.
@@ -59,13 +61,14 @@ class TransportStage final : public StageGuest {
   void RequireAnswerOfGone(const char* operation, NTSTATUS status);
   void RequireRequestsFail();
   void RequireReleased(bool allAreHome);
-  void RequireNothingOf(const UsbStreamRecord& stream);
-  void RequireAllHome();
+  std::size_t RequireNothingOf(const UsbStreamRecord& stream);
+  void RequireAllHome(std::size_t prepared);
 
   Stage& stage_;
   std::unique_ptr<testbed::TransportTestbed> hosted_;
   bool isGoneTold_ = false;
   bool allowsLateTransfers_ = false;
+  bool hasFailedPreparation_ = false;  ///< since the last stream
   LONGLONG beganStream_ = 0;
 };
 

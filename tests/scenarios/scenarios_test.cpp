@@ -118,6 +118,19 @@ TEST(StatedHang, ReadThatMeetsTheFramePathIsNeverAnsweredAndHoldsNoRemovalUp) {
   }
 }
 
+// A recovery's read of the bridge meets the exposure loop's writes: the device's mutex stays taken.
+TEST(StatedHang, RecoveryWhoseReadMeetsTheFramePathHoldsThePauseUpForEver) {
+  const RunResult result = RunScenario(*FindScenario("submit-failures"),
+                                       {"submit-failures",
+                                        10024619,
+                                        0,
+                                        {.HasPoints = true,
+                                         .HasExposure = true,
+                                         .IsSwarm = true,
+                                         .Scheduler = host::SchedulerKind::Priorities}});
+  EXPECT_NE(result.Outcome, Verdict::Failed) << result.What;
+}
+
 TEST(StatedHang, RunThatStopsLeavesNothingInThePool) {
   const std::size_t before = host::PoolUsageOfAll().Blocks;
   for (const char* const name : {"lost-work-item", "kept-request", "stopped-read"}) {
@@ -178,10 +191,51 @@ TEST(Scenarios, SettingsWithMorePipesThanTheFirstOneLeadBehindNoTable) {
   EXPECT_NE(result.Outcome, Verdict::Failed) << result.What;
 }
 
+// The last acquisition fails at the memory of a transfer, or at its request, and leaves those before it. Then the device
+// goes.
+TEST(Scenarios, TransfersThatAFailedAcquisitionLeavesMayOutlastTheDevice) {
+  for (const RunKey& key :
+       {RunKey{
+            "mixture",
+            10022039,
+            0,
+            {.HasPoints = true, .HasExposure = true, .Scheduler = host::SchedulerKind::Priorities}},
+        RunKey{"mixture",
+               10032416,
+               0,
+               {.HasPoints = true,
+               .HasStalls = true,
+               .HasExposure = true,
+               .Scheduler = host::SchedulerKind::Priorities}}}) {
+    const RunResult result = RunScenario(*FindScenario(key.Scenario), key);
+    EXPECT_NE(result.Outcome, Verdict::Failed) << ReplayCommand(key) << "\n" << result.What;
+  }
+}
+
 // Its bitmap header is too short for the size, so that the stream's buffers have no memory, and are refused.
 TEST(Scenarios, ApplicationWhoseFormatTellsNoPictureSizeMayGetItsBuffersRefused) {
   const RunResult result = Play("clients-and-faults", 2001365);
   EXPECT_EQ(result.Outcome, Verdict::Passed) << result.What;
+}
+
+// Its stream is given a format whose bitmap header ends before the size of a picture: 8 bytes, and 19.
+TEST(Scenarios, ApplicationWhoseFormatTellsNoPictureSizeMayGetFramesOfNoBytes) {
+  const RunKey keys[] = {
+      {"out-of-memory-client",
+       10021315,
+       0,
+       {.HasPoints = true, .HasExposure = true, .Scheduler = host::SchedulerKind::Burst}},
+      {"out-of-memory-client",
+       10021532,
+       0,
+       {.HasPoints = true,
+        .HasStalls = true,
+        .HasExposure = true,
+        .Scheduler = host::SchedulerKind::Priorities}}};
+  for (const RunKey& key : keys) {
+    const RunResult result = RunScenario(*FindScenario(key.Scenario), key);
+    EXPECT_NE(result.Outcome, Verdict::Failed) << ReplayCommand(key) << "\n" << result.What;
+  }
 }
 
 }  // namespace

@@ -2,12 +2,16 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <memory>
+#include <set>
 
 #include "driver/usb/requests/control_requests.h"
 #include "platform/host/nt/io/device_file.h"
+#include "platform/host/nt/memory/pool.h"
 #include "scenarios/clients/checked_stream.h"
 #include "scenarios/clients/client_stage.h"
+#include "scenarios/plays/sequences.h"
 #include "scenarios/runner.h"
 #include "scenarios/stage/request_checks.h"
 #include "scenarios/stage/transport_stage.h"
@@ -140,6 +144,77 @@ TEST(SimulationChecks, StreamThatStaysSilentWithoutARecoveryIsFound) {
                 "no frames come");
 }
 
+std::size_t TransfersOwnedBy(const UsbStreamRecord& stream) {
+  std::size_t owned = 0;
+  for (const IsoTransfer& transfer : TransfersOf(stream)) owned += transfer.OwnsMemory;
+  return owned;
+}
+
+// Each allocation of a stream's preparation fails in turn. The last ones are those of the seven transfers and their
+// requests: those before the one that fails stay, also when the device has gone.
+TEST(SimulationChecks, TransfersThatAFailedPreparationLeavesAreNoFailure) {
+  static std::uint32_t failing;
+  static bool hasFailed;
+  static std::set<std::size_t> left;
+  hasFailed = true;
+  left.clear();
+  for (failing = 1; hasFailed; ++failing) {
+    const RunResult result = Play([](Stage& stage) {
+      TransportStage& camera = TransportStage::On(stage);
+      camera.PlugIn();
+      camera.Start();
+      stage.FailAllocation(failing);
+      camera.Acquire();
+      hasFailed = !host::IsPoolFailureToCome();
+      stage.EndFaults();
+      if (camera.Stream()->Opened == 0) left.insert(TransfersOwnedBy(*camera.Stream()));
+      camera.Release();
+      camera.TellGone();
+    });
+    ASSERT_EQ(result.Outcome, Verdict::Passed) << failing << ": " << result.What;
+  }
+  EXPECT_EQ(left, (std::set<std::size_t>{0, 1, 2, 3, 4, 5, 6, 7}));
+}
+
+TEST(SimulationChecks, TransferThatAReleasedStreamOwnsIsFound) {
+  ExpectFailure(Play([](Stage& stage) {
+                  TransportStage& camera = TransportStage::On(stage);
+                  camera.PlugInAndStream();
+                  camera.Pause();
+                  camera.Release();
+                  TransfersOf(*camera.Stream())[3].OwnsMemory = 1;
+                  camera.Release();
+                }),
+                "a released stream owns a transfer");
+}
+
+// Nothing has sent what a failed preparation leaves.
+TEST(SimulationChecks, TransferInFlightThatAFailedPreparationLeftIsFound) {
+  ExpectFailure(Play([](Stage& stage) {
+                  TransportStage& camera = TransportStage::On(stage);
+                  camera.PlugIn();
+                  camera.Start();
+                  stage.FailCall("PsCreateSystemThread", 1, STATUS_INSUFFICIENT_RESOURCES);
+                  camera.Acquire();
+                  stage.EndFaults();
+                  TransfersOf(*camera.Stream())[0].OwnsMemory = 1;
+                  TransfersOf(*camera.Stream())[0].InFlight = 1;
+                  camera.Release();
+                }),
+                "a released stream owns a transfer");
+}
+
+TEST(SimulationChecks, RequestThatAReleasedStreamLeavesIsFound) {
+  ExpectFailure(Play([](Stage& stage) {
+                  TransportStage& camera = TransportStage::On(stage);
+                  camera.PlugInAndStream();
+                  camera.Pause();
+                  static_cast<void>(IoAllocateIrp(1, FALSE));
+                  camera.Release();
+                }),
+                "a released stream has left 1 request(s)");
+}
+
 // After the first frames of a run, which may be torn.
 TEST(SimulationChecks, TornFrameThatAClientGetsIsFound) {
   ExpectFailure(Play([](Stage& stage) {
@@ -173,6 +248,80 @@ TEST(SimulationChecks, PictureWithoutRoomInItsBufferIsNotATornOne) {
       stage.Require(stream.Run() == STATUS_SUCCESS, "the stream doesn't run");
       for (int frames = 0; frames < 30; ++frames) static_cast<void>(stream.Take(kSecond));
       stream.Stop();
+    }
+    clients.Close();
+  });
+  EXPECT_EQ(result.Outcome, Verdict::Passed) << result.What << result.Trace;
+}
+
+client::VideoFormat WithHeaderOf(client::VideoFormat format, ULONG bytes) {
+  format.Header().VideoInfoHeader.bmiHeader.biSize = bytes;
+  return format;
+}
+
+/// Takes frames of a stream that `change` has given another format.
+RunResult TakeFramesAfter(void (*change)(Stage& stage, CheckedStream& stream,
+                                         const client::Camera& camera)) {
+  static void (*toChange)(Stage&, CheckedStream&, const client::Camera&);
+  toChange = change;
+  return Play([](Stage& stage) {
+    ClientStage& clients = ClientStage::On(stage, {});
+    clients.PlugIn({});
+    clients.Start();
+    {
+      const client::Camera camera = client::Camera::Open(clients.TopDevice());
+      CheckedStream stream(stage, true, camera, camera.FormatOf(640, 480), 5);
+      toChange(stage, stream, camera);
+      stage.Require(stream.Run() == STATUS_SUCCESS, "the stream doesn't run");
+      stage.Require(stream.Take(kSecond) == STATUS_SUCCESS, "no frame comes");
+      stream.Stop();
+    }
+    clients.Close();
+  });
+}
+
+// The size of a picture is bytes 20 to 23 of the bitmap header, and 38400, the size of a small one, is in two of them.
+TEST(SimulationChecks, FrameHasAsManyBytesAsAShortHeaderTells) {
+  const RunResult result =
+      TakeFramesAfter([](Stage& stage, CheckedStream& stream, const client::Camera& camera) {
+        for (const ULONG bytes : {8U, 19U, 21U, 22U, 24U}) {
+          const client::VideoFormat format = WithHeaderOf(camera.FormatOf(160, 120), bytes);
+          stage.Require(stream.SetFormat(format) == STATUS_SUCCESS, "no format");
+          stage.Require(stream.Run() == STATUS_SUCCESS, "the stream doesn't run");
+          stage.Require(stream.Take(kSecond) == STATUS_SUCCESS, "no frame comes");
+          stream.Stop();
+        }
+      });
+  EXPECT_EQ(result.Outcome, Verdict::Passed) << result.What << result.Trace;
+}
+
+// The check doesn't know of the format that the pin is given.
+TEST(SimulationChecks, FrameOfAnotherNumberOfBytesIsFound) {
+  ExpectFailure(
+      TakeFramesAfter([](Stage& stage, CheckedStream& stream, const client::Camera& camera) {
+        const client::VideoFormat format = WithHeaderOf(camera.FormatOf(640, 480), 20);
+        stage.Require(stream.Pin().SetFormat(format) == STATUS_SUCCESS, "no format");
+      }),
+      "a frame has another number of bytes");
+}
+
+// The pin's framing is that of its first format, whose header tells two bytes of the size: 0x6000 of 0x96000.
+TEST(SimulationChecks, FrameHasNoMoreBytesThanABufferOfAShortHeader) {
+  const RunResult result = Play([](Stage& stage) {
+    ClientStage& clients = ClientStage::On(stage, {});
+    clients.PlugIn({});
+    clients.Start();
+    {
+      const client::Camera camera = client::Camera::Open(clients.TopDevice());
+      CheckedStream stream(stage, true, camera, WithHeaderOf(camera.FormatOf(640, 480), 22), 5);
+      stage.Require(stream.Pin().BufferBytes() == 0x6000, "a buffer has another size");
+      for (const ULONG bytes : {22U, 40U}) {
+        const client::VideoFormat format = WithHeaderOf(camera.FormatOf(640, 480), bytes);
+        stage.Require(stream.SetFormat(format) == STATUS_SUCCESS, "no format");
+        stage.Require(stream.Run() == STATUS_SUCCESS, "the stream doesn't run");
+        stage.Require(stream.Take(kSecond) == STATUS_SUCCESS, "no frame comes");
+        stream.Stop();
+      }
     }
     clients.Close();
   });
@@ -230,6 +379,61 @@ TEST(SimulationChecks, HangBesideAReadThatHasStoppedIsAFailure) {
   EXPECT_NE(result.Trace.find("stops for good"), std::string::npos);
   ExpectFailure(result, "hangs at step 'change");
   EXPECT_EQ(result.Hang, "");
+}
+
+// The recovery's first read takes the frame path to be at work, and stops for good.
+void StopTheRecovery(Stage& stage, CameraContext& camera) {
+  camera.DriverRegisterBusy = 1;
+  stage.Camera().FailReads(1);
+}
+
+RunResult PlayAfterAStoppedRecovery(void (*play)(TransportStage& camera)) {
+  static void (*toPlay)(TransportStage & camera);
+  toPlay = play;
+  return Play([](Stage& stage) {
+    TransportStage& camera = TransportStage::On(stage);
+    stage.AllowDisturbedFrames();
+    PlugOptions options;
+    options.Camera.HasTwinPipes = true;
+    camera.PlugInAndStream(options);
+    camera.Hosted().WithCamera(
+        [&stage](CameraContext& context) { StopTheRecovery(stage, context); });
+    toPlay(camera);
+    stage.RequireAlways(stage.Trace().HasStoppedRecovery(), "the recovery goes on");
+    camera.Pause();
+  });
+}
+
+TEST(SimulationChecks, RecoveryWhoseReadStopsForGoodIsThePausesHangAndNotAMissingOne) {
+  for (const auto play : {+[](TransportStage& camera) { ExpectRecovery(camera, true); },
+                          +[](TransportStage& camera) {
+                            Stage::Sleep(kSecond);
+                            camera.RequireFramesOrFirstPipe();
+                          }}) {
+    const RunResult result = PlayAfterAStoppedRecovery(play);
+    EXPECT_EQ(result.Outcome, Verdict::StatedHang) << result.What << result.Trace;
+    EXPECT_EQ(result.Hang, "read-stops-for-good");
+    EXPECT_EQ(result.What, "simulation: hangs at step 'pause'");
+  }
+}
+
+// The stream needs the recovery after a stall of some seconds.
+TEST(SimulationChecks, ClientMayGetNoFrameOnceARecoverysReadHasStoppedAfterAStall) {
+  const RunResult result = Play([](Stage& stage) {
+    ClientStage& clients = ClientStage::On(stage, {});
+    clients.PlugIn({});
+    clients.Start();
+    clients.BeginApplications(1, [](Application& client) { client.StreamOn(); });
+    stage.Sleep(kSecond);
+    stage.StallOne([](const host::Thread& thread) { return thread.Name.starts_with("DPC"); }, 1,
+                   kSecond);
+    stage.Sleep(kSecond);
+    StopTheRecovery(stage, *clients.Usb()->UsbDevice->Camera);
+    clients.WaitForApplications();
+  });
+  EXPECT_EQ(result.Outcome, Verdict::CutShort) << result.What << result.Trace;
+  EXPECT_EQ(result.What, "client 1, take a frame: no frame comes to a running stream");
+  EXPECT_NE(result.Trace.find("stops for good"), std::string::npos) << result.Trace;
 }
 
 TEST(SimulationChecks, FileThatAClientLeavesOpenIsFound) {
