@@ -139,7 +139,7 @@ LONGLONG Stage::AtSwitchPoint(const host::SwitchPlace& place) {
     reachedFault_ = true;
   }
   if (place.Self.HasStopped) trace_.NoteStoppedReader(place.Self);
-  return RunStalls().At(place, place.Self.World.Now());
+  return RunStalls().ArePlanned() ? RunStalls().At(place, place.Self.World.Now()) : 0;
 }
 
 bus::FaultScript Stage::DrawFaults() {

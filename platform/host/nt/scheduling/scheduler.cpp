@@ -11,8 +11,8 @@ namespace lidcam::host {
 namespace {
 
 void CheckLevel(const CallRule& rule, const Thread& self) {
-  if (self.World.IsStopping()) return;
   if (self.Level >= rule.Lowest && self.Level <= rule.Highest) return;
+  if (self.World.IsStopping()) return;
   ReportViolation(rule.Name, "called at level " + std::to_string(self.Level) + ", allowed are " +
                                  std::to_string(rule.Lowest) + " to " +
                                  std::to_string(rule.Highest));
@@ -25,7 +25,7 @@ void CheckFreedUse(const CallRule& rule, Thread& self) {
 
 // What a call at dispatch level uses has to be resident.
 void CheckResidence(const CallRule& rule, const Thread& self, const void* object) {
-  if (self.Level < DISPATCH_LEVEL || self.World.IsStopping()) return;
+  if (self.Level < DISPATCH_LEVEL || !IsPagedMemoryInUse() || self.World.IsStopping()) return;
   const std::string paged = FindPagedBlock(object);
   if (paged.empty()) return;
   ReportViolation(rule.Name, "called at dispatch level for an object in paged " + paged);
@@ -76,7 +76,8 @@ Scheduler& CurrentWorld() {
 }
 
 void CheckAllocationFree(const CallRule& rule, const Thread& self, CallEffect effect) {
-  if (effect == CallEffect::None || self.AllocationFreePath == nullptr) return;
+  if (effect == CallEffect::None || self.AllocationFreePath == nullptr) [[likely]]
+    return;
   if (self.World.IsStopping()) return;
   ReportViolation(rule.Name, std::string(Verb(effect)) +
                                  " on a path that must not: " + self.AllocationFreePath);

@@ -70,7 +70,7 @@ Thread* SetCurrentThread(Thread* thread) {
 
 void SetLevel(Thread& self, KIRQL level) {
   self.Level = level;
-  FollowLevel(&self.World, level);
+  if (IsPagedMemoryInUse()) FollowLevel(&self.World, level);
 }
 
 void CountSimulations(int change) {
