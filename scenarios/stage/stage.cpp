@@ -133,7 +133,7 @@ void Stage::TakeUpBus() {
   faults_.reset();
 }
 
-LONGLONG Stage::AtSwitchPoint(const host::SwitchPlace& place) {
+LONGLONG Stage::ActAt(const host::SwitchPlace& place) {
   if (place.Number == unplugAt_ && camera_ != nullptr && parts_.Has("the plug is pulled")) {
     camera_->Unplug();
     reachedFault_ = true;

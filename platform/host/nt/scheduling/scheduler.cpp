@@ -31,6 +31,20 @@ void CheckResidence(const CallRule& rule, const Thread& self, const void* object
   ReportViolation(rule.Name, "called at dispatch level for an object in paged " + paged);
 }
 
+// Whether a look at each of the rules is needed: most calls keep them all.
+bool MayBeWrong(const CallRule& rule, const Thread& self) {
+  return self.UsedFreed.Block != nullptr || self.Level < rule.Lowest || self.Level > rule.Highest ||
+         (self.Level >= DISPATCH_LEVEL && IsPagedMemoryInUse()) ||
+         (rule.Effect != CallEffect::None && self.AllocationFreePath != nullptr);
+}
+
+[[gnu::cold]] void CheckRules(const CallRule& rule, Thread& self, const void* object) {
+  CheckFreedUse(rule, self);
+  CheckLevel(rule, self);
+  CheckResidence(rule, self, object);
+  CheckAllocationFree(rule, self, rule.Effect);
+}
+
 const char* Verb(CallEffect effect) {
   return effect == CallEffect::Waits ? "waits" : "allocates";
 }
@@ -76,8 +90,7 @@ Scheduler& CurrentWorld() {
 }
 
 void CheckAllocationFree(const CallRule& rule, const Thread& self, CallEffect effect) {
-  if (effect == CallEffect::None || self.AllocationFreePath == nullptr) [[likely]]
-    return;
+  if (effect == CallEffect::None || self.AllocationFreePath == nullptr) return;
   if (self.World.IsStopping()) return;
   ReportViolation(rule.Name, std::string(Verb(effect)) +
                                  " on a path that must not: " + self.AllocationFreePath);
@@ -92,10 +105,7 @@ Thread& EnterKernelCall(const CallRule& rule, const void* object) {
                             .Level = self.Level,
                             .Call = rule.Name,
                             .Object = object});
-  CheckFreedUse(rule, self);
-  CheckLevel(rule, self);
-  CheckResidence(rule, self, object);
-  CheckAllocationFree(rule, self, rule.Effect);
+  if (MayBeWrong(rule, self)) CheckRules(rule, self, object);
   self.World.SwitchPoint(self, rule.Name, SwitchKind::Call);
   return self;
 }

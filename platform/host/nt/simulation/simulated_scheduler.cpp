@@ -176,23 +176,27 @@ bool SimulatedScheduler::BeginPoint(Thread& self, const PointSubject& subject) {
 }
 
 void SimulatedScheduler::SwitchPoint(Thread& self, const char* call, SwitchKind kind) {
-  if (isStopping_) {
-    if (IsUnwinding()) return;
-    throw KernelStopped{};
-  }
+  if (isStopping_) return EndThreadUnlessItUnwinds();
   if (options_.HasImportsOnly && IsInstruction(call)) return;
   const bool isStalled = BeginPoint(self, {call, self.LastObject});
   Guard guard(Lock());
   Trace(self, call);
   NoteSpin(self, kind);
-  if (++standstill_ > options_.LongestStandstill) {
-    ReportUnderLock(
-        call,
-        "livelock: " + std::to_string(options_.LongestStandstill) + " switch points at one time",
-        guard);
-  }
+  if (++standstill_ > options_.LongestStandstill) ReportLivelock(call, guard);
   if (!isStalled && kind == SwitchKind::Call && chooser_->KeepsBaton()) return;
   PassBatonAndGoOn(self, ChooseNext(guard), guard);
+}
+
+// In a world that stops.
+void SimulatedScheduler::EndThreadUnlessItUnwinds() {
+  if (!IsUnwinding()) throw KernelStopped{};
+}
+
+void SimulatedScheduler::ReportLivelock(const char* call, Guard& guard) {
+  ReportUnderLock(
+      call,
+      "livelock: " + std::to_string(options_.LongestStandstill) + " switch points at one time",
+      guard);
 }
 
 // The caller can run or is stalled: a thread that can run always exists, and nothing is reported. A
@@ -213,10 +217,7 @@ void SimulatedScheduler::PreemptionPoint(Thread& self, const PointSubject& subje
 }
 
 void SimulatedScheduler::Block(Thread& self, Guard& guard) {
-  if (isStopping_) {
-    if (IsUnwinding()) return;
-    throw KernelStopped{};
-  }
+  if (isStopping_) return EndThreadUnlessItUnwinds();
   Suspend(self, Thread::RunState::Blocked);
   chooser_->Reach(self, nullptr);
   PassBatonAndGoOn(self, ChooseNext(guard), guard);

@@ -138,6 +138,8 @@ class SimulatedScheduler final : public Scheduler {
   void NoteProgress();
   void RunOthersToRest();
   void CheckNothingLeft() const;
+  [[gnu::cold]] static void EndThreadUnlessItUnwinds();
+  [[noreturn]] [[gnu::cold]] void ReportLivelock(const char* call, Guard& guard);
   [[noreturn]] void ReportUnderLock(const char* call, const std::string& what, Guard& guard);
   void StopOthers(Guard& guard);
 

@@ -115,11 +115,14 @@ Record* FindRecord(Registry& registry, const void* irp) {
   return found != nullptr ? found->get() : nullptr;
 }
 
-// The record of a request that was freed; null if none is kept.
+// The record of the last request at the address that was freed; null if none is kept.
 const Record* FindFreed(const Registry& registry, const void* irp) {
-  const auto isIt = [irp](const auto& entry) { return entry.first == AddressOf(irp); };
-  const auto found = std::ranges::find_if(registry.Tombstones, isIt);
-  return found != registry.Tombstones.end() ? found->second.get() : nullptr;
+  const std::size_t kept = std::min(registry.Buried, kKeptTombstones);
+  for (std::size_t i = 1; i <= kept; ++i) {
+    const auto& [address, record] = registry.Tombstones[(registry.Buried - i) % kKeptTombstones];
+    if (address == AddressOf(irp)) return record.get();
+  }
+  return nullptr;
 }
 
 // The error in the use of a request that isn't one of this world.
@@ -320,9 +323,6 @@ std::size_t IrpsInFlightAt(PDEVICE_OBJECT device) {
 void RegisterIrp(const char* call, PIRP irp, bool isAllocated) {
   Registry& registry = TheRegistry();
   const std::lock_guard guard(registry.Lock);
-  for (auto& [address, freed] : registry.Tombstones) {
-    if (address == AddressOf(irp)) address = nullptr;
-  }
   std::unique_ptr<Record>& place = registry.Records.At(irp);
   place = TakeRecord(registry);
   Record& record = *place;
