@@ -81,7 +81,7 @@ LONGLONG Stalls::Plan::At(const host::Thread& thread) {
 
 // Thread 0 only watches the others.
 LONGLONG Stalls::At(const host::SwitchPlace& place, LONGLONG now) {
-  if (place.Self.Number == 0 || (!anywhere_.Meant && !planned_.Meant)) return 0;
+  if (place.Self.Number == 0 || !ArePlanned()) return 0;
   const LONGLONG anywhere = anywhere_.At(place.Self);
   if (anywhere != 0 && left_ != 0) {
     --left_;

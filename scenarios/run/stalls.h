@@ -36,6 +36,9 @@ class Stalls {
   /// @return how long the calling thread is stalled there, 100 ns; 0: not at all
   LONGLONG At(const host::SwitchPlace& place, LONGLONG now);
 
+  /// Whether At() can stall a thread.
+  [[nodiscard]] bool ArePlanned() const { return anywhere_.Meant || planned_.Meant; }
+
   [[nodiscard]] bool HaveBegun() const { return end_ != kNever; }
 
   /// End of the last stall so far, past or future; the earliest time if there was none.

@@ -8,7 +8,6 @@
 #include "platform/host/nt/memory/pool.h"
 #include "platform/host/nt/scheduling/scheduler.h"
 #include "platform/host/nt/scheduling/violation.h"
-#include "platform/host/nt/verifier/calls/call_rules.h"
 #include "platform/host/nt/verifier/kernel_faults.h"
 #include "scenarios/run/recovery_thread.h"
 #include "scenarios/run/value_of.h"
@@ -134,15 +133,14 @@ void Stage::TakeUpBus() {
   faults_.reset();
 }
 
-LONGLONG Stage::AtSwitchPoint(const host::SwitchPlace& place) {
+LONGLONG Stage::ActAt(const host::SwitchPlace& place) {
   if (place.Number == unplugAt_ && camera_ != nullptr && parts_.Has("the plug is pulled")) {
     camera_->Unplug();
     reachedFault_ = true;
   }
   if (place.Self.HasStopped) trace_.NoteStoppedReader(place.Self);
-  // A recovery is the driver's only work item, and frees it at its end. The driver of an image has no trace to tell.
-  if (place.Subject.Name == host::calls::kIoFreeWorkItem.Name) ++counts_.Recoveries;
-  return RunStalls().At(place, place.Self.World.Now());
+  if (EndsRecovery(place)) ++counts_.Recoveries;
+  return RunStalls().ArePlanned() ? RunStalls().At(place, place.Self.World.Now()) : 0;
 }
 
 bus::FaultScript Stage::DrawFaults() {

@@ -5,9 +5,9 @@
 #include <memory>
 #include <span>
 #include <string>
-#include <vector>
 
 #include "platform/host/nt/memory/guards/freed_use.h"
+#include "platform/host/nt/memory/pool_zone.h"
 
 namespace lidcam::host {
 
@@ -17,8 +17,9 @@ namespace lidcam::host {
 /// kernel call.
 ///
 /// Memory from TakeAlone() has pages of its own. Memory from TakeAmongOthers(), which costs less,
-/// shares a page with its neighbours, and becomes inaccessible with the last of them. The last 64
-/// MiB of freed memory keep their bytes; memory freed before that reads as zeros.
+/// shares four pages with its neighbours, and becomes inaccessible with the last of them. The last 64
+/// MiB of freed memory keep their bytes, and memory of 64 KiB and more until other memory of its size is taken;
+/// memory freed before that reads as zeros.
 ///
 /// With guard pages (SetPoolGuardPages) each block has pages of its own, and ends at one that is never accessible. A
 /// driver's image is stopped at the instruction that accesses such a page, or freed memory.
@@ -62,47 +63,23 @@ class PoolArena {
   /// What a refused access to `address` was an access to; empty if it lies in no page of this arena's.
   [[nodiscard]] std::string DescribeAccess(const void* address) const;
 
+  /// The parts of an arena. An arena that has ended leaves them to the next one: faults of fresh pages would be a
+  /// fifth of a short world's time.
+  struct Zones {
+    std::unique_ptr<PoolZone> Small;
+    std::unique_ptr<PoolZone>
+        Large;  ///< whose pages move: a stream's buffers are larger than the caches together
+  };
+
  private:
-  /// Pages that become inaccessible together.
-  struct Run {
-    std::size_t Page;
-    std::size_t Pages;
-    std::size_t Users;  ///< allocations not yet freed, plus one while the run can take more
-  };
-  struct Allocation {
-    std::byte* Start;
-    std::size_t Size;
-    std::uint32_t Tag;
-    std::size_t Run;
-  };
+  explicit PoolArena(Zones zones);
 
-  PoolArena(std::byte* base, std::size_t bytes);
-
-  [[nodiscard]] static std::shared_ptr<PoolArena> TakeSpare();
   [[nodiscard]] bool BecomeSpare();
-  [[nodiscard]] std::byte* PageAt(std::size_t page) const;
-  [[nodiscard]] const Allocation& Find(const void* address) const;
-  bool NewRun(std::size_t bytes, std::size_t guardPages = 0);
-  bool Open(std::size_t pages);
-  void LetGo(std::size_t run);
-  void DropBytesUpTo(std::size_t end);
-  void DropBytes(std::size_t page, std::size_t pages);
-  void DropOldBytes();
+  [[nodiscard]] PoolZone& ZoneOf(const void* memory) const;
 
-  std::byte* const base_;
-  std::size_t reservedBytes_;
-  std::vector<Run> runs_;                ///< by address
-  std::vector<Allocation> allocations_;  ///< by address
-  std::size_t sharedRun_ = kNone;        ///< the run that can take more
-  std::size_t sharedBytes_ = 0;          ///< bytes of it that are allocated
-  std::size_t usedPages_ = 0;
-  std::size_t openPages_ = 0;       ///< made accessible so far
-  std::size_t dropped_ = 0;         ///< number of first runs whose freed ones have lost their bytes
-  std::size_t freedWithBytes_ = 0;  ///< pages
-  bool isRetired_ = false;
+  Zones zones_;
   const bool hasGuardPages_;
-
-  static constexpr std::size_t kNone = SIZE_MAX;
+  bool isRetired_ = false;
 };
 
 /// Whether worlds that begin from now on have pools with guard pages; initially not.

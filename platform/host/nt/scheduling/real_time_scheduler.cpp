@@ -40,7 +40,7 @@ Thread* RealTimeScheduler::Adopt() {
   return new Thread(*this, nextThread_++, "machine thread");
 }
 
-LONGLONG RealTimeScheduler::Now() const {
+LONGLONG RealTimeScheduler::ReadClock() const {
   return std::chrono::duration_cast<Units>(std::chrono::steady_clock::now() - start_).count();
 }
 

@@ -20,7 +20,6 @@ class RealTimeScheduler final : public Scheduler {
   /// A kernel thread for the calling machine thread; the caller owns it.
   [[nodiscard]] Thread* Adopt();
 
-  [[nodiscard]] LONGLONG Now() const override;
   [[nodiscard]] bool IsPunctual() const override { return false; }
   [[nodiscard]] LONGLONG SystemTimeAtStart() const override { return systemTimeAtStart_; }
   void SwitchPoint(Thread& self, const char* call, SwitchKind kind) override;
@@ -36,6 +35,8 @@ class RealTimeScheduler final : public Scheduler {
 
  private:
   RealTimeScheduler();
+
+  [[nodiscard]] LONGLONG ReadClock() const override;
 
   void RunClock();
   /// @param time  interrupt time; 0 stands for all before

@@ -11,8 +11,8 @@ namespace lidcam::host {
 namespace {
 
 void CheckLevel(const CallRule& rule, const Thread& self) {
-  if (self.World.IsStopping()) return;
   if (self.Level >= rule.Lowest && self.Level <= rule.Highest) return;
+  if (self.World.IsStopping()) return;
   ReportViolation(rule.Name, "called at level " + std::to_string(self.Level) + ", allowed are " +
                                  std::to_string(rule.Lowest) + " to " +
                                  std::to_string(rule.Highest));
@@ -25,10 +25,25 @@ void CheckFreedUse(const CallRule& rule, Thread& self) {
 
 // What a call at dispatch level uses has to be resident.
 void CheckResidence(const CallRule& rule, const Thread& self, const void* object) {
-  if (self.Level < DISPATCH_LEVEL || self.World.IsStopping()) return;
+  if (self.Level < DISPATCH_LEVEL || !IsPagedMemoryInUse() || self.World.IsStopping()) return;
   const std::string paged = FindPagedBlock(object);
   if (paged.empty()) return;
   ReportViolation(rule.Name, "called at dispatch level for an object in paged " + paged);
+}
+
+// Whether a look at each of the rules is needed: most calls keep them all.
+bool MayBeWrong(const CallRule& rule, const Thread& self) {
+  return self.UsedFreed.Block != nullptr || self.Level < rule.Lowest || self.Level > rule.Highest ||
+         (self.Level >= DISPATCH_LEVEL && IsPagedMemoryInUse()) ||
+         (rule.Effect != CallEffect::None && self.AllocationFreePath != nullptr);
+}
+
+[[gnu::cold]] [[gnu::noinline]] void CheckRules(const CallRule& rule, Thread& self,
+                                                const void* object) {
+  CheckFreedUse(rule, self);
+  CheckLevel(rule, self);
+  CheckResidence(rule, self, object);
+  CheckAllocationFree(rule, self, rule.Effect);
 }
 
 const char* Verb(CallEffect effect) {
@@ -91,10 +106,7 @@ Thread& EnterKernelCall(const CallRule& rule, const void* object) {
                             .Level = self.Level,
                             .Call = rule.Name,
                             .Object = object});
-  CheckFreedUse(rule, self);
-  CheckLevel(rule, self);
-  CheckResidence(rule, self, object);
-  CheckAllocationFree(rule, self, rule.Effect);
+  if (MayBeWrong(rule, self)) CheckRules(rule, self, object);
   self.World.SwitchPoint(self, rule.Name, SwitchKind::Call);
   return self;
 }

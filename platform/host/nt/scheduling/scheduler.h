@@ -39,13 +39,13 @@ enum class SwitchKind {
 class Scheduler {
  public:
   /// @param isParallel  whether several of its threads run at the same time
-  explicit Scheduler(bool isParallel) : lock_(isParallel) {}
+  explicit Scheduler(bool isParallel) : isParallel_(isParallel), lock_(isParallel) {}
   Scheduler(const Scheduler&) = delete;
   Scheduler& operator=(const Scheduler&) = delete;
   virtual ~Scheduler() = default;
 
   /// Interrupt time: 100 ns since the world began. Any thread of the world.
-  [[nodiscard]] virtual LONGLONG Now() const = 0;
+  [[nodiscard]] LONGLONG Now() const { return isParallel_ ? ReadClock() : now_; }
 
   /// Whether a thread that is ready runs before time goes on. Those of a busy machine do not.
   [[nodiscard]] virtual bool IsPunctual() const { return true; }
@@ -86,7 +86,7 @@ class Scheduler {
 
   /// Called after a violation in the calling thread: no thread of this world may continue.
   virtual void Stop() {}
-  [[nodiscard]] virtual bool IsStopping() const { return false; }
+  [[nodiscard]] bool IsStopping() const { return isStopping_; }
 
   /// The owner of a spin lock or a mutex; null if it is free or unknown to the world.
   [[nodiscard]] virtual const Thread* HolderOf(const void*) const { return nullptr; }
@@ -119,10 +119,16 @@ class Scheduler {
   /// Deletes the objects that were noted and not forgotten. At the world's end, when nothing uses them any more.
   void DeleteObjectsLeft();
 
+  /// As Now(), of a world whose threads run at the same time.
+  [[nodiscard]] virtual LONGLONG ReadClock() const { return now_; }
+
+  LONGLONG now_ = 0;         ///< of a world of which one thread runs at a time
+  bool isStopping_ = false;  ///< no thread may continue
   std::uint32_t nextThread_ = 0;
   std::shared_ptr<PoolArena> arena_;
 
  private:
+  const bool isParallel_;
   std::vector<std::shared_ptr<const void>> kept_;  // destroyed last
   WorldLock lock_;
   TimerQueue timers_;

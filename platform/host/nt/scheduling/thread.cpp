@@ -71,7 +71,7 @@ Thread* SetCurrentThread(Thread* thread) {
 
 void SetLevel(Thread& self, KIRQL level) {
   self.Level = level;
-  FollowLevel(&self.World, level);
+  if (IsPagedMemoryInUse()) FollowLevel(&self.World, level);
   if (level < DISPATCH_LEVEL) self.Late.WakeAll();
 }
 

@@ -2,9 +2,8 @@
 
 #include <compare>
 #include <cstdint>
-#include <map>
 #include <optional>
-#include <unordered_map>
+#include <vector>
 
 #include "platform/host/nt/declarations/nt_declarations.h"
 
@@ -44,8 +43,13 @@ class TimerQueue {
     auto operator<=>(const Key&) const = default;
   };
 
-  std::map<Key, TimerEntry> entries_;
-  std::unordered_map<const void*, Key> keys_;
+  struct Entry {
+    Key Place;
+    TimerEntry Timer;
+  };
+
+  std::vector<Entry>
+      entries_;  // the earliest last: there are few, and each wait with a limit has one
   std::uint64_t sequence_ = 0;
 };
 

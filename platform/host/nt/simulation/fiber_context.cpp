@@ -25,10 +25,12 @@ struct ExecutionContext::State {
   // of those that unwind.
   class ExceptionsInFlight {
    public:
-    void Save() { std::memcpy(words_, abi::__cxa_get_globals(), sizeof words_); }
-    void Restore() const { std::memcpy(abi::__cxa_get_globals(), words_, sizeof words_); }
+    void Save() { std::memcpy(words_, ofMachineThread_, sizeof words_); }
+    void Restore() const { std::memcpy(ofMachineThread_, words_, sizeof words_); }
 
    private:
+    // All fibers of a world run on the machine thread that makes them.
+    void* const ofMachineThread_ = abi::__cxa_get_globals();
     void* words_[2] = {};
   };
 

@@ -51,7 +51,8 @@ SimulatedScheduler::SimulatedScheduler(const SimulationOptions& options)
       main_(*this, nextThread_++, "main"),
       previous_(SetCurrentThread(&main_)),
       running_(&main_),
-      threads_{&main_} {
+      threads_{&main_},
+      ready_{&main_} {
   main_.Context = &mainContext_;
   if (options.KeepsFreedPool) arena_ = PoolArena::Make();
   if (options.HasPreemptionPoints) ++g_preemptiveSimulations;
@@ -89,22 +90,34 @@ LONGLONG SimulatedScheduler::SystemTimeAtStart() const {
   return kSystemTimeAtStart;
 }
 
-// The chosen one of the threads that fulfil a condition; null if none does.
+// The chosen one of the threads that are ready and fulfil a condition; null if none does.
 template <typename Condition>
 Thread* SimulatedScheduler::PickWhere(Condition condition) {
-  candidates_.resize(threads_.size());
+  if (candidates_.size() < ready_.size()) candidates_.resize(ready_.size());
   std::size_t count = 0;
-  for (Thread* const thread : threads_) {
+  for (Thread* const thread : ready_) {
     candidates_[count] = thread;
-    if (condition(thread)) ++count;
+    if (condition(*thread)) ++count;
   }
   if (count == 0) return nullptr;
   return &chooser_->Choose(std::span(candidates_).first(count));
 }
 
-bool SimulatedScheduler::IsReady(const Thread& thread) const {
-  return thread.State == Thread::RunState::Ready && thread.StalledUntil <= now_ &&
-         !thread.HasStopped;
+// Of a thread that is ready.
+bool SimulatedScheduler::CanRun(const Thread& thread) const {
+  return thread.StalledUntil <= now_ && !thread.HasStopped;
+}
+
+void SimulatedScheduler::MakeReady(Thread& thread) {
+  if (std::exchange(thread.State, Thread::RunState::Ready) == Thread::RunState::Ready) return;
+  const auto place = std::ranges::lower_bound(ready_, thread.Number, {},
+                                              [](const Thread* other) { return other->Number; });
+  ready_.insert(place, &thread);
+}
+
+void SimulatedScheduler::Suspend(Thread& thread, Thread::RunState state) {
+  thread.State = state;
+  std::erase(ready_, &thread);
 }
 
 bool SimulatedScheduler::OnlySpins(const Thread& thread) const {
@@ -158,27 +171,32 @@ bool SimulatedScheduler::BeginPoint(Thread& self, const PointSubject& subject) {
   }
   if (time <= 0) return false;
   self.StalledUntil = now_ + time;
+  lastStallEnds_ = std::max(lastStallEnds_, self.StalledUntil);
   return true;
 }
 
 void SimulatedScheduler::SwitchPoint(Thread& self, const char* call, SwitchKind kind) {
-  if (isStopping_) {
-    if (IsUnwinding()) return;
-    throw KernelStopped{};
-  }
+  if (isStopping_) return EndThreadUnlessItUnwinds();
   if (options_.HasImportsOnly && IsInstruction(call)) return;
   const bool isStalled = BeginPoint(self, {call, self.LastObject});
   Guard guard(Lock());
   Trace(self, call);
   NoteSpin(self, kind);
-  if (++standstill_ > options_.LongestStandstill) {
-    ReportUnderLock(
-        call,
-        "livelock: " + std::to_string(options_.LongestStandstill) + " switch points at one time",
-        guard);
-  }
+  if (++standstill_ > options_.LongestStandstill) ReportLivelock(call, guard);
   if (!isStalled && kind == SwitchKind::Call && chooser_->KeepsBaton()) return;
   PassBatonAndGoOn(self, ChooseNext(guard), guard);
+}
+
+// In a world that stops.
+void SimulatedScheduler::EndThreadUnlessItUnwinds() {
+  if (!IsUnwinding()) throw KernelStopped{};
+}
+
+void SimulatedScheduler::ReportLivelock(const char* call, Guard& guard) {
+  ReportUnderLock(
+      call,
+      "livelock: " + std::to_string(options_.LongestStandstill) + " switch points at one time",
+      guard);
 }
 
 // The caller can run or is stalled: a thread that can run always exists, and nothing is reported. A
@@ -195,21 +213,18 @@ void SimulatedScheduler::PreemptionPoint(Thread& self, const PointSubject& subje
   chooser_->Reach(self, kind == PreemptionKind::Release ? nullptr : subject.Object);
   if (!isStalled && chooser_->KeepsBaton()) return;
   PassBaton(self, ChooseNext(guard), guard);
-  if (isStopping_) self.State = Thread::RunState::Ready;
+  if (isStopping_) MakeReady(self);
 }
 
 void SimulatedScheduler::Block(Thread& self, Guard& guard) {
-  if (isStopping_) {
-    if (IsUnwinding()) return;
-    throw KernelStopped{};
-  }
-  self.State = Thread::RunState::Blocked;
+  if (isStopping_) return EndThreadUnlessItUnwinds();
+  Suspend(self, Thread::RunState::Blocked);
   chooser_->Reach(self, nullptr);
   PassBatonAndGoOn(self, ChooseNext(guard), guard);
 }
 
 void SimulatedScheduler::Wake(Thread& thread) {
-  thread.State = Thread::RunState::Ready;
+  MakeReady(thread);
 }
 
 // The next thread runs without the lock held: it takes the lock at once.
@@ -226,12 +241,13 @@ void SimulatedScheduler::PassBaton(Thread& self, Thread& next, Guard& guard) {
 void SimulatedScheduler::PassBatonAndGoOn(Thread& self, Thread& next, Guard& guard) {
   PassBaton(self, next, guard);
   if (!isStopping_) return;
-  self.State = Thread::RunState::Ready;
+  MakeReady(self);
   if (!IsUnwinding()) throw KernelStopped{};
 }
 
 // End of the stall that ends first; none if no thread is stalled.
 std::optional<LONGLONG> SimulatedScheduler::EndOfStalls() const {
+  if (lastStallEnds_ <= now_) return std::nullopt;
   std::optional<LONGLONG> end;
   for (const Thread* const thread : threads_) {
     if (thread->StalledUntil <= now_) continue;
@@ -272,20 +288,22 @@ Thread& SimulatedScheduler::ChooseNext(Guard& guard) {
   if (isStopping_) return *threads_.back();
   while (true) {
     Thread* const eager =
-        PickWhere([this](const Thread* thread) { return IsReady(*thread) && !OnlySpins(*thread); });
+        PickWhere([this](const Thread& thread) { return CanRun(thread) && !OnlySpins(thread); });
     if (eager != nullptr) return *eager;
-    const auto isReady = [this](const Thread* thread) { return IsReady(*thread); };
-    if (isFinishing_ && std::ranges::none_of(threads_, isReady) && !EndOfStalls()) return main_;
+    const auto canRun = [this](const Thread& thread) { return CanRun(thread); };
+    const auto canNotRun = [this](const Thread* thread) { return !CanRun(*thread); };
+    if (isFinishing_ && std::ranges::all_of(ready_, canNotRun) && !EndOfStalls()) return main_;
     if (options_.AtRest) CheckAtRest(guard);
     if (MoveTime()) continue;
     // Threads that only spin may leave their loops; the limit of the standstill detects if not.
-    if (Thread* const spinning = PickWhere(isReady)) return *spinning;
+    if (Thread* const spinning = PickWhere(canRun)) return *spinning;
     ReportUnderLock("scheduler", "deadlock: every thread waits and no time limit runs", guard);
   }
 }
 
 void SimulatedScheduler::StartMachine(Thread& thread, std::function<void()> body) {
   threads_.push_back(&thread);
+  ready_.push_back(&thread);
   contexts_.push_back(
       std::make_unique<ExecutionContext>([this, run = std::move(body)]() -> ExecutionContext& {
         run();
@@ -295,7 +313,7 @@ void SimulatedScheduler::StartMachine(Thread& thread, std::function<void()> body
 }
 
 void SimulatedScheduler::ThreadEnds(Thread& self, Guard& guard) {
-  self.State = Thread::RunState::Ended;
+  Suspend(self, Thread::RunState::Ended);
   std::erase(threads_, &self);
   try {
     running_ = &ChooseNext(guard);
@@ -307,9 +325,9 @@ void SimulatedScheduler::ThreadEnds(Thread& self, Guard& guard) {
 void SimulatedScheduler::RunOthersToRest() {
   Guard guard(Lock());
   isFinishing_ = true;
-  main_.State = Thread::RunState::Blocked;
+  Suspend(main_, Thread::RunState::Blocked);
   PassBatonAndGoOn(main_, ChooseNext(guard), guard);
-  main_.State = Thread::RunState::Ready;
+  MakeReady(main_);
 }
 
 void SimulatedScheduler::CheckNothingLeft() const {

@@ -104,7 +104,6 @@ class SimulatedScheduler final : public Scheduler {
   /// The simulation's outcome so far, also after a violation. Called by thread 0.
   [[nodiscard]] SimulationOutcome OutcomeSoFar() const;
 
-  [[nodiscard]] LONGLONG Now() const override { return now_; }
   [[nodiscard]] LONGLONG SystemTimeAtStart() const override;
   void SwitchPoint(Thread& self, const char* call, SwitchKind kind) override;
   void PreemptionPoint(Thread& self, const PointSubject& subject,
@@ -115,7 +114,6 @@ class SimulatedScheduler final : public Scheduler {
   void StartMachine(Thread& thread, std::function<void()> body) override;
   void ThreadEnds(Thread& self, std::unique_lock<WorldLock>& guard) override;
   void Stop() override;
-  [[nodiscard]] bool IsStopping() const override { return isStopping_; }
   [[nodiscard]] const Thread* HolderOf(const void* lock) const override;
   [[nodiscard]] std::string Describe() const override;
 
@@ -124,7 +122,9 @@ class SimulatedScheduler final : public Scheduler {
 
   template <typename Condition>
   Thread* PickWhere(Condition condition);
-  [[nodiscard]] bool IsReady(const Thread& thread) const;
+  [[nodiscard]] bool CanRun(const Thread& thread) const;
+  void MakeReady(Thread& thread);
+  void Suspend(Thread& thread, Thread::RunState state);
   [[nodiscard]] bool OnlySpins(const Thread& thread) const;
   Thread& ChooseNext(Guard& guard);
   void CheckAtRest(Guard& guard);
@@ -138,25 +138,27 @@ class SimulatedScheduler final : public Scheduler {
   void NoteProgress();
   void RunOthersToRest();
   void CheckNothingLeft() const;
+  [[gnu::cold]] static void EndThreadUnlessItUnwinds();
+  [[noreturn]] [[gnu::cold]] void ReportLivelock(const char* call, Guard& guard);
   [[noreturn]] void ReportUnderLock(const char* call, const std::string& what, Guard& guard);
   void StopOthers(Guard& guard);
 
   const SimulationOptions options_;
   base::SplitMix random_;
   std::unique_ptr<ThreadChooser> chooser_;
-  LONGLONG now_ = 0;
   std::uint64_t standstill_ = 0;
   std::uint64_t progress_ = 1;  // counts what ends the waiting of spinning threads
   TraceHash traceHash_;
   std::uint64_t scheduleLength_ = 0;
-  bool isStopping_ = false;
   bool isFinishing_ = false;
   bool isReportingUnderLock_ = false;
   Thread main_;
   Thread* previous_;
   Thread* running_;
   std::vector<Thread*> threads_;  // all that haven't ended, by number
+  std::vector<Thread*> ready_;    // those that neither wait nor have ended, by number
   std::vector<Thread*> candidates_;
+  LONGLONG lastStallEnds_ = 0;  // of all that have begun
   ExecutionContext mainContext_;
   std::vector<std::unique_ptr<ExecutionContext>> contexts_;  // of all other threads, ended or not
 };

@@ -24,7 +24,10 @@ class Walk final : public ThreadChooser {
   }
 
   [[nodiscard]] Thread& Choose(std::span<Thread* const> candidates) override {
-    return *candidates[static_cast<std::size_t>(random_.Next() % candidates.size())];
+    const std::uint64_t number = random_.Next();
+    return candidates.size() == 1
+               ? *candidates.front()
+               : *candidates[static_cast<std::size_t>(number % candidates.size())];
   }
 
  private:

@@ -40,12 +40,15 @@ class NameEffect {
 constexpr std::size_t kPlaces = 1024;
 constinit std::array<std::atomic<const NameEffect*>, kPlaces> g_effects{};
 
-// Null if there is no place left.
-const NameEffect* EffectOf(const char* name) {
+std::size_t OwnPlaceOf(const char* name) {
   constexpr std::uint64_t kMix = 0x9E3779B97F4A7C15;
-  const std::size_t own = (reinterpret_cast<std::uintptr_t>(name) * kMix) >> 54U;
+  return (reinterpret_cast<std::uintptr_t>(name) * kMix) >> 54U;
+}
+
+// Null if there is no place left.
+[[gnu::cold]] const NameEffect* FindOrMake(const char* name) {
   for (std::size_t i = 0; i < kPlaces; ++i) {
-    std::atomic<const NameEffect*>& place = g_effects[(own + i) % kPlaces];
+    std::atomic<const NameEffect*>& place = g_effects[(OwnPlaceOf(name) + i) % kPlaces];
     const NameEffect* effect = place.load(std::memory_order_acquire);
     if (effect == nullptr) {
       auto made = std::make_unique<NameEffect>(name);
@@ -56,12 +59,17 @@ const NameEffect* EffectOf(const char* name) {
   return nullptr;
 }
 
+[[gnu::cold]] [[gnu::noinline]] std::uint64_t HashWithSearch(std::uint64_t hash, const char* name) {
+  const NameEffect* const effect = FindOrMake(name);
+  return effect != nullptr ? effect->On(hash) : base::FnvHash(hash, std::string_view(name));
+}
+
 }  // namespace
 
 void TraceHash::Add(std::uint32_t thread, const char* call) {
   const std::uint64_t hash = base::FnvHash(value_, static_cast<unsigned char>(thread & 0xFF));
-  const NameEffect* const effect = EffectOf(call);
-  value_ = effect != nullptr ? effect->On(hash) : base::FnvHash(hash, std::string_view(call));
+  const NameEffect* const first = g_effects[OwnPlaceOf(call)].load(std::memory_order_acquire);
+  value_ = first != nullptr && first->Name() == call ? first->On(hash) : HashWithSearch(hash, call);
 }
 
 }  // namespace lidcam::host

@@ -7,6 +7,7 @@
 #include <iterator>
 #include <map>
 #include <utility>
+#include <vector>
 
 namespace lidcam::host {
 
@@ -30,7 +31,17 @@ class AddressMap {
   }
 
   /// The address's record, new if there was none.
-  Record& At(const void* address) { return records_[static_cast<Address>(address)]; }
+  Record& At(const void* address) {
+    if (unused_.empty()) return records_[static_cast<Address>(address)];
+    unused_.back().key() = static_cast<Address>(address);
+    auto placed = records_.insert(std::move(unused_.back()));
+    if (placed.inserted) {
+      unused_.pop_back();
+    } else {
+      unused_.back() = std::move(placed.node);
+    }
+    return placed.position->second;
+  }
 
   /// The first at the address or above.
   [[nodiscard]] Iterator From(const void* address) {
@@ -40,7 +51,11 @@ class AddressMap {
   Iterator Erase(Iterator record) {
     Recent& recent = RecentOf(record->first);
     if (recent.Object == record->first) recent = {};
-    return records_.erase(record);
+    const auto next = std::next(record);
+    auto node = records_.extract(record);
+    node.mapped() = Record{};
+    if (unused_.size() < kMostUnused) unused_.push_back(std::move(node));
+    return next;
   }
 
   /// @return whether there was a record
@@ -73,7 +88,11 @@ class AddressMap {
     return recent_[(reinterpret_cast<std::uintptr_t>(address) / 8 * kMix) >> 56U];
   }
 
+  // Most records live shorter than an allocation would take.
+  static constexpr std::size_t kMostUnused = 64;
+
   Map records_;
+  std::vector<typename Map::node_type> unused_;
   std::array<Recent, 256> recent_{};
 };
 

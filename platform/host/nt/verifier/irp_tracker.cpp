@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
-#include <deque>
+#include <memory>
 #include <mutex>
 #include <utility>
 #include <vector>
@@ -29,6 +29,8 @@ class EventHistory {
  public:
   void Add(const Event& event) { events_[count_++ % kKept] = event; }
 
+  void Clear() { count_ = 0; }
+
   template <typename See>
   void ForEach(See see) const {
     for (std::size_t i = count_ - std::min(count_, kKept); i < count_; ++i) see(events_[i % kKept]);
@@ -53,13 +55,16 @@ struct Record {
 constexpr std::size_t kKeptTombstones = 64;
 
 using Address = const char*;
+using RecordMap = AddressMap<std::unique_ptr<Record>>;
 
 // Never destroyed: requests can be freed during static destruction.
 struct Registry {
   base::ProcessMutex Lock;
-  AddressMap<Record> Records;
-  // The histories of freed requests, for reports of their use.
-  std::deque<std::pair<Address, Record>> Tombstones;
+  RecordMap Records;
+  // The histories of the requests that were freed last, for reports of their use.
+  std::array<std::pair<Address, std::unique_ptr<Record>>, kKeptTombstones> Tombstones;
+  std::size_t Buried = 0;         ///< so far
+  std::unique_ptr<Record> Spare;  ///< the one whose history was forgotten last
   std::uint64_t NextSerial = 1;
 };
 
@@ -104,22 +109,44 @@ std::string HexStatus(NTSTATUS status) {
   return text.data();
 }
 
-std::string WrongLife(Registry& registry, PIRP irp) {
-  const Record* const record = registry.Records.Find(irp);
-  if (record != nullptr && record->World == &CurrentWorld()) return {};
-  const std::string name = DescribeObject("IRP", irp);
-  if (record == nullptr) {
-    const auto gone =
-        std::ranges::find(registry.Tombstones, AddressOf(irp), &std::pair<Address, Record>::first);
-    return name + (gone != registry.Tombstones.end() ? " was freed" : " was never initialised");
-  }
-  return name + " belongs to another world";
+// Null if there is none.
+Record* FindRecord(Registry& registry, const void* irp) {
+  const std::unique_ptr<Record>* const found = registry.Records.Find(irp);
+  return found != nullptr ? found->get() : nullptr;
 }
 
-AddressMap<Record>::Iterator Bury(Registry& registry, AddressMap<Record>::Iterator record) {
-  registry.Tombstones.emplace_front(record->first, std::move(record->second));
-  if (registry.Tombstones.size() > kKeptTombstones) registry.Tombstones.pop_back();
+// The record of the last request at the address that was freed; null if none is kept.
+const Record* FindFreed(const Registry& registry, const void* irp) {
+  const std::size_t kept = std::min(registry.Buried, kKeptTombstones);
+  for (std::size_t i = 1; i <= kept; ++i) {
+    const auto& [address, record] = registry.Tombstones[(registry.Buried - i) % kKeptTombstones];
+    if (address == AddressOf(irp)) return record.get();
+  }
+  return nullptr;
+}
+
+// The error in the use of a request that isn't one of this world.
+std::string WrongLife(const Registry& registry, PIRP irp, const Record* record) {
+  const std::string name = DescribeObject("IRP", irp);
+  if (record != nullptr) return name + " belongs to another world";
+  return name + (FindFreed(registry, irp) != nullptr ? " was freed" : " was never initialised");
+}
+
+RecordMap::Iterator Bury(Registry& registry, RecordMap::Iterator record) {
+  auto& [address, last] = registry.Tombstones[registry.Buried++ % kKeptTombstones];
+  registry.Spare = std::exchange(last, std::move(record->second));
+  address = record->first;
   return registry.Records.Erase(record);
+}
+
+// An empty record, whose memory may have been another's.
+std::unique_ptr<Record> TakeRecord(Registry& registry) {
+  if (registry.Spare == nullptr) return std::make_unique<Record>();
+  std::unique_ptr<Record> record = std::move(registry.Spare);
+  record->Sends = 0;
+  record->Passages.clear();
+  record->History.Clear();
+  return record;
 }
 
 // The error of a passage that is completed and whose dispatch routine has returned.
@@ -232,13 +259,9 @@ std::string EndPassageAt(PIRP irp, Record& record) {
 std::string HistoryText(PIRP irp) {
   Registry& registry = TheRegistry();
   const std::lock_guard guard(registry.Lock);
-  const Record* record = registry.Records.Find(irp);
-  if (record == nullptr) {
-    const auto gone =
-        std::ranges::find(registry.Tombstones, AddressOf(irp), &std::pair<Address, Record>::first);
-    if (gone == registry.Tombstones.end()) return {};
-    record = &gone->second;
-  }
+  const Record* record = FindRecord(registry, irp);
+  if (record == nullptr) record = FindFreed(registry, irp);
+  if (record == nullptr) return {};
   std::string text = "what happened to " + DescribeObject("IRP", irp) + ":\n";
   record->History.ForEach([&text](const Event& event) {
     std::array<char, 160> line{};
@@ -254,8 +277,9 @@ template <typename Look>
 void WithRecord(const char* call, PIRP irp, Look look) {
   Registry& registry = TheRegistry();
   std::unique_lock guard(registry.Lock);
-  std::string wrong = WrongLife(registry, irp);
-  if (wrong.empty()) wrong = look(*registry.Records.Find(irp));
+  Record* const record = FindRecord(registry, irp);
+  const bool isOfWorld = record != nullptr && record->World == &CurrentWorld();
+  const std::string wrong = isOfWorld ? look(*record) : WrongLife(registry, irp, record);
   guard.unlock();
   if (!wrong.empty()) ReportIrpViolation(call, irp, wrong);
 }
@@ -268,10 +292,10 @@ IrpUsage IrpUsageOfWorld() {
   const std::lock_guard guard(registry.Lock);
   IrpUsage usage;
   for (const auto& [address, record] : registry.Records) {
-    if (record.World != &world) continue;
+    if (record->World != &world) continue;
     ++usage.Known;
-    if (record.IsAllocated) ++usage.Allocated;
-    if (LowestPassage(record) != nullptr) ++usage.InFlight;
+    if (record->IsAllocated) ++usage.Allocated;
+    if (LowestPassage(*record) != nullptr) ++usage.InFlight;
   }
   return usage;
 }
@@ -279,7 +303,7 @@ IrpUsage IrpUsageOfWorld() {
 bool IsIrpInFlight(const IRP* irp) {
   Registry& registry = TheRegistry();
   const std::lock_guard guard(registry.Lock);
-  const Record* const record = registry.Records.Find(irp);
+  const Record* const record = FindRecord(registry, irp);
   return record != nullptr && LowestPassage(*record) != nullptr;
 }
 
@@ -288,8 +312,8 @@ std::size_t IrpsInFlightAt(PDEVICE_OBJECT device) {
   Registry& registry = TheRegistry();
   const std::lock_guard guard(registry.Lock);
   const auto isThere = [&](const auto& entry) {
-    return entry.second.World == &world &&
-           std::ranges::any_of(entry.second.Passages, [&](const auto& passage) {
+    return entry.second->World == &world &&
+           std::ranges::any_of(entry.second->Passages, [&](const auto& passage) {
              return IsLive(passage) && passage->Device == device;
            });
   };
@@ -299,10 +323,9 @@ std::size_t IrpsInFlightAt(PDEVICE_OBJECT device) {
 void RegisterIrp(const char* call, PIRP irp, bool isAllocated) {
   Registry& registry = TheRegistry();
   const std::lock_guard guard(registry.Lock);
-  registry.Records.Erase(irp);
-  std::erase_if(registry.Tombstones,
-                [&](const auto& entry) { return entry.first == AddressOf(irp); });
-  Record& record = registry.Records.At(irp);
+  std::unique_ptr<Record>& place = registry.Records.At(irp);
+  place = TakeRecord(registry);
+  Record& record = *place;
   record.Serial = registry.NextSerial++;
   record.World = &CurrentWorld();
   record.IsAllocated = isAllocated;
@@ -321,7 +344,7 @@ void ExpectIdleIrp(const char* call, PIRP irp) {
 void CheckIrpIsIdleIfKnown(const char* call, PIRP irp) {
   Registry& registry = TheRegistry();
   std::unique_lock guard(registry.Lock);
-  const Record* const record = registry.Records.Find(irp);
+  const Record* const record = FindRecord(registry, irp);
   const std::string use = record != nullptr ? InFlightText(irp, *record) : std::string();
   guard.unlock();
   if (!use.empty()) ReportIrpViolation(call, irp, use + " and is initialised again");
@@ -350,13 +373,13 @@ void CheckFreedIrps(const char* call, const void* memory, std::size_t size) {
   auto record = registry.Records.From(memory);
   while (record != registry.Records.end() && record->first < end && wrong.empty()) {
     culprit = reinterpret_cast<PIRP>(const_cast<char*>(record->first));
-    wrong = InFlightText(culprit, record->second);
+    wrong = InFlightText(culprit, *record->second);
     if (!wrong.empty()) {
       wrong += " and its memory is freed";
-    } else if (record->second.IsAllocated) {
+    } else if (record->second->IsAllocated) {
       wrong = DescribeObject("IRP", culprit) + " is not to be freed as memory";
     } else {
-      AddEvent(record->second, call, nullptr);
+      AddEvent(*record->second, call, nullptr);
       record = Bury(registry, record);
     }
   }
@@ -432,7 +455,7 @@ CompletionStep CompleteLocation(const char* call, PIRP irp, const IrpLife& life)
 void NoteIrp(PIRP irp, const char* what, const void* object) {
   Registry& registry = TheRegistry();
   const std::lock_guard guard(registry.Lock);
-  if (Record* const record = registry.Records.Find(irp)) AddEvent(*record, what, object);
+  if (Record* const record = FindRecord(registry, irp)) AddEvent(*record, what, object);
 }
 
 void ReportIrpViolation(const char* call, PIRP irp, const std::string& what) {
@@ -443,8 +466,8 @@ std::string FindKeptIrp(const Scheduler& world) {
   Registry& registry = TheRegistry();
   const std::lock_guard guard(registry.Lock);
   for (const auto& [address, record] : registry.Records) {
-    if (record.World != &world || !record.IsAllocated) continue;
-    const IrpPassage* const passage = LowestPassage(record);
+    if (record->World != &world || !record->IsAllocated) continue;
+    const IrpPassage* const passage = LowestPassage(*record);
     return DescribeObject("IRP", address) +
            (passage == nullptr
                 ? ""
@@ -456,7 +479,8 @@ std::string FindKeptIrp(const Scheduler& world) {
 void ForgetIrpsOfWorld(const Scheduler& world) {
   Registry& registry = TheRegistry();
   const std::lock_guard guard(registry.Lock);
-  registry.Records.EraseIf([&](const Record& record) { return record.World == &world; });
+  registry.Records.EraseIf(
+      [&](const std::unique_ptr<Record>& record) { return record->World == &world; });
 }
 
 }  // namespace lidcam::host

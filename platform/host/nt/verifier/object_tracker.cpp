@@ -97,14 +97,21 @@ std::string ForgetRange(ObjectRegistry& registry, Address begin, std::size_t siz
   return use;
 }
 
-// The error in the use of an object, apart from its kind; empty if none.
-std::string WrongUse(const void* object, const ObjectRecord& record) {
-  const auto name = [&] { return DescribeObject(NameOf(record.Kind), object); };
-  if (record.World != &CurrentWorld()) return name() + " was initialised in another world";
-  if (!HasHeader(record.Kind)) return {};
+bool HasHeaderAsInitialised(const void* object, const ObjectRecord& record) {
+  if (!HasHeader(record.Kind)) return true;
   const auto& header = *static_cast<const DISPATCHER_HEADER*>(object);
-  if (header.Type == record.HeaderType && header.Size == record.HeaderSize) return {};
-  return name() + " was overwritten since its initialisation";
+  return header.Type == record.HeaderType && header.Size == record.HeaderSize;
+}
+
+bool IsRightUse(const void* object, const ObjectRecord& record) {
+  return record.World == &CurrentWorld() && HasHeaderAsInitialised(object, record);
+}
+
+// The error in the use of an object, apart from its kind.
+std::string WrongUse(const void* object, const ObjectRecord& record) {
+  return DescribeObject(NameOf(record.Kind), object) +
+         (record.World != &CurrentWorld() ? " was initialised in another world"
+                                          : " was overwritten since its initialisation");
 }
 
 std::string WrongKind(const char* wanted, const void* object, const ObjectRecord* record) {
@@ -147,6 +154,7 @@ void RegisterObject(const char* call, ObjectKind kind, const void* object, std::
   registry.Records.At(object) = record;
   guard.unlock();
   if (!use.empty()) ReportViolation(call, use + " and is initialised again");
+  if (!IsPagedMemoryInUse()) return;
   const std::string paged = FindPagedBlock(object);
   if (paged.empty()) return;
   ReportViolation(call, DescribeObject(NameOf(kind), object) + " lies in paged " + paged);
@@ -158,24 +166,18 @@ bool IsRegisteredObject(const void* object) {
 
 void ExpectObject(const char* call, ObjectKind kind, const void* object) {
   const auto record = FindRecord(object);
-  std::string wrong;
   if (!record || record->Kind != kind) {
-    wrong = WrongKind(NameOf(kind), object, record ? &*record : nullptr);
-  } else {
-    wrong = WrongUse(object, *record);
+    ReportViolation(call, WrongKind(NameOf(kind), object, record ? &*record : nullptr));
   }
-  if (!wrong.empty()) ReportViolation(call, wrong);
+  if (!IsRightUse(object, *record)) ReportViolation(call, WrongUse(object, *record));
 }
 
 ObjectKind ExpectDispatcherObject(const char* call, const void* object) {
   const auto record = FindRecord(object);
-  std::string wrong;
   if (!record || !HasHeader(record->Kind)) {
-    wrong = WrongKind("dispatcher object", object, record ? &*record : nullptr);
-  } else {
-    wrong = WrongUse(object, *record);
+    ReportViolation(call, WrongKind("dispatcher object", object, record ? &*record : nullptr));
   }
-  if (!wrong.empty()) ReportViolation(call, wrong);
+  if (!IsRightUse(object, *record)) ReportViolation(call, WrongUse(object, *record));
   return record->Kind;
 }
 

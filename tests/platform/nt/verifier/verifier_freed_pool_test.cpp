@@ -127,12 +127,12 @@ TEST_F(FreedPool, StillHoldsItsBytesForTheThreadThatUsesIt) {
   EXPECT_EQ(read, 0x11);
 }
 
-// Blocks of one page become inaccessible together.
+// Blocks of the same four pages become inaccessible together.
 TEST_F(FreedPool, UseOfASmallBlockIsFoundOnceItsNeighboursAreFreedToo) {
-  constexpr std::size_t kMoreThanAPage = 200;
+  constexpr std::size_t kMoreThanFourPages = 400;
   EXPECT_THAT(ViolationOf([] {
                 std::vector<UCHAR*> blocks;
-                while (blocks.size() < kMoreThanAPage) blocks.push_back(Allocate(24));
+                while (blocks.size() < kMoreThanFourPages) blocks.push_back(Allocate(24));
                 for (UCHAR* const block : blocks) ExFreePool(block);
                 static_cast<void>(Read(blocks[3], 23));
               }),
@@ -149,6 +149,31 @@ TEST_F(FreedPool, AddressIsNeverGivenOutAgain) {
       ExFreePool(memory);
     }
   });
+}
+
+// The pages of a freed one serve the next one of its size, at other addresses.
+TEST_F(FreedPool, LargeBlockIsFreshHasANewAddressAndIsWatchedWhenFreed) {
+  constexpr std::size_t kSize = 300'000;
+  for (int run = 0; run < 3; ++run) {
+    std::set<const UCHAR*> addresses;
+    EXPECT_THAT(ViolationOf([&] {
+                  UCHAR* const kept = Allocate(kSize);
+                  for (int i = 0; i < 5; ++i) {
+                    auto* const memory =
+                        static_cast<UCHAR*>(ExAllocatePoolWithTag(NonPagedPool, kSize, kTestTag));
+                    EXPECT_TRUE(addresses.insert(memory).second);
+                    EXPECT_EQ(Read(memory, 0), 0xCD);
+                    EXPECT_EQ(Read(memory, kSize - 1), 0xCD);
+                    std::memset(memory, 0x22, kSize);
+                    ExFreePool(memory);
+                  }
+                  EXPECT_EQ(Read(kept, kSize - 1), 0x11);
+                  ExFreePool(kept);
+                  static_cast<void>(Read(*addresses.begin(), 12'345));
+                }),
+                HasSubstr("was used at byte 12345 after it had been freed"));
+    EXPECT_EQ(addresses.size(), 5U);
+  }
 }
 
 // A hundred MiB, of which the world keeps the last 64.

@@ -29,9 +29,6 @@ PagedMemory& ThePagedMemory() {
   return *memory;
 }
 
-// A driver whose memory is all nonpaged, as the camera's, costs no more than this.
-constinit std::atomic<std::size_t> g_count{0};
-
 void SetAccess(Entry& entry, bool isOut) {
   if (entry.Block.Pages == nullptr || std::exchange(entry.IsOut, isOut) == isOut) return;
   mprotect(entry.Block.Pages, entry.Block.PageBytes, isOut ? PROT_NONE : PROT_READ | PROT_WRITE);
@@ -60,23 +57,25 @@ FreedUse UseOf(const PagedBlock& block, const void* address) {
 
 }  // namespace
 
+constinit std::atomic<std::size_t> g_pagedBlocks{0};
+
 void AddPagedBlock(const PagedBlock& block) {
   PagedMemory& memory = ThePagedMemory();
   const std::lock_guard guard(memory.Lock);
   memory.Entries.push_back({block});
-  ++g_count;
+  ++g_pagedBlocks;
 }
 
 void RemovePagedBlock(const void* memory) {
-  if (g_count == 0) return;
+  if (!IsPagedMemoryInUse()) return;
   PagedMemory& paged = ThePagedMemory();
   const std::lock_guard guard(paged.Lock);
-  g_count -= std::erase_if(paged.Entries,
-                           [memory](const Entry& entry) { return entry.Block.Memory == memory; });
+  g_pagedBlocks -= std::erase_if(
+      paged.Entries, [memory](const Entry& entry) { return entry.Block.Memory == memory; });
 }
 
 std::string FindPagedBlock(const void* object) {
-  if (g_count == 0) return {};
+  if (!IsPagedMemoryInUse()) return {};
   PagedMemory& memory = ThePagedMemory();
   const std::lock_guard guard(memory.Lock);
   const auto found = std::ranges::find_if(memory.Entries, [object](const Entry& entry) {
@@ -87,7 +86,7 @@ std::string FindPagedBlock(const void* object) {
 }
 
 void FollowLevel(const void* world, KIRQL level) {
-  if (g_count == 0) return;
+  if (!IsPagedMemoryInUse()) return;
   PagedMemory& memory = ThePagedMemory();
   const std::lock_guard guard(memory.Lock);
   for (Entry& entry : memory.Entries) {
@@ -96,7 +95,7 @@ void FollowLevel(const void* world, KIRQL level) {
 }
 
 bool PageIn(const void* address, FreedUse& use) noexcept {
-  if (g_count == 0) return false;
+  if (!IsPagedMemoryInUse()) return false;
   Entry* const entry = FindOut(address);
   if (entry == nullptr) return false;
   use = UseOf(entry->Block, address);
@@ -105,7 +104,7 @@ bool PageIn(const void* address, FreedUse& use) noexcept {
 }
 
 std::string DescribePagedOut(const void* address) {
-  const Entry* const entry = g_count != 0 ? FindOut(address) : nullptr;
+  const Entry* const entry = IsPagedMemoryInUse() ? FindOut(address) : nullptr;
   return entry != nullptr ? DescribeFreedUse(UseOf(entry->Block, address)) : std::string();
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -18,6 +19,14 @@ struct PagedBlock {
   void* Pages = nullptr;        ///< that nothing else shares; null: an access isn't noticed
   std::size_t PageBytes = 0;
 };
+
+/// Number of blocks of paged memory.
+extern constinit std::atomic<std::size_t> g_pagedBlocks;
+
+/// A driver whose memory is all nonpaged, as the camera's, costs no more than this.
+inline bool IsPagedMemoryInUse() {
+  return g_pagedBlocks.load(std::memory_order_relaxed) != 0;
+}
 
 /// @par Any thread
 void AddPagedBlock(const PagedBlock& block);

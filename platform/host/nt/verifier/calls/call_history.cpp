@@ -1,6 +1,5 @@
 #include "platform/host/nt/verifier/calls/call_history.h"
 
-#include <algorithm>
 #include <cstdio>
 
 #include "base/time_units.h"
@@ -10,8 +9,9 @@ namespace lidcam::host {
 std::string CallHistory::Text() const {
   const std::lock_guard guard(lock_);
   std::string text;
-  for (std::size_t i = count_ - std::min(count_, kKept); i < count_; ++i) {
-    const Entry& entry = entries_[i % kKept];
+  for (std::size_t i = 0; i < kKept; ++i) {
+    const Entry& entry = entries_[(next_ + i) % kKept];
+    if (entry.Call == nullptr) continue;
     std::array<char, 160> line{};
     std::snprintf(line.data(), line.size(), "  %14.7f s  thread %-3u level %u  %s %p\n",
                   base::SecondsOfUnits(entry.Time), entry.Thread, entry.Level, entry.Call,

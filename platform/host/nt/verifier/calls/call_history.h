@@ -25,7 +25,8 @@ class CallHistory {
 
   void Add(const Entry& entry) {
     const std::lock_guard guard(lock_);
-    entries_[count_++ % kKept] = entry;
+    entries_[next_] = entry;
+    if (++next_ == kKept) next_ = 0;
   }
 
   /// A line for each call, oldest first.
@@ -35,8 +36,8 @@ class CallHistory {
   static constexpr std::size_t kKept = 40;
 
   mutable base::ProcessMutex lock_;
-  std::array<Entry, kKept> entries_{};
-  std::size_t count_ = 0;
+  std::array<Entry, kKept> entries_{};  // without a call before it has one
+  std::size_t next_ = 0;                // also the oldest, once all entries are calls
 };
 
 }  // namespace lidcam::host
