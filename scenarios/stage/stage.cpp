@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstring>
 
 #include "bus/faults/random_faults.h"
 #include "bus/passing_bus.h"
@@ -141,7 +142,7 @@ LONGLONG Stage::AtSwitchPoint(const host::SwitchPlace& place) {
   }
   if (place.Self.HasStopped) trace_.NoteStoppedReader(place.Self);
   // A recovery is the driver's only work item, and frees it at its end. The driver of an image has no trace to tell.
-  if (place.Subject.Name == host::calls::kIoFreeWorkItem.Name) ++counts_.Recoveries;
+  if (std::strcmp(place.Subject.Name, host::calls::kIoFreeWorkItem.Name) == 0) ++counts_.Recoveries;
   return RunStalls().At(place, place.Self.World.Now());
 }
 
