@@ -1,10 +1,12 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <string>
 
 #include "bus/faults/fault_bus.h"
+#include "platform/host/nt/verifier/calls/call_rules.h"
 #include "scenarios/camera/interposer.h"
 #include "scenarios/camera/stamped_camera.h"
 #include "scenarios/camera/surroundings.h"
@@ -153,7 +155,7 @@ class Stage final : public RunChecks {
   LONGLONG ActAt(const host::SwitchPlace& place);
   // A recovery is the driver's only work item, and frees it at its end. The driver of an image has no trace to tell.
   static bool EndsRecovery(const host::SwitchPlace& place) {
-    return place.Subject.Name == host::calls::kIoFreeWorkItem.Name;
+    return std::strcmp(place.Subject.Name, host::calls::kIoFreeWorkItem.Name) == 0;
   }
   [[nodiscard]] bus::FaultScript WithoutOmitted(const bus::FaultScript& script);
   void CheckRequest(PIRP irp, const URB& urb);
