@@ -17,7 +17,7 @@ namespace lidcam::host {
 /// kernel call.
 ///
 /// Memory from TakeAlone() has pages of its own. Memory from TakeAmongOthers(), which costs less,
-/// shares four pages with its neighbours, and becomes inaccessible with the last of them. The last 64
+/// shares a page with its neighbours, and becomes inaccessible with the last of them. The last 64
 /// MiB of freed memory keep their bytes, and memory of 64 KiB and more until other memory of its size is taken;
 /// memory freed before that reads as zeros.
 ///

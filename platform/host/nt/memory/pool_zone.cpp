@@ -21,9 +21,6 @@ constexpr std::size_t kFreedBytesKept = std::size_t{64} << 20;
 // Made accessible together, so that few allocations need a system call.
 constexpr std::size_t kPagesOpenedAtOnce = 1024;
 
-// Become inaccessible together: a call of the system for each page would be a twentieth of a run.
-constexpr std::size_t kPagesShared = 4;
-
 // Pages that were moved never become one mapping with their new neighbours, and the system has a limit of 65,530.
 constexpr std::size_t kMostMoves = 8192;
 
@@ -137,12 +134,11 @@ void* PoolZone::TakeAtGuardPage(std::size_t size, std::uint32_t tag) {
 
 void* PoolZone::TakeAmongOthers(std::size_t size, std::uint32_t tag) {
   const std::size_t bytes = AlignedUp(size);
-  const std::size_t together = kPagesShared * PageSize();
-  if (sharedRun_ != kNone && sharedBytes_ + bytes > together) {
+  if (sharedRun_ != kNone && sharedBytes_ + bytes > PageSize()) {
     LetGo(std::exchange(sharedRun_, kNone));
   }
   if (sharedRun_ == kNone) {
-    if (!NewRun(together)) return nullptr;
+    if (!NewRun(PageSize())) return nullptr;
     sharedRun_ = runs_.size() - 1;
     sharedBytes_ = 0;
   }

@@ -31,7 +31,7 @@ class PoolZone {
 
   /// Memory with pages of its own. Null when all addresses have been given out, as for the next two.
   [[nodiscard]] void* TakeAlone(std::size_t size, std::uint32_t tag);
-  /// Memory that shares four pages with that which is taken next.
+  /// Memory that shares a page with that which is taken next.
   [[nodiscard]] void* TakeAmongOthers(std::size_t size, std::uint32_t tag);
   /// Memory that ends at a page that is never accessible.
   [[nodiscard]] void* TakeAtGuardPage(std::size_t size, std::uint32_t tag);

@@ -38,8 +38,7 @@ bool MayBeWrong(const CallRule& rule, const Thread& self) {
          (rule.Effect != CallEffect::None && self.AllocationFreePath != nullptr);
 }
 
-[[gnu::cold]] [[gnu::noinline]] void CheckRules(const CallRule& rule, Thread& self,
-                                                const void* object) {
+[[gnu::cold]] void CheckRules(const CallRule& rule, Thread& self, const void* object) {
   CheckFreedUse(rule, self);
   CheckLevel(rule, self);
   CheckResidence(rule, self, object);

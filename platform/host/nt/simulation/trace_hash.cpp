@@ -59,7 +59,7 @@ std::size_t OwnPlaceOf(const char* name) {
   return nullptr;
 }
 
-[[gnu::cold]] [[gnu::noinline]] std::uint64_t HashWithSearch(std::uint64_t hash, const char* name) {
+[[gnu::cold]] std::uint64_t HashWithSearch(std::uint64_t hash, const char* name) {
   const NameEffect* const effect = FindOrMake(name);
   return effect != nullptr ? effect->On(hash) : base::FnvHash(hash, std::string_view(name));
 }

@@ -127,12 +127,12 @@ TEST_F(FreedPool, StillHoldsItsBytesForTheThreadThatUsesIt) {
   EXPECT_EQ(read, 0x11);
 }
 
-// Blocks of the same four pages become inaccessible together.
+// Blocks of one page become inaccessible together.
 TEST_F(FreedPool, UseOfASmallBlockIsFoundOnceItsNeighboursAreFreedToo) {
-  constexpr std::size_t kMoreThanFourPages = 400;
+  constexpr std::size_t kMoreThanAPage = 200;
   EXPECT_THAT(ViolationOf([] {
                 std::vector<UCHAR*> blocks;
-                while (blocks.size() < kMoreThanFourPages) blocks.push_back(Allocate(24));
+                while (blocks.size() < kMoreThanAPage) blocks.push_back(Allocate(24));
                 for (UCHAR* const block : blocks) ExFreePool(block);
                 static_cast<void>(Read(blocks[3], 23));
               }),
