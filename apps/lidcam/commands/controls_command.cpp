@@ -94,6 +94,7 @@ ControlValues ReadValues(const nlohmann::json& values) {
 /// The controls of these names; all controls if no name is given.
 std::vector<const CameraControl*> ControlsNamed(const std::vector<std::string>& names) {
   std::vector<const CameraControl*> controls;
+  controls.reserve(names.size());
   for (const std::string& name : names) controls.push_back(&FindControl(name));
   if (controls.empty()) {
     for (const CameraControl& control : AllControls()) controls.push_back(&control);
