@@ -5,11 +5,24 @@ delivers the picture that they are missing from, and drops some behind it: so a 
 one of the driver's only where at least two more are missing.
 """
 
+import hashlib
+
 LOST_WITH_A_CUT_PICTURE = 2
 
 
 class WrongPictures(Exception):
     """In a line."""
+
+
+def pictures_of(name, data, length):
+    """The pictures of so many bytes each, whole."""
+    if len(data) % length:
+        raise WrongPictures(f"{name}: {len(data)} bytes are no whole pictures of {length}")
+    return [data[at:at + length] for at in range(0, len(data), length)]
+
+
+def digests_of(name, data, length):
+    return [hashlib.sha256(picture).hexdigest() for picture in pictures_of(name, data, length)]
 
 
 def check_pictures(name, seen, sent):

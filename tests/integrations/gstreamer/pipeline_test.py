@@ -3,7 +3,6 @@
 Usage: python3 pipeline_test.py LIDCAM PLUGIN_FOLDER CMAKE BUILD_FOLDER [unittest arguments]
 """
 
-import hashlib
 import os
 import pathlib
 import re
@@ -16,7 +15,7 @@ import unittest
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), ".."))
 
-from sent_pictures import check_pictures  # noqa: E402
+from sent_pictures import check_pictures, digests_of  # noqa: E402
 
 LIDCAM = os.path.abspath(sys.argv.pop(1))
 PLUGINS = os.path.abspath(sys.argv.pop(1))
@@ -38,10 +37,6 @@ for _ in range(3):
         sys.exit("no picture")
     print(picture.shape, hashlib.sha256(picture.tobytes()).hexdigest())
 """
-
-
-def digests(pictures, image_bytes):
-    return [hashlib.sha256(pictures[at:at + image_bytes]).hexdigest() for at in range(0, len(pictures), image_bytes)]
 
 
 class PipelineTest(unittest.TestCase):
@@ -84,9 +79,9 @@ class PipelineTest(unittest.TestCase):
             self.launch("lidcamsrc", f"camera={camera}", "num-buffers=10", "!",
                         f"video/x-raw,width={width},height={height},framerate=30/1", "!",
                         "filesink", "location=" + self.path("gstreamer.yuy2"))
-            seen = digests(self.read("gstreamer.yuy2"), image_bytes)
+            seen = digests_of(size, self.read("gstreamer.yuy2"), image_bytes)
             self.assertEqual(len(seen), 10)
-            check_pictures(size, seen, digests(self.pictures_of_the_camera(size, 120, camera), image_bytes))
+            check_pictures(size, seen, digests_of(size, self.pictures_of_the_camera(size, 120, camera), image_bytes))
 
     def test_another_seed_gives_other_pictures(self):
         self.launch("lidcamsrc", "camera=sim:1af0:0511,seed=3", "num-buffers=2", "!",

@@ -1,6 +1,5 @@
 """PipeWire and WirePlumber without a desktop, in folders and on a session bus of their own."""
 
-import hashlib
 import json
 import os
 import pathlib
@@ -9,6 +8,8 @@ import subprocess
 import sys
 import tempfile
 import time
+
+import sent_pictures
 
 LIMIT = 120  # seconds; many times what anything here takes
 ON_OWN_BUS = "LIDCAM_TEST_ON_OWN_BUS"
@@ -179,15 +180,11 @@ class Desktop:
 
 def pictures(path, size):
     """The pictures of a file, whole."""
-    length = 2 * size[0] * size[1]
-    data = pathlib.Path(path).read_bytes()
-    if len(data) % length:
-        raise AssertionError(f"{path}: {len(data)} bytes are no whole pictures of {length}")
-    return [data[at:at + length] for at in range(0, len(data), length)]
+    return sent_pictures.pictures_of(path, pathlib.Path(path).read_bytes(), 2 * size[0] * size[1])
 
 
 def digests(path, size):
-    return [hashlib.sha256(picture).hexdigest() for picture in pictures(path, size)]
+    return sent_pictures.digests_of(path, pathlib.Path(path).read_bytes(), 2 * size[0] * size[1])
 
 
 def is_notice(picture):
