@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -29,14 +30,21 @@ class FrameThread : public ::testing::TestWithParam<std::uint16_t> {
   FrameThread() { host::SetWdmVersion(GetParam()); }
   ~FrameThread() override { host::SetWdmVersion(0x0130); }
 
-  /// Runs a scenario in which StallFrameThread() stops the driver's frame thread for kStall, once.
-  void RunWithFrameThread(const Scenario& scenario) {
+  /// Runs a scenario with a stream of the smallest pictures, in which StallFrameThread() stops the driver's frame thread
+  /// for kStall, once.
+  void RunWithStream(const std::function<void(Stream& stream)>& scenario) {
     bus::SimulatedBus bus({});
     const host::SimulationOptions options{
         .AtSwitchPoint = [this](const host::SwitchPlace& place) { return At(place); }};
     testbed::RunInVirtualTime(options, [&] {
       Host host(bus);
-      testbed::RunThenEnd([&] { scenario(host); }, [&] { host.Close(); });
+      testbed::RunThenEnd(
+          [&] {
+            const Camera camera = host.Open();
+            Stream stream(camera, camera.FormatOf(160, 120));
+            scenario(stream);
+          },
+          [&] { host.Close(); });
     });
   }
 
@@ -89,9 +97,7 @@ class FrameThread : public ::testing::TestWithParam<std::uint16_t> {
 
 // The lowest priority that other threads' work doesn't lower.
 TEST_P(FrameThread, RunsAtPrioritySixteen) {
-  RunWithFrameThread([this](Host& host) {
-    const Camera camera = host.Open();
-    Stream stream(camera, camera.FormatOf(160, 120));
+  RunWithStream([this](Stream& stream) {
     stream.Run();
     EXPECT_EQ(TakeFrames(stream, 2), STATUS_SUCCESS);
     EXPECT_EQ(Priority(), 16);
@@ -100,9 +106,7 @@ TEST_P(FrameThread, RunsAtPrioritySixteen) {
 
 // What the frame thread uses is freed behind the stop.
 TEST_P(FrameThread, EndsAheadOfTheStopOfItsStream) {
-  RunWithFrameThread([this](Host& host) {
-    const Camera camera = host.Open();
-    Stream stream(camera, camera.FormatOf(160, 120));
+  RunWithStream([this](Stream& stream) {
     for (int round = 0; round < 3; ++round) {
       stream.Run();
       EXPECT_EQ(TakeFrames(stream, 1), STATUS_SUCCESS);
@@ -117,9 +121,7 @@ TEST_P(FrameThread, EndsAheadOfTheStopOfItsStream) {
 
 // A start finds the transfer in use and only asks for it; the pause behind it takes that back.
 TEST_P(FrameThread, SubmitsNoTransferOfAStreamThatWasPausedMeanwhile) {
-  RunWithFrameThread([this](Host& host) {
-    const Camera camera = host.Open();
-    Stream stream(camera, camera.FormatOf(160, 120));
+  RunWithStream([this](Stream& stream) {
     for (int round = 0; round < 3; ++round) {
       stream.Run();
       EXPECT_EQ(TakeFrames(stream, 1), STATUS_SUCCESS);
