@@ -140,7 +140,7 @@ LONGLONG Stage::ActAt(const host::SwitchPlace& place) {
   }
   if (place.Self.HasStopped) trace_.NoteStoppedReader(place.Self);
   if (EndsRecovery(place)) ++counts_.Recoveries;
-  return RunStalls().ArePlanned() ? RunStalls().At(place, place.Self.World.Now()) : 0;
+  return RunStalls().At(place, place.Self.World.Now());
 }
 
 bus::FaultScript Stage::DrawFaults() {

@@ -75,7 +75,6 @@ void RemovePagedBlock(const void* memory) {
 }
 
 std::string FindPagedBlock(const void* object) {
-  if (!IsPagedMemoryInUse()) return {};
   PagedMemory& memory = ThePagedMemory();
   const std::lock_guard guard(memory.Lock);
   const auto found = std::ranges::find_if(memory.Entries, [object](const Entry& entry) {
@@ -86,7 +85,6 @@ std::string FindPagedBlock(const void* object) {
 }
 
 void FollowLevel(const void* world, KIRQL level) {
-  if (!IsPagedMemoryInUse()) return;
   PagedMemory& memory = ThePagedMemory();
   const std::lock_guard guard(memory.Lock);
   for (Entry& entry : memory.Entries) {

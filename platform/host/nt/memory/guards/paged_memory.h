@@ -33,11 +33,12 @@ void AddPagedBlock(const PagedBlock& block);
 /// Does nothing for other memory.
 void RemovePagedBlock(const void* memory);
 
-/// The block of paged memory that contains an object, as reports name it; empty if none does.
+/// The block of paged memory that contains an object, as reports name it; empty if none does. For callers that know
+/// of paged memory in use.
 [[nodiscard]] std::string FindPagedBlock(const void* object);
 
 /// A thread of a world in which one thread runs at a time goes on at this level: from dispatch level on the world's
-/// paged pages are inaccessible.
+/// paged pages are inaccessible. For callers that know of paged memory in use.
 void FollowLevel(const void* world, KIRQL level);
 
 /// For the signal handler: lets an access to a page that is paged out continue.
