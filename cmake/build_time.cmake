@@ -9,6 +9,12 @@ if(LIDCAM_LLD AND BUILD_TESTING AND NOT WIN32)
   add_link_options(-fuse-ld=lld)
 endif()
 
+# g++ collects its garbage first at 128 MB, where the largest sources are at 1.2 GB without any collection. It needs a
+# seventh less time when it begins at 500 MB, and a tenth more memory.
+if(LIDCAM_SHARED_COMPILES AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND NOT WIN32)
+  add_compile_options(--param=ggc-min-heapsize=500000)
+endif()
+
 # lidcam_compile_together(TARGET source...): compiles sources of a target as one.
 function(lidcam_compile_together target)
   if(LIDCAM_SHARED_COMPILES)
@@ -69,7 +75,7 @@ endfunction()
 # its packaging, which may be before the last build: neither the build tool nor the compiler's own
 # dependencies detect an update of them, and clang++ then refuses the precompiled header. This
 # header, the first in each precompiled one, is rewritten when a package changes.
-if(LIDCAM_SHARED_COMPILES AND NOT WIN32)
+if(LIDCAM_SHARED_COMPILES)
   set(lidcam_system_headers "${CMAKE_BINARY_DIR}/system_headers.h")
   add_custom_target(lidcam_system_headers
     COMMAND "${CMAKE_COMMAND}" "-DOUTPUT=${lidcam_system_headers}"
@@ -121,4 +127,16 @@ function(lidcam_host_headers)
     lidcam_precompile_host_headers(lidcam_cold_host_headers ${arg_COLD})
     target_compile_options(lidcam_cold_host_headers PRIVATE ${lidcam_cold_code})
   endif()
+endfunction()
+
+# lidcam_precompile_kernel(TARGET...): the platform's headers of a kernel image, three quarters of what the compiler
+# does for one of its sources. The code is the same without.
+function(lidcam_precompile_kernel)
+  if(NOT LIDCAM_SHARED_COMPILES)
+    return()
+  endif()
+  foreach(target ${ARGN})
+    add_dependencies(${target} lidcam_system_headers)
+    target_precompile_headers(${target} PRIVATE "${lidcam_system_headers}" "${PROJECT_SOURCE_DIR}/platform/kernel.h")
+  endforeach()
 endfunction()
