@@ -102,7 +102,7 @@ SUBJECTS = {
         "library/camera/source/camera_source.cpp",
         "apps/lidcam/commands/*.cpp",
         "apps/lidcam/options/fault_option.cpp",
-        "apps/lidcam/main.cpp",
+        "apps/lidcam/program.cpp",
         "apps/lidcam/plot/frame_log_reader.cpp",
         "library/settings/stream_size.cpp",
         "library/base/units.cpp",
