@@ -104,6 +104,8 @@ function(lidcam_room room below objects)
   add_executable(link_${name} EXCLUDE_FROM_ALL $<TARGET_OBJECTS:lidcam_rooms_main>)
   target_link_libraries(link_${name} PRIVATE
     "$<LINK_LIBRARY:WHOLE_ARCHIVE,room_${name}>" ${below} lidcam_rooms_libraries)
+  # Only whether it links matters: most of the time would go into writing what debuggers read.
+  target_link_options(link_${name} PRIVATE LINKER:--strip-all)
   set_target_properties(link_${name} PROPERTIES LINKER_LANGUAGE CXX
     RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/rooms")
   add_dependencies(rooms link_${name})
