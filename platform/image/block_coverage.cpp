@@ -9,7 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "platform/image/image_file.h"
+#include "platform/image/file/image_file.h"
 #include "platform/image/processor_traps.h"
 
 namespace lidcam::image {

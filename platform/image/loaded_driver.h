@@ -7,7 +7,7 @@
 
 #include "platform/host/nt/declarations/nt_declarations.h"
 #include "platform/image/block_coverage.h"
-#include "platform/image/image_file.h"
+#include "platform/image/file/image_file.h"
 #include "platform/image/processor_traps.h"
 #include "platform/image/stack_switch.h"
 

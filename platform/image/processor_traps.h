@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "platform/image/image_file.h"
+#include "platform/image/file/image_file.h"
 
 namespace lidcam::image {
 

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string>
 
-#include "platform/image/image_file.h"
+#include "platform/image/file/image_file.h"
 
 namespace lidcam::image {
 

@@ -22,7 +22,7 @@
 #include "library/base/command_error.h"
 #include "library/base/interrupt.h"
 #include "platform/host/nt/memory/pool_arena.h"
-#include "platform/image/image_file.h"
+#include "platform/image/file/image_file.h"
 #include "scenarios/guide.h"
 #include "scenarios/minimizer.h"
 #include "scenarios/runner.h"

@@ -8,7 +8,7 @@
 #include "library/base/command_error.h"
 #include "library/base/interrupt.h"
 #include "library/camera/source/plugged_camera.h"
-#include "platform/image/image_file.h"
+#include "platform/image/file/image_file.h"
 #include "testbed/installed_driver.h"
 
 namespace lidcam::app {

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/image/image_file.h"
+#include "platform/image/file/image_file.h"
 
 namespace lidcam::image {
 

@@ -1,4 +1,4 @@
-#include "platform/image/image_file.h"
+#include "platform/image/file/image_file.h"
 
 #include <algorithm>
 #include <cctype>
@@ -9,7 +9,7 @@
 #include <iterator>
 #include <utility>
 
-#include "platform/image/catalogue.h"
+#include "platform/image/file/catalogue.h"
 
 namespace lidcam::image {
 namespace {

@@ -1,10 +1,10 @@
-#include "platform/image/catalogue.h"
+#include "platform/image/file/catalogue.h"
 
 #include <sha2.h>
 
 #include <algorithm>
 
-#include "platform/image/image_file.h"
+#include "platform/image/file/image_file.h"
 
 namespace lidcam::image {
 namespace {

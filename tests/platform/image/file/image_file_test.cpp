@@ -1,4 +1,4 @@
-#include "platform/image/image_file.h"
+#include "platform/image/file/image_file.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

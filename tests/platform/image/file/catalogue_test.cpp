@@ -1,4 +1,4 @@
-#include "platform/image/catalogue.h"
+#include "platform/image/file/catalogue.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
