@@ -29,9 +29,10 @@ class BridgeWrites final : public bus::PassingBus {
   bus::ControlResult ControlTransfer(const bus::SetupPacket& setup,
                                      std::span<std::uint8_t> data) override {
     constexpr std::uint8_t kVendorWrite = 0x40;
-    constexpr std::uint16_t kBridge = 0xFF00;
-    constexpr std::uint16_t kSelect = 0xFFFF;  // precedes each access
-    if (setup.RequestType == kVendorWrite && setup.Index >= kBridge && setup.Index != kSelect)
+    constexpr std::uint16_t kFirstRegister = 0xFF00;
+    constexpr std::uint16_t kSelection = 0xFFFF;  // precedes each access
+    if (setup.RequestType == kVendorWrite && setup.Index >= kFirstRegister &&
+        setup.Index != kSelection)
       writes_.emplace_back(setup.Index, setup.Value);
     return PassingBus::ControlTransfer(setup, data);
   }
