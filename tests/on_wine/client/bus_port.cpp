@@ -2,7 +2,7 @@
 
 #include <string_view>
 
-#include "tests/on_wine/client/device_interface.h"
+#include "tests/on_wine/client/device/device_interface.h"
 #include "tests/on_wine/client/report.h"
 
 namespace lidcam::wine {

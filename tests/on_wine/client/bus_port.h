@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "tests/on_wine/client/device_file.h"
+#include "tests/on_wine/client/device/device_file.h"
 
 namespace lidcam::wine {
 

@@ -5,13 +5,13 @@
 #include <optional>
 
 #include "tests/on_wine/client/bus_port.h"
-#include "tests/on_wine/client/camera_stream.h"
-#include "tests/on_wine/client/control_trial.h"
-#include "tests/on_wine/client/device_interface.h"
-#include "tests/on_wine/client/driver_installation.h"
-#include "tests/on_wine/client/frame_record.h"
+#include "tests/on_wine/client/camera/camera_stream.h"
+#include "tests/on_wine/client/camera/control_trial.h"
+#include "tests/on_wine/client/camera/frame_record.h"
+#include "tests/on_wine/client/device/device_interface.h"
+#include "tests/on_wine/client/device/driver_installation.h"
+#include "tests/on_wine/client/device/saved_settings.h"
 #include "tests/on_wine/client/report.h"
-#include "tests/on_wine/client/saved_settings.h"
 
 namespace lidcam::wine {
 namespace {

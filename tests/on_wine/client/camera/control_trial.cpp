@@ -1,4 +1,4 @@
-#include "tests/on_wine/client/control_trial.h"
+#include "tests/on_wine/client/camera/control_trial.h"
 
 #include "tests/on_wine/client/report.h"
 

@@ -7,7 +7,7 @@
 #include <span>
 #include <vector>
 
-#include "tests/on_wine/client/camera_file.h"
+#include "tests/on_wine/client/camera/camera_file.h"
 
 namespace lidcam::wine {
 

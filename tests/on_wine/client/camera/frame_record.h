@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <string>
 
-#include "tests/on_wine/client/camera_stream.h"
+#include "tests/on_wine/client/camera/camera_stream.h"
 
 namespace lidcam::wine {
 

@@ -1,4 +1,4 @@
-#include "tests/on_wine/client/camera_stream.h"
+#include "tests/on_wine/client/camera/camera_stream.h"
 
 #include <cstring>
 

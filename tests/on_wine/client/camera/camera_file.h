@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/on_wine/client/device_file.h"
+#include "tests/on_wine/client/device/device_file.h"
 
 namespace lidcam::wine {
 

@@ -1,4 +1,4 @@
-#include "tests/on_wine/client/saved_settings.h"
+#include "tests/on_wine/client/device/saved_settings.h"
 
 #include <setupapi.h>
 #include <winternl.h>
@@ -7,7 +7,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "tests/on_wine/client/control_trial.h"
+#include "tests/on_wine/client/camera/control_trial.h"
 #include "tests/on_wine/client/report.h"
 
 // User mode's headers lack these two.

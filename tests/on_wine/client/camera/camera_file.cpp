@@ -1,4 +1,4 @@
-#include "tests/on_wine/client/camera_file.h"
+#include "tests/on_wine/client/camera/camera_file.h"
 
 #include <cstring>
 #include <initializer_list>

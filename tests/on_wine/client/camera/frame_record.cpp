@@ -1,4 +1,4 @@
-#include "tests/on_wine/client/frame_record.h"
+#include "tests/on_wine/client/camera/frame_record.h"
 
 #include "tests/on_wine/client/report.h"
 

@@ -2,7 +2,7 @@
 
 #include <span>
 
-#include "tests/on_wine/client/camera_file.h"
+#include "tests/on_wine/client/camera/camera_file.h"
 
 namespace lidcam::wine {
 

@@ -1,4 +1,4 @@
-#include "tests/on_wine/client/device_file.h"
+#include "tests/on_wine/client/device/device_file.h"
 
 #include <cstdio>
 #include <cstdlib>

@@ -1,4 +1,4 @@
-#include "tests/on_wine/client/driver_installation.h"
+#include "tests/on_wine/client/device/driver_installation.h"
 
 #include <windows.h>
 //

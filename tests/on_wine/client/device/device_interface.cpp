@@ -1,4 +1,4 @@
-#include "tests/on_wine/client/device_interface.h"
+#include "tests/on_wine/client/device/device_interface.h"
 
 #include <setupapi.h>
 
