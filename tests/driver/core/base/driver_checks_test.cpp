@@ -8,7 +8,6 @@
 #include <functional>
 #include <iterator>
 #include <map>
-#include <regex>
 #include <string>
 
 #include "driver/avstream/device/rundown.h"
@@ -27,6 +26,7 @@
 #include "driver/sensor/registers/register_access.h"
 #include "driver/usb/transfers/transfer_ownership.h"
 #include "platform/host/nt/verifier/verifier.h"
+#include "tests/base/pattern.h"
 
 namespace lidcam::test {
 namespace {
@@ -124,8 +124,7 @@ std::string ReadText(const std::filesystem::path& path) {
 }
 
 std::ptrdiff_t Count(const std::string& text, const std::string& pattern) {
-  const std::regex regex(pattern);
-  return std::distance(std::sregex_iterator(text.begin(), text.end(), regex), {});
+  return std::ssize(MatchesOf(text, pattern));
 }
 
 /// The sources of each folder of the driver as one text.

@@ -6,9 +6,10 @@
 #include <algorithm>
 #include <fstream>
 #include <iterator>
-#include <regex>
 #include <string>
 #include <vector>
+
+#include "tests/base/pattern.h"
 
 namespace lidcam::test {
 namespace {
@@ -29,11 +30,8 @@ std::string Between(const std::string& text, const std::string& begin, const std
 }
 
 std::vector<std::string> AddressesIn(const std::string& text, const std::string& pattern) {
-  const std::regex regex(pattern);
   std::vector<std::string> found;
-  for (std::sregex_iterator at(text.begin(), text.end(), regex), end; at != end; ++at) {
-    found.push_back((*at)[1]);
-  }
+  for (const PatternMatch& address : MatchesOf(text, pattern)) found.push_back(address.Group);
   std::sort(found.begin(), found.end());
   found.erase(std::unique(found.begin(), found.end()), found.end());
   return found;
@@ -42,20 +40,14 @@ std::vector<std::string> AddressesIn(const std::string& text, const std::string&
 // "0xFF31 to 0xFF3F" counts by its first; a register of unknown use has no name.
 std::vector<std::string> DocumentedIn(const std::string& section, std::size_t column) {
   std::vector<std::string> found;
-  const std::regex cell(R"(\|([^|]*))");
   for (std::size_t begin = 0; begin < section.size();) {
     const std::size_t end = std::min(section.find('\n', begin), section.size());
     const std::string line = section.substr(begin, end - begin);
     begin = end + 1;
-    std::vector<std::string> cells;
-    for (std::sregex_iterator at(line.begin(), line.end(), cell), last; at != last; ++at) {
-      cells.push_back((*at)[1]);
-    }
-    if (cells.size() <= column + 1 || cells[column + 1].starts_with(" open")) continue;
-    const std::string registers =
-        std::regex_replace(cells[column], std::regex("to 0x[0-9A-F]{4}"), "");
-    for (const std::string& address : AddressesIn(registers, "(0xFF[0-9A-F]{2})")) {
-      found.push_back(address);
+    const std::vector<PatternMatch> cells = MatchesOf(line, R"(\|([^|]*))");
+    if (cells.size() <= column + 1 || cells[column + 1].Group.starts_with(" open")) continue;
+    for (const PatternMatch& address : MatchesOf(cells[column].Group, "(to )?0xFF[0-9A-F]{2}")) {
+      if (!address.Text.starts_with("to ")) found.push_back(address.Text);
     }
   }
   std::sort(found.begin(), found.end());

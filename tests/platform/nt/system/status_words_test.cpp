@@ -5,9 +5,10 @@
 
 #include <fstream>
 #include <iterator>
-#include <regex>
 #include <set>
 #include <string>
+
+#include "tests/base/pattern.h"
 
 namespace lidcam::test {
 namespace {
@@ -16,11 +17,10 @@ namespace {
 std::set<NTSTATUS> StatusesOf(const std::string& header) {
   std::ifstream file(std::string(LIDCAM_SOURCE_ROOT "/platform/host/nt/declarations/") + header);
   const std::string text{std::istreambuf_iterator<char>(file), {}};
-  const std::regex declaration(
-      R"(#define STATUS_\w+ \(static_cast<NTSTATUS>\(0x([0-9A-F]{8})\)\))");
   std::set<NTSTATUS> statuses;
-  for (std::sregex_iterator at(text.begin(), text.end(), declaration), end; at != end; ++at) {
-    statuses.insert(static_cast<NTSTATUS>(std::stoul((*at)[1], nullptr, 16)));
+  for (const PatternMatch& declaration :
+       MatchesOf(text, R"(#define STATUS_\w+ \(static_cast<NTSTATUS>\(0x([0-9A-F]{8})\)\))")) {
+    statuses.insert(static_cast<NTSTATUS>(std::stoul(declaration.Group, nullptr, 16)));
   }
   return statuses;
 }
