@@ -76,6 +76,9 @@ class Process:
         self._process.kill()
         self._process.wait()
 
+# What GStreamer knows of its plugins: each test would look through all of them again.
+REGISTRY = tempfile.TemporaryDirectory(prefix="lidcam-test-registry-")
+
 
 class Desktop:
     """PipeWire, its session manager and lidcam in a temporary folder."""
@@ -84,7 +87,8 @@ class Desktop:
         self._lidcam = lidcam
         self.folder = pathlib.Path(tempfile.mkdtemp(prefix="lidcam-pipewire-"))
         self.environment = dict(os.environ, HOME=str(self.folder), LIDCAM_HOME=str(self.path("home")),
-                                LIDCAM_SYSTEM_ROOT=str(self.folder), GST_REGISTRY=str(self.path("registry")))
+                                LIDCAM_SYSTEM_ROOT=str(self.folder),
+                                GST_REGISTRY=os.path.join(REGISTRY.name, "registry"))
         for name in ("RUNTIME_DIR", "CONFIG_HOME", "STATE_HOME", "CACHE_HOME", "DATA_HOME"):
             folder = self.path(name.lower())
             folder.mkdir(mode=0o700)

@@ -18,6 +18,9 @@ from rtsp_viewer import Refused, Viewer
 
 LIDCAM = os.path.abspath(sys.argv.pop(1))
 
+# What GStreamer knows of its plugins: each test would look through all of them again.
+REGISTRY = tempfile.TemporaryDirectory(prefix="lidcam-test-registry-")
+
 
 def end(process):
     process.kill()
@@ -30,7 +33,8 @@ class RtspTest(unittest.TestCase):
         self.folder = tempfile.mkdtemp(prefix="lidcam-test-")
         self.addCleanup(shutil.rmtree, self.folder)
         self.environment = dict(os.environ, LIDCAM_HOME=self.path("home"), LIDCAM_CAMERA="sim",
-                                XDG_RUNTIME_DIR=self.folder, GST_REGISTRY=self.path("registry"))
+                                XDG_RUNTIME_DIR=self.folder,
+                                GST_REGISTRY=os.path.join(REGISTRY.name, "registry"))
 
     def path(self, name):
         return os.path.join(self.folder, name)
