@@ -67,8 +67,8 @@ void RealTimeScheduler::BlockUntil(Thread& self, std::unique_lock<WorldLock>& gu
                                    const TimerEntry& limit) {
   const auto end = PointOf(due);
   while (!self.Woken.IsSet) {
-    SleepFor(self.Woken, guard, &end);
-    if (!self.Woken.IsSet && Now() >= due) limit.Expire(*this, limit.Object);
+    const bool hasCome = SleepFor(self.Woken, guard, &end);
+    if (hasCome && !self.Woken.IsSet) limit.Expire(*this, limit.Object);
   }
   self.Woken.IsSet = 0;
 }

@@ -77,7 +77,7 @@ Thread* SetCurrentThread(Thread* thread) {
 void SetLevel(Thread& self, KIRQL level) {
   self.Level = level;
   if (IsPagedMemoryInUse()) FollowLevel(&self.World, level);
-  if (level < DISPATCH_LEVEL) self.Late.WakeAll();
+  if (level < DISPATCH_LEVEL && !self.Late.IsEmpty()) self.Late.WakeAll();
 }
 
 void CountSimulations(int change) {
