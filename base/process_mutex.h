@@ -1,6 +1,6 @@
 #pragma once
 
-#include <mutex>
+#include "base/inline_mutex.h"
 
 #if __has_include(<sys/single_threaded.h>)
 #include <sys/single_threaded.h>
@@ -21,14 +21,11 @@ class ProcessMutex {
 
   // Named as the standard library's lock guards expect.
   void lock() {
-    if (HasOneThread()) return;
-    mutex_.lock();
-    isLocked_ = true;
+    if (!HasOneThread()) mutex_.lock();
   }
   void unlock() {
-    if (!isLocked_) return;
-    isLocked_ = false;
-    mutex_.unlock();
+    // It isn't locked if the process had one thread then.
+    if (mutex_.IsLocked()) mutex_.unlock();
   }
 
  private:
@@ -41,8 +38,7 @@ class ProcessMutex {
 #endif
   }
 
-  std::mutex mutex_;
-  bool isLocked_ = false;  ///< by this process's present or a former number of threads
+  InlineMutex mutex_;
 };
 
 }  // namespace lidcam::base

@@ -15,8 +15,9 @@ namespace {
 
 struct Entry {
   std::shared_ptr<HandleObject> Object;
-  const Thread*
-      Application;  ///< thread of the application in whose table it stands; null: the system's table
+  /// Identity of the application's thread in whose table it stands; 0: the system's table. The thread may be gone, as
+  /// after a run that stopped, and another one be at its address.
+  std::uint64_t Application = 0;
 };
 
 // Never destroyed: a driver may close handles during static destruction.
@@ -65,14 +66,14 @@ std::uintptr_t FindEntryOf(const Thread& application) {
   HandleTable& table = TheTable();
   const std::lock_guard guard(table.Lock);
   const auto found = std::ranges::find_if(table.Entries, [&application](const auto& entry) {
-    return entry.second.Application == &application;
+    return entry.second.Application == application.Identity;
   });
   return found != table.Entries.end() ? found->first : 0;
 }
 
 void CheckTable(HANDLE handle, const Entry& entry) {
   const Thread& self = CurrentThread();
-  if (entry.Application == &self && self.ApplicationRequests != 0) return;
+  if (entry.Application == self.Identity && self.ApplicationRequests != 0) return;
   if (self.World.IsStopping()) return;
   ReportViolation(self.LastCall, DescribeObject("handle", handle) +
                                      " stands in the table of an application, and isn't used in "
@@ -90,7 +91,7 @@ bool IsRequiredWithoutAttribute(std::string_view call) {
 }  // namespace
 
 HANDLE OpenHandle(std::shared_ptr<HandleObject> object) {
-  return Insert({std::move(object), nullptr});
+  return Insert({std::move(object), 0});
 }
 
 HANDLE OpenHandleOfDriver(const char* call, const OBJECT_ATTRIBUTES* attributes,
@@ -104,7 +105,7 @@ HANDLE OpenHandleOfDriver(const char* call, const OBJECT_ATTRIBUTES* attributes,
                     "without OBJ_KERNEL_HANDLE the handle stands in the table of the application "
                     "whose request runs");
   }
-  return Insert({std::move(object), &self});
+  return Insert({std::move(object), self.Identity});
 }
 
 ApplicationRequest::ApplicationRequest() : before_(CurrentThread().ApplicationRequests++) {}
@@ -124,7 +125,7 @@ void ApplicationRequest::End() const {
 
 std::shared_ptr<HandleObject> FindHandle(HANDLE handle) {
   const Entry entry = FindEntry(handle);
-  if (entry.Application != nullptr) CheckTable(handle, entry);
+  if (entry.Application != 0) CheckTable(handle, entry);
   return entry.Object;
 }
 

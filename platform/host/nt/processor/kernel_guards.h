@@ -38,6 +38,16 @@ class SpinLockGuard {
   KIRQL before_ = PASSIVE_LEVEL;
 };
 
+/// Runs `action` under a spin lock, as with a SpinLockGuard, whose look at the exceptions in flight takes longer than
+/// most actions. If `action` throws, the world stops, and the lock isn't released.
+template <typename Action>
+void UnderSpinLock(KSPIN_LOCK& lock, const Action& action) {
+  KIRQL before = PASSIVE_LEVEL;
+  KeAcquireSpinLock(&lock, &before);
+  action();
+  KeReleaseSpinLock(&lock, before);
+}
+
 /// Raises the caller to DISPATCH_LEVEL.
 class DispatchLevelGuard {
  public:

@@ -17,6 +17,22 @@ KSPIN_LOCK OwnerValue(const Thread& thread) {
   return reinterpret_cast<KSPIN_LOCK>(&thread);
 }
 
+constexpr const char* kHeld = "is still held";
+
+void CheckOwner(const CallRule& rule, const Thread& self, PKSPIN_LOCK lock) {
+  if (std::atomic_ref(*lock).load(std::memory_order_relaxed) == OwnerValue(self)) return;
+  ReportViolation(rule.Name, DescribeObject("spin lock", lock) + " isn't held by this thread");
+}
+
+void LetGo(Thread& self, PKSPIN_LOCK lock) {
+  if (!self.Held.empty() && self.Held.back() == lock) {
+    self.Held.pop_back();
+  } else {
+    std::erase(self.Held, lock);
+  }
+  std::atomic_ref(*lock).store(0, std::memory_order_release);
+}
+
 }  // namespace
 
 void AcquireKernelLock(const CallRule& rule, Thread& self, PKSPIN_LOCK lock) {
@@ -33,29 +49,47 @@ void AcquireKernelLock(const CallRule& rule, Thread& self, PKSPIN_LOCK lock) {
     self.World.SwitchPoint(self, rule.Name, SwitchKind::Spin);
   }
   self.Held.push_back(lock);
-  SetObjectInUse(lock, "is still held");
+  SetObjectInUse(lock, kHeld);
 }
 
 void ReleaseKernelLock(const CallRule& rule, Thread& self, PKSPIN_LOCK lock) {
-  std::atomic_ref<KSPIN_LOCK> value(*lock);
-  if (value.load(std::memory_order_relaxed) != OwnerValue(self)) {
-    ReportViolation(rule.Name, DescribeObject("spin lock", lock) + " isn't held by this thread");
-  }
-  std::erase(self.Held, lock);
+  CheckOwner(rule, self, lock);
   SetObjectInUse(lock, nullptr);
-  value.store(0, std::memory_order_release);
+  LetGo(self, lock);
 }
 
 namespace {
 
+// Most locks are free, and taken by a thread that holds no other one, so that there is no order to check.
+bool TakeFree(const CallRule& rule, Thread& self, PKSPIN_LOCK lock) {
+  ObjectInCall object(rule.Name, ObjectKind::SpinLock, lock);
+  if (!self.Held.empty()) return false;
+  KSPIN_LOCK free = 0;
+  if (!std::atomic_ref(*lock).compare_exchange_strong(
+          free, OwnerValue(self), std::memory_order_acquire, std::memory_order_relaxed)) {
+    return false;
+  }
+  object.SetInUse(kHeld);
+  return true;
+}
+
 void Acquire(const CallRule& rule, Thread& self, PKSPIN_LOCK lock) {
-  ExpectObject(rule.Name, ObjectKind::SpinLock, lock);
-  AcquireKernelLock(rule, self, lock);
+  if (TakeFree(rule, self, lock)) {
+    self.Held.push_back(lock);
+  } else {
+    AcquireKernelLock(rule, self, lock);
+  }
 }
 
 void Release(const CallRule& rule, Thread& self, PKSPIN_LOCK lock) {
-  ExpectObject(rule.Name, ObjectKind::SpinLock, lock);
-  ReleaseKernelLock(rule, self, lock);
+  {
+    ObjectInCall object(rule.Name, ObjectKind::SpinLock, lock);
+    if (std::atomic_ref(*lock).load(std::memory_order_relaxed) == OwnerValue(self)) {
+      object.SetInUse(nullptr);
+    }
+  }
+  CheckOwner(rule, self, lock);
+  LetGo(self, lock);
 }
 
 void CheckLinks(const CallRule& rule, const LIST_ENTRY& entry) {

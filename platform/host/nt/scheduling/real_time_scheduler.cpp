@@ -3,6 +3,7 @@
 #include <sched.h>
 
 #include <algorithm>
+#include <ctime>
 #include <ratio>
 #include <thread>
 #include <utility>
@@ -33,6 +34,7 @@ RealTimeScheduler& RealTimeScheduler::The() {
 RealTimeScheduler::RealTimeScheduler()
     : Scheduler(true),
       start_(std::chrono::steady_clock::now()),
+      ticksAtStart_(ProcessorTicks()),
       systemTimeAtStart_(SystemTimeNow()) {}
 
 Thread* RealTimeScheduler::Adopt() {
@@ -40,8 +42,19 @@ Thread* RealTimeScheduler::Adopt() {
   return new Thread(*this, nextThread_++, "machine thread");
 }
 
+// As steady_clock::now(), without a call of one more library.
 LONGLONG RealTimeScheduler::ReadClock() const {
-  return std::chrono::duration_cast<Units>(std::chrono::steady_clock::now() - start_).count();
+  timespec now{};
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  const auto sinceBoot = std::chrono::seconds(now.tv_sec) + std::chrono::nanoseconds(now.tv_nsec);
+  return std::chrono::duration_cast<Units>(sinceBoot - start_.time_since_epoch()).count();
+}
+
+// The rate is the one from the world's start to the present.
+LONGLONG RealTimeScheduler::TimeOfTicks(std::uint64_t ticks) const {
+  const auto present = static_cast<double>(ProcessorTicks() - ticksAtStart_);
+  const auto wanted = static_cast<double>(ticks - ticksAtStart_);
+  return present > 0 ? static_cast<LONGLONG>(static_cast<double>(Now()) * (wanted / present)) : 0;
 }
 
 std::chrono::steady_clock::time_point RealTimeScheduler::PointOf(LONGLONG time) const {
@@ -67,8 +80,8 @@ void RealTimeScheduler::BlockUntil(Thread& self, std::unique_lock<WorldLock>& gu
                                    const TimerEntry& limit) {
   const auto end = PointOf(due);
   while (!self.Woken.IsSet) {
-    SleepFor(self.Woken, guard, &end);
-    if (!self.Woken.IsSet && Now() >= due) limit.Expire(*this, limit.Object);
+    const bool hasCome = SleepFor(self.Woken, guard, &end);
+    if (hasCome && !self.Woken.IsSet) limit.Expire(*this, limit.Object);
   }
   self.Woken.IsSet = 0;
 }

@@ -37,12 +37,14 @@ class RealTimeScheduler final : public Scheduler {
   RealTimeScheduler();
 
   [[nodiscard]] LONGLONG ReadClock() const override;
+  [[nodiscard]] LONGLONG TimeOfTicks(std::uint64_t ticks) const override;
 
   void RunClock();
   /// @param time  interrupt time; 0 stands for all before
   [[nodiscard]] std::chrono::steady_clock::time_point PointOf(LONGLONG time) const;
 
   const std::chrono::steady_clock::time_point start_;
+  const std::uint64_t ticksAtStart_;
   const LONGLONG systemTimeAtStart_;
   WakeFlag timersChanged_;   ///< a timer is due before clockWakes_
   LONGLONG clockWakes_ = 0;  ///< interrupt time to which the clock sleeps

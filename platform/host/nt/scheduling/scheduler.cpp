@@ -100,13 +100,15 @@ Thread& EnterKernelCall(const CallRule& rule, const void* object) {
   Thread& self = CurrentThread();
   self.LastCall = rule.Name;
   self.LastObject = object;
-  self.World.History().Add({.Time = self.World.Now(),
-                            .Thread = self.Number,
-                            .Level = self.Level,
-                            .Call = rule.Name,
-                            .Object = object});
+  Scheduler& world = self.World;
+  world.History().Add({.Time = world.Stamp(),
+                       .Thread = self.Number,
+                       .Level = self.Level,
+                       .Call = rule.Name,
+                       .Object = object});
   if (MayBeWrong(rule, self)) CheckRules(rule, self, object);
-  self.World.SwitchPoint(self, rule.Name, SwitchKind::Call);
+  // Where threads run at the same time, the machine switches between them.
+  if (!world.IsParallel()) world.SwitchPoint(self, rule.Name, SwitchKind::Call);
   return self;
 }
 

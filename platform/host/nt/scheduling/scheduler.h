@@ -11,6 +11,7 @@
 
 #include "platform/host/nt/declarations/nt_declarations.h"
 #include "platform/host/nt/declarations/preemption_points.h"
+#include "platform/host/nt/scheduling/processor_ticks.h"
 #include "platform/host/nt/scheduling/service_pool.h"
 #include "platform/host/nt/scheduling/timer_queue.h"
 #include "platform/host/nt/scheduling/world_lock.h"
@@ -39,13 +40,24 @@ enum class SwitchKind {
 class Scheduler {
  public:
   /// @param isParallel  whether several of its threads run at the same time
-  explicit Scheduler(bool isParallel) : isParallel_(isParallel), lock_(isParallel) {}
+  explicit Scheduler(bool isParallel)
+      : isParallel_(isParallel), lock_(isParallel), history_(isParallel) {}
   Scheduler(const Scheduler&) = delete;
   Scheduler& operator=(const Scheduler&) = delete;
   virtual ~Scheduler() = default;
 
   /// Interrupt time: 100 ns since the world began. Any thread of the world.
   [[nodiscard]] LONGLONG Now() const { return isParallel_ ? ReadClock() : now_; }
+
+  /// A stamp of the present, for reports: costs no call of the system. Any thread of the world.
+  [[nodiscard]] std::uint64_t Stamp() const {
+    return isParallel_ ? ProcessorTicks() : static_cast<std::uint64_t>(now_);
+  }
+
+  /// The interrupt time of a stamp.
+  [[nodiscard]] LONGLONG TimeOf(std::uint64_t stamp) const {
+    return isParallel_ ? TimeOfTicks(stamp) : static_cast<LONGLONG>(stamp);
+  }
 
   /// Whether a thread that is ready runs before time goes on. Those of a busy machine do not.
   [[nodiscard]] virtual bool IsPunctual() const { return true; }
@@ -88,6 +100,9 @@ class Scheduler {
   virtual void Stop() {}
   [[nodiscard]] bool IsStopping() const { return isStopping_; }
 
+  /// Whether several of the world's threads run at the same time.
+  [[nodiscard]] bool IsParallel() const { return isParallel_; }
+
   /// The owner of a spin lock or a mutex; null if it is free or unknown to the world.
   [[nodiscard]] virtual const Thread* HolderOf(const void*) const { return nullptr; }
 
@@ -121,6 +136,9 @@ class Scheduler {
 
   /// As Now(), of a world whose threads run at the same time.
   [[nodiscard]] virtual LONGLONG ReadClock() const { return now_; }
+
+  /// The interrupt time at a number of ProcessorTicks(), of such a world.
+  [[nodiscard]] virtual LONGLONG TimeOfTicks(std::uint64_t) const { return now_; }
 
   LONGLONG now_ = 0;         ///< of a world of which one thread runs at a time
   bool isStopping_ = false;  ///< no thread may continue

@@ -12,6 +12,7 @@ namespace {
 
 constinit thread_local Thread* t_current = nullptr;
 constinit std::atomic<int> g_simulations{0};
+constinit std::atomic<std::uint64_t> g_threads{0};  // so far
 
 // A machine thread's kernel thread, for as long as the machine thread runs.
 struct AdoptedThread {
@@ -50,7 +51,11 @@ void EndThread(Thread& self) {
 }  // namespace
 
 Thread::Thread(Scheduler& world, std::uint32_t number, std::string name)
-    : Object{.Header = {}, .Host = this}, World(world), Number(number), Name(std::move(name)) {}
+    : Object{.Header = {}, .Host = this},
+      World(world),
+      Number(number),
+      Identity(++g_threads),
+      Name(std::move(name)) {}
 
 Thread::~Thread() {
   if (ObjectEvents != nullptr) ObjectEvents->Gone(Object);
@@ -72,7 +77,7 @@ Thread* SetCurrentThread(Thread* thread) {
 void SetLevel(Thread& self, KIRQL level) {
   self.Level = level;
   if (IsPagedMemoryInUse()) FollowLevel(&self.World, level);
-  if (level < DISPATCH_LEVEL) self.Late.WakeAll();
+  if (level < DISPATCH_LEVEL && !self.Late.IsEmpty()) self.Late.WakeAll();
 }
 
 void CountSimulations(int change) {

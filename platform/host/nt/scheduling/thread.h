@@ -43,7 +43,8 @@ struct Thread {
   KTHREAD Object;
   const ThreadObjectEvents* ObjectEvents = nullptr;  ///< null: unknown to drivers
   Scheduler& World;
-  const std::uint32_t Number;  ///< within its world, in the order of creation
+  const std::uint32_t Number;    ///< within its world, in the order of creation
+  const std::uint64_t Identity;  ///< above 0, and no other thread's of the process, before or after
   const std::string Name;
   bool IsService = false;       ///< one of the kernel's own, which never ends
   KIRQL Level = PASSIVE_LEVEL;  ///< changed by SetLevel()

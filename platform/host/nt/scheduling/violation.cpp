@@ -39,11 +39,13 @@ void ReportViolation(const char* call, const std::string& what, const std::strin
   const Thread& self = CurrentThread();
   Scheduler& world = self.World;
   if (world.IsStopping()) throw KernelStopped{};
-  const Violation violation{.Call = call,
-                            .What = what,
-                            .Report = std::string(call) + ": " + what + "\n" +
-                                      DescribeCaller(self) + history + world.Describe() +
-                                      "last kernel calls:\n" + world.History().Text()};
+  const Violation violation{
+      .Call = call,
+      .What = what,
+      .Report =
+          std::string(call) + ": " + what + "\n" + DescribeCaller(self) + history +
+          world.Describe() + "last kernel calls:\n" +
+          world.History().Text([&world](std::uint64_t stamp) { return world.TimeOf(stamp); })};
   if (!GiveToSink(violation)) {
     std::fputs(violation.Report.c_str(), stderr);
     std::abort();

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <ctime>
 #include <span>
 
@@ -72,7 +73,7 @@ void WorldLock::Set(WakeFlag& flag) {
   }
 }
 
-void SleepFor(WakeFlag& flag, std::unique_lock<WorldLock>& guard,
+bool SleepFor(WakeFlag& flag, std::unique_lock<WorldLock>& guard,
               const std::chrono::steady_clock::time_point* end) {
   timespec limit{};
   if (end != nullptr) limit = ToTimespec(*end);
@@ -80,10 +81,12 @@ void SleepFor(WakeFlag& flag, std::unique_lock<WorldLock>& guard,
   guard.unlock();
   if (Thread* const self = FindCurrentThread()) self->Late.WakeAll();
   // Of steady_clock. Returns at once if the flag is set already.
-  ::syscall(SYS_futex, &flag, FUTEX_WAIT_BITSET_PRIVATE, 0, end != nullptr ? &limit : nullptr,
-            nullptr, FUTEX_BITSET_MATCH_ANY);
+  const long result = ::syscall(SYS_futex, &flag, FUTEX_WAIT_BITSET_PRIVATE, 0,
+                                end != nullptr ? &limit : nullptr, nullptr, FUTEX_BITSET_MATCH_ANY);
+  const bool hasCome = result == -1 && errno == ETIMEDOUT;
   guard.lock();
   flag.HasSleeper = false;
+  return hasCome;
 }
 
 }  // namespace lidcam::host

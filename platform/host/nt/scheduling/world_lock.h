@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <mutex>
 
+#include "base/inline_mutex.h"
+
 namespace lidcam::host {
 
 /// A flag for which one machine thread may sleep.
@@ -24,6 +26,8 @@ class LateWakes {
   LateWakes(const LateWakes&) = delete;
   LateWakes& operator=(const LateWakes&) = delete;
   ~LateWakes() { WakeAll(); }
+
+  [[nodiscard]] bool IsEmpty() const { return count_ == 0; }
 
   /// Wakes the sleeper at once if there is no room.
   void Add(WakeFlag* flag);
@@ -63,7 +67,7 @@ class WorldLock {
   void UnlockAndWake();
 
   const bool isNeeded_;
-  std::mutex mutex_;
+  base::InlineMutex mutex_;
   std::array<WakeFlag*, kMostSleepers> sleepers_{};
   std::size_t sleeperCount_ = 0;
 };
@@ -72,7 +76,8 @@ class WorldLock {
 /// between.
 ///
 /// @param end  null: no limit
-void SleepFor(WakeFlag& flag, std::unique_lock<WorldLock>& guard,
+/// @return whether the time has come; the flag may be set as well
+bool SleepFor(WakeFlag& flag, std::unique_lock<WorldLock>& guard,
               const std::chrono::steady_clock::time_point* end);
 
 }  // namespace lidcam::host

@@ -10,6 +10,7 @@
 
 #include "base/process_mutex.h"
 #include "base/time_units.h"
+#include "platform/host/nt/scheduling/real_time_scheduler.h"
 #include "platform/host/nt/scheduling/thread.h"
 #include "platform/host/nt/scheduling/violation.h"
 #include "platform/host/nt/verifier/address_map.h"
@@ -18,8 +19,9 @@ namespace lidcam::host {
 namespace {
 
 struct Event {
-  LONGLONG Time;
+  std::uint64_t Stamp;
   std::uint32_t Thread;
+  bool IsInRealTime;
   const char* What;
   const void* Object;
 };
@@ -79,7 +81,13 @@ Address AddressOf(const void* memory) {
 
 void AddEvent(Record& record, const char* what, const void* object) {
   const Thread& self = CurrentThread();
-  record.History.Add({self.World.Now(), self.Number, what, object});
+  record.History.Add({self.World.Stamp(), self.Number, self.World.IsParallel(), what, object});
+}
+
+// The world may be gone; that of the machine's time never is.
+LONGLONG TimeOf(const Event& event) {
+  return event.IsInRealTime ? RealTimeScheduler::The().TimeOf(event.Stamp)
+                            : static_cast<LONGLONG>(event.Stamp);
 }
 
 IO_STACK_LOCATION& LocationOf(PIRP irp, int location) {
@@ -147,6 +155,15 @@ std::unique_ptr<Record> TakeRecord(Registry& registry) {
   record->Passages.clear();
   record->History.Clear();
   return record;
+}
+
+// A passage that has ended, and that its caller has left, is used again.
+void TakeNew(std::shared_ptr<IrpPassage>& passage) {
+  if (passage != nullptr && passage.use_count() == 1) {
+    *passage = {};
+  } else {
+    passage = std::make_shared<IrpPassage>();
+  }
 }
 
 // The error of a passage that is completed and whose dispatch routine has returned.
@@ -266,7 +283,7 @@ std::string HistoryText(PIRP irp) {
   record->History.ForEach([&text](const Event& event) {
     std::array<char, 160> line{};
     std::snprintf(line.data(), line.size(), "  %.7f s  thread %u  %s %p\n",
-                  base::SecondsOfUnits(event.Time), event.Thread, event.What, event.Object);
+                  base::SecondsOfUnits(TimeOf(event)), event.Thread, event.What, event.Object);
     text += line.data();
   });
   return text;
@@ -400,7 +417,7 @@ std::shared_ptr<IrpPassage> BeginPassage(const char* call, PIRP irp, PDEVICE_OBJ
     IoGetCurrentIrpStackLocation(irp)->DeviceObject = device;
     // A driver that skipped its location shares it with the one below.
     auto& place = record.Passages[static_cast<std::size_t>(irp->CurrentLocation)];
-    if (!IsLive(place)) place = std::make_shared<IrpPassage>();
+    if (!IsLive(place)) TakeNew(place);
     place->Location = irp->CurrentLocation;
     place->Device = device;
     place->WasForwarded = false;

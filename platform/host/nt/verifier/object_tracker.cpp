@@ -10,7 +10,6 @@
 #include "platform/host/nt/verifier/address_map.h"
 
 namespace lidcam::host {
-namespace {
 
 struct ObjectRecord {
   ObjectKind Kind{};
@@ -21,6 +20,8 @@ struct ObjectRecord {
   int Waiters = 0;
   const char* InUse = nullptr;
 };
+
+namespace {
 
 using Address = const char*;
 
@@ -164,12 +165,29 @@ bool IsRegisteredObject(const void* object) {
   return FindRecord(object).has_value();
 }
 
+ObjectInCall::ObjectInCall(const char* call, ObjectKind kind, const void* object) {
+  ObjectRegistry& registry = TheObjectRegistry();
+  registry.Lock.lock();
+  record_ = registry.Records.Find(object);
+  const bool isOfKind = record_ != nullptr && record_->Kind == kind;
+  if (isOfKind && IsRightUse(object, *record_)) [[likely]]
+    return;
+  const std::string wrong =
+      isOfKind ? WrongUse(object, *record_) : WrongKind(NameOf(kind), object, record_);
+  registry.Lock.unlock();
+  ReportViolation(call, wrong);
+}
+
+ObjectInCall::~ObjectInCall() {
+  TheObjectRegistry().Lock.unlock();
+}
+
+void ObjectInCall::SetInUse(const char* why) {
+  record_->InUse = why;
+}
+
 void ExpectObject(const char* call, ObjectKind kind, const void* object) {
-  const auto record = FindRecord(object);
-  if (!record || record->Kind != kind) {
-    ReportViolation(call, WrongKind(NameOf(kind), object, record ? &*record : nullptr));
-  }
-  if (!IsRightUse(object, *record)) ReportViolation(call, WrongUse(object, *record));
+  const ObjectInCall checked(call, kind, object);
 }
 
 ObjectKind ExpectDispatcherObject(const char* call, const void* object) {

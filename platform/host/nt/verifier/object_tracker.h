@@ -31,6 +31,22 @@ void RegisterObject(const char* call, ObjectKind kind, const void* object, std::
 /// not been overwritten since.
 void ExpectObject(const char* call, ObjectKind kind, const void* object);
 
+/// An object that a call uses, checked as by ExpectObject(). No other call finds an object while this exists: for a few
+/// instructions, without kernel calls.
+class ObjectInCall {
+ public:
+  ObjectInCall(const char* call, ObjectKind kind, const void* object);
+  ObjectInCall(const ObjectInCall&) = delete;
+  ObjectInCall& operator=(const ObjectInCall&) = delete;
+  ~ObjectInCall();
+
+  /// As SetObjectInUse().
+  void SetInUse(const char* why);
+
+ private:
+  struct ObjectRecord* record_;
+};
+
 /// As ExpectObject(), for any of the kinds that can be waited for.
 ///
 /// @return the kind

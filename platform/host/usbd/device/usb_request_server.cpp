@@ -106,17 +106,15 @@ NTSTATUS UsbRequestServer::Submit(PIRP irp, URB& urb) {
   std::optional<std::uint8_t> abortedEndpoint;
   USBD_STATUS status = USBD_STATUS_DEVICE_GONE;
   bool isSeenInTime = false;
-  {
-    const SpinLockGuard guard(state_.Lock);
-    if (!state_.IsGone) {
-      if (isAbort) {
-        const UsbPipe* pipe = state_.Configuration.FindPipe(urb.UrbPipeRequest.PipeHandle);
-        if (pipe != nullptr) abortedEndpoint = pipe->Endpoint;
-      }
-      status = Route(irp, urb);
-      isSeenInTime = isTransfer && status == USBD_STATUS_PENDING && schedule_.SeesLastInTime();
+  UnderSpinLock(state_.Lock, [&] {
+    if (state_.IsGone) return;
+    if (isAbort) {
+      const UsbPipe* pipe = state_.Configuration.FindPipe(urb.UrbPipeRequest.PipeHandle);
+      if (pipe != nullptr) abortedEndpoint = pipe->Endpoint;
     }
-  }
+    status = Route(irp, urb);
+    isSeenInTime = isTransfer && status == USBD_STATUS_PENDING && schedule_.SeesLastInTime();
+  });
   if (status != USBD_STATUS_PENDING) return CompleteUrb(irp, urb, status);
   if (abortedEndpoint.has_value()) state_.Bus.Abort(*abortedEndpoint);
   if (state_.Options.LooksAtEachRequest || !isSeenInTime) state_.Wake();

@@ -21,9 +21,12 @@ LONGLONG FrameAt(LONGLONG time) {
   return time / kFrameTime;
 }
 
+// If a completion routine throws, the world stops.
 void Complete(const std::vector<UsbRequest>& ended) {
-  const DispatchLevelGuard level;
+  KIRQL before = PASSIVE_LEVEL;
+  KeRaiseIrql(DISPATCH_LEVEL, &before);
   for (const UsbRequest& request : ended) CompleteUrb(request.Irp, *request.Urb, request.Status);
+  KeLowerIrql(before);
 }
 
 }  // namespace
@@ -64,17 +67,17 @@ USBD_STATUS IsochronousSchedule::SubmitTransfer(PIRP irp, URB& urb, PDRIVER_CANC
   }
   if ((pipe->Endpoint & USB_ENDPOINT_DIRECTION_MASK) == 0) return USBD_STATUS_INVALID_PARAMETER;
 
-  auto transfer = std::make_unique<IsochronousTransfer>();
-  transfer->Irp = irp;
-  transfer->Urb = &urb;
-  transfer->Pipe = pipe->Handle;
-  transfer->Endpoint = pipe->Endpoint;
-  transfer->BytesPerMicroframe = pipe->BytesPerMicroframe;
-  const USBD_STATUS placed = PlaceTransfer(*pipe, request, *transfer);
+  IsochronousTransfer transfer;
+  transfer.Irp = irp;
+  transfer.Urb = &urb;
+  transfer.Pipe = pipe->Handle;
+  transfer.Endpoint = pipe->Endpoint;
+  transfer.BytesPerMicroframe = pipe->BytesPerMicroframe;
+  const USBD_STATUS placed = PlaceTransfer(*pipe, request, transfer);
   if (placed != USBD_STATUS_SUCCESS) return placed;
-  if (!AcceptRequest(*transfer, cancel)) return USBD_STATUS_CANCELED;
+  if (!AcceptRequest(transfer, cancel)) return USBD_STATUS_CANCELED;
   if (transfers_.empty()) mostTransfers_ = 0;
-  transfers_.push_back(std::move(transfer));
+  transfers_.push_back(transfer);
   mostTransfers_ = std::max(mostTransfers_, transfers_.size());
   return USBD_STATUS_PENDING;
 }
@@ -101,9 +104,9 @@ USBD_STATUS IsochronousSchedule::SubmitFrameNumber(PIRP irp, URB& urb) {
 bool IsochronousSchedule::AbortPipe(USBD_PIPE_HANDLE handle) {
   if (UsbPipe* const pipe = device_.Configuration.FindPipe(handle)) pipe->NextFrame = 0;
   bool hadAny = false;
-  for (const auto& transfer : transfers_) {
-    if (transfer->Pipe != handle) continue;
-    transfer->IsAborted = true;
+  for (IsochronousTransfer& transfer : transfers_) {
+    if (transfer.Pipe != handle) continue;
+    transfer.IsAborted = true;
     hadAny = true;
   }
   return hadAny;
@@ -111,14 +114,14 @@ bool IsochronousSchedule::AbortPipe(USBD_PIPE_HANDLE handle) {
 
 bool IsochronousSchedule::HasTransfers(USBD_PIPE_HANDLE pipe) const {
   return std::any_of(transfers_.begin(), transfers_.end(),
-                     [pipe](const auto& transfer) { return transfer->Pipe == pipe; });
+                     [pipe](const auto& transfer) { return transfer.Pipe == pipe; });
 }
 
 bool IsochronousSchedule::MarkCancelled(PIRP irp) {
   const auto found = std::find_if(transfers_.begin(), transfers_.end(),
-                                  [irp](const auto& transfer) { return transfer->Irp == irp; });
+                                  [irp](const auto& transfer) { return transfer.Irp == irp; });
   if (found == transfers_.end()) return false;
-  (*found)->IsCancelled = true;
+  found->IsCancelled = true;
   return true;
 }
 
@@ -127,30 +130,32 @@ void IsochronousSchedule::Run() {
   }
 }
 
+IsochronousSchedule::Work IsochronousSchedule::Look(LONGLONG now) {
+  TakeEnded(now);
+  IsochronousTransfer* const next = FindNext();
+  looksAgain_ = next != nullptr ? TimeToRead(*next) : std::numeric_limits<LONGLONG>::max();
+  return {next, device_.IsStopping && transfers_.empty() && notices_.empty()};
+}
+
 IsochronousSchedule::Step IsochronousSchedule::RunOnce() {
-  IsochronousTransfer* next = nullptr;
-  bool isOver = false;
   const LONGLONG now = device_.Options.Now();
-  {
-    const SpinLockGuard guard(device_.Lock);
-    TakeEnded(now);
-    next = FindNext();
-    looksAgain_ = next != nullptr ? TimeToRead(*next) : std::numeric_limits<LONGLONG>::max();
-    isOver = device_.IsStopping && transfers_.empty() && notices_.empty();
+  Work work;
+  UnderSpinLock(device_.Lock, [&] { work = Look(now); });
+  // Those that are completed together are read one after the other.
+  if (device_.Options.CompletionDelay != 0) {
+    while (IsDue(work, now)) Read(*work.Next, now, &work);
   }
-  const bool isOneDue = next != nullptr && next->EndTime <= now;
-  if (!ended_.empty() && !(isOneDue && device_.Options.CompletionDelay != 0)) {
+  if (!ended_.empty()) {
     Complete(ended_);
     ended_.clear();
-  } else if (isOver) {
+  } else if (work.IsOver) {
     return Step::Over;
-  } else if (next == nullptr) {
+  } else if (work.Next == nullptr) {
     WaitForWork();
-  } else if (!isOneDue) {
+  } else if (!IsDue(work, now)) {
     WaitUntil(looksAgain_);
   } else {
-    if (device_.Options.Frames == FrameRule::Patient) PutOffBehind(*next, now - next->EndTime);
-    Read(*next);
+    Read(*work.Next, now, nullptr);
   }
   return Step::Again;
 }
@@ -159,35 +164,42 @@ void IsochronousSchedule::PutOffBehind(const IsochronousTransfer& late, LONGLONG
   const LONGLONG frames = lost / kFrameTime;
   if (frames <= kCaughtUpFrames) return;
   const SpinLockGuard guard(device_.Lock);
-  for (const auto& transfer : transfers_) {
-    if (transfer->Pipe != late.Pipe || transfer->EndTime <= late.EndTime) continue;
-    transfer->EndTime += frames * kFrameTime;
+  for (IsochronousTransfer& transfer : transfers_) {
+    if (transfer.Pipe != late.Pipe || transfer.EndTime <= late.EndTime) continue;
+    transfer.EndTime += frames * kFrameTime;
   }
   if (UsbPipe* const pipe = device_.Configuration.FindPipe(late.Pipe)) pipe->NextFrame += frames;
 }
 
-void IsochronousSchedule::TakeEnded(LONGLONG now) {
-  std::erase_if(transfers_, [&](const auto& transfer) {
-    if (transfer->Status == USBD_STATUS_PENDING) {
-      if (device_.IsGone) {
-        transfer->Status = USBD_STATUS_DEVICE_GONE;
-      } else if (transfer->IsAborted || transfer->IsCancelled) {
-        transfer->Status = USBD_STATUS_CANCELED;
-      } else {
-        return false;
-      }
-      MarkNotAccessed(transfer->Urb->UrbIsochronousTransfer);
+bool IsochronousSchedule::HasEnded(IsochronousTransfer& transfer) const {
+  if (transfer.Status == USBD_STATUS_PENDING) {
+    if (device_.IsGone) {
+      transfer.Status = USBD_STATUS_DEVICE_GONE;
+    } else if (transfer.IsAborted || transfer.IsCancelled) {
+      transfer.Status = USBD_STATUS_CANCELED;
+    } else {
+      return false;
     }
-    if (!TakeFromCanceller(*transfer)) return false;
-    ended_.push_back(*transfer);
-    return true;
-  });
+    MarkNotAccessed(transfer.Urb->UrbIsochronousTransfer);
+  }
+  return TakeFromCanceller(transfer);
+}
+
+void IsochronousSchedule::TakeEnded(LONGLONG now) {
+  for (auto transfer = transfers_.begin(); transfer != transfers_.end();) {
+    if (HasEnded(*transfer)) {
+      ended_.push_back(*transfer);
+      transfer = transfers_.erase(transfer);
+    } else {
+      ++transfer;
+    }
+  }
   // An abort completes after the transfers that it aborted.
   std::erase_if(notices_, [&](Notice& notice) {
     if (notice.AbortedPipe == nullptr) {
       notice.Urb->UrbGetCurrentFrameNumber.FrameNumber = FrameNumber(FrameAt(now));
     } else if (std::any_of(transfers_.begin(), transfers_.end(), [&](const auto& transfer) {
-                 return transfer->Pipe == notice.AbortedPipe && transfer->IsAborted;
+                 return transfer.Pipe == notice.AbortedPipe && transfer.IsAborted;
                })) {
       return false;
     }
@@ -199,33 +211,33 @@ void IsochronousSchedule::TakeEnded(LONGLONG now) {
 
 IsochronousTransfer* IsochronousSchedule::FindNext() {
   IsochronousTransfer* next = nullptr;
-  for (const auto& transfer : transfers_) {
-    if (transfer->IsSilent || transfer->Status != USBD_STATUS_PENDING) continue;
-    if (next == nullptr || transfer->EndTime < next->EndTime) next = transfer.get();
+  for (IsochronousTransfer& transfer : transfers_) {
+    if (transfer.IsSilent || transfer.Status != USBD_STATUS_PENDING) continue;
+    if (next == nullptr || transfer.EndTime < next->EndTime) next = &transfer;
   }
   return next;
 }
 
 LONGLONG IsochronousSchedule::TimeToRead(const IsochronousTransfer& next) const {
-  const auto isOnPipe = [&next](const auto& transfer) { return transfer->Pipe == next.Pipe; };
+  const auto isOnPipe = [&next](const auto& transfer) { return transfer.Pipe == next.Pipe; };
   const LONGLONG latest = next.EndTime + device_.Options.CompletionDelay;
   auto left = std::ranges::count_if(transfers_, isOnPipe);
   LONGLONG time = next.EndTime;
   std::size_t together = 0;
   for (const auto& transfer : transfers_) {
     if (!isOnPipe(transfer)) continue;
-    if (--left == 0 || 2 * ++together > mostTransfers_ || transfer->EndTime > latest) break;
-    time = std::max(time, transfer->EndTime);
+    if (--left == 0 || 2 * ++together > mostTransfers_ || transfer.EndTime > latest) break;
+    time = std::max(time, transfer.EndTime);
   }
   return time;
 }
 
-void IsochronousSchedule::Read(IsochronousTransfer& transfer) {
+void IsochronousSchedule::Read(IsochronousTransfer& transfer, LONGLONG now, Work* work) {
+  if (device_.Options.Frames == FrameRule::Patient) PutOffBehind(transfer, now - transfer.EndTime);
   const USBD_STATUS status =
       ReadTransfer(device_.Bus, transfer, transfer.Urb->UrbIsochronousTransfer, packets_);
   bool isGone = false;
-  {
-    const SpinLockGuard guard(device_.Lock);
+  UnderSpinLock(device_.Lock, [&] {
     transfer.Status = status;
     transfer.IsSilent = status == USBD_STATUS_PENDING;
     isGone = status == USBD_STATUS_DEVICE_GONE && !device_.IsGone;
@@ -235,7 +247,8 @@ void IsochronousSchedule::Read(IsochronousTransfer& transfer) {
         pipe->HasStalled = true;
       }
     }
-  }
+    if (work != nullptr) *work = Look(now);
+  });
   if (isGone) device_.Wake();
 }
 

@@ -1,7 +1,7 @@
 #pragma once
 
+#include <deque>
 #include <limits>
-#include <memory>
 #include <vector>
 
 #include "platform/host/usbd/configuration/usb_device_state.h"
@@ -38,7 +38,7 @@ class IsochronousSchedule {
   /// @return whether Run()'s thread looks for work before the end of the last accepted transfer, although nothing
   ///         wakes it
   [[nodiscard]] bool SeesLastInTime() const {
-    return !transfers_.empty() && transfers_.back()->EndTime >= looksAgain_;
+    return !transfers_.empty() && transfers_.back().EndTime >= looksAgain_;
   }
 
   /// Body of the schedule's thread; returns when the stack stops.
@@ -53,7 +53,20 @@ class IsochronousSchedule {
   USBD_STATUS PlaceTransfer(UsbPipe& pipe, _URB_ISOCH_TRANSFER& urb, IsochronousTransfer& transfer);
   [[nodiscard]] ULONG FrameNumber(LONGLONG frame) const;
   void AcceptNotice(const Notice& notice);
+  /// What there is to do, as of one look under the lock.
+  struct Work {
+    IsochronousTransfer* Next = nullptr;  ///< that ends first; null if there is none
+    bool IsOver = false;                  ///< the stack stops, and nothing is left
+  };
+
   Step RunOnce();
+  /// Also adds the requests that have ended to ended_. Under the lock.
+  [[nodiscard]] Work Look(LONGLONG now);
+  [[nodiscard]] static bool IsDue(const Work& work, LONGLONG now) {
+    return work.Next != nullptr && work.Next->EndTime <= now;
+  }
+  /// Whether a transfer can be completed now; of one that the bus has not read, why.
+  [[nodiscard]] bool HasEnded(IsochronousTransfer& transfer) const;
   /// Adds the requests that have ended to ended_.
   void TakeEnded(LONGLONG now);
   [[nodiscard]] IsochronousTransfer* FindNext();
@@ -62,13 +75,17 @@ class IsochronousSchedule {
   [[nodiscard]] LONGLONG TimeToRead(const IsochronousTransfer& next) const;
   /// Delays the transfers behind a late one by the same time.
   void PutOffBehind(const IsochronousTransfer& late, LONGLONG lost);
-  void Read(IsochronousTransfer& transfer);
+  /// Reads a transfer that is due.
+  ///
+  /// @param work  is looked for anew, under the lock that the transfer's end takes; may be null
+  void Read(IsochronousTransfer& transfer, LONGLONG now, Work* work);
   void WaitUntil(LONGLONG time);
   void WaitForWork();
 
   UsbDeviceState& device_;
-  std::vector<std::unique_ptr<IsochronousTransfer>> transfers_;  ///< in the order of submission
-  std::size_t mostTransfers_ = 0;                                ///< since there were none
+  /// In the order of submission. Only Run()'s thread removes any: one that it reads stays where it is.
+  std::deque<IsochronousTransfer> transfers_;
+  std::size_t mostTransfers_ = 0;  ///< since there were none
   std::vector<Notice> notices_;
   std::vector<UsbRequest> ended_;  ///< of Run()'s thread: to be completed
   std::vector<bus::IsochronousPacket>

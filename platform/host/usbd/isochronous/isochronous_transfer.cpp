@@ -48,14 +48,22 @@ void CopyPackets(_URB_ISOCH_TRANSFER& urb, std::span<const std::uint8_t> read,
 
 /// Writes the packets' lengths and statuses into the URB.
 void TellPackets(_URB_ISOCH_TRANSFER& urb, std::span<const bus::IsochronousPacket> packets) {
-  urb.ErrorCount = 0;
-  for (ULONG i = 0; i < urb.NumberOfPackets; ++i) {
+  ULONG errors = 0;
+  ULONG end = urb.TransferBufferLength;
+  for (ULONG i = urb.NumberOfPackets; i-- != 0;) {
     USBD_ISO_PACKET_DESCRIPTOR& shown = (&urb.IsoPacket[0])[i];
-    const ULONG room = RoomOf(urb, i);
-    shown.Length = std::min<ULONG>(packets[i].Length, room);
-    shown.Status = packets[i].Length > room ? USBD_STATUS_DATA_OVERRUN : FromBus(packets[i].Status);
-    if (shown.Status != USBD_STATUS_SUCCESS) ++urb.ErrorCount;
+    const bus::IsochronousPacket& packet = packets[i];
+    const ULONG room = end - shown.Offset;
+    end = shown.Offset;
+    shown.Length = std::min<ULONG>(packet.Length, room);
+    if (packet.Length <= room && packet.Status == bus::UsbStatus::Ok) [[likely]] {
+      shown.Status = USBD_STATUS_SUCCESS;
+      continue;
+    }
+    shown.Status = packet.Length > room ? USBD_STATUS_DATA_OVERRUN : FromBus(packet.Status);
+    if (shown.Status != USBD_STATUS_SUCCESS) ++errors;
   }
+  urb.ErrorCount = errors;
 }
 
 }  // namespace
@@ -72,11 +80,11 @@ USBD_STATUS CheckIsochronousUrb(const _URB_ISOCH_TRANSFER& urb) {
     return USBD_STATUS_INVALID_PARAMETER;
   }
   const USBD_ISO_PACKET_DESCRIPTOR* const packets = &urb.IsoPacket[0];
-  for (ULONG i = 0; i < count; ++i) {
-    const ULONG end = i + 1 < count ? packets[i + 1].Offset : urb.TransferBufferLength;
-    if (packets[i].Offset > end || end > urb.TransferBufferLength) {
-      return USBD_STATUS_INVALID_PARAMETER;
-    }
+  // Ascending up to the buffer's end, they all lie in it.
+  ULONG end = urb.TransferBufferLength;
+  for (ULONG i = count; i-- != 0;) {
+    if (packets[i].Offset > end) return USBD_STATUS_INVALID_PARAMETER;
+    end = packets[i].Offset;
   }
   return USBD_STATUS_SUCCESS;
 }

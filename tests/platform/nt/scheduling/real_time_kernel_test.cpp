@@ -10,10 +10,12 @@
 #include <iterator>
 #include <memory>
 #include <mutex>
+#include <regex>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "base/time_units.h"
 #include "tests/platform/nt/simulation/simulation_support.h"
 
 namespace lidcam::host {
@@ -312,6 +314,21 @@ TEST(RealTimeKernel, EndsOnlyTheRoutineThatMadeAViolation) {
     // The two run concurrently: the bad one may still be queued when the good one has ended.
     while (capture.Violations().size() <= i) std::this_thread::sleep_for(1ms);
   }
+}
+
+// Calls are stamped with the processor's count, at a rate of its own.
+TEST(RealTimeKernel, ReportsTheTimesOfTheLastCallsByTheClock) {
+  constexpr double kNearby =
+      60;  // s: a busy machine may run another program between two looks at the time
+  const VerifierCapture capture;
+  const double before = base::SecondsOfUnits(Now());
+  EXPECT_EQ(capture.Of([] { KeLowerIrql(DISPATCH_LEVEL); }),
+            "KeLowerIrql: level 2 is above the present level 0");
+  const std::string report = capture.Violations().at(0).Report;
+  std::smatch call;
+  ASSERT_TRUE(std::regex_search(report, call,
+                                std::regex("([0-9.]+) s  thread [0-9]+ +level 0  KeLowerIrql")));
+  EXPECT_NEAR(std::stod(call[1]), before, kNearby);
 }
 
 // A machine thread that the simulation didn't make can't take part in it.
