@@ -61,8 +61,7 @@ std::chrono::steady_clock::time_point RealTimeScheduler::PointOf(LONGLONG time) 
   return start_ + Units(std::max(time, LONGLONG{0}));
 }
 
-void RealTimeScheduler::SwitchPoint(Thread& self, const char*, SwitchKind kind) {
-  if (kind == SwitchKind::Call) return;
+void RealTimeScheduler::SwitchPoint(Thread& self, const char*, SwitchKind) {
   self.Late.WakeAll();
 #if defined(__x86_64__) || defined(__i386__)
   __builtin_ia32_pause();

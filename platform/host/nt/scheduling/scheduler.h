@@ -65,7 +65,8 @@ class Scheduler {
   /// System time at interrupt time 0: 100 ns since 1601.
   [[nodiscard]] virtual LONGLONG SystemTimeAtStart() const = 0;
 
-  /// Lets other threads run if the scheduler decides so. Without the lock.
+  /// Lets other threads run if the scheduler decides so. Without the lock. Calls (SwitchKind::Call) are such points only
+  /// where one thread runs at a time.
   virtual void SwitchPoint(Thread& self, const char* call, SwitchKind kind) = 0;
 
   /// As SwitchPoint(), between two calls of the thread. Never throws.
