@@ -55,7 +55,7 @@ class IsochronousSchedule {
   void AcceptNotice(const Notice& notice);
   /// What there is to do, as of one look under the lock.
   struct Work {
-    IsochronousTransfer* Next = nullptr;  ///< that ends first; null if there is none
+    IsochronousTransfer* Next = nullptr;  ///< the transfer that ends first; null without one
     bool IsOver = false;                  ///< the stack stops, and nothing is left
   };
 

@@ -15,7 +15,7 @@ bool CallHistory::Read(const Slot& slot, Entry& entry) {
            .Call = slot.Call.load(std::memory_order_relaxed),
            .Object = slot.Object.load(std::memory_order_relaxed)};
   std::atomic_thread_fence(std::memory_order_acquire);
-  return number != kChanges && slot.Number.load(std::memory_order_relaxed) == number;
+  return number != kNoEntry && slot.Number.load(std::memory_order_relaxed) == number;
 }
 
 void CallHistory::AddLine(std::string& text, const Entry& entry, LONGLONG time) {

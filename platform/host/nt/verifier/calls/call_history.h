@@ -29,7 +29,7 @@ class CallHistory {
   void Add(const Entry& entry) {
     const std::uint32_t number = NextNumber();
     Slot& slot = slots_[number % kKept];
-    slot.Number.store(kChanges, std::memory_order_relaxed);
+    slot.Number.store(kNoEntry, std::memory_order_relaxed);
     std::atomic_thread_fence(std::memory_order_release);
     slot.Caller.store(entry.Thread << kLevelBits | entry.Level, std::memory_order_relaxed);
     slot.Time.store(entry.Time, std::memory_order_relaxed);
@@ -53,13 +53,13 @@ class CallHistory {
 
  private:
   static constexpr std::uint32_t kKept = 40;
-  static constexpr std::uint32_t kChanges =
-      UINT32_MAX;  ///< the entry is written at present, or there is none
+  static constexpr std::uint32_t kNoEntry =
+      UINT32_MAX;  ///< of an empty slot, and while one is being written
   static constexpr unsigned kLevelBits = 8;
 
   // Two of them are a line of a processor's cache.
   struct alignas(32) Slot {
-    std::atomic<std::uint32_t> Number{kChanges};
+    std::atomic<std::uint32_t> Number{kNoEntry};
     std::atomic<std::uint32_t> Caller{0};  ///< thread, and in the lowest bits its level
     std::atomic<std::uint64_t> Time{0};
     std::atomic<const char*> Call{nullptr};
@@ -73,7 +73,7 @@ class CallHistory {
     return number;
   }
 
-  /// @return false if the slot has no entry, or is written at present
+  /// @return false if the slot is empty or is being written
   [[nodiscard]] static bool Read(const Slot& slot, Entry& entry);
   static void AddLine(std::string& text, const Entry& entry, LONGLONG time);
 
