@@ -76,6 +76,7 @@ class Process:
         self._process.kill()
         self._process.wait()
 
+
 # What GStreamer knows of its plugins: each test would look through all of them again.
 REGISTRY = tempfile.TemporaryDirectory(prefix="lidcam-test-registry-")
 

@@ -1,5 +1,4 @@
 #include "driver/core/base/shared_value.h"
-#include "tests/base/pattern.h"
 
 #include <gtest/gtest.h>
 
@@ -8,6 +7,8 @@
 #include <fstream>
 #include <string>
 #include <vector>
+
+#include "tests/base/pattern.h"
 
 namespace lidcam::test {
 namespace {

@@ -10,12 +10,12 @@
 #include <iterator>
 #include <memory>
 #include <mutex>
-#include <regex>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "base/time_units.h"
+#include "tests/base/pattern.h"
 #include "tests/platform/nt/simulation/simulation_support.h"
 
 namespace lidcam::host {
@@ -318,17 +318,17 @@ TEST(RealTimeKernel, EndsOnlyTheRoutineThatMadeAViolation) {
 
 // Calls are stamped with the processor's count, at a rate of its own.
 TEST(RealTimeKernel, ReportsTheTimesOfTheLastCallsByTheClock) {
-  constexpr double kNearby =
-      60;  // s: a busy machine may run another program between two looks at the time
+  // In seconds: a busy machine may run another program between two looks at the time.
+  constexpr double kNearby = 60;
   const VerifierCapture capture;
   const double before = base::SecondsOfUnits(Now());
   EXPECT_EQ(capture.Of([] { KeLowerIrql(DISPATCH_LEVEL); }),
             "KeLowerIrql: level 2 is above the present level 0");
   const std::string report = capture.Violations().at(0).Report;
-  std::smatch call;
-  ASSERT_TRUE(std::regex_search(report, call,
-                                std::regex("([0-9.]+) s  thread [0-9]+ +level 0  KeLowerIrql")));
-  EXPECT_NEAR(std::stod(call[1]), before, kNearby);
+  const std::vector<test::PatternMatch> calls =
+      test::MatchesOf(report, "([0-9.]+) s  thread [0-9]+ +level 0  KeLowerIrql");
+  ASSERT_FALSE(calls.empty());
+  EXPECT_NEAR(std::stod(calls.front().Group), before, kNearby);
 }
 
 // A machine thread that the simulation didn't make can't take part in it.
