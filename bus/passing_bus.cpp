@@ -15,6 +15,10 @@ IsochronousResult PassingBus::ReadIsochronous(std::uint8_t endpoint, std::span<s
   return bus_.ReadIsochronous(endpoint, buffer, packets);
 }
 
+bool PassingBus::HasReceived(std::uint8_t endpoint, std::size_t packets) {
+  return bus_.HasReceived(endpoint, packets);
+}
+
 void PassingBus::Abort(std::uint8_t endpoint) {
   bus_.Abort(endpoint);
 }

@@ -16,6 +16,7 @@ class PassingBus : public UsbBus {
   UsbStatus SelectSetting(std::uint8_t interface, std::uint8_t alternateSetting) override;
   IsochronousResult ReadIsochronous(std::uint8_t endpoint, std::span<std::uint8_t> buffer,
                                     std::span<IsochronousPacket> packets) override;
+  [[nodiscard]] bool HasReceived(std::uint8_t endpoint, std::size_t packets) override;
   void Abort(std::uint8_t endpoint) override;
   [[nodiscard]] std::uint32_t FrameNumber() override;
   void Unplug() override;

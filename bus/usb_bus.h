@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <span>
 #include <string_view>
@@ -78,6 +79,12 @@ class UsbBus {
   /// @param packets   filled for every microframe, also on a status other than Ok (length 0 then)
   virtual IsochronousResult ReadIsochronous(std::uint8_t endpoint, std::span<std::uint8_t> buffer,
                                             std::span<IsochronousPacket> packets) = 0;
+
+  /// Whether a read of so many packets, begun after their time on the bus, ends without waiting for the device: always
+  /// where packets are made as they are read. On the thread that reads.
+  [[nodiscard]] virtual bool HasReceived(std::uint8_t /*endpoint*/, std::size_t /*packets*/) {
+    return true;
+  }
 
   /// Ends the endpoint's read in progress with UsbStatus::Aborted. Any thread.
   virtual void Abort(std::uint8_t endpoint) = 0;

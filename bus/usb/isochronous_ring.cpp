@@ -169,6 +169,17 @@ bool IsochronousRing::IsBehind() const {
          }) > std::ptrdiff_t{kLargestBacklog};
 }
 
+bool IsochronousRing::HasReceived(std::size_t packets) const {
+  if (!isRunning_) return false;
+  const std::lock_guard lock(port_->Mutex);
+  if (port_->IsStale) return false;
+  std::size_t received = 0;
+  for (std::uint32_t i = 0; i < active_ && transfers_[(current_ + i) % active_]->IsDone(); ++i) {
+    received += kPackets;
+  }
+  return received >= packet_ + packets;
+}
+
 UsbStatus IsochronousRing::Open() {
   const UsbStatus status = Await();
   if (status != UsbStatus::Ok) return status;

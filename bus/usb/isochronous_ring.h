@@ -56,6 +56,9 @@ class IsochronousRing {
   /// Reads as UsbBus::ReadIsochronous() does; the first read starts the transfers.
   IsochronousResult Read(std::span<std::uint8_t> buffer, std::span<IsochronousPacket> packets);
 
+  /// Whether the next read of so many packets finds them all.
+  [[nodiscard]] bool HasReceived(std::size_t packets) const;
+
   /// Cancels all transfers, in bounded time. The next read starts them again.
   void Stop();
 

@@ -401,6 +401,11 @@ IsochronousResult LibusbBus::ReadIsochronous(std::uint8_t endpoint, std::span<st
   return result;
 }
 
+bool LibusbBus::HasReceived(std::uint8_t endpoint, std::size_t packets) {
+  const std::lock_guard reading(readMutex_);
+  return ring_ != nullptr && endpoint == ring_->Endpoint() && ring_->HasReceived(packets);
+}
+
 void LibusbBus::Abort(std::uint8_t endpoint) {
   static_cast<void>(endpoint);  // only one endpoint is read
   const std::lock_guard lock(port_->Mutex);

@@ -20,6 +20,7 @@ class MockBus : public UsbBus {
   MOCK_METHOD(UsbStatus, SelectSetting, (std::uint8_t, std::uint8_t), (override));
   MOCK_METHOD(IsochronousResult, ReadIsochronous,
               (std::uint8_t, std::span<std::uint8_t>, std::span<IsochronousPacket>), (override));
+  MOCK_METHOD(bool, HasReceived, (std::uint8_t, std::size_t), (override));
   MOCK_METHOD(void, Abort, (std::uint8_t), (override));
   MOCK_METHOD(std::uint32_t, FrameNumber, (), (override));
   MOCK_METHOD(void, Unplug, (), (override));
@@ -64,6 +65,12 @@ TEST_F(PassingBusTest, IsochronousReadPassesWithItsPackets) {
       });
   EXPECT_EQ(bus_.ReadIsochronous(0x82, buffer, packets),
             (IsochronousResult{UsbStatus::EndOfCapture, 77}));
+}
+
+TEST_F(PassingBusTest, WhetherPacketsHaveComeIsAskedOfTheCamera) {
+  EXPECT_CALL(camera_, HasReceived(0x82, 32)).WillOnce(Return(false)).WillOnce(Return(true));
+  EXPECT_FALSE(bus_.HasReceived(0x82, 32));
+  EXPECT_TRUE(bus_.HasReceived(0x82, 32));
 }
 
 TEST_F(PassingBusTest, AbortBusTimeAndUnplugPass) {

@@ -122,6 +122,10 @@ bus::IsochronousResult ViewedBus::ReadIsochronous(std::uint8_t endpoint,
   return result;
 }
 
+bool ViewedBus::HasReceived(std::uint8_t endpoint, std::size_t packets) {
+  return Target()->HasReceived(endpoint, packets);
+}
+
 void ViewedBus::Abort(std::uint8_t endpoint) {
   Target()->Abort(endpoint);
 }

@@ -115,6 +115,20 @@ TEST_F(UsbStream, SixtyFourMillisecondsAreInFlightAndNoMoreIsAllocatedForThem) {
   SetScript({});
 }
 
+TEST_F(UsbStream, TellsWhetherPacketsHaveCome) {
+  PlugCamera();
+  OpenStream();
+  EXPECT_FALSE(bus_->HasReceived(kEndpoint, 32));  // nothing is in flight yet
+  ReadBuffer read{5};
+  read.ReadFrom(*bus_);
+  // What is left of the first transfer of 32, and the fifteen others.
+  EXPECT_TRUE(Comes([this] { return bus_->HasReceived(kEndpoint, 27 + 15 * 32); }));
+  EXPECT_FALSE(bus_->HasReceived(kEndpoint, 28 + 15 * 32));
+  EXPECT_FALSE(bus_->HasReceived(kEndpoint + 1, 1));
+  bus_->Abort(kEndpoint);
+  EXPECT_FALSE(bus_->HasReceived(kEndpoint, 1));  // the next read starts anew
+}
+
 TEST_F(UsbStream, WithoutDeviceMemoryTheSameComes) {
   PlugCamera();
   SetScript({.HasDeviceMemory = false});
