@@ -257,6 +257,28 @@ TEST(IsochronousTransfer, IsCompletedWithOthersOnlyWhileHalfOfThemAreOnTheBus) {
                     {6, 10, 14, 18, 22, 26, 30, 34, 38, 42, 46, 50, 54, 58});
 }
 
+TEST(IsochronousTransfer, IsNotHeldBackByTheNextOneThatWaitsForTheDevice) {
+  WithConfiguredDevice(
+      [](ScriptedBus& bus, UsbWorld& world) {
+        std::vector<std::unique_ptr<IsochronousRead>> reads;
+        for (int i = 0; i < 7; ++i) {
+          reads.push_back(std::make_unique<IsochronousRead>(world.Device(), world.Pipe(1), 32));
+          EXPECT_EQ(reads.back()->Sent.Send(), STATUS_PENDING);
+          if (i == 0) Sleep(1);  // the schedule's thread waits for its end
+        }
+        // The second and the third are completed together, at 14: the third's packets come at 3000.
+        bus.OnHasReceived = [] { return false; };
+        bus.OnRead = [&bus](ByteSpan, PacketSpan) {
+          if (bus.ReadTimes.size() == 3) Sleep(2986 * kMillisecond);
+          return IsochronousResult{};
+        };
+        for (const auto& read : reads) EXPECT_EQ(read->Sent.Await(), STATUS_SUCCESS);
+        EXPECT_EQ(reads[1]->Sent.CompletedAt, 14 * kMillisecond);
+        EXPECT_EQ(reads[2]->Sent.CompletedAt, 3000 * kMillisecond);
+      },
+      {.LooksAtEachRequest = false, .CompletionDelay = 4 * kMillisecond});
+}
+
 TEST(IsochronousTransfer, WhoseEndIsOverIsCancelledWhileItWaitsForTheNext) {
   WithConfiguredDevice(
       [](ScriptedBus& bus, UsbWorld& world) {

@@ -41,6 +41,7 @@ class ScriptedBus : public bus::UsbBus {
   std::function<bus::UsbStatus(std::uint8_t, std::uint8_t)> OnSetting;
   std::function<bus::IsochronousResult(std::span<std::uint8_t>, std::span<bus::IsochronousPacket>)>
       OnRead;
+  std::function<bool()> OnHasReceived;
   std::vector<bus::SetupPacket> Setups;
   std::vector<int> Settings;
   std::vector<LONGLONG> ReadTimes;
@@ -72,6 +73,7 @@ class ScriptedBus : public bus::UsbBus {
     if (IsUnplugged) return {bus::UsbStatus::Disconnected, 0};
     return OnRead ? OnRead(buffer, packets) : bus::IsochronousResult{};
   }
+  bool HasReceived(std::uint8_t, std::size_t) override { return !OnHasReceived || OnHasReceived(); }
   void Abort(std::uint8_t endpoint) override { Aborts.push_back(endpoint); }
   std::uint32_t FrameNumber() override { return 0; }
   void Unplug() override { IsUnplugged = true; }

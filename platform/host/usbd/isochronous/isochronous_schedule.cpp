@@ -141,10 +141,7 @@ IsochronousSchedule::Step IsochronousSchedule::RunOnce() {
   const LONGLONG now = device_.Options.Now();
   Work work;
   UnderSpinLock(device_.Lock, [&] { work = Look(now); });
-  // Those that are completed together are read one after the other.
-  if (device_.Options.CompletionDelay != 0) {
-    while (IsDue(work, now)) Read(*work.Next, now, &work);
-  }
+  if (device_.Options.CompletionDelay != 0) ReadTogether(work, now);
   if (!ended_.empty()) {
     Complete(ended_);
     ended_.clear();
@@ -158,6 +155,17 @@ IsochronousSchedule::Step IsochronousSchedule::RunOnce() {
     Read(*work.Next, now, nullptr);
   }
   return Step::Again;
+}
+
+// A device that falls silent holds back the transfer that waits for it, and none of those before.
+void IsochronousSchedule::ReadTogether(Work& work, LONGLONG now) {
+  const auto hasCome = [this](const IsochronousTransfer& transfer) {
+    return device_.Bus.HasReceived(transfer.Endpoint,
+                                   transfer.Urb->UrbIsochronousTransfer.NumberOfPackets);
+  };
+  for (bool isFirst = true; IsDue(work, now) && (isFirst || hasCome(*work.Next)); isFirst = false) {
+    Read(*work.Next, now, &work);
+  }
 }
 
 void IsochronousSchedule::PutOffBehind(const IsochronousTransfer& late, LONGLONG lost) {

@@ -75,6 +75,8 @@ class IsochronousSchedule {
   [[nodiscard]] LONGLONG TimeToRead(const IsochronousTransfer& next) const;
   /// Delays the transfers behind a late one by the same time.
   void PutOffBehind(const IsochronousTransfer& late, LONGLONG lost);
+  /// Reads the transfers that are due and completed together, one after the other.
+  void ReadTogether(Work& work, LONGLONG now);
   /// Reads a transfer that is due.
   ///
   /// @param work  is looked for anew, under the lock that the transfer's end takes; may be null
