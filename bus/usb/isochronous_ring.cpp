@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstring>
 #include <new>
 
 namespace lidcam::bus {
@@ -205,7 +204,8 @@ UsbStatus IsochronousRing::Open() {
   }
 }
 
-void IsochronousRing::CopyPacket(std::span<std::uint8_t> share, IsochronousPacket& packet) {
+void IsochronousRing::CopyPacket(std::span<std::uint8_t> share, IsochronousPacket& packet,
+                                 base::AdjacentCopies& copies) {
   const libusb_transfer& transfer = Current().Transfer();
   const libusb_iso_packet_descriptor& shown = (&transfer.iso_packet_desc[0])[packet_];
   if (isTransferFailed_) {
@@ -215,15 +215,16 @@ void IsochronousRing::CopyPacket(std::span<std::uint8_t> share, IsochronousPacke
   }
   const std::size_t length =
       std::min({std::size_t{shown.actual_length}, std::size_t{packetSize_}, share.size()});
-  std::memcpy(share.data(), transfer.buffer + std::size_t{packet_} * packetSize_, length);
+  copies.Add(share.data(), {transfer.buffer + std::size_t{packet_} * packetSize_, length});
   packet.Length = static_cast<std::uint32_t>(length);
   packet.Status = shown.status == LIBUSB_TRANSFER_COMPLETED ? UsbStatus::Ok : UsbStatus::Failed;
 }
 
 // Resubmits a transfer that has been read. If that fails, reads end when the ring reaches this
 // transfer again.
-void IsochronousRing::Advance() {
+void IsochronousRing::Advance(base::AdjacentCopies& copies) {
   if (++packet_ < kPackets) return;
+  copies.Finish();
   isOpen_ = false;
   {
     const std::lock_guard lock(port_->Mutex);
@@ -241,6 +242,7 @@ IsochronousResult IsochronousRing::Read(std::span<std::uint8_t> buffer,
   std::uint64_t skippable = std::uint64_t{kPackets} * kTransfers;
   std::uint64_t first = 0;
   std::size_t count = 0;
+  base::AdjacentCopies copies;
   bool isRestarted = !isRunning_;
   UsbStatus status = isRunning_ ? UsbStatus::Ok : Start();
   while (status == UsbStatus::Ok && count < packets.size()) {
@@ -254,7 +256,7 @@ IsochronousResult IsochronousRing::Read(std::span<std::uint8_t> buffer,
       }
       if (status != UsbStatus::Ok) break;
     }
-    CopyPacket(buffer.subspan(count * share, share), packets[count]);
+    CopyPacket(buffer.subspan(count * share, share), packets[count], copies);
     const bool isEmpty = packets[count].Length == 0 && packets[count].Status == UsbStatus::Ok;
     if (isBehind_ && isEmpty && skippable != 0) {
       --skippable;
@@ -262,12 +264,13 @@ IsochronousResult IsochronousRing::Read(std::span<std::uint8_t> buffer,
       if (count == 0) first = microframe_ + packet_;
       ++count;
     }
-    Advance();
+    Advance(copies);
   }
   for (std::size_t i = count; i < packets.size(); ++i) {
     packets[i].Length = 0;
     packets[i].Status = status;
   }
+  copies.Finish();
   if (status != UsbStatus::Ok) Stop();
   if (count == 0) {
     const std::lock_guard lock(port_->Mutex);

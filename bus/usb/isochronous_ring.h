@@ -5,6 +5,7 @@
 #include <memory>
 #include <span>
 
+#include "base/adjacent_copies.h"
 #include "bus/usb/frame_clock.h"
 #include "bus/usb/pending_transfer.h"
 #include "bus/usb_bus.h"
@@ -78,8 +79,9 @@ class IsochronousRing {
   [[nodiscard]] UsbStatus Start();
   [[nodiscard]] UsbStatus Open();
   [[nodiscard]] UsbStatus Await();
-  void CopyPacket(std::span<std::uint8_t> share, IsochronousPacket& packet);
-  void Advance();
+  void CopyPacket(std::span<std::uint8_t> share, IsochronousPacket& packet,
+                  base::AdjacentCopies& copies);
+  void Advance(base::AdjacentCopies& copies);
   [[nodiscard]] bool IsBehind() const;
 
   libusb_device_handle* const device_;
