@@ -220,6 +220,22 @@ TEST(IsochronousTransfer, BehindOthersIsReadInTimeWithoutWakingAThreadWhereThrea
       {.LooksAtEachRequest = false, .Now = CountedTime});
 }
 
+TEST(IsochronousTransfer, IsNotLookedAtForAControlRequestWhereThreadsRunLate) {
+  WithConfiguredDevice(
+      [](ScriptedBus&, UsbWorld& world) {
+        IsochronousRead transfer(world.Device(), world.Pipe(1), 32);
+        EXPECT_EQ(transfer.Sent.Send(), STATUS_PENDING);
+        Sleep(1);
+        const int before = g_timesRead;
+        VendorRead read(world.Device());
+        EXPECT_EQ(read.Sent.Run(), STATUS_SUCCESS);
+        EXPECT_EQ(g_timesRead, before);
+        EXPECT_EQ(transfer.Sent.Await(), STATUS_SUCCESS);
+        EXPECT_EQ(transfer.Sent.CompletedAt, 6 * kMillisecond);
+      },
+      {.LooksAtEachRequest = false, .Now = CountedTime});
+}
+
 /// Expects completions of transfers of four frames, each sent again at once, at these times in ms.
 void ExpectCompletions(std::size_t transfers, LONGLONG delay, const std::vector<LONGLONG>& times) {
   WithConfiguredDevice(

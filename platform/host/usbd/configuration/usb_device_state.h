@@ -27,7 +27,8 @@ struct UsbStackOptions {
   ULONG FirstFrame = 0;
   FrameRule Frames = FrameRule::Strict;
   /// Whether both threads of the stack look for work at each request: a simulation then has more orders of
-  /// threads to try. Otherwise only a thread that would look too late does: each look costs two context switches.
+  /// threads to try. Otherwise only the request's thread does, and only if it would look too late: each look costs two
+  /// context switches.
   bool LooksAtEachRequest = true;
   /// How late a transfer may be completed, in 100 ns, so that threads wake once for several, as a host controller
   /// delays its interrupts. The others, at least half of them, are on the bus meanwhile. 0: each is completed at its

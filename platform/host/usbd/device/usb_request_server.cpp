@@ -103,6 +103,8 @@ NTSTATUS UsbRequestServer::Submit(PIRP irp, URB& urb) {
   // An accepted URB may be completed and freed as soon as the lock is released.
   const bool isAbort = urb.UrbHeader.Function == URB_FUNCTION_ABORT_PIPE;
   const bool isTransfer = urb.UrbHeader.Function == URB_FUNCTION_ISOCH_TRANSFER;
+  const bool isOfSchedule =
+      isAbort || isTransfer || urb.UrbHeader.Function == URB_FUNCTION_GET_CURRENT_FRAME_NUMBER;
   std::optional<std::uint8_t> abortedEndpoint;
   USBD_STATUS status = USBD_STATUS_DEVICE_GONE;
   bool isSeenInTime = false;
@@ -117,8 +119,16 @@ NTSTATUS UsbRequestServer::Submit(PIRP irp, URB& urb) {
   });
   if (status != USBD_STATUS_PENDING) return CompleteUrb(irp, urb, status);
   if (abortedEndpoint.has_value()) state_.Bus.Abort(*abortedEndpoint);
-  if (state_.Options.LooksAtEachRequest || !isSeenInTime) state_.Wake();
+  if (state_.Options.LooksAtEachRequest || !isSeenInTime) WakeFor(isOfSchedule);
   return STATUS_PENDING;
+}
+
+void UsbRequestServer::WakeFor(bool isOfSchedule) {
+  if (state_.Options.LooksAtEachRequest) {
+    state_.Wake();
+  } else {
+    KeSetEvent(isOfSchedule ? &state_.ScheduleWork : &state_.ControlWork, IO_NO_INCREMENT, FALSE);
+  }
 }
 
 USBD_STATUS UsbRequestServer::Route(PIRP irp, URB& urb) {
