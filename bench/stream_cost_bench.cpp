@@ -20,6 +20,7 @@
 #include <thread>
 #include <vector>
 
+#include "base/adjacent_copies.h"
 #include "bus/passing_bus.h"
 #include "camera_model/bus_adapter/simulated_bus.h"
 #include "platform/host/nt/memory/guards/freed_use.h"
@@ -92,11 +93,13 @@ class ReadyBus final : public bus::PassingBus {
   void Copy(std::span<std::uint8_t> buffer, std::span<bus::IsochronousPacket> packets) {
     const std::size_t share = buffer.size() / packets.size();
     std::size_t offset = 0;
+    base::AdjacentCopies copies;
     for (bus::IsochronousPacket& packet : packets) {
       const std::size_t at = microframe_++ % kMicroframesPerFrame * kBytesPerMicroframe;
       const std::size_t left = at < frame_.size() ? frame_.size() - at : 0;
       const std::size_t length = std::min({share, kBytesPerMicroframe, left});
-      std::memcpy(buffer.data() + offset, frame_.data() + at, length);
+      copies.Add(buffer.data() + offset,
+                 std::span(frame_).subspan(std::min(at, frame_.size()), length));
       packet = {static_cast<std::uint32_t>(offset), static_cast<std::uint32_t>(length),
                 bus::UsbStatus::Ok};
       offset += share;
@@ -184,7 +187,7 @@ FrameCost CostOfFrame(testbed::TransportTestbed& camera, const ReadyBus& bus) {
   const double busBefore = bus.Seconds();
   const double start = ProcessorSeconds();
   while (camera.Counts().Microframes - first < kFrames * kMicroframesPerFrame) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
   }
   const double seconds = ProcessorSeconds() - start;
   const double busSeconds = bus.Seconds() - busBefore;
