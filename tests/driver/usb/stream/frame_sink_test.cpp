@@ -3,8 +3,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
+#include <iterator>
+#include <vector>
 
 #include "tests/driver/usb/support/kernel_arguments.h"
 #include "tests/driver/usb/support/transport_world.h"
@@ -86,6 +89,28 @@ TEST(FrameSink, LeavesTheProcessingToAnotherThread) {
     sink.WakeConsumer(sink.Context);
     EXPECT_THAT(arguments.ProcessingAttempts,
                 ElementsAre(KernelArguments::ProcessingAttempt{&world.Pin, TRUE}));
+  });
+}
+
+TEST(FrameThreadCalls, ReleaseOneCountForATransferOneForTheStopAndOneForTheEnd) {
+  InWorld([](TransportWorld& world) {
+    ASSERT_EQ(world.Start() | world.Acquire() | world.Device().RunStream(), 0);
+    const KernelArguments arguments;
+    IsoPipeline& pipeline = *world.Device().Pipeline;
+    const auto releasesOf = [&arguments](const KSEMAPHORE& semaphore) {
+      std::vector<KernelArguments::SemaphoreRelease> releases;
+      std::copy_if(arguments.SemaphoreReleases.begin(), arguments.SemaphoreReleases.end(),
+                   std::back_inserter(releases),
+                   [&](const auto& release) { return release.Semaphore == &semaphore; });
+      return releases;
+    };
+    const KernelArguments::SemaphoreRelease wake{&pipeline.WakeSemaphore, 0, 1, FALSE};
+    const KernelArguments::SemaphoreRelease done{&pipeline.DoneSemaphore, 0, 1, FALSE};
+    ASSERT_TRUE(world.Stack.CompleteIso(USBD_STATUS_SUCCESS));
+    EXPECT_THAT(releasesOf(pipeline.WakeSemaphore), ElementsAre(wake));
+    ASSERT_EQ(world.Device().PauseStream() | world.Device().ReleaseStream(), 0);
+    EXPECT_THAT(releasesOf(pipeline.WakeSemaphore), ElementsAre(wake, wake));
+    EXPECT_THAT(releasesOf(pipeline.DoneSemaphore), ElementsAre(done));
   });
 }
 
