@@ -5,8 +5,10 @@
 
 #include <algorithm>
 #include <array>
+#include <string_view>
 
 #include "scenarios/camera/stamped_camera.h"
+#include "testbed/worlds.h"
 #include "tests/compliance/support/compliance_world.h"
 #include "tests/compliance/support/frame_rules.h"
 
@@ -69,6 +71,42 @@ INSTANTIATE_TEST_SUITE_P(, PictureOrigin,
                                   std::to_string(test.param.Height) + "Over" +
                                   std::to_string(test.param.Bandwidth) + "BytesAMicroframe";
                          });
+
+// The pin is stalled between fetching a raw frame and reading it, for longer than the camera needs for the next: that
+// one waits, or the pin would read a raw frame that is being filled anew.
+TEST(PictureOriginOfASlowPin, IsOneMomentOfTheScene) {
+  constexpr LONGLONG kStall = 50 * kMillisecond;
+  constexpr int kPictures = 20;
+  scenarios::StampedCamera stamped({.BandwidthLimit = 5120});
+  int stalls = 0;
+  const host::SimulationOptions options{
+      .AtSwitchPoint = [&stalls](const host::SwitchPlace& place) -> LONGLONG {
+        // Called by the resampler alone, ahead of its first read.
+        if (std::string_view(place.Subject.Name) != "KeSaveFloatingPointState") return 0;
+        ++stalls;
+        return kStall;
+      }};
+  testbed::RunInVirtualTime(options, [&stamped] {
+    Host host(stamped);
+    testbed::RunThenEnd(
+        [&host] {
+          const Camera camera = host.Open();
+          Stream stream(camera, camera.FormatOf(352, 288));
+          stream.Run();
+          int last = -1;
+          for (int i = 0; i < kPictures; ++i) {
+            const client::NextFrame next = stream.Next(kFrameWait);
+            ASSERT_EQ(next.Status, STATUS_SUCCESS);
+            const int stamp = StampOf(next.Picture->Bytes());
+            ASSERT_NE(stamp, -1) << "frame " << i << " is torn";
+            EXPECT_NE(stamp, last) << "frame " << i << " was delivered twice";
+            last = stamp;
+          }
+        },
+        [&host] { host.Close(); });
+  });
+  EXPECT_GE(stalls, kPictures);
+}
 
 TEST(PictureOriginOfATornFrame, IsNoticedByThisTest) {
   std::array<std::byte, 8> picture{};

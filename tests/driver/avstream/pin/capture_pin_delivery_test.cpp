@@ -5,9 +5,11 @@
 #include <cstdarg>
 #include <cstdio>
 #include <memory>
+#include <optional>
 
 #include "driver/core/base/camera_trace.h"
 #include "driver/core/base/reference_counted_memory.h"
+#include "driver/frame/delivery/frame_delivery.h"
 #include "tests/driver/avstream/support/surface_world.h"
 #include "tests/driver/support/register_space.h"
 
@@ -19,8 +21,11 @@ using ::testing::ElementsAre;
 
 constexpr auto kPending = static_cast<NTSTATUS>(0x103);
 constexpr auto kNothing = static_cast<NTSTATUS>(0xC0000001);
+constexpr auto kCancelled = static_cast<NTSTATUS>(0xC0000120);
 constexpr ULONG kPicture = 640 * 480 * 2;
 constexpr std::uint32_t kRawBytes = 64 + kPicture;
+
+std::optional<Status> g_deliveryResult;  // returned after the delivery's work, in place of its own
 
 /// A running pin with a camera of native size behind it, whose raw frame is published.
 class ProcessWorld {
@@ -148,6 +153,30 @@ TEST(PinProcess, ADeliveredFrameHasPicturesHeaderAndNumbers) {
   });
 }
 
+// A resampled picture takes a while: the stamp is of its end.
+TEST(PinProcess, TheClockIsReadAheadOfThePictureAndAgainBehindIt) {
+  InSurface([](SurfaceWorld& world) {
+    ProcessWorld stream(world);
+    stream.SkipTwo();
+    FakeFrame frame(kPicture);
+    std::vector<bool> isUntouched;
+    stream.Clock.OnRead = [&] { isUntouched.push_back(frame.IsUntouched()); };
+    EXPECT_EQ(stream.Deliver(frame), kPending);
+    EXPECT_THAT(isUntouched, ElementsAre(true, false));
+  });
+}
+
+TEST(PinProcess, FlagsOfAFrameBeforeAreNotDelivered) {
+  InSurface([](SurfaceWorld& world) {
+    ProcessWorld stream(world);
+    stream.SkipTwo();
+    stream.Object().FrameInfo.dwFrameFlags = 7;
+    FakeFrame frame(kPicture);
+    EXPECT_EQ(stream.Deliver(frame), kPending);
+    EXPECT_EQ(frame.Info().dwFrameFlags, 0U);
+  });
+}
+
 TEST(PinProcess, AClockThatStandsStillStampsTimesAnIntervalApart) {
   InSurface([](SurfaceWorld& world) {
     ProcessWorld stream(world);
@@ -240,6 +269,27 @@ TEST(PinProcess, WithoutABufferTheRawFrameIsDroppedAndOnlyTheExpectedTimeMoves) 
   });
 }
 
+// No camera causes such a result.
+TEST(PinProcess, ADeliveryThatEndsWithMinusOneKeepsItsBufferAndIsNotCounted) {
+  InSurface([](SurfaceWorld& world) {
+    ProcessWorld stream(world);
+    stream.SkipTwo();
+    FakeFrame first(kPicture);
+    g_deliveryResult = 1;
+    EXPECT_EQ(stream.Deliver(first), kPending) << "other results don't count";
+    FakeFrame second(kPicture);
+    g_deliveryResult = -1;
+    EXPECT_EQ(stream.Deliver(second), kCancelled);
+    g_deliveryResult.reset();
+    EXPECT_TRUE(second.IsLocked);
+    EXPECT_FALSE(second.IsEjected);
+    EXPECT_EQ(second.Header().DataUsed, 0xEEEEEEEEU);
+    EXPECT_EQ(*stream.Object().FrameCounter, 3);
+    EXPECT_EQ(stream.Object().ProcessingCount, 0);
+    EXPECT_EQ(stream.Clock.Reads, 3);
+  });
+}
+
 TEST(PinProcess, TheSameRawFrameIsDeliveredTwiceIfNoOtherComes) {
   InSurface([](SurfaceWorld& world) {
     ProcessWorld stream(world);
@@ -273,6 +323,30 @@ TEST(PinProcess, ThePinIsBusyExactlyWhileTheRawFrameIsRead) {
     EXPECT_EQ(stream.Deliver(frame), kPending);
     EXPECT_EQ(looks, 2);
   });
+}
+
+// A frame that is fetched first could be filled anew before the frame thread sees the pin busy.
+TEST(PinProcess, ThePinIsBusyBeforeItFetchesTheRawFrame) {
+  ProcessWorld* watched = nullptr;
+  int fetches = 0;
+  const auto look = [&](const host::SwitchPlace& place) -> LONGLONG {
+    if (watched == nullptr) return 0;
+    const PublishedFrame& published = watched->World().Device.Published;
+    if (place.Subject.Object != &published.PublishedRawFrame) return 0;
+    ++fetches;
+    EXPECT_EQ(watched->Object().ProcessingCount, 1);
+    return 0;
+  };
+  host::Simulate({.HasPreemptionPoints = true, .AtSwitchPoint = look}, [&] {
+    SurfaceWorld world;
+    ProcessWorld stream(world);
+    stream.SkipTwo();
+    FakeFrame frame(kPicture);
+    watched = &stream;
+    EXPECT_EQ(stream.Deliver(frame), kPending);
+    watched = nullptr;
+  });
+  EXPECT_EQ(fetches, 1);
 }
 
 // Taking the hardware down waits for the frame that is being delivered, and no other begins.
@@ -513,3 +587,24 @@ TEST(PinProcess, TheTraceTellsStatesAndWhatBecameOfEachFrame) {
 
 }  // namespace
 }  // namespace lidcam::test
+
+// The linker redirects the delivery to here (--wrap).
+// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
+extern "C" lidcam::Status
+__real__ZN6lidcam18DeliverFrameWithinERNS_13CameraContextERKNS_14DeliveryBufferEPhRj(
+    lidcam::CameraContext& context, const lidcam::DeliveryBuffer& destination,
+    std::uint8_t* rawFrame, std::uint32_t& bytesWritten);
+extern "C" lidcam::Status
+__wrap__ZN6lidcam18DeliverFrameWithinERNS_13CameraContextERKNS_14DeliveryBufferEPhRj(
+    lidcam::CameraContext& context, const lidcam::DeliveryBuffer& destination,
+    std::uint8_t* rawFrame, std::uint32_t& bytesWritten);
+extern "C" lidcam::Status
+__wrap__ZN6lidcam18DeliverFrameWithinERNS_13CameraContextERKNS_14DeliveryBufferEPhRj(
+    lidcam::CameraContext& context, const lidcam::DeliveryBuffer& destination,
+    std::uint8_t* rawFrame, std::uint32_t& bytesWritten) {
+  const lidcam::Status status =
+      __real__ZN6lidcam18DeliverFrameWithinERNS_13CameraContextERKNS_14DeliveryBufferEPhRj(
+          context, destination, rawFrame, bytesWritten);
+  return lidcam::test::g_deliveryResult.value_or(status);
+}
+// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)

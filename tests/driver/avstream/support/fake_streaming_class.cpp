@@ -44,6 +44,7 @@ ULONG FakeClock::AddRef() {
 }
 
 LONGLONG FakeClock::GetCorrelatedTime(LONGLONG* systemTime) {
+  if (OnRead) OnRead();
   ++Reads;
   *systemTime = 77;
   const LONGLONG time = Times.front();

@@ -34,6 +34,7 @@ class FakeClock final : public IKsReferenceClock {
  public:
   std::deque<LONGLONG> Times{0};
   int Reads = 0;
+  std::function<void()> OnRead;  ///< runs ahead of each reading
   LONG References = 0;
   LONG MostReferences = 0;
 

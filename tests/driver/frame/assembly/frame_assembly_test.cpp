@@ -179,6 +179,17 @@ TEST_P(FrameStorage, TheConsumerIsNotWokenWhileTheStreamIsNotRunning) {
   EXPECT_EQ(camera.Log, (GoodEnd(100, 100) + Lines{"frame published bytes=100", "publish 100"}));
 }
 
+// A stream that stops while a frame is published needs no consumer any more.
+TEST_P(FrameStorage, AStreamThatStopsWithThePublishingDoesNotWakeTheConsumer) {
+  AssemblyFixture camera(kFrame, kBuffer, GetParam());
+  camera.Assembly.Sink.PublishRawFrame = [](void* context, std::uint8_t*, std::uint32_t) {
+    static_cast<AssemblyFixture*>(context)->Running = false;
+  };
+  camera.Feed(Body(kFrame, 1));
+  camera.Feed(Start(30, 2));
+  EXPECT_EQ(camera.Log, GoodEnd(100, 100) + Lines{"frame published bytes=100"});
+}
+
 // A consumer that runs at once must not read the write position of a frame not yet begun.
 TEST_P(FrameStorage, TheConsumerIsWokenAheadOfTheWritePositionsReturn) {
   AssemblyFixture camera(kFrame, kBuffer, GetParam());

@@ -167,6 +167,22 @@ TEST(StillCapture, SaysItsSizeBeforeItOpensTheFileAndTheRestAfterIt) {
   EXPECT_THAT(still.Debug.Messages(), ElementsAreArray(StillMessages("160", "120", "1", true)));
 }
 
+// The request is cleared last: one that an application makes meanwhile is used up with it.
+TEST(StillCapture, IsUsedUpBehindItsFile) {
+  StillFixture still;
+  still.Ask(4, 1);
+  Bytes pixels = Picture(38400);
+  StillFileCalls calls;
+  calls.OnOpen = [&] {
+    EXPECT_EQ(still.Context.StillRequested, 1U);
+    still.Ask(4, 2);
+  };
+  CaptureStill(still.Context, pixels.data());
+  EXPECT_EQ(still.Context.StillRequested, 0U);
+  EXPECT_EQ(still.Context.StillRequestValue, 2U);
+  EXPECT_TRUE(still.File() == WithMarks(Picture(38400), {1, 0, 1, 0}));
+}
+
 // --- The trace -----------------------------------------------------------------------------------
 
 /// The trace lines while it lives, one object at a time.

@@ -85,8 +85,20 @@ NTSTATUS NTAPI __wrap_KeWaitForSingleObject(PVOID object, KWAIT_REASON reason, K
                                             BOOLEAN alertable, PLARGE_INTEGER timeout);
 NTSTATUS NTAPI __wrap_KeWaitForSingleObject(PVOID object, KWAIT_REASON reason, KPROCESSOR_MODE mode,
                                             BOOLEAN alertable, PLARGE_INTEGER timeout) {
-  Note(&KernelArguments::Waits, {object, reason, mode, alertable});
+  Note(&KernelArguments::Waits, {object, reason, mode, alertable, timeout != nullptr});
   return __real_KeWaitForSingleObject(object, reason, mode, alertable, timeout);
+}
+
+void NTAPI __wrap_KsPinAttemptProcessing(PKSPIN pin, BOOLEAN asynchronous);
+void NTAPI __wrap_KsPinAttemptProcessing(PKSPIN pin, BOOLEAN asynchronous) {
+  Note(&KernelArguments::ProcessingAttempts, {pin, asynchronous});
+}
+
+NTSTATUS NTAPI __real_PsTerminateSystemThread(NTSTATUS status);
+NTSTATUS NTAPI __wrap_PsTerminateSystemThread(NTSTATUS status);
+NTSTATUS NTAPI __wrap_PsTerminateSystemThread(NTSTATUS status) {
+  Note(&KernelArguments::ThreadEnds, status);
+  return __real_PsTerminateSystemThread(status);
 }
 
 }  // extern "C"

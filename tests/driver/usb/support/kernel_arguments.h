@@ -37,6 +37,14 @@ class KernelArguments {
     KWAIT_REASON Reason;
     KPROCESSOR_MODE Mode;
     BOOLEAN Alertable;
+    bool HasLimit;
+  };
+
+  struct ProcessingAttempt {
+    PKSPIN Pin;
+    BOOLEAN Asynchronous;
+
+    friend bool operator==(const ProcessingAttempt&, const ProcessingAttempt&) = default;
   };
 
   /// Called before each setting of an event.
@@ -47,6 +55,9 @@ class KernelArguments {
   std::vector<PDEVICE_OBJECT> WorkItemDevices;
   std::vector<WORK_QUEUE_TYPE> WorkItemQueues;  ///< of both kinds of items
   std::vector<Wait> Waits;
+  std::vector<ProcessingAttempt>
+      ProcessingAttempts;  ///< not passed on: a test's pin may be none of the class
+  std::vector<NTSTATUS> ThreadEnds;
 };
 
 }  // namespace lidcam::test

@@ -180,6 +180,22 @@ TEST(FrameThread, ResubmissionThatFailsHaltsTheCircleAndSchedulesNothing) {
   });
 }
 
+TEST(FrameThread, WokenWithoutATransferCountsNoneAndWaitsForTheNext) {
+  Simulate({}, [] {
+    Circle circle(1);
+    circle.Run();
+    circle.Sent.clear();
+    KeReleaseSemaphore(&circle.Pipeline->WakeSemaphore, 0, 1, FALSE);
+    Sleep(kMillisecond);
+    EXPECT_EQ(circle.Pipeline->CompletedCount, 0);
+    circle.CompleteTransfer(0);
+    Sleep(kMillisecond);
+    EXPECT_EQ(circle.Pipeline->CompletedCount, 0);
+    EXPECT_EQ(circle.Sent.size(), 1U);
+    circle.Pause();
+  });
+}
+
 TEST(FrameThread, StopThrowsAwayWhatIsQueuedUnparsed) {
   Simulate({}, [] {
     Circle circle(3);
