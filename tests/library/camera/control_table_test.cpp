@@ -105,7 +105,7 @@ TEST(ControlTable, AReportIsARegisterThatTheControlWrites) {
 }
 
 // The requests for a control's lowest and its highest value differ, or those of the next exposure by hand, which some
-// controls take part in; else the control has no effect. The white balance is only reported, and light and LED show in a stream.
+// controls take part in; else the control has no effect. The white balance is only reported, and the light mode and the LED depend on more.
 TEST(ControlTable, AControlHasAnEffectWhereItsValuesReachTheCamera) {
   constexpr std::int32_t kTypes[] = {1, 3, 5, 6, 7, 8, 9, 10, 11};
   for (const std::int32_t type : kTypes) {
@@ -128,6 +128,20 @@ TEST(ControlTable, AControlHasAnEffectWhereItsValuesReachTheCamera) {
       EXPECT_EQ(HasEffect(control.Name, type), traffic(control.Minimum) != traffic(control.Maximum))
           << control.Name << " on sensor " << type;
     }
+  }
+}
+
+TEST(ControlTable, TheLedHasAnEffectWhereItsBitIsWritten) {
+  constexpr std::int32_t kTypes[] = {1, 3, 5, 6, 7, 8, 9, 10, 11};
+  for (const std::int32_t type : kTypes) {
+    const auto traffic = [type](LedPolicy policy) {
+      test::RegisterSpace camera;
+      camera.Context().SensorType = type;
+      camera.Context().LED = policy;
+      ApplyImageControl(ImageControlLed, camera.Context());
+      return camera.AccessText();
+    };
+    EXPECT_EQ(HasEffect("LED", type), traffic(LedPolicyOn) != traffic(LedPolicyOff)) << type;
   }
 }
 
