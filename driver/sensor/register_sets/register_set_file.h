@@ -13,8 +13,8 @@ namespace lidcam {
 /// Reads one register set file into the record's three tables.
 ///
 /// The walk over the sections ends where their lengths add up to the body's exactly, and continues
-/// otherwise; a section of unknown type, or one that reaches beyond the bytes read, prints
-/// " This is error type\n" and ends the file. Of a section the first 600 entries are stored.
+/// otherwise; a section of unknown type prints " This is error type\n" and ends the file, and one that
+/// reaches beyond the bytes read ends it without a message. Of a section the first 600 entries are stored.
 ///
 /// @param path  as the platform names files, "\\SystemRoot\\..."
 /// @return a platform status: of the open, or of the last read, or 0 once a section of the normal

@@ -143,13 +143,15 @@ struct EffectRow {
   std::uint32_t On;
 };
 
-// Controls that some sensors are not programmed for, or always in the same way.
+// Controls that some sensors are not programmed for, or always in the same way. On VGA7648 the flicker setting is
+// part of an exposure by hand only; on VGA0708 the LED's bit is read and never written.
 constexpr EffectRow kEffects[] = {
     {"Mirror", kVga0708},
     {"Vertical", kVga0708},
     {"Exposure", kAll & ~Sensors(SensorTypeK82, SensorTypeReserved3)},
     {"AutoExposure", kAll & ~Sensors(SensorTypeK82, SensorTypeReserved3)},
-    {"Flicker", kAll & ~Sensors(SensorTypeVGA7648, SensorTypeReserved3)},
+    {"Flicker", kAll & ~Sensors(SensorTypeReserved3)},
+    {"LED", kAll & ~kVga0708},
 };
 
 bool IsSameName(std::string_view a, std::string_view b) {

@@ -11,6 +11,7 @@
 #include "camera_model/bus_adapter/simulated_bus.h"
 #include "driver/avstream/properties/property_ids.h"
 #include "driver/avstream/properties/property_requests.h"
+#include "driver/sensor/controls/image_controls.h"
 #include "library/base/command_error.h"
 #include "library/camera/opened_camera.h"
 #include "library/settings/host_environment.h"
@@ -103,8 +104,8 @@ TEST(ControlTable, AReportIsARegisterThatTheControlWrites) {
   }
 }
 
-// The requests for a control's lowest and its highest value differ, or the control has no effect.
-// The white balance is only reported, and light and LED show in a stream.
+// The requests for a control's lowest and its highest value differ, or those of the next exposure by hand, which some
+// controls take part in; else the control has no effect. The white balance is only reported, and the light mode and the LED depend on more.
 TEST(ControlTable, AControlHasAnEffectWhereItsValuesReachTheCamera) {
   constexpr std::int32_t kTypes[] = {1, 3, 5, 6, 7, 8, 9, 10, 11};
   for (const std::int32_t type : kTypes) {
@@ -119,11 +120,28 @@ TEST(ControlTable, AControlHasAnEffectWhereItsValuesReachTheCamera) {
         SetOn(camera.Context(), control, value);
         // The brightness register lags one change behind.
         SetOn(camera.Context(), control, value);
+        camera.Context().AutoExposure = 0;
+        camera.Context().Exposure = 60;
+        ApplyImageControl(ImageControlExposure, camera.Context());
         return camera.AccessText();
       };
       EXPECT_EQ(HasEffect(control.Name, type), traffic(control.Minimum) != traffic(control.Maximum))
           << control.Name << " on sensor " << type;
     }
+  }
+}
+
+TEST(ControlTable, TheLedHasAnEffectWhereItsBitIsWritten) {
+  constexpr std::int32_t kTypes[] = {1, 3, 5, 6, 7, 8, 9, 10, 11};
+  for (const std::int32_t type : kTypes) {
+    const auto traffic = [type](LedPolicy policy) {
+      test::RegisterSpace camera;
+      camera.Context().SensorType = type;
+      camera.Context().LED = policy;
+      ApplyImageControl(ImageControlLed, camera.Context());
+      return camera.AccessText();
+    };
+    EXPECT_EQ(HasEffect("LED", type), traffic(LedPolicyOn) != traffic(LedPolicyOff)) << type;
   }
 }
 

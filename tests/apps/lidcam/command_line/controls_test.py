@@ -125,7 +125,7 @@ class ControlsTest(CommandLineTest):
         effects = {row["name"]: row["hasEffect"]
                    for row in json.loads(self.lidcam("controls", "--json", *camera))}
         self.assertEqual([name for name, has_effect in effects.items() if not has_effect],
-                         ["Mirror", "Vertical", "Flicker"])
+                         ["Mirror", "Vertical"])
         self.assertIn("nothing on this sensor; elsewhere 1: left and right exchanged",
                       self.lidcam("controls", *camera))
 

@@ -94,6 +94,14 @@ TEST(ExposureOnVGA0408, TheUsualBandIsSetWithFlickerOffAndInAutomaticToo) {
   EXPECT_EQ(camera.Context().FlickerBandStep, 0x96);
 }
 
+TEST(ExposureOnVGA0408, TheUsualBandIsSetBetweenTheModeAndTheLines) {
+  ExposingCamera camera(SensorTypeVGA0408);
+  std::vector<int> during;
+  camera.OnRequest = [&](const WirePacket&) { during.push_back(camera.Context().FlickerBandStep); };
+  camera.Expose(1);
+  EXPECT_THAT(during, ElementsAre(0, 0, 0x96, 0x96, 0x96, 0x96));
+}
+
 TEST(ExposureOnVGA0408, TheModeBitsOfTheShadowStayWhenTheirWriteFails) {
   ExposingCamera camera(SensorTypeVGA0408);
   camera.Context().ShadowFF0D = 0xFF;

@@ -160,6 +160,17 @@ TEST_F(OrientationAndFlicker, OrientationShadowsMoveAlsoWhenTheWritesFail) {
   EXPECT_EQ(camera_.ShadowFF26, 0x23);
 }
 
+// Until then a register list of the frame path keeps the orientation that the bridge has.
+TEST_F(OrientationAndFlicker, BridgeShadowMovesBehindTheSensorsWrite) {
+  camera_.SensorType = 9;
+  camera_.FormatTag = kYuy2;
+  camera_.ShadowFF26 = 0x13;
+  std::vector<int> during;
+  space_.OnRequest = [&](const WirePacket&) { during.push_back(camera_.ShadowFF26); };
+  EXPECT_EQ(ProgramMirrorFlip(camera_), 0);
+  EXPECT_THAT(during, ElementsAre(0x13, 0x13, 0x23, 0x23));
+}
+
 TEST_F(OrientationAndFlicker, OrientationReturnsTheBridgeWritesStatusOnly) {
   camera_.SensorType = 9;
   camera_.FormatTag = kYuy2;

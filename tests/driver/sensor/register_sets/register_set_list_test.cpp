@@ -4,13 +4,16 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdarg>
 #include <cstdint>
 #include <cstdio>
 #include <memory>
 #include <ostream>
 #include <string>
+#include <string_view>
 #include <vector>
 
+#include "driver/core/base/camera_trace.h"
 #include "tests/driver/support/register_space.h"
 
 namespace lidcam::test {
@@ -96,10 +99,9 @@ TEST_F(RegisterSetList, AbsentEmptyOrOverlongListOnVGA0708WritesNothingNotEvenTh
   EXPECT_THAT(Accesses(), IsEmpty());
 }
 
-TEST_F(RegisterSetList, ReplayPipelineIsRefusedEntryByEntryWhileTheApplicationHoldsTheBus) {
+TEST_F(RegisterSetList, FramePathIsRefusedEntryByEntryWhileTheApplicationHoldsTheBus) {
   Fill(Context().NormalRegisters, {{0x11, 0x01, 0x02}, {0x33, 0x03, 0x04}, {0x11, 0x05, 0x06}});
-  // The application takes the bus with the first entry's data transfer and gives it back before the
-  // third entry.
+  // The application takes the bus with the first entry's data transfer and keeps it.
   Shared<std::uint32_t>& busy = Context().AppRegisterBusy;
   Space().OnRequest = [&busy](const WirePacket& packet) {
     if (packet[4] == 0x01) busy = 1;
@@ -109,7 +111,28 @@ TEST_F(RegisterSetList, ReplayPipelineIsRefusedEntryByEntryWhileTheApplicationHo
   Context().AppRegisterBusy = 0;
 }
 
-TEST_F(RegisterSetList, RefusedEntryDoesNotStopTheList) {
+// A refusal sends nothing: its line in the trace is what shows it.
+Shared<std::uint32_t>* g_busyUntilRefused = nullptr;
+
+void ClearBusyAtRefusal(const CameraContext*, const char* format, std::va_list) {
+  if (std::string_view(format).ends_with(" refused")) *g_busyUntilRefused = 0;
+}
+
+TEST_F(RegisterSetList, EntriesBehindARefusedOneAreWritten) {
+  Fill(Context().NormalRegisters, {{0x11, 0x01, 0x02}, {0x33, 0x03, 0x04}, {0x11, 0x05, 0x06}});
+  // The application holds the bus during the second entry only.
+  Shared<std::uint32_t>& busy = Context().AppRegisterBusy;
+  Space().OnRequest = [&busy](const WirePacket& packet) {
+    if (packet[4] == 0x01) busy = 1;
+  };
+  g_busyUntilRefused = &busy;
+  SetCameraTraceSink(ClearBusyAtRefusal);
+  EXPECT_EQ(ApplyRegisterSet(Context(), RegisterList::Normal, RegisterPath::Frame), 0);
+  SetCameraTraceSink(nullptr);
+  EXPECT_THAT(Accesses(), ElementsAre("write bridge FF01=02", "write bridge FF05=06"));
+}
+
+TEST_F(RegisterSetList, FailedEntryDoesNotStopTheList) {
   Fill(Context().NormalRegisters, {{0x11, 0x01, 0x02}, {0x33, 0x03, 0x04}, {0x11, 0x05, 0x06}});
   Space().Failure = [](const std::string& access) {
     return access == "write sensor FF03=04" ? Status{-1} : Status{0};

@@ -32,11 +32,11 @@ std::vector<Primitive> WritesOf(RegisterPath path) {
 
 // --- while the application path holds the bus ---
 
-class ReplayPipelinePrimitive : public TestWithParam<Primitive> {};
-INSTANTIATE_TEST_SUITE_P(RegisterExclusion, ReplayPipelinePrimitive,
+class FramePathPrimitive : public TestWithParam<Primitive> {};
+INSTANTIATE_TEST_SUITE_P(RegisterExclusion, FramePathPrimitive,
                          ValuesIn(PrimitivesOf(RegisterPath::Frame)), PrimitiveName);
 
-TEST_P(ReplayPipelinePrimitive, IsRefusedWithNothingSentWhileTheApplicationHoldsTheBus) {
+TEST_P(FramePathPrimitive, IsRefusedWithNothingSentWhileTheApplicationHoldsTheBus) {
   RegisterSpace space;
   CameraContext& camera = space.Context();
   camera.AppRegisterBusy = 1;
@@ -48,7 +48,7 @@ TEST_P(ReplayPipelinePrimitive, IsRefusedWithNothingSentWhileTheApplicationHolds
   EXPECT_EQ(camera.AppRegisterBusy, 1U);
 }
 
-TEST_P(ReplayPipelinePrimitive, IsNotHeldOffByAnotherFramePathAccess) {
+TEST_P(FramePathPrimitive, IsNotHeldOffByAnotherFramePathAccess) {
   RegisterSpace space;
   space.Context().DriverRegisterBusy = 1;
   EXPECT_EQ(GetParam().Run(space.Context()), 0);
@@ -56,7 +56,7 @@ TEST_P(ReplayPipelinePrimitive, IsNotHeldOffByAnotherFramePathAccess) {
 }
 
 // A batch sets the flag once; its protection lasts until its first primitive has ended.
-TEST_P(ReplayPipelinePrimitive, ClearsAFlagThatABatchHadRaised) {
+TEST_P(FramePathPrimitive, ClearsAFlagThatABatchHadRaised) {
   RegisterSpace space;
   space.Context().DriverRegisterBusy = 1;
   GetParam().Run(space.Context());
