@@ -37,6 +37,7 @@ class KernelArguments {
     KWAIT_REASON Reason;
     KPROCESSOR_MODE Mode;
     BOOLEAN Alertable;
+    PLARGE_INTEGER Timeout;  ///< readable during the wait only, unless the caller keeps it
   };
 
   /// Called before each setting of an event.
