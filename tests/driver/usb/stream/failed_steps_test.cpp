@@ -92,6 +92,9 @@ TEST(FailedSteps, OnlyTheDeviceClasses1And2And3Start) {
       EXPECT_EQ(world.Start(), isKnown ? STATUS_SUCCESS : kUnsuccessful) << deviceClass;
       EXPECT_EQ(world.Record().Connected, isKnown ? 1 : 0);
       EXPECT_NE(world.Record().Camera, nullptr);
+      // The capabilities of a camera of another class are not taken over.
+      EXPECT_EQ(world.Record().DeviceClass, isKnown ? deviceClass : 0U);
+      EXPECT_EQ(world.Record().TransferCount, isKnown ? 7U : 0U);
     });
   }
 }
