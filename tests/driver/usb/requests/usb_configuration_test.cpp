@@ -47,15 +47,19 @@ TEST(UsbConfiguration, OnlyAConfigurationOf193BytesIsTheLongOne) {
     std::size_t Extra;
     std::uint32_t IsLong;
   };
-  for (const Row& row : {Row{8, 0, 1}, Row{4, 0, 0}, Row{8, 1, 0}, Row{7, 22, 0}, Row{7, 23, 1}}) {
+  // The last one is 449 bytes long: the same low byte.
+  for (const Row& row :
+       {Row{8, 0, 1}, Row{4, 0, 0}, Row{8, 1, 0}, Row{7, 22, 0}, Row{7, 23, 1}, Row{8, 256, 0}}) {
     InWorld([&](TransportWorld& world) {
       world.Stack.Configuration = ConfigurationBytes(row.Settings);
       auto& bytes = world.Stack.Configuration;
       // Unknown descriptors fill up to the length.
       for (std::size_t i = 0; i < row.Extra; ++i) {
-        bytes.push_back(i == 0 ? static_cast<std::uint8_t>(row.Extra) : 0x40);
+        const std::size_t length = std::min<std::size_t>(row.Extra, 128);
+        bytes.push_back(i % length == 0 ? static_cast<std::uint8_t>(length) : 0x40);
       }
       bytes[2] = static_cast<std::uint8_t>(bytes.size());
+      bytes[3] = static_cast<std::uint8_t>(bytes.size() >> 8);
       EXPECT_EQ(world.Start(), STATUS_SUCCESS);
       EXPECT_EQ(world.Record().LongConfigDescriptor, row.IsLong) << bytes.size();
       EXPECT_EQ(world.Record().TransferCount, row.IsLong != 0 ? 7U : 3U);
