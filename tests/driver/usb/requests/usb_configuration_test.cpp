@@ -291,14 +291,33 @@ TEST(UsbConfiguration, ASettingsPacketSizeDoesNotReachThePipeTable) {
   });
 }
 
+// The stack may have written into the URB before it failed.
+std::function<std::optional<Verdict>(URB&)> WriteAndAnswer(Verdict verdict) {
+  return [verdict](URB& urb) -> std::optional<Verdict> {
+    if (urb.UrbHeader.Function != 1) return std::nullopt;
+    urb.UrbSelectInterface.Interface.Pipes[0].MaximumPacketSize = 777;
+    return verdict;
+  };
+}
+
 TEST(UsbConfiguration, AStatusInTheUrbAloneLeavesTheInterfaceAsItWas) {
   InWorld([](TransportWorld& world) {
     ASSERT_EQ(world.Start(), STATUS_SUCCESS);
-    world.Stack.Decide = Fail(1, {0, USBD_STATUS_NO_BANDWIDTH});
+    world.Stack.Decide = WriteAndAnswer({0, USBD_STATUS_NO_BANDWIDTH});
     EXPECT_EQ(SetFormat(world), STATUS_SUCCESS);
+    EXPECT_EQ(world.Record().InterfaceInformation->Pipes[0].MaximumPacketSize, 8);
     EXPECT_EQ(world.Record().InterfaceInformation->Pipes[1].MaximumPacketSize, 0);
     // A pipe without packets: no transfer can be made.
     EXPECT_EQ(world.Acquire(), kNoMemory);
+  });
+}
+
+TEST(UsbConfiguration, ARefusedSettingLeavesTheInterfaceAsItWas) {
+  InWorld([](TransportWorld& world) {
+    ASSERT_EQ(world.Start(), STATUS_SUCCESS);
+    world.Stack.Decide = WriteAndAnswer({kIoError, 0});
+    EXPECT_EQ(SetFormat(world), kIoError);
+    EXPECT_EQ(world.Record().InterfaceInformation->Pipes[0].MaximumPacketSize, 8);
   });
 }
 
