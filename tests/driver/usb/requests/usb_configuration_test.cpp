@@ -191,6 +191,39 @@ TEST(UsbConfiguration, ItKeepsHandleInterfaceAndPipes) {
   });
 }
 
+TEST(UsbConfiguration, EachInterfaceIsTakenInTheFirstSettingThatIsDescribed) {
+  InWorld([](TransportWorld& world) {
+    std::vector<std::uint8_t>& bytes = world.Stack.Configuration;
+    bytes = {9, 2, 0, 0, 2, 1, 0, 0x80, 250};
+    bytes.insert(bytes.end(), {9, 4, 0, 3, 2, 0xFF, 0xFF, 0xFF, 0});
+    bytes.insert(bytes.end(), {7, 5, 0x81, 3, 8, 0, 1});
+    bytes.insert(bytes.end(), {7, 5, 0x82, 1, 0, 2, 1});
+    bytes.insert(bytes.end(), {9, 4, 0, 0, 0, 0xFF, 0xFF, 0xFF, 0});
+    bytes.insert(bytes.end(), {9, 4, 1, 5, 0, 14, 7, 6, 0});
+    bytes[2] = static_cast<std::uint8_t>(bytes.size());
+    struct Entry {
+      int Number;
+      int Setting;
+      bool operator==(const Entry&) const = default;
+    };
+    std::vector<Entry> selected;
+    world.Stack.Decide = [&selected](URB& urb) -> std::optional<Verdict> {
+      if (urb.UrbHeader.Function != 0) return std::nullopt;
+      const auto* const begin = reinterpret_cast<const std::uint8_t*>(&urb);
+      const auto* at = reinterpret_cast<const std::uint8_t*>(&urb.UrbSelectConfiguration.Interface);
+      while (at < begin + urb.UrbHeader.Length) {
+        const auto& entry = *reinterpret_cast<const USBD_INTERFACE_INFORMATION*>(at);
+        selected.push_back({entry.InterfaceNumber, entry.AlternateSetting});
+        at += entry.Length;
+      }
+      return std::nullopt;
+    };
+    EXPECT_EQ(world.Start(), STATUS_SUCCESS);
+    EXPECT_EQ(selected, (std::vector<Entry>{{0, 3}, {1, 5}}));
+    EXPECT_EQ(world.Record().InterfaceInformation->NumberOfPipes, 2U);
+  });
+}
+
 TEST(UsbConfiguration, WithoutInterfacesTheListHasOnlyItsEnd) {
   InWorld([](TransportWorld& world) {
     ASSERT_EQ(world.Start(), STATUS_SUCCESS);

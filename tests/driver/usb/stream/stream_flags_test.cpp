@@ -90,6 +90,19 @@ TEST(StreamFlags, AResumeIsWantedUntilTheTransfersAreOut) {
   });
 }
 
+// A pause that has been noted and still waits for the device.
+TEST(StreamFlags, AResumeOfAStreamThatRunsStillIsNotPendingAnyMore) {
+  InWorld([](TransportWorld& world) {
+    ASSERT_EQ(world.Start() | world.Acquire() | world.Device().RunStream(), 0);
+    world.Stream().RestartPending = 1;
+    world.Log.Clear();
+    EXPECT_EQ(world.Device().ResumeStream(), STATUS_SUCCESS);
+    EXPECT_EQ(world.Stream().RestartPending, 0);
+    EXPECT_EQ(world.Stream().StreamRunning, 1);
+    EXPECT_TRUE(world.Log.Lines().empty());
+  });
+}
+
 TEST(StreamFlags, ARunThrowsTheFrameUnderWayAwayAndForgetsABadEnd) {
   InWorld([](TransportWorld& world) {
     ASSERT_EQ(world.Start() | world.Acquire(), 0);
