@@ -134,6 +134,24 @@ TEST(FailedSteps, AnAcquireWithoutItsThreadLeavesTheSettingAndTheCameraStreaming
   });
 }
 
+// A pipe without packets fails the first transfer.
+TEST(FailedSteps, AnAcquireWithoutATransferFreesItsBuffersAndThenStopsItsThread) {
+  InWorld([](TransportWorld& world) {
+    ASSERT_EQ(world.Start(), STATUS_SUCCESS);
+    world.Stack.PacketSizes[7] = 0;
+    world.Log.Clear();
+    EXPECT_EQ(world.Acquire(), kNoMemory);
+    EXPECT_THAT(world.Log.Lines(),
+                ElementsAre("acquire device", "urb select setting 7", "urb vendor requests",
+                            "create thread", "reference thread access=2032639 mode=0",
+                            "close handle", "allocate raw buffers", "free raw buffers",
+                            "let go of thread", "release device"));
+    EXPECT_EQ(world.Stream().Assembly.ReadyBuffer, nullptr);
+    EXPECT_EQ(world.Stream().Assembly.FillBuffer, nullptr);
+    EXPECT_NE(world.Stream().Assembly.RawBuffers, nullptr);
+  });
+}
+
 TEST(FailedSteps, ARunThatFailsLeavesTheCircleHaltedThroughTheRelease) {
   InWorld([](TransportWorld& world) {
     ASSERT_EQ(world.Start() | world.Acquire(), 0);

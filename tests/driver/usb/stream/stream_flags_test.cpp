@@ -144,6 +144,20 @@ TEST(StreamFlags, AFinishedFrameWakesThePinAndDoesNotRunIt) {
   });
 }
 
+TEST(StreamFlags, AReleaseForgetsTheFrameUnderWayAndItsBuffers) {
+  InWorld([](TransportWorld& world) {
+    ASSERT_EQ(world.Start() | world.Acquire(), 0);
+    FrameAssembly& assembly = world.Stream().Assembly;
+    EXPECT_EQ(assembly.FillOffset, 0U);
+    assembly.FillOffset = 5;
+    EXPECT_EQ(world.Device().ReleaseStream(), STATUS_SUCCESS);
+    EXPECT_EQ(assembly.FillOffset, 0U);
+    EXPECT_EQ(assembly.ReadyBuffer, nullptr);
+    EXPECT_EQ(assembly.FillBuffer, nullptr);
+    EXPECT_EQ(assembly.RawBufferSize, 921666U);
+  });
+}
+
 TEST(StreamFlags, AnAcquireTakesTheStaleFrameAway) {
   InWorld([](TransportWorld& world) {
     ASSERT_EQ(world.Start(), STATUS_SUCCESS);
