@@ -360,6 +360,24 @@ TEST(StreamControl, ARemovalBesideAStreamsStartLeavesNothingPrepared) {
   });
 }
 
+TEST(StreamControl, ASecondAcquireIsRefusedAsSuchEvenIfTheDeviceGoesMeanwhile) {
+  InWorld([](TransportWorld& world) {
+    ASSERT_EQ(world.Start(), STATUS_SUCCESS);
+    unsigned asked = 0;
+    world.Stack.Decide = [&](URB& urb) -> std::optional<Verdict> {
+      if (urb.UrbHeader.Function != 1) return std::nullopt;
+      ++asked;
+      if (asked == 1) return Verdict{kUnsuccessful};  // so that the second acquire asks again
+      if (asked == 3) world.Record().Connected = 0;
+      return std::nullopt;
+    };
+    ASSERT_EQ(world.Acquire(), STATUS_SUCCESS);
+    EXPECT_EQ(world.Acquire(), kUnsuccessful);
+    EXPECT_EQ(asked, 3U);
+    EXPECT_EQ(FlagsOf(world), kPrepared);
+  });
+}
+
 TEST(StreamControl, ADeviceThatGoesWhileItsSettingIsChosenPreparesNothing) {
   InWorld([](TransportWorld& world) {
     ASSERT_EQ(world.Start(), STATUS_SUCCESS);
