@@ -171,6 +171,25 @@ TEST(StreamControl, ADeviceThatIsGoneRefusesEverything) {
   });
 }
 
+// The removal releases the stream; a run that comes first leaves that to it.
+TEST(StreamControl, ARunOfADeviceThatIsGoneChangesNothing) {
+  InWorld([](TransportWorld& world) {
+    ASSERT_EQ(world.Start() | world.Acquire(), 0);
+    std::uint8_t frame = 0;
+    world.Device().PublishRawFrame(&frame, 1);
+    world.Record().Connected = 0;
+    world.Log.Clear();
+    EXPECT_EQ(world.Device().RunStream(), kGone);
+    EXPECT_EQ(FlagsOf(world), kPrepared);
+    world.Stream().StreamRunning = 1;
+    EXPECT_EQ(world.Device().RunStream(), kGone);
+    world.Stream().StreamRunning = 0;
+    EXPECT_TRUE(world.Log.Lines().empty());
+    std::uint32_t size = 0;
+    EXPECT_EQ(world.Device().GetRawFrame(size), &frame);
+  });
+}
+
 TEST(StreamControl, APauseFollowedByARunRebuildsTheTransfersToo) {
   InWorld([](TransportWorld& world) {
     ASSERT_EQ(world.Start() | world.Acquire() | world.Device().RunStream(), 0);
