@@ -10,7 +10,8 @@ import tempfile
 _CMAKE = """cmake_minimum_required(VERSION 3.25)
 project(toy LANGUAGES CXX)
 enable_testing()
-add_library(toy STATIC driver/toy/toy.cpp)
+add_library(toy STATIC driver/toy/toy.cpp driver/toy/none.cpp)
+set_target_properties(toy PROPERTIES UNITY_BUILD ON)
 target_include_directories(toy PUBLIC ${CMAKE_SOURCE_DIR})
 add_subdirectory(tests/driver/toy)
 """
@@ -137,6 +138,7 @@ def _make_tree(root):
     _write(root / "CMakeLists.txt", _CMAKE)
     _write(root / "driver/toy/toy.h", _HEADER)
     _write(root / "driver/toy/toy.cpp", _SOURCE)
+    _write(root / "driver/toy/none.cpp", "")
     _write(root / "tests/driver/toy/CMakeLists.txt", _TEST_CMAKE)
     _write(root / "tests/driver/toy/toy_test.cpp", _TEST)
 
@@ -189,6 +191,9 @@ def _check_outcomes(root, failures):
     failures.expect(text == _SOURCE, "the tree itself is untouched", text)
     status, output = _run(root, "driver/toy", "1000", "--seed", "1", "--at", " Sum")
     failures.expect(status == 0, "no survivors give exit status 0", output)
+    status, output = _run(root, "driver/toy", "1000", "--at", "nowhere")
+    failures.expect(status == 1 and "No mutant could be judged" in output,
+                    "a run without mutants is no success", output)
     status, output = _run(root, "driver/toy", "1000", "--limit", "100")
     failures.expect(status == 0, "as many survivors as the limit give exit status 0", output)
 

@@ -53,7 +53,7 @@ class Workshop:
         self._tests = []    # executables, quickest first
         self._limits = {}   # of each one: seconds of processor time
         self._killers = {}  # of each source: the executable that noticed its last change
-        self._code = {}     # of each object of the driver: digest of the unchanged one
+        self._code = {}     # of each object of what is tested: digest of the unchanged one
 
     def sources(self):
         """Path from the root and text of each source in the folder and its rooms."""
@@ -84,7 +84,9 @@ class Workshop:
                           started.children_user - started.children_system)
             self._limits[test] = 10 + int(5 * took[test])
         self._tests.sort(key=took.get)
-        self._code = {path: _digest(path) for path in self._driver_objects()}
+        self._code = {path: _digest(path) for path in self._tested_objects()}
+        if not self._code:
+            raise WorkshopError("nothing that is tested has an object")
 
     @property
     def test_names(self):
@@ -168,12 +170,12 @@ class Workshop:
                               stderr=subprocess.STDOUT, text=True, check=False)
         return done.stdout if done.returncode != 0 else None
 
-    def _driver_objects(self):
+    # By their own names: that of the source may be one that includes those of a whole room.
+    def _tested_objects(self):
         commands = json.loads((self._build / "compile_commands.json").read_text(encoding="utf-8"))
-        driver = str(self._tree / "driver") + "/"
-        outputs = [re.search(r" -o (\S+\.o) ", entry["command"]) for entry in commands
-                   if entry["file"].startswith(driver)]
-        objects = [self._build / output.group(1) for output in outputs if output is not None]
+        outputs = [re.search(r" -o (\S+\.o) ", entry["command"]) for entry in commands]
+        objects = [self._build / output.group(1) for output in outputs
+                   if output is not None and not output.group(1).startswith("tests/")]
         return [path for path in objects if path.exists()]
 
     def _is_same_code(self):

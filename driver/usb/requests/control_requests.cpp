@@ -163,6 +163,7 @@ Status UsbWriteRequest(void* transport, std::uint32_t request, std::uint32_t ind
 
 Status UsbReadRequest(void* transport, std::uint32_t request, std::uint32_t index,
                       std::uint32_t value, void* buffer, std::uint32_t* length) {
+  RequireLevelAtMost(PASSIVE_LEVEL);
   return CallbackRequest(transport, request, index, value, buffer, length, 1);
 }
 

@@ -32,6 +32,7 @@ NTSTATUS VendorRequest(TransportRecord& transport, std::uint8_t request, std::ui
 _IRQL_requires_max_(PASSIVE_LEVEL)
 Status UsbWriteRequest(void* transport, std::uint32_t request, std::uint32_t index,
                        std::uint32_t value, void* buffer, std::uint32_t* length);
+_IRQL_requires_max_(PASSIVE_LEVEL)
 Status UsbReadRequest(void* transport, std::uint32_t request, std::uint32_t index,
                       std::uint32_t value, void* buffer, std::uint32_t* length);
 

@@ -334,8 +334,8 @@ NTSTATUS UsbCaptureDevice::AcquireStream(PKSPIN pin, PKS_VIDEOINFOHEADER videoIn
 // A removal under way has either cleared Connected before this, or finds the stream prepared. All
 // later failures are returned as lack of memory.
 NTSTATUS UsbCaptureDevice::PrepareStream() {
-  if (UsbDevice->Connected == 0) return STATUS_DEVICE_DATA_ERROR;
   if (UsbStream->Opened != 0 || UsbStream->StreamRunning != 0) return STATUS_UNSUCCESSFUL;
+  if (UsbDevice->Connected == 0) return STATUS_DEVICE_DATA_ERROR;
   CameraContext& camera = *UsbDevice->Camera;
   const bool isReady = MarkStreaming(camera) == 0 &&
                        SelectStreamMode(camera, UsbStream->StreamFormat) == 0 &&

@@ -12,8 +12,9 @@
 namespace lidcam {
 namespace {
 
-// In writable data: a debugger can lengthen a stop.
-constinit Time100ns g_drainTimeLimit = kDrainTimeLimit;
+// In writable data, so that a debugger can lengthen a stop: the platform gets its address, or the
+// compiler would put its value into the code.
+constinit LARGE_INTEGER g_drainTimeLimit{.QuadPart = -kDrainTimeLimit};
 
 // States of UsbStreamRecord::WatchdogChain.
 constexpr LONG kNoTick = 0;
@@ -217,14 +218,13 @@ void WaitResetIdle(UsbStreamRecord& stream, NTSTATUS& waitResult) {
 
 NTSTATUS DrainTransfers(UsbStreamRecord& stream) {
   RequireLevelAtMost(PASSIVE_LEVEL);
-  LARGE_INTEGER limit = RelativeTime(g_drainTimeLimit);
   ForgetStarts(stream);
   KeInitializeEvent(&stream.StopEvent, SynchronizationEvent, FALSE);
   SetWaitFlag(stream, StopWaitArmed);
   const NTSTATUS abort = AbortStreamPipe(*stream.Device, stream);
   TraceCamera(stream.Device->Camera, "drain abort status=%08X", Hex(abort));
   const NTSTATUS status =
-      KeWaitForSingleObject(&stream.StopEvent, Executive, KernelMode, FALSE, &limit);
+      KeWaitForSingleObject(&stream.StopEvent, Executive, KernelMode, FALSE, &g_drainTimeLimit);
   TraceCamera(stream.Device->Camera, "drain ends status=%08X", Hex(status));
   return status;
 }

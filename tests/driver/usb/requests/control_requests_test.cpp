@@ -77,6 +77,21 @@ TEST(ControlRequests, AWriteSendsItsBytesAndNoDirectionBit) {
   });
 }
 
+TEST(ControlRequests, AWriteLeavesTheCallersBytes) {
+  InWorld([](TransportWorld& world) {
+    ASSERT_EQ(world.Start(), STATUS_SUCCESS);
+    world.Stack.Decide = [](URB& urb) {
+      *static_cast<std::uint8_t*>(urb.UrbControlVendorClassRequest.TransferBuffer) = 0x77;
+      return Verdict{};
+    };
+    std::uint8_t bytes[] = {1, 2, 3};
+    std::uint32_t length = 3;
+    EXPECT_EQ(UsbWriteRequest(&TransportOf(world), 0xA0, 1, 2, bytes, &length), 0);
+    EXPECT_EQ(length, 3U);
+    EXPECT_THAT(bytes, testing::ElementsAre(1, 2, 3));
+  });
+}
+
 TEST(ControlRequests, ADeviceThatIsGoneFailsTheRequestAtOnceAndTouchesNoMemory) {
   InWorld([](TransportWorld& world) {
     ASSERT_EQ(world.Start(), STATUS_SUCCESS);
@@ -98,6 +113,22 @@ TEST(ControlRequests, ADeviceThatIsGoneFailsTheRequestAtOnceAndTouchesNoMemory) 
     EXPECT_EQ(VendorRequest(TransportOf(world), 0xA1, 0, 0, &byte, &length, 1), kGone);
     world.Record().DeviceOpen = 1;
     EXPECT_TRUE(world.Log.Lines().empty());
+  });
+}
+
+// A device that is there and not open: the request is refused in its turn, as any other failed one.
+TEST(ControlRequests, ADeviceThatIsNotOpenFailsTheRequestWithLength0) {
+  InWorld([](TransportWorld& world) {
+    ASSERT_EQ(world.Start(), STATUS_SUCCESS);
+    world.Record().DeviceOpen = 0;
+    world.Log.Clear();
+    std::uint8_t byte = 0x55;
+    std::uint32_t length = 1;
+    EXPECT_EQ(UsbReadRequest(&TransportOf(world), 0xA1, 0, 0, &byte, &length), -1);
+    EXPECT_EQ(byte, 0x55);
+    EXPECT_EQ(length, 0U);
+    EXPECT_TRUE(world.Log.Lines().empty());
+    world.Record().DeviceOpen = 1;
   });
 }
 

@@ -47,15 +47,19 @@ TEST(UsbConfiguration, OnlyAConfigurationOf193BytesIsTheLongOne) {
     std::size_t Extra;
     std::uint32_t IsLong;
   };
-  for (const Row& row : {Row{8, 0, 1}, Row{4, 0, 0}, Row{8, 1, 0}, Row{7, 22, 0}, Row{7, 23, 1}}) {
+  // The last one is 449 bytes long: the same low byte.
+  for (const Row& row :
+       {Row{8, 0, 1}, Row{4, 0, 0}, Row{8, 1, 0}, Row{7, 22, 0}, Row{7, 23, 1}, Row{8, 256, 0}}) {
     InWorld([&](TransportWorld& world) {
       world.Stack.Configuration = ConfigurationBytes(row.Settings);
       auto& bytes = world.Stack.Configuration;
       // Unknown descriptors fill up to the length.
       for (std::size_t i = 0; i < row.Extra; ++i) {
-        bytes.push_back(i == 0 ? static_cast<std::uint8_t>(row.Extra) : 0x40);
+        const std::size_t length = std::min<std::size_t>(row.Extra, 128);
+        bytes.push_back(i % length == 0 ? static_cast<std::uint8_t>(length) : 0x40);
       }
       bytes[2] = static_cast<std::uint8_t>(bytes.size());
+      bytes[3] = static_cast<std::uint8_t>(bytes.size() >> 8);
       EXPECT_EQ(world.Start(), STATUS_SUCCESS);
       EXPECT_EQ(world.Record().LongConfigDescriptor, row.IsLong) << bytes.size();
       EXPECT_EQ(world.Record().TransferCount, row.IsLong != 0 ? 7U : 3U);
@@ -187,6 +191,39 @@ TEST(UsbConfiguration, ItKeepsHandleInterfaceAndPipes) {
   });
 }
 
+TEST(UsbConfiguration, EachInterfaceIsTakenInTheFirstSettingThatIsDescribed) {
+  InWorld([](TransportWorld& world) {
+    std::vector<std::uint8_t>& bytes = world.Stack.Configuration;
+    bytes = {9, 2, 0, 0, 2, 1, 0, 0x80, 250};
+    bytes.insert(bytes.end(), {9, 4, 0, 3, 2, 0xFF, 0xFF, 0xFF, 0});
+    bytes.insert(bytes.end(), {7, 5, 0x81, 3, 8, 0, 1});
+    bytes.insert(bytes.end(), {7, 5, 0x82, 1, 0, 2, 1});
+    bytes.insert(bytes.end(), {9, 4, 0, 0, 0, 0xFF, 0xFF, 0xFF, 0});
+    bytes.insert(bytes.end(), {9, 4, 1, 5, 0, 14, 7, 6, 0});
+    bytes[2] = static_cast<std::uint8_t>(bytes.size());
+    struct Entry {
+      int Number;
+      int Setting;
+      bool operator==(const Entry&) const = default;
+    };
+    std::vector<Entry> selected;
+    world.Stack.Decide = [&selected](URB& urb) -> std::optional<Verdict> {
+      if (urb.UrbHeader.Function != 0) return std::nullopt;
+      const auto* const begin = reinterpret_cast<const std::uint8_t*>(&urb);
+      const auto* at = reinterpret_cast<const std::uint8_t*>(&urb.UrbSelectConfiguration.Interface);
+      while (at < begin + urb.UrbHeader.Length) {
+        const auto& entry = *reinterpret_cast<const USBD_INTERFACE_INFORMATION*>(at);
+        selected.push_back({entry.InterfaceNumber, entry.AlternateSetting});
+        at += entry.Length;
+      }
+      return std::nullopt;
+    };
+    EXPECT_EQ(world.Start(), STATUS_SUCCESS);
+    EXPECT_EQ(selected, (std::vector<Entry>{{0, 3}, {1, 5}}));
+    EXPECT_EQ(world.Record().InterfaceInformation->NumberOfPipes, 2U);
+  });
+}
+
 TEST(UsbConfiguration, WithoutInterfacesTheListHasOnlyItsEnd) {
   InWorld([](TransportWorld& world) {
     ASSERT_EQ(world.Start(), STATUS_SUCCESS);
@@ -287,14 +324,33 @@ TEST(UsbConfiguration, ASettingsPacketSizeDoesNotReachThePipeTable) {
   });
 }
 
+// The stack may have written into the URB before it failed.
+std::function<std::optional<Verdict>(URB&)> WriteAndAnswer(Verdict verdict) {
+  return [verdict](URB& urb) -> std::optional<Verdict> {
+    if (urb.UrbHeader.Function != 1) return std::nullopt;
+    urb.UrbSelectInterface.Interface.Pipes[0].MaximumPacketSize = 777;
+    return verdict;
+  };
+}
+
 TEST(UsbConfiguration, AStatusInTheUrbAloneLeavesTheInterfaceAsItWas) {
   InWorld([](TransportWorld& world) {
     ASSERT_EQ(world.Start(), STATUS_SUCCESS);
-    world.Stack.Decide = Fail(1, {0, USBD_STATUS_NO_BANDWIDTH});
+    world.Stack.Decide = WriteAndAnswer({0, USBD_STATUS_NO_BANDWIDTH});
     EXPECT_EQ(SetFormat(world), STATUS_SUCCESS);
+    EXPECT_EQ(world.Record().InterfaceInformation->Pipes[0].MaximumPacketSize, 8);
     EXPECT_EQ(world.Record().InterfaceInformation->Pipes[1].MaximumPacketSize, 0);
     // A pipe without packets: no transfer can be made.
     EXPECT_EQ(world.Acquire(), kNoMemory);
+  });
+}
+
+TEST(UsbConfiguration, ARefusedSettingLeavesTheInterfaceAsItWas) {
+  InWorld([](TransportWorld& world) {
+    ASSERT_EQ(world.Start(), STATUS_SUCCESS);
+    world.Stack.Decide = WriteAndAnswer({kIoError, 0});
+    EXPECT_EQ(SetFormat(world), kIoError);
+    EXPECT_EQ(world.Record().InterfaceInformation->Pipes[0].MaximumPacketSize, 8);
   });
 }
 

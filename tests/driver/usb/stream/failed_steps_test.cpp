@@ -92,6 +92,9 @@ TEST(FailedSteps, OnlyTheDeviceClasses1And2And3Start) {
       EXPECT_EQ(world.Start(), isKnown ? STATUS_SUCCESS : kUnsuccessful) << deviceClass;
       EXPECT_EQ(world.Record().Connected, isKnown ? 1 : 0);
       EXPECT_NE(world.Record().Camera, nullptr);
+      // The capabilities of a camera of another class are not taken over.
+      EXPECT_EQ(world.Record().DeviceClass, isKnown ? deviceClass : 0U);
+      EXPECT_EQ(world.Record().TransferCount, isKnown ? 7U : 0U);
     });
   }
 }
@@ -128,6 +131,24 @@ TEST(FailedSteps, AnAcquireWithoutItsThreadLeavesTheSettingAndTheCameraStreaming
     EXPECT_THAT(world.Stack.SettingsAsked, ElementsAre(7U));
     EXPECT_EQ(world.Record().Camera->Streaming, 1);
     EXPECT_EQ(world.Stream().WaitFlags, 0U);
+  });
+}
+
+// A pipe without packets fails the first transfer.
+TEST(FailedSteps, AnAcquireWithoutATransferFreesItsBuffersAndThenStopsItsThread) {
+  InWorld([](TransportWorld& world) {
+    ASSERT_EQ(world.Start(), STATUS_SUCCESS);
+    world.Stack.PacketSizes[7] = 0;
+    world.Log.Clear();
+    EXPECT_EQ(world.Acquire(), kNoMemory);
+    EXPECT_THAT(world.Log.Lines(),
+                ElementsAre("acquire device", "urb select setting 7", "urb vendor requests",
+                            "create thread", "reference thread access=2032639 mode=0",
+                            "close handle", "allocate raw buffers", "free raw buffers",
+                            "let go of thread", "release device"));
+    EXPECT_EQ(world.Stream().Assembly.ReadyBuffer, nullptr);
+    EXPECT_EQ(world.Stream().Assembly.FillBuffer, nullptr);
+    EXPECT_NE(world.Stream().Assembly.RawBuffers, nullptr);
   });
 }
 

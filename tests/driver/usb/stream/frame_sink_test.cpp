@@ -129,7 +129,7 @@ TEST(FrameThreadCalls, WaitForATransferOrTheStopWithoutALimitAndEndInSuccess) {
       EXPECT_EQ(wait.Reason, Executive);
       EXPECT_EQ(wait.Mode, KernelMode);
       EXPECT_EQ(wait.Alertable, FALSE);
-      EXPECT_FALSE(wait.HasLimit);
+      EXPECT_EQ(wait.Timeout, nullptr);
     }
     EXPECT_EQ(waits, 1);
     EXPECT_THAT(arguments.ThreadEnds, ElementsAre(STATUS_SUCCESS));

@@ -171,6 +171,25 @@ TEST(StreamControl, ADeviceThatIsGoneRefusesEverything) {
   });
 }
 
+// The removal releases the stream; a run that comes first leaves that to it.
+TEST(StreamControl, ARunOfADeviceThatIsGoneChangesNothing) {
+  InWorld([](TransportWorld& world) {
+    ASSERT_EQ(world.Start() | world.Acquire(), 0);
+    std::uint8_t frame = 0;
+    world.Device().PublishRawFrame(&frame, 1);
+    world.Record().Connected = 0;
+    world.Log.Clear();
+    EXPECT_EQ(world.Device().RunStream(), kGone);
+    EXPECT_EQ(FlagsOf(world), kPrepared);
+    world.Stream().StreamRunning = 1;
+    EXPECT_EQ(world.Device().RunStream(), kGone);
+    world.Stream().StreamRunning = 0;
+    EXPECT_TRUE(world.Log.Lines().empty());
+    std::uint32_t size = 0;
+    EXPECT_EQ(world.Device().GetRawFrame(size), &frame);
+  });
+}
+
 TEST(StreamControl, APauseFollowedByARunRebuildsTheTransfersToo) {
   InWorld([](TransportWorld& world) {
     ASSERT_EQ(world.Start() | world.Acquire() | world.Device().RunStream(), 0);
@@ -357,6 +376,24 @@ TEST(StreamControl, ARemovalBesideAStreamsStartLeavesNothingPrepared) {
     EXPECT_EQ(stream.Opened, 0);
     EXPECT_EQ(stream.StreamRunning, 0);
     EXPECT_EQ(static_cast<CameraContext*>(world.Device().Camera), nullptr);
+  });
+}
+
+TEST(StreamControl, ASecondAcquireIsRefusedAsSuchEvenIfTheDeviceGoesMeanwhile) {
+  InWorld([](TransportWorld& world) {
+    ASSERT_EQ(world.Start(), STATUS_SUCCESS);
+    unsigned asked = 0;
+    world.Stack.Decide = [&](URB& urb) -> std::optional<Verdict> {
+      if (urb.UrbHeader.Function != 1) return std::nullopt;
+      ++asked;
+      if (asked == 1) return Verdict{kUnsuccessful};  // so that the second acquire asks again
+      if (asked == 3) world.Record().Connected = 0;
+      return std::nullopt;
+    };
+    ASSERT_EQ(world.Acquire(), STATUS_SUCCESS);
+    EXPECT_EQ(world.Acquire(), kUnsuccessful);
+    EXPECT_EQ(asked, 3U);
+    EXPECT_EQ(FlagsOf(world), kPrepared);
   });
 }
 

@@ -90,6 +90,19 @@ TEST(StreamFlags, AResumeIsWantedUntilTheTransfersAreOut) {
   });
 }
 
+// A pause that has been noted and still waits for the device.
+TEST(StreamFlags, AResumeOfAStreamThatRunsStillIsNotPendingAnyMore) {
+  InWorld([](TransportWorld& world) {
+    ASSERT_EQ(world.Start() | world.Acquire() | world.Device().RunStream(), 0);
+    world.Stream().RestartPending = 1;
+    world.Log.Clear();
+    EXPECT_EQ(world.Device().ResumeStream(), STATUS_SUCCESS);
+    EXPECT_EQ(world.Stream().RestartPending, 0);
+    EXPECT_EQ(world.Stream().StreamRunning, 1);
+    EXPECT_TRUE(world.Log.Lines().empty());
+  });
+}
+
 TEST(StreamFlags, ARunThrowsTheFrameUnderWayAwayAndForgetsABadEnd) {
   InWorld([](TransportWorld& world) {
     ASSERT_EQ(world.Start() | world.Acquire(), 0);
@@ -113,6 +126,35 @@ TEST(StreamFlags, ARunOfARunningStreamLeavesItsFrameAlone) {
     EXPECT_EQ(world.Device().RunStream(), STATUS_SUCCESS);
     EXPECT_EQ(assembly.DiscardFrame, 0);
     EXPECT_EQ(assembly.BadFrameEnd, 1);
+  });
+}
+
+// The frame thread calls this: the pin's work must not hold up the transfers.
+TEST(StreamFlags, AFinishedFrameWakesThePinAndDoesNotRunIt) {
+  InWorld([](TransportWorld& world) {
+    ASSERT_EQ(world.Start(), STATUS_SUCCESS);
+    const FrameSink& sink = world.Stream().Assembly.Sink;
+    world.Log.Clear();
+    sink.WakeConsumer(sink.Context);
+    EXPECT_TRUE(world.Log.Lines().empty());  // no pin has had a stream yet
+    ASSERT_EQ(world.Acquire(), STATUS_SUCCESS);
+    world.Log.Clear();
+    sink.WakeConsumer(sink.Context);
+    EXPECT_THAT(world.Log.Lines(), ElementsAre("attempt processing asynchronous=1"));
+  });
+}
+
+TEST(StreamFlags, AReleaseForgetsTheFrameUnderWayAndItsBuffers) {
+  InWorld([](TransportWorld& world) {
+    ASSERT_EQ(world.Start() | world.Acquire(), 0);
+    FrameAssembly& assembly = world.Stream().Assembly;
+    EXPECT_EQ(assembly.FillOffset, 0U);
+    assembly.FillOffset = 5;
+    EXPECT_EQ(world.Device().ReleaseStream(), STATUS_SUCCESS);
+    EXPECT_EQ(assembly.FillOffset, 0U);
+    EXPECT_EQ(assembly.ReadyBuffer, nullptr);
+    EXPECT_EQ(assembly.FillBuffer, nullptr);
+    EXPECT_EQ(assembly.RawBufferSize, 921666U);
   });
 }
 

@@ -85,7 +85,7 @@ NTSTATUS NTAPI __wrap_KeWaitForSingleObject(PVOID object, KWAIT_REASON reason, K
                                             BOOLEAN alertable, PLARGE_INTEGER timeout);
 NTSTATUS NTAPI __wrap_KeWaitForSingleObject(PVOID object, KWAIT_REASON reason, KPROCESSOR_MODE mode,
                                             BOOLEAN alertable, PLARGE_INTEGER timeout) {
-  Note(&KernelArguments::Waits, {object, reason, mode, alertable, timeout != nullptr});
+  Note(&KernelArguments::Waits, {object, reason, mode, alertable, timeout});
   return __real_KeWaitForSingleObject(object, reason, mode, alertable, timeout);
 }
 

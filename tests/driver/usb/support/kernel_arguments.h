@@ -37,7 +37,7 @@ class KernelArguments {
     KWAIT_REASON Reason;
     KPROCESSOR_MODE Mode;
     BOOLEAN Alertable;
-    bool HasLimit;
+    PLARGE_INTEGER Timeout;  ///< readable during the wait only, unless the caller keeps it
   };
 
   struct ProcessingAttempt {

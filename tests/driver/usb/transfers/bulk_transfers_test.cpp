@@ -262,20 +262,35 @@ INSTANTIATE_TEST_SUITE_P(AllEnds, BulkStream,
                                          StreamRow{1, 0, USBD_STATUS_CANCELED, 0},
                                          StreamRow{1, 0, USBD_STATUS_STALL_PID, 1}));
 
-TEST(BulkStream, SendThatFailsHaltsTheStream) {
+TEST(BulkStream, CancelledRequestIsACleanEndWhateverItsUrbSays) {
   Simulate({}, [] {
     BulkDevice device;
     OwnTransfer transfer;
     std::uint8_t buffer[64];
-    device.SendStatus = STATUS_DEVICE_NOT_CONNECTED;
     device.Stream.StreamRunning = 1;
-    device.Stream.WaitFlags = StopWaitArmed;  // so that only the sender halts
-    EXPECT_EQ(
-        StartBulkTransfer(device.Record, &device.Stream, &transfer, buffer, 64, 0, nullptr, 0),
-        STATUS_DEVICE_NOT_CONNECTED);
-    EXPECT_EQ(device.Stream.Halted, 1);
+    StartBulkTransfer(device.Record, &device.Stream, &transfer, buffer, 64, 0, nullptr, 0);
+    device.Answer(0, USBD_STATUS_STALL_PID, STATUS_CANCELLED);
+    EXPECT_EQ(device.Stream.Halted, 0);
     transfer.Free();
   });
+}
+
+TEST(BulkStream, SendThatDoesNotPendHaltsTheStream) {
+  for (const NTSTATUS status : {STATUS_DEVICE_NOT_CONNECTED, STATUS_SUCCESS}) {
+    Simulate({}, [status] {
+      BulkDevice device;
+      OwnTransfer transfer;
+      std::uint8_t buffer[64];
+      device.SendStatus = status;
+      device.Stream.StreamRunning = 1;
+      device.Stream.WaitFlags = StopWaitArmed;  // so that only the sender halts
+      EXPECT_EQ(
+          StartBulkTransfer(device.Record, &device.Stream, &transfer, buffer, 64, 0, nullptr, 0),
+          status);
+      EXPECT_EQ(device.Stream.Halted, 1);
+      transfer.Free();
+    });
+  }
 }
 
 TEST(RestartPendingTransfers, RestartsEachOfEachPipeAndGivesTheLastResult) {

@@ -196,6 +196,22 @@ TEST(FrameThread, WokenWithoutATransferCountsNoneAndWaitsForTheNext) {
   });
 }
 
+// Only a pending transfer circulates: one that ends at once, even well, is a failure of the pipe.
+TEST(FrameThread, ResubmissionThatSucceedsAtOnceHaltsTheCircleToo) {
+  Simulate({}, [] {
+    Circle circle(1);
+    circle.Run();
+    circle.Answers = {{false, STATUS_SUCCESS, USBD_STATUS_SUCCESS}};
+    circle.CompleteTransfer(0);
+    Sleep(kMillisecond);
+    EXPECT_EQ(circle.Stream.Halted, 1);
+    // It was completed and queued, and is with the lower device once more: down to -1, up to 0.
+    EXPECT_EQ(circle.Kept.size(), 1U);
+    EXPECT_EQ(circle.Transfer(0).InFlight, 0);
+    circle.Pause();
+  });
+}
+
 TEST(FrameThread, StopThrowsAwayWhatIsQueuedUnparsed) {
   Simulate({}, [] {
     Circle circle(3);

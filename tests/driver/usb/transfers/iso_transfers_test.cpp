@@ -374,6 +374,23 @@ INSTANTIATE_TEST_SUITE_P(
                     HomeRow{0, 0, 4, 0, 1, 0, 0}, HomeRow{0, 0, 0, kBad, 1, 0, 0},
                     HomeRow{0, 1, 4, 0, 1, 0, 0}));
 
+// What finds no transfer in flight has to find the failure, too.
+TEST(IsoCompletion, HaltsAStoppedStreamBeforeTheTransferCountsAsIdle) {
+  Simulate({}, [] {
+    Circle circle(1);
+    circle.Prepare();
+    StartTransfers(circle.Stream);
+    LONG inFlight = -2;
+    circle.OnTrace = [&](const std::string& line) {
+      if (line.starts_with("iso halted")) inFlight = circle.Transfer(0).InFlight;
+    };
+    circle.CompleteTransfer(0);
+    EXPECT_EQ(inFlight, 1);
+    EXPECT_EQ(circle.Transfer(0).InFlight, 0);
+    circle.OnTrace = nullptr;
+  });
+}
+
 TEST(IsoCompletion, TwoUrbFailuresInARowScheduleOneRecovery) {
   Simulate({}, [] {
     Circle circle(2);

@@ -90,6 +90,32 @@ TEST(Waits, OfARecoveryAndAStopAreForTheKernelAndNotAlertable) {
   });
 }
 
+// Drains the stream in vain, and sets the limit of the next drain meanwhile.
+// @return how long it took
+LONGLONG DrainInVain(Circle& circle, LONGLONG nextLimit) {
+  const KernelArguments arguments;
+  const LONGLONG begin = host::Now();
+  host::TestThread stop([&circle] { EXPECT_EQ(DrainTransfers(circle.Stream), STATUS_TIMEOUT); });
+  host::Sleep(host::kMillisecond);
+  for (const KernelArguments::Wait& wait : arguments.Waits) {
+    if (wait.Object == &circle.Stream.StopEvent) wait.Timeout->QuadPart = -nextLimit;
+  }
+  stop.Join();
+  return host::Now() - begin;
+}
+
+TEST(Waits, OfAStopHaveALimitThatADebuggerCanChange) {
+  Simulate({}, [] {
+    Circle circle(1);
+    circle.Run();
+    circle.AbortBringsHome = false;
+    EXPECT_EQ(DrainInVain(circle, 110'000'000), 80'000'000);
+    EXPECT_EQ(DrainInVain(circle, 80'000'000), 110'000'000);
+    circle.Stream.StreamRunning = 0;
+    circle.CompleteAllTransfers();
+  });
+}
+
 TEST(ScheduleStreamReset, QueuesOneCriticalItemOfTheNextDevice) {
   Simulate({}, [] {
     Circle circle(1);

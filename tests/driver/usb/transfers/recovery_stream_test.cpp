@@ -74,6 +74,20 @@ TEST(Recovery, RestartsOnPipeEntryZeroWithItsLengthsAndTheSamePacketCount) {
   });
 }
 
+// Nothing in the driver writes the field.
+TEST(Recovery, TakesItsPipeEntryFromTheDevicesRecord) {
+  Simulate({}, [] {
+    Circle circle(1);
+    circle.Run();
+    circle.Device.RecoveryPipeIndex = 1;
+    circle.Stream.PipeIndex = 0;
+    circle.CompleteTransfer(0, kBad);
+    Sleep(600 * kMillisecond);
+    EXPECT_EQ(circle.Stream.PipeIndex, 1U);
+    circle.Pause();
+  });
+}
+
 TEST(Recovery, LengthsStayInsideTheBlockWhenEntryZeroHasLargerPackets) {
   Simulate({}, [] {
     Circle circle(1);
@@ -93,6 +107,11 @@ TEST(Recovery, OfAStreamThatIsNotOpenedDoesNothing) {
     Circle circle;
     EXPECT_EQ(Recover(circle), 0);
     EXPECT_EQ(circle.Text(), "recovery ends status=00000000\n");
+    circle.Forget();
+    circle.Stream.Opened = 2;  // the flag of an open stream is 1
+    EXPECT_EQ(Recover(circle), 0);
+    EXPECT_EQ(circle.Text(), "recovery ends status=00000000\n");
+    circle.Stream.Opened = 0;
   });
 }
 
