@@ -85,6 +85,8 @@ class Workshop:
             self._limits[test] = 10 + int(5 * took[test])
         self._tests.sort(key=took.get)
         self._code = {path: _digest(path) for path in self._driver_objects()}
+        if not self._code:
+            raise WorkshopError("no object of the driver found: every change would give the same code")
 
     @property
     def test_names(self):
@@ -170,11 +172,19 @@ class Workshop:
 
     def _driver_objects(self):
         commands = json.loads((self._build / "compile_commands.json").read_text(encoding="utf-8"))
-        driver = str(self._tree / "driver") + "/"
         outputs = [re.search(r" -o (\S+\.o) ", entry["command"]) for entry in commands
-                   if entry["file"].startswith(driver)]
+                   if self._is_of_driver(entry["file"])]
         objects = [self._build / output.group(1) for output in outputs if output is not None]
         return [path for path in objects if path.exists()]
+
+    # The sources of a room are compiled as one: by a generated source that includes them.
+    def _is_of_driver(self, source):
+        driver = str(self._tree / "driver") + "/"
+        if source.startswith(driver):
+            return True
+        generated = pathlib.Path(source)
+        return (generated.is_relative_to(self._build) and generated.exists() and
+                f'#include "{driver}' in generated.read_text(encoding="utf-8"))
 
     def _is_same_code(self):
         return all(_digest(path) == digest for path, digest in self._code.items())
