@@ -53,7 +53,7 @@ class Workshop:
         self._tests = []    # executables, quickest first
         self._limits = {}   # of each one: seconds of processor time
         self._killers = {}  # of each source: the executable that noticed its last change
-        self._code = {}     # of each object of what is tested: digest of the unchanged one
+        self._code = {}     # of each object of the driver: digest of the unchanged one
 
     def sources(self):
         """Path from the root and text of each source in the folder and its rooms."""
@@ -84,9 +84,9 @@ class Workshop:
                           started.children_user - started.children_system)
             self._limits[test] = 10 + int(5 * took[test])
         self._tests.sort(key=took.get)
-        self._code = {path: _digest(path) for path in self._tested_objects()}
+        self._code = {path: _digest(path) for path in self._driver_objects()}
         if not self._code:
-            raise WorkshopError("nothing that is tested has an object")
+            raise WorkshopError("no object of the driver found: every change would give the same code")
 
     @property
     def test_names(self):
@@ -170,13 +170,21 @@ class Workshop:
                               stderr=subprocess.STDOUT, text=True, check=False)
         return done.stdout if done.returncode != 0 else None
 
-    # By their own names: that of the source may be one that includes those of a whole room.
-    def _tested_objects(self):
+    def _driver_objects(self):
         commands = json.loads((self._build / "compile_commands.json").read_text(encoding="utf-8"))
-        outputs = [re.search(r" -o (\S+\.o) ", entry["command"]) for entry in commands]
-        objects = [self._build / output.group(1) for output in outputs
-                   if output is not None and not output.group(1).startswith("tests/")]
+        outputs = [re.search(r" -o (\S+\.o) ", entry["command"]) for entry in commands
+                   if self._is_of_driver(entry["file"])]
+        objects = [self._build / output.group(1) for output in outputs if output is not None]
         return [path for path in objects if path.exists()]
+
+    # The sources of a room are compiled as one: by a generated source that includes them.
+    def _is_of_driver(self, source):
+        driver = str(self._tree / "driver") + "/"
+        if source.startswith(driver):
+            return True
+        generated = pathlib.Path(source)
+        return (generated.is_relative_to(self._build) and generated.exists() and
+                f'#include "{driver}' in generated.read_text(encoding="utf-8"))
 
     def _is_same_code(self):
         return all(_digest(path) == digest for path, digest in self._code.items())

@@ -22,13 +22,13 @@ inline constexpr GUID PROPSETID_CAMERA_PRIVATE =
 
 /// Ids of PROPSETID_CAMERA_PRIVATE. There is no 12.
 enum PrivateProperty : ULONG {
-  PrivatePropertyUnused = 10,  ///< can't be read, and a set does nothing
+  PrivatePropertyUnused = 10,  ///< listed, but neither read nor set: both are refused
   PrivatePropertyEffect = 11,
   PrivatePropertyFlicker = 13,
   PrivatePropertyMirror = 14,
   PrivatePropertyVertical = 15,
   PrivatePropertyRegister = 16,  ///< reads or writes a register under the select in force
-  PrivatePropertyClearOnRead = 17,
+  PrivatePropertyClearOnRead = 17,  ///< a set is refused
   PrivatePropertyLight = 18,  ///< light mode and LED
   PrivatePropertyStill = 19,  ///< a set arms a still, a get reports whether the camera streams
   PrivatePropertyStored44 = 20,

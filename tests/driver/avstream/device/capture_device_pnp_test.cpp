@@ -189,6 +189,18 @@ TEST(DeviceRemove, ASurpriseRemovalFollowedByARemovalStopsTheHardwareOnce) {
   });
 }
 
+TEST(DeviceRemove, RequestsAreRefusedBeforeStreamAndHardwareGo) {
+  InSurface([](SurfaceWorld& world) {
+    world.Device.OnStep = [&] { EXPECT_EQ(world.Device.HardwareStarted, 0); };
+    world.Device.HardwareStarted = 1;
+    world.Device.PnpRemove(&world.Ks.Device, nullptr);
+    world.Device.HardwareStarted = 1;
+    world.Device.PnpSurpriseRemoval(&world.Ks.Device, nullptr);
+    EXPECT_THAT(world.Device.Steps,
+                ElementsAre("gone 0", "stop hardware", "gone 3", "stop hardware"));
+  });
+}
+
 TEST(DeviceRemove, ASurpriseRemovalDoesNotAskWhetherTheHardwareStarted) {
   InSurface([](SurfaceWorld& world) {
     world.Device.PnpSurpriseRemoval(&world.Ks.Device, nullptr);
@@ -302,6 +314,19 @@ TEST(DevicePower, D3ToD1ToD0PowersDownOnceAndUpNever) {
   });
 }
 
+// A pin that runs meanwhile finds the old state.
+TEST(DevicePower, TheStateChangesOnceTheHardwareHasFollowed) {
+  InSurface([](SurfaceWorld& world) {
+    std::vector<int> states;
+    world.Device.OnStep = [&] {
+      states.push_back(static_cast<DEVICE_POWER_STATE>(world.Device.DevicePowerState));
+    };
+    EXPECT_THAT(StepsOfPower(world, {PowerDeviceD0, PowerDeviceD3, PowerDeviceD0}),
+                ElementsAre("power down 4 1", "power up 1 4"));
+    EXPECT_THAT(states, ElementsAre(1, 4));
+  });
+}
+
 TEST(DevicePower, PowerUpGetsTheFormatOfThePinThatHasTheStream) {
   InSurface([](SurfaceWorld& world) {
     KS_VIDEOINFOHEADER info{};
@@ -328,6 +353,25 @@ TEST(StreamSlot, ATakenSlotIsNotGivenAgainAndKeepsItsFormat) {
     EXPECT_EQ(world.Device.AcquireStreamSlot(nullptr, &second), STATUS_SUCCESS);
     world.Device.ReleaseStreamSlot();
   });
+}
+
+void TakeTheSlotBesideItsRelease() {
+  SurfaceWorld world;
+  KS_VIDEOINFOHEADER first{};
+  KS_VIDEOINFOHEADER next{};
+  EXPECT_EQ(world.Device.AcquireStreamSlot(nullptr, &first), STATUS_SUCCESS);
+  host::TestThread releaser([&] { world.Device.ReleaseStreamSlot(); });
+  while (world.Device.AcquireStreamSlot(nullptr, &next) != STATUS_SUCCESS) YieldProcessor();
+  releaser.Join();
+  EXPECT_EQ(world.Device.StreamVideoInfo, &next);
+  world.Device.ReleaseStreamSlot();
+}
+
+TEST(StreamSlot, AReleaseLeavesTheFormatOfTheNextPinAloneUnderAnySchedule) {
+  for (std::uint64_t seed = 1; seed <= 50; ++seed) {
+    SCOPED_TRACE(seed);
+    host::Simulate({.Seed = seed, .HasPreemptionPoints = true}, TakeTheSlotBesideItsRelease);
+  }
 }
 
 TEST(StreamSlot, OnePinOfManyGetsItUnderAnySchedule) {

@@ -24,8 +24,8 @@ TEST(FilterCreate, AFilterGetsItsPinUnderItsControlMutex) {
   InSurface([](SurfaceWorld& world) {
     WorldFilter filter;
     EXPECT_EQ(filter.Create(), STATUS_SUCCESS);
-    EXPECT_THAT(world.Ks.Calls,
-                ElementsAre("bag", "acquire control", "pin factory", "release control"));
+    EXPECT_THAT(world.Ks.Calls, ElementsAre("bag", "format list", "format count", "acquire control",
+                                            "pin factory", "release control"));
     ASSERT_NE(filter.Filter.Context, nullptr);
     EXPECT_EQ(static_cast<CaptureFilter*>(filter.Filter.Context)->Filter, &filter.Filter);
     EXPECT_TRUE(filter.Bag.Has(filter.Filter.Context));

@@ -267,8 +267,18 @@ TEST(PinStates, StopReleasesStreamThenSlotThenClock) {
     ASSERT_EQ(pin.Create(), STATUS_SUCCESS);
     pin.SetState(1, 0);
     pin.SetState(3, 2);
+    world.Device.Steps.clear();
     world.Device.Release = kRefused;
+    world.Device.OnStep = [&] {
+      EXPECT_EQ(world.Device.StreamSlot, 1);
+      EXPECT_EQ(clock.References, 1);
+    };
+    clock.OnRelease = [&] {
+      EXPECT_EQ(world.Device.StreamSlot, 0);
+      EXPECT_EQ(pin.Object().Acquired, 0);
+    };
     EXPECT_EQ(pin.SetState(0, 1), kRefused);
+    EXPECT_THAT(world.Device.Steps, ElementsAre("release stream"));
     EXPECT_EQ(static_cast<KSSTATE>(pin.Object().StreamState), KSSTATE_STOP);
     EXPECT_EQ(world.Device.StreamSlot, 0);
     EXPECT_EQ(clock.References, 0);

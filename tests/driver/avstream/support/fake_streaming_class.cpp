@@ -43,6 +43,11 @@ ULONG FakeClock::AddRef() {
   return static_cast<ULONG>(References);
 }
 
+ULONG FakeClock::Release() {
+  if (OnRelease) OnRelease();
+  return static_cast<ULONG>(--References);
+}
+
 LONGLONG FakeClock::GetCorrelatedTime(LONGLONG* systemTime) {
   if (OnRead) OnRead();
   ++Reads;

@@ -37,10 +37,11 @@ class FakeClock final : public IKsReferenceClock {
   std::function<void()> OnRead;  ///< runs ahead of each reading
   LONG References = 0;
   LONG MostReferences = 0;
+  std::function<void()> OnRelease;  ///< runs during every release
 
   NTSTATUS NTAPI QueryInterface(const GUID&, PVOID*) override { return STATUS_NOT_SUPPORTED; }
   ULONG NTAPI AddRef() override;
-  ULONG NTAPI Release() override { return static_cast<ULONG>(--References); }
+  ULONG NTAPI Release() override;
   LONGLONG NTAPI GetTime() override { return 0; }
   LONGLONG NTAPI GetPhysicalTime() override { return 0; }
   LONGLONG NTAPI GetCorrelatedTime(LONGLONG* systemTime) override;

@@ -8,15 +8,18 @@ namespace lidcam::test {
 
 NTSTATUS StubDevice::Note(std::string step, NTSTATUS status) {
   FakeStreamingClass::The().Note(step);
+  if (OnStep) OnStep();
   Steps.push_back(std::move(step));
   return status;
 }
 
 std::int32_t StubDevice::GetFormatListIndex() {
+  FakeStreamingClass::The().Note("format list");
   return ListIndex;
 }
 
 std::int32_t StubDevice::GetFormatCount() {
+  FakeStreamingClass::The().Note("format count");
   return FormatCount;
 }
 

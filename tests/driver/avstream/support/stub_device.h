@@ -42,7 +42,8 @@ class StubDevice final : public CaptureDevice {
   std::int32_t FormatCount = 5;
   PKS_VIDEOINFOHEADER AcquiredWith = nullptr;
   PKS_VIDEOINFOHEADER PoweredWith = nullptr;
-  std::function<void()> OnRun;  ///< runs while the stream starts
+  std::function<void()> OnRun;   ///< runs while the stream starts
+  std::function<void()> OnStep;  ///< runs during every step
   std::vector<std::string> Steps;
 
  private:

@@ -129,21 +129,6 @@ TEST(StreamFlags, ARunOfARunningStreamLeavesItsFrameAlone) {
   });
 }
 
-// The frame thread calls this: the pin's work must not hold up the transfers.
-TEST(StreamFlags, AFinishedFrameWakesThePinAndDoesNotRunIt) {
-  InWorld([](TransportWorld& world) {
-    ASSERT_EQ(world.Start(), STATUS_SUCCESS);
-    const FrameSink& sink = world.Stream().Assembly.Sink;
-    world.Log.Clear();
-    sink.WakeConsumer(sink.Context);
-    EXPECT_TRUE(world.Log.Lines().empty());  // no pin has had a stream yet
-    ASSERT_EQ(world.Acquire(), STATUS_SUCCESS);
-    world.Log.Clear();
-    sink.WakeConsumer(sink.Context);
-    EXPECT_THAT(world.Log.Lines(), ElementsAre("attempt processing asynchronous=1"));
-  });
-}
-
 TEST(StreamFlags, AReleaseForgetsTheFrameUnderWayAndItsBuffers) {
   InWorld([](TransportWorld& world) {
     ASSERT_EQ(world.Start() | world.Acquire(), 0);

@@ -6,6 +6,7 @@
 #include "driver/core/record/camera_context.h"
 #include "platform/host/nt/io/device_object.h"
 #include "platform/host/nt/registry/registry.h"
+#include "tests/driver/usb/support/bulk_device.h"
 #include "tests/driver/usb/support/transport_world.h"
 
 namespace lidcam::test {
@@ -103,6 +104,27 @@ TEST(StreamSettings, APowerUpLoadsThemBeforeTheCameraIsProgrammed) {
     EXPECT_EQ(world.Device().PowerUp(PowerDeviceD0, PowerDeviceD3, nullptr), STATUS_SUCCESS);
     EXPECT_THAT(Steps(world), ElementsAre("load settings", "urb vendor requests"));
     EXPECT_EQ(world.Record().Camera->Brightness, 20);
+  });
+}
+
+TEST(StreamSettings, APowerUpRestartsPendingTransfersOnceTheCameraIsProgrammed) {
+  InWorld([](TransportWorld& world) {
+    const LoggedRegistry registry(world);
+    ASSERT_EQ(world.Start(), STATUS_SUCCESS);
+    ASSERT_EQ(world.Device().PowerDown(PowerDeviceD3, PowerDeviceD0), STATUS_SUCCESS);
+    OwnTransfer transfer;
+    std::uint8_t buffer[8];
+    transfer.Device = &world.Record();
+    transfer.Stream = &world.Stream();
+    transfer.UserBuffer = buffer;
+    transfer.Room = 8;
+    transfer.ChunkSize = 8;
+    InsertTailList(&world.Record().PipeTable[0].PendingList, &transfer.Link);
+    world.Log.Clear();
+    EXPECT_EQ(world.Device().PowerUp(PowerDeviceD0, PowerDeviceD3, nullptr), STATUS_SUCCESS);
+    EXPECT_THAT(Steps(world), ElementsAre("load settings", "urb vendor requests",
+                                          "urb function 9"));  // a bulk transfer
+    transfer.Free();
   });
 }
 

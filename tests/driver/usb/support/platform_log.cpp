@@ -134,12 +134,6 @@ NTSTATUS NTAPI __wrap_KsAddItemToObjectBag(KSOBJECT_BAG bag, PVOID item, PFNKSFR
   return __real_KsAddItemToObjectBag(bag, item, free);
 }
 
-// The pins of these tests are bare records: they process nothing.
-void NTAPI __wrap_KsPinAttemptProcessing(PKSPIN pin, BOOLEAN asynchronous);
-void NTAPI __wrap_KsPinAttemptProcessing(PKSPIN, BOOLEAN asynchronous) {
-  PlatformLog::Add("attempt processing asynchronous=" + std::to_string(asynchronous));
-}
-
 NTSTATUS NTAPI __real_PsCreateSystemThread(PHANDLE thread, ULONG access,
                                            POBJECT_ATTRIBUTES attributes, HANDLE process,
                                            PCLIENT_ID client, PKSTART_ROUTINE routine,
