@@ -35,6 +35,7 @@ TEST(RequestTurn, IsHandedOnWithAnIncrementOf16WhateverBecameOfTheRequest) {
     EXPECT_THAT(ReleasesOf(arguments, &record.UrbLock),
                 testing::ElementsAre(expected, expected, expected));
     EXPECT_EQ(record.UrbLock.Header.SignalState, 1);
+    EXPECT_EQ(record.UrbLock.Limit, 1);
   });
 }
 

@@ -383,6 +383,11 @@ TEST(UsbConfiguration, WithoutARawBufferSizeTheFormatFailsAlthoughTheSelectionWo
     faults.NoRawBuffer = false;
     EXPECT_EQ(SetFormat(world), STATUS_SUCCESS);
     EXPECT_THAT(world.Stack.SettingsAsked, ElementsAre(7U));
+    // Nor does a refusal show then.
+    faults.NoRawBuffer = true;
+    world.Stream().StreamFormat.AlternateSetting = 0;
+    world.Stack.Decide = RefuseSettingsAbove(0);
+    EXPECT_EQ(SetFormat(world), kNoMemory);
   });
 }
 

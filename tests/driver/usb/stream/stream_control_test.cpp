@@ -249,6 +249,15 @@ TEST(StreamControl, AStartThatFailsHalfwayReleasesTheStream) {
   });
 }
 
+TEST(StreamControl, ARunWithoutAnAcquireSendsNothing) {
+  InWorld([](TransportWorld& world) {
+    ASSERT_EQ(world.Start(), STATUS_SUCCESS);
+    EXPECT_EQ(world.Device().RunStream(), kGone);
+    EXPECT_EQ(world.Stack.IsoOut(), 0U);
+    EXPECT_EQ(FlagsOf(world), kFree);
+  });
+}
+
 TEST(StreamControl, ARunAfterAFailedRunSendsNothing) {
   InWorld([](TransportWorld& world) {
     ASSERT_EQ(world.Start() | world.Acquire(), 0);

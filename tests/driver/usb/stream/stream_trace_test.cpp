@@ -109,6 +109,27 @@ TEST(StreamTrace, APowerDownPausesTheStreamAndThenLetsTheSensorRest) {
   });
 }
 
+const UsbStreamRecord* g_stream = nullptr;
+int g_openedAtThreadsEnd = -1;
+
+void NoteThreadsEnd(const CameraContext*, const char* format, std::va_list) {
+  if (std::string(format).starts_with("frame thread ends")) g_openedAtThreadsEnd = g_stream->Opened;
+}
+
+// A removal that finds the stream closed destroys what the thread uses.
+TEST(StreamTrace, AStreamIsOpenUntilItsThreadHasEnded) {
+  InWorld([](TransportWorld& world) {
+    ASSERT_EQ(world.Start() | world.Acquire(), 0);
+    g_stream = &world.Stream();
+    g_openedAtThreadsEnd = -1;
+    SetCameraTraceSink(NoteThreadsEnd);
+    EXPECT_EQ(world.Device().ReleaseStream(), STATUS_SUCCESS);
+    SetCameraTraceSink(nullptr);
+    EXPECT_EQ(g_openedAtThreadsEnd, 1);
+    EXPECT_EQ(world.Stream().Opened, 0);
+  });
+}
+
 TEST(StreamTrace, TellsEachStepOfARecoveryOnce) {
   InWorld([](TransportWorld& world) {
     ASSERT_EQ(world.Start() | world.Acquire() | world.Device().RunStream(), 0);

@@ -142,18 +142,20 @@ TEST(FrameThread, TransferThatItProcessesDelaysAStopUntilItIsIdleAgain) {
 }
 
 TEST(FrameThread, LeavesTheTransferIdleWithoutAFlagWhenTheDeviceIsGone) {
-  Simulate({}, [] {
-    Circle circle(1);
-    circle.Run();
-    circle.Sent.clear();
-    circle.CompleteTransfer(0);
-    circle.Device.Connected = 0;
-    Sleep(kMillisecond);
-    EXPECT_TRUE(circle.Sent.empty());
-    EXPECT_EQ(circle.Transfer(0).InFlight, 0);
-    EXPECT_EQ(circle.Stream.Halted, 0);
-    circle.Stream.StreamRunning = 0;
-  });
+  for (const bool isOpen : {false, true}) {
+    Simulate({}, [isOpen] {
+      Circle circle(1);
+      circle.Run();
+      circle.Sent.clear();
+      circle.CompleteTransfer(0);
+      (isOpen ? circle.Device.Connected : circle.Device.DeviceOpen) = 0;
+      Sleep(kMillisecond);
+      EXPECT_TRUE(circle.Sent.empty());
+      EXPECT_EQ(circle.Transfer(0).InFlight, 0);
+      EXPECT_EQ(circle.Stream.Halted, 0);
+      circle.Stream.StreamRunning = 0;
+    });
+  }
 }
 
 TEST(FrameThread, ResubmissionThatFailsHaltsTheCircleAndSchedulesNothing) {

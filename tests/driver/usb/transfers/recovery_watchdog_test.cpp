@@ -254,6 +254,8 @@ TEST(Watchdog, EndsWithTheHardwareHoweverItCameToBeOn) {
 TEST(ScheduleStreamReset, WithoutMemoryLowersTheGuardAndTheNextTickTriesAgain) {
   Simulate({}, [] {
     Circle circle(1);
+    StreamResetItem last{};
+    circle.Stream.ResetWorkItem = &last;
     host::FailPoolAllocation(1);
     EXPECT_EQ(ScheduleStreamReset(circle.Device, circle.Stream), 1);
     EXPECT_EQ(circle.Device.ResetGuard, -1);
