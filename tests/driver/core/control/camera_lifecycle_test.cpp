@@ -297,9 +297,11 @@ TEST_F(CreatedCamera, ForgetsItsBuffersBeforeItWaitsForItsWorkerAndThatBeforeIts
   camera->WorkBuffersReady = 1;
   camera->WorkerThread = &workerEnded;
   void* const spareBlock = camera->SpareBlock;
+  void* const buffers[] = {camera->WorkBufferA, camera->WorkBufferB, camera->WorkBufferC};
 
   std::vector<WorkState> atWait;
   std::vector<WorkState> atLastFree;
+  std::vector<void*> freed;
   KernelCallHooks hooks;
   hooks.OnWait = [&](const WaitCall& call) -> std::optional<NTSTATUS> {
     EXPECT_EQ(call.Object, &workerEnded);
@@ -308,11 +310,33 @@ TEST_F(CreatedCamera, ForgetsItsBuffersBeforeItWaitsForItsWorkerAndThatBeforeIts
     return std::nullopt;
   };
   hooks.OnFree = [&](PVOID memory) {
+    freed.push_back(memory);
     if (memory == spareBlock) atLastFree.push_back(WorkStateOf(*camera));
   };
   camera_.reset();
   EXPECT_THAT(atWait, ElementsAre(WorkState{.Worker = &workerEnded}));
   EXPECT_THAT(atLastFree, ElementsAre(WorkState{}));
+  EXPECT_THAT(freed, ElementsAre(buffers[0], buffers[1], buffers[2], spareBlock, camera));
+}
+
+TEST_F(CreatedCamera, HasItsBuffersWhileWorkIsPending) {
+  CameraContext* const camera = camera_.get();
+  camera->WorkBufferA = AllocateCameraMemory(100);
+  camera->WorkBufferB = AllocateCameraMemory(200);
+  camera->WorkBufferC = AllocateCameraMemory(300);
+  camera->WorkBuffersReady = 1;
+  camera->PendingWork = 2;
+  const WorkState before = WorkStateOf(*camera);
+  std::vector<WorkState> atWait;
+  KernelCallHooks hooks;
+  hooks.OnWait = [&](const WaitCall& call) -> std::optional<NTSTATUS> {
+    EXPECT_EQ(call.Timeout, -10000);
+    atWait.push_back(WorkStateOf(*camera));
+    camera->PendingWork = camera->PendingWork - 1;
+    return STATUS_TIMEOUT;
+  };
+  camera_.reset();
+  EXPECT_THAT(atWait, ElementsAre(before, before));
 }
 
 TEST_F(CreatedCamera, HasReadyBuffersUntilTheLastIsFreed) {

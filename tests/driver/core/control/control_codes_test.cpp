@@ -11,6 +11,7 @@
 #include "driver/core/control/control_codes.h"
 #include "tests/driver/support/record_bytes.h"
 #include "tests/driver/support/register_space.h"
+#include "tests/platform/nt/simulation/simulation_support.h"
 
 namespace lidcam::test {
 namespace {
@@ -282,6 +283,22 @@ TEST(SetControlTest, AStillRequestArmsTheStillAndRunsNoStep) {
   EXPECT_EQ(camera.Context().StillRequested, 1U);
   EXPECT_EQ(camera.Context().Streaming, 0);
   EXPECT_THAT(camera.Accesses(), IsEmpty());
+}
+
+// The frame path takes the still as soon as it is armed, and stores the value in the picture.
+TEST(SetControlTest, AnArmedStillHasItsValue) {
+  for (std::uint64_t seed = 1; seed <= 20; ++seed) {
+    SettableCamera camera;
+    const CameraContext& context = camera.Context();
+    host::Simulate({.Seed = seed, .HasPreemptionPoints = true}, [&] {
+      host::TestThread framePath([&] {
+        while (context.StillRequested == 0) YieldProcessor();
+        EXPECT_EQ(context.StillRequestValue, 6U) << seed;
+      });
+      camera.Set(Request(43, 6));
+      framePath.Join();
+    });
+  }
 }
 
 TEST(SetControlTest, CodesWithoutASetDirectionAreUnknownAndTouchNothing) {

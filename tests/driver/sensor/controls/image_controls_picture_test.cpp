@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <limits>
+#include <utility>
+#include <vector>
 
 #include "driver/core/control/control_codes.h"
 #include "driver/sensor/controls/image_controls.h"
@@ -169,6 +171,20 @@ TEST(SaturationStepFailure, TheUserValueIsKeptEvenIfTheWritesFail) {
   EXPECT_EQ(ApplyImageControl(ImageControlSaturation, camera.Context()), -1);
   EXPECT_EQ(camera.Context().UserSaturation, 15);
   EXPECT_EQ(camera.Context().UserSaturation2, 15);
+}
+
+// Unlike the sharpness, whose value is kept ahead of its write.
+TEST(SaturationStepOrder, EachUserValueIsKeptBehindItsWrite) {
+  PictureCamera camera(SensorTypeOV7660);
+  CameraContext& context = camera.Context();
+  context.Saturation = 10;
+  std::vector<std::pair<int, int>> during;
+  camera.OnRequest = [&](const WirePacket&) {
+    during.emplace_back(context.UserSaturation, context.UserSaturation2);
+  };
+  EXPECT_EQ(ApplyImageControl(ImageControlSaturation, context), 0);
+  EXPECT_THAT(during,
+              ElementsAre(std::pair(0, 0), std::pair(0, 0), std::pair(15, 0), std::pair(15, 0)));
 }
 
 TEST(SharpnessStep, KeepsTheLowByteAsTheUsersValue) {

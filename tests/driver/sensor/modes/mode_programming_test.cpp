@@ -269,6 +269,20 @@ TEST_F(ModeProgramming, BridgeModeIsKeptAlsoWhenItsWriteFails) {
   EXPECT_EQ(camera_.ClockDivider, 8);
 }
 
+// A resume in between writes the mode of the stream before, which the bridge still has.
+TEST_F(ModeProgramming, BridgeModeIsKeptBehindItsWrite) {
+  camera_.RawSizeMode = 2;
+  camera_.BridgeMode = 0x77;
+  int during = 0;
+  space_.OnRequest = [&](const WirePacket& packet) {
+    const bool isModeWrite = packet[1] == 0xA0 && packet[4] == 0x0A;
+    if (isModeWrite) during = camera_.BridgeMode;
+  };
+  EXPECT_EQ(ProgramStreamMode(camera_), 0);
+  EXPECT_EQ(during, 0x77);
+  EXPECT_EQ(camera_.BridgeMode, 0x10);
+}
+
 TEST_F(ModeProgramming, DeadBusDoesNotFailTheStreamMode) {
   space_.Failure = [](const std::string&) { return -1; };
   for (const std::int32_t sensor : kAllSensors) {
