@@ -27,9 +27,9 @@ enum PrivateProperty : ULONG {
   PrivatePropertyFlicker = 13,
   PrivatePropertyMirror = 14,
   PrivatePropertyVertical = 15,
-  PrivatePropertyRegister = 16,  ///< reads or writes a register under the select in force
+  PrivatePropertyRegister = 16,     ///< reads or writes a register under the select in force
   PrivatePropertyClearOnRead = 17,  ///< a set is refused
-  PrivatePropertyLight = 18,  ///< light mode and LED
+  PrivatePropertyLight = 18,        ///< light mode and LED
   PrivatePropertyStill = 19,  ///< a set arms a still, a get reports whether the camera streams
   PrivatePropertyStored44 = 20,
   PrivatePropertyStored45 = 21,
