@@ -91,6 +91,15 @@ TEST(Rundown, ClosingFromWithinIsAViolation) {
               testing::StartsWith("rundown: "));
 }
 
+TEST(Rundown, ClosingTwiceIsAViolation) {
+  EXPECT_NE(host::ViolationOf([] {
+              Rundown gate;
+              gate.Close();
+              gate.Close();
+            }),
+            "");
+}
+
 TEST(Rundown, AHoldThatWasNotLetInLeavesNothing) {
   host::Simulate({}, [] {
     Rundown gate;
