@@ -201,6 +201,30 @@ TEST(DeviceRemove, RequestsAreRefusedBeforeStreamAndHardwareGo) {
   });
 }
 
+void HoldTheCameraBesideItsRemoval() {
+  SurfaceWorld world;
+  CameraContext camera{};
+  world.Device.Camera = &camera;
+  volatile LONG taken = 0;
+  host::TestThread remover([&] {
+    world.Device.TakeCamera();
+    InterlockedIncrement(&taken);
+  });
+  if (world.Device.HoldCamera() != nullptr) {
+    host::Sleep(host::kMillisecond);
+    EXPECT_EQ(taken, 0);
+    world.Device.LetGoOfCamera();
+  }
+  remover.Join();
+}
+
+TEST(DeviceRemove, ACameraThatIsHeldIsNotTakenUnderAnySchedule) {
+  for (std::uint64_t seed = 1; seed <= 50; ++seed) {
+    SCOPED_TRACE(seed);
+    host::Simulate({.Seed = seed, .HasPreemptionPoints = true}, HoldTheCameraBesideItsRemoval);
+  }
+}
+
 TEST(DeviceRemove, ASurpriseRemovalDoesNotAskWhetherTheHardwareStarted) {
   InSurface([](SurfaceWorld& world) {
     world.Device.PnpSurpriseRemoval(&world.Ks.Device, nullptr);

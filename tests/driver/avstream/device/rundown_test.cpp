@@ -5,6 +5,7 @@
 
 #include <new>
 
+#include "tests/driver/usb/support/kernel_arguments.h"
 #include "tests/platform/nt/simulation/simulation_support.h"
 
 namespace lidcam::test {
@@ -89,6 +90,49 @@ TEST(Rundown, ClosingFromWithinIsAViolation) {
                 gate.Close();
               }),
               testing::StartsWith("rundown: "));
+}
+
+// Calls of the kernel for the gate's own event, with arguments that don't show in their effects.
+TEST(Rundown, ItsWaitIsForTheKernelAndNotAlertableAndItsWakingGivesNoBoost) {
+  host::Simulate({}, [] {
+    Rundown gate;
+    const auto isOfGate = [&gate](const void* object) {
+      const auto* const begin = reinterpret_cast<const char*>(&gate);
+      return object >= begin && object < begin + sizeof(gate);
+    };
+    ASSERT_TRUE(gate.Enter());
+    const KernelArguments arguments;
+    host::TestThread closer([&] { gate.Close(); });
+    host::Sleep(kMillisecond);
+    gate.Leave();
+    closer.Join();
+    int waits = 0;
+    for (const KernelArguments::Wait& wait : arguments.Waits) {
+      if (!isOfGate(wait.Object)) continue;
+      ++waits;
+      EXPECT_EQ(wait.Reason, Executive);
+      EXPECT_EQ(wait.Mode, KernelMode);
+      EXPECT_EQ(wait.Alertable, FALSE);
+    }
+    EXPECT_EQ(waits, 1);
+    int settings = 0;
+    for (const KernelArguments::EventSet& setting : arguments.EventSets) {
+      if (!isOfGate(setting.Event)) continue;
+      ++settings;
+      EXPECT_EQ(setting.Increment, IO_NO_INCREMENT);
+      EXPECT_EQ(setting.Wait, FALSE);
+    }
+    EXPECT_EQ(settings, 1);
+  });
+}
+
+TEST(Rundown, ClosingTwiceIsAViolation) {
+  EXPECT_NE(host::ViolationOf([] {
+              Rundown gate;
+              gate.Close();
+              gate.Close();
+            }),
+            "");
 }
 
 TEST(Rundown, AHoldThatWasNotLetInLeavesNothing) {

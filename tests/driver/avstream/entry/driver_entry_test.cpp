@@ -76,6 +76,7 @@ TEST(DriverEntry, AddMakesTheDeviceWithFilterAndPinAboveIt) {
     PKSDEVICE const ks = &world.Ks.Device;
     ks->Context = nullptr;
     EXPECT_EQ(dispatch.Add(ks), STATUS_SUCCESS);
+    ExpectOneObject(sizeof(CameraUsbDevice));
     auto& device = static_cast<CameraUsbDevice&>(*CaptureDeviceOf(ks));
     EXPECT_EQ(device.KsDevice, ks);
     EXPECT_EQ(static_cast<const PinOperations*>(device.Pins), &kPinOperations);

@@ -29,6 +29,7 @@ TEST(FilterCreate, AFilterGetsItsPinUnderItsControlMutex) {
     ASSERT_NE(filter.Filter.Context, nullptr);
     EXPECT_EQ(static_cast<CaptureFilter*>(filter.Filter.Context)->Filter, &filter.Filter);
     EXPECT_TRUE(filter.Bag.Has(filter.Filter.Context));
+    ExpectOneObject(sizeof(CaptureFilter));
     EXPECT_EQ(world.Ks.PinDescriptor.Dispatch, kPinEntries.Dispatch);
     EXPECT_EQ(world.Ks.PinDescriptor.AutomationTable, kPinEntries.AutomationTable);
     EXPECT_EQ(world.Ks.PinDescriptor.IntersectHandler, kPinEntries.IntersectHandler);

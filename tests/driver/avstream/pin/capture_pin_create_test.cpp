@@ -24,6 +24,7 @@ TEST(PinCreate, ANewPinHasItsFieldsAndItsOwnFraming) {
     WorldPin pin(world);
     EXPECT_EQ(pin.Create(), STATUS_SUCCESS);
     const CapturePin& object = pin.Object();
+    ExpectOneObject(sizeof(CapturePin));
     EXPECT_EQ(object.Pin, &pin.Pin);
     EXPECT_EQ(object.Device, &world.Device);
     EXPECT_EQ(object.Camera, &camera);

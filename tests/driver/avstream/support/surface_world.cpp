@@ -44,6 +44,14 @@ WorldPin::WorldPin(SurfaceWorld& world, ExactBlock format) : Format(std::move(fo
   world.Ks.RequestPin = &Pin;
 }
 
+void ExpectOneObject(std::size_t bytes) {
+  constexpr std::uint32_t kObjectTag = 'K' | 'C' << 8 | 'N' << 16 | 'w' << 24;
+  const host::PoolUsage usage = host::PoolUsageOfTag(kObjectTag);
+  EXPECT_EQ(usage.Blocks, 1U);
+  EXPECT_EQ(usage.NonPagedBlocks, 1U);
+  EXPECT_EQ(usage.Bytes, bytes);
+}
+
 void InSurface(const std::function<void(SurfaceWorld& world)>& test) {
   host::Simulate({.Seed = 1}, [&] {
     SurfaceWorld world;

@@ -86,6 +86,9 @@ class WorldPin {
   KSPIN Pin{};
 };
 
+/// Expects one object of the driver's in the nonpaged pool, under their tag: "KCNw".
+void ExpectOneObject(std::size_t bytes);
+
 /// Runs a test in a simulation, with nothing left in it at the end.
 void InSurface(const std::function<void(SurfaceWorld& world)>& test);
 
