@@ -273,15 +273,23 @@ TEST(IsochronousTransfer, IsCompletedWithOthersOnlyWhileHalfOfThemAreOnTheBus) {
                     {6, 10, 14, 18, 22, 26, 30, 34, 38, 42, 46, 50, 54, 58});
 }
 
+using Reads = std::vector<std::unique_ptr<IsochronousRead>>;
+
+/// Sends seven transfers of four frames. The schedule's thread waits for the end of the first.
+Reads SendSeven(UsbWorld& world) {
+  Reads reads;
+  for (int i = 0; i < 7; ++i) {
+    reads.push_back(std::make_unique<IsochronousRead>(world.Device(), world.Pipe(1), 32));
+    EXPECT_EQ(reads.back()->Sent.Send(), STATUS_PENDING);
+    if (i == 0) Sleep(1);
+  }
+  return reads;
+}
+
 TEST(IsochronousTransfer, IsNotHeldBackByTheNextOneThatWaitsForTheDevice) {
   WithConfiguredDevice(
       [](ScriptedBus& bus, UsbWorld& world) {
-        std::vector<std::unique_ptr<IsochronousRead>> reads;
-        for (int i = 0; i < 7; ++i) {
-          reads.push_back(std::make_unique<IsochronousRead>(world.Device(), world.Pipe(1), 32));
-          EXPECT_EQ(reads.back()->Sent.Send(), STATUS_PENDING);
-          if (i == 0) Sleep(1);  // the schedule's thread waits for its end
-        }
+        const Reads reads = SendSeven(world);
         // The second and the third are completed together, at 14: the third's packets come at 3000.
         bus.OnHasReceived = [] { return false; };
         bus.OnRead = [&bus](ByteSpan, PacketSpan) {
@@ -298,12 +306,7 @@ TEST(IsochronousTransfer, IsNotHeldBackByTheNextOneThatWaitsForTheDevice) {
 TEST(IsochronousTransfer, WhoseEndIsOverIsCancelledWhileItWaitsForTheNext) {
   WithConfiguredDevice(
       [](ScriptedBus& bus, UsbWorld& world) {
-        std::vector<std::unique_ptr<IsochronousRead>> reads;
-        for (int i = 0; i < 7; ++i) {
-          reads.push_back(std::make_unique<IsochronousRead>(world.Device(), world.Pipe(1), 32));
-          EXPECT_EQ(reads.back()->Sent.Send(), STATUS_PENDING);
-          if (i == 0) Sleep(1);  // the schedule's thread waits for its end
-        }
+        const Reads reads = SendSeven(world);
         Sleep(11 * kMillisecond - 1);  // the second has ended, and is to be completed at 14
         EXPECT_EQ(bus.ReadTimes.size(), 1U);
         IoCancelIrp(reads[1]->Sent.Irp());
