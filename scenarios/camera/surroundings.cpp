@@ -1,5 +1,7 @@
 #include "scenarios/camera/surroundings.h"
 
+#include <iterator>
+
 #include "driver/core/settings/settings_store.h"
 #include "platform/host/nt/io/device_object.h"
 #include "platform/host/nt/processor/kernel_guards.h"
@@ -80,6 +82,7 @@ Surroundings::~Surroundings() {
 void Surroundings::KeepLoopBusy() {
   settings_ = Settings::Usual;
   longestLight_ = kMicroframesInSecond / 4;
+  hasAllLight_ = true;
 }
 
 std::u16string Surroundings::DriverKey() const {
@@ -109,7 +112,9 @@ LONGLONG Surroundings::NextRequestTime() {
 
 std::uint8_t Surroundings::LumaAt(std::uint64_t microframe) {
   while (lightChanges_ <= microframe) {
-    luma_ = static_cast<std::uint8_t>(kLumas[swarm_.Choose(light_, kKindsOfLight)]);
+    const std::size_t kind =
+        hasAllLight_ ? light_.Below(std::size(kLumas)) : swarm_.Choose(light_, kKindsOfLight);
+    luma_ = static_cast<std::uint8_t>(kLumas[kind]);
     lightChanges_ += light_.Between(kMicroframesInSecond / 20, longestLight_);
   }
   return luma_;

@@ -24,7 +24,7 @@ class Surroundings {
   ~Surroundings();
 
   /// Keeps the loop active for any seed: the settings are the defaults, and the light changes
-  /// several times a second.
+  /// several times a second, also from dark to bright in a run that leaves either out.
   void KeepLoopBusy();
 
   /// The driver key of the camera; for every fourth seed it has none.
@@ -51,6 +51,7 @@ class Surroundings {
   Random light_;
   Settings settings_;
   std::uint64_t longestLight_;
+  bool hasAllLight_ = false;        ///< whatever the run leaves out
   std::uint64_t lightChanges_ = 0;  ///< microframe
   std::uint8_t luma_ = 0;
 };

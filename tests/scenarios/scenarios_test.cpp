@@ -118,6 +118,20 @@ TEST(StatedHang, ReadThatMeetsTheFramePathIsNeverAnsweredAndHoldsNoRemovalUp) {
   }
 }
 
+// A run without darkness, dim or glaring light: the exposure loop would come to its end, and no read meet it.
+TEST(StatedHang, ReadMeetsTheFramePathWhateverLightTheRunLeavesOut) {
+  const RunResult result =
+      RunScenario(*FindScenario("stopped-read"), {"stopped-read",
+                                                  10072171,
+                                                  0,
+                                                  {.HasPoints = true,
+                                                   .HasExposure = true,
+                                                   .IsSwarm = true,
+                                                   .Scheduler = host::SchedulerKind::Burst}});
+  EXPECT_EQ(result.Outcome, Verdict::StatedHang) << result.What;
+  EXPECT_EQ(result.Hang, "read-stops-for-good");
+}
+
 // A recovery's read of the bridge meets the exposure loop's writes: the device's mutex stays taken.
 TEST(StatedHang, RecoveryWhoseReadMeetsTheFramePathHoldsThePauseUpForEver) {
   const RunResult result = RunScenario(*FindScenario("submit-failures"),

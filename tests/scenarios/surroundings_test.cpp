@@ -35,6 +35,19 @@ TEST(Surroundings, LightChangesWithinASecondAndBecomesDarkAndBright) {
   EXPECT_GT(*lumas.rbegin(), 200);
 }
 
+// In light of one kind the loop comes to its end, and writes no register any more.
+TEST(Surroundings, LightForABusyLoopBecomesDarkAndBrightInEverySwarm) {
+  for (std::uint64_t seed = 1; seed <= 50; ++seed) {
+    Swarm swarm(seed);
+    Surroundings around(seed, swarm);
+    around.KeepLoopBusy();
+    std::set<int> lumas;
+    for (std::uint64_t half = 0; half < 200; ++half) lumas.insert(around.LumaAt(half * 4000));
+    EXPECT_LT(*lumas.begin(), 10) << seed;
+    EXPECT_GT(*lumas.rbegin(), 200) << seed;
+  }
+}
+
 TEST(Surroundings, AreTheSameForTheSameSeed) {
   std::vector<LONGLONG> first;
   std::vector<LONGLONG> second;
