@@ -119,16 +119,12 @@ NTSTATUS UsbRequestServer::Submit(PIRP irp, URB& urb) {
   });
   if (status != USBD_STATUS_PENDING) return CompleteUrb(irp, urb, status);
   if (abortedEndpoint.has_value()) state_.Bus.Abort(*abortedEndpoint);
-  if (state_.Options.LooksAtEachRequest || !isSeenInTime) WakeFor(isOfSchedule);
-  return STATUS_PENDING;
-}
-
-void UsbRequestServer::WakeFor(bool isOfSchedule) {
   if (state_.Options.LooksAtEachRequest) {
     state_.Wake();
-  } else {
+  } else if (!isSeenInTime) {
     KeSetEvent(isOfSchedule ? &state_.ScheduleWork : &state_.ControlWork, IO_NO_INCREMENT, FALSE);
   }
+  return STATUS_PENDING;
 }
 
 USBD_STATUS UsbRequestServer::Route(PIRP irp, URB& urb) {

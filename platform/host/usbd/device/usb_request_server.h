@@ -46,9 +46,6 @@ class UsbRequestServer {
  private:
   NTSTATUS Submit(PIRP irp, URB& urb);
   USBD_STATUS Route(PIRP irp, URB& urb);
-  /// Has the threads look for work after an accepted request.
-  /// @param isOfSchedule  whether the schedule serves it, not the queue of control requests
-  void WakeFor(bool isOfSchedule);
   USBD_STATUS RefuseBulkTransfer(const _URB_BULK_OR_INTERRUPT_TRANSFER& urb);
 
   const PDRIVER_CANCEL cancel_;
