@@ -219,10 +219,7 @@ void HoldTheCameraBesideItsRemoval() {
 }
 
 TEST(DeviceRemove, ACameraThatIsHeldIsNotTakenUnderAnySchedule) {
-  for (std::uint64_t seed = 1; seed <= 50; ++seed) {
-    SCOPED_TRACE(seed);
-    host::Simulate({.Seed = seed, .HasPreemptionPoints = true}, HoldTheCameraBesideItsRemoval);
-  }
+  host::UnderManySeeds(HoldTheCameraBesideItsRemoval, 50, {.HasPreemptionPoints = true});
 }
 
 TEST(DeviceRemove, ASurpriseRemovalDoesNotAskWhetherTheHardwareStarted) {
@@ -392,10 +389,7 @@ void TakeTheSlotBesideItsRelease() {
 }
 
 TEST(StreamSlot, AReleaseLeavesTheFormatOfTheNextPinAloneUnderAnySchedule) {
-  for (std::uint64_t seed = 1; seed <= 50; ++seed) {
-    SCOPED_TRACE(seed);
-    host::Simulate({.Seed = seed, .HasPreemptionPoints = true}, TakeTheSlotBesideItsRelease);
-  }
+  host::UnderManySeeds(TakeTheSlotBesideItsRelease, 50, {.HasPreemptionPoints = true});
 }
 
 TEST(StreamSlot, OnePinOfManyGetsItUnderAnySchedule) {

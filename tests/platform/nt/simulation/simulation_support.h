@@ -75,10 +75,12 @@ class TestThread {
 };
 
 /// Runs `test` in a simulation for each of some seeds.
-inline void UnderManySeeds(const std::function<void()>& test, std::uint64_t seeds = 50) {
+inline void UnderManySeeds(const std::function<void()>& test, std::uint64_t seeds = 50,
+                           SimulationOptions options = {}) {
   for (std::uint64_t seed = 1; seed <= seeds; ++seed) {
     SCOPED_TRACE("seed " + std::to_string(seed));
-    Simulate({.Seed = seed}, test);
+    options.Seed = seed;
+    Simulate(options, test);
   }
 }
 
